@@ -1,0 +1,526 @@
+/* Kova: locale and code-set support with the same answers on every machine.
+ *
+ * This header is the whole interface of the library, for C11 and for C++20. Every operation takes
+ * an opaque handle; a failing one stores an error number in the handle's error word (reached with
+ * ko_ext_errno) and returns the failure value its declaration names. Success leaves the word alone
+ * unless the declaration says otherwise. "long" of this interface is 32 bits everywhere.
+ *
+ * The library holds no lock: install hooks before use, and serialise loading, unloading, copying
+ * and registry caching. A loaded locale may be read from several threads at once. */
+#ifndef KOVA_H
+#define KOVA_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(_WIN32)
+#if defined(KOVA_BUILD)
+#define KO_API __declspec(dllexport)
+#elif defined(KOVA_STATIC)
+#define KO_API
+#else
+#define KO_API __declspec(dllimport)
+#endif
+#else
+#define KO_API __attribute__((visibility("default")))
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef int32_t ko_long_t;
+typedef uint32_t ko_ulong_t;
+typedef uint16_t ko_wchar_t;      /* a character's bytes, big-endian, kept to 16 bits */
+typedef unsigned char ko_mchar_t; /* one byte of a multibyte string */
+typedef unsigned int ko_ctype_t;  /* a class mask: KO_CT_... and locale-defined classes */
+typedef void *ko_lc_t;            /* a locale record; begins with loc_exports */
+
+/* Error numbers. They are part of the binary interface. */
+typedef enum ko_errnum {
+    KO_OK = 0,
+    KO_EILSEQ = 1,   /* bytes that are no character, or a wide character without bytes */
+    KO_ENULL = 2,    /* a string argument is null or unusable */
+    KO_ENOMEM = 3,   /* memory is exhausted; a stored table is unreadable */
+    KO_EINDEX = 4,   /* a character index is negative or beyond the string */
+    KO_EPOS = 5,     /* a position is inside a character or before the start */
+    KO_EEMPTY = 6,   /* a number text is empty */
+    KO_EINVAL = 7,   /* a character is incomplete, a result does not fit, a name is malformed */
+    KO_EFILE = 8,    /* a data file cannot be opened or read */
+    KO_ERANGE = 9,   /* an argument is out of range */
+    KO_EOBJECT = 11, /* not a data file of the expected kind, or a damaged one */
+    KO_ECODESET = 12, /* the categories of a locale name different code sets */
+    KO_EIO = 13,      /* a stream reports an error or a write is short */
+    KO_E2BIG = 14,    /* an output buffer or a table is full */
+    KO_EFORMAT = 15,  /* a format ends early, a time is unreadable, no registry */
+    KO_EEOF = 16,     /* the stream ends before a character */
+    KO_EREAD = 17,    /* a read failed without a reason */
+    KO_ENOCAT = 18,   /* the source of a copy lacks the category */
+    KO_EHASCAT = 19,  /* the destination of a copy already has the category */
+    KO_EMONEY = 20,
+    KO_ECHARLEN = 21, /* a stored table's longest character exceeds the limit */
+    KO_EDIRECTIVE = 22,
+    KO_ECALENDAR = 50, /* a locale object names an unknown calendar */
+    KO_EVERSION = 51,  /* a data file was written by another compiler version */
+    KO_ENOSYMBOL = 53
+} ko_errnum;
+
+/* Categories. */
+enum {
+    KO_LC_ALL = 1,
+    KO_LC_CTYPE = 2,
+    KO_LC_COLLATE = 3,
+    KO_LC_NUMERIC = 4,
+    KO_LC_MONETARY = 5,
+    KO_LC_TIME = 6,
+    KO_LC_MESSAGES = 7
+};
+
+/* Standard character classes. A locale's own classes start at 0x0800. */
+enum {
+    KO_CT_UPPER = 0x0001,
+    KO_CT_LOWER = 0x0002,
+    KO_CT_ALPHA = 0x0004,
+    KO_CT_DIGIT = 0x0008,
+    KO_CT_SPACE = 0x0010,
+    KO_CT_CNTRL = 0x0020,
+    KO_CT_PUNCT = 0x0040,
+    KO_CT_GRAPH = 0x0080,
+    KO_CT_PRINT = 0x0100,
+    KO_CT_XDIGIT = 0x0200,
+    KO_CT_BLANK = 0x0400,
+    KO_CT_ALNUM = 0x000C
+};
+
+/* Host hooks, the codes of ko_setextfunc. */
+enum {
+    KO_EXT_GETENV = 0,
+    KO_EXT_ERRNO = 1,
+    KO_EXT_FCLOSE = 2,
+    KO_EXT_FEOF = 3,
+    KO_EXT_FERROR = 4,
+    KO_EXT_FGETC = 5,
+    KO_EXT_FGETS = 6,
+    KO_EXT_FOPEN = 7,
+    KO_EXT_FREE = 8,
+    KO_EXT_FSEEK = 9,
+    KO_EXT_FTELL = 10,
+    KO_EXT_FWRITE = 11,
+    KO_EXT_GETC = 12,
+    KO_EXT_MALLOC = 13,
+    KO_EXT_UNGETC = 14,
+    KO_EXT_PUTENV = 15,
+    KO_EXT_CURRDATE = 16,
+    KO_EXT_CURRTIME = 17,
+    KO_EXT_COUNT = 18
+};
+
+/* Items of ko_nl_langinfo and ko_wc_nl_langinfo. */
+enum {
+    KO_D_T_FMT = 0,
+    KO_DAY_1 = 1,    /* Sunday; KO_DAY_1 + i */
+    KO_ABDAY_1 = 8,  /* KO_ABDAY_1 + i */
+    KO_MON_1 = 15,   /* KO_MON_1 + i, i below 20 */
+    KO_ABMON_1 = 35, /* KO_ABMON_1 + i, i below 20 */
+    KO_RADIXCHAR = 55,
+    KO_THOUSEP = 56,
+    KO_YESSTR = 57,
+    KO_NOSTR = 58,
+    KO_CRNCYSTR = 59,
+    KO_CODESET = 60,
+    KO_D_FMT = 61,
+    KO_T_FMT = 62,
+    KO_T_FMT_AMPM = 63,
+    KO_AM_STR = 64,
+    KO_PM_STR = 65,
+    KO_ERA = 66,
+    KO_ERA_D_FMT = 67,
+    KO_ERA_D_T_FMT = 68,
+    KO_ERA_T_FMT = 69,
+    KO_ALT_DIGITS = 70,
+    KO_YESEXPR = 71,
+    KO_NOEXPR = 72,
+    KO_CALENDAR = 73,
+    KO_LANGINFO_MAX = 73
+};
+
+#define KO_NO_CODESET 0xE000u /* the code-set number that means "none" */
+
+/* The head of every handle. */
+typedef struct gen_exports {
+    int ko_lerrno; /* number of the last failed operation made with this handle */
+} gen_exports;
+
+typedef struct ko_coll_equiv_class_map {
+    const ko_mchar_t *from; /* NULL ends the array */
+    const ko_mchar_t *to;
+} ko_coll_equiv_class_map;
+
+/* The head of a locale record, open to callers for reading. */
+typedef struct loc_exports {
+    gen_exports gen;
+    int (*mbscoll)(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+    int (*mbsxfrm)(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
+    int (*mbstowcs)(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
+    int ko_tmp;                       /* scratch word of callers' inline paths */
+    double case_conv_ratio;           /* largest growth of a string under case mapping */
+    double coll_char_ratio;           /* most characters one character collates as; no byte bound */
+    unsigned char *sb_toupper_table;  /* 256 entries or NULL */
+    unsigned char *sb_tolower_table;  /* 256 entries or NULL */
+    uint16_t *sb_ctype_table;         /* 256 class masks or NULL */
+    unsigned char *sb_collation_table; /* always NULL */
+    int single_byte;                  /* every character of the code set is one byte */
+    int codeset_order;                /* collation is code-set order */
+    const ko_mchar_t **coll_ignored;  /* NULL-terminated, or NULL */
+    ko_coll_equiv_class_map *coll_equiv_class_map; /* ended by a NULL from, or NULL */
+} loc_exports;
+
+/* Numeric and monetary conventions in the layout of POSIX lconv; strings that the locale lacks are
+ * NULL, one-byte values that it lacks are 127. Grouping strings hold one byte a group size. */
+typedef struct koconv {
+    char *decimal_point;
+    char *thousands_sep;
+    char *grouping;
+    char *int_curr_symbol;
+    char *currency_symbol;
+    char *mon_decimal_point;
+    char *mon_thousands_sep;
+    char *mon_grouping;
+    char *positive_sign;
+    char *negative_sign;
+    char int_frac_digits;
+    char frac_digits;
+    char p_cs_precedes;
+    char p_sep_by_space;
+    char n_cs_precedes;
+    char n_sep_by_space;
+    char p_sign_posn;
+    char n_sign_posn;
+    ko_wchar_t *w_decimal_point;
+    ko_wchar_t *w_thousands_sep;
+    ko_wchar_t *w_grouping;
+    ko_wchar_t *w_int_curr_symbol;
+    ko_wchar_t *w_currency_symbol;
+    ko_wchar_t *w_mon_decimal_point;
+    ko_wchar_t *w_mon_thousands_sep;
+    ko_wchar_t *w_mon_grouping;
+    ko_wchar_t *w_positive_sign;
+    ko_wchar_t *w_negative_sign;
+} koconv;
+
+/* A broken-down time. */
+typedef struct ko_tm_t {
+    ko_long_t tm_usec; /* 0..999999 */
+    int tm_sec;        /* 0..61 */
+    int tm_min;
+    int tm_hour;
+    int tm_mday; /* from 1 */
+    int tm_mon;  /* from 0 */
+    int tm_year; /* since 1900 */
+    int tm_wday; /* 0 is Sunday */
+    int tm_yday; /* from 0 */
+    int tm_isdst;
+    const char *tm_zone;
+    ko_long_t tm_gmtoff;
+} ko_tm_t;
+
+/* One character as bytes, first byte first. */
+typedef struct char_desc {
+    unsigned int length; /* 1..4 */
+    unsigned char bytes[4];
+} char_desc;
+
+/* ---- Locale records ------------------------------------------------------------------------ */
+
+/* Makes a fresh empty locale record in *result. Returns 0; or -1 with a static error record (error
+ * word KO_ENOMEM) in *result. Give a record back with ko_lc_unload. */
+KO_API int ko_create_null_locale_2(ko_lc_t *result);
+
+/* Resets category 2..7 of a record to its empty state, without freeing what it held, and clears
+ * the category's names. Returns 0; or -1 with KO_ERANGE (category) or KO_ENOMEM (the record stays
+ * releasable). */
+KO_API int ko_make_null_category(ko_lc_t loc, int category);
+
+/* Frees what category 2..7 of a record owns, clears it and its names. */
+KO_API void ko_free_category(ko_lc_t loc, int category);
+
+/* Releases a record that a loading call handed out, without its category data, which other records
+ * may share. Static error records and NULL are left alone. */
+KO_API void ko_free_nonshared_loc(ko_lc_t loc);
+
+/* Copies one category, or all with KO_LC_ALL, by reference: the source must outlive the copy, and
+ * the copy is given back with ko_free_nonshared_loc. The source must hold the category and the
+ * destination must not. Returns 0; or -1 with KO_ENOCAT, KO_EHASCAT or KO_ERANGE in the
+ * destination's error word and nothing copied. A code-set mismatch stores KO_ECODESET but is no
+ * failure. */
+KO_API int ko_copy_cat(ko_lc_t dst, ko_lc_t src, int category);
+
+/* Makes a record that holds the locale object default.lco in all categories. Names of the record
+ * stay empty. dir, or NULL for the search path, is put before the file name as it stands. Returns
+ * 0; or -1 with the reason in (*result)'s error word: a static record for KO_ENOMEM and KO_EFILE,
+ * else the partly filled record, which the caller gives back with ko_lc_unload. */
+KO_API int ko_createlocale_2(ko_lc_t *result);
+KO_API int ko_createlocale2_2(ko_lc_t *result, const char *dir);
+
+/* Loads one category, or all with KO_LC_ALL, into a record. name is a locale object's file name,
+ * "native", "" (the environment decides), or for KO_LC_ALL a setting as this call returns it; NULL
+ * only queries. Returns the resulting setting, which the caller frees with ko_destroystring; or
+ * NULL with the error word set, categories loaded before the failure staying loaded. */
+KO_API char *ko_setlocale_2(ko_lc_t loc, int category, const char *name);
+
+/* Hands out the shared record of a locale specification such as "en_US.8859-1@euro", loading it
+ * at first. registry and dir may be NULL. Returns 0; or -1 with the reason in (*result)'s error
+ * word. Give the record back with ko_lc_unload in either case. */
+KO_API int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir);
+
+/* Gives one load back; the last one frees the record. NULL and static error records are left
+ * alone. */
+KO_API void ko_lc_unload(ko_lc_t loc);
+
+/* Writes the list of shared records to the log. */
+KO_API void ko_display_lc_node_list(void);
+
+/* ---- Names, registry, file naming ---------------------------------------------------------- */
+
+/* The number of a code set by its name. registry: path of the registry file, or NULL to search
+ * it. Returns KO_NO_CODESET with KO_EFORMAT (no registry), KO_EOBJECT (malformed number) or
+ * KO_EINVAL (unknown name). A name of digits stands for itself. */
+KO_API uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry);
+
+/* Reads the registry into memory, or puts the built-in one in force when that fails, with the
+ * reason in the handle's error word. */
+KO_API void ko_cache_registry(void *handle, const char *registry);
+
+/* The code-set number of a locale specification, a compound one, or a bare code-set name. */
+KO_API uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
+
+/* The locale object file name of a specification; out has room for 311 bytes and a terminator. dir
+ * (may be NULL) goes into the names of a compound specification. Returns 0; or -1 with KO_EINVAL. */
+KO_API int ko_lc_spec2lc_fname(void *handle, const char *spec, char *out, const char *registry,
+                               const char *dir);
+
+/* The message directory of a specification: ten characters and a terminator. Returns 0; or -1 with
+ * KO_EINVAL. */
+KO_API int ko_lc_spec2msg_dname(void *handle, const char *spec, char *out, const char *registry,
+                                const char *dir);
+
+/* The file name of the conversion object between two code sets; out has room for the directory and
+ * 14 bytes more. */
+KO_API void ko_cs_nums2cv_fname(void *handle, uint16_t from, uint16_t to, char *out,
+                                const char *dir);
+
+/* Composes "ll_TT.hhhh[@mod]" into out (17 bytes and a terminator at most). handle and modifier
+ * may be NULL. Returns 0; or -1 with KO_EINVAL. */
+KO_API int ko_lc_pieces2lc_spec(void *handle, const char *lang_terr, const char *cs_num,
+                                const char *modifier, char *out);
+
+/* Splits a locale object file name into "ll_TT" (6 bytes), the decimal code-set number (6 bytes)
+ * and the modifier (5 bytes). handle may be NULL. Returns 0; or -1, mostly with KO_EINVAL. */
+KO_API int ko_lc_fname2lc_pieces(void *handle, const char *fname, char *lang_terr, char *cs_num,
+                                 char *modifier);
+
+/* ---- Host hooks and services --------------------------------------------------------------- */
+
+typedef void (*ko_extfn_t)(void);
+
+/* Installs a hook, cast to ko_extfn_t, under a KO_EXT_ code; NULL empties the slot. Each hook has
+ * the type of the ko_ext_ function of its name. Returns 0; or -1 with KO_ERANGE in the handle
+ * (which may be NULL). A host that brings streams installs every stream hook. */
+KO_API int ko_setextfunc(void *handle, int code, ko_extfn_t fn);
+
+/* Each calls its hook, or the standard library where none is installed. A stream is whatever the
+ * open hook returned. ko_ext_errno gives the address of a handle's error word. */
+KO_API char *ko_ext_getenv(const char *name);
+KO_API int *ko_ext_errno(void *handle);
+KO_API int ko_ext_fclose(void *stream);
+KO_API int ko_ext_feof(void *stream);
+KO_API int ko_ext_ferror(void *stream);
+KO_API int ko_ext_fgetc(void *stream);
+KO_API char *ko_ext_fgets(char *buf, int size, void *stream);
+KO_API void *ko_ext_fopen(const char *path, const char *mode);
+KO_API void ko_ext_free(void *block);
+KO_API int ko_ext_fseek(void *stream, ko_long_t offset, int origin);
+KO_API ko_long_t ko_ext_ftell(void *stream);
+KO_API size_t ko_ext_fwrite(const void *buf, size_t size, size_t count, void *stream);
+KO_API int ko_ext_getc(void *stream);
+KO_API void *ko_ext_malloc(size_t size);
+KO_API int ko_ext_ungetc(int byte, void *stream);
+KO_API int ko_ext_putenv(char *setting);
+/* Month 1..12, day of month and four-digit year of today. Returns 0. */
+KO_API int ko_ext_currdate(uint16_t *mdy);
+KO_API int ko_ext_currtime(ko_tm_t *tm);
+
+/* Frees a string that the library returned; NULL is left alone. */
+KO_API void ko_destroystring(void *string);
+
+/* Reads the diagnostic switches (profile file, then KOVALOG and KOVADEBUG); the first message does
+ * so by itself. */
+KO_API void ko_init_debug(void);
+/* Writes a line to the log, and to a pop-up, where switched on. */
+KO_API void ko_message(const char *text);
+
+/* Finds a data file, below KO_PATH or the installation root, and opens it for reading. dir and
+ * subdir name its place, as "lc" and "11". Returns the stream; or NULL with KO_EFILE in the handle
+ * (which may be NULL). The second form opens and is read with the standard library. */
+KO_API void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir);
+KO_API void *ko_path_search_no_ext(void *handle, const char *name, const char *dir,
+                                   const char *subdir);
+/* Opens a composed name, each path mark (0xFF) of which becomes a backslash. */
+KO_API void *ko_open_file(void *handle, const char *name);
+
+/* ---- Information queries ------------------------------------------------------------------- */
+
+/* A locale's string for a KO_ item; it belongs to the record. NULL where the locale has none, or
+ * with KO_ERANGE for a month beyond the calendar's. */
+KO_API const ko_mchar_t *ko_nl_langinfo(ko_lc_t loc, unsigned item);
+KO_API const ko_wchar_t *ko_wc_nl_langinfo(ko_lc_t loc, unsigned item);
+/* The record's conventions; they change when a category does. */
+KO_API const koconv *ko_localeconv(ko_lc_t loc);
+KO_API const char *ko_version(void);
+KO_API const char *ko_cm_version(void);
+KO_API const char *ko_lc_version(void);
+KO_API const char *ko_cv_version(void);
+/* Longest and shortest character of the locale's code set, in bytes. */
+KO_API int ko_mb_loc_max(ko_lc_t loc);
+KO_API int ko_mb_loc_min(ko_lc_t loc);
+
+/* ---- Multibyte look-up tables -------------------------------------------------------------- */
+
+/* Writes one data item to a stream as text; 0, or negative on failure. */
+typedef int (*ko_item_printer)(void *stream, const void *item);
+/* Reads one data item of data_size bytes into dest; 0, or negative on failure. */
+typedef int (*ko_item_reader)(void *stream, void *dest, int data_size);
+
+/* Makes an empty table of data_size-byte items; default_item (NULL: zero bytes) is copied. NULL
+ * without memory. Free it with free_multi. */
+KO_API void *create_multi(unsigned data_size, unsigned flags, const void *default_item);
+/* Adds a character, or overwrites its item; a NULL item stands for the default. Returns 0; or -1
+ * for a character that is or has a prefix in the table, a bad length, a compressed table or
+ * lack of memory. */
+KO_API int insert_desc_multi(const char_desc *desc, const void *item, void *table);
+/* Look-ups: the character's item, which lives as long as the table; NULL where there is none. With
+ * gen they store KO_EILSEQ for what is no character and KO_EINVAL for one cut off by the limit.
+ * *len_bytes gets the bytes taken, a bad one included. */
+KO_API void *retrieve_desc_multi(const char_desc *desc, void *table);
+KO_API void *retrieve_text_multi(const ko_mchar_t *text, void *table, int *len_bytes,
+                                 gen_exports *gen);
+KO_API void *retrieve_text_multi_nl(const ko_mchar_t *text, void *table, gen_exports *gen);
+/* Bytes of the character, 0 for an invalid one. */
+KO_API int retrieve_text_multi_nv(const ko_mchar_t *text, void *table, gen_exports *gen);
+KO_API void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit,
+                                       int *len_bytes, gen_exports *gen);
+/* For tables in which every first byte is a prefix: no validity test. */
+KO_API void *retrieve_text_doub_limit(const ko_mchar_t *text, void *table, int limit,
+                                      gen_exports *gen);
+KO_API void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table);
+KO_API int multi_max_length(void *table);
+KO_API int multi_min_length(void *table);
+/* Reason of the last failed fscanf_multi: KO_ENOMEM or KO_ECHARLEN, else 0. */
+KO_API int multi_err(void *table);
+KO_API void multi_node_count(void *table, int *data_arrays, int *flag_arrays, int *offset_arrays);
+/* Shares equal arrays; look-ups stay the same, inserts fail from here on. Returns 0; or -1 without
+ * memory and the table as it was. */
+KO_API int compress_multi(void *table);
+/* Writes the table's text form through ko_ext_fwrite. Returns 0; or -1 when a write fails. */
+KO_API int fprintf_multi(void *stream, void *table, ko_item_printer printer);
+/* Reads a text form into a fresh table; characters of more than max_len bytes are refused. The
+ * stream is left right behind the table. Returns 0; or -1 with the reason in multi_err, the table
+ * still to be freed. */
+KO_API int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader);
+KO_API void free_multi(void *table);
+
+/* ---- Classes and case ---------------------------------------------------------------------- */
+
+/* The mask of a class name, 0 when unknown. */
+KO_API ko_ctype_t ko_ctype(ko_lc_t loc, const char *name);
+/* Non-zero when the character has a bit of the mask; no character stores KO_EILSEQ. */
+KO_API int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask);
+KO_API int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask);
+/* The case partner, or the character itself (with KO_EILSEQ where it is none). */
+KO_API ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc);
+KO_API ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc);
+/* Write the partner's bytes, or the character's, without terminator. Source length in the high
+ * byte of the result, bytes written in the low one (0xFF: the partner has no bytes, KO_EILSEQ). */
+KO_API uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
+KO_API uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
+/* Map a string; dst has room for ko_case_conv_outbuflen of the source's bytes and a terminator,
+ * and may be the source where no character grows. Return bytes written before the terminator; or
+ * -1 with KO_EILSEQ and dst unterminated. */
+KO_API int ko_tombsupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs);
+KO_API int ko_tombslower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs);
+/* The wide forms return 0; or -1 with KO_EILSEQ and dst unterminated. */
+KO_API int ko_towcsupper(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs);
+KO_API int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs);
+/* Bytes that case mapping of len_bytes bytes may need, terminator not counted. */
+KO_API int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes);
+
+/* ---- Multibyte and wide conversion, lengths ------------------------------------------------ */
+
+/* The character at mb, of which len_bytes bytes may be read. Returns its bytes, 0 for the null
+ * character or a NULL mb; or -1 with KO_EILSEQ or KO_EINVAL (cut off). */
+KO_API int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_bytes);
+KO_API int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes);
+/* Writes up to 4 bytes and returns their number; or -1 with KO_EILSEQ. sl_wctomb walks the
+ * collation table instead of the class table. */
+KO_API int ko_full_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc);
+KO_API int sl_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc);
+/* Convert at most n characters. Return wide characters before the terminator, which is written
+ * only when met; im_ returns -1 with KO_EILSEQ. */
+KO_API int is_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
+KO_API int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
+/* Convert into at most n bytes, stopping before a character that does not fit. Return bytes before
+ * the terminator, which is written only when met; or -1 with KO_EILSEQ. */
+KO_API int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
+KO_API int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
+KO_API int ko_wcslen(const ko_wchar_t *wcs);
+/* Bytes of a wide string, terminator included. */
+KO_API int ko_wcsbytes(const ko_wchar_t *wcs);
+/* Characters before the terminator; or -1 with KO_EILSEQ, KO_EINVAL or KO_ENULL. */
+KO_API int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs);
+/* Bytes with the terminator; 0 for a NULL or invalid string. */
+KO_API int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs);
+/* Bytes of a wide character's multibyte form; or -1 with KO_EILSEQ. */
+KO_API int ko_wclen(ko_lc_t loc, ko_wchar_t wc);
+
+/* ---- Strings ------------------------------------------------------------------------------- */
+
+/* Writes the terminator and returns its bytes. */
+KO_API int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb);
+/* Bytes of the terminator when one stands at mb, else 0. */
+KO_API int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb);
+/* The position behind the character at mb; or NULL with KO_EILSEQ or KO_ENULL. */
+KO_API ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb);
+
+/* ---- Collation ----------------------------------------------------------------------------- */
+
+/* Compare under the locale: -1, 0 or 1. 0 with KO_ENULL, KO_EILSEQ or KO_ENOMEM on failure. The
+ * handle's mbscoll pointer names the multibyte comparer that fits the locale; the is_ forms serve
+ * single-byte locales with expansions, with collating elements, or with neither. */
+KO_API int ko_full_wcscoll(ko_lc_t loc, const ko_wchar_t *wcs1, const ko_wchar_t *wcs2);
+KO_API int im_mbscoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+KO_API int is_mbscoll_exp(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+KO_API int is_mbscoll_elem(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+KO_API int is_mbscoll_back(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+/* Write a sort key whose byte order is the comparison's order: at most maxbytes bytes with the
+ * terminator. Return the bytes of the whole key, terminator not counted (maxbytes or more: dst is
+ * cut); dst may be NULL with maxbytes 0. -1 with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
+KO_API int ko_wcsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int maxbytes);
+KO_API int ko_full_mbsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
+/* Code order: the difference of the first differing units. */
+KO_API int ko_wcscmp(const ko_wchar_t *wcs1, const ko_wchar_t *wcs2);
+KO_API int ko_wcsncmp(const ko_wchar_t *wcs1, const ko_wchar_t *wcs2, int n);
+/* Byte order over at most len_chars characters of each string. */
+KO_API int ko_full_mbsncmp(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2,
+                           int len_chars);
+/* 1 when str, len characters long, begins with the preflen characters of prefix. */
+KO_API int ko_wcspre(ko_lc_t loc, const ko_wchar_t *str, int len, const ko_wchar_t *prefix,
+                     int preflen);
+/* The Thai method: compare, and transform. thaismoxfrm takes the text in dst and writes to mbs. */
+KO_API int thaismocoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
+KO_API int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
