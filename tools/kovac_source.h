@@ -1,0 +1,123 @@
+// Locale sources: finding and loading them, positions and diagnostics, and the lexer that turns
+// their text into tokens and logical lines. Everything that reads a source starts here.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kovac {
+
+// One source held in memory. Tokens point into it; it lives as long as its source_set.
+struct source_file {
+    std::string path;                     // where it was found
+    std::string name;                     // base name, the name that locale objects mention
+    std::string text;                     // whole content
+    mutable std::deque<std::string> pool; // symbol names that had to be unescaped
+};
+
+// A place in a source. Line and column are counted only when a diagnostic is printed.
+struct position {
+    const source_file *file = nullptr; // null: the diagnostic has no place
+    uint32_t offset = 0;               // bytes from the start of the text
+};
+
+// Prints "file:line:col: error: text", the source line and a caret.
+struct diagnostics {
+    std::string *sink = nullptr; // collects the text instead of standard error (tests)
+    bool colour = false;         // colour codes around severity and caret
+    bool verbose = false;        // notes are printed too
+    int max_errors = 20;         // further errors are counted, not printed
+    int errors = 0;
+    int warnings = 0;
+};
+
+// Text made as by printf.
+std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
+void error(diagnostics &diag, position pos, const std::string &text);
+void warning(diagnostics &diag, position pos, const std::string &text);
+void note(diagnostics &diag, position pos, const std::string &text); // only when verbose
+
+// Line and column, both from 1; a column counts bytes.
+struct line_column {
+    int line, column;
+};
+line_column locate(position pos);
+
+// The sources of one compilation: the main one and all that it copies from.
+struct source_set {
+    std::vector<std::string> dirs; // searched in order for a bare name
+    std::map<std::string, std::unique_ptr<source_file>, std::less<>> files; // by name as asked
+    const source_file *main = nullptr;                                      // set by the caller
+};
+
+// The source of that name or path, loaded once. Null after an error was reported at from.
+const source_file *load_source(source_set &set, diagnostics &diag, std::string_view name,
+                               position from);
+
+enum class tok : uint8_t {
+    end_file,
+    end_line, // end of a logical line; blank and comment lines produce none
+    word,     // keyword or bare text: letters, digits, "_", "-", ...
+    symbol,   // <...>
+    string,   // "..."
+    number,   // decimal, may be negative
+    bytes,    // /x41, /d065, /101 and runs of them: one character given by its bytes
+    semicolon,
+    comma,
+    open,  // (
+    close, // )
+    ellipsis,
+    bad, // not a token; an error has been reported
+};
+
+constexpr uint32_t no_code = 0xFFFFFFFF;
+
+struct token {
+    tok kind = tok::end_file;
+    uint8_t dots = 0;      // ellipsis: 2 ".." hexadecimal, 3 "..." code order, 4 "...." decimal
+                           // bytes: how many (1 to 4)
+    uint32_t value = 0;    // symbol <Uxxxx> or <Uxxxxxxxx>: the code point, else no_code
+                           // number: the value (as int32_t); bytes: the value, big-endian
+                           // ellipsis: the step, 1 unless written ..(2)..
+                           // string: the escape character in force
+    std::string_view text; // word; symbol without <> and unescaped; string: raw text inside ""
+    position pos;          // first byte of the token
+};
+
+// A lexer on one source. Copy it to remember a place.
+struct lexer {
+    const source_file *file = nullptr;
+    diagnostics *diag = nullptr;
+    uint32_t at = 0;
+    char escape = '\\';
+    char comment = '#';
+    bool line_open = false; // a token of the current logical line was handed out
+};
+
+lexer open_lexer(const source_file &file, diagnostics &diag);
+
+// The next token. comment_char and escape_char lines are obeyed and never seen.
+token next_token(lexer &lex);
+
+// Moves behind the line that opens a category ("LC_COLLATE"). False when the source has none.
+bool seek_category(lexer &lex, std::string_view category);
+
+// Reads one logical line without its end_line token. False at "END <category>", which is consumed,
+// and at the end of the file; line is then empty. *ended (may be null) tells whether END was seen.
+bool next_line(lexer &lex, std::string_view category, std::vector<token> &line, bool *ended);
+
+bool is_word(const token &t, std::string_view text);
+
+// "LC_CTYPE" and so on with a copy line: the copied category opened in lex. False after an error.
+// copy_token is the string behind "copy".
+bool open_copy(source_set &set, diagnostics &diag, const token &copy_token,
+               std::string_view category, lexer &lex);
+
+} // namespace kovac
