@@ -1,0 +1,19 @@
+// The hook table: every service of the host, or of the standard library where no hook is set.
+#ifndef KOVAEXTSA_H
+#define KOVAEXTSA_H
+
+#include "kova.h"
+
+#include <stdio.h>
+
+bool hook_set(int code);         // is a hook installed under the code?
+bool stream_hooks_set(void);     // is any hook installed that opens, reads or closes streams?
+
+// Opens a path in the system's own notation with the standard library, translated to the
+// platform's notation.
+FILE *std_open(const char *path, const char *mode);
+// Reads an open standard stream to its end into one block of the host's memory. NULL without
+// memory or after a read error; *size gets the bytes.
+unsigned char *std_read_all(FILE *file, size_t *size);
+
+#endif

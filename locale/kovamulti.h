@@ -1,0 +1,71 @@
+// Look-up tables of multibyte code sets: a tree of 256-entry nodes, one level a byte.
+#ifndef KOVAMULTI_H
+#define KOVAMULTI_H
+
+#include "kova.h"
+#include "kovautils.h"
+
+enum { mb_invalid = 0, mb_prefix = 1, mb_final = 4 };
+enum { multi_leaf_flags = 1, multi_compressed = 2 };
+constexpr uint32_t multi_no_id = 0xFFFFFFFF;
+constexpr int multi_max_depth = 4;
+
+struct multi_arr {
+    int flags;        // 0; no look-up reads it
+    int num_offsets;  // children
+    uint32_t flag_id;  // index in the shared lists, multi_no_id for none
+    uint32_t data_id;
+    unsigned char *flag_arr;    // 256 states: mb_invalid, mb_prefix, mb_final
+    unsigned char *offset_arr;  // 256 indexes into next_arr
+    unsigned char *data_arr;    // 256 slots of 1 << log_data_size bytes
+    multi_arr **next_arr;
+};
+
+struct mb_decode {
+    int data_size;
+    int max_char_len;
+    int min_char_len;  // starts at 2 on purpose: look-ups by wide value depend on it
+    unsigned flags;
+    int data_arr_count;
+    int flag_arr_count;
+    int offset_arr_count;
+    int err;
+    multi_arr *root;
+    unsigned char *default_data;
+    unsigned log_data_size;
+    unsigned char **flag_arrs;
+    unsigned char **data_arrs;
+    int *offset_count;  // children of the nodes that use a shared flag array
+};
+
+// Reads the text form from a file being loaded, hooks or memory, with items of four hex digits.
+// 0, or -1 with the number in the table's err. A tree deeper than its stored longest character is
+// refused, so characters of a table read with max_len 2 are never longer than 2 bytes.
+int read_multi_ub2(text_in *in, mb_decode *table, int max_len);
+
+// A table of 16-bit items and characters of one or two bytes, flattened for hot loops: no field is
+// ever NULL, missing arrays are pages of zero flags or of the default item. The arrays belong to
+// the table (or to the static pages).
+struct mb_flat {
+    const unsigned char *flag1;      // 256 states of a first byte
+    const uint16_t *item1;           // 256 items of one-byte characters
+    const unsigned char *flag2[256];  // by first byte: 256 states of the second byte
+    const uint16_t *item2[256];       // by first byte: 256 items of two-byte characters
+    uint16_t *default_page;           // owned: 256 times the default item
+    int min_char_len;
+    int max_char_len;
+};
+// Fills *flat from a table of 16-bit items. -1 without memory, or for a table that is deeper.
+int flatten_multi(const mb_decode *table, mb_flat *flat);
+void free_flat(mb_flat *flat);
+
+// The item of a wide value, NULL without one; stores no error.
+inline const uint16_t *flat_wchar(const mb_flat *f, ko_wchar_t wc) {
+    const unsigned hi = wc >> 8, lo = wc & 0xFF;
+    if (f->min_char_len == 1 && !hi) return f->flag1[lo] == mb_final ? &f->item1[lo] : nullptr;
+    if (f->min_char_len < 1 || f->min_char_len > 2) return nullptr;
+    if (f->flag1[hi] != mb_prefix || f->flag2[hi][lo] != mb_final) return nullptr;
+    return &f->item2[hi][lo];
+}
+
+#endif

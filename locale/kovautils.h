@@ -1,0 +1,103 @@
+// Services that every source uses: error words, blocks of the host's memory, file search, the
+// diagnostic log and the token readers of the compiled text files.
+#ifndef KOVAUTILS_H
+#define KOVAUTILS_H
+
+#include "kova.h"
+
+#include <stddef.h>
+#include <stdint.h>
+
+// Stores an error number in a handle. Without a handle only an error hook can take it.
+void set_error(void *handle, int number);
+
+template <class R> inline R fail(void *handle, int number, R result) {
+    set_error(handle, number);
+    return result;
+}
+
+void *alloc_ptr(size_t size);  // NULL for size 0
+void free_ptr(const void *block);  // NULL allowed
+
+// An array of the host's memory, freed unless released. Not cleared.
+template <class T> struct ext_block {
+    T *p;
+    explicit ext_block(size_t n)
+        : p(n <= PTRDIFF_MAX / sizeof(T) ? static_cast<T *>(ko_ext_malloc(n ? n * sizeof(T) : 1))
+                                         : nullptr) {}
+    ext_block(const ext_block &) = delete;
+    ext_block &operator=(const ext_block &) = delete;
+    ~ext_block() {
+        if (p) ko_ext_free(p);
+    }
+    T *release() {
+        T *kept = p;
+        p = nullptr;
+        return kept;
+    }
+};
+
+// A text file being read: through the stream hooks byte by byte, or, where the host brings no
+// streams, from its bytes in memory.
+struct text_in {
+    void *stream;              // NULL: reading memory
+    const unsigned char *pos;  // next byte in memory
+    const unsigned char *end;
+    bool ended;  // a read has met the end of the file
+};
+
+int in_getc_stream(text_in *in);
+void in_ungetc_stream(text_in *in, int byte);
+
+inline int in_getc(text_in *in) {
+    if (in->stream) return in_getc_stream(in);
+    if (in->pos < in->end) return *in->pos++;
+    in->ended = true;
+    return -1;
+}
+inline void in_ungetc(text_in *in, int byte) {  // the byte just read; -1 is ignored
+    if (byte < 0) return;
+    if (in->stream) return in_ungetc_stream(in, byte);
+    --in->pos;
+}
+// Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
+// its length, 0 at the end of the file.
+int in_gets(text_in *in, char *buf, int bound);
+
+inline bool is_white(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+void skip_whitespace(text_in *in);
+int get_int(text_in *in);                       // saturates; 0 at the end of the file
+double get_dbl(text_in *in);
+unsigned get_hex(text_in *in, int digits);      // exactly that many characters, not validated
+unsigned get_hex_byte(text_in *in);             // two; a non-hex digit counts as 0
+unsigned get_hex_digit(int c);                  // of one character, a non-hex one its raw code
+int get_str(text_in *in, char *buf, int bound);  // a word of at most bound characters; its length
+ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
+
+// Copies the text before the delimiter into a new string and moves the cursor behind the
+// delimiter. -1 when the text ends first or memory fails.
+int alloc_str_copy(char **result, const char **cursor, char delimiter);
+char *copy_string(const char *text);  // a new string, NULL without memory
+
+int digits(ko_long_t value, int base);
+int udigits(ko_ulong_t value, int base);
+int ipow(int base, int exponent);
+double fpow(double base, int exponent);
+
+// The one user of strtod: reads a number whose decimal point is "." whatever the process locale
+// says. *end gets the first character not read.
+double c_strtod(const char *text, const char **end);
+
+void message_1(const char *format_with_one_s, const char *text);  // a log line of any length
+
+void exit_utilities(void);
+
+// Opens as ko_path_search does and says where the file was found. path is a new string, freed by
+// the caller; it may be NULL.
+void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
+                        char **path);
+// Opens one composed path through the open hook and logs the attempt.
+void *open_logged(const char *path);
+
+#endif
