@@ -1,0 +1,13 @@
+# Benchmarks see the library through kova.h; their peers are the C library and ICU.
+if(NOT TARGET kova)
+  return()
+endif()
+find_package(benchmark REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+file(GLOB bench_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/bench/*_bench.cpp)
+foreach(source IN LISTS bench_sources)
+  get_filename_component(name ${source} NAME_WE)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE kova kova_warnings benchmark::benchmark
+                        benchmark::benchmark_main ICU::i18n ICU::uc)
+endforeach()

@@ -1,0 +1,10 @@
+# Each examples/*.c is a program of its own that shows one use of the C interface.
+if(NOT TARGET kova)
+  return()
+endif()
+file(GLOB example_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/examples/*.c)
+foreach(source IN LISTS example_sources)
+  get_filename_component(name ${source} NAME_WE)
+  add_executable(example_${name} ${source})
+  target_link_libraries(example_${name} PRIVATE kova kova_warnings)
+endforeach()

@@ -1,0 +1,12 @@
+# Warnings and sanitizers, as interface targets that every other target links.
+set(kova_warnings_common -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
+    -Wcast-qual -Wimplicit-fallthrough -Wno-missing-field-initializers -Werror)
+add_library(kova_warnings INTERFACE)
+target_compile_options(kova_warnings INTERFACE ${kova_warnings_common}
+    $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wmissing-declarations>)
+
+if(KOVA_SANITIZE)
+  add_compile_options(-fsanitize=${KOVA_SANITIZE} -fno-sanitize-recover=all
+                      -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${KOVA_SANITIZE})
+endif()

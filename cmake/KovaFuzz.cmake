@@ -1,0 +1,22 @@
+# Each fuzz/*_fuzz.cpp is a libFuzzer program. CTest runs each for a few seconds, starting from
+# fuzz/<name>_seeds/ where that folder exists.
+if(NOT TARGET kova_inside)
+  return()
+endif()
+add_compile_options(-fsanitize=fuzzer-no-link)
+target_compile_options(kova_inside PRIVATE -fsanitize=fuzzer-no-link)
+file(GLOB fuzz_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/*_fuzz.cpp)
+foreach(source IN LISTS fuzz_sources)
+  get_filename_component(name ${source} NAME_WE)
+  add_executable(${name} ${source})
+  target_link_libraries(${name} PRIVATE kova_inside kova_warnings)
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  set(corpus ${CMAKE_BINARY_DIR}/corpus/${name})
+  file(MAKE_DIRECTORY ${corpus})
+  set(seeds ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/${name}_seeds)
+  if(NOT IS_DIRECTORY ${seeds})
+    set(seeds "")
+  endif()
+  add_test(NAME ${name} COMMAND ${name} -max_total_time=15 -timeout=10 -rss_limit_mb=1024
+           -print_final_stats=1 ${corpus} ${seeds})
+endforeach()

@@ -1,0 +1,61 @@
+# kova: the shared library, exporting what tests/exports.txt lists and nothing else.
+# kova_inside: the same sources as an archive with every function visible, for tests and fuzzers.
+set(root ${CMAKE_CURRENT_SOURCE_DIR})
+file(GLOB kova_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp ${root}/lib/*.cpp)
+
+# The map and the definition file come from the list; symbols not built yet are left out of the
+# latter only, because a definition file may not name what is missing.
+set(exports_txt ${root}/tests/exports.txt)
+set(pending_txt ${root}/tests/exports_pending.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports_txt} ${pending_txt})
+file(STRINGS ${exports_txt} kova_exports REGEX "^[A-Za-z_]")
+list(SORT kova_exports)
+list(JOIN kova_exports ";\n        " exports_joined)
+set(kova_map ${CMAKE_BINARY_DIR}/kova.map)
+file(CONFIGURE OUTPUT ${kova_map} CONTENT
+    "KOVA_2 {\n    global:\n        @exports_joined@;\n    local:\n        *;\n};\n" @ONLY)
+
+add_library(kova_compile INTERFACE)
+target_include_directories(kova_compile INTERFACE ${root}/include ${root}/locale ${root}/lib)
+target_compile_options(kova_compile INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+target_compile_definitions(kova_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
+target_link_libraries(kova_compile INTERFACE kova_warnings)
+if(WIN32)
+  set(kova_system_libs user32)  # message boxes and line formatting
+else()
+  set(kova_system_libs m)
+endif()
+
+if(NOT kova_sources)
+  message(STATUS "No library sources yet: library, tools and tests are left out")
+  return()
+endif()
+
+add_library(kova_inside STATIC ${kova_sources})
+target_link_libraries(kova_inside PRIVATE kova_compile PUBLIC ${kova_system_libs})
+target_include_directories(kova_inside PUBLIC ${root}/include ${root}/locale ${root}/lib)
+# Its users are linked with the archive, so the header must not make them import.
+target_compile_definitions(kova_inside PUBLIC KOVA_STATIC)
+if(KOVA_FUZZ)
+  return()
+endif()
+
+add_library(kova SHARED ${kova_sources})
+target_link_libraries(kova PRIVATE $<BUILD_INTERFACE:kova_compile> ${kova_system_libs})
+target_include_directories(kova INTERFACE $<BUILD_INTERFACE:${root}/include>
+                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_definitions(kova PRIVATE KOVA_BUILD)
+target_compile_options(kova PRIVATE -fvisibility=hidden)
+set_target_properties(kova PROPERTIES LINKER_LANGUAGE C VERSION 2.86 SOVERSION 2
+                      LINK_DEPENDS ${kova_map})
+if(WIN32)
+  # The library exports what the header marks; nothing may leak from the compiler's own archives.
+  target_link_options(kova PRIVATE -static-libgcc -Wl,--exclude-all-symbols)
+else()
+  target_link_options(kova PRIVATE -Wl,--version-script=${kova_map} -Wl,--as-needed)
+  # clang leaves the sanitizer's symbols to the executable.
+  if(NOT (KOVA_SANITIZE AND CMAKE_C_COMPILER_ID MATCHES Clang))
+    target_link_options(kova PRIVATE -Wl,-z,defs)
+  endif()
+endif()

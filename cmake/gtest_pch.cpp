@@ -1,0 +1,1 @@
+// Compiles the test framework's header once for all test programs.

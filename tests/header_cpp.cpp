@@ -1,0 +1,18 @@
+// The public header is complete by itself for a C++20 program, and its declarations have C linkage.
+#include "kova.h"
+
+#include <cstdio>
+#include <type_traits>
+
+static_assert(sizeof(ko_long_t) == 4 && sizeof(ko_ulong_t) == 4 && sizeof(ko_wchar_t) == 2);
+static_assert(std::is_same_v<ko_lc_t, void *>);
+
+int main() {
+    ko_lc_t loc = nullptr;
+    if (ko_create_null_locale_2(&loc) != 0) {
+        std::fputs("the library hands out no empty locale\n", stderr);
+        return 1;
+    }
+    ko_free_nonshared_loc(loc);
+    return 0;
+}
