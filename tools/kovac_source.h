@@ -21,6 +21,13 @@ struct source_file {
     mutable std::deque<std::string> pool; // symbol names that had to be unescaped
 };
 
+// Reads a whole file, unpacking gzip. False when it cannot be read or is larger than 64 MB.
+bool read_whole(const std::string &path, std::string &text);
+
+// Path of a name: itself when it holds a slash, else the first of dirs that has it (also with
+// ".gz"), else the file of that name in the working directory. Empty when there is none.
+std::string find_file(const std::vector<std::string> &dirs, std::string_view name);
+
 // A place in a source. Line and column are counted only when a diagnostic is printed.
 struct position {
     const source_file *file = nullptr; // null: the diagnostic has no place
