@@ -1,0 +1,40 @@
+# Installs Debian packages; sourced by quickstart and check, which set $me to their name.
+
+missing_packages() {
+    for p in "$@"; do
+        dpkg-query -W -f '${db:Status-Status}\n' "$p" 2>/dev/null | grep -qx installed || echo "$p"
+    done
+}
+
+# Runs apt-get as root; nothing is asked.
+apt() {
+    if [ "$(id -u)" = 0 ]; then
+        DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
+    elif command -v sudo >/dev/null; then
+        sudo DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
+    else
+        echo "$me: packages can be installed by root only; run as root or install sudo" >&2
+        return 1
+    fi
+}
+
+# install_packages NAME...: installs what is missing; fails when something cannot be installed.
+install_packages() {
+    command -v dpkg-query >/dev/null || {
+        echo "$me: this is no Debian system; install by hand: $*" >&2
+        return 1
+    }
+    missing=$(missing_packages "$@" | tr '\n' ' ')
+    [ -n "$missing" ] || return 0
+    echo "$me: installing $missing"
+    log=$(mktemp)
+    # shellcheck disable=SC2086  # the list is meant to be split
+    if { apt update && apt install -y --no-install-recommends $missing; } >"$log" 2>&1; then
+        rm -f "$log"
+        return 0
+    fi
+    tail -n 15 "$log" >&2
+    rm -f "$log"
+    echo "$me: apt-get could not install: $missing" >&2
+    return 1
+}
