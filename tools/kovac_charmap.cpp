@@ -531,21 +531,6 @@ uint32_t token_code(const charmap &map, const token &t) {
     return c && c->len == t.dots ? c->code : no_code;
 }
 
-// The code point at i, which moves to its last byte. A byte that is no UTF-8 stands for itself.
-static uint32_t utf8_code(std::string_view text, size_t &i) {
-    const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
-    const uint32_t lead = byte(i);
-    const size_t more = lead < 0xC2 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : lead < 0xF5 ? 3 : 0;
-    if (more == 0 || text.size() - i <= more) return lead;
-    uint32_t code = lead & (0x3Fu >> more);
-    for (size_t k = 1; k <= more; ++k) {
-        if ((byte(i + k) & 0xC0) != 0x80) return lead;
-        code = code << 6 | (byte(i + k) & 0x3Fu);
-    }
-    i += more;
-    return code;
-}
-
 std::vector<uint32_t> string_codes(const charmap &map, const token &t,
                                    std::vector<std::string> *unknown) {
     std::vector<uint32_t> codes;

@@ -170,6 +170,20 @@ static int hex_value(char c) {
     return -1;
 }
 
+uint32_t utf8_code(std::string_view text, size_t &i) {
+    const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const uint32_t lead = byte(i);
+    const size_t more = lead < 0xC2 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : lead < 0xF5 ? 3 : 0;
+    if (more == 0 || text.size() - i <= more) return lead;
+    uint32_t code = lead & (0x3Fu >> more);
+    for (size_t k = 1; k <= more; ++k) {
+        if ((byte(i + k) & 0xC0) != 0x80) return lead;
+        code = code << 6 | (byte(i + k) & 0x3Fu);
+    }
+    i += more;
+    return code;
+}
+
 lexer open_lexer(const source_file &file, diagnostics &diag) {
     lexer lex;
     lex.file = &file;
@@ -380,6 +394,17 @@ static token word_token(lexer &lex) {
     return t;
 }
 
+// A raw UTF-8 character stands for its code point, like <Uxxxx>.
+static token raw_token(lexer &lex) {
+    const uint32_t start = lex.at;
+    size_t last = start;
+    const uint32_t code = utf8_code(lex.file->text, last);
+    lex.at = uint32_t(last + 1);
+    token t = make_token(lex, tok::symbol, start);
+    t.value = code;
+    return t;
+}
+
 static token plain_token(lexer &lex) {
     const uint32_t start = lex.at;
     const char c = lex.file->text[start];
@@ -401,6 +426,7 @@ static token plain_token(lexer &lex) {
     if (c == '"') return string_token(lex);
     if (c == '.') return ellipsis_token(lex);
     if (c == lex.escape) return bytes_token(lex);
+    if (static_cast<unsigned char>(c) >= 0x80) return raw_token(lex);
     return word_token(lex);
 }
 

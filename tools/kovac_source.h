@@ -68,11 +68,14 @@ struct source_set {
 const source_file *load_source(source_set &set, diagnostics &diag, std::string_view name,
                                position from);
 
+// The code point at text[i]; i moves to its last byte. A byte that is no UTF-8 stands for itself.
+uint32_t utf8_code(std::string_view text, size_t &i);
+
 enum class tok : uint8_t {
     end_file,
     end_line, // end of a logical line; blank and comment lines produce none
     word,     // keyword or bare text: letters, digits, "_", "-", ...
-    symbol,   // <...>
+    symbol,   // <...>, or a raw character outside ASCII
     string,   // "..."
     number,   // decimal, may be negative
     bytes,    // /x41, /d065, /101 and runs of them: one character given by its bytes
