@@ -28,6 +28,7 @@ endif()
 
 add_library(kova_tool_compile INTERFACE)
 target_include_directories(kova_tool_compile INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include ${tools})
+target_compile_definitions(kova_tool_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
 if(NOT kova_cli11_include STREQUAL "/usr/include")
   target_include_directories(kova_tool_compile SYSTEM INTERFACE ${kova_cli11_include})
 endif()

@@ -13,6 +13,6 @@ int main(void) {
         fprintf(stderr, "a fresh locale carries an error\n");
         return 1;
     }
-    ko_free_nonshared_loc(loc);
+    ko_lc_unload(loc);
     return 0;
 }

@@ -13,6 +13,6 @@ int main() {
         std::fputs("the library hands out no empty locale\n", stderr);
         return 1;
     }
-    ko_free_nonshared_loc(loc);
+    ko_lc_unload(loc);
     return 0;
 }
