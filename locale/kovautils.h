@@ -91,7 +91,7 @@ double c_strtod(const char *text, const char **end);
 
 void message_1(const char *format_with_one_s, const char *text);  // a log line of any length
 
-void exit_utilities(void);
+void exit_utilities(void);  // forgets the diagnostic switches
 
 // Opens as ko_path_search does and says where the file was found. path is a new string, freed by
 // the caller; it may be NULL.
@@ -99,5 +99,7 @@ void *path_search_found(void *handle, const char *name, const char *dir, const c
                         char **path);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
+// Opens the profile file below the installation root with the standard library; unlogged.
+void *open_profile(void);
 
 #endif

@@ -1,0 +1,262 @@
+// The hook table and its fallbacks in the standard library, and the translation of path names from
+// the system's own notation to the platform's.
+#include "kovaextsa.h"
+
+#include "kovautils.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+// Set by ko_setextfunc alone; hosts do so before they use anything else.
+static constinit ko_extfn_t funcptr_arr[KO_EXT_COUNT] = {};
+
+template <class Fn> static Fn *hook(int code) { return reinterpret_cast<Fn *>(funcptr_arr[code]); }
+
+static FILE *as_file(void *stream) { return static_cast<FILE *>(stream); }
+
+int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
+    if (code < 0 || code >= KO_EXT_COUNT) return fail(handle, KO_ERANGE, -1);
+    funcptr_arr[code] = fn;
+    return 0;
+}
+
+bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && funcptr_arr[code]; }
+
+bool stream_hooks_set(void) {
+    static constexpr int codes[] = {KO_EXT_FCLOSE, KO_EXT_FEOF,  KO_EXT_FERROR, KO_EXT_FGETC,
+                                    KO_EXT_FGETS,  KO_EXT_FOPEN, KO_EXT_GETC,   KO_EXT_UNGETC};
+    for (const int code : codes)
+        if (funcptr_arr[code]) return true;
+    return false;
+}
+
+char *ko_ext_getenv(const char *name) {
+    if (auto *h = hook<decltype(ko_ext_getenv)>(KO_EXT_GETENV)) return h(name);
+    return getenv(name);
+}
+
+int *ko_ext_errno(void *handle) {
+    if (auto *h = hook<decltype(ko_ext_errno)>(KO_EXT_ERRNO)) return h(handle);
+    return static_cast<int *>(handle); // ko_lerrno, the first field of every handle
+}
+
+int ko_ext_fclose(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_fclose)>(KO_EXT_FCLOSE)) return h(stream);
+    return fclose(as_file(stream));
+}
+
+int ko_ext_feof(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_feof)>(KO_EXT_FEOF)) return h(stream);
+    return feof(as_file(stream));
+}
+
+int ko_ext_ferror(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_ferror)>(KO_EXT_FERROR)) return h(stream);
+    return ferror(as_file(stream));
+}
+
+int ko_ext_fgetc(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_fgetc)>(KO_EXT_FGETC)) return h(stream);
+    return fgetc(as_file(stream));
+}
+
+char *ko_ext_fgets(char *buf, int size, void *stream) {
+    if (auto *h = hook<decltype(ko_ext_fgets)>(KO_EXT_FGETS)) return h(buf, size, stream);
+    return fgets(buf, size, as_file(stream));
+}
+
+void *ko_ext_fopen(const char *path, const char *mode) {
+    if (auto *h = hook<decltype(ko_ext_fopen)>(KO_EXT_FOPEN)) return h(path, mode);
+    return std_open(path, mode);
+}
+
+void ko_ext_free(void *block) {
+    if (auto *h = hook<decltype(ko_ext_free)>(KO_EXT_FREE)) return h(block);
+    free(block);
+}
+
+int ko_ext_fseek(void *stream, ko_long_t offset, int origin) {
+    if (auto *h = hook<decltype(ko_ext_fseek)>(KO_EXT_FSEEK)) return h(stream, offset, origin);
+    return fseek(as_file(stream), offset, origin);
+}
+
+ko_long_t ko_ext_ftell(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_ftell)>(KO_EXT_FTELL)) return h(stream);
+    const long position = ftell(as_file(stream));
+    return position > INT32_MAX ? -1 : static_cast<ko_long_t>(position);
+}
+
+size_t ko_ext_fwrite(const void *buf, size_t size, size_t count, void *stream) {
+    if (auto *h = hook<decltype(ko_ext_fwrite)>(KO_EXT_FWRITE)) return h(buf, size, count, stream);
+    return fwrite(buf, size, count, as_file(stream));
+}
+
+int ko_ext_getc(void *stream) {
+    if (auto *h = hook<decltype(ko_ext_getc)>(KO_EXT_GETC)) return h(stream);
+    return getc(as_file(stream));
+}
+
+void *ko_ext_malloc(size_t size) {
+    if (auto *h = hook<decltype(ko_ext_malloc)>(KO_EXT_MALLOC)) return h(size);
+    return malloc(size);
+}
+
+int ko_ext_ungetc(int byte, void *stream) {
+    if (auto *h = hook<decltype(ko_ext_ungetc)>(KO_EXT_UNGETC)) return h(byte, stream);
+    return ungetc(byte, as_file(stream));
+}
+
+int ko_ext_putenv(char *setting) {
+    if (auto *h = hook<decltype(ko_ext_putenv)>(KO_EXT_PUTENV)) return h(setting);
+#ifdef _WIN32
+    return _putenv(setting);
+#else
+    return putenv(setting);
+#endif
+}
+
+static bool local_now(tm *now) {
+    const time_t seconds = time(nullptr);
+#ifdef _WIN32
+    const tm *const got = localtime(&seconds); // one record per thread
+    if (got) *now = *got;
+    return got != nullptr;
+#else
+    return localtime_r(&seconds, now) != nullptr;
+#endif
+}
+
+int ko_ext_currdate(uint16_t *mdy) {
+    if (auto *h = hook<decltype(ko_ext_currdate)>(KO_EXT_CURRDATE)) return h(mdy);
+    tm now;
+    if (!local_now(&now)) return -1;
+    mdy[0] = static_cast<uint16_t>(now.tm_mon + 1);
+    mdy[1] = static_cast<uint16_t>(now.tm_mday);
+    mdy[2] = static_cast<uint16_t>(now.tm_year + 1900);
+    return 0;
+}
+
+int ko_ext_currtime(ko_tm_t *out) {
+    if (auto *h = hook<decltype(ko_ext_currtime)>(KO_EXT_CURRTIME)) return h(out);
+    tm now;
+    if (!local_now(&now)) return -1;
+    *out = {.tm_usec = 0,
+            .tm_sec = now.tm_sec,
+            .tm_min = now.tm_min,
+            .tm_hour = now.tm_hour,
+            .tm_mday = now.tm_mday,
+            .tm_mon = now.tm_mon,
+            .tm_year = now.tm_year,
+            .tm_wday = now.tm_wday,
+            .tm_yday = now.tm_yday,
+            .tm_isdst = now.tm_isdst,
+            .tm_zone = nullptr,
+            .tm_gmtoff = 0};
+    return 0;
+}
+
+#ifdef _WIN32
+
+FILE *std_open(const char *path, const char *mode) { return fopen(path, mode); }
+
+#else
+
+#ifndef KOVA_DATA_ROOT
+#define KOVA_DATA_ROOT "/usr/local/share/vantor/"
+#endif
+
+static constexpr int path_room = 4096; // the system refuses longer names
+
+// The prefix as it stands, then the rest with slashes for backslashes.
+static bool join_path(char *out, const char *prefix, const char *rest) {
+    const size_t prefix_len = strlen(prefix), rest_len = strlen(rest);
+    if (prefix_len >= path_room || rest_len >= path_room - prefix_len) return false;
+    memcpy(out, prefix, prefix_len);
+    for (size_t i = 0; i <= rest_len; ++i)
+        out[prefix_len + i] = rest[i] == '\\' ? '/' : rest[i];
+    return true;
+}
+
+static bool translate_path(char *out, const char *path, bool is_log) {
+    static constexpr char default_root[] = "c:\\vantor\\";
+    constexpr size_t root_len = sizeof default_root - 1;
+    if (is_log) {
+        const char *const home = ko_ext_getenv("HOME");
+        return home && *home ? join_path(out, home, "/kova.log") : join_path(out, "", "kova.log");
+    }
+    if (!strncmp(path, default_root, root_len))
+        return join_path(out, KOVA_DATA_ROOT, path + root_len);
+    return join_path(out, "", path);
+}
+
+// The log may hold names of a user's files: nobody else reads it.
+static FILE *open_private_append(const char *path) {
+    const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    if (fd < 0) return nullptr;
+    FILE *const file = fdopen(fd, "a");
+    if (!file) close(fd);
+    return file;
+}
+
+static bool is_directory(FILE *file) {
+    struct stat status;
+    return !fstat(fileno(file), &status) && S_ISDIR(status.st_mode);
+}
+
+FILE *std_open(const char *path, const char *mode) {
+    char translated[path_room];
+    const bool is_log = !strcmp(path, "c:\\kova.log");
+    if (!translate_path(translated, path, is_log)) {
+        errno = ENAMETOOLONG;
+        return nullptr;
+    }
+    if (is_log && *mode == 'a') return open_private_append(translated);
+    FILE *const file = fopen(translated, mode);
+    if (!file || !is_directory(file)) return file;
+    fclose(file); // a directory opens for reading, but is no file
+    errno = EISDIR;
+    return nullptr;
+}
+
+#endif
+
+static constexpr size_t read_all_max = size_t{1} << 29; // no data file comes near 512 MiB
+
+// Bytes from the position to the end, where the stream tells.
+static size_t size_hint(FILE *file) {
+    const long start = ftell(file);
+    if (start < 0 || fseek(file, 0, SEEK_END)) return 0;
+    const long end = ftell(file);
+    if (fseek(file, start, SEEK_SET)) return 0;
+    return end > start ? static_cast<size_t>(end - start) : 0;
+}
+
+unsigned char *std_read_all(FILE *file, size_t *size) {
+    size_t room = size_hint(file) + 1, used = 0; // one more, to meet the end in the same read
+    if (room < 512) room = 512;
+    if (room > read_all_max) return nullptr;
+    ext_block<unsigned char> block(room);
+    while (block.p) {
+        used += fread(block.p + used, 1, room - used, file);
+        if (ferror(file)) return nullptr;
+        if (used < room) break;
+        if (room > read_all_max / 2) return nullptr;
+        ext_block<unsigned char> larger(room * 2);
+        if (!larger.p) return nullptr;
+        memcpy(larger.p, block.p, used);
+        room *= 2;
+        unsigned char *const old = block.p;
+        block.p = larger.release();
+        larger.p = old;
+    }
+    *size = used;
+    return block.release();
+}

@@ -1,0 +1,199 @@
+// The diagnostic log and pop-ups, and the switches that turn them on.
+#include "kovautils.h"
+
+#include "kovaextsa.h"
+
+#include <string.h>
+#include <time.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+static constexpr char log_name[] = "c:\\kova.log";
+
+struct log_switches {
+    bool initialised, logging, popups;
+};
+// Set by ko_init_debug, at the first message at the latest; cleared by exit_utilities.
+static constinit log_switches switches = {};
+
+static constexpr int setting_room = 10; // a profile value is cut to nine characters
+
+#ifdef _WIN32
+
+static void profile_setting(const char *key, char *value) {
+    GetPrivateProfileStringA("KOVA", key, nullptr, value, setting_room, "KOVA.INI");
+}
+
+// The system's line formatter writes at most 1024 characters at a time.
+static void write_text(FILE *log, const char *text) {
+    char piece[1025];
+    for (size_t left = strlen(text); left;) {
+        const size_t len = left < 1000 ? left : 1000;
+        wsprintfA(piece, "%.1000s", text);
+        fputs(piece, log);
+        text += len;
+        left -= len;
+    }
+}
+
+static void show_popup(const char *before, const char *text, const char *after) {
+    const size_t before_len = strlen(before), len = strlen(text);
+    ext_block<char> joined(before_len + len + strlen(after) + 1);
+    if (joined.p) {
+        memcpy(joined.p, before, before_len);
+        memcpy(joined.p + before_len, text, len);
+        strcpy(joined.p + before_len + len, after);
+    }
+    MessageBoxA(nullptr, joined.p ? joined.p : text, "KOVA", MB_OK);
+}
+
+static void start_line(char *out) {
+    const time_t now = time(nullptr);
+    const char *const stamp = ctime(&now);
+    wsprintfA(out, "KOVA log started %s", stamp ? stamp : "\n");
+}
+
+#else
+
+static char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
+static bool same_name(const char *name, const char *begin, const char *end) {
+    for (; *name && begin < end; ++name, ++begin)
+        if (lower(*name) != lower(*begin)) return false;
+    return !*name && begin == end;
+}
+
+static void trim(const char **begin, const char **end) {
+    while (*begin < *end && is_white(static_cast<unsigned char>(**begin)))
+        ++*begin;
+    while (*begin < *end && is_white(static_cast<unsigned char>((*end)[-1])))
+        --*end;
+}
+
+static void unquote(const char **begin, const char **end) {
+    if (*end - *begin < 2 || (**begin != '"' && **begin != '\'') || **begin != (*end)[-1]) return;
+    ++*begin;
+    --*end;
+}
+
+// Handles one line of the profile file; true when it held the key in the section.
+static bool profile_line(const char *line, const char *key, bool *in_section, char *value) {
+    const char *begin = line, *end = line + strlen(line);
+    trim(&begin, &end);
+    if (begin < end && *begin == '[') {
+        const char *name = begin + 1, *close = name;
+        while (close < end && *close != ']')
+            ++close;
+        trim(&name, &close);
+        *in_section = same_name("KOVA", name, close);
+        return false;
+    }
+    const char *const equals =
+        static_cast<const char *>(memchr(begin, '=', static_cast<size_t>(end - begin)));
+    if (!*in_section || !equals) return false;
+    const char *key_end = equals, *from = equals + 1;
+    trim(&begin, &key_end);
+    if (!same_name(key, begin, key_end)) return false;
+    trim(&from, &end);
+    unquote(&from, &end);
+    size_t len = static_cast<size_t>(end - from);
+    if (len > setting_room - 1) len = setting_room - 1;
+    memcpy(value, from, len);
+    value[len] = 0;
+    return true;
+}
+
+static void drop_line_rest(FILE *file) {
+    for (int c; (c = getc(file)) != EOF && c != '\n';) {
+    }
+}
+
+static void profile_setting(const char *key, char *value) {
+    char line[512]; // longer lines hold no setting of ours; their rest is dropped
+    bool in_section = false;
+    FILE *const file = static_cast<FILE *>(open_profile());
+    *value = 0;
+    if (!file) return;
+    while (fgets(line, sizeof line, file)) {
+        if (!strchr(line, '\n') && strlen(line) == sizeof line - 1) drop_line_rest(file);
+        if (profile_line(line, key, &in_section, value)) break;
+    }
+    fclose(file);
+}
+
+static void write_text(FILE *log, const char *text) { fputs(text, log); }
+
+static void show_popup(const char *before, const char *text, const char *after) {
+    fputs("KOVA: ", stderr);
+    fputs(before, stderr);
+    fputs(text, stderr);
+    fputs(after, stderr);
+    fputs("\n", stderr);
+}
+
+static void start_line(char *out) {
+    char stamp[64];
+    const time_t now = time(nullptr);
+    strcpy(out, "KOVA log started ");
+    strcat(out, ctime_r(&now, stamp) ? stamp : "\n");
+}
+
+#endif
+
+// "on" and "On"; the second letter in lower case only, on purpose.
+static bool switched_on(const char *key, const char *variable) {
+    char value[setting_room] = {};
+    const char *text = value;
+    profile_setting(key, value);
+    if (!*value) text = ko_ext_getenv(variable);
+    return text && (text[0] == 'o' || text[0] == 'O') && text[1] == 'n';
+}
+
+void ko_init_debug(void) {
+    if (switches.initialised) return;
+    switches.initialised = true;
+    switches.logging = switched_on("Logging", "KOVALOG");
+    if (switches.logging) {
+        char started[128]; // brings its own newline
+        start_line(started);
+        if (FILE *const log = std_open(log_name, "a")) {
+            fputs("----\n", log);
+            fputs(started, log);
+            fputs("----\n", log);
+            fclose(log);
+        }
+    }
+    switches.popups = switched_on("Popups", "KOVADEBUG");
+}
+
+// The log is opened for every line, so that a crash loses none.
+static void log_line(const char *before, const char *text, const char *after) {
+    ko_init_debug();
+    if (switches.logging) {
+        if (FILE *const log = std_open(log_name, "a")) {
+            write_text(log, before);
+            write_text(log, text);
+            write_text(log, after);
+            fputs("\n", log);
+            fclose(log);
+        }
+    }
+    if (switches.popups) show_popup(before, text, after);
+}
+
+void ko_message(const char *text) {
+    if (text) log_line("", text, "");
+}
+
+void message_1(const char *format_with_one_s, const char *text) {
+    const char *const mark = strstr(format_with_one_s, "%s");
+    char before[64];
+    if (!mark || static_cast<size_t>(mark - format_with_one_s) >= sizeof before)
+        return ko_message(text);
+    memcpy(before, format_with_one_s, static_cast<size_t>(mark - format_with_one_s));
+    before[mark - format_with_one_s] = 0;
+    log_line(before, text, mark + 2);
+}
+
+void exit_utilities(void) { switches = {}; }

@@ -1,0 +1,131 @@
+// Token readers of the compiled text files. End of file ends every one of them.
+#include "kovautils.h"
+
+#include <string.h>
+
+int in_getc_stream(text_in *in) {
+    const int c = ko_ext_getc(in->stream);
+    if (c >= 0) return c & 0xFF;
+    in->ended = true;
+    return -1;
+}
+
+void in_ungetc_stream(text_in *in, int byte) { ko_ext_ungetc(byte, in->stream); }
+
+static int memory_line(text_in *in, char *buf, int bound) {
+    const auto left = static_cast<size_t>(in->end - in->pos);
+    auto len = static_cast<size_t>(bound);
+    if (left < len) len = left;
+    if (const void *const newline = len ? memchr(in->pos, '\n', len) : nullptr)
+        len = static_cast<size_t>(static_cast<const unsigned char *>(newline) + 1 - in->pos);
+    else if (len == left && len < static_cast<size_t>(bound))
+        in->ended = true;
+    if (len) memcpy(buf, in->pos, len);
+    buf[len] = 0;
+    in->pos += len;
+    return static_cast<int>(len);
+}
+
+int in_gets(text_in *in, char *buf, int bound) {
+    buf[0] = 0;
+    if (!in->stream) {
+        if (!memory_line(in, buf, bound)) return 0;
+    } else if (!ko_ext_fgets(buf, bound + 1, in->stream)) {
+        in->ended = true;
+        buf[0] = 0;
+        return 0;
+    }
+    // A null byte ends the text that the caller sees, but a line that was read is no end of file.
+    const int len = static_cast<int>(strnlen(buf, static_cast<size_t>(bound)));
+    return len ? len : 1;
+}
+
+void skip_whitespace(text_in *in) {
+    int c;
+    do
+        c = in_getc(in);
+    while (is_white(c));
+    in_ungetc(in, c);
+}
+
+static bool is_decimal(int c) { return c >= '0' && c <= '9'; }
+
+int get_int(text_in *in) {
+    constexpr int digits_max = 39; // behind the first character; further ones are dropped
+    constexpr int64_t beyond = int64_t{1} << 31;
+    skip_whitespace(in);
+    const int first = in_getc(in);
+    if (first < 0) return 0;
+    int64_t value = is_decimal(first) ? first - '0' : 0;
+    int c, taken = 0;
+    while (is_decimal(c = in_getc(in))) {
+        if (taken++ < digits_max && value < beyond) value = value * 10 + (c - '0');
+        if (taken > digits_max) taken = digits_max;
+    }
+    in_ungetc(in, c);
+    if (!is_decimal(first) && first != '-' && first != '+') return 0;
+    if (first == '-') return static_cast<int>(value > beyond ? -beyond : -value);
+    return static_cast<int>(value > beyond - 1 ? beyond - 1 : value);
+}
+
+double get_dbl(text_in *in) {
+    char text[128];
+    int len = 0, c;
+    skip_whitespace(in);
+    while ((c = in_getc(in)) >= 0 && (is_decimal(c) || (c && strchr("+-.eE", c))))
+        if (len < 127) text[len++] = static_cast<char>(c);
+    in_ungetc(in, c);
+    text[len] = 0;
+    const char *end;
+    return c_strtod(text, &end);
+}
+
+static bool is_hex(int c) {
+    return is_decimal(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+unsigned get_hex_digit(int c) {
+    if (is_decimal(c)) return static_cast<unsigned>(c - '0');
+    if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
+    if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
+    return static_cast<unsigned>(c);
+}
+
+unsigned get_hex(text_in *in, int digits) {
+    unsigned value = 0;
+    for (int i = 0; i < digits; ++i) {
+        const int c = in_getc(in);
+        if (c < 0) break;
+        value = value * 16 + get_hex_digit(c);
+    }
+    return value;
+}
+
+unsigned get_hex_byte(text_in *in) {
+    unsigned value = 0;
+    for (int i = 0; i < 2; ++i) {
+        const int c = in_getc(in);
+        value = value * 16 + (is_hex(c) ? get_hex_digit(c) : 0);
+    }
+    return value;
+}
+
+int get_str(text_in *in, char *buf, int bound) {
+    int len = 0;
+    while (len < bound) {
+        const int c = in_getc(in);
+        if (c < 0) break;
+        if (is_white(c)) {
+            in_ungetc(in, c);
+            break;
+        }
+        buf[len++] = static_cast<char>(c);
+    }
+    buf[len] = 0;
+    return len;
+}
+
+ko_wchar_t read_ko_wchar(text_in *in) {
+    skip_whitespace(in);
+    return static_cast<ko_wchar_t>(get_hex(in, 8));
+}

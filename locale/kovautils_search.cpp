@@ -1,0 +1,157 @@
+// Where data files are found: below the elements of KO_PATH, else below the installation root.
+#include "kovautils.h"
+
+#include "kovaextsa.h"
+
+#include <initializer_list>
+#include <string.h>
+
+static constexpr char dir_mark = '\xFF';        // stands for a backslash in composed names
+static constexpr size_t search_path_max = 1024; // characters of KO_PATH that count
+
+static void *logged(void *stream, const char *path) {
+    message_1(stream ? "Opened: %s" : "Could not open: %s", path);
+    return stream;
+}
+
+void *open_logged(const char *path) { return logged(ko_ext_fopen(path, "r"), path); }
+
+static void *open_logged_std(const char *path) { return logged(std_open(path, "r"), path); }
+
+// The pieces joined in a new string; NULL without memory.
+static char *join(std::initializer_list<const char *> pieces) {
+    size_t len = 0;
+    for (const char *piece : pieces)
+        len += strlen(piece);
+    char *const path = static_cast<char *>(ko_ext_malloc(len + 1));
+    if (!path) return nullptr;
+    char *out = path;
+    for (const char *piece : pieces) {
+        const size_t piece_len = strlen(piece);
+        memcpy(out, piece, piece_len);
+        out += piece_len;
+    }
+    *out = 0;
+    return path;
+}
+
+struct search {
+    void *handle;
+    void *(*open)(const char *path);
+    const char *name;
+    char **found; // gets the path of the opened file; may be NULL
+    bool no_memory;
+};
+
+// Opens a composed path and frees it, unless it goes to the caller.
+static void *try_path(search *s, char *path) {
+    if (!path) {
+        s->no_memory = true;
+        return nullptr;
+    }
+    void *const stream = s->open(path);
+    if (stream && s->found)
+        *s->found = path;
+    else
+        ko_ext_free(path);
+    return stream;
+}
+
+static void *not_found(const search *s, const char *bare_name) {
+    if (s->no_memory) return fail(s->handle, KO_ENOMEM, nullptr);
+    message_1("Could not open: %s", bare_name);
+    return fail(s->handle, KO_EFILE, nullptr);
+}
+
+// A name that is a path already; its marks become backslashes.
+static void *open_direct(search *s) {
+    char *const path = copy_string(s->name);
+    if (!path) return fail(s->handle, KO_ENOMEM, nullptr);
+    for (char *mark = path; (mark = strchr(mark, dir_mark)) != nullptr;)
+        *mark = '\\';
+    void *stream = s->open(path);
+    if (stream && s->found) {
+        *s->found = path;
+        return stream;
+    }
+    if (!stream) stream = not_found(s, path);
+    ko_ext_free(path);
+    return stream;
+}
+
+static void *search_elements(search *s, const char *list) {
+    // Copied: the host may reuse the memory of its answer at the next question.
+    char elements[search_path_max + 1];
+    const size_t len = strnlen(list, search_path_max);
+    memcpy(elements, list, len);
+    elements[len] = 0;
+    for (char *element = elements, *next; element && !s->no_memory; element = next) {
+        next = strchr(element, ';');
+        if (next) *next++ = 0;
+        if (!*element) continue;
+        if (void *const stream = try_path(s, join({element, "\\", s->name}))) return stream;
+    }
+    return not_found(s, s->name);
+}
+
+static constexpr char default_root[] = "c:\\vantor";
+
+// The value of VANTORDIR, or the default; both without their backslash.
+static const char *install_root(void) {
+    const char *const root = ko_ext_getenv("VANTORDIR");
+    return root && *root ? root : default_root;
+}
+
+static char *data_path(const char *dir, const char *subdir, const char *name) {
+    return join({install_root(), "\\kova\\", dir, subdir, "\\", name});
+}
+
+void *open_profile(void) {
+    char *const path = join({install_root(), "\\KOVA.INI"});
+    if (!path) return nullptr;
+    void *const file = std_open(path, "r");
+    ko_ext_free(path);
+    return file;
+}
+
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+static bool is_slash(char c) { return c == '\\' || c == '/'; }
+
+static bool is_path(const char *name) {
+    return strchr(name, dir_mark) || is_slash(*name) ||
+           (is_letter(name[0]) && name[1] == ':' && is_slash(name[2]));
+}
+
+static void *find_file(search *s, const char *dir, const char *subdir) {
+    if (s->found) *s->found = nullptr;
+    if (!s->name) return fail(s->handle, KO_EFILE, nullptr);
+    if (is_path(s->name)) return open_direct(s);
+    const char *const list = ko_ext_getenv("KO_PATH");
+    if (list && *list) return search_elements(s, list);
+    for (const char *part : {subdir, ""}) {
+        if (void *const stream = try_path(s, data_path(dir, part, s->name))) return stream;
+        if (s->no_memory) break;
+    }
+    return not_found(s, s->name);
+}
+
+void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
+                        char **path) {
+    search s = {.handle = handle, .open = open_logged, .name = name, .found = path};
+    return find_file(&s, dir, subdir);
+}
+
+void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir) {
+    return path_search_found(handle, name, dir, subdir, nullptr);
+}
+
+void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, const char *subdir) {
+    search s = {.handle = handle, .open = open_logged_std, .name = name};
+    return find_file(&s, dir, subdir);
+}
+
+void *ko_open_file(void *handle, const char *name) {
+    search s = {.handle = handle, .open = open_logged, .name = name};
+    return name ? open_direct(&s) : fail(handle, KO_EFILE, nullptr);
+}
