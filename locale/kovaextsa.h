@@ -6,8 +6,8 @@
 
 #include <stdio.h>
 
-bool hook_set(int code);         // is a hook installed under the code?
-bool stream_hooks_set(void);     // is any hook installed that opens, reads or closes streams?
+bool hook_set(int code);     // is a hook installed under the code?
+bool stream_hooks_set(void); // is any hook installed that opens, reads or closes streams?
 
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.

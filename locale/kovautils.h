@@ -16,8 +16,8 @@ template <class R> inline R fail(void *handle, int number, R result) {
     return result;
 }
 
-void *alloc_ptr(size_t size);  // NULL for size 0
-void free_ptr(const void *block);  // NULL allowed
+void *alloc_ptr(size_t size);     // NULL for size 0
+void free_ptr(const void *block); // NULL allowed
 
 // An array of the host's memory, freed unless released. Not cleared.
 template <class T> struct ext_block {
@@ -40,10 +40,10 @@ template <class T> struct ext_block {
 // A text file being read: through the stream hooks byte by byte, or, where the host brings no
 // streams, from its bytes in memory.
 struct text_in {
-    void *stream;              // NULL: reading memory
-    const unsigned char *pos;  // next byte in memory
+    void *stream;             // NULL: reading memory
+    const unsigned char *pos; // next byte in memory
     const unsigned char *end;
-    bool ended;  // a read has met the end of the file
+    bool ended; // a read has met the end of the file
 };
 
 int in_getc_stream(text_in *in);
@@ -55,7 +55,7 @@ inline int in_getc(text_in *in) {
     in->ended = true;
     return -1;
 }
-inline void in_ungetc(text_in *in, int byte) {  // the byte just read; -1 is ignored
+inline void in_ungetc(text_in *in, int byte) { // the byte just read; -1 is ignored
     if (byte < 0) return;
     if (in->stream) return in_ungetc_stream(in, byte);
     --in->pos;
@@ -67,18 +67,18 @@ int in_gets(text_in *in, char *buf, int bound);
 inline bool is_white(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 void skip_whitespace(text_in *in);
-int get_int(text_in *in);                       // saturates; 0 at the end of the file
+int get_int(text_in *in); // saturates; 0 at the end of the file
 double get_dbl(text_in *in);
 unsigned get_hex(text_in *in, int digits);      // exactly that many characters, not validated
 unsigned get_hex_byte(text_in *in);             // two; a non-hex digit counts as 0
 unsigned get_hex_digit(int c);                  // of one character, a non-hex one its raw code
-int get_str(text_in *in, char *buf, int bound);  // a word of at most bound characters; its length
+int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
 
 // Copies the text before the delimiter into a new string and moves the cursor behind the
 // delimiter. -1 when the text ends first or memory fails.
 int alloc_str_copy(char **result, const char **cursor, char delimiter);
-char *copy_string(const char *text);  // a new string, NULL without memory
+char *copy_string(const char *text); // a new string, NULL without memory
 
 int digits(ko_long_t value, int base);
 int udigits(ko_ulong_t value, int base);
@@ -89,12 +89,12 @@ double fpow(double base, int exponent);
 // says. *end gets the first character not read.
 double c_strtod(const char *text, const char **end);
 
-void message_1(const char *format_with_one_s, const char *text);  // a log line of any length
+void message_1(const char *format_with_one_s, const char *text); // a log line of any length
 
-void exit_utilities(void);  // forgets the diagnostic switches
+void exit_utilities(void); // forgets the diagnostic switches
 
-// Opens as ko_path_search does and says where the file was found. path is a new string, freed by
-// the caller; it may be NULL.
+// Opens as ko_path_search does. *path gets the opened path in a new string, freed by the caller, or
+// NULL when nothing was opened; path may be NULL.
 void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
                         char **path);
 // Opens one composed path through the open hook and logs the attempt.
