@@ -1,5 +1,5 @@
 # kova: the shared library, exporting what tests/exports.txt lists and nothing else.
-# kova_inside: the same sources as an archive with every function visible, for tests and fuzzers.
+# kova_inside: the same objects as an archive, in which tests and fuzzers reach every function.
 set(root ${CMAKE_CURRENT_SOURCE_DIR})
 file(GLOB kova_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp ${root}/lib/*.cpp)
 
@@ -32,21 +32,27 @@ if(NOT kova_sources)
   return()
 endif()
 
-add_library(kova_inside STATIC ${kova_sources})
-target_link_libraries(kova_inside PRIVATE kova_compile PUBLIC ${kova_system_libs})
+# Compiled once for both: hidden symbols still meet within one program.
+add_library(kova_objects OBJECT ${kova_sources})
+target_link_libraries(kova_objects PRIVATE kova_compile)
+target_compile_options(kova_objects PRIVATE -fvisibility=hidden)
+target_compile_definitions(kova_objects PRIVATE KOVA_BUILD)
+set_target_properties(kova_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+
+add_library(kova_inside STATIC $<TARGET_OBJECTS:kova_objects>)
+target_link_libraries(kova_inside PUBLIC ${kova_system_libs})
 target_include_directories(kova_inside PUBLIC ${root}/include ${root}/locale ${root}/lib)
 # Its users are linked with the archive, so the header must not make them import.
 target_compile_definitions(kova_inside PUBLIC KOVA_STATIC)
+set_target_properties(kova_inside PROPERTIES LINKER_LANGUAGE CXX)
 if(KOVA_FUZZ)
   return()
 endif()
 
-add_library(kova SHARED ${kova_sources})
-target_link_libraries(kova PRIVATE $<BUILD_INTERFACE:kova_compile> ${kova_system_libs})
+add_library(kova SHARED $<TARGET_OBJECTS:kova_objects>)
+target_link_libraries(kova PRIVATE ${kova_system_libs})
 target_include_directories(kova INTERFACE $<BUILD_INTERFACE:${root}/include>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_compile_definitions(kova PRIVATE KOVA_BUILD)
-target_compile_options(kova PRIVATE -fvisibility=hidden)
 set_target_properties(kova PROPERTIES LINKER_LANGUAGE C VERSION 2.86 SOVERSION 2
                       LINK_DEPENDS ${kova_map})
 if(WIN32)
