@@ -501,6 +501,8 @@ bool seek_category(lexer &lex, std::string_view category) {
             if (t.text == "comment_char" || t.text == "escape_char") {
                 lex = probe;
                 obey_setting(lex, t);
+                // "escape_char /" ends in the escape character and yet does not continue.
+                if (lex.at < lex.file->text.size()) ++lex.at;
                 continue;
             }
             if (t.text == category) {
