@@ -1,6 +1,6 @@
 # The commands. They see the library through kova.h alone. Each is one main source (kova.cpp,
 # kovac.cpp) and an archive of the rest, so that tests can reach the parts:
-#   kovatools    tool_*.cpp and kovac_charmap*.cpp, used by both commands
+#   kovatools    tool_*.cpp, kovac_charmap*.cpp and kovac_source*.cpp, used by both commands
 #   kovac_parts  the other kovac_*.cpp          kova_parts  kova_*.cpp
 if(NOT TARGET kova)
   return()
@@ -19,7 +19,8 @@ endif()
 find_package(ZLIB REQUIRED)
 
 set(tools ${CMAKE_CURRENT_SOURCE_DIR}/tools)
-file(GLOB kovatools_sources CONFIGURE_DEPENDS ${tools}/tool_*.cpp ${tools}/kovac_charmap*.cpp)
+file(GLOB kovatools_sources CONFIGURE_DEPENDS ${tools}/tool_*.cpp
+     ${tools}/kovac_charmap*.cpp ${tools}/kovac_source*.cpp)
 file(GLOB kovac_sources CONFIGURE_DEPENDS ${tools}/kovac_*.cpp)
 file(GLOB kova_tool_sources CONFIGURE_DEPENDS ${tools}/kova_*.cpp)
 if(kovatools_sources)
@@ -49,6 +50,16 @@ endfunction()
 kova_tool_parts(kovatools ${kovatools_sources})
 kova_tool_parts(kovac_parts ${kovac_sources})
 kova_tool_parts(kova_parts ${kova_tool_sources})
+
+# Whoever names an archive of parts gets the shared sources behind it.
+foreach(parts kovac_parts kova_parts)
+  get_target_property(type ${parts} TYPE)
+  if(type STREQUAL INTERFACE_LIBRARY)
+    target_link_libraries(${parts} INTERFACE kovatools)
+  else()
+    target_link_libraries(${parts} PUBLIC kovatools)
+  endif()
+endforeach()
 
 function(kova_command name output)
   if(EXISTS ${tools}/${output}.cpp)
