@@ -7,40 +7,75 @@
 #include "kovafmt.h"
 #include "kovatmlib.h"
 
-constexpr int codeset_room = 21;  // a code-set name of 20 characters
+constexpr int codeset_room = 21; // a code-set name of 20 characters
 constexpr int locname_room = 32;
-constexpr int setting_room = 312;  // a setting or file name of 311 characters
+constexpr int setting_room = 312; // a setting or file name of 311 characters
 
 struct kovaloc {
     loc_exports exp;
-    void *ctype;  // mb_decode: class masks; also the definition of the code set
+    void *ctype; // mb_decode: class masks; also the definition of the code set
     int num_user_bits;
     user_bit *user_bits;
-    void *cconv;  // mb_decode: indexes into cconv_arr
-    conv_elem *cconv_arr;  // from index 1
-    void *coll;  // mb_decode: rows
+    void *cconv;          // mb_decode: indexes into cconv_arr
+    conv_elem *cconv_arr; // from index 1
+    void *coll;           // mb_decode: rows
     coll_data coll_info;
     monum monum_info;
     ltime ltime_info;
     koconv koconv_info;
-    char codeset[6][codeset_room];  // by category less 2; empty: absent
+    char codeset[6][codeset_room]; // by category less 2; empty: absent
     ko_wchar_t w_codeset[6][codeset_room];
     char locname[6][locname_room];
     ko_wchar_t w_locname[6][locname_room];
     // Derived and bookkeeping data behind the listed fields.
-    int num_conv_elems;       // entries of cconv_arr are 1..num_conv_elems
-    ctype_flat *chars;        // of LC_CTYPE
-    coll_flat *weights;       // of LC_COLLATE
+    int num_conv_elems;   // entries of cconv_arr are 1..num_conv_elems
+    ctype_flat *chars;    // of LC_CTYPE
+    case_rows upper_rows; // of the single-byte case tables; no memory of their own
+    case_rows lower_rows;
+    coll_flat *weights; // of LC_COLLATE
+    unsigned copied;    // category_bit: data that another record owns
 };
 
 inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }
 
-extern const char *const category_markers[8];
-extern const char *const category_params[8];
+constexpr bool is_category(int category) {
+    return category >= KO_LC_CTYPE && category <= KO_LC_MESSAGES;
+}
+constexpr unsigned category_bit(int category) { return 1U << category; }
 
+// By category number; the first two are empty.
+extern const char *const category_markers[8]; // the line before a section of a locale object
+extern const char *const category_params[8];  // name in the environment and in settings
+
+// A handle's error word; 0 where the host's hook has none for the handle.
+inline int error_of(void *handle) {
+    const int *word = ko_ext_errno(handle);
+    return word ? *word : 0;
+}
+// Gives a handle's error word back its value at the end of the block.
+struct errno_guard {
+    int *word;
+    int kept;
+    explicit errno_guard(void *handle) : word(ko_ext_errno(handle)), kept(word ? *word : 0) {}
+    errno_guard(const errno_guard &) = delete;
+    errno_guard &operator=(const errno_guard &) = delete;
+    ~errno_guard() {
+        if (word) *word = kept;
+    }
+};
+
+// The record (kovasetlc.cpp).
 void init_koconv_t(koconv *conv);
-void update_locale(kovaloc *loc);
-void free_locale(kovaloc *loc);
+bool is_error_record(const void *loc);
+int hand_out_filer(ko_lc_t *result);             // stores the "no file" record; -1
+void reset_category(kovaloc *loc, int category); // frees what a failed read left; keeps the error
+void update_locale(kovaloc *loc);                // derives what depends on several categories
+void free_locale(kovaloc *loc);                  // a record that nobody shares
+
+// Loading (kovasetlc_load.cpp). dir may be NULL.
+char *set_categories(kovaloc *loc, int category, const char *name, const char *dir);
+enum node_state { node_missing, node_in_use, node_dropped };
+node_state give_back_node(const kovaloc *loc); // lowers the use count of a listed record
 
 // Reading locale objects (kovasetlc_read.cpp).
 int read_locale_file(text_in *in, kovaloc *loc);
@@ -50,7 +85,20 @@ void read_numeric(text_in *in, monum *m);
 void read_monetary(text_in *in, monum *m);
 int read_time(text_in *in, ltime *t, int *error);
 void read_messages(text_in *in, monum *m);
+int read_category(text_in *in, kovaloc *loc, int category); // the section behind its marker
+
+// Derived wide data (kovasetlc_info.cpp).
 int init_locale_info(kovaloc *loc);
+size_t zeros_at(const void *string); // bytes before the four zero bytes that end a string
+// Makes the wide form of a string that ends in four zero bytes, or NULL of NULL. -1 with the error
+// word set and *wide NULL.
 int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
+void fill_koconv(kovaloc *loc);
+void free_koconv(koconv *conv);
+void widen_koconv(kovaloc *loc);
+void widen_names(kovaloc *loc);
+inline bool has_characters(const kovaloc *loc) {
+    return loc->ctype && multi_max_length(loc->ctype) >= 1;
+}
 
 #endif

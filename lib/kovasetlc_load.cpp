@@ -1,0 +1,418 @@
+// Loading: which object file serves a category, reading it, and the list of shared locales.
+#include "kovasetlc.h"
+#include "kovaspec.h"
+
+#include "kovaextsa.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+
+constexpr int line_bound = 127;
+constexpr int direct_room = 128; // directory and file name of a default locale
+constexpr size_t setting_max = setting_room - 1;
+constexpr char default_name[] = "default.lco";
+constexpr char native_name[] = "native";
+constexpr char path_sep[] = "\\";
+
+// One more load of a listed locale.
+struct lc_node {
+    char *name; // file name or specification it was loaded under
+    kovaloc *loc;
+    int count; // outstanding loads
+    lc_node *next;
+};
+// The newest first. Changed by loading and unloading, which the host serialises.
+static constinit lc_node *lc_node_root = nullptr;
+
+// ---- Objects in memory --------------------------------------------------------------------------
+
+// The file that the last category came from. Mostly all six come from the same one: it is opened
+// for each of them, but read and searched once.
+struct object_image {
+    char *path;
+    unsigned char *bytes;
+    const unsigned char *end;
+    const unsigned char *sections[8]; // behind the marker, NULL without one
+    char codeset[codeset_room];
+    int error; // why the header is refused
+
+    object_image() : path(), bytes(), end(), sections(), codeset(), error() {}
+    object_image(const object_image &) = delete;
+    object_image &operator=(const object_image &) = delete;
+    ~object_image() {
+        free_ptr(path);
+        free_ptr(bytes);
+    }
+};
+
+static int marker_at(const unsigned char *at, const unsigned char *end, size_t *len) {
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        *len = strlen(category_markers[c]);
+        if (static_cast<size_t>(end - at) < *len) continue;
+        if (!memcmp(at, category_markers[c], *len)) return c;
+    }
+    return 0;
+}
+
+// Does a read of bounded lines from the start begin a line here? A line longer than the bound
+// counts as several.
+static bool line_begins(const unsigned char *at, const unsigned char *start) {
+    const unsigned char *line = at;
+    while (line > start && line[-1] != '\n')
+        line--;
+    return (at - line) % line_bound == 0;
+}
+
+// Finds the first marker line of every section at once. The scan back to the start of a line is
+// done for whole markers only, of which a line holds one: the search stays linear.
+static void find_sections(object_image *image, const unsigned char *start) {
+    const unsigned char *at = start;
+    while (at < image->end) {
+        at = static_cast<const unsigned char *>(
+            memchr(at, '#', static_cast<size_t>(image->end - at)));
+        if (!at) return;
+        size_t len;
+        const int c = marker_at(at, image->end, &len);
+        if (c && !image->sections[c] && line_begins(at, start)) image->sections[c] = at + len;
+        at++;
+    }
+}
+
+// The bytes of a stream of the standard library. What cannot be read is an empty file, which no
+// header survives; NULL without memory.
+static unsigned char *read_bytes(void *stream, size_t *size) {
+    *size = 0;
+    unsigned char *bytes = std_read_all(static_cast<FILE *>(stream), size);
+    if (bytes || !ko_ext_ferror(stream)) return bytes;
+    return static_cast<unsigned char *>(ko_ext_malloc(1));
+}
+
+static void forget_image(object_image *image) {
+    free_ptr(image->path);
+    free_ptr(image->bytes);
+    image->path = nullptr;
+    image->bytes = nullptr;
+    memset(image->sections, 0, sizeof image->sections);
+    image->error = 0;
+}
+
+// Takes the path. False without memory.
+static bool read_image(object_image *image, void *stream, char *path) {
+    if (image->bytes && path && image->path && !strcmp(path, image->path)) {
+        ko_ext_free(path);
+        return true;
+    }
+    forget_image(image);
+    size_t size;
+    image->path = path;
+    image->bytes = read_bytes(stream, &size);
+    if (!image->bytes) return false;
+    image->end = image->bytes + size;
+    text_in in = {.pos = image->bytes, .end = image->end};
+    if (read_file_header(&in, image->codeset, &image->error)) find_sections(image, in.pos);
+    return true;
+}
+
+// ---- One category -------------------------------------------------------------------------------
+
+// The part of a setting that names a category, or the whole setting.
+static void setting_value(const char *setting, int category, char *name) {
+    const char *at = strstr(setting, category_params[category]);
+    if (at) at = strchr(at, '=');
+    if (!at) {
+        strcpy(name, setting);
+        return;
+    }
+    do
+        at++;
+    while (*at == ' ');
+    size_t len = strcspn(at, " ");
+    if (len > locname_room) len = locname_room;
+    memcpy(name, at, len);
+    name[len] = 0;
+}
+
+// The name of the category's object; false when the environment's is too long.
+static bool choose_name(const char *setting, int category, char *name) {
+    if (*setting) {
+        setting_value(setting, category, name);
+        return true;
+    }
+    const char *const variables[] = {"KO_ALL", category_params[category], "KO_LANG"};
+    for (const char *variable : variables) {
+        const char *value = ko_ext_getenv(variable);
+        if (!value || !*value) continue;
+        if (strlen(value) > setting_max) return false;
+        strcpy(name, value);
+        return true;
+    }
+    strcpy(name, default_name);
+    return true;
+}
+
+static char *join_path(const char *dir, const char *separator, const char *name) {
+    const size_t room = strlen(dir) + strlen(separator) + strlen(name) + 1;
+    char *path = static_cast<char *>(ko_ext_malloc(room));
+    if (path) snprintf(path, room, "%s%s%s", dir, separator, name);
+    return path;
+}
+
+// The stream of the category's object, and its path. A file that is not found leaves the record's
+// error word alone.
+static void *open_object(kovaloc *loc, const char *name, const char *dir, char **path) {
+    const bool native = !strcmp(name, native_name);
+    *path = nullptr;
+    if (dir && *dir) {
+        *path = join_path(dir, path_sep, name);
+        if (!*path) return fail(loc, KO_ENOMEM, nullptr);
+        return open_logged(*path);
+    }
+    bool no_memory = false;
+    void *stream;
+    {
+        // The search says "no memory" in an error word, but "not found" leaves the record's alone.
+        gen_exports scratch = {};
+        const errno_guard kept(&scratch);
+        stream = path_search_found(&scratch, native ? default_name : name, "lc", "11", path);
+        no_memory = !stream && error_of(&scratch) == KO_ENOMEM;
+    }
+    if (no_memory) set_error(loc, KO_ENOMEM);
+    return stream;
+}
+
+static int read_from_image(kovaloc *loc, int category, const object_image *image) {
+    if (image->error) return fail(loc, image->error, -1);
+    memcpy(loc->codeset[category - 2], image->codeset, codeset_room);
+    const unsigned char *section = image->sections[category];
+    if (!section) return fail(loc, KO_EOBJECT, -1);
+    text_in in = {.pos = section, .end = image->end};
+    return read_category(&in, loc, category);
+}
+
+static int read_from_stream(kovaloc *loc, int category, void *stream) {
+    text_in in = {.stream = stream};
+    char line[line_bound + 1], codeset[codeset_room] = {};
+    int error = 0;
+    if (!read_file_header(&in, codeset, &error)) return fail(loc, error, -1);
+    memcpy(loc->codeset[category - 2], codeset, codeset_room);
+    do {
+        if (!in_gets(&in, line, line_bound)) return fail(loc, KO_EOBJECT, -1);
+    } while (strcmp(line, category_markers[category]));
+    return read_category(&in, loc, category);
+}
+
+// Replaces the category by the stream's. Takes the path.
+static int replace_category(kovaloc *loc, int category, void *stream, char *path,
+                            object_image *image) {
+    ko_free_category(loc, category);
+    if (ko_make_null_category(loc, category)) {
+        free_ptr(path);
+        return -1;
+    }
+    if (stream_hooks_set()) {
+        free_ptr(path);
+        return read_from_stream(loc, category, stream);
+    }
+    if (!read_image(image, stream, path)) return fail(loc, KO_ENOMEM, -1);
+    return read_from_image(loc, category, image);
+}
+
+static int load_category(kovaloc *loc, int category, const char *setting, const char *dir,
+                         object_image *image) {
+    char name[setting_room], *path;
+    if (!choose_name(setting, category, name)) return fail(loc, KO_ERANGE, -1);
+    void *stream = open_object(loc, name, dir, &path);
+    if (!stream) {
+        free_ptr(path);
+        return -1;
+    }
+    const int result = replace_category(loc, category, stream, path, image);
+    ko_ext_fclose(stream);
+    if (result) {
+        reset_category(loc, category);
+        return -1;
+    }
+    const size_t len = strnlen(name, locname_room - 1);
+    memcpy(loc->locname[category - 2], name, len);
+    return 0;
+}
+
+// ---- Settings -----------------------------------------------------------------------------------
+
+static void query_locname(const kovaloc *loc, int category, char *setting) {
+    if (category != KO_LC_ALL) {
+        strcpy(setting, loc->locname[category - 2]);
+        return;
+    }
+    *setting = 0;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        const size_t used = strlen(setting);
+        snprintf(setting + used, setting_room - used, "%s = %s ; ", category_params[c],
+                 loc->locname[c - 2]);
+    }
+}
+
+// The record's dependent data after a failure: they describe what is there now, and the reason of
+// the failure stays.
+static void update_after_failure(kovaloc *loc) {
+    const errno_guard kept(loc);
+    update_locale(loc);
+    init_locale_info(loc);
+}
+
+static int load_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+    object_image image;
+    const int first = category == KO_LC_ALL ? KO_LC_CTYPE : category;
+    const int last = category == KO_LC_ALL ? KO_LC_MESSAGES : category;
+    for (int c = first; c <= last; c++) {
+        if (!load_category(loc, c, name, dir, &image)) continue;
+        if (!error_of(loc)) set_error(loc, KO_ECODESET);
+        update_after_failure(loc);
+        return -1;
+    }
+    update_locale(loc);
+    if (init_locale_info(loc) >= 0) return 0;
+    if (!error_of(loc)) set_error(loc, KO_ECODESET);
+    return -1;
+}
+
+char *set_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+    ext_block<char> setting(setting_room);
+    if (!setting.p) return fail(loc, KO_ENOMEM, nullptr);
+    if (category != KO_LC_ALL && !is_category(category)) return fail(loc, KO_ERANGE, nullptr);
+    if (name) {
+        if (strlen(name) > setting_max) return fail(loc, KO_ERANGE, nullptr);
+        if (load_categories(loc, category, name, dir)) return nullptr;
+    }
+    query_locname(loc, category, setting.p);
+    return setting.release();
+}
+
+char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
+    return set_categories(record(loc), category, name, nullptr);
+}
+
+// ---- The default locale -------------------------------------------------------------------------
+
+static void *open_default(const char *dir) {
+    char path[direct_room];
+    if (dir && strlen(dir) + strlen(default_name) < sizeof path) {
+        snprintf(path, sizeof path, "%s%s", dir, default_name);
+        if (void *stream = open_logged(path)) return stream;
+    }
+    return ko_path_search(nullptr, default_name, "lc", "11");
+}
+
+// Reads the whole object and closes the stream.
+static int read_object(kovaloc *loc, void *stream) {
+    text_in in = {.stream = stream};
+    if (stream_hooks_set()) {
+        const int result = read_locale_file(&in, loc);
+        if (in.stream) ko_ext_fclose(stream);
+        return result;
+    }
+    size_t size;
+    unsigned char *bytes = read_bytes(stream, &size);
+    ko_ext_fclose(stream);
+    if (!bytes) return fail(loc, KO_ENOMEM, -1);
+    in = {.pos = bytes, .end = bytes + size};
+    const int result = read_locale_file(&in, loc);
+    ko_ext_free(bytes);
+    return result;
+}
+
+int ko_createlocale_2(ko_lc_t *result) { return ko_createlocale2_2(result, nullptr); }
+
+int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
+    if (ko_create_null_locale_2(result)) return -1;
+    kovaloc *loc = record(*result);
+    void *stream = open_default(dir);
+    if (!stream) {
+        free_locale(loc);
+        return hand_out_filer(result);
+    }
+    if (read_object(loc, stream)) {
+        update_after_failure(loc);
+        return -1;
+    }
+    update_locale(loc);
+    return init_locale_info(loc) < 0 ? -1 : 0;
+}
+
+// ---- Shared locales -----------------------------------------------------------------------------
+
+static lc_node *find_name(const char *name) {
+    lc_node *node = lc_node_root;
+    while (node && strcmp(node->name, name))
+        node = node->next;
+    return node;
+}
+
+static bool insert_node(const char *name, kovaloc *loc) {
+    ext_block<lc_node> node(1);
+    char *copy = node.p ? copy_string(name) : nullptr;
+    if (!copy) return false;
+    *node.p = {copy, loc, 1, lc_node_root};
+    lc_node_root = node.release();
+    return true;
+}
+
+node_state give_back_node(const kovaloc *loc) {
+    lc_node **link = &lc_node_root;
+    while (*link && (*link)->loc != loc)
+        link = &(*link)->next;
+    lc_node *node = *link;
+    if (!node) return node_missing;
+    if (--node->count >= 1) return node_in_use;
+    *link = node->next;
+    ko_ext_free(node->name);
+    ko_ext_free(node);
+    return node_dropped;
+}
+
+// A specification that the registry cannot resolve is the name itself.
+static const char *object_name(const char *spec, const char *registry, char *room) {
+    gen_exports scratch = {};
+    const errno_guard kept(&scratch); // its errors are nobody's
+    return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
+}
+
+int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
+    char room[setting_room];
+    const char *name = spec ? object_name(spec, registry, room) : nullptr;
+    if (lc_node *node = name ? find_name(name) : nullptr) {
+        node->count++;
+        *result = node->loc;
+        return 0;
+    }
+    if (ko_create_null_locale_2(result)) return -1;
+    kovaloc *loc = record(*result);
+    if (!name) return fail(loc, KO_ENULL, -1);
+    char *setting = set_categories(loc, KO_LC_ALL, name, dir);
+    ko_destroystring(setting);
+    if (!setting || error_of(loc)) return -1;
+    return insert_node(name, loc) ? 0 : fail(loc, KO_ENOMEM, -1);
+}
+
+void ko_lc_unload(ko_lc_t handle) {
+    if (!handle || is_error_record(handle)) return;
+    if (give_back_node(record(handle)) != node_in_use) free_locale(record(handle));
+}
+
+static void show(const char *format, uintmax_t value) {
+    char line[64];
+    snprintf(line, sizeof line, format, value);
+    ko_message(line);
+}
+
+void ko_display_lc_node_list(void) {
+    ko_message(lc_node_root ? "*** The lc node list" : "*** No lc nodes saved");
+    unsigned number = 0;
+    for (const lc_node *node = lc_node_root; node; node = node->next) {
+        show("    %" PRIuMAX, number++);
+        message_1("        name: %s", node->name);
+        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
+        show("        count:  %" PRIuMAX, static_cast<uintmax_t>(node->count));
+    }
+}
