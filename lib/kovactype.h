@@ -9,17 +9,50 @@ struct user_bit {
     char *name;
 };
 
-struct conv_elem {  // case partners of one character, 0 for none
+struct conv_elem { // case partners of one character, 0 for none
     ko_wchar_t upper;
     ko_wchar_t lower;
 };
 
 struct kovaloc;
 
+// A single-byte case table cut into its 16 rows of 16 bytes, for mapping many bytes at once. It
+// serves only as long as the record still has the table it was made from.
+struct case_rows {
+    const unsigned char *table;   // NULL: none
+    int count;                    // rows that change a byte
+    unsigned char row[16];        // their high nibbles, as the upper four bits
+    unsigned char change[16][16]; // by low nibble: byte XOR its partner
+};
+
+// Case mapping of whole characters: what becomes of each character of one or two bytes.
+enum { case_same = mb_final, case_mapped = 8 }; // every other state: no character
+struct case_pages {
+    const unsigned char *state1;      // 256 states of one-byte characters
+    const ko_wchar_t *partner1;       // 256 partners, where the state is case_mapped
+    const unsigned char *state2[256]; // by first byte
+    const ko_wchar_t *partner2[256];
+    unsigned char *owned; // the block that holds the pages made here
+    bool plain_ascii;     // 0x01..0x7F are characters and map as ASCII does
+};
+
 // What LC_CTYPE derives at load for hot loops; NULL in a record whose tables are empty or whose
 // memory ran short (then the tree walks serve). Shared by reference with copies of the category.
-struct ctype_flat;
+struct ctype_flat {
+    const void *ctype; // the tables it was made from; other ones are walked
+    const void *cconv;
+    mb_flat classes;
+    mb_flat cases;
+    bool has_cases;   // the pages below serve: both tables agree on the length of characters
+    bool plain_ascii; // 0x01..0x7F are one-byte characters of the class table
+    case_pages upper;
+    case_pages lower;
+};
 ctype_flat *build_ctype_flat(const kovaloc *loc);
 void free_ctype_flat(ctype_flat *flat);
+
+// Makes the three single-byte tables of a single-byte record, keeping case tables that are already
+// there as copies, or drops them from any other record. Keeps the error word.
+void build_sb_tables(kovaloc *loc);
 
 #endif

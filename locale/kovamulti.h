@@ -8,23 +8,23 @@
 enum { mb_invalid = 0, mb_prefix = 1, mb_final = 4 };
 enum { multi_leaf_flags = 1, multi_compressed = 2 };
 constexpr uint32_t multi_no_id = 0xFFFFFFFF;
-constexpr int multi_max_depth = 4;
+constexpr unsigned multi_max_depth = 4;
 
 struct multi_arr {
     int flags;        // 0; no look-up reads it
     int num_offsets;  // children
-    uint32_t flag_id;  // index in the shared lists, multi_no_id for none
+    uint32_t flag_id; // index in the shared lists, multi_no_id for none
     uint32_t data_id;
-    unsigned char *flag_arr;    // 256 states: mb_invalid, mb_prefix, mb_final
-    unsigned char *offset_arr;  // 256 indexes into next_arr
-    unsigned char *data_arr;    // 256 slots of 1 << log_data_size bytes
+    unsigned char *flag_arr;   // 256 states: mb_invalid, mb_prefix, mb_final
+    unsigned char *offset_arr; // 256 indexes into next_arr
+    unsigned char *data_arr;   // 256 slots of 1 << log_data_size bytes
     multi_arr **next_arr;
 };
 
 struct mb_decode {
     int data_size;
     int max_char_len;
-    int min_char_len;  // starts at 2 on purpose: look-ups by wide value depend on it
+    int min_char_len; // starts at 2 on purpose: look-ups by wide value depend on it
     unsigned flags;
     int data_arr_count;
     int flag_arr_count;
@@ -35,8 +35,34 @@ struct mb_decode {
     unsigned log_data_size;
     unsigned char **flag_arrs;
     unsigned char **data_arrs;
-    int *offset_count;  // children of the nodes that use a shared flag array
+    int *offset_count; // children of the nodes that use a shared flag array
 };
+
+// The state of a byte at a node, and the child under a prefix byte: NULL only in a table whose
+// reading failed half-way. A record without memory for a table has none at all.
+inline const multi_arr *table_root(const mb_decode *table) { return table ? table->root : nullptr; }
+inline unsigned node_flag(const multi_arr *node, unsigned byte) {
+    return node && node->flag_arr ? node->flag_arr[byte] : unsigned{mb_invalid};
+}
+inline const multi_arr *node_child(const multi_arr *node, unsigned byte) {
+    return node->next_arr ? node->next_arr[node->offset_arr[byte]] : nullptr;
+}
+
+// Steps of building and freeing that the reader of the text form shares. Each create_ gives a node
+// the array it lacks and counts it in the table; NULL without memory.
+multi_arr *create_arr(void);
+unsigned char *alloc_flag_arr(mb_decode *table);
+unsigned char *alloc_data_arr(mb_decode *table);
+unsigned char *create_flag_arr(multi_arr *node, mb_decode *table);
+unsigned char *create_data_arr(multi_arr *node, mb_decode *table);
+unsigned char *create_offset_arr(multi_arr *node, mb_decode *table);
+multi_arr **create_next_arr(multi_arr *node, int count); // 256 slots for a count of 0
+bool create_root(mb_decode *table);
+void free_arr(multi_arr *node, bool owns_arrays);
+void free_tree(mb_decode *table); // everything but the default item; counts become 0
+bool is_compressed(const mb_decode *table);
+// Makes every byte a character in a table whose characters are all one byte.
+void single_byte_exists(mb_decode *table);
 
 // Reads the text form from a file being loaded, hooks or memory, with items of four hex digits.
 // 0, or -1 with the number in the table's err. A tree deeper than its stored longest character is
@@ -49,9 +75,9 @@ int read_multi_ub2(text_in *in, mb_decode *table, int max_len);
 struct mb_flat {
     const unsigned char *flag1;      // 256 states of a first byte
     const uint16_t *item1;           // 256 items of one-byte characters
-    const unsigned char *flag2[256];  // by first byte: 256 states of the second byte
-    const uint16_t *item2[256];       // by first byte: 256 items of two-byte characters
-    uint16_t *default_page;           // owned: 256 times the default item
+    const unsigned char *flag2[256]; // by first byte: 256 states of the second byte
+    const uint16_t *item2[256];      // by first byte: 256 items of two-byte characters
+    uint16_t *default_page;          // owned: 256 times the default item
     int min_char_len;
     int max_char_len;
 };

@@ -1,0 +1,278 @@
+// Character classes and case mapping, of one character and of strings.
+#include "kovambwc.h"
+
+#include <limits.h>
+#include <math.h>
+#include <string.h>
+
+// ---- Classes -----------------------------------------------------------------------------------
+
+static constexpr struct {
+    const char *name;
+    ko_ctype_t mask;
+} standard_classes[] = {
+    {"upper",  KO_CT_UPPER },
+    {"lower",  KO_CT_LOWER },
+    {"alpha",  KO_CT_ALPHA },
+    {"digit",  KO_CT_DIGIT },
+    {"space",  KO_CT_SPACE },
+    {"cntrl",  KO_CT_CNTRL },
+    {"punct",  KO_CT_PUNCT },
+    {"graph",  KO_CT_GRAPH },
+    {"print",  KO_CT_PRINT },
+    {"xdigit", KO_CT_XDIGIT},
+    {"blank",  KO_CT_BLANK },
+    {"alnum",  KO_CT_ALNUM },
+};
+
+constexpr ko_ctype_t first_user_class = 0x0800;
+
+// Standard names come first, on purpose: a locale cannot redefine them.
+ko_ctype_t ko_ctype(ko_lc_t loc, const char *name) {
+    if (!name) return 0;
+    for (const auto &row : standard_classes) {
+        if (!strcmp(name, row.name)) return row.mask;
+    }
+    const kovaloc *r = record(loc);
+    for (int i = 0; r->user_bits && i < r->num_user_bits; ++i) {
+        const user_bit &bit = r->user_bits[i];
+        if (!bit.name || strcmp(name, bit.name) != 0) continue;
+        return bit.bitpos < 21 ? first_user_class << bit.bitpos : 0;
+    }
+    return 0;
+}
+
+static ko_ctype_t mask_at(const void *item) {
+    uint16_t mask;
+    memcpy(&mask, item, sizeof mask);
+    return mask;
+}
+
+int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask) {
+    const kovaloc *r = record(loc);
+    if (const ctype_flat *flat = flat_classes(r)) {
+        const uint16_t *item = flat_wchar(&flat->classes, wc);
+        return item ? static_cast<int>(*item & mask) : fail(loc, KO_EILSEQ, 0);
+    }
+    const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->ctype);
+    return item ? static_cast<int>(mask_at(item) & mask) : 0;
+}
+
+int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
+    const kovaloc *r = record(loc);
+    if (const ctype_flat *flat = flat_classes(r)) {
+        const mb_flat &f = flat->classes;
+        const unsigned b = *mb;
+        if (f.flag1[b] == mb_final) return static_cast<int>(f.item1[b] & mask);
+        if (f.flag1[b] == mb_prefix && f.flag2[b][mb[1]] == mb_final) {
+            return static_cast<int>(f.item2[b][mb[1]] & mask);
+        }
+        return fail(loc, KO_EILSEQ, 0);
+    }
+    const void *item = retrieve_text_multi_nl(mb, r->ctype, head(loc));
+    return item ? static_cast<int>(mask_at(item) & mask) : 0;
+}
+
+// ---- Case of one character ---------------------------------------------------------------------
+
+// What tells the two directions of case mapping apart.
+struct case_side {
+    ko_wchar_t conv_elem::*partner;
+    case_pages ctype_flat::*pages;
+    unsigned char *loc_exports::*sb_table;
+    case_rows kovaloc::*rows;
+};
+static constexpr case_side to_upper = {&conv_elem::upper, &ctype_flat::upper,
+                                       &loc_exports::sb_toupper_table, &kovaloc::upper_rows};
+static constexpr case_side to_lower = {&conv_elem::lower, &ctype_flat::lower,
+                                       &loc_exports::sb_tolower_table, &kovaloc::lower_rows};
+
+// The partner that an item of the case table names, 0 for none.
+static ko_wchar_t partner_of(const kovaloc *r, const void *item, const case_side &side) {
+    uint16_t index;
+    memcpy(&index, item, sizeof index);
+    if (!index || index > r->num_conv_elems || !r->cconv_arr) return 0;
+    return r->cconv_arr[index].*side.partner;
+}
+
+// The state of a wide character in the case pages: case_same, case_mapped or no character.
+struct page_entry {
+    unsigned state;
+    ko_wchar_t partner;
+};
+static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages, ko_wchar_t wc) {
+    const unsigned hi = wc >> 8, lo = wc & 0xFF;
+    if (!hi && flat->cases.min_char_len == 1) return {pages.state1[lo], pages.partner1[lo]};
+    return {pages.state2[hi][lo], pages.partner2[hi][lo]};
+}
+
+static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc, const case_side &side) {
+    const kovaloc *r = record(loc);
+    if (const ctype_flat *flat = flat_cases(r)) {
+        const page_entry entry = page_of(flat, flat->*side.pages, wc);
+        if (entry.state == case_mapped) return entry.partner;
+        return entry.state == case_same ? wc : fail(loc, KO_EILSEQ, wc);
+    }
+    const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->cconv);
+    const ko_wchar_t partner = item ? partner_of(r, item, side) : ko_wchar_t{0};
+    return partner ? partner : wc;
+}
+
+ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) { return map_wide(loc, wc, to_upper); }
+
+ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) { return map_wide(loc, wc, to_lower); }
+
+// Maps the character at mb by the tree. *taken gets its bytes; returns the bytes written, -1 for a
+// partner without bytes, and with strict also for what is no character.
+static int map_multibyte(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb, int *taken,
+                         bool strict, const case_side &side) {
+    const kovaloc *r = record(loc);
+    const void *item = retrieve_text_multi(mb, r->cconv, taken, head(loc));
+    if (!item && strict) return -1;
+    const ko_wchar_t partner = item ? partner_of(r, item, side) : ko_wchar_t{0};
+    if (partner) return ko_full_wctomb(loc, dst, partner);
+    memmove(dst, mb, static_cast<size_t>(*taken));
+    return *taken;
+}
+
+static uint16_t packed_lengths(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb,
+                               const case_side &side) {
+    int taken;
+    const int written = map_multibyte(loc, dst, mb, &taken, false, side);
+    return static_cast<uint16_t>(taken << 8 | (written & 0xFF));
+}
+
+uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
+    return packed_lengths(loc, dst, mb, to_upper);
+}
+
+uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
+    return packed_lengths(loc, dst, mb, to_lower);
+}
+
+// ---- Case of strings ---------------------------------------------------------------------------
+
+// Maps a string of a single-byte code set and returns its bytes.
+static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,
+                     const case_rows &rows) {
+    size_t done = 0;
+    if (rows.table == table) done = map_rows(dst, mbs, rows);
+    for (; mbs[done]; ++done)
+        dst[done] = table[mbs[done]];
+    dst[done] = 0;
+    return static_cast<int>(done);
+}
+
+// Maps by the pages. Returns the bytes written, -1 at what is no character.
+static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat,
+                     const case_side &side) {
+    const case_pages &pages = flat->*side.pages;
+    const bool one_byte = flat->classes.min_char_len == 1;
+    const bool plain = pages.plain_ascii;
+    const unsigned first = side.partner == &conv_elem::upper ? 'a' : 'A';
+    ko_mchar_t *const start = dst;
+    for (;;) {
+        if (plain && *mbs < 0x80) {
+            const size_t n = map_ascii(dst, mbs, first);
+            dst += n;
+            mbs += n;
+        }
+        const unsigned b = *mbs;
+        const unsigned state1 = pages.state1[b];
+        if (state1 == case_same || state1 == case_mapped) {
+            if (!b) break;
+            const ko_wchar_t out =
+                state1 == case_same ? static_cast<ko_wchar_t>(b) : pages.partner1[b];
+            if (out > 0xFF) *dst++ = static_cast<ko_mchar_t>(out >> 8);
+            *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
+            ++mbs;
+            continue;
+        }
+        if (one_byte && !b) break;
+        const unsigned c = mbs[1];
+        if (!one_byte && !(b | c)) break;
+        const unsigned state2 = pages.state2[b][c];
+        if (state2 == case_same) {
+            dst[0] = static_cast<ko_mchar_t>(b);
+            dst[1] = static_cast<ko_mchar_t>(c);
+            dst += 2;
+        } else if (state2 == case_mapped) {
+            const ko_wchar_t out = pages.partner2[b][c];
+            if (out > 0xFF || !one_byte) *dst++ = static_cast<ko_mchar_t>(out >> 8);
+            *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
+        } else {
+            return fail(loc, KO_EILSEQ, -1);
+        }
+        mbs += 2;
+    }
+    ko_mbsterm(loc, dst);
+    return static_cast<int>(dst - start);
+}
+
+static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const case_side &side) {
+    if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
+    const kovaloc *r = record(loc);
+    if (const unsigned char *table = r->exp.*side.sb_table) {
+        return map_bytes(dst, mbs, table, r->*side.rows);
+    }
+    if (const ctype_flat *flat = flat_cases(r)) return map_pages(loc, dst, mbs, flat, side);
+    int total = 0;
+    while (!ko_ismbsterm(loc, mbs)) {
+        int taken;
+        const int written = map_multibyte(loc, dst + total, mbs, &taken, true, side);
+        if (written < 0) return -1;
+        total += written;
+        mbs += taken;
+    }
+    ko_mbsterm(loc, dst + total);
+    return total;
+}
+
+int ko_tombsupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
+    return map_string(loc, dst, mbs, to_upper);
+}
+
+int ko_tombslower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
+    return map_string(loc, dst, mbs, to_lower);
+}
+
+// A value absent from the case table ends the call, unlike the mapping of one wide character.
+static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs,
+                           const case_side &side) {
+    if (!dst || !wcs) return fail(loc, KO_ENULL, -1);
+    const kovaloc *r = record(loc);
+    const unsigned char *table = r->exp.*side.sb_table;
+    const ctype_flat *flat = flat_cases(r);
+    for (; *wcs; ++wcs, ++dst) {
+        const ko_wchar_t wc = *wcs;
+        if (table) {
+            *dst = wc <= 0xFF ? table[wc] : wc;
+        } else if (flat) {
+            const page_entry entry = page_of(flat, flat->*side.pages, wc);
+            if (entry.state != case_same && entry.state != case_mapped) {
+                return fail(loc, KO_EILSEQ, -1);
+            }
+            *dst = entry.state == case_mapped ? entry.partner : wc;
+        } else {
+            const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->cconv);
+            if (!item) return -1;
+            const ko_wchar_t partner = partner_of(r, item, side);
+            *dst = partner ? partner : wc;
+        }
+    }
+    *dst = 0;
+    return 0;
+}
+
+int ko_towcsupper(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
+    return map_wide_string(loc, dst, wcs, to_upper);
+}
+
+int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
+    return map_wide_string(loc, dst, wcs, to_lower);
+}
+
+int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {
+    const double room = len_bytes * ceil(record(loc)->exp.case_conv_ratio);
+    return room < INT_MAX ? static_cast<int>(room) : INT_MAX; // a locale object may say anything
+}

@@ -1,0 +1,207 @@
+// The flat tables that LC_CTYPE derives at load: classes, case pages, single-byte tables.
+#include "kovasetlc.h"
+
+#include <string.h>
+
+static constexpr unsigned char no_states[256] = {};
+static constexpr ko_wchar_t no_partners[256] = {};
+
+// One side of the case table while its pages are laid out.
+struct page_builder {
+    const kovaloc *loc;
+    const mb_flat *cases;
+    const mb_flat *classes;
+    ko_wchar_t conv_elem::*side;
+    case_pages *pages;
+};
+
+static ko_wchar_t partner_of(const page_builder &from, unsigned index) {
+    const kovaloc *loc = from.loc;
+    if (!index || !loc->cconv_arr || index > static_cast<unsigned>(loc->num_conv_elems)) return 0;
+    return loc->cconv_arr[index].*from.side;
+}
+
+static bool page_maps(const page_builder &from, const unsigned char *flags, const uint16_t *items) {
+    for (unsigned i = 0; i < 256; ++i) {
+        if (flags[i] == mb_final && partner_of(from, items[i])) return true;
+    }
+    return false;
+}
+
+constexpr size_t page_bytes = 256 * (sizeof(ko_wchar_t) + 1); // partners, then states
+
+// False when a partner has no bytes in the code set.
+static bool fill_page(const page_builder &from, const unsigned char *flags, const uint16_t *items,
+                      unsigned char *page, const unsigned char **states,
+                      const ko_wchar_t **partners) {
+    void *block = page; // of the host's memory, at a multiple of a page from its start
+    auto *to = static_cast<ko_wchar_t *>(block);
+    unsigned char *state = page + 256 * sizeof(ko_wchar_t);
+    for (unsigned i = 0; i < 256; ++i) {
+        to[i] = flags[i] == mb_final ? partner_of(from, items[i]) : ko_wchar_t{0};
+        state[i] = to[i] ? static_cast<unsigned char>(case_mapped) : flags[i];
+        if (to[i] && !flat_wchar(from.classes, to[i])) return false;
+    }
+    *states = state;
+    *partners = to;
+    return true;
+}
+
+static bool maps_as_ascii(const case_pages &pages, bool to_upper) {
+    const unsigned first = to_upper ? 'a' : 'A';
+    for (unsigned c = 1; c < 0x80; ++c) {
+        const bool changes = c - first < 26;
+        if (pages.state1[c] != (changes ? case_mapped : case_same)) return false;
+        if (changes && pages.partner1[c] != (c ^ 0x20)) return false;
+    }
+    return true;
+}
+
+// Pages without partners are the table's own flags, so only rows with case take memory.
+static bool build_pages(const page_builder &from) {
+    const mb_flat *f = from.cases;
+    case_pages *pages = from.pages;
+    bool maps[256];
+    size_t count = 1;
+    for (unsigned b = 0; b < 256; ++b) {
+        maps[b] = f->flag1[b] == mb_prefix && page_maps(from, f->flag2[b], f->item2[b]);
+        count += maps[b];
+    }
+    ext_block<unsigned char> block(count * page_bytes);
+    if (!block.p) return false;
+    unsigned char *page = pages->owned = block.release();
+    if (!fill_page(from, f->flag1, f->item1, page, &pages->state1, &pages->partner1)) return false;
+    for (unsigned b = 0; b < 256; ++b) {
+        pages->state2[b] = f->flag1[b] == mb_prefix ? f->flag2[b] : no_states;
+        pages->partner2[b] = no_partners;
+        if (!maps[b]) continue;
+        page += page_bytes;
+        if (!fill_page(from, f->flag2[b], f->item2[b], page, &pages->state2[b],
+                       &pages->partner2[b])) {
+            return false;
+        }
+    }
+    pages->plain_ascii = maps_as_ascii(*pages, from.side == &conv_elem::upper);
+    return true;
+}
+
+// The pages tell lengths from values alone, so the tables must agree on which characters have one
+// byte: none in a code set whose terminator has two, and then the case table starts at two as well.
+static bool lengths_agree(const ctype_flat *flat) {
+    const mb_flat &classes = flat->classes, &cases = flat->cases;
+    if (classes.min_char_len != cases.min_char_len) return false;
+    if (classes.min_char_len == 1) return true;
+    return classes.min_char_len == 2 && !memchr(cases.flag1, mb_final, 256);
+}
+
+static bool is_plain_ascii(const mb_flat &classes) {
+    if (classes.min_char_len != 1) return false;
+    for (unsigned c = 1; c < 0x80; ++c) {
+        if (classes.flag1[c] != mb_final) return false;
+    }
+    return true;
+}
+
+static bool fill_flat(const kovaloc *loc, ctype_flat *flat) {
+    const auto *ctype = static_cast<const mb_decode *>(loc->ctype);
+    const auto *cconv = static_cast<const mb_decode *>(loc->cconv);
+    flat->ctype = ctype;
+    if (flatten_multi(ctype, &flat->classes)) return false;
+    flat->plain_ascii = is_plain_ascii(flat->classes);
+    if (!cconv || flatten_multi(cconv, &flat->cases)) return true;
+    flat->cconv = cconv;
+    if (!lengths_agree(flat)) return true;
+    const mb_flat *cases = &flat->cases, *classes = &flat->classes;
+    flat->has_cases = build_pages({loc, cases, classes, &conv_elem::upper, &flat->upper}) &&
+                      build_pages({loc, cases, classes, &conv_elem::lower, &flat->lower});
+    return true;
+}
+
+ctype_flat *build_ctype_flat(const kovaloc *loc) {
+    const auto *ctype = static_cast<const mb_decode *>(loc->ctype);
+    if (!ctype || ctype->max_char_len < 1) return nullptr;
+    ext_block<ctype_flat> flat(1);
+    if (!flat.p) return nullptr;
+    *flat.p = {};
+    if (fill_flat(loc, flat.p)) return flat.release();
+    free_ctype_flat(flat.release());
+    return nullptr;
+}
+
+void free_ctype_flat(ctype_flat *flat) {
+    if (!flat) return;
+    free_flat(&flat->classes);
+    free_flat(&flat->cases);
+    free_ptr(flat->upper.owned);
+    free_ptr(flat->lower.owned);
+    free_ptr(flat);
+}
+
+// ---- Single-byte tables ------------------------------------------------------------------------
+
+static void derive_case_rows(const unsigned char *table, case_rows *rows) {
+    *rows = {.table = table};
+    if (!table) return;
+    for (unsigned high = 0; high < 16; ++high) {
+        unsigned char change[16];
+        unsigned changes = 0;
+        for (unsigned low = 0; low < 16; ++low) {
+            change[low] = static_cast<unsigned char>(table[high * 16 + low] ^ (high * 16 + low));
+            changes |= change[low];
+        }
+        if (!changes) continue;
+        rows->row[rows->count] = static_cast<unsigned char>(high << 4);
+        memcpy(rows->change[rows->count++], change, 16);
+    }
+}
+
+static void replace_case_table(kovaloc *loc, unsigned char **table,
+                               ko_wchar_t (*map)(ko_lc_t, ko_wchar_t)) {
+    ext_block<unsigned char> fresh(256);
+    if (!fresh.p) return; // an old table goes on serving, else the tree
+    if (*table) {
+        memcpy(fresh.p, *table, 256);
+        free_ptr(*table);
+    } else {
+        for (unsigned c = 0; c < 256; ++c) {
+            fresh.p[c] = static_cast<unsigned char>(map(loc, static_cast<ko_wchar_t>(c)) & 0xFF);
+        }
+    }
+    *table = fresh.release();
+}
+
+static void replace_class_table(kovaloc *loc) {
+    free_ptr(loc->exp.sb_ctype_table);
+    loc->exp.sb_ctype_table = nullptr;
+    ext_block<uint16_t> masks(256);
+    if (!masks.p) return;
+    const auto *table = static_cast<const mb_decode *>(loc->ctype);
+    const unsigned char *items = table->root->data_arr;
+    for (size_t c = 0; c < 256; ++c) {
+        memcpy(&masks.p[c], items ? items + 2 * c : table->default_data, sizeof masks.p[c]);
+    }
+    loc->exp.sb_ctype_table = masks.release();
+}
+
+static void drop_sb_tables(kovaloc *loc) {
+    free_ptr(loc->exp.sb_toupper_table);
+    free_ptr(loc->exp.sb_tolower_table);
+    free_ptr(loc->exp.sb_ctype_table);
+    loc->exp.sb_toupper_table = loc->exp.sb_tolower_table = nullptr;
+    loc->exp.sb_ctype_table = nullptr;
+}
+
+void build_sb_tables(kovaloc *loc) {
+    if (loc->exp.single_byte) {
+        int *word = ko_ext_errno(loc);
+        const int kept = *word;
+        replace_case_table(loc, &loc->exp.sb_toupper_table, im_towupper);
+        replace_case_table(loc, &loc->exp.sb_tolower_table, im_towlower);
+        replace_class_table(loc);
+        *word = kept; // bytes that are no character are no error here
+    } else {
+        drop_sb_tables(loc);
+    }
+    derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
+    derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
+}

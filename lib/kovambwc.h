@@ -1,0 +1,45 @@
+// What the character sources share: which derived table serves a record, and the kernels that take
+// many bytes at once.
+#ifndef KOVAMBWC_H
+#define KOVAMBWC_H
+
+#include "kovasetlc.h"
+
+inline gen_exports *head(ko_lc_t loc) { return static_cast<gen_exports *>(loc); }
+
+inline const mb_decode *class_table(const kovaloc *r) {
+    return static_cast<const mb_decode *>(r->ctype);
+}
+// Bytes of the terminator: 1..4 whatever a damaged table says, so that strings have an end.
+inline int terminator_len(const kovaloc *r) {
+    const int n = r->ctype ? class_table(r)->min_char_len : 2;
+    return n < 1 ? 1 : n > 4 ? 4 : n;
+}
+
+// The flat form of the record's class table, or of its case table; NULL where the tree must serve.
+inline const ctype_flat *flat_classes(const kovaloc *r) {
+    return r->chars && r->chars->ctype == r->ctype ? r->chars : nullptr;
+}
+inline const ctype_flat *flat_cases(const kovaloc *r) {
+    const ctype_flat *flat = flat_classes(r);
+    return flat && flat->has_cases && flat->cconv == r->cconv ? flat : nullptr;
+}
+
+// Writes n bytes of a wide value, as far as the table has such a character. Returns n; -1 with the
+// error word set.
+int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
+
+// Kernels (kovambwc_simd.cpp). Each works on the units before the first one that it does not take
+// and returns how many it took; it may also stop early, so a plain loop follows every call. A
+// destination may be the source.
+
+// Maps bytes up to a zero byte through the rows of a case table.
+size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
+// Maps ASCII bytes up to zero or a byte above 0x7F; the 26 letters from first on change case.
+size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first);
+// Widens at most n bytes of 1..most (0x7F or 0xFF).
+size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most);
+// Narrows at most n values of 1..most.
+size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most);
+
+#endif

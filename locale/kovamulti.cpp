@@ -1,0 +1,393 @@
+// Look-up tables of multibyte code sets: building, looking up, sharing of equal arrays, freeing.
+// The text form is in kovamulti_text.cpp.
+#include "kovamulti.h"
+
+#include <limits.h>
+#include <string.h>
+
+static mb_decode *table_of(void *table) { return static_cast<mb_decode *>(table); }
+
+// ---- Arrays and nodes --------------------------------------------------------------------------
+
+unsigned char *alloc_flag_arr(mb_decode *table) {
+    ext_block<unsigned char> flags(256);
+    if (!flags.p) return nullptr;
+    memset(flags.p, mb_invalid, 256);
+    ++table->flag_arr_count;
+    return flags.release();
+}
+
+unsigned char *create_flag_arr(multi_arr *node, mb_decode *table) {
+    if (!node->flag_arr) node->flag_arr = alloc_flag_arr(table);
+    return node->flag_arr;
+}
+
+// Bytes between the items stay zero, so equal arrays are equal as blocks.
+unsigned char *alloc_data_arr(mb_decode *table) {
+    const size_t slot = size_t{1} << table->log_data_size;
+    ext_block<unsigned char> data(256 * slot);
+    if (!data.p) return nullptr;
+    memset(data.p, 0, 256 * slot);
+    for (size_t i = 0; i < 256; ++i) {
+        memcpy(data.p + i * slot, table->default_data, static_cast<size_t>(table->data_size));
+    }
+    ++table->data_arr_count;
+    return data.release();
+}
+
+unsigned char *create_data_arr(multi_arr *node, mb_decode *table) {
+    if (!node->data_arr) node->data_arr = alloc_data_arr(table);
+    return node->data_arr;
+}
+
+unsigned char *create_offset_arr(multi_arr *node, mb_decode *table) {
+    if (node->offset_arr) return node->offset_arr;
+    ext_block<unsigned char> offsets(256);
+    if (!offsets.p) return nullptr;
+    memset(offsets.p, 0, 256);
+    ++table->offset_arr_count;
+    return node->offset_arr = offsets.release();
+}
+
+multi_arr **create_next_arr(multi_arr *node, int count) {
+    if (node->next_arr) return node->next_arr;
+    const size_t n = count ? static_cast<size_t>(count) : 256;
+    ext_block<multi_arr *> next(n);
+    if (!next.p) return nullptr;
+    for (size_t i = 0; i < n; ++i)
+        next.p[i] = nullptr;
+    return node->next_arr = next.release();
+}
+
+multi_arr *create_arr(void) {
+    ext_block<multi_arr> node(1);
+    if (!node.p) return nullptr;
+    *node.p = {.flag_id = multi_no_id, .data_id = multi_no_id};
+    return node.release();
+}
+
+void free_arr(multi_arr *node, bool owns_arrays) {
+    if (!node) return;
+    if (node->next_arr) {
+        for (int i = 0; i < node->num_offsets; ++i)
+            free_arr(node->next_arr[i], owns_arrays);
+    }
+    if (owns_arrays) {
+        free_ptr(node->flag_arr);
+        free_ptr(node->data_arr);
+    }
+    free_ptr(node->offset_arr);
+    free_ptr(node->next_arr);
+    free_ptr(node);
+}
+
+bool is_compressed(const mb_decode *table) {
+    return (table->flags & multi_compressed) && table->flag_arrs;
+}
+
+static void free_list(unsigned char **list, int count) {
+    for (int i = 0; list && i < count; ++i)
+        free_ptr(list[i]);
+    free_ptr(list);
+}
+
+void free_tree(mb_decode *table) {
+    const bool shared = is_compressed(table);
+    free_arr(table->root, !shared);
+    if (shared) {
+        free_list(table->flag_arrs, table->flag_arr_count);
+        free_list(table->data_arrs, table->data_arr_count);
+        free_ptr(table->offset_count);
+    }
+    table->root = nullptr;
+    table->flag_arrs = table->data_arrs = nullptr;
+    table->offset_count = nullptr;
+    table->flag_arr_count = table->data_arr_count = table->offset_arr_count = 0;
+}
+
+bool create_root(mb_decode *table) {
+    multi_arr *root = create_arr();
+    if (!root) return false;
+    if (!create_flag_arr(root, table)) {
+        free_arr(root, true);
+        return false;
+    }
+    table->root = root;
+    return true;
+}
+
+// ---- Building ----------------------------------------------------------------------------------
+
+void *create_multi(unsigned data_size, unsigned flags, const void *default_item) {
+    if (data_size > INT_MAX / 512) return nullptr; // an array of such items is out of reach
+    ext_block<mb_decode> table(1);
+    ext_block<unsigned char> item(data_size);
+    if (!table.p || !item.p) return nullptr;
+    memset(item.p, 0, data_size ? data_size : 1);
+    if (default_item) memcpy(item.p, default_item, data_size);
+    unsigned log_size = 0;
+    while ((1u << log_size) < data_size)
+        ++log_size;
+    *table.p = {.data_size = static_cast<int>(data_size),
+                .min_char_len = 2,
+                .flags = flags | multi_leaf_flags,
+                .default_data = item.p,
+                .log_data_size = log_size};
+    if (!create_root(table.p)) return nullptr;
+    item.release();
+    return table.release();
+}
+
+static int insert_last(unsigned byte, const void *item, multi_arr *node, mb_decode *table) {
+    const bool flagged = table->flags & multi_leaf_flags;
+    if (flagged && !create_flag_arr(node, table)) return -1;
+    if (flagged && node->flag_arr[byte] == mb_prefix) return -1;
+    if (item && !create_data_arr(node, table)) return -1;
+    if (flagged) node->flag_arr[byte] = mb_final;
+    if (item) {
+        const auto size = static_cast<size_t>(table->data_size);
+        memcpy(node->data_arr + (size_t{byte} << table->log_data_size), item, size);
+    }
+    return 0;
+}
+
+static int recursive_insert(const char_desc *desc, unsigned level, const void *item,
+                            multi_arr *node, mb_decode *table) {
+    const unsigned byte = desc->bytes[level];
+    if (level + 1 == desc->length) return insert_last(byte, item, node, table);
+    if (!create_flag_arr(node, table)) return -1;
+    if (node->flag_arr[byte] == mb_final) return -1;
+    if (!create_offset_arr(node, table) || !create_next_arr(node, 0)) return -1;
+    if (node->flag_arr[byte] == mb_prefix) {
+        multi_arr *child = node->next_arr[node->offset_arr[byte]];
+        return recursive_insert(desc, level + 1, item, child, table);
+    }
+    if (node->num_offsets >= 256) return -1;
+    const int k = node->num_offsets++; // stays taken, with an empty slot, when the rest fails
+    multi_arr *child = create_arr();
+    if (!child) return -1;
+    if (recursive_insert(desc, level + 1, item, child, table)) {
+        free_arr(child, true);
+        return -1;
+    }
+    node->flag_arr[byte] = mb_prefix;
+    node->offset_arr[byte] = static_cast<unsigned char>(k);
+    node->next_arr[k] = child;
+    return 0;
+}
+
+int insert_desc_multi(const char_desc *desc, const void *item, void *table) {
+    mb_decode *t = table_of(table);
+    if (desc->length < 1 || desc->length > multi_max_depth || is_compressed(t)) return -1;
+    if (recursive_insert(desc, 0, item, t->root, t)) return -1;
+    const int length = static_cast<int>(desc->length);
+    if (length > t->max_char_len) t->max_char_len = length;
+    if (length < t->min_char_len) t->min_char_len = length;
+    return 0;
+}
+
+// ---- Looking up --------------------------------------------------------------------------------
+
+static inline void *item_of(const mb_decode *table, const multi_arr *node, unsigned byte) {
+    if (!node->data_arr) return table->default_data;
+    return node->data_arr + (size_t{byte} << table->log_data_size);
+}
+
+// The item of the character at text, NULL when it is none; *taken gets the bytes looked at.
+static inline void *walk_text(const ko_mchar_t *text, const mb_decode *table, int *taken) {
+    const multi_arr *node = table_root(table);
+    for (int n = 1;; ++n, ++text) {
+        const unsigned flag = node_flag(node, *text);
+        if (flag == mb_prefix) {
+            node = node_child(node, *text);
+            continue;
+        }
+        *taken = n;
+        return flag == mb_final ? item_of(table, node, *text) : nullptr;
+    }
+}
+
+void *retrieve_text_multi(const ko_mchar_t *text, void *table, int *len_bytes, gen_exports *gen) {
+    void *item = walk_text(text, table_of(table), len_bytes);
+    if (!item) set_error(gen, KO_EILSEQ);
+    return item;
+}
+
+void *retrieve_text_multi_nl(const ko_mchar_t *text, void *table, gen_exports *gen) {
+    int taken;
+    return retrieve_text_multi(text, table, &taken, gen);
+}
+
+int retrieve_text_multi_nv(const ko_mchar_t *text, void *table, gen_exports *gen) {
+    int taken;
+    return retrieve_text_multi(text, table, &taken, gen) ? taken : 0;
+}
+
+void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit, int *len_bytes,
+                                gen_exports *gen) {
+    void *const none = nullptr;
+    *len_bytes = 0;
+    if (limit <= 0) return fail(gen, KO_EINVAL, none);
+    const mb_decode *t = table_of(table);
+    const multi_arr *node = table_root(t);
+    for (int i = 0;; ++i) {
+        const unsigned flag = node_flag(node, text[i]);
+        *len_bytes = i + 1;
+        if (flag == mb_final) return item_of(t, node, text[i]);
+        if (flag != mb_prefix) return fail(gen, KO_EILSEQ, none);
+        if (i + 1 == limit) return fail(gen, KO_EINVAL, none);
+        node = node_child(node, text[i]);
+    }
+}
+
+// No flag is read: its callers have tables in which every first byte is a prefix.
+void *retrieve_text_doub_limit(const ko_mchar_t *text, void *table, int limit, gen_exports *gen) {
+    void *const none = nullptr;
+    if (limit < 2) return fail(gen, KO_EINVAL, none);
+    const mb_decode *t = table_of(table);
+    const multi_arr *node = t->root ? node_child(t->root, text[0]) : nullptr;
+    return node ? item_of(t, node, text[1]) : fail(gen, KO_EILSEQ, none);
+}
+
+void *retrieve_desc_multi(const char_desc *desc, void *table) {
+    if (desc->length < 1 || desc->length > multi_max_depth) return nullptr;
+    const mb_decode *t = table_of(table);
+    const multi_arr *node = table_root(t);
+    for (unsigned i = 0; i < desc->length; ++i) {
+        const unsigned byte = desc->bytes[i], flag = node_flag(node, byte);
+        if (flag == mb_final) return i + 1 == desc->length ? item_of(t, node, byte) : nullptr;
+        if (flag != mb_prefix) return nullptr;
+        node = node_child(node, byte);
+    }
+    return nullptr;
+}
+
+void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table) {
+    void *const none = nullptr;
+    const mb_decode *t = table_of(table);
+    const unsigned char bytes[4] = {0, 0, static_cast<unsigned char>(wc >> 8),
+                                    static_cast<unsigned char>(wc & 0xFF)};
+    int n = t ? t->min_char_len : 0;
+    if (n < 2 && wc > 0xFF) n = 2;
+    if (n < 1 || n > 4) return fail(gen, KO_EILSEQ, none);
+    const multi_arr *node = table_root(t);
+    for (int i = 4 - n; i < 3; ++i) {
+        if (node_flag(node, bytes[i]) != mb_prefix) return fail(gen, KO_EILSEQ, none);
+        node = node_child(node, bytes[i]);
+    }
+    if (node_flag(node, bytes[3]) != mb_final) return fail(gen, KO_EILSEQ, none);
+    return item_of(t, node, bytes[3]);
+}
+
+int multi_max_length(void *table) { return table_of(table)->max_char_len; }
+
+int multi_min_length(void *table) { return table_of(table)->min_char_len; }
+
+int multi_err(void *table) { return table_of(table)->err; }
+
+void multi_node_count(void *table, int *data_arrays, int *flag_arrays, int *offset_arrays) {
+    *data_arrays = table_of(table)->data_arr_count;
+    *flag_arrays = table_of(table)->flag_arr_count;
+    *offset_arrays = table_of(table)->offset_arr_count;
+}
+
+// ---- Sharing equal arrays ----------------------------------------------------------------------
+
+void single_byte_exists(mb_decode *table) {
+    if (table->max_char_len >= 2 || table->min_char_len != 1) return;
+    if (table->root && table->root->flag_arr) memset(table->root->flag_arr, mb_final, 256);
+}
+
+// Gives the array's place in the list of distinct ones, appending it or freeing the duplicate.
+static uint32_t share_array(unsigned char **array, unsigned char **list, int *count, size_t size) {
+    if (!*array) return multi_no_id;
+    int i = 0;
+    while (i < *count && memcmp(list[i], *array, size) != 0)
+        ++i;
+    if (i == *count) {
+        list[(*count)++] = *array;
+    } else {
+        free_ptr(*array);
+        *array = list[i];
+    }
+    return static_cast<uint32_t>(i);
+}
+
+static void recursive_compress(multi_arr *node, mb_decode *table) {
+    const size_t data_bytes = size_t{256} << table->log_data_size;
+    node->flag_id = share_array(&node->flag_arr, table->flag_arrs, &table->flag_arr_count, 256);
+    node->data_id =
+        share_array(&node->data_arr, table->data_arrs, &table->data_arr_count, data_bytes);
+    if (!node->next_arr || !node->flag_arr) return;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        if (node->flag_arr[byte] != mb_prefix) continue;
+        multi_arr *child = node->next_arr[node->offset_arr[byte]];
+        if (child) recursive_compress(child, table);
+    }
+}
+
+int compress_multi(void *table) {
+    mb_decode *t = table_of(table);
+    if (!t || is_compressed(t)) return 0;
+    ext_block<unsigned char *> flag_list(static_cast<size_t>(t->flag_arr_count));
+    if (!flag_list.p) return -1;
+    if (t->data_arr_count) {
+        ext_block<unsigned char *> data_list(static_cast<size_t>(t->data_arr_count));
+        if (!data_list.p) return -1;
+        t->data_arrs = data_list.release();
+    }
+    single_byte_exists(t);
+    t->flags |= multi_compressed;
+    t->flag_arrs = flag_list.release();
+    t->flag_arr_count = t->data_arr_count = 0;
+    recursive_compress(t->root, t);
+    return 0;
+}
+
+void free_multi(void *table) {
+    mb_decode *t = table_of(table);
+    if (!t) return;
+    free_tree(t);
+    free_ptr(t->default_data);
+    free_ptr(t);
+}
+
+// ---- Flat tables -------------------------------------------------------------------------------
+
+static constexpr unsigned char no_flags[256] = {};
+
+// Items are stored natively, in arrays of the host's memory that suit any type.
+static const uint16_t *items_of(const multi_arr *node, const uint16_t *default_page) {
+    if (!node->data_arr) return default_page;
+    const void *items = node->data_arr;
+    return static_cast<const uint16_t *>(items);
+}
+
+int flatten_multi(const mb_decode *table, mb_flat *flat) {
+    *flat = {.min_char_len = table->min_char_len, .max_char_len = table->max_char_len};
+    if (table->data_size != 2 || !table->root) return -1;
+    ext_block<uint16_t> page(256);
+    if (!page.p) return -1;
+    for (int i = 0; i < 256; ++i)
+        memcpy(&page.p[i], table->default_data, 2);
+    const multi_arr *root = table->root;
+    flat->flag1 = root->flag_arr ? root->flag_arr : no_flags;
+    flat->item1 = items_of(root, page.p);
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        flat->flag2[byte] = no_flags;
+        flat->item2[byte] = page.p;
+        if (flat->flag1[byte] != mb_prefix) continue;
+        const multi_arr *child = node_child(root, byte);
+        if (!child) continue;
+        if (child->flag_arr && memchr(child->flag_arr, mb_prefix, 256)) return -1;
+        if (child->flag_arr) flat->flag2[byte] = child->flag_arr;
+        flat->item2[byte] = items_of(child, page.p);
+    }
+    flat->default_page = page.release();
+    return 0;
+}
+
+void free_flat(mb_flat *flat) {
+    free_ptr(flat->default_page);
+    *flat = {};
+}

@@ -1,0 +1,452 @@
+// The text form of look-up tables inside locale, charmap and conversion objects: runs of flags and
+// items, node by node. Writing goes through the host's write hook, reading through text_in.
+#include "kovamulti.h"
+
+#include <array>
+#include <stdio.h>
+#include <string.h>
+
+// ---- Writing -----------------------------------------------------------------------------------
+
+struct table_writer {
+    void *stream;
+    mb_decode *table;
+    ko_item_printer print_item;
+};
+
+static bool put_text(const table_writer &out, const char *text) {
+    const size_t size = strlen(text);
+    return ko_ext_fwrite(text, 1, size, out.stream) == size;
+}
+
+// One array of a node: of flags when items are not meant.
+struct array_view {
+    const unsigned char *slots;
+    size_t slot_bytes;
+    size_t item_bytes;
+    const unsigned char *empty; // the value that is not written
+    bool items;
+};
+
+static bool same(const array_view &array, unsigned i, unsigned k) {
+    const unsigned char *slots = array.slots;
+    return !memcmp(slots + i * array.slot_bytes, slots + k * array.slot_bytes, array.item_bytes);
+}
+
+static bool is_empty(const array_view &array, unsigned i) {
+    return !memcmp(array.slots + i * array.slot_bytes, array.empty, array.item_bytes);
+}
+
+struct run_record {
+    unsigned count; // values written
+    unsigned repetitions;
+};
+
+// The record that starts at the non-empty index s: four or more equal values are a repetition, all
+// else is literal up to the fourth equal value in a row, whose three predecessors stay in.
+static run_record choose_run(const array_view &array, unsigned s) {
+    unsigned last = s, current = s, row = 0;
+    bool differs = false;
+    for (unsigned i = s + 1; i < 256; ++i) {
+        if (same(array, i, current)) {
+            ++row;
+            if (differs && row == 3) break;
+        } else {
+            if (!differs && row >= 3) break;
+            differs = true;
+            current = i;
+            row = 0;
+        }
+        if (!is_empty(array, i)) last = i;
+    }
+    if (!differs && row >= 3) return {1, row + 1};
+    // A repetition ended by a different value never sets differs, so this is a literal.
+    return {last - s + 1, 1};
+}
+
+static bool fprintf_run(const table_writer &out, const array_view &array, unsigned s,
+                        run_record run) {
+    char text[16];
+    snprintf(text, sizeof text, "%02x%03x%03x", s, run.count, run.repetitions);
+    if (!put_text(out, text)) return false;
+    for (unsigned i = s; i < s + run.count; ++i) {
+        const unsigned char *slot = array.slots + i * array.slot_bytes;
+        if (array.items) {
+            if (out.print_item(out.stream, slot) < 0) return false;
+        } else {
+            snprintf(text, sizeof text, "%02x", unsigned{*slot});
+            if (!put_text(out, text)) return false;
+        }
+    }
+    return put_text(out, "\n");
+}
+
+static bool fprintf_array(const table_writer &out, const array_view &array) {
+    for (unsigned s = 0; s < 256;) {
+        if (is_empty(array, s)) {
+            ++s;
+            continue;
+        }
+        const run_record run = choose_run(array, s);
+        if (!fprintf_run(out, array, s, run)) return false;
+        s += run.count * run.repetitions;
+    }
+    return put_text(out, "0000000\n");
+}
+
+static bool fprintf_flag_arr(const table_writer &out, const unsigned char *flags) {
+    static constexpr unsigned char invalid = mb_invalid;
+    return fprintf_array(out, {flags, 1, 1, &invalid, false});
+}
+
+static bool fprintf_data_arr(const table_writer &out, const unsigned char *data) {
+    const size_t slot = size_t{1} << out.table->log_data_size;
+    const auto size = static_cast<size_t>(out.table->data_size);
+    return fprintf_array(out, {data, slot, size, out.table->default_data, true});
+}
+
+static bool fprintf_unc_node(const table_writer &out, const multi_arr *node) {
+    char text[16];
+    snprintf(text, sizeof text, "%d %d\n", node->flag_arr ? 1 : 0, node->data_arr ? 1 : 0);
+    if (!put_text(out, text)) return false;
+    if (node->flag_arr && !fprintf_flag_arr(out, node->flag_arr)) return false;
+    return !node->data_arr || fprintf_data_arr(out, node->data_arr);
+}
+
+static bool fprintf_comp_node(const table_writer &out, const multi_arr *node) {
+    char text[48];
+    snprintf(text, sizeof text, "%d %d %u %u\n", node->flag_arr ? 1 : 0, node->data_arr ? 1 : 0,
+             node->flag_arr ? unsigned{node->flag_id} : 0u,
+             node->data_arr ? unsigned{node->data_id} : 0u);
+    return put_text(out, text);
+}
+
+// Each node before its children, children in ascending byte order.
+static bool fprintf_nodes(const table_writer &out, const multi_arr *node, bool compressed) {
+    if (!(compressed ? fprintf_comp_node(out, node) : fprintf_unc_node(out, node))) return false;
+    if (node->num_offsets <= 0 || !node->next_arr || !node->flag_arr) return true;
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        if (node->flag_arr[byte] != mb_prefix) continue;
+        const multi_arr *child = node->next_arr[node->offset_arr[byte]];
+        if (child && !fprintf_nodes(out, child, compressed)) return false;
+    }
+    return true;
+}
+
+static bool fprintf_lists(const table_writer &out) {
+    const mb_decode *t = out.table;
+    char text[32];
+    snprintf(text, sizeof text, "%d %d\n", t->flag_arr_count, t->data_arr_count);
+    if (!put_text(out, text)) return false;
+    for (int i = 0; i < t->flag_arr_count; ++i) {
+        if (!fprintf_flag_arr(out, t->flag_arrs[i])) return false;
+    }
+    for (int i = 0; i < t->data_arr_count; ++i) {
+        if (!fprintf_data_arr(out, t->data_arrs[i])) return false;
+    }
+    return true;
+}
+
+int fprintf_multi(void *stream, void *table, ko_item_printer printer) {
+    mb_decode *t = static_cast<mb_decode *>(table);
+    const table_writer out{stream, t, printer};
+    const bool compressed = is_compressed(t);
+    single_byte_exists(t);
+    // The flags tell the form that follows, whatever create_multi was given.
+    const unsigned bit = multi_compressed;
+    const unsigned flags = compressed ? t->flags | bit : t->flags & ~bit;
+    char text[48];
+    snprintf(text, sizeof text, "%d %d %u ", t->max_char_len, t->min_char_len, flags);
+    if (!put_text(out, text) || printer(stream, t->default_data) < 0 || !put_text(out, "\n")) {
+        return -1;
+    }
+    if (compressed && !fprintf_lists(out)) return -1;
+    return fprintf_nodes(out, t->root, compressed) ? 0 : -1;
+}
+
+// ---- Reading -----------------------------------------------------------------------------------
+
+// Values of hexadecimal digits; other characters count with their raw code.
+static constexpr auto hex_values = [] {
+    std::array<unsigned char, 256> values{};
+    for (unsigned c = 0; c < 256; ++c) {
+        unsigned value = c;
+        if (c >= '0' && c <= '9') value = c - '0';
+        if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
+        values[c] = static_cast<unsigned char>(value);
+    }
+    return values;
+}();
+
+static inline unsigned hex_field(text_in *in, int digits) {
+    unsigned value = 0;
+    for (int i = 0; i < digits; ++i) {
+        const int c = in_getc(in);
+        if (c < 0) return 0;
+        value = (value << 4) + hex_values[static_cast<unsigned>(c) & 0xFF];
+    }
+    return value;
+}
+
+static inline void skip_white(text_in *in) {
+    if (in->stream) return skip_whitespace(in);
+    while (in->pos < in->end && is_white(*in->pos))
+        ++in->pos;
+    if (in->pos == in->end) in->ended = true;
+}
+
+// Where items come from: the host's reader on its own stream, or four hexadecimal digits.
+struct host_items {
+    ko_item_reader read;
+};
+struct ub2_items {};
+
+static bool read_items(text_in *in, const host_items &items, unsigned char *slots, unsigned count,
+                       const mb_decode *table) {
+    for (unsigned i = 0; i < count; ++i) {
+        unsigned char *slot = slots + (size_t{i} << table->log_data_size);
+        if (items.read(in->stream, slot, table->data_size) < 0) return false;
+    }
+    return true;
+}
+
+static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, unsigned count,
+                       const mb_decode *) {
+    const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{4} * count;
+    for (unsigned i = 0; i < count; ++i) {
+        unsigned value;
+        if (in_memory) {
+            const unsigned char *p = in->pos + size_t{4} * i;
+            value = ((hex_values[p[0]] * 16u + hex_values[p[1]]) * 16u + hex_values[p[2]]) * 16u +
+                    hex_values[p[3]];
+        } else {
+            value = hex_field(in, 4);
+        }
+        const auto item = static_cast<uint16_t>(value);
+        memcpy(slots + size_t{2} * i, &item, 2);
+    }
+    if (in_memory) in->pos += size_t{4} * count;
+    return true;
+}
+
+struct run_head {
+    unsigned first;
+    unsigned count; // 0 ends the array
+    unsigned repetitions;
+};
+
+// False for a run that reaches beyond the array or at the end of the file.
+static bool read_run_head(text_in *in, run_head *run) {
+    run->first = hex_field(in, 2);
+    run->count = hex_field(in, 3);
+    run->repetitions = hex_field(in, 3); // of the closing record this takes the line's end
+    if (in->ended) return false;
+    if (!run->count) return true;
+    return run->repetitions &&
+           uint64_t{run->first} + uint64_t{run->count} * run->repetitions <= 256;
+}
+
+static bool is_flag(unsigned value) {
+    return value == mb_invalid || value == mb_prefix || value == mb_final;
+}
+
+static bool fscanf_flag_arr(text_in *in, unsigned char *flags) {
+    skip_white(in);
+    for (run_head run;;) {
+        if (!read_run_head(in, &run)) return false;
+        if (!run.count) return true;
+        unsigned char *to = flags + run.first;
+        for (unsigned i = 0; i < run.count; ++i) {
+            const unsigned value = hex_field(in, 2);
+            if (!is_flag(value)) return false;
+            to[i] = static_cast<unsigned char>(value);
+        }
+        for (unsigned r = 1; r < run.repetitions; ++r)
+            memcpy(to + r * run.count, to, run.count);
+        skip_white(in);
+    }
+}
+
+template <class Items>
+static bool fscanf_data_arr(text_in *in, const Items &items, unsigned char *data,
+                            const mb_decode *table) {
+    skip_white(in);
+    for (run_head run;;) {
+        if (!read_run_head(in, &run)) return false;
+        if (!run.count) return true;
+        unsigned char *to = data + (size_t{run.first} << table->log_data_size);
+        if (!read_items(in, items, to, run.count, table)) return false;
+        const size_t bytes = size_t{run.count} << table->log_data_size;
+        for (unsigned r = 1; r < run.repetitions; ++r)
+            memcpy(to + r * bytes, to, bytes);
+        skip_white(in);
+    }
+}
+
+static int count_prefixes(const unsigned char *flags) {
+    int count = 0;
+    for (int i = 0; i < 256; ++i)
+        count += flags[i] == mb_prefix;
+    return count;
+}
+
+template <class Items> struct table_reader {
+    text_in *in;
+    mb_decode *table;
+    Items items;
+    unsigned depth; // levels that characters of the stored longest length need
+};
+
+// An uncompressed node's own indicators and arrays.
+template <class Items>
+static bool fscanf_unc_node(const table_reader<Items> &from, multi_arr *node) {
+    mb_decode *t = from.table;
+    const int has_flags = get_int(from.in), has_data = get_int(from.in);
+    if (has_flags) {
+        if (!create_flag_arr(node, t) || !fscanf_flag_arr(from.in, node->flag_arr)) return false;
+        node->num_offsets = count_prefixes(node->flag_arr);
+    }
+    if (!has_data) return true;
+    return create_data_arr(node, t) && fscanf_data_arr(from.in, from.items, node->data_arr, t);
+}
+
+// A compressed node's indicators, which name listed arrays.
+template <class Items>
+static bool fscanf_comp_node(const table_reader<Items> &from, multi_arr *node) {
+    const mb_decode *t = from.table;
+    const int has_flags = get_int(from.in), has_data = get_int(from.in);
+    const int flag_id = get_int(from.in), data_id = get_int(from.in);
+    if (has_flags) {
+        if (flag_id < 0 || flag_id >= t->flag_arr_count) return false;
+        node->flag_id = static_cast<uint32_t>(flag_id);
+        node->flag_arr = t->flag_arrs[flag_id];
+        node->num_offsets = t->offset_count[flag_id];
+    }
+    if (has_data) {
+        if (data_id < 0 || data_id >= t->data_arr_count) return false;
+        node->data_id = static_cast<uint32_t>(data_id);
+        node->data_arr = t->data_arrs[data_id];
+    }
+    return true;
+}
+
+// A node and, by recursion no deeper than the longest character, its children.
+template <class Items>
+static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsigned level,
+                         bool compressed) {
+    const bool read = compressed ? fscanf_comp_node(from, node) : fscanf_unc_node(from, node);
+    if (!read || from.in->ended) return false;
+    if (!node->num_offsets) return true;
+    if (level + 1 >= from.depth) return false;
+    if (!create_offset_arr(node, from.table)) return false;
+    if (!create_next_arr(node, node->num_offsets)) return false;
+    for (unsigned byte = 0, k = 0; byte < 256; ++byte) {
+        if (node->flag_arr[byte] != mb_prefix) continue;
+        multi_arr *child = create_arr();
+        if (!child) return false;
+        node->next_arr[k] = child;
+        node->offset_arr[byte] = static_cast<unsigned char>(k++);
+        if (!fscanf_nodes(from, child, level + 1, compressed)) return false;
+    }
+    return true;
+}
+
+// More nodes than this, and so more listed arrays, no tree of the depth can have.
+static int most_nodes(unsigned depth) {
+    int nodes = 1;
+    for (unsigned level = 1; level < depth; ++level)
+        nodes = nodes * 256 + 1;
+    return nodes;
+}
+
+// Room for one more entry in a growing array of the host's memory: the size follows what the file
+// really holds, not what it claims.
+template <class T> static bool grow(T **list, int count, int *room) {
+    if (count < *room) return true;
+    const int wanted = *room ? *room * 2 : 16;
+    ext_block<T> bigger(static_cast<size_t>(wanted));
+    if (!bigger.p) return false;
+    if (count) memcpy(bigger.p, *list, static_cast<size_t>(count) * sizeof(T));
+    free_ptr(*list);
+    *list = bigger.release();
+    *room = wanted;
+    return true;
+}
+
+template <class Items> static bool fscanf_flag_list(const table_reader<Items> &from, int wanted) {
+    mb_decode *t = from.table;
+    int list_room = 1, count_room = 0; // one entry of the list exists
+    while (t->flag_arr_count < wanted) {
+        const int n = t->flag_arr_count;
+        if (!grow(&t->flag_arrs, n, &list_room)) return false;
+        if (!grow(&t->offset_count, n, &count_room)) return false;
+        unsigned char *flags = t->flag_arrs[n] = alloc_flag_arr(t); // counts it
+        if (!flags || !fscanf_flag_arr(from.in, flags)) return false;
+        t->offset_count[n] = count_prefixes(flags);
+    }
+    return true;
+}
+
+template <class Items> static bool fscanf_data_list(const table_reader<Items> &from, int wanted) {
+    mb_decode *t = from.table;
+    int room = 0;
+    while (t->data_arr_count < wanted) {
+        const int n = t->data_arr_count;
+        if (!grow(&t->data_arrs, n, &room)) return false;
+        unsigned char *data = t->data_arrs[n] = alloc_data_arr(t);
+        if (!data || !fscanf_data_arr(from.in, from.items, data, t)) return false;
+    }
+    return true;
+}
+
+template <class Items> static bool fscanf_comp_multi(const table_reader<Items> &from) {
+    mb_decode *t = from.table;
+    const int flag_count = get_int(from.in), data_count = get_int(from.in);
+    const int most = most_nodes(from.depth);
+    if (flag_count < 0 || flag_count > most || data_count < 0 || data_count > most) return false;
+    ext_block<unsigned char *> list(1);
+    if (!list.p) return false;
+    t->flag_arrs = list.release(); // from here on the lists own every array
+    free_ptr(t->root->flag_arr);
+    t->root->flag_arr = nullptr;
+    t->flag_arr_count = 0;
+    return fscanf_flag_list(from, flag_count) && fscanf_data_list(from, data_count) &&
+           fscanf_nodes(from, t->root, 0, true);
+}
+
+template <class Items>
+static int read_table(text_in *in, mb_decode *table, int max_len, const Items &items) {
+    free_tree(table); // of an earlier attempt
+    table->err = KO_ENOMEM;
+    if (!create_root(table)) return -1;
+    table->max_char_len = get_int(in);
+    table->min_char_len = get_int(in);
+    table->flags = static_cast<unsigned>(get_int(in));
+    if (in->ended) return -1;
+    if (table->max_char_len > max_len) {
+        table->err = KO_ECHARLEN;
+        return -1;
+    }
+    skip_white(in);
+    if (!read_items(in, items, table->default_data, 1, table)) return -1;
+    skip_white(in);
+    const int longest = table->max_char_len < 1 ? 1 : table->max_char_len;
+    const auto levels = static_cast<unsigned>(longest);
+    const unsigned depth = levels < multi_max_depth ? levels : multi_max_depth;
+    const table_reader<Items> from{in, table, items, depth};
+    const bool done = table->flags & multi_compressed ? fscanf_comp_multi(from)
+                                                      : fscanf_nodes(from, table->root, 0, false);
+    if (!done || in->ended) return -1;
+    table->err = KO_OK;
+    return 0;
+}
+
+int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader) {
+    text_in in = {.stream = stream};
+    return read_table(&in, static_cast<mb_decode *>(table), max_len, host_items{reader});
+}
+
+int read_multi_ub2(text_in *in, mb_decode *table, int max_len) {
+    return read_table(in, table, max_len, ub2_items{});
+}
