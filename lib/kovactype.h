@@ -51,8 +51,7 @@ struct ctype_flat {
 ctype_flat *build_ctype_flat(const kovaloc *loc);
 void free_ctype_flat(ctype_flat *flat);
 
-// Makes the three single-byte tables of a single-byte record, keeping case tables that are already
-// there as copies, or drops them from any other record. Keeps the error word.
-void build_sb_tables(kovaloc *loc);
+// Cuts a table of 256 bytes, or NULL.
+void derive_case_rows(const unsigned char *table, case_rows *rows);
 
 #endif

@@ -1,4 +1,4 @@
-// The flat tables that LC_CTYPE derives at load: classes, case pages, single-byte tables.
+// The flat tables that LC_CTYPE derives at load: classes, case pages, rows of single-byte tables.
 #include "kovasetlc.h"
 
 #include <string.h>
@@ -137,9 +137,7 @@ void free_ctype_flat(ctype_flat *flat) {
     free_ptr(flat);
 }
 
-// ---- Single-byte tables ------------------------------------------------------------------------
-
-static void derive_case_rows(const unsigned char *table, case_rows *rows) {
+void derive_case_rows(const unsigned char *table, case_rows *rows) {
     *rows = {.table = table};
     if (!table) return;
     for (unsigned high = 0; high < 16; ++high) {
@@ -153,55 +151,4 @@ static void derive_case_rows(const unsigned char *table, case_rows *rows) {
         rows->row[rows->count] = static_cast<unsigned char>(high << 4);
         memcpy(rows->change[rows->count++], change, 16);
     }
-}
-
-static void replace_case_table(kovaloc *loc, unsigned char **table,
-                               ko_wchar_t (*map)(ko_lc_t, ko_wchar_t)) {
-    ext_block<unsigned char> fresh(256);
-    if (!fresh.p) return; // an old table goes on serving, else the tree
-    if (*table) {
-        memcpy(fresh.p, *table, 256);
-        free_ptr(*table);
-    } else {
-        for (unsigned c = 0; c < 256; ++c) {
-            fresh.p[c] = static_cast<unsigned char>(map(loc, static_cast<ko_wchar_t>(c)) & 0xFF);
-        }
-    }
-    *table = fresh.release();
-}
-
-static void replace_class_table(kovaloc *loc) {
-    free_ptr(loc->exp.sb_ctype_table);
-    loc->exp.sb_ctype_table = nullptr;
-    ext_block<uint16_t> masks(256);
-    if (!masks.p) return;
-    const auto *table = static_cast<const mb_decode *>(loc->ctype);
-    const unsigned char *items = table->root->data_arr;
-    for (size_t c = 0; c < 256; ++c) {
-        memcpy(&masks.p[c], items ? items + 2 * c : table->default_data, sizeof masks.p[c]);
-    }
-    loc->exp.sb_ctype_table = masks.release();
-}
-
-static void drop_sb_tables(kovaloc *loc) {
-    free_ptr(loc->exp.sb_toupper_table);
-    free_ptr(loc->exp.sb_tolower_table);
-    free_ptr(loc->exp.sb_ctype_table);
-    loc->exp.sb_toupper_table = loc->exp.sb_tolower_table = nullptr;
-    loc->exp.sb_ctype_table = nullptr;
-}
-
-void build_sb_tables(kovaloc *loc) {
-    if (loc->exp.single_byte) {
-        int *word = ko_ext_errno(loc);
-        const int kept = *word;
-        replace_case_table(loc, &loc->exp.sb_toupper_table, im_towupper);
-        replace_case_table(loc, &loc->exp.sb_tolower_table, im_towlower);
-        replace_class_table(loc);
-        *word = kept; // bytes that are no character are no error here
-    } else {
-        drop_sb_tables(loc);
-    }
-    derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
-    derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
 }

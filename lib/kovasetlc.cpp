@@ -353,6 +353,8 @@ static void update_byte_tables(kovaloc *loc) {
     if (!loc->exp.single_byte) return drop_byte_tables(loc);
     build_case_table(loc, &loc->exp.sb_toupper_table, im_towupper);
     build_case_table(loc, &loc->exp.sb_tolower_table, im_towlower);
+    derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
+    derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
     if (!loc->exp.sb_ctype_table) {
         loc->exp.sb_ctype_table = static_cast<uint16_t *>(ko_ext_malloc(256 * sizeof(uint16_t)));
     }
