@@ -197,7 +197,7 @@ static std::string plain(const charmap &map, std::string_view text) {
 bool compile_numeric(const text_job &job, numeric_section &out) {
     out = {};
     out.negative_sign = plain(job.map, "-");
-    if (!read_category(job, "LC_MONETARY",
+    if (!read_category(job, "LC_NUMERIC",
                        {
                            {.name = "decimal_point", .text = &out.decimal_point},
                            {.name = "thousands_sep", .text = &out.thousands_sep},
@@ -213,7 +213,7 @@ bool compile_monetary(const text_job &job, monetary_section &out) {
     out = {};
     int *n = out.numbers.data();
     return read_category(
-        job, "LC_NUMERIC",
+        job, "LC_MONETARY",
         {
             {.name = "int_curr_symbol",     .text = &out.int_curr_symbol},
             {.name = "currency_symbol",                             .text = &out.currency_symbol},

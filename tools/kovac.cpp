@@ -1,0 +1,340 @@
+// kovac: compiles locale sources and charmaps into the objects that the library loads.
+// Exit status: 0 done (warnings included), 1 a source, charmap or registry is wrong, 2 wrong usage,
+// 3 a file cannot be found, read or written.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+#include "kovac_locale.h"
+#include "kovac_registry.h"
+#include "kovac_write.h"
+
+using namespace kovac;
+
+enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3 };
+
+struct locale_options {
+    std::string source, charmap, root, name, codeset, registry_file, list;
+    bool is_default = false, prove = false, verbose = false;
+};
+
+struct registry_options {
+    std::string root;
+    std::vector<std::string> additions; // NAME=NUMBER
+};
+
+static constexpr const char *system_sources = "/usr/share/i18n";
+static constexpr size_t codeset_limit = 19; // bytes of the code-set line that are read back
+static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
+static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
+
+static int complain(int status, const std::string &text) {
+    fprintf(stderr, "kovac: error: %s\n", text.c_str());
+    return status;
+}
+
+// Directories of I18NPATH with their sub-directory, then the system's.
+static std::vector<std::string> search_dirs(const char *kind) {
+    std::vector<std::string> dirs;
+    std::string path = getenv("I18NPATH") ? getenv("I18NPATH") : "";
+#ifdef _WIN32
+    constexpr char separator = ';';
+#else
+    constexpr char separator = ':';
+#endif
+    for (size_t at = 0; at < path.size();) {
+        const size_t end = std::min(path.find(separator, at), path.size());
+        if (end > at) {
+            dirs.push_back(path.substr(at, end - at) + "/" + kind);
+            dirs.push_back(path.substr(at, end - at));
+        }
+        at = end + 1;
+    }
+    dirs.push_back(std::string(system_sources) + "/" + kind);
+    return dirs;
+}
+
+// ---- where an object goes ----------------------------------------------------------------------
+
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+static std::string base_name(const std::string &path) {
+    std::string base = path.substr(path.rfind('/') + 1);
+    if (base.ends_with(".gz")) base.resize(base.size() - 3);
+    return base;
+}
+
+// "ll_TT" or "ll_TT@mod" to its parts, lower-cased where file names are. Empty text is success.
+static std::string split_name(const std::string &name, std::string &dir, std::string &modifier) {
+    const size_t at = std::min(name.find('@'), name.size());
+    dir = name.substr(0, at);
+    modifier = at < name.size() ? name.substr(at + 1) : "";
+    const bool shape = dir.size() == 5 && is_letter(dir[0]) && is_letter(dir[1]) && dir[2] == '_' &&
+                       is_letter(dir[3]) && is_letter(dir[4]);
+    if (!shape) return "\"" + name + "\" is not of the form ll_TT; say --name ll_TT";
+    const bool plain = std::all_of(modifier.begin(), modifier.end(),
+                                   [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
+    if (modifier.size() > modifier_limit || !plain || (at < name.size() && modifier.empty())) {
+        return "the modifier of \"" + name +
+               "\" must be one to four letters or digits; say --name ll_TT@mod";
+    }
+    std::transform(dir.begin(), dir.end(), dir.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    return {};
+}
+
+static int number_from_file(const std::string &path, const std::string &name, int *number) {
+    std::string text, why;
+    registry reg;
+    int line = 0;
+    if (!read_whole(path, text)) return complain(exit_file, "cannot read registry " + path);
+    if (!parse_registry(text, reg, &line, &why)) {
+        return complain(exit_source, path + ":" + std::to_string(line) + ": " + why);
+    }
+    *number = find_name(reg, name);
+    return exit_done;
+}
+
+// Path of the object below the root.
+static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
+    *path = opt.root + "/kova/lc11/default.lco";
+    if (opt.is_default) return exit_done;
+    std::string dir, modifier;
+    const std::string wrong =
+        split_name(opt.name.empty() ? base_name(opt.source) : opt.name, dir, modifier);
+    if (!wrong.empty()) return complain(exit_usage, wrong);
+    int number = no_number;
+    if (!opt.registry_file.empty()) {
+        if (int status = number_from_file(opt.registry_file, codeset, &number)) return status;
+    }
+    if (number == no_number) number = find_code_set(codeset);
+    if (number == no_number) {
+        return complain(exit_usage, "code set \"" + codeset +
+                                        "\" has no number; give a registry with --registry or "
+                                        "another name with --codeset");
+    }
+    *path = opt.root +
+            format("/kova/lc11/%s/%04x%s.lco", dir.c_str(), unsigned(number), modifier.c_str());
+    return exit_done;
+}
+
+// ---- kovac locale ------------------------------------------------------------------------------
+
+// One hash over all inputs, in the order of their names, so that paths do not matter.
+static uint64_t hash_inputs(const source_set &set, const charmap &map) {
+    std::vector<const source_file *> files;
+    for (const auto &[asked, file] : set.files)
+        files.push_back(file.get());
+    std::sort(files.begin(), files.end(), [](const source_file *a, const source_file *b) {
+        return a->name != b->name ? a->name < b->name : a->text < b->text;
+    });
+    uint64_t hash = map.hash;
+    for (size_t i = 0; i < files.size(); ++i) {
+        if (i > 0 && files[i]->name == files[i - 1]->name && files[i]->text == files[i - 1]->text) {
+            continue; // one source, asked for by two names
+        }
+        for (const std::string *text : {&files[i]->name, &files[i]->text}) {
+            for (char c : *text)
+                hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+            hash = (hash ^ 0xFF) * 0x100000001b3u;
+        }
+    }
+    return hash;
+}
+
+static void describe(const locale_options &opt, const source_set &set, const charmap &map,
+                     locale_object &object) {
+    object.description = {
+        "SOURCE=" + base_name(set.main->path), "CHARMAP=" + map.name, "COMPILER=kovac 2.86",
+        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map)))};
+    for (std::string &line : object.description)
+        line.resize(std::min(line.size(), header_limit));
+    object.codeset = opt.codeset.empty() ? map.name : opt.codeset;
+}
+
+static int finish_locale(const locale_options &opt, const diagnostics &diag, int status) {
+    if (diag.errors > diag.max_errors) {
+        fprintf(stderr, "kovac: %d errors in %s\n", diag.errors, opt.source.c_str());
+    }
+    return status;
+}
+
+static int print_proof(const proof_report &report) {
+    for (const std::string &line : report.lines)
+        printf("%s\n", line.c_str());
+    return report.ok ? exit_done
+                     : complain(exit_source, "the proof failed: comparison and key disagree");
+}
+
+static int compile_one(const locale_options &opt) {
+    source_set set{.dirs = search_dirs("locales")};
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    const std::vector<std::string> charmap_dirs = search_dirs("charmaps");
+    charmap map;
+    set.main = load_source(set, diag, opt.source, {});
+    if (!set.main) return exit_file;
+    if (opt.charmap != "unicode" && find_file(charmap_dirs, opt.charmap).empty()) {
+        return complain(exit_file, "no charmap \"" + opt.charmap + "\"");
+    }
+    if (!load_charmap(charmap_dirs, opt.charmap, diag, map)) return exit_source;
+    std::string path, why;
+    const std::string &codeset = opt.codeset.empty() ? map.name : opt.codeset;
+    if (codeset.size() > codeset_limit) {
+        return complain(exit_usage, "code-set name \"" + codeset +
+                                        "\" has more than 19 characters; say --codeset");
+    }
+    if (int status = object_path(opt, codeset, &path)) return status;
+    locale_object object;
+    proof_report report;
+    if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr)) {
+        return finish_locale(opt, diag, exit_source);
+    }
+    describe(opt, set, map, object);
+    switch (write_locale(path, object, map, &why)) {
+    case write_result::done:
+        break;
+    case write_result::no_memory:
+        return complain(exit_file, "out of memory for " + path);
+    case write_result::io:
+        return complain(exit_file, "cannot write " + path + ": " + why);
+    }
+    if (opt.verbose) {
+        fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n", path.c_str(),
+                map.chars.size(), object.ctype.pairs.size() - 1, diag.warnings);
+    }
+    return opt.prove ? print_proof(report) : exit_done;
+}
+
+// A list names one object per line: SOURCE CHARMAP [NAME], where NAME is ll_TT[@mod] or "default".
+static int compile_list(const locale_options &opt) {
+    std::string text;
+    if (!read_whole(opt.list, text)) return complain(exit_file, "cannot read list " + opt.list);
+    int line_number = 0, worst = exit_done;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        std::vector<std::string> words;
+        const std::string line = text.substr(at, std::min(text.find('#', at), end) - at);
+        for (size_t i = 0; i < line.size();) {
+            const size_t start = line.find_first_not_of(" \t\r", i);
+            if (start == std::string::npos) break;
+            i = std::min(line.find_first_of(" \t\r", start), line.size());
+            words.push_back(line.substr(start, i - start));
+        }
+        at = end + 1;
+        ++line_number;
+        if (words.empty()) continue;
+        if (words.size() < 2 || words.size() > 3) {
+            return complain(exit_source, opt.list + ":" + std::to_string(line_number) +
+                                             ": a line holds SOURCE CHARMAP [NAME]");
+        }
+        locale_options one = opt;
+        one.source = words[0];
+        one.charmap = words[1];
+        one.is_default = words.size() == 3 && words[2] == "default";
+        one.name = words.size() == 3 && !one.is_default ? words[2] : "";
+        worst = std::max(worst, compile_one(one));
+    }
+    return worst;
+}
+
+// ---- kovac registry ----------------------------------------------------------------------------
+
+static bool parse_addition(const std::string &text, std::string &name, unsigned &number) {
+    const size_t at = text.rfind('=');
+    if (at == std::string::npos || at == 0 || at > name_limit || at + 1 == text.size())
+        return false;
+    name = text.substr(0, at);
+    number = 0;
+    for (char c : text.substr(at + 1)) {
+        if (c < '0' || c > '9' || number > 0xFFFF) return false;
+        number = number * 10 + unsigned(c - '0');
+    }
+    const bool plain =
+        std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F; });
+    return plain && name[0] != '#' && number <= 0xFFFF;
+}
+
+static int write_registry(const registry_options &opt) {
+    const std::string path = opt.root + "/kova/cm3/registry";
+    std::string text, why;
+    registry reg;
+    int line = 0;
+    if (!find_file({}, path).empty() && !read_whole(path, text)) {
+        return complain(exit_file, "cannot read registry " + path);
+    }
+    if (!parse_registry(text, reg, &line, &why)) {
+        return complain(exit_source, path + ":" + std::to_string(line) + ": " + why);
+    }
+    add_code_sets(reg);
+    for (const std::string &addition : opt.additions) {
+        std::string name;
+        unsigned number = 0;
+        if (!parse_addition(addition, name, number)) {
+            return complain(exit_usage, "--add " + addition +
+                                            ": NAME=NUMBER is expected, a name of at most 21 "
+                                            "printable characters and a number up to 65535");
+        }
+        set_name(reg, name, number);
+    }
+    if (write_text(path, registry_text(reg), &why) != write_result::done) {
+        return complain(exit_file, "cannot write " + path + ": " + why);
+    }
+    return exit_done;
+}
+
+// ---- command line ------------------------------------------------------------------------------
+
+static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
+    CLI::App *cmd = app.add_subcommand("locale", "Compile a locale source into a locale object");
+    auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
+    auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
+                                    "Charmap: path or name; \"unicode\" is built in");
+    auto *list =
+        cmd->add_option("--list", opt.list, "Compile every line of a file: SOURCE CHARMAP [NAME]");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/lc11/...")->required();
+    auto *name =
+        cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's");
+    cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's");
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
+    cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    list->excludes(source)->excludes(charmap)->excludes(name);
+    cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n.\n"
+                "Example: kovac locale -i de_DE -f ISO-8859-1 -o data");
+    return cmd;
+}
+
+static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
+    CLI::App *cmd = app.add_subcommand("registry", "Write or extend the code-set registry");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/registry")->required();
+    cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one");
+    cmd->footer("Entries that the file has already are kept.\n"
+                "Example: kovac registry -o data --add my-set=57600");
+    return cmd;
+}
+
+int main(int argc, char **argv) {
+    CLI::App app("Compiles locales and the code-set registry of Kova.", "kovac");
+    app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
+               "read or written.");
+    app.require_subcommand(1);
+    locale_options locale;
+    registry_options registry;
+    const CLI::App *locale_cmd = add_locale_command(app, locale);
+    const CLI::App *registry_cmd = add_registry_command(app, registry);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        return app.exit(e) == 0 ? exit_done : exit_usage;
+    }
+    if (registry_cmd->parsed()) return write_registry(registry);
+    if (!locale_cmd->parsed()) return exit_usage;
+    if (!locale.list.empty()) return compile_list(locale);
+    if (locale.source.empty() || locale.charmap.empty()) {
+        return complain(exit_usage, "locale needs -i SOURCE and -f CHARMAP, or --list FILE");
+    }
+    return compile_one(locale);
+}

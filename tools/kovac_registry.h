@@ -1,0 +1,48 @@
+// The code sets that kovac knows, from data/registry.inc, and the registry file of a data root.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace kovac {
+
+struct code_set {
+    uint16_t number;
+    const char *charmap; // name of its charmap, "-" when it has none
+    const char *names;   // names and aliases in lower case, separated by blanks
+};
+
+std::span<const code_set> code_sets();
+
+constexpr int no_number = -1;
+constexpr size_t name_limit = 21; // bytes of a code-set name in a registry
+
+// One line of a registry file; a line without an entry has an empty name.
+struct registry_line {
+    std::string name; // lower case
+    unsigned number;
+    std::string text; // comment or what follows the number, as it stands
+};
+
+struct registry {
+    std::vector<registry_line> lines;
+};
+
+// Reads the text of a registry file. False with *why and the line number in *bad_line.
+bool parse_registry(const std::string &text, registry &reg, int *bad_line, std::string *why);
+std::string registry_text(const registry &reg);
+
+// The number of a name, without regard to case; no_number when there is none.
+int find_name(const registry &reg, std::string_view name);
+int find_code_set(std::string_view name); // by charmap name, then by the other names
+
+// Sets a name to a number, adding it when it is new.
+void set_name(registry &reg, std::string_view name, unsigned number);
+// Adds every known name that the registry lacks.
+void add_code_sets(registry &reg);
+
+} // namespace kovac
