@@ -294,8 +294,9 @@ KO_API void ko_cache_registry(void *handle, const char *registry);
 /* The code-set number of a locale specification, a compound one, or a bare code-set name. */
 KO_API uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
 
-/* The locale object file name of a specification; out has room for 311 bytes and a terminator. dir
- * (may be NULL) goes into the names of a compound specification. Returns 0; or -1 with KO_EINVAL. */
+/* The locale object file name of a specification; out has room for 311 bytes, terminator
+ * included. dir (may be NULL) goes into the names of a compound specification. Returns 0; or -1
+ * with KO_EINVAL, also for a longer name. */
 KO_API int ko_lc_spec2lc_fname(void *handle, const char *spec, char *out, const char *registry,
                                const char *dir);
 

@@ -2,9 +2,25 @@
 #ifndef KOVASPEC_H
 #define KOVASPEC_H
 
+#include <stdint.h>
+
 constexpr unsigned char path_mark = 0xFF;
+
+// Longest composed file name or setting that is handed out, with its terminator.
+constexpr int spec_room = 311;
+
+constexpr int cs_name_max = 21; // characters of a code-set name
 
 // Writes the directory and the path mark, or nothing without a directory; out has room.
 void pathcat_mark(char *out, const char *dir);
+
+// The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
+// alone.
+uint16_t find_cs_num(const char *name, const char *registry, int *error);
+
+inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }
+inline bool is_spec_digit(int c) { return c >= '0' && c <= '9'; }
+inline bool is_spec_letter(int c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+inline char spec_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
 
 #endif

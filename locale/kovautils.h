@@ -99,6 +99,9 @@ void *path_search_found(void *handle, const char *name, const char *dir, const c
                         char **path);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
+// The same with the standard library alone; path_search_std stores no error in a handle.
+void *open_logged_std(const char *path);
+void *path_search_std(const char *name, const char *dir, const char *subdir, int *error);
 // Opens the profile file below the installation root with the standard library; unlogged.
 void *open_profile(void);
 

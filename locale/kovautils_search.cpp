@@ -16,7 +16,7 @@ static void *logged(void *stream, const char *path) {
 
 void *open_logged(const char *path) { return logged(ko_ext_fopen(path, "r"), path); }
 
-static void *open_logged_std(const char *path) { return logged(std_open(path, "r"), path); }
+void *open_logged_std(const char *path) { return logged(std_open(path, "r"), path); }
 
 // The pieces joined in a new string; NULL without memory.
 static char *join(std::initializer_list<const char *> pieces) {
@@ -36,17 +36,16 @@ static char *join(std::initializer_list<const char *> pieces) {
 }
 
 struct search {
-    void *handle;
     void *(*open)(const char *path);
     const char *name;
     char **found; // gets the path of the opened file; may be NULL
-    bool no_memory;
+    int error;    // why nothing was opened
 };
 
 // Opens a composed path and frees it, unless it goes to the caller.
 static void *try_path(search *s, char *path) {
     if (!path) {
-        s->no_memory = true;
+        s->error = KO_ENOMEM;
         return nullptr;
     }
     void *const stream = s->open(path);
@@ -57,16 +56,20 @@ static void *try_path(search *s, char *path) {
     return stream;
 }
 
-static void *not_found(const search *s, const char *bare_name) {
-    if (s->no_memory) return fail(s->handle, KO_ENOMEM, nullptr);
+static void *not_found(search *s, const char *bare_name) {
+    if (s->error) return nullptr;
     message_1("Could not open: %s", bare_name);
-    return fail(s->handle, KO_EFILE, nullptr);
+    s->error = KO_EFILE;
+    return nullptr;
 }
 
 // A name that is a path already; its marks become backslashes.
 static void *open_direct(search *s) {
     char *const path = copy_string(s->name);
-    if (!path) return fail(s->handle, KO_ENOMEM, nullptr);
+    if (!path) {
+        s->error = KO_ENOMEM;
+        return nullptr;
+    }
     for (char *mark = path; (mark = strchr(mark, dir_mark)) != nullptr;)
         *mark = '\\';
     void *stream = s->open(path);
@@ -85,7 +88,7 @@ static void *search_elements(search *s, const char *list) {
     const size_t len = strnlen(list, search_path_max);
     memcpy(elements, list, len);
     elements[len] = 0;
-    for (char *element = elements, *next; element && !s->no_memory; element = next) {
+    for (char *element = elements, *next; element && !s->error; element = next) {
         next = strchr(element, ';');
         if (next) *next++ = 0;
         if (!*element) continue;
@@ -124,22 +127,29 @@ static bool is_path(const char *name) {
 }
 
 static void *find_file(search *s, const char *dir, const char *subdir) {
-    if (s->found) *s->found = nullptr;
-    if (!s->name) return fail(s->handle, KO_EFILE, nullptr);
     if (is_path(s->name)) return open_direct(s);
     const char *const list = ko_ext_getenv("KO_PATH");
     if (list && *list) return search_elements(s, list);
     for (const char *part : {subdir, ""}) {
         if (void *const stream = try_path(s, data_path(dir, part, s->name))) return stream;
-        if (s->no_memory) break;
+        if (s->error) break;
     }
     return not_found(s, s->name);
 }
 
 void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
                         char **path) {
-    search s = {.handle = handle, .open = open_logged, .name = name, .found = path};
-    return find_file(&s, dir, subdir);
+    if (path) *path = nullptr;
+    search s = {.open = open_logged, .name = name, .found = path, .error = KO_OK};
+    void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
+    return stream ? stream : fail(handle, name ? s.error : KO_EFILE, nullptr);
+}
+
+void *path_search_std(const char *name, const char *dir, const char *subdir, int *error) {
+    search s = {.open = open_logged_std, .name = name, .found = nullptr, .error = KO_OK};
+    void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
+    if (!stream) *error = name ? s.error : KO_EFILE;
+    return stream;
 }
 
 void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir) {
@@ -147,11 +157,13 @@ void *ko_path_search(void *handle, const char *name, const char *dir, const char
 }
 
 void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, const char *subdir) {
-    search s = {.handle = handle, .open = open_logged_std, .name = name};
-    return find_file(&s, dir, subdir);
+    int error;
+    void *const stream = path_search_std(name, dir, subdir, &error);
+    return stream ? stream : fail(handle, error, nullptr);
 }
 
 void *ko_open_file(void *handle, const char *name) {
-    search s = {.handle = handle, .open = open_logged, .name = name};
-    return name ? open_direct(&s) : fail(handle, KO_EFILE, nullptr);
+    search s = {.open = open_logged, .name = name, .found = nullptr, .error = KO_OK};
+    void *const stream = name ? open_direct(&s) : nullptr;
+    return stream ? stream : fail(handle, name ? s.error : KO_EFILE, nullptr);
 }

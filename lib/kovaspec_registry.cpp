@@ -1,0 +1,188 @@
+// The code-set registry: a text file of names and numbers, its cache, and the built-in table that
+// stands in when the file cannot be cached. Read with the standard library and cached on the
+// standard heap: the cache outlives hosts' hooks.
+#include "kovaspec.h"
+
+#include "kovaextsa.h"
+#include "kovautils.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+struct registry_elem {
+    const char *cs_name; // NULL ends the table
+    int cs_num;
+};
+
+// Searched with lower-cased names, so that rows with capitals never match, on purpose.
+static constexpr registry_elem kova_canned_registry[] = {
+#include "kovaspec_tab.inc"
+    {nullptr, 0}
+};
+
+struct registry_node {
+    char cs_name[cs_name_max + 1];
+    int cs_num;
+    registry_node *next;
+};
+
+// What ko_cache_registry put in force, one of the two at most; only it changes them.
+static constinit registry_node *kova_registry_list_cache = nullptr;
+static constinit const registry_elem *kova_registry_array_cache = nullptr;
+
+// Unread: white space and the comments before a name.
+static int first_of_name(FILE *file) {
+    for (;;) {
+        int c = getc(file);
+        while (is_white(c))
+            c = getc(file);
+        if (c != '#') return c;
+        while (c != '\n' && c != EOF)
+            c = getc(file);
+    }
+}
+
+// Reads a name, lower-cased. False when the reading ends: no name, a longer one, or one that runs
+// to the end of the file. The name is empty where a character stands that no name has.
+static bool read_name(FILE *file, char *name) {
+    int c = first_of_name(file), len = 0;
+    for (; is_spec_char(c); c = getc(file)) {
+        if (len == cs_name_max) return false;
+        name[len++] = spec_lower(static_cast<char>(c));
+    }
+    name[len] = 0;
+    ungetc(c, file);
+    return c != EOF;
+}
+
+// Reads the number after a name, kept to 16 bits; white space must follow it.
+static bool read_number(FILE *file, int *number) {
+    unsigned value = 0;
+    int c = getc(file);
+    while (is_white(c))
+        c = getc(file);
+    if (!is_spec_digit(c)) return false;
+    for (; is_spec_digit(c); c = getc(file))
+        value = (value * 10 + static_cast<unsigned>(c - '0')) & 0xFFFF;
+    ungetc(c, file);
+    *number = static_cast<int>(value);
+    return is_white(c);
+}
+
+static bool skip_line(FILE *file) { // false at the end of the file
+    int c;
+    do
+        c = getc(file);
+    while (c != '\n' && c != EOF);
+    return c != EOF;
+}
+
+static FILE *open_registry(const char *registry, int *error) {
+    int why = KO_EFILE;
+    void *const file =
+        registry ? open_logged_std(registry) : path_search_std("registry", "cm", "3", &why);
+    if (!file) *error = why == KO_ENOMEM ? KO_ENOMEM : KO_EFORMAT;
+    return static_cast<FILE *>(file);
+}
+
+// The number of a lower-cased name: -1 when the file lacks it, -2 with *error set.
+static int search_file(FILE *file, const char *name, int *error) {
+    char entry[cs_name_max + 1];
+    while (read_name(file, entry)) {
+        int number;
+        if (*entry && !strcmp(entry, name)) {
+            if (read_number(file, &number)) return number;
+        } else if (skip_line(file))
+            continue;
+        *error = KO_EOBJECT;
+        return -2;
+    }
+    return -1;
+}
+
+static int search_source(const char *name, const char *registry, int *error) {
+    if (kova_registry_list_cache) {
+        for (const registry_node *node = kova_registry_list_cache; node; node = node->next)
+            if (!strcmp(node->cs_name, name)) return node->cs_num;
+        return -1;
+    }
+    if (kova_registry_array_cache) {
+        for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
+            if (!strcmp(row->cs_name, name)) return row->cs_num;
+        return -1;
+    }
+    FILE *const file = open_registry(registry, error);
+    if (!file) return -2;
+    const int number = search_file(file, name, error);
+    fclose(file);
+    return number;
+}
+
+uint16_t find_cs_num(const char *name, const char *registry, int *error) {
+    char lowered[cs_name_max + 1];
+    int len = 0;
+    for (; len < cs_name_max && name[len]; ++len)
+        lowered[len] = spec_lower(name[len]);
+    lowered[len] = 0;
+    const int number = search_source(lowered, registry, error);
+    if (number >= 0) return static_cast<uint16_t>(number);
+    if (number == -2) return KO_NO_CODESET;
+    unsigned value = 0;
+    for (const char *digit = lowered; *digit; ++digit) {
+        if (!is_spec_digit(*digit)) len = 0;
+        value = (value * 10 + static_cast<unsigned>(*digit - '0')) & 0xFFFF;
+    }
+    if (len) return static_cast<uint16_t>(value);
+    *error = KO_EINVAL;
+    return KO_NO_CODESET;
+}
+
+uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry) {
+    if (!name) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
+    int error = KO_OK;
+    const uint16_t number = find_cs_num(name, registry, &error);
+    if (error) set_error(handle, error);
+    return number;
+}
+
+static void free_nodes(registry_node *list) {
+    while (list) {
+        registry_node *const next = list->next;
+        free(list);
+        list = next;
+    }
+}
+
+// Reads every entry into a list in file order; 0 or the error.
+static int read_nodes(FILE *file, registry_node **list) {
+    registry_node **link = list, entry = {};
+    while (read_name(file, entry.cs_name)) {
+        if (!read_number(file, &entry.cs_num)) return KO_EOBJECT;
+        auto *const node = static_cast<registry_node *>(malloc(sizeof(registry_node)));
+        if (!node) return KO_ENOMEM;
+        *node = entry;
+        *link = node;
+        link = &node->next;
+        if (!skip_line(file)) break;
+    }
+    return KO_OK;
+}
+
+void ko_cache_registry(void *handle, const char *registry) {
+    int error = KO_OK;
+    free_nodes(kova_registry_list_cache);
+    kova_registry_list_cache = nullptr;
+    kova_registry_array_cache = nullptr;
+    registry_node *list = nullptr;
+    if (FILE *const file = open_registry(registry, &error)) {
+        error = read_nodes(file, &list);
+        fclose(file);
+    }
+    if (!error) {
+        kova_registry_list_cache = list;
+        return;
+    }
+    free_nodes(list);
+    kova_registry_array_cache = kova_canned_registry;
+    set_error(handle, error);
+}
