@@ -44,8 +44,13 @@ struct diagnostics {
     int warnings = 0;
 };
 
-// Text made as by printf.
-std::string format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+// Text made as by printf. On Windows the compiler must be told which printf that is.
+#if defined(__MINGW_PRINTF_FORMAT)
+#define KOVAC_PRINTF __MINGW_PRINTF_FORMAT
+#else
+#define KOVAC_PRINTF printf
+#endif
+std::string format(const char *fmt, ...) __attribute__((format(KOVAC_PRINTF, 1, 2)));
 
 void error(diagnostics &diag, position pos, const std::string &text);
 void warning(diagnostics &diag, position pos, const std::string &text);
