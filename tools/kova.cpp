@@ -1,0 +1,239 @@
+// The command line kova: its commands, their options and their help.
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <new>
+
+#include <CLI/CLI.hpp>
+
+#include "kova.h"
+#include "kova_cli.h"
+#include "kova_platform.h"
+
+namespace {
+
+using namespace kovacli;
+
+// Everything the options write into; one command runs, the others' options stay unused.
+struct arguments {
+    common_options common;
+    bool utf8 = false, bytes = false, no_progress = false;
+    sort_options sort;
+    compare_options compare;
+    key_options key;
+    case_options upper, lower;
+    classify_options classify;
+    info_options info;
+    std::function<int()> run;
+};
+
+const char locale_help[] =
+    "Locale: language_TERRITORY.codeset[@modifier] such as de_DE.8859-1, or de_DE alone where it "
+    "exists in one code set, or POSIX";
+
+void add_common(CLI::App &command, arguments &args, std::function<int()> run,
+                const std::string &examples) {
+    command
+        .add_option("--root", args.common.root,
+                    "Data root, the directory that holds kova/lc11. Default: VANTORDIR, the "
+                    "data beside the program, the root built in")
+        ->type_name("DIR");
+    CLI::Option *utf8 = command.add_flag(
+        "--utf8", args.utf8,
+        "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so");
+    command
+        .add_flag("--bytes", args.bytes,
+                  "Arguments, input and output are bytes of the locale's code set")
+        ->excludes(utf8);
+    command.footer("Examples:\n" + examples);
+    command.callback([&args, run] { args.run = run; });
+}
+
+void add_sort(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("sort", "Sort lines in a locale's order");
+    sort_options &o = args.sort;
+    command
+        .add_option("-l,--locale", o.locale,
+                    "Locale to sort by. Default: what LC_ALL, LC_COLLATE or LANG names")
+        ->type_name("LOCALE");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command
+        .add_option("-k,--key", o.keys,
+                    "Compare fields FIRST to LAST only (from 1; without LAST to the end of the "
+                    "line). Repeat for further keys")
+        ->type_name("FIRST[,LAST]")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command
+        .add_option("-t,--separator", o.separator,
+                    "Character between fields. Default: runs of blanks")
+        ->type_name("CHAR");
+    command
+        .add_option("-o,--output", o.out,
+                    "Write FILE, in one step when all is sorted; it may be one of those read")
+        ->type_name("FILE");
+    command.add_flag("-r,--reverse", o.reverse, "Last first; equal lines keep their order");
+    command.add_flag("-u,--unique", o.unique, "Of lines that compare equal only the first");
+    command.add_flag("--replace", o.replace,
+                     "Go on at what is no character: it compares as U+FFFD or ?, and the line is "
+                     "written as it was read");
+    command
+        .add_option("--buffer-size", o.buffer_size,
+                    "Memory before lines are spilled to temporary files, with K, M or G")
+        ->type_name("SIZE")
+        ->capture_default_str();
+    command
+        .add_option("--temporary-directory", o.temporary_directory,
+                    "Where lines are spilled. Default: the system's place")
+        ->type_name("DIR");
+    command.add_flag("--no-progress", args.no_progress,
+                     "No progress line on the terminal for long input");
+    add_common(
+        command, args, [&args] { return run_sort(args.common, args.sort); },
+        "  kova sort -l de_DE.unicode words.txt\n"
+        "  kova sort -l cs_CZ.8859-2 -t ';' -k 2,2 -o people.csv people.csv\n"
+        "  cut -f1 names | kova sort -l sv_SE.unicode -u\n");
+}
+
+void add_compare(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("compare", "Print <, = or > for the order of two texts");
+    compare_options &o = args.compare;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("a", o.first, "First text")->required()->type_name("A");
+    command.add_option("b", o.second, "Second text")->required()->type_name("B");
+    add_common(
+        command, args, [&args] { return run_compare(args.common, args.compare); },
+        "  kova compare de_DE.8859-1 Äpfel Zebra     prints <\n"
+        "  kova compare sv_SE.8859-1 Äpfel Zebra     prints >\n");
+}
+
+void add_key(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("key", "Print sort keys: bytes whose order is the order of the texts");
+    key_options &o = args.key;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; none: the lines of standard input")
+        ->type_name("TEXT");
+    command.add_flag("--raw", o.raw, "The bytes themselves instead of hexadecimal digits");
+    add_common(
+        command, args, [&args] { return run_key(args.common, args.key); },
+        "  kova key fr_FR.8859-1 cote coté côte\n"
+        "  kova key --raw fr_FR.8859-1 cote | od -tx1\n");
+}
+
+void add_case(CLI::App &app, arguments &args, const char *name, case_options &o) {
+    CLI::App &command =
+        *app.add_subcommand(name, std::string("Print texts or files in ") + name + " case");
+    o.upper = std::string_view(name) == "upper";
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; none and no file: standard input")
+        ->type_name("TEXT");
+    command.add_option("-f,--file", o.files, "A file; - is standard input")
+        ->type_name("FILE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+    command.add_flag("--replace", o.replace, "Leave what is no character as it is and go on");
+    add_common(
+        command, args, [&args, &o] { return run_case(args.common, o); },
+        o.upper ? "  kova upper tr_TR.8859-9 'istanbul'\n"
+                  "  kova upper el_GR.unicode -f novel.txt > NOVEL.TXT\n"
+                : "  kova lower tr_TR.8859-9 'ISPARTA'\n"
+                  "  kova lower ru_RU.KOI8-R --bytes < letter.koi8\n");
+}
+
+void add_classify(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("classify", "Show each character's bytes, classes and case partners");
+    classify_options &o = args.classify;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; with --count: files, - or none standard input")
+        ->type_name("TEXT");
+    CLI::Option *count =
+        command.add_flag("--count", o.count, "How many characters of each class the files hold");
+    command.add_flag("--replace", o.replace, "Count what is no character and go on")->needs(count);
+    const auto run = [&args, &o] {
+        if (o.count)
+            o.files.swap(o.texts);
+        else if (o.texts.empty())
+            throw failure(bad_usage, "classify: which TEXT? kova classify --help tells more");
+        return run_classify(args.common, o);
+    };
+    add_common(command, args, run,
+               "  kova classify ja_JP.EUC-JP 'Aア漢'\n"
+               "  kova classify --count de_DE.unicode book.txt\n");
+}
+
+void add_info(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("info", "Show what a locale says of itself");
+    info_options &o = args.info;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("item", o.items, "Items by name or number, printed one a line; none: all")
+        ->type_name("ITEM");
+    add_common(
+        command, args, [&args] { return run_info(args.common, args.info); },
+        "  kova info de_DE.8859-1\n"
+        "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
+}
+
+void add_locales(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
+    add_common(
+        command, args, [&args] { return run_locales(args.common); },
+        "  kova locales\n"
+        "  kova locales --root ./vantor\n");
+}
+
+int complain(int status, const char *text) {
+    if (*text) std::fprintf(stderr, "kova: %s\n", text);
+    return status;
+}
+
+int run_command(arguments &args) {
+    if (args.utf8) args.common.form = text_form::utf8;
+    if (args.bytes) args.common.form = text_form::bytes;
+    args.sort.progress = !args.no_progress;
+    try {
+        return args.run();
+    } catch (const failure &e) {
+        return complain(e.status, e.what());
+    } catch (const std::bad_alloc &) {
+        return complain(bad_file, "memory is exhausted; sort with a smaller --buffer-size");
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    prepare_process();
+    arguments args;
+    CLI::App app("Sorts, compares, classifies and maps text under compiled locales, with the same "
+                 "answers on every machine.",
+                 "kova");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", ko_version());
+    app.get_formatter()->column_width(34);
+    add_sort(app, args);
+    add_compare(app, args);
+    add_key(app, args);
+    add_case(app, args, "upper", args.upper);
+    add_case(app, args, "lower", args.lower);
+    add_classify(app, args);
+    add_info(app, args);
+    add_locales(app, args);
+    app.footer("kova COMMAND --help tells more, with examples.\n"
+               "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale or data root, 4 bad "
+               "file.");
+    try {
+        std::vector<std::string> words = program_arguments(argc, argv);
+        std::reverse(words.begin(), words.end()); // CLI11 takes them last first
+        app.parse(std::move(words));
+    } catch (const CLI::Success &e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError &e) {
+        std::string text = e.what();
+        return complain(bad_usage, (text + "; kova --help tells more").c_str());
+    }
+    return run_command(args);
+}

@@ -1,0 +1,87 @@
+// What every part of the command line shares: its exit statuses, its one kind of failure and the
+// options that all commands take.
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace kovacli {
+
+// Exit statuses. They are part of the interface, see docs/kova.md.
+enum exit_status {
+    done = 0,
+    bad_text = 1,   // a text holds what is no character of the code set
+    bad_usage = 2,  // an unknown option, a missing argument
+    bad_locale = 3, // no data root, no such locale, a damaged object
+    bad_file = 4    // a file cannot be read or written
+};
+
+// Ends the command with one line on standard error, "kova: " and the text. An empty text ends it
+// silently.
+struct failure : std::runtime_error {
+    int status;
+    failure(int exit_status, const std::string &text)
+        : std::runtime_error(text), status(exit_status) {}
+};
+
+// What --utf8 and --bytes say.
+enum class text_form { by_environment, utf8, bytes };
+
+struct common_options {
+    std::string root; // --root; empty: search
+    text_form form = text_form::by_environment;
+};
+
+// True when text arguments, input and output are UTF-8: said so, or LC_ALL, LC_CTYPE and LANG
+// (the first that is set) name it. Windows without them: UTF-8.
+bool text_is_utf8(const common_options &common);
+
+struct sort_options {
+    std::string locale; // empty: the environment decides
+    std::vector<std::string> files;
+    std::vector<std::string> keys; // "FIELD" or "FIELD,FIELD"
+    std::string separator;         // one character; empty: fields are runs of non-blanks
+    std::string out;
+    std::string buffer_size = "256M";
+    std::string temporary_directory;
+    bool reverse = false, unique = false, replace = false, progress = true;
+};
+int run_sort(const common_options &common, const sort_options &options);
+
+struct compare_options {
+    std::string locale, first, second;
+};
+int run_compare(const common_options &common, const compare_options &options);
+
+struct key_options {
+    std::string locale;
+    std::vector<std::string> texts; // none: the lines of standard input
+    bool raw = false;
+};
+int run_key(const common_options &common, const key_options &options);
+
+struct case_options {
+    std::string locale;
+    std::vector<std::string> texts, files; // neither: standard input
+    bool upper = true, replace = false;
+};
+int run_case(const common_options &common, const case_options &options);
+
+struct classify_options {
+    std::string locale;
+    std::vector<std::string> texts, files;
+    bool count = false, replace = false;
+};
+int run_classify(const common_options &common, const classify_options &options);
+
+struct info_options {
+    std::string locale;
+    std::vector<std::string> items; // names or numbers; none: all, with the code set's figures
+};
+int run_info(const common_options &common, const info_options &options);
+
+int run_locales(const common_options &common);
+
+} // namespace kovacli

@@ -1,0 +1,58 @@
+// Sorting records by key with bounded memory: records are gathered up to a budget, sorted, spilled
+// to scratch files as runs, and merged. Records of equal keys keep the order they came in.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace kovacli {
+
+// One record in memory: head, key bytes, line bytes.
+struct record_head {
+    uint32_t key_len, line_len;
+};
+
+struct record_entry {
+    uint64_t prefix;           // first key bytes, big-endian, so that most pairs need no more
+    const unsigned char *data; // the record
+};
+
+struct stream_closer {
+    void operator()(std::FILE *stream) const { std::fclose(stream); }
+};
+using scratch_file = std::unique_ptr<std::FILE, stream_closer>;
+
+struct sorter {
+    // What the caller sets.
+    uint64_t budget = uint64_t{256} << 20; // bytes of memory, before a run is spilled
+    bool reverse = false;
+    bool unique = false; // of equal keys only the first record
+    std::string scratch_directory;
+
+    uint64_t spilled_bytes = 0;
+    uint64_t kept = 0; // records handed in
+
+    // Its own.
+    std::vector<std::unique_ptr<unsigned char[]>> chunks;
+    size_t chunk_left = 0;
+    unsigned char *chunk_at = nullptr;
+    uint64_t held = 0; // bytes of chunks and entries
+    std::vector<record_entry> entries;
+    std::vector<scratch_file> runs;
+};
+
+// Called with each line in order, and now and then with an empty one while nothing comes out yet.
+using line_sink = std::function<void(std::string_view line)>;
+
+// Throws failure when a scratch file fails.
+void add_record(sorter &all, std::string_view key, std::string_view line);
+
+// Hands out every line in order; the sorter is empty afterwards.
+void deliver(sorter &all, const line_sink &sink);
+
+} // namespace kovacli
