@@ -100,7 +100,7 @@ static int number_from_file(const std::string &path, const std::string &name, in
 // Path of the object below the root.
 static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
     *path = opt.root + "/kova/lc11/default.lco";
-    if (opt.is_default) return exit_done;
+    if (opt.is_default || opt.name == "default") return exit_done;
     std::string dir, modifier;
     const std::string wrong =
         split_name(opt.name.empty() ? base_name(opt.source) : opt.name, dir, modifier);
@@ -207,7 +207,7 @@ static int compile_one(const locale_options &opt) {
     return opt.prove ? print_proof(report) : exit_done;
 }
 
-// A list names one object per line: SOURCE CHARMAP [NAME], where NAME is ll_TT[@mod] or "default".
+// A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
 static int compile_list(const locale_options &opt) {
     std::string text;
     if (!read_whole(opt.list, text)) return complain(exit_file, "cannot read list " + opt.list);
@@ -225,15 +225,15 @@ static int compile_list(const locale_options &opt) {
         at = end + 1;
         ++line_number;
         if (words.empty()) continue;
-        if (words.size() < 2 || words.size() > 3) {
+        if (words.size() < 2 || words.size() > 4) {
             return complain(exit_source, opt.list + ":" + std::to_string(line_number) +
-                                             ": a line holds SOURCE CHARMAP [NAME]");
+                                             ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
         }
         locale_options one = opt;
         one.source = words[0];
         one.charmap = words[1];
-        one.is_default = words.size() == 3 && words[2] == "default";
-        one.name = words.size() == 3 && !one.is_default ? words[2] : "";
+        if (words.size() > 2) one.name = words[2];
+        if (words.size() > 3) one.codeset = words[3];
         worst = std::max(worst, compile_one(one));
     }
     return worst;
@@ -291,8 +291,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
     auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
                                     "Charmap: path or name; \"unicode\" is built in");
-    auto *list =
-        cmd->add_option("--list", opt.list, "Compile every line of a file: SOURCE CHARMAP [NAME]");
+    auto *list = cmd->add_option("--list", opt.list,
+                                 "Compile every line of a file: SOURCE CHARMAP [NAME [CODESET]]");
     cmd->add_option("-o,--root", opt.root, "Data root that gets kova/lc11/...")->required();
     auto *name =
         cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's");

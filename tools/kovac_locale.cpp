@@ -2,22 +2,23 @@
 #include "kovac_locale.h"
 
 #include <algorithm>
+#include <variant>
 
 namespace kovac {
 namespace {
 
 constexpr int copy_depth = 16; // sources that copy one another, at most
 
-// One keyword of a category. Exactly one of the targets is set; neither means that an object has
-// no place for the keyword.
+// One keyword of a category and where its value goes.
 struct keyword {
     const char *name;
-    std::string *text = nullptr;
-    std::vector<std::string> *list = nullptr;
-    std::vector<int> *grouping = nullptr;
-    int *number = nullptr;
-    std::vector<token> *raw = nullptr;
+    std::variant<std::string *, std::vector<std::string> *, std::vector<int> *, int *,
+                 std::vector<token> *>
+        target;
 };
+
+// Keywords that an object has no place for.
+using ignored = std::vector<std::string_view>;
 
 } // namespace
 
@@ -103,7 +104,7 @@ static void misplaced(const text_job &job, const token &t, const char *wanted) {
     if (t.kind != tok::bad) error(job.diag, t.pos, format("%s is expected here", wanted));
 }
 
-static void read_text(const text_job &job, const std::vector<token> &line, std::string &out) {
+static void read_value(const text_job &job, const std::vector<token> &line, std::string &out) {
     if (line.size() != 2 || line[1].kind != tok::string) {
         return misplaced(job, line[line.size() > 2 ? 2 : line.size() - 1],
                          line.size() > 2 ? "the end of the line" : "a string");
@@ -111,8 +112,8 @@ static void read_text(const text_job &job, const std::vector<token> &line, std::
     out = string_bytes(job, line[1]);
 }
 
-static void read_list(const text_job &job, const std::vector<token> &line,
-                      std::vector<std::string> &out) {
+static void read_value(const text_job &job, const std::vector<token> &line,
+                       std::vector<std::string> &out) {
     out.clear();
     bool want_string = true;
     for (size_t i = 1; i < line.size(); ++i) {
@@ -125,7 +126,7 @@ static void read_list(const text_job &job, const std::vector<token> &line,
     if (out.empty()) misplaced(job, line[0], "a string behind this keyword");
 }
 
-static void read_number(const text_job &job, const std::vector<token> &line, int &out) {
+static void read_value(const text_job &job, const std::vector<token> &line, int &out) {
     if (line.size() != 2 || line[1].kind != tok::number) {
         return misplaced(job, line[line.size() - 1], "one number");
     }
@@ -134,8 +135,7 @@ static void read_number(const text_job &job, const std::vector<token> &line, int
 }
 
 // Group sizes; -1 stays as the end of grouping, and a first size of 0 or -1 means none at all.
-static void read_grouping(const text_job &job, const std::vector<token> &line,
-                          std::vector<int> &out) {
+static void read_value(const text_job &job, const std::vector<token> &line, std::vector<int> &out) {
     constexpr size_t most = 15;
     out.clear();
     for (size_t i = 1; i < line.size(); ++i) {
@@ -154,16 +154,13 @@ static void read_grouping(const text_job &job, const std::vector<token> &line,
     if (!out.empty() && out[0] <= 0) out.clear();
 }
 
-static void read_keyword(const text_job &job, const std::vector<token> &line, const keyword &key) {
-    if (key.text) read_text(job, line, *key.text);
-    if (key.list) read_list(job, line, *key.list);
-    if (key.grouping) read_grouping(job, line, *key.grouping);
-    if (key.number) read_number(job, line, *key.number);
-    if (key.raw) *key.raw = line;
+// A line that is understood where the whole category is known.
+static void read_value(const text_job &, const std::vector<token> &line, std::vector<token> &out) {
+    out = line;
 }
 
 static bool read_category(const text_job &job, const char *category,
-                          const std::vector<keyword> &keywords) {
+                          const std::vector<keyword> &keywords, const ignored &others) {
     const int errors = job.diag.errors;
     std::vector<std::vector<token>> lines;
     if (!category_lines(job.set, job.diag, category, lines)) return false;
@@ -173,7 +170,9 @@ static bool read_category(const text_job &job, const char *category,
         const auto found = std::find_if(keywords.begin(), keywords.end(),
                                         [&key](const keyword &k) { return is_word(key, k.name); });
         if (found != keywords.end()) {
-            read_keyword(job, line, *found);
+            std::visit([&](auto *target) { read_value(job, line, *target); }, found->target);
+        } else if (std::find(others.begin(), others.end(), key.text) != others.end()) {
+            continue;
         } else if (key.kind == tok::word) {
             warning(job.diag, key.pos,
                     format("unknown keyword \"%s\" in %s", name_of(key).c_str(), category));
@@ -197,14 +196,12 @@ static std::string plain(const charmap &map, std::string_view text) {
 bool compile_numeric(const text_job &job, numeric_section &out) {
     out = {};
     out.negative_sign = plain(job.map, "-");
-    if (!read_category(job, "LC_NUMERIC",
-                       {
-                           {.name = "decimal_point", .text = &out.decimal_point},
-                           {.name = "thousands_sep", .text = &out.thousands_sep},
-                           {.name = "grouping",      .grouping = &out.grouping }
-    })) {
-        return false;
-    }
+    const std::vector<keyword> keywords = {
+        {"decimal_point", &out.decimal_point},
+        {"thousands_sep", &out.thousands_sep},
+        {"grouping",      &out.grouping     },
+    };
+    if (!read_category(job, "LC_NUMERIC", keywords, {})) return false;
     if (out.decimal_point.empty()) out.decimal_point = plain(job.map, ".");
     return true;
 }
@@ -212,35 +209,30 @@ bool compile_numeric(const text_job &job, numeric_section &out) {
 bool compile_monetary(const text_job &job, monetary_section &out) {
     out = {};
     int *n = out.numbers.data();
-    return read_category(
-        job, "LC_MONETARY",
-        {
-            {.name = "int_curr_symbol",     .text = &out.int_curr_symbol},
-            {.name = "currency_symbol",                             .text = &out.currency_symbol},
-            {.name = "mon_decimal_point",.text = &out.decimal_point},
-            {.name = "mon_thousands_sep",   .text = &out.thousands_sep},
-            {.name = "mon_grouping",                             .grouping = &out.grouping},
-            {.name = "positive_sign", .text = &out.positive_sign},
-            {.name = "negative_sign",        .text = &out.negative_sign},
-            {.name = "int_frac_digits",                             .number = n + 0},
-            {.name = "frac_digits",   .number = n + 1},
-            {.name = "p_cs_precedes",       .number = n + 2},
-            {.name = "p_sep_by_space",                             .number = n + 3},
-            {.name = "n_cs_precedes",.number = n + 4},
-            {.name = "n_sep_by_space",         .number = n + 5},
-            {.name = "p_sign_posn",                             .number = n + 6},
-            {.name = "n_sign_posn",        .number = n + 7},
- // An object has one set of positions; those of the international form have no place.
-            {.name = "int_p_cs_precedes"     },
-            {.name = "int_p_sep_by_space"                            },
-            {.name = "int_n_cs_precedes"                            },
-            {.name = "int_n_sep_by_space"     },
-            {.name = "int_p_sign_posn"                            },
-            {.name = "int_n_sign_posn"},
-            {.name = "duo_int_curr_symbol"        },
-            {.name = "duo_currency_symbol"                            },
-            {.name = "conversion_rate"                       }
-    });
+    const std::vector<keyword> keywords = {
+        {"int_curr_symbol",   &out.int_curr_symbol},
+        {"currency_symbol",   &out.currency_symbol},
+        {"mon_decimal_point", &out.decimal_point  },
+        {"mon_thousands_sep", &out.thousands_sep  },
+        {"mon_grouping",      &out.grouping       },
+        {"positive_sign",     &out.positive_sign  },
+        {"negative_sign",     &out.negative_sign  },
+        {"int_frac_digits",   n + 0               },
+        {"frac_digits",       n + 1               },
+        {"p_cs_precedes",     n + 2               },
+        {"p_sep_by_space",    n + 3               },
+        {"n_cs_precedes",     n + 4               },
+        {"n_sep_by_space",    n + 5               },
+        {"p_sign_posn",       n + 6               },
+        {"n_sign_posn",       n + 7               },
+    };
+    // An object has one set of positions; those of the international form have no place.
+    const ignored others = {
+        "int_p_cs_precedes",   "int_p_sep_by_space",  "int_n_cs_precedes",
+        "int_n_sep_by_space",  "int_p_sign_posn",     "int_n_sign_posn",
+        "duo_currency_symbol", "duo_int_curr_symbol", "conversion_rate",
+    };
+    return read_category(job, "LC_MONETARY", keywords, others);
 }
 
 // Day names begin with the day of the source's "week" date; objects begin with Sunday.
@@ -261,35 +253,27 @@ static bool check_count(const text_job &job, const char *keyword, size_t count, 
 bool compile_time(const text_job &job, time_section &out) {
     std::vector<token> week;
     out = {};
-    if (!read_category(job, "LC_TIME",
-                       {
-                           {.name = "abday",          .list = &out.abday},
-                           {.name = "day",                        .list = &out.day},
-                           {.name = "abmon",.list = &out.abmon},
-                           {.name = "mon",          .list = &out.mon},
-                           {.name = "d_t_fmt",                        .text = &out.d_t_fmt},
-                           {.name = "d_fmt",.text = &out.d_fmt},
-                           {.name = "t_fmt",        .text = &out.t_fmt},
-                           {.name = "am_pm",                        .list = &out.am_pm},
-                           {.name = "t_fmt_ampm",        .text = &out.t_fmt_ampm},
-                           {.name = "era",          .list = &out.era},
-                           {.name = "era_d_fmt",                        .text = &out.era_d_fmt},
-                           {.name = "era_t_fmt",.text = &out.era_t_fmt},
-                           {.name = "era_d_t_fmt",     .text = &out.era_d_t_fmt},
-                           {.name = "alt_digits",                        .list = &out.alt_digits},
- // One form of the month names and no calendar layout in an object.
-                           {.name = "alt_mon"},
-                           {.name = "ab_alt_mon"     },
-                           {.name = "date_fmt"                       },
-                           {.name = "week",                    .raw = &week},
-                           {.name = "first_weekday"   },
-                           {.name = "first_workday"                       },
-                           {.name = "cal_direction"},
-                           {.name = "era_year"       },
-                           {.name = "timezone"    }
-    })) {
-        return false;
-    }
+    const std::vector<keyword> keywords = {
+        {"abday",       &out.abday      },
+        {"day",         &out.day        },
+        {"abmon",       &out.abmon      },
+        {"mon",         &out.mon        },
+        {"d_t_fmt",     &out.d_t_fmt    },
+        {"d_fmt",       &out.d_fmt      },
+        {"t_fmt",       &out.t_fmt      },
+        {"am_pm",       &out.am_pm      },
+        {"t_fmt_ampm",  &out.t_fmt_ampm },
+        {"era",         &out.era        },
+        {"era_d_fmt",   &out.era_d_fmt  },
+        {"era_t_fmt",   &out.era_t_fmt  },
+        {"era_d_t_fmt", &out.era_d_t_fmt},
+        {"alt_digits",  &out.alt_digits },
+        {"week",        &week           },
+    };
+    // An object has one form of the month names and no calendar layout.
+    const ignored others = {"alt_mon",       "ab_alt_mon",    "date_fmt", "first_weekday",
+                            "first_workday", "cal_direction", "era_year", "timezone"};
+    if (!read_category(job, "LC_TIME", keywords, others)) return false;
     out.am_pm.resize(std::max<size_t>(out.am_pm.size(), 2));
     if (out.era.size() == 1 && out.era[0].empty()) out.era.clear();
     if (out.alt_digits.size() == 1 && out.alt_digits[0].empty()) out.alt_digits.clear();
@@ -309,13 +293,13 @@ bool compile_time(const text_job &job, time_section &out) {
 
 bool compile_messages(const text_job &job, messages_section &out) {
     out = {};
-    return read_category(job, "LC_MESSAGES",
-                         {
-                             {.name = "yesexpr", .text = &out.yesexpr},
-                             {.name = "noexpr",  .text = &out.noexpr },
-                             {.name = "yesstr",  .text = &out.yesstr },
-                             {.name = "nostr",   .text = &out.nostr  }
-    });
+    const std::vector<keyword> keywords = {
+        {"yesexpr", &out.yesexpr},
+        {"noexpr",  &out.noexpr },
+        {"yesstr",  &out.yesstr },
+        {"nostr",   &out.nostr  },
+    };
+    return read_category(job, "LC_MESSAGES", keywords, {});
 }
 
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,

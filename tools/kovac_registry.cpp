@@ -33,6 +33,7 @@ template <class Use> static void each_name(const code_set &set, Use use) {
 
 int find_code_set(std::string_view name) {
     const std::string wanted = lowered(name);
+    if (wanted == "-") return no_number;
     for (const code_set &set : known) {
         if (lowered(set.charmap) == wanted) return set.number;
     }
