@@ -1,0 +1,286 @@
+// The hook table: what is called where, and what serves where nothing is installed.
+#include "kovaextsa.h"
+
+#include "fixture.h"
+#include "kovautils.h"
+
+#include <string.h>
+#include <time.h>
+#ifndef _WIN32
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+static void install(int code, ko_extfn_t fn) { ASSERT_EQ(ko_setextfunc(nullptr, code, fn), 0); }
+
+TEST(Hooks, CodesOutsideTheTableAreRefused) {
+    test_handle handle;
+    static const struct {
+        int code, result, error;
+    } rows[] = {
+        {-1, -1, KO_ERANGE},
+        {18, -1, KO_ERANGE},
+        {17, 0,  KO_OK    },
+        {0,  0,  KO_OK    }
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.code);
+        handle.gen.ko_lerrno = KO_OK;
+        EXPECT_EQ(ko_setextfunc(handle, r.code, nullptr), r.result);
+        EXPECT_EQ(handle.error(), r.error);
+        EXPECT_EQ(ko_setextfunc(nullptr, r.code, nullptr), r.result);
+    }
+}
+
+// Every hook records its code and its arguments.
+static std::string calls;
+static char answer[] = "answer";
+static int word;
+
+static void record(const char *name, std::initializer_list<const void *> pointers,
+                   std::initializer_list<long> numbers) {
+    calls += name;
+    for (const void *p : pointers)
+        calls += p == answer ? " a" : p == &word ? " w" : p ? " ?" : " 0";
+    for (const long n : numbers)
+        calls += " " + std::to_string(n);
+    calls += ";";
+}
+
+static char *on_getenv(const char *name) { return record("getenv", {name}, {}), answer; }
+static int *on_errno(void *handle) { return record("errno", {handle}, {}), &word; }
+static int on_fclose(void *s) { return record("fclose", {s}, {}), -7; }
+static int on_feof(void *s) { return record("feof", {s}, {}), 3; }
+static int on_ferror(void *s) { return record("ferror", {s}, {}), 4; }
+static int on_fgetc(void *s) { return record("fgetc", {s}, {}), 5; }
+static char *on_fgets(char *b, int n, void *s) { return record("fgets", {b, s}, {n}), answer; }
+static void *on_fopen(const char *p, const char *m) { return record(m, {p}, {}), answer; }
+static void on_free(void *p) { record("free", {p}, {}); }
+static int on_fseek(void *s, ko_long_t n, int o) { return record("fseek", {s}, {n, o}), 9; }
+static ko_long_t on_ftell(void *s) { return record("ftell", {s}, {}), -10; }
+static size_t on_fwrite(const void *b, size_t n, size_t k, void *s) {
+    return record("fwrite", {b, s}, {static_cast<long>(n), static_cast<long>(k)}), 11;
+}
+static int on_getc(void *s) { return record("getc", {s}, {}), 12; }
+static void *on_malloc(size_t n) { return record("malloc", {}, {static_cast<long>(n)}), answer; }
+static int on_ungetc(int c, void *s) { return record("ungetc", {s}, {c}), 14; }
+static int on_putenv(char *t) { return record("putenv", {t}, {}), 15; }
+static int on_currdate(uint16_t *) { return record("currdate", {}, {}), 16; }
+static int on_currtime(ko_tm_t *) { return record("currtime", {}, {}), 17; }
+
+template <class Fn> static ko_extfn_t as_hook(Fn *fn) { return reinterpret_cast<ko_extfn_t>(fn); }
+
+TEST(Hooks, EachServiceCallsItsOwnHookWithUnchangedArguments) {
+    const ko_extfn_t hooks[] = {as_hook(on_getenv), as_hook(on_errno),    as_hook(on_fclose),
+                                as_hook(on_feof),   as_hook(on_ferror),   as_hook(on_fgetc),
+                                as_hook(on_fgets),  as_hook(on_fopen),    as_hook(on_free),
+                                as_hook(on_fseek),  as_hook(on_ftell),    as_hook(on_fwrite),
+                                as_hook(on_getc),   as_hook(on_malloc),   as_hook(on_ungetc),
+                                as_hook(on_putenv), as_hook(on_currdate), as_hook(on_currtime)};
+    static_assert(std::size(hooks) == KO_EXT_COUNT);
+    for (int code = 0; code < KO_EXT_COUNT; ++code)
+        install(code, hooks[code]);
+    uint16_t date[3];
+    ko_tm_t now;
+    calls.clear();
+    EXPECT_EQ(ko_ext_getenv(answer), answer);
+    EXPECT_EQ(ko_ext_errno(answer), &word);
+    EXPECT_EQ(ko_ext_fclose(answer), -7);
+    EXPECT_EQ(ko_ext_feof(answer), 3);
+    EXPECT_EQ(ko_ext_ferror(answer), 4);
+    EXPECT_EQ(ko_ext_fgetc(answer), 5);
+    EXPECT_EQ(ko_ext_fgets(answer, 6, &word), answer);
+    EXPECT_EQ(ko_ext_fopen(answer, "mode"), answer);
+    ko_ext_free(answer);
+    EXPECT_EQ(ko_ext_fseek(answer, -9, SEEK_END), 9);
+    EXPECT_EQ(ko_ext_ftell(answer), -10);
+    EXPECT_EQ(ko_ext_fwrite(answer, 3, 4, &word), 11u);
+    EXPECT_EQ(ko_ext_getc(answer), 12);
+    EXPECT_EQ(ko_ext_malloc(99), answer);
+    EXPECT_EQ(ko_ext_ungetc('x', answer), 14);
+    EXPECT_EQ(ko_ext_putenv(answer), 15);
+    EXPECT_EQ(ko_ext_currdate(date), 16);
+    EXPECT_EQ(ko_ext_currtime(&now), 17);
+    for (int code = 0; code < KO_EXT_COUNT; ++code)
+        install(code, nullptr);
+    EXPECT_EQ(calls, "getenv a;errno a;fclose a;feof a;ferror a;fgetc a;fgets a w 6;mode a;free a;"
+                     "fseek a -9 " +
+                         std::to_string(SEEK_END) +
+                         ";ftell a;fwrite a w 3 4;getc a;malloc 99;"
+                         "ungetc a 120;putenv a;currdate;currtime;");
+}
+
+TEST(Hooks, TheErrorWordIsTheFirstIntOfTheHandleUnlessRedirected) {
+    test_handle handle;
+    set_error(nullptr, KO_EFILE); // nowhere to store it
+    EXPECT_EQ(ko_ext_errno(handle), &handle.gen.ko_lerrno);
+    EXPECT_EQ(fail(handle, KO_EPOS, -1), -1);
+    EXPECT_EQ(handle.error(), KO_EPOS);
+    word = 0;
+    install(KO_EXT_ERRNO, as_hook(on_errno));
+    set_error(nullptr, KO_EFILE);
+    EXPECT_EQ(word, KO_EFILE);
+    set_error(handle, KO_EEOF);
+    install(KO_EXT_ERRNO, as_hook(+[](void *) -> int * { return nullptr; }));
+    set_error(handle, KO_EEOF); // a hook without a word
+    install(KO_EXT_ERRNO, nullptr);
+    EXPECT_EQ(word, KO_EEOF);
+    EXPECT_EQ(handle.error(), KO_EPOS);
+}
+
+TEST(Hooks, OneStreamHookIsEnoughToReadThroughHooks) {
+    EXPECT_FALSE(stream_hooks_set());
+    install(KO_EXT_MALLOC, as_hook(malloc));
+    install(KO_EXT_GETENV, as_hook(on_getenv));
+    EXPECT_FALSE(stream_hooks_set());
+    install(KO_EXT_MALLOC, nullptr);
+    install(KO_EXT_GETENV, nullptr);
+    for (const int code : {KO_EXT_FOPEN, KO_EXT_GETC, KO_EXT_FGETS}) {
+        install(code, as_hook(on_fgetc));
+        EXPECT_TRUE(stream_hooks_set());
+        EXPECT_TRUE(hook_set(code));
+        install(code, nullptr);
+        EXPECT_FALSE(hook_set(code));
+    }
+    EXPECT_FALSE(hook_set(-1));
+    EXPECT_FALSE(hook_set(KO_EXT_COUNT));
+}
+
+TEST(Fallbacks, StreamsAreTheStandardLibrarys) {
+    temp_dir dir;
+    const std::string path = dir.write("sub/text", "");
+    void *out = ko_ext_fopen(path.c_str(), "w");
+    ASSERT_TRUE(out);
+    EXPECT_EQ(ko_ext_fwrite("one\ntwo", 1, 7, out), 7u);
+    EXPECT_EQ(ko_ext_fclose(out), 0);
+    void *in = ko_ext_fopen(path.c_str(), "r");
+    ASSERT_TRUE(in);
+    char line[16];
+    EXPECT_EQ(ko_ext_getc(in), 'o');
+    EXPECT_EQ(ko_ext_ungetc('o', in), 'o');
+    EXPECT_EQ(ko_ext_fgets(line, sizeof line, in), line);
+    EXPECT_STREQ(line, "one\n");
+    EXPECT_EQ(ko_ext_fseek(in, -1, SEEK_END), 0);
+    EXPECT_EQ(ko_ext_fgetc(in), 'o');
+    EXPECT_EQ(ko_ext_feof(in), 0);
+    EXPECT_EQ(ko_ext_fgetc(in), EOF);
+    EXPECT_NE(ko_ext_feof(in), 0);
+    EXPECT_EQ(ko_ext_ferror(in), 0);
+    EXPECT_GE(ko_ext_ftell(in), 7);
+    EXPECT_EQ(ko_ext_fclose(in), 0);
+}
+
+TEST(Fallbacks, EnvironmentAndClockAreTheStandardLibrarys) {
+    static char setting[] = "KOVA_TEST_SETTING=7";
+    EXPECT_EQ(ko_ext_putenv(setting), 0);
+    ASSERT_TRUE(ko_ext_getenv("KOVA_TEST_SETTING"));
+    EXPECT_STREQ(ko_ext_getenv("KOVA_TEST_SETTING"), "7");
+    time_t before, after;
+    uint16_t date[3];
+    ko_tm_t now;
+    do { // again when midnight or a second passes in between
+        before = time(nullptr);
+        EXPECT_EQ(ko_ext_currdate(date), 0);
+        EXPECT_EQ(ko_ext_currtime(&now), 0);
+        after = time(nullptr);
+    } while (before != after);
+    const tm *const want = localtime(&before);
+    EXPECT_EQ(date[0], want->tm_mon + 1);
+    EXPECT_EQ(date[1], want->tm_mday);
+    EXPECT_EQ(date[2], want->tm_year + 1900);
+    EXPECT_EQ(now.tm_usec, 0);
+    EXPECT_EQ(now.tm_sec, want->tm_sec);
+    EXPECT_EQ(now.tm_hour, want->tm_hour);
+    EXPECT_EQ(now.tm_mon, want->tm_mon);
+    EXPECT_EQ(now.tm_year, want->tm_year);
+    EXPECT_EQ(now.tm_wday, want->tm_wday);
+    EXPECT_EQ(now.tm_yday, want->tm_yday);
+    EXPECT_EQ(now.tm_isdst, want->tm_isdst);
+    EXPECT_EQ(now.tm_zone, nullptr);
+    EXPECT_EQ(now.tm_gmtoff, 0);
+}
+
+#ifndef _WIN32
+
+TEST(PathTranslation, BackslashesBecomeSlashes) {
+    temp_dir dir;
+    dir.write("kova/lc11/default.lco", "x");
+    FILE *file = std_open((dir.path + "\\kova\\lc11/default.lco").c_str(), "r");
+    ASSERT_TRUE(file);
+    fclose(file);
+    EXPECT_FALSE(std_open((dir.path + "\\kova").c_str(), "r")) << "a directory is no file";
+    EXPECT_FALSE(std_open((dir.path + "\\" + std::string(9000, 'x')).c_str(), "r"));
+}
+
+TEST(PathTranslation, TheLogIsPrivateAndStandsInTheHomeDirectory) {
+    temp_dir home;
+    real_variable variable("HOME", home.path.c_str());
+    const mode_t mask = umask(0);
+    for (const char *line : {"a", "b"}) {
+        FILE *log = std_open("c:\\kova.log", "a");
+        ASSERT_TRUE(log);
+        fputs(line, log);
+        fclose(log);
+    }
+    umask(mask);
+    EXPECT_EQ(home.read("kova.log"), "ab");
+    struct stat status;
+    ASSERT_EQ(stat((home.path + "/kova.log").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+TEST(PathTranslation, WithoutHomeTheLogStandsInTheWorkingDirectory) {
+    temp_dir here;
+    real_variable variable("HOME", nullptr);
+    const auto before = std::filesystem::current_path();
+    std::filesystem::current_path(here.path);
+    FILE *log = std_open("c:\\kova.log", "a");
+    if (log) fclose(log);
+    std::filesystem::current_path(before);
+    EXPECT_TRUE(log);
+    EXPECT_TRUE(std::filesystem::exists(here.path + "/kova.log"));
+}
+
+#endif
+
+TEST(ReadAll, TakesWholeFilesAndLeavesNothingWithoutMemory) {
+    temp_dir dir;
+    for (const size_t len : {0u, 1u, 511u, 512u, 513u, 70000u}) {
+        SCOPED_TRACE(len);
+        std::string contents(len, 'x');
+        for (size_t i = 0; i < len; i += 7)
+            contents[i] = static_cast<char>('a' + i % 26);
+        const std::string path = dir.write("file", contents);
+        const auto read_it = [&] {
+            FILE *file = std_open(path.c_str(), "r");
+            if (!file) return false;
+            size_t size = 0;
+            unsigned char *const got = std_read_all(file, &size);
+            fclose(file);
+            if (!got) return false;
+            EXPECT_EQ(std::string(got, got + size), contents);
+            ko_ext_free(got);
+            return true;
+        };
+        EXPECT_GT(each_allocation_fails(read_it), 0);
+    }
+}
+
+#ifndef _WIN32
+TEST(ReadAll, GrowsForStreamsThatDoNotTellTheirLength) {
+    memory_hooks memory;
+    std::string contents;
+    for (int i = 0; i < 5000; ++i)
+        contents += std::to_string(i);
+    temp_dir dir;
+    FILE *pipe = popen(("cat " + dir.write("file", contents)).c_str(), "r");
+    ASSERT_TRUE(pipe);
+    size_t size = 0;
+    unsigned char *const got = std_read_all(pipe, &size);
+    pclose(pipe);
+    ASSERT_TRUE(got);
+    EXPECT_EQ(std::string(got, got + size), contents);
+    ko_ext_free(got);
+    EXPECT_EQ(memory.live, 0);
+}
+#endif
