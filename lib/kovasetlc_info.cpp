@@ -36,19 +36,18 @@ struct koconv_string {
     char *koconv::*mbs;
     ko_wchar_t *koconv::*wcs;
     ko_mchar_t *monum::*source; // NULL for a grouping
-    int (monum::*group)[group_max];
 };
 static constexpr koconv_string koconv_strings[] = {
-    {&koconv::decimal_point,     &koconv::w_decimal_point,     &monum::decimal_point,     nullptr          },
-    {&koconv::thousands_sep,     &koconv::w_thousands_sep,     &monum::thousands_sep,     nullptr          },
-    {&koconv::grouping,          &koconv::w_grouping,          nullptr,                   &monum::group_num},
-    {&koconv::int_curr_symbol,   &koconv::w_int_curr_symbol,   &monum::int_curr_symbol,   nullptr          },
-    {&koconv::currency_symbol,   &koconv::w_currency_symbol,   &monum::currency_symbol,   nullptr          },
-    {&koconv::mon_decimal_point, &koconv::w_mon_decimal_point, &monum::mon_decimal_point, nullptr          },
-    {&koconv::mon_thousands_sep, &koconv::w_mon_thousands_sep, &monum::mon_thousands_sep, nullptr          },
-    {&koconv::mon_grouping,      &koconv::w_mon_grouping,      nullptr,                   &monum::group_mon},
-    {&koconv::positive_sign,     &koconv::w_positive_sign,     &monum::positive_sign,     nullptr          },
-    {&koconv::negative_sign,     &koconv::w_negative_sign,     &monum::negative_sign,     nullptr          },
+    {&koconv::decimal_point,     &koconv::w_decimal_point,     &monum::decimal_point    },
+    {&koconv::thousands_sep,     &koconv::w_thousands_sep,     &monum::thousands_sep    },
+    {&koconv::grouping,          &koconv::w_grouping,          nullptr                  },
+    {&koconv::int_curr_symbol,   &koconv::w_int_curr_symbol,   &monum::int_curr_symbol  },
+    {&koconv::currency_symbol,   &koconv::w_currency_symbol,   &monum::currency_symbol  },
+    {&koconv::mon_decimal_point, &koconv::w_mon_decimal_point, &monum::mon_decimal_point},
+    {&koconv::mon_thousands_sep, &koconv::w_mon_thousands_sep, &monum::mon_thousands_sep},
+    {&koconv::mon_grouping,      &koconv::w_mon_grouping,      nullptr                  },
+    {&koconv::positive_sign,     &koconv::w_positive_sign,     &monum::positive_sign    },
+    {&koconv::negative_sign,     &koconv::w_negative_sign,     &monum::negative_sign    },
 };
 static constexpr char koconv::*koconv_values[8] = {
     &koconv::int_frac_digits, &koconv::frac_digits,   &koconv::p_cs_precedes,
@@ -81,8 +80,9 @@ void fill_koconv(kovaloc *loc) {
     koconv *conv = &loc->koconv_info;
     const monum *m = &loc->monum_info;
     for (const koconv_string &s : koconv_strings) {
-        if (s.group) {
-            conv->*s.mbs = grouping_bytes(m->*s.group);
+        if (!s.source) {
+            const bool monetary = s.mbs == &koconv::mon_grouping;
+            conv->*s.mbs = grouping_bytes(monetary ? m->group_mon : m->group_num);
         } else if (m->*s.source) {
             conv->*s.mbs = copy_bytes(m->*s.source);
         } else {
@@ -117,7 +117,7 @@ void widen_koconv(kovaloc *loc) {
         free_ptr(conv->*s.wcs);
         conv->*s.wcs = nullptr;
         if (!(conv->*s.mbs)) continue;
-        if (s.group) {
+        if (!s.source) {
             conv->*s.wcs = widen_bytes(conv->*s.mbs);
             if (!(conv->*s.wcs)) set_error(loc, KO_ENOMEM);
         } else {

@@ -1,0 +1,367 @@
+// The reader of locale objects: fields, counts that lie, cut and damaged objects.
+#include "kovasetlc.h"
+#include "locale_builder.h"
+
+#include <functional>
+
+static const std::string &small_object() {
+    static const std::string text = single_byte_object(true).str();
+    return text;
+}
+
+// A reader over text in memory or, where through_hooks, over a stream of the hooks.
+struct reading {
+    file_hooks files;
+    text_in in = {};
+    reading(const std::string &text, bool through_hooks) {
+        files.files["text"] = text;
+        const std::string &kept = files.files["text"];
+        const auto *bytes = reinterpret_cast<const unsigned char *>(kept.data());
+        if (through_hooks) {
+            in.stream = ko_ext_fopen("text", "r");
+        } else {
+            in.pos = bytes;
+            in.end = bytes + kept.size();
+        }
+    }
+    ~reading() {
+        if (in.stream) ko_ext_fclose(in.stream);
+    }
+};
+
+static ko_lc_t new_record() {
+    ko_lc_t loc = nullptr;
+    EXPECT_EQ(ko_create_null_locale_2(&loc), 0);
+    return loc;
+}
+
+static void check_header(const std::string &text, int want_error, const char *want_codeset) {
+    SCOPED_TRACE(text);
+    for (const bool hooks : {false, true}) {
+        reading from(text, hooks);
+        char codeset[codeset_room] = {};
+        int error = 0;
+        EXPECT_EQ(read_file_header(&from.in, codeset, &error), want_error ? 0 : 1);
+        EXPECT_EQ(error, want_error);
+        EXPECT_STREQ(codeset, want_codeset);
+    }
+}
+
+TEST(ObjectReader, ReadsTheHeader) {
+    static const struct {
+        const char *text, *codeset;
+    } rows[] = {
+        {"N=3\n  \n X-1\n",             "X-1"                },
+        {"N=5\na\nb\nX-1 \n",           "X-1 "               },
+        {"N=-9\nX\n",                   "X"                  },
+        {"no number\nX\n",              "X"                  },
+        {"N=2000000000\nX\n",           ""                   },
+        {"N=3\n1234567890123456789\n",  "1234567890123456789"},
+        {"N=3\n12345678901234567890\n", "1234567890123456789"},
+    };
+    for (auto &r : rows) {
+        check_header("FILE_TYPE=locale_object\nCOMPILER_VERSION=11\n" + std::string(r.text), 0,
+                     r.codeset);
+    }
+}
+
+TEST(ObjectReader, RefusesAForeignHeader) {
+    static const struct {
+        const char *text;
+        int error;
+    } rows[] = {
+        {"FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\r\n", KO_EOBJECT },
+        {"FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n",    KO_EOBJECT },
+        {"",                                                   KO_EOBJECT },
+        {"FILE_TYPE=locale_object\nCOMPILER_VERSION=3\n",      KO_EVERSION},
+        {"FILE_TYPE=locale_object\n",                          KO_EVERSION},
+    };
+    for (auto &r : rows)
+        check_header(r.text, r.error, "");
+}
+
+// Four strings; "-" stands for an absent one.
+static std::string messages(const std::string &text, bool hooks) {
+    reading from(text, hooks);
+    monum m = {};
+    read_messages(&from.in, &m);
+    std::string result;
+    for (ko_mchar_t *s : {m.yesexpr, m.noexpr, m.yesstr, m.nostr}) {
+        if (s) {
+            EXPECT_EQ(s[zeros_at(s) + 3], 0);
+        }
+        result += s ? "'" + std::string(reinterpret_cast<char *>(s)) + "'" : "-";
+        free_ptr(s);
+    }
+    return result;
+}
+
+TEST(ObjectReader, ReadsByteStrings) {
+    static const struct {
+        const char *text, *want;
+    } rows[] = {
+  // White space between the strings may be missing, and no digit counts as 0.
+        {"3 414243\n0\n1 61\n2 6263\n",      "'ABC''''a''bc'"},
+        {"3 4142430 1 61 2 6263",            "'ABC''''a''bc'"},
+        {"+1 4a\n-5\n1 4G\n1 G4\n",          "'J''''@''\4'"  },
+ // Behind the wrong byte the next string is read as if the first had ended there.
+        {"1:2 6162 1 63 0",                  "-'ab''c'''"    },
+        {"2 6162",                           "'ab'---"       },
+        {"2 6162\n0",                        "'ab'''--"      },
+        {"9 6162\n0\n0\n0\n",                "----"          },
+        {"99999999999999999999 61\n0\n0\n0", "----"          },
+        {"",                                 "----"          },
+    };
+    for (const bool hooks : {false, true}) {
+        for (auto &r : rows) {
+            SCOPED_TRACE(r.text);
+            memory_hooks memory;
+            EXPECT_EQ(messages(r.text, hooks), r.want);
+            EXPECT_EQ(memory.live, 0);
+        }
+    }
+}
+
+TEST(ObjectReader, KeepsAStringAbsentWithoutMemoryAndGoesOn) {
+    for (const bool hooks : {false, true}) {
+        memory_hooks memory;
+        memory.fail_at = 1;
+        EXPECT_EQ(messages("1 61\n3 626364\n1 63\n1 64\n", hooks), "'a'-'c''d'");
+        EXPECT_EQ(memory.live, 0);
+    }
+}
+
+TEST(ObjectReader, KeepsFifteenGroupSizes) {
+    static const struct {
+        const char *text, *want; // the count and the sizes
+    } rows[] = {
+        {"0 0 2 3 2 0 0",                                        "2 3 2 "       },
+        {"0 0 1 -1 0 0",                                         "1 -1 "        },
+        {"0 0 -4 0 0",                                           "0 "           },
+        {"0 0 0 0 0",                                            "0 "           },
+        {"0 0 1 99999999999 0 0",                                "1 2147483647 "},
+        {"0 0 2147483647 1 2",                                   "2 1 2 "       },
+        {"0 0 17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0",
+         "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 "                              },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.text);
+        reading from(r.text, false);
+        monum m = {};
+        read_numeric(&from.in, &m);
+        std::string sizes;
+        for (int i = 0; i <= m.group_num[0]; i++)
+            sizes += std::to_string(m.group_num[i]) + " ";
+        EXPECT_EQ(sizes, r.want);
+        for (const monum_string &s : monum_strings)
+            free_ptr(m.*s.mbs);
+    }
+}
+
+TEST(ObjectReader, TakesTheCaseRatioFromTheRestOfTheLine) {
+    const std::string table = table_text({
+        {"a", 1}
+    });
+    static const struct {
+        const char *rest;
+        double want;
+    } rows[] = {
+        {"\n",           2.0 },
+        {" 1.5\n",       1.5 },
+        {"   \n",        2.0 },
+        {" x\n",         2.0 },
+        {"",             2.0 },
+        {" 3.25 tail\n", 3.25},
+        {" nan\n",       2.0 },
+        {" 1e999\n",     2.0 },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.rest);
+        reading from(table + "0\n" + table + "1 00000041 00000061" + r.rest, false);
+        ko_lc_t loc = new_record();
+        EXPECT_EQ(read_ctype(&from.in, record(loc)), 0);
+        EXPECT_EQ(record(loc)->exp.case_conv_ratio, r.want);
+        EXPECT_EQ(record(loc)->cconv_arr[1].upper, 'A');
+        ko_lc_unload(loc);
+    }
+}
+
+TEST(ObjectReader, ReadsClassNamesUpTo71Characters) {
+    const std::string table = table_text({
+                          {"a", 1}
+    }),
+                      name(71, 'n');
+    reading from(table + "2\n3 " + name + "xyz\n 17 last\n" + table + "0\n", false);
+    ko_lc_t loc = new_record();
+    // The rest of a longer word is left for the next reader: as a bit position it is 0.
+    EXPECT_EQ(read_ctype(&from.in, record(loc)) != 0, true);
+    EXPECT_EQ(record(loc)->num_user_bits, 2);
+    EXPECT_EQ(record(loc)->user_bits[0].name, name);
+    EXPECT_EQ(record(loc)->user_bits[0].bitpos, 3u);
+    ko_lc_unload(loc);
+}
+
+TEST(ObjectReader, TrustsNoCount) {
+    const std::string table = table_text({
+        {"a", 1}
+    });
+    const struct {
+        const char *name;
+        int category;
+        std::string text;
+    } rows[] = {
+        {"classes",  KO_LC_CTYPE, table + "2147483647 1 x 2 y"                 },
+        {"pairs",    KO_LC_CTYPE, table + "0\n" + table + "2147483647 00000041"},
+        {"months",   KO_LC_TIME,
+         "gregorian\n" + fields({"", "", "", "", "", "", "", "", "", "", "", "", "", ""}) +
+             "2147483647 1 61"                                                 },
+        {"negative", KO_LC_TIME,
+         "islamic\n" + fields({"", "", "", "", "", "", "", "", "", "", "", "", "", ""}) +
+             "-3 -4 0 0 0 0 0 0 -1"                                            },
+    };
+    for (const bool hooks : {false, true}) {
+        for (auto &r : rows) {
+            SCOPED_TRACE(r.name);
+            memory_hooks memory;
+            reading from(r.text, hooks);
+            ko_lc_t loc = new_record();
+            read_category(&from.in, record(loc), r.category);
+            ko_lc_unload(loc);
+            EXPECT_EQ(memory.live, 0);
+        }
+    }
+}
+
+TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
+    // What stands before the marker: text and a run of "#". A line that is too long for one read
+    // counts as several, so a marker behind 127 characters is a line of its own.
+    const std::string messages = "### LC_MESSAGES\n" + fields({"a", "b", "c", "d"});
+    static const struct {
+        const char *text;
+        size_t run;
+        bool found;
+    } rows[] = {
+        {"",                   0,   true },
+        {"# a line\n",         0,   true },
+        {"",                   127, true },
+        {"",                   254, true },
+        {"x\n",                127, true },
+        {"",                   126, false},
+        {"",                   128, false},
+        {"\n ",                0,   false},
+        {"### LC_MESSAGES \n", 0,   true },
+        {"### LC_TIME\n",      0,   true },
+    };
+    temp_dir dir;
+    env_hooks env;
+    env.vars["KO_PATH"] = dir.path;
+    for (auto &r : rows) {
+        const std::string before = r.text + std::string(r.run, '#');
+        SCOPED_TRACE(before);
+        locale_object head;
+        const std::string text =
+            head.type + head.version + "N=3\n" + "X\n" + before + messages + " ";
+        dir.write("x.lco", text);
+        const auto load = [] {
+            ko_lc_t loc = new_record();
+            char *setting = ko_setlocale_2(loc, KO_LC_MESSAGES, "x.lco");
+            EXPECT_EQ(setting ? 0 : KO_EOBJECT, *ko_ext_errno(loc));
+            const bool found = setting;
+            ko_destroystring(setting);
+            ko_lc_unload(loc);
+            return found;
+        };
+        EXPECT_EQ(load(), r.found) << "from disk";
+        file_hooks files;
+        files.files[dir.path + "\\x.lco"] = text;
+        EXPECT_EQ(load(), r.found) << "through hooks";
+    }
+}
+
+TEST(ObjectReader, AThaiSectionEndsWithItsKeyword) {
+    locale_object object = single_byte_object();
+    object.collate = "thai_smo\n";
+    const std::string text = object.str();
+    reading from(text, false);
+    ko_lc_t loc = new_record();
+    EXPECT_EQ(read_locale_file(&from.in, record(loc)), 0);
+    update_locale(record(loc));
+    EXPECT_EQ(record(loc)->coll_info.collate, collate_thai);
+    EXPECT_EQ(record(loc)->exp.mbscoll, thaismocoll);
+    EXPECT_EQ(record(loc)->exp.mbsxfrm, thaismoxfrm);
+    EXPECT_EQ(multi_max_length(record(loc)->coll), 0);
+    ko_lc_unload(loc);
+}
+
+// Reads the whole object, derives and uses what there is, and gives it back.
+static int load_and_use(const std::string &text) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    text_in in = {.pos = bytes, .end = bytes + text.size()};
+    ko_lc_t loc = new_record();
+    const int result = read_locale_file(&in, record(loc));
+    update_locale(record(loc));
+    init_locale_info(record(loc));
+    static const ko_mchar_t words[][8] = {"ch", "c h", "b\xDF", "bss", "B-a", "\xFF"};
+    ko_mchar_t key[64], upper[64];
+    for (const auto &word : words) {
+        record(loc)->exp.mbscoll(loc, word, words[0]);
+        record(loc)->exp.mbsxfrm(loc, key, word, sizeof key);
+        if (ko_case_conv_outbuflen(loc, 4) < 60) ko_tombsupper(loc, upper, word);
+    }
+    ko_lc_unload(loc);
+    return result;
+}
+
+TEST(DamagedObject, EveryPrefixFailsCleanly) {
+    const std::string &text = small_object();
+    const size_t messages = text.find("### LC_MESSAGES");
+    for (size_t len = 0; len < text.size(); len++) {
+        SCOPED_TRACE(len);
+        memory_hooks memory;
+        const int result = load_and_use(text.substr(0, len));
+        if (len < messages) {
+            EXPECT_NE(result, 0);
+        }
+        ASSERT_EQ(memory.live, 0);
+    }
+    EXPECT_EQ(load_and_use(text), 0);
+}
+
+TEST(DamagedObject, EveryChangedByteFailsOrLoadsCleanly) {
+    const std::string &original = small_object();
+    std::string text = original;
+    for (size_t at = 0; at < text.size(); at++) {
+        for (const char byte : {'\0', '\n', ' ', '0', '1', '9', 'f', '-', '\x7F', '\xFF'}) {
+            if (original[at] == byte) continue;
+            text[at] = byte;
+            memory_hooks memory;
+            load_and_use(text);
+            ASSERT_EQ(memory.live, 0) << "byte " << at << " is " << int(byte);
+        }
+        text[at] = original[at];
+    }
+}
+
+TEST(DamagedObject, FailsCleanlyThroughHooksToo) {
+    const std::string &original = small_object();
+    env_hooks env;
+    const auto load = [&](const std::string &text) {
+        memory_hooks memory;
+        file_hooks files;
+        files.files[std::string(object_path) + "default.lco"] = text;
+        ko_lc_t loc = nullptr;
+        const int result = ko_createlocale_2(&loc);
+        ko_lc_unload(loc);
+        EXPECT_EQ(files.streams, 0);
+        EXPECT_EQ(memory.live, 0);
+        return result;
+    };
+    for (size_t at = 0; at < original.size() && !HasFailure(); at += 7) {
+        SCOPED_TRACE(at);
+        load(original.substr(0, at));
+        std::string text = original;
+        text[at] = static_cast<char>(text[at] ^ (1 << (at % 8)));
+        load(text);
+    }
+    EXPECT_EQ(load(original), 0);
+}

@@ -1,0 +1,580 @@
+// The locale record, loading, and the list of shared locales.
+#include "kovasetlc.h"
+#include "kovautils.h"
+#include "locale_builder.h"
+
+// Built once: the builder needs the stream hooks for itself.
+static const locale_object &single() {
+    static const locale_object object = single_byte_object();
+    return object;
+}
+static const locale_object &doubled() {
+    static const locale_object object = double_byte_object(false);
+    return object;
+}
+static const locale_object &wide_only() {
+    static const locale_object object = double_byte_object(true);
+    return object;
+}
+
+// A host whose objects are in memory: default.lco and the names that a test adds.
+struct object_host {
+    struct builder {
+        builder() { single(), doubled(), wide_only(); }
+    } built;
+    env_hooks env;
+    file_hooks files;
+    void add(const std::string &name, const locale_object &object) {
+        files.files[object_path + name] = object.str();
+    }
+};
+
+// An empty record, given back at the end.
+struct own_record {
+    ko_lc_t handle = nullptr;
+    own_record() { EXPECT_EQ(ko_create_null_locale_2(&handle), 0); }
+    ~own_record() { ko_lc_unload(handle); }
+    own_record(const own_record &) = delete;
+    operator ko_lc_t() const { return handle; }
+    kovaloc *operator->() const { return record(handle); }
+    int error() const { return *ko_ext_errno(handle); }
+    std::string set(int category, const char *name) const {
+        char *setting = ko_setlocale_2(handle, category, name);
+        std::string result = setting ? setting : "(null)";
+        ko_destroystring(setting);
+        return result;
+    }
+};
+
+TEST(LocaleRecord, StartsEmpty) {
+    memory_hooks memory;
+    {
+        own_record loc;
+        EXPECT_EQ(loc.error(), 0);
+        EXPECT_EQ(loc->exp.case_conv_ratio, 1.0);
+        EXPECT_EQ(loc->exp.coll_char_ratio, 4.0);
+        EXPECT_EQ(ko_mb_loc_max(loc), 0);
+        EXPECT_EQ(ko_mb_loc_min(loc), 2);
+        EXPECT_EQ(loc->monum_info.p_sign_posn, 0x7FFFFFFF);
+        for (int i = 0; i < 6; i++) {
+            EXPECT_STREQ(loc->codeset[i], "");
+            EXPECT_STREQ(loc->locname[i], "");
+        }
+        EXPECT_EQ(ko_make_null_category(loc, 1), -1);
+        EXPECT_EQ(loc.error(), KO_ERANGE);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(LocaleRecord, WithoutMemoryIsTheErrorRecord) {
+    each_allocation_fails([] {
+        ko_lc_t loc = nullptr;
+        const int result = ko_create_null_locale_2(&loc);
+        EXPECT_EQ(*ko_ext_errno(loc), result ? KO_ENOMEM : 0);
+        if (result) *ko_ext_errno(loc) = 0; // the next hand-out must say it again
+        ko_lc_unload(loc);
+        ko_free_nonshared_loc(loc == nullptr || !result ? nullptr : loc);
+        return !result;
+    });
+}
+
+TEST(SetLocale, OpensTheObjectOnceForEachCategory) {
+    object_host host;
+    host.add("one.lco", single());
+    own_record loc;
+    const std::string setting = loc.set(KO_LC_ALL, "one.lco");
+    EXPECT_EQ(setting, "KO_CTYPE = one.lco ; KO_COLLATE = one.lco ; KO_NUMERIC = one.lco ; "
+                       "KO_MONETARY = one.lco ; KO_TIME = one.lco ; KO_MESSAGES = one.lco ; ");
+    EXPECT_EQ(loc.error(), 0);
+    const std::string path = std::string(object_path) + "one.lco";
+    EXPECT_EQ(host.files.tried, std::vector<std::string>(6, path));
+    EXPECT_EQ(host.files.streams, 0);
+    EXPECT_EQ(loc.set(KO_LC_TIME, nullptr), "one.lco");
+    EXPECT_EQ(wide(loc->w_codeset[0]), u"TEST-1");
+    EXPECT_EQ(wide(loc->w_locname[5]), u"one.lco");
+}
+
+TEST(SetLocale, TakesTheFirstVariableThatIsNotEmpty) {
+    static const struct {
+        const char *name;
+        std::map<std::string, std::string> vars;
+        const char *want;
+    } rows[] = {
+        {"nothing set",  {},                                                      "default.lco"},
+        {"KO_LANG last", {{"KO_ALL", ""}, {"KO_TIME", ""}, {"KO_LANG", "c.lco"}}, "c.lco"      },
+        {"own variable", {{"KO_TIME", "b.lco"}, {"KO_LANG", "c.lco"}},            "b.lco"      },
+        {"KO_ALL first", {{"KO_ALL", "a.lco"}, {"KO_TIME", "b.lco"}},             "a.lco"      },
+        {"native",       {{"KO_ALL", "native"}},                                  "native"     },
+    };
+    object_host host;
+    for (const char *name : {"default.lco", "a.lco", "b.lco", "c.lco"})
+        host.add(name, single());
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        host.env.vars = r.vars;
+        own_record loc;
+        EXPECT_EQ(loc.set(KO_LC_TIME, ""), r.want);
+    }
+    host.env.vars = {
+        {"KO_ALL", std::string(312, 'x')}
+    };
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_TIME, ""), "(null)");
+    EXPECT_EQ(loc.error(), KO_ERANGE);
+}
+
+TEST(SetLocale, ReadsItsOwnSettingBack) {
+    object_host host;
+    for (const char *name : {"a.lco", "b.lco", "c.lco"})
+        host.add(name, single());
+    own_record first, second;
+    first.set(KO_LC_ALL, "a.lco");
+    first.set(KO_LC_TIME, "b.lco");
+    first.set(KO_LC_CTYPE, "c.lco");
+    const std::string setting = first.set(KO_LC_ALL, nullptr);
+    EXPECT_EQ(second.set(KO_LC_ALL, setting.c_str()), setting);
+    EXPECT_EQ(second.set(KO_LC_CTYPE, nullptr), "c.lco");
+    EXPECT_EQ(second.error(), 0);
+    EXPECT_EQ(second.set(KO_LC_TIME, setting.c_str()), "b.lco");
+}
+
+TEST(SetLocale, KeepsAtMost31CharactersOfAName) {
+    const std::string name = std::string(28, 'n') + ".lco"; // 32
+    object_host host;
+    host.add(name, single());
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_NUMERIC, name.c_str()), name.substr(0, 31));
+    EXPECT_EQ(loc.set(KO_LC_ALL, ("KO_TIME =  " + name + "xx ; ").c_str()), "(null)");
+    EXPECT_EQ(loc.set(KO_LC_TIME, ("KO_TIME =  " + name + "xx ; ").c_str()), name.substr(0, 31));
+}
+
+TEST(SetLocale, SearchesNativeAsTheDefaultOrInTheDirectory) {
+    object_host host;
+    host.add("default.lco", single());
+    host.files.files["d:\\x\\native"] = single().str();
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_TIME, "native"), "native");
+    char *setting = set_categories(record(loc), KO_LC_MESSAGES, "native", "d:\\x");
+    EXPECT_STREQ(setting, "native");
+    ko_destroystring(setting);
+    EXPECT_EQ(host.files.tried.back(), "d:\\x\\native");
+}
+
+TEST(SetLocale, NamesTheReasonOfAFailure) {
+    locale_object object = single();
+    std::map<std::string, std::string> objects = {
+        {"good.lco", object.str()}
+    };
+    const auto broken = [&](const char *name, std::string locale_object::*part, std::string text) {
+        locale_object other = single();
+        other.*part = text;
+        objects[name] = other.str();
+    };
+    broken("type.lco", &locale_object::type, "FILE_TYPE=locale_object\r\n");
+    broken("version.lco", &locale_object::version, "COMPILER_VERSION=12\n");
+    broken("marker.lco", &locale_object::codeset, "TEST-1\nx");
+    broken("calendar.lco", &locale_object::time, "julian\n");
+    broken("keyword.lco", &locale_object::collate, "unspecified\n");
+    broken("length.lco", &locale_object::ctype, "3 1 1 0000\n1 0\n0000000\n");
+    objects["cut.lco"] = object.str().substr(0, object.str().find("### LC_MESSAGES"));
+    static const struct {
+        int category;
+        const char *name;
+        int error;
+    } rows[] = {
+        {KO_LC_ALL,     "missing.lco",  KO_ECODESET },
+        {KO_LC_ALL,     "type.lco",     KO_EOBJECT  },
+        {KO_LC_ALL,     "version.lco",  KO_EVERSION },
+        {KO_LC_CTYPE,   "marker.lco",   KO_EOBJECT  },
+        {KO_LC_TIME,    "calendar.lco", KO_ECALENDAR},
+        {KO_LC_COLLATE, "keyword.lco",  KO_ECODESET },
+        {KO_LC_CTYPE,   "length.lco",   KO_ECHARLEN },
+        {KO_LC_ALL,     "cut.lco",      KO_EOBJECT  },
+        {8,             "good.lco",     KO_ERANGE   },
+        {0,             nullptr,        KO_ERANGE   },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.name ? r.name : "query");
+        memory_hooks memory;
+        {
+            object_host host;
+            for (auto &[name, text] : objects)
+                host.files.files[object_path + name] = text;
+            own_record loc;
+            EXPECT_EQ(loc.set(r.category, r.name), "(null)");
+            EXPECT_EQ(loc.error(), r.error);
+            EXPECT_EQ(host.files.streams, 0);
+        }
+        EXPECT_EQ(memory.live, 0);
+    }
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_ALL, std::string(312, 'n').c_str()), "(null)");
+    EXPECT_EQ(loc.error(), KO_ERANGE);
+}
+
+TEST(SetLocale, KeepsWhatWasLoadedBeforeAFailure) {
+    locale_object broken = single();
+    broken.time = "julian\n";
+    object_host host;
+    host.add("good.lco", single());
+    host.add("broken.lco", broken);
+    own_record loc;
+    loc.set(KO_LC_ALL, "good.lco");
+    EXPECT_EQ(loc.set(KO_LC_ALL, "broken.lco"), "(null)");
+    EXPECT_EQ(loc.set(KO_LC_ALL, nullptr),
+              "KO_CTYPE = broken.lco ; KO_COLLATE = broken.lco ; KO_NUMERIC = broken.lco ; "
+              "KO_MONETARY = broken.lco ; KO_TIME =  ; KO_MESSAGES = good.lco ; ");
+    EXPECT_EQ(ko_nl_langinfo(loc, KO_DAY_1), nullptr); // back in the empty state
+    EXPECT_EQ(text(ko_nl_langinfo(loc, KO_YESSTR)), "yes");
+    EXPECT_EQ(im_towupper(loc, 'a'), 'A');
+}
+
+TEST(SetLocale, WarnsOfMixedCodeSets) {
+    object_host host;
+    host.add("one.lco", single());
+    host.add("two.lco", doubled());
+    own_record loc;
+    loc.set(KO_LC_ALL, "one.lco");
+    EXPECT_EQ(loc.set(KO_LC_MESSAGES, "two.lco"), "two.lco");
+    EXPECT_EQ(loc.error(), 0);
+    EXPECT_EQ(loc.set(KO_LC_TIME, "two.lco"), "two.lco");
+    EXPECT_EQ(loc.error(), KO_ECODESET);
+}
+
+TEST(SetLocale, RebuildsWhatDependsOnTheCodeSet) {
+    object_host host;
+    host.add("one.lco", single());
+    host.add("two.lco", doubled());
+    host.add("wide.lco", wide_only());
+    own_record loc;
+    loc.set(KO_LC_ALL, "one.lco");
+    EXPECT_EQ(loc->exp.single_byte, 1);
+    EXPECT_EQ(loc->exp.mbstowcs, is_mbstowcs);
+    ASSERT_NE(loc->exp.sb_ctype_table, nullptr);
+    EXPECT_EQ(loc->exp.sb_ctype_table['A'], KO_CT_UPPER | KO_CT_ALPHA | 0x800);
+    EXPECT_EQ(loc->exp.sb_toupper_table['c'], 'C');
+    EXPECT_EQ(loc->exp.sb_toupper_table[200], 200);
+    EXPECT_EQ(loc->exp.case_conv_ratio, 2.0);
+    EXPECT_EQ(loc->exp.mbscoll, im_mbscoll); // elements and expansions
+    for (const char *name : {"two.lco", "wide.lco"}) {
+        SCOPED_TRACE(name);
+        *ko_ext_errno(loc) = 0;
+        EXPECT_NE(loc.set(KO_LC_ALL, name), "(null)");
+        EXPECT_EQ(loc.error(), 0);
+        EXPECT_EQ(loc->exp.single_byte, 0);
+        EXPECT_EQ(loc->exp.mbstowcs, im_mbstowcs);
+        EXPECT_EQ(loc->exp.sb_ctype_table, nullptr);
+        EXPECT_EQ(loc->exp.sb_toupper_table, nullptr);
+        EXPECT_EQ(wide(ko_wc_nl_langinfo(loc, KO_ERA)), u"+:1:x:y:Era;-:1:x:z:Eold");
+        EXPECT_EQ(wide(ko_localeconv(loc)->w_currency_symbol), u"E");
+        EXPECT_EQ(wide(ko_localeconv(loc)->w_grouping), u"\3\2");
+    }
+}
+
+TEST(SetLocale, ChoosesTheComparerByFeatures) {
+    static const struct {
+        const char *counts; // passes, elements, expansions
+        const char *rest;   // types, elements, expansions
+        int (*want)(ko_lc_t, const ko_mchar_t *, const ko_mchar_t *);
+    } rows[] = {
+        {"1 0 0", "0001\n",                                               is_mbscoll_back},
+        {"1 0 0", "0002\n",                                               is_mbscoll_back},
+        {"1 1 0", "0001\n20001 00000061 00000062\n",                      is_mbscoll_elem},
+        {"1 0 1", "0001\n2 00000061 00000062\n",                          is_mbscoll_exp },
+        {"1 0 1", "0002\n2 00000061 00000062\n",                          im_mbscoll     },
+        {"1 1 0", "0002\n20001 00000061 00000062\n",                      im_mbscoll     },
+        {"1 1 1", "0001\n20001 00000061 00000062\n2 00000061 00000062\n", im_mbscoll     },
+    };
+    const std::string table = table_text({
+        {"a", 1},
+        {"b", 0}
+    });
+    for (auto &r : rows) {
+        SCOPED_TRACE(std::string(r.counts) + " " + r.rest);
+        locale_object object = single();
+        object.collate =
+            "as_specified\n" + table + "0 1 " + r.counts + " 5\n" + r.rest + "0002\n0003\n";
+        object_host host;
+        host.add("x.lco", object);
+        own_record loc;
+        EXPECT_NE(loc.set(KO_LC_ALL, "x.lco"), "(null)");
+        EXPECT_EQ(loc->exp.mbscoll, r.want);
+        EXPECT_EQ(loc->exp.mbsxfrm, ko_full_mbsxfrm);
+    }
+}
+
+TEST(DefaultLocale, HasCodeSetsAndNoNames) {
+    object_host host;
+    host.add("default.lco", single());
+    host.files.files["d:/mine/default.lco"] = doubled().str();
+    const std::string endless(117, 'x'); // with the name, one byte more than there is room
+    const struct {
+        const char *dir, *codeset;
+    } rows[] = {
+        {nullptr,         "TEST-1"},
+        {"d:/mine/",      "TEST-2"},
+        {"d:/nothing/",   "TEST-1"},
+        {endless.c_str(), "TEST-1"},
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.dir ? r.dir : "no directory");
+        ko_lc_t loc = nullptr;
+        EXPECT_EQ(ko_createlocale2_2(&loc, r.dir), 0);
+        EXPECT_STREQ(record(loc)->codeset[5], r.codeset);
+        EXPECT_STREQ(record(loc)->locname[5], "");
+        EXPECT_EQ(*ko_ext_errno(loc), 0);
+        ko_lc_unload(loc);
+    }
+}
+
+TEST(DefaultLocale, MissingOrBrokenSaysSo) {
+    const std::string object = single().str();
+    memory_hooks memory;
+    {
+        object_host host;
+        ko_lc_t loc = nullptr;
+        EXPECT_EQ(ko_createlocale_2(&loc), -1);
+        EXPECT_EQ(*ko_ext_errno(loc), KO_EFILE);
+        ko_lc_unload(loc);
+        EXPECT_EQ(memory.live, 0);
+        host.files.files[std::string(object_path) + "default.lco"] =
+            object.substr(0, object.find("### LC_MESSAGES"));
+        EXPECT_EQ(ko_createlocale_2(&loc), -1);
+        EXPECT_EQ(*ko_ext_errno(loc), KO_EOBJECT);
+        EXPECT_EQ(text(ko_nl_langinfo(loc, KO_DAY_1)), "day0"); // partly filled
+        EXPECT_EQ(host.files.streams, 0);
+        ko_lc_unload(loc);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
+    memory_hooks memory;
+    {
+        object_host host;
+        host.add("one.lco", single());
+        ko_lc_t first = nullptr, second = nullptr;
+        ASSERT_EQ(ko_lc_load(&first, "one.lco", nullptr, nullptr), 0);
+        const size_t opens = host.files.tried.size();
+        ASSERT_EQ(ko_lc_load(&second, "one.lco", nullptr, nullptr), 0);
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(host.files.tried.size(), opens);
+        ko_lc_unload(first);
+        EXPECT_EQ(text(ko_nl_langinfo(second, KO_DAY_1)), "day0");
+        ko_lc_unload(second);
+        EXPECT_EQ(memory.live, 0);
+        // Released without its category data, which copies may share: those of an unlisted record
+        // go with ko_lc_unload only.
+        ASSERT_EQ(ko_lc_load(&first, "one.lco", nullptr, nullptr), 0);
+        for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
+            ko_free_category(first, c);
+        ko_free_nonshared_loc(first);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(SharedLocale, IsRefusedForMixedCodeSets) {
+    object_host host;
+    host.add("one.lco", single());
+    host.add("two.lco", doubled());
+    ko_lc_t loc = nullptr;
+    EXPECT_EQ(ko_lc_load(&loc,
+                         "KO_CTYPE = one.lco ; KO_COLLATE = two.lco ; KO_NUMERIC = one.lco"
+                         " ; KO_MONETARY = one.lco ; KO_TIME = one.lco ; KO_MESSAGES = "
+                         "one.lco ; ",
+                         nullptr, nullptr),
+              -1);
+    EXPECT_EQ(*ko_ext_errno(loc), KO_ECODESET);
+    EXPECT_STREQ(record(loc)->codeset[1], "TEST-2");
+    ko_lc_unload(loc);
+    EXPECT_EQ(ko_lc_load(&loc, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(*ko_ext_errno(loc), KO_ENULL);
+    ko_lc_unload(loc);
+}
+
+TEST(SharedLocale, IsListedInTheLog) {
+    temp_dir dir;
+    exit_utilities(); // the switches are read anew
+    std::string address;
+    {
+        object_host host;
+        host.env.vars = {
+            {"KOVALOG", "on"    },
+            {"HOME",    dir.path}
+        };
+        host.add("one.lco", single());
+        ko_lc_t loc = nullptr;
+        ASSERT_EQ(ko_lc_load(&loc, "one.lco", nullptr, nullptr), 0);
+        ASSERT_EQ(ko_lc_load(&loc, "one.lco", nullptr, nullptr), 0);
+        char hex[32];
+        snprintf(hex, sizeof hex, "%llx",
+                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(loc)));
+        address = hex;
+        ko_display_lc_node_list();
+        ko_lc_unload(loc);
+        ko_lc_unload(loc);
+        ko_display_lc_node_list();
+    }
+    exit_utilities();
+    const std::string log = dir.read("kova.log");
+    EXPECT_NE(log.find("*** The lc node list\n    0\n        name: one.lco\n        loc:  0x" +
+                       address + "\n        count:  2\n"),
+              std::string::npos)
+        << log;
+    EXPECT_NE(log.find("freeing locale 0x" + address + "\n\n*** No lc nodes saved\n"),
+              std::string::npos)
+        << log;
+    const std::string opened = "Opened: " + std::string(object_path) + "one.lco\n";
+    size_t opens = 0;
+    for (size_t at = 0; (at = log.find(opened, at)) != std::string::npos; at++)
+        opens++;
+    EXPECT_EQ(opens, 6u);
+}
+
+TEST(CopyCategory, RefusesWhatIsAbsentOrThere) {
+    object_host host;
+    host.add("one.lco", single());
+    own_record full, empty, numeric;
+    full.set(KO_LC_ALL, "one.lco");
+    numeric.set(KO_LC_NUMERIC, "one.lco");
+    EXPECT_EQ(ko_copy_cat(empty, numeric, KO_LC_TIME), -1);
+    EXPECT_EQ(empty.error(), KO_ENOCAT);
+    *ko_ext_errno(numeric) = 0;
+    EXPECT_EQ(ko_copy_cat(numeric, full, KO_LC_ALL), -1);
+    EXPECT_EQ(numeric.error(), KO_EHASCAT);
+    EXPECT_STREQ(numeric->codeset[0], "");
+    EXPECT_EQ(ko_copy_cat(empty, numeric, KO_LC_ALL), -1);
+    EXPECT_EQ(empty.error(), KO_ENOCAT);
+    EXPECT_EQ(ko_copy_cat(empty, full, 0), -1);
+    EXPECT_EQ(empty.error(), KO_ERANGE);
+}
+
+TEST(CopyCategory, SharesTheSourcesData) {
+    memory_hooks memory;
+    {
+        object_host host;
+        host.add("one.lco", single());
+        own_record source;
+        source.set(KO_LC_ALL, "one.lco");
+        for (const int category : {int(KO_LC_ALL), int(KO_LC_NUMERIC)}) {
+            ko_lc_t copy = nullptr;
+            ko_create_null_locale_2(&copy);
+            EXPECT_EQ(ko_copy_cat(copy, source, category), 0);
+            EXPECT_EQ(ko_nl_langinfo(copy, KO_RADIXCHAR), ko_nl_langinfo(source, KO_RADIXCHAR));
+            EXPECT_STREQ(ko_localeconv(copy)->decimal_point, ",");
+            if (category == KO_LC_ALL) {
+                EXPECT_EQ(*ko_ext_errno(copy), 0);
+                EXPECT_EQ(record(copy)->exp.case_conv_ratio, 2.0);
+                EXPECT_EQ(record(copy)->exp.mbscoll(copy, mb("a"), mb("b")), -1);
+                EXPECT_EQ(wide(ko_localeconv(copy)->w_decimal_point), u",");
+                EXPECT_EQ(wide(ko_wc_nl_langinfo(copy, KO_CODESET)), u"TEST-1");
+                EXPECT_EQ(record(copy)->exp.sb_toupper_table['a'], 'A');
+            }
+            ko_free_nonshared_loc(copy);
+        }
+        // A category loaded over a copied one leaves the source whole, and so does ko_lc_unload.
+        own_record copy;
+        EXPECT_EQ(ko_copy_cat(copy, source, KO_LC_ALL), 0);
+        copy.set(KO_LC_TIME, "one.lco");
+        copy.set(KO_LC_CTYPE, "one.lco");
+        EXPECT_EQ(text(ko_nl_langinfo(source, KO_DAY_1)), "day0");
+        EXPECT_EQ(wide(ko_wc_nl_langinfo(source, KO_THOUSEP)), u".");
+        EXPECT_EQ(im_towupper(source, 'a'), 'A');
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(Loading, SurvivesEveryAllocationFailure) {
+    const std::string text = single().str();
+    env_hooks env;
+    file_hooks files;
+    files.files[std::string(object_path) + "default.lco"] = text;
+    static const struct {
+        const char *name;
+        bool (*run)();
+    } rows[] = {
+        {"default",
+         [] {
+             ko_lc_t loc = nullptr;
+             const int result = ko_createlocale_2(&loc);
+             const int error = *ko_ext_errno(loc);
+             EXPECT_TRUE(!result || error == KO_ENOMEM || error == KO_EFILE || error == KO_E2BIG)
+                 << error;
+             ko_lc_unload(loc);
+             return !result;
+         }},
+        {"shared",
+         [] {
+             ko_lc_t loc = nullptr;
+             const int result = ko_lc_load(&loc, "default.lco", nullptr, nullptr);
+             const int error = *ko_ext_errno(loc);
+             EXPECT_TRUE(!result || error == KO_ENOMEM || error == KO_E2BIG) << error;
+             ko_lc_unload(loc);
+             return !result;
+         }},
+        {"copy",
+         [] {
+             ko_lc_t loc = nullptr, copy = nullptr;
+             bool done = !ko_lc_load(&loc, "default.lco", nullptr, nullptr) &&
+                         !ko_create_null_locale_2(&copy) && !ko_copy_cat(copy, loc, KO_LC_ALL);
+             if (copy) ko_free_nonshared_loc(copy);
+             ko_lc_unload(loc);
+             return done;
+         }},
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        EXPECT_GT(each_allocation_fails(r.run), 100);
+        EXPECT_EQ(files.streams, 0);
+    }
+}
+
+TEST(Loading, SurvivesEveryStreamFailure) {
+    // Read mostly as lines of one section, so that the calls stay few.
+    const std::string text = single().str();
+    const auto prepare = [&](file_hooks &files) {
+        files.files[std::string(object_path) + "x.lco"] = text;
+    };
+    for (const int category : {int(KO_LC_NUMERIC), int(KO_LC_TIME), int(KO_LC_COLLATE)}) {
+        each_stream_call_fails(prepare, [&] {
+            env_hooks env;
+            own_record loc;
+            return loc.set(category, "x.lco") != "(null)";
+        });
+    }
+}
+
+TEST(Loading, FromDiskAndThroughHooksIsTheSame) {
+    temp_dir dir;
+    for (const locale_object *object : {&single(), &doubled(), &wide_only()}) {
+        dir.write("kova/lc11/x.lco", object->str());
+        memory_hooks memory;
+        {
+            env_hooks env;
+            env.vars["VANTORDIR"] = dir.path;
+            own_record disk;
+            const std::string setting = disk.set(KO_LC_ALL, "x.lco");
+            file_hooks files;
+            files.files[dir.path + "\\kova\\lc11\\x.lco"] = object->str();
+            own_record hooks;
+            EXPECT_EQ(hooks.set(KO_LC_ALL, "x.lco"), setting);
+            EXPECT_EQ(disk.error(), hooks.error());
+            for (unsigned item = 0; item <= KO_LANGINFO_MAX; item++) {
+                SCOPED_TRACE(item);
+                const ko_wchar_t *a = ko_wc_nl_langinfo(disk, item);
+                const ko_wchar_t *b = ko_wc_nl_langinfo(hooks, item);
+                ASSERT_EQ(!a, !b);
+                if (a) {
+                    EXPECT_EQ(wide(a), wide(b));
+                }
+            }
+            for (unsigned c = 1; c < 0x10000; c++) {
+                const ko_wchar_t wc = static_cast<ko_wchar_t>(c), one[] = {wc, 0}, b[] = {'b', 0};
+                ASSERT_EQ(im_iswctype(disk, wc, 0xFFFF), im_iswctype(hooks, wc, 0xFFFF)) << c;
+                ASSERT_EQ(im_towlower(disk, wc), im_towlower(hooks, wc)) << c;
+                ASSERT_EQ(ko_full_wcscoll(disk, one, b), ko_full_wcscoll(hooks, one, b)) << c;
+            }
+        }
+        EXPECT_EQ(memory.live, 0);
+    }
+}
