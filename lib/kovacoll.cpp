@@ -338,8 +338,9 @@ static int table_key(kovaloc *loc, ko_mchar_t *dst, const Unit *text, size_t len
 // The key in code order is the string itself.
 static int code_key(kovaloc *loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t len,
                     int maxbytes) {
-    const int got = loc->exp.single_byte ? is_wcstombs(loc, dst, wcs, maxbytes)
-                                         : ko_full_wcstombs(loc, dst, wcs, maxbytes);
+    const int got = maxbytes <= 0          ? 0
+                    : loc->exp.single_byte ? is_wcstombs(loc, dst, wcs, maxbytes)
+                                           : ko_full_wcstombs(loc, dst, wcs, maxbytes);
     if (got < 0) return -1;
     size_t bytes = 0;
     for (size_t i = 0; i < len; ++i) {

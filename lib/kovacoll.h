@@ -106,7 +106,6 @@ struct coll_flat {
     bool all_forward;
     bool elements;
     bool byte_rows;                  // characters below 256 weigh as the bytes do
-    bool element_ties;               // an element's weight carries coll_code_tie
     const unsigned char *inner[256]; // 1 for characters inside an element, not its first
     void *blocks;                    // memory of all the tables
     coll_flat_pass pass[coll_max_passes];

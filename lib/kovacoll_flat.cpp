@@ -215,7 +215,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
         for (int i = head[first]; i >= 0; i = next[i]) {
             const coll_elem *elem = &b->coll->elem_arr[i];
             const unsigned weight = b->coll->pass_arr[pass][elem->row];
-            if (weight & coll_code_tie) b->flat->element_ties = true;
+            if (weight & coll_code_tie) b->flat->pass[pass].ties = true;
             *candidates++ = {elem, weight_seq(b, pass, weight, coll_element_char, elem->nchars)};
         }
     }

@@ -218,9 +218,9 @@ int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mb
     if (decided(handle, mbs1, mbs2, &order)) return order;
     const kovaloc *loc = record(handle);
     const coll_data *coll = &loc->coll_info;
-    const coll_flat *flat = loc->weights;
-    const bool pages = flat && flat->byte_rows && !flat->element_ties && coll->num_expansions <= 0;
-    if (pages) {
+    const coll_flat *flat = coll->num_expansions <= 0 ? loc->weights : nullptr;
+    if (flat && !flat->byte_rows) flat = nullptr;
+    if (flat) {
         const ko_mchar_t *begin = mbs1;
         skip_common(mbs1, mbs2);
         if (!*mbs1 && !*mbs2) return 0;
@@ -228,7 +228,8 @@ int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mb
             --mbs1, --mbs2;
     }
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        if (pages) {
+        // The pages break ties by a code of the element's own, not by its first byte.
+        if (flat && !flat->pass[pass].ties) {
             const coll_flat_pass *p = &flat->pass[pass];
             order = compare_pass(p->page, p->specials, byte_text{mbs1}, byte_text{mbs2});
             continue;
