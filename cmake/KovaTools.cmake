@@ -33,9 +33,7 @@ target_compile_definitions(kova_tool_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DA
 if(NOT kova_cli11_include STREQUAL "/usr/include")
   target_include_directories(kova_tool_compile SYSTEM INTERFACE ${kova_cli11_include})
 endif()
-target_link_libraries(kova_tool_compile INTERFACE kova_warnings ZLIB::ZLIB)
-# g++ 12 takes "text" + std::string for an overlapping copy where it inlines much.
-target_compile_options(kova_tool_compile INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
+target_link_libraries(kova_tool_compile INTERFACE kova_warnings kova_std_string ZLIB::ZLIB)
 if(WIN32)
   target_link_options(kova_tool_compile INTERFACE -static)
 endif()
