@@ -41,4 +41,7 @@ struct proof_report {
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
                        proof_report *report);
 
+// Checks the tables on all short strings of the code set and reports what holds.
+void prove_collation(const charmap &map, const collation &tables, proof_report &report);
+
 } // namespace kovac
