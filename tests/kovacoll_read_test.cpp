@@ -159,7 +159,7 @@ TEST(CollationSection, BoundsItsCounts) {
         EXPECT_EQ(r.loc->coll_info.num_weights, 0xFFFF);
         EXPECT_EQ(im_mbscoll(r.handle, mb("a"), mb("b")), 0) << "no pass tells them apart";
         EXPECT_EQ(sort_key(r.handle, "ab"), "");
-        EXPECT_EQ(ignored(r), (std::vector<std::string>{"a", "b"})) << "in every pass of none";
+        EXPECT_EQ(ignored(r).size(), 255u) << "in every pass of none";
     }
 }
 
