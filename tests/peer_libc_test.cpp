@@ -120,8 +120,8 @@ class PeerLibc : public testing::TestWithParam<peer_row> {
     static std::string hex(const std::string &s) {
         std::string out;
         char two[4];
-        for (unsigned char c : s) {
-            snprintf(two, sizeof two, "%02x", c);
+        for (char c : s) {
+            snprintf(two, sizeof two, "%02x", unsigned(static_cast<unsigned char>(c)));
             out += two;
         }
         return out;
