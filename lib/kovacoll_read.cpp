@@ -12,7 +12,8 @@ static size_t count_of(int n) { return n > 0 ? static_cast<size_t>(n) : 0; }
 // its count must not size anything.
 static bool may_hold(const text_in *in, size_t count, size_t item_bytes) {
     if (in->ended) return false;
-    return in->stream || count <= static_cast<size_t>(in->end - in->pos) / item_bytes;
+    if (in->stream) return count <= 1u << 20; // the size is unknown; rows and weights are 16-bit
+    return count <= static_cast<size_t>(in->end - in->pos) / item_bytes;
 }
 
 template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {

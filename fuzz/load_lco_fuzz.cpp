@@ -1,0 +1,160 @@
+// A locale object from anywhere either fails to load or serves: it reads alike from memory and
+// through stream hooks, its derived tables answer as the tables they come from, a string equals
+// itself, a measured key length is the key's, and nothing is left behind.
+#include "kovasetlc.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+// The host: it counts blocks and streams, and its only file is the input.
+static constinit long live_blocks = 0, open_streams = 0;
+static constinit const uint8_t *input = nullptr;
+static constinit size_t input_size = 0, input_pos = 0;
+
+static void check(bool holds, const char *law) {
+    if (holds) return;
+    fprintf(stderr, "broken: %s\n", law);
+    abort();
+}
+
+static void *host_malloc(size_t size) {
+    void *block = malloc(size);
+    live_blocks += block != nullptr;
+    return block;
+}
+static void host_free(void *block) {
+    live_blocks -= block != nullptr;
+    free(block);
+}
+static void *host_fopen(const char *, const char *) {
+    open_streams++;
+    input_pos = 0;
+    return &open_streams;
+}
+static int host_fclose(void *) {
+    open_streams--;
+    return 0;
+}
+static int host_getc(void *) { return input_pos < input_size ? input[input_pos++] : -1; }
+static int host_ungetc(int byte, void *) {
+    input_pos--;
+    return byte;
+}
+static char *host_fgets(char *buf, int size, void *stream) {
+    int len = 0;
+    while (len < size - 1) {
+        const int c = host_getc(stream);
+        if (c < 0) break;
+        buf[len++] = static_cast<char>(c);
+        if (c == '\n') break;
+    }
+    buf[len] = 0;
+    return len ? buf : nullptr;
+}
+static int host_feof(void *) { return input_pos == input_size; }
+static int host_ferror(void *) { return 0; }
+
+template <class Fn> static void install(int code, Fn *fn) {
+    ko_setextfunc(nullptr, code, reinterpret_cast<ko_extfn_t>(fn));
+}
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    install(KO_EXT_MALLOC, host_malloc);
+    install(KO_EXT_FREE, host_free);
+    install(KO_EXT_FOPEN, host_fopen);
+    install(KO_EXT_FCLOSE, host_fclose);
+    install(KO_EXT_GETC, host_getc);
+    install(KO_EXT_FGETC, host_getc);
+    install(KO_EXT_UNGETC, host_ungetc);
+    install(KO_EXT_FGETS, host_fgets);
+    install(KO_EXT_FEOF, host_feof);
+    install(KO_EXT_FERROR, host_ferror);
+    return 0;
+}
+
+static int load_from_memory(kovaloc *loc) {
+    text_in in = {.pos = input, .end = input + input_size};
+    const int result = read_locale_file(&in, loc);
+    update_locale(loc);
+    init_locale_info(loc);
+    return result;
+}
+
+static void check_same_answers(kovaloc *a, kovaloc *b) {
+    for (unsigned item = 0; item < KO_CALENDAR; item++) {
+        const ko_mchar_t *first = ko_nl_langinfo(a, item), *second = ko_nl_langinfo(b, item);
+        check(!first == !second, "the same strings are there");
+        if (!first || item == KO_CODESET) continue;
+        const size_t len = zeros_at(first);
+        check(len == zeros_at(second) && !memcmp(first, second, len), "strings read alike");
+    }
+}
+
+// Classes and case with the derived tables against the trees they come from.
+static void check_characters(kovaloc *loc) {
+    ctype_flat *chars = loc->chars;
+    for (unsigned c = 0; c < 0x10000; c = c < 256 ? c + 1 : c + 127) {
+        const ko_wchar_t wc = static_cast<ko_wchar_t>(c);
+        const int in_class = im_iswctype(loc, wc, 0xFFFF);
+        const ko_wchar_t upper = im_towupper(loc, wc);
+        loc->chars = nullptr;
+        check(im_iswctype(loc, wc, 0xFFFF) == in_class && im_towupper(loc, wc) == upper,
+              "derived characters are the tree's");
+        loc->chars = chars;
+    }
+}
+
+static void check_strings(kovaloc *loc) {
+    static const ko_wchar_t words[][4] = {
+        {'a',  0},
+        {'b',    'a', 0},
+        {'c','h', 0},
+        {' ',    'A', 0},
+        {0xDF,    0},
+        {0x8140,    'a', 0},
+        {'b','-', 'a', 0},
+        {0   }
+    };
+    coll_flat *weights = loc->weights;
+    for (const auto &a : words) {
+        check(ko_full_wcscoll(loc, a, a) == 0, "a string equals itself");
+        ko_mchar_t key[256];
+        const int len = ko_wcsxfrm(loc, nullptr, a, 0);
+        const int written = ko_wcsxfrm(loc, key, a, sizeof key);
+        // A character without bytes is met only where it is written.
+        check(written < 0 || written == len, "the measured length is the key's");
+        for (const auto &b : words) {
+            const int order = ko_full_wcscoll(loc, a, b);
+            loc->weights = nullptr;
+            check(ko_full_wcscoll(loc, a, b) == order, "derived weights order as the rows");
+            loc->weights = weights;
+        }
+    }
+    static const ko_mchar_t texts[][8] = {"ch", "c h", "b\xDF", "bss", "B-a", "\xFF", "\x81@"};
+    for (const auto &a : texts) {
+        for (const auto &b : texts)
+            loc->exp.mbscoll(loc, a, b);
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    input = data;
+    input_size = size;
+    ko_lc_t streamed, read;
+    const int streamed_result = ko_createlocale_2(&streamed);
+    check(!open_streams, "streams are closed");
+    check(ko_create_null_locale_2(&read) == 0, "there is memory");
+    const int read_result = load_from_memory(record(read));
+    if (!read_result) {
+        check_same_answers(record(streamed), record(read));
+        check_characters(record(read));
+        check_strings(record(read));
+    } else {
+        check(streamed_result != 0, "memory and stream read alike");
+    }
+    ko_lc_unload(streamed);
+    ko_lc_unload(read);
+    check(live_blocks == 0, "nothing is left");
+    return 0;
+}
