@@ -119,7 +119,7 @@ template <class Unit> static coll_item next_weight(const kovaloc *loc, coll_stat
         } else if (s->elems && s->elems[s->string_pos].elem) {
             ch = coll_element_char;
             row = s->elems[s->string_pos].elem->row;
-            consumed = s->elems[s->string_pos].elem->nchars;
+            consumed = static_cast<ptrdiff_t>(s->elems[s->string_pos].elem->nchars);
         } else {
             ch = s->text[s->string_pos];
             row = coll_row(loc->coll, ch);
