@@ -154,32 +154,48 @@ static void describe(const locale_options &opt, const source_set &set, const cha
     object.codeset = opt.codeset.empty() ? map.name : opt.codeset;
 }
 
-static int finish_locale(const locale_options &opt, const diagnostics &diag, int status) {
-    if (diag.errors > diag.max_errors) {
-        fprintf(stderr, "kovac: %d errors in %s\n", diag.errors, opt.source.c_str());
-    }
-    return status;
-}
-
-static int print_proof(const proof_report &report) {
+static bool print_proof(const proof_report &report) {
     for (const std::string &line : report.lines)
         printf("%s\n", line.c_str());
-    return report.ok ? exit_done
-                     : complain(exit_source, "the proof failed: comparison and key disagree");
+    return report.ok;
 }
 
-static int compile_one(const locale_options &opt) {
-    source_set set{.dirs = search_dirs("locales")};
-    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+static int missing(const char *kind, const std::string &name) {
+    return complain(exit_file, format("no %s \"%s\" in $I18NPATH or %s; give a path, or install "
+                                      "the package \"locales\"",
+                                      kind, name.c_str(), system_sources));
+}
+
+static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
+                       diagnostics &diag) {
     const std::vector<std::string> charmap_dirs = search_dirs("charmaps");
-    charmap map;
+    if (find_file(set.dirs, opt.source).empty()) return missing("locale source", opt.source);
     set.main = load_source(set, diag, opt.source, {});
     if (!set.main) return exit_file;
     if (opt.charmap != "unicode" && find_file(charmap_dirs, opt.charmap).empty()) {
-        return complain(exit_file, "no charmap \"" + opt.charmap + "\"");
+        return missing("charmap", opt.charmap);
     }
-    if (!load_charmap(charmap_dirs, opt.charmap, diag, map)) return exit_source;
-    std::string path, why;
+    return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
+}
+
+static int write_object(const std::string &path, const locale_object &object, const charmap &map) {
+    std::string why;
+    const write_result result = write_locale(path, object, map, &why);
+    if (result == write_result::done) return exit_done;
+    if (result == write_result::no_memory) why = "out of memory";
+    return complain(exit_file, "cannot write " + path + ": " + why);
+}
+
+static int compile_one(const locale_options &opt) {
+    source_set set;
+    set.dirs = search_dirs("locales");
+    if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
+        set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // its neighbours
+    }
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    charmap map;
+    if (int status = load_inputs(opt, set, map, diag)) return status;
+    std::string path;
     const std::string &codeset = opt.codeset.empty() ? map.name : opt.codeset;
     if (codeset.size() > codeset_limit) {
         return complain(exit_usage, "code-set name \"" + codeset +
@@ -189,22 +205,21 @@ static int compile_one(const locale_options &opt) {
     locale_object object;
     proof_report report;
     if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr)) {
-        return finish_locale(opt, diag, exit_source);
+        if (diag.errors > diag.max_errors) {
+            fprintf(stderr, "kovac: %d errors in %s\n", diag.errors, opt.source.c_str());
+        }
+        return exit_source;
+    }
+    if (opt.prove && !print_proof(report)) {
+        return complain(exit_source, "comparison and key disagree; nothing was written");
     }
     describe(opt, set, map, object);
-    switch (write_locale(path, object, map, &why)) {
-    case write_result::done:
-        break;
-    case write_result::no_memory:
-        return complain(exit_file, "out of memory for " + path);
-    case write_result::io:
-        return complain(exit_file, "cannot write " + path + ": " + why);
-    }
+    if (int status = write_object(path, object, map)) return status;
     if (opt.verbose) {
         fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n", path.c_str(),
                 map.chars.size(), object.ctype.pairs.size() - 1, diag.warnings);
     }
-    return opt.prove ? print_proof(report) : exit_done;
+    return exit_done;
 }
 
 // A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
@@ -302,7 +317,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     list->excludes(source)->excludes(charmap)->excludes(name);
-    cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n.\n"
+    cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n; what a\n"
+                "source given by its path copies is searched beside it first.\n"
                 "Example: kovac locale -i de_DE -f ISO-8859-1 -o data");
     return cmd;
 }

@@ -55,8 +55,10 @@ static bool read_lines(source_set &set, diagnostics &diag, std::string_view cate
 
 bool category_lines(source_set &set, diagnostics &diag, std::string_view category,
                     std::vector<std::vector<token>> &lines) {
+    const int errors = diag.errors;
     lexer lex = open_lexer(*set.main, diag);
     if (!seek_category(lex, category)) {
+        if (diag.errors > errors) return false;
         error(diag, {set.main, 0},
               format("the source has no %s category", std::string(category).c_str()));
         return false;

@@ -31,6 +31,16 @@ template <class Use> static void each_name(const code_set &set, Use use) {
     }
 }
 
+// A name of digits stands for its number.
+static int digits_value(std::string_view name) {
+    int value = 0;
+    for (char c : name) {
+        if (c < '0' || c > '9' || value > 0xFFFF) return no_number;
+        value = value * 10 + (c - '0');
+    }
+    return name.empty() || value > 0xFFFF ? no_number : value;
+}
+
 int find_code_set(std::string_view name) {
     const std::string wanted = lowered(name);
     if (wanted == "-") return no_number;
@@ -43,7 +53,7 @@ int find_code_set(std::string_view name) {
             if (number == no_number && one == wanted) number = set.number;
         });
     }
-    return number;
+    return number != no_number ? number : digits_value(wanted);
 }
 
 int find_name(const registry &reg, std::string_view name) {

@@ -38,7 +38,7 @@ std::string registry_text(const registry &reg);
 
 // The number of a name, without regard to case; no_number when there is none.
 int find_name(const registry &reg, std::string_view name);
-int find_code_set(std::string_view name); // by charmap name, then by the other names
+int find_code_set(std::string_view name); // by charmap name, other names, digits
 
 // Sets a name to a number, adding it when it is new.
 void set_name(registry &reg, std::string_view name, unsigned number);

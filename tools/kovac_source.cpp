@@ -543,7 +543,9 @@ bool open_copy(source_set &set, diagnostics &diag, const token &copy_token,
     const source_file *file = load_source(set, diag, copy_token.text, copy_token.pos);
     if (!file) return false;
     lex = open_lexer(*file, diag);
+    const int errors = diag.errors;
     if (seek_category(lex, category)) return true;
+    if (diag.errors > errors) return false;
     error(diag, copy_token.pos,
           format("%s has no %s to copy", file->path.c_str(), std::string(category).c_str()));
     return false;
