@@ -44,4 +44,8 @@ bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, c
 // Checks the tables on all short strings of the code set and reports what holds.
 void prove_collation(const charmap &map, const collation &tables, proof_report &report);
 
+// The same by the library, on the object at path that was written from the tables.
+void prove_object(const charmap &map, const collation &tables, const std::string &path,
+                  proof_report &report);
+
 } // namespace kovac

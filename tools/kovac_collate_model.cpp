@@ -15,6 +15,7 @@ struct weight_of {
 
 collation_model make_model(const charmap &map, const collation &tables) {
     collation_model m{.tables = &tables, .single_byte = map.max_len == 1};
+    m.min_len = map.min_len;
     m.code_digits = m.single_byte ? 2 : 3;
     m.row.assign(0x10000, 0);
     for (const auto &[wide, row] : tables.rows)
@@ -141,7 +142,7 @@ std::string sort_key(const collation_model &m, wide_text a) {
     std::string key;
     if (m.tables->codeset_order) {
         for (const uint16_t ch : a) {
-            if (ch > 0xFF) key += char(ch >> 8);
+            if (m.min_len == 2 || ch > 0xFF) key += char(ch >> 8);
             key += char(ch);
         }
         return key;

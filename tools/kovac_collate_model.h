@@ -16,6 +16,7 @@ using wide_text = std::span<const uint16_t>; // without a terminator
 struct collation_model {
     const collation *tables = nullptr;
     bool single_byte = false;
+    int min_len = 1;                            // bytes of the shortest character
     int code_digits = 2;                        // bytes of a character code in a key
     std::vector<uint16_t> row;                  // per wide value
     std::vector<std::vector<uint32_t>> element; // per first character below 256: elements in order
