@@ -216,6 +216,7 @@ TEST(KovacLexer, CutsSourcesIntoTokens) {
         const char *source, *want;
     } rows[] = {
         {"a-b  -12;(<U0041>,<U0001F600>)",                             "word:a-b number:-12 ; ( U41 , U1F600 ) |"},
+        {"x # more \\\n y\nz",                                         "word:x word:y | word:z |"                },
         {"# a comment\n\n  # another\nx",                              "word:x |"                                },
         {"x # rest\ny",                                                "word:x | word:y |"                       },
         {"comment_char %\nescape_char /\n% no\na /\n% inside\n  b\n#", "word:a word:b | word:# |"                },

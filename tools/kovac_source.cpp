@@ -215,7 +215,8 @@ static void skip_to_newline(lexer &lex) {
 }
 
 // Moves to the next byte that belongs to a token or ends a line. A comment that has its line for
-// itself vanishes whole, so that it does not cut a continued line in two.
+// itself vanishes whole, so that it does not cut a continued line in two; one behind tokens may end
+// in the escape character and then continues the line.
 static void skip_blank(lexer &lex) {
     const std::string &text = lex.file->text;
     while (lex.at < text.size()) {
@@ -225,7 +226,8 @@ static void skip_blank(lexer &lex) {
         } else if (c == lex.comment) {
             const bool whole_line = first_on_line(lex, lex.at);
             skip_to_newline(lex);
-            if (whole_line && lex.at < text.size()) ++lex.at;
+            const bool continued = text[lex.at - 1] == lex.escape;
+            if ((whole_line || continued) && lex.at < text.size()) ++lex.at;
         } else if (const uint32_t skipped = continuation(lex, lex.at)) {
             lex.at += skipped;
         } else {
