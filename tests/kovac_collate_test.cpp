@@ -374,6 +374,32 @@ TEST(CollateTables, CharactersWithoutALineWeighAsTheFirstThatHasOne) {
     EXPECT_EQ(c.tables.weights[0], c.tables.weights[c.tables.rows.at('a')]);
 }
 
+TEST(CollateTables, ProofFindsTablesWhoseKeysAndComparersDisagree) {
+    static const struct {
+        const char *what;
+        void (*spoil)(collation &);
+    } rows[] = {
+        {"a code tie-break on one of two equal weights",
+         [](collation &t) {
+             t.weights[t.rows.at('b')][0] = t.weights[t.rows.at('a')][0] | weight_by_code;
+         }                                                                                 },
+        {"a weight beyond the digits of a key",
+         [](collation &t) { t.weights[t.rows.at('z')][0] = uint16_t(t.num_weights + 255); }},
+        {"a weight that keys cannot tell from the first",
+         [](collation &t) { t.weights[t.rows.at('z')][0] = 0; }                            },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.what);
+        compiled c("order_start forward;forward\n<U0061>\n<U0062>\n<U0063>\n"
+                   ".. <U0063>;<U0063>\n<U007A>\n...\norder_end\n");
+        c.run().prove();
+        r.spoil(c.tables);
+        proof_report report;
+        prove_collation(c.map, c.tables, report);
+        EXPECT_FALSE(report.ok);
+    }
+}
+
 TEST(CollateTables, CodeOrderIsRecognised) {
     std::string body = "order_start forward\n";
     for (int i = 0; i < 128; ++i)

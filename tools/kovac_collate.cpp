@@ -168,6 +168,7 @@ static level_rule pass_rule(compiler &c, size_t level) {
     size_t most = 0;
     for (const auto &[text, count] : shared)
         if (count > most) most = count, common = &text;
+    if (!common) return {}; // ignored by all
     size_t backward = 0, position = 0, total = 0;
     for (const weighed &e : c.all) {
         if (e.item == no_item || e.levels[0].empty() || only_common(e.levels[level], *common))
