@@ -63,8 +63,7 @@ void add_sort(CLI::App &app, arguments &args) {
                     "Compare fields FIRST to LAST only (from 1; without LAST to the end of the "
                     "line). Repeat for further keys")
         ->type_name("FIRST[,LAST]")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     command
         .add_option("-t,--separator", o.separator,
                     "Character between fields. Default: runs of blanks")
@@ -132,8 +131,7 @@ void add_case(CLI::App &app, arguments &args, const char *name, case_options &o)
         ->type_name("TEXT");
     command.add_option("-f,--file", o.files, "A file; - is standard input")
         ->type_name("FILE")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        ->allow_extra_args(false);
     command.add_flag("--replace", o.replace, "Leave what is no character as it is and go on");
     add_common(
         command, args, [&args, &o] { return run_case(args.common, o); },

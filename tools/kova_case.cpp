@@ -71,7 +71,7 @@ static void map_file(case_job &job, const std::string &path, output &out) {
         if (bad.why == fault::none || (bad.why == fault::cut && more(in))) continue;
         if (!job.replace)
             throw failure(bad_text, place(in, line) + ": " + describe(job.code, bad) +
-                                        "; --replace leaves it as it is and goes on");
+                                        hint(job.code, bad) + ", --replace leaves it as it is");
         if (job.left++ == 0) job.first_left = place(in, line);
         write(out, in.block.data() + in.at, bad.len);
         take(in, bad.len);

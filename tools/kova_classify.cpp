@@ -33,8 +33,7 @@ static std::vector<class_name> classes_of(ko_lc_t loc) {
     for (unsigned bit = 0; bit < own.size(); ++bit) {
         const ko_ctype_t mask = 0x0800u << bit;
         std::string name = own[bit] ? own[bit] : "";
-        if (name.empty())
-            name = "0x" + hex({"\x08\x00\x10\x00\x20\x00\x40\x00\x80\x00" + 2 * bit, 2}, "");
+        if (name.empty()) name = "0x" + hex(std::string{char(mask >> 8), char(mask & 0xFF)}, "");
         result.push_back({mask, name});
     }
     return result;
@@ -166,7 +165,7 @@ static void count_file(const codec &code, const std::string &path, bool replace,
         if (!replace)
             throw failure(bad_text, in.name + ":" + std::to_string(line) + ": byte offset " +
                                         std::to_string(in.offset) + ": " + describe(code, bad) +
-                                        "; --replace counts it as bad and goes on");
+                                        hint(code, bad) + ", --replace counts it and goes on");
         ++count.bad;
         take(in, bad.len);
     }

@@ -70,7 +70,7 @@ int run_key(const common_options &common, const key_options &options) {
         if (!decode_text(code, {reinterpret_cast<const char *>(bytes), in.fill}, false, wide, bad,
                          nullptr))
             throw failure(bad_text, in.name + ": byte offset " + std::to_string(bad.offset) + ": " +
-                                        describe(code, bad));
+                                        describe(code, bad) + hint(code, bad));
         for (const ko_wchar_t c : wide) {
             if (c != code.newline)
                 line.push_back(c);

@@ -137,7 +137,7 @@ static void add_figures(const locale_handle &handle, const codec &code,
     add("locale", handle.name);
     add("object", handle.object.path);
     for (const std::string &line : handle.object.header)
-        if (!line.empty()) add("  made by", line);
+        if (!line.empty()) add("  header", line);
     add("code set", code.code_set + (handle.object.number == KO_NO_CODESET
                                          ? std::string()
                                          : ", number " + std::to_string(handle.object.number)));
@@ -145,7 +145,9 @@ static void add_figures(const locale_handle &handle, const codec &code,
                           (longest > shortest ? " to " + std::to_string(longest) : "") +
                           (longest == 1 ? " byte" : " bytes"));
     add("single-byte", head->single_byte ? "yes" : "no");
-    add("case mapping", "grows a text at most " + ratio(head->case_conv_ratio) + " times");
+    add("case mapping", head->case_conv_ratio > 1.0
+                            ? "a text grows to " + ratio(head->case_conv_ratio) + " times its bytes"
+                            : "a text keeps its bytes' number");
     add("collation", collation_text(code));
     add("  ignored", std::to_string(ignored_count(head)) + " strings weigh nothing");
     add("  equal", std::to_string(equivalent_count(head)) + " strings weigh as another one");

@@ -212,8 +212,8 @@ static void take_line(sort_job &job, const input &in, uint64_t number, std::stri
     const uint64_t before = job.replaced;
     if (!decode_text(job.code, text, job.options->replace, job.wide, bad, &job.replaced))
         throw failure(bad_text, place(in, number, in.offset + bad.offset) + ": " +
-                                    describe(job.code, bad) +
-                                    "; --replace goes on, another locale may know it");
+                                    describe(job.code, bad) + hint(job.code, bad) +
+                                    ", --replace goes on");
     if (before == 0 && job.replaced > 0)
         job.first_replaced = place(in, number, in.offset + bad.offset);
     make_key(job);
@@ -278,14 +278,10 @@ static void read_file(sort_job &job, const std::string &path) {
 
 static void write_lines(sort_job &job, output &out) {
     job.lines = job.bytes = 0;
-    uint64_t calls = 0;
     deliver(job.records, [&](std::string_view line) {
-        if (!line.empty()) {
-            write(out, line.data(), line.size());
-            ++job.lines;
-            job.bytes += line.size();
-        }
-        if (job.reports && (++calls & 1023) == 0) report(job, false);
+        write(out, line.data(), line.size());
+        job.bytes += line.size();
+        if (job.reports && (++job.lines & 1023) == 0) report(job, false);
     });
 }
 

@@ -10,9 +10,9 @@
 
 namespace kovacli {
 
-static constexpr size_t chunk_bytes = size_t{1} << 20;
-static constexpr size_t merge_width = 64;             // runs read at a time
-static constexpr size_t run_buffer = size_t{1} << 17; // of each run while merging
+static constexpr size_t chunk_bytes = size_t{1} << 20; // taken at a time, less for small budgets
+static constexpr size_t merge_width = 32;              // runs of one level before they are merged
+static constexpr size_t run_buffer = size_t{1} << 17;  // of each run while merging
 
 static record_head head_of(const unsigned char *data) {
     record_head head;
@@ -47,7 +47,8 @@ static bool key_less(const record_entry &a, const record_entry &b) {
 
 static unsigned char *take_bytes(sorter &all, size_t count) {
     if (count > all.chunk_left) {
-        const size_t size = std::max(count, chunk_bytes);
+        const size_t size =
+            std::max(count, size_t(std::min<uint64_t>(all.budget / 8, chunk_bytes)));
         all.chunks.push_back(std::make_unique_for_overwrite<unsigned char[]>(size));
         all.chunk_at = all.chunks.back().get();
         all.chunk_left = size;
@@ -105,36 +106,6 @@ static void rewind_run(std::FILE *file) {
     if (std::fflush(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) throw scratch_failure(errno);
 }
 
-static void spill(sorter &all) {
-    sort_entries(all);
-    scratch_file file = new_scratch(all);
-    for (const record_entry &entry : all.entries) {
-        const record_head head = head_of(entry.data);
-        const size_t len = sizeof head + head.key_len + head.line_len;
-        put(file.get(), entry.data, len);
-        all.spilled_bytes += len;
-    }
-    rewind_run(file.get());
-    all.runs.push_back(std::move(file));
-    drop_memory(all);
-}
-
-void add_record(sorter &all, std::string_view key, std::string_view line) {
-    const record_head head{uint32_t(key.size()), uint32_t(line.size())};
-    const size_t len = sizeof head + key.size() + line.size();
-    // The sort itself takes half the entries' bytes again.
-    constexpr uint64_t entry_bytes = sizeof(record_entry) * 3 / 2;
-    if (!all.entries.empty() &&
-        all.held + len + (all.entries.size() + 1) * entry_bytes > all.budget)
-        spill(all);
-    unsigned char *data = take_bytes(all, len);
-    std::memcpy(data, &head, sizeof head);
-    if (!key.empty()) std::memcpy(data + sizeof head, key.data(), key.size());
-    if (!line.empty()) std::memcpy(data + sizeof head + key.size(), line.data(), line.size());
-    all.entries.push_back({prefix_of(key), data});
-    ++all.kept;
-}
-
 // ---- merging ----
 
 // A run with its next record read.
@@ -159,10 +130,10 @@ static bool read_record(open_run &run) {
     return true;
 }
 
-// Merges runs [0, count) of all and calls take with each record; of equal keys the lower run's
+// Merges the runs from first on and calls take with each record; of equal keys the lower run's
 // comes first.
-template <class Take> static void merge(sorter &all, size_t count, const Take &take) {
-    std::vector<open_run> open(count);
+template <class Take> static void merge(sorter &all, size_t first, const Take &take) {
+    std::vector<open_run> open(all.runs.size() - first);
     const auto later = [&](size_t a, size_t b) {
         const record_entry x{open[a].prefix, open[a].data.data()};
         const record_entry y{open[b].prefix, open[b].data.data()};
@@ -171,8 +142,8 @@ template <class Take> static void merge(sorter &all, size_t count, const Take &t
         return a > b;
     };
     std::vector<size_t> heap;
-    for (size_t i = 0; i < count; ++i) {
-        open[i].file = all.runs[i].get();
+    for (size_t i = 0; i < open.size(); ++i) {
+        open[i].file = all.runs[first + i].file.get();
         if (read_record(open[i])) heap.push_back(i);
     }
     std::make_heap(heap.begin(), heap.end(), later);
@@ -194,24 +165,54 @@ template <class Take> static void merge(sorter &all, size_t count, const Take &t
     }
 }
 
-// Merges neighbouring runs into one until they can be read at a time.
-static void reduce_runs(sorter &all, const line_sink &sink) {
-    while (all.runs.size() > merge_width) {
-        std::vector<scratch_file> merged;
-        while (!all.runs.empty()) {
-            const size_t count = std::min(all.runs.size(), merge_width);
-            scratch_file file = new_scratch(all);
-            merge(all, count, [&](const unsigned char *data) {
-                const record_head head = head_of(data);
-                put(file.get(), data, sizeof head + head.key_len + head.line_len);
-                sink({});
-            });
-            rewind_run(file.get());
-            merged.push_back(std::move(file));
-            all.runs.erase(all.runs.begin(), all.runs.begin() + std::ptrdiff_t(count));
-        }
-        all.runs = std::move(merged);
+// Merges the last runs while they are many of one level, so that few files are ever open.
+static void merge_last_level(sorter &all) {
+    while (all.runs.size() >= merge_width) {
+        const size_t first = all.runs.size() - merge_width;
+        const int level = all.runs.back().level;
+        if (all.runs[first].level != level) return;
+        scratch_file file = new_scratch(all);
+        merge(all, first, [&](const unsigned char *data) {
+            const record_head head = head_of(data);
+            put(file.get(), data, sizeof head + head.key_len + head.line_len);
+        });
+        rewind_run(file.get());
+        all.runs.resize(first);
+        all.runs.push_back({std::move(file), level + 1});
     }
+}
+
+// ---- gathering ----
+
+static void spill(sorter &all) {
+    sort_entries(all);
+    scratch_file file = new_scratch(all);
+    for (const record_entry &entry : all.entries) {
+        const record_head head = head_of(entry.data);
+        const size_t len = sizeof head + head.key_len + head.line_len;
+        put(file.get(), entry.data, len);
+        all.spilled_bytes += len;
+    }
+    rewind_run(file.get());
+    all.runs.push_back({std::move(file), 0});
+    drop_memory(all);
+    merge_last_level(all);
+}
+
+void add_record(sorter &all, std::string_view key, std::string_view line) {
+    const record_head head{uint32_t(key.size()), uint32_t(line.size())};
+    const size_t len = sizeof head + key.size() + line.size();
+    // The sort itself takes half the entries' bytes again.
+    constexpr uint64_t entry_bytes = sizeof(record_entry) * 3 / 2;
+    if (!all.entries.empty() &&
+        all.held + len + (all.entries.size() + 1) * entry_bytes > all.budget)
+        spill(all);
+    unsigned char *data = take_bytes(all, len);
+    std::memcpy(data, &head, sizeof head);
+    if (!key.empty()) std::memcpy(data + sizeof head, key.data(), key.size());
+    if (!line.empty()) std::memcpy(data + sizeof head + key.size(), line.data(), line.size());
+    all.entries.push_back({prefix_of(key), data});
+    ++all.kept;
 }
 
 void deliver(sorter &all, const line_sink &sink) {
@@ -221,8 +222,7 @@ void deliver(sorter &all, const line_sink &sink) {
             sink(line_of(entry.data));
     } else {
         spill(all);
-        reduce_runs(all, sink);
-        merge(all, all.runs.size(), [&](const unsigned char *data) { sink(line_of(data)); });
+        merge(all, 0, [&](const unsigned char *data) { sink(line_of(data)); });
     }
     drop_memory(all);
     all.runs.clear();

@@ -27,6 +27,12 @@ struct stream_closer {
 };
 using scratch_file = std::unique_ptr<std::FILE, stream_closer>;
 
+// Sorted records in a scratch file. A run merged from runs of one level is of the next.
+struct sorted_run {
+    scratch_file file;
+    int level = 0;
+};
+
 struct sorter {
     // What the caller sets.
     uint64_t budget = uint64_t{256} << 20; // bytes of memory, before a run is spilled
@@ -43,10 +49,9 @@ struct sorter {
     unsigned char *chunk_at = nullptr;
     uint64_t held = 0; // bytes of chunks and entries
     std::vector<record_entry> entries;
-    std::vector<scratch_file> runs;
+    std::vector<sorted_run> runs; // in the order of input, levels falling
 };
 
-// Called with each line in order, and now and then with an empty one while nothing comes out yet.
 using line_sink = std::function<void(std::string_view line)>;
 
 // Throws failure when a scratch file fails.

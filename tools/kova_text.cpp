@@ -91,6 +91,8 @@ bool add_mapping(const locale_handle &handle, const data_place &place, codec &co
     if (code.mapped) return true;
     const std::vector<std::string> dirs = charmap_dirs(place);
     std::string name = code.code_set;
+    for (const std::string &line : handle.object.header)
+        if (line.compare(0, 8, "CHARMAP=") == 0) name = line.substr(8);
     if (kovac::find_file(dirs, name).empty()) name = charmap_of_number(dirs, handle.object.number);
     std::string said;
     kovac::diagnostics diag;
@@ -359,14 +361,19 @@ std::string describe(const codec &code, const bad_character &bad) {
            (bytes.size() == 1 ? " begins no character of " : " are no character of ") + form;
 }
 
+std::string hint(const codec &code, const bad_character &bad) {
+    if (bad.why == fault::missing) return "; a locale of the code set unicode has it";
+    if (code.utf8) return "; --bytes takes texts in " + code.code_set;
+    return "; --utf8 takes texts in UTF-8";
+}
+
 std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &text,
                                         const std::string &what) {
     std::vector<ko_wchar_t> wide;
     bad_character bad;
     if (decode_text(code, text, false, wide, bad, nullptr)) return wide;
     throw failure(bad_text, what + ": byte offset " + std::to_string(bad.offset) + ": " +
-                                describe(code, bad) +
-                                (code.utf8 ? "" : "; is it UTF-8? Then say --utf8"));
+                                describe(code, bad) + hint(code, bad));
 }
 
 } // namespace kovacli

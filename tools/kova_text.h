@@ -87,6 +87,9 @@ uint32_t code_point(const codec &code, ko_wchar_t wide);
 // "ISO-8859-1 has no character U+20AC (€)", "the bytes ff 41 are no character of EUC-JP".
 std::string describe(const codec &code, const bad_character &bad);
 
+// What a person can do about it, as a further part of the sentence.
+std::string hint(const codec &code, const bad_character &bad);
+
 // Decodes a text argument. Throws failure that names it by what.
 std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &text,
                                         const std::string &what);
