@@ -520,6 +520,102 @@ KO_API int ko_wcspre(ko_lc_t loc, const ko_wchar_t *str, int len, const ko_wchar
 KO_API int thaismocoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
 KO_API int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
 
+/* ---- Code-set conversion --------------------------------------------------------------------- */
+
+typedef void *ko_cv_t; /* a conversion descriptor; begins with iconv_exports */
+typedef ko_cv_t ko_iconv_t;
+
+/* The head of a descriptor. sb2sb_table, where present, translates single bytes without a call; it
+ * is gone with the descriptor. */
+typedef struct iconv_exports {
+    gen_exports exp;
+    unsigned char *sb2sb_table; /* 256 entries or NULL */
+} iconv_exports;
+
+/* The caller's state of one text that is converted in pieces. */
+typedef struct conv_state {
+    int first_frag;   /* non-zero on the first piece */
+    int last_frag;    /* non-zero on the piece that carries the end of the text */
+    int source_state; /* 0 unshifted, 1 shifted */
+    int target_state;
+    void *ext_state; /* of a registered converter; cleared on the first piece */
+} conv_state;
+
+/* What a registered converter makes of one character. */
+typedef struct conv_res {
+    int flags;   /* 0x01 terminator, 0x02 error, 0x04 substitution, 0x08 no more input */
+    int src_len; /* source bytes taken */
+    int dst_len; /* target bytes made, at most 16 */
+    unsigned char dst_buf[16];
+} conv_res;
+
+/* Converts one character of the left bytes at src. Its result is ignored; on error it sets the
+ * error word itself. It alone says, with flag 0x08, when the input is used up. */
+typedef int (*ko_cvmfn_t)(const ko_mchar_t *src, unsigned int left, conv_state *st, conv_res *res);
+
+typedef struct ko_cv_funcdef {
+    const char *from_name; /* kept by reference: the names outlive the list */
+    const char *to_name;
+    ko_cvmfn_t mtom_fn;
+    int src_maxlen; /* bytes of a character */
+    int src_minlen;
+    int dst_maxlen;
+    int dst_minlen;
+    float exp_ratio; /* most target bytes of one source byte */
+} ko_cv_funcdef;
+
+/* A host's list of converters. The host frees funcdef_arr and the list with ko_ext_free. */
+typedef struct ko_cvfns {
+    int num_used;
+    int num_allocated; /* always 0 */
+    ko_cv_funcdef *funcdef_arr;
+} ko_cvfns;
+
+/* The opening calls store a descriptor, or a static error descriptor, whose error word holds the
+ * reason; it is given back with ko_cv_unload in every case. Where no conversion is needed the
+ * handle may be NULL: the text stays as it is. */
+
+/* Opens the object SRC_DST.cvo. 0; or -1 with KO_EFILE, KO_ENOMEM or a table's number. */
+KO_API int ko_iconv_open(ko_cv_t *cd, const char *dst, const char *src);
+/* Opens an object by its file name. */
+KO_API int ko_iconv_open1(ko_cv_t *cd, const char *file);
+/* Opens by the code-set names of two locale specifications. 1; 0 with a NULL handle for equal
+ * names; or -1. */
+KO_API int ko_cv_open(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec);
+/* The same with the host's converters first (fns_ref may be NULL). 0, equal names (with a static
+ * descriptor) included; or -1. */
+KO_API int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
+                        const ko_cvfns *fns_ref);
+/* Opens by the code-set numbers of two specifications, from cv_dir or the search path. 1; 0 with a
+ * NULL handle for equal numbers; or -1. registry and cv_dir may be NULL. */
+KO_API int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec,
+                      const char *registry, const char *cv_dir);
+/* Adds a converter to a list, or to a new one for NULL. Returns the list; without memory NULL, or
+ * the list with num_used unchanged. */
+KO_API ko_cvfns *ko_add_cvfns(ko_cvfns *list, const ko_cv_funcdef *fndef);
+/* Releases a descriptor. 0, for static ones too; -1 for NULL. */
+KO_API int ko_cv_unload(ko_cv_t cd);
+/* Most target bytes of one source byte, and a target size that is always enough (at most
+ * 0x7FFFFFFF). For NULL: 1.0 and the length itself. */
+KO_API double ko_iconv_expansion(ko_cv_t cd);
+KO_API int ko_cv_outbuflen(ko_cv_t cd, int inbuflen);
+
+/* Converts *inlen bytes at *inmbs, or with a NULL inlen up to and with the terminator, into at most
+ * *outlen bytes at *outmbs. *sub becomes 1 when a character was substituted. Returns 0; or -1 with
+ * KO_EILSEQ (no character, or unmapped), KO_EINVAL (cut off at the end), KO_E2BIG (the next
+ * character does not fit) or KO_ENULL. The pointers and counts always tell what was taken and
+ * written, up to the last whole character. Input and output must not overlap. */
+KO_API int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+                     int *outlen, int *sub);
+/* The same for a text in pieces. After KO_E2BIG the shift states may have moved: restore *st before
+ * a retry. A NULL st converts one whole text. With a NULL outmbs only lengths are counted. */
+KO_API int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                       ko_mchar_t **outmbs, int *outlen, int *sub);
+/* Lowers *outlen by the bytes that conversion would write, with the same errors; *inmbs, *inlen and
+ * *st move as in conversion. A NULL st counts stateless conversion. */
+KO_API int ko_mconvlen(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                       int *outlen, int *sub);
+
 #ifdef __cplusplus
 }
 #endif

@@ -68,6 +68,8 @@ void single_byte_exists(mb_decode *table);
 // 0, or -1 with the number in the table's err. A tree deeper than its stored longest character is
 // refused, so characters of a table read with max_len 2 are never longer than 2 bytes.
 int read_multi_ub2(text_in *in, mb_decode *table, int max_len);
+// The same with conversion entries: a byte of flags and length, then its bytes, in hex digits.
+int read_multi_entries(text_in *in, mb_decode *table, int max_len);
 
 // A table of 16-bit items and characters of one or two bytes, flattened for hot loops: no field is
 // ever NULL, missing arrays are pages of zero flags or of the default item. The arrays belong to

@@ -213,7 +213,7 @@ static bool read_items(text_in *in, const host_items &items, unsigned char *slot
 
 static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, unsigned count,
                        const mb_decode *) {
-    const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{4} * count;
+    const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{4} * int(count);
     for (unsigned i = 0; i < count; ++i) {
         unsigned value;
         if (in_memory) {
@@ -227,6 +227,33 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
         memcpy(slots + size_t{2} * i, &item, 2);
     }
     if (in_memory) in->pos += size_t{4} * count;
+    return true;
+}
+
+// Conversion entries: a byte of flags and length as two hexadecimal digits, then as many bytes as
+// its low three bits say. One longer than the table's items makes the table unreadable.
+struct entry_items {};
+
+static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
+                       const mb_decode *table) {
+    const unsigned most = static_cast<unsigned>(table->data_size) - 1;
+    const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{16} * int(count);
+    for (unsigned i = 0; i < count; ++i) {
+        unsigned char *slot = slots + (size_t{i} << table->log_data_size);
+        const unsigned head = in_memory ? hex_values[in->pos[0]] * 16u + hex_values[in->pos[1]]
+                                        : hex_field(in, 2);
+        const unsigned len = head & 7;
+        if (len > most) return false;
+        memset(slot, 0, static_cast<size_t>(table->data_size));
+        slot[0] = static_cast<unsigned char>(head);
+        for (unsigned k = 1; k <= len; ++k) {
+            const unsigned value =
+                in_memory ? hex_values[in->pos[2 * k]] * 16u + hex_values[in->pos[2 * k + 1]]
+                          : hex_field(in, 2);
+            slot[k] = static_cast<unsigned char>(value);
+        }
+        if (in_memory) in->pos += 2 + 2 * len;
+    }
     return true;
 }
 
@@ -449,4 +476,8 @@ int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader) 
 
 int read_multi_ub2(text_in *in, mb_decode *table, int max_len) {
     return read_table(in, table, max_len, ub2_items{});
+}
+
+int read_multi_entries(text_in *in, mb_decode *table, int max_len) {
+    return read_table(in, table, max_len, entry_items{});
 }

@@ -60,6 +60,18 @@ inline void in_ungetc(text_in *in, int byte) { // the byte just read; -1 is igno
     if (in->stream) return in_ungetc_stream(in, byte);
     --in->pos;
 }
+// An opened stream as text to read: its bytes in memory unless the host brings streams.
+struct text_image {
+    text_in in;
+    unsigned char *bytes;
+};
+// False without memory. The stream stays open; the image is closed before or after it.
+bool open_image(void *stream, text_image *image);
+void close_image(text_image *image);
+// The bytes of a stream of the standard library. What cannot be read is an empty file, which no
+// header survives; NULL without memory.
+unsigned char *read_stream_bytes(void *stream, size_t *size);
+
 // Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
 // its length, 0 at the end of the file.
 int in_gets(text_in *in, char *buf, int bound);

@@ -1,6 +1,8 @@
 // Token readers of the compiled text files. End of file ends every one of them.
 #include "kovautils.h"
 
+#include "kovaextsa.h"
+
 #include <string.h>
 
 int in_getc_stream(text_in *in) {
@@ -128,4 +130,30 @@ int get_str(text_in *in, char *buf, int bound) {
 ko_wchar_t read_ko_wchar(text_in *in) {
     skip_whitespace(in);
     return static_cast<ko_wchar_t>(get_hex(in, 8));
+}
+
+unsigned char *read_stream_bytes(void *stream, size_t *size) {
+    *size = 0;
+    unsigned char *bytes = std_read_all(static_cast<FILE *>(stream), size);
+    if (bytes || !ko_ext_ferror(stream)) return bytes;
+    return static_cast<unsigned char *>(ko_ext_malloc(1));
+}
+
+bool open_image(void *stream, text_image *image) {
+    *image = {};
+    if (stream_hooks_set()) {
+        image->in.stream = stream;
+        return true;
+    }
+    size_t size;
+    image->bytes = read_stream_bytes(stream, &size);
+    if (!image->bytes) return false;
+    image->in.pos = image->bytes;
+    image->in.end = image->bytes + size;
+    return true;
+}
+
+void close_image(text_image *image) {
+    free_ptr(image->bytes);
+    *image = {};
 }

@@ -1,0 +1,100 @@
+// Code-set conversion: the descriptor of one pair of code sets and its derived tables.
+#ifndef KOVACVLIB_H
+#define KOVACVLIB_H
+
+#include "kovamulti.h"
+
+// Bits of a conversion entry's first byte; the low three bits count its target bytes.
+constexpr unsigned cv_terminator = 0x08;
+constexpr unsigned cv_plain = 0x10; // no meaning of its own: makes a mapped entry's flags non-zero
+constexpr unsigned cv_substitute = 0x20;
+constexpr unsigned cv_shifted_target = 0x40;
+constexpr unsigned cv_source_shift = 0x80; // the source sequence is itself a shift
+constexpr unsigned cv_flags = 0xF8;
+constexpr unsigned cv_length = 0x07;
+constexpr int cv_max_target = 4;
+constexpr int cv_max_source = 4;
+constexpr int cv_endless = 0x7FFFFFFF; // the count of a text that a terminator ends
+
+struct iconv_rec;
+typedef int (*conv_fn)(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+                       int *outlen, int *sub);
+typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                        ko_mchar_t **outmbs, int *outlen, int *sub);
+
+// A conversion table flattened to rows of words. A word is an entry: its first byte lowest, then
+// the target bytes; 0 is what is no character or is unmapped. A prefix names the row of the next
+// byte: a full row of 256 words, or, where all that follows lies in 0x80..0xBF (the trail bytes of
+// UTF-8), a short one of 64.
+// Low byte of a prefix; the row's index / 64 stands above it.
+constexpr unsigned cv_full_row = 7;
+constexpr unsigned cv_short_row = 6;
+struct cv_flat {
+    uint32_t *words;   // targets of at most 3 bytes, else NULL
+    uint64_t *words64; // targets of 4 bytes, else NULL
+    bool ascii;        // 0x00..0x7F map to themselves, unshifted and exactly
+};
+
+// Byte-to-byte translation: maps n bytes; with stop tables ends before the first special byte.
+struct cv_bytes {
+    unsigned char map[256];
+    unsigned char special[256]; // 0xFF: unmapped, substituted or a terminator
+    bool has_special;
+    // Translates at most n bytes and returns how many it did before a special one.
+    size_t (*translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n);
+};
+
+struct iconv_rec {
+    iconv_exports exports;
+    int source_is_stateful;
+    int target_is_stateful;
+    int target_si_len;
+    int target_so_len;
+    int source_si_len;
+    int source_so_len;
+    int target_min_len;
+    int target_max_len;
+    int source_shift_min_len;
+    int source_shift_max_len;
+    int source_noshift_min_len;
+    int source_noshift_max_len;
+    int needs_error_checking;
+    float exp_ratio;
+    unsigned char target_si[4];
+    unsigned char target_so[4];
+    unsigned char source_si[4];
+    unsigned char source_so[4];
+    mb_decode *conv_noshift;
+    mb_decode *conv_shift;
+    ko_cvmfn_t mtom_fn;
+    conv_fn miconv_fp;
+    sconv_fn smiconv_fp;
+    // Derived when the descriptor is opened; NULL without memory (then the table walks serve).
+    cv_flat *flat_noshift;
+    cv_flat *flat_shift;
+    cv_bytes *bytes;
+};
+
+inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
+
+// The routines of kovacvlib_conv.cpp, as a descriptor's pointers name them.
+int mb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int sb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int sb_miconv_noerr(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+
+// Derived tables (kovacvlib_flat.cpp).
+cv_flat *build_cv_flat(const mb_decode *table);
+void free_cv_flat(cv_flat *flat);
+cv_bytes *build_cv_bytes(const mb_decode *table, bool checked);
+// The entry of a byte at the table's first level, flags not looked at; never NULL.
+inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
+    const multi_arr *root = table->root;
+    return root->data_arr ? root->data_arr + (size_t(byte) << table->log_data_size)
+                          : table->default_data;
+}
+
+#endif

@@ -1,0 +1,443 @@
+// The conversion engine: stateless, stateful and algorithmic conversion of a text or its pieces,
+// and the lengths they would write. What stands between two special characters (shifts, errors,
+// terminators, ends of input or room) is converted as a run from the flat tables; the rest one
+// character at a time by the rules.
+#include "kovacvlib.h"
+
+#include <bit>
+#include <string.h>
+
+namespace {
+
+struct cursor {
+    const ko_mchar_t *in;
+    int left;
+    ko_mchar_t *out; // NULL: count only
+    int room;
+    int sub;
+    bool endless;            // a terminator ends the text
+    const ko_mchar_t *known; // endless: the next zero byte at or behind in, once looked for
+
+    void advance(int taken, const unsigned char *bytes, int len) {
+        put(bytes, len);
+        in += taken;
+        left -= taken;
+    }
+    void put(const unsigned char *bytes, int len) {
+        if (out) {
+            for (int i = 0; i < len; ++i)
+                out[i] = bytes[i];
+            out += len;
+        }
+        room -= len;
+    }
+    // Bytes that may be read: all that is left, or up to the next zero byte.
+    int readable() {
+        if (!endless) return left;
+        if (!known || known < in) known = in + strlen(reinterpret_cast<const char *>(in));
+        const ptrdiff_t n = known - in + 1;
+        return n < left ? int(n) : left;
+    }
+};
+
+// Reads the caller's pointers and counts into a cursor and writes them back at the end.
+struct call_cursor : cursor {
+    const ko_mchar_t **inmbs;
+    int *inlen;
+    ko_mchar_t **outmbs;
+    int *outlen;
+    int *subp;
+    call_cursor(const ko_mchar_t **i, int *il, ko_mchar_t **o, int *ol, int *s)
+        : cursor{*i, il ? *il : cv_endless, o ? *o : nullptr, *ol, 0, !il, nullptr}, inmbs(i),
+          inlen(il), outmbs(o), outlen(ol), subp(s) {
+        if (left < 0) left = 0;
+    }
+    call_cursor(const call_cursor &) = delete;
+    call_cursor &operator=(const call_cursor &) = delete;
+    ~call_cursor() {
+        *inmbs = in;
+        if (inlen) *inlen = left;
+        if (outmbs) *outmbs = out;
+        *outlen = room;
+        *subp = sub;
+    }
+};
+
+struct run_rule { // which entries a run takes: flags under the mask must be the wanted ones
+    unsigned mask;
+    unsigned want;
+};
+
+constexpr uint64_t high_bits = 0x8080808080808080u;
+
+template <class W> void store_word(ko_mchar_t *out, W bytes) {
+    if constexpr (std::endian::native == std::endian::little) {
+        memcpy(out, &bytes, sizeof bytes);
+    } else {
+        for (unsigned i = 0; i + 1 < sizeof bytes; ++i)
+            out[i] = ko_mchar_t(bytes >> (8 * i));
+    }
+}
+
+template <class W> bool is_prefix(W word) { return (word & 0xFE) == cv_short_row; }
+
+template <class W> W next_word(const W *words, W prefix, unsigned byte) {
+    const W *row = words + (prefix >> 8) * 64;
+    if (prefix & 1) return row[byte];
+    return (byte & 0xC0) == 0x80 ? row[byte & 0x3F] : 0;
+}
+
+// Copies bytes below 0x80, eight at a time, and returns how many.
+template <bool Write>
+size_t ascii_run(const ko_mchar_t *in, const ko_mchar_t *stop, ko_mchar_t *out, size_t room) {
+    const size_t most = size_t(stop - in) < room ? size_t(stop - in) : room;
+    size_t n = 0;
+    for (; n + 16 <= most; n += 16) {
+        uint64_t a, b;
+        memcpy(&a, in + n, 8);
+        memcpy(&b, in + n + 8, 8);
+        if ((a | b) & high_bits) break;
+        if constexpr (Write) {
+            memcpy(out + n, &a, 8);
+            memcpy(out + n + 8, &b, 8);
+        }
+    }
+    if (n + 8 <= most) {
+        uint64_t a;
+        memcpy(&a, in + n, 8);
+        if (!(a & high_bits)) {
+            if constexpr (Write) memcpy(out + n, &a, 8);
+            n += 8;
+        }
+    }
+    return n;
+}
+
+// Converts characters as long as they are ordinary, at least one byte more than the longest
+// character is readable, and a whole word fits the room.
+template <class W, bool Write>
+void mb_run(const W *words, bool ascii, run_rule rule, cursor *c, int readable) {
+    const ko_mchar_t *p = c->in, *const stop = p + readable - cv_max_source;
+    ko_mchar_t *const out = c->out;
+    const size_t limit = size_t(c->room) - sizeof(W);
+    size_t made = 0;
+    W seen = 0;
+    while (p < stop && made <= limit) {
+        W e = words[*p];
+        int n = 1;
+        while (is_prefix(e) && n < cv_max_source)
+            e = next_word(words, e, p[n++]);
+        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
+        seen |= e;
+        if constexpr (Write) store_word(out + made, W(e >> 8));
+        made += e & cv_length;
+        p += n;
+        if (n == 1 && ascii && p < stop && made <= limit) {
+            const size_t k = ascii_run<Write>(p, stop, Write ? out + made : nullptr, limit - made);
+            p += k;
+            made += k;
+        }
+    }
+    if (seen & cv_substitute) c->sub = 1;
+    c->left -= int(p - c->in);
+    c->in = p;
+    if (Write) c->out += made;
+    c->room -= int(made);
+}
+
+template <class W, bool Write>
+void pair_run(const W *words, unsigned char shift_out, run_rule rule, cursor *c, int readable) {
+    const ko_mchar_t *p = c->in, *const stop = p + readable - 1;
+    ko_mchar_t *const out = c->out;
+    const size_t limit = size_t(c->room) - sizeof(W);
+    size_t made = 0;
+    W seen = 0;
+    for (; p < stop && made <= limit; p += 2) {
+        const W lead = words[*p];
+        if (!is_prefix(lead) || *p == shift_out) break;
+        const W e = next_word(words, lead, p[1]);
+        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
+        seen |= e;
+        if constexpr (Write) store_word(out + made, W(e >> 8));
+        made += e & cv_length;
+    }
+    if (seen & cv_substitute) c->sub = 1;
+    c->left -= int(p - c->in);
+    c->in = p;
+    if (Write) c->out += made;
+    c->room -= int(made);
+}
+
+// Hands a run to the form that fits the words and whether output is wanted.
+void run(const cv_flat *flat, run_rule rule, cursor *c) {
+    const int readable = c->readable();
+    if (!flat || readable <= cv_max_source || c->room < 8) return;
+    const bool ascii = flat->ascii && !(rule.want & rule.mask);
+    if (flat->words)
+        c->out ? mb_run<uint32_t, true>(flat->words, ascii, rule, c, readable)
+               : mb_run<uint32_t, false>(flat->words, ascii, rule, c, readable);
+    else
+        c->out ? mb_run<uint64_t, true>(flat->words64, ascii, rule, c, readable)
+               : mb_run<uint64_t, false>(flat->words64, ascii, rule, c, readable);
+}
+
+void run_pairs(const cv_flat *flat, unsigned char shift_out, run_rule rule, cursor *c) {
+    const int readable = c->readable();
+    if (!flat || readable < 2 || c->room < 8) return;
+    if (flat->words)
+        c->out ? pair_run<uint32_t, true>(flat->words, shift_out, rule, c, readable)
+               : pair_run<uint32_t, false>(flat->words, shift_out, rule, c, readable);
+    else
+        c->out ? pair_run<uint64_t, true>(flat->words64, shift_out, rule, c, readable)
+               : pair_run<uint64_t, false>(flat->words64, shift_out, rule, c, readable);
+}
+
+int failed(iconv_rec *cv, int error, const char *text) {
+    if (text) ko_message(text);
+    return fail(&cv->exports.exp, error, -1);
+}
+
+struct shift_text { // bytes around a character
+    const unsigned char *bytes;
+    int len;
+};
+
+// Stateless (without st) and general stateful conversion.
+int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
+    const bool shifts = st && cv->source_is_stateful;
+    while (c->left > 0) {
+        const bool shifted = shifts && st->source_state == 1 && cv->conv_shift;
+        mb_decode *table = shifted ? cv->conv_shift : cv->conv_noshift;
+        if (!st || st->target_state == 0 || st->target_state == 1) {
+            run_rule rule = {c->endless ? cv_terminator : 0, 0};
+            if (shifts) rule.mask |= cv_source_shift;
+            if (st) {
+                rule.mask |= cv_shifted_target;
+                rule.want = st->target_state ? cv_shifted_target : 0;
+            }
+            run(shifted ? cv->flat_shift : cv->flat_noshift, rule, c);
+        }
+        int taken;
+        const unsigned char *e = static_cast<const unsigned char *>(
+            retrieve_text_multi_limit(c->in, table, c->left, &taken, &cv->exports.exp));
+        if (!e) {
+            if (log) ko_message("Error in Translation.");
+            return -1;
+        }
+        const unsigned flags = e[0] & cv_flags;
+        const int len = static_cast<int>(e[0] & cv_length);
+        if (!flags)
+            return failed(cv, KO_EILSEQ, log ? "Error in Translation (KO_EILSEQ)" : nullptr);
+        if (flags & cv_substitute) c->sub = 1;
+        shift_text before = {}, after = {};
+        if (st) {
+            if ((flags & cv_source_shift) && shifts) st->source_state = !st->source_state;
+            if (int(flags & cv_shifted_target ? 1 : 0) != st->target_state) {
+                st->target_state = !st->target_state;
+                before = st->target_state ? shift_text{cv->target_si, cv->target_si_len}
+                                          : shift_text{cv->target_so, cv->target_so_len};
+            }
+            const bool last = taken == c->left || (c->endless && (flags & cv_terminator));
+            if (st->last_frag && st->target_state == 1 && last)
+                after = {cv->target_so, cv->target_so_len};
+        }
+        if (before.len + len + after.len > c->room)
+            return failed(cv, KO_E2BIG, log ? "Error in Translation (KO_E2BIG)" : nullptr);
+        c->put(before.bytes, before.len);
+        c->advance(taken, e + 1, len);
+        c->put(after.bytes, after.len);
+        if (c->endless && (flags & cv_terminator)) break;
+    }
+    return 0;
+}
+
+// Single bytes and byte pairs switched by one-byte shifts, into a stateless target.
+int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
+    static const unsigned char shift_entry[2] = {cv_source_shift, 0};
+    if (st->first_frag) st->source_state = 0;
+    while (c->left > 0) {
+        const run_rule rule = {cv_source_shift | (c->endless ? cv_terminator : 0), 0};
+        const bool shifted = st->source_state == 1;
+        if (shifted)
+            run_pairs(cv->flat_shift, cv->source_so[0], rule, c);
+        else
+            run(cv->flat_noshift, rule, c);
+        if (c->left <= 0) break;
+        const unsigned char *e;
+        int taken = 1;
+        if (!shifted) {
+            e = cv_direct(cv->conv_noshift, *c->in);
+        } else if (*c->in == cv->source_so[0]) {
+            e = shift_entry;
+        } else {
+            // The two-byte look-up reads no flag, so the lead is tested here.
+            taken = 2;
+            if (c->left < 2 || (c->endless && !*c->in)) return failed(cv, KO_EINVAL, nullptr);
+            const multi_arr *root = cv->conv_shift->root;
+            if (!root->flag_arr || root->flag_arr[*c->in] != mb_prefix)
+                return failed(cv, KO_EILSEQ, nullptr);
+            e = static_cast<const unsigned char *>(
+                retrieve_text_doub_limit(c->in, cv->conv_shift, c->left, &cv->exports.exp));
+            if (!e) return -1;
+        }
+        const unsigned flags = e[0] & cv_flags;
+        const int len = static_cast<int>(e[0] & cv_length);
+        if (!flags) return failed(cv, KO_EILSEQ, nullptr);
+        if (flags & cv_substitute) c->sub = 1;
+        if (flags & cv_source_shift) st->source_state = !st->source_state;
+        if (len > c->room) return failed(cv, KO_E2BIG, nullptr);
+        c->advance(taken, e + 1, len);
+        if (c->endless && (flags & cv_terminator)) break;
+    }
+    return 0;
+}
+
+int sb_convert(iconv_rec *cv, cursor *c) {
+    while (c->left > 0) {
+        if (cv->bytes) {
+            // A terminator that ends the text is left to the rules below.
+            int n = c->endless ? c->readable() - 1 : c->left;
+            if (n > c->room) n = c->room;
+            if (n > 0) {
+                const int done = int(cv->bytes->translate(cv->bytes, c->out, c->in, size_t(n)));
+                c->in += done;
+                c->left -= done;
+                c->out += done;
+                c->room -= done;
+                if (c->left <= 0) break;
+            }
+        }
+        const unsigned char *e = cv_direct(cv->conv_noshift, *c->in);
+        if (!(e[0] & cv_flags)) return failed(cv, KO_EILSEQ, nullptr);
+        if (e[0] & cv_substitute) c->sub = 1;
+        if (c->room < 1) return failed(cv, KO_E2BIG, nullptr);
+        c->advance(1, e + 1, 1);
+        if (c->endless && (e[0] & cv_terminator)) break;
+    }
+    return 0;
+}
+
+int alg_convert(iconv_rec *cv, conv_state *st, cursor *c) {
+    if (st->first_frag) st->ext_state = nullptr;
+    for (;;) {
+        conv_res res = {};
+        cv->mtom_fn(c->in, unsigned(c->left), st, &res);
+        if (res.flags & 0x02) return -1;
+        if (res.src_len < 0 || res.src_len > c->left || res.dst_len < 0 ||
+            res.dst_len > int(sizeof res.dst_buf))
+            return failed(cv, KO_ERANGE, nullptr);
+        if (res.flags & 0x04) c->sub = 1;
+        if (res.dst_len > c->room) return failed(cv, KO_E2BIG, nullptr);
+        c->advance(res.src_len, res.dst_buf, res.dst_len);
+        if (c->endless && (res.flags & 0x01)) return 0;
+        if (res.flags & 0x08) return 0;
+        if (!res.src_len && !res.dst_len) return failed(cv, KO_EILSEQ, nullptr);
+    }
+}
+
+void start_states(conv_state *st) {
+    if (st->first_frag) st->source_state = st->target_state = 0;
+}
+
+bool stateful(const iconv_rec *cv) { return cv->source_is_stateful || cv->target_is_stateful; }
+
+conv_state whole_text() { return {.first_frag = 1, .last_frag = 1}; }
+
+// The arguments that every call shares; a NULL one is error 2.
+bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
+    if (sub) *sub = 0;
+    if (!cv) return false;
+    if (inmbs && *inmbs && outlen && sub) return cv->miconv_fp != nullptr;
+    set_error(&cv->exports.exp, KO_ENULL);
+    return false;
+}
+
+} // namespace
+
+int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
+              int *sub) {
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    return mb_convert(cv, nullptr, &c, true);
+}
+
+int sb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
+              int *sub) {
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    return sb_convert(cv, &c);
+}
+
+int sb_miconv_noerr(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+                    int *outlen, int *sub) {
+    if (!inlen) return sb_miconv(cv, inmbs, inlen, outmbs, outlen, sub);
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    const int n = c.left < c.room ? c.left : c.room > 0 ? c.room : 0;
+    if (cv->bytes) {
+        cv->bytes->translate(cv->bytes, c.out, c.in, size_t(n));
+    } else {
+        for (int i = 0; i < n; ++i)
+            c.out[i] = cv_direct(cv->conv_noshift, c.in[i])[1];
+    }
+    c.in += n;
+    c.left -= n;
+    c.out += n;
+    c.room -= n;
+    return c.left ? failed(cv, KO_E2BIG, nullptr) : 0;
+}
+
+int alg_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                ko_mchar_t **outmbs, int *outlen, int *sub) {
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    return alg_convert(cv, st, &c);
+}
+
+int alg_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+               int *outlen, int *sub) {
+    conv_state st = whole_text();
+    return alg_smiconv(cv, &st, inmbs, inlen, outmbs, outlen, sub);
+}
+
+int mb_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+               ko_mchar_t **outmbs, int *outlen, int *sub) {
+    if (!stateful(cv)) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    start_states(st);
+    return mb_convert(cv, st, &c, false);
+}
+
+int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+               ko_mchar_t **outmbs, int *outlen, int *sub) {
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    return db_convert(cv, st, &c);
+}
+
+int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
+              int *sub) {
+    iconv_rec *cv = descriptor(cd);
+    if (!usable(cv, inmbs, outlen, sub)) return -1;
+    if (!outmbs || !*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
+    return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
+}
+
+int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                ko_mchar_t **outmbs, int *outlen, int *sub) {
+    iconv_rec *cv = descriptor(cd);
+    if (!usable(cv, inmbs, outlen, sub)) return -1;
+    conv_state whole = whole_text();
+    if (!st && (stateful(cv) || cv->mtom_fn)) st = &whole;
+    if (!outmbs) return ko_mconvlen(cd, st, inmbs, inlen, outlen, sub);
+    if (!*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
+    return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
+}
+
+int ko_mconvlen(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen, int *outlen,
+                int *sub) {
+    iconv_rec *cv = descriptor(cd);
+    if (!usable(cv, inmbs, outlen, sub)) return -1;
+    call_cursor c(inmbs, inlen, nullptr, outlen, sub);
+    conv_state whole = whole_text();
+    if (cv->mtom_fn) return alg_convert(cv, st ? st : &whole, &c);
+    if (!st || !stateful(cv)) return mb_convert(cv, nullptr, &c, false);
+    if (cv->smiconv_fp == db_smiconv) return db_convert(cv, st, &c);
+    start_states(st);
+    return mb_convert(cv, st, &c, false);
+}

@@ -1,0 +1,226 @@
+// Derived tables of a conversion: rows of words for every table, and one byte-to-byte translation
+// for single-byte pairs, done by the widest vectors the processor has.
+#include "kovacvlib.h"
+
+#include <string.h>
+
+#if defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
+#define KOVA_X86_VECTORS 1
+#include <immintrin.h>
+#endif
+
+namespace {
+
+bool short_node(const multi_arr *node) {
+    if (!node->flag_arr) return false;
+    for (int b = 0; b < 256; ++b)
+        if (node->flag_arr[b] && (b < 0x80 || b > 0xBF)) return false;
+    return true;
+}
+
+const multi_arr *child(const multi_arr *node, int b) {
+    return node->next_arr && node->offset_arr ? node->next_arr[node->offset_arr[b]] : nullptr;
+}
+
+// Words that the rows of a node and its descendants take; 0 for a tree that is too deep.
+size_t count_words(const multi_arr *node, unsigned depth) {
+    if (depth > multi_max_depth) return 0;
+    size_t sum = depth > 1 && short_node(node) ? 64u : 256u;
+    for (int b = 0; node->flag_arr && b < 256; ++b) {
+        if (node->flag_arr[b] != mb_prefix) continue;
+        const multi_arr *next = child(node, b);
+        if (!next) continue;
+        const size_t below = count_words(next, depth + 1);
+        if (!below) return 0;
+        sum += below;
+    }
+    return sum;
+}
+
+template <class W> struct row_writer {
+    const mb_decode *table;
+    W *words;
+    size_t used;
+    struct row {
+        size_t index;
+        bool is_short;
+    };
+
+    W entry_word(const multi_arr *node, int b) const {
+        const unsigned char *e = node->data_arr
+                                     ? node->data_arr + (size_t(b) << table->log_data_size)
+                                     : table->default_data;
+        if (!(e[0] & cv_flags)) return 0;
+        const int len = static_cast<int>(e[0] & cv_length);
+        W word = e[0];
+        for (int i = 0; i < len && i + 1 < table->data_size; ++i)
+            word |= W(e[1 + i]) << (8 * i + 8);
+        return word;
+    }
+    row write(const multi_arr *node, unsigned depth) {
+        const row r = {used, depth > 1 && short_node(node)};
+        const int first = r.is_short ? 0x80 : 0, count = r.is_short ? 64 : 256;
+        used += size_t(count);
+        W *to = words + r.index;
+        for (int i = 0; i < count; ++i) {
+            const int b = first + i;
+            const unsigned char flag = node->flag_arr ? node->flag_arr[b] : 0;
+            to[i] = 0;
+            if (flag == mb_final) to[i] = entry_word(node, b);
+            if (flag != mb_prefix) continue;
+            const multi_arr *next = child(node, b);
+            if (!next) continue;
+            const row below = write(next, depth + 1);
+            to[i] = W(below.index / 64) << 8 | W(below.is_short ? cv_short_row : cv_full_row);
+        }
+        return r;
+    }
+};
+
+template <class W> W *build_words(const mb_decode *table, size_t count) {
+    ext_block<W> words(count);
+    if (!words.p) return nullptr;
+    row_writer<W> writer = {table, words.p, 0};
+    writer.write(table->root, 1);
+    return words.release();
+}
+
+template <class W> bool maps_ascii(const W *words) {
+    for (unsigned b = 0; b < 0x80; ++b) {
+        const unsigned flags = unsigned(words[b]) & cv_flags;
+        if ((flags & ~(cv_plain | (b ? 0 : cv_terminator))) || !flags) return false;
+        if ((words[b] & cv_length) != 1 || ((words[b] >> 8) & 0xFF) != b) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+cv_flat *build_cv_flat(const mb_decode *table) {
+    const size_t count = count_words(table->root, 1);
+    if (!count || count / 64 >= (1u << 24)) return nullptr;
+    ext_block<cv_flat> flat(1);
+    if (!flat.p) return nullptr;
+    *flat.p = {};
+    if (table->data_size <= 4) {
+        flat.p->words = build_words<uint32_t>(table, count);
+        if (!flat.p->words) return nullptr;
+        flat.p->ascii = maps_ascii(flat.p->words);
+    } else {
+        flat.p->words64 = build_words<uint64_t>(table, count);
+        if (!flat.p->words64) return nullptr;
+        flat.p->ascii = maps_ascii(flat.p->words64);
+    }
+    return flat.release();
+}
+
+void free_cv_flat(cv_flat *flat) {
+    if (!flat) return;
+    free_ptr(flat->words);
+    free_ptr(flat->words64);
+    ko_ext_free(flat);
+}
+
+// Byte translation. Every variant gives the same bytes and stops at the same place.
+static size_t translate_plain(const cv_bytes *b, unsigned char *out, const unsigned char *in,
+                              size_t n) {
+    if (!b->has_special) {
+        for (size_t i = 0; i < n; ++i)
+            out[i] = b->map[in[i]];
+        return n;
+    }
+    size_t i = 0;
+    while (i < n && !b->special[in[i]]) {
+        out[i] = b->map[in[i]];
+        ++i;
+    }
+    return i;
+}
+
+#ifdef KOVA_X86_VECTORS
+struct rows512 {
+    __m512i r0, r1, r2, r3;
+};
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static inline rows512
+load_rows(const unsigned char *t) {
+    return {_mm512_loadu_si512(t), _mm512_loadu_si512(t + 64), _mm512_loadu_si512(t + 128),
+            _mm512_loadu_si512(t + 192)};
+}
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static inline __m512i
+look_up(const rows512 &t, __m512i x) {
+    const __m512i low = _mm512_permutex2var_epi8(t.r0, x, t.r1);
+    const __m512i high = _mm512_permutex2var_epi8(t.r2, x, t.r3);
+    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
+}
+__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static size_t
+translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n) {
+    const rows512 map = load_rows(b->map);
+    const rows512 special = load_rows(b->special);
+    size_t i = 0;
+    while (i < n) {
+        const __mmask64 take = n - i >= 64 ? ~__mmask64(0) : ~__mmask64(0) >> (64 - (n - i));
+        const __m512i x = _mm512_maskz_loadu_epi8(take, in + i);
+        if (b->has_special) {
+            const __mmask64 stop = _mm512_movepi8_mask(look_up(special, x)) & take;
+            if (stop) {
+                const unsigned before = unsigned(__builtin_ctzll(stop));
+                _mm512_mask_storeu_epi8(out + i, (__mmask64(1) << before) - 1, look_up(map, x));
+                return i + before;
+            }
+        }
+        _mm512_mask_storeu_epi8(out + i, take, look_up(map, x));
+        i += 64;
+    }
+    return n;
+}
+
+// Sixteen rows of sixteen bytes: each row is looked up where the high nibble selects it.
+__attribute__((target("avx2"))) static inline __m256i look_up16(const unsigned char *t, __m256i x) {
+    const __m256i nibble = _mm256_set1_epi8(0x0F);
+    const __m256i high = _mm256_and_si256(_mm256_srli_epi16(x, 4), nibble);
+    const __m256i low = _mm256_and_si256(x, nibble);
+    __m256i r = _mm256_setzero_si256();
+    for (int i = 0; i < 16; ++i) {
+        const __m256i row = _mm256_broadcastsi128_si256(
+            _mm_loadu_si128(reinterpret_cast<const __m128i *>(t + 16 * i)));
+        const __m256i here = _mm256_cmpeq_epi8(high, _mm256_set1_epi8(char(i)));
+        r = _mm256_or_si256(r, _mm256_and_si256(here, _mm256_shuffle_epi8(row, low)));
+    }
+    return r;
+}
+__attribute__((target("avx2"))) static size_t translate_avx2(const cv_bytes *b, unsigned char *out,
+                                                             const unsigned char *in, size_t n) {
+    size_t i = 0;
+    for (; n - i >= 32; i += 32) {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(in + i));
+        if (b->has_special && _mm256_movemask_epi8(look_up16(b->special, x))) break;
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), look_up16(b->map, x));
+    }
+    return i + translate_plain(b, out + i, in + i, n - i);
+}
+#endif
+
+cv_bytes *build_cv_bytes(const mb_decode *table, bool checked) {
+    ext_block<cv_bytes> b(1);
+    if (!b.p) return nullptr;
+    b.p->has_special = false;
+    for (unsigned i = 0; i < 256; ++i) {
+        const unsigned char *e = cv_direct(table, i);
+        b.p->map[i] = e[1];
+        const bool plain = (e[0] & cv_flags) && !(e[0] & (cv_substitute | cv_terminator));
+        // Without a terminator mode a terminator is a byte like any other; NUL alone is let pass
+        // here, and the checked routine looks for it first when it must stop there.
+        const bool nul = !i && (e[0] & cv_flags) && !(e[0] & cv_substitute);
+        b.p->special[i] = checked && !plain && !nul ? 0xFF : 0;
+        if (b.p->special[i]) b.p->has_special = true;
+    }
+    b.p->translate = translate_plain;
+#ifdef KOVA_X86_VECTORS
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw"))
+        b.p->translate = translate_vbmi;
+    else if (__builtin_cpu_supports("avx2"))
+        b.p->translate = translate_avx2;
+#endif
+    return b.release();
+}

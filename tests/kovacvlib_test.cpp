@@ -1,0 +1,520 @@
+// Conversion: objects and descriptors, the routines and what they take and write, texts in pieces,
+// registered converters, and damaged objects.
+#include "conversion_builder.h"
+
+#include "kovaextsa.h"
+
+#include <random>
+
+namespace {
+
+const unsigned plain = cv_plain;
+
+std::string byte(unsigned b) { return std::string(1, static_cast<char>(b)); }
+
+// Bytes 0x20..0x7F swap case; 0x80 is a substitute, 0x81 unmapped.
+cv_object bytes_object(int checks) {
+    cv_object o;
+    o.checks = checks;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    for (unsigned b = 1; b < (checks ? 0x80u : 0x100u); ++b)
+        o.noshift.push_back({byte(b), plain, byte(b ^ 0x20)});
+    if (checks) o.noshift.push_back({"\x80", plain | cv_substitute, "?"});
+    return o;
+}
+
+// ASCII, and leads 0x81..0x83 with trails 0x40..0x4F; targets of 1 to target_max bytes.
+cv_object double_object(int target_max) {
+    cv_object o;
+    o.target_max = target_max;
+    o.max = 2;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    for (unsigned b = 1; b < 0x80; ++b)
+        o.noshift.push_back({byte(b), plain, byte(b)});
+    for (unsigned lead = 0x81; lead < 0x84; ++lead)
+        for (unsigned trail = 0x40; trail < 0x50; ++trail) {
+            const auto len = static_cast<size_t>(1 + trail % static_cast<unsigned>(target_max));
+            const unsigned flags = trail == 0x4F ? plain | cv_substitute : plain;
+            o.noshift.push_back({byte(lead) + byte(trail), flags,
+                                 std::string(len, static_cast<char>(lead + trail))});
+        }
+    return o;
+}
+
+// A host code set with one-byte shifts 0x0E and 0x0F into a stateless target of 1 to 3 bytes.
+cv_object host_object() {
+    cv_object o;
+    o.source_stateful = 1;
+    o.shifts = "0010e10f";
+    o.target_max = 3;
+    o.shift_min = o.shift_max = 2;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    o.noshift.push_back({"\x0e", cv_source_shift, ""});
+    for (unsigned b = 0x40; b < 0x60; ++b)
+        o.noshift.push_back({byte(b), plain, byte(b + 0x10)});
+    for (unsigned lead = 0x41; lead < 0x44; ++lead)
+        for (unsigned trail = 0x41; trail < 0x60; ++trail)
+            o.shift.push_back({byte(lead) + byte(trail), plain,
+                               std::string(1 + trail % 3, static_cast<char>(lead))});
+    return o;
+}
+
+// A stateless source of one and two bytes into a stateful target: two-byte targets are shifted.
+cv_object to_host_object() {
+    cv_object o = double_object(2);
+    o.target_stateful = 1;
+    o.shifts = "10e10f00";
+    o.ratio = "4";
+    for (cv_entry &e : o.noshift)
+        if (e.source.size() == 2) e.flags |= cv_shifted_target, e.target = "AB";
+    return o;
+}
+
+// The general case: three-byte shift sequences on both sides.
+cv_object both_stateful() {
+    cv_object o = to_host_object();
+    std::erase_if(o.noshift, [](const cv_entry &e) { return e.source == "\x1b"; });
+    o.source_stateful = 1;
+    o.shifts = "31b244230e0e0f31b244231b2842";
+    o.shift_min = 2, o.shift_max = 3;
+    o.noshift.push_back({"\x1b$B", cv_source_shift, ""});
+    for (unsigned lead = 0x21; lead < 0x24; ++lead)
+        for (unsigned trail = 0x21; trail < 0x30; ++trail)
+            o.shift.push_back({byte(lead) + byte(trail), plain | cv_shifted_target, "XY"});
+    o.shift.push_back({"\x1b(B", cv_source_shift, ""});
+    return o;
+}
+
+} // namespace
+
+TEST(Conversion, TakesAndWritesUpToTheLastWholeCharacter) {
+    const cv_record single(bytes_object(1).str()), pairs(double_object(3).str());
+    ASSERT_EQ(single.result, 0);
+    ASSERT_EQ(pairs.result, 0);
+    using namespace std::string_view_literals;
+    static const struct {
+        const char *claim;
+        const cv_record &cv;
+        std::string_view in;
+        int room, len, result;
+        std::string_view out;
+        int taken, sub, error;
+    } rows[] = {
+        {"plain",                     single, "ab",               9, -2, 0,  "AB",           2, 0, 0        },
+        {"nothing",                   single, "",                 9, -2, 0,  "",             0, 0, 0        },
+        {"substituted",               single, "a\x80z",           9, -2, 0,  "A?Z",          3, 1, 0        },
+        {"unmapped",                  single, "ab\x81z",          9, -2, -1, "AB",           2, 0, KO_EILSEQ},
+        {"unmapped at a full buffer", single, "ab\x81z",          2, -2, -1, "AB",           2, 0, KO_EILSEQ},
+        {"full",                      single, "abc",              2, -2, -1, "AB",           2, 0, KO_E2BIG },
+        {"substitute does not fit",   single, "a\x80",            1, -2, -1, "A",            1, 1, KO_E2BIG },
+        {"terminated",                single, "ab\0cd"sv,         9, -1, 0,  "AB\0"sv,       3, 0, 0        },
+        {"counted over a null",       single, "a\0b"sv,           9, -2, 0,  "A\0B"sv,       3, 0, 0        },
+        {"pair",                      pairs,  "a\x81\x42z",       9, -2, 0,  "a\xc3z",       4, 0, 0        },
+        {"cut pair",                  pairs,  "a\x81",            9, -2, -1, "a",            1, 0, KO_EINVAL},
+        {"bad trail",                 pairs,  "a\x81\x30",        9, -2, -1, "a",            1, 0, KO_EILSEQ},
+        {"bad lead",                  pairs,  "\xff",             9, -2, -1, "",             0, 0, KO_EILSEQ},
+        {"pair does not fit",         pairs,  "\x81\x41",         1, -2, -1, "",             0, 0, KO_E2BIG },
+        {"pair just fits",            pairs,  "\x81\x41",         3, -2, 0,  "\xc2\xc2\xc2", 2, 0, 0        },
+        {"terminated pairs",          pairs,  "\x82\x4f\0\x81"sv, 9, -1, 0,  "\xd1\xd1\0"sv, 3, 1, 0        },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.claim);
+        EXPECT_EQ(convert(r.cv, std::string(r.in), r.room, nullptr, r.len),
+                  (cv_outcome{r.result, std::string(r.out), r.taken, r.sub, r.error}));
+    }
+    const cv_record free_of_checks(bytes_object(0).str());
+    ASSERT_NE(free_of_checks.rec()->exports.sb2sb_table, nullptr);
+    EXPECT_EQ(free_of_checks.rec()->exports.sb2sb_table[0xC1], 0xE1);
+    EXPECT_EQ(convert(free_of_checks, "a\xc1\x80", 2), (cv_outcome{-1, "A\xe1", 2, 0, KO_E2BIG}));
+}
+
+// What derived tables do must be what the rules say, whatever the text, its length and the room.
+TEST(Conversion, RunsAgreeWithTheRules) {
+    std::mt19937 random(20261121);
+    const cv_object objects[] = {bytes_object(1),  bytes_object(0),  double_object(1),
+                                 double_object(2), double_object(3), double_object(4),
+                                 to_host_object(), host_object(),    both_stateful()};
+    for (const cv_object &o : objects) {
+        const std::string object = o.str();
+        const cv_record fast(object), slow(object);
+        ASSERT_EQ(fast.result, 0);
+        slow.forget_derived();
+        const bool stateful = o.source_stateful || o.target_stateful;
+        for (int round = 0; round < 3000; ++round) {
+            std::string in;
+            const size_t chars = random() % 40;
+            const auto &set = round % 2 && !o.shift.empty() ? o.shift : o.noshift;
+            bool shifted = &set == &o.shift;
+            for (size_t i = 0; i < chars; ++i) {
+                const auto &from = shifted ? o.shift : o.noshift;
+                const cv_entry &e = from[random() % from.size()];
+                in += e.source;
+                if (o.source_stateful && e.flags & cv_source_shift) shifted = !shifted;
+                if (o.source_stateful && shifted && o.shifts == "0010e10f" && !(random() % 8))
+                    in += '\x0f', shifted = false;
+                if (!(random() % 30)) in += static_cast<char>(random());
+            }
+            const int room = static_cast<int>(random() % (4 * chars + 2));
+            const int start = round % 2 && o.source_stateful;
+            conv_state a = {!start, static_cast<int>(random() % 2), start, 0, nullptr}, b = a,
+                       c = a;
+            const int len = round % 5 ? -2 : -1;
+            const auto f = convert(fast, in, room, stateful ? &a : nullptr, len);
+            ASSERT_EQ(f, convert(slow, in, room, stateful ? &b : nullptr, len))
+                << testing::PrintToString(in) << " room " << room;
+            ASSERT_EQ(a.source_state, b.source_state);
+            ASSERT_EQ(a.target_state, b.target_state);
+            // The computed length is the written one.
+            const ko_mchar_t *p = mb(in.c_str());
+            int left = static_cast<int>(in.size()), space = room, sub = 0;
+            const bool measured = len == -2 && (o.checks || stateful);
+            if (!measured) continue;
+            const int result =
+                ko_mconvlen(fast.cd, stateful ? &c : nullptr, &p, &left, &space, &sub);
+            ASSERT_EQ(result, f.result);
+            ASSERT_EQ(room - space, static_cast<int>(f.out.size()));
+            ASSERT_EQ(c.target_state, a.target_state);
+        }
+    }
+}
+
+// Converts a text split in two, as a caller with a small buffer does: when the room is short it
+// restores the state and repeats the call with more; a cut character is joined to the next piece.
+static std::string in_two_pieces(const cv_record &cv, const std::string &in, size_t split,
+                                 int room) {
+    conv_state st = {1, 0, 0, 0, nullptr};
+    std::string out, pending;
+    for (const bool last : {false, true}) {
+        pending += last ? in.substr(split) : in.substr(0, split);
+        st.last_frag = last;
+        const conv_state before = st;
+        cv_outcome o = convert(cv, pending, room, &st);
+        for (int more = room; o.error == KO_E2BIG && more < 200; more += 7) {
+            st = before;
+            o = convert(cv, pending, more, &st);
+        }
+        EXPECT_TRUE(!o.result || (o.error == KO_EINVAL && !last));
+        out += o.out;
+        pending.erase(0, static_cast<size_t>(o.taken));
+        st.first_frag = 0;
+    }
+    EXPECT_EQ(pending, "");
+    return out;
+}
+
+TEST(Conversion, PiecesAndSmallBuffersGiveTheWholeText) {
+    const struct {
+        cv_object object;
+        std::string in;
+    } rows[] = {
+        {host_object(),    "AB\x0e"
+                        "ABACBD\x0f"
+                        "C\x0e"
+                        "CZ"                     },
+        {to_host_object(), "ab\x81\x40\x82\x41"
+                           "c\x83\x4f\x83\x40"},
+        {both_stateful(),  "a\x1b$B!!!\"\x1b(B"
+                          "b\x81\x42\x1b$B#/"  },
+    };
+    for (const auto &row : rows) {
+        const cv_record cv(row.object.str());
+        conv_state st = {1, 1, 0, 0, nullptr};
+        const cv_outcome whole = convert(cv, row.in, 200, &st);
+        ASSERT_EQ(whole.result, 0);
+        for (size_t split = 0; split < row.in.size(); ++split)
+            for (int room = 0; room <= 16; ++room)
+                ASSERT_EQ(in_two_pieces(cv, row.in, split, room), whole.out)
+                    << "split " << split << " room " << room;
+    }
+}
+
+TEST(Conversion, DoubleByteSourceKeepsItsOwnRules) {
+    const cv_record cv(host_object().str());
+    ASSERT_EQ(cv.rec()->smiconv_fp, db_smiconv);
+    static const struct {
+        const char *claim;
+        std::string in;
+        int len;
+        cv_outcome want;
+        int state;
+    } rows[] = {
+        {"shift out is built in",
+         "\x0e"
+         "AC\x0f"
+         "A",  -2,
+         {0, "AAQ", 5, 0, 0},
+         0},
+        {"half a pair",
+         "\x0e"
+         "A",  -2,
+         {-1, "", 1, 0, KO_EINVAL},
+         1},
+        {"no lead",
+         "\x0e"
+         "\x70"
+         "A",  -2,
+         {-1, "", 1, 0, KO_EILSEQ},
+         1},
+        {"terminator while shifted",
+         "\x0e"
+         "AC", -1,
+         {-1, "AA", 3, 0, KO_EINVAL},
+         1},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.claim);
+        conv_state st = {1, 1, 0, 0, nullptr};
+        cv_outcome got = convert(cv, r.in, 50, &st, r.len);
+        if (got.out.size() > r.want.out.size()) got.out.resize(r.want.out.size());
+        EXPECT_EQ(got.result, r.want.result);
+        EXPECT_EQ(got.error, r.want.error);
+        EXPECT_EQ(got.taken, r.want.taken);
+        EXPECT_EQ(st.source_state, r.state);
+    }
+}
+
+TEST(Conversion, ShiftsAreWrittenAroundCharactersAndAtTheEnd) {
+    const cv_record cv(to_host_object().str());
+    conv_state st = {1, 0, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "a\x81\x40", 50, &st).out, "a\x0e"
+                                                     "AB");
+    EXPECT_EQ(st.target_state, 1);
+    st.first_frag = 0, st.last_frag = 1;
+    EXPECT_EQ(convert(cv, "b\x81\x40", 50, &st).out, "\x0f"
+                                                     "b\x0e"
+                                                     "AB\x0f");
+    EXPECT_EQ(st.target_state, 1) << "the next text begins with its first piece";
+    // The toggle comes before the space test and stays.
+    st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "\x81\x40", 3, &st), (cv_outcome{-1, "", 0, 0, KO_E2BIG}));
+    EXPECT_EQ(st.target_state, 1);
+    st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "\x81\x40", 4, &st).out, "\x0e"
+                                                   "AB\x0f");
+}
+
+// ---- Registered converters
+// -----------------------------------------------------------------------
+
+namespace {
+
+int alg_mode;
+int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *res) {
+    if (!left) return res->flags = 0x08;
+    switch (alg_mode) {
+    case 1:
+        return 0; // no progress
+    case 2:
+        return res->src_len = static_cast<int>(left) + 1; // too much
+    case 3:
+        return res->dst_len = 17;
+    case 4:
+        return res->flags = 0x02, res->src_len = res->dst_len = 1;
+    default:
+        break;
+    }
+    if (st->first_frag && !st->ext_state) st->ext_state = &alg_mode;
+    res->src_len = 1;
+    res->dst_len = 2;
+    res->dst_buf[0] = res->dst_buf[1] = static_cast<unsigned char>(*src - 0x20);
+    res->flags = (*src ? 0 : 0x01) | (left == 1 ? 0x08 : 0) | (*src == 'x' ? 0x04 : 0);
+    return 0;
+}
+
+} // namespace
+
+TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
+    const ko_cv_funcdef def = {"low", "up", upper_once, 1, 1, 2, 2, 2.0f};
+    ko_cvfns *list = ko_add_cvfns(nullptr, &def);
+    ASSERT_TRUE(list);
+    ko_cvfns *const kept = list;
+    EXPECT_EQ(ko_add_cvfns(list, &def), kept);
+    EXPECT_EQ(list->num_used, 2);
+    EXPECT_EQ(list->num_allocated, 0);
+    ko_cv_t cd;
+    ASSERT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low@m", list), 0);
+    EXPECT_EQ(ko_iconv_expansion(cd), 2.0);
+    static const struct {
+        int mode;
+        const char *in, *want;
+        int error;
+    } rows[] = {
+        {0, "axb", "AAXXBB", KO_OK    },
+        {0, "",    "",       KO_OK    },
+        {1, "a",   "",       KO_EILSEQ},
+        {2, "a",   "",       KO_ERANGE},
+        {3, "a",   "",       KO_ERANGE},
+        {4, "a",   "",       KO_OK    },
+    };
+    for (const auto &[mode, in, want, error] : rows) {
+        alg_mode = mode;
+        const ko_mchar_t *from = mb(in);
+        ko_mchar_t out[16], *to = out;
+        int left = static_cast<int>(strlen(in)), room = 16, sub;
+        *ko_ext_errno(cd) = 0;
+        EXPECT_EQ(ko_miconv(cd, &from, &left, &to, &room, &sub), mode ? -1 : 0);
+        EXPECT_EQ(std::string(out, to), want);
+        EXPECT_EQ(*ko_ext_errno(cd), error);
+        EXPECT_EQ(sub, strchr(in, 'x') ? 1 : 0);
+    }
+    alg_mode = 0;
+    ko_cv_unload(cd);
+    ko_ext_free(list->funcdef_arr);
+    ko_ext_free(list);
+}
+
+// ---- Opening
+// -------------------------------------------------------------------------------------
+
+TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
+    env_hooks env;
+    env.vars["VANTORDIR"] = "r";
+    const std::string object = double_object(3).str();
+    std::string five = object;
+    five.replace(five.find("1 3 0 0"), 3, "1 5");
+    file_hooks files;
+    files.files["r\\kova\\cv9\\a_b.cvo"] = files.files["r\\kova\\cv\\033304e4.cvo"] = object;
+    files.files["dir\\033304e4.cvo"] = object;
+    files.files["r\\kova\\cv9\\bad_b.cvo"] = "FILE_TYPE=other\n";
+    files.files["r\\kova\\cv9\\five_b.cvo"] = five;
+    files.files["r\\kova\\cv9\\cut_b.cvo"] = object.substr(0, object.size() - 3);
+    enum { null_handle = -1 };
+    const auto check = [&](const char *what, int result, int want, ko_cv_t cd, int error) {
+        SCOPED_TRACE(what);
+        EXPECT_EQ(result, want);
+        if (error == null_handle) {
+            EXPECT_EQ(cd, nullptr);
+            return;
+        }
+        ASSERT_NE(cd, nullptr);
+        EXPECT_EQ(*ko_ext_errno(cd), error);
+        EXPECT_EQ(ko_cv_unload(cd), 0);
+    };
+    ko_cv_t cd = nullptr;
+    const auto open = [&](const char *dst, const char *src) {
+        return ko_iconv_open(&cd, dst, src);
+    };
+    int r = open("b", "a");
+    check("names", r, 0, cd, 0);
+    r = open("b", "b");
+    check("equal names", r, -1, cd, KO_EFILE);
+    r = open("b", nullptr);
+    check("no name", r, -1, cd, KO_EFILE);
+    r = open("b", std::string(1018, 'x').c_str());
+    check("a long name", r, -1, cd, KO_EFILE);
+    r = open("b", "missing");
+    check("no file", r, -1, cd, KO_EFILE);
+    r = open("b", "bad");
+    check("another file", r, -1, cd, KO_EFILE);
+    r = open("b", "five");
+    check("target length", r, -1, cd, 0);
+    r = open("b", "cut");
+    check("a cut table", r, -1, cd, KO_ENOMEM);
+    r = ko_iconv_open1(&cd, nullptr);
+    check("no file name", r, -1, cd, KO_EFILE);
+    r = ko_cv_open(&cd, "en_US.b@x", "en_US.a y");
+    check("specifications", r, 1, cd, 0);
+    r = ko_cv_open(&cd, "en_US.b", "de_DE.b");
+    check("equal code sets", r, 0, cd, null_handle);
+    r = ko_cv_open(&cd, "en_US", "de_DE.b");
+    check("no code set", r, -1, cd, KO_EFILE);
+    r = ko_cv_fnopen(&cd, "en_US.b", "de_DE.b", nullptr);
+    check("equal code sets with converters", r, 0, cd, KO_EFILE);
+    r = ko_cv_fnopen(&cd, "en_US.b", "de_DE.a", nullptr);
+    check("with converters", r, 0, cd, 0);
+    test_handle handle;
+    files.files["r\\kova\\cm3\\registry"] = ""; // read with the standard library, so not found
+    ko_cache_registry(handle, "no such file");
+    r = ko_cv_load(&cd, "en_US.1252", "en_US.819", nullptr, nullptr);
+    check("numbers, searched", r, 1, cd, 0);
+    r = ko_cv_load(&cd, "en_US.1252", "819", nullptr, "dir");
+    check("numbers in a directory", r, 1, cd, 0);
+    r = ko_cv_load(&cd, "1252", "en_US.1252", nullptr, nullptr);
+    check("equal numbers", r, 0, cd, null_handle);
+    r = ko_cv_load(&cd, "1252", "en_US.unheard", nullptr, nullptr);
+    check("unknown code set", r, -1, cd, KO_EINVAL);
+    EXPECT_EQ(ko_cv_unload(nullptr), -1);
+    EXPECT_EQ(files.streams, 0);
+}
+
+TEST(Conversion, SizesAreRoundedUp) {
+    static const struct {
+        const char *ratio;
+        int in, want;
+    } rows[] = {
+        {"2.0",  10,         20        },
+        {"1.5",  10,         15        },
+        {"1.5",  9,          14        },
+        {"0.5",  10,         5         },
+        {"0.5",  11,         6         },
+        {"4",    0x40000000, 0x7FFFFFFF},
+        {"1e30", 10,         0x7FFFFFFF},
+        {"2",    -1,         0         },
+    };
+    for (const auto &r : rows) {
+        cv_object o = bytes_object(1);
+        o.ratio = r.ratio;
+        const cv_record cv(o.str());
+        EXPECT_EQ(ko_cv_outbuflen(cv.cd, r.in), r.want) << r.ratio << " x " << r.in;
+    }
+    EXPECT_EQ(ko_cv_outbuflen(nullptr, 12), 12);
+    EXPECT_EQ(ko_iconv_expansion(nullptr), 1.0);
+}
+
+// ---- Hostile objects and hosts
+// -------------------------------------------------------------------
+
+TEST(Conversion, DamagedObjectsFailOrConvert) {
+    const std::string object = host_object().str();
+    const std::string sample = "AB\x0e"
+                               "ABACBD\x0f"
+                               "CZ\xff\x81\x40";
+    const auto try_object = [&](const std::string &damaged) {
+        memory_hooks memory;
+        {
+            const cv_record cv(damaged);
+            if (cv.result == 0) {
+                conv_state st = {1, 1, 0, 0, nullptr};
+                convert(cv, sample, 20, &st);
+                convert(cv, sample, 20);
+            }
+        }
+        ASSERT_EQ(memory.live, 0);
+    };
+    for (size_t n = 0; n < object.size(); ++n)
+        try_object(object.substr(0, n));
+    for (size_t i = 0; i < object.size(); ++i)
+        for (const char c : {'0', '1', '4', '7', 'f', ' ', '\n', '-', '\0', '\xff'}) {
+            std::string damaged = object;
+            damaged[i] = c;
+            try_object(damaged);
+        }
+}
+
+TEST(Conversion, EveryFailingAllocationAndReadIsReported) {
+    const std::string object = both_stateful().str(), single = bytes_object(0).str();
+    for (const std::string &o : {object, single}) {
+        const auto prepare = [&](file_hooks &files) { files.files["\\o.cvo"] = o; };
+        const auto open = [] {
+            ko_cv_t cd;
+            const int result = ko_iconv_open1(&cd, "\\o.cvo");
+            EXPECT_EQ(result < 0, *ko_ext_errno(cd) != 0);
+            ko_cv_unload(cd);
+            return result == 0;
+        };
+        each_allocation_fails([&] {
+            file_hooks files;
+            prepare(files);
+            return open();
+        });
+        each_stream_call_fails(prepare, open);
+    }
+    const ko_cv_funcdef def = {"a", "b", upper_once, 1, 1, 2, 2, 2.0f};
+    each_allocation_fails([&] {
+        ko_cvfns *list = ko_add_cvfns(nullptr, &def);
+        if (!list) return false;
+        ko_ext_free(list->funcdef_arr);
+        ko_ext_free(list);
+        return true;
+    });
+}
