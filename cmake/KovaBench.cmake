@@ -5,9 +5,14 @@ endif()
 find_package(benchmark REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 file(GLOB bench_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/bench/*_bench.cpp)
+set(bench_programs "")
 foreach(source IN LISTS bench_sources)
   get_filename_component(name ${source} NAME_WE)
+  list(APPEND bench_programs ${name})
   add_executable(${name} ${source})
   target_link_libraries(${name} PRIVATE kova kova_warnings benchmark::benchmark
                         benchmark::benchmark_main ICU::i18n ICU::uc)
 endforeach()
+add_custom_target(run_bench USES_TERMINAL
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/run_bench ${CMAKE_BINARY_DIR}
+    DEPENDS ${bench_programs} $<TARGET_NAME_IF_EXISTS:kovac_command>)

@@ -11,4 +11,11 @@ foreach(command kova_command kovac_command)
     install(TARGETS ${command})
   endif()
 endforeach()
-install(DIRECTORY ${CMAKE_BINARY_DIR}/vantor/ DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL)
+# The target "data" compiles data/locales.list below the build folder, as the tests do.
+if(TARGET kovac_command AND NOT CMAKE_CROSSCOMPILING)
+  add_custom_target(data USES_TERMINAL
+      COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/compile_data $<TARGET_FILE:kovac_command>
+              ${CMAKE_BINARY_DIR}/data
+      DEPENDS kovac_command)
+endif()
+install(DIRECTORY ${CMAKE_BINARY_DIR}/data/kova DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL)
