@@ -8,11 +8,12 @@ constexpr size_t string_end = 4; // zero bytes behind every string of a locale o
 constexpr char not_available = 127;
 
 size_t zeros_at(const void *string) {
-    static constexpr unsigned char zeros[string_end] = {};
-    const unsigned char *s = static_cast<const unsigned char *>(string);
-    const unsigned char *p = s;
-    while (memcmp(p, zeros, sizeof zeros))
+    const char *const s = static_cast<const char *>(string);
+    const char *p = s + strlen(s);
+    while (p[1] || p[2] || p[3]) { // a null byte within a character
         p++;
+        p += strlen(p);
+    }
     return static_cast<size_t>(p - s);
 }
 

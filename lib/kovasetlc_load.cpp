@@ -21,6 +21,7 @@ struct lc_node {
     kovaloc *loc;
     int count; // outstanding loads
     lc_node *next;
+    char *spec; // the specification behind the name, where the registry was searched; or NULL
 };
 // The newest first. Changed by loading and unloading, which the host serialises.
 static constinit lc_node *lc_node_root = nullptr;
@@ -116,9 +117,16 @@ static bool read_image(object_image *image, void *stream, char *path) {
 
 // ---- One category -------------------------------------------------------------------------------
 
+static const char *find_text(const char *in, const char *text) {
+    const size_t len = strlen(text);
+    while ((in = strchr(in, *text)) && strncmp(in, text, len))
+        in++;
+    return in;
+}
+
 // The part of a setting that names a category, or the whole setting.
 static void setting_value(const char *setting, int category, char *name) {
-    const char *at = strstr(setting, category_params[category]);
+    const char *at = find_text(setting, category_params[category]);
     if (at) at = strchr(at, '=');
     if (!at) {
         strcpy(name, setting);
@@ -152,9 +160,9 @@ static bool choose_name(const char *setting, int category, char *name) {
 }
 
 static char *join_path(const char *dir, const char *separator, const char *name) {
-    const size_t room = strlen(dir) + strlen(separator) + strlen(name) + 1;
-    char *path = static_cast<char *>(ko_ext_malloc(room));
-    if (path) snprintf(path, room, "%s%s%s", dir, separator, name);
+    char *path =
+        static_cast<char *>(ko_ext_malloc(strlen(dir) + strlen(separator) + strlen(name) + 1));
+    if (path) strcat(strcat(strcpy(path, dir), separator), name);
     return path;
 }
 
@@ -247,9 +255,9 @@ static void query_locname(const kovaloc *loc, int category, char *setting) {
     }
     *setting = 0;
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
-        const size_t used = strlen(setting);
-        snprintf(setting + used, setting_room - used, "%s = %s ; ", category_params[c],
-                 loc->locname[c - 2]);
+        // Six names of at most 11 characters and six values of at most 31: there is room.
+        strcat(strcat(setting, category_params[c]), " = ");
+        strcat(strcat(setting, loc->locname[c - 2]), " ; ");
     }
 }
 
@@ -298,7 +306,7 @@ char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
 static void *open_default(const char *dir) {
     char path[direct_room];
     if (dir && strlen(dir) + strlen(default_name) < sizeof path) {
-        snprintf(path, sizeof path, "%s%s", dir, default_name);
+        strcat(strcpy(path, dir), default_name);
         if (void *stream = open_logged(path)) return stream;
     }
     return ko_path_search(nullptr, default_name, "lc", "11");
@@ -349,11 +357,20 @@ static lc_node *find_name(const char *name) {
     return node;
 }
 
-static bool insert_node(const char *name, kovaloc *loc) {
+// While a locale is held, the specification that it was loaded by stands for it: the registry is
+// not searched again.
+static lc_node *find_spec(const char *spec) {
+    lc_node *node = lc_node_root;
+    while (node && (!node->spec || strcmp(node->spec, spec)))
+        node = node->next;
+    return node;
+}
+
+static bool insert_node(const char *name, const char *spec, kovaloc *loc) {
     ext_block<lc_node> node(1);
     char *copy = node.p ? copy_string(name) : nullptr;
     if (!copy) return false;
-    *node.p = {copy, loc, 1, lc_node_root};
+    *node.p = {copy, loc, 1, lc_node_root, spec ? copy_string(spec) : nullptr};
     lc_node_root = node.release();
     return true;
 }
@@ -367,6 +384,7 @@ node_state give_back_node(const kovaloc *loc) {
     if (--node->count >= 1) return node_in_use;
     *link = node->next;
     ko_ext_free(node->name);
+    free_ptr(node->spec);
     ko_ext_free(node);
     return node_dropped;
 }
@@ -378,21 +396,26 @@ static const char *object_name(const char *spec, const char *registry, char *roo
     return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
 }
 
+static int share(lc_node *node, ko_lc_t *result) {
+    node->count++;
+    *result = node->loc;
+    return 0;
+}
+
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
     char room[setting_room];
+    lc_node *node = spec && !registry ? find_spec(spec) : nullptr;
+    if (node) return share(node, result);
     const char *name = spec ? object_name(spec, registry, room) : nullptr;
-    if (lc_node *node = name ? find_name(name) : nullptr) {
-        node->count++;
-        *result = node->loc;
-        return 0;
-    }
+    node = name ? find_name(name) : nullptr;
+    if (node) return share(node, result);
     if (ko_create_null_locale_2(result)) return -1;
     kovaloc *loc = record(*result);
     if (!name) return fail(loc, KO_ENULL, -1);
     char *setting = set_categories(loc, KO_LC_ALL, name, dir);
     ko_destroystring(setting);
     if (!setting || error_of(loc)) return -1;
-    return insert_node(name, loc) ? 0 : fail(loc, KO_ENOMEM, -1);
+    return insert_node(name, registry ? nullptr : spec, loc) ? 0 : fail(loc, KO_ENOMEM, -1);
 }
 
 void ko_lc_unload(ko_lc_t handle) {

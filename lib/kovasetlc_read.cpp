@@ -2,7 +2,6 @@
 #include "kovasetlc.h"
 
 #include <math.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <array>
@@ -120,6 +119,12 @@ static void read_header_line(text_in *in, char *line, int bound) {
     line[len > 0 ? len - 1 : 0] = 0;
 }
 
+static int number_of(const char *text) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text);
+    text_in in = {.pos = bytes, .end = bytes + strlen(text)};
+    return get_int(&in);
+}
+
 int read_file_header(text_in *in, char *codeset, int *error) {
     char line[line_bound + 1];
     read_header_line(in, line, line_bound);
@@ -133,9 +138,9 @@ int read_file_header(text_in *in, char *codeset, int *error) {
         return 0;
     }
     read_header_line(in, line, line_bound);
-    const char *number = strchr(line, '=');
-    const long lines = number ? strtol(number + 1, nullptr, 10) : 0;
-    for (long i = 3; i < lines && in_gets(in, line, line_bound); i++)
+    const char *value = strchr(line, '=');
+    const int lines = value ? number_of(value + 1) : 0;
+    for (int i = 3; i < lines && in_gets(in, line, line_bound); i++)
         continue;
     skip_whitespace(in);
     read_header_line(in, codeset, codeset_room - 1);

@@ -33,12 +33,12 @@ static constinit const registry_elem *kova_registry_array_cache = nullptr;
 // Unread: white space and the comments before a name.
 static int first_of_name(FILE *file) {
     for (;;) {
-        int c = getc(file);
+        int c = std_getc(file);
         while (is_white(c))
-            c = getc(file);
+            c = std_getc(file);
         if (c != '#') return c;
         while (c != '\n' && c != EOF)
-            c = getc(file);
+            c = std_getc(file);
     }
 }
 
@@ -46,7 +46,7 @@ static int first_of_name(FILE *file) {
 // to the end of the file. The name is empty where a character stands that no name has.
 static bool read_name(FILE *file, char *name) {
     int c = first_of_name(file), len = 0;
-    for (; is_spec_char(c); c = getc(file)) {
+    for (; is_spec_char(c); c = std_getc(file)) {
         if (len == cs_name_max) return false;
         name[len++] = spec_lower(static_cast<char>(c));
     }
@@ -58,11 +58,11 @@ static bool read_name(FILE *file, char *name) {
 // Reads the number after a name, kept to 16 bits; white space must follow it.
 static bool read_number(FILE *file, int *number) {
     unsigned value = 0;
-    int c = getc(file);
+    int c = std_getc(file);
     while (is_white(c))
-        c = getc(file);
+        c = std_getc(file);
     if (!is_spec_digit(c)) return false;
-    for (; is_spec_digit(c); c = getc(file))
+    for (; is_spec_digit(c); c = std_getc(file))
         value = (value * 10 + static_cast<unsigned>(c - '0')) & 0xFFFF;
     ungetc(c, file);
     *number = static_cast<int>(value);
@@ -72,7 +72,7 @@ static bool read_number(FILE *file, int *number) {
 static bool skip_line(FILE *file) { // false at the end of the file
     int c;
     do
-        c = getc(file);
+        c = std_getc(file);
     while (c != '\n' && c != EOF);
     return c != EOF;
 }

@@ -230,6 +230,8 @@ FILE *std_open(const char *path, const char *mode) {
 
 static constexpr size_t read_all_max = size_t{1} << 29; // no data file comes near 512 MiB
 
+#ifdef _WIN32
+
 // Bytes from the position to the end, where the stream tells.
 static size_t size_hint(FILE *file) {
     const long start = ftell(file);
@@ -239,10 +241,21 @@ static size_t size_hint(FILE *file) {
     return end > start ? static_cast<size_t>(end - start) : 0;
 }
 
+#else
+
+static size_t size_hint(FILE *file) {
+    struct stat about;
+    if (fstat(fileno(file), &about) || about.st_size < 0) return 0;
+    return static_cast<size_t>(about.st_size);
+}
+
+#endif
+
 unsigned char *std_read_all(FILE *file, size_t *size) {
     size_t room = size_hint(file) + 1, used = 0; // one more, to meet the end in the same read
     if (room < 512) room = 512;
     if (room > read_all_max) return nullptr;
+    setvbuf(file, nullptr, _IONBF, 0); // straight into the block
     ext_block<unsigned char> block(room);
     while (block.p) {
         used += fread(block.p + used, 1, room - used, file);

@@ -12,6 +12,15 @@ bool stream_hooks_set(void); // is any hook installed that opens, reads or close
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.
 FILE *std_open(const char *path, const char *mode);
+// The next byte of a stream that nobody else uses: without the stream's lock where there is such a
+// call.
+inline int std_getc(FILE *file) {
+#ifdef _WIN32
+    return getc(file);
+#else
+    return getc_unlocked(file);
+#endif
+}
 // Reads an open standard stream to its end into one block of the host's memory. NULL without
 // memory or after a read error; *size gets the bytes.
 unsigned char *std_read_all(FILE *file, size_t *size);
