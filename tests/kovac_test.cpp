@@ -507,7 +507,9 @@ TEST(KovacCommand, TellsItsFailuresApart) {
         std::string log;
         EXPECT_EQ(run_kovac(r.arguments, &log), r.status) << log;
         EXPECT_NE(log.find(r.message), std::string::npos) << log;
-        if (r.status == 0) EXPECT_EQ(log, "");
+        if (r.status == 0) {
+            EXPECT_EQ(log, "");
+        }
     }
     EXPECT_EQ(count_files(dir.path + "/root"), 3u);
     EXPECT_NE(dir.read("root/kova/lc11/xx_yy/0333mod.lco"), "");
