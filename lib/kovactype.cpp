@@ -81,11 +81,15 @@ struct case_side {
     case_pages ctype_flat::*pages;
     unsigned char *loc_exports::*sb_table;
     case_rows kovaloc::*rows;
+    unsigned pair_bit;
+    unsigned first_letter; // the first ASCII letter that changes
 };
-static constexpr case_side to_upper = {&conv_elem::upper, &ctype_flat::upper,
-                                       &loc_exports::sb_toupper_table, &kovaloc::upper_rows};
-static constexpr case_side to_lower = {&conv_elem::lower, &ctype_flat::lower,
-                                       &loc_exports::sb_tolower_table, &kovaloc::lower_rows};
+static constexpr case_side to_upper = {
+    &conv_elem::upper,    &ctype_flat::upper, &loc_exports::sb_toupper_table,
+    &kovaloc::upper_rows, pair_upper,         'a'};
+static constexpr case_side to_lower = {
+    &conv_elem::lower,    &ctype_flat::lower, &loc_exports::sb_tolower_table,
+    &kovaloc::lower_rows, pair_lower,         'A'};
 
 // The partner that an item of the case table names, 0 for none.
 static ko_wchar_t partner_of(const kovaloc *r, const void *item, const case_side &side) {
@@ -163,47 +167,40 @@ static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char
     return static_cast<int>(done);
 }
 
+// What lies before the next character that a run cannot take.
+static size_t map_runs(ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat,
+                       const case_side &side) {
+    size_t n = 0;
+    if ((flat->*side.pages).plain_ascii && mbs[0] < 0x80)
+        n = map_ascii(dst, mbs, side.first_letter);
+    if (flat->pairs) n += 2 * copy_pairs(dst + n, mbs + n, flat, side.pair_bit);
+    return n;
+}
+
 // Maps by the pages. Returns the bytes written, -1 at what is no character.
 static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat,
                      const case_side &side) {
     const case_pages &pages = flat->*side.pages;
     const bool one_byte = flat->classes.min_char_len == 1;
-    const bool plain = pages.plain_ascii;
-    const unsigned first = side.partner == &conv_elem::upper ? 'a' : 'A';
     ko_mchar_t *const start = dst;
     for (;;) {
-        if (plain && *mbs < 0x80) {
-            const size_t n = map_ascii(dst, mbs, first);
-            dst += n;
-            mbs += n;
+        const size_t run = map_runs(dst, mbs, flat, side);
+        dst += run;
+        mbs += run;
+        const unsigned b = mbs[0];
+        if (!b && (one_byte || !mbs[1])) break;
+        unsigned state = pages.state1[b], out = b, taken = 1;
+        if (state == case_mapped) {
+            out = pages.partner1[b];
+        } else if (state != case_same) {
+            state = pages.state2[b][mbs[1]];
+            taken = 2;
+            if (state != case_same && state != case_mapped) return fail(loc, KO_EILSEQ, -1);
+            out = state == case_mapped ? pages.partner2[b][mbs[1]] : b << 8 | mbs[1];
         }
-        const unsigned b = *mbs;
-        const unsigned state1 = pages.state1[b];
-        if (state1 == case_same || state1 == case_mapped) {
-            if (!b) break;
-            const ko_wchar_t out =
-                state1 == case_same ? static_cast<ko_wchar_t>(b) : pages.partner1[b];
-            if (out > 0xFF) *dst++ = static_cast<ko_mchar_t>(out >> 8);
-            *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
-            ++mbs;
-            continue;
-        }
-        if (one_byte && !b) break;
-        const unsigned c = mbs[1];
-        if (!one_byte && !(b | c)) break;
-        const unsigned state2 = pages.state2[b][c];
-        if (state2 == case_same) {
-            dst[0] = static_cast<ko_mchar_t>(b);
-            dst[1] = static_cast<ko_mchar_t>(c);
-            dst += 2;
-        } else if (state2 == case_mapped) {
-            const ko_wchar_t out = pages.partner2[b][c];
-            if (out > 0xFF || !one_byte) *dst++ = static_cast<ko_mchar_t>(out >> 8);
-            *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
-        } else {
-            return fail(loc, KO_EILSEQ, -1);
-        }
-        mbs += 2;
+        if (out > 0xFF || !one_byte) *dst++ = static_cast<ko_mchar_t>(out >> 8);
+        *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
+        mbs += taken;
     }
     ko_mbsterm(loc, dst);
     return static_cast<int>(dst - start);

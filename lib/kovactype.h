@@ -36,6 +36,13 @@ struct case_pages {
     bool plain_ascii;     // 0x01..0x7F are characters and map as ASCII does
 };
 
+// Bits of ctype_flat.pairs. The null character has none, so runs end there.
+enum {
+    pair_valid = 1, // a two-byte character of the class table
+    pair_upper = 2, // and one of the case table that is its own upper case
+    pair_lower = 4,
+};
+
 // What LC_CTYPE derives at load for hot loops; NULL in a record whose tables are empty or whose
 // memory ran short (then the tree walks serve). Shared by reference with copies of the category.
 struct ctype_flat {
@@ -43,8 +50,9 @@ struct ctype_flat {
     const void *cconv;
     mb_flat classes;
     mb_flat cases;
-    bool has_cases;   // the pages below serve: both tables agree on the length of characters
-    bool plain_ascii; // 0x01..0x7F are one-byte characters of the class table
+    bool has_cases;       // the pages below serve: both tables agree on the length of characters
+    bool plain_ascii;     // 0x01..0x7F are one-byte characters of the class table
+    unsigned char *pairs; // owned: by wide value, what holds of two-byte characters; NULL: none
     case_pages upper;
     case_pages lower;
 };

@@ -102,19 +102,42 @@ static bool is_plain_ascii(const mb_flat &classes) {
     return true;
 }
 
-static bool fill_flat(const kovaloc *loc, ctype_flat *flat) {
-    const auto *ctype = static_cast<const mb_decode *>(loc->ctype);
+static bool build_pairs(ctype_flat *flat) {
+    const mb_flat &f = flat->classes;
+    if (!memchr(f.flag1, mb_prefix, 256)) return true;
+    ext_block<unsigned char> pairs(0x10000);
+    if (!pairs.p) return false;
+    for (unsigned v = 0; v < 0x10000; ++v) {
+        const unsigned hi = v >> 8, lo = v & 0xFF;
+        unsigned bits = 0;
+        if (v && f.flag1[hi] == mb_prefix && f.flag2[hi][lo] == mb_final) bits |= pair_valid;
+        if (bits && flat->has_cases) {
+            if (flat->upper.state2[hi][lo] == case_same) bits |= pair_upper;
+            if (flat->lower.state2[hi][lo] == case_same) bits |= pair_lower;
+        }
+        pairs.p[v] = static_cast<unsigned char>(bits);
+    }
+    flat->pairs = pairs.release();
+    return true;
+}
+
+static void fill_cases(const kovaloc *loc, ctype_flat *flat) {
     const auto *cconv = static_cast<const mb_decode *>(loc->cconv);
-    flat->ctype = ctype;
-    if (flatten_multi(ctype, &flat->classes)) return false;
-    flat->plain_ascii = is_plain_ascii(flat->classes);
-    if (!cconv || flatten_multi(cconv, &flat->cases)) return true;
+    if (!cconv || flatten_multi(cconv, &flat->cases)) return;
     flat->cconv = cconv;
-    if (!lengths_agree(flat)) return true;
+    if (!lengths_agree(flat)) return;
     const mb_flat *cases = &flat->cases, *classes = &flat->classes;
     flat->has_cases = build_pages({loc, cases, classes, &conv_elem::upper, &flat->upper}) &&
                       build_pages({loc, cases, classes, &conv_elem::lower, &flat->lower});
-    return true;
+}
+
+static bool fill_flat(const kovaloc *loc, ctype_flat *flat) {
+    const auto *ctype = static_cast<const mb_decode *>(loc->ctype);
+    flat->ctype = ctype;
+    if (flatten_multi(ctype, &flat->classes)) return false;
+    flat->plain_ascii = is_plain_ascii(flat->classes);
+    fill_cases(loc, flat);
+    return build_pairs(flat);
 }
 
 ctype_flat *build_ctype_flat(const kovaloc *loc) {
@@ -132,6 +155,7 @@ void free_ctype_flat(ctype_flat *flat) {
     if (!flat) return;
     free_flat(&flat->classes);
     free_flat(&flat->cases);
+    free_ptr(flat->pairs);
     free_ptr(flat->upper.owned);
     free_ptr(flat->lower.owned);
     free_ptr(flat);

@@ -33,6 +33,11 @@ static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
     const ctype_flat *flat = flat_classes(record(loc));
     for (;;) {
         int n;
+        if (flat && flat->pairs) {
+            const auto run = static_cast<int>(count_pairs(mbs + seen.bytes, flat));
+            seen.bytes += 2 * run;
+            seen.chars += run;
+        }
         const ko_mchar_t *at = mbs + seen.bytes;
         if (flat && flat->classes.flag1[*at] == mb_final) {
             n = *at ? 1 : 0;

@@ -129,10 +129,12 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
             if (run) continue;
         }
         if (f.flag1[b] == mb_prefix) {
-            const unsigned c = mbs[1];
-            if (f.flag2[b][c] != mb_final) return fail(loc, KO_EILSEQ, -1);
-            dst[i] = static_cast<ko_wchar_t>(b << 8 | c);
-            mbs += 2;
+            const size_t run = widen_pairs(dst + i, mbs, n - i, flat);
+            i += run;
+            mbs += 2 * run;
+            if (run) continue;
+            if (b | mbs[1] || f.flag2[b][0] != mb_final) return fail(loc, KO_EILSEQ, -1);
+            dst[i] = 0;
         } else if (f.flag1[b] == mb_final) {
             dst[i] = static_cast<ko_wchar_t>(b);
             ++mbs;
@@ -204,6 +206,11 @@ static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, si
             done += run;
             wcs += run;
             if (done == room) break;
+        }
+        if (flat->pairs) {
+            const size_t run = narrow_pairs(dst + done, wcs, (room - done) / 2, flat);
+            done += 2 * run;
+            wcs += run;
         }
         const ko_wchar_t wc = *wcs;
         const size_t k = wc > 0xFF || least > 1 ? 2 : 1;

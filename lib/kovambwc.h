@@ -41,5 +41,11 @@ size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first);
 size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most);
 // Narrows at most n values of 1..most.
 size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most);
+// Two-byte characters, by the pairs of a flat table: convert at most n of them, copy those that
+// have the bit, count them.
+size_t widen_pairs(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, const ctype_flat *flat);
+size_t narrow_pairs(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, const ctype_flat *flat);
+size_t copy_pairs(ko_mchar_t *dst, const ko_mchar_t *src, const ctype_flat *flat, unsigned bit);
+size_t count_pairs(const ko_mchar_t *src, const ctype_flat *flat);
 
 #endif
