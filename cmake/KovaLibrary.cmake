@@ -59,7 +59,8 @@ if(WIN32)
   # The library exports what the header marks; nothing may leak from the compiler's own archives.
   target_link_options(kova PRIVATE -static-libgcc -Wl,--exclude-all-symbols)
 else()
-  target_link_options(kova PRIVATE -Wl,--version-script=${kova_map} -Wl,--as-needed)
+  # Bound when it is loaded: the first load of a locale would else look a hundred symbols up.
+  target_link_options(kova PRIVATE -Wl,--version-script=${kova_map} -Wl,--as-needed -Wl,-z,now)
   # clang leaves the sanitizer's symbols to the executable.
   if(NOT (KOVA_SANITIZE AND CMAKE_C_COMPILER_ID MATCHES Clang))
     target_link_options(kova PRIVATE -Wl,-z,defs)

@@ -269,12 +269,20 @@ static void update_after_failure(kovaloc *loc) {
     init_locale_info(loc);
 }
 
-static int load_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+// Loads the categories from first to last; the bytes of their file are given back before anything
+// is derived from it.
+static int load_sections(kovaloc *loc, int first, int last, const char *name, const char *dir) {
     object_image image;
+    for (int c = first; c <= last; c++) {
+        if (load_category(loc, c, name, dir, &image)) return -1;
+    }
+    return 0;
+}
+
+static int load_categories(kovaloc *loc, int category, const char *name, const char *dir) {
     const int first = category == KO_LC_ALL ? KO_LC_CTYPE : category;
     const int last = category == KO_LC_ALL ? KO_LC_MESSAGES : category;
-    for (int c = first; c <= last; c++) {
-        if (!load_category(loc, c, name, dir, &image)) continue;
+    if (load_sections(loc, first, last, name, dir)) {
         if (!error_of(loc)) set_error(loc, KO_ECODESET);
         update_after_failure(loc);
         return -1;

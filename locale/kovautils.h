@@ -83,7 +83,13 @@ int get_int(text_in *in); // saturates; 0 at the end of the file
 double get_dbl(text_in *in);
 unsigned get_hex(text_in *in, int digits);      // exactly that many characters, not validated
 unsigned get_hex_byte(text_in *in);             // two; a non-hex digit counts as 0
-unsigned get_hex_digit(int c);                  // of one character, a non-hex one its raw code
+// Of one character; one that is no digit counts as its raw code.
+inline unsigned get_hex_digit(int c) {
+    const unsigned decimal = static_cast<unsigned>(c - '0');
+    const unsigned letter = static_cast<unsigned>((c | 0x20) - 'a');
+    if (decimal < 10) return decimal;
+    return letter < 6 ? letter + 10 : static_cast<unsigned>(c);
+}
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
 

@@ -86,15 +86,13 @@ static bool is_hex(int c) {
     return is_decimal(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
-unsigned get_hex_digit(int c) {
-    if (is_decimal(c)) return static_cast<unsigned>(c - '0');
-    if (c >= 'a' && c <= 'f') return static_cast<unsigned>(c - 'a' + 10);
-    if (c >= 'A' && c <= 'F') return static_cast<unsigned>(c - 'A' + 10);
-    return static_cast<unsigned>(c);
-}
-
 unsigned get_hex(text_in *in, int digits) {
     unsigned value = 0;
+    if (!in->stream && in->end - in->pos >= digits) {
+        for (const unsigned char *const end = in->pos + digits; in->pos < end; ++in->pos)
+            value = value * 16 + get_hex_digit(*in->pos);
+        return value;
+    }
     for (int i = 0; i < digits; ++i) {
         const int c = in_getc(in);
         if (c < 0) break;
