@@ -1,12 +1,14 @@
-// kovac: compiles locale sources and charmaps into the objects that the library loads.
+// kovac: compiles locale sources, charmaps and mappings into the objects that the library loads.
 // Exit status: 0 done (warnings included), 1 a source, charmap or registry is wrong, 2 wrong usage,
 // 3 a file cannot be found, read or written.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <unistd.h>
 
+#include "kovac_convert.h"
 #include "kovac_locale.h"
 #include "kovac_registry.h"
 #include "kovac_write.h"
@@ -186,6 +188,23 @@ static int write_object(const std::string &path, const locale_object &object, co
     return complain(exit_file, "cannot write " + path + ": " + why);
 }
 
+// Writes the object beside its place, lets the library prove it, and only then moves it there.
+static int write_proved(const std::string &path, const locale_object &object, const charmap &map,
+                        proof_report &report) {
+    const std::string trial = path + ".trial";
+    if (int status = write_object(trial, object, map)) return status;
+    prove_object(map, object.collate, trial, report);
+    std::error_code failed;
+    if (print_proof(report)) {
+        std::filesystem::rename(trial, path, failed);
+        if (!failed) return exit_done;
+    }
+    std::error_code ignored;
+    std::filesystem::remove(trial, ignored);
+    if (failed) return complain(exit_file, "cannot write " + path + ": " + failed.message());
+    return complain(exit_source, "comparison and key disagree; nothing was written");
+}
+
 static int compile_one(const locale_options &opt) {
     source_set set;
     set.dirs = search_dirs("locales");
@@ -210,11 +229,11 @@ static int compile_one(const locale_options &opt) {
         }
         return exit_source;
     }
-    if (opt.prove && !print_proof(report)) {
-        return complain(exit_source, "comparison and key disagree; nothing was written");
-    }
     describe(opt, set, map, object);
-    if (int status = write_object(path, object, map)) return status;
+    if (int status =
+            opt.prove ? write_proved(path, object, map, report) : write_object(path, object, map)) {
+        return status;
+    }
     if (opt.verbose) {
         fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n", path.c_str(),
                 map.chars.size(), object.ctype.pairs.size() - 1, diag.warnings);
@@ -332,13 +351,42 @@ static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
     return cmd;
 }
 
+static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
+    CLI::App *cmd = app.add_subcommand("convert", "Compile the conversion of two code sets");
+    cmd->add_option("-f,--from", opt.from, "Code set of the source")->required();
+    cmd->add_option("-t,--to", opt.to, "Code set of the target")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cv9/...")->required();
+    cmd->add_flag("--both", opt.both, "Compile the other direction, too");
+    cmd->add_option("--substitute", opt.substitute,
+                    "Bytes, as hexadecimal digits, for what has no mapping");
+    cmd->add_option("--from-name", opt.from_names, "Further name of the source in file names");
+    cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names");
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code sets");
+    cmd->add_flag("--supplementary", opt.supplementary,
+                  "Between utf8 and unicode: all planes, not the basic one alone");
+    cmd->add_flag("--report", opt.report, "List the characters that do not come back");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    cmd->footer("A code set is a name of the registry or of a charmap ($I18NPATH, then\n"
+                "/usr/share/i18n), a file (charmap, mapping file, UCM table), or what the C library\n"
+                "converts; \"utf8\" and \"unicode\" are built in.\n"
+                "Example: kovac convert --from EUC-JP --to utf8 --both -o data");
+    return cmd;
+}
+
+static int convert_pair(const convert_options &opt) {
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    return int(run_convert(opt, search_dirs("charmaps"), diag));
+}
+
 int main(int argc, char **argv) {
-    CLI::App app("Compiles locales and the code-set registry of Kova.", "kovac");
+    CLI::App app("Compiles locales, conversions and the code-set registry of Kova.", "kovac");
     app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
                "read or written.");
     app.require_subcommand(1);
     locale_options locale;
     registry_options registry;
+    convert_options convert;
+    const CLI::App *convert_cmd = add_convert_command(app, convert);
     const CLI::App *locale_cmd = add_locale_command(app, locale);
     const CLI::App *registry_cmd = add_registry_command(app, registry);
     try {
@@ -346,6 +394,7 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? exit_done : exit_usage;
     }
+    if (convert_cmd->parsed()) return convert_pair(convert);
     if (registry_cmd->parsed()) return write_registry(registry);
     if (!locale_cmd->parsed()) return exit_usage;
     if (!locale.list.empty()) return compile_list(locale);
