@@ -88,6 +88,7 @@ struct alignas(8) coll_cell {
     unsigned char count;
 };
 constexpr unsigned char coll_cell_none = 0xFF;
+constexpr uint64_t coll_no_counts = ~uint64_t{0};
 
 struct coll_flat_pass {
     // Weights by high and low byte of the character: 0 for the terminator, 1 for what the pass
@@ -108,6 +109,10 @@ struct coll_flat {
     bool byte_rows;                  // characters below 256 weigh as the bytes do
     const unsigned char *inner[256]; // 1 for characters inside an element, not its first
     void *blocks;                    // memory of all the tables
+    // By byte, with pass p in bits 8p.. up: the count of key bytes in each pass, and the key byte
+    // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
+    uint64_t counts[256];
+    uint64_t digits[256];
     coll_flat_pass pass[coll_max_passes];
 };
 
@@ -127,18 +132,21 @@ int walk_compare(kovaloc *loc, const ko_mchar_t *a, size_t len_a, const ko_mchar
 
 // A key being written: gathered in room and handed to dst, of which maxbytes bytes may be written.
 // What does not fit is only counted.
+constexpr size_t coll_sink_spare = 8; // a step may store that much beyond full
+constexpr size_t coll_sink_full = 512 - coll_sink_spare;
 struct coll_sink {
     ko_mchar_t *dst;
     size_t maxbytes;
-    size_t written; // bytes handed over, also those that did not fit
-    unsigned used;  // bytes gathered in room
-    ko_mchar_t room[512];
+    size_t written;   // bytes handed over, also those that did not fit
+    size_t used;      // bytes gathered in room
+    size_t full;      // more than that, and room is handed over
+    ko_mchar_t *room; // local, or dst itself
+    ko_mchar_t local[512];
 };
-constexpr unsigned coll_sink_full = 512 - 8;
 void sink_flush(coll_sink *sink);
 inline void sink_byte(coll_sink *sink, unsigned byte) {
     sink->room[sink->used++] = static_cast<ko_mchar_t>(byte);
-    if (sink->used > coll_sink_full) sink_flush(sink);
+    if (sink->used > sink->full) sink_flush(sink);
 }
 
 // Digits of base 254, as many as maxw needs; the most significant one first.

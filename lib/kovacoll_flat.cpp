@@ -307,11 +307,13 @@ static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, col
     }
     coll_sink sink;
     sink.used = 0;
+    sink.full = coll_sink_full;
+    sink.room = sink.local;
     const coll_widths widths = {key_widths(b->loc).maxw, 0xFF};
     for (unsigned i = 0; i < seq.count; ++i)
         write_item(seq.items[i], widths, &sink);
     if (sink.used > sizeof cell->bytes) return;
-    memcpy(cell->bytes, sink.room, sink.used);
+    memcpy(cell->bytes, sink.local, sink.used);
     cell->count = static_cast<unsigned char>(sink.used);
 }
 
@@ -323,6 +325,21 @@ static void fill_cells(builder *b, int pass) {
     for (unsigned c = 0; c < 256; ++c)
         fill_cell(b, p, c, &cells[c]);
     p->cells = cells;
+}
+
+static void fill_digits(coll_flat *flat) {
+    for (unsigned c = 0; c < 256; ++c) {
+        uint64_t digits = 0, counts = 0;
+        bool decided = c > 0;
+        for (int p = 0; p < flat->num_passes; ++p) {
+            const coll_cell *cell = &flat->pass[p].cells[c];
+            decided = decided && flat->pass[p].forward && cell->count != coll_cell_none;
+            counts |= uint64_t{cell->count} << 8 * p;
+            digits |= uint64_t{cell->bytes[0]} << 8 * p;
+        }
+        flat->counts[c] = decided ? counts : coll_no_counts;
+        flat->digits[c] = digits;
+    }
 }
 
 // ---- Building ----
@@ -386,6 +403,7 @@ static bool build(builder *b) {
     read_rows(b);
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
         build_pass(b, p, head.p, next.p, own_page);
+    if (!b->failed) fill_digits(flat);
     return !b->failed;
 }
 

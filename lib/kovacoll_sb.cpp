@@ -1,10 +1,7 @@
 // The comparers of single-byte locales with expansions only, with collating elements only, and
 // with neither. They work on the bytes themselves. Each stands beside a form on the derived pages,
 // taken where both give the same results.
-#include "kovacoll_pass.h"
-#include "kovasetlc.h"
-
-#include <string.h>
+#include "kovacoll_text.h"
 
 namespace {
 
@@ -20,10 +17,6 @@ struct exp_state {
 };
 
 } // namespace
-
-static bool by_code(const kovaloc *loc) {
-    return loc->exp.codeset_order || loc->coll_info.collate == collate_none;
-}
 
 static int code_order(const ko_mchar_t *a, const ko_mchar_t *b) {
     while (*a && *a == *b)

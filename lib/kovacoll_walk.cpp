@@ -198,21 +198,3 @@ int walk_key(kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink) 
 int walk_key(kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink) {
     return key(loc, text, len, sink);
 }
-
-coll_widths key_widths(const kovaloc *loc) {
-    const int weights = loc->coll_info.num_weights;
-    const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
-    return {static_cast<unsigned>(weights < 0        ? 0
-                                  : weights > 0xFFFF ? 0xFFFF
-                                                     : weights),
-            chars && chars->max_char_len > 1 ? 0xFFFFu : 0xFFu};
-}
-
-void sink_flush(coll_sink *sink) {
-    if (sink->written < sink->maxbytes) {
-        const size_t left = sink->maxbytes - sink->written;
-        memcpy(sink->dst + sink->written, sink->room, left < sink->used ? left : sink->used);
-    }
-    sink->written += sink->used;
-    sink->used = 0;
-}

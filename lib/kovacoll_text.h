@@ -1,0 +1,57 @@
+// The texts that comparison and keys start from: their code set, and wide copies of them.
+#ifndef KOVACOLL_TEXT_H
+#define KOVACOLL_TEXT_H
+
+#include "kovacoll_pass.h"
+#include "kovasetlc.h"
+
+#include <limits.h>
+#include <string.h>
+
+// Without a collation category the order is that of the codes.
+inline bool by_code(const kovaloc *loc) {
+    return loc->exp.codeset_order || loc->coll_info.collate == collate_none;
+}
+
+// The pages of the code set, NULL when the record has none for its class table.
+inline const mb_flat *code_set(const kovaloc *loc) {
+    return loc->chars && loc->chars->ctype == loc->ctype ? &loc->chars->classes : nullptr;
+}
+
+inline size_t mbs_length(const ko_mchar_t *mbs) {
+    return strlen(reinterpret_cast<const char *>(mbs));
+}
+
+inline size_t wide_length(const ko_wchar_t *wcs) {
+    size_t n = 0;
+    while (wcs[n])
+        ++n;
+    return n;
+}
+
+// Bytes of the character at s, 0 for none.
+inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
+    const unsigned char state = cs->flag1[*s];
+    if (state == mb_final) return 1;
+    return state == mb_prefix && cs->flag2[*s][s[1]] == mb_final ? 2 : 0;
+}
+
+inline unsigned wide_value(const ko_mchar_t *s, unsigned bytes) {
+    return bytes == 1 ? *s : static_cast<unsigned>(s[0] << 8 | s[1]);
+}
+
+constexpr size_t wide_local = 256;
+
+struct wide_copy {
+    ko_wchar_t *p = nullptr;
+    size_t len = 0; // before the terminator
+    ko_wchar_t local[wide_local];
+    ~wide_copy() {
+        if (p && p != local) ko_ext_free(p);
+    }
+};
+
+// False with the error word set for invalid text or without memory.
+bool widen(kovaloc *loc, const ko_mchar_t *mbs, wide_copy *copy);
+
+#endif
