@@ -307,6 +307,7 @@ static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
 
 int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
     if (category != KO_LC_ALL && !is_category(category)) return fail(dst_handle, KO_ERANGE, -1);
+    if (is_error_record(dst_handle)) return -1;
     kovaloc *dst = record(dst_handle), *src = record(src_handle);
     const bool all = category == KO_LC_ALL;
     const int first = all ? KO_LC_CTYPE : category, last = all ? KO_LC_MESSAGES : category;

@@ -145,14 +145,15 @@ void widen_names(kovaloc *loc) {
 // 1, or 0 when the record has no code set to widen through. A string that is no text stays absent
 // and leaves its error in the record.
 static int init_monum_info(kovaloc *loc) {
-    if (!has_characters(loc)) return 0;
     monum *m = &loc->monum_info;
+    const bool widen = has_characters(loc);
     for (const monum_string &s : monum_strings) {
         if (loc->copied & category_bit(s.category)) continue; // came with its wide forms
         free_ptr(m->*s.wcs);
-        alloc_wc_from_mb(loc, m->*s.mbs, &(m->*s.wcs));
+        m->*s.wcs = nullptr;
+        if (widen) alloc_wc_from_mb(loc, m->*s.mbs, &(m->*s.wcs));
     }
-    return 1;
+    return widen;
 }
 
 static int init_time_info(kovaloc *loc) {
@@ -163,11 +164,12 @@ static int init_time_info(kovaloc *loc) {
 
 int init_locale_info(kovaloc *loc) {
     widen_names(loc);
-    if (const int result = init_time_info(loc); result <= 0) {
+    const int time_result = init_time_info(loc), monum_result = init_monum_info(loc);
+    if (time_result <= 0) {
         ko_message("Failed to initialize time information\n");
-        return result;
+        return time_result;
     }
-    if (!init_monum_info(loc)) {
+    if (!monum_result) {
         ko_message("Failed to initialize monum information\n");
         return 0;
     }

@@ -80,15 +80,6 @@ static void find_sections(object_image *image, const unsigned char *start) {
     }
 }
 
-// The bytes of a stream of the standard library. What cannot be read is an empty file, which no
-// header survives; NULL without memory.
-static unsigned char *read_bytes(void *stream, size_t *size) {
-    *size = 0;
-    unsigned char *bytes = std_read_all(static_cast<FILE *>(stream), size);
-    if (bytes || !ko_ext_ferror(stream)) return bytes;
-    return static_cast<unsigned char *>(ko_ext_malloc(1));
-}
-
 static void forget_image(object_image *image) {
     free_ptr(image->path);
     free_ptr(image->bytes);
@@ -107,7 +98,7 @@ static bool read_image(object_image *image, void *stream, char *path) {
     forget_image(image);
     size_t size;
     image->path = path;
-    image->bytes = read_bytes(stream, &size);
+    image->bytes = read_stream_bytes(stream, &size);
     if (!image->bytes) return false;
     image->end = image->bytes + size;
     text_in in = {.pos = image->bytes, .end = image->end};
@@ -294,6 +285,7 @@ static int load_categories(kovaloc *loc, int category, const char *name, const c
 }
 
 char *set_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+    if (is_error_record(loc)) return nullptr; // keeps its reason, and nothing else
     ext_block<char> setting(setting_room);
     if (!setting.p) return fail(loc, KO_ENOMEM, nullptr);
     if (category != KO_LC_ALL && !is_category(category)) return fail(loc, KO_ERANGE, nullptr);
@@ -322,19 +314,12 @@ static void *open_default(const char *dir) {
 
 // Reads the whole object and closes the stream.
 static int read_object(kovaloc *loc, void *stream) {
-    text_in in = {.stream = stream};
-    if (stream_hooks_set()) {
-        const int result = read_locale_file(&in, loc);
-        if (in.stream) ko_ext_fclose(stream);
-        return result;
-    }
-    size_t size;
-    unsigned char *bytes = read_bytes(stream, &size);
-    ko_ext_fclose(stream);
-    if (!bytes) return fail(loc, KO_ENOMEM, -1);
-    in = {.pos = bytes, .end = bytes + size};
-    const int result = read_locale_file(&in, loc);
-    ko_ext_free(bytes);
+    text_image image;
+    const bool opened = open_image(stream, &image);
+    const int result = opened ? read_locale_file(&image.in, loc) : fail(loc, KO_ENOMEM, -1);
+    const bool closed = opened && !image.bytes && !image.in.stream; // the reader has done it
+    close_image(&image);
+    if (!closed) ko_ext_fclose(stream);
     return result;
 }
 

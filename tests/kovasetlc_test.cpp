@@ -3,6 +3,10 @@
 #include "kovautils.h"
 #include "locale_builder.h"
 
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
 // Built once: the builder needs the stream hooks for itself.
 static const locale_object &single() {
     static const locale_object object = single_byte_object();
@@ -577,4 +581,44 @@ TEST(Loading, FromDiskAndThroughHooksIsTheSame) {
         }
         EXPECT_EQ(memory.live, 0);
     }
+}
+
+// Every object of the compiled data root, from disk and through hooks.
+TEST(CompiledObjects, LoadAndGoWithoutATrace) {
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const std::filesystem::path folder = std::filesystem::path(root ? root : "") / "kova/lc11";
+    if (!root || !exists(folder)) GTEST_SKIP() << "no compiled data root";
+    int objects = 0;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (entry.path().extension() != ".lco") continue;
+        SCOPED_TRACE(entry.path().string());
+        objects++;
+        memory_hooks memory;
+        {
+            own_record disk, hooks;
+            const std::string name = entry.path().filename().string();
+            const std::string dir = entry.path().parent_path().string();
+            char *setting = set_categories(record(disk), KO_LC_ALL, name.c_str(), dir.c_str());
+            EXPECT_NE(setting, nullptr);
+            ko_destroystring(setting);
+            EXPECT_EQ(disk.error(), 0);
+            std::ostringstream text;
+            text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+            file_hooks files;
+            files.files[dir + "\\" + name] = text.str();
+            setting = set_categories(record(hooks), KO_LC_ALL, name.c_str(), dir.c_str());
+            EXPECT_NE(setting, nullptr);
+            ko_destroystring(setting);
+            for (unsigned item = 0; item <= KO_LANGINFO_MAX; item++) {
+                const ko_wchar_t *a = ko_wc_nl_langinfo(disk, item);
+                const ko_wchar_t *b = ko_wc_nl_langinfo(hooks, item);
+                ASSERT_EQ(!a, !b);
+                if (a) {
+                    EXPECT_EQ(wide(a), wide(b));
+                }
+            }
+        }
+        EXPECT_EQ(memory.live, 0);
+    }
+    EXPECT_GT(objects, 20);
 }
