@@ -366,10 +366,11 @@ static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
                   "Between utf8 and unicode: all planes, not the basic one alone");
     cmd->add_flag("--report", opt.report, "List the characters that do not come back");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
-    cmd->footer("A code set is a name of the registry or of a charmap ($I18NPATH, then\n"
-                "/usr/share/i18n), a file (charmap, mapping file, UCM table), or what the C library\n"
-                "converts; \"utf8\" and \"unicode\" are built in.\n"
-                "Example: kovac convert --from EUC-JP --to utf8 --both -o data");
+    cmd->footer(
+        "A code set is a name of the registry or of a charmap ($I18NPATH, then\n"
+        "/usr/share/i18n), a file (charmap, mapping file, UCM table), or what the C library\n"
+        "converts; \"utf8\" and \"unicode\" are built in.\n"
+        "Example: kovac convert --from EUC-JP --to utf8 --both -o data");
     return cmd;
 }
 

@@ -39,6 +39,7 @@ struct reader {
     std::unordered_map<uint32_t, bool> too_long; // codes of characters left out
     uint8_t default_width = 1;
     uint32_t next_private = private_code;
+    std::vector<charmap_line> *lines = nullptr;
 };
 
 } // namespace
@@ -177,6 +178,9 @@ static uint32_t code_for(reader &rd, const symbol &sym, std::string_view name) {
 
 static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible) {
     charmap &map = *rd.map;
+    if (rd.lines && seq.len <= 4) {
+        rd.lines->push_back({code, seq.value, uint8_t(seq.len), irreversible});
+    }
     if (seq.len > 2) {
         ++map.long_chars;
         rd.too_long.emplace(code, true);
@@ -482,14 +486,14 @@ static bool load_unicode(const std::vector<std::string> &dirs, diagnostics &diag
 }
 
 bool load_charmap(const std::vector<std::string> &dirs, const std::string &name, diagnostics &diag,
-                  charmap &map) {
+                  charmap &map, std::vector<charmap_line> *lines) {
     if (name == "unicode") return load_unicode(dirs, diag, map);
     source_file file;
     if (!open_charmap(dirs, name, diag, file)) return false;
     map.hash = content_hash(file.text);
     reader rd{
         .in = {.file = &file, .diag = &diag},
-          .map = &map
+          .map = &map, .lines = lines
     };
     if (!read_charmap(rd)) return false;
     if (map.long_chars) {

@@ -35,9 +35,18 @@ struct charmap {
     uint64_t hash = 0;                               // of the file's content
 };
 
-// Reads a charmap by path or by bare name ("unicode" is built in). False after an error.
+// A line of a charmap, or one of its range, as it stands.
+struct charmap_line {
+    uint32_t code;
+    uint32_t bytes; // big-endian
+    uint8_t len;    // 1 to 4
+    bool one_way;   // marked %IRREVERSIBLE%
+};
+
+// Reads a charmap by path or by bare name ("unicode" is built in). False after an error. lines (may
+// be null) gets every character, those of more than two bytes too.
 bool load_charmap(const std::vector<std::string> &dirs, const std::string &name, diagnostics &diag,
-                  charmap &map);
+                  charmap &map, std::vector<charmap_line> *lines = nullptr);
 
 // The character of a code point; null when the code set lacks it.
 const charmap_char *find_code(const charmap &map, uint32_t code);

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <memory>
 
 #include "kova.h"
@@ -178,9 +177,8 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
 
 // ---- files -------------------------------------------------------------------------------------
 
-// Writes beside the target and renames, so that readers see the old file or the new one.
-static write_result write_file(const std::string &path, std::string *why,
-                               const std::function<bool(FILE *)> &put) {
+write_result write_file(const std::string &path, std::string *why,
+                        const std::function<bool(FILE *)> &put) {
     std::error_code failed;
     const fs::path target(path), beside(path + ".new");
     if (target.has_parent_path()) fs::create_directories(target.parent_path(), failed);
@@ -203,6 +201,18 @@ static write_result write_file(const std::string &path, std::string *why,
     std::error_code ignored;
     fs::remove(beside, ignored);
     return put_all ? write_result::io : write_result::no_memory;
+}
+
+write_result link_file(const std::string &existing, const std::string &path, std::string *why) {
+    const fs::path beside(path + ".new");
+    std::error_code failed;
+    fs::remove(beside, failed);
+    fs::create_hard_link(existing, beside, failed);
+    if (failed) fs::copy_file(existing, beside, fs::copy_options::overwrite_existing, failed);
+    if (!failed) fs::rename(beside, path, failed);
+    if (!failed) return write_result::done;
+    *why = failed.message();
+    return write_result::io;
 }
 
 write_result write_locale(const std::string &path, const locale_object &object, const charmap &map,

@@ -1,6 +1,8 @@
 // Writes a compiled locale as a locale object file, and text files in general, whole or not at all.
 #pragma once
 
+#include <cstdio>
+#include <functional>
 #include <string>
 
 #include "kovac_locale.h"
@@ -13,6 +15,14 @@ enum class write_result { done, no_memory, io };
 // when it is complete. *why gets the system's reason after io.
 write_result write_locale(const std::string &path, const locale_object &object, const charmap &map,
                           std::string *why);
+
+// Writes what put does, whole or not at all: beside the target first, then renamed. False from put
+// is memory running out.
+write_result write_file(const std::string &path, std::string *why,
+                        const std::function<bool(FILE *)> &put);
+
+// Gives a file a second name, or copies it where the file system has no such names.
+write_result link_file(const std::string &existing, const std::string &path, std::string *why);
 
 // Puts text into a file the same way.
 write_result write_text(const std::string &path, const std::string &text, std::string *why);
