@@ -149,9 +149,11 @@ static void add_figures(const locale_handle &handle, const codec &code,
                             ? "a text grows to " + ratio(head->case_conv_ratio) + " times its bytes"
                             : "a text keeps its bytes' number");
     add("collation", collation_text(code));
-    add("  ignored", std::to_string(ignored_count(head)) + " strings weigh nothing");
-    add("  equal", std::to_string(equivalent_count(head)) + " strings weigh as another one");
-    add("  longest", ratio(head->coll_char_ratio) + " characters at most weigh as one");
+    if (const size_t count = ignored_count(head))
+        add("  ignored", std::to_string(count) + " strings weigh nothing");
+    if (const size_t count = equivalent_count(head))
+        add("  equal", std::to_string(count) + " strings weigh as another one");
+    add("  ratio", "a character weighs as at most " + ratio(head->coll_char_ratio) + " others");
 }
 
 // ---- numeric and monetary conventions ----

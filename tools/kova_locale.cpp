@@ -69,8 +69,10 @@ data_place find_data(const common_options &common) {
     if (const std::string root = env_text("VANTORDIR"); !root.empty())
         return named_root(root, "VANTORDIR", false);
     std::vector<std::string> tried;
-    if (const std::string program = program_directory(); !program.empty())
-        tried = {program + "/vantor", program + "/../vantor", program + "/../share/vantor"};
+    if (const std::string program = program_directory(); !program.empty()) {
+        const std::string above = program.substr(0, program.find_last_of("/\\"));
+        tried = {program + "/vantor", above + "/vantor", above + "/share/vantor"};
+    }
     tried.push_back(built_in_root());
     std::string text;
     for (const std::string &root : tried) {

@@ -297,10 +297,21 @@ static void measure_files(sort_job &job, const std::vector<std::string> &files) 
     }
 }
 
+static void open_sort_locale(const data_place &data, const std::string &name,
+                             locale_handle &handle) {
+    if (!name.empty()) return open_locale(data, name, handle);
+    try {
+        open_locale(data, environment_locale(), handle);
+    } catch (const failure &e) {
+        throw failure(e.status, std::string("the environment's locale: ") + e.what() +
+                                    "; name another by -l");
+    }
+}
+
 int run_sort(const common_options &common, const sort_options &options) {
     const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale.empty() ? environment_locale() : options.locale, handle);
+    open_sort_locale(data, options.locale, handle);
     sort_job job;
     make_codec(handle, data, text_is_utf8(common), job.code);
     read_options(options, job);
