@@ -363,8 +363,8 @@ size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows) {
     const rows_kernel kernel = choose_rows(rows.count);
     while (kernel) {
         i += kernel(dst + i, src + i, rows);
-        // Behind the blocks of a page, or at the end.
-        for (const size_t edge = i + readable(src + i) % 32; i < edge; ++i) {
+        if (!src[i]) return i;
+        for (const size_t edge = i + readable(src + i) % 32; i < edge; ++i) { // of the page
             if (!src[i]) return i;
             dst[i] = rows.table[src[i]];
         }
