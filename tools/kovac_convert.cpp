@@ -37,17 +37,17 @@ static bool parse_substitute(const std::string &text, const conv_set &to, char_b
 
 struct direction {
     const conv_object *object;
-    std::vector<std::string> irreversible;
+    std::vector<std::string> substituted;
 };
 
 static void print_report(const direction &d) {
     const conv_object &o = *d.object;
-    printf("%s to %s: %zu characters convert, %zu of them irreversibly, %zu have no mapping\n",
+    printf("%s to %s: %zu characters convert, %zu of them by substitution, %zu have no mapping\n",
            o.from->names.front().c_str(), o.to->names.front().c_str(),
            size_t(std::count_if(o.entries.begin(), o.entries.end(),
                                 [](const conv_entry &e) { return e.code != no_code; })),
-           d.irreversible.size(), o.unmapped.size());
-    for (const std::string &line : d.irreversible)
+           d.substituted.size(), o.unmapped.size());
+    for (const std::string &line : d.substituted)
         printf("%s\n", line.c_str());
     for (const auto &[bytes, code] : o.unmapped) {
         printf("unmapped\t%0*x\tU+%04X\n", bytes.len * 2, unsigned(bytes.value), unsigned(code));
@@ -84,8 +84,8 @@ static convert_status write_one(const convert_options &opt, const direction &d, 
     if (status != convert_status::done) return status;
     if (opt.report) print_report(d);
     if (opt.verbose) {
-        fprintf(stderr, "%s: %zu entries, %zu irreversible, %zu unmapped, ratio %g\n", path.c_str(),
-                d.object->entries.size(), d.irreversible.size(), d.object->unmapped.size(),
+        fprintf(stderr, "%s: %zu entries, %zu substituted, %zu unmapped, ratio %g\n", path.c_str(),
+                d.object->entries.size(), d.substituted.size(), d.object->unmapped.size(),
                 double(d.object->ratio));
     }
     return status;
@@ -107,9 +107,9 @@ convert_status run_convert(const convert_options &opt, const std::vector<std::st
         return convert_status::source;
     }
     direction there{&forth, {}}, home{&back, {}};
-    if (!prove_round_trips(forth, back, diag, &there.irreversible)) return convert_status::source;
+    if (!prove_round_trips(forth, back, diag, &there.substituted)) return convert_status::source;
     // What a substitute adds to the way there has no counterpart on the way back.
-    if (opt.both && !prove_round_trips(back, forth, diag, &home.irreversible)) {
+    if (opt.both && !prove_round_trips(back, forth, diag, &home.substituted)) {
         return convert_status::source;
     }
     const convert_status written = write_one(opt, there, diag);

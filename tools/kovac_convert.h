@@ -128,9 +128,9 @@ bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute
 // The bytes that an object's tables give for a character; len 0 when it is unmapped.
 char_bytes convert_char(const conv_object &object, char_bytes source);
 
-// Proves with the tables of both directions that exactly the characters without the substitution
-// flag come back. Appends the others to lines as text, when it is given. False when flag and
-// tables disagree.
+// Proves with the tables of both directions that every character without the substitution flag
+// comes back. Appends those with the flag to lines as text, when it is given. False when one that
+// should come back does not.
 bool prove_round_trips(const conv_object &forth, const conv_object &back, diagnostics &diag,
                        std::vector<std::string> *lines);
 

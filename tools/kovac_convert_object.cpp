@@ -22,11 +22,10 @@ static char_bytes bytes_of(const conv_set &set, uint32_t code) {
     return found == set.bytes.end() ? char_bytes{} : found->second;
 }
 
-// Whether the target bytes come back as the source bytes.
-static bool comes_back(const conv_set &from, const conv_set &to, char_bytes source,
-                       char_bytes target) {
-    const auto code = to.codes.find(target);
-    return code != to.codes.end() && bytes_of(from, code->second) == source;
+// Both bytes stand for the code point and the code point for them, nothing is a fallback.
+static bool is_exact(const conv_set &from, const conv_set &to, const conv_entry &e) {
+    const auto code = to.codes.find(e.target);
+    return code != to.codes.end() && code->second == e.code && bytes_of(from, e.code) == e.source;
 }
 
 static void add_entry(conv_object &object, char_bytes source, uint32_t code,
@@ -37,12 +36,13 @@ static void add_entry(conv_object &object, char_bytes source, uint32_t code,
         target = substitute;
     }
     if (!target.len) return;
-    const bool exact = comes_back(*object.from, *object.to, source, target);
-    unsigned flags = exact ? 0 : entry_substitute;
+    conv_entry entry{source, target, 0, code};
+    unsigned flags = is_exact(*object.from, *object.to, entry) ? 0 : entry_substitute;
     if (code == 0) flags |= entry_terminator;
     if (target.shifted) flags |= entry_shifted;
     if (!flags) flags = entry_plain;
-    object.entries.push_back({source, target, uint8_t(flags), code});
+    entry.flags = uint8_t(flags);
+    object.entries.push_back(entry);
 }
 
 // The shift codes convert to nothing. A shift-in byte without a shift before it is passed over.
@@ -200,7 +200,7 @@ bool prove_round_trips(const conv_object &forth, const conv_object &back, diagno
         const char_bytes target = convert_char(forth, e.source);
         const char_bytes returned = convert_char(back, target);
         const bool flagged = item && (item[0] & entry_substitute) != 0;
-        if (target != e.target || flagged == (returned == e.source)) {
+        if (target != e.target || (!flagged && returned != e.source)) {
             error(diag, {},
                   format("%s to %s: %s gives %s and that gives %s, against its flags %02x",
                          forth.from->origin.c_str(), forth.to->origin.c_str(),
@@ -209,8 +209,9 @@ bool prove_round_trips(const conv_object &forth, const conv_object &back, diagno
             return false;
         }
         if (!flagged || !lines) continue;
-        lines->push_back(format("irreversible\t%s\tU+%04X\t%s\t%s", hex(e.source).c_str(),
-                                unsigned(e.code), hex(target).c_str(), hex(returned).c_str()));
+        lines->push_back(format(
+            "%s\t%s\tU+%04X\t%s\t%s", returned == e.source ? "substitution" : "irreversible",
+            hex(e.source).c_str(), unsigned(e.code), hex(target).c_str(), hex(returned).c_str()));
     }
     return true;
 }

@@ -117,6 +117,17 @@ static void name_set(conv_set &set, const std::string &asked) {
     add_name(set, asked);
 }
 
+static constexpr struct {
+    const char *charmap;
+    uint32_t code;
+    uint8_t len;
+    uint32_t value;
+} fallbacks[] = {
+#define KOVAC_FALLBACK(charmap, code, len, value) {charmap, code, len, value},
+#include "../data/fallbacks.inc"
+#undef KOVAC_FALLBACK
+};
+
 static bool load_from_charmap(const std::vector<std::string> &dirs, const std::string &name,
                               diagnostics &diag, conv_set &set, std::string *code_set_name) {
     charmap map;
@@ -127,6 +138,9 @@ static bool load_from_charmap(const std::vector<std::string> &dirs, const std::s
         if (line.code >= private_code || !is_scalar(line.code)) continue;
         builder.add({false, line.len, line.bytes}, line.code,
                     line.one_way ? tie::either : tie::both);
+    }
+    for (const auto &f : fallbacks) {
+        if (map.name == f.charmap) builder.add({false, f.len, f.value}, f.code, tie::to_bytes);
     }
     set.origin = "charmap " + map.name;
     *code_set_name = map.name;
