@@ -16,3 +16,10 @@ if(KOVA_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KOVA_SANITIZE})
 endif()
+
+# Optimisation of sources that are built more often than they are run.
+if(KOVA_SANITIZE)
+  set(kova_quick_build -O0)
+else()
+  set(kova_quick_build $<$<CONFIG:Release>:-O1>)
+endif()

@@ -64,6 +64,9 @@ endforeach()
 function(kova_command name output)
   if(EXISTS ${tools}/${output}.cpp)
     add_executable(${name} ${tools}/${output}.cpp)
+    # Little but option tables, which take long to optimise.
+    set_source_files_properties(${tools}/${output}.cpp PROPERTIES
+                                COMPILE_OPTIONS "${kova_quick_build}")
     target_link_libraries(${name} PRIVATE ${ARGN} kovatools kova)
     set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output}
         INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
