@@ -96,10 +96,34 @@ static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n
 
 #endif
 
+#ifdef KOVA_BLOCKS
+
+// The same for long strings of a single-byte code set, up to the blocks that hold the end.
+__attribute__((target("avx2"))) static size_t widen_long(ko_wchar_t *dst, const ko_mchar_t *src,
+                                                         size_t n) {
+    const size_t fit = readable(src) < n ? readable(src) : n;
+    size_t i = 0;
+    for (size_t left = fit / 32; left; --left, i += 32) {
+        const void *from = src + i;
+        void *to = dst + i, *second = dst + i + 16;
+        const __m256i v = _mm256_loadu_si256(static_cast<const __m256i *>(from));
+        if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, _mm256_setzero_si256()))) break;
+        _mm256_storeu_si256(static_cast<__m256i *>(to),
+                            _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
+        _mm256_storeu_si256(static_cast<__m256i *>(second),
+                            _mm256_cvtepu8_epi16(_mm256_extracti128_si256(v, 1)));
+    }
+    return i;
+}
+
+#endif
+
 size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most) {
     size_t i = 0;
 #ifdef KOVA_BLOCKS
+    const bool wide_units = most > 0x7F && n >= 256 && __builtin_cpu_supports("avx2");
     while (i < n) {
+        if (wide_units) i += widen_long(dst + i, src + i, n - i);
         if (widen_blocks(dst, src, n, most, &i)) return i;
         for (const size_t edge = i + readable(src + i) % 16; i < edge; ++i) { // of the page
             if (i == n || src[i] - 1u >= most) return i;
