@@ -102,13 +102,21 @@ struct coll_flat_pass {
     bool ties; // some weight carries coll_code_tie
 };
 
+constexpr int coll_boxes = 3;
+
 struct coll_flat {
     int num_passes;
-    bool all_forward;
     bool elements;
     bool byte_rows;                  // characters below 256 weigh as the bytes do
     const unsigned char *inner[256]; // 1 for characters inside an element, not its first
-    void *blocks;                    // memory of all the tables
+    // Of the first pass by byte, as its page has them; all 0 where bytes do not weigh so.
+    uint16_t first_weights[256];
+    // Two-byte characters of the class table boxes_of: where both bytes, the first one at even
+    // places, lie from lo to hi of one box, they are a character. Unused boxes are empty. boxes_of
+    // is NULL where the first weights that differ do not decide: behind elements, backward.
+    const void *boxes_of;
+    unsigned char box_lo[coll_boxes][16], box_hi[coll_boxes][16];
+    void *blocks; // memory of all the tables
     // By byte, with pass p in bits 8p.. up: the count of key bytes in each pass, and the key byte
     // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
     uint64_t counts[256];

@@ -342,6 +342,70 @@ static void fill_digits(coll_flat *flat) {
     }
 }
 
+static void fill_first_weights(coll_flat *flat) {
+    if (flat->num_passes > 0 && flat->byte_rows)
+        memcpy(flat->first_weights, flat->pass[0].page[0], sizeof flat->first_weights);
+}
+
+// The longest run of second bytes of each first byte of the class table; hi 0: none.
+struct trail_runs {
+    unsigned lo[256], hi[256];
+};
+
+static void find_runs(const multi_arr *root, trail_runs *runs) {
+    for (unsigned lead = 0; lead < 256; ++lead) {
+        runs->lo[lead] = runs->hi[lead] = 0;
+        if (root->flag_arr[lead] != mb_prefix || !root->next_arr || !root->offset_arr) continue;
+        const multi_arr *child = root->next_arr[root->offset_arr[lead]];
+        if (!child || !child->flag_arr) continue;
+        for (unsigned from = 1, to; from < 256; from = to + 1) {
+            for (to = from; to < 256 && child->flag_arr[to] == mb_final;)
+                ++to;
+            if (to - from > runs->hi[lead] - runs->lo[lead] + (runs->hi[lead] > 0)) {
+                runs->lo[lead] = from;
+                runs->hi[lead] = to - 1;
+            }
+        }
+    }
+}
+
+// Puts the box of most characters into the tables and takes its first bytes out of the runs. A box
+// may leave out a tenth of its first bytes' characters, no more.
+static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
+    unsigned best = 0, best_from = 0, best_to = 0, best_lo = 255, best_hi = 0;
+    for (unsigned from = 0; from < 256; ++from) {
+        unsigned lo = 0, hi = 255, all = 0;
+        for (unsigned to = from; to < 256 && runs->hi[to]; ++to) {
+            if (lo < runs->lo[to]) lo = runs->lo[to];
+            if (hi > runs->hi[to]) hi = runs->hi[to];
+            if (hi < lo) break;
+            all += runs->hi[to] - runs->lo[to] + 1;
+            const unsigned size = (hi - lo + 1) * (to - from + 1);
+            if (size <= best || size < all / 10 * 9) continue;
+            best = size;
+            best_from = from, best_to = to, best_lo = lo, best_hi = hi;
+        }
+    }
+    for (unsigned i = 0; i < 16; ++i) {
+        box_lo[i] = static_cast<unsigned char>(i % 2 || !best ? best_lo : best_from);
+        box_hi[i] = static_cast<unsigned char>(i % 2 || !best ? best_hi : best_to);
+    }
+    for (unsigned lead = best_from; best && lead <= best_to; ++lead)
+        runs->hi[lead] = 0;
+}
+
+static void fill_boxes(const kovaloc *loc, coll_flat *flat) {
+    const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
+    if (flat->elements || !flat->num_passes || !flat->pass[0].forward) return;
+    if (!chars || chars->min_char_len != 1 || chars->max_char_len != 2) return;
+    if (!chars->root || !chars->root->flag_arr) return;
+    trail_runs runs;
+    find_runs(chars->root, &runs);
+    for (int box = 0; box < coll_boxes; ++box)
+        take_box(&runs, flat->box_lo[box], flat->box_hi[box]);
+    flat->boxes_of = chars;
+}
+
 // ---- Building ----
 
 static void build_pass(builder *b, int pass, const int *head, const int *next,
@@ -382,9 +446,6 @@ static bool build(builder *b) {
     const size_t elems = coll->num_coll_elems > 0 ? static_cast<size_t>(coll->num_coll_elems) : 0;
     flat->num_passes = coll->num_passes;
     flat->elements = elems > 0;
-    flat->all_forward = true;
-    for (int p = 0; p < coll->num_passes; ++p)
-        if (!walks_forward(b, p)) flat->all_forward = false;
     for (auto &page : flat->inner)
         page = nothing_inner;
     ext_block<int> head(elems ? 65536 : 1), next(elems);
@@ -404,6 +465,8 @@ static bool build(builder *b) {
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
         build_pass(b, p, head.p, next.p, own_page);
     if (!b->failed) fill_digits(flat);
+    if (!b->failed) fill_first_weights(flat);
+    if (!b->failed) fill_boxes(b->loc, flat);
     return !b->failed;
 }
 

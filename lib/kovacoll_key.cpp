@@ -252,18 +252,21 @@ static void write_cells(const coll_flat *flat, const ko_mchar_t *text, const ko_
     }
 }
 
-// -1 where the cells do not decide the whole text or dst lacks the room.
+// -1 where the cells do not decide the whole text, or dst has room for a part of the key.
 static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *text, int maxbytes) {
     size_t lens[coll_max_passes] = {};
     const ko_mchar_t *end = measure(flat, text, lens);
-    if (*end || maxbytes <= 0) return -1;
-    ko_mchar_t *starts[coll_max_passes];
     size_t total = 0;
-    for (int p = 0; p < flat->num_passes; ++p) {
-        starts[p] = dst + total;
+    for (int p = 0; p < flat->num_passes; ++p)
         total += lens[p] + 1;
-        if (total > static_cast<size_t>(maxbytes)) return -1;
-        starts[p][lens[p]] = p + 1 < flat->num_passes;
+    if (*end || !total || total > INT_MAX) return -1;
+    if (maxbytes <= 0) return static_cast<int>(total) - 1;
+    if (total > static_cast<size_t>(maxbytes)) return -1;
+    ko_mchar_t *starts[coll_max_passes];
+    for (int p = 0; p < flat->num_passes; ++p) {
+        starts[p] = dst;
+        dst += lens[p] + 1;
+        dst[-1] = p + 1 < flat->num_passes;
     }
     switch (flat->num_passes) {
     case 1:

@@ -186,24 +186,35 @@ static inline void skip_common(const ko_mchar_t *&a, const ko_mchar_t *&b) {
         ++a, ++b;
 }
 
-int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
-    int order;
-    if (decided(handle, mbs1, mbs2, &order)) return order;
-    const kovaloc *loc = record(handle);
+// Pass by pass from where the strings part.
+static int exp_passes(const kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
     const coll_data *coll = &loc->coll_info;
-    skip_common(mbs1, mbs2);
-    if (!*mbs1 && !*mbs2) return 0;
+    int order = 0;
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
         const coll_flat_pass *p = loc->weights ? &loc->weights->pass[pass] : nullptr;
         if (p && p->sb_specials) {
-            order = compare_pass(p->page, p->sb_specials, byte_text{mbs1}, byte_text{mbs2});
+            order = compare_pass(p->page, p->sb_specials, byte_text{a}, byte_text{b});
             continue;
         }
         sb_weights weights;
         pass_weights(loc, pass, &weights);
-        order = collate_sb_exp(weights.p, coll->exp_direct[pass], mbs1, mbs2);
+        order = collate_sb_exp(weights.p, coll->exp_direct[pass], a, b);
     }
     return order;
+}
+
+int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
+    if (!handle || !mbs1 || !mbs2) return fail(handle, KO_ENULL, 0);
+    const kovaloc *loc = record(handle);
+    const coll_flat *flat = loc->weights;
+    if (!flat && by_code(loc)) return code_order(mbs1, mbs2);
+    skip_common(mbs1, mbs2);
+    if (*mbs1 == *mbs2) return 0;
+    if (flat) { // most pairs end here
+        const unsigned w1 = flat->first_weights[*mbs1], w2 = flat->first_weights[*mbs2];
+        if (w1 != w2 && plain_weight(w1) && plain_weight(w2)) return w1 < w2 ? -1 : 1;
+    }
+    return exp_passes(loc, mbs1, mbs2);
 }
 
 int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {

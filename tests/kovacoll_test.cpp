@@ -391,6 +391,65 @@ TEST(Collation, FailsCleanlyWithoutMemory) {
     EXPECT_GT(failed, 20);
 }
 
+// Short strings of two-byte characters are taken as blocks: at every place of a page, and with
+// every kind of damage, the result and the error are those of the characters one by one.
+TEST(Collation, ComparesShortStringsOfPairsExactly) {
+    std::vector<std::string> characters = {std::string(1, '\0'), "a", "b"};
+    coll_spec spec;
+    spec.passes = {coll_forward, coll_forward};
+    spec.rows = {
+        {90, 90},
+        {2,  2 },
+        {2,  3 },
+        {1,  1 },
+        {5,  2 },
+        {6,  2 }
+    };
+    for (const int lead : {0xB0, 0xB1, 0xB2, 0xD0})
+        for (int trail = 0xA1; trail < 0xFF; ++trail) {
+            if (trail > 0xF0 && lead == 0xB1) continue;
+            characters.push_back({static_cast<char>(lead), static_cast<char>(trail)});
+            if (trail % 7)
+                spec.map.push_back({characters.back(), static_cast<uint16_t>(trail % 6)});
+        }
+    coll_record r(characters, spec.text());
+    ASSERT_EQ(r.result, 0);
+    std::mt19937 rng(5);
+    const auto below = [&](unsigned n) { return static_cast<unsigned>(rng() % n); };
+    std::vector<ko_mchar_t> pages(3 * 4096);
+    ko_mchar_t *const page_end =
+        pages.data() + (8192 - reinterpret_cast<uintptr_t>(pages.data()) % 4096);
+    int invalid = 0, unequal = 0;
+    for (int round = 0; round < 60000; ++round) {
+        std::string strings[2];
+        for (std::string &s : strings)
+            for (unsigned n = below(9); n; --n)
+                s += characters[3 + below(10) * (below(20) ? 1 : 36)];
+        if (below(2))
+            strings[1].replace(0, std::string::npos,
+                               strings[0].substr(0, 2 * below(9)) + strings[1]);
+        if (!below(4) && !strings[0].empty())
+            strings[0][below(static_cast<unsigned>(strings[0].size()))] =
+                "a\xA0\xFF\x80\xB0"[below(5)];
+        if (!below(8)) strings[1] += 'b';
+        ko_mchar_t *const a = page_end - strings[0].size() - 1 - (below(2) ? below(40) : 0);
+        memcpy(a, strings[0].c_str(), strings[0].size() + 1);
+        int got[2], errors[2];
+        for (const int tables : {0, 1}) {
+            r.use_tables(tables);
+            r.clear_error();
+            got[tables] = im_mbscoll(r.handle, a, mb(strings[1].c_str()));
+            errors[tables] = r.error();
+        }
+        ASSERT_EQ(got[0], got[1]) << round;
+        ASSERT_EQ(errors[0], errors[1]) << round;
+        invalid += errors[0] != 0;
+        unequal += got[0] != 0;
+    }
+    EXPECT_GT(invalid, 5000);
+    EXPECT_GT(unequal, 20000);
+}
+
 // ---- Random tables ----
 
 namespace {
