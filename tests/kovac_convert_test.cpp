@@ -240,6 +240,13 @@ TEST(KovacConvert, KeepsLongCharactersOfCharmaps) {
     EXPECT_EQ(set.codes.at({false, 4, 0x8EA1A1A1}), 0x3042u);
 }
 
+TEST(KovacConvert, NamesASetWhoseNameCannotStandInAFileName) {
+    pair_job job("utf8", "unicode");
+    job.opt.from = job.dir.write("a b:c.map", "41\tU+0041\n");
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    EXPECT_FALSE(job.object("a_b_c_unicode").empty());
+}
+
 TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
     static const struct {
         std::string from, to, substitute;
@@ -327,11 +334,13 @@ TEST(KovacConvert, CommandReportsAndExitsWithTheStatusItDocuments) {
     } rows[] = {
         {" -f " + a + " -t " + b + root + " --report", 0,
          "a to b: 3 characters convert, 1 of them by substitution, 1 have no mapping\n"
-         "irreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n"         },
-        {" -f " + a + root,                            2, "--to is required"},
-        {" -f utf8 -t utf8" + root,                    2, "one code set"    },
-        {" -f " + a + " -t /no/such.map" + root,       3, "no code set"     },
-        {" -f " + a + " -t utf8 -o /dev/null",         3, "cannot write"    },
+         "irreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n"           },
+        {" -f " + a + root,                            2, "--to is required"  },
+        {" -f utf8 -t utf8" + root,                    2, "one code set"      },
+        {" -f utf8 -t latin1 --to-name ../x" + root,   2, "cannot name a file"},
+        {" -f utf8 -t /usr" + root,                    3, "cannot read"       },
+        {" -f " + a + " -t /no/such.map" + root,       3, "no code set"       },
+        {" -f " + a + " -t utf8 -o /dev/null",         3, "cannot write"      },
     };
     for (const auto &r : rows) {
         const int status = system((kovac + r.arguments + " >" + dir.path + "/log 2>&1").c_str());

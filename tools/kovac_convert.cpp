@@ -68,8 +68,13 @@ static convert_status load_sets(const convert_options &opt, const std::vector<st
         return wrong(diag, convert_status::usage,
                      format("%s and %s are one code set", opt.from.c_str(), opt.to.c_str()));
     }
-    from.names.insert(from.names.end(), opt.from_names.begin(), opt.from_names.end());
-    to.names.insert(to.names.end(), opt.to_names.begin(), opt.to_names.end());
+    using named = std::pair<conv_set *, const std::vector<std::string> *>;
+    for (const auto &[set, names] : {named(&from, &opt.from_names), named(&to, &opt.to_names)}) {
+        for (const std::string &name : *names) {
+            if (add_name(*set, name)) continue;
+            return wrong(diag, convert_status::usage, "\"" + name + "\" cannot name a file");
+        }
+    }
     const bool built_in = from.form != set_form::listed && to.form != set_form::listed;
     const bool everything = built_in || (!opt.substitute.empty() && from.form != set_form::listed);
     const uint32_t last = opt.supplementary ? last_code : last_bmp_code;

@@ -56,6 +56,9 @@ struct set_builder {
     void add(char_bytes bytes, uint32_t code, tie kind);
 };
 
+// Adds a name for file names. False when it cannot stand in one.
+bool add_name(conv_set &set, const std::string &name);
+
 // Strings end with the null character: it is added where a source lacks it.
 void complete_set(conv_set &set);
 

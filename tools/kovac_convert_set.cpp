@@ -2,6 +2,7 @@
 #include "kovac_convert.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include <unistd.h>
 
@@ -100,11 +101,12 @@ static const code_set *registered(int number) {
     return nullptr;
 }
 
-static void add_name(conv_set &set, std::string name) {
-    const bool usable = !name.empty() && name.find_first_of("/\\: ") == std::string::npos;
-    if (usable && std::find(set.names.begin(), set.names.end(), name) == set.names.end()) {
-        set.names.push_back(std::move(name));
+bool add_name(conv_set &set, const std::string &name) {
+    if (name.empty() || name.find_first_of("/\\: ") != std::string::npos) return false;
+    if (std::find(set.names.begin(), set.names.end(), name) == set.names.end()) {
+        set.names.push_back(name);
     }
+    return true;
 }
 
 // The established name, the charmap's, and the one that was asked for.
@@ -114,7 +116,12 @@ static void name_set(conv_set &set, const std::string &asked) {
         add_name(set, std::string(names.substr(0, names.find(' '))));
         if (known->charmap != std::string_view("-")) add_name(set, known->charmap);
     }
-    add_name(set, asked);
+    if (add_name(set, asked) || !set.names.empty()) return;
+    std::string usable = asked.empty() ? "codeset" : asked;
+    for (char &c : usable) {
+        if (strchr("/\\: ", c)) c = '_';
+    }
+    add_name(set, usable);
 }
 
 static constexpr struct {
@@ -147,24 +154,25 @@ static bool load_from_charmap(const std::vector<std::string> &dirs, const std::s
     return true;
 }
 
-static bool load_from_file(const std::string &path, diagnostics &diag, conv_set &set,
-                           std::string *code_set_name) {
+static convert_status load_from_file(const std::string &path, diagnostics &diag, conv_set &set,
+                                     std::string *code_set_name) {
     source_file file;
     file.path = path;
     file.name = path.substr(path.rfind('/') + 1);
     if (!read_whole(path, file.text)) {
         error(diag, {}, format("cannot read %s", path.c_str()));
-        return false;
+        return convert_status::file;
     }
     std::string base = file.name;
     if (base.ends_with(".gz")) base.resize(base.size() - 3);
     *code_set_name = base.substr(0, base.rfind('.'));
     set.origin = "mapping " + base;
-    if (is_ucm(file.text)) return read_ucm(file, diag, set);
-    if (file.text.starts_with("CHARMAP\n") || file.text.find("\nCHARMAP") != std::string::npos) {
-        return load_from_charmap({}, path, diag, set, code_set_name);
-    }
-    return read_mapping(file, diag, set);
+    const bool is_charmap =
+        file.text.starts_with("CHARMAP\n") || file.text.find("\nCHARMAP") != std::string::npos;
+    const bool read = is_ucm(file.text) ? read_ucm(file, diag, set)
+                      : is_charmap      ? load_from_charmap({}, path, diag, set, code_set_name)
+                                        : read_mapping(file, diag, set);
+    return read ? convert_status::done : convert_status::source;
 }
 
 // From the C library's converter, by part, established number or the name itself.
@@ -198,15 +206,13 @@ static convert_status load_listed(const std::vector<std::string> &dirs, const st
     const std::string charmap_name =
         known && known->charmap != std::string_view("-") ? known->charmap : name;
     const bool is_path = name.find('/') != std::string::npos;
-    const bool is_charmap =
-        !is_path && !find_file(dirs, charmap_name).empty() && find_file({}, charmap_name).empty();
-    if (is_charmap) {
+    const std::string found = is_path ? std::string() : find_file(dirs, charmap_name);
+    if (!found.empty() && found != charmap_name) { // not just a file of the working directory
         return load_from_charmap(dirs, charmap_name, diag, set, own_name) ? convert_status::done
                                                                           : convert_status::source;
     }
     if ((is_path || !known) && access(name.c_str(), R_OK) == 0) {
-        return load_from_file(name, diag, set, own_name) ? convert_status::done
-                                                         : convert_status::source;
+        return load_from_file(name, diag, set, own_name);
     }
     if (!is_path && load_from_libc(name, set.number, set)) return convert_status::done;
     error(diag, {},
