@@ -217,22 +217,24 @@ static int table_key(kovaloc *loc, ko_mchar_t *dst, const Unit *text, size_t len
 
 // Adds up the key bytes of each pass into lens and returns the first byte that the cells do not
 // decide, the terminator mostly.
-static const ko_mchar_t *measure(const coll_flat *flat, const ko_mchar_t *text, size_t *lens) {
+template <unsigned passes>
+static inline const ko_mchar_t *measure(const coll_flat *flat, const ko_mchar_t *text,
+                                        size_t *lens) {
     constexpr int safe = 36; // so many counts of at most 7 add up in a byte each
     for (;;) {
         const ko_mchar_t *const stop = text + safe;
         uint64_t sums = 0;
         for (uint64_t n; text < stop && (n = flat->counts[*text]) != coll_no_counts; ++text)
             sums += n;
-        for (int p = 0; p < flat->num_passes; ++p)
+        for (unsigned p = 0; p < passes; ++p)
             lens[p] += sums >> 8 * p & 0xFF;
         if (text < stop) return text;
     }
 }
 
 template <unsigned passes>
-static void write_cells(const coll_flat *flat, const ko_mchar_t *text, const ko_mchar_t *end,
-                        ko_mchar_t *const *starts) {
+static inline void write_cells(const coll_flat *flat, const ko_mchar_t *text, const ko_mchar_t *end,
+                               ko_mchar_t *const *starts) {
     constexpr uint64_t one_each = 0x0101010101010101u >> 8 * (8 - passes);
     ko_mchar_t *out[passes];
     for (unsigned p = 0; p < passes; ++p)
@@ -253,38 +255,38 @@ static void write_cells(const coll_flat *flat, const ko_mchar_t *text, const ko_
 }
 
 // -1 where the cells do not decide the whole text, or dst has room for a part of the key.
+template <unsigned passes>
 static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *text, int maxbytes) {
-    size_t lens[coll_max_passes] = {};
-    const ko_mchar_t *end = measure(flat, text, lens);
-    size_t total = 0;
-    for (int p = 0; p < flat->num_passes; ++p)
-        total += lens[p] + 1;
-    if (*end || !total || total > INT_MAX) return -1;
+    size_t lens[passes] = {}, total = passes;
+    const ko_mchar_t *const end = measure<passes>(flat, text, lens);
+    for (unsigned p = 0; p < passes; ++p)
+        total += lens[p];
+    if (*end || total > INT_MAX) return -1;
     if (maxbytes <= 0) return static_cast<int>(total) - 1;
     if (total > static_cast<size_t>(maxbytes)) return -1;
-    ko_mchar_t *starts[coll_max_passes];
-    for (int p = 0; p < flat->num_passes; ++p) {
+    ko_mchar_t *starts[passes];
+    for (unsigned p = 0; p < passes; ++p) {
         starts[p] = dst;
-        dst += lens[p] + 1;
-        dst[-1] = p + 1 < flat->num_passes;
+        dst += lens[p];
+        *dst++ = p + 1 < passes;
     }
+    write_cells<passes>(flat, text, end, starts);
+    return static_cast<int>(total) - 1;
+}
+
+static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *text, int maxbytes) {
     switch (flat->num_passes) {
     case 1:
-        write_cells<1>(flat, text, end, starts);
-        break;
+        return cells_key<1>(flat, dst, text, maxbytes);
     case 2:
-        write_cells<2>(flat, text, end, starts);
-        break;
+        return cells_key<2>(flat, dst, text, maxbytes);
     case 3:
-        write_cells<3>(flat, text, end, starts);
-        break;
+        return cells_key<3>(flat, dst, text, maxbytes);
     case 4:
-        write_cells<4>(flat, text, end, starts);
-        break;
+        return cells_key<4>(flat, dst, text, maxbytes);
     default:
         return -1;
     }
-    return static_cast<int>(total) - 1;
 }
 
 // ---- Entries ----
