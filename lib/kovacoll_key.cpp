@@ -1,4 +1,5 @@
 // Sort keys of multibyte and wide strings.
+#include "kovacoll_block.h"
 #include "kovacoll_text.h"
 
 // ---- Wide copies ----
@@ -177,17 +178,23 @@ static void key_pass_cells(const coll_flat_pass *p, coll_widths widths, Text tex
     }
 }
 
-static void flat_key(const kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink) {
+template <class Forward, class Back>
+static void key_passes(const kovaloc *loc, Forward text, Back back, coll_sink *sink) {
+    const coll_flat *flat = loc->weights;
     const coll_widths widths = key_widths(loc);
     write_in_place(sink);
-    for (int pass = 0; pass < loc->weights->num_passes; ++pass) {
-        const coll_flat_pass *p = &loc->weights->pass[pass];
+    for (int pass = 0; pass < flat->num_passes; ++pass) {
+        const coll_flat_pass *p = &flat->pass[pass];
         if (pass) sink_byte(sink, 1);
         if (p->forward)
-            key_pass_wide(p, widths, wide_text{text}, sink);
+            key_pass_wide(p, widths, text, sink);
         else
-            key_pass_wide(p, widths, wide_back{text + len, text}, sink);
+            key_pass_wide(p, widths, back, sink);
     }
+}
+
+static void flat_key(const kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink) {
+    key_passes(loc, wide_text{text}, wide_back{text + len, text}, sink);
 }
 
 static void flat_key(const kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink) {
@@ -340,11 +347,22 @@ static int single_byte_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs,
     return table_key(loc, dst, mbs, len, maxbytes);
 }
 
+static int pairs_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int len, int maxbytes) {
+    coll_sink sink;
+    start_key(&sink, dst, maxbytes);
+    key_passes(loc, pair_text{mbs}, pair_back{mbs + len, mbs}, &sink);
+    return finish_key(loc, &sink);
+}
+
 int ko_full_mbsxfrm(ko_lc_t handle, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes) {
     if (!handle || !mbs || (!dst && maxbytes > 0)) return fail(handle, KO_ENULL, -1);
     kovaloc *loc = record(handle);
     if (loc->exp.single_byte && loc->coll_info.collate == collate_specified && !by_code(loc))
         return single_byte_key(loc, dst, mbs, maxbytes);
+    if (!loc->exp.single_byte && loc->weights && loc->weights->boxes_of == loc->ctype) {
+        const int len = short_pairs_length(loc->weights, mbs);
+        if (len >= 0) return pairs_key(loc, dst, mbs, len, maxbytes);
+    }
     wide_copy wide;
     return widen(loc, mbs, &wide) ? wide_key(loc, dst, wide.p, wide.len, maxbytes) : -1;
 }

@@ -24,6 +24,13 @@ struct mb_text { // valid text of characters of one or two bytes
     const unsigned char *flag1;
 };
 
+struct pair_text { // valid text of two-byte characters alone, its terminator one byte
+    const ko_mchar_t *s;
+};
+struct pair_back {
+    const ko_mchar_t *s, *begin;
+};
+
 inline uint8_t take(byte_text &t) { return *t.s++; }
 inline uint8_t take(byte_back &t) { return t.s == t.begin ? uint8_t{0} : *--t.s; }
 inline ko_wchar_t take(wide_text &t) { return *t.s++; }
@@ -32,6 +39,17 @@ inline ko_wchar_t take(mb_text &t) {
     const unsigned first = *t.s++;
     if (t.flag1[first] == mb_final) return static_cast<ko_wchar_t>(first);
     return static_cast<ko_wchar_t>(first << 8 | *t.s++);
+}
+
+inline ko_wchar_t take(pair_text &t) {
+    if (!*t.s) return 0;
+    t.s += 2;
+    return static_cast<ko_wchar_t>(t.s[-2] << 8 | t.s[-1]);
+}
+inline ko_wchar_t take(pair_back &t) {
+    if (t.s == t.begin) return 0;
+    t.s -= 2;
+    return static_cast<ko_wchar_t>(t.s[0] << 8 | t.s[1]);
 }
 
 template <class Text> struct coll_walk {

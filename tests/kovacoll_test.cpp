@@ -396,7 +396,8 @@ TEST(Collation, FailsCleanlyWithoutMemory) {
 TEST(Collation, ComparesShortStringsOfPairsExactly) {
     std::vector<std::string> characters = {std::string(1, '\0'), "a", "b"};
     coll_spec spec;
-    spec.passes = {coll_forward, coll_forward};
+    spec.passes = {coll_forward, coll_backward};
+    spec.num_weights = 300;
     spec.rows = {
         {90, 90},
         {2,  2 },
@@ -435,14 +436,17 @@ TEST(Collation, ComparesShortStringsOfPairsExactly) {
         ko_mchar_t *const a = page_end - strings[0].size() - 1 - (below(2) ? below(40) : 0);
         memcpy(a, strings[0].c_str(), strings[0].size() + 1);
         int got[2], errors[2];
+        std::string keys[2];
         for (const int tables : {0, 1}) {
             r.use_tables(tables);
             r.clear_error();
             got[tables] = im_mbscoll(r.handle, a, mb(strings[1].c_str()));
             errors[tables] = r.error();
+            keys[tables] = sort_key(r.handle, strings[0]);
         }
         ASSERT_EQ(got[0], got[1]) << round;
         ASSERT_EQ(errors[0], errors[1]) << round;
+        ASSERT_EQ(keys[0], keys[1]) << round;
         invalid += errors[0] != 0;
         unequal += got[0] != 0;
     }
