@@ -496,7 +496,7 @@ bool load_charmap(const std::vector<std::string> &dirs, const std::string &name,
           .map = &map, .lines = lines
     };
     if (!read_charmap(rd)) return false;
-    if (map.long_chars) {
+    if (map.long_chars && !lines) {
         note(diag, {},
              format("charmap %s: %d characters of more than two bytes left out", map.name.c_str(),
                     map.long_chars));
