@@ -206,12 +206,17 @@ struct pair_maker {
 };
 
 TEST_P(PeerLibc, OrdersSeededPairsAlike) {
+    // A character that the source has no line for weighs below all others here, and there as its
+    // bytes do one by one, which no table of characters can follow: such characters are left out.
     pair_maker make{chars, {}, std::mt19937(20261121)};
-    std::vector<size_t> all(chars.size());
+    std::vector<size_t> all;
     for (size_t i = 0; i < chars.size(); ++i) {
-        all[i] = i;
+        const wchar_t one[] = {chars[i].code, 0};
+        if (wcscoll_l(one, L"\1", peer) < 0) continue;
+        all.push_back(i);
         if (iswalpha_l(wint_t(chars[i].code), peer)) make.letters.push_back(i);
     }
+    ASSERT_FALSE(make.letters.empty());
     const auto mbscoll = static_cast<loc_exports *>(loc)->mbscoll;
     const int pairs = 100000;
     int differing = 0;
@@ -241,8 +246,9 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
             printf("  %s | %s: %d, the C library %d\n", hex(theirs[0]).c_str(),
                    hex(theirs[1]).c_str(), got, want);
     }
-    printf("%s.%s: %d of %d pairs differ\n", GetParam().name.c_str(), GetParam().codeset.c_str(),
-           differing, pairs);
+    printf("%s.%s: %d of %d pairs differ, %zu of %zu characters left out\n",
+           GetParam().name.c_str(), GetParam().codeset.c_str(), differing, pairs,
+           chars.size() - all.size(), chars.size());
     EXPECT_LE(differing, pairs / 1000);
 }
 
