@@ -92,7 +92,7 @@ static constexpr case_side to_lower = {
     &kovaloc::lower_rows, pair_lower,         'A'};
 
 // The partner that an item of the case table names, 0 for none.
-static ko_wchar_t partner_of(const kovaloc *r, const void *item, const case_side &side) {
+template <const case_side &side> static ko_wchar_t partner_of(const kovaloc *r, const void *item) {
     uint16_t index;
     memcpy(&index, item, sizeof index);
     if (!index || index > r->num_conv_elems || !r->cconv_arr) return 0;
@@ -110,7 +110,7 @@ static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages
     return {pages.state2[hi][lo], pages.partner2[hi][lo]};
 }
 
-static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc, const case_side &side) {
+template <const case_side &side> static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc) {
     const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_cases(r)) {
         const page_entry entry = page_of(flat, flat->*side.pages, wc);
@@ -118,40 +118,41 @@ static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc, const case_side &side) {
         return entry.state == case_same ? wc : fail(loc, KO_EILSEQ, wc);
     }
     const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->cconv);
-    const ko_wchar_t partner = item ? partner_of(r, item, side) : ko_wchar_t{0};
+    const ko_wchar_t partner = item ? partner_of<side>(r, item) : ko_wchar_t{0};
     return partner ? partner : wc;
 }
 
-ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) { return map_wide(loc, wc, to_upper); }
+ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_upper>(loc, wc); }
 
-ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) { return map_wide(loc, wc, to_lower); }
+ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_lower>(loc, wc); }
 
 // Maps the character at mb by the tree. *taken gets its bytes; returns the bytes written, -1 for a
 // partner without bytes, and with strict also for what is no character.
+template <const case_side &side>
 static int map_multibyte(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb, int *taken,
-                         bool strict, const case_side &side) {
+                         bool strict) {
     const kovaloc *r = record(loc);
     const void *item = retrieve_text_multi(mb, r->cconv, taken, head(loc));
     if (!item && strict) return -1;
-    const ko_wchar_t partner = item ? partner_of(r, item, side) : ko_wchar_t{0};
+    const ko_wchar_t partner = item ? partner_of<side>(r, item) : ko_wchar_t{0};
     if (partner) return ko_full_wctomb(loc, dst, partner);
     memmove(dst, mb, static_cast<size_t>(*taken));
     return *taken;
 }
 
-static uint16_t packed_lengths(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb,
-                               const case_side &side) {
+template <const case_side &side>
+static uint16_t packed_lengths(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
     int taken;
-    const int written = map_multibyte(loc, dst, mb, &taken, false, side);
+    const int written = map_multibyte<side>(loc, dst, mb, &taken, false);
     return static_cast<uint16_t>(taken << 8 | (written & 0xFF));
 }
 
 uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
-    return packed_lengths(loc, dst, mb, to_upper);
+    return packed_lengths<to_upper>(loc, dst, mb);
 }
 
 uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
-    return packed_lengths(loc, dst, mb, to_lower);
+    return packed_lengths<to_lower>(loc, dst, mb);
 }
 
 // ---- Case of strings ---------------------------------------------------------------------------
@@ -160,7 +161,7 @@ uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
 static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,
                      const case_rows &rows) {
     size_t done = 0;
-    if (rows.table == table) done = map_rows(dst, mbs, rows);
+    if (rows.table == table && rows.kernel) done = map_rows(dst, mbs, rows);
     for (; mbs[done]; ++done)
         dst[done] = table[mbs[done]];
     dst[done] = 0;
@@ -168,23 +169,23 @@ static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char
 }
 
 // What lies before the next character that a run cannot take.
-static size_t map_runs(ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat,
-                       const case_side &side) {
+template <const case_side &side>
+static size_t map_runs(ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat) {
     size_t n = 0;
-    if ((flat->*side.pages).plain_ascii && mbs[0] < 0x80)
+    if ((flat->*side.pages).plain_ascii && mbs[0] - 1u < 0x7F)
         n = map_ascii(dst, mbs, side.first_letter);
     if (flat->pairs) n += 2 * copy_pairs(dst + n, mbs + n, flat, side.pair_bit);
     return n;
 }
 
 // Maps by the pages. Returns the bytes written, -1 at what is no character.
-static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat,
-                     const case_side &side) {
+template <const case_side &side>
+static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat) {
     const case_pages &pages = flat->*side.pages;
     const bool one_byte = flat->classes.min_char_len == 1;
     ko_mchar_t *const start = dst;
     for (;;) {
-        const size_t run = map_runs(dst, mbs, flat, side);
+        const size_t run = map_runs<side>(dst, mbs, flat);
         dst += run;
         mbs += run;
         const unsigned b = mbs[0];
@@ -206,17 +207,18 @@ static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const 
     return static_cast<int>(dst - start);
 }
 
-static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const case_side &side) {
+template <const case_side &side>
+static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
     if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     if (const unsigned char *table = r->exp.*side.sb_table) {
         return map_bytes(dst, mbs, table, r->*side.rows);
     }
-    if (const ctype_flat *flat = flat_cases(r)) return map_pages(loc, dst, mbs, flat, side);
+    if (const ctype_flat *flat = flat_cases(r)) return map_pages<side>(loc, dst, mbs, flat);
     int total = 0;
     while (!ko_ismbsterm(loc, mbs)) {
         int taken;
-        const int written = map_multibyte(loc, dst + total, mbs, &taken, true, side);
+        const int written = map_multibyte<side>(loc, dst + total, mbs, &taken, true);
         if (written < 0) return -1;
         total += written;
         mbs += taken;
@@ -226,16 +228,16 @@ static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const
 }
 
 int ko_tombsupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
-    return map_string(loc, dst, mbs, to_upper);
+    return map_string<to_upper>(loc, dst, mbs);
 }
 
 int ko_tombslower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
-    return map_string(loc, dst, mbs, to_lower);
+    return map_string<to_lower>(loc, dst, mbs);
 }
 
 // A value absent from the case table ends the call, unlike the mapping of one wide character.
-static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs,
-                           const case_side &side) {
+template <const case_side &side>
+static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
     if (!dst || !wcs) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     const unsigned char *table = r->exp.*side.sb_table;
@@ -253,7 +255,7 @@ static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs,
         } else {
             const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->cconv);
             if (!item) return -1;
-            const ko_wchar_t partner = partner_of(r, item, side);
+            const ko_wchar_t partner = partner_of<side>(r, item);
             *dst = partner ? partner : wc;
         }
     }
@@ -262,11 +264,11 @@ static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs,
 }
 
 int ko_towcsupper(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
-    return map_wide_string(loc, dst, wcs, to_upper);
+    return map_wide_string<to_upper>(loc, dst, wcs);
 }
 
 int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
-    return map_wide_string(loc, dst, wcs, to_lower);
+    return map_wide_string<to_lower>(loc, dst, wcs);
 }
 
 int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {

@@ -19,7 +19,9 @@ struct kovaloc;
 // A single-byte case table cut into its 16 rows of 16 bytes, for mapping many bytes at once. It
 // serves only as long as the record still has the table it was made from.
 struct case_rows {
-    const unsigned char *table;   // NULL: none
+    const unsigned char *table; // NULL: none
+    // Maps whole blocks up to the end of a page or of the string; NULL where nothing beats a loop.
+    size_t (*kernel)(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
     int count;                    // rows that change a byte
     unsigned char row[16];        // their high nibbles, as the upper four bits
     unsigned char change[16][16]; // by low nibble: byte XOR its partner

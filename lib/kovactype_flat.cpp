@@ -1,5 +1,5 @@
 // The flat tables that LC_CTYPE derives at load: classes, case pages, rows of single-byte tables.
-#include "kovasetlc.h"
+#include "kovambwc.h"
 
 #include <string.h>
 
@@ -175,4 +175,5 @@ void derive_case_rows(const unsigned char *table, case_rows *rows) {
         rows->row[rows->count] = static_cast<unsigned char>(high << 4);
         memcpy(rows->change[rows->count++], change, 16);
     }
+    choose_kernel(rows);
 }

@@ -122,7 +122,7 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
     const mb_flat &f = flat->classes;
     for (size_t i = 0; i < n;) {
         const unsigned b = *mbs;
-        if (b < 0x80 && flat->plain_ascii) {
+        if (b - 1 < 0x7F && flat->plain_ascii) {
             const size_t run = widen_run(dst + i, mbs, n - i, 0x7F);
             i += run;
             mbs += run;
@@ -201,7 +201,7 @@ static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, si
     const auto least = static_cast<size_t>(f.min_char_len);
     size_t done = 0;
     for (;; ++wcs) {
-        if (*wcs < 0x80 && flat->plain_ascii) {
+        if (*wcs - 1u < 0x7F && flat->plain_ascii) {
             const size_t run = narrow_run(dst + done, wcs, room - done, 0x7F);
             done += run;
             wcs += run;

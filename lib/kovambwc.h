@@ -33,7 +33,8 @@ int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t w
 // and returns how many it took; it may also stop early, so a plain loop follows every call. A
 // destination may be the source.
 
-// Maps bytes up to a zero byte through the rows of a case table.
+// Maps bytes up to a zero byte through the rows of a case table that has a kernel.
+void choose_kernel(case_rows *rows);
 size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
 // Maps ASCII bytes up to zero or a byte above 0x7F; the 26 letters from first on change case.
 size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first);

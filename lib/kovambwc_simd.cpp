@@ -369,32 +369,36 @@ __attribute__((target("avx2"))) static size_t rows_avx2(ko_mchar_t *dst, const k
     return i;
 }
 
-using rows_kernel = size_t (*)(ko_mchar_t *, const ko_mchar_t *, const case_rows &);
-
-static rows_kernel choose_rows(int count) {
-    const int size = count <= 4 ? 0 : count <= 6 ? 1 : 2;
-    static constexpr rows_kernel avx2[] = {rows_avx2<4>, rows_avx2<6>, rows_avx2<16>};
-    static constexpr rows_kernel ssse3[] = {rows_ssse3<4>, rows_ssse3<6>, rows_ssse3<16>};
-    if (__builtin_cpu_supports("avx2")) return avx2[size];
-    return __builtin_cpu_supports("ssse3") ? ssse3[size] : nullptr;
-}
-
 #endif
+
+// More rows than four or six are rare, and a few idle ones cost less than a loop over their number.
+void choose_kernel(case_rows *rows) {
+#ifdef KOVA_BLOCKS
+    const int size = rows->count <= 4 ? 0 : rows->count <= 6 ? 1 : 2;
+    static constexpr decltype(rows->kernel) avx2[] = {rows_avx2<4>, rows_avx2<6>, rows_avx2<16>};
+    static constexpr decltype(rows->kernel) ssse3[] = {rows_ssse3<4>, rows_ssse3<6>,
+                                                       rows_ssse3<16>};
+    if (__builtin_cpu_supports("ssse3")) rows->kernel = ssse3[size];
+    if (__builtin_cpu_supports("avx2")) rows->kernel = avx2[size];
+#else
+    rows->kernel = nullptr;
+#endif
+}
 
 size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows) {
     size_t i = 0;
 #ifdef KOVA_BLOCKS
-    const rows_kernel kernel = choose_rows(rows.count);
-    while (kernel) {
-        i += kernel(dst + i, src + i, rows);
+    for (;;) {
+        i += rows.kernel(dst + i, src + i, rows);
         if (!src[i]) return i;
         for (const size_t edge = i + readable(src + i) % 32; i < edge; ++i) { // of the page
             if (!src[i]) return i;
             dst[i] = rows.table[src[i]];
         }
     }
-#endif
+#else
     for (; src[i]; ++i)
         dst[i] = rows.table[src[i]];
     return i;
+#endif
 }
