@@ -109,7 +109,7 @@ struct coll_flat {
     bool elements;
     bool byte_rows;                  // characters below 256 weigh as the bytes do
     const unsigned char *inner[256]; // 1 for characters inside an element, not its first
-    // Of the first pass by byte, as its page has them; all 0 where bytes do not weigh so.
+    // Plain weights of the first pass by byte; 0 for bytes with none.
     uint16_t first_weights[256];
     // Two-byte characters of the class table boxes_of: where both bytes, the first one at even
     // places, lie from lo to hi of one box, they are a character. Unused boxes are empty. boxes_of

@@ -19,10 +19,12 @@
 
 #ifdef KOVA_COLL_BLOCKS
 
-// Whether a block from p stays inside the page of p, of the smallest size that systems use.
-static inline bool block_readable(const void *p) {
-    return (reinterpret_cast<uintptr_t>(p) & 4095) <= 4096 - 16;
+// A block from p stays inside the page of p, of the smallest size that systems use, up to
+// block_place_max.
+static inline unsigned block_place(const void *p) {
+    return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p) & 4095);
 }
+constexpr unsigned block_place_max = 4096 - 16;
 
 // A bit for each byte of a block that is part of a pair inside a box.
 static inline unsigned boxed(const coll_flat *flat, __m128i block) {
@@ -45,7 +47,8 @@ static inline unsigned equal_bytes(__m128i a, __m128i b) {
 // part, in bytes. False for others, of which nothing is known.
 static inline bool short_pairs(const coll_flat *flat, const ko_mchar_t *a, const ko_mchar_t *b,
                                ptrdiff_t *common) {
-    if (!(block_readable(a) & block_readable(b))) return false;
+    const unsigned place_a = block_place(a), place_b = block_place(b);
+    if ((place_a > place_b ? place_a : place_b) > block_place_max) return false;
     const __m128i block_a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(a));
     const __m128i block_b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(b));
     // The bits below the first terminator, or more than 16 of them without one.
@@ -60,7 +63,7 @@ static inline bool short_pairs(const coll_flat *flat, const ko_mchar_t *a, const
 
 // Bytes of a string of fewer than 16, all of them pairs inside the boxes; -1 for others.
 static inline int short_pairs_length(const coll_flat *flat, const ko_mchar_t *s) {
-    if (!block_readable(s)) return -1;
+    if (block_place(s) > block_place_max) return -1;
     const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i *>(s));
     const unsigned ends = equal_bytes(block, _mm_setzero_si128());
     const unsigned text = (ends & (0 - ends)) - 1;

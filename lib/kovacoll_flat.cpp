@@ -343,8 +343,12 @@ static void fill_digits(coll_flat *flat) {
 }
 
 static void fill_first_weights(coll_flat *flat) {
-    if (flat->num_passes > 0 && flat->byte_rows)
-        memcpy(flat->first_weights, flat->pass[0].page[0], sizeof flat->first_weights);
+    if (!flat->num_passes || !flat->byte_rows) return;
+    for (unsigned c = 1; c < 256; ++c) {
+        const unsigned weight = flat->pass[0].page[0][c];
+        const bool plain = weight > coll_ignored_weight && weight < coll_expansion;
+        flat->first_weights[c] = static_cast<uint16_t>(plain ? weight : 0);
+    }
 }
 
 // The longest run of second bytes of each first byte of the class table; hi 0: none.

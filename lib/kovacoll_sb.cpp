@@ -208,11 +208,15 @@ int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs
     const kovaloc *loc = record(handle);
     const coll_flat *flat = loc->weights;
     if (!flat && by_code(loc)) return code_order(mbs1, mbs2);
-    skip_common(mbs1, mbs2);
-    if (*mbs1 == *mbs2) return 0;
+    unsigned c1 = *mbs1, c2 = *mbs2;
+    while (c1 == c2) {
+        if (!c1) return 0;
+        c1 = *++mbs1;
+        c2 = *++mbs2;
+    }
     if (flat) { // most pairs end here
-        const unsigned w1 = flat->first_weights[*mbs1], w2 = flat->first_weights[*mbs2];
-        if (w1 != w2 && plain_weight(w1) && plain_weight(w2)) return w1 < w2 ? -1 : 1;
+        const unsigned w1 = flat->first_weights[c1], w2 = flat->first_weights[c2];
+        if (w1 && w2 && w1 != w2) return w1 < w2 ? -1 : 1;
     }
     return exp_passes(loc, mbs1, mbs2);
 }
