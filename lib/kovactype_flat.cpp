@@ -102,20 +102,25 @@ static bool is_plain_ascii(const mb_flat &classes) {
     return true;
 }
 
+static unsigned pair_bits(const ctype_flat *flat, unsigned hi, unsigned lo) {
+    if (flat->classes.flag2[hi][lo] != mb_final || !(hi | lo)) return 0;
+    unsigned bits = pair_valid;
+    if (!flat->has_cases) return bits;
+    if (flat->upper.state2[hi][lo] == case_same) bits |= pair_upper;
+    if (flat->lower.state2[hi][lo] == case_same) bits |= pair_lower;
+    return bits;
+}
+
 static bool build_pairs(ctype_flat *flat) {
-    const mb_flat &f = flat->classes;
-    if (!memchr(f.flag1, mb_prefix, 256)) return true;
+    const unsigned char *first_flags = flat->classes.flag1;
+    if (!memchr(first_flags, mb_prefix, 256)) return true;
     ext_block<unsigned char> pairs(0x10000);
     if (!pairs.p) return false;
-    for (unsigned v = 0; v < 0x10000; ++v) {
-        const unsigned hi = v >> 8, lo = v & 0xFF;
-        unsigned bits = 0;
-        if (v && f.flag1[hi] == mb_prefix && f.flag2[hi][lo] == mb_final) bits |= pair_valid;
-        if (bits && flat->has_cases) {
-            if (flat->upper.state2[hi][lo] == case_same) bits |= pair_upper;
-            if (flat->lower.state2[hi][lo] == case_same) bits |= pair_lower;
-        }
-        pairs.p[v] = static_cast<unsigned char>(bits);
+    memset(pairs.p, 0, 0x10000);
+    for (unsigned hi = 0; hi < 256; ++hi) {
+        if (first_flags[hi] != mb_prefix) continue;
+        for (unsigned lo = 0; lo < 256; ++lo)
+            pairs.p[hi << 8 | lo] = static_cast<unsigned char>(pair_bits(flat, hi, lo));
     }
     flat->pairs = pairs.release();
     return true;

@@ -174,7 +174,7 @@ struct guarded_block {
     ~guarded_block() { munmap(map, size + 65536); }
 #else
     std::vector<unsigned char> bytes = std::vector<unsigned char>(16384);
-    guarded_block() : end(bytes.data() + size) {}
+    guarded_block() { end = bytes.data() + size; }
 #endif
     guarded_block(const guarded_block &) = delete;
     // A copy that ends gap bytes before the end.
