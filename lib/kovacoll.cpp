@@ -179,7 +179,8 @@ static inline int short_pairs_order(const kovaloc *loc, const ko_mchar_t *a, con
     if (!*a || !*b) return 0;
     const uint16_t *const *page = flat->pass[0].page;
     const unsigned w1 = page[a[0]][a[1]], w2 = page[b[0]][b[1]];
-    return w1 == w2 || !plain_weight(w1) || !plain_weight(w2) ? 0 : w1 < w2 ? -1 : 1;
+    const bool plain = ((w1 - 2) | (w2 - 2)) < coll_expansion - 2; // then each of them is
+    return plain && w1 != w2 ? w1 < w2 ? -1 : 1 : 0;
 }
 
 int im_mbscoll(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
