@@ -64,8 +64,14 @@ std::vector<std::string> repertoire(const pair_row &row, iconv_t back) {
 
 // Text of about size bytes in the source code set: runs of the script, one word in six Latin.
 std::string source_text(const pair_row &row, size_t size, uint32_t seed) {
-    const iconv_t back = iconv_open(row.libc_from, "UTF-8");
-    const std::vector<std::string> letters = repertoire(row, back);
+    const iconv_t back = iconv_open(row.libc_from, "UTF-8"),
+                  other = iconv_open(row.libc_to, "UTF-8");
+    std::vector<std::string> letters = repertoire(row, back);
+    std::erase_if(letters, [&](const std::string &c) {
+        std::string bytes;
+        return !through_iconv(other, c, bytes);
+    });
+    iconv_close(other);
     text_random random{seed * 977 + 1};
     std::string text, bytes;
     const size_t wanted = row.letters == 'l' ? size : size + size / 2;
