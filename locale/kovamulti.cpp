@@ -49,13 +49,16 @@ unsigned char *create_offset_arr(multi_arr *node, mb_decode *table) {
     return node->offset_arr = offsets.release();
 }
 
+// Children that are there stay: an array that was read has no room for more, and is replaced.
 multi_arr **create_next_arr(multi_arr *node, int count) {
-    if (node->next_arr) return node->next_arr;
-    const size_t n = count ? static_cast<size_t>(count) : 256;
-    ext_block<multi_arr *> next(n);
+    const int slots = count ? count : 256;
+    if (node->next_slots >= slots) return node->next_arr;
+    ext_block<multi_arr *> next(static_cast<size_t>(slots));
     if (!next.p) return nullptr;
-    for (size_t i = 0; i < n; ++i)
-        next.p[i] = nullptr;
+    for (int i = 0; i < slots; ++i)
+        next.p[i] = i < node->next_slots ? node->next_arr[i] : nullptr;
+    free_ptr(node->next_arr);
+    node->next_slots = slots;
     return node->next_arr = next.release();
 }
 
@@ -178,7 +181,8 @@ static int recursive_insert(const char_desc *desc, unsigned level, const void *i
 
 int insert_desc_multi(const char_desc *desc, const void *item, void *table) {
     mb_decode *t = table_of(table);
-    if (desc->length < 1 || desc->length > multi_max_depth || is_compressed(t)) return -1;
+    if (desc->length < 1 || desc->length > multi_max_depth) return -1;
+    if (!t->root || is_compressed(t)) return -1;
     if (recursive_insert(desc, 0, item, t->root, t)) return -1;
     const int length = static_cast<int>(desc->length);
     if (length > t->max_char_len) t->max_char_len = length;
@@ -328,7 +332,7 @@ static void recursive_compress(multi_arr *node, mb_decode *table) {
 
 int compress_multi(void *table) {
     mb_decode *t = table_of(table);
-    if (!t || is_compressed(t)) return 0;
+    if (!t || !t->root || is_compressed(t)) return 0;
     ext_block<unsigned char *> flag_list(static_cast<size_t>(t->flag_arr_count));
     if (!flag_list.p) return -1;
     if (t->data_arr_count) {

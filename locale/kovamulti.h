@@ -19,6 +19,7 @@ struct multi_arr {
     unsigned char *offset_arr; // 256 indexes into next_arr
     unsigned char *data_arr;   // 256 slots of 1 << log_data_size bytes
     multi_arr **next_arr;
+    int next_slots; // of next_arr: 256 while building, the children alone after reading
 };
 
 struct mb_decode {
@@ -38,8 +39,8 @@ struct mb_decode {
     int *offset_count; // children of the nodes that use a shared flag array
 };
 
-// The state of a byte at a node, and the child under a prefix byte: NULL only in a table whose
-// reading failed half-way. A record without memory for a table has none at all.
+// The state of a byte at a node, and the child under a prefix byte. A table whose reading failed
+// has no root, and a record without memory for a table has no table.
 inline const multi_arr *table_root(const mb_decode *table) { return table ? table->root : nullptr; }
 inline unsigned node_flag(const multi_arr *node, unsigned byte) {
     return node && node->flag_arr ? node->flag_arr[byte] : unsigned{mb_invalid};

@@ -149,6 +149,7 @@ static bool fprintf_lists(const table_writer &out) {
 
 int fprintf_multi(void *stream, void *table, ko_item_printer printer) {
     mb_decode *t = static_cast<mb_decode *>(table);
+    if (!t->root) return -1; // its reading failed
     const table_writer out{stream, t, printer};
     const bool compressed = is_compressed(t);
     single_byte_exists(t);
@@ -240,8 +241,8 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
     const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{16} * int(count);
     for (unsigned i = 0; i < count; ++i) {
         unsigned char *slot = slots + (size_t{i} << table->log_data_size);
-        const unsigned head = in_memory ? hex_values[in->pos[0]] * 16u + hex_values[in->pos[1]]
-                                        : hex_field(in, 2);
+        const unsigned head =
+            in_memory ? hex_values[in->pos[0]] * 16u + hex_values[in->pos[1]] : hex_field(in, 2);
         const unsigned len = head & 7;
         if (len > most) return false;
         memset(slot, 0, static_cast<size_t>(table->data_size));
@@ -442,11 +443,25 @@ template <class Items> static bool fscanf_comp_multi(const table_reader<Items> &
            fscanf_nodes(from, t->root, 0, true);
 }
 
+template <class Items> static bool read_tree(text_in *in, mb_decode *table, const Items &items) {
+    if (!create_root(table)) return false;
+    skip_white(in);
+    if (!read_items(in, items, table->default_data, 1, table)) return false;
+    skip_white(in);
+    const int longest = table->max_char_len < 1 ? 1 : table->max_char_len;
+    const auto levels = static_cast<unsigned>(longest);
+    const unsigned depth = levels < multi_max_depth ? levels : multi_max_depth;
+    const table_reader<Items> from{in, table, items, depth};
+    const bool done = table->flags & multi_compressed ? fscanf_comp_multi(from)
+                                                      : fscanf_nodes(from, table->root, 0, false);
+    return done && !in->ended;
+}
+
+// A tree that breaks off is of no use, and its prefixes name children that it lacks: it is freed.
 template <class Items>
 static int read_table(text_in *in, mb_decode *table, int max_len, const Items &items) {
-    free_tree(table); // of an earlier attempt
+    free_tree(table); // what create_multi or an earlier reading made
     table->err = KO_ENOMEM;
-    if (!create_root(table)) return -1;
     table->max_char_len = get_int(in);
     table->min_char_len = get_int(in);
     table->flags = static_cast<unsigned>(get_int(in));
@@ -455,16 +470,10 @@ static int read_table(text_in *in, mb_decode *table, int max_len, const Items &i
         table->err = KO_ECHARLEN;
         return -1;
     }
-    skip_white(in);
-    if (!read_items(in, items, table->default_data, 1, table)) return -1;
-    skip_white(in);
-    const int longest = table->max_char_len < 1 ? 1 : table->max_char_len;
-    const auto levels = static_cast<unsigned>(longest);
-    const unsigned depth = levels < multi_max_depth ? levels : multi_max_depth;
-    const table_reader<Items> from{in, table, items, depth};
-    const bool done = table->flags & multi_compressed ? fscanf_comp_multi(from)
-                                                      : fscanf_nodes(from, table->root, 0, false);
-    if (!done || in->ended) return -1;
+    if (!read_tree(in, table, items)) {
+        free_tree(table);
+        return -1;
+    }
     table->err = KO_OK;
     return 0;
 }

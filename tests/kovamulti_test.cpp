@@ -513,6 +513,44 @@ TEST(MultiText, FailedWritesAndItemReadersStop) {
     EXPECT_EQ(multi_err(back), KO_ENOMEM);
 }
 
+// A node that was read has room for its own children only.
+TEST(MultiText, ATableThatWasReadTakesMoreCharacters) {
+    table_guard table, back;
+    insert(table, "\x81\x40", 1);
+    ASSERT_EQ(read_back(printed(table), back), 0);
+    for (int lead = 0x82; lead < 0x100; ++lead) {
+        const char bytes[] = {static_cast<char>(lead), '\x40'};
+        for (void *t : {table.p, back.p})
+            ASSERT_EQ(insert(t, {bytes, 2}, lead), 0) << lead;
+    }
+    EXPECT_EQ(find(back, "\x81\x40"), 1);
+    expect_same_answers(table, back);
+    EXPECT_EQ(printed(back), printed(table));
+}
+
+TEST(MultiText, ATableThatFailedHasNoCharacters) {
+    table_guard table;
+    fill_mixed(table);
+    const std::string plain = printed(table);
+    compress_multi(table);
+    for (const std::string &text : {plain, printed(table)}) {
+        for (size_t cut = 0; cut < text.size(); cut += 7) {
+            SCOPED_TRACE(cut);
+            table_guard back;
+            test_handle handle;
+            ASSERT_EQ(read_back(text.substr(0, cut), back), -1);
+            EXPECT_EQ(retrieve_text_multi_nv(mb("a"), back, &handle.gen), 0);
+            EXPECT_EQ(retrieve_text_doub_limit(mb("\xA1\xA1"), back, 2, &handle.gen), nullptr);
+            EXPECT_EQ(handle.error(), KO_EILSEQ);
+            EXPECT_EQ(insert(back, "\xA1\xA1", 1), -1);
+            EXPECT_EQ(compress_multi(back), 0);
+            string_hooks hooks;
+            string_stream out;
+            EXPECT_EQ(fprintf_multi(&out, back, print_ub2), -1);
+        }
+    }
+}
+
 TEST(MultiText, ATableThatFailedCanBeReadAgain) {
     table_guard table, back;
     fill_mixed(table);
