@@ -76,7 +76,7 @@ static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec 
     if (*s == '@' && !(mod_len = modifier_len(++s))) return false;
     int error = KO_OK;
     spec->cs_num = find_cs_num(name, registry, &error);
-    if (error) return false;
+    if (error || spec->cs_num == KO_NO_CODESET) return false;
     *out++ = '\\';
     out = put_hex4(out, spec->cs_num);
     memcpy(out, s, static_cast<size_t>(mod_len));

@@ -218,6 +218,7 @@ TEST(Specification, GivesNumberAndFileName) {
         {"en_US.8859-1@eu-r",                                      KO_NO_CODESET, KO_EINVAL, nullptr                        },
         {"en_US.8859-1 ",                                          KO_NO_CODESET, KO_EINVAL, nullptr                        },
         {"en_US.nowhere",                                          KO_NO_CODESET, KO_EINVAL, nullptr                        },
+        {"en_US.57344",                                            KO_NO_CODESET, KO_EINVAL, nullptr                        },
         {"en_US.#",                                                KO_NO_CODESET, KO_EINVAL, nullptr                        },
         {"en_US.",                                                 KO_NO_CODESET, KO_EINVAL, nullptr                        },
         {"en_US",                                                  KO_NO_CODESET, KO_EINVAL, nullptr                        },
