@@ -604,11 +604,15 @@ KO_API int ko_cv_outbuflen(ko_cv_t cd, int inbuflen);
  * *outlen bytes at *outmbs. *sub becomes 1 when a character was substituted. Returns 0; or -1 with
  * KO_EILSEQ (no character, or unmapped), KO_EINVAL (cut off at the end), KO_E2BIG (the next
  * character does not fit) or KO_ENULL. The pointers and counts always tell what was taken and
- * written, up to the last whole character. Input and output must not overlap. */
+ * written, up to the last whole character. Input and output must not overlap. A terminated text
+ * ends where the object has a terminator: without one for the null character, or where it is the
+ * second byte of a character, conversion runs on behind it. */
 KO_API int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
                      int *outlen, int *sub);
 /* The same for a text in pieces. After KO_E2BIG the shift states may have moved: restore *st before
- * a retry. A NULL st converts one whole text. With a NULL outmbs only lengths are counted. */
+ * a retry. The end of the shifted state is written behind the last character, so keep that one for
+ * the last piece: an empty one writes nothing. A NULL st converts one whole text. With a NULL
+ * outmbs only lengths are counted. */
 KO_API int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                        ko_mchar_t **outmbs, int *outlen, int *sub);
 /* Lowers *outlen by the bytes that conversion would write, with the same errors; *inmbs, *inlen and

@@ -6,7 +6,6 @@
 #include "kovaspec.h"
 
 #include <initializer_list>
-#include <stdlib.h>
 #include <string.h>
 
 // Handed out where no descriptor can be made; only their error words are ever written.
@@ -40,7 +39,6 @@ static iconv_rec *new_descriptor(ko_cv_t *cd) {
 }
 
 // ---- Choice of routines
-// --------------------------------------------------------------------------
 
 static void fill_sb2sb(iconv_rec *cv) {
     ext_block<unsigned char> table(256);
@@ -73,7 +71,7 @@ static void set_iconv_fps(iconv_rec *cv) {
     if (!single) {
         cv->miconv_fp = mb_miconv;
     } else {
-        cv->bytes = build_cv_bytes(cv->conv_noshift, cv->needs_error_checking != 0);
+        cv->bytes = build_cv_bytes(cv->conv_noshift);
         cv->miconv_fp = cv->needs_error_checking ? sb_miconv : sb_miconv_noerr;
         if (!cv->needs_error_checking) fill_sb2sb(cv);
     }
@@ -86,32 +84,23 @@ static void set_iconv_fps(iconv_rec *cv) {
 }
 
 // ---- Conversion objects
-// --------------------------------------------------------------------------
-
-// Reads a header line and takes off its last character. False at the end of the file.
-static bool header_line(text_in *in, char *line) {
-    const int n = in_gets(in, line, 127);
-    if (!n) return false;
-    line[n - 1] = 0;
-    return true;
-}
 
 static bool read_cv_header(text_in *in) {
     char line[128];
-    if (!header_line(in, line)) return false;
+    constexpr int bound = sizeof line - 1;
+    if (!in_header_line(in, line, bound)) return false;
     if (strcmp(line, "FILE_TYPE=codeset_conversion_object") != 0) {
         ko_message("Invalid CVO file. Wrong FILE_TYPE.");
         return false;
     }
-    if (!header_line(in, line)) return false;
+    if (!in_header_line(in, line, bound)) return false;
     if (strcmp(line, "COMPILER_VERSION=9") != 0) {
         ko_message("Invalid CVO file. Wrong Version.");
         return false;
     }
-    if (!header_line(in, line)) return false;
-    const char *count = strchr(line, '=');
-    for (int more = count ? atoi(count + 1) : 0; more > 3; --more)
-        if (!header_line(in, line)) return false;
+    if (!in_header_line(in, line, bound)) return false;
+    for (int more = header_number(line); more > 3; --more)
+        if (!in_header_line(in, line, bound)) return false;
     return true;
 }
 
@@ -180,7 +169,6 @@ static int read_cv_file(void *stream, iconv_rec *cv) {
 }
 
 // ---- Opening
-// -------------------------------------------------------------------------------------
 
 int ko_iconv_open1(ko_cv_t *cd, const char *file) {
     iconv_rec *cv = new_descriptor(cd);
@@ -237,6 +225,7 @@ int ko_cv_open(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec) {
 static int alg_open(ko_cv_t *cd, const ko_cv_funcdef *def) {
     iconv_rec *cv = new_descriptor(cd);
     if (!cv) return -1;
+    if (!def->mtom_fn) return fail(&cv->exports.exp, KO_ENULL, -1);
     cv->target_min_len = def->dst_minlen;
     cv->target_max_len = def->dst_maxlen;
     cv->source_noshift_min_len = def->src_minlen;
@@ -284,18 +273,19 @@ int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, co
 }
 
 // ---- Registered converters, release, sizes
-// -------------------------------------------------------
 
 ko_cvfns *ko_add_cvfns(ko_cvfns *list, const ko_cv_funcdef *fndef) {
-    ext_block<ko_cvfns> fresh(list ? 0 : 1);
-    if (!list && !fresh.p) return nullptr;
-    const size_t used = list ? size_t(list->num_used) : 0;
+    if (!list) {
+        ext_block<ko_cvfns> fresh(1);
+        if (!fresh.p) return nullptr;
+        *fresh.p = {};
+        if (!ko_add_cvfns(fresh.p, fndef)->num_used) return nullptr;
+        return fresh.release();
+    }
+    if (!fndef) return list;
+    const size_t used = size_t(list->num_used);
     ext_block<ko_cv_funcdef> arr(used + 1);
     if (!arr.p) return list;
-    if (!list) {
-        list = fresh.release();
-        *list = {};
-    }
     if (used) memcpy(arr.p, list->funcdef_arr, used * sizeof *arr.p);
     arr.p[used] = *fndef;
     free_ptr(list->funcdef_arr);

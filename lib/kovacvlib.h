@@ -35,13 +35,14 @@ struct cv_flat {
     bool ascii;        // 0x00..0x7F map to themselves, unshifted and exactly
 };
 
-// Byte-to-byte translation: maps n bytes; with stop tables ends before the first special byte.
+// Byte-to-byte translation.
 struct cv_bytes {
     unsigned char map[256];
-    unsigned char special[256]; // 0xFF: unmapped, substituted or a terminator
+    unsigned char special[256]; // 0xFF: unmapped, substituted, or a terminator other than NUL
     bool has_special;
-    // Translates at most n bytes and returns how many it did before a special one.
-    size_t (*translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n);
+    // Translates n bytes, where asked to only up to the first special one; returns how many.
+    size_t (*translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n,
+                        bool stop);
 };
 
 struct iconv_rec {
@@ -89,7 +90,7 @@ int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_
 // Derived tables (kovacvlib_flat.cpp).
 cv_flat *build_cv_flat(const mb_decode *table);
 void free_cv_flat(cv_flat *flat);
-cv_bytes *build_cv_bytes(const mb_decode *table, bool checked);
+cv_bytes *build_cv_bytes(const mb_decode *table);
 // The entry of a byte at the table's first level, flags not looked at; never NULL.
 inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
     const multi_arr *root = table->root;

@@ -16,7 +16,7 @@ struct cursor {
     int room;
     int sub;
     bool endless;            // a terminator ends the text
-    const ko_mchar_t *known; // endless: the next zero byte at or behind in, once looked for
+    const ko_mchar_t *known; // endless: end of the bytes known to belong to the text, or NULL
 
     void advance(int taken, const unsigned char *bytes, int len) {
         put(bytes, len);
@@ -31,11 +31,16 @@ struct cursor {
         }
         room -= len;
     }
-    // Bytes that may be read: all that is left, or up to the next zero byte.
+    // Bytes that may be read: all that is left, or some up to the next zero byte at most. Looking
+    // no further than a window keeps short calls on a long text short.
     int readable() {
+        constexpr size_t window = 4096;
         if (!endless) return left;
-        if (!known || known < in) known = in + strlen(reinterpret_cast<const char *>(in));
-        const ptrdiff_t n = known - in + 1;
+        if (!known || known <= in || (known - in <= cv_max_source && known[-1])) {
+            const size_t n = strnlen(reinterpret_cast<const char *>(in), window);
+            known = in + n + (n < window ? 1 : 0);
+        }
+        const ptrdiff_t n = known - in;
         return n < left ? int(n) : left;
     }
 };
@@ -299,7 +304,8 @@ int sb_convert(iconv_rec *cv, cursor *c) {
             int n = c->endless ? c->readable() - 1 : c->left;
             if (n > c->room) n = c->room;
             if (n > 0) {
-                const int done = int(cv->bytes->translate(cv->bytes, c->out, c->in, size_t(n)));
+                const int done =
+                    int(cv->bytes->translate(cv->bytes, c->out, c->in, size_t(n), true));
                 c->in += done;
                 c->left -= done;
                 c->out += done;
@@ -346,8 +352,8 @@ conv_state whole_text() { return {.first_frag = 1, .last_frag = 1}; }
 // The arguments that every call shares; a NULL one is error 2.
 bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
     if (sub) *sub = 0;
-    if (!cv) return false;
-    if (inmbs && *inmbs && outlen && sub) return cv->miconv_fp != nullptr;
+    if (!cv || !cv->miconv_fp) return false; // a failed opening left its reason in the word
+    if (inmbs && *inmbs && outlen && sub) return true;
     set_error(&cv->exports.exp, KO_ENULL);
     return false;
 }
@@ -372,7 +378,7 @@ int sb_miconv_noerr(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mcha
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     const int n = c.left < c.room ? c.left : c.room > 0 ? c.room : 0;
     if (cv->bytes) {
-        cv->bytes->translate(cv->bytes, c.out, c.in, size_t(n));
+        cv->bytes->translate(cv->bytes, c.out, c.in, size_t(n), false);
     } else {
         for (int i = 0; i < n; ++i)
             c.out[i] = cv_direct(cv->conv_noshift, c.in[i])[1];

@@ -123,8 +123,8 @@ void free_cv_flat(cv_flat *flat) {
 
 // Byte translation. Every variant gives the same bytes and stops at the same place.
 static size_t translate_plain(const cv_bytes *b, unsigned char *out, const unsigned char *in,
-                              size_t n) {
-    if (!b->has_special) {
+                              size_t n, bool stop) {
+    if (!stop || !b->has_special) {
         for (size_t i = 0; i < n; ++i)
             out[i] = b->map[in[i]];
         return n;
@@ -153,17 +153,19 @@ look_up(const rows512 &t, __m512i x) {
     return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
 }
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) static size_t
-translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n) {
+translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n,
+               bool stop) {
     const rows512 map = load_rows(b->map);
     const rows512 special = load_rows(b->special);
+    const bool stops = stop && b->has_special;
     size_t i = 0;
     while (i < n) {
         const __mmask64 take = n - i >= 64 ? ~__mmask64(0) : ~__mmask64(0) >> (64 - (n - i));
         const __m512i x = _mm512_maskz_loadu_epi8(take, in + i);
-        if (b->has_special) {
-            const __mmask64 stop = _mm512_movepi8_mask(look_up(special, x)) & take;
-            if (stop) {
-                const unsigned before = unsigned(__builtin_ctzll(stop));
+        if (stops) {
+            const __mmask64 found = _mm512_movepi8_mask(look_up(special, x)) & take;
+            if (found) {
+                const unsigned before = unsigned(__builtin_ctzll(found));
                 _mm512_mask_storeu_epi8(out + i, (__mmask64(1) << before) - 1, look_up(map, x));
                 return i + before;
             }
@@ -189,18 +191,20 @@ __attribute__((target("avx2"))) static inline __m256i look_up16(const unsigned c
     return r;
 }
 __attribute__((target("avx2"))) static size_t translate_avx2(const cv_bytes *b, unsigned char *out,
-                                                             const unsigned char *in, size_t n) {
+                                                             const unsigned char *in, size_t n,
+                                                             bool stop) {
+    const bool stops = stop && b->has_special;
     size_t i = 0;
     for (; n - i >= 32; i += 32) {
         const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(in + i));
-        if (b->has_special && _mm256_movemask_epi8(look_up16(b->special, x))) break;
+        if (stops && _mm256_movemask_epi8(look_up16(b->special, x))) break;
         _mm256_storeu_si256(reinterpret_cast<__m256i *>(out + i), look_up16(b->map, x));
     }
-    return i + translate_plain(b, out + i, in + i, n - i);
+    return i + translate_plain(b, out + i, in + i, n - i, stop);
 }
 #endif
 
-cv_bytes *build_cv_bytes(const mb_decode *table, bool checked) {
+cv_bytes *build_cv_bytes(const mb_decode *table) {
     ext_block<cv_bytes> b(1);
     if (!b.p) return nullptr;
     b.p->has_special = false;
@@ -211,7 +215,7 @@ cv_bytes *build_cv_bytes(const mb_decode *table, bool checked) {
         // Without a terminator mode a terminator is a byte like any other; NUL alone is let pass
         // here, and the checked routine looks for it first when it must stop there.
         const bool nul = !i && (e[0] & cv_flags) && !(e[0] & cv_substitute);
-        b.p->special[i] = checked && !plain && !nul ? 0xFF : 0;
+        b.p->special[i] = !plain && !nul ? 0xFF : 0;
         if (b.p->special[i]) b.p->has_special = true;
     }
     b.p->translate = translate_plain;

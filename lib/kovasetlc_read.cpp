@@ -113,37 +113,24 @@ static bool read_strings(text_in *in, ko_mchar_t ***strings, int *read) {
 
 // ---- Header -------------------------------------------------------------------------------------
 
-// A line without its last character, which is normally the new line.
-static void read_header_line(text_in *in, char *line, int bound) {
-    const int len = in_gets(in, line, bound);
-    line[len > 0 ? len - 1 : 0] = 0;
-}
-
-static int number_of(const char *text) {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(text);
-    text_in in = {.pos = bytes, .end = bytes + strlen(text)};
-    return get_int(&in);
-}
-
 int read_file_header(text_in *in, char *codeset, int *error) {
     char line[line_bound + 1];
-    read_header_line(in, line, line_bound);
+    in_header_line(in, line, line_bound);
     if (strcmp(line, "FILE_TYPE=locale_object")) {
         *error = KO_EOBJECT;
         return 0;
     }
-    read_header_line(in, line, line_bound);
+    in_header_line(in, line, line_bound);
     if (strcmp(line, "COMPILER_VERSION=11")) {
         *error = KO_EVERSION;
         return 0;
     }
-    read_header_line(in, line, line_bound);
-    const char *value = strchr(line, '=');
-    const int lines = value ? number_of(value + 1) : 0;
+    in_header_line(in, line, line_bound);
+    const int lines = header_number(line);
     for (int i = 3; i < lines && in_gets(in, line, line_bound); i++)
         continue;
     skip_whitespace(in);
-    read_header_line(in, codeset, codeset_room - 1);
+    in_header_line(in, codeset, codeset_room - 1);
     return 1;
 }
 

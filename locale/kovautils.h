@@ -75,14 +75,18 @@ unsigned char *read_stream_bytes(void *stream, size_t *size);
 // Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
 // its length, 0 at the end of the file.
 int in_gets(text_in *in, char *buf, int bound);
+// The same without the last character, which is normally the newline. False, and an empty line, at
+// the end of the file.
+bool in_header_line(text_in *in, char *line, int bound);
+int header_number(const char *line); // behind the first "="; 0 without one
 
 inline bool is_white(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 void skip_whitespace(text_in *in);
 int get_int(text_in *in); // saturates; 0 at the end of the file
 double get_dbl(text_in *in);
-unsigned get_hex(text_in *in, int digits);      // exactly that many characters, not validated
-unsigned get_hex_byte(text_in *in);             // two; a non-hex digit counts as 0
+unsigned get_hex(text_in *in, int digits); // exactly that many characters, not validated
+unsigned get_hex_byte(text_in *in);        // two; a non-hex digit counts as 0
 // Of one character; one that is no digit counts as its raw code.
 inline unsigned get_hex_digit(int c) {
     const unsigned decimal = static_cast<unsigned>(c - '0');

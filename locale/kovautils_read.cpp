@@ -42,6 +42,20 @@ int in_gets(text_in *in, char *buf, int bound) {
     return len ? len : 1;
 }
 
+bool in_header_line(text_in *in, char *line, int bound) {
+    const int len = in_gets(in, line, bound);
+    if (len) line[len - 1] = 0;
+    return len != 0;
+}
+
+int header_number(const char *line) {
+    const char *const value = strchr(line, '=');
+    if (!value) return 0;
+    const auto *const bytes = reinterpret_cast<const unsigned char *>(value + 1);
+    text_in in = {.pos = bytes, .end = bytes + strlen(value + 1)};
+    return get_int(&in);
+}
+
 void skip_whitespace(text_in *in) {
     int c;
     do

@@ -6,6 +6,8 @@
 
 #include <random>
 
+using namespace std::string_literals;
+
 namespace {
 
 const unsigned plain = cv_plain;
@@ -122,18 +124,72 @@ TEST(Conversion, TakesAndWritesUpToTheLastWholeCharacter) {
         EXPECT_EQ(convert(r.cv, std::string(r.in), r.room, nullptr, r.len),
                   (cv_outcome{r.result, std::string(r.out), r.taken, r.sub, r.error}));
     }
+    // A null pointer is refused, but a descriptor without routines keeps the reason it has none.
+    ko_cv_t no_file;
+    int sub = 7;
+    EXPECT_EQ(ko_iconv_open(&no_file, "b", "b"), -1);
+    for (const ko_cv_t cd : {no_file, single.cd}) {
+        EXPECT_EQ(ko_miconv(cd, nullptr, nullptr, nullptr, nullptr, &sub), -1);
+        EXPECT_EQ(*ko_ext_errno(cd), cd == no_file ? KO_EFILE : KO_ENULL);
+        EXPECT_EQ(sub, 0);
+    }
     const cv_record free_of_checks(bytes_object(0).str());
     ASSERT_NE(free_of_checks.rec()->exports.sb2sb_table, nullptr);
     EXPECT_EQ(free_of_checks.rec()->exports.sb2sb_table[0xC1], 0xE1);
     EXPECT_EQ(convert(free_of_checks, "a\xc1\x80", 2), (cv_outcome{-1, "A\xe1", 2, 0, KO_E2BIG}));
 }
 
+// Bytes that need no checks, by a compiler that was careless: 'x' is substituted, 'q' unmapped, and
+// a text ends with 'e' as well.
+static cv_object careless_object() {
+    cv_object o = bytes_object(0);
+    o.noshift['x'].flags |= cv_substitute;
+    o.noshift['e'].flags |= cv_terminator;
+    o.noshift.erase(o.noshift.begin() + 'q');
+    return o;
+}
+
+TEST(Conversion, TerminatedTextsAreCheckedWhereCountedOnesAreNot) {
+    const cv_record cv(careless_object().str());
+    ASSERT_EQ(cv.rec()->miconv_fp, sb_miconv_noerr);
+    using namespace std::string_view_literals;
+    static const struct {
+        std::string_view in;
+        cv_outcome counted, terminated;
+    } rows[] = {
+        {"axb\0"sv, {0, "AXB\0"s, 4, 0, 0},  {0, "AXB\0"s, 4, 1, 0}    },
+        {"aqb\0"sv, {0, "A\0B\0"s, 4, 0, 0}, {-1, "A", 1, 0, KO_EILSEQ}},
+        {"aeb\0"sv, {0, "AEB\0"s, 4, 0, 0},  {0, "AE", 2, 0, 0}        },
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(convert(cv, std::string(r.in), 9), r.counted);
+        EXPECT_EQ(convert(cv, std::string(r.in), 9, nullptr, -1), r.terminated);
+    }
+}
+
+TEST(Conversion, LongTerminatedTextsEndAtTheirTerminator) {
+    for (const cv_object &o : {bytes_object(1), bytes_object(0), double_object(2)}) {
+        const cv_record fast(o.str()), slow(o.str());
+        slow.forget_derived();
+        for (size_t size = 4085; size < 4102; ++size) {
+            std::string in;
+            while (in.size() < size)
+                in += o.max == 2 && in.size() % 7 == 0 ? "\x81\x42" : "ab";
+            in.resize(size, 'z');
+            in += "\0behind"s;
+            const auto f = convert(fast, in, 20000, nullptr, -1);
+            ASSERT_EQ(f, convert(slow, in, 20000, nullptr, -1)) << size;
+            ASSERT_TRUE(f.result || f.taken == static_cast<int>(size) + 1) << size;
+        }
+    }
+}
+
 // What derived tables do must be what the rules say, whatever the text, its length and the room.
 TEST(Conversion, RunsAgreeWithTheRules) {
     std::mt19937 random(20261121);
-    const cv_object objects[] = {bytes_object(1),  bytes_object(0),  double_object(1),
-                                 double_object(2), double_object(3), double_object(4),
-                                 to_host_object(), host_object(),    both_stateful()};
+    const cv_object objects[] = {
+        bytes_object(1),  bytes_object(0),  careless_object(), double_object(1), double_object(2),
+        double_object(3), double_object(4), to_host_object(),  host_object(),    both_stateful()};
     for (const cv_object &o : objects) {
         const std::string object = o.str();
         const cv_record fast(object), slow(object);
@@ -294,7 +350,6 @@ TEST(Conversion, ShiftsAreWrittenAroundCharactersAndAtTheEnd) {
 }
 
 // ---- Registered converters
-// -----------------------------------------------------------------------
 
 namespace {
 
@@ -332,6 +387,12 @@ TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
     EXPECT_EQ(list->num_used, 2);
     EXPECT_EQ(list->num_allocated, 0);
     ko_cv_t cd;
+    ko_cv_funcdef *const none = list->funcdef_arr;
+    none->mtom_fn = nullptr;
+    EXPECT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low", list), -1);
+    EXPECT_EQ(*ko_ext_errno(cd), KO_ENULL);
+    EXPECT_EQ(ko_cv_unload(cd), 0);
+    none->mtom_fn = upper_once;
     ASSERT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low@m", list), 0);
     EXPECT_EQ(ko_iconv_expansion(cd), 2.0);
     static const struct {
@@ -364,7 +425,6 @@ TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
 }
 
 // ---- Opening
-// -------------------------------------------------------------------------------------
 
 TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
     env_hooks env;
@@ -437,6 +497,75 @@ TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
     EXPECT_EQ(files.streams, 0);
 }
 
+TEST(Conversion, ObjectsFailWithTheReason) {
+    const std::string object = host_object().str();
+    const struct {
+        const char *claim, *from, *to;
+        int result, error;
+    } rows[] = {
+        {"as it is",                       "=4\nSOURCE",          "=4\nSOURCE",              0,  0          },
+        {"no more header lines",           "=4\nSOURCE=a test\n", "=3\n",                    0,  0          },
+        {"fewer than the three",           "=4\nSOURCE=a test\n", "=-1\n",                   0,  0          },
+        {"a count without its sign",       "=4\nSOURCE=a test\n", "\n",                      0,  0          },
+        {"more header lines than lines",   "=4\n",                "=5000\n",                 -1, KO_EFILE   },
+        {"a count beyond all numbers",     "=4\n",                "=99999999999999999999\n", -1, KO_EFILE   },
+        {"another version",                "VERSION=9",           "VERSION=8",               -1, KO_EFILE   },
+        {"a shift sequence of five bytes", "\n0010e10f",          "\n50010e10f00",           -1, KO_EFILE   },
+        {"targets of no byte",             "\n1 3 2 2",           "\n1 0 2 2",               -1, 0          },
+        {"an entry beyond its targets",    "\n1 3 2 2",           "\n1 1 2 2",               -1, KO_ENOMEM  },
+        {"characters of five bytes",       "\n1\n1 1 ",           "\n1\n5 1 ",               -1, KO_ECHARLEN},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.claim);
+        std::string changed = object;
+        const size_t at = changed.find(r.from);
+        ASSERT_NE(at, std::string::npos) << object.substr(0, 200);
+        changed.replace(at, strlen(r.from), r.to);
+        const cv_record cv(changed);
+        EXPECT_EQ(cv.result, r.result);
+        EXPECT_EQ(cv.error(), r.error);
+    }
+}
+
+TEST(Conversion, FailuresAreInTheLog) {
+    temp_dir dir;
+    exit_utilities(); // the switches are read anew
+    {
+        env_hooks env;
+        env.vars = {
+            {"KOVALOG",   "on"    },
+            {"HOME",      dir.path},
+            {"VANTORDIR", dir.path}
+        };
+        cv_object o = double_object(2);
+        const cv_record cv(o.str());
+        convert(cv, "\xff", 9);
+        convert(cv, "a", 0);
+        o.noshift['b'].flags = 0;
+        const cv_record hole(o.str());
+        convert(hole, "b", 9);
+        conv_state st = {1, 1, 0, 0, nullptr};
+        const cv_record pairs(host_object().str());
+        convert(pairs, "\xff", 9, &st); // the other routines are silent
+        o.target_max = 5;
+        o.noshift.clear();
+        const cv_record five(o.str()), type("FILE_TYPE=other\n"),
+            version("FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=8\n");
+    }
+    exit_utilities();
+    std::string log = dir.read("kova.log");
+    const std::string opened = "Opened: \\o.cvo\n",
+                      loaded = opened + "CVO file loaded successfully.\n";
+    const std::string want = loaded + "Error in Translation.\nError in Translation (KO_E2BIG)\n" +
+                             loaded + "Error in Translation (KO_EILSEQ)\n" + loaded + opened +
+                             "cv->target_max_len should be in range 1..4\n" + opened +
+                             "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
+                             "Invalid CVO file. Wrong Version.\n";
+    const size_t start = log.find("Opened");
+    ASSERT_NE(start, std::string::npos);
+    EXPECT_EQ(log.substr(start), want);
+}
+
 TEST(Conversion, SizesAreRoundedUp) {
     static const struct {
         const char *ratio;
@@ -462,7 +591,6 @@ TEST(Conversion, SizesAreRoundedUp) {
 }
 
 // ---- Hostile objects and hosts
-// -------------------------------------------------------------------
 
 TEST(Conversion, DamagedObjectsFailOrConvert) {
     const std::string object = host_object().str();
