@@ -324,14 +324,12 @@ int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
 
 // ---- Data that depend on several categories -----------------------------------------------------
 
-// The class masks of the one-byte characters.
+// The class masks of all bytes, straight from the table's items: of a byte that is no character,
+// too. A table as the library writes it has no such byte.
 static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
-    const multi_arr *root = table->root;
-    for (int b = 0; b < 256; b++) {
-        masks[b] = 0;
-        if (!root->flag_arr || root->flag_arr[b] != mb_final) continue;
-        const size_t at = size_t(b) << table->log_data_size;
-        const void *item = root->data_arr ? root->data_arr + at : table->default_data;
+    const unsigned char *items = table->root->data_arr;
+    for (size_t b = 0; b < 256; b++) {
+        const void *item = items ? items + (b << table->log_data_size) : table->default_data;
         memcpy(&masks[b], item, sizeof masks[b]);
     }
 }

@@ -15,13 +15,24 @@ constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
 
+// What a specification was turned into a file name by, where no registry was named: its text, what
+// decides where the registry is searched, and which one is in memory. While all three are the same,
+// so is the file name, without reading the registry again: installed data do not change under a
+// running process. Whoever changes the registry names it or calls ko_cache_registry.
+struct spec_origin {
+    char *spec; // NULL: none
+    char *variables[2];
+    unsigned registry_changes;
+};
+static constexpr const char *search_variables[2] = {"KO_PATH", "VANTORDIR"};
+
 // One more load of a listed locale.
 struct lc_node {
     char *name; // file name or specification it was loaded under
     kovaloc *loc;
     int count; // outstanding loads
     lc_node *next;
-    char *spec; // the specification behind the name, where the registry was searched; or NULL
+    spec_origin origin; // of the name, for one of the specifications behind it
 };
 // The newest first. Changed by loading and unloading, which the host serialises.
 static constinit lc_node *lc_node_root = nullptr;
@@ -350,22 +361,50 @@ static lc_node *find_name(const char *name) {
     return node;
 }
 
-// While a locale is held, the specification that it was loaded by stands for it: the registry is
-// not searched again.
+static const char *variable(const char *name) { // empty and missing are the same
+    const char *value = ko_ext_getenv(name);
+    return value ? value : "";
+}
+
+static bool still_holds(const spec_origin *origin, const char *spec) {
+    return origin->spec && !strcmp(origin->spec, spec) &&
+           origin->registry_changes == registry_changes() &&
+           !strcmp(origin->variables[0], variable(search_variables[0])) &&
+           !strcmp(origin->variables[1], variable(search_variables[1]));
+}
+
+static void forget_origin(spec_origin *origin) {
+    free_ptr(origin->spec);
+    for (char *value : origin->variables)
+        free_ptr(value);
+    *origin = {};
+}
+
+// Without memory the registry is read again the next time.
+static void keep_origin(spec_origin *origin, const char *spec) {
+    if (origin->spec && strcmp(origin->spec, spec)) return; // serves another specification
+    forget_origin(origin);
+    *origin = {
+        copy_string(spec),
+        {copy_string(variable(search_variables[0])), copy_string(variable(search_variables[1]))},
+        registry_changes()
+    };
+    if (!origin->spec || !origin->variables[0] || !origin->variables[1]) forget_origin(origin);
+}
+
 static lc_node *find_spec(const char *spec) {
     lc_node *node = lc_node_root;
-    while (node && (!node->spec || strcmp(node->spec, spec)))
+    while (node && !still_holds(&node->origin, spec))
         node = node->next;
     return node;
 }
 
-static bool insert_node(const char *name, const char *spec, kovaloc *loc) {
+static lc_node *insert_node(const char *name, kovaloc *loc) {
     ext_block<lc_node> node(1);
     char *copy = node.p ? copy_string(name) : nullptr;
-    if (!copy) return false;
-    *node.p = {copy, loc, 1, lc_node_root, spec ? copy_string(spec) : nullptr};
-    lc_node_root = node.release();
-    return true;
+    if (!copy) return nullptr;
+    *node.p = {copy, loc, 1, lc_node_root, {}};
+    return lc_node_root = node.release();
 }
 
 node_state give_back_node(const kovaloc *loc) {
@@ -377,7 +416,7 @@ node_state give_back_node(const kovaloc *loc) {
     if (--node->count >= 1) return node_in_use;
     *link = node->next;
     ko_ext_free(node->name);
-    free_ptr(node->spec);
+    forget_origin(&node->origin);
     ko_ext_free(node);
     return node_dropped;
 }
@@ -389,26 +428,27 @@ static const char *object_name(const char *spec, const char *registry, char *roo
     return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
 }
 
-static int share(lc_node *node, ko_lc_t *result) {
-    node->count++;
-    *result = node->loc;
-    return 0;
-}
-
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
     char room[setting_room];
     lc_node *node = spec && !registry ? find_spec(spec) : nullptr;
-    if (node) return share(node, result);
-    const char *name = spec ? object_name(spec, registry, room) : nullptr;
-    node = name ? find_name(name) : nullptr;
-    if (node) return share(node, result);
+    const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
+    if (name) node = find_name(name);
+    if (node) {
+        node->count++;
+        *result = node->loc;
+        if (name && !registry) keep_origin(&node->origin, spec);
+        return 0;
+    }
     if (ko_create_null_locale_2(result)) return -1;
     kovaloc *loc = record(*result);
     if (!name) return fail(loc, KO_ENULL, -1);
     char *setting = set_categories(loc, KO_LC_ALL, name, dir);
     ko_destroystring(setting);
     if (!setting || error_of(loc)) return -1;
-    return insert_node(name, registry ? nullptr : spec, loc) ? 0 : fail(loc, KO_ENOMEM, -1);
+    node = insert_node(name, loc);
+    if (!node) return fail(loc, KO_ENOMEM, -1);
+    if (!registry) keep_origin(&node->origin, spec);
+    return 0;
 }
 
 void ko_lc_unload(ko_lc_t handle) {

@@ -17,6 +17,8 @@ void pathcat_mark(char *out, const char *dir);
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.
 uint16_t find_cs_num(const char *name, const char *registry, int *error);
+// Goes up whenever ko_cache_registry puts another registry in force.
+unsigned registry_changes(void);
 
 inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }
 inline bool is_spec_digit(int c) { return c >= '0' && c <= '9'; }

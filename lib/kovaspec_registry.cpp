@@ -29,6 +29,9 @@ struct registry_node {
 // What ko_cache_registry put in force, one of the two at most; only it changes them.
 static constinit registry_node *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
+static constinit unsigned changes = 0;
+
+unsigned registry_changes(void) { return changes; }
 
 // Unread: white space and the comments before a name.
 static int first_of_name(FILE *file) {
@@ -170,6 +173,7 @@ static int read_nodes(FILE *file, registry_node **list) {
 
 void ko_cache_registry(void *handle, const char *registry) {
     int error = KO_OK;
+    ++changes;
     free_nodes(kova_registry_list_cache);
     kova_registry_list_cache = nullptr;
     kova_registry_array_cache = nullptr;

@@ -275,6 +275,26 @@ TEST(SetLocale, RebuildsWhatDependsOnTheCodeSet) {
     }
 }
 
+TEST(SetLocale, ByteMasksAreTheItemsEvenOfBytesThatAreNoCharacters) {
+    locale_object object = single();
+    // One character, "a", and items of "a" and "b" besides the default.
+    object.ctype = "1 1 1 0020\n1 1\n6100100104\n0000000\n6100200100010002\n0000000\n0\n" +
+                   table_text({
+                       {"a", 0}
+    }) +
+                   "0\n";
+    object_host host;
+    host.add("x.lco", object);
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_CTYPE, "x.lco"), "x.lco");
+    const uint16_t *masks = loc->exp.sb_ctype_table;
+    ASSERT_NE(masks, nullptr);
+    EXPECT_EQ(masks['a'], 1);
+    EXPECT_EQ(masks['b'], 2);
+    EXPECT_EQ(masks['c'], 0x20);
+    EXPECT_EQ(im_iswctype(loc, 'b', 2), 0);
+}
+
 TEST(SetLocale, ChoosesTheComparerByFeatures) {
     static const struct {
         const char *counts; // passes, elements, expansions
@@ -373,6 +393,42 @@ TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
         for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
             ko_free_category(first, c);
         ko_free_nonshared_loc(first);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+// A specification stands for what the registry says now, whatever is held.
+TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
+    temp_dir dir;
+    const std::string a = dir.path + "/a", b = dir.path + "/b";
+    const std::string registry = dir.write("b/kova/cm3/registry", "foo 32\n");
+    dir.write("a/kova/cm3/registry", "foo 16\n");
+    dir.write("a/kova/lc11/en_us/0010.lco", single().str());
+    dir.write("b/kova/lc11/en_us/0020.lco", single().str());
+    memory_hooks memory;
+    {
+        env_hooks env;
+        std::vector<ko_lc_t> held;
+        const auto load = [&](const std::string &root, const char *named) {
+            env.vars["VANTORDIR"] = root;
+            held.push_back(nullptr);
+            EXPECT_EQ(ko_lc_load(&held.back(), "en_US.foo", named, nullptr), 0);
+            return std::string(record(held.back())->locname[0]);
+        };
+        const std::string first = "en_us\\0010.lco", second = "en_us\\0020.lco";
+        EXPECT_EQ(load(a, nullptr), first);
+        EXPECT_EQ(load(b, nullptr), second);
+        EXPECT_EQ(load(a, nullptr), first);
+        EXPECT_EQ(held[2], held[0]);
+        EXPECT_EQ(load(a, registry.c_str()), second);
+        EXPECT_EQ(load(a, nullptr), first);
+        test_handle handle;
+        ko_cache_registry(handle, registry.c_str());
+        EXPECT_EQ(load(a, nullptr), second);
+        EXPECT_EQ(load(a, nullptr), second);
+        EXPECT_EQ(held[6], held[1]);
+        for (const ko_lc_t loc : held)
+            ko_lc_unload(loc);
     }
     EXPECT_EQ(memory.live, 0);
 }
