@@ -15,13 +15,16 @@ constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
 
-// What a specification was turned into a file name by, where no registry was named: its text, what
-// decides where the registry is searched, and which one is in memory. While all three are the same,
-// so is the file name, without reading the registry again: installed data do not change under a
-// running process. Whoever changes the registry names it or calls ko_cache_registry.
+// What a specification was turned into a file name by, where no registry was named: its text, which
+// registry is in memory, and what a host's environment says about where to search one. While they
+// are the same, so is the file name, without reading the registry again: installed data do not
+// change under a running process, and whoever changes the registry names it or calls
+// ko_cache_registry. The process's own environment is set before the library is used: it is not
+// asked, which would cost several times as much as all the rest.
 struct spec_origin {
     char *spec; // NULL: none
-    char *variables[2];
+    bool hosted;
+    char *variables[2]; // of a hosted environment
     unsigned registry_changes;
 };
 static constexpr const char *search_variables[2] = {"KO_PATH", "VANTORDIR"};
@@ -367,10 +370,11 @@ static const char *variable(const char *name) { // empty and missing are the sam
 }
 
 static bool still_holds(const spec_origin *origin, const char *spec) {
-    return origin->spec && !strcmp(origin->spec, spec) &&
-           origin->registry_changes == registry_changes() &&
-           !strcmp(origin->variables[0], variable(search_variables[0])) &&
-           !strcmp(origin->variables[1], variable(search_variables[1]));
+    if (!origin->spec || strcmp(origin->spec, spec)) return false;
+    if (origin->registry_changes != registry_changes()) return false;
+    if (origin->hosted != hook_set(KO_EXT_GETENV)) return false;
+    return !origin->hosted || (!strcmp(origin->variables[0], variable(search_variables[0])) &&
+                               !strcmp(origin->variables[1], variable(search_variables[1])));
 }
 
 static void forget_origin(spec_origin *origin) {
@@ -384,12 +388,14 @@ static void forget_origin(spec_origin *origin) {
 static void keep_origin(spec_origin *origin, const char *spec) {
     if (origin->spec && strcmp(origin->spec, spec)) return; // serves another specification
     forget_origin(origin);
-    *origin = {
-        copy_string(spec),
-        {copy_string(variable(search_variables[0])), copy_string(variable(search_variables[1]))},
-        registry_changes()
-    };
-    if (!origin->spec || !origin->variables[0] || !origin->variables[1]) forget_origin(origin);
+    origin->registry_changes = registry_changes();
+    origin->hosted = hook_set(KO_EXT_GETENV);
+    for (int i = 0; i < 2 && origin->hosted; i++) {
+        origin->variables[i] = copy_string(variable(search_variables[i]));
+        if (!origin->variables[i]) return forget_origin(origin);
+    }
+    origin->spec = copy_string(spec);
+    if (!origin->spec) forget_origin(origin);
 }
 
 static lc_node *find_spec(const char *spec) {
