@@ -237,15 +237,16 @@ typedef struct char_desc {
 KO_API int ko_create_null_locale_2(ko_lc_t *result);
 
 /* Resets category 2..7 of a record to its empty state, without freeing what it held, and clears
- * the category's names. Returns 0; or -1 with KO_ERANGE (category) or KO_ENOMEM (the record stays
- * releasable). */
+ * the category's names; of LC_MESSAGES the names alone. Returns 0; or -1 with KO_ERANGE (category)
+ * or KO_ENOMEM (the record stays releasable). */
 KO_API int ko_make_null_category(ko_lc_t loc, int category);
 
 /* Frees what category 2..7 of a record owns, clears it and its names. */
 KO_API void ko_free_category(ko_lc_t loc, int category);
 
-/* Releases a record that a loading call handed out, without its category data, which other records
- * may share. Static error records and NULL are left alone. */
+/* Gives back one load of a shared record, or releases another record, without the data of its
+ * categories, which copies may share: they stay allocated. Static error records and NULL are left
+ * alone. */
 KO_API void ko_free_nonshared_loc(ko_lc_t loc);
 
 /* Copies one category, or all with KO_LC_ALL, by reference: the source must outlive the copy, and
@@ -256,21 +257,27 @@ KO_API void ko_free_nonshared_loc(ko_lc_t loc);
 KO_API int ko_copy_cat(ko_lc_t dst, ko_lc_t src, int category);
 
 /* Makes a record that holds the locale object default.lco in all categories. Names of the record
- * stay empty. dir, or NULL for the search path, is put before the file name as it stands. Returns
- * 0; or -1 with the reason in (*result)'s error word: a static record for KO_ENOMEM and KO_EFILE,
- * else the partly filled record, which the caller gives back with ko_lc_unload. */
+ * stay empty. dir is put before the file name as it stands; with NULL, or when there is no such
+ * file, default.lco is searched. Returns 0; or -1 with the reason in (*result)'s error word (0 for
+ * an unknown collation method): a static record when there is no memory for one or no file
+ * (KO_EFILE), else the partly filled record. Give *result back with ko_lc_unload in every case. */
 KO_API int ko_createlocale_2(ko_lc_t *result);
 KO_API int ko_createlocale2_2(ko_lc_t *result, const char *dir);
 
 /* Loads one category, or all with KO_LC_ALL, into a record. name is a locale object's file name,
- * "native", "" (the environment decides), or for KO_LC_ALL a setting as this call returns it; NULL
- * only queries. Returns the resulting setting, which the caller frees with ko_destroystring; or
- * NULL with the error word set, categories loaded before the failure staying loaded. */
+ * "native", "" (the environment decides), or a setting of all categories as this call returns it;
+ * NULL only queries. Returns the resulting setting, which the caller frees with ko_destroystring;
+ * or NULL with the error word set, categories loaded before the failure staying loaded: KO_ERANGE
+ * (category, or a name above 311 bytes), KO_EOBJECT, KO_EVERSION, KO_ECALENDAR, KO_ENOMEM, a
+ * table's number, or, where the word was 0, KO_ECODESET (no such file). Success stores KO_ECODESET
+ * when the categories' code sets differ. */
 KO_API char *ko_setlocale_2(ko_lc_t loc, int category, const char *name);
 
-/* Hands out the shared record of a locale specification such as "en_US.8859-1@euro", loading it
- * at first. registry and dir may be NULL. Returns 0; or -1 with the reason in (*result)'s error
- * word. Give the record back with ko_lc_unload in either case. */
+/* Hands out the shared record of a locale specification such as "en_US.8859-1@euro", or of what
+ * ko_setlocale_2 takes, loading it at first. registry names the registry file and dir the folder of
+ * the objects; NULL for either: it is searched. A record is shared by its file name, whatever dir
+ * says. Returns 0; or -1 with the reason in (*result)'s error word: those of ko_setlocale_2, also
+ * KO_ECODESET for differing code sets. Give *result back with ko_lc_unload in either case. */
 KO_API int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir);
 
 /* Gives one load back; the last one frees the record. NULL and static error records are left
@@ -381,7 +388,7 @@ KO_API const char *ko_version(void);
 KO_API const char *ko_cm_version(void);
 KO_API const char *ko_lc_version(void);
 KO_API const char *ko_cv_version(void);
-/* Longest and shortest character of the locale's code set, in bytes. */
+/* Longest and shortest character of the locale's code set, in bytes; 0 and 2 without LC_CTYPE. */
 KO_API int ko_mb_loc_max(ko_lc_t loc);
 KO_API int ko_mb_loc_min(ko_lc_t loc);
 
@@ -410,7 +417,8 @@ KO_API void *retrieve_text_multi_nl(const ko_mchar_t *text, void *table, gen_exp
 KO_API int retrieve_text_multi_nv(const ko_mchar_t *text, void *table, gen_exports *gen);
 KO_API void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit,
                                        int *len_bytes, gen_exports *gen);
-/* For tables in which every first byte is a prefix: no validity test. */
+/* For tables in which every first byte is a prefix: no validity test. KO_EINVAL for a limit below
+ * two bytes. */
 KO_API void *retrieve_text_doub_limit(const ko_mchar_t *text, void *table, int limit,
                                       gen_exports *gen);
 KO_API void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table);
@@ -425,8 +433,8 @@ KO_API int compress_multi(void *table);
 /* Writes the table's text form through ko_ext_fwrite. Returns 0; or -1 when a write fails. */
 KO_API int fprintf_multi(void *stream, void *table, ko_item_printer printer);
 /* Reads a text form into a fresh table; characters of more than max_len bytes are refused. The
- * stream is left right behind the table. Returns 0; or -1 with the reason in multi_err, the table
- * still to be freed. */
+ * stream is left right behind the table. Returns 0; or -1 with the reason in multi_err and a table
+ * without characters, to be freed or read into again. */
 KO_API int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader);
 KO_API void free_multi(void *table);
 
@@ -446,13 +454,14 @@ KO_API uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
 KO_API uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
 /* Map a string; dst has room for ko_case_conv_outbuflen of the source's bytes and a terminator,
  * and may be the source where no character grows. Return bytes written before the terminator; or
- * -1 with KO_EILSEQ and dst unterminated. */
+ * -1 with KO_EILSEQ and dst unterminated, or with KO_ENULL. */
 KO_API int ko_tombsupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs);
 KO_API int ko_tombslower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs);
-/* The wide forms return 0; or -1 with KO_EILSEQ and dst unterminated. */
+/* The wide forms return 0; or -1 with KO_EILSEQ and dst unterminated, or with KO_ENULL. */
 KO_API int ko_towcsupper(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs);
 KO_API int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs);
-/* Bytes that case mapping of len_bytes bytes may need, terminator not counted. */
+/* Bytes that case mapping of len_bytes bytes may need, terminator not counted: at least as many,
+ * at most 0x7FFFFFFF. */
 KO_API int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes);
 
 /* ---- Multibyte and wide conversion, lengths ------------------------------------------------ */
@@ -466,11 +475,11 @@ KO_API int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes);
 KO_API int ko_full_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc);
 KO_API int sl_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc);
 /* Convert at most n characters. Return wide characters before the terminator, which is written
- * only when met; im_ returns -1 with KO_EILSEQ. */
+ * only when met; -1 with KO_ENULL, and im_ with KO_EILSEQ. */
 KO_API int is_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
 KO_API int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
 /* Convert into at most n bytes, stopping before a character that does not fit. Return bytes before
- * the terminator, which is written only when met; or -1 with KO_EILSEQ. */
+ * the terminator, which is written only when met; or -1 with KO_EILSEQ or KO_ENULL. */
 KO_API int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 KO_API int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 KO_API int ko_wcslen(const ko_wchar_t *wcs);
@@ -480,7 +489,8 @@ KO_API int ko_wcsbytes(const ko_wchar_t *wcs);
 KO_API int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs);
 /* Bytes with the terminator; 0 for a NULL or invalid string. */
 KO_API int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs);
-/* Bytes of a wide character's multibyte form; or -1 with KO_EILSEQ. */
+/* Bytes of a wide character's multibyte form, always 1 in a single-byte code set; or -1 with
+ * KO_EILSEQ. */
 KO_API int ko_wclen(ko_lc_t loc, ko_wchar_t wc);
 
 /* ---- Strings ------------------------------------------------------------------------------- */

@@ -271,7 +271,11 @@ int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
     return map_wide_string<to_lower>(loc, dst, wcs);
 }
 
+// A locale object may say any ratio: one below 1 leaves the source its own room, a huge one ends at
+// the largest length.
 int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {
-    const double room = len_bytes * ceil(record(loc)->exp.case_conv_ratio);
-    return room < INT_MAX ? static_cast<int>(room) : INT_MAX; // a locale object may say anything
+    const double ratio = ceil(record(loc)->exp.case_conv_ratio);
+    const double room = len_bytes * (ratio > 1 ? ratio : 1);
+    if (room >= INT_MAX) return INT_MAX;
+    return room > INT_MIN ? static_cast<int>(room) : INT_MIN;
 }

@@ -246,13 +246,17 @@ TEST(Ctype, MappingNeedsAsMuchRoomAsTheRatioSays) {
         double ratio;
         int n, room;
     } rows[] = {
-        {1.5,  10,         20        },
-        {2.0,  10,         20        },
-        {1.0,  10,         10        },
-        {1.01, 1,          2         },
-        {1.5,  0,          0         },
-        {1e99, 5,          0x7FFFFFFF},
-        {2.0,  0x7FFFFFF0, 0x7FFFFFFF},
+        {1.5,   10,         20        },
+        {2.0,   10,         20        },
+        {1.0,   10,         10        },
+        {1.01,  1,          2         },
+        {1.5,   0,          0         },
+        {1e99,  5,          0x7FFFFFFF},
+        {2.0,   0x7FFFFFF0, 0x7FFFFFFF},
+        {0.0,   10,         10        },
+        {-1e99, 10,         10        },
+        {1e99,  -5,         INT32_MIN },
+        {2.0,   -5,         -10       },
     };
     char_record r;
     for (auto &row : rows) {
