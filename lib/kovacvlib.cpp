@@ -141,7 +141,7 @@ static int read_cv_table(text_in *in, iconv_rec *cv, mb_decode **table) {
     return fail(&cv->exports.exp, multi_err(*table), -1);
 }
 
-static int read_cv_text(text_in *in, iconv_rec *cv) {
+static int read_cv_tables(text_in *in, iconv_rec *cv) {
     gen_exports *gen = &cv->exports.exp;
     if (!read_cv_header(in)) return fail(gen, KO_EFILE, -1);
     if (!read_cv_fields(in, cv)) return fail(gen, KO_EFILE, -1);
@@ -153,19 +153,23 @@ static int read_cv_text(text_in *in, iconv_rec *cv) {
     return cv->source_is_stateful ? read_cv_table(in, cv, &cv->conv_shift) : 0;
 }
 
+int read_cv_object(text_in *in, iconv_rec *cv) {
+    if (read_cv_tables(in, cv) < 0) return -1;
+    set_iconv_fps(cv);
+    return 0;
+}
+
 // Loads an opened object, which is closed on every path, into a descriptor.
 static int read_cv_file(void *stream, iconv_rec *cv) {
     if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
     text_image image;
     const bool readable = open_image(stream, &image);
     const int result =
-        readable ? read_cv_text(&image.in, cv) : fail(&cv->exports.exp, KO_ENOMEM, -1);
+        readable ? read_cv_object(&image.in, cv) : fail(&cv->exports.exp, KO_ENOMEM, -1);
     close_image(&image);
     ko_ext_fclose(stream);
-    if (result < 0) return -1;
-    set_iconv_fps(cv);
-    ko_message("CVO file loaded successfully.");
-    return 0;
+    if (!result) ko_message("CVO file loaded successfully.");
+    return result;
 }
 
 // ---- Opening

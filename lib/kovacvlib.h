@@ -76,6 +76,9 @@ struct iconv_rec {
     cv_bytes *bytes;
 };
 
+// Reads an object into a fresh descriptor and makes it ready; -1 with the reason in its error word.
+int read_cv_object(text_in *in, iconv_rec *cv);
+
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
 
 // The routines of kovacvlib_conv.cpp, as a descriptor's pointers name them.

@@ -187,9 +187,12 @@ TEST(Conversion, LongTerminatedTextsEndAtTheirTerminator) {
 // What derived tables do must be what the rules say, whatever the text, its length and the room.
 TEST(Conversion, RunsAgreeWithTheRules) {
     std::mt19937 random(20261121);
-    const cv_object objects[] = {
-        bytes_object(1),  bytes_object(0),  careless_object(), double_object(1), double_object(2),
-        double_object(3), double_object(4), to_host_object(),  host_object(),    both_stateful()};
+    cv_object lead_shifts_in = host_object(); // its pairs begin with the shift-in byte as well
+    lead_shifts_in.shifts = "0010e141";
+    const cv_object objects[] = {lead_shifts_in,    bytes_object(1),  bytes_object(0),
+                                 careless_object(), double_object(1), double_object(2),
+                                 double_object(3),  double_object(4), to_host_object(),
+                                 host_object(),     both_stateful()};
     for (const cv_object &o : objects) {
         const std::string object = o.str();
         const cv_record fast(object), slow(object);
@@ -547,9 +550,9 @@ TEST(Conversion, FailuresAreInTheLog) {
         conv_state st = {1, 1, 0, 0, nullptr};
         const cv_record pairs(host_object().str());
         convert(pairs, "\xff", 9, &st); // the other routines are silent
-        o.target_max = 5;
-        o.noshift.clear();
-        const cv_record five(o.str()), type("FILE_TYPE=other\n"),
+        std::string long_targets = o.str();
+        long_targets.replace(long_targets.find("1 2 0 0"), 3, "1 5");
+        const cv_record five(long_targets), type("FILE_TYPE=other\n"),
             version("FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=8\n");
     }
     exit_utilities();
