@@ -39,16 +39,16 @@ typedef void *ko_lc_t;            /* a locale record; begins with loc_exports */
 /* Error numbers. They are part of the binary interface. */
 typedef enum ko_errnum {
     KO_OK = 0,
-    KO_EILSEQ = 1,   /* bytes that are no character, or a wide character without bytes */
-    KO_ENULL = 2,    /* a string argument is null or unusable */
-    KO_ENOMEM = 3,   /* memory is exhausted; a stored table is unreadable */
-    KO_EINDEX = 4,   /* a character index is negative or beyond the string */
-    KO_EPOS = 5,     /* a position is inside a character or before the start */
-    KO_EEMPTY = 6,   /* a number text is empty */
-    KO_EINVAL = 7,   /* a character is incomplete, a result does not fit, a name is malformed */
-    KO_EFILE = 8,    /* a data file cannot be opened or read */
-    KO_ERANGE = 9,   /* an argument is out of range */
-    KO_EOBJECT = 11, /* not a data file of the expected kind, or a damaged one */
+    KO_EILSEQ = 1,    /* bytes that are no character, or a wide character without bytes */
+    KO_ENULL = 2,     /* a string argument is null or unusable */
+    KO_ENOMEM = 3,    /* memory is exhausted; a stored table is unreadable */
+    KO_EINDEX = 4,    /* a character index is negative or beyond the string */
+    KO_EPOS = 5,      /* a position is inside a character or before the start */
+    KO_EEMPTY = 6,    /* a number text is empty */
+    KO_EINVAL = 7,    /* a character is incomplete, a result does not fit, a name is malformed */
+    KO_EFILE = 8,     /* a data file cannot be opened or read */
+    KO_ERANGE = 9,    /* an argument is out of range */
+    KO_EOBJECT = 11,  /* not a data file of the expected kind, or a damaged one */
     KO_ECODESET = 12, /* the categories of a locale name different code sets */
     KO_EIO = 13,      /* a stream reports an error or a write is short */
     KO_E2BIG = 14,    /* an output buffer or a table is full */
@@ -162,16 +162,16 @@ typedef struct loc_exports {
     int (*mbscoll)(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
     int (*mbsxfrm)(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
     int (*mbstowcs)(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
-    int ko_tmp;                       /* scratch word of callers' inline paths */
-    double case_conv_ratio;           /* largest growth of a string under case mapping */
-    double coll_char_ratio;           /* most characters one character collates as; no byte bound */
-    unsigned char *sb_toupper_table;  /* 256 entries or NULL */
-    unsigned char *sb_tolower_table;  /* 256 entries or NULL */
-    uint16_t *sb_ctype_table;         /* 256 class masks or NULL */
-    unsigned char *sb_collation_table; /* always NULL */
-    int single_byte;                  /* every character of the code set is one byte */
-    int codeset_order;                /* collation is code-set order */
-    const ko_mchar_t **coll_ignored;  /* NULL-terminated, or NULL */
+    int ko_tmp;                      /* scratch word of callers' inline paths */
+    double case_conv_ratio;          /* largest growth of a string under case mapping */
+    double coll_char_ratio;          /* most characters one character collates as; no byte bound */
+    unsigned char *sb_toupper_table; /* 256 entries or NULL */
+    unsigned char *sb_tolower_table; /* 256 entries or NULL */
+    uint16_t *sb_ctype_table;        /* 256 class masks or NULL */
+    unsigned char *sb_collation_table;             /* always NULL */
+    int single_byte;                               /* every character of the code set is one byte */
+    int codeset_order;                             /* collation is code-set order */
+    const ko_mchar_t **coll_ignored;               /* NULL-terminated, or NULL */
     ko_coll_equiv_class_map *coll_equiv_class_map; /* ended by a NULL from, or NULL */
 } loc_exports;
 
