@@ -95,8 +95,7 @@ static constexpr case_side to_lower = {
 template <const case_side &side> static ko_wchar_t partner_of(const kovaloc *r, const void *item) {
     uint16_t index;
     memcpy(&index, item, sizeof index);
-    if (!index || index > r->num_conv_elems || !r->cconv_arr) return 0;
-    return r->cconv_arr[index].*side.partner;
+    return case_partner(r, index, side.partner);
 }
 
 // The state of a wide character in the case pages: case_same, case_mapped or no character.

@@ -16,9 +16,7 @@ struct page_builder {
 };
 
 static ko_wchar_t partner_of(const page_builder &from, unsigned index) {
-    const kovaloc *loc = from.loc;
-    if (!index || !loc->cconv_arr || index > static_cast<unsigned>(loc->num_conv_elems)) return 0;
-    return loc->cconv_arr[index].*from.side;
+    return case_partner(from.loc, index, from.side);
 }
 
 static bool page_maps(const page_builder &from, const unsigned char *flags, const uint16_t *items) {

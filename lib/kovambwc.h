@@ -25,6 +25,12 @@ inline const ctype_flat *flat_cases(const kovaloc *r) {
     return flat && flat->has_cases && flat->cconv == r->cconv ? flat : nullptr;
 }
 
+// The case partner that an index of the case table names; 0 for none, or for a damaged index.
+inline ko_wchar_t case_partner(const kovaloc *r, unsigned index, ko_wchar_t conv_elem::*side) {
+    if (!index || index > static_cast<unsigned>(r->num_conv_elems) || !r->cconv_arr) return 0;
+    return r->cconv_arr[index].*side;
+}
+
 // Writes n bytes of a wide value, as far as the table has such a character. Returns n; -1 with the
 // error word set.
 int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
