@@ -173,7 +173,8 @@ static int compare_text(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin
 static inline int short_pairs_order(const kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
     const coll_flat *flat = loc->weights;
     ptrdiff_t common;
-    if (!flat || flat->boxes_of != loc->ctype || !short_pairs(flat, a, b, &common)) return 0;
+    if (!flat || !flat->first_decides || !loc->pairs.any) return 0;
+    if (!short_pairs(&loc->pairs, a, b, &common)) return 0;
     a += common;
     b += common;
     if (!*a || !*b) return 0;

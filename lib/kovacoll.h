@@ -104,6 +104,14 @@ struct coll_flat_pass {
 
 constexpr int coll_boxes = 3;
 
+// Two-byte characters of a record's class table: where both bytes, the first one at even places,
+// lie from lo to hi of one box, they are a character. Unused boxes are empty.
+struct coll_pairs {
+    bool any;
+    unsigned char lo[coll_boxes][16], hi[coll_boxes][16];
+};
+void derive_pairs(const void *ctype, coll_pairs *pairs);
+
 struct coll_flat {
     int num_passes;
     bool elements;
@@ -111,12 +119,8 @@ struct coll_flat {
     const unsigned char *inner[256]; // 1 for characters inside an element, not its first
     // Plain weights of the first pass by byte; 0 for bytes with none.
     uint16_t first_weights[256];
-    // Two-byte characters of the class table boxes_of: where both bytes, the first one at even
-    // places, lie from lo to hi of one box, they are a character. Unused boxes are empty. boxes_of
-    // is NULL where the first weights that differ do not decide: behind elements, backward.
-    const void *boxes_of;
-    unsigned char box_lo[coll_boxes][16], box_hi[coll_boxes][16];
-    void *blocks; // memory of all the tables
+    bool first_decides; // the first weights that differ: not behind elements, nor backward
+    void *blocks;       // memory of all the tables
     // By byte, with pass p in bits 8p.. up: the count of key bytes in each pass, and the key byte
     // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
     uint64_t counts[256];

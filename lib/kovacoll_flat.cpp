@@ -152,6 +152,8 @@ static coll_seq sb_expansion_seq(builder *b, int pass, const coll_exp *exp) {
         const ko_wchar_t ch = exp->exp_data[i] & 0xFF;
         if (!ch) break;
         const unsigned weight = row_weight(b, pass, ch);
+        // As a number an expansion may be 0, too, which then ties with a weight 0.
+        if (weight == (coll_code_tie | coll_expansion)) b->failed = true;
         if (weight != coll_ignored_weight) found[n++] = {static_cast<uint16_t>(weight), ch};
     }
     coll_item *items = n ? take_items(b, n) : nullptr;
@@ -200,6 +202,13 @@ static bool chain_elements(builder *b, int *head, int *next) {
     return true;
 }
 
+static void note_tie(builder *b, coll_flat_pass *p, unsigned weight) {
+    if (!(weight & coll_code_tie)) return;
+    p->ties = true;
+    // Equal to a weight 0, whose character the pages do not keep.
+    if (weight == coll_code_tie) b->failed = true;
+}
+
 static void fill_candidates(builder *b, int pass, const int *head, const int *next) {
     for (unsigned f = 0; f < b->num_firsts; ++f) {
         coll_special *special = &b->specials[b->first_special + f];
@@ -215,7 +224,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
         for (int i = head[first]; i >= 0; i = next[i]) {
             const coll_elem *elem = &b->coll->elem_arr[i];
             const unsigned weight = b->coll->pass_arr[pass][elem->row];
-            if (weight & coll_code_tie) b->flat->pass[pass].ties = true;
+            note_tie(b, &b->flat->pass[pass], weight);
             *candidates++ = {elem, weight_seq(b, pass, weight, coll_element_char, elem->nchars)};
         }
     }
@@ -228,11 +237,7 @@ static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     const unsigned zero_special = b->first_special - 1;
     if (weight & coll_expansion) return static_cast<uint16_t>(weight & 0x7FFF);
     if (!weight) return static_cast<uint16_t>(coll_expansion | zero_special);
-    if (weight & coll_code_tie) {
-        p->ties = true;
-        // Equal to a weight 0, whose character the pages do not keep.
-        if (weight == coll_code_tie) b->failed = true;
-    }
+    note_tie(b, p, weight);
     return static_cast<uint16_t>(weight);
 }
 
@@ -398,16 +403,16 @@ static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box
         runs->hi[lead] = 0;
 }
 
-static void fill_boxes(const kovaloc *loc, coll_flat *flat) {
-    const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
-    if (flat->elements || !flat->num_passes || !flat->pass[0].forward) return;
+void derive_pairs(const void *ctype, coll_pairs *pairs) {
+    *pairs = {};
+    const mb_decode *chars = static_cast<const mb_decode *>(ctype);
     if (!chars || chars->min_char_len != 1 || chars->max_char_len != 2) return;
-    if (!chars->root || !chars->root->flag_arr) return;
+    if (!chars->root || !chars->root->flag_arr || chars->root->flag_arr[0] != mb_final) return;
     trail_runs runs;
     find_runs(chars->root, &runs);
     for (int box = 0; box < coll_boxes; ++box)
-        take_box(&runs, flat->box_lo[box], flat->box_hi[box]);
-    flat->boxes_of = chars;
+        take_box(&runs, pairs->lo[box], pairs->hi[box]);
+    pairs->any = true;
 }
 
 // ---- Building ----
@@ -450,6 +455,7 @@ static bool build(builder *b) {
     const size_t elems = coll->num_coll_elems > 0 ? static_cast<size_t>(coll->num_coll_elems) : 0;
     flat->num_passes = coll->num_passes;
     flat->elements = elems > 0;
+    flat->first_decides = !elems && coll->num_passes > 0 && walks_forward(b, 0);
     for (auto &page : flat->inner)
         page = nothing_inner;
     ext_block<int> head(elems ? 65536 : 1), next(elems);
@@ -470,7 +476,6 @@ static bool build(builder *b) {
         build_pass(b, p, head.p, next.p, own_page);
     if (!b->failed) fill_digits(flat);
     if (!b->failed) fill_first_weights(flat);
-    if (!b->failed) fill_boxes(b->loc, flat);
     return !b->failed;
 }
 

@@ -359,8 +359,8 @@ int ko_full_mbsxfrm(ko_lc_t handle, ko_mchar_t *dst, const ko_mchar_t *mbs, int 
     kovaloc *loc = record(handle);
     if (loc->exp.single_byte && loc->coll_info.collate == collate_specified && !by_code(loc))
         return single_byte_key(loc, dst, mbs, maxbytes);
-    if (!loc->exp.single_byte && loc->weights && loc->weights->boxes_of == loc->ctype) {
-        const int len = short_pairs_length(loc->weights, mbs);
+    if (!loc->exp.single_byte && loc->weights && !loc->weights->elements && loc->pairs.any) {
+        const int len = short_pairs_length(&loc->pairs, mbs);
         if (len >= 0) return pairs_key(loc, dst, mbs, len, maxbytes);
     }
     wide_copy wide;

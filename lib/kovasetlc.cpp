@@ -87,6 +87,7 @@ static void clear_ctype(kovaloc *loc) {
     loc->cconv_arr = nullptr;
     loc->num_conv_elems = 0;
     loc->chars = nullptr;
+    loc->pairs.any = false;
 }
 
 static void release_collate(kovaloc *loc) {
@@ -393,6 +394,7 @@ void update_locale(kovaloc *loc) {
     if (!loc->chars && own_chars) loc->chars = build_ctype_flat(loc);
     const bool own_weights = !(loc->copied & category_bit(KO_LC_COLLATE));
     if (!loc->weights && own_weights) loc->weights = build_coll_flat(loc);
+    derive_pairs(loc->ctype, &loc->pairs);
     update_byte_tables(loc);
     loc->exp.mbstowcs = loc->exp.single_byte ? is_mbstowcs : im_mbstowcs;
     loc->exp.mbsxfrm = loc->coll_info.collate == collate_thai ? thaismoxfrm : ko_full_mbsxfrm;

@@ -32,6 +32,7 @@ struct kovaloc {
     ctype_flat *chars;    // of LC_CTYPE
     case_rows upper_rows; // of the single-byte case tables; no memory of their own
     case_rows lower_rows;
+    coll_pairs pairs;   // of the class table, for collation; no memory of their own
     coll_flat *weights; // of LC_COLLATE
     unsigned copied;    // category_bit: data that another record owns
 };

@@ -454,6 +454,42 @@ TEST(Collation, ComparesShortStringsOfPairsExactly) {
     EXPECT_GT(unequal, 20000);
 }
 
+// What is derived of a class table must not serve another one that comes to its address.
+TEST(Collation, ReadsShortStringsInTheCodeSetThatIsThereNow) {
+    std::vector<std::string> characters = {std::string(1, '\0'), "a"};
+    coll_spec spec;
+    spec.rows = {{90}, {2}, {3}};
+    for (int trail = 0xA1; trail < 0xFF; ++trail) {
+        characters.push_back({'\xB0', static_cast<char>(trail)});
+        spec.map.push_back({characters.back(), static_cast<uint16_t>(1 + trail % 2)});
+    }
+    coll_record r(characters, spec.text());
+    ASSERT_EQ(im_mbscoll(r.handle, mb("\xB0\xA2"), mb("\xB0\xA1")), -1);
+    const void *before = r.loc->ctype;
+    for (int times = 0; times < 4; ++times) { // mostly the second new table has the old place
+        ko_free_category(r.handle, KO_LC_CTYPE);
+        EXPECT_EQ(ko_make_null_category(r.handle, KO_LC_CTYPE), 0);
+        if (r.loc->ctype == before) break;
+    }
+    r.clear_error();
+    EXPECT_EQ(im_mbscoll(r.handle, mb("\xB0\xA2"), mb("\xB0\xA1")), 0);
+    EXPECT_EQ(r.error(), KO_EILSEQ) << "no code set has these characters now";
+    const uint16_t mask = KO_CT_PRINT;
+    for (const char_desc desc : {
+             char_desc{1, {}          },
+             {1, {0xB0}      },
+             {1, {0xA1}      },
+             {1, {0xA2}      },
+             {2, {0x81, 0x41}}
+    })
+        EXPECT_EQ(insert_desc_multi(&desc, &mask, r.loc->ctype), 0);
+    update_locale(r.loc);
+    r.clear_error();
+    EXPECT_EQ(im_mbscoll(r.handle, mb("\xB0\xA2"), mb("\xB0\xA1")), 0) << "bytes without rows";
+    EXPECT_EQ(sort_key(r.handle, "\xB0\xA2").size(), 2u);
+    EXPECT_EQ(r.error(), 0);
+}
+
 // ---- Random tables ----
 
 namespace {
