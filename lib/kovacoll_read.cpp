@@ -58,7 +58,7 @@ static bool read_counts(text_in *in, kovaloc *loc, int *elems, int *expansions) 
         *field = get_int(in);
     skip_whitespace(in);
     if (in->ended || coll->num_passes < 0 || coll->num_passes > coll_max_passes ||
-        coll->num_rows < 0) {
+        coll->num_rows < 0 || *elems < 0 || *expansions < 0) {
         coll->num_passes = 0;
         return fail(loc, KO_EOBJECT, false);
     }

@@ -149,7 +149,9 @@ TEST(CollationSection, BoundsItsCounts) {
         {"0 0 1 0 2147483647 9\n0001 1 00000061", -1, KO_EOBJECT},
         {"0 -1 1 0 0 9\n0001 0001",               -1, KO_EOBJECT},
         {"0 2 -1 0 0 9\n0001 0001",               -1, KO_EOBJECT},
-        {"0 2 0 -5 -7 99999\n#",                  0,  0         },
+        {"0 2 1 -5 0 9\n0001 0001",               -1, KO_EOBJECT},
+        {"0 2 1 0 -7 9\n0001 0001",               -1, KO_EOBJECT},
+        {"0 2 0 0 0 99999\n#",                    0,  0         },
     };
     for (const auto &row : rows) {
         coll_record r(every_byte(), "as_specified\n" + table + row.counts);
