@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <new>
 
 #include <CLI/CLI.hpp>
@@ -25,6 +26,8 @@ struct arguments {
     case_options upper, lower;
     classify_options classify;
     info_options info;
+    convert_options convert;
+    chart_options chart;
     std::function<int()> run;
 };
 
@@ -32,20 +35,33 @@ const char locale_help[] =
     "Locale: language_TERRITORY.codeset[@modifier] such as de_DE.8859-1, or de_DE alone where it "
     "exists in one code set, or POSIX";
 
+// What --utf8 and --bytes are about.
+struct form_help {
+    const char *utf8 = "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or "
+                       "LANG says so";
+    const char *bytes = "Arguments, input and output are bytes of the locale's code set";
+};
+
+// Shows what a flag may be given as "[=TEXT]".
+struct help_format : CLI::Formatter {
+    std::string make_option_name(const CLI::Option *option, bool positional) const override {
+        std::string name = CLI::Formatter::make_option_name(option, positional);
+        if (const size_t at = name.find('{'); at != name.npos)
+            name.replace(at, name.npos, "[=TEXT]");
+        return name;
+    }
+};
+
 void add_common(CLI::App &command, arguments &args, std::function<int()> run,
-                const std::string &examples) {
+                const std::string &examples, const form_help &help = {}) {
     command
-        .add_option("--root", args.common.root,
-                    "Data root, the directory that holds kova/lc11. Default: VANTORDIR, the "
-                    "data beside the program, the root built in")
+        .add_option(
+            "--root", args.common.root,
+            "Data root, the directory that holds the directory kova. Default: VANTORDIR, the "
+            "data beside the program, the root built in")
         ->type_name("DIR");
-    CLI::Option *utf8 = command.add_flag(
-        "--utf8", args.utf8,
-        "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so");
-    command
-        .add_flag("--bytes", args.bytes,
-                  "Arguments, input and output are bytes of the locale's code set")
-        ->excludes(utf8);
+    CLI::Option *utf8 = command.add_flag("--utf8", args.utf8, help.utf8);
+    command.add_flag("--bytes", args.bytes, help.bytes)->excludes(utf8);
     command.footer("Examples:\n" + examples);
     command.callback([&args, run] { args.run = run; });
 }
@@ -183,6 +199,70 @@ void add_locales(CLI::App &app, arguments &args) {
         "  kova locales --root ./vantor\n");
 }
 
+void add_convert(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("convert", "Convert text from one code set to another");
+    convert_options &o = args.convert;
+    CLI::Option *list =
+        command.add_flag("--list", o.list, "List the code sets and the pairs that are compiled");
+    command.add_option("-f,--from", o.from, "Code set of the input, by name or number")
+        ->type_name("CODESET")
+        ->excludes(list);
+    command.add_option("-t,--to", o.to, "Code set of the output, by name or number")
+        ->type_name("CODESET")
+        ->excludes(list);
+    command.add_option("file", o.files, "Files, each a text of its own; - or none: standard input")
+        ->type_name("FILE")
+        ->excludes(list);
+    command
+        .add_option("-o,--output", o.out,
+                    "Write FILE, in one step when all is converted; it may be one of those read")
+        ->type_name("FILE");
+    CLI::Option *skip =
+        command.add_flag("--skip", o.skip, "Leave out what cannot be converted and go on");
+    command
+        .add_flag("--replace{" + std::string(default_replacement) + "}", o.replacement,
+                  "Write TEXT (U+FFFD or ?) for what cannot be converted and go on")
+        ->excludes(skip);
+    command.add_flag("--report", o.report,
+                     "Go on as --skip does, and tell how much was substituted, unmapped, invalid "
+                     "or cut off, and where first");
+    command.add_flag("-v,--verbose", o.verbose, "Tell which conversion objects are used");
+    command.add_flag("--no-progress", args.no_progress,
+                     "No progress line on the terminal for long input");
+    const auto run = [&args, &o, &command] {
+        if (!o.list && (o.from.empty() || o.to.empty()))
+            throw failure(bad_usage, "convert: -f CODESET and -t CODESET say what to convert; "
+                                     "kova convert --list shows the code sets");
+        o.replace = command.count("--replace") > 0;
+        return run_convert(args.common, o);
+    };
+    add_common(command, args, run,
+               "  kova convert -f SHIFT_JIS -t utf8 letter.txt > letter.utf8\n"
+               "  kova convert -f 930 -t utf8 --report -o payroll.txt payroll.ebcdic\n"
+               "  kova convert -f utf8 -t IBM037 --replace='?' < notes.txt\n"
+               "  kova convert --list\n",
+               {"The TEXT of --replace is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
+                "The TEXT of --replace is bytes of the output's code set"});
+}
+
+void add_chart(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("chart", "Draw the characters of a code set");
+    chart_options &o = args.chart;
+    command.add_option("codeset", o.code_set, "Code set, by name or number")
+        ->required()
+        ->type_name("CODESET");
+    command
+        .add_option("--lead", o.lead,
+                    "Draw the characters that begin with these bytes, in hexadecimal")
+        ->type_name("XX");
+    add_common(command, args, [&args] { return run_chart(args.common, args.chart); },
+               "  kova chart IBM037\n"
+               "  kova chart SHIFT_JIS             also lists the lead bytes\n"
+               "  kova chart SHIFT_JIS --lead 82\n",
+               {"The output is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
+                "The output is ASCII: code points in hexadecimal instead of characters"});
+}
+
 int complain(int status, const char *text) {
     if (*text) std::fprintf(stderr, "kova: %s\n", text);
     return status;
@@ -191,7 +271,7 @@ int complain(int status, const char *text) {
 int run_command(arguments &args) {
     if (args.utf8) args.common.form = text_form::utf8;
     if (args.bytes) args.common.form = text_form::bytes;
-    args.sort.progress = !args.no_progress;
+    args.sort.progress = args.convert.progress = !args.no_progress;
     try {
         return args.run();
     } catch (const failure &e) {
@@ -206,11 +286,13 @@ int run_command(arguments &args) {
 int main(int argc, char **argv) {
     prepare_process();
     arguments args;
-    CLI::App app("Sorts, compares, classifies and maps text under compiled locales, with the same "
-                 "answers on every machine.",
-                 "kova");
+    CLI::App app(
+        "Sorts, compares, classifies, maps and converts text under compiled locales, with the same "
+        "answers on every machine.",
+        "kova");
     app.require_subcommand(1);
     app.set_version_flag("--version", ko_version());
+    app.formatter(std::make_shared<help_format>());
     app.get_formatter()->column_width(34);
     add_sort(app, args);
     add_compare(app, args);
@@ -220,9 +302,12 @@ int main(int argc, char **argv) {
     add_classify(app, args);
     add_info(app, args);
     add_locales(app, args);
-    app.footer("kova COMMAND --help tells more, with examples.\n"
-               "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale or data root, 4 bad "
-               "file.");
+    add_convert(app, args);
+    add_chart(app, args);
+    app.footer(
+        "kova COMMAND --help tells more, with examples.\n"
+        "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, 4 bad "
+        "file.");
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first

@@ -84,4 +84,23 @@ int run_info(const common_options &common, const info_options &options);
 
 int run_locales(const common_options &common);
 
+// The value of --replace without a text: U+FFFD where the target has it, else "?".
+inline constexpr char default_replacement[] = "default character";
+
+struct convert_options {
+    std::string from, to;
+    std::vector<std::string> files;
+    std::string out;
+    std::string replacement; // what --replace gives
+    bool skip = false, replace = false, report = false, list = false;
+    bool verbose = false, progress = true;
+};
+int run_convert(const common_options &common, const convert_options &options);
+
+struct chart_options {
+    std::string code_set;
+    std::string lead; // hexadecimal digits of the bytes in front of those drawn
+};
+int run_chart(const common_options &common, const chart_options &options);
+
 } // namespace kovacli

@@ -30,24 +30,42 @@ static void use_root(const std::string &root, bool ignore_path) {
     ko_setextfunc(nullptr, KO_EXT_GETENV, reinterpret_cast<ko_extfn_t>(environment_hook));
 }
 
-// The directories of locale objects below a root; none when it is no data root.
-static std::vector<std::string> object_dirs(const std::string &root) {
+// What is looked for below a root, and how the lack of it is told.
+struct kind_names {
+    const char *dirs[2];
+    const char *missing, *compile;
+};
+static const kind_names &names_of(data_kind kind) {
+    static constexpr kind_names locales = {
+        {"/kova/lc11", "/kova/lc"},
+        "locale objects (kova/lc11 is missing)", "kovac locale"
+    };
+    static constexpr kind_names conversions = {
+        {"/kova/cv9", "/kova/cv"},
+        "conversion objects (kova/cv9 is missing)", "kovac convert"
+    };
+    return kind == data_kind::locales ? locales : conversions;
+}
+
+// The directories of objects below a root; none when it is no data root.
+static std::vector<std::string> object_dirs(const std::string &root, data_kind kind) {
     std::vector<std::string> result;
-    for (const char *dir : {"/kova/lc11", "/kova/lc"})
+    for (const char *dir : names_of(kind).dirs)
         if (is_directory(root + dir)) result.push_back(root + dir);
     return result;
 }
 
-static data_place named_root(const std::string &root, const char *said_by, bool ignore_path) {
+static data_place named_root(const std::string &root, const char *said_by, bool ignore_path,
+                             data_kind kind) {
+    const kind_names &names = names_of(kind);
     if (!is_directory(root))
         throw failure(bad_locale, std::string(said_by) + ": there is no directory " + root +
-                                      "; name the directory that holds kova/lc11");
-    data_place place{root, object_dirs(root)};
+                                      "; name the directory that holds " + (names.dirs[0] + 1));
+    data_place place{root, object_dirs(root, kind)};
     if (place.dirs.empty())
-        throw failure(bad_locale, std::string(said_by) + ": " + root +
-                                      " holds no locale objects (kova/lc11 is missing); compile "
-                                      "some with \"kovac locale -o " +
-                                      root + "\" or name another root");
+        throw failure(bad_locale, std::string(said_by) + ": " + root + " holds no " +
+                                      names.missing + "; compile some with \"" + names.compile +
+                                      " -o " + root + "\" or name another root");
     use_root(root, ignore_path);
     return place;
 }
@@ -63,11 +81,11 @@ static data_place path_places(const std::string &list) {
     return place;
 }
 
-data_place find_data(const common_options &common) {
-    if (!common.root.empty()) return named_root(common.root, "--root", true);
+data_place find_data(const common_options &common, data_kind kind) {
+    if (!common.root.empty()) return named_root(common.root, "--root", true, kind);
     if (const std::string list = env_text("KO_PATH"); !list.empty()) return path_places(list);
     if (const std::string root = env_text("VANTORDIR"); !root.empty())
-        return named_root(root, "VANTORDIR", false);
+        return named_root(root, "VANTORDIR", false, kind);
     std::vector<std::string> tried;
     if (const std::string program = program_directory(); !program.empty()) {
         const std::string above = program.substr(0, program.find_last_of("/\\"));
@@ -76,7 +94,7 @@ data_place find_data(const common_options &common) {
     tried.push_back(built_in_root());
     std::string text;
     for (const std::string &root : tried) {
-        data_place place{root, object_dirs(root)};
+        data_place place{root, object_dirs(root, kind)};
         if (!place.dirs.empty()) {
             use_root(root, false);
             return place;
@@ -85,7 +103,8 @@ data_place find_data(const common_options &common) {
     }
     throw failure(bad_locale, "no data root found (looked in " + text +
                                   "); give --root DIR or set VANTORDIR to the directory that "
-                                  "holds kova/lc11");
+                                  "holds " +
+                                  (names_of(kind).dirs[0] + 1));
 }
 
 // One line of at most limit bytes without its end; a longer one counts as several.
@@ -144,8 +163,7 @@ std::vector<object_file> list_objects(const data_place &place) {
     return result;
 }
 
-// The number of a code-set name, the registry held in memory from the first call on.
-static uint16_t code_set_number(const std::string &name) {
+uint16_t code_set_number(const std::string &name) {
     static gen_exports scratch;
     static const bool cached = (ko_cache_registry(&scratch, nullptr), true);
     return cached ? ko_cs_name2cs_num(&scratch, name.c_str(), nullptr) : uint16_t(KO_NO_CODESET);

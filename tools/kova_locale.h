@@ -13,12 +13,17 @@ namespace kovacli {
 // The data that the library is told to read.
 struct data_place {
     std::string root;              // "" when KO_PATH names the directories
-    std::vector<std::string> dirs; // of locale objects; the first that has a file wins
+    std::vector<std::string> dirs; // of the objects; the first that has a file wins
 };
+
+enum class data_kind : uint8_t { locales, conversions };
 
 // Finds the data: --root, KO_PATH, VANTORDIR, beside the program, the root built in; and makes the
 // library look there. Throws failure.
-data_place find_data(const common_options &common);
+data_place find_data(const common_options &common, data_kind kind = data_kind::locales);
+
+// The number of a code-set name, the registry held in memory from the first call on.
+uint16_t code_set_number(const std::string &name);
 
 // One compiled locale object.
 struct object_file {

@@ -147,8 +147,7 @@ void make_codec(const locale_handle &handle, const data_place &place, bool utf8,
 
 // ---- outer form to wide ----
 
-// Bytes of the UTF-8 character at text, 0 when it is none, -1 when the text ends inside it.
-static int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {
+int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {
     const unsigned first = text[0];
     if (first < 0x80) {
         point = first;
@@ -339,12 +338,17 @@ std::string hex(std::string_view bytes, const char *separator) {
     return out;
 }
 
+std::string code_point_text(uint32_t code_point) {
+    std::string text = "U+";
+    const int first = code_point > 0xFFFFF ? 20 : code_point > 0xFFFF ? 16 : 12;
+    for (int shift = first; shift >= 0; shift -= 4)
+        text.push_back("0123456789ABCDEF"[code_point >> shift & 15]);
+    return text;
+}
+
 std::string describe(const codec &code, const bad_character &bad) {
     if (bad.why == fault::missing) {
-        std::string digits;
-        for (int shift = bad.code > 0xFFFF ? 20 : 12; shift >= 0; shift -= 4)
-            digits.push_back("0123456789ABCDEF"[bad.code >> shift & 15]);
-        std::string text = code.code_set + " has no character U+" + digits;
+        std::string text = code.code_set + " has no character " + code_point_text(bad.code);
         if (bad.code >= 0xA0) {
             text += " (";
             append_utf8(bad.code, text);

@@ -81,6 +81,12 @@ void encode_bytes(const codec &code, ko_wchar_t wide, std::string &out);
 
 void append_utf8(uint32_t code_point, std::string &out);
 
+// Bytes of the UTF-8 character at text, 0 when it is none, -1 when the text ends inside it.
+int utf8_char(const unsigned char *text, size_t len, uint32_t &point);
+
+// "U+20AC".
+std::string code_point_text(uint32_t code_point);
+
 // The code point of a character, no_code_point without a mapping or for half a surrogate pair.
 uint32_t code_point(const codec &code, ko_wchar_t wide);
 
