@@ -36,13 +36,15 @@ struct cv_flat {
 };
 
 // Byte-to-byte translation.
+struct cv_bytes;
+// Translates n bytes, where asked to only up to the first special one; returns how many.
+typedef size_t (*cv_translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in,
+                               size_t n, bool stop);
 struct cv_bytes {
     unsigned char map[256];
     unsigned char special[256]; // 0xFF: unmapped, substituted, or a terminator other than NUL
     bool has_special;
-    // Translates n bytes, where asked to only up to the first special one; returns how many.
-    size_t (*translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n,
-                        bool stop);
+    cv_translate translate;
 };
 
 struct iconv_rec {
@@ -94,6 +96,9 @@ int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_
 cv_flat *build_cv_flat(const mb_decode *table);
 void free_cv_flat(cv_flat *flat);
 cv_bytes *build_cv_bytes(const mb_decode *table);
+// The translations that this processor can run, the quickest last; returns how many.
+constexpr int cv_translates_max = 3;
+int cv_translates(cv_translate *kinds);
 // The entry of a byte at the table's first level, flags not looked at; never NULL.
 inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
     const multi_arr *root = table->root;

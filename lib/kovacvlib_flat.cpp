@@ -204,6 +204,18 @@ __attribute__((target("avx2"))) static size_t translate_avx2(const cv_bytes *b, 
 }
 #endif
 
+int cv_translates(cv_translate *kinds) {
+    int count = 0;
+    kinds[count++] = translate_plain;
+#ifdef KOVA_X86_VECTORS
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx2")) kinds[count++] = translate_avx2;
+    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw"))
+        kinds[count++] = translate_vbmi;
+#endif
+    return count;
+}
+
 cv_bytes *build_cv_bytes(const mb_decode *table) {
     ext_block<cv_bytes> b(1);
     if (!b.p) return nullptr;
@@ -218,13 +230,7 @@ cv_bytes *build_cv_bytes(const mb_decode *table) {
         b.p->special[i] = !plain && !nul ? 0xFF : 0;
         if (b.p->special[i]) b.p->has_special = true;
     }
-    b.p->translate = translate_plain;
-#ifdef KOVA_X86_VECTORS
-    __builtin_cpu_init();
-    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw"))
-        b.p->translate = translate_vbmi;
-    else if (__builtin_cpu_supports("avx2"))
-        b.p->translate = translate_avx2;
-#endif
+    cv_translate kinds[cv_translates_max];
+    b.p->translate = kinds[cv_translates(kinds) - 1];
     return b.release();
 }

@@ -4,6 +4,7 @@
 
 #include "kovaextsa.h"
 
+#include <algorithm>
 #include <random>
 
 using namespace std::string_literals;
@@ -233,6 +234,35 @@ TEST(Conversion, RunsAgreeWithTheRules) {
             ASSERT_EQ(result, f.result);
             ASSERT_EQ(room - space, static_cast<int>(f.out.size()));
             ASSERT_EQ(c.target_state, a.target_state);
+        }
+    }
+}
+
+TEST(Conversion, EveryKindOfByteTranslationDoesTheSame) {
+    const cv_record cv(bytes_object(1).str());
+    const cv_bytes *const bytes = cv.rec()->bytes;
+    ASSERT_TRUE(bytes && bytes->has_special);
+    cv_translate kinds[cv_translates_max];
+    const int count = cv_translates(kinds);
+    std::mt19937 random(1);
+    for (size_t size = 0; size < 200; ++size) {
+        std::vector<unsigned char> in(size);
+        for (unsigned char &b : in)
+            b = static_cast<unsigned char>(random() % 128);
+        if (size % 3 && size) in[random() % size] = 0x80; // a substitute
+        for (const bool stop : {false, true}) {
+            std::vector<unsigned char> want(size);
+            const size_t done =
+                stop ? static_cast<size_t>(std::find(in.begin(), in.end(), 0x80) - in.begin())
+                     : size;
+            for (size_t i = 0; i < done; ++i)
+                want[i] = bytes->map[in[i]];
+            for (int k = 0; k < count; ++k) {
+                std::vector<unsigned char> out(size);
+                ASSERT_EQ(kinds[k](bytes, out.data(), in.data(), size, stop), done)
+                    << "kind " << k << ", " << size << " bytes";
+                ASSERT_EQ(out, want) << "kind " << k << ", " << size << " bytes";
+            }
         }
     }
 }
