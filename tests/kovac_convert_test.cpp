@@ -176,7 +176,8 @@ TEST(KovacConvert, BuiltInFormsCoverTheirPlanes) {
     const cv_outcome units = convert(there, text, 20);
     EXPECT_EQ(units, (cv_outcome{0, std::string("\0A\0\xe9\x20\xac\xff\xfd", 8), 9, 0, 0}));
     EXPECT_EQ(convert(home, units.out, 20).out, text);
-    EXPECT_EQ(convert(home, "\xd8\x40\xdc\x01", 20).error, KO_EILSEQ); // beyond the basic plane
+    EXPECT_EQ(convert(there, "\xf0\x9f\x98\x80", 20).out, std::string("\xd8\x3d\xde\x00", 4));
+    EXPECT_EQ(convert(home, "\xd8\x40\xdc\x01", 20).error, KO_EILSEQ); // beyond the second plane
     EXPECT_EQ(convert(there, "\xed\xa0\x80", 20).error, KO_EILSEQ);    // a surrogate
     EXPECT_EQ(convert(there, "\xe2\x82", 20).error, KO_EINVAL);
     for (uint32_t code : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {

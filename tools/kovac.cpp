@@ -363,7 +363,7 @@ static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
     cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names");
     cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code sets");
     cmd->add_flag("--supplementary", opt.supplementary,
-                  "Between utf8 and unicode: all planes, not the basic one alone");
+                  "Between utf8 and unicode: all planes, not the first two alone");
     cmd->add_flag("--report", opt.report, "List the characters that do not come back");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     cmd->footer(

@@ -77,7 +77,7 @@ static convert_status load_sets(const convert_options &opt, const std::vector<st
     }
     const bool built_in = from.form != set_form::listed && to.form != set_form::listed;
     const bool everything = built_in || (!opt.substitute.empty() && from.form != set_form::listed);
-    const uint32_t last = opt.supplementary ? last_code : last_bmp_code;
+    const uint32_t last = opt.supplementary ? last_code : built_in ? last_smp_code : last_bmp_code;
     if (from.form != set_form::listed) fill_builtin(from, to, last, everything);
     if (to.form != set_form::listed) fill_builtin(to, from, last, built_in);
     return convert_status::done;

@@ -64,6 +64,7 @@ void complete_set(conv_set &set);
 
 constexpr uint32_t last_code = 0x10FFFF;
 constexpr uint32_t last_bmp_code = 0xFFFF;
+constexpr uint32_t last_smp_code = 0x1FFFF; // with the plane of the emoji
 constexpr bool is_scalar(uint32_t code) {
     return code <= last_code && (code < 0xD800 || code > 0xDFFF);
 }
