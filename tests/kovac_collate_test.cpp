@@ -155,6 +155,27 @@ TEST(CollateSource, OrdersByLevelsAndIgnores) {
     EXPECT_LT(c.tables.num_weights, 254); // one byte a weight
 }
 
+// Two sources that copy one table: its lines are skipped the second time, ranges included.
+TEST(CollateSource, CopiesOneTableTwice) {
+    compiled c(R"(
+copy "first"
+copy "second"
+)");
+    const std::string order = R"(
+order_start forward
+<U0061>
+.. <U0061>
+<U0065>
+<U007A>
+order_end
+)";
+    c.add("base", order);
+    c.add("first", "copy \"base\"\nreorder-after <U007A>\n<U0062>\nreorder-end\n");
+    c.add("second", "copy \"base\"\nreorder-after <U007A>\n<U0063>\nreorder-end\n");
+    c.run().expect("a = d < e < z < c < b");
+    c.prove();
+}
+
 TEST(CollateSource, FollowsCopiesConditionsAndReordering) {
     compiled c(R"(
 define LAST_A

@@ -30,6 +30,7 @@ struct reader {
     std::set<std::string, std::less<>> defined; // define NAME
     std::vector<bool> taken, active;            // per open ifdef: a branch was taken, is active
     uint32_t cursor = no_item;                  // lines are placed behind it
+    uint32_t skipped = no_item; // the line before was this item's, already placed elsewhere
     uint32_t section = no_item;
     bool reordering = false, moving_sections = false;
     uint32_t section_cursor = no_item;
@@ -267,8 +268,10 @@ static bool order_line(reader &r, const line_tokens &line) {
         if (r.section == no_item) r.section = new_section(r.out, {});
         r.cursor = r.out.items[r.out.sections[r.section].head].prev;
     }
+    const uint32_t last = r.skipped == no_item ? r.cursor : r.skipped;
+    r.skipped = no_item;
     if (head.kind == tok::ellipsis) {
-        const order_item &before = r.out.items[r.cursor];
+        const order_item &before = r.out.items[last];
         r.range = {true, head, line, before.kind == order_item::character ? before.code : no_code};
         return true;
     }
@@ -288,6 +291,7 @@ static bool order_line(reader &r, const line_tokens &line) {
     if (!close_range(r, r.out.items[id].code, head.pos)) return false;
     if (!r.reordering && r.out.items[id].section != no_item) {
         note(r.diag, head.pos, "already placed by an earlier line, which stays in force");
+        r.skipped = id;
         return true;
     }
     place_item(r, id, head.pos);
@@ -336,13 +340,14 @@ static bool order_start(reader &r, const line_tokens &line) {
     if (r.out.sections[section].rules.empty()) r.out.sections[section].rules = rules;
     r.out.levels = std::max(r.out.levels, rules.size());
     r.cursor = r.out.items[r.out.sections[section].head].prev;
+    r.skipped = no_item;
     r.reordering = false;
     return true;
 }
 
 static bool end_order(reader &r, const line_tokens &line) {
     const bool good = close_range(r, no_code, line[0].pos);
-    r.cursor = no_item;
+    r.cursor = r.skipped = no_item;
     r.section = no_item;
     r.reordering = false;
     return good;
@@ -357,6 +362,7 @@ static bool reorder_after(reader &r, const line_tokens &line) {
         return false;
     }
     r.cursor = id;
+    r.skipped = no_item;
     r.reordering = true;
     return true;
 }
