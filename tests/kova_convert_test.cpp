@@ -13,6 +13,7 @@
 #include <iterator>
 
 #include "kova_cli.h"
+#include "kova_text.h"
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
@@ -347,4 +348,32 @@ TEST_F(KovaConvert, ChartsBytesLeadsAndPairs) {
     EXPECT_EQ(none.status, bad_usage);
     EXPECT_EQ(none.out, "");
     EXPECT_NE(none.err.find("lead bytes are 81-84 88-9F E0-EA\n"), std::string::npos) << none.err;
+}
+
+// UTF-8 arguments and files of the other commands: an object maps them as the charmap does.
+TEST_F(KovaConvert, MapsTextOfLocalesByObjectElseByCharmap) {
+    const data_place place = find_data({root});
+    data_place bare = place;
+    bare.root = dir.string();
+    for (const char *name : {"ja_JP.EUC-JP", "en_US.IBM037", "th_TH.TIS-620"}) {
+        SCOPED_TRACE(name);
+        locale_handle handle;
+        open_locale(place, name, handle);
+        codec by_object, by_charmap;
+        make_codec(handle, place, true, by_object);
+        if (!fs::is_directory("/usr/share/i18n/charmaps")) GTEST_SKIP() << "no charmaps";
+        make_codec(handle, bare, true, by_charmap);
+        EXPECT_TRUE(by_object.code_of == by_charmap.code_of);
+        EXPECT_TRUE(by_object.wide_of == by_charmap.wide_of);
+        EXPECT_EQ(by_object.newline, by_charmap.newline);
+    }
+    // Which of the two is used shows where they differ.
+    locale_handle handle;
+    open_locale(place, "de_DE.8859-1", handle);
+    handle.object.number = 37;
+    codec by_object, by_charmap;
+    make_codec(handle, place, true, by_object);
+    make_codec(handle, bare, true, by_charmap);
+    EXPECT_EQ(code_point(by_object, 0xC1), uint32_t{'A'});
+    EXPECT_EQ(code_point(by_charmap, 0xC1), 0xC1u);
 }

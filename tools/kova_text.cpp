@@ -1,10 +1,12 @@
 // Text between its outer form (UTF-8, or bytes of a locale's code set) and wide characters. The
-// mapping comes from the charmap of the code set; for "unicode" it is UTF-16 itself.
+// mapping comes from the conversion object of the code set, or from its charmap; for "unicode" it
+// is UTF-16 itself.
 #include "kova_text.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "kova_convert.h"
 #include "kova_platform.h"
 #include "kovac_charmap.h"
 
@@ -71,24 +73,72 @@ static std::string charmap_of_number(const std::vector<std::string> &dirs, uint1
     return "";
 }
 
-static void keep_mapping(const kovac::charmap &map, codec &code) {
+static void keep_pair(codec &code, uint32_t point, uint16_t wide) {
+    if (point < 65536)
+        code.wide_of[point] = wide;
+    else
+        code.far_wide_of[point] = wide;
+}
+
+static void clear_mapping(codec &code) {
     code.wide_of.assign(65536, 0);
     code.code_of.assign(65536, no_code_point);
+    code.far_wide_of.clear();
+}
+
+// The directories of conversion objects beside those of the locales.
+static data_place conversions_of(const data_place &place) {
+    if (place.root.empty()) return place; // KO_PATH names the directories of both
+    return {
+        place.root, {place.root + "/kova/cv9", place.root + "/kova/cv"}
+    };
+}
+
+// Asks the conversion object for the code point of every character. A character that does not come
+// back from it maps in this direction only.
+static bool map_by_object(const locale_handle &handle, const data_place &place, codec &code) {
+    const code_set set{code.code_set, handle.object.number}, utf8 = utf8_code_set();
+    const data_place conversions = conversions_of(place);
+    if (object_path(conversions, set, utf8).empty()) return false;
+    route way;
+    try {
+        open_route(conversions, set, utf8, way);
+    } catch (const failure &) {
+        return false; // damaged: the charmap serves as well
+    }
+    clear_mapping(code);
+    byte_buffer out;
+    std::string bytes;
+    for (unsigned wide = 0; wide < 65536; ++wide) {
+        if (!valid_wide(code, wide)) continue;
+        bytes.clear();
+        encode_bytes(code, ko_wchar_t(wide), bytes);
+        route_state st;
+        const run_result got = run(way, st, reinterpret_cast<const unsigned char *>(bytes.data()),
+                                   bytes.size(), false, out);
+        uint32_t point = 0;
+        if (got.error != KO_OK || out.used == 0 ||
+            utf8_char(out.room.data(), out.used, point) != int(out.used))
+            continue;
+        code.code_of[wide] = point;
+        if (!got.substituted) keep_pair(code, point, uint16_t(wide));
+    }
+    return true;
+}
+
+static void keep_mapping(const kovac::charmap &map, codec &code) {
+    clear_mapping(code);
     for (const auto &[point, index] : map.by_code) {
         if (point >= kovac::private_code || index >= map.chars.size()) continue;
         const uint16_t wide = map.chars[index].wide;
-        if (!valid_wide(code, wide)) continue;
-        if (point < 65536)
-            code.wide_of[point] = wide;
-        else
-            code.far_wide_of[point] = wide;
+        if (valid_wide(code, wide)) keep_pair(code, point, wide);
     }
     for (const kovac::charmap_char &c : map.chars)
         if (c.code < kovac::private_code && valid_wide(code, c.wide)) code.code_of[c.wide] = c.code;
 }
 
 bool add_mapping(const locale_handle &handle, const data_place &place, codec &code) {
-    if (code.mapped) return true;
+    if (code.mapped || (code.mapped = map_by_object(handle, place, code))) return true;
     const std::vector<std::string> dirs = charmap_dirs(place);
     std::string name = code.code_set;
     for (const std::string &line : handle.object.header)
