@@ -147,6 +147,20 @@ TEST(Collation, BreaksTiesByCode) {
     EXPECT_EQ(sort_key(r.handle, "a"), (std::string{2, 2, static_cast<char>(0x61 - 2 + 2)}));
 }
 
+TEST(Collation, TiesWithAWeightOfZeroByTheCharactersOwnCode) {
+    coll_spec spec = letters({{2}, {3}, {0}});
+    spec.rows.push_back({tie}); // weight 0 under the tie-break
+    spec.elements = {
+        {u"ab", 4}
+    };
+    coll_record r(every_byte(), spec.text());
+    for (const bool tables : {true, false}) {
+        r.use_tables(tables);
+        EXPECT_EQ(im_mbscoll(r.handle, mb("ab"), mb("c")), -1) << "1, an element's, against c";
+        EXPECT_EQ(im_mbscoll(r.handle, mb("c"), mb("ab")), 0) << "the first string's bit counts";
+    }
+}
+
 TEST(Collation, WidensWeightsWithTheLargestOne) {
     static const struct {
         int num_weights;
