@@ -32,7 +32,8 @@ constexpr unsigned cv_short_row = 6;
 struct cv_flat {
     uint32_t *words;   // targets of at most 3 bytes, else NULL
     uint64_t *words64; // targets of 4 bytes, else NULL
-    bool ascii;        // 0x00..0x7F map to themselves, unshifted and exactly
+    bool ascii;        // 0x00..0x7F map to themselves, unshifted and exactly, but for
+    uint64_t odd[2];   // at most two bytes, each repeated eight times; 0x80 for none
 };
 
 // Byte-to-byte translation.

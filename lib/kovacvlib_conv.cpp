@@ -92,62 +92,81 @@ template <class W> W next_word(const W *words, W prefix, unsigned byte) {
     return (byte & 0xC0) == 0x80 ? row[byte & 0x3F] : 0;
 }
 
-// Copies bytes below 0x80, eight at a time, and returns how many.
+// Is there a byte above 0x7F in the block, or one that does not stand for itself?
+bool has_special(const cv_flat *flat, uint64_t block) {
+    constexpr uint64_t low_bits = 0x0101010101010101u;
+    const uint64_t a = block ^ flat->odd[0], b = block ^ flat->odd[1];
+    return (block | ((a - low_bits) & ~a) | ((b - low_bits) & ~b)) & high_bits;
+}
+
+// Copies bytes that stand for themselves, eight at a time, and returns how many.
 template <bool Write>
-size_t ascii_run(const ko_mchar_t *in, const ko_mchar_t *stop, ko_mchar_t *out, size_t room) {
+size_t ascii_run(const cv_flat *flat, const ko_mchar_t *in, const ko_mchar_t *stop, ko_mchar_t *out,
+                 size_t room) {
     const size_t most = size_t(stop - in) < room ? size_t(stop - in) : room;
     size_t n = 0;
-    for (; n + 16 <= most; n += 16) {
-        uint64_t a, b;
-        memcpy(&a, in + n, 8);
-        memcpy(&b, in + n + 8, 8);
-        if ((a | b) & high_bits) break;
-        if constexpr (Write) {
-            memcpy(out + n, &a, 8);
-            memcpy(out + n + 8, &b, 8);
-        }
-    }
-    if (n + 8 <= most) {
-        uint64_t a;
-        memcpy(&a, in + n, 8);
-        if (!(a & high_bits)) {
-            if constexpr (Write) memcpy(out + n, &a, 8);
-            n += 8;
-        }
+    for (; n + 8 <= most; n += 8) {
+        uint64_t block;
+        memcpy(&block, in + n, 8);
+        if (has_special(flat, block)) break;
+        if constexpr (Write) memcpy(out + n, &block, 8);
     }
     return n;
 }
 
-// Converts characters as long as they are ordinary, at least one byte more than the longest
-// character is readable, and a whole word fits the room.
-template <class W, bool Write>
-void mb_run(const W *words, bool ascii, run_rule rule, cursor *c, int readable) {
-    const ko_mchar_t *p = c->in, *const stop = p + readable - cv_max_source;
-    ko_mchar_t *const out = c->out;
-    const size_t limit = size_t(c->room) - sizeof(W);
-    size_t made = 0;
+// A run under way: what is left to read, and what it has made.
+struct run_state {
+    const ko_mchar_t *p;
+    size_t made;
+    uint64_t seen; // all entries, for their substitution flag
+};
+
+// Converts characters as long as they are ordinary, begin before stop, and leave room for a whole
+// word. Near: a character may reach the end, which is looked at.
+template <class W, bool Write, bool Near>
+void run_until(const W *words, const cv_flat *flat, bool ascii, run_rule rule, run_state *r,
+               const ko_mchar_t *stop, ko_mchar_t *out, size_t limit) {
+    const ko_mchar_t *p = r->p;
+    size_t made = r->made;
     W seen = 0;
     while (p < stop && made <= limit) {
         W e = words[*p];
         int n = 1;
-        while (is_prefix(e) && n < cv_max_source)
+        while (is_prefix(e) && n < cv_max_source && (!Near || p + n < stop))
             e = next_word(words, e, p[n++]);
         if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
         seen |= e;
         if constexpr (Write) store_word(out + made, W(e >> 8));
         made += e & cv_length;
         p += n;
-        if (n == 1 && ascii && p < stop && made <= limit) {
-            const size_t k = ascii_run<Write>(p, stop, Write ? out + made : nullptr, limit - made);
-            p += k;
-            made += k;
-        }
+        if (Near || !ascii || n > 1) continue;
+        const size_t k =
+            p < stop && made <= limit
+                ? ascii_run<Write>(flat, p, stop, Write ? out + made : nullptr, limit - made)
+                : 0;
+        p += k;
+        made += k;
     }
-    if (seen & cv_substitute) c->sub = 1;
-    c->left -= int(p - c->in);
-    c->in = p;
-    if (Write) c->out += made;
-    c->room -= int(made);
+    *r = {p, made, r->seen | seen};
+}
+
+template <class W, bool Write>
+void mb_run(const W *words, const cv_flat *flat, bool ascii, run_rule rule, cursor *c,
+            int readable) {
+    const ko_mchar_t *const end = c->in + readable, *const sure = end - cv_max_source;
+    ko_mchar_t *const out = c->out;
+    const size_t limit = size_t(c->room) - sizeof(W);
+    run_state r = {c->in, 0, 0};
+    if (readable > cv_max_source)
+        run_until<W, Write, false>(words, flat, ascii, rule, &r, sure, out, limit);
+    // A stateful target has its say at the last character.
+    if (!(rule.mask & cv_shifted_target) && end - r.p <= cv_max_source)
+        run_until<W, Write, true>(words, flat, ascii, rule, &r, end, out, limit);
+    if (r.seen & cv_substitute) c->sub = 1;
+    c->left -= int(r.p - c->in);
+    c->in = r.p;
+    if (Write) c->out += r.made;
+    c->room -= int(r.made);
 }
 
 template <class W, bool Write>
@@ -176,14 +195,14 @@ void pair_run(const W *words, unsigned char shift_out, run_rule rule, cursor *c,
 // Hands a run to the form that fits the words and whether output is wanted.
 void run(const cv_flat *flat, run_rule rule, cursor *c) {
     const int readable = c->readable();
-    if (!flat || readable <= cv_max_source || c->room < 8) return;
+    if (!flat || readable < 1 || c->room < 8) return;
     const bool ascii = flat->ascii && !(rule.want & rule.mask);
     if (flat->words)
-        c->out ? mb_run<uint32_t, true>(flat->words, ascii, rule, c, readable)
-               : mb_run<uint32_t, false>(flat->words, ascii, rule, c, readable);
+        c->out ? mb_run<uint32_t, true>(flat->words, flat, ascii, rule, c, readable)
+               : mb_run<uint32_t, false>(flat->words, flat, ascii, rule, c, readable);
     else
-        c->out ? mb_run<uint64_t, true>(flat->words64, ascii, rule, c, readable)
-               : mb_run<uint64_t, false>(flat->words64, ascii, rule, c, readable);
+        c->out ? mb_run<uint64_t, true>(flat->words64, flat, ascii, rule, c, readable)
+               : mb_run<uint64_t, false>(flat->words64, flat, ascii, rule, c, readable);
 }
 
 void run_pairs(const cv_flat *flat, unsigned char shift_out, run_rule rule, cursor *c) {
@@ -221,6 +240,7 @@ int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
                 rule.want = st->target_state ? cv_shifted_target : 0;
             }
             run(shifted ? cv->flat_shift : cv->flat_noshift, rule, c);
+            if (c->left <= 0) break;
         }
         int taken;
         const unsigned char *e = static_cast<const unsigned char *>(

@@ -85,13 +85,22 @@ template <class W> W *build_words(const mb_decode *table, size_t count) {
     return words.release();
 }
 
-template <class W> bool maps_ascii(const W *words) {
+template <class W> bool maps_to_itself(W word, unsigned b) {
+    const unsigned flags = unsigned(word) & cv_flags;
+    if ((flags & ~(cv_plain | (b ? 0 : cv_terminator))) || !flags) return false;
+    return (word & cv_length) == 1 && ((word >> 8) & 0xFF) == b;
+}
+
+template <class W> void find_ascii(const W *words, cv_flat *flat) {
+    constexpr uint64_t each_byte = 0x0101010101010101u;
+    flat->odd[0] = flat->odd[1] = 0x80 * each_byte;
+    unsigned odds = 0;
     for (unsigned b = 0; b < 0x80; ++b) {
-        const unsigned flags = unsigned(words[b]) & cv_flags;
-        if ((flags & ~(cv_plain | (b ? 0 : cv_terminator))) || !flags) return false;
-        if ((words[b] & cv_length) != 1 || ((words[b] >> 8) & 0xFF) != b) return false;
+        if (maps_to_itself(words[b], b)) continue;
+        if (odds == 2) return;
+        flat->odd[odds++] = b * each_byte;
     }
-    return true;
+    flat->ascii = true;
 }
 
 } // namespace
@@ -105,11 +114,11 @@ cv_flat *build_cv_flat(const mb_decode *table) {
     if (table->data_size <= 4) {
         flat.p->words = build_words<uint32_t>(table, count);
         if (!flat.p->words) return nullptr;
-        flat.p->ascii = maps_ascii(flat.p->words);
+        find_ascii(flat.p->words, flat.p);
     } else {
         flat.p->words64 = build_words<uint64_t>(table, count);
         if (!flat.p->words64) return nullptr;
-        flat.p->ascii = maps_ascii(flat.p->words64);
+        find_ascii(flat.p->words64, flat.p);
     }
     return flat.release();
 }
