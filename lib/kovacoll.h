@@ -125,7 +125,7 @@ struct coll_flat {
     // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
     uint64_t counts[256];
     uint64_t digits[256];
-    coll_flat_pass pass[coll_max_passes];
+    coll_flat_pass pass[coll_max_passes]; // there is memory for num_passes of them
 };
 
 // Derived tables of the hot loops, by pass: NULL when collation is none, in code-set order or

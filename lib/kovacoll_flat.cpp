@@ -2,6 +2,7 @@
 // row walk would look up on the way (rows, expansions, elements) resolved ahead.
 #include "kovasetlc.h"
 
+#include <stddef.h>
 #include <string.h>
 
 namespace {
@@ -25,8 +26,11 @@ struct builder {
     coll_special *specials; // expansions, weight 0, then characters that begin elements
     ko_wchar_t *firsts;     // the latter
     unsigned num_firsts;
-    const uint16_t *rows[256]; // by high byte; NULL: all row 0
-    unsigned char *inner[256]; // pages of coll_flat's inner that are our own
+    coll_widths widths;
+    uint16_t byte_rows[256];
+    const uint16_t *rows[256];                // by high byte; NULL: all row 0
+    const uint16_t *missing[coll_max_passes]; // the pages of those, by pass
+    unsigned char *inner[256];                // pages of coll_flat's inner that are our own
 };
 
 } // namespace
@@ -65,16 +69,22 @@ static bool has_characters(const mb_decode *table, unsigned hi) {
 
 static void read_rows(builder *b) {
     const mb_decode *table = static_cast<const mb_decode *>(b->loc->coll);
+    for (unsigned c = 0; c < 256; ++c)
+        b->byte_rows[c] = coll_byte_row(table, static_cast<uint8_t>(c));
+    b->flat->byte_rows = table->min_char_len == 1;
     for (unsigned hi = 0; hi < 256; ++hi) {
         b->rows[hi] = nullptr;
         if (!has_characters(table, hi)) continue;
+        if (!hi && b->flat->byte_rows) {
+            b->rows[0] = b->byte_rows;
+            continue;
+        }
         uint16_t *page = take_array<uint16_t>(b, 256);
         if (!page) return;
         for (unsigned lo = 0; lo < 256; ++lo)
             page[lo] = coll_row(table, static_cast<ko_wchar_t>(hi << 8 | lo));
         b->rows[hi] = page;
     }
-    b->flat->byte_rows = table->min_char_len == 1;
 }
 
 static unsigned row_weight(const builder *b, int pass, ko_wchar_t ch) {
@@ -251,14 +261,22 @@ static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned 
     return fresh;
 }
 
+// The page of characters without a row; passes that give them the same weight share it.
+static const uint16_t *missing_page(builder *b, int pass, uint16_t weight) {
+    for (int earlier = 0; earlier < pass; ++earlier)
+        if (*b->missing[earlier] == weight) return b->missing[pass] = b->missing[earlier];
+    uint16_t *page = take_array<uint16_t>(b, 256);
+    for (unsigned lo = 0; page && lo < 256; ++lo)
+        page[lo] = weight;
+    return b->missing[pass] = page;
+}
+
 static void fill_pages(builder *b, int pass, const bool *own_page) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const uint16_t *weights = b->coll->pass_arr[pass];
-    uint16_t *missing = take_array<uint16_t>(b, 256);
-    if (!missing) return;
     const uint16_t none = page_weight(b, p, weights[0]);
-    for (unsigned lo = 0; lo < 256; ++lo)
-        missing[lo] = none;
+    const uint16_t *missing = missing_page(b, pass, none);
+    if (!missing) return;
     for (unsigned hi = 0; hi < 256 && !b->failed; ++hi) {
         p->page[hi] = missing;
         if (!b->rows[hi] && !own_page[hi]) continue;
@@ -280,7 +298,7 @@ static void fill_byte_weights(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     uint16_t *weights = take_array<uint16_t>(b, 256);
     for (unsigned c = 0; weights && c < 256; ++c)
-        weights[c] = b->coll->pass_arr[pass][coll_byte_row(b->loc->coll, static_cast<uint8_t>(c))];
+        weights[c] = b->coll->pass_arr[pass][b->byte_rows[c]];
     p->byte_weights = weights;
 }
 
@@ -299,9 +317,10 @@ static void fill_sb_specials(builder *b, int pass) {
     p->sb_specials = specials;
 }
 
-static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, coll_cell *cell) {
+static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, coll_sink *sink,
+                      coll_cell *cell) {
     const unsigned weight = p->page[0][c];
-    cell->count = coll_cell_none;
+    *cell = {.bytes = {}, .count = coll_cell_none};
     if (!c) return;
     coll_item self = {static_cast<uint16_t>(weight), static_cast<ko_wchar_t>(c)};
     coll_seq seq = {&self, weight != coll_ignored_weight};
@@ -310,25 +329,24 @@ static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, col
         if (special->num_candidates || special->own.count > sizeof cell->bytes) return;
         seq = special->own;
     }
-    coll_sink sink;
-    sink.used = 0;
-    sink.full = coll_sink_full;
-    sink.room = sink.local;
-    const coll_widths widths = {key_widths(b->loc).maxw, 0xFF};
+    sink->used = 0;
+    memset(sink->local, 0, sizeof cell->bytes);
     for (unsigned i = 0; i < seq.count; ++i)
-        write_item(seq.items[i], widths, &sink);
-    if (sink.used > sizeof cell->bytes) return;
-    memcpy(cell->bytes, sink.local, sink.used);
-    cell->count = static_cast<unsigned char>(sink.used);
+        write_item(seq.items[i], b->widths, sink);
+    if (sink->used > sizeof cell->bytes) return;
+    memcpy(cell->bytes, sink->local, sizeof cell->bytes);
+    cell->count = static_cast<unsigned char>(sink->used);
 }
 
 static void fill_cells(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     coll_cell *cells = take_array<coll_cell>(b, 256);
     if (!cells) return;
-    memset(cells, 0, 256 * sizeof *cells);
+    coll_sink sink;
+    sink.full = coll_sink_full;
+    sink.room = sink.local;
     for (unsigned c = 0; c < 256; ++c)
-        fill_cell(b, p, c, &cells[c]);
+        fill_cell(b, p, c, &sink, &cells[c]);
     p->cells = cells;
 }
 
@@ -483,10 +501,14 @@ coll_flat *build_coll_flat(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     if (coll->collate != collate_specified || coll->codeset_order_flg || !loc->coll) return nullptr;
     if (!fits_tables(coll)) return nullptr;
-    coll_flat *flat = static_cast<coll_flat *>(ko_ext_malloc(sizeof *flat));
+    const size_t passes = static_cast<size_t>(coll->num_passes);
+    const size_t size = offsetof(coll_flat, pass) + passes * sizeof(coll_flat_pass);
+    coll_flat *flat = static_cast<coll_flat *>(ko_ext_malloc(size));
     if (!flat) return nullptr;
-    memset(flat, 0, sizeof *flat);
-    builder b = {.loc = loc, .coll = coll, .flat = flat};
+    memset(flat, 0, size);
+    builder b = {
+        .loc = loc, .coll = coll, .flat = flat, .widths = {key_widths(loc).maxw, 0xFF}
+    };
     if (build(&b)) return flat;
     free_coll_flat(flat);
     return nullptr;

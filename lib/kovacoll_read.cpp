@@ -194,10 +194,12 @@ static bool derive_exp_direct(kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     for (int p = 0; p < coll->num_passes; ++p) {
         if (!make_array(loc, 256, &coll->exp_direct[p])) return false;
-        for (unsigned c = 0; c < 256; ++c) {
-            coll->exp_direct[p][c] = nullptr;
-            if (!byte_has_row(loc, c)) continue;
-            const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
+        memset(coll->exp_direct[p], 0, 256 * sizeof *coll->exp_direct[p]);
+    }
+    for (unsigned c = 0; coll->num_expansions && c < 256; ++c) {
+        if (!byte_has_row(loc, c)) continue;
+        const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
+        for (int p = 0; p < coll->num_passes; ++p) {
             const unsigned weight = coll->pass_arr[p][row];
             if (weight & coll_expansion)
                 coll->exp_direct[p][c] = &coll->exp_arr[weight & coll_low_bits];

@@ -22,15 +22,23 @@ unsigned char *create_flag_arr(multi_arr *node, mb_decode *table) {
     return node->flag_arr;
 }
 
+void repeat_front(unsigned char *array, size_t bytes, size_t times) {
+    const size_t all = bytes * times;
+    for (size_t done = bytes; done < all;) {
+        const size_t more = done < all - done ? done : all - done;
+        memcpy(array + done, array, more);
+        done += more;
+    }
+}
+
 // Bytes between the items stay zero, so equal arrays are equal as blocks.
 unsigned char *alloc_data_arr(mb_decode *table) {
     const size_t slot = size_t{1} << table->log_data_size;
     ext_block<unsigned char> data(256 * slot);
     if (!data.p) return nullptr;
-    memset(data.p, 0, 256 * slot);
-    for (size_t i = 0; i < 256; ++i) {
-        memcpy(data.p + i * slot, table->default_data, static_cast<size_t>(table->data_size));
-    }
+    memset(data.p, 0, slot);
+    memcpy(data.p, table->default_data, static_cast<size_t>(table->data_size));
+    repeat_front(data.p, slot, 256);
     ++table->data_arr_count;
     return data.release();
 }

@@ -59,6 +59,8 @@ unsigned char *create_data_arr(multi_arr *node, mb_decode *table);
 unsigned char *create_offset_arr(multi_arr *node, mb_decode *table);
 multi_arr **create_next_arr(multi_arr *node, int count); // 256 slots for a count of 0
 bool create_root(mb_decode *table);
+// Writes the bytes at the front of an array again until they are there that many times.
+void repeat_front(unsigned char *array, size_t bytes, size_t times);
 void free_arr(multi_arr *node, bool owns_arrays);
 void free_tree(mb_decode *table); // everything but the default item; counts become 0
 bool is_compressed(const mb_decode *table);

@@ -2,7 +2,6 @@
 // items, node by node. Writing goes through the host's write hook, reading through text_in.
 #include "kovamulti.h"
 
-#include <array>
 #include <stdio.h>
 #include <string.h>
 
@@ -167,25 +166,12 @@ int fprintf_multi(void *stream, void *table, ko_item_printer printer) {
 
 // ---- Reading -----------------------------------------------------------------------------------
 
-// Values of hexadecimal digits; other characters count with their raw code.
-static constexpr auto hex_values = [] {
-    std::array<unsigned char, 256> values{};
-    for (unsigned c = 0; c < 256; ++c) {
-        unsigned value = c;
-        if (c >= '0' && c <= '9') value = c - '0';
-        if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
-        if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
-        values[c] = static_cast<unsigned char>(value);
-    }
-    return values;
-}();
-
 static inline unsigned hex_field(text_in *in, int digits) {
     unsigned value = 0;
     for (int i = 0; i < digits; ++i) {
         const int c = in_getc(in);
         if (c < 0) return 0;
-        value = (value << 4) + hex_values[static_cast<unsigned>(c) & 0xFF];
+        value = (value << 4) + get_hex_digit(c);
     }
     return value;
 }
@@ -219,8 +205,10 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
         unsigned value;
         if (in_memory) {
             const unsigned char *p = in->pos + size_t{4} * i;
-            value = ((hex_values[p[0]] * 16u + hex_values[p[1]]) * 16u + hex_values[p[2]]) * 16u +
-                    hex_values[p[3]];
+            value =
+                ((get_hex_digit(p[0]) * 16u + get_hex_digit(p[1])) * 16u + get_hex_digit(p[2])) *
+                    16u +
+                get_hex_digit(p[3]);
         } else {
             value = hex_field(in, 4);
         }
@@ -241,15 +229,16 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
     const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{16} * int(count);
     for (unsigned i = 0; i < count; ++i) {
         unsigned char *slot = slots + (size_t{i} << table->log_data_size);
-        const unsigned head =
-            in_memory ? hex_values[in->pos[0]] * 16u + hex_values[in->pos[1]] : hex_field(in, 2);
+        const unsigned head = in_memory
+                                  ? get_hex_digit(in->pos[0]) * 16u + get_hex_digit(in->pos[1])
+                                  : hex_field(in, 2);
         const unsigned len = head & 7;
         if (len > most) return false;
         memset(slot, 0, static_cast<size_t>(table->data_size));
         slot[0] = static_cast<unsigned char>(head);
         for (unsigned k = 1; k <= len; ++k) {
             const unsigned value =
-                in_memory ? hex_values[in->pos[2 * k]] * 16u + hex_values[in->pos[2 * k + 1]]
+                in_memory ? get_hex_digit(in->pos[2 * k]) * 16u + get_hex_digit(in->pos[2 * k + 1])
                           : hex_field(in, 2);
             slot[k] = static_cast<unsigned char>(value);
         }
@@ -290,8 +279,7 @@ static bool fscanf_flag_arr(text_in *in, unsigned char *flags) {
             if (!is_flag(value)) return false;
             to[i] = static_cast<unsigned char>(value);
         }
-        for (unsigned r = 1; r < run.repetitions; ++r)
-            memcpy(to + r * run.count, to, run.count);
+        repeat_front(to, run.count, run.repetitions);
         skip_white(in);
     }
 }
@@ -305,9 +293,7 @@ static bool fscanf_data_arr(text_in *in, const Items &items, unsigned char *data
         if (!run.count) return true;
         unsigned char *to = data + (size_t{run.first} << table->log_data_size);
         if (!read_items(in, items, to, run.count, table)) return false;
-        const size_t bytes = size_t{run.count} << table->log_data_size;
-        for (unsigned r = 1; r < run.repetitions; ++r)
-            memcpy(to + r * bytes, to, bytes);
+        repeat_front(to, size_t{run.count} << table->log_data_size, run.repetitions);
         skip_white(in);
     }
 }

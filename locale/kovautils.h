@@ -8,6 +8,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <array>
+
 // Stores an error number in a handle. Without a handle only an error hook can take it.
 void set_error(void *handle, int number);
 
@@ -88,12 +90,18 @@ double get_dbl(text_in *in);
 unsigned get_hex(text_in *in, int digits); // exactly that many characters, not validated
 unsigned get_hex_byte(text_in *in);        // two; a non-hex digit counts as 0
 // Of one character; one that is no digit counts as its raw code.
-inline unsigned get_hex_digit(int c) {
-    const unsigned decimal = static_cast<unsigned>(c - '0');
-    const unsigned letter = static_cast<unsigned>((c | 0x20) - 'a');
-    if (decimal < 10) return decimal;
-    return letter < 6 ? letter + 10 : static_cast<unsigned>(c);
-}
+inline constexpr auto hex_digit_values = [] {
+    std::array<unsigned char, 256> values{};
+    for (unsigned c = 0; c < 256; ++c) {
+        unsigned value = c;
+        if (c >= '0' && c <= '9') value = c - '0';
+        if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
+        values[c] = static_cast<unsigned char>(value);
+    }
+    return values;
+}();
+inline unsigned get_hex_digit(int c) { return hex_digit_values[static_cast<unsigned>(c) & 0xFF]; }
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
 
