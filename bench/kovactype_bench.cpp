@@ -14,12 +14,6 @@
 
 namespace {
 
-struct code_set {
-    script text;
-    const char *spec, *libc, *icu;
-};
-constexpr code_set latin1 = {script::latin1, "de_DE.8859-1", "de_DE.ISO-8859-1", "ISO-8859-1"};
-constexpr code_set euc_jp = {script::euc_jp, "ja_JP.EUC-JP", "ja_JP.EUC-JP", "EUC-JP"};
 constexpr size_t long_text = 64 * 1024, short_text = 40;
 
 using converter = std::unique_ptr<UConverter, void (*)(UConverter *)>;

@@ -10,15 +10,6 @@
 
 namespace {
 
-struct code_set {
-    script text;
-    const char *spec, *libc, *icu;
-};
-constexpr code_set latin1 = {script::latin1, "de_DE.8859-1", "de_DE.ISO-8859-1", "ISO-8859-1"};
-constexpr code_set euc_jp = {script::euc_jp, "ja_JP.EUC-JP", "ja_JP.EUC-JP", "EUC-JP"};
-constexpr code_set shift_jis = {script::shift_jis, "ja_JP.SHIFT_JIS", "ja_JP.SHIFT_JIS",
-                                "Shift_JIS"};
-
 // One string, in every form that a contender starts from, and room for its result.
 struct job {
     std::string bytes;

@@ -7,6 +7,17 @@
 
 enum class script { latin1, euc_jp, shift_jis };
 
+// A code set under the names of our locale, the C library's and ICU's converter.
+struct code_set {
+    script text;
+    const char *spec, *libc, *icu;
+};
+inline constexpr code_set latin1 = {script::latin1, "de_DE.8859-1", "de_DE.ISO-8859-1",
+                                    "ISO-8859-1"};
+inline constexpr code_set euc_jp = {script::euc_jp, "ja_JP.EUC-JP", "ja_JP.EUC-JP", "EUC-JP"};
+inline constexpr code_set shift_jis = {script::shift_jis, "ja_JP.SHIFT_JIS", "ja_JP.SHIFT_JIS",
+                                       "Shift_JIS"};
+
 // A small generator of our own, so that the texts do not depend on the C++ library.
 struct text_random {
     uint32_t state;
