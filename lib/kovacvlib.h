@@ -24,16 +24,17 @@ typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs,
 
 // A conversion table flattened to rows of words. A word is an entry: its first byte lowest, then
 // the target bytes; 0 is what is no character or is unmapped. A prefix names the row of the next
-// byte: a full row of 256 words, or, where all that follows lies in 0x80..0xBF (the trail bytes of
-// UTF-8), a short one of 64.
+// byte: a full row of 256 words, or, in a table of longer characters where all that follows lies in
+// 0x80..0xBF (the trail bytes of UTF-8), a short one of 64.
 // Low byte of a prefix; the row's index / 64 stands above it.
 constexpr unsigned cv_full_row = 7;
 constexpr unsigned cv_short_row = 6;
 struct cv_flat {
-    uint32_t *words;   // targets of at most 3 bytes, else NULL
-    uint64_t *words64; // targets of 4 bytes, else NULL
-    bool ascii;        // 0x00..0x7F map to themselves, unshifted and exactly, but for
-    uint64_t odd[2];   // at most two bytes, each repeated eight times; 0x80 for none
+    uint32_t *words;      // targets of at most 3 bytes, else NULL
+    uint64_t *words64;    // targets of 4 bytes, else NULL
+    uint32_t second[256]; // where the full row behind a first byte begins; 0: there is none
+    bool ascii;           // 0x00..0x7F map to themselves, unshifted and exactly, but for
+    uint64_t odd[2];      // at most two bytes, each repeated eight times; 0x80 for none
 };
 
 // Byte-to-byte translation.

@@ -114,12 +114,33 @@ size_t ascii_run(const cv_flat *flat, const ko_mchar_t *in, const ko_mchar_t *st
     return n;
 }
 
+constexpr unsigned no_shift = 0x100; // no byte ends a run of pairs
+
 // A run under way: what is left to read, and what it has made.
 struct run_state {
     const ko_mchar_t *p;
     size_t made;
     uint64_t seen; // all entries, for their substitution flag
 };
+
+// Converts ordinary characters of two bytes that begin before stop, which is followed by a byte.
+template <class W, bool Write>
+inline void pairs_until(const W *words, const cv_flat *flat, unsigned shift_out, run_rule rule,
+                        run_state *r, const ko_mchar_t *stop, ko_mchar_t *out, size_t limit) {
+    const ko_mchar_t *p = r->p;
+    size_t made = r->made;
+    W seen = 0;
+    for (; p < stop && made <= limit; p += 2) {
+        const uint32_t row = flat->second[*p];
+        if (!row || *p == shift_out) break;
+        const W e = words[row + p[1]];
+        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
+        seen |= e;
+        if constexpr (Write) store_word(out + made, W(e >> 8));
+        made += e & cv_length;
+    }
+    *r = {p, made, r->seen | seen};
+}
 
 // Converts characters as long as they are ordinary, begin before stop, and leave room for a whole
 // word. Near: a character may reach the end, which is looked at.
@@ -130,7 +151,27 @@ void run_until(const W *words, const cv_flat *flat, bool ascii, run_rule rule, r
     size_t made = r->made;
     W seen = 0;
     while (p < stop && made <= limit) {
+        if (!Near && flat->second[*p]) {
+            run_state two = {p, made, 0};
+            pairs_until<W, Write>(words, flat, no_shift, rule, &two, stop, out, limit);
+            seen |= static_cast<W>(two.seen);
+            made = two.made;
+            if (two.p != p) {
+                p = two.p;
+                continue;
+            }
+        }
         W e = words[*p];
+        if (!Near && !ascii) { // a code set of its own below 0x80
+            const ko_mchar_t *const first = p;
+            for (; (e & cv_flags) && !((unsigned(e) ^ rule.want) & rule.mask); e = words[*p]) {
+                seen |= e;
+                if constexpr (Write) store_word(out + made, W(e >> 8));
+                made += e & cv_length;
+                if (++p == stop || made > limit) break;
+            }
+            if (p != first) continue;
+        }
         int n = 1;
         while (is_prefix(e) && n < cv_max_source && (!Near || p + n < stop))
             e = next_word(words, e, p[n++]);
@@ -150,6 +191,14 @@ void run_until(const W *words, const cv_flat *flat, bool ascii, run_rule rule, r
     *r = {p, made, r->seen | seen};
 }
 
+void end_run(const run_state &r, bool write, cursor *c) {
+    if (r.seen & cv_substitute) c->sub = 1;
+    c->left -= int(r.p - c->in);
+    c->in = r.p;
+    if (write) c->out += r.made;
+    c->room -= int(r.made);
+}
+
 template <class W, bool Write>
 void mb_run(const W *words, const cv_flat *flat, bool ascii, run_rule rule, cursor *c,
             int readable) {
@@ -162,34 +211,16 @@ void mb_run(const W *words, const cv_flat *flat, bool ascii, run_rule rule, curs
     // A stateful target has its say at the last character.
     if (!(rule.mask & cv_shifted_target) && end - r.p <= cv_max_source)
         run_until<W, Write, true>(words, flat, ascii, rule, &r, end, out, limit);
-    if (r.seen & cv_substitute) c->sub = 1;
-    c->left -= int(r.p - c->in);
-    c->in = r.p;
-    if (Write) c->out += r.made;
-    c->room -= int(r.made);
+    end_run(r, Write, c);
 }
 
 template <class W, bool Write>
-void pair_run(const W *words, unsigned char shift_out, run_rule rule, cursor *c, int readable) {
-    const ko_mchar_t *p = c->in, *const stop = p + readable - 1;
-    ko_mchar_t *const out = c->out;
-    const size_t limit = size_t(c->room) - sizeof(W);
-    size_t made = 0;
-    W seen = 0;
-    for (; p < stop && made <= limit; p += 2) {
-        const W lead = words[*p];
-        if (!is_prefix(lead) || *p == shift_out) break;
-        const W e = next_word(words, lead, p[1]);
-        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
-        seen |= e;
-        if constexpr (Write) store_word(out + made, W(e >> 8));
-        made += e & cv_length;
-    }
-    if (seen & cv_substitute) c->sub = 1;
-    c->left -= int(p - c->in);
-    c->in = p;
-    if (Write) c->out += made;
-    c->room -= int(made);
+void pair_run(const W *words, const cv_flat *flat, unsigned char shift_out, run_rule rule,
+              cursor *c, int readable) {
+    run_state r = {c->in, 0, 0};
+    pairs_until<W, Write>(words, flat, shift_out, rule, &r, c->in + readable - 1, c->out,
+                          size_t(c->room) - sizeof(W));
+    end_run(r, Write, c);
 }
 
 // Hands a run to the form that fits the words and whether output is wanted.
@@ -209,11 +240,11 @@ void run_pairs(const cv_flat *flat, unsigned char shift_out, run_rule rule, curs
     const int readable = c->readable();
     if (!flat || readable < 2 || c->room < 8) return;
     if (flat->words)
-        c->out ? pair_run<uint32_t, true>(flat->words, shift_out, rule, c, readable)
-               : pair_run<uint32_t, false>(flat->words, shift_out, rule, c, readable);
+        c->out ? pair_run<uint32_t, true>(flat->words, flat, shift_out, rule, c, readable)
+               : pair_run<uint32_t, false>(flat->words, flat, shift_out, rule, c, readable);
     else
-        c->out ? pair_run<uint64_t, true>(flat->words64, shift_out, rule, c, readable)
-               : pair_run<uint64_t, false>(flat->words64, shift_out, rule, c, readable);
+        c->out ? pair_run<uint64_t, true>(flat->words64, flat, shift_out, rule, c, readable)
+               : pair_run<uint64_t, false>(flat->words64, flat, shift_out, rule, c, readable);
 }
 
 int failed(iconv_rec *cv, int error, const char *text) {

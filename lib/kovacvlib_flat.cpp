@@ -11,8 +11,8 @@
 
 namespace {
 
-bool short_node(const multi_arr *node) {
-    if (!node->flag_arr) return false;
+bool short_node(const mb_decode *table, const multi_arr *node) {
+    if (!node->flag_arr || node == table->root || table->max_char_len < 3) return false;
     for (int b = 0; b < 256; ++b)
         if (node->flag_arr[b] && (b < 0x80 || b > 0xBF)) return false;
     return true;
@@ -23,14 +23,14 @@ const multi_arr *child(const multi_arr *node, int b) {
 }
 
 // Words that the rows of a node and its descendants take; 0 for a tree that is too deep.
-size_t count_words(const multi_arr *node, unsigned depth) {
+size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth) {
     if (depth > multi_max_depth) return 0;
-    size_t sum = depth > 1 && short_node(node) ? 64u : 256u;
+    size_t sum = short_node(table, node) ? 64u : 256u;
     for (int b = 0; node->flag_arr && b < 256; ++b) {
         if (node->flag_arr[b] != mb_prefix) continue;
         const multi_arr *next = child(node, b);
         if (!next) continue;
-        const size_t below = count_words(next, depth + 1);
+        const size_t below = count_words(table, next, depth + 1);
         if (!below) return 0;
         sum += below;
     }
@@ -57,8 +57,8 @@ template <class W> struct row_writer {
             word |= W(e[1 + i]) << (8 * i + 8);
         return word;
     }
-    row write(const multi_arr *node, unsigned depth) {
-        const row r = {used, depth > 1 && short_node(node)};
+    row write(const multi_arr *node) {
+        const row r = {used, short_node(table, node)};
         const int first = r.is_short ? 0x80 : 0, count = r.is_short ? 64 : 256;
         used += size_t(count);
         W *to = words + r.index;
@@ -70,7 +70,7 @@ template <class W> struct row_writer {
             if (flag != mb_prefix) continue;
             const multi_arr *next = child(node, b);
             if (!next) continue;
-            const row below = write(next, depth + 1);
+            const row below = write(next);
             to[i] = W(below.index / 64) << 8 | W(below.is_short ? cv_short_row : cv_full_row);
         }
         return r;
@@ -81,7 +81,7 @@ template <class W> W *build_words(const mb_decode *table, size_t count) {
     ext_block<W> words(count);
     if (!words.p) return nullptr;
     row_writer<W> writer = {table, words.p, 0};
-    writer.write(table->root, 1);
+    writer.write(table->root);
     return words.release();
 }
 
@@ -89,6 +89,12 @@ template <class W> bool maps_to_itself(W word, unsigned b) {
     const unsigned flags = unsigned(word) & cv_flags;
     if ((flags & ~(cv_plain | (b ? 0 : cv_terminator))) || !flags) return false;
     return (word & cv_length) == 1 && ((word >> 8) & 0xFF) == b;
+}
+
+template <class W> void find_seconds(const W *words, cv_flat *flat) {
+    for (unsigned b = 0; b < 256; ++b)
+        flat->second[b] =
+            (words[b] & 0xFF) == cv_full_row ? static_cast<uint32_t>((words[b] >> 8) * 64) : 0;
 }
 
 template <class W> void find_ascii(const W *words, cv_flat *flat) {
@@ -106,7 +112,7 @@ template <class W> void find_ascii(const W *words, cv_flat *flat) {
 } // namespace
 
 cv_flat *build_cv_flat(const mb_decode *table) {
-    const size_t count = count_words(table->root, 1);
+    const size_t count = count_words(table, table->root, 1);
     if (!count || count / 64 >= (1u << 24)) return nullptr;
     ext_block<cv_flat> flat(1);
     if (!flat.p) return nullptr;
@@ -114,10 +120,12 @@ cv_flat *build_cv_flat(const mb_decode *table) {
     if (table->data_size <= 4) {
         flat.p->words = build_words<uint32_t>(table, count);
         if (!flat.p->words) return nullptr;
+        find_seconds(flat.p->words, flat.p);
         find_ascii(flat.p->words, flat.p);
     } else {
         flat.p->words64 = build_words<uint64_t>(table, count);
         if (!flat.p->words64) return nullptr;
+        find_seconds(flat.p->words64, flat.p);
         find_ascii(flat.p->words64, flat.p);
     }
     return flat.release();
