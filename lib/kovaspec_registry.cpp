@@ -33,51 +33,80 @@ static constinit unsigned changes = 0;
 
 unsigned registry_changes(void) { return changes; }
 
+// An open registry, read in blocks.
+struct registry_text {
+    FILE *file;
+    const unsigned char *pos, *end;
+    unsigned char block[4096];
+
+    explicit registry_text(FILE *from) : file(from), pos(block), end(block) {
+        setvbuf(file, nullptr, _IONBF, 0); // straight into the block
+    }
+    registry_text(const registry_text &) = delete;
+    registry_text &operator=(const registry_text &) = delete;
+};
+
+static bool refill(registry_text *text) { // false at the end of the file
+    text->pos = text->block;
+    text->end = text->block + fread(text->block, 1, sizeof text->block, text->file);
+    return text->pos < text->end;
+}
+
+static int get(registry_text *text) {
+    return text->pos < text->end || refill(text) ? *text->pos++ : EOF;
+}
+
+static void unget(registry_text *text, int c) { // the character just read
+    if (c != EOF) --text->pos;
+}
+
+static bool skip_line(registry_text *text) { // false at the end of the file
+    do {
+        const auto left = static_cast<size_t>(text->end - text->pos);
+        if (const void *const newline = left ? memchr(text->pos, '\n', left) : nullptr) {
+            text->pos = static_cast<const unsigned char *>(newline) + 1;
+            return true;
+        }
+    } while (refill(text));
+    return false;
+}
+
 // Unread: white space and the comments before a name.
-static int first_of_name(FILE *file) {
+static int first_of_name(registry_text *text) {
     for (;;) {
-        int c = std_getc(file);
+        int c = get(text);
         while (is_white(c))
-            c = std_getc(file);
+            c = get(text);
         if (c != '#') return c;
-        while (c != '\n' && c != EOF)
-            c = std_getc(file);
+        if (!skip_line(text)) return EOF;
     }
 }
 
 // Reads a name, lower-cased. False when the reading ends: no name, a longer one, or one that runs
 // to the end of the file. The name is empty where a character stands that no name has.
-static bool read_name(FILE *file, char *name) {
-    int c = first_of_name(file), len = 0;
-    for (; is_spec_char(c); c = std_getc(file)) {
+static bool read_name(registry_text *text, char *name) {
+    int c = first_of_name(text), len = 0;
+    for (; is_spec_char(c); c = get(text)) {
         if (len == cs_name_max) return false;
         name[len++] = spec_lower(static_cast<char>(c));
     }
     name[len] = 0;
-    ungetc(c, file);
+    unget(text, c);
     return c != EOF;
 }
 
 // Reads the number after a name, kept to 16 bits; white space must follow it.
-static bool read_number(FILE *file, int *number) {
+static bool read_number(registry_text *text, int *number) {
     unsigned value = 0;
-    int c = std_getc(file);
+    int c = get(text);
     while (is_white(c))
-        c = std_getc(file);
+        c = get(text);
     if (!is_spec_digit(c)) return false;
-    for (; is_spec_digit(c); c = std_getc(file))
+    for (; is_spec_digit(c); c = get(text))
         value = (value * 10 + static_cast<unsigned>(c - '0')) & 0xFFFF;
-    ungetc(c, file);
+    unget(text, c);
     *number = static_cast<int>(value);
     return is_white(c);
-}
-
-static bool skip_line(FILE *file) { // false at the end of the file
-    int c;
-    do
-        c = std_getc(file);
-    while (c != '\n' && c != EOF);
-    return c != EOF;
 }
 
 static FILE *open_registry(const char *registry, int *error) {
@@ -89,13 +118,13 @@ static FILE *open_registry(const char *registry, int *error) {
 }
 
 // The number of a lower-cased name: -1 when the file lacks it, -2 with *error set.
-static int search_file(FILE *file, const char *name, int *error) {
+static int search_file(registry_text *text, const char *name, int *error) {
     char entry[cs_name_max + 1];
-    while (read_name(file, entry)) {
+    while (read_name(text, entry)) {
         int number;
         if (*entry && !strcmp(entry, name)) {
-            if (read_number(file, &number)) return number;
-        } else if (skip_line(file))
+            if (read_number(text, &number)) return number;
+        } else if (skip_line(text))
             continue;
         *error = KO_EOBJECT;
         return -2;
@@ -116,7 +145,8 @@ static int search_source(const char *name, const char *registry, int *error) {
     }
     FILE *const file = open_registry(registry, error);
     if (!file) return -2;
-    const int number = search_file(file, name, error);
+    registry_text text(file);
+    const int number = search_file(&text, name, error);
     fclose(file);
     return number;
 }
@@ -157,16 +187,16 @@ static void free_nodes(registry_node *list) {
 }
 
 // Reads every entry into a list in file order; 0 or the error.
-static int read_nodes(FILE *file, registry_node **list) {
+static int read_nodes(registry_text *text, registry_node **list) {
     registry_node **link = list, entry = {};
-    while (read_name(file, entry.cs_name)) {
-        if (!read_number(file, &entry.cs_num)) return KO_EOBJECT;
+    while (read_name(text, entry.cs_name)) {
+        if (!read_number(text, &entry.cs_num)) return KO_EOBJECT;
         auto *const node = static_cast<registry_node *>(malloc(sizeof(registry_node)));
         if (!node) return KO_ENOMEM;
         *node = entry;
         *link = node;
         link = &node->next;
-        if (!skip_line(file)) break;
+        if (!skip_line(text)) break;
     }
     return KO_OK;
 }
@@ -179,7 +209,8 @@ void ko_cache_registry(void *handle, const char *registry) {
     kova_registry_array_cache = nullptr;
     registry_node *list = nullptr;
     if (FILE *const file = open_registry(registry, &error)) {
-        error = read_nodes(file, &list);
+        registry_text text(file);
+        error = read_nodes(&text, &list);
         fclose(file);
     }
     if (!error) {
