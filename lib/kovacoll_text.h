@@ -33,7 +33,7 @@ inline size_t wide_length(const ko_wchar_t *wcs) {
 inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
     const unsigned char state = cs->flag1[*s];
     if (state == mb_final) return 1;
-    return state == mb_prefix && cs->flag2[*s][s[1]] == mb_final ? 2 : 0;
+    return state == mb_prefix && cs->second->flags[*s][s[1]] == mb_final ? 2 : 0;
 }
 
 inline unsigned wide_value(const ko_mchar_t *s, unsigned bytes) {

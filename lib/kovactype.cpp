@@ -64,8 +64,8 @@ int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
         const mb_flat &f = flat->classes;
         const unsigned b = *mb;
         if (f.flag1[b] == mb_final) return static_cast<int>(f.item1[b] & mask);
-        if (f.flag1[b] == mb_prefix && f.flag2[b][mb[1]] == mb_final) {
-            return static_cast<int>(f.item2[b][mb[1]] & mask);
+        if (f.flag1[b] == mb_prefix && f.second->flags[b][mb[1]] == mb_final) {
+            return static_cast<int>(f.second->items[b][mb[1]] & mask);
         }
         return fail(loc, KO_EILSEQ, 0);
     }
@@ -106,7 +106,8 @@ struct page_entry {
 static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages, ko_wchar_t wc) {
     const unsigned hi = wc >> 8, lo = wc & 0xFF;
     if (!hi && flat->cases.min_char_len == 1) return {pages.state1[lo], pages.partner1[lo]};
-    return {pages.state2[hi][lo], pages.partner2[hi][lo]};
+    if (!pages.second) return {mb_invalid, 0};
+    return {pages.second->states[hi][lo], pages.second->partners[hi][lo]};
 }
 
 template <const case_side &side> static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc) {
@@ -193,10 +194,10 @@ static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const 
         if (state == case_mapped) {
             out = pages.partner1[b];
         } else if (state != case_same) {
-            state = pages.state2[b][mbs[1]];
+            state = pages.second ? pages.second->states[b][mbs[1]] : unsigned{mb_invalid};
             taken = 2;
             if (state != case_same && state != case_mapped) return fail(loc, KO_EILSEQ, -1);
-            out = state == case_mapped ? pages.partner2[b][mbs[1]] : b << 8 | mbs[1];
+            out = state == case_mapped ? pages.second->partners[b][mbs[1]] : b << 8 | mbs[1];
         }
         if (out > 0xFF || !one_byte) *dst++ = static_cast<ko_mchar_t>(out >> 8);
         *dst++ = static_cast<ko_mchar_t>(out & 0xFF);

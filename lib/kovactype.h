@@ -29,13 +29,16 @@ struct case_rows {
 
 // Case mapping of whole characters: what becomes of each character of one or two bytes.
 enum { case_same = mb_final, case_mapped = 8 }; // every other state: no character
+struct case_second {                            // of two-byte characters, by first byte
+    const unsigned char *states[256];
+    const ko_wchar_t *partners[256];
+};
 struct case_pages {
-    const unsigned char *state1;      // 256 states of one-byte characters
-    const ko_wchar_t *partner1;       // 256 partners, where the state is case_mapped
-    const unsigned char *state2[256]; // by first byte
-    const ko_wchar_t *partner2[256];
-    unsigned char *owned; // the block that holds the pages made here
-    bool plain_ascii;     // 0x01..0x7F are characters and map as ASCII does
+    const unsigned char *state1; // 256 states of one-byte characters
+    const ko_wchar_t *partner1;  // 256 partners, where the state is case_mapped
+    case_second *second;         // owned; NULL where no first byte is a prefix
+    unsigned char *owned;        // the block that holds the pages made here
+    bool plain_ascii;            // 0x01..0x7F are characters and map as ASCII does
 };
 
 // Bits of ctype_flat.pairs. The null character has none, so runs end there.

@@ -1,6 +1,7 @@
 // The flat tables that LC_CTYPE derives at load: classes, case pages, rows of single-byte tables.
 #include "kovambwc.h"
 
+#include <initializer_list>
 #include <string.h>
 
 static constexpr unsigned char no_states[256] = {};
@@ -55,30 +56,40 @@ static bool maps_as_ascii(const case_pages &pages, bool to_upper) {
     return true;
 }
 
+static bool build_second(const page_builder &from, const bool *maps, unsigned char *page) {
+    ext_block<case_second> block(1);
+    if (!block.p) return false;
+    case_second *second = from.pages->second = block.release();
+    const mb_second *chars = from.cases->second;
+    for (unsigned b = 0; b < 256; ++b) {
+        second->states[b] = from.cases->flag1[b] == mb_prefix ? chars->flags[b] : no_states;
+        second->partners[b] = no_partners;
+        if (!maps[b]) continue;
+        if (!fill_page(from, chars->flags[b], chars->items[b], page, &second->states[b],
+                       &second->partners[b])) {
+            return false;
+        }
+        page += page_bytes;
+    }
+    return true;
+}
+
 // Pages without partners are the table's own flags, so only rows with case take memory.
 static bool build_pages(const page_builder &from) {
     const mb_flat *f = from.cases;
     case_pages *pages = from.pages;
     bool maps[256];
     size_t count = 1;
-    for (unsigned b = 0; b < 256; ++b) {
-        maps[b] = f->flag1[b] == mb_prefix && page_maps(from, f->flag2[b], f->item2[b]);
+    for (unsigned b = 0; f->second && b < 256; ++b) {
+        maps[b] =
+            f->flag1[b] == mb_prefix && page_maps(from, f->second->flags[b], f->second->items[b]);
         count += maps[b];
     }
     ext_block<unsigned char> block(count * page_bytes);
     if (!block.p) return false;
     unsigned char *page = pages->owned = block.release();
     if (!fill_page(from, f->flag1, f->item1, page, &pages->state1, &pages->partner1)) return false;
-    for (unsigned b = 0; b < 256; ++b) {
-        pages->state2[b] = f->flag1[b] == mb_prefix ? f->flag2[b] : no_states;
-        pages->partner2[b] = no_partners;
-        if (!maps[b]) continue;
-        page += page_bytes;
-        if (!fill_page(from, f->flag2[b], f->item2[b], page, &pages->state2[b],
-                       &pages->partner2[b])) {
-            return false;
-        }
-    }
+    if (f->second && !build_second(from, maps, page + page_bytes)) return false;
     pages->plain_ascii = maps_as_ascii(*pages, from.side == &conv_elem::upper);
     return true;
 }
@@ -101,17 +112,18 @@ static bool is_plain_ascii(const mb_flat &classes) {
 }
 
 static unsigned pair_bits(const ctype_flat *flat, unsigned hi, unsigned lo) {
-    if (flat->classes.flag2[hi][lo] != mb_final || !(hi | lo)) return 0;
+    if (flat->classes.second->flags[hi][lo] != mb_final || !(hi | lo)) return 0;
     unsigned bits = pair_valid;
     if (!flat->has_cases) return bits;
-    if (flat->upper.state2[hi][lo] == case_same) bits |= pair_upper;
-    if (flat->lower.state2[hi][lo] == case_same) bits |= pair_lower;
+    if (!flat->upper.second) return bits; // the case table has no two-byte characters
+    if (flat->upper.second->states[hi][lo] == case_same) bits |= pair_upper;
+    if (flat->lower.second->states[hi][lo] == case_same) bits |= pair_lower;
     return bits;
 }
 
 static bool build_pairs(ctype_flat *flat) {
     const unsigned char *first_flags = flat->classes.flag1;
-    if (!memchr(first_flags, mb_prefix, 256)) return true;
+    if (!flat->classes.second) return true;
     ext_block<unsigned char> pairs(0x10000);
     if (!pairs.p) return false;
     memset(pairs.p, 0, 0x10000);
@@ -159,8 +171,10 @@ void free_ctype_flat(ctype_flat *flat) {
     free_flat(&flat->classes);
     free_flat(&flat->cases);
     free_ptr(flat->pairs);
-    free_ptr(flat->upper.owned);
-    free_ptr(flat->lower.owned);
+    for (const case_pages *pages : {&flat->upper, &flat->lower}) {
+        free_ptr(pages->owned);
+        free_ptr(pages->second);
+    }
     free_ptr(flat);
 }
 

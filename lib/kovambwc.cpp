@@ -33,7 +33,7 @@ static inline int flat_wide(const mb_flat &f, const ko_mchar_t *mb, int limit, k
     }
     if (f.flag1[b] != mb_prefix) return -KO_EILSEQ;
     if (limit < 2) return -KO_EINVAL;
-    if (f.flag2[b][mb[1]] != mb_final) return -KO_EILSEQ;
+    if (f.second->flags[b][mb[1]] != mb_final) return -KO_EILSEQ;
     *value = static_cast<ko_wchar_t>(b << 8 | mb[1]);
     return 2;
 }
@@ -133,7 +133,7 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
             i += run;
             mbs += 2 * run;
             if (run) continue;
-            if (b | mbs[1] || f.flag2[b][0] != mb_final) return fail(loc, KO_EILSEQ, -1);
+            if (b | mbs[1] || f.second->flags[b][0] != mb_final) return fail(loc, KO_EILSEQ, -1);
             dst[i] = 0;
         } else if (f.flag1[b] == mb_final) {
             dst[i] = static_cast<ko_wchar_t>(b);

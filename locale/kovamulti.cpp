@@ -375,6 +375,22 @@ static const uint16_t *items_of(const multi_arr *node, const uint16_t *default_p
     return static_cast<const uint16_t *>(items);
 }
 
+// False for a tree that is deeper.
+static bool fill_second(const multi_arr *root, const unsigned char *first_flags,
+                        const uint16_t *default_page, mb_second *second) {
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        second->flags[byte] = no_flags;
+        second->items[byte] = default_page;
+        if (first_flags[byte] != mb_prefix) continue;
+        const multi_arr *child = node_child(root, byte);
+        if (!child) continue;
+        if (child->flag_arr && memchr(child->flag_arr, mb_prefix, 256)) return false;
+        if (child->flag_arr) second->flags[byte] = child->flag_arr;
+        second->items[byte] = items_of(child, default_page);
+    }
+    return true;
+}
+
 int flatten_multi(const mb_decode *table, mb_flat *flat) {
     *flat = {.min_char_len = table->min_char_len, .max_char_len = table->max_char_len};
     if (table->data_size != 2 || !table->root) return -1;
@@ -385,21 +401,17 @@ int flatten_multi(const mb_decode *table, mb_flat *flat) {
     const multi_arr *root = table->root;
     flat->flag1 = root->flag_arr ? root->flag_arr : no_flags;
     flat->item1 = items_of(root, page.p);
-    for (unsigned byte = 0; byte < 256; ++byte) {
-        flat->flag2[byte] = no_flags;
-        flat->item2[byte] = page.p;
-        if (flat->flag1[byte] != mb_prefix) continue;
-        const multi_arr *child = node_child(root, byte);
-        if (!child) continue;
-        if (child->flag_arr && memchr(child->flag_arr, mb_prefix, 256)) return -1;
-        if (child->flag_arr) flat->flag2[byte] = child->flag_arr;
-        flat->item2[byte] = items_of(child, page.p);
+    if (memchr(flat->flag1, mb_prefix, 256)) {
+        ext_block<mb_second> second(1);
+        if (!second.p || !fill_second(root, flat->flag1, page.p, second.p)) return -1;
+        flat->second = second.release();
     }
     flat->default_page = page.release();
     return 0;
 }
 
 void free_flat(mb_flat *flat) {
+    free_ptr(flat->second);
     free_ptr(flat->default_page);
     *flat = {};
 }

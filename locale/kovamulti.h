@@ -74,15 +74,18 @@ int read_multi_ub2(text_in *in, mb_decode *table, int max_len);
 // The same with conversion entries: a byte of flags and length, then its bytes, in hex digits.
 int read_multi_entries(text_in *in, mb_decode *table, int max_len);
 
-// A table of 16-bit items and characters of one or two bytes, flattened for hot loops: no field is
-// ever NULL, missing arrays are pages of zero flags or of the default item. The arrays belong to
+// A table of 16-bit items and characters of one or two bytes, flattened for hot loops: no array is
+// ever NULL, missing ones are pages of zero flags or of the default item. The arrays belong to
 // the table (or to the static pages).
+struct mb_second {                   // by first byte
+    const unsigned char *flags[256]; // 256 states of the second byte
+    const uint16_t *items[256];      // 256 items of two-byte characters
+};
 struct mb_flat {
-    const unsigned char *flag1;      // 256 states of a first byte
-    const uint16_t *item1;           // 256 items of one-byte characters
-    const unsigned char *flag2[256]; // by first byte: 256 states of the second byte
-    const uint16_t *item2[256];      // by first byte: 256 items of two-byte characters
-    uint16_t *default_page;          // owned: 256 times the default item
+    const unsigned char *flag1; // 256 states of a first byte
+    const uint16_t *item1;      // 256 items of one-byte characters
+    mb_second *second;          // owned; NULL where no first byte is a prefix
+    uint16_t *default_page;     // owned: 256 times the default item
     int min_char_len;
     int max_char_len;
 };
@@ -95,8 +98,8 @@ inline const uint16_t *flat_wchar(const mb_flat *f, ko_wchar_t wc) {
     const unsigned hi = wc >> 8, lo = wc & 0xFF;
     if (f->min_char_len == 1 && !hi) return f->flag1[lo] == mb_final ? &f->item1[lo] : nullptr;
     if (f->min_char_len < 1 || f->min_char_len > 2) return nullptr;
-    if (f->flag1[hi] != mb_prefix || f->flag2[hi][lo] != mb_final) return nullptr;
-    return &f->item2[hi][lo];
+    if (f->flag1[hi] != mb_prefix || f->second->flags[hi][lo] != mb_final) return nullptr;
+    return &f->second->items[hi][lo];
 }
 
 #endif
