@@ -142,6 +142,28 @@ inline void pairs_until(const W *words, const cv_flat *flat, unsigned shift_out,
     *r = {p, made, r->seen | seen};
 }
 
+// Converts ordinary characters of three bytes whose second and third are trail bytes of UTF-8;
+// three bytes follow stop.
+template <class W, bool Write>
+inline void triples_until(const W *words, run_rule rule, run_state *r, const ko_mchar_t *stop,
+                          ko_mchar_t *out, size_t limit) {
+    const ko_mchar_t *p = r->p;
+    size_t made = r->made;
+    W seen = 0;
+    for (; p < stop && made <= limit; p += 3) {
+        const W lead = words[*p];
+        if ((lead & 0xFF) != cv_short_row || (((p[1] ^ 0x80) | (p[2] ^ 0x80)) & 0xC0)) break;
+        const W second = words[(lead >> 8) * 64 + (p[1] & 0x3F)];
+        if ((second & 0xFF) != cv_short_row) break;
+        const W e = words[(second >> 8) * 64 + (p[2] & 0x3F)];
+        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
+        seen |= e;
+        if constexpr (Write) store_word(out + made, W(e >> 8));
+        made += e & cv_length;
+    }
+    *r = {p, made, r->seen | seen};
+}
+
 // Converts characters as long as they are ordinary, begin before stop, and leave room for a whole
 // word. Near: a character may reach the end, which is looked at.
 template <class W, bool Write, bool Near>
@@ -151,13 +173,17 @@ void run_until(const W *words, const cv_flat *flat, bool ascii, run_rule rule, r
     size_t made = r->made;
     W seen = 0;
     while (p < stop && made <= limit) {
-        if (!Near && flat->second[*p]) {
-            run_state two = {p, made, 0};
-            pairs_until<W, Write>(words, flat, no_shift, rule, &two, stop, out, limit);
-            seen |= static_cast<W>(two.seen);
-            made = two.made;
-            if (two.p != p) {
-                p = two.p;
+        const bool pair = !Near && flat->second[*p];
+        if (pair || (!Near && (words[*p] & 0xFF) == cv_short_row)) {
+            run_state some = {p, made, 0};
+            if (pair)
+                pairs_until<W, Write>(words, flat, no_shift, rule, &some, stop, out, limit);
+            else
+                triples_until<W, Write>(words, rule, &some, stop, out, limit);
+            seen |= static_cast<W>(some.seen);
+            made = some.made;
+            if (some.p != p) {
+                p = some.p;
                 continue;
             }
         }
