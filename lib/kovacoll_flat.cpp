@@ -30,7 +30,9 @@ struct builder {
     uint16_t byte_rows[256];
     const uint16_t *rows[256];                // by high byte; NULL: all row 0
     const uint16_t *missing[coll_max_passes]; // the pages of those, by pass
-    unsigned char *inner[256];                // pages of coll_flat's inner that are our own
+    unsigned num_used;
+    unsigned char used[256];   // high bytes with rows or with characters that begin elements
+    unsigned char *inner[256]; // pages of coll_flat's inner that are our own
 };
 
 } // namespace
@@ -271,15 +273,16 @@ static const uint16_t *missing_page(builder *b, int pass, uint16_t weight) {
     return b->missing[pass] = page;
 }
 
-static void fill_pages(builder *b, int pass, const bool *own_page) {
+static void fill_pages(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const uint16_t *weights = b->coll->pass_arr[pass];
     const uint16_t none = page_weight(b, p, weights[0]);
     const uint16_t *missing = missing_page(b, pass, none);
     if (!missing) return;
-    for (unsigned hi = 0; hi < 256 && !b->failed; ++hi) {
+    for (unsigned hi = 0; hi < 256; ++hi)
         p->page[hi] = missing;
-        if (!b->rows[hi] && !own_page[hi]) continue;
+    for (unsigned i = 0; i < b->num_used && !b->failed; ++i) {
+        const unsigned hi = b->used[i];
         uint16_t page[256];
         for (unsigned lo = 0; lo < 256; ++lo)
             page[lo] = b->rows[hi] ? page_weight(b, p, weights[b->rows[hi][lo]]) : none;
@@ -296,9 +299,10 @@ static void fill_pages(builder *b, int pass, const bool *own_page) {
 
 static void fill_byte_weights(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
+    const uint16_t *by_row = b->coll->pass_arr[pass];
     uint16_t *weights = take_array<uint16_t>(b, 256);
     for (unsigned c = 0; weights && c < 256; ++c)
-        weights[c] = b->coll->pass_arr[pass][b->byte_rows[c]];
+        weights[c] = by_row[b->byte_rows[c]];
     p->byte_weights = weights;
 }
 
@@ -322,17 +326,16 @@ static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, col
     const unsigned weight = p->page[0][c];
     *cell = {.bytes = {}, .count = coll_cell_none};
     if (!c) return;
-    coll_item self = {static_cast<uint16_t>(weight), static_cast<ko_wchar_t>(c)};
-    coll_seq seq = {&self, weight != coll_ignored_weight};
+    sink->used = 0;
+    memset(sink->local, 0, sizeof cell->bytes);
     if (weight & coll_expansion) {
         const coll_special *special = &p->specials[weight & coll_low_bits];
         if (special->num_candidates || special->own.count > sizeof cell->bytes) return;
-        seq = special->own;
+        for (unsigned i = 0; i < special->own.count; ++i)
+            write_item(special->own.items[i], b->widths, sink);
+    } else if (weight != coll_ignored_weight) {
+        write_item({static_cast<uint16_t>(weight), static_cast<ko_wchar_t>(c)}, b->widths, sink);
     }
-    sink->used = 0;
-    memset(sink->local, 0, sizeof cell->bytes);
-    for (unsigned i = 0; i < seq.count; ++i)
-        write_item(seq.items[i], b->widths, sink);
     if (sink->used > sizeof cell->bytes) return;
     memcpy(cell->bytes, sink->local, sizeof cell->bytes);
     cell->count = static_cast<unsigned char>(sink->used);
@@ -351,12 +354,15 @@ static void fill_cells(builder *b, int pass) {
 }
 
 static void fill_digits(coll_flat *flat) {
+    bool forward = true;
+    for (int p = 0; p < flat->num_passes; ++p)
+        forward = forward && flat->pass[p].forward;
     for (unsigned c = 0; c < 256; ++c) {
         uint64_t digits = 0, counts = 0;
-        bool decided = c > 0;
+        bool decided = forward && c;
         for (int p = 0; p < flat->num_passes; ++p) {
             const coll_cell *cell = &flat->pass[p].cells[c];
-            decided = decided && flat->pass[p].forward && cell->count != coll_cell_none;
+            decided &= cell->count != coll_cell_none;
             counts |= uint64_t{cell->count} << 8 * p;
             digits |= uint64_t{cell->bytes[0]} << 8 * p;
         }
@@ -435,8 +441,7 @@ void derive_pairs(const void *ctype, coll_pairs *pairs) {
 
 // ---- Building ----
 
-static void build_pass(builder *b, int pass, const int *head, const int *next,
-                       const bool *own_page) {
+static void build_pass(builder *b, int pass, const int *head, const int *next) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const coll_data *coll = b->coll;
     b->items = 0;
@@ -449,7 +454,7 @@ static void build_pass(builder *b, int pass, const int *head, const int *next,
         b->specials[e].own = expansion_seq(b, pass, static_cast<unsigned>(e), 1);
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
-    if (!b->failed) fill_pages(b, pass, own_page);
+    if (!b->failed) fill_pages(b, pass);
     if (!b->failed) fill_byte_weights(b, pass);
     if (!b->failed) fill_sb_specials(b, pass);
     if (!b->failed) fill_cells(b, pass);
@@ -490,8 +495,10 @@ static bool build(builder *b) {
     for (unsigned f = 0; f < b->num_firsts; ++f)
         own_page[b->firsts[f] >> 8] = true;
     read_rows(b);
+    for (unsigned hi = 0; hi < 256; ++hi)
+        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = static_cast<uint8_t>(hi);
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
-        build_pass(b, p, head.p, next.p, own_page);
+        build_pass(b, p, head.p, next.p);
     if (!b->failed) fill_digits(flat);
     if (!b->failed) fill_first_weights(flat);
     return !b->failed;
