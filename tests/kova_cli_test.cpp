@@ -2,6 +2,8 @@
 // everything that goes wrong.
 #include "kova_sort_runs.h"
 
+#include "command_run.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -19,25 +21,6 @@
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-
-static std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
-
-static std::string slurp(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-static void spit(const fs::path &path, const std::string &text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-struct outcome {
-    int status = -1;
-    std::string out, err;
-};
 
 struct KovaCli : testing::Test {
     fs::path dir;

@@ -2,6 +2,8 @@
 // that the pieces in which a text is read do not show.
 #include "kova_convert.h"
 
+#include "command_run.h"
+
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,21 +21,6 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 using namespace kovacli;
 
-static std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
-
-static std::string slurp(const fs::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-struct outcome {
-    int status = -1;
-    std::string out, err;
-};
-
 struct KovaConvert : testing::Test {
     fs::path dir;
     std::string root = env("KOVA_TEST_ROOT");
@@ -48,9 +35,7 @@ struct KovaConvert : testing::Test {
     void TearDown() override {
         if (!dir.empty()) fs::remove_all(dir);
     }
-    void spit(const std::string &name, const std::string &text) {
-        std::ofstream(dir / name, std::ios::binary) << text;
-    }
+    void spit(const std::string &name, const std::string &text) { ::spit(dir / name, text); }
     // Runs "kova ARGS" in the test's directory, as the shell reads it.
     outcome kova(const std::string &args, const std::string &in = "") {
         spit("in", in);

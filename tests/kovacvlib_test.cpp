@@ -269,9 +269,10 @@ TEST(Conversion, EveryKindOfByteTranslationDoesTheSame) {
 
 // Converts a text split in two, as a caller with a small buffer does: when the room is short it
 // restores the state and repeats the call with more; a cut character is joined to the next piece.
-static std::string in_two_pieces(const cv_record &cv, const std::string &in, size_t split,
-                                 int room) {
-    conv_state st = {1, 0, 0, 0, nullptr};
+static std::string in_two_pieces(const cv_record &cv, const std::string &in, size_t split, int room,
+                                 conv_state *final_state) {
+    conv_state &st = *final_state;
+    st = {1, 0, 0, 0, nullptr};
     std::string out, pending;
     for (const bool last : {false, true}) {
         pending += last ? in.substr(split) : in.substr(0, split);
@@ -311,9 +312,13 @@ TEST(Conversion, PiecesAndSmallBuffersGiveTheWholeText) {
         const cv_outcome whole = convert(cv, row.in, 200, &st);
         ASSERT_EQ(whole.result, 0);
         for (size_t split = 0; split < row.in.size(); ++split)
-            for (int room = 0; room <= 16; ++room)
-                ASSERT_EQ(in_two_pieces(cv, row.in, split, room), whole.out)
-                    << "split " << split << " room " << room;
+            for (int room = 0; room <= 16; ++room) {
+                SCOPED_TRACE("split " + std::to_string(split) + " room " + std::to_string(room));
+                conv_state end;
+                ASSERT_EQ(in_two_pieces(cv, row.in, split, room, &end), whole.out);
+                ASSERT_EQ(end.source_state, st.source_state);
+                ASSERT_EQ(end.target_state, st.target_state);
+            }
     }
 }
 

@@ -79,13 +79,11 @@ static void map_file(case_job &job, const std::string &path, output &out) {
 }
 
 int run_case(const common_options &common, const case_options &options) {
-    const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale, handle);
     case_job job;
     job.upper = options.upper;
     job.replace = options.replace;
-    make_codec(handle, data, text_is_utf8(common), job.code);
+    open_with_codec(common, options.locale, handle, job.code);
     output out;
     for (const std::string &text : options.texts)
         map_argument(job, text, out);

@@ -203,11 +203,9 @@ static void write_counts(const codec &code, const std::vector<class_name> &class
 }
 
 int run_classify(const common_options &common, const classify_options &options) {
-    const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale, handle);
     codec code;
-    make_codec(handle, data, text_is_utf8(common), code);
+    const data_place data = open_with_codec(common, options.locale, handle, code);
     const std::vector<class_name> classes = classes_of(handle.loc);
     output out;
     if (options.count) {

@@ -17,11 +17,9 @@ static std::string code_set_text(const codec &code, const std::vector<ko_wchar_t
 }
 
 int run_compare(const common_options &common, const compare_options &options) {
-    const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale, handle);
     codec code;
-    make_codec(handle, data, text_is_utf8(common), code);
+    open_with_codec(common, options.locale, handle, code);
     const std::string first = code_set_text(code, decode_argument(code, options.first, "A"));
     const std::string second = code_set_text(code, decode_argument(code, options.second, "B"));
     *ko_ext_errno(handle.loc) = 0;
@@ -51,11 +49,9 @@ static void print_key(const codec &code, std::vector<ko_wchar_t> wide, bool raw,
 }
 
 int run_key(const common_options &common, const key_options &options) {
-    const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale, handle);
     codec code;
-    make_codec(handle, data, text_is_utf8(common), code);
+    open_with_codec(common, options.locale, handle, code);
     output out;
     for (const std::string &text : options.texts)
         print_key(code, decode_argument(code, text, "TEXT"), options.raw, out);

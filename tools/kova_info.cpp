@@ -236,11 +236,9 @@ static void write_everything(const locale_handle &handle, const codec &code, out
 }
 
 int run_info(const common_options &common, const info_options &options) {
-    const data_place data = find_data(common);
     locale_handle handle;
-    open_locale(data, options.locale, handle);
     codec code;
-    make_codec(handle, data, text_is_utf8(common), code);
+    open_with_codec(common, options.locale, handle, code);
     output out;
     if (options.items.empty()) write_everything(handle, code, out);
     for (const std::string &name : options.items) {

@@ -195,6 +195,14 @@ void make_codec(const locale_handle &handle, const data_place &place, bool utf8,
     learn_newline(handle, place, code);
 }
 
+data_place open_with_codec(const common_options &common, const std::string &locale,
+                           locale_handle &handle, codec &code) {
+    const data_place data = find_data(common);
+    open_locale(data, locale, handle);
+    make_codec(handle, data, text_is_utf8(common), code);
+    return data;
+}
+
 // ---- outer form to wide ----
 
 int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {

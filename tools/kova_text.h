@@ -44,6 +44,11 @@ struct codec {
 // there.
 void make_codec(const locale_handle &handle, const data_place &place, bool utf8, codec &code);
 
+// Opens a command's locale, with the text form that its options and the environment ask for; where
+// the data was found.
+data_place open_with_codec(const common_options &common, const std::string &locale,
+                           locale_handle &handle, codec &code);
+
 // Loads the mapping of a codec that works on bytes, for showing characters; false without one.
 bool add_mapping(const locale_handle &handle, const data_place &place, codec &code);
 
