@@ -10,6 +10,7 @@
 #ifndef KOVA_H
 #define KOVA_H
 
+#include <stdarg.h>
 #include <stddef.h>
 #include <stdint.h>
 
@@ -39,27 +40,48 @@ typedef void *ko_lc_t;            /* a locale record; begins with loc_exports */
 /* Error numbers. They are part of the binary interface. */
 typedef enum ko_errnum {
     KO_OK = 0,
-    KO_EILSEQ = 1,    /* bytes that are no character, or a wide character without bytes */
-    KO_ENULL = 2,     /* a string argument is null or unusable */
-    KO_ENOMEM = 3,    /* memory is exhausted; a stored table is unreadable */
-    KO_EINDEX = 4,    /* a character index is negative or beyond the string */
-    KO_EPOS = 5,      /* a position is inside a character or before the start */
-    KO_EEMPTY = 6,    /* a number text is empty */
-    KO_EINVAL = 7,    /* a character is incomplete, a result does not fit, a name is malformed */
-    KO_EFILE = 8,     /* a data file cannot be opened or read */
-    KO_ERANGE = 9,    /* an argument is out of range */
-    KO_EOBJECT = 11,  /* not a data file of the expected kind, or a damaged one */
-    KO_ECODESET = 12, /* the categories of a locale name different code sets */
-    KO_EIO = 13,      /* a stream reports an error or a write is short */
-    KO_E2BIG = 14,    /* an output buffer or a table is full */
-    KO_EFORMAT = 15,  /* a format ends early, a time is unreadable, no registry */
-    KO_EEOF = 16,     /* the stream ends before a character */
-    KO_EREAD = 17,    /* a read failed without a reason */
-    KO_ENOCAT = 18,   /* the source of a copy lacks the category */
-    KO_EHASCAT = 19,  /* the destination of a copy already has the category */
-    KO_EMONEY = 20,
-    KO_ECHARLEN = 21, /* a stored table's longest character exceeds the limit */
-    KO_EDIRECTIVE = 22,
+    KO_EILSEQ = 1,      /* bytes that are no character, or a wide character without bytes */
+    KO_ENULL = 2,       /* a string argument is null or unusable */
+    KO_ENOMEM = 3,      /* memory is exhausted; a stored table is unreadable */
+    KO_EINDEX = 4,      /* a character index is negative or beyond the string */
+    KO_EPOS = 5,        /* a position is inside a character or before the start */
+    KO_EEMPTY = 6,      /* a number text is empty */
+    KO_EINVAL = 7,      /* a character is incomplete, a result does not fit, a name is malformed */
+    KO_EFILE = 8,       /* a data file cannot be opened or read */
+    KO_ERANGE = 9,      /* an argument is out of range */
+    KO_EOBJECT = 11,    /* not a data file of the expected kind, or a damaged one */
+    KO_ECODESET = 12,   /* the categories of a locale name different code sets */
+    KO_EIO = 13,        /* a stream reports an error or a write is short */
+    KO_E2BIG = 14,      /* an output buffer or a table is full */
+    KO_EFORMAT = 15,    /* a format ends early, a time is unreadable, no registry */
+    KO_EEOF = 16,       /* the stream ends before a character */
+    KO_EREAD = 17,      /* a read failed without a reason */
+    KO_ENOCAT = 18,     /* the source of a copy lacks the category */
+    KO_EHASCAT = 19,    /* the destination of a copy already has the category */
+    KO_EMONEY = 20,     /* a conversion of money that is neither "i" nor "n" */
+    KO_ECHARLEN = 21,   /* a stored table's longest character exceeds the limit */
+    KO_EDIRECTIVE = 22, /* an unknown directive, or input that does not match one */
+    KO_ESECRANGE = 24,  /* read, but out of range */
+    KO_EMINRANGE = 25,
+    KO_EHOURRANGE = 26,
+    KO_EDAYRANGE = 27,
+    KO_EWDAYRANGE = 28,
+    KO_EYDAYRANGE = 29,
+    KO_EMONTHRANGE = 30,
+    KO_EYEARRANGE = 31,
+    KO_EFRACTION = 33,
+    KO_ESEC = 34, /* not readable; in formatting, out of range */
+    KO_EMIN = 35,
+    KO_EHOUR = 36,
+    KO_EDAY = 37,
+    KO_EWDAY = 38,
+    KO_EYDAY = 39,
+    KO_EMONTH = 40,
+    KO_EYEAR = 41,
+    KO_EERA = 42,
+    KO_EPRECISION = 45, /* a "." of a directive without digits */
+    KO_EMISMATCH = 46,  /* input differs from the text of the format */
+    KO_EMONTHNAME = 48,
     KO_ECALENDAR = 50, /* a locale object names an unknown calendar */
     KO_EVERSION = 51,  /* a data file was written by another compiler version */
     KO_ENOSYMBOL = 53
@@ -223,6 +245,24 @@ typedef struct ko_tm_t {
     const char *tm_zone;
     ko_long_t tm_gmtoff;
 } ko_tm_t;
+
+/* The working form of a time: in a calendar with leap months the month's place in its year and the
+ * index of its name differ. */
+typedef struct ko_alt_tm_t {
+    ko_long_t alt_tm_usec;
+    int alt_tm_sec;
+    int alt_tm_min;
+    int alt_tm_hour;
+    int alt_tm_mday;
+    int alt_tm_mon;    /* from 0 */
+    int alt_tm_monidx; /* into the locale's month names */
+    int alt_tm_year;   /* the calendar's year less 1900 */
+    int alt_tm_wday;
+    int alt_tm_yday;
+    int alt_tm_isdst;
+    const char *alt_tm_zone;
+    ko_long_t alt_tm_gmtoff;
+} ko_alt_tm_t;
 
 /* One character as bytes, first byte first. */
 typedef struct char_desc {
@@ -501,6 +541,132 @@ KO_API int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb);
 KO_API int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb);
 /* The position behind the character at mb; or NULL with KO_EILSEQ or KO_ENULL. */
 KO_API ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb);
+/* The start of the last character before mb, which lies behind the start mbs; or NULL with KO_EPOS,
+ * KO_EILSEQ or KO_ENULL. */
+KO_API ko_mchar_t *ko_full_mbsprev(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb);
+/* Character i of a string, from 0, the terminator included; or NULL with KO_EINDEX, KO_EILSEQ or
+ * KO_ENULL. */
+KO_API ko_mchar_t *ko_full_getmbsi(ko_lc_t loc, const ko_mchar_t *mbs, int i);
+/* Put the character mb in the place of character i, or of the one at the position; a longer one
+ * needs that much room behind the string. Return the position; or NULL with KO_EINDEX, KO_EILSEQ,
+ * KO_ENULL or KO_ENOMEM and the string as it was. The null character takes the old one away. */
+KO_API ko_mchar_t *ko_full_putmbsi(ko_lc_t loc, ko_mchar_t *mbs, int i, const ko_mchar_t *mb);
+KO_API ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *mb);
+/* Characters, or bytes, up to the last one that is not of class "space"; or -1. */
+KO_API int ko_mbsntslen(ko_lc_t loc, const ko_mchar_t *mbs);
+KO_API int ko_wcsntslen(ko_lc_t loc, const ko_wchar_t *wcs);
+KO_API int ko_mbsntsbytes(ko_lc_t loc, const ko_mchar_t *mbs);
+/* The start of the trailing spaces, NULL without any. */
+KO_API ko_mchar_t *ko_mbsp(ko_lc_t loc, const ko_mchar_t *mbs);
+/* Cut trailing spaces off and return the string; or NULL. */
+KO_API ko_mchar_t *ko_mbsntstrunc(ko_lc_t loc, ko_mchar_t *mbs);
+KO_API ko_wchar_t *ko_wcsntstrunc(ko_lc_t loc, ko_wchar_t *wcs);
+/* Bytes before the terminator; or -1. */
+KO_API int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs);
+/* Copy, or append, a string or its first n characters; always terminated. Return dst; or NULL with
+ * KO_EILSEQ, KO_EINDEX (n below 0) or KO_ENULL. The strings do not overlap. */
+KO_API ko_mchar_t *ko_full_mbscpy(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src);
+KO_API ko_wchar_t *ko_wcscpy(ko_wchar_t *dst, const ko_wchar_t *src);
+KO_API ko_mchar_t *ko_full_mbscat(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src);
+KO_API ko_wchar_t *ko_wcscat(ko_wchar_t *dst, const ko_wchar_t *src);
+KO_API ko_mchar_t *ko_mbsncpy(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src, int n);
+KO_API ko_mchar_t *ko_mbsncat(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src, int n);
+KO_API ko_wchar_t *ko_wcsncpy(ko_wchar_t *dst, const ko_wchar_t *src, int n);
+KO_API ko_wchar_t *ko_wcsncat(ko_wchar_t *dst, const ko_wchar_t *src, int n);
+/* The position behind n characters, or the terminator where it comes first. *flag becomes 0. */
+KO_API ko_mchar_t *ko_getmbsinull(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *flag);
+/* The first, or the last, place of a character; NULL with an error word of 0 where it is absent,
+ * or with KO_EILSEQ or KO_ENULL. The null character is found at the terminator. */
+KO_API ko_mchar_t *ko_full_mbschr(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb);
+KO_API ko_mchar_t *ko_full_mbsrchr(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb);
+KO_API ko_wchar_t *ko_wcschr(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc);
+KO_API ko_wchar_t *ko_wcsrchr(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc);
+/* Leading characters that are, or are not, in the set; or -1 with KO_EILSEQ, KO_ENULL or
+ * KO_ENOMEM. */
+KO_API int ko_full_mbsspn(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set);
+KO_API int ko_full_mbscspn(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set);
+KO_API int ko_wcsspn(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set);
+KO_API int ko_wcscspn(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set);
+/* The first character that is in the set; NULL with an error word of 0 where there is none. */
+KO_API ko_mchar_t *ko_full_mbspbrk(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set);
+KO_API ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set);
+/* The first place of a string in another; NULL with an error word of 0 where it is absent. */
+KO_API ko_mchar_t *ko_full_mbsmbs(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *sub);
+KO_API ko_wchar_t *ko_wcswcs(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *sub);
+/* A wide copy, which the caller frees with ko_destroystring; *len_chars gets its characters before
+ * the terminator. NULL with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
+KO_API ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars);
+/* Bytes between the start of the character that holds the position and the position; *len_bytes
+ * gets that character's length. -1 and a length of 0 with KO_EINVAL (not in the string) or
+ * KO_EILSEQ. */
+KO_API int ko_charoffset(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *position,
+                         int *len_bytes);
+/* Display columns: 0 for the null character, 2 for class "full_width", else 1; of a string the sum
+ * over at most n characters, or before the end. -1 with KO_EINVAL (a character that is not
+ * printable), KO_EINDEX (n below 0), KO_EPOS (a bad end) or KO_ENULL. */
+KO_API int ko_wcwidth(ko_lc_t loc, ko_wchar_t wc);
+KO_API int ko_mbwidth(ko_lc_t loc, const ko_mchar_t *mb);
+KO_API int ko_wcswidth(ko_lc_t loc, const ko_wchar_t *wcs, int n);
+KO_API int ko_mbswidth(ko_lc_t loc, const ko_mchar_t *mbs, int n);
+KO_API int ko_wcspwidth(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *end);
+KO_API int ko_mbspwidth(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *end);
+
+/* ---- Streams ------------------------------------------------------------------------------- */
+
+/* A stream is what the host's stream hooks take. */
+
+/* Write one character; the null character writes nothing and succeeds. Return it; or NULL, 0xFFFF,
+ * with KO_EILSEQ, KO_EINVAL (no code set) or KO_EIO. */
+KO_API const ko_mchar_t *ko_fputmb(ko_lc_t loc, const ko_mchar_t *mb, void *stream);
+KO_API ko_wchar_t ko_fputwc(ko_lc_t loc, ko_wchar_t wc, void *stream);
+/* Write a string without its terminator. Return 0; or -1 with KO_EILSEQ (of a multibyte string
+ * nothing was written) or KO_EIO. */
+KO_API int ko_fputmbs(ko_lc_t loc, const ko_mchar_t *mbs, void *stream);
+KO_API int ko_fputwcs(ko_lc_t loc, const ko_wchar_t *wcs, void *stream);
+/* Read one character, the null character included, into mb (room for ko_mb_loc_max bytes). Return
+ * its bytes, or the character; or -1, 0xFFFF, with KO_EEOF (nothing left), KO_EINVAL (the stream
+ * ends inside a character), KO_EILSEQ, KO_EIO or KO_EREAD; what was read is gone. */
+KO_API int ko_full_fgetmb(ko_lc_t loc, ko_mchar_t *mb, void *stream);
+KO_API ko_wchar_t ko_full_fgetwc(ko_lc_t loc, void *stream);
+/* Read a line with its newline, and terminate it, into size bytes or wide characters. Return buf;
+ * or NULL with KO_E2BIG or the error of the read: a last line without newline is not returned. */
+KO_API ko_mchar_t *ko_fgetmbs(ko_lc_t loc, ko_mchar_t *buf, int size, void *stream);
+KO_API ko_wchar_t *ko_fgetwcs(ko_lc_t loc, ko_wchar_t *buf, int size, void *stream);
+
+/* ---- Charmaps ------------------------------------------------------------------------------ */
+
+typedef void *ko_cm_t; /* a charmap: symbolic names of a code set's characters */
+
+/* Loads the charmap of a code-set specification from cm_dir, or from the search path for NULL.
+ * registry: path of the registry file, or NULL to search it. Returns 0; or -1 with a handle,
+ * perhaps a static one, whose error word tells KO_ENOMEM, KO_EFILE, KO_EOBJECT or KO_EVERSION. Give
+ * the handle back with ko_cm_unload in either case. */
+KO_API int ko_cm_load(ko_cm_t *cm, const char *cm_spec, const char *registry, const char *cm_dir);
+KO_API void ko_cm_unload(ko_cm_t cm);
+KO_API const char *ko_cm_csname(ko_cm_t cm); /* the charmap's own; lives as long as it */
+KO_API int ko_cm_srcver(ko_cm_t cm);
+KO_API int ko_cm_cmpver(ko_cm_t cm);
+/* Bytes of the character at mb, of which limit bytes may be read; 0 for NULL and for the null
+ * character; -1 with KO_EILSEQ or KO_EINVAL (cut off). */
+KO_API int ko_cm_mblen(ko_cm_t cm, const ko_mchar_t *mb, int limit);
+/* Longest and shortest character, in bytes. */
+KO_API int ko_mb_cm_max(ko_cm_t cm);
+KO_API int ko_mb_cm_min(ko_cm_t cm);
+/* Write the characters of a text as symbols "<name>" into size characters, terminator included;
+ * what does not fit is dropped by whole symbols. A count below 1: up to the terminator. *src moves
+ * to the end, or to the character that failed. Return the characters written with the terminator;
+ * or -1 with KO_EILSEQ, KO_EINVAL, KO_ENOSYMBOL, KO_ERANGE (size below 1) or KO_ENULL. */
+KO_API int ko_mbstosyms(ko_cm_t cm, char *dst, int size, const ko_mchar_t **src, int len_bytes);
+KO_API int ko_wcstosyms(ko_cm_t cm, char *dst, int size, const ko_wchar_t **src, int len_chars);
+/* Read symbols back, up to the end of the string, into size bytes or wide characters, terminator
+ * included. *src moves behind the last symbol taken. Return what was written with the terminator;
+ * or -1 with KO_EILSEQ (no symbol), KO_ENOSYMBOL (an unknown name), KO_ERANGE (dst is too small) or
+ * KO_ENULL; what was converted stays, terminated. */
+KO_API int ko_symstombs(ko_cm_t cm, ko_mchar_t *dst, int size, const char **src);
+KO_API int ko_symstowcs(ko_cm_t cm, ko_wchar_t *dst, int size, const char **src);
+/* All symbols of one character, one behind the other; those that do not fit are dropped. Returns
+ * the characters written with the terminator; or -1 with KO_ENOSYMBOL, KO_ERANGE or KO_ENULL. */
+KO_API int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int len_bytes);
 
 /* ---- Collation ----------------------------------------------------------------------------- */
 
@@ -529,6 +695,151 @@ KO_API int ko_wcspre(ko_lc_t loc, const ko_wchar_t *str, int len, const ko_wchar
 /* The Thai method: compare, and transform. thaismoxfrm takes the text in dst and writes to mbs. */
 KO_API int thaismocoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
 KO_API int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
+
+/* ---- Numbers ------------------------------------------------------------------------------- */
+
+/* Read a number in the locale's notation. end (may be NULL) gets the position behind it, of the
+ * wide forms only where something was read; the multibyte forms count characters and store NULL
+ * where nothing was read. Digits are 0-9 and letters; base 0 and 2..36 as strtol takes them. With
+ * grouping the digits are grouped as the locale does; an integer must then be the whole rest of the
+ * text. Results are clamped, with the C errno ERANGE, to 32 bits. Failures: KO_EINVAL (grouping, or
+ * 256 characters and more) and, of the multibyte forms, KO_EEMPTY or KO_EILSEQ, with 0x7FFFFFFF;
+ * unsigned multibyte forms 0xFFFFFFFF for KO_EEMPTY and KO_EILSEQ; reals 2147483647.0. */
+KO_API ko_long_t ko_wcstol(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base,
+                           int grouping);
+KO_API ko_ulong_t ko_wcstoul(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base,
+                             int grouping);
+KO_API ko_long_t ko_mbstol(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int base,
+                           int grouping);
+KO_API ko_ulong_t ko_mbstoul(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int base,
+                             int grouping);
+KO_API double ko_wcstod(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int grouping);
+/* mode 0: the grouping of numbers; 1: of money. */
+KO_API double ko_wcstod_num_mon(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int grouping,
+                                int mode);
+KO_API double ko_mbstod(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int grouping);
+/* Write a number in base 2..36, letters in upper case. maxlen counts characters without the
+ * terminator and binds only with grouping; without it the output takes up to 34. The output is
+ * empty on failure, so it has room for one in every case. */
+KO_API void ko_ltowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_long_t value, int base,
+                      int grouping);
+KO_API void ko_ultowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_ulong_t value, int base,
+                       int grouping);
+/* The same in multibyte form, at most 256 bytes whatever maxlen (in characters) says. Return the
+ * bytes before the terminator, 0 on failure; -1 with KO_EILSEQ or KO_ENULL. */
+KO_API int ko_ltombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_long_t value, int base,
+                     int grouping);
+KO_API int ko_ultombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_ulong_t value, int base,
+                      int grouping);
+
+/* Formats values by directives in the manner of printf (docs/numbers.md). out has room for max
+ * characters, or bytes, and a terminator. Values: int, ko_long_t (l), short as int (h), double,
+ * ko_wchar_t as int (lc), pointers to a character or string. Returns the characters, or bytes,
+ * before the terminator; or -1 with KO_E2BIG, KO_EDIRECTIVE, KO_EFORMAT (the format ends inside a
+ * directive), KO_EPRECISION, KO_EILSEQ, KO_ENOMEM or KO_ENULL, the output terminated behind what
+ * was written. The last form takes a va_list. */
+KO_API int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...);
+KO_API int ko_mbsfnum(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...);
+KO_API int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
+                       va_list values);
+/* Read values by such a format into what the pointers name: int or ko_long_t (l) of 32 bits, short
+ * (h), double, characters and strings, for which the caller has room. Return the values stored; the
+ * walk may have ended early with KO_EDIRECTIVE (mismatch), KO_EFORMAT, KO_EPRECISION, KO_EINVAL,
+ * KO_EILSEQ or KO_ENULL. The multibyte form returns -1 where none was stored. */
+KO_API int ko_wcspnum(ko_lc_t loc, const ko_wchar_t *in, const ko_wchar_t *format, ...);
+KO_API int ko_mbspnum(ko_lc_t loc, const ko_mchar_t *in, const ko_mchar_t *format, ...);
+KO_API int ko_wcspnum1(ko_lc_t loc, const ko_wchar_t *in, const ko_wchar_t *format,
+                       va_list pointers);
+
+/* ---- Money --------------------------------------------------------------------------------- */
+
+/* Formats amounts, one double a directive, by directives in the manner of strfmon (docs/money.md).
+ * out has room for max characters, or bytes, and a terminator. Returns the characters, or bytes,
+ * before the terminator; or -1 with KO_E2BIG, KO_EMONEY (neither "i" nor "n"), KO_EILSEQ or
+ * KO_ENULL, the output terminated behind what was written. */
+KO_API int ko_wcsfmon(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...);
+KO_API int ko_mbsfmon(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...);
+KO_API int ko_wcsfmon1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
+                       va_list values);
+/* Read amounts back by such a format, each into a double. Return the amounts stored; the walk may
+ * have ended early with KO_EDIRECTIVE (mismatch) or KO_EMONEY. The multibyte form returns -1 where
+ * none was stored. */
+KO_API int ko_wcspmon(ko_lc_t loc, const ko_wchar_t *in, const ko_wchar_t *format, ...);
+KO_API int ko_mbspmon(ko_lc_t loc, const ko_mchar_t *in, const ko_mchar_t *format, ...);
+
+/* ---- Dates and times ----------------------------------------------------------------------- */
+
+/* Formats a Gregorian date and time by the directives of docs/time.md, in the locale's calendar.
+ * out has room for maxsize characters, or bytes, terminator included; undefined after a failure.
+ * Returns the characters, or bytes, before the terminator. 0 is failure or an empty result:
+ * KO_E2BIG out is too small, KO_EDIRECTIVE unknown letter, KO_EHOUR and its kin a field out of
+ * range, KO_ERANGE no era, KO_EFORMAT no format; -1 of the wide form: a bad digit behind "F". */
+KO_API int ko_wcsftime(ko_lc_t loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
+                       const ko_tm_t *tm);
+KO_API int ko_mbsftime(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
+                       const ko_tm_t *tm);
+/* The workers. With maxw or maxm they write nothing and add to *maxw the most columns and to *maxm
+ * the most bytes that the format can produce; out and tm may then be NULL. */
+KO_API int ko_wcsftime1(ko_lc_t loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
+                        const ko_alt_tm_t *tm, int *maxw, int *maxm);
+KO_API int ko_mbsftime1(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
+                        const ko_alt_tm_t *tm, int *maxw, int *maxm);
+/* The most bytes, or display columns, that a time format can produce; kind is 1. -1 with KO_ERANGE
+ * for another kind, or with what is wrong with the format. */
+KO_API int ko_mbsfmtexpand(ko_lc_t loc, int kind, const ko_mchar_t *format);
+KO_API int ko_wcsfmtexpand(ko_lc_t loc, int kind, const ko_wchar_t *format);
+
+/* Reads a date and time by a format. Fields that the format does not set keep their values. The
+ * century of a two-digit year follows algorithm: 'C' closest, 'F' future, 'P' past, 'R' this one.
+ * Returns the position behind what was read; or NULL with the error and *tm untouched. */
+KO_API ko_wchar_t *ko_wcsptime(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format,
+                               ko_tm_t *tm, int algorithm);
+KO_API ko_mchar_t *ko_mbsptime(ko_lc_t loc, const ko_mchar_t *buf, const ko_mchar_t *format,
+                               ko_tm_t *tm, int algorithm);
+
+/* What a format read. */
+typedef struct time_info {
+    int era; /* index */
+    int era_off;
+    int century;
+    int year_off;  /* two digits */
+    int full_year; /* less 1900 */
+    int hour12;
+    int ampm;
+    int hour24;
+    int minute;
+    int second;
+    int usec;
+    int year_day; /* from 0 */
+    int month_day;
+    int week_day;
+    int mon;        /* from 0 */
+    int monidx;     /* of a month name */
+    int year_type;  /* 1 full year, 2 two digits or century, 3 era */
+    int hour_type;  /* 1 of 24 hours, 2 of 12 */
+    ko_ulong_t set; /* bits of the fields seen */
+} time_info;
+/* The worker: fills *ti, which the caller zeroed. */
+KO_API ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format,
+                                time_info *ti, int algorithm);
+/* The century of a two-digit year, month and day from 1 (0: today's), by the rule above; or -1 with
+ * KO_EMONTHRANGE, KO_EDAYRANGE or KO_EYEARRANGE. */
+KO_API int ko_getcentury(ko_lc_t loc, int month, int day, int year, int algorithm);
+/* Give the century rule another today until it is reset; of the whole process. lineno and filename
+ * tell the caller. */
+KO_API void ko_set_current_time(int lineno, const char *filename, int day, int month, int year);
+KO_API void ko_reset_time(int lineno, const char *filename);
+/* Copies a group of the locale's time names: 1 days, 2 short days, 3 months, 4 short months, 5
+ * eras, 6 short eras, 7 digits, 8 morning and afternoon. *strs and each string are freed with
+ * ko_destroystring; an absent name is NULL with KO_ENULL. Returns 0; or -1 (another group: nothing
+ * stored; an empty group, or KO_ENOMEM: NULL and 0). */
+KO_API int ko_mbstimeinfo(ko_lc_t loc, int infotype, ko_mchar_t ***strs, int *count);
+/* Convert a date between the Gregorian calendar and the locale's. Times are copied, weekday, day of
+ * the year and month index computed. Return 0; or -1 with the output cleared. */
+KO_API int ko_cal_gregorian_to_local(ko_lc_t loc, const ko_alt_tm_t *gregorian, ko_alt_tm_t *local);
+KO_API int ko_cal_local_to_gregorian(ko_lc_t loc, const ko_alt_tm_t *local, ko_alt_tm_t *gregorian);
+/* The century of two-digit years in the locale's calendar where it is not Gregorian, else 0. */
+KO_API int ko_alt_getcentury(ko_lc_t loc, int month, int day, int year, int algorithm);
 
 /* ---- Code-set conversion --------------------------------------------------------------------- */
 

@@ -1,6 +1,6 @@
 // The locale record: how it is born empty, how its categories are freed and copied, and the data
 // that depend on several categories at once.
-#include "kovasetlc.h"
+#include "kovaportable.h"
 
 #include <inttypes.h>
 #include <stdio.h>
@@ -396,6 +396,7 @@ void update_locale(kovaloc *loc) {
     if (!loc->weights && own_weights) loc->weights = build_coll_flat(loc);
     derive_pairs(loc->ctype, &loc->pairs);
     update_byte_tables(loc);
+    loc->portable = portable_of(loc);
     loc->exp.mbstowcs = loc->exp.single_byte ? is_mbstowcs : im_mbstowcs;
     loc->exp.mbsxfrm = loc->coll_info.collate == collate_thai ? thaismoxfrm : ko_full_mbsxfrm;
     loc->exp.mbscoll = choose_comparer(loc);

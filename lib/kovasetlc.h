@@ -11,6 +11,8 @@ constexpr int codeset_room = 21; // a code-set name of 20 characters
 constexpr int locname_room = 32;
 constexpr int setting_room = 312; // a setting or file name of 311 characters
 
+struct portable_set; // see kovaportable.h
+
 struct kovaloc {
     loc_exports exp;
     void *ctype; // mb_decode: class masks; also the definition of the code set
@@ -32,9 +34,10 @@ struct kovaloc {
     ctype_flat *chars;    // of LC_CTYPE
     case_rows upper_rows; // of the single-byte case tables; no memory of their own
     case_rows lower_rows;
-    coll_pairs pairs;   // of the class table, for collation; no memory of their own
-    coll_flat *weights; // of LC_COLLATE
-    unsigned copied;    // category_bit: data that another record owns
+    coll_pairs pairs;             // of the class table, for collation; no memory of their own
+    coll_flat *weights;           // of LC_COLLATE
+    const portable_set *portable; // places of the portable characters; NULL: those of ASCII
+    unsigned copied;              // category_bit: data that another record owns
 };
 
 inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }

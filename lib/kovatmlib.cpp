@@ -1,5 +1,5 @@
 // Dates and times: the record of the LC_TIME category and the names of the calendars.
-#include "kovasetlc.h"
+#include "kovaportable.h"
 
 #include <string.h>
 
@@ -88,7 +88,7 @@ static int separator_bytes(const kovaloc *loc, ko_mchar_t *bytes) {
     const int wanted = has_characters(loc) ? multi_min_length(loc->ctype) : 1;
     const int n = wanted < 1 || wanted > 4 ? 1 : wanted;
     memset(bytes, 0, 4);
-    bytes[n - 1] = ';';
+    bytes[n - 1] = static_cast<ko_mchar_t>(native(loc, ';'));
     return n;
 }
 

@@ -12,8 +12,26 @@ struct calendar_name {
 };
 extern const calendar_name calendar_names[4];
 
-struct lera;     // a decoded era
-struct wc_tnode; // a node of a name tree
+struct wc_tnode; // a node of a name tree, see kovatree.h
+
+// A decoded era. Dates are of the locale's calendar, months from 1.
+struct lera {
+    int direction; // +1: years count forward from the start date; -1: backward
+    int offset;    // the era year of the start date
+    int start_day;
+    int start_month;
+    int start_year;
+    int end_day;
+    int end_month;
+    int end_year;
+    int end_time; // times direction above 0: the era has no end
+    ko_mchar_t *name;
+    ko_mchar_t *abbr;
+    ko_mchar_t *format;
+    ko_wchar_t *w_format;
+    ko_wchar_t *w_name;
+    ko_wchar_t *w_abbr;
+};
 
 struct ltime {
     int calendar;
@@ -53,9 +71,39 @@ struct ltime {
     ko_wchar_t **w_alt_digits;
     ko_mchar_t *alt_digits_info; // joined by ";", NULL without digits
     ko_wchar_t *w_alt_digits_info;
+    lera *decode_era; // era_count definitions taken apart
+    // Names by their wide characters, lower-cased; NULL: no names.
+    wc_tnode *abbr_day_cache;
+    wc_tnode *full_day_cache;
+    wc_tnode *abbr_mon_cache;
+    wc_tnode *full_mon_cache;
+    wc_tnode *abbr_era_cache;
+    wc_tnode *full_era_cache;
+    wc_tnode *alt_digits_cache;
+    wc_tnode *ampm_cache;
 };
 
 struct kovaloc;
+
+// Eras (kovatmlib_era.cpp).
+int decode_eras(kovaloc *loc); // from ltime's definitions; 0, -1 with the error word set
+void free_eras(ltime *t);
+int current_era(const lera *eras, int count, const ko_alt_tm_t *tm); // -1: none
+int check_bounds(const lera *era, int day, int month, int year);     // 0 within, else -1
+int era_offset(const lera *eras, int index, const ko_alt_tm_t *tm);
+
+// Calendars (kovatmcvt.cpp): numbers of ltime::calendar.
+enum { calendar_none = 0, calendar_gregorian = 1, calendar_hebrew = 2, calendar_islamic = 3 };
+// 0 stands for a locale without times, whose dates are Gregorian.
+inline bool is_gregorian(const ltime *t) {
+    return t->calendar == calendar_gregorian || t->calendar == calendar_none;
+}
+bool leap_year(int year); // Gregorian
+
+void alt_from_tm(ko_alt_tm_t *alt, const ko_tm_t *tm); // month index = month
+void tm_from_alt(ko_tm_t *tm, const ko_alt_tm_t *alt);
+
+constexpr int format_depth_max = 8; // formats inside formats
 
 // Frees what the record owns and clears it.
 void free_ltime(ltime *t);

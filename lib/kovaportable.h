@@ -1,0 +1,31 @@
+// Portable characters in the code set of a locale: formats and numbers are spelled in digits,
+// letters and signs that an EBCDIC code set has at places of its own.
+#ifndef KOVAPORTABLE_H
+#define KOVAPORTABLE_H
+
+#include "kovasetlc.h"
+
+struct portable_set {
+    uint16_t meaning[256];     // ASCII value of a wide value, 0x100 and more for all others
+    unsigned char native[128]; // wide value of an ASCII character
+};
+// The set of the record's code set by its class table; NULL for those that keep ASCII.
+const portable_set *portable_of(const kovaloc *loc);
+
+// The ASCII value of a portable character; a value of 0x80 and more for every other character.
+inline unsigned portable(const kovaloc *loc, unsigned wc) {
+    return !loc->portable ? wc : wc < 256 ? loc->portable->meaning[wc] : wc;
+}
+// The character of the locale's code set for an ASCII character.
+inline ko_wchar_t native(const kovaloc *loc, int ascii) {
+    return !loc->portable ? static_cast<ko_wchar_t>(ascii) : loc->portable->native[ascii & 0x7F];
+}
+
+bool wide_class(kovaloc *loc, ko_wchar_t wc, unsigned mask);
+// Whether a wide character has a class of the mask; stores no error.
+inline bool has_class(kovaloc *loc, ko_wchar_t wc, unsigned mask) {
+    if (loc->exp.sb_ctype_table) return wc < 256 && (loc->exp.sb_ctype_table[wc] & mask);
+    return wide_class(loc, wc, mask);
+}
+
+#endif

@@ -1,0 +1,39 @@
+// Trees of names, by their lower-cased characters: the shortest stored name at the front of a text
+// wins, on purpose.
+#ifndef KOVATREE_H
+#define KOVATREE_H
+
+#include "kovasetlc.h"
+
+struct wc_tnode {
+    ko_wchar_t c;    // lower-cased; 0 for the empty name
+    int val;         // of the name that ends here
+    int set;         // 1 when one does
+    wc_tnode *nextc; // the next character of names that share this prefix
+    wc_tnode *nextn; // another character at the same position
+};
+struct mb_tnode {
+    ko_mchar_t c;
+    int val;
+    int set;
+    mb_tnode *nextc;
+    mb_tnode *nextn;
+};
+
+// Insert a name, given in multibyte form, with its value; a later one wins. 0; -1 with KO_ENOMEM or
+// KO_EILSEQ.
+int cache_wc_string(kovaloc *loc, wc_tnode **root, const ko_mchar_t *string, int val);
+int cache_mb_string(kovaloc *loc, mb_tnode **root, const ko_mchar_t *string, int val);
+// Find the name at the front of a text: 0 with its length and value, or -1.
+int validate_wc_string(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *wcs, int *wcslen,
+                       int *val);
+int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs, int *mbslen,
+                       int *val);
+void free_wc_cache(wc_tnode *root);
+void free_mb_cache(mb_tnode *root);
+
+// The eight trees of a record's times. 0; -1 with the error word set.
+int build_name_trees(kovaloc *loc);
+void free_name_trees(ltime *t);
+
+#endif
