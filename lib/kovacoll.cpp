@@ -11,7 +11,7 @@ static inline bool inside_element(const coll_flat *flat, unsigned ch) {
 }
 
 static inline byte_text forward_text(const ko_mchar_t *s) { return {s}; }
-static inline wide_text forward_text(const ko_wchar_t *s) { return {s}; }
+static inline wide_forward forward_text(const ko_wchar_t *s) { return {s}; }
 static inline byte_back backward_text(const ko_mchar_t *begin, const ko_mchar_t *end) {
     return {end, begin};
 }

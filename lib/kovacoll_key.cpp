@@ -194,7 +194,7 @@ static void key_passes(const kovaloc *loc, Forward text, Back back, coll_sink *s
 }
 
 static void flat_key(const kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink) {
-    key_passes(loc, wide_text{text}, wide_back{text + len, text}, sink);
+    key_passes(loc, wide_forward{text}, wide_back{text + len, text}, sink);
 }
 
 static void flat_key(const kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink) {

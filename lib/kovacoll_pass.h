@@ -13,7 +13,7 @@ struct byte_text {
 struct byte_back {
     const ko_mchar_t *s, *begin;
 };
-struct wide_text {
+struct wide_forward {
     const ko_wchar_t *s;
 };
 struct wide_back {
@@ -33,7 +33,7 @@ struct pair_back {
 
 inline uint8_t take(byte_text &t) { return *t.s++; }
 inline uint8_t take(byte_back &t) { return t.s == t.begin ? uint8_t{0} : *--t.s; }
-inline ko_wchar_t take(wide_text &t) { return *t.s++; }
+inline ko_wchar_t take(wide_forward &t) { return *t.s++; }
 inline ko_wchar_t take(wide_back &t) { return t.s == t.begin ? ko_wchar_t{0} : *--t.s; }
 inline ko_wchar_t take(mb_text &t) {
     const unsigned first = *t.s++;
