@@ -27,19 +27,22 @@ static constexpr struct {
 
 constexpr ko_ctype_t first_user_class = 0x0800;
 
+ko_ctype_t user_class(const kovaloc *loc, const char *name) {
+    for (int i = 0; loc->user_bits && i < loc->num_user_bits; ++i) {
+        const user_bit &bit = loc->user_bits[i];
+        if (!bit.name || strcmp(name, bit.name) != 0) continue;
+        return bit.bitpos < 21 ? first_user_class << bit.bitpos : 0;
+    }
+    return 0;
+}
+
 // Standard names come first, on purpose: a locale cannot redefine them.
 ko_ctype_t ko_ctype(ko_lc_t loc, const char *name) {
     if (!name) return 0;
     for (const auto &row : standard_classes) {
         if (!strcmp(name, row.name)) return row.mask;
     }
-    const kovaloc *r = record(loc);
-    for (int i = 0; r->user_bits && i < r->num_user_bits; ++i) {
-        const user_bit &bit = r->user_bits[i];
-        if (!bit.name || strcmp(name, bit.name) != 0) continue;
-        return bit.bitpos < 21 ? first_user_class << bit.bitpos : 0;
-    }
-    return 0;
+    return user_class(record(loc), name);
 }
 
 static ko_ctype_t mask_at(const void *item) {

@@ -16,6 +16,9 @@ struct conv_elem { // case partners of one character, 0 for none
 
 struct kovaloc;
 
+// The mask of a class that the locale defines, 0 without it.
+ko_ctype_t user_class(const kovaloc *loc, const char *name);
+
 // A single-byte case table cut into its 16 rows of 16 bytes, for mapping many bytes at once. It
 // serves only as long as the record still has the table it was made from.
 struct case_rows {

@@ -1,7 +1,20 @@
 // Steps through multibyte strings and their terminators.
-#include "kovambwc.h"
+#include "kovastr.h"
 
 #include <string.h>
+
+text_char by_tree::at(const unit *s) const {
+    if (ko_ismbsterm(loc, s)) return {0, 0, 0};
+    text_char c = {0, 0, 0};
+    const void *item = retrieve_text_multi(s, loc->ctype, &c.units, head(loc));
+    if (!item) return {-1, 0, 0};
+    for (int i = 0; i < c.units; ++i)
+        c.wide = (c.wide << 8 | s[i]) & 0xFFFF;
+    uint16_t classes;
+    memcpy(&classes, item, sizeof classes);
+    c.classes = classes;
+    return c;
+}
 
 int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
     if (!mb) return fail(loc, KO_ENULL, 0);
