@@ -1,0 +1,45 @@
+// Between multibyte texts and the wide engines of numbers, money and time.
+#include "kovambwc.h"
+
+wide_text::~wide_text() { free_ptr(block); }
+
+int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
+    const int len = loc->exp.mbstowcs(loc, text->local, mbs, wide_text_room);
+    if (len < 0) return -1;
+    if (len < wide_text_room) {
+        text->p = text->local;
+        return len;
+    }
+    const int room = ko_mbsbytes(loc, mbs); // terminator included: no fewer than the characters
+    if (!room) return fail(loc, KO_EILSEQ, -1);
+    text->block =
+        static_cast<ko_wchar_t *>(ko_ext_malloc(static_cast<size_t>(room) * sizeof(ko_wchar_t)));
+    if (!text->block) return fail(loc, KO_ENOMEM, -1);
+    const int all = loc->exp.mbstowcs(loc, text->block, mbs, room);
+    if (all < 0) return -1;
+    text->p = text->block;
+    return all;
+}
+
+// Bytes of a text before its terminator, as far as its characters have bytes.
+static int64_t narrow_size(const kovaloc *loc, const ko_wchar_t *wcs) {
+    const int least = terminator_len(loc);
+    const int most = least < 2 && !loc->exp.single_byte ? 2 : least;
+    int64_t size = 0;
+    for (; *wcs; ++wcs)
+        size += *wcs > 0xFF ? most : least;
+    return size;
+}
+
+int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
+    const int64_t size = narrow_size(loc, wcs);
+    if (max_bytes < 0) return size ? fail(loc, KO_E2BIG, -1) : 0;
+    ko_mbsterm(loc, out); // empty after a failure
+    if (size > max_bytes) return fail(loc, KO_E2BIG, -1);
+    const int64_t room = size + terminator_len(loc);
+    const int limit = room < INT32_MAX ? static_cast<int>(room) : INT32_MAX;
+    const int written = loc->exp.single_byte ? is_wcstombs(loc, out, wcs, limit)
+                                             : ko_full_wcstombs(loc, out, wcs, limit);
+    if (written < 0) ko_mbsterm(loc, out);
+    return written;
+}
