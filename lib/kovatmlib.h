@@ -81,6 +81,7 @@ struct ltime {
     wc_tnode *full_era_cache;
     wc_tnode *alt_digits_cache;
     wc_tnode *ampm_cache;
+    wc_tnode *name_nodes; // the block of all their nodes
 };
 
 struct kovaloc;

@@ -20,8 +20,8 @@ struct mb_tnode {
     mb_tnode *nextn;
 };
 
-// Insert a name, given in multibyte form, with its value; a later one wins. 0; -1 with KO_ENOMEM or
-// KO_EILSEQ.
+// Insert a name, given in multibyte form, with its value; a later one wins. Each node is a block of
+// its own. 0; -1 with KO_ENOMEM or KO_EILSEQ.
 int cache_wc_string(kovaloc *loc, wc_tnode **root, const ko_mchar_t *string, int val);
 int cache_mb_string(kovaloc *loc, mb_tnode **root, const ko_mchar_t *string, int val);
 // Find the name at the front of a text: 0 with its length and value, or -1.
@@ -32,7 +32,17 @@ int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs
 void free_wc_cache(wc_tnode *root);
 void free_mb_cache(mb_tnode *root);
 
-// The eight trees of a record's times. 0; -1 with the error word set.
+// Where a look-up ended: the node of the name, NULL for none; the characters that the name takes;
+// and those that were looked at and matched, which may be more.
+struct wc_found {
+    const wc_tnode *node;
+    int len;
+    int seen;
+};
+wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
+
+// The eight trees of a record's times, by its wide names, their nodes in one block. 0; -1 with the
+// error word set.
 int build_name_trees(kovaloc *loc);
 void free_name_trees(ltime *t);
 
