@@ -1,5 +1,6 @@
 // Dates and times: the record of the LC_TIME category and the names of the calendars.
 #include "kovaportable.h"
+#include "kovatree.h"
 
 #include <string.h>
 
@@ -56,6 +57,7 @@ template <class T> static void drop_all(T **list, int count) {
 }
 
 static void free_wide(ltime *t) {
+    free_name_trees(t);
     for (const time_string &s : time_strings)
         drop(t->*s.wcs);
     for (const time_list &l : time_lists) {
@@ -68,6 +70,7 @@ static void free_wide(ltime *t) {
 }
 
 void free_ltime(ltime *t) {
+    free_eras(t);
     free_wide(t);
     for (const time_string &s : time_strings)
         drop(t->*s.mbs);
@@ -151,5 +154,45 @@ int derive_ltime(kovaloc *loc) {
         widen_list(loc, t->am_pm, 2, t->w_am_pm)) {
         return -1;
     }
-    return widen_lists(loc);
+    if (widen_lists(loc)) return -1;
+    return decode_eras(loc) ? -1 : build_name_trees(loc);
+}
+
+// ---- Records of a time --------------------------------------------------------------------------
+
+bool leap_year(int year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
+
+void alt_from_tm(ko_alt_tm_t *alt, const ko_tm_t *tm) {
+    *alt = {
+        .alt_tm_usec = tm->tm_usec,
+        .alt_tm_sec = tm->tm_sec,
+        .alt_tm_min = tm->tm_min,
+        .alt_tm_hour = tm->tm_hour,
+        .alt_tm_mday = tm->tm_mday,
+        .alt_tm_mon = tm->tm_mon,
+        .alt_tm_monidx = tm->tm_mon,
+        .alt_tm_year = tm->tm_year,
+        .alt_tm_wday = tm->tm_wday,
+        .alt_tm_yday = tm->tm_yday,
+        .alt_tm_isdst = tm->tm_isdst,
+        .alt_tm_zone = tm->tm_zone,
+        .alt_tm_gmtoff = tm->tm_gmtoff,
+    };
+}
+
+void tm_from_alt(ko_tm_t *tm, const ko_alt_tm_t *alt) {
+    *tm = {
+        .tm_usec = alt->alt_tm_usec,
+        .tm_sec = alt->alt_tm_sec,
+        .tm_min = alt->alt_tm_min,
+        .tm_hour = alt->alt_tm_hour,
+        .tm_mday = alt->alt_tm_mday,
+        .tm_mon = alt->alt_tm_mon,
+        .tm_year = alt->alt_tm_year,
+        .tm_wday = alt->alt_tm_wday,
+        .tm_yday = alt->alt_tm_yday,
+        .tm_isdst = alt->alt_tm_isdst,
+        .tm_zone = alt->alt_tm_zone,
+        .tm_gmtoff = alt->alt_tm_gmtoff,
+    };
 }

@@ -269,7 +269,8 @@ TEST(SetLocale, RebuildsWhatDependsOnTheCodeSet) {
         EXPECT_EQ(loc->exp.mbstowcs, im_mbstowcs);
         EXPECT_EQ(loc->exp.sb_ctype_table, nullptr);
         EXPECT_EQ(loc->exp.sb_toupper_table, nullptr);
-        EXPECT_EQ(wide(ko_wc_nl_langinfo(loc, KO_ERA)), u"+:1:x:y:Era;-:1:x:z:Eold");
+        EXPECT_EQ(wide(ko_wc_nl_langinfo(loc, KO_ERA)),
+                  u"+:1:1990/01/08:+*:Era:%EC %Ey;-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
         EXPECT_EQ(wide(ko_localeconv(loc)->w_currency_symbol), u"E");
         EXPECT_EQ(wide(ko_localeconv(loc)->w_grouping), u"\3\2");
     }

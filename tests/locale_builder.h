@@ -100,7 +100,8 @@ inline void add_conventions(locale_object *object, bool wide = false) {
         time += str("month" + std::to_string(i));
     for (const char *text : {"dt", "d", "t", "am", "pm", "tap"})
         time += str(text);
-    time += "2\n" + str("+:1:x:y:Era") + str("-:1:x:z:Eold");
+    time += "2\n" + str("+:1:1990/01/08:+*:Era:%EC %Ey") +
+            str("-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
     for (const char *text : {"ed", "et", "edt"})
         time += str(text);
     time += "3\n" + str("zero") + str("one") + str("two");
