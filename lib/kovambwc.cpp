@@ -56,20 +56,8 @@ int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_by
 }
 
 int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc) {
-    const ko_mchar_t bytes[4] = {0, 0, static_cast<ko_mchar_t>(wc >> 8),
-                                 static_cast<ko_mchar_t>(wc & 0xFF)};
-    int n = table ? table->min_char_len : 0;
-    if (n < 2 && wc > 0xFF) n = 2;
-    if (n < 1 || n > 4) return fail(loc, KO_EILSEQ, -1);
-    const multi_arr *node = table_root(table);
-    for (int i = 4 - n; i < 4; ++i) {
-        if (node_flag(node, bytes[i]) != (i < 3 ? mb_prefix : mb_final)) {
-            return fail(loc, KO_EILSEQ, -1);
-        }
-        *dst++ = bytes[i];
-        if (i < 3) node = node_child(node, bytes[i]);
-    }
-    return n;
+    const int n = wide_to_bytes(table, dst, wc);
+    return n > 0 ? n : fail(loc, KO_EILSEQ, -1);
 }
 
 // Writes the bytes of a wide value and returns their number; 0, with nothing written, for a value

@@ -291,6 +291,21 @@ void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table) {
     return item_of(t, node, bytes[3]);
 }
 
+int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc) {
+    const ko_mchar_t bytes[4] = {0, 0, static_cast<ko_mchar_t>(wc >> 8),
+                                 static_cast<ko_mchar_t>(wc & 0xFF)};
+    int n = table ? table->min_char_len : 0;
+    if (n < 2 && wc > 0xFF) n = 2;
+    if (n < 1 || n > 4) return 0;
+    const multi_arr *node = table_root(table);
+    for (int i = 4 - n; i < 4; ++i) {
+        if (node_flag(node, bytes[i]) != (i < 3 ? mb_prefix : mb_final)) return 0;
+        *dst++ = bytes[i];
+        if (i < 3) node = node_child(node, bytes[i]);
+    }
+    return n;
+}
+
 int multi_max_length(void *table) { return table_of(table)->max_char_len; }
 
 int multi_min_length(void *table) { return table_of(table)->min_char_len; }

@@ -49,6 +49,10 @@ inline const multi_arr *node_child(const multi_arr *node, unsigned byte) {
     return node->next_arr ? node->next_arr[node->offset_arr[byte]] : nullptr;
 }
 
+// Writes the bytes of a wide value that is a character of the table, at most four. Returns their
+// number, 0 for no character.
+int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
+
 // Steps of building and freeing that the reader of the text form shares. Each create_ gives a node
 // the array it lacks and counts it in the table; NULL without memory.
 multi_arr *create_arr(void);
