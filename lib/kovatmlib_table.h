@@ -1,0 +1,247 @@
+// The directives of times, a row each, for formatting, measuring and reading.
+#ifndef KOVATMLIB_TABLE_H
+#define KOVATMLIB_TABLE_H
+
+#include "kovaportable.h"
+#include "kovatmlib_parse.h"
+
+#include <array>
+
+enum class time_kind : uint8_t {
+    unit,       // a character: the first of parts
+    name,       // a name of the locale
+    number,     // the value of a field
+    day,        // the same with one blank before a single digit
+    fraction,   // of a second; a digit may follow the letter
+    parts,      // numbers by their letters, with signs between them
+    format,     // a format of the locale
+    era_name,   //
+    era_year,   // the year within the era
+    era_format, // the format of the era itself
+    forms,      // "E", "O", "i": a further letter follows
+};
+
+// What a number, or the index of a name, makes of its field.
+enum class time_view : uint8_t {
+    plain,
+    century,
+    short_year,
+    full_year,
+    hour12,
+    weekday7,
+    half_day,
+    month_index, // of the name of the month
+};
+
+struct time_names {
+    ko_wchar_t *const *names; // NULL: none; each may be NULL
+    int count;
+};
+inline time_names short_days(const ltime *t) { return {t->w_abday, 7}; }
+inline time_names long_days(const ltime *t) { return {t->w_day, 7}; }
+inline time_names short_months(const ltime *t) { return {t->w_abmon, t->abmon_count}; }
+inline time_names long_months(const ltime *t) { return {t->w_mon, t->mon_count}; }
+inline time_names day_halves(const ltime *t) { return {t->w_am_pm, 2}; }
+
+constexpr int by_months = -1; // the upper limit is what the locale's months make it
+
+// How a number is read.
+struct time_reading {
+    int time_info::*field;
+    unsigned set; // bits of time_info::set
+    unsigned clear;
+    ko_errnum missing;
+    ko_errnum range;
+    int lo, hi;           // of the number
+    int bias;             // taken off it
+    int time_info::*type; // NULL: none
+    int type_value;
+};
+
+struct time_directive {
+    char letter;
+    time_kind kind;
+    bool alternative;        // is there in the locale's digits, too: "%O"
+    int ko_alt_tm_t::*field; // of the value, of the index of a name
+    int lo, hi;              // of the field in formatting
+    ko_errnum error;         // out of that range; KO_OK: not checked
+    time_view view;
+    int bias;    // added to the field
+    int digits;  // at least; below 0: no such default
+    int largest; // value that is written, 0: by the locale's months
+    const char *parts;
+    time_names (*names)(const ltime *t);
+    ko_wchar_t *ltime::*format;
+    ko_wchar_t *lera::*era;
+    time_reading reading;
+};
+
+// clang-format off
+inline constexpr time_reading read_century = {&time_info::century,   seen_century,   0,           KO_EYEAR,  KO_EYEARRANGE,  0, 99,        0,    &time_info::year_type, year_short};
+inline constexpr time_reading read_short   = {&time_info::year_off,  seen_year_off,  0,           KO_EYEAR,  KO_ERANGE,      0, 99,        0,    &time_info::year_type, year_short};
+inline constexpr time_reading read_year    = {&time_info::full_year, seen_full_year, 0,           KO_EYEAR,  KO_ERANGE,      0, 9999,      1900, &time_info::year_type, year_full};
+inline constexpr time_reading read_mday    = {&time_info::month_day, seen_month_day, 0,           KO_EDAY,   KO_EDAYRANGE,   1, 31,        0,    nullptr, 0};
+inline constexpr time_reading read_month   = {&time_info::mon,       seen_mon,       seen_monidx, KO_EMONTH, KO_EMONTHRANGE, 1, by_months, 1,    nullptr, 0};
+inline constexpr time_reading read_yday    = {&time_info::year_day,  seen_year_day,  0,           KO_EYDAY,  KO_EYDAYRANGE,  1, 366,       1,    nullptr, 0};
+inline constexpr time_reading read_wday7   = {&time_info::week_day,  seen_week_day,  0,           KO_EWDAY,  KO_EWDAYRANGE,  1, 7,         0,    nullptr, 0};
+inline constexpr time_reading read_wday    = {&time_info::week_day,  seen_week_day,  0,           KO_EWDAY,  KO_ERANGE,      0, 6,         0,    nullptr, 0};
+inline constexpr time_reading read_hour    = {&time_info::hour24,    seen_hour24,    0,           KO_EHOUR,  KO_EHOURRANGE,  0, 23,        0,    &time_info::hour_type, clock_24};
+inline constexpr time_reading read_hour12  = {&time_info::hour12,    seen_hour12,    0,           KO_EHOUR,  KO_EHOURRANGE,  1, 12,        0,    &time_info::hour_type, clock_12};
+inline constexpr time_reading read_minute  = {&time_info::minute,    seen_minute,    0,           KO_EMIN,   KO_EMINRANGE,   0, 59,        0,    nullptr, 0};
+inline constexpr time_reading read_second  = {&time_info::second,    seen_second,    0,           KO_ESEC,   KO_ESECRANGE,   0, 61,        0,    nullptr, 0};
+// clang-format on
+
+// The numbers of eras and the year of the record count from 1900.
+constexpr int year_bias = 1900, year_max = 9999 - year_bias;
+
+constexpr time_directive unit_row(char letter, const char *unit) {
+    return {.letter = letter, .kind = time_kind::unit, .parts = unit};
+}
+constexpr time_directive parts_row(char letter, const char *parts) {
+    return {.letter = letter, .kind = time_kind::parts, .alternative = true, .parts = parts};
+}
+constexpr time_directive format_row(char letter, ko_wchar_t *ltime::*format) {
+    return {.letter = letter, .kind = time_kind::format, .format = format};
+}
+constexpr time_directive forms_row(char letter) {
+    return {.letter = letter, .kind = time_kind::forms};
+}
+constexpr time_directive name_row(char letter, time_names (*names)(const ltime *t),
+                                  int ko_alt_tm_t::*field, int hi, ko_errnum error,
+                                  time_view view = time_view::plain) {
+    return {.letter = letter,
+            .kind = time_kind::name,
+            .field = field,
+            .hi = hi,
+            .error = error,
+            .view = view,
+            .names = names};
+}
+constexpr time_directive number_row(char letter, int ko_alt_tm_t::*field, int lo, int hi,
+                                    ko_errnum error, int digits, int largest,
+                                    const time_reading &reading, int bias = 0,
+                                    time_view view = time_view::plain) {
+    return {.letter = letter,
+            .kind = time_kind::number,
+            .alternative = true,
+            .field = field,
+            .lo = lo,
+            .hi = hi,
+            .error = error,
+            .view = view,
+            .bias = bias,
+            .digits = digits,
+            .largest = largest,
+            .reading = reading};
+}
+constexpr time_directive year_row(char letter, ko_errnum error, int digits, int largest,
+                                  const time_reading &reading, time_view view) {
+    return number_row(letter, &ko_alt_tm_t::alt_tm_year, -year_bias, year_max, error, digits,
+                      largest, reading, 0, view);
+}
+constexpr time_directive day_row(char letter, time_kind kind, int digits) {
+    time_directive row =
+        number_row(letter, &ko_alt_tm_t::alt_tm_mday, 1, 99, KO_EDAYRANGE, digits, 99, read_mday);
+    row.kind = kind;
+    return row;
+}
+constexpr time_directive fraction_row() { return {.letter = 'F', .kind = time_kind::fraction}; }
+constexpr time_directive era_row(char letter, time_kind kind, ko_wchar_t *lera::*text) {
+    return {.letter = letter, .kind = kind, .digits = -1, .era = text};
+}
+
+inline constexpr time_directive time_directives[] = {
+    unit_row('%', "%"),
+    unit_row('n', "\n"),
+    unit_row('t', "\t"),
+    name_row('a', short_days, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
+    name_row('A', long_days, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
+    name_row('b', short_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+             time_view::month_index),
+    name_row('h', short_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+             time_view::month_index),
+    name_row('B', long_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+             time_view::month_index),
+    name_row('p', day_halves, &ko_alt_tm_t::alt_tm_hour, 23, KO_EHOUR, time_view::half_day),
+    format_row('c', &ltime::w_d_t_fmt),
+    format_row('r', &ltime::w_t_fmt_ampm),
+    format_row('x', &ltime::w_d_fmt),
+    format_row('X', &ltime::w_t_fmt),
+    parts_row('D', "m/d/y"),
+    parts_row('R', "H:M"),
+    parts_row('T', "H:M:S"),
+    forms_row('E'),
+    forms_row('O'),
+    forms_row('i'),
+    year_row('C', KO_EYEARRANGE, -1, 99, read_century, time_view::century),
+    year_row('g', KO_EYEARRANGE, -1, 99, read_century, time_view::century),
+    year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
+    year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year),
+    day_row('d', time_kind::number, 2),
+    day_row('e', time_kind::day, -1),
+    fraction_row(),
+    number_row('H', &ko_alt_tm_t::alt_tm_hour, 0, 23, KO_EHOUR, 2, 23, read_hour),
+    number_row('I', &ko_alt_tm_t::alt_tm_hour, 0, 23, KO_EHOUR, 2, 12, read_hour12, 0,
+               time_view::hour12),
+    number_row('j', &ko_alt_tm_t::alt_tm_yday, 0, 365, KO_EYDAY, 3, 366, read_yday, 1),
+    number_row('m', &ko_alt_tm_t::alt_tm_mon, 0, by_months, KO_EMONTHRANGE, 2, 0, read_month, 1),
+    number_row('M', &ko_alt_tm_t::alt_tm_min, 0, 59, KO_EMIN, 2, 59, read_minute),
+    number_row('S', &ko_alt_tm_t::alt_tm_sec, 0, 61, KO_ESEC, 2, 61, read_second),
+    number_row('u', &ko_alt_tm_t::alt_tm_wday, 0, 6, KO_EWDAYRANGE, 2, 7, read_wday7, 0,
+               time_view::weekday7),
+    number_row('w', &ko_alt_tm_t::alt_tm_wday, 0, 6, KO_EWDAYRANGE, 2, 6, read_wday),
+};
+// Behind "E", in a locale with eras.
+inline constexpr time_directive era_directives[] = {
+    era_row('C', time_kind::era_name, &lera::w_name),
+    era_row('g', time_kind::era_name, &lera::w_abbr),
+    era_row('y', time_kind::era_year, nullptr),
+    era_row('Y', time_kind::era_format, &lera::w_format),
+    format_row('c', &ltime::w_era_d_t_fmt),
+    format_row('x', &ltime::w_era_d_fmt),
+    format_row('X', &ltime::w_era_t_fmt),
+};
+// Behind "i".
+inline constexpr time_directive index_directives[] = {
+    fraction_row(), // with a point before it
+    year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year),
+    year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
+};
+
+// Rows by letter; NULL: none.
+using time_rows = std::array<const time_directive *, 128>;
+template <size_t n> constexpr time_rows rows_of(const time_directive (&table)[n]) {
+    time_rows rows = {};
+    for (const time_directive &row : table)
+        rows[static_cast<unsigned char>(row.letter)] = &row;
+    return rows;
+}
+inline constexpr time_rows time_by_letter = rows_of(time_directives);
+inline constexpr time_rows era_by_letter = rows_of(era_directives);
+inline constexpr time_rows index_by_letter = rows_of(index_directives);
+
+// The row of a character of the format. ascii: by portable.
+inline const time_directive *find_directive(const time_rows &rows, unsigned ascii) {
+    return ascii < 128 ? rows[ascii] : nullptr;
+}
+
+// A locale without times has the twelve months of everybody, without names.
+inline int month_count(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
+inline bool has_eras(const ltime *t) { return t->decode_era && t->era_count > 0; }
+// Fewer than two digits make no numbers.
+inline bool has_alt_digits(const ltime *t) { return t->w_alt_digits && t->max_alt_digits >= 2; }
+
+// A directive as a format spells it.
+struct time_spec {
+    const time_directive *row;
+    format_modifiers m;  // a digit behind "F" has raised the width
+    bool alternative;    // in the locale's digits
+    bool pointed;        // "%iF"
+    int fraction_digits; // behind "F"; -1: none
+    bool bad_fraction;   // the error is such a digit above 5
+};
+// Reads a directive from behind its "%" and moves *format behind it. 0; or KO_EDIRECTIVE for what
+// is no directive and for values that would be arguments, KO_EFORMAT, KO_EPRECISION.
+int scan_directive(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec);
+
+#endif
