@@ -2,26 +2,8 @@
 #include "kovasetlc.h"
 #include "locale_builder.h"
 
-struct info_locale {
-    ko_lc_t handle = nullptr;
-    explicit info_locale(const locale_object &object) {
-        env_hooks env;
-        file_hooks files;
-        files.files[std::string(object_path) + "x.lco"] = object.str();
-        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
-        char *setting = ko_setlocale_2(handle, KO_LC_ALL, "x.lco");
-        EXPECT_NE(setting, nullptr);
-        ko_destroystring(setting);
-        EXPECT_EQ(error(), 0);
-    }
-    ~info_locale() { ko_lc_unload(handle); }
-    info_locale(const info_locale &) = delete;
-    operator ko_lc_t() const { return handle; }
-    int error() const { return *ko_ext_errno(handle); }
-};
-
 TEST(LocaleInfo, AnswersEveryItemInBothForms) {
-    const info_locale loc(single_byte_object());
+    const loaded_locale loc(single_byte_object());
     static const struct {
         unsigned item;
         const char *want;
@@ -67,7 +49,7 @@ TEST(LocaleInfo, AnswersEveryItemInBothForms) {
 }
 
 TEST(LocaleInfo, KnowsTheMonthsOfItsCalendar) {
-    const info_locale loc(single_byte_object()); // 13 names, 12 short ones
+    const loaded_locale loc(single_byte_object()); // 13 names, 12 short ones
     static const struct {
         unsigned item;
         int error;
@@ -111,7 +93,7 @@ TEST(LocaleInfo, HasNothingForAnEmptyLocale) {
 }
 
 TEST(LocaleInfo, GivesTheConventionsInTheirLconvForm) {
-    const info_locale loc(double_byte_object(true));
+    const loaded_locale loc(double_byte_object(true));
     const koconv *conv = ko_localeconv(loc);
     EXPECT_EQ(wide(conv->w_decimal_point), u",");
     EXPECT_EQ(std::string(conv->decimal_point, 4), std::string("\0,\0\0", 4));
@@ -130,7 +112,7 @@ TEST(LocaleInfo, GivesTheConventionsInTheirLconvForm) {
 TEST(LocaleInfo, WidensGroupSizesThatAreNoCharacters) {
     locale_object object = double_byte_object(true);
     object.numeric = field(encoded(",", true)) + "0\n4 3 0 -1 200\n0\n0\n";
-    const info_locale loc(object);
+    const loaded_locale loc(object);
     EXPECT_EQ(std::string(ko_localeconv(loc)->grouping, 4), std::string("\3\0\x7F\x7F", 4));
     EXPECT_EQ(ko_localeconv(loc)->w_grouping[0], 3);
 }

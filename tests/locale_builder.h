@@ -100,8 +100,7 @@ inline void add_conventions(locale_object *object, bool wide = false) {
         time += str("month" + std::to_string(i));
     for (const char *text : {"dt", "d", "t", "am", "pm", "tap"})
         time += str(text);
-    time += "2\n" + str("+:1:1990/01/08:+*:Era:%EC %Ey") +
-            str("-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
+    time += "2\n" + str("+:1:1990/01/08:+*:Era:%EC %Ey") + str("-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
     for (const char *text : {"ed", "et", "edt"})
         time += str(text);
     time += "3\n" + str("zero") + str("one") + str("two");
@@ -189,5 +188,24 @@ inline locale_object double_byte_object(bool wide) {
 constexpr char object_path[] = "c:\\vantor\\kova\\lc11\\";
 constexpr const char *environment_names[] = {
     "", "KO_ALL", "KO_CTYPE", "KO_COLLATE", "KO_NUMERIC", "KO_MONETARY", "KO_TIME", "KO_MESSAGES"};
+
+// A record with an object in all its categories, given back at the end.
+struct loaded_locale {
+    ko_lc_t handle = nullptr;
+    explicit loaded_locale(const locale_object &object) {
+        env_hooks env;
+        file_hooks files;
+        files.files[std::string(object_path) + "x.lco"] = object.str();
+        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
+        char *setting = ko_setlocale_2(handle, KO_LC_ALL, "x.lco");
+        EXPECT_NE(setting, nullptr);
+        ko_destroystring(setting);
+        EXPECT_EQ(error(), 0);
+    }
+    ~loaded_locale() { ko_lc_unload(handle); }
+    loaded_locale(const loaded_locale &) = delete;
+    operator ko_lc_t() const { return handle; }
+    int error() const { return *ko_ext_errno(handle); }
+};
 
 #endif
