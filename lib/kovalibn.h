@@ -27,7 +27,7 @@ wide_symbol decimal_symbol(const kovaloc *loc);
 
 // Whether the symbol stands at the start of a text of at most most units.
 template <class Unit> inline bool symbol_at(const Unit *text, int most, const wide_symbol &symbol) {
-    if (!symbol.len || text[0] != symbol.units[0] || most < symbol.len) return false;
+    if (!symbol.len || most < symbol.len || text[0] != symbol.units[0]) return false;
     for (int i = 1; i < symbol.len; ++i)
         if (text[i] != symbol.units[i]) return false;
     return true;

@@ -1,0 +1,380 @@
+// Integers: reading and writing under a locale, and the steps that reals share.
+#include "kovalibn_text.h"
+
+#include "kovambwc.h"
+
+#include <errno.h>
+#include <limits.h>
+
+// ---- Symbols ------------------------------------------------------------------------------------
+
+static wide_symbol readable(const kovaloc *loc, const ko_mchar_t *mbs, const ko_wchar_t *wcs) {
+    if (!mbs || !wcs) return {nullptr, 0};
+    int len = 0;
+    while (wcs[len])
+        ++len;
+    if (terminator_len(loc) > 1) return {wcs, len};
+    const void *bytes = mbs;
+    const bool alike = strlen(static_cast<const char *>(bytes)) == static_cast<size_t>(len);
+    return {wcs, alike ? len : 0};
+}
+
+wide_symbol group_separator(const kovaloc *loc, int mode) {
+    const monum *m = &loc->monum_info;
+    if (mode == mode_number) return readable(loc, m->thousands_sep, m->w_thousands_sep);
+    if (mode == mode_money) return readable(loc, m->mon_thousands_sep, m->w_mon_thousands_sep);
+    return {nullptr, 0};
+}
+
+wide_symbol decimal_symbol(const kovaloc *loc) {
+    return readable(loc, loc->monum_info.decimal_point, loc->monum_info.w_decimal_point);
+}
+
+int ko_iswcthsep(const kovaloc *loc, const ko_wchar_t *text, int most, int mode) {
+    const wide_symbol separator = group_separator(loc, mode);
+    return symbol_at(text, most, separator) ? separator.len : 0;
+}
+
+int ko_iswcdecml(const kovaloc *loc, const ko_wchar_t *text, int most) {
+    const wide_symbol symbol = decimal_symbol(loc);
+    return symbol_at(text, most, symbol) ? symbol.len : 0;
+}
+
+int check_groups(const group_lengths &groups, const int *grouping) {
+    int left = groups.separators + 1;
+    if (!grouping || grouping[0] < 1) return left;
+    for (int size = 1; left > 0 && grouping[size] > 0; --left) {
+        const int len = groups.len[left - 1];
+        if (left == 1 ? len > grouping[size] : len != grouping[size]) return -1;
+        if (size < grouping[0]) ++size;
+    }
+    return left;
+}
+
+int grouped_run(const kovaloc *loc, const ko_wchar_t *text, int most, int base) {
+    const wide_symbol separator = group_separator(loc, mode_number);
+    int run = 0; // up to the last digit
+    for (int i = 0; i < most && text[i];) {
+        if (digit_of(loc, text[i]) < static_cast<unsigned>(base)) {
+            run = ++i;
+        } else if (i && symbol_at(text + i, most - i, separator)) {
+            i += separator.len;
+        } else {
+            break;
+        }
+    }
+    return run;
+}
+
+// ---- Reading integers ---------------------------------------------------------------------------
+
+struct integer {
+    uint64_t magnitude; // beyond 32 bits it only tells that it is
+    bool negative;
+    bool over; // the result was clamped
+};
+
+static uint64_t with_digit(uint64_t magnitude, unsigned base, unsigned digit) {
+    return magnitude < (uint64_t{1} << 40) ? magnitude * base + digit : magnitude;
+}
+
+// Moves *i behind a prefix that a digit follows and returns the base that it leaves.
+template <class Unit> static int base_at(const number_text<Unit> &t, int *i, int base) {
+    if ((base && base != 16) || at(t, *i) != '0') return base ? base : 10;
+    if ((at(t, *i + 1) | 0x20) == 'x' && digit_at(t, *i + 2) < 16) {
+        *i += 2;
+        return 16;
+    }
+    return base ? base : 8;
+}
+
+// Units read from place i on; 0: no digits, -1: too many.
+template <class Unit>
+static int plain_digits(const number_text<Unit> &t, int i, int base, uint64_t *magnitude) {
+    const int start = i;
+    const auto radix = static_cast<unsigned>(base_at(t, &i, base));
+    const int first = i;
+    uint64_t value = 0;
+    for (unsigned digit; (digit = digit_at(t, i)) < radix; ++i)
+        value = with_digit(value, radix, digit);
+    *magnitude = value;
+    return i == first ? 0 : i - start < number_room ? i - start : -1;
+}
+
+// The same for grouped digits, which are the whole rest of the text. Behind the groups that the
+// grouping knows a separator ends the number.
+template <class Unit>
+static int grouped_digits(const number_text<Unit> &t, int start, int base, uint64_t *magnitude) {
+    const wide_symbol separator = group_separator(t.loc, mode_number);
+    int i = start;
+    const auto radix = static_cast<unsigned>(base_at(t, &i, base));
+    group_lengths groups;
+    uint64_t value = 0, head_value = 0;
+    int head = start, group_start = start;
+    for (;;) {
+        if (i - start >= number_room) return -1;
+        const unsigned digit = digit_at(t, i);
+        if (digit < radix) {
+            value = with_digit(value, radix, digit);
+            ++i;
+            continue;
+        }
+        groups.len[groups.separators] = static_cast<uint16_t>(i - group_start);
+        if (!at(t, i)) break;
+        const int len = symbol_len_at(t, i, separator);
+        if (!len) return -1;
+        if (!groups.separators++) head = i, head_value = value;
+        i += len;
+        group_start = i;
+    }
+    const int beyond = check_groups(groups, grouping_of(t.loc, mode_number, separator));
+    if (beyond < 0) return -1;
+    *magnitude = beyond > 1 ? head_value : value;
+    return (beyond > 1 ? head : i) - start;
+}
+
+template <class Unit>
+static int read_integer(const number_text<Unit> &t, int base, bool grouping, integer *result) {
+    *result = {};
+    if (base < 0 || base == 1 || base > 36) {
+        errno = EINVAL;
+        return 0;
+    }
+    const int white = white_len(t);
+    int i = white;
+    if (const unsigned c = at(t, i); is_sign(c)) {
+        result->negative = c == '-';
+        ++i;
+    } else if (takes_for_sign(t, i)) {
+        return 0;
+    }
+    const int read = grouping ? grouped_digits(t, i, base, &result->magnitude)
+                              : plain_digits(t, i, base, &result->magnitude);
+    // The sign counts: 255 digits and a sign are too many.
+    if (read < 0 || (!grouping && i - white + read >= number_room))
+        return fail(t.loc, KO_EINVAL, -1);
+    return read ? i + read : 0;
+}
+
+static ko_long_t signed_value(const integer &n) {
+    const uint64_t most = uint64_t{INT32_MAX} + n.negative;
+    if (n.magnitude > most) {
+        errno = ERANGE;
+        return n.negative ? INT32_MIN : INT32_MAX;
+    }
+    const auto value = static_cast<int64_t>(n.magnitude);
+    return static_cast<ko_long_t>(n.negative ? -value : value);
+}
+
+static ko_ulong_t unsigned_value(const integer &n) {
+    if (n.magnitude > UINT32_MAX) {
+        errno = ERANGE;
+        return UINT32_MAX;
+    }
+    return static_cast<ko_ulong_t>(n.negative ? 0 - n.magnitude : n.magnitude);
+}
+
+// How the two kinds of integers end.
+struct signed_kind {
+    using value = ko_long_t;
+    static constexpr number_failure<value> failure = {long_failure, long_failure, false};
+    static value of(const integer &n) { return signed_value(n); }
+};
+struct unsigned_kind {
+    using value = ko_ulong_t;
+    static constexpr number_failure<value> failure = {UINT32_MAX, long_failure, false};
+    static value of(const integer &n) { return unsigned_value(n); }
+};
+
+template <class Kind, class Unit>
+static int read_kind(const number_text<Unit> &t, int base, bool grouping,
+                     typename Kind::value *value) {
+    integer n;
+    const int used = read_integer(t, base, grouping, &n);
+    *value = used < 0 ? Kind::failure.failed : Kind::of(n);
+    return used;
+}
+
+template <class Kind>
+static typename Kind::value wide_integer(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end,
+                                         int base, bool grouping) {
+    if (!wcs) return fail(loc, KO_ENULL, Kind::failure.failed);
+    typename Kind::value value;
+    const int used =
+        read_kind<Kind>(number_text<ko_wchar_t>{record(loc), wcs, INT_MAX}, base, grouping, &value);
+    store_end(end, wcs, used, !grouping);
+    return value;
+}
+
+template <class Kind>
+static typename Kind::value multibyte_integer(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end,
+                                              int base, bool grouping) {
+    return read_multibyte(record(loc), mbs, end, Kind::failure,
+                          [=](const auto &t, typename Kind::value *value) {
+                              return read_kind<Kind>(t, base, grouping, value);
+                          });
+}
+
+int widen_number(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t (&wide)[number_room]) {
+    if (!mbs) return fail(loc, KO_ENULL, -1);
+    const void *const bytes = mbs;
+    const bool plain = loc->exp.single_byte;
+    const int len = plain ? static_cast<int>(strnlen(static_cast<const char *>(bytes), number_room))
+                          : im_mbslen(loc, mbs);
+    if (len < 0) return -1;
+    if (!len) return fail(loc, KO_EEMPTY, -1);
+    if (len >= number_room) return number_room;
+    return plain ? len : loc->exp.mbstowcs(loc, wide, mbs, number_room);
+}
+
+int read_long(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
+              ko_long_t *value) {
+    return read_kind<signed_kind>(number_text<ko_wchar_t>{loc, text, most}, base, grouping, value);
+}
+
+int read_ulong(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
+               ko_ulong_t *value) {
+    return read_kind<unsigned_kind>(number_text<ko_wchar_t>{loc, text, most}, base, grouping,
+                                    value);
+}
+
+ko_long_t ko_wcstol(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base, int grouping) {
+    return wide_integer<signed_kind>(loc, wcs, end, base, grouping != 0);
+}
+
+ko_ulong_t ko_wcstoul(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base,
+                      int grouping) {
+    return wide_integer<unsigned_kind>(loc, wcs, end, base, grouping != 0);
+}
+
+ko_long_t ko_mbstol(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int base, int grouping) {
+    return multibyte_integer<signed_kind>(loc, mbs, end, base, grouping != 0);
+}
+
+ko_ulong_t ko_mbstoul(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int base,
+                      int grouping) {
+    return multibyte_integer<unsigned_kind>(loc, mbs, end, base, grouping != 0);
+}
+
+// ---- Writing integers ---------------------------------------------------------------------------
+
+constexpr int digits_room = 33; // a sign and 32 digits
+
+char *long_base_str(char *end, ko_ulong_t value, int base) {
+    static constexpr char letters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+    const auto radix = static_cast<ko_ulong_t>(base);
+    do {
+        *--end = letters[value % radix];
+        value /= radix;
+    } while (value);
+    return end;
+}
+
+// Walks the groups of digits from the right, one separator a step.
+struct group_walk {
+    const int *grouping;
+    int size = 1;
+    int done = 0; // digits to the right of the next separator
+};
+static bool next_separator(group_walk *walk, int digits) {
+    if (walk->grouping[0] < walk->size || walk->grouping[walk->size] <= 0) return false;
+    if (walk->grouping[walk->size] >= digits - walk->done) return false;
+    walk->done += walk->grouping[walk->size];
+    if (walk->size < walk->grouping[0]) ++walk->size;
+    return true;
+}
+
+static int count_separators(const int *grouping, int digits) {
+    group_walk walk = {grouping};
+    int count = 0;
+    while (next_separator(&walk, digits))
+        ++count;
+    return count;
+}
+
+// Writes digits, which may begin with a sign, with separators between their groups, and returns the
+// end.
+static ko_wchar_t *add_grp_sep(const kovaloc *loc, ko_wchar_t *dst, const char *digits,
+                               const char *digits_end, const wide_symbol &separator) {
+    const int *const grouping = loc->monum_info.group_num;
+    if (*digits == '-') *dst++ = native(loc, *digits++);
+    const auto n = static_cast<int>(digits_end - digits);
+    const int separators = separator.len ? count_separators(grouping, n) : 0;
+    ko_wchar_t *const end = dst + n + separators * separator.len;
+    ko_wchar_t *to = end;
+    group_walk walk = {grouping};
+    for (int left = separators, done = 0; done < n;) {
+        const int stop = left-- > 0 && next_separator(&walk, n) ? walk.done : n;
+        for (; done < stop; ++done)
+            *--to = native(loc, *--digits_end);
+        for (int i = done < n ? separator.len : 0; i--;)
+            *--to = separator.units[i];
+    }
+    return end;
+}
+
+// Characters written; with grouping at most maxlen, else as many as there are.
+static int write_integer(const kovaloc *loc, ko_wchar_t *dst, int maxlen, ko_ulong_t magnitude,
+                         bool negative, int base, bool grouping) {
+    *dst = 0;
+    if (base < 2 || base > 36) return 0;
+    char digits[digits_room];
+    char *const digits_end = digits + digits_room;
+    char *first = long_base_str(digits_end, magnitude, base);
+    if (negative) *--first = '-';
+    wide_symbol separator = {nullptr, 0};
+    if (grouping) {
+        const monum *const m = &loc->monum_info;
+        separator = {m->w_thousands_sep, ko_wcslen(m->w_thousands_sep)};
+        // The sign counts as a digit here, on purpose: "-123" asks for a separator's room.
+        const auto n = static_cast<int>(digits_end - first);
+        const int64_t len = n + int64_t{count_separators(m->group_num, n)} * separator.len;
+        if (len > maxlen) return 0;
+    }
+    ko_wchar_t *const end = add_grp_sep(loc, dst, first, digits_end, separator);
+    *end = 0;
+    return static_cast<int>(end - dst);
+}
+
+struct signed_long {
+    ko_ulong_t magnitude;
+    bool negative;
+};
+static signed_long take_apart(ko_long_t value) {
+    const auto bits = static_cast<ko_ulong_t>(value);
+    return {value < 0 ? 0 - bits : bits, value < 0};
+}
+
+static void wide_long(ko_lc_t loc, ko_wchar_t *dst, int maxlen, const signed_long &n, int base,
+                      int grouping) {
+    if (!dst) return set_error(loc, KO_ENULL);
+    write_integer(record(loc), dst, maxlen, n.magnitude, n.negative, base, grouping != 0);
+}
+
+static int multibyte_long(ko_lc_t loc, ko_mchar_t *dst, int maxlen, const signed_long &n, int base,
+                          int grouping) {
+    constexpr int limit = 256;
+    if (!dst) return fail(loc, KO_ENULL, -1);
+    ko_wchar_t wide[limit];
+    write_integer(record(loc), wide, maxlen < limit ? maxlen : limit - 1, n.magnitude, n.negative,
+                  base, grouping != 0);
+    const auto convert = record(loc)->exp.single_byte ? is_wcstombs : ko_full_wcstombs;
+    return convert(loc, dst, wide, limit);
+}
+
+void ko_ltowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_long_t value, int base, int grouping) {
+    wide_long(loc, dst, maxlen, take_apart(value), base, grouping);
+}
+
+void ko_ultowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_ulong_t value, int base,
+                int grouping) {
+    wide_long(loc, dst, maxlen, {value, false}, base, grouping);
+}
+
+int ko_ltombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_long_t value, int base, int grouping) {
+    return multibyte_long(loc, dst, maxlen, take_apart(value), base, grouping);
+}
+
+int ko_ultombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_ulong_t value, int base, int grouping) {
+    return multibyte_long(loc, dst, maxlen, {value, false}, base, grouping);
+}
