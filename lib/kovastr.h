@@ -6,16 +6,19 @@
 
 #include "kovambwc.h"
 
+#include <limits.h>
+#include <string.h>
+
 // The character at a position.
 struct text_char {
     int units; // 0 at the terminator, -1 for what is no character, with the error word set
     unsigned wide;
-    unsigned classes;
 };
 
 // The classes of a wide character, none where it is no character; stores no error.
-inline unsigned wide_classes(kovaloc *r, ko_wchar_t wc) {
-    if (const uint16_t *table = r->exp.sb_ctype_table) return wc < 256 ? table[wc] : 0u;
+inline unsigned wide_classes(kovaloc *r, unsigned wide) {
+    if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
+    const auto wc = static_cast<ko_wchar_t>(wide);
     if (const ctype_flat *flat = flat_classes(r)) {
         const uint16_t *item = flat_wchar(&flat->classes, wc);
         return item ? *item : 0u;
@@ -24,52 +27,79 @@ inline unsigned wide_classes(kovaloc *r, ko_wchar_t wc) {
     return static_cast<unsigned>(im_iswctype(r, wc, 0xFFFF));
 }
 
-struct by_wide {
-    using unit = ko_wchar_t;
+// Texts whose every unit is a character: wide strings, strings of single-byte locales.
+template <class Unit> struct by_unit {
+    using unit = Unit;
+    static constexpr bool one_unit = true;
     kovaloc *loc;
-    text_char at(const unit *s) const {
-        return *s ? text_char{1, *s, wide_classes(loc, *s)} : text_char{0, 0, 0};
+    int end_units;
+    text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
+    unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.wide); }
+    // Units before the terminator, at most so many; for other texts -1 with the error word set.
+    int length(const unit *s, int most = INT_MAX) const {
+        int n = 0;
+        while (n < most && s[n])
+            ++n;
+        return n;
     }
 };
+using by_wide = by_unit<ko_wchar_t>;
+using by_byte = by_unit<ko_mchar_t>;
+template <> inline int by_byte::length(const ko_mchar_t *s, int most) const {
+    const void *text = s;
+    return static_cast<int>(strnlen(static_cast<const char *>(text), static_cast<size_t>(most)));
+}
 
-struct by_byte {
+struct by_flat { // code sets with terminators of one or two bytes
     using unit = ko_mchar_t;
+    static constexpr bool one_unit = false;
     kovaloc *loc;
-    text_char at(const unit *s) const {
-        return *s ? text_char{1, *s, wide_classes(loc, *s)} : text_char{0, 0, 0};
-    }
-};
-
-struct by_flat { // terminators of one or two bytes
-    using unit = ko_mchar_t;
-    kovaloc *loc;
+    int end_units;
     const mb_flat *f;
-    bool short_end;
     text_char at(const unit *s) const {
         const unsigned b = *s;
-        if (!b && (short_end || !s[1])) return {0, 0, 0};
-        if (f->flag1[b] == mb_final) return {1, b, f->item1[b]};
+        if (!b && (end_units == 1 || !s[1])) return {0, 0};
+        if (f->flag1[b] == mb_final) return {1, b};
         if (f->flag1[b] == mb_prefix && f->second->flags[b][s[1]] == mb_final) {
-            return {2, b << 8 | s[1], f->second->items[b][s[1]]};
+            return {2, b << 8 | s[1]};
         }
-        return fail(loc, KO_EILSEQ, text_char{-1, 0, 0});
+        return fail(loc, KO_EILSEQ, text_char{-1, 0});
     }
+    unsigned classes(const unit *, text_char c) const {
+        if (c.units < 2) return c.units == 1 ? f->item1[c.wide] : 0u;
+        return f->second->items[c.wide >> 8][c.wide & 0xFF];
+    }
+    int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
 };
 
 struct by_tree {
     using unit = ko_mchar_t;
+    static constexpr bool one_unit = false;
     kovaloc *loc;
+    int end_units;
     text_char at(const unit *s) const;
+    unsigned classes(const unit *s, text_char c) const;
+    int length(const unit *s) const;
 };
 
 // Calls the operation with the way that fits the record.
 template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
     kovaloc *r = record(loc);
-    if (r->exp.single_byte) return run(by_byte{r});
+    const int end_units = terminator_len(r);
+    if (r->exp.single_byte) return run(by_byte{r, end_units});
     const ctype_flat *flat = flat_classes(r);
-    const int end_len = terminator_len(r);
-    if (flat && end_len <= 2) return run(by_flat{r, &flat->classes, end_len == 1});
-    return run(by_tree{r});
+    if (flat && end_units <= 2) return run(by_flat{r, end_units, &flat->classes});
+    return run(by_tree{r, end_units});
 }
+
+// The position behind n characters, or the terminator where it comes first; NULL with the error
+// word set. *skipped gets the characters before it.
+const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped);
+
+// Writes the terminator.
+inline void end_text(ko_mchar_t *at, int end_units) {
+    memset(at, 0, static_cast<size_t>(end_units));
+}
+inline void end_text(ko_wchar_t *at, int) { *at = 0; }
 
 #endif

@@ -1,8 +1,6 @@
 // Display widths of characters and strings.
 #include "kovastr.h"
 
-#include <limits.h>
-
 // No standard class has that name.
 static ko_ctype_t full_width(const kovaloc *loc) { return user_class(loc, "full_width"); }
 
@@ -17,9 +15,10 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
     for (int i = 0; i < max_chars && s != end; ++i) {
         const text_char c = by.at(s);
         if (!c.units) break;
-        if (!(c.classes & KO_CT_PRINT)) return fail(by.loc, KO_EINVAL, -1);
+        const unsigned classes = by.classes(s, c);
+        if (!(classes & KO_CT_PRINT)) return fail(by.loc, KO_EINVAL, -1);
         if (end && c.units > end - s) return fail(by.loc, KO_EPOS, -1);
-        total += columns(c.classes, full);
+        total += columns(classes, full);
         s += c.units;
     }
     return static_cast<int>(total);
@@ -38,7 +37,7 @@ int ko_wcswidth(ko_lc_t loc, const ko_wchar_t *wcs, int n) {
     const ko_wchar_t *const no_end = nullptr;
     if (!wcs) return fail(loc, KO_ENULL, -1);
     if (n < 0) return fail(loc, KO_EINDEX, -1);
-    return text_width(by_wide{record(loc)}, wcs, n, no_end);
+    return text_width(by_wide{record(loc), 1}, wcs, n, no_end);
 }
 
 int ko_mbswidth(ko_lc_t loc, const ko_mchar_t *mbs, int n) {
@@ -51,7 +50,7 @@ int ko_mbswidth(ko_lc_t loc, const ko_mchar_t *mbs, int n) {
 int ko_wcspwidth(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *end) {
     if (!wcs || !end) return fail(loc, KO_ENULL, -1);
     if (end < wcs) return fail(loc, KO_EPOS, -1);
-    return text_width(by_wide{record(loc)}, wcs, INT_MAX, end);
+    return text_width(by_wide{record(loc), 1}, wcs, INT_MAX, end);
 }
 
 int ko_mbspwidth(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *end) {
