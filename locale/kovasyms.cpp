@@ -121,15 +121,10 @@ static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
         strcpy(name, single->name);
         return true;
     }
-    const list_cell *cell = map->range_list ? map->range_list->firstLink : nullptr;
-    for (; cell; cell = cell->next) {
-        const auto *range = static_cast<const range_data *>(cell->data);
-        const int place = range_place(range, desc);
-        if (place < 0) continue;
-        calculate_name(range, place, name);
-        return true;
-    }
-    return false;
+    const int i = find_range(map, desc, 0);
+    if (i < 0) return false;
+    calculate_name(map->ranges[i], range_place(map->ranges[i], desc), name);
+    return true;
 }
 
 static char_desc desc_of(const ko_mchar_t *mb, int len) {
@@ -246,12 +241,9 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
         const auto *entry = static_cast<const table_data *>(cell->data);
         if (!memcmp(&entry->desc, &desc, sizeof desc)) add_symbol(&list, entry->name);
     }
-    for (cell = map->range_list ? map->range_list->firstLink : nullptr; cell; cell = cell->next) {
-        const auto *range = static_cast<const range_data *>(cell->data);
+    for (int i = -1; (i = find_range(map, desc, i + 1)) >= 0;) {
         char name[name_room + 10];
-        const int place = range_place(range, desc);
-        if (place < 0) continue;
-        calculate_name(range, place, name);
+        calculate_name(map->ranges[i], range_place(map->ranges[i], desc), name);
         add_symbol(&list, name);
     }
     *list.at = 0;

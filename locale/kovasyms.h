@@ -45,6 +45,10 @@ struct kovacmap {
     link_list *range_list; // of range_data
     symbol_table sym_char; // by name
     symbol_table char_sym; // by bytes, single characters alone
+    // Derived: the ranges in file order; ascending and apart, as the compiler writes them, or not.
+    const range_data **ranges;
+    int range_count;
+    bool ranges_ascend;
 };
 
 // The records of a charmap object (kovasyms_read.cpp). 0, or the error number.
@@ -60,6 +64,8 @@ void calculate_name(const range_data *range, int i, char *out);
 char_desc range_char(const range_data *range, int i);
 // The place of a character in a range, -1 when it is not there.
 int range_place(const range_data *range, const char_desc &desc);
+// The first range from number i on, in file order, that holds a character; -1 when none does.
+int find_range(const kovacmap *map, const char_desc &desc, int i);
 
 unsigned name_bin(const char *name);
 unsigned char_bin(const char_desc &desc);

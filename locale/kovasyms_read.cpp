@@ -127,6 +127,47 @@ int range_place(const range_data *range, const char_desc &desc) {
     return static_cast<int>(value - first);
 }
 
+// Ascending order is that of length, then bytes.
+static bool is_before(const char_desc &a, const char_desc &b) {
+    return a.length != b.length ? a.length < b.length : char_value(a) < char_value(b);
+}
+
+int find_range(const kovacmap *map, const char_desc &desc, int i) {
+    int end = map->range_count;
+    if (map->ranges_ascend && i > 0) return -1;
+    if (map->ranges_ascend) { // the last range that starts at or before the character
+        while (i < end) {
+            const int middle = i + (end - i) / 2;
+            if (is_before(desc, map->ranges[middle]->base_char))
+                end = middle;
+            else
+                i = middle + 1;
+        }
+        if (--i < 0) return -1;
+        end = i + 1;
+    }
+    for (; i < end; ++i) {
+        if (range_place(map->ranges[i], desc) >= 0) return i;
+    }
+    return -1;
+}
+
+static bool list_ranges(kovacmap *map) {
+    ext_block<const range_data *> ranges(static_cast<size_t>(map->range_count));
+    if (!ranges.p) return false;
+    int n = 0;
+    map->ranges_ascend = true;
+    for (const list_cell *cell = map->range_list->firstLink; cell; cell = cell->next, ++n) {
+        ranges.p[n] = static_cast<const range_data *>(cell->data);
+        if (n == 0) continue;
+        const range_data *before = ranges.p[n - 1];
+        if (!is_before(range_char(before, before->length - 1), ranges.p[n]->base_char))
+            map->ranges_ascend = false;
+    }
+    map->ranges = ranges.release();
+    return true;
+}
+
 // ---- Names --------------------------------------------------------------------------------------
 
 static size_t stem_length(const char *name) {
@@ -267,6 +308,7 @@ static table_data *range_entry(kovacmap *map, const char *canonical) {
 
 static int add_range(kovacmap *map, const range_data &range) {
     if (!list_insert(&range, sizeof range, nullptr, map->range_list)) return KO_ENOMEM;
+    ++map->range_count;
     for (int i = 0; i < range.length; ++i) {
         if (!insert_char(map, range_char(&range, i))) return KO_ENOMEM;
     }
@@ -354,7 +396,8 @@ int read_charmap(text_in *in, kovacmap *map) {
         if (const int error = read_record(line, map, &chars_left)) return error;
     }
     if (in->stream && ko_ext_ferror(in->stream)) return KO_EFILE;
-    const bool built = build_slots(&map->sym_char, true) && build_slots(&map->char_sym, false);
+    const bool built =
+        build_slots(&map->sym_char, true) && build_slots(&map->char_sym, false) && list_ranges(map);
     return built ? 0 : int{KO_ENOMEM};
 }
 
@@ -370,6 +413,7 @@ static void free_table(symbol_table *table) {
 void free_charmap(kovacmap *map) {
     if (map->mb_struct) free_multi(map->mb_struct);
     list_dispose(map->range_list);
+    free_ptr(map->ranges);
     free_table(&map->sym_char);
     free_table(&map->char_sym);
     ko_ext_free(map);

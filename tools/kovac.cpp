@@ -11,6 +11,7 @@
 #include "kovac_convert.h"
 #include "kovac_locale.h"
 #include "kovac_registry.h"
+#include "kovac_symbols.h"
 #include "kovac_write.h"
 
 using namespace kovac;
@@ -19,6 +20,7 @@ enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3
 
 struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list;
+    std::string sources; // directory that is searched before others
     bool is_default = false, prove = false, verbose = false;
 };
 
@@ -208,6 +210,7 @@ static int write_proved(const std::string &path, const locale_object &object, co
 static int compile_one(const locale_options &opt) {
     source_set set;
     set.dirs = search_dirs("locales");
+    if (!opt.sources.empty()) set.dirs.insert(set.dirs.begin(), opt.sources);
     if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
         set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // its neighbours
     }
@@ -241,33 +244,46 @@ static int compile_one(const locale_options &opt) {
     return exit_done;
 }
 
-// A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
-static int compile_list(const locale_options &opt) {
+// The words of a line that has some, and where it stands.
+struct list_line {
+    std::string place;
+    std::vector<std::string> words;
+};
+static bool read_list(const std::string &path, std::vector<list_line> &lines) {
     std::string text;
-    if (!read_whole(opt.list, text)) return complain(exit_file, "cannot read list " + opt.list);
-    int line_number = 0, worst = exit_done;
+    if (!read_whole(path, text)) return false;
+    int number = 0;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
-        std::vector<std::string> words;
         const std::string line = text.substr(at, std::min(text.find('#', at), end) - at);
+        list_line found{.place = path + ":" + std::to_string(++number), .words = {}};
         for (size_t i = 0; i < line.size();) {
             const size_t start = line.find_first_not_of(" \t\r", i);
             if (start == std::string::npos) break;
             i = std::min(line.find_first_of(" \t\r", start), line.size());
-            words.push_back(line.substr(start, i - start));
+            found.words.push_back(line.substr(start, i - start));
         }
         at = end + 1;
-        ++line_number;
-        if (words.empty()) continue;
+        if (!found.words.empty()) lines.push_back(std::move(found));
+    }
+    return true;
+}
+
+// A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
+static int compile_list(const locale_options &opt) {
+    std::vector<list_line> lines;
+    if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
+    int worst = exit_done;
+    for (const auto &[place, words] : lines) {
         if (words.size() < 2 || words.size() > 4) {
-            return complain(exit_source, opt.list + ":" + std::to_string(line_number) +
-                                             ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
+            return complain(exit_source, place + ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
         }
         locale_options one = opt;
         one.source = words[0];
         one.charmap = words[1];
         if (words.size() > 2) one.name = words[2];
         if (words.size() > 3) one.codeset = words[3];
+        one.sources = opt.list.substr(0, opt.list.rfind('/') + 1) + "locales";
         worst = std::max(worst, compile_one(one));
     }
     return worst;
@@ -337,7 +353,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     list->excludes(source)->excludes(charmap)->excludes(name);
     cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n; what a\n"
-                "source given by its path copies is searched beside it first.\n"
+                "source given by its path copies is searched beside it first, and the sources of\n"
+                "a list in the folder \"locales\" beside the list.\n"
                 "Example: kovac locale -i de_DE -f ISO-8859-1 -o data");
     return cmd;
 }
@@ -374,19 +391,61 @@ static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
     return cmd;
 }
 
+static CLI::App *add_charmap_command(CLI::App &app, symbols_options &opt) {
+    CLI::App *cmd = app.add_subcommand("charmap", "Compile the symbolic names of a code set");
+    auto *charmap =
+        cmd->add_option("charmap", opt.charmap, "Charmap, or code set as convert takes it");
+    auto *list = cmd->add_option("--list", opt.list, "Compile every charmap that a file names");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/...")->required();
+    cmd->add_option("--names", opt.names,
+                    "posix: the traditional names of the portable characters first")
+        ->check(CLI::IsMember({"posix"}));
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    list->excludes(charmap);
+    cmd->footer("Charmaps are searched in $I18NPATH, then in /usr/share/i18n.\n"
+                "Example: kovac charmap EUC-JP --names posix -o data");
+    return cmd;
+}
+
+static int compile_charmap(const symbols_options &opt) {
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    return int(compile_symbols(opt, search_dirs("charmaps"), diag));
+}
+
+static int compile_charmaps(const symbols_options &opt) {
+    if (opt.list.empty()) {
+        if (!opt.charmap.empty()) return compile_charmap(opt);
+        return complain(exit_usage, "charmap needs CHARMAP, or --list FILE");
+    }
+    std::vector<list_line> lines;
+    if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
+    int worst = exit_done;
+    for (const list_line &line : lines) {
+        symbols_options one = opt;
+        if (line.words.size() != 1) return complain(exit_source, line.place + ": one name a line");
+        one.charmap = line.words[0];
+        worst = std::max(worst, compile_charmap(one));
+    }
+    return worst;
+}
+
 static int convert_pair(const convert_options &opt) {
     diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
     return int(run_convert(opt, search_dirs("charmaps"), diag));
 }
 
 int main(int argc, char **argv) {
-    CLI::App app("Compiles locales, conversions and the code-set registry of Kova.", "kovac");
+    CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
+                 "kovac");
     app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
                "read or written.");
     app.require_subcommand(1);
     locale_options locale;
     registry_options registry;
     convert_options convert;
+    symbols_options symbols;
+    const CLI::App *charmap_cmd = add_charmap_command(app, symbols);
     const CLI::App *convert_cmd = add_convert_command(app, convert);
     const CLI::App *locale_cmd = add_locale_command(app, locale);
     const CLI::App *registry_cmd = add_registry_command(app, registry);
@@ -395,6 +454,7 @@ int main(int argc, char **argv) {
     } catch (const CLI::ParseError &e) {
         return app.exit(e) == 0 ? exit_done : exit_usage;
     }
+    if (charmap_cmd->parsed()) return compile_charmaps(symbols);
     if (convert_cmd->parsed()) return convert_pair(convert);
     if (registry_cmd->parsed()) return write_registry(registry);
     if (!locale_cmd->parsed()) return exit_usage;

@@ -176,10 +176,11 @@ static uint32_t code_for(reader &rd, const symbol &sym, std::string_view name) {
     return place->second;
 }
 
-static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible) {
+static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
+                     std::string_view name) {
     charmap &map = *rd.map;
     if (rd.lines && seq.len <= 4) {
-        rd.lines->push_back({code, seq.value, uint8_t(seq.len), irreversible});
+        rd.lines->push_back({code, seq.value, uint8_t(seq.len), irreversible, std::string(name)});
     }
     if (seq.len > 2) {
         ++map.long_chars;
@@ -231,11 +232,12 @@ static bool add_range(reader &rd, const symbol &from, const symbol &to, bool hex
     const int digits = int(from.name.size() - stem.size());
     for (uint32_t n = first; n <= last; ++n, ++seq.value) {
         if (by_code) {
-            add_char(rd, n, seq, irreversible);
+            add_char(rd, n, seq, irreversible,
+                     format("U%0*X", int(from.name.size()) - 1, unsigned(n)));
         } else {
             const std::string name =
                 std::string(stem) + format(hex ? "%0*X" : "%0*u", digits, unsigned(n));
-            add_char(rd, code_for(rd, symbol{}, name), seq, irreversible);
+            add_char(rd, code_for(rd, symbol{}, name), seq, irreversible, name);
         }
     }
     return true;
@@ -254,7 +256,7 @@ static bool read_char_line(reader &rd) {
         ++dots;
     if (dots == 0) {
         if (!take_bytes(in, seq)) return false;
-        add_char(rd, code_for(rd, from, from.name), seq, irreversible);
+        add_char(rd, code_for(rd, from, from.name), seq, irreversible, from.name);
         return true;
     }
     if (dots > 4 || dots < 2) return fail(in, in.at - 1, "an ellipsis has two, three or four dots");
@@ -372,8 +374,7 @@ static bool read_top_line(reader &rd) {
 
 // ---- whole maps --------------------------------------------------------------------------------
 
-// FNV-1a; it only has to tell one input from another.
-static uint64_t content_hash(const std::string &text) {
+uint64_t content_hash(const std::string &text) {
     uint64_t hash = 0xcbf29ce484222325u;
     for (char c : text)
         hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
@@ -428,7 +429,7 @@ static bool read_charmap(reader &rd) {
         // Strings end with the null character, so every code set has it.
         const bool wide_only = std::all_of(map.chars.begin(), map.chars.end(),
                                            [](const charmap_char &c) { return c.len == 2; });
-        add_char(rd, 0, {0, wide_only ? 2 : 1}, false);
+        add_char(rd, 0, {0, wide_only ? 2 : 1}, false, "U0000");
     }
     apply_widths(rd);
     finish(map);

@@ -38,10 +38,14 @@ struct charmap {
 // A line of a charmap, or one of its range, as it stands.
 struct charmap_line {
     uint32_t code;
-    uint32_t bytes; // big-endian
-    uint8_t len;    // 1 to 4
-    bool one_way;   // marked %IRREVERSIBLE%
+    uint32_t bytes;   // big-endian
+    uint8_t len;      // 1 to 4
+    bool one_way;     // marked %IRREVERSIBLE%
+    std::string name; // without <>
 };
+
+// FNV-1a; it only has to tell one input from another.
+uint64_t content_hash(const std::string &text);
 
 // Reads a charmap by path or by bare name ("unicode" is built in). False after an error. lines (may
 // be null) gets every character, those of more than two bytes too.
