@@ -360,10 +360,14 @@ TEST(KovacText, BringsStringsIntoTheCodeSet) {
 TEST(KovacText, PutsSundayFirst) {
     static const struct {
         const char *week, *first, *last;
+        int first_weekday;
     } rows[] = {
-        {"",                    "s", "a"},
-        {"week 7;19971130;4\n", "s", "a"},
-        {"week 7;19971201;4\n", "a", "f"},
+        {"",                                     "s", "a", 0},
+        {"week 7;19971130;4\n",                  "s", "a", 0},
+        {"week 7;19971201;4\n",                  "a", "f", 1},
+        {"first_weekday 7\n",                    "s", "a", 6},
+        {"first_weekday 8\n",                    "s", "a", 0},
+        {"first_weekday 2\nweek 7;19971201;4\n", "a", "f", 2},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.week);
@@ -373,6 +377,46 @@ TEST(KovacText, PutsSundayFirst) {
         ASSERT_TRUE(job.run()) << job.log;
         EXPECT_EQ(job.object.time.abday.front(), r.first);
         EXPECT_EQ(job.object.time.abday.back(), r.last);
+        EXPECT_EQ(job.object.time.first_weekday, r.first_weekday);
+    }
+}
+
+TEST(KovacText, TakesCalendarsWithTheMonthsTheyNeed) {
+    static const struct {
+        const char *calendar;
+        size_t abmon, mon;
+        const char *want; // calendar, or part of what is said
+    } rows[] = {
+        {"",                                  12, 12, "gregorian"                            },
+        {"calendar \"gregorian\"\n",          12, 12, "gregorian"                            },
+        {"calendar \"islamic\"\n",            12, 13, "islamic"                              },
+        {"calendar \"arabic\"\n",             14, 12, "arabic"                               },
+        {"calendar \"hebrew\"\n",             14, 14, "hebrew"                               },
+        {"calendar \"hebrew\"\n",             14, 13, "mon has 13 strings instead of 14"     },
+        {"calendar \"islamic\"\n",            11, 12, "abmon has 11 strings instead of 12 to"},
+        {"calendar \"islamic\"\n",            12, 15, "mon has 15 strings instead of 12 to"  },
+        {"calendar \"Hebrew\"\n",             14, 14, "one of \"gregorian\""                 },
+        {"calendar hebrew\n",                 14, 14, "one of \"gregorian\""                 },
+        {"calendar\n",                        12, 12, "one of \"gregorian\""                 },
+        {"calendar \"hebrew\";\"islamic\"\n", 14, 14, "one of \"gregorian\""                 },
+    };
+    const auto names = [](const char *keyword, size_t count) {
+        std::string line = keyword;
+        for (size_t i = 0; i < count; ++i)
+            line += (i ? ";\"" : " \"") + std::string(1, char('A' + i)) + '"';
+        return line + "\n";
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.calendar + std::to_string(r.mon));
+        source_parts parts;
+        parts.time += r.calendar + names("abmon", r.abmon) + names("mon", r.mon);
+        compilation job(parts);
+        if (job.run()) {
+            EXPECT_EQ(job.object.time.calendar, r.want);
+            EXPECT_EQ(job.object.time.mon.size(), r.mon);
+        } else {
+            EXPECT_NE(job.log.find(r.want), std::string::npos) << job.log;
+        }
     }
 }
 

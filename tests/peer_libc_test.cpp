@@ -41,6 +41,8 @@ std::vector<peer_row> peer_rows() {
         std::istringstream words(line.substr(0, line.find('#')));
         peer_row r;
         if (!(words >> r.source >> r.charmap) || r.source == "POSIX") continue;
+        // The C library has none of the sources that lie beside the list.
+        if (std::ifstream(env("KOVA_SOURCE_DIR") + "/data/locales/" + r.source)) continue;
         if (!(words >> r.name)) r.name = r.source;
         if (!(words >> r.codeset)) r.codeset = r.charmap;
         rows.push_back(r);

@@ -152,7 +152,8 @@ static void describe(const locale_options &opt, const source_set &set, const cha
                      locale_object &object) {
     object.description = {
         "SOURCE=" + base_name(set.main->path), "CHARMAP=" + map.name, "COMPILER=kovac 2.86",
-        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map)))};
+        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
+        format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
     for (std::string &line : object.description)
         line.resize(std::min(line.size(), header_limit));
     object.codeset = opt.codeset.empty() ? map.name : opt.codeset;

@@ -237,6 +237,11 @@ bool compile_monetary(const text_job &job, monetary_section &out) {
     return read_category(job, "LC_MONETARY", keywords, others);
 }
 
+// The lines of LC_TIME that are understood when the whole category is known.
+struct time_lines {
+    std::vector<token> calendar, week, first_weekday;
+};
+
 // Day names begin with the day of the source's "week" date; objects begin with Sunday.
 static int first_day(const text_job &job, const std::vector<token> &week) {
     if (week.size() < 4 || week[3].kind != tok::number || week[3].value == 19971130) return 0;
@@ -245,48 +250,81 @@ static int first_day(const text_job &job, const std::vector<token> &week) {
     return 0;
 }
 
-static bool check_count(const text_job &job, const char *keyword, size_t count, size_t want) {
-    if (count == want) return true;
+// Counted from 1, the first day of the names.
+static int first_weekday(const text_job &job, const std::vector<token> &line, int first_name) {
+    if (line.size() < 2) return first_name;
+    const token &t = line[1];
+    if (t.kind == tok::number && t.value >= 1 && t.value <= 7)
+        return (first_name + int(t.value) - 1) % 7;
+    warning(job.diag, t.pos, "first_weekday is a number from 1 to 7");
+    return first_name;
+}
+
+static void read_calendar(const text_job &job, const std::vector<token> &line, std::string &out) {
+    if (line.empty()) return;
+    const token &t = line.back();
+    for (const char *name : {"gregorian", "hebrew", "islamic", "arabic"}) {
+        if (line.size() != 2 || t.kind != tok::string || t.text != name) continue;
+        out = name;
+        return;
+    }
+    misplaced(job, t, "one of \"gregorian\", \"hebrew\", \"islamic\" and \"arabic\"");
+}
+
+static bool check_count(const text_job &job, const char *keyword, size_t count, size_t want,
+                        size_t most) {
+    if (count >= want && count <= most) return true;
+    const std::string wanted = std::to_string(want);
     error(job.diag, {job.set.main, 0},
-          format("LC_TIME: %s has %zu strings instead of %zu", keyword, count, want));
+          format("LC_TIME: %s has %zu strings instead of %s", keyword, count,
+                 (want == most ? wanted : wanted + " to " + std::to_string(most)).c_str()));
     return false;
 }
 
+static bool check_counts(const text_job &job, const time_section &out) {
+    // A leap year of the Hebrew calendar has the first and the second Adar of names 13 and 14.
+    const size_t months = out.calendar == "hebrew" ? months_max : months_min;
+    return check_count(job, "abday", out.abday.size(), 7, 7) &&
+           check_count(job, "day", out.day.size(), 7, 7) &&
+           check_count(job, "abmon", out.abmon.size(), months, months_max) &&
+           check_count(job, "mon", out.mon.size(), months, months_max) &&
+           check_count(job, "am_pm", out.am_pm.size(), 2, 2);
+}
+
 bool compile_time(const text_job &job, time_section &out) {
-    std::vector<token> week;
+    const int errors = job.diag.errors;
+    time_lines lines;
     out = {};
     const std::vector<keyword> keywords = {
-        {"abday",       &out.abday      },
-        {"day",         &out.day        },
-        {"abmon",       &out.abmon      },
-        {"mon",         &out.mon        },
-        {"d_t_fmt",     &out.d_t_fmt    },
-        {"d_fmt",       &out.d_fmt      },
-        {"t_fmt",       &out.t_fmt      },
-        {"am_pm",       &out.am_pm      },
-        {"t_fmt_ampm",  &out.t_fmt_ampm },
-        {"era",         &out.era        },
-        {"era_d_fmt",   &out.era_d_fmt  },
-        {"era_t_fmt",   &out.era_t_fmt  },
-        {"era_d_t_fmt", &out.era_d_t_fmt},
-        {"alt_digits",  &out.alt_digits },
-        {"week",        &week           },
+        {"abday",         &out.abday          },
+        {"day",           &out.day            },
+        {"abmon",         &out.abmon          },
+        {"mon",           &out.mon            },
+        {"d_t_fmt",       &out.d_t_fmt        },
+        {"d_fmt",         &out.d_fmt          },
+        {"t_fmt",         &out.t_fmt          },
+        {"am_pm",         &out.am_pm          },
+        {"t_fmt_ampm",    &out.t_fmt_ampm     },
+        {"era",           &out.era            },
+        {"era_d_fmt",     &out.era_d_fmt      },
+        {"era_t_fmt",     &out.era_t_fmt      },
+        {"era_d_t_fmt",   &out.era_d_t_fmt    },
+        {"alt_digits",    &out.alt_digits     },
+        {"calendar",      &lines.calendar     },
+        {"week",          &lines.week         },
+        {"first_weekday", &lines.first_weekday},
     };
     // An object has one form of the month names and no calendar layout.
-    const ignored others = {"alt_mon",       "ab_alt_mon",    "date_fmt", "first_weekday",
-                            "first_workday", "cal_direction", "era_year", "timezone"};
+    const ignored others = {"alt_mon",       "ab_alt_mon", "date_fmt", "first_workday",
+                            "cal_direction", "era_year",   "timezone"};
     if (!read_category(job, "LC_TIME", keywords, others)) return false;
     out.am_pm.resize(std::max<size_t>(out.am_pm.size(), 2));
     if (out.era.size() == 1 && out.era[0].empty()) out.era.clear();
     if (out.alt_digits.size() == 1 && out.alt_digits[0].empty()) out.alt_digits.clear();
-    if (!check_count(job, "abday", out.abday.size(), 7) ||
-        !check_count(job, "day", out.day.size(), 7) ||
-        !check_count(job, "abmon", out.abmon.size(), 12) ||
-        !check_count(job, "mon", out.mon.size(), 12) ||
-        !check_count(job, "am_pm", out.am_pm.size(), 2)) {
-        return false;
-    }
-    const int shift = first_day(job, week);
+    read_calendar(job, lines.calendar, out.calendar);
+    if (job.diag.errors > errors || !check_counts(job, out)) return false;
+    const int shift = first_day(job, lines.week);
+    out.first_weekday = first_weekday(job, lines.first_weekday, shift);
     for (std::vector<std::string> *names : {&out.abday, &out.day}) {
         std::rotate(names->begin(), names->begin() + (7 - shift) % 7, names->end());
     }

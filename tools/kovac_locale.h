@@ -49,8 +49,10 @@ struct monetary_section {
 };
 
 struct time_section {
+    std::string calendar = "gregorian";  // or "hebrew", "islamic", "arabic"
+    int first_weekday = 0;               // of calendars on paper, 0 is Sunday
     std::vector<std::string> abday, day; // 7 each, Sunday first
-    std::vector<std::string> abmon, mon;
+    std::vector<std::string> abmon, mon; // 12 to 14
     std::string d_t_fmt, d_fmt, t_fmt;
     std::vector<std::string> am_pm; // 2
     std::string t_fmt_ampm;
@@ -58,6 +60,7 @@ struct time_section {
     std::string era_d_fmt, era_t_fmt, era_d_t_fmt;
     std::vector<std::string> alt_digits;
 };
+constexpr size_t months_min = 12, months_max = 14;
 
 struct messages_section {
     std::string yesexpr, noexpr, yesstr, nostr;

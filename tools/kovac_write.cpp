@@ -141,7 +141,7 @@ static void put_monetary(FILE *out, const monetary_section &s) {
 }
 
 static void put_time(FILE *out, const time_section &s) {
-    fputs("### LC_TIME\ngregorian\n", out);
+    fprintf(out, "### LC_TIME\n%s\n", s.calendar.c_str());
     put_strings(out, s.abday);
     put_strings(out, s.day);
     put_counted(out, s.abmon);
