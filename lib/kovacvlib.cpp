@@ -81,6 +81,8 @@ static void set_iconv_fps(iconv_rec *cv) {
     if (walks && (!single || cv->source_is_stateful || cv->target_is_stateful))
         cv->flat_noshift = build_cv_flat(cv->conv_noshift);
     if (cv->conv_shift) cv->flat_shift = build_cv_flat(cv->conv_shift);
+    if (cv->flat_shift && cv->smiconv_fp == db_smiconv)
+        drop_cv_lead(cv->flat_shift, cv->source_so[0]);
 }
 
 // ---- Conversion objects

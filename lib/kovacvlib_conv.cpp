@@ -4,7 +4,6 @@
 // character at a time by the rules.
 #include "kovacvlib.h"
 
-#include <bit>
 #include <string.h>
 
 namespace {
@@ -68,209 +67,13 @@ struct call_cursor : cursor {
     }
 };
 
-struct run_rule { // which entries a run takes: flags under the mask must be the wanted ones
-    unsigned mask;
-    unsigned want;
-};
-
-constexpr uint64_t high_bits = 0x8080808080808080u;
-
-template <class W> void store_word(ko_mchar_t *out, W bytes) {
-    if constexpr (std::endian::native == std::endian::little) {
-        memcpy(out, &bytes, sizeof bytes);
-    } else {
-        for (unsigned i = 0; i + 1 < sizeof bytes; ++i)
-            out[i] = ko_mchar_t(bytes >> (8 * i));
-    }
-}
-
-template <class W> bool is_prefix(W word) { return (word & 0xFE) == cv_short_row; }
-
-template <class W> W next_word(const W *words, W prefix, unsigned byte) {
-    const W *row = words + (prefix >> 8) * 64;
-    if (prefix & 1) return row[byte];
-    return (byte & 0xC0) == 0x80 ? row[byte & 0x3F] : 0;
-}
-
-// Is there a byte above 0x7F in the block, or one that does not stand for itself?
-bool has_special(const cv_flat *flat, uint64_t block) {
-    constexpr uint64_t low_bits = 0x0101010101010101u;
-    const uint64_t a = block ^ flat->odd[0], b = block ^ flat->odd[1];
-    return (block | ((a - low_bits) & ~a) | ((b - low_bits) & ~b)) & high_bits;
-}
-
-// Copies bytes that stand for themselves, eight at a time, and returns how many.
-template <bool Write>
-size_t ascii_run(const cv_flat *flat, const ko_mchar_t *in, const ko_mchar_t *stop, ko_mchar_t *out,
-                 size_t room) {
-    const size_t most = size_t(stop - in) < room ? size_t(stop - in) : room;
-    size_t n = 0;
-    for (; n + 8 <= most; n += 8) {
-        uint64_t block;
-        memcpy(&block, in + n, 8);
-        if (has_special(flat, block)) break;
-        if constexpr (Write) memcpy(out + n, &block, 8);
-    }
-    return n;
-}
-
-constexpr unsigned no_shift = 0x100; // no byte ends a run of pairs
-
-// A run under way: what is left to read, and what it has made.
-struct run_state {
-    const ko_mchar_t *p;
-    size_t made;
-    uint64_t seen; // all entries, for their substitution flag
-};
-
-// Converts ordinary characters of two bytes that begin before stop, which is followed by a byte.
-template <class W, bool Write>
-inline void pairs_until(const W *words, const cv_flat *flat, unsigned shift_out, run_rule rule,
-                        run_state *r, const ko_mchar_t *stop, ko_mchar_t *out, size_t limit) {
-    const ko_mchar_t *p = r->p;
-    size_t made = r->made;
-    W seen = 0;
-    for (; p < stop && made <= limit; p += 2) {
-        const uint32_t row = flat->second[*p];
-        if (!row || *p == shift_out) break;
-        const W e = words[row + p[1]];
-        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
-        seen |= e;
-        if constexpr (Write) store_word(out + made, W(e >> 8));
-        made += e & cv_length;
-    }
-    *r = {p, made, r->seen | seen};
-}
-
-// Converts ordinary characters of three bytes whose second and third are trail bytes of UTF-8;
-// three bytes follow stop.
-template <class W, bool Write>
-inline void triples_until(const W *words, run_rule rule, run_state *r, const ko_mchar_t *stop,
-                          ko_mchar_t *out, size_t limit) {
-    const ko_mchar_t *p = r->p;
-    size_t made = r->made;
-    W seen = 0;
-    for (; p < stop && made <= limit; p += 3) {
-        const W lead = words[*p];
-        if ((lead & 0xFF) != cv_short_row || (((p[1] ^ 0x80) | (p[2] ^ 0x80)) & 0xC0)) break;
-        const W second = words[(lead >> 8) * 64 + (p[1] & 0x3F)];
-        if ((second & 0xFF) != cv_short_row) break;
-        const W e = words[(second >> 8) * 64 + (p[2] & 0x3F)];
-        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
-        seen |= e;
-        if constexpr (Write) store_word(out + made, W(e >> 8));
-        made += e & cv_length;
-    }
-    *r = {p, made, r->seen | seen};
-}
-
-// Converts characters as long as they are ordinary, begin before stop, and leave room for a whole
-// word. Near: a character may reach the end, which is looked at.
-template <class W, bool Write, bool Near>
-void run_until(const W *words, const cv_flat *flat, bool ascii, run_rule rule, run_state *r,
-               const ko_mchar_t *stop, ko_mchar_t *out, size_t limit) {
-    const ko_mchar_t *p = r->p;
-    size_t made = r->made;
-    W seen = 0;
-    while (p < stop && made <= limit) {
-        const bool pair = !Near && flat->second[*p];
-        if (pair || (!Near && (words[*p] & 0xFF) == cv_short_row)) {
-            run_state some = {p, made, 0};
-            if (pair)
-                pairs_until<W, Write>(words, flat, no_shift, rule, &some, stop, out, limit);
-            else
-                triples_until<W, Write>(words, rule, &some, stop, out, limit);
-            seen |= static_cast<W>(some.seen);
-            made = some.made;
-            if (some.p != p) {
-                p = some.p;
-                continue;
-            }
-        }
-        W e = words[*p];
-        if (!Near && !ascii) { // a code set of its own below 0x80
-            const ko_mchar_t *const first = p;
-            for (; (e & cv_flags) && !((unsigned(e) ^ rule.want) & rule.mask); e = words[*p]) {
-                seen |= e;
-                if constexpr (Write) store_word(out + made, W(e >> 8));
-                made += e & cv_length;
-                if (++p == stop || made > limit) break;
-            }
-            if (p != first) continue;
-        }
-        int n = 1;
-        while (is_prefix(e) && n < cv_max_source && (!Near || p + n < stop))
-            e = next_word(words, e, p[n++]);
-        if (((unsigned(e) ^ rule.want) & rule.mask) || !(e & cv_flags)) break;
-        seen |= e;
-        if constexpr (Write) store_word(out + made, W(e >> 8));
-        made += e & cv_length;
-        p += n;
-        if (Near || !ascii || n > 1) continue;
-        const size_t k =
-            p < stop && made <= limit
-                ? ascii_run<Write>(flat, p, stop, Write ? out + made : nullptr, limit - made)
-                : 0;
-        p += k;
-        made += k;
-    }
-    *r = {p, made, r->seen | seen};
-}
-
-void end_run(const run_state &r, bool write, cursor *c) {
+// Moves a cursor over a run.
+void end_run(const cv_run &r, cursor *c) {
     if (r.seen & cv_substitute) c->sub = 1;
     c->left -= int(r.p - c->in);
     c->in = r.p;
-    if (write) c->out += r.made;
+    if (c->out) c->out += r.made;
     c->room -= int(r.made);
-}
-
-template <class W, bool Write>
-void mb_run(const W *words, const cv_flat *flat, bool ascii, run_rule rule, cursor *c,
-            int readable) {
-    const ko_mchar_t *const end = c->in + readable, *const sure = end - cv_max_source;
-    ko_mchar_t *const out = c->out;
-    const size_t limit = size_t(c->room) - sizeof(W);
-    run_state r = {c->in, 0, 0};
-    if (readable > cv_max_source)
-        run_until<W, Write, false>(words, flat, ascii, rule, &r, sure, out, limit);
-    // A stateful target has its say at the last character.
-    if (!(rule.mask & cv_shifted_target) && end - r.p <= cv_max_source)
-        run_until<W, Write, true>(words, flat, ascii, rule, &r, end, out, limit);
-    end_run(r, Write, c);
-}
-
-template <class W, bool Write>
-void pair_run(const W *words, const cv_flat *flat, unsigned char shift_out, run_rule rule,
-              cursor *c, int readable) {
-    run_state r = {c->in, 0, 0};
-    pairs_until<W, Write>(words, flat, shift_out, rule, &r, c->in + readable - 1, c->out,
-                          size_t(c->room) - sizeof(W));
-    end_run(r, Write, c);
-}
-
-// Hands a run to the form that fits the words and whether output is wanted.
-void run(const cv_flat *flat, run_rule rule, cursor *c) {
-    const int readable = c->readable();
-    if (!flat || readable < 1 || c->room < 8) return;
-    const bool ascii = flat->ascii && !(rule.want & rule.mask);
-    if (flat->words)
-        c->out ? mb_run<uint32_t, true>(flat->words, flat, ascii, rule, c, readable)
-               : mb_run<uint32_t, false>(flat->words, flat, ascii, rule, c, readable);
-    else
-        c->out ? mb_run<uint64_t, true>(flat->words64, flat, ascii, rule, c, readable)
-               : mb_run<uint64_t, false>(flat->words64, flat, ascii, rule, c, readable);
-}
-
-void run_pairs(const cv_flat *flat, unsigned char shift_out, run_rule rule, cursor *c) {
-    const int readable = c->readable();
-    if (!flat || readable < 2 || c->room < 8) return;
-    if (flat->words)
-        c->out ? pair_run<uint32_t, true>(flat->words, flat, shift_out, rule, c, readable)
-               : pair_run<uint32_t, false>(flat->words, flat, shift_out, rule, c, readable);
-    else
-        c->out ? pair_run<uint64_t, true>(flat->words64, flat, shift_out, rule, c, readable)
-               : pair_run<uint64_t, false>(flat->words64, flat, shift_out, rule, c, readable);
 }
 
 int failed(iconv_rec *cv, int error, const char *text) {
@@ -290,13 +93,17 @@ int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
         const bool shifted = shifts && st->source_state == 1 && cv->conv_shift;
         mb_decode *table = shifted ? cv->conv_shift : cv->conv_noshift;
         if (!st || st->target_state == 0 || st->target_state == 1) {
-            run_rule rule = {c->endless ? cv_terminator : 0, 0};
+            cv_rule rule = {c->endless ? cv_terminator : 0, 0};
+            int readable = c->readable();
             if (shifts) rule.mask |= cv_source_shift;
-            if (st) {
+            if (st) { // the last character has its say in the shifts of the target
                 rule.mask |= cv_shifted_target;
                 rule.want = st->target_state ? cv_shifted_target : 0;
+                readable -= cv_max_source;
             }
-            run(shifted ? cv->flat_shift : cv->flat_noshift, rule, c);
+            end_run(cv_run_any(shifted ? cv->flat_shift : cv->flat_noshift, rule, c->in, readable,
+                               c->out, c->room),
+                    c);
             if (c->left <= 0) break;
         }
         int taken;
@@ -338,13 +145,11 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     static const unsigned char shift_entry[2] = {cv_source_shift, 0};
     if (st->first_frag) st->source_state = 0;
     while (c->left > 0) {
-        const run_rule rule = {cv_source_shift | (c->endless ? cv_terminator : 0), 0};
-        const bool shifted = st->source_state == 1;
-        if (shifted)
-            run_pairs(cv->flat_shift, cv->source_so[0], rule, c);
-        else
-            run(cv->flat_noshift, rule, c);
+        const cv_rule rule = {cv_source_shift | (c->endless ? cv_terminator : 0), 0};
+        end_run(cv_run_shifted(cv, rule, &st->source_state, c->in, c->readable(), c->out, c->room),
+                c);
         if (c->left <= 0) break;
+        const bool shifted = st->source_state == 1;
         const unsigned char *e;
         int taken = 1;
         if (!shifted) {

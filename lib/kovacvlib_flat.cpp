@@ -26,7 +26,8 @@ const multi_arr *child(const multi_arr *node, int b) {
 size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth) {
     if (depth > multi_max_depth) return 0;
     size_t sum = short_node(table, node) ? 64u : 256u;
-    for (int b = 0; node->flag_arr && b < 256; ++b) {
+    if (!node->num_offsets || !node->flag_arr) return sum;
+    for (int b = 0; b < 256; ++b) {
         if (node->flag_arr[b] != mb_prefix) continue;
         const multi_arr *next = child(node, b);
         if (!next) continue;
@@ -35,6 +36,17 @@ size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth
         sum += below;
     }
     return sum;
+}
+
+// The word of an entry of so many bytes: 2 to 4, in 64 bits 5.
+template <class W> inline W entry_word(const unsigned char *e, size_t size) {
+    W word = W(e[0]) | W(e[1]) << 8;
+    if (size > 2) word |= W(e[2]) << 16;
+    if (size > 3) word |= W(e[3]) << 24;
+    if constexpr (sizeof word > 4) word |= W(e[4]) << 32;
+    const unsigned bits = 8 * (unsigned(word) & cv_length) + 8;
+    if (bits < 8 * sizeof word) word &= (W{1} << bits) - 1;
+    return word & cv_flags ? word & ~W{cv_special} : W{cv_special};
 }
 
 template <class W> struct row_writer {
@@ -46,29 +58,28 @@ template <class W> struct row_writer {
         bool is_short;
     };
 
-    W entry_word(const multi_arr *node, int b) const {
-        const unsigned char *e = node->data_arr
-                                     ? node->data_arr + (size_t(b) << table->log_data_size)
-                                     : table->default_data;
-        if (!(e[0] & cv_flags)) return 0;
-        const int len = static_cast<int>(e[0] & cv_length);
-        W word = e[0];
-        for (int i = 0; i < len && i + 1 < table->data_size; ++i)
-            word |= W(e[1 + i]) << (8 * i + 8);
-        return word;
+    // The entries of a node; what is none becomes special.
+    void write_entries(const multi_arr *node, W *to, int first, int count) const {
+        const unsigned char *const flags = node->flag_arr ? node->flag_arr + first : nullptr;
+        const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
+        const unsigned char *e =
+            node->data_arr ? node->data_arr + size_t(first) * step : table->default_data;
+        const auto size = static_cast<size_t>(table->data_size);
+        for (int i = 0; i < count; ++i, e += step) {
+            to[i] = W{cv_special};
+            if (flags && flags[i] == mb_final) to[i] = entry_word<W>(e, size);
+        }
     }
     row write(const multi_arr *node) {
         const row r = {used, short_node(table, node)};
         const int first = r.is_short ? 0x80 : 0, count = r.is_short ? 64 : 256;
         used += size_t(count);
-        W *to = words + r.index;
+        W *const to = words + r.index;
+        write_entries(node, to, first, count);
+        if (!node->num_offsets || !node->flag_arr) return r;
         for (int i = 0; i < count; ++i) {
-            const int b = first + i;
-            const unsigned char flag = node->flag_arr ? node->flag_arr[b] : 0;
-            to[i] = 0;
-            if (flag == mb_final) to[i] = entry_word(node, b);
-            if (flag != mb_prefix) continue;
-            const multi_arr *next = child(node, b);
+            if (node->flag_arr[first + i] != mb_prefix) continue;
+            const multi_arr *next = child(node, first + i);
             if (!next) continue;
             const row below = write(next);
             to[i] = W(below.index / 64) << 8 | W(below.is_short ? cv_short_row : cv_full_row);
@@ -77,25 +88,13 @@ template <class W> struct row_writer {
     }
 };
 
-template <class W> W *build_words(const mb_decode *table, size_t count) {
-    ext_block<W> words(count);
-    if (!words.p) return nullptr;
-    row_writer<W> writer = {table, words.p, 0};
-    writer.write(table->root);
-    return words.release();
-}
-
 template <class W> bool maps_to_itself(W word, unsigned b) {
     const unsigned flags = unsigned(word) & cv_flags;
-    if ((flags & ~(cv_plain | (b ? 0 : cv_terminator))) || !flags) return false;
+    if (flags & ~(b ? 0 : cv_terminator)) return false;
     return (word & cv_length) == 1 && ((word >> 8) & 0xFF) == b;
 }
 
-template <class W> void find_seconds(const W *words, cv_flat *flat) {
-    for (unsigned b = 0; b < 256; ++b)
-        flat->second[b] =
-            (words[b] & 0xFF) == cv_full_row ? static_cast<uint32_t>((words[b] >> 8) * 64) : 0;
-}
+template <class W> uint32_t row_start(W prefix) { return static_cast<uint32_t>(prefix >> 8) * 64; }
 
 template <class W> void find_ascii(const W *words, cv_flat *flat) {
     constexpr uint64_t each_byte = 0x0101010101010101u;
@@ -109,32 +108,65 @@ template <class W> void find_ascii(const W *words, cv_flat *flat) {
     flat->ascii = true;
 }
 
+template <class W> bool find_trails(const W *words, uint32_t none, cv_flat *flat) {
+    const auto is_short = [](W word) { return (word & 0xFF) == cv_short_row; };
+    bool any = false;
+    for (unsigned lead = 0xE0; lead < 0xF0; ++lead)
+        any = any || is_short(words[lead]);
+    if (!any) return true;
+    ext_block<cv_trails> trails(1);
+    if (!trails.p) return false;
+    for (unsigned i = 0; i < 32; ++i)
+        trails.p->two[i] = is_short(words[0xC0 + i]) ? row_start(words[0xC0 + i]) : none;
+    for (unsigned i = 0; i < 1024; ++i) {
+        const W lead = words[0xE0 + i / 64];
+        const W second = is_short(lead) ? words[row_start(lead) + i % 64] : W{cv_special};
+        trails.p->three[i] = is_short(second) ? row_start(second) : none;
+    }
+    flat->trails = trails.release();
+    return true;
+}
+
+// The rows of a tree, the row of nothing behind them, and what is found by looking at them.
+template <class W> W *build_words(const mb_decode *table, size_t count, cv_flat *flat) {
+    ext_block<W> words(count + 256);
+    if (!words.p) return nullptr;
+    row_writer<W> writer = {table, words.p, 0};
+    writer.write(table->root);
+    for (size_t i = 0; i < 256; ++i)
+        words.p[count + i] = W{cv_special};
+    const auto none = flat->none = static_cast<uint32_t>(count);
+    for (unsigned b = 0; b < 256; ++b)
+        flat->second[b] = (words.p[b] & 0xFF) == cv_full_row ? row_start(words.p[b]) : none;
+    find_ascii(words.p, flat);
+    return find_trails(words.p, none, flat) ? words.release() : nullptr;
+}
+
 } // namespace
 
 cv_flat *build_cv_flat(const mb_decode *table) {
     const size_t count = count_words(table, table->root, 1);
-    if (!count || count / 64 >= (1u << 24)) return nullptr;
+    if (!count || count / 64 >= (1u << 24) - 4) return nullptr;
     ext_block<cv_flat> flat(1);
     if (!flat.p) return nullptr;
-    *flat.p = {};
-    if (table->data_size <= 4) {
-        flat.p->words = build_words<uint32_t>(table, count);
-        if (!flat.p->words) return nullptr;
-        find_seconds(flat.p->words, flat.p);
-        find_ascii(flat.p->words, flat.p);
-    } else {
-        flat.p->words64 = build_words<uint64_t>(table, count);
-        if (!flat.p->words64) return nullptr;
-        find_seconds(flat.p->words64, flat.p);
-        find_ascii(flat.p->words64, flat.p);
-    }
-    return flat.release();
+    flat.p->words = nullptr;
+    flat.p->words64 = nullptr;
+    flat.p->trails = nullptr;
+    flat.p->ascii = false;
+    if (table->data_size <= 4)
+        flat.p->words = build_words<uint32_t>(table, count, flat.p);
+    else
+        flat.p->words64 = build_words<uint64_t>(table, count, flat.p);
+    return flat.p->words || flat.p->words64 ? flat.release() : nullptr;
 }
+
+void drop_cv_lead(cv_flat *flat, unsigned byte) { flat->second[byte] = flat->none; }
 
 void free_cv_flat(cv_flat *flat) {
     if (!flat) return;
     free_ptr(flat->words);
     free_ptr(flat->words64);
+    free_ptr(flat->trails);
     ko_ext_free(flat);
 }
 
