@@ -28,6 +28,7 @@ struct arguments {
     info_options info;
     convert_options convert;
     chart_options chart;
+    symbols_options symbols;
     std::function<int()> run;
 };
 
@@ -263,6 +264,23 @@ void add_chart(CLI::App &app, arguments &args) {
                 "The output is ASCII: code points in hexadecimal instead of characters"});
 }
 
+void add_symbols(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand(
+        "symbols", "Write the characters of text as symbolic names, or read such names back");
+    symbols_options &o = args.symbols;
+    command.add_option("codeset", o.code_set, "Code set of the text, by name or number")
+        ->required()
+        ->type_name("CODESET");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command.add_flag("-d,--decode", o.decode, "Read symbols; white space between them is left out");
+    command.add_option("-o,--output", o.out, "Write FILE, in one step when all is done")
+        ->type_name("FILE");
+    add_common(command, args, [&args] { return run_symbols(args.common, args.symbols); },
+               "  kova symbols IBM037 payroll.ebcdic\n"
+               "  printf '<A><b><c><newline>' | kova symbols -d IBM037 > abc.ebcdic\n",
+               {"Of no effect: text is bytes of the code set", "Of no effect"});
+}
+
 int complain(int status, const char *text) {
     if (*text) std::fprintf(stderr, "kova: %s\n", text);
     return status;
@@ -304,6 +322,7 @@ int main(int argc, char **argv) {
     add_locales(app, args);
     add_convert(app, args);
     add_chart(app, args);
+    add_symbols(app, args);
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"
         "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, 4 bad "

@@ -103,4 +103,11 @@ struct chart_options {
 };
 int run_chart(const common_options &common, const chart_options &options);
 
+struct symbols_options {
+    std::string code_set, out;
+    std::vector<std::string> files; // none: standard input
+    bool decode = false;
+};
+int run_symbols(const common_options &common, const symbols_options &options);
+
 } // namespace kovacli

@@ -44,7 +44,13 @@ static const kind_names &names_of(data_kind kind) {
         {"/kova/cv9", "/kova/cv"},
         "conversion objects (kova/cv9 is missing)", "kovac convert"
     };
-    return kind == data_kind::locales ? locales : conversions;
+    static constexpr kind_names charmaps = {
+        {"/kova/cm3", "/kova/cm"},
+        "charmap objects (kova/cm3 is missing)", "kovac charmap"
+    };
+    return kind == data_kind::locales       ? locales
+           : kind == data_kind::conversions ? conversions
+                                            : charmaps;
 }
 
 // The directories of objects below a root; none when it is no data root.

@@ -16,7 +16,7 @@ struct data_place {
     std::vector<std::string> dirs; // of the objects; the first that has a file wins
 };
 
-enum class data_kind : uint8_t { locales, conversions };
+enum class data_kind : uint8_t { locales, conversions, charmaps };
 
 // Finds the data: --root, KO_PATH, VANTORDIR, beside the program, the root built in; and makes the
 // library look there. Throws failure.
