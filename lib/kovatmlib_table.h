@@ -8,14 +8,14 @@
 #include <array>
 
 enum class time_kind : uint8_t {
-    unit,       // a character: the first of parts
-    name,       // a name of the locale
-    number,     // the value of a field
-    day,        // the same with one blank before a single digit
-    fraction,   // of a second; a digit may follow the letter
-    parts,      // numbers by their letters, with signs between them
-    format,     // a format of the locale
-    era_name,   //
+    unit,     // a character: the first of parts
+    name,     // a name of the locale
+    number,   // the value of a field
+    day,      // the same with one blank before a single digit
+    parts,    // numbers by their letters, with signs between them
+    format,   // a format of the locale
+    fraction, // of a second; a digit may follow the letter
+    era_name,
     era_year,   // the year within the era
     era_format, // the format of the era itself
     forms,      // "E", "O", "i": a further letter follows
@@ -145,6 +145,10 @@ constexpr time_directive day_row(char letter, time_kind kind, int digits) {
     row.kind = kind;
     return row;
 }
+constexpr time_directive portable_only(time_directive row) {
+    row.alternative = false;
+    return row;
+}
 constexpr time_directive fraction_row() { return {.letter = 'F', .kind = time_kind::fraction}; }
 constexpr time_directive era_row(char letter, time_kind kind, ko_wchar_t *lera::*text) {
     return {.letter = letter, .kind = kind, .digits = -1, .era = text};
@@ -174,9 +178,9 @@ inline constexpr time_directive time_directives[] = {
     forms_row('O'),
     forms_row('i'),
     year_row('C', KO_EYEARRANGE, -1, 99, read_century, time_view::century),
-    year_row('g', KO_EYEARRANGE, -1, 99, read_century, time_view::century),
+    portable_only(year_row('g', KO_EYEARRANGE, -1, 99, read_century, time_view::century)),
     year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
-    year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year),
+    portable_only(year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year)),
     day_row('d', time_kind::number, 2),
     day_row('e', time_kind::day, -1),
     fraction_row(),
@@ -234,14 +238,97 @@ inline bool has_alt_digits(const ltime *t) { return t->w_alt_digits && t->max_al
 // A directive as a format spells it.
 struct time_spec {
     const time_directive *row;
-    format_modifiers m;  // a digit behind "F" has raised the width
+    format_modifiers m;  // a digit behind "F" is its precision and has raised the width
     bool alternative;    // in the locale's digits
-    bool pointed;        // "%iF"
+    bool pointed;        // behind "i": "F" has a point
     int fraction_digits; // behind "F"; -1: none
     bool bad_fraction;   // the error is such a digit above 5
 };
+// A directive without modifiers.
+inline time_spec plain_spec(const time_directive *row, bool alternative = false) {
+    return {.row = row, .m = {.precision = -1}, .alternative = alternative, .fraction_digits = -1};
+}
 // Reads a directive from behind its "%" and moves *format behind it. 0; or KO_EDIRECTIVE for what
 // is no directive and for values that would be arguments, KO_EFORMAT, KO_EPRECISION.
 int scan_directive(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec);
+
+// A walk over a format and the formats of the locale inside it.
+struct time_walker {
+    int depth = 0;
+    int work = 0; // units of formats inside formats, for one directive of the outermost
+    bool bad_fraction = false; // why the walk has failed
+};
+constexpr int work_max = 1 << 20;
+
+// Hands the runs of a format to out->literal(first, end) and the directives to
+// out->directive(spec) until one returns an error number. Out has a loc and a walker.
+template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
+    const kovaloc *const loc = out->loc;
+    const ko_wchar_t percent = native(loc, '%');
+    for (;;) {
+        const ko_wchar_t *const run = format;
+        while (*format && *format != percent)
+            ++format;
+        if (format != run) {
+            if (const int error = out->literal(run, format)) return error;
+        }
+        if (!*format) return 0;
+        const time_directive *const row = find_directive(time_by_letter, portable(loc, *++format));
+        time_spec spec = plain_spec(row);
+        int error = 0;
+        if (row && row->kind < time_kind::fraction) {
+            ++format;
+        } else {
+            error = scan_directive(loc, &format, &spec);
+            out->walker.bad_fraction |= spec.bad_fraction;
+        }
+        if (!error) error = out->directive(spec);
+        if (error) return error;
+    }
+}
+// The same for a format inside a format; NULL is an empty one. Formats that contain each other end
+// with an error, and so do those that take forever without containing themselves.
+template <class Out> int walk_nested(Out *out, const ko_wchar_t *format) {
+    if (!format || !*format) return 0;
+    time_walker &walker = out->walker;
+    if (!walker.depth) walker.work = 0;
+    if (walker.depth == format_depth_max || walker.work > work_max) return KO_EDIRECTIVE;
+    walker.work += ko_wcslen(format) + 1;
+    ++walker.depth;
+    const int error = walk_format(out, format);
+    --walker.depth;
+    return error;
+}
+
+// Calls run with each number of "m/d/y" and its kin and sign with each sign between them.
+template <class Run, class Sign> int each_part(const time_spec &spec, Run run, Sign sign) {
+    for (const char *c = spec.row->parts; *c; ++c) {
+        const time_directive *const row = find_directive(time_by_letter, static_cast<unsigned>(*c));
+        const int error = row ? run(plain_spec(row, spec.alternative)) : sign(*c);
+        if (error) return error;
+    }
+    return 0;
+}
+
+// Columns of the characters of names, one for what shows nothing of itself.
+struct column_counter {
+    kovaloc *loc;
+    ko_ctype_t full; // class of the characters of two columns
+};
+column_counter make_columns(kovaloc *loc);
+int columns_of(const column_counter &by, ko_wchar_t wc);
+// The part of a name that a precision above 0 leaves, in units, and its columns.
+struct name_part {
+    int units;
+    int columns;
+};
+name_part cut_name(const column_counter &by, const ko_wchar_t *name, int precision);
+
+// Adds the most columns and bytes that a format can produce. 0, or the error number.
+struct time_extent {
+    int64_t columns = 0;
+    int64_t bytes = 0;
+};
+int measure_format(kovaloc *loc, const ko_wchar_t *format, time_extent *extent);
 
 #endif
