@@ -180,3 +180,213 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
     if (format_decimal(&field, magnitude_of(value), 10, sign, plain) < 0) return -1;
     return static_cast<int>(field.at - out);
 }
+
+// ---- Characters and strings ---------------------------------------------------------------------
+
+static int format_char(fmt_out *out, ko_wchar_t wc, const format_modifiers &m) {
+    ko_wchar_t *const at = open_field(out, {}, 1, m);
+    if (!at) return -1;
+    *at = wc;
+    return 0;
+}
+
+// The character that mb begins with; -1 with the error word set where there is none.
+static int first_char(kovaloc *loc, const ko_mchar_t *mb, ko_wchar_t *wc) {
+    if (!mb) return fail(loc, KO_ENULL, -1);
+    const int n = ko_full_mbtowc(loc, wc, mb, 4);
+    return n ? n : fail(loc, KO_EILSEQ, -1);
+}
+
+// A text longer than a width without precision is cut to the width, on purpose.
+static int format_string(fmt_out *out, const ko_wchar_t *text, int len, format_modifiers m) {
+    const int precision = m.precision;
+    int field = len, taken = len;
+    if (len <= m.width || precision < m.width)
+        field = precision < 0 && !m.width ? len : m.width;
+    else if (precision > m.width)
+        field = len < precision ? len : precision;
+    if (precision >= 0 && taken > precision) taken = precision;
+    if (taken > field) taken = field;
+    m.width = field;
+    ko_wchar_t *const at = open_field(out, {}, taken, m);
+    if (!at) return -1;
+    memcpy(at, text, static_cast<size_t>(taken) * sizeof *at);
+    return 0;
+}
+
+static int format_multibyte(fmt_out *out, const ko_mchar_t *mbs, const format_modifiers &m) {
+    if (!mbs) return fail(out->loc, KO_ENULL, -1);
+    wide_text text;
+    const int len = widen_text(out->loc, mbs, &text);
+    return len < 0 ? -1 : format_string(out, text.p, len, m);
+}
+
+// ---- Directives ---------------------------------------------------------------------------------
+
+const number_letter *find_number_letter(const kovaloc *loc, ko_wchar_t wc) {
+    static constexpr number_letter letters[] = {
+        {'d', number_integer, 10, true },
+        {'f', number_real,    0,  true },
+        {'s', number_string,  0,  false},
+        {'i', number_integer, 10, true },
+        {'u', number_integer, 10, false},
+        {'x', number_integer, 16, true },
+        {'X', number_integer, 16, true },
+        {'o', number_integer, 8,  true },
+        {'c', number_char,    0,  false},
+        {'g', number_real,    0,  true },
+        {'e', number_real,    0,  true },
+        {'E', number_real,    0,  true },
+        {'G', number_real,    0,  true },
+        {'b', number_integer, 2,  true },
+        {'q', number_integer, 4,  true },
+    };
+    const unsigned c = portable(loc, wc);
+    for (const number_letter &row : letters)
+        if (static_cast<unsigned char>(row.letter) == c) return &row;
+    return nullptr;
+}
+
+char scan_size(const kovaloc *loc, const ko_wchar_t **format) {
+    const unsigned c = portable(loc, **format) | 0x20;
+    if (c != 'l' && c != 'h') return 0;
+    ++*format;
+    return static_cast<char>(c);
+}
+
+// A call of the formatter: what lasts from directive to directive.
+struct formatting {
+    fmt_out out;
+    format_modifiers m;
+    bool negative; // a negative integer was printed: the later ones take its sign
+    va_list values;
+};
+
+// The stars' values.
+static void take_stars(formatting *f) {
+    format_modifiers &m = f->m;
+    if (m.width_star) {
+        m.width = va_arg(f->values, int);
+        if (m.width < 0) {
+            m.flags |= fmt_left;
+            m.width = m.width == INT_MIN ? INT_MAX : -m.width;
+        }
+    }
+    if (!m.precision_star) return;
+    m.precision = va_arg(f->values, int);
+    if (m.precision < 0) m.precision = -1;
+}
+
+static int format_integer(formatting *f, const number_letter &row, char size) {
+    int value = va_arg(f->values, int); // the interface's long is an int, too
+    if (size == 'h') value = row.is_signed ? static_cast<int16_t>(value) : value & 0xFFFF;
+    if (row.is_signed && value < 0) f->negative = true;
+    if (row.letter == 'X') f->m.flags |= fmt_upper;
+    const uint32_t magnitude = row.is_signed ? magnitude_of(value) : static_cast<uint32_t>(value);
+    const fmt_mark sign = sign_mark(f->out.loc, f->negative, f->m);
+    return format_decimal(&f->out, magnitude, static_cast<unsigned>(row.base), sign, f->m);
+}
+
+static int format_value(formatting *f, const number_letter &row, char size) {
+    kovaloc *const loc = f->out.loc;
+    ko_wchar_t wc;
+    switch (row.kind) {
+    case number_integer:
+        return format_integer(f, row, size);
+    case number_real:
+        return format_float(&f->out, va_arg(f->values, double), row.letter, f->m);
+    case number_char:
+        if (size == 'l') {
+            wc = static_cast<ko_wchar_t>(va_arg(f->values, int));
+            if (!wc) return fail(loc, KO_EILSEQ, -1);
+        } else if (first_char(loc, va_arg(f->values, const ko_mchar_t *), &wc) < 0) {
+            return -1;
+        }
+        return format_char(&f->out, wc, f->m);
+    default:
+        break;
+    }
+    if (size != 'l') return format_multibyte(&f->out, va_arg(f->values, const ko_mchar_t *), f->m);
+    const ko_wchar_t *const text = va_arg(f->values, const ko_wchar_t *);
+    if (!text) return fail(loc, KO_ENULL, -1);
+    return format_string(&f->out, text, ko_wcslen(text), f->m);
+}
+
+// From behind the "%".
+static int format_directive(formatting *f, const ko_wchar_t **format) {
+    kovaloc *const loc = f->out.loc;
+    if (const int error = scan_format_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
+    take_stars(f);
+    const char size = scan_size(loc, format);
+    if (!**format) return fail(loc, KO_EFORMAT, -1);
+    const number_letter *const row = find_number_letter(loc, **format);
+    if (!row) return fail(loc, KO_EDIRECTIVE, -1);
+    ++*format;
+    return format_value(f, *row, size);
+}
+
+static int walk_format(formatting *f, const ko_wchar_t *format) {
+    const kovaloc *const loc = f->out.loc;
+    const ko_wchar_t percent = native(loc, '%');
+    while (*format) {
+        if (*format++ == percent && *format != percent) {
+            if (format_directive(f, &format) < 0) return -1;
+            continue;
+        }
+        if (f->out.room < 1) return fail(f->out.loc, KO_E2BIG, -1);
+        *f->out.at++ = format[-1];
+        --f->out.room;
+        if (format[-1] == percent) ++format;
+    }
+    return 0;
+}
+
+// ---- Entry points -------------------------------------------------------------------------------
+
+int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
+                va_list values) {
+    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    formatting f = {
+        .out = {record(loc), out, max_chars}
+    };
+    va_copy(f.values, values);
+    const int result = walk_format(&f, format);
+    va_end(f.values);
+    if (max_chars >= 0) *f.out.at = 0;
+    return result < 0 ? -1 : static_cast<int>(f.out.at - out);
+}
+
+int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
+    va_list values;
+    va_start(values, format);
+    const int result = ko_wcsfnum1(loc, out, max_chars, format, values);
+    va_end(values);
+    return result;
+}
+
+constexpr int result_room = 512; // results that take no block of the host's memory
+
+static int mbsfnum1(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *format,
+                    va_list values) {
+    ko_wchar_t local[result_room];
+    if (max_bytes < result_room) {
+        if (ko_wcsfnum1(loc, local, max_bytes > 0 ? max_bytes : 0, format, values) < 0) return -1;
+        return narrow_result(loc, out, max_bytes, local);
+    }
+    const ext_block<ko_wchar_t> block(static_cast<size_t>(max_bytes) + 1);
+    if (!block.p) return fail(loc, KO_ENOMEM, -1);
+    if (ko_wcsfnum1(loc, block.p, max_bytes, format, values) < 0) return -1;
+    return narrow_result(loc, out, max_bytes, block.p);
+}
+
+int ko_mbsfnum(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
+    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    if (max_bytes >= 0) ko_mbsterm(loc, out); // empty after a failure
+    wide_text wide;
+    if (widen_text(record(loc), format, &wide) < 0) return -1;
+    va_list values;
+    va_start(values, format);
+    const int result = mbsfnum1(record(loc), out, max_bytes, wide.p, values);
+    va_end(values);
+    return result;
+}

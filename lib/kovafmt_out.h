@@ -51,6 +51,18 @@ int separators_in(const int *group, int digits);
 void put_digits(const kovaloc *loc, ko_wchar_t *end, const digit_run &run, const int *group,
                 const fmt_mark &separator);
 
+// Conversion letters, for formatting and for parsing.
+enum number_kind { number_integer, number_real, number_char, number_string };
+struct number_letter {
+    char letter;
+    number_kind kind;
+    int base;
+    bool is_signed;
+};
+const number_letter *find_number_letter(const kovaloc *loc, ko_wchar_t wc); // NULL: none
+// Steps over the letter of a size: 'l', 'h' or 0.
+char scan_size(const kovaloc *loc, const ko_wchar_t **format);
+
 // Writes a real as the letter, "e", "E", "f", "g" or "G", says. -1 with KO_E2BIG.
 int format_float(fmt_out *out, double value, char letter, const format_modifiers &m);
 
