@@ -1,0 +1,59 @@
+// A charmap object from anywhere either fails to load or serves: text and symbols convert without
+// leaving their room, a measured text takes its measured room, and nothing is left behind. The end
+// of the input is the text.
+#include "fuzz_host.h"
+
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+static void check_text(ko_cm_t cm, const std::vector<ko_mchar_t> &text) {
+    const int len = static_cast<int>(text.size());
+    std::vector<char> roomy(static_cast<size_t>(len) * 200 + 1);
+    const ko_mchar_t *at = text.data();
+    const int full = ko_mbstosyms(cm, roomy.data(), static_cast<int>(roomy.size()), &at, len);
+    check(at >= text.data() && at <= text.data() + len, "the position is in the text");
+    if (full < 0) return;
+    check(strlen(roomy.data()) + 1 == static_cast<size_t>(full), "the result is the length");
+    for (int size = 1; size <= full; size += 1 + full / 8) {
+        std::vector<char> exact(static_cast<size_t>(size));
+        at = text.data();
+        const int cut = ko_mbstosyms(cm, exact.data(), size, &at, len);
+        check(cut > 0 && cut <= size && !strncmp(exact.data(), roomy.data(), strlen(exact.data())),
+              "a small room gets the front");
+    }
+    std::vector<ko_mchar_t> back(roomy.size() * 4 + 4);
+    const char *symbols = roomy.data();
+    const int read = ko_symstombs(cm, back.data(), static_cast<int>(back.size()), &symbols);
+    if (read < 0) return; // a range may run out of its digits
+    std::vector<ko_mchar_t> fits(static_cast<size_t>(read));
+    symbols = roomy.data();
+    check(ko_symstombs(cm, fits.data(), read, &symbols) == read, "the measured room suffices");
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    input = data;
+    input_size = size;
+    const size_t tail = size < 48 ? size : 48;
+    std::vector<ko_mchar_t> text(data + size - tail, data + size);
+    ko_cm_t cm = nullptr;
+    const bool loaded = ko_cm_load(&cm, "x.cmo", nullptr, "") == 0;
+    check(!open_streams, "the stream is closed");
+    if (loaded) {
+        check_text(cm, text);
+        text.resize(tail + 4);
+        const std::string symbols(text.begin(), text.end());
+        std::vector<ko_mchar_t> bytes(16);
+        const char *at = symbols.c_str();
+        ko_symstombs(cm, bytes.data(), 16, &at);
+        std::vector<char> list(32);
+        ko_mbtosymlist(cm, list.data(), 32, text.data(), 1);
+        std::vector<ko_wchar_t> wide(16);
+        at = symbols.c_str();
+        ko_symstowcs(cm, wide.data(), 16, &at);
+    }
+    ko_cm_unload(cm);
+    check(live_blocks == 0, "nothing is left");
+    return 0;
+}
