@@ -105,6 +105,16 @@ static double value_of(mon_number *n) {
     return static_cast<double>(digits) / tens[fraction];
 }
 
+// Blanks and fill characters in front of a value. Of digits only zeros that another digit follows
+// are padding.
+static const ko_wchar_t *skip_padding(kovaloc *loc, const ko_wchar_t *text, ko_wchar_t fill) {
+    const bool zeros = digit_of(loc, fill) == 0, others = !is_digit(loc, fill);
+    while (is_blank(loc, *text) ||
+           (*text && *text == fill && (others || (zeros && is_digit(loc, text[1])))))
+        ++text;
+    return text;
+}
+
 static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const mon_directive &d,
                                      double *value) {
     const int *group = loc->monum_info.group_mon;
@@ -117,8 +127,7 @@ static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const
     // group.
     const bool shared = d.right_precision && same_symbol(separator, radix);
     if (shared && first <= 0) separator = {};
-    while (is_blank(loc, *text) || (*text && *text == d.fill && !is_digit(loc, *text)))
-        ++text;
+    text = skip_padding(loc, text, d.fill);
     mon_number n;
     if (!is_digit(loc, *text) || !(text = take_whole(loc, text, separator, &n))) return nullptr;
     if (shared && n.group_count && n.whole - n.groups[n.group_count - 1] < first) {
