@@ -1,162 +1,107 @@
 // Reading a time by a format: the walk over the format, and one reader for each kind of directive.
-#include "kovatmlib_parse.h"
-#include "kovafmt.h"
-#include "kovambwc.h"
-#include "kovaportable.h"
+#include "kovatmlib_table.h"
 #include "kovatree.h"
 
 #include <limits.h>
-#include <string.h>
 
-#include <array>
-
-// Formats inside formats of one call, however they are nested: eras try theirs one after another.
-constexpr int nested_max = 4096;
-
-struct time_walk {
+struct time_reader {
     kovaloc *loc;
-    const ko_wchar_t *at;     // in the text
-    const ko_wchar_t *format; // behind the directive's letter, for one that has more than that
+    const ko_wchar_t *at; // in the text
     time_info *ti;
-    int depth;
-    int nested;
     bool at_end; // reading has met the terminator of the text
+    time_walker walker;
+    int literal(const ko_wchar_t *format, const ko_wchar_t *end);
+    int directive(const time_spec &spec);
 };
-
-// What stands between "%" and the letter.
-struct time_manner {
-    int width;        // 0: none
-    bool alternative; // in the locale's digits
-};
-
-static int read_format(time_walk *w, const ko_wchar_t *format);
 
 // ---- Text ---------------------------------------------------------------------------------------
 
-static inline bool is_blank(const time_walk *w, ko_wchar_t wc) {
-    return has_class(w->loc, wc, KO_CT_SPACE);
+static inline bool is_blank(const time_reader *r, ko_wchar_t wc) {
+    return has_class(r->loc, wc, KO_CT_SPACE);
 }
-static inline unsigned ascii(const time_walk *w) { return portable(w->loc, *w->at); }
+static inline unsigned ascii(const time_reader *r) { return portable(r->loc, *r->at); }
 
 // Notes whether reading stopped at the end of the text.
-static inline int ended(time_walk *w, int error) {
-    w->at_end |= !*w->at;
+static inline int ended(time_reader *r, int error) {
+    r->at_end |= !*r->at;
     return error;
 }
 
-static inline void skip_blanks(time_walk *w) {
-    while (*w->at && is_blank(w, *w->at))
-        ++w->at;
+static inline void skip_blanks(time_reader *r) {
+    while (*r->at && is_blank(r, *r->at))
+        ++r->at;
 }
 
 // A character that stands for itself; blanks before it in the text do not count.
-static int read_character(time_walk *w, ko_wchar_t wc) {
-    if (*w->at != wc) skip_blanks(w);
-    if (*w->at != wc) return ended(w, KO_EMISMATCH);
-    ++w->at;
+static int read_character(time_reader *r, ko_wchar_t wc) {
+    if (*r->at != wc) skip_blanks(r);
+    if (*r->at != wc) return ended(r, KO_EMISMATCH);
+    ++r->at;
     return 0;
 }
 
-// What the format holds up to a directive or behind the next character that is no blank.
-static int read_text(time_walk *w) {
-    if (is_blank(w, *w->format)) {
-        skip_blanks(w);
-        ended(w, 0);
-        while (*w->format && is_blank(w, *w->format))
-            ++w->format;
-        if (!*w->format || portable(w->loc, *w->format) == '%') return 0;
+int time_reader::literal(const ko_wchar_t *format, const ko_wchar_t *end) {
+    while (format != end) {
+        if (is_blank(this, *format)) {
+            skip_blanks(this);
+            ended(this, 0);
+            while (format != end && is_blank(this, *format))
+                ++format;
+            if (format == end) break;
+        }
+        const int error = read_character(this, *format++);
+        if (error) return error;
     }
-    return read_character(w, *w->format++);
+    return 0;
 }
 
 // ---- Numbers ------------------------------------------------------------------------------------
 
 // A sign or none and digits, at most width units of both. A value that is too large becomes one
 // that no range has. False without a digit.
-static bool read_digits(time_walk *w, int width, int *value) {
-    if (ascii(w) - '0' > 9) skip_blanks(w);
-    const ko_wchar_t *const start = w->at;
-    const bool minus = ascii(w) == '-';
-    if (minus || ascii(w) == '+') ++w->at;
-    const int most = (width ? width : INT_MAX) - (w->at != start);
+static bool read_digits(time_reader *r, int width, int *value) {
+    if (ascii(r) - '0' > 9) skip_blanks(r);
+    const ko_wchar_t *const start = r->at;
+    const bool minus = ascii(r) == '-';
+    if (minus || ascii(r) == '+') ++r->at;
+    const int most = (width ? width : INT_MAX) - (r->at != start);
     int n = 0;
     int64_t number = 0;
-    for (unsigned digit; n < most && (digit = ascii(w) - '0') < 10; ++n, ++w->at)
+    for (unsigned digit; n < most && (digit = ascii(r) - '0') < 10; ++n, ++r->at)
         number = number > INT_MAX ? number : number * 10 + digit;
-    ended(w, 0);
+    ended(r, 0);
     number = number > INT_MAX ? INT_MAX : number;
     *value = static_cast<int>(minus ? -number : number);
     return n > 0;
 }
 
-static bool has_alt_digits(const ltime *t) { return t->max_alt_digits >= 2; }
-
 // The same in the locale's digits, without a sign.
-static bool read_alt_digits(time_walk *w, int width, int *value) {
-    const ltime *t = &w->loc->ltime_info;
-    skip_blanks(w);
+static bool read_alt_digits(time_reader *r, int width, int *value) {
+    const ltime *t = &r->loc->ltime_info;
+    skip_blanks(r);
     int left = width ? width : INT_MAX, n = 0;
     int64_t number = 0;
     for (;; ++n) {
-        const wc_found found = find_name(w->loc, t->alt_digits_cache, w->at);
-        w->at_end |= !w->at[found.seen];
+        const wc_found found = find_name(r->loc, t->alt_digits_cache, r->at);
+        r->at_end |= !r->at[found.seen];
         if (!found.node || found.len > left) break;
         if (number <= INT_MAX) number = number * t->max_alt_digits + found.node->val;
-        w->at += found.len;
+        r->at += found.len;
         left -= found.len;
     }
     *value = static_cast<int>(number > INT_MAX ? INT_MAX : number);
     return n > 0;
 }
 
-// A directive that reads a number.
-struct number_rule {
-    char letter;
-    int time_info::*field;
-    unsigned set;
-    unsigned clear;
-    ko_errnum missing;
-    ko_errnum range;
-    int lo;
-    int hi; // 0: by the locale's months
-    int bias;
-    int time_info::*type; // NULL: none
-    int type_value;
-};
-static constexpr number_rule number_rules[] = {
-    {'C', &time_info::century,   seen_century,   0,           KO_EYEAR,  KO_EYEARRANGE,  0, 99,   0,
-     &time_info::year_type,                                                                                      year_short},
-    {'g', &time_info::century,   seen_century,   0,           KO_EYEAR,  KO_EYEARRANGE,  0, 99,   0,
-     &time_info::year_type,                                                                                      year_short},
-    {'d', &time_info::month_day, seen_month_day, 0,           KO_EDAY,   KO_EDAYRANGE,   1, 31,   0,    nullptr, 0         },
-    {'e', &time_info::month_day, seen_month_day, 0,           KO_EDAY,   KO_EDAYRANGE,   1, 31,   0,    nullptr, 0         },
-    {'H', &time_info::hour24,    seen_hour24,    0,           KO_EHOUR,  KO_EHOURRANGE,  0, 23,   0,
-     &time_info::hour_type,                                                                                      clock_24  },
-    {'I', &time_info::hour12,    seen_hour12,    0,           KO_EHOUR,  KO_EHOURRANGE,  1, 12,   0,
-     &time_info::hour_type,                                                                                      clock_12  },
-    {'j', &time_info::year_day,  seen_year_day,  0,           KO_EYDAY,  KO_EYDAYRANGE,  1, 366,  1,    nullptr, 0         },
-    {'m', &time_info::mon,       seen_mon,       seen_monidx, KO_EMONTH, KO_EMONTHRANGE, 1, 0,    1,    nullptr, 0         },
-    {'M', &time_info::minute,    seen_minute,    0,           KO_EMIN,   KO_EMINRANGE,   0, 59,   0,    nullptr, 0         },
-    {'S', &time_info::second,    seen_second,    0,           KO_ESEC,   KO_ESECRANGE,   0, 61,   0,    nullptr, 0         },
-    {'u', &time_info::week_day,  seen_week_day,  0,           KO_EWDAY,  KO_EWDAYRANGE,  1, 7,    0,    nullptr, 0         },
-    {'w', &time_info::week_day,  seen_week_day,  0,           KO_EWDAY,  KO_ERANGE,      0, 6,    0,    nullptr, 0         },
-    {'y', &time_info::year_off,  seen_year_off,  0,           KO_EYEAR,  KO_ERANGE,      0, 99,   0,
-     &time_info::year_type,                                                                                      year_short},
-    {'Y', &time_info::full_year, seen_full_year, 0,           KO_EYEAR,  KO_ERANGE,      0, 9999, 1900,
-     &time_info::year_type,                                                                                      year_full },
-};
-
-// A record without times counts as Gregorian.
-static int months_of(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
-
-static int read_number(time_walk *w, const number_rule &rule, const time_manner &how) {
+static int read_number(time_reader *r, const time_reading &rule, int width, bool alternative) {
     int value;
     const bool found =
-        how.alternative ? read_alt_digits(w, how.width, &value) : read_digits(w, how.width, &value);
+        alternative ? read_alt_digits(r, width, &value) : read_digits(r, width, &value);
     if (!found) return rule.missing;
-    const int hi = rule.hi ? rule.hi : months_of(&w->loc->ltime_info);
+    const int hi = rule.hi == by_months ? month_count(&r->loc->ltime_info) : rule.hi;
     if (value < rule.lo || value > hi) return rule.range;
-    time_info *const ti = w->ti;
+    if (rule.field == &time_info::week_day) value %= 7;
+    time_info *const ti = r->ti;
     ti->*rule.field = value - rule.bias;
     ti->set = (ti->set & ~rule.clear) | rule.set;
     if (rule.type) ti->*rule.type = rule.type_value;
@@ -165,111 +110,110 @@ static int read_number(time_walk *w, const number_rule &rule, const time_manner 
 
 // The digits behind the point of a second, six of which count; at least as many as the digit behind
 // the letter says.
-static int read_fraction(time_walk *w, const time_manner &how) {
-    int width = how.width, needed = 0;
-    if (const unsigned digit = portable(w->loc, *w->format) - '0'; digit < 10) {
-        if (digit > 5) return KO_EDIRECTIVE;
-        ++w->format;
-        needed = static_cast<int>(digit);
-        if (width < needed) width = needed;
+static int read_fraction(time_reader *r, const time_spec &spec) {
+    if (spec.pointed) {
+        if (ascii(r) != '.') return ended(r, KO_EFRACTION);
+        ++r->at;
     }
+    const int most = spec.m.width ? spec.m.width : INT_MAX;
     int n = 0, usec = 0;
-    for (unsigned digit; (!width || n < width) && (digit = ascii(w) - '0') < 10; ++w->at) {
+    for (unsigned digit; n < most && (digit = ascii(r) - '0') < 10; ++r->at, ++n) {
         if (n < 6) usec = usec * 10 + static_cast<int>(digit);
-        if (n < INT_MAX) ++n;
     }
-    if (!n || n < needed) return ended(w, KO_EFRACTION);
-    for (int i = n; i < 6; i++)
+    ended(r, 0);
+    if (!n || n < spec.fraction_digits) return KO_EFRACTION;
+    for (; n < 6; n++)
         usec *= 10;
-    w->ti->usec = usec;
-    w->ti->set |= seen_usec;
-    return ended(w, 0);
+    r->ti->usec = usec;
+    r->ti->set |= seen_usec;
+    return 0;
 }
 
 // ---- Names --------------------------------------------------------------------------------------
 
 // The value of the name that the text goes on with, by the first tree that has one; -1 for none.
-static int read_name(time_walk *w, const wc_tnode *full, const wc_tnode *abbr) {
+static int read_name(time_reader *r, const wc_tnode *full, const wc_tnode *abbr) {
     for (const wc_tnode *tree : {full, abbr}) {
-        const wc_found found = find_name(w->loc, tree, w->at);
-        if (!found.len) w->at_end |= !w->at[found.seen];
+        const wc_found found = find_name(r->loc, tree, r->at);
+        if (!found.len) r->at_end |= !r->at[found.seen];
         if (!found.node) continue;
-        w->at += found.len;
+        r->at += found.len;
         return found.node->val;
     }
     return -1;
 }
 
-static int read_day_name(time_walk *w, const time_manner &) {
-    const ltime *t = &w->loc->ltime_info;
-    const int day = read_name(w, t->full_day_cache, t->abbr_day_cache);
+static int read_day_name(time_reader *r) {
+    const ltime *t = &r->loc->ltime_info;
+    const int day = read_name(r, t->full_day_cache, t->abbr_day_cache);
     if (day < 0) return KO_EWDAY;
-    w->ti->week_day = day;
-    w->ti->set |= seen_week_day;
+    r->ti->week_day = day;
+    r->ti->set |= seen_week_day;
     return 0;
 }
 
-static int read_month_name(time_walk *w, const time_manner &) {
-    const ltime *t = &w->loc->ltime_info;
-    const int month = read_name(w, t->full_mon_cache, t->abbr_mon_cache);
+static int read_month_name(time_reader *r) {
+    const ltime *t = &r->loc->ltime_info;
+    const int month = read_name(r, t->full_mon_cache, t->abbr_mon_cache);
     if (month < 0) return KO_EMONTHNAME;
-    w->ti->monidx = month;
-    w->ti->set = (w->ti->set & ~unsigned{seen_mon}) | seen_monidx;
+    r->ti->monidx = month;
+    r->ti->set = (r->ti->set & ~ko_ulong_t{seen_mon}) | seen_monidx;
     return 0;
 }
 
-static int read_ampm(time_walk *w, const time_manner &) {
-    const int half = read_name(w, w->loc->ltime_info.ampm_cache, nullptr);
+static int read_half_day(time_reader *r) {
+    const int half = read_name(r, r->loc->ltime_info.ampm_cache, nullptr);
     if (half < 0) return KO_EMISMATCH;
-    w->ti->ampm = half;
-    w->ti->set |= seen_ampm;
-    w->ti->hour_type = clock_12;
+    r->ti->ampm = half;
+    r->ti->set |= seen_ampm;
+    r->ti->hour_type = clock_12;
     return 0;
 }
 
-static int read_era_year(time_walk *w, const time_manner &how) {
-    if (!read_digits(w, how.width, &w->ti->era_off)) return KO_EYEAR;
-    w->ti->set |= seen_era_off;
-    return 0;
+static int read_named(time_reader *r, const time_directive &row) {
+    if (row.view == time_view::month_index) return read_month_name(r);
+    return row.view == time_view::half_day ? read_half_day(r) : read_day_name(r);
 }
 
-static int read_era_name(time_walk *w, const time_manner &) {
-    const ltime *t = &w->loc->ltime_info;
-    const int era = read_name(w, t->full_era_cache, t->abbr_era_cache);
+static int read_era_name(time_reader *r) {
+    const ltime *t = &r->loc->ltime_info;
+    const int era = read_name(r, t->full_era_cache, t->abbr_era_cache);
+    r->ti->year_type = year_of_era;
     if (era < 0) return KO_EERA;
-    w->ti->era = era;
-    w->ti->set |= seen_era;
+    r->ti->era = era;
+    r->ti->set |= seen_era;
+    return 0;
+}
+
+static int read_era_year(time_reader *r, int width) {
+    r->ti->year_type = year_of_era;
+    if (!read_digits(r, width, &r->ti->era_off)) return KO_EYEAR;
+    r->ti->set |= seen_era_off;
     return 0;
 }
 
 // ---- Formats inside formats ---------------------------------------------------------------------
 
-static int read_nested(time_walk *w, const ko_wchar_t *format) {
-    if (!format || !*format) return 0;
-    if (w->depth == format_depth_max || w->nested == nested_max) return KO_EDIRECTIVE;
-    const ko_wchar_t *const outer = w->format;
-    ++w->nested;
-    ++w->depth;
-    const int error = read_format(w, format);
-    --w->depth;
-    w->format = outer;
-    return error;
+static int read_locale_format(time_reader *r, const time_directive &row) {
+    const int error = walk_nested(r, r->loc->ltime_info.*row.format);
+    return error && row.letter == 'r' ? KO_EDIRECTIVE : error;
 }
 
 // The first era whose own format fits. An era that the format reads by name is of this name.
-static int read_full_era(time_walk *w, const time_manner &) {
-    const ltime *t = &w->loc->ltime_info;
-    time_info before = *w->ti;
-    before.set &= ~unsigned{seen_era};
-    const ko_wchar_t *const start = w->at;
+static int read_era_format(time_reader *r) {
+    const ltime *t = &r->loc->ltime_info;
+    time_info before = *r->ti;
+    before.set &= ~ko_ulong_t{seen_era};
+    before.year_type = year_of_era;
+    const ko_wchar_t *const start = r->at;
     for (int i = 0; i < t->era_count; i++) {
-        *w->ti = before;
-        w->at = start;
-        if (read_nested(w, t->decode_era[i].w_format)) continue;
-        if (w->ti->set & seen_era && !same_name(t->decode_era[w->ti->era], t->decode_era[i]))
+        *r->ti = before;
+        r->at = start;
+        if (walk_nested(r, t->decode_era[i].w_format)) continue;
+        if (r->ti->set & seen_era && !same_name(t->decode_era[r->ti->era], t->decode_era[i]))
             continue;
-        w->ti->era = i;
-        w->ti->set |= seen_era;
+        r->ti->era = i;
+        r->ti->set |= seen_era;
         return 0;
     }
     return KO_EERA;
@@ -277,169 +221,53 @@ static int read_full_era(time_walk *w, const time_manner &) {
 
 // ---- Directives ---------------------------------------------------------------------------------
 
-static int read_blanks(time_walk *w, const time_manner &) {
-    const ko_wchar_t *const start = w->at;
-    skip_blanks(w);
-    return ended(w, w->at == start ? KO_EMISMATCH : 0);
-}
-
-static int read_percent(time_walk *w, const time_manner &) {
-    if (ascii(w) != '%') return ended(w, KO_EDIRECTIVE);
-    ++w->at;
+static int read_unit(time_reader *r, const time_directive &row) {
+    const ko_wchar_t *const start = r->at;
+    if (row.letter != '%') {
+        skip_blanks(r);
+        return ended(r, r->at == start ? KO_EMISMATCH : 0);
+    }
+    if (ascii(r) != '%') return ended(r, KO_EDIRECTIVE);
+    ++r->at;
     return 0;
 }
 
-static int read_era_form(time_walk *w, const time_manner &how);
-static int read_alternative(time_walk *w, const time_manner &how);
-static int read_index_form(time_walk *w, const time_manner &how);
-
-// What a letter reads: a number, by its rule; numbers and the signs between them; a format of the
-// locale; or what a reader of its own takes.
-struct time_directive {
-    char letter;
-    int (*read)(time_walk *w, const time_manner &how);
-    ko_wchar_t *ltime::*format;
-    const char *parts;
-};
-static constexpr time_directive directives[] = {
-    {'%', read_percent,     nullptr,              nullptr},
-    {'a', read_day_name,    nullptr,              nullptr},
-    {'A', read_day_name,    nullptr,              nullptr},
-    {'b', read_month_name,  nullptr,              nullptr},
-    {'B', read_month_name,  nullptr,              nullptr},
-    {'h', read_month_name,  nullptr,              nullptr},
-    {'p', read_ampm,        nullptr,              nullptr},
-    {'F', read_fraction,    nullptr,              nullptr},
-    {'n', read_blanks,      nullptr,              nullptr},
-    {'t', read_blanks,      nullptr,              nullptr},
-    {'E', read_era_form,    nullptr,              nullptr},
-    {'O', read_alternative, nullptr,              nullptr},
-    {'i', read_index_form,  nullptr,              nullptr},
-    {'c', nullptr,          &ltime::w_d_t_fmt,    nullptr},
-    {'x', nullptr,          &ltime::w_d_fmt,      nullptr},
-    {'X', nullptr,          &ltime::w_t_fmt,      nullptr},
-    {'r', nullptr,          &ltime::w_t_fmt_ampm, nullptr},
-    {'D', nullptr,          nullptr,              "m/d/y"},
-    {'R', nullptr,          nullptr,              "H:M"  },
-    {'T', nullptr,          nullptr,              "H:M:S"},
-};
-static constexpr time_directive era_directives[] = {
-    {'C', read_era_name, nullptr,               nullptr},
-    {'g', read_era_name, nullptr,               nullptr},
-    {'y', read_era_year, nullptr,               nullptr},
-    {'Y', read_full_era, nullptr,               nullptr},
-    {'c', nullptr,       &ltime::w_era_d_t_fmt, nullptr},
-    {'x', nullptr,       &ltime::w_era_d_fmt,   nullptr},
-    {'X', nullptr,       &ltime::w_era_t_fmt,   nullptr},
-};
-static constexpr char alternative_letters[] = "CDHIMRSTdejmuwy", index_letters[] = "FYy";
-
-// Rows by letter, counted from 1.
-using letter_index = std::array<unsigned char, 128>;
-template <class Row, size_t n> static constexpr letter_index by_letter(const Row (&rows)[n]) {
-    letter_index index{};
-    for (size_t i = 0; i < n; i++)
-        index[static_cast<unsigned char>(rows[i].letter)] = static_cast<unsigned char>(i + 1);
-    return index;
-}
-static constexpr letter_index number_index = by_letter(number_rules);
-static constexpr letter_index directive_index = by_letter(directives);
-static constexpr letter_index era_index = by_letter(era_directives);
-
-static int read_letter(time_walk *w, unsigned letter, const time_manner &how);
-
-static int read_row(time_walk *w, const time_directive &row, const time_manner &how) {
-    if (row.read) return row.read(w, how);
-    if (!row.parts) {
-        const int error = read_nested(w, w->loc->ltime_info.*row.format);
-        return error && row.letter == 'r' ? KO_EDIRECTIVE : error;
-    }
-    for (const char *part = row.parts; *part; part++) {
-        const bool sign = !number_index[static_cast<unsigned char>(*part)];
-        const int error = sign ? read_character(w, native(w->loc, *part))
-                               : read_letter(w, static_cast<unsigned char>(*part), how);
-        if (error) return error;
-    }
-    return 0;
+// Numbers with signs between them; the width is not theirs.
+static int read_parts(time_reader *r, const time_spec &spec) {
+    return each_part(
+        spec,
+        [r](const time_spec &part) {
+            return read_number(r, part.row->reading, 0, part.alternative);
+        },
+        [r](char sign) { return read_character(r, native(r->loc, sign)); });
 }
 
-static int read_letter(time_walk *w, unsigned letter, const time_manner &how) {
-    if (letter >= 128) return KO_EDIRECTIVE;
-    if (const unsigned n = number_index[letter]) return read_number(w, number_rules[n - 1], how);
-    if (const unsigned n = directive_index[letter]) return read_row(w, directives[n - 1], how);
+int time_reader::directive(const time_spec &spec) {
+    const time_directive &row = *spec.row;
+    switch (row.kind) {
+    case time_kind::unit:
+        return read_unit(this, row);
+    case time_kind::name:
+        return read_named(this, row);
+    case time_kind::number:
+    case time_kind::day:
+        return read_number(this, row.reading, spec.m.width, spec.alternative);
+    case time_kind::fraction:
+        return read_fraction(this, spec);
+    case time_kind::parts:
+        return read_parts(this, spec);
+    case time_kind::format:
+        return read_locale_format(this, row);
+    case time_kind::era_name:
+        return read_era_name(this);
+    case time_kind::era_year:
+        return read_era_year(this, spec.m.width);
+    case time_kind::era_format:
+        return read_era_format(this);
+    case time_kind::forms:
+        break;
+    }
     return KO_EDIRECTIVE;
-}
-
-// The letter behind one that has several forms, and the format moved behind it; 0 at its end.
-static unsigned next_letter(time_walk *w) {
-    return *w->format ? portable(w->loc, *w->format++) : 0;
-}
-
-static int read_era_form(time_walk *w, const time_manner &how) {
-    const unsigned letter = next_letter(w);
-    if (!letter) return KO_EFORMAT;
-    const unsigned n = letter < 128 ? era_index[letter] : 0;
-    if (!n) return KO_EDIRECTIVE;
-    w->ti->year_type = year_of_era;
-    return read_row(w, era_directives[n - 1], how);
-}
-
-static int read_alternative(time_walk *w, const time_manner &how) {
-    const unsigned letter = next_letter(w);
-    if (!letter) return KO_EFORMAT;
-    if (letter >= 128 || !strchr(alternative_letters, static_cast<int>(letter)))
-        return KO_EDIRECTIVE;
-    // A date or time of several numbers has no width.
-    const int width = number_index[letter] ? how.width : 0;
-    return read_letter(w, letter, {width, true});
-}
-
-static int read_index_form(time_walk *w, const time_manner &how) {
-    const unsigned letter = next_letter(w);
-    if (!letter) return KO_EFORMAT;
-    if (letter >= 128 || !strchr(index_letters, static_cast<int>(letter))) return KO_EDIRECTIVE;
-    if (letter == 'F') {
-        if (ascii(w) != '.') return ended(w, KO_EFRACTION);
-        ++w->at;
-    }
-    return read_letter(w, letter, how);
-}
-
-// ---- The walk -----------------------------------------------------------------------------------
-
-// A directive, its "%" taken.
-static int read_directive(time_walk *w) {
-    const ltime *t = &w->loc->ltime_info;
-    time_manner how = {};
-    unsigned letter = portable(w->loc, *w->format);
-    if (letter - 'A' > 'z' - 'A') {
-        format_modifiers m = {};
-        const int error = scan_format_modifiers(w->loc, &w->format, &m);
-        if (error) return error;
-        if (m.width_star || m.precision_star) return KO_EDIRECTIVE;
-        how.width = m.width;
-    }
-    letter = next_letter(w);
-    const bool plain = (letter == 'E' && !t->era_count) || (letter == 'O' && !has_alt_digits(t));
-    if (plain) {
-        letter = next_letter(w);
-        if (letter == 'E' || letter == 'O') return KO_EDIRECTIVE; // one is taken as not there
-    }
-    return letter ? read_letter(w, letter, how) : KO_EFORMAT;
-}
-
-static int read_format(time_walk *w, const ko_wchar_t *format) {
-    w->format = format;
-    for (int error = 0; *w->format;) {
-        if (portable(w->loc, *w->format) != '%') {
-            error = read_text(w);
-        } else {
-            ++w->format;
-            error = read_directive(w);
-        }
-        if (error) return error;
-    }
-    return 0;
 }
 
 // ---- Entry points -------------------------------------------------------------------------------
@@ -451,9 +279,9 @@ struct time_read {
 };
 static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
                            time_info *ti) {
-    time_walk w = {.loc = loc, .at = text, .ti = ti};
-    const int error = read_format(&w, format);
-    return {error, w.at, w.at_end};
+    time_reader r = {.loc = loc, .at = text, .ti = ti};
+    const int error = walk_format(&r, format);
+    return {error, r.at, r.at_end};
 }
 
 // What is wrong with the arguments, 0 for nothing.
