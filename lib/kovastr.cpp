@@ -91,9 +91,9 @@ int ko_charoffset(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *position
 }
 
 const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped) {
-    return by_code_set(loc, [=](const auto &by) {
+    return by_code_set(loc, [=]<class By>(const By &by) {
         const ko_mchar_t *s = mbs;
-        if constexpr (by.one_unit) {
+        if constexpr (By::one_unit) {
             *skipped = by.length(s, n);
             return s + *skipped;
         }
