@@ -13,7 +13,7 @@ static wide_symbol readable(const kovaloc *loc, const ko_mchar_t *mbs, const ko_
     int len = 0;
     while (wcs[len])
         ++len;
-    if (terminator_len(loc) > 1) return {wcs, len};
+    if (loc->exp.single_byte || terminator_len(loc) > 1) return {wcs, len};
     const void *bytes = mbs;
     const bool alike = strlen(static_cast<const char *>(bytes)) == static_cast<size_t>(len);
     return {wcs, alike ? len : 0};
@@ -40,15 +40,16 @@ int ko_iswcdecml(const kovaloc *loc, const ko_wchar_t *text, int most) {
     return symbol_at(text, most, symbol) ? symbol.len : 0;
 }
 
-int check_groups(const group_lengths &groups, const int *grouping) {
-    int left = groups.separators + 1;
-    if (!grouping || grouping[0] < 1) return left;
-    for (int size = 1; left > 0 && grouping[size] > 0; --left) {
-        const int len = groups.len[left - 1];
-        if (left == 1 ? len > grouping[size] : len != grouping[size]) return -1;
-        if (size < grouping[0]) ++size;
+int check_groups(const digit_groups &groups, const int *grouping) {
+    int left = groups.separators;
+    if (!grouping || grouping[0] < 1) return left + 1;
+    const int *size = grouping + 1;
+    for (; left > 0 && *size > 0; --left) {
+        if (groups.len[left] != *size) return -1;
+        if (size < grouping + grouping[0]) ++size;
     }
-    return left;
+    if (*size <= 0) return left + 1;
+    return groups.len[0] > *size ? -1 : 0;
 }
 
 int grouped_run(const kovaloc *loc, const ko_wchar_t *text, int most, int base) {
@@ -71,66 +72,58 @@ int grouped_run(const kovaloc *loc, const ko_wchar_t *text, int most, int base) 
 struct integer {
     uint64_t magnitude; // beyond 32 bits it only tells that it is
     bool negative;
-    bool over; // the result was clamped
 };
 
-static uint64_t with_digit(uint64_t magnitude, unsigned base, unsigned digit) {
-    return magnitude < (uint64_t{1} << 40) ? magnitude * base + digit : magnitude;
-}
-
-// Moves *i behind a prefix that a digit follows and returns the base that it leaves.
-template <class Unit> static int base_at(const number_text<Unit> &t, int *i, int base) {
-    if ((base && base != 16) || at(t, *i) != '0') return base ? base : 10;
-    if ((at(t, *i + 1) | 0x20) == 'x' && digit_at(t, *i + 2) < 16) {
-        *i += 2;
-        return 16;
-    }
-    return base ? base : 8;
-}
-
-// Units read from place i on; 0: no digits, -1: too many.
+// The value of digits between separators; beyond 32 bits it only tells that it is.
 template <class Unit>
-static int plain_digits(const number_text<Unit> &t, int i, int base, uint64_t *magnitude) {
-    const int start = i;
-    const auto radix = static_cast<unsigned>(base_at(t, &i, base));
-    const int first = i;
+static uint64_t limited_value(const number_text<Unit> &t, int i, int end, unsigned radix) {
     uint64_t value = 0;
-    for (unsigned digit; (digit = digit_at(t, i)) < radix; ++i)
-        value = with_digit(value, radix, digit);
-    *magnitude = value;
-    return i == first ? 0 : i - start < number_room ? i - start : -1;
+    for (; i < end; ++i) {
+        const unsigned digit = digit_at(t, i);
+        if (digit < radix && value < uint64_t{1} << 40) value = value * radix + digit;
+    }
+    return value;
+}
+constexpr int surely_fit = 12; // digits that 64 bits hold in any base
+
+// Length of the prefix of a base, which a digit follows; *radix gets the base that it leaves.
+template <class Unit>
+static int prefix_len(const number_text<Unit> &t, int i, int base, unsigned *radix) {
+    *radix = static_cast<unsigned>(base ? base : 10);
+    if ((base && base != 16) || at(t, i) != '0') return 0;
+    if (!base) *radix = 8;
+    if ((at(t, i + 1) | 0x20) != 'x' || digit_at(t, i + 2) >= 16) return 0;
+    *radix = 16;
+    return 2;
+}
+
+// Units read from a place on; 0: no digits, -1: too many.
+template <class Unit>
+static int plain_digits(const number_text<Unit> &t, int start, int base, uint64_t *value) {
+    unsigned radix;
+    const int first = start + prefix_len(t, start, base, &radix);
+    *value = 0;
+    const int end = add_digits(t, first, radix, value);
+    if (end - first > surely_fit) *value = limited_value(t, first, end, radix);
+    return end == first ? 0 : end - start < number_room ? end - start : -1;
 }
 
 // The same for grouped digits, which are the whole rest of the text. Behind the groups that the
 // grouping knows a separator ends the number.
 template <class Unit>
-static int grouped_digits(const number_text<Unit> &t, int start, int base, uint64_t *magnitude) {
+static int grouped_digits(const number_text<Unit> &t, int start, int base, uint64_t *value) {
     const wide_symbol separator = group_separator(t.loc, mode_number);
-    int i = start;
-    const auto radix = static_cast<unsigned>(base_at(t, &i, base));
-    group_lengths groups;
-    uint64_t value = 0, head_value = 0;
-    int head = start, group_start = start;
-    for (;;) {
-        if (i - start >= number_room) return -1;
-        const unsigned digit = digit_at(t, i);
-        if (digit < radix) {
-            value = with_digit(value, radix, digit);
-            ++i;
-            continue;
-        }
-        groups.len[groups.separators] = static_cast<uint16_t>(i - group_start);
-        if (!at(t, i)) break;
-        const int len = symbol_len_at(t, i, separator);
-        if (!len) return -1;
-        if (!groups.separators++) head = i, head_value = value;
-        i += len;
-        group_start = i;
-    }
+    unsigned radix;
+    digit_groups groups;
+    const int prefix = prefix_len(t, start, base, &radix);
+    if (!scan_groups(t, start, prefix, radix, separator, &groups)) return -1;
+    if (at(t, groups.end) || groups.end - start >= number_room) return -1;
     const int beyond = check_groups(groups, grouping_of(t.loc, mode_number, separator));
     if (beyond < 0) return -1;
-    *magnitude = beyond > 1 ? head_value : value;
-    return (beyond > 1 ? head : i) - start;
+    if (beyond > 1) keep_first_group(t, start, prefix, radix, &groups);
+    *value = groups.digits <= surely_fit ? groups.value
+                                         : limited_value(t, start + prefix, groups.end, radix);
+    return groups.end - start;
 }
 
 template <class Unit>
@@ -216,15 +209,16 @@ static typename Kind::value multibyte_integer(ko_lc_t loc, const ko_mchar_t *mbs
 }
 
 int widen_number(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t (&wide)[number_room]) {
-    if (!mbs) return fail(loc, KO_ENULL, -1);
-    const void *const bytes = mbs;
-    const bool plain = loc->exp.single_byte;
-    const int len = plain ? static_cast<int>(strnlen(static_cast<const char *>(bytes), number_room))
-                          : im_mbslen(loc, mbs);
+    const int len = im_mbslen(loc, mbs);
     if (len < 0) return -1;
     if (!len) return fail(loc, KO_EEMPTY, -1);
-    if (len >= number_room) return number_room;
-    return plain ? len : loc->exp.mbstowcs(loc, wide, mbs, number_room);
+    return len < number_room ? loc->exp.mbstowcs(loc, wide, mbs, number_room) : number_room;
+}
+
+bool too_long(const ko_mchar_t *mbs, int used) {
+    const void *const rest = mbs + used;
+    const auto room = static_cast<size_t>(number_room - used);
+    return strnlen(static_cast<const char *>(rest), room) == room;
 }
 
 int read_long(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,

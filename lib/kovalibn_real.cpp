@@ -24,14 +24,9 @@ struct real_text {
 };
 
 template <class Unit> static void scan_digits(const number_text<Unit> &t, real_text *n) {
-    const int start = n->end;
-    uint64_t value = n->value;
-    int i = start;
-    for (unsigned d; (d = at(t, i) - '0') <= 9; ++i)
-        value = value * 10 + d;
-    n->value = value;
-    n->digits += i - start;
-    n->end = i;
+    const int end = add_digits(t, n->end, 10, &n->value);
+    n->digits += end - n->end;
+    n->end = end;
 }
 
 template <class Unit>
@@ -71,25 +66,17 @@ static bool scan_fraction(const number_text<Unit> &t, real_text *n, bool any_poi
 }
 
 // The integer part of a grouped number. Behind the groups that the grouping knows a separator ends
-// the number. False when it fails.
+// the number: *ended. False when it fails.
 template <class Unit>
-static bool scan_groups(const number_text<Unit> &t, real_text *n, int mode, bool *ended) {
-    group_lengths groups;
-    real_text head = *n;
-    for (;;) {
-        const int group_start = n->end;
-        scan_digits(t, n);
-        // The copy of the text has room for that many.
-        if (n->end - n->start > number_room) return false;
-        groups.len[groups.separators] = static_cast<uint16_t>(n->end - group_start);
-        const int len = symbol_len_at(t, n->end, n->separator);
-        if (!len) break;
-        if (!groups.separators++) head = *n;
-        n->end += len;
-    }
+static bool scan_integer_part(const number_text<Unit> &t, real_text *n, int mode, bool *ended) {
+    digit_groups groups;
+    if (!scan_groups(t, n->start, 0, 10, n->separator, &groups)) return false;
     const int beyond = check_groups(groups, grouping_of(t.loc, mode, n->separator));
     *ended = beyond > 1;
-    if (*ended) *n = head;
+    if (*ended) keep_first_group(t, n->start, 0, 10, &groups);
+    n->end = groups.end;
+    n->digits = groups.digits;
+    n->value = groups.value;
     return beyond >= 0;
 }
 
@@ -205,7 +192,7 @@ template <class Unit>
 static int grouped_real(const number_text<Unit> &t, real_text *n, int mode, double *value) {
     bool ended;
     n->separator = group_separator(t.loc, mode);
-    if (!scan_groups(t, n, mode, &ended)) return -1;
+    if (!scan_integer_part(t, n, mode, &ended)) return -1;
     if (!ended && scan_fraction(t, n, !t.loc->monum_info.decimal_point)) scan_exponent(t, n, 'e');
     if (n->end - n->start > copy_room) return -1;
     if (n->end > n->start && !exact_value(*n, value)) *value = converted_value(t, *n);

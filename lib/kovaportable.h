@@ -13,9 +13,10 @@ struct portable_set {
 const portable_set *portable_of(const kovaloc *loc);
 
 // The ASCII value of a portable character; a value of 0x80 and more for every other character.
-inline unsigned portable(const kovaloc *loc, unsigned wc) {
-    return !loc->portable ? wc : wc < 256 ? loc->portable->meaning[wc] : wc;
+inline unsigned portable(const portable_set *set, unsigned wc) {
+    return !set ? wc : wc < 256 ? set->meaning[wc] : wc;
 }
+inline unsigned portable(const kovaloc *loc, unsigned wc) { return portable(loc->portable, wc); }
 // The character of the locale's code set for an ASCII character.
 inline ko_wchar_t native(const kovaloc *loc, int ascii) {
     return !loc->portable ? static_cast<ko_wchar_t>(ascii) : loc->portable->native[ascii & 0x7F];

@@ -8,36 +8,29 @@
 #include <random>
 
 // Of one-byte or two-byte characters, with the sections of numbers and money given.
-struct number_locale {
-    ko_lc_t handle = nullptr;
-    number_locale(const char *point, const char *separator, const char *groups, bool wide = false) {
-        locale_object object = double_byte_object(wide);
-        std::vector<table_entry> classes;
-        for (int c = 0; c < 256; c++) {
-            const int mask = c < 128 && ispunct(c) ? KO_CT_PUNCT : c == ' ' ? KO_CT_SPACE : 0;
-            std::string bytes(1, static_cast<char>(c));
-            if (wide) bytes.insert(0, 1, '\0');
-            classes.push_back({bytes, static_cast<uint16_t>(mask | KO_CT_PRINT)});
-        }
-        const std::vector<table_entry> cases = {
-            {classes[0].bytes, 0}
-        };
-        object.ctype = table_text(classes) + "0\n" + table_text(cases) + "0\n";
-        const auto str = [wide](const char *text) { return field(encoded(text, wide)); };
-        object.numeric = str(point) + str(separator) + groups + "\n" + str("") + str("-");
-        object.monetary = str("EUR ") + str("E") + str(".") + str("'") + "1 2\n" + str("") +
-                          str("-") + "2 2 0 1 0 1 1 2147483647\n";
-        env_hooks env;
-        file_hooks files;
-        files.files[std::string(object_path) + "x.lco"] = object.str();
-        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
-        ko_destroystring(ko_setlocale_2(handle, KO_LC_ALL, "x.lco"));
-        EXPECT_EQ(error(), 0);
+static locale_object conventions(const char *point, const char *separator, const char *groups,
+                                 bool wide) {
+    locale_object object = double_byte_object(wide);
+    std::vector<table_entry> classes;
+    for (int c = 0; c < 256; c++) {
+        const int mask = c < 128 && ispunct(c) ? KO_CT_PUNCT : c == ' ' ? KO_CT_SPACE : 0;
+        const std::string bytes = encoded(std::string(1, static_cast<char>(c)), wide);
+        classes.push_back({bytes, static_cast<uint16_t>(mask | KO_CT_PRINT)});
     }
-    ~number_locale() { ko_lc_unload(handle); }
-    number_locale(const number_locale &) = delete;
-    operator ko_lc_t() const { return handle; }
-    int error() const { return *ko_ext_errno(handle); }
+    const std::vector<table_entry> cases = {
+        {classes[0].bytes, 0}
+    };
+    object.ctype = table_text(classes) + "0\n" + table_text(cases) + "0\n";
+    const auto str = [wide](const char *text) { return field(encoded(text, wide)); };
+    object.numeric = str(point) + str(separator) + groups + "\n" + str("") + str("-");
+    object.monetary = str("EUR ") + str("E") + str(".") + str("'") + "1 2\n" + str("") + str("-") +
+                      "2 2 0 1 0 1 1 2147483647\n";
+    return object;
+}
+
+struct number_locale : loaded_locale {
+    number_locale(const char *point, const char *separator, const char *groups, bool wide = false)
+        : loaded_locale(conventions(point, separator, groups, wide)) {}
     int take_error() const { return std::exchange(*ko_ext_errno(handle), 0); }
 };
 
