@@ -1,5 +1,6 @@
 // Category lines with their copies, and the categories that consist of strings and numbers.
 #include "kovac_locale.h"
+#include "kovac_times.h"
 
 #include <algorithm>
 #include <variant>
@@ -76,12 +77,25 @@ static bool append_code(const charmap &map, uint32_t code, std::string &bytes) {
     return true;
 }
 
+static std::vector<uint32_t> source_codes(const text_job &job, const token &t,
+                                          std::vector<std::string> &unknown) {
+    const std::vector<uint32_t> codes = string_codes(job.map, t, &unknown);
+    if (!job.formats) return codes;
+    std::vector<std::string> dropped;
+    std::vector<uint32_t> format = library_format(codes, dropped);
+    count_years_through_zero(format);
+    for (const std::string &directive : dropped) {
+        warning(job.diag, t.pos, "nothing says \"" + directive + "\" in a time format: dropped");
+    }
+    return format;
+}
+
 // A string's bytes in the code set. A character that the code set lacks is spelled as the source's
 // transliteration says; without one it is dropped with a warning.
 static std::string string_bytes(const text_job &job, const token &t) {
     std::string bytes;
     std::vector<std::string> unknown;
-    for (uint32_t code : string_codes(job.map, t, &unknown)) {
+    for (uint32_t code : source_codes(job, t, unknown)) {
         if (append_code(job.map, code, bytes)) continue;
         const std::vector<uint32_t> *spelled = spell(job.fallback, job.map, code);
         if (!spelled) {
@@ -291,7 +305,9 @@ static bool check_counts(const text_job &job, const time_section &out) {
            check_count(job, "am_pm", out.am_pm.size(), 2, 2);
 }
 
-bool compile_time(const text_job &job, time_section &out) {
+bool compile_time(const text_job &any, time_section &out) {
+    text_job job = any;
+    job.formats = true;
     const int errors = job.diag.errors;
     time_lines lines;
     out = {};

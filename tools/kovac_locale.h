@@ -83,6 +83,7 @@ struct text_job {
     const charmap &map;
     diagnostics &diag;
     translit &fallback;
+    bool formats = false; // a "%" of a string begins a directive of a time
 };
 
 // Compiles one category of set.main; copies are followed. Errors go to diag; false when there was
