@@ -22,38 +22,39 @@ typedef int (*conv_fn)(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_m
 typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                         ko_mchar_t **outmbs, int *outlen, int *sub);
 
-// A conversion table flattened to rows of words. A word is an entry: its first byte lowest, then
-// the target bytes. The bit of cv_plain is turned: it marks what is no character, is unmapped, or
-// is a prefix, which names the row of the next byte: a full row of 256 words, or, in a table of
-// longer characters where all that follows lies in 0x80..0xBF (the trail bytes of UTF-8), a short
-// one of 64. The last row has nothing but unmapped words.
+// A conversion table flattened to rows of words, of 32 bits where the targets have at most three
+// bytes, else of 64. The target bytes stand lowest; the top byte is the entry's first, in which the
+// bit of cv_plain is turned: it marks what is no character, is unmapped, or is a prefix. So a word
+// without flags is one that most texts hold alone. A prefix names the row of the next byte: a full
+// row of 256 words, or, in a table of longer characters where all that follows lies in 0x80..0xBF
+// (the trail bytes of UTF-8), a short one of 64. The last row has nothing but unmapped words.
 constexpr unsigned cv_special = cv_plain;
-// Low byte of a prefix; the row's index / 64 stands above it.
-constexpr unsigned cv_full_row = cv_special | 7;
+constexpr unsigned cv_full_row = cv_special | 7; // the top bytes of a prefix
 constexpr unsigned cv_short_row = cv_special | 6;
-struct cv_trails { // where the short row of the last byte begins, by the bits before it
-    uint32_t two[32];
-    uint32_t three[1024];
+constexpr unsigned cv_row_index = 0xFFFFFF; // below it, in units of 64 words
+struct cv_trails {
+    const void *two[256];          // the short row behind a first byte, the last row for none
+    const void *const *leads[256]; // behind the first byte of three: 64 such rows by the second
+    const void *rows[17 * 64];     // for 0xE0 to 0xEF, and none
 };
 struct cv_flat {
-    uint32_t *words;      // targets of at most 3 bytes, else NULL
-    uint64_t *words64;    // targets of 4 bytes, else NULL
-    uint32_t second[256]; // where the full row behind a first byte begins; the last row for none
-    uint32_t none;        // where the last row begins
-    cv_trails *trails;    // of UTF-8; NULL for other code sets
-    bool ascii;           // 0x00..0x7F map to themselves, unshifted and exactly, but for
-    uint64_t odd[2];      // at most two bytes, each repeated eight times; 0x80 for none
+    void *words;
+    bool wide;               // words of 64 bits
+    int most;                // the most target bytes of a source byte, rounded up
+    const void *none;        // the last row
+    const void *second[256]; // the full row behind a first byte, the last row for none
+    cv_trails *trails;       // of UTF-8; NULL for other code sets
+    bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, but for
+    uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none
 };
 
-// Which words a run takes: those whose low byte has the wanted bits under the mask.
+// Which flags a run takes: those under the mask must be the wanted ones.
 struct cv_rule {
     unsigned mask, want;
 };
-// What a run has done: where it stopped, the bytes it made, and all its low bytes together.
-struct cv_run {
+struct cv_run { // where it stopped, and the bytes it made
     const ko_mchar_t *p;
     size_t made;
-    unsigned seen;
 };
 
 // Byte-to-byte translation.
@@ -113,12 +114,10 @@ int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t
 int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 
-// Converts ordinary characters by a flat table, which may be NULL; without out it counts.
-cv_run cv_run_any(const cv_flat *flat, cv_rule rule, const ko_mchar_t *in, int len, ko_mchar_t *out,
-                  int room);
-// The same over single bytes and pairs with one-byte shifts, from the source state on.
-cv_run cv_run_shifted(const iconv_rec *cv, cv_rule rule, int *state, const ko_mchar_t *in, int len,
-                      ko_mchar_t *out, int room);
+// Converts ordinary characters by a flat table, which may be NULL; without out it counts. With a
+// source state: single bytes by that table and pairs by flat_shift, with one-byte shifts.
+cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
+                   const ko_mchar_t *in, int len, ko_mchar_t *out, int room);
 
 // Derived tables (kovacvlib_flat.cpp).
 cv_flat *build_cv_flat(const mb_decode *table);

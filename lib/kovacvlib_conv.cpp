@@ -67,9 +67,10 @@ struct call_cursor : cursor {
     }
 };
 
-// Moves a cursor over a run.
-void end_run(const cv_run &r, cursor *c) {
-    if (r.seen & cv_substitute) c->sub = 1;
+// Moves a cursor over a run; a first substitution is left to the rules.
+void run(iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state, int readable, cursor *c) {
+    if (!c->sub) rule.mask |= cv_substitute;
+    const cv_run r = cv_run_text(cv, flat, rule, state, c->in, readable, c->out, c->room);
     c->left -= int(r.p - c->in);
     c->in = r.p;
     if (c->out) c->out += r.made;
@@ -101,9 +102,7 @@ int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
                 rule.want = st->target_state ? cv_shifted_target : 0;
                 readable -= cv_max_source;
             }
-            end_run(cv_run_any(shifted ? cv->flat_shift : cv->flat_noshift, rule, c->in, readable,
-                               c->out, c->room),
-                    c);
+            run(cv, shifted ? cv->flat_shift : cv->flat_noshift, rule, nullptr, readable, c);
             if (c->left <= 0) break;
         }
         int taken;
@@ -146,8 +145,7 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     if (st->first_frag) st->source_state = 0;
     while (c->left > 0) {
         const cv_rule rule = {cv_source_shift | (c->endless ? cv_terminator : 0), 0};
-        end_run(cv_run_shifted(cv, rule, &st->source_state, c->in, c->readable(), c->out, c->room),
-                c);
+        run(cv, cv->flat_noshift, rule, &st->source_state, c->readable(), c);
         if (c->left <= 0) break;
         const bool shifted = st->source_state == 1;
         const unsigned char *e;

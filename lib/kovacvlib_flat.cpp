@@ -38,37 +38,46 @@ size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth
     return sum;
 }
 
+template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
+template <class W> constexpr W special_word = W{cv_special} << top_byte<W>;
+
 // The word of an entry of so many bytes: 2 to 4, in 64 bits 5.
 template <class W> inline W entry_word(const unsigned char *e, size_t size) {
-    W word = W(e[0]) | W(e[1]) << 8;
-    if (size > 2) word |= W(e[2]) << 16;
-    if (size > 3) word |= W(e[3]) << 24;
-    if constexpr (sizeof word > 4) word |= W(e[4]) << 32;
-    const unsigned bits = 8 * (unsigned(word) & cv_length) + 8;
-    if (bits < 8 * sizeof word) word &= (W{1} << bits) - 1;
-    return word & cv_flags ? word & ~W{cv_special} : W{cv_special};
+    W bytes = e[1];
+    if (size > 2) bytes |= W(e[2]) << 8;
+    if (size > 3) bytes |= W(e[3]) << 16;
+    if constexpr (sizeof bytes > 4) bytes |= W(e[4]) << 24;
+    bytes &= (W{1} << 8 * (e[0] & cv_length)) - 1;
+    return e[0] & cv_flags ? bytes | W(e[0] & ~cv_special) << top_byte<W> : special_word<W>;
 }
 
 template <class W> struct row_writer {
     const mb_decode *table;
     W *words;
     size_t used;
+    W lengths[2]; // the longest target, as a top byte, of first bytes and of longer characters
     struct row {
         size_t index;
         bool is_short;
     };
 
     // The entries of a node; what is none becomes special.
-    void write_entries(const multi_arr *node, W *to, int first, int count) const {
+    void write_entries(const multi_arr *node, W *to, int first, int count) {
         const unsigned char *const flags = node->flag_arr ? node->flag_arr + first : nullptr;
         const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
         const unsigned char *e =
             node->data_arr ? node->data_arr + size_t(first) * step : table->default_data;
         const auto size = static_cast<size_t>(table->data_size);
+        W longest = 0;
         for (int i = 0; i < count; ++i, e += step) {
-            to[i] = W{cv_special};
-            if (flags && flags[i] == mb_final) to[i] = entry_word<W>(e, size);
+            to[i] = special_word<W>;
+            if (!flags || flags[i] != mb_final) continue;
+            to[i] = entry_word<W>(e, size);
+            const W length = to[i] & W{cv_length} << top_byte<W>;
+            longest = length > longest ? length : longest;
         }
+        W *const all = &lengths[node == table->root ? 0 : 1];
+        if (longest > *all) *all = longest;
     }
     row write(const multi_arr *node) {
         const row r = {used, short_node(table, node)};
@@ -82,19 +91,19 @@ template <class W> struct row_writer {
             const multi_arr *next = child(node, first + i);
             if (!next) continue;
             const row below = write(next);
-            to[i] = W(below.index / 64) << 8 | W(below.is_short ? cv_short_row : cv_full_row);
+            const W kind = below.is_short ? cv_short_row : cv_full_row;
+            to[i] = W(below.index / 64) | kind << top_byte<W>;
         }
         return r;
     }
 };
 
 template <class W> bool maps_to_itself(W word, unsigned b) {
-    const unsigned flags = unsigned(word) & cv_flags;
-    if (flags & ~(b ? 0 : cv_terminator)) return false;
-    return (word & cv_length) == 1 && ((word >> 8) & 0xFF) == b;
+    const W flag = b ? 0 : W{cv_terminator} << top_byte<W>;
+    return (word & ~flag) == (W{1} << top_byte<W> | b);
 }
 
-template <class W> uint32_t row_start(W prefix) { return static_cast<uint32_t>(prefix >> 8) * 64; }
+template <class W> bool is_prefix(W word, unsigned kind) { return word >> top_byte<W> == kind; }
 
 template <class W> void find_ascii(const W *words, cv_flat *flat) {
     constexpr uint64_t each_byte = 0x0101010101010101u;
@@ -108,38 +117,53 @@ template <class W> void find_ascii(const W *words, cv_flat *flat) {
     flat->ascii = true;
 }
 
-template <class W> bool find_trails(const W *words, uint32_t none, cv_flat *flat) {
-    const auto is_short = [](W word) { return (word & 0xFF) == cv_short_row; };
+// The row that a prefix of a kind names, else the last row.
+template <class W> const W *row_behind(const cv_flat *flat, W word, unsigned kind) {
+    if (!is_prefix(word, kind)) return static_cast<const W *>(flat->none);
+    return static_cast<const W *>(flat->words) + size_t(word & cv_row_index) * 64;
+}
+
+template <class W> bool find_trails(const W *words, cv_flat *flat) {
     bool any = false;
     for (unsigned lead = 0xE0; lead < 0xF0; ++lead)
-        any = any || is_short(words[lead]);
+        any = any || is_prefix(words[lead], cv_short_row);
     if (!any) return true;
     ext_block<cv_trails> trails(1);
     if (!trails.p) return false;
-    for (unsigned i = 0; i < 32; ++i)
-        trails.p->two[i] = is_short(words[0xC0 + i]) ? row_start(words[0xC0 + i]) : none;
-    for (unsigned i = 0; i < 1024; ++i) {
-        const W lead = words[0xE0 + i / 64];
-        const W second = is_short(lead) ? words[row_start(lead) + i % 64] : W{cv_special};
-        trails.p->three[i] = is_short(second) ? row_start(second) : none;
+    for (unsigned i = 0; i < 17 * 64; ++i) {
+        const W *const second =
+            row_behind(flat, i < 1024 ? words[0xE0 + i / 64] : special_word<W>, cv_short_row);
+        trails.p->rows[i] = row_behind(flat, second[i % 64], cv_short_row);
+    }
+    for (unsigned b = 0; b < 256; ++b) {
+        trails.p->two[b] = row_behind(flat, words[b], cv_short_row);
+        trails.p->leads[b] = trails.p->rows + 64 * (b >= 0xE0 && b < 0xF0 ? b - 0xE0 : 16);
     }
     flat->trails = trails.release();
     return true;
 }
 
 // The rows of a tree, the row of nothing behind them, and what is found by looking at them.
-template <class W> W *build_words(const mb_decode *table, size_t count, cv_flat *flat) {
-    ext_block<W> words(count + 256);
-    if (!words.p) return nullptr;
-    row_writer<W> writer = {table, words.p, 0};
+template <class W> bool build_words(const mb_decode *table, size_t count, cv_flat *flat) {
+    ext_block<W> block(count + 256);
+    if (!block.p) return false;
+    W *const words = block.p;
+    row_writer<W> writer = {table, words, 0, {}};
     writer.write(table->root);
     for (size_t i = 0; i < 256; ++i)
-        words.p[count + i] = W{cv_special};
-    const auto none = flat->none = static_cast<uint32_t>(count);
+        words[count + i] = special_word<W>;
+    flat->words = words;
+    flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
-        flat->second[b] = (words.p[b] & 0xFF) == cv_full_row ? row_start(words.p[b]) : none;
-    find_ascii(words.p, flat);
-    return find_trails(words.p, none, flat) ? words.release() : nullptr;
+        flat->second[b] = row_behind(flat, words[b], cv_full_row);
+    const int one = int(writer.lengths[0] >> top_byte<W>),
+              longer = int(writer.lengths[1] >> top_byte<W>);
+    flat->most = one > (longer + 1) / 2 ? one : (longer + 1) / 2;
+    if (!flat->most) flat->most = 1;
+    find_ascii(words, flat);
+    if (!find_trails(words, flat)) return false;
+    block.release();
+    return true;
 }
 
 } // namespace
@@ -149,15 +173,12 @@ cv_flat *build_cv_flat(const mb_decode *table) {
     if (!count || count / 64 >= (1u << 24) - 4) return nullptr;
     ext_block<cv_flat> flat(1);
     if (!flat.p) return nullptr;
-    flat.p->words = nullptr;
-    flat.p->words64 = nullptr;
+    flat.p->wide = table->data_size > 4;
     flat.p->trails = nullptr;
     flat.p->ascii = false;
-    if (table->data_size <= 4)
-        flat.p->words = build_words<uint32_t>(table, count, flat.p);
-    else
-        flat.p->words64 = build_words<uint64_t>(table, count, flat.p);
-    return flat.p->words || flat.p->words64 ? flat.release() : nullptr;
+    const bool built = flat.p->wide ? build_words<uint64_t>(table, count, flat.p)
+                                    : build_words<uint32_t>(table, count, flat.p);
+    return built ? flat.release() : nullptr;
 }
 
 void drop_cv_lead(cv_flat *flat, unsigned byte) { flat->second[byte] = flat->none; }
@@ -165,7 +186,6 @@ void drop_cv_lead(cv_flat *flat, unsigned byte) { flat->second[byte] = flat->non
 void free_cv_flat(cv_flat *flat) {
     if (!flat) return;
     free_ptr(flat->words);
-    free_ptr(flat->words64);
     free_ptr(flat->trails);
     ko_ext_free(flat);
 }

@@ -1,42 +1,46 @@
 // Runs of ordinary characters, converted from the flat tables. A run ends at the first character
 // that is not ordinary (a shift, an error, a terminator), at the end of the input, or where the
-// room gets short; what stands there is converted by the rules.
+// room gets short; what stands there is converted by the rules. The loops count instructions: most
+// texts are short, and all of their characters are ordinary.
 #include "kovacvlib.h"
 
 #include <bit>
 #include <string.h>
+#include <type_traits>
 
 namespace {
 
-// What a run works with; never changes while it is under way.
+// What a run works with. There is room for whatever the bytes before end become.
 template <class W> struct runner {
-    const W *words;
     const cv_flat *flat;
-    unsigned mask, want; // of the low bytes of ordinary words
+    const W *words;
+    cv_rule rule;
     const ko_mchar_t *begin, *end;
-    ko_mchar_t *out;
-    size_t limit; // the most bytes made before a word for which there still is room
+};
+// Where it stands: in the text, and in the output, or the bytes counted where none are written.
+template <bool Write> struct place {
+    const ko_mchar_t *p;
+    std::conditional_t<Write, ko_mchar_t *, size_t> out;
 };
 
 constexpr uint64_t high_bits = 0x8080808080808080u;
 constexpr bool is_little = std::endian::native == std::endian::little;
+template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
 
-template <class W> inline void store_word(ko_mchar_t *out, W bytes) {
-    if constexpr (is_little) {
-        memcpy(out, &bytes, sizeof bytes);
-    } else {
-        for (unsigned i = 0; i + 1 < sizeof bytes; ++i)
-            out[i] = ko_mchar_t(bytes >> (8 * i));
+template <class W, bool Write> inline void put_word(W word, place<Write> *at) {
+    if constexpr (Write && is_little) {
+        memcpy(at->out, &word, sizeof word); // with its top byte, which the next one overwrites
+    } else if constexpr (Write) {
+        for (unsigned i = 0; i + 1 < sizeof word; ++i)
+            at->out[i] = ko_mchar_t(word >> (8 * i));
     }
 }
 
-// Writes an ordinary word and steps over its n source bytes. False for any other word.
-template <class W, bool Write> inline bool take(const runner<W> &r, W word, cv_run *s, int n) {
-    if ((unsigned(word) ^ r.want) & r.mask) return false;
-    s->seen |= unsigned(word);
-    if constexpr (Write) store_word(r.out + s->made, W(word >> 8));
-    s->made += word & cv_length;
-    s->p += n;
+// Writes a word without flags. False for any other word.
+template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) {
+    if (word >= W{cv_length + 1} << top_byte<W>) return false;
+    put_word<W, Write>(word, at);
+    at->out += word >> top_byte<W>;
     return true;
 }
 
@@ -51,15 +55,14 @@ inline uint64_t special_bytes(const cv_flat *flat, uint64_t block) {
 }
 
 // Copies bytes that stand for themselves, eight at a time.
-template <class W, bool Write> inline void ascii_run(const runner<W> &r, cv_run *s) {
-    const size_t room = r.limit + sizeof(W);
+template <class W, bool Write> inline void ascii_run(const runner<W> &r, place<Write> *at) {
     // Where a terminator counts, only the last byte can be the null character.
-    const ko_mchar_t *const end = r.end - (r.mask & cv_terminator ? 1 : 0);
-    while (s->p < end && s->made + 8 <= room) {
-        const size_t left = size_t(end - s->p);
+    const ko_mchar_t *const end = r.end - (r.rule.mask & cv_terminator ? 1 : 0);
+    while (at->p < end) {
+        const size_t left = size_t(end - at->p);
         uint64_t block;
         if (left >= 8) {
-            memcpy(&block, s->p, 8);
+            memcpy(&block, at->p, 8);
         } else if (is_little && end - r.begin >= 8) {
             memcpy(&block, end - 8, 8); // the last bytes, in front of zeros
             block >>= 8 * (8 - left);
@@ -68,136 +71,154 @@ template <class W, bool Write> inline void ascii_run(const runner<W> &r, cv_run 
         }
         const uint64_t special = special_bytes(r.flat, block);
         if (special && !is_little) return;
-        if constexpr (Write) memcpy(r.out + s->made, &block, 8);
+        if constexpr (Write) memcpy(at->out, &block, 8);
         size_t n = special ? unsigned(std::countr_zero(special)) / 8 : 8;
         if (n > left) n = left;
-        s->p += n;
-        s->made += n;
+        at->p += n;
+        at->out += n;
         if (special) return;
     }
 }
 
 // ---- Characters of one length
 
-template <class W, bool Write> inline void singles(const runner<W> &r, cv_run *s) {
-    while (s->p < r.end && s->made <= r.limit && take<W, Write>(r, r.words[*s->p], s, 1))
-        continue;
+template <class W, bool Write> inline void singles(const runner<W> &r, W want, place<Write> *at) {
+    place<Write> a = *at;
+    while (a.p < r.end && take_plain<W, Write>(r.words[*a.p] ^ want, &a))
+        ++a.p;
+    *at = a;
 }
 
-template <class W, bool Write> inline void pairs(const runner<W> &r, cv_run *s) {
-    const uint32_t *const second = r.flat->second;
-    const ko_mchar_t *const stop = r.end - 1;
-    while (s->p < stop && s->made <= r.limit &&
-           take<W, Write>(r, r.words[second[s->p[0]] + s->p[1]], s, 2))
-        continue;
+template <class W, bool Write> inline void pairs(const runner<W> &r, W want, place<Write> *at) {
+    place<Write> a = *at;
+    const void *const *const second = r.flat->second;
+    for (const ko_mchar_t *const stop = r.end - 1; a.p < stop; a.p += 2)
+        if (!take_plain<W, Write>(static_cast<const W *>(second[a.p[0]])[a.p[1]] ^ want, &a)) break;
+    *at = a;
 }
 
-template <class W, bool Write> inline void utf8_pairs(const runner<W> &r, cv_run *s) {
-    const uint32_t *const rows = r.flat->trails->two;
-    const ko_mchar_t *const stop = r.end - 1;
-    while (s->p < stop && s->made <= r.limit && (s->p[0] & 0xE0) == 0xC0 &&
-           (s->p[1] & 0xC0) == 0x80 &&
-           take<W, Write>(r, r.words[rows[s->p[0] & 0x1F] + (s->p[1] & 0x3F)], s, 2))
-        continue;
-}
-
-template <class W, bool Write> inline void utf8_triples(const runner<W> &r, cv_run *s) {
-    const uint32_t *const rows = r.flat->trails->three;
-    const ko_mchar_t *const stop = r.end - 2;
-    while (s->p < stop && s->made <= r.limit) {
-        const unsigned a = s->p[0], b = s->p[1] ^ 0x80u, c = s->p[2] ^ 0x80u;
-        if ((a & 0xF0) != 0xE0 || ((b | c) & 0xC0)) return;
-        if (!take<W, Write>(r, r.words[rows[(a & 0x0F) << 6 | b] + c], s, 3)) return;
+template <class W, bool Write>
+inline void utf8_pairs(const runner<W> &r, W want, place<Write> *at) {
+    place<Write> a = *at;
+    const void *const *const rows = r.flat->trails->two;
+    for (const ko_mchar_t *const stop = r.end - 1; a.p < stop; a.p += 2) {
+        const unsigned trail = a.p[1] - 0x80u;
+        if (trail > 0x3F) break;
+        const W *const row = static_cast<const W *>(rows[a.p[0]]);
+        if (!take_plain<W, Write>(row[trail] ^ want, &a)) break;
     }
+    *at = a;
+}
+
+template <class W, bool Write>
+inline void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
+    place<Write> a = *at;
+    const void *const *const *const leads = r.flat->trails->leads;
+    for (const ko_mchar_t *const stop = r.end - 2; a.p < stop; a.p += 3) {
+        const unsigned second = a.p[1] - 0x80u, third = a.p[2] - 0x80u;
+        if ((second | third) > 0x3F) break;
+        const W *const row = static_cast<const W *>(leads[a.p[0]][second]);
+        if (!take_plain<W, Write>(row[third] ^ want, &a)) break;
+    }
+    *at = a;
 }
 
 // ---- Characters of any length
 
-template <class W> inline W next_word(const W *words, W prefix, unsigned byte) {
-    const W *row = words + (prefix >> 8) * 64;
-    if (prefix & 1) return row[byte];
-    return (byte & 0xC0) == 0x80 ? row[byte & 0x3F] : W{cv_special};
+// One character, by its tree; with any flags that the rule allows.
+template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> *at) {
+    if (at->p >= r.end) return false;
+    W word = r.words[*at->p];
+    ptrdiff_t n = 1;
+    while ((word >> top_byte<W> | 1) == cv_full_row && n < r.end - at->p) {
+        const unsigned byte = at->p[n++];
+        const W *const row = r.words + (word & cv_row_index) * 64;
+        if (word >> top_byte<W> == cv_full_row)
+            word = row[byte];
+        else
+            word = (byte & 0xC0) == 0x80 ? row[byte & 0x3F] : W{cv_special} << top_byte<W>;
+    }
+    const unsigned top = unsigned(word >> top_byte<W>);
+    if ((top ^ r.rule.want) & (r.rule.mask | cv_special)) return false;
+    put_word<W, Write>(word, at);
+    at->out += top & cv_length;
+    at->p += n;
+    return true;
 }
 
-// One character, by its tree.
-template <class W, bool Write> inline bool any(const runner<W> &r, cv_run *s) {
-    if (s->p >= r.end || s->made > r.limit) return false;
-    W word = r.words[*s->p];
-    int n = 1;
-    while ((word & 0xFE) == cv_short_row && n < r.end - s->p)
-        word = next_word(r.words, word, s->p[n++]);
-    return take<W, Write>(r, word, s, n);
-}
-
-template <class W, bool Write> cv_run run_any(const runner<W> &r) {
-    cv_run s = {r.begin, 0, 0};
-    const bool ascii = r.flat->ascii && !(r.want & r.mask);
+template <class W, bool Write> void run_any(const runner<W> &r, place<Write> *at) {
+    const W want = W(r.rule.want & r.rule.mask) << top_byte<W>;
+    const bool ascii = r.flat->ascii && !want;
     do {
-        if (ascii) ascii_run<W, Write>(r, &s);
+        if (ascii) ascii_run<W, Write>(r, at);
         if (r.flat->trails) {
-            utf8_triples<W, Write>(r, &s);
-            utf8_pairs<W, Write>(r, &s);
+            utf8_triples<W, Write>(r, want, at);
+            utf8_pairs<W, Write>(r, want, at);
         } else {
-            pairs<W, Write>(r, &s);
+            pairs<W, Write>(r, want, at);
         }
-        if (!ascii) singles<W, Write>(r, &s);
-    } while (any<W, Write>(r, &s));
-    return s;
+        if (!ascii) singles<W, Write>(r, want, at);
+    } while (any<W, Write>(r, at));
 }
 
-// Single bytes and pairs, switched by one-byte shifts.
+// Single bytes and pairs, switched by one-byte shifts that write nothing.
 template <class W, bool Write>
-cv_run run_shifted(runner<W> r, const runner<W> &shifted, unsigned char shift_out, int *state) {
-    cv_run s = {r.begin, 0, 0};
-    for (;;) {
+void run_shifted(const runner<W> &single, const runner<W> &pair, unsigned shift_out, int *state,
+                 place<Write> *at) {
+    constexpr W shift_in = W{cv_source_shift} << top_byte<W>;
+    for (;; ++at->p) {
         if (*state == 1) {
-            pairs<W, Write>(shifted, &s);
-            if (s.p >= r.end || *s.p != shift_out) return s;
+            pairs<W, Write>(pair, 0, at);
+            if (at->p >= pair.end || *at->p != shift_out) return;
             *state = 0;
         } else {
-            singles<W, Write>(r, &s);
-            if (s.p >= r.end || s.made > r.limit) return s;
-            // A plain shift code, which writes nothing.
-            if ((r.words[*s.p] & 0xFF) != cv_source_shift) return s;
+            singles<W, Write>(single, 0, at);
+            if (at->p >= single.end || single.words[*at->p] != shift_in) return;
             *state = 1;
         }
-        ++s.p;
     }
 }
 
-template <class W>
-runner<W> make_runner(const W *words, const cv_flat *flat, cv_rule rule, const ko_mchar_t *in,
-                      int len, ko_mchar_t *out, int room) {
-    return {words,    flat, rule.mask | cv_special,  rule.want, in,
-            in + len, out,  size_t(room) - sizeof(W)};
+template <class W> const W *words_of(const cv_flat *flat) {
+    return static_cast<const W *>(flat->words);
+}
+
+// Runs over pieces for which there is room in any case, with a word more.
+template <class W, bool Write>
+cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
+                  const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
+    const cv_flat *const pair = cv->flat_shift;
+    const int most = state && pair->most > flat->most ? pair->most : flat->most;
+    place<Write> at = {in, {}};
+    if constexpr (Write) at.out = out;
+    size_t made = 0;
+    for (const ko_mchar_t *const end = in + len; at.p < end;) {
+        const ko_mchar_t *const begin = at.p;
+        const int fits = (room - 8 - int(made)) / most;
+        if (fits < 1) break;
+        runner<W> r = {flat, words_of<W>(flat), rule, begin,
+                       end - begin > fits ? begin + fits : end};
+        if (state)
+            run_shifted<W, Write>(r, {pair, words_of<W>(pair), rule, begin, r.end},
+                                  cv->source_so[0], state, &at);
+        else
+            run_any<W, Write>(r, &at);
+        if (at.p == begin) break;
+        if constexpr (Write)
+            made = size_t(at.out - out);
+        else
+            made = at.out;
+    }
+    return {at.p, made};
 }
 
 } // namespace
 
-cv_run cv_run_any(const cv_flat *flat, cv_rule rule, const ko_mchar_t *in, int len, ko_mchar_t *out,
-                  int room) {
-    if (!flat || len < 1 || room < 8) return {in, 0, 0};
-    if (flat->words) {
-        const auto r = make_runner(flat->words, flat, rule, in, len, out, room);
-        return out ? run_any<uint32_t, true>(r) : run_any<uint32_t, false>(r);
-    }
-    const auto r = make_runner(flat->words64, flat, rule, in, len, out, room);
-    return out ? run_any<uint64_t, true>(r) : run_any<uint64_t, false>(r);
-}
-
-cv_run cv_run_shifted(const iconv_rec *cv, cv_rule rule, int *state, const ko_mchar_t *in, int len,
-                      ko_mchar_t *out, int room) {
-    const cv_flat *one = cv->flat_noshift, *two = cv->flat_shift;
-    if (!one || !two || len < 1 || room < 8) return {in, 0, 0};
-    const unsigned char shift_out = cv->source_so[0];
-    if (one->words) {
-        const auto r = make_runner(one->words, one, rule, in, len, out, room);
-        const auto s = make_runner(two->words, two, rule, in, len, out, room);
-        return out ? run_shifted<uint32_t, true>(r, s, shift_out, state)
-                   : run_shifted<uint32_t, false>(r, s, shift_out, state);
-    }
-    const auto r = make_runner(one->words64, one, rule, in, len, out, room);
-    const auto s = make_runner(two->words64, two, rule, in, len, out, room);
-    return out ? run_shifted<uint64_t, true>(r, s, shift_out, state)
-               : run_shifted<uint64_t, false>(r, s, shift_out, state);
+cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
+                   const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
+    if (!flat || (state && !cv->flat_shift)) return {in, 0};
+    const auto pieces = flat->wide
+                            ? (out ? run_pieces<uint64_t, true> : run_pieces<uint64_t, false>)
+                            : (out ? run_pieces<uint32_t, true> : run_pieces<uint32_t, false>);
+    return pieces(cv, flat, rule, state, in, len, out, room);
 }
