@@ -26,6 +26,7 @@ struct arguments {
     case_options upper, lower;
     classify_options classify;
     info_options info;
+    format_options money;
     convert_options convert;
     chart_options chart;
     symbols_options symbols;
@@ -192,6 +193,43 @@ void add_info(CLI::App &app, arguments &args) {
         "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
 }
 
+// The options that number and money share.
+void add_format(CLI::App &app, arguments &args, const char *name, const char *what,
+                const char *format_help, format_options &o,
+                int (*run)(const common_options &, const format_options &),
+                const std::string &examples) {
+    CLI::App &command = *app.add_subcommand(name, what);
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("format", o.format, format_help)->required()->type_name("FORMAT");
+    CLI::Option *values =
+        command
+            .add_option("value", o.values,
+                        "Values, with \".\" before decimals. Where there are more than FORMAT "
+                        "takes it is used again, a line each time")
+            ->type_name("VALUE");
+    CLI::Option *text =
+        command.add_option("--parse", o.text, "Read TEXT by FORMAT instead and print its values")
+            ->type_name("TEXT")
+            ->excludes(values);
+    add_common(
+        command, args,
+        [&args, &o, run, text] {
+            o.parse = text->count() > 0;
+            return run(args.common, o);
+        },
+        examples);
+}
+
+void add_money(CLI::App &app, arguments &args) {
+    add_format(app, args, "money", "Write amounts of money as a locale does, or read them",
+               "Text with a directive for each amount: % with flags (! ( + - ^ =FILL), width, "
+               "#DIGITS, .DIGITS, then n (national) or i (international)",
+               args.money, run_money,
+               "  kova money de_DE.unicode %n 1234567.891       prints 1.234.567,89 €\n"
+               "  kova money en_US.8859-1 '%(#6n' 99.5 -1234.5\n"
+               "  kova money da_DK.8859-1 %n --parse 'kr. -1.234,50'\n");
+}
+
 void add_locales(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
     add_common(
@@ -319,6 +357,7 @@ int main(int argc, char **argv) {
     add_case(app, args, "lower", args.lower);
     add_classify(app, args);
     add_info(app, args);
+    add_money(app, args);
     add_locales(app, args);
     add_convert(app, args);
     add_chart(app, args);

@@ -82,6 +82,15 @@ struct info_options {
 };
 int run_info(const common_options &common, const info_options &options);
 
+// What number and money take.
+struct format_options {
+    std::string locale, format;
+    std::vector<std::string> values;
+    std::string text; // of --parse
+    bool parse = false;
+};
+int run_money(const common_options &common, const format_options &options);
+
 int run_locales(const common_options &common);
 
 // The value of --replace without a text: U+FFFD where the target has it, else "?".
