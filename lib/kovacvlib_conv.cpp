@@ -142,7 +142,6 @@ int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
 // Single bytes and byte pairs switched by one-byte shifts, into a stateless target.
 int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     static const unsigned char shift_entry[2] = {cv_source_shift, 0};
-    if (st->first_frag) st->source_state = 0;
     while (c->left > 0) {
         const cv_rule rule = {cv_source_shift | (c->endless ? cv_terminator : 0), 0};
         run(cv, cv->flat_noshift, rule, &st->source_state, c->readable(), c);
@@ -221,8 +220,27 @@ int alg_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     }
 }
 
-void start_states(conv_state *st) {
-    if (st->first_frag) st->source_state = st->target_state = 0;
+// At the first piece. Between bytes, pairs and a stateless target the target's state is not used.
+void start_states(const iconv_rec *cv, conv_state *st) {
+    if (!st->first_frag) return;
+    st->source_state = 0;
+    if (cv->smiconv_fp != db_smiconv) st->target_state = 0;
+}
+
+// The usual call: a counted text of ordinary characters with room for all of it. False leaves the
+// rest of the text to the rules.
+bool run_through(iconv_rec *cv, int *state, const ko_mchar_t **inmbs, int *inlen,
+                 ko_mchar_t **outmbs, int *outlen, int *sub) {
+    *sub = 0;
+    if (!inlen || *inlen <= 0) return false;
+    const cv_rule rule = {cv_substitute | (state ? cv_source_shift : 0), 0};
+    const cv_run r =
+        cv_run_text(cv, cv->flat_noshift, rule, state, *inmbs, *inlen, *outmbs, *outlen);
+    *inlen -= int(r.p - *inmbs);
+    *inmbs = r.p;
+    *outmbs += r.made;
+    *outlen -= int(r.made);
+    return *inlen == 0;
 }
 
 bool stateful(const iconv_rec *cv) { return cv->source_is_stateful || cv->target_is_stateful; }
@@ -242,6 +260,7 @@ bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub
 
 int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
               int *sub) {
+    if (run_through(cv, nullptr, inmbs, inlen, outmbs, outlen, sub)) return 0;
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     return mb_convert(cv, nullptr, &c, true);
 }
@@ -286,12 +305,14 @@ int mb_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inl
                ko_mchar_t **outmbs, int *outlen, int *sub) {
     if (!stateful(cv)) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
-    start_states(st);
+    start_states(cv, st);
     return mb_convert(cv, st, &c, false);
 }
 
 int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                ko_mchar_t **outmbs, int *outlen, int *sub) {
+    start_states(cv, st);
+    if (run_through(cv, &st->source_state, inmbs, inlen, outmbs, outlen, sub)) return 0;
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     return db_convert(cv, st, &c);
 }
@@ -304,13 +325,27 @@ int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **out
     return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
 }
 
+// The length computation; a text without a state is counted by the stateless rules.
+static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen, int *outlen,
+                   int *sub) {
+    call_cursor c(inmbs, inlen, nullptr, outlen, sub);
+    conv_state whole = whole_text();
+    if (cv->mtom_fn) return alg_convert(cv, st ? st : &whole, &c);
+    if (!st || !stateful(cv)) return mb_convert(cv, nullptr, &c, false);
+    start_states(cv, st);
+    return cv->smiconv_fp == db_smiconv ? db_convert(cv, st, &c) : mb_convert(cv, st, &c, false);
+}
+
 int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                 ko_mchar_t **outmbs, int *outlen, int *sub) {
     iconv_rec *cv = descriptor(cd);
     if (!usable(cv, inmbs, outlen, sub)) return -1;
+    // What no state changes goes straight to the routine to which the stateful one would hand it.
+    const bool tables = !stateful(cv) && !cv->mtom_fn;
+    if (tables && outmbs && *outmbs) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
     conv_state whole = whole_text();
-    if (!st && (stateful(cv) || cv->mtom_fn)) st = &whole;
-    if (!outmbs) return ko_mconvlen(cd, st, inmbs, inlen, outlen, sub);
+    if (!st && !tables) st = &whole;
+    if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
     if (!*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
     return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
@@ -319,11 +354,5 @@ int ko_mconvlen(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen
                 int *sub) {
     iconv_rec *cv = descriptor(cd);
     if (!usable(cv, inmbs, outlen, sub)) return -1;
-    call_cursor c(inmbs, inlen, nullptr, outlen, sub);
-    conv_state whole = whole_text();
-    if (cv->mtom_fn) return alg_convert(cv, st ? st : &whole, &c);
-    if (!st || !stateful(cv)) return mb_convert(cv, nullptr, &c, false);
-    if (cv->smiconv_fp == db_smiconv) return db_convert(cv, st, &c);
-    start_states(st);
-    return mb_convert(cv, st, &c, false);
+    return measure(cv, st, inmbs, inlen, outlen, sub);
 }

@@ -36,11 +36,17 @@ template <class W, bool Write> inline void put_word(W word, place<Write> *at) {
     }
 }
 
-// Writes a word without flags. False for any other word.
-template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) {
-    if (word >= W{cv_length + 1} << top_byte<W>) return false;
+// Does a word have no flags?
+template <class W> inline bool is_plain(W word) { return word < W{cv_length + 1} << top_byte<W>; }
+
+template <class W, bool Write> inline void put_plain(W word, place<Write> *at) {
     put_word<W, Write>(word, at);
     at->out += word >> top_byte<W>;
+}
+
+template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) {
+    if (!is_plain(word)) return false;
+    put_plain<W, Write>(word, at);
     return true;
 }
 
@@ -92,8 +98,17 @@ template <class W, bool Write> inline void singles(const runner<W> &r, W want, p
 template <class W, bool Write> inline void pairs(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     const void *const *const second = r.flat->second;
-    for (const ko_mchar_t *const stop = r.end - 1; a.p < stop; a.p += 2)
-        if (!take_plain<W, Write>(static_cast<const W *>(second[a.p[0]])[a.p[1]] ^ want, &a)) break;
+    const auto word = [&](const ko_mchar_t *p) {
+        return static_cast<const W *>(second[p[0]])[p[1]] ^ want;
+    };
+    for (; r.end - a.p >= 4; a.p += 4) {
+        const W one = word(a.p), two = word(a.p + 2);
+        if (!is_plain(one | two)) break;
+        put_plain<W, Write>(one, &a);
+        put_plain<W, Write>(two, &a);
+    }
+    for (; r.end - a.p >= 2; a.p += 2)
+        if (!take_plain<W, Write>(word(a.p), &a)) break;
     *at = a;
 }
 
@@ -127,7 +142,6 @@ inline void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
 
 // One character, by its tree; with any flags that the rule allows.
 template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> *at) {
-    if (at->p >= r.end) return false;
     W word = r.words[*at->p];
     ptrdiff_t n = 1;
     while ((word >> top_byte<W> | 1) == cv_full_row && n < r.end - at->p) {
@@ -149,7 +163,8 @@ template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> 
 template <class W, bool Write> void run_any(const runner<W> &r, place<Write> *at) {
     const W want = W(r.rule.want & r.rule.mask) << top_byte<W>;
     const bool ascii = r.flat->ascii && !want;
-    do {
+    while (at->p < r.end) {
+        const ko_mchar_t *const begin = at->p;
         if (ascii) ascii_run<W, Write>(r, at);
         if (r.flat->trails) {
             utf8_triples<W, Write>(r, want, at);
@@ -158,7 +173,8 @@ template <class W, bool Write> void run_any(const runner<W> &r, place<Write> *at
             pairs<W, Write>(r, want, at);
         }
         if (!ascii) singles<W, Write>(r, want, at);
-    } while (any<W, Write>(r, at));
+        if (at->p == begin && !any<W, Write>(r, at)) return;
+    }
 }
 
 // Single bytes and pairs, switched by one-byte shifts that write nothing.
@@ -194,10 +210,10 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
     size_t made = 0;
     for (const ko_mchar_t *const end = in + len; at.p < end;) {
         const ko_mchar_t *const begin = at.p;
-        const int fits = (room - 8 - int(made)) / most;
-        if (fits < 1) break;
-        runner<W> r = {flat, words_of<W>(flat), rule, begin,
-                       end - begin > fits ? begin + fits : end};
+        const int64_t free = room - 8 - int64_t(made);
+        if (free < most) break;
+        const ko_mchar_t *const stop = (end - begin) * most > free ? begin + free / most : end;
+        const runner<W> r = {flat, words_of<W>(flat), rule, begin, stop};
         if (state)
             run_shifted<W, Write>(r, {pair, words_of<W>(pair), rule, begin, r.end},
                                   cv->source_so[0], state, &at);
