@@ -1,24 +1,10 @@
 // Reading of times: what directives take, what becomes of it, the century rule, eras, and that
 // every compiled locale reads what it writes.
-#include "locale_builder.h"
+#include "time_records.h"
 
-#include <algorithm>
 #include <chrono>
 #include <random>
 
-// Strings of a time section, divided by "|".
-struct times {
-    std::string calendar = "gregorian";
-    std::string abday = "Sun|Mon|Tue|Wed|Thu|Fri|Sat";
-    std::string day = "Sunday|Monday|Tuesday|Wednesday|Thursday|Friday|Saturday";
-    std::string abmon = "Jan|Feb|Mar|Apr|May|Jn|Jl|Aug|Sep|Oct|Nov|Dec";
-    std::string mon = "January|February|March|April|May|Jun|June|August|September|October|"
-                      "November|December";                          // two of them begin alike
-    std::string formats = "%x %X|%d.%m.%Y|%H:%M:%S|am|pm|%I:%M %p"; // date and time, date, time, ..
-    std::string eras;
-    std::string era_formats = "%EC%Ey %m/%d|%H.%M|%Ex %EX"; // date, time, both
-    std::string digits;
-};
 static const times plain;
 static const times with_eras = {
     .eras = "+:2:1990/01/01:+*:Heisei:H:%EC%Ey|+:1:1989/01/08:1989/12/31:Heisei:H:%EC-first|"
@@ -29,35 +15,6 @@ static const times with_digits = {.digits = "zero|one|two||four|5|6|7|8|9"};
 static const times nested = {.formats = "%c|%x %x|%X%X%X%X%X|am|pm|",
                              .eras = "+:1:1/1/1:+*:A:%EY|+:1:1/1/1:+*:B:%EY"};
 static const times empty_names = {.formats = "||||pm|"};
-
-static std::vector<std::string> split(const std::string &text) {
-    std::vector<std::string> parts;
-    for (size_t at = 0; !text.empty() && at <= text.size();) {
-        const size_t bar = std::min(text.find('|', at), text.size());
-        parts.push_back(text.substr(at, bar - at));
-        at = bar + 1;
-    }
-    return parts;
-}
-
-static locale_object with_times(locale_object object, const times &t, bool wide = false) {
-    object.time = t.calendar + "\n";
-    const auto add = [&](const std::string &list, bool counted) {
-        const std::vector<std::string> parts = split(list);
-        if (counted) object.time += std::to_string(parts.size()) + "\n";
-        for (const std::string &part : parts)
-            object.time += field(encoded(part, wide));
-    };
-    add(t.abday, false);
-    add(t.day, false);
-    add(t.abmon, true);
-    add(t.mon, true);
-    add(t.formats, false);
-    add(t.eras, true);
-    add(t.era_formats, false);
-    add(t.digits, true);
-    return object;
-}
 
 static std::string shown(const ko_tm_t &tm) {
     char text[80];
