@@ -1,0 +1,66 @@
+// The commands that take formats, run as people run them: what they write, and how they point at
+// the directive that fails.
+#include "command_run.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+
+// Runs "kova ARGS" as the shell reads it; both outputs in one.
+static outcome kova(const std::string &args) {
+    const std::string line = "LC_ALL=C.UTF-8 VANTORDIR=" + env("KOVA_TEST_ROOT") + " " +
+                             env("KOVA_BIN_DIR") + "/kova " + args + " 2>&1";
+    outcome result;
+    FILE *pipe = popen(line.c_str(), "r");
+    for (int c; pipe && (c = getc(pipe)) != EOF;)
+        result.out += static_cast<char>(c);
+    const int status = pipe ? pclose(pipe) : -1;
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+struct format_row {
+    const char *args;
+    int status;
+    const char *out; // how the output begins
+};
+
+static void expect_rows(const format_row *rows, size_t count) {
+    if (!std::filesystem::is_directory(env("KOVA_TEST_ROOT") + "/kova/lc11")) GTEST_SKIP();
+    for (size_t i = 0; i < count; ++i) {
+        SCOPED_TRACE(rows[i].args);
+        const outcome got = kova(rows[i].args);
+        const std::string want = rows[i].out;
+        EXPECT_EQ(got.status, rows[i].status);
+        EXPECT_EQ(got.out.substr(0, want.size()), want);
+    }
+}
+
+TEST(KovaFormat, WritesAndReadsMoney) {
+    static const format_row rows[] = {
+        {"money de_DE.unicode %n 1234567.891 -5",                        0, "1.234.567,89 €\n-5,00 €\n"                },
+        {"money en_US.8859-1 '%i is %(n' 1 -2 3 4",                      0, "USD 1.00 is ($2.00)\nUSD 3.00 is $4.00\n"     },
+        {"money en_US.IBM037 '%(#6n|' 99.5 -1234.5",                     0, " $     99.50 |\n($  1,234.50)|\n"             },
+        {"money en_US.IBM037 --bytes \"$(printf '\\154\\225')\" 9",      0, "\x5B\xF9\x4B\xF0\xF0\n"                       },
+        {"money ja_JP.EUC-JP 合計%n 1234.5",                           0, "合計￥1,235\n"                             },
+        {"money en_US.8859-1 100%%",                                     0, "100%\n"                                       },
+        {"money da_DK.8859-1 '%n + %n' --parse 'kr. -1.234,50 + kr. 7'", 0, "-1234.5\n7\n"                                 },
+        {"money en_US.8859-1 %n --parse 0.1",                            0, "0.1\n"                                        },
+        {"money de_DE.8859-1 '%n und %5x' 1 2",                          2,
+         "kova: directive 2, %5x, at character 8 of the format: a directive is % with"                                     },
+        {"money ja_JP.EUC-JP 合計%n、%= 1",                           2,
+         "kova: directive 2, %=, at character 6 of the format: a directive is % with flags, width, "
+         "#digits, .digits and n or i\n  合計%n、%=\n          ^~\n"                                                    },
+        {"money da_DK.8859-1 '%n x %n' --parse 'kr. 1 y kr. 2'",         1,
+         "kova: x, at character 4 of the format: the text does not match\n  %n x %n\n     ^\n"                             },
+        {"money da_DK.8859-1 %n --parse 'EUR 1'",                        1, "kova: directive 1, %n, at character 1 of"     },
+        {"money en_US.8859-1 '%n %n' 1 2 3",                             2, "kova: FORMAT takes a VALUE for each directive"},
+        {"money en_US.8859-1 text 1",                                    2, "kova: FORMAT has no directive"                },
+        {"money en_US.8859-1 %n 1,5",                                    2, "kova: VALUE 1, 1,5, is no number"             },
+        {"money en_US.8859-1 %n 1e999",                                  2, "kova: VALUE 1, 1e999, is out of range"        },
+        {"money en_US.8859-1 %n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n 1",      2,
+         "kova: FORMAT has more than"                                                                                      },
+    };
+    expect_rows(rows, std::size(rows));
+}
