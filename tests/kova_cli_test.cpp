@@ -405,9 +405,41 @@ TEST_F(KovaCli, TellsALocalesItems) {
     expect_complaint(kova({"info", "de_DE.8859-1", "74"}), 2, "there is no item \"74\"");
 }
 
+TEST_F(KovaCli, DrawsAMonthOfTheLocalesCalendar) {
+    static const std::vector<std::string> rows[] = {
+        {"de_DE.8859-1",       "märz",    "2024",
+         "     März 2024\nMo Di Mi Do Fr Sa So\n              1  2  3\n 4  5"                             },
+        {"ja_JP.EUC-JP",       "2",        "2026", "      2月 2026\n日 月 火 水 木 金 土\n 1  2  3"},
+        {"he_IL.8859-8@hebr",  "7",        "5784",
+         "                         אדר ב' 5784\n"
+         "                   2024-03-11 - 2024-04-08\n"
+         "     א'       ב'       ג'       ד'       ה'       ו'       ש'\n"
+         "            1 (11)   2 (12)   3 (13)"                                                            },
+        {"he_IL.unicode@hebr", "ניסן", "5784", "                   2024-04-09 - 2024-05-08\n"          },
+        {"he_IL.unicode@hebr", "אדר",   "5783", "21 (14)  22 (15)  23 (16)  24 (17)  25 (18)\n"         },
+        {"ar_SA.8859-6@islm",  "9",        "1420",
+         "رمضان 1420\n                   1999-12-08 - 2000-01-06\n"                                   },
+    };
+    for (const auto &r : rows) {
+        const outcome got = kova({"cal", r[0], r[1], r[2]});
+        EXPECT_NE(got.out.find(r[3]), std::string::npos)
+            << r[0] << " " << r[1] << got.out << got.err;
+    }
+    EXPECT_EQ(kova({"cal", "--bytes", "en_US.IBM037", "2", "2024"}).out.substr(7, 9),
+              "\xC6\x85\x82\x99\xA4\x81\x99\xA8\x40"); // "February "
+    EXPECT_NE(kova({"cal", "POSIX"}).out.find("\nSun Mon Tue Wed Thu Fri Sat\n"),
+              std::string::npos);
+    expect_complaint(kova({"cal", "he_IL.unicode@hebr", "13", "5783"}), 2, "no such month");
+    expect_complaint(kova({"cal", "he_IL.unicode@hebr", "אדר א'", "5783"}), 2, "no such month");
+    expect_complaint(kova({"cal", "he_IL.unicode@hebr", "1", "14001"}), 2, "cannot be converted");
+    expect_complaint(kova({"cal", "de_DE.8859-1", "Smarch"}), 2, "\"Smarch\" is no month of de_DE");
+    expect_complaint(kova({"cal", "de_DE.8859-1", "1", "last"}), 2, "\"last\" is no year");
+    expect_complaint(kova({"cal", "de_DE.8859-1", "1", "99999"}), 2, "no such month");
+}
+
 TEST_F(KovaCli, HelpsWithEveryCommandAndRefusesWrongUsage) {
     for (const char *command :
-         {"sort", "compare", "key", "upper", "lower", "classify", "info", "locales"}) {
+         {"sort", "compare", "key", "upper", "lower", "classify", "info", "locales", "cal"}) {
         const outcome got = kova({command, "--help"});
         EXPECT_EQ(got.status, 0);
         EXPECT_NE(got.out.find("Examples:\n  kova "), std::string::npos) << command;

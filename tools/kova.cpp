@@ -29,6 +29,7 @@ struct arguments {
     format_options money;
     convert_options convert;
     chart_options chart;
+    cal_options cal;
     symbols_options symbols;
     std::function<int()> run;
 };
@@ -319,6 +320,24 @@ void add_symbols(CLI::App &app, arguments &args) {
                {"Of no effect: text is bytes of the code set", "Of no effect"});
 }
 
+void add_cal(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("cal", "Draw a month of a locale's calendar");
+    cal_options &o = args.cal;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("month", o.month,
+                    "Number of the month in its year, or its full or short name. Default: this "
+                    "month")
+        ->type_name("MONTH");
+    command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
+        ->type_name("YEAR");
+    add_common(
+        command, args, [&args] { return run_cal(args.common, args.cal); },
+        "  kova cal de_DE.unicode\n"
+        "  kova cal fr_FR.8859-1 février 2024\n"
+        "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside\n");
+}
+
 int complain(int status, const char *text) {
     if (*text) std::fprintf(stderr, "kova: %s\n", text);
     return status;
@@ -361,6 +380,7 @@ int main(int argc, char **argv) {
     add_locales(app, args);
     add_convert(app, args);
     add_chart(app, args);
+    add_cal(app, args);
     add_symbols(app, args);
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"

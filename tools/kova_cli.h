@@ -119,4 +119,9 @@ struct symbols_options {
 };
 int run_symbols(const common_options &common, const symbols_options &options);
 
+struct cal_options {
+    std::string locale, month, year; // month and year empty: today's
+};
+int run_cal(const common_options &common, const cal_options &options);
+
 } // namespace kovacli
