@@ -105,7 +105,7 @@ int read_cv_object(text_in *in, iconv_rec *cv);
 
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
 
-// The routines of kovacvlib_conv.cpp, as a descriptor's pointers name them.
+// The routines of kovacvlib_conv.cpp and kovacvlib_run.cpp, as a descriptor's pointers name them.
 int mb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int sb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int sb_miconv_noerr(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
@@ -113,6 +113,11 @@ int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, in
 int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+
+// What the two routines of kovacvlib_run.cpp leave to the rules.
+int mb_miconv_rest(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int db_smiconv_rest(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *,
+                    int *);
 
 // Converts ordinary characters by a flat table, which may be NULL; without out it counts. With a
 // source state: single bytes by that table and pairs by flat_shift, with one-byte shifts.

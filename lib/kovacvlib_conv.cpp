@@ -227,46 +227,50 @@ void start_states(const iconv_rec *cv, conv_state *st) {
     if (cv->smiconv_fp != db_smiconv) st->target_state = 0;
 }
 
-// The usual call: a counted text of ordinary characters with room for all of it. False leaves the
-// rest of the text to the rules.
-bool run_through(iconv_rec *cv, int *state, const ko_mchar_t **inmbs, int *inlen,
-                 ko_mchar_t **outmbs, int *outlen, int *sub) {
-    *sub = 0;
-    if (!inlen || *inlen <= 0) return false;
-    const cv_rule rule = {cv_substitute | (state ? cv_source_shift : 0), 0};
-    const cv_run r =
-        cv_run_text(cv, cv->flat_noshift, rule, state, *inmbs, *inlen, *outmbs, *outlen);
-    *inlen -= int(r.p - *inmbs);
-    *inmbs = r.p;
-    *outmbs += r.made;
-    *outlen -= int(r.made);
-    return *inlen == 0;
-}
-
 bool stateful(const iconv_rec *cv) { return cv->source_is_stateful || cv->target_is_stateful; }
 
 conv_state whole_text() { return {.first_frag = 1, .last_frag = 1}; }
 
 // The arguments that every call shares; a NULL one is error 2.
-bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
+bool refused(iconv_rec *cv, int *sub) {
     if (sub) *sub = 0;
-    if (!cv || !cv->miconv_fp) return false; // a failed opening left its reason in the word
-    if (inmbs && *inmbs && outlen && sub) return true;
-    set_error(&cv->exports.exp, KO_ENULL);
+    // A failed opening left its reason in the word.
+    if (cv && cv->miconv_fp) set_error(&cv->exports.exp, KO_ENULL);
     return false;
+}
+inline bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
+    if (!cv || !cv->miconv_fp || !inmbs || !*inmbs || !outlen || !sub) return refused(cv, sub);
+    *sub = 0;
+    return true;
 }
 
 } // namespace
 
-int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
-              int *sub) {
-    if (run_through(cv, nullptr, inmbs, inlen, outmbs, outlen, sub)) return 0;
+int mb_miconv_rest(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+                   int *outlen, int *sub) {
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     return mb_convert(cv, nullptr, &c, true);
 }
 
+// Translates what a counted text and the room hold, or less where it stops at a special byte.
+static int translate_through(iconv_rec *cv, bool stop, const ko_mchar_t **inmbs, int *inlen,
+                             ko_mchar_t **outmbs, int *outlen) {
+    const int n = *inlen < *outlen ? *inlen : *outlen;
+    if (n <= 0) return 0;
+    const int done = int(cv->bytes->translate(cv->bytes, *outmbs, *inmbs, size_t(n), stop));
+    *inmbs += done;
+    *inlen -= done;
+    *outmbs += done;
+    *outlen -= done;
+    return done;
+}
+
 int sb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
               int *sub) {
+    *sub = 0;
+    if (inlen && cv->bytes && translate_through(cv, true, inmbs, inlen, outmbs, outlen) &&
+        *inlen == 0)
+        return 0;
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     return sb_convert(cv, &c);
 }
@@ -274,19 +278,18 @@ int sb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **
 int sb_miconv_noerr(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
                     int *outlen, int *sub) {
     if (!inlen) return sb_miconv(cv, inmbs, inlen, outmbs, outlen, sub);
-    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
-    const int n = c.left < c.room ? c.left : c.room > 0 ? c.room : 0;
+    *sub = 0;
     if (cv->bytes) {
-        cv->bytes->translate(cv->bytes, c.out, c.in, size_t(n), false);
+        translate_through(cv, false, inmbs, inlen, outmbs, outlen);
     } else {
-        for (int i = 0; i < n; ++i)
-            c.out[i] = cv_direct(cv->conv_noshift, c.in[i])[1];
+        for (; *inlen > 0 && *outlen > 0; --*inlen, --*outlen)
+            *(*outmbs)++ = cv_direct(cv->conv_noshift, *(*inmbs)++)[1];
     }
-    c.in += n;
-    c.left -= n;
-    c.out += n;
-    c.room -= n;
-    return c.left ? failed(cv, KO_E2BIG, nullptr) : 0;
+    if (*inlen <= 0) {
+        *inlen = 0;
+        return 0;
+    }
+    return failed(cv, KO_E2BIG, nullptr);
 }
 
 int alg_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
@@ -309,10 +312,8 @@ int mb_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inl
     return mb_convert(cv, st, &c, false);
 }
 
-int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
-               ko_mchar_t **outmbs, int *outlen, int *sub) {
-    start_states(cv, st);
-    if (run_through(cv, &st->source_state, inmbs, inlen, outmbs, outlen, sub)) return 0;
+int db_smiconv_rest(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                    ko_mchar_t **outmbs, int *outlen, int *sub) {
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     return db_convert(cv, st, &c);
 }
@@ -336,17 +337,25 @@ static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int 
     return cv->smiconv_fp == db_smiconv ? db_convert(cv, st, &c) : mb_convert(cv, st, &c, false);
 }
 
+// Calls that length computation, shifts or a registered converter make special.
+static int mconv_special(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                         ko_mchar_t **outmbs, int *outlen, int *sub) {
+    conv_state whole = whole_text();
+    if (!st && (stateful(cv) || cv->mtom_fn)) st = &whole;
+    if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
+    if (!*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
+    return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
+}
+
 int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                 ko_mchar_t **outmbs, int *outlen, int *sub) {
     iconv_rec *cv = descriptor(cd);
     if (!usable(cv, inmbs, outlen, sub)) return -1;
-    // What no state changes goes straight to the routine to which the stateful one would hand it.
-    const bool tables = !stateful(cv) && !cv->mtom_fn;
-    if (tables && outmbs && *outmbs) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
-    conv_state whole = whole_text();
-    if (!st && !tables) st = &whole;
-    if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
-    if (!*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
+    if (!outmbs || !*outmbs || cv->mtom_fn)
+        return mconv_special(cv, st, inmbs, inlen, outmbs, outlen, sub);
+    // The stateful routine would hand the call over, too.
+    if (!stateful(cv)) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
+    if (!st) return mconv_special(cv, st, inmbs, inlen, outmbs, outlen, sub);
     return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
 

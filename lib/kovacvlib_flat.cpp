@@ -221,26 +221,28 @@ look_up(const rows512 &t, __m512i x) {
     const __m512i high = _mm512_permutex2var_epi8(t.r2, x, t.r3);
     return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
 }
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static size_t
+__attribute__((target("avx512f,avx512bw,avx512vbmi,bmi2"))) static size_t
 translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n,
                bool stop) {
     const rows512 map = load_rows(b->map);
-    const rows512 special = load_rows(b->special);
-    const bool stops = stop && b->has_special;
     size_t i = 0;
-    while (i < n) {
+    if (!stop || !b->has_special) {
+        for (; n - i >= 64; i += 64)
+            _mm512_storeu_si512(out + i, look_up(map, _mm512_loadu_si512(in + i)));
+        const __mmask64 take = _bzhi_u64(~0ull, unsigned(n - i));
+        _mm512_mask_storeu_epi8(out + i, take, look_up(map, _mm512_maskz_loadu_epi8(take, in + i)));
+        return n;
+    }
+    for (const rows512 special = load_rows(b->special); i < n; i += 64) {
         const __mmask64 take = n - i >= 64 ? ~__mmask64(0) : ~__mmask64(0) >> (64 - (n - i));
         const __m512i x = _mm512_maskz_loadu_epi8(take, in + i);
-        if (stops) {
-            const __mmask64 found = _mm512_movepi8_mask(look_up(special, x)) & take;
-            if (found) {
-                const unsigned before = unsigned(__builtin_ctzll(found));
-                _mm512_mask_storeu_epi8(out + i, (__mmask64(1) << before) - 1, look_up(map, x));
-                return i + before;
-            }
+        const __mmask64 found = _mm512_movepi8_mask(look_up(special, x)) & take;
+        if (found) {
+            const unsigned before = unsigned(__builtin_ctzll(found));
+            _mm512_mask_storeu_epi8(out + i, (__mmask64(1) << before) - 1, look_up(map, x));
+            return i + before;
         }
         _mm512_mask_storeu_epi8(out + i, take, look_up(map, x));
-        i += 64;
     }
     return n;
 }
@@ -279,7 +281,8 @@ int cv_translates(cv_translate *kinds) {
 #ifdef KOVA_X86_VECTORS
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2")) kinds[count++] = translate_avx2;
-    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw"))
+    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw") &&
+        __builtin_cpu_supports("bmi2"))
         kinds[count++] = translate_vbmi;
 #endif
     return count;

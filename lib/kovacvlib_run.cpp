@@ -8,6 +8,13 @@
 #include <string.h>
 #include <type_traits>
 
+// Inlined at each call, so that a flag that is known there costs nothing.
+#ifdef __GNUC__
+#define KOVA_EACH [[gnu::always_inline]] static inline
+#else
+#define KOVA_EACH static inline
+#endif
+
 namespace {
 
 // What a run works with. There is room for whatever the bytes before end become.
@@ -88,32 +95,34 @@ template <class W, bool Write> inline void ascii_run(const runner<W> &r, place<W
 
 // ---- Characters of one length
 
-template <class W, bool Write> inline void singles(const runner<W> &r, W want, place<Write> *at) {
+template <class W, bool Write>
+KOVA_EACH void singles(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     while (a.p < r.end && take_plain<W, Write>(r.words[*a.p] ^ want, &a))
         ++a.p;
     *at = a;
 }
 
-template <class W, bool Write> inline void pairs(const runner<W> &r, W want, place<Write> *at) {
+template <class W, bool Write> KOVA_EACH void pairs(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     const void *const *const second = r.flat->second;
     const auto word = [&](const ko_mchar_t *p) {
         return static_cast<const W *>(second[p[0]])[p[1]] ^ want;
     };
-    for (; r.end - a.p >= 4; a.p += 4) {
+    const ko_mchar_t *const stop = r.end - 1;
+    for (const ko_mchar_t *const pair_stop = r.end - 3; a.p < pair_stop; a.p += 4) {
         const W one = word(a.p), two = word(a.p + 2);
         if (!is_plain(one | two)) break;
         put_plain<W, Write>(one, &a);
         put_plain<W, Write>(two, &a);
     }
-    for (; r.end - a.p >= 2; a.p += 2)
+    for (; a.p < stop; a.p += 2)
         if (!take_plain<W, Write>(word(a.p), &a)) break;
     *at = a;
 }
 
 template <class W, bool Write>
-inline void utf8_pairs(const runner<W> &r, W want, place<Write> *at) {
+KOVA_EACH void utf8_pairs(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     const void *const *const rows = r.flat->trails->two;
     for (const ko_mchar_t *const stop = r.end - 1; a.p < stop; a.p += 2) {
@@ -126,7 +135,7 @@ inline void utf8_pairs(const runner<W> &r, W want, place<Write> *at) {
 }
 
 template <class W, bool Write>
-inline void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
+KOVA_EACH void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     const void *const *const *const leads = r.flat->trails->leads;
     for (const ko_mchar_t *const stop = r.end - 2; a.p < stop; a.p += 3) {
@@ -160,9 +169,8 @@ template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> 
     return true;
 }
 
-template <class W, bool Write> void run_any(const runner<W> &r, place<Write> *at) {
-    const W want = W(r.rule.want & r.rule.mask) << top_byte<W>;
-    const bool ascii = r.flat->ascii && !want;
+template <class W, bool Write>
+KOVA_EACH void run_any(const runner<W> &r, W want, bool ascii, place<Write> *at) {
     while (at->p < r.end) {
         const ko_mchar_t *const begin = at->p;
         if (ascii) ascii_run<W, Write>(r, at);
@@ -177,22 +185,36 @@ template <class W, bool Write> void run_any(const runner<W> &r, place<Write> *at
     }
 }
 
+template <class W, bool Write> KOVA_EACH void run_any(const runner<W> &r, place<Write> *at) {
+    const W want = W(r.rule.want & r.rule.mask) << top_byte<W>;
+    if (want) return run_any<W, Write>(r, want, false, at);
+    return r.flat->ascii ? run_any<W, Write>(r, 0, true, at) : run_any<W, Write>(r, 0, false, at);
+}
+
 // Single bytes and pairs, switched by one-byte shifts that write nothing.
 template <class W, bool Write>
-void run_shifted(const runner<W> &single, const runner<W> &pair, unsigned shift_out, int *state,
-                 place<Write> *at) {
+KOVA_EACH void run_shifted(const runner<W> &single, const runner<W> &pair, unsigned shift_out,
+                           int *state, place<Write> *at) {
     constexpr W shift_in = W{cv_source_shift} << top_byte<W>;
-    for (;; ++at->p) {
-        if (*state == 1) {
-            pairs<W, Write>(pair, 0, at);
-            if (at->p >= pair.end || *at->p != shift_out) return;
-            *state = 0;
+    place<Write> a = *at;
+    bool shifted = *state == 1;
+    for (;; ++a.p) {
+        if (shifted) {
+            pairs<W, Write>(pair, 0, &a);
+            if (a.p >= pair.end || *a.p != shift_out) break;
         } else {
-            singles<W, Write>(single, 0, at);
-            if (at->p >= single.end || single.words[*at->p] != shift_in) return;
-            *state = 1;
+            singles<W, Write>(single, 0, &a);
+            if (a.p >= single.end || single.words[*a.p] != shift_in) break;
         }
+        shifted = !shifted;
     }
+    if (shifted != (*state == 1)) *state = shifted;
+    *at = a;
+}
+
+// A state of a caller's own making is left to the rules.
+bool can_shift(const iconv_rec *cv, const int *state) {
+    return !state || (cv->flat_shift && unsigned(*state) <= 1);
 }
 
 template <class W> const W *words_of(const cv_flat *flat) {
@@ -232,9 +254,49 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
 
 cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
                    const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
-    if (!flat || (state && !cv->flat_shift)) return {in, 0};
+    if (!flat || !can_shift(cv, state)) return {in, 0};
     const auto pieces = flat->wide
                             ? (out ? run_pieces<uint64_t, true> : run_pieces<uint64_t, false>)
                             : (out ? run_pieces<uint32_t, true> : run_pieces<uint32_t, false>);
     return pieces(cv, flat, rule, state, in, len, out, room);
+}
+
+// ---- The usual calls: a counted text of ordinary characters and room for whatever it becomes. The
+// rules take over where one ends.
+
+// Has the text become a whole run? The state is that of a source with shifts, else NULL.
+KOVA_EACH bool run_through(const iconv_rec *cv, int *state, const ko_mchar_t **inmbs, int *inlen,
+                           ko_mchar_t **outmbs, int *outlen) {
+    const cv_flat *const flat = cv->flat_noshift, *const pair = cv->flat_shift;
+    if (!inlen || *inlen <= 0 || !flat || flat->wide || !can_shift(cv, state)) return false;
+    const int64_t most = state && pair->most > flat->most ? pair->most : flat->most;
+    if (*inlen * most > *outlen - int64_t{8}) return false;
+    place<true> at = {*inmbs, *outmbs};
+    const cv_rule rule = {cv_special | cv_substitute | cv_source_shift, 0};
+    const runner<uint32_t> r = {flat, words_of<uint32_t>(flat), rule, at.p, at.p + *inlen};
+    if (!state)
+        run_any<uint32_t, true>(r, 0, flat->ascii, &at);
+    else
+        run_shifted<uint32_t, true>(r, {pair, words_of<uint32_t>(pair), rule, at.p, r.end},
+                                    cv->source_so[0], state, &at);
+    *inlen = int(r.end - at.p);
+    *outlen -= int(at.out - *outmbs);
+    *inmbs = at.p;
+    *outmbs = at.out;
+    return at.p == r.end;
+}
+
+int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
+              int *sub) {
+    *sub = 0;
+    if (run_through(cv, nullptr, inmbs, inlen, outmbs, outlen)) return 0;
+    return mb_miconv_rest(cv, inmbs, inlen, outmbs, outlen, sub);
+}
+
+int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+               ko_mchar_t **outmbs, int *outlen, int *sub) {
+    *sub = 0;
+    if (st->first_frag) st->source_state = 0;
+    if (run_through(cv, &st->source_state, inmbs, inlen, outmbs, outlen)) return 0;
+    return db_smiconv_rest(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
