@@ -186,11 +186,17 @@ void add_info(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("info", "Show what a locale says of itself");
     info_options &o = args.info;
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
-    command.add_option("item", o.items, "Items by name or number, printed one a line; none: all")
-        ->type_name("ITEM");
+    CLI::Option *item =
+        command
+            .add_option("item", o.items, "Items by name or number, printed one a line; none: all")
+            ->type_name("ITEM");
+    CLI::Option *all =
+        command.add_flag("--all", o.all, "A page to read, with samples")->excludes(item);
+    command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs")->excludes(all);
     add_common(
         command, args, [&args] { return run_info(args.common, args.info); },
         "  kova info de_DE.8859-1\n"
+        "  kova info --all ja_JP.EUC-JP\n"
         "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
 }
 

@@ -79,6 +79,7 @@ int run_classify(const common_options &common, const classify_options &options);
 struct info_options {
     std::string locale;
     std::vector<std::string> items; // names or numbers; none: all, with the code set's figures
+    bool all = false, json = false; // a page for people; one JSON object
 };
 int run_info(const common_options &common, const info_options &options);
 

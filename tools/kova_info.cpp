@@ -3,10 +3,8 @@
 #include <array>
 
 #include "kova_cli.h"
-#include "kova_io.h"
-#include "kova_locale.h"
+#include "kova_info.h"
 #include "kova_table.h"
-#include "kova_text.h"
 
 namespace kovacli {
 
@@ -44,7 +42,7 @@ static constexpr item_run item_runs[] = {
     {"CALENDAR",    KO_CALENDAR,    1 },
 };
 
-static std::string item_name(unsigned item) {
+std::string item_name(unsigned item) {
     for (const item_run &run : item_runs) {
         if (item < run.first || item >= run.first + run.count) continue;
         return run.count == 1 ? run.name : run.name + std::to_string(item - run.first + 1);
@@ -52,8 +50,7 @@ static std::string item_name(unsigned item) {
     return "";
 }
 
-// Letters of either case, with or without "KO_", or a number.
-static unsigned item_of(const std::string &text) {
+unsigned item_of(const std::string &text) {
     std::string name = text;
     for (char &c : name)
         c = c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c;
@@ -65,16 +62,21 @@ static unsigned item_of(const std::string &text) {
                                  " or names such as D_FMT and DAY_1 (see kova info LOCALE)");
 }
 
-// A wide string of the locale in the outer form; false for NULL.
-static bool outer_text(const codec &code, const ko_wchar_t *wide, std::string &text) {
+bool outer_text(const codec &code, const ko_wchar_t *wide, std::string &text) {
     text.clear();
     if (!wide) return false;
-    size_t len = size_t(ko_wcslen(wide));
-    // A name out of the library's own table of calendars ends its line itself.
-    while (len > 0 && (wide[len - 1] == '\n' || wide[len - 1] == code.newline))
-        --len;
-    encode(code, wide, len, text);
+    encode(code, wide, size_t(ko_wcslen(wide)), text);
     return true;
+}
+
+bool item_text(const codec &code, unsigned item, std::string &text) {
+    if (item != KO_CALENDAR) return outer_text(code, ko_wc_nl_langinfo(code.loc, item), text);
+    // The names of calendars are the library's own: ASCII in every code set, with a newline.
+    text.clear();
+    const ko_wchar_t *name = ko_wc_nl_langinfo(code.loc, item);
+    for (; name && *name && *name != '\n'; ++name)
+        text += char(*name);
+    return name != nullptr;
 }
 
 static std::string newline_of(const codec &code) {
@@ -86,7 +88,7 @@ static std::string newline_of(const codec &code) {
 
 // ---- the figures of a locale ----
 
-static std::string collation_text(const codec &code) {
+std::string collation_text(const codec &code) {
     const loc_exports *head = static_cast<const loc_exports *>(code.loc);
     if (head->codeset_order) return "in code-set order";
     static const struct {
@@ -102,6 +104,16 @@ static std::string collation_text(const codec &code) {
     for (const auto &row : comparers)
         if (row.comparer == head->mbscoll) return row.text;
     return "unknown method";
+}
+
+std::string characters_text(const codec &code) {
+    const int shortest = ko_mb_loc_min(code.loc), longest = ko_mb_loc_max(code.loc);
+    size_t characters = code.pairs->count();
+    for (const codec::lead lead : code.leads)
+        characters += lead == codec::alone;
+    return std::to_string(characters) + " of " + std::to_string(shortest) +
+           (longest > shortest ? " to " + std::to_string(longest) : "") +
+           (longest == 1 ? " byte" : " bytes");
 }
 
 static size_t ignored_count(const loc_exports *head) {
@@ -130,10 +142,6 @@ static void add_figures(const locale_handle &handle, const codec &code,
         rows.push_back({{name}, {value}});
     };
     const loc_exports *head = static_cast<const loc_exports *>(handle.loc);
-    const int shortest = ko_mb_loc_min(handle.loc), longest = ko_mb_loc_max(handle.loc);
-    size_t characters = code.pairs->count();
-    for (const codec::lead lead : code.leads)
-        characters += lead == codec::alone;
     add("locale", handle.name);
     add("object", handle.object.path);
     for (const std::string &line : handle.object.header)
@@ -141,9 +149,7 @@ static void add_figures(const locale_handle &handle, const codec &code,
     add("code set", code.code_set + (handle.object.number == KO_NO_CODESET
                                          ? std::string()
                                          : ", number " + std::to_string(handle.object.number)));
-    add("characters", std::to_string(characters) + " of " + std::to_string(shortest) +
-                          (longest > shortest ? " to " + std::to_string(longest) : "") +
-                          (longest == 1 ? " byte" : " bytes"));
+    add("characters", characters_text(code));
     add("single-byte", head->single_byte ? "yes" : "no");
     add("case mapping", head->case_conv_ratio > 1.0
                             ? "a text grows to " + ratio(head->case_conv_ratio) + " times its bytes"
@@ -167,9 +173,10 @@ static std::string grouping_text(const ko_wchar_t *sizes) {
     return text;
 }
 
-static void add_conventions(const codec &code, std::vector<std::vector<cell>> &rows) {
+std::vector<convention> conventions(const codec &code) {
+    std::vector<convention> found;
     const koconv *conv = ko_localeconv(code.loc);
-    if (!conv) return;
+    if (!conv) return found;
     static constexpr struct {
         const char *name;
         ko_wchar_t *koconv::*field;
@@ -192,7 +199,7 @@ static void add_conventions(const codec &code, std::vector<std::vector<cell>> &r
             text = grouping_text(conv->*row.field);
         else if (!outer_text(code, conv->*row.field, text))
             continue;
-        rows.push_back({{row.name}, {}, {text}});
+        found.push_back({row.name, text, false});
     }
     static constexpr struct {
         const char *name;
@@ -210,8 +217,9 @@ static void add_conventions(const codec &code, std::vector<std::vector<cell>> &r
     constexpr char not_available = 127;
     for (const auto &row : numbers) {
         const char value = conv->*row.field;
-        rows.push_back({{row.name}, {}, {value == not_available ? "-" : std::to_string(value)}});
+        found.push_back({row.name, value == not_available ? "-" : std::to_string(value), true});
     }
+    return found;
 }
 
 static void write_everything(const locale_handle &handle, const codec &code, output &out) {
@@ -223,14 +231,15 @@ static void write_everything(const locale_handle &handle, const codec &code, out
     };
     for (unsigned item = 0; item <= KO_LANGINFO_MAX; ++item) {
         std::string text;
-        if (!outer_text(code, ko_wc_nl_langinfo(handle.loc, item), text)) continue;
+        if (!item_text(code, item, text)) continue;
         rows.push_back({
             {item_name(item)     },
             {std::to_string(item), -1, true},
             {text               }
         });
     }
-    add_conventions(code, rows);
+    for (const convention &c : conventions(code))
+        rows.push_back({{c.name}, {}, {c.value}});
     write(out, "\n");
     write_table(out, rows);
 }
@@ -238,13 +247,23 @@ static void write_everything(const locale_handle &handle, const codec &code, out
 int run_info(const common_options &common, const info_options &options) {
     locale_handle handle;
     codec code;
-    open_with_codec(common, options.locale, handle, code);
+    common_options asked = common;
+    if (options.json) asked.form = text_form::utf8;
+    const data_place place = open_with_codec(asked, options.locale, handle, code);
     output out;
-    if (options.items.empty()) write_everything(handle, code, out);
-    for (const std::string &name : options.items) {
-        std::string text;
-        outer_text(code, ko_wc_nl_langinfo(handle.loc, item_of(name)), text);
-        write(out, text + newline_of(code));
+    if (options.json) {
+        write_json(handle, code, options.items, out);
+    } else if (options.all) {
+        add_mapping(handle, place, code);
+        write_page(handle, code, out);
+    } else if (options.items.empty()) {
+        write_everything(handle, code, out);
+    } else {
+        for (const std::string &name : options.items) {
+            std::string text;
+            item_text(code, item_of(name), text);
+            write(out, text + newline_of(code));
+        }
     }
     finish(out);
     return done;
