@@ -402,6 +402,13 @@ TEST_F(KovaCli, TellsALocalesItems) {
               "März\n,\nISO-8859-1\n");
     EXPECT_NE(kova({"info", "de_DE.8859-1"}).out.find("RADIXCHAR              55  ,"),
               std::string::npos);
+    EXPECT_EQ(kova({"info", "--json", "de_DE.8859-1", "D_FMT", "57"}).out,
+              "{\n  \"locale\": \"de_DE.8859-1\",\n  \"items\": {\n    \"D_FMT\": \"%d.%m.%Y\",\n"
+              "    \"YESSTR\": \"ja\"\n  }\n}\n");
+    const std::string page = kova({"info", "--all", "--utf8", "en_US.IBM037"}).out;
+    for (const char *line : {"fractions      -1,234.50\n", "date           11/21/2026\n",
+                             "money owed     -$1,234.50\n", "calendar       gregorian\n"})
+        EXPECT_NE(page.find(line), std::string::npos) << line << page;
     expect_complaint(kova({"info", "de_DE.8859-1", "74"}), 2, "there is no item \"74\"");
 }
 
