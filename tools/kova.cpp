@@ -25,6 +25,7 @@ struct arguments {
     key_options key;
     case_options upper, lower;
     classify_options classify;
+    measure_options width, trim, count;
     info_options info;
     format_options money;
     convert_options convert;
@@ -180,6 +181,43 @@ void add_classify(CLI::App &app, arguments &args) {
     add_common(command, args, run,
                "  kova classify ja_JP.EUC-JP 'Aア漢'\n"
                "  kova classify --count de_DE.unicode book.txt\n");
+}
+
+// The options that width, trim and count share.
+CLI::App &measure_command(CLI::App &app, const char *name, const char *what, const char *bad,
+                          measure_options &o) {
+    CLI::App &command = *app.add_subcommand(name, what);
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command.add_flag("--replace", o.replace, bad);
+    return command;
+}
+
+void add_measures(CLI::App &app, arguments &args) {
+    CLI::App &width =
+        measure_command(app, "width", "Print the display columns of each line",
+                        "Go on at what is no character; its line has no width", args.width);
+    width.add_flag("--widest", args.width.widest, "Print the columns of the widest line only");
+    add_common(
+        width, args, [&args] { return run_width(args.common, args.width); },
+        "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a tab or control\n"
+        "  kova width --widest de_DE.unicode < table\n");
+    CLI::App &trim = measure_command(app, "trim", "Cut the spaces at the ends of lines off",
+                                     "Leave what is no character as it is and go on", args.trim);
+    trim.add_option("-o,--output", args.trim.out,
+                    "Write FILE, in one step when all is trimmed; it may be one of those read")
+        ->type_name("FILE");
+    add_common(
+        trim, args, [&args] { return run_trim(args.common, args.trim); },
+        "  kova trim ja_JP.SHIFT_JIS --bytes -o letter.sjis letter.sjis\n"
+        "  kova trim de_DE.unicode < notes.txt\n");
+    CLI::App &count =
+        measure_command(app, "count", "Count the lines, characters, bytes and columns of files",
+                        "Count what is no character and go on", args.count);
+    add_common(
+        count, args, [&args] { return run_count(args.common, args.count); },
+        "  kova count zh_TW.BIG5 --bytes chapter*.txt\n"
+        "  kova count de_DE.unicode < book.txt\n");
 }
 
 void add_info(CLI::App &app, arguments &args) {
@@ -381,6 +419,7 @@ int main(int argc, char **argv) {
     add_case(app, args, "upper", args.upper);
     add_case(app, args, "lower", args.lower);
     add_classify(app, args);
+    add_measures(app, args);
     add_info(app, args);
     add_money(app, args);
     add_locales(app, args);

@@ -76,6 +76,18 @@ struct classify_options {
 };
 int run_classify(const common_options &common, const classify_options &options);
 
+// What width, trim and count take.
+struct measure_options {
+    std::string locale;
+    std::vector<std::string> files; // none: standard input
+    std::string out;                // of trim
+    bool widest = false;            // of width: one number for all lines
+    bool replace = false;
+};
+int run_width(const common_options &common, const measure_options &options);
+int run_trim(const common_options &common, const measure_options &options);
+int run_count(const common_options &common, const measure_options &options);
+
 struct info_options {
     std::string locale;
     std::vector<std::string> items; // names or numbers; none: all, with the code set's figures
