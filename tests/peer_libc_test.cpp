@@ -1,54 +1,15 @@
-// Every compiled locale against the C library's own locale of the same source and charmap: the
-// class and the case partners of every character, and the order of seeded pairs of strings.
-// KOVA_LOCALES_LIST names the list of locales, KOVA_TEST_ROOT the compiled objects and
-// KOVA_PEER_LOCPATH a folder in which localedef has compiled NAME.CHARMAP for each row.
-#include "kova.h"
+// Every compiled locale against the C library's own: the class and the case partners of every
+// character, and the order of seeded pairs of strings.
+#include "peer_rows.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <climits>
-#include <clocale>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
-#include <fstream>
 #include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
-
-struct peer_row {
-    std::string source, charmap, name, codeset;
-    bool unicode() const { return charmap == "unicode"; }
-};
-
-void PrintTo(const peer_row &r, std::ostream *out) { *out << r.name << "." << r.charmap; }
-
-std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
-
-std::vector<peer_row> peer_rows() {
-    std::vector<peer_row> rows;
-    std::ifstream list(env("KOVA_LOCALES_LIST"));
-    for (std::string line; std::getline(list, line);) {
-        std::istringstream words(line.substr(0, line.find('#')));
-        peer_row r;
-        if (!(words >> r.source >> r.charmap) || r.source == "POSIX") continue;
-        // The C library has none of the sources that lie beside the list.
-        if (std::ifstream(env("KOVA_SOURCE_DIR") + "/data/locales/" + r.source)) continue;
-        if (!(words >> r.name)) r.name = r.source;
-        if (!(words >> r.codeset)) r.codeset = r.charmap;
-        rows.push_back(r);
-    }
-    return rows;
-}
 
 // One character in both worlds.
 struct peer_char {
@@ -58,25 +19,11 @@ struct peer_char {
     wchar_t code;
 };
 
-class PeerLibc : public testing::TestWithParam<peer_row> {
+class PeerLibc : public PeerTest {
   protected:
     void SetUp() override {
-        const peer_row &r = GetParam();
-        setenv("VANTORDIR", env("KOVA_TEST_ROOT").c_str(), 1);
-        setenv("LOCPATH", env("KOVA_PEER_LOCPATH").c_str(), 1);
-        const std::string peer_name = r.name + "." + (r.unicode() ? "UTF-8" : r.charmap);
-        peer = newlocale(LC_ALL_MASK, peer_name.c_str(), nullptr);
-        ASSERT_TRUE(peer) << "the C library has no " << peer_name;
-        before = uselocale(peer);
-        const std::string spec = r.name + "." + r.codeset;
-        ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0)
-            << spec << ": error " << *ko_ext_errno(loc);
-        collect();
-    }
-    void TearDown() override {
-        ko_lc_unload(loc);
-        if (before) uselocale(before);
-        if (peer) freelocale(peer);
+        PeerTest::SetUp();
+        if (!HasFatalFailure()) collect();
     }
 
     static std::string bytes_of(unsigned value, int len) {
@@ -129,8 +76,6 @@ class PeerLibc : public testing::TestWithParam<peer_row> {
         return out;
     }
 
-    locale_t peer = nullptr, before = nullptr;
-    ko_lc_t loc = nullptr;
     std::vector<peer_char> chars;
     std::vector<std::string> only_one; // characters that one side has and the other lacks
 };
@@ -254,12 +199,6 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
     EXPECT_LE(differing, pairs / 1000);
 }
 
-std::string row_name(const testing::TestParamInfo<peer_row> &info) {
-    std::string name = info.param.name + "_" + info.param.charmap;
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
-    return name;
-}
 INSTANTIATE_TEST_SUITE_P(Locales, PeerLibc, testing::ValuesIn(peer_rows()), row_name);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PeerLibc);
 

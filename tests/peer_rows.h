@@ -1,0 +1,79 @@
+// The rows of data/locales.list for comparisons with the C library's own locale of the same source
+// and charmap. KOVA_LOCALES_LIST names the list, KOVA_TEST_ROOT the compiled objects and
+// KOVA_PEER_LOCPATH a folder in which localedef has compiled NAME.CHARMAP for each row.
+#ifndef PEER_ROWS_H
+#define PEER_ROWS_H
+
+#include "kova.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+struct peer_row {
+    std::string source, charmap, name, codeset;
+    bool unicode() const { return charmap == "unicode"; }
+};
+
+inline void PrintTo(const peer_row &r, std::ostream *out) { *out << r.name << "." << r.charmap; }
+
+inline std::string env(const char *name) {
+    const char *value = getenv(name);
+    return value ? value : "";
+}
+
+inline std::vector<peer_row> peer_rows() {
+    std::vector<peer_row> rows;
+    std::ifstream list(env("KOVA_LOCALES_LIST"));
+    for (std::string line; std::getline(list, line);) {
+        std::istringstream words(line.substr(0, line.find('#')));
+        peer_row r;
+        if (!(words >> r.source >> r.charmap) || r.source == "POSIX") continue;
+        // The C library has none of the sources that lie beside the list.
+        if (std::ifstream(env("KOVA_SOURCE_DIR") + "/data/locales/" + r.source)) continue;
+        if (!(words >> r.name)) r.name = r.source;
+        if (!(words >> r.codeset)) r.codeset = r.charmap;
+        rows.push_back(r);
+    }
+    return rows;
+}
+
+// Both locales of a row, open while the test runs.
+class PeerTest : public testing::TestWithParam<peer_row> {
+  protected:
+    void SetUp() override {
+        const peer_row &r = GetParam();
+        setenv("VANTORDIR", env("KOVA_TEST_ROOT").c_str(), 1);
+        setenv("LOCPATH", env("KOVA_PEER_LOCPATH").c_str(), 1);
+        const std::string peer_name = r.name + "." + (r.unicode() ? "UTF-8" : r.charmap);
+        peer = newlocale(LC_ALL_MASK, peer_name.c_str(), nullptr);
+        ASSERT_TRUE(peer) << "the C library has no " << peer_name;
+        before = uselocale(peer);
+        const std::string spec = r.name + "." + r.codeset;
+        ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0)
+            << spec << ": error " << *ko_ext_errno(loc);
+    }
+    void TearDown() override {
+        ko_lc_unload(loc);
+        if (before) uselocale(before);
+        if (peer) freelocale(peer);
+    }
+
+    locale_t peer = nullptr, before = nullptr;
+    ko_lc_t loc = nullptr;
+};
+
+inline std::string row_name(const testing::TestParamInfo<peer_row> &info) {
+    std::string name = info.param.name + "_" + info.param.charmap;
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+    return name;
+}
+
+#endif
