@@ -1,6 +1,6 @@
 // Numbers and money, formatted and parsed with the locale's grouping, beside the C library and ICU.
-// The C library reads grouped numbers in scanf alone; the usual way round it, to copy the digits
-// and convert the copy, has a column of its own. ICU works on UTF-16, and gets and gives that.
+// The C library reads grouped numbers with scanf alone; in rows of their own its plain conversions
+// read a copy without separators, which nobody checks. ICU works on UTF-16: it gets and gives that.
 #include "peers.h"
 #include "text.h"
 
@@ -44,13 +44,14 @@ struct job {
 struct setting {
     ko_lc_t loc;
     locale_t libc, before;
-    number_format icu, currency;
+    number_format whole, icu, currency;
     std::vector<job> jobs;
     explicit setting(benchmark::State &state)
         : loc(bench_locale(state, latin1.spec)), libc(peer_locale(latin1.libc)),
-          before(libc ? uselocale(libc) : nullptr), icu(nullptr, unum_close),
-          currency(nullptr, unum_close) {
+          before(libc ? uselocale(libc) : nullptr), whole(nullptr, unum_close),
+          icu(nullptr, unum_close), currency(nullptr, unum_close) {
         UErrorCode status = U_ZERO_ERROR;
+        whole.reset(unum_open(UNUM_DECIMAL, nullptr, 0, "de_DE", nullptr, &status));
         icu.reset(unum_open(UNUM_DECIMAL, nullptr, 0, "de_DE", nullptr, &status));
         unum_setAttribute(icu.get(), UNUM_MIN_FRACTION_DIGITS, 2);
         unum_setAttribute(icu.get(), UNUM_MAX_FRACTION_DIGITS, 2);
@@ -79,7 +80,7 @@ struct setting {
 
 const ko_mchar_t *mb(const char *text) { return reinterpret_cast<const ko_mchar_t *>(text); }
 
-// A job done by every contender over all values; the one that does not agree with ours is an error.
+// A job done by every contender over all values; one that does not agree with ours is an error.
 struct contest {
     benchmark::State &state;
     setting &s;
@@ -95,11 +96,91 @@ struct contest {
         };
         if (!present) return;
         if (all.empty()) ours = run();
-        if (run() != ours) state.SkipWithError((std::string(name) + " reads otherwise").c_str());
+        if (run() != ours) state.SkipWithError((std::string(name) + " does not agree").c_str());
         all.push_back({name, run});
     }
     void start() { compare(state, std::move(all), values); }
 };
+
+// ---- Formatting ---------------------------------------------------------------------------------
+
+// Results are lengths, so that contenders of different texts do not agree.
+struct text_out {
+    char text[text_room];
+    UChar units[text_room]; // wide characters of Latin-1 are those of UTF-16
+    ko_mchar_t *mb() { return reinterpret_cast<ko_mchar_t *>(text); }
+    ko_wchar_t *wide() { return reinterpret_cast<ko_wchar_t *>(units); }
+};
+constexpr int most = text_room - 1;
+constexpr ko_wchar_t integer_format[] = {'%', '\'', 'd', 0};
+constexpr ko_wchar_t real_format[] = {'%', '\'', '.', '2', 'f', 0};
+constexpr ko_wchar_t money_format[] = {'%', 'n', 0};
+
+void format_integer(benchmark::State &state, bool wide) {
+    setting s(state);
+    if (!s.loc) return;
+    text_out out;
+    contest c{state, s};
+    c.add("kova", !wide, [&](const job &j) {
+        return ko_mbsfnum(s.loc, out.mb(), most, mb("%'d"), static_cast<int>(j.whole));
+    });
+    c.add("kova", wide, [&](const job &j) {
+        return ko_wcsfnum(s.loc, out.wide(), most, integer_format, static_cast<int>(j.whole));
+    });
+    c.add("libc", s.libc, [&](const job &j) {
+        return snprintf(out.text, text_room, "%'d", static_cast<int>(j.whole));
+    });
+    c.add("icu", true, [&](const job &j) {
+        UErrorCode status = U_ZERO_ERROR;
+        return unum_format(s.whole.get(), j.whole, out.units, text_room, nullptr, &status);
+    });
+    c.start();
+}
+BENCHMARK_CAPTURE(format_integer, bytes, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(format_integer, wide, true)->Apply(paired_rounds);
+
+void format_real(benchmark::State &state, bool wide) {
+    setting s(state);
+    if (!s.loc) return;
+    text_out out;
+    contest c{state, s};
+    c.add("kova", !wide,
+          [&](const job &j) { return ko_mbsfnum(s.loc, out.mb(), most, mb("%'.2f"), j.amount); });
+    c.add("kova", wide,
+          [&](const job &j) { return ko_wcsfnum(s.loc, out.wide(), most, real_format, j.amount); });
+    c.add("libc", s.libc,
+          [&](const job &j) { return snprintf(out.text, text_room, "%'.2f", j.amount); });
+    c.add("icu", true, [&](const job &j) {
+        UErrorCode status = U_ZERO_ERROR;
+        return unum_formatDouble(s.icu.get(), j.amount, out.units, text_room, nullptr, &status);
+    });
+    c.start();
+}
+BENCHMARK_CAPTURE(format_real, bytes, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(format_real, wide, true)->Apply(paired_rounds);
+
+// The contenders' symbols differ, "EUR" or a sign, so only success is compared.
+void format_money(benchmark::State &state, bool wide) {
+    setting s(state);
+    if (!s.loc) return;
+    text_out out;
+    contest c{state, s};
+    c.add("kova", !wide,
+          [&](const job &j) { return ko_mbsfmon(s.loc, out.mb(), most, mb("%n"), j.amount) < 0; });
+    c.add("kova", wide, [&](const job &j) {
+        return ko_wcsfmon(s.loc, out.wide(), most, money_format, j.amount) < 0;
+    });
+    c.add("libc", s.libc,
+          [&](const job &j) { return strfmon(out.text, text_room, "%n", j.amount) < 0; });
+    c.add("icu", true, [&](const job &j) {
+        UErrorCode status = U_ZERO_ERROR;
+        unum_formatDouble(s.currency.get(), j.amount, out.units, text_room, nullptr, &status);
+        return U_FAILURE(status);
+    });
+    c.start();
+}
+BENCHMARK_CAPTURE(format_money, bytes, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(format_money, wide, true)->Apply(paired_rounds);
 
 // ---- Parsing ------------------------------------------------------------------------------------
 
@@ -110,51 +191,53 @@ void strip(char *to, const char *from) {
     *to = 0;
 }
 
-void parse_integer(benchmark::State &state) {
+void parse_integer(benchmark::State &state, bool stripped) {
     setting s(state);
     if (!s.loc) return;
     contest c{state, s};
     c.add("kova", true,
           [&](const job &j) { return ko_mbstol(s.loc, mb(j.integer), nullptr, 10, 1); });
-    c.add("scanf", s.libc, [](const job &j) {
+    c.add("scanf", s.libc && !stripped, [](const job &j) {
         long value = 0;
         return sscanf(j.integer, "%'ld", &value) == 1 ? static_cast<double>(value) : -1;
     });
-    c.add("strtol", true, [](const job &j) {
+    c.add("icu", !stripped, [&](const job &j) {
+        UErrorCode status = U_ZERO_ERROR;
+        return unum_parse(s.whole.get(), j.u_integer, -1, nullptr, &status);
+    });
+    c.add("strtol", stripped, [](const job &j) {
         char copy[text_room];
         strip(copy, j.integer);
         return static_cast<double>(strtol(copy, nullptr, 10));
     });
-    c.add("icu", true, [&](const job &j) {
-        UErrorCode status = U_ZERO_ERROR;
-        return unum_parse(s.icu.get(), j.u_integer, -1, nullptr, &status);
-    });
     c.start();
 }
-BENCHMARK(parse_integer)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(parse_integer, grouped, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(parse_integer, stripped, true)->Apply(paired_rounds);
 
-void parse_real(benchmark::State &state) {
+void parse_real(benchmark::State &state, bool stripped) {
     setting s(state);
     if (!s.loc) return;
     const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
     contest c{state, s};
     c.add("kova", true, [&](const job &j) { return ko_mbstod(s.loc, mb(j.real), nullptr, 1); });
-    c.add("scanf", s.libc, [](const job &j) {
+    c.add("scanf", s.libc && !stripped, [](const job &j) {
         double value = 0;
         return sscanf(j.real, "%'lf", &value) == 1 ? value : -1;
     });
-    c.add("strtod", true, [plain](const job &j) {
+    c.add("icu", !stripped, [&](const job &j) {
+        UErrorCode status = U_ZERO_ERROR;
+        return unum_parseDouble(s.icu.get(), j.u_real, -1, nullptr, &status);
+    });
+    c.add("strtod", stripped, [plain](const job &j) {
         char copy[text_room];
         strip(copy, j.real);
         return strtod_l(copy, nullptr, plain);
     });
-    c.add("icu", true, [&](const job &j) {
-        UErrorCode status = U_ZERO_ERROR;
-        return unum_parseDouble(s.icu.get(), j.u_real, -1, nullptr, &status);
-    });
     c.start();
     freelocale(plain);
 }
-BENCHMARK(parse_real)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(parse_real, grouped, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(parse_real, stripped, true)->Apply(paired_rounds);
 
 } // namespace
