@@ -53,7 +53,9 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
     const std::string name = GetParam().name;
     const bool bytes = ko_mb_loc_max(loc) == 1, behind = conv->n_sign_posn == 2;
     const bool twice = conv->p_cs_precedes && conv->p_sep_by_space; // symbol, space, value
-    const bool special = name == "hu_HU" || name == "ko_KR" || name.starts_with("zh_");
+    const bool same = !ko_wcscmp(conv->w_thousands_sep, conv->w_mon_thousands_sep);
+    const bool special =
+        name == "hu_HU" || name == "or_IN" || name == "ko_KR" || name.starts_with("zh_");
     const struct {
         const char *format;
         bool agrees;
@@ -73,7 +75,8 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
     };
     std::mt19937_64 random(43);
     for (const auto &[format, agrees] : formats) {
-        for (int i = 0; i < 500 && agrees; ++i) {
+        if (!agrees || (!same && format[1] != '^')) continue;
+        for (int i = 0; i < 500; ++i) {
             // No digit of 5 behind the last one that is written.
             double amount = static_cast<double>(random() % 10000000000) + 0.1234 + 0.0000001;
             if (i % 2) amount = static_cast<double>(random() % 10000) + 0.7382;
@@ -101,6 +104,7 @@ TEST_P(PeerMoney, DiffersAsListed) {
         {"da_DK.ISO-8859-1", "%(n",   1,          "kr. 1,00",      "kr.1,00"      },
         {"he_IL.ISO-8859-8", "%#4n",  -1,         "ILS    1.00-",  "ILS     1.00-"},
         {"hu_HU.ISO-8859-2", "%i",    1,          "1,00 HUF ",     "HUF 1,00"     },
+        {"fa_IR.unicode",    "%!n",   1234,       "1,234 ",        "1\u066C234"   },
         {"zh_CN.GB2312",     "%i",    -1,         "CNY -1.00",     "-CNY1.00"     },
     };
     const std::string name = GetParam().name + "." + GetParam().charmap;
