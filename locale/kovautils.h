@@ -115,8 +115,8 @@ int udigits(ko_ulong_t value, int base);
 int ipow(int base, int exponent);
 double fpow(double base, int exponent);
 
-// The one user of strtod: reads a number whose decimal point is "." whatever the process locale
-// says. *end gets the first character not read.
+// Reads a decimal number whose decimal point is "." whatever the process locale says. *end gets the
+// first character not read.
 double c_strtod(const char *text, const char **end);
 
 void message_1(const char *format_with_one_s, const char *text); // a log line of any length
