@@ -64,3 +64,37 @@ TEST(KovaFormat, WritesAndReadsMoney) {
     };
     expect_rows(rows, std::size(rows));
 }
+
+// What lasts from directive to directive lasts here as well.
+TEST(KovaFormat, WritesAndReadsNumbers) {
+    static const format_row rows[] = {
+        {"number de_DE.unicode \"%'.2f kr|%5x|%s\" 1234.5 255 é€ 2 3 x",        0,
+         "1.234,50 kr|   ff|é€\n2,00 kr|    3|x\n"                                                                                     },
+        {"number en_US.8859-1 '%d %u %X %x %05d %-3d|' -1 2 171 171 7 8",          0,
+         "-1 -2 -AB -AB -0007 -08|\n"                                                                                                     },
+        {"number en_US.8859-1 '%-5d|%05d|%#lc|%x|' 7 8 é 9",                      0, "7    |8    |é|0x9|\n"                             },
+        {"number en_US.IBM037 \"%'d%%%c\" 1234567 é",                             0, "1,234,567%é\n"                                    },
+        {"number en_US.8859-1 a%%b",                                               0, "a%b\n"                                             },
+        {"number ja_JP.EUC-JP \"合計%'d、%lld\" 1 2",                           2,
+         "kova: directive 2, %lld, at character 7 of the format: a directive is % with flags, "
+         "width, .digits, l or h, then one of d i u o q b x X c s e E f g G\n  合計%'d、%lld\n"
+         "           ^~~~\n"                                                                                                              },
+        {"number en_US.8859-1 '%d %' 1 2",                                         2, "kova: directive 2, %, at character 4 of the format"},
+        {"number en_US.8859-1 '%*d' 1 2",                                          2, "kova: directive 1, %*d, at character 1"            },
+        {"number en_US.8859-1 %d 2147483648",                                      2, "kova: VALUE 1, 2147483648, is not within"          },
+        {"number en_US.8859-1 %hd 40000",                                          2, "kova: VALUE 1, 40000, is not within -32768 and"    },
+        {"number en_US.8859-1 %u -- -1",                                           2, "kova: VALUE 1, -1, is not within 0 and 4294967295" },
+        {"number en_US.8859-1 %d 1.5",                                             2, "kova: VALUE 1, 1.5, is no whole number"            },
+        {"number en_US.8859-1 %c ''",                                              2, "kova: directive 1, %c, at character 1"             },
+        {"number de_DE.8859-1 \"%'f\" --parse 1.234,5",                            0, "1234.5\n"                                          },
+        {"number en_US.8859-1 '%d%% %x %hd %s' --parse '-5% ff -3 rest é'",       0,
+         "-5\n255\n-3\nrest é\n"                                                                                                         },
+        {"number en_US.8859-1 '%*d %u %lc%c %ls' --parse '5 4294967295 é é bc'", 0,
+         "4294967295\né\né\nbc\n"                                                                                                       },
+        {"number en_US.8859-1 %d:%d --parse '1;2'",                                1,
+         "kova: :, at character 3 of the format: the text does not match\n  %d:%d\n    ^\n"                                               },
+        {"number en_US.8859-1 '%d %z' --parse '1 2'",                              2, "kova: directive 2, %z, at character 4"             },
+        {"number en_US.8859-1 \"%'d\" --parse 1,23",                               1, "kova: directive 1, %'d, at character 1"            },
+    };
+    expect_rows(rows, std::size(rows));
+}

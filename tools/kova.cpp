@@ -27,7 +27,7 @@ struct arguments {
     classify_options classify;
     measure_options width, trim, count;
     info_options info;
-    format_options money;
+    format_options money, number;
     convert_options convert;
     chart_options chart;
     cal_options cal;
@@ -275,6 +275,17 @@ void add_money(CLI::App &app, arguments &args) {
                "  kova money da_DK.8859-1 %n --parse 'kr. -1.234,50'\n");
 }
 
+void add_number(CLI::App &app, arguments &args) {
+    add_format(app, args, "number", "Write numbers and texts as a locale does, or read them",
+               "Text with a directive for each value: % with flags (' groups digits, + - # 0 and "
+               "blank), width, .DIGITS, then a letter: d i u o q b x X of integers, e E f g G of "
+               "reals, c, s",
+               args.number, run_number,
+               "  kova number de_DE.8859-1 \"%'d\" 1234567               prints 1.234.567\n"
+               "  kova number sv_SE.8859-1 \"%'.2f kr|%5x\" 1234.5 255\n"
+               "  kova number de_DE.8859-1 \"%'f\" --parse 1.234,5\n");
+}
+
 void add_locales(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
     add_common(
@@ -421,6 +432,7 @@ int main(int argc, char **argv) {
     add_classify(app, args);
     add_measures(app, args);
     add_info(app, args);
+    add_number(app, args);
     add_money(app, args);
     add_locales(app, args);
     add_convert(app, args);

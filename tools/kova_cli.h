@@ -102,6 +102,7 @@ struct format_options {
     std::string text; // of --parse
     bool parse = false;
 };
+int run_number(const common_options &common, const format_options &options);
 int run_money(const common_options &common, const format_options &options);
 
 int run_locales(const common_options &common);

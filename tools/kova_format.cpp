@@ -101,6 +101,19 @@ void fail_in_format(const codec &code, const format_text &format, size_t place, 
 
 // ---- values ----
 
+void check_counts(const format_text &format, const std::vector<std::string> &values) {
+    const size_t takes = format.directives.size();
+    if (takes > directives_max)
+        throw failure(bad_usage,
+                      "FORMAT has more than " + std::to_string(directives_max) + " directives");
+    if (!takes && !values.empty())
+        throw failure(bad_usage, "FORMAT has no directive, so that no VALUE may follow");
+    if (takes && (values.empty() || values.size() % takes))
+        throw failure(bad_usage, "FORMAT takes a VALUE for each directive, " +
+                                     std::to_string(takes) + " at a time; there are " +
+                                     std::to_string(values.size()));
+}
+
 template <class Number> static std::errc number_of(const std::string &text, Number &value) {
     const char *first = text.data(), *const last = first + text.size();
     if (text.size() > 1 && text[0] == '+' && text[1] != '-') ++first;

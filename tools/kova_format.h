@@ -42,6 +42,10 @@ size_t longest_working(const format_text &format,
 [[noreturn]] void fail_in_format(const codec &code, const format_text &format, size_t place,
                                  int status, const std::string &why);
 
+// Refuses a format with more directives, and values that are not so many, or a multiple of it.
+constexpr size_t directives_max = 16;
+void check_counts(const format_text &format, const std::vector<std::string> &values);
+
 // A value argument, the whole of it a number. what names it in messages. Throws failure.
 double decimal_value(const std::string &text, const std::string &what);
 int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most);

@@ -7,7 +7,6 @@
 
 namespace kovacli {
 
-constexpr size_t directives_max = 16;
 using amounts = std::array<double, directives_max>;
 
 // As many amounts are passed as any format takes; the library looks at those of its directives.
@@ -48,19 +47,6 @@ static int read_amounts(const codec &code, const ko_wchar_t *text, const ko_wcha
                        "the result is too long, or the locale is damaged (error " +
                            std::to_string(error) + ")");
     }
-}
-
-static void check_counts(const format_text &format, const std::vector<std::string> &values) {
-    const size_t takes = format.directives.size();
-    if (takes > directives_max)
-        throw failure(bad_usage,
-                      "FORMAT has more than " + std::to_string(directives_max) + " directives");
-    if (!takes && !values.empty())
-        throw failure(bad_usage, "FORMAT has no directive, so that no VALUE may follow");
-    if (takes && (values.empty() || values.size() % takes))
-        throw failure(bad_usage, "FORMAT takes a VALUE for each directive, " +
-                                     std::to_string(takes) + " at a time; there are " +
-                                     std::to_string(values.size()));
 }
 
 static void print_amounts(const codec &code, const format_text &format,
