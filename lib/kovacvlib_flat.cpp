@@ -2,6 +2,7 @@
 // for single-byte pairs, done by the widest vectors the processor has.
 #include "kovacvlib.h"
 
+#include <bit>
 #include <string.h>
 
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
@@ -41,21 +42,35 @@ size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth
 template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
 template <class W> constexpr W special_word = W{cv_special} << top_byte<W>;
 
-// The word of an entry of so many bytes: 2 to 4, in 64 bits 5.
+// The word of an entry of so many bytes: 2 to 4, in 64 bits 5. Bytes behind its length are zero.
 template <class W> inline W entry_word(const unsigned char *e, size_t size) {
-    W bytes = e[1];
-    if (size > 2) bytes |= W(e[2]) << 8;
-    if (size > 3) bytes |= W(e[3]) << 16;
-    if constexpr (sizeof bytes > 4) bytes |= W(e[4]) << 24;
-    bytes &= (W{1} << 8 * (e[0] & cv_length)) - 1;
-    return e[0] & cv_flags ? bytes | W(e[0] & ~cv_special) << top_byte<W> : special_word<W>;
+    W word = e[1];
+    if (size > 2) word |= W(e[2]) << 8;
+    if (size > 3) word |= W(e[3]) << 16;
+    if constexpr (sizeof word > 4) word |= W(e[4]) << 24;
+    word |= W(e[0]) << top_byte<W>;
+    return e[0] & cv_flags ? word & ~special_word<W> : special_word<W>;
+}
+
+// The same for many entries of four bytes; what is not final is special. Written without branches,
+// so that it becomes vector code.
+void page_words(const unsigned char *__restrict flags, const unsigned char *__restrict entries,
+                uint32_t *__restrict to, int count) {
+    constexpr uint32_t none = special_word<uint32_t>;
+    for (int i = 0; i < count; ++i) {
+        uint32_t e;
+        memcpy(&e, entries + 4 * i, 4);
+        const uint32_t word = (e >> 8 | e << 24) & ~none;
+        const uint32_t lacks = (e & cv_flags) == 0, other = flags[i] != mb_final;
+        to[i] = (lacks | other) != 0 ? none : word;
+    }
 }
 
 template <class W> struct row_writer {
     const mb_decode *table;
     W *words;
     size_t used;
-    W lengths[2]; // the longest target, as a top byte, of first bytes and of longer characters
+    int lengths[2]; // the longest target of first bytes and of longer characters
     struct row {
         size_t index;
         bool is_short;
@@ -68,15 +83,21 @@ template <class W> struct row_writer {
         const unsigned char *e =
             node->data_arr ? node->data_arr + size_t(first) * step : table->default_data;
         const auto size = static_cast<size_t>(table->data_size);
-        W longest = 0;
-        for (int i = 0; i < count; ++i, e += step) {
-            to[i] = special_word<W>;
-            if (!flags || flags[i] != mb_final) continue;
-            to[i] = entry_word<W>(e, size);
-            const W length = to[i] & W{cv_length} << top_byte<W>;
+        if constexpr (sizeof(W) == 4) {
+            if (std::endian::native == std::endian::little && flags && step == 4 && size == 4)
+                return page_words(flags, e, to, count);
+        }
+        for (int i = 0; i < count; ++i, e += step)
+            to[i] = flags && flags[i] == mb_final ? entry_word<W>(e, size) : special_word<W>;
+    }
+    void measure(const multi_arr *node, const W *words_of_node, int count) {
+        int longest = 0;
+        for (int i = 0; i < count; ++i) {
+            const int top = static_cast<int>(words_of_node[i] >> top_byte<W>);
+            const int length = top & int{cv_special} ? 0 : top & int{cv_length};
             longest = length > longest ? length : longest;
         }
-        W *const all = &lengths[node == table->root ? 0 : 1];
+        int *const all = &lengths[node == table->root ? 0 : 1];
         if (longest > *all) *all = longest;
     }
     row write(const multi_arr *node) {
@@ -85,6 +106,7 @@ template <class W> struct row_writer {
         used += size_t(count);
         W *const to = words + r.index;
         write_entries(node, to, first, count);
+        measure(node, to, count);
         if (!node->num_offsets || !node->flag_arr) return r;
         for (int i = 0; i < count; ++i) {
             if (node->flag_arr[first + i] != mb_prefix) continue;
@@ -156,8 +178,7 @@ template <class W> bool build_words(const mb_decode *table, size_t count, cv_fla
     flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
         flat->second[b] = row_behind(flat, words[b], cv_full_row);
-    const int one = int(writer.lengths[0] >> top_byte<W>),
-              longer = int(writer.lengths[1] >> top_byte<W>);
+    const int one = writer.lengths[0], longer = writer.lengths[1];
     flat->most = one > (longer + 1) / 2 ? one : (longer + 1) / 2;
     if (!flat->most) flat->most = 1;
     find_ascii(words, flat);

@@ -234,7 +234,7 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
         const ko_mchar_t *const begin = at.p;
         const int64_t free = room - 8 - int64_t(made);
         if (free < most) break;
-        const ko_mchar_t *const stop = (end - begin) * most > free ? begin + free / most : end;
+        const ko_mchar_t *const stop = int64_t{end - begin} * most > free ? begin + free / most : end;
         const runner<W> r = {flat, words_of<W>(flat), rule, begin, stop};
         if (state)
             run_shifted<W, Write>(r, {pair, words_of<W>(pair), rule, begin, r.end},

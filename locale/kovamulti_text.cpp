@@ -2,6 +2,7 @@
 // items, node by node. Writing goes through the host's write hook, reading through text_in.
 #include "kovamulti.h"
 
+#include <bit>
 #include <stdio.h>
 #include <string.h>
 
@@ -223,28 +224,69 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
 // its low three bits say. One longer than the table's items makes the table unreadable.
 struct entry_items {};
 
+// A conversion entry of at most four bytes, the first one lowest, from its digits in lower case,
+// which stand in front of eight readable characters. False for any other text.
+static inline bool entry_of_digits(const unsigned char *text, uint32_t *entry) {
+    constexpr uint64_t each = 0x0101010101010101u;
+    uint64_t c = 0;
+    if constexpr (std::endian::native == std::endian::little) {
+        memcpy(&c, text, 8);
+    } else {
+        for (unsigned i = 0; i < 8; ++i)
+            c |= uint64_t{text[i]} << (8 * i);
+    }
+    const uint64_t letter = c >> 6 & each, digits = (c & 0x0F * each) + 9 * letter;
+    const uint64_t above_nine = (digits + 6 * each) >> 4 & each;
+    const uint64_t wrong = (c ^ (digits + 0x30 * each + 0x27 * letter)) | (above_nine ^ letter);
+    uint64_t bytes = (digits << 4 | digits >> 8) & 0x00FF00FF00FF00FFu;
+    bytes = (bytes | bytes >> 8) & 0x0000FFFF0000FFFFu;
+    *entry = static_cast<uint32_t>(bytes | bytes >> 16);
+    const unsigned len = *entry & 7;
+    if (len > 3 || wrong << (48 - 16 * len)) return false;
+    *entry &= 0xFFFFFFFFu >> (24 - 8 * len);
+    return true;
+}
+
+static bool read_entry(text_in *in, unsigned char *slot, unsigned most) {
+    const unsigned head = hex_field(in, 2) & 0xFF, len = head & 7;
+    if (len > most) return false;
+    memset(slot, 0, most + 1);
+    slot[0] = static_cast<unsigned char>(head);
+    for (unsigned k = 1; k <= len; ++k)
+        slot[k] = static_cast<unsigned char>(hex_field(in, 2));
+    return true;
+}
+
 static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
                        const mb_decode *table) {
     const unsigned most = static_cast<unsigned>(table->data_size) - 1;
-    const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{16} * int(count);
-    for (unsigned i = 0; i < count; ++i) {
-        unsigned char *slot = slots + (size_t{i} << table->log_data_size);
-        const unsigned head = in_memory
-                                  ? get_hex_digit(in->pos[0]) * 16u + get_hex_digit(in->pos[1])
-                                  : hex_field(in, 2);
-        const unsigned len = head & 7;
-        if (len > most) return false;
-        memset(slot, 0, static_cast<size_t>(table->data_size));
-        slot[0] = static_cast<unsigned char>(head);
-        for (unsigned k = 1; k <= len; ++k) {
-            const unsigned value =
-                in_memory ? get_hex_digit(in->pos[2 * k]) * 16u + get_hex_digit(in->pos[2 * k + 1])
-                          : hex_field(in, 2);
-            slot[k] = static_cast<unsigned char>(value);
+    const bool in_words = !in->stream && most <= 3 && table->log_data_size == 2;
+    unsigned len = most, digits = 2 + 2 * most, i = 0;
+    unsigned char *slot = slots;
+    const size_t slot_bytes = size_t{1} << table->log_data_size;
+    const auto by_characters = [&] {
+        for (; i < count; ++i, slot += slot_bytes)
+            if (!read_entry(in, slot, most)) return false;
+        return true;
+    };
+    if (!in_words) return by_characters();
+    const unsigned char *p = in->pos;
+    for (uint32_t entry; i < count && in->end - p >= 8 && entry_of_digits(p, &entry);) {
+        // Most have the length of the one before: by guessing it the processor begins with the
+        // next entry before this one is known.
+        if ((entry & 7) != len) [[unlikely]] {
+            len = entry & 7;
+            digits = 2 + 2 * len;
+            if (len > most) return false;
         }
-        if (in_memory) in->pos += 2 + 2 * len;
+        for (unsigned k = 0; k < 4; ++k)
+            slot[k] = static_cast<unsigned char>(entry >> (8 * k));
+        p += digits;
+        ++i;
+        slot += 4;
     }
-    return true;
+    in->pos = p;
+    return by_characters();
 }
 
 struct run_head {
