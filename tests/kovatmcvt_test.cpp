@@ -144,6 +144,9 @@ void compare_all_days(walker local, std::chrono::sys_days first, std::chrono::sy
     gregorian_walker day{first};
     ko_alt_tm_t out;
     for (;; day.day += std::chrono::days(1), local.next()) {
+        // Every third day meets all weekdays, months and kinds of year many times over.
+        const bool recent = day.day >= ymd(1900, 1, 1) && day.day < ymd(2101, 1, 1);
+        if (!recent && day.day > first && day.day < last && day.number() % 3) continue;
         const date g = day.at(), back = loc.to_gregorian(local.at, &out);
         if (day.day > last && back == date{}) break;
         const int wday = weekday_of(day.number());
