@@ -118,67 +118,57 @@ struct calendar_loc {
 
 int weekday_of(day_number days) { return int(days % 7); }
 
-// The Gregorian days one after the other.
-struct gregorian_walker {
-    std::chrono::sys_days day;
-    date at() const {
-        const std::chrono::year_month_day d = day;
-        const int month = int(unsigned{d.month()}) - 1;
-        return {int(d.year()), month, month, int(unsigned{d.day()})};
+// Gregorian days by their numbers.
+struct gregorian_day {
+    std::chrono::sys_days at;
+    std::chrono::year_month_day ymd{at};
+    explicit gregorian_day(day_number number) : at(std::chrono::days(number - 719163)) {}
+    date value() const {
+        const int month = int(unsigned{ymd.month()}) - 1;
+        return {int(ymd.year()), month, month, int(unsigned{ymd.day()})};
     }
-    day_number number() const { return day.time_since_epoch().count() + 719163; }
-    int yday() const {
-        const std::chrono::year_month_day d = day;
-        return int((day - std::chrono::sys_days(d.year() / 1 / 1)).count());
-    }
+    int yday() const { return int((at - std::chrono::sys_days(ymd.year() / 1 / 1)).count()); }
 };
-constexpr auto ymd = [](int year, unsigned month, unsigned day) {
-    return std::chrono::sys_days(std::chrono::year(year) / std::chrono::month(month) /
-                                 std::chrono::day(day));
-};
+day_number number_of(int year, unsigned month, unsigned day) {
+    const std::chrono::sys_days at =
+        std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+    return at.time_since_epoch().count() + 719163;
+}
 
 // A calendar's days from the first Gregorian day to the last that converts, and on until a local
 // date fails to come back.
-void compare_all_days(walker local, std::chrono::sys_days first, std::chrono::sys_days last) {
+void compare_all_days(walker local, day_number first, day_number last) {
     const calendar_loc loc(local.calendar);
-    gregorian_walker day{first};
+    const day_number recent = number_of(1900, 1, 1), recent_end = number_of(2101, 1, 1);
     ko_alt_tm_t out;
-    for (;; day.day += std::chrono::days(1), local.next()) {
+    for (day_number n = first;; n++, local.next()) {
         // Every third day meets all weekdays, months and kinds of year many times over.
-        const bool recent = day.day >= ymd(1900, 1, 1) && day.day < ymd(2101, 1, 1);
-        if (!recent && day.day > first && day.day < last && day.number() % 3) continue;
-        const date g = day.at(), back = loc.to_gregorian(local.at, &out);
-        if (day.day > last && back == date{}) break;
-        const int wday = weekday_of(day.number());
+        if (n % 3 && n > first && n < last && (n < recent || n >= recent_end)) continue;
+        const gregorian_day day(n);
+        const date g = day.value(), back = loc.to_gregorian(local.at, &out);
+        if (n > last && back == date{}) break;
+        const int wday = weekday_of(n);
         ASSERT_EQ(back, g) << testing::PrintToString(local.at);
         ASSERT_TRUE(out.alt_tm_wday == wday && out.alt_tm_yday == day.yday()) << g.year;
-        if (day.day > last) continue;
-        ASSERT_EQ(loc.to_local(g, &out), local.at) << testing::PrintToString(g);
+        const date there = loc.to_local(g, &out);
+        ASSERT_EQ(there, n > last ? date{} : local.at) << testing::PrintToString(g);
+        if (n > last) continue;
         ASSERT_TRUE(out.alt_tm_wday == wday && out.alt_tm_yday == local.yday) << g.year;
     }
-    EXPECT_EQ(loc.to_local(day.at(), &out), date{});
 }
 
 } // namespace
 
 TEST(Calendars, HebrewDaysFollowMoonAndRulesOverTheWholeRange) {
-    // 1 January 1 is 18 Tevet 3761.
-    const int yday = int(1 - hebrew_new_year(3761));
-    compare_all_days(
-        {
-            hebrew, {3761, 3, 3, 18},
-             yday
-    },
-        ymd(1, 1, 1), ymd(10000, 2, 23));
+    const date tevet = {3761, 3, 3, 18};
+    const walker first = {hebrew, tevet, int(1 - hebrew_new_year(3761))};
+    compare_all_days(first, number_of(1, 1, 1), number_of(10000, 2, 23));
 }
 
 TEST(Calendars, IslamicDaysFollowTheCycleOverTheWholeRange) {
-    compare_all_days(
-        {
-            islamic, {1, 0, 0, 1},
-             0
-    },
-        ymd(622, 7, 18), ymd(10323, 10, 20));
+    const date muharram = {1, 0, 0, 1};
+    const walker first = {islamic, muharram, 0};
+    compare_all_days(first, number_of(622, 7, 18), number_of(10323, 10, 20));
 }
 
 TEST(Calendars, DatesAgreeWithAnotherImplementation) {
