@@ -58,6 +58,7 @@ template <class T> static void drop_all(T **list, int count) {
 
 static void free_wide(ltime *t) {
     free_name_trees(t);
+    free_quick_times(t);
     for (const time_string &s : time_strings)
         drop(t->*s.wcs);
     for (const time_list &l : time_lists) {
@@ -155,7 +156,9 @@ int derive_ltime(kovaloc *loc) {
         return -1;
     }
     if (widen_lists(loc)) return -1;
-    return decode_eras(loc) ? -1 : build_name_trees(loc);
+    if (decode_eras(loc) || build_name_trees(loc)) return -1;
+    build_quick_times(loc);
+    return 0;
 }
 
 // ---- Records of a time --------------------------------------------------------------------------

@@ -12,7 +12,8 @@ struct calendar_name {
 };
 extern const calendar_name calendar_names[4];
 
-struct wc_tnode; // a node of a name tree, see kovatree.h
+struct wc_tnode;    // a node of a name tree, see kovatree.h
+struct quick_times; // names in their quickest form, see kovatmlib_quick.cpp
 
 // A decoded era. Dates are of the locale's calendar, months from 1.
 struct lera {
@@ -81,6 +82,7 @@ struct ltime {
     wc_tnode *full_era_cache;
     wc_tnode *alt_digits_cache;
     wc_tnode *ampm_cache;
+    quick_times *quick;   // NULL: everything goes the long way
     wc_tnode *name_nodes; // the block of all their nodes
 };
 
@@ -92,6 +94,10 @@ void free_eras(ltime *t);
 int current_era(const lera *eras, int count, const ko_alt_tm_t *tm); // -1: none
 int check_bounds(const lera *era, int day, int month, int year);     // 0 within, else -1
 int era_offset(const lera *eras, int index, const ko_alt_tm_t *tm);
+
+// Names for short cuts of formatting; left out without memory.
+void build_quick_times(kovaloc *loc);
+void free_quick_times(ltime *t);
 
 // Calendars (kovatmcvt.cpp): numbers of ltime::calendar.
 enum { calendar_none = 0, calendar_gregorian = 1, calendar_hebrew = 2, calendar_islamic = 3 };

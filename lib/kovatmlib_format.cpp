@@ -1,6 +1,6 @@
 // Formatting of times: one writer for each kind of directive.
 #include "kovastr.h"
-#include "kovatmlib_table.h"
+#include "kovatmlib_quick.h"
 
 #include <limits.h>
 
@@ -91,66 +91,16 @@ static inline int put_name(time_out *out, const ko_wchar_t *name, const format_m
 
 // ---- Numbers ------------------------------------------------------------------------------------
 
-// What a field shows, range checked. 0 or the error number.
 static inline int field_value(const time_out *out, const time_directive &row, int *value) {
-    const int field = out->tm->*row.field;
-    const int hi = row.hi == by_months ? month_count(&out->loc->ltime_info) - 1 : row.hi;
-    if (row.error && (field < row.lo || field > hi)) return row.error;
-    const int64_t year = int64_t{field} + year_bias;
-    switch (row.view) {
-    case time_view::plain:
-        *value = field + row.bias;
-        break;
-    case time_view::century:
-        *value = static_cast<int>(year / 100);
-        break;
-    case time_view::short_year:
-        *value = static_cast<int>(year % 100);
-        break;
-    case time_view::full_year:
-        *value = static_cast<int>(year);
-        break;
-    case time_view::hour12:
-        *value = field % 12 ? field % 12 : 12;
-        break;
-    case time_view::weekday7:
-        *value = field ? field : 7;
-        break;
-    case time_view::half_day:
-        *value = field / 12;
-        break;
-    case time_view::month_index:
-        *value = out->tm->alt_tm_monidx;
-        break;
-    }
-    return 0;
+    return time_value(&out->loc->ltime_info, out->tm, row, value);
 }
 
-static int put_formatted_number(time_out *out, int value, const format_modifiers &m) {
+static int put_number(time_out *out, int value, format_modifiers m, int digits) {
+    if (m.precision < 0) m.precision = digits;
     const auto room = static_cast<int>(out->end - out->at);
     const int n = write_plain_number(out->loc, out->at, room, value, m);
     if (n < 0) return KO_E2BIG;
     out->at += n;
-    return 0;
-}
-
-// Two digits and four are what nearly every directive writes.
-static inline int put_number(time_out *out, int value, format_modifiers m, int digits) {
-    if (m.precision < 0) m.precision = digits;
-    const auto number = static_cast<unsigned>(value);
-    const bool two = m.precision == 2 && number < 100;
-    if (m.width || (!two && (m.precision != 4 || number > 9999)))
-        return put_formatted_number(out, value, m);
-    if (out->end - out->at < m.precision) return KO_E2BIG;
-    const ko_wchar_t zero = native(out->loc, '0');
-    ko_wchar_t *to = out->at;
-    if (!two) {
-        *to++ = static_cast<ko_wchar_t>(zero + number / 1000);
-        *to++ = static_cast<ko_wchar_t>(zero + number / 100 % 10);
-    }
-    to[0] = static_cast<ko_wchar_t>(zero + number / 10 % 10);
-    to[1] = static_cast<ko_wchar_t>(zero + number % 10);
-    out->at = to + 2;
     return 0;
 }
 
@@ -248,7 +198,7 @@ static inline int put_listed_name(time_out *out, const time_spec &spec) {
     const ltime *t = &out->loc->ltime_info;
     int index = 0;
     if (const int error = field_value(out, *spec.row, &index)) return error;
-    const time_names list = spec.row->names(t);
+    const time_names list = names_of(t, spec.row->list);
     if (index < 0 || index >= list.count || !list.names) {
         return t->calendar == calendar_none ? 0 : KO_EMONTHRANGE;
     }
@@ -346,6 +296,8 @@ static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar
         if (ko_cal_gregorian_to_local(loc, tm, &local)) return -KO_EYEARRANGE;
         tm = &local;
     }
+    const int quick = quick_time(loc, out, maxsize, format, tm);
+    if (quick >= 0) return quick;
     time_out to = {loc, tm, out, out + maxsize, {}};
     int error = walk_format(&to, format);
     if (!error) error = put_unit(&to, 0);
@@ -409,6 +361,8 @@ static int format_bytes(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mch
                         const ko_alt_tm_t *tm) {
     if (!out || !tm) return fail(loc, KO_ENULL, 0);
     if (maxsize <= 0) return fail(loc, KO_E2BIG, 0);
+    const int quick = quick_time(loc, out, maxsize, format, tm);
+    if (quick >= 0) return quick;
     wide_text wide;
     if (widen_text(loc, format, &wide) < 0) return 0;
     if (maxsize <= wide_text_room) {

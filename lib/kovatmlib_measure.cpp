@@ -71,7 +71,7 @@ static time_extent text_extent(const time_measure *in, const ko_wchar_t *text,
 }
 
 static void add_names(time_measure *in, const time_spec &spec) {
-    const time_names list = spec.row->names(&in->loc->ltime_info);
+    const time_names list = names_of(&in->loc->ltime_info, spec.row->list);
     time_extent most;
     for (int i = 0; list.names && i < list.count; ++i)
         take_larger(&most, text_extent(in, list.names[i], spec.m));

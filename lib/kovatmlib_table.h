@@ -33,15 +33,30 @@ enum class time_view : uint8_t {
     month_index, // of the name of the month
 };
 
+// The locale's lists of names.
+enum time_list : uint8_t {
+    list_abday,
+    list_day,
+    list_abmon,
+    list_mon,
+    list_am_pm,
+    time_lists, // how many
+};
 struct time_names {
     ko_wchar_t *const *names; // NULL: none; each may be NULL
+    ko_mchar_t *const *bytes;
     int count;
 };
-inline time_names short_days(const ltime *t) { return {t->w_abday, 7}; }
-inline time_names long_days(const ltime *t) { return {t->w_day, 7}; }
-inline time_names short_months(const ltime *t) { return {t->w_abmon, t->abmon_count}; }
-inline time_names long_months(const ltime *t) { return {t->w_mon, t->mon_count}; }
-inline time_names day_halves(const ltime *t) { return {t->w_am_pm, 2}; }
+inline time_names names_of(const ltime *t, time_list list) {
+    const time_names all[time_lists] = {
+        {t->w_abday, t->abday, 7             },
+        {t->w_day,   t->day,   7             },
+        {t->w_abmon, t->abmon, t->abmon_count},
+        {t->w_mon,   t->mon,   t->mon_count  },
+        {t->w_am_pm, t->am_pm, 2             },
+    };
+    return all[list];
+}
 
 constexpr int by_months = -1; // the upper limit is what the locale's months make it
 
@@ -70,8 +85,9 @@ struct time_directive {
     int digits;  // at least; below 0: no such default
     int largest; // value that is written, 0: by the locale's months
     const char *parts;
-    time_names (*names)(const ltime *t);
+    time_list list;
     ko_wchar_t *ltime::*format;
+    ko_mchar_t *ltime::*format_bytes;
     ko_wchar_t *lera::*era;
     time_reading reading;
 };
@@ -100,22 +116,22 @@ constexpr time_directive unit_row(char letter, const char *unit) {
 constexpr time_directive parts_row(char letter, const char *parts) {
     return {.letter = letter, .kind = time_kind::parts, .alternative = true, .parts = parts};
 }
-constexpr time_directive format_row(char letter, ko_wchar_t *ltime::*format) {
-    return {.letter = letter, .kind = time_kind::format, .format = format};
+constexpr time_directive format_row(char letter, ko_wchar_t *ltime::*format,
+                                    ko_mchar_t *ltime::*bytes) {
+    return {.letter = letter, .kind = time_kind::format, .format = format, .format_bytes = bytes};
 }
 constexpr time_directive forms_row(char letter) {
     return {.letter = letter, .kind = time_kind::forms};
 }
-constexpr time_directive name_row(char letter, time_names (*names)(const ltime *t),
-                                  int ko_alt_tm_t::*field, int hi, ko_errnum error,
-                                  time_view view = time_view::plain) {
+constexpr time_directive name_row(char letter, time_list list, int ko_alt_tm_t::*field, int hi,
+                                  ko_errnum error, time_view view = time_view::plain) {
     return {.letter = letter,
             .kind = time_kind::name,
             .field = field,
             .hi = hi,
             .error = error,
             .view = view,
-            .names = names};
+            .list = list};
 }
 constexpr time_directive number_row(char letter, int ko_alt_tm_t::*field, int lo, int hi,
                                     ko_errnum error, int digits, int largest,
@@ -158,19 +174,19 @@ inline constexpr time_directive time_directives[] = {
     unit_row('%', "%"),
     unit_row('n', "\n"),
     unit_row('t', "\t"),
-    name_row('a', short_days, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
-    name_row('A', long_days, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
-    name_row('b', short_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+    name_row('a', list_abday, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
+    name_row('A', list_day, &ko_alt_tm_t::alt_tm_wday, 6, KO_EWDAYRANGE),
+    name_row('b', list_abmon, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
              time_view::month_index),
-    name_row('h', short_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+    name_row('h', list_abmon, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
              time_view::month_index),
-    name_row('B', long_months, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
+    name_row('B', list_mon, &ko_alt_tm_t::alt_tm_mon, by_months, KO_EMONTHRANGE,
              time_view::month_index),
-    name_row('p', day_halves, &ko_alt_tm_t::alt_tm_hour, 23, KO_EHOUR, time_view::half_day),
-    format_row('c', &ltime::w_d_t_fmt),
-    format_row('r', &ltime::w_t_fmt_ampm),
-    format_row('x', &ltime::w_d_fmt),
-    format_row('X', &ltime::w_t_fmt),
+    name_row('p', list_am_pm, &ko_alt_tm_t::alt_tm_hour, 23, KO_EHOUR, time_view::half_day),
+    format_row('c', &ltime::w_d_t_fmt, &ltime::d_t_fmt),
+    format_row('r', &ltime::w_t_fmt_ampm, &ltime::t_fmt_ampm),
+    format_row('x', &ltime::w_d_fmt, &ltime::d_fmt),
+    format_row('X', &ltime::w_t_fmt, &ltime::t_fmt),
     parts_row('D', "m/d/y"),
     parts_row('R', "H:M"),
     parts_row('T', "H:M:S"),
@@ -201,9 +217,9 @@ inline constexpr time_directive era_directives[] = {
     era_row('g', time_kind::era_name, &lera::w_abbr),
     era_row('y', time_kind::era_year, nullptr),
     era_row('Y', time_kind::era_format, &lera::w_format),
-    format_row('c', &ltime::w_era_d_t_fmt),
-    format_row('x', &ltime::w_era_d_fmt),
-    format_row('X', &ltime::w_era_t_fmt),
+    format_row('c', &ltime::w_era_d_t_fmt, &ltime::era_d_t_fmt),
+    format_row('x', &ltime::w_era_d_fmt, &ltime::era_d_fmt),
+    format_row('X', &ltime::w_era_t_fmt, &ltime::era_t_fmt),
 };
 // Behind "i".
 inline constexpr time_directive index_directives[] = {
@@ -211,6 +227,45 @@ inline constexpr time_directive index_directives[] = {
     year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year),
     year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
 };
+
+// A locale without times has the twelve months of everybody, without names.
+inline int month_count(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
+
+// What a number or the index of a name makes of its field, range checked. 0 or the error number.
+inline int time_value(const ltime *t, const ko_alt_tm_t *tm, const time_directive &row,
+                      int *value) {
+    const int field = tm->*row.field;
+    const int hi = row.hi == by_months ? month_count(t) - 1 : row.hi;
+    if (row.error && (field < row.lo || field > hi)) return row.error;
+    const int64_t year = int64_t{field} + year_bias;
+    switch (row.view) {
+    case time_view::plain:
+        *value = field + row.bias;
+        break;
+    case time_view::century:
+        *value = static_cast<int>(year / 100);
+        break;
+    case time_view::short_year:
+        *value = static_cast<int>(year % 100);
+        break;
+    case time_view::full_year:
+        *value = static_cast<int>(year);
+        break;
+    case time_view::hour12:
+        *value = field % 12 ? field % 12 : 12;
+        break;
+    case time_view::weekday7:
+        *value = field ? field : 7;
+        break;
+    case time_view::half_day:
+        *value = field / 12;
+        break;
+    case time_view::month_index:
+        *value = tm->alt_tm_monidx;
+        break;
+    }
+    return 0;
+}
 
 // Rows by letter; NULL: none.
 using time_rows = std::array<const time_directive *, 128>;
@@ -229,8 +284,6 @@ inline const time_directive *find_directive(const time_rows &rows, unsigned asci
     return ascii < 128 ? rows[ascii] : nullptr;
 }
 
-// A locale without times has the twelve months of everybody, without names.
-inline int month_count(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
 inline bool has_eras(const ltime *t) { return t->decode_era && t->era_count > 0; }
 // Fewer than two digits make no numbers.
 inline bool has_alt_digits(const ltime *t) { return t->w_alt_digits && t->max_alt_digits >= 2; }

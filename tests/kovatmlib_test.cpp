@@ -319,6 +319,34 @@ static int columns_of(ko_lc_t loc, const ko_wchar_t *wcs, const char *format) {
     return columns;
 }
 
+// Both forms of a time, the short way left out or not.
+static std::string both_forms(ko_lc_t loc, const char *format, const ko_tm_t &tm, bool quick) {
+    ko_mchar_t bytes[400] = {}, spelled[64];
+    ko_wchar_t out[400] = {};
+    quick_times *kept = nullptr;
+    if (!quick) std::swap(kept, record(loc)->ltime_info.quick);
+    const auto wide_format = in_code_set(loc, format);
+    ko_full_wcstombs(loc, spelled, wide_format.data(), 60);
+    const int n = ko_wcsftime(loc, out, 400, wide_format.data(), &tm);
+    const int m = ko_mbsftime(loc, bytes, 400, spelled, &tm);
+    if (!quick) std::swap(kept, record(loc)->ltime_info.quick);
+    return std::string(reinterpret_cast<char *>(bytes), static_cast<size_t>(m)) + "|" +
+           std::string(reinterpret_cast<char *>(out), n > 0 ? 2 * static_cast<size_t>(n) : 0);
+}
+
+TEST(CompiledLocales, WriteTheSameTheShortWay) {
+    for (const auto &path : compiled_objects()) {
+        const compiled_locale loc(path);
+        std::mt19937 random(7);
+        for (int i = 0; i < 200; i++) {
+            const ko_tm_t tm = random_time(random);
+            for (const char *format : measured_formats)
+                ASSERT_EQ(both_forms(loc, format, tm, true), both_forms(loc, format, tm, false))
+                    << loc.name << " " << format;
+        }
+    }
+}
+
 TEST(CompiledLocales, WriteNoMoreThanTheMeasure) {
     const auto objects = compiled_objects();
     if (objects.empty()) GTEST_SKIP() << "no compiled data root";
