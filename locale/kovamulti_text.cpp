@@ -279,8 +279,9 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
             digits = 2 + 2 * len;
             if (len > most) return false;
         }
-        for (unsigned k = 0; k < 4; ++k)
+        for (unsigned k = 0; k < 3; ++k)
             slot[k] = static_cast<unsigned char>(entry >> (8 * k));
+        if (most == 3) slot[3] = static_cast<unsigned char>(entry >> 24);
         p += digits;
         ++i;
         slot += 4;

@@ -3,14 +3,11 @@
 #define CHAR_RECORDS_H
 
 #include "fixture.h"
+#include "guarded_block.h"
 #include "kovambwc.h"
 
 #include <random>
 #include <string.h>
-
-#if defined(__unix__)
-#include <sys/mman.h>
-#endif
 
 // A record whose LC_CTYPE tables are filled character by character, then finished once.
 struct char_record {
@@ -158,33 +155,5 @@ inline std::string random_text(std::mt19937 &random, shape s, size_t chars, unsi
     }
     return text.append(2, '\0');
 }
-
-// Memory that ends where no page follows, so that a read or write beyond it is noticed.
-struct guarded_block {
-    unsigned char *end = nullptr;
-    size_t size = 16384;
-#if defined(__unix__)
-    void *map;
-    guarded_block()
-        : map(mmap(nullptr, size + 65536, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
-        EXPECT_NE(map, MAP_FAILED);
-        EXPECT_EQ(mprotect(map, size, PROT_READ | PROT_WRITE), 0);
-        end = static_cast<unsigned char *>(map) + size;
-    }
-    ~guarded_block() { munmap(map, size + 65536); }
-#else
-    std::vector<unsigned char> bytes = std::vector<unsigned char>(16384);
-    guarded_block() { end = bytes.data() + size; }
-#endif
-    guarded_block(const guarded_block &) = delete;
-    // A copy that ends gap bytes before the end.
-    ko_mchar_t *put(std::string_view text, size_t gap = 0) {
-        return static_cast<ko_mchar_t *>(memcpy(end - gap - text.size(), text.data(), text.size()));
-    }
-    template <class T> T *room(size_t count) {
-        void *at = end - count * sizeof(T);
-        return static_cast<T *>(at);
-    }
-};
 
 #endif

@@ -4,6 +4,7 @@
 #define CONVERSION_BUILDER_H
 
 #include "fixture.h"
+#include "guarded_block.h"
 #include "kovacvlib.h"
 
 #include <stdio.h>
@@ -62,11 +63,21 @@ struct cv_object {
     }
 };
 
-// A descriptor of an object in memory.
+// A descriptor of an object, which a host's streams bring or which lies in memory.
+enum class cv_from { stream, memory };
 struct cv_record {
     ko_cv_t cd = nullptr;
     int result = 0;
-    explicit cv_record(const std::string &object) {
+    explicit cv_record(const std::string &object, cv_from from = cv_from::stream) {
+        if (from == cv_from::memory) {
+            const std::vector<unsigned char> bytes(object.begin(), object.end());
+            text_in in = {.pos = bytes.data(), .end = bytes.data() + bytes.size()};
+            auto *const rec = static_cast<iconv_rec *>(ko_ext_malloc(sizeof(iconv_rec)));
+            *rec = {};
+            cd = rec;
+            result = read_cv_object(&in, rec);
+            return;
+        }
         file_hooks files;
         files.files["\\o.cvo"] = object;
         result = ko_iconv_open1(&cd, "\\o.cvo");
@@ -98,26 +109,25 @@ inline void PrintTo(const cv_outcome &o, std::ostream *to) {
 }
 
 // Converts with room for so many bytes; a length of -1 selects a terminated text. Without a state
-// the stateless call is made. What lies behind the room must stay untouched.
+// the stateless call is made. Neither the text nor the room may be left.
 inline cv_outcome convert(const cv_record &cv, const std::string &in, int room,
                           conv_state *st = nullptr, int len = -2) {
-    std::vector<ko_mchar_t> out(static_cast<size_t>(room) + 16, 0xA5);
-    const ko_mchar_t *from = mb(in.c_str());
-    ko_mchar_t *to = out.data();
+    static guarded_block text_block, out_block;
+    const ko_mchar_t *const text = text_block.put({in.c_str(), in.size() + (len == -1 ? 1 : 0)});
+    ko_mchar_t *const out = out_block.room<ko_mchar_t>(static_cast<size_t>(room));
+    const ko_mchar_t *from = text;
+    ko_mchar_t *to = out;
     int left = len == -2 ? static_cast<int>(in.size()) : len, space = room, sub = 7;
     *ko_ext_errno(cv.cd) = 0;
     int *const count = len == -1 ? nullptr : &left;
     const int result = st ? ko_cv_mconv(cv.cd, st, &from, count, &to, &space, &sub)
                           : ko_miconv(cv.cd, &from, count, &to, &space, &sub);
-    const int made = static_cast<int>(to - out.data());
-    EXPECT_EQ(made, room - space);
-    for (size_t i = static_cast<size_t>(room); i < out.size(); ++i)
-        EXPECT_EQ(out[i], 0xA5) << "written beyond the room";
-    const int taken = static_cast<int>(from - mb(in.c_str()));
+    EXPECT_EQ(to - out, room - space);
+    const int taken = static_cast<int>(from - text);
     if (count) {
         EXPECT_EQ(taken, (len == -2 ? static_cast<int>(in.size()) : len) - left);
     }
-    return {result, std::string(out.begin(), out.begin() + made), taken, sub, cv.error()};
+    return {result, std::string(out, to), taken, sub, cv.error()};
 }
 
 #endif
