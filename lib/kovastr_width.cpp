@@ -7,10 +7,29 @@ static ko_ctype_t full_width(const kovaloc *loc) { return user_class(loc, "full_
 // Columns of a printable character: two in the class "full_width".
 static inline unsigned columns(unsigned classes, ko_ctype_t full) { return classes & full ? 2 : 1; }
 
+// Columns of characters of a single-byte locale; -1 where one has none.
+template <class Unit>
+static int table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, int len) {
+    unsigned common = KO_CT_PRINT, total = 0;
+    for (int i = 0; i < len; ++i) {
+        const unsigned wide = s[i], classes = wide < 256 ? table[wide] : 0u;
+        common &= classes;
+        total += columns(classes, full);
+    }
+    return common ? static_cast<int>(total) : -1;
+}
+
 // Columns of a text. A character that begins before the end but reaches over it is refused.
 template <class By, class Unit>
 static int text_width(const By &by, const Unit *s, int max_chars, const Unit *end) {
     const ko_ctype_t full = full_width(by.loc);
+    if constexpr (By::one_unit) {
+        if (const uint16_t *table = by.loc->exp.sb_ctype_table) {
+            if (end && end - s < max_chars) max_chars = static_cast<int>(end - s);
+            const int width = table_width(table, full, s, by.length(s, max_chars));
+            return width < 0 ? fail(by.loc, KO_EINVAL, -1) : width;
+        }
+    }
     unsigned total = 0;
     for (int i = 0; i < max_chars && s != end; ++i) {
         const text_char c = by.at(s);
