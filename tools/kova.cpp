@@ -31,6 +31,7 @@ struct arguments {
     convert_options convert;
     chart_options chart;
     cal_options cal;
+    parse_date_options parse_date;
     symbols_options symbols;
     std::function<int()> run;
 };
@@ -393,6 +394,33 @@ void add_cal(CLI::App &app, arguments &args) {
         "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside\n");
 }
 
+void add_parse_date(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("parse-date", "Read a date and time by a format of a locale");
+    parse_date_options &o = args.parse_date;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("format", o.format,
+                    "Text with directives such as %d, %B and %Y. What it does not read is today, "
+                    "at midnight")
+        ->required()
+        ->type_name("FORMAT");
+    command.add_option("text", o.text, "The date")->required()->type_name("TEXT");
+    command
+        .add_option("--century", o.century,
+                    "Century of a year of two digits: C closest to today, F in the future, P in "
+                    "the past, R this one")
+        ->check(CLI::IsMember({"C", "F", "P", "R"}))
+        ->capture_default_str();
+    command.add_option("--today", o.today, "Another today, as 2026-11-21")->type_name("DATE");
+    add_common(
+        command, args, [&args] { return run_parse_date(args.common, args.parse_date); },
+        "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "
+        "00:00:00\n"
+        "  kova parse-date ja_JP.EUC-JP '%EY%m月%d日' '平成2年1月8日'\n"
+        "  kova parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15\n");
+}
+
 int complain(int status, const char *text) {
     if (*text) std::fprintf(stderr, "kova: %s\n", text);
     return status;
@@ -438,6 +466,7 @@ int main(int argc, char **argv) {
     add_convert(app, args);
     add_chart(app, args);
     add_cal(app, args);
+    add_parse_date(app, args);
     add_symbols(app, args);
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"

@@ -105,6 +105,13 @@ struct format_options {
 int run_number(const common_options &common, const format_options &options);
 int run_money(const common_options &common, const format_options &options);
 
+struct parse_date_options {
+    std::string locale, format, text;
+    std::string century = "C";
+    std::string today; // empty: the system's date
+};
+int run_parse_date(const common_options &common, const parse_date_options &options);
+
 int run_locales(const common_options &common);
 
 // The value of --replace without a text: U+FFFD where the target has it, else "?".
