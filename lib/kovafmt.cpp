@@ -58,37 +58,6 @@ fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m)
     return {.len = sign.len, .unit = native(loc, ' ')};
 }
 
-// ---- Fields -------------------------------------------------------------------------------------
-
-ko_wchar_t *open_field(fmt_out *out, const fmt_mark &sign, int64_t body,
-                       const format_modifiers &m) {
-    ko_wchar_t *const none = nullptr;
-    const int64_t length = body + sign.len;
-    const int64_t width = length > m.width ? length : m.width;
-    if (width > out->room) return fail(out->loc, KO_E2BIG, none);
-    const int64_t pad = width - length;
-    ko_wchar_t *at = out->at;
-    out->at += width;
-    out->room -= width;
-    if (pads_with_zeros(m)) return put_units(put_mark(at, sign), native(out->loc, '0'), pad);
-    const ko_wchar_t blank = native(out->loc, ' ');
-    if (pads_right(m))
-        put_units(out->at - pad, blank, pad);
-    else
-        at = put_units(at, blank, pad);
-    return put_mark(at, sign);
-}
-
-// The size of group i, from 1 at the right; 0 ends grouping. The last size repeats, or, where it is
-// 0, the one before it.
-static int group_size(const int *group, int i) {
-    const int count = group[0] < group_max ? group[0] : group_max - 1;
-    if (count < 1) return 0;
-    int size = group[i < count ? i : count];
-    if (!size && i >= count && count > 1) size = group[count - 1];
-    return size > 0 ? size : 0;
-}
-
 int separators_in(const int *group, int digits) {
     for (int i = 1, count = 0;; ++i, ++count) {
         const int size = group ? group_size(group, i) : 0;
@@ -97,68 +66,51 @@ int separators_in(const int *group, int digits) {
     }
 }
 
-void put_digits(const kovaloc *loc, ko_wchar_t *end, const digit_run &run, const int *group,
-                const fmt_mark &separator) {
-    for (int rest = run.total, index = 1;; ++index) {
-        const int size = group ? group_size(group, index) : 0;
-        const int stop = size && size < rest ? rest - size : 0;
-        while (rest > stop) {
-            --rest;
-            *--end = native(loc, rest < run.given ? run.digits[rest] : '0');
-        }
-        if (!rest) return;
-        end -= separator.len;
-        put_mark(end, separator);
-    }
-}
-
 // ---- Integers -----------------------------------------------------------------------------------
 
 constexpr int digits_max = 32; // of 32 bits, in base 2
 
 // Writes the digits so that they end at end; returns the first.
-template <unsigned base> static char *digits_before(char *end, uint32_t value, const char *set) {
+static char *binary_digits(char *end, uint32_t value, int bits, bool upper) {
+    const char *const set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
+    const uint32_t mask = (uint32_t{1} << bits) - 1;
     do {
-        *--end = set[value % base];
-        value /= base;
+        *--end = set[value & mask];
+        value >>= bits;
     } while (value);
     return end;
 }
-static char *digits_before(char *end, uint32_t value, unsigned base, bool upper) {
-    const char *const set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    switch (base) {
-    case 2:
-        return digits_before<2>(end, value, set);
-    case 4:
-        return digits_before<4>(end, value, set);
-    case 8:
-        return digits_before<8>(end, value, set);
-    case 16:
-        return digits_before<16>(end, value, set);
-    default:
-        return digits_before<10>(end, value, set);
-    }
+static char *decimal_digits(char *end, uint32_t value) {
+    for (; value >= 100; value /= 100)
+        memcpy(end -= 2, digit_pairs[value % 100].data(), 2);
+    *--end = static_cast<char>('0' + value % 10);
+    if (value >= 10) *--end = static_cast<char>('0' + value / 10);
+    return end;
 }
 
 // Writes an integer in base 2, 4, 8, 10 or 16. -1 with KO_E2BIG.
-static int format_decimal(fmt_out *out, uint32_t magnitude, unsigned base, const fmt_mark &sign,
+template <class Unit>
+static int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, int base, const fmt_mark &sign,
                           const format_modifiers &m) {
     kovaloc *const loc = out->loc;
     char text[digits_max];
     const bool upper = (m.flags & fmt_upper) != 0, alternate = (m.flags & fmt_alternate) != 0;
-    const char *const digits = digits_before(text + digits_max, magnitude, base, upper);
+    const int bits = base == 16 ? 4 : base == 8 ? 3 : base == 4 ? 2 : 1;
+    const char *const digits = base == 10
+                                   ? decimal_digits(text + digits_max, magnitude)
+                                   : binary_digits(text + digits_max, magnitude, bits, upper);
     const auto count = static_cast<int>(text + digits_max - digits);
     int64_t zeros = m.precision > count ? m.precision - count : 0;
     if (base == 8 && alternate && count >= m.precision) zeros = 1;
     const int *const group = m.flags & fmt_group ? loc->monum_info.group_num : nullptr;
     const fmt_mark separator = group ? separator_mark(loc) : fmt_mark();
     const int prefix = base == 16 && alternate ? 2 : 0;
-    const int grouped = count + separators_in(group, count) * separator.len;
-    ko_wchar_t *at = open_field(out, sign, prefix + zeros + grouped, m);
+    const int grouped = group ? count + separators_in(group, count) * separator.len : count;
+    Unit *at = open_field(out, sign, prefix + zeros + grouped, m);
     if (!at) return -1;
     if (prefix) {
-        *at++ = native(loc, '0');
-        *at++ = native(loc, upper ? 'X' : 'x');
+        *at++ = static_cast<Unit>(native(loc, '0'));
+        *at++ = static_cast<Unit>(native(loc, upper ? 'X' : 'x'));
     }
     at = put_units(at, native(loc, '0'), zeros);
     put_digits(loc, at + grouped, {digits, count, count}, group, separator);
@@ -172,7 +124,7 @@ static uint32_t magnitude_of(int value) {
 
 int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
                        const format_modifiers &m) {
-    fmt_out field = {loc, out, room};
+    fmt_out<ko_wchar_t> field = {loc, out, room};
     format_modifiers plain = m;
     plain.flags &= fmt_left | fmt_zero;
     fmt_mark sign;
@@ -183,10 +135,18 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
 
 // ---- Characters and strings ---------------------------------------------------------------------
 
-static int format_char(fmt_out *out, ko_wchar_t wc, const format_modifiers &m) {
-    ko_wchar_t *const at = open_field(out, {}, 1, m);
+// Whether a wide character is a unit of the output; stores the error.
+static bool fits_unit(const fmt_out<ko_wchar_t> *, ko_wchar_t) { return true; }
+static bool fits_unit(const fmt_out<ko_mchar_t> *out, ko_wchar_t wc) {
+    return wc < 256 || fail(out->loc, KO_EILSEQ, false);
+}
+
+template <class Unit>
+static int format_char(fmt_out<Unit> *out, ko_wchar_t wc, const format_modifiers &m) {
+    if (!fits_unit(out, wc)) return -1;
+    Unit *const at = open_field(out, {}, 1, m);
     if (!at) return -1;
-    *at = wc;
+    *at = static_cast<Unit>(wc);
     return 0;
 }
 
@@ -198,7 +158,8 @@ static int first_char(kovaloc *loc, const ko_mchar_t *mb, ko_wchar_t *wc) {
 }
 
 // A text longer than a width without precision is cut to the width, on purpose.
-static int format_string(fmt_out *out, const ko_wchar_t *text, int len, format_modifiers m) {
+template <class Unit, class Source>
+static int format_string(fmt_out<Unit> *out, const Source *text, int len, format_modifiers m) {
     const int precision = m.precision;
     int field = len, taken = len;
     if (len <= m.width || precision < m.width)
@@ -207,23 +168,33 @@ static int format_string(fmt_out *out, const ko_wchar_t *text, int len, format_m
         field = len < precision ? len : precision;
     if (precision >= 0 && taken > precision) taken = precision;
     if (taken > field) taken = field;
+    for (int i = 0; i < taken; ++i)
+        if (!fits_unit(out, text[i])) return -1;
     m.width = field;
-    ko_wchar_t *const at = open_field(out, {}, taken, m);
+    Unit *const at = open_field(out, {}, taken, m);
     if (!at) return -1;
-    memcpy(at, text, static_cast<size_t>(taken) * sizeof *at);
+    for (int i = 0; i < taken; ++i)
+        at[i] = static_cast<Unit>(text[i]);
     return 0;
 }
 
-static int format_multibyte(fmt_out *out, const ko_mchar_t *mbs, const format_modifiers &m) {
-    if (!mbs) return fail(out->loc, KO_ENULL, -1);
+static int format_multibyte(fmt_out<ko_wchar_t> *out, const ko_mchar_t *mbs,
+                            const format_modifiers &m) {
     wide_text text;
     const int len = widen_text(out->loc, mbs, &text);
     return len < 0 ? -1 : format_string(out, text.p, len, m);
 }
+static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
+                            const format_modifiers &m) {
+    const void *const bytes = mbs;
+    const size_t len = strlen(static_cast<const char *>(bytes));
+    return len > INT_MAX ? fail(out->loc, KO_E2BIG, -1)
+                         : format_string(out, mbs, static_cast<int>(len), m);
+}
 
 // ---- Directives ---------------------------------------------------------------------------------
 
-const number_letter *find_number_letter(const kovaloc *loc, ko_wchar_t wc) {
+const number_letter *find_number_letter(unsigned c) {
     static constexpr number_letter letters[] = {
         {'d', number_integer, 10, true },
         {'f', number_real,    0,  true },
@@ -241,29 +212,21 @@ const number_letter *find_number_letter(const kovaloc *loc, ko_wchar_t wc) {
         {'b', number_integer, 2,  true },
         {'q', number_integer, 4,  true },
     };
-    const unsigned c = portable(loc, wc);
     for (const number_letter &row : letters)
         if (static_cast<unsigned char>(row.letter) == c) return &row;
     return nullptr;
 }
 
-char scan_size(const kovaloc *loc, const ko_wchar_t **format) {
-    const unsigned c = portable(loc, **format) | 0x20;
-    if (c != 'l' && c != 'h') return 0;
-    ++*format;
-    return static_cast<char>(c);
-}
-
 // A call of the formatter: what lasts from directive to directive.
-struct formatting {
-    fmt_out out;
+template <class Unit> struct formatting {
+    fmt_out<Unit> out;
     format_modifiers m;
     bool negative; // a negative integer was printed: the later ones take its sign
     va_list values;
 };
 
 // The stars' values.
-static void take_stars(formatting *f) {
+template <class Unit> static void take_stars(formatting<Unit> *f) {
     format_modifiers &m = f->m;
     if (m.width_star) {
         m.width = va_arg(f->values, int);
@@ -277,83 +240,86 @@ static void take_stars(formatting *f) {
     if (m.precision < 0) m.precision = -1;
 }
 
-static int format_integer(formatting *f, const number_letter &row, char size) {
+template <class Unit>
+static int format_integer(formatting<Unit> *f, const number_letter &row, char size) {
     int value = va_arg(f->values, int); // the interface's long is an int, too
     if (size == 'h') value = row.is_signed ? static_cast<int16_t>(value) : value & 0xFFFF;
     if (row.is_signed && value < 0) f->negative = true;
     if (row.letter == 'X') f->m.flags |= fmt_upper;
     const uint32_t magnitude = row.is_signed ? magnitude_of(value) : static_cast<uint32_t>(value);
     const fmt_mark sign = sign_mark(f->out.loc, f->negative, f->m);
-    return format_decimal(&f->out, magnitude, static_cast<unsigned>(row.base), sign, f->m);
+    return format_decimal(&f->out, magnitude, row.base, sign, f->m);
 }
 
-static int format_value(formatting *f, const number_letter &row, char size) {
+template <class Unit>
+static int format_value(formatting<Unit> *f, const number_letter &row, char size) {
     kovaloc *const loc = f->out.loc;
-    ko_wchar_t wc;
-    switch (row.kind) {
-    case number_integer:
-        return format_integer(f, row, size);
-    case number_real:
+    if (row.kind == number_integer) return format_integer(f, row, size);
+    if (row.kind == number_real) {
         return format_float(&f->out, va_arg(f->values, double), row.letter, f->m);
-    case number_char:
-        if (size == 'l') {
-            wc = static_cast<ko_wchar_t>(va_arg(f->values, int));
-            if (!wc) return fail(loc, KO_EILSEQ, -1);
-        } else if (first_char(loc, va_arg(f->values, const ko_mchar_t *), &wc) < 0) {
-            return -1;
-        }
-        return format_char(&f->out, wc, f->m);
-    default:
-        break;
     }
-    if (size != 'l') return format_multibyte(&f->out, va_arg(f->values, const ko_mchar_t *), f->m);
-    const ko_wchar_t *const text = va_arg(f->values, const ko_wchar_t *);
-    if (!text) return fail(loc, KO_ENULL, -1);
-    return format_string(&f->out, text, ko_wcslen(text), f->m);
+    if (row.kind == number_char && size == 'l') {
+        const auto wc = static_cast<ko_wchar_t>(va_arg(f->values, int));
+        return wc ? format_char(&f->out, wc, f->m) : fail(loc, KO_EILSEQ, -1);
+    }
+    if (size == 'l') {
+        const ko_wchar_t *const text = va_arg(f->values, const ko_wchar_t *);
+        if (!text) return fail(loc, KO_ENULL, -1);
+        return format_string(&f->out, text, ko_wcslen(text), f->m);
+    }
+    const ko_mchar_t *const text = va_arg(f->values, const ko_mchar_t *);
+    ko_wchar_t wc;
+    if (row.kind == number_char) {
+        return first_char(loc, text, &wc) < 0 ? -1 : format_char(&f->out, wc, f->m);
+    }
+    return text ? format_multibyte(&f->out, text, f->m) : fail(loc, KO_ENULL, -1);
 }
 
 // From behind the "%".
-static int format_directive(formatting *f, const ko_wchar_t **format) {
+template <class Unit> static int format_directive(formatting<Unit> *f, const Unit **format) {
     kovaloc *const loc = f->out.loc;
     if (const int error = scan_format_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
     take_stars(f);
     const char size = scan_size(loc, format);
     if (!**format) return fail(loc, KO_EFORMAT, -1);
-    const number_letter *const row = find_number_letter(loc, **format);
-    if (!row) return fail(loc, KO_EDIRECTIVE, -1);
-    ++*format;
-    return format_value(f, *row, size);
+    const number_letter *const row = find_number_letter(portable(loc, *(*format)++));
+    return row ? format_value(f, *row, size) : fail(loc, KO_EDIRECTIVE, -1);
 }
 
-static int walk_format(formatting *f, const ko_wchar_t *format) {
-    const kovaloc *const loc = f->out.loc;
-    const ko_wchar_t percent = native(loc, '%');
+template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *format) {
+    const ko_wchar_t percent = native(f->out.loc, '%');
     while (*format) {
-        if (*format++ == percent && *format != percent) {
+        const Unit unit = *format++;
+        if (unit == percent && *format != percent) {
             if (format_directive(f, &format) < 0) return -1;
             continue;
         }
         if (f->out.room < 1) return fail(f->out.loc, KO_E2BIG, -1);
-        *f->out.at++ = format[-1];
+        *f->out.at++ = unit;
         --f->out.room;
-        if (format[-1] == percent) ++format;
+        if (unit == percent) ++format;
     }
     return 0;
 }
 
 // ---- Entry points -------------------------------------------------------------------------------
 
-int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
-                va_list values) {
-    if (!out || !format) return fail(loc, KO_ENULL, -1);
-    formatting f = {
-        .out = {record(loc), out, max_chars}
+template <class Unit>
+static int format_numbers(kovaloc *loc, Unit *out, int max, const Unit *format, va_list values) {
+    formatting<Unit> f = {
+        .out = {loc, out, max}
     };
     va_copy(f.values, values);
     const int result = walk_format(&f, format);
     va_end(f.values);
-    if (max_chars >= 0) *f.out.at = 0;
+    if (max >= 0) *f.out.at = 0;
     return result < 0 ? -1 : static_cast<int>(f.out.at - out);
+}
+
+int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
+                va_list values) {
+    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    return format_numbers(record(loc), out, max_chars, format, values);
 }
 
 int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
@@ -366,27 +332,30 @@ int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *fo
 
 constexpr int result_room = 512; // results that take no block of the host's memory
 
-static int mbsfnum1(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *format,
-                    va_list values) {
+// Where characters have several bytes, by way of wide characters.
+static int format_widened(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format,
+                          va_list values) {
+    if (max_bytes >= 0) ko_mbsterm(loc, out); // empty after a failure
+    wide_text wide;
+    if (widen_text(loc, format, &wide) < 0) return -1;
     ko_wchar_t local[result_room];
     if (max_bytes < result_room) {
-        if (ko_wcsfnum1(loc, local, max_bytes > 0 ? max_bytes : 0, format, values) < 0) return -1;
+        const int max = max_bytes > 0 ? max_bytes : 0;
+        if (format_numbers<ko_wchar_t>(loc, local, max, wide.p, values) < 0) return -1;
         return narrow_result(loc, out, max_bytes, local);
     }
     const ext_block<ko_wchar_t> block(static_cast<size_t>(max_bytes) + 1);
     if (!block.p) return fail(loc, KO_ENOMEM, -1);
-    if (ko_wcsfnum1(loc, block.p, max_bytes, format, values) < 0) return -1;
+    if (format_numbers<ko_wchar_t>(loc, block.p, max_bytes, wide.p, values) < 0) return -1;
     return narrow_result(loc, out, max_bytes, block.p);
 }
 
 int ko_mbsfnum(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
     if (!out || !format) return fail(loc, KO_ENULL, -1);
-    if (max_bytes >= 0) ko_mbsterm(loc, out); // empty after a failure
-    wide_text wide;
-    if (widen_text(record(loc), format, &wide) < 0) return -1;
+    const auto call = record(loc)->exp.single_byte ? format_numbers<ko_mchar_t> : format_widened;
     va_list values;
     va_start(values, format);
-    const int result = mbsfnum1(record(loc), out, max_bytes, wide.p, values);
+    const int result = call(record(loc), out, max_bytes, format, values);
     va_end(values);
     return result;
 }

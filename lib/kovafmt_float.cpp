@@ -21,10 +21,10 @@ struct decimal {
 
 static void set_decimal(decimal *d, uint64_t number, int decimals) {
     char *at = d->digits + sizeof d->digits;
-    do {
-        *--at = static_cast<char>('0' + number % 10);
-        number /= 10;
-    } while (number);
+    for (; number >= 100; number /= 100)
+        memcpy(at -= 2, digit_pairs[number % 100].data(), 2);
+    *--at = static_cast<char>('0' + number % 10);
+    if (number >= 10) *--at = static_cast<char>('0' + number / 10);
     d->count = static_cast<int>(d->digits + sizeof d->digits - at);
     memmove(d->digits, at, static_cast<size_t>(d->count));
     d->point = *d->digits == '0' ? 1 : d->count - decimals;
@@ -202,35 +202,39 @@ static void lay_out(real_layout *r, const kovaloc *loc, double value, char lette
     r->fraction = kept > 0 ? kept : 0;
 }
 
-static ko_wchar_t *print_fraction_part(const kovaloc *loc, ko_wchar_t *at, const real_layout &r) {
+template <class Unit>
+static Unit *print_fraction_part(const kovaloc *loc, Unit *at, const real_layout &r) {
     const ko_wchar_t zero = native(loc, '0');
     const decimal &d = r.d;
     int64_t left = r.fraction;
     for (int i = d.point; i < d.count && left > 0; ++i, --left)
-        *at++ = i < 0 ? zero : native(loc, d.digits[i]);
+        *at++ = static_cast<Unit>(i < 0 ? zero : native(loc, d.digits[i]));
     return put_units(at, zero, left);
 }
 
-static void print_exponent(const kovaloc *loc, ko_wchar_t *at, const real_layout &r) {
-    *at++ = r.exponent_letter;
+template <class Unit>
+static void print_exponent(const kovaloc *loc, Unit *at, const real_layout &r) {
+    *at++ = static_cast<Unit>(r.exponent_letter);
     at = put_mark(at, r.exponent_sign) + r.exponent_digits;
     for (int i = 0, rest = r.exponent; i < r.exponent_digits; ++i, rest /= 10)
-        *--at = native(loc, '0' + rest % 10);
+        *--at = static_cast<Unit>(native(loc, '0' + rest % 10));
 }
 
 // Infinity, and what is no number: padded with blanks in any case, on the left under the zero flag.
-static int format_word(fmt_out *out, double value, char letter, const format_modifiers &m) {
+template <class Unit>
+static int format_word(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m) {
     const bool upper = letter == 'E' || letter == 'G';
     const char *const word = isinf(value) ? (upper ? "INF" : "inf") : (upper ? "NAN" : "nan");
     format_modifiers blanks = m;
     if (pads_with_zeros(m)) blanks.flags &= ~unsigned{fmt_zero | fmt_left};
-    ko_wchar_t *at = open_field(out, sign_mark(out->loc, value < 0, m), 3, blanks);
+    Unit *const at = open_field(out, sign_mark(out->loc, value < 0, m), 3, blanks);
     for (int i = 0; at && i < 3; ++i)
-        at[i] = native(out->loc, word[i]);
+        at[i] = static_cast<Unit>(native(out->loc, word[i]));
     return at ? 0 : -1;
 }
 
-int format_float(fmt_out *out, double value, char letter, const format_modifiers &m) {
+template <class Unit>
+int format_float(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m) {
     if (!isfinite(value)) return format_word(out, value, letter, m);
     const kovaloc *const loc = out->loc;
     real_layout r;
@@ -247,7 +251,7 @@ int format_float(fmt_out *out, double value, char letter, const format_modifiers
     const fmt_mark radix =
         r.fraction > 0 || m.flags & fmt_alternate ? decimal_mark(loc) : fmt_mark();
     const int tail = r.exponent_digits ? 1 + r.exponent_sign.len + r.exponent_digits : 0;
-    ko_wchar_t *at =
+    Unit *at =
         open_field(out, sign_mark(loc, value < 0, m), grouped + radix.len + r.fraction + tail, m);
     if (!at) return -1;
     put_digits(loc, at + grouped, whole, group, separator);
@@ -255,3 +259,8 @@ int format_float(fmt_out *out, double value, char letter, const format_modifiers
     if (tail) print_exponent(loc, at, r);
     return 0;
 }
+
+template int format_float(fmt_out<ko_wchar_t> *out, double value, char letter,
+                          const format_modifiers &m);
+template int format_float(fmt_out<ko_mchar_t> *out, double value, char letter,
+                          const format_modifiers &m);

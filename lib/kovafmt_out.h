@@ -1,18 +1,21 @@
-// The output side of number formatting: fields with sign and padding, and grouped digits.
+// The output side of number formatting: fields with sign and padding, and grouped digits. A unit is
+// a wide character or, where every character is one byte, a byte.
 #ifndef KOVAFMT_OUT_H
 #define KOVAFMT_OUT_H
 
 #include "kovaportable.h"
 
-struct fmt_out {
+#include <array>
+
+template <class Unit> struct fmt_out {
     kovaloc *loc;
-    ko_wchar_t *at;
-    int64_t room; // characters that still fit
+    Unit *at;
+    int64_t room; // units that still fit
 };
 
 // A sign, a separator or a decimal symbol.
 struct fmt_mark {
-    int len = 0;         // in characters
+    int len = 0;         // in units
     ko_wchar_t unit = 0; // written len times where there is no text
     const ko_mchar_t *bytes = nullptr;
     const ko_wchar_t *wide = nullptr;
@@ -24,20 +27,48 @@ fmt_mark negative_mark(const kovaloc *loc);
 // What stands before a number: a sign, or blanks in its place.
 fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m);
 
-inline ko_wchar_t *put_units(ko_wchar_t *at, ko_wchar_t unit, int64_t count) {
+template <class Unit> inline Unit *put_units(Unit *at, ko_wchar_t unit, int64_t count) {
     for (; count > 0; --count)
-        *at++ = unit;
+        *at++ = static_cast<Unit>(unit);
     return at;
 }
-inline ko_wchar_t *put_mark(ko_wchar_t *at, const fmt_mark &mark) {
-    for (int i = 0; i < mark.len; ++i)
-        *at++ = mark.wide ? mark.wide[i] : mark.bytes ? mark.bytes[i] : mark.unit;
+template <class Unit> inline Unit *put_mark(Unit *at, const fmt_mark &mark) {
+    for (int i = 0; i < mark.len; ++i) {
+        const ko_wchar_t unit = mark.wide ? mark.wide[i] : mark.bytes ? mark.bytes[i] : mark.unit;
+        *at++ = static_cast<Unit>(unit);
+    }
     return at;
 }
 
 // Takes the room of a field of at least the width, writes its sign and padding, and returns the
 // place of its body characters, which the caller writes. NULL with KO_E2BIG, nothing written.
-ko_wchar_t *open_field(fmt_out *out, const fmt_mark &sign, int64_t body, const format_modifiers &m);
+template <class Unit>
+inline Unit *open_field(fmt_out<Unit> *out, const fmt_mark &sign, int64_t body,
+                        const format_modifiers &m) {
+    Unit *const none = nullptr;
+    const int64_t length = body + sign.len;
+    const int64_t width = length > m.width ? length : m.width;
+    if (width > out->room) return fail(out->loc, KO_E2BIG, none);
+    const int64_t pad = width - length;
+    Unit *at = out->at;
+    out->at += width;
+    out->room -= width;
+    if (!pad) return put_mark(at, sign);
+    if (pads_with_zeros(m)) return put_units(put_mark(at, sign), native(out->loc, '0'), pad);
+    const ko_wchar_t blank = native(out->loc, ' ');
+    if (pads_right(m))
+        put_units(out->at - pad, blank, pad);
+    else
+        at = put_units(at, blank, pad);
+    return put_mark(at, sign);
+}
+
+inline constexpr auto digit_pairs = [] {
+    std::array<std::array<char, 2>, 100> pairs{};
+    for (size_t i = 0; i < 100; ++i)
+        pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
+    return pairs;
+}();
 
 // Digits in ASCII, first to last; zeros follow up to the total.
 struct digit_run {
@@ -45,11 +76,38 @@ struct digit_run {
     int given;
     int total;
 };
-// Separators within that many digits. group: a count and sizes from the right; NULL: ungrouped.
+// The size of group i, from 1 at the right, of a grouping (a count and sizes); 0 ends grouping. The
+// last size repeats, or, where it is 0, the one before it.
+inline int group_size(const int *group, int i) {
+    const int count = group[0] < group_max ? group[0] : group_max - 1;
+    if (count < 1) return 0;
+    int size = group[i < count ? i : count];
+    if (!size && i >= count && count > 1) size = group[count - 1];
+    return size > 0 ? size : 0;
+}
+// Separators within that many digits; a NULL grouping has none.
 int separators_in(const int *group, int digits);
+
 // Writes the digits, and a separator after each group that is complete, so that they end at end.
-void put_digits(const kovaloc *loc, ko_wchar_t *end, const digit_run &run, const int *group,
-                const fmt_mark &separator);
+template <class Unit>
+inline void put_digits(const kovaloc *loc, Unit *end, const digit_run &run, const int *group,
+                       const fmt_mark &separator) {
+    for (int rest = run.total, index = 1;; ++index) {
+        const int size = group ? group_size(group, index) : 0;
+        const int stop = size && size < rest ? rest - size : 0;
+        if (!loc->portable && rest <= run.given) {
+            while (rest > stop)
+                *--end = static_cast<Unit>(run.digits[--rest]);
+        }
+        while (rest > stop) {
+            --rest;
+            *--end = static_cast<Unit>(native(loc, rest < run.given ? run.digits[rest] : '0'));
+        }
+        if (!rest) return;
+        end -= separator.len;
+        put_mark(end, separator);
+    }
+}
 
 // Conversion letters, for formatting and for parsing.
 enum number_kind { number_integer, number_real, number_char, number_string };
@@ -59,11 +117,19 @@ struct number_letter {
     int base;
     bool is_signed;
 };
-const number_letter *find_number_letter(const kovaloc *loc, ko_wchar_t wc); // NULL: none
+const number_letter *find_number_letter(unsigned c); // of a portable character; NULL: none
+
 // Steps over the letter of a size: 'l', 'h' or 0.
-char scan_size(const kovaloc *loc, const ko_wchar_t **format);
+template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **format) {
+    const unsigned c = portable(loc, **format) | 0x20;
+    if (c != 'l' && c != 'h') return 0;
+    ++*format;
+    return static_cast<char>(c);
+}
+int scan_format_modifiers(const kovaloc *loc, const ko_mchar_t **format, format_modifiers *m);
 
 // Writes a real as the letter, "e", "E", "f", "g" or "G", says. -1 with KO_E2BIG.
-int format_float(fmt_out *out, double value, char letter, const format_modifiers &m);
+template <class Unit>
+int format_float(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m);
 
 #endif

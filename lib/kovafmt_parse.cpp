@@ -124,7 +124,7 @@ static bool scan_directive(parsing *p, const ko_wchar_t **format) {
     }
     const char size = scan_size(loc, format);
     if (!**format) return fail(loc, KO_EFORMAT, false);
-    const number_letter *const row = find_number_letter(loc, **format);
+    const number_letter *const row = find_number_letter(portable(loc, **format));
     if (!row) return fail(loc, KO_EDIRECTIVE, false);
     ++*format;
     if (!(p->m.flags & (fmt_left | fmt_zero))) skip_space(loc, &p->in);
