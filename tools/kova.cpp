@@ -31,6 +31,7 @@ struct arguments {
     convert_options convert;
     chart_options chart;
     cal_options cal;
+    date_options date;
     parse_date_options parse_date;
     symbols_options symbols;
     std::function<int()> run;
@@ -394,6 +395,26 @@ void add_cal(CLI::App &app, arguments &args) {
         "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside\n");
 }
 
+void add_date(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("date", "Write a date and time as a locale does");
+    date_options &o = args.date;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("format", o.format,
+                    "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, %EY, "
+                    "%Od (docs/time.md). Default: %c, date and time in the usual form")
+        ->type_name("FORMAT");
+    command
+        .add_option("--at", o.at,
+                    "Date, and time where wanted: \"2026-11-21 14:30:05.25\". Default: now")
+        ->type_name("WHEN");
+    add_common(
+        command, args, [&args] { return run_date(args.common, args.date); },
+        "  kova date de_DE.8859-1\n"
+        "  kova date ja_JP.EUC-JP '%EY%m月%d日 (%A)' --at 1989-01-08\n"
+        "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n");
+}
+
 void add_parse_date(CLI::App &app, arguments &args) {
     CLI::App &command =
         *app.add_subcommand("parse-date", "Read a date and time by a format of a locale");
@@ -462,6 +483,7 @@ int main(int argc, char **argv) {
     add_info(app, args);
     add_number(app, args);
     add_money(app, args);
+    add_date(app, args);
     add_locales(app, args);
     add_convert(app, args);
     add_chart(app, args);

@@ -105,6 +105,13 @@ struct format_options {
 int run_number(const common_options &common, const format_options &options);
 int run_money(const common_options &common, const format_options &options);
 
+struct date_options {
+    std::string locale;
+    std::string format = "%c";
+    std::string at; // empty: now
+};
+int run_date(const common_options &common, const date_options &options);
+
 struct parse_date_options {
     std::string locale, format, text;
     std::string century = "C";
