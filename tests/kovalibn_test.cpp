@@ -94,6 +94,7 @@ TEST(Numbers, ReadsWhatTheGroupingAllows) {
         {". , 1 3",    "7",                           k_long,  37, 0, {0, -1, 0}                 },
         {". , 1 3",    "2147483648",                  k_long,  10, 0, {2147483647, 10, 0}        },
         {". , 1 3",    "-99999999999999999999999",    k_long,  10, 0, {-2147483648.0, 24, 0}     },
+        {". , 1 3",    "18446744073709551621",        k_long,  10, 0, {2147483647, 20, 0}        },
         {". , 1 3",    "-1",                          k_ulong, 10, 0, {minus_1, 2, 0}            },
         {". , 1 3",    "-4294967296",                 k_ulong, 10, 0, {minus_1, 11, 0}           },
         {". , 1 3",    " -1,234,567",                 k_long,  10, 1, {-1234567, 11, 0}          },
@@ -118,6 +119,7 @@ TEST(Numbers, ReadsWhatTheGroupingAllows) {
         {", . 1 3",    "1.234e5",                     k_real,  0,  1, {1234, 5, 0}               },
         {", . 1 3",    "1.23",                        k_real,  0,  1, {bad, 0, 7}                },
         {", . 1 3",    ",5",                          k_real,  0,  1, {0.5, 2, 0}                },
+        {", . 1 3",    ".123",                        k_real,  0,  1, {0, -1, 0}                 },
         {", . 1 3",    "inf",                         k_real,  0,  1, {0, -1, 0}                 },
         {", . 2 3 -1", "1.234.567,5",                 k_real,  0,  1, {1, 1, 0}                  },
         {", . 1 3",    "1'23,5",                      k_real,  1,  1, {123.5, 6, 0}              },
@@ -263,8 +265,16 @@ TEST(Numbers, WritesGroupsWithinTheMaximum) {
             EXPECT_EQ(loc.error(), 0);
         }
     }
-    const number_locale loc(".", ",", "1 3");
+    // A separator of more bytes than characters is written, but never read.
+    locale_object object = double_byte_object(false);
+    object.numeric = field(".") + field("\x81@") + "1 3\n" + field("") + field("-");
+    const loaded_locale two(object);
     ko_mchar_t bytes[256];
+    EXPECT_EQ(ko_ltombs(two, bytes, 9, 1234, 10, 1), 6);
+    EXPECT_EQ(text(bytes), "1\x81@234");
+    EXPECT_EQ(ko_mbstol(two, bytes, nullptr, 10, 1), 0x7FFFFFFF);
+    EXPECT_EQ(two.error(), KO_EINVAL);
+    const number_locale loc(".", ",", "1 3");
     EXPECT_EQ(ko_ultombs(loc, bytes, 20, UINT32_MAX, 10, 1), 13);
     EXPECT_EQ(text(bytes), "4,294,967,295");
     EXPECT_EQ(ko_ltombs(loc, nullptr, 9, 1, 10, 0), -1);
