@@ -34,7 +34,9 @@ struct guarded_block {
     guarded_block(const guarded_block &) = delete;
     // A copy that ends gap bytes before the end.
     ko_mchar_t *put(std::string_view text, size_t gap = 0) {
-        return static_cast<ko_mchar_t *>(memcpy(end - gap - text.size(), text.data(), text.size()));
+        unsigned char *const at = end - gap - text.size();
+        if (!text.empty()) memcpy(at, text.data(), text.size());
+        return at;
     }
     template <class T> T *room(size_t count) {
         void *at = end - count * sizeof(T);
