@@ -41,69 +41,6 @@ const ko_mchar_t *units(std::string_view text) { return mb(text.data()); }
 
 } // namespace
 
-TEST(StrWidth, IsTheSumOfTheCharactersColumns) {
-    static const struct {
-        set s;
-        std::string_view bytes;
-        int n, width, error;
-    } rows[] = {
-        {set::euc,      "a\xA3\xA4"sv,       2,  3,  0        },
-        {set::euc,      "a\xA3\xA4"sv,       1,  1,  0        },
-        {set::euc,      "a\xA3\xA4"sv,       0,  0,  0        },
-        {set::euc,      "a\xA3\xA4"sv,       -1, -1, KO_EINDEX},
-        {set::euc,      "a\tb"sv,            9,  -1, KO_EINVAL},
-        {set::euc,      "a\tb"sv,            1,  1,  0        },
-        {set::euc,      "a\xA3"sv,           9,  -1, KO_EINVAL},
-        {set::bytes,    "a \xC4"sv,          9,  3,  0        },
-        {set::bytes,    "a\x80"sv,           9,  -1, KO_EINVAL},
-        {set::bytes,    ""sv,                9,  0,  0        },
-        {set::two_byte, "\0a\xA3\xA4\0\0"sv, 9,  3,  0        },
-        {set::two_byte, "\0a\0\t\0\0"sv,     9,  -1, KO_EINVAL},
-        {set::two_byte, "\0\0"sv,            9,  0,  0        },
-    };
-    for (const auto &row : rows) {
-        for (const bool flat : {false, true}) {
-            SCOPED_TRACE(testing::PrintToString(row.bytes) + (flat ? " flat" : " tree"));
-            text_record r(row.s, flat);
-            EXPECT_EQ(ko_mbswidth(r, units(row.bytes), row.n), row.width);
-            EXPECT_EQ(r.error(), row.error);
-        }
-    }
-    text_record plain(set::euc, true, false);
-    EXPECT_EQ(ko_mbswidth(plain, mb("a\xA3\xA4"), 2), 2); // without the class
-    EXPECT_EQ(ko_mbwidth(plain, mb("\xA3\xA4")), 1);
-    EXPECT_EQ(ko_mbwidth(plain, nullptr), -1);
-    EXPECT_EQ(plain.error(), KO_ENULL);
-}
-
-TEST(StrWidth, EndsBeforeAPosition) {
-    static const struct {
-        int from, to, width, error;
-    } rows[] = {
-        {0, 1, 1,  0      },
-        {0, 3, 3,  0      },
-        {0, 2, -1, KO_EPOS},
-        {0, 4, 4,  0      },
-        {0, 6, 4,  0      },
-        {1, 1, 0,  0      },
-        {1, 0, -1, KO_EPOS},
-    };
-    const ko_mchar_t *text = mb("a\xA3\xA4z\0b");
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.to);
-        text_record r(set::euc, true);
-        EXPECT_EQ(ko_mbspwidth(r, text + row.from, text + row.to), row.width);
-        EXPECT_EQ(r.error(), row.error);
-    }
-    text_record r(set::bytes, true);
-    const ko_wchar_t wide[] = {'a', 0xC4, 0x1C4, 0};
-    EXPECT_EQ(ko_wcspwidth(r, wide, wide + 2), 2);
-    EXPECT_EQ(ko_wcspwidth(r, wide, wide + 3), -1); // above the bytes there is no class
-    EXPECT_EQ(r.error(), KO_EINVAL);
-    EXPECT_EQ(ko_wcspwidth(r, wide, nullptr), -1);
-    EXPECT_EQ(r.error(), KO_ENULL);
-}
-
 // ---- Edge cases by row: a result is a place in the string, a count, or -1 ----------------------
 
 namespace {
@@ -112,51 +49,39 @@ using op = int (*)(ko_lc_t loc, const ko_mchar_t *s, const ko_mchar_t *other, in
 int place(const ko_mchar_t *s, const ko_mchar_t *at) { return at ? static_cast<int>(at - s) : -1; }
 const ko_mchar_t *after(const ko_mchar_t *s, int n) { return s ? s + n : s; }
 
-constexpr op prev = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
-    return place(s, ko_full_mbsprev(l, s, after(s, n)));
+int result(const ko_mchar_t *s, const ko_mchar_t *at) { return place(s, at); }
+int result(const ko_mchar_t *, int value) { return value; }
+
+// Operations on a string, on two, with a count, with a place in the string.
+template <auto f>
+constexpr op one =
+    [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) { return result(s, f(l, s)); };
+template <auto f>
+constexpr op both =
+    [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) { return result(s, f(l, s, o)); };
+template <auto f>
+constexpr op count =
+    [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) { return result(s, f(l, s, n)); };
+template <auto f>
+constexpr op at = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
+    return result(s, f(l, s, after(s, n)));
 };
-constexpr op get = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
-    return place(s, ko_full_getmbsi(l, s, n));
-};
+constexpr op prev = at<ko_full_mbsprev>, pwidth = at<ko_mbspwidth>;
+constexpr op get = count<ko_full_getmbsi>, width = count<ko_mbswidth>;
+constexpr op kept_chars = one<ko_mbsntslen>, kept_bytes = one<ko_mbsntsbytes>;
+constexpr op spaces = one<ko_mbsp>, bytes_nt = one<ko_mbsbytes_nt>;
+constexpr op chr = both<ko_full_mbschr>, rchr = both<ko_full_mbsrchr>;
+constexpr op spn = both<ko_full_mbsspn>, cspn = both<ko_full_mbscspn>;
+constexpr op pbrk = both<ko_full_mbspbrk>, sub = both<ko_full_mbsmbs>;
 constexpr op get_null = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
     int flag = 7;
-    const int at = place(s, ko_getmbsinull(l, s, n, &flag));
-    return flag ? -9 : at;
+    const int found = place(s, ko_getmbsinull(l, s, n, &flag));
+    return flag ? -9 : found;
 };
 constexpr op offset = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
     int len = 7;
-    const int at = ko_charoffset(l, s, after(s, n), &len);
-    return at < 0 ? at - len : 10 * len + at;
-};
-constexpr op kept_chars = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) {
-    return ko_mbsntslen(l, s);
-};
-constexpr op kept_bytes = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) {
-    return ko_mbsntsbytes(l, s);
-};
-constexpr op spaces = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) {
-    return place(s, ko_mbsp(l, s));
-};
-constexpr op bytes_nt = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) {
-    return ko_mbsbytes_nt(l, s);
-};
-constexpr op chr = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return place(s, ko_full_mbschr(l, s, o));
-};
-constexpr op rchr = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return place(s, ko_full_mbsrchr(l, s, o));
-};
-constexpr op spn = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return ko_full_mbsspn(l, s, o);
-};
-constexpr op cspn = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return ko_full_mbscspn(l, s, o);
-};
-constexpr op pbrk = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return place(s, ko_full_mbspbrk(l, s, o));
-};
-constexpr op sub = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *o, int) {
-    return place(s, ko_full_mbsmbs(l, s, o));
+    const int found = ko_charoffset(l, s, after(s, n), &len);
+    return found < 0 ? found - len : 10 * len + found;
 };
 constexpr op wide_len = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int) {
     int len = 7;
@@ -248,6 +173,24 @@ const struct {
     {"wide empty",      wide_len,   set::bytes,    "",                         none,        0,  0,  99       },
     {"wide bad",        wide_len,   set::euc,      bad,                        none,        0,  -1, KO_EILSEQ},
     {"wide null",       wide_len,   set::euc,      none,                       none,        0,  -1, KO_ENULL },
+    {"width",           width,      set::euc,      aXz,                        none,        9,  4,  99       },
+    {"width part",      width,      set::euc,      aXz,                        none,        2,  3,  99       },
+    {"width none",      width,      set::euc,      "\t",                       none,        0,  0,  99       },
+    {"width below",     width,      set::euc,      "\t",                       none,        -1, -1, KO_EINDEX},
+    {"width control",   width,      set::euc,      "a\tb",                     none,        9,  -1, KO_EINVAL},
+    {"width before",    width,      set::euc,      "a\tb",                     none,        1,  1,  99       },
+    {"width bad",       width,      set::euc,      bad,                        none,        9,  -1, KO_EINVAL},
+    {"width byte",      width,      set::bytes,    "a \xC4",                   none,        9,  3,  99       },
+    {"width no byte",   width,      set::bytes,    "a\x80",                    none,        9,  -1, KO_EINVAL},
+    {"width two-byte",  width,      set::two_byte, wide_ab,                    none,        9,  2,  99       },
+    {"width null",      width,      set::euc,      none,                       none,        -1, -1, KO_ENULL },
+    {"pwidth",          pwidth,     set::euc,      aXz,                        none,        3,  3,  99       },
+    {"pwidth inside",   pwidth,     set::euc,      aXz,                        none,        2,  -1, KO_EPOS  },
+    {"pwidth behind",   pwidth,     set::euc,      "a\0\t",                    none,        3,  1,  99       },
+    {"pwidth at start", pwidth,     set::euc,      "\t",                       none,        0,  0,  99       },
+    {"pwidth before",   pwidth,     set::euc,      aXz + 1,                    none,        -1, -1, KO_EPOS  },
+    {"pwidth byte",     pwidth,     set::bytes,    "ab\t",                     none,        2,  2,  99       },
+    {"pwidth null",     pwidth,     set::euc,      none,                       none,        0,  -1, KO_ENULL },
 };
 
 } // namespace
@@ -262,6 +205,32 @@ TEST(Str, EdgeCasesByFlatTableAndByTree) {
             EXPECT_EQ(row.run(r, text, row.other ? mb(row.other) : nullptr, row.n), row.result);
             EXPECT_EQ(r.error(), row.error);
         }
+    }
+}
+
+TEST(Str, WidthsDependOnTheClass) {
+    text_record plain(set::euc, true, false), bytes(set::bytes, true);
+    EXPECT_EQ(ko_mbswidth(plain, mb(aXz), 9), 3);
+    EXPECT_EQ(ko_wcwidth(plain, 0xA3A4), 1);
+    const ko_wchar_t wide[] = {'a', 0xC4, 0x1C4, 0};
+    EXPECT_EQ(ko_wcspwidth(bytes, wide, wide + 2), 2);
+    EXPECT_EQ(ko_wcspwidth(bytes, wide, wide + 3), -1); // above the bytes there is no class
+    EXPECT_EQ(bytes.error(), KO_EINVAL);
+}
+
+TEST(Str, DamagedAndMissingTablesAreHarmless) {
+    for (const int min : {0, -5, 9, 2000000000}) {
+        text_record r(set::euc, min != 9);
+        void *const table = r.loc.ctype;
+        static_cast<mb_decode *>(table)->min_char_len = min;
+        if (min == -5) r.loc.ctype = nullptr;
+        for (const auto &row : edges) {
+            const std::string text(row.text ? row.text : ""), other(row.other ? row.other : "");
+            const std::string padded = text + std::string(8, '\0');
+            const std::string second = other + std::string(8, '\0');
+            row.run(r, units(padded), units(second), std::max(0, std::min(row.n, 4)));
+        }
+        r.loc.ctype = table;
     }
 }
 
