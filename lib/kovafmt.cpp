@@ -20,12 +20,12 @@ static fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wc
     if (!bytes) {
         if (otherwise) mark.len = 1, mark.unit = native(loc, otherwise);
     } else if (marks_in_bytes(loc)) {
+        mark.unit = bytes[0];
+        mark.len = bytes[0] ? 1 : 0;
+        if (!mark.len || !bytes[1]) return mark;
         while (bytes[mark.len])
             ++mark.len;
-        if (mark.len == 1)
-            mark.unit = bytes[0];
-        else
-            mark.bytes = bytes;
+        mark.bytes = bytes;
     } else if (wide) {
         mark.len = ko_wcslen(wide);
         mark.wide = wide;
@@ -305,57 +305,73 @@ template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *fo
 // ---- Entry points -------------------------------------------------------------------------------
 
 template <class Unit>
-static int format_numbers(kovaloc *loc, Unit *out, int max, const Unit *format, va_list values) {
-    formatting<Unit> f = {
-        .out = {loc, out, max}
-    };
-    va_copy(f.values, values);
-    const int result = walk_format(&f, format);
-    va_end(f.values);
-    if (max >= 0) *f.out.at = 0;
-    return result < 0 ? -1 : static_cast<int>(f.out.at - out);
+static int format_numbers(formatting<Unit> *f, Unit *out, int max, const Unit *format) {
+    f->out.at = out;
+    f->out.room = max;
+    f->m.flags = 0;
+    f->negative = false;
+    const int result = walk_format(f, format);
+    if (max >= 0) *f->out.at = 0;
+    return result < 0 ? -1 : static_cast<int>(f->out.at - out);
 }
 
 int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
                 va_list values) {
     if (!out || !format) return fail(loc, KO_ENULL, -1);
-    return format_numbers(record(loc), out, max_chars, format, values);
+    formatting<ko_wchar_t> f;
+    f.out.loc = record(loc);
+    va_copy(f.values, values);
+    const int result = format_numbers(&f, out, max_chars, format);
+    va_end(f.values);
+    return result;
 }
 
+// The list of values is started in its place: copying it takes as long as some directives.
 int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
-    va_list values;
-    va_start(values, format);
-    const int result = ko_wcsfnum1(loc, out, max_chars, format, values);
-    va_end(values);
+    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    formatting<ko_wchar_t> f;
+    f.out.loc = record(loc);
+    va_start(f.values, format);
+    const int result = format_numbers(&f, out, max_chars, format);
+    va_end(f.values);
     return result;
 }
 
 constexpr int result_room = 512; // results that take no block of the host's memory
 
 // Where characters have several bytes, by way of wide characters.
-static int format_widened(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format,
-                          va_list values) {
+static int format_widened(formatting<ko_wchar_t> *f, ko_mchar_t *out, int max_bytes,
+                          const ko_mchar_t *format) {
+    kovaloc *const loc = f->out.loc;
     if (max_bytes >= 0) ko_mbsterm(loc, out); // empty after a failure
     wide_text wide;
     if (widen_text(loc, format, &wide) < 0) return -1;
     ko_wchar_t local[result_room];
     if (max_bytes < result_room) {
-        const int max = max_bytes > 0 ? max_bytes : 0;
-        if (format_numbers<ko_wchar_t>(loc, local, max, wide.p, values) < 0) return -1;
+        if (format_numbers(f, local, max_bytes > 0 ? max_bytes : 0, wide.p) < 0) return -1;
         return narrow_result(loc, out, max_bytes, local);
     }
     const ext_block<ko_wchar_t> block(static_cast<size_t>(max_bytes) + 1);
     if (!block.p) return fail(loc, KO_ENOMEM, -1);
-    if (format_numbers<ko_wchar_t>(loc, block.p, max_bytes, wide.p, values) < 0) return -1;
+    if (format_numbers(f, block.p, max_bytes, wide.p) < 0) return -1;
     return narrow_result(loc, out, max_bytes, block.p);
 }
 
 int ko_mbsfnum(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
     if (!out || !format) return fail(loc, KO_ENULL, -1);
-    const auto call = record(loc)->exp.single_byte ? format_numbers<ko_mchar_t> : format_widened;
-    va_list values;
-    va_start(values, format);
-    const int result = call(record(loc), out, max_bytes, format, values);
-    va_end(values);
+    int result;
+    if (record(loc)->exp.single_byte) {
+        formatting<ko_mchar_t> f;
+        f.out.loc = record(loc);
+        va_start(f.values, format);
+        result = format_numbers(&f, out, max_bytes, format);
+        va_end(f.values);
+    } else {
+        formatting<ko_wchar_t> f;
+        f.out.loc = record(loc);
+        va_start(f.values, format);
+        result = format_widened(&f, out, max_bytes, format);
+        va_end(f.values);
+    }
     return result;
 }

@@ -14,20 +14,21 @@ constexpr uint64_t real_digits_end = 1000000000000000; // the first number of 16
 
 // 0.digits times ten to the power of point. Zero is "0" with its point behind.
 struct decimal {
-    char digits[real_digits + 2]; // 16: a carry may add one
+    const char *digits; // in room
     int count;
     int point;
+    char room[real_digits + 2]; // a carry may add a digit
 };
 
 static void set_decimal(decimal *d, uint64_t number, int decimals) {
-    char *at = d->digits + sizeof d->digits;
+    char *const end = d->room + sizeof d->room, *at = end;
     for (; number >= 100; number /= 100)
         memcpy(at -= 2, digit_pairs[number % 100].data(), 2);
     *--at = static_cast<char>('0' + number % 10);
     if (number >= 10) *--at = static_cast<char>('0' + number / 10);
-    d->count = static_cast<int>(d->digits + sizeof d->digits - at);
-    memmove(d->digits, at, static_cast<size_t>(d->count));
-    d->point = *d->digits == '0' ? 1 : d->count - decimals;
+    d->digits = at;
+    d->count = static_cast<int>(end - at);
+    d->point = *at == '0' ? 1 : d->count - decimals;
 }
 
 // ---- In integers --------------------------------------------------------------------------------
@@ -105,8 +106,9 @@ static void slow_significant(decimal *d, double value, int count) {
     char text[real_digits + 32];
     snprintf(text, sizeof text, "%.*e", count - 1, value);
     const char *const tail = strrchr(text, 'e');
-    d->digits[0] = text[0];
-    memcpy(d->digits + 1, tail - (count - 1), static_cast<size_t>(count - 1));
+    d->digits = d->room;
+    d->room[0] = text[0];
+    memcpy(d->room + 1, tail - (count - 1), static_cast<size_t>(count - 1));
     d->count = count;
     d->point = 1;
     int exponent = 0;
@@ -120,9 +122,10 @@ static void slow_fixed(decimal *d, double value, int decimals) {
     char text[400];
     const int len = snprintf(text, sizeof text, "%.*f", decimals, value);
     const char *const fraction = text + len - decimals;
+    d->digits = d->room;
     d->count = d->point = 0;
     const auto take = [d](const char *c) {
-        if (d->count || *c != '0') d->digits[d->count++] = *c;
+        if (d->count || *c != '0') d->room[d->count++] = *c;
     };
     for (const char *c = text; *c >= '0' && *c <= '9' && c < fraction; ++c)
         take(c);
