@@ -28,6 +28,7 @@ static fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wc
         mark.bytes = bytes;
     } else if (wide) {
         mark.len = ko_wcslen(wide);
+        mark.unit = wide[0];
         mark.wide = wide;
     }
     return mark;
@@ -58,14 +59,6 @@ fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m)
     return {.len = sign.len, .unit = native(loc, ' ')};
 }
 
-int separators_in(const int *group, int digits) {
-    for (int i = 1, count = 0;; ++i, ++count) {
-        const int size = group ? group_size(group, i) : 0;
-        if (!size || digits <= size) return count;
-        digits -= size;
-    }
-}
-
 // ---- Integers -----------------------------------------------------------------------------------
 
 constexpr int digits_max = 32; // of 32 bits, in base 2
@@ -80,14 +73,6 @@ static char *binary_digits(char *end, uint32_t value, int bits, bool upper) {
     } while (value);
     return end;
 }
-static char *decimal_digits(char *end, uint32_t value) {
-    for (; value >= 100; value /= 100)
-        memcpy(end -= 2, digit_pairs[value % 100].data(), 2);
-    *--end = static_cast<char>('0' + value % 10);
-    if (value >= 10) *--end = static_cast<char>('0' + value / 10);
-    return end;
-}
-
 // Writes an integer in base 2, 4, 8, 10 or 16. -1 with KO_E2BIG.
 template <class Unit>
 static int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, int base, const fmt_mark &sign,
@@ -96,16 +81,15 @@ static int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, int base, cons
     char text[digits_max];
     const bool upper = (m.flags & fmt_upper) != 0, alternate = (m.flags & fmt_alternate) != 0;
     const int bits = base == 16 ? 4 : base == 8 ? 3 : base == 4 ? 2 : 1;
-    const char *const digits = base == 10
-                                   ? decimal_digits(text + digits_max, magnitude)
-                                   : binary_digits(text + digits_max, magnitude, bits, upper);
-    const auto count = static_cast<int>(text + digits_max - digits);
+    char *const end = text + digits_max;
+    const char *const digits = base == 10 ? end - put_decimal(end - decimal_room, magnitude)
+                                          : binary_digits(end, magnitude, bits, upper);
+    const auto count = static_cast<int>(end - digits);
     int64_t zeros = m.precision > count ? m.precision - count : 0;
     if (base == 8 && alternate && count >= m.precision) zeros = 1;
-    const int *const group = m.flags & fmt_group ? loc->monum_info.group_num : nullptr;
-    const fmt_mark separator = group ? separator_mark(loc) : fmt_mark();
+    const grouping g = init_grouping(loc, m);
     const int prefix = base == 16 && alternate ? 2 : 0;
-    const int grouped = group ? count + separators_in(group, count) * separator.len : count;
+    const int grouped = count + separators_in(g, count) * g.separator.len;
     Unit *at = open_field(out, sign, prefix + zeros + grouped, m);
     if (!at) return -1;
     if (prefix) {
@@ -113,7 +97,7 @@ static int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, int base, cons
         *at++ = static_cast<Unit>(native(loc, upper ? 'X' : 'x'));
     }
     at = put_units(at, native(loc, '0'), zeros);
-    put_digits(loc, at + grouped, {digits, count, count}, group, separator);
+    put_digits(loc, at + grouped, {digits, count, count}, g);
     return 0;
 }
 

@@ -6,7 +6,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <array>
 #include <bit>
 
 constexpr int real_digits = 15;
@@ -17,33 +16,20 @@ struct decimal {
     const char *digits; // in room
     int count;
     int point;
-    char room[real_digits + 2]; // a carry may add a digit
+    char room[decimal_room]; // a carry may add a digit
 };
+static_assert(decimal_room > real_digits);
 
 static void set_decimal(decimal *d, uint64_t number, int decimals) {
-    char *const end = d->room + sizeof d->room, *at = end;
-    for (; number >= 100; number /= 100)
-        memcpy(at -= 2, digit_pairs[number % 100].data(), 2);
-    *--at = static_cast<char>('0' + number % 10);
-    if (number >= 10) *--at = static_cast<char>('0' + number / 10);
-    d->digits = at;
-    d->count = static_cast<int>(end - at);
-    d->point = *at == '0' ? 1 : d->count - decimals;
+    d->count = put_decimal(d->room, number);
+    d->digits = d->room + decimal_room - d->count;
+    d->point = number ? d->count - decimals : 1;
 }
 
 // ---- In integers --------------------------------------------------------------------------------
 
 #ifdef __SIZEOF_INT128__
 __extension__ typedef unsigned __int128 wide_product;
-
-constexpr int power_count = 20;
-static constexpr auto powers = [] {
-    std::array<uint64_t, power_count> values{};
-    uint64_t power = 1;
-    for (uint64_t &value : values)
-        value = power, power *= 10;
-    return values;
-}();
 
 // The exact value of a double: mantissa / 2^shift.
 struct binary {
@@ -62,9 +48,10 @@ static binary take_apart(double value) {
 // False where 128 bits do not hold the exact product.
 static bool scale(binary value, int decimals, uint64_t *number) {
     const int shift = value.shift;
-    if (shift < 0 || decimals < 0 || decimals >= power_count) return false;
+    if (shift < 0 || decimals < 0 || decimals >= static_cast<int>(powers_of_ten.size()))
+        return false;
     const wide_product product =
-        static_cast<wide_product>(value.mantissa) * powers[static_cast<size_t>(decimals)];
+        static_cast<wide_product>(value.mantissa) * powers_of_ten[static_cast<size_t>(decimals)];
     *number = 0;
     if (shift >= 128) return true; // the product has 117 bits
     wide_product whole = product >> shift;
@@ -89,7 +76,7 @@ static bool fast_significant(decimal *d, double value, int count) {
     int decimals = count - 1 - (below * 1233 >> 12); // log 2; may be one too many
     uint64_t number;
     if (!scale(parts, decimals, &number)) return false;
-    if (number >= powers[static_cast<size_t>(count)] && !scale(parts, --decimals, &number)) {
+    if (number >= powers_of_ten[static_cast<size_t>(count)] && !scale(parts, --decimals, &number)) {
         return false;
     }
     set_decimal(d, number, decimals);
@@ -247,17 +234,15 @@ int format_float(fmt_out<Unit> *out, double value, char letter, const format_mod
     const digit_run whole =
         d.point > 0 ? digit_run{d.digits, d.count < d.point ? d.count : d.point, d.point}
                     : digit_run{"0", 1, 1};
-    const int *const group = m.flags & fmt_group ? loc->monum_info.group_num : nullptr;
-    const fmt_mark separator = group ? separator_mark(loc) : fmt_mark();
-    const int64_t grouped =
-        whole.total + int64_t{separators_in(group, whole.total)} * separator.len;
+    const grouping g = init_grouping(loc, m);
+    const int64_t grouped = whole.total + int64_t{separators_in(g, whole.total)} * g.separator.len;
     const fmt_mark radix =
         r.fraction > 0 || m.flags & fmt_alternate ? decimal_mark(loc) : fmt_mark();
     const int tail = r.exponent_digits ? 1 + r.exponent_sign.len + r.exponent_digits : 0;
     Unit *at =
         open_field(out, sign_mark(loc, value < 0, m), grouped + radix.len + r.fraction + tail, m);
     if (!at) return -1;
-    put_digits(loc, at + grouped, whole, group, separator);
+    put_digits(loc, at + grouped, whole, g);
     at = print_fraction_part(loc, put_mark(at + grouped, radix), r);
     if (tail) print_exponent(loc, at, r);
     return 0;

@@ -5,7 +5,10 @@
 
 #include "kovaportable.h"
 
+#include <string.h>
+
 #include <array>
+#include <bit>
 
 template <class Unit> struct fmt_out {
     kovaloc *loc;
@@ -63,12 +66,37 @@ inline Unit *open_field(fmt_out<Unit> *out, const fmt_mark &sign, int64_t body,
     return put_mark(at, sign);
 }
 
+// Numbers of any length take the same steps: a loop for each would end at another place every time,
+// which costs a processor more than the digits do.
+constexpr int decimal_room = 16;
 inline constexpr auto digit_pairs = [] {
     std::array<std::array<char, 2>, 100> pairs{};
     for (size_t i = 0; i < 100; ++i)
         pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
     return pairs;
 }();
+inline constexpr auto powers_of_ten = [] {
+    std::array<uint64_t, 20> values{};
+    uint64_t power = 1;
+    for (uint64_t &value : values)
+        value = power, power *= 10;
+    return values;
+}();
+inline void put_eight_digits(char *to, uint32_t value) {
+    const uint32_t high = value / 10000, low = value % 10000;
+    memcpy(to, digit_pairs[high / 100].data(), 2);
+    memcpy(to + 2, digit_pairs[high % 100].data(), 2);
+    memcpy(to + 4, digit_pairs[low / 100].data(), 2);
+    memcpy(to + 6, digit_pairs[low % 100].data(), 2);
+}
+// Writes a number of at most 16 digits at the end of the room and returns their count.
+inline int put_decimal(char *room, uint64_t number) {
+    put_eight_digits(room, static_cast<uint32_t>(number / 100000000));
+    put_eight_digits(room + 8, static_cast<uint32_t>(number % 100000000));
+    const uint64_t odd = number | 1; // as many digits, and never none
+    const int below = static_cast<int>(std::bit_width(odd)) * 1233 >> 12; // log 2
+    return below + (odd >= powers_of_ten[static_cast<size_t>(below)]);
+}
 
 // Digits in ASCII, first to last; zeros follow up to the total.
 struct digit_run {
@@ -85,27 +113,67 @@ inline int group_size(const int *group, int i) {
     if (!size && i >= count && count > 1) size = group[count - 1];
     return size > 0 ? size : 0;
 }
-// Separators within that many digits; a NULL grouping has none.
-int separators_in(const int *group, int digits);
+inline bool groups_by_three(const int *group) {
+    for (int i = 1; i <= group[0] && i < group_max; ++i)
+        if (group[i] != 3) return false;
+    return group[0] > 0;
+}
+
+// How digits are grouped; without sizes they are not.
+struct grouping {
+    const int *sizes = nullptr;
+    bool by_three = false; // all sizes are 3
+    fmt_mark separator;
+};
+inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
+    if (!(m.flags & fmt_group)) return {};
+    const int *const sizes = loc->monum_info.group_num;
+    return {sizes, groups_by_three(sizes), separator_mark(loc)};
+}
+// Separators within that many digits.
+inline int separators_in(const grouping &g, int digits) {
+    if (g.by_three) return (digits - 1) / 3;
+    for (int i = 1, count = 0;; ++i, ++count) {
+        const int size = g.sizes ? group_size(g.sizes, i) : 0;
+        if (!size || digits <= size) return count;
+        digits -= size;
+    }
+}
+
+// Writes at least four digits in groups of three; the copy of the first group may be too long.
+template <class Unit> inline void put_threes(Unit *at, const digit_run &run, ko_wchar_t separator) {
+    const char *digit = run.digits;
+    const int first = (run.total - 1) % 3 + 1;
+    const auto copy_three = [&] {
+        for (int i = 0; i < 3; ++i)
+            at[i] = static_cast<Unit>(digit[i]);
+    };
+    copy_three();
+    at += first;
+    digit += first;
+    for (int groups = (run.total - 1) / 3; groups; --groups, digit += 3, at += 3) {
+        *at++ = static_cast<Unit>(separator);
+        copy_three();
+    }
+}
 
 // Writes the digits, and a separator after each group that is complete, so that they end at end.
 template <class Unit>
-inline void put_digits(const kovaloc *loc, Unit *end, const digit_run &run, const int *group,
-                       const fmt_mark &separator) {
+inline void put_digits(const kovaloc *loc, Unit *end, const digit_run &run, const grouping &g) {
+    const bool plain = !loc->portable && run.given == run.total;
+    if (plain && g.by_three && g.separator.len == 1 && run.total > 3) {
+        return put_threes(end - run.total - (run.total - 1) / 3, run, g.separator.unit);
+    }
     for (int rest = run.total, index = 1;; ++index) {
-        const int size = group ? group_size(group, index) : 0;
+        const int size = g.sizes ? group_size(g.sizes, index) : 0;
         const int stop = size && size < rest ? rest - size : 0;
-        if (!loc->portable && rest <= run.given) {
-            while (rest > stop)
-                *--end = static_cast<Unit>(run.digits[--rest]);
-        }
         while (rest > stop) {
             --rest;
             *--end = static_cast<Unit>(native(loc, rest < run.given ? run.digits[rest] : '0'));
         }
         if (!rest) return;
-        end -= separator.len;
-        put_mark(end, separator);
+        end -= g.separator.len;
+        put_mark(end, g.separator);
     }
 }
 

@@ -336,9 +336,15 @@ TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
     EXPECT_EQ(ko_mbsfnum(pairs, out, 22, mb(format.c_str()), -123456.5), 22);
     EXPECT_EQ(std::string_view(reinterpret_cast<char *>(out), 24), want);
 
+    locale_object threes = double_byte_object(true);
+    threes.numeric = field(encoded(".", true)) + field(encoded(",", true)) + "1 3\n0\n0\n";
+    const loaded_locale by_three(threes);
+    ko_wchar_t units[32];
+    EXPECT_EQ(ko_wcsfnum(by_three, units, 31, wcs(u"%'d").data(), 1234567), 9);
+    EXPECT_EQ(wide(units), u"1,234,567");
+
     ko_lc_t empty;
     ASSERT_EQ(ko_create_null_locale_2(&empty), 0);
-    ko_wchar_t units[32];
     EXPECT_EQ(ko_wcsfnum(empty, units, 31, wcs(u"%'d %+.1f").data(), -12345, 0.5), 10);
     EXPECT_EQ(wide(units), u"-12345 0.5");
     int value = 0;
