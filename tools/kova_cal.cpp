@@ -210,8 +210,23 @@ void write_centred(const cal_job &job, const wide_text &text, int cols, output &
     write_line(job, line, out);
 }
 
+constexpr int week = 7;
+
+void write_days(const cal_job &job, const month &m, int cell, int gap, output &out) {
+    const unsigned weekday = std::chrono::weekday(m.begin).c_encoding();
+    int column = int((weekday + week - job.first_weekday) % week);
+    wide_text line;
+    append_blanks(job, line, column * (cell + gap));
+    for (int day = 1; day <= m.length; ++day) {
+        append_right(job, line, plain(job, day_text(job, m, day)), column ? cell + gap : cell);
+        column = (column + 1) % week;
+        if (column && day < m.length) continue;
+        write_line(job, line, out);
+        line.clear();
+    }
+}
+
 void draw(const cal_job &job, const month &m, output &out) {
-    constexpr int week = 7;
     const int gap = job.gregorian ? 1 : 2;
     int cell = job.gregorian ? 2 : int(day_text(job, m, 28).size());
     wide_text names[week], line;
@@ -229,17 +244,7 @@ void draw(const cal_job &job, const month &m, output &out) {
     for (const wide_text &name : names)
         append_right(job, line, name, line.empty() ? cell : cell + gap);
     write_line(job, line, out);
-    const unsigned weekday = std::chrono::weekday(m.begin).c_encoding();
-    int column = int((weekday + week - job.first_weekday) % week);
-    line.clear();
-    append_blanks(job, line, column * (cell + gap));
-    for (int day = 1; day <= m.length; ++day) {
-        append_right(job, line, plain(job, day_text(job, m, day)), column ? cell + gap : cell);
-        column = (column + 1) % week;
-        if (column && day < m.length) continue;
-        write_line(job, line, out);
-        line.clear();
-    }
+    write_days(job, m, cell, gap, out);
 }
 
 } // namespace
