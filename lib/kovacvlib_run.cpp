@@ -254,7 +254,7 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
 
 cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
                    const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
-    if (!flat || !can_shift(cv, state)) return {in, 0};
+    if (!flat || len < 1 || !can_shift(cv, state)) return {in, 0};
     const auto pieces = flat->wide
                             ? (out ? run_pieces<uint64_t, true> : run_pieces<uint64_t, false>)
                             : (out ? run_pieces<uint32_t, true> : run_pieces<uint32_t, false>);
