@@ -279,6 +279,8 @@ struct time_read {
 };
 static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
                            time_info *ti) {
+    if (const ko_wchar_t *end = quick_read(loc, text, format, ti)) return {0, end, false};
+    *ti = {};
     time_reader r = {.loc = loc, .at = text, .ti = ti};
     const int error = walk_format(&r, format);
     return {error, r.at, r.at_end};
@@ -336,26 +338,8 @@ static bool read_front(kovaloc *loc, const ko_mchar_t *text, const ko_wchar_t *f
     *result = read_time(loc, wide, format, ti);
     if (!result->at_end || front.state == text_front::whole || room == INT_MAX) return true;
     if (front.state == text_front::cut) return false;
-    result->error = KO_EILSEQ;
+    if (result->error) result->error = KO_EILSEQ;
     return true;
-}
-
-// A text is taken in as far as reading needs it, for a date may stand before a long one. *len gets
-// the characters read. 0 or the error number.
-static int read_multibyte(kovaloc *loc, const ko_mchar_t *text, const ko_wchar_t *format,
-                          time_info *ti, ptrdiff_t *len) {
-    time_read result;
-    ko_wchar_t local[wide_text_room];
-    bool enough = read_front(loc, text, format, local, wide_text_room, ti, &result);
-    *len = result.end - local;
-    for (int room = wide_text_room; !enough;) {
-        room = room > INT_MAX / 8 ? INT_MAX : room * 8;
-        ext_block<ko_wchar_t> wide(static_cast<size_t>(room));
-        if (!wide.p) return KO_ENOMEM;
-        enough = read_front(loc, text, format, wide.p, room, ti, &result);
-        *len = result.end - wide.p;
-    }
-    return result.error;
 }
 
 // The place of a character in a multibyte text.
@@ -366,16 +350,34 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
     return text;
 }
 
+// A text is taken in as far as reading needs it, for a date may stand before a long one. *end gets
+// the place behind what was read. 0 or the error number.
+static int read_multibyte(kovaloc *loc, const ko_mchar_t *text, const ko_mchar_t *format,
+                          time_info *ti, const ko_mchar_t **end) {
+    wide_text wide_format;
+    if (widen_text(loc, format, &wide_format) < 0) return error_of(loc);
+    time_read result;
+    ko_wchar_t local[wide_text_room];
+    bool enough = read_front(loc, text, wide_format.p, local, wide_text_room, ti, &result);
+    ptrdiff_t len = result.end - local;
+    for (int room = wide_text_room; !enough;) {
+        room = room > INT_MAX / 8 ? INT_MAX : room * 8;
+        ext_block<ko_wchar_t> wide(static_cast<size_t>(room));
+        if (!wide.p) return KO_ENOMEM;
+        enough = read_front(loc, text, wide_format.p, wide.p, room, ti, &result);
+        len = result.end - wide.p;
+    }
+    if (!result.error) *end = place_of(loc, text, len);
+    return result.error;
+}
+
 ko_mchar_t *ko_mbsptime(ko_lc_t loc, const ko_mchar_t *buf, const ko_mchar_t *format, ko_tm_t *tm,
                         int algorithm) {
     ko_mchar_t *const none = nullptr;
     if (const int error = bad_arguments(buf, format, tm)) return fail(loc, error, none);
-    kovaloc *const r = record(loc);
-    wide_text wide_format;
-    if (widen_text(r, format, &wide_format) < 0) return none;
-    time_info ti;
-    ptrdiff_t len;
-    int error = read_multibyte(r, buf, wide_format.p, &ti, &len);
-    if (!error) error = set_values(r, &ti, algorithm, tm);
-    return error ? fail(loc, error, none) : const_cast<ko_mchar_t *>(place_of(r, buf, len));
+    time_info ti = {};
+    const ko_mchar_t *end = quick_read(record(loc), buf, format, &ti);
+    int error = end ? 0 : read_multibyte(record(loc), buf, format, &ti, &end);
+    if (!error) error = set_values(record(loc), &ti, algorithm, tm);
+    return error ? fail(loc, error, none) : const_cast<ko_mchar_t *>(end);
 }

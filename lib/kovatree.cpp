@@ -25,6 +25,12 @@ struct wide_source {
     int next() { return *at ? lower(loc, *at++) : units_end; }
 };
 
+struct table_source { // bytes of a single-byte code set
+    const unsigned char *table;
+    const ko_mchar_t *at;
+    int next() { return *at ? table[*at++] : units_end; }
+};
+
 struct widened_source {
     kovaloc *loc;
     const ko_mchar_t *at;
@@ -160,12 +166,12 @@ void free_mb_cache(mb_tnode *root) { free_nodes(root); }
 
 // ---- Look-up ------------------------------------------------------------------------------------
 
-static wc_found look_up(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text) {
-    wide_source in = {loc, text};
+template <class Source, class Unit>
+static inline wc_found look_up(Source in, const wc_tnode *root, const Unit *text) {
     wc_found found = {};
     found.node = find(root, in, &found.seen);
     if (found.node)
-        found.len = found.seen;
+        found.len = static_cast<int>(in.at - text);
     else
         found.node = find_nothing(root);
     return found;
@@ -173,9 +179,17 @@ static wc_found look_up(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *te
 
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text) {
     if (!root) return {};
-    if (loc->exp.sb_tolower_table) return look_up(loc, root, text);
+    if (loc->exp.sb_tolower_table) return look_up(wide_source{loc, text}, root, text);
     errno_guard kept(loc); // what is no character has no lower case
-    return look_up(loc, root, text);
+    return look_up(wide_source{loc, text}, root, text);
+}
+
+wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text) {
+    if (!root) return {};
+    if (const unsigned char *table = loc->exp.sb_tolower_table)
+        return look_up(table_source{table, text}, root, text);
+    errno_guard kept(loc);
+    return look_up(widened_source{loc, text}, root, text);
 }
 
 int validate_wc_string(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *wcs, int *wcslen,

@@ -40,6 +40,7 @@ struct wc_found {
     int seen;
 };
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
+wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text); // len in bytes
 
 // The eight trees of a record's times, by its wide names, their nodes in one block. 0; -1 with the
 // error word set.
