@@ -3,7 +3,6 @@
 
 #include <float.h>
 #include <stdio.h>
-#include <string.h>
 
 constexpr int right_precision_max = 100;
 constexpr int right_precision_default = 2;
@@ -11,43 +10,56 @@ constexpr int decimals = 6; // of an amount before it is rounded
 
 // ---- Digits -------------------------------------------------------------------------------------
 
+constexpr double scaled_max = 1e18; // amounts from here on are whole
+constexpr int digits_room = DBL_MAX_10_EXP + 8;
+
 // A rounded amount without its sign.
 struct mon_digits {
-    char text[DBL_MAX_10_EXP + 8]; // digits of the whole part; or "inf", "nan"
+    unsigned char text[digits_room]; // characters of the code set
+    const unsigned char *first;      // digits of the whole part; or "inf", "nan"
     int len;
     unsigned fraction; // the first digits behind the decimal symbol, at most six
     bool number;
 };
 
-static constexpr uint64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
+static constexpr int64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
+// Multiplying six decimals by one of these and dropping 40 bits divides by the power, exactly.
+static constexpr auto reciprocals = [] {
+    std::array<uint64_t, decimals> values{};
+    for (size_t i = 0; i < values.size(); ++i)
+        values[i] = (uint64_t{1} << 40) / static_cast<uint64_t>(powers[i]) + 1;
+    return values;
+}();
 
 // Six decimals of a part below 1, of its exact value, ties to even; 1000000 where it rounds up
 // to 1.
-static uint64_t six_decimals(double part) {
+static int64_t six_decimals(double part) {
     if (part < 0x1p-22) return 0; // below half of the sixth decimal
     // The shift makes an integer below 2^63 of the part, whatever its exponent.
     const bool small = part < 0x1p-11;
-    const uint64_t scaled = static_cast<uint64_t>(part * (small ? 0x1p74 : 0x1p63));
-    const uint64_t low = (scaled & 0xFFFFFFFFu) * powers[decimals];
-    const uint64_t high = (scaled >> 32) * powers[decimals] + (low >> 32);
+    const int64_t scaled = static_cast<int64_t>(part * (small ? 0x1p74 : 0x1p63));
+    const int64_t low = (scaled & 0xFFFFFFFF) * powers[decimals];
+    const int64_t high = (scaled >> 32) * powers[decimals] + (low >> 32);
     const int shift = small ? 42 : 31;
-    const uint64_t rest = (high & ((uint64_t{1} << shift) - 1)) << 1 | ((low & 0xFFFFFFFFu) != 0);
-    const uint64_t half = uint64_t{1} << shift, digits = high >> shift;
+    const int64_t half = int64_t{1} << shift, digits = high >> shift;
+    const int64_t rest = (high & (half - 1)) << 1 | ((low & 0xFFFFFFFF) != 0);
     return digits + (rest > half || (rest == half && digits & 1));
 }
 
-// Rounds an amount below 10^18: halves of the digit behind the last go up. Digits behind that one
-// have no say, on purpose.
-static uint64_t round_amount(double amount, int right, unsigned *fraction) {
-    uint64_t whole = static_cast<uint64_t>(amount);
-    uint64_t six = six_decimals(amount - static_cast<double>(whole));
+// Rounds an amount below scaled_max: halves of the digit behind the last go up. Digits behind that
+// one have no say, on purpose.
+static int64_t round_amount(double amount, int right, unsigned *fraction) {
+    int64_t whole = static_cast<int64_t>(amount);
+    int64_t six = six_decimals(amount - static_cast<double>(whole));
     if (six == powers[decimals]) {
         six = 0;
         ++whole;
     }
     if (right < decimals) {
-        const uint64_t kept = six / powers[decimals - 1 - right];
-        six = kept / 10 + (kept % 10 >= 5);
+        const int64_t kept = static_cast<int64_t>(
+            static_cast<uint64_t>(six) * reciprocals[static_cast<size_t>(decimals - 1 - right)] >>
+            40);
+        six = (kept + 5) / 10;
         if (six == powers[right]) {
             six = 0;
             ++whole;
@@ -57,24 +69,34 @@ static uint64_t round_amount(double amount, int right, unsigned *fraction) {
     return whole;
 }
 
-static void take_digits(double amount, int right, mon_digits *d) {
+// Characters of ASCII at the front of the text, as the code set has them.
+static void set_text(const kovaloc *loc, mon_digits *d, const char *ascii, int len) {
+    d->len = len;
+    for (int i = 0; i < len; ++i)
+        d->text[i] = static_cast<unsigned char>(native(loc, ascii[i]));
+}
+
+static void take_digits(const kovaloc *loc, double amount, int right, mon_digits *d) {
     const double magnitude = amount < 0 ? -amount : amount;
+    d->first = d->text;
     d->fraction = 0;
     d->number = magnitude <= DBL_MAX;
-    if (!d->number) {
-        memcpy(d->text, magnitude > DBL_MAX ? "inf" : "nan", 4);
-        d->len = 3;
-    } else if (magnitude >= 1e18) { // a whole number
-        d->len = snprintf(d->text, sizeof d->text, "%.0f", magnitude);
-    } else {
-        uint64_t whole = round_amount(magnitude, right, &d->fraction);
-        char *const end = d->text + 20, *p = end;
-        do
-            *--p = static_cast<char>('0' + whole % 10);
-        while (whole /= 10);
-        d->len = static_cast<int>(end - p);
-        memmove(d->text, p, static_cast<size_t>(d->len));
+    if (!d->number) return set_text(loc, d, magnitude > DBL_MAX ? "inf" : "nan", 3);
+    if (magnitude >= scaled_max) {
+        char whole[digits_room];
+        return set_text(loc, d, whole, snprintf(whole, sizeof whole, "%.0f", magnitude));
     }
+    const unsigned zero = native(loc, '0');
+    unsigned char *const end = d->text + 20, *p = end;
+    uint64_t whole = static_cast<uint64_t>(round_amount(magnitude, right, &d->fraction));
+    for (; whole > UINT32_MAX; whole /= 10)
+        *--p = static_cast<unsigned char>(zero + whole % 10);
+    uint32_t rest = static_cast<uint32_t>(whole);
+    do
+        *--p = static_cast<unsigned char>(zero + rest % 10);
+    while (rest /= 10);
+    d->first = p;
+    d->len = static_cast<int>(end - p);
 }
 
 // Separators between the groups of that many digits.
@@ -210,7 +232,7 @@ static bool measure(kovaloc *loc, const mon_positions &positions, const mon_dire
     const bool negative = amount < 0;
     item->mask = mon_mask(positions.side[negative]);
     item->right = right_precision(&loc->monum_info, d);
-    take_digits(amount, item->right, &item->digits);
+    take_digits(loc, amount, item->right, &item->digits);
     if (!item->digits.number) item->right = 0;
     item->sign = item->separator = item->radix = {};
     item->fill = item->separators = item->front = item->back = 0;
@@ -251,26 +273,24 @@ static ko_wchar_t *put_string(ko_wchar_t *out, const wide_symbol &s) {
 }
 
 // The whole part, from the right.
-static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_item &item) {
-    const int *group = loc->monum_info.group_mon;
-    const wide_symbol &separator = item.separator;
-    ko_wchar_t *const end = out + item.digits.len + item.separators * separator.len, *p = end;
-    int64_t left = item.separators;
-    int at = 0, room = left ? next_mon_group(group, &at) : item.digits.len;
-    for (int i = item.digits.len; i-- > 0; --room) {
-        if (!room) {
-            p -= separator.len;
-            put_string(p, separator);
-            room = --left ? next_mon_group(group, &at) : item.digits.len;
-        }
-        *--p = native(loc, item.digits.text[i]);
+static ko_wchar_t *put_grouped(const int *group, ko_wchar_t *out, const mon_item &item) {
+    const unsigned char *const first = item.digits.first, *from = first + item.digits.len;
+    ko_wchar_t *const end = out + item.digits.len + item.separators * item.separator.len, *p = end;
+    int at = 0;
+    for (int64_t left = item.separators; left > 0; --left) {
+        for (int n = next_mon_group(group, &at); n > 0; --n)
+            *--p = *--from;
+        p -= item.separator.len;
+        put_string(p, item.separator);
     }
+    while (from > first)
+        *--p = *--from;
     return end;
 }
 
 static ko_wchar_t *put_value(const kovaloc *loc, ko_wchar_t *out, const mon_directive &d,
                              const mon_item &item) {
-    out = put_grouped(loc, put(out, d.fill, item.fill), item);
+    out = put_grouped(loc->monum_info.group_mon, put(out, d.fill, item.fill), item);
     if (!item.right) return out;
     out = put_string(out, item.radix);
     const int known = item.right < decimals ? item.right : decimals;
