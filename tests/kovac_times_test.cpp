@@ -29,16 +29,17 @@ TEST(KovacTimes, SpellsWhatTheLibrarySpellsOtherwise) {
     }
 }
 
-TEST(KovacTimes, CountsTheYearsOfErasThroughZero) {
+TEST(KovacTimes, SpellsErasInTheLibrarysWay) {
     static const char *const rows[][2] = {
         {"+:1:-543/01/01:+*:B.E.:%EC %Ey",      "+:1:-542/01/01:+*:B.E.:%EC %Ey"     },
         {"-:1:-0001/12/31:-*:BC:%EC%Ey",        "-:1:0/12/31:-*:BC:%EC%Ey"           },
         {"+:2:2020/01/01:-5/1/1:R:-6/%EC:-7/1", "+:2:2020/01/01:-4/1/1:R:-6/%EC:-7/1"},
+        {"+:1:1911/12/31:-*:BR:%EC",            "-:1:1911/12/31:-*:BR:%EC"           },
         {"-5/1:-4/1:-3/1",                      "-5/1:-4/1:-3/1"                     },
     };
     for (const auto &r : rows) {
         std::vector<uint32_t> definition = codes(r[0]);
-        count_years_through_zero(definition);
+        library_era(definition);
         EXPECT_EQ(std::string(definition.begin(), definition.end()), r[1]);
     }
 }

@@ -20,26 +20,12 @@ class PeerMoney : public PeerTest {
         const std::vector<ko_wchar_t> wide(format.c_str(), format.c_str() + format.size() + 1);
         ko_wchar_t out[300] = {};
         EXPECT_GE(ko_wcsfmon(loc, out, 299, wide.data(), amount), 0);
-        std::string text;
-        for (const ko_wchar_t *c = out; *c; ++c)
-            add(text, *c);
-        return text;
+        return peer_text(out);
     }
     std::string theirs(const std::string &format, double amount) const {
         char out[600];
         const ssize_t size = strfmon_l(out, sizeof out, peer, format.c_str(), amount);
         return size < 0 ? "failed" : std::string(out, static_cast<size_t>(size));
-    }
-    // The bytes that the C library has for a character.
-    void add(std::string &text, ko_wchar_t c) const {
-        if (GetParam().unicode() && c > 0x7F) {
-            if (c > 0x7FF) text += static_cast<char>(0xE0 | c >> 12);
-            text += static_cast<char>(c > 0x7FF ? 0x80 | (c >> 6 & 0x3F) : 0xC0 | c >> 6);
-            text += static_cast<char>(0x80 | (c & 0x3F));
-        } else {
-            if (c > 0xFF) text += static_cast<char>(c >> 8);
-            text += static_cast<char>(c);
-        }
     }
 };
 

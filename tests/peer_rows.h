@@ -65,6 +65,23 @@ class PeerTest : public testing::TestWithParam<peer_row> {
         if (peer) freelocale(peer);
     }
 
+    // The bytes that the C library has for a text.
+    static std::string peer_text(const ko_wchar_t *wide) {
+        std::string text;
+        for (; *wide; ++wide) {
+            const ko_wchar_t c = *wide;
+            if (GetParam().unicode() && c > 0x7F) {
+                if (c > 0x7FF) text += static_cast<char>(0xE0 | c >> 12);
+                text += static_cast<char>(c > 0x7FF ? 0x80 | (c >> 6 & 0x3F) : 0xC0 | c >> 6);
+                text += static_cast<char>(0x80 | (c & 0x3F));
+            } else {
+                if (c > 0xFF) text += static_cast<char>(c >> 8);
+                text += static_cast<char>(c);
+            }
+        }
+        return text;
+    }
+
     locale_t peer = nullptr, before = nullptr;
     ko_lc_t loc = nullptr;
 };

@@ -83,7 +83,7 @@ static std::vector<uint32_t> source_codes(const text_job &job, const token &t,
     if (!job.formats) return codes;
     std::vector<std::string> dropped;
     std::vector<uint32_t> format = library_format(codes, dropped);
-    count_years_through_zero(format);
+    library_era(format);
     for (const std::string &directive : dropped) {
         warning(job.diag, t.pos, "nothing says \"" + directive + "\" in a time format: dropped");
     }

@@ -109,7 +109,15 @@ std::vector<uint32_t> library_format(const std::vector<uint32_t> &format,
 
 static bool is_digit(uint32_t c) { return c >= '0' && c <= '9'; }
 
-void count_years_through_zero(std::vector<uint32_t> &definition) {
+// The year behind a sign at a place, moved behind it; the sources have no year 0.
+static std::string counted_year(const std::vector<uint32_t> &definition, size_t &at) {
+    long year = 0;
+    while (at + 1 < definition.size() && is_digit(definition[at + 1]) && year < 100000)
+        year = year * 10 + long(definition[++at] - '0');
+    return std::to_string(1 - year);
+}
+
+void library_era(std::vector<uint32_t> &definition) {
     if (definition.size() < 2 || (definition[0] != '+' && definition[0] != '-')) return;
     if (definition[1] != ':') return;
     std::vector<uint32_t> out;
@@ -118,12 +126,11 @@ void count_years_through_zero(std::vector<uint32_t> &definition) {
         field += definition[at] == ':';
         out.push_back(definition[at]);
         const bool dates = definition[at] == ':' && (field == 2 || field == 3); // start and end
-        if (!dates || at + 2 >= definition.size() || definition[at + 1] != '-') continue;
-        if (!is_digit(definition[at + 2])) continue;
-        long year = 0;
-        for (++at; at + 1 < definition.size() && is_digit(definition[at + 1]) && year < 100000;)
-            year = year * 10 + long(definition[++at] - '0');
-        const std::string counted = std::to_string(1 - year);
+        if (!dates || at + 2 >= definition.size()) continue;
+        const uint32_t sign = definition[at + 1], next = definition[at + 2];
+        if (next == '*' && field == 3) out[0] = sign;
+        if (sign != '-' || !is_digit(next)) continue;
+        const std::string counted = counted_year(definition, ++at);
         out.insert(out.end(), counted.begin(), counted.end());
     }
     definition = out;

@@ -13,7 +13,7 @@ std::vector<uint32_t> library_format(const std::vector<uint32_t> &format,
                                      std::vector<std::string> &dropped);
 
 // Counts the years of an era's definition through a year 0, which the sources lack: -543 becomes
-// -542. Other strings stay as they are.
-void count_years_through_zero(std::vector<uint32_t> &definition);
+// -542. An era without end counts in the direction of that end. Other strings stay as they are.
+void library_era(std::vector<uint32_t> &definition);
 
 } // namespace kovac
