@@ -51,9 +51,7 @@ fmt_mark negative_mark(const kovaloc *loc) {
     return mark_of(loc, m.num_negative_sign, m.w_num_negative_sign, '-');
 }
 
-fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m) {
-    if (negative) return negative_mark(loc);
-    if (!(m.flags & (fmt_plus | fmt_space))) return {};
+fmt_mark blank_or_positive_mark(const kovaloc *loc, const format_modifiers &m) {
     const fmt_mark sign = positive_mark(loc);
     if (m.flags & fmt_plus) return sign;
     return {.len = sign.len, .unit = native(loc, ' ')};

@@ -27,8 +27,12 @@ fmt_mark decimal_mark(const kovaloc *loc);
 fmt_mark separator_mark(const kovaloc *loc);
 fmt_mark positive_mark(const kovaloc *loc);
 fmt_mark negative_mark(const kovaloc *loc);
+fmt_mark blank_or_positive_mark(const kovaloc *loc, const format_modifiers &m);
 // What stands before a number: a sign, or blanks in its place.
-fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m);
+inline fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m) {
+    if (negative) return negative_mark(loc);
+    return m.flags & (fmt_plus | fmt_space) ? blank_or_positive_mark(loc, m) : fmt_mark();
+}
 
 template <class Unit> inline Unit *put_units(Unit *at, ko_wchar_t unit, int64_t count) {
     for (; count > 0; --count)
@@ -89,13 +93,21 @@ inline void put_eight_digits(char *to, uint32_t value) {
     memcpy(to + 4, digit_pairs[low / 100].data(), 2);
     memcpy(to + 6, digit_pairs[low % 100].data(), 2);
 }
-// Writes a number of at most 16 digits at the end of the room and returns their count.
-inline int put_decimal(char *room, uint64_t number) {
-    put_eight_digits(room, static_cast<uint32_t>(number / 100000000));
-    put_eight_digits(room + 8, static_cast<uint32_t>(number % 100000000));
+inline int count_digits(uint64_t number) {
     const uint64_t odd = number | 1; // as many digits, and never none
     const int below = static_cast<int>(std::bit_width(odd)) * 1233 >> 12; // log 2
     return below + (odd >= powers_of_ten[static_cast<size_t>(below)]);
+}
+// Write a number, of at most 16 digits, at the end of the room and return their count.
+inline int put_decimal(char *room, uint64_t number) {
+    put_eight_digits(room, static_cast<uint32_t>(number / 100000000));
+    put_eight_digits(room + 8, static_cast<uint32_t>(number % 100000000));
+    return count_digits(number);
+}
+inline int put_decimal(char *room, uint32_t number) {
+    memcpy(room + 6, digit_pairs[number / 100000000].data(), 2);
+    put_eight_digits(room + 8, number % 100000000);
+    return count_digits(number);
 }
 
 // Digits in ASCII, first to last; zeros follow up to the total.
