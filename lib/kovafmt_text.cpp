@@ -4,6 +4,7 @@
 wide_text::~wide_text() { free_ptr(block); }
 
 int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
+    if (!loc->exp.mbstowcs) return fail(loc, KO_EILSEQ, -1); // a record without a code set
     const int len = loc->exp.mbstowcs(loc, text->local, mbs, wide_text_room);
     if (len < 0) return -1;
     if (len < wide_text_room) {

@@ -285,6 +285,9 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
     none.p_sign_posn = 1;
     EXPECT_EQ(fmon(empty, "%n", 1234.0), "1234.00");
     EXPECT_EQ(pmon(empty, "%n", "1234.00"), "1234; ");
+    ko_mchar_t bytes[8]; // there is no code set for them
+    EXPECT_EQ(ko_mbsfmon(empty, bytes, 7, mb("%n"), 1.0), -1);
+    EXPECT_EQ(*ko_ext_errno(empty), KO_EILSEQ);
     ko_lc_unload(empty);
 }
 
