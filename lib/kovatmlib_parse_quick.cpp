@@ -12,6 +12,7 @@ template <class Unit> struct quick_reader {
     time_info *ti;
     unsigned plain; // units below it are characters of their own value
     unsigned zero;  // the digit
+    unsigned set;   // what becomes time_info::set
 };
 
 template <class Unit> static inline bool is_blank(const quick_reader<Unit> *r, unsigned unit) {
@@ -27,7 +28,8 @@ template <class Unit> static inline void skip_blanks(quick_reader<Unit> *r) {
 
 // No sign and at most nine digits, in the range that a directive allows.
 template <class Unit>
-static inline bool take_number(quick_reader<Unit> *r, const time_reading &rule) {
+[[gnu::always_inline]] static inline bool take_number(quick_reader<Unit> *r,
+                                                      const time_reading &rule) {
     if (*r->at - r->zero > 9) skip_blanks(r);
     const Unit *const start = r->at;
     unsigned number = 0;
@@ -39,7 +41,7 @@ static inline bool take_number(quick_reader<Unit> *r, const time_reading &rule) 
     time_info *const ti = r->ti;
     if (value == 7 && rule.field == &time_info::week_day) value = 0;
     ti->*rule.field = value - rule.bias;
-    ti->set = (ti->set & ~rule.clear) | rule.set;
+    r->set = (r->set & ~rule.clear) | rule.set;
     if (rule.type) ti->*rule.type = rule.type_value;
     return true;
 }
@@ -58,12 +60,12 @@ template <class Unit> static bool take_name(quick_reader<Unit> *r, const time_di
     time_info *const ti = r->ti;
     if (row.view == time_view::month_index) {
         ti->monidx = take_one_of(r, t->full_mon_cache, t->abbr_mon_cache);
-        ti->set = (ti->set & ~ko_ulong_t{seen_mon}) | seen_monidx;
+        r->set = (r->set & ~unsigned{seen_mon}) | seen_monidx;
         return ti->monidx >= 0;
     }
     if (row.view != time_view::plain) return false;
     ti->week_day = take_one_of(r, t->full_day_cache, t->abbr_day_cache);
-    ti->set |= seen_week_day;
+    r->set |= seen_week_day;
     return ti->week_day >= 0;
 }
 
@@ -86,7 +88,8 @@ template <class Unit> static bool take_parts(quick_reader<Unit> *r, const char *
 }
 
 template <class Unit>
-static inline bool take_directive(quick_reader<Unit> *r, const time_directive &row) {
+[[gnu::always_inline]] static inline bool take_directive(quick_reader<Unit> *r,
+                                                         const time_directive &row) {
     switch (row.kind) {
     case time_kind::number:
     case time_kind::day:
@@ -122,6 +125,7 @@ template <class Unit> static const Unit *read_quickly(quick_reader<Unit> *r, con
             if (!row || !take_directive(r, *row)) return nullptr;
             format += 2;
         } else if (!unit) {
+            r->ti->set = r->set;
             return r->at;
         } else if (unit >= r->plain) {
             const int n = same_character(r, format);
@@ -140,7 +144,7 @@ template <class Unit> static const Unit *read_quickly(quick_reader<Unit> *r, con
 
 const ko_wchar_t *quick_read(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
                              time_info *ti) {
-    quick_reader<ko_wchar_t> r = {loc, text, ti, 0x10000, native(loc, '0')};
+    quick_reader<ko_wchar_t> r = {loc, text, ti, 0x10000, native(loc, '0'), 0};
     return read_quickly(&r, format);
 }
 
@@ -152,6 +156,6 @@ const ko_mchar_t *quick_read(kovaloc *loc, const ko_mchar_t *text, const ko_mcha
         if (!flat || !flat->plain_ascii) return nullptr;
         plain = 0x80;
     }
-    quick_reader<ko_mchar_t> r = {loc, text, ti, plain, native(loc, '0')};
+    quick_reader<ko_mchar_t> r = {loc, text, ti, plain, native(loc, '0'), 0};
     return read_quickly(&r, format);
 }

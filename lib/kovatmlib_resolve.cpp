@@ -4,36 +4,53 @@
 #include <limits.h>
 #include <string.h>
 
-static void set_clock(const time_info &ti, ko_alt_tm_t *tm) {
-    if (ti.set & seen_usec) tm->alt_tm_usec = ti.usec;
-    if (ti.set & seen_second) tm->alt_tm_sec = ti.second;
-    if (ti.set & seen_minute) tm->alt_tm_min = ti.minute;
+// The fields of either kind of record.
+struct time_fields {
+    ko_long_t *usec;
+    int *sec, *min, *hour, *mday, *wday, *yday;
+};
+static inline time_fields fields_of(ko_tm_t *tm) {
+    return {&tm->tm_usec, &tm->tm_sec,  &tm->tm_min, &tm->tm_hour,
+            &tm->tm_mday, &tm->tm_wday, &tm->tm_yday};
+}
+static inline time_fields fields_of(ko_alt_tm_t *tm) {
+    return {&tm->alt_tm_usec, &tm->alt_tm_sec,  &tm->alt_tm_min, &tm->alt_tm_hour,
+            &tm->alt_tm_mday, &tm->alt_tm_wday, &tm->alt_tm_yday};
+}
+
+static inline void set_clock(const time_info &ti, const time_fields &tm) {
+    if (ti.set & seen_usec) *tm.usec = ti.usec;
+    if (ti.set & seen_second) *tm.sec = ti.second;
+    if (ti.set & seen_minute) *tm.min = ti.minute;
     if (ti.hour_type == clock_12 && ti.set & seen_hour12) {
         // Without morning or afternoon the hour stays as read, 12 included, on purpose.
-        tm->alt_tm_hour = ti.set & seen_ampm ? ti.hour12 % 12 + 12 * ti.ampm : ti.hour12;
+        *tm.hour = ti.set & seen_ampm ? ti.hour12 % 12 + 12 * ti.ampm : ti.hour12;
     } else if (ti.set & seen_hour24) {
-        tm->alt_tm_hour = ti.hour24;
+        *tm.hour = ti.hour24;
     }
 }
 
-static void set_days(const time_info &ti, ko_alt_tm_t *tm) {
-    if (ti.set & seen_year_day) tm->alt_tm_yday = ti.year_day;
-    if (ti.set & seen_month_day) tm->alt_tm_mday = ti.month_day;
-    if (ti.set & seen_week_day) tm->alt_tm_wday = ti.week_day;
+static inline void set_days(const time_info &ti, const time_fields &tm) {
+    if (ti.set & seen_year_day) *tm.yday = ti.year_day;
+    if (ti.set & seen_month_day) *tm.mday = ti.month_day;
+    if (ti.set & seen_week_day) *tm.wday = ti.week_day;
 }
 
-// A name and a number stand for each other in the Gregorian calendar alone; in the others the one
-// that is missing is -1, and conversion finds it.
-static void set_month(const ltime *t, time_info *ti, ko_alt_tm_t *tm) {
-    const unsigned both = seen_mon | seen_monidx, seen = ti->set & both;
+// A name and a number stand for each other in the Gregorian calendar.
+static inline void complete_month(time_info *ti) {
+    constexpr unsigned both = seen_mon | seen_monidx;
+    const unsigned seen = ti->set & both;
     if (!seen) return;
-    if (is_gregorian(t)) {
-        if (seen == seen_monidx) ti->mon = ti->monidx;
-        if (seen == seen_mon) ti->monidx = ti->mon;
-        ti->set |= both;
-    }
-    tm->alt_tm_mon = ti->set & seen_mon ? ti->mon : -1;
-    tm->alt_tm_monidx = ti->set & seen_monidx ? ti->monidx : -1;
+    if (seen == seen_monidx) ti->mon = ti->monidx;
+    if (seen == seen_mon) ti->monidx = ti->mon;
+    ti->set |= both;
+}
+
+// In the other calendars the one that is missing is -1, and conversion finds it.
+static void set_month(const time_info &ti, ko_alt_tm_t *tm) {
+    if (!(ti.set & (seen_mon | seen_monidx))) return;
+    tm->alt_tm_mon = ti.set & seen_mon ? ti.mon : -1;
+    tm->alt_tm_monidx = ti.set & seen_monidx ? ti.monidx : -1;
 }
 
 // ---- Years --------------------------------------------------------------------------------------
@@ -58,8 +75,9 @@ static int era_year(const ltime *t, const time_info &ti, bool *decided, int *yea
     const lera &named = t->decode_era[ti.era];
     for (int i = ti.era; i >= 0; i--) {
         const lera &era = t->decode_era[i];
-        if ((i == ti.era || same_name(era, named)) && year_in_era(era, ti, year)) {
-            *year -= 1900;
+        int found;
+        if ((i == ti.era || same_name(era, named)) && year_in_era(era, ti, &found)) {
+            *year = found - 1900;
             return 0;
         }
     }
@@ -77,8 +95,7 @@ static int short_year(kovaloc *loc, const time_info &ti, int algorithm, int *yea
     return 0;
 }
 
-static int set_year(kovaloc *loc, const time_info &ti, int algorithm, ko_alt_tm_t *tm) {
-    int *const year = &tm->alt_tm_year;
+static int set_year(kovaloc *loc, const time_info &ti, int algorithm, int *year) {
     if (ti.year_type == year_of_era) {
         bool decided;
         const int error = era_year(&loc->ltime_info, ti, &decided, year);
@@ -102,35 +119,40 @@ static int set_year(kovaloc *loc, const time_info &ti, int algorithm, ko_alt_tm_
 
 // Lays the date that was read over the caller's, in the locale's calendar. A caller's date outside
 // that calendar cannot stand for what was not read.
-static int set_local_date(kovaloc *loc, time_info *ti, int algorithm, ko_alt_tm_t *tm) {
+static int set_local_date(kovaloc *loc, const time_info &ti, int algorithm, ko_alt_tm_t *tm) {
     constexpr unsigned month = seen_mon | seen_monidx;
     constexpr unsigned year = seen_full_year | seen_year_off | seen_century;
-    if (!(ti->set & (seen_month_day | month | year | seen_era))) return set_days(*ti, tm), 0;
+    if (!(ti.set & (seen_month_day | month | year | seen_era))) {
+        set_days(ti, fields_of(tm));
+        return 0;
+    }
     ko_alt_tm_t local;
     if (ko_cal_gregorian_to_local(loc, tm, &local)) {
-        const bool has_year = ti->set & year || (ti->set & seen_era && ti->set & seen_mon);
-        if (!(ti->set & seen_month_day && ti->set & month && has_year)) return KO_EYEARRANGE;
+        const bool has_year = ti.set & year || (ti.set & seen_era && ti.set & seen_mon);
+        if (!(ti.set & seen_month_day && ti.set & month && has_year)) return KO_EYEARRANGE;
         local = *tm;
     }
-    set_days(*ti, &local);
-    set_month(&loc->ltime_info, ti, &local);
-    const int error = set_year(loc, *ti, algorithm, &local);
+    set_days(ti, fields_of(&local));
+    set_month(ti, &local);
+    const int error = set_year(loc, ti, algorithm, &local.alt_tm_year);
     if (error) return error;
     return ko_cal_local_to_gregorian(loc, &local, tm) ? KO_EYEARRANGE : 0;
 }
 
-int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *result) {
-    ko_alt_tm_t tm;
-    alt_from_tm(&tm, result);
-    set_clock(*ti, &tm);
-    int error = 0;
+int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm) {
     if (is_gregorian(&loc->ltime_info)) {
-        set_days(*ti, &tm);
-        set_month(&loc->ltime_info, ti, &tm);
-        error = set_year(loc, *ti, algorithm, &tm);
-    } else {
-        error = set_local_date(loc, ti, algorithm, &tm);
+        complete_month(ti);
+        const int error = set_year(loc, *ti, algorithm, &tm->tm_year); // stores nothing with one
+        if (error) return error;
+        if (ti->set & seen_mon) tm->tm_mon = ti->mon;
+        set_clock(*ti, fields_of(tm));
+        set_days(*ti, fields_of(tm));
+        return 0;
     }
-    if (!error) tm_from_alt(result, &tm);
+    ko_alt_tm_t alt;
+    alt_from_tm(&alt, tm);
+    set_clock(*ti, fields_of(&alt));
+    const int error = set_local_date(loc, *ti, algorithm, &alt);
+    if (!error) tm_from_alt(tm, &alt);
     return error;
 }

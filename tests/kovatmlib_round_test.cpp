@@ -61,11 +61,12 @@ static std::string letters_of(ko_lc_t loc, const ko_wchar_t *format, int depth =
     std::string letters;
     for (; format && *format && depth < 4; ++format) {
         if (portable(record(loc), *format) != '%') continue;
-        const ko_wchar_t *const start = format + 1;
-        do
-            ++format;
-        while (strchr("-+ #'.0123456789", static_cast<int>(portable(record(loc), *format))));
-        const bool bare = format == start;
+        bool bare = true, precision = false;
+        do {
+            const unsigned c = portable(record(loc), *++format);
+            precision |= c == '.';
+            bare &= precision || c - '1' > 8; // no width
+        } while (strchr("-+ #'.0123456789", static_cast<int>(portable(record(loc), *format))));
         char letter = static_cast<char>(portable(record(loc), *format));
         const bool era = letter == 'E', prefix = era || letter == 'O';
         const bool skipped = era ? !t.era_count : t.max_alt_digits < 2;
