@@ -135,7 +135,8 @@ static int format_char(fmt_out<Unit> *out, ko_wchar_t wc, const format_modifiers
 // The character that mb begins with; -1 with the error word set where there is none.
 static int first_char(kovaloc *loc, const ko_mchar_t *mb, ko_wchar_t *wc) {
     if (!mb) return fail(loc, KO_ENULL, -1);
-    const int n = ko_full_mbtowc(loc, wc, mb, 4);
+    *wc = *mb;
+    const int n = !loc->exp.single_byte ? ko_full_mbtowc(loc, wc, mb, 4) : *mb ? 1 : 0;
     return n ? n : fail(loc, KO_EILSEQ, -1);
 }
 
