@@ -445,8 +445,8 @@ TEST_F(KovaCli, DrawsAMonthOfTheLocalesCalendar) {
 }
 
 TEST_F(KovaCli, HelpsWithEveryCommandAndRefusesWrongUsage) {
-    for (const char *command :
-         {"sort", "compare", "key", "upper", "lower", "classify", "info", "locales", "cal"}) {
+    for (const char *command : {"sort", "compare", "key", "upper", "lower", "classify", "info",
+                                "locales", "cal", "width", "trim", "count"}) {
         const outcome got = kova({command, "--help"});
         EXPECT_EQ(got.status, 0);
         EXPECT_NE(got.out.find("Examples:\n  kova "), std::string::npos) << command;

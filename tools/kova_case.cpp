@@ -1,21 +1,17 @@
 // kova upper and kova lower: texts and files with every character's case partner.
 #include <algorithm>
-#include <cstdio>
 
-#include "kova_cli.h"
-#include "kova_io.h"
 #include "kova_locale.h"
-#include "kova_text.h"
+#include "kova_read.h"
 
 namespace kovacli {
 
 struct case_job {
     codec code;
-    bool upper = true, replace = false;
+    bool upper = true;
     std::vector<ko_wchar_t> wide, mapped;
     std::string bytes;
-    uint64_t left = 0; // bad characters left as they were
-    std::string first_left;
+    bad_count bad;
 };
 
 // Maps wide[0, units) into mapped. The library's strings end at a null character.
@@ -51,38 +47,17 @@ static void map_argument(case_job &job, const std::string &text, output &out) {
     write_mapped(job, job.wide.size(), out);
 }
 
-static std::string place(const input &in, uint64_t line) {
-    return in.name + ":" + std::to_string(line) + ": byte offset " + std::to_string(in.offset);
-}
-
 static void map_file(case_job &job, const std::string &path, output &out) {
-    input in;
-    open(in, path);
-    uint64_t line = 1;
-    while (in.at < in.fill || more(in)) {
-        const unsigned char *text = in.block.data() + in.at;
-        bad_character bad;
-        job.wide.resize(in.fill - in.at);
-        const size_t units = decode(job.code, text, in.fill - in.at, job.wide.data(), bad);
-        line += uint64_t(std::count(job.wide.begin(), job.wide.begin() + std::ptrdiff_t(units),
-                                    job.code.newline));
-        write_mapped(job, units, out);
-        take(in, bad.why == fault::none ? in.fill - in.at : bad.offset);
-        if (bad.why == fault::none || (bad.why == fault::cut && more(in))) continue;
-        if (!job.replace)
-            throw failure(bad_text, place(in, line) + ": " + describe(job.code, bad) +
-                                        hint(job.code, bad) + ", --replace leaves it as it is");
-        if (job.left++ == 0) job.first_left = place(in, line);
-        write(out, in.block.data() + in.at, bad.len);
-        take(in, bad.len);
-    }
+    read_text(
+        job.code, path, job.wide, job.bad, [&](size_t units) { write_mapped(job, units, out); },
+        [&](const unsigned char *bytes, size_t count) { write(out, bytes, count); });
 }
 
 int run_case(const common_options &common, const case_options &options) {
     locale_handle handle;
     case_job job;
     job.upper = options.upper;
-    job.replace = options.replace;
+    job.bad = {.replace = options.replace, .with_replace = "leaves it as it is"};
     open_with_codec(common, options.locale, handle, job.code);
     output out;
     for (const std::string &text : options.texts)
@@ -91,10 +66,7 @@ int run_case(const common_options &common, const case_options &options) {
         map_file(job, path, out);
     if (options.texts.empty() && options.files.empty()) map_file(job, "-", out);
     finish(out);
-    if (job.left)
-        std::fprintf(stderr, "kova: %llu bad character%s left as found, the first at %s\n",
-                     static_cast<unsigned long long>(job.left), job.left == 1 ? "" : "s",
-                     job.first_left.c_str());
+    tell_bad(job.bad, "left as found");
     return done;
 }
 

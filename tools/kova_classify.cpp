@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include "kova_cli.h"
-#include "kova_io.h"
 #include "kova_locale.h"
+#include "kova_read.h"
 #include "kova_table.h"
-#include "kova_text.h"
 
 namespace kovacli {
 
@@ -143,33 +141,18 @@ static void add_rows(const codec &code, const std::vector<class_name> &classes,
 
 struct counts {
     std::vector<uint64_t> of_wide = std::vector<uint64_t>(65536);
-    uint64_t bytes = 0, bad = 0;
+    uint64_t bytes = 0;
+    bad_count bad;
 };
 
-static void count_file(const codec &code, const std::string &path, bool replace, counts &count) {
-    input in;
-    open(in, path);
+static void count_file(const codec &code, const std::string &path, counts &count) {
     std::vector<ko_wchar_t> wide;
-    uint64_t line = 1;
-    while (in.at < in.fill || more(in)) {
-        bad_character bad;
-        wide.resize(in.fill - in.at);
-        const size_t units =
-            decode(code, in.block.data() + in.at, in.fill - in.at, wide.data(), bad);
-        for (size_t i = 0; i < units; ++i) {
+    const auto add = [&](size_t units) {
+        for (size_t i = 0; i < units; ++i)
             ++count.of_wide[wide[i]];
-            line += wide[i] == code.newline;
-        }
-        take(in, bad.why == fault::none ? in.fill - in.at : bad.offset);
-        if (bad.why == fault::none || (bad.why == fault::cut && more(in))) continue;
-        if (!replace)
-            throw failure(bad_text, in.name + ":" + std::to_string(line) + ": byte offset " +
-                                        std::to_string(in.offset) + ": " + describe(code, bad) +
-                                        hint(code, bad) + ", --replace counts it and goes on");
-        ++count.bad;
-        take(in, bad.len);
-    }
-    count.bytes += in.offset;
+    };
+    count.bytes +=
+        read_text(code, path, wide, count.bad, add, [](const unsigned char *, size_t) {});
 }
 
 static void write_counts(const codec &code, const std::vector<class_name> &classes,
@@ -198,7 +181,7 @@ static void write_counts(const codec &code, const std::vector<class_name> &class
     add("all characters", all);
     add("lines", count.of_wide[code.newline]);
     add("bytes", count.bytes);
-    if (count.bad) add("bad characters", count.bad);
+    if (count.bad.count) add("bad characters", count.bad.count);
     write_table(out, rows);
 }
 
@@ -210,9 +193,10 @@ int run_classify(const common_options &common, const classify_options &options) 
     output out;
     if (options.count) {
         counts count;
+        count.bad = {.replace = options.replace, .with_replace = "counts it and goes on"};
         for (const std::string &path : options.files)
-            count_file(code, path, options.replace, count);
-        if (options.files.empty()) count_file(code, "-", options.replace, count);
+            count_file(code, path, count);
+        if (options.files.empty()) count_file(code, "-", count);
         write_counts(code, classes, count, out);
     } else {
         add_mapping(handle, data, code); // code points are a courtesy where the form is bytes

@@ -3,32 +3,25 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdio>
 
-#include "kova_cli.h"
-#include "kova_io.h"
 #include "kova_locale.h"
+#include "kova_read.h"
 #include "kova_table.h"
-#include "kova_text.h"
 
 namespace kovacli {
 
 struct text_job {
     codec code;
-    bool replace = false;
-    const char *with_replace = "";       // what --replace does
     std::array<int8_t, 65536> columns{}; // by wide character, -1 for none
     std::array<bool, 65536> space{};
     std::vector<ko_wchar_t> wide;
-    uint64_t bad = 0;
-    std::string first_bad;
+    bad_count bad;
 };
 
 static void open_job(text_job &job, const common_options &common, const measure_options &options,
                      locale_handle &handle, const char *with_replace) {
     open_with_codec(common, options.locale, handle, job.code);
-    job.replace = options.replace;
-    job.with_replace = with_replace;
+    job.bad = {.replace = options.replace, .with_replace = with_replace};
     for (unsigned wide = 0; wide < 65536; ++wide) {
         const auto wc = ko_wchar_t(wide);
         job.columns[wide] = int8_t(ko_wcwidth(handle.loc, wc));
@@ -36,50 +29,17 @@ static void open_job(text_job &job, const common_options &common, const measure_
     }
 }
 
-static void note_bad(text_job &job, const input &in, uint64_t line, const bad_character &bad) {
-    const std::string place =
-        in.name + ":" + std::to_string(line) + ": byte offset " + std::to_string(in.offset);
-    if (!job.replace)
-        throw failure(bad_text, place + ": " + describe(job.code, bad) + hint(job.code, bad) +
-                                    ", --replace " + job.with_replace);
-    if (job.bad++ == 0) job.first_bad = place;
-}
-
-// Hands a file's characters on, piece by piece, and the bytes of each that is none. Returns its
-// bytes.
+// Hands a file's characters and the bytes of each that is none on. Returns its bytes.
 template <class Units, class Bad>
-static uint64_t read_text(text_job &job, const std::string &path, Units take_units, Bad take_bad) {
-    input in;
-    open(in, path);
-    uint64_t line = 1;
-    while (in.at < in.fill || more(in)) {
-        const unsigned char *text = in.block.data() + in.at;
-        bad_character bad;
-        job.wide.resize(in.fill - in.at);
-        const size_t units = decode(job.code, text, in.fill - in.at, job.wide.data(), bad);
-        const ko_wchar_t *const wide = job.wide.data();
-        line += uint64_t(std::count(wide, wide + units, job.code.newline));
-        take_units(wide, units);
-        take(in, bad.why == fault::none ? in.fill - in.at : bad.offset);
-        if (bad.why == fault::none || (bad.why == fault::cut && more(in))) continue;
-        note_bad(job, in, line, bad);
-        take_bad(in.block.data() + in.at, bad.len);
-        take(in, bad.len);
-    }
-    return in.offset;
+static uint64_t read_file(text_job &job, const std::string &path, Units take_units, Bad take_bad) {
+    return read_text(
+        job.code, path, job.wide, job.bad,
+        [&](size_t units) { take_units(job.wide.data(), units); }, take_bad);
 }
 
 static const std::vector<std::string> &files_of(const measure_options &options) {
     static const std::vector<std::string> standard_input = {"-"};
     return options.files.empty() ? standard_input : options.files;
-}
-
-static int tell_bad(const text_job &job, const char *what) {
-    if (job.bad)
-        std::fprintf(stderr, "kova: %llu bad character%s %s, the first at %s\n",
-                     static_cast<unsigned long long>(job.bad), job.bad == 1 ? "" : "s", what,
-                     job.first_bad.c_str());
-    return done;
 }
 
 // ---- width ----
@@ -127,14 +87,15 @@ int run_width(const common_options &common, const measure_options &options) {
         lines.text.clear();
     };
     for (const std::string &path : files_of(options)) {
-        read_text(job, path, units, [&](const unsigned char *, size_t) { add_columns(lines, -1); });
+        read_file(job, path, units, [&](const unsigned char *, size_t) { add_columns(lines, -1); });
         if (lines.begun) end_line(lines);
         write(out, lines.text);
         lines.text.clear();
     }
     if (options.widest) write(out, std::to_string(lines.widest) + "\n");
     finish(out);
-    return tell_bad(job, "found");
+    tell_bad(job.bad, "found");
+    return done;
 }
 
 // ---- trim ----
@@ -217,7 +178,7 @@ int run_trim(const common_options &common, const measure_options &options) {
     open(out, options.out);
     trimmer to{&job, &out, {}, {}, {}};
     for (const std::string &path : files_of(options)) {
-        read_text(
+        read_file(
             job, path, [&](const ko_wchar_t *wide, size_t count) { trim_units(to, wide, count); },
             [&](const unsigned char *bytes, size_t count) {
                 keep_pending(to);
@@ -227,7 +188,8 @@ int run_trim(const common_options &common, const measure_options &options) {
         to.pending.clear();
     }
     finish(out);
-    return tell_bad(job, "left as found");
+    tell_bad(job.bad, "left as found");
+    return done;
 }
 
 // ---- count ----
@@ -269,7 +231,7 @@ int run_count(const common_options &common, const measure_options &options) {
     text_counts all;
     for (const std::string &path : files_of(options)) {
         text_counts c;
-        c.bytes = read_text(
+        c.bytes = read_file(
             job, path,
             [&](const ko_wchar_t *wide, size_t count) { count_units(job, wide, count, c); },
             [&](const unsigned char *, size_t) { ++c.characters; });
@@ -283,7 +245,8 @@ int run_count(const common_options &common, const measure_options &options) {
     output out;
     write_table(out, rows);
     finish(out);
-    return tell_bad(job, "counted");
+    tell_bad(job.bad, "counted");
+    return done;
 }
 
 } // namespace kovacli
