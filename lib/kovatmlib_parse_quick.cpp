@@ -6,19 +6,49 @@
 
 #include <string.h>
 
+// The rows of the table again, small and by letter: how numbers are read.
+struct quick_rule {
+    int time_info::*field;
+    int time_info::*type; // NULL: none
+    uint16_t set, clear;
+    int16_t lo, hi, bias; // hi below 0: by the locale's months
+    uint8_t type_value;
+    time_kind kind; // forms: not taken here
+};
+static constexpr std::array<quick_rule, 128> quick_rules = [] {
+    std::array<quick_rule, 128> rules{};
+    for (quick_rule &rule : rules)
+        rule.kind = time_kind::forms;
+    for (const time_directive &row : time_directives) {
+        const time_reading &how = row.reading;
+        rules[static_cast<unsigned char>(row.letter)] = {
+            .field = how.field,
+            .type = how.type,
+            .set = static_cast<uint16_t>(how.set),
+            .clear = static_cast<uint16_t>(how.clear),
+            .lo = static_cast<int16_t>(how.lo),
+            .hi = static_cast<int16_t>(how.hi),
+            .bias = static_cast<int16_t>(how.bias),
+            .type_value = static_cast<uint8_t>(how.type_value),
+            .kind = row.kind == time_kind::day ? time_kind::number : row.kind,
+        };
+    }
+    return rules;
+}();
+
 template <class Unit> struct quick_reader {
     kovaloc *loc;
     const Unit *at;
     time_info *ti;
-    unsigned plain; // units below it are characters of their own value
-    unsigned zero;  // the digit
-    unsigned set;   // what becomes time_info::set
+    unsigned plain;          // units below it are characters of their own value
+    unsigned set;            // what becomes time_info::set
+    const uint16_t *classes; // of the characters below listed
+    unsigned listed;
 };
 
 template <class Unit> static inline bool is_blank(const quick_reader<Unit> *r, unsigned unit) {
-    if (const uint16_t *classes = r->loc->exp.sb_ctype_table)
-        return unit < 256 && classes[unit] & KO_CT_SPACE;
-    return unit < r->plain && wide_class(r->loc, static_cast<ko_wchar_t>(unit), KO_CT_SPACE);
+    if (unit < r->listed) return r->classes[unit] & KO_CT_SPACE;
+    return unit < r->plain && has_class(r->loc, static_cast<ko_wchar_t>(unit), KO_CT_SPACE);
 }
 
 template <class Unit> static inline void skip_blanks(quick_reader<Unit> *r) {
@@ -29,20 +59,20 @@ template <class Unit> static inline void skip_blanks(quick_reader<Unit> *r) {
 // No sign and at most nine digits, in the range that a directive allows.
 template <class Unit>
 [[gnu::always_inline]] static inline bool take_number(quick_reader<Unit> *r,
-                                                      const time_reading &rule) {
-    if (*r->at - r->zero > 9) skip_blanks(r);
+                                                      const quick_rule &rule) {
+    if (*r->at - 0u - '0' > 9) skip_blanks(r);
     const Unit *const start = r->at;
-    unsigned number = 0;
-    for (unsigned digit; (digit = *r->at - r->zero) <= 9; ++r->at)
+    unsigned number = *start - 0u - '0', digit;
+    if (number > 9) return false;
+    for (++r->at; (digit = *r->at - 0u - '0') <= 9; ++r->at)
         number = number * 10 + digit;
-    const int hi = rule.hi == by_months ? month_count(&r->loc->ltime_info) : rule.hi;
     int value = static_cast<int>(number);
-    if (r->at == start || r->at - start > 9 || value < rule.lo || value > hi) return false;
-    time_info *const ti = r->ti;
-    if (value == 7 && rule.field == &time_info::week_day) value = 0;
-    ti->*rule.field = value - rule.bias;
-    r->set = (r->set & ~rule.clear) | rule.set;
-    if (rule.type) ti->*rule.type = rule.type_value;
+    const int hi = rule.hi < 0 ? month_count(&r->loc->ltime_info) : rule.hi;
+    if (r->at - start > 9 || value < rule.lo || value > hi) return false;
+    if (value == 7 && rule.set == seen_week_day) value = 0;
+    r->ti->*rule.field = value - rule.bias;
+    r->set = (r->set & ~unsigned{rule.clear}) | rule.set;
+    if (rule.type) r->ti->*rule.type = rule.type_value;
     return true;
 }
 
@@ -79,28 +109,18 @@ template <class Unit> static inline bool take_sign(quick_reader<Unit> *r, unsign
 
 template <class Unit> static bool take_parts(quick_reader<Unit> *r, const char *parts) {
     for (; *parts; ++parts) {
-        const time_directive *const row = time_by_letter[static_cast<unsigned char>(*parts)];
-        const bool taken =
-            row ? take_number(r, row->reading) : take_sign(r, native(r->loc, *parts));
-        if (!taken) return false;
+        const quick_rule &rule = quick_rules[static_cast<unsigned char>(*parts)];
+        const bool number = rule.kind == time_kind::number;
+        if (!(number ? take_number(r, rule) : take_sign(r, static_cast<unsigned char>(*parts))))
+            return false;
     }
     return true;
 }
 
-template <class Unit>
-[[gnu::always_inline]] static inline bool take_directive(quick_reader<Unit> *r,
-                                                         const time_directive &row) {
-    switch (row.kind) {
-    case time_kind::number:
-    case time_kind::day:
-        return take_number(r, row.reading);
-    case time_kind::name:
-        return take_name(r, row);
-    case time_kind::parts:
-        return take_parts(r, row.parts);
-    default:
-        return false;
-    }
+template <class Unit> static bool take_other(quick_reader<Unit> *r, unsigned letter) {
+    const time_directive &row = *time_by_letter[letter];
+    if (row.kind == time_kind::name) return take_name(r, row);
+    return row.kind == time_kind::parts && take_parts(r, row.parts);
 }
 
 // A character of several bytes that is the same in both. Returns its bytes, 0 when it is another
@@ -116,13 +136,14 @@ static int same_character(const quick_reader<ko_mchar_t> *r, const ko_mchar_t *f
 static int same_character(const quick_reader<ko_wchar_t> *, const ko_wchar_t *) { return 0; }
 
 template <class Unit> static const Unit *read_quickly(quick_reader<Unit> *r, const Unit *format) {
-    const unsigned percent = native(r->loc, '%');
     for (;;) {
         const unsigned unit = *format;
-        if (unit == percent) {
-            const time_directive *const row =
-                find_directive(time_by_letter, portable(r->loc, format[1]));
-            if (!row || !take_directive(r, *row)) return nullptr;
+        if (unit == '%') {
+            const unsigned letter = format[1];
+            if (letter > 127 || quick_rules[letter].kind == time_kind::forms) return nullptr;
+            const quick_rule &rule = quick_rules[letter];
+            if (!(rule.kind == time_kind::number ? take_number(r, rule) : take_other(r, letter)))
+                return nullptr;
             format += 2;
         } else if (!unit) {
             r->ti->set = r->set;
@@ -142,20 +163,32 @@ template <class Unit> static const Unit *read_quickly(quick_reader<Unit> *r, con
     }
 }
 
+// Where digits and signs have places of their own the engine serves.
+template <class Unit>
+static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *format,
+                                  time_info *ti) {
+    quick_reader<Unit> r = {loc, text, ti, sizeof(Unit) == 1 ? 0x80 : 0x10000, 0, nullptr, 0};
+    const ctype_flat *const flat = flat_classes(loc);
+    if (loc->portable) return nullptr;
+    if (const uint16_t *classes = loc->exp.sb_ctype_table) {
+        r.classes = classes;
+        r.listed = 0x100;
+        if (sizeof(Unit) == 1) r.plain = 0x100;
+    } else if (flat && flat->plain_ascii) {
+        r.classes = flat->classes.item1;
+        r.listed = 0x80;
+    } else if (sizeof(Unit) == 1) {
+        return nullptr;
+    }
+    return read_quickly(&r, format);
+}
+
 const ko_wchar_t *quick_read(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
                              time_info *ti) {
-    quick_reader<ko_wchar_t> r = {loc, text, ti, 0x10000, native(loc, '0'), 0};
-    return read_quickly(&r, format);
+    return read_in(loc, text, format, ti);
 }
 
 const ko_mchar_t *quick_read(kovaloc *loc, const ko_mchar_t *text, const ko_mchar_t *format,
                              time_info *ti) {
-    unsigned plain = 0x100;
-    if (!loc->exp.single_byte) {
-        const ctype_flat *flat = flat_classes(loc);
-        if (!flat || !flat->plain_ascii) return nullptr;
-        plain = 0x80;
-    }
-    quick_reader<ko_mchar_t> r = {loc, text, ti, plain, native(loc, '0'), 0};
-    return read_quickly(&r, format);
+    return read_in(loc, text, format, ti);
 }
