@@ -55,10 +55,9 @@ static bool scale(binary value, int decimals, uint64_t *number) {
     *number = 0;
     if (shift >= 128) return true; // the product has 117 bits
     wide_product whole = product >> shift;
-    if (shift) {
-        const wide_product rest = product - (whole << shift);
+    if (shift) { // adding a half, or just less to an even number, carries where it rounds up
         const wide_product half = static_cast<wide_product>(1) << (shift - 1);
-        if (rest > half || (rest == half && (whole & 1))) ++whole;
+        whole = (product + half - 1 + (whole & 1)) >> shift;
     }
     *number = whole >> 64 ? UINT64_MAX : static_cast<uint64_t>(whole);
     return true;
