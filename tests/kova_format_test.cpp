@@ -98,3 +98,24 @@ TEST(KovaFormat, WritesAndReadsNumbers) {
     };
     expect_rows(rows, std::size(rows));
 }
+
+TEST(KovaFormat, ReadsDates) {
+    static const format_row rows[] = {
+        {"parse-date de_DE.8859-1 '%d. %B %Y %T' '21. März 1999 1:2:3'",       0,
+         "1999-03-21 01:02:03\n"                                                                                        },
+        {"parse-date ja_JP.EUC-JP '%EY%m月%d日%iF' '平成2年1月8日.5 x'", 0,
+         "1990-01-08 00:00:00.500000\nnot read:  x\n"                                                                   },
+        {"parse-date en_US.IBM037 '%b %d' 'May 7' --today 2024-06-15",          0, "2024-05-07 00:00:00\n"              },
+        {"parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15",   0, "2124-06-15"                         },
+        {"parse-date en_US.8859-1 %D 2/29/00 --today 2024-06-15",               1,
+         "kova: 2/29/00: there is no such date: the number is out of range (error 27)\n"                                },
+        {"parse-date ja_JP.EUC-JP '%Y年%d日%H' '1999年32日5'",              1,
+         "kova: directive 2, %d, at character 4 of the format: the number is out of range\n  "
+         "%Y年%d日%H\n      ^~\nand at character 6 of the text\n  1999年32日5\n        ^\n"                         },
+        {"parse-date de_DE.8859-1 '%d %q' '5 5'",                               1, "kova: directive 2, %q, at"          },
+        {"parse-date de_DE.8859-1 '%d %' '5 5'",                                2, "kova: directive 2, %, at"           },
+        {"parse-date de_DE.8859-1 %d 5 --today 1.2.2024",                       2, "kova: --today, 1.2.2024, is no date"},
+        {"parse-date de_DE.8859-1 %d 5 --century X",                            2, "kova: --century"                    },
+    };
+    expect_rows(rows, std::size(rows));
+}
