@@ -165,24 +165,6 @@ int derive_ltime(kovaloc *loc) {
 
 bool leap_year(int year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
 
-void alt_from_tm(ko_alt_tm_t *alt, const ko_tm_t *tm) {
-    *alt = {
-        .alt_tm_usec = tm->tm_usec,
-        .alt_tm_sec = tm->tm_sec,
-        .alt_tm_min = tm->tm_min,
-        .alt_tm_hour = tm->tm_hour,
-        .alt_tm_mday = tm->tm_mday,
-        .alt_tm_mon = tm->tm_mon,
-        .alt_tm_monidx = tm->tm_mon,
-        .alt_tm_year = tm->tm_year,
-        .alt_tm_wday = tm->tm_wday,
-        .alt_tm_yday = tm->tm_yday,
-        .alt_tm_isdst = tm->tm_isdst,
-        .alt_tm_zone = tm->tm_zone,
-        .alt_tm_gmtoff = tm->tm_gmtoff,
-    };
-}
-
 void tm_from_alt(ko_tm_t *tm, const ko_alt_tm_t *alt) {
     *tm = {
         .tm_usec = alt->alt_tm_usec,

@@ -72,10 +72,12 @@ template <class Unit> struct quick_out {
     const ko_alt_tm_t *tm;
     const mb_flat *flat; // of bytes that make characters of two; NULL: each unit is a character
     const quick_list<Unit> *lists;
-    Unit *at;
     const Unit *limit; // room for a block and more is left up to here
-    int pieces;
+    int pieces;        // that may still come
 };
+
+// Each writer takes the place in the result and returns the place behind what it has written; NULL
+// for what the engine must do.
 
 static const ko_mchar_t *format_of(const ltime *t, const time_directive &row, const ko_mchar_t *) {
     return t->*row.format_bytes;
@@ -84,108 +86,120 @@ static const ko_wchar_t *format_of(const ltime *t, const time_directive &row, co
     return t->*row.format;
 }
 
-template <class Unit> static inline void put_pair(Unit *&at, unsigned number) {
+template <class Unit> static inline Unit *put_pair(Unit *at, unsigned number) {
     at[0] = static_cast<Unit>('0' + number / 10);
     at[1] = static_cast<Unit>('0' + number % 10);
-    at += 2;
+    return at + 2;
 }
 
 template <class Unit>
-static inline bool quick_number(quick_out<Unit> *q, const time_directive &row) {
+static inline Unit *quick_number(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
     int value = 0;
-    if (time_value(&q->loc->ltime_info, q->tm, row, &value)) return false;
+    if (time_value(&q.loc->ltime_info, q.tm, row, &value)) return nullptr;
     const auto number = static_cast<unsigned>(value);
-    if (row.kind == time_kind::day && number < 10) {
-        q->at[0] = ' ';
-        q->at[1] = static_cast<Unit>('0' + number);
-        q->at += 2;
-        return true;
-    }
-    const bool two = row.digits == 2 || row.kind == time_kind::day;
-    if (number > (two ? 99 : 9999) || (!two && row.digits != 4)) return false;
-    if (!two) put_pair(q->at, number / 100);
-    put_pair(q->at, number % 100);
-    return true;
+    if (row.digits == 2 && number < 100) return put_pair(at, number);
+    if (row.digits == 4 && number < 10000)
+        return put_pair(put_pair(at, number / 100), number % 100);
+    if (row.kind != time_kind::day || number > 99) return nullptr;
+    put_pair(at, number);
+    if (number < 10) *at = ' ';
+    return at + 2;
 }
 
 template <class Unit>
-static inline bool quick_name_of(quick_out<Unit> *q, const time_directive &row) {
+static inline Unit *quick_name_of(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
     int index = 0;
-    if (time_value(&q->loc->ltime_info, q->tm, row, &index)) return false;
-    if (index < 0 || index >= quick_names_max) return false;
-    const quick_name<Unit> &name = q->lists[row.list][index];
-    if (!name.text) return false;
-    memcpy(q->at, name.text, block_bytes);
-    q->at += name.len;
-    return true;
+    if (time_value(&q.loc->ltime_info, q.tm, row, &index)) return nullptr;
+    if (static_cast<unsigned>(index) >= quick_names_max) return nullptr;
+    const quick_name<Unit> &name = q.lists[row.list][index];
+    if (!name.text) return nullptr;
+    memcpy(at, name.text, block_bytes);
+    return at + name.len;
 }
-
-template <class Unit> static bool quick_parts(quick_out<Unit> *q, const time_directive &row) {
-    for (const char *c = row.parts; *c; ++c) {
-        const time_directive *const part = time_by_letter[static_cast<unsigned char>(*c)];
-        if (!part)
-            *q->at++ = static_cast<Unit>(*c);
-        else if (!quick_number(q, *part))
-            return false;
-    }
-    return true;
-}
-
-template <class Unit> static bool quick_format(quick_out<Unit> *q, const Unit *format, int depth);
 
 template <class Unit>
-static inline bool quick_directive(quick_out<Unit> *q, const time_directive &row, int depth) {
+static Unit *quick_parts(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
+    for (const char *c = row.parts; *c && at; ++c) {
+        const time_directive *const part = time_by_letter[static_cast<unsigned char>(*c)];
+        if (part)
+            at = quick_number(q, at, *part);
+        else
+            *at++ = static_cast<Unit>(*c);
+    }
+    return at;
+}
+
+template <class Unit>
+static Unit *quick_format(quick_out<Unit> &q, Unit *at, const Unit *format, int depth);
+
+template <class Unit>
+static inline Unit *quick_directive(quick_out<Unit> &q, Unit *at, const time_directive &row,
+                                    int depth) {
     switch (row.kind) {
     case time_kind::unit:
-        *q->at++ = static_cast<Unit>(*row.parts);
-        return true;
+        *at = static_cast<Unit>(*row.parts);
+        return at + 1;
     case time_kind::name:
-        return quick_name_of(q, row);
+        return quick_name_of(q, at, row);
     case time_kind::number:
     case time_kind::day:
-        return quick_number(q, row);
+        return quick_number(q, at, row);
     case time_kind::parts:
-        return quick_parts(q, row);
+        return quick_parts(q, at, row);
     case time_kind::format: {
-        const Unit *const format = format_of(&q->loc->ltime_info, row, q->at);
-        return format && depth < quick_depth && quick_format(q, format, depth + 1);
+        const Unit *const format = format_of(&q.loc->ltime_info, row, at);
+        return format && depth < quick_depth ? quick_format(q, at, format, depth + 1) : nullptr;
     }
     default:
-        return false;
+        return nullptr;
     }
 }
 
-// False for what the engine must do.
-template <class Unit> static bool quick_format(quick_out<Unit> *q, const Unit *format, int depth) {
+template <class Unit>
+static Unit *quick_format(quick_out<Unit> &q, Unit *at, const Unit *format, int depth) {
+    const mb_flat *const flat = q.flat;
     for (;;) {
         const unsigned c = *format;
-        if (q->at > q->limit || !q->pieces--) return false;
+        if (at > q.limit || !q.pieces--) return nullptr;
         if (c == '%') {
             const time_directive *const row = find_directive(time_by_letter, format[1]);
-            if (!row || !quick_directive(q, *row, depth)) return false;
+            if (!row) return nullptr;
+            at = quick_directive(q, at, *row, depth);
+            if (!at) return nullptr;
             format += 2;
             continue;
         }
-        if (!c) return true;
-        *q->at++ = *format++;
-        if (!q->flat || q->flat->flag1[c] == mb_final) continue;
-        if (q->flat->flag1[c] != mb_prefix || q->flat->second->flags[c][*format] != mb_final) {
-            return false;
+        if (!c) return at;
+        *at++ = *format++;
+        if (!flat || flat->flag1[c] == mb_final) continue;
+        if (flat->flag1[c] != mb_prefix || flat->second->flags[c][*format] != mb_final) {
+            return nullptr;
         }
-        *q->at++ = *format++;
+        *at++ = *format++;
     }
 }
 
+// Copies a result; those of usual length in two blocks that overlap.
+static inline void copy_result(void *to, const void *from, size_t size) {
+    constexpr size_t half = block_bytes / 2;
+    if (size < half || size > block_bytes) {
+        memcpy(to, from, size);
+        return;
+    }
+    memcpy(to, from, half);
+    memcpy(static_cast<char *>(to) + size - half, static_cast<const char *>(from) + size - half,
+           half);
+}
+
 template <class Unit>
-static int quick_run(quick_out<Unit> *q, Unit *out, int maxsize, const Unit *format) {
+static int quick_run(quick_out<Unit> &q, Unit *out, int maxsize, const Unit *format) {
     Unit result[quick_units + block_bytes];
-    q->at = result;
-    q->limit = result + quick_units;
-    q->pieces = quick_pieces;
-    if (!quick_format(q, format, 0)) return -1;
-    const auto n = static_cast<int>(q->at - result);
-    if (n >= maxsize) return -1;
-    memcpy(out, result, static_cast<size_t>(n) * sizeof(Unit));
+    q.limit = result + quick_units;
+    q.pieces = quick_pieces;
+    const Unit *const end = quick_format(q, result, format, 0);
+    if (!end || end - result >= maxsize) return -1;
+    const auto n = static_cast<int>(end - result);
+    copy_result(out, result, static_cast<size_t>(n) * sizeof(Unit));
     out[n] = 0;
     return n;
 }
@@ -203,14 +217,13 @@ int quick_time(const kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_
     const ctype_flat *const flat = loc->exp.single_byte ? nullptr : flat_classes(loc);
     if (!loc->exp.single_byte && (!flat || flat->classes.min_char_len != 1)) return -1;
     quick_out<ko_mchar_t> q = {
-        loc,     tm, flat ? &flat->classes : nullptr, loc->ltime_info.quick->bytes, nullptr,
-        nullptr, 0};
-    return quick_run(&q, out, maxsize, format);
+        loc, tm, flat ? &flat->classes : nullptr, loc->ltime_info.quick->bytes, nullptr, 0};
+    return quick_run(q, out, maxsize, format);
 }
 
 int quick_time(const kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                const ko_alt_tm_t *tm) {
     if (!is_plain(loc)) return -1;
-    quick_out<ko_wchar_t> q = {loc, tm, nullptr, loc->ltime_info.quick->wide, nullptr, nullptr, 0};
-    return quick_run(&q, out, maxsize, format);
+    quick_out<ko_wchar_t> q = {loc, tm, nullptr, loc->ltime_info.quick->wide, nullptr, 0};
+    return quick_run(q, out, maxsize, format);
 }

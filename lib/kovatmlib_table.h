@@ -237,10 +237,10 @@ inline int time_value(const ltime *t, const ko_alt_tm_t *tm, const time_directiv
     const int field = tm->*row.field;
     const int hi = row.hi == by_months ? month_count(t) - 1 : row.hi;
     if (row.error && (field < row.lo || field > hi)) return row.error;
+    if (row.view == time_view::plain) return *value = field + row.bias, 0; // most of them
     const int64_t year = int64_t{field} + year_bias;
     switch (row.view) {
     case time_view::plain:
-        *value = field + row.bias;
         break;
     case time_view::century:
         *value = static_cast<int>(year / 100);
