@@ -8,6 +8,9 @@
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(_WIN32)
 #define KOVA_X86_VECTORS 1
 #include <immintrin.h>
+#elif defined(__aarch64__) && defined(__GNUC__)
+#define KOVA_ARM_VECTORS 1
+#include <arm_neon.h>
 #endif
 
 namespace {
@@ -296,6 +299,36 @@ __attribute__((target("avx2"))) static size_t translate_avx2(const cv_bytes *b, 
 }
 #endif
 
+#ifdef KOVA_ARM_VECTORS
+struct rows_neon { // each of 64 bytes
+    uint8x16x4_t r[4];
+};
+static inline rows_neon load_rows(const unsigned char *t) {
+    return {
+        {vld1q_u8_x4(t), vld1q_u8_x4(t + 64), vld1q_u8_x4(t + 128), vld1q_u8_x4(t + 192)}
+    };
+}
+// A row gives 0, or leaves what is there, for an index beyond it.
+static inline uint8x16_t look_up(const rows_neon &t, uint8x16_t x) {
+    uint8x16_t found = vqtbl4q_u8(t.r[0], x);
+    found = vqtbx4q_u8(found, t.r[1], veorq_u8(x, vdupq_n_u8(0x40)));
+    found = vqtbx4q_u8(found, t.r[2], veorq_u8(x, vdupq_n_u8(0x80)));
+    return vqtbx4q_u8(found, t.r[3], veorq_u8(x, vdupq_n_u8(0xC0)));
+}
+static size_t translate_neon(const cv_bytes *b, unsigned char *out, const unsigned char *in,
+                             size_t n, bool stop) {
+    const rows_neon map = load_rows(b->map), special = load_rows(b->special);
+    const bool stops = stop && b->has_special;
+    size_t i = 0;
+    for (; n - i >= 16; i += 16) {
+        const uint8x16_t x = vld1q_u8(in + i);
+        if (stops && vmaxvq_u8(look_up(special, x))) break;
+        vst1q_u8(out + i, look_up(map, x));
+    }
+    return i + translate_plain(b, out + i, in + i, n - i, stop);
+}
+#endif
+
 int cv_translates(cv_translate *kinds) {
     int count = 0;
     kinds[count++] = translate_plain;
@@ -305,6 +338,8 @@ int cv_translates(cv_translate *kinds) {
     if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw") &&
         __builtin_cpu_supports("bmi2"))
         kinds[count++] = translate_vbmi;
+#elif defined(KOVA_ARM_VECTORS)
+    kinds[count++] = translate_neon;
 #endif
     return count;
 }
