@@ -725,8 +725,9 @@ KO_API void ko_ltowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_long_t value,
                       int grouping);
 KO_API void ko_ultowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_ulong_t value, int base,
                        int grouping);
-/* The same in multibyte form, at most 256 bytes whatever maxlen (in characters) says. Return the
- * bytes before the terminator, 0 on failure; -1 with KO_EILSEQ or KO_ENULL. */
+/* The same in multibyte form, at most 256 bytes with the terminator whatever maxlen (in characters)
+ * says. Return the bytes before the terminator, 0 on failure; -1, and an empty output, with
+ * KO_E2BIG (more bytes), KO_EILSEQ or KO_ENULL. */
 KO_API int ko_ltombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_long_t value, int base,
                      int grouping);
 KO_API int ko_ultombs(ko_lc_t loc, ko_mchar_t *dst, int maxlen, ko_ulong_t value, int base,

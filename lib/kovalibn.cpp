@@ -134,19 +134,19 @@ static int read_integer(const number_text<Unit> &t, int base, bool grouping, int
         return 0;
     }
     const int white = white_len(t);
-    int i = white;
-    if (const unsigned c = at(t, i); is_sign(c)) {
-        result->negative = c == '-';
-        ++i;
-    } else if (takes_for_sign(t, i)) {
-        return 0;
-    }
+    const unsigned c = at(t, white);
+    // With another sign there is no number, but grouped digits behind it can fail all the same.
+    const bool other_sign = !is_sign(c) && takes_for_sign(t, white);
+    if (other_sign && !grouping) return 0;
+    const int i = white + (is_sign(c) || other_sign);
+    result->negative = c == '-';
     const int read = grouping ? grouped_digits(t, i, base, &result->magnitude)
                               : plain_digits(t, i, base, &result->magnitude);
     // The sign counts: 255 digits and a sign are too many.
     if (read < 0 || (!grouping && i - white + read >= number_room))
         return fail(t.loc, KO_EINVAL, -1);
-    return read ? i + read : 0;
+    if (other_sign) *result = {};
+    return read && !other_sign ? i + read : 0;
 }
 
 static ko_long_t signed_value(const integer &n) {
@@ -350,10 +350,10 @@ static int multibyte_long(ko_lc_t loc, ko_mchar_t *dst, int maxlen, const signed
     constexpr int limit = 256;
     if (!dst) return fail(loc, KO_ENULL, -1);
     ko_wchar_t wide[limit];
-    write_integer(record(loc), wide, maxlen < limit ? maxlen : limit - 1, n.magnitude, n.negative,
-                  base, grouping != 0);
-    const auto convert = record(loc)->exp.single_byte ? is_wcstombs : ko_full_wcstombs;
-    return convert(loc, dst, wide, limit);
+    kovaloc *const r = record(loc);
+    write_integer(r, wide, maxlen < limit ? maxlen : limit - 1, n.magnitude, n.negative, base,
+                  grouping != 0);
+    return narrow_result(r, dst, limit - terminator_len(r), wide);
 }
 
 void ko_ltowcs(ko_lc_t loc, ko_wchar_t *dst, int maxlen, ko_long_t value, int base, int grouping) {

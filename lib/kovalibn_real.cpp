@@ -18,7 +18,8 @@ struct real_text {
     int end;    // behind the number; start: there is none
     int digits; // how many make up value
     uint64_t value;
-    int64_t exponent; // of ten
+    int64_t exponent;  // of ten
+    bool all_fraction; // a "." stands before the start
     wide_symbol separator;
     wide_symbol symbol;
 };
@@ -97,8 +98,9 @@ static bool exact_value(const real_text &n, double *value) {
 
 template <class Unit>
 static double converted_value(const number_text<Unit> &t, const real_text &n) {
-    char copy[copy_room + 1];
+    char copy[copy_room + 2];
     char *to = copy;
+    if (n.all_fraction) *to++ = '.';
     for (int i = n.start; i < n.end;) {
         int len = symbol_len_at(t, i, n.symbol);
         if (len) {
@@ -193,7 +195,11 @@ static int grouped_real(const number_text<Unit> &t, real_text *n, int mode, doub
     bool ended;
     n->separator = group_separator(t.loc, mode);
     if (!scan_integer_part(t, n, mode, &ended)) return -1;
-    if (!ended && scan_fraction(t, n, !t.loc->monum_info.decimal_point)) scan_exponent(t, n, 'e');
+    if (n->all_fraction) {
+        n->exponent = -n->digits;
+    } else if (!ended && scan_fraction(t, n, !t.loc->monum_info.decimal_point)) {
+        scan_exponent(t, n, 'e');
+    }
     if (n->end - n->start > copy_room) return -1;
     if (n->end > n->start && !exact_value(*n, value)) *value = converted_value(t, *n);
     return n->end;
@@ -204,18 +210,24 @@ static int read_text(const number_text<Unit> &t, bool grouping, int mode, double
     const int white = white_len(t);
     real_text n = {.symbol = decimal_symbol(t.loc)};
     const unsigned c = at(t, white);
-    const bool at_symbol = symbol_len_at(t, white, n.symbol) != 0;
+    const bool at_symbol = point_len(t, white, n.symbol, !t.loc->monum_info.decimal_point) != 0;
     const bool has_sign = is_sign(c) && !at_symbol;
+    // With another sign there is no number, but grouped digits behind it can fail all the same, and
+    // a "." in its place makes a fraction of them.
+    const bool other_sign = grouping && !has_sign && !at_symbol && takes_for_sign(t, white);
+    n.all_fraction = other_sign && c == '.';
     *value = 0;
-    if (grouping && !has_sign && !at_symbol && takes_for_sign(t, white)) return 0;
-    n.start = n.end = white + has_sign;
+    n.start = n.end = white + (has_sign || other_sign);
     const int end = grouping ? grouped_real(t, &n, mode, value) : plain_real(t, &n, value);
     // The sign counts: 255 digits and a sign are too many.
     if (end < 0 || (!grouping && end - white >= number_room)) {
         *value = real_failure;
         return fail(t.loc, KO_EINVAL, -1);
     }
-    if (end == n.start) return 0;
+    if (end == n.start || (other_sign && !n.all_fraction)) {
+        *value = 0;
+        return 0;
+    }
     if (has_sign && c == '-') *value = -*value;
     return end;
 }

@@ -11,20 +11,6 @@
 
 // ---- Locales ------------------------------------------------------------------------------------
 
-static std::string ebcdic(std::string_view text) {
-    kovaloc loc = {};
-    uint16_t classes[256] = {};
-    for (int c = 0xF0; c < 0xFA; ++c)
-        classes[c] = KO_CT_DIGIT;
-    loc.exp.sb_ctype_table = classes;
-    loc.exp.single_byte = 1;
-    loc.portable = portable_of(&loc);
-    std::string bytes;
-    for (const char c : text)
-        bytes += static_cast<char>(native(&loc, c));
-    return bytes;
-}
-
 // Marks: decimal symbol, separator, positive and negative sign, with blanks between; "_" is empty.
 static locale_object numbers(std::string_view marks, const char *groups, bool in_ebcdic = false) {
     static const locale_object base = single_byte_object();
@@ -37,19 +23,7 @@ static locale_object numbers(std::string_view marks, const char *groups, bool in
         if (in_ebcdic) mark[i] = ebcdic(mark[i]);
     }
     object.numeric = fields({mark[0], mark[1]}) + groups + "\n" + fields({mark[2], mark[3]});
-    if (!in_ebcdic) return object;
-    std::vector<table_entry> classes = {
-        {std::string(1, '\0'), KO_CT_CNTRL},
-        {"\x40",             KO_CT_SPACE            }
-    };
-    for (char c = '0'; c <= '9'; ++c)
-        classes.push_back({ebcdic(std::string_view(&c, 1)), KO_CT_DIGIT});
-    object.ctype = table_text(classes) + "0\n" + table_text({classes[0]}) + "0\n";
-    const size_t eras = object.time.find("\n2\n") + 1; // in ASCII
-    size_t end = eras;
-    for (int line = 0; line < 3; ++line)
-        end = object.time.find('\n', end) + 1;
-    object.time.replace(eras, end - eras, "0\n");
+    if (in_ebcdic) make_ebcdic(&object);
     return object;
 }
 static const loaded_locale &english() {

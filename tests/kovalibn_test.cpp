@@ -7,21 +7,27 @@
 
 #include <random>
 
-// Of one-byte or two-byte characters, with the sections of numbers and money given.
+enum charset { mixed, two_bytes, mainframe };
+static std::string spelled(std::string_view text, charset set) {
+    return set == mainframe ? ebcdic(text) : encoded(text, set == two_bytes);
+}
+
+// With the sections of numbers and money given.
 static locale_object conventions(const char *point, const char *separator, const char *groups,
-                                 bool wide) {
-    locale_object object = double_byte_object(wide);
+                                 charset set) {
+    locale_object object = double_byte_object(set == two_bytes);
     std::vector<table_entry> classes;
     for (int c = 0; c < 256; c++) {
         const int mask = c < 128 && ispunct(c) ? KO_CT_PUNCT : c == ' ' ? KO_CT_SPACE : 0;
-        const std::string bytes = encoded(std::string(1, static_cast<char>(c)), wide);
+        const std::string bytes = encoded(std::string(1, static_cast<char>(c)), set == two_bytes);
         classes.push_back({bytes, static_cast<uint16_t>(mask | KO_CT_PRINT)});
     }
     const std::vector<table_entry> cases = {
         {classes[0].bytes, 0}
     };
     object.ctype = table_text(classes) + "0\n" + table_text(cases) + "0\n";
-    const auto str = [wide](const char *text) { return field(encoded(text, wide)); };
+    if (set == mainframe) make_ebcdic(&object);
+    const auto str = [set](const char *text) { return field(spelled(text, set)); };
     object.numeric = str(point) + str(separator) + groups + "\n" + str("") + str("-");
     object.monetary = str("EUR ") + str("E") + str(".") + str("'") + "1 2\n" + str("") + str("-") +
                       "2 2 0 1 0 1 1 2147483647\n";
@@ -29,12 +35,17 @@ static locale_object conventions(const char *point, const char *separator, const
 }
 
 struct number_locale : loaded_locale {
-    number_locale(const char *point, const char *separator, const char *groups, bool wide = false)
-        : loaded_locale(conventions(point, separator, groups, wide)) {}
+    number_locale(const char *point, const char *separator, const char *groups, charset set = mixed)
+        : loaded_locale(conventions(point, separator, groups, set)) {}
     int take_error() const { return std::exchange(*ko_ext_errno(handle), 0); }
+    std::vector<ko_wchar_t> in_set(std::string_view text) const {
+        std::vector<ko_wchar_t> units;
+        for (const char c : text)
+            units.push_back(native(record(handle), c));
+        units.push_back(0);
+        return units;
+    }
 };
-
-static std::u16string units(std::string_view bytes) { return {bytes.begin(), bytes.end()}; }
 
 // What a reader did: units to the end, -1 where the end was left alone or is NULL.
 struct outcome {
@@ -84,57 +95,62 @@ TEST(Numbers, ReadsWhatTheGroupingAllows) {
         int group;
         outcome want;
     } rows[] = {
-        {". , 1 3",    "  -17x",                      k_long,  10, 0, {-17, 5, 0}                },
-        {". , 1 3",    "(5",                          k_long,  10, 0, {0, -1, 0}                 },
-        {". , 1 3",    "--5",                         k_long,  10, 0, {0, -1, 0}                 },
-        {". , 1 3",    "0x1fg",                       k_long,  0,  0, {31, 4, 0}                 },
-        {". , 1 3",    "0xg",                         k_long,  16, 0, {0, 1, 0}                  },
-        {". , 1 3",    "0789",                        k_long,  0,  0, {7, 2, 0}                  },
-        {". , 1 3",    "zZ",                          k_long,  36, 0, {1295, 2, 0}               },
-        {". , 1 3",    "7",                           k_long,  37, 0, {0, -1, 0}                 },
-        {". , 1 3",    "2147483648",                  k_long,  10, 0, {2147483647, 10, 0}        },
-        {". , 1 3",    "-99999999999999999999999",    k_long,  10, 0, {-2147483648.0, 24, 0}     },
-        {". , 1 3",    "18446744073709551621",        k_long,  10, 0, {2147483647, 20, 0}        },
-        {". , 1 3",    "-1",                          k_ulong, 10, 0, {minus_1, 2, 0}            },
-        {". , 1 3",    "-4294967296",                 k_ulong, 10, 0, {minus_1, 11, 0}           },
-        {". , 1 3",    " -1,234,567",                 k_long,  10, 1, {-1234567, 11, 0}          },
-        {". , 1 3",    "1,23",                        k_long,  10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "12,34",                       k_ulong, 10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "1234",                        k_long,  10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "12x",                         k_long,  10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "1,234 ",                      k_long,  10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "1,234,",                      k_long,  10, 1, {bad, -1, 7}               },
-        {". , 1 3",    "-",                           k_long,  10, 1, {0, -1, 0}                 },
-        {". , 1 3",    "0x1,fff",                     k_long,  0,  1, {0x1fff, 7, 0}             },
-        {". , 1 3",    "0x1fff",                      k_long,  16, 1, {bad, -1, 7}               },
-        {". , 2 3 2",  "1,23,45,678",                 k_long,  10, 1, {12345678, 11, 0}          },
-        {". , 2 3 -1", "1234,567",                    k_long,  10, 1, {1234567, 8, 0}            },
-        {". , 2 3 -1", "1,234,567",                   k_long,  10, 1, {1, 1, 0}                  },
-        {". , 2 3 0",  "12,345,678",                  k_long,  10, 1, {12, 2, 0}                 },
-        {". , 0",      "1,234",                       k_long,  10, 1, {1, 1, 0}                  },
-        {". / 1 3",    "1234",                        k_long,  10, 1, {1234, 4, 0}               },
-        {". / 1 3",    "1,234",                       k_long,  10, 1, {bad, -1, 7}               },
-        {". '' 1 3",   "1''234",                      k_long,  10, 1, {1234, 6, 0}               },
-        {", . 1 3",    "-1.234,5e1 x",                k_real,  0,  1, {-12345, 10, 0}            },
-        {", . 1 3",    "1.234e5",                     k_real,  0,  1, {1234, 5, 0}               },
-        {", . 1 3",    "1.23",                        k_real,  0,  1, {bad, 0, 7}                },
-        {", . 1 3",    ",5",                          k_real,  0,  1, {0.5, 2, 0}                },
-        {", . 1 3",    ".123",                        k_real,  0,  1, {0, -1, 0}                 },
-        {", . 1 3",    "inf",                         k_real,  0,  1, {0, -1, 0}                 },
-        {", . 2 3 -1", "1.234.567,5",                 k_real,  0,  1, {1, 1, 0}                  },
-        {", . 1 3",    "1'23,5",                      k_real,  1,  1, {123.5, 6, 0}              },
-        {", . 1 3",    "1.234,5",                     k_real,  2,  1, {1, 1, 0}                  },
-        {", . 1 3",    "+,5",                         k_real,  0,  0, {0.5, 3, 0}                },
-        {", . 1 3",    ",5",                          k_real,  0,  0, {0.5, 2, 0}                },
-        {", . 1 3",    "1.5,5",                       k_real,  0,  0, {1.5, 3, 0}                },
-        {", . 1 3",    "-,e1",                        k_real,  0,  0, {0, -1, 0}                 },
-        {", . 1 3",    "5,e1",                        k_real,  0,  0, {50, 4, 0}                 },
-        {", . 1 3",    "-InfiniTe",                   k_real,  0,  0, {-HUGE_VAL, 4, 0}          },
-        {", . 1 3",    "0x1,8p-1",                    k_real,  0,  0, {0.75, 8, 0}               },
-        {", . 1 3",    "0x,p1",                       k_real,  0,  0, {0, 1, 0}                  },
-        {", . 1 3",    "1e400",                       k_real,  0,  0, {HUGE_VAL, 5, 0}           },
-        {":: . 1 3",   "2::25e",                      k_real,  0,  0, {2.25, 5, 0}               },
-        {":: . 1 3",   "1.234::12345678901234567890", k_real,  0,  1, {1234.1234567890123, 27, 0}},
+        {". , 1 3",    "  -17x",                      k_long,  10, 0, {-17, 5, 0}                 },
+        {". , 1 3",    "(5",                          k_long,  10, 0, {0, -1, 0}                  },
+        {". , 1 3",    "--5",                         k_long,  10, 0, {0, -1, 0}                  },
+        {". , 1 3",    "0x1fg",                       k_long,  0,  0, {31, 4, 0}                  },
+        {". , 1 3",    "0xg",                         k_long,  16, 0, {0, 1, 0}                   },
+        {". , 1 3",    "0789",                        k_long,  0,  0, {7, 2, 0}                   },
+        {". , 1 3",    "zZ",                          k_long,  36, 0, {1295, 2, 0}                },
+        {". , 1 3",    "7",                           k_long,  37, 0, {0, -1, 0}                  },
+        {". , 1 3",    "2147483648",                  k_long,  10, 0, {2147483647, 10, 0}         },
+        {". , 1 3",    "-99999999999999999999999",    k_long,  10, 0, {-2147483648.0, 24, 0}      },
+        {". , 1 3",    "18446744073709551621",        k_long,  10, 0, {2147483647, 20, 0}         },
+        {". , 1 3",    "-1",                          k_ulong, 10, 0, {minus_1, 2, 0}             },
+        {". , 1 3",    "-4294967296",                 k_ulong, 10, 0, {minus_1, 11, 0}            },
+        {". , 1 3",    " -1,234,567",                 k_long,  10, 1, {-1234567, 11, 0}           },
+        {". , 1 3",    "12,34",                       k_ulong, 10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "1234",                        k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "12x",                         k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "1,234 ",                      k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "1,234,",                      k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "-",                           k_long,  10, 1, {0, -1, 0}                  },
+        {". , 1 3",    "(1,234",                      k_long,  10, 1, {0, -1, 0}                  },
+        {". , 1 3",    "(1,23",                       k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "1,2",                         k_long,  10, 1, {bad, -1, 7}                },
+        {". , 1 3",    "0x1,fff",                     k_long,  0,  1, {0x1fff, 7, 0}              },
+        {". , 1 3",    "0x1fff",                      k_long,  16, 1, {bad, -1, 7}                },
+        {". , 2 3 2",  "1,23,45,678",                 k_long,  10, 1, {12345678, 11, 0}           },
+        {". , 2 3 -1", "1234,567",                    k_long,  10, 1, {1234567, 8, 0}             },
+        {". , 2 3 -1", "1,234,567",                   k_long,  10, 1, {1, 1, 0}                   },
+        {". , 2 3 0",  "12,345,678",                  k_long,  10, 1, {12, 2, 0}                  },
+        {". , 0",      "1,234",                       k_long,  10, 1, {1, 1, 0}                   },
+        {". / 1 3",    "1234",                        k_long,  10, 1, {1234, 4, 0}                },
+        {". / 1 3",    "1,234",                       k_long,  10, 1, {bad, -1, 7}                },
+        {". '' 1 3",   "1''234",                      k_long,  10, 1, {1234, 6, 0}                },
+        {", . 1 3",    "-1.234,5e1 x",                k_real,  0,  1, {-12345, 10, 0}             },
+        {", . 1 3",    "1.234e5",                     k_real,  0,  1, {1234, 5, 0}                },
+        {", . 1 3",    "1.23",                        k_real,  0,  1, {bad, 0, 7}                 },
+        {", . 1 3",    ",5",                          k_real,  0,  1, {0.5, 2, 0}                 },
+        {", . 1 3",    ".123",                        k_real,  0,  1, {0.123, 4, 0}               },
+        {", ' 1 3",    ".12'345'678'901'234'567'891", k_real,  0,  1, {0.12345678901234568, 27, 0}},
+        {", . 1 3",    "(1.234",                      k_real,  0,  1, {0, -1, 0}                  },
+        {", . 1 3",    "(1.23",                       k_real,  0,  1, {bad, 0, 7}                 },
+        {", . 1 3",    "inf",                         k_real,  0,  1, {0, -1, 0}                  },
+        {", . 2 3 -1", "1.234.567,5",                 k_real,  0,  1, {1, 1, 0}                   },
+        {", . 1 3",    "1'23,5",                      k_real,  1,  1, {123.5, 6, 0}               },
+        {", . 1 3",    "1.234,5",                     k_real,  2,  1, {1, 1, 0}                   },
+        {", . 1 3",    "+,5",                         k_real,  0,  0, {0.5, 3, 0}                 },
+        {", . 1 3",    ",5",                          k_real,  0,  0, {0.5, 2, 0}                 },
+        {", . 1 3",    "1.5,5",                       k_real,  0,  0, {1.5, 3, 0}                 },
+        {", . 1 3",    "-,e1",                        k_real,  0,  0, {0, -1, 0}                  },
+        {", . 1 3",    "5,e1",                        k_real,  0,  0, {50, 4, 0}                  },
+        {", . 1 3",    "-InfiniTe",                   k_real,  0,  0, {-HUGE_VAL, 4, 0}           },
+        {", . 1 3",    "0x1,8p-1",                    k_real,  0,  0, {0.75, 8, 0}                },
+        {", . 1 3",    "0x,p1",                       k_real,  0,  0, {0, 1, 0}                   },
+        {", . 1 3",    "1e400",                       k_real,  0,  0, {HUGE_VAL, 5, 0}            },
+        {":: . 1 3",   "2::25e",                      k_real,  0,  0, {2.25, 5, 0}                },
+        {":: . 1 3",   "1.234::12345678901234567890", k_real,  0,  1, {1234.1234567890123, 27, 0} },
     };
     for (auto &r : rows) {
         SCOPED_TRACE(std::string(r.settings) + " reads " + r.text);
@@ -142,50 +158,53 @@ TEST(Numbers, ReadsWhatTheGroupingAllows) {
         const size_t a = all.find(' '), b = all.find(' ', a + 1);
         std::string separator = all.substr(a + 1, b - a - 1);
         if (separator == "/") separator.clear();
-        for (const bool wide : {false, true}) {
-            const number_locale loc(all.substr(0, a).c_str(), separator.c_str(), &all[b + 1], wide);
-            EXPECT_EQ(read_wide(loc, wcs(units(r.text)).data(), r.k, r.base, r.group), r.want);
+        for (const charset set : {mixed, two_bytes, mainframe}) {
+            const number_locale loc(all.substr(0, a).c_str(), separator.c_str(), &all[b + 1], set);
+            EXPECT_EQ(read_wide(loc, loc.in_set(r.text).data(), r.k, r.base, r.group), r.want);
             if (r.k == k_real && r.base) continue; // of no multibyte form
-            const std::string bytes = encoded(r.text, wide) + std::string(2, '\0');
+            const std::string bytes = spelled(r.text, set) + std::string(2, '\0');
             EXPECT_EQ(read_bytes(loc, mb(bytes.c_str()), r.k, r.base, r.group), r.want);
         }
     }
 }
 
 TEST(Numbers, RefusesTextsThatAreTooLongOrNone) {
-    const number_locale loc(".", ",", "0");
-    const std::string n254(254, '0'), n255 = n254 + "7", n256 = n255 + "0";
-    static const std::string empty, invalid = "1\xFF";
+    const std::string n255 = std::string(254, '0') + "7", n256 = n255 + "0";
+    const std::string rest(300, ' ');
     const struct {
         std::string text;
         kind k;
         int group;
         outcome wide, bytes;
     } rows[] = {
-        {n255,                  k_long,  0,                {7, 255, 0},  {7, 255, 0}              },
-        {n255,                  k_long,  1,                {7, 255, 0},  {7, 255, 0}              },
-        {n256,                  k_long,  0,                {bad, 0, 7},  {bad, -1, 7}             },
-        {"-" + n255,            k_ulong, 0,                {bad, 0, 7},  {bad, -1, 7}             },
-        {n256,                  k_ulong, 1,                {bad, -1, 7}, {bad, -1, 7}             },
-        {"7" + std::string(300, ' '),    k_ulong,          0,            {7, 1, 0},                 {bad, -1, 7}},
-        {n255,                     k_real,                         0,               {7, 255, 0},  {7, 255, 0} },
-        {n256,                     k_real,                         0,               {bad, 0, 7},  {bad, -1, 7}},
-        {n256,                     k_real,                         1,               {70, 256, 0},  {bad, -1, 7}},
-        {n256 + "0",                     k_real,                   1,         {bad, 0, 7},  {bad, -1, 7}       },
-        {n256 + "." + n255,                     k_real,            1,  {70, 512, 0},  {bad, -1, 7}      },
-        {n256 + "." + n256,                     k_real,            1,  {bad, 0, 7},  {bad, -1, 7}        },
-        {"0x" + n256 + "p0",                     k_real,           0, {bad, 0, 7},  {bad, -1, 7}       },
-        {empty,                     k_long,                        0,              {0, -1, 0},  {bad, -1, 6}},
-        {empty,                     k_ulong,                        0,             {0, -1, 0}, {minus_1, -1, 6}       },
-        {empty,                     k_real,                        0,              {0, -1, 0},  {bad, -1, 6}},
+        {n255,              k_long,  0, {7, 255, 0},  {7, 255, 0}     },
+        {n255,              k_long,  1, {7, 255, 0},  {7, 255, 0}     },
+        {n256,              k_long,  0, {bad, 0, 7},  {bad, -1, 7}    },
+        {"-" + n255,        k_ulong, 0, {bad, 0, 7},  {bad, -1, 7}    },
+        {n256,              k_ulong, 1, {bad, -1, 7}, {bad, -1, 7}    },
+        {"7" + rest,        k_ulong, 0, {7, 1, 0},    {bad, -1, 7}    },
+        {n255,              k_real,  0, {7, 255, 0},  {7, 255, 0}     },
+        {n256,              k_real,  0, {bad, 0, 7},  {bad, -1, 7}    },
+        {n256,              k_real,  1, {70, 256, 0}, {bad, -1, 7}    },
+        {n256 + "0",        k_real,  1, {bad, 0, 7},  {bad, -1, 7}    },
+        {n256 + "." + n255, k_real,  1, {70, 512, 0}, {bad, -1, 7}    },
+        {n256 + "." + n256, k_real,  1, {bad, 0, 7},  {bad, -1, 7}    },
+        {"0x" + n256 + "p", k_real,  0, {bad, 0, 7},  {bad, -1, 7}    },
+        {"",                k_long,  0, {0, -1, 0},   {bad, -1, 6}    },
+        {"",                k_ulong, 0, {0, -1, 0},   {minus_1, -1, 6}},
+        {"",                k_real,  0, {0, -1, 0},   {bad, -1, 6}    },
     };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.text);
-        const int base = r.k == k_real ? 0 : 10;
-        EXPECT_EQ(read_wide(loc, wcs(units(r.text)).data(), r.k, base, r.group), r.wide);
-        EXPECT_EQ(read_bytes(loc, mb(r.text.c_str()), r.k, base, r.group), r.bytes);
+    for (const charset set : {mixed, mainframe}) {
+        const number_locale loc(".", ",", "0", set);
+        for (auto &r : rows) {
+            SCOPED_TRACE(r.text);
+            const int base = r.k == k_real ? 0 : 10;
+            const std::string bytes = spelled(r.text, set);
+            EXPECT_EQ(read_wide(loc, loc.in_set(r.text).data(), r.k, base, r.group), r.wide);
+            EXPECT_EQ(read_bytes(loc, mb(bytes.c_str()), r.k, base, r.group), r.bytes);
+        }
     }
-    const number_locale two(".", ",", "0", true);
+    const number_locale two(".", ",", "0", two_bytes);
     const std::string odd("\0"
                           "1\xFF\0\0",
                           5); // no such character behind the digit
@@ -195,16 +214,16 @@ TEST(Numbers, RefusesTextsThatAreTooLongOrNone) {
              {k_real,  bad    }
     }) {
         EXPECT_EQ(read_bytes(two, mb(odd.c_str()), k, 10, 0), (outcome{value, -1, 1}));
-        EXPECT_EQ(read_text(loc, static_cast<const ko_wchar_t *>(nullptr),
+        EXPECT_EQ(read_text(two, static_cast<const ko_wchar_t *>(nullptr),
                             [k = k](ko_lc_t l, const ko_wchar_t *t, ko_wchar_t **e) {
                                 return k == k_real ? ko_wcstod(l, t, e, 0)
                                                    : ko_wcstol(l, t, e, 0, 0);
                             }),
                   (outcome{bad, -1, 2}));
     }
-    EXPECT_EQ(ko_mbstoul(loc, nullptr, nullptr, 10, 0), UINT32_MAX);
+    EXPECT_EQ(ko_mbstoul(two, nullptr, nullptr, 10, 0), UINT32_MAX);
     const number_locale threes(".", ",", "1 3");
-    EXPECT_EQ(read_wide(threes, wcs(units(n256)).data(), k_real, 0, 1), (outcome{bad, 0, 7}));
+    EXPECT_EQ(read_wide(threes, threes.in_set(n256).data(), k_real, 0, 1), (outcome{bad, 0, 7}));
 }
 
 TEST(Numbers, ReadsNoFurtherThanToldAndFindsRuns) {
@@ -251,17 +270,17 @@ TEST(Numbers, WritesGroupsWithinTheMaximum) {
     };
     for (auto &r : rows) {
         SCOPED_TRACE(r.want);
-        for (const bool wide : {false, true}) {
-            const number_locale loc(".", r.separator, r.groups, wide);
+        for (const charset set : {mixed, two_bytes, mainframe}) {
+            const number_locale loc(".", r.separator, r.groups, set);
             ko_wchar_t out[64];
             std::fill_n(out, 64, ko_wchar_t{'#'});
             ko_ltowcs(loc, out, r.max, r.value, r.base, r.group);
-            EXPECT_EQ(::wide(out), units(r.want));
+            EXPECT_EQ(wide(out), wide(loc.in_set(r.want).data()));
             EXPECT_EQ(out[strlen(r.want) + 1], '#');
             ko_mchar_t bytes[256];
             const int n = ko_ltombs(loc, bytes, r.max, r.value, r.base, r.group);
             EXPECT_EQ(std::string_view(reinterpret_cast<char *>(bytes), static_cast<size_t>(n)),
-                      encoded(r.want, wide));
+                      spelled(r.want, set));
             EXPECT_EQ(loc.error(), 0);
         }
     }
@@ -274,6 +293,11 @@ TEST(Numbers, WritesGroupsWithinTheMaximum) {
     EXPECT_EQ(text(bytes), "1\x81@234");
     EXPECT_EQ(ko_mbstol(two, bytes, nullptr, 10, 1), 0x7FFFFFFF);
     EXPECT_EQ(two.error(), KO_EINVAL);
+    // 314 bytes.
+    const number_locale lavish(".", "____", "1 1", two_bytes);
+    EXPECT_EQ(ko_ltombs(lavish, bytes, 255, INT32_MIN, 2, 1), -1);
+    EXPECT_EQ(lavish.take_error(), KO_E2BIG);
+    EXPECT_EQ(bytes[0] | bytes[1], 0);
     const number_locale loc(".", ",", "1 3");
     EXPECT_EQ(ko_ultombs(loc, bytes, 20, UINT32_MAX, 10, 1), 13);
     EXPECT_EQ(text(bytes), "4,294,967,295");

@@ -4,9 +4,12 @@
 #define LOCALE_BUILDER_H
 
 #include "fixture.h"
+#include "kovaportable.h"
 
+#include <ctype.h>
 #include <stdio.h>
 
+#include <algorithm>
 #include <vector>
 
 struct table_entry {
@@ -183,6 +186,42 @@ inline locale_object double_byte_object(bool wide) {
     }
     add_conventions(&object, wide);
     return object;
+}
+
+// A text of portable characters in EBCDIC.
+inline std::string ebcdic(std::string_view text) {
+    kovaloc loc = {};
+    uint16_t classes[256] = {};
+    std::fill_n(classes + 0xF0, 10, uint16_t{KO_CT_DIGIT});
+    loc.exp.sb_ctype_table = classes;
+    loc.exp.single_byte = 1;
+    loc.portable = portable_of(&loc);
+    std::string bytes;
+    for (const char c : text)
+        bytes += static_cast<char>(native(&loc, c));
+    return bytes;
+}
+// Makes an object one of an EBCDIC code set. Its eras go: they are in ASCII.
+inline void make_ebcdic(locale_object *object) {
+    std::vector<table_entry> classes;
+    for (char c = 0; c >= 0 && c < 127; ++c) {
+        const int mask = c >= '0' && c <= '9' ? KO_CT_DIGIT
+                         : c == ' '           ? KO_CT_SPACE
+                         : ispunct(c)         ? KO_CT_PUNCT
+                                              : KO_CT_PRINT;
+        classes.push_back({ebcdic({&c, 1}), static_cast<uint16_t>(mask)});
+    }
+    object->ctype = table_text(classes) + "0\n" +
+                    table_text({
+                        {std::string(1, '\0'), 0}
+    }) +
+                    "0\n";
+    std::string &time = object->time;
+    const size_t eras = time.find("\n2\n") + 1;
+    size_t end = eras;
+    for (int line = 0; line < 3; ++line)
+        end = time.find('\n', end) + 1;
+    time.replace(eras, end - eras, "0\n");
 }
 
 constexpr char object_path[] = "c:\\vantor\\kova\\lc11\\";
