@@ -444,6 +444,23 @@ TEST_F(KovaCli, DrawsAMonthOfTheLocalesCalendar) {
     expect_complaint(kova({"cal", "de_DE.8859-1", "1", "99999"}), 2, "no such month");
 }
 
+TEST_F(KovaCli, WritesADateAndMarksWhatFails) {
+    static const std::vector<std::string> rows[] = {
+        {"de_DE.8859-1", "%A, %.1d. %B %Y", "2026-03-07", "Samstag, 7. März 2026\n"},
+        {"en_US.IBM037", "%c", "2026-11-21 14:30:05", "Sat 21 Nov 2026 02:30:05 PM\n"},
+        {"ja_JP.EUC-JP", "%EY|%F3", "2019-05-01T00:00:00.25", "令和元年|250\n"},
+        {"th_TH.TIS-620", "%Ey", "2026-11-21", "2569\n"},
+        {"he_IL.unicode@hebr", "%d %B %Y", "2026-11-21", "11 כסלו 5787\n"},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(kova({"date", "--utf8", r[0], r[1], "--at", r[2]}).out, r[3]) << r[0];
+    const outcome bad = kova({"date", "--utf8", "ja_JP.EUC-JP", "令和 %A%q"});
+    EXPECT_EQ(bad.status, 2);
+    EXPECT_NE(bad.err.find("directive 2, %q, at character 6"), std::string::npos) << bad.err;
+    EXPECT_NE(bad.err.find("\n  令和 %A%q\n         ^~"), std::string::npos) << bad.err;
+    expect_complaint(kova({"date", "de_DE.8859-1", "--at", "2026-02-29"}), 2, "--at, 2026-02-29");
+}
+
 TEST_F(KovaCli, HelpsWithEveryCommandAndRefusesWrongUsage) {
     for (const char *command : {"sort", "compare", "key", "upper", "lower", "classify", "info",
                                 "locales", "cal", "width", "trim", "count"}) {
