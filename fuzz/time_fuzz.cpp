@@ -67,6 +67,7 @@ static kovaloc *make_locale() {
     check(ko_create_null_locale_2(&loc) == 0, "there is memory");
     kovaloc *r = record(loc);
     const uint16_t none = 0;
+    free_multi(r->ctype);
     r->ctype = create_multi(sizeof none, 0, &none);
     for (unsigned b = 0; b < 256; b++) {
         const char_desc desc = {1, {static_cast<unsigned char>(b)}};
@@ -112,7 +113,9 @@ static void check_twins(kovaloc *loc, const std::string &format, const std::stri
     const auto wcs = [](const std::u16string &s) {
         return reinterpret_cast<const ko_wchar_t *>(s.c_str());
     };
-    ko_tm_t a = {}, b = {};
+    ko_tm_t a, b;
+    memset(&a, 0, sizeof a); // with what lies between the fields
+    memset(&b, 0, sizeof b);
     *ko_ext_errno(loc) = 0;
     const ko_mchar_t *end = ko_mbsptime(loc, mb(text), mb(format), &a, 'C');
     const int error = *ko_ext_errno(loc);

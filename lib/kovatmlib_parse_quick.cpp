@@ -62,13 +62,15 @@ template <class Unit>
                                                       const quick_rule &rule) {
     if (*r->at - 0u - '0' > 9) skip_blanks(r);
     const Unit *const start = r->at;
-    unsigned number = *start - 0u - '0', digit;
+    const Unit *at = start;
+    unsigned number = *at - 0u - '0', digit;
     if (number > 9) return false;
-    for (++r->at; (digit = *r->at - 0u - '0') <= 9; ++r->at)
+    for (++at; (digit = *at - 0u - '0') <= 9; ++at)
         number = number * 10 + digit;
+    r->at = at;
     int value = static_cast<int>(number);
     const int hi = rule.hi < 0 ? month_count(&r->loc->ltime_info) : rule.hi;
-    if (r->at - start > 9 || value < rule.lo || value > hi) return false;
+    if (at - start > 9 || value < rule.lo || value > hi) return false;
     if (value == 7 && rule.set == seen_week_day) value = 0;
     r->ti->*rule.field = value - rule.bias;
     r->set = (r->set & ~unsigned{rule.clear}) | rule.set;
@@ -107,7 +109,8 @@ template <class Unit> static inline bool take_sign(quick_reader<Unit> *r, unsign
     return true;
 }
 
-template <class Unit> static bool take_parts(quick_reader<Unit> *r, const char *parts) {
+template <class Unit>
+[[gnu::noinline]] static bool take_parts(quick_reader<Unit> *r, const char *parts) {
     for (; *parts; ++parts) {
         const quick_rule &rule = quick_rules[static_cast<unsigned char>(*parts)];
         const bool number = rule.kind == time_kind::number;
@@ -117,7 +120,8 @@ template <class Unit> static bool take_parts(quick_reader<Unit> *r, const char *
     return true;
 }
 
-template <class Unit> static bool take_other(quick_reader<Unit> *r, unsigned letter) {
+template <class Unit>
+[[gnu::noinline]] static bool take_other(quick_reader<Unit> *r, unsigned letter) {
     const time_directive &row = *time_by_letter[letter];
     if (row.kind == time_kind::name) return take_name(r, row);
     return row.kind == time_kind::parts && take_parts(r, row.parts);
