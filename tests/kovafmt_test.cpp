@@ -350,7 +350,7 @@ TEST(NumberFormat, AgreesWithPrintf) {
         const int integer = int(seeded() >> (32 + below(31)));
         if (real && !isfinite(value)) continue;
         if (real && below(2) && value > 0) value = -value;
-        const int whole = value ? int(floor(log10(fabs(value)))) + 1 : 1;
+        const int whole = value != 0 ? int(floor(log10(fabs(value)))) + 1 : 1;
         const int most = letter == 'f' ? std::max(0, std::min(14 - whole, 40)) : 14;
         if (letter == 'f' && whole > 14) continue;
         if (real || !zero) format += "." + std::to_string(real ? below(most + 1) : 1 + below(8));
