@@ -48,7 +48,7 @@ template <class W> inline bool is_plain(W word) { return word < W{cv_length + 1}
 
 template <class W, bool Write> inline void put_plain(W word, place<Write> *at) {
     put_word<W, Write>(word, at);
-    at->out += word >> top_byte<W>;
+    at->out += static_cast<size_t>(word >> top_byte<W>);
 }
 
 template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) {
@@ -232,9 +232,10 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
     size_t made = 0;
     for (const ko_mchar_t *const end = in + len; at.p < end;) {
         const ko_mchar_t *const begin = at.p;
-        const int64_t free = room - 8 - int64_t(made);
-        if (free < most) break;
-        const ko_mchar_t *const stop = int64_t{end - begin} * most > free ? begin + free / most : end;
+        const int64_t spare = room - 8 - int64_t(made);
+        if (spare < most) break;
+        const ko_mchar_t *const stop =
+            int64_t{end - begin} * most > spare ? begin + spare / most : end;
         const runner<W> r = {flat, words_of<W>(flat), rule, begin, stop};
         if (state)
             run_shifted<W, Write>(r, {pair, words_of<W>(pair), rule, begin, r.end},
