@@ -8,7 +8,7 @@ text_char by_tree::at(const unit *s) const {
     text_char c = {retrieve_text_multi_nv(s, loc->ctype, head(loc)), 0};
     if (!c.units) return {-1, 0};
     for (int i = 0; i < c.units; ++i)
-        c.wide = (c.wide << 8 | s[i]) & 0xFFFF;
+        c.code = c.code << 8 | s[i];
     return c;
 }
 

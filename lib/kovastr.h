@@ -11,8 +11,8 @@
 
 // The character at a position.
 struct text_char {
-    int units; // 0 at the terminator, -1 for what is no character, with the error word set
-    unsigned wide;
+    int units;     // 0 at the terminator, -1 for what is no character, with the error word set
+    unsigned code; // its wide value; of a multibyte character all bytes, high byte first
 };
 
 // The classes of a wide character, none where it is no character; stores no error.
@@ -34,7 +34,7 @@ template <class Unit> struct by_unit {
     kovaloc *loc;
     int end_units;
     text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
-    unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.wide); }
+    unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
     // Units before the terminator, at most so many; for other texts -1 with the error word set.
     int length(const unit *s, int most = INT_MAX) const {
         int n = 0;
@@ -66,8 +66,8 @@ struct by_flat { // code sets with terminators of one or two bytes
         return fail(loc, KO_EILSEQ, text_char{-1, 0});
     }
     unsigned classes(const unit *, text_char c) const {
-        if (c.units < 2) return c.units == 1 ? f->item1[c.wide] : 0u;
-        return f->second->items[c.wide >> 8][c.wide & 0xFF];
+        if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
+        return f->second->items[c.code >> 8][c.code & 0xFF];
     }
     int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
 };

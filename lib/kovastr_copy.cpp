@@ -34,7 +34,7 @@ static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, int n
     if (before < 0) return none;
     const int len = strings.length(src, n);
     if (len < 0) return none;
-    memcpy(dst + before, src, static_cast<size_t>(len) * sizeof(Unit));
+    memmove(dst + before, src, static_cast<size_t>(len) * sizeof(Unit));
     end_text(dst + before + len, strings.end_units());
     return dst;
 }
@@ -106,7 +106,7 @@ ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars) {
     if (!copy.p) return fail(loc, KO_ENOMEM, none);
     const kovaloc *r = record(loc);
     const auto convert = r->exp.single_byte ? is_mbstowcs : im_mbstowcs;
+    copy.p[chars] = 0;
     *len_chars = convert(loc, copy.p, mbs, chars);
-    copy.p[*len_chars] = 0;
     return copy.release();
 }

@@ -10,14 +10,15 @@ template <class Unit> static Unit *absent(ko_lc_t loc) {
 
 enum class which { first, last };
 
+static bool same(text_char a, text_char b) { return a.units == b.units && a.code == b.code; }
+
 template <class By, class Unit>
-static Unit *find_char(const By &by, const Unit *s, const Unit *wanted, text_char w, which side) {
+static Unit *find_char(const By &by, const Unit *s, text_char wanted, which side) {
     const Unit *found = nullptr;
     for (text_char c;; s += c.units) {
         c = by.at(s);
         if (c.units < 0) return nullptr;
-        if (c.units == w.units && c.wide == w.wide &&
-            (c.units < 3 || !memcmp(s, wanted, static_cast<size_t>(c.units)))) {
+        if (same(c, wanted)) {
             found = s;
             if (side == which::first) break;
         }
@@ -26,11 +27,11 @@ static Unit *find_char(const By &by, const Unit *s, const Unit *wanted, text_cha
     return found ? const_cast<Unit *>(found) : absent<Unit>(by.loc);
 }
 
-static ko_mchar_t *find_char(const by_byte &by, const ko_mchar_t *s, const ko_mchar_t *wanted,
-                             text_char, which side) {
+static ko_mchar_t *find_char(const by_byte &by, const ko_mchar_t *s, text_char wanted, which side) {
     const void *text = s;
     const auto *bytes = static_cast<const char *>(text);
-    const void *found = side == which::first ? strchr(bytes, *wanted) : strrchr(bytes, *wanted);
+    const auto byte = static_cast<int>(wanted.code);
+    const void *found = side == which::first ? strchr(bytes, byte) : strrchr(bytes, byte);
     return found ? static_cast<ko_mchar_t *>(const_cast<void *>(found))
                  : absent<ko_mchar_t>(by.loc);
 }
@@ -40,14 +41,14 @@ static ko_mchar_t *find_mb(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t 
     if (!mbs || !mb) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) {
         const text_char wanted = by.at(mb);
-        return wanted.units < 0 ? none : find_char(by, mbs, mb, wanted, side);
+        return wanted.units < 0 ? none : find_char(by, mbs, wanted, side);
     });
 }
 
 static ko_wchar_t *find_wc(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc, which side) {
     ko_wchar_t *const none = nullptr;
     if (!wcs) return fail(loc, KO_ENULL, none);
-    return find_char(by_wide{record(loc), 1}, wcs, &wc, {wc ? 1 : 0, wc}, side);
+    return find_char(by_wide{record(loc), 1}, wcs, {wc ? 1 : 0, wc}, side);
 }
 
 ko_mchar_t *ko_full_mbschr(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb) {
@@ -118,7 +119,7 @@ static inline bool is_member(const char_set &set, unsigned wide) {
 template <class By> static bool read_set(const By &by, const typename By::unit *s, char_set *set) {
     for (text_char c; (c = by.at(s)).units; s += c.units) {
         if (c.units < 0) return false;
-        if (!add_member(set, c.wide)) return fail(by.loc, KO_ENOMEM, false);
+        if (!add_member(set, c.code & 0xFFFF)) return fail(by.loc, KO_ENOMEM, false);
     }
     return true;
 }
@@ -137,7 +138,7 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     for (text_char c; (c = by.at(s)).units; s += c.units, ++chars) {
         if (c.units < 0) return none;
         if (c.units > 2) return fail(by.loc, KO_EINVAL, none); // longer ones are not compared
-        if (is_member(set, c.wide) != inside) break;
+        if (is_member(set, c.code) != inside) break;
     }
     return {s, chars};
 }
@@ -184,20 +185,61 @@ ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set
 
 // ---- Strings -----------------------------------------------------------------------------------
 
-// Both texts are read in whole characters from the same start, so a match cannot run over the end.
+// Compares at every character. Both texts are read in whole characters from the same start, so a
+// match cannot run over the end.
 template <class By, class Unit>
-static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
-    const int len = by.length(sub);
-    if (len < 0) return nullptr;
+static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
     for (text_char c;; s += c.units) {
-        int same = 0;
-        while (same < len && s[same] == sub[same])
-            ++same;
-        if (same == len) return const_cast<Unit *>(s);
+        int same_units = 0;
+        while (same_units < len && s[same_units] == sub[same_units])
+            ++same_units;
+        if (same_units == len) return const_cast<Unit *>(s);
         c = by.at(s);
         if (c.units < 0) return nullptr;
         if (!c.units) return absent<Unit>(by.loc);
     }
+}
+
+struct sub_char {
+    text_char c;
+    int back; // how many characters before and with it are the first ones of the string, too
+};
+
+// The characters that match once another one follows those that do.
+static int extend(const sub_char *sub, int matched, text_char c) {
+    while (matched && !same(sub[matched].c, c))
+        matched = sub[matched - 1].back;
+    return matched + same(sub[matched].c, c);
+}
+
+// Looks at each character of the text once.
+template <class By, class Unit>
+static Unit *find_long(const By &by, const Unit *s, const Unit *sub, int len, sub_char *room) {
+    int chars = 0;
+    for (int at = 0; at < len; at += room[chars++].c.units) {
+        room[chars] = {by.at(sub + at), 0};
+        if (chars) room[chars].back = extend(room, room[chars - 1].back, room[chars].c);
+    }
+    int matched = 0;
+    for (text_char c; (c = by.at(s)).units;) {
+        if (c.units < 0) return nullptr;
+        s += c.units;
+        matched = extend(room, matched, c);
+        if (matched == chars) return const_cast<Unit *>(s) - len;
+    }
+    return absent<Unit>(by.loc);
+}
+
+template <class By, class Unit>
+static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
+    constexpr int short_units = 64;
+    const int len = by.length(sub);
+    if (len < 0) return nullptr;
+    if (len > short_units) {
+        const ext_block<sub_char> room(static_cast<size_t>(len));
+        if (room.p) return find_long(by, s, sub, len, room.p);
+    }
+    return find_short(by, s, sub, len); // without memory slower, but the same
 }
 
 static ko_mchar_t *find_text(const by_byte &by, const ko_mchar_t *s, const ko_mchar_t *sub) {
