@@ -186,6 +186,9 @@ void make_codec(const locale_handle &handle, const data_place &place, bool utf8,
     code.utf16 = code.min_len == 2 && folded == "unicode";
     if (code.utf16) {
         code.mapped = true;
+        code.wide_of.resize(65536);
+        for (unsigned point = 0; point < 65536; ++point)
+            if (valid_wide(code, point)) code.wide_of[point] = uint16_t(point);
         code.replacement = valid_wide(code, 0xFFFD) ? 0xFFFD : '?';
     }
     if (utf8 && !add_mapping(handle, place, code))
@@ -231,11 +234,7 @@ int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {
 
 // Units written for a code point, 0 when the code set lacks it.
 static size_t put_point(const codec &code, uint32_t point, ko_wchar_t *out) {
-    if (code.utf16) {
-        if (point < 0x10000) {
-            out[0] = ko_wchar_t(point);
-            return valid_wide(code, point) ? 1 : 0;
-        }
+    if (point >= 0x10000 && code.utf16) {
         out[0] = ko_wchar_t(0xD800 + ((point - 0x10000) >> 10));
         out[1] = ko_wchar_t(0xDC00 + ((point - 0x10000) & 0x3FF));
         return valid_wide(code, out[0]) && valid_wide(code, out[1]) ? 2 : 0;
@@ -258,10 +257,26 @@ static void set_bad(bad_character &bad, fault why, const unsigned char *text, si
     std::copy_n(text + at, std::min<size_t>({bytes, len - at, 4}), bad.bytes.begin());
 }
 
+// ASCII at the front of a text, as far as the code set has it. Returns the units.
+static size_t decode_ascii(const codec &code, const unsigned char *text, size_t len,
+                           ko_wchar_t *out) {
+    const uint16_t *const wide_of = code.wide_of.data();
+    size_t units = 0;
+    for (; units < len && text[units] < 0x80; ++units) {
+        out[units] = wide_of[text[units]];
+        if (!out[units] && text[units]) break;
+    }
+    return units;
+}
+
 static size_t decode_utf8(const codec &code, const unsigned char *text, size_t len, ko_wchar_t *out,
                           bad_character &bad) {
     size_t units = 0;
     for (size_t at = 0; at < len;) {
+        const size_t run = decode_ascii(code, text + at, len - at, out + units);
+        units += run;
+        at += run;
+        if (at == len) break;
         uint32_t point = 0;
         const int bytes = utf8_char(text + at, len - at, point);
         if (bytes <= 0) {
@@ -336,27 +351,30 @@ bool decode_text(const codec &code, std::string_view text, bool replace,
 
 // ---- wide to outer form ----
 
+// Writes at most four bytes; where they end.
+static char *put_utf8(uint32_t point, char *to) {
+    const int more = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
+    static constexpr unsigned char first[] = {0, 0xC0, 0xE0, 0xF0};
+    *to++ = char(first[more] | point >> (6 * more));
+    for (int shift = 6 * (more - 1); shift >= 0; shift -= 6)
+        *to++ = char(0x80 | (point >> shift & 0x3F));
+    return to;
+}
+
 void append_utf8(uint32_t point, std::string &out) {
-    if (point < 0x80) {
-        out.push_back(char(point));
-    } else if (point < 0x800) {
-        out.push_back(char(0xC0 | point >> 6));
-        out.push_back(char(0x80 | (point & 0x3F)));
-    } else if (point < 0x10000) {
-        out.push_back(char(0xE0 | point >> 12));
-        out.push_back(char(0x80 | (point >> 6 & 0x3F)));
-        out.push_back(char(0x80 | (point & 0x3F)));
-    } else {
-        out.push_back(char(0xF0 | point >> 18));
-        out.push_back(char(0x80 | (point >> 12 & 0x3F)));
-        out.push_back(char(0x80 | (point >> 6 & 0x3F)));
-        out.push_back(char(0x80 | (point & 0x3F)));
-    }
+    char bytes[4];
+    out.append(bytes, put_utf8(point, bytes));
+}
+
+static char *put_bytes(const codec &code, ko_wchar_t wide, char *to) {
+    if (wide > 0xFF || code.min_len == 2) *to++ = char(wide >> 8);
+    *to++ = char(wide & 0xFF);
+    return to;
 }
 
 void encode_bytes(const codec &code, ko_wchar_t wide, std::string &out) {
-    if (wide > 0xFF || code.min_len == 2) out.push_back(char(wide >> 8));
-    out.push_back(char(wide & 0xFF));
+    char bytes[2];
+    out.append(bytes, put_bytes(code, wide, bytes));
 }
 
 uint32_t code_point(const codec &code, ko_wchar_t wide) {
@@ -369,17 +387,21 @@ static bool is_pair(const ko_wchar_t *wide, size_t count) {
 }
 
 void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string &out) {
+    const size_t before = out.size();
+    out.resize(before + 4 * count);
+    char *to = &out[before];
     for (size_t i = 0; i < count; ++i) {
         if (!code.utf8) {
-            encode_bytes(code, wide[i], out);
+            to = put_bytes(code, wide[i], to);
         } else if (code.utf16 && is_pair(wide + i, count - i)) {
-            append_utf8(0x10000 + ((wide[i] & 0x3FFu) << 10) + (wide[i + 1] & 0x3FFu), out);
+            to = put_utf8(0x10000 + ((wide[i] & 0x3FFu) << 10) + (wide[i + 1] & 0x3FFu), to);
             ++i;
         } else {
             const uint32_t point = code_point(code, wide[i]);
-            append_utf8(point == no_code_point ? 0xFFFD : point, out);
+            to = put_utf8(point == no_code_point ? 0xFFFD : point, to);
         }
     }
+    out.resize(size_t(to - out.data()));
 }
 
 // ---- messages ----
