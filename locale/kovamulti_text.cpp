@@ -237,7 +237,8 @@ static inline bool entry_of_digits(const unsigned char *text, uint32_t *entry) {
     }
     const uint64_t letter = c >> 6 & each, digits = (c & 0x0F * each) + 9 * letter;
     const uint64_t above_nine = (digits + 6 * each) >> 4 & each;
-    const uint64_t wrong = (c ^ (digits + 0x30 * each + 0x27 * letter)) | (above_nine ^ letter);
+    const uint64_t wrong = (c ^ (digits + 0x30 * each + 0x27 * letter)) | (above_nine ^ letter) |
+                           (digits & 0x10 * each);
     uint64_t bytes = (digits << 4 | digits >> 8) & 0x00FF00FF00FF00FFu;
     bytes = (bytes | bytes >> 8) & 0x0000FFFF0000FFFFu;
     *entry = static_cast<uint32_t>(bytes | bytes >> 16);

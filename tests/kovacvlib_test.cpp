@@ -653,7 +653,7 @@ TEST(Conversion, DamagedObjectsFailOrConvert) {
     for (size_t n = 0; n < object.size(); ++n)
         try_object(object.substr(0, n));
     for (size_t i = 0; i < object.size(); ++i)
-        for (const char c : {'0', '1', '4', '7', 'f', ' ', '\n', '-', '\0', '\xff'}) {
+        for (const char c : {'0', '1', '4', '7', 'f', 'o', ' ', '\n', '-', '\0', '\xff'}) {
             std::string damaged = object;
             damaged[i] = c;
             try_object(damaged);
