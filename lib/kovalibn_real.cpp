@@ -102,14 +102,12 @@ static double converted_value(const number_text<Unit> &t, const real_text &n) {
     char *to = copy;
     if (n.all_fraction) *to++ = '.';
     for (int i = n.start; i < n.end;) {
-        int len = symbol_len_at(t, i, n.symbol);
-        if (len) {
-            *to++ = '.';
-        } else if (!(len = symbol_len_at(t, i, n.separator))) {
-            *to++ = static_cast<char>(at(t, i));
-            len = 1;
+        int len = symbol_len_at(t, i, n.separator); // first: the symbol may be the same
+        if (!len) {
+            len = symbol_len_at(t, i, n.symbol);
+            *to++ = len ? '.' : static_cast<char>(at(t, i));
         }
-        i += len;
+        i += len ? len : 1;
     }
     *to = 0;
     const char *end;

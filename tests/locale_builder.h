@@ -204,7 +204,7 @@ inline std::string ebcdic(std::string_view text) {
 // Makes an object one of an EBCDIC code set. Its eras go: they are in ASCII.
 inline void make_ebcdic(locale_object *object) {
     std::vector<table_entry> classes;
-    for (char c = 0; c >= 0 && c < 127; ++c) {
+    for (char c = 0; c < 127; ++c) {
         const int mask = c >= '0' && c <= '9' ? KO_CT_DIGIT
                          : c == ' '           ? KO_CT_SPACE
                          : ispunct(c)         ? KO_CT_PUNCT
