@@ -26,7 +26,7 @@ static void *open_charmap(kovacmap *map, const char *name, const char *dir) {
     if (!dir) return ko_path_search(head(map), name, "cm", "3");
     const size_t dir_len = strlen(dir), name_size = strlen(name) + 1;
     ext_block<char> path(dir_len + 1 + name_size);
-    if (!path.p) return nullptr;
+    if (!path.p) return fail(head(map), KO_ENOMEM, nullptr);
     memcpy(path.p, dir, dir_len);
     path.p[dir_len] = '\\';
     memcpy(path.p + dir_len + 1, name, name_size);
@@ -52,10 +52,12 @@ int ko_cm_load(ko_cm_t *cm, const char *cm_spec, const char *registry, const cha
     char numbered[16];
     snprintf(numbered, sizeof numbered, "%04x.cmo", unsigned{map->codeset_number});
     const bool has_number = map->codeset_number != KO_NO_CODESET;
+    set_error(head(map), 0);
     void *stream = open_charmap(map, has_number ? numbered : cm_spec, cm_dir);
-    if (!stream) return hand_out(cm, &cm_fileerr, KO_EFILE);
-    const int error = read_stream(stream, map);
-    ko_ext_fclose(stream);
+    const bool no_memory = !stream && *ko_ext_errno(map) == KO_ENOMEM;
+    if (!stream && !no_memory) return hand_out(cm, &cm_fileerr, KO_EFILE);
+    const int error = no_memory ? int{KO_ENOMEM} : read_stream(stream, map);
+    if (stream) ko_ext_fclose(stream);
     *cm = block.release();
     return fail(head(map), error, error ? -1 : 0);
 }
@@ -115,16 +117,20 @@ static int string_to_symbol(const char *name, char *out, int size) {
     return needed;
 }
 
+static const list_cell *first_range(const kovacmap *map) {
+    return map->range_list ? map->range_list->firstLink : nullptr;
+}
+
 // The name of a character; false when it has none.
 static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
     if (const table_data *single = find_char(&map->char_sym, desc)) {
         strcpy(name, single->name);
         return true;
     }
-    const int i = find_range(map, desc, 0);
-    if (i < 0) return false;
-    calculate_name(map->ranges[i], range_place(map->ranges[i], desc), name);
-    return true;
+    const list_cell *from = first_range(map);
+    const range_data *range = find_range(map, desc, &from);
+    if (range) calculate_name(range, range_place(range, desc), name);
+    return range;
 }
 
 static char_desc desc_of(const ko_mchar_t *mb, int len) {
@@ -155,15 +161,21 @@ template <class Unit> struct source_text {
     bool terminated;
 };
 
+// Bytes of a terminated text, up to those that a character can have.
+static int bytes_before_end(const ko_mchar_t *at, int terminator) {
+    int left = 0;
+    while (left < 4 && !all_zero(at + left, terminator))
+        left += terminator;
+    return left < 4 ? left : 4;
+}
+
 // The bytes of the next character. Returns its units, 0 at the end; -1 with the error word set.
 static int next_char(kovacmap *map, const source_text<ko_mchar_t> &in, ko_mchar_t *bytes,
                      int *len) {
-    if (in.terminated ? all_zero(in.at, terminator_len(map)) : in.left < 1) return 0;
-    *len = char_len(map, in.at, in.terminated ? 4 : in.left);
-    if (*len < 0) {
-        if (in.terminated) set_error(head(map), KO_EILSEQ);
-        return -1;
-    }
+    const int left = in.terminated ? bytes_before_end(in.at, terminator_len(map)) : in.left;
+    if (left < 1) return 0;
+    *len = char_len(map, in.at, left);
+    if (*len < 0) return in.terminated ? fail(head(map), KO_EILSEQ, -1) : -1;
     memcpy(bytes, in.at, static_cast<size_t>(*len));
     return *len;
 }
@@ -236,14 +248,13 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
     if (len_bytes < 1 || len_bytes > 4) return fail(head(map), KO_ENOSYMBOL, -1);
     const char_desc desc = desc_of(mb, len_bytes);
     symbol_list list = {.at = dst, .room = size, .found = 0};
-    const list_cell *cell = map->char_sym.bins[char_bin(desc)].firstLink;
-    for (; cell; cell = cell->next) {
-        const auto *entry = static_cast<const table_data *>(cell->data);
-        if (!memcmp(&entry->desc, &desc, sizeof desc)) add_symbol(&list, entry->name);
-    }
-    for (int i = -1; (i = find_range(map, desc, i + 1)) >= 0;) {
+    const table_data *single = find_char(&map->char_sym, desc);
+    for (; single; single = single->same)
+        add_symbol(&list, single->name);
+    const list_cell *from = first_range(map);
+    while (const range_data *range = find_range(map, desc, &from)) {
         char name[name_room + 10];
-        calculate_name(map->ranges[i], range_place(map->ranges[i], desc), name);
+        calculate_name(range, range_place(range, desc), name);
         add_symbol(&list, name);
     }
     *list.at = 0;
@@ -263,14 +274,9 @@ static bool name_to_descriptor(const kovacmap *map, const char *name, char_desc 
     const int number = canonical_name(name, canonical);
     if (number < 0) return false;
     const table_data *entry = find_named(&map->sym_char, canonical, 'r');
-    const list_cell *cell = entry && entry->ranges ? entry->ranges->firstLink : nullptr;
-    for (; cell; cell = cell->next) {
-        const auto *range = static_cast<const range_data *>(cell->data);
-        if (number < range->name_base || number - range->name_base >= range->length) continue;
-        *desc = range_char(range, number - range->name_base);
-        return true;
-    }
-    return false;
+    const range_data *range = entry ? find_number(entry, number) : nullptr;
+    if (range) *desc = range_char(range, number - range->name_base);
+    return range;
 }
 
 // Reads one symbol and moves behind it. 0, or the error number.
@@ -291,13 +297,14 @@ static int symbol_to_descriptor(const kovacmap *map, const char **symbol, char_d
     return 0;
 }
 
-// Units of a terminator, units of a character, and writing one.
+// Units of a terminator, units of a character (0: it has no such form), and writing one.
 static int end_units(const kovacmap *map, const ko_mchar_t *) { return terminator_len(map); }
 static int end_units(const kovacmap *, const ko_wchar_t *) { return 1; }
 static int char_units(const char_desc &desc, const ko_mchar_t *) {
     return static_cast<int>(desc.length);
 }
-static int char_units(const char_desc &, const ko_wchar_t *) { return 1; }
+// A wide character has no room for more than two bytes.
+static int char_units(const char_desc &desc, const ko_wchar_t *) { return desc.length > 2 ? 0 : 1; }
 static void put_char(ko_mchar_t *out, const char_desc &desc) {
     memcpy(out, desc.bytes, desc.length);
 }
@@ -322,8 +329,8 @@ static int symbols_to_text(ko_cm_t cm, Unit *dst, int size, const char **src) {
         const char *at = *src;
         if ((error = symbol_to_descriptor(map, &at, &desc)) != 0) break;
         const int units = char_units(desc, out);
-        if (units > room) {
-            error = KO_ERANGE;
+        if (units < 1 || units > room) {
+            error = units < 1 ? KO_EILSEQ : KO_ERANGE;
             break;
         }
         put_char(out, desc);

@@ -20,19 +20,33 @@ struct range_data {
     char name[name_room];
 };
 
+// Derived from a list of many ranges: they in ascending order, none where two overlap.
+struct range_start {
+    uint64_t first; // the place of the range's first character or number
+    const range_data *range;
+};
+struct range_index {
+    range_start *at;
+    int count;
+};
+
 struct table_data {
-    int type;             // 's' a single character, 'r' a named range
-    char name[name_room]; // of a range: with its trailing digits as zeros
-    char_desc desc;       // of a single character
-    link_list *ranges;    // of the ranges that share the name; in sym_char alone
+    int type;              // 's' a single character, 'r' a named range
+    char name[name_room];  // of a range: with its trailing digits as zeros
+    char_desc desc;        // of a single character
+    link_list *ranges;     // of the ranges that share the name; in sym_char alone
+    range_index by_number; // of those ranges
+    table_data *same;      // the next entry of the same key
+    table_data *last_same; // of the first one: the last
 };
 
 struct symbol_table {
     link_list bins[symbol_bins]; // of table_data
-    // Derived: the entries in file order, and open addressing over them.
-    const table_data **slots;
+    bool by_char;                // the key is desc, not type and name
+    // Derived: open addressing over the first entry of every key.
+    table_data **slots;
     unsigned mask;
-    unsigned count;
+    unsigned count; // of slots in use
 };
 
 struct kovacmap {
@@ -45,10 +59,7 @@ struct kovacmap {
     link_list *range_list; // of range_data
     symbol_table sym_char; // by name
     symbol_table char_sym; // by bytes, single characters alone
-    // Derived: the ranges in file order; ascending and apart, as the compiler writes them, or not.
-    const range_data **ranges;
-    int range_count;
-    bool ranges_ascend;
+    range_index by_char;   // of range_list
 };
 
 // The records of a charmap object (kovasyms_read.cpp). 0, or the error number.
@@ -64,13 +75,15 @@ void calculate_name(const range_data *range, int i, char *out);
 char_desc range_char(const range_data *range, int i);
 // The place of a character in a range, -1 when it is not there.
 int range_place(const range_data *range, const char_desc &desc);
-// The first range from number i on, in file order, that holds a character; -1 when none does.
-int find_range(const kovacmap *map, const char_desc &desc, int i);
+// The first range in file order that holds a character, NULL when none does. *from is the cell of
+// range_list to look from, and gets the one to go on at, NULL at the end.
+const range_data *find_range(const kovacmap *map, const char_desc &desc, const list_cell **from);
+// The first range of an entry that holds a number, NULL when none does.
+const range_data *find_number(const table_data *entry, int number);
 
-unsigned name_bin(const char *name);
-unsigned char_bin(const char_desc &desc);
-// The first single character of a name, or single name of a character; NULL without one.
-const table_data *find_named(const symbol_table *table, const char *name, int type);
-const table_data *find_char(const symbol_table *table, const char_desc &desc);
+// The single character or range of a name, and the single names of a character: the first in file
+// order, which leads to the others; NULL without one.
+table_data *find_named(const symbol_table *table, const char *name, int type);
+table_data *find_char(const symbol_table *table, const char_desc &desc);
 
 #endif

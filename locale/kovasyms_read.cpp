@@ -6,19 +6,21 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+
 static constexpr int line_bound = 127;
 static constexpr int max_range_chars = 0x200000; // of one object, over all its ranges
 
 // ---- Tables -------------------------------------------------------------------------------------
 
-unsigned name_bin(const char *name) {
+static unsigned name_bin(const char *name) {
     int sum = 0;
     for (; *name; ++name)
         sum += static_cast<signed char>(*name);
     return static_cast<unsigned>((sum % symbol_bins + symbol_bins) % symbol_bins);
 }
 
-unsigned char_bin(const char_desc &desc) {
+static unsigned char_bin(const char_desc &desc) {
     unsigned sum = 0;
     for (unsigned i = 0; i < desc.length; ++i)
         sum += desc.bytes[i];
@@ -33,56 +35,66 @@ static unsigned hash_bytes(const void *bytes, size_t len) {
     return hash ^ hash >> 15;
 }
 
-const table_data *find_named(const symbol_table *table, const char *name, int type) {
-    if (!table->slots) return nullptr;
+// The slot of a key, or the free one where it belongs.
+static table_data **name_slot(const symbol_table *table, const char *name, int type) {
     for (unsigned at = hash_bytes(name, strlen(name));; ++at) {
-        const table_data *entry = table->slots[at & table->mask];
-        if (!entry || (entry->type == type && !strcmp(entry->name, name))) return entry;
+        table_data **slot = &table->slots[at & table->mask];
+        if (!*slot || ((*slot)->type == type && !strcmp((*slot)->name, name))) return slot;
     }
 }
-
-static bool same_char(const char_desc &a, const char_desc &b) {
-    return a.length == b.length && !memcmp(a.bytes, b.bytes, a.length);
-}
-
-const table_data *find_char(const symbol_table *table, const char_desc &desc) {
-    if (!table->slots) return nullptr;
+static table_data **char_slot(const symbol_table *table, const char_desc &desc) {
     for (unsigned at = hash_bytes(desc.bytes, desc.length);; ++at) {
-        const table_data *entry = table->slots[at & table->mask];
-        if (!entry || same_char(entry->desc, desc)) return entry;
+        table_data **slot = &table->slots[at & table->mask];
+        if (!*slot || !memcmp(&(*slot)->desc, &desc, sizeof desc)) return slot;
     }
 }
 
-// Gives the table twice as many slots as it has entries, filled bin by bin: within a bin, and so
-// for equal keys, in the order of the file.
-static bool build_slots(symbol_table *table, bool by_name) {
-    unsigned size = 16;
-    while (size < 2 * table->count)
-        size *= 2;
-    ext_block<const table_data *> slots(size);
+table_data *find_named(const symbol_table *table, const char *name, int type) {
+    return table->slots ? *name_slot(table, name, type) : nullptr;
+}
+
+table_data *find_char(const symbol_table *table, const char_desc &desc) {
+    return table->slots ? *char_slot(table, desc) : nullptr;
+}
+
+static table_data **entry_slot(const symbol_table *table, const table_data *entry) {
+    return table->by_char ? char_slot(table, entry->desc)
+                          : name_slot(table, entry->name, entry->type);
+}
+
+// Keeps half of the slots free.
+static bool grow_slots(symbol_table *table) {
+    if (table->slots && table->count < table->mask / 2) return true;
+    const unsigned old_size = table->slots ? table->mask + 1 : 0;
+    const unsigned size = old_size ? 2 * old_size : 16;
+    table_data **old = table->slots;
+    ext_block<table_data *> slots(size);
     if (!slots.p) return false;
     memset(slots.p, 0, size * sizeof *slots.p);
-    table->mask = size - 1;
-    for (const link_list &bin : table->bins) {
-        for (const list_cell *cell = bin.firstLink; cell; cell = cell->next) {
-            const auto *entry = static_cast<const table_data *>(cell->data);
-            unsigned at = by_name ? hash_bytes(entry->name, strlen(entry->name))
-                                  : hash_bytes(entry->desc.bytes, entry->desc.length);
-            while (slots.p[at & table->mask])
-                ++at;
-            slots.p[at & table->mask] = entry;
-        }
-    }
     table->slots = slots.release();
+    table->mask = size - 1;
+    for (unsigned i = 0; i < old_size; ++i) {
+        if (old[i]) *entry_slot(table, old[i]) = old[i];
+    }
+    free_ptr(old);
     return true;
 }
 
-static table_data *add_entry(symbol_table *table, unsigned bin, const table_data &entry) {
-    if (table->count > INT_MAX / 2) return nullptr;
+static table_data *add_entry(symbol_table *table, const table_data &entry) {
+    if (table->count > INT_MAX / 2 || !grow_slots(table)) return nullptr;
+    const unsigned bin = table->by_char ? char_bin(entry.desc) : name_bin(entry.name);
     const list_cell *cell = list_insert(&entry, sizeof entry, nullptr, &table->bins[bin]);
     if (!cell) return nullptr;
-    ++table->count;
-    return static_cast<table_data *>(cell->data);
+    auto *added = static_cast<table_data *>(cell->data);
+    table_data **slot = entry_slot(table, added);
+    if (*slot) {
+        (*slot)->last_same->same = added;
+    } else {
+        *slot = added;
+        ++table->count;
+    }
+    (*slot)->last_same = added;
+    return added;
 }
 
 // ---- Characters ---------------------------------------------------------------------------------
@@ -127,45 +139,100 @@ int range_place(const range_data *range, const char_desc &desc) {
     return static_cast<int>(value - first);
 }
 
-// Ascending order is that of length, then bytes.
-static bool is_before(const char_desc &a, const char_desc &b) {
-    return a.length != b.length ? a.length < b.length : char_value(a) < char_value(b);
+// ---- Ranges -------------------------------------------------------------------------------------
+
+static const range_data *range_of(const list_cell *cell) {
+    return static_cast<const range_data *>(cell->data);
 }
 
-int find_range(const kovacmap *map, const char_desc &desc, int i) {
-    int end = map->range_count;
-    if (map->ranges_ascend && i > 0) return -1;
-    if (map->ranges_ascend) { // the last range that starts at or before the character
-        while (i < end) {
-            const int middle = i + (end - i) / 2;
-            if (is_before(desc, map->ranges[middle]->base_char))
-                end = middle;
-            else
-                i = middle + 1;
-        }
-        if (--i < 0) return -1;
-        end = i + 1;
-    }
-    for (; i < end; ++i) {
-        if (range_place(map->ranges[i], desc) >= 0) return i;
-    }
-    return -1;
+// Places of characters by length and bytes, and of the numbers in names.
+static uint64_t char_place(const char_desc &desc) {
+    return uint64_t{desc.length} << 33 | char_value(desc);
+}
+static uint64_t first_char(const range_data *range) { return char_place(range->base_char); }
+static uint64_t first_number(const range_data *range) {
+    return static_cast<uint64_t>(range->name_base);
 }
 
-static bool list_ranges(kovacmap *map) {
-    ext_block<const range_data *> ranges(static_cast<size_t>(map->range_count));
-    if (!ranges.p) return false;
-    int n = 0;
-    map->ranges_ascend = true;
-    for (const list_cell *cell = map->range_list->firstLink; cell; cell = cell->next, ++n) {
-        ranges.p[n] = static_cast<const range_data *>(cell->data);
-        if (n == 0) continue;
-        const range_data *before = ranges.p[n - 1];
-        if (!is_before(range_char(before, before->length - 1), ranges.p[n]->base_char))
-            map->ranges_ascend = false;
+static constexpr int few_ranges = 8; // are searched one by one
+
+// False without memory.
+static bool build_index(const link_list *list, uint64_t (*first)(const range_data *),
+                        range_index *index) {
+    size_t count = 0, n = 0;
+    for (const list_cell *cell = list->firstLink; cell; cell = cell->next)
+        ++count;
+    if (count <= few_ranges) return true;
+    ext_block<range_start> starts(count);
+    if (!starts.p) return false;
+    for (const list_cell *cell = list->firstLink; cell; cell = cell->next)
+        starts.p[n++] = {first(range_of(cell)), range_of(cell)};
+    std::sort(starts.p, starts.p + count,
+              [](const range_start &a, const range_start &b) { return a.first < b.first; });
+    for (n = 1; n < count; ++n) {
+        const range_start &before = starts.p[n - 1];
+        const auto length = static_cast<uint64_t>(before.range->length);
+        if (starts.p[n].first - before.first < length) return true;
     }
-    map->ranges = ranges.release();
+    *index = {.at = starts.release(), .count = static_cast<int>(count)};
     return true;
+}
+
+// The last range that starts at or before a place; NULL without one.
+static const range_data *last_from(const range_index &index, uint64_t place) {
+    int low = 0, high = index.count;
+    while (low < high) {
+        const int middle = low + (high - low) / 2;
+        if (index.at[middle].first > place)
+            high = middle;
+        else
+            low = middle + 1;
+    }
+    return low ? index.at[low - 1].range : nullptr;
+}
+
+const range_data *find_range(const kovacmap *map, const char_desc &desc, const list_cell **from) {
+    const list_cell *cell = *from;
+    *from = nullptr;
+    if (cell && map->by_char.at) { // in no more than one
+        const range_data *range = last_from(map->by_char, char_place(desc));
+        return range && range_place(range, desc) >= 0 ? range : nullptr;
+    }
+    for (; cell; cell = cell->next) {
+        if (range_place(range_of(cell), desc) < 0) continue;
+        *from = cell->next;
+        return range_of(cell);
+    }
+    return nullptr;
+}
+
+static bool holds_number(const range_data *range, int number) {
+    return number >= range->name_base && number - range->name_base < range->length;
+}
+
+const range_data *find_number(const table_data *entry, int number) {
+    if (entry->by_number.at) {
+        const range_data *range = last_from(entry->by_number, static_cast<uint64_t>(number));
+        return range && holds_number(range, number) ? range : nullptr;
+    }
+    const list_cell *cell = entry->ranges ? entry->ranges->firstLink : nullptr;
+    while (cell && !holds_number(range_of(cell), number))
+        cell = cell->next;
+    return cell ? range_of(cell) : nullptr;
+}
+
+// False without memory.
+static bool index_ranges(kovacmap *map) {
+    for (const link_list &bin : map->sym_char.bins) {
+        for (list_cell *cell = bin.firstLink; cell; cell = cell->next) {
+            auto *entry = static_cast<table_data *>(cell->data);
+            if (!entry->ranges) continue;
+            if (!build_index(entry->ranges, first_number, &entry->by_number)) {
+                return false;
+            }
+        }
+    }
+    return build_index(map->range_list, first_char, &map->by_char);
 }
 
 // ---- Names --------------------------------------------------------------------------------------
@@ -266,6 +333,8 @@ static void field_name(record_line *in, char *name) {
     if (!in->error) memcpy(name, word, len + 1);
 }
 
+static bool is_hex(char c) { return get_hex_digit(c) != static_cast<unsigned char>(c); }
+
 static char_desc field_char(record_line *in) {
     char_desc desc = {};
     const int count = field_number(in, 1);
@@ -273,54 +342,45 @@ static char_desc field_char(record_line *in) {
     for (int i = 0; i < count && !in->error; ++i) {
         while (is_white(*in->at))
             ++in->at;
-        if (!*in->at) {
-            in->error = KO_EOBJECT;
-            break;
-        }
-        unsigned byte = get_hex_digit(*in->at++);
-        if (*in->at && !is_white(*in->at)) byte = byte << 4 | get_hex_digit(*in->at++);
+        unsigned byte = 0;
+        int digits = 0;
+        for (; digits < 2 && is_hex(*in->at); ++digits)
+            byte = byte << 4 | get_hex_digit(*in->at++);
         desc.bytes[desc.length++] = static_cast<unsigned char>(byte);
+        if (!digits) in->error = KO_EOBJECT;
     }
     return desc;
 }
 
 static int add_single(kovacmap *map, const table_data &entry) {
-    if (!add_entry(&map->sym_char, name_bin(entry.name), entry) ||
-        !add_entry(&map->char_sym, char_bin(entry.desc), entry) || !insert_char(map, entry.desc)) {
-        return KO_ENOMEM;
-    }
-    return 0;
+    const bool added = add_entry(&map->sym_char, entry) && add_entry(&map->char_sym, entry) &&
+                       insert_char(map, entry.desc);
+    return added ? 0 : int{KO_ENOMEM};
 }
 
-// The entry that ranges of this canonical name share, made where it is new. NULL without memory.
-static table_data *range_entry(kovacmap *map, const char *canonical) {
-    const unsigned bin = name_bin(canonical);
-    for (list_cell *cell = map->sym_char.bins[bin].firstLink; cell; cell = cell->next) {
-        auto *entry = static_cast<table_data *>(cell->data);
-        if (entry->type == 'r' && !strcmp(entry->name, canonical)) return entry;
-    }
-    table_data entry = {.type = 'r', .name = {}, .desc = {}, .ranges = nullptr};
+// The list of the ranges that share this canonical name, made where it is new. NULL without memory.
+static link_list *ranges_of_name(kovacmap *map, const char *canonical) {
+    table_data *known = find_named(&map->sym_char, canonical, 'r');
+    if (known) return known->ranges;
+    table_data entry = {.type = 'r'};
     memcpy(entry.name, canonical, strlen(canonical) + 1);
-    table_data *added = add_entry(&map->sym_char, bin, entry);
-    if (added) added->ranges = list_create();
-    return added && added->ranges ? added : nullptr;
+    known = add_entry(&map->sym_char, entry);
+    return known ? known->ranges = list_create() : nullptr;
 }
 
 static int add_range(kovacmap *map, const range_data &range) {
     if (!list_insert(&range, sizeof range, nullptr, map->range_list)) return KO_ENOMEM;
-    ++map->range_count;
     for (int i = 0; i < range.length; ++i) {
         if (!insert_char(map, range_char(&range, i))) return KO_ENOMEM;
     }
     char canonical[name_room];
     canonical_name(range.name, canonical);
-    const table_data *entry = range_entry(map, canonical);
-    if (!entry || !list_insert(&range, sizeof range, nullptr, entry->ranges)) return KO_ENOMEM;
-    return 0;
+    link_list *ranges = ranges_of_name(map, canonical);
+    return ranges && list_insert(&range, sizeof range, nullptr, ranges) ? 0 : int{KO_ENOMEM};
 }
 
 static int read_single(record_line *in, kovacmap *map, const char *name) {
-    table_data entry = {.type = 's', .name = {}, .desc = field_char(in), .ranges = nullptr};
+    table_data entry = {.type = 's', .desc = field_char(in)};
     if (in->error) return in->error;
     memcpy(entry.name, name, strlen(name) + 1);
     return add_single(map, entry);
@@ -374,6 +434,7 @@ static int read_header(text_in *in, kovacmap *map) {
     for (int i = 3; i < lines; ++i) {
         if (!in_header_line(in, line, line_bound)) return KO_EOBJECT;
         if (starts_with(line, "CODESET=")) {
+            memset(map->codeset_name, 0, sizeof map->codeset_name);
             memcpy(map->codeset_name, line + 8, strnlen(line + 8, sizeof map->codeset_name - 1));
         } else if (starts_with(line, "SOURCE_VERSION=")) {
             map->source_version = header_number(line);
@@ -387,6 +448,7 @@ int read_charmap(text_in *in, kovacmap *map) {
     const uint16_t none = 0;
     map->mb_struct = create_multi(sizeof none, 0, &none);
     map->range_list = list_create();
+    map->char_sym.by_char = true;
     if (!map->mb_struct || !map->range_list) return KO_ENOMEM;
     if (const int error = read_header(in, map)) return error;
     char line[line_bound + 1];
@@ -396,15 +458,16 @@ int read_charmap(text_in *in, kovacmap *map) {
         if (const int error = read_record(line, map, &chars_left)) return error;
     }
     if (in->stream && ko_ext_ferror(in->stream)) return KO_EFILE;
-    const bool built =
-        build_slots(&map->sym_char, true) && build_slots(&map->char_sym, false) && list_ranges(map);
-    return built ? 0 : int{KO_ENOMEM};
+    return index_ranges(map) ? 0 : int{KO_ENOMEM};
 }
 
 static void free_table(symbol_table *table) {
     for (link_list &bin : table->bins) {
-        for (const list_cell *cell = bin.firstLink; cell; cell = cell->next)
-            list_dispose(static_cast<const table_data *>(cell->data)->ranges);
+        for (const list_cell *cell = bin.firstLink; cell; cell = cell->next) {
+            const auto *entry = static_cast<const table_data *>(cell->data);
+            list_dispose(entry->ranges);
+            free_ptr(entry->by_number.at);
+        }
         list_clear(&bin);
     }
     free_ptr(table->slots);
@@ -413,7 +476,7 @@ static void free_table(symbol_table *table) {
 void free_charmap(kovacmap *map) {
     if (map->mb_struct) free_multi(map->mb_struct);
     list_dispose(map->range_list);
-    free_ptr(map->ranges);
+    free_ptr(map->by_char.at);
     free_table(&map->sym_char);
     free_table(&map->char_sym);
     ko_ext_free(map);

@@ -7,7 +7,8 @@ const std::string header = "FILE_TYPE=charmap_object\nCOMPILER_VERSION=3\nHEADER
                            "CODESET=A-NAME-THAT-IS-CUT-HERE\nSOURCE_VERSION=7\nEND\n";
 const std::string letters = header + "s 0 NUL 1 00\ns 0 A 1 41\ns 0 cap_a 1 41\ns 0 a<b 1 42\n"
                                      "s 0 C\\D 1 43\nr 0 j0101 101 3 2 81 fe\n"
-                                     "r 0 dig00 0 200 2 90 40\ns 0 two 2 90 42\n\n";
+                                     "r 0 dig00 0 200 2 90 40\ns 0 two 2 90 42\n\n"
+                                     "s 0 nul2 2 85 00\ns 0 long 3 8f a1 a1\n";
 
 struct charmap {
     ko_cm_t cm = nullptr;
@@ -60,7 +61,7 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
     EXPECT_STREQ(ko_cm_csname(numbered.cm), "A-NAME-THAT-IS-CUT-HE");
     EXPECT_EQ(ko_cm_srcver(numbered.cm), 7);
     EXPECT_EQ(ko_cm_cmpver(numbered.cm), 3);
-    EXPECT_EQ(ko_mb_cm_max(numbered.cm), 2);
+    EXPECT_EQ(ko_mb_cm_max(numbered.cm), 3);
     EXPECT_EQ(ko_mb_cm_min(numbered.cm), 1);
     EXPECT_EQ(named.result, 0);
     EXPECT_EQ(missing.result, -1);
@@ -91,6 +92,8 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
         {"r 0 A1 -1 3 1 41",              KO_EOBJECT},
         {"r 0 A1 0 2147483647 4 0 0 0 0", KO_EOBJECT},
         {"s x A 1 41",                    KO_EOBJECT},
+        {"s 0 A 1 zz",                    KO_EOBJECT},
+        {"s 0 A 2 41\t4",                 0         },
         {"s 0 A 1 41\ns 0 B 2 41 42",     0         },
         {"s 0 A 1 41",                    0         },
         {" \t\n",                         0         },
@@ -103,6 +106,11 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
         EXPECT_EQ(map.result, row.error ? -1 : 0);
         EXPECT_EQ(map.error(), row.error);
     }
+    files.files["m\\bad.cmo"] = header + "r 0 j01 1 3 1 41\nr 0 j01\n"; // serves what it has
+    charmap half("bad.cmo");
+    EXPECT_EQ(half.result, -1);
+    EXPECT_EQ(to_symbols(half, "AB", 2, 99), (outcome{"<j01><j02>", 2, 11, 0}));
+    EXPECT_EQ(to_text(half, "<j03>", 9), (outcome{"C", 5, 2, 0}));
     for (size_t cut = 0; cut < header.size(); ++cut) {
         files.files["m\\bad.cmo"] = header.substr(0, cut);
         charmap map("bad.cmo");
@@ -130,6 +138,8 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
         {"A\x81",                            0, 99, {"<A>", 1, -1, KO_EILSEQ}               },
         {"A",                                1, 0,  {"", 0, -1, KO_ERANGE}                  },
         {"C",                                1, 7,  {"<C\\\\D>", 1, 7, 0}                   },
+        {"A\x85\0",                          3, 99, {"<A><nul2>", 3, 10, 0}                 },
+        {"A\x85",                            0, 99, {"<A>", 1, -1, KO_EILSEQ}               },
     };
     for (const auto &row : out_rows) {
         SCOPED_TRACE(row.want.out);
@@ -175,6 +185,35 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     symbols = list;
     EXPECT_EQ(ko_symstowcs(map.cm, back, 3, &symbols), -1);
     EXPECT_EQ(map.error(), KO_ERANGE);
+    symbols = "<A><long>";
+    EXPECT_EQ(ko_symstowcs(map.cm, back, 8, &symbols), -1);
+    EXPECT_EQ(map.error(), KO_EILSEQ);
+    EXPECT_EQ(wide(back), u"A");
+    EXPECT_STREQ(symbols, "<long>");
+}
+
+TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
+    file_hooks files;
+    for (const bool overlap : {false, true}) {
+        std::string records;
+        for (int i = 19; i >= 0; --i) { // of five characters each
+            char line[64];
+            snprintf(line, sizeof line, "r 0 N%03d %d 5 2 90 %02x\n", 10 * i, 10 * i, 10 * i);
+            records += line;
+        }
+        if (overlap) records += "r 0 N042 42 3 2 90 2c\n";
+        files.files["m\\own.cmo"] = header + records;
+        const charmap map;
+        ASSERT_EQ(map.result, 0);
+        EXPECT_EQ(to_symbols(map, "\x90\x2c\x90\x14\x90\xbe", 6, 99),
+                  (outcome{"<N044><N020><N190>", 6, 19, 0}));
+        EXPECT_EQ(to_text(map, "<N190><N044><N000>", 9),
+                  (outcome{"\x90\xbe\x90\x2c\x90", 18, 8, 0}));
+        EXPECT_EQ(to_text(map, "<N005>", 9), (outcome{"", 0, -1, KO_ENOSYMBOL}));
+        char list[32];
+        ko_mbtosymlist(map.cm, list, 32, mb("\x90\x2c"), 2);
+        EXPECT_STREQ(list, overlap ? "<N044><N042>" : "<N044>");
+    }
 }
 
 TEST(Charmap, GivesBackWhatItTookWhenHooksFail) {
