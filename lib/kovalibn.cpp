@@ -52,21 +52,6 @@ int check_groups(const digit_groups &groups, const int *grouping) {
     return groups.len[0] > *size ? -1 : 0;
 }
 
-int grouped_run(const kovaloc *loc, const ko_wchar_t *text, int most, int base) {
-    const wide_symbol separator = group_separator(loc, mode_number);
-    int run = 0; // up to the last digit
-    for (int i = 0; i < most && text[i];) {
-        if (digit_of(loc, text[i]) < static_cast<unsigned>(base)) {
-            run = ++i;
-        } else if (i && symbol_at(text + i, most - i, separator)) {
-            i += separator.len;
-        } else {
-            break;
-        }
-    }
-    return run;
-}
-
 // ---- Reading integers ---------------------------------------------------------------------------
 
 struct integer {
@@ -95,6 +80,23 @@ static int prefix_len(const number_text<Unit> &t, int i, int base, unsigned *rad
     if ((at(t, i + 1) | 0x20) != 'x' || digit_at(t, i + 2) >= 16) return 0;
     *radix = 16;
     return 2;
+}
+
+int grouped_run(kovaloc *loc, const ko_wchar_t *text, int most, int base) {
+    const wide_symbol separator = group_separator(loc, mode_number);
+    const number_text<ko_wchar_t> t = {loc, text, most};
+    unsigned radix;
+    int run = 0; // up to the last digit
+    for (int i = prefix_len(t, 0, base, &radix); at(t, i);) {
+        if (digit_at(t, i) < radix) {
+            run = ++i;
+        } else if (const int len = run ? symbol_len_at(t, i, separator) : 0) {
+            i += len;
+        } else {
+            break;
+        }
+    }
+    return run;
 }
 
 // Units read from a place on; 0: no digits, -1: too many.

@@ -72,8 +72,8 @@ int read_ulong(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool gr
                ko_ulong_t *value);
 int read_real(kovaloc *loc, const ko_wchar_t *text, int most, bool grouping, int mode,
               double *value);
-// Units at the start of a text that are digits of a base (2..36) and group separators of numbers
-// between them.
-int grouped_run(const kovaloc *loc, const ko_wchar_t *text, int most, int base);
+// Units at the start of a text that are digits of a base (2..36), group separators of numbers
+// between them and, before them, the prefix of the base.
+int grouped_run(kovaloc *loc, const ko_wchar_t *text, int most, int base);
 
 #endif
