@@ -30,16 +30,6 @@ wide_symbol decimal_symbol(const kovaloc *loc) {
     return readable(loc, loc->monum_info.decimal_point, loc->monum_info.w_decimal_point);
 }
 
-int ko_iswcthsep(const kovaloc *loc, const ko_wchar_t *text, int most, int mode) {
-    const wide_symbol separator = group_separator(loc, mode);
-    return symbol_at(text, most, separator) ? separator.len : 0;
-}
-
-int ko_iswcdecml(const kovaloc *loc, const ko_wchar_t *text, int most) {
-    const wide_symbol symbol = decimal_symbol(loc);
-    return symbol_at(text, most, symbol) ? symbol.len : 0;
-}
-
 int check_groups(const digit_groups &groups, const int *grouping) {
     int left = groups.separators;
     if (!grouping || grouping[0] < 1) return left + 1;
@@ -221,11 +211,6 @@ bool too_long(const ko_mchar_t *mbs, int used) {
     const void *const rest = mbs + used;
     const auto room = static_cast<size_t>(number_room - used);
     return strnlen(static_cast<const char *>(rest), room) == room;
-}
-
-int read_long(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
-              ko_long_t *value) {
-    return read_kind<signed_kind>(number_text<ko_wchar_t>{loc, text, most}, base, grouping, value);
 }
 
 int read_ulong(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,

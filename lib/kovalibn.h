@@ -32,10 +32,6 @@ template <class Unit> inline bool symbol_at(const Unit *text, int most, const wi
         if (text[i] != symbol.units[i]) return false;
     return true;
 }
-// Length of the group separator, or decimal symbol, at the start of a text of at most most units;
-// 0 when it is not there.
-int ko_iswcthsep(const kovaloc *loc, const ko_wchar_t *text, int most, int mode);
-int ko_iswcdecml(const kovaloc *loc, const ko_wchar_t *text, int most);
 
 // ---- Digits -------------------------------------------------------------------------------------
 
@@ -66,8 +62,6 @@ char *long_base_str(char *end, ko_ulong_t value, int base);
 // The workers behind ko_wcstol and its kin: they read at most most units, or up to the terminator,
 // without copying. Return the units read, white space included: 0 when there is no number (*value
 // is 0), -1 with KO_EINVAL when the number fails (*value is long_failure or real_failure).
-int read_long(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
-              ko_long_t *value);
 int read_ulong(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
                ko_ulong_t *value);
 int read_real(kovaloc *loc, const ko_wchar_t *text, int most, bool grouping, int mode,
