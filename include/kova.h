@@ -698,13 +698,16 @@ KO_API int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int 
 
 /* ---- Numbers ------------------------------------------------------------------------------- */
 
-/* Read a number in the locale's notation. end (may be NULL) gets the position behind it, of the
- * wide forms only where something was read; the multibyte forms count characters and store NULL
- * where nothing was read. Digits are 0-9 and letters; base 0 and 2..36 as strtol takes them. With
- * grouping the digits are grouped as the locale does; an integer must then be the whole rest of the
- * text. Results are clamped, with the C errno ERANGE, to 32 bits. Failures: KO_EINVAL (grouping, or
- * 256 characters and more) and, of the multibyte forms, KO_EEMPTY or KO_EILSEQ, with 0x7FFFFFFF;
- * unsigned multibyte forms 0xFFFFFFFF for KO_EEMPTY and KO_EILSEQ; reals 2147483647.0. */
+/* Read a number in the locale's notation. end (may be NULL) gets the position behind it; the
+ * multibyte forms count characters. Where there is no number the wide forms leave it alone and the
+ * multibyte forms store NULL; where a number fails reals and ungrouped integers store the start.
+ * Digits are 0-9 and letters; base 0 and 2..36 as strtol takes them. With grouping the digits are
+ * grouped as the locale does; an integer must then be the whole rest of the text. Punctuation in
+ * front is taken for a sign; only "-" and "+" are part of a number. Results are clamped, with the C
+ * errno ERANGE, to 32 bits. Failures: KO_EINVAL (grouping, or 256 characters and more; in multibyte
+ * form of the whole text, and NULL is stored) and, of the multibyte forms, KO_EEMPTY or KO_EILSEQ,
+ * with 0x7FFFFFFF; unsigned multibyte forms 0xFFFFFFFF for KO_EEMPTY and KO_EILSEQ; reals
+ * 2147483647.0. */
 KO_API ko_long_t ko_wcstol(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base,
                            int grouping);
 KO_API ko_ulong_t ko_wcstoul(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int base,
