@@ -1,5 +1,6 @@
 // Money: formatting of amounts. One wide engine; the multibyte entry converts in and out.
 #include "kovamnlib.h"
+#include "kovafmt_out.h"
 
 #include <float.h>
 #include <stdio.h>
@@ -10,13 +11,13 @@ constexpr int decimals = 6; // of an amount before it is rounded
 
 // ---- Digits -------------------------------------------------------------------------------------
 
-constexpr double scaled_max = 1e18; // amounts from here on are whole
+constexpr double scaled_max = 1e16; // amounts from here on are whole; below, of decimal_room digits
 constexpr int digits_room = DBL_MAX_10_EXP + 8;
 
 // A rounded amount without its sign.
 struct mon_digits {
-    unsigned char text[digits_room]; // characters of the code set
-    const unsigned char *first;      // digits of the whole part; or "inf", "nan"
+    char text[digits_room];
+    const char *first; // digits of the whole part; or "inf", "nan"; ASCII
     int len;
     unsigned fraction; // the first digits behind the decimal symbol, at most six
     bool number;
@@ -69,34 +70,24 @@ static int64_t round_amount(double amount, int right, unsigned *fraction) {
     return whole;
 }
 
-// Characters of ASCII at the front of the text, as the code set has them.
-static void set_text(const kovaloc *loc, mon_digits *d, const char *ascii, int len) {
-    d->len = len;
-    for (int i = 0; i < len; ++i)
-        d->text[i] = static_cast<unsigned char>(native(loc, ascii[i]));
-}
-
-static void take_digits(const kovaloc *loc, double amount, int right, mon_digits *d) {
+static void take_digits(double amount, int right, mon_digits *d) {
     const double magnitude = amount < 0 ? -amount : amount;
     d->first = d->text;
     d->fraction = 0;
     d->number = magnitude <= DBL_MAX;
-    if (!d->number) return set_text(loc, d, magnitude > DBL_MAX ? "inf" : "nan", 3);
-    if (magnitude >= scaled_max) {
-        char whole[digits_room];
-        return set_text(loc, d, whole, snprintf(whole, sizeof whole, "%.0f", magnitude));
+    if (!d->number) {
+        d->len = 3;
+        memcpy(d->text, magnitude > DBL_MAX ? "inf" : "nan", 3);
+        return;
     }
-    const unsigned zero = native(loc, '0');
-    unsigned char *const end = d->text + 20, *p = end;
-    uint64_t whole = static_cast<uint64_t>(round_amount(magnitude, right, &d->fraction));
-    for (; whole > UINT32_MAX; whole /= 10)
-        *--p = static_cast<unsigned char>(zero + whole % 10);
-    uint32_t rest = static_cast<uint32_t>(whole);
-    do
-        *--p = static_cast<unsigned char>(zero + rest % 10);
-    while (rest /= 10);
-    d->first = p;
-    d->len = static_cast<int>(end - p);
+    if (magnitude >= scaled_max) {
+        d->len = snprintf(d->text, sizeof d->text, "%.0f", magnitude);
+        return;
+    }
+    const auto whole = static_cast<uint64_t>(round_amount(magnitude, right, &d->fraction));
+    d->len = whole > UINT32_MAX ? put_decimal(d->text, whole)
+                                : put_decimal(d->text, static_cast<uint32_t>(whole));
+    d->first = d->text + decimal_room - d->len;
 }
 
 // Separators between the groups of that many digits.
@@ -121,11 +112,7 @@ struct mon_columns {
 // What a directive writes, measured before it is written.
 struct mon_item {
     const char *mask;
-    wide_symbol symbol;
-    wide_symbol sign; // as written: empty for a positive amount without "+"
-    wide_symbol separator;
-    wide_symbol radix;
-    ko_wchar_t dot;
+    mon_strings s; // the sign as written: empty for a positive amount without "+"
     mon_digits digits;
     int right;          // digits behind the decimal symbol
     int64_t fill;       // fill characters in front of the value
@@ -177,7 +164,7 @@ static mon_columns columns_of(const char *mask, int symbol, int sign, bool blank
 
 // The spaces that bring positive and negative amounts into one column.
 static bool align(kovaloc *loc, const mon_positions &positions, bool blank, mon_item *item) {
-    const int symbol = width_of(loc, item->symbol);
+    const int symbol = width_of(loc, item->s.symbol);
     mon_columns most = {};
     for (const bool negative : {false, true}) {
         wide_symbol sign;
@@ -187,7 +174,7 @@ static bool align(kovaloc *loc, const mon_positions &positions, bool blank, mon_
         if (c.before > most.before) most.before = c.before;
         if (c.after > most.after) most.after = c.after;
     }
-    const mon_columns own = columns_of(item->mask, symbol, width_of(loc, item->sign), blank);
+    const mon_columns own = columns_of(item->mask, symbol, width_of(loc, item->s.sign), blank);
     item->front = own.before < most.before ? most.before - own.before : 0;
     item->back = own.after < most.after ? most.after - own.after : 0;
     return true;
@@ -198,14 +185,14 @@ static int64_t units_of(const mon_item &item, bool blank) {
     for (const char *piece = item.mask; *piece; ++piece) {
         switch (*piece) {
         case 'V':
-            len += item.fill + item.digits.len + item.separators * item.separator.len;
-            if (item.right) len += item.radix.len + item.right;
+            len += item.fill + item.digits.len + item.separators * item.s.separator.len;
+            if (item.right) len += item.s.radix.len + item.right;
             break;
         case '$':
-            len += item.symbol.len;
+            len += item.s.symbol.len;
             break;
         case 'S':
-            len += item.sign.len;
+            len += item.s.sign.len;
             break;
         case '_':
             len += !drops_space(piece, blank);
@@ -232,22 +219,22 @@ static bool measure(kovaloc *loc, const mon_positions &positions, const mon_dire
     const bool negative = amount < 0;
     item->mask = mon_mask(positions.side[negative]);
     item->right = right_precision(&loc->monum_info, d);
-    take_digits(loc, amount, item->right, &item->digits);
+    take_digits(amount, item->right, &item->digits);
     if (!item->digits.number) item->right = 0;
-    item->sign = item->separator = item->radix = {};
+    item->s.sign = item->s.separator = item->s.radix = {};
     item->fill = item->separators = item->front = item->back = 0;
-    if (!mon_symbol(loc, d, &item->symbol)) return false;
-    if ((negative || d.plus) && !mon_sign(loc, negative, &item->sign)) return false;
-    if (item->right && !mon_radix(loc, &item->dot, &item->radix)) return false;
-    if (d.grouping && !mon_separator(loc, &item->separator)) return false;
-    if (item->separator.len && item->digits.number) {
+    if (!mon_symbol(loc, d, &item->s.symbol)) return false;
+    if ((negative || d.plus) && !mon_sign(loc, negative, &item->s.sign)) return false;
+    if (item->right && !mon_radix(loc, &item->s.dot, &item->s.radix)) return false;
+    if (d.grouping && !mon_separator(loc, &item->s.separator)) return false;
+    if (item->s.separator.len && item->digits.number) {
         item->separators = count_separators(group, item->digits.len);
     }
     bool blank = false;
     if (d.left_precision) {
-        const int64_t most = item->separator.len ? count_separators(group, d.left_precision) : 0;
+        const int64_t most = item->s.separator.len ? count_separators(group, d.left_precision) : 0;
         item->fill =
-            d.left_precision - item->digits.len + (most - item->separators) * item->separator.len;
+            d.left_precision - item->digits.len + (most - item->separators) * item->s.separator.len;
         if (item->fill < 0) item->fill = 0;
         blank = starts_blank(loc, d, *item);
         if (!align(loc, positions, blank, item)) return false;
@@ -272,27 +259,33 @@ static ko_wchar_t *put_string(ko_wchar_t *out, const wide_symbol &s) {
     return out;
 }
 
-// The whole part, from the right.
-static ko_wchar_t *put_grouped(const int *group, ko_wchar_t *out, const mon_item &item) {
-    const unsigned char *const first = item.digits.first, *from = first + item.digits.len;
-    ko_wchar_t *const end = out + item.digits.len + item.separators * item.separator.len, *p = end;
+// The whole part; from the right, but for groups of three.
+static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_item &item) {
+    const int *group = loc->monum_info.group_mon;
+    const char *const first = item.digits.first, *from = first + item.digits.len;
+    ko_wchar_t *const end = out + item.digits.len + item.separators * item.s.separator.len,
+                      *p = end;
+    if (item.separators && item.s.separator.len == 1 && !loc->portable && groups_by_three(group)) {
+        put_threes(out, {first, item.digits.len, item.digits.len}, item.s.separator.units[0]);
+        return end;
+    }
     int at = 0;
     for (int64_t left = item.separators; left > 0; --left) {
         for (int n = next_mon_group(group, &at); n > 0; --n)
-            *--p = *--from;
-        p -= item.separator.len;
-        put_string(p, item.separator);
+            *--p = native(loc, *--from);
+        p -= item.s.separator.len;
+        put_string(p, item.s.separator);
     }
     while (from > first)
-        *--p = *--from;
+        *--p = native(loc, *--from);
     return end;
 }
 
 static ko_wchar_t *put_value(const kovaloc *loc, ko_wchar_t *out, const mon_directive &d,
                              const mon_item &item) {
-    out = put_grouped(loc->monum_info.group_mon, put(out, d.fill, item.fill), item);
+    out = put_grouped(loc, put(out, d.fill, item.fill), item);
     if (!item.right) return out;
-    out = put_string(out, item.radix);
+    out = put_string(out, item.s.radix);
     const int known = item.right < decimals ? item.right : decimals;
     const ko_wchar_t zero = native(loc, '0');
     unsigned fraction = item.digits.fraction;
@@ -312,10 +305,10 @@ static ko_wchar_t *put_item(kovaloc *loc, ko_wchar_t *out, const mon_directive &
             out = put_value(loc, out, d, item);
             break;
         case '$':
-            out = put_string(out, item.symbol);
+            out = put_string(out, item.s.symbol);
             break;
         case 'S':
-            out = put_string(out, item.sign);
+            out = put_string(out, item.s.sign);
             break;
         case '_':
             out = put(out, space, !drops_space(piece, blank));
@@ -378,7 +371,10 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
     if (max_bytes < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
     const ext_block<ko_wchar_t> wcs(static_cast<size_t>(max_bytes) + 1);
-    if (!wcs.p) return -1; // the one failure without an error number, on purpose
+    if (!wcs.p) {
+        ko_mbsterm(loc, out);
+        return -1; // the one failure without an error number, on purpose
+    }
     wcs.p[0] = 0;
     wide_text wide_format;
     int written = widen_text(loc, format, &wide_format);

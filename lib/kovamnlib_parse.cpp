@@ -46,7 +46,8 @@ static bool take_digit(const kovaloc *loc, ko_wchar_t wc, mon_number *n) {
     return true;
 }
 
-// The longest run of digits with separators between them. NULL when it is too long.
+// The longest run of digits with separators between them. NULL when it is too long, or when more
+// than one separator stands between two digits.
 static const ko_wchar_t *take_whole(const kovaloc *loc, const ko_wchar_t *text,
                                     const wide_symbol &separator, mon_number *n) {
     n->len = n->group_count = 0;
@@ -60,7 +61,10 @@ static const ko_wchar_t *take_whole(const kovaloc *loc, const ko_wchar_t *text,
         if (!take_digit(loc, *text, n)) return nullptr;
     }
     n->whole = n->len;
-    return text;
+    const ko_wchar_t *behind = text;
+    while (stands_at(behind, separator))
+        behind += separator.len;
+    return behind > text && is_digit(loc, *behind) ? nullptr : text;
 }
 
 // Whether the separators stand where the locale's groups end, and none is missing.
@@ -115,17 +119,14 @@ static const ko_wchar_t *skip_padding(kovaloc *loc, const ko_wchar_t *text, ko_w
     return text;
 }
 
-static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const mon_directive &d,
-                                     double *value) {
+static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const mon_strings &s,
+                                     const mon_directive &d, double *value) {
     const int *group = loc->monum_info.group_mon;
-    wide_symbol separator = {}, radix;
-    ko_wchar_t dot;
-    if (!mon_radix(loc, &dot, &radix)) return nullptr;
-    if (d.grouping && !mon_separator(loc, &separator)) return nullptr;
+    wide_symbol separator = s.separator;
     const int first = group[0] > 0 ? group[1] : 0;
     // One symbol for both purposes: the last one is the decimal symbol in front of less than a
     // group.
-    const bool shared = d.right_precision && same_symbol(separator, radix);
+    const bool shared = d.right_precision && same_symbol(separator, s.radix);
     if (shared && first <= 0) separator = {};
     text = skip_padding(loc, text, d.fill);
     mon_number n;
@@ -135,7 +136,7 @@ static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const
         text = n.last_separator;
     }
     if (!groups_fit(group, n)) return nullptr;
-    text = take_fraction(loc, text, radix, d.right_precision, &n);
+    text = take_fraction(loc, text, s.radix, d.right_precision, &n);
     if (!text || is_digit(loc, *text)) return nullptr;
     *value = value_of(&n);
     return text;
@@ -160,20 +161,19 @@ static const ko_wchar_t *match_string(kovaloc *loc, const ko_wchar_t *start, con
     return i == s.len ? text : nullptr;
 }
 
-int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask,
-                  const wide_symbol &symbol, const wide_symbol &sign, const mon_directive &d,
-                  double *value) {
+int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask, const mon_strings &s,
+                  const mon_directive &d, double *value) {
     const ko_wchar_t *text = start;
     for (; *mask && text; ++mask) {
         switch (*mask) {
         case 'V':
-            text = match_value(loc, text, d, value);
+            text = match_value(loc, text, s, d, value);
             break;
         case '$':
-            text = match_string(loc, start, text, symbol);
+            text = match_string(loc, start, text, s.symbol);
             break;
         case 'S':
-            text = match_string(loc, start, text, sign);
+            text = match_string(loc, start, text, s.sign);
             break;
         case '_':
             text = skip_blanks(loc, text);
@@ -209,16 +209,17 @@ struct mon_candidate {
     bool negative;
 };
 
-// Units of the item, its value in *value; or -1.
+// Units of the item, its value in *value; or -1. left_out: without the symbol that the layout has.
 static int match_candidate(kovaloc *loc, const mon_input &in, const mon_candidate &c,
-                           const wide_symbol &symbol, bool left_out, const mon_directive &d,
+                           const mon_strings &common, bool left_out, const mon_directive &d,
                            double *value) {
-    const int len = mon_maskmatch(loc, in.text, c.mask, symbol, c.sign, d, value);
+    mon_strings s = common;
+    s.sign = c.sign;
+    if (left_out) s.symbol = {};
+    const int len = mon_maskmatch(loc, in.text, c.mask, s, d, value);
     if (len < 0) return -1;
-    const char *place = strchr(c.mask, '$');
-    if (left_out && place > strchr(c.mask, 'V') && !goes_on(loc, in.text + len, in.format)) {
-        return -1;
-    }
+    const bool behind = strchr(c.mask, '$') > strchr(c.mask, 'V');
+    if (left_out && behind && !goes_on(loc, in.text + len, in.format)) return -1;
     if (c.negative) *value = -*value;
     return len;
 }
@@ -242,17 +243,16 @@ static int list_candidates(kovaloc *loc, const mon_positions &positions, mon_can
 static int read_amount(kovaloc *loc, const mon_input &in, const mon_positions &positions,
                        const mon_directive &d, double *value) {
     mon_input item = {skip_white_space(loc, in.text), in.format};
-    wide_symbol symbol;
+    mon_strings s = {};
     mon_candidate list[3];
     const int count = list_candidates(loc, positions, list);
-    if (count < 0 || !mon_symbol(loc, d, &symbol)) return -1;
+    if (count < 0 || !mon_symbol(loc, d, &s.symbol) || !mon_radix(loc, &s.dot, &s.radix)) return -1;
+    if (d.grouping && !mon_separator(loc, &s.separator)) return -1;
     int len = -1;
     for (const bool left_out : {false, true}) {
-        if (left_out && !symbol.len) break;
-        for (int i = 0; i < count && len < 0; ++i) {
-            len = match_candidate(loc, item, list[i], left_out ? wide_symbol{} : symbol, left_out,
-                                  d, value);
-        }
+        if (left_out && !s.symbol.len) break;
+        for (int i = 0; i < count && len < 0; ++i)
+            len = match_candidate(loc, item, list[i], s, left_out, d, value);
     }
     if (len < 0) return fail(loc, KO_EDIRECTIVE, -1);
     item.text += len;
