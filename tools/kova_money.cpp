@@ -78,7 +78,6 @@ static void print_values(const codec &code, const format_text &format, const std
         read_amounts(code, text.data(), front, values);
         return *ko_ext_errno(code.loc) == 0;
     };
-    if (format.directives.size() > directives_max) check_counts(format, {});
     if (!works(format.wide.data())) bad_format(code, format, works);
     for (size_t i = 0; i < format.directives.size(); ++i)
         write(out, shortest_digits(values[i]) + "\n");
@@ -90,6 +89,7 @@ int run_money(const common_options &common, const format_options &options) {
     const data_place data = open_with_codec(common, options.locale, handle, code);
     if (!code.mapped) add_mapping(handle, data, code);
     const format_text format = decode_format(code, options.format, {"!(+-^=", ""});
+    if (format.directives.size() > directives_max) check_counts(format, {});
     output out;
     if (options.parse)
         print_values(code, format, options.text, out);
