@@ -125,17 +125,17 @@ static void add_fraction(time_measure *in, const time_spec &spec) {
     add_ascii(in, spec.pointed + larger(digits, spec.m.width));
 }
 
-// The year of an era that a year of the table's range can have; four digits at least.
+// The years of an era run from its offset to what the first or last year of the table makes; four
+// digits at least.
 static void add_era_year(time_measure *in, const time_spec &spec) {
     const ltime *t = &in->loc->ltime_info;
     int64_t units = larger(4, spec.m.precision);
     for (int i = 0; i < t->era_count; ++i) {
         const lera &era = t->decode_era[i];
-        for (const int year : {0, 9999}) {
-            const int64_t value = int64_t{year} - era.start_year;
-            const int64_t count = era.direction * value + era.offset;
-            if (count > 9999 && count <= INT_MAX)
-                units = larger(units, digits_in(static_cast<int>(count), 10));
+        const int years = era.direction > 0 ? 9999 - era.start_year : era.start_year;
+        for (const int year : {era.offset, era.offset + (years > 0 ? years : 0)}) {
+            const int64_t digits = digits_in(year < 0 ? -year : year, 10);
+            units = larger(units, (year < 0) + larger(digits, spec.m.precision));
         }
     }
     add_ascii(in, larger(units, spec.m.width));

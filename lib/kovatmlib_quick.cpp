@@ -6,15 +6,16 @@
 
 // ---- Names --------------------------------------------------------------------------------------
 
-// A name is copied as one block, so a block can be read at each, whatever its length.
+// A name is copied as one block, whatever its length.
 constexpr size_t block_bytes = 32;
-constexpr int quick_names_max = 14; // of a list, the months of a leap year included
+template <class Unit> constexpr size_t block_units = block_bytes / sizeof(Unit);
+constexpr int months_of_year = 12; // locales with others go the long way
 
 template <class Unit> struct quick_name {
-    const Unit *text; // NULL: the engine writes it
-    int len;
+    Unit text[block_units<Unit>];
+    int len; // 0: the engine writes it
 };
-template <class Unit> using quick_list = quick_name<Unit>[quick_names_max];
+template <class Unit> using quick_list = quick_name<Unit>[months_of_year];
 struct quick_times {
     quick_list<ko_mchar_t> bytes[time_lists];
     quick_list<ko_wchar_t> wide[time_lists];
@@ -23,36 +24,26 @@ struct quick_times {
 static size_t length_of(const ko_mchar_t *s) { return strlen(reinterpret_cast<const char *>(s)); }
 static size_t length_of(const ko_wchar_t *s) { return static_cast<size_t>(ko_wcslen(s)); }
 
-template <class Unit> static bool is_quick(const Unit *name) {
-    return name && length_of(name) * sizeof(Unit) <= block_bytes;
-}
-
-template <class Unit>
-static void add_names(quick_list<Unit> &list, Unit *const *names, int count, unsigned char **pool) {
-    for (int i = 0; i < count && i < quick_names_max && names; ++i) {
-        if (!is_quick(names[i])) continue;
-        list[i].len = static_cast<int>(length_of(names[i]));
-        Unit *const text = reinterpret_cast<Unit *>(*pool);
-        memcpy(text, names[i], length_of(names[i]) * sizeof(Unit));
-        list[i].text = text;
-        *pool += block_bytes;
+template <class Unit> static void add_names(quick_list<Unit> &list, Unit *const *names, int count) {
+    for (int i = 0; i < count && i < months_of_year && names; ++i) {
+        const size_t len = names[i] ? length_of(names[i]) : 0;
+        if (len > block_units<Unit>) continue;
+        list[i].len = static_cast<int>(len);
+        if (len) memcpy(list[i].text, names[i], len * sizeof(Unit));
     }
 }
 
 void build_quick_times(kovaloc *loc) {
     ltime *t = &loc->ltime_info;
     free_quick_times(t);
-    constexpr size_t most = size_t{2} * time_lists * quick_names_max * block_bytes;
-    unsigned char *const block =
-        static_cast<unsigned char *>(ko_ext_malloc(sizeof(quick_times) + most));
-    if (!block) return;
-    memset(block, 0, sizeof(quick_times) + most);
-    quick_times *const quick = t->quick = reinterpret_cast<quick_times *>(block);
-    unsigned char *pool = block + sizeof(quick_times);
+    if (t->calendar != calendar_gregorian || t->mon_count != months_of_year) return;
+    t->quick = static_cast<quick_times *>(ko_ext_malloc(sizeof(quick_times)));
+    if (!t->quick) return;
+    *t->quick = {};
     for (int i = 0; i < time_lists; ++i) {
         const time_names list = names_of(t, static_cast<time_list>(i));
-        add_names(quick->bytes[i], list.bytes, list.count, &pool);
-        add_names(quick->wide[i], list.names, list.count, &pool);
+        add_names(t->quick->bytes[i], list.bytes, list.count);
+        add_names(t->quick->wide[i], list.names, list.count);
     }
 }
 
@@ -63,9 +54,42 @@ void free_quick_times(ltime *t) {
 
 // ---- Formatting ---------------------------------------------------------------------------------
 
-constexpr int quick_units = 128;  // of a result, unless the last piece is longer
-constexpr int quick_pieces = 512; // of a format and those inside it
+constexpr int quick_units = 96;   // of a result, unless the last piece is longer
+constexpr int quick_pieces = 512; // directives of a format and those inside it
 constexpr int quick_depth = 2;
+
+// The rows of the table again, small and by letter.
+struct written_rule {
+    const time_directive *row;
+    int ko_alt_tm_t::*field;
+    int lo;
+    unsigned span;  // above lo
+    unsigned first; // what lo is written as
+    time_kind kind; // forms: left to the engine
+    time_view view;
+    time_list list;
+};
+static constexpr std::array<written_rule, 128> written_rules = [] {
+    std::array<written_rule, 128> rules{};
+    for (written_rule &rule : rules)
+        rule.kind = time_kind::forms;
+    for (const time_directive &row : time_directives) {
+        const int hi = row.hi == by_months ? months_of_year - 1 : row.hi;
+        const bool pairs = row.digits == 2 || row.digits == 4; // of digits, in every value
+        const bool other = row.kind == time_kind::number && !pairs;
+        rules[static_cast<unsigned char>(row.letter)] = {
+            .row = &row,
+            .field = row.field,
+            .lo = row.lo,
+            .span = static_cast<unsigned>(hi - row.lo),
+            .first = static_cast<unsigned>(row.lo + row.bias),
+            .kind = other ? time_kind::forms : row.kind,
+            .view = row.view,
+            .list = row.list,
+        };
+    }
+    return rules;
+}();
 
 template <class Unit> struct quick_out {
     const kovaloc *loc;
@@ -86,45 +110,61 @@ static const ko_wchar_t *format_of(const ltime *t, const time_directive &row, co
     return t->*row.format;
 }
 
+template <class Unit>
+constexpr std::array<Unit, 200> digit_pairs = [] {
+    std::array<Unit, 200> pairs;
+    for (size_t i = 0; i < pairs.size(); ++i)
+        pairs[i] = static_cast<Unit>('0' + (i % 2 ? i / 2 % 10 : i / 20));
+    return pairs;
+}();
 template <class Unit> static inline Unit *put_pair(Unit *at, unsigned number) {
-    at[0] = static_cast<Unit>('0' + number / 10);
-    at[1] = static_cast<Unit>('0' + number % 10);
+    memcpy(at, &digit_pairs<Unit>[2 * number], 2 * sizeof(Unit));
     return at + 2;
 }
 
 template <class Unit>
-static inline Unit *quick_number(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
-    int value = 0;
-    if (time_value(&q.loc->ltime_info, q.tm, row, &value)) return nullptr;
-    const auto number = static_cast<unsigned>(value);
-    if (row.digits == 2 && number < 100) return put_pair(at, number);
-    if (row.digits == 4 && number < 10000)
-        return put_pair(put_pair(at, number / 100), number % 100);
-    if (row.kind != time_kind::day || number > 99) return nullptr;
-    put_pair(at, number);
-    if (number < 10) *at = ' ';
-    return at + 2;
-}
-
-template <class Unit>
-static inline Unit *quick_name_of(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
-    int index = 0;
-    if (time_value(&q.loc->ltime_info, q.tm, row, &index)) return nullptr;
-    if (static_cast<unsigned>(index) >= quick_names_max) return nullptr;
-    const quick_name<Unit> &name = q.lists[row.list][index];
-    if (!name.text) return nullptr;
+static inline Unit *put_name(const quick_out<Unit> &q, Unit *at, const written_rule &rule,
+                             unsigned value) {
+    const unsigned index = rule.view == time_view::plain ? value
+                           : rule.view == time_view::month_index
+                               ? static_cast<unsigned>(q.tm->alt_tm_monidx)
+                               : value / 12;
+    if (index >= months_of_year) return nullptr;
+    const quick_name<Unit> &name = q.lists[rule.list][index];
     memcpy(at, name.text, block_bytes);
-    return at + name.len;
+    return name.len ? at + name.len : nullptr;
 }
 
 template <class Unit>
-static Unit *quick_parts(const quick_out<Unit> &q, Unit *at, const time_directive &row) {
-    for (const char *c = row.parts; *c && at; ++c) {
-        const time_directive *const part = time_by_letter[static_cast<unsigned char>(*c)];
-        if (part)
-            at = quick_number(q, at, *part);
+static inline Unit *quick_field(const quick_out<Unit> &q, Unit *at, const written_rule &rule) {
+    const unsigned value =
+        static_cast<unsigned>(q.tm->*rule.field) - static_cast<unsigned>(rule.lo);
+    if (value > rule.span) return nullptr;
+    if (rule.kind == time_kind::name) return put_name(q, at, rule, value);
+    switch (rule.view) {
+    case time_view::short_year:
+        return put_pair(at, value % 100);
+    case time_view::full_year:
+        return put_pair(put_pair(at, value / 100), value % 100);
+    case time_view::hour12:
+        return put_pair(at, value % 12 ? value % 12 : 12);
+    case time_view::weekday7:
+        return put_pair(at, value ? value : 7);
+    default:
+        put_pair(at, value + rule.first);
+        if (rule.kind == time_kind::day && *at == '0') *at = ' ';
+        return at + 2;
+    }
+}
+
+template <class Unit>
+static Unit *quick_parts(const quick_out<Unit> &q, Unit *at, const char *parts) {
+    for (; *parts && at; ++parts) {
+        const written_rule &rule = written_rules[static_cast<unsigned char>(*parts)];
+        if (rule.row)
+            at = quick_field(q, at, rule);
         else
-            *at++ = static_cast<Unit>(*c);
+            *at++ = static_cast<Unit>(*parts);
     }
     return at;
 }
@@ -133,43 +173,34 @@ template <class Unit>
 static Unit *quick_format(quick_out<Unit> &q, Unit *at, const Unit *format, int depth);
 
 template <class Unit>
-static inline Unit *quick_directive(quick_out<Unit> &q, Unit *at, const time_directive &row,
+static inline Unit *quick_directive(quick_out<Unit> &q, Unit *at, const written_rule &rule,
                                     int depth) {
-    switch (row.kind) {
-    case time_kind::unit:
-        *at = static_cast<Unit>(*row.parts);
+    if (rule.kind >= time_kind::name && rule.kind <= time_kind::day)
+        return quick_field(q, at, rule);
+    if (rule.kind == time_kind::parts) return quick_parts(q, at, rule.row->parts);
+    if (rule.kind == time_kind::unit) {
+        *at = static_cast<Unit>(*rule.row->parts);
         return at + 1;
-    case time_kind::name:
-        return quick_name_of(q, at, row);
-    case time_kind::number:
-    case time_kind::day:
-        return quick_number(q, at, row);
-    case time_kind::parts:
-        return quick_parts(q, at, row);
-    case time_kind::format: {
-        const Unit *const format = format_of(&q.loc->ltime_info, row, at);
-        return format && depth < quick_depth ? quick_format(q, at, format, depth + 1) : nullptr;
     }
-    default:
-        return nullptr;
-    }
+    if (rule.kind != time_kind::format || depth == quick_depth) return nullptr;
+    const Unit *const format = format_of(&q.loc->ltime_info, *rule.row, at);
+    return format ? quick_format(q, at, format, depth + 1) : nullptr;
 }
 
 template <class Unit>
 static Unit *quick_format(quick_out<Unit> &q, Unit *at, const Unit *format, int depth) {
     const mb_flat *const flat = q.flat;
-    for (;;) {
-        const unsigned c = *format;
-        if (at > q.limit || !q.pieces--) return nullptr;
+    const Unit *const limit = q.limit;
+    for (unsigned c; (c = *format) != 0;) {
+        if (at > limit) return nullptr;
         if (c == '%') {
-            const time_directive *const row = find_directive(time_by_letter, format[1]);
-            if (!row) return nullptr;
-            at = quick_directive(q, at, *row, depth);
+            const unsigned letter = format[1];
+            if (letter >= written_rules.size() || !q.pieces--) return nullptr;
+            at = quick_directive(q, at, written_rules[letter], depth);
             if (!at) return nullptr;
             format += 2;
             continue;
         }
-        if (!c) return at;
         *at++ = *format++;
         if (!flat || flat->flag1[c] == mb_final) continue;
         if (flat->flag1[c] != mb_prefix || flat->second->flags[c][*format] != mb_final) {
@@ -177,38 +208,28 @@ static Unit *quick_format(quick_out<Unit> &q, Unit *at, const Unit *format, int 
         }
         *at++ = *format++;
     }
-}
-
-// Copies a result; those of usual length in two blocks that overlap.
-static inline void copy_result(void *to, const void *from, size_t size) {
-    constexpr size_t half = block_bytes / 2;
-    if (size < half || size > block_bytes) {
-        memcpy(to, from, size);
-        return;
-    }
-    memcpy(to, from, half);
-    memcpy(static_cast<char *>(to) + size - half, static_cast<const char *>(from) + size - half,
-           half);
+    return at;
 }
 
 template <class Unit>
 static int quick_run(quick_out<Unit> &q, Unit *out, int maxsize, const Unit *format) {
-    Unit result[quick_units + block_bytes];
+    constexpr size_t most = quick_units + block_units<Unit>;
+    Unit room[most];
+    Unit *const result = maxsize < static_cast<int>(most) ? room : out;
     q.limit = result + quick_units;
     q.pieces = quick_pieces;
     const Unit *const end = quick_format(q, result, format, 0);
     if (!end || end - result >= maxsize) return -1;
     const auto n = static_cast<int>(end - result);
-    copy_result(out, result, static_cast<size_t>(n) * sizeof(Unit));
+    if (result != out) memcpy(out, result, static_cast<size_t>(n) * sizeof(Unit));
     out[n] = 0;
     return n;
 }
 
-// Whether ASCII characters are what they seem and dates need no conversion.
+// Whether ASCII characters are what they seem.
 static bool is_plain(const kovaloc *loc) {
     constexpr unsigned shared = category_bit(KO_LC_TIME) | category_bit(KO_LC_CTYPE);
-    return loc->ltime_info.quick && !loc->portable && !(loc->copied & shared) &&
-           loc->ltime_info.calendar == calendar_gregorian;
+    return loc->ltime_info.quick && !loc->portable && !(loc->copied & shared);
 }
 
 int quick_time(const kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,

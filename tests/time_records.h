@@ -8,6 +8,20 @@
 
 #include <algorithm>
 
+// Times of a test that goes through many: all of them in a release, a few under sanitizers.
+#if defined(__SANITIZE_ADDRESS__)
+#define KOVA_SANITIZED 1
+#elif defined(__has_feature)
+#define KOVA_SANITIZED __has_feature(address_sanitizer)
+#else
+#define KOVA_SANITIZED 0
+#endif
+#ifdef NDEBUG
+constexpr int seeded_times = KOVA_SANITIZED ? 250 : 10000;
+#else
+constexpr int seeded_times = KOVA_SANITIZED ? 250 : 2000;
+#endif
+
 // Strings of a time section, divided by "|".
 struct times {
     std::string calendar = "gregorian";
