@@ -100,10 +100,11 @@ int run_width(const common_options &common, const measure_options &options) {
 
 // ---- trim ----
 
-// Spaces that may turn out to be the last of their line, as runs of equal ones.
+// Spaces that may turn out to be the last of their line, as runs of equal ones. Small, as a long
+// line of different spaces has as many of them.
 struct space_run {
     ko_wchar_t wide;
-    uint64_t count;
+    uint16_t count;
 };
 
 struct trimmer {
@@ -124,20 +125,17 @@ static void write_kept(trimmer &to) {
 }
 
 static void keep_pending(trimmer &to) {
-    for (space_run &run : to.pending) {
-        while (run.count > 0) {
-            const auto part = size_t(std::min<uint64_t>(run.count, write_units));
-            to.kept.insert(to.kept.end(), part, run.wide);
-            run.count -= part;
-            if (to.kept.size() >= write_units) write_kept(to);
-        }
+    for (const space_run &run : to.pending) {
+        to.kept.insert(to.kept.end(), run.count, run.wide);
+        if (to.kept.size() >= write_units) write_kept(to);
     }
     to.pending.clear();
 }
 
 static void add_pending(trimmer &to, const ko_wchar_t *wide, const ko_wchar_t *end) {
     for (; wide < end; ++wide) {
-        if (!to.pending.empty() && to.pending.back().wide == *wide)
+        if (!to.pending.empty() && to.pending.back().wide == *wide &&
+            to.pending.back().count < UINT16_MAX)
             ++to.pending.back().count;
         else
             to.pending.push_back({*wide, 1});
