@@ -70,13 +70,13 @@ bool outer_text(const codec &code, const ko_wchar_t *wide, std::string &text) {
 }
 
 bool item_text(const codec &code, unsigned item, std::string &text) {
-    if (item != KO_CALENDAR) return outer_text(code, ko_wc_nl_langinfo(code.loc, item), text);
-    // The names of calendars are the library's own: ASCII in every code set, with a newline.
+    const ko_wchar_t *wide = ko_wc_nl_langinfo(code.loc, item);
+    if (item != KO_CALENDAR && item != KO_CODESET) return outer_text(code, wide, text);
+    // These names are the library's own: ASCII in every code set, of calendars with a newline.
     text.clear();
-    const ko_wchar_t *name = ko_wc_nl_langinfo(code.loc, item);
-    for (; name && *name && *name != '\n'; ++name)
-        text += char(*name);
-    return name != nullptr;
+    for (const ko_wchar_t *at = wide; at && *at && *at != '\n'; ++at)
+        text += *at < 0x7F ? char(*at) : '?';
+    return wide != nullptr;
 }
 
 static std::string newline_of(const codec &code) {

@@ -1,6 +1,8 @@
 // The page and the JSON object of "kova info".
 #include "kova_info.h"
 
+#include <algorithm>
+
 #include "kova_table.h"
 
 namespace kovacli {
@@ -161,8 +163,10 @@ static std::string conventions_json(const codec &code) {
 void write_json(const locale_handle &handle, const codec &code,
                 const std::vector<std::string> &items, output &out) {
     std::vector<unsigned> wanted;
-    for (const std::string &name : items)
-        wanted.push_back(item_of(name));
+    for (const std::string &name : items) {
+        const unsigned item = item_of(name);
+        if (std::find(wanted.begin(), wanted.end(), item) == wanted.end()) wanted.push_back(item);
+    }
     for (unsigned item = 0; items.empty() && item <= KO_LANGINFO_MAX; ++item)
         if (ko_wc_nl_langinfo(code.loc, item)) wanted.push_back(item);
     std::string json = "{\n  \"locale\": " + quoted(handle.name);

@@ -34,25 +34,37 @@ void open_charmap(const std::string &code_set, charmap &map) {
                                       "there is no charmap object; compile one with \"kovac "
                                       "charmap " +
                                       code_set + " -o ROOT\"");
-    throw failure(bad_locale, what + (error == KO_ENOMEM ? "memory is exhausted"
-                                                         : "the charmap object is damaged"));
+    throw failure(bad_locale,
+                  what + (error == KO_ENOMEM ? "memory is exhausted"
+                                             : "the charmap object is damaged; compile it again"));
 }
 
 // ---- text to symbols ----
 
-// Every line of the text ends a line of the output, too.
-void write_symbols(std::string &symbols, output &out, uint64_t &line) {
-    static const std::string newlines[] = {"<newline>", "<LF>", "<U000A>"};
-    for (const std::string &newline : newlines) {
-        for (size_t at = 0; (at = symbols.find(newline, at)) != symbols.npos;) {
-            const bool escaped = at > 0 && symbols[at - 1] == '\\';
-            at += newline.size();
-            if (escaped) continue;
-            symbols.insert(at, 1, '\n');
-            ++line;
+// The bytes of the symbol at the front of a text, its ">" included; 0 when it is cut off.
+size_t symbol_length(std::string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\') {
+            ++i;
+        } else if (text[i] == '>' || text[0] != '<') {
+            return i + 1;
         }
     }
-    write(out, symbols);
+    return 0;
+}
+
+// Every line of the text ends a line of the output, too.
+void write_symbols(std::string_view symbols, output &out, uint64_t &line) {
+    std::string lines;
+    for (size_t at = 0, len; at < symbols.size(); at += len) {
+        len = std::max<size_t>(symbol_length(symbols.substr(at)), 1);
+        const std::string_view symbol = symbols.substr(at, len);
+        lines += symbol;
+        if (symbol != "<newline>" && symbol != "<LF>" && symbol != "<U000A>") continue;
+        lines += '\n';
+        ++line;
+    }
+    write(out, lines);
 }
 
 failure bad_bytes(const input &in, const charmap &map, uint64_t line, int error) {
@@ -101,18 +113,6 @@ failure bad_symbol(const input &in, const place &where, const std::string &symbo
                        (error == KO_ENOSYMBOL ? "the code set has no character "
                                               : "a symbol such as <A> is expected, not ") +
                        shown);
-}
-
-// The bytes of the symbol at the front of a text, its ">" included; 0 when it is cut off.
-size_t symbol_length(std::string_view text) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\') {
-            ++i;
-        } else if (text[i] == '>' || text[0] != '<') {
-            return i + 1;
-        }
-    }
-    return 0;
 }
 
 void decode_file(const charmap &map, const std::string &path, output &out) {
