@@ -660,8 +660,8 @@ KO_API int ko_mbstosyms(ko_cm_t cm, char *dst, int size, const ko_mchar_t **src,
 KO_API int ko_wcstosyms(ko_cm_t cm, char *dst, int size, const ko_wchar_t **src, int len_chars);
 /* Read symbols back, up to the end of the string, into size bytes or wide characters, terminator
  * included. *src moves behind the last symbol taken. Return what was written with the terminator;
- * or -1 with KO_EILSEQ (no symbol), KO_ENOSYMBOL (an unknown name), KO_ERANGE (dst is too small) or
- * KO_ENULL; what was converted stays, terminated. */
+ * or -1 with KO_EILSEQ (no symbol, or wide: a character of more than two bytes), KO_ENOSYMBOL (an
+ * unknown name), KO_ERANGE (dst is too small) or KO_ENULL; what was converted stays, terminated. */
 KO_API int ko_symstombs(ko_cm_t cm, ko_mchar_t *dst, int size, const char **src);
 KO_API int ko_symstowcs(ko_cm_t cm, ko_wchar_t *dst, int size, const char **src);
 /* All symbols of one character, one behind the other; those that do not fit are dropped. Returns
