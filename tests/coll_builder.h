@@ -53,6 +53,45 @@ struct coll_spec {
     }
 };
 
+// Rows of weights: "2.x0 7t.1" has two of two passes; x stands for an expansion, t for a tie-break
+// by code.
+inline std::vector<std::vector<unsigned>> weights_of(const char *text) {
+    std::vector<std::vector<unsigned>> rows(1, {0});
+    for (; *text; ++text) {
+        unsigned &last = rows.back().back();
+        if (*text == ' ')
+            rows.push_back({0});
+        else if (*text == '.')
+            rows.back().push_back(0);
+        else if (*text == 'x')
+            last = coll_expansion;
+        else if (*text == 't')
+            last |= coll_code_tie;
+        else
+            last = (last & coll_expansion) |
+                   ((last & 0x3FFF) * 10 + static_cast<unsigned>(*text - '0'));
+    }
+    return rows;
+}
+
+// What comparisons must give: "a<b ab=ba c>", each with its two texts around the sign.
+struct order_row {
+    std::string a, b;
+    int want;
+};
+inline std::vector<order_row> orders(const std::string &text) {
+    std::vector<order_row> rows;
+    for (size_t at = 0, end; at < text.size(); at = end + 1) {
+        end = std::min(text.find(' ', at), text.size());
+        const size_t sign = text.find_first_of("<=>", at);
+        rows.push_back({text.substr(at, sign - at), text.substr(sign + 1, end - sign - 1),
+                        text[sign] == '='   ? 0
+                        : text[sign] == '<' ? -1
+                                            : 1});
+    }
+    return rows;
+}
+
 // A record with a code set of the given characters and a collation read from text.
 struct coll_record {
     ko_lc_t handle = nullptr;
