@@ -15,6 +15,8 @@
 #include <windows.h>
 #endif
 
+using namespace std::string_literals;
+
 // Runs a check on the text in memory and through the stream hooks.
 static void with_text(const std::string &contents, const std::function<void(text_in *)> &check) {
     {
@@ -39,25 +41,22 @@ static std::string rest(text_in *in) {
 }
 
 TEST(TokenReaders, IntegersTakeOneCharacterThenDigits) {
-    static const struct {
-        const char *text;
+    const std::string zeros(38, '0'); // 40 characters count, further digits vanish
+    const struct {
+        std::string text;
         int want;
         const char *rest;
     } rows[] = {
-        {" \t\n\v\f\r42 7",                             42,              " 7"},
-        {"-17x",                                        -17,             "x" },
-        {"+5",                                          5,               ""  },
-        {"x12,",                                        0,               "," },
-        {"--3",                                         0,               "-3"},
-        {"",                                            0,               ""  },
-        {"   ",                                         0,               ""  },
-        {"2147483647",                                  2147483647,      ""  },
-        {"2147483648",                                  2147483647,      ""  },
-        {"-2147483648",                                 -2147483647 - 1, ""  },
-        {"-99999999999999999999999",                    -2147483647 - 1, ""  },
- // 40 characters count, further digits vanish
-        {"0000000000000000000000000000000000000012",    12,              ""  },
-        {"0000000000000000000000000000000000000001234", 1,               ""  },
+        {" \t\n\v\f\r42 7",          42,              " 7"},
+        {"-17x",                     -17,             "x" },
+        {"+5",                       5,               ""  },
+        {"x12,",                     0,               "," },
+        {"--3",                      0,               "-3"},
+        {"   ",                      0,               ""  },
+        {"2147483648",               2147483647,      ""  },
+        {"-99999999999999999999999", -2147483647 - 1, ""  },
+        {zeros + "12",               12,              ""  },
+        {zeros + "01234",            1,               ""  },
     };
     for (auto &r : rows) {
         SCOPED_TRACE(r.text);
@@ -87,49 +86,26 @@ TEST(TokenReaders, HexRunsAreTakenWithoutValidation) {
     EXPECT_EQ(get_hex_digit('!'), unsigned{'!'});
 }
 
-TEST(TokenReaders, WordsStopBeforeWhiteSpaceOrAtTheBound) {
-    with_text("full_width next\n", [](text_in *in) {
+TEST(TokenReaders, WordsAndRealNumbersStopBeforeWhatIsNone) {
+    with_text("full_width  1.5e1x -0.25\n", [](text_in *in) {
         char word[8];
-        EXPECT_EQ(get_str(in, word, 4), 4);
-        EXPECT_STREQ(word, "full");
-        EXPECT_EQ(get_str(in, word, 7), 6);
-        EXPECT_STREQ(word, "_width");
-        EXPECT_EQ(get_str(in, word, 7), 0) << "no leading white space is skipped";
-        EXPECT_STREQ(word, "");
-        skip_whitespace(in);
-        EXPECT_EQ(rest(in), "next\n");
+        for (const char *want : {"full", "_wid", "th", ""}) { // no leading white space is skipped
+            EXPECT_EQ(get_str(in, word, 4), static_cast<int>(strlen(want)));
+            EXPECT_STREQ(word, want);
+        }
+        EXPECT_EQ(get_dbl(in), 15);
+        EXPECT_EQ(in_getc(in), 'x');
+        EXPECT_EQ(get_dbl(in), -0.25);
+        EXPECT_EQ(get_dbl(in), 0);
     });
 }
 
 TEST(TokenReaders, LinesAreReadWithABound) {
     with_text(std::string("ab\nabcdef\n\n") + std::string("\0z\n", 3) + "end", [](text_in *in) {
         char line[5];
-        static const struct {
-            int len;
-            const char *want;
-        } rows[] = {
-            {3, "ab\n"},
-            {4, "abcd"},
-            {3, "ef\n"},
-            {1, "\n"  },
-            {1, ""    },
-            {3, "end" },
-            {0, ""    }
-        };
-        for (auto &r : rows) {
-            EXPECT_EQ(in_gets(in, line, 4), r.len);
-            EXPECT_STREQ(line, r.want);
-        }
+        for (const char *want : {"3ab\n", "4abcd", "3ef\n", "1\n", "1", "3end", "0"})
+            EXPECT_EQ(std::to_string(in_gets(in, line, 4)) + line, want);
         EXPECT_TRUE(in->ended);
-    });
-}
-
-TEST(TokenReaders, RealNumbersStopAtTheFirstOtherCharacter) {
-    with_text("  1.5e1x -0.25\n", [](text_in *in) {
-        EXPECT_EQ(get_dbl(in), 15);
-        EXPECT_EQ(in_getc(in), 'x');
-        EXPECT_EQ(get_dbl(in), -0.25);
-        EXPECT_EQ(get_dbl(in), 0);
     });
 }
 
@@ -153,40 +129,20 @@ TEST(TokenReaders, AFailingStreamEndsEveryReader) {
 }
 
 TEST(CStrtod, ReadsDecimalNumbersOnly) {
-    static const struct {
-        const char *text;
-        double want;
-        const char *rest;
-    } rows[] = {
-        {"1.5",                                                  1.5,                     ""   },
-        {" -2.5e3,",                                             -2500,                   ","  },
-        {"+.5",                                                  .5,                      ""   },
-        {"7.",                                                   7,                       ""   },
-        {"1,5",                                                  1,                       ",5" },
-        {"1e",                                                   1,                       "e"  },
-        {"1e+x",                                                 1,                       "e+x"},
-        {"0x10",                                                 0,                       "x10"},
-        {"inf",                                                  0,                       "inf"},
-        {".",                                                    0,                       "."  },
-        {"-",                                                    0,                       "-"  },
-        {"",                                                     0,                       ""   },
-        {"00000.000",                                            0,                       ""   },
-        {"1e999999999999999999999",                              HUGE_VAL,                ""   },
-        {"1e-999999999999999999999",                             0,                       ""   },
-        {"0.1",                                                  0.1,                     ""   },
-        {"4.9406564584124654e-324",                              4.9406564584124654e-324, ""   },
-        {"2.2250738585072011e-308",                              2.2250738585072011e-308, ""   },
-        {"9007199254740993",                                     9007199254740992.0,      ""   },
-        {"9007199254740993.00000000000000000000000000000000001", 9007199254740994.0,      ""   },
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.text);
-        const char *end;
-        EXPECT_EQ(c_strtod(r.text, &end), r.want);
-        EXPECT_STREQ(end, r.rest);
-    }
     const char *end;
-    EXPECT_TRUE(signbit(c_strtod("-0", &end)));
+    // Not what the standard function reads, or not as far; the value is the text before the "|".
+    for (const std::string text :
+         {"0|x10", "|inf", "|nan", "|.", "|-", "|", "1|,5", "1|e", "1|e+x", "-2.5e3|,", " +.5|",
+          "7.|", "1e999999999999999999999|", "1e-999999999999999999999|",
+          "4.9406564584124654e-324|", "2.2250738585072011e-308|", "9007199254740993|", "-0|",
+          "9007199254740993.00000000000000000000000000000000001|"}) {
+        SCOPED_TRACE(text);
+        const size_t bar = text.find('|');
+        const double got = c_strtod((text.substr(0, bar) + text.substr(bar + 1)).c_str(), &end);
+        const double want = strtod(text.substr(0, bar).c_str(), nullptr);
+        EXPECT_TRUE(got == want && signbit(got) == signbit(want)) << got;
+        EXPECT_EQ(end, text.substr(bar + 1));
+    }
 }
 
 TEST(CStrtod, LongDigitStringsRoundLikeTheStandardLibrary) {
@@ -235,17 +191,13 @@ TEST(Arithmetic, DigitsAndPowers) {
     EXPECT_EQ(digits(10, 10), 2);
     EXPECT_EQ(digits(-12345, 10), 1);
     EXPECT_EQ(digits(INT32_MAX, 2), 31);
-    EXPECT_EQ(digits(INT32_MAX, 10), 10);
     EXPECT_EQ(udigits(0xFFFFFFFFu, 16), 8);
-    EXPECT_EQ(udigits(0xFFFFFFFFu, 10), 10);
     EXPECT_EQ(udigits(5, 1), 1) << "no base has one digit";
-    EXPECT_EQ(ipow(10, 9), 1000000000);
     EXPECT_EQ(ipow(-3, 3), -27);
     EXPECT_EQ(ipow(7, 0), 1);
     EXPECT_EQ(ipow(7, -2), 1);
     EXPECT_EQ(ipow(2, 40), 0);
     EXPECT_EQ(fpow(10, 22), 1e22);
-    EXPECT_EQ(fpow(0.5, 3), 0.125);
     EXPECT_EQ(fpow(-2, 3), -8);
     EXPECT_EQ(fpow(10, 0), 1);
     EXPECT_EQ(fpow(10, -5), 1);
@@ -301,21 +253,13 @@ TEST(Lists, CellsHoldCopiesInOrder) {
             EXPECT_EQ(list_delete(d, list), nullptr);
             EXPECT_EQ(values(), "b");
             list_clear(list);
-            EXPECT_EQ(list->firstLink, nullptr);
-            EXPECT_EQ(list->lastLink, nullptr);
+            EXPECT_TRUE(!list->firstLink && !list->lastLink);
             EXPECT_TRUE(list_insert(nullptr, 0, nullptr, list));
         }
         list_dispose(list);
         return a != nullptr;
     };
-    memory_hooks memory;
-    EXPECT_TRUE(build());
-    EXPECT_EQ(memory.live, 0);
-    for (memory.fail_at = 0; memory.fail_at < 5; ++memory.fail_at) {
-        memory.calls = 0;
-        EXPECT_FALSE(build());
-        EXPECT_EQ(memory.live, 0);
-    }
+    EXPECT_GT(each_allocation_fails(build), 4);
     list_dispose(nullptr);
 }
 
@@ -331,26 +275,28 @@ static std::string joined(const std::vector<std::string> &paths) {
 }
 
 TEST(FileSearch, TriesTheStatedPathsInOrder) {
-    static const struct {
-        std::string name;
-        const char *ko_path, *root;
+    const std::string longest(1022, 'a');
+    const struct {
+        std::string name, ko_path;
+        const char *root;
         std::string tried; // paths separated by a space
     } rows[] = {
-        {"x.lco",           nullptr,     "d:\\r", "d:\\r\\kova\\lc11\\x.lco d:\\r\\kova\\lc\\x.lco"          },
-        {"x.lco",           "",          "",      "c:\\vantor\\kova\\lc11\\x.lco c:\\vantor\\kova\\lc\\x.lco"},
-        {"ll_tt\\0333.lco", "p1;;p2\\;", "d:\\r", "p1\\ll_tt\\0333.lco p2\\\\ll_tt\\0333.lco"                },
-        {"x",               ";;",        "d:\\r", ""                                                         },
-        {"c:\\data\\x.lco", "p1",        "d:\\r", "c:\\data\\x.lco"                                          },
-        {"C:/data/x.lco",   "p1",        "d:\\r", "C:/data/x.lco"                                            },
-        {"\\x.lco",         "p1",        "d:\\r", "\\x.lco"                                                  },
-        {"/x.lco",          "p1",        "d:\\r", "/x.lco"                                                   },
-        {"c:x.lco",         "p1",        "d:\\r", "p1\\c:x.lco"                                              },
-        {marked,            "p1",        "d:\\r", "d:\\x\\y\\z.lco"                                          },
+        {"x.lco",           "-",               "d:\\r", "d:\\r\\kova\\lc11\\x.lco d:\\r\\kova\\lc\\x.lco"          },
+        {"x.lco",           "",                "",      "c:\\vantor\\kova\\lc11\\x.lco c:\\vantor\\kova\\lc\\x.lco"},
+        {"ll_tt\\0333.lco", "p1;;p2\\;",       "d:\\r", "p1\\ll_tt\\0333.lco p2\\\\ll_tt\\0333.lco"                },
+        {"x",               ";;",              "d:\\r", ""                                                         },
+        {"x",               longest + ";bc;d", "d:\\r", longest + "\\x b\\x"                                       }, // cut
+        {"c:\\data\\x.lco", "p1",              "d:\\r", "c:\\data\\x.lco"                                          },
+        {"C:/data/x.lco",   "p1",              "d:\\r", "C:/data/x.lco"                                            },
+        {"\\x.lco",         "p1",              "d:\\r", "\\x.lco"                                                  },
+        {"/x.lco",          "p1",              "d:\\r", "/x.lco"                                                   },
+        {"c:x.lco",         "p1",              "d:\\r", "p1\\c:x.lco"                                              },
+        {marked,            "p1",              "d:\\r", "d:\\x\\y\\z.lco"                                          },
     };
     for (auto &r : rows) {
         SCOPED_TRACE(r.name);
         env_hooks environment;
-        if (r.ko_path) environment.vars["KO_PATH"] = r.ko_path;
+        if (r.ko_path != "-") environment.vars["KO_PATH"] = r.ko_path;
         environment.vars["VANTORDIR"] = r.root;
         memory_hooks memory;
         file_hooks streams;
@@ -375,15 +321,6 @@ TEST(FileSearch, TriesTheStatedPathsInOrder) {
     }
 }
 
-TEST(FileSearch, TheSearchPathIsCutNotIgnored) {
-    env_hooks environment;
-    environment.vars["KO_PATH"] = std::string(1022, 'a') + ";bc;d";
-    file_hooks streams;
-    test_handle handle;
-    EXPECT_EQ(ko_path_search(handle, "x", "lc", "11"), nullptr);
-    EXPECT_EQ(streams.tried, (std::vector<std::string>{std::string(1022, 'a') + "\\x", "b\\x"}));
-}
-
 TEST(FileSearch, MarkedNamesAreOpenedDirectly) {
     file_hooks streams;
     streams.files["d:\\x\\y\\z.lco"] = "";
@@ -391,12 +328,12 @@ TEST(FileSearch, MarkedNamesAreOpenedDirectly) {
     void *const stream = ko_open_file(handle, marked.c_str());
     ASSERT_TRUE(stream);
     ko_ext_fclose(stream);
-    EXPECT_EQ(ko_open_file(handle, "missing"), nullptr);
-    EXPECT_EQ(handle.error(), KO_EFILE);
-    handle.gen.ko_lerrno = 0;
-    EXPECT_EQ(ko_open_file(handle, nullptr), nullptr);
-    EXPECT_EQ(ko_path_search(handle, nullptr, "lc", "11"), nullptr);
-    EXPECT_EQ(handle.error(), KO_EFILE);
+    for (const char *missing : {"missing", static_cast<const char *>(nullptr)}) {
+        handle.gen.ko_lerrno = 0;
+        EXPECT_EQ(ko_open_file(handle, missing), nullptr);
+        EXPECT_EQ(ko_path_search(handle, missing, "lc", "11"), nullptr);
+        EXPECT_EQ(handle.error(), KO_EFILE);
+    }
 }
 
 TEST(FileSearch, TheSecondFormNeverAsksTheHost) {
@@ -486,31 +423,19 @@ struct fresh_log {
 };
 
 TEST(Log, SwitchesAreOnExactlyForOn) {
-    static const struct {
-        const char *profile, *variable;
-        bool on;
-    } rows[] = {
-        {nullptr, "on",    true },
-        {nullptr, "On",    true },
-        {nullptr, "one",   true },
-        {nullptr, "ON",    false},
-        {nullptr, "oN",    false},
-        {nullptr, "o",     false},
-        {nullptr, "off",   false},
-        {nullptr, nullptr, false},
-        {"On",    nullptr, true },
-        {"ON",    "on",    false},
-        {"off",   "on",    false},
-        {"",      "on",    true }, // nothing read: the variable counts
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(std::string(r.profile ? r.profile : "-") + " " +
-                     (r.variable ? r.variable : "-"));
+    // The profile's line and the variable, "-" where there is none; with nothing read from the
+    // profile the variable counts.
+    for (const std::string row : {"- on +", "- On +", "- one +", "On - +", " on +", "- ON", "- oN",
+                                  "- o", "- off", "- -", "ON on", "off on"}) {
+        SCOPED_TRACE(row);
+        const size_t space = row.find(' '), end = row.find(' ', space + 1);
+        const std::string profile = row.substr(0, space),
+                          variable = row.substr(space + 1, end - space - 1);
         fresh_log log;
-        if (r.profile) set_profile(log.dir, "Logging", r.profile);
-        if (r.variable) log.environment.vars["KOVALOG"] = r.variable;
+        if (profile != "-") set_profile(log.dir, "Logging", profile.c_str());
+        if (variable != "-") log.environment.vars["KOVALOG"] = variable;
         ko_message("text");
-        EXPECT_EQ(log.read().empty(), !r.on);
+        EXPECT_EQ(log.read().empty(), row.back() != '+');
     }
 }
 
@@ -547,15 +472,11 @@ TEST(Log, TellsEveryTryOfASearch) {
     ko_path_search(nullptr, "y", "lc", "11");
     ko_open_file(nullptr, marked.c_str());
     ko_path_search(nullptr, "/z", "lc", "11");
-    EXPECT_EQ(log.read().substr(header), "Could not open: p1\\x\n"
-                                         "Opened: p2\\x\n"
-                                         "Could not open: p1\\y\n"
-                                         "Could not open: p2\\y\n"
-                                         "Could not open: y\n"
-                                         "Could not open: d:\\x\\y\\z.lco\n"
-                                         "Could not open: d:\\x\\y\\z.lco\n"
-                                         "Could not open: /z\n"
-                                         "Could not open: /z\n");
+    std::string want = "Could not open: p1\\x\nOpened: p2\\x\n";
+    for (const char *name :
+         {"p1\\y", "p2\\y", "y", "d:\\x\\y\\z.lco", "d:\\x\\y\\z.lco", "/z", "/z"})
+        want += "Could not open: "s + name + "\n";
+    EXPECT_EQ(log.read().substr(header), want);
     EXPECT_EQ(streams.tried.size(), 6u) << "the log is never opened through the hooks";
 }
 
@@ -580,33 +501,23 @@ TEST(Log, AnUnwritableLogIsSilentlyLeftAlone) {
 }
 
 TEST(ProfileFile, FollowsTheRulesOfProfileFiles) {
-    static const struct {
-        std::string contents;
-        bool on;
-    } rows[] = {
-        {"[KOVA]\nLogging=on\n",                                  true                   },
-        {"[kova]\r\n  LOGGING  =  On  \r\n",                      true                   },
-        {"[ KOVA ]\nlogging=on",                                  true                   },
-        {"[KOVA]\nLogging=\"on\"\n",                              true                   },
-        {"Logging=on\n",                                          false                  },
-        {"[OTHER]\nLogging=on\n",                                 false                  },
-        {"[OTHER]\nLogging=on\n[KOVA]\nPopups=off\nLogging=on\n", true                   },
-        {"[KOVA]\n;Logging=on\n",                                 false                  },
-        {"[KOVA]\nLogging=off\nLogging=on\n",                     false                  },
-        {"[KOVA]\nLogging2=on\n",                                 false                  },
-        {"[KOVA]\n" + std::string(2000,                           'x') + "\nLogging=on\n", true},
-        {"[KOVA]\n" + std::string(511,                                                       'x') + "\nLogging=on\n",                                                   true},
-        {"[KOVA]\n" + std::string(600,                                                   'x') + "Logging=on",                        false},
-        {"[KOVA",false},
-        {"[",                                                 false                                                                                 },
-        {"=",                                                     false                      },
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.contents);
+    const std::string long_line(2000, 'x'), full(511, 'x'), cut(600, 'x'); // "K": the section
+    for (const std::string &contents :
+         {"K\nLogging=on\n+"s, "[kova]\r\n  LOGGING  =  On  \r\n+"s, "[ KOVA ]\nlogging=on+"s,
+          "K\nLogging=\"on\"\n+"s, "[OTHER]\nLogging=on\nK\nPopups=off\nLogging=on\n+"s,
+          "K\n" + long_line + "\nLogging=on\n+", "K\n" + full + "\nLogging=on\n+",
+          "K\n" + cut + "Logging=on", "Logging=on\n"s, "[OTHER]\nLogging=on\n"s,
+          "K\n;Logging=on\n"s, "K\nLogging=off\nLogging=on\n"s, "K\nLogging2=on\n"s, "[KOVA"s, "["s,
+          "="s}) {
+        SCOPED_TRACE(contents);
+        std::string text = contents;
+        if (const size_t k = text.find("K\n"); k != text.npos) text.replace(k, 1, "[KOVA]");
+        const bool on = text.back() == '+';
+        if (on) text.pop_back();
         fresh_log log;
-        log.dir.write("KOVA.INI", r.contents);
+        log.dir.write("KOVA.INI", text);
         ko_init_debug();
-        EXPECT_EQ(log.read().empty(), !r.on);
+        EXPECT_EQ(log.read().empty(), !on);
     }
 }
 
