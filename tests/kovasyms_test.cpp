@@ -217,14 +217,17 @@ TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
 }
 
 TEST(Charmap, GivesBackWhatItTookWhenHooksFail) {
+    std::string object = letters;
+    for (const char c : std::string("0123456789"))
+        object += std::string("r 0 q") + c + "0 " + c + "0 2 2 91 " + c + "0\n";
     const auto load = [] {
         charmap map;
         return map.result == 0;
     };
-    EXPECT_GT(each_stream_call_fails([](file_hooks &f) { f.files["m\\own.cmo"] = letters; }, load),
+    EXPECT_GT(each_stream_call_fails([&](file_hooks &f) { f.files["m\\own.cmo"] = object; }, load),
               10);
     file_hooks files;
-    files.files["m\\own.cmo"] = letters;
+    files.files["m\\own.cmo"] = object;
     EXPECT_GT(each_allocation_fails(load), 20);
 }
 
