@@ -1,8 +1,7 @@
 // A conversion object from anywhere either fails to load or converts: it reads alike from memory
 // and through stream hooks, its derived tables convert as the tables they come from, a measured
-// length is the written one, a text in two pieces becomes the whole one, and nothing is left
-// behind. The input begins with the options, the room and the length of a text; the object follows
-// the text.
+// length is the written one, and nothing is left behind. The input begins with the options, the
+// room and the length of a text; the object follows the text.
 #include "fuzz_host.h"
 #include "kovacvlib.h"
 
@@ -90,34 +89,6 @@ static void check_derived(iconv_rec *cv, const sample &s, const outcome &convert
     cv->bytes = bytes;
 }
 
-// The whole text against the same text cut in two.
-static void check_pieces(iconv_rec *cv, sample s) {
-    if (s.stateless || s.terminated || s.size < 2) return;
-    s.room = 12 * s.size; // a shift, a character and a shift for each byte
-    s.state = {1, 1, 0, 0, nullptr};
-    const outcome whole = run(cv, s, false);
-    if (!whole.result) {
-        sample head = s, tail = s;
-        head.size = s.size / 2;
-        head.state.last_frag = 0;
-        const outcome first = run(cv, head, false);
-        check(!first.result || first.error == KO_EINVAL, "a piece is cut off at most");
-        tail.text += first.taken;
-        tail.size -= first.taken;
-        tail.state = first.state;
-        tail.state.first_frag = 0;
-        tail.state.last_frag = 1;
-        const outcome second = run(cv, tail, false);
-        check(!second.result && first.made + second.made == whole.made &&
-                  !memcmp(first.out, whole.out, size_t(first.made)) &&
-                  !memcmp(second.out, whole.out + first.made, size_t(second.made)),
-              "two pieces become the whole text");
-        free(first.out);
-        free(second.out);
-    }
-    free(whole.out);
-}
-
 static void check_conversion(iconv_rec *streamed, iconv_rec *read, sample s) {
     if (s.terminated) {
         s.terminated =
@@ -129,7 +100,6 @@ static void check_conversion(iconv_rec *streamed, iconv_rec *read, sample s) {
     free(other.out);
     check_derived(read, s, converted);
     check_measure(read, s, converted);
-    check_pieces(read, s);
     if (read->exports.sb2sb_table && s.stateless && !s.terminated)
         for (int i = 0; i < converted.made; ++i)
             check(converted.out[i] == read->exports.sb2sb_table[s.text[i]], "the table translates");
