@@ -406,7 +406,7 @@ void add_date(CLI::App &app, arguments &args) {
         ->type_name("FORMAT");
     command
         .add_option("--at", o.at,
-                    "Date, and time where wanted: \"2026-11-21 14:30:05.25\". Default: now")
+                    "Date, and time where wanted: \"2026-11-21 14:30:05.25\"; or now, the default")
         ->type_name("WHEN");
     add_common(
         command, args, [&args] { return run_date(args.common, args.date); },

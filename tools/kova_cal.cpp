@@ -97,12 +97,14 @@ bool local_of(const cal_job &job, sys_days day, ko_alt_tm_t *local) {
     return ko_cal_gregorian_to_local(job.handle.loc, &t, local) == 0;
 }
 
+constexpr int last_year = 10323; // of dates that have one in another calendar
+
 // The first day of a month in the Gregorian calendar. False for one that is out of range.
 bool begin_of(const cal_job &job, const ko_alt_tm_t &local, sys_days *day) {
     ko_alt_tm_t t;
     if (ko_cal_local_to_gregorian(job.handle.loc, &local, &t) != 0) return false;
     const int year = t.alt_tm_year + 1900;
-    if (t.alt_tm_mon < 0 || t.alt_tm_mon > 11 || year < 1 || year > 10000) return false;
+    if (t.alt_tm_mon < 0 || t.alt_tm_mon > 11 || year < 1 || year > last_year) return false;
     *day = std::chrono::year(year) / (t.alt_tm_mon + 1) / t.alt_tm_mday;
     return true;
 }
@@ -158,7 +160,8 @@ ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options) {
     if (options.year.empty()) return wanted;
     const int year = number_of(options.year);
     if (year < 1)
-        throw failure(bad_usage, "cal: \"" + options.year + "\" is no year, which is a number");
+        throw failure(bad_usage,
+                      "cal: \"" + options.year + "\" is no year, which is a number from 1");
     wanted.alt_tm_year = year - 1900;
     return wanted;
 }

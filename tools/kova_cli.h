@@ -108,7 +108,7 @@ int run_money(const common_options &common, const format_options &options);
 struct date_options {
     std::string locale;
     std::string format = "%c";
-    std::string at; // empty: now
+    std::string at = "now"; // or a date
 };
 int run_date(const common_options &common, const date_options &options);
 

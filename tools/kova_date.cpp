@@ -1,6 +1,5 @@
 // kova date: a date and time in the words of a locale.
 #include <chrono>
-#include <cstdio>
 
 #include "kova_cli.h"
 #include "kova_format.h"
@@ -20,7 +19,7 @@ static std::string reason(int error) {
     case KO_ERANGE:
         return "no era has the date";
     case KO_EYEARRANGE:
-        return "the year is out of range";
+        return "the year is out of range, or the date is none of the locale's calendar";
     case KO_EYDAY:
         return "the day of the year is beyond 366";
     case KO_E2BIG:
@@ -31,36 +30,47 @@ static std::string reason(int error) {
 }
 
 [[noreturn]] static void bad_when(const std::string &text) {
-    throw failure(bad_usage,
-                  "--at, " + text +
-                      ", is no date and time such as 2026-11-21, \"2026-11-21 14:30:05\" or "
-                      "2026-11-21T14:30:05.25");
+    throw failure(bad_usage, "--at \"" + text +
+                                 "\" is no date and time such as 2026-11-21, \"2026-11-21 "
+                                 "14:30:05\" or 2026-11-21T14:30:05.25");
 }
 
-// "YYYY-MM-DD", and behind a blank or "T" "HH:MM", ":SS" and a fraction.
+// Digits, at most so many. False without any.
+static bool take_number(const char *&at, int most, int *number) {
+    const char *const start = at;
+    for (*number = 0; at - start < most && *at >= '0' && *at <= '9'; ++at)
+        *number = *number * 10 + (*at - '0');
+    return at != start;
+}
+
+static bool take(const char *&at, char sign) { return *at == sign && *at++; }
+
+// ":SS" or ":SS.FFFFFF", further digits being dropped.
+static bool take_seconds(const char *&at, ko_tm_t &tm) {
+    if (!take(at, ':')) return true;
+    if (!take_number(at, 2, &tm.tm_sec)) return false;
+    if (!take(at, '.')) return true;
+    const char *const start = at;
+    for (int digit, unit = 100000; take_number(at, 1, &digit); unit /= 10)
+        tm.tm_usec += digit * unit;
+    return at != start;
+}
+
+// "YYYY-MM-DD", and behind a blank or "T" "HH:MM" and the seconds.
 static ko_tm_t time_of(const std::string &text) {
     using namespace std::chrono;
     ko_tm_t tm = {};
-    int year_ad = 0, month_no = 0, end = 0;
-    char divider = ' ';
+    int year_ad = 0, month_no = 0;
     const char *at = text.c_str();
-    if (std::sscanf(at, "%4d-%2d-%2d%n", &year_ad, &month_no, &tm.tm_mday, &end) != 3)
-        bad_when(text);
-    at += end;
-    if (*at) {
-        if (std::sscanf(at, "%c%2d:%2d%n", &divider, &tm.tm_hour, &tm.tm_min, &end) != 3)
-            bad_when(text);
-        at += end;
-    }
-    if (*at == ':' && std::sscanf(at, ":%2d%n", &tm.tm_sec, &end) == 1) at += end;
-    if (*at == '.') {
-        for (int unit = 100000; *++at >= '0' && *at <= '9'; unit /= 10)
-            tm.tm_usec += (*at - '0') * unit;
+    bool good = take_number(at, 4, &year_ad) && at - text.c_str() == 4 && take(at, '-') &&
+                take_number(at, 2, &month_no) && take(at, '-') && take_number(at, 2, &tm.tm_mday);
+    if (good && *at) {
+        good = (take(at, ' ') || take(at, 'T')) && take_number(at, 2, &tm.tm_hour) &&
+               take(at, ':') && take_number(at, 2, &tm.tm_min) && take_seconds(at, tm);
     }
     const year_month_day date{year{year_ad}, month{unsigned(month_no)}, day{unsigned(tm.tm_mday)}};
-    const bool clock = tm.tm_hour >= 0 && tm.tm_hour < 24 && tm.tm_min >= 0 && tm.tm_min < 60 &&
-                       tm.tm_sec >= 0 && tm.tm_sec <= 61;
-    if (*at || (divider != ' ' && divider != 'T') || !date.ok() || !clock) bad_when(text);
+    if (!good || *at || !date.ok() || tm.tm_hour > 23 || tm.tm_min > 59 || tm.tm_sec > 61)
+        bad_when(text);
     tm.tm_year = year_ad - 1900;
     tm.tm_mon = month_no - 1;
     const sys_days days{date};
@@ -82,7 +92,7 @@ static bool write_date(const codec &code, const ko_wchar_t *format, const ko_tm_
 
 int run_date(const common_options &common, const date_options &options) {
     ko_tm_t tm = {};
-    if (options.at.empty())
+    if (options.at == "now")
         ko_ext_currtime(&tm);
     else
         tm = time_of(options.at);
@@ -90,7 +100,7 @@ int run_date(const common_options &common, const date_options &options) {
     codec code;
     const data_place data = open_with_codec(common, options.locale, handle, code);
     if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, {"-+ #'", "EOi"});
+    const format_text format = decode_format(code, options.format, {"-+ #'", "EOi", "F"});
     std::vector<ko_wchar_t> result;
     if (!write_date(code, format.wide.data(), tm, result)) {
         const int error = *ko_ext_errno(code.loc);

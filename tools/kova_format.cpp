@@ -32,6 +32,8 @@ static format_directive scan_directive(const std::string &text, size_t start,
     at = std::min(at, text.size());
     d.modifiers = text.substr(start + 1, at - start - 1);
     d.end = at + (d.conversion ? 1 : 0);
+    const bool digit = d.end < text.size() && text[d.end] >= '0' && text[d.end] <= '9';
+    if (digit && is_one_of(grammar.numbered, d.conversion)) ++d.end;
     return d;
 }
 

@@ -18,10 +18,10 @@ struct format_directive {
     char conversion = 0;   // 0: none
 };
 
-// What may stand in front of width and precision ("=" takes the next character with it), and
-// between them and the conversion.
+// What may stand in front of width and precision ("=" takes the next character with it), between
+// them and the conversion, and the conversions that a digit may follow.
 struct format_grammar {
-    std::string flags, sizes;
+    std::string flags, sizes, numbered;
 };
 
 struct format_text {

@@ -100,7 +100,7 @@ int run_parse_date(const common_options &common, const parse_date_options &optio
     codec code;
     const data_place data = open_with_codec(common, options.locale, handle, code);
     if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, {"-+ #'", "EOi"});
+    const format_text format = decode_format(code, options.format, {"-+ #'", "EOi", "F"});
     std::vector<ko_wchar_t> text = decode_argument(code, options.text, "TEXT");
     text.push_back(0);
     ko_tm_t tm = today_of(options.today);
