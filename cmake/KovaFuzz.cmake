@@ -3,6 +3,7 @@
 if(NOT TARGET kova_inside)
   return()
 endif()
+set(KOVA_FUZZ_SECONDS 15 CACHE STRING "Seconds that CTest lets each fuzzer run")
 add_compile_options(-fsanitize=fuzzer-no-link)
 target_compile_options(kova_objects PRIVATE -fsanitize=fuzzer-no-link)
 file(GLOB fuzz_sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/fuzz/*_fuzz.cpp)
@@ -17,6 +18,7 @@ foreach(source IN LISTS fuzz_sources)
   if(NOT IS_DIRECTORY ${seeds})
     set(seeds "")
   endif()
-  add_test(NAME ${name} COMMAND ${name} -max_total_time=15 -timeout=10 -rss_limit_mb=1024
-           -print_final_stats=1 ${corpus} ${seeds})
+  # One seed, so that two runs over the same corpus try the same inputs.
+  add_test(NAME ${name} COMMAND ${name} -seed=1 -max_total_time=${KOVA_FUZZ_SECONDS} -timeout=10
+           -rss_limit_mb=1024 -print_final_stats=1 ${corpus} ${seeds})
 endforeach()
