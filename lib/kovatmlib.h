@@ -14,6 +14,7 @@ extern const calendar_name calendar_names[4];
 
 struct wc_tnode;    // a node of a name tree, see kovatree.h
 struct quick_times; // names in their quickest form, see kovatmlib_quick.cpp
+struct exact_times; // full names by their units, see kovatmlib_parse_quick.cpp
 
 // A decoded era. Dates are of the locale's calendar, months from 1.
 struct lera {
@@ -83,6 +84,7 @@ struct ltime {
     wc_tnode *alt_digits_cache;
     wc_tnode *ampm_cache;
     quick_times *quick;   // NULL: everything goes the long way
+    exact_times *exact;   // NULL: names are looked up in the trees alone
     wc_tnode *name_nodes; // the block of all their nodes
 };
 
@@ -98,6 +100,9 @@ int era_offset(const lera *eras, int index, const ko_alt_tm_t *tm);
 // Names for short cuts of formatting; left out without memory.
 void build_quick_times(kovaloc *loc);
 void free_quick_times(ltime *t);
+// The same for reading, by the finished trees.
+void build_exact_times(kovaloc *loc);
+void free_exact_times(ltime *t);
 
 // Calendars (kovatmcvt.cpp): numbers of ltime::calendar.
 enum { calendar_none = 0, calendar_gregorian = 1, calendar_hebrew = 2, calendar_islamic = 3 };

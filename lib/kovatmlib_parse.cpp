@@ -178,7 +178,6 @@ static int read_named(time_reader *r, const time_directive &row) {
 static int read_era_name(time_reader *r) {
     const ltime *t = &r->loc->ltime_info;
     const int era = read_name(r, t->full_era_cache, t->abbr_era_cache);
-    r->ti->year_type = year_of_era;
     if (era < 0) return KO_EERA;
     r->ti->era = era;
     r->ti->set |= seen_era;
@@ -186,7 +185,6 @@ static int read_era_name(time_reader *r) {
 }
 
 static int read_era_year(time_reader *r, int width) {
-    r->ti->year_type = year_of_era;
     if (!read_digits(r, width, &r->ti->era_off)) return KO_EYEAR;
     r->ti->set |= seen_era_off;
     return 0;
@@ -204,7 +202,6 @@ static int read_era_format(time_reader *r) {
     const ltime *t = &r->loc->ltime_info;
     time_info before = *r->ti;
     before.set &= ~ko_ulong_t{seen_era};
-    before.year_type = year_of_era;
     const ko_wchar_t *const start = r->at;
     for (int i = 0; i < t->era_count; i++) {
         *r->ti = before;
@@ -244,6 +241,7 @@ static int read_parts(time_reader *r, const time_spec &spec) {
 
 int time_reader::directive(const time_spec &spec) {
     const time_directive &row = *spec.row;
+    if (&row == era_by_letter[static_cast<unsigned char>(row.letter)]) ti->year_type = year_of_era;
     switch (row.kind) {
     case time_kind::unit:
         return read_unit(this, row);
@@ -296,6 +294,7 @@ ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *f
                          time_info *ti, int) {
     ko_wchar_t *const none = nullptr;
     if (const int error = bad_arguments(buf, format, ti)) return fail(loc, error, none);
+    *ti = {};
     const time_read result = read_time(record(loc), buf, format, ti);
     return result.error ? fail(loc, result.error, none) : const_cast<ko_wchar_t *>(result.end);
 }
@@ -352,8 +351,9 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
 
 // A text is taken in as far as reading needs it, for a date may stand before a long one. *end gets
 // the place behind what was read. 0 or the error number.
-static int read_multibyte(kovaloc *loc, const ko_mchar_t *text, const ko_mchar_t *format,
-                          time_info *ti, const ko_mchar_t **end) {
+[[gnu::noinline]] static int read_multibyte(kovaloc *loc, const ko_mchar_t *text,
+                                            const ko_mchar_t *format, time_info *ti,
+                                            const ko_mchar_t **end) {
     wide_text wide_format;
     if (widen_text(loc, format, &wide_format) < 0) return error_of(loc);
     time_read result;

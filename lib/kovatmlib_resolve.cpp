@@ -95,7 +95,9 @@ static int short_year(kovaloc *loc, const time_info &ti, int algorithm, int *yea
     return 0;
 }
 
-static int set_year(kovaloc *loc, const time_info &ti, int algorithm, int *year) {
+// The year of what is no full year, or the last of which was none.
+[[gnu::noinline]] static int other_year(kovaloc *loc, const time_info &ti, int algorithm,
+                                        int *year) {
     if (ti.year_type == year_of_era) {
         bool decided;
         const int error = era_year(&loc->ltime_info, ti, &decided, year);
@@ -112,6 +114,12 @@ static int set_year(kovaloc *loc, const time_info &ti, int algorithm, int *year)
     } else if (ti.set & seen_century) {
         *year = ti.century * 100 - 1900;
     }
+    return 0;
+}
+
+static inline int set_year(kovaloc *loc, const time_info &ti, int algorithm, int *year) {
+    if (ti.year_type != year_full) return other_year(loc, ti, algorithm, year);
+    *year = ti.full_year;
     return 0;
 }
 
@@ -139,20 +147,23 @@ static int set_local_date(kovaloc *loc, const time_info &ti, int algorithm, ko_a
     return ko_cal_local_to_gregorian(loc, &local, tm) ? KO_EYEARRANGE : 0;
 }
 
-int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm) {
-    if (is_gregorian(&loc->ltime_info)) {
-        complete_month(ti);
-        const int error = set_year(loc, *ti, algorithm, &tm->tm_year); // stores nothing with one
-        if (error) return error;
-        if (ti->set & seen_mon) tm->tm_mon = ti->mon;
-        set_clock(*ti, fields_of(tm));
-        set_days(*ti, fields_of(tm));
-        return 0;
-    }
+[[gnu::noinline]] static int set_local_values(kovaloc *loc, const time_info &ti, int algorithm,
+                                              ko_tm_t *tm) {
     ko_alt_tm_t alt;
     alt_from_tm(&alt, tm);
-    set_clock(*ti, fields_of(&alt));
-    const int error = set_local_date(loc, *ti, algorithm, &alt);
+    set_clock(ti, fields_of(&alt));
+    const int error = set_local_date(loc, ti, algorithm, &alt);
     if (!error) tm_from_alt(tm, &alt);
     return error;
+}
+
+int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm) {
+    if (!is_gregorian(&loc->ltime_info)) return set_local_values(loc, *ti, algorithm, tm);
+    complete_month(ti);
+    const int error = set_year(loc, *ti, algorithm, &tm->tm_year); // stores nothing with one
+    if (error) return error;
+    if (ti->set & seen_mon) tm->tm_mon = ti->mon;
+    set_clock(*ti, fields_of(tm));
+    set_days(*ti, fields_of(tm));
+    return 0;
 }

@@ -144,7 +144,11 @@ template <class Node> static void free_nodes(Node *root) {
 template <class Node, class Source>
 static int cache_string(kovaloc *loc, Node **root, Source in, int val) {
     const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
-    const int error = insert(root, in, make, val);
+    const auto insert_quietly = [&] {
+        errno_guard kept(loc); // what is no character of the case table has no lower case
+        return insert(root, in, make, val);
+    };
+    const int error = insert_quietly();
     return error ? fail(loc, error, -1) : 0;
 }
 

@@ -1,9 +1,9 @@
-// Reading of times: what directives take, what becomes of it, the century rule, eras, and that
-// every compiled locale reads what it writes.
+// Reading of times: what directives take, what becomes of it, the century rule and eras.
 #include "time_records.h"
 
 #include <chrono>
 #include <random>
+#include <span>
 
 static const times plain;
 static const times with_eras = {
@@ -24,182 +24,109 @@ static std::string shown(const ko_tm_t &tm) {
     return text;
 }
 
+// The fields that were seen, by their bits.
 static std::string shown(const time_info &ti) {
-    static constexpr struct {
-        const char *name;
-        int time_info::*field;
-    } fields[] = {
-        {"usec",     &time_info::usec     },
-        {"second",   &time_info::second   },
-        {"minute",   &time_info::minute   },
-        {"hour12",   &time_info::hour12   },
-        {"ampm",     &time_info::ampm     },
-        {"hour24",   &time_info::hour24   },
-        {"mday",     &time_info::month_day},
-        {"wday",     &time_info::week_day },
-        {"yday",     &time_info::year_day },
-        {"mon",      &time_info::mon      },
-        {"monidx",   &time_info::monidx   },
-        {"era",      &time_info::era      },
-        {"era_off",  &time_info::era_off  },
-        {"century",  &time_info::century  },
-        {"year_off", &time_info::year_off },
-        {"full",     &time_info::full_year},
-    };
+    static constexpr int time_info::*fields[] = {
+        &time_info::usec,     &time_info::second,  &time_info::minute,    &time_info::hour12,
+        &time_info::ampm,     &time_info::hour24,  &time_info::month_day, &time_info::week_day,
+        &time_info::year_day, &time_info::mon,     &time_info::monidx,    &time_info::era,
+        &time_info::era_off,  &time_info::century, &time_info::year_off,  &time_info::full_year};
+    const auto names = split("usec|second|minute|hour12|ampm|hour24|mday|wday|yday|mon|monidx|era|"
+                             "era_off|century|year_off|full");
     std::string text;
-    for (size_t i = 0; i < std::size(fields); i++) {
-        if (!(ti.set >> i & 1)) continue;
-        text += (text.empty() ? "" : " ") + std::string(fields[i].name) + "=" +
-                std::to_string(ti.*fields[i].field);
+    for (size_t i = 0; i < names.size(); i++) {
+        if (ti.set >> i & 1)
+            text += (text.empty() ? "" : " ") + names[i] + "=" + std::to_string(ti.*fields[i]);
     }
     return text;
 }
 
 static std::u16string u16(const std::string &text) { return {text.begin(), text.end()}; }
 
-// What a format reads, and behind " | " what it leaves; or the error.
-static std::string fields_read(const loaded_locale &loc, const char *format, const char *text) {
-    time_info ti = {};
-    *ko_ext_errno(loc) = 0;
+// What a format reads of a text, and behind ">" what it leaves; or the error. Bytes are read as
+// wide characters are.
+static std::string fields_read(ko_lc_t loc, const std::string &format, const std::string &text) {
     const auto wide_text = wcs(u16(text)), wide_format = wcs(u16(format));
+    const ko_mchar_t *const bytes = mb(text.c_str());
+    time_info ti = {};
+    ko_tm_t wide_tm = {}, tm = {};
+    int &error = *ko_ext_errno(loc), first_error = error = 0;
     const ko_wchar_t *end = ko_wcsptime1(loc, wide_text.data(), wide_format.data(), &ti, 'R');
-    if (!end) return "error " + std::to_string(loc.error());
-    EXPECT_EQ(loc.error(), 0);
-    return shown(ti) + (*end ? " | " + std::string(text + (end - wide_text.data())) : "");
+    std::swap(first_error, error);
+    EXPECT_EQ(ko_wcsptime(loc, wide_text.data(), wide_format.data(), &wide_tm, 'R'), end);
+    const ko_mchar_t *byte_end = ko_mbsptime(loc, bytes, mb(format.c_str()), &tm, 'R');
+    EXPECT_EQ(error, first_error);
+    EXPECT_EQ(byte_end ? byte_end - bytes : -1, end ? end - wide_text.data() : -1);
+    EXPECT_EQ(shown(tm), shown(wide_tm));
+    if (!end) return "!" + std::to_string(error);
+    return shown(ti) + (*end ? ">" + text.substr(static_cast<size_t>(end - wide_text.data())) : "");
 }
 
+// Each is one or several divided by "|", a format, its text and what becomes of it; one alone goes
+// with all of the others.
 struct reading {
     const times &names;
-    const char *format, *text, *want;
+    const char *formats, *texts, *wants;
+    char algorithm = 'R';
 };
-
-TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
-    static const reading rows[] = {
-        {plain,       "%H:%M",    "  12:05",        "minute=5 hour24=12"                             },
-        {plain,       "%H:%M",    "12 :05x",        "minute=5 hour24=12 | x"                         },
-        {plain,       "%H : %M",  "12:05",          "minute=5 hour24=12"                             },
-        {plain,       "%H",       "24",             "error 26"                                       },
-        {plain,       "%H",       "x",              "error 36"                                       },
-        {plain,       "%I",       "0",              "error 26"                                       },
-        {plain,       "%I",       "13",             "error 26"                                       },
-        {plain,       "%I",       "",               "error 36"                                       },
-        {plain,       "%M%S",     "59 61",          "second=61 minute=59"                            },
-        {plain,       "%M",       "60",             "error 25"                                       },
-        {plain,       "%M",       "-",              "error 35"                                       },
-        {plain,       "%S",       "62",             "error 24"                                       },
-        {plain,       "%S",       "s",              "error 34"                                       },
-        {plain,       "%d%m",     "0512",           "error 27"                                       },
-        {plain,       "%2d%2m",   "0512",           "mday=5 mon=11"                                  },
-        {plain,       "%2d%m",    "  +5 7",         "mday=5 mon=6"                                   },
-        {plain,       "%1d",      "+5",             "error 37"                                       },
-        {plain,       "%d",       "0",              "error 27"                                       },
-        {plain,       "%e",       "31.",            "mday=31 | ."                                    },
-        {plain,       "%d",       "99999999999999", "error 27"                                       },
-        {plain,       "%m",       "13",             "error 30"                                       },
-        {plain,       "%m",       "a",              "error 40"                                       },
-        {plain,       "%j",       "366",            "yday=365"                                       },
-        {plain,       "%j",       "367",            "error 29"                                       },
-        {plain,       "%j",       "?",              "error 39"                                       },
-        {plain,       "%u",       "7",              "wday=0"                                         },
-        {plain,       "%u",       "0",              "error 28"                                       },
-        {plain,       "%w",       "7",              "error 9"                                        },
-        {plain,       "%w",       "w",              "error 38"                                       },
-        {plain,       "%y",       "100",            "error 9"                                        },
-        {plain,       "%y",       "y",              "error 41"                                       },
-        {plain,       "%Y",       "10000",          "error 9"                                        },
-        {plain,       "%Y",       "-1",             "error 9"                                        },
-        {plain,       "%Y",       "0",              "full=-1900"                                     },
-        {plain,       "%C",       "100",            "error 31"                                       },
-        {plain,       "%g%y",     "19 70",          "century=19 year_off=70"                         },
-        {plain,       "%EC%Oy",   "19 70",          "century=19 year_off=70"                         },
-        {plain,       "%EEC",     "19",             "error 22"                                       },
-        {plain,       "%D",       "2/3/04",         "mday=3 mon=1 year_off=4"                        },
-        {plain,       "%D",       "2 /3/ 04",       "mday=3 mon=1 year_off=4"                        },
-        {plain,       "%D",       "2-3-04",         "error 46"                                       },
-        {plain,       "%R|%T",    "1:2|3:4:5",      "second=5 minute=4 hour24=3"                     },
-        {plain,       "%r",       "1:02 pm",        "minute=2 hour12=1 ampm=1"                       },
-        {plain,       "%r",       "1:02 xm",        "error 22"                                       },
-        {plain,       "%c",       "1.2.1999 3:4:5", "second=5 minute=4 hour24=3 mday=1 mon=1 full=99"},
-        {plain,       "%x",       "1.2.x",          "error 41"                                       },
-        {plain,       "%a, %b",   "SundaY, Sep",    "error 46"                                       },
-        {plain,       "%a, %b",   "Sunday, Sept",   "wday=0 monidx=8 | t"                            },
-        {plain,       "%A",       "sat",            "wday=6"                                         },
-        {plain,       "%A",       " Sat",           "error 38"                                       },
-        {plain,       "%h",       "Foo",            "error 48"                                       },
-        {plain,       "%B",       "June",           "monidx=5 | e"                                   },
-        {plain,       "%B %m",    "May 3",          "mon=2"                                          },
-        {plain,       "%m %B",    "3 May",          "monidx=4"                                       },
-        {plain,       "%p",       "PM",             "error 46"                                       },
-        {plain,       "%p",       "am",             "ampm=0"                                         },
-        {empty_names, "%p%H",     "12",             "ampm=0 hour24=12"                               },
-        {empty_names, "%p",       "",               "ampm=0"                                         },
-        {empty_names, "%c%x%X%r", "z",              " | z"                                           },
-        {plain,       "%F",       "25",             "usec=250000"                                    },
-        {plain,       "%F",       "1234567",        "usec=123456"                                    },
-        {plain,       "%F3",      "25",             "error 33"                                       },
-        {plain,       "%F3",      "1234",           "usec=123000 | 4"                                },
-        {plain,       "%F0",      "1",              "usec=100000"                                    },
-        {plain,       "%F",       " 1",             "error 33"                                       },
-        {plain,       "%F6",      "1",              "error 22"                                       },
-        {plain,       "%iF",      ".5",             "usec=500000"                                    },
-        {plain,       "%iF",      "5",              "error 33"                                       },
-        {plain,       "%iY%iy",   "1999 98",        "year_off=98 full=99"                            },
-        {plain,       "%iC",      "19",             "error 22"                                       },
-        {plain,       "%%%n%t",   "%  ",            "error 46"                                       },
-        {plain,       "%%",       " %",             "error 22"                                       },
-        {plain,       "%n%d",     " 5",             "mday=5"                                         },
-        {plain,       "%n",       "5",              "error 46"                                       },
-        {plain,       "a  b",     "ab",             ""                                               },
-        {plain,       " ",        "  x",            " | x"                                           },
-        {plain,       "A",        "a",              "error 46"                                       },
-        {plain,       "",         "a",              " | a"                                           },
-        {plain,       "%K",       "a",              "error 22"                                       },
-        {plain,       "%",        "a",              "error 15"                                       },
-        {plain,       "%5",       "a",              "error 15"                                       },
-        {plain,       "%5.!",     "a",              "error 45"                                       },
-        {plain,       "%*d",      "5",              "error 22"                                       },
-        {plain,       "%-+#3.2d", "5",              "mday=5"                                         },
-        {with_digits, "%Od",      "onetwo",         "mday=12"                                        },
-        {with_digits, "%3Od",     "onetwo",         "mday=1 | two"                                   },
-        {with_digits, "%Od",      "1",              "error 37"                                       },
-        {with_digits, "%Om",      "onefour",        "error 30"                                       },
-        {with_digits, "%OD",      "one/two / 65",   "mday=2 mon=0 year_off=65"                       },
-        {with_digits, "%OT",      " one:zero:two",  "second=2 minute=0 hour24=1"                     },
-        {with_digits, "%OY",      "one",            "error 22"                                       },
-        {with_digits, "%O",       "one",            "error 15"                                       },
-        {with_digits, "%Oy",      "onezerozero",    "error 9"                                        },
-        {with_eras,   "%EC%Ey",   "heiSei12",       "era=1 era_off=12"                               },
-        {with_eras,   "%EC%Ey",   "Heisei 12",      "era=1 era_off=12"                               },
-        {with_eras,   "%Eg%Ey",   "H-3",            "era=1 era_off=-3"                               },
-        {with_eras,   "%EC%Ey",   "Heisei",         "error 41"                                       },
-        {with_eras,   "%EY",      "Heisei2",        "era=0 era_off=2"                                },
-        {with_eras,   "%EY",      "Showa-first",    "era=3"                                          },
-        {with_eras,   "%EY",      "7 years Before", "era=4 era_off=7"                                },
-        {with_eras,   "%EY",      "7 years Showa",  "error 42"                                       },
-        {with_eras,   "%EY",      "Meiji",          "error 42"                                       },
-        {with_eras,   "%Ec",      "Showa2 3/4 5.6", "minute=6 hour24=5 mday=4 mon=2 era=3 era_off=2" },
-        {with_eras,   "%Ed",      "5",              "error 22"                                       },
-        {with_eras,   "%E",       "5",              "error 15"                                       },
-        {nested,      "%c",       "1",              "error 22"                                       },
-        {nested,      "%EY",      "1",              "error 42"                                       },
-    };
+template <class Read> static void check_readings(std::span<const reading> rows, Read read) {
     for (const reading &row : rows) {
-        SCOPED_TRACE(std::string(row.format) + " <- " + row.text);
+        SCOPED_TRACE(std::string(row.formats) + " <- " + row.texts);
         loaded_locale loc(with_times(single_byte_object(), row.names));
-        EXPECT_EQ(fields_read(loc, row.format, row.text), row.want);
-        // Bytes are read as wide characters are.
-        ko_tm_t wide_tm = {}, tm = {};
-        *ko_ext_errno(loc) = 0;
-        const auto text = wcs(u16(row.text)), format = wcs(u16(row.format));
-        const ko_wchar_t *wide_end = ko_wcsptime(loc, text.data(), format.data(), &wide_tm, 'R');
-        const int error = loc.error();
-        *ko_ext_errno(loc) = 0;
-        const ko_mchar_t *end = ko_mbsptime(loc, mb(row.text), mb(row.format), &tm, 'R');
-        EXPECT_EQ(loc.error(), error);
-        EXPECT_EQ(end ? end - mb(row.text) : -1, wide_end ? wide_end - text.data() : -1);
-        EXPECT_EQ(shown(tm), shown(wide_tm));
+        const auto formats = split(row.formats), texts = split(row.texts);
+        std::string got;
+        for (size_t i = 0; i < std::max({formats.size(), texts.size(), size_t{1}}); i++) {
+            const auto pick = [i](const std::vector<std::string> &list) {
+                return list.empty() ? "" : list[std::min(i, list.size() - 1)];
+            };
+            got += (i ? "|" : "") + read(loc, pick(formats), pick(texts), row.algorithm);
+        }
+        EXPECT_EQ(got, row.wants);
     }
 }
+
+// clang-format off
+TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
+    static const reading rows[] = {
+        {plain, "%H %I %M %S", "23 12 59 61|0 1 0 0", "second=61 minute=59 hour12=12 hour24=23|second=0 minute=0 hour12=1 hour24=0"},
+        {plain, "%d %m %j %u", "31 12 366 7|1 1 1 1", "mday=31 wday=0 yday=365 mon=11|mday=1 wday=1 yday=0 mon=0"},
+        {plain, "%w %C %y %Y", "6 99 99 9999|0 0 0 0", "wday=6 century=99 year_off=99 full=8099|wday=0 century=0 year_off=0 full=-1900"},
+        {plain, "%H|%I|%M|%S|%d|%m|%j|%u|%w|%C|%y|%Y", "24|13|60|62|32|13|367|8|7|100|100|10000", "!26|!26|!25|!24|!27|!30|!29|!28|!9|!31|!9|!9"},
+        {plain, "%H|%I|%d|%e|%m|%j|%u|%Y", "-1|0|0|99999999999999|0|0|0|-1", "!26|!26|!27|!27|!30|!29|!28|!9"},
+        {plain, "%H|%I|%M|%S|%d|%m|%j|%u|%w|%C|%y|%Y", "x", "!36|!36|!35|!34|!37|!40|!39|!38|!38|!41|!41|!41"},
+        {plain, "%H:%M", "  12:05|12 :05x|12:x", "minute=5 hour24=12|minute=5 hour24=12>x|!35"},
+        {plain, "%H : %M|%e|%M%S", "12:05|31.|59 61", "minute=5 hour24=12|mday=31>.|second=61 minute=59"},
+        {plain, "%d%m|%2d%2m|%2d%m|%1d|%M", "0512|0512|  +5 7|+5|-", "!27|mday=5 mon=11|mday=5 mon=6|!37|!35"},
+        {plain, "%g%y|%EC%Oy|%EEC|%iY%iy|%iC", "19 70", "century=19 year_off=70|century=19 year_off=70|!22|year_off=70 full=-1881|!22"},
+        {plain, "%D", "2/3/04|2 /3/ 04|2-3-04", "mday=3 mon=1 year_off=4|mday=3 mon=1 year_off=4|!46"},
+        {plain, "%R;%T|%iY%iy", "1:2;3:4:5|1999 98", "second=5 minute=4 hour24=3|year_off=98 full=99"},
+        {plain, "%r|%r|%x", "1:02 pm|1:02 xm|1.2.x", "minute=2 hour12=1 ampm=1|!22|!41"},
+        {plain, "%c", "1.2.1999 3:4:5", "second=5 minute=4 hour24=3 mday=1 mon=1 full=99"},
+        {plain, "%a, %b", "SundaY, Sep|Sunday, Sept", "!46|wday=0 monidx=8>t"},
+        {plain, "%A|%A|%h|%B|%p|%p", "sat| Sat|Foo|June|PM|am", "wday=6|!38|!48|monidx=5>e|!46|ampm=0"},
+        {plain, "%B %m|%m %B", "May 3|3 May", "mon=2|monidx=4"},
+        {empty_names, "%p%H|%p%c%x%X%r", "12|z", "ampm=0 hour24=12|ampm=0>z"},
+        {empty_names, "%p", "", "ampm=0"},
+        {plain, "%F|%F|%F3|%F3|%F0|%F|%F6|%F", "25|1234567|25|1234|1| 1|1|x", "usec=250000|usec=123456|!33|usec=123000>4|usec=100000|!33|!22|!33"},
+        {plain, "%iF|%iF|%%%n%t|%%|%n%d|%n", ".5|5|%  | %| 5|5", "usec=500000|!33|!46|!22|mday=5|!46"},
+        {plain, "a  b| |A", "ab|  x|a", "|>x|!46"},
+        {plain, "", "a", ">a"},
+        {plain, "%K|%|%5|%5.!|%*d|%-+#3.2d", "5", "!22|!15|!15|!45|!22|mday=5"},
+        {with_digits, "%Od", "onetwo|1|zero", "mday=12|!37|!27"},
+        {with_digits, "%3Od|%Om|%OY|%O|%Oy", "onetwo|onefour|one|one|onezerozero", "mday=1>two|!30|!22|!15|!9"},
+        {with_digits, "%OD|%OT", "one/two / 65| one:zero:two", "mday=2 mon=0 year_off=65|second=2 minute=0 hour24=1"},
+        {with_eras, "%EC%Ey", "heiSei12|Heisei 12|Heisei|Taisho", "era=1 era_off=12|era=1 era_off=12|!41|!42"},
+        {with_eras, "%Eg%Ey|%Ed|%E", "H-3|5|5", "era=1 era_off=-3|!22|!15"},
+        {with_eras, "%EY", "Heisei2|Showa-first|7 years Before", "era=0 era_off=2|era=3|era=4 era_off=7"},
+        {with_eras, "%EY", "7 years Showa|Meiji", "!42|!42"},
+        {with_eras, "%Ec", "Showa2 3/4 5.6", "minute=6 hour24=5 mday=4 mon=2 era=3 era_off=2"},
+        {nested, "%c|%EY", "1", "!22|!42"},
+    };
+    check_readings(rows, [](ko_lc_t loc, const std::string &format, const std::string &text, char) {
+        return fields_read(loc, format, text);
+    });
+}
+// clang-format on
 
 // From Saturday 3 February 2001, 04:05:06.7.
 static const ko_tm_t before = {.tm_usec = 7,
@@ -212,11 +139,14 @@ static const ko_tm_t before = {.tm_usec = 7,
                                .tm_wday = 6,
                                .tm_yday = 33};
 
-struct resolution {
-    const times &names;
-    char algorithm;
-    const char *format, *text, *want;
-};
+// What has become of it: the date and the rest of it where they are others.
+static std::string changed(const ko_tm_t &tm) {
+    std::string text = shown(tm);
+    for (const std::string_view tail : {" 04:05:06.000007 w6 y33", ".000007 w6 y33"}) {
+        if (text.ends_with(tail)) text.resize(text.size() - tail.size());
+    }
+    return text.starts_with("2001-02-03 ") ? text.substr(11) : text;
+}
 
 static const times hebrew = {
     .calendar = "hebrew",
@@ -225,77 +155,38 @@ static const times hebrew = {
 static const times islamic = {.calendar = "islamic"};
 static const times arabic = {.calendar = "arabic"};
 
+// clang-format off
 TEST(TimeReading, FieldsBecomeADateOverTheCallers) {
-    static const resolution rows[] = {
-        {plain,     'R', "%I",        "12",                "2001-02-03 12:05:06.000007 w6 y33"},
-        {plain,     'R', "%I %p",     "12 am",             "2001-02-03 00:05:06.000007 w6 y33"},
-        {plain,     'R', "%I %p",     "12 pm",             "2001-02-03 12:05:06.000007 w6 y33"},
-        {plain,     'R', "%p %I",     "pm 1",              "2001-02-03 13:05:06.000007 w6 y33"},
-        {plain,     'R', "%p %H",     "pm 9",              "2001-02-03 09:05:06.000007 w6 y33"},
-        {plain,     'R', "%H %p",     "9 pm",              "2001-02-03 09:05:06.000007 w6 y33"},
-        {plain,     'R', "%H %I",     "5 7",               "2001-02-03 07:05:06.000007 w6 y33"},
-        {plain,     'R', "%I %H",     "7 5",               "2001-02-03 05:05:06.000007 w6 y33"},
-        {plain,     'R', "%p",        "pm",                "2001-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%T%iF",     "1:2:3.25",          "2001-02-03 01:02:03.250000 w6 y33"},
-        {plain,     'R', "%j %u",     "60 7",              "2001-02-03 04:05:06.000007 w0 y59"},
-        {plain,     'R', "%B",        "May",               "2001-05-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%d.%m.%Y",  "31.2.1999",         "1999-02-31 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%y",        "30",                "2030-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'C', "%D",        "6/14/74",           "2074-06-14 04:05:06.000007 w6 y33"},
-        {plain,     'C', "%D",        "6/16/74",           "1974-06-16 04:05:06.000007 w6 y33"},
-        {plain,     'F', "%D",        "6/15/24",           "2124-06-15 04:05:06.000007 w6 y33"},
-        {plain,     'F', "%y %B",     "24 June",           "2124-06-03 04:05:06.000007 w6 y33"},
-        {plain,     'P', "%D",        "6/15/24",           "1924-06-15 04:05:06.000007 w6 y33"},
-        {plain,     'P', "%y",        "24",                "2024-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%D",        "2/29/00",           "2000-02-29 04:05:06.000007 w6 y33"},
-        {plain,     'C', "%D",        "2/29/00",           "error 27"                         },
-        {plain,     'c', "%D",        "2/29/00",           "error 27"                         },
-        {plain,     'R', "%C",        "19",                "1900-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%C %y",     "19 70",             "1970-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%Y %y",     "1999 5",            "2005-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%y %Y",     "5 1999",            "1999-02-03 04:05:06.000007 w6 y33"},
-        {plain,     'R', "%Y %C",     "1999 18",           "1999-02-03 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Showa2 3/4",        "1927-03-04 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Showa1 12/25",      "1926-12-25 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Showa1 12/24",      "error 42"                         },
-        {with_eras, 'R', "%Ex",       "Showa64 1/7",       "1989-01-07 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Showa64 1/8",       "error 42"                         },
-        {with_eras, 'R', "%Ex",       "Heisei2 1/1",       "1990-01-01 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "H9999999999 1/1",   "error 42"                         },
-        {with_eras, 'R', "%Ex",       "Before1 12/24",     "1926-12-24 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Before1 12/25",     "1925-12-25 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex",       "Before3 1/1",       "1924-01-01 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%EY %b%d",  "Heisei-first Jan8", "1989-01-08 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%EY %m/%d", "Heisei-first 1/7",  "error 42"                         },
-        {with_eras, 'R', "%EC%Ey",    "Heisei3",           "2001-02-03 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Y %EC%Ey", "1995 Heisei3",      "1995-02-03 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Y %Ex",    "1995 Heisei3 5/6",  "1991-05-06 04:05:06.000007 w6 y33"},
-        {with_eras, 'R', "%Ex %Y",    "Heisei3 5/6 1995",  "1995-05-06 04:05:06.000007 w6 y33"},
-        {hebrew,    'R', "%d %B %Y",  "23 Tevet 5760",     "2000-01-01 04:05:06.000007 w6 y0" },
-        {hebrew,    'C', "%d %B %y",  "1 First 60",        "2000-02-07 04:05:06.000007 w1 y37"},
-        {hebrew,    'R', "%d.%m.%Y",  "1.7.5760",          "2000-03-08 04:05:06.000007 w3 y67"},
-        {hebrew,    'R', "%d.%B",     "1.Second",          "error 31"                         },
-        {hebrew,    'R', "%d",        "1",                 "2001-01-25 04:05:06.000007 w4 y24"},
-        {hebrew,    'R', "%H",        "12",                "2001-02-03 12:05:06.000007 w6 y33"},
-        {hebrew,    'R', "%m",        "15",                "error 30"                         },
-        {islamic,   'R', "%d.%m.%Y",  "25.9.1420",         "2000-01-01 04:05:06.000007 w6 y0" },
-        {islamic,   'R', "%d %B %y",  "25 September 20",   "2000-01-01 04:05:06.000007 w6 y0" },
-        {arabic,    'R', "%H",        "12",                "2001-02-03 12:05:06.000007 w6 y33"},
-        {arabic,    'R', "%d",        "12",                "error 31"                         },
+    static const reading rows[] = {
+        {plain, "%I|%I %p|%I %p|%p %I|%p %H", "12|12 am|12 pm|pm 1|pm 9", "12:05:06|00:05:06|12:05:06|13:05:06|09:05:06"},
+        {plain, "%H %p|%H %I|%I %H|%p", "9 pm|5 7|7 5|pm", "09:05:06|07:05:06|05:05:06|2001-02-03"},
+        {plain, "%T%iF|%j %u|%B", "1:2:3.25|60 7|May", "01:02:03.250000 w6 y33|04:05:06.000007 w0 y59|2001-05-03"},
+        {plain, "%d.%m.%Y|%y|%C|%C %y", "31.2.1999|30|19|19 70", "1999-02-31|2030-02-03|1900-02-03|1970-02-03"},
+        {plain, "%Y %y|%y %Y|%Y %C|%D", "1999 5|5 1999|1999 18|2/29/00", "2005-02-03|1999-02-03|1999-02-03|2000-02-29"},
+        {plain, "%D", "6/14/74|6/16/74|2/29/00", "2074-06-14|1974-06-16|!27", 'C'},
+        {plain, "%D|%y %B", "6/15/24|24 June", "2124-06-15|2124-06-03", 'F'},
+        {plain, "%D|%y", "6/15/24|24", "1924-06-15|2024-02-03", 'P'},
+        {plain, "%D", "2/29/00", "!27", 'c'},
+        {with_eras, "%Ex", "Showa2 3/4|Showa1 12/25|Showa1 12/24|Showa64 1/7|Showa64 1/8", "1927-03-04|1926-12-25|!42|1989-01-07|!42"},
+        {with_eras, "%Ex", "Heisei2 1/1|H9999999999 1/1|Before1 12/24|Before1 12/25|Before3 1/1", "1990-01-01|!42|1926-12-24|1925-12-25|1924-01-01"},
+        {with_eras, "%EY %b%d|%EY %m/%d|%EC%Ey", "Heisei-first Jan8|Heisei-first 1/7|Heisei3", "1989-01-08|!42|2001-02-03"},
+        {with_eras, "%Y %EC%Ey|%Y %Ex|%Ex %Y|%Ex %Y %EX", "1995 Heisei3|1995 Heisei3 5/6|Heisei3 5/6 1995|Heisei3 5/6 1995 4.5", "1995-02-03|1991-05-06|1995-05-06|1991-05-06"},
+        {hebrew, "%d %B %Y|%d.%m.%Y|%d", "23 Tevet 5760|1.7.5760|1", "2000-01-01 04:05:06.000007 w6 y0|2000-03-08 04:05:06.000007 w3 y67|2001-01-25 04:05:06.000007 w4 y24"},
+        {hebrew, "%d.%B|%H|%m", "1.Second|12|15", "!31|12:05:06|!30"},
+        {hebrew, "%d %B %y", "1 First 60", "2000-02-07 04:05:06.000007 w1 y37", 'C'},
+        {islamic, "%d.%m.%Y|%d %B %y", "25.9.1420|25 September 20", "2000-01-01 04:05:06.000007 w6 y0|2000-01-01 04:05:06.000007 w6 y0"},
+        {arabic, "%H|%d", "12|12", "12:05:06|!31"},
     };
     ko_set_current_time(__LINE__, __FILE__, 15, 6, 2024);
-    for (const resolution &row : rows) {
-        SCOPED_TRACE(row.names.calendar + ": " + row.format + " <- " + row.text);
-        loaded_locale loc(with_times(single_byte_object(), row.names));
+    check_readings(rows, [](ko_lc_t loc, const std::string &format, const std::string &text, char algorithm) {
         ko_tm_t tm = before;
-        const ko_mchar_t *end = ko_mbsptime(loc, mb(row.text), mb(row.format), &tm, row.algorithm);
-        if (!end) {
-            EXPECT_EQ(shown(tm), shown(before));
-        }
-        EXPECT_EQ(end ? shown(tm) : "error " + std::to_string(loc.error()), row.want);
-    }
+        const bool done = ko_mbsptime(loc, mb(text.c_str()), mb(format.c_str()), &tm, algorithm);
+        EXPECT_TRUE(done || shown(tm) == shown(before));
+        return done ? changed(tm) : "!" + std::to_string(*ko_ext_errno(loc));
+    });
     ko_reset_time(__LINE__, __FILE__);
 }
+// clang-format on
 
 // A text is read as far as it is needed, from any of its characters' bytes.
 TEST(TimeReading, TextsMayGoOnForLongAndEndInWhatIsNone) {
@@ -386,11 +277,11 @@ static int model_century(std::chrono::year_month_day today, int month, int day, 
     return now + best - 1;
 }
 
-TEST(CenturyRule, AgreesWithADayCountOnEveryTodayOfACentury) {
+TEST(CenturyRule, AgreesWithADayCountOverACentury) {
     using namespace std::chrono;
     loaded_locale loc(with_times(single_byte_object(), plain));
     std::mt19937 random(52);
-    for (sys_days today = 1950y / 1 / 1; today < sys_days(2050y / 3 / 1); today += days(1)) {
+    for (sys_days today = 1950y / 1 / 1; today < sys_days(2050y / 3 / 1); today += days(7)) {
         const year_month_day now(today);
         ko_set_current_time(__LINE__, __FILE__, int(unsigned(now.day())),
                             int(unsigned(now.month())), int(now.year()));
