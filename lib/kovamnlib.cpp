@@ -91,7 +91,8 @@ static void take_digits(double amount, int right, mon_digits *d) {
 }
 
 // Separators between the groups of that many digits.
-static int64_t count_separators(const int *group, int64_t digits) {
+static int64_t count_separators(const int *group, bool threes, int64_t digits) {
+    if (threes) return (digits - 1) / 3;
     int64_t separators = 0;
     int at = 0;
     for (int size; (size = next_mon_group(group, &at)) > 0 && digits > size; digits -= size) {
@@ -115,6 +116,7 @@ struct mon_item {
     mon_strings s; // the sign as written: empty for a positive amount without "+"
     mon_digits digits;
     int right;          // digits behind the decimal symbol
+    bool threes;        // all groups have three digits
     int64_t fill;       // fill characters in front of the value
     int64_t separators; // within the value
     int64_t front;      // spaces for alignment, in front and behind
@@ -222,17 +224,20 @@ static bool measure(kovaloc *loc, const mon_positions &positions, const mon_dire
     take_digits(amount, item->right, &item->digits);
     if (!item->digits.number) item->right = 0;
     item->s.sign = item->s.separator = item->s.radix = {};
+    item->threes = false;
     item->fill = item->separators = item->front = item->back = 0;
     if (!mon_symbol(loc, d, &item->s.symbol)) return false;
     if ((negative || d.plus) && !mon_sign(loc, negative, &item->s.sign)) return false;
     if (item->right && !mon_radix(loc, &item->s.dot, &item->s.radix)) return false;
     if (d.grouping && !mon_separator(loc, &item->s.separator)) return false;
     if (item->s.separator.len && item->digits.number) {
-        item->separators = count_separators(group, item->digits.len);
+        item->threes = groups_by_three(group);
+        item->separators = count_separators(group, item->threes, item->digits.len);
     }
     bool blank = false;
     if (d.left_precision) {
-        const int64_t most = item->s.separator.len ? count_separators(group, d.left_precision) : 0;
+        const int64_t most =
+            item->s.separator.len ? count_separators(group, item->threes, d.left_precision) : 0;
         item->fill =
             d.left_precision - item->digits.len + (most - item->separators) * item->s.separator.len;
         if (item->fill < 0) item->fill = 0;
@@ -265,7 +270,7 @@ static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_it
     const char *const first = item.digits.first, *from = first + item.digits.len;
     ko_wchar_t *const end = out + item.digits.len + item.separators * item.s.separator.len,
                       *p = end;
-    if (item.separators && item.s.separator.len == 1 && !loc->portable && groups_by_three(group)) {
+    if (item.separators && item.s.separator.len == 1 && item.threes && !loc->portable) {
         put_threes(out, {first, item.digits.len, item.digits.len}, item.s.separator.units[0]);
         return end;
     }
@@ -281,6 +286,19 @@ static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_it
     return end;
 }
 
+static void put_fraction(ko_wchar_t *out, unsigned fraction, int count, ko_wchar_t zero) {
+    const int bias = zero - '0';
+    if (count & 1) {
+        out[--count] = static_cast<ko_wchar_t>(zero + fraction % 10);
+        fraction /= 10;
+    }
+    for (; count > 0; fraction /= 100) {
+        const auto &pair = digit_pairs[fraction % 100];
+        out[--count] = static_cast<ko_wchar_t>(bias + pair[1]);
+        out[--count] = static_cast<ko_wchar_t>(bias + pair[0]);
+    }
+}
+
 static ko_wchar_t *put_value(const kovaloc *loc, ko_wchar_t *out, const mon_directive &d,
                              const mon_item &item) {
     out = put_grouped(loc, put(out, d.fill, item.fill), item);
@@ -288,9 +306,7 @@ static ko_wchar_t *put_value(const kovaloc *loc, ko_wchar_t *out, const mon_dire
     out = put_string(out, item.s.radix);
     const int known = item.right < decimals ? item.right : decimals;
     const ko_wchar_t zero = native(loc, '0');
-    unsigned fraction = item.digits.fraction;
-    for (int i = known; i-- > 0; fraction /= 10)
-        out[i] = static_cast<ko_wchar_t>(zero + fraction % 10);
+    put_fraction(out, item.digits.fraction, known, zero);
     return put(out + known, zero, item.right - known);
 }
 
