@@ -38,8 +38,7 @@ TEST(LocaleInfo, AnswersEveryItemInBothForms) {
 }
 
 TEST(LocaleInfo, HasNothingForAnEmptyLocale) {
-    ko_lc_t loc = nullptr;
-    ASSERT_EQ(ko_create_null_locale_2(&loc), 0);
+    const own_record loc;
     update_locale(record(loc));
     EXPECT_EQ(init_locale_info(record(loc)), 0);
     for (unsigned item = 0; item < 80; item++) {
@@ -53,7 +52,6 @@ TEST(LocaleInfo, HasNothingForAnEmptyLocale) {
     }
     EXPECT_EQ(ko_localeconv(loc)->decimal_point, nullptr);
     EXPECT_EQ(ko_localeconv(loc)->frac_digits, 127);
-    ko_lc_unload(loc);
 }
 
 TEST(LocaleInfo, GivesTheConventionsInTheirLconvForm) {

@@ -228,23 +228,32 @@ constexpr char object_path[] = "c:\\vantor\\kova\\lc11\\";
 constexpr const char *environment_names[] = {
     "", "KO_ALL", "KO_CTYPE", "KO_COLLATE", "KO_NUMERIC", "KO_MONETARY", "KO_TIME", "KO_MESSAGES"};
 
-// A record with an object in all its categories, given back at the end.
-struct loaded_locale {
+// An empty record, given back at the end.
+struct own_record {
     ko_lc_t handle = nullptr;
+    own_record() { EXPECT_EQ(ko_create_null_locale_2(&handle), 0); }
+    ~own_record() { ko_lc_unload(handle); }
+    own_record(const own_record &) = delete;
+    operator ko_lc_t() const { return handle; }
+    kovaloc *operator->() const { return static_cast<kovaloc *>(handle); }
+    int error() const { return *ko_ext_errno(handle); }
+    std::string set(int category, const char *name) const {
+        char *setting = ko_setlocale_2(handle, category, name);
+        std::string result = setting ? setting : "(null)";
+        ko_destroystring(setting);
+        return result;
+    }
+};
+
+// A record with an object in all its categories.
+struct loaded_locale : own_record {
     explicit loaded_locale(const locale_object &object) {
         env_hooks env;
         file_hooks files;
         files.files[std::string(object_path) + "x.lco"] = object.str();
-        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
-        char *setting = ko_setlocale_2(handle, KO_LC_ALL, "x.lco");
-        EXPECT_NE(setting, nullptr);
-        ko_destroystring(setting);
+        EXPECT_NE(set(KO_LC_ALL, "x.lco"), "(null)");
         EXPECT_EQ(error(), 0);
     }
-    ~loaded_locale() { ko_lc_unload(handle); }
-    loaded_locale(const loaded_locale &) = delete;
-    operator ko_lc_t() const { return handle; }
-    int error() const { return *ko_ext_errno(handle); }
 };
 
 #endif
