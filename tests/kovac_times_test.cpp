@@ -18,7 +18,7 @@ TEST(KovacTimes, SpellsWhatTheLibrarySpellsOtherwise) {
         {"%k %l %P %F",       "%2.1H %2.1I %p %Y-%m-%d", 0},
         {"%OC %Oe %Op %OT",   "%.1OC %.1Od %p %OT",      0},
         {"%EY %Ed %^a %%",    "%EY %d %a %%",            0},
-        {"%V %",              " ",                       2},
+        {"%V%g%s%+%N %",      " ",                       6},
     };
     for (const auto &r : rows) {
         SCOPED_TRACE(r.source);

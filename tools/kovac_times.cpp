@@ -13,7 +13,7 @@ struct source_directive {
 
 struct respelling {
     char letter;
-    const char *text; // NULL: left out
+    const char *text;
 };
 static constexpr respelling respellings[] = {
     {'F', "%Y-%m-%d"},
@@ -22,15 +22,11 @@ static constexpr respelling respellings[] = {
     {'P', "%p"      },
     {'u', "%.1u"    },
     {'w', "%.1w"    },
-    {'s', nullptr   },
-    {'G', nullptr   },
-    {'U', nullptr   },
-    {'V', nullptr   },
-    {'W', nullptr   },
 };
 
 static constexpr std::string_view numbers = "CdeHIjmMSuwyY";
 static constexpr std::string_view digit_forms = "CDHIMRSTdejmuwy";
+static constexpr std::string_view all_letters = "%ntaAbBchdDeHIjmMprRSTuwxXCyY";
 static constexpr std::string_view era_forms = "CcgxXyY";
 
 static bool holds(std::string_view letters, char letter) {
@@ -55,8 +51,8 @@ static source_directive take_directive(const std::vector<uint32_t> &format, size
 static bool respell(const source_directive &d, std::string &text) {
     for (const respelling &r : respellings) {
         if (d.letter != r.letter) continue;
-        if (r.text) text = r.text;
-        return r.text != nullptr;
+        text = r.text;
+        return true;
     }
     const bool digits = d.form == 'O' && holds(digit_forms, d.letter);
     const bool era = d.form == 'E' && holds(era_forms, d.letter);
@@ -68,7 +64,7 @@ static bool respell(const source_directive &d, std::string &text) {
     if (text.size() > 1 && letter == 'e') letter = 'd';
     if (digits || era) text += d.form;
     text += letter;
-    return letter != 0;
+    return era || holds(all_letters, letter);
 }
 
 static bool is_zone(const source_directive &d) { return d.letter == 'Z' || d.letter == 'z'; }
