@@ -440,3 +440,17 @@ TEST(StrTwins, AgreeOnRandomStrings) {
         }
     }
 }
+
+TEST(StrTwins, LongSearchesFallBackOverRepeats) {
+    std::mt19937 random(25);
+    text_record flat(set::euc, true), tree(set::euc, false);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text;
+        while (text.size() < 400)
+            text.append(below(random, 9), 'a').append(below(random, 3), 'b');
+        std::string part = text.substr(below(random, 300), 65 + below(random, 35));
+        if (round % 2) part[60 + below(random, 5)] ^= 'a' ^ 'b';
+        const int want = static_cast<int>(text.find(part)); // -1 where it is not
+        EXPECT_EQ(sub(round % 4 < 2 ? flat : tree, mb(text.c_str()), mb(part.c_str()), 0), want);
+    }
+}
