@@ -224,17 +224,6 @@ TEST(Specification, GivesNumberAndFileName) {
         check_spec(bad, none, nullptr);
 }
 
-TEST(Specification, WithoutRegistryTheReasonsDiffer) {
-    registry_file registry;
-    const std::string nowhere = registry.dir.path + "/nowhere";
-    char out[spec_room];
-    EXPECT_EQ(ko_lc_spec2cs_num(registry.handle, "en_US.8859-1", nowhere.c_str()), KO_NO_CODESET);
-    EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
-    EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, "en_US.8859-1", out, nowhere.c_str(), nullptr),
-              -1);
-    EXPECT_EQ(registry.handle.error(), KO_EINVAL);
-}
-
 TEST(Specification, DirectoriesGoIntoCompoundNamesOnlyAndMustFit) {
     registry_file registry;
     const char *const compound = "KO_CTYPE = en_US.819 ; KO_TIME = en_US.819";
@@ -259,25 +248,28 @@ TEST(Specification, DirectoriesGoIntoCompoundNamesOnlyAndMustFit) {
 }
 
 TEST(Specification, TheMessageDirectoryIsTheStartOfTheFileName) {
-    static const struct {
-        const char *spec, *want;
-    } rows[] = {
-        {"en_US.8859-1@euro",                                 "en_us\\0333"},
-        {"KO_MESSAGES = sv_SE.unicode",                       "sv_se\\e005"},
-        {"KO_CTYPE = en_US.819 ; KO_MESSAGES = sv_SE.819 ; ", "sv_se\\0333"},
-        {"KO_CTYPE = en_US.819",                              nullptr      },
-        {"8859-1",                                            nullptr      },
-    };
     registry_file registry;
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.spec);
+    const auto directory = [&](const char *spec) {
         registry.handle.gen.ko_lerrno = 0;
-        char out[11] = "untouched";
-        EXPECT_EQ(ko_lc_spec2msg_dname(registry.handle, r.spec, out, registry.file(), "dir"),
-                  r.want ? 0 : -1);
-        EXPECT_STREQ(out, r.want ? r.want : "untouched");
-        EXPECT_EQ(registry.handle.error(), r.want ? KO_OK : KO_EINVAL);
-    }
+        char out[11] = "(none)";
+        const int result = ko_lc_spec2msg_dname(registry.handle, spec, out, registry.file(), "dir");
+        EXPECT_EQ(result, *out == '(' ? -1 : 0);
+        EXPECT_EQ(registry.handle.error(), result ? KO_EINVAL : KO_OK);
+        return std::string(out);
+    };
+    EXPECT_EQ(directory("en_US.8859-1@euro"), "en_us\\0333");
+    EXPECT_EQ(directory("KO_MESSAGES = sv_SE.unicode"), "sv_se\\e005");
+    EXPECT_EQ(directory("KO_CTYPE = en_US.819 ; KO_MESSAGES = sv_SE.819 ; "), "sv_se\\0333");
+    for (const char *none : {"KO_CTYPE = en_US.819", "8859-1"})
+        EXPECT_EQ(directory(none), "(none)");
+    // Without a registry the reasons differ.
+    const std::string nowhere = registry.dir.path + "/nowhere";
+    char out[spec_room];
+    EXPECT_EQ(ko_lc_spec2cs_num(registry.handle, "en_US.8859-1", nowhere.c_str()), KO_NO_CODESET);
+    EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
+    EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, "en_US.8859-1", out, nowhere.c_str(), nullptr),
+              -1);
+    EXPECT_EQ(registry.handle.error(), KO_EINVAL);
 }
 
 TEST(Names, ConversionObjectsAndDirectories) {
@@ -298,63 +290,46 @@ TEST(Names, ConversionObjectsAndDirectories) {
 }
 
 TEST(Names, PiecesMakeASpecification) {
-    static const struct {
-        const char *lang_terr, *cs_num, *modifier, *want;
-    } rows[] = {
-        {"en_US",  "0333",        nullptr, "en_US.0333"      },
-        {"EN_us",  "333",         "",      "EN_us.333"       },
-        {"en_US",  "0333abc",     "euros", "en_US.0333a@euro"},
-        {"en_US",  "0333abcdefg", nullptr, nullptr           },
-        {"en_US",  "",            nullptr, nullptr           },
-        {"en_US",  nullptr,       nullptr, nullptr           },
-        {"en_USA", "0333",        nullptr, nullptr           },
-        {"en-US",  "0333",        nullptr, nullptr           },
-        {"",       "0333",        nullptr, nullptr           },
-        {nullptr,  "0333",        nullptr, nullptr           },
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.lang_terr ? r.lang_terr : "NULL");
+    const auto make = [](const char *lang_terr, const char *cs_num, const char *modifier) {
         test_handle handle;
-        char out[17] = {};
-        for (void *h : {static_cast<void *>(handle), static_cast<void *>(nullptr)})
-            EXPECT_EQ(ko_lc_pieces2lc_spec(h, r.lang_terr, r.cs_num, r.modifier, out),
-                      r.want ? 0 : -1);
-        EXPECT_STREQ(out, r.want ? r.want : "");
-        EXPECT_EQ(handle.error(), r.want ? KO_OK : KO_EINVAL);
-    }
+        char out[17] = "(none)";
+        const int result = ko_lc_pieces2lc_spec(handle, lang_terr, cs_num, modifier, out);
+        EXPECT_EQ(result == 0, *out != '(');
+        EXPECT_EQ(handle.error(), result ? KO_EINVAL : KO_OK);
+        EXPECT_EQ(ko_lc_pieces2lc_spec(nullptr, lang_terr, cs_num, modifier, out), result);
+        return std::string(out);
+    };
+    EXPECT_EQ(make("en_US", "0333", nullptr), "en_US.0333");
+    EXPECT_EQ(make("EN_us", "333", ""), "EN_us.333");
+    EXPECT_EQ(make("en_US", "0333abc", "euros"), "en_US.0333a@euro");
+    for (const char *bad_number : {"0333abcdefg", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(make("en_US", bad_number, nullptr), "(none)");
+    for (const char *bad : {"en_USA", "en-US", "", static_cast<const char *>(nullptr)})
+        EXPECT_EQ(make(bad, "0333", nullptr), "(none)");
 }
 
 TEST(Names, AFileNameFallsIntoPieces) {
-    static const struct {
-        const char *fname, *want; // pieces separated by "|"
-        int error;
-    } rows[] = {
-        {"en_us\\0333.lco",      "en_US|819|",       0        },
-        {"EN_US\\E005euro.lco",  "en_US|57349|euro", 0        },
-        {"en_us\\03",            "en_US|3|",         0        },
-        {"en_us\\0333a.lco",     "en_US|819|a",      0        },
-        {"en_us\\fzz",           "en_US|15|zz",      0        },
-        {"en_us\\ffffeuros.lco", "",                 KO_EINVAL},
-        {"en_us\\.lco",          "",                 KO_EINVAL},
-        {"en_us\\",              "",                 KO_EINVAL},
-        {"en_us\\x.lco",         "",                 KO_EINVAL},
-        {"en_us/0333.lco",       "",                 0        }, // without a number, on purpose
-        {"en_us",                "",                 0        },
-        {"default.lco",          "",                 KO_EINVAL},
-        {"en",                   "",                 KO_EINVAL},
-        {"",                     "",                 KO_EINVAL},
-        {nullptr,                "",                 KO_EINVAL},
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.fname ? r.fname : "NULL");
+    const auto pieces = [](const char *fname, int *error) {
         test_handle handle;
         char lang_terr[6] = {}, cs_num[6] = {}, modifier[5] = {};
-        const int result = ko_lc_fname2lc_pieces(handle, r.fname, lang_terr, cs_num, modifier);
-        EXPECT_EQ(result, *r.want ? 0 : -1);
-        EXPECT_EQ(handle.error(), r.error);
-        if (*r.want) {
-            EXPECT_EQ(std::string(lang_terr) + "|" + cs_num + "|" + modifier, r.want);
-        }
-        EXPECT_EQ(ko_lc_fname2lc_pieces(nullptr, r.fname, lang_terr, cs_num, modifier), result);
+        const int result = ko_lc_fname2lc_pieces(handle, fname, lang_terr, cs_num, modifier);
+        *error = handle.error();
+        EXPECT_EQ(ko_lc_fname2lc_pieces(nullptr, fname, lang_terr, cs_num, modifier), result);
+        return result ? "-" : std::string(lang_terr) + "|" + cs_num + "|" + modifier;
+    };
+    int error;
+    EXPECT_EQ(pieces("en_us\\0333.lco", &error), "en_US|819|");
+    EXPECT_EQ(pieces("EN_US\\E005euro.lco", &error), "en_US|57349|euro");
+    EXPECT_EQ(pieces("en_us\\03", &error), "en_US|3|");
+    EXPECT_EQ(pieces("en_us\\0333a.lco", &error), "en_US|819|a");
+    EXPECT_EQ(pieces("en_us\\fzz", &error), "en_US|15|zz");
+    for (const char *bad : {"en_us\\ffffeuros.lco", "en_us\\.lco", "en_us\\", "en_us\\x.lco",
+                            "default.lco", "en", "", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(pieces(bad, &error), "-");
+        EXPECT_EQ(error, KO_EINVAL) << bad;
+    }
+    for (const char *odd : {"en_us/0333.lco", "en_us"}) { // without a number, on purpose
+        EXPECT_EQ(pieces(odd, &error), "-");
+        EXPECT_EQ(error, KO_OK) << odd;
     }
 }
