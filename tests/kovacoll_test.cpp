@@ -195,15 +195,14 @@ TEST(Collation, FollowsTheCodesWithoutACategoryOrOnDemand) {
 }
 
 TEST(Collation, RefusesWhatIsNoString) {
-    const std::vector<std::string> characters = {std::string(1, '\0'), "a", "b", "\x81\x41"};
     coll_spec spec;
     spec.rows = {{50}, {2}, {3}, {4}};
-    spec.map = {
+    spec.map.assign({
         {"a",        1},
         {"b",        2},
         {"\x81\x41", 3}
-    };
-    coll_record r(characters, spec.text());
+    });
+    coll_record r({std::string(1, '\0'), "a", "b", "\x81\x41"}, spec.text());
     ASSERT_EQ(r.result, 0);
     static const struct {
         const char *a, *b;
@@ -228,10 +227,11 @@ TEST(Collation, RefusesWhatIsNoString) {
     r.clear_error();
     EXPECT_EQ(ko_full_mbsxfrm(r.handle, nullptr, mb("a\x81"), 0), -1);
     EXPECT_EQ(r.error(), KO_EILSEQ);
-    EXPECT_EQ(ko_full_wcscoll(r.handle, nullptr, wcs(u"a").data()), 0);
+    const ko_wchar_t text[] = {'a', 0};
+    EXPECT_EQ(ko_full_wcscoll(r.handle, nullptr, text), 0);
     EXPECT_EQ(r.error(), KO_ENULL);
-    EXPECT_EQ(ko_full_wcscoll(nullptr, wcs(u"a").data(), wcs(u"a").data()), 0);
-    EXPECT_EQ(ko_wcsxfrm(r.handle, nullptr, wcs(u"a").data(), 5), -1);
+    EXPECT_EQ(ko_full_wcscoll(nullptr, text, text), 0);
+    EXPECT_EQ(ko_wcsxfrm(r.handle, nullptr, text, 5), -1);
 }
 
 TEST(Collation, ComparesCodesWithoutALocale) {
@@ -270,9 +270,7 @@ TEST(Collation, PutsThaiVowelsBehindAndMarksLast) {
     ASSERT_EQ(r.result, 0);
     EXPECT_EQ(r.loc->exp.mbscoll, thaismocoll);
     EXPECT_EQ(r.loc->exp.mbsxfrm, thaismoxfrm);
-    static const struct {
-        const char *text, *key;
-    } rows[] = {
+    static const std::pair<const char *, const char *> rows[] = {
         {"\xE0\xA1",         "\xA1\xE0"            }, // a leading vowel
         {"\xA1\xE8",         "\xA1\x01\x8F"        }, // a mark on the first character
         {"\xE0\xA1\xE8\xA2", "\xA1\xE0\xA2\x02\x8F"},
@@ -280,16 +278,16 @@ TEST(Collation, PutsThaiVowelsBehindAndMarksLast) {
         {"\xA1\xD1\xD2",     "\xA1\x80\xD1"        },
         {"",                 ""                    },
     };
-    for (const auto &row : rows) {
-        EXPECT_EQ(sort_key(r.handle, row.text), row.key);
+    for (const auto &[from, want] : rows) {
+        EXPECT_EQ(sort_key(r.handle, from), want);
         ko_mchar_t key[32];
-        EXPECT_EQ(thaismoxfrm(r.handle, const_cast<ko_mchar_t *>(mb(row.text)), key, 32),
-                  static_cast<int>(strlen(row.key)));
-        EXPECT_EQ(text(key), row.key) << "the text comes first, the destination second";
+        EXPECT_EQ(thaismoxfrm(r.handle, const_cast<ko_mchar_t *>(mb(from)), key, 32),
+                  static_cast<int>(strlen(want)));
+        EXPECT_EQ(text(key), want) << "the text comes first, the destination second";
     }
     EXPECT_EQ(im_mbscoll(r.handle, mb("\xE0\xA1"), mb("\xA2")), -1);
-    std::vector<ko_wchar_t> one = {0xE0, 0xA1, 0}, other = {0xA1, 0xE8, 0};
-    EXPECT_EQ(ko_full_wcscoll(r.handle, one.data(), other.data()), 1);
+    const ko_wchar_t one[] = {0xE0, 0xA1, 0}, other[] = {0xA1, 0xE8, 0};
+    EXPECT_EQ(ko_full_wcscoll(r.handle, one, other), 1);
     const std::string many(5000, '\xE8');
     EXPECT_GT(ko_full_mbsxfrm(r.handle, nullptr, mb(many.c_str()), 0), 200);
 }

@@ -90,6 +90,7 @@ TEST(Ctype, OneCharacterChangesCase) {
 }
 
 TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
+    ko_wchar_t out[8] = {};
     for (const bool flat : {false, true}) {
         char_record r;
         fill_shape(r, shape::euc);
@@ -99,7 +100,6 @@ TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
         EXPECT_EQ(im_towupper(r, 0xFEFE), 0xFEFE);
         EXPECT_EQ(r.error(), KO_EILSEQ);
         r.clear();
-        ko_wchar_t out[8] = {};
         EXPECT_EQ(ko_towcsupper(r, out, wcs(u"ab\xFEFE").data()), -1);
         EXPECT_EQ(r.error(), KO_EILSEQ);
         EXPECT_EQ(out[1], 'B');
@@ -109,7 +109,6 @@ TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
     char_record bytes; // values beyond the byte table stay as they are
     fill_shape(bytes, shape::latin1);
     bytes.finish(true);
-    ko_wchar_t out[8] = {};
     EXPECT_EQ(ko_towcsupper(bytes, out, wcs(u"a\x1E4\xE4").data()), 0);
     EXPECT_EQ(wide(out), u"A\x1E4\xC4");
 }
@@ -220,27 +219,21 @@ TEST(Ctype, NullStrings) {
 }
 
 TEST(Ctype, MappingNeedsAsMuchRoomAsTheRatioSays) {
-    static const struct {
-        double ratio;
-        int n, room;
-    } rows[] = {
-        {1.5,   10,         20        },
-        {2.0,   10,         20        },
-        {1.0,   10,         10        },
-        {1.01,  1,          2         },
-        {1.5,   0,          0         },
-        {1e99,  5,          0x7FFFFFFF},
-        {2.0,   0x7FFFFFF0, 0x7FFFFFFF},
-        {0.0,   10,         10        },
-        {-1e99, 10,         10        },
-        {1e99,  -5,         INT32_MIN },
-        {2.0,   -5,         -10       },
-    };
     char_record r;
-    for (auto &row : rows) {
-        r.loc.exp.case_conv_ratio = row.ratio;
-        EXPECT_EQ(ko_case_conv_outbuflen(r, row.n), row.room) << row.ratio;
-    }
+    const auto room = [&](double ratio, int n) {
+        r.loc.exp.case_conv_ratio = ratio;
+        return ko_case_conv_outbuflen(r, n);
+    };
+    EXPECT_EQ(room(1.5, 10), 20);
+    EXPECT_EQ(room(2.0, 10), 20);
+    EXPECT_EQ(room(1.0, 10), 10);
+    EXPECT_EQ(room(1.01, 1), 2);
+    EXPECT_EQ(room(1.5, 0), 0);
+    EXPECT_EQ(room(2.0, 0x7FFFFFF0), 0x7FFFFFFF);
+    EXPECT_EQ(room(0.0, 10), 10);
+    EXPECT_EQ(room(-1e99, 10), 10);
+    EXPECT_EQ(room(1e99, -5), INT32_MIN);
+    EXPECT_EQ(room(2.0, -5), -10);
 }
 
 TEST(Ctype, AnIndexBeyondThePairsMeansNoPartner) {

@@ -512,60 +512,49 @@ TEST(Conversion, FailuresAreInTheLog) {
     exit_utilities(); // the switches are read anew
     {
         env_hooks env;
-        env.vars = {
-            {"KOVALOG",   "on"    },
-            {"HOME",      dir.path},
-            {"VANTORDIR", dir.path}
-        };
+        env.vars["KOVALOG"] = "on";
+        env.vars["HOME"] = env.vars["VANTORDIR"] = dir.path;
         cv_object o = double_object(2);
         const cv_record cv(o.str());
         convert(cv, "\xff", 9);
         convert(cv, "a", 0);
         o.noshift['b'].flags = 0;
-        const cv_record hole(o.str());
-        convert(hole, "b", 9);
+        convert(cv_record(o.str()), "b", 9);
         conv_state st = {1, 1, 0, 0, nullptr};
-        const cv_record pairs(host_object().str());
-        convert(pairs, "\xff", 9, &st); // the other routines are silent
+        convert(cv_record(host_object().str()), "\xff", 9, &st); // the other routines are silent
         std::string long_targets = o.str();
         long_targets.replace(long_targets.find("1 2 0 0"), 3, "1 5");
-        const cv_record five(long_targets), type("FILE_TYPE=other\n"),
-            version("FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=8\n");
+        for (const std::string &bad :
+             {long_targets, "FILE_TYPE=other\n"s,
+              "FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=8\n"s})
+            cv_record{bad};
     }
     exit_utilities();
-    std::string log = dir.read("kova.log");
-    const std::string opened = "Opened: \\o.cvo\n",
+    const std::string log = dir.read("kova.log"), opened = "Opened: \\o.cvo\n",
                       loaded = opened + "CVO file loaded successfully.\n";
-    const std::string want = loaded + "Error in Translation.\nError in Translation (KO_E2BIG)\n" +
-                             loaded + "Error in Translation (KO_EILSEQ)\n" + loaded + opened +
-                             "cv->target_max_len should be in range 1..4\n" + opened +
-                             "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
-                             "Invalid CVO file. Wrong Version.\n";
     const size_t start = log.find("Opened");
     ASSERT_NE(start, std::string::npos);
-    EXPECT_EQ(log.substr(start), want);
+    EXPECT_EQ(log.substr(start), loaded +
+                                     "Error in Translation.\nError in Translation (KO_E2BIG)\n" +
+                                     loaded + "Error in Translation (KO_EILSEQ)\n" + loaded +
+                                     opened + "cv->target_max_len should be in range 1..4\n" +
+                                     opened + "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
+                                     "Invalid CVO file. Wrong Version.\n");
 }
 
 TEST(Conversion, SizesAreRoundedUp) {
-    static const struct {
-        const char *ratio;
-        int in, want;
-    } rows[] = {
-        {"2.0",  10,         20        },
-        {"1.5",  10,         15        },
-        {"1.5",  9,          14        },
-        {"0.5",  10,         5         },
-        {"0.5",  11,         6         },
-        {"4",    0x40000000, 0x7FFFFFFF},
-        {"1e30", 10,         0x7FFFFFFF},
-        {"2",    -1,         0         },
-    };
-    for (const auto &r : rows) {
+    const auto room = [](const char *ratio, int bytes) {
         cv_object o = bytes_object(1);
-        o.ratio = r.ratio;
-        const cv_record cv(o.str());
-        EXPECT_EQ(ko_cv_outbuflen(cv.cd, r.in), r.want) << r.ratio << " x " << r.in;
-    }
+        o.ratio = ratio;
+        return ko_cv_outbuflen(cv_record(o.str()).cd, bytes);
+    };
+    EXPECT_EQ(room("2.0", 10), 20);
+    EXPECT_EQ(room("1.5", 10), 15);
+    EXPECT_EQ(room("1.5", 9), 14);
+    EXPECT_EQ(room("0.5", 11), 6);
+    EXPECT_EQ(room("4", 0x40000000), 0x7FFFFFFF);
+    EXPECT_EQ(room("1e30", 10), 0x7FFFFFFF);
+    EXPECT_EQ(room("2", -1), 0);
     EXPECT_EQ(ko_cv_outbuflen(nullptr, 12), 12);
     EXPECT_EQ(ko_iconv_expansion(nullptr), 1.0);
 }
