@@ -1,5 +1,6 @@
 // Number formatting: the walk over a format, and the fields of integers, characters and strings.
 #include "kovafmt_out.h"
+#include "kovafmt_scan.h"
 #include "kovambwc.h"
 
 #include <limits.h>
@@ -13,89 +14,64 @@ static bool marks_in_bytes(const kovaloc *loc) {
     return !loc->ctype || class_table(loc)->min_char_len <= 1;
 }
 
-// otherwise: what an absent string stands for, an ASCII character or 0 for nothing.
-static fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
-                        int otherwise) {
+fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
+                   int otherwise) {
     fmt_mark mark;
     if (!bytes) {
         if (otherwise) mark.len = 1, mark.unit = native(loc, otherwise);
     } else if (marks_in_bytes(loc)) {
         mark.unit = bytes[0];
-        mark.len = bytes[0] ? 1 : 0;
-        if (!mark.len || !bytes[1]) return mark;
+        mark.text = bytes;
         while (bytes[mark.len])
             ++mark.len;
-        mark.bytes = bytes;
     } else if (wide) {
-        mark.len = ko_wcslen(wide);
         mark.unit = wide[0];
-        mark.wide = wide;
+        mark.text = wide;
+        mark.len = ko_wcslen(wide);
+        mark.wide = true;
     }
     return mark;
 }
 
-fmt_mark decimal_mark(const kovaloc *loc) {
-    const monum &m = loc->monum_info;
-    return mark_of(loc, m.decimal_point, m.w_decimal_point, '.');
-}
-fmt_mark separator_mark(const kovaloc *loc) {
-    const monum &m = loc->monum_info;
-    return mark_of(loc, m.thousands_sep, m.w_thousands_sep, 0);
-}
-fmt_mark positive_mark(const kovaloc *loc) {
-    const monum &m = loc->monum_info;
-    return mark_of(loc, m.num_positive_sign, m.w_num_positive_sign, 0);
-}
-fmt_mark negative_mark(const kovaloc *loc) {
-    const monum &m = loc->monum_info;
-    return mark_of(loc, m.num_negative_sign, m.w_num_negative_sign, '-');
-}
-
-fmt_mark blank_or_positive_mark(const kovaloc *loc, const format_modifiers &m) {
-    const fmt_mark sign = positive_mark(loc);
-    if (m.flags & fmt_plus) return sign;
-    return {.len = sign.len, .unit = native(loc, ' ')};
-}
-
 // ---- Integers -----------------------------------------------------------------------------------
 
-constexpr int digits_max = 32; // of 32 bits, in base 2
-
-// Writes the digits so that they end at end; returns the first.
-static char *binary_digits(char *end, uint32_t value, int bits, bool upper) {
-    const char *const set = upper ? "0123456789ABCDEF" : "0123456789abcdef";
-    const uint32_t mask = (uint32_t{1} << bits) - 1;
-    do {
-        *--end = set[value & mask];
-        value >>= bits;
-    } while (value);
-    return end;
-}
-// Writes an integer in base 2, 4, 8, 10 or 16. -1 with KO_E2BIG.
+// -1 with KO_E2BIG.
 template <class Unit>
-static int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, int base, const fmt_mark &sign,
-                          const format_modifiers &m) {
+static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool negative,
+                                 const format_modifiers &m) {
     kovaloc *const loc = out->loc;
-    char text[digits_max];
+    const int count = count_digits(magnitude);
+    const int zeros = m.precision > count ? m.precision - count : 0;
+    const grouping g = init_grouping(loc, m);
+    const int64_t grouped = grouped_len(g, count);
+    Unit *at = open_number(out, negative, zeros + grouped, m);
+    if (!at) return -1;
+    if (zeros) at = put_units(at, native(loc, '0'), zeros);
+    put_number(loc, at + grouped, magnitude, count, g);
+    return 0;
+}
+
+// The same in base 2, 4, 8 or 16.
+template <class Unit>
+[[gnu::noinline]] static int format_binary(fmt_out<Unit> *out, uint32_t magnitude, int base,
+                                           bool negative, const format_modifiers &m) {
+    kovaloc *const loc = out->loc;
     const bool upper = (m.flags & fmt_upper) != 0, alternate = (m.flags & fmt_alternate) != 0;
-    const int bits = base == 16 ? 4 : base == 8 ? 3 : base == 4 ? 2 : 1;
-    char *const end = text + digits_max;
-    const char *const digits = base == 10 ? end - put_decimal(end - decimal_room, magnitude)
-                                          : binary_digits(end, magnitude, bits, upper);
-    const auto count = static_cast<int>(end - digits);
+    const int bits = std::countr_zero(static_cast<unsigned>(base));
+    const int count = (static_cast<int>(std::bit_width(magnitude | 1)) + bits - 1) / bits;
     int64_t zeros = m.precision > count ? m.precision - count : 0;
     if (base == 8 && alternate && count >= m.precision) zeros = 1;
     const grouping g = init_grouping(loc, m);
     const int prefix = base == 16 && alternate ? 2 : 0;
-    const int grouped = count + separators_in(g, count) * g.separator.len;
-    Unit *at = open_field(out, sign, prefix + zeros + grouped, m);
+    const int64_t grouped = grouped_len(g, count);
+    Unit *at = open_number(out, negative, prefix + zeros + grouped, m);
     if (!at) return -1;
     if (prefix) {
         *at++ = static_cast<Unit>(native(loc, '0'));
         *at++ = static_cast<Unit>(native(loc, upper ? 'X' : 'x'));
     }
     at = put_units(at, native(loc, '0'), zeros);
-    put_digits(loc, at + grouped, {digits, count, count}, g);
+    put_each_digit(loc, at + grouped, {magnitude, count, 0, bits, upper}, g);
     return 0;
 }
 
@@ -107,11 +83,15 @@ static uint32_t magnitude_of(int value) {
 int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
                        const format_modifiers &m) {
     fmt_out<ko_wchar_t> field = {loc, out, room};
-    format_modifiers plain = m;
-    plain.flags &= fmt_left | fmt_zero;
+    const uint32_t magnitude = magnitude_of(value);
+    const int count = count_digits(magnitude);
+    const int zeros = m.precision > count ? m.precision - count : 0;
     fmt_mark sign;
     if (value < 0) sign.len = 1, sign.unit = native(loc, '-');
-    if (format_decimal(&field, magnitude_of(value), 10, sign, plain) < 0) return -1;
+    ko_wchar_t *const at = open_padded(&field, sign, int64_t{zeros} + count, m);
+    if (!at) return -1;
+    put_decimals(put_units(at, native(loc, '0'), zeros) + count, magnitude, count,
+                 native(loc, '0'));
     return static_cast<int>(field.at - out);
 }
 
@@ -126,7 +106,7 @@ static bool fits_unit(const fmt_out<ko_mchar_t> *out, ko_wchar_t wc) {
 template <class Unit>
 static int format_char(fmt_out<Unit> *out, ko_wchar_t wc, const format_modifiers &m) {
     if (!fits_unit(out, wc)) return -1;
-    Unit *const at = open_field(out, {}, 1, m);
+    Unit *const at = open_padded(out, {}, 1, m);
     if (!at) return -1;
     *at = static_cast<Unit>(wc);
     return 0;
@@ -154,7 +134,7 @@ static int format_string(fmt_out<Unit> *out, const Source *text, int len, format
     for (int i = 0; i < taken; ++i)
         if (!fits_unit(out, text[i])) return -1;
     m.width = field;
-    Unit *const at = open_field(out, {}, taken, m);
+    Unit *const at = open_padded(out, {}, taken, m);
     if (!at) return -1;
     for (int i = 0; i < taken; ++i)
         at[i] = static_cast<Unit>(text[i]);
@@ -176,29 +156,6 @@ static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
 }
 
 // ---- Directives ---------------------------------------------------------------------------------
-
-const number_letter *find_number_letter(unsigned c) {
-    static constexpr number_letter letters[] = {
-        {'d', number_integer, 10, true },
-        {'f', number_real,    0,  true },
-        {'s', number_string,  0,  false},
-        {'i', number_integer, 10, true },
-        {'u', number_integer, 10, false},
-        {'x', number_integer, 16, true },
-        {'X', number_integer, 16, true },
-        {'o', number_integer, 8,  true },
-        {'c', number_char,    0,  false},
-        {'g', number_real,    0,  true },
-        {'e', number_real,    0,  true },
-        {'E', number_real,    0,  true },
-        {'G', number_real,    0,  true },
-        {'b', number_integer, 2,  true },
-        {'q', number_integer, 4,  true },
-    };
-    for (const number_letter &row : letters)
-        if (static_cast<unsigned char>(row.letter) == c) return &row;
-    return nullptr;
-}
 
 // A call of the formatter: what lasts from directive to directive.
 template <class Unit> struct formatting {
@@ -228,20 +185,16 @@ static int format_integer(formatting<Unit> *f, const number_letter &row, char si
     int value = va_arg(f->values, int); // the interface's long is an int, too
     if (size == 'h') value = row.is_signed ? static_cast<int16_t>(value) : value & 0xFFFF;
     if (row.is_signed && value < 0) f->negative = true;
-    if (row.letter == 'X') f->m.flags |= fmt_upper;
     const uint32_t magnitude = row.is_signed ? magnitude_of(value) : static_cast<uint32_t>(value);
-    const fmt_mark sign = sign_mark(f->out.loc, f->negative, f->m);
-    return format_decimal(&f->out, magnitude, row.base, sign, f->m);
+    return row.base == 10 ? format_decimal(&f->out, magnitude, f->negative, f->m)
+                          : format_binary(&f->out, magnitude, row.base, f->negative, f->m);
 }
 
+// Characters and strings.
 template <class Unit>
-static int format_value(formatting<Unit> *f, const number_letter &row, char size) {
+[[gnu::noinline]] static int format_text(formatting<Unit> *f, number_kind kind, char size) {
     kovaloc *const loc = f->out.loc;
-    if (row.kind == number_integer) return format_integer(f, row, size);
-    if (row.kind == number_real) {
-        return format_float(&f->out, va_arg(f->values, double), row.letter, f->m);
-    }
-    if (row.kind == number_char && size == 'l') {
+    if (kind == number_char && size == 'l') {
         const auto wc = static_cast<ko_wchar_t>(va_arg(f->values, int));
         return wc ? format_char(&f->out, wc, f->m) : fail(loc, KO_EILSEQ, -1);
     }
@@ -252,7 +205,7 @@ static int format_value(formatting<Unit> *f, const number_letter &row, char size
     }
     const ko_mchar_t *const text = va_arg(f->values, const ko_mchar_t *);
     ko_wchar_t wc;
-    if (row.kind == number_char) {
+    if (kind == number_char) {
         return first_char(loc, text, &wc) < 0 ? -1 : format_char(&f->out, wc, f->m);
     }
     return text ? format_multibyte(&f->out, text, f->m) : fail(loc, KO_ENULL, -1);
@@ -261,12 +214,22 @@ static int format_value(formatting<Unit> *f, const number_letter &row, char size
 // From behind the "%".
 template <class Unit> static int format_directive(formatting<Unit> *f, const Unit **format) {
     kovaloc *const loc = f->out.loc;
-    if (const int error = scan_format_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
-    take_stars(f);
-    const char size = scan_size(loc, format);
-    if (!**format) return fail(loc, KO_EFORMAT, -1);
-    const number_letter *const row = find_number_letter(portable(loc, *(*format)++));
-    return row ? format_value(f, *row, size) : fail(loc, KO_EDIRECTIVE, -1);
+    if (const int error = scan_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
+    if (f->m.width_star || f->m.precision_star) take_stars(f);
+    unsigned c = portable(loc, **format);
+    const number_letter *row = find_number_letter(c);
+    char size = 0;
+    if (!row) {
+        size = scan_size(loc, format);
+        c = portable(loc, **format);
+        row = find_number_letter(c);
+    }
+    if (!row) return fail(loc, **format ? KO_EDIRECTIVE : KO_EFORMAT, -1);
+    ++*format;
+    if (c == 'X') f->m.flags |= fmt_upper;
+    if (row->kind == number_integer) return format_integer(f, *row, size);
+    if (row->kind != number_real) return format_text(f, row->kind, size);
+    return format_float(&f->out, va_arg(f->values, double), static_cast<char>(c), f->m);
 }
 
 template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *format) {
@@ -288,7 +251,7 @@ template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *fo
 // ---- Entry points -------------------------------------------------------------------------------
 
 template <class Unit>
-static int format_numbers(formatting<Unit> *f, Unit *out, int max, const Unit *format) {
+static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const Unit *format) {
     f->out.at = out;
     f->out.room = max;
     f->m.flags = 0;
@@ -323,8 +286,8 @@ int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *fo
 constexpr int result_room = 512; // results that take no block of the host's memory
 
 // Where characters have several bytes, by way of wide characters.
-static int format_widened(formatting<ko_wchar_t> *f, ko_mchar_t *out, int max_bytes,
-                          const ko_mchar_t *format) {
+[[gnu::noinline]] static int format_widened(formatting<ko_wchar_t> *f, ko_mchar_t *out,
+                                            int max_bytes, const ko_mchar_t *format) {
     kovaloc *const loc = f->out.loc;
     if (max_bytes >= 0) ko_mbsterm(loc, out); // empty after a failure
     wide_text wide;

@@ -11,20 +11,13 @@
 constexpr int real_digits = 15;
 constexpr uint64_t real_digits_end = 1000000000000000; // the first number of 16 digits
 
-// 0.digits times ten to the power of point. Zero is "0" with its point behind.
+// number / ten to the power of decimals, which may be negative.
 struct decimal {
-    const char *digits; // in room
-    int count;
-    int point;
-    char room[decimal_room]; // a carry may add a digit
+    uint64_t number; // at most real_digits_end
+    int decimals;
 };
-static_assert(decimal_room > real_digits);
-
-static void set_decimal(decimal *d, uint64_t number, int decimals) {
-    d->count = put_decimal(d->room, number);
-    d->digits = d->room + decimal_room - d->count;
-    d->point = number ? d->count - decimals : 1;
-}
+// Digits before the decimal point; 0 or less where zeros follow it.
+static int point_of(const decimal &d) { return d.number ? count_digits(d.number) - d.decimals : 1; }
 
 // ---- In integers --------------------------------------------------------------------------------
 
@@ -44,9 +37,17 @@ static binary take_apart(double value) {
     return {(bits & (hidden - 1)) | (exponent ? hidden : 0), 1075 - (exponent ? exponent : 1)};
 }
 
+// The integer nearest to product / 2^shift, of two the even one.
+template <class Bits> static Bits halve(Bits product, int shift) {
+    if (!shift) return product;
+    // Adding a half, or just less to an even number, carries where it rounds up.
+    const Bits half = static_cast<Bits>(1) << (shift - 1);
+    return (product + half - 1 + (product >> shift & 1)) >> shift;
+}
+
 // The integer nearest to value times ten to the power of decimals, of two the even one; saturates.
 // False where 128 bits do not hold the exact product.
-static bool scale(binary value, int decimals, uint64_t *number) {
+[[gnu::always_inline]] static inline bool scale(binary value, int decimals, uint64_t *number) {
     const int shift = value.shift;
     if (shift < 0 || decimals < 0 || decimals >= static_cast<int>(powers_of_ten.size()))
         return false;
@@ -54,11 +55,11 @@ static bool scale(binary value, int decimals, uint64_t *number) {
         static_cast<wide_product>(value.mantissa) * powers_of_ten[static_cast<size_t>(decimals)];
     *number = 0;
     if (shift >= 128) return true; // the product has 117 bits
-    wide_product whole = product >> shift;
-    if (shift) { // adding a half, or just less to an even number, carries where it rounds up
-        const wide_product half = static_cast<wide_product>(1) << (shift - 1);
-        whole = (product + half - 1 + (whole & 1)) >> shift;
+    if (!(product >> 63) && shift < 64) {
+        *number = halve(static_cast<uint64_t>(product), shift);
+        return true;
     }
+    const wide_product whole = halve(product, shift);
     *number = whole >> 64 ? UINT64_MAX : static_cast<uint64_t>(whole);
     return true;
 }
@@ -78,7 +79,7 @@ static bool fast_significant(decimal *d, double value, int count) {
     if (number >= powers_of_ten[static_cast<size_t>(count)] && !scale(parts, --decimals, &number)) {
         return false;
     }
-    set_decimal(d, number, decimals);
+    *d = {number, decimals};
     return true;
 }
 #else
@@ -88,125 +89,81 @@ static bool fast_significant(decimal *, double, int) { return false; }
 
 // ---- By the C library, whose decimal point may be any text --------------------------------------
 
+// Adds the digits at the front of text.
+static const char *take_digits(const char *text, uint64_t *number) {
+    for (; *text >= '0' && *text <= '9'; ++text)
+        *number = *number * 10 + static_cast<uint64_t>(*text - '0');
+    return text;
+}
+
 static void slow_significant(decimal *d, double value, int count) {
     char text[real_digits + 32];
     snprintf(text, sizeof text, "%.*e", count - 1, value);
     const char *const tail = strrchr(text, 'e');
-    d->digits = d->room;
-    d->room[0] = text[0];
-    memcpy(d->room + 1, tail - (count - 1), static_cast<size_t>(count - 1));
-    d->count = count;
-    d->point = 1;
-    int exponent = 0;
-    for (const char *c = tail + 2; *c; ++c)
-        exponent = exponent * 10 + (*c - '0');
-    d->point += tail[1] == '-' ? -exponent : exponent;
+    uint64_t exponent = 0;
+    *d = {static_cast<uint64_t>(text[0] - '0'), count - 1};
+    take_digits(tail - (count - 1), &d->number);
+    take_digits(tail + 2, &exponent);
+    d->decimals += tail[1] == '-' ? static_cast<int>(exponent) : -static_cast<int>(exponent);
 }
 
 // Rounds to a number of decimals, at which value has at most 15 digits.
 static void slow_fixed(decimal *d, double value, int decimals) {
     char text[400];
     const int len = snprintf(text, sizeof text, "%.*f", decimals, value);
-    const char *const fraction = text + len - decimals;
-    d->digits = d->room;
-    d->count = d->point = 0;
-    const auto take = [d](const char *c) {
-        if (d->count || *c != '0') d->room[d->count++] = *c;
-    };
-    for (const char *c = text; *c >= '0' && *c <= '9' && c < fraction; ++c)
-        take(c);
-    d->point = d->count;
-    for (const char *c = fraction; *c; ++c) {
-        if (!d->count && *c == '0') --d->point;
-        take(c);
-    }
-    if (!d->count) set_decimal(d, 0, 0);
+    *d = {0, decimals};
+    const char *const whole_end = take_digits(text, &d->number);
+    if (*whole_end) take_digits(text + len - decimals, &d->number);
 }
 
 // ---- Rounding -----------------------------------------------------------------------------------
 
-static void round_significant(decimal *d, double value, int count) {
-    if (!(value > 0)) return set_decimal(d, 0, 0);
-    if (!fast_significant(d, value, count)) slow_significant(d, value, count);
+static decimal round_significant(double value, int count) {
+    decimal d = {0, 0};
+    if (value > 0 && !fast_significant(&d, value, count)) slow_significant(&d, value, count);
+    return d;
 }
 
-static void round_fixed(decimal *d, double value, int decimals) {
+// Where the integers of fast_fixed do not reach.
+[[gnu::noinline]] static decimal round_long(double value, int decimals) {
+    decimal d = round_significant(value, real_digits);
+    const int64_t asked = int64_t{point_of(d)} + decimals;
+    if (asked > real_digits || !(value > 0)) return d;
+    if (asked < 0) return {0, 0};
+    slow_fixed(&d, value, decimals);
+    return d;
+}
+
+static inline decimal round_fixed(double value, int decimals) {
     uint64_t number;
-    if (fast_fixed(value, decimals, &number)) {
-        if (number <= real_digits_end) return set_decimal(d, number, decimals);
-        return round_significant(d, value, real_digits);
-    }
-    round_significant(d, value, real_digits);
-    const int64_t asked = int64_t{d->point} + decimals;
-    if (asked > real_digits || !(value > 0)) return;
-    if (asked < 0) return set_decimal(d, 0, 0);
-    slow_fixed(d, value, decimals);
+    if (!fast_fixed(value, decimals, &number)) return round_long(value, decimals);
+    if (number > real_digits_end) return round_significant(value, real_digits);
+    return {number, decimals};
 }
 
 // ---- Layout -------------------------------------------------------------------------------------
 
-struct real_layout {
-    decimal d;
-    int64_t fraction;    // digits behind the decimal symbol
-    int exponent_digits; // 0: no exponent
-    int exponent;        // its magnitude
-    fmt_mark exponent_sign;
-    ko_wchar_t exponent_letter;
+struct exponent_part {
+    int digits;
+    int magnitude;
+    fmt_mark sign;
+    ko_wchar_t letter;
 };
 
-static void add_exponent(real_layout *r, const kovaloc *loc, char letter) {
-    const int exponent = r->d.point - 1;
-    r->d.point = 1;
-    r->exponent = exponent < 0 ? -exponent : exponent;
-    r->exponent_digits = r->exponent < 100 ? 2 : 3;
-    r->exponent_sign = exponent < 0 ? negative_mark(loc) : positive_mark(loc);
-    r->exponent_letter = native(loc, letter == 'e' ? 'e' : 'E'); // "E" for "g", on purpose
+// Takes the exponent out of a decimal, so that one digit is left before the decimal symbol.
+static exponent_part take_exponent(decimal *d, const kovaloc *loc, char letter) {
+    const int exponent = point_of(*d) - 1, magnitude = exponent < 0 ? -exponent : exponent;
+    d->decimals += exponent;
+    return {magnitude < 100 ? 2 : 3, magnitude,
+            exponent < 0 ? negative_mark(loc) : positive_mark(loc),
+            native(loc, letter == 'e' ? 'e' : 'E')}; // "E" for "g", on purpose
 }
 
-// Leading digits up to the last that is not zero, at least one.
-static int significant_digits(const decimal &d) {
-    int count = d.count;
-    while (count > 1 && d.digits[count - 1] == '0')
-        --count;
-    return count;
-}
-
-static void lay_out(real_layout *r, const kovaloc *loc, double value, char letter,
-                    const format_modifiers &m) {
-    int precision = m.precision < 0 ? 6 : m.precision;
-    if (letter == 'f') {
-        round_fixed(&r->d, value, precision);
-        r->fraction = precision;
-        return;
-    }
-    const bool shortest = letter == 'g' || letter == 'G';
-    if (shortest && precision) --precision; // now of digits behind the first
-    round_significant(&r->d, value, precision < real_digits ? precision + 1 : real_digits);
-    const int exponent = r->d.point - 1;
-    const bool fixed = shortest && exponent >= -4 && exponent <= precision;
-    r->fraction = fixed ? int64_t{precision} - exponent : precision;
-    if (!fixed) add_exponent(r, loc, letter);
-    if (!shortest || m.flags & fmt_alternate) return;
-    const int kept = significant_digits(r->d) - r->d.point;
-    r->fraction = kept > 0 ? kept : 0;
-}
-
-template <class Unit>
-static Unit *print_fraction_part(const kovaloc *loc, Unit *at, const real_layout &r) {
-    const ko_wchar_t zero = native(loc, '0');
-    const decimal &d = r.d;
-    int64_t left = r.fraction;
-    for (int i = d.point; i < d.count && left > 0; ++i, --left)
-        *at++ = static_cast<Unit>(i < 0 ? zero : native(loc, d.digits[i]));
-    return put_units(at, zero, left);
-}
-
-template <class Unit>
-static void print_exponent(const kovaloc *loc, Unit *at, const real_layout &r) {
-    *at++ = static_cast<Unit>(r.exponent_letter);
-    at = put_mark(at, r.exponent_sign) + r.exponent_digits;
-    for (int i = 0, rest = r.exponent; i < r.exponent_digits; ++i, rest /= 10)
-        *--at = static_cast<Unit>(native(loc, '0' + rest % 10));
+// Drops zeros at the end of the fraction; returns its digits.
+static int significant_digits(decimal *d) {
+    for (; d->decimals > 0 && d->number % 10 == 0; --d->decimals)
+        d->number /= 10;
+    return d->decimals > 0 ? d->decimals : 0;
 }
 
 // Infinity, and what is no number: padded with blanks in any case, on the left under the zero flag.
@@ -216,35 +173,79 @@ static int format_word(fmt_out<Unit> *out, double value, char letter, const form
     const char *const word = isinf(value) ? (upper ? "INF" : "inf") : (upper ? "NAN" : "nan");
     format_modifiers blanks = m;
     if (pads_with_zeros(m)) blanks.flags &= ~unsigned{fmt_zero | fmt_left};
-    Unit *const at = open_field(out, sign_mark(out->loc, value < 0, m), 3, blanks);
+    Unit *const at = open_padded(out, sign_mark(out->loc, value < 0, m), 3, blanks);
     for (int i = 0; at && i < 3; ++i)
         at[i] = static_cast<Unit>(native(out->loc, word[i]));
     return at ? 0 : -1;
 }
 
+// Takes the whole part out of a decimal.
+static inline number_digits take_whole(decimal *d) {
+    if (d->decimals <= 0) {
+        const number_digits whole = {d->number, count_digits(d->number) - d->decimals,
+                                     -d->decimals};
+        *d = {0, 0};
+        return whole;
+    }
+    if (d->decimals >= static_cast<int>(powers_of_ten.size())) return {0, 1};
+    const uint64_t one = powers_of_ten[static_cast<size_t>(d->decimals)];
+    const uint64_t whole = d->number / one;
+    d->number -= whole * one;
+    return {whole, count_digits(whole)};
+}
+
+// Writes a decimal with that many digits behind the decimal symbol; exponent may be NULL.
+template <class Unit>
+[[gnu::always_inline]] static inline int write_real(fmt_out<Unit> *out, bool negative, decimal d,
+                                                    int64_t fraction, const exponent_part *exponent,
+                                                    const format_modifiers &m) {
+    const kovaloc *const loc = out->loc;
+    const number_digits whole = take_whole(&d);
+    const grouping g = init_grouping(loc, m);
+    const int64_t grouped = grouped_len(g, whole.count);
+    const fmt_mark radix = fraction > 0 || m.flags & fmt_alternate ? decimal_mark(loc) : fmt_mark();
+    const int tail = exponent ? 1 + exponent->sign.len + exponent->digits : 0;
+    Unit *at = open_number(out, negative, grouped + radix.len + fraction + tail, m);
+    if (!at) return -1;
+    const ko_wchar_t zero = native(loc, '0');
+    at += grouped;
+    if (whole.zeros)
+        put_each_digit(loc, at, whole, g);
+    else
+        put_number(loc, at, whole.number, whole.count, g);
+    at = put_mark(at, radix) + d.decimals;
+    put_decimals(at, d.number, d.decimals, zero);
+    at = put_units(at, zero, fraction - d.decimals);
+    if (!exponent) return 0;
+    *at++ = static_cast<Unit>(exponent->letter);
+    at = put_mark(at, exponent->sign) + exponent->digits;
+    put_decimals(at, static_cast<unsigned>(exponent->magnitude), exponent->digits, zero);
+    return 0;
+}
+
+// The styles with an exponent, or with the shorter of both forms.
+template <class Unit>
+[[gnu::noinline]] static int format_exponent(fmt_out<Unit> *out, double value, char letter,
+                                             const format_modifiers &m) {
+    int precision = m.precision < 0 ? 6 : m.precision;
+    const bool shortest = letter == 'g' || letter == 'G';
+    if (shortest && precision) --precision; // now of digits behind the first
+    decimal d =
+        round_significant(fabs(value), precision < real_digits ? precision + 1 : real_digits);
+    const int point = point_of(d) - 1;
+    const bool fixed = shortest && point >= -4 && point <= precision;
+    const exponent_part exponent = fixed ? exponent_part() : take_exponent(&d, out->loc, letter);
+    int64_t fraction = fixed ? int64_t{precision} - point : precision;
+    if (shortest && !(m.flags & fmt_alternate)) fraction = significant_digits(&d);
+    return write_real(out, value < 0, d, fraction, fixed ? nullptr : &exponent, m);
+}
+
 template <class Unit>
 int format_float(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m) {
     if (!isfinite(value)) return format_word(out, value, letter, m);
-    const kovaloc *const loc = out->loc;
-    real_layout r;
-    r.exponent_digits = 0;
-    lay_out(&r, loc, fabs(value), letter, m);
-    const decimal &d = r.d;
-    const digit_run whole =
-        d.point > 0 ? digit_run{d.digits, d.count < d.point ? d.count : d.point, d.point}
-                    : digit_run{"0", 1, 1};
-    const grouping g = init_grouping(loc, m);
-    const int64_t grouped = whole.total + int64_t{separators_in(g, whole.total)} * g.separator.len;
-    const fmt_mark radix =
-        r.fraction > 0 || m.flags & fmt_alternate ? decimal_mark(loc) : fmt_mark();
-    const int tail = r.exponent_digits ? 1 + r.exponent_sign.len + r.exponent_digits : 0;
-    Unit *at =
-        open_field(out, sign_mark(loc, value < 0, m), grouped + radix.len + r.fraction + tail, m);
-    if (!at) return -1;
-    put_digits(loc, at + grouped, whole, g);
-    at = print_fraction_part(loc, put_mark(at + grouped, radix), r);
-    if (tail) print_exponent(loc, at, r);
-    return 0;
+    if (letter != 'f') return format_exponent(out, value, letter, m);
+    const int decimals = m.precision < 0 ? 6 : m.precision;
+    return write_real(out, value < 0, round_fixed(fabs(value), decimals), decimals, nullptr, m);
 }
 
 template int format_float(fmt_out<ko_wchar_t> *out, double value, char letter,

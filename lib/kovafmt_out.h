@@ -18,20 +18,42 @@ template <class Unit> struct fmt_out {
 
 // A sign, a separator or a decimal symbol.
 struct fmt_mark {
-    int len = 0;         // in units
-    ko_wchar_t unit = 0; // written len times where there is no text
-    const ko_mchar_t *bytes = nullptr;
-    const ko_wchar_t *wide = nullptr;
+    const void *text = nullptr; // where it has several units; NULL: the unit len times
+    int len = 0;                // in units
+    ko_wchar_t unit = 0;
+    bool wide = false; // the text is of wide characters, else of bytes
 };
-fmt_mark decimal_mark(const kovaloc *loc);
-fmt_mark separator_mark(const kovaloc *loc);
-fmt_mark positive_mark(const kovaloc *loc);
-fmt_mark negative_mark(const kovaloc *loc);
-fmt_mark blank_or_positive_mark(const kovaloc *loc, const format_modifiers &m);
+fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
+                   int otherwise);
+// otherwise: what an absent string stands for, an ASCII character or 0 for nothing.
+inline fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
+                        int otherwise) {
+    if (bytes && loc->exp.single_byte && bytes[0] && !bytes[1])
+        return {nullptr, 1, bytes[0], false};
+    return long_mark(loc, bytes, wide, otherwise);
+}
+inline fmt_mark decimal_mark(const kovaloc *loc) {
+    const monum &m = loc->monum_info;
+    return mark_of(loc, m.decimal_point, m.w_decimal_point, '.');
+}
+inline fmt_mark separator_mark(const kovaloc *loc) {
+    const monum &m = loc->monum_info;
+    return mark_of(loc, m.thousands_sep, m.w_thousands_sep, 0);
+}
+inline fmt_mark positive_mark(const kovaloc *loc) {
+    const monum &m = loc->monum_info;
+    return mark_of(loc, m.num_positive_sign, m.w_num_positive_sign, 0);
+}
+inline fmt_mark negative_mark(const kovaloc *loc) {
+    const monum &m = loc->monum_info;
+    return mark_of(loc, m.num_negative_sign, m.w_num_negative_sign, '-');
+}
 // What stands before a number: a sign, or blanks in its place.
 inline fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m) {
     if (negative) return negative_mark(loc);
-    return m.flags & (fmt_plus | fmt_space) ? blank_or_positive_mark(loc, m) : fmt_mark();
+    if (!(m.flags & (fmt_plus | fmt_space))) return {};
+    const fmt_mark sign = positive_mark(loc);
+    return m.flags & fmt_plus ? sign : fmt_mark{nullptr, sign.len, native(loc, ' '), false};
 }
 
 template <class Unit> inline Unit *put_units(Unit *at, ko_wchar_t unit, int64_t count) {
@@ -39,36 +61,51 @@ template <class Unit> inline Unit *put_units(Unit *at, ko_wchar_t unit, int64_t 
         *at++ = static_cast<Unit>(unit);
     return at;
 }
+template <class Unit> [[gnu::noinline]] Unit *put_long_mark(Unit *at, const fmt_mark &mark) {
+    if (!mark.text) return put_units(at, mark.unit, mark.len);
+    const auto *const wide = static_cast<const ko_wchar_t *>(mark.text);
+    const auto *const bytes = static_cast<const ko_mchar_t *>(mark.text);
+    for (int i = 0; i < mark.len; ++i)
+        *at++ = static_cast<Unit>(mark.wide ? wide[i] : bytes[i]);
+    return at;
+}
 template <class Unit> inline Unit *put_mark(Unit *at, const fmt_mark &mark) {
-    for (int i = 0; i < mark.len; ++i) {
-        const ko_wchar_t unit = mark.wide ? mark.wide[i] : mark.bytes ? mark.bytes[i] : mark.unit;
-        *at++ = static_cast<Unit>(unit);
-    }
+    if (mark.len > 1) return put_long_mark(at, mark);
+    if (mark.len) *at++ = static_cast<Unit>(mark.unit);
     return at;
 }
 
 // Takes the room of a field of at least the width, writes its sign and padding, and returns the
-// place of its body characters, which the caller writes. NULL with KO_E2BIG, nothing written.
+// place of its body units, which the caller writes. NULL with KO_E2BIG, nothing written.
 template <class Unit>
-inline Unit *open_field(fmt_out<Unit> *out, const fmt_mark &sign, int64_t body,
-                        const format_modifiers &m) {
-    Unit *const none = nullptr;
+[[gnu::noinline]] Unit *open_padded(fmt_out<Unit> *out, const fmt_mark &sign, int64_t body,
+                                    const format_modifiers &m) {
+    Unit *const none = nullptr, *const at = out->at;
     const int64_t length = body + sign.len;
-    const int64_t width = length > m.width ? length : m.width;
+    const int64_t width = length > m.width ? length : m.width, pad = width - length;
     if (width > out->room) return fail(out->loc, KO_E2BIG, none);
-    const int64_t pad = width - length;
-    Unit *at = out->at;
     out->at += width;
     out->room -= width;
-    if (!pad) return put_mark(at, sign);
     if (pads_with_zeros(m)) return put_units(put_mark(at, sign), native(out->loc, '0'), pad);
     const ko_wchar_t blank = native(out->loc, ' ');
-    if (pads_right(m))
-        put_units(out->at - pad, blank, pad);
-    else
-        at = put_units(at, blank, pad);
+    if (!pads_right(m)) return put_mark(put_units(at, blank, pad), sign);
+    put_units(out->at - pad, blank, pad);
     return put_mark(at, sign);
 }
+// The same for a number, whose sign the flags may ask for.
+template <class Unit>
+inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
+                         const format_modifiers &m) {
+    if (negative || m.width || m.flags & (fmt_plus | fmt_space) || body > out->room) {
+        return open_padded(out, sign_mark(out->loc, negative, m), body, m);
+    }
+    Unit *const at = out->at;
+    out->at += body;
+    out->room -= body;
+    return at;
+}
+
+// ---- Digits -------------------------------------------------------------------------------------
 
 // Numbers of any length take the same steps: a loop for each would end at another place every time,
 // which costs a processor more than the digits do.
@@ -131,27 +168,6 @@ inline bool groups_by_three(const int *group) {
     return group[0] > 0;
 }
 
-// How digits are grouped; without sizes they are not.
-struct grouping {
-    const int *sizes = nullptr;
-    bool by_three = false; // all sizes are 3
-    fmt_mark separator;
-};
-inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
-    if (!(m.flags & fmt_group)) return {};
-    const int *const sizes = loc->monum_info.group_num;
-    return {sizes, groups_by_three(sizes), separator_mark(loc)};
-}
-// Separators within that many digits.
-inline int separators_in(const grouping &g, int digits) {
-    if (g.by_three) return (digits - 1) / 3;
-    for (int i = 1, count = 0;; ++i, ++count) {
-        const int size = g.sizes ? group_size(g.sizes, i) : 0;
-        if (!size || digits <= size) return count;
-        digits -= size;
-    }
-}
-
 // Writes at least four digits in groups of three; the copy of the first group may be too long.
 template <class Unit> inline void put_threes(Unit *at, const digit_run &run, ko_wchar_t separator) {
     const char *digit = run.digits;
@@ -169,35 +185,127 @@ template <class Unit> inline void put_threes(Unit *at, const digit_run &run, ko_
     }
 }
 
-// Writes the digits, and a separator after each group that is complete, so that they end at end.
-template <class Unit>
-inline void put_digits(const kovaloc *loc, Unit *end, const digit_run &run, const grouping &g) {
-    const bool plain = !loc->portable && run.given == run.total;
-    if (plain && g.by_three && g.separator.len == 1 && run.total > 3) {
-        return put_threes(end - run.total - (run.total - 1) / 3, run, g.separator.unit);
+// How digits are grouped: not at all, by three with a separator of one unit, or otherwise.
+enum grouping_kind { ungrouped, by_three, by_sizes };
+struct grouping {
+    grouping_kind kind = ungrouped;
+    fmt_mark separator;
+    const int *sizes = nullptr;
+};
+inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
+    if (!(m.flags & fmt_group)) return {};
+    const int *const sizes = loc->monum_info.group_num;
+    const fmt_mark separator = separator_mark(loc);
+    const bool plain = separator.len == 1 && groups_by_three(sizes);
+    return {plain ? by_three : by_sizes, separator, sizes};
+}
+// Units of that many digits with their separators.
+inline int64_t grouped_len(const grouping &g, int digits) {
+    if (g.kind == ungrouped) return digits;
+    if (g.kind == by_three) return digits + static_cast<int>(static_cast<unsigned>(digits - 1) / 3);
+    int64_t len = digits;
+    for (int i = 1, size; (size = group_size(g.sizes, i)) > 0 && size < digits; ++i, digits -= size)
+        len += g.separator.len;
+    return len;
+}
+
+// The digits of a number.
+struct number_digits {
+    uint64_t number;
+    int count;          // in all; more than the number has are zeros in front
+    int zeros = 0;      // of them, those behind the number
+    int bits = 0;       // of a digit; 0: base 10
+    bool upper = false; // digits above 9 are capital letters
+};
+
+template <class Unit> inline void put_pair(Unit *at, uint32_t pair, ko_wchar_t zero) {
+    at[0] = static_cast<Unit>(zero - '0' + digit_pairs[pair][0]);
+    at[1] = static_cast<Unit>(zero - '0' + digit_pairs[pair][1]);
+}
+// Writes count decimal digits so that they end at end.
+template <class Unit, class Number>
+inline void put_decimals(Unit *end, Number number, int count, ko_wchar_t zero) {
+    for (; count > 1; count -= 2, number /= 100)
+        put_pair(end -= 2, static_cast<uint32_t>(number % 100), zero);
+    if (count > 0) end[-1] = static_cast<Unit>(zero + number % 10);
+}
+// The same in groups of three.
+template <class Unit, class Number>
+inline void put_threes(Unit *end, Number number, int count, ko_wchar_t zero, ko_wchar_t separator) {
+    for (; count > 3; count -= 3, number /= 1000) {
+        const auto three = static_cast<uint32_t>(number % 1000);
+        put_pair(end - 2, three % 100, zero);
+        end[-3] = static_cast<Unit>(zero + three / 100);
+        *(end -= 4) = static_cast<Unit>(separator);
     }
-    for (int rest = run.total, index = 1;; ++index) {
-        const int size = g.sizes ? group_size(g.sizes, index) : 0;
-        const int stop = size && size < rest ? rest - size : 0;
-        while (rest > stop) {
-            --rest;
-            *--end = static_cast<Unit>(native(loc, rest < run.given ? run.digits[rest] : '0'));
+    put_decimals(end, static_cast<uint32_t>(number), count, zero);
+}
+// The same by any sizes and in any base.
+template <class Unit>
+[[gnu::noinline]] void put_each_digit(const kovaloc *loc, Unit *end, number_digits d,
+                                      const grouping &g) {
+    const ko_wchar_t zero = native(loc, '0'), ten = native(loc, d.upper ? 'A' : 'a');
+    const uint64_t mask = (uint64_t{1} << d.bits) - 1;
+    int index = 1, left = g.kind ? group_size(g.sizes, index) : 0;
+    for (int i = 0; i < d.count; ++i, --left) {
+        if (i && !left) {
+            put_mark(end -= g.separator.len, g.separator);
+            left = group_size(g.sizes, ++index);
         }
-        if (!rest) return;
-        end -= g.separator.len;
-        put_mark(end, g.separator);
+        uint64_t digit = 0;
+        if (i >= d.zeros) {
+            digit = d.bits ? d.number & mask : d.number % 10;
+            d.number = d.bits ? d.number >> d.bits : d.number / 10;
+        }
+        *--end = static_cast<Unit>(digit < 10 ? zero + digit : ten + (digit - 10));
     }
 }
 
+// Writes a number of count digits, and a separator after each group that is complete, so that they
+// end at end.
+template <class Unit, class Number>
+inline void put_number(const kovaloc *loc, Unit *end, Number number, int count, const grouping &g) {
+    const ko_wchar_t zero = native(loc, '0');
+    if (g.kind == by_three) return put_threes(end, number, count, zero, g.separator.unit);
+    if (g.kind == by_sizes) return put_each_digit(loc, end, {number, count}, g);
+    put_decimals(end, number, count, zero);
+}
+
+// ---- Directives ---------------------------------------------------------------------------------
+
 // Conversion letters, for formatting and for parsing.
-enum number_kind { number_integer, number_real, number_char, number_string };
+enum number_kind : unsigned char {
+    number_none,
+    number_integer,
+    number_real,
+    number_char,
+    number_string
+};
 struct number_letter {
-    char letter;
     number_kind kind;
-    int base;
+    unsigned char base; // of integers
     bool is_signed;
 };
-const number_letter *find_number_letter(unsigned c); // of a portable character; NULL: none
+inline constexpr auto number_letters = [] {
+    std::array<number_letter, 128> rows{};
+    for (const char c : {'d', 'i'})
+        rows[static_cast<size_t>(c)] = {number_integer, 10, true};
+    for (const char c : {'x', 'X'})
+        rows[static_cast<size_t>(c)] = {number_integer, 16, true};
+    for (const char c : {'e', 'E', 'f', 'g', 'G'})
+        rows[static_cast<size_t>(c)] = {number_real, 0, true};
+    rows['u'] = {number_integer, 10, false};
+    rows['o'] = {number_integer, 8, true};
+    rows['q'] = {number_integer, 4, true};
+    rows['b'] = {number_integer, 2, true};
+    rows['c'] = {number_char, 0, false};
+    rows['s'] = {number_string, 0, false};
+    return rows;
+}();
+// Of a portable character; NULL: none.
+inline const number_letter *find_number_letter(unsigned c) {
+    return c < number_letters.size() && number_letters[c].kind ? &number_letters[c] : nullptr;
+}
 
 // Steps over the letter of a size: 'l', 'h' or 0.
 template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **format) {
@@ -206,7 +314,6 @@ template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **for
     ++*format;
     return static_cast<char>(c);
 }
-int scan_format_modifiers(const kovaloc *loc, const ko_mchar_t **format, format_modifiers *m);
 
 // Writes a real as the letter, "e", "E", "f", "g" or "G", says. -1 with KO_E2BIG.
 template <class Unit>
