@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Writes kovatmcvt_tab.inc: Gregorian days with their Hebrew and Islamic dates according to the
-Debian package python3-convertdate, two for each month of common and of leap years."""
+Debian package python3-convertdate, one for each month of common and of leap years."""
 import random
 from convertdate import gregorian, hebrew, islamic
 
@@ -10,7 +10,7 @@ wanted = {}
 
 def add(name, key, row):
     rows = wanted.setdefault((name,) + key, [])
-    if len(rows) < 2:
+    if not rows:
         rows.append('    {%d, %d, %d, %s, %d, %d, %d},' % (row[0] + (name,) + row[1]))
 
 
@@ -27,7 +27,7 @@ def rows_of_day(jd):
 
 
 first, last = gregorian.to_jd(1, 1, 1), gregorian.to_jd(9999, 12, 31)
-while len(wanted) < 12 + 13 + 2 * 12 or min(map(len, wanted.values())) < 2:
+while len(wanted) < 12 + 13 + 2 * 12 or not all(wanted.values()):
     rows_of_day(first + random.randrange(int(last - first)))
 with open('kovatmcvt_tab.inc', 'w') as out:
     print('// tests$ ./kovatmcvt_tab.py', file=out)

@@ -329,7 +329,7 @@ static void compare_ways(ko_lc_t loc, const std::string &name, int formats) {
     const auto below = [&random](unsigned n) { return static_cast<int>(random() % n); };
     while (formats--) {
         std::vector<ko_wchar_t> format = in_code_set(loc, random_format(random));
-        if (!below(20)) format[0] = static_cast<ko_wchar_t>(below(0xFFFF));
+        if (format.size() > 1 && !below(20)) format[0] = static_cast<ko_wchar_t>(below(0xFFFF));
         std::vector<ko_mchar_t> bytes(4 * format.size() + 8);
         ko_full_wcstombs(loc, bytes.data(), format.data(), static_cast<int>(bytes.size()) - 8);
         if (!below(10)) bytes[unsigned(below(8))] = static_cast<ko_mchar_t>(below(256));
