@@ -189,8 +189,8 @@ take_number(const quick_reader<Unit> &r, const Unit *at, const quick_rule &rule,
     if (number > 9) return nullptr;
     if ((digit = *++at - 0u - '0') <= 9) {
         number = number * 10 + digit;
-        for (const Unit *const most = at + 8; (digit = *++at - 0u - '0') <= 9;) {
-            if (at == most) return nullptr;
+        for (const Unit *const second = at; (digit = *++at - 0u - '0') <= 9;) {
+            if (at - second == 8) return nullptr;
             number = number * 10 + digit;
         }
     }
