@@ -6,8 +6,8 @@
 #include "kovatmlib_table.h"
 
 // Writes at most maxsize units with the terminator, the bytes of the locale's code set or wide
-// characters. Returns the units before the terminator; or -1, with nothing written and no error
-// stored, for what the engine must do.
+// characters. Returns the units before the terminator; or -1, with no error stored, for what the
+// engine must do; some of out may then be written.
 int quick_time(const kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
                const ko_alt_tm_t *tm);
 int quick_time(const kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,

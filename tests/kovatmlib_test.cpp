@@ -339,7 +339,9 @@ static void compare_ways(ko_lc_t loc, const std::string &name, int formats) {
             &ko_tm_t::tm_mon, &ko_tm_t::tm_year, &ko_tm_t::tm_wday, &ko_tm_t::tm_yday};
         static constexpr int hostile[] = {INT_MIN, -1901, -1, 12, 100, 8100, INT_MAX};
         if (!below(4)) tm.*fields[below(8)] = hostile[below(7)];
-        const int room = below(3) ? 400 : below(160);
+        ko_wchar_t whole[400];
+        const int units = ko_wcsftime(loc, whole, 400, format.data(), &tm);
+        const int room = below(2) ? 400 : std::max(units, 0) + below(3);
         const std::string short_way = outcome(loc, format.data(), bytes.data(), tm, room);
         quick_times *const kept = std::exchange(record(loc)->ltime_info.quick, nullptr);
         const std::string engine = outcome(loc, format.data(), bytes.data(), tm, room);
