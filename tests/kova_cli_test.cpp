@@ -4,11 +4,7 @@
 
 #include "command_run.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -22,62 +18,16 @@
 namespace fs = std::filesystem;
 using namespace std::string_literals;
 
-struct KovaCli : testing::Test {
-    fs::path dir;
-    std::string root = env("KOVA_TEST_ROOT");
-    std::map<std::string, std::string> environment = {
-        {"LC_ALL", "C.UTF-8"}
-    };
-
-    void SetUp() override {
-        if (!fs::is_directory(root + "/kova/lc11")) GTEST_SKIP() << "no compiled locales: " << root;
-        std::string name = testing::TempDir() + "/kova-cli-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
-        environment["VANTORDIR"] = root;
+struct KovaCli : command_test {
+    outcome kova(const std::vector<std::string> &args, const std::string &in = "",
+                 const std::string &out = ".out") {
+        std::string line = "kova";
+        for (const std::string &arg : args)
+            line += " " + quoted(arg);
+        return shell(line, in, out);
     }
-    void TearDown() override {
-        if (!dir.empty()) fs::remove_all(dir);
-    }
-
-    outcome kova(std::vector<std::string> args, const std::string &in = "",
-                 const char *stdout_path = nullptr) {
-        const fs::path stdin_file = dir / ".in", out = stdout_path ? stdout_path : dir / ".out",
-                       err = dir / ".err";
-        spit(stdin_file, in);
-        const std::string program = env("KOVA_BIN_DIR") + "/kova";
-        args.insert(args.begin(), program);
-        std::vector<std::string> settings;
-        for (const auto &[name, value] : environment)
-            settings.push_back(name + "=" + value);
-        for (const char *name : {"PATH", "ASAN_OPTIONS", "UBSAN_OPTIONS", "TMPDIR"})
-            if (getenv(name)) settings.push_back(std::string(name) + "=" + getenv(name));
-        const pid_t child = fork();
-        if (child == 0) {
-            std::vector<char *> argv, envp;
-            for (std::string &arg : args)
-                argv.push_back(arg.data());
-            for (std::string &setting : settings)
-                envp.push_back(setting.data());
-            argv.push_back(nullptr);
-            envp.push_back(nullptr);
-            dup2(open(stdin_file.c_str(), O_RDONLY), 0);
-            dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 1);
-            dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), 2);
-            execve(program.c_str(), argv.data(), envp.data());
-            _exit(127);
-        }
-        int wait_status = 0;
-        waitpid(child, &wait_status, 0);
-        outcome result;
-        result.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
-        if (!stdout_path) result.out = slurp(out);
-        result.err = slurp(err);
-        return result;
-    }
-
-    std::string file(const std::string &name, const std::string &text) {
-        spit(dir / name, text);
+    std::string file(const std::string &name, const std::string &contents) {
+        spit(dir / name, contents);
         return (dir / name).string();
     }
 };
@@ -442,7 +392,8 @@ TEST_F(KovaCli, WritesADateAndMarksWhatFails) {
     EXPECT_NE(bad.err.find("\n  令和 %A%q\n         ^~"), std::string::npos) << bad.err;
     for (const char *at :
          {"2026-02-29", "", "-026-02-01", "2026-02-01 12:30.5", "2026-02-01 24:00"})
-        expect_complaint(kova({"date", "de_DE.8859-1", "--at", at}), 2, std::string("--at \"") + at + "\"");
+        expect_complaint(kova({"date", "de_DE.8859-1", "--at", at}), 2,
+                         std::string("--at \"") + at + "\"");
 }
 
 TEST_F(KovaCli, HelpsWithEveryCommandAndRefusesWrongUsage) {

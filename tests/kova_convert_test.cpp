@@ -4,10 +4,6 @@
 
 #include "command_run.h"
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
@@ -21,34 +17,13 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 using namespace kovacli;
 
-struct KovaConvert : testing::Test {
-    fs::path dir;
-    std::string root = env("KOVA_TEST_ROOT");
-    std::string locale = "C.UTF-8";
-
-    void SetUp() override {
-        if (!fs::is_directory(root + "/kova/cv9")) GTEST_SKIP() << "no compiled objects: " << root;
-        std::string name = testing::TempDir() + "/kova-convert-XXXXXX";
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        dir = name;
+struct KovaConvert : command_test {
+    void spit(const std::string &name, const std::string &contents) {
+        ::spit(dir / name, contents);
     }
-    void TearDown() override {
-        if (!dir.empty()) fs::remove_all(dir);
-    }
-    void spit(const std::string &name, const std::string &text) { ::spit(dir / name, text); }
     // Runs "kova ARGS" in the test's directory, as the shell reads it.
     outcome kova(const std::string &args, const std::string &in = "") {
-        spit("in", in);
-        return shell("kova " + args + " < in");
-    }
-    outcome shell(const std::string &line) {
-        const std::string command = "cd " + dir.string() + " && { PATH=" + env("KOVA_BIN_DIR") +
-                                    ":$PATH VANTORDIR=" + root + " KO_PATH= LC_ALL=" + locale +
-                                    "; export PATH VANTORDIR KO_PATH LC_ALL; " + line +
-                                    "; } > out 2> err";
-        const int status = std::system(command.c_str());
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, slurp(dir / "out"),
-                slurp(dir / "err")};
+        return shell("kova " + args, in);
     }
 };
 
@@ -219,7 +194,7 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     const outcome lacking = kova("convert -f utf8 -t IBM037 --replace=漢", "a");
     EXPECT_EQ(lacking.status, bad_text);
     EXPECT_EQ(lacking.err, "kova: --replace: IBM037 has no \"漢\"\n");
-    locale = "C"; // the replacement is bytes of the target then
+    environment["LC_ALL"] = "C"; // the replacement is bytes of the target then
     EXPECT_EQ(kova("convert -f utf8 -t IBM037 --replace='{'", "\xff").out, "{");
 }
 
@@ -309,7 +284,7 @@ TEST_F(KovaConvert, ChartsBytesLeadsAndPairs) {
         const std::string chart = kova("chart "s + arguments).out;
         EXPECT_NE(chart.find(part), std::string::npos) << part << chart;
     }
-    locale = "C"; // code points where the terminal has no UTF-8
+    environment["LC_ALL"] = "C"; // code points where the terminal has no UTF-8
     EXPECT_NE(kova("chart sjis --lead 82").out.find("  FF10\n5x  FF11  FF12  "), std::string::npos);
     const outcome none = kova("chart sjis --lead 20");
     EXPECT_EQ(none.status, bad_usage);
