@@ -130,7 +130,7 @@ TEST(TokenReaders, AFailingStreamEndsEveryReader) {
 
 TEST(CStrtod, ReadsDecimalNumbersOnly) {
     const char *end;
-    // Not what the standard function reads, or not as far; the value is the text before the "|".
+    // The number ends at the "|", where the standard function would go on in some texts.
     for (const std::string text :
          {"0|x10", "|inf", "|nan", "|.", "|-", "|", "1|,5", "1|e", "1|e+x", "-2.5e3|,", " +.5|",
           "7.|", "1e999999999999999999999|", "1e-999999999999999999999|",
@@ -210,7 +210,6 @@ TEST(Blocks, TextIsCopiedUpToTheDelimiter) {
     char *copy;
     ASSERT_EQ(alloc_str_copy(&copy, &cursor, ':'), 0);
     EXPECT_STREQ(copy, "one");
-    EXPECT_STREQ(cursor, "two");
     ko_destroystring(copy);
     EXPECT_EQ(alloc_str_copy(&copy, &cursor, ':'), -1) << "the text ends first";
     EXPECT_EQ(copy, nullptr);
@@ -244,7 +243,7 @@ TEST(Lists, CellsHoldCopiesInOrder) {
         text[0] = 'd';
         list_cell *const d = b ? list_insert(text, 2, nullptr, list) : nullptr;
         list_cell *const c = d ? list_insert("c", 2, d, list) : nullptr;
-        list_cell *const a = c ? list_insert("a", 2, b, list) : nullptr;
+        list_cell *a = c ? list_insert("a", 2, b, list) : nullptr;
         if (a) {
             EXPECT_EQ(values(), "abcd");
             EXPECT_EQ(list_delete(c, list), d);
@@ -254,7 +253,7 @@ TEST(Lists, CellsHoldCopiesInOrder) {
             EXPECT_EQ(values(), "b");
             list_clear(list);
             EXPECT_TRUE(!list->firstLink && !list->lastLink);
-            EXPECT_TRUE(list_insert(nullptr, 0, nullptr, list));
+            a = list_insert(nullptr, 0, nullptr, list);
         }
         list_dispose(list);
         return a != nullptr;
@@ -482,7 +481,7 @@ TEST(Log, TellsEveryTryOfASearch) {
 
 #ifndef _WIN32
 
-TEST(Log, PopUpsAreLinesOnStandardError) {
+TEST(Log, PopUpsAreLinesOnStandardErrorAndAnUnwritableLogIsLeftAlone) {
     fresh_log log;
     log.environment.vars["KOVADEBUG"] = "on";
     testing::internal::CaptureStderr();
@@ -490,12 +489,11 @@ TEST(Log, PopUpsAreLinesOnStandardError) {
     message_1("Opened: %s", "x");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "KOVA: look here\nKOVA: Opened: x\n");
     EXPECT_EQ(log.read(), "") << "pop-ups alone write no log";
-}
-
-TEST(Log, AnUnwritableLogIsSilentlyLeftAlone) {
-    fresh_log log;
-    log.environment.vars["HOME"] = log.dir.path + "/missing";
-    log.environment.vars["KOVALOG"] = "on";
+    exit_utilities();
+    log.environment.vars = {
+        {"HOME",    log.dir.path + "/missing"},
+        {"KOVALOG", "on"                     }
+    };
     ko_message("lost");
     EXPECT_FALSE(std::filesystem::exists(log.dir.path + "/missing"));
 }
