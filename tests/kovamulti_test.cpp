@@ -124,28 +124,20 @@ void expect_same_answers(void *one, void *two) {
 } // namespace
 
 TEST(MultiTable, InsertRefusesConflictsAndBadLengths) {
-    static const struct {
-        std::string_view first, second;
-        int result;
-    } rows[] = {
-        {"\x81\x40", "\x81",             -1},
-        {"\x81",     "\x81\x40",         -1},
-        {"\x81\x40", "\x81\x41",         0 },
-        {"\x81\x40", "\x81\x40",         0 },
-        {"\x81\x40", "\x81\x40\x41",     -1},
-        {"\x81\x40", "",                 -1},
-        {"\x81\x40", "\x82\x40\x40\x40", 0 },
-        {"a",        "bcdef",            -1},
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(::testing::PrintToString(r.second));
+    const auto second = [](std::string_view first, std::string_view bytes) {
+        SCOPED_TRACE(::testing::PrintToString(bytes));
         table_guard table;
-        ASSERT_EQ(insert(table, r.first, 1), 0);
-        EXPECT_EQ(insert(table, r.second, 2), r.result);
-        const bool again = r.first == r.second;
-        EXPECT_EQ(find(table, r.first), again ? 2 : 1);
-        EXPECT_EQ(find(table, r.second) == 2, r.result == 0);
-    }
+        EXPECT_EQ(insert(table, first, 1), 0);
+        const int result = insert(table, bytes, 2);
+        EXPECT_EQ(find(table, first), first == bytes ? 2 : 1);
+        EXPECT_EQ(find(table, bytes) == 2, result == 0);
+        return result;
+    };
+    for (const char *good : {"\x81\x41", "\x81\x40", "\x82\x40\x40\x40"})
+        EXPECT_EQ(second("\x81\x40", good), 0);
+    for (const char *bad : {"\x81", "\x81\x40\x41", "", "bcdef"})
+        EXPECT_EQ(second("\x81\x40", bad), -1);
+    EXPECT_EQ(second("\x81", "\x81\x40"), -1);
 }
 
 TEST(MultiTable, ItemsDefaultAndAreOverwritten) {
@@ -207,20 +199,17 @@ TEST(MultiTable, TextLookupsReportBytesAndErrors) {
         for (auto *each : {&all, &nl, &nv})
             EXPECT_EQ(each->error(), r.error);
     }
-    EXPECT_EQ(find(table, "\x81"), -1);
-    EXPECT_EQ(find(table, "aa"), -1);
-    EXPECT_EQ(find(table, ""), -1);
-}
-
-TEST(MultiTable, DoubleByteLookupReadsNoFlag) {
-    table_guard table;
+    for (const char *none : {"\x81", "aa", ""})
+        EXPECT_EQ(find(table, none), -1);
+    // The double-byte look-up reads no flag.
+    table_guard pairs;
     test_handle h;
-    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), table, 2, &h.gen), nullptr);
+    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 2, &h.gen), nullptr);
     EXPECT_EQ(h.error(), KO_EILSEQ);
-    insert(table, "\x81\x40", 3);
-    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x81\x40"), table, 2, &h.gen)), 3);
-    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x99\x41"), table, 2, &h.gen)), 0);
-    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), table, 1, &h.gen), nullptr);
+    insert(pairs, "\x81\x40", 3);
+    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 2, &h.gen)), 3);
+    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x99\x41"), pairs, 2, &h.gen)), 0);
+    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 1, &h.gen), nullptr);
     EXPECT_EQ(h.error(), KO_EINVAL);
 }
 
@@ -288,33 +277,28 @@ TEST(MultiTable, SingleByteTablesTakeEveryByteWhenSharedOrWritten) {
 }
 
 TEST(MultiText, RunsAreChosenAsTheFormatSays) {
-    static const struct {
-        std::vector<int> items;
-        const char *text;
-    } rows[] = {
-        {{1, 2, 3, 3, 3, 3},    "0000500100010002000300030003\n050010010003\n"    },
-        {{5, 5, 5, 5},          "000010040005\n"                                  },
-        {{5, 5, 5},             "00003001000500050005\n"                          },
-        {{5, 5, 5, 5, 6},       "000010040005\n040010010006\n"                    },
-        {{5, 0, 0, 0, 6},       "0000500100050000000000000006\n"                  },
-        {{5, 0, 0, 0, 0, 6},    "000010010005\n050010010006\n"                    },
-        {{0, 0, 7},             "020010010007\n"                                  },
-        {{},                    ""                                                },
-        {{1, 2, 2, 2, 2, 2, 2}, "000040010001000200020002\n04003001000200020002\n"},
+    static const std::pair<const char *, const char *> rows[] = {
+  // items by byte
+        {"123333",  "0000500100010002000300030003\n050010010003\n"    },
+        {"5555",    "000010040005\n"                                  },
+        {"555",     "00003001000500050005\n"                          },
+        {"55556",   "000010040005\n040010010006\n"                    },
+        {"50006",   "0000500100050000000000000006\n"                  },
+        {"500006",  "000010010005\n050010010006\n"                    },
+        {"007",     "020010010007\n"                                  },
+        {"",        ""                                                },
+        {"1222222", "000040010001000200020002\n04003001000200020002\n"},
     };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.text);
+    for (auto &[items, want] : rows) {
         table_guard table;
         insert(table, "\x81\x40", 1); // keeps the flags of other bytes as they are
-        for (size_t i = 0; i < r.items.size(); ++i) {
-            const char byte = static_cast<char>(i);
-            if (r.items[i]) insert(table, {&byte, 1}, r.items[i]);
-        }
-        if (r.items.empty()) insert(table, "a", 0);
+        for (char byte = 0; items[static_cast<int>(byte)]; ++byte)
+            if (const int item = items[static_cast<int>(byte)] - '0'; item)
+                insert(table, {&byte, 1}, item);
+        if (!*items) insert(table, "a", 0);
         const std::string text = printed(table);
         const size_t data = text.find("0000000\n") + 8;
-        const std::string want = std::string(r.text) + "0000000\n";
-        EXPECT_EQ(text.substr(data, want.size()), want);
+        EXPECT_EQ(text.substr(data, strlen(want) + 8), want + std::string("0000000\n"));
     }
 }
 
