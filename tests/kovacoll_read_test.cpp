@@ -44,8 +44,8 @@ TEST(CollationSection, ListsIgnoredAndEquivalentCharacters) {
     EXPECT_EQ(equivalents(r), "ij=c b=c f=bc g=bc ");
     EXPECT_EQ(r.loc->exp.coll_char_ratio, 6.0);
     EXPECT_EQ(r.error(), 0) << "the element outside the code set is left out";
-    EXPECT_EQ(r.loc->coll_info.exp_direct[0]['f'], r.loc->coll_info.exp_arr);
-    EXPECT_EQ(r.loc->coll_info.exp_direct[1]['a'], nullptr);
+    EXPECT_EQ(r.loc->coll_info.exp_direct[0][+'f'], r.loc->coll_info.exp_arr);
+    EXPECT_EQ(r.loc->coll_info.exp_direct[1][+'a'], nullptr);
     EXPECT_EQ(r.loc->coll_info.exp_direct[2], nullptr);
     for (int c = 0; c < 256; ++c)
         EXPECT_EQ(r.loc->coll_info.elem_candidate[c], c == 'i' || c == 'g') << c;

@@ -197,7 +197,7 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
         // Rows of another table do not serve.
         unsigned char other[256];
         memcpy(other, table, 256);
-        other['a'] = 'Q';
+        other[+'a'] = 'Q';
         loc.exp.sb_toupper_table = other;
         dst = out.room<ko_mchar_t>(2);
         ASSERT_EQ(ko_tombsupper(&loc, dst, in.put("a\0"sv)), 1);

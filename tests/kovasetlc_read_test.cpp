@@ -225,11 +225,9 @@ TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
             head.type + head.version + "N=3\n" + "X\n" + before + messages + " ";
         dir.write("x.lco", text);
         const auto load = [] {
-            own_record loc;
-            char *setting = ko_setlocale_2(loc, KO_LC_MESSAGES, "x.lco");
-            EXPECT_EQ(setting ? 0 : KO_EOBJECT, *ko_ext_errno(loc));
-            const bool found = setting;
-            ko_destroystring(setting);
+            const own_record loc;
+            const bool found = loc.set(KO_LC_MESSAGES, "x.lco") != "(null)";
+            EXPECT_EQ(loc.error(), found ? KO_OK : KO_EOBJECT);
             return found;
         };
         EXPECT_EQ(load(), r.found) << "from disk";

@@ -43,10 +43,8 @@ TEST(LocaleRecord, StartsEmpty) {
         EXPECT_EQ(ko_mb_loc_max(loc), 0);
         EXPECT_EQ(ko_mb_loc_min(loc), 2);
         EXPECT_EQ(loc->monum_info.p_sign_posn, 0x7FFFFFFF);
-        for (int i = 0; i < 6; i++) {
-            EXPECT_STREQ(loc->codeset[i], "");
-            EXPECT_STREQ(loc->locname[i], "");
-        }
+        for (int i = 0; i < 6; i++)
+            EXPECT_TRUE(!*loc->codeset[i] && !*loc->locname[i]);
         EXPECT_EQ(ko_make_null_category(loc, 1), -1);
         EXPECT_EQ(loc.error(), KO_ERANGE);
     }
@@ -202,8 +200,8 @@ TEST(SetLocale, RebuildsWhatDependsOnTheCodeSet) {
     EXPECT_EQ(loc->exp.single_byte, 1);
     EXPECT_EQ(loc->exp.mbstowcs, is_mbstowcs);
     ASSERT_NE(loc->exp.sb_ctype_table, nullptr);
-    EXPECT_EQ(loc->exp.sb_ctype_table['A'], KO_CT_UPPER | KO_CT_ALPHA | 0x800);
-    EXPECT_EQ(loc->exp.sb_toupper_table['c'], 'C');
+    EXPECT_EQ(loc->exp.sb_ctype_table[+'A'], KO_CT_UPPER | KO_CT_ALPHA | 0x800);
+    EXPECT_EQ(loc->exp.sb_toupper_table[+'c'], 'C');
     EXPECT_EQ(loc->exp.sb_toupper_table[200], 200);
     EXPECT_EQ(loc->exp.case_conv_ratio, 2.0);
     for (const char *name : {"two.lco", "wide.lco"}) {
@@ -235,9 +233,9 @@ TEST(SetLocale, ByteMasksAreTheItemsEvenOfBytesThatAreNoCharacters) {
     EXPECT_EQ(loc.set(KO_LC_CTYPE, "x.lco"), "x.lco");
     const uint16_t *masks = loc->exp.sb_ctype_table;
     ASSERT_NE(masks, nullptr);
-    EXPECT_EQ(masks['a'], 1);
-    EXPECT_EQ(masks['b'], 2);
-    EXPECT_EQ(masks['c'], 0x20);
+    EXPECT_EQ(masks[+'a'], 1);
+    EXPECT_EQ(masks[+'b'], 2);
+    EXPECT_EQ(masks[+'c'], 0x20);
     EXPECT_EQ(im_iswctype(loc, 'b', 2), 0);
 }
 
@@ -432,7 +430,7 @@ TEST(CopyCategory, SharesTheSourcesData) {
                 EXPECT_EQ(record(copy)->exp.case_conv_ratio, 2.0);
                 EXPECT_EQ(record(copy)->exp.mbscoll(copy, mb("a"), mb("b")), -1);
                 EXPECT_EQ(wide(ko_wc_nl_langinfo(copy, KO_CODESET)), u"TEST-1");
-                EXPECT_EQ(record(copy)->exp.sb_toupper_table['a'], 'A');
+                EXPECT_EQ(record(copy)->exp.sb_toupper_table[+'a'], 'A');
             }
             ko_free_nonshared_loc(copy);
         }
