@@ -106,7 +106,7 @@ static void find_whole(kovaloc *loc, const wc_tnode *tree, ko_wchar_t *const *na
                        bool (&whole)[exact_most]) {
     for (int i = 0; i < count; ++i) {
         const wc_found found = names[i] ? find_name(loc, tree, names[i]) : wc_found{};
-        whole[i] = found.node && found.node->val == i && found.len == ko_wcslen(names[i]);
+        whole[i] = found.node && found.node->val == i; // another's would be found before its end
     }
 }
 

@@ -14,6 +14,7 @@ static const times with_eras = {
 static const times with_digits = {.digits = "zero|one|two||four|5|6|7|8|9"};
 static const times nested = {.formats = "%c|%x %x|%X%X%X%X%X|am|pm|",
                              .eras = "+:1:1/1/1:+*:A:%EY|+:1:1/1/1:+*:B:%EY"};
+static const times alike = {.day = "Su|Sunday|Tuesday|Wednesday|Thursday|Friday|Saturday"};
 static const times empty_names = {.formats = "||||pm|"};
 
 static std::string shown(const ko_tm_t &tm) {
@@ -107,6 +108,7 @@ TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
         {plain, "%B %m|%m %B", "May 3|3 May", "mon=2|monidx=4"},
         {empty_names, "%p%H|%p%c%x%X%r", "12|z", "ampm=0 hour24=12|ampm=0>z"},
         {empty_names, "%p", "", "ampm=0"},
+        {alike, "%A", "Sunday|Saturday", "wday=0>nday|wday=6"},
         {plain, "%F|%F|%F3|%F3|%F0|%F|%F6|%F", "25|1234567|25|1234|1| 1|1|x", "usec=250000|usec=123456|!33|usec=123000>4|usec=100000|!33|!22|!33"},
         {plain, "%iF|%iF|%%%n%t|%%|%n%d|%n", ".5|5|%  | %| 5|5", "usec=500000|!33|!46|!22|mday=5|!46"},
         {plain, "a  b| |A", "ab|  x|a", "|>x|!46"},

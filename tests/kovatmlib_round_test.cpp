@@ -235,7 +235,8 @@ static int check_both_ways(kovaloc *loc, const std::vector<Unit> &text,
     return 1;
 }
 
-// Cuts the text or changes a unit: to anything, or to the other case of ASCII letters.
+// Cuts the text, adds a blank or changes a unit: to anything, or to the other case of ASCII
+// letters.
 template <class Unit> static void damage(std::vector<Unit> &text, std::mt19937 &random) {
     static const char usual[] = "0123456789 :-/.,+%";
     const size_t at = random() % text.size();
@@ -244,6 +245,7 @@ template <class Unit> static void damage(std::vector<Unit> &text, std::mt19937 &
     if (how == 1) text[at] = static_cast<Unit>(random());
     if (how == 2) text[at] = static_cast<Unit>(usual[random() % (sizeof usual - 1)]);
     if (how == 3) text[at] ^= 0x20;
+    if (how == 4) text.insert(text.begin() + static_cast<ptrdiff_t>(at), ' ');
 }
 
 // In the bytes of the code set, with what comes behind them.
