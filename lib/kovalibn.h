@@ -57,6 +57,9 @@ inline unsigned digit_of(const kovaloc *loc, unsigned wc) {
 // end before end. Returns the first. At most 32 are written.
 char *long_base_str(char *end, ko_ulong_t value, int base);
 
+// digits times ten to the power of the exponent, where one operation on exact operands gives it.
+bool exact_real(uint64_t digits, int exponent, double *value);
+
 // ---- Reading ------------------------------------------------------------------------------------
 
 // The workers behind ko_wcstol and its kin: they read at most most units, or up to the terminator,

@@ -83,17 +83,20 @@ static bool scan_integer_part(const number_text<Unit> &t, real_text *n, int mode
 
 // ---- Values -------------------------------------------------------------------------------------
 
-// The value where one operation on exact operands gives it.
-static bool exact_value(const real_text &n, double *value) {
+bool exact_real(uint64_t digits, int exponent, double *value) {
     static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                         1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                         1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     // A processor that calculates with more bits would round twice.
-    if (FLT_EVAL_METHOD != 0 || n.digits > 19 || n.value >> DBL_MANT_DIG) return false;
-    if (n.exponent < -22 || n.exponent > 22) return false;
-    const auto whole = static_cast<double>(n.value);
-    *value = n.exponent < 0 ? whole / powers[-n.exponent] : whole * powers[n.exponent];
+    if (FLT_EVAL_METHOD != 0 || digits >> DBL_MANT_DIG) return false;
+    if (exponent < -22 || exponent > 22) return false;
+    const auto whole = static_cast<double>(digits);
+    *value = exponent < 0 ? whole / powers[-exponent] : whole * powers[exponent];
     return true;
+}
+
+static bool exact_value(const real_text &n, double *value) {
+    return n.digits <= 19 && exact_real(n.value, n.exponent, value);
 }
 
 template <class Unit>

@@ -97,16 +97,15 @@ static bool same_symbol(const wide_symbol &a, const wide_symbol &b) {
 }
 
 static double value_of(mon_number *n) {
-    static constexpr double tens[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6, 1e7,
-                                      1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14};
     n->text[n->len] = 0;
     const int fraction = n->len > n->whole ? n->len - n->whole - 1 : 0;
+    uint64_t digits = 0;
+    for (int i = 0; n->whole + fraction <= 19 && i < n->len; ++i)
+        if (i != n->whole) digits = digits * 10 + static_cast<unsigned>(n->text[i] - '0');
+    double value;
     const char *end;
-    if (n->whole + fraction > 15) return c_strtod(n->text, &end);
-    int64_t digits = 0; // exact as a double, and so is the power: one rounding, as from the text
-    for (int i = 0; i < n->len; ++i)
-        if (i != n->whole) digits = digits * 10 + (n->text[i] - '0');
-    return static_cast<double>(digits) / tens[fraction];
+    if (n->whole + fraction <= 19 && exact_real(digits, -fraction, &value)) return value;
+    return c_strtod(n->text, &end);
 }
 
 // Blanks and fill characters in front of a value. Of digits only zeros that another digit follows
