@@ -58,7 +58,7 @@ inline unsigned digit_of(const kovaloc *loc, unsigned wc) {
 char *long_base_str(char *end, ko_ulong_t value, int base);
 
 // digits times ten to the power of the exponent, where one operation on exact operands gives it.
-bool exact_real(uint64_t digits, int exponent, double *value);
+bool exact_real(uint64_t digits, int64_t exponent, double *value);
 
 // ---- Reading ------------------------------------------------------------------------------------
 
