@@ -138,7 +138,8 @@ TEST(CStrtod, ReadsDecimalNumbersOnly) {
           "9007199254740993.00000000000000000000000000000000001|"}) {
         SCOPED_TRACE(text);
         const size_t bar = text.find('|');
-        const double got = c_strtod((text.substr(0, bar) + text.substr(bar + 1)).c_str(), &end);
+        const std::string whole = text.substr(0, bar) + text.substr(bar + 1);
+        const double got = c_strtod(whole.c_str(), &end);
         const double want = strtod(text.substr(0, bar).c_str(), nullptr);
         EXPECT_TRUE(got == want && signbit(got) == signbit(want)) << got;
         EXPECT_EQ(end, text.substr(bar + 1));
