@@ -102,12 +102,6 @@ static constexpr struct {
     {"%OD", true},
 };
 
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-constexpr long times_each = 40;
-#else
-constexpr long times_each = 1000;
-#endif
-
 // Whether a text that came from one time and is read over another one says the same again. So does
 // that of a time which the format refuses, such as one outside the eras.
 static bool comes_back(ko_lc_t loc, const ko_wchar_t *format, const ko_tm_t &tm, ko_tm_t read) {
@@ -137,7 +131,7 @@ TEST(CompiledLocales, ReadWhatTheyWrite) {
             }
             std::mt19937 random(5);
             bool same = true;
-            for (long i = 0; i < times_each && same; i++) {
+            for (long i = 0; i < long{seeded_times} && same; i++) {
                 const ko_tm_t tm = random_time(random);
                 ko_tm_t base = random_time(random);
                 if (row.same_date) {
@@ -271,7 +265,7 @@ TEST(CompiledLocales, ReadTheShortWayWhatTheEngineReads) {
     for (const auto &path : objects) {
         compiled_locale loc(path);
         kovaloc *const r = record(loc);
-        for (long i = 0; i < 2 * times_each && !HasFailure(); i++) {
+        for (long i = 0; i < 2 * long{seeded_times} && !HasFailure(); i++) {
             SCOPED_TRACE(loc.name + " " + std::to_string(i));
             std::vector<ko_wchar_t> format, flagged, text(512);
             const auto add = [](std::vector<ko_wchar_t> &to, const std::vector<ko_wchar_t> &part) {
@@ -308,7 +302,7 @@ TEST(CompiledLocales, ReadTheShortWayWhatTheEngineReads) {
                 check_both_ways(r, bytes, narrow(r, format, tail), narrow(r, flagged, tail));
         }
     }
-    const long rows = 2 * times_each * static_cast<long>(objects.size());
+    const long rows = 2 * long{seeded_times} * static_cast<long>(objects.size());
     EXPECT_GT(taken, rows / 8);
     EXPECT_GT(bytes_taken, rows / 8);
 }
