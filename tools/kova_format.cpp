@@ -170,4 +170,21 @@ bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room
     }
 }
 
+int run_format(const common_options &common, const format_options &options,
+               const format_command &command) {
+    locale_handle handle;
+    codec code;
+    const data_place data = open_with_codec(common, options.locale, handle, code);
+    if (!code.mapped) add_mapping(handle, data, code);
+    const format_text format = decode_format(code, options.format, command.grammar);
+    if (format.directives.size() > directives_max) check_counts(format, {});
+    output out;
+    if (options.parse)
+        command.parse(code, format, options.text, out);
+    else
+        command.print(code, format, options.values, out);
+    finish(out);
+    return done;
+}
+
 } // namespace kovacli

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "kova_cli.h"
+#include "kova_io.h"
 #include "kova_text.h"
 
 namespace kovacli {
@@ -58,5 +60,16 @@ std::string shortest_digits(double value);
 // KO_E2BIG.
 bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room)> &call,
                   std::vector<ko_wchar_t> &result);
+
+// What a command makes of a format: one line for each round of values, or the values of a text.
+struct format_command {
+    format_grammar grammar;
+    void (*print)(const codec &code, const format_text &format,
+                  const std::vector<std::string> &values, output &out);
+    void (*parse)(const codec &code, const format_text &format, const std::string &text,
+                  output &out);
+};
+int run_format(const common_options &common, const format_options &options,
+               const format_command &command);
 
 } // namespace kovacli

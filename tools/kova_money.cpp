@@ -1,9 +1,7 @@
 // kova money: amounts written, and read, in a locale's notation.
 #include <array>
 
-#include "kova_cli.h"
 #include "kova_format.h"
-#include "kova_io.h"
 
 namespace kovacli {
 
@@ -84,19 +82,11 @@ static void print_values(const codec &code, const format_text &format, const std
 }
 
 int run_money(const common_options &common, const format_options &options) {
-    locale_handle handle;
-    codec code;
-    const data_place data = open_with_codec(common, options.locale, handle, code);
-    if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, {"!(+-^=", ""});
-    if (format.directives.size() > directives_max) check_counts(format, {});
-    output out;
-    if (options.parse)
-        print_values(code, format, options.text, out);
-    else
-        print_amounts(code, format, options.values, out);
-    finish(out);
-    return done;
+    return run_format(common, options,
+                      {
+                          {"!(+-^=", ""},
+                          print_amounts, print_values
+    });
 }
 
 } // namespace kovacli

@@ -3,9 +3,7 @@
 #include <cstring>
 #include <map>
 
-#include "kova_cli.h"
 #include "kova_format.h"
-#include "kova_io.h"
 
 namespace kovacli {
 
@@ -236,7 +234,6 @@ static void print_values(const codec &code, const format_text &format, const std
                          output &out) {
     std::vector<ko_wchar_t> text = decode_argument(code, argument, "TEXT");
     text.push_back(0);
-    if (format.directives.size() > directives_max) check_counts(format, {});
     std::array<slot, directives_max> slots;
     for (slot &room : slots)
         room.assign(2 * text.size() + sizeof(double), 0);
@@ -262,18 +259,11 @@ static void print_values(const codec &code, const format_text &format, const std
 }
 
 int run_number(const common_options &common, const format_options &options) {
-    locale_handle handle;
-    codec code;
-    const data_place data = open_with_codec(common, options.locale, handle, code);
-    if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, {" #'+-", "lLhH"});
-    output out;
-    if (options.parse)
-        print_values(code, format, options.text, out);
-    else
-        print_numbers(code, format, options.values, out);
-    finish(out);
-    return done;
+    return run_format(common, options,
+                      {
+                          {" #'+-", "lLhH"},
+                          print_numbers, print_values
+    });
 }
 
 } // namespace kovacli
