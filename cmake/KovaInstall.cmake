@@ -1,9 +1,9 @@
-# Installs library, header, pkg-config file, commands and, when it was compiled, the data root.
+# Installs library, headers, pkg-config file, commands and, when it was compiled, the data root.
 if(NOT TARGET kova)
   return()
 endif()
 install(TARGETS kova)
-install(FILES include/kova.h TYPE INCLUDE)
+install(FILES include/kova.h include/kova_host.h TYPE INCLUDE)
 configure_file(cmake/kova.pc.in ${CMAKE_BINARY_DIR}/kova.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/kova.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 foreach(command kova_command kovac_command)

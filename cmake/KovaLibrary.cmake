@@ -1,19 +1,25 @@
-# kova: the shared library, exporting what tests/exports.txt lists and nothing else.
+# kova: the shared library, exporting what tests/exports.txt (kova.h) and tests/exports_host.txt
+# (kova_host.h) list and nothing else.
 # kova_inside: the same objects as an archive, in which tests and fuzzers reach every function.
 set(root ${CMAKE_CURRENT_SOURCE_DIR})
 file(GLOB kova_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp ${root}/lib/*.cpp)
 
-# The map and the definition file come from the list; symbols not built yet are left out of the
-# latter only, because a definition file may not name what is missing.
-set(exports_txt ${root}/tests/exports.txt)
+# The linker's map comes from the lists; what is listed and not built yet is left out by itself.
 set(pending_txt ${root}/tests/exports_pending.txt)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exports_txt} ${pending_txt})
-file(STRINGS ${exports_txt} kova_exports REGEX "^[A-Za-z_]")
-list(SORT kova_exports)
-list(JOIN kova_exports ";\n        " exports_joined)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${pending_txt})
+function(kova_exports list result)
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${root}/tests/${list})
+  file(STRINGS ${root}/tests/${list} names REGEX "^[A-Za-z_]")
+  list(SORT names)
+  list(JOIN names ";\n        " joined)
+  set(${result} "${joined}" PARENT_SCOPE)
+endfunction()
+kova_exports(exports.txt exports_kova)
+kova_exports(exports_host.txt exports_host)
 set(kova_map ${CMAKE_BINARY_DIR}/kova.map)
 file(CONFIGURE OUTPUT ${kova_map} CONTENT
-    "KOVA_2 {\n    global:\n        @exports_joined@;\n    local:\n        *;\n};\n" @ONLY)
+    "KOVA_2 {\n    global:\n        @exports_kova@;\n    local:\n        *;\n};
+KOVA_2.87 {\n    global:\n        @exports_host@;\n} KOVA_2;\n" @ONLY)
 
 add_library(kova_compile INTERFACE)
 target_include_directories(kova_compile INTERFACE ${root}/include ${root}/locale ${root}/lib)
@@ -56,7 +62,7 @@ target_include_directories(kova INTERFACE $<BUILD_INTERFACE:${root}/include>
 set_target_properties(kova PROPERTIES LINKER_LANGUAGE C VERSION 2.86 SOVERSION 2
                       LINK_DEPENDS ${kova_map})
 if(WIN32)
-  # The library exports what the header marks; nothing may leak from the compiler's own archives.
+  # The library exports what the headers mark; nothing may leak from the compiler's own archives.
   target_link_options(kova PRIVATE -static-libgcc -Wl,--exclude-all-symbols)
 else()
   # Bound when it is loaded: the first load of a locale would else look a hundred symbols up.

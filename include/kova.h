@@ -1,6 +1,7 @@
 /* Kova: locale and code-set support with the same answers on every machine.
  *
- * This header is the whole interface of the library, for C11 and for C++20. Every operation takes
+ * This header is the first interface of the library, for C11 and for C++20; kova_host.h adds to it
+ * and changes nothing of it. Every operation takes
  * an opaque handle; a failing one stores an error number in the handle's error word (reached with
  * ko_ext_errno) and returns the failure value its declaration names. Success leaves the word alone
  * unless the declaration says otherwise. "long" of this interface is 32 bits everywhere.

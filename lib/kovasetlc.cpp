@@ -2,6 +2,8 @@
 // that depend on several categories at once.
 #include "kovaportable.h"
 
+#include "kova_host.h"
+
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
@@ -52,6 +54,12 @@ static int hand_out(kovaloc *error_record, int error, ko_lc_t *result) {
 int hand_out_filer(ko_lc_t *result) { return hand_out(&loc_filer, KO_EFILE, result); }
 
 bool is_error_record(const void *loc) { return loc == &loc_nomem || loc == &loc_filer; }
+
+int ko_lc_status(ko_lc_t loc) {
+    if (!loc) return KO_ENULL;
+    if (loc == &loc_nomem) return KO_ENOMEM;
+    return loc == &loc_filer ? KO_EFILE : record(loc)->status;
+}
 
 void init_koconv_t(koconv *conv) { *conv = {}; }
 
@@ -315,6 +323,8 @@ int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
     for (int c = first; c <= last; c++) {
         if (const int error = invalid_copy(dst, src, c)) return fail(dst_handle, error, -1);
     }
+    if (src->status) note_trouble(dst, src->status);
+    const memory_watch watch(dst);
     for (int c = first; c <= last; c++)
         copy_category(dst, src, c);
     update_locale(dst);

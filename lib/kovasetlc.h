@@ -7,6 +7,8 @@
 #include "kovafmt.h"
 #include "kovatmlib.h"
 
+#include "kovaextsa.h"
+
 constexpr int codeset_room = 21; // a code-set name of 20 characters
 constexpr int locname_room = 32;
 constexpr int setting_room = 312; // a setting or file name of 311 characters
@@ -38,6 +40,7 @@ struct kovaloc {
     coll_flat *weights;           // of LC_COLLATE
     const portable_set *portable; // places of the portable characters; NULL: those of ASCII
     unsigned copied;              // category_bit: data that another record owns
+    int status;                   // of ko_lc_status: the first trouble, 0 for none
 };
 
 inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }
@@ -50,6 +53,21 @@ constexpr unsigned category_bit(int category) { return 1U << category; }
 // By category number; the first two are empty.
 extern const char *const category_markers[8]; // the line before a section of a locale object
 extern const char *const category_params[8];  // name in the environment and in settings
+
+inline void note_trouble(kovaloc *loc, int number) {
+    if (!loc->status) loc->status = number;
+}
+// Remembers in the record that memory was short within the block.
+struct memory_watch {
+    kovaloc *loc;
+    unsigned before;
+    explicit memory_watch(kovaloc *watched) : loc(watched), before(failed_allocations()) {}
+    memory_watch(const memory_watch &) = delete;
+    memory_watch &operator=(const memory_watch &) = delete;
+    ~memory_watch() {
+        if (failed_allocations() != before) note_trouble(loc, KO_ENOMEM);
+    }
+};
 
 // A handle's error word; 0 where the host's hook has none for the handle.
 inline int error_of(void *handle) {
@@ -83,6 +101,7 @@ node_state give_back_node(const kovaloc *loc); // lowers the use count of a list
 
 // Reading locale objects (kovasetlc_read.cpp).
 int read_locale_file(text_in *in, kovaloc *loc);
+void note_read_error(kovaloc *loc, void *stream); // of a stream of the host's, read and still open
 int read_file_header(text_in *in, char *codeset, int *error);
 int read_ctype(text_in *in, kovaloc *loc);
 void read_numeric(text_in *in, monum *m);

@@ -241,6 +241,7 @@ static int load_category(kovaloc *loc, int category, const char *setting, const 
         return -1;
     }
     const int result = replace_category(loc, category, stream, path, image);
+    note_read_error(loc, stream);
     ko_ext_fclose(stream);
     if (result) {
         reset_category(loc, category);
@@ -305,6 +306,7 @@ char *set_categories(kovaloc *loc, int category, const char *name, const char *d
     if (category != KO_LC_ALL && !is_category(category)) return fail(loc, KO_ERANGE, nullptr);
     if (name) {
         if (strlen(name) > setting_max) return fail(loc, KO_ERANGE, nullptr);
+        const memory_watch watch(loc);
         if (load_categories(loc, category, name, dir)) return nullptr;
     }
     query_locname(loc, category, setting.p);
@@ -347,6 +349,7 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
         free_locale(loc);
         return hand_out_filer(result);
     }
+    const memory_watch watch(loc);
     if (read_object(loc, stream)) {
         update_after_failure(loc);
         return -1;
@@ -357,9 +360,10 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
 
 // ---- Shared locales -----------------------------------------------------------------------------
 
+// A record that is not complete stays with those who hold it.
 static lc_node *find_name(const char *name) {
     lc_node *node = lc_node_root;
-    while (node && strcmp(node->name, name))
+    while (node && (node->loc->status || strcmp(node->name, name)))
         node = node->next;
     return node;
 }
@@ -400,7 +404,7 @@ static void keep_origin(spec_origin *origin, const char *spec) {
 
 static lc_node *find_spec(const char *spec) {
     lc_node *node = lc_node_root;
-    while (node && !still_holds(&node->origin, spec))
+    while (node && (node->loc->status || !still_holds(&node->origin, spec)))
         node = node->next;
     return node;
 }

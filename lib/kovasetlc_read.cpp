@@ -304,7 +304,11 @@ int read_category(text_in *in, kovaloc *loc, int category) {
     return section_readers[category](in, loc) ? -1 : 0;
 }
 
-int read_locale_file(text_in *in, kovaloc *loc) {
+void note_read_error(kovaloc *loc, void *stream) {
+    if (hook_set(KO_EXT_FERROR) && ko_ext_ferror(stream)) note_trouble(loc, KO_EIO);
+}
+
+static int read_all_sections(text_in *in, kovaloc *loc) {
     char codeset[codeset_room] = {};
     int error = 0;
     if (!read_file_header(in, codeset, &error)) return fail(loc, error ? error : KO_EOBJECT, 1);
@@ -320,7 +324,15 @@ int read_locale_file(text_in *in, kovaloc *loc) {
             return 1;
         }
     }
-    if (in->stream) ko_ext_fclose(in->stream);
+    return 0;
+}
+
+int read_locale_file(text_in *in, kovaloc *loc) {
+    const int result = read_all_sections(in, loc);
+    if (!in->stream) return result;
+    note_read_error(loc, in->stream);
+    if (result) return result; // the caller closes it
+    ko_ext_fclose(in->stream);
     in->stream = nullptr;
     return 0;
 }

@@ -9,6 +9,9 @@
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
+
+#include <atomic>
+
 #ifndef _WIN32
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,6 +20,10 @@
 
 // Set by ko_setextfunc alone; hosts do so before they use anything else.
 static constinit ko_extfn_t funcptr_arr[KO_EXT_COUNT] = {};
+
+// Counted by ko_ext_malloc, in any thread.
+static constinit std::atomic<unsigned> failures = 0;
+unsigned failed_allocations(void) { return failures.load(std::memory_order_relaxed); }
 
 template <class Fn> static Fn *hook(int code) { return reinterpret_cast<Fn *>(funcptr_arr[code]); }
 
@@ -105,8 +112,10 @@ int ko_ext_getc(void *stream) {
 }
 
 void *ko_ext_malloc(size_t size) {
-    if (auto *h = hook<decltype(ko_ext_malloc)>(KO_EXT_MALLOC)) return h(size);
-    return malloc(size);
+    auto *const h = hook<decltype(ko_ext_malloc)>(KO_EXT_MALLOC);
+    void *const block = h ? h(size) : malloc(size);
+    if (!block) failures.fetch_add(1, std::memory_order_relaxed);
+    return block;
 }
 
 int ko_ext_ungetc(int byte, void *stream) {

@@ -8,6 +8,9 @@
 
 bool hook_set(int code);     // is a hook installed under the code?
 bool stream_hooks_set(void); // is any hook installed that opens, reads or closes streams?
+// Allocations of the process that failed so far: who finds another number than before knows that
+// memory was short.
+unsigned failed_allocations(void);
 
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.

@@ -1,5 +1,6 @@
-/* The public header is complete by itself for a C11 program, and the shared library serves it. */
-#include "kova.h"
+/* The public headers are complete by themselves for a C11 program, and the shared library serves
+ * both. */
+#include "kova_host.h"
 
 #include <stdio.h>
 
@@ -11,6 +12,10 @@ int main(void) {
     }
     if (((const gen_exports *)loc)->ko_lerrno != KO_OK) {
         fprintf(stderr, "a fresh locale carries an error\n");
+        return 1;
+    }
+    if (ko_lc_status(loc) != 0 || ko_lc_status(NULL) != KO_ENULL) {
+        fprintf(stderr, "a fresh locale is not complete\n");
         return 1;
     }
     ko_lc_unload(loc);

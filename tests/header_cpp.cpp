@@ -1,5 +1,6 @@
-// The public header is complete by itself for a C++20 program, and its declarations have C linkage.
-#include "kova.h"
+// The public headers are complete by themselves for a C++20 program, and their declarations have C
+// linkage.
+#include "kova_host.h"
 
 #include <cstdio>
 #include <type_traits>
@@ -9,7 +10,7 @@ static_assert(std::is_same_v<ko_lc_t, void *>);
 
 int main() {
     ko_lc_t loc = nullptr;
-    if (ko_create_null_locale_2(&loc) != 0) {
+    if (ko_create_null_locale_2(&loc) != 0 || ko_lc_status(loc) != 0) {
         std::fputs("the library hands out no empty locale\n", stderr);
         return 1;
     }
