@@ -1,7 +1,7 @@
 // A conversion object from anywhere either fails to load or converts: it reads alike from memory
 // and through stream hooks, its derived tables convert as the tables they come from, a measured
-// length is the written one, and nothing is left behind. The input begins with the options, the
-// room and the length of a text; the object follows the text.
+// length is the written one, a computed size suffices, and nothing is left behind. The input begins
+// with the options, the room and the length of a text; the object follows the text.
 #include "fuzz_host.h"
 #include "kovacvlib.h"
 
@@ -46,6 +46,7 @@ static outcome run(iconv_rec *cv, const sample &s, bool measure) {
     o.made = s.room - room;
     check(o.result == 0 || o.error != 0, "a failure has a reason");
     check(o.made >= 0 && room >= 0, "what is written fits the room");
+    check(o.made <= ko_cv_outbuflen(cv, o.taken), "the computed size suffices");
     check(s.terminated || o.taken + left == s.size, "what is taken is accounted for");
     check(measure || to - o.out == o.made, "what is written is accounted for");
     return o;

@@ -921,8 +921,9 @@ KO_API int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_s
 KO_API ko_cvfns *ko_add_cvfns(ko_cvfns *list, const ko_cv_funcdef *fndef);
 /* Releases a descriptor. 0, for static ones too; -1 for NULL. */
 KO_API int ko_cv_unload(ko_cv_t cd);
-/* Most target bytes of one source byte, and a target size that is always enough (at most
- * 0x7FFFFFFF). For NULL: 1.0 and the length itself. */
+/* Most target bytes of one source byte, as the object states it or as its tables make it, whichever
+ * is more; and a target size that is always enough (at most 0x7FFFFFFF). For NULL: 1.0 and the
+ * length itself. */
 KO_API double ko_iconv_expansion(ko_cv_t cd);
 KO_API int ko_cv_outbuflen(ko_cv_t cd, int inbuflen);
 
@@ -937,8 +938,8 @@ KO_API int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_
                      int *outlen, int *sub);
 /* The same for a text in pieces. After KO_E2BIG the shift states may have moved: restore *st before
  * a retry. The end of the shifted state is written behind the last character, so keep that one for
- * the last piece: an empty one writes nothing. A NULL st converts one whole text. With a NULL
- * outmbs only lengths are counted. */
+ * the last piece: an empty one writes nothing. A NULL st converts one whole text; but with a NULL
+ * outmbs this is ko_mconvlen, which then counts without shift sequences. */
 KO_API int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                        ko_mchar_t **outmbs, int *outlen, int *sub);
 /* Lowers *outlen by the bytes that conversion would write, with the same errors; *inmbs, *inlen and

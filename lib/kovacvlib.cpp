@@ -5,8 +5,10 @@
 #include "kovaextsa.h"
 #include "kovaspec.h"
 
-#include <initializer_list>
 #include <string.h>
+
+#include <bit>
+#include <initializer_list>
 
 // Handed out where no descriptor can be made; only their error words are ever written.
 static constinit iconv_rec cd_enomem = {.exports = {.exp = {KO_ENOMEM}}};
@@ -155,9 +157,41 @@ static int read_cv_tables(text_in *in, iconv_rec *cv) {
     return cv->source_is_stateful ? read_cv_table(in, cv, &cv->conv_shift) : 0;
 }
 
+// ---- Growth
+
+static void raise_ratio(iconv_rec *cv, int source_len, int made) {
+    if (double{cv->exp_ratio} * source_len >= made) return; // false for what is no number, too
+    const double ratio = double(made) / source_len;
+    const float nearest = static_cast<float>(ratio);
+    cv->exp_ratio = double{nearest} < ratio
+                        ? std::bit_cast<float>(std::bit_cast<uint32_t>(nearest) + 1)
+                        : nearest;
+}
+
+// Callers size buffers by the ratio: where the tables make more than the object states, what they
+// make counts. A call may write a shift sequence before each character, and leave the shifted state
+// after the last one.
+static void check_ratio(iconv_rec *cv) {
+    const bool stateful = cv->source_is_stateful || cv->target_is_stateful;
+    const bool shifts = stateful && cv->smiconv_fp == mb_smiconv;
+    const int leave = shifts ? cv->target_so_len : 0;
+    const int around[2] = {leave, shifts ? cv->target_si_len + leave : 0};
+    const bool bytes = cv->miconv_fp != mb_miconv;
+    if (bytes) raise_ratio(cv, 1, 1); // whatever their entries say
+    if (bytes && !stateful) return;
+    if (!cv->flat_noshift || (cv->conv_shift && !cv->flat_shift))
+        raise_ratio(cv, 1, cv->target_max_len + around[1]); // more than that is not possible
+    for (const cv_flat *flat : {cv->flat_noshift, cv->flat_shift})
+        for (int i = 0; flat && i < 2 * cv_max_source; ++i) {
+            const int length = flat->longest[i / 2][i % 2];
+            if (length >= 0) raise_ratio(cv, i / 2 + 1, length + around[i % 2]);
+        }
+}
+
 int read_cv_object(text_in *in, iconv_rec *cv) {
     if (read_cv_tables(in, cv) < 0) return -1;
     set_iconv_fps(cv);
+    check_ratio(cv);
     return 0;
 }
 

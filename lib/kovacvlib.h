@@ -37,10 +37,14 @@ struct cv_trails {
     const void *const *leads[256]; // behind the first byte of three: 64 such rows by the second
     const void *rows[17 * 64];     // for 0xE0 to 0xEF, and none
 };
+// The longest target by the bytes of the source less one, and by the shifted target state; -1:
+// none.
+typedef int cv_longest[cv_max_source][2];
 struct cv_flat {
     void *words;
-    bool wide;               // words of 64 bits
-    int most;                // the most target bytes of a source byte, rounded up
+    bool wide; // words of 64 bits
+    int most;  // the most target bytes of a source byte, rounded up
+    cv_longest longest;
     const void *none;        // the last row
     const void *second[256]; // the full row behind a first byte, the last row for none
     cv_trails *trails;       // of UTF-8; NULL for other code sets

@@ -340,9 +340,9 @@ static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int 
 // Calls that length computation, shifts or a registered converter make special.
 static int mconv_special(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                          ko_mchar_t **outmbs, int *outlen, int *sub) {
+    if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
     conv_state whole = whole_text();
     if (!st && (stateful(cv) || cv->mtom_fn)) st = &whole;
-    if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
     if (!*outmbs) return fail(&cv->exports.exp, KO_ENULL, -1);
     return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }

@@ -73,7 +73,7 @@ template <class W> struct row_writer {
     const mb_decode *table;
     W *words;
     size_t used;
-    int lengths[2]; // the longest target of first bytes and of longer characters
+    cv_longest &longest;
     struct row {
         size_t index;
         bool is_short;
@@ -93,29 +93,33 @@ template <class W> struct row_writer {
         for (int i = 0; i < count; ++i, e += step)
             to[i] = flags && flags[i] == mb_final ? entry_word<W>(e, size) : special_word<W>;
     }
-    void measure(const multi_arr *node, const W *words_of_node, int count) {
-        int longest = 0;
+    void measure(const W *words_of_node, int count, int level) {
+        constexpr int kinds = cv_special | cv_shifted_target;
+        int most[2] = {-1, -1};
         for (int i = 0; i < count; ++i) {
             const int top = static_cast<int>(words_of_node[i] >> top_byte<W>);
-            const int length = top & int{cv_special} ? 0 : top & int{cv_length};
-            longest = length > longest ? length : longest;
+            const int kind = top & kinds, length = top & int{cv_length};
+            const int unshifted = kind ? -1 : length;
+            const int shifted = kind == int{cv_shifted_target} ? length : -1;
+            most[0] = unshifted > most[0] ? unshifted : most[0];
+            most[1] = shifted > most[1] ? shifted : most[1];
         }
-        int *const all = &lengths[node == table->root ? 0 : 1];
-        if (longest > *all) *all = longest;
+        for (int kind = 0; kind < 2; ++kind)
+            if (most[kind] > longest[level][kind]) longest[level][kind] = most[kind];
     }
-    row write(const multi_arr *node) {
+    row write(const multi_arr *node, int level) {
         const row r = {used, short_node(table, node)};
         const int first = r.is_short ? 0x80 : 0, count = r.is_short ? 64 : 256;
         used += size_t(count);
         W *const to = words + r.index;
         write_entries(node, to, first, count);
-        measure(node, to, count);
+        measure(to, count, level);
         if (!node->num_offsets || !node->flag_arr) return r;
         for (int i = 0; i < count; ++i) {
             if (node->flag_arr[first + i] != mb_prefix) continue;
             const multi_arr *next = child(node, first + i);
             if (!next) continue;
-            const row below = write(next);
+            const row below = write(next, level + 1);
             const W kind = below.is_short ? cv_short_row : cv_full_row;
             to[i] = W(below.index / 64) | kind << top_byte<W>;
         }
@@ -173,17 +177,20 @@ template <class W> bool build_words(const mb_decode *table, size_t count, cv_fla
     ext_block<W> block(count + 256);
     if (!block.p) return false;
     W *const words = block.p;
-    row_writer<W> writer = {table, words, 0, {}};
-    writer.write(table->root);
+    row_writer<W> writer = {table, words, 0, flat->longest};
+    writer.write(table->root, 0);
     for (size_t i = 0; i < 256; ++i)
         words[count + i] = special_word<W>;
     flat->words = words;
     flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
         flat->second[b] = row_behind(flat, words[b], cv_full_row);
-    const int one = writer.lengths[0], longer = writer.lengths[1];
-    flat->most = one > (longer + 1) / 2 ? one : (longer + 1) / 2;
-    if (!flat->most) flat->most = 1;
+    flat->most = 1;
+    for (int level = 0; level < cv_max_source; ++level)
+        for (const int length : flat->longest[level]) {
+            const int most = level ? (length + 1) / 2 : length;
+            if (most > flat->most) flat->most = most;
+        }
     find_ascii(words, flat);
     if (!find_trails(words, flat)) return false;
     block.release();
@@ -200,6 +207,7 @@ cv_flat *build_cv_flat(const mb_decode *table) {
     flat.p->wide = table->data_size > 4;
     flat.p->trails = nullptr;
     flat.p->ascii = false;
+    memset(flat.p->longest, -1, sizeof flat.p->longest);
     const bool built = flat.p->wide ? build_words<uint64_t>(table, count, flat.p)
                                     : build_words<uint32_t>(table, count, flat.p);
     return built ? flat.release() : nullptr;

@@ -232,7 +232,7 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
     size_t made = 0;
     for (const ko_mchar_t *const end = in + len; at.p < end;) {
         const ko_mchar_t *const begin = at.p;
-        const int64_t spare = room - 8 - int64_t(made);
+        const int64_t spare = int64_t{room} - 8 - int64_t(made);
         if (spare < most) break;
         const ko_mchar_t *const stop =
             int64_t{end - begin} * most > spare ? begin + spare / most : end;

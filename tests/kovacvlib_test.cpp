@@ -223,6 +223,7 @@ TEST(Conversion, RunsAgreeWithTheRules) {
                 << testing::PrintToString(in) << " room " << room;
             ASSERT_EQ(a.source_state, b.source_state);
             ASSERT_EQ(a.target_state, b.target_state);
+            ASSERT_LE(static_cast<int>(f.out.size()), ko_cv_outbuflen(fast.cd, f.taken));
             // The computed length is the written one.
             const ko_mchar_t *p = mb(in.c_str());
             int left = static_cast<int>(in.size()), space = room, sub = 0;
@@ -356,6 +357,10 @@ TEST(Conversion, ShiftsAreWrittenAroundCharactersAndAtTheEnd) {
     EXPECT_EQ(st.target_state, 1);
     st = {1, 1, 0, 0, nullptr};
     EXPECT_EQ(convert(cv, "\x81\x40", 4, &st).out, "\016AB\017");
+    const ko_mchar_t *from = mb("a\x81\x40");
+    int left = 3, room = 9, sub = 7;
+    EXPECT_EQ(ko_cv_mconv(cv.cd, nullptr, &from, &left, nullptr, &room, &sub), 0);
+    EXPECT_EQ(room, 6) << "lengths without a state are those without shifts";
 }
 
 // ---- Registered converters
@@ -542,19 +547,41 @@ TEST(Conversion, FailuresAreInTheLog) {
                                      "Invalid CVO file. Wrong Version.\n");
 }
 
-TEST(Conversion, SizesAreRoundedUp) {
-    const auto room = [](const char *ratio, int bytes) {
-        cv_object o = bytes_object(1);
-        o.ratio = ratio;
-        return ko_cv_outbuflen(cv_record(o.str()).cd, bytes);
+TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
+    cv_object halves, thirds = to_host_object();
+    halves.max = 2;
+    halves.noshift = {
+        {"ab", plain, "c"}
     };
-    EXPECT_EQ(room("2.0", 10), 20);
-    EXPECT_EQ(room("1.5", 10), 15);
-    EXPECT_EQ(room("1.5", 9), 14);
-    EXPECT_EQ(room("0.5", 11), 6);
-    EXPECT_EQ(room("4", 0x40000000), 0x7FFFFFFF);
-    EXPECT_EQ(room("1e30", 10), 0x7FFFFFFF);
-    EXPECT_EQ(room("2", -1), 0);
+    thirds.target_max = 3;
+    thirds.noshift = {
+        {"abc", plain | cv_shifted_target, "ABC"}
+    };
+    const struct {
+        cv_object object;
+        const char *ratio;
+        int bytes, want;
+    } rows[] = {
+        {halves,           "2.0",  10,         20        },
+        {halves,           "1.5",  10,         15        },
+        {halves,           "1.5",  9,          14        },
+        {halves,           "0.5",  11,         6         },
+        {halves,           "4",    0x40000000, 0x7FFFFFFF},
+        {halves,           "1e30", 10,         0x7FFFFFFF},
+        {halves,           "2",    -1,         0         },
+        {halves,           "0.1",  10,         5         },
+        {bytes_object(0),  "0.5",  11,         11        },
+        {double_object(3), "-1",   10,         15        },
+        {host_object(),    "1",    10,         15        },
+        {to_host_object(), "1",    10,         20        }, // two bytes between two shifts
+        {both_stateful(),  "1",    10,         40        },
+        {thirds,           "1",    30000000,   50000003  }, // five of three, as a float
+    };
+    for (const auto &r : rows) {
+        cv_object o = r.object;
+        o.ratio = r.ratio;
+        EXPECT_EQ(ko_cv_outbuflen(cv_record(o.str()).cd, r.bytes), r.want) << r.ratio;
+    }
     EXPECT_EQ(ko_cv_outbuflen(nullptr, 12), 12);
     EXPECT_EQ(ko_iconv_expansion(nullptr), 1.0);
 }
