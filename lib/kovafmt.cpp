@@ -97,18 +97,19 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
 
 // ---- Characters and strings ---------------------------------------------------------------------
 
-// Whether a wide character is a unit of the output; stores the error.
-static bool fits_unit(const fmt_out<ko_wchar_t> *, ko_wchar_t) { return true; }
-static bool fits_unit(const fmt_out<ko_mchar_t> *out, ko_wchar_t wc) {
-    return wc < 256 || fail(out->loc, KO_EILSEQ, false);
+// A character that is no unit fails the call only at its end: what else is wrong is told first, as
+// where wide characters are formatted and then converted.
+template <class Unit> static Unit unit_of(fmt_out<Unit> *out, Unit *at, ko_wchar_t wc) {
+    const auto unit = static_cast<Unit>(wc);
+    if (unit != wc && !out->unfit) out->unfit = at;
+    return unit;
 }
 
 template <class Unit>
 static int format_char(fmt_out<Unit> *out, ko_wchar_t wc, const format_modifiers &m) {
-    if (!fits_unit(out, wc)) return -1;
     Unit *const at = open_padded(out, {}, 1, m);
     if (!at) return -1;
-    *at = static_cast<Unit>(wc);
+    *at = unit_of(out, at, wc);
     return 0;
 }
 
@@ -131,13 +132,11 @@ static int format_string(fmt_out<Unit> *out, const Source *text, int len, format
         field = len < precision ? len : precision;
     if (precision >= 0 && taken > precision) taken = precision;
     if (taken > field) taken = field;
-    for (int i = 0; i < taken; ++i)
-        if (!fits_unit(out, text[i])) return -1;
     m.width = field;
     Unit *const at = open_padded(out, {}, taken, m);
     if (!at) return -1;
     for (int i = 0; i < taken; ++i)
-        at[i] = static_cast<Unit>(text[i]);
+        at[i] = unit_of(out, at + i, text[i]);
     return 0;
 }
 
@@ -256,7 +255,11 @@ static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const 
     f->out.room = max;
     f->m.flags = 0;
     f->negative = false;
-    const int result = walk_format(f, format);
+    int result = walk_format(f, format);
+    if (f->out.unfit) {
+        f->out.at = f->out.unfit;
+        if (result >= 0) result = fail(f->out.loc, KO_EILSEQ, -1);
+    }
     if (max >= 0) *f->out.at = 0;
     return result < 0 ? -1 : static_cast<int>(f->out.at - out);
 }

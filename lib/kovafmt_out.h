@@ -13,7 +13,8 @@
 template <class Unit> struct fmt_out {
     kovaloc *loc;
     Unit *at;
-    int64_t room; // units that still fit
+    int64_t room;          // units that still fit
+    Unit *unfit = nullptr; // where a character that is no unit was met first
 };
 
 // A sign, a separator or a decimal symbol.

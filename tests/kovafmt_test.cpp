@@ -203,6 +203,22 @@ TEST(NumberFormat, WritesStringsAndCharacters) {
     const std::string text(500, 'x');
     EXPECT_EQ(fnum(english(), "%s", text.c_str()), text);
     EXPECT_EQ(fnum(english(), text), text);
+    // A character without a byte is the last thing told.
+    static const struct {
+        const char *format;
+        int max, error;
+    } unfit[] = {
+        {"a%lc%5d", 2, KO_E2BIG     },
+        {"a%lc%y",  9, KO_EDIRECTIVE},
+        {"a%lc%",   9, KO_EFORMAT   },
+        {"a%lcb",   9, KO_EILSEQ    },
+    };
+    for (const auto &r : unfit) {
+        ko_mchar_t out[16];
+        EXPECT_EQ(ko_mbsfnum(english(), out, r.max, mb(r.format), 0x8140, 1), -1);
+        EXPECT_EQ(taken_error(english()), r.error) << r.format;
+        EXPECT_EQ(out[0] << 8 | out[1], 'a' << 8);
+    }
 }
 
 TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
