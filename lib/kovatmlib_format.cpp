@@ -4,12 +4,15 @@
 
 #include <limits.h>
 
+constexpr int era_unknown = -2;
+
 struct time_out {
     kovaloc *loc;
     const ko_alt_tm_t *tm; // in the locale's calendar
     ko_wchar_t *at;
     ko_wchar_t *end;
     time_walker walker;
+    int era = era_unknown;
 
     int literal(const ko_wchar_t *first, const ko_wchar_t *last);
     int directive(const time_spec &spec);
@@ -125,12 +128,14 @@ static void take_alt_digits(const ltime *t, unsigned value, alt_number *number) 
     } while (value);
 }
 
-static int text_columns(const column_counter &by, const ko_wchar_t *text) {
-    return cut_name(by, text, 0).columns;
+// Counted no further than it takes to be more than most.
+static int text_columns(const column_counter &by, const ko_wchar_t *text, int most) {
+    return cut_name(by, text, most < INT_MAX - 2 ? most + 2 : INT_MAX).columns;
 }
 
 // A digit string, count times.
 static int put_strings(time_out *out, const ko_wchar_t *text, int64_t count) {
+    if (!count) return 0;
     const int units = ko_wcslen(text);
     if (!units) return 0;
     if (count > (out->end - out->at) / units) return KO_E2BIG;
@@ -160,10 +165,10 @@ static int put_alt_number(time_out *out, int value, format_modifiers m, int digi
     int error = 0;
     if (m.width) {
         const column_counter by = make_columns(out->loc);
-        const int zero_columns = text_columns(by, zero);
+        const int zero_columns = text_columns(by, zero, m.width);
         pad = m.width - int64_t{fill} * zero_columns - (value < 0);
         for (int i = 0; i < number.count; ++i)
-            pad -= text_columns(by, number.digits[i]);
+            pad -= text_columns(by, number.digits[i], m.width);
         if (pad < 0) pad = 0;
         if (!pads_right(m)) error = put_alt_padding(out, pad, m, zero, zero_columns);
     }
@@ -231,10 +236,11 @@ static int put_fraction(time_out *out, const time_spec &spec) {
     return error || !pads_right(spec.m) ? error : put_units(out, blank, pad);
 }
 
-// The era of the date. 0 or the error number.
-static int find_era(const time_out *out, int *era) {
+// The era of the date, looked up once. 0 or the error number.
+static int find_era(time_out *out, int *era) {
     const ltime *t = &out->loc->ltime_info;
-    *era = current_era(t->decode_era, t->era_count, out->tm);
+    if (out->era == era_unknown) out->era = current_era(t->decode_era, t->era_count, out->tm);
+    *era = out->era;
     return *era < 0 ? KO_ERANGE : 0;
 }
 

@@ -56,11 +56,12 @@ static int digits_in(int value, int base) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-static time_extent text_extent(const time_measure *in, const ko_wchar_t *text,
+static time_extent text_extent(time_measure *in, const ko_wchar_t *text,
                                const format_modifiers &m) {
     if (!text) return {m.width, int64_t{m.width} * in->ascii_bytes};
     const name_part part = cut_name(in->columns, text, m.precision);
     time_extent extent = {part.columns, 0};
+    if (in->walker.work <= work_max) in->walker.work += part.units + 1;
     for (int i = 0; i < part.units; ++i)
         extent.bytes += bytes_of(in->loc, text[i]);
     if (m.width > part.columns) {
@@ -162,7 +163,7 @@ static int add_era_formats(time_measure *in, const time_spec &spec) {
     time_extent most;
     for (int i = 0; i < t->era_count; ++i) {
         in->sum = {};
-        const int error = walk_nested(in, t->decode_era[i].*spec.row->era);
+        const int error = walk_nested(in, t->decode_era[i].*spec.row->era, i > 0);
         if (error) return error;
         take_larger(&most, in->sum);
     }
@@ -172,6 +173,7 @@ static int add_era_formats(time_measure *in, const time_spec &spec) {
 }
 
 int time_measure::directive(const time_spec &spec) {
+    if (walker.depth && walker.work > work_max) return KO_EDIRECTIVE; // by names measured again
     switch (spec.row->kind) {
     case time_kind::unit:
         add_ascii(this, 1);

@@ -206,7 +206,10 @@ static int read_era_format(time_reader *r) {
     for (int i = 0; i < t->era_count; i++) {
         *r->ti = before;
         r->at = start;
-        if (walk_nested(r, t->decode_era[i].w_format)) continue;
+        if (const int error = walk_nested(r, t->decode_era[i].w_format, i > 0)) {
+            if (r->walker.exhausted) return error;
+            continue;
+        }
         if (r->ti->set & seen_era && !same_name(t->decode_era[r->ti->era], t->decode_era[i]))
             continue;
         r->ti->era = i;

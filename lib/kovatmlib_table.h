@@ -310,6 +310,7 @@ struct time_walker {
     int depth = 0;
     int work = 0; // units of formats inside formats, for one directive of the outermost
     bool bad_fraction = false; // why the walk has failed
+    bool exhausted = false;    // the walk has met one of its limits
 };
 constexpr int work_max = 1 << 20;
 
@@ -340,12 +341,16 @@ template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
     }
 }
 // The same for a format inside a format; NULL is an empty one. Formats that contain each other end
-// with an error, and so do those that take forever without containing themselves.
-template <class Out> int walk_nested(Out *out, const ko_wchar_t *format) {
+// with an error, and so do those that take forever without containing themselves. of_many: one of
+// several that a directive tries, whose work adds up.
+template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of_many = false) {
     if (!format || !*format) return 0;
     time_walker &walker = out->walker;
-    if (!walker.depth) walker.work = 0;
-    if (walker.depth == format_depth_max || walker.work > work_max) return KO_EDIRECTIVE;
+    if (!walker.depth && !of_many) walker.work = 0;
+    if (walker.depth == format_depth_max || walker.work > work_max) {
+        walker.exhausted = true;
+        return KO_EDIRECTIVE;
+    }
     walker.work += ko_wcslen(format) + 1;
     ++walker.depth;
     const int error = walk_format(out, format);

@@ -14,6 +14,16 @@ static const times with_eras = {
 static const times with_digits = {.digits = "zero|one|two||four|5|6|7|8|9"};
 static const times nested = {.formats = "%c|%x %x|%X%X%X%X%X|am|pm|",
                              .eras = "+:1:1/1/1:+*:A:%EY|+:1:1/1/1:+*:B:%EY"};
+static std::string repeated(const std::string &text, int times) {
+    std::string all;
+    while (times--)
+        all += text;
+    return all;
+}
+// None fits, none is beyond a limit by itself, and all of them together would take minutes.
+static const times costly = {.formats = repeated("%x", 9) + "|" + repeated("%X", 9) + "|" +
+                                        std::string(9999, ' ') + "|||",
+                             .eras = repeated("+:1:1/1/1:+*:A:%c!|", 999) + "+:1:1/1/1:+*:A:%c!"};
 static const times alike = {.day = "Su|Sunday|Tuesday|Wednesday|Thursday|Friday|Saturday"};
 static const times empty_names = {.formats = "||||pm|"};
 
@@ -122,7 +132,8 @@ TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
         {with_eras, "%EY", "Heisei2|Showa-first|7 years Before", "era=0 era_off=2|era=3|era=4 era_off=7"},
         {with_eras, "%EY", "7 years Showa|Meiji", "!42|!42"},
         {with_eras, "%Ec", "Showa2 3/4 5.6", "minute=6 hour24=5 mday=4 mon=2 era=3 era_off=2"},
-        {nested, "%c|%EY", "1", "!22|!42"},
+        {nested, "%c|%EY", "1", "!22|!22"},
+        {costly, "%EY", "1", "!22"},
     };
     check_readings(rows, [](ko_lc_t loc, const std::string &format, const std::string &text, char) {
         return fields_read(loc, format, text);

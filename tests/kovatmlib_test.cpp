@@ -247,6 +247,14 @@ TEST(TimeMeasure, CountsTheLargestOutput) {
             got += " " + std::to_string(ko_wcsfmtexpand(loc, 1, in_code_set(loc, format).data()));
         EXPECT_EQ(got, std::string(" ") + r[1]) << r[0];
     }
+    t.mon = std::string(900, 'x') + t.mon;
+    t.formats = "%x|";
+    for (int i = 0; i < 9000; ++i)
+        t.formats += "%B";
+    t.formats += "||||";
+    const loaded_locale costly(with_times(single_byte_object(), t));
+    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%x")), -1);
+    EXPECT_EQ(costly.error(), KO_EDIRECTIVE);
     int columns = 5, bytes = 7;
     const auto bad = wcs(u"abc%q"), good = wcs(u"%d");
     EXPECT_EQ(ko_wcsftime1(loc, nullptr, 0, bad.data(), nullptr, &columns, &bytes), 0);
