@@ -5,6 +5,7 @@
 #include "kovaextsa.h"
 #include "kovaspec.h"
 
+#include <limits.h>
 #include <string.h>
 
 #include <bit>
@@ -322,7 +323,7 @@ ko_cvfns *ko_add_cvfns(ko_cvfns *list, const ko_cv_funcdef *fndef) {
         if (!ko_add_cvfns(fresh.p, fndef)->num_used) return nullptr;
         return fresh.release();
     }
-    if (!fndef) return list;
+    if (!fndef || list->num_used < 0 || list->num_used == INT_MAX) return list;
     const size_t used = size_t(list->num_used);
     ext_block<ko_cv_funcdef> arr(used + 1);
     if (!arr.p) return list;

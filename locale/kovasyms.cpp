@@ -208,7 +208,7 @@ static int text_to_symbols(ko_cm_t cm, char *dst, int size, const Unit **src, in
         if (needed <= room) out += needed - 1;
         room = needed <= room ? room - (needed - 1) : 0;
         in.at += units;
-        in.left -= units;
+        if (!in.terminated) in.left -= units;
     }
     *src = in.at;
     *out = 0;
