@@ -15,19 +15,12 @@ constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
 
-// What a specification was turned into a file name by, where no registry was named: its text, which
-// registry is in memory, and what a host's environment says about where to search one. While they
-// are the same, so is the file name, without reading the registry again: installed data do not
-// change under a running process, and whoever changes the registry names it or calls
-// ko_cache_registry. The process's own environment is set before the library is used: it is not
-// asked, which would cost several times as much as all the rest.
+// What a specification was turned into a file name by, where no registry was named. While the same
+// registry is in force, the file name is the same without reading it again.
 struct spec_origin {
     char *spec; // NULL: none
-    bool hosted;
-    char *variables[2]; // of a hosted environment
-    unsigned registry_changes;
+    registry_stamp registry;
 };
-static constexpr const char *search_variables[2] = {"KO_PATH", "VANTORDIR"};
 
 // One more load of a listed locale.
 struct lc_node {
@@ -368,43 +361,20 @@ static lc_node *find_name(const char *name) {
     return node;
 }
 
-static const char *variable(const char *name) { // empty and missing are the same
-    const char *value = ko_ext_getenv(name);
-    return value ? value : "";
-}
-
-static bool still_holds(const spec_origin *origin, const char *spec) {
-    if (!origin->spec || strcmp(origin->spec, spec)) return false;
-    if (origin->registry_changes != registry_changes()) return false;
-    if (origin->hosted != hook_set(KO_EXT_GETENV)) return false;
-    return !origin->hosted || (!strcmp(origin->variables[0], variable(search_variables[0])) &&
-                               !strcmp(origin->variables[1], variable(search_variables[1])));
-}
-
-static void forget_origin(spec_origin *origin) {
-    free_ptr(origin->spec);
-    for (char *value : origin->variables)
-        free_ptr(value);
-    *origin = {};
+static bool still_holds(const spec_origin *origin, const char *spec, const registry_stamp &now) {
+    return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
 }
 
 // Without memory the registry is read again the next time.
-static void keep_origin(spec_origin *origin, const char *spec) {
-    if (origin->spec && strcmp(origin->spec, spec)) return; // serves another specification
-    forget_origin(origin);
-    origin->registry_changes = registry_changes();
-    origin->hosted = hook_set(KO_EXT_GETENV);
-    for (int i = 0; i < 2 && origin->hosted; i++) {
-        origin->variables[i] = copy_string(variable(search_variables[i]));
-        if (!origin->variables[i]) return forget_origin(origin);
-    }
-    origin->spec = copy_string(spec);
-    if (!origin->spec) forget_origin(origin);
+static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
+    if (origin->spec && origin->registry == now) return; // serves another specification
+    free_ptr(origin->spec);
+    *origin = {.spec = copy_string(spec), .registry = now};
 }
 
-static lc_node *find_spec(const char *spec) {
+static lc_node *find_spec(const char *spec, const registry_stamp &now) {
     lc_node *node = lc_node_root;
-    while (node && (node->loc->status || !still_holds(&node->origin, spec)))
+    while (node && (node->loc->status || !still_holds(&node->origin, spec, now)))
         node = node->next;
     return node;
 }
@@ -426,7 +396,7 @@ node_state give_back_node(const kovaloc *loc) {
     if (--node->count >= 1) return node_in_use;
     *link = node->next;
     ko_ext_free(node->name);
-    forget_origin(&node->origin);
+    free_ptr(node->origin.spec);
     ko_ext_free(node);
     return node_dropped;
 }
@@ -440,13 +410,15 @@ static const char *object_name(const char *spec, const char *registry, char *roo
 
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
     char room[setting_room];
-    lc_node *node = spec && !registry ? find_spec(spec) : nullptr;
+    registry_stamp now;
+    const bool stamped = spec && !registry && stamp_registry(&now);
+    lc_node *node = stamped ? find_spec(spec, now) : nullptr;
     const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
     if (name) node = find_name(name);
     if (node) {
         node->count++;
         *result = node->loc;
-        if (name && !registry) keep_origin(&node->origin, spec);
+        if (name && stamped) keep_origin(&node->origin, spec, now);
         return 0;
     }
     if (ko_create_null_locale_2(result)) return -1;
@@ -457,7 +429,7 @@ int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const ch
     if (!setting || error_of(loc)) return -1;
     node = insert_node(name, loc);
     if (!node) return fail(loc, KO_ENOMEM, -1);
-    if (!registry) keep_origin(&node->origin, spec);
+    if (stamped) keep_origin(&node->origin, spec, now);
     return 0;
 }
 

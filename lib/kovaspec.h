@@ -2,7 +2,10 @@
 #ifndef KOVASPEC_H
 #define KOVASPEC_H
 
+#include "kovaextsa.h"
+
 #include <stdint.h>
+#include <string.h>
 
 constexpr unsigned char path_mark = 0xFF;
 
@@ -17,8 +20,17 @@ void pathcat_mark(char *out, const char *dir);
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.
 uint16_t find_cs_num(const char *name, const char *registry, int *error);
-// Goes up whenever ko_cache_registry puts another registry in force.
-unsigned registry_changes(void);
+// Which registry is in force where none is named: while two of these are equal, every name has the
+// same number.
+struct registry_stamp {
+    uint64_t changes; // of the registry in memory
+    file_mark file;   // without one in memory
+};
+// False where that cannot be told.
+bool stamp_registry(registry_stamp *stamp);
+inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
+    return !memcmp(&a, &b, sizeof a); // without padding
+}
 
 inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }
 inline bool is_spec_digit(int c) { return c >= '0' && c <= '9'; }

@@ -29,9 +29,13 @@ struct registry_node {
 // What ko_cache_registry put in force, one of the two at most; only it changes them.
 static constinit registry_node *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
-static constinit unsigned changes = 0;
+static constinit uint64_t changes = 0;
 
-unsigned registry_changes(void) { return changes; }
+bool stamp_registry(registry_stamp *stamp) {
+    *stamp = {.changes = changes};
+    if (kova_registry_list_cache || kova_registry_array_cache) return true;
+    return path_search_mark("registry", "cm", "3", &stamp->file);
+}
 
 // An open registry, read in blocks.
 struct registry_text {

@@ -15,6 +15,15 @@ unsigned failed_allocations(void);
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.
 FILE *std_open(const char *path, const char *mode);
+// What tells one state of a file from every other that it has had.
+struct file_mark {
+    uint64_t device, inode, size;
+    int64_t written_s, written_ns; // the contents
+    int64_t changed_s, changed_ns; // the contents, the name or the rights
+};
+// Marks a path that std_open would open for reading. *firm is false where an equal mark later would
+// not prove that it opens and reads the same then. False where there is no such file.
+bool std_mark(const char *path, file_mark *mark, bool *firm);
 // The next byte of a stream that nobody else uses: without the stream's lock where there is such a
 // call.
 inline int std_getc(FILE *file) {

@@ -121,6 +121,8 @@ double c_strtod(const char *text, const char **end);
 
 void message_1(const char *format_with_one_s, const char *text); // a log line of any length
 
+bool is_logged(void); // do messages go anywhere?
+
 void exit_utilities(void); // forgets the diagnostic switches
 
 // Opens as ko_path_search does. *path gets the opened path in a new string, freed by the caller, or
@@ -132,6 +134,10 @@ void *open_logged(const char *path);
 // The same with the standard library alone; path_search_std stores no error in a handle.
 void *open_logged_std(const char *path);
 void *path_search_std(const char *name, const char *dir, const char *subdir, int *error);
+// Marks the file that path_search_std would open. False where there is none, or where an equal mark
+// later would not prove that the search ends there then and the file reads the same.
+struct file_mark; // see kovaextsa.h
+bool path_search_mark(const char *name, const char *dir, const char *subdir, file_mark *mark);
 // Opens the profile file below the installation root with the standard library; unlogged.
 void *open_profile(void);
 

@@ -182,6 +182,11 @@ static void log_line(const char *before, const char *text, const char *after) {
     if (switches.popups) show_popup(before, text, after);
 }
 
+bool is_logged(void) {
+    ko_init_debug();
+    return switches.logging || switches.popups;
+}
+
 void ko_message(const char *text) {
     if (text) log_line("", text, "");
 }

@@ -40,7 +40,15 @@ struct search {
     const char *name;
     char **found; // gets the path of the opened file; may be NULL
     int error;    // why nothing was opened
+    // Where set, a file is marked and not opened.
+    file_mark *mark;
+    bool *firm;
 };
+
+static void *attempt(const search *s, const char *path) {
+    if (!s->mark) return s->open(path);
+    return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
+}
 
 // Opens a composed path and frees it, unless it goes to the caller.
 static void *try_path(search *s, char *path) {
@@ -48,7 +56,7 @@ static void *try_path(search *s, char *path) {
         s->error = KO_ENOMEM;
         return nullptr;
     }
-    void *const stream = s->open(path);
+    void *const stream = attempt(s, path);
     if (stream && s->found)
         *s->found = path;
     else
@@ -72,7 +80,7 @@ static void *open_direct(search *s) {
     }
     for (char *mark = path; (mark = strchr(mark, dir_mark)) != nullptr;)
         *mark = '\\';
-    void *stream = s->open(path);
+    void *stream = attempt(s, path);
     if (stream && s->found) {
         *s->found = path;
         return stream;
@@ -150,6 +158,13 @@ void *path_search_std(const char *name, const char *dir, const char *subdir, int
     void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
     if (!stream) *error = name ? s.error : KO_EFILE;
     return stream;
+}
+
+bool path_search_mark(const char *name, const char *dir, const char *subdir, file_mark *mark) {
+    if (is_logged()) return false; // every search leaves its lines
+    bool firm = false;
+    search s = {.name = name, .mark = mark, .firm = &firm};
+    return find_file(&s, dir, subdir) && firm;
 }
 
 void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir) {

@@ -5,7 +5,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
+
+#include <unistd.h>
+
+using namespace std::string_literals;
 
 // Built once: the builder needs the stream hooks for itself.
 static const locale_object &single() {
@@ -309,39 +314,91 @@ TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
     EXPECT_EQ(memory.live, 0);
 }
 
-// A specification stands for what the registry says now, whatever is held.
+// A specification stands for what the registry says now, whatever is held. Places are the first and
+// the second of a search, on KO_PATH or below the root; contents "-": no file.
 TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
+    static const struct {
+        const char *first, *second;
+        int changed; // place
+        const char *contents;
+        const char *before, *after;
+    } rows[] = {
+        {"foo 16", "-",      0, "foo 32", "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"foo 16", "-",      0, "-",      "en_us\\0010.lco", "en_US.foo"      },
+        {"foo 16", "foo 32", 0, "-",      "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"foo 16", "foo 32", 1, "-",      "en_us\\0010.lco", "en_us\\0010.lco"},
+        {"-",      "foo 16", 0, "foo 32", "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"-",      "-",      1, "foo 32", "en_US.foo",       "en_us\\0020.lco"},
+    };
     temp_dir dir;
-    const std::string a = dir.path + "/a", b = dir.path + "/b";
-    const std::string registry = dir.write("b/kova/cm3/registry", "foo 32\n");
-    dir.write("a/kova/cm3/registry", "foo 16\n");
-    dir.write("a/kova/lc11/en_us/0010.lco", single().str());
-    dir.write("b/kova/lc11/en_us/0020.lco", single().str());
+    const auto root = [](bool path, bool hooked, size_t i) {
+        return (path ? "p" : "r") + std::to_string(2 * i + hooked);
+    };
+    const auto put = [&](const std::string &in, bool path, int place, const std::string &contents) {
+        static const char *const places[] = {"/kova/cm3", "/kova/cm", "/1", "/2"};
+        const std::string name = in + places[2 * path + place] + "/registry";
+        if (contents == "-")
+            std::filesystem::remove(dir.path + "/" + name);
+        else
+            dir.write(name, contents + "\n");
+    };
+    const auto each_root = [&](bool path, bool hooked, auto visit) {
+        for (size_t i = 0; i < std::size(rows); ++i)
+            visit(rows[i], root(path, hooked, i));
+    };
+    for (const bool path : {true, false})
+        for (const bool hooked : {true, false})
+            each_root(path, hooked, [&](const auto &r, const std::string &in) {
+                put(in, path, 0, r.first);
+                put(in, path, 1, r.second);
+                for (const char *name : {"en_us/0010.lco", "en_us/0020.lco", "en_US.foo"})
+                    dir.write((path ? "objects/" : in + "/kova/lc11/") + name, single().str());
+            });
+    sleep(4); // files that were changed just now are read in any case
+    const std::string named = dir.write("named", "foo 32\n");
     memory_hooks memory;
-    {
-        env_hooks env;
-        std::vector<ko_lc_t> held;
-        const auto load = [&](const std::string &root, const char *named) {
-            env.vars["VANTORDIR"] = root;
-            held.push_back(nullptr);
-            EXPECT_EQ(ko_lc_load(&held.back(), "en_US.foo", named, nullptr), 0);
-            return std::string(record(held.back())->locname[0]);
-        };
-        const std::string first = "en_us\\0010.lco", second = "en_us\\0020.lco";
-        EXPECT_EQ(load(a, nullptr), first);
-        EXPECT_EQ(load(b, nullptr), second);
-        EXPECT_EQ(load(a, nullptr), first);
-        EXPECT_EQ(held[2], held[0]);
-        EXPECT_EQ(load(a, registry.c_str()), second);
-        EXPECT_EQ(load(a, nullptr), first);
+    std::vector<ko_lc_t> held;
+    const auto load = [&](const char *registry, const char *want) {
+        char name[311];
         test_handle handle;
-        ko_cache_registry(handle, registry.c_str());
-        EXPECT_EQ(load(a, nullptr), second);
-        EXPECT_EQ(load(a, nullptr), second);
-        EXPECT_EQ(held[6], held[1]);
-        for (const ko_lc_t loc : held)
-            ko_lc_unload(loc);
+        held.push_back(nullptr);
+        EXPECT_EQ(ko_lc_load(&held.back(), "en_US.foo", registry, nullptr), 0);
+        EXPECT_STREQ(record(held.back())->locname[0], want);
+        const int unknown = ko_lc_spec2lc_fname(handle, "en_US.foo", name, registry, nullptr);
+        EXPECT_STREQ(unknown ? "en_US.foo" : name, want);
+    };
+    std::vector<std::string> settings; // the environment keeps them
+    settings.reserve(100);
+    const auto set = [&](const std::string &setting) {
+        settings.push_back(setting);
+        ko_ext_putenv(settings.back().data());
+    };
+    for (const bool hooked : {true, false}) {
+        real_variable vantordir("VANTORDIR", nullptr), ko_path("KO_PATH", nullptr);
+        std::optional<env_hooks> env;
+        if (hooked) env.emplace();
+        for (const bool path : {true, false})
+            each_root(path, hooked, [&](const auto &r, const std::string &name) {
+                SCOPED_TRACE(name);
+                const std::string in = dir.path + "/" + name, list = in + "/1;" + in + "/2;";
+                set("KO_PATH=" + (path ? list + dir.path + "/objects" : ""));
+                set("VANTORDIR=" + in);
+                load(nullptr, r.before);
+                load(named.c_str(), "en_us\\0020.lco");
+                load(nullptr, r.before);
+                put(name, path, r.changed, r.contents);
+                for (int again = 0; again < 2; ++again)
+                    load(nullptr, r.after);
+            });
     }
+    test_handle handle;
+    real_variable ko_path("KO_PATH", (dir.path + "/objects").c_str());
+    ko_cache_registry(handle, named.c_str());
+    for (int again = 0; again < 2; ++again)
+        load(nullptr, "en_us\\0020.lco");
+    EXPECT_EQ(held.back(), held[1]);
+    for (const ko_lc_t loc : held)
+        ko_lc_unload(loc);
     EXPECT_EQ(memory.live, 0);
 }
 
