@@ -378,7 +378,8 @@ typedef void (*ko_extfn_t)(void);
 KO_API int ko_setextfunc(void *handle, int code, ko_extfn_t fn);
 
 /* Each calls its hook, or the standard library where none is installed. A stream is whatever the
- * open hook returned. ko_ext_errno gives the address of a handle's error word. */
+ * open hook returned. ko_ext_errno gives the address of a handle's error word. Without a hook,
+ * ko_ext_getenv finds no variable in a process with raised rights (a set-user-id program). */
 KO_API char *ko_ext_getenv(const char *name);
 KO_API int *ko_ext_errno(void *handle);
 KO_API int ko_ext_fclose(void *stream);
@@ -405,12 +406,16 @@ KO_API void ko_destroystring(void *string);
 /* Reads the diagnostic switches (profile file, then KOVALOG and KOVADEBUG); the first message does
  * so by itself. */
 KO_API void ko_init_debug(void);
-/* Writes a line to the log, and to a pop-up, where switched on. */
+/* Writes a line to the log, and to a pop-up, where switched on. On POSIX systems the log is
+ * kova.log in $HOME: a regular file of the process's own user, of one name and mode 0600, reached
+ * over no link; without HOME, and in a process with raised rights, there is none. Control
+ * characters are written as "\x" and two digits; only newlines and tabs of text stay. */
 KO_API void ko_message(const char *text);
 
 /* Finds a data file, below KO_PATH or the installation root, and opens it for reading. dir and
  * subdir name its place, as "lc" and "11". Returns the stream; or NULL with KO_EFILE in the handle
- * (which may be NULL). The second form opens and is read with the standard library. */
+ * (which may be NULL). The second form opens and is read with the standard library. Without an open
+ * hook, only regular files are found. */
 KO_API void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir);
 KO_API void *ko_path_search_no_ext(void *handle, const char *name, const char *dir,
                                    const char *subdir);

@@ -13,6 +13,23 @@
 extern "C" {
 #endif
 
+/* ---- Names --------------------------------------------------------------------------------- */
+
+/* Confines the names that reach the library: none leads to a file outside the places where data
+ * files are looked for, so that a host may pass on names that it was sent.
+ *   on       1 confines names from now on, 0 lifts that, -1 only asks
+ * Returns 1 where names were confined before the call, else 0. A process with raised rights (on
+ * Linux: AT_SECURE, as after the start of a set-user-id program) always confines them.
+ *
+ * A confined name holds no slash, backslash, colon, control character, byte 0xFF or ".."; but the
+ * file name that a specification stands for, as "en_us\0333.lco", is one. Every other name given to
+ * a call that opens locales, charmaps or conversions, and every one in KO_ALL, KO_LANG and the
+ * variables of the categories, fares like the name of a file that does not exist; so does one given
+ * to ko_path_search, and every path given to ko_open_file. Directories, the file name of a
+ * registry, KO_PATH and VANTORDIR are the host's own and not confined. One setting for the process:
+ * call it before other threads load. */
+KO_API int ko_secure_names(int on);
+
 /* ---- Locale records ------------------------------------------------------------------------ */
 
 /* Says whether a record holds everything that its files hold. Loading goes on after a string that

@@ -309,7 +309,7 @@ int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, co
     if (!rec) return -1;
     ko_cs_nums2cv_fname(&rec->exports.exp, from, to, name.p, in_dir ? cv_dir : nullptr);
     void *stream =
-        in_dir ? ko_open_file(nullptr, name.p) : ko_path_search(nullptr, name.p, "cv", "9");
+        in_dir ? open_composed(nullptr, name.p) : ko_path_search(nullptr, name.p, "cv", "9");
     return read_cv_file(stream, rec) < 0 ? -1 : 1;
 }
 

@@ -170,6 +170,7 @@ static void *open_object(kovaloc *loc, const char *name, const char *dir, char *
     const bool native = !strcmp(name, native_name);
     *path = nullptr;
     if (dir && *dir) {
+        if (!is_name_allowed(name)) return nullptr;
         *path = join_path(dir, path_sep, name);
         if (!*path) return fail(loc, KO_ENOMEM, nullptr);
         return open_logged(*path);
@@ -353,10 +354,27 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
 
 // ---- Shared locales -----------------------------------------------------------------------------
 
-// A record that is not complete stays with those who hold it.
+// A setting whose every name may be opened.
+static bool is_setting_allowed(const char *setting) {
+    char name[setting_room];
+    if (is_name_allowed(setting)) return true;
+    if (strlen(setting) > setting_max) return false;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        setting_value(setting, c, name);
+        if (!is_name_allowed(name)) return false;
+    }
+    return true;
+}
+
+// A record that is not complete stays with those who hold it, and what is held is as closed to a
+// confined name as its file.
+static bool is_shared(const lc_node *node) {
+    return !node->loc->status && is_setting_allowed(node->name);
+}
+
 static lc_node *find_name(const char *name) {
     lc_node *node = lc_node_root;
-    while (node && (node->loc->status || strcmp(node->name, name)))
+    while (node && (strcmp(node->name, name) || !is_shared(node)))
         node = node->next;
     return node;
 }
@@ -374,7 +392,7 @@ static void keep_origin(spec_origin *origin, const char *spec, const registry_st
 
 static lc_node *find_spec(const char *spec, const registry_stamp &now) {
     lc_node *node = lc_node_root;
-    while (node && (node->loc->status || !still_holds(&node->origin, spec, now)))
+    while (node && (!still_holds(&node->origin, spec, now) || !is_shared(node)))
         node = node->next;
     return node;
 }

@@ -12,10 +12,13 @@
 
 #include <atomic>
 
+#include <sys/stat.h>
 #ifndef _WIN32
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
+#endif
+#ifdef __linux__
+#include <sys/auxv.h>
 #endif
 
 // Set by ko_setextfunc alone; hosts do so before they use anything else.
@@ -35,6 +38,22 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     return 0;
 }
 
+// What a test says in place of the system; -1: nothing.
+static constinit int assumed_rights = -1;
+
+void assume_raised_rights(int raised) { assumed_rights = raised; }
+
+bool has_raised_rights(void) {
+    if (assumed_rights >= 0) return assumed_rights;
+#if defined(_WIN32)
+    return false;
+#elif defined(__linux__)
+    return getauxval(AT_SECURE) != 0;
+#else
+    return geteuid() != getuid() || getegid() != getgid();
+#endif
+}
+
 bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && funcptr_arr[code]; }
 
 bool stream_hooks_set(void) {
@@ -47,7 +66,7 @@ bool stream_hooks_set(void) {
 
 char *ko_ext_getenv(const char *name) {
     if (auto *h = hook<decltype(ko_ext_getenv)>(KO_EXT_GETENV)) return h(name);
-    return getenv(name);
+    return has_raised_rights() ? nullptr : getenv(name);
 }
 
 int *ko_ext_errno(void *handle) {
@@ -176,6 +195,14 @@ int ko_ext_currtime(ko_tm_t *out) {
 
 FILE *std_open(const char *path, const char *mode) { return fopen(path, mode); }
 
+FILE *std_open_data(const char *path) {
+    struct _stat64 is;
+    FILE *const file = fopen(path, "r");
+    if (!file || (!_fstat64(_fileno(file), &is) && (is.st_mode & _S_IFREG))) return file;
+    fclose(file); // a device
+    return nullptr;
+}
+
 // The system's times and numbers of files do not tell every change.
 bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
@@ -202,18 +229,44 @@ static bool translate_path(char *out, const char *path, bool is_log) {
     constexpr size_t root_len = sizeof default_root - 1;
     if (is_log) {
         const char *const home = ko_ext_getenv("HOME");
-        return home && *home ? join_path(out, home, "/kova.log") : join_path(out, "", "kova.log");
+        return home && *home && join_path(out, home, "/kova.log");
     }
     if (!strncmp(path, default_root, root_len))
         return join_path(out, KOVA_DATA_ROOT, path + root_len);
     return join_path(out, "", path);
 }
 
-// The log may hold names of a user's files: nobody else reads it.
+// The log may hold names of a user's files: it is the process's own file, nobody else reads it, and
+// no other name leads to it.
+static bool is_private(int fd) {
+    struct stat is;
+    if (fstat(fd, &is) || !S_ISREG(is.st_mode)) return false;
+    if (is.st_uid != geteuid() || is.st_nlink != 1) return false;
+    return (is.st_mode & 07777) == 0600 || !fchmod(fd, 0600);
+}
+
 static FILE *open_private_append(const char *path) {
-    const int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    // Without waiting for the reader of a named pipe.
+    const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    const int fd = open(path, flags, 0600);
     if (fd < 0) return nullptr;
-    FILE *const file = fdopen(fd, "a");
+    FILE *const file = is_private(fd) ? fdopen(fd, "a") : nullptr;
+    if (!file) close(fd);
+    return file;
+}
+
+static bool is_regular(int fd) {
+    struct stat is;
+    return !fstat(fd, &is) && S_ISREG(is.st_mode);
+}
+
+FILE *std_open_data(const char *path) {
+    char translated[path_room];
+    if (!translate_path(translated, path, false)) return nullptr;
+    // A named pipe or a device is opened without waiting for it, and closed again.
+    const int fd = open(translated, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    FILE *const file = is_regular(fd) && fcntl(fd, F_SETFL, 0) >= 0 ? fdopen(fd, "r") : nullptr;
     if (!file) close(fd);
     return file;
 }
@@ -227,7 +280,7 @@ FILE *std_open(const char *path, const char *mode) {
     char translated[path_room];
     const bool is_log = !strcmp(path, "c:\\kova.log");
     if (!translate_path(translated, path, is_log)) {
-        errno = ENAMETOOLONG;
+        errno = is_log ? ENOENT : ENAMETOOLONG;
         return nullptr;
     }
     if (is_log && *mode == 'a') return open_private_append(translated);

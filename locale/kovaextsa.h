@@ -12,16 +12,23 @@ bool stream_hooks_set(void); // is any hook installed that opens, reads or close
 // memory was short.
 unsigned failed_allocations(void);
 
+// Does the process run with rights that whoever started it may not have? Then no variable of its
+// environment counts, no log is written and names are confined (see kova_host.h).
+bool has_raised_rights(void);
+void assume_raised_rights(int raised); // in tests: 1, 0, or -1 for what the system says
+
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.
 FILE *std_open(const char *path, const char *mode);
+// The same for reading data: a regular file alone, whatever the path leads to.
+FILE *std_open_data(const char *path);
 // What tells one state of a file from every other that it has had.
 struct file_mark {
     uint64_t device, inode, size;
     int64_t written_s, written_ns; // the contents
     int64_t changed_s, changed_ns; // the contents, the name or the rights
 };
-// Marks a path that std_open would open for reading. *firm is false where an equal mark later would
+// Marks a path that std_open_data would open. *firm is false where an equal mark later would
 // not prove that it opens and reads the same then. False where there is no such file.
 bool std_mark(const char *path, file_mark *mark, bool *firm);
 // The next byte of a stream that nobody else uses: without the stream's lock where there is such a

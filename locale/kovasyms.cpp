@@ -24,6 +24,7 @@ static int hand_out(ko_cm_t *cm, kovacmap *map, int error) {
 
 static void *open_charmap(kovacmap *map, const char *name, const char *dir) {
     if (!dir) return ko_path_search(head(map), name, "cm", "3");
+    if (!is_name_allowed(name)) return nullptr;
     const size_t dir_len = strlen(dir), name_size = strlen(name) + 1;
     ext_block<char> path(dir_len + 1 + name_size);
     if (!path.p) return fail(head(map), KO_ENOMEM, nullptr);

@@ -129,6 +129,11 @@ void exit_utilities(void); // forgets the diagnostic switches
 // NULL when nothing was opened; path may be NULL.
 void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
                         char **path);
+// May a name that a caller or the environment gives be opened? Of a confined one, nothing but a
+// file below the place where it is looked for.
+bool is_name_allowed(const char *name);
+// ko_open_file for a name that the library has composed.
+void *open_composed(void *handle, const char *name);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
 // The same with the standard library alone; path_search_std stores no error in a handle.

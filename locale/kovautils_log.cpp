@@ -19,22 +19,49 @@ static constinit log_switches switches = {};
 
 static constexpr int setting_room = 10; // a profile value is cut to nine characters
 
+// Bytes of the well-formed UTF-8 character at s, 0 for none.
+static int utf8_len(const unsigned char *s) {
+    const int len = *s < 0x80   ? 1
+                    : *s < 0xC2 ? 0
+                    : *s < 0xE0 ? 2
+                    : *s < 0xF0 ? 3
+                    : *s < 0xF5 ? 4
+                                : 0;
+    for (int i = 1; i < len; ++i)
+        if ((s[i] & 0xC0) != 0x80) return 0;
+    return len;
+}
+
+// Writes what a terminal could take for a command as "\x" and two digits: control characters, also
+// those of 8 bits, and with them the line ends that would let a name pass for a line of its own.
+static void write_shown(FILE *out, const char *text, bool lines) {
+    auto *s = reinterpret_cast<const unsigned char *>(text);
+    while (*s) {
+        int len = utf8_len(s);
+        const bool control = len == 1   ? *s < ' ' || *s == 0x7F
+                             : len == 2 ? *s == 0xC2 && s[1] < 0xA0
+                                        : !len && *s < 0xA0;
+        if (!len) len = 1;
+        const bool kept = !control || (lines && (*s == '\n' || *s == '\t'));
+        for (; len; --len, ++s)
+            kept ? static_cast<void>(fputc(*s, out))
+                 : static_cast<void>(fprintf(out, "\\x%02x", *s));
+    }
+}
+
+// A message in three parts; a name in the middle of one is a name and no lines.
+static void write_line(FILE *out, const char *before, const char *text, const char *after) {
+    const bool whole = !*before && !*after;
+    fputs(before, out);
+    write_shown(out, text, whole);
+    fputs(after, out);
+    fputc('\n', out);
+}
+
 #ifdef _WIN32
 
 static void profile_setting(const char *key, char *value) {
     GetPrivateProfileStringA("KOVA", key, nullptr, value, setting_room, "KOVA.INI");
-}
-
-// The system's line formatter writes at most 1024 characters at a time.
-static void write_text(FILE *log, const char *text) {
-    char piece[1025];
-    for (size_t left = strlen(text); left;) {
-        const size_t len = left < 1000 ? left : 1000;
-        wsprintfA(piece, "%.1000s", text);
-        fputs(piece, log);
-        text += len;
-        left -= len;
-    }
 }
 
 static void show_popup(const char *before, const char *text, const char *after) {
@@ -122,14 +149,9 @@ static void profile_setting(const char *key, char *value) {
     fclose(file);
 }
 
-static void write_text(FILE *log, const char *text) { fputs(text, log); }
-
 static void show_popup(const char *before, const char *text, const char *after) {
     fputs("KOVA: ", stderr);
-    fputs(before, stderr);
-    fputs(text, stderr);
-    fputs(after, stderr);
-    fputs("\n", stderr);
+    write_line(stderr, before, text, after);
 }
 
 static void start_line(char *out) {
@@ -153,7 +175,7 @@ static bool switched_on(const char *key, const char *variable) {
 void ko_init_debug(void) {
     if (switches.initialised) return;
     switches.initialised = true;
-    switches.logging = switched_on("Logging", "KOVALOG");
+    switches.logging = !has_raised_rights() && switched_on("Logging", "KOVALOG");
     if (switches.logging) {
         char started[128]; // brings its own newline
         start_line(started);
@@ -172,10 +194,7 @@ static void log_line(const char *before, const char *text, const char *after) {
     ko_init_debug();
     if (switches.logging) {
         if (FILE *const log = std_open(log_name, "a")) {
-            write_text(log, before);
-            write_text(log, text);
-            write_text(log, after);
-            fputs("\n", log);
+            write_line(log, before, text, after);
             fclose(log);
         }
     }

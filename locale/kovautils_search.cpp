@@ -1,6 +1,7 @@
 // Where data files are found: below the elements of KO_PATH, else below the installation root.
 #include "kovautils.h"
 
+#include "kova_host.h"
 #include "kovaextsa.h"
 
 #include <initializer_list>
@@ -14,9 +15,54 @@ static void *logged(void *stream, const char *path) {
     return stream;
 }
 
-void *open_logged(const char *path) { return logged(ko_ext_fopen(path, "r"), path); }
+void *open_logged(const char *path) {
+    void *const stream = hook_set(KO_EXT_FOPEN) ? ko_ext_fopen(path, "r") : std_open_data(path);
+    return logged(stream, path);
+}
 
-void *open_logged_std(const char *path) { return logged(std_open(path, "r"), path); }
+void *open_logged_std(const char *path) { return logged(std_open_data(path), path); }
+
+// ---- Names that stay below the roots ------------------------------------------------------------
+
+// Set by ko_secure_names alone, which hosts call before they use anything else.
+static constinit bool names_confined = false;
+
+static bool confined(void) { return names_confined || has_raised_rights(); }
+
+int ko_secure_names(int on) {
+    const bool before = confined();
+    if (on >= 0) names_confined = on;
+    return before;
+}
+
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+static bool is_alnum(char c) { return is_letter(c) || (c >= '0' && c <= '9'); }
+
+// The name of a locale object as a specification stands for it: language and territory, a
+// backslash, the number and the modifier.
+static bool is_object_name(const char *name) {
+    static constexpr char shape[] = "aa_aa\\nnnn";
+    for (const char *want = shape; *want; ++want, ++name) {
+        const bool fits = *want == 'a'   ? is_letter(*name)
+                          : *want == 'n' ? is_alnum(*name)
+                                         : *name == *want;
+        if (!fits) return false;
+    }
+    for (int i = 0; i < 4 && is_alnum(*name); ++i)
+        ++name;
+    return !strcmp(name, ".lco");
+}
+
+bool is_name_allowed(const char *name) {
+    if (!confined()) return true;
+    if (!name || !*name) return false;
+    if (is_object_name(name)) return true;
+    if (strstr(name, "..")) return false;
+    for (; *name; ++name)
+        if (strchr("/\\:\xFF\x7F", *name) || (*name > 0 && *name < ' ')) return false;
+    return true;
+}
 
 // The pieces joined in a new string; NULL without memory.
 static char *join(std::initializer_list<const char *> pieces) {
@@ -120,12 +166,10 @@ static char *data_path(const char *dir, const char *subdir, const char *name) {
 void *open_profile(void) {
     char *const path = join({install_root(), "\\KOVA.INI"});
     if (!path) return nullptr;
-    void *const file = std_open(path, "r");
+    void *const file = std_open_data(path);
     ko_ext_free(path);
     return file;
 }
-
-static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 static bool is_slash(char c) { return c == '\\' || c == '/'; }
 
@@ -135,6 +179,7 @@ static bool is_path(const char *name) {
 }
 
 static void *find_file(search *s, const char *dir, const char *subdir) {
+    if (!is_name_allowed(s->name)) return not_found(s, s->name);
     if (is_path(s->name)) return open_direct(s);
     const char *const list = ko_ext_getenv("KO_PATH");
     if (list && *list) return search_elements(s, list);
@@ -178,6 +223,10 @@ void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, con
 }
 
 void *ko_open_file(void *handle, const char *name) {
+    return confined() ? fail(handle, KO_EFILE, nullptr) : open_composed(handle, name);
+}
+
+void *open_composed(void *handle, const char *name) {
     search s = {.open = open_logged, .name = name, .found = nullptr, .error = KO_OK};
     void *const stream = name ? open_direct(&s) : nullptr;
     return stream ? stream : fail(handle, name ? s.error : KO_EFILE, nullptr);

@@ -2,12 +2,15 @@
 #include "kovaextsa.h"
 
 #include "fixture.h"
+#include "kova_host.h"
 #include "kovautils.h"
 
 #include <string.h>
 #include <time.h>
 #ifndef _WIN32
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #endif
 
@@ -204,24 +207,104 @@ TEST(PathTranslation, BackslashesBecomeSlashes) {
     EXPECT_FALSE(std_open((dir.path + "\\" + std::string(9000, 'x')).c_str(), "r"));
 }
 
-TEST(PathTranslation, TheLogIsPrivateAndStandsInTheHomeElseTheWorkingDirectory) {
-    temp_dir home, here;
-    const mode_t mask = umask(0);
+// What stands at $HOME/kova.log before ("-": there is no HOME), and what is there after a line.
+TEST(PathTranslation, TheLogIsAPrivateFileInTheHomeAndNothingElse) {
+    static const struct {
+        const char *before;
+        bool written;
+    } rows[] = {
+        {"",                   true },
+        {"echo old; chmod",    true },
+        {"ln -s $there",       false},
+        {"ln -s $missing",     false},
+        {"ln $there",          false},
+        {"mkfifo",             false},
+        {"sleep 9 < & mkfifo", false},
+        {"mkdir",              false},
+        {"-",                  false},
+    };
     const auto before = std::filesystem::current_path();
-    std::filesystem::current_path(here.path);
-    for (const char *dir :
-         {home.path.c_str(), home.path.c_str(), static_cast<const char *>(nullptr)}) {
-        real_variable variable("HOME", dir);
-        FILE *log = std_open("c:\\kova.log", "a");
-        if (log) fputs("a", log), fclose(log);
+    const mode_t mask = umask(0);
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.before);
+        temp_dir home, here;
+        std::filesystem::current_path(here.path);
+        const std::string log = home.path + "/kova.log", there = home.write("there", "kept"),
+                          missing = home.path + "/missing", made = r.before;
+        int reader = -1;
+        if (made[0] == 'e') home.write("kova.log", "old"), chmod(log.c_str(), 04644);
+        if (made == "ln -s $there") symlink(there.c_str(), log.c_str());
+        if (made == "ln -s $missing") symlink(missing.c_str(), log.c_str());
+        if (made == "ln $there") link(there.c_str(), log.c_str());
+        if (made.find("mkfifo") != made.npos) mkfifo(log.c_str(), 0600);
+        if (made[0] == 's') reader = open(log.c_str(), O_RDONLY | O_NONBLOCK);
+        if (made == "mkdir") mkdir(log.c_str(), 0700);
+        real_variable variable("HOME", made == "-" ? nullptr : home.path.c_str());
+        FILE *file = std_open("c:\\kova.log", "a");
+        EXPECT_EQ(file != nullptr, r.written);
+        if (file) fputs("a", file), fclose(file);
+        if (reader >= 0) close(reader);
+        EXPECT_EQ(home.read("there"), "kept");
+        EXPECT_FALSE(std::filesystem::exists(missing));
+        EXPECT_TRUE(std::filesystem::is_empty(here.path));
+        struct stat status;
+        if (!r.written) continue;
+        EXPECT_EQ(home.read("kova.log"), made.empty() ? "a" : "olda");
+        ASSERT_EQ(stat(log.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0600u);
     }
     std::filesystem::current_path(before);
     umask(mask);
-    EXPECT_EQ(home.read("kova.log"), "aa");
-    EXPECT_EQ(here.read("kova.log"), "a");
-    struct stat status;
-    ASSERT_EQ(stat((home.path + "/kova.log").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0600u);
+}
+
+// Run as a set-user-id program by the test below.
+TEST(RaisedRights, DISABLED_OfThisProcess) {
+    EXPECT_TRUE(has_raised_rights());
+    EXPECT_FALSE(ko_ext_getenv("HOME"));
+    EXPECT_EQ(ko_secure_names(0), 1);
+    ko_message("a line");
+}
+
+static int run_as_nobody(const std::string &program) {
+    const pid_t child = fork();
+    if (!child) {
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1), dup2(null, 2);
+        if (setgid(65534) || setuid(65534)) _exit(99);
+        execl(program.c_str(), program.c_str(), "--gtest_also_run_disabled_tests",
+              "--gtest_filter=RaisedRights.DISABLED_*", nullptr);
+        _exit(98);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(RaisedRights, TurnTheEnvironmentAndTheLogOff) {
+    temp_dir dir;
+    real_variable home("HOME", dir.path.c_str()), log("KOVALOG", "on");
+    assume_raised_rights(1);
+    EXPECT_FALSE(ko_ext_getenv("HOME"));
+    EXPECT_EQ(ko_secure_names(-1), 1);
+    exit_utilities();
+    install(KO_EXT_GETENV, as_hook(getenv)); // the host's word counts, but for the log
+    EXPECT_TRUE(ko_ext_getenv("HOME"));
+    ko_message("a line");
+    install(KO_EXT_GETENV, nullptr);
+    assume_raised_rights(-1);
+    exit_utilities();
+    EXPECT_EQ(ko_secure_names(-1), 0);
+    EXPECT_EQ(dir.read("kova.log"), "");
+    if (geteuid()) GTEST_SKIP() << "set-user-id programs take root to make";
+    const std::string program = dir.path + "/program";
+    std::filesystem::copy_file("/proc/self/exe", program);
+    chmod(dir.path.c_str(), 0777);
+    chmod(program.c_str(), 0755);
+    EXPECT_EQ(run_as_nobody(program), 1) << "the program tells no difference";
+    std::filesystem::remove(dir.path + "/kova.log");
+    chmod(program.c_str(), 04755);
+    EXPECT_EQ(run_as_nobody(program), 0);
+    EXPECT_EQ(dir.read("kova.log"), "");
 }
 
 #endif

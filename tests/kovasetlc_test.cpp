@@ -1,4 +1,6 @@
 // The locale record, loading, and the list of shared locales.
+#include "kova_host.h"
+#include "kovaextsa.h"
 #include "kovasetlc.h"
 #include "kovautils.h"
 #include "locale_builder.h"
@@ -400,6 +402,124 @@ TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
     for (const ko_lc_t loc : held)
         ko_lc_unload(loc);
     EXPECT_EQ(memory.live, 0);
+}
+
+static void load_time(const std::string &name, const char *dir) {
+    own_record loc;
+    ko_destroystring(set_categories(record(loc), KO_LC_TIME, name.c_str(), dir));
+}
+static void load_shared(const std::string &name, const char *dir) {
+    ko_lc_t loc = nullptr;
+    EXPECT_EQ(ko_lc_load(&loc, name.c_str(), nullptr, dir), -1);
+    ko_lc_unload(loc);
+}
+static void load_charmap(const std::string &name, const char *dir) {
+    ko_cm_t cm = nullptr;
+    EXPECT_EQ(ko_cm_load(&cm, name.c_str(), nullptr, dir), -1);
+    ko_cm_unload(cm);
+}
+template <class Open> static void open_conversion(Open open) {
+    ko_cv_t cv = nullptr;
+    EXPECT_EQ(open(&cv), -1);
+    ko_cv_unload(cv);
+}
+
+// The ways of a name into the library.
+static const struct {
+    const char *way;
+    void (*go)(env_hooks &env, const std::string &name);
+} ways[] = {
+    {"locale",                 [](env_hooks &, const std::string &n) { load_shared(n, nullptr); }                   },
+    {"locale in a directory",  [](env_hooks &, const std::string &n) { load_shared(n, "d"); }                       },
+    {"setting",                [](env_hooks &, const std::string &n) { load_time("KO_TIME = " + n, nullptr); }      },
+    {"setting in a directory", [](env_hooks &, const std::string &n) { load_time(n, "d"); }                         },
+    {"KO_ALL",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_ALL"] = n, load_time("", "d"); }  },
+    {"KO_TIME",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_TIME"] = n, load_time("", ""); }  },
+    {"KO_LANG",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_LANG"] = n, load_time("", ""); }  },
+    {"search",
+     [](env_hooks &,                           const std::string &n) { ko_path_search(nullptr, n.c_str(), "", ""); }},
+    {"charmap",                [](env_hooks &, const std::string &n) { load_charmap(n, nullptr); }                  },
+    {"charmap in a directory", [](env_hooks &, const std::string &n) { load_charmap(n, "d"); }                      },
+    {"ko_iconv_open1",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_iconv_open1(cv, n.c_str()); });
+     }                                                                                          },
+    {"ko_iconv_open",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_iconv_open(cv, n.c_str(), "x"); });
+     }                                                                                          },
+    {"ko_cv_open",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_cv_open(cv, "en_US.x", ("y." + n).c_str()); });
+     }                                                                                          },
+    {"ko_cv_fnopen",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion(
+             [&](auto *cv) { return ko_cv_fnopen(cv, ("y." + n).c_str(), "en_US.x", nullptr); });
+     }                                                                                          },
+    {"ko_open_file",           [](env_hooks &, const std::string &n) { ko_open_file(nullptr, n.c_str()); }          },
+};
+
+TEST(SecureNames, LeadNowhereElse) {
+    static const std::string hostile[] = {"../../..",
+                                          "..",
+                                          "a..b",
+                                          "/etc/shadow",
+                                          "\\etc\\shadow",
+                                          "c:/x",
+                                          "c:x",
+                                          "a/b",
+                                          "a\\b",
+                                          "a\x1b",
+                                          "a\nb",
+                                          "\x7f",
+                                          "\xFFx",
+                                          "x\xFFy",
+                                          "en_us\\0333/../x.lco",
+                                          "en_us\\0333.lco/x",
+                                          "en_us\\0333abcde.lco",
+                                          "en_us\\0333..lco",
+                                          "x\\en_us\\0333.lco"};
+    env_hooks env;
+    file_hooks files;
+    const auto tries = [&](const auto &way, const std::string &name) {
+        files.tried.clear();
+        way.go(env, name);
+        env.vars.clear();
+        return files.tried.size();
+    };
+    for (const bool raised : {false, true}) {
+        for (const auto &way : ways) {
+            SCOPED_TRACE(way.way);
+            const bool open_file = &way == std::end(ways) - 1, formed = &way < ways + 11;
+            for (const std::string &name : hostile)
+                EXPECT_GT(tries(way, name), 0u) << name;
+            raised ? assume_raised_rights(1) : static_cast<void>(ko_secure_names(1));
+            for (const std::string &name : hostile)
+                EXPECT_EQ(tries(way, name), 0u) << name;
+            EXPECT_EQ(tries(way, "\xE9.a") > 0, !open_file);
+            EXPECT_EQ(tries(way, "en_us\\0333euro.lco") > 0, formed);
+            assume_raised_rights(-1);
+            EXPECT_EQ(ko_secure_names(0), !raised);
+        }
+    }
+    // What the library composes stays open, and what is held is as closed as the file.
+    files.files["d\\033304e4.cvo"] = files.files["c:\\etc\\x"] = single().str();
+    files.files["d\\en_us\\0333.lco"] = files.files["c:\\etc\\x"];
+    ko_lc_t held = nullptr, again = nullptr;
+    ASSERT_EQ(ko_lc_load(&held, "c:\\etc\\x", nullptr, nullptr), 0);
+    ko_secure_names(1);
+    load_shared("c:\\etc\\x", nullptr);
+    EXPECT_EQ(ko_lc_load(&again, "en_us\\0333.lco", nullptr, "d"), 0);
+    ko_lc_unload(again);
+    files.tried.clear();
+    open_conversion([](auto *cv) { return ko_cv_load(cv, "1252", "819", nullptr, "d"); });
+    EXPECT_EQ(files.tried, std::vector<std::string>{"d\\033304e4.cvo"});
+    ko_secure_names(0);
+    ko_lc_unload(held);
 }
 
 TEST(SharedLocale, IsRefusedForMixedCodeSets) {

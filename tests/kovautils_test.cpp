@@ -13,6 +13,9 @@
 #include <random>
 #ifdef _WIN32
 #include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
 #endif
 
 using namespace std::string_literals;
@@ -352,6 +355,34 @@ TEST(FileSearch, TheSecondFormNeverAsksTheHost) {
     EXPECT_TRUE(streams.tried.empty());
 }
 
+#ifndef _WIN32
+TEST(FileSearch, OnlyRegularFilesAreFoundAndNoneIsWaitedFor) {
+    temp_dir dir;
+    dir.write("last/x", "found");
+    real_variable path("KO_PATH", "");
+    std::string list;
+    for (const char *kind : {"directory", "fifo", "device"}) {
+        const std::string folder = dir.path + "/" + kind, file = folder + "/x";
+        std::filesystem::create_directory(folder);
+        if (*kind == 'f')
+            mkfifo(file.c_str(), 0600);
+        else
+            std::filesystem::create_directory_symlink(
+                *kind == 'd' && kind[1] == 'i' ? folder : "/dev/zero", file);
+        list += folder + ";";
+        EXPECT_EQ(ko_path_search(nullptr, file.c_str(), "lc", "11"), nullptr) << kind;
+    }
+    real_variable whole("KO_PATH", (list + dir.path + "/last").c_str());
+    for (auto *search : {ko_path_search, ko_path_search_no_ext}) {
+        FILE *const file = static_cast<FILE *>(search(nullptr, "x", "lc", "11"));
+        ASSERT_TRUE(file);
+        EXPECT_EQ(getc(file), 'f');
+        EXPECT_EQ(fcntl(fileno(file), F_GETFL) & O_NONBLOCK, 0);
+        fclose(file);
+    }
+}
+#endif
+
 TEST(FileSearch, WithoutMemoryTheReasonIsStatedAndNothingIsLeft) {
     for (const char *path : {"", "p1;p2"}) {
         for (const std::string &name : {std::string("x"), std::string("/x"), marked}) {
@@ -455,9 +486,12 @@ TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
     ko_message(lengthy.c_str());
     ko_message(directives.c_str());
     ko_message(nullptr);
-    message_1("freeing %s now", "it");
-    EXPECT_EQ(log.read(),
-              text + "one\ntwo\n\n" + lengthy + "\n" + directives + "\nfreeing it now\n");
+    ko_message("host's\tlines\n\x1b[2J\r");
+    message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
+    EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
+                              "\nhost's\tlines\n\\x1b[2J\\x0d\n"
+                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
+                              "\u00DC\u20AC\xE9\xC3 now\n");
 }
 
 TEST(Log, TellsEveryTryOfASearch) {
