@@ -185,16 +185,16 @@ typedef struct loc_exports {
     int (*mbscoll)(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
     int (*mbsxfrm)(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
     int (*mbstowcs)(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
-    int ko_tmp;                      /* scratch word of callers' inline paths */
-    double case_conv_ratio;          /* largest growth of a string under case mapping */
-    double coll_char_ratio;          /* most characters one character collates as; no byte bound */
-    unsigned char *sb_toupper_table; /* 256 entries or NULL */
-    unsigned char *sb_tolower_table; /* 256 entries or NULL */
-    uint16_t *sb_ctype_table;        /* 256 class masks or NULL */
-    unsigned char *sb_collation_table;             /* always NULL */
-    int single_byte;                               /* every character of the code set is one byte */
-    int codeset_order;                             /* collation is code-set order */
-    const ko_mchar_t **coll_ignored;               /* NULL-terminated, or NULL */
+    int ko_tmp;                        /* scratch word of callers' inline paths */
+    double case_conv_ratio;            /* largest growth of a string under case mapping; proved */
+    double coll_char_ratio;            /* as the object says; no bound of any size */
+    unsigned char *sb_toupper_table;   /* 256 entries or NULL */
+    unsigned char *sb_tolower_table;   /* 256 entries or NULL */
+    uint16_t *sb_ctype_table;          /* 256 class masks or NULL */
+    unsigned char *sb_collation_table; /* always NULL */
+    int single_byte;                   /* every character of the code set is one byte */
+    int codeset_order;                 /* collation is code-set order */
+    const ko_mchar_t **coll_ignored;   /* NULL-terminated, or NULL */
     ko_coll_equiv_class_map *coll_equiv_class_map; /* ended by a NULL from, or NULL */
 } loc_exports;
 

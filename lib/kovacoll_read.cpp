@@ -134,8 +134,16 @@ static bool read_weights(text_in *in, kovaloc *loc) {
 
 // ---- Checks across the section ----
 
-static bool rows_exist(const mb_decode *table, const multi_arr *node, int num_rows,
-                       unsigned depth) {
+// A bit for each row that a character or an element has.
+struct row_set {
+    uint8_t bits[0x10000 / 8] = {};
+    void add(unsigned row) { bits[row / 8] = static_cast<uint8_t>(bits[row / 8] | 1u << row % 8); }
+    bool has(unsigned row) const { return bits[row / 8] >> row % 8 & 1; }
+};
+
+// Collects the rows of the characters below a node; false for one that does not exist.
+static bool rows_exist(const mb_decode *table, const multi_arr *node, int num_rows, unsigned depth,
+                       row_set *used) {
     if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
     for (unsigned c = 0; c < 256; ++c) {
         if (node->flag_arr[c] == mb_final) {
@@ -143,11 +151,45 @@ static bool rows_exist(const mb_decode *table, const multi_arr *node, int num_ro
             memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
                    sizeof row);
             if (row > num_rows) return false;
+            used->add(row);
         } else if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
             const multi_arr *child = node->next_arr[node->offset_arr[c]];
-            if (!rows_exist(table, child, num_rows, depth + 1)) return false;
+            if (!rows_exist(table, child, num_rows, depth + 1, used)) return false;
         }
     }
+    return true;
+}
+
+// Are strings in one order, whichever comes first and by their keys? Weights that are equal but for
+// the tie-break would part two strings in one direction only. In a key a weight below 2 has the
+// digits of 2, and one above 255 needs more than one digit.
+static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set &used) {
+    enum : uint8_t { plain = 1, tie = 2 };
+    uint8_t seen[coll_low_bits + 1] = {};
+    const bool one_digit = coll->num_weights < 254;
+    unsigned lowest = 0; // how many of the weights 0, 1 and 2 there are
+    for (unsigned row = 0; row <= static_cast<unsigned>(coll->num_rows) && row <= 0xFFFF; ++row) {
+        const unsigned weight = weights[row], low = weight & coll_low_bits;
+        if (weight == coll_ignored_weight || weight & coll_expansion || !used.has(row)) continue;
+        if (!row && !weight) continue; // characters that the locale does not order
+        if (one_digit && low > 255) return false;
+        if (low <= 2 && !seen[low]) ++lowest;
+        seen[low] |= weight & coll_code_tie ? tie : plain;
+        if (seen[low] == (plain | tie) || lowest > 1) return false;
+    }
+    return true;
+}
+
+static bool is_order(kovaloc *loc, row_set *used) {
+    const coll_data *coll = &loc->coll_info;
+    used->add(0); // of characters that the map lacks
+    for (int i = 0; i < coll->num_coll_elems; ++i)
+        used->add(coll->elem_arr[i].row);
+    for (int e = 0; e < coll->num_expansions; ++e)
+        for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
+            if (!coll->exp_arr[e].exp_data[i]) return false; // would end the string
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (!pass_is_order(coll, coll->pass_arr[p], *used)) return false;
     return true;
 }
 
@@ -232,7 +274,9 @@ static bool read_tables(text_in *in, kovaloc *loc) {
         !read_elems(in, loc, count_of(elems)) || !read_expansions(in, loc, count_of(expansions)) ||
         !read_weights(in, loc))
         return false;
-    if (in->ended || !rows_exist(rows, rows->root, loc->coll_info.num_rows, 0))
+    row_set used;
+    if (in->ended || !rows_exist(rows, rows->root, loc->coll_info.num_rows, 0, &used) ||
+        !is_order(loc, &used))
         return fail(loc, KO_EOBJECT, false);
     skip_whitespace(in);
     return expansions_end(loc);

@@ -115,5 +115,5 @@ int ko_mb_loc_max(ko_lc_t loc) {
 
 int ko_mb_loc_min(ko_lc_t loc) {
     void *table = record(loc)->ctype;
-    return table ? multi_min_length(table) : 0;
+    return table ? multi_min_length(table) : 2;
 }

@@ -1,5 +1,5 @@
 // Reads locale objects: the header, and the sections of the categories into a record.
-#include "kovasetlc.h"
+#include "kovambwc.h"
 
 #include <math.h>
 #include <string.h>
@@ -34,7 +34,7 @@ static ko_mchar_t *new_string(size_t len) {
 static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
     if (static_cast<size_t>(in->end - in->pos) / 2 < len) { // ends the reading
         in->pos = in->end;
-        in->ended = true;
+        in->ended = in->cut = true;
         return nullptr;
     }
     const unsigned char *hex = in->pos;
@@ -68,10 +68,11 @@ static ko_mchar_t *read_hex_stream(text_in *in, size_t len) {
     bool kept = true;
     for (size_t i = 0; i < len + string_end; i++) {
         const ko_mchar_t byte = i < len ? static_cast<ko_mchar_t>(get_hex_byte(in)) : 0;
-        if (i < len && in->ended) kept = false;
+        if (i < len && in->ended) in->cut = true;
+        if (in->cut) kept = false;
         kept = kept && make_room(&s, i, len + string_end, &room);
         if (kept) s[i] = byte;
-        if (i < len && in->ended) break;
+        if (in->cut) break;
     }
     if (kept) return s;
     free_ptr(s);
@@ -82,10 +83,12 @@ static ko_mchar_t *read_hex_stream(text_in *in, size_t len) {
 // space (the next field is then read from there, without looking for a new start), or without
 // memory.
 static ko_mchar_t *read_string(text_in *in) {
-    skip_whitespace(in);
-    if (in->ended) return nullptr;
     const int len = get_int(in);
-    if (len > 0 && in_getc(in) != ' ') return nullptr;
+    if (in->cut) return nullptr;
+    if (len > 0 && in_getc(in) != ' ') {
+        in->cut = in->ended;
+        return nullptr;
+    }
     const size_t bytes = len > 0 ? static_cast<size_t>(len) : 0;
     ko_mchar_t *s = in->stream ? read_hex_stream(in, bytes) : read_hex_memory(in, bytes);
     skip_whitespace(in);
@@ -108,6 +111,7 @@ static bool read_strings(text_in *in, ko_mchar_t ***strings, int *read) {
         if (!make_room(strings, used, static_cast<size_t>(count), &room)) return false;
         (*strings)[used] = read_string(in);
     }
+    if (*read < count) in->cut = true;
     return true;
 }
 
@@ -159,6 +163,7 @@ static int read_user_bits(text_in *in, kovaloc *loc) {
         loc->num_user_bits = i + 1;
         if (!loc->user_bits[i].name) return fail(loc, KO_ENOMEM, -1);
     }
+    if (loc->num_user_bits < count) in->cut = true;
     return 0;
 }
 
@@ -172,7 +177,9 @@ static int read_case_pairs(text_in *in, kovaloc *loc) {
         loc->cconv_arr[i].upper = read_ko_wchar(in);
         loc->cconv_arr[i].lower = read_ko_wchar(in);
         loc->num_conv_elems = static_cast<int>(i);
+        if (in->ended) in->cut = true; // inside a partner
     }
+    if (static_cast<size_t>(loc->num_conv_elems) < count) in->cut = true;
     return 0;
 }
 
@@ -187,10 +194,34 @@ static double read_case_ratio(text_in *in) {
     return end == text || !isfinite(ratio) ? 2.0 : ratio;
 }
 
+static uint16_t item_at(const mb_decode *table, unsigned byte) {
+    uint16_t item;
+    const multi_arr *root = table->root;
+    memcpy(&item, root->data_arr ? root->data_arr + byte * sizeof item : table->default_data,
+           sizeof item);
+    return item;
+}
+
+// The growth that the pairs have: 2 where a character of one byte has a partner of two.
+static double growth_of_pairs(const kovaloc *loc) {
+    const auto *cases = static_cast<const mb_decode *>(loc->cconv);
+    const auto *classes = static_cast<const mb_decode *>(loc->ctype);
+    for (unsigned byte = 0; byte < 256; byte++) {
+        if (node_flag(cases->root, byte) != mb_final) continue;
+        for (ko_wchar_t conv_elem::*side : {&conv_elem::upper, &conv_elem::lower}) {
+            ko_mchar_t bytes[4];
+            const ko_wchar_t partner = case_partner(loc, item_at(cases, byte), side);
+            if (partner && wide_to_bytes(classes, bytes, partner) > 1) return 2;
+        }
+    }
+    return 1;
+}
+
 int read_ctype(text_in *in, kovaloc *loc) {
     if (read_table(in, loc, loc->ctype) || read_user_bits(in, loc)) return -1;
     if (read_table(in, loc, loc->cconv) || read_case_pairs(in, loc)) return -1;
-    loc->exp.case_conv_ratio = read_case_ratio(in);
+    const double stated = read_case_ratio(in), needed = growth_of_pairs(loc);
+    loc->exp.case_conv_ratio = stated > needed ? stated : needed;
     return 0;
 }
 
@@ -301,7 +332,9 @@ static constexpr int (*section_readers[8])(text_in *in, kovaloc *loc) = {
 };
 
 int read_category(text_in *in, kovaloc *loc, int category) {
-    return section_readers[category](in, loc) ? -1 : 0;
+    in->cut = false;
+    if (section_readers[category](in, loc)) return -1;
+    return in->cut ? fail(loc, KO_EOBJECT, -1) : 0;
 }
 
 void note_read_error(kovaloc *loc, void *stream) {

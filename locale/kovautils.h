@@ -46,6 +46,7 @@ struct text_in {
     const unsigned char *pos; // next byte in memory
     const unsigned char *end;
     bool ended; // a read has met the end of the file
+    bool cut;   // an item that was to come is missing, or its end is
 };
 
 int in_getc_stream(text_in *in);

@@ -71,6 +71,7 @@ int get_int(text_in *in) {
     constexpr int64_t beyond = int64_t{1} << 31;
     skip_whitespace(in);
     const int first = in_getc(in);
+    if (first < 0) in->cut = true;
     if (first < 0) return 0;
     int64_t value = is_decimal(first) ? first - '0' : 0;
     int c, taken = 0;

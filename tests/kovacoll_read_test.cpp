@@ -83,12 +83,17 @@ TEST(CollationSection, RefusesReferencesOutsideTheTables) {
         },
         [](coll_spec &s) { s.elements[0].row = 11; },
         [](coll_spec &s) { s.rows[3][1] = coll_expansion | 2; },
-        [](coll_spec &s) { s.passes.assign(9, 1); },
-        [](coll_spec &s) { s.rows.clear(); },
+        [](coll_spec &s) { s.passes.assign(9, 1); }, [](coll_spec &s) { s.rows.clear(); },
         [](coll_spec &s) { s.expansions[0] = u"f"; }, // a circle, and one of two
         [](coll_spec &s) {
             s.expansions = {u"bh", u"af"}, s.rows[8][1] = coll_expansion | 1;
         },
+        // Weights that part two strings in one direction only, or not in their keys.
+        [](coll_spec &s) { s.rows[10][0] = 5; },                // j without the tie-break of i
+        [](coll_spec &s) { s.rows[3][0] = 2 | coll_code_tie; }, // c against a and the element
+        [](coll_spec &s) { s.rows[2][0] = 0; },                 // the key of 2, which a has
+        [](coll_spec &s) { s.rows[2][0] = 256; },               // has no key of one digit
+        [](coll_spec &s) { s.expansions[1] = {u'\0'}; },        // ends the string
     };
     for (size_t i = 0; i < std::size(damages); ++i) {
         SCOPED_TRACE(i);
