@@ -74,6 +74,7 @@ template <class W> struct row_writer {
     W *words;
     size_t used;
     cv_longest &longest;
+    static constexpr int kinds = cv_special | cv_shifted_target;
     struct row {
         size_t index;
         bool is_short;
@@ -93,19 +94,25 @@ template <class W> struct row_writer {
         for (int i = 0; i < count; ++i, e += step)
             to[i] = flags && flags[i] == mb_final ? entry_word<W>(e, size) : special_word<W>;
     }
-    void measure(const W *words_of_node, int count, int level) {
-        constexpr int kinds = cv_special | cv_shifted_target;
-        int most[2] = {-1, -1};
+    // The longest target of one kind; special words have none.
+    static int longest_of(const W *from, int count, int kind, int *seen) {
+        int longest = -1;
         for (int i = 0; i < count; ++i) {
-            const int top = static_cast<int>(words_of_node[i] >> top_byte<W>);
-            const int kind = top & kinds, length = top & int{cv_length};
-            const int unshifted = kind ? -1 : length;
-            const int shifted = kind == int{cv_shifted_target} ? length : -1;
-            most[0] = unshifted > most[0] ? unshifted : most[0];
-            most[1] = shifted > most[1] ? shifted : most[1];
+            const int top = static_cast<int>(from[i] >> top_byte<W>);
+            const int length = (top & kinds) == kind ? top & int{cv_length} : -1;
+            longest = length > longest ? length : longest;
+            *seen |= top;
         }
-        for (int kind = 0; kind < 2; ++kind)
-            if (most[kind] > longest[level][kind]) longest[level][kind] = most[kind];
+        return longest;
+    }
+    void measure(const W *from, int count, int level) {
+        int seen = 0;
+        for (const int kind : {0, int{cv_shifted_target}}) {
+            int *const most = &longest[level][kind ? 1 : 0];
+            const int found = longest_of(from, count, kind, &seen);
+            if (found > *most) *most = found;
+            if (!(seen & int{cv_shifted_target})) return;
+        }
     }
     row write(const multi_arr *node, int level) {
         const row r = {used, short_node(table, node)};
