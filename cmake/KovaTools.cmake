@@ -2,7 +2,8 @@
 # kovac.cpp) and an archive of the rest, so that tests can reach the parts:
 #   kovatools    tool_*.cpp, kovac_charmap*.cpp and kovac_source*.cpp, used by both commands
 #   kovac_parts  the other kovac_*.cpp          kova_parts  kova_*.cpp
-if(NOT TARGET kova)
+# Where the library is not built to be linked, for the fuzzers, the parts alone are.
+if(NOT TARGET kova AND NOT TARGET kova_inside)
   return()
 endif()
 find_path(KOVA_CLI11_DIR CLI/CLI.hpp REQUIRED)
@@ -72,5 +73,7 @@ function(kova_command name output)
         INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   endif()
 endfunction()
-kova_command(kovac_command kovac kovac_parts)
-kova_command(kova_command kova kova_parts)
+if(TARGET kova)
+  kova_command(kovac_command kovac kovac_parts)
+  kova_command(kova_command kova kova_parts)
+endif()

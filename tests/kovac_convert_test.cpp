@@ -235,6 +235,9 @@ TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
         EXPECT_FALSE(std::filesystem::exists(job.opt.root)) << from;
     };
     const std::string a = "41\tU+0041\n", set = "unicode";
+    std::string states;
+    for (int i = 0; i < 129; ++i)
+        states += "<icu:state> 0-7f\n";
     check("4\tU+0041\n", set, "a.map:1:1: error: the bytes of a character");
     check("41 U+0041\n41\tU+D800\n", set, ":2:4: error: a code point is expected");
     check("41\tU+0041\t7\n", set, ":1:11: error: the flag");
@@ -245,8 +248,12 @@ TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
     check(ucm("<icu:state> 0-7f, 81:1\n<icu:state> 40-7e\n", "<U3042> \\x81\\x80 |0\n"), set,
           "does not lead through");
     check(ucm("<icu:state> 0-1ff\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
+    check(ucm("<icu:state> 0-ff:80\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
+    check(ucm(states, "<U0041> \\x41 |0\n"), set, "more than 128 states");
+    check("shift 0e 0e\n", set, "must differ");
     check(ucm("", "<U0041> \\x41 |9\n"), set, "the flag");
     check(a, set, "two hexadecimal digits", convert_status::usage, "0");
+    check(a, set, "two hexadecimal digits", convert_status::usage, " 4");
     check(a, a, "no character of", convert_status::source, "42");
     check("utf8", "UTF-8", "one code set", convert_status::usage);
     check("no-such-set", "utf8", "no code set \"no-such-set\"", convert_status::file);

@@ -133,17 +133,28 @@ TEST(KovacCharmap, ReadsRangesWidthsAndOneWayLines) {
 TEST(KovacCharmap, RefusesWhatItCannotRead) {
     static const std::pair<const char *, const char *> rows[] = {
   // what follows the set's name
-        {"",                                                       "no characters"   },
-        {"CHARMAP\n<U0041>\nEND CHARMAP\n",                        "bytes"           },
-        {"CHARMAP\n<U0041 /x41\nEND CHARMAP\n",                    "closing"         },
-        {"CHARMAP\n<U0041> /x41\n",                                "no END"          },
-        {"CHARMAP\n<U0045>..<U0041> /x41\nEND CHARMAP\n",          "before its start"},
-        {"CHARMAP\n<x1>..<y2> /x41\nEND CHARMAP\n",                "count up"        },
-        {"CHARMAP\n<U0041> /x41\n<U0042> /x41/x42\nEND CHARMAP\n", "begins another"  },
-        {"nonsense\n",                                             "is expected"     },
+        {"",                                                                    "no characters"   },
+        {"CHARMAP\n<U0041>\nEND CHARMAP\n",                                     "bytes"           },
+        {"CHARMAP\n<U0041 /x41\nEND CHARMAP\n",                                 "closing"         },
+        {"CHARMAP\n<U0041> /x41\n",                                             "no END"          },
+        {"CHARMAP\n<U0045>..<U0041> /x41\nEND CHARMAP\n",                       "before its start"},
+        {"CHARMAP\n<x1>..<y2> /x41\nEND CHARMAP\n",                             "count up"        },
+        {"CHARMAP\n<U0041> /x41\n<U0042> /x41/x42\nEND CHARMAP\n",              "begins another"  },
+        {"nonsense\n",                                                          "is expected"     },
+        {"CHARMAP\n<U0000>..<UFFFE> /x00\nEND CHARMAP\n",                       "more than 1 byte"},
+        {"CHARMAP\n<A01>...<A02> /xff/xff\nEND CHARMAP\n",                      "more than 2 byte"},
+        {"CHARMAP\n<AFFFFFFF0>..<AFFFFFFFF> /xf1\nEND CHARMAP\n",               "more than 1 byte"},
+        {"CHARMAP\n<U0000>..<U7FFFFFFF> /x00\nEND CHARMAP\n",                   "131071"          },
+        {"CHARMAP\n<U0041> /x41/x42/x43/x44/x45\nEND CHARMAP\n",                "at most four"    },
+        {"CHARMAP\n<> /x41\nEND CHARMAP\n",                                     "1 to 128 bytes"  },
+        {"CHARMAP\n<U0041> /x41\nEND CHARMAP\nWIDTH\n<U0041> 101\nEND WIDTH\n", "0 to 100"        },
     };
-    charmap nameless;
-    std::string log;
+    charmap nameless, crowded;
+    std::string log, many = "<code_set_name> X\n<escape_char> /\nCHARMAP\n";
+    for (int i = 0; i < 10; ++i)
+        many += "<U0000>..<U1FFFF> /x80/x00/x00\n";
+    EXPECT_FALSE(load_text(many + "END CHARMAP\n", crowded, &log));
+    EXPECT_NE(log.find(":13:10: error: more than 1179648 characters"), std::string::npos) << log;
     EXPECT_FALSE(
         load_text("<escape_char> /\nCHARMAP\n<U0041> /x41\nEND CHARMAP\n", nameless, &log));
     EXPECT_NE(log.find("<code_set_name>"), std::string::npos) << log;
@@ -421,6 +432,13 @@ static int run_kovac(const std::string &arguments, std::string *output) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+static std::string repeated(const char *line, int times) {
+    std::string text;
+    for (int i = 0; i < times; ++i)
+        text += std::string(line) + std::to_string(i) + "\n";
+    return text;
+}
+
 static size_t count_files(const std::string &dir) {
     size_t files = 0;
     for (const auto &entry : std::filesystem::recursive_directory_iterator(dir))
@@ -458,6 +476,14 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     check(&parts::ctype, "copy \"nowhere\"\n", "no locale source \"nowhere\"");
     check(&parts::ctype, "copy main\n", "copy needs the name");
     check(&parts::ctype, "copy \"main\"\n", "copy one another");
+    check(&parts::ctype, "copy \"../main\"\n", "by name, not by path");
+    check(&parts::ctype, repeated("charclass c", 257).c_str(), "more than 256 classes");
+    check(&parts::collate, "collating-symbol <A0>..<AFFFFFFFF>\n", "count up");
+    check(&parts::collate, "collating-symbol <A00000000>..<AFFFFFFFF>\n", "more than 2097152");
+    check(&parts::collate, "order_start forward\n<U0041>\n..\n<U7FFFFFFF>\norder_end\n",
+          "more than 2097152");
+    check(&parts::collate, repeated("ifdef X", 65).c_str(), "more than 64 ifdefs");
+    check(&parts::monetary, "frac_digits 2147483647\n", "from -1 (not stated) to 127");
     check(&parts::ctype, "END LC_TIME\n", "END of another category");
     check(&parts::numeric, "decimal_point 3\n", "a string is expected");
     check(&parts::numeric, "decimal_point \",\" \".\"\n", "the end of the line");

@@ -61,9 +61,10 @@ output::~output() {
 }
 
 void open(output &out, const std::string &path) {
-    if (path.empty() || path == "-") return;
+    if (path.empty() || path == "-" || path == "/dev/stdout") return;
     errno = 0;
-    if (!open_replacement(path, out.file)) throw file_failure("write", path, errno);
+    if (!open_replacement(path, kovatool::link_in_place::followed, out.file))
+        throw file_failure("write", path, errno);
     out.name = path;
     out.stream = out.file.stream;
     out.replaces = true;

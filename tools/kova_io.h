@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kova_platform.h"
+#include "tool_file.h"
 
 namespace kovacli {
 
@@ -40,7 +41,7 @@ void take(input &in, size_t bytes);
 struct output {
     std::string name = "standard output";
     std::FILE *stream = stdout;
-    replacement file;
+    kovatool::replacement file;
     bool replaces = false;
 
     output() = default;

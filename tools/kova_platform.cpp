@@ -1,16 +1,16 @@
-// The operating system as the command line needs it: arguments, environment, terminals, scratch
-// files and replacing a file in one step, on POSIX systems and on Windows.
+// The operating system as the command line needs it: arguments, environment, terminals and scratch
+// files, on POSIX systems and on Windows.
 #include "kova_platform.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <system_error>
+
+#include "tool_file.h"
 
 #if defined(_WIN32)
 #include <fcntl.h>
@@ -117,26 +117,12 @@ std::FILE *open_scratch(const std::string &directory) {
     return nullptr;
 }
 
-static std::FILE *open_beside(replacement &file) {
-    file.beside = file.target + ".kova-" + std::to_string(GetCurrentProcessId()) + ".tmp";
-    return open_path(file.beside, L"wb");
-}
-
-static void watch_file(const std::string &) {}
-static void unwatch_file() {}
-
-static bool move_over(const std::string &from, const std::string &to) {
-    if (MoveFileExW(to_path(from).c_str(), to_path(to).c_str(), MOVEFILE_REPLACE_EXISTING))
-        return true;
-    errno = EACCES;
-    return false;
-}
 #else
 std::vector<std::string> program_arguments(int argc, char **argv) {
     return std::vector<std::string>(argv + 1, argv + std::max(argc, 1));
 }
 
-void prepare_process() { std::signal(SIGPIPE, SIG_IGN); }
+void prepare_process() { kovatool::prepare_signals(); }
 
 bool reader_is_gone(int error) { return error == EPIPE; }
 
@@ -191,55 +177,6 @@ std::FILE *open_scratch(const std::string &directory) {
     return fdopen(fd, "w+b");
 }
 
-// The file that a signal must not leave behind. Written outside the handler while empty.
-static char watched_file[PATH_MAX];
-static volatile std::sig_atomic_t file_is_watched;
-
-extern "C" {
-static void remove_watched_file(int signal_number) {
-    if (file_is_watched) unlink(watched_file);
-    std::signal(signal_number, SIG_DFL);
-    std::raise(signal_number);
-}
-}
-
-static void watch_file(const std::string &path) {
-    if (path.size() >= sizeof watched_file) return;
-    std::memcpy(watched_file, path.c_str(), path.size() + 1);
-    file_is_watched = 1;
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        if (std::signal(number, remove_watched_file) == SIG_IGN) std::signal(number, SIG_IGN);
-    }
-}
-
-static void unwatch_file() { file_is_watched = 0; }
-
-static std::FILE *open_beside(replacement &file) {
-    file.beside = file.target + ".kova-XXXXXX";
-    const int fd = mkstemp(file.beside.data());
-    if (fd < 0) return nullptr;
-    struct stat info = {};
-    const bool exists = stat(file.target.c_str(), &info) == 0;
-    const mode_t mask = umask(0);
-    umask(mask);
-    // The new file gets the permissions of the old one, or those of any new file.
-    if (fchmod(fd, exists ? info.st_mode & 07777 : 0666 & ~mask) != 0 && exists) {
-        const int error = errno;
-        close(fd);
-        unlink(file.beside.c_str());
-        errno = error;
-        return nullptr;
-    }
-    return fdopen(fd, "wb");
-}
-
-static bool move_over(const std::string &from, const std::string &to) {
-    return std::rename(from.c_str(), to.c_str()) == 0;
-}
-
-static std::FILE *open_path(const std::string &path, const wchar_t *) {
-    return std::fopen(path.c_str(), "wb");
-}
 #endif
 
 bool is_directory(const std::string &path) {
@@ -260,55 +197,6 @@ std::vector<std::string> directory_entries(const std::string &path) {
         result.push_back(from_path(it->path().filename()));
     std::sort(result.begin(), result.end());
     return result;
-}
-
-bool open_replacement(const std::string &path, replacement &file) {
-    std::error_code error;
-    const fs::path resolved = fs::weakly_canonical(to_path(path), error);
-    file.target = error ? path : from_path(resolved);
-    const fs::file_status status = fs::status(to_path(file.target), error);
-    if (fs::is_directory(status)) {
-        errno = EISDIR;
-        return false;
-    }
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        file.stream = open_path(path, L"wb");
-        return file.stream != nullptr;
-    }
-    file.stream = open_beside(file);
-    if (!file.stream) {
-        file.beside.clear();
-        return false;
-    }
-    watch_file(file.beside);
-    return true;
-}
-
-static void remove_beside(replacement &file) {
-    if (file.beside.empty()) return;
-    std::error_code error;
-    fs::remove(to_path(file.beside), error);
-    file.beside.clear();
-}
-
-bool commit_replacement(replacement &file) {
-    std::FILE *stream = file.stream;
-    file.stream = nullptr;
-    bool good = std::fclose(stream) == 0;
-    if (good && !file.beside.empty()) good = move_over(file.beside, file.target);
-    const int error = errno;
-    if (!good) remove_beside(file);
-    unwatch_file();
-    file.beside.clear();
-    errno = error;
-    return good;
-}
-
-void discard_replacement(replacement &file) {
-    if (file.stream) std::fclose(file.stream);
-    file.stream = nullptr;
-    remove_beside(file);
-    unwatch_file();
 }
 
 double seconds_now() {

@@ -1,5 +1,6 @@
 // The operating system as the command line needs it. Every system call and every #ifdef of the
-// command line is in kova_platform.cpp. Paths and arguments are UTF-8 on Windows, bytes elsewhere.
+// command line is in kova_platform.cpp, but those of writing files (tool_file.h). Paths and
+// arguments are UTF-8 on Windows, bytes elsewhere.
 #pragma once
 
 #include <cstdint>
@@ -46,21 +47,6 @@ uint64_t regular_size(std::FILE *stream);
 // A nameless file for reading and writing, gone with its last use. directory: "" for the system's
 // place. Null with errno set.
 std::FILE *open_scratch(const std::string &directory);
-
-// A file that replaces another in one step: written beside it and renamed over it. A target that
-// is no regular file (a device, a pipe) is written directly. An interrupted program leaves the
-// target as it was and nothing beside it.
-struct replacement {
-    std::FILE *stream = nullptr;
-    std::string target; // with symbolic links followed
-    std::string beside; // "" when the target is written directly
-};
-// False with errno set.
-bool open_replacement(const std::string &path, replacement &file);
-// Closes and renames. False with errno set, and the file beside removed.
-bool commit_replacement(replacement &file);
-// Closes and removes the file beside; nothing after a commit.
-void discard_replacement(replacement &file);
 
 double seconds_now(); // of a clock that never goes back
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <unistd.h>
 
 #include "kovac_convert.h"
@@ -183,29 +182,23 @@ static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
     return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
 }
 
-static int write_object(const std::string &path, const locale_object &object, const charmap &map) {
+// Writes the object; with a report the library proves it before it gets its name.
+static int write_object(const std::string &path, const locale_object &object, const charmap &map,
+                        proof_report *report) {
     std::string why;
-    const write_result result = write_locale(path, object, map, &why);
-    if (result == write_result::done) return exit_done;
-    if (result == write_result::no_memory) why = "out of memory";
-    return complain(exit_file, "cannot write " + path + ": " + why);
-}
-
-// Writes the object beside its place, lets the library prove it, and only then moves it there.
-static int write_proved(const std::string &path, const locale_object &object, const charmap &map,
-                        proof_report &report) {
-    const std::string trial = path + ".trial";
-    if (int status = write_object(trial, object, map)) return status;
-    prove_object(map, object.collate, trial, report);
-    std::error_code failed;
-    if (print_proof(report)) {
-        std::filesystem::rename(trial, path, failed);
-        if (!failed) return exit_done;
+    trial prove;
+    if (report) {
+        prove = [&](const std::string &beside) {
+            prove_object(map, object.collate, beside, *report);
+            return print_proof(*report);
+        };
     }
-    std::error_code ignored;
-    std::filesystem::remove(trial, ignored);
-    if (failed) return complain(exit_file, "cannot write " + path + ": " + failed.message());
-    return complain(exit_source, "comparison and key disagree; nothing was written");
+    const write_result result = write_locale(path, object, map, &why, prove);
+    if (result == write_result::done) return exit_done;
+    if (result == write_result::unproved)
+        return complain(exit_source, "comparison and key disagree; nothing was written");
+    if (result == write_result::no_memory) why = "memory is exhausted";
+    return complain(exit_file, "cannot write " + path + ": " + why);
 }
 
 static int compile_one(const locale_options &opt) {
@@ -234,10 +227,7 @@ static int compile_one(const locale_options &opt) {
         return exit_source;
     }
     describe(opt, set, map, object);
-    if (int status =
-            opt.prove ? write_proved(path, object, map, report) : write_object(path, object, map)) {
-        return status;
-    }
+    if (int status = write_object(path, object, map, opt.prove ? &report : nullptr)) return status;
     if (opt.verbose) {
         fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n", path.c_str(),
                 map.chars.size(), object.ctype.pairs.size() - 1, diag.warnings);

@@ -19,6 +19,12 @@ struct symbol {
     uint32_t offset = 0;
 };
 
+// All lines together, those of ranges counted one by one: every code point, and as many names again
+// as two bytes hold.
+constexpr size_t most_lines = 0x120000;
+constexpr size_t longest_name = 128;
+constexpr unsigned widest = 100;
+
 // A character's bytes, big-endian; more than four do not occur in the code sets served here.
 struct byte_seq {
     uint32_t value = 0;
@@ -38,8 +44,20 @@ struct reader {
     std::vector<width_rule> widths;
     std::unordered_map<uint32_t, bool> too_long; // codes of characters left out
     uint8_t default_width = 1;
+    size_t lines_read = 0;
     uint32_t next_private = private_code;
     std::vector<charmap_line> *lines = nullptr;
+};
+
+// The last rule for a character counts, so rules are applied from the last on, each to what no
+// later one has reached: every character is visited once, however many rules overlap.
+struct width_painter {
+    std::vector<charmap_char> &chars;
+    std::vector<uint32_t> next; // the first character from here on that has no width yet
+    explicit width_painter(std::vector<charmap_char> &all) : chars(all), next(all.size() + 1) {
+        for (uint32_t i = 0; i < next.size(); ++i)
+            next[i] = i;
+    }
 };
 
 } // namespace
@@ -105,23 +123,6 @@ static bool take_number(scanner &in, unsigned &value) {
     return !word.empty();
 }
 
-static int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-static uint32_t ucs_of_name(std::string_view name) {
-    if (name.size() < 5 || name.size() > 9 || name[0] != 'U') return no_code;
-    uint32_t code = 0;
-    for (char c : name.substr(1)) {
-        if (hex_digit(c) < 0) return no_code;
-        code = code << 4 | uint32_t(hex_digit(c));
-    }
-    return code < private_code ? code : no_code;
-}
-
 static bool take_symbol(scanner &in, symbol &sym) {
     const std::string &text = in.file->text;
     sym.offset = uint32_t(in.at);
@@ -133,7 +134,10 @@ static bool take_symbol(scanner &in, symbol &sym) {
         end += text[end] == in.escape ? 2u : 1u;
     if (end >= in.line_end) return fail(in, in.at, "character name without its closing \">\"");
     sym.name = std::string_view(text).substr(in.at + 1, end - in.at - 1);
-    sym.code = ucs_of_name(sym.name);
+    if (sym.name.empty() || sym.name.size() > longest_name) {
+        return fail(in, in.at, "a character name has 1 to 128 bytes; shorten it");
+    }
+    sym.code = symbol_code(sym.name);
     in.at = end + 1;
     return true;
 }
@@ -146,7 +150,7 @@ static bool take_byte(scanner &in, uint32_t &byte) {
     size_t i = first;
     byte = 0;
     for (; i < std::min(most, text.size()); ++i) {
-        const int digit = hex_digit(text[i]);
+        const int digit = hex_value(text[i]);
         if (digit < 0 || digit >= base) break;
         byte = byte * uint32_t(base) + uint32_t(digit);
     }
@@ -161,6 +165,7 @@ static bool take_bytes(scanner &in, byte_seq &seq) {
     uint32_t byte = 0;
     seq = {};
     while (take_byte(in, byte)) {
+        if (seq.len == 4) return fail(in, start, "a character has at most four bytes; remove some");
         seq.value = seq.value << 8 | byte;
         ++seq.len;
     }
@@ -179,7 +184,7 @@ static uint32_t code_for(reader &rd, const symbol &sym, std::string_view name) {
 static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
                      std::string_view name) {
     charmap &map = *rd.map;
-    if (rd.lines && seq.len <= 4) {
+    if (rd.lines) {
         rd.lines->push_back({code, seq.value, uint8_t(seq.len), irreversible, std::string(name)});
     }
     if (seq.len > 2) {
@@ -191,7 +196,7 @@ static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
     auto [place, added] = rd.by_bytes.emplace(key, uint32_t(map.chars.size()));
     const uint32_t index = place->second;
     if (added) {
-        map.chars.push_back({code, uint16_t(seq.value), uint8_t(seq.len), rd.default_width});
+        map.chars.push_back({code, uint16_t(seq.value), uint8_t(seq.len), 1});
         rd.firm.push_back(!irreversible);
     } else if (!irreversible && !rd.firm[index]) {
         map.chars[index].code = code;
@@ -205,14 +210,36 @@ static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
 // The digits that a range counts: trailing ones of the name, in the base of its ellipsis.
 static bool split_number(std::string_view name, int base, std::string_view &stem, uint32_t &value) {
     size_t first = name.size();
-    while (first > 0 && hex_digit(name[first - 1]) >= 0 && hex_digit(name[first - 1]) < base)
+    while (first > 0 && hex_value(name[first - 1]) >= 0 && hex_value(name[first - 1]) < base)
         --first;
     if (first == name.size() || name.size() - first > 8) return false;
     stem = name.substr(0, first);
     value = 0;
     for (char c : name.substr(first))
-        value = value * uint32_t(base) + uint32_t(hex_digit(c));
+        value = value * uint32_t(base) + uint32_t(hex_value(c));
     return true;
+}
+
+// Whether so many more characters may follow. Nothing is counted before it is known to be small.
+static bool reserve_lines(reader &rd, size_t offset, size_t count) {
+    if (count > most_lines - rd.lines_read) {
+        return fail(rd.in, offset,
+                    format("more than %zu characters with those of the ranges; shorten the ranges",
+                           most_lines));
+    }
+    rd.lines_read += count;
+    return true;
+}
+
+// The last of a range must have as many bytes as the first.
+static bool range_fits(const reader &rd, const symbol &to, byte_seq first, uint32_t count) {
+    const uint64_t most = uint64_t{1} << 8 * first.len;
+    if (count <= most - first.value) return true;
+    return fail(rd.in, to.offset,
+                format("the %u characters of this range from the bytes %0*x on need more than "
+                       "%d byte%s; shorten the range or correct the bytes",
+                       unsigned(count), first.len * 2, unsigned(first.value), first.len,
+                       first.len == 1 ? "" : "s"));
 }
 
 static bool add_range(reader &rd, const symbol &from, const symbol &to, bool hex, byte_seq seq,
@@ -227,10 +254,14 @@ static bool add_range(reader &rd, const symbol &from, const symbol &to, bool hex
     }
     if (last < first || last - first >= most) {
         return fail(rd.in, to.offset,
-                    "the end of this range lies before its start or too far away");
+                    "the end of this range lies before its start or more than 131071 characters "
+                    "after it");
     }
+    const uint32_t count = last - first + 1;
+    if (!range_fits(rd, to, seq, count) || !reserve_lines(rd, to.offset, count)) return false;
     const int digits = int(from.name.size() - stem.size());
-    for (uint32_t n = first; n <= last; ++n, ++seq.value) {
+    for (uint32_t i = 0; i < count; ++i, ++seq.value) {
+        const uint32_t n = first + i;
         if (by_code) {
             add_char(rd, n, seq, irreversible,
                      format("U%0*X", int(from.name.size()) - 1, unsigned(n)));
@@ -252,10 +283,10 @@ static bool read_char_line(reader &rd) {
     if (!take_symbol(in, from)) return false;
     skip_blank(in);
     int dots = 0;
-    while (take(in, "."))
+    while (dots < 5 && take(in, "."))
         ++dots;
     if (dots == 0) {
-        if (!take_bytes(in, seq)) return false;
+        if (!take_bytes(in, seq) || !reserve_lines(rd, from.offset, 1)) return false;
         add_char(rd, code_for(rd, from, from.name), seq, irreversible, from.name);
         return true;
     }
@@ -293,6 +324,13 @@ static bool read_header_line(reader &rd) {
     return true;
 }
 
+static bool take_width(scanner &in, unsigned &width) {
+    skip_blank(in);
+    const size_t start = in.at;
+    return (take_number(in, width) && width <= widest) ||
+           fail(in, start, "a width is a number from 0 to 100");
+}
+
 static bool read_width_line(reader &rd) {
     scanner &in = rd.in;
     width_rule rule{};
@@ -300,13 +338,12 @@ static bool read_width_line(reader &rd) {
     rule.to = rule.from;
     skip_blank(in);
     int dots = 0;
-    while (take(in, "."))
+    while (dots < 5 && take(in, "."))
         ++dots;
     skip_blank(in);
     if (dots && !take_symbol(in, rule.to)) return false;
     unsigned width = 0;
-    const size_t start = in.at;
-    if (!take_number(in, width) || width > 100) return fail(in, start, "a width is a small number");
+    if (!take_width(in, width)) return false;
     rule.width = uint8_t(width);
     rd.widths.push_back(rule);
     return true;
@@ -323,21 +360,49 @@ static const uint32_t *index_of(const reader &rd, const symbol &sym) {
     return found == rd.map->by_code.end() ? nullptr : &found->second;
 }
 
-// A range of widths runs in the order of the bytes, as the section's writers mean it.
+static bool by_bytes(const charmap_char &a, const charmap_char &b) {
+    return a.len != b.len ? a.len < b.len : a.wide < b.wide;
+}
+
+static uint32_t next_unpainted(width_painter &paint, uint32_t at) {
+    uint32_t end = at;
+    while (paint.next[end] != end)
+        end = paint.next[end];
+    while (paint.next[at] != end) {
+        const uint32_t step = paint.next[at];
+        paint.next[at] = end;
+        at = step;
+    }
+    return end;
+}
+
+static void paint_widths(width_painter &paint, uint32_t first, uint32_t end, uint8_t width) {
+    for (uint32_t i = next_unpainted(paint, first); i < end; i = next_unpainted(paint, i)) {
+        paint.chars[i].width = width;
+        paint.next[i] = i + 1;
+    }
+}
+
+// A range of widths runs in the order of the bytes, as the section's writers mean it. The
+// characters are sorted.
 static void apply_widths(reader &rd) {
-    for (const width_rule &rule : rd.widths) {
-        const uint32_t *first = index_of(rd, rule.from), *last = index_of(rd, rule.to);
+    std::vector<charmap_char> &chars = rd.map->chars;
+    width_painter paint(chars);
+    for (charmap_char &c : chars)
+        c.width = rd.default_width;
+    for (auto rule = rd.widths.rbegin(); rule != rd.widths.rend(); ++rule) {
+        const uint32_t *first = index_of(rd, rule->from), *last = index_of(rd, rule->to);
         if (!first || !last) {
-            if (!rd.too_long.count(rule.from.code)) {
-                note(*rd.in.diag, here(rd.in, rule.from.offset),
+            if (!rd.too_long.count(rule->from.code)) {
+                note(*rd.in.diag, here(rd.in, rule->from.offset),
                      "width of a character that the code set lacks is ignored");
             }
             continue;
         }
-        const charmap_char from = rd.map->chars[*first], to = rd.map->chars[*last];
-        for (charmap_char &c : rd.map->chars) {
-            if (c.len == from.len && c.wide >= from.wide && c.wide <= to.wide) c.width = rule.width;
-        }
+        charmap_char to = chars[*last];
+        to.len = chars[*first].len;
+        const auto end = std::upper_bound(chars.begin(), chars.end(), to, by_bytes);
+        paint_widths(paint, *first, uint32_t(end - chars.begin()), rule->width);
     }
 }
 
@@ -364,9 +429,8 @@ static bool read_top_line(reader &rd) {
     if (word == "WIDTH") return read_section(rd, word, read_width_line);
     unsigned width = 0;
     if (word == "WIDTH_DEFAULT") {
-        if (!take_number(in, width) || width > 100) return fail(in, start, "a width is a number");
-        for (charmap_char &c : rd.map->chars)
-            c.width = uint8_t(width);
+        if (!take_width(in, width)) return false;
+        rd.default_width = uint8_t(width);
         return true;
     }
     return fail(in, start, "CHARMAP, WIDTH or a setting in angle brackets is expected");
@@ -386,10 +450,8 @@ static void finish(charmap &map) {
     std::vector<uint32_t> order(map.chars.size()), place(map.chars.size());
     for (uint32_t i = 0; i < order.size(); ++i)
         order[i] = i;
-    std::sort(order.begin(), order.end(), [&map](uint32_t a, uint32_t b) {
-        const charmap_char &x = map.chars[a], &y = map.chars[b];
-        return x.len != y.len ? x.len < y.len : x.wide < y.wide;
-    });
+    std::sort(order.begin(), order.end(),
+              [&map](uint32_t a, uint32_t b) { return by_bytes(map.chars[a], map.chars[b]); });
     std::vector<charmap_char> sorted;
     sorted.reserve(order.size());
     for (uint32_t i = 0; i < order.size(); ++i) {
@@ -431,8 +493,8 @@ static bool read_charmap(reader &rd) {
                                            [](const charmap_char &c) { return c.len == 2; });
         add_char(rd, 0, {0, wide_only ? 2 : 1}, false, "U0000");
     }
-    apply_widths(rd);
     finish(map);
+    apply_widths(rd);
     return check_prefixes(map, *rd.in.diag);
 }
 
@@ -477,11 +539,10 @@ static bool load_unicode(const std::vector<std::string> &dirs, diagnostics &diag
         map.chars.push_back({unit, uint16_t(unit), 2, 1});
         map.by_code.emplace(unit, unit);
     }
-    for (const width_rule &rule : rd.widths) {
-        if (rule.from.code == no_code || rule.to.code == no_code) continue;
-        for (uint32_t code = rule.from.code; code <= rule.to.code && code < 0x10000; ++code) {
-            map.chars[code].width = rule.width;
-        }
+    width_painter paint(map.chars);
+    for (auto rule = rd.widths.rbegin(); rule != rd.widths.rend(); ++rule) {
+        if (rule->from.code > 0xFFFF || rule->to.code == no_code) continue;
+        paint_widths(paint, rule->from.code, std::min(rule->to.code, 0xFFFFu) + 1, rule->width);
     }
     return true;
 }
@@ -554,7 +615,7 @@ std::vector<uint32_t> string_codes(const charmap &map, const token &t,
             continue;
         }
         const std::string name(text.substr(i + 1, end - i - 1));
-        uint32_t code = ucs_of_name(name);
+        uint32_t code = symbol_code(name);
         const auto named = map.names.find(name);
         if (code == no_code && named != map.names.end()) code = named->second;
         if (code != no_code) {

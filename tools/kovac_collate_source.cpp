@@ -10,9 +10,18 @@
 namespace kovac {
 
 static constexpr std::string_view category = "LC_COLLATE";
-static constexpr int max_copy_depth = 16;
+
+// More than any order of all characters needs.
+static constexpr size_t most_items = size_t{1} << 21;
+static constexpr size_t most_weights = size_t{1} << 23;
+static constexpr size_t most_sections = 1024;
+static constexpr size_t most_elements = 8192;
+static constexpr size_t most_open_ifs = 64;
+static constexpr size_t most_range_work = size_t{1} << 27; // characters that ranges lead through
 
 using line_tokens = std::vector<token>;
+
+namespace {
 
 // An ellipsis line that waits for the line that ends its range.
 struct open_range {
@@ -35,8 +44,12 @@ struct reader {
     bool reordering = false, moving_sections = false;
     uint32_t section_cursor = no_item;
     open_range range;
+    size_t elements = 0, range_work = 0;
     int depth = 0;
+    copy_budget copies;
 };
+
+} // namespace
 
 static std::string text_of(std::string_view text) { return std::string(text); }
 
@@ -65,13 +78,19 @@ static uint32_t symbol_item(order &out, std::string_view name, position pos) {
     return at->second;
 }
 
+// Whether so many more items may follow. Nothing is counted before it is known to be small.
+static bool room_for(const reader &r, size_t count, position pos) {
+    if (count <= most_items && r.out.items.size() <= most_items - count) return true;
+    error(r.diag, pos,
+          format("more than %zu characters and symbols in the order; shorten the ranges",
+                 most_items));
+    return false;
+}
+
 // The code point of a name like U0041 or U00010000, else of a charmap name, else no_code.
 static uint32_t name_code(const charmap &map, std::string_view name) {
-    if ((name.size() == 5 || name.size() == 9) && name[0] == 'U') {
-        uint32_t code = 0;
-        const auto end = name.data() + name.size();
-        if (std::from_chars(name.data() + 1, end, code, 16).ptr == end) return code;
-    }
+    const uint32_t code = symbol_code(name);
+    if (code != no_code) return code;
     const auto at = map.names.find(text_of(name));
     return at == map.names.end() ? no_code : at->second;
 }
@@ -197,6 +216,11 @@ static bool weight_items(reader &r, const token *from, const token *to, uint32_t
 
 // Weights separated by semicolons, from line[first] on; none: the item weighs as itself.
 static bool read_weights(reader &r, const line_tokens &line, size_t first, uint32_t id) {
+    if (r.out.weights.size() > most_weights) {
+        error(r.diag, line[0].pos,
+              format("more than %zu weights in the order; remove some", most_weights));
+        return false;
+    }
     order_item &fresh = r.out.items[id];
     fresh.weighed = line.size() > first;
     fresh.counts.fill(0);
@@ -241,12 +265,21 @@ static bool close_range(reader &r, uint32_t to, position pos) {
     if (!r.range.open) return true;
     r.range.open = false;
     const uint32_t from = r.range.from;
-    if (r.range.dots.dots == 2) {
+    const bool counted = r.range.dots.dots == 2;
+    const size_t count = counted && from < to ? to - from : r.map.chars.size();
+    r.range_work += std::min(count, most_items);
+    if (r.range_work > most_range_work) {
+        error(r.diag, r.range.dots.pos,
+              "the ranges of the order overlap too often; remove those that repeat others");
+        return false;
+    }
+    if (counted) {
         if (from == no_code || to == no_code || from >= to) {
             error(r.diag, r.range.dots.pos,
                   "\"..\" needs a character before and a higher one behind");
             return false;
         }
+        if (!room_for(r, to - from, r.range.dots.pos)) return false;
         for (uint32_t code = from + 1; code < to; ++code)
             if (!place_range_code(r, code, pos)) return false;
         return true;
@@ -335,6 +368,10 @@ static bool order_start(reader &r, const line_tokens &line) {
     std::vector<level_rule> rules;
     if (!read_rules(r, line, at, rules)) return false;
     uint32_t section = find_section(r.out, name);
+    if (section == no_item && r.out.sections.size() == most_sections) {
+        error(r.diag, line[0].pos, "more than 1024 sections of the order; join some");
+        return false;
+    }
     if (section == no_item) section = new_section(r.out, name);
     r.section = section;
     if (r.out.sections[section].rules.empty()) r.out.sections[section].rules = rules;
@@ -398,6 +435,13 @@ static bool move_section(reader &r, const line_tokens &line) {
     return true;
 }
 
+// One to eight hexadecimal digits.
+static bool all_hex(std::string_view digits, uint32_t &value) {
+    const char *const end = digits.data() + digits.size();
+    const auto read = std::from_chars(digits.data(), end, value, 16);
+    return read.ec == std::errc() && read.ptr == end;
+}
+
 // Declares the symbols from <X0009> to <X327F>: same text in front, hexadecimal digits behind.
 static bool symbol_range(reader &r, const token &first, const token &last, uint32_t step) {
     const std::string_view a = first.text, b = last.text;
@@ -408,18 +452,18 @@ static bool symbol_range(reader &r, const token &first, const token &last, uint3
     // Equal leading digits belong to the number, too.
     while (same > 0 && std::string_view("0123456789ABCDEF").find(a[same - 1]) != a.npos)
         --same;
-    const char *ea = a.data() + a.size(), *eb = b.data() + b.size();
-    if (a.size() != b.size() || std::from_chars(a.data() + same, ea, low, 16).ptr != ea ||
-        std::from_chars(b.data() + same, eb, high, 16).ptr != eb || high < low ||
-        high - low > 0x110000) {
+    if (a.size() != b.size() || !all_hex(a.substr(same), low) || !all_hex(b.substr(same), high) ||
+        high < low) {
         error(r.diag, first.pos,
-              "a range of symbols needs two names that end in hexadecimal digits");
+              "a range of symbols needs two names that count up in hexadecimal digits");
         return false;
     }
+    const uint32_t count = (high - low) / step + 1;
+    if (!room_for(r, size_t{count} * (1 + a.size() / 64), first.pos)) return false;
     const int digits = int(a.size() - same);
-    for (uint32_t v = low; v <= high; v += step) {
+    for (uint32_t i = 0; i < count; ++i) {
         std::string &name = r.out.pool.emplace_back(a.substr(0, same));
-        name += format("%0*X", digits, v);
+        name += format("%0*X", digits, unsigned(low + i * step));
         symbol_item(r.out, name, first.pos);
     }
     return true;
@@ -440,6 +484,10 @@ static bool collating_element(reader &r, const line_tokens &line) {
     if (line.size() < 4 || line[1].kind != tok::symbol || !is_word(line[2], "from") ||
         line[3].kind != tok::string) {
         error(r.diag, line[0].pos, "expected: collating-element <name> from \"characters\"");
+        return false;
+    }
+    if (++r.elements > most_elements) {
+        error(r.diag, line[0].pos, "more than 8192 collating elements; remove some");
         return false;
     }
     const uint32_t id = symbol_item(r.out, line[1].text, line[1].pos);
@@ -492,11 +540,8 @@ static bool copy_source(reader &r, const line_tokens &line) {
         error(r.diag, line[0].pos, "copy needs the name of a locale source in quotation marks");
         return false;
     }
-    if (r.depth >= max_copy_depth) {
-        error(r.diag, line[0].pos, "sources copy each other without end");
-        return false;
-    }
     lexer lex;
+    if (!may_copy(r.copies, r.depth, r.diag, line[0].pos)) return false;
     if (!open_copy(r.set, r.diag, line[1], category, lex)) return false;
     ++r.depth;
     const bool good = read_section(r, lex);
@@ -533,6 +578,9 @@ static bool conditional(reader &r, const line_tokens &line) {
     const std::string_view word = line[0].kind == tok::word ? line[0].text : std::string_view();
     const bool named = line.size() > 1 && r.defined.count(line[1].text) != 0;
     if (word == "ifdef" || word == "ifndef") {
+        if (r.taken.size() == most_open_ifs) {
+            error(r.diag, line[0].pos, "more than 64 ifdefs inside one another; close some");
+        }
         const bool on = named == (word == "ifdef");
         r.taken.push_back(on);
         r.active.push_back(on);
@@ -571,6 +619,7 @@ static bool read_section(reader &r, lexer lex) {
         const bool broken = std::any_of(line.begin(), line.end(),
                                         [](const token &t) { return t.kind == tok::bad; });
         if (broken || !section_line(r, line)) good = false;
+        if (r.taken.size() > most_open_ifs || !room_for(r, 0, line[0].pos)) return false;
         if (r.diag.errors > r.diag.max_errors) return false;
     }
     if (!ended) {

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 
 namespace kovac {
 
@@ -24,15 +23,15 @@ static convert_status load_registry(const std::string &path, diagnostics &diag, 
 
 // Bytes as hexadecimal digits; in a stateful code set two bytes are a character between shifts.
 static bool parse_substitute(const std::string &text, const conv_set &to, char_bytes *bytes) {
-    char *end = nullptr;
     if (text.empty()) return true;
-    if (text.size() % 2 || text.size() > 2 * max_char_bytes || text[0] == '-' || text[0] == '+') {
-        return false;
+    if (text.size() % 2 || text.size() > 2 * max_char_bytes) return false;
+    for (char c : text) {
+        if (hex_value(c) < 0) return false;
+        bytes->value = bytes->value << 4 | uint32_t(hex_value(c));
     }
-    bytes->value = uint32_t(strtoul(text.c_str(), &end, 16));
     bytes->len = uint8_t(text.size() / 2);
     bytes->shifted = to.stateful && bytes->len == 2;
-    return *end == 0 && text[1] != 'x' && text[1] != 'X';
+    return true;
 }
 
 struct direction {

@@ -3,17 +3,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
 namespace kovac {
 namespace {
-
-int hex_digit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
 
 // A line of a file with a place to report at.
 struct line_reader {
@@ -57,8 +49,8 @@ bool parse_hex(std::string_view digits, uint32_t *value) {
     *value = 0;
     if (digits.empty() || digits.size() > 8) return false;
     for (char c : digits) {
-        if (hex_digit(c) < 0) return false;
-        *value = *value << 4 | uint32_t(hex_digit(c));
+        if (hex_value(c) < 0) return false;
+        *value = *value << 4 | uint32_t(hex_value(c));
     }
     return true;
 }
@@ -91,6 +83,7 @@ bool read_shift_line(line_reader &in, conv_set &set) {
                              "the one that ends it");
     }
     if (!set.codes.empty()) return in.fail(line, "shift codes stand before the first character");
+    if (out.value == back.value) return in.fail(line, "the two shift codes must differ");
     set.stateful = true;
     set.shift_out = static_cast<unsigned char>(out.value);
     set.shift_in = static_cast<unsigned char>(back.value);
@@ -130,6 +123,7 @@ struct state_step {
                        // 'p' of code points beyond the basic plane
 };
 using state_row = std::array<state_step, 256>;
+constexpr size_t most_states = 128;
 
 struct ucm_reader {
     line_reader in;
@@ -157,8 +151,10 @@ bool read_state_item(const line_reader &in, std::string_view item, state_row &ro
     }
     const bool is_final = !has_next || dot < item.size();
     const char action = dot + 1 < item.size() ? item[dot + 1] : '.';
-    if (last > 0xFF || first > last || next > 0x7F || !strchr(".uisp", action)) {
-        return in.fail(whole, "this is no step of a state");
+    if (last > 0xFF || first > last || next >= most_states ||
+        std::string_view(".uisp").find(action) == std::string_view::npos) {
+        return in.fail(whole, "this is no step of a state; one is written FIRST[-LAST][:NEXT]"
+                              "[.[u|i|s|p]] with bytes up to ff and states below 128");
     }
     for (uint32_t b = first; b <= last; ++b)
         row[b] = {uint8_t(next), is_final, action};
@@ -166,6 +162,9 @@ bool read_state_item(const line_reader &in, std::string_view item, state_row &ro
 }
 
 bool read_state(ucm_reader &rd) {
+    if (rd.states.size() == most_states) {
+        return rd.in.fail(rd.in.rest, "more than 128 states; remove those that no step leads to");
+    }
     rd.states.emplace_back();
     std::string_view items = rd.in.rest;
     while (!items.empty()) {

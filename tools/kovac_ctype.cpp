@@ -42,7 +42,9 @@ constexpr standard_class standard_classes[] = {
     {"blank",  blank_bit,  " \t"                   },
 };
 
-constexpr int user_bits = 5; // bits of a 16-bit mask behind the standard classes
+constexpr int user_bits = 5;           // bits of a 16-bit mask behind the standard classes
+constexpr size_t most_own_names = 256; // classes and maps that a source may declare
+constexpr size_t most_range_work = size_t{1} << 28;
 
 struct source_class {
     std::string name;
@@ -64,6 +66,7 @@ struct ctype_reader {
     std::vector<source_class> classes;
     std::vector<std::string> maps;      // names that charconv declared
     std::vector<uint16_t> upper, lower; // partner of each character, 0 none
+    size_t range_work = 0;              // characters that ranges led through
     uint16_t given = 0;                 // classes that the source has
     bool upper_given = false, lower_given = false;
 };
@@ -94,10 +97,25 @@ static bool own_index(const charmap &map, uint32_t code, uint32_t &index) {
     return true;
 }
 
-static void add_codes(ctype_reader &rd, const member_sink &sink, const code_range &range) {
+// Ranges that overlap a million times over end here, not in the next year.
+static bool spend(ctype_reader &rd, const token &ellipsis, size_t characters) {
+    rd.range_work += characters;
+    if (rd.range_work <= most_range_work) return true;
+    if (rd.range_work - characters <= most_range_work) {
+        error(*rd.diag, ellipsis.pos,
+              "the ranges of LC_CTYPE overlap too often; remove those that repeat others");
+    }
+    return false;
+}
+
+static void add_codes(ctype_reader &rd, const member_sink &sink, const token &ellipsis,
+                      const code_range &range) {
     auto place = std::lower_bound(rd.by_code.begin(), rd.by_code.end(),
                                   std::pair<uint32_t, uint32_t>{range.first, 0});
-    for (; place != rd.by_code.end() && place->first <= range.last; ++place) {
+    const auto end = std::upper_bound(place, rd.by_code.end(),
+                                      std::pair<uint32_t, uint32_t>{range.last, UINT32_MAX});
+    if (!spend(rd, ellipsis, size_t(end - place))) return;
+    for (; place != end; ++place) {
         if ((place->first - range.first) % range.step == 0) add_index(rd, sink, place->second);
     }
 }
@@ -116,6 +134,7 @@ static void add_byte_range(ctype_reader &rd, const member_sink &sink, const toke
               "the end of this range lies before its start in the code set");
         return;
     }
+    if (!spend(rd, ellipsis, size_t(to - from) + 1)) return;
     for (const charmap_char *c = from; c <= to; ++c) {
         add_index(rd, sink, uint32_t(c - rd.map->chars.data()));
     }
@@ -128,7 +147,7 @@ static void add_range(ctype_reader &rd, const member_sink &sink, const token &el
         error(*rd.diag, ellipsis.pos, "the end of this range lies before its start");
         return;
     }
-    add_codes(rd, sink, {first, last, ellipsis.value});
+    add_codes(rd, sink, ellipsis, {first, last, ellipsis.value});
 }
 
 static bool is_char_token(const token &t) {
@@ -172,6 +191,10 @@ static void read_members(ctype_reader &rd, const std::vector<token> &line, size_
 static source_class &own_class(ctype_reader &rd, std::string_view name, position pos) {
     for (source_class &c : rd.classes) {
         if (c.name == name) return c;
+    }
+    if (rd.classes.size() == most_own_names) {
+        error(*rd.diag, pos, "more than 256 classes of the source's own; remove some");
+        return rd.classes.back();
     }
     rd.classes.push_back({std::string(name), pos, std::vector<bool>(rd.map->chars.size()), false});
     return rd.classes.back();
@@ -262,6 +285,9 @@ static void declare(ctype_reader &rd, const std::vector<token> &line, bool maps)
         if (t.kind != tok::word && t.kind != tok::string) {
             if (t.kind != tok::bad) error(*rd.diag, t.pos, "a name is expected here");
             return;
+        }
+        if (maps && rd.maps.size() == most_own_names) {
+            return error(*rd.diag, t.pos, "more than 256 maps of the source's own; remove some");
         }
         if (maps) {
             rd.maps.emplace_back(t.text);
@@ -354,6 +380,9 @@ static void make_pairs(ctype_reader &rd) {
         const uint16_t lower = rd.lower[i] == self ? uint16_t(0) : rd.lower[i];
         if (!upper && !lower) continue;
         const uint32_t key = uint32_t(upper) << 16 | lower;
+        if (out.pairs.size() > UINT16_MAX) {
+            return error(*rd.diag, {}, "more than 65535 different pairs of cases; remove some");
+        }
         auto [place, added] = index_of.emplace(key, uint16_t(out.pairs.size()));
         if (added) out.pairs.emplace_back(upper, lower);
         out.case_index[i] = place->second;

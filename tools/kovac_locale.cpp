@@ -8,7 +8,17 @@
 namespace kovac {
 namespace {
 
-constexpr int copy_depth = 16; // sources that copy one another, at most
+constexpr size_t most_tokens = size_t{1} << 22; // of a category with all that it copies
+constexpr int most_number = 127;
+
+struct line_reader {
+    source_set &set;
+    diagnostics &diag;
+    std::string_view category;
+    std::vector<std::vector<token>> &lines;
+    copy_budget copies;
+    size_t tokens = 0;
+};
 
 // One keyword of a category and where its value goes.
 struct keyword {
@@ -23,27 +33,32 @@ using ignored = std::vector<std::string_view>;
 
 } // namespace
 
-static bool read_lines(source_set &set, diagnostics &diag, std::string_view category, lexer lex,
-                       int depth, std::vector<std::vector<token>> &lines) {
+static bool read_lines(line_reader &rd, lexer lex, int depth) {
+    diagnostics &diag = rd.diag;
+    const std::string_view category = rd.category;
     const int errors = diag.errors;
     std::vector<token> line;
     bool ended = false, in_translit = false;
     while (next_line(lex, category, line, &ended)) {
+        rd.tokens += line.size() + 2; // a line costs its bookkeeping, too
+        if (rd.tokens > most_tokens) {
+            error(diag, line[0].pos,
+                  format("%s with all that it copies is too long; it has more than %zu words",
+                         std::string(category).c_str(), most_tokens));
+            return false;
+        }
         if (is_word(line[0], "translit_start") || is_word(line[0], "translit_end")) {
             in_translit = line[0].text == "translit_start";
         } else if (!in_translit && is_word(line[0], "copy")) {
             lexer copied;
             const token &what = line.size() > 1 ? line[1] : line[0];
-            if (depth >= copy_depth) {
-                error(diag, line[0].pos, "sources copy one another without end");
-                return false;
-            }
-            if (!open_copy(set, diag, what, category, copied) ||
-                !read_lines(set, diag, category, copied, depth + 1, lines)) {
+            if (!may_copy(rd.copies, depth, diag, line[0].pos) ||
+                !open_copy(rd.set, diag, what, category, copied) ||
+                !read_lines(rd, copied, depth + 1)) {
                 return false;
             }
         } else if (!in_translit) {
-            lines.push_back(std::move(line));
+            rd.lines.push_back(std::move(line));
         }
     }
     if (!ended && diag.errors == errors) {
@@ -64,7 +79,8 @@ bool category_lines(source_set &set, diagnostics &diag, std::string_view categor
               format("the source has no %s category", std::string(category).c_str()));
         return false;
     }
-    return read_lines(set, diag, category, lex, 0, lines);
+    line_reader rd{set, diag, category, lines};
+    return read_lines(rd, lex, 0);
 }
 
 // ---- values ------------------------------------------------------------------------------------
@@ -147,6 +163,9 @@ static void read_value(const text_job &job, const std::vector<token> &line, int 
         return misplaced(job, line[line.size() - 1], "one number");
     }
     const int value = int(line[1].value);
+    if (value < -1 || value > most_number) {
+        return error(job.diag, line[1].pos, "a number from -1 (not stated) to 127 is expected");
+    }
     out = value == -1 ? absent_number : value;
 }
 

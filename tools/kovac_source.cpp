@@ -29,7 +29,7 @@ std::string format(const char *fmt, ...) {
 }
 
 bool read_whole(const std::string &path, std::string &text) {
-    constexpr size_t limit = size_t(64) << 20;
+    constexpr size_t limit = size_t(16) << 20;
     constexpr unsigned step = 1 << 18;
     gzFile in = gzopen(path.c_str(), "rb");
     if (!in) return false;
@@ -163,7 +163,7 @@ static bool is_word_char(char c) {
            c == '-' || c == '+' || c == ':' || c == '@';
 }
 
-static int hex_value(char c) {
+int hex_value(char c) {
     if (is_digit(c)) return c - '0';
     if (c >= 'a' && c <= 'f') return c - 'a' + 10;
     if (c >= 'A' && c <= 'F') return c - 'A' + 10;
@@ -249,8 +249,7 @@ static token bad_token(lexer &lex, uint32_t start, const std::string &why) {
     return make_token(lex, tok::bad, start);
 }
 
-// <Uxxxx> to <Uxxxxxxxx>, without the brackets; no_code for any other name.
-static uint32_t code_of_name(std::string_view name) {
+uint32_t symbol_code(std::string_view name) {
     if (name.size() < 5 || name.size() > 9 || name[0] != 'U') return no_code;
     uint32_t code = 0;
     for (char c : name.substr(1)) {
@@ -289,7 +288,7 @@ static token symbol_token(lexer &lex) {
         }
         t.text = lex.file->pool.emplace_back(std::move(plain));
     }
-    t.value = code_of_name(t.text);
+    t.value = symbol_code(t.text);
     return t;
 }
 
@@ -536,10 +535,32 @@ bool next_line(lexer &lex, std::string_view category, std::vector<token> &line, 
     return false;
 }
 
+bool may_copy(copy_budget &budget, int depth, diagnostics &diag, position pos) {
+    constexpr int most_depth = 16;
+    if (depth < most_depth && budget.left > 0) {
+        --budget.left;
+        return true;
+    }
+    error(diag, pos,
+          depth < most_depth ? "more than 256 copies in one category; remove some"
+                             : "sources copy one another without end; remove a copy line");
+    return false;
+}
+
+bool names_a_path(std::string_view name) {
+    return name.find_first_of("/\\") != std::string_view::npos;
+}
+
 bool open_copy(source_set &set, diagnostics &diag, const token &copy_token,
                std::string_view category, lexer &lex) {
     if (copy_token.kind != tok::string || copy_token.text.empty()) {
         error(diag, copy_token.pos, "copy needs the name of a locale source in quotation marks");
+        return false;
+    }
+    if (names_a_path(copy_token.text)) {
+        error(diag, copy_token.pos,
+              "a source copies others by name, not by path; write the name alone and put the "
+              "source beside this one or into $I18NPATH");
         return false;
     }
     const source_file *file = load_source(set, diag, copy_token.text, copy_token.pos);

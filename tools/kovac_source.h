@@ -21,7 +21,7 @@ struct source_file {
     mutable std::deque<std::string> pool; // symbol names that had to be unescaped
 };
 
-// Reads a whole file, unpacking gzip. False when it cannot be read or is larger than 64 MB.
+// Reads a whole file, unpacking gzip. False when it cannot be read or is larger than 16 MB.
 bool read_whole(const std::string &path, std::string &text);
 
 // Path of a name: itself when it holds a slash, else the first of dirs that has it (also with
@@ -94,6 +94,11 @@ enum class tok : uint8_t {
 
 constexpr uint32_t no_code = 0xFFFFFFFF;
 
+int hex_value(char digit); // -1 for what is none
+
+// The code point of a name from Uxxxx to Uxxxxxxxx, at most 7FFFFFFF; no_code for any other.
+uint32_t symbol_code(std::string_view name);
+
 struct token {
     tok kind = tok::end_file;
     uint8_t dots = 0;      // ellipsis: 2 ".." hexadecimal, 3 "..." code order, 4 "...." decimal
@@ -129,6 +134,17 @@ bool seek_category(lexer &lex, std::string_view category);
 bool next_line(lexer &lex, std::string_view category, std::vector<token> &line, bool *ended);
 
 bool is_word(const token &t, std::string_view text);
+
+// A source names others; where those lie is not for it to say.
+bool names_a_path(std::string_view name);
+
+// What copying may still cost. Sources that copy one another several times would be read so many
+// times to the power of their depth.
+struct copy_budget {
+    int left = 256;
+};
+// Whether a copy line may be followed; depth counts those around it. An error is reported.
+bool may_copy(copy_budget &budget, int depth, diagnostics &diag, position pos);
 
 // "LC_CTYPE" and so on with a copy line: the copied category opened in lex. False after an error.
 // copy_token is the string behind "copy".

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <unordered_set>
 
 #include "kova.h"
@@ -276,19 +275,13 @@ static bool prove(const symbol_set &set, const std::string &path, diagnostics &d
 // The object stands beside its place until it is proved.
 static convert_status write_proved(const symbol_set &set, const std::string &path,
                                    diagnostics &diag) {
-    const std::string trial = path + ".trial";
     std::string why;
-    std::error_code failed, ignored;
-    if (write_text(trial, object_text(set), &why) != write_result::done) {
-        error(diag, {}, "cannot write " + path + ": " + why);
-        return convert_status::file;
-    }
-    const bool proved = prove(set, trial, diag);
-    if (proved) std::filesystem::rename(trial, path, failed);
-    if (proved && !failed) return convert_status::done;
-    std::filesystem::remove(trial, ignored);
-    if (!proved) return convert_status::source;
-    error(diag, {}, "cannot write " + path + ": " + failed.message());
+    const write_result result =
+        write_text(path, object_text(set), &why,
+                   [&](const std::string &beside) { return prove(set, beside, diag); });
+    if (result == write_result::done) return convert_status::done;
+    if (result == write_result::unproved) return convert_status::source;
+    error(diag, {}, "cannot write " + path + ": " + why);
     return convert_status::file;
 }
 

@@ -37,7 +37,9 @@ static void read_entry(loader &ld, const std::vector<token> &line) {
 }
 
 static void read_table(loader &ld, std::string_view name, int depth) {
-    if (depth > include_depth || !ld.seen.insert(std::string(name)).second) return;
+    if (depth > include_depth || (depth > 0 && names_a_path(name)) ||
+        !ld.seen.insert(std::string(name)).second)
+        return;
     const source_file *file = load_source(ld.tables->set, ld.quiet, name, {});
     if (!file) return;
     lexer lex = open_lexer(*file, ld.quiet);

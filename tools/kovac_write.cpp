@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "kova.h"
+#include "tool_file.h"
 
 namespace kovac {
 
@@ -178,52 +179,54 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
 // ---- files -------------------------------------------------------------------------------------
 
 write_result write_file(const std::string &path, std::string *why,
-                        const std::function<bool(FILE *)> &put) {
+                        const std::function<bool(FILE *)> &put, const trial &prove) {
     std::error_code failed;
-    const fs::path target(path), beside(path + ".new");
+    const fs::path target(path);
+    kovatool::replacement file;
     if (target.has_parent_path()) fs::create_directories(target.parent_path(), failed);
-    FILE *out = failed ? nullptr : fopen(beside.string().c_str(), "wb");
-    if (!out) {
+    if (failed || !open_replacement(path, kovatool::link_in_place::replaced, file)) {
         *why = failed ? failed.message() : strerror(errno);
         return write_result::io;
     }
+    write_result result = write_result::done;
     errno = 0;
-    const bool put_all = put(out);
-    const bool written = !ferror(out) && fflush(out) == 0;
-    const int reason = errno;
-    if (fclose(out) == 0 && written && put_all) {
-        fs::rename(beside, target, failed);
-        if (!failed) return write_result::done;
-        *why = failed.message();
-    } else {
-        *why = strerror(reason ? reason : EIO);
+    const bool put_all = put(file.stream);
+    const bool written = !ferror(file.stream) && sync_replacement(file);
+    *why = strerror(errno ? errno : EIO);
+    if (!put_all && !ferror(file.stream)) {
+        result = write_result::no_memory;
+    } else if (!put_all || !written) {
+        result = write_result::io;
+    } else if (prove && !prove(file.beside)) {
+        result = write_result::unproved;
     }
-    std::error_code ignored;
-    fs::remove(beside, ignored);
-    return put_all ? write_result::io : write_result::no_memory;
+    if (result != write_result::done) {
+        discard_replacement(file);
+        return result;
+    }
+    if (commit_replacement(file)) return write_result::done;
+    *why = strerror(errno);
+    return write_result::io;
 }
 
 write_result link_file(const std::string &existing, const std::string &path, std::string *why) {
-    const fs::path beside(path + ".new");
-    std::error_code failed;
-    fs::remove(beside, failed);
-    fs::create_hard_link(existing, beside, failed);
-    if (failed) fs::copy_file(existing, beside, fs::copy_options::overwrite_existing, failed);
-    if (!failed) fs::rename(beside, path, failed);
-    if (!failed) return write_result::done;
-    *why = failed.message();
+    if (kovatool::link_in_one_step(existing, path)) return write_result::done;
+    *why = strerror(errno);
     return write_result::io;
 }
 
 write_result write_locale(const std::string &path, const locale_object &object, const charmap &map,
-                          std::string *why) {
-    return write_file(path, why, [&](FILE *out) { return put_object(out, object, map); });
+                          std::string *why, const trial &prove) {
+    return write_file(
+        path, why, [&](FILE *out) { return put_object(out, object, map); }, prove);
 }
 
-write_result write_text(const std::string &path, const std::string &text, std::string *why) {
-    return write_file(path, why, [&text](FILE *out) {
-        return fwrite(text.data(), 1, text.size(), out) == text.size();
-    });
+write_result write_text(const std::string &path, const std::string &text, std::string *why,
+                        const trial &prove) {
+    return write_file(
+        path, why,
+        [&text](FILE *out) { return fwrite(text.data(), 1, text.size(), out) == text.size(); },
+        prove);
 }
 
 } // namespace kovac
