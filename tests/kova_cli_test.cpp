@@ -194,6 +194,34 @@ TEST_F(KovaCli, SaysWhatCannotBeReadOrWritten) {
         4, "temporary file");
 }
 
+TEST_F(KovaCli, RefusesPathsShowsNoControlsAndChecksItsOutput) {
+    static const struct {
+        const char *line;
+        int status;
+        const char *message;
+    } rows[] = {
+        {"kova info ../../etc/passwd",                                                    3, "cannot be a path"         },
+        {"LC_ALL=de_DE./etc/passwd kova sort",                                            3, "cannot be a path"         },
+        {"kova convert -f ../a -t utf8",                                                  3, "cannot be a path"         },
+        {"kova chart /etc/passwd",                                                        3, "cannot be a path"         },
+        {"kova symbols ../../etc/passwd",                                                 3, "cannot be a path"         },
+        {"kova info \"$(printf 'x\\033[31m\\342\\200\\256')\"",                           3, "\"x\\x1b[31m\\u202e\""    },
+        {"kova count POSIX \"$(printf 'a\\nkova: b\\302\\233')\"",                        4, "a\\x0akova: b\\u009b: "   },
+        {"kova --help > /dev/full",                                                       4, "standard output: No space"},
+        {"kovac --help > /dev/full",                                                      3, "standard output: No space"},
+        {"kovac locale -i \"$(printf 'a\\033')\" -f x -o root",                           3, "\"a\\x1b\""               },
+        {"kovac locale -i POSIX -f ANSI_X3.4-1968 --default --prove -o root > /dev/full", 3,
+         "standard output: No space"                                                                                    },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.line);
+        const outcome got = shell(row.line);
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_NE(got.err.find(row.message), std::string::npos) << got.err;
+        EXPECT_EQ(std::count(got.err.begin(), got.err.end(), '\n'), 1) << got.err;
+    }
+}
+
 TEST_F(KovaCli, EndsQuietlyWhenTheReaderGoesAway) {
     const std::string path = file("w", std::string(2000000, '\n'));
     const std::string command = "VANTORDIR=" + root + " " + env("KOVA_BIN_DIR") +

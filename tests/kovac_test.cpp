@@ -143,7 +143,7 @@ TEST(KovacCharmap, RefusesWhatItCannotRead) {
         {"nonsense\n",                                                          "is expected"     },
         {"CHARMAP\n<U0000>..<UFFFE> /x00\nEND CHARMAP\n",                       "more than 1 byte"},
         {"CHARMAP\n<A01>...<A02> /xff/xff\nEND CHARMAP\n",                      "more than 2 byte"},
-        {"CHARMAP\n<AFFFFFFF0>..<AFFFFFFFF> /xf1\nEND CHARMAP\n",               "more than 1 byte"},
+        {"CHARMAP\n<XFFFFFFF0>..<XFFFFFFFF> /xf1\nEND CHARMAP\n",               "more than 1 byte"},
         {"CHARMAP\n<U0000>..<U7FFFFFFF> /x00\nEND CHARMAP\n",                   "131071"          },
         {"CHARMAP\n<U0041> /x41/x42/x43/x44/x45\nEND CHARMAP\n",                "at most four"    },
         {"CHARMAP\n<> /x41\nEND CHARMAP\n",                                     "1 to 128 bytes"  },
@@ -479,7 +479,7 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     check(&parts::ctype, "copy \"../main\"\n", "by name, not by path");
     check(&parts::ctype, repeated("charclass c", 257).c_str(), "more than 256 classes");
     check(&parts::collate, "collating-symbol <A0>..<AFFFFFFFF>\n", "count up");
-    check(&parts::collate, "collating-symbol <A00000000>..<AFFFFFFFF>\n", "more than 2097152");
+    check(&parts::collate, "collating-symbol <S00000000>..<SFFFFFFFF>\n", "more than 2097152");
     check(&parts::collate, "order_start forward\n<U0041>\n..\n<U7FFFFFFF>\norder_end\n",
           "more than 2097152");
     check(&parts::collate, repeated("ifdef X", 65).c_str(), "more than 64 ifdefs");

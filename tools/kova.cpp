@@ -1,6 +1,8 @@
 // The command line kova: its commands, their options and their help.
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -11,6 +13,7 @@
 #include "kova.h"
 #include "kova_cli.h"
 #include "kova_platform.h"
+#include "tool_text.h"
 
 namespace {
 
@@ -443,8 +446,23 @@ void add_parse_date(CLI::App &app, arguments &args) {
 }
 
 int complain(int status, const char *text) {
-    if (*text) std::fprintf(stderr, "kova: %s\n", text);
+    if (*text) kovatool::tell("kova", text);
     return status;
+}
+
+int complain(const failure &e) {
+    complain(e.status, e.what());
+    if (!e.excerpt.empty())
+        std::fprintf(stderr, "%s\n", kovatool::printable(e.excerpt, "\n").c_str());
+    return e.status;
+}
+
+// What was written counts only once the system has taken it.
+int finish_output(int status) {
+    if (kovatool::flush_standard_output() || status != done) return status;
+    if (reader_is_gone(errno)) return bad_file;
+    return complain(bad_file,
+                    (std::string("cannot write standard output: ") + std::strerror(errno)).c_str());
 }
 
 int run_command(arguments &args) {
@@ -454,16 +472,11 @@ int run_command(arguments &args) {
     try {
         return args.run();
     } catch (const failure &e) {
-        return complain(e.status, e.what());
-    } catch (const std::bad_alloc &) {
-        return complain(bad_file, "memory is exhausted; sort with a smaller --buffer-size");
+        return complain(e);
     }
 }
 
-} // namespace
-
-int main(int argc, char **argv) {
-    prepare_process();
+int run_main(int argc, char **argv) {
     arguments args;
     CLI::App app(
         "Sorts, compares, classifies, maps and converts text under compiled locales, with the same "
@@ -492,8 +505,8 @@ int main(int argc, char **argv) {
     add_symbols(app, args);
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"
-        "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, 4 bad "
-        "file.");
+        "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, or no "
+        "memory, 4 bad file.");
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first
@@ -505,4 +518,20 @@ int main(int argc, char **argv) {
         return complain(bad_usage, (text + "; kova --help tells more").c_str());
     }
     return run_command(args);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    prepare_process();
+    try {
+        return finish_output(run_main(argc, argv));
+    } catch (const std::bad_alloc &) {
+        std::fputs("kova: memory is exhausted; give it more, or sort with a smaller "
+                   "--buffer-size\n",
+                   stderr);
+    } catch (const std::length_error &) {
+        std::fputs("kova: the input asks for more memory than there is\n", stderr);
+    }
+    return bad_locale;
 }

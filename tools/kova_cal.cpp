@@ -74,6 +74,7 @@ void append_right(const cal_job &job, wide_text &line, const wide_text &text, in
 void write_line(const cal_job &job, const wide_text &line, output &out) {
     std::string text;
     encode(job.code, line.data(), line.size(), text);
+    text = visible(job.code, text);
     if (job.code.utf8)
         text += '\n';
     else

@@ -6,6 +6,7 @@
 #include "kova_locale.h"
 #include "kova_read.h"
 #include "kova_table.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -69,6 +70,7 @@ static cell shown(const codec &code, const ko_wchar_t *wide, size_t units) {
         if (point == '\t') return {"\\t"};
         return {point == ' ' ? " " : "."};
     }
+    if (kovatool::obeyed_by_terminals(point)) return {"."};
     const bool plain = point < 0x7F;
     if (!code.utf8 && !plain && (code.min_len > 1 || code.newline != '\n')) return {"."};
     cell result{"", 1};

@@ -14,16 +14,17 @@ enum exit_status {
     done = 0,
     bad_text = 1,   // a text holds what is no character of the code set
     bad_usage = 2,  // an unknown option, a missing argument
-    bad_locale = 3, // no data root, no such locale, a damaged object
+    bad_locale = 3, // no data root, no such locale, a damaged object, no memory
     bad_file = 4    // a file cannot be read or written
 };
 
-// Ends the command with one line on standard error, "kova: " and the text. An empty text ends it
-// silently.
+// Ends the command with one line on standard error, "kova: " and the text, and with the lines of an
+// excerpt below it. An empty text ends it silently.
 struct failure : std::runtime_error {
     int status;
-    failure(int exit_status, const std::string &text)
-        : std::runtime_error(text), status(exit_status) {}
+    std::string excerpt;
+    failure(int exit_status, const std::string &text, const std::string &lines = {})
+        : std::runtime_error(text), status(exit_status), excerpt(lines) {}
 };
 
 // What --utf8 and --bytes say.

@@ -9,6 +9,7 @@
 
 #include "kova_io.h"
 #include "kova_text.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -396,7 +397,7 @@ void tell_way(const convert_job &job) {
     if (job.way.legs == 1) text += ": " + job.way.files[0];
     if (job.way.legs == 2)
         text += " through " + job.way.through + ": " + job.way.files[0] + ", " + job.way.files[1];
-    std::fprintf(stderr, "kova: %s\n", text.c_str());
+    kovatool::tell("kova", text);
 }
 
 // Every byte is a character or none, and shifts nothing.
@@ -470,7 +471,7 @@ void tell_report(const convert_job &job) {
         std::fprintf(stderr, "kova: %llu %s %s\n", static_cast<unsigned long long>(found.count),
                      found.count == 1 ? "character" : "characters", found.name);
         for (const std::string &where : found.first)
-            std::fprintf(stderr, "kova:   %s\n", where.c_str());
+            kovatool::tell("kova", "  " + where);
         if (found.count > found.first.size())
             std::fprintf(stderr, "kova:   and %llu more\n",
                          static_cast<unsigned long long>(found.count - found.first.size()));
@@ -485,7 +486,7 @@ void tell_findings(const convert_job &job) {
                      static_cast<unsigned long long>(found.count),
                      found.count == 1 ? "character" : "characters",
                      job.options->replace ? "replaced" : "skipped", found.name,
-                     found.first[0].c_str());
+                     kovatool::printable(found.first[0]).c_str());
     }
     if (job.options->verbose && job.any_substituted)
         std::fputs("kova: some characters were substituted; --report tells where\n", stderr);

@@ -11,6 +11,7 @@ namespace kovacli {
 // ---- code sets ----
 
 code_set find_code_set(const std::string &name) {
+    refuse_path("code set", name);
     return {name, name.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(name)};
 }
 code_set utf8_code_set() { return find_code_set("utf8"); }

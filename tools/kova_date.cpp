@@ -113,7 +113,7 @@ int run_date(const common_options &common, const date_options &options) {
     std::string line;
     encode(code, result.data(), result.size(), line);
     output out;
-    write(out, line + "\n");
+    write(out, for_terminal(code, line) + "\n");
     finish(out);
     return done;
 }

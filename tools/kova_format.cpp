@@ -94,11 +94,12 @@ void fail_in_format(const codec &code, const format_text &format, size_t place, 
         end = d.end;
     }
     text += part(place, end) + ", at character " + std::to_string(place + 1) + " of the format: ";
-    text += why + "\n  " + part(0, size) + "\n  ";
-    text += std::string(columns(code, format, 0, place), ' ') + '^';
+    text += why;
+    std::string shown = "  " + part(0, size) + "\n  ";
+    shown += std::string(columns(code, format, 0, place), ' ') + '^';
     const size_t marked = columns(code, format, place, end);
-    if (marked > 1) text += std::string(marked - 1, '~');
-    throw failure(status, text);
+    if (marked > 1) shown += std::string(marked - 1, '~');
+    throw failure(status, text, shown);
 }
 
 // ---- values ----

@@ -5,6 +5,7 @@
 #include "kova_cli.h"
 #include "kova_info.h"
 #include "kova_table.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -139,7 +140,7 @@ static std::string ratio(double value) {
 static void add_figures(const locale_handle &handle, const codec &code,
                         std::vector<std::vector<cell>> &rows) {
     const auto add = [&](const char *name, const std::string &value) {
-        rows.push_back({{name}, {value}});
+        rows.push_back({{name}, {kovatool::printable(value)}});
     };
     const loc_exports *head = static_cast<const loc_exports *>(handle.loc);
     add("locale", handle.name);
@@ -233,13 +234,13 @@ static void write_everything(const locale_handle &handle, const codec &code, out
         std::string text;
         if (!item_text(code, item, text)) continue;
         rows.push_back({
-            {item_name(item)     },
-            {std::to_string(item), -1, true},
-            {text               }
+            {item_name(item)},
+            {     std::to_string(item),             -1, true},
+            { visible(code,    text)}
         });
     }
     for (const convention &c : conventions(code))
-        rows.push_back({{c.name}, {}, {c.value}});
+        rows.push_back({{c.name}, {}, {visible(code, c.value)}});
     write(out, "\n");
     write_table(out, rows);
 }
@@ -262,7 +263,7 @@ int run_info(const common_options &common, const info_options &options) {
         for (const std::string &name : options.items) {
             std::string text;
             item_text(code, item_of(name), text);
-            write(out, text + newline_of(code));
+            write(out, visible(code, text) + newline_of(code));
         }
     }
     finish(out);
@@ -281,13 +282,13 @@ int run_locales(const common_options &common) {
         std::string name = object.code_set.empty() ? "?" : specification(object);
         if (const std::string fault = object_fault(object); !fault.empty()) {
             name = "! " + object.language + "." + std::to_string(object.number);
-            faults += "! " + object.path + " " + fault + "\n";
+            faults += kovatool::printable("! " + object.path + " " + fault) + "\n";
         }
         rows.push_back({
-            {name                                           },
-            {object.code_set.empty() ? "?" : object.code_set},
-            {std::to_string(object.number),                   -1, true},
-            {object.path                                          }
+            {kovatool::printable(name)                                           },
+            {object.code_set.empty() ? "?" : kovatool::printable(object.code_set)},
+            {std::to_string(object.number),                                        -1, true},
+            {kovatool::printable(object.path)                                                               }
         });
     }
     output out;
@@ -295,6 +296,7 @@ int run_locales(const common_options &common) {
     if (where.empty())
         for (const std::string &dir : data.dirs)
             where += (where.empty() ? "" : ";") + dir;
+    where = kovatool::printable(where);
     if (rows.size() == 1) {
         write(out, "no locales below " + where + "\n");
     } else {

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "kova_table.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -70,9 +71,10 @@ std::string item_list(const codec &code, unsigned first, unsigned count) {
 }
 
 struct page {
+    const codec &code;
     std::vector<std::vector<cell>> rows;
     void add(const char *name, const std::string &value) {
-        if (!value.empty()) rows.push_back({{name}, {value}});
+        if (!value.empty()) rows.push_back({{name}, {visible(code, value)}});
     }
 };
 
@@ -98,7 +100,7 @@ void add_times(page &page, const codec &code) {
 } // namespace
 
 void write_page(const locale_handle &handle, const codec &code, output &out) {
-    page page;
+    page page{code, {}};
     page.add("locale", handle.name);
     page.add("object", handle.object.path);
     page.add("code set",
@@ -122,17 +124,22 @@ void write_page(const locale_handle &handle, const codec &code, output &out) {
 
 // ---- JSON ----
 
+// UTF-8 in quotation marks; what a terminal would obey is spelled out, as JSON allows.
 static std::string quoted(const std::string &text) {
     std::string json = "\"";
-    for (const char c : text) {
+    for (size_t at = 0, size; at < text.size(); at += size) {
+        uint32_t point = 0;
+        const auto *bytes = reinterpret_cast<const unsigned char *>(text.data() + at);
+        const int taken = utf8_char(bytes, text.size() - at, point);
+        size = taken > 0 ? size_t(taken) : 1;
         char escape[8];
-        if (c == '"' || c == '\\') {
-            json += std::string{'\\', c};
-        } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) {
-            std::snprintf(escape, sizeof escape, "\\u%04x", unsigned(c));
-            json += escape;
+        if (text[at] == '"' || text[at] == '\\') {
+            json += std::string{'\\', text[at]};
+        } else if (taken > 0 && !kovatool::obeyed_by_terminals(point)) {
+            json.append(text, at, size);
         } else {
-            json += c;
+            std::snprintf(escape, sizeof escape, "\\u%04x", unsigned(taken > 0 ? point : 0xFFFD));
+            json += escape;
         }
     }
     return json + '"';

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "kova_host.h"
 #include "kova_platform.h"
 
 namespace kovacli {
@@ -127,6 +128,7 @@ void read_header(object_file &object) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open_input(object.path),
                                                                 std::fclose);
     std::string line;
+    object.fault = file ? 0 : errno;
     if (!file || !header_line(file.get(), 127, line) || line != "FILE_TYPE=locale_object" ||
         !header_line(file.get(), 127, line) || !header_line(file.get(), 127, line))
         return;
@@ -138,6 +140,7 @@ void read_header(object_file &object) {
     while (header_line(file.get(), 20, line) && line.empty()) {
     }
     object.code_set = line;
+    if (std::ferror(file.get())) object.fault = EIO;
 }
 
 std::vector<object_file> list_objects(const data_place &place) {
@@ -167,6 +170,12 @@ std::vector<object_file> list_objects(const data_place &place) {
         }
     }
     return result;
+}
+
+void refuse_path(const char *what, const std::string &name) {
+    if (name.find_first_of("/\\") == name.npos && name.find("..") == name.npos) return;
+    throw failure(bad_locale, std::string("the name of a ") + what + " cannot be a path: \"" +
+                                  name + "\"; --root names another place for the data");
 }
 
 uint16_t code_set_number(const std::string &name) {
@@ -236,8 +245,29 @@ static std::string fault_text(int error, const object_file &object) {
     }
 }
 
+// Why a record that was loaded lacks part of its file; "" where it is whole.
+static std::string damage_text(ko_lc_t loc) {
+    switch (ko_lc_status(loc)) {
+    case KO_OK:
+        return "";
+    case KO_ENOMEM:
+        return "cannot be loaded whole: memory is exhausted";
+    default:
+        return "cannot be loaded whole: reading it failed";
+    }
+}
+
+// Whatever the locale was opened by: the record is whole, and so is what its header says.
+static void check_whole(const locale_handle &handle) {
+    if (const std::string text = damage_text(handle.loc); !text.empty())
+        throw failure(bad_locale, handle.object.path + " " + text);
+    if (handle.object.fault)
+        throw failure(bad_locale, handle.object.path +
+                                      " cannot be read: " + std::strerror(handle.object.fault));
+}
+
 static void load(const std::string &name, locale_handle &handle) {
-    if (ko_lc_load(&handle.loc, name.c_str(), nullptr, nullptr) == 0) return;
+    if (ko_lc_load(&handle.loc, name.c_str(), nullptr, nullptr) == 0) return check_whole(handle);
     const int error = *ko_ext_errno(handle.loc);
     throw failure(bad_locale, handle.object.path + " " + fault_text(error, handle.object));
 }
@@ -253,7 +283,10 @@ static void open_default(const data_place &place, locale_handle &handle) {
     object.number =
         object.code_set.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(object.code_set);
     handle.name = "POSIX";
-    if (ko_createlocale_2(&handle.loc) == 0) return;
+    if (ko_createlocale_2(&handle.loc) == 0) {
+        if (object.fault == ENOENT) object.fault = 0; // KO_PATH may name further directories
+        return check_whole(handle);
+    }
     const int error = *ko_ext_errno(handle.loc);
     if (error == KO_EFILE)
         throw failure(bad_locale, "the POSIX locale is missing: no default.lco in " +
@@ -279,6 +312,7 @@ static void open_bare(const std::string &spec, const std::string &language,
 }
 
 void open_locale(const data_place &place, const std::string &spec, locale_handle &handle) {
+    refuse_path("locale", spec);
     if (spec == "POSIX" || spec == "C" || spec == "default") return open_default(place, handle);
     const std::vector<object_file> all = list_objects(place);
     const std::string language = language_of(spec);
@@ -309,6 +343,8 @@ std::string object_fault(const object_file &object) {
     std::string fault;
     if (ko_lc_load(&loc, object.file_name.c_str(), nullptr, nullptr) != 0)
         fault = fault_text(*ko_ext_errno(loc), object);
+    else
+        fault = damage_text(loc);
     ko_lc_unload(loc);
     return fault;
 }

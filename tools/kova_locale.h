@@ -22,6 +22,10 @@ enum class data_kind : uint8_t { locales, conversions, charmaps };
 // library look there. Throws failure.
 data_place find_data(const common_options &common, data_kind kind = data_kind::locales);
 
+// Throws failure where a name from the command line or the environment would lead to a file of
+// its own choice. what: "locale", "code set".
+void refuse_path(const char *what, const std::string &name);
+
 // The number of a code-set name, the registry held in memory from the first call on.
 uint16_t code_set_number(const std::string &name);
 
@@ -34,6 +38,7 @@ struct object_file {
     std::string path;      // where it is
     std::string code_set;  // name that the file's header gives; "" when it is no locale object
     std::vector<std::string> header; // the free header lines
+    int fault = 0;                   // errno of a header that could not be read
 };
 
 // Reads the header of an object file into code_set and header.

@@ -62,7 +62,7 @@ static void print_amounts(const codec &code, const format_text &format,
         if (!works(format.wide.data())) bad_format(code, format, works);
         std::string line;
         encode(code, result.data(), result.size(), line);
-        write(out, line + "\n");
+        write(out, for_terminal(code, line) + "\n");
         if (format.directives.empty()) return;
     }
 }

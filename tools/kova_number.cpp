@@ -190,7 +190,7 @@ static void print_numbers(const codec &code, const format_text &format,
         append_literal(code, format, done_to, format.wide.size() - 1, line);
         std::string text;
         encode(code, line.data(), line.size(), text);
-        write(out, text + "\n");
+        write(out, for_terminal(code, text) + "\n");
         if (format.directives.empty()) return;
     }
 }

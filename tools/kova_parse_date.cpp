@@ -89,9 +89,9 @@ static ko_tm_t today_of(const std::string &text) {
     try {
         fail_in_format(code, format, place, of_format ? bad_usage : bad_text, reason(error));
     } catch (const failure &e) {
-        throw failure(e.status, std::string(e.what()) + "\nand at character " +
-                                    std::to_string(read + 1) + " of the text\n  " + shown + "\n  " +
-                                    std::string(columns, ' ') + '^');
+        throw failure(e.status, e.what(),
+                      e.excerpt + "\nand at character " + std::to_string(read + 1) +
+                          " of the text\n  " + shown + "\n  " + std::string(columns, ' ') + '^');
     }
 }
 
@@ -121,7 +121,7 @@ int run_parse_date(const common_options &common, const parse_date_options &optio
         result += '\n';
     }
     output out;
-    write(out, result);
+    write(out, for_terminal(code, result));
     finish(out);
     return done;
 }

@@ -1,5 +1,6 @@
 // What is no character in a file: where it stands, and how many there are.
 #include "kova_read.h"
+#include "tool_text.h"
 
 #include <cstdio>
 
@@ -19,7 +20,7 @@ void tell_bad(const bad_count &counted, const char *what) {
     if (counted.count)
         std::fprintf(stderr, "kova: %llu bad character%s %s, the first at %s\n",
                      static_cast<unsigned long long>(counted.count), counted.count == 1 ? "" : "s",
-                     what, counted.first.c_str());
+                     what, kovatool::printable(counted.first).c_str());
 }
 
 } // namespace kovacli

@@ -9,6 +9,7 @@
 #include "kova_locale.h"
 #include "kova_sort_runs.h"
 #include "kova_text.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -333,11 +334,12 @@ int run_sort(const common_options &common, const sort_options &options) {
     }
     clear_report(job);
     if (job.replaced)
-        std::fprintf(
-            stderr, "kova: %s compared as %s, the first at %s\n",
-            job.replaced == 1 ? "1 bad character was"
-                              : (std::to_string(job.replaced) + " bad characters were").c_str(),
-            job.code.replacement == 0xFFFD ? "U+FFFD" : "\"?\"", job.first_replaced.c_str());
+        std::fprintf(stderr, "kova: %s compared as %s, the first at %s\n",
+                     job.replaced == 1
+                         ? "1 bad character was"
+                         : (std::to_string(job.replaced) + " bad characters were").c_str(),
+                     job.code.replacement == 0xFFFD ? "U+FFFD" : "\"?\"",
+                     kovatool::printable(job.first_replaced).c_str());
     return done;
 }
 

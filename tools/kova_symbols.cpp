@@ -26,6 +26,7 @@ struct charmap {
 int error_of(const charmap &map) { return static_cast<const gen_exports *>(map.cm)->ko_lerrno; }
 
 void open_charmap(const std::string &code_set, charmap &map) {
+    refuse_path("code set", code_set);
     if (ko_cm_load(&map.cm, code_set.c_str(), nullptr, nullptr) == 0) return;
     const int error = error_of(map);
     const std::string what = "code set " + code_set + ": ";

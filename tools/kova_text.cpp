@@ -9,6 +9,7 @@
 #include "kova_convert.h"
 #include "kova_platform.h"
 #include "kovac_charmap.h"
+#include "tool_text.h"
 
 namespace kovacli {
 
@@ -143,6 +144,7 @@ bool add_mapping(const locale_handle &handle, const data_place &place, codec &co
     std::string name = code.code_set;
     for (const std::string &line : handle.object.header)
         if (line.compare(0, 8, "CHARMAP=") == 0) name = line.substr(8);
+    if (kovac::names_a_path(name)) name.clear(); // an object does not say which files are read
     if (kovac::find_file(dirs, name).empty()) name = charmap_of_number(dirs, handle.object.number);
     std::string said;
     kovac::diagnostics diag;
@@ -402,6 +404,32 @@ void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string
         }
     }
     out.resize(size_t(to - out.data()));
+}
+
+// Whether a terminal would obey a character. Without a mapping only ASCII is known.
+static bool is_obeyed(const codec &code, ko_wchar_t wide) {
+    const uint32_t point = code_point(code, wide);
+    if (point != no_code_point) return kovatool::obeyed_by_terminals(point);
+    return !code.mapped && wide < 0x80 && kovatool::obeyed_by_terminals(wide);
+}
+
+std::string visible(const codec &code, const std::string &text, std::string_view keep) {
+    if (code.utf8) return kovatool::printable(text, keep);
+    std::vector<ko_wchar_t> wide;
+    bad_character bad;
+    decode_text(code, text, true, wide, bad, nullptr);
+    for (ko_wchar_t &c : wide) {
+        const uint32_t point = code.mapped ? code_point(code, c) : c;
+        const bool kept = point < 0x80 && keep.find(char(point)) != keep.npos;
+        if (!kept && is_obeyed(code, c)) c = code.replacement;
+    }
+    std::string shown;
+    encode(code, wide.data(), wide.size(), shown);
+    return shown;
+}
+
+std::string for_terminal(const codec &code, const std::string &text) {
+    return is_terminal(stdout) ? visible(code, text, "\n\t") : text;
 }
 
 // ---- messages ----

@@ -105,6 +105,13 @@ std::string hint(const codec &code, const bad_character &bad);
 std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &text,
                                         const std::string &what);
 
+// Text in the outer form that a terminal only shows: characters that it would obey are spelled out
+// in UTF-8, and are the replacement in bytes of a code set. ASCII characters of keep stay.
+std::string visible(const codec &code, const std::string &text, std::string_view keep = {});
+
+// The same where standard output is a terminal, line ends and tabs kept; else the text as it is.
+std::string for_terminal(const codec &code, const std::string &text);
+
 std::string hex(std::string_view bytes, const char *separator);
 
 } // namespace kovacli

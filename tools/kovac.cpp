@@ -3,8 +3,12 @@
 // 3 a file cannot be found, read or written.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
 #include <unistd.h>
 
 #include "kovac_convert.h"
@@ -12,6 +16,8 @@
 #include "kovac_registry.h"
 #include "kovac_symbols.h"
 #include "kovac_write.h"
+#include "tool_file.h"
+#include "tool_text.h"
 
 using namespace kovac;
 
@@ -34,7 +40,7 @@ static constexpr size_t modifier_limit = 4; // characters of a modifier in a fil
 static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
 
 static int complain(int status, const std::string &text) {
-    fprintf(stderr, "kovac: error: %s\n", text.c_str());
+    kovatool::tell("kovac: error", text);
     return status;
 }
 
@@ -154,13 +160,13 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
     for (std::string &line : object.description)
-        line.resize(std::min(line.size(), header_limit));
+        line = kovatool::printable(line).substr(0, header_limit);
     object.codeset = opt.codeset.empty() ? map.name : opt.codeset;
 }
 
 static bool print_proof(const proof_report &report) {
     for (const std::string &line : report.lines)
-        printf("%s\n", line.c_str());
+        printf("%s\n", kovatool::printable(line).c_str());
     return report.ok;
 }
 
@@ -217,20 +223,26 @@ static int compile_one(const locale_options &opt) {
         return complain(exit_usage, "code-set name \"" + codeset +
                                         "\" has more than 19 characters; say --codeset");
     }
+    if (!std::all_of(codeset.begin(), codeset.end(), [](char c) { return c > ' ' && c < 0x7F; })) {
+        return complain(exit_usage, "code-set name \"" + codeset +
+                                        "\" has characters that do not print; say --codeset");
+    }
     if (int status = object_path(opt, codeset, &path)) return status;
     locale_object object;
     proof_report report;
     if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr)) {
         if (diag.errors > diag.max_errors) {
-            fprintf(stderr, "kovac: %d errors in %s\n", diag.errors, opt.source.c_str());
+            fprintf(stderr, "kovac: %d errors in %s\n", diag.errors,
+                    kovatool::printable(opt.source).c_str());
         }
         return exit_source;
     }
     describe(opt, set, map, object);
     if (int status = write_object(path, object, map, opt.prove ? &report : nullptr)) return status;
     if (opt.verbose) {
-        fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n", path.c_str(),
-                map.chars.size(), object.ctype.pairs.size() - 1, diag.warnings);
+        fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n",
+                kovatool::printable(path).c_str(), map.chars.size(), object.ctype.pairs.size() - 1,
+                diag.warnings);
     }
     return exit_done;
 }
@@ -426,11 +438,11 @@ static int convert_pair(const convert_options &opt) {
     return int(run_convert(opt, search_dirs("charmaps"), diag));
 }
 
-int main(int argc, char **argv) {
+static int run_main(int argc, char **argv) {
     CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
                  "kovac");
     app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
-               "read or written.");
+               "read or written, or memory is exhausted.");
     app.require_subcommand(1);
     locale_options locale;
     registry_options registry;
@@ -454,4 +466,18 @@ int main(int argc, char **argv) {
         return complain(exit_usage, "locale needs -i SOURCE and -f CHARMAP, or --list FILE");
     }
     return compile_one(locale);
+}
+
+int main(int argc, char **argv) {
+    kovatool::prepare_signals();
+    int status = exit_file;
+    try {
+        status = run_main(argc, argv);
+    } catch (const std::bad_alloc &) {
+        fputs("kovac: error: memory is exhausted\n", stderr);
+    } catch (const std::length_error &) {
+        fputs("kovac: error: an input asks for more memory than there is\n", stderr);
+    }
+    if (kovatool::flush_standard_output() || status != exit_done) return status;
+    return complain(exit_file, std::string("cannot write standard output: ") + strerror(errno));
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <random>
 
-#include "kova.h"
+#include "kova_host.h"
 #include "kovac_collate_model.h"
 
 namespace kovac {
@@ -141,7 +141,7 @@ void prove_object(const charmap &map, const collation &tables, const std::string
     const std::string dir = slash == path.npos ? "." : path.substr(0, slash);
     const std::string name = slash == path.npos ? path : path.substr(slash + 1);
     judge j{&model, nullptr};
-    if (ko_lc_load(&j.loc, name.c_str(), nullptr, dir.c_str()) == 0) {
+    if (ko_lc_load(&j.loc, name.c_str(), nullptr, dir.c_str()) == 0 && ko_lc_status(j.loc) == 0) {
         prove(j, map, "object", report);
     } else {
         report.ok = false;

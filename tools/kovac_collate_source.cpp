@@ -458,10 +458,10 @@ static bool symbol_range(reader &r, const token &first, const token &last, uint3
               "a range of symbols needs two names that count up in hexadecimal digits");
         return false;
     }
-    const uint32_t count = (high - low) / step + 1;
-    if (!room_for(r, size_t{count} * (1 + a.size() / 64), first.pos)) return false;
+    const uint32_t steps = (high - low) / step;
+    if (!room_for(r, (size_t{steps} + 1) * (1 + a.size() / 64), first.pos)) return false;
     const int digits = int(a.size() - same);
-    for (uint32_t i = 0; i < count; ++i) {
+    for (uint32_t i = 0; i <= steps; ++i) {
         std::string &name = r.out.pool.emplace_back(a.substr(0, same));
         name += format("%0*X", digits, unsigned(low + i * step));
         symbol_item(r.out, name, first.pos);

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "tool_text.h"
+
 namespace kovac {
 
 static convert_status wrong(diagnostics &diag, convert_status status, const std::string &text) {
@@ -42,7 +44,8 @@ struct direction {
 static void print_report(const direction &d) {
     const conv_object &o = *d.object;
     printf("%s to %s: %zu characters convert, %zu of them by substitution, %zu have no mapping\n",
-           o.from->names.front().c_str(), o.to->names.front().c_str(),
+           kovatool::printable(o.from->names.front()).c_str(),
+           kovatool::printable(o.to->names.front()).c_str(),
            size_t(std::count_if(o.entries.begin(), o.entries.end(),
                                 [](const conv_entry &e) { return e.code != no_code; })),
            d.substituted.size(), o.unmapped.size());
@@ -88,9 +91,9 @@ static convert_status write_one(const convert_options &opt, const direction &d, 
     if (status != convert_status::done) return status;
     if (opt.report) print_report(d);
     if (opt.verbose) {
-        fprintf(stderr, "%s: %zu entries, %zu substituted, %zu unmapped, ratio %g\n", path.c_str(),
-                d.object->entries.size(), d.substituted.size(), d.object->unmapped.size(),
-                double(d.object->ratio));
+        fprintf(stderr, "%s: %zu entries, %zu substituted, %zu unmapped, ratio %g\n",
+                kovatool::printable(path).c_str(), d.object->entries.size(), d.substituted.size(),
+                d.object->unmapped.size(), double(d.object->ratio));
     }
     return status;
 }

@@ -8,6 +8,7 @@
 
 #include "kova.h"
 #include "kovac_write.h"
+#include "tool_text.h"
 
 namespace kovac {
 
@@ -250,7 +251,7 @@ static void put_header(FILE *out, const conv_object &object) {
     fprintf(out, "FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=9\nHEADER_LENGTH=%zu\n",
             std::size(lines) + 3);
     for (const std::string &line : lines)
-        fprintf(out, "%.*s\n", line_limit, line.c_str());
+        fprintf(out, "%.*s\n", line_limit, kovatool::printable(line).c_str());
 }
 
 static void put_shift(FILE *out, bool stateful, unsigned code) {

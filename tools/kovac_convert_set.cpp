@@ -6,6 +6,8 @@
 
 #include <unistd.h>
 
+#include "tool_text.h"
+
 namespace kovac {
 
 // ---- both directions ---------------------------------------------------------------------------
@@ -102,7 +104,10 @@ static const code_set *registered(int number) {
 }
 
 bool add_name(conv_set &set, const std::string &name) {
-    if (name.empty() || name.find_first_of("/\\: ") != std::string::npos) return false;
+    if (name.empty() || name.find_first_of("/\\: ") != std::string::npos ||
+        kovatool::printable(name) != name) {
+        return false;
+    }
     if (std::find(set.names.begin(), set.names.end(), name) == set.names.end()) {
         set.names.push_back(name);
     }
@@ -119,7 +124,7 @@ static void name_set(conv_set &set, const std::string &asked) {
     if (add_name(set, asked) || !set.names.empty()) return;
     std::string usable = asked.empty() ? "codeset" : asked;
     for (char &c : usable) {
-        if (strchr("/\\: ", c)) c = '_';
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7F || strchr("/\\:", c)) c = '_';
     }
     add_name(set, usable);
 }

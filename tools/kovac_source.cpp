@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstring>
+#include <filesystem>
 #include <unistd.h>
+
+#include "tool_text.h"
 
 namespace kovac {
 
@@ -53,7 +56,11 @@ std::string find_file(const std::vector<std::string> &dirs, std::string_view nam
         for (const std::string &dir : dirs) {
             for (const char *suffix : {"", ".gz"}) {
                 std::string path = dir + "/" + own + suffix;
-                if (access(path.c_str(), R_OK) == 0) return path;
+                std::error_code error; // a pipe or device would never end
+                if (std::filesystem::is_regular_file(path, error) &&
+                    access(path.c_str(), R_OK) == 0) {
+                    return path;
+                }
             }
         }
     }
@@ -110,9 +117,13 @@ static std::string excerpt(position pos, const char *caret) {
         ++end;
     constexpr size_t widest = 240; // bytes shown of an absurdly long line
     if (at - start > widest) return {};
-    std::string out = "    " + text.substr(start, std::min(end - start, widest)) + "\n    ";
-    for (size_t i = start; i < at; ++i)
-        out += text[i] == '\t' ? '\t' : ' ';
+    const std::string_view line = std::string_view(text).substr(start, end - start);
+    const std::string front = kovatool::printable(line.substr(0, at - start), "\t");
+    const std::string rest =
+        kovatool::printable(line.substr(at - start, widest - (at - start)), "\t");
+    std::string out = "    " + front + rest + "\n    ";
+    for (const char c : front)
+        out += c == '\t' ? '\t' : ' ';
     return out + caret + "\n";
 }
 
@@ -121,7 +132,7 @@ static void report(diagnostics &diag, const char *severity, const char *colour, 
     std::string out;
     if (pos.file) {
         const line_column at = locate(pos);
-        out = format("%s:%d:%d: ", pos.file->path.c_str(), at.line, at.column);
+        out = format("%s:%d:%d: ", kovatool::printable(pos.file->path).c_str(), at.line, at.column);
     } else {
         out = "kovac: ";
     }
@@ -130,7 +141,7 @@ static void report(diagnostics &diag, const char *severity, const char *colour, 
     } else {
         out += format("%s: ", severity);
     }
-    out += text + "\n";
+    out += kovatool::printable(text) + "\n";
     if (pos.file) out += excerpt(pos, diag.colour ? "\033[1;32m^\033[0m" : "^");
     if (diag.sink) {
         *diag.sink += out;

@@ -7,6 +7,7 @@
 
 #include "kova.h"
 #include "kovac_write.h"
+#include "tool_text.h"
 
 namespace kovac {
 
@@ -223,7 +224,7 @@ static std::string object_text(const symbol_set &set) {
         format("CONTENT=%016llx", static_cast<unsigned long long>(content_hash(records)))};
     std::string text;
     for (const std::string &line : header)
-        text += line + '\n';
+        text += kovatool::printable(line) + '\n';
     return text + "END_HEADER\n" + records;
 }
 
@@ -334,7 +335,7 @@ convert_status compile_symbols(const symbols_options &opt,
     const std::string path = opt.root + format("/kova/cm3/%04x.cmo", unsigned(set.number));
     const convert_status written = write_proved(set, path, diag);
     if (written == convert_status::done && opt.verbose) {
-        fprintf(stderr, "%s: %zu names\n", path.c_str(), set.lines.size());
+        fprintf(stderr, "%s: %zu names\n", kovatool::printable(path).c_str(), set.lines.size());
     }
     return written;
 }
