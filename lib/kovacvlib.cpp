@@ -218,10 +218,12 @@ int ko_iconv_open1(ko_cv_t *cd, const char *file) {
     return read_cv_file(ko_path_search(nullptr, file, "cv", "9"), cv);
 }
 
+namespace {
 struct name_part { // a name inside a longer text
     const char *text;
     size_t len;
 };
+} // namespace
 static bool same(name_part a, name_part b) {
     return a.len == b.len && memcmp(a.text, b.text, a.len) == 0;
 }
