@@ -1,10 +1,11 @@
 /* Kova: locale and code-set support with the same answers on every machine.
  *
  * This header is the first interface of the library, for C11 and for C++20; kova_host.h adds to it
- * and changes nothing of it. Every operation takes
- * an opaque handle; a failing one stores an error number in the handle's error word (reached with
- * ko_ext_errno) and returns the failure value its declaration names. Success leaves the word alone
- * unless the declaration says otherwise. "long" of this interface is 32 bits everywhere.
+ * and changes nothing of it. Every operation takes an opaque handle; a failing one stores an error
+ * number in the handle's error word (reached with ko_ext_errno) and returns the failure value its
+ * declaration names. Success leaves the word alone unless the declaration says otherwise. A NULL
+ * locale is KO_ENULL to calls on records and strings, which only a hook for error words can take;
+ * calls on one character do not look. "long" of this interface is 32 bits everywhere.
  *
  * The library holds no lock: install hooks before use, and serialise loading, unloading, copying
  * and registry caching. A loaded locale may be read from several threads at once. */
@@ -428,7 +429,7 @@ KO_API void *ko_open_file(void *handle, const char *name);
  * with KO_ERANGE for a month beyond the calendar's. */
 KO_API const ko_mchar_t *ko_nl_langinfo(ko_lc_t loc, unsigned item);
 KO_API const ko_wchar_t *ko_wc_nl_langinfo(ko_lc_t loc, unsigned item);
-/* The record's conventions; they change when a category does. */
+/* The record's conventions; they change when a category does. NULL of NULL. */
 KO_API const koconv *ko_localeconv(ko_lc_t loc);
 KO_API const char *ko_version(void);
 KO_API const char *ko_cm_version(void);
@@ -686,7 +687,8 @@ KO_API int is_mbscoll_elem(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t
 KO_API int is_mbscoll_back(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
 /* Write a sort key whose byte order is the comparison's order: at most maxbytes bytes with the
  * terminator. Return the bytes of the whole key, terminator not counted (maxbytes or more: dst is
- * cut); dst may be NULL with maxbytes 0. -1 with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
+ * cut; of a two-byte code set in code order also with maxbytes 1: nothing is written then, no
+ * terminator either); dst may be NULL with maxbytes 0. -1 with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
 KO_API int ko_wcsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int maxbytes);
 KO_API int ko_full_mbsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
 /* Code order: the difference of the first differing units. */

@@ -42,7 +42,7 @@ ko_ctype_t ko_ctype(ko_lc_t loc, const char *name) {
     for (const auto &row : standard_classes) {
         if (!strcmp(name, row.name)) return row.mask;
     }
-    return user_class(record(loc), name);
+    return loc ? user_class(record(loc), name) : 0;
 }
 
 static ko_ctype_t mask_at(const void *item) {
@@ -212,7 +212,7 @@ static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const 
 
 template <const case_side &side>
 static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
-    if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !dst || !mbs) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     if (const unsigned char *table = r->exp.*side.sb_table) {
         return map_bytes(dst, mbs, table, r->*side.rows);
@@ -241,7 +241,7 @@ int ko_tombslower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
 // A value absent from the case table ends the call, unlike the mapping of one wide character.
 template <const case_side &side>
 static int map_wide_string(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
-    if (!dst || !wcs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !dst || !wcs) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     const unsigned char *table = r->exp.*side.sb_table;
     const ctype_flat *flat = flat_cases(r);
@@ -277,7 +277,7 @@ int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
 // A locale object may say any ratio: one below 1 leaves the source its own room, a huge one ends at
 // the largest length.
 int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {
-    const double ratio = ceil(record(loc)->exp.case_conv_ratio);
+    const double ratio = loc ? ceil(record(loc)->exp.case_conv_ratio) : 1;
     const double room = len_bytes * (ratio > 1 ? ratio : 1);
     if (room >= INT_MAX) return INT_MAX;
     return room > INT_MIN ? static_cast<int>(room) : INT_MIN;

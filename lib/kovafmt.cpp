@@ -266,7 +266,7 @@ static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const 
 
 int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
                 va_list values) {
-    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    if (!loc || !out || !format) return fail(loc, KO_ENULL, -1);
     formatting<ko_wchar_t> f;
     f.out.loc = record(loc);
     va_copy(f.values, values);
@@ -277,7 +277,7 @@ int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *f
 
 // The list of values is started in its place: copying it takes as long as some directives.
 int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
-    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    if (!loc || !out || !format) return fail(loc, KO_ENULL, -1);
     formatting<ko_wchar_t> f;
     f.out.loc = record(loc);
     va_start(f.values, format);
@@ -307,7 +307,7 @@ constexpr int result_room = 512; // results that take no block of the host's mem
 }
 
 int ko_mbsfnum(ko_lc_t loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
-    if (!out || !format) return fail(loc, KO_ENULL, -1);
+    if (!loc || !out || !format) return fail(loc, KO_ENULL, -1);
     int result;
     if (record(loc)->exp.single_byte) {
         formatting<ko_mchar_t> f;

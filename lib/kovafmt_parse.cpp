@@ -152,7 +152,7 @@ static bool scan_step(parsing *p, const ko_wchar_t **format) {
 }
 
 int ko_wcspnum1(ko_lc_t loc, const ko_wchar_t *in, const ko_wchar_t *format, va_list pointers) {
-    if (!in || !format) return fail(loc, KO_ENULL, 0);
+    if (!loc || !in || !format) return fail(loc, KO_ENULL, 0);
     parsing p = {.loc = record(loc), .in = in};
     va_copy(p.pointers, pointers);
     while (*format && scan_step(&p, &format))
@@ -170,7 +170,7 @@ int ko_wcspnum(ko_lc_t loc, const ko_wchar_t *in, const ko_wchar_t *format, ...)
 }
 
 int ko_mbspnum(ko_lc_t loc, const ko_mchar_t *in, const ko_mchar_t *format, ...) {
-    if (!in || !format) return fail(loc, KO_ENULL, -1);
+    if (!loc || !in || !format) return fail(loc, KO_ENULL, -1);
     wide_text text, wide_format;
     if (widen_text(record(loc), in, &text) < 0) return -1;
     if (widen_text(record(loc), format, &wide_format) < 0) return -1;

@@ -94,14 +94,14 @@ static info_string find_item(kovaloc *loc, unsigned item) {
 }
 
 const ko_mchar_t *ko_nl_langinfo(ko_lc_t loc, unsigned item) {
-    return find_item(record(loc), item).mbs;
+    return loc ? find_item(record(loc), item).mbs : nullptr;
 }
 
 const ko_wchar_t *ko_wc_nl_langinfo(ko_lc_t loc, unsigned item) {
-    return find_item(record(loc), item).wcs;
+    return loc ? find_item(record(loc), item).wcs : nullptr;
 }
 
-const koconv *ko_localeconv(ko_lc_t loc) { return &record(loc)->koconv_info; }
+const koconv *ko_localeconv(ko_lc_t loc) { return loc ? &record(loc)->koconv_info : nullptr; }
 
 const char *ko_version(void) { return "kovalib-2.86.TC1"; }
 const char *ko_cm_version(void) { return "3"; }
@@ -109,11 +109,11 @@ const char *ko_lc_version(void) { return "11"; }
 const char *ko_cv_version(void) { return "9"; }
 
 int ko_mb_loc_max(ko_lc_t loc) {
-    void *table = record(loc)->ctype;
+    void *table = loc ? record(loc)->ctype : nullptr;
     return table ? multi_max_length(table) : 0;
 }
 
 int ko_mb_loc_min(ko_lc_t loc) {
-    void *table = record(loc)->ctype;
+    void *table = loc ? record(loc)->ctype : nullptr;
     return table ? multi_min_length(table) : 2;
 }

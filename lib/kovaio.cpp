@@ -36,7 +36,7 @@ static int next_char(ko_lc_t loc, void *stream, read_char *c) {
 }
 
 int ko_full_fgetmb(ko_lc_t loc, ko_mchar_t *mb, void *stream) {
-    if (!mb || !stream) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mb || !stream) return fail(loc, KO_ENULL, -1);
     read_char c;
     const int n = next_char(loc, stream, &c);
     if (n > 0) memcpy(mb, c.bytes, static_cast<size_t>(n));
@@ -45,7 +45,7 @@ int ko_full_fgetmb(ko_lc_t loc, ko_mchar_t *mb, void *stream) {
 
 ko_wchar_t ko_full_fgetwc(ko_lc_t loc, void *stream) {
     constexpr ko_wchar_t none = 0xFFFF;
-    if (!stream) return fail(loc, KO_ENULL, none);
+    if (!loc || !stream) return fail(loc, KO_ENULL, none);
     read_char c;
     return next_char(loc, stream, &c) < 0 ? none : c.wide;
 }
@@ -87,7 +87,7 @@ static line_char line_form(const read_char &c, int, int, ko_wchar_t) {
 template <class Unit>
 static Unit *read_line(ko_lc_t loc, Unit *buf, int size, int end_units, void *stream) {
     Unit *const none = nullptr;
-    if (!buf || !stream) return fail(loc, KO_ENULL, none);
+    if (!loc || !buf || !stream) return fail(loc, KO_ENULL, none);
     const int end_len = terminator_len(record(loc));
     for (int used = 0;;) {
         read_char c;
@@ -106,7 +106,7 @@ static Unit *read_line(ko_lc_t loc, Unit *buf, int size, int end_units, void *st
 }
 
 ko_mchar_t *ko_fgetmbs(ko_lc_t loc, ko_mchar_t *buf, int size, void *stream) {
-    return read_line(loc, buf, size, terminator_len(record(loc)), stream);
+    return read_line(loc, buf, size, loc ? terminator_len(record(loc)) : 0, stream);
 }
 
 ko_wchar_t *ko_fgetwcs(ko_lc_t loc, ko_wchar_t *buf, int size, void *stream) {

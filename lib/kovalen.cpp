@@ -57,14 +57,14 @@ static int byte_len(const ko_mchar_t *mbs) {
 }
 
 int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs) {
-    if (!mbs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, -1);
     if (record(loc)->exp.single_byte) return byte_len(mbs);
     const extent seen = measure(loc, mbs);
     return seen.valid ? seen.chars : -1;
 }
 
 int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
-    if (!mbs) return 0;
+    if (!loc || !mbs) return 0;
     const kovaloc *r = record(loc);
     if (r->exp.single_byte) return byte_len(mbs) + terminator_len(r);
     const extent seen = measure(loc, mbs);

@@ -183,7 +183,7 @@ static int read_kind(const number_text<Unit> &t, int base, bool grouping,
 template <class Kind>
 static typename Kind::value wide_integer(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end,
                                          int base, bool grouping) {
-    if (!wcs) return fail(loc, KO_ENULL, Kind::failure.failed);
+    if (!loc || !wcs) return fail(loc, KO_ENULL, Kind::failure.failed);
     typename Kind::value value;
     const int used =
         read_kind<Kind>(number_text<ko_wchar_t>{record(loc), wcs, INT_MAX}, base, grouping, &value);
@@ -328,14 +328,14 @@ static signed_long take_apart(ko_long_t value) {
 
 static void wide_long(ko_lc_t loc, ko_wchar_t *dst, int maxlen, const signed_long &n, int base,
                       int grouping) {
-    if (!dst) return set_error(loc, KO_ENULL);
+    if (!loc || !dst) return set_error(loc, KO_ENULL);
     write_integer(record(loc), dst, maxlen, n.magnitude, n.negative, base, grouping != 0);
 }
 
 static int multibyte_long(ko_lc_t loc, ko_mchar_t *dst, int maxlen, const signed_long &n, int base,
                           int grouping) {
     constexpr int limit = 256;
-    if (!dst) return fail(loc, KO_ENULL, -1);
+    if (!loc || !dst) return fail(loc, KO_ENULL, -1);
     ko_wchar_t wide[limit];
     kovaloc *const r = record(loc);
     write_integer(r, wide, maxlen < limit ? maxlen : limit - 1, n.magnitude, n.negative, base,

@@ -240,7 +240,7 @@ int read_real(kovaloc *loc, const ko_wchar_t *text, int most, bool grouping, int
 
 double ko_wcstod_num_mon(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int grouping,
                          int mode) {
-    if (!wcs) return fail(loc, KO_ENULL, real_failure);
+    if (!loc || !wcs) return fail(loc, KO_ENULL, real_failure);
     double value;
     const int used = read_real(record(loc), wcs, INT_MAX, grouping != 0, mode, &value);
     store_end(end, wcs, used, true);

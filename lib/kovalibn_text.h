@@ -140,7 +140,7 @@ inline Value read_multibyte(kovaloc *loc, const ko_mchar_t *mbs, ko_mchar_t **en
     Value value;
     int used;
     if (end) *end = nullptr;
-    if (!mbs) return fail(loc, KO_ENULL, failure.bad_text);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, failure.bad_text);
     if (loc->exp.single_byte) {
         if (!*mbs) return fail(loc, KO_EEMPTY, failure.bad_text);
         used = read(number_text<ko_mchar_t>{loc, mbs, number_room}, &value);

@@ -136,7 +136,7 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
 }
 
 int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
-    if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !dst || !mbs) return fail(loc, KO_ENULL, -1);
     if (n <= 0) return 0;
     const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_classes(r)) {
@@ -234,7 +234,7 @@ static int tree_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, in
 }
 
 int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
-    if (!dst || !wcs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !dst || !wcs) return fail(loc, KO_ENULL, -1);
     if (n <= 0) return 0;
     const kovaloc *r = record(loc);
     const int least = terminator_len(r);

@@ -10,7 +10,7 @@ static bool put_bytes(ko_lc_t loc, const ko_mchar_t *bytes, int count, void *str
 
 const ko_mchar_t *ko_fputmb(ko_lc_t loc, const ko_mchar_t *mb, void *stream) {
     const ko_mchar_t *const none = nullptr;
-    if (!mb || !stream) return fail(loc, KO_ENULL, none);
+    if (!loc || !mb || !stream) return fail(loc, KO_ENULL, none);
     const int longest = ko_mb_loc_max(loc);
     if (longest < 1) return fail(loc, KO_EINVAL, none);
     int n = *mb ? 1 : 0;
@@ -30,18 +30,18 @@ static bool put_wide(ko_lc_t loc, ko_wchar_t wc, void *stream) {
 
 ko_wchar_t ko_fputwc(ko_lc_t loc, ko_wchar_t wc, void *stream) {
     constexpr ko_wchar_t none = 0xFFFF;
-    if (!stream) return fail(loc, KO_ENULL, none);
+    if (!loc || !stream) return fail(loc, KO_ENULL, none);
     return put_wide(loc, wc, stream) ? wc : none;
 }
 
 int ko_fputmbs(ko_lc_t loc, const ko_mchar_t *mbs, void *stream) {
-    if (!mbs || !stream) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs || !stream) return fail(loc, KO_ENULL, -1);
     const int n = by_code_set(loc, [=](const auto &by) { return by.length(mbs); });
     return n >= 0 && put_bytes(loc, mbs, n, stream) ? 0 : -1;
 }
 
 int ko_fputwcs(ko_lc_t loc, const ko_wchar_t *wcs, void *stream) {
-    if (!wcs || !stream) return fail(loc, KO_ENULL, -1);
+    if (!loc || !wcs || !stream) return fail(loc, KO_ENULL, -1);
     while (*wcs) {
         if (!put_wide(loc, *wcs++, stream)) return -1;
     }

@@ -191,6 +191,7 @@ static void *empty_table(void) {
 }
 
 int ko_make_null_category(ko_lc_t handle, int category) {
+    if (!handle) return fail(handle, KO_ENULL, -1);
     if (!is_category(category)) return fail(handle, KO_ERANGE, -1);
     kovaloc *loc = record(handle);
     clear_names(loc, category);
@@ -315,6 +316,7 @@ static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
 }
 
 int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
+    if (!dst_handle || !src_handle) return fail(dst_handle, KO_ENULL, -1);
     if (category != KO_LC_ALL && !is_category(category)) return fail(dst_handle, KO_ERANGE, -1);
     if (is_error_record(dst_handle)) return -1;
     kovaloc *dst = record(dst_handle), *src = record(src_handle);

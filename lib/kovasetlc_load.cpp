@@ -308,6 +308,7 @@ char *set_categories(kovaloc *loc, int category, const char *name, const char *d
 }
 
 char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
+    if (!loc) return fail(loc, KO_ENULL, nullptr);
     return set_categories(record(loc), category, name, nullptr);
 }
 

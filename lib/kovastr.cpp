@@ -74,14 +74,14 @@ static held_char holding(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *p
 
 ko_mchar_t *ko_full_mbsprev(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
-    if (!mbs || !mb) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !mb) return fail(loc, KO_ENULL, none);
     if (mb <= mbs) return fail(loc, KO_EPOS, none);
     return const_cast<ko_mchar_t *>(holding(loc, mbs, mb).start);
 }
 
 int ko_charoffset(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *position, int *len_bytes) {
     if (len_bytes) *len_bytes = 0;
-    if (!mbs || !position || !len_bytes) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs || !position || !len_bytes) return fail(loc, KO_ENULL, -1);
     if (position < mbs) return fail(loc, KO_EINVAL, -1);
     const held_char c = holding(loc, mbs, position + 1);
     if (!c.start) return -1;
@@ -109,7 +109,7 @@ const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *ski
 
 ko_mchar_t *ko_full_getmbsi(ko_lc_t loc, const ko_mchar_t *mbs, int i) {
     ko_mchar_t *const none = nullptr;
-    if (!mbs) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, none);
     if (i < 0) return fail(loc, KO_EINDEX, none);
     int skipped;
     const ko_mchar_t *const at = skip_chars(loc, mbs, i, &skipped);
@@ -120,14 +120,14 @@ ko_mchar_t *ko_full_getmbsi(ko_lc_t loc, const ko_mchar_t *mbs, int i) {
 ko_mchar_t *ko_getmbsinull(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *flag) {
     ko_mchar_t *const none = nullptr;
     if (flag) *flag = 0;
-    if (!mbs || !flag) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !flag) return fail(loc, KO_ENULL, none);
     if (n < 0) return fail(loc, KO_EINDEX, none);
     int skipped;
     return const_cast<ko_mchar_t *>(skip_chars(loc, mbs, n, &skipped));
 }
 
 int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs) {
-    if (!mbs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, -1);
     const int bytes = ko_mbsbytes(loc, mbs);
     return bytes ? bytes - terminator_len(record(loc)) : -1;
 }
@@ -169,12 +169,12 @@ template <class By> static kept_text without_spaces(const By &by, const typename
 
 static kept_text kept_of(ko_lc_t loc, const ko_mchar_t *mbs) {
     const kept_text none = {-1, -1, false};
-    if (!mbs) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) { return without_spaces(by, mbs); });
 }
 static kept_text kept_of(ko_lc_t loc, const ko_wchar_t *wcs) {
     const kept_text none = {-1, -1, false};
-    if (!wcs) return fail(loc, KO_ENULL, none);
+    if (!loc || !wcs) return fail(loc, KO_ENULL, none);
     return without_spaces(by_wide{record(loc), 1}, wcs);
 }
 

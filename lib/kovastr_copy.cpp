@@ -7,6 +7,7 @@
 // characters; -1 with the error word set.
 struct mb_strings {
     ko_lc_t loc;
+    bool usable() const { return loc; }
     int end_units() const { return terminator_len(record(loc)); }
     int length(const ko_mchar_t *s, int n = INT_MAX) const {
         if (n == INT_MAX) return ko_mbsbytes_nt(loc, s);
@@ -17,6 +18,7 @@ struct mb_strings {
 };
 struct wide_strings { // without a locale: only an error hook learns of an error
     ko_lc_t loc = nullptr;
+    bool usable() const { return true; }
     int end_units() const { return 1; }
     int length(const ko_wchar_t *s, int n = INT_MAX) const { return by_wide{}.length(s, n); }
 };
@@ -28,7 +30,7 @@ enum class place { start, end };
 template <class Strings, class Unit>
 static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, int n, place where) {
     Unit *const none = nullptr;
-    if (!dst || !src) return fail(strings.loc, KO_ENULL, none);
+    if (!dst || !src || !strings.usable()) return fail(strings.loc, KO_ENULL, none);
     if (n < 0) return fail(strings.loc, KO_EINDEX, none);
     const int before = where == place::end ? strings.length(dst) : 0;
     if (before < 0) return none;
@@ -70,7 +72,7 @@ ko_wchar_t *ko_wcsncat(ko_wchar_t *dst, const ko_wchar_t *src, int n) {
 // The null character has no bytes here: it takes the old one away.
 ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
-    if (!position || !mb) return fail(loc, KO_ENULL, none);
+    if (!loc || !position || !mb) return fail(loc, KO_ENULL, none);
     if (ko_ismbsterm(loc, position)) return fail(loc, KO_EINDEX, none);
     const ko_mchar_t *const next = ko_full_mbsnext(loc, position);
     if (!next) return none;
@@ -88,7 +90,7 @@ ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *m
 
 ko_mchar_t *ko_full_putmbsi(ko_lc_t loc, ko_mchar_t *mbs, int i, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
-    if (!mbs || !mb) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !mb) return fail(loc, KO_ENULL, none);
     ko_mchar_t *const position = ko_full_getmbsi(loc, mbs, i);
     return position ? ko_mbcreplace(loc, position, mb) : none;
 }
@@ -98,7 +100,7 @@ ko_mchar_t *ko_full_putmbsi(ko_lc_t loc, ko_mchar_t *mbs, int i, const ko_mchar_
 ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars) {
     ko_wchar_t *const none = nullptr;
     if (len_chars) *len_chars = 0;
-    if (!mbs || !len_chars) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !len_chars) return fail(loc, KO_ENULL, none);
     int chars;
     if (!skip_chars(loc, mbs, INT_MAX, &chars)) return none;
     const auto room = static_cast<size_t>(chars) + 1;

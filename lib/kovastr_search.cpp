@@ -38,7 +38,7 @@ static ko_mchar_t *find_char(const by_byte &by, const ko_mchar_t *s, text_char w
 
 static ko_mchar_t *find_mb(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *mb, which side) {
     ko_mchar_t *const none = nullptr;
-    if (!mbs || !mb) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !mb) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) {
         const text_char wanted = by.at(mb);
         return wanted.units < 0 ? none : find_char(by, mbs, wanted, side);
@@ -146,7 +146,7 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
 static span_end<ko_mchar_t> span(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set,
                                  bool inside) {
     const span_end<ko_mchar_t> none = {nullptr, -1};
-    if (!mbs || !set) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !set) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) { return span_of(by, mbs, set, inside); });
 }
 static span_end<ko_wchar_t> span(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set,
@@ -252,7 +252,7 @@ static ko_mchar_t *find_text(const by_byte &by, const ko_mchar_t *s, const ko_mc
 ko_mchar_t *ko_full_mbsmbs(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *sub) {
     ko_mchar_t *const none = nullptr;
     set_error(loc, KO_OK);
-    if (!mbs || !sub) return fail(loc, KO_ENULL, none);
+    if (!loc || !mbs || !sub) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) { return find_text(by, mbs, sub); });
 }
 ko_wchar_t *ko_wcswcs(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *sub) {

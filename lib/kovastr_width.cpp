@@ -54,26 +54,26 @@ int ko_mbwidth(ko_lc_t loc, const ko_mchar_t *mb) { return ko_mbswidth(loc, mb, 
 
 int ko_wcswidth(ko_lc_t loc, const ko_wchar_t *wcs, int n) {
     const ko_wchar_t *const no_end = nullptr;
-    if (!wcs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !wcs) return fail(loc, KO_ENULL, -1);
     if (n < 0) return fail(loc, KO_EINDEX, -1);
     return text_width(by_wide{record(loc), 1}, wcs, n, no_end);
 }
 
 int ko_mbswidth(ko_lc_t loc, const ko_mchar_t *mbs, int n) {
     const ko_mchar_t *const no_end = nullptr;
-    if (!mbs) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs) return fail(loc, KO_ENULL, -1);
     if (n < 0) return fail(loc, KO_EINDEX, -1);
     return by_code_set(loc, [&](const auto &by) { return text_width(by, mbs, n, no_end); });
 }
 
 int ko_wcspwidth(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *end) {
-    if (!wcs || !end) return fail(loc, KO_ENULL, -1);
+    if (!loc || !wcs || !end) return fail(loc, KO_ENULL, -1);
     if (end < wcs) return fail(loc, KO_EPOS, -1);
     return text_width(by_wide{record(loc), 1}, wcs, INT_MAX, end);
 }
 
 int ko_mbspwidth(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *end) {
-    if (!mbs || !end) return fail(loc, KO_ENULL, -1);
+    if (!loc || !mbs || !end) return fail(loc, KO_ENULL, -1);
     if (end < mbs) return fail(loc, KO_EPOS, -1);
     return by_code_set(loc, [&](const auto &by) { return text_width(by, mbs, INT_MAX, end); });
 }

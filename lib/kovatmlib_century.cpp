@@ -78,6 +78,7 @@ int find_century(kovaloc *loc, int month, int day, int year, int algorithm, int 
 }
 
 int ko_getcentury(ko_lc_t loc, int month, int day, int year, int algorithm) {
+    if (!loc) return fail(loc, KO_ENULL, -1);
     int century;
     const int error = find_century(record(loc), month, day, year, algorithm, &century);
     return error ? fail(loc, error, -1) : century;

@@ -288,7 +288,8 @@ static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_
 }
 
 // What is wrong with the arguments, 0 for nothing.
-static int bad_arguments(const void *text, const void *format, const void *result) {
+static int bad_arguments(ko_lc_t loc, const void *text, const void *format, const void *result) {
+    if (!loc) return KO_ENULL;
     if (!format) return KO_EFORMAT;
     return text && result ? 0 : KO_ENULL;
 }
@@ -296,7 +297,7 @@ static int bad_arguments(const void *text, const void *format, const void *resul
 ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format,
                          time_info *ti, int) {
     ko_wchar_t *const none = nullptr;
-    if (const int error = bad_arguments(buf, format, ti)) return fail(loc, error, none);
+    if (const int error = bad_arguments(loc, buf, format, ti)) return fail(loc, error, none);
     *ti = {};
     const time_read result = read_time(record(loc), buf, format, ti);
     return result.error ? fail(loc, result.error, none) : const_cast<ko_wchar_t *>(result.end);
@@ -305,7 +306,7 @@ ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *f
 ko_wchar_t *ko_wcsptime(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format, ko_tm_t *tm,
                         int algorithm) {
     ko_wchar_t *const none = nullptr;
-    if (const int error = bad_arguments(buf, format, tm)) return fail(loc, error, none);
+    if (const int error = bad_arguments(loc, buf, format, tm)) return fail(loc, error, none);
     time_info ti = {};
     const time_read result = read_time(record(loc), buf, format, &ti);
     int error = result.error;
@@ -377,7 +378,7 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
 ko_mchar_t *ko_mbsptime(ko_lc_t loc, const ko_mchar_t *buf, const ko_mchar_t *format, ko_tm_t *tm,
                         int algorithm) {
     ko_mchar_t *const none = nullptr;
-    if (const int error = bad_arguments(buf, format, tm)) return fail(loc, error, none);
+    if (const int error = bad_arguments(loc, buf, format, tm)) return fail(loc, error, none);
     time_info ti = {};
     const ko_mchar_t *end = quick_read(record(loc), buf, format, &ti);
     int error = end ? 0 : read_multibyte(record(loc), buf, format, &ti, &end);

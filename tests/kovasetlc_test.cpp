@@ -58,6 +58,84 @@ TEST(LocaleRecord, StartsEmpty) {
     EXPECT_EQ(memory.live, 0);
 }
 
+// Calls on records and on strings; each gives the failure value of its declaration.
+TEST(LocaleRecord, NullIsAnError) {
+    const ko_lc_t none = nullptr;
+    ko_mchar_t m[16] = {}, *end = nullptr, **strings = nullptr;
+    ko_wchar_t w[16] = {}, *wide_end = nullptr;
+    const ko_mchar_t *text = mb(" a ");
+    const auto wide_text = wcs(u" a ");
+    const ko_wchar_t *wt = wide_text.data();
+    int n = 0;
+    ko_tm_t tm = {};
+    const long failures[] = {ko_make_null_category(none, 2),
+                             ko_copy_cat(none, none, 2),
+                             ko_tombsupper(none, m, text),
+                             ko_towcsupper(none, w, wt),
+                             im_mbstowcs(none, w, text, 9),
+                             im_mbslen(none, text),
+                             ko_full_wcstombs(none, m, wt, 9),
+                             ko_mbsntslen(none, text),
+                             ko_wcsntslen(none, wt),
+                             ko_mbsntsbytes(none, text),
+                             ko_mbsbytes_nt(none, text),
+                             ko_full_mbsspn(none, text, text),
+                             ko_full_mbscspn(none, text, text),
+                             ko_charoffset(none, text, text, &n),
+                             ko_wcswidth(none, wt, 2),
+                             ko_mbswidth(none, text, 2),
+                             ko_wcspwidth(none, wt, wt + 1),
+                             ko_mbspwidth(none, text, text + 1),
+                             ko_fputmbs(none, text, m),
+                             ko_fputwcs(none, wt, m),
+                             ko_full_fgetmb(none, m, m),
+                             ko_wcsxfrm(none, m, wt, 9),
+                             ko_full_mbsxfrm(none, m, text, 9),
+                             ko_ltombs(none, m, 9, 5, 10, 0),
+                             ko_wcsfnum(none, w, 9, wt),
+                             ko_mbsfnum(none, m, 9, text),
+                             ko_mbspnum(none, text, text),
+                             ko_getcentury(none, 1, 1, 1, 'C'),
+                             ko_mbstimeinfo(none, 1, &strings, &n)};
+    for (size_t i = 0; i < std::size(failures); i++)
+        EXPECT_EQ(failures[i], -1) << i;
+    const void *const absent[] = {ko_setlocale_2(none, KO_LC_ALL, nullptr),
+                                  ko_nl_langinfo(none, 1),
+                                  ko_wc_nl_langinfo(none, 1),
+                                  ko_localeconv(none),
+                                  ko_full_mbsprev(none, text, text + 1),
+                                  ko_full_getmbsi(none, text, 0),
+                                  ko_full_putmbsi(none, m, 0, text),
+                                  ko_mbcreplace(none, m, text),
+                                  ko_mbsp(none, text),
+                                  ko_mbsntstrunc(none, m),
+                                  ko_wcsntstrunc(none, w),
+                                  ko_full_mbscpy(none, m, text),
+                                  ko_full_mbscat(none, m, text),
+                                  ko_mbsncpy(none, m, text, 1),
+                                  ko_mbsncat(none, m, text, 1),
+                                  ko_getmbsinull(none, text, 1, &n),
+                                  ko_full_mbschr(none, text, text),
+                                  ko_full_mbsrchr(none, text, text),
+                                  ko_full_mbspbrk(none, text, text),
+                                  ko_full_mbsmbs(none, text, text),
+                                  ko_mbstowcslen(none, text, &n),
+                                  ko_fputmb(none, text, m),
+                                  ko_fgetmbs(none, m, 9, m),
+                                  ko_fgetwcs(none, w, 9, m),
+                                  ko_wcsptime(none, wt, wt, &tm, 'C'),
+                                  ko_mbsptime(none, text, text, &tm, 'C')};
+    for (size_t i = 0; i < std::size(absent); i++)
+        EXPECT_EQ(absent[i], nullptr) << i;
+    EXPECT_EQ(ko_mb_loc_max(none) + ko_mbsbytes(none, text) + int(ko_ctype(none, "x")), 0);
+    EXPECT_EQ(ko_mb_loc_min(none), 2);
+    EXPECT_EQ(ko_case_conv_outbuflen(none, 5), 5);
+    EXPECT_EQ(ko_wcstol(none, wt, &wide_end, 10, 0), ko_mbstol(none, text, &end, 10, 0));
+    own_record freed;
+    ko_free_category(freed, KO_LC_CTYPE);
+    EXPECT_EQ(ko_mb_loc_min(freed), 2);
+}
+
 TEST(LocaleRecord, WithoutMemoryIsTheErrorRecord) {
     each_allocation_fails([] {
         ko_lc_t loc = nullptr;
