@@ -495,6 +495,7 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     check(&parts::time, "abday \"s\"\n", "1 strings instead of 7");
     check(&parts::time, "abday \"s\" \"m\"\n", "\";\" is expected");
     check(&parts::messages, "<U0041>\n", "a keyword is expected");
+    check(&parts::time, (source_parts().time + "era \"+:1:x\"\n").c_str(), "does not load");
 }
 
 TEST(KovacDiagnostics, CutShortAnywhereItSaysSoAndNeverCrashes) {

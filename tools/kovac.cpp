@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <unistd.h>
 
+#include "kova_host.h"
 #include "kovac_convert.h"
 #include "kovac_locale.h"
 #include "kovac_registry.h"
@@ -188,19 +189,33 @@ static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
     return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
 }
 
-// Writes the object; with a report the library proves it before it gets its name.
+// 0, or the error that keeps the library from loading an object.
+static int load_error(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    ko_lc_t loc = nullptr;
+    const bool loads = ko_lc_load(&loc, path.substr(slash + 1).c_str(), nullptr,
+                                  path.substr(0, slash).c_str()) == 0;
+    const int error = loads ? ko_lc_status(loc) : *ko_ext_errno(loc);
+    ko_lc_unload(loc);
+    return error;
+}
+
+// Writes the object; the library loads it, and with a report proves it, before it gets its name.
 static int write_object(const std::string &path, const locale_object &object, const charmap &map,
                         proof_report *report) {
     std::string why;
-    trial prove;
-    if (report) {
-        prove = [&](const std::string &beside) {
-            prove_object(map, object.collate, beside, *report);
-            return print_proof(*report);
-        };
-    }
+    int error = KO_OK;
+    const trial prove = [&](const std::string &beside) {
+        if (report) prove_object(map, object.collate, beside, *report);
+        error = load_error(beside);
+        return (!report || print_proof(*report)) && error == KO_OK;
+    };
     const write_result result = write_locale(path, object, map, &why, prove);
     if (result == write_result::done) return exit_done;
+    if (result == write_result::unproved && error != KO_OK)
+        return complain(exit_source, format("%s: the library does not load what was compiled "
+                                            "(error %d); correct the source, in LC_TIME its eras",
+                                            path.c_str(), error));
     if (result == write_result::unproved)
         return complain(exit_source, "comparison and key disagree; nothing was written");
     if (result == write_result::no_memory) why = "memory is exhausted";
