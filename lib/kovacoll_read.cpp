@@ -141,36 +141,40 @@ struct row_set {
     bool has(unsigned row) const { return bits[row / 8] >> row % 8 & 1; }
 };
 
-// Collects the rows of the characters below a node; false for one that does not exist.
-static bool rows_exist(const mb_decode *table, const multi_arr *node, int num_rows, unsigned depth,
-                       row_set *used) {
+// Visits the rows of the characters below a node until one is refused.
+template <class Visit>
+static bool each_row(const mb_decode *table, const multi_arr *node, unsigned depth, Visit visit) {
     if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
     for (unsigned c = 0; c < 256; ++c) {
         if (node->flag_arr[c] == mb_final) {
             uint16_t row;
             memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
                    sizeof row);
-            if (row > num_rows) return false;
-            used->add(row);
+            if (!visit(row)) return false;
         } else if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
             const multi_arr *child = node->next_arr[node->offset_arr[c]];
-            if (!rows_exist(table, child, num_rows, depth + 1, used)) return false;
+            if (!each_row(table, child, depth + 1, visit)) return false;
         }
     }
     return true;
 }
 
+static bool is_ordinary(unsigned weight) {
+    return weight != coll_ignored_weight && !(weight & coll_expansion);
+}
+
 // Are strings in one order, whichever comes first and by their keys? Weights that are equal but for
 // the tie-break would part two strings in one direction only. In a key a weight below 2 has the
-// digits of 2, and one above 255 needs more than one digit.
-static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set &used) {
+// digits of 2, and one above 255 needs more than one digit. Of rows outside used (NULL: of none)
+// nobody asks.
+static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set *used) {
     enum : uint8_t { plain = 1, tie = 2 };
     uint8_t seen[coll_low_bits + 1] = {};
     const bool one_digit = coll->num_weights < 254;
     unsigned lowest = 0; // how many of the weights 0, 1 and 2 there are
     for (unsigned row = 0; row <= static_cast<unsigned>(coll->num_rows) && row <= 0xFFFF; ++row) {
         const unsigned weight = weights[row], low = weight & coll_low_bits;
-        if (weight == coll_ignored_weight || weight & coll_expansion || !used.has(row)) continue;
+        if (!is_ordinary(weight) || (used && !used->has(row))) continue;
         if (!row && !weight) continue; // characters that the locale does not order
         if (one_digit && low > 255) return false;
         if (low <= 2 && !seen[low]) ++lowest;
@@ -180,16 +184,60 @@ static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const 
     return true;
 }
 
-static bool is_order(kovaloc *loc, row_set *used) {
+// The same where a look at all weights together tells, as mostly: none is 0 or asks for the
+// tie-break.
+static bool has_no_ties(const coll_data *coll, const uint16_t *weights, size_t first, size_t rows) {
+    uint16_t any = 0, zero = 0;
+    for (size_t row = first; row < rows; ++row) {
+        any |= weights[row];
+        zero |= weights[row] ? uint16_t{0} : uint16_t{1};
+    }
+    return !zero && !(any & coll_code_tie) && (any <= 255 || coll->num_weights >= 254);
+}
+
+// Or tie-breaks are asked for by all weights, or by a single one.
+static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
+    const size_t rows = count_of(coll->num_rows) + 1, first = weights[0] ? 0 : 1;
+    if (has_no_ties(coll, weights, first, rows)) return true;
+    uint16_t ties = 0, plains = 0, small = 0, large = 0, all_ties = 0xFFFF;
+    for (size_t row = first; row < rows; ++row) {
+        const uint16_t weight = weights[row], low = weight & coll_low_bits;
+        const uint16_t ordinary = is_ordinary(weight) ? 0xFFFF : 0;
+        const uint16_t tie = weight & coll_code_tie ? ordinary : uint16_t{0};
+        ties |= tie & weight;
+        all_ties &= static_cast<uint16_t>(weight | ~tie);
+        plains |= static_cast<uint16_t>(ordinary & ~tie);
+        small |= low < 2 ? ordinary : uint16_t{0};
+        large |= ordinary & low;
+    }
+    if (small || (large > 255 && coll->num_weights < 254)) return false;
+    if (!ties || !plains) return true;
+    if (ties != all_ties) return false;
+    bool met = false; // a weight that is like the single one but for the tie-break
+    for (size_t row = first; row < rows; ++row)
+        met |= weights[row] == (ties & coll_low_bits);
+    return !met;
+}
+
+static bool is_order(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
-    used->add(0); // of characters that the map lacks
-    for (int i = 0; i < coll->num_coll_elems; ++i)
-        used->add(coll->elem_arr[i].row);
     for (int e = 0; e < coll->num_expansions; ++e)
         for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
             if (!coll->exp_arr[e].exp_data[i]) return false; // would end the string
-    for (int p = 0; p < coll->num_passes; ++p)
-        if (!pass_is_order(coll, coll->pass_arr[p], *used)) return false;
+    for (int p = 0; p < coll->num_passes; ++p) {
+        const uint16_t *weights = coll->pass_arr[p];
+        if (plainly_order(coll, weights) || pass_is_order(coll, weights, nullptr)) continue;
+        row_set used;
+        used.add(0); // of characters that the map lacks
+        for (int i = 0; i < coll->num_coll_elems; ++i)
+            used.add(coll->elem_arr[i].row);
+        const auto *rows = static_cast<const mb_decode *>(loc->coll);
+        each_row(rows, rows->root, 0, [&](unsigned row) {
+            used.add(row);
+            return true;
+        });
+        if (!pass_is_order(coll, weights, &used)) return false;
+    }
     return true;
 }
 
@@ -274,9 +322,8 @@ static bool read_tables(text_in *in, kovaloc *loc) {
         !read_elems(in, loc, count_of(elems)) || !read_expansions(in, loc, count_of(expansions)) ||
         !read_weights(in, loc))
         return false;
-    row_set used;
-    if (in->ended || !rows_exist(rows, rows->root, loc->coll_info.num_rows, 0, &used) ||
-        !is_order(loc, &used))
+    const auto exists = [loc](int row) { return row <= loc->coll_info.num_rows; };
+    if (in->ended || !each_row(rows, rows->root, 0, exists) || !is_order(loc))
         return fail(loc, KO_EOBJECT, false);
     skip_whitespace(in);
     return expansions_end(loc);

@@ -206,8 +206,9 @@ static uint16_t item_at(const mb_decode *table, unsigned byte) {
 static double growth_of_pairs(const kovaloc *loc) {
     const auto *cases = static_cast<const mb_decode *>(loc->cconv);
     const auto *classes = static_cast<const mb_decode *>(loc->ctype);
+    if (classes->max_char_len < 2) return 1;
     for (unsigned byte = 0; byte < 256; byte++) {
-        if (node_flag(cases->root, byte) != mb_final) continue;
+        if (node_flag(cases->root, byte) != mb_final || !item_at(cases, byte)) continue;
         for (ko_wchar_t conv_elem::*side : {&conv_elem::upper, &conv_elem::lower}) {
             ko_mchar_t bytes[4];
             const ko_wchar_t partner = case_partner(loc, item_at(cases, byte), side);
