@@ -336,8 +336,8 @@ KO_API void ko_display_lc_node_list(void);
  * KO_EINVAL (unknown name). A name of digits stands for itself. */
 KO_API uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry);
 
-/* Reads the registry into memory, or puts the built-in one in force when that fails, with the
- * reason in the handle's error word. */
+/* Reads the registry into memory (its bytes and 8 KB at most), or puts the built-in one in force
+ * when that fails, with the reason in the handle's error word. */
 KO_API void ko_cache_registry(void *handle, const char *registry);
 
 /* The code-set number of a locale specification, a compound one, or a bare code-set name. */

@@ -20,14 +20,16 @@ static constexpr registry_elem kova_canned_registry[] = {
     {nullptr, 0}
 };
 
-struct registry_node {
-    char cs_name[cs_name_max + 1];
-    int cs_num;
-    registry_node *next;
+// Entries of a registry in memory, in file order: the number in two bytes, then the name with its
+// terminator. They take less than the file.
+struct registry_block {
+    registry_block *next;
+    size_t used;
+    char entries[8192 - sizeof(registry_block *) - sizeof(size_t)];
 };
 
 // What ko_cache_registry put in force, one of the two at most; only it changes them.
-static constinit registry_node *kova_registry_list_cache = nullptr;
+static constinit registry_block *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
 static constinit uint64_t changes = 0;
 
@@ -136,11 +138,22 @@ static int search_file(registry_text *text, const char *name, int *error) {
     return -1;
 }
 
+static int search_blocks(const registry_block *block, const char *name) {
+    for (; block; block = block->next) {
+        const char *const end = block->entries + block->used;
+        for (const char *at = block->entries; at < end; at += strlen(at) + 1) {
+            uint16_t number;
+            memcpy(&number, at, sizeof number);
+            at += sizeof number;
+            if (!strcmp(at, name)) return number;
+        }
+    }
+    return -1;
+}
+
 static int search_source(const char *name, const char *registry, int *error) {
     if (kova_registry_list_cache) {
-        for (const registry_node *node = kova_registry_list_cache; node; node = node->next)
-            if (!strcmp(node->cs_name, name)) return node->cs_num;
-        return -1;
+        return search_blocks(kova_registry_list_cache, name);
     }
     if (kova_registry_array_cache) {
         for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
@@ -182,24 +195,41 @@ uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry)
     return number;
 }
 
-static void free_nodes(registry_node *list) {
+static void free_blocks(registry_block *list) {
     while (list) {
-        registry_node *const next = list->next;
+        registry_block *const next = list->next;
         free(list);
         list = next;
     }
 }
 
-// Reads every entry into a list in file order; 0 or the error.
-static int read_nodes(registry_text *text, registry_node **list) {
-    registry_node **link = list, entry = {};
-    while (read_name(text, entry.cs_name)) {
-        if (!read_number(text, &entry.cs_num)) return KO_EOBJECT;
-        auto *const node = static_cast<registry_node *>(malloc(sizeof(registry_node)));
-        if (!node) return KO_ENOMEM;
-        *node = entry;
-        *link = node;
-        link = &node->next;
+// Appends an entry to the block at *last, or to a new one after it. False without memory.
+static bool add_entry(registry_block ***last, const char *name, int number) {
+    const auto stored = static_cast<uint16_t>(number);
+    const size_t name_size = strlen(name) + 1, size = sizeof stored + name_size;
+    registry_block *block = **last;
+    if (!block || size > sizeof block->entries - block->used) {
+        if (block) *last = &block->next;
+        block = static_cast<registry_block *>(malloc(sizeof(registry_block)));
+        if (!block) return false;
+        block->next = nullptr;
+        block->used = 0;
+        **last = block;
+    }
+    char *const at = block->entries + block->used;
+    memcpy(at, &stored, sizeof stored);
+    memcpy(at + sizeof stored, name, name_size);
+    block->used += size;
+    return true;
+}
+
+// Reads every entry into blocks; 0 or the error.
+static int read_entries(registry_text *text, registry_block **list) {
+    char name[cs_name_max + 1];
+    int number;
+    while (read_name(text, name)) {
+        if (!read_number(text, &number)) return KO_EOBJECT;
+        if (!add_entry(&list, name, number)) return KO_ENOMEM;
         if (!skip_line(text)) break;
     }
     return KO_OK;
@@ -208,20 +238,20 @@ static int read_nodes(registry_text *text, registry_node **list) {
 void ko_cache_registry(void *handle, const char *registry) {
     int error = KO_OK;
     ++changes;
-    free_nodes(kova_registry_list_cache);
+    free_blocks(kova_registry_list_cache);
     kova_registry_list_cache = nullptr;
     kova_registry_array_cache = nullptr;
-    registry_node *list = nullptr;
+    registry_block *list = nullptr;
     if (FILE *const file = open_registry(registry, &error)) {
         registry_text text(file);
-        error = read_nodes(&text, &list);
+        error = read_entries(&text, &list);
         fclose(file);
     }
     if (!error) {
         kova_registry_list_cache = list;
         return;
     }
-    free_nodes(list);
+    free_blocks(list);
     kova_registry_array_cache = kova_canned_registry;
     set_error(handle, error);
 }

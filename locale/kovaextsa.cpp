@@ -21,6 +21,8 @@
 #include <sys/auxv.h>
 #endif
 
+#include <atomic>
+
 // Set by ko_setextfunc alone; hosts do so before they use anything else.
 static constinit ko_extfn_t funcptr_arr[KO_EXT_COUNT] = {};
 
@@ -38,13 +40,14 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     return 0;
 }
 
-// What a test says in place of the system; -1: nothing.
-static constinit int assumed_rights = -1;
+// What the system says of the process's rights, asked for once, or a test in its place; -1: not yet.
+static constinit std::atomic<signed char> rights = -1;
 
-void assume_raised_rights(int raised) { assumed_rights = raised; }
+void assume_raised_rights(int raised) {
+    rights.store(static_cast<signed char>(raised), std::memory_order_relaxed);
+}
 
-bool has_raised_rights(void) {
-    if (assumed_rights >= 0) return assumed_rights;
+static bool rights_of_process(void) {
 #if defined(_WIN32)
     return false;
 #elif defined(__linux__)
@@ -52,6 +55,11 @@ bool has_raised_rights(void) {
 #else
     return geteuid() != getuid() || getegid() != getgid();
 #endif
+}
+
+bool has_raised_rights(void) {
+    if (rights.load(std::memory_order_relaxed) < 0) assume_raised_rights(rights_of_process());
+    return rights.load(std::memory_order_relaxed) > 0;
 }
 
 bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && funcptr_arr[code]; }

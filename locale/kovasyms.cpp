@@ -118,17 +118,13 @@ static int string_to_symbol(const char *name, char *out, int size) {
     return needed;
 }
 
-static const list_cell *first_range(const kovacmap *map) {
-    return map->range_list ? map->range_list->firstLink : nullptr;
-}
-
 // The name of a character; false when it has none.
 static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
-    if (const table_data *single = find_char(&map->char_sym, desc)) {
-        strcpy(name, single->name);
+    if (const single_char *last = find_char(map, desc)) {
+        strcpy(name, name_of(last->same));
         return true;
     }
-    const list_cell *from = first_range(map);
+    const range_data *from = map->ranges.first;
     const range_data *range = find_range(map, desc, &from);
     if (range) calculate_name(range, range_place(range, desc), name);
     return range;
@@ -249,10 +245,13 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
     if (len_bytes < 1 || len_bytes > 4) return fail(head(map), KO_ENOSYMBOL, -1);
     const char_desc desc = desc_of(mb, len_bytes);
     symbol_list list = {.at = dst, .room = size, .found = 0};
-    const table_data *single = find_char(&map->char_sym, desc);
-    for (; single; single = single->same)
-        add_symbol(&list, single->name);
-    const list_cell *from = first_range(map);
+    const single_char *const last = find_char(map, desc);
+    for (const single_char *at = last; at;) {
+        at = at->same;
+        add_symbol(&list, name_of(at));
+        if (at == last) break;
+    }
+    const range_data *from = map->ranges.first;
     while (const range_data *range = find_range(map, desc, &from)) {
         char name[name_room + 10];
         calculate_name(range, range_place(range, desc), name);
@@ -267,15 +266,15 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
 
 // The character of a name, a single one before those of ranges.
 static bool name_to_descriptor(const kovacmap *map, const char *name, char_desc *desc) {
-    if (const table_data *single = find_named(&map->sym_char, name, 's')) {
+    if (const single_char *single = find_named(map, name)) {
         *desc = single->desc;
         return true;
     }
     char canonical[name_room];
     const int number = canonical_name(name, canonical);
     if (number < 0) return false;
-    const table_data *entry = find_named(&map->sym_char, canonical, 'r');
-    const range_data *range = entry ? find_number(entry, number) : nullptr;
+    const range_group *group = find_group(map, canonical);
+    const range_data *range = group ? find_number(group, number) : nullptr;
     if (range) *desc = range_char(range, number - range->name_base);
     return range;
 }

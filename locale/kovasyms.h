@@ -2,24 +2,40 @@
 #ifndef KOVASYMS_H
 #define KOVASYMS_H
 
-#include "kovalists.h"
 #include "kovamulti.h"
 
 constexpr int name_room = 71; // a symbol name of 70 characters
-constexpr int symbol_bins = 127;
-
 struct cmap_exports {
     gen_exports gen;
 };
 
-// A run of characters whose names count up.
-struct range_data {
-    int length;
-    char_desc base_char;
-    int name_base; // the number in the first character's name
-    char name[name_room];
+// A block of the memory that the records of a charmap share; it is given back as a whole.
+struct record_block;
+struct record_pool {
+    record_block *last;
+    size_t used, room; // bytes of the last block
 };
 
+// Records lie in the pool; each is followed by its name, see name_of.
+struct single_char {
+    single_char *same; // the next one of the same bytes in file order; of the last: the first
+    char_desc desc;
+};
+// A run of characters whose names count up. The name is the first character's.
+struct range_data {
+    range_data *next;   // in file order
+    range_data *sister; // the next one whose name has the same canonical form
+    char_desc base_char;
+    int length;
+    int name_base; // the number in the first character's name
+};
+template <class Record> const char *name_of(const Record *record) {
+    return reinterpret_cast<const char *>(record + 1);
+}
+
+struct range_list {
+    range_data *first, *last;
+};
 // Derived from a list of many ranges: they in ascending order, none where two overlap.
 struct range_start {
     uint64_t first; // the place of the range's first character or number
@@ -29,24 +45,17 @@ struct range_index {
     range_start *at;
     int count;
 };
-
-struct table_data {
-    int type;              // 's' a single character, 'r' a named range
-    char name[name_room];  // of a range: with its trailing digits as zeros
-    char_desc desc;        // of a single character
-    link_list *ranges;     // of the ranges that share the name; in sym_char alone
-    range_index by_number; // of those ranges
-    table_data *same;      // the next entry of the same key
-    table_data *last_same; // of the first one: the last
+// The ranges that share a canonical name, which is the group's.
+struct range_group {
+    range_list ranges; // by sister
+    range_index by_number;
 };
 
-struct symbol_table {
-    link_list bins[symbol_bins]; // of table_data
-    bool by_char;                // the key is desc, not type and name
-    // Derived: open addressing over the first entry of every key.
-    table_data **slots;
+// Open addressing, at most three quarters full.
+template <class Record> struct symbol_table {
+    Record **slots;
     unsigned mask;
-    unsigned count; // of slots in use
+    unsigned count;
 };
 
 struct kovacmap {
@@ -56,10 +65,12 @@ struct kovacmap {
     int source_version;
     int compiler_version;
     void *mb_struct;
-    link_list *range_list; // of range_data
-    symbol_table sym_char; // by name
-    symbol_table char_sym; // by bytes, single characters alone
-    range_index by_char;   // of range_list
+    record_pool pool;
+    range_list ranges;                 // by next
+    range_index by_char;               // of the ranges
+    symbol_table<single_char> by_name; // the first of a name
+    symbol_table<single_char> by_desc; // the last of some bytes
+    symbol_table<range_group> groups;  // by canonical name
 };
 
 // The records of a charmap object (kovasyms_read.cpp). 0, or the error number.
@@ -75,15 +86,16 @@ void calculate_name(const range_data *range, int i, char *out);
 char_desc range_char(const range_data *range, int i);
 // The place of a character in a range, -1 when it is not there.
 int range_place(const range_data *range, const char_desc &desc);
-// The first range in file order that holds a character, NULL when none does. *from is the cell of
-// range_list to look from, and gets the one to go on at, NULL at the end.
-const range_data *find_range(const kovacmap *map, const char_desc &desc, const list_cell **from);
-// The first range of an entry that holds a number, NULL when none does.
-const range_data *find_number(const table_data *entry, int number);
+// The first range in file order that holds a character, NULL when none does. *from is the range to
+// look from, and gets the one to go on at, NULL at the end.
+const range_data *find_range(const kovacmap *map, const char_desc &desc, const range_data **from);
 
-// The single character or range of a name, and the single names of a character: the first in file
-// order, which leads to the others; NULL without one.
-table_data *find_named(const symbol_table *table, const char *name, int type);
-table_data *find_char(const symbol_table *table, const char_desc &desc);
+// The first record of a name or canonical name, and the last one of a character, which leads to the
+// first; NULL without one.
+const single_char *find_named(const kovacmap *map, const char *name);
+const range_group *find_group(const kovacmap *map, const char *canonical);
+const single_char *find_char(const kovacmap *map, const char_desc &desc);
+// The first range of a group that holds a number, NULL when none does.
+const range_data *find_number(const range_group *group, int number);
 
 #endif

@@ -11,21 +11,47 @@
 static constexpr int line_bound = 127;
 static constexpr int max_range_chars = 0x200000; // of one object, over all its ranges
 
+// Nodes of the table that measures characters, and of them those with children: more than any code
+// set has (GB 18030 in full: 160,147 and 1,387), and a bound of the memory that few characters can
+// take.
+static constexpr int max_nodes = 1 << 18, max_parents = 1 << 13;
+
+// ---- Records ------------------------------------------------------------------------------------
+
+struct alignas(8) record_block {
+    record_block *before;
+};
+static constexpr size_t least_block = 2048, most_block = 65536;
+
+// Memory of a record and its name, which is copied; NULL without memory.
+template <class Record> static Record *new_record(record_pool *pool, const char *name) {
+    const size_t name_size = strlen(name) + 1;
+    const size_t size = (sizeof(Record) + name_size + 7) / 8 * 8;
+    if (pool->room - pool->used < size) {
+        const size_t room = !pool->room                   ? least_block
+                            : pool->room < most_block / 2 ? 2 * pool->room
+                                                          : most_block;
+        auto *const block = static_cast<record_block *>(ko_ext_malloc(sizeof(record_block) + room));
+        if (!block) return nullptr;
+        block->before = pool->last;
+        *pool = {.last = block, .used = 0, .room = room};
+    }
+    void *const at = reinterpret_cast<unsigned char *>(pool->last + 1) + pool->used;
+    pool->used += size;
+    auto *const record = static_cast<Record *>(at);
+    *record = {};
+    memcpy(record + 1, name, name_size);
+    return record;
+}
+
+static void free_pool(record_pool *pool) {
+    while (record_block *const block = pool->last) {
+        pool->last = block->before;
+        ko_ext_free(block);
+    }
+}
+
 // ---- Tables -------------------------------------------------------------------------------------
-
-static unsigned name_bin(const char *name) {
-    int sum = 0;
-    for (; *name; ++name)
-        sum += static_cast<signed char>(*name);
-    return static_cast<unsigned>((sum % symbol_bins + symbol_bins) % symbol_bins);
-}
-
-static unsigned char_bin(const char_desc &desc) {
-    unsigned sum = 0;
-    for (unsigned i = 0; i < desc.length; ++i)
-        sum += desc.bytes[i];
-    return sum % symbol_bins;
-}
 
 static unsigned hash_bytes(const void *bytes, size_t len) {
     const auto *at = static_cast<const unsigned char *>(bytes);
@@ -34,84 +60,81 @@ static unsigned hash_bytes(const void *bytes, size_t len) {
         hash = (hash ^ at[i]) * 0x01000193U;
     return hash ^ hash >> 15;
 }
+static unsigned hash_of(const char *name) { return hash_bytes(name, strlen(name)); }
+static unsigned hash_of(const char_desc &desc) { return hash_bytes(desc.bytes, desc.length); }
 
-// The slot of a key, or the free one where it belongs.
-static table_data **name_slot(const symbol_table *table, const char *name, int type) {
-    for (unsigned at = hash_bytes(name, strlen(name));; ++at) {
-        table_data **slot = &table->slots[at & table->mask];
-        if (!*slot || ((*slot)->type == type && !strcmp((*slot)->name, name))) return slot;
+template <class Record> static bool matches(const Record *record, const char *name) {
+    return !strcmp(name_of(record), name);
+}
+static bool matches(const single_char *single, const char_desc &desc) {
+    return !memcmp(&single->desc, &desc, sizeof desc);
+}
+
+// The slot of a key, or the free one where it belongs; the table has slots.
+template <class Record, class Key>
+static Record **slot_of(const symbol_table<Record> &table, const Key &key) {
+    for (unsigned at = hash_of(key);; ++at) {
+        Record **const slot = &table.slots[at & table.mask];
+        if (!*slot || matches(*slot, key)) return slot;
     }
 }
-static table_data **char_slot(const symbol_table *table, const char_desc &desc) {
-    for (unsigned at = hash_bytes(desc.bytes, desc.length);; ++at) {
-        table_data **slot = &table->slots[at & table->mask];
-        if (!*slot || !memcmp(&(*slot)->desc, &desc, sizeof desc)) return slot;
-    }
+
+template <class Record, class Key>
+static Record *look_up(const symbol_table<Record> &table, const Key &key) {
+    return table.slots ? *slot_of(table, key) : nullptr;
 }
 
-table_data *find_named(const symbol_table *table, const char *name, int type) {
-    return table->slots ? *name_slot(table, name, type) : nullptr;
+const single_char *find_named(const kovacmap *map, const char *name) {
+    return look_up(map->by_name, name);
+}
+const range_group *find_group(const kovacmap *map, const char *canonical) {
+    return look_up(map->groups, canonical);
+}
+const single_char *find_char(const kovacmap *map, const char_desc &desc) {
+    return look_up(map->by_desc, desc);
 }
 
-table_data *find_char(const symbol_table *table, const char_desc &desc) {
-    return table->slots ? *char_slot(table, desc) : nullptr;
-}
-
-static table_data **entry_slot(const symbol_table *table, const table_data *entry) {
-    return table->by_char ? char_slot(table, entry->desc)
-                          : name_slot(table, entry->name, entry->type);
-}
-
-// Keeps half of the slots free.
-static bool grow_slots(symbol_table *table) {
-    if (table->slots && table->count < table->mask / 2) return true;
+// Makes room for one record more. False without memory.
+template <class Record, class KeyOf> static bool grow(symbol_table<Record> *table, KeyOf key_of) {
     const unsigned old_size = table->slots ? table->mask + 1 : 0;
+    if (table->count < old_size / 4 * 3) return true;
+    if (old_size > UINT_MAX / 4) return false;
     const unsigned size = old_size ? 2 * old_size : 16;
-    table_data **old = table->slots;
-    ext_block<table_data *> slots(size);
+    ext_block<Record *> slots(size);
     if (!slots.p) return false;
     memset(slots.p, 0, size * sizeof *slots.p);
-    table->slots = slots.release();
-    table->mask = size - 1;
-    for (unsigned i = 0; i < old_size; ++i) {
-        if (old[i]) *entry_slot(table, old[i]) = old[i];
-    }
-    free_ptr(old);
+    const symbol_table<Record> larger = {.slots = slots.p, .mask = size - 1, .count = table->count};
+    for (unsigned i = 0; i < old_size; ++i)
+        if (Record *const record = table->slots[i]) *slot_of(larger, key_of(record)) = record;
+    free_ptr(table->slots);
+    *table = larger;
+    slots.release();
     return true;
 }
 
-static table_data *add_entry(symbol_table *table, const table_data &entry) {
-    if (table->count > INT_MAX / 2 || !grow_slots(table)) return nullptr;
-    const unsigned bin = table->by_char ? char_bin(entry.desc) : name_bin(entry.name);
-    const list_cell *cell = list_insert(&entry, sizeof entry, nullptr, &table->bins[bin]);
-    if (!cell) return nullptr;
-    auto *added = static_cast<table_data *>(cell->data);
-    table_data **slot = entry_slot(table, added);
-    if (*slot) {
-        (*slot)->last_same->same = added;
-    } else {
-        *slot = added;
-        ++table->count;
-    }
-    (*slot)->last_same = added;
-    return added;
-}
+static const char *name_key(const single_char *single) { return name_of(single); }
+static const char *group_key(const range_group *group) { return name_of(group); }
+static const char_desc &desc_key(const single_char *single) { return single->desc; }
 
 // ---- Characters ---------------------------------------------------------------------------------
 
-// A character that conflicts with one that is there keeps its name and stays out of the table.
-// False without memory.
-static bool insert_char(kovacmap *map, const char_desc &desc) {
+// A character that conflicts with one that is there keeps its name and stays out of the table. 0,
+// or the error number.
+static int insert_char(kovacmap *map, const char_desc &desc) {
     auto *table = static_cast<mb_decode *>(map->mb_struct);
-    if (!insert_desc_multi(&desc, nullptr, table)) return true;
+    if (!insert_desc_multi(&desc, nullptr, table)) {
+        const bool fits =
+            table->flag_arr_count <= max_nodes && table->offset_arr_count <= max_parents;
+        return fits ? 0 : int{KO_EOBJECT};
+    }
     const multi_arr *node = table_root(table);
     for (unsigned i = 0; i < desc.length; ++i) {
         const unsigned flag = node_flag(node, desc.bytes[i]);
-        if (flag == mb_final || (flag == mb_prefix && i + 1 == desc.length)) return true;
-        if (flag != mb_prefix) return false;
+        if (flag == mb_final || (flag == mb_prefix && i + 1 == desc.length)) return 0;
+        if (flag != mb_prefix) return KO_ENOMEM;
         node = node_child(node, desc.bytes[i]);
     }
-    return true;
+    return 0;
 }
 
 char_desc range_char(const range_data *range, int i) {
@@ -141,10 +164,6 @@ int range_place(const range_data *range, const char_desc &desc) {
 
 // ---- Ranges -------------------------------------------------------------------------------------
 
-static const range_data *range_of(const list_cell *cell) {
-    return static_cast<const range_data *>(cell->data);
-}
-
 // Places of characters by length and bytes, and of the numbers in names.
 static uint64_t char_place(const char_desc &desc) {
     return uint64_t{desc.length} << 33 | char_value(desc);
@@ -156,17 +175,17 @@ static uint64_t first_number(const range_data *range) {
 
 static constexpr int few_ranges = 8; // are searched one by one
 
-// False without memory.
-static bool build_index(const link_list *list, uint64_t (*first)(const range_data *),
-                        range_index *index) {
+// Indexes a list by one of its links. False without memory.
+static bool build_index(const range_data *list, range_data *range_data::*next,
+                        uint64_t (*first)(const range_data *), range_index *index) {
     size_t count = 0, n = 0;
-    for (const list_cell *cell = list->firstLink; cell; cell = cell->next)
+    for (const range_data *range = list; range; range = range->*next)
         ++count;
     if (count <= few_ranges) return true;
     ext_block<range_start> starts(count);
     if (!starts.p) return false;
-    for (const list_cell *cell = list->firstLink; cell; cell = cell->next)
-        starts.p[n++] = {first(range_of(cell)), range_of(cell)};
+    for (const range_data *range = list; range; range = range->*next)
+        starts.p[n++] = {first(range), range};
     std::sort(starts.p, starts.p + count,
               [](const range_start &a, const range_start &b) { return a.first < b.first; });
     for (n = 1; n < count; ++n) {
@@ -191,48 +210,44 @@ static const range_data *last_from(const range_index &index, uint64_t place) {
     return low ? index.at[low - 1].range : nullptr;
 }
 
-const range_data *find_range(const kovacmap *map, const char_desc &desc, const list_cell **from) {
-    const list_cell *cell = *from;
+const range_data *find_range(const kovacmap *map, const char_desc &desc, const range_data **from) {
+    const range_data *range = *from;
     *from = nullptr;
-    if (cell && map->by_char.at) { // in no more than one
-        const range_data *range = last_from(map->by_char, char_place(desc));
+    if (range && map->by_char.at) { // in no more than one
+        range = last_from(map->by_char, char_place(desc));
         return range && range_place(range, desc) >= 0 ? range : nullptr;
     }
-    for (; cell; cell = cell->next) {
-        if (range_place(range_of(cell), desc) < 0) continue;
-        *from = cell->next;
-        return range_of(cell);
-    }
-    return nullptr;
+    while (range && range_place(range, desc) < 0)
+        range = range->next;
+    if (range) *from = range->next;
+    return range;
 }
 
 static bool holds_number(const range_data *range, int number) {
     return number >= range->name_base && number - range->name_base < range->length;
 }
 
-const range_data *find_number(const table_data *entry, int number) {
-    if (entry->by_number.at) {
-        const range_data *range = last_from(entry->by_number, static_cast<uint64_t>(number));
+const range_data *find_number(const range_group *group, int number) {
+    if (group->by_number.at) {
+        const range_data *range = last_from(group->by_number, static_cast<uint64_t>(number));
         return range && holds_number(range, number) ? range : nullptr;
     }
-    const list_cell *cell = entry->ranges ? entry->ranges->firstLink : nullptr;
-    while (cell && !holds_number(range_of(cell), number))
-        cell = cell->next;
-    return cell ? range_of(cell) : nullptr;
+    const range_data *range = group->ranges.first;
+    while (range && !holds_number(range, number))
+        range = range->sister;
+    return range;
 }
 
 // False without memory.
 static bool index_ranges(kovacmap *map) {
-    for (const link_list &bin : map->sym_char.bins) {
-        for (list_cell *cell = bin.firstLink; cell; cell = cell->next) {
-            auto *entry = static_cast<table_data *>(cell->data);
-            if (!entry->ranges) continue;
-            if (!build_index(entry->ranges, first_number, &entry->by_number)) {
-                return false;
-            }
-        }
+    const symbol_table<range_group> &groups = map->groups;
+    for (unsigned i = 0; groups.slots && i <= groups.mask; ++i) {
+        range_group *const group = groups.slots[i];
+        if (!group) continue;
+        if (!build_index(group->ranges.first, &range_data::sister, first_number, &group->by_number))
+            return false;
     }
-    return build_index(map->range_list, first_char, &map->by_char);
+    return build_index(map->ranges.first, &range_data::next, first_char, &map->by_char);
 }
 
 // ---- Names --------------------------------------------------------------------------------------
@@ -257,14 +272,15 @@ int canonical_name(const char *name, char *canonical) {
 }
 
 void calculate_name(const range_data *range, int i, char *out) {
-    const size_t len = strlen(range->name), stem = stem_length(range->name);
+    const char *const name = name_of(range);
+    const size_t len = strlen(name), stem = stem_length(name);
     char digits[10];
     size_t count = 0;
     for (uint64_t n = static_cast<uint64_t>(range->name_base) + static_cast<uint64_t>(i);
          n || !count; n /= 10) {
         digits[count++] = static_cast<char>('0' + n % 10);
     }
-    memcpy(out, range->name, stem);
+    memcpy(out, name, stem);
     out += stem;
     for (size_t zeros = count; zeros < len - stem; ++zeros)
         *out++ = '0';
@@ -273,7 +289,7 @@ void calculate_name(const range_data *range, int i, char *out) {
     *out = 0;
 }
 
-// ---- Records ------------------------------------------------------------------------------------
+// ---- Lines --------------------------------------------------------------------------------------
 
 struct record_line {
     const char *at;
@@ -352,38 +368,56 @@ static char_desc field_char(record_line *in) {
     return desc;
 }
 
-static int add_single(kovacmap *map, const table_data &entry) {
-    const bool added = add_entry(&map->sym_char, entry) && add_entry(&map->char_sym, entry) &&
-                       insert_char(map, entry.desc);
-    return added ? 0 : int{KO_ENOMEM};
-}
-
-// The list of the ranges that share this canonical name, made where it is new. NULL without memory.
-static link_list *ranges_of_name(kovacmap *map, const char *canonical) {
-    table_data *known = find_named(&map->sym_char, canonical, 'r');
-    if (known) return known->ranges;
-    table_data entry = {.type = 'r'};
-    memcpy(entry.name, canonical, strlen(canonical) + 1);
-    known = add_entry(&map->sym_char, entry);
-    return known ? known->ranges = list_create() : nullptr;
-}
-
-static int add_range(kovacmap *map, const range_data &range) {
-    if (!list_insert(&range, sizeof range, nullptr, map->range_list)) return KO_ENOMEM;
-    for (int i = 0; i < range.length; ++i) {
-        if (!insert_char(map, range_char(&range, i))) return KO_ENOMEM;
+static int add_single(kovacmap *map, const char *name, const char_desc &desc) {
+    if (!grow(&map->by_name, name_key) || !grow(&map->by_desc, desc_key)) return KO_ENOMEM;
+    single_char *const added = new_record<single_char>(&map->pool, name);
+    if (!added) return KO_ENOMEM;
+    added->desc = desc;
+    single_char **slot = slot_of(map->by_name, name);
+    if (!*slot) *slot = added, ++map->by_name.count;
+    slot = slot_of(map->by_desc, desc);
+    if (*slot) {
+        added->same = (*slot)->same;
+        (*slot)->same = added;
+    } else {
+        added->same = added;
+        ++map->by_desc.count;
     }
+    *slot = added;
+    return insert_char(map, desc);
+}
+
+// The group of a canonical name, made where it is new. NULL without memory.
+static range_group *group_of_name(kovacmap *map, const char *canonical) {
+    if (!grow(&map->groups, group_key)) return nullptr;
+    range_group **const slot = slot_of(map->groups, canonical);
+    if (!*slot && (*slot = new_record<range_group>(&map->pool, canonical))) ++map->groups.count;
+    return *slot;
+}
+
+static void append(range_list *list, range_data *range_data::*next, range_data *range) {
+    (list->last ? list->last->*next : list->first) = range;
+    list->last = range;
+}
+
+static int add_range(kovacmap *map, const char *name, const range_data &read) {
     char canonical[name_room];
-    canonical_name(range.name, canonical);
-    link_list *ranges = ranges_of_name(map, canonical);
-    return ranges && list_insert(&range, sizeof range, nullptr, ranges) ? 0 : int{KO_ENOMEM};
+    canonical_name(name, canonical);
+    range_group *const group = group_of_name(map, canonical);
+    range_data *const range = group ? new_record<range_data>(&map->pool, name) : nullptr;
+    if (!range) return KO_ENOMEM;
+    *range = read;
+    append(&map->ranges, &range_data::next, range);
+    append(&group->ranges, &range_data::sister, range);
+    int error = 0;
+    for (int i = 0; i < range->length && !error; ++i)
+        error = insert_char(map, range_char(range, i));
+    return error;
 }
 
 static int read_single(record_line *in, kovacmap *map, const char *name) {
-    table_data entry = {.type = 's', .desc = field_char(in)};
-    if (in->error) return in->error;
-    memcpy(entry.name, name, strlen(name) + 1);
-    return add_single(map, entry);
+    const char_desc desc = field_char(in);
+    return in->error ? in->error : add_single(map, name, desc);
 }
 
 static int read_range(record_line *in, kovacmap *map, const char *name, int *chars_left) {
@@ -397,8 +431,7 @@ static int read_range(record_line *in, kovacmap *map, const char *name, int *cha
     if (end > uint64_t{1} << (8 * range.base_char.length)) return KO_EOBJECT;
     if (range.length > *chars_left || range.length > INT_MAX - range.name_base) return KO_EOBJECT;
     *chars_left -= range.length;
-    memcpy(range.name, name, strlen(name) + 1);
-    return add_range(map, range);
+    return add_range(map, name, range);
 }
 
 // "type number name", of a range also the number in its name and its length, then the bytes.
@@ -447,9 +480,7 @@ static int read_header(text_in *in, kovacmap *map) {
 int read_charmap(text_in *in, kovacmap *map) {
     const uint16_t none = 0;
     map->mb_struct = create_multi(sizeof none, 0, &none);
-    map->range_list = list_create();
-    map->char_sym.by_char = true;
-    if (!map->mb_struct || !map->range_list) return KO_ENOMEM;
+    if (!map->mb_struct) return KO_ENOMEM;
     if (const int error = read_header(in, map)) return error;
     char line[line_bound + 1];
     int chars_left = max_range_chars;
@@ -461,23 +492,15 @@ int read_charmap(text_in *in, kovacmap *map) {
     return index_ranges(map) ? 0 : int{KO_ENOMEM};
 }
 
-static void free_table(symbol_table *table) {
-    for (link_list &bin : table->bins) {
-        for (const list_cell *cell = bin.firstLink; cell; cell = cell->next) {
-            const auto *entry = static_cast<const table_data *>(cell->data);
-            list_dispose(entry->ranges);
-            free_ptr(entry->by_number.at);
-        }
-        list_clear(&bin);
-    }
-    free_ptr(table->slots);
-}
-
 void free_charmap(kovacmap *map) {
     if (map->mb_struct) free_multi(map->mb_struct);
-    list_dispose(map->range_list);
+    const symbol_table<range_group> &groups = map->groups;
+    for (unsigned i = 0; groups.slots && i <= groups.mask; ++i)
+        if (groups.slots[i]) free_ptr(groups.slots[i]->by_number.at);
+    free_ptr(groups.slots);
+    free_ptr(map->by_name.slots);
+    free_ptr(map->by_desc.slots);
     free_ptr(map->by_char.at);
-    free_table(&map->sym_char);
-    free_table(&map->char_sym);
+    free_pool(&map->pool);
     ko_ext_free(map);
 }

@@ -216,6 +216,57 @@ TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
     }
 }
 
+// Blocks of the host's memory that count their bytes.
+size_t live_bytes, most_bytes;
+void *counting_malloc(size_t size) {
+    size_t *const block = static_cast<size_t *>(malloc(size + 16));
+    if (!block) return nullptr;
+    live_bytes += *block = size;
+    if (live_bytes > most_bytes) most_bytes = live_bytes;
+    return block + 16 / sizeof *block;
+}
+void counting_free(void *at) {
+    size_t *const block = static_cast<size_t *>(at) - 16 / sizeof(size_t);
+    live_bytes -= *block;
+    free(block);
+}
+
+TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
+    static const struct {
+        const char *format; // of the record's number, twice
+        unsigned factor;
+        size_t table; // bytes of the table that measures text
+        int error;
+    } rows[] = {
+        {"s1 a 1 6\n",            1,          10000,     0         },
+        {"s1 %x 4 %08x\n",        1,          800000,    0         },
+        {"r1 %x0 0 1 4 %08x\n",   1,          800000,    0         },
+        {"r1 a%xa0 0 1 4 %08x\n", 1,          800000,    0         },
+        {"s1 a%x 4 %08x\n",       2654435761, 120000000, KO_EOBJECT},
+    };
+    file_hooks files;
+    for (const auto &row : rows) {
+        std::string records;
+        for (unsigned i = 0; i < 60000; ++i) {
+            char line[64];
+            snprintf(line, sizeof line, row.format, i, i * row.factor);
+            records += line;
+        }
+        files.files["m\\own.cmo"] = header + records;
+        ko_setextfunc(nullptr, KO_EXT_MALLOC, reinterpret_cast<ko_extfn_t>(counting_malloc));
+        ko_setextfunc(nullptr, KO_EXT_FREE, reinterpret_cast<ko_extfn_t>(counting_free));
+        most_bytes = live_bytes = 0;
+        {
+            const charmap map;
+            EXPECT_EQ(map.error(), row.error) << row.format;
+            EXPECT_LT(most_bytes, 7 * records.size() + row.table) << row.format; // read in pieces
+        }
+        EXPECT_EQ(live_bytes, 0u);
+        ko_setextfunc(nullptr, KO_EXT_MALLOC, nullptr);
+        ko_setextfunc(nullptr, KO_EXT_FREE, nullptr);
+    }
+}
+
 TEST(Charmap, GivesBackWhatItTookWhenHooksFail) {
     std::string object = letters;
     for (const char c : std::string("0123456789"))
