@@ -35,9 +35,10 @@ static constinit lc_node *lc_node_root = nullptr;
 
 // ---- Objects in memory --------------------------------------------------------------------------
 
-// The file that the last category came from. Mostly all six come from the same one: it is opened
-// for each of them, but read and searched once.
+// The file that the last category came from. Mostly all six come from the same one: it is opened,
+// read and searched once, and where every opening leaves a line in the log, opened for each.
 struct object_image {
+    char name[setting_room]; // under which it was looked for
     char *path;
     unsigned char *bytes;
     const unsigned char *end;
@@ -45,7 +46,7 @@ struct object_image {
     char codeset[codeset_room];
     int error; // why the header is refused
 
-    object_image() : path(), bytes(), end(), sections(), codeset(), error() {}
+    object_image() : name(), path(), bytes(), end(), sections(), codeset(), error() {}
     object_image(const object_image &) = delete;
     object_image &operator=(const object_image &) = delete;
     ~object_image() {
@@ -209,7 +210,7 @@ static int read_from_stream(kovaloc *loc, int category, void *stream) {
     return read_category(&in, loc, category);
 }
 
-// Replaces the category by the stream's. Takes the path.
+// Replaces the category by the stream's, or without one by the image's. Takes the path.
 static int replace_category(kovaloc *loc, int category, void *stream, char *path,
                             object_image *image) {
     ko_free_category(loc, category);
@@ -221,22 +222,28 @@ static int replace_category(kovaloc *loc, int category, void *stream, char *path
         free_ptr(path);
         return read_from_stream(loc, category, stream);
     }
-    if (!read_image(image, stream, path)) return fail(loc, KO_ENOMEM, -1);
+    if (stream && !read_image(image, stream, path)) return fail(loc, KO_ENOMEM, -1);
     return read_from_image(loc, category, image);
 }
 
 static int load_category(kovaloc *loc, int category, const char *setting, const char *dir,
                          object_image *image) {
-    char name[setting_room], *path;
+    char name[setting_room], *path = nullptr;
     if (!choose_name(setting, category, name)) return fail(loc, KO_ERANGE, -1);
-    void *stream = open_object(loc, name, dir, &path);
-    if (!stream) {
-        free_ptr(path);
-        return -1;
+    void *stream = nullptr;
+    if (!image->bytes || strcmp(image->name, name) || is_logged()) {
+        strcpy(image->name, name);
+        stream = open_object(loc, name, dir, &path);
+        if (!stream) {
+            free_ptr(path);
+            return -1;
+        }
     }
     const int result = replace_category(loc, category, stream, path, image);
-    note_read_error(loc, stream);
-    ko_ext_fclose(stream);
+    if (stream) {
+        note_read_error(loc, stream);
+        ko_ext_fclose(stream);
+    }
     if (result) {
         reset_category(loc, category);
         return -1;
@@ -430,7 +437,7 @@ static const char *object_name(const char *spec, const char *registry, char *roo
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
     char room[setting_room];
     registry_stamp now;
-    const bool stamped = spec && !registry && stamp_registry(&now);
+    const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
     lc_node *node = stamped ? find_spec(spec, now) : nullptr;
     const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
     if (name) node = find_name(name);
@@ -448,7 +455,6 @@ int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const ch
     if (!setting || error_of(loc)) return -1;
     node = insert_node(name, loc);
     if (!node) return fail(loc, KO_ENOMEM, -1);
-    if (stamped) keep_origin(&node->origin, spec, now);
     return 0;
 }
 

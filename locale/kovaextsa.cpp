@@ -40,7 +40,8 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     return 0;
 }
 
-// What the system says of the process's rights, asked for once, or a test in its place; -1: not yet.
+// What the system says of the process's rights, asked for once, or a test in its place; -1: not
+// yet.
 static constinit std::atomic<signed char> rights = -1;
 
 void assume_raised_rights(int raised) {
