@@ -365,7 +365,7 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
 // A setting whose every name may be opened.
 static bool is_setting_allowed(const char *setting) {
     char name[setting_room];
-    if (is_name_allowed(setting)) return true;
+    if (!names_confined() || is_name_allowed(setting)) return true;
     if (strlen(setting) > setting_max) return false;
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
         setting_value(setting, c, name);

@@ -23,13 +23,14 @@ uint16_t find_cs_num(const char *name, const char *registry, int *error);
 // Which registry is in force where none is named: while two of these are equal, every name has the
 // same number.
 struct registry_stamp {
-    uint64_t changes; // of the registry in memory
-    file_mark file;   // without one in memory
+    uint64_t in_memory; // how often one was put there, 0 where none is
+    file_mark file;     // without one in memory
 };
 // False where that cannot be told.
 bool stamp_registry(registry_stamp *stamp);
 inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
-    return !memcmp(&a, &b, sizeof a); // without padding
+    if (a.in_memory || b.in_memory) return a.in_memory == b.in_memory;
+    return !memcmp(&a.file, &b.file, sizeof a.file); // without padding
 }
 
 inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }

@@ -34,8 +34,9 @@ static constinit const registry_elem *kova_registry_array_cache = nullptr;
 static constinit uint64_t changes = 0;
 
 bool stamp_registry(registry_stamp *stamp) {
-    *stamp = {.changes = changes};
-    if (kova_registry_list_cache || kova_registry_array_cache) return true;
+    const bool in_memory = kova_registry_list_cache || kova_registry_array_cache;
+    stamp->in_memory = in_memory ? changes : 0;
+    if (in_memory) return true; // no file is looked at
     return path_search_mark("registry", "cm", "3", &stamp->file);
 }
 

@@ -2,6 +2,7 @@
 // the system's own notation to the platform's.
 #include "kovaextsa.h"
 
+#include "kova_host.h"
 #include "kovautils.h"
 
 #include <errno.h>
@@ -9,8 +10,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
-
-#include <atomic>
 
 #include <sys/stat.h>
 #ifndef _WIN32
@@ -44,8 +43,31 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
 // yet.
 static constinit std::atomic<signed char> rights = -1;
 
-void assume_raised_rights(int raised) {
+// Set by ko_secure_names alone, which hosts call before they use anything else.
+static constinit bool confinement_wanted = false;
+// Follows from both.
+constinit std::atomic<signed char> confinement = -1;
+
+static void set_rights(int raised) {
     rights.store(static_cast<signed char>(raised), std::memory_order_relaxed);
+}
+
+void assume_raised_rights(int raised) {
+    set_rights(raised);
+    confinement.store(-1, std::memory_order_relaxed);
+}
+
+bool decide_confinement(void) {
+    const bool confined = confinement_wanted || has_raised_rights();
+    confinement.store(confined, std::memory_order_relaxed);
+    return confined;
+}
+
+int ko_secure_names(int on) {
+    const bool before = names_confined();
+    if (on >= 0) confinement_wanted = on;
+    decide_confinement();
+    return before;
 }
 
 static bool rights_of_process(void) {
@@ -59,8 +81,11 @@ static bool rights_of_process(void) {
 }
 
 bool has_raised_rights(void) {
-    if (rights.load(std::memory_order_relaxed) < 0) assume_raised_rights(rights_of_process());
-    return rights.load(std::memory_order_relaxed) > 0;
+    const signed char known = rights.load(std::memory_order_relaxed);
+    if (known >= 0) return known;
+    const bool raised = rights_of_process();
+    set_rights(raised);
+    return raised;
 }
 
 bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && funcptr_arr[code]; }

@@ -6,6 +6,8 @@
 
 #include <stdio.h>
 
+#include <atomic>
+
 bool hook_set(int code);     // is a hook installed under the code?
 bool stream_hooks_set(void); // is any hook installed that opens, reads or closes streams?
 // Allocations of the process that failed so far: who finds another number than before knows that
@@ -16,6 +18,14 @@ unsigned failed_allocations(void);
 // environment counts, no log is written and names are confined (see kova_host.h).
 bool has_raised_rights(void);
 void assume_raised_rights(int raised); // in tests: 1, 0, or -1 for what the system says
+
+// Do names stay below the places of data files (ko_secure_names)? Asked for at every load.
+extern std::atomic<signed char> confinement; // 1, 0, or -1 while it is not decided
+bool decide_confinement(void);
+inline bool names_confined(void) {
+    const signed char confined = confinement.load(std::memory_order_relaxed);
+    return confined < 0 ? decide_confinement() : confined;
+}
 
 // Opens a path in the system's own notation with the standard library, translated to the
 // platform's notation.

@@ -1,7 +1,6 @@
 // Where data files are found: below the elements of KO_PATH, else below the installation root.
 #include "kovautils.h"
 
-#include "kova_host.h"
 #include "kovaextsa.h"
 
 #include <initializer_list>
@@ -24,17 +23,6 @@ void *open_logged_std(const char *path) { return logged(std_open_data(path), pat
 
 // ---- Names that stay below the roots ------------------------------------------------------------
 
-// Set by ko_secure_names alone, which hosts call before they use anything else.
-static constinit bool names_confined = false;
-
-static bool confined(void) { return names_confined || has_raised_rights(); }
-
-int ko_secure_names(int on) {
-    const bool before = confined();
-    if (on >= 0) names_confined = on;
-    return before;
-}
-
 static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 
 static bool is_alnum(char c) { return is_letter(c) || (c >= '0' && c <= '9'); }
@@ -55,7 +43,7 @@ static bool is_object_name(const char *name) {
 }
 
 bool is_name_allowed(const char *name) {
-    if (!confined()) return true;
+    if (!names_confined()) return true;
     if (!name || !*name) return false;
     if (is_object_name(name)) return true;
     if (strstr(name, "..")) return false;
@@ -223,7 +211,7 @@ void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, con
 }
 
 void *ko_open_file(void *handle, const char *name) {
-    return confined() ? fail(handle, KO_EFILE, nullptr) : open_composed(handle, name);
+    return names_confined() ? fail(handle, KO_EFILE, nullptr) : open_composed(handle, name);
 }
 
 void *open_composed(void *handle, const char *name) {
