@@ -111,12 +111,6 @@ inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
 // Numbers of any length take the same steps: a loop for each would end at another place every time,
 // which costs a processor more than the digits do.
 constexpr int decimal_room = 16;
-inline constexpr auto digit_pairs = [] {
-    std::array<std::array<char, 2>, 100> pairs{};
-    for (size_t i = 0; i < 100; ++i)
-        pairs[i] = {static_cast<char>('0' + i / 10), static_cast<char>('0' + i % 10)};
-    return pairs;
-}();
 inline constexpr auto powers_of_ten = [] {
     std::array<uint64_t, 20> values{};
     uint64_t power = 1;
@@ -126,10 +120,10 @@ inline constexpr auto powers_of_ten = [] {
 }();
 inline void put_eight_digits(char *to, uint32_t value) {
     const uint32_t high = value / 10000, low = value % 10000;
-    memcpy(to, digit_pairs[high / 100].data(), 2);
-    memcpy(to + 2, digit_pairs[high % 100].data(), 2);
-    memcpy(to + 4, digit_pairs[low / 100].data(), 2);
-    memcpy(to + 6, digit_pairs[low % 100].data(), 2);
+    memcpy(to, digit_pairs<ko_mchar_t>[high / 100].data(), 2);
+    memcpy(to + 2, digit_pairs<ko_mchar_t>[high % 100].data(), 2);
+    memcpy(to + 4, digit_pairs<ko_mchar_t>[low / 100].data(), 2);
+    memcpy(to + 6, digit_pairs<ko_mchar_t>[low % 100].data(), 2);
 }
 inline int count_digits(uint64_t number) {
     const uint64_t odd = number | 1; // as many digits, and never none
@@ -143,7 +137,7 @@ inline int put_decimal(char *room, uint64_t number) {
     return count_digits(number);
 }
 inline int put_decimal(char *room, uint32_t number) {
-    memcpy(room + 6, digit_pairs[number / 100000000].data(), 2);
+    memcpy(room + 6, digit_pairs<ko_mchar_t>[number / 100000000].data(), 2);
     put_eight_digits(room + 8, number % 100000000);
     return count_digits(number);
 }
@@ -220,8 +214,8 @@ struct number_digits {
 };
 
 template <class Unit> inline void put_pair(Unit *at, uint32_t pair, ko_wchar_t zero) {
-    at[0] = static_cast<Unit>(zero - '0' + digit_pairs[pair][0]);
-    at[1] = static_cast<Unit>(zero - '0' + digit_pairs[pair][1]);
+    at[0] = static_cast<Unit>(zero - '0' + digit_pairs<ko_mchar_t>[pair][0]);
+    at[1] = static_cast<Unit>(zero - '0' + digit_pairs<ko_mchar_t>[pair][1]);
 }
 // Writes count decimal digits so that they end at end.
 template <class Unit, class Number>

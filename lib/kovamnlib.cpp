@@ -293,7 +293,7 @@ static void put_fraction(ko_wchar_t *out, unsigned fraction, int count, ko_wchar
         fraction /= 10;
     }
     for (; count > 0; fraction /= 100) {
-        const auto &pair = digit_pairs[fraction % 100];
+        const auto &pair = digit_pairs<ko_mchar_t>[fraction % 100];
         out[--count] = static_cast<ko_wchar_t>(bias + pair[1]);
         out[--count] = static_cast<ko_wchar_t>(bias + pair[0]);
     }

@@ -5,6 +5,8 @@
 
 #include "kovasetlc.h"
 
+#include <array>
+
 struct portable_set {
     uint16_t meaning[256];     // ASCII value of a wide value, 0x100 and more for all others
     unsigned char native[128]; // wide value of an ASCII character
@@ -21,6 +23,15 @@ inline unsigned portable(const kovaloc *loc, unsigned wc) { return portable(loc-
 inline ko_wchar_t native(const kovaloc *loc, int ascii) {
     return !loc->portable ? static_cast<ko_wchar_t>(ascii) : loc->portable->native[ascii & 0x7F];
 }
+
+// The numbers below 100 in two ASCII digits.
+template <class Unit>
+inline constexpr auto digit_pairs = [] {
+    std::array<std::array<Unit, 2>, 100> pairs{};
+    for (size_t i = 0; i < 100; ++i)
+        pairs[i] = {static_cast<Unit>('0' + i / 10), static_cast<Unit>('0' + i % 10)};
+    return pairs;
+}();
 
 bool wide_class(kovaloc *loc, ko_wchar_t wc, unsigned mask);
 // Whether a wide character has a class of the mask; stores no error.

@@ -59,7 +59,6 @@ template <class T> static void drop_all(T **list, int count) {
 static void free_wide(ltime *t) {
     free_name_trees(t);
     free_quick_times(t);
-    free_exact_times(t);
     for (const time_string &s : time_strings)
         drop(t->*s.wcs);
     for (const time_list &l : time_lists) {
@@ -159,7 +158,6 @@ int derive_ltime(kovaloc *loc) {
     if (widen_lists(loc)) return -1;
     if (decode_eras(loc) || build_name_trees(loc)) return -1;
     build_quick_times(loc);
-    build_exact_times(loc);
     return 0;
 }
 

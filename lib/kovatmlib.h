@@ -13,8 +13,7 @@ struct calendar_name {
 extern const calendar_name calendar_names[4];
 
 struct wc_tnode;    // a node of a name tree, see kovatree.h
-struct quick_times; // names in their quickest form, see kovatmlib_quick.cpp
-struct exact_times; // full names by their units, see kovatmlib_parse_quick.cpp
+struct quick_times; // names for the quick ways, see kovatmlib_quick.h
 
 // A decoded era. Dates are of the locale's calendar, months from 1.
 struct lera {
@@ -83,8 +82,7 @@ struct ltime {
     wc_tnode *full_era_cache;
     wc_tnode *alt_digits_cache;
     wc_tnode *ampm_cache;
-    quick_times *quick;   // NULL: everything goes the long way
-    exact_times *exact;   // NULL: names are looked up in the trees alone
+    quick_times *quick;   // NULL: the engine writes and reads everything
     wc_tnode *name_nodes; // the block of all their nodes
 };
 
@@ -97,12 +95,9 @@ int current_era(const lera *eras, int count, const ko_alt_tm_t *tm); // -1: none
 int check_bounds(const lera *era, int day, int month, int year);     // 0 within, else -1
 int era_offset(const lera *eras, int index, const ko_alt_tm_t *tm);
 
-// Names for short cuts of formatting; left out without memory.
+// Names for the quick ways (kovatmlib_quick.cpp), by the finished trees; left out without memory.
 void build_quick_times(kovaloc *loc);
 void free_quick_times(ltime *t);
-// The same for reading, by the finished trees.
-void build_exact_times(kovaloc *loc);
-void free_exact_times(ltime *t);
 
 // Calendars (kovatmcvt.cpp): numbers of ltime::calendar.
 enum { calendar_none = 0, calendar_gregorian = 1, calendar_hebrew = 2, calendar_islamic = 3 };

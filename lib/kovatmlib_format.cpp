@@ -295,15 +295,11 @@ inline int time_out::directive(const time_spec &spec) {
 // The units before the terminator; or the error number, negative.
 static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                       const ko_alt_tm_t *tm, bool *bad_fraction) {
-    if (!out || !tm) return -KO_ENULL;
-    if (maxsize <= 0) return -KO_E2BIG;
     ko_alt_tm_t local;
     if (!is_gregorian(&loc->ltime_info)) {
         if (ko_cal_gregorian_to_local(loc, tm, &local)) return -KO_EYEARRANGE;
         tm = &local;
     }
-    const int quick = quick_time(loc, out, maxsize, format, tm);
-    if (quick >= 0) return quick;
     time_out to = {loc, tm, out, out + maxsize, {}};
     int error = walk_format(&to, format);
     if (!error) error = put_unit(&to, 0);
@@ -311,11 +307,56 @@ static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar
     return error ? -error : static_cast<int>(to.at - out) - 1;
 }
 
-static int format_wide(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
-                       const ko_alt_tm_t *tm) {
+static int engine_format(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
+                         const ko_alt_tm_t *tm) {
     bool bad_fraction = false;
     const int units = write_time(loc, out, maxsize, format, tm, &bad_fraction);
     return units < 0 ? fail(loc, -units, bad_fraction ? -1 : 0) : units;
+}
+
+// Formats into wide, which has room for maxsize units, and narrows that.
+static int format_narrow(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_wchar_t *format,
+                         const ko_alt_tm_t *tm, ko_wchar_t *wide) {
+    bool bad_fraction = false;
+    const int units = write_time(loc, wide, maxsize, format, tm, &bad_fraction);
+    if (units < 0) return fail(loc, -units, 0);
+    const int most = maxsize - terminator_len(loc);
+    if (most < 0) return fail(loc, KO_E2BIG, 0);
+    const int written = narrow_result(loc, out, most, wide);
+    return written < 0 ? 0 : written;
+}
+
+static int engine_format(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
+                         const ko_alt_tm_t *tm) {
+    wide_text wide;
+    if (widen_text(loc, format, &wide) < 0) return 0;
+    if (maxsize <= wide_text_room) {
+        ko_wchar_t local[wide_text_room];
+        return format_narrow(loc, out, maxsize, wide.p, tm, local);
+    }
+    const ext_block<ko_wchar_t> block(static_cast<size_t>(maxsize) + 1);
+    if (!block.p) return fail(loc, KO_ENOMEM, 0);
+    return format_narrow(loc, out, maxsize, wide.p, tm, block.p);
+}
+
+template <class Unit>
+static int format_time(kovaloc *loc, Unit *out, int maxsize, const Unit *format,
+                       const ko_alt_tm_t *tm) {
+    if (!out || !tm) return fail(loc, KO_ENULL, 0);
+    if (maxsize <= 0) return fail(loc, KO_E2BIG, 0);
+    const int quick = quick_format(loc, out, maxsize, format, tm);
+    return quick >= 0 ? quick : engine_format(loc, out, maxsize, format, tm);
+}
+
+template <class Unit>
+static int format_tm(ko_lc_t handle, Unit *out, int maxsize, const Unit *format,
+                     const ko_tm_t *tm) {
+    if (!handle) return 0;
+    if (!format) return fail(handle, KO_EFORMAT, 0);
+    if (!tm) return fail(handle, KO_ENULL, 0);
+    ko_alt_tm_t alt;
+    alt_from_tm(&alt, tm);
+    return format_time(record(handle), out, maxsize, format, &alt);
 }
 
 static void add_saturated(int *count, int64_t more) {
@@ -338,46 +379,7 @@ int ko_wcsftime1(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t 
     kovaloc *loc = record(handle);
     if (!format) return fail(loc, KO_EFORMAT, 0);
     return maxw || maxm ? measure_wide(loc, format, maxw, maxm)
-                        : format_wide(loc, out, maxsize, format, tm);
-}
-
-int ko_wcsftime(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
-                const ko_tm_t *tm) {
-    if (!handle) return 0;
-    if (!format) return fail(handle, KO_EFORMAT, 0);
-    if (!tm) return fail(handle, KO_ENULL, 0);
-    ko_alt_tm_t alt;
-    alt_from_tm(&alt, tm);
-    return format_wide(record(handle), out, maxsize, format, &alt);
-}
-
-// Formats into wide, which has room for maxsize units, and narrows that.
-static int format_narrow(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_wchar_t *format,
-                         const ko_alt_tm_t *tm, ko_wchar_t *wide) {
-    bool bad_fraction = false;
-    const int units = write_time(loc, wide, maxsize, format, tm, &bad_fraction);
-    if (units < 0) return fail(loc, -units, 0);
-    const int most = maxsize - terminator_len(loc);
-    if (most < 0) return fail(loc, KO_E2BIG, 0);
-    const int written = narrow_result(loc, out, most, wide);
-    return written < 0 ? 0 : written;
-}
-
-static int format_bytes(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
-                        const ko_alt_tm_t *tm) {
-    if (!out || !tm) return fail(loc, KO_ENULL, 0);
-    if (maxsize <= 0) return fail(loc, KO_E2BIG, 0);
-    const int quick = quick_time(loc, out, maxsize, format, tm);
-    if (quick >= 0) return quick;
-    wide_text wide;
-    if (widen_text(loc, format, &wide) < 0) return 0;
-    if (maxsize <= wide_text_room) {
-        ko_wchar_t local[wide_text_room];
-        return format_narrow(loc, out, maxsize, wide.p, tm, local);
-    }
-    const ext_block<ko_wchar_t> block(static_cast<size_t>(maxsize) + 1);
-    if (!block.p) return fail(loc, KO_ENOMEM, 0);
-    return format_narrow(loc, out, maxsize, wide.p, tm, block.p);
+                        : format_time(loc, out, maxsize, format, tm);
 }
 
 int ko_mbsftime1(ko_lc_t handle, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
@@ -385,17 +387,17 @@ int ko_mbsftime1(ko_lc_t handle, ko_mchar_t *out, int maxsize, const ko_mchar_t 
     if (!handle) return 0;
     kovaloc *loc = record(handle);
     if (!format) return fail(loc, KO_EFORMAT, 0);
-    if (!maxw && !maxm) return format_bytes(loc, out, maxsize, format, tm);
+    if (!maxw && !maxm) return format_time(loc, out, maxsize, format, tm);
     wide_text wide;
     return widen_text(loc, format, &wide) < 0 ? 0 : measure_wide(loc, wide.p, maxw, maxm);
 }
 
+int ko_wcsftime(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
+                const ko_tm_t *tm) {
+    return format_tm(handle, out, maxsize, format, tm);
+}
+
 int ko_mbsftime(ko_lc_t handle, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
                 const ko_tm_t *tm) {
-    if (!handle) return 0;
-    if (!format) return fail(handle, KO_EFORMAT, 0);
-    if (!tm) return fail(handle, KO_ENULL, 0);
-    ko_alt_tm_t alt;
-    alt_from_tm(&alt, tm);
-    return format_bytes(record(handle), out, maxsize, format, &alt);
+    return format_tm(handle, out, maxsize, format, tm);
 }

@@ -1,5 +1,5 @@
 // Reading a time by a format: the walk over the format, and one reader for each kind of directive.
-#include "kovatmlib_table.h"
+#include "kovatmlib_quick.h"
 #include "kovatree.h"
 
 #include <limits.h>
@@ -271,48 +271,14 @@ int time_reader::directive(const time_spec &spec) {
     return KO_EDIRECTIVE;
 }
 
-// ---- Entry points -------------------------------------------------------------------------------
+// ---- Entries ------------------------------------------------------------------------------------
 
+namespace {
 struct time_read {
     int error;
-    const ko_wchar_t *end; // behind what was read
+    const ko_wchar_t *end; // after what was read
     bool at_end;           // the error or the end might be others in a longer text
 };
-static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
-                           time_info *ti) {
-    if (const ko_wchar_t *end = quick_read(loc, text, format, ti)) return {0, end, false};
-    *ti = {};
-    time_reader r = {.loc = loc, .at = text, .ti = ti};
-    const int error = walk_format(&r, format);
-    return {error, r.at, r.at_end};
-}
-
-// What is wrong with the arguments, 0 for nothing.
-static int bad_arguments(ko_lc_t loc, const void *text, const void *format, const void *result) {
-    if (!loc) return KO_ENULL;
-    if (!format) return KO_EFORMAT;
-    return text && result ? 0 : KO_ENULL;
-}
-
-ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format,
-                         time_info *ti, int) {
-    ko_wchar_t *const none = nullptr;
-    if (const int error = bad_arguments(loc, buf, format, ti)) return fail(loc, error, none);
-    *ti = {};
-    const time_read result = read_time(record(loc), buf, format, ti);
-    return result.error ? fail(loc, result.error, none) : const_cast<ko_wchar_t *>(result.end);
-}
-
-ko_wchar_t *ko_wcsptime(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format, ko_tm_t *tm,
-                        int algorithm) {
-    ko_wchar_t *const none = nullptr;
-    if (const int error = bad_arguments(loc, buf, format, tm)) return fail(loc, error, none);
-    time_info ti = {};
-    const time_read result = read_time(record(loc), buf, format, &ti);
-    int error = result.error;
-    if (!error) error = set_values(record(loc), &ti, algorithm, tm);
-    return error ? fail(loc, error, none) : const_cast<ko_wchar_t *>(result.end);
-}
 
 // The front of a multibyte text as wide characters, at most room - 1 of them and a terminator. It
 // ends early at what is no character.
@@ -320,6 +286,16 @@ struct text_front {
     int len;
     enum { whole, cut, broken } state;
 };
+} // namespace
+
+static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
+                           time_info *ti) {
+    *ti = {};
+    time_reader r = {.loc = loc, .at = text, .ti = ti};
+    const int error = walk_format(&r, format);
+    return {error, r.at, r.at_end};
+}
+
 static text_front widen_front(kovaloc *loc, ko_wchar_t *wide, int room, const ko_mchar_t *text) {
     errno_guard kept(loc);
     const int most = room - 1, n = loc->exp.mbstowcs(loc, wide, text, most);
@@ -336,7 +312,6 @@ static text_front widen_front(kovaloc *loc, ko_wchar_t *wide, int room, const ko
 // Reads the front of a text that room takes. False when the rest may make a difference.
 static bool read_front(kovaloc *loc, const ko_mchar_t *text, const ko_wchar_t *format,
                        ko_wchar_t *wide, int room, time_info *ti, time_read *result) {
-    *ti = {};
     const text_front front = widen_front(loc, wide, room, text);
     *result = read_time(loc, wide, format, ti);
     if (!result->at_end || front.state == text_front::whole || room == INT_MAX) return true;
@@ -353,11 +328,18 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
     return text;
 }
 
-// A text is taken in as far as reading needs it, for a date may stand before a long one. *end gets
-// the place behind what was read. 0 or the error number.
-[[gnu::noinline]] static int read_multibyte(kovaloc *loc, const ko_mchar_t *text,
-                                            const ko_mchar_t *format, time_info *ti,
-                                            const ko_mchar_t **end) {
+// Reads by the engine. *end gets the place after what was read. 0 or the error number.
+static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
+                        time_info *ti, const ko_wchar_t **end) {
+    const time_read result = read_time(loc, text, format, ti);
+    *end = result.end;
+    return result.error;
+}
+
+// A multibyte text is taken in as far as reading needs it, for a date may stand before a long one.
+[[gnu::noinline]] static int engine_parse(kovaloc *loc, const ko_mchar_t *text,
+                                          const ko_mchar_t *format, time_info *ti,
+                                          const ko_mchar_t **end) {
     wide_text wide_format;
     if (widen_text(loc, format, &wide_format) < 0) return error_of(loc);
     time_read result;
@@ -375,13 +357,51 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
     return result.error;
 }
 
+// Reads in the quick way or else by the engine. The place after what was read; NULL with *error.
+template <class Unit>
+static inline const Unit *read_text(kovaloc *loc, const Unit *text, const Unit *format,
+                                    time_info *ti, int *error) {
+    if (const Unit *const end = quick_parse(loc, text, format, ti)) return end;
+    const Unit *end;
+    *error = engine_parse(loc, text, format, ti, &end);
+    return *error ? nullptr : end;
+}
+
+// What is wrong with the arguments, 0 for nothing.
+static int bad_arguments(ko_lc_t loc, const void *text, const void *format, const void *result) {
+    if (!loc) return KO_ENULL;
+    if (!format) return KO_EFORMAT;
+    return text && result ? 0 : KO_ENULL;
+}
+
+ko_wchar_t *ko_wcsptime1(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format,
+                         time_info *ti, int) {
+    ko_wchar_t *const none = nullptr;
+    int error = bad_arguments(loc, buf, format, ti);
+    if (error) return fail(loc, error, none);
+    *ti = {};
+    const ko_wchar_t *const end = read_text(record(loc), buf, format, ti, &error);
+    return error ? fail(loc, error, none) : const_cast<ko_wchar_t *>(end);
+}
+
+template <class Unit>
+static inline Unit *parse_tm(ko_lc_t loc, const Unit *text, const Unit *format, ko_tm_t *tm,
+                             int algorithm) {
+    Unit *const none = nullptr;
+    int error = bad_arguments(loc, text, format, tm);
+    if (error) return fail(loc, error, none);
+    time_info ti = {};
+    const Unit *const end = read_text(record(loc), text, format, &ti, &error);
+    if (!error) error = set_values(record(loc), &ti, algorithm, tm);
+    return error ? fail(loc, error, none) : const_cast<Unit *>(end);
+}
+
+ko_wchar_t *ko_wcsptime(ko_lc_t loc, const ko_wchar_t *buf, const ko_wchar_t *format, ko_tm_t *tm,
+                        int algorithm) {
+    return parse_tm(loc, buf, format, tm, algorithm);
+}
+
 ko_mchar_t *ko_mbsptime(ko_lc_t loc, const ko_mchar_t *buf, const ko_mchar_t *format, ko_tm_t *tm,
                         int algorithm) {
-    ko_mchar_t *const none = nullptr;
-    if (const int error = bad_arguments(loc, buf, format, tm)) return fail(loc, error, none);
-    time_info ti = {};
-    const ko_mchar_t *end = quick_read(record(loc), buf, format, &ti);
-    int error = end ? 0 : read_multibyte(record(loc), buf, format, &ti, &end);
-    if (!error) error = set_values(record(loc), &ti, algorithm, tm);
-    return error ? fail(loc, error, none) : const_cast<ko_mchar_t *>(end);
+    return parse_tm(loc, buf, format, tm, algorithm);
 }

@@ -30,13 +30,6 @@ inline bool same_name(const lera &a, const lera &b) {
     return a.w_name == b.w_name || (a.w_name && b.w_name && !ko_wcscmp(a.w_name, b.w_name));
 }
 
-// Read the usual formats in a short way. NULL, with *ti in any state and no error stored, for what
-// the engine must do.
-const ko_wchar_t *quick_read(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
-                             time_info *ti);
-const ko_mchar_t *quick_read(kovaloc *loc, const ko_mchar_t *text, const ko_mchar_t *format,
-                             time_info *ti);
-
 // Lays what a format has read over *tm. 0; or the error number with *tm as it was.
 int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm);
 

@@ -20,6 +20,14 @@ enum class time_kind : uint8_t {
     era_format, // the format of the era itself
     forms,      // "E", "O", "i": a further letter follows
 };
+constexpr bool is_number(time_kind kind) {
+    return kind == time_kind::number || kind == time_kind::day;
+}
+constexpr bool is_field(time_kind kind) { return kind == time_kind::name || is_number(kind); }
+// Whether nothing that belongs to the directive can follow its letter.
+constexpr bool ends_at_letter(time_kind kind) {
+    return kind != time_kind::fraction && kind != time_kind::forms;
+}
 
 // What a number, or the index of a name, makes of its field.
 enum class time_view : uint8_t {
@@ -30,8 +38,30 @@ enum class time_view : uint8_t {
     hour12,
     weekday7,
     half_day,
-    month_index, // of the name of the month
+    month_index, // of the name of the month, which is a field of its own
 };
+// above: how far the field is above the lowest value of its row. For the years that is the year,
+// for the other views that differ from the field, the field.
+template <class Number> constexpr Number view_of(time_view view, Number above) {
+    if (view == time_view::plain) return above; // most of them
+    switch (view) {
+    case time_view::century:
+        return above / 100;
+    case time_view::short_year:
+        return above % 100;
+    case time_view::hour12:
+        return above % 12 ? above % 12 : 12;
+    case time_view::weekday7:
+        return above ? above : 7;
+    case time_view::half_day:
+        return above / 12;
+    case time_view::plain:
+    case time_view::full_year:
+    case time_view::month_index:
+        break;
+    }
+    return above;
+}
 
 // The locale's lists of names.
 enum time_list : uint8_t {
@@ -238,32 +268,9 @@ inline int time_value(const ltime *t, const ko_alt_tm_t *tm, const time_directiv
     const int hi = row.hi == by_months ? month_count(t) - 1 : row.hi;
     if (row.error && (field < row.lo || field > hi)) return row.error;
     if (row.view == time_view::plain) return *value = field + row.bias, 0; // most of them
-    const int64_t year = int64_t{field} + year_bias;
-    switch (row.view) {
-    case time_view::plain:
-        break;
-    case time_view::century:
-        *value = static_cast<int>(year / 100);
-        break;
-    case time_view::short_year:
-        *value = static_cast<int>(year % 100);
-        break;
-    case time_view::full_year:
-        *value = static_cast<int>(year);
-        break;
-    case time_view::hour12:
-        *value = field % 12 ? field % 12 : 12;
-        break;
-    case time_view::weekday7:
-        *value = field ? field : 7;
-        break;
-    case time_view::half_day:
-        *value = field / 12;
-        break;
-    case time_view::month_index:
-        *value = tm->alt_tm_monidx;
-        break;
-    }
+    *value = row.view == time_view::month_index
+                 ? tm->alt_tm_monidx
+                 : static_cast<int>(view_of(row.view, int64_t{field} - row.lo));
     return 0;
 }
 
@@ -330,7 +337,7 @@ template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
         const time_directive *const row = find_directive(time_by_letter, portable(loc, *++format));
         time_spec spec = plain_spec(row);
         int error = 0;
-        if (row && row->kind < time_kind::fraction) {
+        if (row && ends_at_letter(row->kind)) {
             ++format;
         } else {
             error = scan_directive(loc, &format, &spec);

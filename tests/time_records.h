@@ -7,6 +7,7 @@
 #include "locale_builder.h"
 
 #include <algorithm>
+#include <utility>
 
 // Times of a test that goes through many: all of them in a release, a few under sanitizers.
 #if defined(__SANITIZE_ADDRESS__)
@@ -80,6 +81,16 @@ struct compiled_locale {
     ~compiled_locale() { ko_lc_unload(handle); }
     compiled_locale(const compiled_locale &) = delete;
     operator ko_lc_t() const { return handle; }
+};
+
+// Turns the quick ways of a record off within the block.
+struct engine_alone {
+    ltime &t;
+    quick_times *const kept;
+    explicit engine_alone(ko_lc_t loc)
+        : t(record(loc)->ltime_info), kept(std::exchange(t.quick, nullptr)) {}
+    ~engine_alone() { t.quick = kept; }
+    engine_alone(const engine_alone &) = delete;
 };
 
 // The objects of KOVA_TEST_ROOT.
