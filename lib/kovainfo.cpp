@@ -2,24 +2,20 @@
 // the record.
 #include "kovasetlc.h"
 
-// An item that is one field, in multibyte and in wide form.
-template <class Record> struct info_field {
+namespace {
+// An item of numbers and money that is one field.
+struct monum_field {
     unsigned item;
-    ko_mchar_t *Record::*mbs;
-    ko_wchar_t *Record::*wcs;
+    ko_mchar_t *monum::*mbs;
+    ko_wchar_t *monum::*wcs;
 };
-static constexpr info_field<ltime> time_fields[] = {
-    {KO_D_T_FMT,     &ltime::d_t_fmt,         &ltime::w_d_t_fmt        },
-    {KO_D_FMT,       &ltime::d_fmt,           &ltime::w_d_fmt          },
-    {KO_T_FMT,       &ltime::t_fmt,           &ltime::w_t_fmt          },
-    {KO_T_FMT_AMPM,  &ltime::t_fmt_ampm,      &ltime::w_t_fmt_ampm     },
-    {KO_ERA,         &ltime::era_info,        &ltime::w_era_info       },
-    {KO_ERA_D_FMT,   &ltime::era_d_fmt,       &ltime::w_era_d_fmt      },
-    {KO_ERA_D_T_FMT, &ltime::era_d_t_fmt,     &ltime::w_era_d_t_fmt    },
-    {KO_ERA_T_FMT,   &ltime::era_t_fmt,       &ltime::w_era_t_fmt      },
-    {KO_ALT_DIGITS,  &ltime::alt_digits_info, &ltime::w_alt_digits_info},
+// Both forms of one answer.
+struct info_string {
+    const ko_mchar_t *mbs;
+    const ko_wchar_t *wcs;
 };
-static constexpr info_field<monum> monum_fields[] = {
+} // namespace
+static constexpr monum_field monum_fields[] = {
     {KO_RADIXCHAR, &monum::decimal_point,   &monum::w_decimal_point  },
     {KO_THOUSEP,   &monum::thousands_sep,   &monum::w_thousands_sep  },
     {KO_YESSTR,    &monum::yesstr,          &monum::w_yesstr         },
@@ -29,16 +25,9 @@ static constexpr info_field<monum> monum_fields[] = {
     {KO_NOEXPR,    &monum::noexpr,          &monum::w_noexpr         },
 };
 
-// Both forms of one answer.
-struct info_string {
-    const ko_mchar_t *mbs;
-    const ko_wchar_t *wcs;
-};
-
-template <class Record, size_t n>
-static bool find_field(const Record *r, const info_field<Record> (&fields)[n], unsigned item,
-                       info_string *answer) {
-    for (const info_field<Record> &f : fields) {
+template <class Record, class Row, size_t n>
+static bool find_field(const Record *r, const Row (&rows)[n], unsigned item, info_string *answer) {
+    for (const Row &f : rows) {
         if (f.item != item) continue;
         *answer = {r->*f.mbs, r->*f.wcs};
         return true;
@@ -82,12 +71,12 @@ static info_string find_item(kovaloc *loc, unsigned item) {
         return entry(t->am_pm, t->w_am_pm, item - KO_AM_STR);
     }
     if (item == KO_CALENDAR) return calendar(t->calendar);
-    if (item == KO_CODESET) { // of LC_NUMERIC on purpose; empty where that is absent
+    if (item == KO_CODESET) { // of LC_NUMERIC, deliberately; empty where that is absent
         const int i = KO_LC_NUMERIC - 2;
         return {reinterpret_cast<const ko_mchar_t *>(loc->codeset[i]), loc->w_codeset[i]};
     }
     info_string answer = {};
-    if (!find_field(t, time_fields, item, &answer)) {
+    if (!find_field(t, time_strings, item, &answer)) {
         find_field(&loc->monum_info, monum_fields, item, &answer);
     }
     return answer;

@@ -16,28 +16,26 @@ const calendar_name calendar_names[4] = {
     {"arabic\n",    w_arabic,    4},
 };
 
-struct time_string {
-    ko_mchar_t *ltime::*mbs;
-    ko_wchar_t *ltime::*wcs;
-};
-static constexpr time_string time_strings[] = {
-    {&ltime::d_t_fmt,         &ltime::w_d_t_fmt        },
-    {&ltime::d_fmt,           &ltime::w_d_fmt          },
-    {&ltime::t_fmt,           &ltime::w_t_fmt          },
-    {&ltime::t_fmt_ampm,      &ltime::w_t_fmt_ampm     },
-    {&ltime::era_info,        &ltime::w_era_info       },
-    {&ltime::era_d_fmt,       &ltime::w_era_d_fmt      },
-    {&ltime::era_t_fmt,       &ltime::w_era_t_fmt      },
-    {&ltime::era_d_t_fmt,     &ltime::w_era_d_t_fmt    },
-    {&ltime::alt_digits_info, &ltime::w_alt_digits_info},
+const time_string time_strings[9] = {
+    {KO_D_T_FMT,     &ltime::d_t_fmt,         &ltime::w_d_t_fmt        },
+    {KO_D_FMT,       &ltime::d_fmt,           &ltime::w_d_fmt          },
+    {KO_T_FMT,       &ltime::t_fmt,           &ltime::w_t_fmt          },
+    {KO_T_FMT_AMPM,  &ltime::t_fmt_ampm,      &ltime::w_t_fmt_ampm     },
+    {KO_ERA,         &ltime::era_info,        &ltime::w_era_info       },
+    {KO_ERA_D_FMT,   &ltime::era_d_fmt,       &ltime::w_era_d_fmt      },
+    {KO_ERA_D_T_FMT, &ltime::era_d_t_fmt,     &ltime::w_era_d_t_fmt    },
+    {KO_ERA_T_FMT,   &ltime::era_t_fmt,       &ltime::w_era_t_fmt      },
+    {KO_ALT_DIGITS,  &ltime::alt_digits_info, &ltime::w_alt_digits_info},
 };
 
-struct time_list {
+namespace {
+struct counted_list {
     int ltime::*count;
     ko_mchar_t **ltime::*mbs;
     ko_wchar_t **ltime::*wcs;
 };
-static constexpr time_list time_lists[] = {
+} // namespace
+static constexpr counted_list counted_lists[] = {
     {&ltime::abmon_count,    &ltime::abmon,      &ltime::w_abmon     },
     {&ltime::mon_count,      &ltime::mon,        &ltime::w_mon       },
     {&ltime::era_count,      &ltime::era,        &ltime::w_era       },
@@ -61,7 +59,7 @@ static void free_wide(ltime *t) {
     free_quick_times(t);
     for (const time_string &s : time_strings)
         drop(t->*s.wcs);
-    for (const time_list &l : time_lists) {
+    for (const counted_list &l : counted_lists) {
         drop_all(t->*l.wcs, t->*l.count);
         drop(t->*l.wcs);
     }
@@ -75,7 +73,7 @@ void free_ltime(ltime *t) {
     free_wide(t);
     for (const time_string &s : time_strings)
         drop(t->*s.mbs);
-    for (const time_list &l : time_lists) {
+    for (const counted_list &l : counted_lists) {
         drop_all(t->*l.mbs, t->*l.count);
         drop(t->*l.mbs);
     }
@@ -129,7 +127,7 @@ static int widen_list(kovaloc *loc, ko_mchar_t *const *list, int count, ko_wchar
 
 static int widen_lists(kovaloc *loc) {
     ltime *t = &loc->ltime_info;
-    for (const time_list &l : time_lists) {
+    for (const counted_list &l : counted_lists) {
         if (!(t->*l.mbs) || t->*l.count < 1) continue;
         const size_t size = static_cast<size_t>(t->*l.count) * sizeof(ko_wchar_t *);
         t->*l.wcs = static_cast<ko_wchar_t **>(ko_ext_malloc(size));

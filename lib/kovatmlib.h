@@ -86,6 +86,14 @@ struct ltime {
     wc_tnode *name_nodes; // the block of all their nodes
 };
 
+// The strings of the record, by the item that a host asks for them.
+struct time_string {
+    unsigned item;
+    ko_mchar_t *ltime::*mbs;
+    ko_wchar_t *ltime::*wcs;
+};
+extern const time_string time_strings[9];
+
 struct kovaloc;
 
 // Eras (kovatmlib_era.cpp).
