@@ -1,5 +1,5 @@
 // Trees of names, by their lower-cased characters: the shortest stored name at the front of a text
-// wins, on purpose.
+// wins, deliberately.
 #ifndef KOVATREE_H
 #define KOVATREE_H
 
@@ -12,6 +12,23 @@ struct wc_tnode {
     wc_tnode *nextc; // the next character of names that share this prefix
     wc_tnode *nextn; // another character at the same position
 };
+
+// Where a look-up ended: the node of the name, NULL for none; the characters that the name takes;
+// and those that were looked at and matched, which may be more.
+struct wc_found {
+    const wc_tnode *node;
+    int len;
+    int seen;
+};
+wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
+wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text); // len in bytes
+
+// The eight trees of a record's times, by its wide names, their nodes in one block. 0; -1 with the
+// error word set.
+int build_name_trees(kovaloc *loc);
+void free_name_trees(ltime *t);
+
+// Trees that grow a name at a time (kovatree_single.cpp).
 struct mb_tnode {
     ko_mchar_t c;
     int val;
@@ -31,20 +48,5 @@ int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs
                        int *val);
 void free_wc_cache(wc_tnode *root);
 void free_mb_cache(mb_tnode *root);
-
-// Where a look-up ended: the node of the name, NULL for none; the characters that the name takes;
-// and those that were looked at and matched, which may be more.
-struct wc_found {
-    const wc_tnode *node;
-    int len;
-    int seen;
-};
-wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
-wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text); // len in bytes
-
-// The eight trees of a record's times, by its wide names, their nodes in one block. 0; -1 with the
-// error word set.
-int build_name_trees(kovaloc *loc);
-void free_name_trees(ltime *t);
 
 #endif
