@@ -1,6 +1,6 @@
 // The Hebrew calendar: years of 12 or 13 months that begin by the mean new moon of Tishri, in
 // cycles of 19 years. A leap year has a first and a second Adar in the places 5 and 6, with names
-// of their own behind the twelve of a common year.
+// of their own after the twelve of a common year.
 #include "kovatmcvt.h"
 
 namespace {

@@ -20,7 +20,7 @@ bool not_before(const calendar_date &date, int64_t year, int64_t month, int64_t 
 // The Gregorian calendar, without gap in 1582 (gregor.cpp). Months 0..11.
 int64_t gregorian_yearday(int64_t day, int64_t month, int64_t year);
 int64_t gregorian_weekday(int64_t day, int64_t month, int64_t year);
-// Days behind the start of a year 1 to year and day of the year from 0, where every fourth year is
+// Days after the start of a year 1 to year and day of the year from 0, where every fourth year is
 // the longer one. The year may begin with March: its last day is then the added one, too.
 bool split_days(int64_t days, int64_t *year, int64_t *yearday);
 // A day by its number, 0 being 1 January 1. False for a number below.

@@ -2,9 +2,11 @@
 #include "kovatmcvt.h"
 #include "kovatmlib_parse.h"
 
+namespace {
 struct calendar_day {
     int year, month, day; // month from 1
 };
+} // namespace
 
 // Set by the host, mainly for tests, and meant for one thread; the hook answers otherwise.
 static constinit calendar_day set_today = {};

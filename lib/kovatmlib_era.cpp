@@ -7,11 +7,17 @@
 
 // ---- Definitions --------------------------------------------------------------------------------
 
+namespace {
 // direction ":" offset ":" start ":" end ":" name [":" abbreviation] ":" format
 struct era_text {
     kovaloc *loc;
     const ko_wchar_t *at;
 };
+
+struct era_date {
+    int year, month, day;
+};
+} // namespace
 
 static bool take(era_text *in, int ascii) {
     if (portable(in->loc, *in->at) != static_cast<unsigned>(ascii)) return false;
@@ -88,7 +94,7 @@ static bool copy_strings(kovaloc *loc, lera *era, const ko_wchar_t *const (&ends
     return era->name && era->abbr && era->format;
 }
 
-// The text behind the dates. No abbreviation holds a "%" and every format of use does, so a part
+// The text after the dates. No abbreviation holds a "%" and every format of use does, so a part
 // with one is the format, whose own colons do not count. An empty abbreviation would match every
 // text in parsing: the name stands for it.
 static int take_strings(era_text *in, lera *era) {
@@ -150,10 +156,6 @@ int decode_eras(kovaloc *loc) {
 }
 
 // ---- Dates --------------------------------------------------------------------------------------
-
-struct era_date {
-    int year, month, day;
-};
 
 // Below 0, 0, above 0: a is before b, the same, after it, in the direction that the era counts.
 static int compare_dates(int direction, const era_date &a, const era_date &b) {

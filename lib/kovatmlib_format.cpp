@@ -6,6 +6,7 @@
 
 constexpr int era_unknown = -2;
 
+namespace {
 struct time_out {
     kovaloc *loc;
     const ko_alt_tm_t *tm; // in the locale's calendar
@@ -17,6 +18,12 @@ struct time_out {
     int literal(const ko_wchar_t *first, const ko_wchar_t *last);
     int directive(const time_spec &spec);
 };
+
+struct alt_number {
+    const ko_wchar_t *digits[32]; // of 31 bits in base 2, last digit first
+    int count;
+};
+} // namespace
 
 // ---- Units --------------------------------------------------------------------------------------
 
@@ -59,8 +66,8 @@ int columns_of(const column_counter &by, ko_wchar_t wc) {
     return classes & KO_CT_PRINT && classes & by.full ? 2 : 1;
 }
 
-name_part cut_name(const column_counter &by, const ko_wchar_t *name, int precision) {
-    name_part part = {0, 0};
+name_cut cut_name(const column_counter &by, const ko_wchar_t *name, int precision) {
+    name_cut part = {0, 0};
     for (; name[part.units]; ++part.units) {
         const int columns = part.columns + columns_of(by, name[part.units]);
         if (precision > 0 && columns > precision) break;
@@ -70,7 +77,7 @@ name_part cut_name(const column_counter &by, const ko_wchar_t *name, int precisi
 }
 
 static int put_padded_name(time_out *out, const ko_wchar_t *name, const format_modifiers &m) {
-    const name_part part = cut_name(make_columns(out->loc), name, m.precision);
+    const name_cut part = cut_name(make_columns(out->loc), name, m.precision);
     const int pad = m.width > part.columns ? m.width - part.columns : 0;
     const ko_wchar_t unit = native(out->loc, pads_with_zeros(m) ? '0' : ' ');
     int error = pads_right(m) ? 0 : put_units(out, unit, pad);
@@ -108,11 +115,6 @@ static int put_number(time_out *out, int value, format_modifiers m, int digits) 
 }
 
 // ---- Alternative digits -------------------------------------------------------------------------
-
-struct alt_number {
-    const ko_wchar_t *digits[32]; // of 31 bits in base 2, last digit first
-    int count;
-};
 
 static const ko_wchar_t *alt_digit(const ltime *t, int digit) {
     static constexpr ko_wchar_t none[1] = {0};
@@ -194,7 +196,7 @@ static inline int put_field(time_out *out, const time_spec &spec) {
     }
     error = spec.alternative ? put_alt_number(out, value, m, row.digits)
                              : put_number(out, value, m, row.digits);
-    // The full year tells its own lack of room.
+    // The full year has an error of its own for too little room.
     const bool own_error = row.view == time_view::full_year && !spec.pointed;
     return error == KO_E2BIG && own_error ? KO_EYEAR : error;
 }
@@ -365,7 +367,7 @@ static void add_saturated(int *count, int64_t more) {
     *count = static_cast<int>(sum > INT_MAX ? INT_MAX : sum);
 }
 
-static int measure_wide(kovaloc *loc, const ko_wchar_t *format, int *maxw, int *maxm) {
+static int measure_time(kovaloc *loc, const ko_wchar_t *format, int *maxw, int *maxm) {
     time_extent extent;
     if (const int error = measure_format(loc, format, &extent)) return fail(loc, error, 0);
     add_saturated(maxw, extent.columns);
@@ -373,23 +375,29 @@ static int measure_wide(kovaloc *loc, const ko_wchar_t *format, int *maxw, int *
     return 0;
 }
 
-int ko_wcsftime1(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
-                 const ko_alt_tm_t *tm, int *maxw, int *maxm) {
+static int measure_time(kovaloc *loc, const ko_mchar_t *format, int *maxw, int *maxm) {
+    wide_text wide;
+    return widen_text(loc, format, &wide) < 0 ? 0 : measure_time(loc, wide.p, maxw, maxm);
+}
+
+template <class Unit>
+static int format_or_measure(ko_lc_t handle, Unit *out, int maxsize, const Unit *format,
+                             const ko_alt_tm_t *tm, int *maxw, int *maxm) {
     if (!handle) return 0;
     kovaloc *loc = record(handle);
     if (!format) return fail(loc, KO_EFORMAT, 0);
-    return maxw || maxm ? measure_wide(loc, format, maxw, maxm)
+    return maxw || maxm ? measure_time(loc, format, maxw, maxm)
                         : format_time(loc, out, maxsize, format, tm);
 }
 
-int ko_mbsftime1(ko_lc_t handle, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
+int ko_wcsftime1(ko_lc_t loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                  const ko_alt_tm_t *tm, int *maxw, int *maxm) {
-    if (!handle) return 0;
-    kovaloc *loc = record(handle);
-    if (!format) return fail(loc, KO_EFORMAT, 0);
-    if (!maxw && !maxm) return format_time(loc, out, maxsize, format, tm);
-    wide_text wide;
-    return widen_text(loc, format, &wide) < 0 ? 0 : measure_wide(loc, wide.p, maxw, maxm);
+    return format_or_measure(loc, out, maxsize, format, tm, maxw, maxm);
+}
+
+int ko_mbsftime1(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
+                 const ko_alt_tm_t *tm, int *maxw, int *maxm) {
+    return format_or_measure(loc, out, maxsize, format, tm, maxw, maxm);
 }
 
 int ko_wcsftime(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,

@@ -21,6 +21,15 @@ struct written_rule {
     time_view view;
     time_list list;
 };
+
+template <class Unit> struct quick_out {
+    const kovaloc *loc;
+    const ko_alt_tm_t *tm;
+    const mb_flat *flat; // of bytes that make characters of two; NULL: each unit is a character
+    const quick_names<Unit> *names;
+    const Unit *limit; // room for a block and more is left up to here
+    int pieces;        // that may still come
+};
 } // namespace
 static constexpr std::array<written_rule, 128> written_rules = [] {
     std::array<written_rule, 128> rules{};
@@ -44,17 +53,6 @@ static constexpr std::array<written_rule, 128> written_rules = [] {
     }
     return rules;
 }();
-
-namespace {
-template <class Unit> struct quick_out {
-    const kovaloc *loc;
-    const ko_alt_tm_t *tm;
-    const mb_flat *flat; // of bytes that make characters of two; NULL: each unit is a character
-    const quick_names<Unit> *names;
-    const Unit *limit; // room for a block and more is left up to here
-    int pieces;        // that may still come
-};
-} // namespace
 
 static const ko_mchar_t *format_of(const ltime *t, const time_directive &row, const ko_mchar_t *) {
     return t->*row.format_bytes;

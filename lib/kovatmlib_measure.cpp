@@ -4,6 +4,7 @@
 
 #include <limits.h>
 
+namespace {
 struct time_measure {
     kovaloc *loc;
     column_counter columns;
@@ -14,6 +15,7 @@ struct time_measure {
     int literal(const ko_wchar_t *first, const ko_wchar_t *last);
     int directive(const time_spec &spec);
 };
+} // namespace
 
 // ---- Pieces -------------------------------------------------------------------------------------
 
@@ -59,7 +61,7 @@ static int digits_in(int value, int base) {
 static time_extent text_extent(time_measure *in, const ko_wchar_t *text,
                                const format_modifiers &m) {
     if (!text) return {m.width, int64_t{m.width} * in->ascii_bytes};
-    const name_part part = cut_name(in->columns, text, m.precision);
+    const name_cut part = cut_name(in->columns, text, m.precision);
     time_extent extent = {part.columns, 0};
     if (in->walker.work <= work_max) in->walker.work += part.units + 1;
     for (int i = 0; i < part.units; ++i)
@@ -173,7 +175,7 @@ static int add_era_formats(time_measure *in, const time_spec &spec) {
 }
 
 int time_measure::directive(const time_spec &spec) {
-    if (walker.depth && walker.work > work_max) return KO_EDIRECTIVE; // by names measured again
+    if (walker.depth && walker.work > work_max) return KO_EDIRECTIVE; // spent on names
     switch (spec.row->kind) {
     case time_kind::unit:
         add_ascii(this, 1);

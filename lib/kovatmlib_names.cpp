@@ -3,12 +3,14 @@
 
 #include <string.h>
 
+namespace {
 // A group of names: a list of the record, or a string of each era.
 struct name_group {
     int count;
     ko_mchar_t *const *list;
     ko_mchar_t *lera::*of_era;
 };
+} // namespace
 
 static name_group find_group(const ltime *t, int infotype) {
     const int eras = t->decode_era ? t->era_count : 0;

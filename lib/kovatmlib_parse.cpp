@@ -4,6 +4,7 @@
 
 #include <limits.h>
 
+namespace {
 struct time_reader {
     kovaloc *loc;
     const ko_wchar_t *at; // in the text
@@ -13,6 +14,7 @@ struct time_reader {
     int literal(const ko_wchar_t *format, const ko_wchar_t *end);
     int directive(const time_spec &spec);
 };
+} // namespace
 
 // ---- Text ---------------------------------------------------------------------------------------
 
@@ -75,7 +77,7 @@ static bool read_digits(time_reader *r, int width, int *value) {
     return n > 0;
 }
 
-// The same in the locale's digits, without a sign.
+// A number in the locale's digits, without a sign.
 static bool read_alt_digits(time_reader *r, int width, int *value) {
     const ltime *t = &r->loc->ltime_info;
     skip_blanks(r);
@@ -108,7 +110,7 @@ static int read_number(time_reader *r, const time_reading &rule, int width, bool
     return 0;
 }
 
-// The digits behind the point of a second, six of which count; at least as many as the digit behind
+// The digits after the point of a second, six of which count; at least as many as the digit after
 // the letter says.
 static int read_fraction(time_reader *r, const time_spec &spec) {
     if (spec.pointed) {

@@ -26,8 +26,12 @@ enum : unsigned {
 enum { year_full = 1, year_short = 2, year_of_era = 3 }; // time_info::year_type
 enum { clock_24 = 1, clock_12 = 2 };                     // time_info::hour_type
 
-inline bool same_name(const lera &a, const lera &b) {
-    return a.w_name == b.w_name || (a.w_name && b.w_name && !ko_wcscmp(a.w_name, b.w_name));
+inline bool same_name(const lera &one, const lera &other) {
+    const ko_wchar_t *a = one.w_name, *b = other.w_name;
+    if (a == b || !a || !b) return a == b;
+    for (; *a && *a == *b; ++a)
+        ++b;
+    return *a == *b;
 }
 
 // Lays what a format has read over *tm. 0; or the error number with *tm as it was.

@@ -18,6 +18,16 @@ struct quick_rule {
     int bias;
     bool number;
 };
+
+template <class Unit> struct quick_reader {
+    kovaloc *loc;
+    time_info *ti;
+    unsigned plain;          // units below it are characters of their own value
+    const uint16_t *classes; // of the characters below listed
+    unsigned listed;
+    const mb_flat *pairs;           // of characters of two bytes
+    const exact_lists<Unit> *exact; // NULL: names are looked up in the trees alone
+};
 } // namespace
 
 // Above the bits of time_info::set stand the types of year and hour.
@@ -71,18 +81,6 @@ static inline const Unit *find_exact(const exact_list<Unit> &list, const Unit *t
 }
 
 // ---- Reading ------------------------------------------------------------------------------------
-
-namespace {
-template <class Unit> struct quick_reader {
-    kovaloc *loc;
-    time_info *ti;
-    unsigned plain;          // units below it are characters of their own value
-    const uint16_t *classes; // of the characters below listed
-    unsigned listed;
-    const mb_flat *pairs;           // of characters of two bytes
-    const exact_lists<Unit> *exact; // NULL: names are looked up in the trees alone
-};
-} // namespace
 
 template <class Unit> static inline bool is_blank(const quick_reader<Unit> &r, unsigned unit) {
     if (unit < r.listed) return r.classes[unit] & KO_CT_SPACE;

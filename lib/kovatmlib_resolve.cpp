@@ -4,11 +4,13 @@
 #include <limits.h>
 #include <string.h>
 
+namespace {
 // The fields of either kind of record.
 struct time_fields {
     ko_long_t *usec;
     int *sec, *min, *hour, *mday, *wday, *yday;
 };
+} // namespace
 static inline time_fields fields_of(ko_tm_t *tm) {
     return {&tm->tm_usec, &tm->tm_sec,  &tm->tm_min, &tm->tm_hour,
             &tm->tm_mday, &tm->tm_wday, &tm->tm_yday};
@@ -23,7 +25,7 @@ static inline void set_clock(const time_info &ti, const time_fields &tm) {
     if (ti.set & seen_second) *tm.sec = ti.second;
     if (ti.set & seen_minute) *tm.min = ti.minute;
     if (ti.hour_type == clock_12 && ti.set & seen_hour12) {
-        // Without morning or afternoon the hour stays as read, 12 included, on purpose.
+        // Without morning or afternoon the hour stays as read, 12 included.
         *tm.hour = ti.set & seen_ampm ? ti.hour12 % 12 + 12 * ti.ampm : ti.hour12;
     } else if (ti.set & seen_hour24) {
         *tm.hour = ti.hour24;

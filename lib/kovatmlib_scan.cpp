@@ -1,7 +1,7 @@
 // The scanner of the directives of times.
 #include "kovatmlib_table.h"
 
-// The digit behind "F" is its precision. Above 5 it is refused: the sixth place is the default.
+// The digit after "F" is its precision. Above 5 it is refused: the sixth place is the default.
 static int scan_fraction(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec) {
     const unsigned digit = portable(loc, **format) - '0';
     if (digit > 9) return 0;
@@ -16,7 +16,7 @@ static int scan_fraction(const kovaloc *loc, const ko_wchar_t **format, time_spe
     return 0;
 }
 
-// The letter behind "E", "O" or "i".
+// The letter after "E", "O" or "i".
 static int scan_form(const kovaloc *loc, char prefix, const ko_wchar_t **format, time_spec *spec) {
     const bool alternative = prefix == 'O';
     if ((prefix == 'E' && !has_eras(&loc->ltime_info)) ||

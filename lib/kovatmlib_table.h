@@ -11,7 +11,7 @@ enum class time_kind : uint8_t {
     unit,     // a character: the first of parts
     name,     // a name of the locale
     number,   // the value of a field
-    day,      // the same with one blank before a single digit
+    day,      // a number with one blank before a single digit
     parts,    // numbers by their letters, with signs between them
     format,   // a format of the locale
     fraction, // of a second; a digit may follow the letter
@@ -241,7 +241,7 @@ inline constexpr time_directive time_directives[] = {
                time_view::weekday7),
     number_row('w', &ko_alt_tm_t::alt_tm_wday, 0, 6, KO_EWDAYRANGE, 2, 6, read_wday),
 };
-// Behind "E", in a locale with eras.
+// After "E", in a locale with eras.
 inline constexpr time_directive era_directives[] = {
     era_row('C', time_kind::era_name, &lera::w_name),
     era_row('g', time_kind::era_name, &lera::w_abbr),
@@ -251,14 +251,14 @@ inline constexpr time_directive era_directives[] = {
     format_row('x', &ltime::w_era_d_fmt, &ltime::era_d_fmt),
     format_row('X', &ltime::w_era_t_fmt, &ltime::era_t_fmt),
 };
-// Behind "i".
+// After "i".
 inline constexpr time_directive index_directives[] = {
     fraction_row(), // with a point before it
     year_row('Y', KO_EYEARRANGE, 4, 9999, read_year, time_view::full_year),
     year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
 };
 
-// A locale without times has the twelve months of everybody, without names.
+// A locale without times has the usual twelve months, without names.
 inline int month_count(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
 
 // What a number or the index of a name makes of its field, range checked. 0 or the error number.
@@ -298,17 +298,17 @@ inline bool has_alt_digits(const ltime *t) { return t->w_alt_digits && t->max_al
 // A directive as a format spells it.
 struct time_spec {
     const time_directive *row;
-    format_modifiers m;  // a digit behind "F" is its precision and has raised the width
+    format_modifiers m;  // a digit after "F" is its precision and has raised the width
     bool alternative;    // in the locale's digits
-    bool pointed;        // behind "i": "F" has a point
-    int fraction_digits; // behind "F"; -1: none
+    bool pointed;        // after "i": "F" has a point
+    int fraction_digits; // after "F"; -1: none
     bool bad_fraction;   // the error is such a digit above 5
 };
 // A directive without modifiers.
 inline time_spec plain_spec(const time_directive *row, bool alternative = false) {
     return {.row = row, .m = {.precision = -1}, .alternative = alternative, .fraction_digits = -1};
 }
-// Reads a directive from behind its "%" and moves *format behind it. 0; or KO_EDIRECTIVE for what
+// Reads a directive from after its "%" and moves *format past it. 0; or KO_EDIRECTIVE for what
 // is no directive and for values that would be arguments, KO_EFORMAT, KO_EPRECISION.
 int scan_directive(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec);
 
@@ -347,7 +347,7 @@ template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
         if (error) return error;
     }
 }
-// The same for a format inside a format; NULL is an empty one. Formats that contain each other end
+// Walks over a format inside a format; NULL is an empty one. Formats that contain each other end
 // with an error, and so do those that take forever without containing themselves. of_many: one of
 // several that a directive tries, whose work adds up.
 template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of_many = false) {
@@ -383,11 +383,11 @@ struct column_counter {
 column_counter make_columns(kovaloc *loc);
 int columns_of(const column_counter &by, ko_wchar_t wc);
 // The part of a name that a precision above 0 leaves, in units, and its columns.
-struct name_part {
+struct name_cut {
     int units;
     int columns;
 };
-name_part cut_name(const column_counter &by, const ko_wchar_t *name, int precision);
+name_cut cut_name(const column_counter &by, const ko_wchar_t *name, int precision);
 
 // Adds the most columns and bytes that a format can produce. 0, or the error number.
 struct time_extent {
