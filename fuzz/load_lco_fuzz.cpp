@@ -3,7 +3,7 @@
 // itself, two are in one order whichever comes first, a measured key length is the key's, and
 // nothing is left behind.
 #include "fuzz_host.h"
-#include "kovasetlc.h"
+#include "kovambwc.h"
 
 #include <string.h>
 

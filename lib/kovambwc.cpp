@@ -151,6 +151,32 @@ int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     return n;
 }
 
+// ---- Strings of locale objects ------------------------------------------------------------------
+
+size_t zeros_at(const void *string) {
+    const char *const s = static_cast<const char *>(string);
+    const char *p = s + strlen(s);
+    while (p[1] || p[2] || p[3]) { // a null byte within a character
+        p++;
+        p += strlen(p);
+    }
+    return static_cast<size_t>(p - s);
+}
+
+int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
+    *wide = nullptr;
+    if (!mbs) return 0;
+    const size_t room = zeros_at(mbs) + 1;
+    if (room > INT32_MAX) return fail(loc, KO_ENOMEM, -1);
+    ext_block<ko_wchar_t> wcs(room);
+    if (!wcs.p) return fail(loc, KO_ENOMEM, -1);
+    const int len = loc->exp.mbstowcs(loc, wcs.p, mbs, static_cast<int>(room));
+    if (len < 0) return -1;
+    if (static_cast<size_t>(len) < room) wcs.p[len] = 0;
+    *wide = wcs.release();
+    return 0;
+}
+
 // ---- Wide strings to bytes ---------------------------------------------------------------------
 
 int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {

@@ -35,6 +35,11 @@ inline ko_wchar_t case_partner(const kovaloc *r, unsigned index, ko_wchar_t conv
 // error word set.
 int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
 
+// A string of a locale object ends in four zero bytes: the bytes before them.
+size_t zeros_at(const void *string);
+// Makes the wide form of such a string, or NULL of NULL. -1 with the error word set and *wide NULL.
+int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
+
 // Kernels (kovambwc_simd.cpp). Each works on the units before the first one that it does not take
 // and returns how many it took; it may also stop early, so a plain loop follows every call. A
 // destination may be the source.

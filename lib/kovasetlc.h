@@ -112,10 +112,6 @@ int read_category(text_in *in, kovaloc *loc, int category); // the section behin
 
 // Derived wide data (kovasetlc_info.cpp).
 int init_locale_info(kovaloc *loc);
-size_t zeros_at(const void *string); // bytes before the four zero bytes that end a string
-// Makes the wide form of a string that ends in four zero bytes, or NULL of NULL. -1 with the error
-// word set and *wide NULL.
-int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
 void fill_koconv(kovaloc *loc);
 void free_koconv(koconv *conv);
 void widen_koconv(kovaloc *loc);

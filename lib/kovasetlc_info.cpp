@@ -1,35 +1,11 @@
 // What a loaded record derives from its strings: their wide forms, and the conventions in the
 // layout of lconv.
-#include "kovasetlc.h"
+#include "kovambwc.h"
 
 #include <string.h>
 
 constexpr size_t string_end = 4; // zero bytes behind every string of a locale object
 constexpr char not_available = 127;
-
-size_t zeros_at(const void *string) {
-    const char *const s = static_cast<const char *>(string);
-    const char *p = s + strlen(s);
-    while (p[1] || p[2] || p[3]) { // a null byte within a character
-        p++;
-        p += strlen(p);
-    }
-    return static_cast<size_t>(p - s);
-}
-
-int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
-    *wide = nullptr;
-    if (!mbs) return 0;
-    const size_t room = zeros_at(mbs) + 1;
-    if (room > INT32_MAX) return fail(loc, KO_ENOMEM, -1);
-    ext_block<ko_wchar_t> wcs(room);
-    if (!wcs.p) return fail(loc, KO_ENOMEM, -1);
-    const int len = loc->exp.mbstowcs(loc, wcs.p, mbs, static_cast<int>(room));
-    if (len < 0) return -1;
-    if (static_cast<size_t>(len) < room) wcs.p[len] = 0;
-    *wide = wcs.release();
-    return 0;
-}
 
 // ---- The lconv view -----------------------------------------------------------------------------
 

@@ -1,4 +1,5 @@
 // Dates and times: the record of the LC_TIME category and the names of the calendars.
+#include "kovambwc.h"
 #include "kovaportable.h"
 #include "kovatree.h"
 

@@ -1,5 +1,5 @@
 // The reader of locale objects: fields, counts that lie, cut and damaged objects.
-#include "kovasetlc.h"
+#include "kovambwc.h"
 #include "locale_builder.h"
 
 #include <functional>

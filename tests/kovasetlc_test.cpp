@@ -1,7 +1,7 @@
 // The locale record, loading, and the list of shared locales.
 #include "kova_host.h"
 #include "kovaextsa.h"
-#include "kovasetlc.h"
+#include "kovambwc.h"
 #include "kovautils.h"
 #include "locale_builder.h"
 
