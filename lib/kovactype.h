@@ -23,7 +23,7 @@ ko_ctype_t user_class(const kovaloc *loc, const char *name);
 // serves only as long as the record still has the table it was made from.
 struct case_rows {
     const unsigned char *table; // NULL: none
-    // Maps whole blocks up to the end of a page or of the string; NULL where nothing beats a loop.
+    // Maps whole blocks up to the end of a page or of the string.
     size_t (*kernel)(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
     int count;                    // rows that change a byte
     unsigned char row[16];        // their high nibbles, as the upper four bits

@@ -132,6 +132,8 @@ cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *
 cv_flat *build_cv_flat(const mb_decode *table);
 void drop_cv_lead(cv_flat *flat, unsigned byte); // leaves characters that begin so to the rules
 void free_cv_flat(cv_flat *flat);
+
+// Translation of bytes (kovacvlib_bytes.cpp).
 cv_bytes *build_cv_bytes(const mb_decode *table);
 // The translations that this processor can run, the quickest last; returns how many.
 constexpr int cv_translates_max = 3;

@@ -44,7 +44,7 @@ int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
 // and returns how many it took; it may also stop early, so a plain loop follows every call. A
 // destination may be the source.
 
-// Maps bytes up to a zero byte through the rows of a case table that has a kernel.
+// Maps bytes up to a zero byte through the rows of a case table.
 void choose_kernel(case_rows *rows);
 size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
 // Maps ASCII bytes up to zero or a byte above 0x7F; the 26 letters from first on change case.

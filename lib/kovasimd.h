@@ -1,0 +1,55 @@
+// Vector units: which ones a build may use, loads and stores, and how far a string may be read.
+#ifndef KOVASIMD_H
+#define KOVASIMD_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+// KOVA_X86_WIDE: units of 32 bytes and more may be compiled; the processor is asked for them.
+// Windows does not align the stack for them.
+#if defined(__GNUC__) && defined(__x86_64__) && !defined(_WIN32)
+#define KOVA_X86_WIDE 1
+#endif
+#if defined(__GNUC__) && defined(__aarch64__)
+#define KOVA_ARM_VECTORS 1
+#include <arm_neon.h>
+#endif
+
+// KOVA_BLOCKS: strings may be read in blocks that reach beyond their end, to which the address
+// sanitizer would object.
+#if defined(__SANITIZE_ADDRESS__)
+#define KOVA_CHECKED_READS 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KOVA_CHECKED_READS 1
+#endif
+#endif
+#if defined(__GNUC__) && defined(__SSE2__)
+#include <immintrin.h>
+#ifndef KOVA_CHECKED_READS
+#define KOVA_BLOCKS 1
+#endif
+
+inline __m128i load_block(const void *p) {
+    return _mm_loadu_si128(static_cast<const __m128i *>(p));
+}
+inline void store_block(void *p, __m128i v) { _mm_storeu_si128(static_cast<__m128i *>(p), v); }
+
+// A bit for each byte in which two blocks agree, or that is zero.
+inline unsigned equal_bytes(__m128i a, __m128i b) {
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+}
+inline unsigned zero_bytes(__m128i v) { return equal_bytes(v, _mm_setzero_si128()); }
+inline unsigned first_bit(unsigned mask) { return static_cast<unsigned>(__builtin_ctz(mask)); }
+
+#endif
+
+// A block that stays inside a page which a string touches can be read whatever follows the string.
+// The page is of the smallest size that systems use.
+constexpr size_t memory_page = 4096;
+inline size_t place_in_page(const void *p) {
+    return reinterpret_cast<uintptr_t>(p) & (memory_page - 1);
+}
+inline size_t readable(const void *p) { return memory_page - place_in_page(p); }
+
+#endif
