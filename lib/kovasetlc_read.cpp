@@ -4,8 +4,6 @@
 #include <math.h>
 #include <string.h>
 
-#include <array>
-
 constexpr int line_bound = 127;
 constexpr int marker_bound = 31;
 constexpr int max_char_bytes = 2; // of the code sets that a locale can have
@@ -13,17 +11,6 @@ constexpr size_t string_end = 4;  // zero bytes behind every string
 constexpr int class_name_room = 72;
 
 // ---- Strings ------------------------------------------------------------------------------------
-
-static constexpr std::array<unsigned char, 256> make_hex_values() {
-    std::array<unsigned char, 256> values = {}; // what is no digit counts as 0
-    for (unsigned i = 0; i < 10; i++)
-        values['0' + i] = static_cast<unsigned char>(i);
-    for (unsigned i = 0; i < 6; i++) {
-        values['a' + i] = values['A' + i] = static_cast<unsigned char>(10 + i);
-    }
-    return values;
-}
-static constexpr std::array<unsigned char, 256> hex_values = make_hex_values();
 
 static ko_mchar_t *new_string(size_t len) {
     ko_mchar_t *s = static_cast<ko_mchar_t *>(ko_ext_malloc(len + string_end));
@@ -41,7 +28,8 @@ static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
     in->pos += 2 * len;
     ko_mchar_t *s = new_string(len);
     for (size_t i = 0; s && i < len; i++) {
-        s[i] = static_cast<ko_mchar_t>(hex_values[hex[2 * i]] << 4 | hex_values[hex[2 * i + 1]]);
+        s[i] = static_cast<ko_mchar_t>(hex_digit_or_0(hex[2 * i]) << 4 |
+                                       hex_digit_or_0(hex[2 * i + 1]));
     }
     return s;
 }

@@ -208,10 +208,6 @@ void ko_cs_nums2cv_fname(void *, uint16_t from, uint16_t to, char *out, const ch
     put_text(put_hex4(put_hex4(put_dir(out, dir), from), to), ".cvo");
 }
 
-static bool is_hex(char c) {
-    return is_spec_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
 static bool all_hex(const char *text) {
     if (!*text) return false;
     for (; *text; ++text)

@@ -349,8 +349,6 @@ static void field_name(record_line *in, char *name) {
     if (!in->error) memcpy(name, word, len + 1);
 }
 
-static bool is_hex(char c) { return get_hex_digit(c) != static_cast<unsigned char>(c); }
-
 static char_desc field_char(record_line *in) {
     char_desc desc = {};
     const int count = field_number(in, 1);

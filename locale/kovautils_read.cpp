@@ -97,10 +97,6 @@ double get_dbl(text_in *in) {
     return c_strtod(text, &end);
 }
 
-static bool is_hex(int c) {
-    return is_decimal(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
 unsigned get_hex(text_in *in, int digits) {
     unsigned value = 0;
     if (!in->stream && in->end - in->pos >= digits) {
@@ -119,8 +115,7 @@ unsigned get_hex(text_in *in, int digits) {
 unsigned get_hex_byte(text_in *in) {
     unsigned value = 0;
     for (int i = 0; i < 2; ++i) {
-        const int c = in_getc(in);
-        value = value * 16 + (is_hex(c) ? get_hex_digit(c) : 0);
+        value = value * 16 + hex_digit_or_0(in_getc(in));
     }
     return value;
 }
