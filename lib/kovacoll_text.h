@@ -3,7 +3,7 @@
 #define KOVACOLL_TEXT_H
 
 #include "kovacoll_pass.h"
-#include "kovasetlc.h"
+#include "kovambwc.h"
 
 #include <limits.h>
 #include <string.h>
@@ -11,11 +11,6 @@
 // Without a collation category the order is that of the codes.
 inline bool by_code(const kovaloc *loc) {
     return loc->exp.codeset_order || loc->coll_info.collate == collate_none;
-}
-
-// The pages of the code set, NULL when the record has none for its class table.
-inline const mb_flat *code_set(const kovaloc *loc) {
-    return loc->chars && loc->chars->ctype == loc->ctype ? &loc->chars->classes : nullptr;
 }
 
 inline size_t mbs_length(const ko_mchar_t *mbs) {
@@ -31,9 +26,7 @@ inline size_t wide_length(const ko_wchar_t *wcs) {
 
 // Bytes of the character at s, 0 for none.
 inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
-    const unsigned char state = cs->flag1[*s];
-    if (state == mb_final) return 1;
-    return state == mb_prefix && cs->second->flags[*s][s[1]] == mb_final ? 2 : 0;
+    return static_cast<unsigned>(flat_next(*cs, s).bytes);
 }
 
 inline unsigned wide_value(const ko_mchar_t *s, unsigned bytes) {

@@ -5,6 +5,18 @@
 #include <math.h>
 #include <string.h>
 
+// ---- Bytes of a character ----------------------------------------------------------------------
+
+int ko_mb_loc_max(ko_lc_t loc) {
+    void *table = loc ? record(loc)->ctype : nullptr;
+    return table ? multi_max_length(table) : 0;
+}
+
+int ko_mb_loc_min(ko_lc_t loc) {
+    void *table = loc ? record(loc)->ctype : nullptr;
+    return table ? multi_min_length(table) : 2;
+}
+
 // ---- Classes -----------------------------------------------------------------------------------
 
 static constexpr struct {
@@ -53,24 +65,24 @@ static ko_ctype_t mask_at(const void *item) {
 
 int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask) {
     const kovaloc *r = record(loc);
-    if (const ctype_flat *flat = flat_classes(r)) {
-        const uint16_t *item = flat_wchar(&flat->classes, wc);
+    if (const mb_flat *flat = code_set(r)) {
+        const uint16_t *item = flat_wchar(flat, wc);
         return item ? static_cast<int>(*item & mask) : fail(loc, KO_EILSEQ, 0);
     }
     const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->ctype);
     return item ? static_cast<int>(mask_at(item) & mask) : 0;
 }
 
+unsigned tree_classes(kovaloc *r, ko_wchar_t wc) {
+    errno_guard kept(r);
+    return static_cast<unsigned>(im_iswctype(r, wc, 0xFFFF));
+}
+
 int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
     const kovaloc *r = record(loc);
-    if (const ctype_flat *flat = flat_classes(r)) {
-        const mb_flat &f = flat->classes;
-        const unsigned b = *mb;
-        if (f.flag1[b] == mb_final) return static_cast<int>(f.item1[b] & mask);
-        if (f.flag1[b] == mb_prefix && f.second->flags[b][mb[1]] == mb_final) {
-            return static_cast<int>(f.second->items[b][mb[1]] & mask);
-        }
-        return fail(loc, KO_EILSEQ, 0);
+    if (const mb_flat *flat = code_set(r)) {
+        const flat_char c = flat_next(*flat, mb);
+        return c.bytes ? static_cast<int>(flat_item(*flat, c) & mask) : fail(loc, KO_EILSEQ, 0);
     }
     const void *item = retrieve_text_multi_nl(mb, r->ctype, head(loc));
     return item ? static_cast<int>(mask_at(item) & mask) : 0;

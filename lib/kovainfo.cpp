@@ -96,13 +96,3 @@ const char *ko_version(void) { return "kovalib-2.86.TC1"; }
 const char *ko_cm_version(void) { return "3"; }
 const char *ko_lc_version(void) { return "11"; }
 const char *ko_cv_version(void) { return "9"; }
-
-int ko_mb_loc_max(ko_lc_t loc) {
-    void *table = loc ? record(loc)->ctype : nullptr;
-    return table ? multi_max_length(table) : 0;
-}
-
-int ko_mb_loc_min(ko_lc_t loc) {
-    void *table = loc ? record(loc)->ctype : nullptr;
-    return table ? multi_min_length(table) : 2;
-}

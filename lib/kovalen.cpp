@@ -1,4 +1,4 @@
-// Lengths of strings and characters.
+// Lengths of strings and characters, terminators, the next character.
 #include "kovambwc.h"
 
 #include <string.h>
@@ -20,11 +20,44 @@ int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
     return ko_full_mbtowc(loc, nullptr, mb, len_bytes);
 }
 
+// ---- Terminators, the next character -----------------------------------------------------------
+
+int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
+    if (!mb) return fail(loc, KO_ENULL, 0);
+    const int n = terminator_len(record(loc));
+    memset(mb, 0, static_cast<size_t>(n));
+    return n;
+}
+
+int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
+    if (!mb) return fail(loc, KO_ENULL, 0);
+    const int n = terminator_len(record(loc));
+    for (int i = 0; i < n; ++i) {
+        if (mb[i]) return 0;
+    }
+    return n;
+}
+
+// The terminator is an ordinary character here, where the code set has it.
+ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
+    ko_mchar_t *const none = nullptr;
+    if (!mb) return fail(loc, KO_ENULL, none);
+    const kovaloc *r = record(loc);
+    int n = 1;
+    if (!r->exp.single_byte) n = retrieve_text_multi_nv(mb, r->ctype, head(loc));
+    if (!n) return none;
+    return const_cast<ko_mchar_t *>(mb) + n;
+}
+
+// ---- Lengths -----------------------------------------------------------------------------------
+
+namespace {
 struct extent {
     int chars;
     int bytes;
     bool valid;
 };
+} // namespace
 
 // Characters and bytes before the null character. Characters are measured within two bytes, so
 // longer ones are invalid here.

@@ -4,6 +4,7 @@
 #define KOVALIBN_TEXT_H
 
 #include "kovalibn.h"
+#include "kovambwc.h"
 
 #include <string.h>
 

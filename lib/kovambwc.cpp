@@ -24,25 +24,13 @@ static int walk_wide(const mb_decode *table, const ko_mchar_t *mb, int limit, ko
     }
 }
 
-// The same by the flat table.
-static inline int flat_wide(const mb_flat &f, const ko_mchar_t *mb, int limit, ko_wchar_t *value) {
-    const unsigned b = *mb;
-    if (f.flag1[b] == mb_final) {
-        *value = static_cast<ko_wchar_t>(b);
-        return 1;
-    }
-    if (f.flag1[b] != mb_prefix) return -KO_EILSEQ;
-    if (limit < 2) return -KO_EINVAL;
-    if (f.second->flags[b][mb[1]] != mb_final) return -KO_EILSEQ;
-    *value = static_cast<ko_wchar_t>(b << 8 | mb[1]);
-    return 2;
-}
-
 static inline int read_wide(const kovaloc *r, const ko_mchar_t *mb, int limit, ko_wchar_t *value) {
-    if (const ctype_flat *flat = flat_classes(r)) {
-        return flat_wide(flat->classes, mb, limit, value);
-    }
-    return walk_wide(class_table(r), mb, limit, value);
+    const mb_flat *flat = code_set(r);
+    if (!flat) return walk_wide(class_table(r), mb, limit, value);
+    if (limit < 2 && flat->flag1[*mb] == mb_prefix) return -KO_EINVAL;
+    const flat_char c = flat_next(*flat, mb);
+    *value = static_cast<ko_wchar_t>(c.wide);
+    return c.bytes ? c.bytes : -KO_EILSEQ;
 }
 
 int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_bytes) {
@@ -151,7 +139,7 @@ int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     return n;
 }
 
-// ---- Strings of locale objects ------------------------------------------------------------------
+// ---- Strings of a locale object ----------------------------------------------------------------
 
 size_t zeros_at(const void *string) {
     const char *const s = static_cast<const char *>(string);

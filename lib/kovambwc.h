@@ -16,13 +16,36 @@ inline int terminator_len(const kovaloc *r) {
     return n < 1 ? 1 : n > 4 ? 4 : n;
 }
 
+// Bytes before the four zero bytes that end a string of a locale object.
+size_t zeros_at(const void *string);
+// Makes the wide form of such a string, or NULL of NULL. -1 with the error word set and *wide NULL.
+int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
+
 // The flat form of the record's class table, or of its case table; NULL where the tree must serve.
 inline const ctype_flat *flat_classes(const kovaloc *r) {
     return r->chars && r->chars->ctype == r->ctype ? r->chars : nullptr;
 }
+inline const mb_flat *code_set(const kovaloc *r) {
+    const ctype_flat *flat = flat_classes(r);
+    return flat ? &flat->classes : nullptr;
+}
 inline const ctype_flat *flat_cases(const kovaloc *r) {
     const ctype_flat *flat = flat_classes(r);
     return flat && flat->has_cases && flat->cconv == r->cconv ? flat : nullptr;
+}
+
+// The classes of a wide character, none where it is no character; stores no error.
+unsigned tree_classes(kovaloc *r, ko_wchar_t wc);
+inline unsigned wide_classes(kovaloc *r, unsigned wide) {
+    if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
+    const auto wc = static_cast<ko_wchar_t>(wide);
+    const mb_flat *flat = code_set(r);
+    if (!flat) return tree_classes(r, wc);
+    const uint16_t *item = flat_wchar(flat, wc);
+    return item ? *item : 0u;
+}
+inline bool has_class(kovaloc *r, unsigned wide, unsigned mask) {
+    return wide_classes(r, wide) & mask;
 }
 
 // The case partner that an index of the case table names; 0 for none, or for a damaged index.

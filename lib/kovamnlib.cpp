@@ -1,6 +1,7 @@
 // Money: formatting of amounts. One wide engine; the multibyte entry converts in and out.
 #include "kovamnlib.h"
 #include "kovafmt_out.h"
+#include "kovambwc.h"
 
 #include <float.h>
 #include <stdio.h>

@@ -1,4 +1,5 @@
 // Money: reading of amounts, the inverse of formatting.
+#include "kovambwc.h"
 #include "kovamnlib.h"
 
 #include <string.h>

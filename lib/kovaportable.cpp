@@ -2,8 +2,6 @@
 // places of the rest as most Latin-1 pages have them.
 #include "kovaportable.h"
 
-#include "kovambwc.h"
-
 #include <array>
 
 // ASCII 0x00 to 0x7F.
@@ -37,13 +35,4 @@ const portable_set *portable_of(const kovaloc *loc) {
         if (!(classes[0xF0 + d] & KO_CT_DIGIT) || classes['0' + d] & KO_CT_DIGIT) return nullptr;
     }
     return &ebcdic_set;
-}
-
-bool wide_class(kovaloc *loc, ko_wchar_t wc, unsigned mask) {
-    if (const ctype_flat *flat = flat_classes(loc)) {
-        const uint16_t *item = flat_wchar(&flat->classes, wc);
-        return item && *item & mask;
-    }
-    errno_guard kept(loc);
-    return im_iswctype(loc, wc, mask) != 0;
 }

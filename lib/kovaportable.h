@@ -33,11 +33,4 @@ inline constexpr auto digit_pairs = [] {
     return pairs;
 }();
 
-bool wide_class(kovaloc *loc, ko_wchar_t wc, unsigned mask);
-// Whether a wide character has a class of the mask; stores no error.
-inline bool has_class(kovaloc *loc, ko_wchar_t wc, unsigned mask) {
-    if (loc->exp.sb_ctype_table) return wc < 256 && (loc->exp.sb_ctype_table[wc] & mask);
-    return wide_class(loc, wc, mask);
-}
-
 #endif

@@ -1,4 +1,4 @@
-// Steps through strings: positions of characters, terminators, trailing spaces.
+// Steps through strings: positions of characters, trailing spaces.
 #include "kovastr.h"
 
 // ---- The character at a position ---------------------------------------------------------------
@@ -25,33 +25,6 @@ int by_tree::length(const unit *s) const {
         if (c.units < 0) return -1;
     }
     return static_cast<int>(end - s);
-}
-
-int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
-    if (!mb) return fail(loc, KO_ENULL, 0);
-    const int n = terminator_len(record(loc));
-    end_text(mb, n);
-    return n;
-}
-
-int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
-    if (!mb) return fail(loc, KO_ENULL, 0);
-    const int n = terminator_len(record(loc));
-    for (int i = 0; i < n; ++i) {
-        if (mb[i]) return 0;
-    }
-    return n;
-}
-
-// The terminator is an ordinary character here, where the code set has it.
-ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
-    ko_mchar_t *const none = nullptr;
-    if (!mb) return fail(loc, KO_ENULL, none);
-    const kovaloc *r = record(loc);
-    int n = 1;
-    if (!r->exp.single_byte) n = retrieve_text_multi_nv(mb, r->ctype, head(loc));
-    if (!n) return none;
-    return const_cast<ko_mchar_t *>(mb) + n;
 }
 
 // ---- Positions ---------------------------------------------------------------------------------

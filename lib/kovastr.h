@@ -15,18 +15,6 @@ struct text_char {
     unsigned code; // its wide value; of a multibyte character all bytes, high byte first
 };
 
-// The classes of a wide character, none where it is no character; stores no error.
-inline unsigned wide_classes(kovaloc *r, unsigned wide) {
-    if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
-    const auto wc = static_cast<ko_wchar_t>(wide);
-    if (const ctype_flat *flat = flat_classes(r)) {
-        const uint16_t *item = flat_wchar(&flat->classes, wc);
-        return item ? *item : 0u;
-    }
-    errno_guard kept(r);
-    return static_cast<unsigned>(im_iswctype(r, wc, 0xFFFF));
-}
-
 // Texts whose every unit is a character: wide strings, strings of single-byte locales.
 template <class Unit> struct by_unit {
     using unit = Unit;
@@ -57,17 +45,12 @@ struct by_flat { // code sets with terminators of one or two bytes
     int end_units;
     const mb_flat *f;
     text_char at(const unit *s) const {
-        const unsigned b = *s;
-        if (!b && (end_units == 1 || !s[1])) return {0, 0};
-        if (f->flag1[b] == mb_final) return {1, b};
-        if (f->flag1[b] == mb_prefix && f->second->flags[b][s[1]] == mb_final) {
-            return {2, b << 8 | s[1]};
-        }
-        return fail(loc, KO_EILSEQ, text_char{-1, 0});
+        if (!*s && (end_units == 1 || !s[1])) return {0, 0};
+        const flat_char c = flat_next(*f, s);
+        return c.bytes ? text_char{c.bytes, c.wide} : fail(loc, KO_EILSEQ, text_char{-1, 0});
     }
     unsigned classes(const unit *, text_char c) const {
-        if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
-        return f->second->items[c.code >> 8][c.code & 0xFF];
+        return c.units > 0 ? flat_item(*f, {c.units, c.code}) : 0u;
     }
     int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
 };
@@ -87,8 +70,8 @@ template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
     kovaloc *r = record(loc);
     const int end_units = terminator_len(r);
     if (r->exp.single_byte) return run(by_byte{r, end_units});
-    const ctype_flat *flat = flat_classes(r);
-    if (flat && end_units <= 2) return run(by_flat{r, end_units, &flat->classes});
+    const mb_flat *flat = code_set(r);
+    if (flat && end_units <= 2) return run(by_flat{r, end_units, flat});
     return run(by_tree{r, end_units});
 }
 

@@ -1,4 +1,5 @@
 // Reading a time by a format: the walk over the format, and one reader for each kind of directive.
+#include "kovambwc.h"
 #include "kovatmlib_quick.h"
 #include "kovatree.h"
 

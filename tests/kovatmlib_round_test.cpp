@@ -1,5 +1,6 @@
 // Every compiled locale reads back what it writes of random times, and the quick way of reading
 // reads what the engine does.
+#include "kovambwc.h"
 #include "kovatmlib_quick.h"
 #include "kovatree.h"
 
