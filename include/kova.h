@@ -874,16 +874,24 @@ typedef struct conv_state {
     void *ext_state; /* of a registered converter; cleared on the first piece */
 } conv_state;
 
+/* The flags of a conv_res. */
+enum {
+    KO_CV_TERMINATOR = 0x01, /* the character is the one that ends a text */
+    KO_CV_ERROR = 0x02,
+    KO_CV_SUBSTITUTE = 0x04, /* the target has no such character, only one in its place */
+    KO_CV_END = 0x08         /* no more input */
+};
+
 /* What a registered converter makes of one character. */
 typedef struct conv_res {
-    int flags;   /* 0x01 terminator, 0x02 error, 0x04 substitution, 0x08 no more input */
+    int flags;   /* of KO_CV_TERMINATOR and the like */
     int src_len; /* source bytes taken */
     int dst_len; /* target bytes made, at most 16 */
     unsigned char dst_buf[16];
 } conv_res;
 
 /* Converts one character of the left bytes at src. Its result is ignored; on error it sets the
- * error word itself. It alone says, with flag 0x08, when the input is used up. */
+ * error word itself. It alone says, with KO_CV_END, when the input is used up. */
 typedef int (*ko_cvmfn_t)(const ko_mchar_t *src, unsigned int left, conv_state *st, conv_res *res);
 
 typedef struct ko_cv_funcdef {

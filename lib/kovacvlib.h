@@ -52,15 +52,6 @@ struct cv_flat {
     uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none
 };
 
-// Which flags a run takes: those under the mask must be the wanted ones.
-struct cv_rule {
-    unsigned mask, want;
-};
-struct cv_run { // where it stopped, and the bytes it made
-    const ko_mchar_t *p;
-    size_t made;
-};
-
 // Byte-to-byte translation.
 struct cv_bytes;
 // Translates n bytes, where asked to only up to the first special one; returns how many.
@@ -109,7 +100,7 @@ int read_cv_object(text_in *in, iconv_rec *cv);
 
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
 
-// The routines of kovacvlib_conv.cpp and kovacvlib_run.cpp, as a descriptor's pointers name them.
+// The routines of kovacvlib_conv.cpp, as a descriptor's pointers name them.
 int mb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int sb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int sb_miconv_noerr(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
@@ -117,16 +108,6 @@ int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, in
 int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
-
-// What the two routines of kovacvlib_run.cpp leave to the rules.
-int mb_miconv_rest(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
-int db_smiconv_rest(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *,
-                    int *);
-
-// Converts ordinary characters by a flat table, which may be NULL; without out it counts. With a
-// source state: single bytes by that table and pairs by flat_shift, with one-byte shifts.
-cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
-                   const ko_mchar_t *in, int len, ko_mchar_t *out, int room);
 
 // Derived tables (kovacvlib_flat.cpp).
 cv_flat *build_cv_flat(const mb_decode *table);

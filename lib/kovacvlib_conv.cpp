@@ -2,7 +2,7 @@
 // and the lengths they would write. What stands between two special characters (shifts, errors,
 // terminators, ends of input or room) is converted as a run from the flat tables; the rest one
 // character at a time by the rules.
-#include "kovacvlib.h"
+#include "kovacvlib_run.h"
 
 #include <string.h>
 
@@ -70,73 +70,93 @@ struct call_cursor : cursor {
 // Moves a cursor over a run; a first substitution is left to the rules.
 void run(iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state, int readable, cursor *c) {
     if (!c->sub) rule.mask |= cv_substitute;
-    const cv_run r = cv_run_text(cv, flat, rule, state, c->in, readable, c->out, c->room);
+    const cv_run r = run_text(cv, flat, rule, state, c->in, readable, c->out, c->room);
     c->left -= int(r.p - c->in);
     c->in = r.p;
     if (c->out) c->out += r.made;
     c->room -= int(r.made);
 }
 
-int failed(iconv_rec *cv, int error, const char *text) {
-    if (text) ko_message(text);
-    return fail(&cv->exports.exp, error, -1);
+int failed(iconv_rec *cv, int error) { return fail(&cv->exports.exp, error, -1); }
+
+// ---- By the rules, one character at a time
+
+enum class ending { done, no_character, unmapped, no_room };
+
+int result_of(iconv_rec *cv, ending why) {
+    if (why == ending::done) return 0;
+    if (why == ending::no_character) return -1; // the look-up has set the error word
+    return failed(cv, why == ending::unmapped ? KO_EILSEQ : KO_E2BIG);
 }
 
-struct shift_text { // bytes around a character
+void log_ending(ending why) {
+    static constexpr const char *texts[] = {nullptr, "Error in Translation.",
+                                            "Error in Translation (KO_EILSEQ)",
+                                            "Error in Translation (KO_E2BIG)"};
+    if (const char *text = texts[static_cast<int>(why)]) ko_message(text);
+}
+
+struct shift_text {
     const unsigned char *bytes;
     int len;
 };
+struct shift_texts { // around a character
+    shift_text before, after;
+};
+
+// Runs up to the next character that the rules must see.
+void run_general(iconv_rec *cv, const conv_state *st, bool shifted, cursor *c) {
+    if (st && (st->target_state & ~1)) return; // a caller's own state
+    cv_rule rule = {c->endless ? cv_terminator : 0, 0};
+    int readable = c->readable();
+    if (st) {
+        if (cv->source_is_stateful) rule.mask |= cv_source_shift;
+        rule.mask |= cv_shifted_target;
+        rule.want = st->target_state ? cv_shifted_target : 0;
+        readable -= cv_max_source; // the last character has its say in the shifts of the target
+    }
+    run(cv, shifted ? cv->flat_shift : cv->flat_noshift, rule, nullptr, readable, c);
+}
+
+// What a character changes in the states, and what is written around it.
+shift_texts change_states(const iconv_rec *cv, conv_state *st, unsigned flags, bool last) {
+    shift_texts around = {};
+    if ((flags & cv_source_shift) && cv->source_is_stateful) st->source_state = !st->source_state;
+    if (int(flags & cv_shifted_target ? 1 : 0) != st->target_state) {
+        st->target_state = !st->target_state;
+        around.before = st->target_state ? shift_text{cv->target_si, cv->target_si_len}
+                                         : shift_text{cv->target_so, cv->target_so_len};
+    }
+    if (st->last_frag && st->target_state == 1 && last)
+        around.after = {cv->target_so, cv->target_so_len};
+    return around;
+}
 
 // Stateless (without st) and general stateful conversion.
-int mb_convert(iconv_rec *cv, conv_state *st, cursor *c, bool log) {
-    const bool shifts = st && cv->source_is_stateful;
+ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     while (c->left > 0) {
-        const bool shifted = shifts && st->source_state == 1 && cv->conv_shift;
-        mb_decode *table = shifted ? cv->conv_shift : cv->conv_noshift;
-        if (!st || st->target_state == 0 || st->target_state == 1) {
-            cv_rule rule = {c->endless ? cv_terminator : 0, 0};
-            int readable = c->readable();
-            if (shifts) rule.mask |= cv_source_shift;
-            if (st) { // the last character has its say in the shifts of the target
-                rule.mask |= cv_shifted_target;
-                rule.want = st->target_state ? cv_shifted_target : 0;
-                readable -= cv_max_source;
-            }
-            run(cv, shifted ? cv->flat_shift : cv->flat_noshift, rule, nullptr, readable, c);
-            if (c->left <= 0) break;
-        }
+        const bool shifted =
+            st && cv->source_is_stateful && st->source_state == 1 && cv->conv_shift;
+        run_general(cv, st, shifted, c);
+        if (c->left <= 0) break;
         int taken;
-        const unsigned char *e = static_cast<const unsigned char *>(
-            retrieve_text_multi_limit(c->in, table, c->left, &taken, &cv->exports.exp));
-        if (!e) {
-            if (log) ko_message("Error in Translation.");
-            return -1;
-        }
+        const auto *e = static_cast<const unsigned char *>(retrieve_text_multi_limit(
+            c->in, shifted ? cv->conv_shift : cv->conv_noshift, c->left, &taken, &cv->exports.exp));
+        if (!e) return ending::no_character;
         const unsigned flags = e[0] & cv_flags;
         const int len = static_cast<int>(e[0] & cv_length);
-        if (!flags)
-            return failed(cv, KO_EILSEQ, log ? "Error in Translation (KO_EILSEQ)" : nullptr);
+        if (!flags) return ending::unmapped;
         if (flags & cv_substitute) c->sub = 1;
-        shift_text before = {}, after = {};
-        if (st) {
-            if ((flags & cv_source_shift) && shifts) st->source_state = !st->source_state;
-            if (int(flags & cv_shifted_target ? 1 : 0) != st->target_state) {
-                st->target_state = !st->target_state;
-                before = st->target_state ? shift_text{cv->target_si, cv->target_si_len}
-                                          : shift_text{cv->target_so, cv->target_so_len};
-            }
-            const bool last = taken == c->left || (c->endless && (flags & cv_terminator));
-            if (st->last_frag && st->target_state == 1 && last)
-                after = {cv->target_so, cv->target_so_len};
-        }
-        if (before.len + len + after.len > c->room)
-            return failed(cv, KO_E2BIG, log ? "Error in Translation (KO_E2BIG)" : nullptr);
-        c->put(before.bytes, before.len);
+        const bool at_end = c->endless && (flags & cv_terminator);
+        shift_texts around = {};
+        if (st) around = change_states(cv, st, flags, at_end || taken == c->left);
+        if (around.before.len + len + around.after.len > c->room) return ending::no_room;
+        c->put(around.before.bytes, around.before.len);
         c->advance(taken, e + 1, len);
-        c->put(after.bytes, after.len);
-        if (c->endless && (flags & cv_terminator)) break;
+        c->put(around.after.bytes, around.after.len);
+        if (at_end) break;
     }
-    return 0;
+    return ending::done;
 }
 
 // Single bytes and byte pairs switched by one-byte shifts, into a stateless target.
@@ -156,20 +176,20 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
         } else {
             // The two-byte look-up reads no flag, so the lead is tested here.
             taken = 2;
-            if (c->left < 2 || (c->endless && !*c->in)) return failed(cv, KO_EINVAL, nullptr);
+            if (c->left < 2 || (c->endless && !*c->in)) return failed(cv, KO_EINVAL);
             const multi_arr *root = cv->conv_shift->root;
             if (!root->flag_arr || root->flag_arr[*c->in] != mb_prefix)
-                return failed(cv, KO_EILSEQ, nullptr);
+                return failed(cv, KO_EILSEQ);
             e = static_cast<const unsigned char *>(
                 retrieve_text_doub_limit(c->in, cv->conv_shift, c->left, &cv->exports.exp));
             if (!e) return -1;
         }
         const unsigned flags = e[0] & cv_flags;
         const int len = static_cast<int>(e[0] & cv_length);
-        if (!flags) return failed(cv, KO_EILSEQ, nullptr);
+        if (!flags) return failed(cv, KO_EILSEQ);
         if (flags & cv_substitute) c->sub = 1;
         if (flags & cv_source_shift) st->source_state = !st->source_state;
-        if (len > c->room) return failed(cv, KO_E2BIG, nullptr);
+        if (len > c->room) return failed(cv, KO_E2BIG);
         c->advance(taken, e + 1, len);
         if (c->endless && (flags & cv_terminator)) break;
     }
@@ -193,9 +213,9 @@ int sb_convert(iconv_rec *cv, cursor *c) {
             }
         }
         const unsigned char *e = cv_direct(cv->conv_noshift, *c->in);
-        if (!(e[0] & cv_flags)) return failed(cv, KO_EILSEQ, nullptr);
+        if (!(e[0] & cv_flags)) return failed(cv, KO_EILSEQ);
         if (e[0] & cv_substitute) c->sub = 1;
-        if (c->room < 1) return failed(cv, KO_E2BIG, nullptr);
+        if (c->room < 1) return failed(cv, KO_E2BIG);
         c->advance(1, e + 1, 1);
         if (c->endless && (e[0] & cv_terminator)) break;
     }
@@ -207,16 +227,16 @@ int alg_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     for (;;) {
         conv_res res = {};
         cv->mtom_fn(c->in, unsigned(c->left), st, &res);
-        if (res.flags & 0x02) return -1;
+        if (res.flags & KO_CV_ERROR) return -1;
         if (res.src_len < 0 || res.src_len > c->left || res.dst_len < 0 ||
             res.dst_len > int(sizeof res.dst_buf))
-            return failed(cv, KO_ERANGE, nullptr);
-        if (res.flags & 0x04) c->sub = 1;
-        if (res.dst_len > c->room) return failed(cv, KO_E2BIG, nullptr);
+            return failed(cv, KO_ERANGE);
+        if (res.flags & KO_CV_SUBSTITUTE) c->sub = 1;
+        if (res.dst_len > c->room) return failed(cv, KO_E2BIG);
         c->advance(res.src_len, res.dst_buf, res.dst_len);
-        if (c->endless && (res.flags & 0x01)) return 0;
-        if (res.flags & 0x08) return 0;
-        if (!res.src_len && !res.dst_len) return failed(cv, KO_EILSEQ, nullptr);
+        if (c->endless && (res.flags & KO_CV_TERMINATOR)) return 0;
+        if (res.flags & KO_CV_END) return 0;
+        if (!res.src_len && !res.dst_len) return failed(cv, KO_EILSEQ);
     }
 }
 
@@ -231,25 +251,49 @@ bool stateful(const iconv_rec *cv) { return cv->source_is_stateful || cv->target
 
 conv_state whole_text() { return {.first_frag = 1, .last_frag = 1}; }
 
-// The arguments that every call shares; a NULL one is error 2.
-bool refused(iconv_rec *cv, int *sub) {
-    if (sub) *sub = 0;
-    // A failed opening left its reason in the word.
-    if (cv && cv->miconv_fp) set_error(&cv->exports.exp, KO_ENULL);
-    return false;
-}
+// Tests the arguments that every call shares; a NULL one is error 2. A failed opening left its own
+// reason in the word.
 inline bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
-    if (!cv || !cv->miconv_fp || !inmbs || !*inmbs || !outlen || !sub) return refused(cv, sub);
-    *sub = 0;
-    return true;
+    if (sub) *sub = 0;
+    const bool opened = cv && cv->miconv_fp;
+    if (opened && inmbs && *inmbs && outlen && sub) return true;
+    if (opened) set_error(&cv->exports.exp, KO_ENULL);
+    return false;
 }
 
 } // namespace
 
-int mb_miconv_rest(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
-                   int *outlen, int *sub) {
+// ---- The routines behind a descriptor's pointers. The usual call is a run through the whole text;
+// the rules take over where one ends.
+
+[[gnu::noinline]] static int mb_miconv_rest(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen,
+                                            ko_mchar_t **outmbs, int *outlen, int *sub) {
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
-    return mb_convert(cv, nullptr, &c, true);
+    const ending why = mb_convert(cv, nullptr, &c);
+    log_ending(why);
+    return result_of(cv, why);
+}
+
+[[gnu::noinline]] static int db_smiconv_rest(iconv_rec *cv, conv_state *st,
+                                             const ko_mchar_t **inmbs, int *inlen,
+                                             ko_mchar_t **outmbs, int *outlen, int *sub) {
+    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
+    return db_convert(cv, st, &c);
+}
+
+int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
+              int *sub) {
+    *sub = 0;
+    if (run_through(cv, nullptr, inmbs, inlen, outmbs, outlen)) return 0;
+    return mb_miconv_rest(cv, inmbs, inlen, outmbs, outlen, sub);
+}
+
+int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+               ko_mchar_t **outmbs, int *outlen, int *sub) {
+    *sub = 0;
+    if (st->first_frag) st->source_state = 0;
+    if (run_through(cv, &st->source_state, inmbs, inlen, outmbs, outlen)) return 0;
+    return db_smiconv_rest(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
 
 // Translates what a counted text and the room hold, or less where it stops at a special byte.
@@ -289,7 +333,7 @@ int sb_miconv_noerr(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mcha
         *inlen = 0;
         return 0;
     }
-    return failed(cv, KO_E2BIG, nullptr);
+    return failed(cv, KO_E2BIG);
 }
 
 int alg_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
@@ -309,14 +353,10 @@ int mb_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inl
     if (!stateful(cv)) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     start_states(cv, st);
-    return mb_convert(cv, st, &c, false);
+    return result_of(cv, mb_convert(cv, st, &c));
 }
 
-int db_smiconv_rest(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
-                    ko_mchar_t **outmbs, int *outlen, int *sub) {
-    call_cursor c(inmbs, inlen, outmbs, outlen, sub);
-    return db_convert(cv, st, &c);
-}
+// ---- The calls of a host
 
 int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
               int *sub) {
@@ -332,9 +372,10 @@ static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int 
     call_cursor c(inmbs, inlen, nullptr, outlen, sub);
     conv_state whole = whole_text();
     if (cv->mtom_fn) return alg_convert(cv, st ? st : &whole, &c);
-    if (!st || !stateful(cv)) return mb_convert(cv, nullptr, &c, false);
+    if (!st || !stateful(cv)) return result_of(cv, mb_convert(cv, nullptr, &c));
     start_states(cv, st);
-    return cv->smiconv_fp == db_smiconv ? db_convert(cv, st, &c) : mb_convert(cv, st, &c, false);
+    if (cv->smiconv_fp == db_smiconv) return db_convert(cv, st, &c);
+    return result_of(cv, mb_convert(cv, st, &c));
 }
 
 // Calls that length computation, shifts or a registered converter make special.

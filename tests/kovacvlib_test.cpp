@@ -367,9 +367,11 @@ TEST(Conversion, ShiftsAreWrittenAroundCharactersAndAtTheEnd) {
 
 namespace {
 
+static_assert(KO_CV_TERMINATOR == 1 && KO_CV_ERROR == 2 && KO_CV_SUBSTITUTE == 4 && KO_CV_END == 8);
+
 int alg_mode;
 int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *res) {
-    if (!left) return res->flags = 0x08;
+    if (!left) return res->flags = KO_CV_END;
     switch (alg_mode) {
     case 1:
         return 0; // no progress
@@ -378,7 +380,7 @@ int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *r
     case 3:
         return res->dst_len = 17;
     case 4:
-        return res->flags = 0x02, res->src_len = res->dst_len = 1;
+        return res->flags = KO_CV_ERROR, res->src_len = res->dst_len = 1;
     default:
         break;
     }
@@ -386,7 +388,8 @@ int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *r
     res->src_len = 1;
     res->dst_len = 2;
     res->dst_buf[0] = res->dst_buf[1] = static_cast<unsigned char>(*src - 0x20);
-    res->flags = (*src ? 0 : 0x01) | (left == 1 ? 0x08 : 0) | (*src == 'x' ? 0x04 : 0);
+    res->flags = (*src ? 0 : KO_CV_TERMINATOR) | (left == 1 ? KO_CV_END : 0) |
+                 (*src == 'x' ? KO_CV_SUBSTITUTE : 0);
     return 0;
 }
 

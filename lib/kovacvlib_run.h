@@ -1,7 +1,11 @@
 // Runs of ordinary characters, converted from the flat tables. A run ends at the first character
 // that is not ordinary (a shift, an error, a terminator), at the end of the input, or where the
 // room gets short; what stands there is converted by the rules. The loops count instructions: most
-// texts are short, and all of their characters are ordinary.
+// texts are short, and all of their characters are ordinary. The conversion engine alone includes
+// them, so that its usual calls are one function each.
+#ifndef KOVACVLIB_RUN_H
+#define KOVACVLIB_RUN_H
+
 #include "kovacvlib.h"
 
 #include <bit>
@@ -10,12 +14,21 @@
 
 // Inlined at each call, so that a flag that is known there costs nothing.
 #ifdef __GNUC__
-#define KOVA_EACH [[gnu::always_inline]] static inline
+#define KOVA_EACH [[gnu::always_inline]] inline
 #else
-#define KOVA_EACH static inline
+#define KOVA_EACH inline
 #endif
 
 namespace {
+
+// Which flags a run takes: those under the mask must be the wanted ones.
+struct cv_rule {
+    unsigned mask, want;
+};
+struct cv_run { // where it stopped, and the bytes it made
+    const ko_mchar_t *p;
+    size_t made;
+};
 
 // What a run works with. There is room for whatever the bytes before end become.
 template <class W> struct runner {
@@ -213,7 +226,7 @@ KOVA_EACH void run_shifted(const runner<W> &single, const runner<W> &pair, unsig
 }
 
 // A state of a caller's own making is left to the rules.
-bool can_shift(const iconv_rec *cv, const int *state) {
+inline bool can_shift(const iconv_rec *cv, const int *state) {
     return !state || (cv->flat_shift && unsigned(*state) <= 1);
 }
 
@@ -251,10 +264,10 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
     return {at.p, made};
 }
 
-} // namespace
-
-cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
-                   const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
+// Converts ordinary characters by a flat table, which may be NULL; without out it counts. With a
+// source state: single bytes by that table and pairs by flat_shift, with one-byte shifts.
+inline cv_run run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
+                       const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
     if (!flat || len < 1 || !can_shift(cv, state)) return {in, 0};
     const auto pieces = flat->wide
                             ? (out ? run_pieces<uint64_t, true> : run_pieces<uint64_t, false>)
@@ -262,10 +275,8 @@ cv_run cv_run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *
     return pieces(cv, flat, rule, state, in, len, out, room);
 }
 
-// ---- The usual calls: a counted text of ordinary characters and room for whatever it becomes. The
-// rules take over where one ends.
-
-// Has the text become a whole run? The state is that of a source with shifts, else NULL.
+// A counted text of ordinary characters with room for whatever it becomes: true where the run took
+// all of it. The state is that of a source with shifts, else NULL.
 KOVA_EACH bool run_through(const iconv_rec *cv, int *state, const ko_mchar_t **inmbs, int *inlen,
                            ko_mchar_t **outmbs, int *outlen) {
     const cv_flat *const flat = cv->flat_noshift, *const pair = cv->flat_shift;
@@ -287,17 +298,6 @@ KOVA_EACH bool run_through(const iconv_rec *cv, int *state, const ko_mchar_t **i
     return at.p == r.end;
 }
 
-int mb_miconv(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs, int *outlen,
-              int *sub) {
-    *sub = 0;
-    if (run_through(cv, nullptr, inmbs, inlen, outmbs, outlen)) return 0;
-    return mb_miconv_rest(cv, inmbs, inlen, outmbs, outlen, sub);
-}
+} // namespace
 
-int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
-               ko_mchar_t **outmbs, int *outlen, int *sub) {
-    *sub = 0;
-    if (st->first_frag) st->source_state = 0;
-    if (run_through(cv, &st->source_state, inmbs, inlen, outmbs, outlen)) return 0;
-    return db_smiconv_rest(cv, st, inmbs, inlen, outmbs, outlen, sub);
-}
+#endif
