@@ -48,7 +48,7 @@ ko_ctype_t user_class(const kovaloc *loc, const char *name) {
     return 0;
 }
 
-// Standard names come first, on purpose: a locale cannot redefine them.
+// Deliberate: standard names come first, so a locale cannot redefine them.
 ko_ctype_t ko_ctype(ko_lc_t loc, const char *name) {
     if (!name) return 0;
     for (const auto &row : standard_classes) {
@@ -90,6 +90,7 @@ int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
 
 // ---- Case of one character ---------------------------------------------------------------------
 
+namespace {
 // What tells the two directions of case mapping apart.
 struct case_side {
     ko_wchar_t conv_elem::*partner;
@@ -99,6 +100,7 @@ struct case_side {
     unsigned pair_bit;
     unsigned first_letter; // the first ASCII letter that changes
 };
+} // namespace
 static constexpr case_side to_upper = {
     &conv_elem::upper,    &ctype_flat::upper, &loc_exports::sb_toupper_table,
     &kovaloc::upper_rows, pair_upper,         'a'};
@@ -113,11 +115,13 @@ template <const case_side &side> static ko_wchar_t partner_of(const kovaloc *r, 
     return case_partner(r, index, side.partner);
 }
 
+namespace {
 // The state of a wide character in the case pages: case_same, case_mapped or no character.
 struct page_entry {
     unsigned state;
     ko_wchar_t partner;
 };
+} // namespace
 static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages, ko_wchar_t wc) {
     const unsigned hi = wc >> 8, lo = wc & 0xFF;
     if (!hi && flat->cases.min_char_len == 1) return {pages.state1[lo], pages.partner1[lo]};

@@ -7,6 +7,7 @@
 static constexpr unsigned char no_states[256] = {};
 static constexpr ko_wchar_t no_partners[256] = {};
 
+namespace {
 // One side of the case table while its pages are laid out.
 struct page_builder {
     const kovaloc *loc;
@@ -15,6 +16,7 @@ struct page_builder {
     ko_wchar_t conv_elem::*side;
     case_pages *pages;
 };
+} // namespace
 
 static ko_wchar_t partner_of(const page_builder &from, unsigned index) {
     return case_partner(from.loc, index, from.side);

@@ -231,7 +231,7 @@ static name_part whole_name(const char *name) {
     return {name ? name : "", name ? strlen(name) : 0};
 }
 
-// The code-set name of a locale specification: behind the first point, to a blank or "@".
+// The code-set name of a locale specification: after the first point, up to a blank or "@".
 static name_part codeset_part(const char *spec) {
     const char *point = spec ? strchr(spec, '.') : nullptr;
     if (!point) return {"", 0};

@@ -33,8 +33,8 @@ constexpr unsigned cv_full_row = cv_special | 7; // the top bytes of a prefix
 constexpr unsigned cv_short_row = cv_special | 6;
 constexpr unsigned cv_row_index = 0xFFFFFF; // below it, in units of 64 words
 struct cv_trails {
-    const void *two[256];          // the short row behind a first byte, the last row for none
-    const void *const *leads[256]; // behind the first byte of three: 64 such rows by the second
+    const void *two[256];          // the short row after a first byte, the last row for none
+    const void *const *leads[256]; // after the first byte of three: 64 such rows by the second
     const void *rows[17 * 64];     // for 0xE0 to 0xEF, and none
 };
 // The longest target by the bytes of the source less one, and by the shifted target state; -1:
@@ -46,7 +46,7 @@ struct cv_flat {
     int most;  // the most target bytes of a source byte, rounded up
     cv_longest longest;
     const void *none;        // the last row
-    const void *second[256]; // the full row behind a first byte, the last row for none
+    const void *second[256]; // the full row after a first byte, the last row for none
     cv_trails *trails;       // of UTF-8; NULL for other code sets
     bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, but for
     uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none

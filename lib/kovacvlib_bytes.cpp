@@ -19,9 +19,11 @@ static size_t translate_plain(const cv_bytes *b, unsigned char *out, const unsig
 }
 
 #ifdef KOVA_X86_WIDE
+namespace {
 struct rows512 {
     __m512i r0, r1, r2, r3;
 };
+} // namespace
 __attribute__((target("avx512f,avx512bw,avx512vbmi"))) static inline rows512
 load_rows(const unsigned char *t) {
     return {_mm512_loadu_si512(t), _mm512_loadu_si512(t + 64), _mm512_loadu_si512(t + 128),
@@ -87,9 +89,11 @@ __attribute__((target("avx2"))) static size_t translate_avx2(const cv_bytes *b, 
 #endif
 
 #ifdef KOVA_ARM_VECTORS
+namespace {
 struct rows_neon { // each of 64 bytes
     uint8x16x4_t r[4];
 };
+} // namespace
 static inline rows_neon load_rows(const unsigned char *t) {
     return {
         {vld1q_u8_x4(t), vld1q_u8_x4(t + 64), vld1q_u8_x4(t + 128), vld1q_u8_x4(t + 192)}

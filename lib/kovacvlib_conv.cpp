@@ -113,7 +113,7 @@ void run_general(iconv_rec *cv, const conv_state *st, bool shifted, cursor *c) {
         if (cv->source_is_stateful) rule.mask |= cv_source_shift;
         rule.mask |= cv_shifted_target;
         rule.want = st->target_state ? cv_shifted_target : 0;
-        readable -= cv_max_source; // the last character has its say in the shifts of the target
+        readable -= cv_max_source; // the rules decide what shift the last character needs after it
     }
     run(cv, shifted ? cv->flat_shift : cv->flat_noshift, rule, nullptr, readable, c);
 }
@@ -240,7 +240,7 @@ int alg_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     }
 }
 
-// At the first piece. Between bytes, pairs and a stateless target the target's state is not used.
+// The first piece begins in the unshifted states. db_smiconv leaves the target's state alone.
 void start_states(const iconv_rec *cv, conv_state *st) {
     if (!st->first_frag) return;
     st->source_state = 0;

@@ -36,7 +36,7 @@ size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth
 template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
 template <class W> constexpr W special_word = W{cv_special} << top_byte<W>;
 
-// The word of an entry of so many bytes: 2 to 4, in 64 bits 5. Bytes behind its length are zero.
+// The word of an entry of so many bytes: 2 to 4, in 64 bits 5. Bytes after its length are zero.
 template <class W> inline W entry_word(const unsigned char *e, size_t size) {
     W word = e[1];
     if (size > 2) word |= W(e[2]) << 8;
@@ -46,7 +46,7 @@ template <class W> inline W entry_word(const unsigned char *e, size_t size) {
     return e[0] & cv_flags ? word & ~special_word<W> : special_word<W>;
 }
 
-// The same for many entries of four bytes; what is not final is special. Written without branches,
+// The words of many entries of four bytes; what is not final is special. Written without branches,
 // so that it becomes vector code.
 void page_words(const unsigned char *__restrict flags, const unsigned char *__restrict entries,
                 uint32_t *__restrict to, int count) {
@@ -145,7 +145,7 @@ template <class W> void find_ascii(const W *words, cv_flat *flat) {
 }
 
 // The row that a prefix of a kind names, else the last row.
-template <class W> const W *row_behind(const cv_flat *flat, W word, unsigned kind) {
+template <class W> const W *row_after(const cv_flat *flat, W word, unsigned kind) {
     if (!is_prefix(word, kind)) return static_cast<const W *>(flat->none);
     return static_cast<const W *>(flat->words) + size_t(word & cv_row_index) * 64;
 }
@@ -159,18 +159,18 @@ template <class W> bool find_trails(const W *words, cv_flat *flat) {
     if (!trails.p) return false;
     for (unsigned i = 0; i < 17 * 64; ++i) {
         const W *const second =
-            row_behind(flat, i < 1024 ? words[0xE0 + i / 64] : special_word<W>, cv_short_row);
-        trails.p->rows[i] = row_behind(flat, second[i % 64], cv_short_row);
+            row_after(flat, i < 1024 ? words[0xE0 + i / 64] : special_word<W>, cv_short_row);
+        trails.p->rows[i] = row_after(flat, second[i % 64], cv_short_row);
     }
     for (unsigned b = 0; b < 256; ++b) {
-        trails.p->two[b] = row_behind(flat, words[b], cv_short_row);
+        trails.p->two[b] = row_after(flat, words[b], cv_short_row);
         trails.p->leads[b] = trails.p->rows + 64 * (b >= 0xE0 && b < 0xF0 ? b - 0xE0 : 16);
     }
     flat->trails = trails.release();
     return true;
 }
 
-// The rows of a tree, the row of nothing behind them, and what is found by looking at them.
+// Writes the rows of a tree and after them the last row, and notes what the rows have in common.
 template <class W> bool build_words(const mb_decode *table, size_t count, cv_flat *flat) {
     ext_block<W> block(count + 256);
     if (!block.p) return false;
@@ -182,7 +182,7 @@ template <class W> bool build_words(const mb_decode *table, size_t count, cv_fla
     flat->words = words;
     flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
-        flat->second[b] = row_behind(flat, words[b], cv_full_row);
+        flat->second[b] = row_after(flat, words[b], cv_full_row);
     flat->most = 1;
     for (int level = 0; level < cv_max_source; ++level)
         for (const int length : flat->longest[level]) {

@@ -9,10 +9,12 @@ static int read_error(ko_lc_t loc, void *stream, int at_end) {
     return fail(loc, ko_ext_ferror(stream) ? KO_EIO : KO_EREAD, -1);
 }
 
+namespace {
 struct read_char {
     ko_mchar_t bytes[multi_max_depth];
     ko_wchar_t wide;
 };
+} // namespace
 
 // Reads a character by the class table. Returns its bytes; -1 with the error word set.
 static int next_char(ko_lc_t loc, void *stream, read_char *c) {
@@ -71,12 +73,14 @@ static bool ismbnl(const ko_mchar_t *bytes, int end_len, int len) {
     return bytes[len - 1] == '\n';
 }
 
+namespace {
 // A character in the units of the buffer.
 struct line_char {
     const void *from;
     int units;
     bool newline;
 };
+} // namespace
 static line_char line_form(const read_char &c, int len, int end_len, ko_mchar_t) {
     return {c.bytes, len, ismbnl(c.bytes, end_len, len)};
 }

@@ -179,7 +179,7 @@ int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
     return static_cast<int>(i);
 }
 
-// A value above 0xFF takes two bytes of room but writes one, on purpose.
+// A value above 0xFF takes two bytes of room but writes one, deliberately.
 static int single_wcstombs(ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room) {
     size_t done = 0;
     while (done < room) {

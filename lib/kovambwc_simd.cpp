@@ -7,7 +7,9 @@
 
 #include <string.h>
 
+namespace {
 enum class form { bytes, wide, nothing };
+} // namespace
 
 #ifdef KOVA_BLOCKS
 

@@ -19,7 +19,7 @@ const ko_mchar_t *ko_fputmb(ko_lc_t loc, const ko_mchar_t *mb, void *stream) {
 }
 
 static bool put_wide(ko_lc_t loc, ko_wchar_t wc, void *stream) {
-    ko_mchar_t bytes[4] = {}; // zeros behind the character
+    ko_mchar_t bytes[4] = {}; // zeros after the character
     if (record(loc)->exp.single_byte) {
         bytes[0] = static_cast<ko_mchar_t>(wc & 0xFF);
     } else if (ko_full_wctomb(loc, bytes, wc) < 0) {

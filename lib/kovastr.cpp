@@ -29,11 +29,13 @@ int by_tree::length(const unit *s) const {
 
 // ---- Positions ---------------------------------------------------------------------------------
 
+namespace {
 // The character that holds the last unit before a position, or the terminator where it comes first.
 struct held_char {
     const ko_mchar_t *start; // NULL for what is no character
     int units;               // 0 at the terminator
 };
+} // namespace
 static held_char holding(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *position) {
     return by_code_set(loc, [=](const auto &by) {
         for (const ko_mchar_t *s = mbs;;) {
@@ -107,12 +109,14 @@ int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs) {
 
 // ---- Trailing spaces ---------------------------------------------------------------------------
 
+namespace {
 // A string without its trailing spaces.
 struct kept_text {
     int chars; // -1 for an invalid string
     int units;
     bool spaces; // whether any follow
 };
+} // namespace
 
 template <class By> static bool is_space(const By &by, const typename By::unit *s, text_char c) {
     return by.classes(s, c) & KO_CT_SPACE;

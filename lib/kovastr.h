@@ -75,7 +75,7 @@ template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
     return run(by_tree{r, end_units});
 }
 
-// The position behind n characters, or the terminator where it comes first; NULL with the error
+// The position after n characters, or the terminator where it comes first; NULL with the error
 // word set. *skipped gets the characters before it.
 const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped);
 

@@ -3,6 +3,7 @@
 
 // ---- Copying and joining -----------------------------------------------------------------------
 
+namespace {
 // Multibyte and wide strings for the templates below: units of a string, or of its first n
 // characters; -1 with the error word set.
 struct mb_strings {
@@ -22,8 +23,11 @@ struct wide_strings { // without a locale: only an error hook learns of an error
     int end_units() const { return 1; }
     int length(const ko_wchar_t *s, int n = INT_MAX) const { return by_wide{}.length(s, n); }
 };
+} // namespace
 
+namespace {
 enum class place { start, end };
+} // namespace
 
 // Copies at most n characters to the start, or to the end, of dst. Lengths are measured first, so
 // that an invalid string leaves dst as it was.

@@ -8,7 +8,9 @@ template <class Unit> static Unit *absent(ko_lc_t loc) {
 
 // ---- One character -----------------------------------------------------------------------------
 
+namespace {
 enum class which { first, last };
+} // namespace
 
 static bool same(text_char a, text_char b) { return a.units == b.units && a.code == b.code; }
 
@@ -66,6 +68,7 @@ ko_wchar_t *ko_wcsrchr(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc) {
 
 // ---- Sets --------------------------------------------------------------------------------------
 
+namespace {
 // Values below 256 are bits; of the others a few are listed, and more of them become bits, too.
 struct char_set {
     static constexpr unsigned room = 24;
@@ -78,6 +81,7 @@ struct char_set {
     char_set &operator=(const char_set &) = delete;
     ~char_set() { free_ptr(all); }
 };
+} // namespace
 
 static void set_bit(uint32_t *bits, unsigned value) { bits[value >> 5] |= 1u << (value & 31); }
 static bool bit_of(const uint32_t *bits, unsigned value) {
@@ -124,11 +128,13 @@ template <class By> static bool read_set(const By &by, const typename By::unit *
     return true;
 }
 
+namespace {
 // How far a string goes before the first character that is, or is not, a member.
 template <class Unit> struct span_end {
     const Unit *at; // NULL on failure
     int chars;      // -1 on failure
 };
+} // namespace
 template <class By, class Unit>
 static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, bool inside) {
     const span_end<Unit> none = {nullptr, -1};
@@ -200,10 +206,12 @@ static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
     }
 }
 
+namespace {
 struct sub_char {
     text_char c;
     int back; // how many characters before and with it are the first ones of the string, too
 };
+} // namespace
 
 // The characters that match once another one follows those that do.
 static int extend(const sub_char *sub, int matched, text_char c) {
@@ -239,7 +247,7 @@ static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
         const ext_block<sub_char> room(static_cast<size_t>(len));
         if (room.p) return find_long(by, s, sub, len, room.p);
     }
-    return find_short(by, s, sub, len); // without memory slower, but the same
+    return find_short(by, s, sub, len); // also without memory: slower, with the same result
 }
 
 static ko_mchar_t *find_text(const by_byte &by, const ko_mchar_t *s, const ko_mchar_t *sub) {
