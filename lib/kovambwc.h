@@ -16,11 +16,6 @@ inline int terminator_len(const kovaloc *r) {
     return n < 1 ? 1 : n > 4 ? 4 : n;
 }
 
-// Bytes before the four zero bytes that end a string of a locale object.
-size_t zeros_at(const void *string);
-// Makes the wide form of such a string, or NULL of NULL. -1 with the error word set and *wide NULL.
-int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
-
 // The flat form of the record's class table, or of its case table; NULL where the tree must serve.
 inline const ctype_flat *flat_classes(const kovaloc *r) {
     return r->chars && r->chars->ctype == r->ctype ? r->chars : nullptr;
