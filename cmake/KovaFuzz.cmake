@@ -1,11 +1,10 @@
-# Each fuzz/*_fuzz.cpp is a libFuzzer program; source_fuzz feeds the readers of the commands. CTest runs each for a few seconds, starting from
-# fuzz/<name>_seeds/ where that folder exists.
+# Each fuzz/*_fuzz.cpp is a libFuzzer program; source_fuzz feeds the readers of the commands. CTest
+# runs each for a few seconds, starting from fuzz/<name>_seeds/ where that folder exists.
 if(NOT TARGET kova_inside)
   return()
 endif()
 set(KOVA_FUZZ_SECONDS 15 CACHE STRING "Seconds that CTest lets each fuzzer run")
 add_compile_options(-fsanitize=fuzzer-no-link)
-target_compile_options(kova_objects PRIVATE -fsanitize=fuzzer-no-link)
 if(KOVA_TOOLS)
   include(KovaTools)
 endif()
@@ -17,7 +16,7 @@ foreach(source IN LISTS fuzz_sources)
     if(NOT KOVA_TOOLS)
       continue()
     endif()
-    set(tool_parts kovac_parts kovatools)
+    set(tool_parts kovac_parts)
   endif()
   add_executable(${name} ${source})
   target_link_libraries(${name} PRIVATE ${tool_parts} kova_inside kova_warnings)

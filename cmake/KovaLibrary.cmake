@@ -1,12 +1,12 @@
 # kova: the shared library, exporting what tests/exports.txt (kova.h) and tests/exports_host.txt
 # (kova_host.h) list and nothing else.
 # kova_inside: the same objects as an archive, in which tests and fuzzers reach every function.
+# The lower floor, locale/, is compiled by itself: it finds no header of lib/.
 set(root ${CMAKE_CURRENT_SOURCE_DIR})
-file(GLOB kova_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp ${root}/lib/*.cpp)
+file(GLOB locale_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp)
+file(GLOB lib_sources CONFIGURE_DEPENDS ${root}/lib/*/*.cpp)
 
-# The linker's map comes from the lists; what is listed and not built yet is left out by itself.
-set(pending_txt ${root}/tests/exports_pending.txt)
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${pending_txt})
+# The linker's map comes from the lists.
 function(kova_exports list result)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${root}/tests/${list})
   file(STRINGS ${root}/tests/${list} names REGEX "^[A-Za-z_]")
@@ -22,7 +22,7 @@ file(CONFIGURE OUTPUT ${kova_map} CONTENT
 KOVA_2.87 {\n    global:\n        @exports_host@;\n} KOVA_2;\n" @ONLY)
 
 add_library(kova_compile INTERFACE)
-target_include_directories(kova_compile INTERFACE ${root}/include ${root}/locale ${root}/lib)
+target_include_directories(kova_compile INTERFACE ${root}/include)
 target_compile_options(kova_compile INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_compile_definitions(kova_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
@@ -33,21 +33,21 @@ else()
   set(kova_system_libs m)
 endif()
 
-if(NOT kova_sources)
-  message(STATUS "No library sources yet: library, tools and tests are left out")
-  return()
-endif()
-
 # Compiled once for both: hidden symbols still meet within one program.
-add_library(kova_objects OBJECT ${kova_sources})
-target_link_libraries(kova_objects PRIVATE kova_compile)
-target_compile_options(kova_objects PRIVATE -fvisibility=hidden)
-target_compile_definitions(kova_objects PRIVATE KOVA_BUILD)
-set_target_properties(kova_objects PROPERTIES POSITION_INDEPENDENT_CODE ON)
+add_library(kova_locale OBJECT ${locale_sources})
+add_library(kova_lib OBJECT ${lib_sources})
+target_include_directories(kova_lib PRIVATE ${root} ${root}/lib)
+foreach(floor kova_locale kova_lib)
+  target_link_libraries(${floor} PRIVATE kova_compile)
+  target_compile_options(${floor} PRIVATE -fvisibility=hidden)
+  target_compile_definitions(${floor} PRIVATE KOVA_BUILD)
+  set_target_properties(${floor} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+endforeach()
+set(kova_objects $<TARGET_OBJECTS:kova_locale> $<TARGET_OBJECTS:kova_lib>)
 
-add_library(kova_inside STATIC $<TARGET_OBJECTS:kova_objects>)
+add_library(kova_inside STATIC ${kova_objects})
 target_link_libraries(kova_inside PUBLIC ${kova_system_libs})
-target_include_directories(kova_inside PUBLIC ${root}/include ${root}/locale ${root}/lib)
+target_include_directories(kova_inside PUBLIC ${root}/include ${root} ${root}/lib)
 # Its users are linked with the archive, so the header must not make them import.
 target_compile_definitions(kova_inside PUBLIC KOVA_STATIC)
 set_target_properties(kova_inside PROPERTIES LINKER_LANGUAGE CXX)
@@ -55,7 +55,7 @@ if(KOVA_FUZZ)
   return()
 endif()
 
-add_library(kova SHARED $<TARGET_OBJECTS:kova_objects>)
+add_library(kova SHARED ${kova_objects})
 target_link_libraries(kova PRIVATE ${kova_system_libs})
 target_include_directories(kova INTERFACE $<BUILD_INTERFACE:${root}/include>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)

@@ -3,9 +3,10 @@
 // output reads back, and nothing is left behind.
 //   Input: the locale (a byte), an integer (4 bytes), a real (8 bytes), the format, a line feed and
 //   the text, both of ASCII or Latin-1 characters.
+#include "chars/kovambwc.h"
 #include "fuzz_host.h"
-#include "kovalibn.h"
-#include "kovambwc.h"
+#include "load/kovasetlc_load.h"
+#include "number/kovalibn.h"
 
 #include <math.h>
 #include <string.h>

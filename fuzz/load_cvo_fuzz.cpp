@@ -2,8 +2,8 @@
 // and through stream hooks, its derived tables convert as the tables they come from, a measured
 // length is the written one, a computed size suffices, and nothing is left behind. The input begins
 // with the options, the room and the length of a text; the object follows the text.
+#include "convert/kovacvlib.h"
 #include "fuzz_host.h"
-#include "kovacvlib.h"
 
 #include <string.h>
 

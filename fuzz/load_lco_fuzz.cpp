@@ -2,8 +2,9 @@
 // through stream hooks, its derived tables answer as the tables they come from, a string equals
 // itself, two are in one order whichever comes first, a measured key length is the key's, and
 // nothing is left behind.
+#include "chars/kovambwc.h"
 #include "fuzz_host.h"
-#include "kovambwc.h"
+#include "load/kovasetlc_load.h"
 
 #include <string.h>
 

@@ -3,12 +3,12 @@
 // two bytes, each once and in order; what compiles is written as an object that the library loads;
 // what a registry file says is what it says after it was written and read again. The first byte of
 // the input chooses the reader.
+#include "common/tool_charmap.h"
 #include "kova.h"
-#include "kovac_charmap.h"
-#include "kovac_convert.h"
-#include "kovac_locale.h"
-#include "kovac_registry.h"
-#include "kovac_write.h"
+#include "kovac/kovac_convert.h"
+#include "kovac/kovac_locale.h"
+#include "kovac/kovac_registry.h"
+#include "kovac/kovac_write.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,7 +2,8 @@
 // as wide characters are, the measured length suffices, and what was written and read back says the
 // same again the next time, where a blank or sign divides its directives.
 #include "fuzz_host.h"
-#include "kovasetlc.h"
+#include "load/kovasetlc_load.h"
+#include "time/kovatmlib.h"
 
 #include <string.h>
 

@@ -1,0 +1,53 @@
+// Character classes and case: the derived tables of LC_CTYPE.
+#ifndef KOVACTYPE_H
+#define KOVACTYPE_H
+
+#include "record/kovasetlc.h"
+
+// The mask of a class that the locale defines, 0 without it.
+ko_ctype_t user_class(const kovaloc *loc, const char *name);
+
+// Case mapping of whole characters: what becomes of each character of one or two bytes.
+enum { case_same = mb_final, case_mapped = 8 }; // every other state: no character
+struct case_second {                            // of two-byte characters, by first byte
+    const unsigned char *states[256];
+    const ko_wchar_t *partners[256];
+};
+struct case_pages {
+    const unsigned char *state1; // 256 states of one-byte characters
+    const ko_wchar_t *partner1;  // 256 partners, where the state is case_mapped
+    case_second *second;         // owned; NULL where no first byte is a prefix
+    unsigned char *owned;        // the block that holds the pages made here
+    bool plain_ascii;            // 0x01..0x7F are characters and map as ASCII does
+};
+
+// Bits of ctype_flat.pairs. The null character has none, so runs end there.
+enum {
+    pair_valid = 1, // a two-byte character of the class table
+    pair_upper = 2, // and one of the case table that is its own upper case
+    pair_lower = 4,
+};
+
+// What LC_CTYPE derives at load for hot loops; NULL in a record whose tables are empty or whose
+// memory ran short (then the tree walks serve). Shared by reference with copies of the category.
+struct ctype_flat {
+    const void *ctype; // the tables it was made from; other ones are walked
+    const void *cconv;
+    mb_flat classes;
+    mb_flat cases;
+    bool has_cases;       // the pages below serve: both tables agree on the length of characters
+    bool plain_ascii;     // 0x01..0x7F are one-byte characters of the class table
+    unsigned char *pairs; // owned: by wide value, what holds of two-byte characters; NULL: none
+    case_pages upper;
+    case_pages lower;
+};
+ctype_flat *build_ctype_flat(const kovaloc *loc);
+void free_ctype_flat(ctype_flat *flat);
+
+// Finds the boxes of the two-byte characters of a class table.
+void derive_pairs(const void *ctype, coll_pairs *pairs);
+
+// Cuts a table of 256 bytes, or NULL.
+void derive_case_rows(const unsigned char *table, case_rows *rows);
+
+#endif

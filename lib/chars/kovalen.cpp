@@ -1,0 +1,105 @@
+// Lengths of strings and characters, terminators, the next character.
+#include "chars/kovambwc.h"
+
+#include <string.h>
+
+int ko_wcslen(const ko_wchar_t *wcs) {
+    if (!wcs) return 0;
+    const ko_wchar_t *end = wcs;
+    while (*end)
+        ++end;
+    return static_cast<int>(end - wcs);
+}
+
+int ko_wcsbytes(const ko_wchar_t *wcs) {
+    const int unit = sizeof(ko_wchar_t);
+    return unit * (ko_wcslen(wcs) + 1);
+}
+
+int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
+    return ko_full_mbtowc(loc, nullptr, mb, len_bytes);
+}
+
+// ---- Terminators, the next character -----------------------------------------------------------
+
+int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
+    if (!mb) return fail(loc, KO_ENULL, 0);
+    const int n = terminator_len(record(loc));
+    memset(mb, 0, static_cast<size_t>(n));
+    return n;
+}
+
+int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
+    if (!mb) return fail(loc, KO_ENULL, 0);
+    const int n = terminator_len(record(loc));
+    for (int i = 0; i < n; ++i) {
+        if (mb[i]) return 0;
+    }
+    return n;
+}
+
+// The terminator is an ordinary character here, where the code set has it.
+ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
+    ko_mchar_t *const none = nullptr;
+    if (!mb) return fail(loc, KO_ENULL, none);
+    const kovaloc *r = record(loc);
+    int n = 1;
+    if (!r->exp.single_byte) n = retrieve_text_multi_nv(mb, r->ctype, head(loc));
+    if (!n) return none;
+    return const_cast<ko_mchar_t *>(mb) + n;
+}
+
+// ---- Lengths -----------------------------------------------------------------------------------
+
+namespace {
+struct extent {
+    int chars;
+    int bytes;
+    bool valid;
+};
+} // namespace
+
+// Characters and bytes before the null character. Characters are measured within two bytes, so
+// longer ones are invalid here.
+static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
+    extent seen = {0, 0, true};
+    const ctype_flat *flat = flat_classes(record(loc));
+    for (;;) {
+        int n;
+        if (flat && flat->pairs) {
+            const auto run = static_cast<int>(count_pairs(mbs + seen.bytes, flat));
+            seen.bytes += 2 * run;
+            seen.chars += run;
+        }
+        const ko_mchar_t *at = mbs + seen.bytes;
+        if (flat && flat->classes.flag1[*at] == mb_final) {
+            n = *at ? 1 : 0;
+        } else {
+            n = ko_full_mblen(loc, at, 2);
+        }
+        if (n < 0) seen.valid = false;
+        if (n <= 0) return seen;
+        seen.bytes += n;
+        ++seen.chars;
+    }
+}
+
+static int byte_len(const ko_mchar_t *mbs) {
+    const void *text = mbs;
+    return static_cast<int>(strlen(static_cast<const char *>(text)));
+}
+
+int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs) {
+    if (!loc || !mbs) return fail(loc, KO_ENULL, -1);
+    if (record(loc)->exp.single_byte) return byte_len(mbs);
+    const extent seen = measure(loc, mbs);
+    return seen.valid ? seen.chars : -1;
+}
+
+int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
+    if (!loc || !mbs) return 0;
+    const kovaloc *r = record(loc);
+    if (r->exp.single_byte) return byte_len(mbs) + terminator_len(r);
+    const extent seen = measure(loc, mbs);
+    return seen.valid ? seen.bytes + terminator_len(r) : 0;
+}

@@ -1,0 +1,30 @@
+// Collation: reading LC_COLLATE, and comparison by the rows as the object has them.
+#ifndef KOVACOLL_H
+#define KOVACOLL_H
+
+#include "record/kovasetlc.h"
+
+// The row of a character: 0 for one that the collation map lacks. Stores no error.
+uint16_t coll_row(const void *table, ko_wchar_t wc);
+uint16_t coll_byte_row(const void *table, unsigned char byte); // of the map's first level
+
+// Reads the LC_COLLATE section behind its marker into the record, and derives what the section
+// derives. 0, or -1 (the error word is set except for an unknown keyword).
+int read_collate(text_in *in, kovaloc *loc);
+
+// Builds coll_ignored, coll_equiv_class_map (kovacoll_equiv.cpp). -1 without memory.
+int derive_coll_lists(kovaloc *loc);
+
+// Frees what coll_info, coll_ignored and coll_equiv_class_map own and clears them; the row table
+// is the caller's.
+void free_coll_data(kovaloc *loc);
+
+// ---- The row walk: every feature, weight by weight from the rows ----
+
+// 0 with KO_ENOMEM when the marks of the elements find no memory.
+int walk_compare(kovaloc *loc, const ko_wchar_t *a, size_t len_a, const ko_wchar_t *b,
+                 size_t len_b);
+int walk_compare(kovaloc *loc, const ko_mchar_t *a, size_t len_a, const ko_mchar_t *b,
+                 size_t len_b);
+
+#endif

@@ -1,0 +1,263 @@
+// What collation tells its callers about characters: those that every pass ignores, and classes of
+// those that every pass takes for the same.
+#include "collate/kovacoll.h"
+
+#include <string.h>
+
+namespace {
+
+enum { class_none = -1, class_ignored = -2 }; // else the first row of the class
+
+struct member {
+    int row_class;
+    ko_mchar_t *text; // ends with four zero bytes
+};
+
+struct member_list {
+    member *p;
+    size_t count, room;
+    ~member_list() {
+        for (size_t i = 0; i < count; ++i)
+            free_ptr(p[i].text);
+        free_ptr(p);
+    }
+};
+
+struct row_classes {
+    int *of_row;       // by row
+    int *of_expansion; // first row of the class by expansion
+    int rows;          // rows that a character can have
+    bool any;
+};
+
+} // namespace
+
+// ---- Classes of rows ----
+
+static bool is_ignorable(const coll_data *coll, int row) {
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (coll->pass_arr[p][row] != coll_ignored_weight) return false;
+    return true;
+}
+
+static bool is_barred(const coll_data *coll, int row) {
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (coll->pass_arr[p][row] & coll_code_tie) return true;
+    return false;
+}
+
+// The expansion that the row stands for in every pass, -1 for none.
+static int pure_expansion(const coll_data *coll, int row) {
+    if (!coll->num_passes || !(coll->pass_arr[0][row] & coll_expansion)) return -1;
+    for (int p = 1; p < coll->num_passes; ++p)
+        if (coll->pass_arr[p][row] != coll->pass_arr[0][row]) return -1;
+    return coll->pass_arr[0][row] & static_cast<int>(coll_low_bits);
+}
+
+static bool rows_equal(const coll_data *coll, int a, int b) {
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (coll->pass_arr[p][a] != coll->pass_arr[p][b]) return false;
+    return true;
+}
+
+static uint32_t row_hash(const coll_data *coll, int row) {
+    uint64_t h = 0x9E3779B97F4A7C15u;
+    for (int p = 0; p < coll->num_passes; ++p) {
+        h ^= coll->pass_arr[p][row];
+        h *= 0xD6E8FEB86659FD93u;
+        h ^= h >> 32;
+    }
+    return static_cast<uint32_t>(h);
+}
+
+// The first earlier row with the same weights, from a hash of rows + 1; -1, and the row is entered.
+static int earlier_row(const coll_data *coll, int row, int *slots, size_t mask) {
+    size_t at = row_hash(coll, row) & mask;
+    for (; slots[at]; at = (at + 1) & mask)
+        if (rows_equal(coll, slots[at] - 1, row)) return slots[at] - 1;
+    slots[at] = row + 1;
+    return -1;
+}
+
+static bool classify_rows(const coll_data *coll, row_classes *classes) {
+    size_t size = 16;
+    while (size < 2 * static_cast<size_t>(classes->rows))
+        size *= 2;
+    ext_block<int> slots(size);
+    if (!slots.p) return false;
+    memset(slots.p, 0, size * sizeof *slots.p);
+    int *of_row = classes->of_row;
+    for (int row = 0; row < classes->rows; ++row) {
+        of_row[row] = class_none;
+        if (is_ignorable(coll, row)) {
+            of_row[row] = class_ignored;
+            classes->any = true;
+            continue;
+        }
+        const int expansion = pure_expansion(coll, row);
+        if (expansion >= 0) {
+            if (classes->of_expansion[expansion] < 0) classes->of_expansion[expansion] = row;
+            of_row[row] = classes->of_expansion[expansion];
+            classes->any = true;
+            continue;
+        }
+        if (is_barred(coll, row)) continue;
+        const int first = earlier_row(coll, row, slots.p, size - 1);
+        if (first < 0) continue;
+        of_row[first] = of_row[row] = first;
+        classes->any = true;
+    }
+    return true;
+}
+
+// ---- Members ----
+
+static bool add_member(member_list *list, int row_class, const ko_mchar_t *bytes, size_t len) {
+    if (list->count == list->room) {
+        const size_t room = list->room + list->room / 2 + 100;
+        member *grown = static_cast<member *>(ko_ext_malloc(room * sizeof *grown));
+        if (!grown) return false;
+        if (list->count) memcpy(grown, list->p, list->count * sizeof *grown);
+        free_ptr(list->p);
+        list->p = grown;
+        list->room = room;
+    }
+    ko_mchar_t *text = static_cast<ko_mchar_t *>(ko_ext_malloc(len + 4));
+    if (!text) return false;
+    memcpy(text, bytes, len);
+    memset(text + len, 0, 4);
+    list->p[list->count++] = {row_class, text};
+    return true;
+}
+
+// Adds a string of wide characters; one that the code set lacks is left out.
+static bool add_wide(kovaloc *loc, member_list *list, int row_class, const ko_wchar_t *chars,
+                     unsigned nchars) {
+    ext_block<ko_mchar_t> bytes(4 * static_cast<size_t>(nchars));
+    if (!bytes.p) return false;
+    size_t len = 0;
+    for (unsigned i = 0; i < nchars; ++i) {
+        if (!chars[i]) return true;
+        const int n = sl_wctomb(loc, bytes.p + len, chars[i]);
+        if (n < 0) return true;
+        len += static_cast<size_t>(n);
+    }
+    return !len || add_member(list, row_class, bytes.p, len);
+}
+
+static bool add_elements(kovaloc *loc, const row_classes *classes, member_list *list) {
+    const coll_data *coll = &loc->coll_info;
+    for (int i = 0; i < coll->num_coll_elems; ++i) {
+        const coll_elem *elem = &coll->elem_arr[i];
+        const int row_class = classes->of_row[elem->row];
+        if (row_class == class_none) continue;
+        if (!add_wide(loc, list, row_class, elem->elem_data, elem->nchars)) return false;
+    }
+    return true;
+}
+
+static bool add_characters(const mb_decode *table, const multi_arr *node, ko_mchar_t *bytes,
+                           unsigned depth, const row_classes *classes, member_list *list) {
+    if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
+    for (unsigned c = 0; c < 256; ++c) {
+        bytes[depth] = static_cast<ko_mchar_t>(c);
+        if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
+            const multi_arr *child = node->next_arr[node->offset_arr[c]];
+            if (!add_characters(table, child, bytes, depth + 1, classes, list)) return false;
+        }
+        if (node->flag_arr[c] != mb_final) continue;
+        uint16_t row;
+        memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
+               sizeof row);
+        if (row >= classes->rows || classes->of_row[row] == class_none) continue;
+        static constexpr ko_mchar_t null_char[multi_max_depth] = {};
+        const size_t len = static_cast<size_t>(depth) + 1;
+        if (!memcmp(bytes, null_char, len)) continue;
+        if (!add_member(list, classes->of_row[row], bytes, len)) return false;
+    }
+    return true;
+}
+
+// The string of a pure expansion is the last member of its class.
+static bool add_expansions(kovaloc *loc, const row_classes *classes, member_list *list) {
+    const coll_data *coll = &loc->coll_info;
+    for (int e = 0; e < coll->num_expansions; ++e) {
+        const int row_class = classes->of_expansion[e];
+        const coll_exp *exp = &coll->exp_arr[e];
+        if (row_class >= 0 && !add_wide(loc, list, row_class, exp->exp_data, exp->nchars))
+            return false;
+    }
+    return true;
+}
+
+// ---- Lists ----
+
+static ko_mchar_t *take_text(member *m) {
+    ko_mchar_t *text = m->text;
+    m->text = nullptr;
+    return text;
+}
+
+static bool make_ignored(kovaloc *loc, member_list *list) {
+    size_t n = 0;
+    for (size_t i = 0; i < list->count; ++i)
+        n += list->p[i].row_class == class_ignored;
+    ext_block<const ko_mchar_t *> ignored(n + 1);
+    if (!ignored.p) return false;
+    n = 0;
+    for (size_t i = 0; i < list->count; ++i)
+        if (list->p[i].row_class == class_ignored) ignored.p[n++] = take_text(&list->p[i]);
+    ignored.p[n] = nullptr;
+    loc->exp.coll_ignored = ignored.release();
+    return true;
+}
+
+// Pairs class after class, by the classes' first rows; within a class in the order of the list.
+static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list *list) {
+    const size_t rows = static_cast<size_t>(classes->rows);
+    ext_block<size_t> start(rows + 1); // of each class in order
+    ext_block<member *> order(list->count);
+    ext_block<ko_coll_equiv_class_map> map(list->count + 1);
+    if (!start.p || !order.p || !map.p) return false;
+    memset(start.p, 0, (rows + 1) * sizeof *start.p);
+    for (size_t i = 0; i < list->count; ++i)
+        if (list->p[i].row_class >= 0) ++start.p[list->p[i].row_class + 1];
+    for (size_t r = 0; r < rows; ++r)
+        start.p[r + 1] += start.p[r];
+    for (size_t i = 0; i < list->count; ++i)
+        if (list->p[i].row_class >= 0) order.p[start.p[list->p[i].row_class]++] = &list->p[i];
+    // start now holds the ends
+    ko_coll_equiv_class_map *pair = map.p;
+    for (size_t r = 0, first = 0; r < rows; first = start.p[r++]) {
+        const size_t end = start.p[r];
+        if (end - first < 2) continue;
+        const ko_mchar_t *to = take_text(order.p[end - 1]);
+        for (; first + 1 < end; ++first)
+            *pair++ = {take_text(order.p[first]), to};
+    }
+    *pair = {nullptr, nullptr};
+    loc->exp.coll_equiv_class_map = map.release();
+    return true;
+}
+
+int derive_coll_lists(kovaloc *loc) {
+    const coll_data *coll = &loc->coll_info;
+    const int rows = coll->num_rows < 0xFFFF ? coll->num_rows + 1 : 0x10000;
+    const size_t expansions =
+        coll->num_expansions > 0 ? static_cast<size_t>(coll->num_expansions) : 0;
+    ext_block<int> of_row(static_cast<size_t>(rows)), of_expansion(expansions);
+    if (!of_row.p || !of_expansion.p) return -1;
+    for (size_t e = 0; e < expansions; ++e)
+        of_expansion.p[e] = class_none;
+    row_classes classes = {of_row.p, of_expansion.p, rows, false};
+    if (!classify_rows(coll, &classes)) return -1;
+    if (!classes.any) return 0;
+    const mb_decode *table = static_cast<const mb_decode *>(loc->coll);
+    member_list list = {};
+    ko_mchar_t bytes[multi_max_depth];
+    if (!add_elements(loc, &classes, &list) ||
+        !add_characters(table, table->root, bytes, 0, &classes, &list) ||
+        !add_expansions(loc, &classes, &list) || !make_ignored(loc, &list))
+        return -1;
+    return make_equiv_map(loc, &classes, &list) ? 0 : -1;
+}

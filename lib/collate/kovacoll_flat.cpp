@@ -1,0 +1,474 @@
+// Derived tables of collation: per pass, pages of weights by character with everything that the
+// row walk would look up on the way (rows, expansions, elements) resolved ahead.
+#include "collate/kovacoll.h"
+#include "collate/kovacoll_key.h"
+
+#include <stddef.h>
+#include <string.h>
+
+namespace {
+
+struct block { // memory of the tables, handed out from its front
+    block *next;
+    size_t used, size;
+};
+
+constexpr size_t block_bytes = 16 * 1024;
+constexpr unsigned max_items = 1u << 18; // of all expansions of a pass, nested ones included
+
+struct builder {
+    const kovaloc *loc;
+    const coll_data *coll;
+    coll_flat *flat;
+    bool failed;
+    unsigned items; // resolved in this pass
+    unsigned num_specials;
+    unsigned first_special; // of the characters that begin elements
+    coll_special *specials; // expansions, weight 0, then characters that begin elements
+    ko_wchar_t *firsts;     // the latter
+    unsigned num_firsts;
+    coll_widths widths;
+    uint16_t byte_rows[256];
+    const uint16_t *rows[256];                // by high byte; NULL: all row 0
+    const uint16_t *missing[coll_max_passes]; // the pages of those, by pass
+    unsigned num_used;
+    unsigned char used[256];   // high bytes with rows or with characters that begin elements
+    unsigned char *inner[256]; // pages of coll_flat's inner that are our own
+};
+
+} // namespace
+
+static void *take_block(builder *b, size_t bytes) {
+    bytes = (bytes + 15) / 16 * 16;
+    block *front = static_cast<block *>(b->flat->blocks);
+    constexpr size_t head = (sizeof(block) + 15) / 16 * 16;
+    if (!front || front->size - front->used < bytes) {
+        const size_t size = head + (bytes > block_bytes ? bytes : block_bytes);
+        block *fresh = static_cast<block *>(ko_ext_malloc(size));
+        if (!fresh) {
+            b->failed = true;
+            return nullptr;
+        }
+        *fresh = {front, head, size};
+        b->flat->blocks = front = fresh;
+    }
+    void *taken = reinterpret_cast<unsigned char *>(front) + front->used;
+    front->used += bytes;
+    return taken;
+}
+
+template <class T> static T *take_array(builder *b, size_t n) {
+    return static_cast<T *>(take_block(b, n * sizeof(T)));
+}
+
+// ---- Rows ----
+
+static bool has_characters(const mb_decode *table, unsigned hi) {
+    if (!table->root || !table->root->flag_arr) return false;
+    const multi_arr *root = table->root;
+    if (table->min_char_len == 1 && !hi) return true;
+    return root->flag_arr[hi] == mb_prefix;
+}
+
+static void read_rows(builder *b) {
+    const mb_decode *table = static_cast<const mb_decode *>(b->loc->coll);
+    for (unsigned c = 0; c < 256; ++c)
+        b->byte_rows[c] = coll_byte_row(table, static_cast<uint8_t>(c));
+    b->flat->byte_rows = table->min_char_len == 1;
+    for (unsigned hi = 0; hi < 256; ++hi) {
+        b->rows[hi] = nullptr;
+        if (!has_characters(table, hi)) continue;
+        if (!hi && b->flat->byte_rows) {
+            b->rows[0] = b->byte_rows;
+            continue;
+        }
+        uint16_t *page = take_array<uint16_t>(b, 256);
+        if (!page) return;
+        for (unsigned lo = 0; lo < 256; ++lo)
+            page[lo] = coll_row(table, static_cast<ko_wchar_t>(hi << 8 | lo));
+        b->rows[hi] = page;
+    }
+}
+
+static unsigned row_weight(const builder *b, int pass, ko_wchar_t ch) {
+    const uint16_t *page = b->rows[ch >> 8];
+    return b->coll->pass_arr[pass][page ? page[ch & 0xFF] : 0];
+}
+
+// ---- Sequences ----
+
+static bool walks_forward(const builder *b, int pass) {
+    return b->coll->pass_type[pass] & coll_forward;
+}
+
+// Calls visit for each item that an expansion delivers. A nested expansion replaces the rest.
+template <class Visit>
+static void each_item(const builder *b, int pass, unsigned expansion, Visit visit) {
+    const bool forward = walks_forward(b, pass);
+    const coll_exp *exp = &b->coll->exp_arr[expansion];
+    for (unsigned i = 0, steps = 0; i < exp->nchars && steps < max_items; ++steps) {
+        const ko_wchar_t ch = exp->exp_data[forward ? i : exp->nchars - 1 - i];
+        const unsigned weight = row_weight(b, pass, ch);
+        ++i;
+        if (weight & coll_expansion) {
+            exp = &b->coll->exp_arr[weight & coll_low_bits];
+            i = 0;
+        } else if (weight != coll_ignored_weight) {
+            visit(coll_item{static_cast<uint16_t>(weight), ch});
+        }
+    }
+}
+
+// Room for n more items of the pass; NULL also beyond the bound.
+static coll_item *take_items(builder *b, unsigned n) {
+    if (n > max_items - b->items) b->failed = true;
+    if (b->failed) return nullptr;
+    b->items += n;
+    return take_array<coll_item>(b, n);
+}
+
+static coll_seq expansion_seq(builder *b, int pass, unsigned expansion, unsigned times) {
+    unsigned n = 0;
+    each_item(b, pass, expansion, [&](coll_item) { ++n; });
+    if (!n || !times) return {nullptr, 0};
+    if (times > max_items / n) {
+        b->failed = true;
+        return {nullptr, 0};
+    }
+    coll_item *items = take_items(b, n * times), *out = items;
+    if (!items) return {nullptr, 0};
+    for (unsigned t = 0; t < times; ++t)
+        each_item(b, pass, expansion, [&](coll_item item) { *out++ = item; });
+    return {items, n * times};
+}
+
+static coll_seq one_item(builder *b, unsigned weight, ko_wchar_t ch) {
+    coll_item *item = take_items(b, 1);
+    if (!item) return {nullptr, 0};
+    *item = {static_cast<uint16_t>(weight), ch};
+    return {item, 1};
+}
+
+// What a row delivers in a pass; an expansion on an element comes once for each of its characters.
+static coll_seq weight_seq(builder *b, int pass, unsigned weight, ko_wchar_t ch, unsigned times) {
+    if (weight & coll_expansion) return expansion_seq(b, pass, weight & coll_low_bits, times);
+    if (weight == coll_ignored_weight) return {nullptr, 0};
+    return one_item(b, weight, ch);
+}
+
+// The sequence that is_mbscoll_exp reads: low bytes of at most 7 characters up to a 0, nothing
+// expanded a second time.
+static coll_seq sb_expansion_seq(builder *b, int pass, const coll_exp *exp) {
+    coll_item found[7];
+    unsigned n = 0;
+    for (unsigned i = 0; i < exp->nchars && i < 7; ++i) {
+        const ko_wchar_t ch = exp->exp_data[i] & 0xFF;
+        if (!ch) break;
+        const unsigned weight = row_weight(b, pass, ch);
+        // As a number an expansion may be 0, too, which then ties with a weight 0.
+        if (weight == (coll_code_tie | coll_expansion)) b->failed = true;
+        if (weight != coll_ignored_weight) found[n++] = {static_cast<uint16_t>(weight), ch};
+    }
+    coll_item *items = n ? take_items(b, n) : nullptr;
+    if (!items) return {nullptr, 0};
+    memcpy(items, found, n * sizeof *items);
+    return {items, n};
+}
+
+// ---- Elements ----
+
+static bool can_match(const coll_elem *elem) {
+    for (unsigned i = 0; i < elem->nchars; ++i)
+        if (!elem->elem_data[i]) return false;
+    return elem->nchars > 0;
+}
+
+static constexpr unsigned char nothing_inner[256] = {};
+
+static bool mark_inner(builder *b, ko_wchar_t ch) {
+    const unsigned hi = ch >> 8;
+    unsigned char *page = b->inner[hi];
+    if (!page) {
+        b->inner[hi] = page = take_array<unsigned char>(b, 256);
+        if (!page) return false;
+        memset(page, 0, 256);
+        b->flat->inner[hi] = page;
+    }
+    page[ch & 0xFF] = 1;
+    return true;
+}
+
+// Chains the elements by their first character, in file order, and lists those characters.
+static bool chain_elements(builder *b, int *head, int *next) {
+    for (int ch = 0; ch < 65536; ++ch)
+        head[ch] = -1;
+    for (int i = b->coll->num_coll_elems - 1; i >= 0; --i) {
+        const coll_elem *elem = &b->coll->elem_arr[i];
+        if (!can_match(elem)) continue;
+        const ko_wchar_t first = elem->elem_data[0];
+        if (head[first] < 0) b->firsts[b->num_firsts++] = first;
+        next[i] = head[first];
+        head[first] = i;
+        for (unsigned k = 1; k < elem->nchars; ++k)
+            if (!mark_inner(b, elem->elem_data[k])) return false;
+    }
+    return true;
+}
+
+static void note_tie(builder *b, coll_flat_pass *p, unsigned weight) {
+    if (!(weight & coll_code_tie)) return;
+    p->ties = true;
+    // Equal to a weight 0, whose character the pages do not keep.
+    if (weight == coll_code_tie) b->failed = true;
+}
+
+static void fill_candidates(builder *b, int pass, const int *head, const int *next) {
+    for (unsigned f = 0; f < b->num_firsts; ++f) {
+        coll_special *special = &b->specials[b->first_special + f];
+        const ko_wchar_t first = b->firsts[f];
+        special->own = weight_seq(b, pass, row_weight(b, pass, first), first, 1);
+        unsigned n = 0;
+        for (int i = head[first]; i >= 0; i = next[i])
+            ++n;
+        coll_candidate *candidates = take_array<coll_candidate>(b, n);
+        if (!candidates) return;
+        special->candidates = candidates;
+        special->num_candidates = n;
+        for (int i = head[first]; i >= 0; i = next[i]) {
+            const coll_elem *elem = &b->coll->elem_arr[i];
+            const unsigned weight = b->coll->pass_arr[pass][elem->row];
+            note_tie(b, &b->flat->pass[pass], weight);
+            *candidates++ = {elem, weight_seq(b, pass, weight, coll_element_char, elem->nchars)};
+        }
+    }
+}
+
+// ---- Pages ----
+
+// A row's weight as it stands in a page.
+static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
+    const unsigned zero_special = b->first_special - 1;
+    if (weight & coll_expansion) return static_cast<uint16_t>(weight & 0x7FFF);
+    if (!weight) return static_cast<uint16_t>(coll_expansion | zero_special);
+    note_tie(b, p, weight);
+    return static_cast<uint16_t>(weight);
+}
+
+// An earlier page of the pass with the same content takes the place of a new one.
+static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned hi,
+                                  const uint16_t *page) {
+    for (unsigned back = 1; back <= 4 && back <= hi; ++back)
+        if (!memcmp(p->page[hi - back], page, 512)) return p->page[hi - back];
+    uint16_t *fresh = take_array<uint16_t>(b, 256);
+    if (fresh) memcpy(fresh, page, 512);
+    return fresh;
+}
+
+// The page of characters without a row; passes that give them the same weight share it.
+static const uint16_t *missing_page(builder *b, int pass, uint16_t weight) {
+    for (int earlier = 0; earlier < pass; ++earlier)
+        if (*b->missing[earlier] == weight) return b->missing[pass] = b->missing[earlier];
+    uint16_t *page = take_array<uint16_t>(b, 256);
+    for (unsigned lo = 0; page && lo < 256; ++lo)
+        page[lo] = weight;
+    return b->missing[pass] = page;
+}
+
+static void fill_pages(builder *b, int pass) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    const uint16_t *weights = b->coll->pass_arr[pass];
+    const uint16_t none = page_weight(b, p, weights[0]);
+    const uint16_t *missing = missing_page(b, pass, none);
+    if (!missing) return;
+    for (unsigned hi = 0; hi < 256; ++hi)
+        p->page[hi] = missing;
+    for (unsigned i = 0; i < b->num_used && !b->failed; ++i) {
+        const unsigned hi = b->used[i];
+        uint16_t page[256];
+        for (unsigned lo = 0; lo < 256; ++lo)
+            page[lo] = b->rows[hi] ? page_weight(b, p, weights[b->rows[hi][lo]]) : none;
+        for (unsigned f = 0; f < b->num_firsts; ++f)
+            if (b->firsts[f] >> 8 == hi)
+                page[b->firsts[f] & 0xFF] =
+                    static_cast<uint16_t>(coll_expansion | (b->first_special + f));
+        if (!hi) page[0] = 0;
+        p->page[hi] = share_page(b, p, hi, page);
+    }
+}
+
+// ---- What the single-byte comparers and keys read ----
+
+static void fill_byte_weights(builder *b, int pass) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    const uint16_t *by_row = b->coll->pass_arr[pass];
+    uint16_t *weights = take_array<uint16_t>(b, 256);
+    for (unsigned c = 0; weights && c < 256; ++c)
+        weights[c] = by_row[b->byte_rows[c]];
+    p->byte_weights = weights;
+}
+
+static void fill_sb_specials(builder *b, int pass) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    const coll_data *coll = b->coll;
+    // A byte without a row is not expanded, whatever row 0 says.
+    const bool fits =
+        b->flat->byte_rows && !b->num_firsts && !(coll->pass_arr[pass][0] & coll_expansion);
+    if (!fits) return;
+    coll_special *specials = take_array<coll_special>(b, b->num_specials);
+    if (!specials) return;
+    memcpy(specials, b->specials, b->num_specials * sizeof *specials);
+    for (int e = 0; e < coll->num_expansions; ++e)
+        specials[e].own = sb_expansion_seq(b, pass, &coll->exp_arr[e]);
+    p->sb_specials = specials;
+}
+
+static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, coll_sink *sink,
+                      coll_cell *cell) {
+    const unsigned weight = p->page[0][c];
+    *cell = {.bytes = {}, .count = coll_cell_none};
+    if (!c) return;
+    sink->used = 0;
+    memset(sink->local, 0, sizeof cell->bytes);
+    if (weight & coll_expansion) {
+        const coll_special *special = &p->specials[weight & coll_low_bits];
+        if (special->num_candidates || special->own.count > sizeof cell->bytes) return;
+        for (unsigned i = 0; i < special->own.count; ++i)
+            write_item(special->own.items[i], b->widths, sink);
+    } else if (weight != coll_ignored_weight) {
+        write_item({static_cast<uint16_t>(weight), static_cast<ko_wchar_t>(c)}, b->widths, sink);
+    }
+    if (sink->used > sizeof cell->bytes) return;
+    memcpy(cell->bytes, sink->local, sizeof cell->bytes);
+    cell->count = static_cast<unsigned char>(sink->used);
+}
+
+static void fill_cells(builder *b, int pass) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    coll_cell *cells = take_array<coll_cell>(b, 256);
+    if (!cells) return;
+    coll_sink sink;
+    sink.full = coll_sink_full;
+    sink.room = sink.local;
+    for (unsigned c = 0; c < 256; ++c)
+        fill_cell(b, p, c, &sink, &cells[c]);
+    p->cells = cells;
+}
+
+static void fill_digits(coll_flat *flat) {
+    bool forward = true;
+    for (int p = 0; p < flat->num_passes; ++p)
+        forward = forward && flat->pass[p].forward;
+    for (unsigned c = 0; c < 256; ++c) {
+        uint64_t digits = 0, counts = 0;
+        bool decided = forward && c;
+        for (int p = 0; p < flat->num_passes; ++p) {
+            const coll_cell *cell = &flat->pass[p].cells[c];
+            decided &= cell->count != coll_cell_none;
+            counts |= uint64_t{cell->count} << 8 * p;
+            digits |= uint64_t{cell->bytes[0]} << 8 * p;
+        }
+        flat->counts[c] = decided ? counts : coll_no_counts;
+        flat->digits[c] = digits;
+    }
+}
+
+static void fill_first_weights(coll_flat *flat) {
+    if (!flat->num_passes || !flat->byte_rows) return;
+    for (unsigned c = 1; c < 256; ++c) {
+        const unsigned weight = flat->pass[0].page[0][c];
+        const bool plain = weight > coll_ignored_weight && weight < coll_expansion;
+        flat->first_weights[c] = static_cast<uint16_t>(plain ? weight : 0);
+    }
+}
+
+// ---- Building ----
+
+static void build_pass(builder *b, int pass, const int *head, const int *next) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    const coll_data *coll = b->coll;
+    b->items = 0;
+    p->forward = walks_forward(b, pass);
+    b->specials = take_array<coll_special>(b, b->num_specials);
+    if (!b->specials) return;
+    memset(b->specials, 0, b->num_specials * sizeof *b->specials);
+    p->specials = b->specials;
+    for (int e = 0; e < coll->num_expansions && !b->failed; ++e)
+        b->specials[e].own = expansion_seq(b, pass, static_cast<unsigned>(e), 1);
+    b->specials[b->first_special - 1].own = one_item(b, 0, 1);
+    if (!b->failed) fill_candidates(b, pass, head, next);
+    if (!b->failed) fill_pages(b, pass);
+    if (!b->failed) fill_byte_weights(b, pass);
+    if (!b->failed) fill_sb_specials(b, pass);
+    if (!b->failed) fill_cells(b, pass);
+}
+
+// The shapes that only the row walk serves: a character 0 inside an expansion ends a walk, and
+// marks for a backward walk need the whole string.
+static bool fits_tables(const coll_data *coll) {
+    if (coll->num_passes < 0 || coll->num_passes > coll_max_passes) return false;
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (coll->num_coll_elems > 0 && !(coll->pass_type[p] & coll_forward)) return false;
+    for (int e = 0; e < coll->num_expansions; ++e)
+        for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
+            if (!coll->exp_arr[e].exp_data[i]) return false;
+    return true;
+}
+
+static bool build(builder *b) {
+    coll_flat *flat = b->flat;
+    const coll_data *coll = b->coll;
+    const size_t elems = coll->num_coll_elems > 0 ? static_cast<size_t>(coll->num_coll_elems) : 0;
+    flat->num_passes = coll->num_passes;
+    flat->elements = elems > 0;
+    flat->first_decides = !elems && coll->num_passes > 0 && walks_forward(b, 0);
+    for (auto &page : flat->inner)
+        page = nothing_inner;
+    ext_block<int> head(elems ? 65536 : 1), next(elems);
+    ext_block<ko_wchar_t> firsts(elems);
+    if (!head.p || !next.p || !firsts.p) return false;
+    b->firsts = firsts.p;
+    if (elems && !chain_elements(b, head.p, next.p)) return false;
+    const size_t expansions =
+        coll->num_expansions > 0 ? static_cast<size_t>(coll->num_expansions) : 0;
+    if (expansions + 1 + b->num_firsts > coll_expansion) return false;
+    b->first_special = static_cast<unsigned>(expansions) + 1;
+    b->num_specials = b->first_special + b->num_firsts;
+    bool own_page[256] = {true};
+    for (unsigned f = 0; f < b->num_firsts; ++f)
+        own_page[b->firsts[f] >> 8] = true;
+    read_rows(b);
+    for (unsigned hi = 0; hi < 256; ++hi)
+        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = static_cast<uint8_t>(hi);
+    for (int p = 0; p < coll->num_passes && !b->failed; ++p)
+        build_pass(b, p, head.p, next.p);
+    if (!b->failed) fill_digits(flat);
+    if (!b->failed) fill_first_weights(flat);
+    return !b->failed;
+}
+
+coll_flat *build_coll_flat(const kovaloc *loc) {
+    const coll_data *coll = &loc->coll_info;
+    if (coll->collate != collate_specified || coll->codeset_order_flg || !loc->coll) return nullptr;
+    if (!fits_tables(coll)) return nullptr;
+    const size_t passes = static_cast<size_t>(coll->num_passes);
+    const size_t size = offsetof(coll_flat, pass) + passes * sizeof(coll_flat_pass);
+    coll_flat *flat = static_cast<coll_flat *>(ko_ext_malloc(size));
+    if (!flat) return nullptr;
+    memset(flat, 0, size);
+    builder b = {
+        .loc = loc, .coll = coll, .flat = flat, .widths = {key_widths(loc).maxw, 0xFF}
+    };
+    if (build(&b)) return flat;
+    free_coll_flat(flat);
+    return nullptr;
+}
+
+void free_coll_flat(coll_flat *flat) {
+    if (!flat) return;
+    for (block *at = static_cast<block *>(flat->blocks); at;) {
+        block *next = at->next;
+        ko_ext_free(at);
+        at = next;
+    }
+    ko_ext_free(flat);
+}

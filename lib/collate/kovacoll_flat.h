@@ -1,0 +1,72 @@
+// Collation: the derived tables of the hot loops.
+#ifndef KOVACOLL_FLAT_H
+#define KOVACOLL_FLAT_H
+
+#include "record/kovasetlc.h"
+
+// A weight ready to be compared: ch breaks ties under coll_code_tie. ch is 0 only at the end.
+struct coll_item {
+    uint16_t weight;
+    ko_wchar_t ch;
+};
+
+struct coll_seq { // what a character or an element delivers in a pass, in walking order
+    const coll_item *items;
+    unsigned count;
+};
+
+struct coll_candidate {
+    const coll_elem *elem;
+    coll_seq seq;
+};
+
+struct coll_special {
+    coll_seq own;                     // when no candidate matches
+    const coll_candidate *candidates; // elements that begin with the character, in file order
+    unsigned num_candidates;
+};
+
+// The key bytes of one character in a pass. count above 7: too many, or not decided by the
+// character alone.
+struct alignas(8) coll_cell {
+    unsigned char bytes[7];
+    unsigned char count;
+};
+constexpr unsigned char coll_cell_none = 0xFF;
+constexpr uint64_t coll_no_counts = ~uint64_t{0};
+
+struct coll_flat_pass {
+    // Weights by high and low byte of the character: 0 for the terminator, 1 for what the pass
+    // ignores, with coll_expansion the index of a special, else a weight ready to be compared.
+    const uint16_t *page[256];
+    const coll_special *specials;
+    const coll_special *sb_specials; // as is_mbscoll_exp expands; NULL where it cannot use pages
+    const coll_cell *cells;          // by characters below 256
+    const uint16_t *byte_weights;    // of the rows of bytes, just as the rows have them
+    bool forward;
+    bool ties; // some weight carries coll_code_tie
+};
+
+struct coll_flat {
+    int num_passes;
+    bool elements;
+    bool byte_rows;                  // characters below 256 weigh as the bytes do
+    const unsigned char *inner[256]; // 1 for characters inside an element, not its first
+    // Plain weights of the first pass by byte; 0 for bytes with none.
+    uint16_t first_weights[256];
+    bool first_decides; // the first weights that differ: not behind elements, nor backward
+    void *blocks;       // memory of all the tables
+    // By byte, with pass p in bits 8p.. up: the count of key bytes in each pass, and the key byte
+    // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
+    uint64_t counts[256];
+    uint64_t digits[256];
+    coll_flat_pass pass[coll_max_passes]; // there is memory for num_passes of them
+};
+
+// Derived tables of the hot loops, by pass: NULL when collation is none, in code-set order or
+// Thai, without memory, or for tables whose shape they cannot hold (then the row walk serves).
+// Shared by reference with copies.
+coll_flat *build_coll_flat(const kovaloc *loc);
+void free_coll_flat(coll_flat *flat);
+
+#endif

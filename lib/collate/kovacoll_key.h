@@ -1,0 +1,56 @@
+// Sort keys being written: bytes, weights and codes.
+#ifndef KOVACOLL_KEY_H
+#define KOVACOLL_KEY_H
+
+#include "collate/kovacoll_flat.h"
+
+// A key being written: gathered in room and handed to dst, of which maxbytes bytes may be written.
+// What does not fit is only counted.
+constexpr size_t coll_sink_spare = 8; // a step may store that much beyond full
+constexpr size_t coll_sink_full = 512 - coll_sink_spare;
+struct coll_sink {
+    ko_mchar_t *dst;
+    size_t maxbytes;
+    size_t written;   // bytes handed over, also those that did not fit
+    size_t used;      // bytes gathered in room
+    size_t full;      // more than that, and room is handed over
+    ko_mchar_t *room; // local, or dst itself
+    ko_mchar_t local[512];
+};
+void sink_flush(coll_sink *sink);
+inline void sink_byte(coll_sink *sink, unsigned byte) {
+    sink->room[sink->used++] = static_cast<ko_mchar_t>(byte);
+    if (sink->used > sink->full) sink_flush(sink);
+}
+
+// Digits of base 254, as many as maxw needs; the most significant one first.
+inline void write_weight(unsigned w, unsigned maxw, coll_sink *sink) {
+    unsigned v = (w - 2) & 0xFFFF;
+    if (maxw >= 64516) {
+        sink_byte(sink, v / 64516 + 2);
+        v %= 64516;
+    }
+    if (maxw >= 254) {
+        sink_byte(sink, v / 254 + 2);
+        v %= 254;
+    }
+    sink_byte(sink, v + 2);
+}
+struct coll_widths { // largest weight and largest character code
+    unsigned maxw;
+    unsigned maxc;
+};
+// A weight as it stands in the key, with the character's code behind it under coll_code_tie. Codes
+// and weights below 2 have no digit of their own.
+inline void write_item(coll_item item, coll_widths widths, coll_sink *sink) {
+    const bool tie = item.weight & coll_code_tie;
+    const unsigned w = tie ? item.weight & coll_low_bits : item.weight;
+    write_weight(w < 2 ? 2 : w, widths.maxw, sink);
+    if (tie) write_weight(item.ch < 2 ? 2 : item.ch, widths.maxc, sink);
+}
+coll_widths key_widths(const kovaloc *loc);
+// Writes all passes into the sink. -1 with KO_ENOMEM.
+int walk_key(kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink);
+int walk_key(kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink);
+
+#endif

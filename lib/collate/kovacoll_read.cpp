@@ -1,0 +1,388 @@
+// Reads the LC_COLLATE section: rows, weights, elements and expansions, each checked against what
+// it refers to, and the tables by byte value that go with them.
+#include "collate/kovacoll.h"
+
+#include <string.h>
+
+// ---- Pieces of the section ----
+
+static size_t count_of(int n) { return n > 0 ? static_cast<size_t>(n) : 0; }
+
+// False when count items of at least item_bytes characters cannot follow: the file is damaged, and
+// its count must not size anything.
+static bool may_hold(const text_in *in, size_t count, size_t item_bytes) {
+    if (in->ended) return false;
+    if (in->stream) return count <= 1u << 20; // the size is unknown; rows and weights are 16-bit
+    return count <= static_cast<size_t>(in->end - in->pos) / item_bytes;
+}
+
+template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {
+    *array = n <= PTRDIFF_MAX / sizeof(T) ? static_cast<T *>(ko_ext_malloc(n ? n * sizeof(T) : 1))
+                                          : nullptr;
+    return *array || fail(loc, KO_ENOMEM, false);
+}
+
+// Four hex digits behind white space: the bulk of a section, so memory is read without calls.
+static unsigned read_weight(text_in *in) {
+    if (!in->stream) {
+        const unsigned char *s = in->pos;
+        while (s < in->end && is_white(*s))
+            ++s;
+        if (in->end - s >= 4) {
+            unsigned value = 0;
+            for (int i = 0; i < 4; ++i)
+                value = value * 16 + get_hex_digit(s[i]);
+            in->pos = s + 4;
+            return value;
+        }
+    }
+    skip_whitespace(in);
+    return get_hex(in, 4);
+}
+
+static bool read_chars(text_in *in, kovaloc *loc, unsigned n, ko_wchar_t **chars) {
+    if (!make_array(loc, n, chars)) return false;
+    for (unsigned i = 0; i < n && !in->ended; ++i)
+        (*chars)[i] = read_ko_wchar(in);
+    if (in->ended) return fail(loc, KO_EOBJECT, false);
+    if (n > loc->exp.coll_char_ratio) loc->exp.coll_char_ratio = n;
+    return true;
+}
+
+static bool read_counts(text_in *in, kovaloc *loc, int *elems, int *expansions) {
+    coll_data *coll = &loc->coll_info;
+    int *const fields[] = {
+        &coll->codeset_order_flg, &coll->num_rows, &coll->num_passes, elems, expansions,
+        &coll->num_weights};
+    for (int *field : fields)
+        *field = get_int(in);
+    skip_whitespace(in);
+    if (in->ended || coll->num_passes < 0 || coll->num_passes > coll_max_passes ||
+        coll->num_rows < 0 || *elems < 0 || *expansions < 0) {
+        coll->num_passes = 0;
+        return fail(loc, KO_EOBJECT, false);
+    }
+    if (coll->num_weights < 0) coll->num_weights = 0;
+    if (coll->num_weights > 0xFFFF) coll->num_weights = 0xFFFF;
+    return true;
+}
+
+static bool read_passes(text_in *in, kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    const size_t rows = count_of(coll->num_rows) + 1;
+    for (int p = 0; p < coll->num_passes; ++p)
+        coll->pass_type[p] = static_cast<int>(get_hex(in, 4) & 0xFFFF);
+    if (coll->num_passes && !may_hold(in, rows, 4 * count_of(coll->num_passes)))
+        return fail(loc, KO_EOBJECT, false);
+    for (int p = 0; p < coll->num_passes; ++p)
+        if (!make_array(loc, rows, &coll->pass_arr[p])) return false;
+    return true;
+}
+
+static bool read_elems(text_in *in, kovaloc *loc, size_t count) {
+    coll_data *coll = &loc->coll_info;
+    if (!count) return true;
+    if (!may_hold(in, count, 5)) return fail(loc, KO_EOBJECT, false);
+    if (!make_array(loc, count, &coll->elem_arr)) return false;
+    for (size_t i = 0; i < count; ++i) {
+        coll_elem *elem = &coll->elem_arr[i];
+        skip_whitespace(in);
+        elem->nchars = get_hex(in, 1);
+        elem->elem_data = nullptr;
+        const unsigned row = get_hex(in, 4);
+        if (in->ended || row > static_cast<unsigned>(coll->num_rows))
+            return fail(loc, KO_EOBJECT, false);
+        elem->row = static_cast<uint16_t>(row);
+        coll->num_coll_elems = static_cast<int>(i) + 1;
+        if (!read_chars(in, loc, elem->nchars, &elem->elem_data)) return false;
+    }
+    return true;
+}
+
+static bool read_expansions(text_in *in, kovaloc *loc, size_t count) {
+    coll_data *coll = &loc->coll_info;
+    if (!count) return true;
+    if (!may_hold(in, count, 1)) return fail(loc, KO_EOBJECT, false);
+    if (!make_array(loc, count, &coll->exp_arr)) return false;
+    for (size_t i = 0; i < count; ++i) {
+        coll_exp *exp = &coll->exp_arr[i];
+        skip_whitespace(in);
+        exp->nchars = get_hex(in, 1);
+        exp->exp_data = nullptr;
+        if (in->ended) return fail(loc, KO_EOBJECT, false);
+        coll->num_expansions = static_cast<int>(i) + 1;
+        if (!read_chars(in, loc, exp->nchars, &exp->exp_data)) return false;
+    }
+    return true;
+}
+
+static bool read_weights(text_in *in, kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    if (!coll->num_passes) return true;
+    const unsigned expansions = static_cast<unsigned>(coll->num_expansions);
+    for (size_t row = 0; row <= static_cast<size_t>(coll->num_rows); ++row) {
+        for (int p = 0; p < coll->num_passes; ++p) {
+            const unsigned weight = read_weight(in) & 0xFFFF;
+            if ((weight & coll_expansion) && (weight & coll_low_bits) >= expansions)
+                return fail(loc, KO_EOBJECT, false);
+            coll->pass_arr[p][row] = static_cast<uint16_t>(weight);
+        }
+        if (in->ended) return fail(loc, KO_EOBJECT, false);
+    }
+    return true;
+}
+
+// ---- Checks across the section ----
+
+// A bit for each row that a character or an element has.
+struct row_set {
+    uint8_t bits[0x10000 / 8] = {};
+    void add(unsigned row) { bits[row / 8] = static_cast<uint8_t>(bits[row / 8] | 1u << row % 8); }
+    bool has(unsigned row) const { return bits[row / 8] >> row % 8 & 1; }
+};
+
+// Visits the rows of the characters below a node until one is refused.
+template <class Visit>
+static bool each_row(const mb_decode *table, const multi_arr *node, unsigned depth, Visit visit) {
+    if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
+    for (unsigned c = 0; c < 256; ++c) {
+        if (node->flag_arr[c] == mb_final) {
+            uint16_t row;
+            memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
+                   sizeof row);
+            if (!visit(row)) return false;
+        } else if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
+            const multi_arr *child = node->next_arr[node->offset_arr[c]];
+            if (!each_row(table, child, depth + 1, visit)) return false;
+        }
+    }
+    return true;
+}
+
+static bool is_ordinary(unsigned weight) {
+    return weight != coll_ignored_weight && !(weight & coll_expansion);
+}
+
+// Are strings in one order, whichever comes first and by their keys? Weights that are equal but for
+// the tie-break would part two strings in one direction only. In a key a weight below 2 has the
+// digits of 2, and one above 255 needs more than one digit. Of rows outside used (NULL: of none)
+// nobody asks.
+static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set *used) {
+    enum : uint8_t { plain = 1, tie = 2 };
+    uint8_t seen[coll_low_bits + 1] = {};
+    const bool one_digit = coll->num_weights < 254;
+    unsigned lowest = 0; // how many of the weights 0, 1 and 2 there are
+    for (unsigned row = 0; row <= static_cast<unsigned>(coll->num_rows) && row <= 0xFFFF; ++row) {
+        const unsigned weight = weights[row], low = weight & coll_low_bits;
+        if (!is_ordinary(weight) || (used && !used->has(row))) continue;
+        if (!row && !weight) continue; // characters that the locale does not order
+        if (one_digit && low > 255) return false;
+        if (low <= 2 && !seen[low]) ++lowest;
+        seen[low] |= weight & coll_code_tie ? tie : plain;
+        if (seen[low] == (plain | tie) || lowest > 1) return false;
+    }
+    return true;
+}
+
+// The same where a look at all weights together tells, as mostly: none is 0 or asks for the
+// tie-break.
+static bool has_no_ties(const coll_data *coll, const uint16_t *weights, size_t first, size_t rows) {
+    uint16_t any = 0, zero = 0;
+    for (size_t row = first; row < rows; ++row) {
+        any |= weights[row];
+        zero |= weights[row] ? uint16_t{0} : uint16_t{1};
+    }
+    return !zero && !(any & coll_code_tie) && (any <= 255 || coll->num_weights >= 254);
+}
+
+// Or tie-breaks are asked for by all weights, or by a single one.
+static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
+    const size_t rows = count_of(coll->num_rows) + 1, first = weights[0] ? 0 : 1;
+    if (has_no_ties(coll, weights, first, rows)) return true;
+    uint16_t ties = 0, plains = 0, small = 0, large = 0, all_ties = 0xFFFF;
+    for (size_t row = first; row < rows; ++row) {
+        const uint16_t weight = weights[row], low = weight & coll_low_bits;
+        const uint16_t ordinary = is_ordinary(weight) ? 0xFFFF : 0;
+        const uint16_t tie = weight & coll_code_tie ? ordinary : uint16_t{0};
+        ties |= tie & weight;
+        all_ties &= static_cast<uint16_t>(weight | ~tie);
+        plains |= static_cast<uint16_t>(ordinary & ~tie);
+        small |= low < 2 ? ordinary : uint16_t{0};
+        large |= ordinary & low;
+    }
+    if (small || (large > 255 && coll->num_weights < 254)) return false;
+    if (!ties || !plains) return true;
+    if (ties != all_ties) return false;
+    bool met = false; // a weight that is like the single one but for the tie-break
+    for (size_t row = first; row < rows; ++row)
+        met |= weights[row] == (ties & coll_low_bits);
+    return !met;
+}
+
+static bool is_order(const kovaloc *loc) {
+    const coll_data *coll = &loc->coll_info;
+    for (int e = 0; e < coll->num_expansions; ++e)
+        for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
+            if (!coll->exp_arr[e].exp_data[i]) return false; // would end the string
+    for (int p = 0; p < coll->num_passes; ++p) {
+        const uint16_t *weights = coll->pass_arr[p];
+        if (plainly_order(coll, weights) || pass_is_order(coll, weights, nullptr)) continue;
+        row_set used;
+        used.add(0); // of characters that the map lacks
+        for (int i = 0; i < coll->num_coll_elems; ++i)
+            used.add(coll->elem_arr[i].row);
+        const auto *rows = static_cast<const mb_decode *>(loc->coll);
+        each_row(rows, rows->root, 0, [&](unsigned row) {
+            used.add(row);
+            return true;
+        });
+        if (!pass_is_order(coll, weights, &used)) return false;
+    }
+    return true;
+}
+
+// The expansion that takes over while this one is delivered in a pass, -1 for none.
+static int nested(const kovaloc *loc, int pass, int expansion) {
+    const coll_data *coll = &loc->coll_info;
+    const coll_exp *exp = &coll->exp_arr[expansion];
+    const bool forward = coll->pass_type[pass] & coll_forward;
+    for (unsigned i = 0; i < exp->nchars; ++i) {
+        const ko_wchar_t ch = exp->exp_data[forward ? i : exp->nchars - 1 - i];
+        const unsigned weight = coll->pass_arr[pass][coll_row(loc->coll, ch)];
+        if (weight & coll_expansion) return static_cast<int>(weight & coll_low_bits);
+    }
+    return -1;
+}
+
+// Expansions that take over from each other in a circle would never end.
+static bool expansions_end(kovaloc *loc) {
+    const coll_data *coll = &loc->coll_info;
+    const size_t n = count_of(coll->num_expansions);
+    if (!n) return true;
+    ext_block<int> seen(n); // in which walk an expansion was met; 0: not yet
+    if (!seen.p) return fail(loc, KO_ENOMEM, false);
+    for (int p = 0; p < coll->num_passes; ++p) {
+        memset(seen.p, 0, n * sizeof *seen.p);
+        for (int start = 0; start < coll->num_expansions; ++start) {
+            int e = start;
+            for (; e >= 0 && !seen.p[e]; e = nested(loc, p, e))
+                seen.p[e] = start + 1;
+            if (e >= 0 && seen.p[e] == start + 1) return fail(loc, KO_EOBJECT, false);
+        }
+    }
+    return true;
+}
+
+// ---- Tables by byte value ----
+
+static bool byte_has_row(const kovaloc *loc, unsigned byte) {
+    const mb_decode *table = static_cast<const mb_decode *>(loc->coll);
+    return table->root && table->root->flag_arr && table->root->flag_arr[byte] == mb_final;
+}
+
+static bool derive_exp_direct(kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    for (int p = 0; p < coll->num_passes; ++p) {
+        if (!make_array(loc, 256, &coll->exp_direct[p])) return false;
+        memset(coll->exp_direct[p], 0, 256 * sizeof *coll->exp_direct[p]);
+    }
+    for (unsigned c = 0; coll->num_expansions && c < 256; ++c) {
+        if (!byte_has_row(loc, c)) continue;
+        const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
+        for (int p = 0; p < coll->num_passes; ++p) {
+            const unsigned weight = coll->pass_arr[p][row];
+            if (weight & coll_expansion)
+                coll->exp_direct[p][c] = &coll->exp_arr[weight & coll_low_bits];
+        }
+    }
+    set_error(loc, KO_OK); // drops what looking up characters has stored, on purpose
+    return true;
+}
+
+static bool derive_candidates(kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    if (!coll->num_coll_elems) return true;
+    if (!make_array(loc, 256, &coll->elem_candidate)) return false;
+    memset(coll->elem_candidate, 0, 256 * sizeof *coll->elem_candidate);
+    for (int i = 0; i < coll->num_coll_elems; ++i) {
+        const coll_elem *elem = &coll->elem_arr[i];
+        if (elem->nchars && elem->elem_data[0] < 256) coll->elem_candidate[elem->elem_data[0]] = 1;
+    }
+    return true;
+}
+
+// ---- The section ----
+
+static bool read_tables(text_in *in, kovaloc *loc) {
+    mb_decode *rows = static_cast<mb_decode *>(loc->coll);
+    if (!rows) return fail(loc, KO_ENOMEM, false);
+    if (read_multi_ub2(in, rows, 2) < 0) return fail(loc, multi_err(rows), false);
+    int elems = 0, expansions = 0;
+    if (!read_counts(in, loc, &elems, &expansions) || !read_passes(in, loc) ||
+        !read_elems(in, loc, count_of(elems)) || !read_expansions(in, loc, count_of(expansions)) ||
+        !read_weights(in, loc))
+        return false;
+    const auto exists = [loc](int row) { return row <= loc->coll_info.num_rows; };
+    if (in->ended || !each_row(rows, rows->root, 0, exists) || !is_order(loc))
+        return fail(loc, KO_EOBJECT, false);
+    skip_whitespace(in);
+    return expansions_end(loc);
+}
+
+static bool derive_lists(kovaloc *loc) {
+    if (loc->coll_info.codeset_order_flg == 1) return true;
+    return derive_coll_lists(loc) >= 0 || fail(loc, KO_E2BIG, false);
+}
+
+int read_collate(text_in *in, kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    *coll = {};
+    char line[128];
+    if (!in_gets(in, line, 127)) return fail(loc, KO_EOBJECT, -1);
+    if (!strcmp(line, "thai_smo\n")) {
+        coll->collate = collate_thai;
+        return 0;
+    }
+    if (strcmp(line, "as_specified\n")) return in->ended ? fail(loc, KO_EOBJECT, -1) : -1;
+    coll->collate = collate_specified;
+    if (read_tables(in, loc) && derive_lists(loc) && derive_exp_direct(loc) &&
+        derive_candidates(loc))
+        return 0;
+    free_coll_data(loc); // nothing half-built is used
+    return -1;
+}
+
+// ---- Freeing ----
+
+static void free_equiv_map(ko_coll_equiv_class_map *map) {
+    if (!map) return;
+    for (const ko_coll_equiv_class_map *pair = map; pair->from; ++pair) {
+        free_ptr(pair->from);
+        if (pair[1].to != pair->to) free_ptr(pair->to); // the pairs of a class share it
+    }
+    free_ptr(map);
+}
+
+void free_coll_data(kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    for (int i = 0; i < coll->num_coll_elems; ++i)
+        free_ptr(coll->elem_arr[i].elem_data);
+    for (int i = 0; i < coll->num_expansions; ++i)
+        free_ptr(coll->exp_arr[i].exp_data);
+    free_ptr(coll->elem_arr);
+    free_ptr(coll->exp_arr);
+    for (int p = 0; p < coll_max_passes; ++p) {
+        free_ptr(coll->pass_arr[p]);
+        free_ptr(coll->exp_direct[p]);
+    }
+    free_ptr(coll->elem_candidate);
+    *coll = {};
+    if (loc->exp.coll_ignored) {
+        for (const ko_mchar_t **text = loc->exp.coll_ignored; *text; ++text)
+            free_ptr(*text);
+        free_ptr(loc->exp.coll_ignored);
+        loc->exp.coll_ignored = nullptr;
+    }
+    free_equiv_map(loc->exp.coll_equiv_class_map);
+    loc->exp.coll_equiv_class_map = nullptr;
+}

@@ -1,0 +1,365 @@
+// Conversion descriptors: made from compiled conversion objects or from converters that the host
+// registers, and given back.
+#include "convert/kovacvlib.h"
+
+#include "locale/kovaextsa.h"
+#include "record/kovaspec.h"
+
+#include <limits.h>
+#include <string.h>
+
+#include <bit>
+#include <initializer_list>
+
+// Handed out where no descriptor can be made; only their error words are ever written.
+static constinit iconv_rec cd_enomem = {.exports = {.exp = {KO_ENOMEM}}};
+static constinit iconv_rec cd_fileerr = {.exports = {.exp = {KO_EFILE}}};
+static constinit iconv_rec cd_einval = {.exports = {.exp = {KO_EINVAL}}};
+
+static bool is_static(const iconv_rec *cv) {
+    return cv == &cd_enomem || cv == &cd_fileerr || cv == &cd_einval;
+}
+
+// A host may have cleared the word of a static descriptor: it is stored at every hand-out.
+static int hand_out(ko_cv_t *cd, iconv_rec *cv, int error, int result) {
+    *cd = cv;
+    return fail(&cv->exports.exp, error, result);
+}
+static int no_file(ko_cv_t *cd, int result) { return hand_out(cd, &cd_fileerr, KO_EFILE, result); }
+
+// A fresh descriptor in *cd with nothing in it; NULL without memory and cd_enomem in *cd.
+static iconv_rec *new_descriptor(ko_cv_t *cd) {
+    ext_block<iconv_rec> block(1);
+    if (!block.p) {
+        hand_out(cd, &cd_enomem, KO_ENOMEM, -1);
+        return nullptr;
+    }
+    iconv_rec *cv = block.release();
+    *cv = {};
+    *cd = cv;
+    set_error(&cv->exports.exp, KO_OK);
+    return cv;
+}
+
+// ---- Choice of routines
+
+static void fill_sb2sb(iconv_rec *cv) {
+    ext_block<unsigned char> table(256);
+    if (!table.p) return;
+    unsigned char all[256];
+    for (int i = 0; i < 256; ++i)
+        all[i] = static_cast<unsigned char>(i);
+    const ko_mchar_t *in = all;
+    ko_mchar_t *out = table.p;
+    int in_len = 256, out_len = 256, sub;
+    sb_miconv_noerr(cv, &in, &in_len, &out, &out_len, &sub);
+    cv->exports.sb2sb_table = table.release();
+}
+
+static bool is_shift_pair_source(const iconv_rec *cv) {
+    return cv->source_is_stateful && !cv->target_is_stateful && cv->source_si_len == 1 &&
+           cv->source_so_len == 1 && cv->source_noshift_max_len == 1 &&
+           cv->source_shift_min_len == 2 && cv->source_shift_max_len == 2;
+}
+
+static void set_iconv_fps(iconv_rec *cv) {
+    cv->exports.sb2sb_table = nullptr;
+    if (cv->mtom_fn) {
+        cv->miconv_fp = alg_miconv;
+        cv->smiconv_fp = alg_smiconv;
+        return;
+    }
+    const bool single = cv->source_noshift_max_len == 1 && cv->target_max_len == 1;
+    cv->smiconv_fp = is_shift_pair_source(cv) ? db_smiconv : mb_smiconv;
+    if (!single) {
+        cv->miconv_fp = mb_miconv;
+    } else {
+        cv->bytes = build_cv_bytes(cv->conv_noshift);
+        cv->miconv_fp = cv->needs_error_checking ? sb_miconv : sb_miconv_noerr;
+        if (!cv->needs_error_checking) fill_sb2sb(cv);
+    }
+    // The byte-wise look-up of shifted sources must not meet prefixes, so a table that has some
+    // is left to the rules.
+    const bool walks = cv->smiconv_fp == mb_smiconv || multi_max_length(cv->conv_noshift) < 2;
+    if (walks && (!single || cv->source_is_stateful || cv->target_is_stateful))
+        cv->flat_noshift = build_cv_flat(cv->conv_noshift);
+    if (cv->conv_shift) cv->flat_shift = build_cv_flat(cv->conv_shift);
+    if (cv->flat_shift && cv->smiconv_fp == db_smiconv)
+        drop_cv_lead(cv->flat_shift, cv->source_so[0]);
+}
+
+// ---- Conversion objects
+
+static bool read_cv_header(text_in *in) {
+    char line[128];
+    constexpr int bound = sizeof line - 1;
+    if (!in_header_line(in, line, bound)) return false;
+    if (strcmp(line, "FILE_TYPE=codeset_conversion_object") != 0) {
+        ko_message("Invalid CVO file. Wrong FILE_TYPE.");
+        return false;
+    }
+    if (!in_header_line(in, line, bound)) return false;
+    if (strcmp(line, "COMPILER_VERSION=9") != 0) {
+        ko_message("Invalid CVO file. Wrong Version.");
+        return false;
+    }
+    if (!in_header_line(in, line, bound)) return false;
+    for (int more = header_number(line); more > 3; --more)
+        if (!in_header_line(in, line, bound)) return false;
+    return true;
+}
+
+// A shift sequence: one digit, its length, then that many bytes. False for one beyond four bytes.
+static bool read_shift(text_in *in, unsigned char *bytes, int *len) {
+    const unsigned n = get_hex(in, 1);
+    if (n > 4) return false;
+    *len = int(n);
+    for (unsigned i = 0; i < n; ++i)
+        bytes[i] = static_cast<unsigned char>(get_hex(in, 2));
+    return true;
+}
+
+static bool read_cv_fields(text_in *in, iconv_rec *cv) {
+    cv->source_is_stateful = get_int(in);
+    cv->target_is_stateful = get_int(in);
+    skip_whitespace(in);
+    if (!read_shift(in, cv->target_si, &cv->target_si_len) ||
+        !read_shift(in, cv->target_so, &cv->target_so_len) ||
+        !read_shift(in, cv->source_si, &cv->source_si_len) ||
+        !read_shift(in, cv->source_so, &cv->source_so_len))
+        return false;
+    for (int *field : {&cv->target_min_len, &cv->target_max_len, &cv->source_shift_min_len,
+                       &cv->source_shift_max_len, &cv->source_noshift_min_len,
+                       &cv->source_noshift_max_len, &cv->needs_error_checking})
+        *field = get_int(in);
+    cv->exp_ratio = static_cast<float>(get_dbl(in));
+    return !in->ended;
+}
+
+// Reads one table; -1 with the table's error number, or KO_ENOMEM, in the error word.
+static int read_cv_table(text_in *in, iconv_rec *cv, mb_decode **table) {
+    static const unsigned char unmapped[cv_max_target + 1] = {};
+    const unsigned size = static_cast<unsigned>(cv->target_max_len + 1);
+    *table = static_cast<mb_decode *>(create_multi(size, 0, unmapped));
+    if (!*table) return fail(&cv->exports.exp, KO_ENOMEM, -1);
+    if (read_multi_entries(in, *table, cv_max_source) == 0) return 0;
+    return fail(&cv->exports.exp, multi_err(*table), -1);
+}
+
+static int read_cv_tables(text_in *in, iconv_rec *cv) {
+    gen_exports *gen = &cv->exports.exp;
+    if (!read_cv_header(in)) return fail(gen, KO_EFILE, -1);
+    if (!read_cv_fields(in, cv)) return fail(gen, KO_EFILE, -1);
+    if (cv->target_max_len < 1 || cv->target_max_len > cv_max_target) {
+        ko_message("cv->target_max_len should be in range 1..4");
+        return -1;
+    }
+    if (read_cv_table(in, cv, &cv->conv_noshift) < 0) return -1;
+    return cv->source_is_stateful ? read_cv_table(in, cv, &cv->conv_shift) : 0;
+}
+
+// ---- Growth
+
+static void raise_ratio(iconv_rec *cv, int source_len, int made) {
+    if (double{cv->exp_ratio} * source_len >= made) return; // false for what is no number, too
+    const double ratio = double(made) / source_len;
+    const float nearest = static_cast<float>(ratio);
+    cv->exp_ratio = double{nearest} < ratio
+                        ? std::bit_cast<float>(std::bit_cast<uint32_t>(nearest) + 1)
+                        : nearest;
+}
+
+// Callers size buffers by the ratio: where the tables make more than the object states, what they
+// make counts. A call may write a shift sequence before each character, and leave the shifted state
+// after the last one.
+static void check_ratio(iconv_rec *cv) {
+    const bool stateful = cv->source_is_stateful || cv->target_is_stateful;
+    const bool shifts = stateful && cv->smiconv_fp == mb_smiconv;
+    const int leave = shifts ? cv->target_so_len : 0;
+    const int around[2] = {leave, shifts ? cv->target_si_len + leave : 0};
+    const bool bytes = cv->miconv_fp != mb_miconv;
+    if (bytes) raise_ratio(cv, 1, 1); // whatever their entries say
+    if (bytes && !stateful) return;
+    if (!cv->flat_noshift || (cv->conv_shift && !cv->flat_shift))
+        raise_ratio(cv, 1, cv->target_max_len + around[1]); // more than that is not possible
+    for (const cv_flat *flat : {cv->flat_noshift, cv->flat_shift})
+        for (int i = 0; flat && i < 2 * cv_max_source; ++i) {
+            const int length = flat->longest[i / 2][i % 2];
+            if (length >= 0) raise_ratio(cv, i / 2 + 1, length + around[i % 2]);
+        }
+}
+
+int read_cv_object(text_in *in, iconv_rec *cv) {
+    if (read_cv_tables(in, cv) < 0) return -1;
+    set_iconv_fps(cv);
+    check_ratio(cv);
+    return 0;
+}
+
+// Loads an opened object, which is closed on every path, into a descriptor.
+static int read_cv_file(void *stream, iconv_rec *cv) {
+    if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
+    text_image image;
+    const bool readable = open_image(stream, &image);
+    const int result =
+        readable ? read_cv_object(&image.in, cv) : fail(&cv->exports.exp, KO_ENOMEM, -1);
+    close_image(&image);
+    ko_ext_fclose(stream);
+    if (!result) ko_message("CVO file loaded successfully.");
+    return result;
+}
+
+// ---- Opening
+
+int ko_iconv_open1(ko_cv_t *cd, const char *file) {
+    iconv_rec *cv = new_descriptor(cd);
+    if (!cv) return -1;
+    if (!file) return fail(&cv->exports.exp, KO_EFILE, -1);
+    return read_cv_file(ko_path_search(nullptr, file, "cv", "9"), cv);
+}
+
+namespace {
+struct name_part { // a name inside a longer text
+    const char *text;
+    size_t len;
+};
+} // namespace
+static bool same(name_part a, name_part b) {
+    return a.len == b.len && memcmp(a.text, b.text, a.len) == 0;
+}
+static name_part whole_name(const char *name) {
+    return {name ? name : "", name ? strlen(name) : 0};
+}
+
+// The code-set name of a locale specification: after the first point, up to a blank or "@".
+static name_part codeset_part(const char *spec) {
+    const char *point = spec ? strchr(spec, '.') : nullptr;
+    if (!point) return {"", 0};
+    return {point + 1, strcspn(point + 1, " \t@")};
+}
+
+// Opens the object of a pair of names, both of which are wanted.
+static int open_pair(ko_cv_t *cd, name_part dst, name_part src) {
+    if (same(dst, src) || dst.len + src.len + 6 >= 1025) return no_file(cd, -1);
+    char file[1025];
+    memcpy(file, src.text, src.len);
+    file[src.len] = '_';
+    memcpy(file + src.len + 1, dst.text, dst.len);
+    memcpy(file + src.len + 1 + dst.len, ".cvo", 5);
+    return ko_iconv_open1(cd, file);
+}
+
+int ko_iconv_open(ko_cv_t *cd, const char *dst, const char *src) {
+    const name_part to = whole_name(dst), from = whole_name(src);
+    if (!to.len || !from.len) return no_file(cd, -1);
+    return open_pair(cd, to, from);
+}
+
+int ko_cv_open(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec) {
+    const name_part to = codeset_part(to_lc_spec), from = codeset_part(from_lc_spec);
+    if (!to.len || !from.len) return no_file(cd, -1);
+    if (same(to, from)) {
+        *cd = nullptr;
+        return 0;
+    }
+    return open_pair(cd, to, from) < 0 ? -1 : 1;
+}
+
+static int alg_open(ko_cv_t *cd, const ko_cv_funcdef *def) {
+    iconv_rec *cv = new_descriptor(cd);
+    if (!cv) return -1;
+    if (!def->mtom_fn) return fail(&cv->exports.exp, KO_ENULL, -1);
+    cv->target_min_len = def->dst_minlen;
+    cv->target_max_len = def->dst_maxlen;
+    cv->source_noshift_min_len = def->src_minlen;
+    cv->source_noshift_max_len = def->src_maxlen;
+    cv->needs_error_checking = 1;
+    cv->exp_ratio = def->exp_ratio;
+    cv->mtom_fn = def->mtom_fn;
+    set_iconv_fps(cv);
+    return 0;
+}
+
+int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
+                 const ko_cvfns *fns_ref) {
+    const name_part to = codeset_part(to_lc_spec), from = codeset_part(from_lc_spec);
+    if (!to.len || !from.len) return no_file(cd, -1);
+    if (same(to, from)) return no_file(cd, 0); // callers rely on this differing from ko_cv_open
+    for (int i = 0; fns_ref && i < fns_ref->num_used; ++i) {
+        const ko_cv_funcdef *def = &fns_ref->funcdef_arr[i];
+        if (same(to, whole_name(def->to_name)) && same(from, whole_name(def->from_name)))
+            return alg_open(cd, def);
+    }
+    return open_pair(cd, to, from);
+}
+
+int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
+               const char *cv_dir) {
+    gen_exports scratch = {}; // the reason of a failed look-up is cd_einval's own
+    const uint16_t to = ko_lc_spec2cs_num(&scratch, to_lc_spec ? to_lc_spec : "", registry);
+    const uint16_t from = ko_lc_spec2cs_num(&scratch, from_lc_spec ? from_lc_spec : "", registry);
+    if (to == KO_NO_CODESET || from == KO_NO_CODESET)
+        return hand_out(cv, &cd_einval, KO_EINVAL, -1);
+    if (to == from) {
+        *cv = nullptr;
+        return 0;
+    }
+    const bool in_dir = cv_dir && *cv_dir;
+    ext_block<char> name((in_dir ? strlen(cv_dir) : 0) + 14);
+    if (!name.p) return hand_out(cv, &cd_enomem, KO_ENOMEM, -1);
+    iconv_rec *rec = new_descriptor(cv);
+    if (!rec) return -1;
+    ko_cs_nums2cv_fname(&rec->exports.exp, from, to, name.p, in_dir ? cv_dir : nullptr);
+    void *stream =
+        in_dir ? open_composed(nullptr, name.p) : ko_path_search(nullptr, name.p, "cv", "9");
+    return read_cv_file(stream, rec) < 0 ? -1 : 1;
+}
+
+// ---- Registered converters, release, sizes
+
+ko_cvfns *ko_add_cvfns(ko_cvfns *list, const ko_cv_funcdef *fndef) {
+    if (!list) {
+        ext_block<ko_cvfns> fresh(1);
+        if (!fresh.p) return nullptr;
+        *fresh.p = {};
+        if (!ko_add_cvfns(fresh.p, fndef)->num_used) return nullptr;
+        return fresh.release();
+    }
+    if (!fndef || list->num_used < 0 || list->num_used == INT_MAX) return list;
+    const size_t used = size_t(list->num_used);
+    ext_block<ko_cv_funcdef> arr(used + 1);
+    if (!arr.p) return list;
+    if (used) memcpy(arr.p, list->funcdef_arr, used * sizeof *arr.p);
+    arr.p[used] = *fndef;
+    free_ptr(list->funcdef_arr);
+    list->funcdef_arr = arr.release();
+    ++list->num_used;
+    return list;
+}
+
+int ko_cv_unload(ko_cv_t cd) {
+    iconv_rec *cv = descriptor(cd);
+    if (!cv) return -1;
+    if (is_static(cv)) return 0;
+    free_multi(cv->conv_noshift);
+    free_multi(cv->conv_shift);
+    free_cv_flat(cv->flat_noshift);
+    free_cv_flat(cv->flat_shift);
+    free_ptr(cv->bytes);
+    free_ptr(cv->exports.sb2sb_table);
+    ko_ext_free(cv);
+    return 0;
+}
+
+double ko_iconv_expansion(ko_cv_t cd) {
+    return cd ? static_cast<double>(descriptor(cd)->exp_ratio) : 1.0;
+}
+
+int ko_cv_outbuflen(ko_cv_t cd, int inbuflen) {
+    if (inbuflen <= 0) return 0;
+    const double exact = inbuflen * ko_iconv_expansion(cd);
+    if (!(exact < 0x7FFFFFFF)) return 0x7FFFFFFF;
+    if (!(exact > 0)) return 0;
+    const int whole = static_cast<int>(exact);
+    return whole + (whole < exact ? 1 : 0);
+}

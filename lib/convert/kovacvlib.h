@@ -1,0 +1,129 @@
+// Code-set conversion: the descriptor of one pair of code sets and its derived tables.
+#ifndef KOVACVLIB_H
+#define KOVACVLIB_H
+
+#include "locale/kovamulti.h"
+
+// Bits of a conversion entry's first byte; the low three bits count its target bytes.
+constexpr unsigned cv_terminator = 0x08;
+constexpr unsigned cv_plain = 0x10; // no meaning of its own: makes a mapped entry's flags non-zero
+constexpr unsigned cv_substitute = 0x20;
+constexpr unsigned cv_shifted_target = 0x40;
+constexpr unsigned cv_source_shift = 0x80; // the source sequence is itself a shift
+constexpr unsigned cv_flags = 0xF8;
+constexpr unsigned cv_length = 0x07;
+constexpr int cv_max_target = 4;
+constexpr int cv_max_source = 4;
+constexpr int cv_endless = 0x7FFFFFFF; // the count of a text that a terminator ends
+
+struct iconv_rec;
+typedef int (*conv_fn)(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
+                       int *outlen, int *sub);
+typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                        ko_mchar_t **outmbs, int *outlen, int *sub);
+
+// A conversion table flattened to rows of words, of 32 bits where the targets have at most three
+// bytes, else of 64. The target bytes stand lowest; the top byte is the entry's first, in which the
+// bit of cv_plain is turned: it marks what is no character, is unmapped, or is a prefix. So a word
+// without flags is one that most texts hold alone. A prefix names the row of the next byte: a full
+// row of 256 words, or, in a table of longer characters where all that follows lies in 0x80..0xBF
+// (the trail bytes of UTF-8), a short one of 64. The last row has nothing but unmapped words.
+constexpr unsigned cv_special = cv_plain;
+constexpr unsigned cv_full_row = cv_special | 7; // the top bytes of a prefix
+constexpr unsigned cv_short_row = cv_special | 6;
+constexpr unsigned cv_row_index = 0xFFFFFF; // below it, in units of 64 words
+struct cv_trails {
+    const void *two[256];          // the short row after a first byte, the last row for none
+    const void *const *leads[256]; // after the first byte of three: 64 such rows by the second
+    const void *rows[17 * 64];     // for 0xE0 to 0xEF, and none
+};
+// The longest target by the bytes of the source less one, and by the shifted target state; -1:
+// none.
+typedef int cv_longest[cv_max_source][2];
+struct cv_flat {
+    void *words;
+    bool wide; // words of 64 bits
+    int most;  // the most target bytes of a source byte, rounded up
+    cv_longest longest;
+    const void *none;        // the last row
+    const void *second[256]; // the full row after a first byte, the last row for none
+    cv_trails *trails;       // of UTF-8; NULL for other code sets
+    bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, but for
+    uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none
+};
+
+// Byte-to-byte translation.
+struct cv_bytes;
+// Translates n bytes, where asked to only up to the first special one; returns how many.
+typedef size_t (*cv_translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in,
+                               size_t n, bool stop);
+struct cv_bytes {
+    unsigned char map[256];
+    unsigned char special[256]; // 0xFF: unmapped, substituted, or a terminator other than NUL
+    bool has_special;
+    cv_translate translate;
+};
+
+struct iconv_rec {
+    iconv_exports exports;
+    int source_is_stateful;
+    int target_is_stateful;
+    int target_si_len;
+    int target_so_len;
+    int source_si_len;
+    int source_so_len;
+    int target_min_len;
+    int target_max_len;
+    int source_shift_min_len;
+    int source_shift_max_len;
+    int source_noshift_min_len;
+    int source_noshift_max_len;
+    int needs_error_checking;
+    float exp_ratio;
+    unsigned char target_si[4];
+    unsigned char target_so[4];
+    unsigned char source_si[4];
+    unsigned char source_so[4];
+    mb_decode *conv_noshift;
+    mb_decode *conv_shift;
+    ko_cvmfn_t mtom_fn;
+    conv_fn miconv_fp;
+    sconv_fn smiconv_fp;
+    // Derived when the descriptor is opened; NULL without memory (then the table walks serve).
+    cv_flat *flat_noshift;
+    cv_flat *flat_shift;
+    cv_bytes *bytes;
+};
+
+// Reads an object into a fresh descriptor and makes it ready; -1 with the reason in its error word.
+int read_cv_object(text_in *in, iconv_rec *cv);
+
+inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
+
+// The routines of kovacvlib_conv.cpp, as a descriptor's pointers name them.
+int mb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int sb_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int sb_miconv_noerr(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+
+// Derived tables (kovacvlib_flat.cpp).
+cv_flat *build_cv_flat(const mb_decode *table);
+void drop_cv_lead(cv_flat *flat, unsigned byte); // leaves characters that begin so to the rules
+void free_cv_flat(cv_flat *flat);
+
+// Translation of bytes (kovacvlib_bytes.cpp).
+cv_bytes *build_cv_bytes(const mb_decode *table);
+// The translations that this processor can run, the quickest last; returns how many.
+constexpr int cv_translates_max = 3;
+int cv_translates(cv_translate *kinds);
+// The entry of a byte at the table's first level, flags not looked at; never NULL.
+inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
+    const multi_arr *root = table->root;
+    return root->data_arr ? root->data_arr + (size_t(byte) << table->log_data_size)
+                          : table->default_data;
+}
+
+#endif

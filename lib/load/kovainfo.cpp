@@ -1,0 +1,99 @@
+// Information queries: strings by item number, conventions, and versions. Every answer points into
+// the record.
+#include "load/kovasetlc_load.h"
+#include "time/kovatmlib.h"
+
+namespace {
+// An item of numbers and money that is one field.
+struct monum_field {
+    unsigned item;
+    ko_mchar_t *monum::*mbs;
+    ko_wchar_t *monum::*wcs;
+};
+// Both forms of one answer.
+struct info_string {
+    const ko_mchar_t *mbs;
+    const ko_wchar_t *wcs;
+};
+} // namespace
+static constexpr monum_field monum_fields[] = {
+    {KO_RADIXCHAR, &monum::decimal_point,   &monum::w_decimal_point  },
+    {KO_THOUSEP,   &monum::thousands_sep,   &monum::w_thousands_sep  },
+    {KO_YESSTR,    &monum::yesstr,          &monum::w_yesstr         },
+    {KO_NOSTR,     &monum::nostr,           &monum::w_nostr          },
+    {KO_CRNCYSTR,  &monum::currency_symbol, &monum::w_currency_symbol},
+    {KO_YESEXPR,   &monum::yesexpr,         &monum::w_yesexpr        },
+    {KO_NOEXPR,    &monum::noexpr,          &monum::w_noexpr         },
+};
+
+template <class Record, class Row, size_t n>
+static bool find_field(const Record *r, const Row (&rows)[n], unsigned item, info_string *answer) {
+    for (const Row &f : rows) {
+        if (f.item != item) continue;
+        *answer = {r->*f.mbs, r->*f.wcs};
+        return true;
+    }
+    return false;
+}
+
+static info_string entry(ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, unsigned i) {
+    return {mbs ? mbs[i] : nullptr, wcs ? wcs[i] : nullptr};
+}
+
+// Calendars differ in their months: one that this calendar lacks is an error.
+static info_string month(kovaloc *loc, ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, int count,
+                         unsigned i) {
+    if (count < 0 || i >= static_cast<unsigned>(count)) {
+        return fail(loc, KO_ERANGE, info_string{});
+    }
+    return entry(mbs, wcs, i);
+}
+
+static info_string calendar(int number) {
+    for (const calendar_name &c : calendar_names) {
+        if (c.number == number) return {reinterpret_cast<const ko_mchar_t *>(c.name), c.w_name};
+    }
+    return {};
+}
+
+static info_string find_item(kovaloc *loc, unsigned item) {
+    const ltime *t = &loc->ltime_info;
+    if (item >= KO_DAY_1 && item < KO_ABDAY_1) return entry(t->day, t->w_day, item - KO_DAY_1);
+    if (item >= KO_ABDAY_1 && item < KO_MON_1) {
+        return entry(t->abday, t->w_abday, item - KO_ABDAY_1);
+    }
+    if (item >= KO_MON_1 && item < KO_ABMON_1) {
+        return month(loc, t->mon, t->w_mon, t->mon_count, item - KO_MON_1);
+    }
+    if (item >= KO_ABMON_1 && item < KO_RADIXCHAR) {
+        return month(loc, t->abmon, t->w_abmon, t->abmon_count, item - KO_ABMON_1);
+    }
+    if (item == KO_AM_STR || item == KO_PM_STR) {
+        return entry(t->am_pm, t->w_am_pm, item - KO_AM_STR);
+    }
+    if (item == KO_CALENDAR) return calendar(t->calendar);
+    if (item == KO_CODESET) { // of LC_NUMERIC, deliberately; empty where that is absent
+        const int i = KO_LC_NUMERIC - 2;
+        return {reinterpret_cast<const ko_mchar_t *>(loc->codeset[i]), loc->w_codeset[i]};
+    }
+    info_string answer = {};
+    if (!find_field(t, time_strings, item, &answer)) {
+        find_field(&loc->monum_info, monum_fields, item, &answer);
+    }
+    return answer;
+}
+
+const ko_mchar_t *ko_nl_langinfo(ko_lc_t loc, unsigned item) {
+    return loc ? find_item(record(loc), item).mbs : nullptr;
+}
+
+const ko_wchar_t *ko_wc_nl_langinfo(ko_lc_t loc, unsigned item) {
+    return loc ? find_item(record(loc), item).wcs : nullptr;
+}
+
+const koconv *ko_localeconv(ko_lc_t loc) { return loc ? &record(loc)->koconv_info : nullptr; }
+
+const char *ko_version(void) { return "kovalib-2.86.TC1"; }
+const char *ko_cm_version(void) { return "3"; }
+const char *ko_lc_version(void) { return "11"; }
+const char *ko_cv_version(void) { return "9"; }

@@ -1,0 +1,420 @@
+// The locale record: how it is born empty, how its categories are freed and copied, and the data
+// that depend on several categories at once.
+#include "chars/kovaportable.h"
+#include "collate/kovacoll.h"
+#include "collate/kovacoll_flat.h"
+#include "load/kovasetlc_load.h"
+#include "time/kovatmlib.h"
+
+#include "kova_host.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+
+const char *const category_markers[8] = {"",
+                                         "",
+                                         "### LC_CTYPE\n",
+                                         "### LC_COLLATE\n",
+                                         "### LC_NUMERIC\n",
+                                         "### LC_MONETARY\n",
+                                         "### LC_TIME\n",
+                                         "### LC_MESSAGES\n"};
+const char *const category_params[8] = {
+    "", "", "KO_CTYPE", "KO_COLLATE", "KO_NUMERIC", "KO_MONETARY", "KO_TIME", "KO_MESSAGES"};
+
+const monum_string monum_strings[14] = {
+    {&monum::decimal_point,     &monum::w_decimal_point,     KO_LC_NUMERIC },
+    {&monum::thousands_sep,     &monum::w_thousands_sep,     KO_LC_NUMERIC },
+    {&monum::num_positive_sign, &monum::w_num_positive_sign, KO_LC_NUMERIC },
+    {&monum::num_negative_sign, &monum::w_num_negative_sign, KO_LC_NUMERIC },
+    {&monum::int_curr_symbol,   &monum::w_int_curr_symbol,   KO_LC_MONETARY},
+    {&monum::currency_symbol,   &monum::w_currency_symbol,   KO_LC_MONETARY},
+    {&monum::mon_decimal_point, &monum::w_mon_decimal_point, KO_LC_MONETARY},
+    {&monum::mon_thousands_sep, &monum::w_mon_thousands_sep, KO_LC_MONETARY},
+    {&monum::positive_sign,     &monum::w_positive_sign,     KO_LC_MONETARY},
+    {&monum::negative_sign,     &monum::w_negative_sign,     KO_LC_MONETARY},
+    {&monum::yesexpr,           &monum::w_yesexpr,           KO_LC_MESSAGES},
+    {&monum::noexpr,            &monum::w_noexpr,            KO_LC_MESSAGES},
+    {&monum::yesstr,            &monum::w_yesstr,            KO_LC_MESSAGES},
+    {&monum::nostr,             &monum::w_nostr,             KO_LC_MESSAGES},
+};
+int monum::*const monum_values[8] = {
+    &monum::int_frac_digits, &monum::frac_digits,    &monum::p_cs_precedes, &monum::p_sep_by_space,
+    &monum::n_cs_precedes,   &monum::n_sep_by_space, &monum::p_sign_posn,   &monum::n_sign_posn,
+};
+
+// Handed out where no record can be: written only in their error words, at each hand-out, because a
+// host may have cleared them. Never freed.
+static constinit kovaloc loc_nomem = {.exp = {.gen = {KO_ENOMEM}}};
+static constinit kovaloc loc_filer = {.exp = {.gen = {KO_EFILE}}};
+
+static int hand_out(kovaloc *error_record, int error, ko_lc_t *result) {
+    error_record->exp.gen.ko_lerrno = error;
+    *result = error_record;
+    return fail(error_record, error, -1);
+}
+
+int hand_out_filer(ko_lc_t *result) { return hand_out(&loc_filer, KO_EFILE, result); }
+
+bool is_error_record(const void *loc) { return loc == &loc_nomem || loc == &loc_filer; }
+
+int ko_lc_status(ko_lc_t loc) {
+    if (!loc) return KO_ENULL;
+    if (loc == &loc_nomem) return KO_ENOMEM;
+    return loc == &loc_filer ? KO_EFILE : record(loc)->status;
+}
+
+void init_koconv_t(koconv *conv) { *conv = {}; }
+
+static void clear_names(kovaloc *loc, int category) {
+    const int i = category - 2;
+    memset(loc->codeset[i], 0, sizeof loc->codeset[i]);
+    memset(loc->w_codeset[i], 0, sizeof loc->w_codeset[i]);
+    memset(loc->locname[i], 0, sizeof loc->locname[i]);
+    memset(loc->w_locname[i], 0, sizeof loc->w_locname[i]);
+}
+
+static bool is_present(const kovaloc *loc, int category) {
+    return loc->codeset[category - 2][0] && loc->locname[category - 2][0];
+}
+
+// ---- Categories: what each owns, and its empty state --------------------------------------------
+
+static void release_ctype(kovaloc *loc) {
+    free_multi(loc->ctype);
+    free_multi(loc->cconv);
+    for (int i = 0; loc->user_bits && i < loc->num_user_bits; i++) {
+        free_ptr(loc->user_bits[i].name);
+    }
+    free_ptr(loc->user_bits);
+    free_ptr(loc->cconv_arr);
+    if (loc->chars) free_ctype_flat(loc->chars);
+}
+
+static void clear_ctype(kovaloc *loc) {
+    loc->ctype = loc->cconv = nullptr;
+    loc->num_user_bits = 0;
+    loc->user_bits = nullptr;
+    loc->cconv_arr = nullptr;
+    loc->num_conv_elems = 0;
+    loc->chars = nullptr;
+    loc->pairs.any = false;
+}
+
+static void release_collate(kovaloc *loc) {
+    free_multi(loc->coll);
+    free_coll_data(loc);
+    if (loc->weights) free_coll_flat(loc->weights);
+}
+
+static void clear_collate(kovaloc *loc) {
+    loc->coll = nullptr;
+    loc->coll_info = {};
+    loc->weights = nullptr;
+    loc->exp.coll_ignored = nullptr;
+    loc->exp.coll_equiv_class_map = nullptr;
+}
+
+static void release_strings(kovaloc *loc, int category) {
+    for (const monum_string &s : monum_strings) {
+        if (s.category != category) continue;
+        free_ptr(loc->monum_info.*s.mbs);
+        free_ptr(loc->monum_info.*s.wcs);
+    }
+}
+
+static void clear_strings(kovaloc *loc, int category) {
+    for (const monum_string &s : monum_strings) {
+        if (s.category != category) continue;
+        loc->monum_info.*s.mbs = nullptr;
+        loc->monum_info.*s.wcs = nullptr;
+    }
+}
+
+static void release_numeric(kovaloc *loc) { release_strings(loc, KO_LC_NUMERIC); }
+static void clear_numeric(kovaloc *loc) {
+    clear_strings(loc, KO_LC_NUMERIC);
+    memset(loc->monum_info.group_num, 0, sizeof loc->monum_info.group_num);
+}
+
+static void release_monetary(kovaloc *loc) { release_strings(loc, KO_LC_MONETARY); }
+static void clear_monetary(kovaloc *loc) {
+    clear_strings(loc, KO_LC_MONETARY);
+    memset(loc->monum_info.group_mon, 0, sizeof loc->monum_info.group_mon);
+    for (int monum::*value : monum_values)
+        loc->monum_info.*value = monetary_absent;
+}
+
+static void release_time(kovaloc *loc) { free_ltime(&loc->ltime_info); }
+static void clear_time(kovaloc *loc) { loc->ltime_info = {}; }
+
+static void release_messages(kovaloc *loc) { release_strings(loc, KO_LC_MESSAGES); }
+static void clear_messages(kovaloc *loc) { clear_strings(loc, KO_LC_MESSAGES); }
+
+struct category_life {
+    void (*release)(kovaloc *loc); // frees what the record owns; fields keep their values
+    void (*clear)(kovaloc *loc);   // the empty state
+};
+static constexpr category_life lives[8] = {
+    {nullptr,          nullptr       },
+    {nullptr,          nullptr       },
+    {release_ctype,    clear_ctype   },
+    {release_collate,  clear_collate },
+    {release_numeric,  clear_numeric },
+    {release_monetary, clear_monetary},
+    {release_time,     clear_time    },
+    {release_messages, clear_messages},
+};
+
+template <class T> static void drop(T *&block) {
+    free_ptr(block);
+    block = nullptr;
+}
+
+static void drop_byte_tables(kovaloc *loc) {
+    drop(loc->exp.sb_toupper_table);
+    drop(loc->exp.sb_tolower_table);
+    drop(loc->exp.sb_ctype_table);
+    drop(loc->exp.sb_collation_table);
+}
+
+void ko_free_category(ko_lc_t handle, int category) {
+    if (!handle || !is_category(category)) return;
+    kovaloc *loc = record(handle);
+    if (!(loc->copied & category_bit(category))) lives[category].release(loc);
+    lives[category].clear(loc);
+    loc->copied &= ~category_bit(category);
+    if (category == KO_LC_COLLATE) drop_byte_tables(loc);
+    clear_names(loc, category);
+}
+
+static void *empty_table(void) {
+    static constexpr uint16_t none = 0;
+    return create_multi(sizeof none, 0, &none);
+}
+
+int ko_make_null_category(ko_lc_t handle, int category) {
+    if (!handle) return fail(handle, KO_ENULL, -1);
+    if (!is_category(category)) return fail(handle, KO_ERANGE, -1);
+    kovaloc *loc = record(handle);
+    clear_names(loc, category);
+    // The answers of LC_MESSAGES are cleared with the record and when they are freed: a record that
+    // loses the names alone keeps them.
+    if (category == KO_LC_MESSAGES) return 0;
+    lives[category].clear(loc);
+    loc->copied &= ~category_bit(category);
+    if (category == KO_LC_CTYPE) {
+        loc->exp.case_conv_ratio = 1.0;
+        loc->ctype = empty_table();
+        loc->cconv = empty_table();
+        if (!loc->ctype || !loc->cconv) return fail(handle, KO_ENOMEM, -1);
+    } else if (category == KO_LC_COLLATE) {
+        loc->exp.coll_char_ratio = 4.0;
+        loc->coll = empty_table();
+        if (!loc->coll) return fail(handle, KO_ENOMEM, -1);
+    }
+    return 0;
+}
+
+void reset_category(kovaloc *loc, int category) {
+    const errno_guard kept(loc);
+    ko_free_category(loc, category);
+    ko_make_null_category(loc, category);
+}
+
+// ---- Records ------------------------------------------------------------------------------------
+
+int ko_create_null_locale_2(ko_lc_t *result) {
+    kovaloc *loc = static_cast<kovaloc *>(ko_ext_malloc(sizeof(kovaloc)));
+    if (!loc) return hand_out(&loc_nomem, KO_ENOMEM, result);
+    memset(loc, 0, sizeof *loc);
+    set_error(loc, KO_OK);
+    *result = loc;
+    int failed = 0;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
+        failed |= ko_make_null_category(loc, c);
+    if (!failed) return 0;
+    free_locale(loc);
+    return hand_out(&loc_nomem, KO_ENOMEM, result);
+}
+
+void free_locale(kovaloc *loc) {
+    char line[64];
+    // Two new lines reach the log, on purpose: the dump of a run stands out by its blank lines.
+    snprintf(line, sizeof line, "freeing locale 0x%" PRIxPTR "\n",
+             reinterpret_cast<uintptr_t>(loc));
+    ko_message(line);
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
+        ko_free_category(loc, c);
+    drop_byte_tables(loc);
+    free_koconv(&loc->koconv_info);
+    ko_ext_free(loc);
+}
+
+void ko_free_nonshared_loc(ko_lc_t handle) {
+    if (!handle || is_error_record(handle)) return;
+    kovaloc *loc = record(handle);
+    if (give_back_node(loc) == node_in_use) return;
+    // Copies made of a present category live on; nobody can have copied an absent one.
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        if (!is_present(loc, c)) ko_free_category(loc, c);
+    }
+    drop_byte_tables(loc);
+    free_koconv(&loc->koconv_info);
+    ko_ext_free(loc);
+}
+
+// ---- Copies -------------------------------------------------------------------------------------
+
+// 0, or why the copy is refused.
+static int invalid_copy(const kovaloc *dst, const kovaloc *src, int category) {
+    if (!is_present(src, category)) return KO_ENOCAT;
+    const int i = category - 2;
+    return dst->codeset[i][0] || dst->locname[i][0] ? KO_EHASCAT : 0;
+}
+
+static void copy_monum(monum *dst, const monum *src, int category) {
+    for (const monum_string &s : monum_strings) {
+        if (s.category != category) continue;
+        dst->*s.mbs = src->*s.mbs;
+        dst->*s.wcs = src->*s.wcs;
+    }
+    if (category == KO_LC_NUMERIC) memcpy(dst->group_num, src->group_num, sizeof dst->group_num);
+    if (category != KO_LC_MONETARY) return;
+    memcpy(dst->group_mon, src->group_mon, sizeof dst->group_mon);
+    for (int monum::*value : monum_values)
+        dst->*value = src->*value;
+}
+
+static void copy_ctype(kovaloc *dst, const kovaloc *src) {
+    dst->ctype = src->ctype;
+    dst->num_user_bits = src->num_user_bits;
+    dst->user_bits = src->user_bits;
+    dst->cconv = src->cconv;
+    dst->cconv_arr = src->cconv_arr;
+    dst->num_conv_elems = src->num_conv_elems;
+    dst->chars = src->chars;
+    dst->exp.case_conv_ratio = src->exp.case_conv_ratio;
+}
+
+// By reference, except for the lists that the source's head owns.
+static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
+    ko_free_category(dst, category);
+    if (category == KO_LC_CTYPE) {
+        copy_ctype(dst, src);
+    } else if (category == KO_LC_COLLATE) {
+        dst->coll = src->coll;
+        dst->coll_info = src->coll_info;
+        dst->weights = src->weights;
+        dst->exp.coll_char_ratio = src->exp.coll_char_ratio;
+    } else if (category == KO_LC_TIME) {
+        dst->ltime_info = src->ltime_info;
+        dst->ltime_info.era_count = 0; // the decoded eras stay the source's
+    } else {
+        copy_monum(&dst->monum_info, &src->monum_info, category);
+    }
+    dst->copied |= category_bit(category);
+    memcpy(dst->codeset[category - 2], src->codeset[category - 2], codeset_room);
+    memcpy(dst->locname[category - 2], src->locname[category - 2], locname_room);
+}
+
+int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
+    if (!dst_handle || !src_handle) return fail(dst_handle, KO_ENULL, -1);
+    if (category != KO_LC_ALL && !is_category(category)) return fail(dst_handle, KO_ERANGE, -1);
+    if (is_error_record(dst_handle)) return -1;
+    kovaloc *dst = record(dst_handle), *src = record(src_handle);
+    const bool all = category == KO_LC_ALL;
+    const int first = all ? KO_LC_CTYPE : category, last = all ? KO_LC_MESSAGES : category;
+    for (int c = first; c <= last; c++) {
+        if (const int error = invalid_copy(dst, src, c)) return fail(dst_handle, error, -1);
+    }
+    if (src->status) note_trouble(dst, src->status);
+    const memory_watch watch(dst);
+    for (int c = first; c <= last; c++)
+        copy_category(dst, src, c);
+    update_locale(dst);
+    widen_names(dst);
+    if (has_characters(dst)) widen_koconv(dst);
+    return 0;
+}
+
+// ---- Data that depend on several categories -----------------------------------------------------
+
+// The class masks of all bytes, straight from the table's items: of a byte that is no character,
+// too. A table as the library writes it has no such byte.
+static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
+    const unsigned char *items = table->root->data_arr;
+    for (size_t b = 0; b < 256; b++) {
+        const void *item = items ? items + (b << table->log_data_size) : table->default_data;
+        memcpy(&masks[b], item, sizeof masks[b]);
+    }
+}
+
+// A case table that is there already stays, on purpose: it lives until LC_COLLATE is freed.
+static void build_case_table(kovaloc *loc, unsigned char **table,
+                             ko_wchar_t (*convert)(ko_lc_t, ko_wchar_t)) {
+    if (*table) return;
+    unsigned char *bytes = static_cast<unsigned char *>(ko_ext_malloc(256));
+    if (!bytes) return;
+    // A byte that is no character would leave its error in a record that is in perfect order.
+    const errno_guard kept(loc);
+    for (int b = 0; b < 256; b++) {
+        bytes[b] = static_cast<unsigned char>(convert(loc, static_cast<ko_wchar_t>(b)));
+    }
+    *table = bytes;
+}
+
+static void update_byte_tables(kovaloc *loc) {
+    if (!loc->exp.single_byte) return drop_byte_tables(loc);
+    build_case_table(loc, &loc->exp.sb_toupper_table, im_towupper);
+    build_case_table(loc, &loc->exp.sb_tolower_table, im_towlower);
+    derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
+    derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
+    if (!loc->exp.sb_ctype_table) {
+        loc->exp.sb_ctype_table = static_cast<uint16_t *>(ko_ext_malloc(256 * sizeof(uint16_t)));
+    }
+    if (!loc->exp.sb_ctype_table) return;
+    fill_class_masks(loc->exp.sb_ctype_table, static_cast<const mb_decode *>(loc->ctype));
+}
+
+using comparer = int (*)(ko_lc_t, const ko_mchar_t *, const ko_mchar_t *);
+
+static comparer choose_comparer(const kovaloc *loc) {
+    const coll_data *c = &loc->coll_info;
+    if (c->collate == collate_thai) return thaismocoll;
+    if (!loc->exp.single_byte) return im_mbscoll;
+    bool backward = false;
+    for (int p = 0; p < c->num_passes; p++)
+        backward |= c->pass_type[p] == coll_backward;
+    const bool elements = c->num_coll_elems > 0, expansions = c->num_expansions > 0;
+    if (elements + expansions + backward > 1) return im_mbscoll;
+    if (expansions) return is_mbscoll_exp;
+    return elements ? is_mbscoll_elem : is_mbscoll_back;
+}
+
+// A warning only: a record that mixes code sets stays usable.
+static void compare_codesets(kovaloc *loc) {
+    const char *ctype = loc->codeset[KO_LC_CTYPE - 2];
+    for (int c = KO_LC_COLLATE; c <= KO_LC_TIME; c++) {
+        if (strcmp(ctype, loc->codeset[c - 2])) return set_error(loc, KO_ECODESET);
+    }
+}
+
+void update_locale(kovaloc *loc) {
+    free_koconv(&loc->koconv_info);
+    fill_koconv(loc);
+    loc->exp.single_byte = loc->ctype && multi_max_length(loc->ctype) == 1;
+    loc->exp.codeset_order = loc->coll_info.codeset_order_flg != 0;
+    const bool own_chars = !(loc->copied & category_bit(KO_LC_CTYPE));
+    if (!loc->chars && own_chars) loc->chars = build_ctype_flat(loc);
+    const bool own_weights = !(loc->copied & category_bit(KO_LC_COLLATE));
+    if (!loc->weights && own_weights) loc->weights = build_coll_flat(loc);
+    derive_pairs(loc->ctype, &loc->pairs);
+    update_byte_tables(loc);
+    loc->portable = portable_of(loc);
+    loc->exp.mbstowcs = loc->exp.single_byte ? is_mbstowcs : im_mbstowcs;
+    loc->exp.mbsxfrm = loc->coll_info.collate == collate_thai ? thaismoxfrm : ko_full_mbsxfrm;
+    loc->exp.mbscoll = choose_comparer(loc);
+    compare_codesets(loc);
+}

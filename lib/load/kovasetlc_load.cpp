@@ -1,0 +1,481 @@
+// Loading: which object file serves a category, reading it, and the list of shared locales.
+#include "load/kovasetlc_load.h"
+#include "record/kovaspec.h"
+
+#include "locale/kovaextsa.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+
+constexpr int line_bound = 127;
+constexpr int direct_room = 128; // directory and file name of a default locale
+constexpr size_t setting_max = setting_room - 1;
+constexpr char default_name[] = "default.lco";
+constexpr char native_name[] = "native";
+constexpr char path_sep[] = "\\";
+
+// What a specification was turned into a file name by, where no registry was named. While the same
+// registry is in force, the file name is the same without reading it again.
+struct spec_origin {
+    char *spec; // NULL: none
+    registry_stamp registry;
+};
+
+// One more load of a listed locale.
+struct lc_node {
+    char *name; // file name or specification it was loaded under
+    kovaloc *loc;
+    int count; // outstanding loads
+    lc_node *next;
+    spec_origin origin; // of the name, for one of the specifications behind it
+};
+// The newest first. Changed by loading and unloading, which the host serialises.
+static constinit lc_node *lc_node_root = nullptr;
+
+// ---- Objects in memory --------------------------------------------------------------------------
+
+// The file that the last category came from. Mostly all six come from the same one: it is opened,
+// read and searched once, and where every opening leaves a line in the log, opened for each.
+struct object_image {
+    char name[setting_room]; // under which it was looked for
+    char *path;
+    unsigned char *bytes;
+    const unsigned char *end;
+    const unsigned char *sections[8]; // behind the marker, NULL without one
+    char codeset[codeset_room];
+    int error; // why the header is refused
+
+    object_image() : name(), path(), bytes(), end(), sections(), codeset(), error() {}
+    object_image(const object_image &) = delete;
+    object_image &operator=(const object_image &) = delete;
+    ~object_image() {
+        free_ptr(path);
+        free_ptr(bytes);
+    }
+};
+
+static int marker_at(const unsigned char *at, const unsigned char *end, size_t *len) {
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        *len = strlen(category_markers[c]);
+        if (static_cast<size_t>(end - at) < *len) continue;
+        if (!memcmp(at, category_markers[c], *len)) return c;
+    }
+    return 0;
+}
+
+// Does a read of bounded lines from the start begin a line here? A line longer than the bound
+// counts as several.
+static bool line_begins(const unsigned char *at, const unsigned char *start) {
+    const unsigned char *line = at;
+    while (line > start && line[-1] != '\n')
+        line--;
+    return (at - line) % line_bound == 0;
+}
+
+// Finds the first marker line of every section at once. The scan back to the start of a line is
+// done for whole markers only, of which a line holds one: the search stays linear.
+static void find_sections(object_image *image, const unsigned char *start) {
+    const unsigned char *at = start;
+    while (at < image->end) {
+        at = static_cast<const unsigned char *>(
+            memchr(at, '#', static_cast<size_t>(image->end - at)));
+        if (!at) return;
+        size_t len;
+        const int c = marker_at(at, image->end, &len);
+        if (c && !image->sections[c] && line_begins(at, start)) image->sections[c] = at + len;
+        at++;
+    }
+}
+
+static void forget_image(object_image *image) {
+    free_ptr(image->path);
+    free_ptr(image->bytes);
+    image->path = nullptr;
+    image->bytes = nullptr;
+    memset(image->sections, 0, sizeof image->sections);
+    image->error = 0;
+}
+
+// Takes the path. False without memory.
+static bool read_image(object_image *image, void *stream, char *path) {
+    if (image->bytes && path && image->path && !strcmp(path, image->path)) {
+        ko_ext_free(path);
+        return true;
+    }
+    forget_image(image);
+    size_t size;
+    image->path = path;
+    image->bytes = read_stream_bytes(stream, &size);
+    if (!image->bytes) return false;
+    image->end = image->bytes + size;
+    text_in in = {.pos = image->bytes, .end = image->end};
+    if (read_file_header(&in, image->codeset, &image->error)) find_sections(image, in.pos);
+    return true;
+}
+
+// ---- One category -------------------------------------------------------------------------------
+
+static const char *find_text(const char *in, const char *text) {
+    const size_t len = strlen(text);
+    while ((in = strchr(in, *text)) && strncmp(in, text, len))
+        in++;
+    return in;
+}
+
+// The part of a setting that names a category, or the whole setting.
+static void setting_value(const char *setting, int category, char *name) {
+    const char *at = find_text(setting, category_params[category]);
+    if (at) at = strchr(at, '=');
+    if (!at) {
+        strcpy(name, setting);
+        return;
+    }
+    do
+        at++;
+    while (*at == ' ');
+    size_t len = strcspn(at, " ");
+    if (len > locname_room) len = locname_room;
+    memcpy(name, at, len);
+    name[len] = 0;
+}
+
+// The name of the category's object; false when the environment's is too long.
+static bool choose_name(const char *setting, int category, char *name) {
+    if (*setting) {
+        setting_value(setting, category, name);
+        return true;
+    }
+    const char *const variables[] = {"KO_ALL", category_params[category], "KO_LANG"};
+    for (const char *variable : variables) {
+        const char *value = ko_ext_getenv(variable);
+        if (!value || !*value) continue;
+        if (strlen(value) > setting_max) return false;
+        strcpy(name, value);
+        return true;
+    }
+    strcpy(name, default_name);
+    return true;
+}
+
+static char *join_path(const char *dir, const char *separator, const char *name) {
+    char *path =
+        static_cast<char *>(ko_ext_malloc(strlen(dir) + strlen(separator) + strlen(name) + 1));
+    if (path) strcat(strcat(strcpy(path, dir), separator), name);
+    return path;
+}
+
+// The stream of the category's object, and its path. A file that is not found leaves the record's
+// error word alone.
+static void *open_object(kovaloc *loc, const char *name, const char *dir, char **path) {
+    const bool native = !strcmp(name, native_name);
+    *path = nullptr;
+    if (dir && *dir) {
+        if (!is_name_allowed(name)) return nullptr;
+        *path = join_path(dir, path_sep, name);
+        if (!*path) return fail(loc, KO_ENOMEM, nullptr);
+        return open_logged(*path);
+    }
+    bool no_memory = false;
+    void *stream;
+    {
+        // The search says "no memory" in an error word, but "not found" leaves the record's alone.
+        gen_exports scratch = {};
+        const errno_guard kept(&scratch);
+        stream = path_search_found(&scratch, native ? default_name : name, "lc", "11", path);
+        no_memory = !stream && error_of(&scratch) == KO_ENOMEM;
+    }
+    if (no_memory) set_error(loc, KO_ENOMEM);
+    return stream;
+}
+
+static int read_from_image(kovaloc *loc, int category, const object_image *image) {
+    if (image->error) return fail(loc, image->error, -1);
+    memcpy(loc->codeset[category - 2], image->codeset, codeset_room);
+    const unsigned char *section = image->sections[category];
+    if (!section) return fail(loc, KO_EOBJECT, -1);
+    text_in in = {.pos = section, .end = image->end};
+    return read_category(&in, loc, category);
+}
+
+static int read_from_stream(kovaloc *loc, int category, void *stream) {
+    text_in in = {.stream = stream};
+    char line[line_bound + 1], codeset[codeset_room] = {};
+    int error = 0;
+    if (!read_file_header(&in, codeset, &error)) return fail(loc, error, -1);
+    memcpy(loc->codeset[category - 2], codeset, codeset_room);
+    do {
+        if (!in_gets(&in, line, line_bound)) return fail(loc, KO_EOBJECT, -1);
+    } while (strcmp(line, category_markers[category]));
+    return read_category(&in, loc, category);
+}
+
+// Replaces the category by the stream's, or without one by the image's. Takes the path.
+static int replace_category(kovaloc *loc, int category, void *stream, char *path,
+                            object_image *image) {
+    ko_free_category(loc, category);
+    if (ko_make_null_category(loc, category)) {
+        free_ptr(path);
+        return -1;
+    }
+    if (stream_hooks_set()) {
+        free_ptr(path);
+        return read_from_stream(loc, category, stream);
+    }
+    if (stream && !read_image(image, stream, path)) return fail(loc, KO_ENOMEM, -1);
+    return read_from_image(loc, category, image);
+}
+
+static int load_category(kovaloc *loc, int category, const char *setting, const char *dir,
+                         object_image *image) {
+    char name[setting_room], *path = nullptr;
+    if (!choose_name(setting, category, name)) return fail(loc, KO_ERANGE, -1);
+    void *stream = nullptr;
+    if (!image->bytes || strcmp(image->name, name) || is_logged()) {
+        strcpy(image->name, name);
+        stream = open_object(loc, name, dir, &path);
+        if (!stream) {
+            free_ptr(path);
+            return -1;
+        }
+    }
+    const int result = replace_category(loc, category, stream, path, image);
+    if (stream) {
+        note_read_error(loc, stream);
+        ko_ext_fclose(stream);
+    }
+    if (result) {
+        reset_category(loc, category);
+        return -1;
+    }
+    const size_t len = strnlen(name, locname_room - 1);
+    memcpy(loc->locname[category - 2], name, len);
+    return 0;
+}
+
+// ---- Settings -----------------------------------------------------------------------------------
+
+static void query_locname(const kovaloc *loc, int category, char *setting) {
+    if (category != KO_LC_ALL) {
+        strcpy(setting, loc->locname[category - 2]);
+        return;
+    }
+    *setting = 0;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        // Six names of at most 11 characters and six values of at most 31: there is room.
+        strcat(strcat(setting, category_params[c]), " = ");
+        strcat(strcat(setting, loc->locname[c - 2]), " ; ");
+    }
+}
+
+// The record's dependent data after a failure: they describe what is there now, and the reason of
+// the failure stays.
+static void update_after_failure(kovaloc *loc) {
+    const errno_guard kept(loc);
+    update_locale(loc);
+    init_locale_info(loc);
+}
+
+// Loads the categories from first to last; the bytes of their file are given back before anything
+// is derived from it.
+static int load_sections(kovaloc *loc, int first, int last, const char *name, const char *dir) {
+    object_image image;
+    for (int c = first; c <= last; c++) {
+        if (load_category(loc, c, name, dir, &image)) return -1;
+    }
+    return 0;
+}
+
+static int load_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+    const int first = category == KO_LC_ALL ? KO_LC_CTYPE : category;
+    const int last = category == KO_LC_ALL ? KO_LC_MESSAGES : category;
+    if (load_sections(loc, first, last, name, dir)) {
+        if (!error_of(loc)) set_error(loc, KO_ECODESET);
+        update_after_failure(loc);
+        return -1;
+    }
+    update_locale(loc);
+    if (init_locale_info(loc) >= 0) return 0;
+    if (!error_of(loc)) set_error(loc, KO_ECODESET);
+    return -1;
+}
+
+char *set_categories(kovaloc *loc, int category, const char *name, const char *dir) {
+    if (is_error_record(loc)) return nullptr; // keeps its reason, and nothing else
+    ext_block<char> setting(setting_room);
+    if (!setting.p) return fail(loc, KO_ENOMEM, nullptr);
+    if (category != KO_LC_ALL && !is_category(category)) return fail(loc, KO_ERANGE, nullptr);
+    if (name) {
+        if (strlen(name) > setting_max) return fail(loc, KO_ERANGE, nullptr);
+        const memory_watch watch(loc);
+        if (load_categories(loc, category, name, dir)) return nullptr;
+    }
+    query_locname(loc, category, setting.p);
+    return setting.release();
+}
+
+char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
+    if (!loc) return fail(loc, KO_ENULL, nullptr);
+    return set_categories(record(loc), category, name, nullptr);
+}
+
+// ---- The default locale -------------------------------------------------------------------------
+
+static void *open_default(const char *dir) {
+    char path[direct_room];
+    if (dir && strlen(dir) + strlen(default_name) < sizeof path) {
+        strcat(strcpy(path, dir), default_name);
+        if (void *stream = open_logged(path)) return stream;
+    }
+    return ko_path_search(nullptr, default_name, "lc", "11");
+}
+
+// Reads the whole object and closes the stream.
+static int read_object(kovaloc *loc, void *stream) {
+    text_image image;
+    const bool opened = open_image(stream, &image);
+    const int result = opened ? read_locale_file(&image.in, loc) : fail(loc, KO_ENOMEM, -1);
+    const bool closed = opened && !image.bytes && !image.in.stream; // the reader has done it
+    close_image(&image);
+    if (!closed) ko_ext_fclose(stream);
+    return result;
+}
+
+int ko_createlocale_2(ko_lc_t *result) { return ko_createlocale2_2(result, nullptr); }
+
+int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
+    if (ko_create_null_locale_2(result)) return -1;
+    kovaloc *loc = record(*result);
+    void *stream = open_default(dir);
+    if (!stream) {
+        free_locale(loc);
+        return hand_out_filer(result);
+    }
+    const memory_watch watch(loc);
+    if (read_object(loc, stream)) {
+        update_after_failure(loc);
+        return -1;
+    }
+    update_locale(loc);
+    return init_locale_info(loc) < 0 ? -1 : 0;
+}
+
+// ---- Shared locales -----------------------------------------------------------------------------
+
+// A setting whose every name may be opened.
+static bool is_setting_allowed(const char *setting) {
+    char name[setting_room];
+    if (!names_confined() || is_name_allowed(setting)) return true;
+    if (strlen(setting) > setting_max) return false;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        setting_value(setting, c, name);
+        if (!is_name_allowed(name)) return false;
+    }
+    return true;
+}
+
+// A record that is not complete stays with those who hold it, and what is held is as closed to a
+// confined name as its file.
+static bool is_shared(const lc_node *node) {
+    return !node->loc->status && is_setting_allowed(node->name);
+}
+
+static lc_node *find_name(const char *name) {
+    lc_node *node = lc_node_root;
+    while (node && (strcmp(node->name, name) || !is_shared(node)))
+        node = node->next;
+    return node;
+}
+
+static bool still_holds(const spec_origin *origin, const char *spec, const registry_stamp &now) {
+    return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
+}
+
+// Without memory the registry is read again the next time.
+static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
+    if (origin->spec && origin->registry == now) return; // serves another specification
+    free_ptr(origin->spec);
+    *origin = {.spec = copy_string(spec), .registry = now};
+}
+
+static lc_node *find_spec(const char *spec, const registry_stamp &now) {
+    lc_node *node = lc_node_root;
+    while (node && (!still_holds(&node->origin, spec, now) || !is_shared(node)))
+        node = node->next;
+    return node;
+}
+
+static lc_node *insert_node(const char *name, kovaloc *loc) {
+    ext_block<lc_node> node(1);
+    char *copy = node.p ? copy_string(name) : nullptr;
+    if (!copy) return nullptr;
+    *node.p = {copy, loc, 1, lc_node_root, {}};
+    return lc_node_root = node.release();
+}
+
+node_state give_back_node(const kovaloc *loc) {
+    lc_node **link = &lc_node_root;
+    while (*link && (*link)->loc != loc)
+        link = &(*link)->next;
+    lc_node *node = *link;
+    if (!node) return node_missing;
+    if (--node->count >= 1) return node_in_use;
+    *link = node->next;
+    ko_ext_free(node->name);
+    free_ptr(node->origin.spec);
+    ko_ext_free(node);
+    return node_dropped;
+}
+
+// A specification that the registry cannot resolve is the name itself.
+static const char *object_name(const char *spec, const char *registry, char *room) {
+    gen_exports scratch = {};
+    const errno_guard kept(&scratch); // its errors are nobody's
+    return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
+}
+
+int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
+    char room[setting_room];
+    registry_stamp now;
+    const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
+    lc_node *node = stamped ? find_spec(spec, now) : nullptr;
+    const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
+    if (name) node = find_name(name);
+    if (node) {
+        node->count++;
+        *result = node->loc;
+        if (name && stamped) keep_origin(&node->origin, spec, now);
+        return 0;
+    }
+    if (ko_create_null_locale_2(result)) return -1;
+    kovaloc *loc = record(*result);
+    if (!name) return fail(loc, KO_ENULL, -1);
+    char *setting = set_categories(loc, KO_LC_ALL, name, dir);
+    ko_destroystring(setting);
+    if (!setting || error_of(loc)) return -1;
+    node = insert_node(name, loc);
+    if (!node) return fail(loc, KO_ENOMEM, -1);
+    return 0;
+}
+
+void ko_lc_unload(ko_lc_t handle) {
+    if (!handle || is_error_record(handle)) return;
+    if (give_back_node(record(handle)) != node_in_use) free_locale(record(handle));
+}
+
+static void show(const char *format, uintmax_t value) {
+    char line[64];
+    snprintf(line, sizeof line, format, value);
+    ko_message(line);
+}
+
+void ko_display_lc_node_list(void) {
+    ko_message(lc_node_root ? "*** The lc node list" : "*** No lc nodes saved");
+    unsigned number = 0;
+    for (const lc_node *node = lc_node_root; node; node = node->next) {
+        show("    %" PRIuMAX, number++);
+        message_1("        name: %s", node->name);
+        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
+        show("        count:  %" PRIuMAX, static_cast<uintmax_t>(node->count));
+    }
+}

@@ -1,0 +1,57 @@
+// Formats: what stands between "%" and the letter, and formats and texts in wide characters.
+#ifndef KOVAFMT_H
+#define KOVAFMT_H
+
+#include "record/kovasetlc.h"
+
+// What stands between a "%" and its conversion letter, for numbers and for time.
+enum : unsigned {
+    fmt_space = 0x01,
+    fmt_alternate = 0x02, // "#"
+    fmt_group = 0x04,     // "'"
+    fmt_plus = 0x08,
+    fmt_left = 0x10,
+    fmt_zero = 0x20,
+    fmt_upper = 0x40, // set by "X"
+};
+struct format_modifiers {
+    unsigned flags; // kept from directive to directive by callers whose flags persist
+    int width;      // 0: none; saturates
+    int precision;  // -1: none; saturates
+    bool width_star;
+    bool precision_star;
+};
+inline bool pads_with_zeros(const format_modifiers &m) { return (m.flags & fmt_zero) != 0; }
+inline bool pads_right(const format_modifiers &m) {
+    return (m.flags & (fmt_left | fmt_zero)) == fmt_left;
+}
+// Reads position, flags, width and precision, adding to the flags and setting the rest anew, and
+// moves *format to the first character behind them. 0; or KO_EDIRECTIVE for a position, KO_EFORMAT
+// for a format that ends inside, KO_EPRECISION.
+int scan_format_modifiers(const kovaloc *loc, const ko_wchar_t **format, format_modifiers *m);
+
+// Writes an integer in base 10 with width and precision, with "-" when negative and no terminator.
+// Returns its units; or -1 with KO_E2BIG when they exceed room.
+int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
+                       const format_modifiers &m);
+
+// A multibyte format, text or name as wide characters, in the given room where it fits, else in a
+// block of the host's memory.
+constexpr int wide_text_room = 128;
+struct wide_text {
+    ko_wchar_t local[wide_text_room];
+    ko_wchar_t *p = nullptr; // the text; NULL after a failure
+    ko_wchar_t *block = nullptr;
+    wide_text() = default;
+    wide_text(const wide_text &) = delete;
+    wide_text &operator=(const wide_text &) = delete;
+    ~wide_text();
+};
+// Converts mbs, which is not NULL. Returns its characters; or -1 with KO_EILSEQ or KO_ENOMEM.
+int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text);
+// Converts a result of wide characters into at most max_bytes bytes and the terminator. Returns the
+// bytes before it; or -1 with KO_E2BIG or KO_EILSEQ; at most max_bytes bytes and a terminator are
+// touched in either case.
+int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs);
+
+#endif

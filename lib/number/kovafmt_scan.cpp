@@ -1,0 +1,6 @@
+// The scanner of directives for those that have no need to hurry.
+#include "number/kovafmt_scan.h"
+
+int scan_format_modifiers(const kovaloc *loc, const ko_wchar_t **format, format_modifiers *m) {
+    return scan_modifiers(loc, format, m);
+}

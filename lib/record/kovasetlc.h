@@ -1,0 +1,93 @@
+// The locale record: all categories of one locale side by side.
+#ifndef KOVASETLC_H
+#define KOVASETLC_H
+
+#include "record/kovacoll_data.h"
+#include "record/kovactype_data.h"
+#include "record/kovafmt_data.h"
+#include "record/kovatmlib_data.h"
+
+#include "locale/kovaextsa.h"
+
+constexpr int codeset_room = 21; // a code-set name of 20 characters
+constexpr int locname_room = 32;
+constexpr int setting_room = 312; // a setting or file name of 311 characters
+
+struct portable_set; // see kovaportable.h
+
+struct kovaloc {
+    loc_exports exp;
+    void *ctype; // mb_decode: class masks; also the definition of the code set
+    int num_user_bits;
+    user_bit *user_bits;
+    void *cconv;          // mb_decode: indexes into cconv_arr
+    conv_elem *cconv_arr; // from index 1
+    void *coll;           // mb_decode: rows
+    coll_data coll_info;
+    monum monum_info;
+    ltime ltime_info;
+    koconv koconv_info;
+    char codeset[6][codeset_room]; // by category less 2; empty: absent
+    ko_wchar_t w_codeset[6][codeset_room];
+    char locname[6][locname_room];
+    ko_wchar_t w_locname[6][locname_room];
+    // Derived and bookkeeping data behind the listed fields.
+    int num_conv_elems;   // entries of cconv_arr are 1..num_conv_elems
+    ctype_flat *chars;    // of LC_CTYPE
+    case_rows upper_rows; // of the single-byte case tables; no memory of their own
+    case_rows lower_rows;
+    coll_pairs pairs;             // of the class table, for collation; no memory of their own
+    coll_flat *weights;           // of LC_COLLATE
+    const portable_set *portable; // places of the portable characters; NULL: those of ASCII
+    unsigned copied;              // category_bit: data that another record owns
+    int status;                   // of ko_lc_status: the first trouble, 0 for none
+};
+
+inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }
+
+constexpr bool is_category(int category) {
+    return category >= KO_LC_CTYPE && category <= KO_LC_MESSAGES;
+}
+constexpr unsigned category_bit(int category) { return 1U << category; }
+
+// By category number; the first two are empty.
+extern const char *const category_markers[8]; // the line before a section of a locale object
+extern const char *const category_params[8];  // name in the environment and in settings
+
+inline void note_trouble(kovaloc *loc, int number) {
+    if (!loc->status) loc->status = number;
+}
+// Remembers in the record that memory was short within the block.
+struct memory_watch {
+    kovaloc *loc;
+    unsigned before;
+    explicit memory_watch(kovaloc *watched) : loc(watched), before(failed_allocations()) {}
+    memory_watch(const memory_watch &) = delete;
+    memory_watch &operator=(const memory_watch &) = delete;
+    ~memory_watch() {
+        if (failed_allocations() != before) note_trouble(loc, KO_ENOMEM);
+    }
+};
+
+// A handle's error word; 0 where the host's hook has none for the handle.
+inline int error_of(void *handle) {
+    const int *word = ko_ext_errno(handle);
+    return word ? *word : 0;
+}
+// Gives a handle's error word back its value at the end of the block.
+struct errno_guard {
+    int *word;
+    int kept;
+    explicit errno_guard(void *handle) : word(ko_ext_errno(handle)), kept(word ? *word : 0) {}
+    errno_guard(const errno_guard &) = delete;
+    errno_guard &operator=(const errno_guard &) = delete;
+    ~errno_guard() {
+        if (word) *word = kept;
+    }
+};
+
+inline bool has_characters(const kovaloc *loc) {
+    return loc->ctype && multi_max_length(loc->ctype) >= 1;
+}
+
+#endif

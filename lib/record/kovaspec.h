@@ -1,0 +1,41 @@
+// Names of locales and code sets, and the file names they stand for.
+#ifndef KOVASPEC_H
+#define KOVASPEC_H
+
+#include "locale/kovaextsa.h"
+
+#include <stdint.h>
+#include <string.h>
+
+constexpr unsigned char path_mark = 0xFF;
+
+// Longest composed file name or setting that is handed out, with its terminator.
+constexpr int spec_room = 311;
+
+constexpr int cs_name_max = 21; // characters of a code-set name
+
+// Writes the directory and the path mark, or nothing without a directory; out has room.
+void pathcat_mark(char *out, const char *dir);
+
+// The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
+// alone.
+uint16_t find_cs_num(const char *name, const char *registry, int *error);
+// Which registry is in force where none is named: while two of these are equal, every name has the
+// same number.
+struct registry_stamp {
+    uint64_t in_memory; // how often one was put there, 0 where none is
+    file_mark file;     // without one in memory
+};
+// False where that cannot be told.
+bool stamp_registry(registry_stamp *stamp);
+inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
+    if (a.in_memory || b.in_memory) return a.in_memory == b.in_memory;
+    return !memcmp(&a.file, &b.file, sizeof a.file); // without padding
+}
+
+inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }
+inline bool is_spec_digit(int c) { return c >= '0' && c <= '9'; }
+inline bool is_spec_letter(int c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+inline char spec_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+
+#endif

@@ -1,0 +1,258 @@
+// The code-set registry: a text file of names and numbers, its cache, and the built-in table that
+// stands in when the file cannot be cached. Read with the standard library and cached on the
+// standard heap: the cache outlives hosts' hooks.
+#include "record/kovaspec.h"
+
+#include "locale/kovaextsa.h"
+#include "locale/kovautils.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+struct registry_elem {
+    const char *cs_name; // NULL ends the table
+    int cs_num;
+};
+
+// Searched with lower-cased names, so that rows with capitals never match, on purpose.
+static constexpr registry_elem kova_canned_registry[] = {
+#include "record/kovaspec_tab.inc"
+    {nullptr, 0}
+};
+
+// Entries of a registry in memory, in file order: the number in two bytes, then the name with its
+// terminator. They take less than the file.
+struct registry_block {
+    registry_block *next;
+    size_t used;
+    char entries[8192 - sizeof(registry_block *) - sizeof(size_t)];
+};
+
+// What ko_cache_registry put in force, one of the two at most; only it changes them.
+static constinit registry_block *kova_registry_list_cache = nullptr;
+static constinit const registry_elem *kova_registry_array_cache = nullptr;
+static constinit uint64_t changes = 0;
+
+bool stamp_registry(registry_stamp *stamp) {
+    const bool in_memory = kova_registry_list_cache || kova_registry_array_cache;
+    stamp->in_memory = in_memory ? changes : 0;
+    if (in_memory) return true; // no file is looked at
+    return path_search_mark("registry", "cm", "3", &stamp->file);
+}
+
+// An open registry, read in blocks.
+struct registry_text {
+    FILE *file;
+    const unsigned char *pos, *end;
+    unsigned char block[4096];
+
+    explicit registry_text(FILE *from) : file(from), pos(block), end(block) {
+        setvbuf(file, nullptr, _IONBF, 0); // straight into the block
+    }
+    registry_text(const registry_text &) = delete;
+    registry_text &operator=(const registry_text &) = delete;
+};
+
+static bool refill(registry_text *text) { // false at the end of the file
+    text->pos = text->block;
+    text->end = text->block + fread(text->block, 1, sizeof text->block, text->file);
+    return text->pos < text->end;
+}
+
+static int get(registry_text *text) {
+    return text->pos < text->end || refill(text) ? *text->pos++ : EOF;
+}
+
+static void unget(registry_text *text, int c) { // the character just read
+    if (c != EOF) --text->pos;
+}
+
+static bool skip_line(registry_text *text) { // false at the end of the file
+    do {
+        const auto left = static_cast<size_t>(text->end - text->pos);
+        if (const void *const newline = left ? memchr(text->pos, '\n', left) : nullptr) {
+            text->pos = static_cast<const unsigned char *>(newline) + 1;
+            return true;
+        }
+    } while (refill(text));
+    return false;
+}
+
+// Unread: white space and the comments before a name.
+static int first_of_name(registry_text *text) {
+    for (;;) {
+        int c = get(text);
+        while (is_white(c))
+            c = get(text);
+        if (c != '#') return c;
+        if (!skip_line(text)) return EOF;
+    }
+}
+
+// Reads a name, lower-cased. False when the reading ends: no name, a longer one, or one that runs
+// to the end of the file. The name is empty where a character stands that no name has.
+static bool read_name(registry_text *text, char *name) {
+    int c = first_of_name(text), len = 0;
+    for (; is_spec_char(c); c = get(text)) {
+        if (len == cs_name_max) return false;
+        name[len++] = spec_lower(static_cast<char>(c));
+    }
+    name[len] = 0;
+    unget(text, c);
+    return c != EOF;
+}
+
+// Reads the number after a name, kept to 16 bits; white space must follow it.
+static bool read_number(registry_text *text, int *number) {
+    unsigned value = 0;
+    int c = get(text);
+    while (is_white(c))
+        c = get(text);
+    if (!is_spec_digit(c)) return false;
+    for (; is_spec_digit(c); c = get(text))
+        value = (value * 10 + static_cast<unsigned>(c - '0')) & 0xFFFF;
+    unget(text, c);
+    *number = static_cast<int>(value);
+    return is_white(c);
+}
+
+static FILE *open_registry(const char *registry, int *error) {
+    int why = KO_EFILE;
+    void *const file =
+        registry ? open_logged_std(registry) : path_search_std("registry", "cm", "3", &why);
+    if (!file) *error = why == KO_ENOMEM ? KO_ENOMEM : KO_EFORMAT;
+    return static_cast<FILE *>(file);
+}
+
+// The number of a lower-cased name: -1 when the file lacks it, -2 with *error set.
+static int search_file(registry_text *text, const char *name, int *error) {
+    char entry[cs_name_max + 1];
+    while (read_name(text, entry)) {
+        int number;
+        if (*entry && !strcmp(entry, name)) {
+            if (read_number(text, &number)) return number;
+        } else if (skip_line(text))
+            continue;
+        *error = KO_EOBJECT;
+        return -2;
+    }
+    return -1;
+}
+
+static int search_blocks(const registry_block *block, const char *name) {
+    for (; block; block = block->next) {
+        const char *const end = block->entries + block->used;
+        for (const char *at = block->entries; at < end; at += strlen(at) + 1) {
+            uint16_t number;
+            memcpy(&number, at, sizeof number);
+            at += sizeof number;
+            if (!strcmp(at, name)) return number;
+        }
+    }
+    return -1;
+}
+
+static int search_source(const char *name, const char *registry, int *error) {
+    if (kova_registry_list_cache) {
+        return search_blocks(kova_registry_list_cache, name);
+    }
+    if (kova_registry_array_cache) {
+        for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
+            if (!strcmp(row->cs_name, name)) return row->cs_num;
+        return -1;
+    }
+    FILE *const file = open_registry(registry, error);
+    if (!file) return -2;
+    registry_text text(file);
+    const int number = search_file(&text, name, error);
+    fclose(file);
+    return number;
+}
+
+uint16_t find_cs_num(const char *name, const char *registry, int *error) {
+    char lowered[cs_name_max + 1];
+    int len = 0;
+    for (; len < cs_name_max && name[len]; ++len)
+        lowered[len] = spec_lower(name[len]);
+    lowered[len] = 0;
+    const int number = search_source(lowered, registry, error);
+    if (number >= 0) return static_cast<uint16_t>(number);
+    if (number == -2) return KO_NO_CODESET;
+    unsigned value = 0;
+    for (const char *digit = lowered; *digit; ++digit) {
+        if (!is_spec_digit(*digit)) len = 0;
+        value = (value * 10 + static_cast<unsigned>(*digit - '0')) & 0xFFFF;
+    }
+    if (len) return static_cast<uint16_t>(value);
+    *error = KO_EINVAL;
+    return KO_NO_CODESET;
+}
+
+uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry) {
+    if (!name) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
+    int error = KO_OK;
+    const uint16_t number = find_cs_num(name, registry, &error);
+    if (error) set_error(handle, error);
+    return number;
+}
+
+static void free_blocks(registry_block *list) {
+    while (list) {
+        registry_block *const next = list->next;
+        free(list);
+        list = next;
+    }
+}
+
+// Appends an entry to the block at *last, or to a new one after it. False without memory.
+static bool add_entry(registry_block ***last, const char *name, int number) {
+    const auto stored = static_cast<uint16_t>(number);
+    const size_t name_size = strlen(name) + 1, size = sizeof stored + name_size;
+    registry_block *block = **last;
+    if (!block || size > sizeof block->entries - block->used) {
+        if (block) *last = &block->next;
+        block = static_cast<registry_block *>(malloc(sizeof(registry_block)));
+        if (!block) return false;
+        block->next = nullptr;
+        block->used = 0;
+        **last = block;
+    }
+    char *const at = block->entries + block->used;
+    memcpy(at, &stored, sizeof stored);
+    memcpy(at + sizeof stored, name, name_size);
+    block->used += size;
+    return true;
+}
+
+// Reads every entry into blocks; 0 or the error.
+static int read_entries(registry_text *text, registry_block **list) {
+    char name[cs_name_max + 1];
+    int number;
+    while (read_name(text, name)) {
+        if (!read_number(text, &number)) return KO_EOBJECT;
+        if (!add_entry(&list, name, number)) return KO_ENOMEM;
+        if (!skip_line(text)) break;
+    }
+    return KO_OK;
+}
+
+void ko_cache_registry(void *handle, const char *registry) {
+    int error = KO_OK;
+    ++changes;
+    free_blocks(kova_registry_list_cache);
+    kova_registry_list_cache = nullptr;
+    kova_registry_array_cache = nullptr;
+    registry_block *list = nullptr;
+    if (FILE *const file = open_registry(registry, &error)) {
+        registry_text text(file);
+        error = read_entries(&text, &list);
+        fclose(file);
+    }
+    if (!error) {
+        kova_registry_list_cache = list;
+        return;
+    }
+    free_blocks(list);
+    kova_registry_array_cache = kova_canned_registry;
+    set_error(handle, error);
+}

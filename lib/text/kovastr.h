@@ -1,0 +1,88 @@
+// How the string operations look at text: by bytes in single-byte locales, by the flat class table,
+// by the tree of the class table, or by wide values. Each way is a record with the same members, so
+// an operation is one template over them.
+#ifndef KOVASTR_H
+#define KOVASTR_H
+
+#include "chars/kovambwc.h"
+
+#include <limits.h>
+#include <string.h>
+
+// The character at a position.
+struct text_char {
+    int units;     // 0 at the terminator, -1 for what is no character, with the error word set
+    unsigned code; // its wide value; of a multibyte character all bytes, high byte first
+};
+
+// Texts whose every unit is a character: wide strings, strings of single-byte locales.
+template <class Unit> struct by_unit {
+    using unit = Unit;
+    static constexpr bool one_unit = true;
+    kovaloc *loc;
+    int end_units;
+    text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
+    unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
+    // Units before the terminator, at most so many; for other texts -1 with the error word set.
+    int length(const unit *s, int most = INT_MAX) const {
+        int n = 0;
+        while (n < most && s[n])
+            ++n;
+        return n;
+    }
+};
+using by_wide = by_unit<ko_wchar_t>;
+using by_byte = by_unit<ko_mchar_t>;
+template <> inline int by_byte::length(const ko_mchar_t *s, int most) const {
+    const void *text = s;
+    return static_cast<int>(strnlen(static_cast<const char *>(text), static_cast<size_t>(most)));
+}
+
+struct by_flat { // code sets with terminators of one or two bytes
+    using unit = ko_mchar_t;
+    static constexpr bool one_unit = false;
+    kovaloc *loc;
+    int end_units;
+    const mb_flat *f;
+    text_char at(const unit *s) const {
+        if (!*s && (end_units == 1 || !s[1])) return {0, 0};
+        const flat_char c = flat_next(*f, s);
+        return c.bytes ? text_char{c.bytes, c.wide} : fail(loc, KO_EILSEQ, text_char{-1, 0});
+    }
+    unsigned classes(const unit *, text_char c) const {
+        return c.units > 0 ? flat_item(*f, {c.units, c.code}) : 0u;
+    }
+    int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
+};
+
+struct by_tree {
+    using unit = ko_mchar_t;
+    static constexpr bool one_unit = false;
+    kovaloc *loc;
+    int end_units;
+    text_char at(const unit *s) const;
+    unsigned classes(const unit *s, text_char c) const;
+    int length(const unit *s) const;
+};
+
+// Calls the operation with the way that fits the record.
+template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
+    kovaloc *r = record(loc);
+    const int end_units = terminator_len(r);
+    if (r->exp.single_byte) return run(by_byte{r, end_units});
+    const mb_flat *flat = code_set(r);
+    if (flat && end_units <= 2) return run(by_flat{r, end_units, flat});
+    return run(by_tree{r, end_units});
+}
+
+// The position after n characters, or the terminator where it comes first; NULL with the error
+// word set. *skipped gets the characters before it.
+const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped);
+
+// Writes the terminator.
+inline void end_text(ko_mchar_t *at, int end_units) {
+    memset(at, 0, static_cast<size_t>(end_units));
+}
+inline void end_text(ko_wchar_t *at, int) { *at = 0; }
+
+#endif

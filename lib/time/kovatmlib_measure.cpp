@@ -1,0 +1,245 @@
+// The most columns and bytes that a format of times can produce.
+#include "text/kovastr.h"
+#include "time/kovatmlib_table.h"
+
+#include <limits.h>
+
+namespace {
+struct time_measure {
+    kovaloc *loc;
+    column_counter columns;
+    int ascii_bytes; // of a digit, sign or blank
+    time_extent sum;
+    time_walker walker;
+
+    int literal(const ko_wchar_t *first, const ko_wchar_t *last);
+    int directive(const time_spec &spec);
+};
+} // namespace
+
+// ---- Pieces -------------------------------------------------------------------------------------
+
+// Bytes of a character, none for a character that has no bytes.
+static int bytes_of(kovaloc *loc, ko_wchar_t wc) {
+    const errno_guard kept(loc);
+    const int n = ko_wclen(loc, wc);
+    return n < 0 ? 0 : n;
+}
+
+// Repeated widths and precisions of 31 bits stay within 64 bits.
+static void add(time_measure *in, int64_t columns, int64_t bytes) {
+    constexpr int64_t most = int64_t{1} << 40;
+    time_extent &sum = in->sum;
+    sum.columns = sum.columns + columns < most ? sum.columns + columns : most;
+    sum.bytes = sum.bytes + bytes < most ? sum.bytes + bytes : most;
+}
+
+static void add_ascii(time_measure *in, int64_t units) { add(in, units, units * in->ascii_bytes); }
+
+static void take_larger(time_extent *most, const time_extent &extent) {
+    if (extent.columns > most->columns) most->columns = extent.columns;
+    if (extent.bytes > most->bytes) most->bytes = extent.bytes;
+}
+
+int time_measure::literal(const ko_wchar_t *first, const ko_wchar_t *last) {
+    for (; first != last; ++first)
+        add(this, 1, bytes_of(loc, *first));
+    return 0;
+}
+
+static int64_t larger(int64_t a, int64_t b) { return a > b ? a : b; }
+
+static int digits_in(int value, int base) {
+    int n = 1;
+    for (; value >= base; value /= base)
+        ++n;
+    return n;
+}
+
+// ---- Names --------------------------------------------------------------------------------------
+
+static time_extent text_extent(time_measure *in, const ko_wchar_t *text,
+                               const format_modifiers &m) {
+    if (!text) return {m.width, int64_t{m.width} * in->ascii_bytes};
+    const name_cut part = cut_name(in->columns, text, m.precision);
+    time_extent extent = {part.columns, 0};
+    if (in->walker.work <= work_max) in->walker.work += part.units + 1;
+    for (int i = 0; i < part.units; ++i)
+        extent.bytes += bytes_of(in->loc, text[i]);
+    if (m.width > part.columns) {
+        extent.bytes += int64_t{m.width - part.columns} * in->ascii_bytes;
+        extent.columns = m.width;
+    }
+    return extent;
+}
+
+static void add_names(time_measure *in, const time_spec &spec) {
+    const time_names list = names_of(&in->loc->ltime_info, spec.row->list);
+    time_extent most;
+    for (int i = 0; list.names && i < list.count; ++i)
+        take_larger(&most, text_extent(in, list.names[i], spec.m));
+    add(in, most.columns, most.bytes);
+}
+
+static void add_era_names(time_measure *in, const time_spec &spec) {
+    const ltime *t = &in->loc->ltime_info;
+    time_extent most;
+    for (int i = 0; i < t->era_count; ++i)
+        take_larger(&most, text_extent(in, t->decode_era[i].*spec.row->era, spec.m));
+    add(in, most.columns, most.bytes);
+}
+
+// ---- Numbers ------------------------------------------------------------------------------------
+
+static int largest_of(const time_measure *in, const time_directive &row) {
+    return row.largest ? row.largest : month_count(&in->loc->ltime_info);
+}
+
+// As many digits as the largest value has, each as wide and long as the widest and the longest.
+static void add_alternative(time_measure *in, const time_directive &row,
+                            const format_modifiers &m) {
+    const ltime *t = &in->loc->ltime_info;
+    time_extent digit;
+    for (int i = 0; i < t->max_alt_digits; ++i)
+        take_larger(&digit, text_extent(in, t->w_alt_digits[i], plain_spec(&row).m));
+    const int precision = m.precision < 0 ? row.digits : m.precision;
+    const int64_t count = larger(digits_in(largest_of(in, row), t->max_alt_digits), precision);
+    const int64_t blank = row.kind == time_kind::day, after_blank = larger(1, precision);
+    const int64_t columns = larger(count * digit.columns, blank + after_blank * digit.columns);
+    const int64_t bytes =
+        larger(count * digit.bytes, blank * in->ascii_bytes + after_blank * digit.bytes);
+    // Padding is blanks or strings for zero, a column of which may take several bytes.
+    const int64_t pad_bytes = m.width * larger(in->ascii_bytes, digit.bytes);
+    add(in, larger(m.width, columns), bytes + pad_bytes);
+}
+
+static void add_number(time_measure *in, const time_spec &spec) {
+    const time_directive &row = *spec.row;
+    if (spec.alternative) return add_alternative(in, row, spec.m);
+    const int precision = spec.m.precision < 0 ? row.digits : spec.m.precision;
+    int64_t units = larger(digits_in(largest_of(in, row), 10), precision);
+    if (row.kind == time_kind::day) units = larger(units, 1 + larger(1, precision));
+    add_ascii(in, larger(units, spec.m.width));
+}
+
+static void add_fraction(time_measure *in, const time_spec &spec) {
+    const int by_default = spec.pointed ? 2 : 6;
+    const int digits = spec.m.precision < 0 ? by_default : spec.m.precision;
+    add_ascii(in, spec.pointed + larger(digits, spec.m.width));
+}
+
+// The years of an era run from its offset to what the first or last year of the table makes; four
+// digits at least.
+static void add_era_year(time_measure *in, const time_spec &spec) {
+    const ltime *t = &in->loc->ltime_info;
+    int64_t units = larger(4, spec.m.precision);
+    for (int i = 0; i < t->era_count; ++i) {
+        const lera &era = t->decode_era[i];
+        const int years = era.direction > 0 ? 9999 - era.start_year : era.start_year;
+        for (const int year : {era.offset, era.offset + (years > 0 ? years : 0)}) {
+            const int64_t digits = digits_in(year < 0 ? -year : year, 10);
+            units = larger(units, (year < 0) + larger(digits, spec.m.precision));
+        }
+    }
+    add_ascii(in, larger(units, spec.m.width));
+}
+
+static int add_parts(time_measure *in, const time_spec &spec) {
+    return each_part(
+        spec,
+        [in](const time_spec &part) {
+            add_number(in, part);
+            return 0;
+        },
+        [in](char) {
+            add_ascii(in, 1);
+            return 0;
+        });
+}
+
+// ---- Formats ------------------------------------------------------------------------------------
+
+static int add_era_formats(time_measure *in, const time_spec &spec) {
+    const ltime *t = &in->loc->ltime_info;
+    const time_extent before = in->sum;
+    time_extent most;
+    for (int i = 0; i < t->era_count; ++i) {
+        in->sum = {};
+        const int error = walk_nested(in, t->decode_era[i].*spec.row->era, i > 0);
+        if (error) return error;
+        take_larger(&most, in->sum);
+    }
+    in->sum = before;
+    add(in, most.columns, most.bytes);
+    return 0;
+}
+
+int time_measure::directive(const time_spec &spec) {
+    if (walker.depth && walker.work > work_max) return KO_EDIRECTIVE; // spent on names
+    switch (spec.row->kind) {
+    case time_kind::unit:
+        add_ascii(this, 1);
+        return 0;
+    case time_kind::name:
+        add_names(this, spec);
+        return 0;
+    case time_kind::number:
+    case time_kind::day:
+        add_number(this, spec);
+        return 0;
+    case time_kind::parts:
+        return add_parts(this, spec);
+    case time_kind::format:
+        return walk_nested(this, loc->ltime_info.*spec.row->format);
+    case time_kind::fraction:
+        add_fraction(this, spec);
+        return 0;
+    case time_kind::era_name:
+        add_era_names(this, spec);
+        return 0;
+    case time_kind::era_year:
+        add_era_year(this, spec);
+        return 0;
+    case time_kind::era_format:
+        return add_era_formats(this, spec);
+    case time_kind::forms:
+        break;
+    }
+    return KO_EDIRECTIVE;
+}
+
+// ---- Entries ------------------------------------------------------------------------------------
+
+int measure_format(kovaloc *loc, const ko_wchar_t *format, time_extent *extent) {
+    const int digit = bytes_of(loc, native(loc, '0'));
+    time_measure in = {loc, make_columns(loc), digit ? digit : 1, {}, {}};
+    const int error = walk_format(&in, format);
+    if (error) return error;
+    *extent = in.sum;
+    return 0;
+}
+
+constexpr int time_formats = 1; // the only kind of format that is measured
+
+static int measured(kovaloc *loc, const ko_wchar_t *format, int64_t time_extent::*count) {
+    time_extent extent;
+    if (const int error = measure_format(loc, format, &extent)) return fail(loc, error, -1);
+    const int64_t most = extent.*count;
+    return static_cast<int>(most > INT_MAX ? INT_MAX : most);
+}
+
+int ko_wcsfmtexpand(ko_lc_t handle, int kind, const ko_wchar_t *format) {
+    if (!handle) return -1;
+    if (kind != time_formats) return fail(handle, KO_ERANGE, -1);
+    if (!format) return fail(handle, KO_EFORMAT, -1);
+    return measured(record(handle), format, &time_extent::columns);
+}
+
+int ko_mbsfmtexpand(ko_lc_t handle, int kind, const ko_mchar_t *format) {
+    if (!handle) return -1;
+    if (kind != time_formats) return fail(handle, KO_ERANGE, -1);
+    if (!format) return fail(handle, KO_EFORMAT, -1);
+    wide_text wide;
+    if (widen_text(record(handle), format, &wide) < 0) return -1;
+    return measured(record(handle), wide.p, &time_extent::bytes);
+}

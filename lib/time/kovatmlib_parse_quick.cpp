@@ -1,0 +1,242 @@
+// The quick way of reading times. Each reader takes the place in the text and returns the place
+// after what it has read; NULL for what the engine must do. What becomes time_info::set and the
+// types goes through *set. The loops are short, so the functions that hold them start a cache line:
+// a tenth of the speed hangs on that.
+#include "chars/kovambwc.h"
+#include "time/kovatmlib_quick.h"
+#include "time/kovatree.h"
+
+#include <string.h>
+
+// How numbers are read: the rows of the table, small and by letter.
+namespace {
+struct quick_rule {
+    int time_info::*field;
+    unsigned set, clear; // bits of what becomes time_info::set, and the types above them
+    int lo;
+    unsigned span; // hi - lo
+    int bias;
+    bool number;
+};
+
+template <class Unit> struct quick_reader {
+    kovaloc *loc;
+    time_info *ti;
+    unsigned plain;          // units below it are characters of their own value
+    const uint16_t *classes; // of the characters below listed
+    unsigned listed;
+    const mb_flat *pairs;           // of characters of two bytes
+    const exact_lists<Unit> *exact; // NULL: names are looked up in the trees alone
+};
+} // namespace
+
+// Above the bits of time_info::set stand the types of year and hour.
+constexpr int year_shift = 16, hour_shift = 18;
+constexpr unsigned type_bits(const time_reading &how, unsigned value) {
+    return how.type == &time_info::year_type   ? value << year_shift
+           : how.type == &time_info::hour_type ? value << hour_shift
+                                               : 0;
+}
+
+// Weekday 7 is a 0 and left to the engine.
+static constexpr std::array<quick_rule, 128> quick_rules = [] {
+    std::array<quick_rule, 128> rules{};
+    for (const time_directive &row : time_directives) {
+        if (!is_number(row.kind) || row.view == time_view::weekday7) continue;
+        const time_reading &how = row.reading;
+        const int hi = how.hi == by_months ? usual_months : how.hi;
+        rules[static_cast<unsigned char>(row.letter)] = {
+            .field = how.field,
+            .set = how.set | type_bits(how, static_cast<unsigned>(how.type_value)),
+            .clear = how.clear | type_bits(how, 3),
+            .lo = how.lo,
+            .span = static_cast<unsigned>(hi - how.lo),
+            .bias = how.bias,
+            .number = true,
+        };
+    }
+    return rules;
+}();
+
+// ---- Names --------------------------------------------------------------------------------------
+
+static bool begins_with(const ko_mchar_t *text, const ko_mchar_t *name, int len) {
+    return !strncmp(reinterpret_cast<const char *>(text), reinterpret_cast<const char *>(name),
+                    static_cast<size_t>(len));
+}
+static bool begins_with(const ko_wchar_t *text, const ko_wchar_t *name, int len) {
+    for (int i = 0; i < len; ++i) {
+        if (text[i] != name[i]) return false;
+    }
+    return true;
+}
+
+template <class Unit>
+static inline const Unit *find_exact(const exact_list<Unit> &list, const Unit *text, int *value) {
+    if (!text[0] || !text[1]) return nullptr;
+    const exact_name<Unit> &slot = slot_of(list, text);
+    if (!slot.name || !begins_with(text, slot.name, slot.len)) return nullptr;
+    *value = slot.val;
+    return text + slot.len;
+}
+
+// ---- Reading ------------------------------------------------------------------------------------
+
+template <class Unit> static inline bool is_blank(const quick_reader<Unit> &r, unsigned unit) {
+    if (unit < r.listed) return r.classes[unit] & KO_CT_SPACE;
+    return unit < r.plain && has_class(r.loc, static_cast<ko_wchar_t>(unit), KO_CT_SPACE);
+}
+
+template <class Unit>
+static inline const Unit *after_blanks(const quick_reader<Unit> &r, const Unit *at) {
+    while (*at && is_blank(r, *at))
+        ++at;
+    return at;
+}
+
+// No sign and at most nine digits, in the range that a directive allows.
+template <class Unit>
+[[gnu::always_inline]] static inline const Unit *
+take_number(const quick_reader<Unit> &r, const Unit *at, const quick_rule &rule, unsigned *set) {
+    if (*at - 0u - '0' > 9) at = after_blanks(r, at);
+    unsigned number = *at - 0u - '0', digit;
+    if (number > 9) return nullptr;
+    if ((digit = *++at - 0u - '0') <= 9) {
+        number = number * 10 + digit;
+        for (const Unit *const second = at; (digit = *++at - 0u - '0') <= 9;) {
+            if (at - second == 8) return nullptr;
+            number = number * 10 + digit;
+        }
+    }
+    const int value = static_cast<int>(number);
+    if (static_cast<unsigned>(value - rule.lo) > rule.span) return nullptr;
+    r.ti->*rule.field = value - rule.bias;
+    *set = (*set & ~rule.clear) | rule.set;
+    return at;
+}
+
+template <class Unit>
+static const Unit *take_name(const quick_reader<Unit> &r, const Unit *at, const time_directive &row,
+                             unsigned *set) {
+    const ltime *t = &r.loc->ltime_info;
+    const bool month = row.view == time_view::month_index;
+    if (!month && row.view != time_view::plain) return nullptr;
+    *set = month ? (*set & ~unsigned{seen_mon}) | seen_monidx : *set | seen_week_day;
+    int *const value = month ? &r.ti->monidx : &r.ti->week_day;
+    const Unit *const end =
+        !r.exact ? nullptr : find_exact(month ? r.exact->months : r.exact->days, at, value);
+    if (end) return end;
+    wc_found found = find_name(r.loc, month ? t->full_mon_cache : t->full_day_cache, at);
+    if (!found.node) found = find_name(r.loc, month ? t->abbr_mon_cache : t->abbr_day_cache, at);
+    if (!found.node) return nullptr;
+    *value = found.node->val;
+    return at + found.len;
+}
+
+// A character that stands for itself, which must not be a blank; blanks before it do not count.
+template <class Unit>
+static inline const Unit *take_sign(const quick_reader<Unit> &r, const Unit *at, unsigned sign) {
+    if (*at != sign) at = after_blanks(r, at);
+    return *at == sign ? at + 1 : nullptr;
+}
+
+template <class Unit>
+static const Unit *take_parts(const quick_reader<Unit> &r, const Unit *at, const char *parts,
+                              unsigned *set) {
+    for (; *parts && at; ++parts) {
+        const auto letter = static_cast<unsigned char>(*parts);
+        const quick_rule &rule = quick_rules[letter];
+        at = rule.number ? take_number(r, at, rule, set) : take_sign(r, at, letter);
+    }
+    return at;
+}
+
+template <class Unit>
+[[gnu::noinline, gnu::aligned(64)]] static const Unit *
+take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigned *set) {
+    const time_directive *const row = time_by_letter[letter];
+    if (!row) return nullptr;
+    if (row->kind == time_kind::name) return take_name(r, at, *row, set);
+    return row->kind == time_kind::parts ? take_parts(r, at, row->parts, set) : nullptr;
+}
+
+// A character of several bytes that is the same in both. Returns its bytes, 0 when it is another
+// one, no character or a blank.
+static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
+                          const ko_mchar_t *format) {
+    const unsigned first = *format, second = format[1];
+    if (!r.pairs || at[0] != first || r.pairs->flag1[first] != mb_prefix) return 0;
+    if (at[1] != second || r.pairs->second->flags[first][second] != mb_final) return 0;
+    return r.pairs->second->items[first][second] & KO_CT_SPACE ? 0 : 2;
+}
+static int same_character(const quick_reader<ko_wchar_t> &, const ko_wchar_t *,
+                          const ko_wchar_t *) {
+    return 0;
+}
+
+template <class Unit>
+[[gnu::always_inline]] static inline const Unit *read_quickly(const quick_reader<Unit> &r,
+                                                              const Unit *at, const Unit *format) {
+    unsigned set = 0;
+    while (at) {
+        const unsigned unit = *format++;
+        if (unit == '%') {
+            const unsigned letter = *format++;
+            if (letter > 127) return nullptr;
+            const quick_rule &rule = quick_rules[letter];
+            if (rule.number) {
+                at = take_number(r, at, rule, &set);
+            } else {
+                unsigned kept = set; // leaves set in a register
+                at = take_other(r, at, letter, &kept);
+                set = kept;
+            }
+        } else if (!unit) {
+            r.ti->set = set & 0xFFFF;
+            r.ti->year_type = set >> year_shift & 3;
+            r.ti->hour_type = static_cast<int>(set >> hour_shift);
+            return at;
+        } else if (unit < r.plain) {
+            at = is_blank(r, unit) ? after_blanks(r, at) : take_sign(r, at, unit);
+        } else {
+            const int n = same_character(r, at, --format);
+            if (!n) return nullptr;
+            format += n;
+            at += n;
+        }
+    }
+    return nullptr;
+}
+
+// Where digits and signs have places of their own the engine serves.
+template <class Unit>
+static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *format, time_info *ti,
+                                  const exact_lists<Unit> *exact) {
+    constexpr bool bytes = sizeof(Unit) == 1;
+    constexpr unsigned shared = category_bit(KO_LC_TIME) | category_bit(KO_LC_CTYPE);
+    if (loc->portable || !exact) return nullptr;
+    quick_reader<Unit> r = {loc, ti, 0x10000, loc->exp.sb_ctype_table, 0x100, nullptr, exact};
+    if (loc->copied & shared) r.exact = nullptr; // its names go by the characters of another locale
+    if (!r.classes) {
+        const ctype_flat *const flat = flat_classes(loc);
+        const bool listed = flat && flat->plain_ascii;
+        if (bytes && !listed) return nullptr;
+        r.listed = listed ? 0x80 : 0;
+        r.classes = listed ? flat->classes.item1 : nullptr;
+        r.pairs = listed ? &flat->classes : nullptr;
+        if (bytes) r.plain = 0x80;
+    }
+    return read_quickly(r, text, format);
+}
+
+[[gnu::aligned(64)]] const ko_mchar_t *quick_parse(kovaloc *loc, const ko_mchar_t *text,
+                                                   const ko_mchar_t *format, time_info *ti) {
+    const quick_times *const quick = loc->ltime_info.quick;
+    return read_in(loc, text, format, ti, quick ? &quick->bytes.exact : nullptr);
+}
+
+[[gnu::aligned(64)]] const ko_wchar_t *quick_parse(kovaloc *loc, const ko_wchar_t *text,
+                                                   const ko_wchar_t *format, time_info *ti) {
+    const quick_times *const quick = loc->ltime_info.quick;
+    return read_in(loc, text, format, ti, quick ? &quick->wide.exact : nullptr);
+}

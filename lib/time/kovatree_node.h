@@ -1,0 +1,99 @@
+// What the sources of name trees share: the characters of names, insertion and look-up.
+#ifndef KOVATREE_NODE_H
+#define KOVATREE_NODE_H
+
+#include "chars/kovambwc.h"
+#include "time/kovatree.h"
+
+// A wide character beyond the tables of a single-byte code set has no case.
+inline ko_wchar_t lower(kovaloc *loc, ko_wchar_t wc) {
+    if (const unsigned char *table = loc->exp.sb_tolower_table) return wc < 256 ? table[wc] : wc;
+    const ctype_flat *flat = flat_cases(loc);
+    if (flat && flat->lower.plain_ascii && wc < 0x80)
+        return static_cast<ko_wchar_t>(wc >= 'A' && wc <= 'Z' ? wc + 32 : wc);
+    return im_towlower(loc, wc);
+}
+
+// Sources of the lower-cased units of a name or text: next() returns one, or why there is none.
+constexpr int units_end = -1, units_bad = -2;
+
+struct wide_source {
+    kovaloc *loc;
+    const ko_wchar_t *at;
+    int next() { return *at ? lower(loc, *at++) : units_end; }
+};
+
+struct widened_source {
+    kovaloc *loc;
+    const ko_mchar_t *at;
+    int next() {
+        ko_wchar_t wc;
+        const int n = ko_full_mbtowc(loc, &wc, at, 4);
+        if (n < 1) return n < 0 ? units_bad : units_end;
+        at += n;
+        return lower(loc, wc);
+    }
+};
+
+template <class Node> inline const Node *node_across(const Node *level, int c) {
+    while (level && level->c != c)
+        level = level->nextn;
+    return level;
+}
+
+// The place of a character's node among those at a position, NULL inside when it has none yet.
+template <class Node> inline Node **slot_across(Node **level, int c) {
+    while (*level && (*level)->c != c)
+        level = &(*level)->nextn;
+    return level;
+}
+
+// Inserts what the source yields; a name of nothing stands at the top with the character 0. make()
+// returns the memory of a node. 0 or the error number; nodes made before an error stay, without a
+// name that ends there.
+template <class Node, class Source, class Make>
+inline int insert(Node **root, Source &in, Make make, int val) {
+    int c = in.next();
+    for (Node **level = root; c != units_bad;) {
+        const int unit = c < 0 ? 0 : c;
+        Node **slot = slot_across(level, unit);
+        if (!*slot) {
+            Node *const made = make();
+            if (!made) return KO_ENOMEM;
+            *made = {};
+            made->c = static_cast<decltype(made->c)>(unit);
+            *slot = made;
+        }
+        if (c >= 0) c = in.next();
+        if (c == units_end) {
+            (*slot)->val = val;
+            (*slot)->set = 1;
+            return 0;
+        }
+        level = &(*slot)->nextc;
+    }
+    return KO_EILSEQ;
+}
+
+// The shortest name, not of nothing, that the source begins with. *depth gets the units that
+// matched on the way.
+template <class Node, class Source>
+inline const Node *find(const Node *root, Source &in, int *depth) {
+    const Node *level = root;
+    for (*depth = 0; level; ++*depth) {
+        const int c = in.next();
+        const Node *const node = c < 0 ? nullptr : node_across(level, c);
+        if (!node) break;
+        // At the top the value of a 0 is that of the name of nothing.
+        if (node->set && (c || *depth)) return ++*depth, node;
+        level = node->nextc;
+    }
+    return nullptr;
+}
+
+template <class Node> inline const Node *find_nothing(const Node *root) {
+    const Node *const node = node_across(root, 0);
+    return node && node->set ? node : nullptr;
+}
+
+#endif

@@ -1,0 +1,174 @@
+// The collation section: what is derived from it, and what is refused.
+#include "collate/coll_builder.h"
+
+#include <random>
+
+namespace {
+
+std::vector<std::string> ignored(const coll_record &r) {
+    std::vector<std::string> all;
+    for (const ko_mchar_t **s = r.loc->exp.coll_ignored; s && *s; ++s)
+        all.push_back(text(*s));
+    return all;
+}
+
+std::string equivalents(const coll_record &r) {
+    std::string all;
+    for (const auto *p = r.loc->exp.coll_equiv_class_map; p && p->from; ++p)
+        all += text(p->from) + "=" + text(p->to) + " ";
+    return all;
+}
+
+// a..j; an element "ij", an expansion "bc". d and h are ignored, yet no class; e in one pass only;
+// f and g expand; the tie-break of i bars its class with j.
+coll_spec sample() {
+    coll_spec spec;
+    spec.passes = {coll_forward, coll_forward};
+    spec.map = byte_map("abcdefghij");
+    spec.elements.assign({
+        {u"ij",           2},
+        {u"gggggg",       4},
+        {u"\u0141\u0142", 2}
+    });
+    spec.expansions = {u"bc", u"a"};
+    spec.rows = weights_of("99.99 2.2 3.2 3.2 1.1 1.2 x.x x.x 1.1 5t.2 5t.2");
+    return spec;
+}
+
+} // namespace
+
+TEST(CollationSection, ListsIgnoredAndEquivalentCharacters) {
+    coll_record r(every_byte(), sample().text());
+    ASSERT_EQ(r.result, 0);
+    EXPECT_EQ(ignored(r), (std::vector<std::string>{"gggggg", "d", "h"}));
+    EXPECT_EQ(equivalents(r), "ij=c b=c f=bc g=bc ");
+    EXPECT_EQ(r.loc->exp.coll_char_ratio, 6.0);
+    EXPECT_EQ(r.error(), 0) << "the element outside the code set is left out";
+    EXPECT_EQ(r.loc->coll_info.exp_direct[0][+'f'], r.loc->coll_info.exp_arr);
+    EXPECT_EQ(r.loc->coll_info.exp_direct[1][+'a'], nullptr);
+    EXPECT_EQ(r.loc->coll_info.exp_direct[2], nullptr);
+    for (int c = 0; c < 256; ++c)
+        EXPECT_EQ(r.loc->coll_info.elem_candidate[c], c == 'i' || c == 'g') << c;
+}
+
+TEST(CollationSection, ListsNothingWhereThereIsNothing) {
+    coll_spec plain = sample();
+    plain.elements.clear();
+    plain.expansions.clear();
+    plain.rows = weights_of("99.99 2.2");
+    plain.map = byte_map("a");
+    coll_record r(every_byte(), plain.text());
+    EXPECT_EQ(r.loc->exp.coll_ignored, nullptr);
+    EXPECT_EQ(r.loc->exp.coll_equiv_class_map, nullptr);
+    EXPECT_EQ(r.loc->coll_info.elem_candidate, nullptr);
+    // Characters of one row are no class, but rows alike without characters make the lists.
+    plain.map.push_back({"b", 1});
+    plain.rows.push_back({2, 2});
+    coll_record shared(every_byte(), plain.text());
+    EXPECT_TRUE(ignored(shared).empty() && shared.loc->exp.coll_ignored);
+    EXPECT_EQ(equivalents(shared), "a=b ");
+    for (const int flag : {1, 2}) {
+        coll_spec spec = sample();
+        spec.codeset_order = flag;
+        coll_record ordered(every_byte(), spec.text());
+        EXPECT_EQ(ordered.loc->exp.coll_ignored != nullptr, flag == 2);
+        EXPECT_EQ(ordered.loc->exp.codeset_order, 1);
+    }
+}
+
+TEST(CollationSection, RefusesReferencesOutsideTheTables) {
+    void (*const damages[])(coll_spec &) = {
+        [](coll_spec &s) {
+            s.map.push_back({"x", 11});
+        },
+        [](coll_spec &s) { s.elements[0].row = 11; },
+        [](coll_spec &s) { s.rows[3][1] = coll_expansion | 2; },
+        [](coll_spec &s) { s.passes.assign(9, 1); }, [](coll_spec &s) { s.rows.clear(); },
+        [](coll_spec &s) { s.expansions[0] = u"f"; }, // a circle, and one of two
+        [](coll_spec &s) {
+            s.expansions = {u"bh", u"af"}, s.rows[8][1] = coll_expansion | 1;
+        },
+        // Weights that part two strings in one direction only, or not in their keys.
+        [](coll_spec &s) { s.rows[10][0] = 5; },                // j without the tie-break of i
+        [](coll_spec &s) { s.rows[3][0] = 2 | coll_code_tie; }, // c against a and the element
+        [](coll_spec &s) { s.rows[2][0] = 0; },                 // the key of 2, which a has
+        [](coll_spec &s) { s.rows[2][0] = 256; },               // has no key of one digit
+        [](coll_spec &s) { s.expansions[1] = {u'\0'}; },        // ends the string
+    };
+    for (size_t i = 0; i < std::size(damages); ++i) {
+        SCOPED_TRACE(i);
+        coll_spec spec = sample();
+        damages[i](spec);
+        coll_record r(every_byte(), spec.text());
+        EXPECT_EQ(r.result, -1);
+        EXPECT_EQ(r.error(), KO_EOBJECT);
+        EXPECT_EQ(r.loc->coll_info.collate, collate_none);
+    }
+    coll_record keyword(every_byte(), "as specified\n");
+    EXPECT_EQ(keyword.result, -1);
+    EXPECT_EQ(keyword.error(), 0);
+}
+
+TEST(CollationSection, BoundsItsCounts) {
+    const std::string head = "as_specified\n" + table_text(byte_map("ab"));
+    for (const char *counts :
+         {"0 2147483647 1 0 0 9\n0001 0001", "0 0 1 2147483647 0 9\n0001 10000 0000",
+          "0 0 1 0 2147483647 9\n0001 1 00000061", "0 -1 1 0 0 9\n0001 0001",
+          "0 2 -1 0 0 9\n0001 0001", "0 2 1 -5 0 9\n0001 0001", "0 2 1 0 -7 9\n0001 0001"}) {
+        coll_record r(every_byte(), head + counts);
+        EXPECT_EQ(r.result, -1) << counts;
+        EXPECT_EQ(r.error(), KO_EOBJECT) << counts;
+    }
+    coll_record r(every_byte(), head + "0 2 0 0 0 99999\n#");
+    EXPECT_EQ(r.result, 0);
+    EXPECT_EQ(r.loc->coll_info.num_weights, 0xFFFF);
+    EXPECT_EQ(im_mbscoll(r.handle, mb("a"), mb("b")), 0) << "no pass tells them apart";
+    EXPECT_EQ(sort_key(r.handle, "ab"), "");
+    EXPECT_EQ(ignored(r).size(), 255u) << "in every pass of none";
+}
+
+TEST(CollationSection, FailsAtEveryEarlyEnd) {
+    const std::string whole = sample().text();
+    const size_t keyword = whole.find('\n') + 1;
+    for (size_t end = 0; end + 1 < whole.size(); ++end) {
+        coll_record r(every_byte(), whole.substr(0, end));
+        ASSERT_EQ(r.result, -1) << end;
+        ASSERT_TRUE(r.error() == KO_EOBJECT || (end >= keyword && r.error() == KO_ENOMEM)) << end;
+    }
+    coll_record r(every_byte(), whole.substr(0, whole.size() - 1));
+    EXPECT_EQ(r.result, 0) << "only white space is missing";
+}
+
+TEST(CollationSection, TakesAnyChangedByteWithoutHarm) {
+    const std::string whole = sample().text();
+    std::mt19937 rng(7);
+    int loaded = 0;
+    for (size_t at = 0; at < whole.size(); ++at)
+        for (const char byte : {'0', '9', 'f', ' ', '\n', static_cast<char>(rng())}) {
+            std::string damaged = whole;
+            damaged[at] = byte;
+            coll_record r(every_byte(), damaged);
+            if (r.result) continue;
+            ++loaded;
+            im_mbscoll(r.handle, mb("abfij\xF0ggggggh"), mb("abfgi"));
+            r.loc->exp.mbscoll(r.handle, mb("fgij\xF0"), mb("fgi"));
+            ko_full_mbsxfrm(r.handle, nullptr, mb("abcdefghij"), 0);
+        }
+    EXPECT_GT(loaded, 100);
+}
+
+TEST(CollationSection, ReadsTheSameThroughHooksAsFromMemory) {
+    const std::string whole = sample().text();
+    coll_record memory(every_byte(), whole);
+    file_hooks files;
+    files.files["section"] = whole;
+    coll_record hooked(every_byte(), "thai_smo\n");
+    text_in in = {.stream = ko_ext_fopen("section", "r")};
+    ASSERT_EQ(read_collate(&in, hooked.loc), 0);
+    ko_ext_fclose(in.stream);
+    update_locale(hooked.loc);
+    hooked.flat = hooked.loc->weights;
+    EXPECT_EQ(ignored(hooked), ignored(memory));
+    EXPECT_EQ(equivalents(hooked), equivalents(memory));
+    EXPECT_EQ(sort_key(hooked.handle, "bijfa"), sort_key(memory.handle, "bijfa"));
+}

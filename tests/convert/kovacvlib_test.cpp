@@ -1,0 +1,648 @@
+// Conversion: objects and descriptors, the routines and what they take and write, texts in pieces,
+// registered converters, and damaged objects.
+#include "support/conversion_builder.h"
+
+#include "locale/kovaextsa.h"
+
+#include <algorithm>
+#include <random>
+
+using namespace std::string_literals;
+
+namespace {
+
+const unsigned plain = cv_plain;
+
+std::string byte(unsigned b) { return std::string(1, static_cast<char>(b)); }
+
+// Bytes 0x20..0x7F swap case; 0x80 is a substitute, 0x81 unmapped.
+cv_object bytes_object(int checks) {
+    cv_object o;
+    o.checks = checks;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    for (unsigned b = 1; b < (checks ? 0x80u : 0x100u); ++b)
+        o.noshift.push_back({byte(b), plain, byte(b ^ 0x20)});
+    if (checks) o.noshift.push_back({"\x80", plain | cv_substitute, "?"});
+    return o;
+}
+
+// ASCII, and leads 0x81..0x83 with trails 0x40..0x4F; targets of 1 to target_max bytes.
+cv_object double_object(int target_max) {
+    cv_object o;
+    o.target_max = target_max;
+    o.max = 2;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    for (unsigned b = 1; b < 0x80; ++b)
+        o.noshift.push_back({byte(b), plain, byte(b)});
+    for (unsigned lead = 0x81; lead < 0x84; ++lead)
+        for (unsigned trail = 0x40; trail < 0x50; ++trail) {
+            const auto len = static_cast<size_t>(1 + trail % static_cast<unsigned>(target_max));
+            const unsigned flags = trail == 0x4F ? plain | cv_substitute : plain;
+            o.noshift.push_back({byte(lead) + byte(trail), flags,
+                                 std::string(len, static_cast<char>(lead + trail))});
+        }
+    return o;
+}
+
+// A host code set with one-byte shifts 0x0E and 0x0F into a stateless target of 1 to 3 bytes.
+cv_object host_object() {
+    cv_object o;
+    o.source_stateful = 1;
+    o.shifts = "0010e10f";
+    o.target_max = 3;
+    o.shift_min = o.shift_max = 2;
+    o.noshift.push_back({byte(0), cv_terminator, byte(0)});
+    o.noshift.push_back({"\x0e", cv_source_shift, ""});
+    for (unsigned b = 0x40; b < 0x60; ++b)
+        o.noshift.push_back({byte(b), plain, byte(b + 0x10)});
+    for (unsigned lead = 0x41; lead < 0x44; ++lead)
+        for (unsigned trail = 0x41; trail < 0x60; ++trail)
+            o.shift.push_back({byte(lead) + byte(trail), plain,
+                               std::string(1 + trail % 3, static_cast<char>(lead))});
+    return o;
+}
+
+// A stateless source of one and two bytes into a stateful target: two-byte targets are shifted.
+cv_object to_host_object() {
+    cv_object o = double_object(2);
+    o.target_stateful = 1;
+    o.shifts = "10e10f00";
+    o.ratio = "4";
+    for (cv_entry &e : o.noshift)
+        if (e.source.size() == 2) e.flags |= cv_shifted_target, e.target = "AB";
+    return o;
+}
+
+// The general case: three-byte shift sequences on both sides.
+cv_object both_stateful() {
+    cv_object o = to_host_object();
+    std::erase_if(o.noshift, [](const cv_entry &e) { return e.source == "\x1b"; });
+    o.source_stateful = 1;
+    o.shifts = "31b244230e0e0f31b244231b2842";
+    o.shift_min = 2, o.shift_max = 3;
+    o.noshift.push_back({"\x1b$B", cv_source_shift, ""});
+    for (unsigned lead = 0x21; lead < 0x24; ++lead)
+        for (unsigned trail = 0x21; trail < 0x30; ++trail)
+            o.shift.push_back({byte(lead) + byte(trail), plain | cv_shifted_target, "XY"});
+    o.shift.push_back({"\x1b(B", cv_source_shift, ""});
+    return o;
+}
+
+} // namespace
+
+TEST(Conversion, TakesAndWritesUpToTheLastWholeCharacter) {
+    const cv_record single(bytes_object(1).str()), pairs(double_object(3).str());
+    ASSERT_EQ(single.result, 0);
+    ASSERT_EQ(pairs.result, 0);
+    using namespace std::string_view_literals;
+    static const struct {
+        const char *claim;
+        const cv_record &cv;
+        std::string_view in;
+        int room, len, result;
+        std::string_view out;
+        int taken, sub, error;
+    } rows[] = {
+        {"plain",                     single, "ab",               9, -2, 0,  "AB",           2, 0, 0        },
+        {"nothing",                   single, "",                 9, -2, 0,  "",             0, 0, 0        },
+        {"substituted",               single, "a\x80z",           9, -2, 0,  "A?Z",          3, 1, 0        },
+        {"unmapped at a full buffer", single, "ab\x81z",          2, -2, -1, "AB",           2, 0, KO_EILSEQ},
+        {"full",                      single, "abc",              2, -2, -1, "AB",           2, 0, KO_E2BIG },
+        {"substitute does not fit",   single, "a\x80",            1, -2, -1, "A",            1, 1, KO_E2BIG },
+        {"terminated",                single, "ab\0cd"sv,         9, -1, 0,  "AB\0"sv,       3, 0, 0        },
+        {"counted over a null",       single, "a\0b"sv,           9, -2, 0,  "A\0B"sv,       3, 0, 0        },
+        {"pair",                      pairs,  "a\x81\x42z",       9, -2, 0,  "a\xc3z",       4, 0, 0        },
+        {"cut pair",                  pairs,  "a\x81",            9, -2, -1, "a",            1, 0, KO_EINVAL},
+        {"bad trail",                 pairs,  "a\x81\x30",        9, -2, -1, "a",            1, 0, KO_EILSEQ},
+        {"bad lead",                  pairs,  "\xff",             9, -2, -1, "",             0, 0, KO_EILSEQ},
+        {"pair does not fit",         pairs,  "\x81\x41",         1, -2, -1, "",             0, 0, KO_E2BIG },
+        {"pair just fits",            pairs,  "\x81\x41",         3, -2, 0,  "\xc2\xc2\xc2", 2, 0, 0        },
+        {"terminated pairs",          pairs,  "\x82\x4f\0\x81"sv, 9, -1, 0,  "\xd1\xd1\0"sv, 3, 1, 0        },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.claim);
+        EXPECT_EQ(convert(r.cv, std::string(r.in), r.room, nullptr, r.len),
+                  (cv_outcome{r.result, std::string(r.out), r.taken, r.sub, r.error}));
+    }
+    // A null pointer is refused, but a descriptor without routines keeps the reason it has none.
+    ko_cv_t no_file;
+    int sub = 7;
+    EXPECT_EQ(ko_iconv_open(&no_file, "b", "b"), -1);
+    for (const ko_cv_t cd : {no_file, single.cd}) {
+        EXPECT_EQ(ko_miconv(cd, nullptr, nullptr, nullptr, nullptr, &sub), -1);
+        EXPECT_EQ(*ko_ext_errno(cd), cd == no_file ? KO_EFILE : KO_ENULL);
+        EXPECT_EQ(sub, 0);
+    }
+    const cv_record free_of_checks(bytes_object(0).str());
+    ASSERT_NE(free_of_checks.rec()->exports.sb2sb_table, nullptr);
+    EXPECT_EQ(free_of_checks.rec()->exports.sb2sb_table[0xC1], 0xE1);
+    EXPECT_EQ(convert(free_of_checks, "a\xc1\x80", 2), (cv_outcome{-1, "A\xe1", 2, 0, KO_E2BIG}));
+}
+
+// Bytes that need no checks, by a compiler that was careless: 'x' is substituted, 'q' unmapped, and
+// a text ends with 'e' as well.
+static cv_object careless_object() {
+    cv_object o = bytes_object(0);
+    o.noshift['x'].flags |= cv_substitute;
+    o.noshift['e'].flags |= cv_terminator;
+    o.noshift.erase(o.noshift.begin() + 'q');
+    return o;
+}
+
+TEST(Conversion, TerminatedTextsAreCheckedWhereCountedOnesAreNot) {
+    const cv_record cv(careless_object().str());
+    ASSERT_EQ(cv.rec()->miconv_fp, sb_miconv_noerr);
+    using namespace std::string_view_literals;
+    static const struct {
+        std::string_view in;
+        cv_outcome counted, terminated;
+    } rows[] = {
+        {"axb\0"sv, {0, "AXB\0"s, 4, 0, 0},  {0, "AXB\0"s, 4, 1, 0}    },
+        {"aqb\0"sv, {0, "A\0B\0"s, 4, 0, 0}, {-1, "A", 1, 0, KO_EILSEQ}},
+        {"aeb\0"sv, {0, "AEB\0"s, 4, 0, 0},  {0, "AE", 2, 0, 0}        },
+    };
+    for (const auto &r : rows) {
+        EXPECT_EQ(convert(cv, std::string(r.in), 9), r.counted);
+        EXPECT_EQ(convert(cv, std::string(r.in), 9, nullptr, -1), r.terminated);
+    }
+}
+
+TEST(Conversion, LongTerminatedTextsEndAtTheirTerminator) {
+    for (const cv_object &o : {bytes_object(1), bytes_object(0), double_object(2)}) {
+        const cv_record fast(o.str()), slow(o.str());
+        slow.forget_derived();
+        for (size_t size = 4085; size < 4102; ++size) {
+            std::string in;
+            while (in.size() < size)
+                in += o.max == 2 && in.size() % 7 == 0 ? "\x81\x42" : "ab";
+            in.resize(size, 'z');
+            in += "\0behind"s;
+            const auto f = convert(fast, in, 20000, nullptr, -1);
+            ASSERT_EQ(f, convert(slow, in, 20000, nullptr, -1)) << size;
+            ASSERT_TRUE(f.result || f.taken == static_cast<int>(size) + 1) << size;
+        }
+    }
+}
+
+// What derived tables do must be what the rules say, whatever the text, its length and the room.
+TEST(Conversion, RunsAgreeWithTheRules) {
+    std::mt19937 random(20261121);
+    cv_object lead_shifts_in = host_object(); // its pairs begin with the shift-in byte as well
+    lead_shifts_in.shifts = "0010e141";
+    const cv_object objects[] = {lead_shifts_in,    bytes_object(1),  bytes_object(0),
+                                 careless_object(), double_object(1), double_object(2),
+                                 double_object(3),  double_object(4), to_host_object(),
+                                 host_object(),     both_stateful()};
+    for (const cv_object &o : objects) {
+        const std::string object = o.str();
+        const cv_record fast(object, cv_from::memory), slow(object);
+        ASSERT_EQ(fast.result, 0);
+        slow.forget_derived();
+        const bool stateful = o.source_stateful || o.target_stateful;
+        for (int round = 0; round < 3000; ++round) {
+            std::string in;
+            const size_t chars = random() % 40;
+            const auto &set = round % 2 && !o.shift.empty() ? o.shift : o.noshift;
+            bool shifted = &set == &o.shift;
+            for (size_t i = 0; i < chars; ++i) {
+                const auto &from = shifted ? o.shift : o.noshift;
+                const cv_entry &e = from[random() % from.size()];
+                in += e.source;
+                if (o.source_stateful && e.flags & cv_source_shift) shifted = !shifted;
+                if (o.source_stateful && shifted && o.shifts == "0010e10f" && !(random() % 8))
+                    in += '\x0f', shifted = false;
+                if (!(random() % 30)) in += static_cast<char>(random());
+            }
+            const int room = static_cast<int>(random() % (4 * chars + 2));
+            const int start = round % 2 && o.source_stateful;
+            conv_state a = {!start, static_cast<int>(random() % 2), start, 0, nullptr}, b = a,
+                       c = a;
+            const int len = round % 5 ? -2 : -1;
+            const auto f = convert(fast, in, room, stateful ? &a : nullptr, len);
+            ASSERT_EQ(f, convert(slow, in, room, stateful ? &b : nullptr, len))
+                << testing::PrintToString(in) << " room " << room;
+            ASSERT_EQ(a.source_state, b.source_state);
+            ASSERT_EQ(a.target_state, b.target_state);
+            ASSERT_LE(static_cast<int>(f.out.size()), ko_cv_outbuflen(fast.cd, f.taken));
+            // The computed length is the written one.
+            const ko_mchar_t *p = mb(in.c_str());
+            int left = static_cast<int>(in.size()), space = room, sub = 0;
+            const bool measured = len == -2 && (o.checks || stateful);
+            if (!measured) continue;
+            const int result =
+                ko_mconvlen(fast.cd, stateful ? &c : nullptr, &p, &left, &space, &sub);
+            ASSERT_EQ(result, f.result);
+            ASSERT_EQ(room - space, static_cast<int>(f.out.size()));
+            ASSERT_EQ(c.target_state, a.target_state);
+        }
+    }
+}
+
+TEST(Conversion, EveryKindOfByteTranslationDoesTheSame) {
+    const cv_record cv(careless_object().str());
+    const cv_bytes *const bytes = cv.rec()->bytes;
+    ASSERT_TRUE(bytes && bytes->has_special);
+    cv_translate kinds[cv_translates_max];
+    const int count = cv_translates(kinds);
+    guarded_block text_block, out_block;
+    std::mt19937 random(1);
+    for (size_t round = 0; round < 1200; ++round) {
+        const size_t size = round % 200;
+        std::string in(size, 0);
+        for (char &c : in)
+            do
+                c = static_cast<char>(random());
+            while (c == 'x' || c == 'q' || c == 'e');
+        if (round % 3 && size) in[random() % size] = "xqe"[round % 4 % 3];
+        for (const bool stop : {false, true}) {
+            const size_t done = stop ? std::min(in.find_first_of("xqe"), size) : size;
+            std::string want = in.substr(0, done);
+            for (char &c : want)
+                c = !c || c == 'q' ? '\0' : static_cast<char>(c ^ 0x20);
+            for (int k = 0; k < count; ++k) {
+                auto *const out = out_block.room<unsigned char>(size);
+                SCOPED_TRACE("kind " + std::to_string(k) + ", " + std::to_string(size) + " bytes");
+                ASSERT_EQ(kinds[k](bytes, out, text_block.put(in), size, stop), done);
+                ASSERT_EQ(std::string(out, out + done), want);
+            }
+        }
+    }
+}
+
+// Converts a text split in two, as a caller with a small buffer does: when the room is short it
+// restores the state and repeats the call with more; a cut character is joined to the next piece.
+static std::string in_two_pieces(const cv_record &cv, const std::string &in, size_t split, int room,
+                                 conv_state *final_state) {
+    conv_state &st = *final_state;
+    st = {1, 0, 0, 0, nullptr};
+    std::string out, pending;
+    for (const bool last : {false, true}) {
+        pending += last ? in.substr(split) : in.substr(0, split);
+        st.last_frag = last;
+        const conv_state before = st;
+        cv_outcome o = convert(cv, pending, room, &st);
+        for (int more = room; o.error == KO_E2BIG && more < 200; more += 7) {
+            st = before;
+            o = convert(cv, pending, more, &st);
+        }
+        EXPECT_TRUE(!o.result || (o.error == KO_EINVAL && !last));
+        out += o.out;
+        pending.erase(0, static_cast<size_t>(o.taken));
+        st.first_frag = 0;
+    }
+    EXPECT_EQ(pending, "");
+    return out;
+}
+
+TEST(Conversion, PiecesAndSmallBuffersGiveTheWholeText) {
+    const struct {
+        cv_object object;
+        std::string in;
+    } rows[] = {
+        {host_object(),    "AB\016ABACBD\017C\016CZ"            },
+        {to_host_object(), "ab\x81\x40\x82\101c\x83\x4f\x83\x40"},
+        {both_stateful(),  "a\033$B!!!\"\033(Bb\x81\102\033$B#/"},
+    };
+    for (const auto &row : rows) {
+        const cv_record cv(row.object.str());
+        conv_state st = {1, 1, 0, 0, nullptr};
+        const cv_outcome whole = convert(cv, row.in, 200, &st);
+        ASSERT_EQ(whole.result, 0);
+        for (size_t split = 0; split < row.in.size(); ++split)
+            for (int room = 0; room <= 16; ++room) {
+                SCOPED_TRACE("split " + std::to_string(split) + " room " + std::to_string(room));
+                conv_state end;
+                ASSERT_EQ(in_two_pieces(cv, row.in, split, room, &end), whole.out);
+                ASSERT_EQ(end.source_state, st.source_state);
+                ASSERT_EQ(end.target_state, st.target_state);
+            }
+    }
+}
+
+TEST(Conversion, DoubleByteSourceKeepsItsOwnRules) {
+    const cv_record cv(host_object().str());
+    ASSERT_EQ(cv.rec()->smiconv_fp, db_smiconv);
+    static const struct {
+        const char *claim, *in, *out; // a start of what is written
+        int len, result, taken, error, state;
+    } rows[] = {
+        {"shift out is built in",    "\016AC\017A",  "AAQ", -2, 0,  5, 0,         0},
+        {"half a pair",              "\016A",        "",    -2, -1, 1, KO_EINVAL, 1},
+        {"no lead",                  "\016\x70\101", "",    -2, -1, 1, KO_EILSEQ, 1},
+        {"terminator while shifted", "\016AC",       "AA",  -1, -1, 3, KO_EINVAL, 1},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.claim);
+        conv_state st = {1, 1, 0, 0, nullptr};
+        const cv_outcome got = convert(cv, r.in, 50, &st, r.len);
+        EXPECT_TRUE(got.out.starts_with(r.out));
+        EXPECT_EQ(got.result, r.result);
+        EXPECT_EQ(got.error, r.error);
+        EXPECT_EQ(got.taken, r.taken);
+        EXPECT_EQ(st.source_state, r.state);
+    }
+}
+
+TEST(Conversion, ShiftsAreWrittenAroundCharactersAndAtTheEnd) {
+    const cv_record cv(to_host_object().str());
+    conv_state st = {1, 0, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "a\x81\x40", 50, &st).out, "a\016AB");
+    EXPECT_EQ(st.target_state, 1);
+    st.first_frag = 0, st.last_frag = 1;
+    EXPECT_EQ(convert(cv, "b\x81\x40", 50, &st).out, "\017b\016AB\017");
+    EXPECT_EQ(st.target_state, 1) << "the next text begins with its first piece";
+    // The toggle comes before the space test and stays.
+    st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "\x81\x40", 3, &st), (cv_outcome{-1, "", 0, 0, KO_E2BIG}));
+    EXPECT_EQ(st.target_state, 1);
+    st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv, "\x81\x40", 4, &st).out, "\016AB\017");
+    const ko_mchar_t *from = mb("a\x81\x40");
+    int left = 3, room = 9, sub = 7;
+    EXPECT_EQ(ko_cv_mconv(cv.cd, nullptr, &from, &left, nullptr, &room, &sub), 0);
+    EXPECT_EQ(room, 6) << "lengths without a state are those without shifts";
+}
+
+// ---- Registered converters
+
+namespace {
+
+static_assert(KO_CV_TERMINATOR == 1 && KO_CV_ERROR == 2 && KO_CV_SUBSTITUTE == 4 && KO_CV_END == 8);
+
+int alg_mode;
+int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *res) {
+    if (!left) return res->flags = KO_CV_END;
+    switch (alg_mode) {
+    case 1:
+        return 0; // no progress
+    case 2:
+        return res->src_len = static_cast<int>(left) + 1; // too much
+    case 3:
+        return res->dst_len = 17;
+    case 4:
+        return res->flags = KO_CV_ERROR, res->src_len = res->dst_len = 1;
+    default:
+        break;
+    }
+    if (st->first_frag && !st->ext_state) st->ext_state = &alg_mode;
+    res->src_len = 1;
+    res->dst_len = 2;
+    res->dst_buf[0] = res->dst_buf[1] = static_cast<unsigned char>(*src - 0x20);
+    res->flags = (*src ? 0 : KO_CV_TERMINATOR) | (left == 1 ? KO_CV_END : 0) |
+                 (*src == 'x' ? KO_CV_SUBSTITUTE : 0);
+    return 0;
+}
+
+} // namespace
+
+TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
+    const ko_cv_funcdef def = {"low", "up", upper_once, 1, 1, 2, 2, 2.0f};
+    ko_cvfns *list = ko_add_cvfns(nullptr, &def);
+    ASSERT_TRUE(list);
+    ko_cvfns *const kept = list;
+    EXPECT_EQ(ko_add_cvfns(list, &def), kept);
+    EXPECT_EQ(list->num_used, 2);
+    EXPECT_EQ(list->num_allocated, 0);
+    ko_cv_t cd;
+    ko_cv_funcdef *const none = list->funcdef_arr;
+    none->mtom_fn = nullptr;
+    EXPECT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low", list), -1);
+    EXPECT_EQ(*ko_ext_errno(cd), KO_ENULL);
+    EXPECT_EQ(ko_cv_unload(cd), 0);
+    none->mtom_fn = upper_once;
+    ASSERT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low@m", list), 0);
+    EXPECT_EQ(ko_iconv_expansion(cd), 2.0);
+    static const struct {
+        int mode;
+        const char *in, *want;
+        int error;
+    } rows[] = {
+        {0, "axb", "AAXXBB", KO_OK    },
+        {0, "",    "",       KO_OK    },
+        {1, "a",   "",       KO_EILSEQ},
+        {2, "a",   "",       KO_ERANGE},
+        {3, "a",   "",       KO_ERANGE},
+        {4, "a",   "",       KO_OK    },
+    };
+    for (const auto &[mode, in, want, error] : rows) {
+        alg_mode = mode;
+        const ko_mchar_t *from = mb(in);
+        ko_mchar_t out[16], *to = out;
+        int left = static_cast<int>(strlen(in)), room = 16, sub;
+        *ko_ext_errno(cd) = 0;
+        EXPECT_EQ(ko_miconv(cd, &from, &left, &to, &room, &sub), mode ? -1 : 0);
+        EXPECT_EQ(std::string(out, to), want);
+        EXPECT_EQ(*ko_ext_errno(cd), error);
+        EXPECT_EQ(sub, strchr(in, 'x') ? 1 : 0);
+    }
+    alg_mode = 0;
+    ko_cv_unload(cd);
+    ko_ext_free(list->funcdef_arr);
+    ko_ext_free(list);
+}
+
+// ---- Opening
+
+TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
+    env_hooks env;
+    env.vars["VANTORDIR"] = "r";
+    const std::string object = double_object(3).str();
+    std::string five = object;
+    five.replace(five.find("1 3 0 0"), 3, "1 5");
+    file_hooks files;
+    files.files["r\\kova\\cv9\\a_b.cvo"] = files.files["r\\kova\\cv\\033304e4.cvo"] = object;
+    files.files["dir\\033304e4.cvo"] = object;
+    files.files["r\\kova\\cv9\\bad_b.cvo"] = "FILE_TYPE=other\n";
+    files.files["r\\kova\\cv9\\five_b.cvo"] = five;
+    files.files["r\\kova\\cv9\\cut_b.cvo"] = object.substr(0, object.size() - 3);
+    ko_cv_t cd = nullptr;
+    enum { null_handle = -1 };
+    const auto check = [&](const char *what, int result, int want, int error) {
+        SCOPED_TRACE(what ? what : "no name");
+        EXPECT_EQ(result, want);
+        EXPECT_EQ(cd == nullptr, error == null_handle);
+        if (!cd) return;
+        EXPECT_EQ(*ko_ext_errno(cd), error);
+        EXPECT_EQ(ko_cv_unload(cd), 0);
+    };
+    const std::string long_name(1018, 'x');
+    check("names", ko_iconv_open(&cd, "b", "a"), 0, 0);
+    for (const char *source :
+         {"b", static_cast<const char *>(nullptr), long_name.c_str(), "missing", "bad"})
+        check(source, ko_iconv_open(&cd, "b", source), -1, KO_EFILE);
+    check("target length", ko_iconv_open(&cd, "b", "five"), -1, 0);
+    check("a cut table", ko_iconv_open(&cd, "b", "cut"), -1, KO_ENOMEM);
+    check("no file name", ko_iconv_open1(&cd, nullptr), -1, KO_EFILE);
+    check("specifications", ko_cv_open(&cd, "en_US.b@x", "en_US.a y"), 1, 0);
+    check("equal code sets", ko_cv_open(&cd, "en_US.b", "de_DE.b"), 0, null_handle);
+    check("no code set", ko_cv_open(&cd, "en_US", "de_DE.b"), -1, KO_EFILE);
+    check("equal, converters", ko_cv_fnopen(&cd, "en_US.b", "de_DE.b", nullptr), 0, KO_EFILE);
+    check("with converters", ko_cv_fnopen(&cd, "en_US.b", "de_DE.a", nullptr), 0, 0);
+    test_handle handle;
+    files.files["r\\kova\\cm3\\registry"] = ""; // read with the standard library, so not found
+    ko_cache_registry(handle, "no such file");
+    const auto load = [&](const char *to, const char *from, const char *dir) {
+        return ko_cv_load(&cd, to, from, nullptr, dir);
+    };
+    check("numbers, searched", load("en_US.1252", "en_US.819", nullptr), 1, 0);
+    check("numbers in a directory", load("en_US.1252", "819", "dir"), 1, 0);
+    check("equal numbers", load("1252", "en_US.1252", nullptr), 0, null_handle);
+    check("unknown code set", load("1252", "en_US.unheard", nullptr), -1, KO_EINVAL);
+    EXPECT_EQ(ko_cv_unload(nullptr), -1);
+    EXPECT_EQ(files.streams, 0);
+}
+
+TEST(Conversion, ObjectsFailWithTheReason) {
+    const std::string object = host_object().str(), count = "=4\nSOURCE=a test\n";
+    const auto check = [&](const std::string &from, const std::string &to, int result, int error) {
+        SCOPED_TRACE(to);
+        std::string changed = object;
+        ASSERT_NE(changed.find(from), std::string::npos) << object.substr(0, 200);
+        changed.replace(changed.find(from), from.size(), to);
+        const cv_record cv(changed);
+        EXPECT_EQ(cv.result, result);
+        EXPECT_EQ(cv.error(), error);
+    };
+    check("", "", 0, 0);
+    for (const char *header : {"=3\n", "=-1\n", "\n"}) // fewer than three lines, no "="
+        check(count, header, 0, 0);
+    check("=4\n", "=5000\n", -1, KO_EFILE);
+    check("=4\n", "=99999999999999999999\n", -1, KO_EFILE);
+    check("VERSION=9", "VERSION=8", -1, KO_EFILE);
+    check("\n0010e10f", "\n50010e10f00", -1, KO_EFILE); // a shift sequence of five bytes
+    check("\n1 3 2 2", "\n1 0 2 2", -1, 0);             // targets of no byte
+    check("\n1 3 2 2", "\n1 1 2 2", -1, KO_ENOMEM);     // an entry beyond its targets
+    check("\n1\n1 1 ", "\n1\n5 1 ", -1, KO_ECHARLEN);   // characters of five bytes
+}
+
+TEST(Conversion, FailuresAreInTheLog) {
+    temp_dir dir;
+    exit_utilities(); // the switches are read anew
+    {
+        env_hooks env;
+        env.vars["KOVALOG"] = "on";
+        env.vars["HOME"] = env.vars["VANTORDIR"] = dir.path;
+        cv_object o = double_object(2);
+        const cv_record cv(o.str());
+        convert(cv, "\xff", 9);
+        convert(cv, "a", 0);
+        o.noshift['b'].flags = 0;
+        convert(cv_record(o.str()), "b", 9);
+        conv_state st = {1, 1, 0, 0, nullptr};
+        convert(cv_record(host_object().str()), "\xff", 9, &st); // the other routines are silent
+        std::string long_targets = o.str();
+        long_targets.replace(long_targets.find("1 2 0 0"), 3, "1 5");
+        for (const std::string &bad :
+             {long_targets, "FILE_TYPE=other\n"s,
+              "FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=8\n"s})
+            cv_record{bad};
+    }
+    exit_utilities();
+    const std::string log = dir.read("kova.log"), opened = "Opened: \\o.cvo\n",
+                      loaded = opened + "CVO file loaded successfully.\n";
+    const size_t start = log.find("Opened");
+    ASSERT_NE(start, std::string::npos);
+    EXPECT_EQ(log.substr(start), loaded +
+                                     "Error in Translation.\nError in Translation (KO_E2BIG)\n" +
+                                     loaded + "Error in Translation (KO_EILSEQ)\n" + loaded +
+                                     opened + "cv->target_max_len should be in range 1..4\n" +
+                                     opened + "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
+                                     "Invalid CVO file. Wrong Version.\n");
+}
+
+TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
+    cv_object halves, thirds = to_host_object();
+    halves.max = 2;
+    halves.noshift = {
+        {"ab", plain, "c"}
+    };
+    thirds.target_max = 3;
+    thirds.noshift = {
+        {"abc", plain | cv_shifted_target, "ABC"}
+    };
+    const struct {
+        cv_object object;
+        const char *ratio;
+        int bytes, want;
+    } rows[] = {
+        {halves,           "2.0",  10,         20        },
+        {halves,           "1.5",  10,         15        },
+        {halves,           "1.5",  9,          14        },
+        {halves,           "0.5",  11,         6         },
+        {halves,           "4",    0x40000000, 0x7FFFFFFF},
+        {halves,           "1e30", 10,         0x7FFFFFFF},
+        {halves,           "2",    -1,         0         },
+        {halves,           "0.1",  10,         5         },
+        {bytes_object(0),  "0.5",  11,         11        },
+        {double_object(3), "-1",   10,         15        },
+        {host_object(),    "1",    10,         15        },
+        {to_host_object(), "1",    10,         20        }, // two bytes between two shifts
+        {both_stateful(),  "1",    10,         40        },
+        {thirds,           "1",    30000000,   50000003  }, // five of three, as a float
+    };
+    for (const auto &r : rows) {
+        cv_object o = r.object;
+        o.ratio = r.ratio;
+        EXPECT_EQ(ko_cv_outbuflen(cv_record(o.str()).cd, r.bytes), r.want) << r.ratio;
+    }
+    EXPECT_EQ(ko_cv_outbuflen(nullptr, 12), 12);
+    EXPECT_EQ(ko_iconv_expansion(nullptr), 1.0);
+}
+
+// ---- Hostile objects and hosts
+
+TEST(Conversion, DamagedObjectsFailOrConvert) {
+    const std::string object = host_object().str();
+    const std::string sample = "AB\x0e"
+                               "ABACBD\x0f"
+                               "CZ\xff\x81\x40";
+    const auto try_object = [&](const std::string &damaged) {
+        memory_hooks memory;
+        {
+            const cv_record cv(damaged), read(damaged, cv_from::memory);
+            ASSERT_EQ(read.result, cv.result) << testing::PrintToString(damaged);
+            if (cv.result == 0) {
+                conv_state st = {1, 1, 0, 0, nullptr};
+                convert(cv, sample, 20, &st);
+                convert(cv, sample, 20);
+            }
+        }
+        ASSERT_EQ(memory.live, 0);
+    };
+    for (size_t n = 0; n < object.size(); ++n)
+        try_object(object.substr(0, n));
+    for (size_t i = 0; i < object.size(); ++i)
+        for (const char c : {'0', '1', '4', '7', 'f', 'o', ' ', '\n', '-', '\0', '\xff'}) {
+            std::string damaged = object;
+            damaged[i] = c;
+            try_object(damaged);
+        }
+}
+
+TEST(Conversion, EveryFailingAllocationAndReadIsReported) {
+    const std::string object = both_stateful().str(), single = bytes_object(0).str();
+    for (const std::string &o : {object, single}) {
+        const auto prepare = [&](file_hooks &files) { files.files["\\o.cvo"] = o; };
+        const auto open = [] {
+            ko_cv_t cd;
+            const int result = ko_iconv_open1(&cd, "\\o.cvo");
+            EXPECT_EQ(result < 0, *ko_ext_errno(cd) != 0);
+            ko_cv_unload(cd);
+            return result == 0;
+        };
+        each_allocation_fails([&] {
+            file_hooks files;
+            prepare(files);
+            return open();
+        });
+        each_stream_call_fails(prepare, open);
+    }
+    const ko_cv_funcdef def = {"a", "b", upper_once, 1, 1, 2, 2, 2.0f};
+    each_allocation_fails([&] {
+        ko_cvfns *list = ko_add_cvfns(nullptr, &def);
+        if (!list) return false;
+        ko_ext_free(list->funcdef_arr);
+        ko_ext_free(list);
+        return true;
+    });
+}

@@ -1,0 +1,87 @@
+// Information queries over a small locale.
+#include "load/kovasetlc_load.h"
+#include "support/locale_builder.h"
+
+TEST(LocaleInfo, AnswersEveryItemInBothForms) {
+    const loaded_locale loc(single_byte_object()); // 13 months, 12 short ones
+    std::map<unsigned, std::string> want = {
+        {0,  "dt"                                                             },
+        {60, "TEST-1"                                                         },
+        {66, "+:1:1990/01/08:+*:Era:%EC %Ey;-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey"},
+        {70, "zero;one;two"                                                   },
+        {73, "gregorian\n"                                                    },
+    };
+    for (unsigned i = 0; i < 13; i++) {
+        const std::string number = std::to_string(i);
+        if (i < 7) want[1 + i] = "day" + number, want[8 + i] = "ad" + number;
+        if (i < 12) want[35 + i] = "am" + number;
+        want[15 + i] = "month" + number;
+    }
+    unsigned next = 55;
+    for (const char *text : {",", ".", "yes", "no", "E", "", "d", "t", "tap", "am", "pm", "", "ed",
+                             "edt", "et", "", "^[yY]", "^[nN]"}) {
+        if (*text) want[next] = text;
+        ++next;
+    }
+    for (unsigned item = 0; item < 76; ++item) {
+        SCOPED_TRACE(item);
+        *ko_ext_errno(loc) = 0;
+        const ko_mchar_t *mbs = ko_nl_langinfo(loc, item);
+        EXPECT_EQ(loc.error(), want.count(item) || item > KO_LANGINFO_MAX ? KO_OK : KO_ERANGE);
+        const ko_wchar_t *wcs = ko_wc_nl_langinfo(loc, item);
+        EXPECT_EQ(wcs != nullptr, want.count(item) == 1);
+        if (!mbs || !wcs) continue;
+        EXPECT_EQ(text(mbs), want[item]);
+        EXPECT_EQ(wide(wcs), std::u16string(want[item].begin(), want[item].end()));
+    }
+    EXPECT_EQ(ko_nl_langinfo(loc, 0xFFFFFFFF), nullptr);
+}
+
+TEST(LocaleInfo, HasNothingForAnEmptyLocale) {
+    const own_record loc;
+    update_locale(record(loc));
+    EXPECT_EQ(init_locale_info(record(loc)), 0);
+    for (unsigned item = 0; item < 80; item++) {
+        SCOPED_TRACE(item);
+        if (item == KO_CODESET) {
+            EXPECT_EQ(text(ko_nl_langinfo(loc, item)), "");
+        } else {
+            EXPECT_EQ(ko_nl_langinfo(loc, item), nullptr);
+            EXPECT_EQ(ko_wc_nl_langinfo(loc, item), nullptr);
+        }
+    }
+    EXPECT_EQ(ko_localeconv(loc)->decimal_point, nullptr);
+    EXPECT_EQ(ko_localeconv(loc)->frac_digits, 127);
+}
+
+TEST(LocaleInfo, GivesTheConventionsInTheirLconvForm) {
+    const loaded_locale loc(double_byte_object(true));
+    const koconv *conv = ko_localeconv(loc);
+    EXPECT_EQ(wide(conv->w_decimal_point), u",");
+    EXPECT_EQ(std::string(conv->decimal_point, 4), std::string("\0,\0\0", 4));
+    EXPECT_STREQ(conv->grouping, "\3\2");
+    EXPECT_STREQ(conv->mon_grouping, "\3");
+    EXPECT_EQ(wide(conv->w_int_curr_symbol), u"EUR ");
+    EXPECT_EQ(wide(conv->w_positive_sign), u"");
+    EXPECT_EQ(conv->int_frac_digits, 2);
+    EXPECT_EQ(conv->p_cs_precedes, 0);
+    EXPECT_EQ(conv->p_sign_posn, 1);
+    EXPECT_EQ(conv->n_sign_posn, 127); // the object does not say
+    EXPECT_EQ(ko_mb_loc_max(loc), 2);
+    EXPECT_EQ(ko_mb_loc_min(loc), 2);
+}
+
+TEST(LocaleInfo, WidensGroupSizesThatAreNoCharacters) {
+    locale_object object = double_byte_object(true);
+    object.numeric = field(encoded(",", true)) + "0\n4 3 0 -1 200\n0\n0\n";
+    const loaded_locale loc(object);
+    EXPECT_EQ(std::string(ko_localeconv(loc)->grouping, 4), std::string("\3\0\x7F\x7F", 4));
+    EXPECT_EQ(ko_localeconv(loc)->w_grouping[0], 3);
+}
+
+TEST(LocaleInfo, StatesTheVersionsOfTheFormats) {
+    EXPECT_STREQ(ko_version(), "kovalib-2.86.TC1");
+    EXPECT_STREQ(ko_cm_version(), "3");
+    EXPECT_STREQ(ko_lc_version(), "11");
+    EXPECT_STREQ(ko_cv_version(), "9");
+}

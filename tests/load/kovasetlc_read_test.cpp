@@ -1,0 +1,377 @@
+// The reader of locale objects: fields, counts that lie, cut and damaged objects.
+#include "chars/kovambwc.h"
+#include "load/kovasetlc_load.h"
+#include "support/locale_builder.h"
+
+#include <functional>
+
+static const std::string &small_object() {
+    static const std::string text = single_byte_object(true).str();
+    return text;
+}
+
+// A reader over text in memory or, where through_hooks, over a stream of the hooks.
+struct reading {
+    file_hooks files;
+    text_in in = {};
+    reading(const std::string &text, bool through_hooks) {
+        files.files["text"] = text;
+        const std::string &kept = files.files["text"];
+        const auto *bytes = reinterpret_cast<const unsigned char *>(kept.data());
+        if (through_hooks) {
+            in.stream = ko_ext_fopen("text", "r");
+        } else {
+            in.pos = bytes;
+            in.end = bytes + kept.size();
+        }
+    }
+    ~reading() {
+        if (in.stream) ko_ext_fclose(in.stream);
+    }
+};
+
+static const std::string &table_of_a() {
+    static const std::string text = table_text({
+        {"a", 1}
+    });
+    return text;
+}
+
+static void check_header(const std::string &text, int want_error, const char *want_codeset) {
+    SCOPED_TRACE(text);
+    for (const bool hooks : {false, true}) {
+        reading from(text, hooks);
+        char codeset[codeset_room] = {};
+        int error = 0;
+        EXPECT_EQ(read_file_header(&from.in, codeset, &error), want_error ? 0 : 1);
+        EXPECT_EQ(error, want_error);
+        EXPECT_STREQ(codeset, want_codeset);
+    }
+}
+
+TEST(ObjectReader, ReadsItsOwnHeader) {
+    static const struct {
+        const char *text, *codeset;
+    } rows[] = {
+        {"N=3\n  \n X-1\n",             "X-1"                },
+        {"N=5\na\nb\nX-1 \n",           "X-1 "               },
+        {"N=-9\nX\n",                   "X"                  },
+        {"no number\nX\n",              "X"                  },
+        {"N=2000000000\nX\n",           ""                   },
+        {"N=3\n12345678901234567890\n", "1234567890123456789"},
+    };
+    const std::string type = "FILE_TYPE=locale_object\n";
+    for (auto &r : rows)
+        check_header(type + "COMPILER_VERSION=11\n" + r.text, 0, r.codeset);
+    check_header(type + "COMPILER_VERSION=3\n", KO_EVERSION, "");
+    check_header(type, KO_EVERSION, "");
+    check_header("FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\r\n", KO_EOBJECT, "");
+    check_header("FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n", KO_EOBJECT, "");
+    check_header("", KO_EOBJECT, "");
+}
+
+// Four strings; "-" stands for an absent one.
+static std::string messages(const std::string &text, bool hooks) {
+    reading from(text, hooks);
+    monum m = {};
+    read_messages(&from.in, &m);
+    std::string result;
+    for (ko_mchar_t *s : {m.yesexpr, m.noexpr, m.yesstr, m.nostr}) {
+        if (s) {
+            EXPECT_EQ(s[zeros_at(s) + 3], 0);
+        }
+        result += s ? "'" + std::string(reinterpret_cast<char *>(s)) + "'" : "-";
+        free_ptr(s);
+    }
+    return result;
+}
+
+TEST(ObjectReader, ReadsByteStrings) {
+    static const struct {
+        const char *text, *want;
+    } rows[] = {
+  // White space between the strings may be missing, and no digit counts as 0.
+        {"3 414243\n0\n1 61\n2 6263\n",      "'ABC''''a''bc'"},
+        {"3 4142430 1 61 2 6263",            "'ABC''''a''bc'"},
+        {"+1 4a\n-5\n1 4G\n1 G4\n",          "'J''''@''\4'"  },
+ // Behind the wrong byte the next string is read as if the first had ended there.
+        {"1:2 6162 1 63 0",                  "-'ab''c'''"    },
+        {"2 6162",                           "'ab'---"       },
+        {"2 6162\n0",                        "'ab'''--"      },
+        {"9 6162\n0\n0\n0\n",                "----"          },
+        {"99999999999999999999 61\n0\n0\n0", "----"          },
+        {"",                                 "----"          },
+    };
+    for (const bool hooks : {false, true}) {
+        for (auto &r : rows) {
+            SCOPED_TRACE(r.text);
+            memory_hooks memory;
+            EXPECT_EQ(messages(r.text, hooks), r.want);
+            EXPECT_EQ(memory.live, 0);
+        }
+    }
+}
+
+TEST(ObjectReader, KeepsAStringAbsentWithoutMemoryAndGoesOn) {
+    for (const bool hooks : {false, true}) {
+        memory_hooks memory;
+        memory.fail_at = 1;
+        EXPECT_EQ(messages("1 61\n3 626364\n1 63\n1 64\n", hooks), "'a'-'c''d'");
+        EXPECT_EQ(memory.live, 0);
+    }
+}
+
+TEST(ObjectReader, KeepsFifteenGroupSizes) {
+    static const std::pair<const char *, const char *> rows[] = {
+  // the count and the sizes
+        {"2 3 2 0 0",                                        "2 3 2 "       },
+        {"1 -1 0 0",                                         "1 -1 "        },
+        {"-4 0 0",                                           "0 "           },
+        {"0 0 0",                                            "0 "           },
+        {"1 99999999999 0 0",                                "1 2147483647 "},
+        {"2147483647 1 2",                                   "2 1 2 "       },
+        {"17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0",
+         "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 "                          },
+    };
+    for (auto &[text, want] : rows) {
+        reading from(std::string("0 0 ") + text, false);
+        monum m = {};
+        read_numeric(&from.in, &m);
+        std::string sizes;
+        for (int i = 0; i <= m.group_num[0]; i++)
+            sizes += std::to_string(m.group_num[i]) + " ";
+        EXPECT_EQ(sizes, want);
+        for (const monum_string &s : monum_strings)
+            free_ptr(m.*s.mbs);
+    }
+}
+
+TEST(ObjectReader, TakesTheCaseRatioFromTheRestOfTheLine) {
+    const std::string table = table_of_a();
+    const auto ratio = [&](const std::string &rest) {
+        reading from(table + "0\n" + table + "1 00000041 00000061" + rest, false);
+        own_record loc;
+        EXPECT_EQ(read_ctype(&from.in, record(loc)), 0);
+        EXPECT_EQ(loc->cconv_arr[1].upper, 'A');
+        const double result = loc->exp.case_conv_ratio;
+        return result;
+    };
+    EXPECT_EQ(ratio(" 1.5\n"), 1.5);
+    EXPECT_EQ(ratio(" 0.5\n"), 1.0) << "characters without a partner keep their length";
+    EXPECT_EQ(ratio(" 3.25 tail\n"), 3.25);
+    for (const char *none : {"\n", "   \n", " x\n", "", " nan\n", " 1e999\n"})
+        EXPECT_EQ(ratio(none), 2.0) << none;
+}
+
+TEST(ObjectReader, ReadsClassNamesUpTo71Characters) {
+    const std::string table = table_of_a(), name(71, 'n');
+    reading from(table + "2\n3 " + name + "xyz\n 17 last\n" + table + "0\n", false);
+    own_record loc;
+    // The rest of a longer word is left for the next reader: as a bit position it is 0.
+    EXPECT_NE(read_ctype(&from.in, record(loc)), 0);
+    EXPECT_EQ(loc->num_user_bits, 2);
+    EXPECT_EQ(loc->user_bits[0].name, name);
+    EXPECT_EQ(loc->user_bits[0].bitpos, 3u);
+}
+
+TEST(ObjectReader, TrustsNoCount) {
+    const std::string table = table_of_a();
+    const std::pair<int, std::string> rows[] = {
+        {KO_LC_CTYPE, table + "2147483647 1 x 2 y"                                },
+        {KO_LC_CTYPE, table + "0\n" + table + "2147483647 00000041"               },
+        {KO_LC_TIME,  "gregorian\n0 0 0 0 0 0 0 0 0 0 0 0 0 0\n2147483647 1 61"   },
+        {KO_LC_TIME,  "islamic\n0 0 0 0 0 0 0 0 0 0 0 0 0 0\n-3 -4 0 0 0 0 0 0 -1"},
+    };
+    for (const bool hooks : {false, true}) {
+        for (auto &[category, text] : rows) {
+            SCOPED_TRACE(text);
+            memory_hooks memory;
+            {
+                reading from(text, hooks);
+                const own_record loc;
+                read_category(&from.in, record(loc), category);
+            }
+            EXPECT_EQ(memory.live, 0);
+        }
+    }
+}
+
+TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
+    // What stands before the marker: text and a run of "#". A line that is too long for one read
+    // counts as several, so a marker behind 127 characters is a line of its own.
+    const std::string messages = "### LC_MESSAGES\n" + fields({"a", "b", "c", "d"});
+    static const struct {
+        const char *text;
+        size_t run;
+        bool found;
+    } rows[] = {
+        {"",                   0,   true },
+        {"# a line\n",         0,   true },
+        {"",                   127, true },
+        {"",                   254, true },
+        {"x\n",                127, true },
+        {"",                   126, false},
+        {"",                   128, false},
+        {"\n ",                0,   false},
+        {"### LC_MESSAGES \n", 0,   true },
+        {"### LC_TIME\n",      0,   true },
+    };
+    temp_dir dir;
+    env_hooks env;
+    env.vars["KO_PATH"] = dir.path;
+    for (auto &r : rows) {
+        const std::string before = r.text + std::string(r.run, '#');
+        SCOPED_TRACE(before);
+        locale_object head;
+        const std::string text =
+            head.type + head.version + "N=3\n" + "X\n" + before + messages + " ";
+        dir.write("x.lco", text);
+        const auto load = [] {
+            const own_record loc;
+            const bool found = loc.set(KO_LC_MESSAGES, "x.lco") != "(null)";
+            EXPECT_EQ(loc.error(), found ? KO_OK : KO_EOBJECT);
+            return found;
+        };
+        EXPECT_EQ(load(), r.found) << "from disk";
+        file_hooks files;
+        files.files[dir.path + "\\x.lco"] = text;
+        EXPECT_EQ(load(), r.found) << "through hooks";
+    }
+}
+
+TEST(ObjectReader, AThaiSectionEndsWithItsKeyword) {
+    locale_object object = single_byte_object();
+    object.collate = "thai_smo\n";
+    const std::string text = object.str();
+    reading from(text, false);
+    own_record loc;
+    EXPECT_EQ(read_locale_file(&from.in, record(loc)), 0);
+    update_locale(record(loc));
+    EXPECT_EQ(loc->coll_info.collate, collate_thai);
+    EXPECT_EQ(loc->exp.mbscoll, thaismocoll);
+    EXPECT_EQ(loc->exp.mbsxfrm, thaismoxfrm);
+    EXPECT_EQ(multi_max_length(loc->coll), 0);
+}
+
+// Maps a text into exactly the room that is told; checked by the address sanitizer, and by the
+// count.
+static void use_told_sizes(ko_lc_t loc, const ko_mchar_t *word) {
+    const int told = ko_case_conv_outbuflen(loc, ko_mbsbytes_nt(loc, word));
+    if (told < 0 || told > 64) return; // no text of the code set
+    for (auto *map : {ko_tombsupper, ko_tombslower}) {
+        std::vector<ko_mchar_t> out(static_cast<size_t>(told + ko_mb_loc_min(loc)));
+        EXPECT_LE(map(loc, out.data(), word), told);
+    }
+}
+
+// Reads the whole object, derives and uses what there is, and gives it back.
+static int load_and_use(const std::string &text) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    text_in in = {.pos = bytes, .end = bytes + text.size()};
+    own_record loc;
+    const int result = read_locale_file(&in, record(loc));
+    update_locale(record(loc));
+    init_locale_info(record(loc));
+    static const ko_mchar_t words[][8] = {"ch", "c h", "b\xDF", "bss", "B-a", "\xFF"};
+    ko_mchar_t key[64];
+    for (const auto &word : words) {
+        loc->exp.mbscoll(loc, word, words[0]);
+        loc->exp.mbsxfrm(loc, key, word, sizeof key);
+        use_told_sizes(loc, word);
+    }
+    return result;
+}
+
+// The small object cut to its characters, with bytes that have partners of two bytes, or lengths
+// that are not the characters'.
+TEST(DamagedObject, ToldSizesSuffice) {
+    locale_object object = double_byte_object(false);
+    std::vector<table_entry> entries(4); // "a" and "b" have pairs 1 and 2, and some class
+    for (size_t i = 0; i < 4; i++)
+        entries[i].bytes = i == 2 ? "\x81\x40" : std::string(1, "ab?\0"[i]);
+    entries[0].item = 1, entries[1].item = 2;
+    const std::string classes = table_text(entries), &cases = classes;
+    const auto with = [&](std::string table, const char *lengths) {
+        return lengths + table.substr(table.find(' ', 2));
+    };
+    struct row {
+        const char *lengths, *pairs;
+        double want; // ratio, 0 where the object is refused
+    };
+    static const char none[] = "00000000 00000000 00000000 00000000 1.0";
+    static const row rows[] = {
+        {"2 1",  "00000000 00000000 00008140 00000000 1.0", 2.0},
+        {"2 1",  "00000000 00008140 00000000 00000000 1.5", 2.0},
+        {"2 1",  "00000000 00008141 00000062 00000000 1.0", 1.0}, // no character
+        {"2 1",  "00000000 00008140 00000062 00000000 -9",  2.0},
+        {"2 1",  none,                                      1.0},
+        {"0 1",  none,                                      0  },
+        {"-5 1", none,                                      0  },
+        {"1 1",  none,                                      0  },
+        {"2 2",  none,                                      0  },
+        {"2 -1", none,                                      0  },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(std::string(r.lengths) + " " + r.pairs);
+        object.ctype = with(classes, r.lengths) + "0\n" + cases + "2 " + r.pairs + "\n";
+        reading from(object.str(), false);
+        own_record loc;
+        EXPECT_EQ(read_locale_file(&from.in, record(loc)), r.want ? 0 : 1);
+        if (!r.want) continue;
+        update_locale(record(loc));
+        EXPECT_EQ(loc->exp.case_conv_ratio, r.want);
+        EXPECT_EQ(ko_mb_loc_max(loc), 2);
+        use_told_sizes(loc, mb("aabba"));
+    }
+}
+
+TEST(DamagedObject, EveryPrefixFailsCleanly) {
+    const std::string &text = small_object();
+    for (size_t len = 0; len < text.size(); len++) {
+        SCOPED_TRACE(len);
+        memory_hooks memory;
+        const int result = load_and_use(text.substr(0, len));
+        EXPECT_EQ(result != 0, len + 1 < text.size()); // the last byte is white space
+        ASSERT_EQ(memory.live, 0);
+    }
+    EXPECT_EQ(load_and_use(text), 0);
+}
+
+TEST(DamagedObject, EveryChangedByteFailsOrLoadsCleanly) {
+    const std::string &original = small_object();
+    std::string text = original;
+    for (size_t at = 0; at < text.size(); at++) {
+        for (const char byte : {'\0', '\n', ' ', '0', '1', '9', 'f', '-', '\x7F', '\xFF'}) {
+            if (original[at] == byte) continue;
+            text[at] = byte;
+            memory_hooks memory;
+            load_and_use(text);
+            ASSERT_EQ(memory.live, 0) << "byte " << at << " is " << int(byte);
+        }
+        text[at] = original[at];
+    }
+}
+
+TEST(DamagedObject, FailsCleanlyThroughHooksToo) {
+    const std::string &original = small_object();
+    env_hooks env;
+    const auto load = [&](const std::string &text) {
+        memory_hooks memory;
+        file_hooks files;
+        files.files[std::string(object_path) + "default.lco"] = text;
+        ko_lc_t loc = nullptr;
+        const int result = ko_createlocale_2(&loc);
+        ko_lc_unload(loc);
+        EXPECT_EQ(files.streams, 0);
+        EXPECT_EQ(memory.live, 0);
+        return result;
+    };
+    for (size_t at = 0; at < original.size() && !HasFailure(); at += 7) {
+        SCOPED_TRACE(at);
+        EXPECT_NE(load(original.substr(0, at)), 0);
+        std::string text = original;
+        text[at] = static_cast<char>(text[at] ^ (1 << (at % 8)));
+        load(text);
+    }
+    EXPECT_EQ(load(original), 0);
+}

@@ -1,0 +1,940 @@
+// The locale record, loading, and the list of shared locales.
+#include "chars/kovambwc.h"
+#include "kova_host.h"
+#include "load/kovasetlc_load.h"
+#include "locale/kovaextsa.h"
+#include "locale/kovautils.h"
+#include "support/locale_builder.h"
+
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <sstream>
+
+#include <unistd.h>
+
+using namespace std::string_literals;
+
+// Built once: the builder needs the stream hooks for itself.
+static const locale_object &single() {
+    static const locale_object object = single_byte_object();
+    return object;
+}
+static const locale_object &doubled() {
+    static const locale_object object = double_byte_object(false);
+    return object;
+}
+static const locale_object &wide_only() {
+    static const locale_object object = double_byte_object(true);
+    return object;
+}
+
+// A host whose objects are in memory: default.lco and the names that a test adds.
+struct object_host {
+    struct builder {
+        builder() { single(), doubled(), wide_only(); }
+    } built;
+    env_hooks env;
+    file_hooks files;
+    void add(const std::string &name, const locale_object &object) {
+        files.files[object_path + name] = object.str();
+    }
+};
+
+TEST(LocaleRecord, StartsEmpty) {
+    memory_hooks memory;
+    {
+        own_record loc;
+        EXPECT_EQ(loc.error(), 0);
+        EXPECT_EQ(loc->exp.case_conv_ratio, 1.0);
+        EXPECT_EQ(loc->exp.coll_char_ratio, 4.0);
+        EXPECT_EQ(ko_mb_loc_max(loc), 0);
+        EXPECT_EQ(ko_mb_loc_min(loc), 2);
+        EXPECT_EQ(loc->monum_info.p_sign_posn, 0x7FFFFFFF);
+        for (int i = 0; i < 6; i++)
+            EXPECT_TRUE(!*loc->codeset[i] && !*loc->locname[i]);
+        EXPECT_EQ(ko_make_null_category(loc, 1), -1);
+        EXPECT_EQ(loc.error(), KO_ERANGE);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+// Calls on records and on strings; each gives the failure value of its declaration.
+TEST(LocaleRecord, NullIsAnError) {
+    const ko_lc_t none = nullptr;
+    ko_mchar_t m[16] = {}, *end = nullptr, **strings = nullptr;
+    ko_wchar_t w[16] = {}, *wide_end = nullptr;
+    const ko_mchar_t *text = mb(" a ");
+    const auto wide_text = wcs(u" a ");
+    const ko_wchar_t *wt = wide_text.data();
+    int n = 0;
+    ko_tm_t tm = {};
+    const long failures[] = {ko_make_null_category(none, 2),
+                             ko_copy_cat(none, none, 2),
+                             ko_tombsupper(none, m, text),
+                             ko_towcsupper(none, w, wt),
+                             im_mbstowcs(none, w, text, 9),
+                             im_mbslen(none, text),
+                             ko_full_wcstombs(none, m, wt, 9),
+                             ko_mbsntslen(none, text),
+                             ko_wcsntslen(none, wt),
+                             ko_mbsntsbytes(none, text),
+                             ko_mbsbytes_nt(none, text),
+                             ko_full_mbsspn(none, text, text),
+                             ko_full_mbscspn(none, text, text),
+                             ko_charoffset(none, text, text, &n),
+                             ko_wcswidth(none, wt, 2),
+                             ko_mbswidth(none, text, 2),
+                             ko_wcspwidth(none, wt, wt + 1),
+                             ko_mbspwidth(none, text, text + 1),
+                             ko_fputmbs(none, text, m),
+                             ko_fputwcs(none, wt, m),
+                             ko_full_fgetmb(none, m, m),
+                             ko_wcsxfrm(none, m, wt, 9),
+                             ko_full_mbsxfrm(none, m, text, 9),
+                             ko_ltombs(none, m, 9, 5, 10, 0),
+                             ko_wcsfnum(none, w, 9, wt),
+                             ko_mbsfnum(none, m, 9, text),
+                             ko_mbspnum(none, text, text),
+                             ko_getcentury(none, 1, 1, 1, 'C'),
+                             ko_mbstimeinfo(none, 1, &strings, &n)};
+    for (size_t i = 0; i < std::size(failures); i++)
+        EXPECT_EQ(failures[i], -1) << i;
+    const void *const absent[] = {ko_setlocale_2(none, KO_LC_ALL, nullptr),
+                                  ko_nl_langinfo(none, 1),
+                                  ko_wc_nl_langinfo(none, 1),
+                                  ko_localeconv(none),
+                                  ko_full_mbsprev(none, text, text + 1),
+                                  ko_full_getmbsi(none, text, 0),
+                                  ko_full_putmbsi(none, m, 0, text),
+                                  ko_mbcreplace(none, m, text),
+                                  ko_mbsp(none, text),
+                                  ko_mbsntstrunc(none, m),
+                                  ko_wcsntstrunc(none, w),
+                                  ko_full_mbscpy(none, m, text),
+                                  ko_full_mbscat(none, m, text),
+                                  ko_mbsncpy(none, m, text, 1),
+                                  ko_mbsncat(none, m, text, 1),
+                                  ko_getmbsinull(none, text, 1, &n),
+                                  ko_full_mbschr(none, text, text),
+                                  ko_full_mbsrchr(none, text, text),
+                                  ko_full_mbspbrk(none, text, text),
+                                  ko_full_mbsmbs(none, text, text),
+                                  ko_mbstowcslen(none, text, &n),
+                                  ko_fputmb(none, text, m),
+                                  ko_fgetmbs(none, m, 9, m),
+                                  ko_fgetwcs(none, w, 9, m),
+                                  ko_wcsptime(none, wt, wt, &tm, 'C'),
+                                  ko_mbsptime(none, text, text, &tm, 'C')};
+    for (size_t i = 0; i < std::size(absent); i++)
+        EXPECT_EQ(absent[i], nullptr) << i;
+    EXPECT_EQ(ko_mb_loc_max(none) + ko_mbsbytes(none, text) + int(ko_ctype(none, "x")), 0);
+    EXPECT_EQ(ko_mb_loc_min(none), 2);
+    EXPECT_EQ(ko_case_conv_outbuflen(none, 5), 5);
+    EXPECT_EQ(ko_wcstol(none, wt, &wide_end, 10, 0), ko_mbstol(none, text, &end, 10, 0));
+    own_record freed;
+    ko_free_category(freed, KO_LC_CTYPE);
+    EXPECT_EQ(ko_mb_loc_min(freed), 2);
+}
+
+TEST(LocaleRecord, WithoutMemoryIsTheErrorRecord) {
+    each_allocation_fails([] {
+        ko_lc_t loc = nullptr;
+        const int result = ko_create_null_locale_2(&loc);
+        EXPECT_EQ(*ko_ext_errno(loc), result ? KO_ENOMEM : 0);
+        if (result) *ko_ext_errno(loc) = 0; // the next hand-out must say it again
+        ko_lc_unload(loc);
+        ko_free_nonshared_loc(loc == nullptr || !result ? nullptr : loc);
+        return !result;
+    });
+}
+
+TEST(SetLocale, OpensTheObjectOnceForEachCategory) {
+    object_host host;
+    host.add("one.lco", single());
+    own_record loc;
+    const std::string setting = loc.set(KO_LC_ALL, "one.lco");
+    EXPECT_EQ(setting, "KO_CTYPE = one.lco ; KO_COLLATE = one.lco ; KO_NUMERIC = one.lco ; "
+                       "KO_MONETARY = one.lco ; KO_TIME = one.lco ; KO_MESSAGES = one.lco ; ");
+    EXPECT_EQ(loc.error(), 0);
+    const std::string path = std::string(object_path) + "one.lco";
+    EXPECT_EQ(host.files.tried, std::vector<std::string>(6, path));
+    EXPECT_EQ(host.files.streams, 0);
+    EXPECT_EQ(loc.set(KO_LC_TIME, nullptr), "one.lco");
+    EXPECT_EQ(wide(loc->w_codeset[0]), u"TEST-1");
+    EXPECT_EQ(wide(loc->w_locname[5]), u"one.lco");
+}
+
+TEST(SetLocale, TakesTheFirstVariableThatIsNotEmpty) {
+    const std::pair<std::map<std::string, std::string>, const char *> rows[] = {
+        {{},                                                      "default.lco"},
+        {{{"KO_ALL", ""}, {"KO_TIME", ""}, {"KO_LANG", "c.lco"}}, "c.lco"      },
+        {{{"KO_TIME", "b.lco"}, {"KO_LANG", "c.lco"}},            "b.lco"      },
+        {{{"KO_ALL", "a.lco"}, {"KO_TIME", "b.lco"}},             "a.lco"      },
+        {{{"KO_ALL", "native"}},                                  "native"     },
+        {{{"KO_ALL", std::string(312, 'x')}},                     "(null)"     },
+    };
+    object_host host;
+    for (const char *name : {"default.lco", "a.lco", "b.lco", "c.lco"})
+        host.add(name, single());
+    for (const auto &[vars, want] : rows) {
+        host.env.vars = vars;
+        own_record loc;
+        EXPECT_EQ(loc.set(KO_LC_TIME, ""), want);
+        EXPECT_EQ(loc.error() == KO_ERANGE, *want == '(');
+    }
+}
+
+TEST(SetLocale, ReadsItsOwnSettingBackAndWarnsOfMixedCodeSets) {
+    object_host host;
+    for (const char *name : {"a.lco", "b.lco", "c.lco"})
+        host.add(name, single());
+    host.add("two.lco", doubled());
+    own_record first, second;
+    first.set(KO_LC_ALL, "a.lco");
+    first.set(KO_LC_TIME, "b.lco");
+    first.set(KO_LC_CTYPE, "c.lco");
+    const std::string setting = first.set(KO_LC_ALL, nullptr);
+    EXPECT_EQ(second.set(KO_LC_ALL, setting.c_str()), setting);
+    EXPECT_EQ(second.set(KO_LC_CTYPE, nullptr), "c.lco");
+    EXPECT_EQ(second.set(KO_LC_MESSAGES, "two.lco"), "two.lco");
+    EXPECT_EQ(second.error(), 0);
+    EXPECT_EQ(second.set(KO_LC_TIME, setting.c_str()), "b.lco");
+    EXPECT_EQ(second.error(), 0);
+    EXPECT_EQ(second.set(KO_LC_TIME, "two.lco"), "two.lco");
+    EXPECT_EQ(second.error(), KO_ECODESET);
+}
+
+TEST(SetLocale, KeepsAtMost31CharactersOfANameAndSearchesNative) {
+    const std::string name = std::string(28, 'n') + ".lco"; // 32
+    object_host host;
+    host.add(name, single());
+    host.add("default.lco", single());
+    host.files.files["d:\\x\\native"] = single().str();
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_NUMERIC, name.c_str()), name.substr(0, 31));
+    EXPECT_EQ(loc.set(KO_LC_ALL, ("KO_TIME =  " + name + "xx ; ").c_str()), "(null)");
+    EXPECT_EQ(loc.set(KO_LC_TIME, ("KO_TIME =  " + name + "xx ; ").c_str()), name.substr(0, 31));
+    EXPECT_EQ(loc.set(KO_LC_TIME, "native"), "native"); // the default, or in the directory
+    char *setting = set_categories(record(loc), KO_LC_MESSAGES, "native", "d:\\x");
+    EXPECT_STREQ(setting, "native");
+    ko_destroystring(setting);
+    EXPECT_EQ(host.files.tried.back(), "d:\\x\\native");
+}
+
+TEST(SetLocale, NamesTheReasonOfAFailure) {
+    object_host host;
+    host.add("good.lco", single());
+    const std::string good = single().str();
+    const auto fails = [&](int category, const char *name, int error) {
+        SCOPED_TRACE(name ? name : "query");
+        memory_hooks memory;
+        {
+            own_record loc;
+            EXPECT_EQ(loc.set(category, name), "(null)");
+            EXPECT_EQ(loc.error(), error);
+            EXPECT_EQ(host.files.streams, 0);
+        }
+        EXPECT_EQ(memory.live, 0);
+    };
+    const auto broken_fails = [&](int category, std::string locale_object::*part, const char *text,
+                                  int error) {
+        locale_object other = single();
+        other.*part = text;
+        host.add("broken.lco", other);
+        fails(category, "broken.lco", error);
+    };
+    broken_fails(KO_LC_ALL, &locale_object::type, "FILE_TYPE=locale_object\r\n", KO_EOBJECT);
+    broken_fails(KO_LC_ALL, &locale_object::version, "COMPILER_VERSION=12\n", KO_EVERSION);
+    broken_fails(KO_LC_CTYPE, &locale_object::codeset, "TEST-1\nx", KO_EOBJECT);
+    broken_fails(KO_LC_TIME, &locale_object::time, "julian\n", KO_ECALENDAR);
+    broken_fails(KO_LC_COLLATE, &locale_object::collate, "unspecified\n", KO_ECODESET);
+    broken_fails(KO_LC_CTYPE, &locale_object::ctype, "3 1 1 0000\n1 0\n0000000\n", KO_ECHARLEN);
+    host.files.files[std::string(object_path) + "cut.lco"] =
+        good.substr(0, good.find("### LC_MESSAGES"));
+    fails(KO_LC_ALL, "cut.lco", KO_EOBJECT);
+    fails(KO_LC_ALL, "missing.lco", KO_ECODESET);
+    fails(8, "good.lco", KO_ERANGE);
+    fails(0, nullptr, KO_ERANGE);
+    fails(KO_LC_ALL, std::string(312, 'n').c_str(), KO_ERANGE);
+}
+
+TEST(SetLocale, KeepsWhatWasLoadedBeforeAFailure) {
+    locale_object broken = single();
+    broken.time = "julian\n";
+    object_host host;
+    host.add("good.lco", single());
+    host.add("broken.lco", broken);
+    own_record loc;
+    loc.set(KO_LC_ALL, "good.lco");
+    EXPECT_EQ(loc.set(KO_LC_ALL, "broken.lco"), "(null)");
+    EXPECT_EQ(loc.set(KO_LC_ALL, nullptr),
+              "KO_CTYPE = broken.lco ; KO_COLLATE = broken.lco ; KO_NUMERIC = broken.lco ; "
+              "KO_MONETARY = broken.lco ; KO_TIME =  ; KO_MESSAGES = good.lco ; ");
+    EXPECT_EQ(ko_nl_langinfo(loc, KO_DAY_1), nullptr); // back in the empty state
+    EXPECT_EQ(text(ko_nl_langinfo(loc, KO_YESSTR)), "yes");
+    EXPECT_EQ(im_towupper(loc, 'a'), 'A');
+}
+
+TEST(SetLocale, RebuildsWhatDependsOnTheCodeSet) {
+    object_host host;
+    host.add("one.lco", single());
+    host.add("two.lco", doubled());
+    host.add("wide.lco", wide_only());
+    own_record loc;
+    loc.set(KO_LC_ALL, "one.lco");
+    EXPECT_EQ(loc->exp.single_byte, 1);
+    EXPECT_EQ(loc->exp.mbstowcs, is_mbstowcs);
+    ASSERT_NE(loc->exp.sb_ctype_table, nullptr);
+    EXPECT_EQ(loc->exp.sb_ctype_table[+'A'], KO_CT_UPPER | KO_CT_ALPHA | 0x800);
+    EXPECT_EQ(loc->exp.sb_toupper_table[+'c'], 'C');
+    EXPECT_EQ(loc->exp.sb_toupper_table[200], 200);
+    EXPECT_EQ(loc->exp.case_conv_ratio, 2.0);
+    for (const char *name : {"two.lco", "wide.lco"}) {
+        SCOPED_TRACE(name);
+        *ko_ext_errno(loc) = 0;
+        EXPECT_NE(loc.set(KO_LC_ALL, name), "(null)");
+        EXPECT_EQ(loc.error(), 0);
+        EXPECT_EQ(loc->exp.single_byte, 0);
+        EXPECT_EQ(loc->exp.mbstowcs, im_mbstowcs);
+        EXPECT_EQ(loc->exp.sb_ctype_table, nullptr);
+        EXPECT_EQ(loc->exp.sb_toupper_table, nullptr);
+        EXPECT_EQ(wide(ko_wc_nl_langinfo(loc, KO_ERA)),
+                  u"+:1:1990/01/08:+*:Era:%EC %Ey;-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
+        EXPECT_EQ(wide(ko_localeconv(loc)->w_grouping), u"\3\2");
+    }
+}
+
+TEST(SetLocale, ByteMasksAreTheItemsEvenOfBytesThatAreNoCharacters) {
+    locale_object object = single();
+    // One character, "a", and items of "a" and "b" besides the default.
+    object.ctype = "1 1 1 0020\n1 1\n6100100104\n0000000\n6100200100010002\n0000000\n0\n" +
+                   table_text({
+                       {"a", 0}
+    }) +
+                   "0\n";
+    object_host host;
+    host.add("x.lco", object);
+    own_record loc;
+    EXPECT_EQ(loc.set(KO_LC_CTYPE, "x.lco"), "x.lco");
+    const uint16_t *masks = loc->exp.sb_ctype_table;
+    ASSERT_NE(masks, nullptr);
+    EXPECT_EQ(masks[+'a'], 1);
+    EXPECT_EQ(masks[+'b'], 2);
+    EXPECT_EQ(masks[+'c'], 0x20);
+    EXPECT_EQ(im_iswctype(loc, 'b', 2), 0);
+}
+
+TEST(DefaultLocale, HasCodeSetsAndNoNames) {
+    object_host host;
+    host.add("default.lco", single());
+    host.files.files["d:/mine/default.lco"] = doubled().str();
+    const std::string endless(117, 'x'); // with the name, one byte more than there is room
+    const struct {
+        const char *dir, *codeset;
+    } rows[] = {
+        {nullptr,         "TEST-1"},
+        {"d:/mine/",      "TEST-2"},
+        {"d:/nothing/",   "TEST-1"},
+        {endless.c_str(), "TEST-1"},
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.dir ? r.dir : "no directory");
+        ko_lc_t loc = nullptr;
+        EXPECT_EQ(ko_createlocale2_2(&loc, r.dir), 0);
+        EXPECT_STREQ(record(loc)->codeset[5], r.codeset);
+        EXPECT_STREQ(record(loc)->locname[5], "");
+        EXPECT_EQ(*ko_ext_errno(loc), 0);
+        ko_lc_unload(loc);
+    }
+}
+
+TEST(DefaultLocale, MissingOrBrokenSaysSo) {
+    const std::string object = single().str();
+    memory_hooks memory;
+    {
+        object_host host;
+        ko_lc_t loc = nullptr;
+        EXPECT_EQ(ko_createlocale_2(&loc), -1);
+        EXPECT_EQ(*ko_ext_errno(loc), KO_EFILE);
+        ko_lc_unload(loc);
+        EXPECT_EQ(memory.live, 0);
+        host.files.files[std::string(object_path) + "default.lco"] =
+            object.substr(0, object.find("### LC_MESSAGES"));
+        EXPECT_EQ(ko_createlocale_2(&loc), -1);
+        EXPECT_EQ(*ko_ext_errno(loc), KO_EOBJECT);
+        EXPECT_EQ(text(ko_nl_langinfo(loc, KO_DAY_1)), "day0"); // partly filled
+        EXPECT_EQ(host.files.streams, 0);
+        ko_lc_unload(loc);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
+    memory_hooks memory;
+    {
+        object_host host;
+        host.add("one.lco", single());
+        ko_lc_t first = nullptr, second = nullptr;
+        ASSERT_EQ(ko_lc_load(&first, "one.lco", nullptr, nullptr), 0);
+        const size_t opens = host.files.tried.size();
+        ASSERT_EQ(ko_lc_load(&second, "one.lco", nullptr, nullptr), 0);
+        EXPECT_EQ(first, second);
+        EXPECT_EQ(host.files.tried.size(), opens);
+        ko_lc_unload(first);
+        EXPECT_EQ(text(ko_nl_langinfo(second, KO_DAY_1)), "day0");
+        ko_lc_unload(second);
+        EXPECT_EQ(memory.live, 0);
+        // Released without its category data, which copies may share: those of an unlisted record
+        // go with ko_lc_unload only.
+        ASSERT_EQ(ko_lc_load(&first, "one.lco", nullptr, nullptr), 0);
+        for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
+            ko_free_category(first, c);
+        ko_free_nonshared_loc(first);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+// A specification stands for what the registry says now, whatever is held. Places are the first and
+// the second of a search, on KO_PATH or below the root; contents "-": no file.
+TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
+    static const struct {
+        const char *first, *second;
+        int changed; // place
+        const char *contents;
+        const char *before, *after;
+    } rows[] = {
+        {"foo 16", "-",      0, "foo 32", "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"foo 16", "-",      0, "-",      "en_us\\0010.lco", "en_US.foo"      },
+        {"foo 16", "foo 32", 0, "-",      "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"foo 16", "foo 32", 1, "-",      "en_us\\0010.lco", "en_us\\0010.lco"},
+        {"-",      "foo 16", 0, "foo 32", "en_us\\0010.lco", "en_us\\0020.lco"},
+        {"-",      "-",      1, "foo 32", "en_US.foo",       "en_us\\0020.lco"},
+    };
+    temp_dir dir;
+    const auto root = [](bool path, bool hooked, size_t i) {
+        return (path ? "p" : "r") + std::to_string(2 * i + hooked);
+    };
+    const auto put = [&](const std::string &in, bool path, int place, const std::string &contents) {
+        static const char *const places[] = {"/kova/cm3", "/kova/cm", "/1", "/2"};
+        const std::string name = in + places[2 * path + place] + "/registry";
+        if (contents == "-")
+            std::filesystem::remove(dir.path + "/" + name);
+        else
+            dir.write(name, contents + "\n");
+    };
+    const auto each_root = [&](bool path, bool hooked, auto visit) {
+        for (size_t i = 0; i < std::size(rows); ++i)
+            visit(rows[i], root(path, hooked, i));
+    };
+    for (const bool path : {true, false})
+        for (const bool hooked : {true, false})
+            each_root(path, hooked, [&](const auto &r, const std::string &in) {
+                put(in, path, 0, r.first);
+                put(in, path, 1, r.second);
+                for (const char *name : {"en_us/0010.lco", "en_us/0020.lco", "en_US.foo"})
+                    dir.write((path ? "objects/" : in + "/kova/lc11/") + name, single().str());
+            });
+    sleep(4); // files that were changed just now are read in any case
+    const std::string named = dir.write("named", "foo 32\n");
+    memory_hooks memory;
+    std::vector<ko_lc_t> held;
+    const auto load = [&](const char *registry, const char *want) {
+        char name[311];
+        test_handle handle;
+        held.push_back(nullptr);
+        EXPECT_EQ(ko_lc_load(&held.back(), "en_US.foo", registry, nullptr), 0);
+        EXPECT_STREQ(record(held.back())->locname[0], want);
+        const int unknown = ko_lc_spec2lc_fname(handle, "en_US.foo", name, registry, nullptr);
+        EXPECT_STREQ(unknown ? "en_US.foo" : name, want);
+    };
+    std::vector<std::string> settings; // the environment keeps them
+    settings.reserve(100);
+    const auto set = [&](const std::string &setting) {
+        settings.push_back(setting);
+        ko_ext_putenv(settings.back().data());
+    };
+    for (const bool hooked : {true, false}) {
+        real_variable vantordir("VANTORDIR", nullptr), ko_path("KO_PATH", nullptr);
+        std::optional<env_hooks> env;
+        if (hooked) env.emplace();
+        for (const bool path : {true, false})
+            each_root(path, hooked, [&](const auto &r, const std::string &name) {
+                SCOPED_TRACE(name);
+                const std::string in = dir.path + "/" + name, list = in + "/1;" + in + "/2;";
+                set("KO_PATH=" + (path ? list + dir.path + "/objects" : ""));
+                set("VANTORDIR=" + in);
+                load(nullptr, r.before);
+                load(named.c_str(), "en_us\\0020.lco");
+                load(nullptr, r.before);
+                put(name, path, r.changed, r.contents);
+                for (int again = 0; again < 2; ++again)
+                    load(nullptr, r.after);
+            });
+    }
+    test_handle handle;
+    real_variable ko_path("KO_PATH", (dir.path + "/objects").c_str());
+    ko_cache_registry(handle, named.c_str());
+    for (int again = 0; again < 2; ++again)
+        load(nullptr, "en_us\\0020.lco");
+    EXPECT_EQ(held.back(), held[1]);
+    for (const ko_lc_t loc : held)
+        ko_lc_unload(loc);
+    EXPECT_EQ(memory.live, 0);
+}
+
+static void load_time(const std::string &name, const char *dir) {
+    own_record loc;
+    ko_destroystring(set_categories(record(loc), KO_LC_TIME, name.c_str(), dir));
+}
+static void load_shared(const std::string &name, const char *dir) {
+    ko_lc_t loc = nullptr;
+    EXPECT_EQ(ko_lc_load(&loc, name.c_str(), nullptr, dir), -1);
+    ko_lc_unload(loc);
+}
+static void load_charmap(const std::string &name, const char *dir) {
+    ko_cm_t cm = nullptr;
+    EXPECT_EQ(ko_cm_load(&cm, name.c_str(), nullptr, dir), -1);
+    ko_cm_unload(cm);
+}
+template <class Open> static void open_conversion(Open open) {
+    ko_cv_t cv = nullptr;
+    EXPECT_EQ(open(&cv), -1);
+    ko_cv_unload(cv);
+}
+
+// The ways of a name into the library.
+static const struct {
+    const char *way;
+    void (*go)(env_hooks &env, const std::string &name);
+} ways[] = {
+    {"locale",                 [](env_hooks &, const std::string &n) { load_shared(n, nullptr); }                   },
+    {"locale in a directory",  [](env_hooks &, const std::string &n) { load_shared(n, "d"); }                       },
+    {"setting",                [](env_hooks &, const std::string &n) { load_time("KO_TIME = " + n, nullptr); }      },
+    {"setting in a directory", [](env_hooks &, const std::string &n) { load_time(n, "d"); }                         },
+    {"KO_ALL",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_ALL"] = n, load_time("", "d"); }  },
+    {"KO_TIME",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_TIME"] = n, load_time("", ""); }  },
+    {"KO_LANG",
+     [](env_hooks &e,                          const std::string &n) { e.vars["KO_LANG"] = n, load_time("", ""); }  },
+    {"search",
+     [](env_hooks &,                           const std::string &n) { ko_path_search(nullptr, n.c_str(), "", ""); }},
+    {"charmap",                [](env_hooks &, const std::string &n) { load_charmap(n, nullptr); }                  },
+    {"charmap in a directory", [](env_hooks &, const std::string &n) { load_charmap(n, "d"); }                      },
+    {"ko_iconv_open1",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_iconv_open1(cv, n.c_str()); });
+     }                                                                                          },
+    {"ko_iconv_open",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_iconv_open(cv, n.c_str(), "x"); });
+     }                                                                                          },
+    {"ko_cv_open",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion([&](auto *cv) { return ko_cv_open(cv, "en_US.x", ("y." + n).c_str()); });
+     }                                                                                          },
+    {"ko_cv_fnopen",
+     [](env_hooks &,                           const std::string &n) {
+         open_conversion(
+             [&](auto *cv) { return ko_cv_fnopen(cv, ("y." + n).c_str(), "en_US.x", nullptr); });
+     }                                                                                          },
+    {"ko_open_file",           [](env_hooks &, const std::string &n) { ko_open_file(nullptr, n.c_str()); }          },
+};
+
+TEST(SecureNames, LeadNowhereElse) {
+    static const std::string hostile[] = {"../../..",
+                                          "..",
+                                          "a..b",
+                                          "/etc/shadow",
+                                          "\\etc\\shadow",
+                                          "c:/x",
+                                          "c:x",
+                                          "a/b",
+                                          "a\\b",
+                                          "a\x1b",
+                                          "a\nb",
+                                          "\x7f",
+                                          "\xFFx",
+                                          "x\xFFy",
+                                          "en_us\\0333/../x.lco",
+                                          "en_us\\0333.lco/x",
+                                          "en_us\\0333abcde.lco",
+                                          "en_us\\0333..lco",
+                                          "x\\en_us\\0333.lco"};
+    env_hooks env;
+    file_hooks files;
+    const auto tries = [&](const auto &way, const std::string &name) {
+        files.tried.clear();
+        way.go(env, name);
+        env.vars.clear();
+        return files.tried.size();
+    };
+    for (const bool raised : {false, true}) {
+        for (const auto &way : ways) {
+            SCOPED_TRACE(way.way);
+            const bool open_file = &way == std::end(ways) - 1, formed = &way < ways + 11;
+            for (const std::string &name : hostile)
+                EXPECT_GT(tries(way, name), 0u) << name;
+            raised ? assume_raised_rights(1) : static_cast<void>(ko_secure_names(1));
+            for (const std::string &name : hostile)
+                EXPECT_EQ(tries(way, name), 0u) << name;
+            EXPECT_EQ(tries(way, "\xE9.a") > 0, !open_file);
+            EXPECT_EQ(tries(way, "en_us\\0333euro.lco") > 0, formed);
+            assume_raised_rights(-1);
+            EXPECT_EQ(ko_secure_names(0), !raised);
+        }
+    }
+    // What the library composes stays open, and what is held is as closed as the file.
+    files.files["d\\033304e4.cvo"] = files.files["c:\\etc\\x"] = single().str();
+    files.files["d\\en_us\\0333.lco"] = files.files["c:\\etc\\x"];
+    ko_lc_t held = nullptr, again = nullptr;
+    ASSERT_EQ(ko_lc_load(&held, "c:\\etc\\x", nullptr, nullptr), 0);
+    ko_secure_names(1);
+    load_shared("c:\\etc\\x", nullptr);
+    EXPECT_EQ(ko_lc_load(&again, "en_us\\0333.lco", nullptr, "d"), 0);
+    ko_lc_unload(again);
+    files.tried.clear();
+    open_conversion([](auto *cv) { return ko_cv_load(cv, "1252", "819", nullptr, "d"); });
+    EXPECT_EQ(files.tried, std::vector<std::string>{"d\\033304e4.cvo"});
+    ko_secure_names(0);
+    ko_lc_unload(held);
+}
+
+TEST(SharedLocale, IsRefusedForMixedCodeSets) {
+    object_host host;
+    host.add("one.lco", single());
+    host.add("two.lco", doubled());
+    std::string setting;
+    for (const char *category : {"CTYPE", "COLLATE", "NUMERIC", "MONETARY", "TIME", "MESSAGES"})
+        setting +=
+            std::string("KO_") + category + (category[2] == 'L' ? " = two" : " = one") + ".lco ; ";
+    ko_lc_t loc = nullptr;
+    EXPECT_EQ(ko_lc_load(&loc, setting.c_str(), nullptr, nullptr), -1);
+    EXPECT_EQ(*ko_ext_errno(loc), KO_ECODESET);
+    EXPECT_STREQ(record(loc)->codeset[1], "TEST-2");
+    ko_lc_unload(loc);
+    EXPECT_EQ(ko_lc_load(&loc, nullptr, nullptr, nullptr), -1);
+    EXPECT_EQ(*ko_ext_errno(loc), KO_ENULL);
+    ko_lc_unload(loc);
+}
+
+TEST(SharedLocale, IsListedInTheLog) {
+    temp_dir dir;
+    exit_utilities(); // the switches are read anew
+    char address[32];
+    {
+        object_host host;
+        host.env.vars["KOVALOG"] = "on";
+        host.env.vars["HOME"] = dir.path;
+        host.add("one.lco", single());
+        ko_lc_t loc = nullptr;
+        ASSERT_EQ(ko_lc_load(&loc, "one.lco", nullptr, nullptr), 0);
+        ASSERT_EQ(ko_lc_load(&loc, "one.lco", nullptr, nullptr), 0);
+        snprintf(address, sizeof address, "0x%llx",
+                 static_cast<unsigned long long>(reinterpret_cast<uintptr_t>(loc)));
+        ko_display_lc_node_list();
+        ko_lc_unload(loc);
+        ko_lc_unload(loc);
+        ko_display_lc_node_list();
+    }
+    exit_utilities();
+    std::string log = dir.read("kova.log"), opened;
+    for (int i = 0; i < 6; i++)
+        opened += "Opened: " + std::string(object_path) + "one.lco\n";
+    for (const std::string &part :
+         {opened,
+          "*** The lc node list\n    0\n        name: one.lco\n        loc:  " +
+              std::string(address) + "\n        count:  2\n",
+          "freeing locale " + std::string(address) + "\n\n*** No lc nodes saved\n"})
+        EXPECT_NE(log.find(part), std::string::npos) << part << log;
+}
+
+TEST(CopyCategory, RefusesWhatIsAbsentOrThere) {
+    object_host host;
+    host.add("one.lco", single());
+    own_record full, empty, numeric;
+    full.set(KO_LC_ALL, "one.lco");
+    numeric.set(KO_LC_NUMERIC, "one.lco");
+    EXPECT_EQ(ko_copy_cat(empty, numeric, KO_LC_TIME), -1);
+    EXPECT_EQ(empty.error(), KO_ENOCAT);
+    *ko_ext_errno(numeric) = 0;
+    EXPECT_EQ(ko_copy_cat(numeric, full, KO_LC_ALL), -1);
+    EXPECT_EQ(numeric.error(), KO_EHASCAT);
+    EXPECT_STREQ(numeric->codeset[0], "");
+    EXPECT_EQ(ko_copy_cat(empty, numeric, KO_LC_ALL), -1);
+    EXPECT_EQ(empty.error(), KO_ENOCAT);
+    EXPECT_EQ(ko_copy_cat(empty, full, 0), -1);
+    EXPECT_EQ(empty.error(), KO_ERANGE);
+}
+
+TEST(CopyCategory, SharesTheSourcesData) {
+    memory_hooks memory;
+    {
+        object_host host;
+        host.add("one.lco", single());
+        own_record source;
+        source.set(KO_LC_ALL, "one.lco");
+        for (const int category : {int(KO_LC_ALL), int(KO_LC_NUMERIC)}) {
+            ko_lc_t copy = nullptr;
+            ko_create_null_locale_2(&copy);
+            EXPECT_EQ(ko_copy_cat(copy, source, category), 0);
+            EXPECT_EQ(ko_nl_langinfo(copy, KO_RADIXCHAR), ko_nl_langinfo(source, KO_RADIXCHAR));
+            EXPECT_STREQ(ko_localeconv(copy)->decimal_point, ",");
+            if (category == KO_LC_ALL) {
+                EXPECT_EQ(*ko_ext_errno(copy), 0);
+                EXPECT_EQ(record(copy)->exp.case_conv_ratio, 2.0);
+                EXPECT_EQ(record(copy)->exp.mbscoll(copy, mb("a"), mb("b")), -1);
+                EXPECT_EQ(wide(ko_wc_nl_langinfo(copy, KO_CODESET)), u"TEST-1");
+                EXPECT_EQ(record(copy)->exp.sb_toupper_table[+'a'], 'A');
+            }
+            ko_free_nonshared_loc(copy);
+        }
+        // A category loaded over a copied one leaves the source whole, and so does ko_lc_unload.
+        own_record copy;
+        EXPECT_EQ(ko_copy_cat(copy, source, KO_LC_ALL), 0);
+        copy.set(KO_LC_TIME, "one.lco");
+        copy.set(KO_LC_CTYPE, "one.lco");
+        EXPECT_EQ(text(ko_nl_langinfo(source, KO_DAY_1)), "day0");
+        EXPECT_EQ(im_towupper(source, 'a'), 'A');
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+static bool made_default() {
+    ko_lc_t loc = nullptr;
+    const int result = ko_createlocale_2(&loc), error = *ko_ext_errno(loc);
+    EXPECT_TRUE(!result || error == KO_ENOMEM || error == KO_EFILE || error == KO_E2BIG) << error;
+    ko_lc_unload(loc);
+    return !result;
+}
+
+// Everything that a record answers, in one number.
+struct answers {
+    uint64_t sum = 0xCBF29CE484222325u;
+    void add(const void *bytes, size_t len) {
+        for (size_t i = 0; i < len; i++)
+            sum = (sum ^ static_cast<const unsigned char *>(bytes)[i]) * 0x100000001B3u;
+    }
+    template <class T> void value(T v) { add(&v, sizeof v); }
+    void string(const void *s, bool plain = false) {
+        value(s != nullptr);
+        if (s) add(s, plain ? strlen(static_cast<const char *>(s)) : zeros_at(s));
+    }
+    void string(const ko_wchar_t *s) {
+        value(s != nullptr);
+        if (s) add(s, static_cast<size_t>(ko_wcsbytes(s)));
+    }
+};
+
+static void add_conventions(answers *a, const koconv *c) {
+    for (const char *s : {c->decimal_point, c->thousands_sep, c->grouping, c->int_curr_symbol,
+                          c->currency_symbol, c->mon_decimal_point, c->mon_thousands_sep,
+                          c->mon_grouping, c->positive_sign, c->negative_sign})
+        a->string(s);
+    a->add(&c->int_frac_digits, 8);
+    for (const ko_wchar_t *s :
+         {c->w_decimal_point, c->w_thousands_sep, c->w_grouping, c->w_int_curr_symbol,
+          c->w_currency_symbol, c->w_mon_decimal_point, c->w_mon_thousands_sep, c->w_mon_grouping,
+          c->w_positive_sign, c->w_negative_sign})
+        a->string(s);
+}
+
+static void add_times(answers *a, ko_lc_t loc) {
+    static const auto format = wcs(u"%A %a %B %b %c %x %X %p %r %EY %Ec %Ex %Od %Om");
+    for (int year : {-800, 20, 90, 126}) {
+        const ko_tm_t tm = {
+            .tm_hour = 13, .tm_mday = 9, .tm_mon = year & 7, .tm_year = year, .tm_wday = year & 3};
+        ko_wchar_t out[512] = {};
+        ko_tm_t back = {};
+        a->value(ko_wcsftime(loc, out, 512, format.data(), &tm));
+        a->string(out);
+        a->value(ko_wcsptime(loc, out, format.data(), &back, 'C') != nullptr);
+        a->value(back.tm_year + 1000 * back.tm_mon + 100000 * back.tm_wday);
+    }
+}
+
+static uint64_t digest(ko_lc_t loc) {
+    answers a;
+    const auto *exp = static_cast<const loc_exports *>(loc);
+    for (unsigned item = 0; item <= KO_LANGINFO_MAX; item++) {
+        a.string(ko_nl_langinfo(loc, item), item == KO_CALENDAR || item == KO_CODESET);
+        a.string(ko_wc_nl_langinfo(loc, item));
+    }
+    add_conventions(&a, ko_localeconv(loc));
+    for (const unsigned char *table : {exp->sb_toupper_table, exp->sb_tolower_table}) {
+        a.value(table != nullptr);
+        if (table) a.add(table, 256);
+    }
+    for (auto **s = exp->coll_ignored; s && *s; s++)
+        a.string(*s);
+    for (auto *pair = exp->coll_equiv_class_map; pair && pair->from; pair++)
+        a.string(pair->from), a.string(pair->to);
+    a.value(exp->case_conv_ratio + exp->coll_char_ratio);
+    for (unsigned c = 1; c < 0x10000; c += c < 256 ? 1 : 37) {
+        const ko_wchar_t wc = static_cast<ko_wchar_t>(c), text[] = {wc, 'c', 'h', wc, 0};
+        ko_mchar_t key[200] = {};
+        a.value(im_iswctype(loc, wc, ~0U) ^ im_towupper(loc, wc) << 8 ^ im_towlower(loc, wc));
+        a.value(ko_wcsxfrm(loc, key, text, sizeof key));
+        a.add(key, sizeof key);
+    }
+    a.value(ko_ctype(loc, "capital") + ko_ctype(loc, "full_width"));
+    add_times(&a, loc);
+    return a.sum;
+}
+
+// One load with the n-th call of a hook failing: calls and fail_at of either kind of hooks. A
+// record that is not whole says so, is not shared, and its copies say so, too. False when the call
+// was not reached.
+static bool load_with_fault(const char *name, uint64_t want, long n, const long &calls,
+                            long &fail_at, int reason, long *damaged) {
+    ko_lc_t loc = nullptr, later = nullptr;
+    fail_at = n;
+    const int result = ko_lc_load(&loc, name, nullptr, nullptr), status = ko_lc_status(loc);
+    const bool reached = calls > n;
+    fail_at = -1;
+    EXPECT_TRUE(status == 0 || status == reason) << n;
+    EXPECT_EQ(ko_lc_load(&later, name, nullptr, nullptr), 0);
+    EXPECT_EQ(ko_lc_status(later), 0);
+    EXPECT_EQ(digest(later), want) << "a later load, after call " << n;
+    if (!result) {
+        EXPECT_EQ(later == loc, status == 0);
+        own_record copy;
+        EXPECT_EQ(ko_copy_cat(copy, loc, KO_LC_TIME), 0);
+        EXPECT_EQ(ko_lc_status(copy), status);
+        if (!status) {
+            EXPECT_EQ(digest(loc), want) << n;
+        }
+        *damaged += status != 0;
+    }
+    ko_lc_unload(later);
+    ko_lc_unload(loc);
+    return reached;
+}
+
+TEST(Loading, SurvivesEveryAllocationFailure) {
+    const std::string text = single().str();
+    env_hooks env;
+    file_hooks files;
+    files.files[std::string(object_path) + "default.lco"] = text;
+    EXPECT_GT(each_allocation_fails(made_default), 100);
+    EXPECT_EQ(files.streams, 0);
+}
+
+// Objects of our own with every call failing; compiled ones, calendars among them, with some.
+TEST(Loading, TellsADamagedRecordFromAWholeOne) {
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const struct {
+        const char *name;
+        long memory_step, stream_step; // small numbers: every call
+    } rows[] = {
+        {"one.lco",             1,  13    },
+        {"two.lco",             1,  97    },
+        {"wide.lco",            1,  97    },
+        {"fr_fr\\0333.lco",     7,  2003  },
+        {"he_il\\0394hebr.lco", 7,  2003  },
+        {"ar_sa\\0441islm.lco", 7,  2003  },
+        {"ja_jp\\13ba.lco",     61, 99991 },
+        {"th_th\\e005.lco",     61, 199999},
+    };
+    long by_memory = 0, by_stream = 0; // damaged records
+    object_host host;
+    host.add("one.lco", single()), host.add("two.lco", doubled()),
+        host.add("wide.lco", wide_only());
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        if (r.memory_step > 1) {
+            std::string path = std::string(root ? root : "") + "/kova/lc11/" + r.name;
+            std::replace(path.begin(), path.end(), '\\', '/');
+            std::ifstream object(path);
+            if (!object) continue;
+            std::stringstream contents;
+            contents << object.rdbuf();
+            host.files.files[std::string(object_path) + r.name] = contents.str();
+        }
+        ko_lc_t whole = nullptr;
+        ASSERT_EQ(ko_lc_load(&whole, r.name, nullptr, nullptr), 0);
+        const uint64_t want = digest(whole);
+        ko_lc_unload(whole);
+        for (long n = 0, more = 1; more && !HasFailure(); n += r.memory_step) {
+            memory_hooks memory;
+            more = load_with_fault(r.name, want, n, memory.calls, memory.fail_at, KO_ENOMEM,
+                                   &by_memory);
+            EXPECT_EQ(memory.live, 0) << n;
+        }
+        for (long n = 0, more = 1; more && !HasFailure(); n += r.stream_step) {
+            memory_hooks memory;
+            host.files.calls = 0;
+            more = load_with_fault(r.name, want, n, host.files.calls, host.files.fail_at, KO_EIO,
+                                   &by_stream);
+            EXPECT_EQ(memory.live + host.files.streams, 0) << n;
+        }
+    }
+    EXPECT_TRUE(by_memory > 100 && by_stream > 0) << by_memory << " " << by_stream;
+}
+
+TEST(Loading, SurvivesEveryStreamFailure) {
+    // Read mostly as lines of one section, so that the calls stay few.
+    const std::string text = single().str();
+    const auto prepare = [&](file_hooks &files) {
+        files.files[std::string(object_path) + "x.lco"] = text;
+    };
+    for (const int category : {int(KO_LC_NUMERIC), int(KO_LC_TIME), int(KO_LC_COLLATE)}) {
+        each_stream_call_fails(prepare, [&] {
+            env_hooks env;
+            own_record loc;
+            return loc.set(category, "x.lco") != "(null)";
+        });
+    }
+}
+
+static void load_from(const own_record &loc, const std::string &name, const std::string &dir) {
+    char *setting = set_categories(record(loc), KO_LC_ALL, name.c_str(), dir.c_str());
+    EXPECT_NE(setting, nullptr);
+    ko_destroystring(setting);
+    EXPECT_EQ(loc.error(), 0);
+}
+
+static void expect_same_answers(ko_lc_t a, ko_lc_t b, unsigned step) {
+    for (unsigned item = 0; item <= KO_LANGINFO_MAX; item++) {
+        const ko_wchar_t *one = ko_wc_nl_langinfo(a, item), *two = ko_wc_nl_langinfo(b, item);
+        ASSERT_TRUE(one && two ? wide(one) == wide(two) : one == two) << "item " << item;
+    }
+    for (unsigned c = 1; c < 0x10000; c += step) {
+        const ko_wchar_t wc = static_cast<ko_wchar_t>(c), one[] = {wc, 0}, other[] = {'b', 0};
+        ASSERT_EQ(im_iswctype(a, wc, 0xFFFF), im_iswctype(b, wc, 0xFFFF)) << c;
+        ASSERT_EQ(im_towlower(a, wc), im_towlower(b, wc)) << c;
+        ASSERT_EQ(ko_full_wcscoll(a, one, other), ko_full_wcscoll(b, one, other)) << c;
+    }
+}
+
+// Small objects and every object of the compiled data root, from disk and through hooks.
+TEST(Loading, FromDiskAndThroughHooksIsTheSame) {
+    temp_dir small;
+    std::vector<std::filesystem::path> objects;
+    for (const locale_object *object : {&single(), &doubled(), &wide_only()})
+        objects.push_back(small.write(std::to_string(objects.size()) + ".lco", object->str()));
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const std::filesystem::path folder = std::filesystem::path(root ? root : "") / "kova/lc11";
+    if (root && exists(folder)) {
+        for (const auto &entry : std::filesystem::recursive_directory_iterator(folder))
+            if (entry.path().extension() == ".lco") objects.push_back(entry.path());
+        EXPECT_GT(objects.size(), 23u);
+    }
+    for (const std::filesystem::path &path : objects) {
+        SCOPED_TRACE(path.string());
+        memory_hooks memory;
+        {
+            own_record disk, hooks;
+            const std::string name = path.filename().string(), dir = path.parent_path().string();
+            load_from(disk, name, dir);
+            std::ostringstream text;
+            text << std::ifstream(path, std::ios::binary).rdbuf();
+            file_hooks files;
+            files.files[dir + "\\" + name] = text.str();
+            load_from(hooks, name, dir);
+            expect_same_answers(disk, hooks, dir == small.path ? 1 : 61);
+        }
+        EXPECT_EQ(memory.live, 0);
+    }
+}

@@ -1,0 +1,540 @@
+// Look-up tables: building, looking up, sharing, text form, damaged texts, lack of memory.
+#include "locale/kovamulti.h"
+#include "support/locale_builder.h"
+
+#include <random>
+#include <stdio.h>
+#include <string.h>
+
+namespace {
+
+struct table_guard {
+    void *p;
+    explicit table_guard(unsigned size = 2, const void *item = nullptr)
+        : p(create_multi(size, 0, item)) {}
+    ~table_guard() { free_multi(p); }
+    table_guard(const table_guard &) = delete;
+    operator void *() const { return p; }
+    mb_decode *operator->() const { return static_cast<mb_decode *>(p); }
+};
+
+char_desc desc_of(std::string_view bytes) {
+    char_desc desc = {static_cast<unsigned>(bytes.size()), {}};
+    for (size_t i = 0; i < bytes.size() && i < 4; ++i) {
+        desc.bytes[i] = static_cast<unsigned char>(bytes[i]);
+    }
+    return desc;
+}
+
+int insert(void *table, std::string_view bytes, int item = -1) {
+    const char_desc desc = desc_of(bytes);
+    const auto value = static_cast<uint16_t>(item);
+    return insert_desc_multi(&desc, item < 0 ? nullptr : &value, table);
+}
+
+int value_of(const void *item) { // -1: none
+    uint16_t value;
+    if (!item) return -1;
+    memcpy(&value, item, sizeof value);
+    return value;
+}
+
+int find(void *table, std::string_view bytes) {
+    const char_desc desc = desc_of(bytes);
+    return value_of(retrieve_desc_multi(&desc, table));
+}
+
+int read_item(void *stream, void *dest, int size) {
+    char digits[5] = {};
+    for (int i = 0; i < 4; ++i) {
+        const int c = ko_ext_getc(stream);
+        if (c < 0) return -1;
+        digits[i] = static_cast<char>(c);
+    }
+    const auto item = static_cast<uint16_t>(strtol(digits, nullptr, 16));
+    memcpy(dest, &item, static_cast<size_t>(size));
+    return 0;
+}
+
+// The text of a table; fail_at: the write that fails, "" then.
+std::string printed(void *table, long fail_at = -1) {
+    file_hooks files;
+    void *stream = ko_ext_fopen("table", "w");
+    files.calls = 0;
+    files.fail_at = fail_at;
+    const int result = fprintf_multi(stream, table, print_item);
+    ko_ext_fclose(stream);
+    EXPECT_EQ(result, fail_at >= 0 && files.calls > fail_at ? -1 : 0);
+    return result ? "" : files.files["table"];
+}
+
+int read_back(const std::string &text, void *table, int max_len = 4, std::string *rest = nullptr,
+              int (*read)(void *, void *, int) = read_item) {
+    file_hooks files;
+    files.files["table"] = text;
+    void *stream = ko_ext_fopen("table", "r");
+    const int result = fscanf_multi(stream, table, max_len, read);
+    for (int c; rest && (c = ko_ext_getc(stream)) >= 0;)
+        *rest += static_cast<char>(c);
+    ko_ext_fclose(stream);
+    return result;
+}
+
+text_in memory_of(const std::string &text) {
+    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
+    return {.pos = bytes, .end = bytes + text.size()};
+}
+
+// A code set of one- and two-byte characters with repeating rows and a few items.
+void fill_mixed(void *table) {
+    for (int c = 0; c < 0x80; ++c) {
+        const char byte = static_cast<char>(c);
+        insert(table, {&byte, 1}, c >= 'a' && c <= 'z' ? 6 : c & 1);
+    }
+    for (int a = 0xA1; a < 0xA9; ++a) {
+        for (int b = 0xA1; b < 0xFF; ++b) {
+            const char bytes[] = {static_cast<char>(a), static_cast<char>(b)};
+            insert(table, {bytes, 2}, a > 0xA4 ? 4 : -1);
+        }
+    }
+}
+
+void fill_small(void *table) {
+    for (const char *text : {"a", "b", "c", "d", "e", "\x81\x40", "\x81\x41", "\x82\x40"}) {
+        insert(table, text, 7);
+    }
+    insert(table, "z", 0x12);
+}
+
+// Every two-byte string and every wide value gives the same answers in both tables.
+void expect_same_answers(void *one, void *two) {
+    for (int v = 0; v < 0x10000; ++v) {
+        test_handle h1, h2;
+        const ko_mchar_t bytes[5] = {static_cast<ko_mchar_t>(v >> 8), static_cast<ko_mchar_t>(v)};
+        int n1 = -2, n2 = -2;
+        const int i1 = value_of(retrieve_text_multi(bytes, one, &n1, &h1.gen));
+        const int i2 = value_of(retrieve_text_multi(bytes, two, &n2, &h2.gen));
+        const auto wc = static_cast<ko_wchar_t>(v);
+        const int w1 = value_of(retrieve_wchar_multi_nl(&h1.gen, wc, one));
+        const int w2 = value_of(retrieve_wchar_multi_nl(&h2.gen, wc, two));
+        ASSERT_TRUE(i1 == i2 && n1 == n2 && w1 == w2 && h1.error() == h2.error()) << "at " << v;
+    }
+}
+
+} // namespace
+
+TEST(MultiTable, InsertRefusesConflictsAndBadLengths) {
+    const auto second = [](std::string_view first, std::string_view bytes) {
+        SCOPED_TRACE(::testing::PrintToString(bytes));
+        table_guard table;
+        EXPECT_EQ(insert(table, first, 1), 0);
+        const int result = insert(table, bytes, 2);
+        EXPECT_EQ(find(table, first), first == bytes ? 2 : 1);
+        EXPECT_EQ(find(table, bytes) == 2, result == 0);
+        return result;
+    };
+    for (const char *good : {"\x81\x41", "\x81\x40", "\x82\x40\x40\x40"})
+        EXPECT_EQ(second("\x81\x40", good), 0);
+    for (const char *bad : {"\x81", "\x81\x40\x41", "", "bcdef"})
+        EXPECT_EQ(second("\x81\x40", bad), -1);
+    EXPECT_EQ(second("\x81", "\x81\x40"), -1);
+}
+
+TEST(MultiTable, ItemsDefaultAndAreOverwritten) {
+    const uint16_t nine = 9;
+    table_guard table(2, &nine);
+    EXPECT_EQ(multi_min_length(table), 2);
+    EXPECT_EQ(multi_max_length(table), 0);
+    insert(table, "a");
+    EXPECT_EQ(find(table, "a"), 9);
+    insert(table, "b", 5);
+    EXPECT_EQ(find(table, "a"), 9); // the fresh array is filled with the default
+    insert(table, "b");
+    EXPECT_EQ(find(table, "b"), 5);
+    EXPECT_EQ(multi_min_length(table), 1);
+    EXPECT_EQ(multi_max_length(table), 1);
+    table_guard odd(3, "xyz"); // slots of four bytes
+    const char_desc a = desc_of("a"), b = desc_of("b");
+    insert_desc_multi(&a, "123", odd);
+    insert_desc_multi(&b, nullptr, odd);
+    EXPECT_EQ(memcmp(retrieve_desc_multi(&a, odd), "123", 3), 0);
+    EXPECT_EQ(memcmp(retrieve_desc_multi(&b, odd), "xyz", 3), 0);
+}
+
+TEST(MultiTable, TextLookupsReportBytesAndErrors) {
+    table_guard table;
+    fill_small(table);
+    insert(table, "\x90\x91\x92\x93", 8);
+    static const struct {
+        const char *text;
+        int limit, item, len, error;
+    } rows[] = {
+        {"a",                4,  7,  1, 0        },
+        {"\x81\x40",         2,  7,  2, 0        },
+        {"\x81\x40",         1,  -1, 1, KO_EINVAL},
+        {"\x81\x7F",         4,  -1, 2, KO_EILSEQ},
+        {"\xFF",             1,  -1, 1, KO_EILSEQ},
+        {"\xFF",             4,  -1, 1, KO_EILSEQ},
+        {"a",                0,  -1, 0, KO_EINVAL},
+        {"a",                -3, -1, 0, KO_EINVAL},
+        {"\x90\x91\x92\x93", 4,  8,  4, 0        },
+        {"\x90\x91\x92\x93", 3,  -1, 3, KO_EINVAL},
+        {"\x90\x91\x92",     4,  -1, 4, KO_EILSEQ},
+        {"",                 4,  -1, 1, KO_EILSEQ},
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(::testing::PrintToString(r.text) + " " + std::to_string(r.limit));
+        test_handle h;
+        int len = -9;
+        const void *item = retrieve_text_multi_limit(mb(r.text), table, r.limit, &len, &h.gen);
+        EXPECT_EQ(value_of(item), r.item);
+        EXPECT_EQ(len, r.len);
+        EXPECT_EQ(h.error(), r.error);
+        if (r.limit < 4) continue;
+        test_handle all, nl, nv;
+        EXPECT_EQ(retrieve_text_multi(mb(r.text), table, &len, &all.gen), item);
+        EXPECT_EQ(len, r.len);
+        EXPECT_EQ(retrieve_text_multi_nl(mb(r.text), table, &nl.gen), item);
+        EXPECT_EQ(retrieve_text_multi_nv(mb(r.text), table, &nv.gen), item ? r.len : 0);
+        for (auto *each : {&all, &nl, &nv})
+            EXPECT_EQ(each->error(), r.error);
+    }
+    for (const char *none : {"\x81", "aa", ""})
+        EXPECT_EQ(find(table, none), -1);
+    // The double-byte look-up reads no flag.
+    table_guard pairs;
+    test_handle h;
+    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 2, &h.gen), nullptr);
+    EXPECT_EQ(h.error(), KO_EILSEQ);
+    insert(pairs, "\x81\x40", 3);
+    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 2, &h.gen)), 3);
+    EXPECT_EQ(value_of(retrieve_text_doub_limit(mb("\x99\x41"), pairs, 2, &h.gen)), 0);
+    EXPECT_EQ(retrieve_text_doub_limit(mb("\x81\x40"), pairs, 1, &h.gen), nullptr);
+    EXPECT_EQ(h.error(), KO_EINVAL);
+}
+
+TEST(MultiTable, WideLookupPadsToTheShortestLength) {
+    static const struct {
+        const char *shape; // which characters the table has
+        int min, wc, item;
+    } rows[] = {
+        {"a",    1, 'a',    1 },
+        {"a",    1, 0x6100, -1},
+        {"a",    1, 'b',    -1},
+        {"0a",   2, 'a',    2 },
+        {"xy",   1, 0x7879, 2 }, // values above one byte take two
+        {"0xy",  3, 0x7879, 3 },
+        {"0xy",  2, 0x7879, -1},
+        {"00xy", 4, 0x7879, 4 },
+        {"xy",   0, 0x79,   -1},
+        {"xy",   5, 0x7879, -1},
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(std::string(r.shape) + " " + std::to_string(r.min));
+        std::string bytes = r.shape;
+        std::replace(bytes.begin(), bytes.end(), '0', '\0');
+        table_guard table;
+        insert(table, bytes, static_cast<int>(bytes.size()));
+        table->min_char_len = r.min;
+        test_handle h;
+        EXPECT_EQ(value_of(retrieve_wchar_multi_nl(&h.gen, static_cast<ko_wchar_t>(r.wc), table)),
+                  r.item);
+        EXPECT_EQ(h.error(), r.item < 0 ? KO_EILSEQ : KO_OK);
+    }
+}
+
+TEST(MultiTable, CompressionKeepsAnswersAndSharesArrays) {
+    table_guard plain, shared;
+    fill_mixed(plain);
+    fill_mixed(shared);
+    int data, flags, offsets;
+    multi_node_count(shared, &data, &flags, &offsets);
+    EXPECT_EQ(data, 5); // the root and four rows of items
+    EXPECT_EQ(flags, 9);
+    EXPECT_EQ(offsets, 1);
+    ASSERT_EQ(compress_multi(shared), 0);
+    multi_node_count(shared, &data, &flags, &offsets);
+    EXPECT_EQ(data, 2);
+    EXPECT_EQ(flags, 2);
+    expect_same_answers(plain, shared);
+    EXPECT_EQ(compress_multi(shared), 0);
+    EXPECT_EQ(insert(shared, "\xB1\xB1", 1), -1);
+    EXPECT_EQ(compress_multi(nullptr), 0);
+}
+
+TEST(MultiTable, SingleByteTablesTakeEveryByteWhenSharedOrWritten) {
+    table_guard shared, written, wider;
+    insert(shared, "a", 1);
+    insert(written, "a", 1);
+    insert(wider, "a", 1);
+    insert(wider, "\x81\x40", 1);
+    compress_multi(shared);
+    compress_multi(wider);
+    printed(written);
+    EXPECT_EQ(find(shared, "\xFF"), 0);
+    EXPECT_EQ(find(written, "\xFF"), 0);
+    EXPECT_EQ(find(wider, "\xFF"), -1);
+}
+
+TEST(MultiText, RunsAreChosenAsTheFormatSays) {
+    static const std::pair<const char *, const char *> rows[] = {
+  // items by byte
+        {"123333",  "0000500100010002000300030003\n050010010003\n"    },
+        {"5555",    "000010040005\n"                                  },
+        {"555",     "00003001000500050005\n"                          },
+        {"55556",   "000010040005\n040010010006\n"                    },
+        {"50006",   "0000500100050000000000000006\n"                  },
+        {"500006",  "000010010005\n050010010006\n"                    },
+        {"007",     "020010010007\n"                                  },
+        {"",        ""                                                },
+        {"1222222", "000040010001000200020002\n04003001000200020002\n"},
+    };
+    for (auto &[items, want] : rows) {
+        table_guard table;
+        insert(table, "\x81\x40", 1); // keeps the flags of other bytes as they are
+        for (char byte = 0; items[static_cast<int>(byte)]; ++byte)
+            if (const int item = items[static_cast<int>(byte)] - '0'; item)
+                insert(table, {&byte, 1}, item);
+        if (!*items) insert(table, "a", 0);
+        const std::string text = printed(table);
+        const size_t data = text.find("0000000\n") + 8;
+        EXPECT_EQ(text.substr(data, strlen(want) + 8), want + std::string("0000000\n"));
+    }
+}
+
+TEST(MultiText, UncompressedAndCompressedFormsAreExact) {
+    table_guard table;
+    insert(table, "\x81\x40", 7);
+    insert(table, "a", 0x1F);
+    insert(table, "\x82\x40");
+    EXPECT_EQ(printed(table), "2 1 1 0000\n"
+                              "1 1\n6100100104\n810020010101\n0000000\n61001001001f\n0000000\n"
+                              "1 1\n4000100104\n0000000\n400010010007\n0000000\n"
+                              "1 0\n4000100104\n0000000\n");
+    ASSERT_EQ(compress_multi(table), 0);
+    EXPECT_EQ(printed(table), "2 1 3 0000\n"
+                              "2 2\n6100100104\n810020010101\n0000000\n4000100104\n0000000\n"
+                              "61001001001f\n0000000\n400010010007\n0000000\n"
+                              "1 1 0 0\n1 1 1 1\n1 0 1 0\n");
+}
+
+TEST(MultiText, ReadingBackGivesTheSameAnswersAndTheSameText) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 24; ++round) {
+        SCOPED_TRACE(round);
+        table_guard table, back, from_memory;
+        if (round == 0) fill_mixed(table);
+        for (int i = 0; i < round * 40; ++i) {
+            const char bytes[] = {static_cast<char>(random() % 11 * 23),
+                                  static_cast<char>(random())};
+            insert(table, {bytes, 1 + random() % 2}, static_cast<int>(random() % 4) - 1);
+        }
+        ASSERT_EQ(round % 2 ? compress_multi(table) : 0, 0);
+        const std::string text = printed(table);
+        std::string rest;
+        ASSERT_EQ(read_back(text + "next", back, 2, &rest), 0);
+        EXPECT_EQ(multi_err(back), 0);
+        // One white-space character may be left to the reader of what follows.
+        EXPECT_TRUE(rest == "next" || rest == "\nnext") << rest;
+        expect_same_answers(table, back);
+        EXPECT_EQ(printed(back), text);
+        text_in in = memory_of(text);
+        ASSERT_EQ(read_multi_ub2(&in, from_memory.operator->(), 2), 0);
+        EXPECT_EQ(printed(from_memory), text);
+    }
+}
+
+TEST(MultiText, DamageIsRefused) {
+    const std::string flat = "2 1 1 0000\n1 1\n6100100104\n0000000\n", empty = "0000000\n",
+                      list = "2 1 3 0000\n1 0\n" + empty;
+    const auto check = [](const std::string &text, int error) {
+        SCOPED_TRACE(text);
+        table_guard stream_table, memory_table;
+        EXPECT_EQ(read_back(text, stream_table, 2), error ? -1 : 0);
+        EXPECT_EQ(multi_err(stream_table), error);
+        text_in in = memory_of(text);
+        EXPECT_EQ(read_multi_ub2(&in, memory_table.operator->(), 2), error ? -1 : 0);
+        EXPECT_EQ(multi_err(memory_table), error);
+        if (!error) expect_same_answers(stream_table, memory_table);
+    };
+    check(flat + empty, 0);
+    check("2 1 3 0000\n0 0\n0 0 0 0\n", 0); // a node without flags
+    for (const char *lengths :
+         {"1 9", "1 2", "1 0", "1 -1", "0 1", "-5 1", "0 9"}) // not those of "a"
+        check(std::string(lengths) + " 1 0000\n1 0\n6100100104\n" + empty, KO_ENOMEM);
+    check("2 1 1 0000\n1 0\n6100100104\n" + empty, 0); // longer is no harm
+    check("0 3 1 0000\n1 0\n" + empty, KO_ENOMEM);
+    check("0 2 1 0000\n1 0\n" + empty, 0);
+    check("2 1 1 0000\n 1 1 \n\n6100100104\n0000000\r\n" + empty, 0); // white space
+    check("3 1 1 0000\n0 0\n", KO_ECHARLEN);                          // too long characters
+    check(flat + "ff0020010001000100\n" + empty, KO_ENOMEM);          // past the end: a run,
+    check(flat + "fe0010030001\n" + empty, KO_ENOMEM);                // repetitions,
+    check(flat + "ffffffffff0001\n" + empty, KO_ENOMEM);              // beyond all numbers
+    check(flat + "000010000001\n" + empty, KO_ENOMEM);                // no repetition
+    check("2 1 1 0000\n1 0\n6100100102\n" + empty, KO_ENOMEM);        // an unknown flag
+    check("1 1 1 0000\n1 0\n6100100101\n" + empty, KO_ENOMEM);        // too deep
+    check("2 1 1 0000\n1 0\n6100100101\n" + empty, KO_ENOMEM);        // a missing child
+    check(flat, KO_ENOMEM);                                           // no terminator
+    for (const char *ids : {"1 0 1 0\n", "1 1 0 0\n", "1 0 -1 0\n"})  // beyond their lists
+        check(list + ids, KO_ENOMEM);
+    check("2 1 3 0000\n-1 0\n0 0 0 0\n", KO_ENOMEM); // counts of lists
+    check("2 1 3 0000\n2000000000 0\n" + empty, KO_ENOMEM);
+}
+
+// Whatever loads must also answer, print, and load again alike.
+static void load_damaged(const std::string &text) {
+    table_guard table;
+    text_in in = memory_of(text);
+    const int result = read_multi_ub2(&in, table.operator->(), 2);
+    ASSERT_EQ(result == 0, multi_err(table) == 0);
+    test_handle h;
+    int taken;
+    for (int v = 0; v < 0x10000; v += 0x3F) {
+        const ko_mchar_t bytes[4] = {static_cast<ko_mchar_t>(v >> 8), static_cast<ko_mchar_t>(v)};
+        retrieve_text_multi(bytes, table, &taken, &h.gen);
+        retrieve_wchar_multi_nl(&h.gen, static_cast<ko_wchar_t>(v), table);
+    }
+    if (result) return;
+    const std::string again = printed(table);
+    table_guard back;
+    text_in second = memory_of(again);
+    ASSERT_EQ(read_multi_ub2(&second, back.operator->(), 2), 0) << again;
+    ASSERT_EQ(printed(back), again);
+    mb_flat flat;
+    ASSERT_EQ(flatten_multi(back.operator->(), &flat), 0);
+    free_flat(&flat);
+}
+
+TEST(MultiText, EveryPrefixAndEveryChangedByteIsHarmless) {
+    for (const bool shared : {false, true}) {
+        table_guard table;
+        fill_small(table);
+        if (shared) compress_multi(table);
+        const std::string text = printed(table);
+        for (size_t n = 0; n < text.size(); ++n) {
+            SCOPED_TRACE(n);
+            load_damaged(text.substr(0, n));
+            std::string changed = text;
+            for (int c = 0; c < 256; ++c) {
+                if (c > 'g' && c % 16) continue; // what is no digit acts alike
+                changed[n] = static_cast<char>(c);
+                load_damaged(changed);
+                if (HasFatalFailure()) FAIL() << "byte " << n << " changed to " << c;
+            }
+        }
+    }
+}
+
+TEST(MultiText, FailedWritesAndItemReadersStop) {
+    table_guard table, back;
+    fill_small(table);
+    const std::string whole = printed(table);
+    long writes = 0;
+    while (writes < 10000 && printed(table, writes) != whole)
+        ++writes;
+    EXPECT_GT(writes, 10);
+    EXPECT_EQ(read_back(whole, back, 2, nullptr, [](void *, void *, int) { return -1; }), -1);
+    EXPECT_EQ(multi_err(back), KO_ENOMEM);
+}
+
+// A node that was read has room for its own children only.
+TEST(MultiText, ATableThatWasReadTakesMoreCharacters) {
+    table_guard table, back;
+    insert(table, "\x81\x40", 1);
+    ASSERT_EQ(read_back(printed(table), back), 0);
+    for (int lead = 0x82; lead < 0x100; ++lead) {
+        const char bytes[] = {static_cast<char>(lead), '\x40'};
+        for (void *t : {table.p, back.p})
+            ASSERT_EQ(insert(t, {bytes, 2}, lead), 0) << lead;
+    }
+    EXPECT_EQ(find(back, "\x81\x40"), 1);
+    expect_same_answers(table, back);
+    EXPECT_EQ(printed(back), printed(table));
+}
+
+TEST(MultiText, ATableThatFailedHasNoCharactersAndCanBeReadAgain) {
+    table_guard table, again;
+    fill_mixed(table);
+    const std::string plain = printed(table);
+    compress_multi(table);
+    for (const std::string &text : {plain, printed(table), plain}) {
+        for (size_t cut = 0; cut < text.size(); cut += 7) {
+            SCOPED_TRACE(cut);
+            table_guard back;
+            test_handle handle;
+            ASSERT_EQ(read_back(text.substr(0, cut), back), -1);
+            EXPECT_EQ(retrieve_text_multi_nv(mb("a"), back, &handle.gen), 0);
+            EXPECT_EQ(retrieve_text_doub_limit(mb("\xA1\xA1"), back, 2, &handle.gen), nullptr);
+            EXPECT_EQ(handle.error(), KO_EILSEQ);
+            EXPECT_EQ(insert(back, "\xA1\xA1", 1), -1);
+            EXPECT_EQ(compress_multi(back), 0);
+            file_hooks files;
+            void *stream = ko_ext_fopen("table", "w");
+            EXPECT_EQ(fprintf_multi(stream, back, print_item), -1);
+            ko_ext_fclose(stream);
+        }
+        EXPECT_EQ(read_back(text.substr(0, text.size() / 2), again), -1);
+        EXPECT_EQ(read_back(text, again), 0);
+        expect_same_answers(table, again);
+    }
+}
+
+TEST(MultiTable, LackOfMemoryLeaksNothingAndCanBeRepeated) {
+    each_allocation_fails([] {
+        table_guard table;
+        if (!table.p) return false;
+        bool done = true;
+        for (const char *text : {"\x81\x40", "\x81\x41", "a", "\x82\x40\x41\x42"}) {
+            const int result = insert(table, text, 5);
+            if (result) {
+                done = false;
+                printed(table); // walks past the slot that stays empty
+                EXPECT_EQ(insert(table, text, 5), 0);
+            }
+            EXPECT_EQ(find(table, text), 5);
+        }
+        if (compress_multi(table)) {
+            done = false;
+            EXPECT_FALSE(table->flags & multi_compressed);
+        }
+        EXPECT_EQ(find(table, "\x81\x41"), 5);
+        mb_flat flat;
+        EXPECT_EQ(flatten_multi(table.operator->(), &flat), -1); // characters of four bytes
+        free_flat(&flat);
+        return done;
+    });
+}
+
+TEST(MultiText, LackOfMemoryInReadingIsErrorThree) {
+    std::string texts[2];
+    for (const bool shared : {false, true}) {
+        table_guard table;
+        fill_mixed(table);
+        if (shared) compress_multi(table);
+        texts[shared] = printed(table);
+    }
+    for (const std::string &text : texts) {
+        each_allocation_fails([&] {
+            table_guard table;
+            if (!table.p) return false;
+            text_in in = memory_of(text);
+            const bool done = !read_multi_ub2(&in, table.operator->(), 2);
+            EXPECT_EQ(multi_err(table), done ? KO_OK : KO_ENOMEM);
+            if (!done) return false;
+            mb_flat flat;
+            const bool flattened = !flatten_multi(table.operator->(), &flat);
+            free_flat(&flat);
+            return flattened;
+        });
+    }
+}
+
+TEST(MultiTable, ANodeHasAtMost256Children) {
+    table_guard table;
+    table->root->num_offsets = 256;
+    EXPECT_EQ(insert(table, "\x81\x40", 1), -1);
+    EXPECT_EQ(find(table, "\x81\x40"), -1);
+    table->root->num_offsets = 255;
+    EXPECT_EQ(insert(table, "\x81\x40", 1), 0);
+    EXPECT_EQ(find(table, "\x81\x40"), 1);
+}

@@ -1,0 +1,285 @@
+// Charmap objects: loading, and text written as symbols and read back.
+#include "support/fixture.h"
+
+namespace {
+
+const std::string header = "FILE_TYPE=charmap_object\nCOMPILER_VERSION=3\nHEADER_LENGTH=5\n"
+                           "CODESET=A-NAME-THAT-IS-CUT-HERE\nSOURCE_VERSION=7\nEND\n";
+const std::string letters = header + "s 0 NUL 1 00\ns 0 A 1 41\ns 0 cap_a 1 41\ns 0 a<b 1 42\n"
+                                     "s 0 C\\D 1 43\nr 0 j0101 101 3 2 81 fe\n"
+                                     "r 0 dig00 0 200 2 90 40\ns 0 two 2 90 42\n\n"
+                                     "s 0 nul2 2 85 00\ns 0 long 3 8f a1 a1\n";
+
+struct charmap {
+    ko_cm_t cm = nullptr;
+    int result;
+    explicit charmap(const char *spec = "own.cmo", const char *dir = "m") {
+        ko_cache_registry(nullptr, "none"); // the built-in one
+        result = ko_cm_load(&cm, spec, nullptr, dir);
+    }
+    ~charmap() { ko_cm_unload(cm); }
+    charmap(const charmap &) = delete;
+    int error() const { return static_cast<const gen_exports *>(cm)->ko_lerrno; }
+};
+
+// One result of each call: what came out, how far the source was read, result, error.
+struct outcome {
+    std::string out;
+    long used;
+    int result, error;
+    bool operator==(const outcome &) const = default;
+};
+std::ostream &operator<<(std::ostream &to, const outcome &o) {
+    return to << '"' << o.out << "\" used " << o.used << ", result " << o.result << ", error "
+              << o.error;
+}
+
+outcome to_symbols(const charmap &map, const char *text, int count, int size) {
+    std::vector<char> out(static_cast<size_t>(size) + 1, '#');
+    const ko_mchar_t *at = mb(text);
+    static_cast<gen_exports *>(map.cm)->ko_lerrno = 0;
+    const int result = ko_mbstosyms(map.cm, out.data(), size, &at, count);
+    EXPECT_EQ(out[static_cast<size_t>(size)], '#');
+    return {size ? out.data() : "", at - mb(text), result, map.error()};
+}
+
+outcome to_text(const charmap &map, const char *symbols, int size) {
+    std::vector<ko_mchar_t> out(static_cast<size_t>(size) + 1, '#');
+    const char *at = symbols;
+    static_cast<gen_exports *>(map.cm)->ko_lerrno = 0;
+    const int result = ko_symstombs(map.cm, out.data(), size, &at);
+    EXPECT_EQ(out[static_cast<size_t>(size)], '#');
+    return {size ? text(out.data()) : "", at - symbols, result, map.error()};
+}
+
+TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
+    file_hooks files;
+    files.files["m\\0333.cmo"] = letters;
+    files.files["m\\own.cmo"] = letters;
+    charmap numbered("8859-1"), named("own.cmo"), missing("nowhere.cmo");
+    ASSERT_EQ(numbered.result, 0);
+    EXPECT_STREQ(ko_cm_csname(numbered.cm), "A-NAME-THAT-IS-CUT-HE");
+    EXPECT_EQ(ko_cm_srcver(numbered.cm), 7);
+    EXPECT_EQ(ko_cm_cmpver(numbered.cm), 3);
+    EXPECT_EQ(ko_mb_cm_max(numbered.cm), 3);
+    EXPECT_EQ(ko_mb_cm_min(numbered.cm), 1);
+    EXPECT_EQ(named.result, 0);
+    EXPECT_EQ(missing.result, -1);
+    EXPECT_EQ(missing.error(), KO_EFILE);
+    static const struct {
+        const char *bytes;
+        int limit, want;
+    } lengths[] = {
+        {"A",        1, 1 },
+        {"\x81\xfe", 2, 2 },
+        {"\x81\xfe", 1, -1},
+        {"\x82\x01", 2, -1},
+        {"z",        1, -1},
+        {"",         1, 0 },
+        {nullptr,    4, 0 },
+    };
+    for (const auto &row : lengths)
+        EXPECT_EQ(ko_cm_mblen(numbered.cm, mb(row.bytes), row.limit), row.want) << row.bytes;
+    static const struct {
+        const char *records;
+        int error;
+    } rows[] = {
+        {"s 0 A 1",                       KO_EOBJECT},
+        {"s 0 A 5 1 2 3 4 5",             KO_EOBJECT},
+        {"s 0 A 0",                       KO_EOBJECT},
+        {"r 0 A1 1 0 1 41",               KO_EOBJECT},
+        {"r 0 A1 1 300 1 41",             KO_EOBJECT},
+        {"r 0 A1 -1 3 1 41",              KO_EOBJECT},
+        {"r 0 A1 0 2147483647 4 0 0 0 0", KO_EOBJECT},
+        {"s x A 1 41",                    KO_EOBJECT},
+        {"s 0 A 1 zz",                    KO_EOBJECT},
+        {"s 0 A 2 41\t4",                 0         },
+        {"s 0 A 1 41\ns 0 B 2 41 42",     0         },
+        {"s 0 A 1 41",                    0         },
+        {" \t\n",                         0         },
+        {"",                              0         },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.records);
+        files.files["m\\bad.cmo"] = header + row.records;
+        charmap map("bad.cmo");
+        EXPECT_EQ(map.result, row.error ? -1 : 0);
+        EXPECT_EQ(map.error(), row.error);
+    }
+    files.files["m\\bad.cmo"] = header + "r 0 j01 1 3 1 41\nr 0 j01\n"; // serves what it has
+    charmap half("bad.cmo");
+    EXPECT_EQ(half.result, -1);
+    EXPECT_EQ(to_symbols(half, "AB", 2, 99), (outcome{"<j01><j02>", 2, 11, 0}));
+    EXPECT_EQ(to_text(half, "<j03>", 9), (outcome{"C", 5, 2, 0}));
+    for (size_t cut = 0; cut < header.size(); ++cut) {
+        files.files["m\\bad.cmo"] = header.substr(0, cut);
+        charmap map("bad.cmo");
+        EXPECT_EQ(map.result, cut > header.find("SOURCE") ? 0 : -1) << cut;
+    }
+    EXPECT_EQ(files.streams, 0);
+}
+
+TEST(Charmap, WritesSymbolsAndReadsThemBack) {
+    file_hooks files;
+    files.files["m\\own.cmo"] = letters;
+    charmap map;
+    ASSERT_EQ(map.result, 0);
+    static const struct {
+        const char *text;
+        int count, size;
+        outcome want;
+    } out_rows[] = {
+        {"AB\x82\x01",                       0, 99, {"<A><a\\<b>", 2, -1, KO_EILSEQ}        }, // behind the range
+        {"\x81\xfe\x82\x00\x90\x42\x90\x43", 8, 99, {"<j0101><j0103><two><dig03>", 8, 27, 0}},
+        {"AAB",                              3, 8,  {"<A><A>", 3, 7, 0}                     }, // the third is dropped whole
+        {"ABA",                              3, 6,  {"<A>", 3, 4, 0}                        }, // and so is what follows it
+        {"AzA",                              3, 99, {"<A>", 1, -1, KO_EILSEQ}               },
+        {"A\x81",                            2, 99, {"<A>", 1, -1, KO_EINVAL}               },
+        {"A\x81",                            0, 99, {"<A>", 1, -1, KO_EILSEQ}               },
+        {"A",                                1, 0,  {"", 0, -1, KO_ERANGE}                  },
+        {"C",                                1, 7,  {"<C\\\\D>", 1, 7, 0}                   },
+        {"A\x85\0",                          3, 99, {"<A><nul2>", 3, 10, 0}                 },
+        {"A\x85",                            0, 99, {"<A>", 1, -1, KO_EILSEQ}               },
+    };
+    for (const auto &row : out_rows) {
+        SCOPED_TRACE(row.want.out);
+        EXPECT_EQ(to_symbols(map, row.text, row.count, row.size), row.want);
+    }
+    static const struct {
+        const char *symbols;
+        int size;
+        outcome want;
+    } in_rows[] = {
+        {"<A><cap_a><a\\<b>", 9, {"AAB", 16, 4, 0}             },
+        {"<j0103><dig199>",   9, {"\x82", 7, -1, KO_ENOSYMBOL} },
+        {"<dig99><two>",      9, {"\x90\xa3\x90\x42", 12, 5, 0}},
+        {"<A><j0104>",        9, {"A", 3, -1, KO_ENOSYMBOL}    },
+        {"<A> <A>",           9, {"A", 3, -1, KO_EILSEQ}       },
+        {"<A><A",             9, {"A", 3, -1, KO_EILSEQ}       },
+        {"<A><A\\",           9, {"A", 3, -1, KO_EILSEQ}       },
+        {"<A><A>",            2, {"A", 3, -1, KO_ERANGE}       },
+        {"<j101>",            9, {"", 0, -1, KO_ENOSYMBOL}     },
+        {"<j99999999999999>", 9, {"", 0, -1, KO_ENOSYMBOL}     },
+        {"",                  1, {"", 0, 1, 0}                 },
+        {"<A>",               0, {"", 0, -1, KO_ERANGE}        },
+    };
+    for (const auto &row : in_rows) {
+        SCOPED_TRACE(row.symbols);
+        EXPECT_EQ(to_text(map, row.symbols, row.size), row.want);
+    }
+    char list[32];
+    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 32, mb("A"), 1), 11);
+    EXPECT_STREQ(list, "<A><cap_a>");
+    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 6, mb("\x90\x42"), 2), 6);
+    EXPECT_STREQ(list, "<two>");
+    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 32, mb("z"), 1), -1);
+    EXPECT_STREQ(list, "");
+    const auto wide_text = wcs(u"A\u81fe\u9042");
+    const ko_wchar_t *from = wide_text.data();
+    EXPECT_EQ(ko_wcstosyms(map.cm, list, 32, &from, 0), 16);
+    EXPECT_STREQ(list, "<A><j0101><two>");
+    ko_wchar_t back[8];
+    const char *symbols = list;
+    EXPECT_EQ(ko_symstowcs(map.cm, back, 4, &symbols), 4);
+    EXPECT_EQ(wide(back), u"A\u81fe\u9042");
+    symbols = list;
+    EXPECT_EQ(ko_symstowcs(map.cm, back, 3, &symbols), -1);
+    EXPECT_EQ(map.error(), KO_ERANGE);
+    symbols = "<A><long>";
+    EXPECT_EQ(ko_symstowcs(map.cm, back, 8, &symbols), -1);
+    EXPECT_EQ(map.error(), KO_EILSEQ);
+    EXPECT_EQ(wide(back), u"A");
+    EXPECT_STREQ(symbols, "<long>");
+}
+
+TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
+    file_hooks files;
+    for (const bool overlap : {false, true}) {
+        std::string records;
+        for (int i = 19; i >= 0; --i) { // of five characters each
+            char line[64];
+            snprintf(line, sizeof line, "r 0 N%03d %d 5 2 90 %02x\n", 10 * i, 10 * i, 10 * i);
+            records += line;
+        }
+        if (overlap) records += "r 0 N042 42 3 2 90 2c\n";
+        files.files["m\\own.cmo"] = header + records;
+        const charmap map;
+        ASSERT_EQ(map.result, 0);
+        EXPECT_EQ(to_symbols(map, "\x90\x2c\x90\x14\x90\xbe", 6, 99),
+                  (outcome{"<N044><N020><N190>", 6, 19, 0}));
+        EXPECT_EQ(to_text(map, "<N190><N044><N000>", 9),
+                  (outcome{"\x90\xbe\x90\x2c\x90", 18, 8, 0}));
+        EXPECT_EQ(to_text(map, "<N005>", 9), (outcome{"", 0, -1, KO_ENOSYMBOL}));
+        char list[32];
+        ko_mbtosymlist(map.cm, list, 32, mb("\x90\x2c"), 2);
+        EXPECT_STREQ(list, overlap ? "<N044><N042>" : "<N044>");
+    }
+}
+
+// Blocks of the host's memory that count their bytes.
+size_t live_bytes, most_bytes;
+void *counting_malloc(size_t size) {
+    size_t *const block = static_cast<size_t *>(malloc(size + 16));
+    if (!block) return nullptr;
+    live_bytes += *block = size;
+    if (live_bytes > most_bytes) most_bytes = live_bytes;
+    return block + 16 / sizeof *block;
+}
+void counting_free(void *at) {
+    size_t *const block = static_cast<size_t *>(at) - 16 / sizeof(size_t);
+    live_bytes -= *block;
+    free(block);
+}
+
+TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
+    static const struct {
+        const char *format; // of the record's number, twice
+        unsigned factor;
+        size_t table; // bytes of the table that measures text
+        int error;
+    } rows[] = {
+        {"s1 a 1 6\n",            1,          10000,     0         },
+        {"s1 %x 4 %08x\n",        1,          800000,    0         },
+        {"r1 %x0 0 1 4 %08x\n",   1,          800000,    0         },
+        {"r1 a%xa0 0 1 4 %08x\n", 1,          800000,    0         },
+        {"s1 a%x 4 %08x\n",       2654435761, 120000000, KO_EOBJECT},
+    };
+    file_hooks files;
+    for (const auto &row : rows) {
+        std::string records;
+        for (unsigned i = 0; i < 60000; ++i) {
+            char line[64];
+            snprintf(line, sizeof line, row.format, i, i * row.factor);
+            records += line;
+        }
+        files.files["m\\own.cmo"] = header + records;
+        ko_setextfunc(nullptr, KO_EXT_MALLOC, reinterpret_cast<ko_extfn_t>(counting_malloc));
+        ko_setextfunc(nullptr, KO_EXT_FREE, reinterpret_cast<ko_extfn_t>(counting_free));
+        most_bytes = live_bytes = 0;
+        {
+            const charmap map;
+            EXPECT_EQ(map.error(), row.error) << row.format;
+            EXPECT_LT(most_bytes, 7 * records.size() + row.table) << row.format; // read in pieces
+        }
+        EXPECT_EQ(live_bytes, 0u);
+        ko_setextfunc(nullptr, KO_EXT_MALLOC, nullptr);
+        ko_setextfunc(nullptr, KO_EXT_FREE, nullptr);
+    }
+}
+
+TEST(Charmap, GivesBackWhatItTookWhenHooksFail) {
+    std::string object = letters;
+    for (const char c : std::string("0123456789"))
+        object += std::string("r 0 q") + c + "0 " + c + "0 2 2 91 " + c + "0\n";
+    const auto load = [] {
+        charmap map;
+        return map.result == 0;
+    };
+    EXPECT_GT(each_stream_call_fails([&](file_hooks &f) { f.files["m\\own.cmo"] = object; }, load),
+              10);
+    file_hooks files;
+    files.files["m\\own.cmo"] = object;
+    EXPECT_GT(each_allocation_fails(load), 20);
+}
+
+} // namespace

@@ -1,0 +1,557 @@
+// Token readers, number conversion, lists, file search and the log.
+#include "locale/kovautils.h"
+
+#include "locale/kovaextsa.h"
+#include "locale/kovalists.h"
+#include "support/fixture.h"
+
+#include <math.h>
+#include <string.h>
+
+#include <clocale>
+#include <functional>
+#include <random>
+#ifdef _WIN32
+#include <windows.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#endif
+
+using namespace std::string_literals;
+
+// Runs a check on the text in memory and through the stream hooks.
+static void with_text(const std::string &contents, const std::function<void(text_in *)> &check) {
+    {
+        SCOPED_TRACE("memory");
+        const auto *const begin = reinterpret_cast<const unsigned char *>(contents.data());
+        text_in in = {.stream = nullptr, .pos = begin, .end = begin + contents.size()};
+        check(&in);
+    }
+    SCOPED_TRACE("stream");
+    file_hooks streams;
+    streams.files["f"] = contents;
+    text_in in = {.stream = ko_ext_fopen("f", "r")};
+    check(&in);
+    ko_ext_fclose(in.stream);
+}
+
+static std::string rest(text_in *in) {
+    std::string result;
+    for (int c; (c = in_getc(in)) >= 0;)
+        result += static_cast<char>(c);
+    return result;
+}
+
+TEST(TokenReaders, IntegersTakeOneCharacterThenDigits) {
+    const std::string zeros(38, '0'); // 40 characters count, further digits vanish
+    const struct {
+        std::string text;
+        int want;
+        const char *rest;
+    } rows[] = {
+        {" \t\n\v\f\r42 7",          42,              " 7"},
+        {"-17x",                     -17,             "x" },
+        {"+5",                       5,               ""  },
+        {"x12,",                     0,               "," },
+        {"--3",                      0,               "-3"},
+        {"   ",                      0,               ""  },
+        {"2147483648",               2147483647,      ""  },
+        {"-99999999999999999999999", -2147483647 - 1, ""  },
+        {zeros + "12",               12,              ""  },
+        {zeros + "01234",            1,               ""  },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.text);
+        with_text(r.text, [&](text_in *in) {
+            EXPECT_EQ(get_int(in), r.want);
+            EXPECT_EQ(rest(in), r.rest);
+        });
+    }
+}
+
+TEST(TokenReaders, HexRunsAreTakenWithoutValidation) {
+    with_text("0aF9zz12 \n00014e00g1\005", [](text_in *in) {
+        EXPECT_EQ(get_hex(in, 4), 0x0AF9u);
+        EXPECT_EQ(get_hex(in, 2), 'z' * 16u + 'z');
+        EXPECT_EQ(get_hex(in, 1), 1u);
+        EXPECT_EQ(get_hex(in, 0), 0u);
+        EXPECT_EQ(get_hex(in, 2), 2 * 16u + ' ');
+        EXPECT_EQ(read_ko_wchar(in), 0x4E00);
+        EXPECT_EQ(get_hex_byte(in), 0x01u); // "g" counts as 0
+        EXPECT_FALSE(in->ended);
+        EXPECT_EQ(get_hex_byte(in), 0u); // a control character, then the end
+        EXPECT_TRUE(in->ended);
+        EXPECT_EQ(get_hex(in, 8), 0u);
+    });
+    EXPECT_EQ(get_hex_digit('c'), 12u);
+    EXPECT_EQ(get_hex_digit('C'), 12u);
+    EXPECT_EQ(get_hex_digit('!'), unsigned{'!'});
+}
+
+TEST(TokenReaders, WordsAndRealNumbersStopBeforeWhatIsNone) {
+    with_text("full_width  1.5e1x -0.25\n", [](text_in *in) {
+        char word[8];
+        for (const char *want : {"full", "_wid", "th", ""}) { // no leading white space is skipped
+            EXPECT_EQ(get_str(in, word, 4), static_cast<int>(strlen(want)));
+            EXPECT_STREQ(word, want);
+        }
+        EXPECT_EQ(get_dbl(in), 15);
+        EXPECT_EQ(in_getc(in), 'x');
+        EXPECT_EQ(get_dbl(in), -0.25);
+        EXPECT_EQ(get_dbl(in), 0);
+    });
+}
+
+TEST(TokenReaders, LinesAreReadWithABound) {
+    with_text(std::string("ab\nabcdef\n\n") + std::string("\0z\n", 3) + "end", [](text_in *in) {
+        char line[5];
+        for (const char *want : {"3ab\n", "4abcd", "3ef\n", "1\n", "1", "3end", "0"})
+            EXPECT_EQ(std::to_string(in_gets(in, line, 4)) + line, want);
+        EXPECT_TRUE(in->ended);
+    });
+}
+
+TEST(TokenReaders, AFailingStreamEndsEveryReader) {
+    const long reads = each_stream_call_fails(
+        [](file_hooks &streams) { streams.files["f"] = "  12 abc 00000041 1.5 line\n"; },
+        [] {
+            text_in in = {.stream = ko_ext_fopen("f", "r")};
+            if (!in.stream) return false;
+            char buf[32];
+            get_int(&in);
+            skip_whitespace(&in);
+            get_str(&in, buf, 31);
+            read_ko_wchar(&in);
+            get_dbl(&in);
+            in_gets(&in, buf, 31);
+            ko_ext_fclose(in.stream);
+            return !in.ended;
+        });
+    EXPECT_GT(reads, 20);
+}
+
+TEST(CStrtod, ReadsDecimalNumbersOnly) {
+    const char *end;
+    // The number ends at the "|", where the standard function would go on in some texts.
+    for (const std::string text :
+         {"0|x10", "|inf", "|nan", "|.", "|-", "|", "1|,5", "1|e", "1|e+x", "-2.5e3|,", " +.5|",
+          "7.|", "1e999999999999999999999|", "1e-999999999999999999999|",
+          "4.9406564584124654e-324|", "2.2250738585072011e-308|", "9007199254740993|", "-0|",
+          "9007199254740993.00000000000000000000000000000000001|"}) {
+        SCOPED_TRACE(text);
+        const size_t bar = text.find('|');
+        const std::string whole = text.substr(0, bar) + text.substr(bar + 1);
+        const double got = c_strtod(whole.c_str(), &end);
+        const double want = strtod(text.substr(0, bar).c_str(), nullptr);
+        EXPECT_TRUE(got == want && signbit(got) == signbit(want)) << got;
+        EXPECT_EQ(end, text.substr(bar + 1));
+    }
+}
+
+TEST(CStrtod, LongDigitStringsRoundLikeTheStandardLibrary) {
+    std::mt19937 random(1);
+    const char *end;
+    for (int i = 0; i < 500; ++i) {
+        std::string text;
+        const auto len = 1 + random() % 1500, point = random() % (len + 1);
+        for (unsigned k = 0; k < len; ++k) {
+            if (k == point) text += '.';
+            text += static_cast<char>('0' + random() % 10);
+        }
+        text +=
+            "e" + std::to_string(static_cast<int>(random() % 700) - 350 - static_cast<int>(point));
+        EXPECT_EQ(c_strtod(text.c_str(), &end), strtod(text.c_str(), nullptr)) << text;
+    }
+    // One digit, far behind what is kept, decides a tie.
+    const std::string tie = "9007199254740993." + std::string(1200, '0');
+    EXPECT_EQ(c_strtod(tie.c_str(), &end), 9007199254740992.0);
+    EXPECT_EQ(c_strtod((tie + "1").c_str(), &end), 9007199254740994.0);
+    EXPECT_EQ(c_strtod(("1" + std::string(2000, '0') + "e-2000").c_str(), &end), 1);
+    EXPECT_EQ(c_strtod(("0." + std::string(2000, '0') + "1e2001").c_str(), &end), 1);
+}
+
+#ifdef __GLIBC__
+TEST(CStrtod, TheProcessLocaleHasNoSay) {
+    temp_dir dir;
+    const std::string make =
+        "localedef -i de_DE -f UTF-8 " + dir.path + "/de_DE.UTF-8 >" + dir.path + "/out 2>&1";
+    if (system(make.c_str()) != 0) GTEST_SKIP() << "localedef cannot make a locale here";
+    real_variable variable("LOCPATH", dir.path.c_str());
+    ASSERT_TRUE(setlocale(LC_NUMERIC, "de_DE.UTF-8"));
+    const double standard = strtod("1,5", nullptr);
+    const char *end;
+    const double point = c_strtod("1.5", &end), comma = c_strtod("1,5", &end);
+    setlocale(LC_NUMERIC, "C");
+    EXPECT_EQ(standard, 1.5) << "the locale was not in force";
+    EXPECT_EQ(point, 1.5);
+    EXPECT_EQ(comma, 1);
+}
+#endif
+
+TEST(Arithmetic, DigitsAndPowers) {
+    EXPECT_EQ(digits(0, 10), 1);
+    EXPECT_EQ(digits(9, 10), 1);
+    EXPECT_EQ(digits(10, 10), 2);
+    EXPECT_EQ(digits(-12345, 10), 1);
+    EXPECT_EQ(digits(INT32_MAX, 2), 31);
+    EXPECT_EQ(udigits(0xFFFFFFFFu, 16), 8);
+    EXPECT_EQ(udigits(5, 1), 1) << "no base has one digit";
+    EXPECT_EQ(ipow(-3, 3), -27);
+    EXPECT_EQ(ipow(7, 0), 1);
+    EXPECT_EQ(ipow(7, -2), 1);
+    EXPECT_EQ(ipow(2, 40), 0);
+    EXPECT_EQ(fpow(10, 22), 1e22);
+    EXPECT_EQ(fpow(-2, 3), -8);
+    EXPECT_EQ(fpow(10, 0), 1);
+    EXPECT_EQ(fpow(10, -5), 1);
+    EXPECT_TRUE(isinf(fpow(10, INT32_MAX)));
+}
+
+TEST(Blocks, TextIsCopiedUpToTheDelimiter) {
+    memory_hooks memory;
+    const char text[] = "one:two", *cursor = text;
+    char *copy;
+    ASSERT_EQ(alloc_str_copy(&copy, &cursor, ':'), 0);
+    EXPECT_STREQ(copy, "one");
+    ko_destroystring(copy);
+    EXPECT_EQ(alloc_str_copy(&copy, &cursor, ':'), -1) << "the text ends first";
+    EXPECT_EQ(copy, nullptr);
+    EXPECT_STREQ(cursor, "two");
+    memory.fail_at = memory.calls;
+    cursor = text;
+    EXPECT_EQ(alloc_str_copy(&copy, &cursor, ':'), -1);
+    EXPECT_EQ(cursor, text);
+    EXPECT_EQ(alloc_ptr(0), nullptr);
+    free_ptr(alloc_ptr(1));
+    free_ptr(nullptr);
+    ko_destroystring(nullptr);
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(Lists, CellsHoldCopiesInOrder) {
+    const auto build = [] {
+        link_list *const list = list_create();
+        if (!list) return false;
+        const auto values = [list] {
+            std::string forward, backward;
+            for (list_cell *cell = list->firstLink; cell; cell = cell->next)
+                forward += static_cast<const char *>(cell->data);
+            for (list_cell *cell = list->lastLink; cell; cell = cell->prev)
+                backward.insert(0, static_cast<const char *>(cell->data));
+            EXPECT_EQ(forward, backward);
+            return forward;
+        };
+        char text[] = "b";
+        list_cell *const b = list_insert(text, 2, nullptr, list);
+        text[0] = 'd';
+        list_cell *const d = b ? list_insert(text, 2, nullptr, list) : nullptr;
+        list_cell *const c = d ? list_insert("c", 2, d, list) : nullptr;
+        list_cell *a = c ? list_insert("a", 2, b, list) : nullptr;
+        if (a) {
+            EXPECT_EQ(values(), "abcd");
+            EXPECT_EQ(list_delete(c, list), d);
+            EXPECT_EQ(list_delete(a, list), b);
+            EXPECT_EQ(values(), "bd");
+            EXPECT_EQ(list_delete(d, list), nullptr);
+            EXPECT_EQ(values(), "b");
+            list_clear(list);
+            EXPECT_TRUE(!list->firstLink && !list->lastLink);
+            a = list_insert(nullptr, 0, nullptr, list);
+        }
+        list_dispose(list);
+        return a != nullptr;
+    };
+    EXPECT_GT(each_allocation_fails(build), 4);
+    list_dispose(nullptr);
+}
+
+// ---- File search
+
+static const std::string marked = std::string("d:\\x") + "\xFF" + "y\xFFz.lco";
+
+static std::string joined(const std::vector<std::string> &paths) {
+    std::string result;
+    for (const auto &path : paths)
+        result += (result.empty() ? "" : " ") + path;
+    return result;
+}
+
+TEST(FileSearch, TriesTheStatedPathsInOrder) {
+    const std::string longest(1022, 'a');
+    const struct {
+        std::string name, ko_path;
+        const char *root;
+        std::string tried; // paths separated by a space
+    } rows[] = {
+        {"x.lco",           "-",               "d:\\r", "d:\\r\\kova\\lc11\\x.lco d:\\r\\kova\\lc\\x.lco"          },
+        {"x.lco",           "",                "",      "c:\\vantor\\kova\\lc11\\x.lco c:\\vantor\\kova\\lc\\x.lco"},
+        {"ll_tt\\0333.lco", "p1;;p2\\;",       "d:\\r", "p1\\ll_tt\\0333.lco p2\\\\ll_tt\\0333.lco"                },
+        {"x",               ";;",              "d:\\r", ""                                                         },
+        {"x",               longest + ";bc;d", "d:\\r", longest + "\\x b\\x"                                       }, // cut
+        {"c:\\data\\x.lco", "p1",              "d:\\r", "c:\\data\\x.lco"                                          },
+        {"C:/data/x.lco",   "p1",              "d:\\r", "C:/data/x.lco"                                            },
+        {"\\x.lco",         "p1",              "d:\\r", "\\x.lco"                                                  },
+        {"/x.lco",          "p1",              "d:\\r", "/x.lco"                                                   },
+        {"c:x.lco",         "p1",              "d:\\r", "p1\\c:x.lco"                                              },
+        {marked,            "p1",              "d:\\r", "d:\\x\\y\\z.lco"                                          },
+    };
+    for (auto &r : rows) {
+        SCOPED_TRACE(r.name);
+        env_hooks environment;
+        if (r.ko_path != "-") environment.vars["KO_PATH"] = r.ko_path;
+        environment.vars["VANTORDIR"] = r.root;
+        memory_hooks memory;
+        file_hooks streams;
+        test_handle handle;
+        EXPECT_EQ(ko_path_search(handle, r.name.c_str(), "lc", "11"), nullptr);
+        EXPECT_EQ(handle.error(), KO_EFILE);
+        EXPECT_EQ(joined(streams.tried), r.tried);
+        EXPECT_EQ(ko_path_search(nullptr, r.name.c_str(), "lc", "11"), nullptr);
+        // The last place is found as well, and told.
+        if (!r.tried.empty()) {
+            const std::string last = streams.tried.back();
+            streams.files[last] = "";
+            char *found;
+            void *const stream = path_search_found(handle, r.name.c_str(), "lc", "11", &found);
+            ASSERT_TRUE(stream);
+            EXPECT_EQ(found, last);
+            ko_destroystring(found);
+            ko_ext_fclose(stream);
+        }
+        EXPECT_EQ(memory.live, 0);
+        EXPECT_EQ(streams.streams, 0);
+    }
+}
+
+TEST(FileSearch, MarkedNamesAreOpenedDirectly) {
+    file_hooks streams;
+    streams.files["d:\\x\\y\\z.lco"] = "";
+    test_handle handle;
+    void *const stream = ko_open_file(handle, marked.c_str());
+    ASSERT_TRUE(stream);
+    ko_ext_fclose(stream);
+    for (const char *missing : {"missing", static_cast<const char *>(nullptr)}) {
+        handle.gen.ko_lerrno = 0;
+        EXPECT_EQ(ko_open_file(handle, missing), nullptr);
+        EXPECT_EQ(ko_path_search(handle, missing, "lc", "11"), nullptr);
+        EXPECT_EQ(handle.error(), KO_EFILE);
+    }
+}
+
+TEST(FileSearch, TheSecondFormNeverAsksTheHost) {
+    temp_dir root;
+    root.write("kova/cm/registry", "x 1\n");
+    env_hooks environment;
+    environment.vars["VANTORDIR"] = root.path;
+    file_hooks streams;
+    test_handle handle;
+    void *const file = ko_path_search_no_ext(handle, "registry", "cm", "3");
+    ASSERT_TRUE(file);
+    EXPECT_EQ(getc(static_cast<FILE *>(file)), 'x');
+    fclose(static_cast<FILE *>(file));
+    EXPECT_EQ(ko_path_search_no_ext(handle, "other", "cm", "3"), nullptr);
+    EXPECT_EQ(handle.error(), KO_EFILE);
+    EXPECT_TRUE(streams.tried.empty());
+}
+
+#ifndef _WIN32
+TEST(FileSearch, OnlyRegularFilesAreFoundAndNoneIsWaitedFor) {
+    temp_dir dir;
+    dir.write("last/x", "found");
+    real_variable path("KO_PATH", "");
+    std::string list;
+    for (const char *kind : {"directory", "fifo", "device"}) {
+        const std::string folder = dir.path + "/" + kind, file = folder + "/x";
+        std::filesystem::create_directory(folder);
+        if (*kind == 'f')
+            mkfifo(file.c_str(), 0600);
+        else
+            std::filesystem::create_directory_symlink(
+                *kind == 'd' && kind[1] == 'i' ? folder : "/dev/zero", file);
+        list += folder + ";";
+        EXPECT_EQ(ko_path_search(nullptr, file.c_str(), "lc", "11"), nullptr) << kind;
+    }
+    real_variable whole("KO_PATH", (list + dir.path + "/last").c_str());
+    for (auto *search : {ko_path_search, ko_path_search_no_ext}) {
+        FILE *const file = static_cast<FILE *>(search(nullptr, "x", "lc", "11"));
+        ASSERT_TRUE(file);
+        EXPECT_EQ(getc(file), 'f');
+        EXPECT_EQ(fcntl(fileno(file), F_GETFL) & O_NONBLOCK, 0);
+        fclose(file);
+    }
+}
+#endif
+
+TEST(FileSearch, WithoutMemoryTheReasonIsStatedAndNothingIsLeft) {
+    for (const char *path : {"", "p1;p2"}) {
+        for (const std::string &name : {std::string("x"), std::string("/x"), marked}) {
+            env_hooks environment;
+            environment.vars["KO_PATH"] = path;
+            const auto search_it = [&] {
+                file_hooks streams;
+                for (const char *there :
+                     {"c:\\vantor\\kova\\lc\\x", "p2\\x", "/x", "d:\\x\\y\\z.lco"})
+                    streams.files[there] = "";
+                test_handle handle;
+                char *found;
+                void *const stream = path_search_found(handle, name.c_str(), "lc", "11", &found);
+                EXPECT_EQ(handle.error(), stream ? KO_OK : KO_ENOMEM);
+                EXPECT_EQ(stream != nullptr, found != nullptr);
+                if (stream) ko_ext_fclose(stream);
+                free_ptr(found);
+                EXPECT_EQ(streams.streams, 0);
+                return stream != nullptr;
+            };
+            EXPECT_GT(each_allocation_fails(search_it), 0);
+        }
+    }
+}
+
+// ---- The log
+
+#ifdef _WIN32
+static void set_profile(const temp_dir &, const char *key, const char *value) {
+    WritePrivateProfileStringA("KOVA", key, value, "KOVA.INI");
+}
+#else
+static void set_profile(const temp_dir &root, const char *key, const char *value) {
+    root.write("KOVA.INI", value ? "[KOVA]\n" + std::string(key) + "=" + value + "\n" : "");
+}
+#endif
+
+// The diagnostic services as at the start of a process, in an environment of their own.
+struct fresh_log {
+    temp_dir dir;
+    env_hooks environment;
+    fresh_log() {
+        exit_utilities();
+        environment.vars["HOME"] = dir.path;
+        environment.vars["VANTORDIR"] = dir.path;
+        std::filesystem::remove(name());
+    }
+    ~fresh_log() {
+        set_profile(dir, "Logging", nullptr);
+        std::filesystem::remove(name());
+        exit_utilities();
+    }
+    std::string name() const {
+#ifdef _WIN32
+        return "c:\\kova.log";
+#else
+        return dir.path + "/kova.log";
+#endif
+    }
+    std::string read() const {
+        std::string text;
+        if (FILE *file = fopen(name().c_str(), "r")) {
+            for (int c; (c = getc(file)) != EOF;)
+                text += static_cast<char>(c);
+            fclose(file);
+        }
+        return text;
+    }
+};
+
+TEST(Log, SwitchesAreOnExactlyForOn) {
+    // The profile's line and the variable, "-" where there is none; with nothing read from the
+    // profile the variable counts.
+    for (const std::string row : {"- on +", "- On +", "- one +", "On - +", " on +", "- ON", "- oN",
+                                  "- o", "- off", "- -", "ON on", "off on"}) {
+        SCOPED_TRACE(row);
+        const size_t space = row.find(' '), end = row.find(' ', space + 1);
+        const std::string profile = row.substr(0, space),
+                          variable = row.substr(space + 1, end - space - 1);
+        fresh_log log;
+        if (profile != "-") set_profile(log.dir, "Logging", profile.c_str());
+        if (variable != "-") log.environment.vars["KOVALOG"] = variable;
+        ko_message("text");
+        EXPECT_EQ(log.read().empty(), row.back() != '+');
+    }
+}
+
+TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
+    fresh_log log;
+    log.environment.vars["KOVALOG"] = "on";
+    ko_init_debug();
+    ko_init_debug(); // once only
+    std::string text = log.read();
+    ASSERT_EQ(text.compare(0, 22, "----\nKOVA log started "), 0) << text;
+    EXPECT_EQ(text.size(), 22 + 24 + 1 + 5u) << "a date of 24 characters with its newline";
+    EXPECT_EQ(text.substr(text.size() - 6), "\n----\n");
+    log.environment.vars["KOVALOG"] = "off"; // read once per process
+    const std::string lengthy(5000, 'x'), directives = "100%s %d%n";
+    ko_message("one");
+    ko_message("two\n");
+    ko_message(lengthy.c_str());
+    ko_message(directives.c_str());
+    ko_message(nullptr);
+    ko_message("host's\tlines\n\x1b[2J\r");
+    message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
+    EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
+                              "\nhost's\tlines\n\\x1b[2J\\x0d\n"
+                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
+                              "\u00DC\u20AC\xE9\xC3 now\n");
+}
+
+TEST(Log, TellsEveryTryOfASearch) {
+    fresh_log log;
+    file_hooks streams;
+    streams.files["p2\\x"] = "";
+    log.environment.vars["KOVALOG"] = "on";
+    log.environment.vars["KO_PATH"] = "p1;p2";
+    ko_init_debug();
+    const size_t header = log.read().size();
+    ko_ext_fclose(ko_path_search(nullptr, "x", "lc", "11"));
+    ko_path_search(nullptr, "y", "lc", "11");
+    ko_open_file(nullptr, marked.c_str());
+    ko_path_search(nullptr, "/z", "lc", "11");
+    std::string want = "Could not open: p1\\x\nOpened: p2\\x\n";
+    for (const char *name :
+         {"p1\\y", "p2\\y", "y", "d:\\x\\y\\z.lco", "d:\\x\\y\\z.lco", "/z", "/z"})
+        want += "Could not open: "s + name + "\n";
+    EXPECT_EQ(log.read().substr(header), want);
+    EXPECT_EQ(streams.tried.size(), 6u) << "the log is never opened through the hooks";
+}
+
+#ifndef _WIN32
+
+TEST(Log, PopUpsAreLinesOnStandardErrorAndAnUnwritableLogIsLeftAlone) {
+    fresh_log log;
+    log.environment.vars["KOVADEBUG"] = "on";
+    testing::internal::CaptureStderr();
+    ko_message("look here");
+    message_1("Opened: %s", "x");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "KOVA: look here\nKOVA: Opened: x\n");
+    EXPECT_EQ(log.read(), "") << "pop-ups alone write no log";
+    exit_utilities();
+    log.environment.vars = {
+        {"HOME",    log.dir.path + "/missing"},
+        {"KOVALOG", "on"                     }
+    };
+    ko_message("lost");
+    EXPECT_FALSE(std::filesystem::exists(log.dir.path + "/missing"));
+}
+
+TEST(ProfileFile, FollowsTheRulesOfProfileFiles) {
+    const std::string long_line(2000, 'x'), full(511, 'x'), cut(600, 'x'); // "K": the section
+    for (const std::string &contents :
+         {"K\nLogging=on\n+"s, "[kova]\r\n  LOGGING  =  On  \r\n+"s, "[ KOVA ]\nlogging=on+"s,
+          "K\nLogging=\"on\"\n+"s, "[OTHER]\nLogging=on\nK\nPopups=off\nLogging=on\n+"s,
+          "K\n" + long_line + "\nLogging=on\n+", "K\n" + full + "\nLogging=on\n+",
+          "K\n" + cut + "Logging=on", "Logging=on\n"s, "[OTHER]\nLogging=on\n"s,
+          "K\n;Logging=on\n"s, "K\nLogging=off\nLogging=on\n"s, "K\nLogging2=on\n"s, "[KOVA"s, "["s,
+          "="s}) {
+        SCOPED_TRACE(contents);
+        std::string text = contents;
+        if (const size_t k = text.find("K\n"); k != text.npos) text.replace(k, 1, "[KOVA]");
+        const bool on = text.back() == '+';
+        if (on) text.pop_back();
+        fresh_log log;
+        log.dir.write("KOVA.INI", text);
+        ko_init_debug();
+        EXPECT_EQ(log.read().empty(), !on);
+    }
+}
+
+#endif

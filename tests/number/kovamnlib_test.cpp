@@ -1,0 +1,463 @@
+// Formatting of amounts of money, and reading them back.
+#include "number/kovamnlib.h"
+#include "support/locale_builder.h"
+
+#include <cmath>
+#include <cstdarg>
+#include <random>
+#include <utility>
+
+using std::string;
+using units = std::vector<ko_wchar_t>;
+
+// ASCII with its classes; byte A4 is a currency symbol of two columns.
+static locale_object money_object(const char *symbol, const char *positive) {
+    locale_object object = single_byte_object();
+    std::vector<table_entry> classes(1, {"\xA4", KO_CT_PRINT | 0x800});
+    for (int c = 1; c < 128; c++) {
+        const int mask = (isdigit(c) ? KO_CT_DIGIT : 0) | (isprint(c) ? KO_CT_PRINT : 0) |
+                         (isspace(c) ? KO_CT_SPACE : 0) | (isblank(c) ? KO_CT_BLANK : 0);
+        classes.push_back({string(1, static_cast<char>(c)), static_cast<uint16_t>(mask)});
+    }
+    const std::vector<table_entry> none(1, {"a", 0});
+    object.ctype = table_text(classes) + "1\n0 full_width\n" + table_text(none) + "0\n";
+    object.numeric = fields({".", ","}) + "2 3 3\n" + fields({"", "-"});
+    object.monetary = fields({"USD ", symbol, ".", "'"}) + "2 3 3\n" + fields({positive, "-"}) +
+                      "2 2 1 0 1 0 1 1\n";
+    return object;
+}
+
+struct money_locale : loaded_locale {
+    explicit money_locale(const char *symbol = "$", const char *positive = "+")
+        : loaded_locale(money_object(symbol, positive)) {}
+    monum &conventions() { return record(handle)->monum_info; }
+    void lay_out(int positive_posn, int negative_posn, int sep, int precedes) {
+        monum &m = conventions();
+        m.p_sign_posn = positive_posn;
+        m.n_sign_posn = negative_posn;
+        m.p_sep_by_space = m.n_sep_by_space = sep;
+        m.p_cs_precedes = m.n_cs_precedes = precedes;
+    }
+};
+
+// Text in the code set of a locale: characters of ASCII where that has them, others as they are.
+static units spell(ko_lc_t loc, std::u16string_view text) {
+    units result;
+    for (const char16_t c : text)
+        result.push_back(c < 0x80 ? native(record(loc), c) : static_cast<ko_wchar_t>(c));
+    result.push_back(0);
+    return result;
+}
+static units spell(ko_lc_t loc, const string &text) {
+    return spell(loc, std::u16string(text.begin(), text.end()));
+}
+static string narrow(const ko_wchar_t *wcs) {
+    string result;
+    for (; *wcs; ++wcs)
+        result += static_cast<char>(*wcs);
+    return result;
+}
+
+static string with_error(ko_lc_t loc, const string &result) {
+    int *const word = ko_ext_errno(loc), error = *word;
+    *word = 0;
+    return error ? result + "!" + std::to_string(error) : result;
+}
+
+// What is written, followed by "!" and the error's number after a failure.
+template <class... V> static string fmon(ko_lc_t loc, const string &format, V... values) {
+    ko_wchar_t out[2000];
+    const int n = ko_wcsfmon(loc, out, 1999, spell(loc, format).data(), values...);
+    const string result = narrow(out), all = with_error(loc, result);
+    EXPECT_EQ(n, all == result ? static_cast<int>(result.size()) : -1) << format;
+    return all;
+}
+// What is read, ";" behind each amount.
+static string pmon(ko_lc_t loc, const string &format, const string &text) {
+    double v[3] = {};
+    const int n =
+        ko_wcspmon(loc, spell(loc, text).data(), spell(loc, format).data(), v, v + 1, v + 2);
+    string result;
+    char one[40];
+    for (int i = 0; i < n; i++) {
+        snprintf(one, sizeof one, "%.15g;", v[i]);
+        result += one;
+    }
+    return with_error(loc, result);
+}
+
+// Calls check with the cells of every row: "cell|cell|cell ~ cell|cell|cell".
+template <class Check> static void each_row(string table, Check check) {
+    for (table += " ~ "; !table.empty();) {
+        string cells[3], row = table.substr(0, table.find(" ~ "));
+        SCOPED_TRACE(row);
+        table.erase(0, row.size() + 3);
+        for (string &cell : cells) {
+            cell = row.substr(0, row.find('|'));
+            row.erase(0, cell.size() + 1);
+        }
+        check(cells[0], cells[1], cells[2]);
+    }
+}
+static string replaced(string text, const string &from, const string &to) {
+    const size_t at = text.find(from);
+    return at == text.npos ? text : text.replace(at, from.size(), to);
+}
+
+// A negative amount, "V" for its digits, by sign_posn (a line each), sep_by_space and whether the
+// symbol comes last.
+static const char *const layouts[30] = {
+    "($V)", "(V$)", "($ V)", "(V $)", "($V)", "(V$)", //
+    "-$V",  "-V$",  "-$ V",  "-V $",  "- $V", "-V$",  //
+    "$V-",  "V$-",  "$ V-",  "V $-",  "$V-",  "V$ -", //
+    "-$V",  "V-$",  "-$ V",  "V -$",  "- $V", "V- $", //
+    "$-V",  "V$-",  "$- V",  "V $-",  "$ -V", "V$ -",
+};
+
+TEST(Money, LaysOutAmountsByEveryKeyAndFlag) {
+    money_locale loc;
+    for (int key = 0; key < 30; key++) {
+        const int posn = key / 6;
+        loc.lay_out(posn, posn, key / 2 % 3, 1 - key % 2);
+        const string own = layouts[key], brackets = layouts[key % 6], opened = layouts[6 + key % 6];
+        const string line = posn ? own : opened, spaces(13 - own.size(), ' ');
+        const string padded = spaces + own, left = own + spaces;
+        const struct {
+            const char *format;
+            double amount;
+            const string &layout;
+            const char *from, *to;
+        } rows[] = {
+            {"%n",     -1234.5, own,      "",  ""    },
+            {"%n",     1234.5,  own,      "-", ""    },
+            {"%+n",    -1234.5, line,     "",  ""    },
+            {"%+n",    1234.5,  line,     "-", "+"   },
+            {"%(n",    -1234.5, brackets, "",  ""    },
+            {"%+(n",   -1234.5, brackets, "",  ""    },
+            {"%(+n",   -1234.5, opened,   "",  ""    },
+            {"%!n",    -1234.5, own,      "$", ""    },
+            {"%^n",    -1234.5, own,      "",  ""    },
+            {"%20n",   -1234.5, padded,   "",  ""    },
+            {"%-20n",  -1234.5, left,     "",  ""    },
+            {"%=*#6n", -1234.5, own,      "V", "**V" },
+            {"%i",     -1234.5, own,      "$", "USD "},
+        };
+        for (const auto &r : rows) {
+            SCOPED_TRACE(string(r.format) + " of key " + std::to_string(key));
+            const char *const digits = r.format[1] == '^' ? "1234.50" : "1,234.50";
+            const string want = replaced(replaced(r.layout, r.from, r.to), "V", digits);
+            EXPECT_EQ(fmon(loc, r.format, r.amount), want);
+            const bool hidden = !posn && r.amount > 0 && want[0] == '(';
+            EXPECT_EQ(pmon(loc, r.format, want), r.amount < 0 || hidden ? "-1234.5;" : "1234.5;");
+        }
+    }
+    static const int unknown[] = {5, 0, 1, -1, 0, 1, 1, 3, 1, 0, 10, 1, 1, 1, 2};
+    for (const int *u = unknown; u < std::end(unknown); u += 3) {
+        loc.lay_out(u[0], u[0], u[1], u[2]);
+        EXPECT_EQ(fmon(loc, "<%5n>", 1.0), "<     >");
+        EXPECT_EQ(pmon(loc, "%n", "$1.00"), "!22");
+    }
+}
+
+// What was written before a failure stays. Format, amount and what is written.
+TEST(Money, FormatsByEveryDirective) {
+    static const char rows[] =
+        "100%% %n|1|100% $1.00 ~ %i|-1|-USD 1.00 ~ %2n|7|$7.00 ~ %#0n|7|$7.00 ~ %.0n|0.5|$1 ~ "
+        "%.n|2.5|$3 ~ %n|9.995|$10.00 ~ %n|999.999|$1,000.00 ~ %n|-0.001|-$0.00 ~ "
+        "%n|-0.0|$0.00 ~ %n|nan|$nan ~ %n|-inf|-$inf ~ %#5n|inf| $   inf ~ "
+        "%.1n|999999999999999872|$999,999,999,999,999,872.0 ~ "
+        "%.1n|9007199254740991.5|$9,007,199,254,740,992.0 ~ %=*#5n|1234.5| $*1,234.50 ~ "
+        "%=*#5n|123456| $123,456.00 ~ %=*^#5n|12| $***12.00 ~ %==#3.0n|7| $==7 ~ "
+        "%=0#7.0n|7| $000000007 ~ %-(10#3n.|-7|($  7.00) . ~ %(#5n|12| $    12.00  ~ "
+        "%(#5n|-12|($    12.00) ~ a%x|1|a!20 ~ a%5.|1|a!20 ~ a%=|1|a!20 ~ a%|1|a!20 ~ "
+        "a%-%|1|a!20 ~ a%2147483647n|1|a!14 ~ a%99999999999999999999n|1|a!14 ~ "
+        "a%#99999999999999999999n|1|a!14";
+    money_locale loc("$", "");
+    each_row(rows, [&](const string &format, const string &amount, const string &want) {
+        EXPECT_EQ(fmon(loc, format, strtod(amount.c_str(), nullptr)), want);
+    });
+    EXPECT_EQ(fmon(loc, "%.99999999999999999999n", 0.0), "$0." + string(100, '0'));
+}
+
+TEST(Money, AlignsByColumnsAndLeavesBlanksOut) {
+    money_locale loc("\xA4", "");
+    loc.conventions().p_cs_precedes = 0;
+    EXPECT_EQ(fmon(loc, "%#3.0n", 7.0), "     7\xA4");
+    EXPECT_EQ(fmon(loc, "%#3.0n", -7.0), "-\xA4  7  ");
+    money_locale spaced("$", "");
+    spaced.lay_out(1, 1, 1, 1);
+    EXPECT_EQ(fmon(spaced, "%#5n", 12.0), " $    12.00"); // the fill is space enough
+    EXPECT_EQ(fmon(spaced, "%#5n", 12345.0), " $ 12,345.00");
+    spaced.lay_out(1, 1, 2, 1);
+    EXPECT_EQ(fmon(spaced, "%#5n", -12.0), "- $    12.00"); // not next to the value
+    money_locale unprintable("\xA5", "");                   // has no width: counts as one column
+    EXPECT_EQ(fmon(unprintable, "%#2n", 1.0), " \xA5 1.00");
+    loc.lay_out(9, 1, 0, 1); // no layout for positive amounts: the padding of the other
+    EXPECT_EQ(fmon(loc, "%#2n|", 1.0), "   |");
+}
+
+TEST(Money, FlagsLastForTheRestOfTheCall) {
+    money_locale loc("$", "+");
+    EXPECT_EQ(fmon(loc, "%(n %n", -1.0, -2.0), "($1.00) ($2.00)");
+    EXPECT_EQ(fmon(loc, "%n", -1.0), "-$1.00");
+    EXPECT_EQ(pmon(loc, "%(n %n", "($1.00) ($2.00)"), "-1;-2;");
+    loc.lay_out(0, 0, 0, 1);
+    EXPECT_EQ(fmon(loc, "%n %+n %n %n", 1.0, 2.0, 3.0, -4.0), "($1.00) +$2.00 $3.00 -$4.00");
+}
+
+TEST(Money, StandsInForWhatTheLocaleLacks) {
+    money_locale loc;
+    monum &m = loc.conventions();
+    m.frac_digits = -1;
+    m.int_frac_digits = monetary_absent;
+    EXPECT_EQ(fmon(loc, "%n%i", 1.0, 2.0), "$1.00USD 2.00");
+    m.frac_digits = 7;
+    EXPECT_EQ(fmon(loc, "%n", 1.5), "$1.5000000");
+    static const char *const groups[] = {"$1234567890", "$12,3456,7890", "$1,23,45,67,890",
+                                         "$1234567,890", "$1234567,89,0"};
+    static const int sizes[] = {0, 0, 0, 0, 1, 4, 0, 0, 2, 3, 2, 0, 2, 3, -1, 0, 3, 1, 2, 0};
+    for (size_t i = 0; i < std::size(groups); i++) {
+        std::copy_n(sizes + 4 * i, 4, m.group_mon);
+        EXPECT_EQ(fmon(loc, "%.0n", 1234567890.0), groups[i]);
+        EXPECT_EQ(pmon(loc, "%.0n", groups[i]), "1234567890;");
+        EXPECT_EQ(fmon(loc, "%=*#10.0n", 7.0).size(), string(groups[i]).size() + 1) << groups[i];
+    }
+    const auto point = std::exchange(m.w_mon_decimal_point, nullptr); // no text of the code set
+    EXPECT_EQ(fmon(loc, "a%n", 1.0) + pmon(loc, "%n", "$1"), "a!1!1");
+    m.w_mon_decimal_point = point;
+    ko_lc_t empty;
+    ASSERT_EQ(ko_create_null_locale_2(&empty), 0);
+    EXPECT_EQ(fmon(empty, "<%3n>", 1.0), "<   >");
+    monum &none = record(empty)->monum_info;
+    none.p_cs_precedes = none.p_sep_by_space = 0;
+    none.p_sign_posn = 1;
+    EXPECT_EQ(fmon(empty, "%n", 1234.0), "1234.00");
+    EXPECT_EQ(pmon(empty, "%n", "1234.00"), "1234;");
+    ko_mchar_t bytes[8]; // there is no code set for them
+    EXPECT_EQ(ko_mbsfmon(empty, bytes, 7, mb("%n"), 1.0), -1);
+    EXPECT_EQ(*ko_ext_errno(empty), KO_EILSEQ);
+    ko_lc_unload(empty);
+}
+
+// The rounded amount by way of text: "%f", one digit more than asked for, halves up.
+static string rounded(double amount, int right) {
+    char text[400];
+    snprintf(text, sizeof text, "%f", std::fabs(amount));
+    string digits = text;
+    digits.resize(digits.find('.') + 1 + static_cast<size_t>(right) + 1, '0');
+    bool carry = digits.back() >= '5';
+    digits.pop_back();
+    for (size_t i = digits.size(); carry && i-- > 0;) {
+        if (digits[i] == '.') continue;
+        carry = digits[i] == '9';
+        digits[i] = carry ? '0' : static_cast<char>(digits[i] + 1);
+    }
+    if (carry) digits.insert(0, "1");
+    if (!right) digits.pop_back();
+    return digits;
+}
+
+TEST(Money, RoundsTheSixDecimalsOfTheAmount) {
+    money_locale loc("", "");
+    std::mt19937_64 random(43);
+    for (int i = 0; i < 200000; i++) {
+        const int right = static_cast<int>(random() % 9);
+        double amount =
+            std::ldexp(static_cast<double>(random() >> 11), static_cast<int>(random() % 90) - 75);
+        if (i % 2) amount = std::nearbyint(amount * 2000) / 2000 + (i % 4 == 1 ? 0 : 5e-7);
+        ASSERT_EQ(fmon(loc, "%^." + std::to_string(right) + "n", amount), rounded(amount, right))
+            << i << ": " << amount;
+    }
+}
+
+// Conventions and a format, at random, with its right precision. No parentheses around both, which
+// would hide the sign.
+static string random_format(money_locale &loc, std::mt19937 &random, int *right) {
+    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    monum &m = loc.conventions();
+    loc.lay_out(below(5), below(5), below(3), below(2));
+    m.n_sep_by_space = below(3);
+    m.n_cs_precedes = below(2);
+    string format = "%";
+    for (const char *flag : {"!", "(", "+", "-", "^", "=*", "=0", "=_"})
+        if (!below(4)) format += flag;
+    if (!m.n_sign_posn || format.find('(') != string::npos) m.p_sign_posn += !m.p_sign_posn;
+    if (!below(3)) format += std::to_string(1 + below(40));
+    if (!below(3)) format += "#" + std::to_string(1 + below(12));
+    *right = 2;
+    if (!below(2)) format += "." + std::to_string(*right = below(7));
+    return format + (below(3) ? 'n' : 'i');
+}
+
+TEST(Money, ReadsBackWhatItWritesInTheSizeItNeeds) {
+    money_locale loc;
+    std::mt19937 random(43);
+    for (int i = 0; i < 100000; i++) {
+        int right;
+        const string format = random_format(loc, random, &right);
+        const double scale = std::pow(10, static_cast<int>(random() % 10));
+        const double amount = (static_cast<double>(random()) / 4294967296 - 0.5) * scale;
+        SCOPED_TRACE(format + " of " + std::to_string(amount) + ", case " + std::to_string(i));
+        const string written = fmon(loc, format, amount);
+        const units spelled = spell(loc, format);
+        double got = NAN;
+        ASSERT_EQ(ko_wcspmon(loc, spell(loc, written).data(), spelled.data(), &got), 1) << written;
+        ASSERT_EQ(got, std::copysign(strtod(rounded(amount, right).c_str(), nullptr), amount));
+        const int size = static_cast<int>(written.size());
+        units out(written.size() + 3, 0xFFFF);
+        ASSERT_EQ(ko_wcsfmon(loc, out.data(), size, spelled.data(), amount), size);
+        ASSERT_EQ(narrow(out.data()), written);
+        ASSERT_EQ(out[written.size() + 1], 0xFFFF);
+        out.assign(out.size(), 0xFFFF);
+        ASSERT_EQ(ko_wcsfmon(loc, out.data(), size - 1, spelled.data(), amount), -1);
+        ASSERT_EQ(out[0], 0);
+        ASSERT_EQ(out[1], 0xFFFF);
+        ASSERT_EQ(with_error(loc, ""), "!14");
+    }
+}
+
+// Format, text and what is read.
+TEST(Money, ReadsAmountsAndTellsWhereTheyEnd) {
+    static const char rows[] =
+        "%n|$1,234.5|1234.5; ~ %n|1234.5678|1234.5678; ~ %!n|$1|!22 ~ %i|USD 7|7; ~ "
+        "%n|  -$5|-5; ~ %n|-5|-5; ~ %n|+$5|5; ~ %(n|($5)|-5; ~ %(n|($5|!22 ~ %n|($5)|!22 ~ "
+        "%n|E5|!22 ~ %n|$|!22 ~ %n||!22 ~ %n|$.5|!22 ~ %n|$1,23|!22 ~ %n|$1234,567|!22 ~ "
+        "%n|$12,345678|!22 ~ %n|$1,,234|!22 ~ %n|$1,|1; ~ %n.|$1.|1; ~ %^n|$1,234|1; ~ "
+        "%.2n|$1.234|!22 ~ %.0n|$1.5|1; ~ %=*n|$ **7|7; ~ %-8n%n|$7.00   $8|7;8; ~ "
+        "%-8n %n|$7.00       $8|7;8; ~ %%%n%%|%$7%|7; ~ %n to %n|$7   to $8|7;8; ~ "
+        "%n,%n|$7;$8|7;!22 ~ %n,%n|$7,|7;!22 ~ %n%x|$7$8|7;!20 ~ %|$7|!20 ~ "
+        "%n|$12345678901234567890.25|1.23456789012346e+19;";
+    money_locale loc;
+    const auto read = [&](const string &format, const string &text, const string &want) {
+        EXPECT_EQ(pmon(loc, format, text), want);
+    };
+    each_row(rows, read);
+    loc.lay_out(1, 1, 1, 0); // the symbol behind: missing, or another
+    each_row("%n|5.00|5; ~ %n|5.00 $|5; ~ %n|5.00 E|!22 ~ %i|5.00 USD|5;", read);
+    read("%n, %n", "5.00, 6.00$", "5;6;");
+    const string longest(255, '1');
+    EXPECT_NE(pmon(loc, "%n", longest), "!22");
+    EXPECT_EQ(pmon(loc, "%n", longest + "1"), "!22");
+    loc.lay_out(1, 2, 0, 1);
+    read("%n", "$5.00-", "-5;"); // the sign behind
+    // One symbol between groups and before the decimals.
+    monum &m = loc.conventions();
+    const auto point = std::exchange(m.w_mon_decimal_point, m.w_thousands_sep);
+    read("%n", "$1,234,56", "1234.56;");
+    read("%n", "$1,234,567", "1234567;");
+    m.w_mon_decimal_point = point;
+}
+
+TEST(Money, RefusesNullAndKeepsToItsMemory) {
+    const money_locale loc;
+    ko_wchar_t out[8] = {1};
+    ko_mchar_t bytes[8] = {1};
+    const units format = spell(loc, u"%n");
+    double amount;
+    const auto refused = [&](int got, int want) {
+        EXPECT_EQ(with_error(loc, std::to_string(got)), std::to_string(want) + "!2");
+    };
+    refused(ko_wcsfmon(loc, nullptr, 7, format.data(), 1.0), -1);
+    refused(ko_wcsfmon(loc, out, 7, nullptr, 1.0), -1);
+    refused(ko_mbsfmon(loc, nullptr, 7, mb("%n"), 1.0), -1);
+    refused(ko_mbsfmon(loc, bytes, 7, nullptr, 1.0), -1);
+    refused(ko_wcspmon(loc, nullptr, format.data(), &amount), 0);
+    refused(ko_wcspmon(loc, format.data(), nullptr, &amount), 0);
+    refused(ko_wcspmon(loc, spell(loc, u"$1").data(), format.data(), nullptr), 0);
+    refused(ko_mbspmon(loc, nullptr, mb("%n"), &amount), -1);
+    refused(ko_mbspmon(loc, mb("$1"), nullptr, &amount), -1);
+    EXPECT_EQ(ko_wcsfmon(loc, out, 0, spell(loc, u"").data()), 0);
+    EXPECT_EQ(out[0], 0);
+    // A literal needs room for the terminator too, an amount does not.
+    EXPECT_EQ(ko_wcsfmon(loc, out, 1, spell(loc, u"a").data()), -1);
+    EXPECT_EQ(ko_wcsfmon(loc, out, 2, spell(loc, u"a").data()), 1);
+    EXPECT_EQ(ko_mbsfmon(loc, bytes, 5, mb("%n"), 1.0), 5);
+    *ko_ext_errno(loc) = 0;
+    EXPECT_EQ(ko_mbsfmon(loc, bytes, 6, mb("%n%n"), 1.0, 2.0), -1);
+    EXPECT_EQ(with_error(loc, text(bytes)), "$1.00!14");
+    EXPECT_EQ(ko_mbspmon(loc, mb("EUR"), mb("%n"), &amount), -1);
+    EXPECT_EQ(ko_mbsfmon(loc, bytes, -1, mb("%n"), 1.0), -1);
+}
+
+TEST(Money, SurvivesEveryFailingAllocation) {
+    const money_locale loc;
+    const string padding(200, ' '), format = padding + "%n", amount = padding + "$5.00";
+    std::vector<ko_mchar_t> out(300);
+    string errors;
+    double value;
+    const auto writes = [&] {
+        out[0] = 'x';
+        const int n = ko_mbsfmon(loc, out.data(), 299, mb(format.c_str()), 5.0);
+        EXPECT_EQ(out[0], n < 0 ? 0 : ' ');
+        errors += with_error(loc, ";");
+        return n == static_cast<int>(amount.size());
+    };
+    const auto reads = [&] {
+        const int n = ko_mbspmon(loc, mb(amount.c_str()), mb(format.c_str()), &value);
+        EXPECT_EQ(with_error(loc, ""), n == 1 ? "" : "!3");
+        return n == 1;
+    };
+    EXPECT_EQ(each_allocation_fails(writes), 2);
+    EXPECT_EQ(errors, ";;!3;"); // that of the output buffer has no number
+    EXPECT_EQ(text(out.data()), amount);
+    EXPECT_EQ(each_allocation_fails(reads), 2);
+    EXPECT_EQ(value, 5);
+}
+
+// What people write in the countries of the compiled locales. Characters are values of their code
+// set; letters stand for the sign of a currency that it lacks.
+TEST(Money, FollowsTheConventionsOfCountries) {
+    static const struct {
+        const char *locale;
+        char16_t space; // "~" in the texts
+        char16_t conversion;
+        const char16_t *large, *negative;
+    } rows[] = {
+        {"en_US.IBM037",  0,      'n', u"$1,234,567.89",             u"-$1,234.50"            },
+        {"en_US.unicode", 0,      'n', u"$1,234,567.89",             u"-$1,234.50"            },
+        {"de_DE.8859-1",  0,      'n', u"1.234.567,89 EUR",          u"-1.234,50 EUR"         },
+        {"de_DE.unicode", 0,      'n', u"1.234.567,89 \u20AC",       u"-1.234,50 \u20AC"      },
+        {"fr_FR.8859-1",  0xA0,   'n', u"1~234~567,89 EUR",          u"-1~234,50 EUR"         },
+        {"sv_SE.unicode", 0x202F, 'n', u"1~234~567,89 kr",           u"-1~234,50 kr"          },
+        {"da_DK.8859-1",  0,      'n', u"kr. 1.234.567,89",          u"kr. -1.234,50"         },
+        {"cs_CZ.8859-2",  0xA0,   'n', u"1~234~567,89 K\xE8",        u"-1~234,50 K\xE8"       },
+        {"el_GR.8859-7",  0,      'n', u"1.234.567,89\xA4",          u"-1.234,50\xA4"         },
+        {"ru_RU.KOI8-R",  0x9A,   'n', u"1~234~567,89 \xD2\xD5\xC2", u"-1~234,50 \xD2\xD5\xC2"},
+        {"tr_TR.8859-9",  0,      'n', u"1.234.567,89 TL",           u"-1.234,50 TL"          },
+        {"he_IL.8859-8",  0,      'n', u"ILS 1,234,567.89",          u"ILS 1,234.50-"         },
+        {"ar_SA.8859-6",  0,      'n', u"1234567.89 \xD1.\xD3",      u"-1234.50 \xD1.\xD3"    },
+        {"th_TH.TIS-620", 0,      'n', u"\xDF 1,234,567.89",         u"\xDF -1,234.50"        },
+        {"ja_JP.EUC-JP",  0,      'n', u"\uA1EF1,234,568",           u"\uA1EF-1,235"          },
+        {"ko_KR.EUC-KR",  0,      'n', u"KRW1,234,568",              u"KRW-1,235"             },
+        {"zh_CN.GB2312",  0,      'n', u"\uA3A41,234,567.89",        u"\uA3A4-1,234.50"       },
+        {"zh_TW.BIG5",    0,      'n', u"NT$1,234,567.89",           u"-NT$1,234.50"          },
+        {"de_DE.8859-1",  0,      'i', u"1.234.567,89 EUR ",         u"-1.234,50 EUR "        },
+        {"da_DK.8859-1",  0,      'i', u"DKK  1.234.567,89",         u"DKK  -1.234,50"        },
+    };
+    const char *root = getenv("KOVA_TEST_ROOT");
+    if (!root || !std::filesystem::is_directory(string(root) + "/kova/lc11")) GTEST_SKIP();
+    const real_variable data("VANTORDIR", root);
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.locale);
+        ko_lc_t loc;
+        ASSERT_EQ(ko_lc_load(&loc, r.locale, nullptr, nullptr), 0) << *ko_ext_errno(loc);
+        const units format = spell(loc, std::u16string{u'%', r.conversion});
+        ko_wchar_t out[64];
+        ko_mchar_t bytes[128], wanted[128], narrow_format[16];
+        for (const double amount : {1234567.891, -1234.5}) {
+            std::u16string text = amount > 0 ? r.large : r.negative;
+            std::replace(text.begin(), text.end(), u'~', r.space);
+            const units want = spell(loc, text);
+            EXPECT_GT(ko_wcsfmon(loc, out, 63, format.data(), amount), 0);
+            EXPECT_EQ(units(out, out + wide(out).size() + 1), want);
+            ko_full_wcstombs(loc, narrow_format, format.data(), 16);
+            const int size = ko_full_wcstombs(loc, wanted, want.data(), 128);
+            EXPECT_EQ(ko_mbsfmon(loc, bytes, size, narrow_format, amount), size);
+            EXPECT_EQ(memcmp(bytes, wanted, static_cast<size_t>(size)), 0);
+            double back = 0;
+            EXPECT_EQ(ko_mbspmon(loc, bytes, narrow_format, &back), 1);
+            EXPECT_NEAR(back, amount, 0.51);
+        }
+        ko_lc_unload(loc);
+    }
+}

@@ -1,0 +1,205 @@
+// Every compiled locale against the C library's own: the class and the case partners of every
+// character, and the order of seeded pairs of strings.
+#include "peers/peer_rows.h"
+
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <cwctype>
+#include <random>
+
+namespace {
+
+// One character in both worlds.
+struct peer_char {
+    std::string bytes; // Kova's
+    std::string peer;  // the C library's
+    ko_wchar_t wide;
+    wchar_t code;
+};
+
+class PeerLibc : public PeerTest {
+  protected:
+    void SetUp() override {
+        PeerTest::SetUp();
+        if (!HasFatalFailure()) collect();
+    }
+
+    static std::string bytes_of(unsigned value, int len) {
+        return len == 1 ? std::string{char(value)} : std::string{char(value >> 8), char(value)};
+    }
+    // The character of the C library that our bytes stand for; code 0 where it has none.
+    peer_char pair_up(unsigned value, int len) const {
+        peer_char c{bytes_of(value, len), "", ko_wchar_t(value), 0};
+        if (GetParam().unicode()) {
+            char out[MB_LEN_MAX];
+            mbstate_t state{};
+            const size_t n = wcrtomb(out, wchar_t(value), &state);
+            if (n == size_t(-1)) return c;
+            c.peer.assign(out, n);
+            c.code = wchar_t(value);
+            return c;
+        }
+        mbstate_t state{};
+        const size_t n = mbrtowc(&c.code, c.bytes.data(), c.bytes.size(), &state);
+        if (n != c.bytes.size()) c.code = 0;
+        c.peer = c.bytes;
+        return c;
+    }
+    void collect() {
+        const int shortest = ko_mb_loc_min(loc), longest = ko_mb_loc_max(loc);
+        for (int len = shortest; len <= longest; ++len)
+            for (unsigned v = len == 1 ? 1 : (shortest == 2 ? 1 : 0x100);
+                 v < (len == 1 ? 0x100u : 0x10000u); ++v) {
+                const std::string b = bytes_of(v, len) + std::string(2, '\0');
+                ko_wchar_t wide;
+                const bool ours = ko_full_mbtowc(loc, &wide, mb(b), len) == len;
+                const peer_char c = pair_up(v, len);
+                const bool surrogate = GetParam().unicode() && v >= 0xD800 && v <= 0xDFFF;
+                if (surrogate) continue;
+                // A table of single bytes holds every byte, with or without a character.
+                if (ours ? !c.code && longest > 1 : c.code != 0) only_one.push_back(c.bytes);
+                if (ours && c.code) chars.push_back(c);
+            }
+    }
+    static const ko_mchar_t *mb(const std::string &s) {
+        return reinterpret_cast<const ko_mchar_t *>(s.c_str());
+    }
+    static std::string hex(const std::string &s) {
+        std::string out;
+        char two[4];
+        for (char c : s) {
+            snprintf(two, sizeof two, "%02x", unsigned(static_cast<unsigned char>(c)));
+            out += two;
+        }
+        return out;
+    }
+
+    std::vector<peer_char> chars;
+    std::vector<std::string> only_one; // characters that one side has and the other lacks
+};
+
+TEST_P(PeerLibc, HasTheSameCharactersClassesAndCasePartners) {
+    static const char *const names[] = {"upper", "lower", "alpha", "digit",  "space", "cntrl",
+                                        "punct", "graph", "print", "xdigit", "blank", "alnum"};
+    for (const std::string &bytes : only_one)
+        ADD_FAILURE() << "one side lacks " << hex(bytes);
+    std::vector<const peer_char *> by_wide(0x10000);
+    for (const peer_char &c : chars)
+        by_wide[c.wide] = &c;
+    int bad = 0;
+    auto differ = [&](const peer_char &c, const char *what) {
+        if (++bad <= 20)
+            ADD_FAILURE() << hex(c.bytes) << " U+" << std::hex << unsigned(c.code) << ": " << what;
+    };
+    for (const char *name : names) {
+        const ko_ctype_t mask = ko_ctype(loc, name);
+        const wctype_t type = wctype_l(name, peer);
+        for (const peer_char &c : chars)
+            if (!im_iswctype(loc, c.wide, mask) != !iswctype_l(wint_t(c.code), type, peer))
+                differ(c, name);
+    }
+    for (const peer_char &c : chars)
+        for (bool up : {true, false}) {
+            const wint_t want =
+                up ? towupper_l(wint_t(c.code), peer) : towlower_l(wint_t(c.code), peer);
+            char out[MB_LEN_MAX];
+            mbstate_t state{};
+            const size_t n = wcrtomb(out, wchar_t(want), &state);
+            const ko_wchar_t got = up ? im_towupper(loc, c.wide) : im_towlower(loc, c.wide);
+            const peer_char *ours = by_wide[got];
+            // A partner outside the two-byte part of the code set stands for the character itself.
+            const bool outside = n == size_t(-1) || want > 0xFFFF ||
+                                 (!GetParam().unicode() && n > size_t(ko_mb_loc_max(loc)));
+            const bool itself = outside || wchar_t(want) == c.code;
+            const std::string wanted = itself ? c.peer : std::string(out, n);
+            if (got == c.wide ? wanted != c.peer : !ours || ours->peer != wanted)
+                differ(c, up ? "toupper" : "tolower");
+        }
+    EXPECT_EQ(bad, 0);
+}
+
+struct pair_maker {
+    const std::vector<peer_char> &chars;
+    std::vector<size_t> letters;
+    std::mt19937 random;
+    using text = std::vector<size_t>;
+
+    size_t below(size_t n) { return size_t(random() % n); }
+    text word(const std::vector<size_t> &from, size_t most) {
+        text t(1 + below(most));
+        for (size_t &c : t)
+            c = from[below(from.size())];
+        return t;
+    }
+    text near(text t) { // one change: another letter, a dropped, a doubled or a swapped one
+        const size_t at = below(t.size());
+        switch (below(4)) {
+        case 0:
+            t[at] = letters[below(letters.size())];
+            break;
+        case 1:
+            t.erase(t.begin() + long(at));
+            break;
+        case 2:
+            t.insert(t.begin() + long(at), letters[below(letters.size())]);
+            break;
+        default:
+            std::swap(t[at], t[t.size() - 1]);
+        }
+        return t;
+    }
+};
+
+TEST_P(PeerLibc, OrdersSeededPairsAlike) {
+    // A character that the source has no line for weighs below all others here, and there as its
+    // bytes do one by one, which no table of characters can follow: such characters are left out.
+    pair_maker make{chars, {}, std::mt19937(20261121)};
+    std::vector<size_t> all;
+    for (size_t i = 0; i < chars.size(); ++i) {
+        const wchar_t one[] = {chars[i].code, 0};
+        if (wcscoll_l(one, L"\1", peer) < 0) continue;
+        all.push_back(i);
+        if (iswalpha_l(wint_t(chars[i].code), peer)) make.letters.push_back(i);
+    }
+    ASSERT_FALSE(make.letters.empty());
+    const auto mbscoll = static_cast<loc_exports *>(loc)->mbscoll;
+    const int pairs = 100000;
+    int differing = 0;
+    for (int i = 0; i < pairs; ++i) {
+        pair_maker::text a, b;
+        switch (i % 3) {
+        case 0:
+            a = make.word(make.letters, 10), b = make.word(make.letters, 10);
+            break;
+        case 1:
+            a = make.word(make.letters, 10), b = make.near(a);
+            break;
+        default:
+            a = make.word(all, 8), b = make.word(all, 8);
+        }
+        std::string ours[2], theirs[2];
+        int side = 0;
+        for (const auto *t : {&a, &b}) {
+            for (size_t c : *t)
+                ours[side] += chars[c].bytes, theirs[side] += chars[c].peer;
+            ours[side++] += std::string(2, '\0');
+        }
+        const int want = strcoll_l(theirs[0].c_str(), theirs[1].c_str(), peer);
+        const int got = mbscoll(loc, mb(ours[0]), mb(ours[1]));
+        if ((want > 0) - (want < 0) == got) continue;
+        if (++differing <= 5)
+            printf("  %s | %s: %d, the C library %d\n", hex(theirs[0]).c_str(),
+                   hex(theirs[1]).c_str(), got, want);
+    }
+    printf("%s.%s: %d of %d pairs differ, %zu of %zu characters left out\n",
+           GetParam().name.c_str(), GetParam().codeset.c_str(), differing, pairs,
+           chars.size() - all.size(), chars.size());
+    EXPECT_LE(differing, pairs / 1000);
+}
+
+INSTANTIATE_TEST_SUITE_P(Locales, PeerLibc, testing::ValuesIn(peer_rows()), row_name);
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PeerLibc);
+
+} // namespace

@@ -1,0 +1,269 @@
+// The calendars of locales against models of their own, every day of their ranges, and against the
+// dates of another implementation.
+#include "load/kovasetlc_load.h"
+#include "support/fixture.h"
+
+#include <chrono>
+
+namespace {
+
+enum calendar_number { gregorian = 1, hebrew = 2, islamic = 3, arabic = 4 };
+
+struct date {
+    int year, mon, idx, day; // months from 0
+    bool operator==(const date &) const = default;
+};
+void PrintTo(const date &d, std::ostream *out) {
+    *out << d.year << "/" << d.mon << "(" << d.idx << ")/" << d.day;
+}
+
+// The models count days from 0, the last day of the year before 1 January 1.
+using day_number = long long;
+
+// Hebrew years by the mean new moon of their first month and the rules of the first day.
+day_number hebrew_elapsed(day_number year) {
+    const day_number months = (235 * year - 234) / 19;
+    const day_number day = 29 * months + (12084 + 13753 * months) / 25920;
+    return (3 * (day + 1)) % 7 < 3 ? day + 1 : day;
+}
+day_number hebrew_new_year(day_number year) {
+    const day_number before = hebrew_elapsed(year - 1), at = hebrew_elapsed(year);
+    const day_number delay = hebrew_elapsed(year + 1) - at == 356 ? 2 : at - before == 382 ? 1 : 0;
+    return -1373427 + at + delay;
+}
+bool hebrew_leap(int year) { return (7 * year + 1) % 19 < 7; }
+int hebrew_month_length(int year, int index) {
+    const day_number days = hebrew_new_year(year + 1) - hebrew_new_year(year);
+    if (index == 1) return days % 10 == 5 ? 30 : 29;
+    if (index == 2) return days % 10 == 3 ? 29 : 30;
+    static constexpr int lengths[] = {30, 0, 0, 29, 30, 29, 30, 29, 30, 29, 30, 29, 30, 29};
+    return lengths[index];
+}
+bool islamic_leap(int year) { return (14 + 11 * year) % 30 < 11; }
+int islamic_month_length(int year, int index) {
+    return index == 11 && islamic_leap(year) ? 30 : 30 - index % 2;
+}
+
+// The next day of a calendar.
+struct walker {
+    int calendar;
+    date at;
+    int yday;
+    int length = month_length();
+    int month_length() const {
+        return calendar == hebrew ? hebrew_month_length(at.year, at.idx)
+                                  : islamic_month_length(at.year, at.idx);
+    }
+    void next() {
+        yday++;
+        if (++at.day <= length) return;
+        at.day = 1;
+        at.mon++;
+        const bool leap = calendar == hebrew && hebrew_leap(at.year);
+        if (at.mon == (leap ? 13 : 12)) {
+            at.year++;
+            at.mon = yday = 0;
+        }
+        at.idx = !leap || at.mon < 5 ? at.mon : at.mon < 7 ? at.mon + 7 : at.mon - 1;
+        length = month_length();
+    }
+};
+
+ko_alt_tm_t record_of(const date &d) {
+    return {.alt_tm_usec = 5,
+            .alt_tm_sec = 4,
+            .alt_tm_min = 3,
+            .alt_tm_hour = 2,
+            .alt_tm_mday = d.day,
+            .alt_tm_mon = d.mon,
+            .alt_tm_monidx = d.idx,
+            .alt_tm_year = d.year - 1900,
+            .alt_tm_wday = -9,
+            .alt_tm_yday = -9,
+            .alt_tm_isdst = 1,
+            .alt_tm_zone = "zone",
+            .alt_tm_gmtoff = 6};
+}
+date date_of(const ko_alt_tm_t &t) {
+    return {t.alt_tm_year + 1900, t.alt_tm_mon, t.alt_tm_monidx, t.alt_tm_mday};
+}
+bool is_clear(const ko_alt_tm_t &t) {
+    return date_of(t) == date{1900, 0, 0, 0} && !t.alt_tm_usec && !t.alt_tm_hour &&
+           !t.alt_tm_zone && !t.alt_tm_wday && !t.alt_tm_yday && !t.alt_tm_isdst;
+}
+
+struct calendar_loc {
+    ko_lc_t loc = nullptr;
+    explicit calendar_loc(int calendar) {
+        EXPECT_EQ(ko_create_null_locale_2(&loc), 0);
+        record(loc)->ltime_info.calendar = calendar;
+    }
+    calendar_loc(const calendar_loc &) = delete;
+    ~calendar_loc() { ko_lc_unload(loc); }
+    // The date in the other calendar; {} of a failure, which clears the record.
+    date to_local(const date &d, ko_alt_tm_t *out) const { return run(d, out, false); }
+    date to_gregorian(const date &d, ko_alt_tm_t *out) const { return run(d, out, true); }
+
+  private:
+    date run(const date &d, ko_alt_tm_t *out, bool back) const {
+        ko_alt_tm_t t = record_of(d);
+        const int status =
+            back ? ko_cal_local_to_gregorian(loc, &t, &t) : ko_cal_gregorian_to_local(loc, &t, &t);
+        *out = t;
+        if (status == 0) return date_of(t);
+        EXPECT_TRUE(status == -1 && is_clear(t)) << testing::PrintToString(d);
+        return {};
+    }
+};
+
+int weekday_of(day_number days) { return int(days % 7); }
+
+// Gregorian days by their numbers.
+struct gregorian_day {
+    std::chrono::sys_days at;
+    std::chrono::year_month_day ymd{at};
+    explicit gregorian_day(day_number number) : at(std::chrono::days(number - 719163)) {}
+    date value() const {
+        const int month = int(unsigned{ymd.month()}) - 1;
+        return {int(ymd.year()), month, month, int(unsigned{ymd.day()})};
+    }
+    int yday() const { return int((at - std::chrono::sys_days(ymd.year() / 1 / 1)).count()); }
+};
+day_number number_of(int year, unsigned month, unsigned day) {
+    const std::chrono::sys_days at =
+        std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+    return at.time_since_epoch().count() + 719163;
+}
+
+// A calendar's days from the first Gregorian day to the last that converts, and on until a local
+// date fails to come back.
+void compare_all_days(walker local, day_number first, day_number last) {
+    const calendar_loc loc(local.calendar);
+    const day_number recent = number_of(1900, 1, 1), recent_end = number_of(2101, 1, 1);
+    ko_alt_tm_t out;
+    for (day_number n = first;; n++, local.next()) {
+        // Every third day meets all weekdays, months and kinds of year many times over.
+        if (n % 3 && n > first && n < last && (n < recent || n >= recent_end)) continue;
+        const gregorian_day day(n);
+        const date g = day.value(), back = loc.to_gregorian(local.at, &out);
+        if (n > last && back == date{}) break;
+        const int wday = weekday_of(n);
+        ASSERT_EQ(back, g) << testing::PrintToString(local.at);
+        ASSERT_TRUE(out.alt_tm_wday == wday && out.alt_tm_yday == day.yday()) << g.year;
+        const date there = loc.to_local(g, &out);
+        ASSERT_EQ(there, n > last ? date{} : local.at) << testing::PrintToString(g);
+        if (n > last) continue;
+        ASSERT_TRUE(out.alt_tm_wday == wday && out.alt_tm_yday == local.yday) << g.year;
+    }
+}
+
+} // namespace
+
+TEST(Calendars, HebrewDaysFollowMoonAndRulesOverTheWholeRange) {
+    const date tevet = {3761, 3, 3, 18};
+    const walker first = {hebrew, tevet, int(1 - hebrew_new_year(3761))};
+    compare_all_days(first, number_of(1, 1, 1), number_of(10000, 2, 23));
+}
+
+TEST(Calendars, IslamicDaysFollowTheCycleOverTheWholeRange) {
+    const date muharram = {1, 0, 0, 1};
+    const walker first = {islamic, muharram, 0};
+    compare_all_days(first, number_of(622, 7, 18), number_of(10323, 10, 20));
+}
+
+TEST(Calendars, DatesAgreeWithAnotherImplementation) {
+    static const struct {
+        int year, month, day, calendar, local_year, index, local_day;
+    } rows[] = {
+#include "time/kovatmcvt_tab.inc"
+    };
+    for (const auto &r : rows) {
+        const calendar_loc loc(r.calendar);
+        ko_alt_tm_t out;
+        const date g{r.year, r.month - 1, r.month - 1, r.day};
+        const date local = loc.to_local(g, &out);
+        const date want{r.local_year, local.mon, r.index, r.local_day};
+        EXPECT_EQ(local, want) << testing::PrintToString(g);
+        // The name alone says the month, too.
+        EXPECT_EQ(loc.to_gregorian({want.year, -1, want.idx, want.day}, &out), g);
+    }
+}
+
+TEST(Calendars, DatesOutsideTheRangeFailAndClearTheResult) {
+    static const struct {
+        int calendar;
+        bool back;
+        date from, want; // want {}: fails
+    } rows[] = {
+        {gregorian, false, {2024, 40, -3, 99},              {2024, 40, -3, 99}},
+        {hebrew,    false, {1, 0, 0, 1},                    {3761, 3, 3, 18}  },
+        {hebrew,    false, {10000, 1, 1, 23},               {13760, 3, 3, 23} },
+        {hebrew,    false, {10000, 1, 1, 24},               {}                },
+        {hebrew,    false, {2024, 12, 0, 1},                {}                },
+        {hebrew,    false, {INT_MAX, 0, 0, 1},              {}                },
+        {hebrew,    true,  {3761, 3, 3, 17},                {}                },
+        {hebrew,    true,  {14214, 0, 0, 1},                {}                },
+        {hebrew,    true,  {5783, 13, 0, 1},                {}                },
+        {hebrew,    true,  {5783, -1, 12, 1},               {}                }, // no leap year
+        {hebrew,    true,  {5784, -1, 12, 21},              {2024, 2, 2, 1}   },
+        {hebrew,    true,  {5784, -1, 14, 1},               {}                },
+        {hebrew,    true,  {5784, -1, -1, 1},               {}                },
+        {hebrew,    true,  {5784, 0, 0, 40},                {2023, 9, 9, 25}  }, // in Heshvan
+        {hebrew,    true,  {5784, 0, 0, INT_MIN},           {}                },
+        {islamic,   false, {622, 6, 6, 17},                 {}                },
+        {islamic,   false, {10323, 9, 9, 21},               {}                },
+        {islamic,   false, {2000, 0, 0, INT_MIN},           {}                },
+        {islamic,   false, {2000, 12, 0, 1},                {}                },
+        {islamic,   true,  {0, 11, 11, 29},                 {}                },
+        {islamic,   true,  {10000, 0, 0, 1},                {}                },
+        {islamic,   true,  {1420, -1, -1, 1},               {}                },
+        {islamic,   true,  {1420, -1, 8, 25},               {2000, 0, 0, 1}   },
+        {islamic,   true,  {1420, -1, 12, 1},               {}                },
+        {islamic,   true,  {INT_MIN + 1900, 0, 0, INT_MIN}, {}                },
+        {arabic,    false, {2000, 0, 0, 1},                 {}                },
+        {arabic,    true,  {1420, 8, 8, 25},                {}                },
+        {0,         false, {2000, 0, 0, 1},                 {}                },
+        {-1,        true,  {2000, 0, 0, 1},                 {}                },
+    };
+    for (const auto &r : rows) {
+        const calendar_loc loc(r.calendar);
+        ko_alt_tm_t out;
+        const date got = r.back ? loc.to_gregorian(r.from, &out) : loc.to_local(r.from, &out);
+        EXPECT_EQ(got, r.want) << r.calendar << " " << testing::PrintToString(r.from);
+    }
+}
+
+TEST(Calendars, EveryDayOfTheMonthEndsWithAResultOrAFailure) {
+    for (const int calendar : {hebrew, islamic}) {
+        const calendar_loc loc(calendar);
+        for (const int day : {INT_MIN, -100000, -400, -1, 0, 32, 400, 800000, INT_MAX}) {
+            ko_alt_tm_t out;
+            const date local = loc.to_local({2024, 5, 5, day}, &out);
+            if (!(local == date{})) {
+                EXPECT_TRUE(local.mon >= 0 && local.mon <= 12 && local.day <= 30) << day;
+                if (day > 400) continue; // beyond what comes back
+                EXPECT_EQ(loc.to_local(loc.to_gregorian(local, &out), &out), local) << day;
+            }
+        }
+    }
+}
+
+TEST(Calendars, TimesAreCopiedAndCenturiesFixed) {
+    static constexpr int centuries[] = {0, 0, 57, 14, 0};
+    for (int calendar = 0; calendar < 5; calendar++) {
+        const calendar_loc loc(calendar);
+        EXPECT_EQ(ko_alt_getcentury(loc.loc, 99, -1, 5, 'Q'), centuries[calendar]);
+        const ko_alt_tm_t from = record_of({2024, 1, 1, 29});
+        ko_alt_tm_t to = from;
+        to.alt_tm_zone = "";
+        if (!ko_cal_gregorian_to_local(loc.loc, &from, &to)) {
+            EXPECT_TRUE(to.alt_tm_usec == 5 && to.alt_tm_sec == 4 && to.alt_tm_min == 3 &&
+                        to.alt_tm_hour == 2 && to.alt_tm_isdst == 1 && to.alt_tm_gmtoff == 6);
+            EXPECT_STREQ(to.alt_tm_zone, "zone");
+        }
+        EXPECT_EQ(ko_cal_gregorian_to_local(nullptr, &from, &to), -1);
+        EXPECT_EQ(ko_cal_gregorian_to_local(loc.loc, nullptr, &to), -1);
+        EXPECT_EQ(ko_cal_local_to_gregorian(loc.loc, &from, nullptr), -1);
+    }
+    EXPECT_EQ(ko_alt_getcentury(nullptr, 1, 1, 1, 'C'), 0);
+}

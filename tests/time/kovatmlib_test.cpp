@@ -1,0 +1,552 @@
+// Formatting of times, measuring, eras and the lists of names.
+#include "time/time_records.h"
+
+#include <limits.h>
+#include <random>
+#include <sstream>
+#include <utility>
+
+static const times plain = {
+    .abday = "Su|Mo|Tu|We|Th|Fr|Sa",
+    .eras = "+:2:1990/01/01:+*:Heisei:H:%EC-%Ey|+:1:1989/01/08:1989/12/31:Heisei:H:%EC-first|"
+            "+:5:1980/06/15:1989/01/07:Showa::%EC:%Ey|-:1:1979/12/31:-*:Before:%Ey years %EC",
+    .digits = "o|i|ii|iii|iv|v|vi|vii|viii|ix",
+};
+static const times bare = {.formats = "%c|%x|%T|am|pm|"};
+static const times looped = {
+    .formats = "%c|%X|%X%X|%EY|pm|", .eras = "+:1:1/1/1:+*:A:%EY", .era_formats = "|%H|%r"};
+
+static ko_tm_t noon() { // Saturday 7 November 2026
+    return {.tm_usec = 123456,
+            .tm_sec = 5,
+            .tm_min = 9,
+            .tm_hour = 12,
+            .tm_mday = 7,
+            .tm_mon = 10,
+            .tm_year = 126,
+            .tm_wday = 6,
+            .tm_yday = 310};
+}
+
+// What a format makes of a time, or "error N" or what else the call has said.
+static std::string formatted(ko_lc_t loc, std::string_view format, const ko_tm_t &tm,
+                             int maxsize = 200) {
+    ko_wchar_t out[201] = {};
+    *ko_ext_errno(loc) = 0;
+    const int n = ko_wcsftime(loc, out, maxsize, in_code_set(loc, format).data(), &tm);
+    const int error = *ko_ext_errno(loc);
+    if (error) return (n ? "-1 error " : "error ") + std::to_string(error);
+    const std::u16string got = wide(out);
+    EXPECT_EQ(got.size(), static_cast<size_t>(n)) << format;
+    return {got.begin(), got.end()};
+}
+
+static int mbs_error(ko_lc_t loc, const char *format, const ko_tm_t &tm, int maxsize) {
+    ko_mchar_t out[200];
+    *ko_ext_errno(loc) = 0;
+    const int n = ko_mbsftime(loc, out, maxsize, mb(format), &tm);
+    EXPECT_EQ(n, *ko_ext_errno(loc) ? 0 : static_cast<int>(strlen(text(out).c_str())));
+    return *ko_ext_errno(loc);
+}
+
+TEST(TimeFormat, WritesEachDirective) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    static const char *const rows[][2] = {
+        {"100%%%n%t|",                        "100%\n\t|"                                       },
+        {"%a %A %b %h %B",                    "Sa Saturday Nov Nov November"                    },
+        {"%C %g %d %D %e",                    "20 20 07 11/07/26  7"                            },
+        {"%F %F3 %F0|%.3F %.7F",              "123456 123 |123 1234560"                         },
+        {"%iF %iF0 %iF4 %iY %iy",             ".12 . .1234 2026 26"                             },
+        {"%H %I %j %m %M %p %S",              "12 12 311 11 09 pm 05"                           },
+        {"%R %T %u %w %y %Y",                 "12:09 12:09:05 06 06 26 2026"                    },
+        {"%x|%X|%c|%r",                       "07.11.2026|12:09:05|07.11.2026 12:09:05|12:09 pm"},
+        {"%EC %Eg %Ey %EY",                   "Heisei H 38 Heisei-38"                           },
+        {"%Ex|%EX|%Ec",                       "Heisei38 11/07|12.09|Heisei38 11/07 12.09"       },
+        {"%Od %Oe %OH %Oj %Ou",               "ovii  vii iii iiiii ovi"                         },
+        {"%OD %OR %OC",                       "ii/ovii/iivi iii:oix iio"                        },
+        {"%5d|%-5d|%05d|%.1d|%5.3d|",         "   07|07   |00007|7|  007|"                      },
+        {"%4e|%-4e|%04e|%.2e|",               "   7| 7  | 007| 07|"                             },
+        {"%10A|%-10A|%010A|%.3A|%5.3A|%.0A|",
+         "  Saturday|Saturday  |00Saturday|Sat|  Sat|Saturday|"                                 },
+        {"%10F3|%-8F2|%09.4F|%8iF|",          "       123|12      |000001234|.      12|"        },
+        {"%8EC|%-8Ey|%.2Eg|",                 "  Heisei|38      |H|"                            },
+        {"%8Od|%-8Od|%08Od|%.3Od|%09.1Om|",   "    ovii|ovii    |ooooovii|oovii|oooooooii|"     },
+        {"%+#' d%12D%5T%9c",                  "0711/07/2612:09:0507.11.2026 12:09:05"           },
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(formatted(loc, r[0], noon()), r[1]) << r[0];
+}
+
+TEST(TimeFormat, ChecksTheRangeOfEachField) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    static const struct {
+        const char *formats; // by blanks
+        int ko_tm_t::*field;
+        int first, last, error;
+    } rows[] = {
+        {"%a %A %u %w %Ou",                 &ko_tm_t::tm_wday, 0,     6,    KO_EWDAYRANGE },
+        {"%b %h %B %m %D %Om %EC %Eg %Ey",  &ko_tm_t::tm_mon,  0,     11,   KO_EMONTHRANGE},
+        {"%C %g %Y %iY %OC %EC %Eg %Ey %x", &ko_tm_t::tm_year, -1900, 8099, KO_EYEARRANGE },
+        {"%d %e %D %Od %Oe %EC %Eg %Ey",    &ko_tm_t::tm_mday, 1,     99,   KO_EDAYRANGE  },
+        {"%H %I %p %R %T %OI %X %EX",       &ko_tm_t::tm_hour, 0,     23,   KO_EHOUR      },
+        {"%j %Oj",                          &ko_tm_t::tm_yday, 0,     365,  KO_EYDAY      },
+        {"%M %R %T %OM",                    &ko_tm_t::tm_min,  0,     59,   KO_EMIN       },
+        {"%S %T %OS",                       &ko_tm_t::tm_sec,  0,     61,   KO_ESEC       },
+    };
+    for (const auto &r : rows) {
+        std::istringstream formats(r.formats);
+        for (std::string format; formats >> format;) {
+            for (const int value : {INT_MIN, r.first - 1, r.first, r.last, r.last + 1, INT_MAX}) {
+                ko_tm_t tm = noon();
+                tm.*r.field = value;
+                const bool in = value >= r.first && value <= r.last;
+                const std::string want = "error " + std::to_string(r.error);
+                EXPECT_EQ(formatted(loc, format, tm) != want, in) << format << " of " << value;
+                EXPECT_EQ(mbs_error(loc, format.c_str(), tm, 200), in ? 0 : r.error) << format;
+            }
+        }
+    }
+    for (const ko_long_t usec : {-1, 1000000}) {
+        ko_tm_t tm = noon();
+        tm.tm_usec = usec;
+        for (const char *format : {"%F", "%iF", "%F2"})
+            EXPECT_EQ(formatted(loc, format, tm), "error 33");
+    }
+}
+
+TEST(TimeFormat, ShowsValuesAtTheEdges) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    static const struct {
+        const char *format, *want;
+        int ko_tm_t::*field;
+        int value;
+    } rows[] = {
+        {"%I %OI %p", "12 iii am", &ko_tm_t::tm_hour, 0      },
+        {"%I %p",     "01 pm",     &ko_tm_t::tm_hour, 13     },
+        {"%u %w",     "07 00",     &ko_tm_t::tm_wday, 0      },
+        {"%e|%Oe",    "31|iiii",   &ko_tm_t::tm_mday, 31     },
+        {"%Y%C%y",    "0000000",   &ko_tm_t::tm_year, -1900  },
+        {"%y %iy",    "-01 -01",   &ko_tm_t::tm_year, -1901  },
+        {"%y",        "47",        &ko_tm_t::tm_year, INT_MAX},
+        {"%C",        "5",         &ko_tm_t::tm_year, -1400  },
+        {"%-5y|%Oy",  "-05  |-ov", &ko_tm_t::tm_year, -1905  },
+        {"%j",        "366",       &ko_tm_t::tm_yday, 365    },
+    };
+    for (const auto &r : rows) {
+        ko_tm_t tm = noon();
+        tm.*r.field = r.value;
+        EXPECT_EQ(formatted(loc, r.format, tm), r.want) << r.format << " of " << r.value;
+    }
+}
+
+TEST(TimeFormat, RefusesWhatIsNoFormat) {
+    const loaded_locale with(with_times(single_byte_object(), plain)),
+        without(with_times(single_byte_object(), bare)),
+        loops(with_times(single_byte_object(), looped));
+    static const struct {
+        const loaded_locale &loc;
+        const char *want, *formats; // by blanks
+    } rows[] = {
+        {with,    "error 22",    "%q %Eq %OY %iH %*d %.*d %1$d"               },
+        {with,    "error 15",    "% a%-05 %E %O %i"                           },
+        {with,    "error 45",    "%.-d"                                       },
+        {with,    "-1 error 22", "%F6 %iF9"                                   },
+        {with,    "error 14",    "%99999999999d %.99999999999Od %.9999999999F"},
+        {with,    "Saturday",    "%.99999999999A"                             },
+        {without, "2007",        "%EC%Od"                                     },
+        {without, "202620",      "%EY%Eg"                                     },
+        {without, "error 22",    "%EEC %OOd %x"                               }, // "%x" holds itself
+        {without, "error 15",    "%E"                                         },
+        {loops,   "error 22",    "%c %EY %X"                                  },
+        {loops,   "12",          "%EX%Ex"                                     },
+    };
+    for (const auto &r : rows) {
+        std::istringstream formats(r.formats);
+        for (std::string format; formats >> format;) {
+            EXPECT_EQ(formatted(r.loc, format, noon()), r.want) << format;
+            const int error = mbs_error(r.loc, format.c_str(), noon(), 200);
+            if (!error || error == KO_E2BIG) continue;
+            EXPECT_TRUE(std::string(r.want).ends_with(" " + std::to_string(error))) << format;
+            *ko_ext_errno(r.loc) = 0;
+            EXPECT_EQ(ko_mbsfmtexpand(r.loc, 1, mb(format.c_str())), -1) << format;
+            EXPECT_EQ(r.loc.error(), error) << format;
+        }
+    }
+    ko_mchar_t out[8];
+    const ko_tm_t tm = noon();
+    EXPECT_EQ(ko_mbsftime(with, out, 8, nullptr, &tm), 0);
+    EXPECT_EQ(with.error(), KO_EFORMAT);
+    EXPECT_EQ(ko_wcsftime(with, nullptr, 8, wcs(u"a").data(), &tm), 0);
+    EXPECT_EQ(ko_mbsftime(with, out, 8, mb("%d"), nullptr), 0);
+    EXPECT_EQ(with.error(), KO_ENULL);
+    EXPECT_EQ(ko_mbsfmtexpand(with, 2, mb("%d")), -1);
+    EXPECT_EQ(with.error(), KO_ERANGE);
+}
+
+TEST(TimeFormat, FitsExactlyOrFails) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    for (const char *format : {"abc", "%d", "%A", "%10A", "%-10A", "%5d", "%F", "%iF3", "%T", "%EC",
+                               "%Ey", "%EY", "%Od", "%8Od", "%-8Od|", "%e", "%C", "%n%%", "%j"}) {
+        const std::string whole = formatted(loc, format, noon());
+        const int size = static_cast<int>(whole.size());
+        for (int max = -1; max <= size + 2; max++) {
+            const bool fits = max > size;
+            EXPECT_EQ(formatted(loc, format, noon(), max), fits ? whole : "error 14") << format;
+            EXPECT_EQ(mbs_error(loc, format, noon(), max), fits ? 0 : KO_E2BIG) << format;
+        }
+    }
+    // The full year alone tells its own lack of room.
+    EXPECT_EQ(formatted(loc, "%Y", noon(), 3), "error 41");
+    EXPECT_EQ(formatted(loc, "%Y", noon(), 4), "error 14");
+    EXPECT_EQ(formatted(loc, "%iY", noon(), 3), "error 14");
+}
+
+TEST(TimeFormat, FindsTheFirstEraAndCountsItsYears) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    static const struct {
+        int year, month, day;
+        const char *want;
+    } rows[] = {
+        {2026, 11, 7,  "Heisei 38 Heisei-38"    },
+        {1990, 1,  1,  "Heisei 2 Heisei-2"      },
+        {1989, 1,  8,  "Heisei 1 Heisei-first"  },
+        {1989, 1,  7,  "Showa 13 Showa:13"      }, // on the anniversary, not on New Year
+        {1988, 6,  14, "Showa 12 Showa:12"      },
+        {1980, 6,  15, "Showa 5 Showa:5"        },
+        {1980, 6,  14, "error 9"                },
+        {1979, 12, 31, "Before 1 1 years Before"},
+        {1979, 12, 30, "Before 1 1 years Before"},
+        {1978, 12, 31, "Before 2 2 years Before"},
+    };
+    for (const auto &r : rows) {
+        ko_tm_t tm = noon();
+        tm.tm_year = r.year - 1900, tm.tm_mon = r.month - 1, tm.tm_mday = r.day;
+        EXPECT_EQ(formatted(loc, "%EC %Ey %EY", tm), r.want) << r.year << r.month << r.day;
+    }
+}
+
+// ---- Measuring ----------------------------------------------------------------------------------
+
+TEST(TimeMeasure, CountsTheLargestOutput) {
+    times t = plain;
+    t.eras += "|-:-12345:900/12/31:-*:Early:%EC";
+    const loaded_locale loc(with_times(single_byte_object(), t));
+    static const char *const rows[][2] = {
+        {"abc%%%n %d%H%y %Y %C%e%j",        "5 6 4 7"       },
+        {"%F%F3%iF %.9F%5iF",               "12 15"         },
+        {"%A %12A%.3A %B",                  "9 15 9"        },
+        {"%5d%.3d %.3e%5e",                 "8 9"           },
+        {"%T%D%R %x%X%c%r",                 "21 45"         },
+        {"%EC%Eg %Ey %EY %Ec %.7Ey %2.1Ey", "12 6 19 24 8 6"},
+        {"%Od %10Od",                       "8 10"          },
+    };
+    for (const auto &r : rows) {
+        std::string got;
+        std::istringstream formats(r[0]);
+        for (std::string format; formats >> format;)
+            got += " " + std::to_string(ko_wcsfmtexpand(loc, 1, in_code_set(loc, format).data()));
+        EXPECT_EQ(got, std::string(" ") + r[1]) << r[0];
+    }
+    t.mon = std::string(900, 'x') + t.mon;
+    t.formats = "%x|";
+    for (int i = 0; i < 9000; ++i)
+        t.formats += "%B";
+    t.formats += "||||";
+    const loaded_locale costly(with_times(single_byte_object(), t));
+    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%x")), -1);
+    EXPECT_EQ(costly.error(), KO_EDIRECTIVE);
+    int columns = 5, bytes = 7;
+    const auto bad = wcs(u"abc%q"), good = wcs(u"%d");
+    EXPECT_EQ(ko_wcsftime1(loc, nullptr, 0, bad.data(), nullptr, &columns, &bytes), 0);
+    EXPECT_EQ(columns * 10 + bytes, 57);
+    EXPECT_EQ(ko_wcsftime1(loc, nullptr, 0, good.data(), nullptr, &columns, nullptr), 0);
+    EXPECT_EQ(ko_mbsftime1(loc, nullptr, 0, mb("%d"), nullptr, nullptr, &bytes), 0);
+    EXPECT_EQ(columns * 10 + bytes, 79);
+}
+
+static const char *const measured_formats[] = {
+    "%a",  "%A",   "%b",    "%B",    "%C",    "%d",    "%D",    "%e",   "%F",    "%F3",   "%iF",
+    "%H",  "%I",   "%j",    "%m",    "%M",    "%p",    "%R",    "%S",   "%T",    "%u",    "%w",
+    "%y",  "%Y",   "%iY",   "%iy",   "%c",    "%x",    "%X",    "%r",   "%EC",   "%Eg",   "%Ey",
+    "%EY", "%Ec",  "%Ex",   "%EX",   "%OC",   "%Od",   "%Oe",   "%OH",  "%OI",   "%Oj",   "%Om",
+    "%Oy", "%Ou",  "%OD",   "%OT",   "%9A",   "%-9b|", "%.2A",  "%03d", "%.3m",  "%4e",   "%.2e",
+    "%7F", "%9Od", "%09Oj", "%.4Oy", "%-8Ow", "%2EC",  "%7.1B", "%9EY", "%12Eg", "%.1iF",
+};
+
+static ko_tm_t random_time(std::mt19937 &random) {
+    const auto below = [&random](unsigned n) { return static_cast<int>(random() % n); };
+    return {.tm_usec = below(1000000),
+            .tm_sec = below(62),
+            .tm_min = below(60),
+            .tm_hour = below(24),
+            .tm_mday = 1 + below(28),
+            .tm_mon = below(12),
+            .tm_year = (below(2) ? below(200) : below(10000) - 1900),
+            .tm_wday = below(7),
+            .tm_yday = below(366)};
+}
+
+// Columns of a result; characters where the locale's own text is in it, which counts so.
+static int columns_of(ko_lc_t loc, const ko_wchar_t *wcs, const char *format) {
+    static const std::set<std::string> formats = {"%c",  "%x",  "%X",  "%r",  "%EY",
+                                                  "%Ec", "%Ex", "%EX", "%9EY"};
+    if (formats.count(format)) return ko_wcslen(wcs);
+    const errno_guard kept(loc);
+    int columns = 0;
+    for (; *wcs; ++wcs) {
+        const int n = ko_wcwidth(loc, *wcs);
+        columns += n < 0 ? 1 : n;
+    }
+    return columns;
+}
+
+// Directives that are ones and others, and what may stand between them.
+static std::string random_format(std::mt19937 &random) {
+    const auto below = [&random](size_t n) { return random() % n; };
+    static const char letters[] = "aAbBhpcrxXDRTCgyYdeFHIjmMSuwnt%EOi-05.q";
+    std::string format;
+    for (size_t pieces = below(8) ? below(8) : below(40); pieces != 0; --pieces) {
+        if (below(3) == 0)
+            format += measured_formats[below(std::size(measured_formats))];
+        else if (below(2))
+            format += {'%', letters[below(sizeof letters - 1)]};
+        else
+            format += " :.,/dT"[below(7)];
+    }
+    return format;
+}
+
+// What both forms of a time give, and what is in their error word.
+static std::string outcome(ko_lc_t loc, const ko_wchar_t *format, const ko_mchar_t *bytes,
+                           const ko_tm_t &tm, int room) {
+    ko_mchar_t narrow[400];
+    ko_wchar_t wide[400];
+    int &error = *ko_ext_errno(loc);
+    error = 0;
+    const int n = ko_wcsftime(loc, wide, room, format, &tm), wide_error = std::exchange(error, 0);
+    const int m = ko_mbsftime(loc, narrow, room, bytes, &tm);
+    const auto in_bytes = [](const void *of, int size) {
+        return std::string(static_cast<const char *>(of), size > 0 ? unsigned(size) : 0);
+    };
+    return std::to_string(n) + " " + std::to_string(m) + " errors " + std::to_string(wide_error) +
+           " " + std::to_string(error) + ": " + in_bytes(wide, 2 * n) + in_bytes(narrow, m);
+}
+
+static void compare_ways(ko_lc_t loc, const std::string &name, int formats) {
+    std::mt19937 random(7);
+    const auto below = [&random](unsigned n) { return static_cast<int>(random() % n); };
+    while (formats--) {
+        std::vector<ko_wchar_t> format = in_code_set(loc, random_format(random));
+        if (format.size() > 1 && !below(20)) format[0] = static_cast<ko_wchar_t>(below(0xFFFF));
+        std::vector<ko_mchar_t> bytes(4 * format.size() + 8);
+        ko_full_wcstombs(loc, bytes.data(), format.data(), static_cast<int>(bytes.size()) - 8);
+        if (!below(10)) bytes[unsigned(below(8))] = static_cast<ko_mchar_t>(below(256));
+        ko_tm_t tm = random_time(random);
+        static constexpr int ko_tm_t::*fields[] = {
+            &ko_tm_t::tm_sec, &ko_tm_t::tm_min,  &ko_tm_t::tm_hour, &ko_tm_t::tm_mday,
+            &ko_tm_t::tm_mon, &ko_tm_t::tm_year, &ko_tm_t::tm_wday, &ko_tm_t::tm_yday};
+        static constexpr int hostile[] = {INT_MIN, -1901, -1, 12, 100, 8100, INT_MAX};
+        if (!below(4)) tm.*fields[below(8)] = hostile[below(7)];
+        ko_wchar_t whole[400];
+        const int units = ko_wcsftime(loc, whole, 400, format.data(), &tm);
+        const int room = below(2) ? 400 : std::max(units, 0) + below(3);
+        const std::string quick = outcome(loc, format.data(), bytes.data(), tm, room);
+        const engine_alone slow(loc);
+        ASSERT_EQ(quick, outcome(loc, format.data(), bytes.data(), tm, room))
+            << name << " " << testing::PrintToString(format) << " in " << room;
+    }
+}
+
+TEST(CompiledLocales, WriteTheSameTheQuickWay) {
+    times odd = plain; // names that are absent, many and long, formats within formats
+    odd.day = "||c|" + std::string(40, 'd') + "|" + std::string(32, 'e') + "|f|g";
+    odd.abmon += "|n|o", odd.formats = "%x%x|%X%X|%r%p%p|||%r%a";
+    const loaded_locale single(with_times(single_byte_object(), odd)),
+        narrow(with_times(double_byte_object(false), odd)),
+        wide(with_times(double_byte_object(true), plain, true));
+    for (const auto *loc : {&single, &narrow, &wide})
+        compare_ways(*loc, "of the test", seeded_times);
+    for (const auto &path : compiled_objects()) {
+        const compiled_locale loc(path);
+        compare_ways(loc, loc.name, seeded_times / 5);
+    }
+}
+
+TEST(CompiledLocales, WriteNoMoreThanTheMeasure) {
+    const auto objects = compiled_objects();
+    if (objects.empty()) GTEST_SKIP() << "no compiled data root";
+    long written = 0;
+    for (const auto &path : objects) {
+        const compiled_locale loc(path);
+        std::mt19937 random(20261121);
+        std::vector<ko_tm_t> dates;
+        for (int i = 0; i < seeded_times; i++)
+            dates.push_back(random_time(random));
+        for (const char *format : measured_formats) {
+            const auto wide_format = in_code_set(loc, format);
+            int columns = 0, bytes = 0;
+            ko_wcsftime1(loc, nullptr, 0, wide_format.data(), nullptr, &columns, &bytes);
+            int most_columns = 0, most_bytes = 0;
+            for (const ko_tm_t &tm : dates) {
+                ko_wchar_t out[200];
+                ko_mchar_t narrow[400];
+                if (ko_wcsftime(loc, out, 200, wide_format.data(), &tm) <= 0) continue;
+                written++;
+                most_columns = std::max(most_columns, columns_of(loc, out, format));
+                most_bytes = std::max(most_bytes, ko_full_wcstombs(loc, narrow, out, 400));
+            }
+            EXPECT_LE(most_columns, columns) << loc.name << " " << format;
+            EXPECT_LE(most_bytes, bytes) << loc.name << " " << format;
+        }
+    }
+    EXPECT_GT(written, seeded_times * 40L * static_cast<long>(objects.size()));
+}
+
+// ---- Code sets ----------------------------------------------------------------------------------
+
+TEST(TimeFormat, GoesThroughEveryCodeSet) {
+    for (const bool wide : {false, true}) {
+        times names = plain;
+        names.day = "\x81\x40|b|\x81\x41\x81\x42|d|e|f|Sat";
+        const loaded_locale loc(with_times(double_byte_object(wide), wide ? plain : names, wide));
+        ko_mchar_t out[64];
+        ko_tm_t tm = noon();
+        tm.tm_wday = 2;
+        const std::string format = encoded("%A%2d", wide) + std::string(4, '\0');
+        const std::string want = wide ? encoded("Tuesday07", true)
+                                      : "\x81\x41\x81\x42"
+                                        "07";
+        const int size = static_cast<int>(want.size()), end = wide ? 2 : 1;
+        EXPECT_EQ(ko_mbsftime(loc, out, 64, mb(format.c_str()), &tm), size);
+        EXPECT_EQ(std::string(reinterpret_cast<char *>(out), want.size()), want);
+        EXPECT_EQ(ko_mbsftime(loc, out, size + end, mb(format.c_str()), &tm), size);
+        EXPECT_EQ(ko_mbsftime(loc, out, size + end - 1, mb(format.c_str()), &tm), 0);
+        EXPECT_EQ(loc.error(), KO_E2BIG);
+        EXPECT_GE(ko_mbsfmtexpand(loc, 1, mb(format.c_str())), size);
+    }
+}
+
+// ---- Eras, names, memory ------------------------------------------------------------------------
+
+TEST(Eras, MalformedDefinitionsFailTheLoad) {
+    static const char *const definitions[] = {"+:1:1990/01/08:+*:Era:%EC",
+                                              "-:-1:-5/1/1:2000/12/31:E::",
+                                              "+:+7:+5/1/1:-*:E:",
+                                              "bad from here", // a direction, too, that is none
+                                              "",
+                                              "*:1:1990/01/08:+*:Era:%EC",
+                                              "+::1990/01/08:+*:Era:%EC",
+                                              "+:1234567890:1990/01/08:+*:E:%EC",
+                                              "+:1:1990/13/08:+*:Era:%EC",
+                                              "+:1:1990/01/32:+*:Era:%EC",
+                                              "+:1:1990/0/1:+*:Era:%EC",
+                                              "+:1:1990/01:+*:Era:%EC",
+                                              "+:1:1990/01/08:*:Era:%EC",
+                                              "+:1:1990/01/08:+*::%EC",
+                                              "+:1:1990/01/08:+*:Era",
+                                              "+:1: 1990/01/08:+*:Era:%EC"};
+    bool good = true;
+    for (const char *definition : definitions) {
+        good &= *definition != 'b';
+        times t = plain;
+        t.eras = std::string("+:1:1/1/1:+*:A:%EY|") + definition;
+        const locale_object object = with_times(single_byte_object(), t);
+        env_hooks env;
+        file_hooks files;
+        files.files[std::string(object_path) + "x.lco"] = object.str();
+        ko_lc_t loc = nullptr;
+        EXPECT_EQ(ko_lc_load(&loc, "x.lco", nullptr, nullptr), good ? 0 : -1) << definition;
+        EXPECT_EQ(*ko_ext_errno(loc), good ? 0 : KO_ECODESET) << definition;
+        ko_lc_unload(loc);
+    }
+}
+
+TEST(Eras, TellNameAbbreviationAndFormatApart) {
+    static const char *const rows[][4] = {
+        {"Era:%EC",     "Era", "Era", "%EC"  },
+        {"Era:E:%H:%M", "Era", "E",   "%H:%M"},
+        {"Era:%H:%M",   "Era", "Era", "%H:%M"},
+        {"Era::%Ey",    "Era", "Era", "%Ey"  },
+        {"Era:E:",      "Era", "E",   ""     },
+        {"Era:plain",   "Era", "Era", "plain"},
+    };
+    for (const auto &r : rows) {
+        times t = plain;
+        t.eras = std::string("+:1:1/1/1:+*:") + r[0];
+        const loaded_locale loc(with_times(single_byte_object(), t));
+        const lera &era = record(loc)->ltime_info.decode_era[0];
+        EXPECT_EQ(text(era.name), r[1]) << r[0];
+        EXPECT_EQ(text(era.abbr), r[2]) << r[0];
+        EXPECT_EQ(text(era.format), r[3]) << r[0];
+    }
+}
+
+// The strings of a group, joined; "result count" without.
+static std::string group(ko_lc_t loc, int infotype) {
+    int count = 77;
+    ko_mchar_t *none = nullptr, **strs = &none;
+    const int result = ko_mbstimeinfo(loc, infotype, &strs, &count);
+    std::string joined = std::to_string(result) + " " + std::to_string(count);
+    for (int i = 0; strs && strs != &none && i < count; i++) {
+        joined += " " + (strs[i] ? text(strs[i]) : "NULL");
+        ko_destroystring(strs[i]);
+    }
+    if (strs != &none) ko_destroystring(strs);
+    return joined;
+}
+
+TEST(TimeNames, AreCopiedByGroup) {
+    const memory_hooks memory;
+    {
+        const loaded_locale loc(with_times(single_byte_object(), plain)),
+            without(with_times(single_byte_object(), bare));
+        static const char full_months[] = "0 12 January February March April May Jun June August "
+                                          "September October November December";
+        static const char *const rows[] = {
+            "-1 77",
+            "0 7 Sunday Monday Tuesday Wednesday Thursday Friday Saturday",
+            "0 7 Su Mo Tu We Th Fr Sa",
+            full_months,
+            "0 12 Jan Feb Mar Apr May Jn Jl Aug Sep Oct Nov Dec",
+            "0 4 Heisei Heisei Showa Before",
+            "0 4 H H Showa Before",
+            "0 10 o i ii iii iv v vi vii viii ix",
+            "0 2 am pm",
+            "-1 77",
+        };
+        for (int i = 0; i < 10; i++)
+            EXPECT_EQ(group(loc, i), rows[i]) << i;
+        EXPECT_EQ(loc.error(), 0);
+        for (const int i : {5, 6, 7})
+            EXPECT_EQ(group(without, i), "-1 0");
+        free_ptr(record(without)->ltime_info.am_pm[0]);
+        record(without)->ltime_info.am_pm[0] = nullptr;
+        EXPECT_EQ(group(without, 8), "0 2 NULL pm");
+        EXPECT_EQ(without.error(), KO_ENULL);
+    }
+    EXPECT_EQ(memory.live, 0);
+}
+
+TEST(TimeFormat, SurvivesEveryAllocationFailure) {
+    const loaded_locale loc(with_times(single_byte_object(), plain));
+    const std::string format(300, 'x');
+    static ko_mchar_t out[400];
+    const ko_tm_t tm = noon();
+    const long failed = each_allocation_fails([&] {
+        *ko_ext_errno(loc) = 0;
+        const int n = ko_mbsftime(loc, out, 400, mb(format.c_str()), &tm);
+        EXPECT_EQ(loc.error(), n ? 0 : KO_ENOMEM);
+        return n == 300;
+    });
+    EXPECT_EQ(failed, 2); // format and result
+    each_allocation_fails([&] {
+        const std::string copies = group(loc, 3);
+        EXPECT_TRUE(copies == "-1 0" || copies.substr(0, 4) == "0 12") << copies;
+        return copies != "-1 0";
+    });
+    // The formats of the wide form and short ones take no memory at all.
+    const memory_hooks memory;
+    formatted(loc, "%A %c %EY %Od %20A", tm);
+    mbs_error(loc, "%A %c %EY %Od %20A", tm, 128);
+    EXPECT_EQ(memory.calls, 0);
+}

@@ -1,0 +1,106 @@
+// Trees of names: insertion and look-up of both kinds.
+#include "time/kovatree.h"
+
+#include "time/time_records.h"
+
+// A tree of each kind with the same names.
+struct trees {
+    kovaloc *loc;
+    wc_tnode *wide = nullptr;
+    mb_tnode *bytes = nullptr;
+    explicit trees(ko_lc_t handle) : loc(record(handle)) {}
+    ~trees() {
+        free_wc_cache(wide);
+        free_mb_cache(bytes);
+    }
+    trees(const trees &) = delete;
+    int add(const std::string &name, int val) {
+        return cache_wc_string(loc, &wide, mb(name.c_str()), val) |
+               cache_mb_string(loc, &bytes, mb(name.c_str()), val);
+    }
+    // Names are divided by "|"; the value of each is its place.
+    bool add_all(const std::string &names) {
+        int val = 0;
+        for (const std::string &name : split(names)) {
+            if (add(name, val++)) return false;
+        }
+        return true;
+    }
+    // Value, wide characters and bytes of what both trees find; empty for nothing.
+    std::string find(const std::string &text) const {
+        std::vector<ko_wchar_t> wcs(text.size() + 1);
+        loc->exp.mbstowcs(loc, wcs.data(), mb(text.c_str()), static_cast<int>(wcs.size()));
+        int len = -1, val = -1, len_bytes = -1, val_bytes = -1;
+        const int failed = validate_wc_string(loc, wide, wcs.data(), &len, &val);
+        EXPECT_EQ(validate_mb_string(loc, bytes, mb(text.c_str()), &len_bytes, &val_bytes), failed);
+        EXPECT_EQ(val_bytes, val);
+        if (failed) return "";
+        return std::to_string(val) + " " + std::to_string(len) + " " + std::to_string(len_bytes);
+    }
+};
+
+TEST(NameTree, FindsTheShortestNameInEitherCase) {
+    static const struct {
+        const char *names, *text, *want;
+    } rows[] = {
+        {"jan|feb",     "february", "1 3 3"},
+        {"jan|feb",     "JANUARY",  ""     }, // of those letters the code set has only some in both
+        {"has|cab",     "HaS",      "0 3 3"},
+        {"HAS|CAB",     "cab",      "1 3 3"},
+        {"hash|has",    "hashes",   "1 3 3"}, // the shorter one wins
+        {"has|hash",    "hashes",   "0 3 3"},
+        {"hash|hab",    "hac",      ""     },
+        {"hash|hab",    "ha",       ""     },
+        {"has|cab|has", "has",      "2 3 3"}, // the later one wins
+        {"|has",        "anything", "0 0 0"},
+        {"has|",        "hash",     "0 3 3"},
+        {"has|",        "hab",      "1 0 0"},
+        {"has|",        "",         "1 0 0"},
+        {"has",         "",         ""     },
+        {"a|b|c|h|s",   "s",        "4 1 1"},
+    };
+    loaded_locale loc(single_byte_object());
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.names) + " <- " + row.text);
+        trees tree(loc);
+        EXPECT_EQ(tree.find(row.text), "");
+        ASSERT_TRUE(tree.add_all(row.names));
+        EXPECT_EQ(tree.find(row.text), row.want);
+    }
+    EXPECT_EQ(loc.error(), 0);
+}
+
+TEST(NameTree, TakesCharactersOfTwoBytesAndRefusesWhatIsNone) {
+    loaded_locale loc(double_byte_object(false));
+    trees tree(loc);
+    EXPECT_EQ(tree.add("\x81\x40x", 7), 0);
+    EXPECT_EQ(tree.find("\x81\x40xy"), "7 2 3");
+    EXPECT_EQ(loc.error(), 0);
+    const ko_wchar_t text[] = {0x8140, 0xFFFF, 0};
+    int len, val;
+    EXPECT_EQ(validate_wc_string(record(loc), tree.wide, text, &len, &val), -1);
+    EXPECT_EQ(loc.error(), 0);
+    EXPECT_EQ(cache_wc_string(record(loc), &tree.wide, mb("ab\xFF"), 1), -1);
+    EXPECT_EQ(loc.error(), KO_EILSEQ);
+    *ko_ext_errno(loc) = 0;
+    EXPECT_EQ(cache_mb_string(record(loc), &tree.bytes, mb("ab\xFF"), 1), -1);
+    EXPECT_EQ(loc.error(), KO_EILSEQ);
+    *ko_ext_errno(loc) = 0;
+    EXPECT_EQ(tree.find("ab"), "");
+    EXPECT_EQ(loc.error(), 0);
+}
+
+TEST(NameTree, LeavesNothingBehindWithoutMemoryAndFreesLongNames) {
+    loaded_locale loc(single_byte_object());
+    each_allocation_fails([&] {
+        trees tree(loc);
+        const bool done = tree.add_all("has|hash|cab|");
+        EXPECT_EQ(loc.error(), done ? 0 : KO_ENOMEM);
+        *ko_ext_errno(loc) = 0;
+        return done;
+    });
+    trees tree(loc);
+    const std::string name(200000, 'a');
+    EXPECT_TRUE(tree.add_all("|" + name + "|" + name + "b"));
+    EXPECT_EQ(tree.find(name + "b"), "1 200000 200000");
+}

@@ -1,0 +1,119 @@
+// Time sections of small locale objects, and compiled locales, for the tests of dates and times.
+#ifndef TIME_RECORDS_H
+#define TIME_RECORDS_H
+
+#include "chars/kovaportable.h"
+#include "load/kovasetlc_load.h"
+
+#include "support/locale_builder.h"
+
+#include <algorithm>
+#include <utility>
+
+// Times of a test that goes through many: all of them in a release, a few under sanitizers.
+#if defined(__SANITIZE_ADDRESS__)
+#define KOVA_SANITIZED 1
+#elif defined(__has_feature)
+#define KOVA_SANITIZED __has_feature(address_sanitizer)
+#else
+#define KOVA_SANITIZED 0
+#endif
+#ifdef NDEBUG
+constexpr int seeded_times = KOVA_SANITIZED ? 250 : 10000;
+#else
+constexpr int seeded_times = KOVA_SANITIZED ? 250 : 2000;
+#endif
+
+// Strings of a time section, divided by "|".
+struct times {
+    std::string calendar = "gregorian";
+    std::string abday = "Sun|Mon|Tue|Wed|Thu|Fri|Sat";
+    std::string day = "Sunday|Monday|Tuesday|Wednesday|Thursday|Friday|Saturday";
+    std::string abmon = "Jan|Feb|Mar|Apr|May|Jn|Jl|Aug|Sep|Oct|Nov|Dec";
+    std::string mon = "January|February|March|April|May|Jun|June|August|September|October|"
+                      "November|December";                          // two of them begin alike
+    std::string formats = "%x %X|%d.%m.%Y|%H:%M:%S|am|pm|%I:%M %p"; // date and time, date, time, ..
+    std::string eras;
+    std::string era_formats = "%EC%Ey %m/%d|%H.%M|%Ex %EX"; // date, time, both
+    std::string digits;
+};
+inline std::vector<std::string> split(const std::string &text) {
+    std::vector<std::string> parts;
+    for (size_t at = 0; !text.empty() && at <= text.size();) {
+        const size_t bar = std::min(text.find('|', at), text.size());
+        parts.push_back(text.substr(at, bar - at));
+        at = bar + 1;
+    }
+    return parts;
+}
+
+inline locale_object with_times(locale_object object, const times &t, bool wide = false) {
+    object.time = t.calendar + "\n";
+    const auto add = [&](const std::string &list, bool counted) {
+        const std::vector<std::string> parts = split(list);
+        if (counted) object.time += std::to_string(parts.size()) + "\n";
+        for (const std::string &part : parts)
+            object.time += field(encoded(part, wide));
+    };
+    add(t.abday, false);
+    add(t.day, false);
+    add(t.abmon, true);
+    add(t.mon, true);
+    add(t.formats, false);
+    add(t.eras, true);
+    add(t.era_formats, false);
+    add(t.digits, true);
+    return object;
+}
+
+// A locale of a compiled data root.
+struct compiled_locale {
+    std::string name; // folder and file
+    ko_lc_t handle = nullptr;
+    explicit compiled_locale(const std::filesystem::path &path)
+        : name(path.parent_path().filename().string() + "/" + path.filename().string()) {
+        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
+        char *setting = set_categories(record(handle), KO_LC_ALL, path.filename().string().c_str(),
+                                       path.parent_path().string().c_str());
+        EXPECT_NE(setting, nullptr) << name;
+        ko_destroystring(setting);
+        EXPECT_EQ(*ko_ext_errno(handle), 0) << name;
+    }
+    ~compiled_locale() { ko_lc_unload(handle); }
+    compiled_locale(const compiled_locale &) = delete;
+    operator ko_lc_t() const { return handle; }
+};
+
+// Turns the quick ways of a record off within the block.
+struct engine_alone {
+    ltime &t;
+    quick_times *const kept;
+    explicit engine_alone(ko_lc_t loc)
+        : t(record(loc)->ltime_info), kept(std::exchange(t.quick, nullptr)) {}
+    ~engine_alone() { t.quick = kept; }
+    engine_alone(const engine_alone &) = delete;
+};
+
+// The objects of KOVA_TEST_ROOT.
+inline std::vector<std::filesystem::path> compiled_objects() {
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const std::filesystem::path folder = std::filesystem::path(root ? root : "") / "kova/lc11";
+    std::vector<std::filesystem::path> paths;
+    if (!root || !exists(folder)) return paths;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(folder)) {
+        if (entry.path().extension() == ".lco") paths.push_back(entry.path());
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+// ASCII text in the code set of a locale.
+inline std::vector<ko_wchar_t> in_code_set(ko_lc_t loc, std::string_view text) {
+    std::vector<ko_wchar_t> wide;
+    for (const char c : text)
+        wide.push_back(native(record(loc), c));
+    wide.push_back(0);
+    return wide;
+}
+
+#endif

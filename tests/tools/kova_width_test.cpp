@@ -1,0 +1,140 @@
+// The commands width, trim and count; and the widths of compiled locales against the charmaps that
+// they were compiled from.
+#include "support/fixture.h"
+#include "tools/command_run.h"
+
+#include <map>
+#include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+
+namespace fs = std::filesystem;
+using namespace std::string_literals;
+
+static const std::string root = env("KOVA_TEST_ROOT");
+
+static outcome run(const temp_dir &dir, const std::string &args, const std::string &in,
+                   const char *lang = "C.UTF-8") {
+    dir.write("in", in);
+    const std::string line = "cd " + dir.path + " && VANTORDIR=" + root +
+                             " KO_PATH= LC_ALL=" + lang + " " + env("KOVA_BIN_DIR") + "/kova " +
+                             args + " < in > out 2> err";
+    const int status = std::system(line.c_str());
+    return {WEXITSTATUS(status), dir.read("out"), dir.read("err")};
+}
+
+TEST(KovaWidth, WidthTrimAndCount) {
+    if (!fs::is_directory(root + "/kova/lc11")) GTEST_SKIP() << "no compiled locales: " << root;
+    const std::string head = "lines  characters  bytes  columns  file\n";
+    const struct {
+        const char *args, *lang;
+        std::string in, want;
+    } rows[] = {
+        {"width ja_JP.EUC-JP",           "C.UTF-8", "漢字a\nab\tc\n\nｱ x ",         "5\n-1\n0\n4\n"      },
+        {"width ja_JP.EUC-JP",           "C",       "\xB4\xC1\n\x8E\xB1\n",             "2\n1\n"             },
+        {"width --widest de_DE.unicode", "C.UTF-8", "ab\nabcd\n\t\n",                   "4\n"                },
+        {"width --replace de_DE.8859-1", "C.UTF-8", "a\nb€\nc\n",                     "1\n-1\n1\n"         },
+        {"width en_US.IBM037 --bytes",   "C.UTF-8", "\xC8\x89\x25\x81",                 "2\n1\n"             },
+        {"trim ja_JP.EUC-JP",            "C.UTF-8", "漢 a \t　\n \r\nb \r\n　\nx  ", "漢 a\n\r\nb\r\n\nx"},
+        {"trim de_DE.unicode --bytes",   "C.UTF-8", "\0a\0 \0\n\0 \0b"s,                "\0a\0\n\0 \0b"s     },
+        {"trim --replace de_DE.8859-1",  "C.UTF-8", "a€ \n \xFF\n",                   "a€\n \xFF\n"      },
+        {"trim de_DE.unicode - in",      "C.UTF-8", "a \n ",                            "a\na\n"             },
+        {"count ja_JP.EUC-JP",           "C.UTF-8", "Ab漢\n\nx",
+         head + "    2           6      8        5  -\n"                                                     },
+        {"count de_DE.unicode in in",    "C.UTF-8", "𝄞\n",
+         head + "    1           2      5        0  in\n    1           2      5        0  in\n"
+                "    2           4     10        0  total\n"                                                 },
+        {"count --replace de_DE.8859-1", "C.UTF-8", "a€\n",
+         head + "    1           3      5        1  -\n"                                                     },
+    };
+    const temp_dir dir;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.args + row.in);
+        const outcome got = run(dir, row.args, row.in, row.lang);
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_EQ(got.out, row.want);
+    }
+    for (const char *command : {"width", "trim", "count"}) {
+        const outcome got = run(dir, std::string(command) + " de_DE.8859-1", "a\nb€\n");
+        EXPECT_EQ(got.status, 1);
+        EXPECT_NE(got.err.find("standard input:2: byte offset 3: "), std::string::npos) << got.err;
+    }
+    EXPECT_EQ(run(dir, "trim de_DE.unicode -o in in", "a \n").status, 0);
+    EXPECT_EQ(dir.read("in"), "a\n");
+}
+
+// Lines, characters and runs of spaces across the ends of many blocks.
+TEST(KovaWidth, BlocksDoNotShow) {
+    if (!fs::is_directory(root + "/kova/lc11")) GTEST_SKIP() << "no compiled locales: " << root;
+    const temp_dir dir;
+    std::string text, trimmed, widths;
+    for (const size_t n : {0u, 70000u, 1u, 3u, 700000u, 2u}) {
+        std::string words;
+        for (size_t i = 0; i < n; ++i)
+            words += i % 3 ? "漢" : "  ";
+        words += "x";
+        text += words + std::string(2 * n, ' ') + "\n";
+        trimmed += words + "\n";
+        const size_t wide = n - (n + 2) / 3, spaces = 2 * ((n + 2) / 3) + 2 * n;
+        widths += std::to_string(2 * wide + spaces + 1) + "\n";
+    }
+    EXPECT_TRUE(run(dir, "trim de_DE.unicode", text).out == trimmed);
+    EXPECT_EQ(run(dir, "width de_DE.unicode", text).out, widths);
+}
+
+// ---- Widths as the charmaps say ----------------------------------------------------------------
+
+// Columns by code, of characters of two bytes 0x10000 and their bytes, as a charmap file has them;
+// a range of widths runs in the order of the codes.
+static std::map<unsigned, int> charmap_widths(const std::string &name) {
+    std::map<std::string, unsigned> codes;
+    std::map<unsigned, int> widths;
+    const std::string read = "gzip -dcf /usr/share/i18n/charmaps/" + name + ".gz 2> /dev/null";
+    FILE *const pipe = popen(read.c_str(), "r");
+    char line[1000], first[99], last[99];
+    for (unsigned b[3]; fgets(line, sizeof line, pipe);) {
+        const int found = sscanf(line, "<%98[^>]> /x%2x/x%2x/x%2x", first, b, b + 1, b + 2);
+        int columns;
+        if (found == 2 || found == 3) {
+            codes[first] = found == 2 ? b[0] : 0x10000 | b[0] << 8 | b[1];
+            widths[codes[first]] = 1;
+        } else if (sscanf(line, "<%98[^>]>...<%98[^>]> %d", first, last, &columns) == 3 ||
+                   (sscanf(line, "<%98[^>]> %d", last, &columns) == 2 && strcpy(first, last))) {
+            if (!codes.count(first) || !codes.count(last)) continue;
+            const auto end = widths.upper_bound(codes[last]);
+            for (auto at = widths.lower_bound(codes[first]); at != end; ++at)
+                at->second = columns;
+        }
+    }
+    pclose(pipe);
+    return widths;
+}
+
+TEST(CompiledWidths, AreThoseOfTheCharmap) {
+    if (!fs::is_directory(root + "/kova/lc11")) GTEST_SKIP() << "no compiled locales: " << root;
+    const real_variable place("VANTORDIR", root.c_str());
+    for (const std::string spec :
+         {"ja_JP.EUC-JP", "ja_JP.SHIFT_JIS", "ko_KR.EUC-KR", "zh_CN.GB2312", "zh_TW.BIG5"}) {
+        SCOPED_TRACE(spec);
+        const std::map<unsigned, int> widths = charmap_widths(spec.substr(6));
+        if (widths.empty()) GTEST_SKIP() << "no charmap of " << spec;
+        ko_lc_t loc;
+        ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0);
+        int narrow = 0, wide = 0;
+        for (const auto &[code, columns] : widths) {
+            ko_mchar_t text[4] = {ko_mchar_t(code)};
+            if (code > 0xFFFF) text[0] = ko_mchar_t(code >> 8), text[1] = ko_mchar_t(code);
+            const int got = ko_mbwidth(loc, text);
+            EXPECT_EQ(ko_wcwidth(loc, ko_wchar_t(code)), got);
+            if (code == 0) continue;
+            const bool print = im_ismctype(loc, text, KO_CT_PRINT) != 0;
+            EXPECT_EQ(got, print ? columns : -1) << code;
+            EXPECT_TRUE(print || code < 0x100); // only controls are not printable
+            narrow += got == 1;
+            wide += got == 2;
+        }
+        EXPECT_GE(narrow, 95);
+        EXPECT_GE(wide, 6000);
+        ko_lc_unload(loc);
+    }
+}

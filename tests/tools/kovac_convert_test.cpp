@@ -1,0 +1,349 @@
+// The conversion compiler: its sources, the objects it writes, and what the library makes of them.
+#include "kovac/kovac_convert.h"
+
+#include "support/conversion_builder.h"
+
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <set>
+
+using namespace kovac;
+
+// A pair of mapping files, compiled both ways into a root of its own.
+struct pair_job {
+    temp_dir dir;
+    std::string log;
+    diagnostics diag{.sink = &log};
+    convert_options opt;
+    pair_job(const std::string &from, const std::string &to) {
+        opt.from = from.find('\n') == from.npos ? from : dir.write("a.map", from);
+        opt.to = to.find('\n') == to.npos ? to : dir.write("b.map", to);
+        opt.root = dir.path + "/root";
+        opt.both = true;
+    }
+    convert_status run() { return run_convert(opt, {"/usr/share/i18n/charmaps"}, diag); }
+    std::string object(const std::string &name) const {
+        return dir.read("root/kova/cv9/" + name + ".cvo");
+    }
+    std::string there() const { return object(name(opt.from) + "_" + name(opt.to)); }
+    std::string home() const { return object(name(opt.to) + "_" + name(opt.from)); }
+    static std::string name(const std::string &option) {
+        const std::string base = option.substr(option.rfind('/') + 1);
+        return base.substr(0, base.rfind('.'));
+    }
+};
+
+// Which sides are stateful; the lengths of targets, shifted and plain sources; checks and ratio.
+static std::string loaded_fields(const std::string &object) {
+    const cv_record cv(object);
+    if (cv.result != 0) return "does not load";
+    const iconv_rec *r = cv.rec();
+    return format("%d%d %d-%d %d-%d %d-%d %d %g", r->source_is_stateful, r->target_is_stateful,
+                  r->target_min_len, r->target_max_len, r->source_shift_min_len,
+                  r->source_shift_max_len, r->source_noshift_min_len, r->source_noshift_max_len,
+                  r->needs_error_checking, double(r->exp_ratio));
+}
+
+static std::string byte_set(uint32_t first_high) {
+    std::string text;
+    for (uint32_t b = 0; b < 256; ++b)
+        text += format("%02x\tU+%04X\n", b, b < 0x80 ? b : first_high + b - 0x80);
+    return text;
+}
+
+static const char *const host = "shift 0e 0f\n00\tU+0000\nc1\tU+0041\n6f\tU+003F\n"
+                                "4141\tU+3042\t0\n4142\tU+3044\n";
+
+// ---- figures -----------------------------------------------------------------------------------
+
+TEST(KovacConvert, ComputesTheFiguresOfTheRecordFromTheEntries) {
+    const auto check = [](const std::string &from, const std::string &to, const char *there,
+                          const char *home) {
+        pair_job job(from, to);
+        ASSERT_EQ(job.run(), convert_status::done) << job.log;
+        EXPECT_EQ(loaded_fields(job.there()), there) << from << to;
+        EXPECT_EQ(loaded_fields(job.home()), home) << from << to;
+    };
+    const std::string bytes = byte_set(0xA0), two = "41\tU+0041\n81\tU+3042\n";
+    check(bytes, bytes, "00 1-1 0-0 1-1 0 1", "00 1-1 0-0 1-1 0 1"); // every byte comes back
+    check("41\tU+0041\n", bytes, "00 1-1 0-0 1-1 1 1", "00 1-1 0-0 1-1 1 1"); // a null is added
+    check(two, "41\tU+0041\n8fa1a1\tU+3042\n", "00 1-3 0-0 1-1 1 3", "00 1-1 0-0 1-3 1 1");
+    check(two, host, "01 1-2 0-0 1-1 1 4", "10 1-1 2-2 1-1 1 1"); // in, pair, out
+    check("8141\tU+0041\n8142\tU+3042\n", "utf8", "00 1-3 0-0 2-2 1 1.5", "00 2-2 0-0 1-3 1 2");
+    check("00\tU+0000\n81\tU+20000\n", "unicode", "00 2-4 0-0 1-1 1 4", // a pair of units
+          "00 1-1 0-0 2-4 1 0.5");
+}
+
+// ---- conversions -------------------------------------------------------------------------------
+
+TEST(KovacConvert, MarksWhatDoesNotComeBackAndEndsAtTheTerminator) {
+    // 80 and 41 are both A; 81 is a fallback's target; 82 comes from its bytes only.
+    const std::string from = "41\tU+0041\n80\tU+0041\t3\n81\tU+0042\n82\tU+0043\t3\n90\tU+00E9\n";
+    const std::string to = "61\tU+0041\n62\tU+0042\n62\tU+0043\t1\n7a\tU+005A\n";
+    pair_job job(from, to);
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    const cv_record cv(job.there());
+    static const struct {
+        const char *in;
+        cv_outcome want;
+    } rows[] = {
+        {"A\x81", {0, "ab", 2, 0, 0}        },
+        {"A\x80", {0, "aa", 2, 1, 0}        },
+        {"\x82",  {0, "b", 1, 1, 0}         },
+        {"A\x90", {-1, "a", 1, 0, KO_EILSEQ}},
+    };
+    for (const auto &r : rows)
+        EXPECT_EQ(convert(cv, r.in, 9), r.want) << testing::PrintToString(r.in);
+    EXPECT_EQ(convert(cv, std::string("A\0A", 3), 9, nullptr, -1),
+              (cv_outcome{0, std::string("a\0", 2), 2, 0, 0}));
+}
+
+TEST(KovacConvert, SubstitutesWhatHasNoMapping) {
+    pair_job job("41\tU+0041\n8141\tU+3046\n8142\tU+3042\n", host);
+    job.opt.substitute = "6f";
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    EXPECT_EQ(convert(cv_record(job.there()), "\x81\x41", 9), (cv_outcome{0, "\x6f", 2, 1, 0}));
+    job.opt.substitute = "4141"; // a pair between shift codes
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    conv_state st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv_record(job.there()), "\x81\x41\x41", 9, &st),
+              (cv_outcome{0, "\x0e\x41\x41\x0f\xc1", 3, 1, 0}));
+
+    pair_job bytes("41\tU+0041\n", "61\tU+0041\n"); // a byte without a character, too
+    bytes.opt.substitute = "61";
+    ASSERT_EQ(bytes.run(), convert_status::done) << bytes.log;
+    EXPECT_EQ(convert(cv_record(bytes.there()), "\xff", 9), (cv_outcome{0, "a", 1, 1, 0}));
+}
+
+TEST(KovacConvert, CarriesShiftStatesAndKeepsWithinTheOutputLength) {
+    pair_job job(host, "41\tU+0041\n81\tU+3042\n82\tU+3044\n3f\tU+003F\n");
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    const cv_record decode(job.there()), encode(job.home());
+    EXPECT_EQ(decode.rec()->smiconv_fp, db_smiconv);
+    conv_state st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(decode, "\x0f\xc1\x0e\x41\x41\x41\x42\x0f\x6f", 9, &st), // lone shift-in
+              (cv_outcome{0, "A\x81\x82?", 9, 0, 0}));
+    // Any text in any two pieces fits into the length that is told for each piece.
+    for (const std::string text :
+         {"\x81", "A\x81", "\x81\101", "A\x81\101A\x82", "\x81\x82\101A"}) {
+        for (size_t cut = 0; cut <= text.size(); ++cut) {
+            conv_state split = {1, cut == text.size(), 0, 0, nullptr};
+            std::string out;
+            for (const std::string &piece : {text.substr(0, cut), text.substr(cut)}) {
+                const int room = ko_cv_outbuflen(encode.cd, int(piece.size()));
+                const cv_outcome one = convert(encode, piece, room, &split);
+                EXPECT_EQ(one.result, 0) << testing::PrintToString(text) << cut;
+                out += one.out;
+                split = {split.first_frag && piece.empty(), 1, split.source_state,
+                         split.target_state, nullptr};
+            }
+            conv_state back = {1, 1, 0, 0, nullptr};
+            EXPECT_EQ(convert(decode, out, 20, &back).out, text);
+        }
+    }
+
+    pair_job shifted(host, "shift 0e 0f\n00\tU+0000\n41\tU+0041\n3f\tU+003F\n5151\tU+3042\n"
+                           "52\tU+3044\n");
+    ASSERT_EQ(shifted.run(), convert_status::done) << shifted.log;
+    st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv_record(shifted.there()), "\xc1\x0e\x41\x41\x41\x42\x0f\xc1", 20, &st).out,
+              "A\x0e\x51\x51\x0f\x52\101");
+}
+
+TEST(KovacConvert, BuiltInFormsCoverTheirPlanes) {
+    pair_job job("utf8", "unicode");
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    const cv_record there(job.there()), home(job.home());
+    const std::string text = "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd";
+    const cv_outcome units = convert(there, text, 20);
+    EXPECT_EQ(units, (cv_outcome{0, std::string("\0A\0\xe9\x20\xac\xff\xfd", 8), 9, 0, 0}));
+    EXPECT_EQ(convert(home, units.out, 20).out, text);
+    EXPECT_EQ(convert(there, "\xf0\x9f\x98\x80", 20).out, std::string("\xd8\x3d\xde\x00", 4));
+    EXPECT_EQ(convert(home, "\xd8\x40\xdc\x01", 20).error, KO_EILSEQ); // beyond the second plane
+    EXPECT_EQ(convert(there, "\xed\xa0\x80", 20).error, KO_EILSEQ);    // a surrogate
+    EXPECT_EQ(convert(there, "\xe2\x82", 20).error, KO_EINVAL);
+    for (uint32_t code : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
+        const char_bytes bytes = utf8_bytes(code);
+        std::string utf8;
+        for (unsigned i = bytes.len; i-- > 0;)
+            utf8 += char(bytes.value >> 8 * i & 0xFF);
+        size_t at = 0;
+        EXPECT_EQ(utf8_code(utf8, at), code);
+        EXPECT_EQ(at + 1, utf8.size());
+    }
+    EXPECT_EQ(unicode_bytes(0x1F600).value, 0xD83DDE00u);
+}
+
+// ---- sources -----------------------------------------------------------------------------------
+
+static std::string ucm(const std::string &states, const std::string &lines) {
+    return "<code_set_name> \"x\"\n<mb_cur_max> 2\n<uconv_class> \"MBCS\"\n<subchar> \\x3F\n" +
+           states + "CHARMAP\n" + lines + "END CHARMAP\n";
+}
+
+TEST(KovacConvert, ReadsUcmTablesWithTheirFlagsAndStates) {
+    const std::string states = "<icu:state> 0-7f, 81:1\n<icu:state> 40-7e, 80-fc\n";
+    pair_job job(ucm(states, "<U0000> \\x00 |0\n<U0041> \\x41 |0\n<U3042> \\x81\\x40 |0 # kana\n"
+                             "<UFF21> \\x41 |1\n<U00E9> \\x3F |2\n<U3044> \\x81\\x41 |3\n"
+                             "<U304B><U309A> \\x81\\x42 |0\n"),
+                 "unicode");
+    ASSERT_EQ(job.run(), convert_status::done) << job.log;
+    const cv_record there(job.there()), home(job.home());
+    EXPECT_EQ(convert(there, "A\x81\x40", 9).out, std::string("\0A\x30\x42", 4));
+    EXPECT_EQ(convert(there, "\x81\x41", 9), (cv_outcome{0, "\x30\x44", 2, 1, 0}));
+    EXPECT_EQ(convert(there, "\x81\x42", 9).error, KO_EILSEQ);
+    EXPECT_EQ(convert(home, "\xff\x21", 9), (cv_outcome{0, "A", 2, 1, 0}));
+    EXPECT_EQ(convert(home, std::string("\0\xe9", 2), 9), (cv_outcome{0, "?", 2, 1, 0}));
+    EXPECT_EQ(convert(home, "\x30\x44", 9).error, KO_EILSEQ);
+
+    pair_job shifted(ucm("<icu:state> 0-ff, e:1.s, f:0.s\n"
+                         "<icu:state> initial, 0-3f:3, e:1.s, f:0.s, 40:2, 41-fe:2, ff:3\n"
+                         "<icu:state> 0-3f:1.i, 40-fe:1., ff:1.i\n<icu:state> 0-ff:1.i\n",
+                         "<U0041> \\xC1 |0\n<U3042> \\x41\\x42 |0\n"),
+                     "unicode");
+    ASSERT_EQ(shifted.run(), convert_status::done) << shifted.log;
+    conv_state st = {1, 1, 0, 0, nullptr};
+    EXPECT_EQ(convert(cv_record(shifted.there()), "\xc1\x0e\x41\x42\x0f", 9, &st).out,
+              std::string("\0A\x30\x42", 4));
+}
+
+TEST(KovacConvert, KeepsLongCharactersOfCharmaps) {
+    const temp_dir dir;
+    const std::string path = dir.write(
+        "cs", "<code_set_name> \"LONG\"\n<escape_char> /\nCHARMAP\n<U0000>..<U007F> /x00\n"
+              "<U3042> /x8f/xa1/xa1\n%IRREVERSIBLE%<U3042> /x8e/xa1/xa1/xa1\n<U3044> /xa1/xa1\n"
+              "END CHARMAP\n");
+    std::string log;
+    diagnostics diag{.sink = &log};
+    conv_set set;
+    ASSERT_EQ(load_set({}, path, nullptr, diag, set), convert_status::done) << log;
+    EXPECT_EQ(set.names, std::vector<std::string>{"LONG"});
+    EXPECT_EQ(set.codes.size(), 131u);
+    EXPECT_EQ(set.bytes.at(0x3042), (char_bytes{false, 3, 0x8FA1A1}));
+    EXPECT_EQ(set.codes.at({false, 4, 0x8EA1A1A1}), 0x3042u);
+}
+
+TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
+    const auto check = [](const std::string &from, const std::string &to, const char *message,
+                          convert_status status = convert_status::source,
+                          const char *substitute = "") {
+        pair_job job(from, to);
+        job.opt.substitute = substitute;
+        EXPECT_EQ(job.run(), status) << from;
+        EXPECT_NE(job.log.find(message), std::string::npos) << job.log;
+        EXPECT_FALSE(std::filesystem::exists(job.opt.root)) << from;
+    };
+    const std::string a = "41\tU+0041\n", set = "unicode";
+    std::string states;
+    for (int i = 0; i < 129; ++i)
+        states += "<icu:state> 0-7f\n";
+    check("4\tU+0041\n", set, "a.map:1:1: error: the bytes of a character");
+    check("41 U+0041\n41\tU+D800\n", set, ":2:4: error: a code point is expected");
+    check("41\tU+0041\t7\n", set, ":1:11: error: the flag");
+    check("shift 0e 0f\n818283\tU+3042\n", set, "one or two bytes");
+    check("shift 0e\n", set, "two bytes");
+    check("# nothing\n", set, "no characters");
+    check("81\tU+0041\n8140\tU+3042\n", set, "8140 begins with another");
+    check(ucm("<icu:state> 0-7f, 81:1\n<icu:state> 40-7e\n", "<U3042> \\x81\\x80 |0\n"), set,
+          "does not lead through");
+    check(ucm("<icu:state> 0-1ff\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
+    check(ucm("<icu:state> 0-ff:80\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
+    check(ucm(states, "<U0041> \\x41 |0\n"), set, "more than 128 states");
+    check("shift 0e 0e\n", set, "must differ");
+    check(ucm("", "<U0041> \\x41 |9\n"), set, "the flag");
+    check(a, set, "two hexadecimal digits", convert_status::usage, "0");
+    check(a, set, "two hexadecimal digits", convert_status::usage, " 4");
+    check(a, a, "no character of", convert_status::source, "42");
+    check("utf8", "UTF-8", "one code set", convert_status::usage);
+    check("no-such-set", "utf8", "no code set \"no-such-set\"", convert_status::file);
+}
+
+TEST(KovacConvert, AsksTheConverterOfTheCLibrary) {
+    conv_set whole, pairs, single;
+    if (!read_libc_set("IBM933", set_part::whole, whole)) GTEST_SKIP() << "no converter of IBM933";
+    ASSERT_TRUE(read_libc_set("IBM933", set_part::pairs, pairs));
+    ASSERT_TRUE(read_libc_set("IBM933", set_part::single, single));
+    EXPECT_TRUE(whole.stateful);
+    EXPECT_FALSE(pairs.stateful || single.stateful);
+    EXPECT_EQ(whole.codes.size(), pairs.codes.size() + single.codes.size());
+    EXPECT_EQ(whole.codes.at({false, 1, 0xC1}), uint32_t('A'));
+    EXPECT_EQ(whole.bytes.at(0xAC00).len, 2);
+    EXPECT_TRUE(whole.bytes.at(0xAC00).shifted);
+    EXPECT_EQ(pairs.codes.at(pairs.bytes.at(0xAC00)), 0xAC00u);
+    EXPECT_FALSE(whole.codes.count({false, 1, 0x0E}));
+    conv_set none;
+    EXPECT_FALSE(read_libc_set("no-such-set", set_part::whole, none));
+}
+
+// ---- files -------------------------------------------------------------------------------------
+
+TEST(KovacConvert, WritesTheSameBytesUnderNumbersAndNames) {
+    pair_job first("ISO-8859-1", "utf8"), second("latin1", "UTF-8"), third("utf8", "unicode");
+    first.opt.from_names = {"8859-1"};
+    ASSERT_EQ(first.run(), convert_status::done) << first.log;
+    ASSERT_EQ(second.run(), convert_status::done) << second.log;
+    const std::string object = first.object("0333e01c");
+    EXPECT_TRUE(object.starts_with("FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=9\n"
+                                   "HEADER_LENGTH=7\nFROM=charmap ISO-8859-1\nTO=utf8\n"));
+    for (const char *name : {"ISO-8859-1_utf8", "iso-8859-1_utf-8", "8859-1_UTF-8"})
+        EXPECT_EQ(first.object(name), object) << name;
+    EXPECT_EQ(second.object("0333e01c"), object);
+    EXPECT_EQ(second.object("latin1_utf-8"), object);
+    EXPECT_NE(first.object("e01c0333"), object);
+    EXPECT_FALSE(first.object("utf8_ISO-8859-1").empty());
+    for (const auto &file : std::filesystem::recursive_directory_iterator(first.opt.root))
+        EXPECT_NE(file.path().extension(), ".new");
+    // A name that cannot stand in a file name.
+    third.opt.from = third.dir.write("a b:c.map", "41\tU+0041\n");
+    ASSERT_EQ(third.run(), convert_status::done) << third.log;
+    EXPECT_FALSE(third.object("a_b_c_unicode").empty());
+}
+
+TEST(KovacConvert, CommandReportsAndExitsWithTheStatusItDocuments) {
+    const temp_dir dir;
+    const std::string a = dir.write("a.map", "41\tU+0041\n80\tU+0041\t3\n81\tU+3042\n");
+    const std::string b = dir.write("b.map", "61\tU+0041\n");
+    const char *bin = getenv("KOVA_BIN_DIR");
+    const std::string kovac = std::string(bin ? bin : ".") + "/kovac convert";
+    const std::string root = " -o " + dir.path;
+    const struct {
+        std::string arguments;
+        int status;
+        const char *output;
+    } rows[] = {
+        {" -f " + a + " -t " + b + root + " --report", 0,
+         "a to b: 3 characters convert, 1 of them by substitution, 1 have no mapping\n"
+         "irreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n"           },
+        {" -f " + a + root,                            2, "--to is required"  },
+        {" -f utf8 -t utf8" + root,                    2, "one code set"      },
+        {" -f utf8 -t latin1 --to-name ../x" + root,   2, "cannot name a file"},
+        {" -f utf8 -t /usr" + root,                    3, "cannot read"       },
+        {" -f " + a + " -t /no/such.map" + root,       3, "no code set"       },
+        {" -f " + a + " -t utf8 -o /dev/null",         3, "cannot write"      },
+    };
+    for (const auto &r : rows) {
+        const int status = system((kovac + r.arguments + " >" + dir.path + "/log 2>&1").c_str());
+        EXPECT_EQ(WEXITSTATUS(status), r.status) << r.arguments;
+        EXPECT_NE(dir.read("log").find(r.output), std::string::npos) << dir.read("log");
+    }
+}
+
+// Every object of the data root loads, and what it converts exactly comes back.
+TEST(KovacConvert, EveryCompiledObjectLoads) {
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const std::filesystem::path dir = std::filesystem::path(root ? root : "") / "kova/cv9";
+    if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no compiled conversions";
+    int objects = 0;
+    for (const auto &file : std::filesystem::directory_iterator(dir)) {
+        const std::string name = file.path().filename().string();
+        if (name.size() != 12 || name.find('_') != name.npos) continue; // names are links
+        std::string text;
+        ASSERT_TRUE(read_whole(file.path().string(), text));
+        const cv_record cv(text);
+        EXPECT_EQ(cv.result, 0) << name;
+        EXPECT_GT(cv.rec()->exp_ratio, 0.0f) << name;
+        ++objects;
+    }
+    EXPECT_GT(objects, 80);
+}

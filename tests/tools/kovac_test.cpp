@@ -1,0 +1,629 @@
+// The locale compiler: charmaps, the lexer, every category but collation, diagnostics, the registry
+// and the objects as the library reads them.
+#include "kovac/kovac_locale.h"
+#include "kovac/kovac_registry.h"
+#include "kovac/kovac_write.h"
+
+#include "support/fixture.h"
+
+#include <sys/wait.h>
+#include <zlib.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+using namespace kovac;
+using namespace std::string_literals;
+
+// A locale source in parts, so that a test replaces what it is about.
+struct source_parts {
+    std::string ctype = "upper A;B\nlower a;b\ntoupper (a,A);(b,B)\ntolower (A,a);(B,b)\n";
+    std::string collate = "order_start forward\n<U0000>\n<U0041>\n<U0061>\n<U0042>\n<U0062>\n"
+                          "order_end\n";
+    std::string numeric = "decimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\n";
+    std::string monetary = "int_curr_symbol \"XXX \"\nfrac_digits 2\nn_sign_posn -1\n";
+    std::string time =
+        "abday \"s\";\"m\";\"t\";\"w\";\"h\";\"f\";\"a\"\n"
+        "day \"S\";\"M\";\"T\";\"W\";\"H\";\"F\";\"A\"\n"
+        "abmon \"1\";\"2\";\"3\";\"4\";\"5\";\"6\";\"7\";\"8\";\"9\";\"a\";\"b\";\"c\"\n"
+        "mon \"1\";\"2\";\"3\";\"4\";\"5\";\"6\";\"7\";\"8\";\"9\";\"a\";\"b\";\"c\"\n"
+        "d_t_fmt \"%c\"\nd_fmt \"%x\"\nt_fmt \"%X\"\nam_pm \"am\";\"pm\"\n";
+    std::string messages = "yesexpr \"^[yY]\"\nnoexpr \"^[nN]\"\n";
+    std::string text() const {
+        std::string out = "comment_char %\nescape_char /\n";
+        const std::pair<const char *, const std::string &> all[] = {
+            {"LC_CTYPE",    ctype   },
+            {"LC_COLLATE",  collate },
+            {"LC_NUMERIC",  numeric },
+            {"LC_MONETARY", monetary},
+            {"LC_TIME",     time    },
+            {"LC_MESSAGES", messages},
+        };
+        for (const auto &[name, body] : all)
+            out += std::string(name) + "\n" + body + "END " + name + "\n\n";
+        return out;
+    }
+};
+
+// ASCII, some letters of Latin and two double-byte characters.
+static std::string small_charmap() {
+    return "<code_set_name> SMALL\n<comment_char> %\n<escape_char> /\nCHARMAP\n"
+           "<U0000>..<U007F> /x00 ascii\n"
+           "<U00C4> /xc4 capital\n<U00E4> /xe4 small\n<U00A0> /xa0\n"
+           "<U3042> /x81/x40 kana\n<U3044> /x81/x41\n"
+           "END CHARMAP\nWIDTH\n<U3042>...<U3044> 2\nEND WIDTH\n";
+}
+
+// One compilation in memory.
+struct compilation {
+    temp_dir dir;
+    std::string log;
+    diagnostics diag{.sink = &log};
+    source_set set;
+    charmap map;
+    locale_object object;
+
+    compilation(const source_parts &parts, const std::string &charmap_text = small_charmap()) {
+        set.dirs = {dir.path};
+        dir.write("main", parts.text());
+        dir.write("cs", charmap_text);
+    }
+    bool run() {
+        set.main = load_source(set, diag, "main", {});
+        return set.main && load_charmap({dir.path}, "cs", diag, map) &&
+               compile_locale(set, map, diag, object, nullptr);
+    }
+    unsigned mask(uint32_t code) {
+        const charmap_char *c = find_code(map, code);
+        return c ? object.ctype.masks[size_t(c - map.chars.data())] : 0xFFFFu;
+    }
+    std::pair<unsigned, unsigned> partners(uint32_t code) {
+        const charmap_char *c = find_code(map, code);
+        const auto pair = object.ctype.pairs[object.ctype.case_index[size_t(c - map.chars.data())]];
+        return {pair.first, pair.second};
+    }
+};
+
+// ---- charmaps ----------------------------------------------------------------------------------
+
+static std::string in_charmap(const std::string &body, const std::string &widths = "") {
+    return "<code_set_name> \"X-1\"\n<escape_char> /\n<comment_char> %\nCHARMAP\n" + body +
+           "END CHARMAP\n" + widths;
+}
+
+static bool load_text(const std::string &contents, charmap &map, std::string *log) {
+    const temp_dir dir;
+    dir.write("cs", contents);
+    diagnostics diag{.sink = log};
+    return load_charmap({dir.path}, "cs", diag, map);
+}
+
+TEST(KovacCharmap, ReadsRangesWidthsAndOneWayLines) {
+    charmap map;
+    std::string log;
+    const std::string body = "<U0020>..<U007E> /x20\n"
+                             "%IRREVERSIBLE%<U0041> /x80\n" // 0x80 means A, A stays 0x41
+                             "<U4E00>..<U4E05> /xb0/xfd\n"  // runs over the end of a row
+                             "%IRREVERSIBLE%<U2016> /xa1/xc2\n<U2225> /xa1/xc2\n"
+                             "<U20000> /x8f/xa1/xa1\n<j08>...<j11> /x90/d010\n";
+    ASSERT_TRUE(load_text(in_charmap(body, "WIDTH\n<U4E00>...<U4E02> 2\n<U0041> 0\nEND WIDTH\n"),
+                          map, &log))
+        << log;
+    EXPECT_EQ(map.name, "X-1");
+    EXPECT_EQ(map.long_chars, 1);
+    EXPECT_EQ(map.min_len, 1);
+    EXPECT_EQ(map.max_len, 2);
+    EXPECT_EQ(find_code(map, 'A')->wide, 0x41);
+    EXPECT_EQ(find_code(map, 'A')->width, 0);
+    EXPECT_EQ(find_wide(map, 0x80)->code, uint32_t('A'));
+    EXPECT_EQ(find_code(map, 0x4E03)->wide, 0xB100);
+    EXPECT_EQ(find_code(map, 0x4E02)->width, 2);
+    EXPECT_EQ(find_code(map, 0x4E03)->width, 1);
+    EXPECT_EQ(find_wide(map, 0xA1C2)->code, 0x2225u); // the plain line decides
+    EXPECT_EQ(find_code(map, 0x2016)->wide, 0xA1C2);
+    EXPECT_EQ(find_code(map, 0x20000), nullptr);
+    EXPECT_EQ(find_code(map, map.names.at("j10"))->wide, 0x900C);
+    EXPECT_NE(find_wide(map, 0), nullptr) << "every code set has a null character";
+    for (size_t i = 1; i < map.chars.size(); ++i) {
+        const charmap_char &a = map.chars[i - 1], &b = map.chars[i];
+        EXPECT_LT(std::pair(a.len, a.wide), std::pair(b.len, b.wide));
+    }
+}
+
+TEST(KovacCharmap, RefusesWhatItCannotRead) {
+    static const std::pair<const char *, const char *> rows[] = {
+  // what follows the set's name
+        {"",                                                                    "no characters"   },
+        {"CHARMAP\n<U0041>\nEND CHARMAP\n",                                     "bytes"           },
+        {"CHARMAP\n<U0041 /x41\nEND CHARMAP\n",                                 "closing"         },
+        {"CHARMAP\n<U0041> /x41\n",                                             "no END"          },
+        {"CHARMAP\n<U0045>..<U0041> /x41\nEND CHARMAP\n",                       "before its start"},
+        {"CHARMAP\n<x1>..<y2> /x41\nEND CHARMAP\n",                             "count up"        },
+        {"CHARMAP\n<U0041> /x41\n<U0042> /x41/x42\nEND CHARMAP\n",              "begins another"  },
+        {"nonsense\n",                                                          "is expected"     },
+        {"CHARMAP\n<U0000>..<UFFFE> /x00\nEND CHARMAP\n",                       "more than 1 byte"},
+        {"CHARMAP\n<A01>...<A02> /xff/xff\nEND CHARMAP\n",                      "more than 2 byte"},
+        {"CHARMAP\n<XFFFFFFF0>..<XFFFFFFFF> /xf1\nEND CHARMAP\n",               "more than 1 byte"},
+        {"CHARMAP\n<U0000>..<U7FFFFFFF> /x00\nEND CHARMAP\n",                   "131071"          },
+        {"CHARMAP\n<U0041> /x41/x42/x43/x44/x45\nEND CHARMAP\n",                "at most four"    },
+        {"CHARMAP\n<> /x41\nEND CHARMAP\n",                                     "1 to 128 bytes"  },
+        {"CHARMAP\n<U0041> /x41\nEND CHARMAP\nWIDTH\n<U0041> 101\nEND WIDTH\n", "0 to 100"        },
+    };
+    charmap nameless, crowded;
+    std::string log, many = "<code_set_name> X\n<escape_char> /\nCHARMAP\n";
+    for (int i = 0; i < 10; ++i)
+        many += "<U0000>..<U1FFFF> /x80/x00/x00\n";
+    EXPECT_FALSE(load_text(many + "END CHARMAP\n", crowded, &log));
+    EXPECT_NE(log.find(":13:10: error: more than 1179648 characters"), std::string::npos) << log;
+    EXPECT_FALSE(
+        load_text("<escape_char> /\nCHARMAP\n<U0041> /x41\nEND CHARMAP\n", nameless, &log));
+    EXPECT_NE(log.find("<code_set_name>"), std::string::npos) << log;
+    for (const auto &[text, message] : rows) {
+        charmap map;
+        log.clear();
+        EXPECT_FALSE(load_text("<code_set_name> X\n<escape_char> /\n"s + text, map, &log)) << text;
+        EXPECT_NE(log.find(message), std::string::npos) << log;
+    }
+}
+
+TEST(KovacCharmap, TakesGzipAndBuildsUnicodeFromUnits) {
+    const temp_dir dir;
+    const std::string packed = dir.path + "/UTF-8.gz";
+    gzFile out = gzopen(packed.c_str(), "wb");
+    const std::string contents = in_charmap("<U0041> /x41\n", "WIDTH\n<U3040>...<U309F> 2\n"
+                                                              "<U1F600>...<U1F64F> 2\nEND WIDTH\n");
+    ASSERT_EQ(gzwrite(out, contents.data(), unsigned(contents.size())), int(contents.size()));
+    gzclose(out);
+    charmap map, units;
+    diagnostics diag;
+    ASSERT_TRUE(load_charmap({dir.path}, "UTF-8", diag, map));
+    EXPECT_EQ(map.chars.size(), 2u);
+    ASSERT_TRUE(load_charmap({dir.path}, "unicode", diag, units));
+    EXPECT_EQ(units.chars.size(), 0x10000u);
+    EXPECT_EQ(find_code(units, 0x3042)->width, 2);
+    EXPECT_EQ(find_code(units, 0xD800)->len, 2); // halves of pairs are characters, too
+    EXPECT_EQ(find_wide(units, 0x41)->len, 2);
+}
+
+// ---- lexer -------------------------------------------------------------------------------------
+
+static std::string spelled(const token &t) {
+    const std::string body(t.text);
+    static const std::map<tok, const char *> signs = {
+        {tok::semicolon, ";"  },
+        {tok::comma,     ","  },
+        {tok::open,      "("  },
+        {tok::close,     ")"  },
+        {tok::end_line,  "|"  },
+        {tok::bad,       "bad"},
+        {tok::end_file,  "end"}
+    };
+    if (signs.count(t.kind)) return signs.at(t.kind);
+    if (t.kind == tok::word) return "word:" + body;
+    if (t.kind == tok::string) return "string:" + body;
+    if (t.kind == tok::number) return "number:" + std::to_string(int(t.value));
+    if (t.kind == tok::bytes) return format("bytes%d:%x", t.dots, t.value);
+    if (t.kind == tok::ellipsis) return format("dots%d/%u", t.dots, t.value);
+    return t.value == no_code ? "<" + body + ">" : format("U%X", t.value);
+}
+
+static std::string spelled_tokens(const char *text, std::string *log) {
+    const source_file file{.path = "dir/src", .name = "src", .text = text};
+    diagnostics diag{.sink = log};
+    lexer lex = open_lexer(file, diag);
+    std::string got;
+    for (;;) {
+        const token t = next_token(lex);
+        if (t.kind == tok::end_file && !got.empty()) break;
+        got += (got.empty() ? "" : " ") + spelled(t);
+        if (t.kind == tok::end_file) break;
+    }
+    return got;
+}
+
+TEST(KovacLexer, CutsSourcesIntoTokens) {
+    static const struct {
+        const char *source, *want;
+    } rows[] = {
+        {"a-b  -12;(<U0041>,<U0001F600>)",                             "word:a-b number:-12 ; ( U41 , U1F600 ) |"},
+        {"x # more \\\n y\nz",                                         "word:x word:y | word:z |"                },
+        {"# a comment\n\n  # another\nx",                              "word:x |"                                },
+        {"x # rest\ny",                                                "word:x | word:y |"                       },
+        {"comment_char %\nescape_char /\n% no\na /\n% inside\n  b\n#", "word:a word:b | word:# |"                },
+        {"<a>..<b>;<c>....<d>;<e>..(2)..<f>;...",
+         "<a> dots2/1 <b> ; <c> dots4/1 <d> ; <e> dots2/2 <f> ; dots3/1 |"                                       },
+        {"\\x41\\d066\\103 \\x81\\x40",                                "bytes3:414243 bytes2:8140 |"             },
+        {"\"one\\\n  two\" \"a\\\"b\"",                                "string:one\\\n  two string:a\\\"b |"     },
+        {"<a\\>b> \xC3\xA4 \xE3\x81\x82",                              "<a>b> UE4 U3042 |"                       },
+        {"\"open\nnext",                                               "bad | word:next |"                       },
+        {"<open\nnext",                                                "bad | word:next |"                       },
+        {"..... ..(0).. .",                                            "bad bad"                                 },
+        {"\\x41\\x42\\x43\\x44\\x45",                                  "bad |"                                   },
+        {"",                                                           "end"                                     },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.source);
+        std::string log;
+        EXPECT_EQ(spelled_tokens(r.source, &log).substr(0, strlen(r.want)), r.want);
+        EXPECT_EQ(!log.empty(), strstr(r.want, "bad") != nullptr) << log;
+    }
+    std::string log;
+    spelled_tokens("a\n\tb <x\nc", &log);
+    EXPECT_EQ(log, "dir/src:2:4: error: symbol without its closing \">\"\n"
+                   "    \tb <x\n    \t  ^\n");
+}
+
+// ---- categories --------------------------------------------------------------------------------
+
+TEST(KovacCtype, FillsClassesAsTheSourceSays) {
+    static const struct {
+        const char *ctype;
+        uint32_t code;
+        unsigned want;
+    } rows[] = {
+        {"upper A\nlower a\n",                                              'A',    0x0385},
+        {"upper <U0041>..<U0043>\nlower a\n",                               'B',    0x0385},
+        {"upper <U0041>;...;<U0043>\nlower a\n",                            'C',    0x0385},
+        {"upper /x41\nlower a\n",                                           'A',    0x0385},
+        {"upper <U0041>..(2)..<U0045>\nlower a\n",                          'B',    0x0380},
+        {"upper <U0041>..(2)..<U0045>\nlower a\n",                          'C',    0x0385},
+        {"upper <U1F600>..<U1F610>;A;<nothing>\nlower a\n",                 'A',    0x0385},
+        {"punct <U00C4>...<U00E4>\n",                                       0xE4,   0x01C0},
+        {"",                                                                'Q',    0x0185}, // left out: ASCII
+        {"",                                                                '7',    0x0388},
+        {"",                                                                'f',    0x0386},
+        {"",                                                                ' ',    0x0510},
+        {"",                                                                '\t',   0x0410},
+        {"",                                                                0,      0     },
+        {"cntrl <U0000>..<U001F>\n",                                        0,      0x0020},
+        {"print <U0020>\ngraph <U00A0>\n",                                  0xA0,   0x0180},
+        {"",                                                                0x3042, 0x0800}, // full_width
+        {"class \"kana\"; <U3042>\n",                                       0x3042, 0x1800},
+        {"charclass one;two\none <U00C4>\ntwo <U00C4>;<U00E4>\n",           0xC4,   0x3000},
+        {"translit_start\n<U00C4> \"A\"\ntranslit_end\noutdigit <U0030>\n", 0xC4,   0     },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.ctype);
+        source_parts parts;
+        parts.ctype = r.ctype;
+        compilation job(parts);
+        ASSERT_TRUE(job.run()) << job.log;
+        EXPECT_EQ(job.mask(r.code), r.want) << r.code;
+        EXPECT_EQ(job.diag.warnings, 0) << job.log;
+    }
+}
+
+TEST(KovacCtype, ReportsClassesBeyondTheFourthAndKeepsTheRest) {
+    source_parts parts;
+    parts.ctype = "charclass c1;c2;none;c3;c4;c5\nc1 a\nc2 a\nc3 a\nc4 a\nc5 a\nnone <UAC00>\n";
+    compilation job(parts);
+    ASSERT_TRUE(job.run()) << job.log;
+    EXPECT_EQ(job.diag.warnings, 1);
+    EXPECT_NE(job.log.find("class \"c5\" dropped"), std::string::npos) << job.log;
+    EXPECT_EQ(job.mask('a'), 0xF000u | 0x0386u);
+    ASSERT_EQ(job.object.ctype.classes.size(), 5u);
+    EXPECT_EQ(job.object.ctype.classes[0].name, "full_width");
+    EXPECT_EQ(job.object.ctype.classes[4].name, "c4");
+    EXPECT_EQ(job.object.ctype.classes[4].bit, 4);
+}
+
+TEST(KovacCtype, PairsCharactersByBothMaps) {
+    source_parts parts, other;
+    parts.ctype = "toupper (<U00E4>,<U00C4>);(b,<U3042>);(c,<U4E00>);(d,d)\n"
+                  "tolower (<U00C4>,<U00E4>);(<U3042>,b)\nmap \"totitle\"; (a,A)\n";
+    compilation job(parts);
+    ASSERT_TRUE(job.run()) << job.log;
+    const std::pair<unsigned, unsigned> none{0, 0};
+    EXPECT_EQ(job.partners(0xE4), (std::pair<unsigned, unsigned>{0xC4, 0}));
+    EXPECT_EQ(job.partners(0xC4), (std::pair<unsigned, unsigned>{0, 0xE4}));
+    EXPECT_EQ(job.partners('b').first, 0x8140u);
+    EXPECT_EQ(job.partners('a'), none);
+    EXPECT_EQ(job.partners('c'), none) << "its partner is outside the code set";
+    EXPECT_EQ(job.partners('d'), none) << "a character is not its own partner";
+    EXPECT_EQ(job.object.ctype.case_ratio, 2.0);
+
+    parts.ctype = "toupper (a,A)\n"; // the other map follows
+    parts.numeric = "copy \"other\"\n";
+    other.numeric = "decimal_point \"!\"\n";
+    compilation inverse(parts);
+    inverse.dir.write("other", other.text());
+    ASSERT_TRUE(inverse.run()) << inverse.log;
+    EXPECT_EQ(inverse.partners('A').second, unsigned('a'));
+    EXPECT_EQ(inverse.object.ctype.case_ratio, 1.0);
+    EXPECT_EQ(inverse.object.numeric.decimal_point, "!");
+}
+
+TEST(KovacText, BringsStringsIntoTheCodeSet) {
+    source_parts parts;
+    parts.numeric = "decimal_point \"<U3042>\"\nthousands_sep \"<U00A0>\"\ngrouping 3;2;-1\n";
+    parts.monetary = "int_curr_symbol \"a/\"//\"\ncurrency_symbol \"<U20AC>\"\n"
+                     "mon_thousands_sep \"\xC3\xA4<U2603>\"\nmon_grouping -1\n"
+                     "p_cs_precedes -1\nn_sep_by_space 2\nint_n_sign_posn 1\n";
+    parts.ctype = "translit_start\n<U20AC> \"<U1234>\";\"EUR\"\ntranslit_end\n";
+    compilation job(parts);
+    ASSERT_TRUE(job.run()) << job.log;
+    EXPECT_EQ(job.object.numeric.decimal_point, "\x81\x40");
+    EXPECT_EQ(job.object.numeric.thousands_sep, "\xA0");
+    EXPECT_EQ(job.object.numeric.grouping, (std::vector<int>{3, 2, -1}));
+    EXPECT_EQ(job.object.numeric.negative_sign, "-");
+    EXPECT_EQ(job.object.monetary.int_curr_symbol, "a\"/");
+    EXPECT_EQ(job.object.monetary.currency_symbol, "EUR");
+    EXPECT_EQ(job.object.monetary.thousands_sep, "\xE4") << "a snowman cannot be spelled";
+    EXPECT_TRUE(job.object.monetary.grouping.empty());
+    EXPECT_EQ(job.object.monetary.numbers[2], absent_number);
+    EXPECT_EQ(job.object.monetary.numbers[5], 2);
+    EXPECT_EQ(job.diag.warnings, 1) << job.log;
+}
+
+TEST(KovacText, PutsSundayFirst) {
+    static const struct {
+        const char *week;
+        bool rotated;
+        int first_weekday;
+    } rows[] = {
+        {"",                                     false, 0},
+        {"week 7;19971130;4\n",                  false, 0},
+        {"week 7;19971201;4\n",                  true,  1},
+        {"first_weekday 7\n",                    false, 6},
+        {"first_weekday 8\n",                    false, 0},
+        {"first_weekday 2\nweek 7;19971201;4\n", true,  2},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.week);
+        source_parts parts;
+        parts.time += r.week;
+        compilation job(parts);
+        ASSERT_TRUE(job.run()) << job.log;
+        EXPECT_EQ(job.object.time.abday.front(), r.rotated ? "a" : "s");
+        EXPECT_EQ(job.object.time.abday.back(), r.rotated ? "f" : "a");
+        EXPECT_EQ(job.object.time.first_weekday, r.first_weekday);
+    }
+}
+
+TEST(KovacText, TakesCalendarsWithTheMonthsTheyNeed) {
+    static const struct {
+        const char *calendar;
+        size_t abmon, mon;
+        const char *want; // calendar, or part of what is said
+    } rows[] = {
+        {"",                                  12, 12, "gregorian"                            },
+        {"calendar \"gregorian\"\n",          12, 12, "gregorian"                            },
+        {"calendar \"islamic\"\n",            12, 13, "islamic"                              },
+        {"calendar \"arabic\"\n",             14, 12, "arabic"                               },
+        {"calendar \"hebrew\"\n",             14, 14, "hebrew"                               },
+        {"calendar \"hebrew\"\n",             14, 13, "mon has 13 strings instead of 14"     },
+        {"calendar \"islamic\"\n",            11, 12, "abmon has 11 strings instead of 12 to"},
+        {"calendar \"islamic\"\n",            12, 15, "mon has 15 strings instead of 12 to"  },
+        {"calendar \"Hebrew\"\n",             14, 14, "one of \"gregorian\""                 },
+        {"calendar hebrew\n",                 14, 14, "one of \"gregorian\""                 },
+        {"calendar\n",                        12, 12, "one of \"gregorian\""                 },
+        {"calendar \"hebrew\";\"islamic\"\n", 14, 14, "one of \"gregorian\""                 },
+    };
+    const auto names = [](const char *keyword, size_t count) {
+        std::string line = keyword;
+        for (size_t i = 0; i < count; ++i)
+            line += (i ? ";\"" : " \"") + std::string(1, char('A' + i)) + '"';
+        return line + "\n";
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.calendar + std::to_string(r.mon));
+        source_parts parts;
+        parts.time += r.calendar + names("abmon", r.abmon) + names("mon", r.mon);
+        compilation job(parts);
+        if (job.run()) {
+            EXPECT_EQ(job.object.time.calendar, r.want);
+            EXPECT_EQ(job.object.time.mon.size(), r.mon);
+        } else {
+            EXPECT_NE(job.log.find(r.want), std::string::npos) << job.log;
+        }
+    }
+}
+
+// ---- diagnostics and files ---------------------------------------------------------------------
+
+static int run_kovac(const std::string &arguments, std::string *output) {
+    const char *bin = getenv("KOVA_BIN_DIR");
+    const temp_dir dir;
+    const std::string log = dir.path + "/log";
+    const std::string command =
+        std::string(bin ? bin : ".") + "/kovac " + arguments + " >" + log + " 2>&1";
+    const int status = system(command.c_str());
+    *output = dir.read("log");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+static std::string repeated(const char *line, int times) {
+    std::string text;
+    for (int i = 0; i < times; ++i)
+        text += std::string(line) + std::to_string(i) + "\n";
+    return text;
+}
+
+static size_t count_files(const std::string &dir) {
+    size_t files = 0;
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir))
+        files += entry.is_regular_file();
+    return files;
+}
+
+TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
+    const auto check = [](std::string source_parts::*part, const char *text, const char *message) {
+        SCOPED_TRACE(text);
+        source_parts parts;
+        parts.*part = text;
+        const temp_dir dir;
+        const std::string source = dir.write("main", parts.text());
+        const std::string cs = dir.write("cs", small_charmap());
+        std::string log;
+        EXPECT_EQ(run_kovac("locale -i " + source + " -f " + cs + " -o " + dir.path +
+                                "/root --name xx_YY --codeset 1252",
+                            &log),
+                  1);
+        const size_t first = log.find("error: ");
+        EXPECT_NE(first, std::string::npos) << log;
+        EXPECT_EQ(log.find("error: ", first + 1), std::string::npos) << log;
+        EXPECT_NE(log.find(message), std::string::npos) << log;
+        EXPECT_EQ(count_files(dir.path), 2u) << "only the inputs are left";
+    };
+    using parts = source_parts;
+    check(&parts::ctype, "upper <U0041\n", ":4:7: error: symbol without");
+    check(&parts::ctype, "upper ..<U0041>\n", "needs a character before");
+    check(&parts::ctype, "upper <U0041>..\n", "needs a character behind");
+    check(&parts::ctype, "upper <U0043>..<U0041>\n", "before its start");
+    check(&parts::ctype, "upper \"A\"\n", "a character, \";\" or");
+    check(&parts::ctype, "toupper (a,A;(b,B)\n", "a pair is written");
+    check(&parts::ctype, "class ; a\n", "a name is expected");
+    check(&parts::ctype, "copy \"nowhere\"\n", "no locale source \"nowhere\"");
+    check(&parts::ctype, "copy main\n", "copy needs the name");
+    check(&parts::ctype, "copy \"main\"\n", "copy one another");
+    check(&parts::ctype, "copy \"../main\"\n", "by name, not by path");
+    check(&parts::ctype, repeated("charclass c", 257).c_str(), "more than 256 classes");
+    check(&parts::collate, "collating-symbol <A0>..<AFFFFFFFF>\n", "count up");
+    check(&parts::collate, "collating-symbol <S00000000>..<SFFFFFFFF>\n", "more than 2097152");
+    check(&parts::collate, "order_start forward\n<U0041>\n..\n<U7FFFFFFF>\norder_end\n",
+          "more than 2097152");
+    check(&parts::collate, repeated("ifdef X", 65).c_str(), "more than 64 ifdefs");
+    check(&parts::monetary, "frac_digits 2147483647\n", "from -1 (not stated) to 127");
+    check(&parts::ctype, "END LC_TIME\n", "END of another category");
+    check(&parts::numeric, "decimal_point 3\n", "a string is expected");
+    check(&parts::numeric, "decimal_point \",\" \".\"\n", "the end of the line");
+    check(&parts::numeric, "decimal_point \"<nothing>\"\n", "unknown character <nothing>");
+    check(&parts::numeric, "grouping x\n", "a group size is expected");
+    check(&parts::numeric, "grouping 200\n", "between -1 and 126");
+    check(&parts::monetary, "frac_digits \"2\"\n", "one number is expected");
+    check(&parts::monetary, "currency_symbol \"open\n", "closing quotation mark");
+    check(&parts::time, "abday \"s\"\n", "1 strings instead of 7");
+    check(&parts::time, "abday \"s\" \"m\"\n", "\";\" is expected");
+    check(&parts::messages, "<U0041>\n", "a keyword is expected");
+    check(&parts::time, (source_parts().time + "era \"+:1:x\"\n").c_str(), "does not load");
+}
+
+TEST(KovacDiagnostics, CutShortAnywhereItSaysSoAndNeverCrashes) {
+    const std::string whole = source_parts().text();
+    charmap map;
+    std::string log;
+    ASSERT_TRUE(load_text(small_charmap(), map, &log));
+    for (size_t cut = 0; cut + 2 < whole.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        log.clear();
+        diagnostics diag{.sink = &log};
+        source_set set;
+        set.files["main"] = std::make_unique<source_file>(
+            source_file{.path = "main", .name = "main", .text = whole.substr(0, cut)});
+        set.main = set.files["main"].get();
+        locale_object object;
+        EXPECT_FALSE(compile_locale(set, map, diag, object, nullptr));
+        EXPECT_GE(diag.errors, 1);
+        EXPECT_LE(diag.errors, 2) << log; // the cut itself and what it left of its line
+    }
+}
+
+TEST(KovacCommand, TellsItsFailuresApart) {
+    const temp_dir dir;
+    const std::string source = dir.write("main", source_parts().text());
+    const std::string cs = dir.write("cs", small_charmap());
+    const std::string file = dir.write("file", "");
+    const std::string given = "locale -i " + source + " -f " + cs;
+    const std::string root = " -o " + dir.path + "/root";
+    const struct {
+        std::string arguments;
+        int status;
+        const char *message;
+    } rows[] = {
+        {"",                                                            2, ""                },
+        {"locale" + root,                                               2, "-i SOURCE"       },
+        {given + root + " --codeset 1252",                              2, "ll_TT"           },
+        {given + root + " --name xx_YY@toolong",                        2, "one to four"     },
+        {given + root + " --name xx_YY",                                2, "has no number"   },
+        {given + root + " --name xx_YY --codeset a-name-of-20-letters", 2, "19 characters"   },
+        {"locale -i absent -f " + cs + root,                            3, "\"absent\""      },
+        {"locale -i " + source + " -f absent" + root,                   3, "\"absent\""      },
+        {given + " -o " + file + " --default",                          3, "cannot write"    },
+        {"locale --list " + dir.path + "/absent" + root,                3, "cannot read list"},
+        {given + root + " --default",                                   0, ""                },
+        {given + root + " --name xx_YY@mod --codeset iso-8859-1",       0, ""                },
+        {"registry --add bad" + root,                                   2, "NAME=NUMBER"     },
+        {"registry --add big=65536" + root,                             2, "NAME=NUMBER"     },
+        {"registry --add mine=4711" + root,                             0, ""                },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.arguments);
+        std::string log;
+        EXPECT_EQ(run_kovac(r.arguments, &log), r.status) << log;
+        EXPECT_NE(log.find(r.message), std::string::npos) << log;
+        if (r.status == 0) {
+            EXPECT_EQ(log, "");
+        }
+    }
+    EXPECT_EQ(count_files(dir.path + "/root"), 3u);
+    EXPECT_NE(dir.read("root/kova/lc11/xx_yy/0333mod.lco"), "");
+}
+
+TEST(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
+    const temp_dir here, there;
+    std::string log;
+    for (const temp_dir *dir : {&here, &there}) {
+        dir->write("locales/xx_YY", source_parts().text());
+        dir->write("charmaps/cs", small_charmap());
+    }
+    const real_variable path("I18NPATH", here.path.c_str());
+    const std::string by_name = "locale -i xx_YY -f cs --codeset 1252 -o " + here.path + "/root";
+    const std::string by_path = "locale -i " + there.path + "/locales/xx_YY -f " + there.path +
+                                "/charmaps/cs --codeset 1252 -o " + there.path + "/root";
+    ASSERT_EQ(run_kovac(by_name, &log), 0) << log;
+    ASSERT_EQ(run_kovac(by_path, &log), 0) << log;
+    const std::string object = here.read("root/kova/lc11/xx_yy/04e4.lco");
+    EXPECT_NE(object, "");
+    EXPECT_EQ(object, there.read("root/kova/lc11/xx_yy/04e4.lco"));
+}
+
+// ---- registry ----------------------------------------------------------------------------------
+
+TEST(KovacRegistry, KeepsWhatAFileHoldsAndRefusesMalformedLines) {
+    registry reg, again;
+    std::string why;
+    int line = 0;
+    const std::string before = "# mine\n\n  ISO-8859-1   7  seven\nown 8\n";
+    ASSERT_TRUE(parse_registry(before, reg, &line, &why)) << why;
+    set_name(reg, "OWN", 9);
+    add_code_sets(reg);
+    const std::string after = registry_text(reg);
+    EXPECT_TRUE(
+        after.starts_with("# mine\n\niso-8859-1            7  seven\nown                   9\n"));
+    ASSERT_TRUE(parse_registry(after, again, &line, &why)) << why;
+    EXPECT_EQ(registry_text(again), after);
+    EXPECT_EQ(find_name(again, "Iso-8859-1"), 7);
+    EXPECT_EQ(find_name(again, "unicode"), 57349);
+    for (const char *bad : {"name\n", "name x\n", "name 65536\n", "name 1x\n", "\x80 1\n",
+                            "a-name-of-more-than-21-chars 1\n"}) {
+        registry none;
+        EXPECT_FALSE(parse_registry("fine 1\n" + std::string(bad), none, &line, &why)) << bad;
+        EXPECT_EQ(line, 2);
+    }
+}
+
+TEST(KovacRegistry, AgreesWithTheLibraryAndWithItself) {
+    registry reg;
+    add_code_sets(reg);
+    for (const registry_line &line : reg.lines)
+        EXPECT_LE(line.name.size(), name_limit) << line.name;
+    std::set<unsigned> numbers;
+    for (const code_set &set : code_sets())
+        EXPECT_TRUE(numbers.insert(set.number).second) << set.number << " is there twice";
+    // What the library reads from the file is what the compiler names its objects by.
+    const temp_dir dir;
+    const std::string file = dir.write("registry", registry_text(reg));
+    test_handle handle;
+    for (const char *name : {"ISO-8859-1", "KOI8-R", "SHIFT_JIS", "EUC-JP", "GB2312", "IBM037"})
+        EXPECT_EQ(ko_cs_name2cs_num(handle, name, file.c_str()), find_code_set(name)) << name;
+    // The library's built-in names keep their numbers in the file.
+    ko_cache_registry(handle, (dir.path + "/absent").c_str());
+    int built_in = 0;
+    for (const registry_line &line : reg.lines) {
+        const unsigned number = ko_cs_name2cs_num(handle, line.name.c_str(), nullptr);
+        if (line.name.empty() || number == KO_NO_CODESET) continue;
+        EXPECT_EQ(number, line.number) << line.name;
+        ++built_in;
+    }
+    EXPECT_GE(built_in, 50);
+}

@@ -1,0 +1,70 @@
+// Charmaps: the characters of a code set, their bytes, code points and widths, read from a charmap
+// file (plain or gzip). Characters of more than two bytes are left out and counted.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "common/tool_source.h"
+
+namespace kovac {
+
+// One valid character of the code set.
+struct charmap_char {
+    uint32_t code; // code point; a charmap name without one gets an id from private_code upward
+    uint16_t wide; // the bytes, big-endian
+    uint8_t len;   // bytes: 1 or 2
+    uint8_t width; // columns, from the WIDTH section, else its default
+};
+
+constexpr uint32_t private_code = 0x80000000;
+
+struct charmap {
+    std::string name;                // <code_set_name>
+    bool unicode = false;            // the built-in set of all 16-bit units, two bytes each
+    int min_len = 1, max_len = 1;    // bytes of the shortest and longest character kept
+    int long_chars = 0;              // characters left out for having more than two bytes
+    std::vector<charmap_char> chars; // each byte sequence once, ascending by length, then bytes
+    // Every code point and id that the charmap knows, to an index of chars. Two code points may
+    // share one character; chars[i].code is then the one that the bytes convert to.
+    std::unordered_map<uint32_t, uint32_t> by_code;
+    std::unordered_map<std::string, uint32_t> names; // names other than <Uxxxx>, to their code
+    uint64_t hash = 0;                               // of the file's content
+};
+
+// A line of a charmap, or one of its range, as it stands.
+struct charmap_line {
+    uint32_t code;
+    uint32_t bytes;   // big-endian
+    uint8_t len;      // 1 to 4
+    bool one_way;     // marked %IRREVERSIBLE%
+    std::string name; // without <>
+};
+
+// FNV-1a; it only has to tell one input from another.
+uint64_t content_hash(const std::string &text);
+
+// Reads a charmap by path or by bare name ("unicode" is built in). False after an error. lines (may
+// be null) gets every character, those of more than two bytes too.
+bool load_charmap(const std::vector<std::string> &dirs, const std::string &name, diagnostics &diag,
+                  charmap &map, std::vector<charmap_line> *lines = nullptr);
+
+// The character of a code point; null when the code set lacks it.
+const charmap_char *find_code(const charmap &map, uint32_t code);
+
+// The character of a wide value; null when there is none.
+const charmap_char *find_wide(const charmap &map, uint16_t wide);
+
+// The code of a symbol or bytes token: its code point, or the code of its charmap name, or
+// no_code. A code may still be absent from the code set: find_code tells.
+uint32_t token_code(const charmap &map, const token &t);
+
+// The codes of a string token: <Uxxxx> and charmap names, plain characters, escapes. Names that
+// are no characters are appended to unknown (may be null), else dropped.
+std::vector<uint32_t> string_codes(const charmap &map, const token &t,
+                                   std::vector<std::string> *unknown);
+
+} // namespace kovac

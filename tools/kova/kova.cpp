@@ -1,0 +1,537 @@
+// The command line kova: its commands, their options and their help.
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <new>
+
+#include <CLI/CLI.hpp>
+
+#include "common/tool_text.h"
+#include "kova.h"
+#include "kova/kova_cli.h"
+#include "kova/kova_platform.h"
+
+namespace {
+
+using namespace kovacli;
+
+// Everything the options write into; one command runs, the others' options stay unused.
+struct arguments {
+    common_options common;
+    bool utf8 = false, bytes = false, no_progress = false;
+    sort_options sort;
+    compare_options compare;
+    key_options key;
+    case_options upper, lower;
+    classify_options classify;
+    measure_options width, trim, count;
+    info_options info;
+    format_options money, number;
+    convert_options convert;
+    chart_options chart;
+    cal_options cal;
+    date_options date;
+    parse_date_options parse_date;
+    symbols_options symbols;
+    std::function<int()> run;
+};
+
+const char locale_help[] =
+    "Locale: language_TERRITORY.codeset[@modifier] such as de_DE.8859-1, or de_DE alone where it "
+    "exists in one code set, or POSIX";
+
+// What --utf8 and --bytes are about.
+struct form_help {
+    const char *utf8 = "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or "
+                       "LANG says so";
+    const char *bytes = "Arguments, input and output are bytes of the locale's code set";
+};
+
+// Shows what a flag may be given as "[=TEXT]".
+struct help_format : CLI::Formatter {
+    std::string make_option_name(const CLI::Option *option, bool positional) const override {
+        std::string name = CLI::Formatter::make_option_name(option, positional);
+        if (const size_t at = name.find('{'); at != name.npos)
+            name.replace(at, name.npos, "[=TEXT]");
+        return name;
+    }
+};
+
+void add_common(CLI::App &command, arguments &args, std::function<int()> run,
+                const std::string &examples, const form_help &help = {}) {
+    command
+        .add_option(
+            "--root", args.common.root,
+            "Data root, the directory that holds the directory kova. Default: VANTORDIR, the "
+            "data beside the program, the root built in")
+        ->type_name("DIR");
+    CLI::Option *utf8 = command.add_flag("--utf8", args.utf8, help.utf8);
+    command.add_flag("--bytes", args.bytes, help.bytes)->excludes(utf8);
+    command.footer("Examples:\n" + examples);
+    command.callback([&args, run] { args.run = run; });
+}
+
+void add_sort(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("sort", "Sort lines in a locale's order");
+    sort_options &o = args.sort;
+    command
+        .add_option("-l,--locale", o.locale,
+                    "Locale to sort by. Default: what LC_ALL, LC_COLLATE or LANG names")
+        ->type_name("LOCALE");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command
+        .add_option("-k,--key", o.keys,
+                    "Compare fields FIRST to LAST only (from 1; without LAST to the end of the "
+                    "line). Repeat for further keys")
+        ->type_name("FIRST[,LAST]")
+        ->allow_extra_args(false);
+    command
+        .add_option("-t,--separator", o.separator,
+                    "Character between fields. Default: runs of blanks")
+        ->type_name("CHAR");
+    command
+        .add_option("-o,--output", o.out,
+                    "Write FILE, in one step when all is sorted; it may be one of those read")
+        ->type_name("FILE");
+    command.add_flag("-r,--reverse", o.reverse, "Last first; equal lines keep their order");
+    command.add_flag("-u,--unique", o.unique, "Of lines that compare equal only the first");
+    command.add_flag("--replace", o.replace,
+                     "Go on at what is no character: it compares as U+FFFD or ?, and the line is "
+                     "written as it was read");
+    command
+        .add_option("--buffer-size", o.buffer_size,
+                    "Memory before lines are spilled to temporary files, with K, M or G")
+        ->type_name("SIZE")
+        ->capture_default_str();
+    command
+        .add_option("--temporary-directory", o.temporary_directory,
+                    "Where lines are spilled. Default: the system's place")
+        ->type_name("DIR");
+    command.add_flag("--no-progress", args.no_progress,
+                     "No progress line on the terminal for long input");
+    add_common(
+        command, args, [&args] { return run_sort(args.common, args.sort); },
+        "  kova sort -l de_DE.unicode words.txt\n"
+        "  kova sort -l cs_CZ.8859-2 -t ';' -k 2,2 -o people.csv people.csv\n"
+        "  cut -f1 names | kova sort -l sv_SE.unicode -u\n");
+}
+
+void add_compare(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("compare", "Print <, = or > for the order of two texts");
+    compare_options &o = args.compare;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("a", o.first, "First text")->required()->type_name("A");
+    command.add_option("b", o.second, "Second text")->required()->type_name("B");
+    add_common(
+        command, args, [&args] { return run_compare(args.common, args.compare); },
+        "  kova compare de_DE.8859-1 Äpfel Zebra     prints <\n"
+        "  kova compare sv_SE.8859-1 Äpfel Zebra     prints >\n");
+}
+
+void add_key(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("key", "Print sort keys: bytes whose order is the order of the texts");
+    key_options &o = args.key;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; none: the lines of standard input")
+        ->type_name("TEXT");
+    command.add_flag("--raw", o.raw, "The bytes themselves instead of hexadecimal digits");
+    add_common(
+        command, args, [&args] { return run_key(args.common, args.key); },
+        "  kova key fr_FR.8859-1 cote coté côte\n"
+        "  kova key --raw fr_FR.8859-1 cote | od -tx1\n");
+}
+
+void add_case(CLI::App &app, arguments &args, const char *name, case_options &o) {
+    CLI::App &command =
+        *app.add_subcommand(name, std::string("Print texts or files in ") + name + " case");
+    o.upper = std::string_view(name) == "upper";
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; none and no file: standard input")
+        ->type_name("TEXT");
+    command.add_option("-f,--file", o.files, "A file; - is standard input")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    command.add_flag("--replace", o.replace, "Leave what is no character as it is and go on");
+    add_common(
+        command, args, [&args, &o] { return run_case(args.common, o); },
+        o.upper ? "  kova upper tr_TR.8859-9 'istanbul'\n"
+                  "  kova upper el_GR.unicode -f novel.txt > NOVEL.TXT\n"
+                : "  kova lower tr_TR.8859-9 'ISPARTA'\n"
+                  "  kova lower ru_RU.KOI8-R --bytes < letter.koi8\n");
+}
+
+void add_classify(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("classify", "Show each character's bytes, classes and case partners");
+    classify_options &o = args.classify;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("text", o.texts, "Texts; with --count: files, - or none standard input")
+        ->type_name("TEXT");
+    CLI::Option *count =
+        command.add_flag("--count", o.count, "How many characters of each class the files hold");
+    command.add_flag("--replace", o.replace, "Count what is no character and go on")->needs(count);
+    const auto run = [&args, &o] {
+        if (o.count)
+            o.files.swap(o.texts);
+        else if (o.texts.empty())
+            throw failure(bad_usage, "classify: which TEXT? kova classify --help tells more");
+        return run_classify(args.common, o);
+    };
+    add_common(command, args, run,
+               "  kova classify ja_JP.EUC-JP 'Aア漢'\n"
+               "  kova classify --count de_DE.unicode book.txt\n");
+}
+
+// The options that width, trim and count share.
+CLI::App &measure_command(CLI::App &app, const char *name, const char *what, const char *bad,
+                          measure_options &o) {
+    CLI::App &command = *app.add_subcommand(name, what);
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command.add_flag("--replace", o.replace, bad);
+    return command;
+}
+
+void add_measures(CLI::App &app, arguments &args) {
+    CLI::App &width =
+        measure_command(app, "width", "Print the display columns of each line",
+                        "Go on at what is no character; its line has no width", args.width);
+    width.add_flag("--widest", args.width.widest, "Print the columns of the widest line only");
+    add_common(
+        width, args, [&args] { return run_width(args.common, args.width); },
+        "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a tab or control\n"
+        "  kova width --widest de_DE.unicode < table\n");
+    CLI::App &trim = measure_command(app, "trim", "Cut the spaces at the ends of lines off",
+                                     "Leave what is no character as it is and go on", args.trim);
+    trim.add_option("-o,--output", args.trim.out,
+                    "Write FILE, in one step when all is trimmed; it may be one of those read")
+        ->type_name("FILE");
+    add_common(
+        trim, args, [&args] { return run_trim(args.common, args.trim); },
+        "  kova trim ja_JP.SHIFT_JIS --bytes -o letter.sjis letter.sjis\n"
+        "  kova trim de_DE.unicode < notes.txt\n");
+    CLI::App &count =
+        measure_command(app, "count", "Count the lines, characters, bytes and columns of files",
+                        "Count what is no character and go on", args.count);
+    add_common(
+        count, args, [&args] { return run_count(args.common, args.count); },
+        "  kova count zh_TW.BIG5 --bytes chapter*.txt\n"
+        "  kova count de_DE.unicode < book.txt\n");
+}
+
+void add_info(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("info", "Show what a locale says of itself");
+    info_options &o = args.info;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    CLI::Option *item =
+        command
+            .add_option("item", o.items, "Items by name or number, printed one a line; none: all")
+            ->type_name("ITEM");
+    CLI::Option *all =
+        command.add_flag("--all", o.all, "A page to read, with samples")->excludes(item);
+    command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs")->excludes(all);
+    add_common(
+        command, args, [&args] { return run_info(args.common, args.info); },
+        "  kova info de_DE.8859-1\n"
+        "  kova info --all ja_JP.EUC-JP\n"
+        "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
+}
+
+// The options that number and money share.
+void add_format(CLI::App &app, arguments &args, const char *name, const char *what,
+                const char *format_help, format_options &o,
+                int (*run)(const common_options &, const format_options &),
+                const std::string &examples) {
+    CLI::App &command = *app.add_subcommand(name, what);
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("format", o.format, format_help)->required()->type_name("FORMAT");
+    CLI::Option *values =
+        command
+            .add_option("value", o.values,
+                        "Values, with \".\" before decimals. Where there are more than FORMAT "
+                        "takes it is used again, a line each time")
+            ->type_name("VALUE");
+    CLI::Option *text =
+        command.add_option("--parse", o.text, "Read TEXT by FORMAT instead and print its values")
+            ->type_name("TEXT")
+            ->excludes(values);
+    add_common(
+        command, args,
+        [&args, &o, run, text] {
+            o.parse = text->count() > 0;
+            return run(args.common, o);
+        },
+        examples);
+}
+
+void add_money(CLI::App &app, arguments &args) {
+    add_format(app, args, "money", "Write amounts of money as a locale does, or read them",
+               "Text with a directive for each amount: % with flags (! ( + - ^ =FILL), width, "
+               "#DIGITS, .DIGITS, then n (national) or i (international)",
+               args.money, run_money,
+               "  kova money de_DE.unicode %n 1234567.891       prints 1.234.567,89 €\n"
+               "  kova money en_US.8859-1 '%(#6n' 99.5 -1234.5\n"
+               "  kova money da_DK.8859-1 %n --parse 'kr. -1.234,50'\n");
+}
+
+void add_number(CLI::App &app, arguments &args) {
+    add_format(app, args, "number", "Write numbers and texts as a locale does, or read them",
+               "Text with a directive for each value: % with flags (' groups digits, + - # 0 and "
+               "blank), width, .DIGITS, then a letter: d i u o q b x X of integers, e E f g G of "
+               "reals, c, s",
+               args.number, run_number,
+               "  kova number de_DE.8859-1 \"%'d\" 1234567               prints 1.234.567\n"
+               "  kova number sv_SE.8859-1 \"%'.2f kr|%5x\" 1234.5 255\n"
+               "  kova number de_DE.8859-1 \"%'f\" --parse 1.234,5\n");
+}
+
+void add_locales(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
+    add_common(
+        command, args, [&args] { return run_locales(args.common); },
+        "  kova locales\n"
+        "  kova locales --root ./vantor\n");
+}
+
+void add_convert(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("convert", "Convert text from one code set to another");
+    convert_options &o = args.convert;
+    CLI::Option *list =
+        command.add_flag("--list", o.list, "List the code sets and the pairs that are compiled");
+    command.add_option("-f,--from", o.from, "Code set of the input, by name or number")
+        ->type_name("CODESET")
+        ->excludes(list);
+    command.add_option("-t,--to", o.to, "Code set of the output, by name or number")
+        ->type_name("CODESET")
+        ->excludes(list);
+    command.add_option("file", o.files, "Files, each a text of its own; - or none: standard input")
+        ->type_name("FILE")
+        ->excludes(list);
+    command
+        .add_option("-o,--output", o.out,
+                    "Write FILE, in one step when all is converted; it may be one of those read")
+        ->type_name("FILE");
+    CLI::Option *skip =
+        command.add_flag("--skip", o.skip, "Leave out what cannot be converted and go on");
+    command
+        .add_flag("--replace{" + std::string(default_replacement) + "}", o.replacement,
+                  "Write TEXT (U+FFFD or ?) for what cannot be converted and go on")
+        ->excludes(skip);
+    command.add_flag("--report", o.report,
+                     "Go on as --skip does, and tell how much was substituted, unmapped, invalid "
+                     "or cut off, and where first");
+    command.add_flag("-v,--verbose", o.verbose, "Tell which conversion objects are used");
+    command.add_flag("--no-progress", args.no_progress,
+                     "No progress line on the terminal for long input");
+    const auto run = [&args, &o, &command] {
+        if (!o.list && (o.from.empty() || o.to.empty()))
+            throw failure(bad_usage, "convert: -f CODESET and -t CODESET say what to convert; "
+                                     "kova convert --list shows the code sets");
+        o.replace = command.count("--replace") > 0;
+        return run_convert(args.common, o);
+    };
+    add_common(command, args, run,
+               "  kova convert -f SHIFT_JIS -t utf8 letter.txt > letter.utf8\n"
+               "  kova convert -f 930 -t utf8 --report -o payroll.txt payroll.ebcdic\n"
+               "  kova convert -f utf8 -t IBM037 --replace='?' < notes.txt\n"
+               "  kova convert --list\n",
+               {"The TEXT of --replace is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
+                "The TEXT of --replace is bytes of the output's code set"});
+}
+
+void add_chart(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("chart", "Draw the characters of a code set");
+    chart_options &o = args.chart;
+    command.add_option("codeset", o.code_set, "Code set, by name or number")
+        ->required()
+        ->type_name("CODESET");
+    command
+        .add_option("--lead", o.lead,
+                    "Draw the characters that begin with these bytes, in hexadecimal")
+        ->type_name("XX");
+    add_common(command, args, [&args] { return run_chart(args.common, args.chart); },
+               "  kova chart IBM037\n"
+               "  kova chart SHIFT_JIS             also lists the lead bytes\n"
+               "  kova chart SHIFT_JIS --lead 82\n",
+               {"The output is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
+                "The output is ASCII: code points in hexadecimal instead of characters"});
+}
+
+void add_symbols(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand(
+        "symbols", "Write the characters of text as symbolic names, or read such names back");
+    symbols_options &o = args.symbols;
+    command.add_option("codeset", o.code_set, "Code set of the text, by name or number")
+        ->required()
+        ->type_name("CODESET");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command.add_flag("-d,--decode", o.decode, "Read symbols; white space between them is left out");
+    command.add_option("-o,--output", o.out, "Write FILE, in one step when all is done")
+        ->type_name("FILE");
+    add_common(command, args, [&args] { return run_symbols(args.common, args.symbols); },
+               "  kova symbols IBM037 payroll.ebcdic\n"
+               "  printf '<A><b><c><newline>' | kova symbols -d IBM037 > abc.ebcdic\n",
+               {"Of no effect: text is bytes of the code set", "Of no effect"});
+}
+
+void add_cal(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("cal", "Draw a month of a locale's calendar");
+    cal_options &o = args.cal;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("month", o.month,
+                    "Number of the month in its year, or its full or short name. Default: this "
+                    "month")
+        ->type_name("MONTH");
+    command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
+        ->type_name("YEAR");
+    add_common(
+        command, args, [&args] { return run_cal(args.common, args.cal); },
+        "  kova cal de_DE.unicode\n"
+        "  kova cal fr_FR.8859-1 février 2024\n"
+        "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside\n");
+}
+
+void add_date(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand("date", "Write a date and time as a locale does");
+    date_options &o = args.date;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("format", o.format,
+                    "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, %EY, "
+                    "%Od (docs/time.md). Default: %c, date and time in the usual form")
+        ->type_name("FORMAT");
+    command
+        .add_option("--at", o.at,
+                    "Date, and time where wanted: \"2026-11-21 14:30:05.25\"; or now, the default")
+        ->type_name("WHEN");
+    add_common(
+        command, args, [&args] { return run_date(args.common, args.date); },
+        "  kova date de_DE.8859-1\n"
+        "  kova date ja_JP.EUC-JP '%EY%m月%d日 (%A)' --at 1989-01-08\n"
+        "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n");
+}
+
+void add_parse_date(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("parse-date", "Read a date and time by a format of a locale");
+    parse_date_options &o = args.parse_date;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command
+        .add_option("format", o.format,
+                    "Text with directives such as %d, %B and %Y. What it does not read is today, "
+                    "at midnight")
+        ->required()
+        ->type_name("FORMAT");
+    command.add_option("text", o.text, "The date")->required()->type_name("TEXT");
+    command
+        .add_option("--century", o.century,
+                    "Century of a year of two digits: C closest to today, F in the future, P in "
+                    "the past, R this one")
+        ->check(CLI::IsMember({"C", "F", "P", "R"}))
+        ->capture_default_str();
+    command.add_option("--today", o.today, "Another today, as 2026-11-21")->type_name("DATE");
+    add_common(
+        command, args, [&args] { return run_parse_date(args.common, args.parse_date); },
+        "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "
+        "00:00:00\n"
+        "  kova parse-date ja_JP.EUC-JP '%EY%m月%d日' '平成2年1月8日'\n"
+        "  kova parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15\n");
+}
+
+int complain(int status, const char *text) {
+    if (*text) kovatool::tell("kova", text);
+    return status;
+}
+
+int complain(const failure &e) {
+    complain(e.status, e.what());
+    if (!e.excerpt.empty())
+        std::fprintf(stderr, "%s\n", kovatool::printable(e.excerpt, "\n").c_str());
+    return e.status;
+}
+
+// What was written counts only once the system has taken it.
+int finish_output(int status) {
+    if (kovatool::flush_standard_output() || status != done) return status;
+    if (reader_is_gone(errno)) return bad_file;
+    return complain(bad_file,
+                    (std::string("cannot write standard output: ") + std::strerror(errno)).c_str());
+}
+
+int run_command(arguments &args) {
+    if (args.utf8) args.common.form = text_form::utf8;
+    if (args.bytes) args.common.form = text_form::bytes;
+    args.sort.progress = args.convert.progress = !args.no_progress;
+    try {
+        return args.run();
+    } catch (const failure &e) {
+        return complain(e);
+    }
+}
+
+int run_main(int argc, char **argv) {
+    arguments args;
+    CLI::App app(
+        "Sorts, compares, classifies, maps and converts text under compiled locales, with the same "
+        "answers on every machine.",
+        "kova");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", ko_version());
+    app.formatter(std::make_shared<help_format>());
+    app.get_formatter()->column_width(34);
+    add_sort(app, args);
+    add_compare(app, args);
+    add_key(app, args);
+    add_case(app, args, "upper", args.upper);
+    add_case(app, args, "lower", args.lower);
+    add_classify(app, args);
+    add_measures(app, args);
+    add_info(app, args);
+    add_number(app, args);
+    add_money(app, args);
+    add_date(app, args);
+    add_locales(app, args);
+    add_convert(app, args);
+    add_chart(app, args);
+    add_cal(app, args);
+    add_parse_date(app, args);
+    add_symbols(app, args);
+    app.footer(
+        "kova COMMAND --help tells more, with examples.\n"
+        "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, or no "
+        "memory, 4 bad file.");
+    try {
+        std::vector<std::string> words = program_arguments(argc, argv);
+        std::reverse(words.begin(), words.end()); // CLI11 takes them last first
+        app.parse(std::move(words));
+    } catch (const CLI::Success &e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError &e) {
+        std::string text = e.what();
+        return complain(bad_usage, (text + "; kova --help tells more").c_str());
+    }
+    return run_command(args);
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+    prepare_process();
+    try {
+        return finish_output(run_main(argc, argv));
+    } catch (const std::bad_alloc &) {
+        std::fputs("kova: memory is exhausted; give it more, or sort with a smaller "
+                   "--buffer-size\n",
+                   stderr);
+    } catch (const std::length_error &) {
+        std::fputs("kova: the input asks for more memory than there is\n", stderr);
+    }
+    return bad_locale;
+}

@@ -1,0 +1,528 @@
+// kova convert: text from one code set to another, in pieces, with the place of everything that
+// does not convert.
+#include "kova/kova_convert.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+
+#include "common/tool_text.h"
+#include "kova/kova_io.h"
+#include "kova/kova_text.h"
+
+namespace kovacli {
+
+namespace {
+
+struct text_place {
+    uint64_t offset = 0, line = 1, column = 1; // bytes from 0, lines and characters from 1
+};
+
+// What a report keeps of one kind of trouble.
+struct finding {
+    const char *name;
+    uint64_t count = 0;
+    std::vector<std::string> first; // places, at most shown_places
+};
+constexpr size_t shown_places = 5;
+
+enum finding_kind : uint8_t { substituted, unmapped, invalid, cut_off };
+
+struct convert_job {
+    const convert_options *options = nullptr;
+    bool goes_on = false;
+    route way, to_utf8, from_utf8; // the others: for messages, and for newline and replacement
+    bool has_to_utf8 = false, has_from_utf8 = false;
+    bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
+    bool between_unicode = false; // utf8 and unicode, in either direction
+    std::string newline = "\n", replacement, closing;
+    bool replacement_is_utf8 = false;
+    byte_buffer converted, scratch;
+    finding findings[4] = {{"substituted by the conversion"},
+                           {"without a counterpart"},
+                           {"invalid"},
+                           {"cut off by the end of a text"}};
+    bool any_substituted = false;
+    // The text under way.
+    route_state st;
+    text_place place;
+    bool closed = false;
+    // Progress.
+    bool reports = false, reported = false;
+    uint64_t total = 0, bytes = 0;
+    double started = 0, next_report = 0;
+};
+
+const unsigned char *bytes_of(std::string_view text) {
+    return reinterpret_cast<const unsigned char *>(text.data());
+}
+
+int &source_state(route_state &st) { return st.leg[0].source_state; }
+
+// ---- places ----
+
+uint64_t utf8_characters(const unsigned char *text, size_t len) {
+    return uint64_t(
+        std::count_if(text, text + len, [](unsigned char c) { return (c & 0xC0) != 0x80; }));
+}
+
+// Characters of valid source text in which the shift state is known at the start.
+uint64_t characters(convert_job &job, const unsigned char *text, size_t len, int shifted) {
+    if (job.is_utf8) return utf8_characters(text, len);
+    if (job.is_utf16) {
+        uint64_t count = 0;
+        for (size_t i = 0; i + 1 < len; i += 2)
+            count += (text[i] & 0xFC) != 0xDC;
+        return count;
+    }
+    if (job.one_byte || !job.has_to_utf8) return len;
+    route_state st;
+    source_state(st) = shifted;
+    uint64_t count = 0;
+    for (size_t at = 0; at < len;) {
+        const run_result got = run(job.to_utf8, st, text + at, len - at, false, job.scratch);
+        count += utf8_characters(job.scratch.room.data(), job.scratch.used);
+        at += got.taken;
+        if (got.error == KO_OK && got.taken > 0) continue;
+        if (at < len) ++count, ++at; // the target has what utf8 lacks
+    }
+    return count;
+}
+
+// Moves a place over valid text.
+void advance(convert_job &job, text_place &place, const unsigned char *text, size_t len,
+             int shifted) {
+    const size_t unit = job.newline.size();
+    size_t tail = 0;
+    uint64_t lines = 0;
+    if (unit == 1) {
+        const auto newline = static_cast<unsigned char>(job.newline[0]);
+        lines = uint64_t(std::count(text, text + len, newline));
+        if (lines > 0)
+            for (tail = len; text[tail - 1] != newline;)
+                --tail;
+    } else {
+        for (size_t i = 0; i + unit <= len; i += unit) {
+            if (std::memcmp(text + i, job.newline.data(), unit) != 0) continue;
+            ++lines;
+            tail = i + unit;
+        }
+    }
+    place.offset += len;
+    place.line += lines;
+    if (lines > 0) place.column = 1;
+    // A line begins unshifted: its end is a character of the unshifted state.
+    place.column += characters(job, text + tail, len - tail, lines > 0 ? 0 : shifted);
+}
+
+std::string place_text(const input &in, const text_place &place) {
+    return in.name + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) +
+           ": byte offset " + std::to_string(place.offset);
+}
+
+// ---- what does not convert ----
+
+// The character at text as the source code set has it: bytes, 0 when it is none, -1 when the text
+// ends inside it.
+int source_character(convert_job &job, const unsigned char *text, size_t len, uint32_t &point) {
+    if (job.is_utf8) return utf8_char(text, len, point);
+    if (job.is_utf16) {
+        if (len < 2) return -1;
+        point = uint32_t{text[0]} << 8 | text[1];
+        if ((point & 0xF800) != 0xD800) return 2;
+        if (point >= 0xDC00) return 0;
+        if (len < 4) return -1;
+        const uint32_t low = uint32_t{text[2]} << 8 | text[3];
+        if ((low & 0xFC00) != 0xDC00) return 0;
+        point = 0x10000 + ((point & 0x3FF) << 10) + (low & 0x3FF);
+        return 4;
+    }
+    if (!job.has_to_utf8) return 0;
+    for (size_t count = 1; count <= std::min<size_t>(len, 4); ++count) {
+        route_state st;
+        source_state(st) = source_state(job.st);
+        const run_result got = run(job.to_utf8, st, text, count, false, job.scratch);
+        if (got.error == KO_EINVAL) continue;
+        const bool whole = got.error == KO_OK && job.scratch.used > 0;
+        return whole && utf8_char(job.scratch.room.data(), job.scratch.used, point) > 0 ? int(count)
+                                                                                        : 0;
+    }
+    return -1;
+}
+
+// Invalid input can be told from what only the target lacks.
+bool knows_source(const convert_job &job) { return job.is_utf8 || job.is_utf16 || job.has_to_utf8; }
+
+// How the conversion takes the first bytes of text alone.
+int trial(convert_job &job, const unsigned char *text, size_t len) {
+    route_state st;
+    source_state(st) = source_state(job.st);
+    return run(job.has_to_utf8 && job.to_utf8.legs > 0 ? job.to_utf8 : job.way, st, text, len,
+               false, job.scratch)
+        .error;
+}
+
+// Bytes of what is no character: as many as make it invalid, but none that is a character alone.
+size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, size_t &seen) {
+    if (job.is_utf8) return 1;
+    if (job.is_utf16) return std::min<size_t>(len, 2);
+    size_t count = 1;
+    while (count < std::min<size_t>(len, 4) && trial(job, text, count) == KO_EINVAL)
+        ++count;
+    seen = count;
+    for (size_t i = 1; i < count; ++i)
+        if (trial(job, text + i, 1) == KO_OK) return i;
+    return count;
+}
+
+struct bad_input : bad_character {
+    size_t seen = 0; // bytes that show it is bad: len, or more where the next ones are kept
+};
+
+bad_input diagnose(convert_job &job, const unsigned char *text, size_t len, int error) {
+    bad_input bad;
+    uint32_t point = 0;
+    const int count = source_character(job, text, len, point);
+    if (count > 0) {
+        bad.why = fault::missing;
+        bad.len = size_t(count);
+        bad.code = point;
+    } else if (count < 0 || (error == KO_EINVAL && !knows_source(job))) {
+        bad.why = fault::cut;
+        bad.len = len;
+    } else {
+        bad.why = fault::invalid;
+        bad.len = invalid_length(job, text, len, bad.seen);
+    }
+    bad.seen = std::max(bad.seen, bad.len);
+    std::copy_n(text, std::min<size_t>(bad.seen, 4), bad.bytes.begin());
+    return bad;
+}
+
+std::string trouble_text(const convert_job &job, const bad_input &bad) {
+    const std::string bytes =
+        hex({reinterpret_cast<const char *>(bad.bytes.data()), std::min<size_t>(bad.seen, 4)}, " ");
+    const std::string subject = (bad.seen == 1 ? "the byte " : "the bytes ") + bytes;
+    switch (bad.why) {
+    case fault::missing: {
+        std::string text = subject + (bad.seen == 1 ? " is " : " are ") + code_point_text(bad.code);
+        if (bad.code >= 0xA0) {
+            text += " (";
+            append_utf8(bad.code, text);
+            text += ")";
+        }
+        if (job.between_unicode)
+            return text + ", which the conversion object lacks; kovac convert --supplementary "
+                          "compiles one with all planes";
+        return text + ", which " + job.way.to.name + " lacks";
+    }
+    case fault::cut:
+        return "the text ends inside a character of " + job.way.from.name + " (" + bytes + ")";
+    default:
+        return subject + (bad.seen == 1 ? " begins" : " are") + " no character of " +
+               job.way.from.name +
+               (knows_source(job) ? "" : ", or one that " + job.way.to.name + " lacks");
+    }
+}
+
+void note(finding &found, const std::string &where) {
+    ++found.count;
+    if (found.first.size() < shown_places) found.first.push_back(where);
+}
+
+// Finds the substituted characters in text that has converted from this state and place on.
+void find_substituted(convert_job &job, const input &in, route_state st, text_place place,
+                      const unsigned char *text, size_t len) {
+    byte_buffer out;
+    for (size_t at = 0, piece = len; at < len;) {
+        piece = std::min(piece, len - at);
+        route_state next = st;
+        const run_result got = run(job.way, next, text + at, piece, false, out);
+        if (got.taken == 0) {
+            if (piece >= len - at) return;
+            ++piece;
+            continue;
+        }
+        // The whole piece holds one, so does half of it or the other half, down to one character.
+        if (got.substituted && piece > 1) {
+            route_state lone = st;
+            const size_t fewer = piece > 8 ? piece / 2 : piece - 1;
+            if (run(job.way, lone, text + at, fewer, false, out).taken > 0) {
+                piece = fewer;
+                continue;
+            }
+        }
+        if (got.substituted)
+            note(job.findings[substituted],
+                 place_text(in, place) + ": " +
+                     hex({reinterpret_cast<const char *>(text + at), got.taken}, " "));
+        advance(job, place, text + at, got.taken, source_state(st));
+        st = next;
+        at += got.taken;
+        piece *= 2;
+    }
+}
+
+// ---- output ----
+
+void write_replacement(convert_job &job, output &out) {
+    if (!job.replacement_is_utf8) {
+        if (target_state(job.way, job.st) == 1) write(out, job.closing);
+        target_state(job.way, job.st) = 0;
+        write(out, job.replacement);
+        return;
+    }
+    route_state st;
+    target_state(job.from_utf8, st) = target_state(job.way, job.st);
+    run(job.from_utf8, st, bytes_of(job.replacement), job.replacement.size(), false, job.scratch);
+    target_state(job.way, job.st) = target_state(job.from_utf8, st);
+    write(out, job.scratch.text());
+}
+
+// Writes the closing shift where the last character was not the end of the text: it was skipped or
+// replaced.
+void close_text(convert_job &job, output &out) {
+    if (job.closed || target_state(job.way, job.st) != 1) return;
+    write(out, job.closing);
+}
+
+// ---- progress ----
+
+std::string amount(double bytes) {
+    char text[40];
+    const bool large = bytes >= 1073741824.0;
+    std::snprintf(text, sizeof text, "%.1f %s", bytes / (large ? 1073741824.0 : 1048576.0),
+                  large ? "GiB" : "MiB");
+    return text;
+}
+
+// The line on standard error, at most five times a second and not in the first second.
+void report_progress(convert_job &job) {
+    if (!job.reports) return;
+    const double now = seconds_now();
+    if (now < job.next_report) return;
+    job.next_report = now + 0.2;
+    job.reported = true;
+    const double done_bytes = double(job.bytes), rate = done_bytes / (now - job.started);
+    std::string text = amount(done_bytes);
+    if (job.total > job.bytes)
+        text += " of " + amount(double(job.total)) + " (" +
+                std::to_string(int(100 * done_bytes / double(job.total))) + "%)";
+    text += ", " + amount(rate) + "/s";
+    if (job.total > job.bytes)
+        text += ", " + std::to_string(int(double(job.total - job.bytes) / rate) + 1) + " s left";
+    std::fprintf(stderr, "\rkova: %s\033[K", text.c_str());
+    std::fflush(stderr);
+}
+
+void clear_progress(convert_job &job) {
+    if (job.reported) std::fputs("\r\033[K", stderr);
+    job.reported = false;
+}
+
+// ---- one text ----
+
+void handle_bad(convert_job &job, input &in, output &out, int error) {
+    if (error != KO_EILSEQ && error != KO_EINVAL)
+        throw failure(bad_file, place_text(in, job.place) + ": the conversion fails with error " +
+                                    std::to_string(error));
+    const unsigned char *text = in.block.data() + in.at;
+    const bad_input bad = diagnose(job, text, in.fill - in.at, error);
+    const std::string where = place_text(in, job.place) + ": " + trouble_text(job, bad);
+    if (!job.goes_on) throw failure(bad_text, where + "; --skip or --replace goes on");
+    note(job.findings[bad.why == fault::missing ? unmapped
+                      : bad.why == fault::cut   ? cut_off
+                                                : invalid],
+         where);
+    if (job.options->replace) write_replacement(job, out);
+    job.place.offset += bad.len;
+    job.place.column += 1;
+    // A newline that the target lacks still ends its line.
+    if (bad.len == job.newline.size() && std::memcmp(text, job.newline.data(), bad.len) == 0) {
+        job.place.line += 1;
+        job.place.column = 1;
+    }
+    take(in, bad.len);
+}
+
+// Converts the bytes at hand. The last ones wait until more is read or the text is known to end,
+// as its last character is converted as such. False when more must be read first.
+bool convert_piece(convert_job &job, input &in, output &out) {
+    constexpr size_t longest_character = 4;
+    const size_t unread = in.fill - in.at, kept = in.at_end ? 0 : longest_character;
+    if (unread <= kept) return false;
+    const unsigned char *text = in.block.data() + in.at;
+    const route_state before = job.st;
+    const run_result got = run(job.way, job.st, text, unread - kept, in.at_end, job.converted);
+    write(out, job.converted.text());
+    job.closed = got.closed;
+    job.any_substituted |= got.substituted;
+    if (got.substituted && job.options->report)
+        find_substituted(job, in, before, job.place, text, got.taken);
+    advance(job, job.place, text, got.taken, before.leg[0].source_state);
+    take(in, got.taken);
+    job.bytes += got.taken;
+    if (got.error == KO_OK) return true;
+    // What ends the piece, or is not seen whole, is judged when more is there.
+    if (!in.at_end && (got.error == KO_EINVAL || in.fill - in.at < longest_character)) return false;
+    handle_bad(job, in, out, got.error);
+    return true;
+}
+
+void convert_file(convert_job &job, const std::string &path, output &out) {
+    input in;
+    open(in, path);
+    job.st = {};
+    for (conv_state &leg : job.st.leg)
+        leg.first_frag = 1;
+    job.place = {};
+    job.closed = false;
+    do {
+        while (convert_piece(job, in, out))
+            report_progress(job);
+    } while (more(in) || in.at < in.fill);
+    close_text(job, out);
+}
+
+// ---- preparation ----
+
+std::string pair_text(const convert_job &job) {
+    return job.way.from.name + " to " + job.way.to.name;
+}
+
+void tell_way(const convert_job &job) {
+    std::string text = pair_text(job);
+    if (job.way.legs == 0) text += ": the same code set, bytes are copied";
+    if (job.way.legs == 1) text += ": " + job.way.files[0];
+    if (job.way.legs == 2)
+        text += " through " + job.way.through + ": " + job.way.files[0] + ", " + job.way.files[1];
+    kovatool::tell("kova", text);
+}
+
+// Every byte is a character or none, and shifts nothing.
+bool has_single_bytes(convert_job &job) {
+    if (job.way.legs == 0) return true;
+    for (unsigned i = 0; i < 256; ++i) {
+        const auto byte = static_cast<unsigned char>(i);
+        route_state st;
+        const run_result got = run(job.way, st, &byte, 1, false, job.scratch);
+        if (got.error == KO_EINVAL || source_state(st) != 0) return false;
+    }
+    return true;
+}
+
+void learn_source(const data_place &place, convert_job &job) {
+    const code_set utf8 = utf8_code_set();
+    job.is_utf8 = same_code_set(job.way.from, utf8);
+    job.is_utf16 = same_code_set(job.way.from, unicode_code_set());
+    if (job.is_utf16) job.newline = std::string("\0\n", 2);
+    job.between_unicode = job.is_utf8 ? same_code_set(job.way.to, unicode_code_set())
+                                      : job.is_utf16 && same_code_set(job.way.to, utf8);
+    if (job.is_utf8 || job.is_utf16) return;
+    job.one_byte = has_single_bytes(job);
+    job.has_to_utf8 = open_route(place, job.way.from, utf8, job.to_utf8);
+    route back;
+    if (!open_route(place, utf8, job.way.from, back)) return;
+    route_state st;
+    const unsigned char newline = '\n';
+    const run_result got = run(back, st, &newline, 1, false, job.scratch);
+    if (got.error == KO_OK && job.scratch.used > 0) job.newline = job.scratch.text();
+}
+
+bool fits_target(convert_job &job, const std::string &text) {
+    route_state st;
+    const run_result got = run(job.from_utf8, st, bytes_of(text), text.size(), false, job.scratch);
+    return got.error == KO_OK && got.taken == text.size() && !got.substituted;
+}
+
+void learn_replacement(const data_place &place, const common_options &common, convert_job &job) {
+    job.closing = closing_shift(job.way);
+    if (!job.options->replace) return;
+    job.has_from_utf8 = open_route(place, utf8_code_set(), job.way.to, job.from_utf8);
+    const bool by_default = job.options->replacement == default_replacement;
+    job.replacement_is_utf8 = job.has_from_utf8 && (by_default || text_is_utf8(common));
+    job.replacement = job.options->replacement;
+    if (by_default)
+        job.replacement =
+            job.has_from_utf8 && fits_target(job, "\xEF\xBF\xBD") ? "\xEF\xBF\xBD" : "?";
+    if (job.replacement_is_utf8 && !fits_target(job, job.replacement))
+        throw failure(bad_text,
+                      "--replace: " + job.way.to.name + " has no \"" + job.replacement + "\"");
+}
+
+// The size of all files, where every one of them has a size.
+void measure_files(convert_job &job, const std::vector<std::string> &files) {
+    uint64_t total = 0;
+    for (const std::string &path : files) {
+        if (path != "-" && !is_regular_file(path)) return; // opening a pipe would disturb it
+        input in;
+        open(in, path);
+        if (in.size == 0) return;
+        total += in.size;
+    }
+    job.total = total;
+}
+
+// ---- what was not converted as it is ----
+
+void tell_report(const convert_job &job) {
+    for (const finding &found : job.findings) {
+        std::fprintf(stderr, "kova: %llu %s %s\n", static_cast<unsigned long long>(found.count),
+                     found.count == 1 ? "character" : "characters", found.name);
+        for (const std::string &where : found.first)
+            kovatool::tell("kova", "  " + where);
+        if (found.count > found.first.size())
+            std::fprintf(stderr, "kova:   and %llu more\n",
+                         static_cast<unsigned long long>(found.count - found.first.size()));
+    }
+}
+
+void tell_findings(const convert_job &job) {
+    if (job.options->report) return tell_report(job);
+    for (const finding &found : job.findings) {
+        if (found.count == 0) continue;
+        std::fprintf(stderr, "kova: %llu %s %s (%s), the first at %s\n",
+                     static_cast<unsigned long long>(found.count),
+                     found.count == 1 ? "character" : "characters",
+                     job.options->replace ? "replaced" : "skipped", found.name,
+                     kovatool::printable(found.first[0]).c_str());
+    }
+    if (job.options->verbose && job.any_substituted)
+        std::fputs("kova: some characters were substituted; --report tells where\n", stderr);
+}
+
+} // namespace
+
+int run_convert(const common_options &common, const convert_options &options) {
+    const data_place place = find_data(common, data_kind::conversions);
+    if (options.list) return list_code_sets(place);
+    convert_job job;
+    job.options = &options;
+    job.goes_on = options.skip || options.replace || options.report;
+    open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way);
+    learn_source(place, job);
+    learn_replacement(place, common, job);
+    if (options.verbose) tell_way(job);
+    std::vector<std::string> files = options.files;
+    if (files.empty()) files.push_back("-");
+    job.reports = options.progress && is_terminal(stderr);
+    if (job.reports) measure_files(job, files);
+    job.started = seconds_now();
+    job.next_report = job.started + 1.0;
+    output out;
+    try {
+        open(out, options.out); // what it replaces stays in place: it may be one of the files read
+        for (const std::string &path : files)
+            convert_file(job, path, out);
+        finish(out);
+    } catch (...) {
+        clear_progress(job);
+        throw;
+    }
+    clear_progress(job);
+    tell_findings(job);
+    return done;
+}
+
+} // namespace kovacli

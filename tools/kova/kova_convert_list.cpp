@@ -1,0 +1,143 @@
+// The list of code sets and compiled pairs, and what to say where a pair has no way.
+#include "kova/kova_convert.h"
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <set>
+
+#include "kova/kova_cli.h"
+#include "kova/kova_io.h"
+#include "kova/kova_table.h"
+
+namespace kovacli {
+
+struct listed_set {
+    std::vector<std::string> names;
+    std::set<uint16_t> targets;
+};
+
+// "033304e4.cvo": the two numbers.
+static bool numbers_of(const std::string &file, uint16_t &from, uint16_t &to) {
+    if (file.size() != 12 || file.compare(8, 4, ".cvo") != 0) return false;
+    const char *text = file.data();
+    return std::from_chars(text, text + 4, from, 16).ptr == text + 4 &&
+           std::from_chars(text + 4, text + 8, to, 16).ptr == text + 8;
+}
+
+// A file named by two names of which the registry lacks one: only names open it.
+static bool lacks_number(const std::string &file, const std::set<std::string> &known) {
+    if (file.size() < 8 || file.compare(file.size() - 4, 4, ".cvo") != 0) return false;
+    std::string stem = file.substr(0, file.size() - 4);
+    std::transform(stem.begin(), stem.end(), stem.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; });
+    for (size_t at = stem.find('_'); at != stem.npos; at = stem.find('_', at + 1))
+        if (known.contains(stem.substr(0, at)) && known.contains(stem.substr(at + 1))) return false;
+    return stem.find('_') != stem.npos;
+}
+
+static std::string established_name(const std::map<uint16_t, listed_set> &sets, uint16_t number) {
+    const auto it = sets.find(number);
+    return it == sets.end() || it->second.names.empty() ? std::to_string(number)
+                                                        : it->second.names[0];
+}
+
+static std::string joined(const std::vector<std::string> &words, size_t first) {
+    std::string text;
+    for (size_t i = first; i < words.size(); ++i)
+        text += (i > first ? " " : "") + words[i];
+    return text;
+}
+
+int list_code_sets(const data_place &place) {
+    std::map<uint16_t, listed_set> sets;
+    std::set<std::string> known;
+    for (const registry_entry &entry : registry_entries()) {
+        if (!known.insert(entry.name).second) continue; // the first entry of a name counts
+        sets[entry.number].names.push_back(entry.name);
+    }
+    std::vector<std::string> by_name;
+    for (const std::string &dir : place.dirs) {
+        for (const std::string &file : directory_entries(dir)) {
+            uint16_t from = 0, to = 0;
+            if (numbers_of(file, from, to))
+                sets[from].targets.insert(to);
+            else if (lacks_number(file, known))
+                by_name.push_back(file);
+        }
+    }
+    std::vector<std::vector<cell>> rows = {
+        {{"number", -1, true}, {"code set"}, {"aliases"}}
+    };
+    std::vector<std::vector<cell>> pairs = {
+        {{"from"}, {"to"}}
+    };
+    for (const auto &[number, set] : sets) {
+        const std::string name = established_name(sets, number);
+        rows.push_back({
+            {std::to_string(number), -1, true},
+            {name                     },
+            {joined(set.names,       1)                    }
+        });
+        std::string targets;
+        for (const uint16_t to : set.targets)
+            targets += (targets.empty() ? "" : " ") + established_name(sets, to);
+        if (!targets.empty()) pairs.push_back({{name}, {targets}});
+    }
+    output out;
+    write_table(out, rows);
+    write(out,
+          "\nCompiled pairs; others go through utf8 or unicode where both have a pair with it:\n");
+    write_table(out, pairs);
+    for (const std::string &file : by_name)
+        write(out, "by name only: " + file.substr(0, file.size() - 4) + "\n");
+    finish(out);
+    return done;
+}
+
+// Letters and digits in lower case.
+static std::string folded(const std::string &name) {
+    std::string text;
+    for (const char c : name) {
+        if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) text.push_back(c);
+        if (c >= 'A' && c <= 'Z') text.push_back(char(c + 32));
+    }
+    return text;
+}
+
+// "; there are sjis, shift-jis", or "" when nothing resembles the name.
+static std::string similar_names(const std::string &name) {
+    constexpr size_t most = 5;
+    const std::string wanted = folded(name);
+    if (wanted.size() < 2) return "";
+    std::vector<std::string> close;
+    for (const registry_entry &entry : registry_entries()) {
+        const std::string other = folded(entry.name);
+        if (other.size() < 3 ||
+            (other.find(wanted) == other.npos && wanted.find(other) == wanted.npos))
+            continue;
+        if (close.size() < most) close.push_back(entry.name);
+    }
+    std::string text;
+    for (const std::string &one : close)
+        text += (text.empty() ? "; there are " : ", ") + one;
+    return text;
+}
+
+void open_needed_route(const data_place &place, const code_set &from, const code_set &to,
+                       route &way) {
+    if (open_route(place, from, to, way)) return;
+    for (const code_set &set : {from, to}) {
+        if (set.number == KO_NO_CODESET)
+            throw failure(bad_locale, "no code set is called \"" + set.name + "\"" +
+                                          similar_names(set.name) +
+                                          "; kova convert --list shows them");
+    }
+    throw failure(bad_locale, "there is no conversion from " + from.name + " to " + to.name +
+                                  ", nor through utf8 or unicode; compile one with \"kovac "
+                                  "convert --from " +
+                                  from.name + " --to " + to.name + " -o " +
+                                  (place.root.empty() ? "ROOT" : place.root) + "\"");
+}
+
+} // namespace kovacli

@@ -1,0 +1,221 @@
+// Code sets, their conversion objects, and conversion in pieces over one object or two.
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "kova/kova_convert.h"
+#include "kova/kova_platform.h"
+
+namespace kovacli {
+
+// ---- code sets ----
+
+code_set find_code_set(const std::string &name) {
+    refuse_path("code set", name);
+    return {name, name.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(name)};
+}
+code_set utf8_code_set() { return find_code_set("utf8"); }
+code_set unicode_code_set() { return find_code_set("unicode"); }
+
+bool same_code_set(const code_set &a, const code_set &b) {
+    return a.number == b.number && (a.number != KO_NO_CODESET || a.name == b.name);
+}
+
+static std::string lower_case(std::string text) {
+    for (char &c : text)
+        if (c >= 'A' && c <= 'Z') c = char(c - 'A' + 'a');
+    return text;
+}
+
+std::vector<registry_entry> registry_entries() {
+    std::vector<registry_entry> result;
+    void *stream = ko_path_search(nullptr, "registry", "cm", "3");
+    if (!stream) return result;
+    char line[512];
+    while (ko_ext_fgets(line, sizeof line, stream)) {
+        char name[24] = {};
+        unsigned number = 0;
+        if (line[0] == '#' || std::sscanf(line, " %21s %u", name, &number) != 2 || name[0] == '#' ||
+            number > 0xFFFF)
+            continue;
+        result.push_back({lower_case(name), uint16_t(number)});
+    }
+    ko_ext_fclose(stream);
+    return result;
+}
+
+// ---- objects ----
+
+static bool by_number(const code_set &from, const code_set &to) {
+    return from.number != KO_NO_CODESET && to.number != KO_NO_CODESET;
+}
+
+// A name that can stand in the name of a file.
+static bool is_plain(const std::string &name) {
+    return !name.empty() && name.find_first_of("/\\:") == name.npos;
+}
+
+static std::string existing(const data_place &place, const std::string &file) {
+    for (const std::string &dir : place.dirs)
+        if (is_regular_file(dir + "/" + file)) return dir + "/" + file;
+    return "";
+}
+
+std::string object_path(const data_place &place, const code_set &from, const code_set &to) {
+    if (by_number(from, to)) {
+        char file[14];
+        gen_exports scratch = {};
+        ko_cs_nums2cv_fname(&scratch, from.number, to.number, file, nullptr);
+        if (const std::string path = existing(place, file); !path.empty()) return path;
+    }
+    if (!is_plain(from.name) || !is_plain(to.name)) return "";
+    return existing(place, from.name + "_" + to.name + ".cvo");
+}
+
+// False when the pair has no object.
+static bool open_leg(const data_place &place, const code_set &from, const code_set &to,
+                     descriptor &leg, std::string &path) {
+    path = object_path(place, from, to);
+    if (path.empty()) return false;
+    const std::string file = path.substr(path.find_last_of('/') + 1);
+    if (ko_iconv_open1(&leg.cd, file.c_str()) == 0) return true;
+    const int error = *ko_ext_errno(leg.cd);
+    throw failure(bad_locale,
+                  path + (error == KO_ENOMEM ? " cannot be loaded: damaged, or memory is exhausted"
+                                             : " is damaged or no conversion object (error " +
+                                                   std::to_string(error) +
+                                                   "); compile it again with kovac convert"));
+}
+
+bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way) {
+    way.from = from;
+    way.to = to;
+    way.legs = 0;
+    if (same_code_set(from, to)) return true;
+    way.legs = 1;
+    if (open_leg(place, from, to, way.leg[0], way.files[0])) return true;
+    way.legs = 2;
+    for (const code_set &middle : {utf8_code_set(), unicode_code_set()}) {
+        if (same_code_set(from, middle) || same_code_set(to, middle) ||
+            object_path(place, from, middle).empty() || object_path(place, middle, to).empty())
+            continue;
+        way.through = middle.name;
+        return open_leg(place, from, middle, way.leg[0], way.files[0]) &&
+               open_leg(place, middle, to, way.leg[1], way.files[1]);
+    }
+    way.legs = 0;
+    return false;
+}
+
+// ---- conversion ----
+
+static constexpr size_t longest_piece = size_t{1} << 20;
+
+static void make_room(byte_buffer &out, size_t bytes) {
+    if (out.room.size() < bytes) out.room.resize(bytes);
+}
+
+struct leg_result {
+    size_t taken = 0;
+    int error = 0;
+    bool substituted = false;
+};
+
+// Converts into at most the given room; the shift states may have moved after KO_E2BIG.
+static leg_result convert_into(ko_cv_t cd, conv_state &st, const unsigned char *text, size_t len,
+                               unsigned char *out, size_t &room) {
+    const ko_mchar_t *in = text;
+    ko_mchar_t *to = out;
+    int left = int(len), space = int(room), substituted = 0;
+    *ko_ext_errno(cd) = KO_OK;
+    const int result = ko_cv_mconv(cd, &st, &in, &left, &to, &space, &substituted);
+    int error = result == 0 ? int{KO_OK} : *ko_ext_errno(cd);
+    if (result != 0 && error == KO_OK) error = KO_EILSEQ;
+    room = size_t(to - out);
+    return {size_t(in - text), error, substituted != 0};
+}
+
+// Converts with as much room as it takes.
+static leg_result convert_leg(ko_cv_t cd, conv_state &st, const unsigned char *text, size_t len,
+                              bool last, byte_buffer &out) {
+    out.used = 0;
+    if (len == 0) return {};
+    const conv_state before = st;
+    make_room(out, size_t(ko_cv_outbuflen(cd, int(len))) + 16);
+    for (;;) {
+        st = before;
+        st.last_frag = last ? 1 : 0;
+        out.used = out.room.size();
+        const leg_result done = convert_into(cd, st, text, len, out.room.data(), out.used);
+        if (done.error != KO_E2BIG) {
+            st.first_frag = 0;
+            return done;
+        }
+        if (out.room.size() > 64 * longest_piece) throw std::bad_alloc();
+        out.room.resize(2 * out.room.size());
+    }
+}
+
+// Bytes of the first leg's source in front of the character whose output begins at made, or that
+// holds it.
+static size_t source_of(route &way, conv_state st, const unsigned char *text, size_t len,
+                        size_t made) {
+    size_t room = made;
+    make_room(way.between, made + 1);
+    return convert_into(way.leg[0].cd, st, text, len, way.between.room.data(), room).taken;
+}
+
+static run_result run_both(route &way, route_state &st, const unsigned char *text, size_t len,
+                           bool last, byte_buffer &out) {
+    const conv_state before = st.leg[0];
+    const leg_result one = convert_leg(way.leg[0].cd, st.leg[0], text, len, last, way.between);
+    const bool ends = last && one.error == KO_OK && way.between.used > 0;
+    const leg_result two =
+        convert_leg(way.leg[1].cd, st.leg[1], way.between.room.data(), way.between.used, ends, out);
+    if (two.error == KO_OK)
+        return {one.taken, one.error, true, one.substituted || two.substituted, ends};
+    // The first leg went too far: it stands behind the same character as the second again.
+    const size_t taken = source_of(way, before, text, one.taken, two.taken);
+    st.leg[0] = before;
+    const leg_result again = convert_leg(way.leg[0].cd, st.leg[0], text, taken, false, way.between);
+    return {taken, KO_EILSEQ, false, again.substituted || two.substituted, false};
+}
+
+run_result run(route &way, route_state &st, const unsigned char *text, size_t len, bool last,
+               byte_buffer &out) {
+    if (len > longest_piece) {
+        len = longest_piece;
+        last = false;
+    }
+    out.used = 0;
+    if (way.legs == 2) return run_both(way, st, text, len, last, out);
+    if (way.legs == 1) {
+        const leg_result one = convert_leg(way.leg[0].cd, st.leg[0], text, len, last, out);
+        return {one.taken, one.error, true, one.substituted, last && one.error == KO_OK && len > 0};
+    }
+    make_room(out, len);
+    std::copy_n(text, len, out.room.begin());
+    out.used = len;
+    return {len, KO_OK, true, false, last};
+}
+
+// What a null character is written as in the shifted state, without the null character itself.
+std::string closing_shift(route &way) {
+    static constexpr unsigned char zeros[4] = {};
+    if (way.legs == 0) return "";
+    byte_buffer plain, shifted;
+    for (const size_t len : {size_t{1}, size_t{2}, size_t{4}}) {
+        route_state from_plain, from_shifted;
+        target_state(way, from_shifted) = 1;
+        const run_result one = run(way, from_plain, zeros, len, false, plain);
+        const run_result two = run(way, from_shifted, zeros, len, false, shifted);
+        if (one.error != KO_OK || two.error != KO_OK) continue;
+        const std::string_view whole = shifted.text();
+        if (whole.size() > plain.used && whole.substr(whole.size() - plain.used) == plain.text())
+            return std::string(whole.substr(0, whole.size() - plain.used));
+        break;
+    }
+    return "";
+}
+
+} // namespace kovacli

@@ -1,0 +1,191 @@
+// Formats as arguments: their directives, their values and where they fail.
+#include "kova/kova_format.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace kovacli {
+
+// A character in ASCII, "?" for others.
+static char ascii(const codec &code, ko_wchar_t wide) {
+    uint32_t point = code_point(code, wide);
+    if (point == no_code_point) point = wide; // no mapping: what looks like ASCII is ASCII
+    return point < 0x80 ? char(point) : '?';
+}
+
+static bool is_one_of(const std::string &set, char c) { return set.find(c) != set.npos; }
+
+// The directive whose "%" stands at a place.
+static format_directive scan_directive(const std::string &text, size_t start,
+                                       const format_grammar &grammar) {
+    size_t at = start + 1;
+    while (at < text.size() && is_one_of(grammar.flags, text[at]))
+        at += text[at] == '=' ? 2u : 1u;
+    const std::string counts = "0123456789#.*";
+    while (at < text.size() && is_one_of(counts, text[at]))
+        ++at;
+    while (at < text.size() && is_one_of(grammar.sizes, text[at]))
+        ++at;
+    format_directive d;
+    d.start = start;
+    if (at < text.size()) d.conversion = text[at];
+    at = std::min(at, text.size());
+    d.modifiers = text.substr(start + 1, at - start - 1);
+    d.end = at + (d.conversion ? 1 : 0);
+    const bool digit = d.end < text.size() && text[d.end] >= '0' && text[d.end] <= '9';
+    if (digit && is_one_of(grammar.numbered, d.conversion)) ++d.end;
+    return d;
+}
+
+format_text decode_format(const codec &code, const std::string &text,
+                          const format_grammar &grammar) {
+    format_text format;
+    format.wide = decode_argument(code, text, "FORMAT");
+    std::string plain;
+    for (const ko_wchar_t c : format.wide)
+        plain += ascii(code, c);
+    for (size_t at = 0; (at = plain.find('%', at)) != plain.npos;) {
+        if (plain.compare(at, 2, "%%") == 0) {
+            at += 2;
+        } else {
+            format.directives.push_back(scan_directive(plain, at, grammar));
+            at = format.directives.back().end;
+        }
+    }
+    format.wide.push_back(0);
+    return format;
+}
+
+size_t longest_working(const format_text &format,
+                       const std::function<bool(const ko_wchar_t *front)> &works) {
+    std::vector<ko_wchar_t> front = format.wide;
+    while (front.size() > 1 && !works(front.data())) {
+        front.pop_back();
+        front.back() = 0;
+    }
+    return front.size() - 1;
+}
+
+// Columns of a part of the format on a terminal.
+static size_t columns(const codec &code, const format_text &format, size_t from, size_t to) {
+    size_t total = 0;
+    for (size_t i = from; i < to; ++i) {
+        const int width = ko_wcwidth(code.loc, format.wide[i]);
+        total += width < 0 ? 1 : size_t(width);
+    }
+    return total;
+}
+
+void fail_in_format(const codec &code, const format_text &format, size_t place, int status,
+                    const std::string &why) {
+    const auto part = [&](size_t from, size_t to) {
+        std::string text;
+        encode(code, &format.wide[from], to - from, text);
+        return text;
+    };
+    const size_t size = format.wide.size() - 1;
+    size_t end = std::min(place + 1, size);
+    std::string text;
+    for (size_t i = 0; i < format.directives.size(); ++i) {
+        const format_directive &d = format.directives[i];
+        if (place < d.start || place >= d.end) continue;
+        text = "directive " + std::to_string(i + 1) + ", ";
+        place = d.start;
+        end = d.end;
+    }
+    text += part(place, end) + ", at character " + std::to_string(place + 1) + " of the format: ";
+    text += why;
+    std::string shown = "  " + part(0, size) + "\n  ";
+    shown += std::string(columns(code, format, 0, place), ' ') + '^';
+    const size_t marked = columns(code, format, place, end);
+    if (marked > 1) shown += std::string(marked - 1, '~');
+    throw failure(status, text, shown);
+}
+
+// ---- values ----
+
+void check_counts(const format_text &format, const std::vector<std::string> &values) {
+    const size_t takes = format.directives.size();
+    if (takes > directives_max)
+        throw failure(bad_usage,
+                      "FORMAT has more than " + std::to_string(directives_max) + " directives");
+    if (!takes && !values.empty())
+        throw failure(bad_usage, "FORMAT has no directive, so that no VALUE may follow");
+    if (takes && (values.empty() || values.size() % takes))
+        throw failure(bad_usage, "FORMAT takes a VALUE for each directive, " +
+                                     std::to_string(takes) + " at a time; there are " +
+                                     std::to_string(values.size()));
+}
+
+template <class Number> static std::errc number_of(const std::string &text, Number &value) {
+    const char *first = text.data(), *const last = first + text.size();
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-') ++first;
+    const auto [end, error] = std::from_chars(first, last, value);
+    if (error == std::errc() && end != last) return std::errc::invalid_argument;
+    return error;
+}
+
+[[noreturn]] static void bad_value(const std::string &text, const std::string &what,
+                                   const std::string &why) {
+    throw failure(bad_usage, what + ", " + text + ", " + why);
+}
+
+double decimal_value(const std::string &text, const std::string &what) {
+    double value = 0;
+    const std::errc error = number_of(text, value);
+    if (error == std::errc::result_out_of_range) bad_value(text, what, "is out of range");
+    if (error != std::errc())
+        bad_value(text, what, "is no number; digits, \".\" and an exponent make one");
+    return value;
+}
+
+int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most) {
+    int64_t value = 0;
+    const std::errc error = number_of(text, value);
+    if (error == std::errc::invalid_argument) bad_value(text, what, "is no whole number");
+    if (error != std::errc() || value < least || value > most)
+        bad_value(text, what,
+                  "is not within " + std::to_string(least) + " and " + std::to_string(most));
+    return value;
+}
+
+std::string shortest_digits(double value) {
+    char text[400];
+    const auto result = std::to_chars(text, text + sizeof text, value);
+    return std::string(text, result.ptr);
+}
+
+// ---- results ----
+
+bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room)> &call,
+                  std::vector<ko_wchar_t> &result) {
+    for (size_t room = 256;; room *= 4) {
+        result.resize(room + 1);
+        *ko_ext_errno(loc) = 0;
+        const int size = call(result.data(), int(room));
+        if (size >= 0) {
+            result.resize(size_t(size));
+            return true;
+        }
+        if (*ko_ext_errno(loc) != KO_E2BIG || room > 10000000) return false;
+    }
+}
+
+int run_format(const common_options &common, const format_options &options,
+               const format_command &command) {
+    locale_handle handle;
+    codec code;
+    const data_place data = open_with_codec(common, options.locale, handle, code);
+    if (!code.mapped) add_mapping(handle, data, code);
+    const format_text format = decode_format(code, options.format, command.grammar);
+    if (format.directives.size() > directives_max) check_counts(format, {});
+    output out;
+    if (options.parse)
+        command.parse(code, format, options.text, out);
+    else
+        command.print(code, format, options.values, out);
+    finish(out);
+    return done;
+}
+
+} // namespace kovacli

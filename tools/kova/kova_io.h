@@ -1,0 +1,60 @@
+// Reading bytes with their place in a file, and writing with every error seen.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "common/tool_file.h"
+#include "kova/kova_platform.h"
+
+namespace kovacli {
+
+// A file or standard input, read block by block.
+struct input {
+    std::string name; // for messages
+    std::FILE *stream = nullptr;
+    bool owned = false;
+    bool at_end = false;
+    std::vector<unsigned char> block;
+    size_t at = 0, fill = 0; // unread bytes are block[at, fill)
+    uint64_t offset = 0;     // of block[at] in the file
+    uint64_t size = 0;       // 0 when unknown
+
+    input() = default;
+    input(const input &) = delete;
+    ~input();
+};
+
+// "-" is standard input. Throws failure.
+void open(input &in, const std::string &path);
+
+// Makes more bytes of the file available behind those unread; false at its end. Throws failure.
+bool more(input &in);
+
+void take(input &in, size_t bytes);
+
+// Standard output, or a file replaced in one step by finish.
+struct output {
+    std::string name = "standard output";
+    std::FILE *stream = stdout;
+    kovatool::replacement file;
+    bool replaces = false;
+
+    output() = default;
+    output(const output &) = delete;
+    ~output();
+};
+
+// "" and "-" are standard output. Throws failure.
+void open(output &out, const std::string &path);
+void write(output &out, const void *bytes, size_t count);
+inline void write(output &out, std::string_view text) { write(out, text.data(), text.size()); }
+
+// Every byte is with the system, and the target replaced, once this returns. Throws failure.
+void finish(output &out);
+
+} // namespace kovacli

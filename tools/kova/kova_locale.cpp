@@ -1,0 +1,367 @@
+// Where the data is, which locale objects are there, and opening one of them.
+#include "kova/kova_locale.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "kova/kova_platform.h"
+#include "kova_host.h"
+
+namespace kovacli {
+
+// What the library reads instead of the environment. Set once by find_data, before any load.
+static std::string hook_root;
+static bool hook_ignores_path;
+static std::string hook_value;
+
+extern "C" {
+static char *environment_hook(const char *name) {
+    if (std::strcmp(name, "VANTORDIR") == 0 && !hook_root.empty()) return hook_root.data();
+    if (std::strcmp(name, "KO_PATH") == 0 && hook_ignores_path) return nullptr;
+    hook_value = env_text(name);
+    return hook_value.empty() ? nullptr : hook_value.data();
+}
+}
+
+static void use_root(const std::string &root, bool ignore_path) {
+    hook_root = root;
+    hook_ignores_path = ignore_path;
+    ko_setextfunc(nullptr, KO_EXT_GETENV, reinterpret_cast<ko_extfn_t>(environment_hook));
+}
+
+// What is looked for below a root, and how the lack of it is told.
+struct kind_names {
+    const char *dirs[2];
+    const char *missing, *compile;
+};
+static const kind_names &names_of(data_kind kind) {
+    static constexpr kind_names locales = {
+        {"/kova/lc11", "/kova/lc"},
+        "locale objects (kova/lc11 is missing)", "kovac locale"
+    };
+    static constexpr kind_names conversions = {
+        {"/kova/cv9", "/kova/cv"},
+        "conversion objects (kova/cv9 is missing)", "kovac convert"
+    };
+    static constexpr kind_names charmaps = {
+        {"/kova/cm3", "/kova/cm"},
+        "charmap objects (kova/cm3 is missing)", "kovac charmap"
+    };
+    return kind == data_kind::locales       ? locales
+           : kind == data_kind::conversions ? conversions
+                                            : charmaps;
+}
+
+// The directories of objects below a root; none when it is no data root.
+static std::vector<std::string> object_dirs(const std::string &root, data_kind kind) {
+    std::vector<std::string> result;
+    for (const char *dir : names_of(kind).dirs)
+        if (is_directory(root + dir)) result.push_back(root + dir);
+    return result;
+}
+
+static data_place named_root(const std::string &root, const char *said_by, bool ignore_path,
+                             data_kind kind) {
+    const kind_names &names = names_of(kind);
+    if (!is_directory(root))
+        throw failure(bad_locale, std::string(said_by) + ": there is no directory " + root +
+                                      "; name the directory that holds " + (names.dirs[0] + 1));
+    data_place place{root, object_dirs(root, kind)};
+    if (place.dirs.empty())
+        throw failure(bad_locale, std::string(said_by) + ": " + root + " holds no " +
+                                      names.missing + "; compile some with \"" + names.compile +
+                                      " -o " + root + "\" or name another root");
+    use_root(root, ignore_path);
+    return place;
+}
+
+static data_place path_places(const std::string &list) {
+    data_place place;
+    for (size_t at = 0; at <= list.size();) {
+        const size_t end = std::min(list.find(';', at), list.size());
+        if (end > at) place.dirs.push_back(list.substr(at, end - at));
+        at = end + 1;
+    }
+    use_root(env_text("VANTORDIR"), false);
+    return place;
+}
+
+data_place find_data(const common_options &common, data_kind kind) {
+    if (!common.root.empty()) return named_root(common.root, "--root", true, kind);
+    if (const std::string list = env_text("KO_PATH"); !list.empty()) return path_places(list);
+    if (const std::string root = env_text("VANTORDIR"); !root.empty())
+        return named_root(root, "VANTORDIR", false, kind);
+    std::vector<std::string> tried;
+    if (const std::string program = program_directory(); !program.empty()) {
+        const std::string above = program.substr(0, program.find_last_of("/\\"));
+        tried = {program + "/vantor", above + "/vantor", above + "/share/vantor"};
+    }
+    tried.push_back(built_in_root());
+    std::string text;
+    for (const std::string &root : tried) {
+        data_place place{root, object_dirs(root, kind)};
+        if (!place.dirs.empty()) {
+            use_root(root, false);
+            return place;
+        }
+        text += (text.empty() ? "" : ", ") + root;
+    }
+    throw failure(bad_locale, "no data root found (looked in " + text +
+                                  "); give --root DIR or set VANTORDIR to the directory that "
+                                  "holds " +
+                                  (names_of(kind).dirs[0] + 1));
+}
+
+// One line of at most limit bytes without its end; a longer one counts as several.
+static bool header_line(std::FILE *file, size_t limit, std::string &line) {
+    line.clear();
+    for (int c; line.size() < limit && (c = std::fgetc(file)) != EOF;) {
+        if (c == '\n') return true;
+        line.push_back(char(c));
+    }
+    return !line.empty();
+}
+
+void read_header(object_file &object) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open_input(object.path),
+                                                                std::fclose);
+    std::string line;
+    object.fault = file ? 0 : errno;
+    if (!file || !header_line(file.get(), 127, line) || line != "FILE_TYPE=locale_object" ||
+        !header_line(file.get(), 127, line) || !header_line(file.get(), 127, line))
+        return;
+    const size_t equals = line.find('=');
+    const long lines =
+        equals == line.npos ? 0 : std::strtol(line.c_str() + equals + 1, nullptr, 10);
+    for (long i = 3; i < std::min(lines, 100L) && header_line(file.get(), 127, line); ++i)
+        object.header.push_back(line);
+    while (header_line(file.get(), 20, line) && line.empty()) {
+    }
+    object.code_set = line;
+    if (std::ferror(file.get())) object.fault = EIO;
+}
+
+std::vector<object_file> list_objects(const data_place &place) {
+    std::vector<object_file> result;
+    for (const std::string &dir : place.dirs) {
+        for (const std::string &sub : directory_entries(dir)) {
+            if (sub.size() != 5 || sub[2] != '_') continue;
+            for (const std::string &entry : directory_entries(dir + "/" + sub)) {
+                char language[6] = {}, number[6] = {}, modifier[5] = {};
+                object_file object;
+                object.file_name = sub + "\\" + entry;
+                object.path = dir + "/" + sub + "/" + entry;
+                if (entry.size() < 8 || entry.compare(entry.size() - 4, 4, ".lco") != 0 ||
+                    ko_lc_fname2lc_pieces(nullptr, object.file_name.c_str(), language, number,
+                                          modifier) != 0)
+                    continue;
+                object.language = language;
+                object.number = uint16_t(std::strtoul(number, nullptr, 10));
+                object.modifier = modifier;
+                const auto same = [&](const object_file &o) {
+                    return o.file_name == object.file_name;
+                };
+                if (std::any_of(result.begin(), result.end(), same)) continue;
+                read_header(object);
+                result.push_back(object);
+            }
+        }
+    }
+    return result;
+}
+
+void refuse_path(const char *what, const std::string &name) {
+    if (name.find_first_of("/\\") == name.npos && name.find("..") == name.npos) return;
+    throw failure(bad_locale, std::string("the name of a ") + what + " cannot be a path: \"" +
+                                  name + "\"; --root names another place for the data");
+}
+
+uint16_t code_set_number(const std::string &name) {
+    static gen_exports scratch;
+    static const bool cached = (ko_cache_registry(&scratch, nullptr), true);
+    return cached ? ko_cs_name2cs_num(&scratch, name.c_str(), nullptr) : uint16_t(KO_NO_CODESET);
+}
+
+std::string specification(const object_file &object) {
+    const bool named = !object.code_set.empty() && object.code_set.size() <= 21 &&
+                       code_set_number(object.code_set) == object.number;
+    return object.language + "." +
+           (named ? object.code_set : std::to_string(unsigned{object.number})) +
+           (object.modifier.empty() ? "" : "@" + object.modifier);
+}
+
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
+static char upper(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
+
+// "de_DE", with the case of letters set right; "" when the text does not begin so.
+static std::string language_of(const std::string &spec) {
+    if (spec.size() < 5 || !is_letter(spec[0]) || !is_letter(spec[1]) || spec[2] != '_' ||
+        !is_letter(spec[3]) || !is_letter(spec[4]))
+        return "";
+    return {lower(spec[0]), lower(spec[1]), '_', upper(spec[3]), upper(spec[4])};
+}
+
+static std::string names_of(const std::vector<object_file> &objects) {
+    constexpr size_t most = 12;
+    std::string text;
+    for (size_t i = 0; i < objects.size() && i < most; ++i)
+        text += (i ? ", " : "") + specification(objects[i]);
+    if (objects.size() > most)
+        text += " and " + std::to_string(objects.size() - most) + " more (see kova locales)";
+    return text;
+}
+
+// The failure for a locale that is not there, with what could have been meant.
+static failure unknown_locale(const std::string &why, const std::string &language,
+                              const std::vector<object_file> &all) {
+    std::vector<object_file> near;
+    for (const object_file &object : all)
+        if (object.language == language) near.push_back(object);
+    if (!near.empty())
+        return failure(bad_locale, why + "; " + language + " exists as " + names_of(near));
+    if (!all.empty()) return failure(bad_locale, why + "; there are " + names_of(all));
+    return failure(bad_locale, why + "; no locale is compiled here, only POSIX can be used");
+}
+
+static std::string fault_text(int error, const object_file &object) {
+    if (std::FILE *file = open_input(object.path)) {
+        std::fclose(file);
+    } else {
+        return std::string("cannot be read: ") + std::strerror(errno);
+    }
+    switch (error) {
+    case KO_ENOMEM:
+        return "cannot be loaded: damaged, or memory is exhausted";
+    case KO_EVERSION:
+        return "was written by another version of kovac; compile it again";
+    case KO_ECALENDAR:
+        return "names an unknown calendar; compile it again with kovac locale";
+    default:
+        return "is damaged or no locale object (error " + std::to_string(error) +
+               "); compile it again with kovac locale";
+    }
+}
+
+// Why a record that was loaded lacks part of its file; "" where it is whole.
+static std::string damage_text(ko_lc_t loc) {
+    switch (ko_lc_status(loc)) {
+    case KO_OK:
+        return "";
+    case KO_ENOMEM:
+        return "cannot be loaded whole: memory is exhausted";
+    default:
+        return "cannot be loaded whole: reading it failed";
+    }
+}
+
+// Whatever the locale was opened by: the record is whole, and so is what its header says.
+static void check_whole(const locale_handle &handle) {
+    if (const std::string text = damage_text(handle.loc); !text.empty())
+        throw failure(bad_locale, handle.object.path + " " + text);
+    if (handle.object.fault)
+        throw failure(bad_locale, handle.object.path +
+                                      " cannot be read: " + std::strerror(handle.object.fault));
+}
+
+static void load(const std::string &name, locale_handle &handle) {
+    if (ko_lc_load(&handle.loc, name.c_str(), nullptr, nullptr) == 0) return check_whole(handle);
+    const int error = *ko_ext_errno(handle.loc);
+    throw failure(bad_locale, handle.object.path + " " + fault_text(error, handle.object));
+}
+
+static void open_default(const data_place &place, locale_handle &handle) {
+    object_file &object = handle.object;
+    object.file_name = "default.lco";
+    for (const std::string &dir : place.dirs) {
+        object.path = dir + "/default.lco";
+        read_header(object);
+        if (!object.code_set.empty()) break;
+    }
+    object.number =
+        object.code_set.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(object.code_set);
+    handle.name = "POSIX";
+    if (ko_createlocale_2(&handle.loc) == 0) {
+        if (object.fault == ENOENT) object.fault = 0; // KO_PATH may name further directories
+        return check_whole(handle);
+    }
+    const int error = *ko_ext_errno(handle.loc);
+    if (error == KO_EFILE)
+        throw failure(bad_locale, "the POSIX locale is missing: no default.lco in " +
+                                      (place.dirs.empty() ? "KO_PATH" : place.dirs[0]) +
+                                      "; name a locale, see kova locales");
+    throw failure(bad_locale, object.path + " " + fault_text(error, object));
+}
+
+// ll_TT or ll_TT@mod: the one object of that name.
+static void open_bare(const std::string &spec, const std::string &language,
+                      const std::vector<object_file> &all, locale_handle &handle) {
+    const std::string modifier = spec.size() > 6 ? spec.substr(6) : "";
+    std::vector<object_file> found;
+    for (const object_file &object : all)
+        if (object.language == language && object.modifier == modifier) found.push_back(object);
+    if (found.empty()) throw unknown_locale("there is no locale " + spec, language, all);
+    if (found.size() > 1)
+        throw failure(bad_locale,
+                      spec + " exists in several code sets, name one: " + names_of(found));
+    handle.object = found[0];
+    handle.name = specification(found[0]);
+    load(found[0].file_name, handle);
+}
+
+void open_locale(const data_place &place, const std::string &spec, locale_handle &handle) {
+    refuse_path("locale", spec);
+    if (spec == "POSIX" || spec == "C" || spec == "default") return open_default(place, handle);
+    const std::vector<object_file> all = list_objects(place);
+    const std::string language = language_of(spec);
+    if (language.empty() || (spec.size() > 5 && spec[5] != '.' && spec[5] != '@'))
+        throw unknown_locale("\"" + spec + "\" is no locale name, which looks like de_DE.8859-1",
+                             language, all);
+    if (spec.size() == 5 || spec[5] == '@') return open_bare(spec, language, all, handle);
+    const size_t at = std::min(spec.find('@'), spec.size());
+    const std::string set = spec.substr(6, at - 6),
+                      modifier = spec.substr(std::min(at + 1, spec.size()));
+    const uint16_t number = set.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(set);
+    if (number == KO_NO_CODESET)
+        throw unknown_locale("no code set is called \"" + set + "\"", language, all);
+    for (const object_file &object : all) {
+        if (object.language != language || object.number != number || object.modifier != modifier)
+            continue;
+        handle.object = object;
+        handle.name = spec;
+        return load(spec, handle);
+    }
+    throw unknown_locale("there is no locale " + spec, language, all);
+}
+
+locale_handle::~locale_handle() { ko_lc_unload(loc); }
+
+std::string object_fault(const object_file &object) {
+    ko_lc_t loc = nullptr;
+    std::string fault;
+    if (ko_lc_load(&loc, object.file_name.c_str(), nullptr, nullptr) != 0)
+        fault = fault_text(*ko_ext_errno(loc), object);
+    else
+        fault = damage_text(loc);
+    ko_lc_unload(loc);
+    return fault;
+}
+
+std::string environment_locale() {
+    std::string value;
+    for (const char *name : {"LC_ALL", "LC_COLLATE", "LANG"})
+        if (value = env_text(name); !value.empty()) break;
+    const std::string language = language_of(value);
+    if (language.empty()) return "POSIX";
+    const size_t dot = value.find('.'), at = std::min(value.find('@'), value.size());
+    if (dot == value.npos || dot > at) return language + value.substr(at);
+    std::string set = value.substr(dot + 1, at - dot - 1);
+    std::string folded;
+    for (const char c : set)
+        if (c != '-') folded.push_back(lower(c));
+    return language + "." + (folded == "utf8" ? "unicode" : set) + value.substr(at);
+}
+
+} // namespace kovacli

@@ -1,0 +1,207 @@
+// The operating system as the command line needs it: arguments, environment, terminals and scratch
+// files, on POSIX systems and on Windows.
+#include "kova/kova_platform.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+
+#include "common/tool_file.h"
+
+#if defined(_WIN32)
+#include <fcntl.h>
+#include <io.h>
+#include <sys/stat.h>
+#include <windows.h>
+
+#include <shellapi.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+namespace fs = std::filesystem;
+
+namespace kovacli {
+
+static fs::path to_path(const std::string &text) {
+#if defined(_WIN32)
+    return fs::path(reinterpret_cast<const char8_t *>(text.c_str()));
+#else
+    return fs::path(text);
+#endif
+}
+
+static std::string from_path(const fs::path &path) {
+#if defined(_WIN32)
+    const std::u8string text = path.u8string();
+    return std::string(text.begin(), text.end());
+#else
+    return path.string();
+#endif
+}
+
+#if defined(_WIN32)
+static std::string from_wide(const wchar_t *text) { return from_path(fs::path(text)); }
+
+std::vector<std::string> program_arguments(int, char **) {
+    std::vector<std::string> result;
+    int count = 0;
+    wchar_t **words = CommandLineToArgvW(GetCommandLineW(), &count);
+    for (int i = 1; words && i < count; ++i)
+        result.push_back(from_wide(words[i]));
+    LocalFree(words);
+    return result;
+}
+
+void prepare_process() {
+    _setmode(_fileno(stdin), _O_BINARY);
+    _setmode(_fileno(stdout), _O_BINARY);
+    SetConsoleOutputCP(CP_UTF8);
+}
+
+bool reader_is_gone(int error) { return error == EPIPE || error == EINVAL; }
+
+bool unicode_system() { return true; }
+
+std::string env_text(const char *name) {
+    const wchar_t *value = _wgetenv(fs::path(name).c_str());
+    return value ? from_wide(value) : std::string();
+}
+
+std::string program_directory() {
+    std::vector<wchar_t> name(32768);
+    const DWORD len = GetModuleFileNameW(nullptr, name.data(), DWORD(name.size()));
+    if (len == 0 || len >= name.size()) return "";
+    return from_path(fs::path(name.data()).parent_path());
+}
+
+std::string built_in_root() { return "c:\\vantor"; }
+
+bool is_terminal(std::FILE *stream) { return _isatty(_fileno(stream)) != 0; }
+
+static std::FILE *open_path(const std::string &path, const wchar_t *mode) {
+    return _wfopen(to_path(path).c_str(), mode);
+}
+
+std::FILE *open_input(const std::string &path) {
+    if (is_directory(path)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return open_path(path, L"rb");
+}
+
+uint64_t regular_size(std::FILE *stream) {
+    const __int64 size = _filelengthi64(_fileno(stream));
+    return size > 0 ? uint64_t(size) : 0;
+}
+
+std::FILE *open_scratch(const std::string &directory) {
+    std::error_code error;
+    const fs::path place = directory.empty() ? fs::temp_directory_path(error) : to_path(directory);
+    static unsigned next_scratch = 0; // told apart within one process
+    for (int tries = 0; tries < 100; ++tries) {
+        const fs::path name = place / ("kova-" + std::to_string(GetCurrentProcessId()) + "-" +
+                                       std::to_string(next_scratch++) + ".tmp");
+        const int fd = _wopen(name.c_str(), _O_RDWR | _O_CREAT | _O_EXCL | _O_BINARY | _O_TEMPORARY,
+                              _S_IREAD | _S_IWRITE);
+        if (fd >= 0) return _fdopen(fd, "w+b");
+        if (errno != EEXIST) return nullptr;
+    }
+    return nullptr;
+}
+
+#else
+std::vector<std::string> program_arguments(int argc, char **argv) {
+    return std::vector<std::string>(argv + 1, argv + std::max(argc, 1));
+}
+
+void prepare_process() { kovatool::prepare_signals(); }
+
+bool reader_is_gone(int error) { return error == EPIPE; }
+
+bool unicode_system() { return false; }
+
+std::string env_text(const char *name) {
+    const char *value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string program_directory() {
+    std::error_code error;
+    const fs::path self = fs::read_symlink("/proc/self/exe", error);
+    return error ? std::string() : self.parent_path().string();
+}
+
+std::string built_in_root() {
+#if defined(KOVA_DATA_ROOT)
+    std::string root = KOVA_DATA_ROOT;
+#else
+    std::string root = "/usr/local/share/vantor/";
+#endif
+    while (root.size() > 1 && root.back() == '/')
+        root.pop_back();
+    return root;
+}
+
+bool is_terminal(std::FILE *stream) { return isatty(fileno(stream)) != 0; }
+
+std::FILE *open_input(const std::string &path) {
+    if (is_directory(path)) {
+        errno = EISDIR;
+        return nullptr;
+    }
+    return std::fopen(path.c_str(), "rb");
+}
+
+uint64_t regular_size(std::FILE *stream) {
+    struct stat info = {};
+    if (fstat(fileno(stream), &info) != 0 || !S_ISREG(info.st_mode)) return 0;
+    return uint64_t(info.st_size);
+}
+
+std::FILE *open_scratch(const std::string &directory) {
+    std::string name = directory;
+    if (name.empty()) name = env_text("TMPDIR");
+    if (name.empty()) name = "/tmp";
+    name += "/kova-XXXXXX";
+    const int fd = mkstemp(name.data());
+    if (fd < 0) return nullptr;
+    unlink(name.c_str()); // no name: gone with the process, however it ends
+    return fdopen(fd, "w+b");
+}
+
+#endif
+
+bool is_directory(const std::string &path) {
+    std::error_code error;
+    return fs::is_directory(to_path(path), error);
+}
+
+bool is_regular_file(const std::string &path) {
+    std::error_code error;
+    return fs::is_regular_file(to_path(path), error);
+}
+
+std::vector<std::string> directory_entries(const std::string &path) {
+    std::vector<std::string> result;
+    std::error_code error;
+    fs::directory_iterator it(to_path(path), error);
+    for (; !error && it != fs::directory_iterator(); it.increment(error))
+        result.push_back(from_path(it->path().filename()));
+    std::sort(result.begin(), result.end());
+    return result;
+}
+
+double seconds_now() {
+    using clock = std::chrono::steady_clock;
+    return std::chrono::duration<double>(clock::now().time_since_epoch()).count();
+}
+
+} // namespace kovacli

@@ -1,0 +1,54 @@
+// Files as characters: the loop that decodes them block by block, and what it does where bytes are
+// no character.
+#pragma once
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "kova/kova_cli.h"
+#include "kova/kova_io.h"
+#include "kova/kova_text.h"
+
+namespace kovacli {
+
+// What is no character: the end of the command, or with --replace counted.
+struct bad_count {
+    bool replace = false;
+    const char *with_replace = ""; // what --replace does, for the message
+    uint64_t count = 0;
+    std::string first; // its place
+};
+
+// The input is at the bad character. Throws failure.
+void note_bad(bad_count &counted, const codec &code, const input &in, uint64_t line,
+              const bad_character &bad);
+
+// Tells on standard error how many there were, and what became of them.
+void tell_bad(const bad_count &counted, const char *what);
+
+// Hands a file's characters on, piece by piece in wide, and the bytes of each that is none. Returns
+// the file's bytes. Throws failure.
+template <class Units, class Bad>
+uint64_t read_text(const codec &code, const std::string &path, std::vector<ko_wchar_t> &wide,
+                   bad_count &counted, Units take_units, Bad take_bad) {
+    input in;
+    open(in, path);
+    uint64_t line = 1;
+    while (in.at < in.fill || more(in)) {
+        bad_character bad;
+        wide.resize(in.fill - in.at);
+        const size_t units =
+            decode(code, in.block.data() + in.at, in.fill - in.at, wide.data(), bad);
+        line += uint64_t(std::count(wide.data(), wide.data() + units, code.newline));
+        take_units(units);
+        take(in, bad.why == fault::none ? in.fill - in.at : bad.offset);
+        if (bad.why == fault::none || (bad.why == fault::cut && more(in))) continue;
+        note_bad(counted, code, in, line, bad);
+        take_bad(in.block.data() + in.at, bad.len);
+        take(in, bad.len);
+    }
+    return in.offset;
+}
+
+} // namespace kovacli

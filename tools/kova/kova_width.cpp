@@ -1,0 +1,250 @@
+// kova width, kova trim and kova count: the columns of lines, lines without trailing spaces, and
+// how much text files hold. Files are read block by block, so that memory does not grow with them.
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+#include "kova/kova_locale.h"
+#include "kova/kova_read.h"
+#include "kova/kova_table.h"
+
+namespace kovacli {
+
+struct text_job {
+    codec code;
+    std::array<int8_t, 65536> columns{}; // by wide character, -1 for none
+    std::array<bool, 65536> space{};
+    std::vector<ko_wchar_t> wide;
+    bad_count bad;
+};
+
+static void open_job(text_job &job, const common_options &common, const measure_options &options,
+                     locale_handle &handle, const char *with_replace) {
+    open_with_codec(common, options.locale, handle, job.code);
+    job.bad = {.replace = options.replace, .with_replace = with_replace};
+    for (unsigned wide = 0; wide < 65536; ++wide) {
+        const auto wc = ko_wchar_t(wide);
+        job.columns[wide] = int8_t(ko_wcwidth(handle.loc, wc));
+        job.space[wide] = im_iswctype(handle.loc, wc, KO_CT_SPACE) != 0;
+    }
+}
+
+// Hands a file's characters and the bytes of each that is none on. Returns its bytes.
+template <class Units, class Bad>
+static uint64_t read_file(text_job &job, const std::string &path, Units take_units, Bad take_bad) {
+    return read_text(
+        job.code, path, job.wide, job.bad,
+        [&](size_t units) { take_units(job.wide.data(), units); }, take_bad);
+}
+
+static const std::vector<std::string> &files_of(const measure_options &options) {
+    static const std::vector<std::string> standard_input = {"-"};
+    return options.files.empty() ? standard_input : options.files;
+}
+
+// ---- width ----
+
+struct line_widths {
+    int64_t columns = 0; // of the line so far, -1 once a character has none
+    int64_t widest = 0;
+    bool begun = false;
+    bool list = true;
+    std::string text;
+};
+
+static void end_line(line_widths &lines) {
+    lines.widest = std::max(lines.widest, lines.columns);
+    if (lines.list) {
+        char digits[24];
+        const auto end = std::to_chars(digits, digits + sizeof digits, lines.columns).ptr;
+        lines.text.append(digits, end).push_back('\n');
+    }
+    lines.columns = 0;
+    lines.begun = false;
+}
+
+static void add_columns(line_widths &lines, int columns) {
+    lines.begun = true;
+    if (lines.columns < 0) return;
+    lines.columns = columns < 0 ? -1 : lines.columns + columns;
+}
+
+int run_width(const common_options &common, const measure_options &options) {
+    locale_handle handle;
+    text_job job;
+    open_job(job, common, options, handle, "gives its line no width and goes on");
+    output out;
+    line_widths lines;
+    lines.list = !options.widest;
+    const auto units = [&](const ko_wchar_t *wide, size_t count) {
+        for (size_t i = 0; i < count; ++i) {
+            if (wide[i] == job.code.newline)
+                end_line(lines);
+            else
+                add_columns(lines, job.columns[wide[i]]);
+        }
+        write(out, lines.text);
+        lines.text.clear();
+    };
+    for (const std::string &path : files_of(options)) {
+        read_file(job, path, units, [&](const unsigned char *, size_t) { add_columns(lines, -1); });
+        if (lines.begun) end_line(lines);
+        write(out, lines.text);
+        lines.text.clear();
+    }
+    if (options.widest) write(out, std::to_string(lines.widest) + "\n");
+    finish(out);
+    tell_bad(job.bad, "found");
+    return done;
+}
+
+// ---- trim ----
+
+// Spaces that may turn out to be the last of their line, as runs of equal ones. Small, as a long
+// line of different spaces has as many of them.
+struct space_run {
+    ko_wchar_t wide;
+    uint16_t count;
+};
+
+struct trimmer {
+    text_job *job;
+    output *out;
+    std::vector<space_run> pending;
+    std::vector<ko_wchar_t> kept;
+    std::string bytes;
+};
+
+static constexpr size_t write_units = size_t{1} << 16;
+
+static void write_kept(trimmer &to) {
+    to.bytes.clear();
+    encode(to.job->code, to.kept.data(), to.kept.size(), to.bytes);
+    write(*to.out, to.bytes);
+    to.kept.clear();
+}
+
+static void keep_pending(trimmer &to) {
+    for (const space_run &run : to.pending) {
+        to.kept.insert(to.kept.end(), run.count, run.wide);
+        if (to.kept.size() >= write_units) write_kept(to);
+    }
+    to.pending.clear();
+}
+
+static void add_pending(trimmer &to, const ko_wchar_t *wide, const ko_wchar_t *end) {
+    for (; wide < end; ++wide) {
+        if (!to.pending.empty() && to.pending.back().wide == *wide &&
+            to.pending.back().count < UINT16_MAX)
+            ++to.pending.back().count;
+        else
+            to.pending.push_back({*wide, 1});
+    }
+}
+
+static void trim_units(trimmer &to, const ko_wchar_t *wide, size_t count) {
+    const ko_wchar_t *const last = wide + count;
+    while (wide < last) {
+        const ko_wchar_t *const end = std::find(wide, last, to.job->code.newline);
+        const ko_wchar_t *kept = end;
+        while (kept > wide && to.job->space[kept[-1]])
+            --kept;
+        if (kept > wide) {
+            keep_pending(to);
+            to.kept.insert(to.kept.end(), wide, kept);
+        }
+        wide = end;
+        if (end == last) {
+            add_pending(to, kept, end);
+            break;
+        }
+        // A carriage return belongs to the line's end, not to its text.
+        const bool in_pending = kept == end && !to.pending.empty();
+        if (in_pending ? to.pending.back().wide == '\r' : kept < end && end[-1] == '\r')
+            to.kept.push_back('\r');
+        to.pending.clear();
+        to.kept.push_back(*wide++);
+    }
+    write_kept(to);
+}
+
+int run_trim(const common_options &common, const measure_options &options) {
+    locale_handle handle;
+    text_job job;
+    open_job(job, common, options, handle, "leaves it as it is");
+    output out;
+    open(out, options.out);
+    trimmer to{&job, &out, {}, {}, {}};
+    for (const std::string &path : files_of(options)) {
+        read_file(
+            job, path, [&](const ko_wchar_t *wide, size_t count) { trim_units(to, wide, count); },
+            [&](const unsigned char *bytes, size_t count) {
+                keep_pending(to);
+                write_kept(to);
+                write(out, bytes, count);
+            });
+        to.pending.clear();
+    }
+    finish(out);
+    tell_bad(job.bad, "left as found");
+    return done;
+}
+
+// ---- count ----
+
+struct text_counts {
+    uint64_t lines = 0, characters = 0, bytes = 0, columns = 0;
+};
+
+static void count_units(const text_job &job, const ko_wchar_t *wide, size_t count,
+                        text_counts &counts) {
+    for (size_t i = 0; i < count; ++i) {
+        counts.lines += wide[i] == job.code.newline;
+        counts.columns += uint64_t(std::max<int>(job.columns[wide[i]], 0));
+        // The second half of a surrogate pair is no character of its own.
+        counts.characters += !job.code.utf16 || (wide[i] & 0xFC00) != 0xDC00;
+    }
+}
+
+static void add_row(std::vector<std::vector<cell>> &rows, const text_counts &c,
+                    const std::string &name) {
+    std::vector<cell> row;
+    for (const uint64_t value : {c.lines, c.characters, c.bytes, c.columns})
+        row.push_back({std::to_string(value), -1, true});
+    row.push_back({name});
+    rows.push_back(std::move(row));
+}
+
+int run_count(const common_options &common, const measure_options &options) {
+    locale_handle handle;
+    text_job job;
+    open_job(job, common, options, handle, "counts it as a character and goes on");
+    std::vector<std::vector<cell>> rows = {
+        {{"lines", -1, true},
+         {"characters", -1, true},
+         {"bytes", -1, true},
+         {"columns", -1, true},
+         {"file"}}
+    };
+    text_counts all;
+    for (const std::string &path : files_of(options)) {
+        text_counts c;
+        c.bytes = read_file(
+            job, path,
+            [&](const ko_wchar_t *wide, size_t count) { count_units(job, wide, count, c); },
+            [&](const unsigned char *, size_t) { ++c.characters; });
+        add_row(rows, c, path);
+        all.lines += c.lines;
+        all.characters += c.characters;
+        all.bytes += c.bytes;
+        all.columns += c.columns;
+    }
+    if (options.files.size() > 1) add_row(rows, all, "total");
+    output out;
+    write_table(out, rows);
+    finish(out);
+    tell_bad(job.bad, "counted");
+    return done;
+}
+
+} // namespace kovacli

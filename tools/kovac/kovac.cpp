@@ -1,0 +1,498 @@
+// kovac: compiles locale sources, charmaps and mappings into the objects that the library loads.
+// Exit status: 0 done (warnings included), 1 a source, charmap or registry is wrong, 2 wrong usage,
+// 3 a file cannot be found, read or written.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <unistd.h>
+
+#include "common/tool_file.h"
+#include "common/tool_text.h"
+#include "kova_host.h"
+#include "kovac/kovac_convert.h"
+#include "kovac/kovac_locale.h"
+#include "kovac/kovac_registry.h"
+#include "kovac/kovac_symbols.h"
+#include "kovac/kovac_write.h"
+
+using namespace kovac;
+
+enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3 };
+
+struct locale_options {
+    std::string source, charmap, root, name, codeset, registry_file, list;
+    std::string sources; // directory that is searched before others
+    bool is_default = false, prove = false, verbose = false;
+};
+
+struct registry_options {
+    std::string root;
+    std::vector<std::string> additions; // NAME=NUMBER
+};
+
+static constexpr const char *system_sources = "/usr/share/i18n";
+static constexpr size_t codeset_limit = 19; // bytes of the code-set line that are read back
+static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
+static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
+
+static int complain(int status, const std::string &text) {
+    kovatool::tell("kovac: error", text);
+    return status;
+}
+
+// Directories of I18NPATH with their sub-directory, then the system's.
+static std::vector<std::string> search_dirs(const char *kind) {
+    std::vector<std::string> dirs;
+    std::string path = getenv("I18NPATH") ? getenv("I18NPATH") : "";
+#ifdef _WIN32
+    constexpr char separator = ';';
+#else
+    constexpr char separator = ':';
+#endif
+    for (size_t at = 0; at < path.size();) {
+        const size_t end = std::min(path.find(separator, at), path.size());
+        if (end > at) {
+            dirs.push_back(path.substr(at, end - at) + "/" + kind);
+            dirs.push_back(path.substr(at, end - at));
+        }
+        at = end + 1;
+    }
+    dirs.push_back(std::string(system_sources) + "/" + kind);
+    return dirs;
+}
+
+// ---- where an object goes ----------------------------------------------------------------------
+
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+static std::string base_name(const std::string &path) {
+    std::string base = path.substr(path.rfind('/') + 1);
+    if (base.ends_with(".gz")) base.resize(base.size() - 3);
+    return base;
+}
+
+// "ll_TT" or "ll_TT@mod" to its parts, lower-cased where file names are. Empty text is success.
+static std::string split_name(const std::string &name, std::string &dir, std::string &modifier) {
+    const size_t at = std::min(name.find('@'), name.size());
+    dir = name.substr(0, at);
+    modifier = at < name.size() ? name.substr(at + 1) : "";
+    const bool shape = dir.size() == 5 && is_letter(dir[0]) && is_letter(dir[1]) && dir[2] == '_' &&
+                       is_letter(dir[3]) && is_letter(dir[4]);
+    if (!shape) return "\"" + name + "\" is not of the form ll_TT; say --name ll_TT";
+    const bool plain = std::all_of(modifier.begin(), modifier.end(),
+                                   [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
+    if (modifier.size() > modifier_limit || !plain || (at < name.size() && modifier.empty())) {
+        return "the modifier of \"" + name +
+               "\" must be one to four letters or digits; say --name ll_TT@mod";
+    }
+    std::transform(dir.begin(), dir.end(), dir.begin(),
+                   [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
+    return {};
+}
+
+static int number_from_file(const std::string &path, const std::string &name, int *number) {
+    std::string text, why;
+    registry reg;
+    int line = 0;
+    if (!read_whole(path, text)) return complain(exit_file, "cannot read registry " + path);
+    if (!parse_registry(text, reg, &line, &why)) {
+        return complain(exit_source, path + ":" + std::to_string(line) + ": " + why);
+    }
+    *number = find_name(reg, name);
+    return exit_done;
+}
+
+// Path of the object below the root.
+static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
+    *path = opt.root + "/kova/lc11/default.lco";
+    if (opt.is_default || opt.name == "default") return exit_done;
+    std::string dir, modifier;
+    const std::string wrong =
+        split_name(opt.name.empty() ? base_name(opt.source) : opt.name, dir, modifier);
+    if (!wrong.empty()) return complain(exit_usage, wrong);
+    int number = no_number;
+    if (!opt.registry_file.empty()) {
+        if (int status = number_from_file(opt.registry_file, codeset, &number)) return status;
+    }
+    if (number == no_number) number = find_code_set(codeset);
+    if (number == no_number) {
+        return complain(exit_usage, "code set \"" + codeset +
+                                        "\" has no number; give a registry with --registry or "
+                                        "another name with --codeset");
+    }
+    *path = opt.root +
+            format("/kova/lc11/%s/%04x%s.lco", dir.c_str(), unsigned(number), modifier.c_str());
+    return exit_done;
+}
+
+// ---- kovac locale ------------------------------------------------------------------------------
+
+// One hash over all inputs, in the order of their names, so that paths do not matter.
+static uint64_t hash_inputs(const source_set &set, const charmap &map) {
+    std::vector<const source_file *> files;
+    for (const auto &[asked, file] : set.files)
+        files.push_back(file.get());
+    std::sort(files.begin(), files.end(), [](const source_file *a, const source_file *b) {
+        return a->name != b->name ? a->name < b->name : a->text < b->text;
+    });
+    uint64_t hash = map.hash;
+    for (size_t i = 0; i < files.size(); ++i) {
+        if (i > 0 && files[i]->name == files[i - 1]->name && files[i]->text == files[i - 1]->text) {
+            continue; // one source, asked for by two names
+        }
+        for (const std::string *text : {&files[i]->name, &files[i]->text}) {
+            for (char c : *text)
+                hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+            hash = (hash ^ 0xFF) * 0x100000001b3u;
+        }
+    }
+    return hash;
+}
+
+static void describe(const locale_options &opt, const source_set &set, const charmap &map,
+                     locale_object &object) {
+    object.description = {
+        "SOURCE=" + base_name(set.main->path), "CHARMAP=" + map.name, "COMPILER=kovac 2.86",
+        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
+        format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
+    for (std::string &line : object.description)
+        line = kovatool::printable(line).substr(0, header_limit);
+    object.codeset = opt.codeset.empty() ? map.name : opt.codeset;
+}
+
+static bool print_proof(const proof_report &report) {
+    for (const std::string &line : report.lines)
+        printf("%s\n", kovatool::printable(line).c_str());
+    return report.ok;
+}
+
+static int missing(const char *kind, const std::string &name) {
+    return complain(exit_file, format("no %s \"%s\" in $I18NPATH or %s; give a path, or install "
+                                      "the package \"locales\"",
+                                      kind, name.c_str(), system_sources));
+}
+
+static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
+                       diagnostics &diag) {
+    const std::vector<std::string> charmap_dirs = search_dirs("charmaps");
+    if (find_file(set.dirs, opt.source).empty()) return missing("locale source", opt.source);
+    set.main = load_source(set, diag, opt.source, {});
+    if (!set.main) return exit_file;
+    if (opt.charmap != "unicode" && find_file(charmap_dirs, opt.charmap).empty()) {
+        return missing("charmap", opt.charmap);
+    }
+    return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
+}
+
+// 0, or the error that keeps the library from loading an object.
+static int load_error(const std::string &path) {
+    const size_t slash = path.rfind('/');
+    ko_lc_t loc = nullptr;
+    const bool loads = ko_lc_load(&loc, path.substr(slash + 1).c_str(), nullptr,
+                                  path.substr(0, slash).c_str()) == 0;
+    const int error = loads ? ko_lc_status(loc) : *ko_ext_errno(loc);
+    ko_lc_unload(loc);
+    return error;
+}
+
+// Writes the object; the library loads it, and with a report proves it, before it gets its name.
+static int write_object(const std::string &path, const locale_object &object, const charmap &map,
+                        proof_report *report) {
+    std::string why;
+    int error = KO_OK;
+    const trial prove = [&](const std::string &beside) {
+        if (report) prove_object(map, object.collate, beside, *report);
+        error = load_error(beside);
+        return (!report || print_proof(*report)) && error == KO_OK;
+    };
+    const write_result result = write_locale(path, object, map, &why, prove);
+    if (result == write_result::done) return exit_done;
+    if (result == write_result::unproved && error != KO_OK)
+        return complain(exit_source, format("%s: the library does not load what was compiled "
+                                            "(error %d); correct the source, in LC_TIME its eras",
+                                            path.c_str(), error));
+    if (result == write_result::unproved)
+        return complain(exit_source, "comparison and key disagree; nothing was written");
+    if (result == write_result::no_memory) why = "memory is exhausted";
+    return complain(exit_file, "cannot write " + path + ": " + why);
+}
+
+static int compile_one(const locale_options &opt) {
+    source_set set;
+    set.dirs = search_dirs("locales");
+    if (!opt.sources.empty()) set.dirs.insert(set.dirs.begin(), opt.sources);
+    if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
+        set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // its neighbours
+    }
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    charmap map;
+    if (int status = load_inputs(opt, set, map, diag)) return status;
+    std::string path;
+    const std::string &codeset = opt.codeset.empty() ? map.name : opt.codeset;
+    if (codeset.size() > codeset_limit) {
+        return complain(exit_usage, "code-set name \"" + codeset +
+                                        "\" has more than 19 characters; say --codeset");
+    }
+    if (!std::all_of(codeset.begin(), codeset.end(), [](char c) { return c > ' ' && c < 0x7F; })) {
+        return complain(exit_usage, "code-set name \"" + codeset +
+                                        "\" has characters that do not print; say --codeset");
+    }
+    if (int status = object_path(opt, codeset, &path)) return status;
+    locale_object object;
+    proof_report report;
+    if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr)) {
+        if (diag.errors > diag.max_errors) {
+            fprintf(stderr, "kovac: %d errors in %s\n", diag.errors,
+                    kovatool::printable(opt.source).c_str());
+        }
+        return exit_source;
+    }
+    describe(opt, set, map, object);
+    if (int status = write_object(path, object, map, opt.prove ? &report : nullptr)) return status;
+    if (opt.verbose) {
+        fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n",
+                kovatool::printable(path).c_str(), map.chars.size(), object.ctype.pairs.size() - 1,
+                diag.warnings);
+    }
+    return exit_done;
+}
+
+// The words of a line that has some, and where it stands.
+struct list_line {
+    std::string place;
+    std::vector<std::string> words;
+};
+static bool read_list(const std::string &path, std::vector<list_line> &lines) {
+    std::string text;
+    if (!read_whole(path, text)) return false;
+    int number = 0;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('\n', at), text.size());
+        const std::string line = text.substr(at, std::min(text.find('#', at), end) - at);
+        list_line found{.place = path + ":" + std::to_string(++number), .words = {}};
+        for (size_t i = 0; i < line.size();) {
+            const size_t start = line.find_first_not_of(" \t\r", i);
+            if (start == std::string::npos) break;
+            i = std::min(line.find_first_of(" \t\r", start), line.size());
+            found.words.push_back(line.substr(start, i - start));
+        }
+        at = end + 1;
+        if (!found.words.empty()) lines.push_back(std::move(found));
+    }
+    return true;
+}
+
+// A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
+static int compile_list(const locale_options &opt) {
+    std::vector<list_line> lines;
+    if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
+    int worst = exit_done;
+    for (const auto &[place, words] : lines) {
+        if (words.size() < 2 || words.size() > 4) {
+            return complain(exit_source, place + ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
+        }
+        locale_options one = opt;
+        one.source = words[0];
+        one.charmap = words[1];
+        if (words.size() > 2) one.name = words[2];
+        if (words.size() > 3) one.codeset = words[3];
+        one.sources = opt.list.substr(0, opt.list.rfind('/') + 1) + "locales";
+        worst = std::max(worst, compile_one(one));
+    }
+    return worst;
+}
+
+// ---- kovac registry ----------------------------------------------------------------------------
+
+static bool parse_addition(const std::string &text, std::string &name, unsigned &number) {
+    const size_t at = text.rfind('=');
+    if (at == std::string::npos || at == 0 || at > name_limit || at + 1 == text.size())
+        return false;
+    name = text.substr(0, at);
+    number = 0;
+    for (char c : text.substr(at + 1)) {
+        if (c < '0' || c > '9' || number > 0xFFFF) return false;
+        number = number * 10 + unsigned(c - '0');
+    }
+    const bool plain =
+        std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F; });
+    return plain && name[0] != '#' && number <= 0xFFFF;
+}
+
+static int write_registry(const registry_options &opt) {
+    const std::string path = opt.root + "/kova/cm3/registry";
+    std::string text, why;
+    registry reg;
+    int line = 0;
+    if (!find_file({}, path).empty() && !read_whole(path, text)) {
+        return complain(exit_file, "cannot read registry " + path);
+    }
+    if (!parse_registry(text, reg, &line, &why)) {
+        return complain(exit_source, path + ":" + std::to_string(line) + ": " + why);
+    }
+    add_code_sets(reg);
+    for (const std::string &addition : opt.additions) {
+        std::string name;
+        unsigned number = 0;
+        if (!parse_addition(addition, name, number)) {
+            return complain(exit_usage, "--add " + addition +
+                                            ": NAME=NUMBER is expected, a name of at most 21 "
+                                            "printable characters and a number up to 65535");
+        }
+        set_name(reg, name, number);
+    }
+    if (write_text(path, registry_text(reg), &why) != write_result::done) {
+        return complain(exit_file, "cannot write " + path + ": " + why);
+    }
+    return exit_done;
+}
+
+// ---- command line ------------------------------------------------------------------------------
+
+static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
+    CLI::App *cmd = app.add_subcommand("locale", "Compile a locale source into a locale object");
+    auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
+    auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
+                                    "Charmap: path or name; \"unicode\" is built in");
+    auto *list = cmd->add_option("--list", opt.list,
+                                 "Compile every line of a file: SOURCE CHARMAP [NAME [CODESET]]");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/lc11/...")->required();
+    auto *name =
+        cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's");
+    cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's");
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
+    cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    list->excludes(source)->excludes(charmap)->excludes(name);
+    cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n; what a\n"
+                "source given by its path copies is searched beside it first, and the sources of\n"
+                "a list in the folder \"locales\" beside the list.\n"
+                "Example: kovac locale -i de_DE -f ISO-8859-1 -o data");
+    return cmd;
+}
+
+static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
+    CLI::App *cmd = app.add_subcommand("registry", "Write or extend the code-set registry");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/registry")->required();
+    cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one");
+    cmd->footer("Entries that the file has already are kept.\n"
+                "Example: kovac registry -o data --add my-set=57600");
+    return cmd;
+}
+
+static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
+    CLI::App *cmd = app.add_subcommand("convert", "Compile the conversion of two code sets");
+    cmd->add_option("-f,--from", opt.from, "Code set of the source")->required();
+    cmd->add_option("-t,--to", opt.to, "Code set of the target")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cv9/...")->required();
+    cmd->add_flag("--both", opt.both, "Compile the other direction, too");
+    cmd->add_option("--substitute", opt.substitute,
+                    "Bytes, as hexadecimal digits, for what has no mapping");
+    cmd->add_option("--from-name", opt.from_names, "Further name of the source in file names");
+    cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names");
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code sets");
+    cmd->add_flag("--supplementary", opt.supplementary,
+                  "Between utf8 and unicode: all planes, not the first two alone");
+    cmd->add_flag("--report", opt.report, "List the characters that do not come back");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    cmd->footer(
+        "A code set is a name of the registry or of a charmap ($I18NPATH, then\n"
+        "/usr/share/i18n), a file (charmap, mapping file, UCM table), or what the C library\n"
+        "converts; \"utf8\" and \"unicode\" are built in.\n"
+        "Example: kovac convert --from EUC-JP --to utf8 --both -o data");
+    return cmd;
+}
+
+static CLI::App *add_charmap_command(CLI::App &app, symbols_options &opt) {
+    CLI::App *cmd = app.add_subcommand("charmap", "Compile the symbolic names of a code set");
+    auto *charmap =
+        cmd->add_option("charmap", opt.charmap, "Charmap, or code set as convert takes it");
+    auto *list = cmd->add_option("--list", opt.list, "Compile every charmap that a file names");
+    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/...")->required();
+    cmd->add_option("--names", opt.names,
+                    "posix: the traditional names of the portable characters first")
+        ->check(CLI::IsMember({"posix"}));
+    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
+    list->excludes(charmap);
+    cmd->footer("Charmaps are searched in $I18NPATH, then in /usr/share/i18n.\n"
+                "Example: kovac charmap EUC-JP --names posix -o data");
+    return cmd;
+}
+
+static int compile_charmap(const symbols_options &opt) {
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    return int(compile_symbols(opt, search_dirs("charmaps"), diag));
+}
+
+static int compile_charmaps(const symbols_options &opt) {
+    if (opt.list.empty()) {
+        if (!opt.charmap.empty()) return compile_charmap(opt);
+        return complain(exit_usage, "charmap needs CHARMAP, or --list FILE");
+    }
+    std::vector<list_line> lines;
+    if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
+    int worst = exit_done;
+    for (const list_line &line : lines) {
+        symbols_options one = opt;
+        if (line.words.size() != 1) return complain(exit_source, line.place + ": one name a line");
+        one.charmap = line.words[0];
+        worst = std::max(worst, compile_charmap(one));
+    }
+    return worst;
+}
+
+static int convert_pair(const convert_options &opt) {
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    return int(run_convert(opt, search_dirs("charmaps"), diag));
+}
+
+static int run_main(int argc, char **argv) {
+    CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
+                 "kovac");
+    app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
+               "read or written, or memory is exhausted.");
+    app.require_subcommand(1);
+    locale_options locale;
+    registry_options registry;
+    convert_options convert;
+    symbols_options symbols;
+    const CLI::App *charmap_cmd = add_charmap_command(app, symbols);
+    const CLI::App *convert_cmd = add_convert_command(app, convert);
+    const CLI::App *locale_cmd = add_locale_command(app, locale);
+    const CLI::App *registry_cmd = add_registry_command(app, registry);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &e) {
+        return app.exit(e) == 0 ? exit_done : exit_usage;
+    }
+    if (charmap_cmd->parsed()) return compile_charmaps(symbols);
+    if (convert_cmd->parsed()) return convert_pair(convert);
+    if (registry_cmd->parsed()) return write_registry(registry);
+    if (!locale_cmd->parsed()) return exit_usage;
+    if (!locale.list.empty()) return compile_list(locale);
+    if (locale.source.empty() || locale.charmap.empty()) {
+        return complain(exit_usage, "locale needs -i SOURCE and -f CHARMAP, or --list FILE");
+    }
+    return compile_one(locale);
+}
+
+int main(int argc, char **argv) {
+    kovatool::prepare_signals();
+    int status = exit_file;
+    try {
+        status = run_main(argc, argv);
+    } catch (const std::bad_alloc &) {
+        fputs("kovac: error: memory is exhausted\n", stderr);
+    } catch (const std::length_error &) {
+        fputs("kovac: error: an input asks for more memory than there is\n", stderr);
+    }
+    if (kovatool::flush_standard_output() || status != exit_done) return status;
+    return complain(exit_file, std::string("cannot write standard output: ") + strerror(errno));
+}

@@ -1,0 +1,408 @@
+// Compiles LC_COLLATE: reads the order, gives every character and element its weights level by
+// level, and folds equal weights into rows.
+
+#include "kovac/kovac_collate.h"
+
+#include <algorithm>
+#include <map>
+
+#include "kovac/kovac_collate_levels.h"
+#include "kovac/kovac_collate_source.h"
+
+namespace kovac {
+
+struct compiler {
+    const charmap &map;
+    diagnostics &diag;
+    const order &src;
+    std::vector<weighed> all;
+    std::vector<bool> reported; // per item: a weight outside the order was reported
+};
+
+// The symbols of an item at every level. Weights without a place in the order are dropped.
+static void take_levels(compiler &c, uint32_t id, weighed &to) {
+    const order_item &it = c.src.items[id];
+    if (!it.weighed) {
+        for (size_t level = 0; level < c.src.levels; ++level)
+            to.levels[level] = {it.rank};
+        return;
+    }
+    uint32_t at = it.first_weight;
+    for (size_t level = 0; level < c.src.levels; ++level) {
+        for (uint8_t i = 0; i < it.counts[level]; ++i, ++at) {
+            const order_item &weight = c.src.items[c.src.weights[at]];
+            if (weight.rank) {
+                to.levels[level].push_back(weight.rank);
+            } else if (!c.reported[c.src.weights[at]]) {
+                c.reported[c.src.weights[at]] = true;
+                warning(c.diag, it.pos,
+                        weight.kind == order_item::character
+                            ? format("the weight <U%04X> has no place in the order", weight.code)
+                            : format("the weight <%s> has no place in the order",
+                                     std::string(weight.name).c_str()));
+            }
+        }
+    }
+}
+
+static uint32_t placed_character(const order &src, uint32_t code) {
+    const auto at = src.by_code.find(code);
+    return at != src.by_code.end() && src.items[at->second].rank ? at->second : no_item;
+}
+
+// The items of the code set's characters; another code point of the same character may have the
+// line that its first one lacks.
+static std::vector<uint32_t> character_items(const charmap &map, const order &src) {
+    std::vector<uint32_t> items;
+    for (const charmap_char &ch : map.chars)
+        items.push_back(placed_character(src, ch.code));
+    std::vector<std::pair<uint32_t, uint32_t>> others; // code, index
+    for (const auto &[code, index] : map.by_code)
+        if (index < items.size() && items[index] == no_item &&
+            placed_character(src, code) != no_item)
+            others.emplace_back(code, index);
+    std::sort(others.begin(), others.end());
+    for (const auto &[code, index] : others)
+        if (items[index] == no_item) items[index] = placed_character(src, code);
+    return items;
+}
+
+// How many times the C library weighs a character without a line: once per byte.
+static int undefined_bytes(const charmap &map, const charmap_char &ch) {
+    if (!map.unicode) return ch.len;
+    return ch.code < 0x80 ? 1 : ch.code < 0x800 ? 2 : 3;
+}
+
+// Characters without a line weigh as the first character of the code set that has one, NUL apart:
+// so does the C library, whatever UNDEFINED says. Those of the most bytes come first, in row 0.
+static void add_undefined(compiler &c, const std::vector<uint32_t> &items) {
+    uint32_t like = no_item;
+    for (size_t i = 0; i < items.size() && like == no_item; ++i)
+        if (c.map.chars[i].wide != 0) like = items[i];
+    weighed once{.kind = weighed::undefined};
+    if (like != no_item) take_levels(c, like, once);
+    std::array<std::vector<uint16_t>, 4> who; // by bytes
+    for (size_t i = 0; i < items.size(); ++i)
+        if (items[i] == no_item)
+            who[size_t(undefined_bytes(c.map, c.map.chars[i]))].push_back(c.map.chars[i].wide);
+    for (size_t bytes = 3; bytes > 0; --bytes) {
+        if (who[bytes].empty() && (bytes > 1 || !c.all.empty())) continue;
+        weighed some{.kind = weighed::undefined, .chars = who[bytes]};
+        for (size_t level = 0; level < c.src.levels; ++level)
+            for (size_t i = 0; i < bytes; ++i)
+                some.levels[level].insert(some.levels[level].end(), once.levels[level].begin(),
+                                          once.levels[level].end());
+        c.all.push_back(std::move(some));
+    }
+}
+
+static void add_characters(compiler &c) {
+    const std::vector<uint32_t> items = character_items(c.map, c.src);
+    add_undefined(c, items);
+    const auto missing = std::count(items.begin(), items.end(), no_item);
+    if (missing)
+        note(c.diag, {},
+             format("%d characters of %s have no line in LC_COLLATE", int(missing),
+                    c.map.name.c_str()));
+    for (size_t i = 0; i < items.size(); ++i) {
+        if (items[i] == no_item) continue;
+        weighed ch{.wide = c.map.chars[i].wide, .item = items[i]};
+        take_levels(c, items[i], ch);
+        c.all.push_back(std::move(ch));
+    }
+}
+
+// Elements whose characters the code set has.
+static std::vector<weighed> source_elements(compiler &c) {
+    std::vector<weighed> found;
+    for (uint32_t id = 0; id < c.src.items.size(); ++id) {
+        const order_item &it = c.src.items[id];
+        if (it.kind != order_item::element || !it.rank || it.chars.empty()) continue;
+        weighed e{.kind = weighed::element, .item = id};
+        for (const uint32_t code : it.chars) {
+            const charmap_char *ch = find_code(c.map, code);
+            if (ch) e.chars.push_back(ch->wide);
+        }
+        if (e.chars.size() != it.chars.size()) continue;
+        if (e.chars.size() < 2 || e.chars.size() > 15) {
+            warning(c.diag, it.pos, "a collating element has 2 to 15 characters; left out");
+            continue;
+        }
+        if (std::find(e.chars.begin(), e.chars.end(), 0) != e.chars.end()) {
+            warning(c.diag, it.pos, "a collating element cannot contain NUL; left out");
+            continue;
+        }
+        take_levels(c, id, e);
+        found.push_back(std::move(e));
+    }
+    return found;
+}
+
+// True when the first level has the same weights for the element as for its characters.
+static bool says_the_same(const compiler &c, const weighed &e) {
+    symbols apart;
+    for (const uint16_t wide : e.chars) {
+        const auto ch = std::find_if(c.all.begin(), c.all.end(), [&](const weighed &w) {
+            return w.kind == weighed::character && w.wide == wide;
+        });
+        if (ch == c.all.end()) return false;
+        apart.insert(apart.end(), ch->levels[0].begin(), ch->levels[0].end());
+    }
+    return apart == e.levels[0];
+}
+
+static bool only_common(const symbols &text, const symbols &common) {
+    return std::all_of(text.begin(), text.end(), [&](uint32_t s) {
+        return std::find(common.begin(), common.end(), s) != common.end();
+    });
+}
+
+// One rule for the whole pass: that of the sections which hold most characters with something to
+// tell at this level, beyond the weight that most characters share. Marks that the first level
+// ignores have no say: they stand alone between letters, where direction makes no difference.
+static level_rule pass_rule(compiler &c, size_t level) {
+    std::map<symbols, size_t> shared;
+    for (const weighed &e : c.all)
+        if (!e.levels[level].empty()) ++shared[e.levels[level]];
+    const symbols *common = nullptr;
+    size_t most = 0;
+    for (const auto &[text, count] : shared)
+        if (count > most) most = count, common = &text;
+    if (!common) return {}; // ignored by all
+    size_t backward = 0, position = 0, total = 0;
+    for (const weighed &e : c.all) {
+        if (e.item == no_item || e.levels[0].empty() || only_common(e.levels[level], *common))
+            continue;
+        const order_section &section = c.src.sections[c.src.items[e.item].section];
+        if (level >= section.rules.size()) continue;
+        ++total;
+        backward += section.rules[level].backward;
+        position += section.rules[level].position;
+    }
+    if (backward != 0 && backward != total)
+        note(c.diag, {},
+             format("level %zu is backward for some sections only; compiled %s for all", level + 1,
+                    backward * 2 > total ? "backward" : "forward"));
+    return {backward * 2 > total, position * 2 > total};
+}
+
+// The marks that the first level ignores and that this level compares against the direction of
+// the pass: the source wants each run of them compared from its end.
+static std::vector<size_t> reversed_marks(compiler &c, size_t level) {
+    std::vector<size_t> marks;
+    const bool backward = pass_rule(c, level).backward;
+    for (size_t i = 0; i < c.all.size(); ++i) {
+        const weighed &e = c.all[i];
+        if (e.kind != weighed::character || !e.levels[0].empty() || e.levels[level].empty())
+            continue;
+        const order_section &section = c.src.sections[c.src.items[e.item].section];
+        if (level < section.rules.size() && section.rules[level].backward != backward)
+            marks.push_back(i);
+    }
+    return marks;
+}
+
+// A pass has one direction; two marks in a row become an element with its weights exchanged.
+static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
+    constexpr size_t most_marks = 16; // more pairs would slow every comparison down
+    for (size_t level = 1; level < c.src.levels; ++level) {
+        const std::vector<size_t> marks = reversed_marks(c, level);
+        if (marks.size() < 2) continue;
+        if (marks.size() > most_marks) {
+            note(c.diag, {},
+                 format("level %zu: runs of %zu marks are compared in the direction of "
+                        "the other characters",
+                        level + 1, marks.size()));
+            continue;
+        }
+        for (const size_t i : marks)
+            for (const size_t j : marks) {
+                if (i == j) continue;
+                weighed pair{.kind = weighed::element, .item = c.all[i].item};
+                pair.chars = {c.all[i].wide, c.all[j].wide};
+                for (size_t l = 0; l < c.src.levels; ++l) {
+                    const auto &[first, second] = l == level ? std::pair(j, i) : std::pair(i, j);
+                    pair.levels[l] = c.all[first].levels[l];
+                    const symbols &more = c.all[second].levels[l];
+                    pair.levels[l].insert(pair.levels[l].end(), more.begin(), more.end());
+                }
+                elements.push_back(std::move(pair));
+            }
+        return; // one level's pairs; a second level would need the same elements
+    }
+}
+
+// The longest elements come first, because the first that matches is taken.
+static void add_elements(compiler &c) {
+    std::vector<weighed> found = source_elements(c);
+    const bool same = std::all_of(found.begin(), found.end(),
+                                  [&](const weighed &e) { return says_the_same(c, e); });
+    if (!found.empty() && same && c.map.max_len == 1) {
+        // Such as l with the middle dot of the shared table: every locale of the code set would
+        // pay for them with its comparer for bytes, and they sort next to their characters anyway.
+        note(c.diag, {},
+             format("%zu collating elements sort as their characters at the first level; "
+                    "left out",
+                    found.size()));
+        found.clear();
+    }
+    if (c.map.max_len == 1) add_mark_pairs(c, found);
+    std::stable_sort(found.begin(), found.end(), [](const weighed &a, const weighed &b) {
+        return a.chars.size() > b.chars.size();
+    });
+    for (weighed &e : found)
+        c.all.push_back(std::move(e));
+}
+
+static bool ignored_everywhere(const compiler &c, size_t level) {
+    return std::all_of(c.all.begin(), c.all.end(),
+                       [&](const weighed &e) { return e.levels[level].empty(); });
+}
+
+static bool check_plan(compiler &c, size_t level, const pass_plan &plan) {
+    if (plan.split)
+        note(c.diag, {},
+             format("level %zu: %d sequences of weights are ordered as one weight", level + 1,
+                    plan.split));
+    if (plan.highest <= max_weight) return true;
+    error(c.diag, {},
+          format("level %zu needs %d weights in an order that is not code order; a pass "
+                 "holds %d",
+                 level + 1, plan.highest - 1, max_weight - 1));
+    return false;
+}
+
+static bool plan_levels(compiler &c, collation &out, std::vector<pass_plan> &plans) {
+    std::vector<size_t> levels;
+    for (size_t level = 0; level < c.src.levels; ++level)
+        if (!ignored_everywhere(c, level)) levels.push_back(level);
+    for (const size_t level : levels) {
+        const level_input in{.all = c.all,
+                             .level = level,
+                             .rule = pass_rule(c, level),
+                             .earlier = plans,
+                             .last = level == levels.back(),
+                             .single_byte = c.map.max_len == 1};
+        plans.push_back(plan_pass(in, out.expansions));
+        if (!check_plan(c, level, plans.back())) return false;
+    }
+    if (out.expansions.size() <= max_weight) return true;
+    error(c.diag, {},
+          format("%zu expansions; an object holds %d", out.expansions.size(), max_weight));
+    return false;
+}
+
+// Folds equal weights into rows; row 0 is that of the characters without a line.
+static bool make_rows(compiler &c, const std::vector<pass_plan> &plans, collation &out) {
+    std::map<std::vector<uint16_t>, uint16_t> known;
+    for (size_t i = 0; i < c.all.size(); ++i) {
+        std::vector<uint16_t> row;
+        for (const pass_plan &plan : plans)
+            row.push_back(plan.weights[i]);
+        if (out.weights.size() > 0xFFFF) {
+            error(c.diag, {}, "more than 65536 different rows of weights");
+            return false;
+        }
+        const auto [at, added] = known.try_emplace(row, uint16_t(out.weights.size()));
+        if (added) out.weights.push_back(std::move(row));
+        const weighed &e = c.all[i];
+        if (e.kind == weighed::element) {
+            out.elements.push_back({e.chars, at->second});
+        } else if (e.kind == weighed::character) {
+            out.rows[e.wide] = at->second;
+        } else if (at->second != 0) {
+            for (const uint16_t wide : e.chars)
+                out.rows[wide] = at->second;
+        }
+    }
+    for (const pass_plan &plan : plans) {
+        out.pass_types.push_back(plan.backward ? 2 : 1);
+        out.num_weights = std::max(out.num_weights, plan.highest);
+    }
+    out.num_rows = int(out.weights.size()) - 1;
+    return true;
+}
+
+// One pass in code order: a weight for each character while numbers suffice, else one for all
+// with the code tie-break.
+static void make_code_order(const charmap &map, collation &out) {
+    out = {};
+    out.codeset_order = true;
+    out.pass_types = {1};
+    std::vector<uint16_t> wides;
+    for (const charmap_char &ch : map.chars)
+        wides.push_back(ch.wide);
+    if (map.max_len == 1) {
+        wides.clear();
+        for (uint16_t byte = 0; byte < 256; ++byte) // every byte counts as a character
+            wides.push_back(byte);
+    }
+    std::sort(wides.begin(), wides.end());
+    const bool by_code = wides.size() > size_t(max_weight - 1);
+    uint16_t weight = weight_first;
+    for (const uint16_t wide : wides) {
+        if (!by_code || out.weights.empty()) {
+            out.weights.push_back({uint16_t(weight | (by_code ? weight_by_code : 0))});
+            out.num_weights = weight++;
+        }
+        out.rows[wide] = uint16_t(out.weights.size() - 1);
+    }
+    out.num_rows = int(out.weights.size()) - 1;
+}
+
+// Whether strings in the order of their wide characters are in the order of their bytes, too. Not
+// so where a character of one byte sorts above the first byte of a longer one.
+static bool bytes_keep_order(const charmap &map) {
+    uint16_t highest_single = 0, lowest_lead = 0xFF;
+    for (const charmap_char &ch : map.chars) {
+        if (ch.len == 1) highest_single = std::max(highest_single, ch.wide);
+        if (ch.len == 2) lowest_lead = std::min<uint16_t>(lowest_lead, ch.wide >> 8);
+    }
+    return map.min_len == map.max_len || highest_single < lowest_lead;
+}
+
+// True when the tables order every character by its code alone. The key of such a locale is the
+// string itself, so its bytes must say the same.
+static bool is_code_order(const charmap &map, const collation &c) {
+    if (!bytes_keep_order(map)) return false;
+    if (c.pass_types != std::vector<int>{1} || !c.elements.empty() || !c.expansions.empty())
+        return false;
+    std::map<uint16_t, uint16_t> weights;
+    for (const charmap_char &ch : map.chars) {
+        const auto at = c.rows.find(ch.wide);
+        if (at == c.rows.end()) return false;
+        weights[ch.wide] = c.weights[at->second][0];
+    }
+    uint16_t last = weight_ignored;
+    for (const auto &[wide, weight] : weights) {
+        if (weight <= last || weight > max_weight) return false;
+        last = weight;
+    }
+    return true;
+}
+
+bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
+                       proof_report *report) {
+    order src;
+    if (!read_order(set, map, diag, src)) return false;
+    result = {};
+    if (src.codepoint_order) {
+        if (!bytes_keep_order(map))
+            warning(diag, {set.main, 0},
+                    format("code order: keys sort by bytes, comparison by characters of %s",
+                           map.name.c_str()));
+        make_code_order(map, result);
+    } else {
+        compiler c{.map = map, .diag = diag, .src = src};
+        c.reported.resize(src.items.size());
+        add_characters(c);
+        add_elements(c);
+        std::vector<pass_plan> plans;
+        if (!plan_levels(c, result, plans) || !make_rows(c, plans, result)) return false;
+        if (is_code_order(map, result)) make_code_order(map, result);
+    }
+    if (report) prove_collation(map, result, *report);
+    return true;
+}
+
+} // namespace kovac

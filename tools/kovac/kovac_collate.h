@@ -1,0 +1,51 @@
+// LC_COLLATE: what the compiler makes of a source's collation section, in the shape of the
+// collation section of a locale object.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "common/tool_charmap.h"
+#include "common/tool_source.h"
+
+namespace kovac {
+
+// Several characters that weigh as one row.
+struct collation_element {
+    std::vector<uint16_t> chars; // 2 to 15 wide characters
+    uint16_t row;
+};
+
+// Rows are numbered from 0 (row 0: characters the source says nothing of) to num_rows.
+struct collation {
+    bool codeset_order = false;
+    int num_rows = 0;            // highest row number
+    int num_weights = 0;         // highest weight in use; decides the bytes of a weight in a key
+    std::vector<int> pass_types; // per pass: 1 forward, 2 backward; at most 8
+    std::vector<collation_element> elements;       // in matching order: the first that fits wins
+    std::vector<std::vector<uint16_t>> expansions; // wide characters of each
+    std::vector<std::vector<uint16_t>> weights;    // [row][pass], num_rows + 1 rows
+    std::unordered_map<uint16_t, uint16_t> rows;   // wide character to row
+};
+
+// What --prove found out; one line of text per statement.
+struct proof_report {
+    std::vector<std::string> lines;
+    bool ok = true;
+};
+
+// Compiles LC_COLLATE of set.main. Errors go to diag; false when there was one.
+// report may be null: nothing beyond the shape choices is proved then.
+bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
+                       proof_report *report);
+
+// Checks the tables on all short strings of the code set and reports what holds.
+void prove_collation(const charmap &map, const collation &tables, proof_report &report);
+
+// The same by the library, on the object at path that was written from the tables.
+void prove_object(const charmap &map, const collation &tables, const std::string &path,
+                  proof_report &report);
+
+} // namespace kovac

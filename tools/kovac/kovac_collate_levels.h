@@ -1,0 +1,53 @@
+// One level of an order turned into one pass of an object: every sequence of weights becomes a
+// single weight, an expansion or a weight with the code tie-break, so that order is kept.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kovac/kovac_collate_source.h"
+
+namespace kovac {
+
+constexpr uint16_t weight_ignored = 1;
+constexpr uint16_t weight_first = 2;
+constexpr uint16_t weight_expands = 0x4000;
+constexpr uint16_t weight_by_code = 0x8000;
+constexpr int max_weight = 0x3FFF;
+constexpr int one_byte_weights = 253; // up to here a weight takes one byte of a key
+
+using symbols = std::vector<uint32_t>; // ranks of the symbols that something weighs as
+
+// What gets a row: a character, a collating element, or all characters without a line.
+struct weighed {
+    enum kind_t : uint8_t { character, element, undefined } kind = character;
+    uint16_t wide = 0;           // character
+    uint32_t item = no_item;     // no_item: undefined
+    std::vector<uint16_t> chars; // element: what it stands for; undefined: who they are
+    std::array<symbols, max_levels> levels;
+};
+
+struct pass_plan {
+    bool backward = false;
+    int highest = weight_ignored;  // largest weight in use
+    std::vector<uint16_t> weights; // per weighed
+    // Per weighed: what its first weight compares as, the code tie-break included; 0: ignored.
+    std::vector<uint32_t> first;
+    int split = 0; // sequences that had to be cut short of their exact order
+};
+
+struct level_input {
+    const std::vector<weighed> &all;
+    size_t level;
+    level_rule rule;
+    const std::vector<pass_plan> &earlier; // the passes before it
+    bool last;                             // nothing is compared after it
+    bool single_byte;                      // the byte comparers are bound to their limits
+};
+
+// Plans a pass. Expansions are shared by all passes and appended where new.
+pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &expansions);
+
+} // namespace kovac

@@ -1,0 +1,156 @@
+// Code-set conversion: the characters of a code set from its various sources, and the conversion
+// object of a pair of code sets.
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "common/tool_charmap.h"
+#include "common/tool_source.h"
+#include "kovac/kovac_registry.h"
+
+namespace kovac {
+
+// ---- code sets ---------------------------------------------------------------------------------
+
+// The bytes of one character; ordered as the tables list them.
+struct char_bytes {
+    bool shifted = false; // it stands between the shift codes of a stateful code set
+    uint8_t len = 0;      // 1 to 4
+    uint32_t value = 0;   // big-endian
+    auto operator<=>(const char_bytes &) const = default;
+};
+constexpr uint8_t max_char_bytes = 4;
+
+enum class set_form : uint8_t { listed, unicode, utf8 };
+
+struct conv_set {
+    std::vector<std::string> names; // of files, the established one first
+    int number = no_number;
+    std::string origin; // where the characters come from, for the object's header
+    set_form form = set_form::listed;
+    bool stateful = false;
+    unsigned char shift_out = 0x0E; // enters the shifted state
+    unsigned char shift_in = 0x0F;  // ends it
+    int sequences = 0;              // characters of several code points, left out
+    // The two directions; what only one of them has converts one way.
+    std::map<char_bytes, uint32_t> codes;
+    std::unordered_map<uint32_t, char_bytes> bytes;
+};
+
+// How a source ties bytes and a code point; the values are those of mapping files.
+enum class tie : uint8_t { both = 0, to_bytes = 1, substitute = 2, to_code = 3, either = 4 };
+
+// Collects a listed code set. A tie that holds both ways wins over one-way ties; among
+// equals the first.
+struct set_builder {
+    conv_set *set;
+    std::map<char_bytes, int> code_ranks;
+    std::unordered_map<uint32_t, int> bytes_ranks;
+    void add(char_bytes bytes, uint32_t code, tie kind);
+};
+
+// Adds a name for file names. False when it cannot stand in one.
+bool add_name(conv_set &set, const std::string &name);
+
+// Strings end with the null character: it is added where a source lacks it.
+void complete_set(conv_set &set);
+
+constexpr uint32_t last_code = 0x10FFFF;
+constexpr uint32_t last_bmp_code = 0xFFFF;
+constexpr uint32_t last_smp_code = 0x1FFFF; // with the plane of the emoji
+constexpr bool is_scalar(uint32_t code) {
+    return code <= last_code && (code < 0xD800 || code > 0xDFFF);
+}
+
+// The bytes of a code point in a built-in form.
+char_bytes unicode_bytes(uint32_t code);
+char_bytes utf8_bytes(uint32_t code);
+
+enum class convert_status { done = 0, source = 1, usage = 2, file = 3 }; // also the exit status
+
+// Finds a code set by registry name, charmap name, file, or name of the C library's converter, in
+// this order; "unicode" and "utf8" are built in. Reports what is wrong.
+convert_status load_set(const std::vector<std::string> &charmap_dirs, const std::string &name,
+                        const registry *numbers, diagnostics &diag, conv_set &set);
+
+// Reads a mapping file or a mapping table in UCM form. False after an error.
+bool is_ucm(std::string_view text);
+bool read_mapping(const source_file &file, diagnostics &diag, conv_set &set);
+bool read_ucm(const source_file &file, diagnostics &diag, conv_set &set);
+
+// Asks the converter of the running C library for every character. False when it has none of that
+// name. part: all characters, or only the single or double bytes of a set with shift codes.
+enum class set_part : uint8_t { whole, single, pairs };
+bool read_libc_set(const std::string &name, set_part part, conv_set &set);
+
+// The built-in forms hold what their peer has, and the whole basic plane where everything counts.
+void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool everything);
+
+// ---- conversion objects ------------------------------------------------------------------------
+
+// Bits of an entry's first byte; the low three count its target bytes.
+enum entry_flag : uint8_t {
+    entry_terminator = 0x08,
+    entry_plain = 0x10,
+    entry_substitute = 0x20,
+    entry_shifted = 0x40,
+    entry_shift_code = 0x80,
+};
+
+struct conv_entry {
+    char_bytes source;
+    char_bytes target; // len 0: none
+    uint8_t flags;
+    uint32_t code; // no_code for a shift code and an undefined byte
+};
+
+using conv_table = std::unique_ptr<void, void (*)(void *)>;
+
+struct conv_object {
+    const conv_set *from = nullptr, *to = nullptr;
+    std::vector<conv_entry> entries; // what converts, ascending by source
+    std::vector<std::pair<char_bytes, uint32_t>> unmapped;
+    int target_min = 0, target_max = 0;
+    int shift_min = 0, shift_max = 0, noshift_min = 0, noshift_max = 0;
+    bool checks = true;
+    float ratio = 1; // of lengths, shift codes included
+    conv_table noshift{nullptr, nullptr}, shift{nullptr, nullptr};
+};
+
+// Makes the object of a pair. substitute (len 0: none) is the target of what has no mapping.
+// False after an error.
+bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute, diagnostics &diag,
+                 conv_object &object);
+
+// The bytes that an object's tables give for a character; len 0 when it is unmapped.
+char_bytes convert_char(const conv_object &object, char_bytes source);
+
+// Proves with the tables of both directions that every character without the substitution flag
+// comes back. Appends those with the flag to lines as text, when it is given. False when one that
+// should come back does not.
+bool prove_round_trips(const conv_object &forth, const conv_object &back, diagnostics &diag,
+                       std::vector<std::string> *lines);
+
+// Writes the object below root under its numbers and names. *path is the first of them.
+convert_status write_object_files(const std::string &root, const conv_object &object,
+                                  diagnostics &diag, std::string *path);
+
+// ---- kovac convert -----------------------------------------------------------------------------
+
+struct convert_options {
+    std::string from, to, root, substitute, registry_file;
+    std::vector<std::string> from_names, to_names; // further names of files
+    bool both = false, report = false, supplementary = false, verbose = false;
+};
+
+convert_status run_convert(const convert_options &opt, const std::vector<std::string> &charmap_dirs,
+                           diagnostics &diag);
+
+} // namespace kovac

@@ -1,0 +1,256 @@
+// The characters of a code set: built in, from a charmap, a file, or the C library's converter.
+#include "kovac/kovac_convert.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <unistd.h>
+
+#include "common/tool_text.h"
+
+namespace kovac {
+
+// ---- both directions ---------------------------------------------------------------------------
+
+// A tie both ways ranks before one way, and that before a line that fills what nothing else does.
+static int rank_of(tie kind) { return kind == tie::both ? 3 : kind == tie::either ? 1 : 2; }
+
+template <class Map, class Ranks, class Key, class Value>
+static void put(Map &map, Ranks &ranks, const Key &key, const Value &value, int rank) {
+    int &known = ranks[key];
+    if (rank <= known) return;
+    map[key] = value;
+    known = rank;
+}
+
+void set_builder::add(char_bytes bytes, uint32_t code, tie kind) {
+    const bool to_code = kind != tie::to_bytes && kind != tie::substitute;
+    if (to_code) put(set->codes, code_ranks, bytes, code, rank_of(kind));
+    if (kind != tie::to_code) put(set->bytes, bytes_ranks, code, bytes, rank_of(kind));
+}
+
+void complete_set(conv_set &set) {
+    if (set.bytes.count(0)) return;
+    const bool pairs_only =
+        !set.codes.empty() && std::all_of(set.codes.begin(), set.codes.end(), [](const auto &c) {
+            return c.first.len == 2 && !c.first.shifted;
+        });
+    const char_bytes nul{false, uint8_t(pairs_only ? 2 : 1), 0};
+    if (!set.codes.emplace(nul, 0u).second) return;
+    set.bytes.emplace(0u, nul);
+}
+
+// ---- built-in forms ----------------------------------------------------------------------------
+
+char_bytes unicode_bytes(uint32_t code) {
+    if (code <= last_bmp_code) return {false, 2, code};
+    const uint32_t rest = code - 0x10000;
+    return {false, 4, (0xD800 | rest >> 10) << 16 | 0xDC00 | (rest & 0x3FF)};
+}
+
+char_bytes utf8_bytes(uint32_t code) {
+    if (code < 0x80) return {false, 1, code};
+    const uint32_t low = 0x80 | (code & 0x3F), mid = 0x80 | (code >> 6 & 0x3F);
+    if (code < 0x800) return {false, 2, (0xC0 | code >> 6) << 8 | low};
+    if (code < 0x10000) return {false, 3, (0xE0 | code >> 12) << 16 | mid << 8 | low};
+    const uint32_t high = 0x80 | (code >> 12 & 0x3F);
+    return {false, 4, (0xF0 | code >> 18) << 24 | high << 16 | mid << 8 | low};
+}
+
+void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool everything) {
+    const auto add = [&set](uint32_t code) {
+        if (!is_scalar(code)) return;
+        const char_bytes bytes =
+            set.form == set_form::utf8 ? utf8_bytes(code) : unicode_bytes(code);
+        set.codes.emplace(bytes, code);
+        set.bytes.emplace(code, bytes);
+    };
+    for (const auto &[bytes, code] : peer.codes)
+        add(code);
+    for (const auto &[code, bytes] : peer.bytes)
+        add(code);
+    for (uint32_t code = 0; everything && code <= last; ++code)
+        add(code);
+}
+
+// ---- finding -----------------------------------------------------------------------------------
+
+static constexpr uint16_t number_of_unicode = 57349;
+static constexpr uint16_t number_of_utf8 = 57372;
+static constexpr int first_private_number = 0xE000; // below stand established numbers
+
+// Code sets that are the single or the double bytes of one with shift codes.
+static constexpr struct {
+    uint16_t number;
+    const char *whole;
+    set_part part;
+} parts[] = {
+    {300,   "IBM930", set_part::pairs },
+    {833,   "IBM933", set_part::single},
+    {834,   "IBM933", set_part::pairs },
+    {835,   "IBM937", set_part::pairs },
+    {836,   "IBM935", set_part::single},
+    {837,   "IBM935", set_part::pairs },
+    {1027,  "IBM939", set_part::single},
+    {28709, "IBM937", set_part::single},
+    {29709, "IBM937", set_part::single},
+};
+
+static const code_set *registered(int number) {
+    for (const code_set &set : code_sets()) {
+        if (set.number == number) return &set;
+    }
+    return nullptr;
+}
+
+bool add_name(conv_set &set, const std::string &name) {
+    if (name.empty() || name.find_first_of("/\\: ") != std::string::npos ||
+        kovatool::printable(name) != name) {
+        return false;
+    }
+    if (std::find(set.names.begin(), set.names.end(), name) == set.names.end()) {
+        set.names.push_back(name);
+    }
+    return true;
+}
+
+// The established name, the charmap's, and the one that was asked for.
+static void name_set(conv_set &set, const std::string &asked) {
+    if (const code_set *known = registered(set.number)) {
+        const std::string_view names = known->names;
+        add_name(set, std::string(names.substr(0, names.find(' '))));
+        if (known->charmap != std::string_view("-")) add_name(set, known->charmap);
+    }
+    if (add_name(set, asked) || !set.names.empty()) return;
+    std::string usable = asked.empty() ? "codeset" : asked;
+    for (char &c : usable) {
+        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7F || strchr("/\\:", c)) c = '_';
+    }
+    add_name(set, usable);
+}
+
+static constexpr struct {
+    const char *charmap;
+    uint32_t code;
+    uint8_t len;
+    uint32_t value;
+} fallbacks[] = {
+#define KOVAC_FALLBACK(charmap, code, len, value) {charmap, code, len, value},
+#include "../../data/fallbacks.inc"
+#undef KOVAC_FALLBACK
+};
+
+static bool load_from_charmap(const std::vector<std::string> &dirs, const std::string &name,
+                              diagnostics &diag, conv_set &set, std::string *code_set_name) {
+    charmap map;
+    std::vector<charmap_line> lines;
+    if (!load_charmap(dirs, name, diag, map, &lines)) return false;
+    set_builder builder{&set, {}, {}};
+    for (const charmap_line &line : lines) {
+        if (line.code >= private_code || !is_scalar(line.code)) continue;
+        builder.add({false, line.len, line.bytes}, line.code,
+                    line.one_way ? tie::either : tie::both);
+    }
+    for (const auto &f : fallbacks) {
+        if (map.name == f.charmap) builder.add({false, f.len, f.value}, f.code, tie::to_bytes);
+    }
+    set.origin = "charmap " + map.name;
+    *code_set_name = map.name;
+    return true;
+}
+
+static convert_status load_from_file(const std::string &path, diagnostics &diag, conv_set &set,
+                                     std::string *code_set_name) {
+    source_file file;
+    file.path = path;
+    file.name = path.substr(path.rfind('/') + 1);
+    if (!read_whole(path, file.text)) {
+        error(diag, {}, format("cannot read %s", path.c_str()));
+        return convert_status::file;
+    }
+    std::string base = file.name;
+    if (base.ends_with(".gz")) base.resize(base.size() - 3);
+    *code_set_name = base.substr(0, base.rfind('.'));
+    set.origin = "mapping " + base;
+    const bool is_charmap =
+        file.text.starts_with("CHARMAP\n") || file.text.find("\nCHARMAP") != std::string::npos;
+    const bool read = is_ucm(file.text) ? read_ucm(file, diag, set)
+                      : is_charmap      ? load_from_charmap({}, path, diag, set, code_set_name)
+                                        : read_mapping(file, diag, set);
+    return read ? convert_status::done : convert_status::source;
+}
+
+// From the C library's converter, by part, established number or the name itself.
+static bool load_from_libc(const std::string &name, int number, conv_set &set) {
+    for (const auto &part : parts) {
+        if (part.number != number || !read_libc_set(part.whole, part.part, set)) continue;
+        set.origin = format("C library %s, %s", part.whole,
+                            part.part == set_part::pairs ? "double bytes" : "single bytes");
+        return true;
+    }
+    std::vector<std::string> tried;
+    if (number != no_number && number < first_private_number)
+        tried.push_back(format("IBM%03d", number));
+    tried.push_back(name);
+    for (const std::string &one : tried) {
+        if (!read_libc_set(one, set_part::whole, set)) continue;
+        set.origin = "C library " + one;
+        return true;
+    }
+    return false;
+}
+
+static int number_of(const registry *numbers, const std::string &name) {
+    const int number = numbers ? find_name(*numbers, name) : no_number;
+    return number != no_number ? number : find_code_set(name);
+}
+
+static convert_status load_listed(const std::vector<std::string> &dirs, const std::string &name,
+                                  diagnostics &diag, conv_set &set, std::string *own_name) {
+    const code_set *known = registered(set.number);
+    const std::string charmap_name =
+        known && known->charmap != std::string_view("-") ? known->charmap : name;
+    const bool is_path = name.find('/') != std::string::npos;
+    const std::string found = is_path ? std::string() : find_file(dirs, charmap_name);
+    if (!found.empty() && found != charmap_name) { // not just a file of the working directory
+        return load_from_charmap(dirs, charmap_name, diag, set, own_name) ? convert_status::done
+                                                                          : convert_status::source;
+    }
+    if ((is_path || !known) && access(name.c_str(), R_OK) == 0) {
+        return load_from_file(name, diag, set, own_name);
+    }
+    if (!is_path && load_from_libc(name, set.number, set)) return convert_status::done;
+    error(diag, {},
+          format("no code set \"%s\": neither a charmap, nor a file, nor a converter of the C "
+                 "library",
+                 name.c_str()));
+    return convert_status::file;
+}
+
+convert_status load_set(const std::vector<std::string> &charmap_dirs, const std::string &name,
+                        const registry *numbers, diagnostics &diag, conv_set &set) {
+    const bool is_path = name.find('/') != std::string::npos;
+    set.number = is_path ? no_number : number_of(numbers, name);
+    if (set.number == number_of_unicode || set.number == number_of_utf8) {
+        set.form = set.number == number_of_utf8 ? set_form::utf8 : set_form::unicode;
+        set.origin = set.form == set_form::utf8 ? "utf8" : "unicode";
+        name_set(set, name);
+        add_name(set, set.origin);
+        return convert_status::done;
+    }
+    std::string own_name = name;
+    const convert_status status = load_listed(charmap_dirs, name, diag, set, &own_name);
+    if (status != convert_status::done) return status;
+    if (set.number == no_number) set.number = number_of(numbers, own_name);
+    name_set(set, own_name);
+    if (!is_path) add_name(set, name);
+    complete_set(set);
+    if (set.sequences) {
+        note(diag, {},
+             format("%s: %d characters of several code points left out", name.c_str(),
+                    set.sequences));
+    }
+    return convert_status::done;
+}
+
+} // namespace kovac

@@ -1,0 +1,23 @@
+// Spellings of characters that a code set lacks, from the transliteration tables of the sources.
+// They serve the strings of a locale only: names, formats, currency symbols.
+#pragma once
+
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+#include "common/tool_charmap.h"
+#include "common/tool_source.h"
+
+namespace kovac {
+
+struct translit {
+    source_set &set;
+    bool loaded = false; // tables are read when the first character is missing
+    std::unordered_map<uint32_t, std::vector<std::vector<uint32_t>>> spellings; // best first
+};
+
+// How to write a code that map lacks, in characters that it has; null when the tables do not tell.
+const std::vector<uint32_t> *spell(translit &tables, const charmap &map, uint32_t code);
+
+} // namespace kovac
