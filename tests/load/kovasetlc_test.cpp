@@ -543,6 +543,7 @@ static const struct {
 };
 
 TEST(SecureNames, LeadNowhereElse) {
+    single(); // without the hooks
     static const std::string hostile[] = {"../../..",
                                           "..",
                                           "a..b",
@@ -595,6 +596,7 @@ TEST(SecureNames, LeadNowhereElse) {
     EXPECT_EQ(ko_lc_load(&again, "en_us\\0333.lco", nullptr, "d"), 0);
     ko_lc_unload(again);
     files.tried.clear();
+    ko_cache_registry(held, "nowhere"); // the built-in one
     open_conversion([](auto *cv) { return ko_cv_load(cv, "1252", "819", nullptr, "d"); });
     EXPECT_EQ(files.tried, std::vector<std::string>{"d\\033304e4.cvo"});
     ko_secure_names(0);
