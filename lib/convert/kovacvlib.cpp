@@ -169,6 +169,22 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
                         : nearest;
 }
 
+// The double-byte look-up delivers what stands at a byte, be it a character or not.
+static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
+    for (unsigned b = 0; b < 256; ++b) {
+        const unsigned first = *cv_entry_at(table, node, b);
+        if (first & cv_flags) raise_ratio(cv, bytes, static_cast<int>(first & cv_length));
+    }
+}
+static void count_double(iconv_rec *cv) {
+    count_direct(cv, cv->conv_noshift, cv->conv_noshift->root, 1);
+    const multi_arr *const root = cv->conv_shift->root;
+    for (unsigned b = 0; b < 256; ++b) {
+        if (node_flag(root, b) != mb_prefix) continue;
+        if (const multi_arr *node = node_child(root, b)) count_direct(cv, cv->conv_shift, node, 2);
+    }
+}
+
 // Callers size buffers by the ratio: where the tables make more than the object states, what they
 // make counts. A call may write a shift sequence before each character, and leave the shifted state
 // after the last one.
@@ -180,6 +196,7 @@ static void check_ratio(iconv_rec *cv) {
     const bool bytes = cv->miconv_fp != mb_miconv;
     if (bytes) raise_ratio(cv, 1, 1); // whatever their entries say
     if (bytes && !stateful) return;
+    if (cv->smiconv_fp == db_smiconv) count_double(cv);
     if (!cv->flat_noshift || (cv->conv_shift && !cv->flat_shift))
         raise_ratio(cv, 1, cv->target_max_len + around[1]); // more than that is not possible
     for (const cv_flat *flat : {cv->flat_noshift, cv->flat_shift})

@@ -119,11 +119,14 @@ cv_bytes *build_cv_bytes(const mb_decode *table);
 // The translations that this processor can run, the quickest last; returns how many.
 constexpr int cv_translates_max = 3;
 int cv_translates(cv_translate *kinds);
-// The entry of a byte at the table's first level, flags not looked at; never NULL.
-inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
-    const multi_arr *root = table->root;
-    return root->data_arr ? root->data_arr + (size_t(byte) << table->log_data_size)
+// The entry of a byte at a node of the table, flags not looked at; never NULL.
+inline const unsigned char *cv_entry_at(const mb_decode *table, const multi_arr *node,
+                                        unsigned byte) {
+    return node->data_arr ? node->data_arr + (size_t(byte) << table->log_data_size)
                           : table->default_data;
+}
+inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
+    return cv_entry_at(table, table->root, byte);
 }
 
 #endif

@@ -560,6 +560,9 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
     thirds.noshift = {
         {"abc", plain | cv_shifted_target, "ABC"}
     };
+    cv_object filled = host_object();
+    filled.fill = "\x13"
+                  "abc";
     const struct {
         cv_object object;
         const char *ratio;
@@ -576,6 +579,7 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
         {bytes_object(0),  "0.5",  11,         11        },
         {double_object(3), "-1",   10,         15        },
         {host_object(),    "1",    10,         15        },
+        {filled,           "1",    10,         30        }, // bytes that are no characters, too
         {to_host_object(), "1",    10,         20        }, // two bytes between two shifts
         {both_stateful(),  "1",    10,         40        },
         {thirds,           "1",    30000000,   50000003  }, // five of three, as a float

@@ -25,9 +25,11 @@ inline int print_entry(void *stream, const void *item) {
     return ko_ext_fwrite(hex, 1, n, stream) == n ? 0 : -1;
 }
 
-inline std::string entries_text(const std::vector<cv_entry> &entries, int target_max) {
+inline std::string entries_text(const std::vector<cv_entry> &entries, int target_max,
+                                const std::string &fill) {
     file_hooks files;
-    const unsigned char none[5] = {};
+    unsigned char none[5] = {};
+    memcpy(none, fill.data(), fill.size());
     void *table = create_multi(static_cast<unsigned>(target_max + 1), 0, none);
     for (const cv_entry &e : entries) {
         char_desc desc = {static_cast<unsigned>(e.source.size()), {}};
@@ -51,14 +53,15 @@ struct cv_object {
     int target_min = 1, target_max = 1, shift_min = 0, shift_max = 0, min = 1, max = 1, checks = 1;
     std::string ratio = "1";
     std::vector<cv_entry> noshift, shift;
+    std::string fill; // the entry of bytes that have none
 
     std::string str() const {
         char numbers[160];
         snprintf(numbers, sizeof numbers, "%d %d\n%s\n%d %d %d %d %d %d %d\n%s\n", source_stateful,
                  target_stateful, shifts.c_str(), target_min, target_max, shift_min, shift_max, min,
                  max, checks, ratio.c_str());
-        std::string out = header + numbers + entries_text(noshift, target_max);
-        if (source_stateful) out += entries_text(shift, target_max);
+        std::string out = header + numbers + entries_text(noshift, target_max, fill);
+        if (source_stateful) out += entries_text(shift, target_max, fill);
         return out;
     }
 };
