@@ -5,12 +5,28 @@
 #include <limits.h>
 
 namespace {
+// The most that the names of a list take when they are cut by one precision.
+struct name_extent {
+    bool known;
+    bool any;
+    int precision; // 0 for names that are whole
+    time_extent most;
+    int64_t surplus; // most bytes of a name beyond those of as many blanks as it has columns
+};
+// The same for names of eras.
+enum : uint8_t { list_era_name = time_lists, list_era_abbr, measured_lists };
+
 struct time_measure {
     kovaloc *loc;
     column_counter columns;
     int ascii_bytes; // of a digit, sign or blank
     time_extent sum;
     time_walker walker;
+    // What every directive of a kind needs, found out by the first.
+    name_extent names[measured_lists];
+    name_extent alt_digits;
+    int era_digits[2]; // most digits of the years from 0, and of those before, 0 for none
+    bool era_years_known;
 
     int literal(const ko_wchar_t *first, const ko_wchar_t *last);
     int directive(const time_spec &spec);
@@ -36,6 +52,8 @@ static void add(time_measure *in, int64_t columns, int64_t bytes) {
 
 static void add_ascii(time_measure *in, int64_t units) { add(in, units, units * in->ascii_bytes); }
 
+static int64_t larger(int64_t a, int64_t b) { return a > b ? a : b; }
+
 static void take_larger(time_extent *most, const time_extent &extent) {
     if (extent.columns > most->columns) most->columns = extent.columns;
     if (extent.bytes > most->bytes) most->bytes = extent.bytes;
@@ -47,8 +65,6 @@ int time_measure::literal(const ko_wchar_t *first, const ko_wchar_t *last) {
     return 0;
 }
 
-static int64_t larger(int64_t a, int64_t b) { return a > b ? a : b; }
-
 static int digits_in(int value, int base) {
     int n = 1;
     for (; value >= base; value /= base)
@@ -58,35 +74,59 @@ static int digits_in(int value, int base) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-static time_extent text_extent(time_measure *in, const ko_wchar_t *text,
-                               const format_modifiers &m) {
-    if (!text) return {m.width, int64_t{m.width} * in->ascii_bytes};
-    const name_cut part = cut_name(in->columns, text, m.precision);
-    time_extent extent = {part.columns, 0};
-    if (in->walker.work <= work_max) in->walker.work += part.units + 1;
-    for (int i = 0; i < part.units; ++i)
-        extent.bytes += bytes_of(in->loc, text[i]);
-    if (m.width > part.columns) {
-        extent.bytes += int64_t{m.width - part.columns} * in->ascii_bytes;
-        extent.columns = m.width;
+static void take_name(time_measure *in, const ko_wchar_t *text, name_extent *all) {
+    time_extent extent;
+    int units = 0;
+    if (text) {
+        const name_cut part = cut_name(in->columns, text, all->precision);
+        extent.columns = part.columns;
+        units = part.units;
+        for (int i = 0; i < units; ++i)
+            extent.bytes += bytes_of(in->loc, text[i]);
     }
-    return extent;
+    // Precisions that alternate are the only names that are gone through more than once.
+    if (in->walker.depth && all->precision && !in->walker.spent())
+        in->walker.work += work_of(units + 16);
+    const int64_t surplus = extent.bytes - extent.columns * in->ascii_bytes;
+    all->surplus = all->any ? larger(all->surplus, surplus) : surplus;
+    all->any = true;
+    take_larger(&all->most, extent);
+}
+
+// name(i) is the name of index i.
+template <class Name>
+static const name_extent &extent_of(time_measure *in, name_extent *all, int precision, int count,
+                                    Name name) {
+    if (precision < 0) precision = 0;
+    if (all->known && all->precision == precision) return *all;
+    *all = {.known = true, .precision = precision};
+    for (int i = 0; i < count; ++i)
+        take_name(in, name(i), all);
+    return *all;
+}
+
+static void add_padded(time_measure *in, const name_extent &all, int width) {
+    if (!all.any) return;
+    const int64_t padded = all.surplus + int64_t{width} * in->ascii_bytes;
+    add(in, larger(all.most.columns, width), larger(all.most.bytes, padded));
 }
 
 static void add_names(time_measure *in, const time_spec &spec) {
     const time_names list = names_of(&in->loc->ltime_info, spec.row->list);
-    time_extent most;
-    for (int i = 0; list.names && i < list.count; ++i)
-        take_larger(&most, text_extent(in, list.names[i], spec.m));
-    add(in, most.columns, most.bytes);
+    const auto name = [&list](int i) { return list.names[i]; };
+    add_padded(in,
+               extent_of(in, &in->names[spec.row->list], spec.m.precision,
+                         list.names ? list.count : 0, name),
+               spec.m.width);
 }
 
 static void add_era_names(time_measure *in, const time_spec &spec) {
     const ltime *t = &in->loc->ltime_info;
-    time_extent most;
-    for (int i = 0; i < t->era_count; ++i)
-        take_larger(&most, text_extent(in, t->decode_era[i].*spec.row->era, spec.m));
-    add(in, most.columns, most.bytes);
+    const auto text = spec.row->era;
+    const auto name = [t, text](int i) { return t->decode_era[i].*text; };
+    name_extent *const all =
+        &in->names[text == &lera::w_name ? int{list_era_name} : int{list_era_abbr}];
+    add_padded(in, extent_of(in, all, spec.m.precision, t->era_count, name), spec.m.width);
 }
 
 // ---- Numbers ------------------------------------------------------------------------------------
@@ -99,9 +139,9 @@ static int largest_of(const time_measure *in, const time_directive &row) {
 static void add_alternative(time_measure *in, const time_directive &row,
                             const format_modifiers &m) {
     const ltime *t = &in->loc->ltime_info;
-    time_extent digit;
-    for (int i = 0; i < t->max_alt_digits; ++i)
-        take_larger(&digit, text_extent(in, t->w_alt_digits[i], plain_spec(&row).m));
+    const time_extent digit = extent_of(in, &in->alt_digits, 0, t->max_alt_digits, [t](int i) {
+                                  return t->w_alt_digits[i];
+                              }).most;
     const int precision = m.precision < 0 ? row.digits : m.precision;
     const int64_t count = larger(digits_in(largest_of(in, row), t->max_alt_digits), precision);
     const int64_t blank = row.kind == time_kind::day, after_blank = larger(1, precision);
@@ -128,19 +168,28 @@ static void add_fraction(time_measure *in, const time_spec &spec) {
     add_ascii(in, spec.pointed + larger(digits, spec.m.width));
 }
 
-// The years of an era run from its offset to what the first or last year of the table makes; four
-// digits at least.
-static void add_era_year(time_measure *in, const time_spec &spec) {
+// The years of an era run from its offset to what the first or last year of the table makes.
+static void find_era_years(time_measure *in) {
     const ltime *t = &in->loc->ltime_info;
-    int64_t units = larger(4, spec.m.precision);
+    in->era_years_known = true;
     for (int i = 0; i < t->era_count; ++i) {
         const lera &era = t->decode_era[i];
         const int years = era.direction > 0 ? 9999 - era.start_year : era.start_year;
         for (const int year : {era.offset, era.offset + (years > 0 ? years : 0)}) {
-            const int64_t digits = digits_in(year < 0 ? -year : year, 10);
-            units = larger(units, (year < 0) + larger(digits, spec.m.precision));
+            int *const most = &in->era_digits[year < 0];
+            const int digits = digits_in(year < 0 ? -year : year, 10);
+            if (digits > *most) *most = digits;
         }
     }
+}
+
+// Four digits at least.
+static void add_era_year(time_measure *in, const time_spec &spec) {
+    if (!in->era_years_known) find_era_years(in);
+    int64_t units = larger(4, spec.m.precision);
+    for (const int before : {0, 1})
+        if (const int digits = in->era_digits[before])
+            units = larger(units, before + larger(digits, spec.m.precision));
     add_ascii(in, larger(units, spec.m.width));
 }
 
@@ -175,7 +224,7 @@ static int add_era_formats(time_measure *in, const time_spec &spec) {
 }
 
 int time_measure::directive(const time_spec &spec) {
-    if (walker.depth && walker.work > work_max) return KO_EDIRECTIVE; // spent on names
+    if (walker.depth && walker.spent()) return KO_EDIRECTIVE;
     switch (spec.row->kind) {
     case time_kind::unit:
         add_ascii(this, 1);
@@ -212,7 +261,7 @@ int time_measure::directive(const time_spec &spec) {
 
 int measure_format(kovaloc *loc, const ko_wchar_t *format, time_extent *extent) {
     const int digit = bytes_of(loc, native(loc, '0'));
-    time_measure in = {loc, make_columns(loc), digit ? digit : 1, {}, {}};
+    time_measure in = {.loc = loc, .columns = make_columns(loc), .ascii_bytes = digit ? digit : 1};
     const int error = walk_format(&in, format);
     if (error) return error;
     *extent = in.sum;

@@ -139,6 +139,7 @@ static int read_name(time_reader *r, const wc_tnode *full, const wc_tnode *abbr)
     for (const wc_tnode *tree : {full, abbr}) {
         const wc_found found = find_name(r->loc, tree, r->at);
         if (!found.len) r->at_end |= !r->at[found.seen];
+        if (r->walker.depth) r->walker.work += work_of(found.seen);
         if (!found.node) continue;
         r->at += found.len;
         return found.node->val;
@@ -200,7 +201,8 @@ static int read_locale_format(time_reader *r, const time_directive &row) {
     return error && row.letter == 'r' ? KO_EDIRECTIVE : error;
 }
 
-// The first era whose own format fits. An era that the format reads by name is of this name.
+// The first era whose own format fits. Each begins anew, so what it passes of the text is work. An
+// era that the format reads by name is of this name.
 static int read_era_format(time_reader *r) {
     const ltime *t = &r->loc->ltime_info;
     time_info before = *r->ti;
@@ -209,7 +211,9 @@ static int read_era_format(time_reader *r) {
     for (int i = 0; i < t->era_count; i++) {
         *r->ti = before;
         r->at = start;
-        if (const int error = walk_nested(r, t->decode_era[i].w_format, i > 0)) {
+        const int error = walk_nested(r, t->decode_era[i].w_format, i > 0);
+        r->walker.work += work_of(r->at - start);
+        if (error) {
             if (r->walker.exhausted) return error;
             continue;
         }
@@ -246,6 +250,7 @@ static int read_parts(time_reader *r, const time_spec &spec) {
 }
 
 int time_reader::directive(const time_spec &spec) {
+    if (walker.depth && walker.spent()) return KO_EDIRECTIVE;
     const time_directive &row = *spec.row;
     if (&row == era_by_letter[static_cast<unsigned char>(row.letter)]) ti->year_type = year_of_era;
     switch (row.kind) {

@@ -315,13 +315,16 @@ inline time_spec plain_spec(const time_directive *row, bool alternative = false)
 int scan_directive(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec);
 
 // A walk over a format and the formats of the locale inside it.
+constexpr int work_max = 1 << 20;
 struct time_walker {
     int depth = 0;
-    int work = 0; // units of formats inside formats, for one directive of the outermost
+    int work = 0; // spent in formats inside formats, for one directive of the outermost
     bool bad_fraction = false; // why the walk has failed
     bool exhausted = false;    // the walk has met one of its limits
+    bool spent() { return exhausted = exhausted || work > work_max; }
 };
-constexpr int work_max = 1 << 20;
+// The work of passing so many characters, which takes less time than a directive does.
+constexpr int work_of(ptrdiff_t characters) { return static_cast<int>(characters / 16); }
 
 // Hands the runs of a format to out->literal(first, end) and the directives to
 // out->directive(spec) until one returns an error number. Out has a loc and a walker.
@@ -353,14 +356,13 @@ template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
 // with an error, and so do those that take forever without containing themselves. of_many: one of
 // several that a directive tries, whose work adds up.
 template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of_many = false) {
-    if (!format || !*format) return 0;
     time_walker &walker = out->walker;
     if (!walker.depth && !of_many) walker.work = 0;
-    if (walker.depth == format_depth_max || walker.work > work_max) {
-        walker.exhausted = true;
-        return KO_EDIRECTIVE;
-    }
-    walker.work += ko_wcslen(format) + 1;
+    const int length = format ? ko_wcslen(format) : 0;
+    if (length && walker.depth == format_depth_max) walker.exhausted = true;
+    if (walker.spent()) return KO_EDIRECTIVE;
+    walker.work += length + 1;
+    if (!length) return 0;
     ++walker.depth;
     const int error = walk_format(out, format);
     --walker.depth;

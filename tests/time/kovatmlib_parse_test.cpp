@@ -24,6 +24,12 @@ static std::string repeated(const std::string &text, int times) {
 static const times costly = {.formats = repeated("%x", 9) + "|" + repeated("%X", 9) + "|" +
                                         std::string(9999, ' ') + "|||",
                              .eras = repeated("+:1:1/1/1:+*:A:%c!|", 999) + "+:1:1/1/1:+*:A:%c!"};
+// The first passes the text again for each era, the second looks for a long name again and again.
+static const std::string gap(1000000, ' '), letters(9000, 'a');
+static const times again = {.eras = repeated("+:1:1/1/1:+*:A: x|+:1:1/1/1:+*:A:%n%H|", 999) +
+                                    "+:1:1/1/1:+*:A:%Ey"};
+static const times sought = {.day = "|" + letters + "b|c|d|e|f|g",
+                             .formats = "|" + repeated("%A", 9000) + "||am|pm|"};
 static const times alike = {.day = "Su|Sunday|Tuesday|Wednesday|Thursday|Friday|Saturday"};
 static const times empty_names = {.formats = "||||pm|"};
 
@@ -134,6 +140,8 @@ TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
         {with_eras, "%Ec", "Showa2 3/4 5.6", "minute=6 hour24=5 mday=4 mon=2 era=3 era_off=2"},
         {nested, "%c|%EY", "1", "!22|!22"},
         {costly, "%EY", "1", "!22"},
+        {again, "%EY", gap.c_str(), "!22"},
+        {sought, "%x", letters.c_str(), "!22"},
     };
     check_readings(rows, [](ko_lc_t loc, const std::string &format, const std::string &text, char) {
         return fields_read(loc, format, text);

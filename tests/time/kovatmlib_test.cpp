@@ -247,13 +247,18 @@ TEST(TimeMeasure, CountsTheLargestOutput) {
             got += " " + std::to_string(ko_wcsfmtexpand(loc, 1, in_code_set(loc, format).data()));
         EXPECT_EQ(got, std::string(" ") + r[1]) << r[0];
     }
-    t.mon = std::string(900, 'x') + t.mon;
-    t.formats = "%x|";
+    // Names are gone through once for each precision that alternates, in whatever order.
+    t.mon = std::string(9000, 'x') + t.mon;
+    t.formats = t.eras = t.era_formats = "";
     for (int i = 0; i < 9000; ++i)
-        t.formats += "%B";
-    t.formats += "||||";
+        t.formats += "%B", t.era_formats += i < 2000 ? "%.8B%.9000B" : "";
+    for (int i = 0; i < 4000; ++i)
+        t.eras += i ? "|+:1:1/1/1:+*:AB:C:" : "+:1:1/1/1:+*:AB:C:", t.eras += "%EC%Eg%Ey";
+    t.formats = "|" + t.formats + "||am|pm|", t.era_formats += "||";
     const loaded_locale costly(with_times(single_byte_object(), t));
-    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%x")), -1);
+    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%x")), 9000 * 9007);
+    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%EC%EY%.9B%EY%.8B%EY")), 2 + 7 + 9 + 7 + 8 + 7);
+    EXPECT_EQ(ko_mbsfmtexpand(costly, 1, mb("%Ex")), -1);
     EXPECT_EQ(costly.error(), KO_EDIRECTIVE);
     int columns = 5, bytes = 7;
     const auto bad = wcs(u"abc%q"), good = wcs(u"%d");
