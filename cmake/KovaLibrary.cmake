@@ -27,6 +27,10 @@ target_compile_options(kova_compile INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_compile_definitions(kova_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
 target_link_libraries(kova_compile INTERFACE kova_warnings)
+if(NOT WIN32)
+  # Sizes and inode numbers of 64 bits also on 32-bit systems, which refuse larger files else.
+  target_compile_definitions(kova_compile INTERFACE _FILE_OFFSET_BITS=64)
+endif()
 if(WIN32)
   set(kova_system_libs user32)  # message boxes and line formatting
 else()

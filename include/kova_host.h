@@ -36,11 +36,11 @@ KO_API int ko_secure_names(int on);
  * found no memory or could not be read: the string is absent, and the load succeeds.
  *   loc      a record, also of a failed load
  * Returns 0 for a complete record; KO_ENOMEM where memory was short while the record was loaded,
- * copied or derived from; KO_EIO where a stream reported an error while it was read; KO_EFILE for
- * the record of a file that was not found; KO_ENULL for NULL. The first trouble stays until the
- * record is released, and a copy of a category takes it along. A record in trouble is not shared:
- * the next ko_lc_load of its name reads the file afresh. Memory that runs short in another thread
- * meanwhile counts, too. */
+ * copied or derived from; KO_EIO where a stream reported an error while it was read; KO_EFILE where
+ * ko_lc_load or ko_createlocale did not find a file; KO_ENULL for NULL. The first trouble stays
+ * until the record is released, and a copy of a category takes it along. A record in trouble is not
+ * shared: the next ko_lc_load of its name reads the file afresh. Memory that runs short in another
+ * thread meanwhile counts, too. */
 KO_API int ko_lc_status(ko_lc_t loc);
 
 #ifdef __cplusplus

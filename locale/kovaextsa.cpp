@@ -44,7 +44,7 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
 static constinit std::atomic<signed char> rights = -1;
 
 // Set by ko_secure_names alone, which hosts call before they use anything else.
-static constinit bool confinement_wanted = false;
+static constinit std::atomic<bool> confinement_wanted = false;
 // Follows from both.
 constinit std::atomic<signed char> confinement = -1;
 
@@ -57,16 +57,24 @@ void assume_raised_rights(int raised) {
     confinement.store(-1, std::memory_order_relaxed);
 }
 
+static bool wants_confinement(void) {
+    return confinement_wanted.load(std::memory_order_relaxed) || has_raised_rights();
+}
+
+// What the host has decided meanwhile stands.
 bool decide_confinement(void) {
-    const bool confined = confinement_wanted || has_raised_rights();
-    confinement.store(confined, std::memory_order_relaxed);
-    return confined;
+    signed char before = -1;
+    const bool confined = wants_confinement();
+    if (confinement.compare_exchange_strong(before, confined, std::memory_order_relaxed))
+        return confined;
+    return before;
 }
 
 int ko_secure_names(int on) {
     const bool before = names_confined();
-    if (on >= 0) confinement_wanted = on;
-    decide_confinement();
+    if (on < 0) return before;
+    confinement_wanted.store(on, std::memory_order_relaxed);
+    confinement.store(wants_confinement(), std::memory_order_relaxed);
     return before;
 }
 
@@ -291,14 +299,24 @@ static FILE *open_private_append(const char *path) {
 
 static bool is_regular(int fd) {
     struct stat is;
+    static_assert(sizeof is.st_size == 8 && sizeof is.st_ino == 8); // else large ones are errors
     return !fstat(fd, &is) && S_ISREG(is.st_mode);
+}
+
+// A named pipe or a device is opened without waiting for it. A file that another process has a
+// lease on is waited for.
+static int open_data(const char *path) {
+    const int flags = O_RDONLY | O_NOCTTY | O_CLOEXEC;
+    const int fd = open(path, flags | O_NONBLOCK);
+    if (fd >= 0 || errno != EWOULDBLOCK) return fd;
+    struct stat is;
+    return !stat(path, &is) && S_ISREG(is.st_mode) ? open(path, flags) : -1;
 }
 
 FILE *std_open_data(const char *path) {
     char translated[path_room];
     if (!translate_path(translated, path, false)) return nullptr;
-    // A named pipe or a device is opened without waiting for it, and closed again.
-    const int fd = open(translated, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = open_data(translated);
     if (fd < 0) return nullptr;
     FILE *const file = is_regular(fd) && fcntl(fd, F_SETFL, 0) >= 0 ? fdopen(fd, "r") : nullptr;
     if (!file) close(fd);

@@ -33,14 +33,14 @@ static int utf8_len(const unsigned char *s) {
 }
 
 // Writes what a terminal could take for a command as "\x" and two digits: control characters, also
-// those of 8 bits, and with them the line ends that would let a name pass for a line of its own.
+// those from U+0080 on, and with them the line ends that would let a name pass for a line of its
+// own. A byte from 0x80 on outside UTF-8 is part of a character in some code set.
 static void write_shown(FILE *out, const char *text, bool lines) {
     auto *s = reinterpret_cast<const unsigned char *>(text);
     while (*s) {
         int len = utf8_len(s);
-        const bool control = len == 1   ? *s < ' ' || *s == 0x7F
-                             : len == 2 ? *s == 0xC2 && s[1] < 0xA0
-                                        : !len && *s < 0xA0;
+        const bool control =
+            len == 1 ? *s < ' ' || *s == 0x7F : len == 2 && *s == 0xC2 && s[1] < 0xA0;
         if (!len) len = 1;
         const bool kept = !control || (lines && (*s == '\n' || *s == '\t'));
         for (; len; --len, ++s)

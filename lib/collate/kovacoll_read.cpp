@@ -343,7 +343,10 @@ int read_collate(text_in *in, kovaloc *loc) {
         coll->collate = collate_thai;
         return 0;
     }
-    if (strcmp(line, "as_specified\n")) return in->ended ? fail(loc, KO_EOBJECT, -1) : -1;
+    if (strcmp(line, "as_specified\n")) {
+        const bool cut = in->ended || (!strchr(line, '\n') && in_getc(in) < 0);
+        return cut ? fail(loc, KO_EOBJECT, -1) : -1;
+    }
     coll->collate = collate_specified;
     if (read_tables(in, loc) && derive_lists(loc) && derive_exp_direct(loc) &&
         derive_candidates(loc))

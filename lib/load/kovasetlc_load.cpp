@@ -231,11 +231,13 @@ static int load_category(kovaloc *loc, int category, const char *setting, const 
     char name[setting_room], *path = nullptr;
     if (!choose_name(setting, category, name)) return fail(loc, KO_ERANGE, -1);
     void *stream = nullptr;
+    const unsigned failures = failed_allocations();
     if (!image->bytes || strcmp(image->name, name) || is_logged()) {
         strcpy(image->name, name);
         stream = open_object(loc, name, dir, &path);
         if (!stream) {
             free_ptr(path);
+            if (failed_allocations() == failures) note_trouble(loc, KO_EFILE);
             return -1;
         }
     }
@@ -316,7 +318,11 @@ char *set_categories(kovaloc *loc, int category, const char *name, const char *d
 
 char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
     if (!loc) return fail(loc, KO_ENULL, nullptr);
-    return set_categories(record(loc), category, name, nullptr);
+    int &status = record(loc)->status;
+    const int before = status;
+    char *setting = set_categories(record(loc), category, name, nullptr);
+    if (status == KO_EFILE) status = before; // the categories are what they were
+    return setting;
 }
 
 // ---- The default locale -------------------------------------------------------------------------
@@ -337,7 +343,10 @@ static int read_object(kovaloc *loc, void *stream) {
     const int result = opened ? read_locale_file(&image.in, loc) : fail(loc, KO_ENOMEM, -1);
     const bool closed = opened && !image.bytes && !image.in.stream; // the reader has done it
     close_image(&image);
-    if (!closed) ko_ext_fclose(stream);
+    if (!closed) {
+        note_read_error(loc, stream);
+        ko_ext_fclose(stream);
+    }
     return result;
 }
 
@@ -441,10 +450,12 @@ int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const ch
     lc_node *node = stamped ? find_spec(spec, now) : nullptr;
     const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
     if (name) node = find_name(name);
+    registry_stamp read; // another one may have been put in place while a name was looked up
+    const bool known = name && node && stamped && stamp_registry(&read) && read == now;
     if (node) {
         node->count++;
         *result = node->loc;
-        if (name && stamped) keep_origin(&node->origin, spec, now);
+        if (known) keep_origin(&node->origin, spec, now);
         return 0;
     }
     if (ko_create_null_locale_2(result)) return -1;

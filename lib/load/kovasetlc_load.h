@@ -19,7 +19,7 @@ node_state give_back_node(const kovaloc *loc); // lowers the use count of a list
 
 // Reading locale objects (kovasetlc_read.cpp).
 int read_locale_file(text_in *in, kovaloc *loc);
-void note_read_error(kovaloc *loc, void *stream); // of a stream of the host's, read and still open
+void note_read_error(kovaloc *loc, void *stream); // of a stream that was read and is open
 int read_file_header(text_in *in, char *codeset, int *error);
 int read_ctype(text_in *in, kovaloc *loc);
 void read_numeric(text_in *in, monum *m);

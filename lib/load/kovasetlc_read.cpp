@@ -330,7 +330,9 @@ int read_category(text_in *in, kovaloc *loc, int category) {
 }
 
 void note_read_error(kovaloc *loc, void *stream) {
-    if (hook_set(KO_EXT_FERROR) && ko_ext_ferror(stream)) note_trouble(loc, KO_EIO);
+    // A host that opens streams and has no call for their errors reports none.
+    const bool told = hook_set(KO_EXT_FERROR) || !stream_hooks_set();
+    if (told && ko_ext_ferror(stream)) note_trouble(loc, KO_EIO);
 }
 
 static int read_all_sections(text_in *in, kovaloc *loc) {
@@ -354,9 +356,8 @@ static int read_all_sections(text_in *in, kovaloc *loc) {
 
 int read_locale_file(text_in *in, kovaloc *loc) {
     const int result = read_all_sections(in, loc);
-    if (!in->stream) return result;
+    if (!in->stream || result) return result; // the caller closes it
     note_read_error(loc, in->stream);
-    if (result) return result; // the caller closes it
     ko_ext_fclose(in->stream);
     in->stream = nullptr;
     return 0;

@@ -53,7 +53,7 @@ struct registry_text {
     registry_text &operator=(const registry_text &) = delete;
 };
 
-static bool refill(registry_text *text) { // false at the end of the file
+static bool refill(registry_text *text) { // false at the end of the file, or after an error
     text->pos = text->block;
     text->end = text->block + fread(text->block, 1, sizeof text->block, text->file);
     return text->pos < text->end;
@@ -164,7 +164,11 @@ static int search_source(const char *name, const char *registry, int *error) {
     FILE *const file = open_registry(registry, error);
     if (!file) return -2;
     registry_text text(file);
-    const int number = search_file(&text, name, error);
+    int number = search_file(&text, name, error);
+    if (number < 0 && ferror(file)) {
+        *error = KO_EIO;
+        number = -2;
+    }
     fclose(file);
     return number;
 }
@@ -246,6 +250,7 @@ void ko_cache_registry(void *handle, const char *registry) {
     if (FILE *const file = open_registry(registry, &error)) {
         registry_text text(file);
         error = read_entries(&text, &list);
+        if (ferror(file)) error = KO_EIO; // the entries are not all
         fclose(file);
     }
     if (!error) {

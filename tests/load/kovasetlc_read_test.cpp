@@ -239,6 +239,35 @@ TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
     }
 }
 
+TEST(Sections, ACollationWhoseKeywordIsCutIsRefusedAlikeFromDiskAndThroughHooks) {
+    static const struct {
+        const char *keyword;
+        int error;
+    } rows[] = {
+        {"",                 KO_EOBJECT },
+        {"as_spec",          KO_EOBJECT },
+        {"thai_smo",         KO_EOBJECT },
+        {"as_speck\nmore\n", KO_ECODESET},
+    };
+    temp_dir dir;
+    env_hooks env;
+    env.vars["KO_PATH"] = dir.path;
+    for (auto &r : rows) {
+        const locale_object head;
+        const std::string text = head.type + head.version + "N=3\nX\n### LC_COLLATE\n" + r.keyword;
+        dir.write("x.lco", text);
+        const auto error = [] {
+            const own_record loc;
+            EXPECT_EQ(loc.set(KO_LC_COLLATE, "x.lco"), "(null)");
+            return loc.error();
+        };
+        EXPECT_EQ(error(), r.error) << r.keyword;
+        file_hooks files;
+        files.files[dir.path + "\\x.lco"] = text;
+        EXPECT_EQ(error(), r.error) << r.keyword << " through hooks";
+    }
+}
+
 TEST(ObjectReader, AThaiSectionEndsWithItsKeyword) {
     locale_object object = single_byte_object();
     object.collate = "thai_smo\n";

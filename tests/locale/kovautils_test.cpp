@@ -15,7 +15,10 @@
 #include <windows.h>
 #else
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #endif
 
 using namespace std::string_literals;
@@ -355,6 +358,32 @@ TEST(FileSearch, TheSecondFormNeverAsksTheHost) {
     EXPECT_TRUE(streams.tried.empty());
 }
 
+#ifdef __linux__
+// Another process that has a lease on the file gives it up when it is asked to: it ends.
+TEST(FileSearch, AFileUnderALeaseIsWaitedFor) {
+    temp_dir dir;
+    const std::string name = dir.write("x", "found");
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t holder = fork();
+    if (!holder) {
+        const int fd = open(name.c_str(), O_RDWR);
+        const char held = fcntl(fd, F_SETLEASE, F_WRLCK) ? 'n' : 'y';
+        if (write(ready[1], &held, 1) == 1 && held == 'y') pause();
+        _exit(0);
+    }
+    char held = 0;
+    EXPECT_EQ(read(ready[0], &held, 1), 1);
+    FILE *const file = std_open_data(name.c_str());
+    EXPECT_TRUE(file);
+    if (file) fclose(file);
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    close(ready[0]), close(ready[1]);
+    if (held != 'y') GTEST_SKIP() << "the file system gives no leases";
+}
+#endif
+
 #ifndef _WIN32
 TEST(FileSearch, OnlyRegularFilesAreFoundAndNoneIsWaitedFor) {
     temp_dir dir;
@@ -490,7 +519,7 @@ TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
     message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
     EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
                               "\nhost's\tlines\n\\x1b[2J\\x0d\n"
-                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
+                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\x9b\\xc2\\x9b"
                               "\u00DC\u20AC\xE9\xC3 now\n");
 }
 

@@ -134,6 +134,19 @@ TEST(Registry, WithoutFileOrMemoryTheReasonIsStated) {
     EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
 }
 
+#ifdef __linux__
+TEST(Registry, OneThatCannotBeReadToItsEndIsNone) {
+    registry_file registry;
+    const char *const torn = "/proc/self/mem"; // a regular file whose first page is none
+    EXPECT_EQ(ko_cs_name2cs_num(registry.handle, "1252", torn), KO_NO_CODESET);
+    EXPECT_EQ(registry.handle.error(), KO_EIO);
+    registry.handle.gen.ko_lerrno = 0;
+    ko_cache_registry(registry.handle, torn);
+    EXPECT_EQ(registry.handle.error(), KO_EIO);
+    EXPECT_EQ(ko_cs_name2cs_num(nullptr, "sjis", nullptr), 57350) << "the built-in table answers";
+}
+#endif
+
 TEST(Registry, TheBuiltInTableMatchesLowerCaseRowsOnly) {
     registry_file registry;
     ko_cache_registry(nullptr, (registry.dir.path + "/nowhere").c_str());
