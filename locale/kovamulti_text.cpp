@@ -349,18 +349,12 @@ static int count_prefixes(const unsigned char *flags) {
     return count;
 }
 
-// The lengths that the characters of a tree really have; shortest above longest: there are none.
-struct char_lengths {
-    int shortest = multi_max_depth + 1;
-    int longest = 0;
-};
-
 template <class Items> struct table_reader {
     text_in *in;
     mb_decode *table;
     Items items;
     unsigned depth; // levels that characters of the stored longest length need
-    char_lengths *found;
+    int *found;     // length of the longest character that there is, 0 without any
 };
 
 // An uncompressed node's own indicators and arrays.
@@ -396,18 +390,9 @@ static bool fscanf_comp_node(const table_reader<Items> &from, multi_arr *node) {
     return true;
 }
 
-static void note_lengths(char_lengths *found, const multi_arr *node, int length) {
-    if (!node->flag_arr || !memchr(node->flag_arr, mb_final, 256)) return;
-    if (length < found->shortest) found->shortest = length;
-    if (length > found->longest) found->longest = length;
-}
-
-// Callers size buffers by the stored lengths, so they must bound those of the characters. The
-// shortest one is 2 in a table without characters.
-static bool lengths_hold(const mb_decode *table, const char_lengths &found) {
-    const int longest = table->max_char_len, shortest = table->min_char_len;
-    if (longest < found.longest || longest < 0) return false;
-    return shortest >= 1 && shortest <= (longest > 2 ? longest : 2) && shortest <= found.shortest;
+static void note_length(int *longest, const multi_arr *node, int length) {
+    if (length > *longest && node->flag_arr && memchr(node->flag_arr, mb_final, 256))
+        *longest = length;
 }
 
 // A node and, by recursion no deeper than the longest character, its children.
@@ -416,7 +401,7 @@ static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsig
                          bool compressed) {
     const bool read = compressed ? fscanf_comp_node(from, node) : fscanf_unc_node(from, node);
     if (!read || from.in->ended) return false;
-    note_lengths(from.found, node, static_cast<int>(level) + 1);
+    note_length(from.found, node, static_cast<int>(level) + 1);
     if (!node->num_offsets) return true;
     if (level + 1 >= from.depth) return false;
     if (!create_offset_arr(node, from.table)) return false;
@@ -503,11 +488,12 @@ template <class Items> static bool read_tree(text_in *in, mb_decode *table, cons
     const int longest = table->max_char_len < 1 ? 1 : table->max_char_len;
     const auto levels = static_cast<unsigned>(longest);
     const unsigned depth = levels < multi_max_depth ? levels : multi_max_depth;
-    char_lengths found;
+    int found = 0;
     const table_reader<Items> from{in, table, items, depth, &found};
     const bool done = table->flags & multi_compressed ? fscanf_comp_multi(from)
                                                       : fscanf_nodes(from, table->root, 0, false);
-    return done && !in->ended && lengths_hold(table, found);
+    // Callers size buffers by the stored longest length; the shortest one is taken as it stands.
+    return done && !in->ended && table->max_char_len >= found;
 }
 
 // A tree that breaks off is of no use, and its prefixes name children that it lacks: it is freed.

@@ -163,67 +163,53 @@ static bool is_ordinary(unsigned weight) {
     return weight != coll_ignored_weight && !(weight & coll_expansion);
 }
 
-// Are strings in one order, whichever comes first and by their keys? Weights that are equal but for
-// the tie-break would part two strings in one direction only. In a key a weight below 2 has the
-// digits of 2, and one above 255 needs more than one digit. Of rows outside used (NULL: of none)
-// nobody asks.
+// Are strings in one order, whichever comes first? Only the first string's tie-break counts, so
+// weights that are equal but for it would part two strings in one direction only. Of rows outside
+// used (NULL: of none) nobody asks.
 static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set *used) {
     enum : uint8_t { plain = 1, tie = 2 };
     uint8_t seen[coll_low_bits + 1] = {};
-    const bool one_digit = coll->num_weights < 254;
-    unsigned lowest = 0; // how many of the weights 0, 1 and 2 there are
     for (unsigned row = 0; row <= static_cast<unsigned>(coll->num_rows) && row <= 0xFFFF; ++row) {
         const unsigned weight = weights[row], low = weight & coll_low_bits;
         if (!is_ordinary(weight) || (used && !used->has(row))) continue;
-        if (!row && !weight) continue; // characters that the locale does not order
-        if (one_digit && low > 255) return false;
-        if (low <= 2 && !seen[low]) ++lowest;
         seen[low] |= weight & coll_code_tie ? tie : plain;
-        if (seen[low] == (plain | tie) || lowest > 1) return false;
+        if (seen[low] == (plain | tie)) return false;
     }
     return true;
 }
 
-// The same where a look at all weights together tells, as mostly: none is 0 or asks for the
-// tie-break.
-static bool has_no_ties(const coll_data *coll, const uint16_t *weights, size_t first, size_t rows) {
-    uint16_t any = 0, zero = 0;
-    for (size_t row = first; row < rows; ++row) {
+// The same where a look at all weights together tells, as mostly: none asks for the tie-break.
+static bool has_no_ties(const uint16_t *weights, size_t rows) {
+    uint16_t any = 0;
+    for (size_t row = 0; row < rows; ++row)
         any |= weights[row];
-        zero |= weights[row] ? uint16_t{0} : uint16_t{1};
-    }
-    return !zero && !(any & coll_code_tie) && (any <= 255 || coll->num_weights >= 254);
+    return !(any & coll_code_tie);
 }
 
 // Or tie-breaks are asked for by all weights, or by a single one.
 static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
-    const size_t rows = count_of(coll->num_rows) + 1, first = weights[0] ? 0 : 1;
-    if (has_no_ties(coll, weights, first, rows)) return true;
-    uint16_t ties = 0, plains = 0, small = 0, large = 0, all_ties = 0xFFFF;
-    for (size_t row = first; row < rows; ++row) {
-        const uint16_t weight = weights[row], low = weight & coll_low_bits;
+    const size_t rows = count_of(coll->num_rows) + 1;
+    if (has_no_ties(weights, rows)) return true;
+    uint16_t ties = 0, plains = 0, all_ties = 0xFFFF;
+    for (size_t row = 0; row < rows; ++row) {
+        const uint16_t weight = weights[row];
         const uint16_t ordinary = is_ordinary(weight) ? 0xFFFF : 0;
         const uint16_t tie = weight & coll_code_tie ? ordinary : uint16_t{0};
         ties |= tie & weight;
         all_ties &= static_cast<uint16_t>(weight | ~tie);
         plains |= static_cast<uint16_t>(ordinary & ~tie);
-        small |= low < 2 ? ordinary : uint16_t{0};
-        large |= ordinary & low;
     }
-    if (small || (large > 255 && coll->num_weights < 254)) return false;
     if (!ties || !plains) return true;
     if (ties != all_ties) return false;
     bool met = false; // a weight that is like the single one but for the tie-break
-    for (size_t row = first; row < rows; ++row)
+    for (size_t row = 0; row < rows; ++row)
         met |= weights[row] == (ties & coll_low_bits);
     return !met;
 }
 
 static bool is_order(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
-    for (int e = 0; e < coll->num_expansions; ++e)
-        for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
-            if (!coll->exp_arr[e].exp_data[i]) return false; // would end the string
+    if (coll->codeset_order_flg) return true; // the codes order; weights are only stored
     for (int p = 0; p < coll->num_passes; ++p) {
         const uint16_t *weights = coll->pass_arr[p];
         if (plainly_order(coll, weights) || pass_is_order(coll, weights, nullptr)) continue;

@@ -88,12 +88,10 @@ TEST(CollationSection, RefusesReferencesOutsideTheTables) {
         [](coll_spec &s) {
             s.expansions = {u"bh", u"af"}, s.rows[8][1] = coll_expansion | 1;
         },
-        // Weights that part two strings in one direction only, or not in their keys.
+        // Weights that part two strings in one direction only.
         [](coll_spec &s) { s.rows[10][0] = 5; },                // j without the tie-break of i
         [](coll_spec &s) { s.rows[3][0] = 2 | coll_code_tie; }, // c against a and the element
-        [](coll_spec &s) { s.rows[2][0] = 0; },                 // the key of 2, which a has
-        [](coll_spec &s) { s.rows[2][0] = 256; },               // has no key of one digit
-        [](coll_spec &s) { s.expansions[1] = {u'\0'}; },        // ends the string
+        [](coll_spec &s) { s.rows[0][0] = 0, s.rows[3][0] = coll_code_tie; }, // c against the rest
     };
     for (size_t i = 0; i < std::size(damages); ++i) {
         SCOPED_TRACE(i);
@@ -107,6 +105,42 @@ TEST(CollationSection, RefusesReferencesOutsideTheTables) {
     coll_record keyword(every_byte(), "as specified\n");
     EXPECT_EQ(keyword.result, -1);
     EXPECT_EQ(keyword.error(), 0);
+}
+
+TEST(CollationSection, LoadsWeightsThatAreNoOrderOfKeys) {
+    static const struct {
+        size_t row;
+        unsigned weight;
+        int codeset_order;
+        const char *a, *b;
+        int order, key_order;
+    } rows[] = {
+        {2,  0,                  0, "b",  "a", -1, 0 }, // the key of 2, which a has
+        {0,  0,                  0, "z",  "a", -1, 0 },
+        {2,  256,                0, "b",  "a", 1,  -1}, // its digit is the low byte
+        {7,  coll_expansion | 1, 0, "ga", "",  0,  0 }, // a null character ends the string
+        {10, 5,                  1, "i",  "j", -1, -1}, // only stored
+        {10, 5,                  2, "i",  "j", -1, -1},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(testing::Message() << row.a << row.weight);
+        coll_spec spec = sample();
+        spec.passes.resize(1);
+        for (auto &weights : spec.rows)
+            weights.resize(1);
+        spec.rows[row.row][0] = row.weight;
+        spec.codeset_order = row.codeset_order;
+        spec.expansions[1] = {u'\0'};
+        coll_record r(every_byte(), spec.text());
+        ASSERT_EQ(r.result, 0);
+        for (const bool tables : {true, false}) {
+            r.use_tables(tables);
+            EXPECT_EQ(im_mbscoll(r.handle, mb(row.a), mb(row.b)), row.order) << tables;
+            EXPECT_EQ(im_mbscoll(r.handle, mb(row.b), mb(row.a)), -row.order) << tables;
+            const int keys = sort_key(r.handle, row.a).compare(sort_key(r.handle, row.b));
+            EXPECT_EQ(keys < 0 ? -1 : keys > 0, row.key_order) << tables;
+        }
+    }
 }
 
 TEST(CollationSection, BoundsItsCounts) {

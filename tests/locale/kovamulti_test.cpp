@@ -358,13 +358,13 @@ TEST(MultiText, DamageIsRefused) {
         if (!error) expect_same_answers(stream_table, memory_table);
     };
     check(flat + empty, 0);
-    check("2 1 3 0000\n0 0\n0 0 0 0\n", 0); // a node without flags
-    for (const char *lengths :
-         {"1 9", "1 2", "1 0", "1 -1", "0 1", "-5 1", "0 9"}) // not those of "a"
+    check("2 1 3 0000\n0 0\n0 0 0 0\n", 0);                          // a node without flags
+    for (const char *lengths : {"1 9", "1 2", "1 0", "1 -1", "2 1"}) // only the longest counts
+        check(std::string(lengths) + " 1 0000\n1 0\n6100100104\n" + empty, 0);
+    for (const char *lengths : {"0 1", "-5 1", "0 9"}) // no room for "a"
         check(std::string(lengths) + " 1 0000\n1 0\n6100100104\n" + empty, KO_ENOMEM);
-    check("2 1 1 0000\n1 0\n6100100104\n" + empty, 0); // longer is no harm
-    check("0 3 1 0000\n1 0\n" + empty, KO_ENOMEM);
-    check("0 2 1 0000\n1 0\n" + empty, 0);
+    check("0 3 1 0000\n1 0\n" + empty, 0);
+    check("-1 2 1 0000\n1 0\n" + empty, KO_ENOMEM);
     check("2 1 1 0000\n 1 1 \n\n6100100104\n0000000\r\n" + empty, 0); // white space
     check("3 1 1 0000\n0 0\n", KO_ECHARLEN);                          // too long characters
     check(flat + "ff0020010001000100\n" + empty, KO_ENOMEM);          // past the end: a run,
