@@ -908,6 +908,14 @@ TEST(Loading, TellsAMissingFileFromOneThatCannotBeRead) {
         EXPECT_EQ(ko_lc_status(failed), r.status) << r.name;
         ko_lc_unload(failed);
     }
+#ifdef __linux__
+    temp_dir dir;
+    std::filesystem::create_symlink("/proc/self/mem", dir.path + "/default.lco");
+    ko_lc_t failed = nullptr;
+    EXPECT_EQ(ko_createlocale2_2(&failed, (dir.path + "/").c_str()), -1);
+    EXPECT_EQ(ko_lc_status(failed), KO_EIO);
+    ko_lc_unload(failed);
+#endif
 }
 
 TEST(Loading, SurvivesEveryStreamFailure) {
