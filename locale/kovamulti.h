@@ -97,21 +97,18 @@ struct mb_flat {
 int flatten_multi(const mb_decode *table, mb_flat *flat);
 void free_flat(mb_flat *flat);
 
-// The character of one or two bytes at s. The second byte is read only after a first that begins
-// such a character.
-struct flat_char {
-    int bytes; // 0 for what is no character
-    unsigned wide;
-};
-inline flat_char flat_next(const mb_flat &f, const unsigned char *s) {
+// The next character, of one or two bytes: calls one(byte), two(first, second), or none(error) for
+// what is no character or, within limit bytes, a cut one. All three give what the step returns.
+template <class One, class Two, class None>
+[[gnu::always_inline]] inline auto flat_next(const mb_flat &f, const unsigned char *s, One one,
+                                             Two two, None none, int limit = 2) {
     const unsigned b = *s;
-    if (f.flag1[b] == mb_final) return {1, b};
-    if (f.flag1[b] != mb_prefix || f.second->flags[b][s[1]] != mb_final) return {0, 0};
-    return {2, b << 8 | s[1]};
-}
-// The item of such a character.
-inline uint16_t flat_item(const mb_flat &f, flat_char c) {
-    return c.bytes == 1 ? f.item1[c.wide] : f.second->items[c.wide >> 8][c.wide & 0xFF];
+    if (f.flag1[b] == mb_final) return one(b);
+    if (f.flag1[b] != mb_prefix) return none(KO_EILSEQ);
+    if (limit < 2) return none(KO_EINVAL);
+    const unsigned char second = s[1];
+    if (f.second->flags[b][second] != mb_final) return none(KO_EILSEQ);
+    return two(b, unsigned{second});
 }
 
 // The item of a wide value, NULL without one; stores no error.

@@ -27,10 +27,14 @@ static int walk_wide(const mb_decode *table, const ko_mchar_t *mb, int limit, ko
 static inline int read_wide(const kovaloc *r, const ko_mchar_t *mb, int limit, ko_wchar_t *value) {
     const mb_flat *flat = code_set(r);
     if (!flat) return walk_wide(class_table(r), mb, limit, value);
-    if (limit < 2 && flat->flag1[*mb] == mb_prefix) return -KO_EINVAL;
-    const flat_char c = flat_next(*flat, mb);
-    *value = static_cast<ko_wchar_t>(c.wide);
-    return c.bytes ? c.bytes : -KO_EILSEQ;
+    const auto give = [value](unsigned wide, int n) {
+        *value = static_cast<ko_wchar_t>(wide);
+        return n;
+    };
+    return flat_next(
+        *flat, mb, [=](unsigned b) { return give(b, 1); },
+        [=](unsigned b, unsigned second) { return give(b << 8 | second, 2); },
+        [](int error) { return -error; }, limit);
 }
 
 int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_bytes) {

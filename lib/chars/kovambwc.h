@@ -21,8 +21,7 @@ inline const ctype_flat *flat_classes(const kovaloc *r) {
     return r->chars && r->chars->ctype == r->ctype ? r->chars : nullptr;
 }
 inline const mb_flat *code_set(const kovaloc *r) {
-    const ctype_flat *flat = flat_classes(r);
-    return flat ? &flat->classes : nullptr;
+    return r->chars && r->chars->ctype == r->ctype ? &r->chars->classes : nullptr;
 }
 inline const ctype_flat *flat_cases(const kovaloc *r) {
     const ctype_flat *flat = flat_classes(r);

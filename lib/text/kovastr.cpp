@@ -130,18 +130,18 @@ template <class By> static kept_text without_spaces(const By &by, const typename
             --kept;
         return {kept, kept, kept < all};
     }
-    kept_text kept = {0, 0, false};
-    const typename By::unit *const start = s;
-    int chars = 0;
+    const typename By::unit *const start = s, *kept_end = s;
+    int chars = 0, kept = 0;
     for (text_char c; (c = by.at(s)).units;) {
         if (c.units < 0) return {-1, 0, false};
         ++chars;
         const bool space = is_space(by, s, c);
         s += c.units;
-        if (!space) kept = {chars, static_cast<int>(s - start), false};
+        if (space) continue;
+        kept = chars;
+        kept_end = s;
     }
-    kept.spaces = chars > kept.chars;
-    return kept;
+    return {kept, static_cast<int>(kept_end - start), kept < chars};
 }
 
 static kept_text kept_of(ko_lc_t loc, const ko_mchar_t *mbs) {

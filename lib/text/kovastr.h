@@ -46,11 +46,21 @@ struct by_flat { // code sets with terminators of one or two bytes
     const mb_flat *f;
     text_char at(const unit *s) const {
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
-        const flat_char c = flat_next(*f, s);
-        return c.bytes ? text_char{c.bytes, c.wide} : fail(loc, KO_EILSEQ, text_char{-1, 0});
+        return flat_next(
+            *f, s,
+            [](unsigned b) {
+                return text_char{1, b};
+            },
+            [](unsigned b, unsigned second) {
+                return text_char{2, b << 8 | second};
+            },
+            [this](int error) {
+                return fail(loc, error, text_char{-1, 0});
+            });
     }
     unsigned classes(const unit *, text_char c) const {
-        return c.units > 0 ? flat_item(*f, {c.units, c.code}) : 0u;
+        if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
+        return f->second->items[c.code >> 8][c.code & 0xFF];
     }
     int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
 };
