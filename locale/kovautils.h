@@ -90,11 +90,11 @@ int get_int(text_in *in); // saturates; 0 at the end of the file
 double get_dbl(text_in *in);
 unsigned get_hex(text_in *in, int digits); // exactly that many characters, not validated
 unsigned get_hex_byte(text_in *in);        // two; a non-hex digit counts as 0
-// Values of hex digits; 0x80 for what is none.
+// Values of hex digits; what is no digit counts as its raw code.
 inline constexpr auto hex_values = [] {
     std::array<unsigned char, 256> values{};
     for (unsigned c = 0; c < 256; ++c) {
-        unsigned value = 0x80;
+        unsigned value = c;
         if (c >= '0' && c <= '9') value = c - '0';
         if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
         if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
@@ -102,13 +102,9 @@ inline constexpr auto hex_values = [] {
     }
     return values;
 }();
-inline bool is_hex(int c) { return hex_values[static_cast<unsigned>(c) & 0xFF] < 16; }
-// What is no digit counts as its raw code, or as 0.
-inline unsigned get_hex_digit(int c) {
-    const unsigned raw = static_cast<unsigned>(c) & 0xFF, value = hex_values[raw];
-    return value < 16 ? value : raw;
-}
-inline unsigned hex_digit_or_0(int c) { return hex_values[static_cast<unsigned>(c) & 0xFF] & 15u; }
+inline unsigned get_hex_digit(int c) { return hex_values[static_cast<unsigned>(c) & 0xFF]; }
+inline bool is_hex(int c) { return get_hex_digit(c) != (static_cast<unsigned>(c) & 0xFF); }
+inline unsigned hex_digit_or_0(int c) { return is_hex(c) ? get_hex_digit(c) : 0; }
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
 
