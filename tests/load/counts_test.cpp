@@ -195,6 +195,9 @@ void run(samples &s, const sized_call<Out> (&calls)[count], int n) {
     const ko_lc_t both[] = {s.bytes, s.mixed};
     for (const auto &c : calls)
         for (const ko_lc_t loc : both) {
+            // Where an address has 32 bits, no room of so many wide characters exists.
+            if (n > 0 && static_cast<size_t>(n) > PTRDIFF_MAX / sizeof(std::remove_pointer_t<Out>))
+                continue;
             SCOPED_TRACE(std::string(c.name) + " with " + std::to_string(n));
             const int room = n < 0 ? 0 : n > 64 ? 64 : n;
             const auto out =
