@@ -97,18 +97,11 @@ struct mb_flat {
 int flatten_multi(const mb_decode *table, mb_flat *flat);
 void free_flat(mb_flat *flat);
 
-// The next character, of one or two bytes: calls one(byte), two(first, second), or none(error) for
-// what is no character or, within limit bytes, a cut one. All three give what the step returns.
-template <class One, class Two, class None>
-[[gnu::always_inline]] inline auto flat_next(const mb_flat &f, const unsigned char *s, One one,
-                                             Two two, None none, int limit = 2) {
-    const unsigned b = *s;
-    if (f.flag1[b] == mb_final) return one(b);
-    if (f.flag1[b] != mb_prefix) return none(KO_EILSEQ);
-    if (limit < 2) return none(KO_EINVAL);
-    const unsigned char second = s[1];
-    if (f.second->flags[b][second] != mb_final) return none(KO_EILSEQ);
-    return two(b, unsigned{second});
+// Bytes of the character at s, 1 or 2; 0 for what is none.
+inline int flat_mblen(const mb_flat &f, const unsigned char *s) {
+    const unsigned char state = f.flag1[*s];
+    if (state == mb_final) return 1;
+    return state == mb_prefix && f.second->flags[*s][s[1]] == mb_final ? 2 : 0;
 }
 
 // The item of a wide value, NULL without one; stores no error.

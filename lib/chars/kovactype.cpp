@@ -81,12 +81,10 @@ unsigned tree_classes(kovaloc *r, ko_wchar_t wc) {
 int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
     const kovaloc *r = record(loc);
     if (const mb_flat *flat = code_set(r)) {
-        return flat_next(
-            *flat, mb, [=](unsigned b) { return static_cast<int>(flat->item1[b] & mask); },
-            [=](unsigned b, unsigned second) {
-                return static_cast<int>(flat->second->items[b][second] & mask);
-            },
-            [=](int error) { return fail(loc, error, 0); });
+        const int n = flat_mblen(*flat, mb);
+        if (n == 1) return static_cast<int>(flat->item1[*mb] & mask);
+        if (n == 2) return static_cast<int>(flat->second->items[mb[0]][mb[1]] & mask);
+        return fail(loc, KO_EILSEQ, 0);
     }
     const void *item = retrieve_text_multi_nl(mb, r->ctype, head(loc));
     return item ? static_cast<int>(mask_at(item) & mask) : 0;

@@ -27,14 +27,11 @@ static int walk_wide(const mb_decode *table, const ko_mchar_t *mb, int limit, ko
 static inline int read_wide(const kovaloc *r, const ko_mchar_t *mb, int limit, ko_wchar_t *value) {
     const mb_flat *flat = code_set(r);
     if (!flat) return walk_wide(class_table(r), mb, limit, value);
-    const auto give = [value](unsigned wide, int n) {
-        *value = static_cast<ko_wchar_t>(wide);
-        return n;
-    };
-    return flat_next(
-        *flat, mb, [=](unsigned b) { return give(b, 1); },
-        [=](unsigned b, unsigned second) { return give(b << 8 | second, 2); },
-        [](int error) { return -error; }, limit);
+    if (limit < 2 && flat->flag1[*mb] == mb_prefix) return -KO_EINVAL;
+    const int n = flat_mblen(*flat, mb);
+    if (!n) return -KO_EILSEQ;
+    *value = static_cast<ko_wchar_t>(n == 1 ? *mb : mb[0] << 8 | mb[1]);
+    return n;
 }
 
 int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_bytes) {

@@ -26,9 +26,7 @@ inline size_t wide_length(const ko_wchar_t *wcs) {
 
 // Bytes of the character at s, 0 for none.
 inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
-    return flat_next(
-        *cs, s, [](unsigned) { return 1u; }, [](unsigned, unsigned) { return 2u; },
-        [](int) { return 0u; });
+    return static_cast<unsigned>(flat_mblen(*cs, s));
 }
 
 inline unsigned wide_value(const ko_mchar_t *s, unsigned bytes) {

@@ -46,17 +46,10 @@ struct by_flat { // code sets with terminators of one or two bytes
     const mb_flat *f;
     text_char at(const unit *s) const {
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
-        return flat_next(
-            *f, s,
-            [](unsigned b) {
-                return text_char{1, b};
-            },
-            [](unsigned b, unsigned second) {
-                return text_char{2, b << 8 | second};
-            },
-            [this](int error) {
-                return fail(loc, error, text_char{-1, 0});
-            });
+        const int n = flat_mblen(*f, s);
+        if (n == 1) return {1, *s};
+        if (n == 2) return {2, static_cast<unsigned>(s[0] << 8 | s[1])};
+        return fail(loc, KO_EILSEQ, text_char{-1, 0});
     }
     unsigned classes(const unit *, text_char c) const {
         if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
