@@ -71,8 +71,6 @@ static int on_putenv(char *t) { return record("putenv", {t}, {}), 15; }
 static int on_currdate(uint16_t *) { return record("currdate", {}, {}), 16; }
 static int on_currtime(ko_tm_t *) { return record("currtime", {}, {}), 17; }
 
-template <class Fn> static ko_extfn_t as_hook(Fn *fn) { return reinterpret_cast<ko_extfn_t>(fn); }
-
 TEST(Hooks, EachServiceCallsItsOwnHookWithUnchangedArguments) {
     const ko_extfn_t hooks[] = {as_hook(on_getenv), as_hook(on_errno),    as_hook(on_fclose),
                                 as_hook(on_feof),   as_hook(on_ferror),   as_hook(on_fgetc),

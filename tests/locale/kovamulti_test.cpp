@@ -1,36 +1,12 @@
 // Look-up tables: building, looking up, sharing, text form, damaged texts, lack of memory.
 #include "locale/kovamulti.h"
-#include "support/locale_builder.h"
+#include "support/tables.h"
 
 #include <random>
 #include <stdio.h>
 #include <string.h>
 
 namespace {
-
-struct table_guard {
-    void *p;
-    explicit table_guard(unsigned size = 2, const void *item = nullptr)
-        : p(create_multi(size, 0, item)) {}
-    ~table_guard() { free_multi(p); }
-    table_guard(const table_guard &) = delete;
-    operator void *() const { return p; }
-    mb_decode *operator->() const { return static_cast<mb_decode *>(p); }
-};
-
-char_desc desc_of(std::string_view bytes) {
-    char_desc desc = {static_cast<unsigned>(bytes.size()), {}};
-    for (size_t i = 0; i < bytes.size() && i < 4; ++i) {
-        desc.bytes[i] = static_cast<unsigned char>(bytes[i]);
-    }
-    return desc;
-}
-
-int insert(void *table, std::string_view bytes, int item = -1) {
-    const char_desc desc = desc_of(bytes);
-    const auto value = static_cast<uint16_t>(item);
-    return insert_desc_multi(&desc, item < 0 ? nullptr : &value, table);
-}
 
 int value_of(const void *item) { // -1: none
     uint16_t value;
@@ -56,18 +32,6 @@ int read_item(void *stream, void *dest, int size) {
     return 0;
 }
 
-// The text of a table; fail_at: the write that fails, "" then.
-std::string printed(void *table, long fail_at = -1) {
-    file_hooks files;
-    void *stream = ko_ext_fopen("table", "w");
-    files.calls = 0;
-    files.fail_at = fail_at;
-    const int result = fprintf_multi(stream, table, print_item);
-    ko_ext_fclose(stream);
-    EXPECT_EQ(result, fail_at >= 0 && files.calls > fail_at ? -1 : 0);
-    return result ? "" : files.files["table"];
-}
-
 int read_back(const std::string &text, void *table, int max_len = 4, std::string *rest = nullptr,
               int (*read)(void *, void *, int) = read_item) {
     file_hooks files;
@@ -78,11 +42,6 @@ int read_back(const std::string &text, void *table, int max_len = 4, std::string
         *rest += static_cast<char>(c);
     ko_ext_fclose(stream);
     return result;
-}
-
-text_in memory_of(const std::string &text) {
-    const auto *bytes = reinterpret_cast<const unsigned char *>(text.data());
-    return {.pos = bytes, .end = bytes + text.size()};
 }
 
 // A code set of one- and two-byte characters with repeating rows and a few items.

@@ -1,6 +1,6 @@
 // Every character of every compiled pair of code sets, both directions, beside the C library's own
 // converter. KOVA_CONVERSIONS_LIST names the list of pairs, KOVA_TEST_ROOT the compiled objects.
-#include "kova.h"
+#include "support/fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -19,11 +19,6 @@ struct conversion_row {
 };
 
 void PrintTo(const conversion_row &r, std::ostream *out) { *out << r.from << " to " << r.to; }
-
-std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
 
 std::vector<conversion_row> conversion_rows() {
     std::vector<conversion_row> rows;
@@ -101,15 +96,7 @@ std::string theirs(iconv_t cd, const std::string &in) {
     return std::string(out, to);
 }
 
-std::string hex(const std::string &s) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string out;
-    for (const char c : s) {
-        const auto byte = static_cast<unsigned char>(c);
-        out += {digits[byte >> 4], digits[byte & 15]};
-    }
-    return s == "-" ? "refused" : out;
-}
+std::string shown(const std::string &s) { return s == "-" ? "refused" : hex(s); }
 
 class PeerIconv : public testing::TestWithParam<conversion_row> {
   protected:
@@ -135,7 +122,7 @@ TEST_P(PeerIconv, ConvertsEveryCharacterAlike) {
         converted += got != "-";
         if (got == want) continue;
         if (++differing <= 10)
-            ADD_FAILURE() << hex(text) << ": " << hex(got) << ", the C library " << hex(want);
+            ADD_FAILURE() << hex(text) << ": " << shown(got) << ", the C library " << shown(want);
     }
     EXPECT_EQ(differing, 0);
     EXPECT_GE(converted, 100);

@@ -66,16 +66,6 @@ class PeerLibc : public PeerTest {
     static const ko_mchar_t *mb(const std::string &s) {
         return reinterpret_cast<const ko_mchar_t *>(s.c_str());
     }
-    static std::string hex(const std::string &s) {
-        std::string out;
-        char two[4];
-        for (char c : s) {
-            snprintf(two, sizeof two, "%02x", unsigned(static_cast<unsigned char>(c)));
-            out += two;
-        }
-        return out;
-    }
-
     std::vector<peer_char> chars;
     std::vector<std::string> only_one; // characters that one side has and the other lacks
 };

@@ -4,7 +4,7 @@
 #ifndef PEER_ROWS_H
 #define PEER_ROWS_H
 
-#include "kova.h"
+#include "support/fixture.h"
 
 #include <gtest/gtest.h>
 
@@ -22,11 +22,6 @@ struct peer_row {
 };
 
 inline void PrintTo(const peer_row &r, std::ostream *out) { *out << r.name << "." << r.charmap; }
-
-inline std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
 
 inline std::vector<peer_row> peer_rows() {
     std::vector<peer_row> rows;

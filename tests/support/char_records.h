@@ -3,8 +3,8 @@
 #define CHAR_RECORDS_H
 
 #include "chars/kovambwc.h"
-#include "support/fixture.h"
 #include "support/guarded_block.h"
+#include "support/tables.h"
 
 #include <random>
 #include <string.h>
@@ -37,19 +37,15 @@ struct char_record {
     // where: 1 class table, 2 case table, 3 both
     void add(unsigned wide, unsigned bytes, unsigned mask = 0, unsigned upper = 0,
              unsigned lower = 0, int where = 3) {
-        char_desc desc = {bytes, {}};
-        for (unsigned i = 0; i < bytes; ++i) {
-            const unsigned shift = 8 * (bytes - 1 - i);
-            desc.bytes[i] = static_cast<unsigned char>(shift < 16 ? wide >> shift : 0);
-        }
-        const auto item = static_cast<uint16_t>(mask);
-        uint16_t index = 0;
+        const char units[] = {0, 0, static_cast<char>(wide >> 8), static_cast<char>(wide)};
+        const std::string_view character(units + 4 - bytes, bytes);
+        int pair = 0;
         if (upper || lower) {
-            index = static_cast<uint16_t>(pairs.size());
+            pair = static_cast<int>(pairs.size());
             pairs.push_back({static_cast<ko_wchar_t>(upper), static_cast<ko_wchar_t>(lower)});
         }
-        EXPECT_EQ(where & 1 ? insert_desc_multi(&desc, &item, loc.ctype) : 0, 0);
-        EXPECT_EQ(where & 2 ? insert_desc_multi(&desc, &index, loc.cconv) : 0, 0);
+        EXPECT_EQ(where & 1 ? insert(loc.ctype, character, static_cast<int>(mask)) : 0, 0);
+        EXPECT_EQ(where & 2 ? insert(loc.cconv, character, pair) : 0, 0);
     }
 
     // As loading does; without flat the trees serve.

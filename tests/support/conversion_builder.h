@@ -4,8 +4,8 @@
 #define CONVERSION_BUILDER_H
 
 #include "convert/kovacvlib.h"
-#include "support/fixture.h"
 #include "support/guarded_block.h"
+#include "support/tables.h"
 
 #include <stdio.h>
 #include <string.h>
@@ -18,31 +18,23 @@ struct cv_entry {
 
 inline int print_entry(void *stream, const void *item) {
     const auto *e = static_cast<const unsigned char *>(item);
-    char hex[16];
-    for (unsigned i = 0; i <= (e[0] & cv_length); ++i)
-        snprintf(hex + 2 * i, 3, "%02x", e[i]);
-    const size_t n = strlen(hex);
-    return ko_ext_fwrite(hex, 1, n, stream) == n ? 0 : -1;
+    const std::string text = hex({reinterpret_cast<const char *>(e), 1u + (e[0] & cv_length)});
+    return ko_ext_fwrite(text.data(), 1, text.size(), stream) == text.size() ? 0 : -1;
 }
 
 inline std::string entries_text(const std::vector<cv_entry> &entries, int target_max,
                                 const std::string &fill) {
-    file_hooks files;
-    unsigned char none[5] = {};
-    memcpy(none, fill.data(), fill.size());
-    void *table = create_multi(static_cast<unsigned>(target_max + 1), 0, none);
+    const auto item = [](std::string bytes) {
+        bytes.resize(5);
+        return bytes;
+    };
+    const table_guard table(static_cast<unsigned>(target_max + 1), item(fill).data());
     for (const cv_entry &e : entries) {
-        char_desc desc = {static_cast<unsigned>(e.source.size()), {}};
-        memcpy(desc.bytes, e.source.data(), e.source.size());
-        unsigned char item[5] = {static_cast<unsigned char>(e.flags | e.target.size())};
-        memcpy(item + 1, e.target.data(), e.target.size());
-        EXPECT_EQ(insert_desc_multi(&desc, item, table), 0);
+        const char_desc desc = desc_of(e.source);
+        const auto first = static_cast<char>(e.flags | e.target.size());
+        EXPECT_EQ(insert_desc_multi(&desc, item(first + e.target).data(), table), 0);
     }
-    void *stream = ko_ext_fopen("table", "w");
-    EXPECT_EQ(fprintf_multi(stream, table, print_entry), 0);
-    ko_ext_fclose(stream);
-    free_multi(table);
-    return files.files["table"];
+    return printed(table, -1, print_entry);
 }
 
 struct cv_object {
@@ -73,8 +65,7 @@ struct cv_record {
     int result = 0;
     explicit cv_record(const std::string &object, cv_from from = cv_from::stream) {
         if (from == cv_from::memory) {
-            const std::vector<unsigned char> bytes(object.begin(), object.end());
-            text_in in = {.pos = bytes.data(), .end = bytes.data() + bytes.size()};
+            text_in in = memory_of(object);
             auto *const rec = static_cast<iconv_rec *>(ko_ext_malloc(sizeof(iconv_rec)));
             *rec = {};
             cd = rec;

@@ -5,14 +5,17 @@
 
 #include <algorithm>
 #include <fstream>
+#include <iterator>
 #include <random>
-#include <sstream>
 
-template <class Fn> static void install(int code, Fn *fn) {
-    ko_setextfunc(nullptr, code, reinterpret_cast<ko_extfn_t>(fn));
+installed_hooks::installed_hooks(std::initializer_list<std::pair<int, ko_extfn_t>> hooks) {
+    for (const auto &[code, fn] : hooks) {
+        EXPECT_EQ(ko_setextfunc(nullptr, code, fn), 0);
+        codes.push_back(code);
+    }
 }
 
-static void uninstall(std::initializer_list<int> codes) {
+installed_hooks::~installed_hooks() {
     for (const int code : codes)
         ko_setextfunc(nullptr, code, nullptr);
 }
@@ -38,14 +41,15 @@ static void hook_free(void *block) {
     free(block);
 }
 
-memory_hooks::memory_hooks() {
+memory_hooks::memory_hooks()
+    : installed{
+          {KO_EXT_MALLOC, as_hook(hook_malloc)},
+          {KO_EXT_FREE,   as_hook(hook_free)  }
+} {
     memory = this;
-    install(KO_EXT_MALLOC, hook_malloc);
-    install(KO_EXT_FREE, hook_free);
 }
 
 memory_hooks::~memory_hooks() {
-    uninstall({KO_EXT_MALLOC, KO_EXT_FREE});
     for (void *block : blocks)
         free(block);
 }
@@ -55,12 +59,17 @@ static file_hooks *files;
 struct memory_stream {
     std::string *contents;
     size_t pos = 0;
-    bool writes = false, at_end = false, failed = false;
+    bool writes = false;
+    stream_state state = stream_state::good;
 };
 
 static memory_stream *as_stream(void *stream) { return static_cast<memory_stream *>(stream); }
 
-static bool call_fails() { return files->calls++ == files->fail_at; }
+static bool call_fails(memory_stream *stream = nullptr) {
+    const bool fails = files->calls++ == files->fail_at;
+    if (fails && stream) stream->state = files->on_failure;
+    return fails;
+}
 
 static void *hook_fopen(const char *path, const char *mode) {
     files->tried.push_back(path);
@@ -80,28 +89,23 @@ static int hook_fclose(void *stream) {
     return 0;
 }
 
-static int hook_feof(void *stream) { return as_stream(stream)->at_end; }
-static int hook_ferror(void *stream) { return as_stream(stream)->failed; }
+static int hook_feof(void *stream) { return as_stream(stream)->state == stream_state::at_end; }
+static int hook_ferror(void *stream) { return as_stream(stream)->state == stream_state::failed; }
 
 static int read_byte(memory_stream *stream) {
     if (stream->pos < stream->contents->size())
         return static_cast<unsigned char>((*stream->contents)[stream->pos++]);
-    stream->at_end = true;
+    stream->state = stream_state::at_end;
     return -1;
 }
 
 static int hook_getc(void *stream) {
-    if (!call_fails()) return read_byte(as_stream(stream));
-    as_stream(stream)->failed = true;
-    return -1;
+    return call_fails(as_stream(stream)) ? -1 : read_byte(as_stream(stream));
 }
 
 static char *hook_fgets(char *buf, int size, void *stream) {
     int len = 0;
-    if (call_fails()) {
-        as_stream(stream)->failed = true;
-        return nullptr;
-    }
+    if (call_fails(as_stream(stream))) return nullptr;
     for (int c; len < size - 1 && (c = read_byte(as_stream(stream))) >= 0;) {
         buf[len++] = static_cast<char>(c);
         if (c == '\n') break;
@@ -118,16 +122,14 @@ static int hook_ungetc(int byte, void *stream) {
         return -1;
     }
     --s->pos;
-    s->at_end = false;
+    s->state = stream_state::good;
     return byte;
 }
 
 static size_t hook_fwrite(const void *buf, size_t size, size_t count, void *stream) {
     auto *const s = as_stream(stream);
-    if (!s->writes || call_fails()) {
-        s->failed = true;
-        return 0;
-    }
+    if (!s->writes) return 0;
+    if (call_fails(s)) --count;
     s->contents->replace(s->pos, std::min(size * count, s->contents->size() - s->pos),
                          static_cast<const char *>(buf), size * count);
     s->pos += size * count;
@@ -142,30 +144,27 @@ static int hook_fseek(void *stream, ko_long_t offset, int origin) {
                                            : static_cast<long>(s->pos);
     if (base + offset < 0 || base + offset > size) return -1;
     s->pos = static_cast<size_t>(base + offset);
-    s->at_end = false;
+    s->state = stream_state::good;
     return 0;
 }
 
 static ko_long_t hook_ftell(void *stream) { return static_cast<ko_long_t>(as_stream(stream)->pos); }
 
-file_hooks::file_hooks() {
+file_hooks::file_hooks()
+    : installed{
+          {KO_EXT_FOPEN,  as_hook(hook_fopen) },
+          {KO_EXT_FCLOSE, as_hook(hook_fclose)},
+          {KO_EXT_FEOF,   as_hook(hook_feof)  },
+          {KO_EXT_FERROR, as_hook(hook_ferror)},
+          {KO_EXT_GETC,   as_hook(hook_getc)  },
+          {KO_EXT_FGETC,  as_hook(hook_getc)  },
+          {KO_EXT_FGETS,  as_hook(hook_fgets) },
+          {KO_EXT_UNGETC, as_hook(hook_ungetc)},
+          {KO_EXT_FWRITE, as_hook(hook_fwrite)},
+          {KO_EXT_FSEEK,  as_hook(hook_fseek) },
+          {KO_EXT_FTELL,  as_hook(hook_ftell) }
+} {
     ::files = this;
-    install(KO_EXT_FOPEN, hook_fopen);
-    install(KO_EXT_FCLOSE, hook_fclose);
-    install(KO_EXT_FEOF, hook_feof);
-    install(KO_EXT_FERROR, hook_ferror);
-    install(KO_EXT_GETC, hook_getc);
-    install(KO_EXT_FGETC, hook_getc);
-    install(KO_EXT_FGETS, hook_fgets);
-    install(KO_EXT_UNGETC, hook_ungetc);
-    install(KO_EXT_FWRITE, hook_fwrite);
-    install(KO_EXT_FSEEK, hook_fseek);
-    install(KO_EXT_FTELL, hook_ftell);
-}
-
-file_hooks::~file_hooks() {
-    uninstall({KO_EXT_FOPEN, KO_EXT_FCLOSE, KO_EXT_FEOF, KO_EXT_FERROR, KO_EXT_GETC, KO_EXT_FGETC,
-               KO_EXT_FGETS, KO_EXT_UNGETC, KO_EXT_FWRITE, KO_EXT_FSEEK, KO_EXT_FTELL});
 }
 
 static env_hooks *environment;
@@ -186,13 +185,13 @@ static int hook_putenv(char *setting) {
     return 0;
 }
 
-env_hooks::env_hooks() {
+env_hooks::env_hooks()
+    : installed{
+          {KO_EXT_GETENV, as_hook(hook_getenv)},
+          {KO_EXT_PUTENV, as_hook(hook_putenv)}
+} {
     environment = this;
-    install(KO_EXT_GETENV, hook_getenv);
-    install(KO_EXT_PUTENV, hook_putenv);
 }
-
-env_hooks::~env_hooks() { uninstall({KO_EXT_GETENV, KO_EXT_PUTENV}); }
 
 temp_dir::temp_dir() {
     std::random_device random;
@@ -215,10 +214,27 @@ std::string temp_dir::write(const std::string &name, std::string_view contents) 
 }
 
 std::string temp_dir::read(const std::string &name) const {
-    std::ifstream in(std::filesystem::path(path) / name, std::ios::binary);
-    std::ostringstream contents;
-    contents << in.rdbuf();
-    return contents.str();
+    return slurp(std::filesystem::path(path) / name);
+}
+
+std::string slurp(const std::filesystem::path &path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string env(const char *name) {
+    const char *const value = getenv(name);
+    return value ? value : "";
+}
+
+std::string hex(std::string_view bytes) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += {digits[byte >> 4], digits[byte & 15]};
+    }
+    return text;
 }
 
 static void set_variable(const char *name, const char *value) {

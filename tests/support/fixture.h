@@ -9,9 +9,12 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <unordered_set>
 #include <vector>
 
 // A handle with nothing but an error word.
@@ -21,70 +24,89 @@ struct test_handle {
     int error() const { return gen.ko_lerrno; }
 };
 
-// Memory hooks, installed while the object lives; one object at a time.
+template <class Fn> ko_extfn_t as_hook(Fn *fn) { return reinterpret_cast<ko_extfn_t>(fn); }
+
+// Hooks that are installed while the object lives.
+struct installed_hooks {
+    std::vector<int> codes;
+    installed_hooks(std::initializer_list<std::pair<int, ko_extfn_t>> hooks);
+    ~installed_hooks();
+    installed_hooks(const installed_hooks &) = delete;
+};
+
+// Memory hooks; one object at a time.
 struct memory_hooks {
     long live = 0;     // blocks not given back yet
     long calls = 0;    // allocations asked for
     long fail_at = -1; // the allocation of this number (from 0) fails; -1: none
-    std::set<void *> blocks;
+    std::unordered_set<void *> blocks;
+    installed_hooks installed;
     memory_hooks();
     ~memory_hooks();
-    memory_hooks(const memory_hooks &) = delete;
 };
 
-// Stream hooks over files in memory, installed while the object lives; one object at a time.
+// What a stream shows after the call that fails.
+enum class stream_state { good, at_end, failed };
+
+// Stream hooks over files in memory; one object at a time.
 struct file_hooks {
     std::map<std::string, std::string> files; // contents by the path as the library forms it
     std::vector<std::string> tried;           // every path asked for, in order
     long streams = 0;                         // streams left open
     long calls = 0;                           // opens, reads and writes
-    long fail_at = -1;                        // the call of this number fails; -1: none
+    long fail_at = -1; // the call of this number fails, a write but for its last byte; -1: none
+    stream_state on_failure = stream_state::failed;
+    installed_hooks installed;
     file_hooks();
-    ~file_hooks();
-    file_hooks(const file_hooks &) = delete;
 };
 
-// Environment hooks, installed while the object lives; one object at a time. The real environment
-// is out of sight.
+// Environment hooks; one object at a time. The real environment is out of sight.
 struct env_hooks {
     std::map<std::string, std::string> vars;
+    installed_hooks installed;
     env_hooks();
-    ~env_hooks();
-    env_hooks(const env_hooks &) = delete;
 };
 
 constexpr long fail_loop_max = 200000;
 
-// Runs op (a callable of no argument that returns true on success) with allocation 0, 1, ...
-// failing, until it succeeds, and checks that nothing is left behind. Returns the runs that failed.
-template <class Op> long each_allocation_fails(Op op) {
+// Runs op (a callable of no argument that returns true on success) with call 0, 1, ... of the
+// memory hooks failing, or where prepare(file_hooks &) puts files in place, of the stream hooks,
+// until it succeeds. Nothing may be left. Returns the runs that failed.
+template <class Op, class Prepare = std::nullptr_t>
+long each_call_fails(Op op, Prepare prepare = nullptr) {
+    constexpr bool of_streams = !std::is_same_v<Prepare, std::nullptr_t>;
     for (long n = 0; n < fail_loop_max; ++n) {
         memory_hooks memory;
-        memory.fail_at = n;
+        std::optional<file_hooks> streams;
+        if constexpr (of_streams) prepare(streams.emplace());
+        (of_streams ? streams->fail_at : memory.fail_at) = n;
         const bool done = op();
-        EXPECT_EQ(memory.live, 0) << "blocks left when allocation " << n << " fails";
-        if (done && memory.calls <= n) return n;
+        EXPECT_EQ(memory.live, 0) << "blocks left when call " << n << " fails";
+        EXPECT_EQ(streams ? streams->streams : 0, 0) << "streams left when call " << n << " fails";
+        if (done && (of_streams ? streams->calls : memory.calls) <= n) return n;
         if (::testing::Test::HasFailure()) break;
     }
     ADD_FAILURE() << "never succeeded";
     return -1;
 }
-
-// The same for calls of the stream hooks; files are put in place by prepare(file_hooks &).
+template <class Op> long each_allocation_fails(Op op) { return each_call_fails(op); }
 template <class Prepare, class Op> long each_stream_call_fails(Prepare prepare, Op op) {
-    for (long n = 0; n < fail_loop_max; ++n) {
-        memory_hooks memory;
-        file_hooks streams;
-        prepare(streams);
-        streams.fail_at = n;
-        const bool done = op();
-        EXPECT_EQ(streams.streams, 0) << "streams left when call " << n << " fails";
-        EXPECT_EQ(memory.live, 0) << "blocks left when call " << n << " fails";
-        if (done && streams.calls <= n) return n;
-        if (::testing::Test::HasFailure()) break;
-    }
-    ADD_FAILURE() << "never succeeded";
-    return -1;
+    return each_call_fails(op, prepare);
+}
+
+// Runs op(text) on the text cut before every step-th byte, and with that byte changed to each of
+// the given ones, until something fails. No block may be left.
+template <class Op>
+void each_damage(const std::string &whole, std::string_view bytes, Op op, size_t step = 1) {
+    for (size_t at = 0; at < whole.size(); at += step)
+        for (size_t i = 0; i <= bytes.size() && !::testing::Test::HasFailure(); ++i) {
+            std::string text = i < bytes.size() ? whole : whole.substr(0, at);
+            if (i < bytes.size()) text[at] = bytes[i];
+            memory_hooks memory;
+            op(text);
+            EXPECT_TRUE(!memory.live && !::testing::Test::HasFailure())
+                << memory.live << " blocks left; byte " << at << ", damage " << i;
+        }
 }
 
 // A directory that is removed with its contents at the end.
@@ -106,6 +128,10 @@ struct real_variable {
     ~real_variable();
     real_variable(const real_variable &) = delete;
 };
+
+std::string env(const char *name);                    // of the real environment; "" when unset
+std::string slurp(const std::filesystem::path &path); // "" when missing
+std::string hex(std::string_view bytes);
 
 inline const ko_mchar_t *mb(const char *text) { return reinterpret_cast<const ko_mchar_t *>(text); }
 inline std::string text(const ko_mchar_t *mbs) { return reinterpret_cast<const char *>(mbs); }

@@ -4,7 +4,7 @@
 #define LOCALE_BUILDER_H
 
 #include "chars/kovaportable.h"
-#include "support/fixture.h"
+#include "support/tables.h"
 
 #include <ctype.h>
 #include <stdio.h>
@@ -17,43 +17,19 @@ struct table_entry {
     uint16_t item;
 };
 
-inline int print_item(void *stream, const void *item) {
-    char text[8];
-    snprintf(text, sizeof text, "%04x", *static_cast<const uint16_t *>(item));
-    return ko_ext_fwrite(text, 1, 4, stream) == 4 ? 0 : -1;
-}
-
 // The text form of a look-up table of 16-bit items.
 inline std::string table_text(const std::vector<table_entry> &entries, bool compress = false) {
-    file_hooks files;
     const uint16_t none = 0;
-    void *table = create_multi(sizeof none, 0, &none);
-    for (const table_entry &e : entries) {
-        char_desc desc = {static_cast<unsigned>(e.bytes.size()), {}};
-        memcpy(desc.bytes, e.bytes.data(), e.bytes.size());
-        EXPECT_EQ(insert_desc_multi(&desc, &e.item, table), 0);
-    }
-    if (compress) {
-        EXPECT_EQ(compress_multi(table), 0);
-    }
-    void *stream = ko_ext_fopen("table", "w");
-    EXPECT_EQ(fprintf_multi(stream, table, print_item), 0);
-    ko_ext_fclose(stream);
-    free_multi(table);
-    return files.files["table"];
+    const table_guard table(sizeof none, &none);
+    for (const table_entry &e : entries)
+        EXPECT_EQ(insert(table, e.bytes, e.item), 0);
+    EXPECT_EQ(compress ? compress_multi(table) : 0, 0);
+    return printed(table);
 }
 
 // A byte string as an object holds it.
 inline std::string field(std::string_view bytes) {
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text = std::to_string(bytes.size());
-    if (!bytes.empty()) text += ' ';
-    for (const char c : bytes) {
-        const unsigned byte = static_cast<unsigned char>(c);
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text + "\n";
+    return std::to_string(bytes.size()) + (bytes.empty() ? "" : " ") + hex(bytes) + "\n";
 }
 
 inline std::string fields(std::initializer_list<std::string_view> strings) {

@@ -9,18 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
-
-inline std::string env(const char *name) {
-    const char *value = getenv(name);
-    return value ? value : "";
-}
-
-inline std::string slurp(const std::filesystem::path &path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 inline void spit(const std::filesystem::path &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
