@@ -39,13 +39,13 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     return 0;
 }
 
-// What the system says of the process's rights, asked for once, or a test in its place; -1: not
+// Whether the process has raised rights: asked of the system once, or set by a test; -1: not known
 // yet.
 static constinit std::atomic<signed char> rights = -1;
 
 // Set by ko_secure_names alone, which hosts call before they use anything else.
 static constinit std::atomic<bool> confinement_wanted = false;
-// Follows from both.
+// Derived from the two above.
 constinit std::atomic<signed char> confinement = -1;
 
 static void set_rights(int raised) {
@@ -61,7 +61,7 @@ static bool wants_confinement(void) {
     return confinement_wanted.load(std::memory_order_relaxed) || has_raised_rights();
 }
 
-// What the host has decided meanwhile stands.
+// If the host has decided in the meantime, its decision stands.
 bool decide_confinement(void) {
     signed char before = -1;
     const bool confined = wants_confinement();
@@ -256,7 +256,7 @@ bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
 static constexpr int path_room = 4096; // the system refuses longer names
 
-// The prefix as it stands, then the rest with slashes for backslashes.
+// Joins the prefix, unchanged, and the rest with its backslashes turned into slashes.
 static bool join_path(char *out, const char *prefix, const char *rest) {
     const size_t prefix_len = strlen(prefix), rest_len = strlen(rest);
     if (prefix_len >= path_room || rest_len >= path_room - prefix_len) return false;
@@ -278,8 +278,8 @@ static bool translate_path(char *out, const char *path, bool is_log) {
     return join_path(out, "", path);
 }
 
-// The log may hold names of a user's files: it is the process's own file, nobody else reads it, and
-// no other name leads to it.
+// The log may contain names of a user's files, so it must be the process's own file, readable by
+// nobody else and without a second name.
 static bool is_private(int fd) {
     struct stat is;
     if (fstat(fd, &is) || !S_ISREG(is.st_mode)) return false;
@@ -288,7 +288,7 @@ static bool is_private(int fd) {
 }
 
 static FILE *open_private_append(const char *path) {
-    // Without waiting for the reader of a named pipe.
+    // O_NONBLOCK: do not wait for the reader of a named pipe.
     const int flags = O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     const int fd = open(path, flags, 0600);
     if (fd < 0) return nullptr;
@@ -299,12 +299,12 @@ static FILE *open_private_append(const char *path) {
 
 static bool is_regular(int fd) {
     struct stat is;
-    static_assert(sizeof is.st_size == 8 && sizeof is.st_ino == 8); // else large ones are errors
+    static_assert(sizeof is.st_size == 8 && sizeof is.st_ino == 8); // else large values are errors
     return !fstat(fd, &is) && S_ISREG(is.st_mode);
 }
 
-// A named pipe or a device is opened without waiting for it. A file that another process has a
-// lease on is waited for.
+// Opens a named pipe or a device without waiting for it, but waits for a file on which another
+// process holds a lease.
 static int open_data(const char *path) {
     const int flags = O_RDONLY | O_NOCTTY | O_CLOEXEC;
     const int fd = open(path, flags | O_NONBLOCK);
@@ -338,15 +338,15 @@ FILE *std_open(const char *path, const char *mode) {
     if (is_log && *mode == 'a') return open_private_append(translated);
     FILE *const file = fopen(translated, mode);
     if (!file || !is_directory(file)) return file;
-    fclose(file); // a directory opens for reading, but is no file
+    fclose(file); // a directory can be opened for reading, but is not a file
     errno = EISDIR;
     return nullptr;
 }
 
-// A change within a tick of the clock after the mark was taken leaves the times as they are: they
-// tell every change of a file that was left alone for longer than any file system's tick.
+// A change within one clock tick after the mark was taken may leave the times as they are. So the
+// times prove nothing until a file has been left alone for longer than any file system's tick.
 static constexpr time_t tick_s = 2;
-// Whoever may look a file of these rights up may read it.
+// Whoever can look up a file with these rights can read it.
 static constexpr mode_t readable_by_all = S_IRUSR | S_IRGRP | S_IROTH;
 
 bool std_mark(const char *path, file_mark *mark, bool *firm) {
@@ -373,7 +373,7 @@ static constexpr size_t read_all_max = size_t{1} << 29; // no data file comes ne
 
 #ifdef _WIN32
 
-// Bytes from the position to the end, where the stream tells.
+// Bytes from the position to the end; 0 where the stream cannot tell.
 static size_t size_hint(FILE *file) {
     const long start = ftell(file);
     if (start < 0 || fseek(file, 0, SEEK_END)) return 0;
@@ -393,10 +393,10 @@ static size_t size_hint(FILE *file) {
 #endif
 
 unsigned char *std_read_all(FILE *file, size_t *size) {
-    size_t room = size_hint(file) + 1, used = 0; // one more, to meet the end in the same read
+    size_t room = size_hint(file) + 1, used = 0; // one more, to reach the end in the same read
     if (room < 512) room = 512;
     if (room > read_all_max) return nullptr;
-    setvbuf(file, nullptr, _IONBF, 0); // straight into the block
+    setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
     ext_block<unsigned char> block(room);
     while (block.p) {
         used += fread(block.p + used, 1, room - used, file);

@@ -6,7 +6,7 @@
 
 struct list_cell {
     list_cell *next, *prev;
-    void *data; // the copy, aligned for every type; lives in the cell's own block
+    void *data; // the copy, aligned for every type, in the cell's own block
 };
 
 struct link_list {

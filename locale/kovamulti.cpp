@@ -57,7 +57,7 @@ unsigned char *create_offset_arr(multi_arr *node, mb_decode *table) {
     return node->offset_arr = offsets.release();
 }
 
-// Children that are there stay: an array that was read has no room for more, and is replaced.
+// Existing children stay. An array that was read has no room for more and is replaced.
 multi_arr **create_next_arr(multi_arr *node, int count) {
     const int slots = count ? count : 256;
     if (node->next_slots >= slots) return node->next_arr;
@@ -130,7 +130,7 @@ bool create_root(mb_decode *table) {
 // ---- Building ----------------------------------------------------------------------------------
 
 void *create_multi(unsigned data_size, unsigned flags, const void *default_item) {
-    if (data_size > INT_MAX / 512) return nullptr; // an array of such items is out of reach
+    if (data_size > INT_MAX / 512) return nullptr; // an array of such items would be too large
     ext_block<mb_decode> table(1);
     ext_block<unsigned char> item(data_size);
     if (!table.p || !item.p) return nullptr;
@@ -174,7 +174,7 @@ static int recursive_insert(const char_desc *desc, unsigned level, const void *i
         return recursive_insert(desc, level + 1, item, child, table);
     }
     if (node->num_offsets >= 256) return -1;
-    const int k = node->num_offsets++; // stays taken, with an empty slot, when the rest fails
+    const int k = node->num_offsets++; // stays taken, with an empty slot, if the rest fails
     multi_arr *child = create_arr();
     if (!child) return -1;
     if (recursive_insert(desc, level + 1, item, child, table)) {
@@ -205,7 +205,8 @@ static inline void *item_of(const mb_decode *table, const multi_arr *node, unsig
     return node->data_arr + (size_t{byte} << table->log_data_size);
 }
 
-// The item of the character at text, NULL when it is none; *taken gets the bytes looked at.
+// The item of the character at text, NULL if there is none; *taken gets the number of bytes
+// examined.
 static inline void *walk_text(const ko_mchar_t *text, const mb_decode *table, int *taken) {
     const multi_arr *node = table_root(table);
     for (int n = 1;; ++n, ++text) {
@@ -252,7 +253,7 @@ void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit, 
     }
 }
 
-// No flag is read: its callers have tables in which every first byte is a prefix.
+// Reads no flags, because its callers have tables in which every first byte is a prefix.
 void *retrieve_text_doub_limit(const ko_mchar_t *text, void *table, int limit, gen_exports *gen) {
     void *const none = nullptr;
     if (limit < 2) return fail(gen, KO_EINVAL, none);
@@ -325,7 +326,8 @@ void single_byte_exists(mb_decode *table) {
     if (table->root && table->root->flag_arr) memset(table->root->flag_arr, mb_final, 256);
 }
 
-// Gives the array's place in the list of distinct ones, appending it or freeing the duplicate.
+// Returns the array's place in the list of distinct ones; appends it there or frees it as a
+// duplicate.
 static uint32_t share_array(unsigned char **array, unsigned char **list, int *count, size_t size) {
     if (!*array) return multi_no_id;
     int i = 0;
@@ -383,14 +385,14 @@ void free_multi(void *table) {
 
 static constexpr unsigned char no_flags[256] = {};
 
-// Items are stored natively, in arrays of the host's memory that suit any type.
+// Items have native byte order, and the arrays are aligned for any type.
 static const uint16_t *items_of(const multi_arr *node, const uint16_t *default_page) {
     if (!node->data_arr) return default_page;
     const void *items = node->data_arr;
     return static_cast<const uint16_t *>(items);
 }
 
-// False for a tree that is deeper.
+// False for a tree of more than two levels.
 static bool fill_second(const multi_arr *root, const unsigned char *first_flags,
                         const uint16_t *default_page, mb_second *second) {
     for (unsigned byte = 0; byte < 256; ++byte) {

@@ -1,4 +1,4 @@
-// Look-up tables of multibyte code sets: a tree of 256-entry nodes, one level a byte.
+// Look-up tables of multibyte code sets: trees of 256-entry nodes, one level per byte.
 #ifndef KOVAMULTI_H
 #define KOVAMULTI_H
 
@@ -13,19 +13,19 @@ constexpr unsigned multi_max_depth = 4;
 struct multi_arr {
     int flags;        // 0; no look-up reads it
     int num_offsets;  // children
-    uint32_t flag_id; // index in the shared lists, multi_no_id for none
+    uint32_t flag_id; // index into the shared lists, multi_no_id for none
     uint32_t data_id;
     unsigned char *flag_arr;   // 256 states: mb_invalid, mb_prefix, mb_final
     unsigned char *offset_arr; // 256 indexes into next_arr
     unsigned char *data_arr;   // 256 slots of 1 << log_data_size bytes
     multi_arr **next_arr;
-    int next_slots; // of next_arr: 256 while building, the children alone after reading
+    int next_slots; // of next_arr: 256 while building, after reading only the children
 };
 
 struct mb_decode {
     int data_size;
     int max_char_len;
-    int min_char_len; // starts at 2 on purpose: look-ups by wide value depend on it
+    int min_char_len; // starts at 2, deliberately: look-ups by wide value depend on it
     unsigned flags;
     int data_arr_count;
     int flag_arr_count;
@@ -39,8 +39,8 @@ struct mb_decode {
     int *offset_count; // children of the nodes that use a shared flag array
 };
 
-// The state of a byte at a node, and the child under a prefix byte. A table whose reading failed
-// has no root, and a record without memory for a table has no table.
+// The root of a table, the state of a byte at a node, and the child under a prefix byte. A table
+// that could not be read has no root, and a record without memory for a table has no table.
 inline const multi_arr *table_root(const mb_decode *table) { return table ? table->root : nullptr; }
 inline unsigned node_flag(const multi_arr *node, unsigned byte) {
     return node && node->flag_arr ? node->flag_arr[byte] : unsigned{mb_invalid};
@@ -49,12 +49,12 @@ inline const multi_arr *node_child(const multi_arr *node, unsigned byte) {
     return node->next_arr ? node->next_arr[node->offset_arr[byte]] : nullptr;
 }
 
-// Writes the bytes of a wide value that is a character of the table, at most four. Returns their
-// number, 0 for no character.
+// Writes the bytes, at most four, of a wide value that is a character of the table. Returns their
+// number, 0 for what is not a character.
 int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
 
-// Steps of building and freeing that the reader of the text form shares. Each create_ gives a node
-// the array it lacks and counts it in the table; NULL without memory.
+// Steps of building and freeing that the reader of the text form uses too. Each create_ function
+// gives a node an array that it lacks and counts it in the table; NULL without memory.
 multi_arr *create_arr(void);
 unsigned char *alloc_flag_arr(mb_decode *table);
 unsigned char *alloc_data_arr(mb_decode *table);
@@ -63,24 +63,25 @@ unsigned char *create_data_arr(multi_arr *node, mb_decode *table);
 unsigned char *create_offset_arr(multi_arr *node, mb_decode *table);
 multi_arr **create_next_arr(multi_arr *node, int count); // 256 slots for a count of 0
 bool create_root(mb_decode *table);
-// Writes the bytes at the front of an array again until they are there that many times.
+// Repeats the bytes at the front of an array until they are there that many times.
 void repeat_front(unsigned char *array, size_t bytes, size_t times);
 void free_arr(multi_arr *node, bool owns_arrays);
 void free_tree(mb_decode *table); // everything but the default item; counts become 0
 bool is_compressed(const mb_decode *table);
-// Makes every byte a character in a table whose characters are all one byte.
+// In a table whose characters are all one byte, makes every byte a character.
 void single_byte_exists(mb_decode *table);
 
-// Reads the text form from a file being loaded, hooks or memory, with items of four hex digits.
-// 0, or -1 with the number in the table's err. A tree deeper than its stored longest character is
+// Reads the text form, with items of four hex digits, from a file that is being loaded. 0, or -1
+// with the error number in the table's err. A tree deeper than its stored longest character is
 // refused, so characters of a table read with max_len 2 are never longer than 2 bytes.
 int read_multi_ub2(text_in *in, mb_decode *table, int max_len);
-// The same with conversion entries: a byte of flags and length, then its bytes, in hex digits.
+// Reads the text form with conversion entries as items: a byte of flags and length, then the target
+// bytes, in hex digits.
 int read_multi_entries(text_in *in, mb_decode *table, int max_len);
 
 // A table of 16-bit items and characters of one or two bytes, flattened for hot loops: no array is
-// ever NULL, missing ones are pages of zero flags or of the default item. The arrays belong to
-// the table (or to the static pages).
+// ever NULL, since missing ones are pages of zero flags or of the default item. The arrays belong
+// to the table or are static.
 struct mb_second {                   // by first byte
     const unsigned char *flags[256]; // 256 states of the second byte
     const uint16_t *items[256];      // 256 items of two-byte characters
@@ -97,14 +98,14 @@ struct mb_flat {
 int flatten_multi(const mb_decode *table, mb_flat *flat);
 void free_flat(mb_flat *flat);
 
-// Bytes of the character at s, 1 or 2; 0 for what is none.
+// Bytes of the character at s, 1 or 2; 0 for what is not a character.
 inline int flat_mblen(const mb_flat &f, const unsigned char *s) {
     const unsigned char state = f.flag1[*s];
     if (state == mb_final) return 1;
     return state == mb_prefix && f.second->flags[*s][s[1]] == mb_final ? 2 : 0;
 }
 
-// The item of a wide value, NULL without one; stores no error.
+// The item of a wide value, NULL if it has none; stores no error.
 inline const uint16_t *flat_wchar(const mb_flat *f, ko_wchar_t wc) {
     const unsigned hi = wc >> 8, lo = wc & 0xFF;
     if (f->min_char_len == 1 && !hi) return f->flag1[lo] == mb_final ? &f->item1[lo] : nullptr;

@@ -19,7 +19,7 @@ static bool put_text(const table_writer &out, const char *text) {
     return ko_ext_fwrite(text, 1, size, out.stream) == size;
 }
 
-// One array of a node: of flags when items are not meant.
+// One array of a node, of flags or of items.
 struct array_view {
     const unsigned char *slots;
     size_t slot_bytes;
@@ -42,8 +42,9 @@ struct run_record {
     unsigned repetitions;
 };
 
-// The record that starts at the non-empty index s: four or more equal values are a repetition, all
-// else is literal up to the fourth equal value in a row, whose three predecessors stay in.
+// The record that starts at the non-empty index s: four or more equal values become a repetition.
+// Anything else is a literal that stops at the fourth equal value in a row; the three before it
+// belong to the literal.
 static run_record choose_run(const array_view &array, unsigned s) {
     unsigned last = s, current = s, row = 0;
     bool differs = false;
@@ -60,7 +61,7 @@ static run_record choose_run(const array_view &array, unsigned s) {
         if (!is_empty(array, i)) last = i;
     }
     if (!differs && row >= 3) return {1, row + 1};
-    // A repetition ended by a different value never sets differs, so this is a literal.
+    // A repetition that a different value ends never sets differs, so this is a literal.
     return {last - s + 1, 1};
 }
 
@@ -121,7 +122,7 @@ static bool fprintf_comp_node(const table_writer &out, const multi_arr *node) {
     return put_text(out, text);
 }
 
-// Each node before its children, children in ascending byte order.
+// Writes each node before its children, and children in ascending byte order.
 static bool fprintf_nodes(const table_writer &out, const multi_arr *node, bool compressed) {
     if (!(compressed ? fprintf_comp_node(out, node) : fprintf_unc_node(out, node))) return false;
     if (node->num_offsets <= 0 || !node->next_arr || !node->flag_arr) return true;
@@ -153,7 +154,7 @@ int fprintf_multi(void *stream, void *table, ko_item_printer printer) {
     const table_writer out{stream, t, printer};
     const bool compressed = is_compressed(t);
     single_byte_exists(t);
-    // The flags tell the form that follows, whatever create_multi was given.
+    // The flags state the form that follows, whatever flags create_multi was given.
     const unsigned bit = multi_compressed;
     const unsigned flags = compressed ? t->flags | bit : t->flags & ~bit;
     char text[48];
@@ -184,7 +185,8 @@ static inline void skip_white(text_in *in) {
     if (in->pos == in->end) in->ended = true;
 }
 
-// Where items come from: the host's reader on its own stream, or four hexadecimal digits.
+// Where items come from: the host's reader on its own stream, four hexadecimal digits, or
+// conversion entries.
 struct host_items {
     ko_item_reader read;
 };
@@ -220,12 +222,12 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
     return true;
 }
 
-// Conversion entries: a byte of flags and length as two hexadecimal digits, then as many bytes as
-// its low three bits say. One longer than the table's items makes the table unreadable.
+// A conversion entry is a byte of flags and length as two hexadecimal digits, then as many bytes as
+// its low three bits say. An entry longer than the table's items makes the table unreadable.
 struct entry_items {};
 
-// A conversion entry of at most four bytes, the first one lowest, from its digits in lower case,
-// which stand in front of eight readable characters. False for any other text.
+// Reads a conversion entry of at most four bytes from lower-case digits; the first byte becomes the
+// lowest. Eight characters at text must be readable. False for any other text.
 static inline bool entry_of_digits(const unsigned char *text, uint32_t *entry) {
     constexpr uint64_t each = 0x0101010101010101u;
     uint64_t c = 0;
@@ -273,8 +275,8 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
     if (!in_words) return by_characters();
     const unsigned char *p = in->pos;
     for (uint32_t entry; i < count && in->end - p >= 8 && entry_of_digits(p, &entry);) {
-        // Most have the length of the one before: by guessing it the processor begins with the
-        // next entry before this one is known.
+        // Most entries have the length of the one before: by guessing it, the processor starts on
+        // the next entry before this one is known.
         if ((entry & 7) != len) [[unlikely]] {
             len = entry & 7;
             digits = 2 + 2 * len;
@@ -297,11 +299,11 @@ struct run_head {
     unsigned repetitions;
 };
 
-// False for a run that reaches beyond the array or at the end of the file.
+// False at the end of the file and for a run that reaches beyond the array.
 static bool read_run_head(text_in *in, run_head *run) {
     run->first = hex_field(in, 2);
     run->count = hex_field(in, 3);
-    run->repetitions = hex_field(in, 3); // of the closing record this takes the line's end
+    run->repetitions = hex_field(in, 3); // in the closing record this includes the line's end
     if (in->ended) return false;
     if (!run->count) return true;
     return run->repetitions &&
@@ -354,10 +356,10 @@ template <class Items> struct table_reader {
     mb_decode *table;
     Items items;
     unsigned depth; // levels that characters of the stored longest length need
-    int *found;     // length of the longest character that there is, 0 without any
+    int *found;     // length of the longest character found, 0 without any
 };
 
-// An uncompressed node's own indicators and arrays.
+// Reads the indicators and arrays of an uncompressed node.
 template <class Items>
 static bool fscanf_unc_node(const table_reader<Items> &from, multi_arr *node) {
     mb_decode *t = from.table;
@@ -370,7 +372,7 @@ static bool fscanf_unc_node(const table_reader<Items> &from, multi_arr *node) {
     return create_data_arr(node, t) && fscanf_data_arr(from.in, from.items, node->data_arr, t);
 }
 
-// A compressed node's indicators, which name listed arrays.
+// Reads the indicators of a compressed node, which refer to listed arrays.
 template <class Items>
 static bool fscanf_comp_node(const table_reader<Items> &from, multi_arr *node) {
     const mb_decode *t = from.table;
@@ -395,7 +397,7 @@ static void note_length(int *longest, const multi_arr *node, int length) {
         *longest = length;
 }
 
-// A node and, by recursion no deeper than the longest character, its children.
+// Reads a node and its children; the recursion is no deeper than the longest character.
 template <class Items>
 static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsigned level,
                          bool compressed) {
@@ -417,7 +419,7 @@ static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsig
     return true;
 }
 
-// More nodes than this, and so more listed arrays, no tree of the depth can have.
+// No tree of this depth can have more nodes, nor therefore more listed arrays.
 static int most_nodes(unsigned depth) {
     int nodes = 1;
     for (unsigned level = 1; level < depth; ++level)
@@ -425,8 +427,8 @@ static int most_nodes(unsigned depth) {
     return nodes;
 }
 
-// Room for one more entry in a growing array of the host's memory: the size follows what the file
-// really holds, not what it claims.
+// Makes room for one more entry in a growing array of the host's memory: its size follows what the
+// file actually holds, not what it claims.
 template <class T> static bool grow(T **list, int count, int *room) {
     if (count < *room) return true;
     const int wanted = *room ? *room * 2 : 16;
@@ -446,7 +448,7 @@ template <class Items> static bool fscanf_flag_list(const table_reader<Items> &f
         const int n = t->flag_arr_count;
         if (!grow(&t->flag_arrs, n, &list_room)) return false;
         if (!grow(&t->offset_count, n, &count_room)) return false;
-        unsigned char *flags = t->flag_arrs[n] = alloc_flag_arr(t); // counts it
+        unsigned char *flags = t->flag_arrs[n] = alloc_flag_arr(t); // also counts it
         if (!flags || !fscanf_flag_arr(from.in, flags)) return false;
         t->offset_count[n] = count_prefixes(flags);
     }
@@ -472,7 +474,7 @@ template <class Items> static bool fscanf_comp_multi(const table_reader<Items> &
     if (flag_count < 0 || flag_count > most || data_count < 0 || data_count > most) return false;
     ext_block<unsigned char *> list(1);
     if (!list.p) return false;
-    t->flag_arrs = list.release(); // from here on the lists own every array
+    t->flag_arrs = list.release(); // from now on the lists own every array
     free_ptr(t->root->flag_arr);
     t->root->flag_arr = nullptr;
     t->flag_arr_count = 0;
@@ -496,10 +498,10 @@ template <class Items> static bool read_tree(text_in *in, mb_decode *table, cons
     return done && !in->ended && table->max_char_len >= found;
 }
 
-// A tree that breaks off is of no use, and its prefixes name children that it lacks: it is freed.
+// An incomplete tree is freed: it is of no use, and its prefixes refer to children that it lacks.
 template <class Items>
 static int read_table(text_in *in, mb_decode *table, int max_len, const Items &items) {
-    free_tree(table); // what create_multi or an earlier reading made
+    free_tree(table); // left by create_multi or an earlier reading
     table->err = KO_ENOMEM;
     table->max_char_len = get_int(in);
     table->min_char_len = get_int(in);

@@ -16,7 +16,7 @@ static bool is_static(const kovacmap *map) { return map == &cm_enomem || map == 
 
 // ---- Loading ------------------------------------------------------------------------------------
 
-// A host may have cleared the word of a static record: it is stored at every hand-out.
+// Stores the error word at every hand-out, because a host may have cleared that of a static record.
 static int hand_out(ko_cm_t *cm, kovacmap *map, int error) {
     *cm = map;
     return fail(head(map), error, -1);
@@ -101,8 +101,8 @@ int ko_cm_mblen(ko_cm_t cm, const ko_mchar_t *mb, int limit) {
 
 // ---- Characters to symbols ----------------------------------------------------------------------
 
-// Writes "<name>" with its escapes. Returns the length with the terminator; nothing is written
-// where that exceeds size.
+// Writes "<name>" with its escapes. Returns the length with the terminator; writes nothing if that
+// exceeds size.
 static int string_to_symbol(const char *name, char *out, int size) {
     int needed = 3;
     for (const char *at = name; *at; ++at)
@@ -118,7 +118,7 @@ static int string_to_symbol(const char *name, char *out, int size) {
     return needed;
 }
 
-// The name of a character; false when it has none.
+// Writes the name of a character; false if it has none.
 static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
     if (const single_char *last = find_char(map, desc)) {
         strcpy(name, name_of(last->same));
@@ -136,8 +136,8 @@ static char_desc desc_of(const ko_mchar_t *mb, int len) {
     return desc;
 }
 
-// The length of the character's symbol, as string_to_symbol; -1 without a name, which writes an
-// empty string.
+// Writes the symbol of a character and returns its length, as string_to_symbol does. -1, and an
+// empty string, for a character without a name.
 static int mb_to_symbol(kovacmap *map, const ko_mchar_t *mb, int len, char *out, int size) {
     char name[name_room + 10];
     if (char_name(map, desc_of(mb, len), name)) return string_to_symbol(name, out, size);
@@ -151,14 +151,14 @@ static int terminator_len(const kovacmap *map) {
     return n < 1 ? 1 : n > 4 ? 4 : n;
 }
 
-// Where a text ends: behind a count of units, or with a count below 1 at its terminator.
+// A text that ends after a count of units or, with a count below 1, at its terminator.
 template <class Unit> struct source_text {
     const Unit *at;
     int left; // below 1: terminated
     bool terminated;
 };
 
-// Bytes of a terminated text, up to those that a character can have.
+// Bytes of a terminated text, but no more than a character can have.
 static int bytes_before_end(const ko_mchar_t *at, int terminator) {
     int left = 0;
     while (left < 4 && !all_zero(at + left, terminator))
@@ -166,7 +166,8 @@ static int bytes_before_end(const ko_mchar_t *at, int terminator) {
     return left < 4 ? left : 4;
 }
 
-// The bytes of the next character. Returns its units, 0 at the end; -1 with the error word set.
+// Gets the bytes of the next character. Returns its units, 0 at the end; -1 with the error word
+// set.
 static int next_char(kovacmap *map, const source_text<ko_mchar_t> &in, ko_mchar_t *bytes,
                      int *len) {
     const int left = in.terminated ? bytes_before_end(in.at, terminator_len(map)) : in.left;
@@ -219,7 +220,7 @@ int ko_wcstosyms(ko_cm_t cm, char *dst, int size, const ko_wchar_t **src, int le
     return text_to_symbols(cm, dst, size, src, len_chars);
 }
 
-// A list of symbols that grows while whole symbols fit.
+// A list to which symbols are added as long as they fit whole.
 struct symbol_list {
     char *at;
     int room;
@@ -264,7 +265,7 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
 
 // ---- Symbols to characters ----------------------------------------------------------------------
 
-// The character of a name, a single one before those of ranges.
+// Finds the character of a name; single records take precedence over ranges.
 static bool name_to_descriptor(const kovacmap *map, const char *name, char_desc *desc) {
     if (const single_char *single = find_named(map, name)) {
         *desc = single->desc;
@@ -279,7 +280,7 @@ static bool name_to_descriptor(const kovacmap *map, const char *name, char_desc 
     return range;
 }
 
-// Reads one symbol and moves behind it. 0, or the error number.
+// Reads one symbol and moves past it. 0, or the error number.
 static int symbol_to_descriptor(const kovacmap *map, const char **symbol, char_desc *desc) {
     const char *at = *symbol;
     char name[name_room];
@@ -297,7 +298,8 @@ static int symbol_to_descriptor(const kovacmap *map, const char **symbol, char_d
     return 0;
 }
 
-// Units of a terminator, units of a character (0: it has no such form), and writing one.
+// For both kinds of output: units of a terminator, units of a character (0: it has no such form),
+// and writing a character.
 static int end_units(const kovacmap *map, const ko_mchar_t *) { return terminator_len(map); }
 static int end_units(const kovacmap *, const ko_wchar_t *) { return 1; }
 static int char_units(const char_desc &desc, const ko_mchar_t *) {

@@ -4,24 +4,24 @@
 
 #include "kovamulti.h"
 
-constexpr int name_room = 71; // a symbol name of 70 characters
+constexpr int name_room = 71; // a symbol name of 70 characters and its terminator
 struct cmap_exports {
     gen_exports gen;
 };
 
-// A block of the memory that the records of a charmap share; it is given back as a whole.
+// The memory that the records of a charmap share: blocks that are freed as a whole.
 struct record_block;
 struct record_pool {
     record_block *last;
     size_t used, room; // bytes of the last block
 };
 
-// Records lie in the pool; each is followed by its name, see name_of.
+// Records are in the pool; each is followed by its name, see name_of.
 struct single_char {
-    single_char *same; // the next one of the same bytes in file order; of the last: the first
+    single_char *same; // the next with these bytes in file order; the last leads to the first
     char_desc desc;
 };
-// A run of characters whose names count up. The name is the first character's.
+// A run of characters whose names count up; the record's name is that of the first.
 struct range_data {
     range_data *next;   // in file order
     range_data *sister; // the next one whose name has the same canonical form
@@ -36,7 +36,7 @@ template <class Record> const char *name_of(const Record *record) {
 struct range_list {
     range_data *first, *last;
 };
-// Derived from a list of many ranges: they in ascending order, none where two overlap.
+// Derived from a long list of ranges: the ranges in ascending order; empty where two overlap.
 struct range_start {
     uint64_t first; // the place of the range's first character or number
     const range_data *range;
@@ -45,13 +45,13 @@ struct range_index {
     range_start *at;
     int count;
 };
-// The ranges that share a canonical name, which is the group's.
+// The ranges that share a canonical name, which is also the group's name.
 struct range_group {
     range_list ranges; // by sister
     range_index by_number;
 };
 
-// Open addressing, at most three quarters full.
+// A hash table with open addressing, at most three quarters full.
 template <class Record> struct symbol_table {
     Record **slots;
     unsigned mask;
@@ -68,8 +68,8 @@ struct kovacmap {
     record_pool pool;
     range_list ranges;                 // by next
     range_index by_char;               // of the ranges
-    symbol_table<single_char> by_name; // the first of a name
-    symbol_table<single_char> by_desc; // the last of some bytes
+    symbol_table<single_char> by_name; // the first record of each name
+    symbol_table<single_char> by_desc; // the last record of each byte sequence
     symbol_table<range_group> groups;  // by canonical name
 };
 
@@ -77,25 +77,25 @@ struct kovacmap {
 int read_charmap(text_in *in, kovacmap *map);
 void free_charmap(kovacmap *map); // everything it owns, and itself
 
-// Splits a name at its trailing decimal digits: *canonical (name_room bytes) gets it with zeros
-// for them. Returns their number; -1 without digits or for one beyond an int.
+// Splits a name at its trailing decimal digits: canonical (name_room bytes) gets the name with
+// zeros in their place. Returns the number that they form; -1 without digits or beyond an int.
 int canonical_name(const char *name, char *canonical);
-// The name of character i of a range; out has name_room + 10 bytes.
+// Writes the name of character i of a range; out has name_room + 10 bytes.
 void calculate_name(const range_data *range, int i, char *out);
 // Character i of a range, carries included.
 char_desc range_char(const range_data *range, int i);
-// The place of a character in a range, -1 when it is not there.
+// The place of a character in a range, -1 if it is not in it.
 int range_place(const range_data *range, const char_desc &desc);
-// The first range in file order that holds a character, NULL when none does. *from is the range to
-// look from, and gets the one to go on at, NULL at the end.
+// The first range in file order that contains a character, NULL if none does. The search starts at
+// *from, which becomes the range at which to continue, NULL at the end.
 const range_data *find_range(const kovacmap *map, const char_desc &desc, const range_data **from);
 
-// The first record of a name or canonical name, and the last one of a character, which leads to the
-// first; NULL without one.
+// The first record of a name, the group of a canonical name, and the last record of a character,
+// which leads to the first; NULL if there is none.
 const single_char *find_named(const kovacmap *map, const char *name);
 const range_group *find_group(const kovacmap *map, const char *canonical);
 const single_char *find_char(const kovacmap *map, const char_desc &desc);
-// The first range of a group that holds a number, NULL when none does.
+// The first range of a group that contains a number, NULL if none does.
 const range_data *find_number(const range_group *group, int number);
 
 #endif

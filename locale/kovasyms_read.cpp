@@ -11,9 +11,9 @@
 static constexpr int line_bound = 127;
 static constexpr int max_range_chars = 0x200000; // of one object, over all its ranges
 
-// Nodes of the table that measures characters, and of them those with children: more than any code
-// set has (GB 18030 in full: 160,147 and 1,387), and a bound of the memory that few characters can
-// take.
+// Limits for the nodes of the table that measures characters, and for those of them with children:
+// more than any code set has (GB 18030 in full: 160,147 and 1,387), but they bound the memory that
+// a few characters can demand.
 static constexpr int max_nodes = 1 << 18, max_parents = 1 << 13;
 
 // ---- Records ------------------------------------------------------------------------------------
@@ -23,7 +23,7 @@ struct alignas(8) record_block {
 };
 static constexpr size_t least_block = 2048, most_block = 65536;
 
-// Memory of a record and its name, which is copied; NULL without memory.
+// Allocates a record and copies its name after it; NULL without memory.
 template <class Record> static Record *new_record(record_pool *pool, const char *name) {
     const size_t name_size = strlen(name) + 1;
     const size_t size = (sizeof(Record) + name_size + 7) / 8 * 8;
@@ -70,7 +70,7 @@ static bool matches(const single_char *single, const char_desc &desc) {
     return !memcmp(&single->desc, &desc, sizeof desc);
 }
 
-// The slot of a key, or the free one where it belongs; the table has slots.
+// The slot of a key, or the free slot where it belongs; the table must have slots.
 template <class Record, class Key>
 static Record **slot_of(const symbol_table<Record> &table, const Key &key) {
     for (unsigned at = hash_of(key);; ++at) {
@@ -94,7 +94,7 @@ const single_char *find_char(const kovacmap *map, const char_desc &desc) {
     return look_up(map->by_desc, desc);
 }
 
-// Makes room for one record more. False without memory.
+// Makes room for one more record. False without memory.
 template <class Record, class KeyOf> static bool grow(symbol_table<Record> *table, KeyOf key_of) {
     const unsigned old_size = table->slots ? table->mask + 1 : 0;
     if (table->count < old_size / 4 * 3) return true;
@@ -118,8 +118,8 @@ static const char_desc &desc_key(const single_char *single) { return single->des
 
 // ---- Characters ---------------------------------------------------------------------------------
 
-// A character that conflicts with one that is there keeps its name and stays out of the table. 0,
-// or the error number.
+// Adds a character to the table that measures text. One that conflicts with another stays out of it
+// but keeps its name. 0, or the error number.
 static int insert_char(kovacmap *map, const char_desc &desc) {
     auto *table = static_cast<mb_decode *>(map->mb_struct);
     if (!insert_desc_multi(&desc, nullptr, table)) {
@@ -164,7 +164,8 @@ int range_place(const range_data *range, const char_desc &desc) {
 
 // ---- Ranges -------------------------------------------------------------------------------------
 
-// Places of characters by length and bytes, and of the numbers in names.
+// Sort keys for the indexes: of characters by length and bytes, of ranges by the numbers in their
+// names.
 static uint64_t char_place(const char_desc &desc) {
     return uint64_t{desc.length} << 33 | char_value(desc);
 }
@@ -173,9 +174,9 @@ static uint64_t first_number(const range_data *range) {
     return static_cast<uint64_t>(range->name_base);
 }
 
-static constexpr int few_ranges = 8; // are searched one by one
+static constexpr int few_ranges = 8; // so few are searched one by one
 
-// Indexes a list by one of its links. False without memory.
+// Builds an index of a list that is linked by next. False without memory.
 static bool build_index(const range_data *list, range_data *range_data::*next,
                         uint64_t (*first)(const range_data *), range_index *index) {
     size_t count = 0, n = 0;
@@ -197,7 +198,7 @@ static bool build_index(const range_data *list, range_data *range_data::*next,
     return true;
 }
 
-// The last range that starts at or before a place; NULL without one.
+// The last range that starts at or before a place; NULL if none does.
 static const range_data *last_from(const range_index &index, uint64_t place) {
     int low = 0, high = index.count;
     while (low < high) {
@@ -213,7 +214,7 @@ static const range_data *last_from(const range_index &index, uint64_t place) {
 const range_data *find_range(const kovacmap *map, const char_desc &desc, const range_data **from) {
     const range_data *range = *from;
     *from = nullptr;
-    if (range && map->by_char.at) { // in no more than one
+    if (range && map->by_char.at) { // indexed, so in one range at most
         range = last_from(map->by_char, char_place(desc));
         return range && range_place(range, desc) >= 0 ? range : nullptr;
     }
@@ -302,7 +303,7 @@ static bool is_blank_line(const char *line) {
     return !*line;
 }
 
-// The next decimal number, from least on.
+// The next decimal number, which must be least or more.
 static int field_number(record_line *in, int least) {
     char *end;
     while (is_white(*in->at))
@@ -317,8 +318,7 @@ static int field_number(record_line *in, int least) {
     return static_cast<int>(value);
 }
 
-// The names that fit are those the records have room for; a file with others was not written by
-// a compiler.
+// Refuses names for which the records have no room; no compiler writes such a file.
 static constexpr int MAXNAMELEN = name_room;
 static int check_name(const char *name) {
 #pragma GCC diagnostic push
@@ -385,7 +385,7 @@ static int add_single(kovacmap *map, const char *name, const char_desc &desc) {
     return insert_char(map, desc);
 }
 
-// The group of a canonical name, made where it is new. NULL without memory.
+// The group of a canonical name, created if it is new. NULL without memory.
 static range_group *group_of_name(kovacmap *map, const char *canonical) {
     if (!grow(&map->groups, group_key)) return nullptr;
     range_group **const slot = slot_of(map->groups, canonical);
@@ -432,7 +432,7 @@ static int read_range(record_line *in, kovacmap *map, const char *name, int *cha
     return add_range(map, name, range);
 }
 
-// "type number name", of a range also the number in its name and its length, then the bytes.
+// Reads "type number name", for a range also the number in its name and its length, then the bytes.
 static int read_record(const char *line, kovacmap *map, int *chars_left) {
     const int type = static_cast<unsigned char>(*line);
     record_line in = {.at = line + 1, .error = check_type(type)};

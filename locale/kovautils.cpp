@@ -65,7 +65,7 @@ double fpow(double base, int exponent) {
     double result = 1;
     for (; exponent > 0; --exponent) {
         const double next = result * base;
-        if (!(next < result || next > result)) return next; // 0, 1, infinite or no number: stays
+        if (!(next < result || next > result)) return next; // 0, 1, infinity or NaN: stays so
         result = next;
     }
     return result;
@@ -73,9 +73,10 @@ double fpow(double base, int exponent) {
 
 static bool is_decimal(char c) { return c >= '0' && c <= '9'; }
 
-// The digits of a number written without a decimal point: the point moves into the exponent.
+// The digits of a number without its decimal point, which moves into the exponent.
 struct digit_text {
-    // More digits than can decide the rounding of any double; what follows only tells "above".
+    // More digits than can decide the rounding of any double; further ones only mean "a little
+    // more".
     static constexpr int digits_max = 800;
     char text[digits_max + 24];
     int len;
@@ -88,7 +89,7 @@ static const char *scan_digits(digit_text *d, const char *s, bool fraction) {
             if (d->len || *s != '0') d->text[d->len++] = *s;
             d->exponent -= fraction;
         } else {
-            if (*s != '0') d->text[digit_text::digits_max - 1] |= 1; // sticky, see below
+            if (*s != '0') d->text[digit_text::digits_max - 1] |= 1; // as digits_max says
             d->exponent += !fraction;
         }
     }

@@ -10,7 +10,7 @@
 
 #include <array>
 
-// Stores an error number in a handle. Without a handle only an error hook can take it.
+// Stores an error number in a handle; for a NULL handle, only an error hook can store it.
 void set_error(void *handle, int number);
 
 template <class R> inline R fail(void *handle, int number, R result) {
@@ -39,14 +39,14 @@ template <class T> struct ext_block {
     }
 };
 
-// A text file being read: through the stream hooks byte by byte, or, where the host brings no
-// streams, from its bytes in memory.
+// A text file being read: byte by byte through the stream hooks, or from memory where the host
+// provides no streams.
 struct text_in {
     void *stream;             // NULL: reading memory
     const unsigned char *pos; // next byte in memory
     const unsigned char *end;
     bool ended; // a read has met the end of the file
-    bool cut;   // an item that was to come is missing, or its end is
+    bool cut;   // an expected item is missing or incomplete
 };
 
 int in_getc_stream(text_in *in);
@@ -63,25 +63,25 @@ inline void in_ungetc(text_in *in, int byte) { // the byte just read; -1 is igno
     if (in->stream) return in_ungetc_stream(in, byte);
     --in->pos;
 }
-// An opened stream as text to read: its bytes in memory unless the host brings streams.
+// An open stream as text to read, with its bytes in memory unless the host provides streams.
 struct text_image {
     text_in in;
     unsigned char *bytes;
 };
-// False without memory. The stream stays open; the image is closed before or after it.
+// False without memory. The stream stays open; the image may be closed before or after it.
 bool open_image(void *stream, text_image *image);
 void close_image(text_image *image);
-// The bytes of a stream of the standard library. What cannot be read is an empty file, which no
-// header survives; NULL without memory.
+// The bytes of a stream of the standard library; NULL without memory. A stream that cannot be read
+// gives an empty file, which fails every check of a header.
 unsigned char *read_stream_bytes(void *stream, size_t *size);
 
 // Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
 // its length, 0 at the end of the file.
 int in_gets(text_in *in, char *buf, int bound);
-// The same without the last character, which is normally the newline. False, and an empty line, at
-// the end of the file.
+// Reads a line and drops its last character, which is normally the newline. False, and an empty
+// line, at the end of the file.
 bool in_header_line(text_in *in, char *line, int bound);
-int header_number(const char *line); // behind the first "="; 0 without one
+int header_number(const char *line); // the number after the first "="; 0 without one
 
 inline bool is_white(int c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -90,7 +90,7 @@ int get_int(text_in *in); // saturates; 0 at the end of the file
 double get_dbl(text_in *in);
 unsigned get_hex(text_in *in, int digits); // exactly that many characters, not validated
 unsigned get_hex_byte(text_in *in);        // two; a non-hex digit counts as 0
-// Values of hex digits; what is no digit counts as its raw code.
+// Values of hex digits; any other character has its code as value.
 inline constexpr auto hex_values = [] {
     std::array<unsigned char, 256> values{};
     for (unsigned c = 0; c < 256; ++c) {
@@ -108,8 +108,8 @@ inline unsigned hex_digit_or_0(int c) { return is_hex(c) ? get_hex_digit(c) : 0;
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits
 
-// Copies the text before the delimiter into a new string and moves the cursor behind the
-// delimiter. -1 when the text ends first or memory fails.
+// Copies the text before the delimiter into a new string and moves the cursor past the delimiter.
+// -1 when the text ends first or without memory.
 int alloc_str_copy(char **result, const char **cursor, char delimiter);
 char *copy_string(const char *text); // a new string, NULL without memory
 
@@ -124,7 +124,7 @@ double c_strtod(const char *text, const char **end);
 
 void message_1(const char *format_with_one_s, const char *text); // a log line of any length
 
-bool is_logged(void); // do messages go anywhere?
+bool is_logged(void); // is the log or are pop-ups switched on?
 
 void exit_utilities(void); // forgets the diagnostic switches
 
@@ -132,18 +132,20 @@ void exit_utilities(void); // forgets the diagnostic switches
 // NULL when nothing was opened; path may be NULL.
 void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
                         char **path);
-// May a name that a caller or the environment gives be opened? Of a confined one, nothing but a
-// file below the place where it is looked for.
+// May a name from a caller or the environment be opened? While names are confined, only one that
+// stays below the place where it is looked for.
 bool is_name_allowed(const char *name);
 // ko_open_file for a name that the library has composed.
 void *open_composed(void *handle, const char *name);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
-// The same with the standard library alone; path_search_std stores no error in a handle.
+// Opens a composed path, and searches for a file, with the standard library alone. path_search_std
+// returns its error instead of storing it in a handle.
 void *open_logged_std(const char *path);
 void *path_search_std(const char *name, const char *dir, const char *subdir, int *error);
-// Marks the file that path_search_std would open. False where there is none, or where an equal mark
-// later would not prove that the search ends there then and the file reads the same.
+// Marks the file that path_search_std would open. False where there is none, or where finding an
+// equal mark later would not prove that the search still ends at this file and that it reads the
+// same.
 struct file_mark; // see kovaextsa.h
 bool path_search_mark(const char *name, const char *dir, const char *subdir, file_mark *mark);
 // Opens the profile file below the installation root with the standard library; unlogged.

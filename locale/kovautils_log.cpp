@@ -14,7 +14,7 @@ static constexpr char log_name[] = "c:\\kova.log";
 struct log_switches {
     bool initialised, logging, popups;
 };
-// Set by ko_init_debug, at the first message at the latest; cleared by exit_utilities.
+// Set by ko_init_debug, which the first message calls if nobody has; cleared by exit_utilities.
 static constinit log_switches switches = {};
 
 static constexpr int setting_room = 10; // a profile value is cut to nine characters
@@ -32,9 +32,10 @@ static int utf8_len(const unsigned char *s) {
     return len;
 }
 
-// Writes what a terminal could take for a command as "\x" and two digits: control characters, also
-// those from U+0080 on, and with them the line ends that would let a name pass for a line of its
-// own. A byte from 0x80 on outside UTF-8 is part of a character in some code set.
+// Writes whatever a terminal could take for a command as "\x" and two digits: control characters,
+// including those from U+0080 on, and therefore also line ends, which would let a name pass for a
+// line of its own. A byte from 0x80 on that is not UTF-8 is kept: it is part of a character in some
+// code set.
 static void write_shown(FILE *out, const char *text, bool lines) {
     auto *s = reinterpret_cast<const unsigned char *>(text);
     while (*s) {
@@ -49,7 +50,7 @@ static void write_shown(FILE *out, const char *text, bool lines) {
     }
 }
 
-// A message in three parts; a name in the middle of one is a name and no lines.
+// Writes a message in three parts. A name in the middle may not contain line ends.
 static void write_line(FILE *out, const char *before, const char *text, const char *after) {
     const bool whole = !*before && !*after;
     fputs(before, out);
@@ -137,7 +138,7 @@ static void drop_line_rest(FILE *file) {
 }
 
 static void profile_setting(const char *key, char *value) {
-    char line[512]; // longer lines hold no setting of ours; their rest is dropped
+    char line[512]; // longer lines are not ours; the rest is dropped
     bool in_section = false;
     FILE *const file = static_cast<FILE *>(open_profile());
     *value = 0;
@@ -163,7 +164,7 @@ static void start_line(char *out) {
 
 #endif
 
-// "on" and "On"; the second letter in lower case only, on purpose.
+// "on" and "On" count; deliberately, the second letter must be lower-case.
 static bool switched_on(const char *key, const char *variable) {
     char value[setting_room] = {};
     const char *text = value;
@@ -177,7 +178,7 @@ void ko_init_debug(void) {
     switches.initialised = true;
     switches.logging = !has_raised_rights() && switched_on("Logging", "KOVALOG");
     if (switches.logging) {
-        char started[128]; // brings its own newline
+        char started[128]; // ends in a newline already
         start_line(started);
         if (FILE *const log = std_open(log_name, "a")) {
             fputs("----\n", log);
@@ -189,7 +190,7 @@ void ko_init_debug(void) {
     switches.popups = switched_on("Popups", "KOVADEBUG");
 }
 
-// The log is opened for every line, so that a crash loses none.
+// Opens the log for every line, so that a crash loses none.
 static void log_line(const char *before, const char *text, const char *after) {
     ko_init_debug();
     if (switches.logging) {

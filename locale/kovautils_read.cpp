@@ -37,7 +37,8 @@ int in_gets(text_in *in, char *buf, int bound) {
         buf[0] = 0;
         return 0;
     }
-    // A null byte ends the text that the caller sees, but a line that was read is no end of file.
+    // A null byte ends the text that the caller sees, but a line that begins with one is not the
+    // end of the file.
     const int len = static_cast<int>(strnlen(buf, static_cast<size_t>(bound)));
     return len ? len : 1;
 }
@@ -67,7 +68,7 @@ void skip_whitespace(text_in *in) {
 static bool is_decimal(int c) { return c >= '0' && c <= '9'; }
 
 int get_int(text_in *in) {
-    constexpr int digits_max = 39; // behind the first character; further ones are dropped
+    constexpr int digits_max = 39; // after the first character; further ones are dropped
     constexpr int64_t beyond = int64_t{1} << 31;
     skip_whitespace(in);
     const int first = in_getc(in);

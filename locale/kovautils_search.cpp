@@ -27,7 +27,7 @@ static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c 
 
 static bool is_alnum(char c) { return is_letter(c) || (c >= '0' && c <= '9'); }
 
-// The name of a locale object as a specification stands for it: language and territory, a
+// The file name of a locale object that a specification stands for: language and territory, a
 // backslash, the number and the modifier.
 static bool is_object_name(const char *name) {
     static constexpr char shape[] = "aa_aa\\nnnn";
@@ -74,7 +74,7 @@ struct search {
     const char *name;
     char **found; // gets the path of the opened file; may be NULL
     int error;    // why nothing was opened
-    // Where set, a file is marked and not opened.
+    // If set, the file is marked instead of opened.
     file_mark *mark;
     bool *firm;
 };
@@ -84,7 +84,7 @@ static void *attempt(const search *s, const char *path) {
     return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
 }
 
-// Opens a composed path and frees it, unless it goes to the caller.
+// Opens a composed path and frees it unless it is handed to the caller.
 static void *try_path(search *s, char *path) {
     if (!path) {
         s->error = KO_ENOMEM;
@@ -105,7 +105,7 @@ static void *not_found(search *s, const char *bare_name) {
     return nullptr;
 }
 
-// A name that is a path already; its marks become backslashes.
+// Opens a name that is already a path; its marks become backslashes.
 static void *open_direct(search *s) {
     char *const path = copy_string(s->name);
     if (!path) {
@@ -125,7 +125,7 @@ static void *open_direct(search *s) {
 }
 
 static void *search_elements(search *s, const char *list) {
-    // Copied: the host may reuse the memory of its answer at the next question.
+    // Copied, because the host may reuse the memory of its answer at the next call.
     char elements[search_path_max + 1];
     const size_t len = strnlen(list, search_path_max);
     memcpy(elements, list, len);
@@ -141,7 +141,7 @@ static void *search_elements(search *s, const char *list) {
 
 static constexpr char default_root[] = "c:\\vantor";
 
-// The value of VANTORDIR, or the default; both without their backslash.
+// The value of VANTORDIR, or the default; neither ends in a backslash.
 static const char *install_root(void) {
     const char *const root = ko_ext_getenv("VANTORDIR");
     return root && *root ? root : default_root;
@@ -194,7 +194,7 @@ void *path_search_std(const char *name, const char *dir, const char *subdir, int
 }
 
 bool path_search_mark(const char *name, const char *dir, const char *subdir, file_mark *mark) {
-    if (is_logged()) return false; // every search leaves its lines
+    if (is_logged()) return false; // every search must leave its lines in the log
     bool firm = false;
     search s = {.name = name, .mark = mark, .firm = &firm};
     return find_file(&s, dir, subdir) && firm;
