@@ -48,7 +48,7 @@ ko_ctype_t user_class(const kovaloc *loc, const char *name) {
     return 0;
 }
 
-// Deliberate: standard names come first, so a locale cannot redefine them.
+// Deliberately, standard names come first, so a locale cannot redefine them.
 ko_ctype_t ko_ctype(ko_lc_t loc, const char *name) {
     if (!name) return 0;
     for (const auto &row : standard_classes) {
@@ -93,7 +93,7 @@ int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
 // ---- Case of one character ---------------------------------------------------------------------
 
 namespace {
-// What tells the two directions of case mapping apart.
+// What differs between the two directions of case mapping.
 struct case_side {
     ko_wchar_t conv_elem::*partner;
     case_pages ctype_flat::*pages;
@@ -110,7 +110,7 @@ static constexpr case_side to_lower = {
     &conv_elem::lower,    &ctype_flat::lower, &loc_exports::sb_tolower_table,
     &kovaloc::lower_rows, pair_lower,         'A'};
 
-// The partner that an item of the case table names, 0 for none.
+// The partner to which an item of the case table refers, 0 for none.
 template <const case_side &side> static ko_wchar_t partner_of(const kovaloc *r, const void *item) {
     uint16_t index;
     memcpy(&index, item, sizeof index);
@@ -118,7 +118,7 @@ template <const case_side &side> static ko_wchar_t partner_of(const kovaloc *r, 
 }
 
 namespace {
-// The state of a wide character in the case pages: case_same, case_mapped or no character.
+// The state of a wide character in the case pages: case_same, case_mapped or not a character.
 struct page_entry {
     unsigned state;
     ko_wchar_t partner;
@@ -147,8 +147,8 @@ ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_upper>(l
 
 ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_lower>(loc, wc); }
 
-// Maps the character at mb by the tree. *taken gets its bytes; returns the bytes written, -1 for a
-// partner without bytes, and with strict also for what is no character.
+// Maps the character at mb by the tree. *taken gets its length; returns the bytes written, -1 for a
+// partner without bytes, and with strict also for what is not a character.
 template <const case_side &side>
 static int map_multibyte(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb, int *taken,
                          bool strict) {
@@ -188,7 +188,7 @@ static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char
     return static_cast<int>(done);
 }
 
-// What lies before the next character that a run cannot take.
+// Maps everything before the next character that a run cannot take.
 template <const case_side &side>
 static size_t map_runs(ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat) {
     size_t n = 0;
@@ -198,7 +198,7 @@ static size_t map_runs(ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat 
     return n;
 }
 
-// Maps by the pages. Returns the bytes written, -1 at what is no character.
+// Maps by the pages. Returns the bytes written, -1 at what is not a character.
 template <const case_side &side>
 static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const ctype_flat *flat) {
     const case_pages &pages = flat->*side.pages;
@@ -291,8 +291,8 @@ int ko_towcslower(ko_lc_t loc, ko_wchar_t *dst, const ko_wchar_t *wcs) {
     return map_wide_string<to_lower>(loc, dst, wcs);
 }
 
-// A locale object may say any ratio: one below 1 leaves the source its own room, a huge one ends at
-// the largest length.
+// A locale object may state any ratio: one below 1 still leaves room for the source, and a huge one
+// is limited to the largest length.
 int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {
     const double ratio = loc ? ceil(record(loc)->exp.case_conv_ratio) : 1;
     const double room = len_bytes * (ratio > 1 ? ratio : 1);

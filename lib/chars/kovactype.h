@@ -4,11 +4,11 @@
 
 #include "record/kovasetlc.h"
 
-// The mask of a class that the locale defines, 0 without it.
+// The mask of a class that the locale defines, 0 if it does not.
 ko_ctype_t user_class(const kovaloc *loc, const char *name);
 
-// Case mapping of whole characters: what becomes of each character of one or two bytes.
-enum { case_same = mb_final, case_mapped = 8 }; // every other state: no character
+// Case mapping of characters: the state and partner of each character of one or two bytes.
+enum { case_same = mb_final, case_mapped = 8 }; // any other state: not a character
 struct case_second {                            // of two-byte characters, by first byte
     const unsigned char *states[256];
     const ko_wchar_t *partners[256];
@@ -28,16 +28,17 @@ enum {
     pair_lower = 4,
 };
 
-// What LC_CTYPE derives at load for hot loops; NULL in a record whose tables are empty or whose
-// memory ran short (then the tree walks serve). Shared by reference with copies of the category.
+// Tables for hot loops, derived when LC_CTYPE is loaded; NULL in a record whose tables are empty or
+// for which memory ran short (then the trees are walked). Shared by reference with copies of the
+// category.
 struct ctype_flat {
-    const void *ctype; // the tables it was made from; other ones are walked
+    const void *ctype; // the tables from which it was made; any others are walked
     const void *cconv;
     mb_flat classes;
     mb_flat cases;
-    bool has_cases;       // the pages below serve: both tables agree on the length of characters
+    bool has_cases;       // the pages below are valid: the tables agree on the length of characters
     bool plain_ascii;     // 0x01..0x7F are one-byte characters of the class table
-    unsigned char *pairs; // owned: by wide value, what holds of two-byte characters; NULL: none
+    unsigned char *pairs; // owned: facts of two-byte characters, by wide value; NULL: none
     case_pages upper;
     case_pages lower;
 };
@@ -47,7 +48,7 @@ void free_ctype_flat(ctype_flat *flat);
 // Finds the boxes of the two-byte characters of a class table.
 void derive_pairs(const void *ctype, coll_pairs *pairs);
 
-// Cuts a table of 256 bytes, or NULL.
+// Cuts a table of 256 bytes into rows; the table may be NULL.
 void derive_case_rows(const unsigned char *table, case_rows *rows);
 
 #endif

@@ -1,8 +1,8 @@
-// The two-byte characters of a class table as a few boxes of first and second bytes, which vector
-// units compare against.
+// The two-byte characters of a class table as a few boxes of first and second bytes, for comparison
+// by vector instructions.
 #include "chars/kovactype.h"
 
-// The longest run of second bytes of each first byte of the class table; hi 0: none.
+// The longest run of second bytes for each first byte of the class table; hi 0: none.
 namespace {
 struct trail_runs {
     unsigned lo[256], hi[256];
@@ -26,8 +26,8 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
     }
 }
 
-// Puts the box of most characters into the tables and takes its first bytes out of the runs. A box
-// may leave out a tenth of its first bytes' characters, no more.
+// Puts the box with the most characters into the tables and removes its first bytes from the runs.
+// A box may leave out at most a tenth of its first bytes' characters.
 static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
     unsigned best = 0, best_from = 0, best_to = 0, best_lo = 255, best_hi = 0;
     for (unsigned from = 0; from < 256; ++from) {

@@ -1,4 +1,4 @@
-// The flat tables that LC_CTYPE derives at load: classes, case pages, rows of single-byte tables.
+// The flat tables derived when LC_CTYPE is loaded: classes, case pages, rows of single-byte tables.
 #include "chars/kovambwc.h"
 
 #include <initializer_list>
@@ -8,7 +8,7 @@ static constexpr unsigned char no_states[256] = {};
 static constexpr ko_wchar_t no_partners[256] = {};
 
 namespace {
-// One side of the case table while its pages are laid out.
+// One direction of the case table while its pages are built.
 struct page_builder {
     const kovaloc *loc;
     const mb_flat *cases;
@@ -31,7 +31,7 @@ static bool page_maps(const page_builder &from, const unsigned char *flags, cons
 
 constexpr size_t page_bytes = 256 * (sizeof(ko_wchar_t) + 1); // partners, then states
 
-// False when a partner has no bytes in the code set.
+// False if a partner has no bytes in the code set.
 static bool fill_page(const page_builder &from, const unsigned char *flags, const uint16_t *items,
                       unsigned char *page, const unsigned char **states,
                       const ko_wchar_t **partners) {
@@ -76,7 +76,7 @@ static bool build_second(const page_builder &from, const bool *maps, unsigned ch
     return true;
 }
 
-// Pages without partners are the table's own flags, so only rows with case take memory.
+// Pages without partners are the table's own flags, so that only rows with case take memory.
 static bool build_pages(const page_builder &from) {
     const mb_flat *f = from.cases;
     case_pages *pages = from.pages;
@@ -96,8 +96,9 @@ static bool build_pages(const page_builder &from) {
     return true;
 }
 
-// The pages tell lengths from values alone, so the tables must agree on which characters have one
-// byte: none in a code set whose terminator has two, and then the case table starts at two as well.
+// The pages derive lengths from values alone, so both tables must agree on which characters have
+// one byte. In a code set whose terminator has two bytes none has, and then the shortest character
+// of the case table has two bytes as well.
 static bool lengths_agree(const ctype_flat *flat) {
     const mb_flat &classes = flat->classes, &cases = flat->cases;
     if (classes.min_char_len != cases.min_char_len) return false;

@@ -38,7 +38,7 @@ int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
     return n;
 }
 
-// The terminator is an ordinary character here, where the code set has it.
+// The terminator counts as an ordinary character here if the code set has it.
 ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
     if (!mb) return fail(loc, KO_ENULL, none);
@@ -59,8 +59,8 @@ struct extent {
 };
 } // namespace
 
-// Characters and bytes before the null character. Characters are measured within two bytes, so
-// longer ones are invalid here.
+// Characters and bytes before the null character. Characters of more than two bytes are invalid
+// here.
 static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
     extent seen = {0, 0, true};
     const ctype_flat *flat = flat_classes(record(loc));

@@ -6,8 +6,8 @@
 
 // ---- One character -----------------------------------------------------------------------------
 
-// Units of the character at mb by the tree, at most limit; *value gets its bytes, big-endian and
-// kept to 16 bits. The error number, negative, for what is none.
+// Bytes of the character at mb by the tree, at most limit (0: any number); *value gets them,
+// big-endian and kept to 16 bits. For what is not a character, the negative error number.
 static int walk_wide(const mb_decode *table, const ko_mchar_t *mb, int limit, ko_wchar_t *value) {
     const multi_arr *node = table_root(table);
     unsigned wide = 0;
@@ -49,8 +49,8 @@ int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t w
     return n > 0 ? n : fail(loc, KO_EILSEQ, -1);
 }
 
-// Writes the bytes of a wide value and returns their number; 0, with nothing written, for a value
-// without bytes.
+// Writes the bytes of a wide value and returns their number; writes nothing and returns 0 for a
+// value without bytes.
 static inline int flat_bytes(const mb_flat &f, ko_mchar_t *dst, ko_wchar_t wc) {
     if (!flat_wchar(&f, wc)) return 0;
     if (wc <= 0xFF && f.min_char_len == 1) {
@@ -180,7 +180,7 @@ int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
     return static_cast<int>(i);
 }
 
-// A value above 0xFF takes two bytes of room but writes one, deliberately.
+// Deliberately, a value above 0xFF takes two bytes of room but only one is written.
 static int single_wcstombs(ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room) {
     size_t done = 0;
     while (done < room) {

@@ -1,5 +1,5 @@
-// What the character sources share: which derived table serves a record, and the kernels that take
-// many bytes at once.
+// What the character sources share: which derived table serves a record, and the kernels that
+// process many bytes at once.
 #ifndef KOVAMBWC_H
 #define KOVAMBWC_H
 
@@ -10,13 +10,13 @@ inline gen_exports *head(ko_lc_t loc) { return static_cast<gen_exports *>(loc); 
 inline const mb_decode *class_table(const kovaloc *r) {
     return static_cast<const mb_decode *>(r->ctype);
 }
-// Bytes of the terminator: 1..4 whatever a damaged table says, so that strings have an end.
+// Bytes of the terminator: 1..4 whatever a damaged table states, so that strings always end.
 inline int terminator_len(const kovaloc *r) {
     const int n = r->ctype ? class_table(r)->min_char_len : 2;
     return n < 1 ? 1 : n > 4 ? 4 : n;
 }
 
-// The flat form of the record's class table, or of its case table; NULL where the tree must serve.
+// The flat form of the record's class table, or of its case table; NULL if the tree must be walked.
 inline const ctype_flat *flat_classes(const kovaloc *r) {
     return r->chars && r->chars->ctype == r->ctype ? r->chars : nullptr;
 }
@@ -28,7 +28,7 @@ inline const ctype_flat *flat_cases(const kovaloc *r) {
     return flat && flat->has_cases && flat->cconv == r->cconv ? flat : nullptr;
 }
 
-// The classes of a wide character, none where it is no character; stores no error.
+// The classes of a wide character, 0 for what is not a character; stores no error.
 unsigned tree_classes(kovaloc *r, ko_wchar_t wc);
 inline unsigned wide_classes(kovaloc *r, unsigned wide) {
     if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
@@ -42,36 +42,36 @@ inline bool has_class(kovaloc *r, unsigned wide, unsigned mask) {
     return wide_classes(r, wide) & mask;
 }
 
-// The case partner that an index of the case table names; 0 for none, or for a damaged index.
+// The case partner to which an index of the case table refers; 0 for none, or for a damaged index.
 inline ko_wchar_t case_partner(const kovaloc *r, unsigned index, ko_wchar_t conv_elem::*side) {
     if (!index || index > static_cast<unsigned>(r->num_conv_elems) || !r->cconv_arr) return 0;
     return r->cconv_arr[index].*side;
 }
 
-// Writes n bytes of a wide value, as far as the table has such a character. Returns n; -1 with the
-// error word set.
+// Writes the bytes of a wide value that is a character of the table. Returns their number; -1 with
+// the error word set.
 int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
 
-// A string of a locale object ends in four zero bytes: the bytes before them.
+// The number of bytes before the four zero bytes that end a string of a locale object.
 size_t zeros_at(const void *string);
-// Makes the wide form of such a string, or NULL of NULL. -1 with the error word set and *wide NULL.
+// Makes the wide form of such a string; NULL for NULL. -1 with the error word set and *wide NULL.
 int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide);
 
-// Kernels (kovambwc_simd.cpp). Each works on the units before the first one that it does not take
-// and returns how many it took; it may also stop early, so a plain loop follows every call. A
+// Kernels (kovambwc_simd.cpp). Each processes the units before the first one that it cannot take
+// and returns their number; it may also stop early, so a plain loop follows every call. The
 // destination may be the source.
 
 // Maps bytes up to a zero byte through the rows of a case table.
 void choose_kernel(case_rows *rows);
 size_t map_rows(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
-// Maps ASCII bytes up to zero or a byte above 0x7F; the 26 letters from first on change case.
+// Maps ASCII bytes up to zero or a byte above 0x7F; only the 26 letters from first on change case.
 size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first);
 // Widens at most n bytes of 1..most (0x7F or 0xFF).
 size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most);
 // Narrows at most n values of 1..most.
 size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most);
 // Two-byte characters, by the pairs of a flat table: convert at most n of them, copy those that
-// have the bit, count them.
+// have a bit, count them.
 size_t widen_pairs(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, const ctype_flat *flat);
 size_t narrow_pairs(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, const ctype_flat *flat);
 size_t copy_pairs(ko_mchar_t *dst, const ko_mchar_t *src, const ctype_flat *flat, unsigned bit);

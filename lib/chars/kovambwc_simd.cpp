@@ -1,6 +1,6 @@
-// Conversion and case mapping of many units at once. The kernels take whole blocks of a string; the
-// loops of the second half take units one by one: those at the end of a page, where no block fits,
-// and all of them in builds without blocks.
+// Conversion and case mapping of many units at once. The kernels process whole blocks of a string.
+// The loops of the second half take units one by one: those at the end of a page, where no block
+// fits, and all units in builds without blocks.
 #include "chars/kovambwc.h"
 
 #include "chars/kovasimd.h"
@@ -15,7 +15,8 @@ enum class form { bytes, wide, nothing };
 
 // ---- Kernels: whole blocks, and the part of the last one that lies before the end --------------
 
-// Units before the place where blocks of so many units fit into a page again, of those left.
+// How many of the units left lie before the place from which blocks of that size fit into pages
+// again.
 template <class Unit> static inline size_t to_blocks(const Unit *s, size_t block, size_t left) {
     const size_t n = (readable(s) % (block * sizeof(Unit)) + sizeof(Unit) - 1) / sizeof(Unit);
     return n < left ? n : left;
@@ -43,7 +44,7 @@ static inline void store_part(void *p, __m128i v, unsigned n) {
     if (n & 1) *to = static_cast<unsigned char>(rest);
 }
 
-// Bits of the bytes that end a run, among the n bytes that may be taken.
+// A bit for each byte that ends a run, among the n bytes that may be taken.
 static inline unsigned stops(__m128i v, unsigned most, size_t n) {
     const unsigned above = most < 0x80 ? static_cast<unsigned>(_mm_movemask_epi8(v)) : 0;
     return zero_bytes(v) | above | (n < 16 ? 1u << n : 0);
@@ -119,8 +120,8 @@ static void choose_wide_rows(int, case_rows *) {}
 
 #endif
 
-// The next kernels take units from *done on and move it. True where the run ended; false where the
-// page did, or what is left of it holds no block.
+// The next kernels take units from *done on and advance it. True if the run ended; false at the end
+// of the page or if the rest of it has no room for a block.
 static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most,
                                 size_t *done) {
     size_t i = *done;
@@ -146,7 +147,7 @@ static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n
     return false;
 }
 
-// Bytes of the eight values at src; *bad gets two mask bits for each value that ends the run.
+// Loads the eight values at src; *bad gets two mask bits for each value that ends the run.
 static inline __m128i narrow_8(const ko_wchar_t *src, unsigned most, unsigned *bad) {
     const __m128i v = load_block(src);
     const __m128i less = _mm_sub_epi16(v, _mm_set1_epi16(1)); // 0 becomes the largest value
@@ -162,7 +163,7 @@ static inline bool narrow_blocks(ko_mchar_t *dst, const ko_wchar_t *src, size_t 
     for (size_t left = readable(src + i) / 32; left; --left, i += 16) {
         unsigned bad1, bad2;
         const __m128i v1 = narrow_8(src + i, most, &bad1), v2 = narrow_8(src + i + 8, most, &bad2);
-        // Values above 0xFF saturate, but they are not stored.
+        // Values above 0xFF saturate, but are not stored.
         const __m128i bytes = _mm_packus_epi16(v1, v2);
         const bool cut = n - i < 16;
         if (bad1 | bad2 | cut) {
@@ -181,7 +182,7 @@ static inline bool narrow_blocks(ko_mchar_t *dst, const ko_wchar_t *src, size_t 
 
 static inline bool ascii_blocks(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first,
                                 size_t *done) {
-    // Moves the letters from first on to the lowest signed bytes.
+    // Shifts the letters from first on to the lowest signed bytes.
     const __m128i shift = _mm_set1_epi8(static_cast<char>(0x80 - first));
     const __m128i bound = _mm_set1_epi8(-128 + 26), flip = _mm_set1_epi8(0x20);
     size_t i = *done;
@@ -207,7 +208,7 @@ static inline uint64_t swap_pairs(uint64_t x) {
     return (x & low) << 8 | (x >> 8 & low);
 }
 
-// Takes characters that have the bit, four at a time: the machine stores low bytes first.
+// Takes characters that have the bit, four at a time; x86 stores low bytes first.
 template <form from, form to>
 static inline void pair_blocks(ko_mchar_t *dst, const ko_mchar_t *src, size_t n,
                                const unsigned char *pairs, unsigned bit, size_t *done) {
@@ -226,8 +227,9 @@ static inline void pair_blocks(ko_mchar_t *dst, const ko_mchar_t *src, size_t n,
     *done = i;
 }
 
-// A row answers the bytes whose high nibble is its own: there the index keeps bit 7 clear and the
-// shuffle gives the change by the low nibble; all other bytes index with bit 7 set and give zero.
+// Each row handles the bytes with its own high nibble: for these the index has bit 7 clear and the
+// shuffle gives the change by the low nibble; for all other bytes bit 7 is set and the result is
+// zero.
 template <size_t rows>
 __attribute__((target("ssse3"))) static size_t rows_ssse3(ko_mchar_t *dst, const ko_mchar_t *src,
                                                           const case_rows &map) {
@@ -255,7 +257,7 @@ __attribute__((target("ssse3"))) static size_t rows_ssse3(ko_mchar_t *dst, const
     return i;
 }
 
-// More rows than four or six are rare, and a few idle ones cost less than a loop over their number.
+// More than six rows are rare, and a few unused rows cost less than a loop over their number.
 static void choose_row_blocks(case_rows *rows) {
     const int size = rows->count <= 4 ? 0 : rows->count <= 6 ? 1 : 2;
     static constexpr decltype(rows->kernel) kernels[] = {rows_ssse3<4>, rows_ssse3<6>,
@@ -307,7 +309,7 @@ size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned mos
     return n;
 }
 
-// Takes characters that have the bit: blocks of four, and up to four one at a time after them.
+// Takes characters that have the bit: blocks of four, then up to four one at a time.
 template <form from, form to>
 static inline size_t run_of_pairs(void *dst, const void *src, size_t n, const ctype_flat *flat,
                                   unsigned bit) {

@@ -1,5 +1,5 @@
-// Portable characters of EBCDIC code sets, whose letters, digits and common signs agree, and the
-// places of the rest as most Latin-1 pages have them.
+// Portable characters of EBCDIC code sets. Their letters, digits and common signs agree; the others
+// have the codes of most Latin-1 pages.
 #include "chars/kovaportable.h"
 
 #include <array>

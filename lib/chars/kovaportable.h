@@ -1,5 +1,5 @@
-// Portable characters in the code set of a locale: formats and numbers are spelled in digits,
-// letters and signs that an EBCDIC code set has at places of its own.
+// Portable characters in the code set of a locale: formats and numbers consist of digits, letters
+// and signs that have other codes in an EBCDIC code set.
 #ifndef KOVAPORTABLE_H
 #define KOVAPORTABLE_H
 
@@ -8,23 +8,23 @@
 #include <array>
 
 struct portable_set {
-    uint16_t meaning[256];     // ASCII value of a wide value, 0x100 and more for all others
+    uint16_t meaning[256];     // ASCII value of a wide value, 0x100 or more for all others
     unsigned char native[128]; // wide value of an ASCII character
 };
-// The set of the record's code set by its class table; NULL for those that keep ASCII.
+// The portable characters of the record's code set, by its class table; NULL for those of ASCII.
 const portable_set *portable_of(const kovaloc *loc);
 
-// The ASCII value of a portable character; a value of 0x80 and more for every other character.
+// The ASCII value of a portable character; a value of 0x80 or more for every other character.
 inline unsigned portable(const portable_set *set, unsigned wc) {
     return !set ? wc : wc < 256 ? set->meaning[wc] : wc;
 }
 inline unsigned portable(const kovaloc *loc, unsigned wc) { return portable(loc->portable, wc); }
-// The character of the locale's code set for an ASCII character.
+// The code of an ASCII character in the locale's code set.
 inline ko_wchar_t native(const kovaloc *loc, int ascii) {
     return !loc->portable ? static_cast<ko_wchar_t>(ascii) : loc->portable->native[ascii & 0x7F];
 }
 
-// The numbers below 100 in two ASCII digits.
+// The numbers below 100 as two ASCII digits each.
 template <class Unit>
 inline constexpr auto digit_pairs = [] {
     std::array<std::array<Unit, 2>, 100> pairs{};

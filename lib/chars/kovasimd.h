@@ -1,12 +1,13 @@
-// Vector units: which ones a build may use, loads and stores, and how far a string may be read.
+// Vector instructions: which ones a build may use, loads and stores, and how far a string may be
+// read.
 #ifndef KOVASIMD_H
 #define KOVASIMD_H
 
 #include <stddef.h>
 #include <stdint.h>
 
-// KOVA_X86_WIDE: units of 32 bytes and more may be compiled; the processor is asked for them.
-// Windows does not align the stack for them.
+// KOVA_X86_WIDE: code for vectors of 32 bytes and more may be compiled; the processor is asked at
+// run time whether it has them. Windows does not align the stack for them.
 #if defined(__GNUC__) && defined(__x86_64__) && !defined(_WIN32)
 #define KOVA_X86_WIDE 1
 #endif
@@ -15,8 +16,8 @@
 #include <arm_neon.h>
 #endif
 
-// KOVA_BLOCKS: strings may be read in blocks that reach beyond their end, to which the address
-// sanitizer would object.
+// KOVA_BLOCKS: strings may be read in blocks that extend beyond their end; the address sanitizer
+// would object to that.
 #if defined(__SANITIZE_ADDRESS__)
 #define KOVA_CHECKED_READS 1
 #elif defined(__has_feature)
@@ -44,8 +45,8 @@ inline unsigned first_bit(unsigned mask) { return static_cast<unsigned>(__builti
 
 #endif
 
-// A block that stays inside a page which a string touches can be read whatever follows the string.
-// The page is of the smallest size that systems use.
+// A block inside a page that a string touches can be read whatever follows the string. The smallest
+// page size that systems use is assumed.
 constexpr size_t memory_page = 4096;
 inline size_t place_in_page(const void *p) {
     return reinterpret_cast<uintptr_t>(p) & (memory_page - 1);

@@ -1,10 +1,10 @@
-// Information queries: strings by item number, conventions, and versions. Every answer points into
+// Information queries: strings by item number, conventions and versions. Every answer points into
 // the record.
 #include "load/kovasetlc_load.h"
 #include "time/kovatmlib.h"
 
 namespace {
-// An item of numbers and money that is one field.
+// An item of numbers or money that is a single field.
 struct monum_field {
     unsigned item;
     ko_mchar_t *monum::*mbs;
@@ -40,7 +40,7 @@ static info_string entry(ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, unsigne
     return {mbs ? mbs[i] : nullptr, wcs ? wcs[i] : nullptr};
 }
 
-// Calendars differ in their months: one that this calendar lacks is an error.
+// Calendars differ in their months; a month that the locale's calendar lacks is an error.
 static info_string month(kovaloc *loc, ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, int count,
                          unsigned i) {
     if (count < 0 || i >= static_cast<unsigned>(count)) {
@@ -72,7 +72,7 @@ static info_string find_item(kovaloc *loc, unsigned item) {
         return entry(t->am_pm, t->w_am_pm, item - KO_AM_STR);
     }
     if (item == KO_CALENDAR) return calendar(t->calendar);
-    if (item == KO_CODESET) { // of LC_NUMERIC, deliberately; empty where that is absent
+    if (item == KO_CODESET) { // deliberately that of LC_NUMERIC; empty if that is absent
         const int i = KO_LC_NUMERIC - 2;
         return {reinterpret_cast<const ko_mchar_t *>(loc->codeset[i]), loc->w_codeset[i]};
     }

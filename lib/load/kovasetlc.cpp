@@ -1,5 +1,5 @@
-// The locale record: how it is born empty, how its categories are freed and copied, and the data
-// that depend on several categories at once.
+// The locale record: creating it empty, freeing and copying its categories, and deriving the data
+// that depend on several categories.
 #include "chars/kovaportable.h"
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_flat.h"
@@ -44,8 +44,8 @@ int monum::*const monum_values[8] = {
     &monum::n_cs_precedes,   &monum::n_sep_by_space, &monum::p_sign_posn,   &monum::n_sign_posn,
 };
 
-// Handed out where no record can be: written only in their error words, at each hand-out, because a
-// host may have cleared them. Never freed.
+// Handed out when no record can be made. Only their error words are ever written, at each hand-out,
+// because a host may have cleared them. Never freed.
 static constinit kovaloc loc_nomem = {.exp = {.gen = {KO_ENOMEM}}};
 static constinit kovaloc loc_filer = {.exp = {.gen = {KO_EFILE}}};
 
@@ -199,8 +199,8 @@ int ko_make_null_category(ko_lc_t handle, int category) {
     if (!is_category(category)) return fail(handle, KO_ERANGE, -1);
     kovaloc *loc = record(handle);
     clear_names(loc, category);
-    // The answers of LC_MESSAGES are cleared with the record and when they are freed: a record that
-    // loses the names alone keeps them.
+    // The strings of LC_MESSAGES are cleared only with the record or when they are freed; here the
+    // category loses only its names.
     if (category == KO_LC_MESSAGES) return 0;
     lives[category].clear(loc);
     loc->copied &= ~category_bit(category);
@@ -241,7 +241,7 @@ int ko_create_null_locale_2(ko_lc_t *result) {
 
 void free_locale(kovaloc *loc) {
     char line[64];
-    // Two new lines reach the log, on purpose: the dump of a run stands out by its blank lines.
+    // Deliberately, two newlines reach the log: the blank lines make the dump of a run stand out.
     snprintf(line, sizeof line, "freeing locale 0x%" PRIxPTR "\n",
              reinterpret_cast<uintptr_t>(loc));
     ko_message(line);
@@ -256,7 +256,7 @@ void ko_free_nonshared_loc(ko_lc_t handle) {
     if (!handle || is_error_record(handle)) return;
     kovaloc *loc = record(handle);
     if (give_back_node(loc) == node_in_use) return;
-    // Copies made of a present category live on; nobody can have copied an absent one.
+    // Copies of a present category may still use its data; nobody can have copied an absent one.
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
         if (!is_present(loc, c)) ko_free_category(loc, c);
     }
@@ -298,7 +298,7 @@ static void copy_ctype(kovaloc *dst, const kovaloc *src) {
     dst->exp.case_conv_ratio = src->exp.case_conv_ratio;
 }
 
-// By reference, except for the lists that the source's head owns.
+// Copies by reference, except for the lists that the source's head owns.
 static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
     ko_free_category(dst, category);
     if (category == KO_LC_CTYPE) {
@@ -341,8 +341,8 @@ int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
 
 // ---- Data that depend on several categories -----------------------------------------------------
 
-// The class masks of all bytes, straight from the table's items: of a byte that is no character,
-// too. A table as the library writes it has no such byte.
+// Fills in the class masks of all bytes directly from the table's items, even for a byte that is
+// not a character; tables that the library writes have no such byte.
 static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
     const unsigned char *items = table->root->data_arr;
     for (size_t b = 0; b < 256; b++) {
@@ -351,13 +351,13 @@ static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
     }
 }
 
-// A case table that is there already stays, on purpose: it lives until LC_COLLATE is freed.
+// An existing case table deliberately stays: it lives until LC_COLLATE is freed.
 static void build_case_table(kovaloc *loc, unsigned char **table,
                              ko_wchar_t (*convert)(ko_lc_t, ko_wchar_t)) {
     if (*table) return;
     unsigned char *bytes = static_cast<unsigned char *>(ko_ext_malloc(256));
     if (!bytes) return;
-    // A byte that is no character would leave its error in a record that is in perfect order.
+    // A byte that is not a character would leave its error in a sound record.
     const errno_guard kept(loc);
     for (int b = 0; b < 256; b++) {
         bytes[b] = static_cast<unsigned char>(convert(loc, static_cast<ko_wchar_t>(b)));
@@ -393,7 +393,7 @@ static comparer choose_comparer(const kovaloc *loc) {
     return elements ? is_mbscoll_elem : is_mbscoll_back;
 }
 
-// A warning only: a record that mixes code sets stays usable.
+// This is only a warning: a record that mixes code sets stays usable.
 static void compare_codesets(kovaloc *loc) {
     const char *ctype = loc->codeset[KO_LC_CTYPE - 2];
     for (int c = KO_LC_COLLATE; c <= KO_LC_TIME; c++) {

@@ -1,4 +1,4 @@
-// What a loaded record derives from its strings: their wide forms, and the conventions in the
+// Derives data from the strings of a loaded record: their wide forms, and the conventions in the
 // layout of lconv.
 #include "chars/kovambwc.h"
 #include "load/kovasetlc_load.h"
@@ -6,7 +6,7 @@
 
 #include <string.h>
 
-constexpr size_t string_end = 4; // zero bytes behind every string of a locale object
+constexpr size_t string_end = 4; // zero bytes after every string of a locale object
 constexpr char not_available = 127;
 
 // ---- The lconv view -----------------------------------------------------------------------------
@@ -81,7 +81,7 @@ void free_koconv(koconv *conv) {
     init_koconv_t(conv);
 }
 
-// Sizes are numbers, not text: taken through the code set, a size could be no character.
+// Sizes are numbers, not text: in the code set, a size might not be a character.
 static ko_wchar_t *widen_bytes(const char *bytes) {
     const size_t n = strlen(bytes) + 1;
     ko_wchar_t *wide = static_cast<ko_wchar_t *>(ko_ext_malloc(n * sizeof(ko_wchar_t)));
@@ -120,13 +120,13 @@ void widen_names(kovaloc *loc) {
     }
 }
 
-// 1, or 0 when the record has no code set to widen through. A string that is no text stays absent
-// and leaves its error in the record.
+// 1, or 0 if the record has no code set by which to widen. A string that is not valid text stays
+// absent and leaves its error in the record.
 static int init_monum_info(kovaloc *loc) {
     monum *m = &loc->monum_info;
     const bool widen = has_characters(loc);
     for (const monum_string &s : monum_strings) {
-        if (loc->copied & category_bit(s.category)) continue; // came with its wide forms
+        if (loc->copied & category_bit(s.category)) continue; // copied with its wide forms
         free_ptr(m->*s.wcs);
         m->*s.wcs = nullptr;
         if (widen) alloc_wc_from_mb(loc, m->*s.mbs, &(m->*s.wcs));

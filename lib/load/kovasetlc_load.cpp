@@ -1,4 +1,4 @@
-// Loading: which object file serves a category, reading it, and the list of shared locales.
+// Loading: choosing the object file of a category, reading it, and the list of shared locales.
 #include "load/kovasetlc_load.h"
 #include "record/kovaspec.h"
 
@@ -15,34 +15,34 @@ constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
 
-// What a specification was turned into a file name by, where no registry was named. While the same
-// registry is in force, the file name is the same without reading it again.
+// The registry by which a specification became a file name, where no registry was named. As long as
+// that registry is in force, the file name stays the same and the registry need not be read again.
 struct spec_origin {
     char *spec; // NULL: none
     registry_stamp registry;
 };
 
-// One more load of a listed locale.
+// A shared locale in the list.
 struct lc_node {
     char *name; // file name or specification it was loaded under
     kovaloc *loc;
     int count; // outstanding loads
     lc_node *next;
-    spec_origin origin; // of the name, for one of the specifications behind it
+    spec_origin origin; // of the name, for one of the specifications that led to it
 };
-// The newest first. Changed by loading and unloading, which the host serialises.
+// Newest first. Changed by loading and unloading, which the host serialises.
 static constinit lc_node *lc_node_root = nullptr;
 
 // ---- Objects in memory --------------------------------------------------------------------------
 
-// The file that the last category came from. Mostly all six come from the same one: it is opened,
-// read and searched once, and where every opening leaves a line in the log, opened for each.
+// The file that the last category came from. All six usually come from the same file: it is opened,
+// read and searched once, but while openings are logged, it is opened for each category.
 struct object_image {
     char name[setting_room]; // under which it was looked for
     char *path;
     unsigned char *bytes;
     const unsigned char *end;
-    const unsigned char *sections[8]; // behind the marker, NULL without one
+    const unsigned char *sections[8]; // after the marker, NULL without one
     char codeset[codeset_room];
     int error; // why the header is refused
 
@@ -64,8 +64,8 @@ static int marker_at(const unsigned char *at, const unsigned char *end, size_t *
     return 0;
 }
 
-// Does a read of bounded lines from the start begin a line here? A line longer than the bound
-// counts as several.
+// Would reading bounded lines from the start begin a line here? A line longer than the bound counts
+// as several.
 static bool line_begins(const unsigned char *at, const unsigned char *start) {
     const unsigned char *line = at;
     while (line > start && line[-1] != '\n')
@@ -73,8 +73,8 @@ static bool line_begins(const unsigned char *at, const unsigned char *start) {
     return (at - line) % line_bound == 0;
 }
 
-// Finds the first marker line of every section at once. The scan back to the start of a line is
-// done for whole markers only, of which a line holds one: the search stays linear.
+// Finds the first marker line of every section in one search. It scans back to the start of a line
+// only for complete markers, of which a line contains only one, so the search stays linear.
 static void find_sections(object_image *image, const unsigned char *start) {
     const unsigned char *at = start;
     while (at < image->end) {
@@ -97,7 +97,7 @@ static void forget_image(object_image *image) {
     image->error = 0;
 }
 
-// Takes the path. False without memory.
+// Takes ownership of the path. False without memory.
 static bool read_image(object_image *image, void *stream, char *path) {
     if (image->bytes && path && image->path && !strcmp(path, image->path)) {
         ko_ext_free(path);
@@ -123,7 +123,7 @@ static const char *find_text(const char *in, const char *text) {
     return in;
 }
 
-// The part of a setting that names a category, or the whole setting.
+// Gets the part of a setting that names a category, or the whole setting.
 static void setting_value(const char *setting, int category, char *name) {
     const char *at = find_text(setting, category_params[category]);
     if (at) at = strchr(at, '=');
@@ -140,7 +140,7 @@ static void setting_value(const char *setting, int category, char *name) {
     name[len] = 0;
 }
 
-// The name of the category's object; false when the environment's is too long.
+// Chooses the name of the category's object; false if the environment's is too long.
 static bool choose_name(const char *setting, int category, char *name) {
     if (*setting) {
         setting_value(setting, category, name);
@@ -165,8 +165,8 @@ static char *join_path(const char *dir, const char *separator, const char *name)
     return path;
 }
 
-// The stream of the category's object, and its path. A file that is not found leaves the record's
-// error word alone.
+// Opens the category's object and gets its path. A file that is not found leaves the record's error
+// word alone.
 static void *open_object(kovaloc *loc, const char *name, const char *dir, char **path) {
     const bool native = !strcmp(name, native_name);
     *path = nullptr;
@@ -179,7 +179,7 @@ static void *open_object(kovaloc *loc, const char *name, const char *dir, char *
     bool no_memory = false;
     void *stream;
     {
-        // The search says "no memory" in an error word, but "not found" leaves the record's alone.
+        // The search stores both "no memory" and "not found"; only the former may reach the record.
         gen_exports scratch = {};
         const errno_guard kept(&scratch);
         stream = path_search_found(&scratch, native ? default_name : name, "lc", "11", path);
@@ -210,7 +210,8 @@ static int read_from_stream(kovaloc *loc, int category, void *stream) {
     return read_category(&in, loc, category);
 }
 
-// Replaces the category by the stream's, or without one by the image's. Takes the path.
+// Replaces the category by the stream's, or without a stream by the image's. Takes ownership of the
+// path.
 static int replace_category(kovaloc *loc, int category, void *stream, char *path,
                             object_image *image) {
     ko_free_category(loc, category);
@@ -264,22 +265,22 @@ static void query_locname(const kovaloc *loc, int category, char *setting) {
     }
     *setting = 0;
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
-        // Six names of at most 11 characters and six values of at most 31: there is room.
+        // There is room: six names of at most 11 characters and six values of at most 31.
         strcat(strcat(setting, category_params[c]), " = ");
         strcat(strcat(setting, loc->locname[c - 2]), " ; ");
     }
 }
 
-// The record's dependent data after a failure: they describe what is there now, and the reason of
-// the failure stays.
+// Derives the record's dependent data after a failure, so that they describe what is there now; the
+// error word keeps the reason of the failure.
 static void update_after_failure(kovaloc *loc) {
     const errno_guard kept(loc);
     update_locale(loc);
     init_locale_info(loc);
 }
 
-// Loads the categories from first to last; the bytes of their file are given back before anything
-// is derived from it.
+// Loads the categories from first to last; the bytes of their file are freed before anything is
+// derived.
 static int load_sections(kovaloc *loc, int first, int last, const char *name, const char *dir) {
     object_image image;
     for (int c = first; c <= last; c++) {
@@ -303,7 +304,7 @@ static int load_categories(kovaloc *loc, int category, const char *name, const c
 }
 
 char *set_categories(kovaloc *loc, int category, const char *name, const char *dir) {
-    if (is_error_record(loc)) return nullptr; // keeps its reason, and nothing else
+    if (is_error_record(loc)) return nullptr; // it keeps its error and nothing else
     ext_block<char> setting(setting_room);
     if (!setting.p) return fail(loc, KO_ENOMEM, nullptr);
     if (category != KO_LC_ALL && !is_category(category)) return fail(loc, KO_ERANGE, nullptr);
@@ -321,7 +322,7 @@ char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
     int &status = record(loc)->status;
     const int before = status;
     char *setting = set_categories(record(loc), category, name, nullptr);
-    if (status == KO_EFILE) status = before; // the categories are what they were
+    if (status == KO_EFILE) status = before; // the categories are unchanged
     return setting;
 }
 
@@ -341,7 +342,7 @@ static int read_object(kovaloc *loc, void *stream) {
     text_image image;
     const bool opened = open_image(stream, &image);
     const int result = opened ? read_locale_file(&image.in, loc) : fail(loc, KO_ENOMEM, -1);
-    const bool closed = opened && !image.bytes && !image.in.stream; // the reader has done it
+    const bool closed = opened && !image.bytes && !image.in.stream; // the reader has closed it
     close_image(&image);
     if (!closed) {
         note_read_error(loc, stream);
@@ -371,7 +372,7 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
 
 // ---- Shared locales -----------------------------------------------------------------------------
 
-// A setting whose every name may be opened.
+// May every name in the setting be opened?
 static bool is_setting_allowed(const char *setting) {
     char name[setting_room];
     if (!names_confined() || is_name_allowed(setting)) return true;
@@ -383,8 +384,8 @@ static bool is_setting_allowed(const char *setting) {
     return true;
 }
 
-// A record that is not complete stays with those who hold it, and what is held is as closed to a
-// confined name as its file.
+// An incomplete record is not shared with others, and a confined name must not reach a loaded
+// record whose file it could not open.
 static bool is_shared(const lc_node *node) {
     return !node->loc->status && is_setting_allowed(node->name);
 }
@@ -400,9 +401,9 @@ static bool still_holds(const spec_origin *origin, const char *spec, const regis
     return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
 }
 
-// Without memory the registry is read again the next time.
+// If there is no memory for it, the registry is read again next time.
 static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
-    if (origin->spec && origin->registry == now) return; // serves another specification
+    if (origin->spec && origin->registry == now) return; // it serves another specification
     free_ptr(origin->spec);
     *origin = {.spec = copy_string(spec), .registry = now};
 }
@@ -436,10 +437,10 @@ node_state give_back_node(const kovaloc *loc) {
     return node_dropped;
 }
 
-// A specification that the registry cannot resolve is the name itself.
+// The object's name; a specification that the registry cannot resolve is itself the name.
 static const char *object_name(const char *spec, const char *registry, char *room) {
     gen_exports scratch = {};
-    const errno_guard kept(&scratch); // its errors are nobody's
+    const errno_guard kept(&scratch); // its errors concern nobody
     return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
 }
 
@@ -450,7 +451,7 @@ int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const ch
     lc_node *node = stamped ? find_spec(spec, now) : nullptr;
     const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
     if (name) node = find_name(name);
-    registry_stamp read; // another one may have been put in place while a name was looked up
+    registry_stamp read; // the registry may have been replaced during the look-up
     const bool known = name && node && stamped && stamp_registry(&read) && read == now;
     if (node) {
         node->count++;

@@ -1,4 +1,4 @@
-// Making, loading, reading and freeing records: what knows all categories.
+// Making, loading, reading and freeing records: everything that knows all categories.
 #ifndef KOVASETLC_LOAD_H
 #define KOVASETLC_LOAD_H
 
@@ -19,14 +19,14 @@ node_state give_back_node(const kovaloc *loc); // lowers the use count of a list
 
 // Reading locale objects (kovasetlc_read.cpp).
 int read_locale_file(text_in *in, kovaloc *loc);
-void note_read_error(kovaloc *loc, void *stream); // of a stream that was read and is open
+void note_read_error(kovaloc *loc, void *stream); // of an open stream that was read
 int read_file_header(text_in *in, char *codeset, int *error);
 int read_ctype(text_in *in, kovaloc *loc);
 void read_numeric(text_in *in, monum *m);
 void read_monetary(text_in *in, monum *m);
 int read_time(text_in *in, ltime *t, int *error);
 void read_messages(text_in *in, monum *m);
-int read_category(text_in *in, kovaloc *loc, int category); // the section behind its marker
+int read_category(text_in *in, kovaloc *loc, int category); // the section after its marker
 
 // Derived wide data (kovasetlc_info.cpp).
 int init_locale_info(kovaloc *loc);

@@ -1,4 +1,4 @@
-// Reads locale objects: the header, and the sections of the categories into a record.
+// Reads locale objects: the header, and the sections of all categories into a record.
 #include "chars/kovambwc.h"
 #include "collate/kovacoll.h"
 #include "load/kovasetlc_load.h"
@@ -10,7 +10,7 @@
 constexpr int line_bound = 127;
 constexpr int marker_bound = 31;
 constexpr int max_char_bytes = 2; // of the code sets that a locale can have
-constexpr size_t string_end = 4;  // zero bytes behind every string
+constexpr size_t string_end = 4;  // zero bytes after every string
 constexpr int class_name_room = 72;
 
 // ---- Strings ------------------------------------------------------------------------------------
@@ -22,7 +22,7 @@ static ko_mchar_t *new_string(size_t len) {
 }
 
 static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
-    if (static_cast<size_t>(in->end - in->pos) / 2 < len) { // ends the reading
+    if (static_cast<size_t>(in->end - in->pos) / 2 < len) { // this ends the reading
         in->pos = in->end;
         in->ended = in->cut = true;
         return nullptr;
@@ -37,8 +37,8 @@ static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
     return s;
 }
 
-// Room for one more entry in an array whose stated size is not trusted: it grows with what the file
-// really holds. False without memory, the array as it was.
+// Makes room for one more entry in an array whose stated size is not trusted: it grows with what
+// the file actually holds. False without memory, with the array as it was.
 template <class T> static bool make_room(T **array, size_t used, size_t count, size_t *room) {
     if (used < *room) return true;
     size_t more = *room ? *room * 2 : 64;
@@ -52,7 +52,7 @@ template <class T> static bool make_room(T **array, size_t used, size_t count, s
     return true;
 }
 
-// A string that finds no memory is read all the same, so that the next field is found.
+// A string is read even if there is no memory for it, so that the next field is found.
 static ko_mchar_t *read_hex_stream(text_in *in, size_t len) {
     ko_mchar_t *s = nullptr;
     size_t room = 0;
@@ -70,9 +70,8 @@ static ko_mchar_t *read_hex_stream(text_in *in, size_t len) {
     return nullptr;
 }
 
-// A length, a space and the bytes in hexadecimal. NULL where the file ends, where there is no
-// space (the next field is then read from there, without looking for a new start), or without
-// memory.
+// Reads a length, a space and the bytes in hexadecimal. NULL where the file ends, where there is no
+// space (the next field is then read from that place), or without memory.
 static ko_mchar_t *read_string(text_in *in) {
     const int len = get_int(in);
     if (in->cut) return nullptr;
@@ -91,8 +90,8 @@ static int read_count(text_in *in) {
     return count < 0 ? 0 : count;
 }
 
-// A count, white space and that many strings. *read gets the strings that the file really holds.
-// False without memory.
+// Reads a count, white space and that many strings. *read gets the number of strings that the file
+// actually holds. False without memory.
 static bool read_strings(text_in *in, ko_mchar_t ***strings, int *read) {
     const int count = read_count(in);
     size_t room = 0;
@@ -174,7 +173,7 @@ static int read_case_pairs(text_in *in, kovaloc *loc) {
     return 0;
 }
 
-// The rest of the line behind the case pairs: the growth of a string under case mapping.
+// Reads the rest of the line after the case pairs: the growth of a string under case mapping.
 static double read_case_ratio(text_in *in) {
     char line[line_bound + 1];
     in_gets(in, line, line_bound);
@@ -193,7 +192,7 @@ static uint16_t item_at(const mb_decode *table, unsigned byte) {
     return item;
 }
 
-// The growth that the pairs have: 2 where a character of one byte has a partner of two.
+// The growth that the pairs cause: 2 if a character of one byte has a partner of two.
 static double growth_of_pairs(const kovaloc *loc) {
     const auto *cases = static_cast<const mb_decode *>(loc->cconv);
     const auto *classes = static_cast<const mb_decode *>(loc->ctype);
@@ -219,7 +218,7 @@ int read_ctype(text_in *in, kovaloc *loc) {
 
 // ---- LC_NUMERIC, LC_MONETARY, LC_MESSAGES -------------------------------------------------------
 
-// All sizes are read, and the first 15 kept.
+// Reads all sizes and keeps the first 15.
 static void read_group(text_in *in, int *group) {
     const int count = read_count(in);
     skip_whitespace(in);
@@ -330,7 +329,7 @@ int read_category(text_in *in, kovaloc *loc, int category) {
 }
 
 void note_read_error(kovaloc *loc, void *stream) {
-    // A host that opens streams and has no call for their errors reports none.
+    // A host that opens streams but has no hook for their errors reports none.
     const bool told = hook_set(KO_EXT_FERROR) || !stream_hooks_set();
     if (told && ko_ext_ferror(stream)) note_trouble(loc, KO_EIO);
 }

@@ -1,4 +1,4 @@
-// The load and unload entry of the library: there is nothing to do.
+// The load and unload entry of the library, which has nothing to do.
 #ifdef _WIN32
 #include <windows.h>
 

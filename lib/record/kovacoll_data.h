@@ -1,4 +1,4 @@
-// Collation: the data of LC_COLLATE that stand in the record.
+// Collation: the data of LC_COLLATE in the record.
 #ifndef KOVACOLL_DATA_H
 #define KOVACOLL_DATA_H
 
@@ -11,7 +11,7 @@ constexpr unsigned coll_ignored_weight = 1; // the character is skipped in the p
 constexpr unsigned coll_expansion = 0x4000; // weight: low 14 bits index exp_arr
 constexpr unsigned coll_code_tie = 0x8000;  // weight: equal ones ordered by character code
 constexpr unsigned coll_low_bits = 0x3FFF;
-constexpr ko_wchar_t coll_element_char = 1; // delivered for a collating element, no real code
+constexpr ko_wchar_t coll_element_char = 1; // stands for a collating element; not a real code
 
 struct coll_exp {
     unsigned nchars;

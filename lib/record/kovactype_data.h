@@ -1,4 +1,4 @@
-// Character classes and case: the data of LC_CTYPE that stand in the record.
+// Character classes and case: the data of LC_CTYPE in the record.
 #ifndef KOVACTYPE_DATA_H
 #define KOVACTYPE_DATA_H
 
@@ -16,11 +16,11 @@ struct conv_elem { // case partners of one character, 0 for none
 
 struct ctype_flat; // tables of the hot loops, see kovactype.h
 
-// A single-byte case table cut into its 16 rows of 16 bytes, for mapping many bytes at once. It
-// serves only as long as the record still has the table it was made from.
+// A single-byte case table cut into 16 rows of 16 bytes, for mapping many bytes at once. Valid only
+// while the record still has the table from which it was made.
 struct case_rows {
     const unsigned char *table; // NULL: none
-    // Maps whole blocks up to the end of a page or of the string.
+    // Maps whole blocks up to the end of a page or the end of the string.
     size_t (*kernel)(ko_mchar_t *dst, const ko_mchar_t *src, const case_rows &rows);
     int count;                    // rows that change a byte
     unsigned char row[16];        // their high nibbles, as the upper four bits
@@ -29,8 +29,9 @@ struct case_rows {
 
 constexpr int coll_boxes = 3;
 
-// Two-byte characters of a record's class table: where both bytes, the first one at even places,
-// lie from lo to hi of one box, they are a character. Unused boxes are empty.
+// Boxes of two-byte characters of a record's class table: two bytes are a character if each lies
+// between lo and hi of one box, where even places bound first bytes and odd places second bytes.
+// Unused boxes are empty.
 struct coll_pairs {
     bool any;
     unsigned char lo[coll_boxes][16], hi[coll_boxes][16];

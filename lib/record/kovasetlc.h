@@ -31,7 +31,7 @@ struct kovaloc {
     ko_wchar_t w_codeset[6][codeset_room];
     char locname[6][locname_room];
     ko_wchar_t w_locname[6][locname_room];
-    // Derived and bookkeeping data behind the listed fields.
+    // Derived and bookkeeping data after the listed fields.
     int num_conv_elems;   // entries of cconv_arr are 1..num_conv_elems
     ctype_flat *chars;    // of LC_CTYPE
     case_rows upper_rows; // of the single-byte case tables; no memory of their own
@@ -57,7 +57,7 @@ extern const char *const category_params[8];  // name in the environment and in 
 inline void note_trouble(kovaloc *loc, int number) {
     if (!loc->status) loc->status = number;
 }
-// Remembers in the record that memory was short within the block.
+// At the end of its block, notes in the record whether memory was short in the meantime.
 struct memory_watch {
     kovaloc *loc;
     unsigned before;
@@ -69,12 +69,12 @@ struct memory_watch {
     }
 };
 
-// A handle's error word; 0 where the host's hook has none for the handle.
+// A handle's error word; 0 if the host's hook has none for the handle.
 inline int error_of(void *handle) {
     const int *word = ko_ext_errno(handle);
     return word ? *word : 0;
 }
-// Gives a handle's error word back its value at the end of the block.
+// Restores a handle's error word at the end of the block.
 struct errno_guard {
     int *word;
     int kept;

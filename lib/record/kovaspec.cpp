@@ -1,4 +1,4 @@
-// Locale specifications in the X/Open manner, alone or compound, and the names made from them.
+// Locale specifications in the X/Open form, simple or compound, and the names made from them.
 #include "record/kovaspec.h"
 
 #include "locale/kovautils.h"
@@ -31,7 +31,7 @@ static char *put_dir(char *out, const char *dir) {
 
 void pathcat_mark(char *out, const char *dir) { put_dir(out, dir); }
 
-// "ll_TT", in whatever case.
+// "ll_TT", in upper or lower case.
 static bool is_lang_terr(const char *s) {
     return is_spec_letter(s[0]) && is_spec_letter(s[1]) && s[2] == '_' && is_spec_letter(s[3]) &&
            is_spec_letter(s[4]);
@@ -42,7 +42,8 @@ struct xopen_spec {
     char fname[5 + 1 + 4 + 4 + 4 + 1]; // language and territory, "\", number, modifier, ".lco"
 };
 
-// The code-set name at s, of any printable characters up to "@"; its length, 0 for a bad one.
+// The length of the code-set name at s, which may contain any printable characters up to "@"; 0 for
+// a bad one.
 static int cs_name_len(const char *s) {
     int len = 0;
     if (*s == '#') return 0;
@@ -58,8 +59,8 @@ static int modifier_len(const char *s) { // at most 4 letters and digits; 0 for 
     return len;
 }
 
-// Reads one specification and moves the cursor behind it. False, with the cursor anywhere, when it
-// is none or its code set is unknown.
+// Reads one specification and moves the cursor past it. False, with the cursor undefined, for any
+// other text or an unknown code set.
 static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec *spec) {
     const char *s = *cursor;
     if (!is_lang_terr(s) || s[5] != '.') return false;
@@ -103,14 +104,14 @@ static bool skip_text(const char **cursor, const char *text) {
 // A walk over the entries of a compound specification.
 struct compound_walk {
     const char *cursor;
-    unsigned seen; // bit per category
+    unsigned seen; // a bit per category
     int category;  // of the entry just read
     xopen_spec spec;
     bool separated; // a separator followed the entry
 };
 
-// Reads the next entry; false when it breaks the grammar, repeats a category or names another code
-// set than the entries before.
+// Reads the next entry; false if it breaks the grammar, repeats a category or names a code set
+// other than that of earlier entries.
 static bool next_entry(compound_walk *walk, const char *registry) {
     const unsigned seen = walk->seen;
     const uint16_t cs_num = walk->spec.cs_num;
@@ -127,7 +128,7 @@ static bool next_entry(compound_walk *walk, const char *registry) {
     return !seen || walk->spec.cs_num == cs_num;
 }
 
-// The code set of a compound specification with a separator behind every entry.
+// The code set of a compound specification with a separator after every entry.
 static bool compound_cs_num(const char *text, const char *registry, uint16_t *number) {
     compound_walk walk = {.cursor = text};
     do
@@ -146,7 +147,7 @@ uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry)
     return ko_cs_name2cs_num(handle, spec, registry);
 }
 
-// Adds one entry's file name to a compound one; the new end, or NULL where it does not fit.
+// Adds one entry's file name to a compound one. Returns the new end, or NULL if it does not fit.
 static char *put_entry(char *out, const char *end, const compound_walk *walk, const char *dir) {
     const char *const name = category_names[walk->category];
     const size_t dir_len = has_mark(dir) ? strlen(dir) + 1 : 0;
@@ -247,7 +248,7 @@ int ko_lc_fname2lc_pieces(void *handle, const char *fname, char *lang_terr, char
                           char *modifier) {
     const auto violation = [handle] { return handle ? fail(handle, KO_EINVAL, -1) : -1; };
     if (!fname || !is_lang_terr(fname)) return violation();
-    if (fname[5] != '\\') return -1; // without a number, on purpose
+    if (fname[5] != '\\') return -1; // deliberately without a number
     const char *s = fname + 6;
     unsigned number = 0;
     int hex_len = 0;

@@ -9,7 +9,7 @@
 
 constexpr unsigned char path_mark = 0xFF;
 
-// Longest composed file name or setting that is handed out, with its terminator.
+// Room for the longest composed file name or setting that is handed out, terminator included.
 constexpr int spec_room = 311;
 
 constexpr int cs_name_max = 21; // characters of a code-set name
@@ -20,13 +20,13 @@ void pathcat_mark(char *out, const char *dir);
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.
 uint16_t find_cs_num(const char *name, const char *registry, int *error);
-// Which registry is in force where none is named: while two of these are equal, every name has the
-// same number.
+// Identifies the registry in force where none is named: as long as two stamps are equal, every name
+// has the same number.
 struct registry_stamp {
-    uint64_t in_memory; // how often one was put there, 0 where none is
-    file_mark file;     // without one in memory
+    uint64_t in_memory; // how often a registry was cached, 0 if none is now
+    file_mark file;     // if none is cached
 };
-// False where that cannot be told.
+// False if the registry cannot be identified.
 bool stamp_registry(registry_stamp *stamp);
 inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
     if (a.in_memory || b.in_memory) return a.in_memory == b.in_memory;

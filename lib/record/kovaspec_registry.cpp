@@ -1,6 +1,6 @@
-// The code-set registry: a text file of names and numbers, its cache, and the built-in table that
-// stands in when the file cannot be cached. Read with the standard library and cached on the
-// standard heap: the cache outlives hosts' hooks.
+// The code-set registry: parses the text file of names and numbers, caches it, and falls back on
+// the built-in table when the file cannot be cached. The file is read with the standard library and
+// cached on the standard heap, because the cache outlives hosts' hooks.
 #include "record/kovaspec.h"
 
 #include "locale/kovaextsa.h"
@@ -14,7 +14,7 @@ struct registry_elem {
     int cs_num;
 };
 
-// Searched with lower-cased names, so that rows with capitals never match, on purpose.
+// Searched with lower-cased names; rows with capitals deliberately never match.
 static constexpr registry_elem kova_canned_registry[] = {
 #include "record/kovaspec_tab.inc"
     {nullptr, 0}
@@ -28,7 +28,8 @@ struct registry_block {
     char entries[8192 - sizeof(registry_block *) - sizeof(size_t)];
 };
 
-// What ko_cache_registry put in force, one of the two at most; only it changes them.
+// What ko_cache_registry has put into effect: at most one of the two, and nothing else changes
+// them.
 static constinit registry_block *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
 static constinit uint64_t changes = 0;
@@ -47,7 +48,7 @@ struct registry_text {
     unsigned char block[4096];
 
     explicit registry_text(FILE *from) : file(from), pos(block), end(block) {
-        setvbuf(file, nullptr, _IONBF, 0); // straight into the block
+        setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
     }
     registry_text(const registry_text &) = delete;
     registry_text &operator=(const registry_text &) = delete;
@@ -78,7 +79,7 @@ static bool skip_line(registry_text *text) { // false at the end of the file
     return false;
 }
 
-// Unread: white space and the comments before a name.
+// Skips white space and the comments before a name; returns the first character of the name.
 static int first_of_name(registry_text *text) {
     for (;;) {
         int c = get(text);
@@ -89,8 +90,9 @@ static int first_of_name(registry_text *text) {
     }
 }
 
-// Reads a name, lower-cased. False when the reading ends: no name, a longer one, or one that runs
-// to the end of the file. The name is empty where a character stands that no name has.
+// Reads a name and lower-cases it. False when reading must end: there is no name, it is too long,
+// or it runs to the end of the file. The name is empty before a character that cannot be part of a
+// name.
 static bool read_name(registry_text *text, char *name) {
     int c = first_of_name(text), len = 0;
     for (; is_spec_char(c); c = get(text)) {
@@ -102,7 +104,7 @@ static bool read_name(registry_text *text, char *name) {
     return c != EOF;
 }
 
-// Reads the number after a name, kept to 16 bits; white space must follow it.
+// Reads the number after a name, modulo 2^16; white space must follow it.
 static bool read_number(registry_text *text, int *number) {
     unsigned value = 0;
     int c = get(text);
@@ -124,7 +126,7 @@ static FILE *open_registry(const char *registry, int *error) {
     return static_cast<FILE *>(file);
 }
 
-// The number of a lower-cased name: -1 when the file lacks it, -2 with *error set.
+// The number of a lower-cased name; -1 if the file lacks it, -2 with *error set.
 static int search_file(registry_text *text, const char *name, int *error) {
     char entry[cs_name_max + 1];
     while (read_name(text, entry)) {
@@ -250,7 +252,7 @@ void ko_cache_registry(void *handle, const char *registry) {
     if (FILE *const file = open_registry(registry, &error)) {
         registry_text text(file);
         error = read_entries(&text, &list);
-        if (ferror(file)) error = KO_EIO; // the entries are not all
+        if (ferror(file)) error = KO_EIO; // the entries are incomplete
         fclose(file);
     }
     if (!error) {

@@ -7,7 +7,7 @@
 struct wc_tnode;    // a node of a name tree, see kovatree.h
 struct quick_times; // names for the quick ways, see kovatmlib_quick.h
 
-// A decoded era. Dates are of the locale's calendar, months from 1.
+// A decoded era. Dates are in the locale's calendar, with months from 1.
 struct lera {
     int direction; // +1: years count forward from the start date; -1: backward
     int offset;    // the era year of the start date
@@ -17,7 +17,7 @@ struct lera {
     int end_day;
     int end_month;
     int end_year;
-    int end_time; // times direction above 0: the era has no end
+    int end_time; // if end_time * direction > 0, the era has no end
     ko_mchar_t *name;
     ko_mchar_t *abbr;
     ko_mchar_t *format;
@@ -65,7 +65,7 @@ struct ltime {
     ko_mchar_t *alt_digits_info; // joined by ";", NULL without digits
     ko_wchar_t *w_alt_digits_info;
     lera *decode_era; // era_count definitions taken apart
-    // Names by their wide characters, lower-cased; NULL: no names.
+    // Trees of names by their lower-cased wide characters; NULL: no names.
     wc_tnode *abbr_day_cache;
     wc_tnode *full_day_cache;
     wc_tnode *abbr_mon_cache;
@@ -78,7 +78,7 @@ struct ltime {
     wc_tnode *name_nodes; // the block of all their nodes
 };
 
-// The strings of the record, by the item that a host asks for them.
+// The strings of the record, by the item under which a host asks for them.
 struct time_string {
     unsigned item;
     ko_mchar_t *ltime::*mbs;
