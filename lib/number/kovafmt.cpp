@@ -8,8 +8,8 @@
 
 // ---- Marks --------------------------------------------------------------------------------------
 
-// Strings of the record are copied byte by byte. Only where every character has several bytes would
-// that tear them apart.
+// Strings of the record are copied byte by byte, which would be wrong only where every character
+// has several bytes.
 static bool marks_in_bytes(const kovaloc *loc) {
     return !loc->ctype || class_table(loc)->min_char_len <= 1;
 }
@@ -35,7 +35,7 @@ fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t
 
 // ---- Integers -----------------------------------------------------------------------------------
 
-// -1 with KO_E2BIG.
+// Writes an integer in base 10. -1 with KO_E2BIG.
 template <class Unit>
 static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool negative,
                                  const format_modifiers &m) {
@@ -51,7 +51,7 @@ static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool ne
     return 0;
 }
 
-// The same in base 2, 4, 8 or 16.
+// Writes an integer in base 2, 4, 8 or 16. -1 with KO_E2BIG.
 template <class Unit>
 [[gnu::noinline]] static int format_binary(fmt_out<Unit> *out, uint32_t magnitude, int base,
                                            bool negative, const format_modifiers &m) {
@@ -97,8 +97,8 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
 
 // ---- Characters and strings ---------------------------------------------------------------------
 
-// A character that is no unit fails the call only at its end: what else is wrong is told first, as
-// where wide characters are formatted and then converted.
+// A character that is not a unit fails the call only at its end: any other error is reported first,
+// as where wide characters are formatted and then converted.
 template <class Unit> static Unit unit_of(fmt_out<Unit> *out, Unit *at, ko_wchar_t wc) {
     const auto unit = static_cast<Unit>(wc);
     if (unit != wc && !out->unfit) out->unfit = at;
@@ -113,7 +113,7 @@ static int format_char(fmt_out<Unit> *out, ko_wchar_t wc, const format_modifiers
     return 0;
 }
 
-// The character that mb begins with; -1 with the error word set where there is none.
+// Gets the first character of mb; -1 with the error word set if there is none.
 static int first_char(kovaloc *loc, const ko_mchar_t *mb, ko_wchar_t *wc) {
     if (!mb) return fail(loc, KO_ENULL, -1);
     *wc = *mb;
@@ -121,7 +121,7 @@ static int first_char(kovaloc *loc, const ko_mchar_t *mb, ko_wchar_t *wc) {
     return n ? n : fail(loc, KO_EILSEQ, -1);
 }
 
-// A text longer than a width without precision is cut to the width, on purpose.
+// Deliberately, without a precision a text longer than the width is cut to the width.
 template <class Unit, class Source>
 static int format_string(fmt_out<Unit> *out, const Source *text, int len, format_modifiers m) {
     const int precision = m.precision;
@@ -156,15 +156,15 @@ static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
 
 // ---- Directives ---------------------------------------------------------------------------------
 
-// A call of the formatter: what lasts from directive to directive.
+// A call of the formatter: what persists from directive to directive.
 template <class Unit> struct formatting {
     fmt_out<Unit> out;
     format_modifiers m;
-    bool negative; // a negative integer was printed: the later ones take its sign
+    bool negative; // a negative integer was written: later ones take its sign
     va_list values;
 };
 
-// The stars' values.
+// Takes the arguments of the stars.
 template <class Unit> static void take_stars(formatting<Unit> *f) {
     format_modifiers &m = f->m;
     if (m.width_star) {
@@ -210,7 +210,7 @@ template <class Unit>
     return text ? format_multibyte(&f->out, text, f->m) : fail(loc, KO_ENULL, -1);
 }
 
-// From behind the "%".
+// Formats a directive, from the place after its "%".
 template <class Unit> static int format_directive(formatting<Unit> *f, const Unit **format) {
     kovaloc *const loc = f->out.loc;
     if (const int error = scan_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
@@ -275,7 +275,7 @@ int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *f
     return result;
 }
 
-// The list of values is started in its place: copying it takes as long as some directives.
+// The list of values is started in place: copying it takes as long as some directives.
 int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
     if (!loc || !out || !format) return fail(loc, KO_ENULL, -1);
     formatting<ko_wchar_t> f;
@@ -288,7 +288,7 @@ int ko_wcsfnum(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *fo
 
 constexpr int result_room = 512; // results that take no block of the host's memory
 
-// Where characters have several bytes, by way of wide characters.
+// Formats by way of wide characters, where characters have several bytes.
 [[gnu::noinline]] static int format_widened(formatting<ko_wchar_t> *f, ko_mchar_t *out,
                                             int max_bytes, const ko_mchar_t *format) {
     kovaloc *const loc = f->out.loc;

@@ -1,10 +1,10 @@
-// Formats: what stands between "%" and the letter, and formats and texts in wide characters.
+// Formats: the modifiers between "%" and the letter, and formats and texts in wide characters.
 #ifndef KOVAFMT_H
 #define KOVAFMT_H
 
 #include "record/kovasetlc.h"
 
-// What stands between a "%" and its conversion letter, for numbers and for time.
+// The modifiers between a "%" and its conversion letter, for numbers and for times.
 enum : unsigned {
     fmt_space = 0x01,
     fmt_alternate = 0x02, // "#"
@@ -15,7 +15,7 @@ enum : unsigned {
     fmt_upper = 0x40, // set by "X"
 };
 struct format_modifiers {
-    unsigned flags; // kept from directive to directive by callers whose flags persist
+    unsigned flags; // callers whose flags persist keep them from directive to directive
     int width;      // 0: none; saturates
     int precision;  // -1: none; saturates
     bool width_star;
@@ -25,18 +25,18 @@ inline bool pads_with_zeros(const format_modifiers &m) { return (m.flags & fmt_z
 inline bool pads_right(const format_modifiers &m) {
     return (m.flags & (fmt_left | fmt_zero)) == fmt_left;
 }
-// Reads position, flags, width and precision, adding to the flags and setting the rest anew, and
-// moves *format to the first character behind them. 0; or KO_EDIRECTIVE for a position, KO_EFORMAT
-// for a format that ends inside, KO_EPRECISION.
+// Reads position, flags, width and precision, adds to the flags, sets the rest, and moves *format
+// to the first character after them. 0; or KO_EDIRECTIVE for a position, KO_EFORMAT if the format
+// ends there, KO_EPRECISION.
 int scan_format_modifiers(const kovaloc *loc, const ko_wchar_t **format, format_modifiers *m);
 
-// Writes an integer in base 10 with width and precision, with "-" when negative and no terminator.
-// Returns its units; or -1 with KO_E2BIG when they exceed room.
+// Writes an integer in base 10 with width and precision, with "-" if it is negative and without a
+// terminator. Returns its units; or -1 with KO_E2BIG if they exceed room.
 int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
                        const format_modifiers &m);
 
-// A multibyte format, text or name as wide characters, in the given room where it fits, else in a
-// block of the host's memory.
+// A multibyte format, text or name as wide characters: in its own room if it fits, else in a block
+// of the host's memory.
 constexpr int wide_text_room = 128;
 struct wide_text {
     ko_wchar_t local[wide_text_room];
@@ -49,9 +49,9 @@ struct wide_text {
 };
 // Converts mbs, which is not NULL. Returns its characters; or -1 with KO_EILSEQ or KO_ENOMEM.
 int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text);
-// Converts a result of wide characters into at most max_bytes bytes and the terminator. Returns the
-// bytes before it; or -1 with KO_E2BIG or KO_EILSEQ; at most max_bytes bytes and a terminator are
-// touched in either case.
+// Converts a wide result into at most max_bytes bytes and a terminator. Returns the bytes before
+// the terminator; or -1 with KO_E2BIG or KO_EILSEQ. In no case is more than max_bytes bytes and a
+// terminator written.
 int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs);
 
 #endif

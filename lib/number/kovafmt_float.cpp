@@ -1,4 +1,4 @@
-// Reals as text. Digits are those of the exact binary value, correctly rounded to at most 15
+// Reals as text. The digits are those of the exact binary value, correctly rounded to at most 15
 // significant ones; zeros stand for the rest.
 #include "number/kovafmt_out.h"
 
@@ -37,16 +37,16 @@ static binary take_apart(double value) {
     return {(bits & (hidden - 1)) | (exponent ? hidden : 0), 1075 - (exponent ? exponent : 1)};
 }
 
-// The integer nearest to product / 2^shift, of two the even one.
+// The integer nearest to product / 2^shift; of two equally near, the even one.
 template <class Bits> static Bits halve(Bits product, int shift) {
     if (!shift) return product;
-    // Adding a half, or just less to an even number, carries where it rounds up.
+    // Adding a half, or just less if the number is even, carries where it rounds up.
     const Bits half = static_cast<Bits>(1) << (shift - 1);
     return (product + half - 1 + (product >> shift & 1)) >> shift;
 }
 
-// The integer nearest to value times ten to the power of decimals, of two the even one; saturates.
-// False where 128 bits do not hold the exact product.
+// The integer nearest to value times ten to the power of decimals; of two equally near, the even
+// one. Saturates. False if 128 bits cannot hold the exact product.
 [[gnu::always_inline]] static inline bool scale(binary value, int decimals, uint64_t *number) {
     const int shift = value.shift;
     if (shift < 0 || decimals < 0 || decimals >= static_cast<int>(powers_of_ten.size()))
@@ -64,12 +64,12 @@ template <class Bits> static Bits halve(Bits product, int shift) {
     return true;
 }
 
-// The nearest number with so many decimals; false where that is not to be had exactly.
+// The nearest number with so many decimals; false if integers cannot compute it exactly.
 static bool fast_fixed(double value, int decimals, uint64_t *number) {
     return scale(take_apart(value), decimals, number);
 }
 
-// Rounds a value above 0 to count significant digits.
+// Rounds a value above 0 to count significant digits; false if integers cannot do so exactly.
 static bool fast_significant(decimal *d, double value, int count) {
     const binary parts = take_apart(value);
     const int below = static_cast<int>(std::bit_width(parts.mantissa)) - parts.shift - 1;
@@ -89,7 +89,7 @@ static bool fast_significant(decimal *, double, int) { return false; }
 
 // ---- By the C library, whose decimal point may be any text --------------------------------------
 
-// Adds the digits at the front of text.
+// Appends the digits at the start of text to *number; returns their end.
 static const char *take_digits(const char *text, uint64_t *number) {
     for (; *text >= '0' && *text <= '9'; ++text)
         *number = *number * 10 + static_cast<uint64_t>(*text - '0');
@@ -124,7 +124,7 @@ static decimal round_significant(double value, int count) {
     return d;
 }
 
-// Where the integers of fast_fixed do not reach.
+// Rounds values that are beyond the integers of fast_fixed.
 [[gnu::noinline]] static decimal round_long(double value, int decimals) {
     decimal d = round_significant(value, real_digits);
     const int64_t asked = int64_t{point_of(d)} + decimals;
@@ -156,17 +156,17 @@ static exponent_part take_exponent(decimal *d, const kovaloc *loc, char letter) 
     d->decimals += exponent;
     return {magnitude < 100 ? 2 : 3, magnitude,
             exponent < 0 ? negative_mark(loc) : positive_mark(loc),
-            native(loc, letter == 'e' ? 'e' : 'E')}; // "E" for "g", on purpose
+            native(loc, letter == 'e' ? 'e' : 'E')}; // deliberately "E" for "g"
 }
 
-// Drops zeros at the end of the fraction; returns its digits.
+// Drops zeros at the end of the fraction; returns the number of digits left.
 static int significant_digits(decimal *d) {
     for (; d->decimals > 0 && d->number % 10 == 0; --d->decimals)
         d->number /= 10;
     return d->decimals > 0 ? d->decimals : 0;
 }
 
-// Infinity, and what is no number: padded with blanks in any case, on the left under the zero flag.
+// Writes infinities and NaNs: always padded with blanks, and on the left under the zero flag.
 template <class Unit>
 static int format_word(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m) {
     const bool upper = letter == 'E' || letter == 'G';
@@ -194,7 +194,7 @@ static inline number_digits take_whole(decimal *d) {
     return {whole, count_digits(whole)};
 }
 
-// Writes a decimal with that many digits behind the decimal symbol; exponent may be NULL.
+// Writes a decimal with so many digits after the decimal symbol; exponent may be NULL.
 template <class Unit>
 [[gnu::always_inline]] static inline int write_real(fmt_out<Unit> *out, bool negative, decimal d,
                                                     int64_t fraction, const exponent_part *exponent,
@@ -223,13 +223,13 @@ template <class Unit>
     return 0;
 }
 
-// The styles with an exponent, or with the shorter of both forms.
+// Writes the styles with an exponent, or the shorter of both forms.
 template <class Unit>
 [[gnu::noinline]] static int format_exponent(fmt_out<Unit> *out, double value, char letter,
                                              const format_modifiers &m) {
     int precision = m.precision < 0 ? 6 : m.precision;
     const bool shortest = letter == 'g' || letter == 'G';
-    if (shortest && precision) --precision; // now of digits behind the first
+    if (shortest && precision) --precision; // now counts the digits after the first
     decimal d =
         round_significant(fabs(value), precision < real_digits ? precision + 1 : real_digits);
     const int point = point_of(d) - 1;

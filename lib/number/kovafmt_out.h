@@ -14,20 +14,20 @@
 template <class Unit> struct fmt_out {
     kovaloc *loc;
     Unit *at;
-    int64_t room;          // units that still fit
-    Unit *unfit = nullptr; // where a character that is no unit was met first
+    int64_t room;          // units for which there is still room
+    Unit *unfit = nullptr; // the place of the first character that is not a unit
 };
 
 // A sign, a separator or a decimal symbol.
 struct fmt_mark {
-    const void *text = nullptr; // where it has several units; NULL: the unit len times
+    const void *text = nullptr; // if it has several units; NULL: the unit len times
     int len = 0;                // in units
     ko_wchar_t unit = 0;
-    bool wide = false; // the text is of wide characters, else of bytes
+    bool wide = false; // the text consists of wide characters, else of bytes
 };
 fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
                    int otherwise);
-// otherwise: what an absent string stands for, an ASCII character or 0 for nothing.
+// otherwise: what replaces an absent string, an ASCII character or 0 for nothing.
 inline fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t *wide,
                         int otherwise) {
     if (bytes && loc->exp.single_byte && bytes[0] && !bytes[1])
@@ -50,7 +50,7 @@ inline fmt_mark negative_mark(const kovaloc *loc) {
     const monum &m = loc->monum_info;
     return mark_of(loc, m.num_negative_sign, m.w_num_negative_sign, '-');
 }
-// What stands before a number: a sign, or blanks in its place.
+// What precedes a number: a sign, or blanks in its place.
 inline fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifiers &m) {
     if (negative) return negative_mark(loc);
     if (!(m.flags & (fmt_plus | fmt_space))) return {};
@@ -78,7 +78,7 @@ template <class Unit> inline Unit *put_mark(Unit *at, const fmt_mark &mark) {
 }
 
 // Takes the room of a field of at least the width, writes its sign and padding, and returns the
-// place of its body units, which the caller writes. NULL with KO_E2BIG, nothing written.
+// place of its body, which the caller writes. NULL with KO_E2BIG and nothing written.
 template <class Unit>
 [[gnu::noinline]] Unit *open_padded(fmt_out<Unit> *out, const fmt_mark &sign, int64_t body,
                                     const format_modifiers &m) {
@@ -94,7 +94,7 @@ template <class Unit>
     put_units(out->at - pad, blank, pad);
     return put_mark(at, sign);
 }
-// The same for a number, whose sign the flags may ask for.
+// Opens the field of a number; the flags may ask for a sign.
 template <class Unit>
 inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
                          const format_modifiers &m) {
@@ -109,8 +109,8 @@ inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
 
 // ---- Digits -------------------------------------------------------------------------------------
 
-// Numbers of any length take the same steps: a loop for each would end at another place every time,
-// which costs a processor more than the digits do.
+// Numbers of any length take the same steps: a loop over the digits would end at a different place
+// each time, and mispredicting that costs a processor more than the digits do.
 constexpr int decimal_room = 16;
 inline constexpr auto powers_of_ten = [] {
     std::array<uint64_t, 20> values{};
@@ -127,11 +127,11 @@ inline void put_eight_digits(char *to, uint32_t value) {
     memcpy(to + 6, digit_pairs<ko_mchar_t>[low % 100].data(), 2);
 }
 inline int count_digits(uint64_t number) {
-    const uint64_t odd = number | 1; // as many digits, and never none
+    const uint64_t odd = number | 1; // has as many digits, and at least one
     const int below = static_cast<int>(std::bit_width(odd)) * 1233 >> 12; // log 2
     return below + (odd >= powers_of_ten[static_cast<size_t>(below)]);
 }
-// Write a number, of at most 16 digits, at the end of the room and return their count.
+// Writes a number of at most 16 digits at the end of the room and returns their count.
 inline int put_decimal(char *room, uint64_t number) {
     put_eight_digits(room, static_cast<uint32_t>(number / 100000000));
     put_eight_digits(room + 8, static_cast<uint32_t>(number % 100000000));
@@ -143,14 +143,14 @@ inline int put_decimal(char *room, uint32_t number) {
     return count_digits(number);
 }
 
-// Digits in ASCII, first to last; zeros follow up to the total.
+// ASCII digits, first to last, followed by zeros up to the total.
 struct digit_run {
     const char *digits;
     int given;
     int total;
 };
-// The size of group i, from 1 at the right, of a grouping (a count and sizes); 0 ends grouping. The
-// last size repeats, or, where it is 0, the one before it.
+// The size of group i, counted from 1 at the right, of a grouping (a count and sizes); 0 ends
+// grouping. The last size repeats, or the one before it if the last is 0.
 inline int group_size(const int *group, int i) {
     const int count = group[0] < group_max ? group[0] : group_max - 1;
     if (count < 1) return 0;
@@ -164,7 +164,7 @@ inline bool groups_by_three(const int *group) {
     return group[0] > 0;
 }
 
-// Writes at least four digits in groups of three; the copy of the first group may be too long.
+// Writes four or more digits in groups of three; the copy of the first group may be too long.
 template <class Unit> inline void put_threes(Unit *at, const digit_run &run, ko_wchar_t separator) {
     const char *digit = run.digits;
     const int first = (run.total - 1) % 3 + 1;
@@ -195,7 +195,7 @@ inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
     const bool plain = separator.len == 1 && groups_by_three(sizes);
     return {plain ? by_three : by_sizes, separator, sizes};
 }
-// Units of that many digits with their separators.
+// The units of so many digits with their separators.
 inline int64_t grouped_len(const grouping &g, int digits) {
     if (g.kind == ungrouped) return digits;
     if (g.kind == by_three) return digits + static_cast<int>(static_cast<unsigned>(digits - 1) / 3);
@@ -208,10 +208,10 @@ inline int64_t grouped_len(const grouping &g, int digits) {
 // The digits of a number.
 struct number_digits {
     uint64_t number;
-    int count;          // in all; more than the number has are zeros in front
-    int zeros = 0;      // of them, those behind the number
-    int bits = 0;       // of a digit; 0: base 10
-    bool upper = false; // digits above 9 are capital letters
+    int count;          // in all; if the number has fewer, zeros come first
+    int zeros = 0;      // of these, zeros after the number
+    int bits = 0;       // per digit; 0: base 10
+    bool upper = false; // digits above 9 are upper-case letters
 };
 
 template <class Unit> inline void put_pair(Unit *at, uint32_t pair, ko_wchar_t zero) {
@@ -225,7 +225,7 @@ inline void put_decimals(Unit *end, Number number, int count, ko_wchar_t zero) {
         put_pair(end -= 2, static_cast<uint32_t>(number % 100), zero);
     if (count > 0) end[-1] = static_cast<Unit>(zero + number % 10);
 }
-// The same in groups of three.
+// Writes count decimal digits in groups of three so that they end at end.
 template <class Unit, class Number>
 inline void put_threes(Unit *end, Number number, int count, ko_wchar_t zero, ko_wchar_t separator) {
     for (; count > 3; count -= 3, number /= 1000) {
@@ -236,7 +236,7 @@ inline void put_threes(Unit *end, Number number, int count, ko_wchar_t zero, ko_
     }
     put_decimals(end, static_cast<uint32_t>(number), count, zero);
 }
-// The same by any sizes and in any base.
+// Writes digits by any group sizes and in any base so that they end at end.
 template <class Unit>
 [[gnu::noinline]] void put_each_digit(const kovaloc *loc, Unit *end, number_digits d,
                                       const grouping &g) {
@@ -257,8 +257,7 @@ template <class Unit>
     }
 }
 
-// Writes a number of count digits, and a separator after each group that is complete, so that they
-// end at end.
+// Writes a number of count digits, with separators between their groups, so that they end at end.
 template <class Unit, class Number>
 inline void put_number(const kovaloc *loc, Unit *end, Number number, int count, const grouping &g) {
     const ko_wchar_t zero = native(loc, '0');
@@ -298,12 +297,12 @@ inline constexpr auto number_letters = [] {
     rows['s'] = {number_string, 0, false};
     return rows;
 }();
-// Of a portable character; NULL: none.
+// The entry of a portable character; NULL: none.
 inline const number_letter *find_number_letter(unsigned c) {
     return c < number_letters.size() && number_letters[c].kind ? &number_letters[c] : nullptr;
 }
 
-// Steps over the letter of a size: 'l', 'h' or 0.
+// Skips the letter of a size and returns it: 'l', 'h' or 0.
 template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **format) {
     const unsigned c = portable(loc, **format) | 0x20;
     if (c != 'l' && c != 'h') return 0;
@@ -311,7 +310,7 @@ template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **for
     return static_cast<char>(c);
 }
 
-// Writes a real as the letter, "e", "E", "f", "g" or "G", says. -1 with KO_E2BIG.
+// Writes a real in the style of the letter: "e", "E", "f", "g" or "G". -1 with KO_E2BIG.
 template <class Unit>
 int format_float(fmt_out<Unit> *out, double value, char letter, const format_modifiers &m);
 

@@ -1,14 +1,14 @@
-// Number parsing: the walk of a format against a text.
+// Number parsing: matching a format against a text.
 #include "chars/kovambwc.h"
 #include "number/kovafmt_out.h"
 #include "number/kovalibn.h"
 
 #include <limits.h>
 
-// A call of the parser: what lasts from directive to directive.
+// A call of the parser: what persists from directive to directive.
 struct parsing {
     kovaloc *loc;
-    const ko_wchar_t *in; // what is not read yet
+    const ko_wchar_t *in; // what has not been read yet
     format_modifiers m;
     int stored;
     va_list pointers;
@@ -21,7 +21,7 @@ static void skip_space(kovaloc *loc, const ko_wchar_t **text) {
         ++*text;
 }
 
-// Where the next value goes: NULL for a suppressed directive. False for a NULL pointer.
+// Gets the place for the next value, NULL for a suppressed directive. False for a NULL pointer.
 static bool next_pointer(parsing *p, void **to) {
     *to = p->m.width_star ? nullptr : va_arg(p->pointers, void *);
     return *to || p->m.width_star || fail(p->loc, KO_ENULL, false);
@@ -32,7 +32,8 @@ static int limit_of(const format_modifiers &m) { return m.width > 0 ? m.width : 
 
 // ---- Values -------------------------------------------------------------------------------------
 
-// The number behind a sign, at most most units; returns the units read, -1 with the error word set.
+// Reads the number after a sign, at most most units. Returns the units read, -1 with the error word
+// set.
 static int scan_digits(parsing *p, const ko_wchar_t *text, int most, int base, ko_ulong_t *value) {
     if (most < 1 || digit_of(p->loc, *text) >= static_cast<unsigned>(base)) {
         return fail(p->loc, KO_EDIRECTIVE, -1);
@@ -91,7 +92,7 @@ static bool scan_char(parsing *p, char size) {
     return true;
 }
 
-// Takes the rest of the text and leaves it to the next directive all the same, on purpose.
+// Stores the rest of the text, but deliberately leaves it to be read by the next directive.
 static bool scan_string(parsing *p, char size) {
     void *to;
     if (!next_pointer(p, &to)) return false;
@@ -116,7 +117,7 @@ static bool scan_string(parsing *p, char size) {
 
 // ---- The walk -----------------------------------------------------------------------------------
 
-// From behind the "%".
+// Reads by a directive, from the place after its "%".
 static bool scan_directive(parsing *p, const ko_wchar_t **format) {
     kovaloc *const loc = p->loc;
     if (const int error = scan_format_modifiers(loc, format, &p->m)) {
@@ -136,7 +137,7 @@ static bool scan_directive(parsing *p, const ko_wchar_t **format) {
     return done;
 }
 
-// One step; false at the end of the walk.
+// Matches the next piece of the format; false when reading ends.
 static bool scan_step(parsing *p, const ko_wchar_t **format) {
     const ko_wchar_t percent = native(p->loc, '%'), wc = *(*format)++;
     if (wc == percent && **format != percent) return scan_directive(p, format);

@@ -1,4 +1,4 @@
-// The scanner of what stands between "%" and a conversion letter.
+// The scanner of the modifiers between "%" and a conversion letter.
 #ifndef KOVAFMT_SCAN_H
 #define KOVAFMT_SCAN_H
 
@@ -12,7 +12,7 @@
 inline bool is_format_digit(unsigned c) { return c - '0' < 10; }
 inline bool is_format_letter(unsigned c) { return (c | 0x20) - 'a' < 26; }
 
-// Flags by their character; the list ends with "0", which is none of them.
+// Flags by their character; the list ends before "0", which is not one of them.
 inline constexpr auto format_flags = [] {
     std::array<unsigned char, '0'> flags{};
     flags[' '] = fmt_space;
@@ -35,7 +35,7 @@ inline const Unit *scan_digits(const kovaloc *loc, const Unit *at, int *value) {
     return at;
 }
 
-// Moves behind the flags; a "0" is the last.
+// Skips the flags; a "0" is the last.
 template <class Unit>
 inline const Unit *scan_format_flags(const kovaloc *loc, const Unit *at, unsigned *flags) {
     unsigned c;
@@ -46,7 +46,7 @@ inline const Unit *scan_format_flags(const kovaloc *loc, const Unit *at, unsigne
     return at + 1;
 }
 
-// A number, or a star instead.
+// Reads a number or a star.
 template <class Unit>
 inline const Unit *scan_star_or_number(const kovaloc *loc, const Unit *at, int *value, bool *star) {
     const unsigned c = portable(loc, *at);
@@ -54,7 +54,7 @@ inline const Unit *scan_star_or_number(const kovaloc *loc, const Unit *at, int *
     return is_format_digit(c) ? scan_digits(loc, at, value) : at + *star;
 }
 
-// Digits before a "$" count arguments, which cannot be reached out of order.
+// Digits before a "$" select an argument, which is refused: arguments can only be taken in order.
 template <class Unit>
 inline int scan_modifiers(const kovaloc *loc, const Unit **format, format_modifiers *m) {
     const Unit *at = scan_format_flags(loc, *format, &m->flags);

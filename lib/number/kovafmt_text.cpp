@@ -1,11 +1,11 @@
-// Between multibyte texts and the wide engines of numbers, money and time.
+// Conversion between multibyte text and the wide engines of numbers, money and time.
 #include "chars/kovambwc.h"
 #include "number/kovafmt.h"
 
 wide_text::~wide_text() { free_ptr(block); }
 
-// Formats and results are short: a byte at a time costs less than blocks that wait for what has
-// just been written.
+// Formats and results are short: one byte at a time costs less than blocks, which would wait for
+// bytes that have just been written.
 static int widen_bytes(ko_wchar_t *out, const ko_mchar_t *mbs, size_t most) {
     size_t i = 0;
     while (i < most && (out[i] = mbs[i]))
@@ -22,7 +22,7 @@ int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
         text->p = text->local;
         return len;
     }
-    const int room = ko_mbsbytes(loc, mbs); // terminator included: no fewer than the characters
+    const int room = ko_mbsbytes(loc, mbs); // terminator included, so no fewer than the characters
     if (!room) return fail(loc, KO_EILSEQ, -1);
     text->block =
         static_cast<ko_wchar_t *>(ko_ext_malloc(static_cast<size_t>(room) * sizeof(ko_wchar_t)));
@@ -33,7 +33,7 @@ int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
     return all;
 }
 
-// Bytes of a text before its terminator, as far as its characters have bytes.
+// Bytes of a text before its terminator, if all its characters have bytes.
 static int64_t narrow_size(const kovaloc *loc, const ko_wchar_t *wcs) {
     const int least = terminator_len(loc), most = least < 2 ? 2 : least;
     int64_t size = 0;

@@ -45,11 +45,11 @@ int check_groups(const digit_groups &groups, const int *grouping) {
 // ---- Reading integers ---------------------------------------------------------------------------
 
 struct integer {
-    uint64_t magnitude; // beyond 32 bits it only tells that it is
+    uint64_t magnitude; // if beyond 32 bits, not exact
     bool negative;
 };
 
-// The value of digits between separators; beyond 32 bits it only tells that it is.
+// The value of digits with separators between them; a value beyond 32 bits is not exact.
 template <class Unit>
 static uint64_t limited_value(const number_text<Unit> &t, int i, int end, unsigned radix) {
     uint64_t value = 0;
@@ -61,7 +61,7 @@ static uint64_t limited_value(const number_text<Unit> &t, int i, int end, unsign
 }
 constexpr int surely_fit = 12; // digits that 64 bits hold in any base
 
-// Length of the prefix of a base, which a digit follows; *radix gets the base that it leaves.
+// Length of the prefix of a base, after which a digit must follow; *radix gets the resulting base.
 template <class Unit>
 static int prefix_len(const number_text<Unit> &t, int i, int base, unsigned *radix) {
     *radix = static_cast<unsigned>(base ? base : 10);
@@ -89,7 +89,7 @@ int grouped_run(kovaloc *loc, const ko_wchar_t *text, int most, int base) {
     return run;
 }
 
-// Units read from a place on; 0: no digits, -1: too many.
+// Reads digits from a place on. Returns the units read; 0: no digits, -1: too many.
 template <class Unit>
 static int plain_digits(const number_text<Unit> &t, int start, int base, uint64_t *value) {
     unsigned radix;
@@ -100,8 +100,8 @@ static int plain_digits(const number_text<Unit> &t, int start, int base, uint64_
     return end == first ? 0 : end - start < number_room ? end - start : -1;
 }
 
-// The same for grouped digits, which are the whole rest of the text. Behind the groups that the
-// grouping knows a separator ends the number.
+// Reads grouped digits, which must be the whole rest of the text. If the grouping gives no size for
+// more than one group at the left, the number ends at its first separator.
 template <class Unit>
 static int grouped_digits(const number_text<Unit> &t, int start, int base, uint64_t *value) {
     const wide_symbol separator = group_separator(t.loc, mode_number);
@@ -127,7 +127,7 @@ static int read_integer(const number_text<Unit> &t, int base, bool grouping, int
     }
     const int white = white_len(t);
     const unsigned c = at(t, white);
-    // With another sign there is no number, but grouped digits behind it can fail all the same.
+    // With another sign there is no number, but grouped digits after it can still be refused.
     const bool other_sign = !is_sign(c) && takes_for_sign(t, white);
     if (other_sign && !grouping) return 0;
     const int i = white + (is_sign(c) || other_sign);
@@ -159,7 +159,7 @@ static ko_ulong_t unsigned_value(const integer &n) {
     return static_cast<ko_ulong_t>(n.negative ? 0 - n.magnitude : n.magnitude);
 }
 
-// How the two kinds of integers end.
+// How the two kinds of integers are bounded and fail.
 struct signed_kind {
     using value = ko_long_t;
     static constexpr number_failure<value> failure = {long_failure, long_failure, false};
@@ -251,7 +251,7 @@ char *long_base_str(char *end, ko_ulong_t value, int base) {
     return end;
 }
 
-// Walks the groups of digits from the right, one separator a step.
+// Walks the groups of digits from the right, one separator per step.
 struct group_walk {
     const int *grouping;
     int size = 1;
@@ -273,7 +273,7 @@ static int count_separators(const int *grouping, int digits) {
     return count;
 }
 
-// Writes digits, which may begin with a sign, with separators between their groups, and returns the
+// Writes digits, which may begin with a sign, with separators between their groups. Returns the
 // end.
 static ko_wchar_t *add_grp_sep(const kovaloc *loc, ko_wchar_t *dst, const char *digits,
                                const char *digits_end, const wide_symbol &separator) {
@@ -294,7 +294,7 @@ static ko_wchar_t *add_grp_sep(const kovaloc *loc, ko_wchar_t *dst, const char *
     return end;
 }
 
-// Characters written; with grouping at most maxlen, else as many as there are.
+// Writes an integer. Returns the characters written; with grouping at most maxlen, else all.
 static int write_integer(const kovaloc *loc, ko_wchar_t *dst, int maxlen, ko_ulong_t magnitude,
                          bool negative, int base, bool grouping) {
     *dst = 0;
@@ -307,7 +307,7 @@ static int write_integer(const kovaloc *loc, ko_wchar_t *dst, int maxlen, ko_ulo
     if (grouping) {
         const monum *const m = &loc->monum_info;
         separator = {m->w_thousands_sep, ko_wcslen(m->w_thousands_sep)};
-        // The sign counts as a digit here, on purpose: "-123" asks for a separator's room.
+        // Deliberately, the sign counts as a digit here: "-123" needs the room of a separator.
         const auto n = static_cast<int>(digits_end - first);
         const int64_t len = n + int64_t{count_separators(m->group_num, n)} * separator.len;
         if (len > maxlen) return 0;

@@ -7,26 +7,26 @@
 
 #include <array>
 
-constexpr int number_room = 256; // a text of that many characters is no number any more
+constexpr int number_room = 256; // a text of this many characters is not a number
 constexpr ko_long_t long_failure = 0x7FFFFFFF;
 constexpr double real_failure = 2147483647.0;
 
 // ---- Symbols ------------------------------------------------------------------------------------
 
-// A separator or decimal symbol as it is looked for in a text.
+// A separator or decimal symbol to look for in a text.
 struct wide_symbol {
     const ko_wchar_t *units;
     int len; // 0: never found
 };
 enum { mode_number = 0, mode_money = 1 };
 
-// The group separator of a mode (none of any other mode) and the decimal symbol that reading
-// knows: one with fewer characters than bytes is never found, on purpose, unless every character
-// of the code set has more bytes than one.
+// The group separator of a mode (none for any other mode) and the decimal symbol, as reading looks
+// for them. Deliberately, one that has fewer characters than bytes is never found, unless every
+// character of the code set has several bytes.
 wide_symbol group_separator(const kovaloc *loc, int mode);
 wide_symbol decimal_symbol(const kovaloc *loc);
 
-// Whether the symbol stands at the start of a text of at most most units.
+// Does a text, of which at most most units may be read, begin with the symbol?
 template <class Unit> inline bool symbol_at(const Unit *text, int most, const wide_symbol &symbol) {
     if (!symbol.len || most < symbol.len || text[0] != symbol.units[0]) return false;
     for (int i = 1; i < symbol.len; ++i)
@@ -37,7 +37,7 @@ template <class Unit> inline bool symbol_at(const Unit *text, int most, const wi
 // ---- Digits -------------------------------------------------------------------------------------
 
 constexpr unsigned no_digit = 0xFF;
-// Of a portable character: 0..9 and 10..35 for letters of either case.
+// Values of portable characters as digits: 0..9, and 10..35 for letters of either case.
 inline constexpr auto digit_values = [] {
     std::array<unsigned char, 256> values{};
     for (unsigned c = 0; c < 256; ++c) {
@@ -54,24 +54,26 @@ inline unsigned digit_of(const kovaloc *loc, unsigned wc) {
     return c < 256 ? digit_values[c] : no_digit;
 }
 
-// Writes the digits of a value in base 2..36, letters in upper case and no terminator, so that they
-// end before end. Returns the first. At most 32 are written.
+// Writes the digits of a value in base 2..36, at most 32, with upper-case letters and no
+// terminator, so that they end before end. Returns the first.
 char *long_base_str(char *end, ko_ulong_t value, int base);
 
-// digits times ten to the power of the exponent, where one operation on exact operands gives it.
+// Computes digits times ten to the power of the exponent. False if one operation on exact operands
+// cannot give it.
 bool exact_real(uint64_t digits, int64_t exponent, double *value);
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// The workers behind ko_wcstol and its kin: they read at most most units, or up to the terminator,
-// without copying. Return the units read, white space included: 0 when there is no number (*value
-// is 0), -1 with KO_EINVAL when the number fails (*value is long_failure or real_failure).
+// The functions underneath ko_wcstoul and ko_wcstod: they read at most most units, or up to the
+// terminator, without copying. Return the units read, white space included: 0 if there is no number
+// (*value is 0), -1 with KO_EINVAL if the number is refused (*value is long_failure or
+// real_failure).
 int read_ulong(kovaloc *loc, const ko_wchar_t *text, int most, int base, bool grouping,
                ko_ulong_t *value);
 int read_real(kovaloc *loc, const ko_wchar_t *text, int most, bool grouping, int mode,
               double *value);
-// Units at the start of a text that are digits of a base (2..36), group separators of numbers
-// between them and, before them, the prefix of the base.
+// How many units at the start of a text are digits of a base (2..36), including group separators
+// between them and the prefix of the base before them.
 int grouped_run(kovaloc *loc, const ko_wchar_t *text, int most, int base);
 
 #endif

@@ -1,5 +1,5 @@
-// Reading reals under a locale. A number of few digits is made by one exact operation, the others
-// by the standard conversion of a copy without separators.
+// Reading reals under a locale. Numbers of few digits are computed by one exact operation, the
+// others by the standard conversion of a copy without separators.
 #include "number/kovalibn_text.h"
 
 #include <float.h>
@@ -12,10 +12,10 @@
 
 constexpr int copy_room = 2 * number_room; // integer part and fraction
 
-// A number in the text: its place and what its digits say.
+// A number in the text: its place and the value of its digits.
 struct real_text {
     int start;  // first digit or symbol
-    int end;    // behind the number; start: there is none
+    int end;    // after the number; equal to start: there is none
     int digits; // how many make up value
     uint64_t value;
     int64_t exponent;  // of ten
@@ -44,14 +44,14 @@ static void scan_exponent(const number_text<Unit> &t, real_text *n, unsigned let
     n->end = i;
 }
 
-// Units of a decimal symbol; any_point: "." is one, too.
+// Units of a decimal symbol; with any_point, "." is one, too.
 template <class Unit>
 static int point_len(const number_text<Unit> &t, int i, const wide_symbol &symbol, bool any_point) {
     const int len = symbol_len_at(t, i, symbol);
     return len ? len : any_point && at(t, i) == '.';
 }
 
-// The decimal symbol behind the integer part and the fraction. False where there is none.
+// Reads the decimal symbol after the integer part, and the fraction. False if there is none.
 template <class Unit>
 static bool scan_fraction(const number_text<Unit> &t, real_text *n, bool any_point) {
     const int lead = n->end;
@@ -66,8 +66,8 @@ static bool scan_fraction(const number_text<Unit> &t, real_text *n, bool any_poi
     return false;
 }
 
-// The integer part of a grouped number. Behind the groups that the grouping knows a separator ends
-// the number: *ended. False when it fails.
+// Reads the integer part of a grouped number. If the grouping gives no size for more than one group
+// at the left, the number ends at its first separator (*ended). False if the groups are refused.
 template <class Unit>
 static bool scan_integer_part(const number_text<Unit> &t, real_text *n, int mode, bool *ended) {
     digit_groups groups;
@@ -87,7 +87,7 @@ bool exact_real(uint64_t digits, int64_t exponent, double *value) {
     static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
                                         1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                         1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-    // A processor that calculates with more bits would round twice.
+    // A processor that computes with more bits would round twice.
     if (FLT_EVAL_METHOD != 0 || digits >> DBL_MANT_DIG) return false;
     if (exponent < -22 || exponent > 22) return false;
     const auto whole = static_cast<double>(digits);
@@ -105,7 +105,7 @@ static double converted_value(const number_text<Unit> &t, const real_text &n) {
     char *to = copy;
     if (n.all_fraction) *to++ = '.';
     for (int i = n.start; i < n.end;) {
-        int len = symbol_len_at(t, i, n.separator); // first: the symbol may be the same
+        int len = symbol_len_at(t, i, n.separator); // first, as the decimal symbol may be the same
         if (!len) {
             len = symbol_len_at(t, i, n.symbol);
             *to++ = len ? '.' : static_cast<char>(at(t, i));
@@ -126,7 +126,7 @@ static bool word_at(const number_text<Unit> &t, int i, const char *lower_case) {
     return true;
 }
 
-// Units of an infinity or of what is no number; 0: something else stands there.
+// Units of an infinity or a NaN; 0 for anything else.
 template <class Unit> static int word_len(const number_text<Unit> &t, int i, double *value) {
     if (word_at(t, i, "inf")) {
         *value = HUGE_VAL;
@@ -149,8 +149,8 @@ static char *copy_digits(const number_text<Unit> &t, int *i, char *to, const cha
     return to;
 }
 
-// Reads a hexadecimal number; false, with *n as it was, where there is none. The copy has no point,
-// which moves into the exponent, so that no process locale has a say.
+// Reads a hexadecimal number; false, with *n as it was, if there is none. The copy has no point,
+// which moves into the exponent, so that the process locale has no influence.
 template <class Unit>
 static bool scan_hexadecimal(const number_text<Unit> &t, real_text *n, double *value) {
     constexpr int exponent_room = 16;
@@ -175,7 +175,7 @@ static bool scan_hexadecimal(const number_text<Unit> &t, real_text *n, double *v
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// The magnitude at n->start. Units behind its end; -1: it fails.
+// Reads the magnitude at n->start. Returns its end; -1 if it is too long.
 template <class Unit>
 static int plain_real(const number_text<Unit> &t, real_text *n, double *value) {
     if (const int len = word_len(t, n->start, value)) {
@@ -190,7 +190,7 @@ static int plain_real(const number_text<Unit> &t, real_text *n, double *value) {
     return n->end;
 }
 
-// The same for grouped digits.
+// Reads the grouped magnitude at n->start. Returns its end; -1 if it is refused.
 template <class Unit>
 static int grouped_real(const number_text<Unit> &t, real_text *n, int mode, double *value) {
     bool ended;
@@ -213,8 +213,8 @@ static int read_text(const number_text<Unit> &t, bool grouping, int mode, double
     const unsigned c = at(t, white);
     const bool at_symbol = point_len(t, white, n.symbol, !t.loc->monum_info.decimal_point) != 0;
     const bool has_sign = is_sign(c) && !at_symbol;
-    // With another sign there is no number, but grouped digits behind it can fail all the same, and
-    // a "." in its place makes a fraction of them.
+    // With another sign there is no number, but grouped digits after it can still be refused, and a
+    // "." in its place makes them a fraction.
     const bool other_sign = grouping && !has_sign && !at_symbol && takes_for_sign(t, white);
     n.all_fraction = other_sign && c == '.';
     *value = 0;

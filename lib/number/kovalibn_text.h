@@ -1,5 +1,5 @@
 // What the readers of integers and reals share: bounded texts of wide characters, or of bytes where
-// a byte is a character, and the way from a multibyte text to one of them.
+// a byte is a character, and the conversion of multibyte text to one of them.
 #ifndef KOVALIBN_TEXT_H
 #define KOVALIBN_TEXT_H
 
@@ -15,7 +15,7 @@ template <class Unit> struct number_text {
     const portable_set *set = loc->portable;
 };
 
-// The portable value at a place, 0 at the end. Places behind the end are never asked for.
+// The portable value at a place, 0 at the end. Never called for places after the end.
 template <class Unit> inline unsigned at(const number_text<Unit> &t, int i) {
     return i < t.most ? portable(t.set, t.units[i]) : 0;
 }
@@ -39,7 +39,7 @@ template <class Unit> inline int white_len(const number_text<Unit> &t) {
 }
 
 inline bool is_sign(unsigned c) { return c == '-' || c == '+'; }
-// Whether a character other than "-" and "+" is taken for a sign, so that no number is read.
+// Is a character other than "-" and "+" taken for a sign, so that no number is read?
 template <class Unit> inline bool takes_for_sign(const number_text<Unit> &t, int i) {
     const unsigned c = at(t, i);
     return c && c - '0' > 9 && has_class(t.loc, t.units[i], KO_CT_PUNCT);
@@ -67,12 +67,12 @@ struct digit_groups {
     int end;
     int digits;
     uint64_t value;                // modulo 2^64
-    int separators;                // one less than the groups
+    int separators;                // one fewer than the groups
     uint16_t len[number_room + 1]; // of the groups, left to right
 };
 
-// Reads the groups of a number that starts at a place; digits start behind its prefix, which counts
-// as part of the first group. False when they take more units than a number has.
+// Reads the groups of a number that starts at a place; digits start after its prefix, which counts
+// as part of the first group. False if they take more units than a number can have.
 template <class Unit>
 inline bool scan_groups(const number_text<Unit> &t, int start, int prefix, unsigned radix,
                         const wide_symbol &separator, digit_groups *groups) {
@@ -95,7 +95,7 @@ inline bool scan_groups(const number_text<Unit> &t, int start, int prefix, unsig
     groups->separators = separators;
     return true;
 }
-// Cuts the number off behind its first group.
+// Cuts the number off after its first group.
 template <class Unit>
 inline void keep_first_group(const number_text<Unit> &t, int start, int prefix, unsigned radix,
                              digit_groups *groups) {
@@ -103,8 +103,8 @@ inline void keep_first_group(const number_text<Unit> &t, int start, int prefix, 
     groups->end = add_digits(t, start + prefix, radix, &groups->value);
     groups->digits = groups->end - start - prefix;
 }
-// Compares with a grouping (a count and sizes from the right; NULL: none). -1 when a group has
-// another size, else how many groups at the left are beyond what the grouping says.
+// Compares with a grouping (a count and sizes from the right; NULL: none). -1 if a group has the
+// wrong size, else the number of groups at the left for which the grouping says nothing.
 int check_groups(const digit_groups &groups, const int *grouping);
 
 // The grouping of a mode that is in force for reading.
@@ -113,27 +113,28 @@ inline const int *grouping_of(const kovaloc *loc, int mode, const wide_symbol &s
     return mode == mode_money ? loc->monum_info.group_mon : loc->monum_info.group_num;
 }
 
-// Results of a reader that has no number to give.
+// The results of a reader that finds no number.
 template <class Value> struct number_failure {
-    Value bad_text; // the multibyte text is none
+    Value bad_text; // the multibyte text is empty or invalid
     Value failed;
-    bool end_at_start; // what *end becomes when reading fails; else it is left alone
+    bool end_at_start; // *end becomes the start when reading fails; else it is left alone
 };
 
-// Stores the place behind a number that was read, if one was.
+// Stores the place after a number, if one was read.
 template <class Unit> inline void store_end(Unit **end, const Unit *text, int used, bool at_start) {
     if (!end || !used || (used < 0 && !at_start)) return;
     *end = const_cast<Unit *>(text) + (used > 0 ? used : 0);
 }
 
-// Converts a multibyte text that holds a number. Returns its characters; number_room: they are too
-// many; -1 with KO_EEMPTY or KO_EILSEQ.
+// Converts multibyte text that contains a number. Returns its characters, number_room if there are
+// too many; or -1 with KO_EEMPTY or KO_EILSEQ.
 int widen_number(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t (&wide)[number_room]);
-// Whether a text of bytes, of which the first used ones are known, has too many for a number.
+// Does a text of bytes, of which the first used ones were read, have too many for a number?
 bool too_long(const ko_mchar_t *mbs, int used);
 
-// Reads a multibyte number by a reader of both kinds of text; where a byte is a character it is
-// read as it stands. The end counts characters, on purpose: it is right only where they are bytes.
+// Reads a multibyte number with a reader for both kinds of text; where every byte is a character
+// the text is read without conversion. Deliberately, the end counts characters: it is right only
+// where they are bytes.
 template <class Value, class Reader>
 inline Value read_multibyte(kovaloc *loc, const ko_mchar_t *mbs, ko_mchar_t **end,
                             const number_failure<Value> &failure, Reader read) {

@@ -12,7 +12,7 @@ constexpr int decimals = 6; // of an amount before it is rounded
 
 // ---- Digits -------------------------------------------------------------------------------------
 
-constexpr double scaled_max = 1e16; // amounts from here on are whole; below, of decimal_room digits
+constexpr double scaled_max = 1e16; // amounts from here on are whole; below, decimal_room digits do
 constexpr int digits_room = DBL_MAX_10_EXP + 8;
 
 // A rounded amount without its sign.
@@ -20,7 +20,7 @@ struct mon_digits {
     char text[digits_room];
     const char *first; // digits of the whole part; or "inf", "nan"; ASCII
     int len;
-    unsigned fraction; // the first digits behind the decimal symbol, at most six
+    unsigned fraction; // the first digits after the decimal symbol, at most six
     bool number;
 };
 
@@ -33,11 +33,11 @@ static constexpr auto reciprocals = [] {
     return values;
 }();
 
-// Six decimals of a part below 1, of its exact value, ties to even; 1000000 where it rounds up
-// to 1.
+// The first six decimals of a part below 1, rounded from its exact value with ties to even; 1000000
+// if it rounds up to 1.
 static int64_t six_decimals(double part) {
     if (part < 0x1p-22) return 0; // below half of the sixth decimal
-    // The shift makes an integer below 2^63 of the part, whatever its exponent.
+    // The factor makes the part an integer below 2^63, whatever its exponent.
     const bool small = part < 0x1p-11;
     const int64_t scaled = static_cast<int64_t>(part * (small ? 0x1p74 : 0x1p63));
     const int64_t low = (scaled & 0xFFFFFFFF) * powers[decimals];
@@ -48,8 +48,8 @@ static int64_t six_decimals(double part) {
     return digits + (rest > half || (rest == half && digits & 1));
 }
 
-// Rounds an amount below scaled_max: halves of the digit behind the last go up. Digits behind that
-// one have no say, on purpose.
+// Rounds an amount below scaled_max by the digit after the last one written, halves up. Digits
+// after that one are deliberately ignored.
 static int64_t round_amount(double amount, int right, unsigned *fraction) {
     int64_t whole = static_cast<int64_t>(amount);
     int64_t six = six_decimals(amount - static_cast<double>(whole));
@@ -91,7 +91,7 @@ static void take_digits(double amount, int right, mon_digits *d) {
     d->first = d->text + decimal_room - d->len;
 }
 
-// Separators between the groups of that many digits.
+// The number of separators between the groups of so many digits.
 static int64_t count_separators(const int *group, bool threes, int64_t digits) {
     if (threes) return (digits - 1) / 3;
     int64_t separators = 0;
@@ -105,22 +105,22 @@ static int64_t count_separators(const int *group, bool threes, int64_t digits) {
 
 // ---- One amount ---------------------------------------------------------------------------------
 
-// Columns in front of the value and behind it.
+// Columns before the value and after it.
 struct mon_columns {
     int64_t before;
     int64_t after;
 };
 
-// What a directive writes, measured before it is written.
+// What a directive writes, measured beforehand.
 struct mon_item {
     const char *mask;
     mon_strings s; // the sign as written: empty for a positive amount without "+"
     mon_digits digits;
-    int right;          // digits behind the decimal symbol
+    int right;          // digits after the decimal symbol
     bool threes;        // all groups have three digits
-    int64_t fill;       // fill characters in front of the value
+    int64_t fill;       // fill characters before the value
     int64_t separators; // within the value
-    int64_t front;      // spaces for alignment, in front and behind
+    int64_t front;      // spaces for alignment, before and after
     int64_t back;
     int64_t pad; // spaces for the field width
     int64_t len; // all units
@@ -130,10 +130,10 @@ static bool starts_blank(kovaloc *loc, const mon_directive &d, const mon_item &i
     return item.fill > 0 && has_class(loc, d.fill, KO_CT_BLANK);
 }
 
-// A space directly in front of a value that brings one itself is left out.
+// A space directly before a value that itself begins with one is left out.
 static bool drops_space(const char *piece, bool blank) { return piece[1] == 'V' && blank; }
 
-// A string with a character that has no width counts by its characters.
+// Columns of a string; its characters, if one of them has no width.
 static int width_of(kovaloc *loc, const wide_symbol &s) {
     if (!s.len) return 0;
     const errno_guard kept(loc);
@@ -165,7 +165,7 @@ static mon_columns columns_of(const char *mask, int symbol, int sign, bool blank
     return columns;
 }
 
-// The spaces that bring positive and negative amounts into one column.
+// Computes the spaces that align positive and negative amounts in one column.
 static bool align(kovaloc *loc, const mon_positions &positions, bool blank, mon_item *item) {
     const int symbol = width_of(loc, item->s.symbol);
     mon_columns most = {};
@@ -215,7 +215,7 @@ static int right_precision(const monum *m, const mon_directive &d) {
     return stored < 0 || stored > right_precision_max ? right_precision_default : stored;
 }
 
-// False, with the error word set, when a string is no text of the code set.
+// Measures an amount. False, with the error word set, if a string is not text in the code set.
 static bool measure(kovaloc *loc, const mon_positions &positions, const mon_directive &d,
                     double amount, mon_item *item) {
     const int *group = loc->monum_info.group_mon;
@@ -265,7 +265,7 @@ static ko_wchar_t *put_string(ko_wchar_t *out, const wide_symbol &s) {
     return out;
 }
 
-// The whole part; from the right, but for groups of three.
+// Writes the whole part, from the right unless its groups have three digits.
 static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_item &item) {
     const int *group = loc->monum_info.group_mon;
     const char *const first = item.digits.first, *from = first + item.digits.len;
@@ -339,8 +339,7 @@ static ko_wchar_t *put_item(kovaloc *loc, ko_wchar_t *out, const mon_directive &
 
 // ---- Entries ------------------------------------------------------------------------------------
 
-// Returns behind what was written, of which there is room for left units; or NULL with the error
-// word set.
+// Writes an amount into room for left units. Returns the end; or NULL with the error word set.
 static ko_wchar_t *write_amount(kovaloc *loc, ko_wchar_t *out, int64_t left,
                                 const mon_positions &positions, const mon_directive &d,
                                 double amount) {
@@ -361,7 +360,7 @@ int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t
         const ko_wchar_t wc = *format++;
         const bool directive = is_percent(loc, wc) && !is_percent(loc, *format);
         if (!directive) {
-            // Other text needs room for the terminator as well, on purpose.
+            // Deliberately, other text needs room for the terminator as well.
             if (limit - out < 2) return fail(handle, KO_E2BIG, -1);
             *out++ = wc;
             if (is_percent(loc, wc)) ++format;
@@ -390,7 +389,7 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
     const ext_block<ko_wchar_t> wcs(static_cast<size_t>(max_bytes) + 1);
     if (!wcs.p) {
         ko_mbsterm(loc, out);
-        return -1; // the one failure without an error number, on purpose
+        return -1; // deliberately the one failure without an error number
     }
     wcs.p[0] = 0;
     wide_text wide_format;
@@ -402,7 +401,7 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
         va_end(values);
     }
     if (written >= 0) return narrow_result(loc, out, max_bytes, wcs.p);
-    const errno_guard kept(loc); // what was written before stays
+    const errno_guard kept(loc); // what was written before an error stays
     narrow_result(loc, out, max_bytes, wcs.p);
     return -1;
 }

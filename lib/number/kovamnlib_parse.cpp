@@ -4,7 +4,7 @@
 
 #include <string.h>
 
-// What formatting pads and separates with is blank in every locale.
+// The character with which formatting pads and separates is blank in every locale.
 static bool is_blank(kovaloc *loc, ko_wchar_t wc) {
     return wc && (wc == native(loc, ' ') || has_class(loc, wc, KO_CT_BLANK));
 }
@@ -47,8 +47,8 @@ static bool take_digit(const kovaloc *loc, ko_wchar_t wc, mon_number *n) {
     return true;
 }
 
-// The longest run of digits with separators between them. NULL when it is too long, or when more
-// than one separator stands between two digits.
+// Takes the longest run of digits with separators between them. NULL if it is too long, or if there
+// is more than one separator between two digits.
 static const ko_wchar_t *take_whole(const kovaloc *loc, const ko_wchar_t *text,
                                     const wide_symbol &separator, mon_number *n) {
     n->len = n->group_count = 0;
@@ -68,7 +68,7 @@ static const ko_wchar_t *take_whole(const kovaloc *loc, const ko_wchar_t *text,
     return behind > text && is_digit(loc, *behind) ? nullptr : text;
 }
 
-// Whether the separators stand where the locale's groups end, and none is missing.
+// Are the separators where the locale's groups end, with none missing?
 static bool groups_fit(const int *group, const mon_number &n) {
     int at = 0, left = n.whole, size = 0;
     for (int i = n.group_count; i-- > 0; left -= size) {
@@ -79,7 +79,7 @@ static bool groups_fit(const int *group, const mon_number &n) {
     return !n.group_count || !size || left <= size;
 }
 
-// Takes the fraction, at most most digits of it, where the decimal symbol and a digit stand.
+// Takes the fraction, at most most digits of it, if there are a decimal symbol and a digit.
 static const ko_wchar_t *take_fraction(const kovaloc *loc, const ko_wchar_t *text,
                                        const wide_symbol &radix, int most, mon_number *n) {
     if (!most || !stands_at(text, radix) || !is_digit(loc, text[radix.len])) return text;
@@ -109,8 +109,8 @@ static double value_of(mon_number *n) {
     return c_strtod(n->text, &end);
 }
 
-// Blanks and fill characters in front of a value. Of digits only zeros that another digit follows
-// are padding.
+// Skips blanks and fill characters before a value. If the fill character is a digit, only zeros
+// that another digit follows are padding.
 static const ko_wchar_t *skip_padding(kovaloc *loc, const ko_wchar_t *text, ko_wchar_t fill) {
     const bool zeros = digit_of(loc, fill) == 0, others = !is_digit(loc, fill);
     while (is_blank(loc, *text) ||
@@ -124,8 +124,8 @@ static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const
     const int *group = loc->monum_info.group_mon;
     wide_symbol separator = s.separator;
     const int first = group[0] > 0 ? group[1] : 0;
-    // One symbol for both purposes: the last one is the decimal symbol in front of less than a
-    // group.
+    // One symbol serves both purposes: the last one is the decimal symbol if fewer digits than a
+    // group follow it.
     const bool shared = d.right_precision && same_symbol(separator, s.radix);
     if (shared && first <= 0) separator = {};
     text = skip_padding(loc, text, d.fill);
@@ -144,8 +144,8 @@ static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const
 
 // ---- Layouts ------------------------------------------------------------------------------------
 
-// A symbol or sign at the position. Its own blanks may be missing at the end of the text, and may
-// have been taken already with those in front of the position.
+// Matches a symbol or sign at the position. Its own blanks may be missing at the end of the text,
+// and may already have been taken with those before the position.
 static const ko_wchar_t *match_string(kovaloc *loc, const ko_wchar_t *start, const ko_wchar_t *text,
                                       const wide_symbol &s) {
     if (!s.len || stands_at(text, s)) return text + s.len;
@@ -187,14 +187,14 @@ int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask, const
 
 // ---- Directives ---------------------------------------------------------------------------------
 
-// What a directive reads: the text, and what the format goes on with.
+// What a directive reads: the text, and the rest of the format.
 struct mon_input {
     const ko_wchar_t *text;
     const ko_wchar_t *format;
 };
 
-// Whether a text without the symbol that its layout has behind the value ends or goes on as the
-// format does. Another symbol stands there else.
+// For a text without the symbol that its layout has after the value: does the text end, or continue
+// as the format does? If not, another symbol is there.
 static bool goes_on(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format) {
     text = skip_white_space(loc, text);
     format = skip_white_space(loc, format);
@@ -209,7 +209,8 @@ struct mon_candidate {
     bool negative;
 };
 
-// Units of the item, its value in *value; or -1. left_out: without the symbol that the layout has.
+// Returns the units of an item in the candidate's layout, with its value in *value; or -1.
+// left_out: without the layout's symbol.
 static int match_candidate(kovaloc *loc, const mon_input &in, const mon_candidate &c,
                            const mon_strings &common, bool left_out, const mon_directive &d,
                            double *value) {
@@ -224,9 +225,9 @@ static int match_candidate(kovaloc *loc, const mon_input &in, const mon_candidat
     return len;
 }
 
-// The layouts in the order in which they are tried. A positive one may fit the front of a negative
-// text, so that the negative one goes first, unless nothing tells it from a positive one. Returns
-// how many; -1 with the error word set.
+// Lists the layouts in the order in which they are tried. A positive layout may match the beginning
+// of a negative text, so the negative one comes first, unless nothing distinguishes it from a
+// positive one. Returns their number; -1 with the error word set.
 static int list_candidates(kovaloc *loc, const mon_positions &positions, mon_candidate *list) {
     wide_symbol negative, positive;
     if (!mon_sign(loc, true, &negative) || !mon_sign(loc, false, &positive)) return -1;
@@ -256,7 +257,7 @@ static int read_amount(kovaloc *loc, const mon_input &in, const mon_positions &p
     }
     if (len < 0) return fail(loc, KO_EDIRECTIVE, -1);
     item.text += len;
-    // What alignment and the field width have put behind.
+    // Skips what alignment and the field width have added at the end.
     while (is_blank(loc, *item.text) &&
            (d.left_precision || (d.left && item.text - in.text < d.width)))
         ++item.text;
@@ -265,7 +266,7 @@ static int read_amount(kovaloc *loc, const mon_input &in, const mon_positions &p
 
 // ---- Entries ------------------------------------------------------------------------------------
 
-// Moves in->text over what a unit of the format that is no directive stands for.
+// Moves in->text past what a unit of the format outside directives matches.
 static bool match_text(kovaloc *loc, mon_input *in, ko_wchar_t wc) {
     if (is_white_space(loc, wc)) {
         in->text = skip_white_space(loc, in->text);

@@ -1,10 +1,10 @@
-// Money: how a directive is read and changes the conventions of its call.
+// Money: reading a directive, whose flags change the conventions of the call.
 #include "number/kovamnlib.h"
 
-// Flags and conversions are known by the low byte of their unit alone, on purpose.
+// Deliberately, flags and conversions are recognised by the low byte of their unit alone.
 static unsigned low_byte(const kovaloc *loc, ko_wchar_t wc) { return portable(loc, wc & 0xFFu); }
 
-// False where the unit at *format is no flag.
+// False if the unit at *format is not a flag.
 static bool take_flag(const kovaloc *loc, const ko_wchar_t **format, mon_positions *positions,
                       mon_directive *d) {
     mon_side *const positive = &positions->side[0], *const negative = &positions->side[1];
@@ -27,7 +27,7 @@ static bool take_flag(const kovaloc *loc, const ko_wchar_t **format, mon_positio
         d->grouping = false;
         break;
     case '=':
-        if (!(*format)[1]) return false; // an "=" that ends the format is no conversion either
+        if (!(*format)[1]) return false; // an "=" that ends the format is not a conversion either
         d->fill = *++*format;
         break;
     default:

@@ -54,7 +54,7 @@ ko_wchar_t ko_full_fgetwc(ko_lc_t loc, void *stream) {
 
 // ---- Lines -------------------------------------------------------------------------------------
 
-// Lines of single-byte locales take every byte.
+// In single-byte locales a line may contain every byte.
 static int next_line_char(ko_lc_t loc, void *stream, read_char *c) {
     if (!record(loc)->exp.single_byte) return next_char(loc, stream, c);
     const int got = ko_ext_fgetc(stream);
@@ -64,7 +64,7 @@ static int next_line_char(ko_lc_t loc, void *stream, read_char *c) {
     return 1;
 }
 
-// Whether the bytes of a character are the newline, which is as long as the terminator.
+// Are the bytes of a character the newline, which is as long as the terminator?
 static bool ismbnl(const ko_mchar_t *bytes, int end_len, int len) {
     if (len != end_len) return false;
     for (int i = 0; i < len - 1; ++i) {
@@ -74,7 +74,7 @@ static bool ismbnl(const ko_mchar_t *bytes, int end_len, int len) {
 }
 
 namespace {
-// A character in the units of the buffer.
+// A character as units of the buffer.
 struct line_char {
     const void *from;
     int units;

@@ -1,7 +1,7 @@
-// Writes characters and strings on the host's streams.
+// Writes characters and strings to the host's streams.
 #include "text/kovastr.h"
 
-// True when all bytes were taken.
+// True if all bytes were written.
 static bool put_bytes(ko_lc_t loc, const ko_mchar_t *bytes, int count, void *stream) {
     const auto wanted = static_cast<size_t>(count);
     if (!wanted || ko_ext_fwrite(bytes, 1, wanted, stream) == wanted) return true;

@@ -1,4 +1,4 @@
-// Steps through strings: positions of characters, trailing spaces.
+// Positions of characters in strings, and trailing spaces.
 #include "text/kovastr.h"
 
 // ---- The character at a position ---------------------------------------------------------------
@@ -30,9 +30,10 @@ int by_tree::length(const unit *s) const {
 // ---- Positions ---------------------------------------------------------------------------------
 
 namespace {
-// The character that holds the last unit before a position, or the terminator where it comes first.
+// The character that contains the last unit before a position, or the terminator where that comes
+// first.
 struct held_char {
-    const ko_mchar_t *start; // NULL for what is no character
+    const ko_mchar_t *start; // NULL for what is not a character
     int units;               // 0 at the terminator
 };
 } // namespace
@@ -114,7 +115,7 @@ namespace {
 struct kept_text {
     int chars; // -1 for an invalid string
     int units;
-    bool spaces; // whether any follow
+    bool spaces; // are there any after them?
 };
 } // namespace
 

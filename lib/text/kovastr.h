@@ -1,6 +1,6 @@
-// How the string operations look at text: by bytes in single-byte locales, by the flat class table,
-// by the tree of the class table, or by wide values. Each way is a record with the same members, so
-// an operation is one template over them.
+// How the string operations read text: by bytes in single-byte locales, by the flat class table, by
+// the tree of the class table, or by wide values. Each way is a record with the same members, so
+// that an operation is one template over them.
 #ifndef KOVASTR_H
 #define KOVASTR_H
 
@@ -11,11 +11,11 @@
 
 // The character at a position.
 struct text_char {
-    int units;     // 0 at the terminator, -1 for what is no character, with the error word set
+    int units;     // 0 at the terminator, -1 with the error word set for what is not a character
     unsigned code; // its wide value; of a multibyte character all bytes, high byte first
 };
 
-// Texts whose every unit is a character: wide strings, strings of single-byte locales.
+// Text in which every unit is a character: wide strings, strings of single-byte locales.
 template <class Unit> struct by_unit {
     using unit = Unit;
     static constexpr bool one_unit = true;
@@ -23,7 +23,7 @@ template <class Unit> struct by_unit {
     int end_units;
     text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
     unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
-    // Units before the terminator, at most so many; for other texts -1 with the error word set.
+    // Units before the terminator, at most most; -1 with the error word set for invalid text.
     int length(const unit *s, int most = INT_MAX) const {
         int n = 0;
         while (n < most && s[n])
@@ -78,8 +78,8 @@ template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
     return run(by_tree{r, end_units});
 }
 
-// The position after n characters, or the terminator where it comes first; NULL with the error
-// word set. *skipped gets the characters before it.
+// The position after n characters, or the terminator where that comes first; NULL with the error
+// word set. *skipped gets the number of characters before it.
 const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped);
 
 // Writes the terminator.

@@ -1,11 +1,11 @@
-// Copies, joins and changes strings.
+// Copying, joining and changing strings.
 #include "text/kovastr.h"
 
 // ---- Copying and joining -----------------------------------------------------------------------
 
 namespace {
-// Multibyte and wide strings for the templates below: units of a string, or of its first n
-// characters; -1 with the error word set.
+// Multibyte and wide strings for the templates below. Their members count the units of a string or
+// of its first n characters; -1 with the error word set.
 struct mb_strings {
     ko_lc_t loc;
     bool usable() const { return loc; }
@@ -17,7 +17,7 @@ struct mb_strings {
         return end ? static_cast<int>(end - s) : -1;
     }
 };
-struct wide_strings { // without a locale: only an error hook learns of an error
+struct wide_strings { // without a locale: only an error hook learns of errors
     ko_lc_t loc = nullptr;
     bool usable() const { return true; }
     int end_units() const { return 1; }
@@ -73,7 +73,7 @@ ko_wchar_t *ko_wcsncat(ko_wchar_t *dst, const ko_wchar_t *src, int n) {
 
 // ---- Replacing a character ---------------------------------------------------------------------
 
-// The null character has no bytes here: it takes the old one away.
+// The null character has no bytes here: it deletes the old character.
 ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
     if (!loc || !position || !mb) return fail(loc, KO_ENULL, none);

@@ -1,7 +1,7 @@
-// Finds characters, members of sets and strings.
+// Searching for characters, members of sets and strings.
 #include "text/kovastr.h"
 
-// Nothing found: the error word tells so from a failure.
+// The result when nothing is found; an error word of 0 distinguishes it from a failure.
 template <class Unit> static Unit *absent(ko_lc_t loc) {
     return fail(loc, KO_OK, static_cast<Unit *>(nullptr));
 }
@@ -69,7 +69,8 @@ ko_wchar_t *ko_wcsrchr(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc) {
 // ---- Sets --------------------------------------------------------------------------------------
 
 namespace {
-// Values below 256 are bits; of the others a few are listed, and more of them become bits, too.
+// A set of values: those below 256 are bits; a few others are listed, and if there are more, they
+// become bits, too.
 struct char_set {
     static constexpr unsigned room = 24;
     uint32_t low[8] = {};
@@ -129,7 +130,7 @@ template <class By> static bool read_set(const By &by, const typename By::unit *
 }
 
 namespace {
-// How far a string goes before the first character that is, or is not, a member.
+// Where the first character that is, or is not, a member begins.
 template <class Unit> struct span_end {
     const Unit *at; // NULL on failure
     int chars;      // -1 on failure
@@ -191,8 +192,8 @@ ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set
 
 // ---- Strings -----------------------------------------------------------------------------------
 
-// Compares at every character. Both texts are read in whole characters from the same start, so a
-// match cannot run over the end.
+// Compares at every character. Both texts are read in whole characters from the same start, so that
+// a match cannot extend beyond the end.
 template <class By, class Unit>
 static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
     for (text_char c;; s += c.units) {
@@ -209,18 +210,18 @@ static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
 namespace {
 struct sub_char {
     text_char c;
-    int back; // how many characters before and with it are the first ones of the string, too
+    int back; // how many characters up to this one are also the first ones of the string
 };
 } // namespace
 
-// The characters that match once another one follows those that do.
+// How many characters match after the next one, when so many matched before it.
 static int extend(const sub_char *sub, int matched, text_char c) {
     while (matched && !same(sub[matched].c, c))
         matched = sub[matched - 1].back;
     return matched + same(sub[matched].c, c);
 }
 
-// Looks at each character of the text once.
+// Examines each character of the text once.
 template <class By, class Unit>
 static Unit *find_long(const By &by, const Unit *s, const Unit *sub, int len, sub_char *room) {
     int chars = 0;
@@ -247,7 +248,7 @@ static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
         const ext_block<sub_char> room(static_cast<size_t>(len));
         if (room.p) return find_long(by, s, sub, len, room.p);
     }
-    return find_short(by, s, sub, len); // also without memory: slower, with the same result
+    return find_short(by, s, sub, len); // without memory: slower, with the same result
 }
 
 static ko_mchar_t *find_text(const by_byte &by, const ko_mchar_t *s, const ko_mchar_t *sub) {

@@ -1,13 +1,13 @@
 // Display widths of characters and strings.
 #include "text/kovastr.h"
 
-// No standard class has that name.
+// Looked up among the locale's own classes: no standard class has this name.
 static ko_ctype_t full_width(const kovaloc *loc) { return user_class(loc, "full_width"); }
 
 // Columns of a printable character: two in the class "full_width".
 static inline unsigned columns(unsigned classes, ko_ctype_t full) { return classes & full ? 2 : 1; }
 
-// Columns of characters of a single-byte locale; -1 where one has none.
+// Columns of characters of a single-byte locale; -1 if one has no width.
 template <class Unit>
 static int table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, int len) {
     unsigned common = KO_CT_PRINT, total = 0;
@@ -19,7 +19,7 @@ static int table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, in
     return common ? static_cast<int>(total) : -1;
 }
 
-// Columns of a text. A character that begins before the end but reaches over it is refused.
+// Columns of a text. A character that begins before the end but extends beyond it is refused.
 template <class By, class Unit>
 static int text_width(const By &by, const Unit *s, int max_chars, const Unit *end) {
     const ko_ctype_t full = full_width(by.loc);

@@ -1,4 +1,4 @@
-// The Gregorian calendar, counted back beyond its introduction.
+// The Gregorian calendar, extended back beyond its introduction.
 #include "time/kovatmcvt.h"
 #include "time/kovatmlib.h"
 
@@ -25,7 +25,7 @@ int64_t gregorian_weekday(int64_t day, int64_t month, int64_t year) {
     return (days + gregorian_yearday(day, month, year) + 1) % 7;
 }
 
-// 146097 days are 400 years, 36524 a century that drops its leap day, 1461 four years.
+// 146097 days are 400 years, 36524 a century without its last leap day, 1461 four years.
 bool split_days(int64_t days, int64_t *year, int64_t *yearday) {
     if (days < 0) return false;
     const int64_t centuries = (4 * days + 146100) / 146097 - 1;

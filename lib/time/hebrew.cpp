@@ -1,12 +1,11 @@
-// The Hebrew calendar: years of 12 or 13 months that begin by the mean new moon of Tishri, in
-// cycles of 19 years. A leap year has a first and a second Adar in the places 5 and 6, with names
-// of their own after the twelve of a common year.
+// The Hebrew calendar: years of 12 or 13 months that begin near the mean new moon of Tishri, in
+// cycles of 19 years. A leap year has a first and a second Adar in the places 5 and 6, whose names
+// come after the twelve of a common year.
 #include "time/kovatmcvt.h"
 
 namespace {
 
-// Cycle years count from a year 1 whose number in the calendar is 3745, 16 years before 1
-// January 1.
+// Cycle years count from a year 1 that is year 3745 of the calendar, 16 years before 1 January 1.
 constexpr int64_t cycle_start = 3744;
 constexpr int64_t gregorian_offset = 16;
 constexpr int64_t year_limit = 14214;
@@ -19,7 +18,8 @@ constexpr int64_t adar_index = 5, adar1_index = 12, adar2_index = 13;
 constexpr int64_t day_parts = 25920, week_parts = 7 * day_parts;
 constexpr int64_t month_parts = 39673, first_month_parts = 8339;
 
-// The first four months last 117 to 119 days, as the year is a deficient, regular or complete one.
+// The first four months last 117 to 119 days, depending on whether the year is deficient, regular
+// or complete.
 int64_t autumn_days(int64_t year_length) { return year_length % 10 + 114; }
 
 int64_t year_length(int64_t cycle_year) {
@@ -34,7 +34,7 @@ int64_t month_of_index(int64_t index, int64_t length) {
     return index > adar_index ? index + 1 : index;
 }
 
-// From a year's day number t, from 0, to month, name and day.
+// Converts the number t of a day in its year, from 0, to month, name and day.
 void split_year(int64_t t, int64_t length, calendar_date *to) {
     if (t < length - winter_days) {
         const int64_t autumn = autumn_days(length);
@@ -52,12 +52,13 @@ void split_year(int64_t t, int64_t length, calendar_date *to) {
 
 } // namespace
 
-// The new year waits a day when the new moon falls late on a Tuesday or, after a leap year, on a
-// Monday, lest a year have 356 or 382 days; and it never begins on a Sunday, Wednesday or Friday.
+// The new year is postponed by a day if the new moon falls late on a Tuesday or, after a leap year,
+// on a Monday, because a year would otherwise have 356 or 382 days; and it never begins on a
+// Sunday, Wednesday or Friday.
 int64_t hebrew_size_in_days(int64_t cycle_year) {
     const int64_t a = 7 * cycle_year + 1;
     const int64_t months = a / 19 + 12 * cycle_year, leap = a % 19;
-    const int64_t parts = months * month_parts + first_month_parts; // passes 2^32 in the year 12497
+    const int64_t parts = months * month_parts + first_month_parts; // passes 2^32 in 12497
     const int64_t rest = parts % week_parts;
     const int64_t weekday = rest / day_parts, time = rest % day_parts;
     const bool late =
@@ -70,14 +71,14 @@ int64_t hebrew_size_in_days(int64_t cycle_year) {
 bool gregorian_to_hebrew(const calendar_date &from, calendar_date *to) {
     if (!not_before(from, 1, 0, 1) || not_before(from, 10000, 1, 24)) return false;
     if (from.month < 0 || from.month > 11) return false;
-    // Of a year that begins with March, the first month.
+    // January and February belong to the year that began in the March before.
     const bool early = from.month < 2;
     const int64_t year = early ? from.year - 1 : from.year;
     const int64_t month = early ? from.month + 11 : from.month - 1;
     const int64_t days =
         365 * year + year / 4 - year / 100 + year / 400 + 367 * month / 12 + from.day + 5970;
     int64_t cycle_year = year + gregorian_offset;
-    if (from.day > longest_year) cycle_year += from.day / (longest_year + 1); // a long way off
+    if (from.day > longest_year) cycle_year += from.day / (longest_year + 1); // far ahead
     int64_t start = hebrew_size_in_days(cycle_year), next = hebrew_size_in_days(cycle_year + 1);
     while (next <= days) {
         start = next;
@@ -96,7 +97,7 @@ bool hebrew_to_gregorian(const calendar_date &from, calendar_date *to) {
     calendar_date date = from;
     if (date.month == -1) date.month = month_of_index(date.index, length);
     if (date.month < 0 || date.month > 12 || !not_before(date, 3761, 3, 18)) return false;
-    // As if Heshvan had 29 and Kislev 30 days.
+    // At first as if Heshvan had 29 and Kislev 30 days.
     const int64_t month = date.month;
     int64_t days = date.day + hebrew_size_in_days(cycle_year) - 6002;
     if (length >= shortest_leap && month >= 6)

@@ -3,14 +3,14 @@
 #include "time/kovatmcvt.h"
 
 static constexpr int64_t cycle_days = 10631;
-static constexpr int64_t days_before = 227013; // in the Gregorian years from 1 on
+static constexpr int64_t days_before = 227013; // of the Gregorian calendar, from 1 January 1
 
 static constexpr int cycle_year_length[30] = {
     354, 355, 354, 354, 355, 354, 355, 354, 354, 355, 354, 354, 355, 354, 354,
     355, 354, 355, 354, 354, 355, 354, 354, 355, 354, 355, 354, 354, 355, 354,
 };
 
-// Days of the calendar before a date, which counts from 1.
+// Days of the calendar before a date; day, month and year count from 1.
 static int64_t days_until(int64_t day, int64_t month, int64_t year) {
     int64_t days = (year - 1) / 30 * cycle_days + (59 * month + 1) / 2 + day - 1;
     for (int64_t y = 0; y < (year - 1) % 30; y++)
@@ -33,7 +33,7 @@ bool gregorian_to_islamic(const calendar_date &from, calendar_date *to) {
     for (int y = 0; cycle_year_length[y] <= rest; y++, year++)
         rest -= cycle_year_length[y];
     int64_t month = 2 * rest / 59, day = rest - (59 * month + 1) / 2 + 1;
-    if (month == 12) month = 11, day = 30; // the day that a long year adds
+    if (month == 12) month = 11, day = 30; // the additional day of a leap year
     *to = {year, month, month, day, islamic_weekday(day, month, year), rest};
     return true;
 }

@@ -1,11 +1,11 @@
-// Dates between the Gregorian calendar and the locale's.
+// Conversion of dates between the Gregorian calendar and the locale's.
 #include "time/kovatmcvt.h"
 #include "locale/kovautils.h"
 #include "time/kovatmlib.h"
 
 #include <iterator>
 
-// By number of the calendar; one that is not here cannot be converted.
+// By calendar number; dates of a calendar that is not here cannot be converted.
 static constexpr struct {
     bool (*from_gregorian)(const calendar_date &from, calendar_date *to);
     bool (*to_gregorian)(const calendar_date &from, calendar_date *to);

@@ -1,4 +1,4 @@
-// Dates and times: the record of the LC_TIME category and the names of the calendars.
+// Dates and times: the data of LC_TIME in the record, and the names of the calendars.
 #include "chars/kovambwc.h"
 #include "chars/kovaportable.h"
 #include "time/kovatree.h"
@@ -86,7 +86,7 @@ void free_ltime(ltime *t) {
 
 // ---- Derived strings ----------------------------------------------------------------------------
 
-// The bytes of ";" in the code set, as many as its shortest character takes.
+// Writes ";" in the code set, with as many bytes as its shortest character has.
 static int separator_bytes(const kovaloc *loc, ko_mchar_t *bytes) {
     const int wanted = has_characters(loc) ? multi_min_length(loc->ctype) : 1;
     const int n = wanted < 1 || wanted > 4 ? 1 : wanted;
@@ -95,7 +95,7 @@ static int separator_bytes(const kovaloc *loc, ko_mchar_t *bytes) {
     return n;
 }
 
-// Joins the strings that are there. *joined is NULL without any; false without memory.
+// Joins the strings that are present. *joined is NULL if none is; false without memory.
 static bool join(const kovaloc *loc, ko_mchar_t *const *list, int count, ko_mchar_t **joined) {
     drop(*joined);
     if (!list || count < 1) return true;

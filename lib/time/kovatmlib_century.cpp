@@ -1,4 +1,4 @@
-// The century of two-digit years, and the date that stands for today.
+// The century of two-digit years, and the date that counts as today.
 #include "time/kovatmcvt.h"
 #include "time/kovatmlib_parse.h"
 
@@ -8,7 +8,7 @@ struct calendar_day {
 };
 } // namespace
 
-// Set by the host, mainly for tests, and meant for one thread; the hook answers otherwise.
+// Set by the host, mainly for tests and with one thread; if it is not set, the hook is asked.
 static constinit calendar_day set_today = {};
 static constinit bool today_is_set = false;
 
@@ -22,17 +22,17 @@ void ko_reset_time(int, const char *) { today_is_set = false; }
 static calendar_day get_today() {
     if (today_is_set) return set_today;
     uint16_t mdy[3] = {};
-    ko_ext_currdate(mdy); // without an answer the date is no date
+    ko_ext_currdate(mdy); // without an answer the date is invalid
     return {mdy[2], mdy[0], mdy[1]};
 }
 
-// Days before the first of January of a year, counted from that of the year 1.
+// Days from 1 January 1 to 1 January of a year.
 static int64_t days_before(int64_t year) {
     const int64_t past = year - 1;
     return past * 365 + past / 4 - past / 100 + past / 400;
 }
 
-// The number of a day, 1 being 1 January 1900. 0 or the error number.
+// Computes the number of a day, 1 being 1 January 1900. 0 or the error number.
 static int get_julian(int month, int day, int64_t year, int64_t *number) {
     static constexpr int lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (month < 1 || month > 12) return KO_EMONTHRANGE;
@@ -45,8 +45,9 @@ static int get_julian(int month, int day, int64_t year, int64_t *number) {
 
 static int64_t distance(int64_t a, int64_t b) { return a < b ? b - a : a - b; }
 
-// By the numbers of the date in the last century, this one and the next. Where last and next
-// century are equally far the earlier one is taken, as the rule is defined.
+// The century in which a date is closest to today, from the numbers of its days in the last
+// century, this one and the next. If last and next century are equally far, the rule takes the
+// earlier one.
 static int closest(const int64_t (&date)[3], int64_t today, int century) {
     const int64_t last = distance(date[0], today), now = distance(date[1], today),
                   next = distance(date[2], today);
@@ -72,7 +73,7 @@ int find_century(kovaloc *loc, int month, int day, int year, int algorithm, int 
     }
     const int error = get_julian(today.month, today.day, today.year, &today_number);
     if (error) return error;
-    // Today itself is not in the future, and not in the past either.
+    // Today itself is neither in the future nor in the past.
     if (algorithm == 'C') *century = closest(date, today_number, now);
     if (algorithm == 'F' && date[1] <= today_number) *century = now + 1;
     if (algorithm == 'P' && date[1] >= today_number) *century = now - 1;

@@ -1,5 +1,5 @@
-// Eras: their definitions taken apart when the locale is loaded, the era of a date and the year
-// within it.
+// Eras: decoding their definitions when the locale is loaded, the era of a date and the year within
+// it.
 #include "chars/kovambwc.h"
 #include "chars/kovaportable.h"
 #include "time/kovatmlib.h"
@@ -26,7 +26,7 @@ static bool take(era_text *in, int ascii) {
     return true;
 }
 
-// A sign of either kind or none, then digits; at most nine count.
+// Takes an optional sign and digits, of which there may be nine.
 static bool take_number(era_text *in, int *value) {
     const bool minus = take(in, '-');
     if (!minus) take(in, '+');
@@ -70,7 +70,7 @@ static ko_wchar_t *copy_wide(const ko_wchar_t *from, const ko_wchar_t *end) {
     return copy;
 }
 
-// The bytes of a wide string, ended by four zero bytes as every string of a locale object is.
+// Copies a wide string as bytes, ended by four zero bytes like every string of a locale object.
 static ko_mchar_t *copy_bytes(kovaloc *loc, const ko_wchar_t *wide) {
     const size_t size = 4 * static_cast<size_t>(ko_wcslen(wide)) + 4;
     ko_mchar_t *copy = static_cast<ko_mchar_t *>(ko_ext_malloc(size));
@@ -95,9 +95,9 @@ static bool copy_strings(kovaloc *loc, lera *era, const ko_wchar_t *const (&ends
     return era->name && era->abbr && era->format;
 }
 
-// The text after the dates. No abbreviation holds a "%" and every format of use does, so a part
-// with one is the format, whose own colons do not count. An empty abbreviation would match every
-// text in parsing: the name stands for it.
+// Takes the text after the dates. No abbreviation contains a "%" and every useful format does, so a
+// part with one is the format, whose own colons do not count. An empty abbreviation would match
+// every text in parsing, so the name replaces it.
 static int take_strings(era_text *in, lera *era) {
     const ko_wchar_t *name = in->at, *name_end = find(in->loc, name, ':');
     if (!name_end || name_end == name) return KO_ECODESET;
@@ -112,7 +112,7 @@ static int take_strings(era_text *in, lera *era) {
     return copy_strings(in->loc, era, ends) ? 0 : KO_ENOMEM;
 }
 
-// 0, or the error number.
+// Decodes a definition. 0, or the error number.
 static int decode_era(kovaloc *loc, const ko_wchar_t *definition, lera *era) {
     if (!definition) return KO_ENOMEM; // unreadable, or memory was short
     era_text in = {loc, definition};
@@ -158,7 +158,8 @@ int decode_eras(kovaloc *loc) {
 
 // ---- Dates --------------------------------------------------------------------------------------
 
-// Below 0, 0, above 0: a is before b, the same, after it, in the direction that the era counts.
+// Below 0, 0, above 0: a is before b, equal to it, after it, in the direction in which the era
+// counts.
 static int compare_dates(int direction, const era_date &a, const era_date &b) {
     int order = 0;
     if (a.year != b.year) {
@@ -180,7 +181,7 @@ int check_bounds(const lera *era, int day, int month, int year) {
     return compare_dates(era->direction, end, date) >= 0 ? 0 : -1;
 }
 
-// A field and what it starts from, within the range of an int.
+// The sum of a field and its origin, limited to the range of an int.
 static int plus(int64_t a, int64_t b) {
     const int64_t sum = a + b;
     return static_cast<int>(sum > INT32_MAX ? INT32_MAX : sum < -INT32_MAX ? -INT32_MAX : sum);

@@ -130,12 +130,12 @@ static void take_alt_digits(const ltime *t, unsigned value, alt_number *number) 
     } while (value);
 }
 
-// Counted no further than it takes to be more than most.
+// Columns of a text, counted only until they exceed most.
 static int text_columns(const column_counter &by, const ko_wchar_t *text, int most) {
     return cut_name(by, text, most < INT_MAX - 2 ? most + 2 : INT_MAX).columns;
 }
 
-// A digit string, count times.
+// Writes a digit string count times.
 static int put_strings(time_out *out, const ko_wchar_t *text, int64_t count) {
     if (!count) return 0;
     const int units = ko_wcslen(text);
@@ -147,7 +147,7 @@ static int put_strings(time_out *out, const ko_wchar_t *text, int64_t count) {
     return error;
 }
 
-// Padding in front of a number: blanks, or strings for zero and blanks for what is left over.
+// Pads before a number: with blanks, or with strings for zero and blanks for columns left over.
 static int put_alt_padding(time_out *out, int64_t columns, const format_modifiers &m,
                            const ko_wchar_t *zero, int zero_columns) {
     const bool zeros = pads_with_zeros(m) && zero_columns > 0;
@@ -196,7 +196,7 @@ static inline int put_field(time_out *out, const time_spec &spec) {
     }
     error = spec.alternative ? put_alt_number(out, value, m, row.digits)
                              : put_number(out, value, m, row.digits);
-    // The full year has an error of its own for too little room.
+    // The full year has its own error for too little room.
     const bool own_error = row.view == time_view::full_year && !spec.pointed;
     return error == KO_E2BIG && own_error ? KO_EYEAR : error;
 }
@@ -218,7 +218,7 @@ static int put_parts(time_out *out, const time_spec &spec) {
         [out](char sign) { return put_unit(out, native(out->loc, sign)); });
 }
 
-// Six digits, cut or filled up with zeros.
+// Writes six digits, cut or extended with zeros.
 static int put_fraction(time_out *out, const time_spec &spec) {
     const ko_long_t usec = out->tm->alt_tm_usec;
     if (usec < 0 || usec > 999999) return KO_EFRACTION;
@@ -238,7 +238,7 @@ static int put_fraction(time_out *out, const time_spec &spec) {
     return error || !pads_right(spec.m) ? error : put_units(out, blank, pad);
 }
 
-// The era of the date, looked up once. 0 or the error number.
+// Finds the era of the date, once. 0 or the error number.
 static int find_era(time_out *out, int *era) {
     const ltime *t = &out->loc->ltime_info;
     if (out->era == era_unknown) out->era = current_era(t->decode_era, t->era_count, out->tm);
@@ -294,7 +294,7 @@ inline int time_out::directive(const time_spec &spec) {
 
 // ---- Entries ------------------------------------------------------------------------------------
 
-// The units before the terminator; or the error number, negative.
+// Formats by the engine. Returns the units before the terminator; or the negative error number.
 static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                       const ko_alt_tm_t *tm, bool *bad_fraction) {
     ko_alt_tm_t local;

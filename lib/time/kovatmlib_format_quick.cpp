@@ -1,22 +1,22 @@
-// The quick way of writing times. Each writer takes the place in the result and returns the place
+// The quick way of writing times. Each writer takes a place in the result and returns the place
 // after what it has written; NULL for what the engine must do.
 #include "chars/kovambwc.h"
 #include "time/kovatmlib_quick.h"
 
 #include <string.h>
 
-constexpr int result_units = 96; // of a result, unless the last piece is longer
+constexpr int result_units = 96; // of a result, though the last piece may exceed it
 constexpr int pieces_most = 512; // directives of a format and those inside it
 constexpr int depth_most = 2;
 
-// The rows of the table, small and by letter.
+// The rows of the table of directives in a small form, by letter.
 namespace {
 struct written_rule {
     const time_directive *row;
     int ko_alt_tm_t::*field;
     int lo;
     unsigned span;  // above lo
-    unsigned first; // what is written for lo, where the view is plain
+    unsigned first; // what is written for lo, if the view is plain
     time_kind kind; // forms: left to the engine
     time_view view;
     time_list list;
@@ -25,9 +25,9 @@ struct written_rule {
 template <class Unit> struct quick_out {
     const kovaloc *loc;
     const ko_alt_tm_t *tm;
-    const mb_flat *flat; // of bytes that make characters of two; NULL: each unit is a character
+    const mb_flat *flat; // if characters may have two bytes; NULL: each unit is a character
     const quick_names<Unit> *names;
-    const Unit *limit; // room for a block and more is left up to here
+    const Unit *limit; // before this place there is room for at least a block
     int pieces;        // that may still come
 };
 } // namespace
@@ -37,7 +37,7 @@ static constexpr std::array<written_rule, 128> written_rules = [] {
         rule.kind = time_kind::forms;
     for (const time_directive &row : time_directives) {
         const int hi = row.hi == by_months ? usual_months - 1 : row.hi;
-        const bool pairs = row.digits == 2 || row.digits == 4; // of digits, in every value
+        const bool pairs = row.digits == 2 || row.digits == 4; // whole pairs of digits
         const bool other = row.kind == time_kind::number && !pairs;
         const bool plain = row.view == time_view::plain;
         rules[static_cast<unsigned char>(row.letter)] = {
@@ -159,7 +159,7 @@ static int run(quick_out<Unit> &q, Unit *out, int maxsize, const Unit *format) {
     return n;
 }
 
-// Whether the way is open and ASCII characters are what they seem.
+// Is the quick way on, and are ASCII characters themselves?
 static bool is_plain(const kovaloc *loc) {
     constexpr unsigned shared = category_bit(KO_LC_TIME) | category_bit(KO_LC_CTYPE);
     const quick_times *const quick = loc->ltime_info.quick;

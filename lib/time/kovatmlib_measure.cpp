@@ -5,15 +5,15 @@
 #include <limits.h>
 
 namespace {
-// The most that the names of a list take when they are cut by one precision.
+// The most that the names of a list take when one precision cuts them.
 struct name_extent {
     bool known;
     bool any;
-    int precision; // 0 for names that are whole
+    int precision; // 0 for uncut names
     time_extent most;
-    int64_t surplus; // most bytes of a name beyond those of as many blanks as it has columns
+    int64_t surplus; // the most bytes by which a name exceeds as many blanks as it has columns
 };
-// The same for names of eras.
+// Further lists that are measured: the names of eras.
 enum : uint8_t { list_era_name = time_lists, list_era_abbr, measured_lists };
 
 struct time_measure {
@@ -22,10 +22,10 @@ struct time_measure {
     int ascii_bytes; // of a digit, sign or blank
     time_extent sum;
     time_walker walker;
-    // What every directive of a kind needs, found out by the first.
+    // What every directive of a kind needs, computed by the first.
     name_extent names[measured_lists];
     name_extent alt_digits;
-    int era_digits[2]; // most digits of the years from 0, and of those before, 0 for none
+    int era_digits[2]; // most digits of years from 0 on, and of those before; 0: none
     bool era_years_known;
 
     int literal(const ko_wchar_t *first, const ko_wchar_t *last);
@@ -35,14 +35,14 @@ struct time_measure {
 
 // ---- Pieces -------------------------------------------------------------------------------------
 
-// Bytes of a character, none for a character that has no bytes.
+// Bytes of a character, 0 for one without bytes.
 static int bytes_of(kovaloc *loc, ko_wchar_t wc) {
     const errno_guard kept(loc);
     const int n = ko_wclen(loc, wc);
     return n < 0 ? 0 : n;
 }
 
-// Repeated widths and precisions of 31 bits stay within 64 bits.
+// Limited, so that repeated widths and precisions of 31 bits stay within 64 bits.
 static void add(time_measure *in, int64_t columns, int64_t bytes) {
     constexpr int64_t most = int64_t{1} << 40;
     time_extent &sum = in->sum;
@@ -84,7 +84,7 @@ static void take_name(time_measure *in, const ko_wchar_t *text, name_extent *all
         for (int i = 0; i < units; ++i)
             extent.bytes += bytes_of(in->loc, text[i]);
     }
-    // Precisions that alternate are the only names that are gone through more than once.
+    // Only alternating precisions make the names be measured more than once.
     if (in->walker.depth && all->precision && !in->walker.spent())
         in->walker.work += work_of(units + 16);
     const int64_t surplus = extent.bytes - extent.columns * in->ascii_bytes;
@@ -93,7 +93,7 @@ static void take_name(time_measure *in, const ko_wchar_t *text, name_extent *all
     take_larger(&all->most, extent);
 }
 
-// name(i) is the name of index i.
+// The extent of a list; name(i) is the name of index i.
 template <class Name>
 static const name_extent &extent_of(time_measure *in, name_extent *all, int precision, int count,
                                     Name name) {
@@ -135,7 +135,8 @@ static int largest_of(const time_measure *in, const time_directive &row) {
     return row.largest ? row.largest : month_count(&in->loc->ltime_info);
 }
 
-// As many digits as the largest value has, each as wide and long as the widest and the longest.
+// Adds as many digits as the largest value has, each as wide as the widest and as long as the
+// longest.
 static void add_alternative(time_measure *in, const time_directive &row,
                             const format_modifiers &m) {
     const ltime *t = &in->loc->ltime_info;
@@ -148,7 +149,7 @@ static void add_alternative(time_measure *in, const time_directive &row,
     const int64_t columns = larger(count * digit.columns, blank + after_blank * digit.columns);
     const int64_t bytes =
         larger(count * digit.bytes, blank * in->ascii_bytes + after_blank * digit.bytes);
-    // Padding is blanks or strings for zero, a column of which may take several bytes.
+    // Padding consists of blanks or of strings for zero, which may take several bytes per column.
     const int64_t pad_bytes = m.width * larger(in->ascii_bytes, digit.bytes);
     add(in, larger(m.width, columns), bytes + pad_bytes);
 }
@@ -168,7 +169,7 @@ static void add_fraction(time_measure *in, const time_spec &spec) {
     add_ascii(in, spec.pointed + larger(digits, spec.m.width));
 }
 
-// The years of an era run from its offset to what the first or last year of the table makes.
+// The years of an era run from its offset to that of the first or last year that can be formatted.
 static void find_era_years(time_measure *in) {
     const ltime *t = &in->loc->ltime_info;
     in->era_years_known = true;
@@ -183,7 +184,7 @@ static void find_era_years(time_measure *in) {
     }
 }
 
-// Four digits at least.
+// Adds the year of an era: at least four digits.
 static void add_era_year(time_measure *in, const time_spec &spec) {
     if (!in->era_years_known) find_era_years(in);
     int64_t units = larger(4, spec.m.precision);

@@ -4,7 +4,7 @@
 #include <string.h>
 
 namespace {
-// A group of names: a list of the record, or a string of each era.
+// A group of names: a list of the record, or one string of each era.
 struct name_group {
     int count;
     ko_mchar_t *const *list;
@@ -29,7 +29,7 @@ static name_group find_group(const ltime *t, int infotype) {
     return group;
 }
 
-// 0; or the error number with *copy NULL.
+// Copies a name. 0; or the error number with *copy NULL.
 static int copy_name(kovaloc *loc, const ko_mchar_t *name, ko_mchar_t **copy) {
     *copy = nullptr;
     if (!name) return KO_ENULL;

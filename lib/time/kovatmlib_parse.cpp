@@ -35,7 +35,7 @@ static inline void skip_blanks(time_reader *r) {
         ++r->at;
 }
 
-// A character that stands for itself; blanks before it in the text do not count.
+// Reads a character that stands for itself; blanks before it in the text are skipped.
 static int read_character(time_reader *r, ko_wchar_t wc) {
     if (*r->at != wc) skip_blanks(r);
     if (*r->at != wc) return ended(r, KO_EMISMATCH);
@@ -60,8 +60,8 @@ int time_reader::literal(const ko_wchar_t *format, const ko_wchar_t *end) {
 
 // ---- Numbers ------------------------------------------------------------------------------------
 
-// A sign or none and digits, at most width units of both. A value that is too large becomes one
-// that no range has. False without a digit.
+// Reads an optional sign and digits, at most width units in all. A value that is too large becomes
+// one outside every range. False without a digit.
 static bool read_digits(time_reader *r, int width, int *value) {
     if (ascii(r) - '0' > 9) skip_blanks(r);
     const ko_wchar_t *const start = r->at;
@@ -78,7 +78,7 @@ static bool read_digits(time_reader *r, int width, int *value) {
     return n > 0;
 }
 
-// A number in the locale's digits, without a sign.
+// Reads a number in the locale's digits, without a sign.
 static bool read_alt_digits(time_reader *r, int width, int *value) {
     const ltime *t = &r->loc->ltime_info;
     skip_blanks(r);
@@ -111,8 +111,8 @@ static int read_number(time_reader *r, const time_reading &rule, int width, bool
     return 0;
 }
 
-// The digits after the point of a second, six of which count; at least as many as the digit after
-// the letter says.
+// Reads the fraction of a second, of which six digits count; there must be at least as many as the
+// digit after the letter says.
 static int read_fraction(time_reader *r, const time_spec &spec) {
     if (spec.pointed) {
         if (ascii(r) != '.') return ended(r, KO_EFRACTION);
@@ -134,7 +134,7 @@ static int read_fraction(time_reader *r, const time_spec &spec) {
 
 // ---- Names --------------------------------------------------------------------------------------
 
-// The value of the name that the text goes on with, by the first tree that has one; -1 for none.
+// Reads a name and returns its value, by the first tree that contains one; -1 for none.
 static int read_name(time_reader *r, const wc_tnode *full, const wc_tnode *abbr) {
     for (const wc_tnode *tree : {full, abbr}) {
         const wc_found found = find_name(r->loc, tree, r->at);
@@ -201,8 +201,8 @@ static int read_locale_format(time_reader *r, const time_directive &row) {
     return error && row.letter == 'r' ? KO_EDIRECTIVE : error;
 }
 
-// The first era whose own format fits. Each begins anew, so what it passes of the text is work. An
-// era that the format reads by name is of this name.
+// Reads by the first era whose own format matches. Each attempt starts again, so the text that it
+// passes counts as work. An era that the format reads by name must have this era's name.
 static int read_era_format(time_reader *r) {
     const ltime *t = &r->loc->ltime_info;
     time_info before = *r->ti;
@@ -239,7 +239,7 @@ static int read_unit(time_reader *r, const time_directive &row) {
     return 0;
 }
 
-// Numbers with signs between them; the width is not theirs.
+// Reads numbers with signs between them; the width does not apply to them.
 static int read_parts(time_reader *r, const time_spec &spec) {
     return each_part(
         spec,
@@ -285,11 +285,11 @@ namespace {
 struct time_read {
     int error;
     const ko_wchar_t *end; // after what was read
-    bool at_end;           // the error or the end might be others in a longer text
+    bool at_end;           // the error or the end might differ in a longer text
 };
 
-// The front of a multibyte text as wide characters, at most room - 1 of them and a terminator. It
-// ends early at what is no character.
+// The beginning of a multibyte text as at most room - 1 wide characters and a terminator. It ends
+// early at what is not a character.
 struct text_front {
     int len;
     enum { whole, cut, broken } state;
@@ -317,7 +317,8 @@ static text_front widen_front(kovaloc *loc, ko_wchar_t *wide, int room, const ko
     return front;
 }
 
-// Reads the front of a text that room takes. False when the rest may make a difference.
+// Reads as much of the beginning of a text as room can hold. False if the rest may make a
+// difference.
 static bool read_front(kovaloc *loc, const ko_mchar_t *text, const ko_wchar_t *format,
                        ko_wchar_t *wide, int room, time_info *ti, time_read *result) {
     const text_front front = widen_front(loc, wide, room, text);
@@ -328,7 +329,7 @@ static bool read_front(kovaloc *loc, const ko_mchar_t *text, const ko_wchar_t *f
     return true;
 }
 
-// The place of a character in a multibyte text.
+// The place of character n in a multibyte text.
 static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_t n) {
     if (loc->exp.single_byte) return text + n;
     while (n--)
@@ -336,7 +337,7 @@ static const ko_mchar_t *place_of(kovaloc *loc, const ko_mchar_t *text, ptrdiff_
     return text;
 }
 
-// Reads by the engine. *end gets the place after what was read. 0 or the error number.
+// Reads with the engine. *end gets the place after what was read. 0 or the error number.
 static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,
                         time_info *ti, const ko_wchar_t **end) {
     const time_read result = read_time(loc, text, format, ti);
@@ -344,7 +345,7 @@ static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *
     return result.error;
 }
 
-// A multibyte text is taken in as far as reading needs it, for a date may stand before a long one.
+// Converts a multibyte text only as far as reading needs it, since a long text may follow the date.
 [[gnu::noinline]] static int engine_parse(kovaloc *loc, const ko_mchar_t *text,
                                           const ko_mchar_t *format, time_info *ti,
                                           const ko_mchar_t **end) {
@@ -365,7 +366,8 @@ static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *
     return result.error;
 }
 
-// Reads in the quick way or else by the engine. The place after what was read; NULL with *error.
+// Reads in the quick way or else with the engine. Returns the place after what was read; NULL with
+// *error.
 template <class Unit>
 static inline const Unit *read_text(kovaloc *loc, const Unit *text, const Unit *format,
                                     time_info *ti, int *error) {
@@ -375,7 +377,7 @@ static inline const Unit *read_text(kovaloc *loc, const Unit *text, const Unit *
     return *error ? nullptr : end;
 }
 
-// What is wrong with the arguments, 0 for nothing.
+// The error number of bad arguments, 0 for good ones.
 static int bad_arguments(ko_lc_t loc, const void *text, const void *format, const void *result) {
     if (!loc) return KO_ENULL;
     if (!format) return KO_EFORMAT;

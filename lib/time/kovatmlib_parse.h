@@ -1,4 +1,5 @@
-// What the reading of times shares: the fields that a format has set, and what becomes of them.
+// What the sources for reading times share: the fields that a format has set, and how they become a
+// time.
 #ifndef KOVATMLIB_PARSE_H
 #define KOVATMLIB_PARSE_H
 
@@ -34,10 +35,10 @@ inline bool same_name(const lera &one, const lera &other) {
     return *a == *b;
 }
 
-// Lays what a format has read over *tm. 0; or the error number with *tm as it was.
+// Replaces in *tm what a format has read. 0; or the error number with *tm as it was.
 int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm);
 
-// The century of a two-digit year. 0 or the error number.
+// Finds the century of a two-digit year. 0 or the error number.
 int find_century(kovaloc *loc, int month, int day, int year, int algorithm, int *century);
 
 #endif

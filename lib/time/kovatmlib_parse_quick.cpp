@@ -1,18 +1,18 @@
-// The quick way of reading times. Each reader takes the place in the text and returns the place
-// after what it has read; NULL for what the engine must do. What becomes time_info::set and the
-// types goes through *set. The loops are short, so the functions that hold them start a cache line:
-// a tenth of the speed hangs on that.
+// The quick way of reading times. Each reader takes a place in the text and returns the place after
+// what it has read; NULL for what the engine must do. *set collects what becomes time_info::set and
+// the types. The loops are short, so the functions that contain them start at a cache line, which
+// is worth a tenth of the speed.
 #include "chars/kovambwc.h"
 #include "time/kovatmlib_quick.h"
 #include "time/kovatree.h"
 
 #include <string.h>
 
-// How numbers are read: the rows of the table, small and by letter.
+// How numbers are read: the rows of the table of directives in a small form, by letter.
 namespace {
 struct quick_rule {
     int time_info::*field;
-    unsigned set, clear; // bits of what becomes time_info::set, and the types above them
+    unsigned set, clear; // bits of time_info::set, and the types above them
     int lo;
     unsigned span; // hi - lo
     int bias;
@@ -22,15 +22,15 @@ struct quick_rule {
 template <class Unit> struct quick_reader {
     kovaloc *loc;
     time_info *ti;
-    unsigned plain;          // units below it are characters of their own value
+    unsigned plain;          // units below it are characters with their own value
     const uint16_t *classes; // of the characters below listed
     unsigned listed;
     const mb_flat *pairs;           // of characters of two bytes
-    const exact_lists<Unit> *exact; // NULL: names are looked up in the trees alone
+    const exact_lists<Unit> *exact; // NULL: names are looked up only in the trees
 };
 } // namespace
 
-// Above the bits of time_info::set stand the types of year and hour.
+// The types of year and hour are above the bits of time_info::set.
 constexpr int year_shift = 16, hour_shift = 18;
 constexpr unsigned type_bits(const time_reading &how, unsigned value) {
     return how.type == &time_info::year_type   ? value << year_shift
@@ -38,7 +38,7 @@ constexpr unsigned type_bits(const time_reading &how, unsigned value) {
                                                : 0;
 }
 
-// Weekday 7 is a 0 and left to the engine.
+// Weekday 7 means 0 and is left to the engine.
 static constexpr std::array<quick_rule, 128> quick_rules = [] {
     std::array<quick_rule, 128> rules{};
     for (const time_directive &row : time_directives) {
@@ -94,7 +94,7 @@ static inline const Unit *after_blanks(const quick_reader<Unit> &r, const Unit *
     return at;
 }
 
-// No sign and at most nine digits, in the range that a directive allows.
+// Reads a number without a sign, of at most nine digits and in the range that a directive allows.
 template <class Unit>
 [[gnu::always_inline]] static inline const Unit *
 take_number(const quick_reader<Unit> &r, const Unit *at, const quick_rule &rule, unsigned *set) {
@@ -133,7 +133,7 @@ static const Unit *take_name(const quick_reader<Unit> &r, const Unit *at, const 
     return at + found.len;
 }
 
-// A character that stands for itself, which must not be a blank; blanks before it do not count.
+// Takes a character that stands for itself and is not a blank; blanks before it are skipped.
 template <class Unit>
 static inline const Unit *take_sign(const quick_reader<Unit> &r, const Unit *at, unsigned sign) {
     if (*at != sign) at = after_blanks(r, at);
@@ -160,8 +160,8 @@ take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigne
     return row->kind == time_kind::parts ? take_parts(r, at, row->parts, set) : nullptr;
 }
 
-// A character of several bytes that is the same in both. Returns its bytes, 0 when it is another
-// one, no character or a blank.
+// Compares a character of several bytes in text and format. Returns its bytes if both are equal; 0
+// for different ones, a blank, or what is not a character.
 static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
                           const ko_mchar_t *format) {
     const unsigned first = *format, second = format[1];
@@ -187,7 +187,7 @@ template <class Unit>
             if (rule.number) {
                 at = take_number(r, at, rule, &set);
             } else {
-                unsigned kept = set; // leaves set in a register
+                unsigned kept = set; // keeps set in a register
                 at = take_other(r, at, letter, &kept);
                 set = kept;
             }
@@ -208,7 +208,7 @@ template <class Unit>
     return nullptr;
 }
 
-// Where digits and signs have places of their own the engine serves.
+// Code sets in which digits and signs have other codes are left to the engine.
 template <class Unit>
 static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *format, time_info *ti,
                                   const exact_lists<Unit> *exact) {
@@ -216,7 +216,7 @@ static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *fo
     constexpr unsigned shared = category_bit(KO_LC_TIME) | category_bit(KO_LC_CTYPE);
     if (loc->portable || !exact) return nullptr;
     quick_reader<Unit> r = {loc, ti, 0x10000, loc->exp.sb_ctype_table, 0x100, nullptr, exact};
-    if (loc->copied & shared) r.exact = nullptr; // its names go by the characters of another locale
+    if (loc->copied & shared) r.exact = nullptr; // its names follow another locale
     if (!r.classes) {
         const ctype_flat *const flat = flat_classes(loc);
         const bool listed = flat && flat->plain_ascii;

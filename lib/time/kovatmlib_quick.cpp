@@ -1,4 +1,4 @@
-// What the quick ways know of a locale's names.
+// Prepares a locale's names for the quick ways.
 #include "time/kovatmlib_quick.h"
 #include "time/kovatree.h"
 
@@ -17,7 +17,7 @@ static void copy_names(written_name<Unit> (&to)[usual_months], Unit *const *name
     }
 }
 
-// False when two names share a slot; the second is left out then.
+// False if two names share a slot; the second is then left out.
 template <class Unit>
 static bool fill_slots(exact_list<Unit> &list, Unit *const *names, const bool *whole, int count) {
     bool alone = true;
@@ -49,7 +49,7 @@ static void build_exact(kovaloc *loc, const wc_tnode *tree, const time_names &li
     bool whole[most];
     for (int i = 0; i < count; ++i) {
         const wc_found found = list.names[i] ? find_name(loc, tree, list.names[i]) : wc_found{};
-        whole[i] = found.node && found.node->val == i; // another's would be found before its end
+        whole[i] = found.node && found.node->val == i; // else a shorter one is found
     }
     hash_names(bytes, list.bytes, whole, count);
     hash_names(wide, list.names, whole, count);

@@ -1,11 +1,11 @@
 // The quick ways of writing and reading times: what nearly every format consists of, on the units
-// of the text itself. Everything else, and every error, is the engine's.
+// of the text itself. Everything else, and every error, is left to the engine.
 #ifndef KOVATMLIB_QUICK_H
 #define KOVATMLIB_QUICK_H
 
 #include "time/kovatmlib_table.h"
 
-// A locale with fewer months goes to the engine, and for writing one with more.
+// A locale with fewer months is left to the engine; for writing, so is one with more.
 constexpr int usual_months = 12;
 
 // A name to write. It is copied as one block, whatever its length.
@@ -16,8 +16,8 @@ template <class Unit> struct written_name {
     int len; // 0: the engine writes it
 };
 
-// The full names as texts usually have them, letter by letter, by a hash of their first three
-// units. Only those that the tree finds whole and under their own place are there.
+// The full names in their usual spelling, by a hash of their first three units. Only names that the
+// tree finds completely and with their own index are included.
 template <class Unit> struct exact_name {
     const Unit *name; // NULL: none
     int len, val;
@@ -36,23 +36,23 @@ template <class Unit> struct quick_names {
     exact_lists<Unit> exact;
     written_name<Unit> written[time_lists][usual_months];
 };
-// What both ways know of a locale. Without it both are off.
+// What both ways need of a locale. Without it both are off.
 struct quick_times {
     bool writes; // a Gregorian locale of the usual months
     quick_names<ko_mchar_t> bytes;
     quick_names<ko_wchar_t> wide;
 };
 
-// Writes at most maxsize units with the terminator, the bytes of the locale's code set or wide
-// characters. Returns the units before the terminator; or -1, with no error stored and out in any
-// state, for what the engine must do.
+// Writes at most maxsize units, terminator included: bytes of the locale's code set or wide
+// characters. Returns the units before the terminator; or -1, with no error stored and out
+// undefined, for what the engine must do.
 int quick_format(const kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
                  const ko_alt_tm_t *tm);
 int quick_format(const kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                  const ko_alt_tm_t *tm);
 
-// Reads into *ti, which is empty before. Returns the place after what was read; or NULL, with no
-// error stored and *ti in any state, for what the engine must do.
+// Reads into *ti, which must be empty. Returns the place after what was read; or NULL, with no
+// error stored and *ti undefined, for what the engine must do.
 const ko_mchar_t *quick_parse(kovaloc *loc, const ko_mchar_t *text, const ko_mchar_t *format,
                               time_info *ti);
 const ko_wchar_t *quick_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *format,

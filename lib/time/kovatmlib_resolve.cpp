@@ -1,4 +1,4 @@
-// What becomes of the fields that a format has read: hour, month, year, and the calendar.
+// From the fields that a format has read to a time: hour, month, year, and the calendar.
 #include "time/kovatmlib_parse.h"
 
 #include <limits.h>
@@ -38,7 +38,7 @@ static inline void set_days(const time_info &ti, const time_fields &tm) {
     if (ti.set & seen_week_day) *tm.wday = ti.week_day;
 }
 
-// A name and a number stand for each other in the Gregorian calendar.
+// In the Gregorian calendar the name and the number of a month determine each other.
 static inline void complete_month(time_info *ti) {
     constexpr unsigned both = seen_mon | seen_monidx;
     const unsigned seen = ti->set & both;
@@ -48,7 +48,7 @@ static inline void complete_month(time_info *ti) {
     ti->set |= both;
 }
 
-// In the other calendars the one that is missing is -1, and conversion finds it.
+// In other calendars the missing one is -1, and conversion finds it.
 static void set_month(const time_info &ti, ko_alt_tm_t *tm) {
     if (!(ti.set & (seen_mon | seen_monidx))) return;
     tm->alt_tm_mon = ti.set & seen_mon ? ti.mon : -1;
@@ -57,7 +57,7 @@ static void set_month(const time_info &ti, ko_alt_tm_t *tm) {
 
 // ---- Years --------------------------------------------------------------------------------------
 
-// Whether the date of month and day in a year of the era lies within it; *year gets its year.
+// Does the date that was read lie within the era? *year gets its year in the calendar.
 static bool year_in_era(const lera &era, const time_info &ti, int *year) {
     const int64_t d = era.direction, month = ti.mon + 1;
     const int64_t of_era = ti.set & seen_era_off ? ti.era_off : 1;
@@ -69,7 +69,8 @@ static bool year_in_era(const lera &era, const time_info &ti, int *year) {
     return check_bounds(&era, ti.month_day, static_cast<int>(month), *year) == 0;
 }
 
-// Whether an era decides the year; an error where one was read and none of its name has the date.
+// *decided tells whether an era decides the year. An error number if one was read and no era of its
+// name contains the date.
 static int era_year(const ltime *t, const time_info &ti, bool *decided, int *year) {
     constexpr unsigned needed = seen_era | seen_mon | seen_month_day;
     *decided = (ti.set & needed) == needed;
@@ -97,7 +98,8 @@ static int short_year(kovaloc *loc, const time_info &ti, int algorithm, int *yea
     return 0;
 }
 
-// The year of what is no full year, or the last of which was none.
+// Finds the year if no full year was read, or if something else concerning the year was read after
+// it.
 [[gnu::noinline]] static int other_year(kovaloc *loc, const time_info &ti, int algorithm,
                                         int *year) {
     if (ti.year_type == year_of_era) {
@@ -106,7 +108,7 @@ static int short_year(kovaloc *loc, const time_info &ti, int algorithm, int *yea
         if (decided) return error;
     }
     constexpr unsigned both = seen_century | seen_year_off;
-    // Two digits read last come before a full year read earlier.
+    // Two digits read last take precedence over a full year read earlier.
     if (ti.set & seen_full_year && !(ti.year_type == year_short && ti.set & seen_year_off)) {
         *year = ti.full_year;
     } else if ((ti.set & both) == both) {
@@ -127,8 +129,8 @@ static inline int set_year(kovaloc *loc, const time_info &ti, int algorithm, int
 
 // ---- Calendars ----------------------------------------------------------------------------------
 
-// Lays the date that was read over the caller's, in the locale's calendar. A caller's date outside
-// that calendar cannot stand for what was not read.
+// Replaces the fields of the caller's date that were read, in the locale's calendar. A caller's
+// date outside that calendar cannot supply the fields that were not read.
 static int set_local_date(kovaloc *loc, const time_info &ti, int algorithm, ko_alt_tm_t *tm) {
     constexpr unsigned month = seen_mon | seen_monidx;
     constexpr unsigned year = seen_full_year | seen_year_off | seen_century;
@@ -162,7 +164,7 @@ static int set_local_date(kovaloc *loc, const time_info &ti, int algorithm, ko_a
 int set_values(kovaloc *loc, time_info *ti, int algorithm, ko_tm_t *tm) {
     if (!is_gregorian(&loc->ltime_info)) return set_local_values(loc, *ti, algorithm, tm);
     complete_month(ti);
-    const int error = set_year(loc, *ti, algorithm, &tm->tm_year); // stores nothing with one
+    const int error = set_year(loc, *ti, algorithm, &tm->tm_year); // stores nothing on an error
     if (error) return error;
     if (ti->set & seen_mon) tm->tm_mon = ti->mon;
     set_clock(*ti, fields_of(tm));

@@ -27,7 +27,7 @@ static inline wc_found look_up(Source in, const wc_tnode *root, const Unit *text
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text) {
     if (!root) return {};
     if (loc->exp.sb_tolower_table) return look_up(wide_source{loc, text}, root, text);
-    errno_guard kept(loc); // what is no character has no lower case
+    errno_guard kept(loc); // what is not a character has no lower case
     return look_up(wide_source{loc, text}, root, text);
 }
 
@@ -42,13 +42,13 @@ wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text) {
 // ---- The trees of a locale's times --------------------------------------------------------------
 
 namespace {
-// The names of one tree, a pointer every so many bytes; the value of each is its index.
+// The names of one tree, with a pointer every so many bytes; the value of each name is its index.
 struct name_list {
     wc_tnode *ltime::*tree;
     const void *first;
     int count;
     size_t stride;
-    bool with_nothing; // whether a name of nothing counts
+    bool with_nothing; // does an empty name count?
 };
 } // namespace
 
@@ -61,7 +61,7 @@ static const ko_wchar_t *name_at(const name_list &list, int index) {
 
 static constexpr int tree_count = 8;
 
-// Digits of nothing would never end a number.
+// Empty digits would never end a number.
 static void list_names(const ltime *t, name_list (&lists)[tree_count]) {
     constexpr size_t one = sizeof(ko_wchar_t *);
     const lera *const eras = t->decode_era;
@@ -97,7 +97,7 @@ int build_name_trees(kovaloc *loc) {
     ext_block<wc_tnode> block(nodes);
     if (!block.p) return fail(loc, KO_ENOMEM, -1);
     wc_tnode *free_node = t->name_nodes = block.release();
-    errno_guard kept(loc); // what is no character has no lower case
+    errno_guard kept(loc); // what is not a character has no lower case
     for (const name_list &list : lists) {
         for (int i = 0; i < list.count; i++) {
             wide_source in = {loc, name_at(list, i)};

@@ -1,5 +1,5 @@
-// Trees of names, by their lower-cased characters: the shortest stored name at the front of a text
-// wins, deliberately.
+// Trees of names, by their lower-cased characters. Deliberately, the shortest stored name at the
+// start of a text wins.
 #ifndef KOVATREE_H
 #define KOVATREE_H
 
@@ -8,13 +8,13 @@
 struct wc_tnode {
     ko_wchar_t c;    // lower-cased; 0 for the empty name
     int val;         // of the name that ends here
-    int set;         // 1 when one does
+    int set;         // 1 if one does
     wc_tnode *nextc; // the next character of names that share this prefix
     wc_tnode *nextn; // another character at the same position
 };
 
-// Where a look-up ended: the node of the name, NULL for none; the characters that the name takes;
-// and those that were looked at and matched, which may be more.
+// The result of a look-up: the node of the name, NULL for none; the characters that the name takes;
+// and those that were examined and matched, which may be more.
 struct wc_found {
     const wc_tnode *node;
     int len;
@@ -23,12 +23,12 @@ struct wc_found {
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text); // len in bytes
 
-// The eight trees of a record's times, by its wide names, their nodes in one block. 0; -1 with the
-// error word set.
+// Builds the eight trees of a record's times from its wide names, with their nodes in one block. 0;
+// -1 with the error word set.
 int build_name_trees(kovaloc *loc);
 void free_name_trees(ltime *t);
 
-// Trees that grow a name at a time (kovatree_single.cpp).
+// Trees that grow one name at a time (kovatree_single.cpp).
 struct mb_tnode {
     ko_mchar_t c;
     int val;
@@ -41,7 +41,7 @@ struct mb_tnode {
 // its own. 0; -1 with KO_ENOMEM or KO_EILSEQ.
 int cache_wc_string(kovaloc *loc, wc_tnode **root, const ko_mchar_t *string, int val);
 int cache_mb_string(kovaloc *loc, mb_tnode **root, const ko_mchar_t *string, int val);
-// Find the name at the front of a text: 0 with its length and value, or -1.
+// Find the name at the start of a text: 0 with its length and value, or -1.
 int validate_wc_string(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *wcs, int *wcslen,
                        int *val);
 int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs, int *mbslen,

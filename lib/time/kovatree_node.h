@@ -41,16 +41,16 @@ template <class Node> inline const Node *node_across(const Node *level, int c) {
     return level;
 }
 
-// The place of a character's node among those at a position, NULL inside when it has none yet.
+// The link to a character's node among those at a position; the link is NULL if there is none yet.
 template <class Node> inline Node **slot_across(Node **level, int c) {
     while (*level && (*level)->c != c)
         level = &(*level)->nextn;
     return level;
 }
 
-// Inserts what the source yields; a name of nothing stands at the top with the character 0. make()
-// returns the memory of a node. 0 or the error number; nodes made before an error stay, without a
-// name that ends there.
+// Inserts the name that the source yields; the empty name is at the top with the character 0.
+// make() allocates a node. 0 or the error number; nodes made before an error stay, but no name ends
+// at them.
 template <class Node, class Source, class Make>
 inline int insert(Node **root, Source &in, Make make, int val) {
     int c = in.next();
@@ -75,8 +75,8 @@ inline int insert(Node **root, Source &in, Make make, int val) {
     return KO_EILSEQ;
 }
 
-// The shortest name, not of nothing, that the source begins with. *depth gets the units that
-// matched on the way.
+// The shortest name with which the source begins, the empty one only if no other matches. *depth
+// gets the number of units that matched.
 template <class Node, class Source>
 inline const Node *find(const Node *root, Source &in, int *depth) {
     const Node *level = root;
@@ -84,7 +84,7 @@ inline const Node *find(const Node *root, Source &in, int *depth) {
         const int c = in.next();
         const Node *const node = c < 0 ? nullptr : node_across(level, c);
         if (!node) break;
-        // At the top the value of a 0 is that of the name of nothing.
+        // At the top, the value of 0 is that of the empty name.
         if (node->set && (c || *depth)) return ++*depth, node;
         level = node->nextc;
     }

@@ -1,6 +1,6 @@
-// Name trees that grow a name at a time, in wide characters or bytes, each node a block of its own.
-// Only tests call these: a locale builds its trees whole, out of one block. They stay as the plain
-// form of a name tree, whose rules the others keep.
+// Name trees that grow one name at a time, in wide characters or bytes, each node a block of its
+// own. Only tests call these functions: a locale builds its trees at once, in one block. They
+// remain as the plain form of a name tree, whose rules the other follows.
 #include "time/kovatree_node.h"
 
 namespace {
@@ -22,7 +22,7 @@ struct byte_source {
 };
 } // namespace
 
-// Frees nodes of one block each without recursion: children are moved in front of their parent.
+// Frees nodes that are blocks of their own, without recursion: a child is moved before its parent.
 template <class Node> static void free_nodes(Node *root) {
     while (root) {
         Node *const child = root->nextc;
@@ -42,7 +42,7 @@ template <class Node, class Source>
 static int cache_string(kovaloc *loc, Node **root, Source in, int val) {
     const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
     const auto insert_quietly = [&] {
-        errno_guard kept(loc); // what is no character of the case table has no lower case
+        errno_guard kept(loc); // what is not a character of the case table has no lower case
         return insert(root, in, make, val);
     };
     const int error = insert_quietly();
