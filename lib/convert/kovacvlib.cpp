@@ -1,5 +1,5 @@
-// Conversion descriptors: made from compiled conversion objects or from converters that the host
-// registers, and given back.
+// Conversion descriptors: making them from compiled conversion objects or from converters that the
+// host registers, and releasing them.
 #include "convert/kovacvlib.h"
 
 #include "locale/kovaextsa.h"
@@ -20,14 +20,15 @@ static bool is_static(const iconv_rec *cv) {
     return cv == &cd_enomem || cv == &cd_fileerr || cv == &cd_einval;
 }
 
-// A host may have cleared the word of a static descriptor: it is stored at every hand-out.
+// Stores the error word at every hand-out, because a host may have cleared that of a static
+// descriptor.
 static int hand_out(ko_cv_t *cd, iconv_rec *cv, int error, int result) {
     *cd = cv;
     return fail(&cv->exports.exp, error, result);
 }
 static int no_file(ko_cv_t *cd, int result) { return hand_out(cd, &cd_fileerr, KO_EFILE, result); }
 
-// A fresh descriptor in *cd with nothing in it; NULL without memory and cd_enomem in *cd.
+// Stores a new, empty descriptor in *cd; without memory returns NULL and stores cd_enomem.
 static iconv_rec *new_descriptor(ko_cv_t *cd) {
     ext_block<iconv_rec> block(1);
     if (!block.p) {
@@ -78,8 +79,8 @@ static void set_iconv_fps(iconv_rec *cv) {
         cv->miconv_fp = cv->needs_error_checking ? sb_miconv : sb_miconv_noerr;
         if (!cv->needs_error_checking) fill_sb2sb(cv);
     }
-    // The byte-wise look-up of shifted sources must not meet prefixes, so a table that has some
-    // is left to the rules.
+    // The bytewise look-up of shifted sources must not meet prefixes, so a table that has some is
+    // left to the rules.
     const bool walks = cv->smiconv_fp == mb_smiconv || multi_max_length(cv->conv_noshift) < 2;
     if (walks && (!single || cv->source_is_stateful || cv->target_is_stateful))
         cv->flat_noshift = build_cv_flat(cv->conv_noshift);
@@ -109,7 +110,8 @@ static bool read_cv_header(text_in *in) {
     return true;
 }
 
-// A shift sequence: one digit, its length, then that many bytes. False for one beyond four bytes.
+// Reads a shift sequence: its length as one digit, then that many bytes. False for more than four
+// bytes.
 static bool read_shift(text_in *in, unsigned char *bytes, int *len) {
     const unsigned n = get_hex(in, 1);
     if (n > 4) return false;
@@ -136,7 +138,7 @@ static bool read_cv_fields(text_in *in, iconv_rec *cv) {
     return !in->ended;
 }
 
-// Reads one table; -1 with the table's error number, or KO_ENOMEM, in the error word.
+// Reads one table; -1 with the number of a broken table, or KO_ENOMEM, in the error word.
 static int read_cv_table(text_in *in, iconv_rec *cv, mb_decode **table) {
     static const unsigned char unmapped[cv_max_target + 1] = {};
     const unsigned size = static_cast<unsigned>(cv->target_max_len + 1);
@@ -161,7 +163,7 @@ static int read_cv_tables(text_in *in, iconv_rec *cv) {
 // ---- Growth
 
 static void raise_ratio(iconv_rec *cv, int source_len, int made) {
-    if (double{cv->exp_ratio} * source_len >= made) return; // false for what is no number, too
+    if (double{cv->exp_ratio} * source_len >= made) return; // also false for a NaN
     const double ratio = double(made) / source_len;
     const float nearest = static_cast<float>(ratio);
     cv->exp_ratio = double{nearest} < ratio
@@ -169,7 +171,7 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
                         : nearest;
 }
 
-// The double-byte look-up delivers what stands at a byte, be it a character or not.
+// Counts bytes whether they are characters or not, because the double-byte look-up takes both.
 static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
     for (unsigned b = 0; b < 256; ++b) {
         const unsigned first = *cv_entry_at(table, node, b);
@@ -185,20 +187,20 @@ static void count_double(iconv_rec *cv) {
     }
 }
 
-// Callers size buffers by the ratio: where the tables make more than the object states, what they
-// make counts. A call may write a shift sequence before each character, and leave the shifted state
-// after the last one.
+// Raises the ratio, by which callers size buffers, to what the tables require if the object states
+// less. A call may write a shift sequence before each character, and the sequence that leaves the
+// shifted state after the last one.
 static void check_ratio(iconv_rec *cv) {
     const bool stateful = cv->source_is_stateful || cv->target_is_stateful;
     const bool shifts = stateful && cv->smiconv_fp == mb_smiconv;
     const int leave = shifts ? cv->target_so_len : 0;
     const int around[2] = {leave, shifts ? cv->target_si_len + leave : 0};
     const bool bytes = cv->miconv_fp != mb_miconv;
-    if (bytes) raise_ratio(cv, 1, 1); // whatever their entries say
+    if (bytes) raise_ratio(cv, 1, 1); // whatever their entries state
     if (bytes && !stateful) return;
     if (cv->smiconv_fp == db_smiconv) count_double(cv);
     if (!cv->flat_noshift || (cv->conv_shift && !cv->flat_shift))
-        raise_ratio(cv, 1, cv->target_max_len + around[1]); // more than that is not possible
+        raise_ratio(cv, 1, cv->target_max_len + around[1]); // no character can have more
     for (const cv_flat *flat : {cv->flat_noshift, cv->flat_shift})
         for (int i = 0; flat && i < 2 * cv_max_source; ++i) {
             const int length = flat->longest[i / 2][i % 2];
@@ -213,7 +215,7 @@ int read_cv_object(text_in *in, iconv_rec *cv) {
     return 0;
 }
 
-// Loads an opened object, which is closed on every path, into a descriptor.
+// Loads an opened object into a descriptor and closes it in every case.
 static int read_cv_file(void *stream, iconv_rec *cv) {
     if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
     text_image image;
@@ -255,7 +257,7 @@ static name_part codeset_part(const char *spec) {
     return {point + 1, strcspn(point + 1, " \t@")};
 }
 
-// Opens the object of a pair of names, both of which are wanted.
+// Opens the object of a pair of names, neither of them empty.
 static int open_pair(ko_cv_t *cd, name_part dst, name_part src) {
     if (same(dst, src) || dst.len + src.len + 6 >= 1025) return no_file(cd, -1);
     char file[1025];
@@ -301,7 +303,7 @@ int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
                  const ko_cvfns *fns_ref) {
     const name_part to = codeset_part(to_lc_spec), from = codeset_part(from_lc_spec);
     if (!to.len || !from.len) return no_file(cd, -1);
-    if (same(to, from)) return no_file(cd, 0); // callers rely on this differing from ko_cv_open
+    if (same(to, from)) return no_file(cd, 0); // unlike ko_cv_open; callers rely on it
     for (int i = 0; fns_ref && i < fns_ref->num_used; ++i) {
         const ko_cv_funcdef *def = &fns_ref->funcdef_arr[i];
         if (same(to, whole_name(def->to_name)) && same(from, whole_name(def->from_name)))
@@ -312,7 +314,7 @@ int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
 
 int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
                const char *cv_dir) {
-    gen_exports scratch = {}; // the reason of a failed look-up is cd_einval's own
+    gen_exports scratch = {}; // a failed look-up is reported as KO_EINVAL
     const uint16_t to = ko_lc_spec2cs_num(&scratch, to_lc_spec ? to_lc_spec : "", registry);
     const uint16_t from = ko_lc_spec2cs_num(&scratch, from_lc_spec ? from_lc_spec : "", registry);
     if (to == KO_NO_CODESET || from == KO_NO_CODESET)

@@ -22,39 +22,40 @@ typedef int (*conv_fn)(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_m
 typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                         ko_mchar_t **outmbs, int *outlen, int *sub);
 
-// A conversion table flattened to rows of words, of 32 bits where the targets have at most three
-// bytes, else of 64. The target bytes stand lowest; the top byte is the entry's first, in which the
-// bit of cv_plain is turned: it marks what is no character, is unmapped, or is a prefix. So a word
-// without flags is one that most texts hold alone. A prefix names the row of the next byte: a full
-// row of 256 words, or, in a table of longer characters where all that follows lies in 0x80..0xBF
-// (the trail bytes of UTF-8), a short one of 64. The last row has nothing but unmapped words.
+// A conversion table flattened to rows of words, of 32 bits if the targets have at most three
+// bytes, else of 64. The low bytes are the target bytes. The top byte is the entry's first byte
+// with the bit of cv_plain inverted: it then marks what is not a character, is unmapped, or is a
+// prefix. Most texts consist only of words without flags. A prefix names the row of the next byte:
+// a full row of 256 words or, in a table of longer characters where all following bytes lie in
+// 0x80..0xBF (the trail bytes of UTF-8), a short row of 64. The last row consists of unmapped
+// words.
 constexpr unsigned cv_special = cv_plain;
 constexpr unsigned cv_full_row = cv_special | 7; // the top bytes of a prefix
 constexpr unsigned cv_short_row = cv_special | 6;
-constexpr unsigned cv_row_index = 0xFFFFFF; // below it, in units of 64 words
+constexpr unsigned cv_row_index = 0xFFFFFF; // the bits below the top byte, in units of 64 words
 struct cv_trails {
     const void *two[256];          // the short row after a first byte, the last row for none
-    const void *const *leads[256]; // after the first byte of three: 64 such rows by the second
-    const void *rows[17 * 64];     // for 0xE0 to 0xEF, and none
+    const void *const *leads[256]; // after the first of three bytes: 64 rows, by the second
+    const void *rows[17 * 64];     // for 0xE0 to 0xEF, then for none
 };
-// The longest target by the bytes of the source less one, and by the shifted target state; -1:
+// The longest target, by the number of source bytes less one and by the target's shift state; -1:
 // none.
 typedef int cv_longest[cv_max_source][2];
 struct cv_flat {
     void *words;
     bool wide; // words of 64 bits
-    int most;  // the most target bytes of a source byte, rounded up
+    int most;  // the most target bytes per source byte, rounded up
     cv_longest longest;
     const void *none;        // the last row
     const void *second[256]; // the full row after a first byte, the last row for none
     cv_trails *trails;       // of UTF-8; NULL for other code sets
-    bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, but for
+    bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, except
     uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none
 };
 
 // Byte-to-byte translation.
 struct cv_bytes;
-// Translates n bytes, where asked to only up to the first special one; returns how many.
+// Translates n bytes, or with stop only those before the first special one; returns how many.
 typedef size_t (*cv_translate)(const cv_bytes *b, unsigned char *out, const unsigned char *in,
                                size_t n, bool stop);
 struct cv_bytes {
@@ -89,13 +90,13 @@ struct iconv_rec {
     ko_cvmfn_t mtom_fn;
     conv_fn miconv_fp;
     sconv_fn smiconv_fp;
-    // Derived when the descriptor is opened; NULL without memory (then the table walks serve).
+    // Derived when the descriptor is opened; NULL without memory (then the tables are walked).
     cv_flat *flat_noshift;
     cv_flat *flat_shift;
     cv_bytes *bytes;
 };
 
-// Reads an object into a fresh descriptor and makes it ready; -1 with the reason in its error word.
+// Reads an object into a new descriptor and prepares it; -1 with the reason in its error word.
 int read_cv_object(text_in *in, iconv_rec *cv);
 
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
@@ -116,10 +117,10 @@ void free_cv_flat(cv_flat *flat);
 
 // Translation of bytes (kovacvlib_bytes.cpp).
 cv_bytes *build_cv_bytes(const mb_decode *table);
-// The translations that this processor can run, the quickest last; returns how many.
+// The translations that this processor can run, fastest last; returns how many.
 constexpr int cv_translates_max = 3;
 int cv_translates(cv_translate *kinds);
-// The entry of a byte at a node of the table, flags not looked at; never NULL.
+// The entry of a byte at a node of the table, whatever its flags; never NULL.
 inline const unsigned char *cv_entry_at(const mb_decode *table, const multi_arr *node,
                                         unsigned byte) {
     return node->data_arr ? node->data_arr + (size_t(byte) << table->log_data_size)

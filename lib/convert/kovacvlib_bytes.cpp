@@ -1,5 +1,5 @@
-// Translation of bytes between single-byte code sets, by the widest vectors the processor has.
-// Every way gives the same bytes and stops at the same place.
+// Translation of bytes between single-byte code sets, by the widest vectors that the processor has.
+// All ways give the same bytes and stop at the same place.
 #include "chars/kovasimd.h"
 #include "convert/kovacvlib.h"
 
@@ -99,7 +99,7 @@ static inline rows_neon load_rows(const unsigned char *t) {
         {vld1q_u8_x4(t), vld1q_u8_x4(t + 64), vld1q_u8_x4(t + 128), vld1q_u8_x4(t + 192)}
     };
 }
-// A row gives 0, or leaves what is there, for an index beyond it.
+// For an index beyond its row, a look-up gives 0 or leaves what is there.
 static inline uint8x16_t look_up(const rows_neon &t, uint8x16_t x) {
     uint8x16_t found = vqtbl4q_u8(t.r[0], x);
     found = vqtbx4q_u8(found, t.r[1], veorq_u8(x, vdupq_n_u8(0x40)));
@@ -143,8 +143,8 @@ cv_bytes *build_cv_bytes(const mb_decode *table) {
         const unsigned char *e = cv_direct(table, i);
         b.p->map[i] = e[1];
         const bool plain = (e[0] & cv_flags) && !(e[0] & (cv_substitute | cv_terminator));
-        // Without a terminator mode a terminator is a byte like any other; NUL alone is let pass
-        // here, and the checked routine looks for it first when it must stop there.
+        // In counted text a terminator is a byte like any other. NUL is not special here: where the
+        // checked routine must stop at it, it looks for it first.
         const bool nul = !i && (e[0] & cv_flags) && !(e[0] & cv_substitute);
         b.p->special[i] = !plain && !nul ? 0xFF : 0;
         if (b.p->special[i]) b.p->has_special = true;

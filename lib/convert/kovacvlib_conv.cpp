@@ -1,7 +1,7 @@
 // The conversion engine: stateless, stateful and algorithmic conversion of a text or its pieces,
-// and the lengths they would write. What stands between two special characters (shifts, errors,
-// terminators, ends of input or room) is converted as a run from the flat tables; the rest one
-// character at a time by the rules.
+// and computation of the resulting lengths. Ordinary characters are converted in runs from the flat
+// tables; special ones (shifts, errors, terminators, those at the end of input or room) one at a
+// time by the rules.
 #include "convert/kovacvlib_run.h"
 
 #include <string.h>
@@ -30,8 +30,8 @@ struct cursor {
         }
         room -= len;
     }
-    // Bytes that may be read: all that is left, or some up to the next zero byte at most. Looking
-    // no further than a window keeps short calls on a long text short.
+    // Bytes that may be read: all that is left, or in an endless text at most up to the next zero
+    // byte. Looking no further than a window keeps short calls on a long text short.
     int readable() {
         constexpr size_t window = 4096;
         if (!endless) return left;
@@ -44,7 +44,7 @@ struct cursor {
     }
 };
 
-// Reads the caller's pointers and counts into a cursor and writes them back at the end.
+// A cursor made from the caller's pointers and counts, which are updated at its end.
 struct call_cursor : cursor {
     const ko_mchar_t **inmbs;
     int *inlen;
@@ -67,7 +67,7 @@ struct call_cursor : cursor {
     }
 };
 
-// Moves a cursor over a run; a first substitution is left to the rules.
+// Moves a cursor over a run; the first substitution is left to the rules.
 void run(iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state, int readable, cursor *c) {
     if (!c->sub) rule.mask |= cv_substitute;
     const cv_run r = run_text(cv, flat, rule, state, c->in, readable, c->out, c->room);
@@ -85,7 +85,7 @@ enum class ending { done, no_character, unmapped, no_room };
 
 int result_of(iconv_rec *cv, ending why) {
     if (why == ending::done) return 0;
-    if (why == ending::no_character) return -1; // the look-up has set the error word
+    if (why == ending::no_character) return -1; // the look-up has stored the error
     return failed(cv, why == ending::unmapped ? KO_EILSEQ : KO_E2BIG);
 }
 
@@ -104,9 +104,9 @@ struct shift_texts { // around a character
     shift_text before, after;
 };
 
-// Runs up to the next character that the rules must see.
+// Converts a run up to the next character that the rules must handle.
 void run_general(iconv_rec *cv, const conv_state *st, bool shifted, cursor *c) {
-    if (st && (st->target_state & ~1)) return; // a caller's own state
+    if (st && (st->target_state & ~1)) return; // a state of the caller's making
     cv_rule rule = {c->endless ? cv_terminator : 0, 0};
     int readable = c->readable();
     if (st) {
@@ -118,7 +118,7 @@ void run_general(iconv_rec *cv, const conv_state *st, bool shifted, cursor *c) {
     run(cv, shifted ? cv->flat_shift : cv->flat_noshift, rule, nullptr, readable, c);
 }
 
-// What a character changes in the states, and what is written around it.
+// Changes the states for a character; returns what is written around it.
 shift_texts change_states(const iconv_rec *cv, conv_state *st, unsigned flags, bool last) {
     shift_texts around = {};
     if ((flags & cv_source_shift) && cv->source_is_stateful) st->source_state = !st->source_state;
@@ -132,7 +132,7 @@ shift_texts change_states(const iconv_rec *cv, conv_state *st, unsigned flags, b
     return around;
 }
 
-// Stateless (without st) and general stateful conversion.
+// Converts by the rules: stateless (without st), or stateful in general.
 ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     while (c->left > 0) {
         const bool shifted =
@@ -159,7 +159,7 @@ ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     return ending::done;
 }
 
-// Single bytes and byte pairs switched by one-byte shifts, into a stateless target.
+// Converts single bytes and byte pairs, switched by one-byte shifts, to a stateless target.
 int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     static const unsigned char shift_entry[2] = {cv_source_shift, 0};
     while (c->left > 0) {
@@ -174,7 +174,7 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
         } else if (*c->in == cv->source_so[0]) {
             e = shift_entry;
         } else {
-            // The two-byte look-up reads no flag, so the lead is tested here.
+            // The two-byte look-up reads no flags, so the first byte is tested here.
             taken = 2;
             if (c->left < 2 || (c->endless && !*c->in)) return failed(cv, KO_EINVAL);
             const multi_arr *root = cv->conv_shift->root;
@@ -240,7 +240,7 @@ int alg_convert(iconv_rec *cv, conv_state *st, cursor *c) {
     }
 }
 
-// The first piece begins in the unshifted states. db_smiconv leaves the target's state alone.
+// The first piece begins unshifted on both sides; db_smiconv leaves the target's state alone.
 void start_states(const iconv_rec *cv, conv_state *st) {
     if (!st->first_frag) return;
     st->source_state = 0;
@@ -251,8 +251,8 @@ bool stateful(const iconv_rec *cv) { return cv->source_is_stateful || cv->target
 
 conv_state whole_text() { return {.first_frag = 1, .last_frag = 1}; }
 
-// Tests the arguments that every call shares; a NULL one is error 2. A failed opening left its own
-// reason in the word.
+// Tests the arguments common to all calls; a NULL one is KO_ENULL. A descriptor that failed to open
+// keeps its own error.
 inline bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, int *sub) {
     if (sub) *sub = 0;
     const bool opened = cv && cv->miconv_fp;
@@ -263,8 +263,8 @@ inline bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, i
 
 } // namespace
 
-// ---- The routines behind a descriptor's pointers. The usual call is a run through the whole text;
-// the rules take over where one ends.
+// ---- The routines behind a descriptor's pointers. The usual call converts the whole text in one
+// run; the rules take over where a run ends.
 
 [[gnu::noinline]] static int mb_miconv_rest(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen,
                                             ko_mchar_t **outmbs, int *outlen, int *sub) {
@@ -296,7 +296,7 @@ int db_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inl
     return db_smiconv_rest(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
 
-// Translates what a counted text and the room hold, or less where it stops at a special byte.
+// Translates as much of a counted text as there is room for, or less if it stops at a special byte.
 static int translate_through(iconv_rec *cv, bool stop, const ko_mchar_t **inmbs, int *inlen,
                              ko_mchar_t **outmbs, int *outlen) {
     const int n = *inlen < *outlen ? *inlen : *outlen;
@@ -366,7 +366,7 @@ int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **out
     return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
 }
 
-// The length computation; a text without a state is counted by the stateless rules.
+// Computes lengths; a text without a state is counted by the stateless rules.
 static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen, int *outlen,
                    int *sub) {
     call_cursor c(inmbs, inlen, nullptr, outlen, sub);
@@ -378,7 +378,7 @@ static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int 
     return result_of(cv, mb_convert(cv, st, &c));
 }
 
-// Calls that length computation, shifts or a registered converter make special.
+// Handles calls that compute lengths, have shifts or use a registered converter.
 static int mconv_special(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                          ko_mchar_t **outmbs, int *outlen, int *sub) {
     if (!outmbs) return measure(cv, st, inmbs, inlen, outlen, sub);
@@ -394,7 +394,7 @@ int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen
     if (!usable(cv, inmbs, outlen, sub)) return -1;
     if (!outmbs || !*outmbs || cv->mtom_fn)
         return mconv_special(cv, st, inmbs, inlen, outmbs, outlen, sub);
-    // The stateful routine would hand the call over, too.
+    // The stateful routine would do the same.
     if (!stateful(cv)) return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
     if (!st) return mconv_special(cv, st, inmbs, inlen, outmbs, outlen, sub);
     return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);

@@ -17,7 +17,7 @@ const multi_arr *child(const multi_arr *node, int b) {
     return node->next_arr && node->offset_arr ? node->next_arr[node->offset_arr[b]] : nullptr;
 }
 
-// Words that the rows of a node and its descendants take; 0 for a tree that is too deep.
+// The words that the rows of a node and its descendants take; 0 for a tree that is too deep.
 size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth) {
     if (depth > multi_max_depth) return 0;
     size_t sum = short_node(table, node) ? 64u : 256u;
@@ -36,7 +36,8 @@ size_t count_words(const mb_decode *table, const multi_arr *node, unsigned depth
 template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
 template <class W> constexpr W special_word = W{cv_special} << top_byte<W>;
 
-// The word of an entry of so many bytes: 2 to 4, in 64 bits 5. Bytes after its length are zero.
+// The word of an entry of size bytes: 2 to 4, in 64 bits 5. Bytes beyond the entry's length are
+// zero.
 template <class W> inline W entry_word(const unsigned char *e, size_t size) {
     W word = e[1];
     if (size > 2) word |= W(e[2]) << 8;
@@ -46,8 +47,8 @@ template <class W> inline W entry_word(const unsigned char *e, size_t size) {
     return e[0] & cv_flags ? word & ~special_word<W> : special_word<W>;
 }
 
-// The words of many entries of four bytes; what is not final is special. Written without branches,
-// so that it becomes vector code.
+// Writes the words of many entries of four bytes; what is not final is special. Has no branches, so
+// that it becomes vector code.
 void page_words(const unsigned char *__restrict flags, const unsigned char *__restrict entries,
                 uint32_t *__restrict to, int count) {
     constexpr uint32_t none = special_word<uint32_t>;
@@ -71,7 +72,7 @@ template <class W> struct row_writer {
         bool is_short;
     };
 
-    // The entries of a node; what is none becomes special.
+    // Writes the entries of a node; what is not a character becomes special.
     void write_entries(const multi_arr *node, W *to, int first, int count) {
         const unsigned char *const flags = node->flag_arr ? node->flag_arr + first : nullptr;
         const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
@@ -144,7 +145,7 @@ template <class W> void find_ascii(const W *words, cv_flat *flat) {
     flat->ascii = true;
 }
 
-// The row that a prefix of a kind names, else the last row.
+// The row to which a prefix of a kind refers, else the last row.
 template <class W> const W *row_after(const cv_flat *flat, W word, unsigned kind) {
     if (!is_prefix(word, kind)) return static_cast<const W *>(flat->none);
     return static_cast<const W *>(flat->words) + size_t(word & cv_row_index) * 64;
@@ -170,7 +171,7 @@ template <class W> bool find_trails(const W *words, cv_flat *flat) {
     return true;
 }
 
-// Writes the rows of a tree and after them the last row, and notes what the rows have in common.
+// Writes the rows of a tree, then the last row, and notes what the rows have in common.
 template <class W> bool build_words(const mb_decode *table, size_t count, cv_flat *flat) {
     ext_block<W> block(count + 256);
     if (!block.p) return false;

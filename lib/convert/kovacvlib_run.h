@@ -1,8 +1,8 @@
 // Runs of ordinary characters, converted from the flat tables. A run ends at the first character
-// that is not ordinary (a shift, an error, a terminator), at the end of the input, or where the
-// room gets short; what stands there is converted by the rules. The loops count instructions: most
-// texts are short, and all of their characters are ordinary. The conversion engine alone includes
-// them, so that its usual calls are one function each.
+// that is not ordinary (a shift, an error, a terminator), at the end of the input, or where room
+// gets short; the rules convert what follows. The loops are written to take few instructions: most
+// texts are short and consist of ordinary characters. Only the conversion engine includes them, so
+// that each of its usual calls is one function.
 #ifndef KOVACVLIB_RUN_H
 #define KOVACVLIB_RUN_H
 
@@ -12,7 +12,7 @@
 #include <string.h>
 #include <type_traits>
 
-// Inlined at each call, so that a flag that is known there costs nothing.
+// Inlined at each call, so that a flag whose value is known there costs nothing.
 #ifdef __GNUC__
 #define KOVA_EACH [[gnu::always_inline]] inline
 #else
@@ -21,23 +21,23 @@
 
 namespace {
 
-// Which flags a run takes: those under the mask must be the wanted ones.
+// Which flags a run accepts: under the mask, they must be the wanted ones.
 struct cv_rule {
     unsigned mask, want;
 };
-struct cv_run { // where it stopped, and the bytes it made
+struct cv_run { // where it stopped, and the bytes it wrote
     const ko_mchar_t *p;
     size_t made;
 };
 
-// What a run works with. There is room for whatever the bytes before end become.
+// What a run works on. There is room for whatever the bytes before end become.
 template <class W> struct runner {
     const cv_flat *flat;
     const W *words;
     cv_rule rule;
     const ko_mchar_t *begin, *end;
 };
-// Where it stands: in the text, and in the output, or the bytes counted where none are written.
+// The place of a run: in the text, and in the output, or the bytes counted if none are written.
 template <bool Write> struct place {
     const ko_mchar_t *p;
     std::conditional_t<Write, ko_mchar_t *, size_t> out;
@@ -49,7 +49,7 @@ template <class W> constexpr unsigned top_byte = 8 * (sizeof(W) - 1);
 
 template <class W, bool Write> inline void put_word(W word, place<Write> *at) {
     if constexpr (Write && is_little) {
-        memcpy(at->out, &word, sizeof word); // with its top byte, which the next one overwrites
+        memcpy(at->out, &word, sizeof word); // with its top byte, which the next word overwrites
     } else if constexpr (Write) {
         for (unsigned i = 0; i + 1 < sizeof word; ++i)
             at->out[i] = ko_mchar_t(word >> (8 * i));
@@ -72,15 +72,15 @@ template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) 
 
 // ---- Characters that stand for themselves
 
-// The high bit of each byte that is above 0x7F or does not stand for itself. Only the lowest one
-// set is exact.
+// The high bit of each byte that is above 0x7F or does not map to itself. Only the lowest bit set
+// is exact.
 inline uint64_t special_bytes(const cv_flat *flat, uint64_t block) {
     constexpr uint64_t low_bits = 0x0101010101010101u;
     const uint64_t a = block ^ flat->odd[0], b = block ^ flat->odd[1];
     return (block | ((a - low_bits) & ~a) | ((b - low_bits) & ~b)) & high_bits;
 }
 
-// Copies bytes that stand for themselves, eight at a time.
+// Copies bytes that map to themselves, eight at a time.
 template <class W, bool Write> inline void ascii_run(const runner<W> &r, place<Write> *at) {
     // Where a terminator counts, only the last byte can be the null character.
     const ko_mchar_t *const end = r.end - (r.rule.mask & cv_terminator ? 1 : 0);
@@ -90,7 +90,7 @@ template <class W, bool Write> inline void ascii_run(const runner<W> &r, place<W
         if (left >= 8) {
             memcpy(&block, at->p, 8);
         } else if (is_little && end - r.begin >= 8) {
-            memcpy(&block, end - 8, 8); // the last bytes, in front of zeros
+            memcpy(&block, end - 8, 8); // the last bytes, then zeros
             block >>= 8 * (8 - left);
         } else {
             return;
@@ -162,7 +162,7 @@ KOVA_EACH void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
 
 // ---- Characters of any length
 
-// One character, by its tree; with any flags that the rule allows.
+// Converts one character of any length, with any flags that the rule allows.
 template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> *at) {
     W word = r.words[*at->p];
     ptrdiff_t n = 1;
@@ -204,7 +204,7 @@ template <class W, bool Write> KOVA_EACH void run_any(const runner<W> &r, place<
     return r.flat->ascii ? run_any<W, Write>(r, 0, true, at) : run_any<W, Write>(r, 0, false, at);
 }
 
-// Single bytes and pairs, switched by one-byte shifts that write nothing.
+// Converts single bytes and pairs, switched by one-byte shifts that write nothing.
 template <class W, bool Write>
 KOVA_EACH void run_shifted(const runner<W> &single, const runner<W> &pair, unsigned shift_out,
                            int *state, place<Write> *at) {
@@ -225,7 +225,7 @@ KOVA_EACH void run_shifted(const runner<W> &single, const runner<W> &pair, unsig
     *at = a;
 }
 
-// A state of a caller's own making is left to the rules.
+// False for a state of the caller's making, which is left to the rules.
 inline bool can_shift(const iconv_rec *cv, const int *state) {
     return !state || (cv->flat_shift && unsigned(*state) <= 1);
 }
@@ -234,7 +234,7 @@ template <class W> const W *words_of(const cv_flat *flat) {
     return static_cast<const W *>(flat->words);
 }
 
-// Runs over pieces for which there is room in any case, with a word more.
+// Converts in pieces for which there certainly is room, with one word to spare.
 template <class W, bool Write>
 cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
                   const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
@@ -264,8 +264,9 @@ cv_run run_pieces(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *s
     return {at.p, made};
 }
 
-// Converts ordinary characters by a flat table, which may be NULL; without out it counts. With a
-// source state: single bytes by that table and pairs by flat_shift, with one-byte shifts.
+// Converts ordinary characters by a flat table, which may be NULL; without out it only counts. With
+// a source state, it converts single bytes by that table and pairs by flat_shift, with one-byte
+// shifts.
 inline cv_run run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state,
                        const ko_mchar_t *in, int len, ko_mchar_t *out, int room) {
     if (!flat || len < 1 || !can_shift(cv, state)) return {in, 0};
@@ -275,8 +276,8 @@ inline cv_run run_text(const iconv_rec *cv, const cv_flat *flat, cv_rule rule, i
     return pieces(cv, flat, rule, state, in, len, out, room);
 }
 
-// A counted text of ordinary characters with room for whatever it becomes: true where the run took
-// all of it. The state is that of a source with shifts, else NULL.
+// Converts a counted text of ordinary characters if there is room for whatever it becomes; true if
+// the run took all of it. The state is that of a source with shifts, else NULL.
 KOVA_EACH bool run_through(const iconv_rec *cv, int *state, const ko_mchar_t **inmbs, int *inlen,
                            ko_mchar_t **outmbs, int *outlen) {
     const cv_flat *const flat = cv->flat_noshift, *const pair = cv->flat_shift;

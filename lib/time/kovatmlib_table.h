@@ -1,4 +1,4 @@
-// The directives of times, a row each, for formatting, measuring and reading.
+// The directives of time formats, one row each, for formatting, measuring and reading.
 #ifndef KOVATMLIB_TABLE_H
 #define KOVATMLIB_TABLE_H
 
@@ -14,7 +14,7 @@ enum class time_kind : uint8_t {
     name,     // a name of the locale
     number,   // the value of a field
     day,      // a number with one blank before a single digit
-    parts,    // numbers by their letters, with signs between them
+    parts,    // numbers given by their letters, with signs between them
     format,   // a format of the locale
     fraction, // of a second; a digit may follow the letter
     era_name,
@@ -26,12 +26,12 @@ constexpr bool is_number(time_kind kind) {
     return kind == time_kind::number || kind == time_kind::day;
 }
 constexpr bool is_field(time_kind kind) { return kind == time_kind::name || is_number(kind); }
-// Whether nothing that belongs to the directive can follow its letter.
+// Is the letter always the end of the directive?
 constexpr bool ends_at_letter(time_kind kind) {
     return kind != time_kind::fraction && kind != time_kind::forms;
 }
 
-// What a number, or the index of a name, makes of its field.
+// How a number, or the index of a name, is derived from its field.
 enum class time_view : uint8_t {
     plain,
     century,
@@ -40,10 +40,10 @@ enum class time_view : uint8_t {
     hour12,
     weekday7,
     half_day,
-    month_index, // of the name of the month, which is a field of its own
+    month_index, // index of the month's name, which is a field of its own
 };
-// above: how far the field is above the lowest value of its row. For the years that is the year,
-// for the other views that differ from the field, the field.
+// above: how far the field is above the lowest value of its row. That is the year for the views of
+// years, and the field itself for the other views that change it.
 template <class Number> constexpr Number view_of(time_view view, Number above) {
     if (view == time_view::plain) return above; // most of them
     switch (view) {
@@ -90,7 +90,7 @@ inline time_names names_of(const ltime *t, time_list list) {
     return all[list];
 }
 
-constexpr int by_months = -1; // the upper limit is what the locale's months make it
+constexpr int by_months = -1; // the upper limit follows from the locale's months
 
 // How a number is read.
 struct time_reading {
@@ -100,7 +100,7 @@ struct time_reading {
     ko_errnum missing;
     ko_errnum range;
     int lo, hi;           // of the number
-    int bias;             // taken off it
+    int bias;             // subtracted from it
     int time_info::*type; // NULL: none
     int type_value;
 };
@@ -108,14 +108,14 @@ struct time_reading {
 struct time_directive {
     char letter;
     time_kind kind;
-    bool alternative;        // is there in the locale's digits, too: "%O"
-    int ko_alt_tm_t::*field; // of the value, of the index of a name
-    int lo, hi;              // of the field in formatting
+    bool alternative;        // also exists in the locale's digits: "%O"
+    int ko_alt_tm_t::*field; // of the value, or of the index of a name
+    int lo, hi;              // of the field when formatting
     ko_errnum error;         // out of that range; KO_OK: not checked
     time_view view;
     int bias;    // added to the field
-    int digits;  // at least; below 0: no such default
-    int largest; // value that is written, 0: by the locale's months
+    int digits;  // the fewest; below 0: no default
+    int largest; // value that can be written; 0: follows from the locale's months
     const char *parts;
     time_list list;
     ko_wchar_t *ltime::*format;
@@ -139,7 +139,7 @@ inline constexpr time_reading read_minute  = {&time_info::minute,    seen_minute
 inline constexpr time_reading read_second  = {&time_info::second,    seen_second,    0,           KO_ESEC,   KO_ESECRANGE,   0, 61,        0,    nullptr, 0};
 // clang-format on
 
-// The numbers of eras and the year of the record count from 1900.
+// The year of the record counts from 1900.
 constexpr int year_bias = 1900, year_max = 9999 - year_bias;
 
 constexpr time_directive unit_row(char letter, const char *unit) {
@@ -260,10 +260,11 @@ inline constexpr time_directive index_directives[] = {
     year_row('y', KO_OK, 2, 99, read_short, time_view::short_year),
 };
 
-// A locale without times has the usual twelve months, without names.
+// A locale without times has twelve months without names.
 inline int month_count(const ltime *t) { return t->calendar == calendar_none ? 12 : t->mon_count; }
 
-// What a number or the index of a name makes of its field, range checked. 0 or the error number.
+// Derives a number, or the index of a name, from its field and checks the range. 0 or the error
+// number.
 inline int time_value(const ltime *t, const ko_alt_tm_t *tm, const time_directive &row,
                       int *value) {
     const int field = tm->*row.field;
@@ -288,16 +289,16 @@ inline constexpr time_rows time_by_letter = rows_of(time_directives);
 inline constexpr time_rows era_by_letter = rows_of(era_directives);
 inline constexpr time_rows index_by_letter = rows_of(index_directives);
 
-// The row of a character of the format. ascii: by portable.
+// The row of a character of the format; ascii is its value by portable().
 inline const time_directive *find_directive(const time_rows &rows, unsigned ascii) {
     return ascii < 128 ? rows[ascii] : nullptr;
 }
 
 inline bool has_eras(const ltime *t) { return t->decode_era && t->era_count > 0; }
-// Fewer than two digits make no numbers.
+// Numbers need at least two digits.
 inline bool has_alt_digits(const ltime *t) { return t->w_alt_digits && t->max_alt_digits >= 2; }
 
-// A directive as a format spells it.
+// A directive as it is spelled in a format.
 struct time_spec {
     const time_directive *row;
     format_modifiers m;  // a digit after "F" is its precision and has raised the width
@@ -310,23 +311,23 @@ struct time_spec {
 inline time_spec plain_spec(const time_directive *row, bool alternative = false) {
     return {.row = row, .m = {.precision = -1}, .alternative = alternative, .fraction_digits = -1};
 }
-// Reads a directive from after its "%" and moves *format past it. 0; or KO_EDIRECTIVE for what
-// is no directive and for values that would be arguments, KO_EFORMAT, KO_EPRECISION.
+// Reads a directive, from the place after its "%", and moves *format past it. 0; or KO_EDIRECTIVE
+// for what is not a directive and for values that would be arguments, KO_EFORMAT, KO_EPRECISION.
 int scan_directive(const kovaloc *loc, const ko_wchar_t **format, time_spec *spec);
 
-// A walk over a format and the formats of the locale inside it.
+// The state of a walk over a format and the formats of the locale inside it.
 constexpr int work_max = 1 << 20;
 struct time_walker {
     int depth = 0;
-    int work = 0; // spent in formats inside formats, for one directive of the outermost
-    bool bad_fraction = false; // why the walk has failed
-    bool exhausted = false;    // the walk has met one of its limits
+    int work = 0;              // spent in nested formats, for one directive of the outermost
+    bool bad_fraction = false; // the reason for the failure
+    bool exhausted = false;    // the walk has reached one of its limits
     bool spent() { return exhausted = exhausted || work > work_max; }
 };
-// The work of passing so many characters, which takes less time than a directive does.
+// The work of passing so many characters, each of which takes less time than a directive.
 constexpr int work_of(ptrdiff_t characters) { return static_cast<int>(characters / 16); }
 
-// Hands the runs of a format to out->literal(first, end) and the directives to
+// Passes runs of text in a format to out->literal(first, end) and directives to
 // out->directive(spec) until one returns an error number. Out has a loc and a walker.
 template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
     const kovaloc *const loc = out->loc;
@@ -352,9 +353,9 @@ template <class Out> int walk_format(Out *out, const ko_wchar_t *format) {
         if (error) return error;
     }
 }
-// Walks over a format inside a format; NULL is an empty one. Formats that contain each other end
-// with an error, and so do those that take forever without containing themselves. of_many: one of
-// several that a directive tries, whose work adds up.
+// Walks over a nested format; NULL is an empty one. Formats that contain each other end with an
+// error, and so do those that would take forever without containing themselves. of_many: one of
+// several formats that a directive tries, whose work adds up.
 template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of_many = false) {
     time_walker &walker = out->walker;
     if (!walker.depth && !of_many) walker.work = 0;
@@ -369,7 +370,7 @@ template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of
     return error;
 }
 
-// Calls run with each number of "m/d/y" and its kin and sign with each sign between them.
+// Calls run with each number of "m/d/y" and its kin, and sign with each sign between them.
 template <class Run, class Sign> int each_part(const time_spec &spec, Run run, Sign sign) {
     for (const char *c = spec.row->parts; *c; ++c) {
         const time_directive *const row = find_directive(time_by_letter, static_cast<unsigned>(*c));
@@ -379,7 +380,7 @@ template <class Run, class Sign> int each_part(const time_spec &spec, Run run, S
     return 0;
 }
 
-// Columns of the characters of names, one for what shows nothing of itself.
+// Columns of the characters of names; one column for characters that are not printable.
 struct column_counter {
     kovaloc *loc;
     ko_ctype_t full; // class of the characters of two columns
