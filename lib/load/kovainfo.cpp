@@ -4,27 +4,12 @@
 #include "time/kovatmlib.h"
 
 namespace {
-// An item of numbers or money that is a single field.
-struct monum_field {
-    unsigned item;
-    ko_mchar_t *monum::*mbs;
-    ko_wchar_t *monum::*wcs;
-};
 // Both forms of one answer.
 struct info_string {
     const ko_mchar_t *mbs;
     const ko_wchar_t *wcs;
 };
 } // namespace
-static constexpr monum_field monum_fields[] = {
-    {KO_RADIXCHAR, &monum::decimal_point,   &monum::w_decimal_point  },
-    {KO_THOUSEP,   &monum::thousands_sep,   &monum::w_thousands_sep  },
-    {KO_YESSTR,    &monum::yesstr,          &monum::w_yesstr         },
-    {KO_NOSTR,     &monum::nostr,           &monum::w_nostr          },
-    {KO_CRNCYSTR,  &monum::currency_symbol, &monum::w_currency_symbol},
-    {KO_YESEXPR,   &monum::yesexpr,         &monum::w_yesexpr        },
-    {KO_NOEXPR,    &monum::noexpr,          &monum::w_noexpr         },
-};
 
 template <class Record, class Row, size_t n>
 static bool find_field(const Record *r, const Row (&rows)[n], unsigned item, info_string *answer) {
@@ -77,8 +62,8 @@ static info_string find_item(kovaloc *loc, unsigned item) {
         return {reinterpret_cast<const ko_mchar_t *>(loc->codeset[i]), loc->w_codeset[i]};
     }
     info_string answer = {};
-    if (!find_field(t, time_strings, item, &answer)) {
-        find_field(&loc->monum_info, monum_fields, item, &answer);
+    if (!find_field(t, time_strings, item, &answer) && item != no_item) {
+        find_field(&loc->monum_info, monum_strings, item, &answer);
     }
     return answer;
 }

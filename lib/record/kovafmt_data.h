@@ -48,8 +48,11 @@ struct monum {
     ko_wchar_t *w_nostr;
 };
 
-// The strings of the record with their wide twins and the category each belongs to.
+// The strings of the record with their wide twins, the item that queries know them by, and the
+// category each belongs to.
+constexpr unsigned no_item = ~0u;
 struct monum_string {
+    unsigned item;
     ko_mchar_t *monum::*mbs;
     ko_wchar_t *monum::*wcs;
     int category;
