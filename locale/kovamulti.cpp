@@ -200,11 +200,6 @@ int insert_desc_multi(const char_desc *desc, const void *item, void *table) {
 
 // ---- Looking up --------------------------------------------------------------------------------
 
-static inline void *item_of(const mb_decode *table, const multi_arr *node, unsigned byte) {
-    if (!node->data_arr) return table->default_data;
-    return node->data_arr + (size_t{byte} << table->log_data_size);
-}
-
 // The item of the character at text, NULL if there is none; *taken gets the number of bytes
 // examined.
 static inline void *walk_text(const ko_mchar_t *text, const mb_decode *table, int *taken) {
@@ -216,7 +211,7 @@ static inline void *walk_text(const ko_mchar_t *text, const mb_decode *table, in
             continue;
         }
         *taken = n;
-        return flag == mb_final ? item_of(table, node, *text) : nullptr;
+        return flag == mb_final ? node_item(table, node, *text) : nullptr;
     }
 }
 
@@ -246,7 +241,7 @@ void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit, 
     for (int i = 0;; ++i) {
         const unsigned flag = node_flag(node, text[i]);
         *len_bytes = i + 1;
-        if (flag == mb_final) return item_of(t, node, text[i]);
+        if (flag == mb_final) return node_item(t, node, text[i]);
         if (flag != mb_prefix) return fail(gen, KO_EILSEQ, none);
         if (i + 1 == limit) return fail(gen, KO_EINVAL, none);
         node = node_child(node, text[i]);
@@ -259,7 +254,7 @@ void *retrieve_text_doub_limit(const ko_mchar_t *text, void *table, int limit, g
     if (limit < 2) return fail(gen, KO_EINVAL, none);
     const mb_decode *t = table_of(table);
     const multi_arr *node = t->root ? node_child(t->root, text[0]) : nullptr;
-    return node ? item_of(t, node, text[1]) : fail(gen, KO_EILSEQ, none);
+    return node ? node_item(t, node, text[1]) : fail(gen, KO_EILSEQ, none);
 }
 
 void *retrieve_desc_multi(const char_desc *desc, void *table) {
@@ -268,28 +263,31 @@ void *retrieve_desc_multi(const char_desc *desc, void *table) {
     const multi_arr *node = table_root(t);
     for (unsigned i = 0; i < desc->length; ++i) {
         const unsigned byte = desc->bytes[i], flag = node_flag(node, byte);
-        if (flag == mb_final) return i + 1 == desc->length ? item_of(t, node, byte) : nullptr;
+        if (flag == mb_final) return i + 1 == desc->length ? node_item(t, node, byte) : nullptr;
         if (flag != mb_prefix) return nullptr;
         node = node_child(node, byte);
     }
     return nullptr;
 }
 
-void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table) {
-    void *const none = nullptr;
-    const mb_decode *t = table_of(table);
+unsigned char *wide_item(const mb_decode *table, ko_wchar_t wc) {
     const unsigned char bytes[4] = {0, 0, static_cast<unsigned char>(wc >> 8),
                                     static_cast<unsigned char>(wc & 0xFF)};
-    int n = t ? t->min_char_len : 0;
+    int n = table ? table->min_char_len : 0;
     if (n < 2 && wc > 0xFF) n = 2;
-    if (n < 1 || n > 4) return fail(gen, KO_EILSEQ, none);
-    const multi_arr *node = table_root(t);
+    if (n < 1 || n > 4) return nullptr;
+    const multi_arr *node = table_root(table);
     for (int i = 4 - n; i < 3; ++i) {
-        if (node_flag(node, bytes[i]) != mb_prefix) return fail(gen, KO_EILSEQ, none);
+        if (node_flag(node, bytes[i]) != mb_prefix) return nullptr;
         node = node_child(node, bytes[i]);
     }
-    if (node_flag(node, bytes[3]) != mb_final) return fail(gen, KO_EILSEQ, none);
-    return item_of(t, node, bytes[3]);
+    return node_flag(node, bytes[3]) == mb_final ? node_item(table, node, bytes[3]) : nullptr;
+}
+
+void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table) {
+    void *item = wide_item(table_of(table), wc);
+    if (!item) set_error(gen, KO_EILSEQ);
+    return item;
 }
 
 int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc) {

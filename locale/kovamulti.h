@@ -5,6 +5,8 @@
 #include "kova.h"
 #include "kovautils.h"
 
+#include <string.h>
+
 enum { mb_invalid = 0, mb_prefix = 1, mb_final = 4 };
 enum { multi_leaf_flags = 1, multi_compressed = 2 };
 constexpr uint32_t multi_no_id = 0xFFFFFFFF;
@@ -49,6 +51,19 @@ inline const multi_arr *node_child(const multi_arr *node, unsigned byte) {
     return node->next_arr ? node->next_arr[node->offset_arr[byte]] : nullptr;
 }
 
+// The item of a byte at a node, whatever its state. Tables of 16-bit items have item16.
+inline unsigned char *node_item(const mb_decode *table, const multi_arr *node, unsigned byte) {
+    if (!node->data_arr) return table->default_data;
+    return node->data_arr + (size_t{byte} << table->log_data_size);
+}
+inline uint16_t item16(const unsigned char *item) {
+    uint16_t value;
+    memcpy(&value, item, sizeof value);
+    return value;
+}
+
+// The item of a wide value, NULL for no character.
+unsigned char *wide_item(const mb_decode *table, ko_wchar_t wc);
 // Writes the bytes, at most four, of a wide value that is a character of the table. Returns their
 // number, 0 for what is not a character.
 int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);

@@ -174,7 +174,7 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
 // Counts bytes whether they are characters or not, because the double-byte look-up takes both.
 static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
     for (unsigned b = 0; b < 256; ++b) {
-        const unsigned first = *cv_entry_at(table, node, b);
+        const unsigned first = *node_item(table, node, b);
         if (first & cv_flags) raise_ratio(cv, bytes, static_cast<int>(first & cv_length));
     }
 }

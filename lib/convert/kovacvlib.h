@@ -120,14 +120,9 @@ cv_bytes *build_cv_bytes(const mb_decode *table);
 // The translations that this processor can run, fastest last; returns how many.
 constexpr int cv_translates_max = 3;
 int cv_translates(cv_translate *kinds);
-// The entry of a byte at a node of the table, whatever its flags; never NULL.
-inline const unsigned char *cv_entry_at(const mb_decode *table, const multi_arr *node,
-                                        unsigned byte) {
-    return node->data_arr ? node->data_arr + (size_t(byte) << table->log_data_size)
-                          : table->default_data;
-}
+// The entry of a byte at the first level, whatever its flags; never NULL.
 inline const unsigned char *cv_direct(const mb_decode *table, unsigned byte) {
-    return cv_entry_at(table, table->root, byte);
+    return node_item(table, table->root, byte);
 }
 
 #endif

@@ -76,8 +76,7 @@ template <class W> struct row_writer {
     void write_entries(const multi_arr *node, W *to, int first, int count) {
         const unsigned char *const flags = node->flag_arr ? node->flag_arr + first : nullptr;
         const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
-        const unsigned char *e =
-            node->data_arr ? node->data_arr + size_t(first) * step : table->default_data;
+        const unsigned char *e = node_item(table, node, static_cast<unsigned>(first));
         const auto size = static_cast<size_t>(table->data_size);
         if constexpr (sizeof(W) == 4) {
             if (std::endian::native == std::endian::little && flags && step == 4 && size == 4)

@@ -344,11 +344,8 @@ int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
 // Fills in the class masks of all bytes directly from the table's items, even for a byte that is
 // not a character; tables that the library writes have no such byte.
 static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
-    const unsigned char *items = table->root->data_arr;
-    for (size_t b = 0; b < 256; b++) {
-        const void *item = items ? items + (b << table->log_data_size) : table->default_data;
-        memcpy(&masks[b], item, sizeof masks[b]);
-    }
+    for (unsigned b = 0; b < 256; b++)
+        masks[b] = item16(node_item(table, table->root, b));
 }
 
 // An existing case table deliberately stays: it lives until LC_COLLATE is freed.

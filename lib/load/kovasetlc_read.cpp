@@ -184,24 +184,17 @@ static double read_case_ratio(text_in *in) {
     return end == text || !isfinite(ratio) ? 2.0 : ratio;
 }
 
-static uint16_t item_at(const mb_decode *table, unsigned byte) {
-    uint16_t item;
-    const multi_arr *root = table->root;
-    memcpy(&item, root->data_arr ? root->data_arr + byte * sizeof item : table->default_data,
-           sizeof item);
-    return item;
-}
-
 // The growth that the pairs cause: 2 if a character of one byte has a partner of two.
 static double growth_of_pairs(const kovaloc *loc) {
     const auto *cases = static_cast<const mb_decode *>(loc->cconv);
     const auto *classes = static_cast<const mb_decode *>(loc->ctype);
     if (classes->max_char_len < 2) return 1;
     for (unsigned byte = 0; byte < 256; byte++) {
-        if (node_flag(cases->root, byte) != mb_final || !item_at(cases, byte)) continue;
+        if (node_flag(cases->root, byte) != mb_final) continue;
+        const uint16_t index = item16(node_item(cases, cases->root, byte));
         for (ko_wchar_t conv_elem::*side : {&conv_elem::upper, &conv_elem::lower}) {
             ko_mchar_t bytes[4];
-            const ko_wchar_t partner = case_partner(loc, item_at(cases, byte), side);
+            const ko_wchar_t partner = case_partner(loc, index, side);
             if (partner && wide_to_bytes(classes, bytes, partner) > 1) return 2;
         }
     }
