@@ -2,8 +2,6 @@
 #include "collate/kovacoll_block.h"
 #include "collate/kovacoll_text.h"
 
-static int sign(int difference) { return difference < 0 ? -1 : difference > 0; }
-
 // ---- Comparison on the derived tables ----
 
 static inline bool inside_element(const coll_flat *flat, unsigned ch) {
@@ -19,10 +17,6 @@ static inline wide_back backward_text(const ko_wchar_t *begin, const ko_wchar_t 
     return {end, begin};
 }
 
-template <class Text> static int order_in(const coll_flat_pass *p, Text a, Text b) {
-    return compare_pass(p->page, p->specials, a, b);
-}
-
 // The passes from first on. begin_ are the strings, a and b the places behind their common start.
 template <class Unit>
 static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a, const Unit *a,
@@ -32,7 +26,7 @@ static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a,
         const coll_flat_pass *p = &flat->pass[pass];
         int order;
         if (p->forward) {
-            order = order_in(p, forward_text(a), forward_text(b));
+            order = pass_order(p, forward_text(a), forward_text(b));
         } else {
             if (!end_a) {
                 for (end_a = a; *end_a;)
@@ -40,7 +34,7 @@ static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a,
                 for (end_b = b; *end_b;)
                     ++end_b;
             }
-            order = order_in(p, backward_text(begin_a, end_a), backward_text(begin_b, end_b));
+            order = pass_order(p, backward_text(begin_a, end_a), backward_text(begin_b, end_b));
         }
         if (order) return order;
     }
@@ -60,8 +54,11 @@ static int compare_units(const coll_flat *flat, const Unit *begin_a, const Unit 
     return compare_passes(flat, 0, begin_a, a, begin_b, b);
 }
 
-static int thai_wide(kovaloc *loc, const ko_wchar_t *a, const ko_wchar_t *b) {
-    const size_t len_a = wide_length(a), len_b = wide_length(b);
+static int thai_order(kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
+    return thaismocoll(loc, a, b);
+}
+static int thai_order(kovaloc *loc, const ko_wchar_t *a, const ko_wchar_t *b) {
+    const size_t len_a = text_length(a), len_b = text_length(b);
     if (len_a > INT_MAX / 2 - 2 || len_b > INT_MAX / 2 - 2) return fail(loc, KO_ERANGE, 0);
     const int bytes_a = static_cast<int>(2 * (len_a + 1)),
               bytes_b = static_cast<int>(2 * (len_b + 1));
@@ -73,25 +70,25 @@ static int thai_wide(kovaloc *loc, const ko_wchar_t *a, const ko_wchar_t *b) {
     return thaismocoll(loc, text_a.p, text_b.p);
 }
 
+template <class Unit>
+[[gnu::noinline]] static int order_without_tables(kovaloc *loc, const Unit *a, const Unit *b) {
+    if (by_code(loc)) return code_order(forward_text(a), forward_text(b));
+    if (loc->coll_info.collate == collate_thai) return thai_order(loc, a, b);
+    return walk_compare(loc, a, text_length(a), b, text_length(b));
+}
+
+template <class Unit> static int order_units(kovaloc *loc, const Unit *a, const Unit *b) {
+    return loc->weights ? compare_units(loc->weights, a, b) : order_without_tables(loc, a, b);
+}
+
 int ko_full_wcscoll(ko_lc_t handle, const ko_wchar_t *wcs1, const ko_wchar_t *wcs2) {
     if (!handle || !wcs1 || !wcs2) return fail(handle, KO_ENULL, 0);
-    kovaloc *loc = record(handle);
-    if (by_code(loc)) return sign(ko_wcscmp(wcs1, wcs2));
-    if (loc->coll_info.collate == collate_thai) return thai_wide(loc, wcs1, wcs2);
-    if (loc->weights) return compare_units(loc->weights, wcs1, wcs2);
-    return walk_compare(loc, wcs1, wide_length(wcs1), wcs2, wide_length(wcs2));
+    return order_units(record(handle), wcs1, wcs2);
 }
 
 [[gnu::noinline]] static int single_byte_order(kovaloc *loc, const ko_mchar_t *a,
                                                const ko_mchar_t *b) {
-    if (loc->weights) return compare_units(loc->weights, a, b);
-    if (by_code(loc)) {
-        while (*a && *a == *b)
-            ++a, ++b;
-        return sign(*a - *b);
-    }
-    if (loc->coll_info.collate == collate_thai) return thaismocoll(loc, a, b);
-    return walk_compare(loc, a, mbs_length(a), b, mbs_length(b));
+    return order_units(loc, a, b);
 }
 
 // ---- Multibyte strings ----
@@ -102,14 +99,6 @@ static bool valid_rest(const mb_flat *cs, const ko_mchar_t *s) {
         if (!n) return false;
         if (!wide_value(s, n)) return true;
         s += n;
-    }
-}
-
-static int mb_code_order(mb_text a, mb_text b) {
-    for (;;) {
-        const int x = take(a), y = take(b);
-        if (x != y) return x < y ? -1 : 1;
-        if (!x) return 0;
     }
 }
 
@@ -128,7 +117,7 @@ static int compare_mb(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin_a
     for (int pass = 0; pass < flat->num_passes; ++pass) {
         const coll_flat_pass *p = &flat->pass[pass];
         if (!p->forward) return wide_copies_order(loc, begin_a, begin_b, pass);
-        const int order = order_in(p, mb_text{a, cs->flag1}, mb_text{b, cs->flag1});
+        const int order = pass_order(p, mb_text{a, cs->flag1}, mb_text{b, cs->flag1});
         if (order) return order;
     }
     return 0;
@@ -153,7 +142,7 @@ static int compare_text(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin
     }
     const unsigned m = char_bytes(cs, b);
     if (!m || !valid_rest(cs, a) || !valid_rest(cs, b)) return fail(loc, KO_EILSEQ, 0);
-    if (by_code(loc)) return mb_code_order({a, cs->flag1}, {b, cs->flag1});
+    if (by_code(loc)) return code_order(mb_text{a, cs->flag1}, mb_text{b, cs->flag1});
     if (elements &&
         (inside_element(flat, wide_value(a, n)) || inside_element(flat, wide_value(b, m)))) {
         b -= a - meet_a;
@@ -180,8 +169,7 @@ static inline int short_pairs_order(const kovaloc *loc, const ko_mchar_t *a, con
     if (!*a || !*b) return 0;
     const uint16_t *const *page = flat->pass[0].page;
     const unsigned w1 = page[a[0]][a[1]], w2 = page[b[0]][b[1]];
-    const bool plain = ((w1 - 2) | (w2 - 2)) < coll_expansion - 2; // then each of them is
-    return plain && w1 != w2 ? w1 < w2 ? -1 : 1 : 0;
+    return plain_weight(w1) && plain_weight(w2) ? order_of(w1, w2) : 0;
 }
 
 int im_mbscoll(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {

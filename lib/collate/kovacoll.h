@@ -22,9 +22,7 @@ void free_coll_data(kovaloc *loc);
 // ---- The row walk: every feature, weight by weight from the rows ----
 
 // 0 with KO_ENOMEM when the marks of the elements find no memory.
-int walk_compare(kovaloc *loc, const ko_wchar_t *a, size_t len_a, const ko_wchar_t *b,
-                 size_t len_b);
-int walk_compare(kovaloc *loc, const ko_mchar_t *a, size_t len_a, const ko_mchar_t *b,
-                 size_t len_b);
+template <class Unit>
+int walk_compare(kovaloc *loc, const Unit *a, size_t len_a, const Unit *b, size_t len_b);
 
 #endif

@@ -158,17 +158,15 @@ static bool add_elements(kovaloc *loc, const row_classes *classes, member_list *
 
 static bool add_characters(const mb_decode *table, const multi_arr *node, ko_mchar_t *bytes,
                            unsigned depth, const row_classes *classes, member_list *list) {
-    if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
+    if (depth >= multi_max_depth) return true;
     for (unsigned c = 0; c < 256; ++c) {
         bytes[depth] = static_cast<ko_mchar_t>(c);
-        if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
-            const multi_arr *child = node->next_arr[node->offset_arr[c]];
-            if (!add_characters(table, child, bytes, depth + 1, classes, list)) return false;
-        }
-        if (node->flag_arr[c] != mb_final) continue;
-        uint16_t row;
-        memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
-               sizeof row);
+        const unsigned flag = node_flag(node, c);
+        if (flag == mb_prefix &&
+            !add_characters(table, node_child(node, c), bytes, depth + 1, classes, list))
+            return false;
+        if (flag != mb_final) continue;
+        const uint16_t row = item16(node_item(table, node, c));
         if (row >= classes->rows || classes->of_row[row] == class_none) continue;
         static constexpr ko_mchar_t null_char[multi_max_depth] = {};
         const size_t len = static_cast<size_t>(depth) + 1;

@@ -64,10 +64,8 @@ template <class T> static T *take_array(builder *b, size_t n) {
 // ---- Rows ----
 
 static bool has_characters(const mb_decode *table, unsigned hi) {
-    if (!table->root || !table->root->flag_arr) return false;
-    const multi_arr *root = table->root;
     if (table->min_char_len == 1 && !hi) return true;
-    return root->flag_arr[hi] == mb_prefix;
+    return node_flag(table->root, hi) == mb_prefix;
 }
 
 static void read_rows(builder *b) {
@@ -154,25 +152,6 @@ static coll_seq weight_seq(builder *b, int pass, unsigned weight, ko_wchar_t ch,
     if (weight & coll_expansion) return expansion_seq(b, pass, weight & coll_low_bits, times);
     if (weight == coll_ignored_weight) return {nullptr, 0};
     return one_item(b, weight, ch);
-}
-
-// The sequence that is_mbscoll_exp reads: low bytes of at most 7 characters up to a 0, nothing
-// expanded a second time.
-static coll_seq sb_expansion_seq(builder *b, int pass, const coll_exp *exp) {
-    coll_item found[7];
-    unsigned n = 0;
-    for (unsigned i = 0; i < exp->nchars && i < 7; ++i) {
-        const ko_wchar_t ch = exp->exp_data[i] & 0xFF;
-        if (!ch) break;
-        const unsigned weight = row_weight(b, pass, ch);
-        // As a number an expansion may be 0, too, which then ties with a weight 0.
-        if (weight == (coll_code_tie | coll_expansion)) b->failed = true;
-        if (weight != coll_ignored_weight) found[n++] = {static_cast<uint16_t>(weight), ch};
-    }
-    coll_item *items = n ? take_items(b, n) : nullptr;
-    if (!items) return {nullptr, 0};
-    memcpy(items, found, n * sizeof *items);
-    return {items, n};
 }
 
 // ---- Elements ----
@@ -296,31 +275,7 @@ static void fill_pages(builder *b, int pass) {
     }
 }
 
-// ---- What the single-byte comparers and keys read ----
-
-static void fill_byte_weights(builder *b, int pass) {
-    coll_flat_pass *p = &b->flat->pass[pass];
-    const uint16_t *by_row = b->coll->pass_arr[pass];
-    uint16_t *weights = take_array<uint16_t>(b, 256);
-    for (unsigned c = 0; weights && c < 256; ++c)
-        weights[c] = by_row[b->byte_rows[c]];
-    p->byte_weights = weights;
-}
-
-static void fill_sb_specials(builder *b, int pass) {
-    coll_flat_pass *p = &b->flat->pass[pass];
-    const coll_data *coll = b->coll;
-    // A byte without a row is not expanded, whatever row 0 says.
-    const bool fits =
-        b->flat->byte_rows && !b->num_firsts && !(coll->pass_arr[pass][0] & coll_expansion);
-    if (!fits) return;
-    coll_special *specials = take_array<coll_special>(b, b->num_specials);
-    if (!specials) return;
-    memcpy(specials, b->specials, b->num_specials * sizeof *specials);
-    for (int e = 0; e < coll->num_expansions; ++e)
-        specials[e].own = sb_expansion_seq(b, pass, &coll->exp_arr[e]);
-    p->sb_specials = specials;
-}
+// ---- Keys of bytes ----
 
 static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, coll_sink *sink,
                       coll_cell *cell) {
@@ -397,8 +352,6 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
     if (!b->failed) fill_pages(b, pass);
-    if (!b->failed) fill_byte_weights(b, pass);
-    if (!b->failed) fill_sb_specials(b, pass);
     if (!b->failed) fill_cells(b, pass);
 }
 

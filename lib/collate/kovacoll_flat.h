@@ -40,9 +40,7 @@ struct coll_flat_pass {
     // ignores, with coll_expansion the index of a special, else a weight ready to be compared.
     const uint16_t *page[256];
     const coll_special *specials;
-    const coll_special *sb_specials; // as is_mbscoll_exp expands; NULL where it cannot use pages
-    const coll_cell *cells;          // by characters below 256
-    const uint16_t *byte_weights;    // of the rows of bytes, just as the rows have them
+    const coll_cell *cells; // by characters below 256
     bool forward;
     bool ties; // some weight carries coll_code_tie
 };

@@ -16,7 +16,7 @@ static bool wide_room(kovaloc *loc, size_t units, wide_copy *copy) {
 static bool widen_by_table(kovaloc *loc, const ko_mchar_t *mbs, wide_copy *copy) {
     const int count = loc->exp.single_byte ? -2 : im_mbslen(loc, mbs);
     if (count == -1) return false;
-    copy->len = count < 0 ? mbs_length(mbs) : static_cast<size_t>(count);
+    copy->len = count < 0 ? text_length(mbs) : static_cast<size_t>(count);
     if (!wide_room(loc, copy->len + 1, copy)) return false;
     if (count >= 0) return im_mbstowcs(loc, copy->p, mbs, count + 1) >= 0;
     for (size_t i = 0; i <= copy->len; ++i)
@@ -335,7 +335,7 @@ static int wide_key(kovaloc *loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t
 
 int ko_wcsxfrm(ko_lc_t handle, ko_mchar_t *dst, const ko_wchar_t *wcs, int maxbytes) {
     if (!handle || !wcs || (!dst && maxbytes > 0)) return fail(handle, KO_ENULL, -1);
-    return wide_key(record(handle), dst, wcs, wide_length(wcs), maxbytes);
+    return wide_key(record(handle), dst, wcs, text_length(wcs), maxbytes);
 }
 
 static int single_byte_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes) {
@@ -343,7 +343,7 @@ static int single_byte_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs,
         const int len = cells_key(loc->weights, dst, mbs, maxbytes);
         if (len >= 0) return len;
     }
-    const size_t len = mbs_length(mbs);
+    const size_t len = text_length(mbs);
     if (len >= INT_MAX) return fail(loc, KO_ERANGE, -1);
     return table_key(loc, dst, mbs, len, maxbytes);
 }

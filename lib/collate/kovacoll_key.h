@@ -50,7 +50,6 @@ inline void write_item(coll_item item, coll_widths widths, coll_sink *sink) {
 }
 coll_widths key_widths(const kovaloc *loc);
 // Writes all passes into the sink. -1 with KO_ENOMEM.
-int walk_key(kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink);
-int walk_key(kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink);
+template <class Unit> int walk_key(kovaloc *loc, const Unit *text, size_t len, coll_sink *sink);
 
 #endif

@@ -24,7 +24,6 @@ struct mb_text { // valid text of characters of one or two bytes
     const ko_mchar_t *s;
     const unsigned char *flag1;
 };
-
 struct pair_text { // valid text of two-byte characters alone, its terminator one byte
     const ko_mchar_t *s;
 };
@@ -41,7 +40,6 @@ inline ko_wchar_t take(mb_text &t) {
     if (t.flag1[first] == mb_final) return static_cast<ko_wchar_t>(first);
     return static_cast<ko_wchar_t>(first << 8 | *t.s++);
 }
-
 inline ko_wchar_t take(pair_text &t) {
     if (!*t.s) return 0;
     t.s += 2;
@@ -53,7 +51,53 @@ inline ko_wchar_t take(pair_back &t) {
     return static_cast<ko_wchar_t>(t.s[0] << 8 | t.s[1]);
 }
 
-template <class Text> struct coll_walk {
+// ---- Order ----
+
+// -1, 0 or 1.
+inline int order_of(unsigned a, unsigned b) { return a < b ? -1 : a > b; }
+
+template <class Text> static int code_order(Text a, Text b) {
+    for (;;) {
+        const unsigned x = take(a), y = take(b);
+        if (x != y || !x) return order_of(x, y);
+    }
+}
+
+inline bool plain_weight(unsigned weight) { return weight - 2 < coll_expansion - 2; }
+
+// The order by the plain weights at the start of two texts; 0 where that does not decide, and the
+// texts then begin at what comes after those weights.
+template <class Text, class WeightOf>
+static inline int plain_order(Text &a, Text &b, WeightOf weight_of) {
+    for (;;) {
+        const Text at_a = a, at_b = b;
+        const unsigned x = weight_of(take(a)), y = weight_of(take(b));
+        if (!plain_weight(x) || !plain_weight(y)) {
+            a = at_a;
+            b = at_b;
+            return 0;
+        }
+        if (x != y) return order_of(x, y);
+    }
+}
+
+// The order of what two sources deliver in a pass. next() gives the next item that the pass does
+// not ignore: its ch is 0 at the end, and otherwise orders equal weights under coll_code_tie.
+template <auto next, class Source> static inline int items_order(Source &a, Source &b) {
+    for (;;) {
+        const coll_item x = next(a), y = next(b);
+        if (!x.ch || !y.ch) return order_of(x.ch, y.ch);
+        const unsigned low_x = x.weight & coll_low_bits, low_y = y.weight & coll_low_bits;
+        if (low_x != low_y) return order_of(low_x, low_y);
+        if ((x.weight & coll_code_tie) && x.ch != y.ch) return order_of(x.ch, y.ch);
+    }
+}
+
+// ---- The walk over pages ----
+
+template <class Text> struct page_walk {
+    const uint16_t *const *page;
+    const coll_special *specials;
     Text text;
     const coll_item *item, *item_end; // what an expansion still delivers
 };
@@ -73,48 +117,30 @@ template <class Text> static coll_seq special_seq(const coll_special &special, T
     return special.own;
 }
 
-template <class Text>
-static inline coll_item next_item(const uint16_t *const *page, const coll_special *specials,
-                                  coll_walk<Text> &walk) {
+template <class Text> static inline coll_item next_item(page_walk<Text> &walk) {
     for (;;) {
         if (walk.item != walk.item_end) return *walk.item++;
         const auto c = take(walk.text);
-        const uint16_t weight = page[c >> 8][c & 0xFF];
+        const uint16_t weight = walk.page[c >> 8][c & 0xFF];
         if (weight == coll_ignored_weight) continue;
         if (!(weight & coll_expansion)) return {weight, c};
-        const coll_seq seq = special_seq(specials[weight & coll_low_bits], walk.text);
+        const coll_seq seq = special_seq(walk.specials[weight & coll_low_bits], walk.text);
         walk.item = seq.items;
         walk.item_end = seq.items + seq.count;
     }
 }
 
-template <class Text>
-static int compare_items(const uint16_t *const *page, const coll_special *specials, Text a,
-                         Text b) {
-    coll_walk<Text> wa = {a, nullptr, nullptr}, wb = {b, nullptr, nullptr};
-    for (;;) {
-        const coll_item x = next_item(page, specials, wa), y = next_item(page, specials, wb);
-        if (!x.ch || !y.ch) return x.ch ? 1 : y.ch ? -1 : 0;
-        const unsigned wx = x.weight & coll_low_bits, wy = y.weight & coll_low_bits;
-        if (wx != wy) return wx < wy ? -1 : 1;
-        if ((x.weight & coll_code_tie) && x.ch != y.ch) return x.ch < y.ch ? -1 : 1;
-    }
+template <class Text> static int walk_order(const coll_flat_pass *p, Text a, Text b) {
+    page_walk<Text> walk_a = {p->page, p->specials, a, nullptr, nullptr};
+    page_walk<Text> walk_b = {p->page, p->specials, b, nullptr, nullptr};
+    return items_order<next_item<Text>>(walk_a, walk_b);
 }
 
-inline bool plain_weight(unsigned weight) { return weight - 2 < coll_expansion - 2; }
-
-// The order of two texts in a pass: -1, 0 or 1. Most pairs are decided among plain weights.
-template <class Text>
-static inline int compare_pass(const uint16_t *const *page, const coll_special *specials, Text a,
-                               Text b) {
-    for (;;) {
-        const Text at_a = a, at_b = b;
-        const auto ca = take(a), cb = take(b);
-        const unsigned wa = page[ca >> 8][ca & 0xFF], wb = page[cb >> 8][cb & 0xFF];
-        if (!plain_weight(wa) || !plain_weight(wb))
-            return compare_items(page, specials, at_a, at_b);
-        if (wa != wb) return wa < wb ? -1 : 1;
-    }
+// The order of two texts in a pass. Most pairs are decided among plain weights.
+template <class Text> static inline int pass_order(const coll_flat_pass *p, Text a, Text b) {
+    const uint16_t *const *const page = p->page;
+    const int order = plain_order(a, b, [page](auto c) { return page[c >> 8][c & 0xFF]; });
+    return order ? order : walk_order(p, a, b);
 }
 
 #endif

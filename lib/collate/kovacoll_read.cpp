@@ -144,17 +144,12 @@ struct row_set {
 // Visits the rows of the characters below a node until one is refused.
 template <class Visit>
 static bool each_row(const mb_decode *table, const multi_arr *node, unsigned depth, Visit visit) {
-    if (!node || !node->flag_arr || depth >= multi_max_depth) return true;
+    if (depth >= multi_max_depth) return true;
     for (unsigned c = 0; c < 256; ++c) {
-        if (node->flag_arr[c] == mb_final) {
-            uint16_t row;
-            memcpy(&row, node->data_arr ? node->data_arr + c * sizeof row : table->default_data,
-                   sizeof row);
-            if (!visit(row)) return false;
-        } else if (node->flag_arr[c] == mb_prefix && node->next_arr && node->offset_arr) {
-            const multi_arr *child = node->next_arr[node->offset_arr[c]];
-            if (!each_row(table, child, depth + 1, visit)) return false;
-        }
+        const unsigned flag = node_flag(node, c);
+        if (flag == mb_final && !visit(item16(node_item(table, node, c)))) return false;
+        if (flag == mb_prefix && !each_row(table, node_child(node, c), depth + 1, visit))
+            return false;
     }
     return true;
 }
@@ -261,19 +256,15 @@ static bool expansions_end(kovaloc *loc) {
 
 // ---- Tables by byte value ----
 
-static bool byte_has_row(const kovaloc *loc, unsigned byte) {
-    const mb_decode *table = static_cast<const mb_decode *>(loc->coll);
-    return table->root && table->root->flag_arr && table->root->flag_arr[byte] == mb_final;
-}
-
 static bool derive_exp_direct(kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     for (int p = 0; p < coll->num_passes; ++p) {
         if (!make_array(loc, 256, &coll->exp_direct[p])) return false;
         memset(coll->exp_direct[p], 0, 256 * sizeof *coll->exp_direct[p]);
     }
+    const multi_arr *root = table_root(static_cast<const mb_decode *>(loc->coll));
     for (unsigned c = 0; coll->num_expansions && c < 256; ++c) {
-        if (!byte_has_row(loc, c)) continue;
+        if (node_flag(root, c) != mb_final) continue;
         const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
         for (int p = 0; p < coll->num_passes; ++p) {
             const unsigned weight = coll->pass_arr[p][row];
@@ -281,7 +272,20 @@ static bool derive_exp_direct(kovaloc *loc) {
                 coll->exp_direct[p][c] = &coll->exp_arr[weight & coll_low_bits];
         }
     }
-    set_error(loc, KO_OK); // drops what looking up characters has stored, on purpose
+    set_error(loc, KO_OK); // deliberately drops what looking up characters has stored
+    return true;
+}
+
+static bool derive_byte_weights(kovaloc *loc) {
+    coll_data *coll = &loc->coll_info;
+    for (int p = 0; p < coll->num_passes; ++p) {
+        uint16_t **const weights = &coll->byte_weights[p];
+        if (!make_array(loc, coll_end_byte + 1, weights)) return false;
+        for (unsigned c = 0; c < 256; ++c)
+            (*weights)[c ? c : coll_end_byte] =
+                coll->pass_arr[p][coll_byte_row(loc->coll, static_cast<uint8_t>(c))];
+        (*weights)[0] = 0;
+    }
     return true;
 }
 
@@ -335,7 +339,7 @@ int read_collate(text_in *in, kovaloc *loc) {
     }
     coll->collate = collate_specified;
     if (read_tables(in, loc) && derive_lists(loc) && derive_exp_direct(loc) &&
-        derive_candidates(loc))
+        derive_byte_weights(loc) && derive_candidates(loc))
         return 0;
     free_coll_data(loc); // nothing half-built is used
     return -1;
@@ -363,6 +367,7 @@ void free_coll_data(kovaloc *loc) {
     for (int p = 0; p < coll_max_passes; ++p) {
         free_ptr(coll->pass_arr[p]);
         free_ptr(coll->exp_direct[p]);
+        free_ptr(coll->byte_weights[p]);
     }
     free_ptr(coll->elem_candidate);
     *coll = {};

@@ -1,85 +1,64 @@
 // The comparers of single-byte locales with expansions only, with collating elements only, and
-// with neither. They work on the bytes themselves. Each stands beside a form on the derived pages,
-// taken where both give the same results.
+// with neither. They work on the bytes themselves; where the derived pages give the same results,
+// these serve elements.
 #include "collate/kovacoll_text.h"
+
+// ---- Sources: what a text delivers in a pass ----
 
 namespace {
 
-struct sb_weights { // of a pass, by byte
-    const uint16_t *p;
-    uint16_t room[256];
+struct exp_source {
+    const uint16_t *weights; // by byte
+    coll_exp *const *direct;
+    const ko_mchar_t *s;
+    const ko_wchar_t *exp; // what an expansion still delivers
+    unsigned exp_left;
 };
 
-struct exp_state {
+struct elem_source {
+    const uint16_t *weights;
+    const coll_data *coll;
+    int pass;
     const ko_mchar_t *s;
-    ko_mchar_t buffer[8]; // what an expansion still delivers, up to a 0
-    unsigned at;
+};
+
+struct byte_source {
+    const uint16_t *weights;
+    const ko_mchar_t *s;
+};
+
+struct back_source {
+    const uint16_t *weights;
+    const ko_mchar_t *s, *begin;
+    bool ended;
 };
 
 } // namespace
 
-static int code_order(const ko_mchar_t *a, const ko_mchar_t *b) {
-    while (*a && *a == *b)
-        ++a, ++b;
-    return *a < *b ? -1 : *a > *b;
-}
-
-static void pass_weights(const kovaloc *loc, int pass, sb_weights *weights) {
-    weights->p = weights->room;
-    if (loc->weights) {
-        weights->p = loc->weights->pass[pass].byte_weights;
-        return;
-    }
-    for (unsigned c = 0; c < 256; ++c) {
-        const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
-        weights->room[c] = loc->coll_info.pass_arr[pass][row];
-    }
-}
-
-static int low_order(unsigned w1, unsigned w2) {
-    const unsigned x = w1 & coll_low_bits, y = w2 & coll_low_bits;
-    return x < y ? -1 : x > y;
-}
-
-// ---- Expansions ----
-
-static ko_mchar_t next_char_sb_exp(coll_exp *const *direct, exp_state *state) {
+static inline ko_mchar_t next_char_sb_exp(exp_source &t) {
     for (;;) {
-        if (const ko_mchar_t c = state->buffer[state->at]) {
-            ++state->at;
-            return c;
+        if (t.exp_left) {
+            --t.exp_left;
+            if (const auto c = static_cast<ko_mchar_t>(*t.exp++ & 0xFF)) return c;
+            t.exp_left = 0;
         }
-        const ko_mchar_t c = *state->s;
+        const ko_mchar_t c = *t.s;
         if (!c) return 0;
-        ++state->s;
-        const coll_exp *exp = direct ? direct[c] : nullptr;
+        ++t.s;
+        const coll_exp *exp = t.direct[c];
         if (!exp) return c;
-        const unsigned n = exp->nchars < 7 ? exp->nchars : 7;
-        for (unsigned i = 0; i < n; ++i)
-            state->buffer[i] = static_cast<ko_mchar_t>(exp->exp_data[i] & 0xFF);
-        state->buffer[n] = 0;
-        state->at = 0;
+        t.exp = exp->exp_data;
+        t.exp_left = exp->nchars < 7 ? exp->nchars : 7;
     }
 }
 
-static int collate_sb_exp(const uint16_t *weights, coll_exp *const *direct, const ko_mchar_t *a,
-                          const ko_mchar_t *b) {
-    exp_state sa = {.s = a}, sb = {.s = b};
+static inline coll_item next_sb_exp(exp_source &t) {
     for (;;) {
-        ko_mchar_t c1, c2;
-        do
-            c1 = next_char_sb_exp(direct, &sa);
-        while (c1 && weights[c1] == coll_ignored_weight);
-        do
-            c2 = next_char_sb_exp(direct, &sb);
-        while (c2 && weights[c2] == coll_ignored_weight);
-        if (!c1 || !c2) return c1 ? 1 : c2 ? -1 : 0;
-        if (const int order = low_order(weights[c1], weights[c2])) return order;
-        if ((weights[c1] & coll_code_tie) && c1 != c2) return c1 < c2 ? -1 : 1;
+        const ko_mchar_t c = next_char_sb_exp(t);
+        const uint16_t weight = t.weights[c];
+        if (!c || weight != coll_ignored_weight) return {weight, c};
     }
 }
-
-// ---- Elements ----
 
 static const coll_elem *true_elem(const coll_data *coll, const ko_mchar_t *s) {
     for (int i = 0; i < coll->num_coll_elems; ++i) {
@@ -92,79 +71,44 @@ static const coll_elem *true_elem(const coll_data *coll, const ko_mchar_t *s) {
     return nullptr;
 }
 
-// The weight of the next byte or element that the pass does not ignore, and its first byte in *c:
-// 0 at the end.
-static unsigned next_row_sb_elem(const coll_data *coll, int pass, const uint16_t *weights,
-                                 const ko_mchar_t **s, ko_mchar_t *c) {
-    while ((*c = **s) != 0) {
-        const coll_elem *elem =
-            coll->elem_candidate && coll->elem_candidate[*c] ? true_elem(coll, *s) : nullptr;
-        const unsigned weight = elem ? coll->pass_arr[pass][elem->row] : weights[*c];
-        *s += elem ? elem->nchars : 1;
-        if (weight != coll_ignored_weight) return weight;
-    }
-    return 0;
-}
-
-static int collate_sb_elem(const coll_data *coll, int pass, const uint16_t *weights,
-                           const ko_mchar_t *a, const ko_mchar_t *b) {
+// Ties are broken by the first byte of an element.
+static inline coll_item next_row_sb_elem(elem_source &t) {
     for (;;) {
-        ko_mchar_t c1, c2;
-        const unsigned w1 = next_row_sb_elem(coll, pass, weights, &a, &c1);
-        const unsigned w2 = next_row_sb_elem(coll, pass, weights, &b, &c2);
-        if (!c1 || !c2) return c1 ? 1 : c2 ? -1 : 0;
-        if (const int order = low_order(w1, w2)) return order;
-        if ((w1 & coll_code_tie) && c1 != c2) return c1 < c2 ? -1 : 1;
+        const ko_mchar_t c = *t.s;
+        if (!c) return {0, 0};
+        const int *candidate = t.coll->elem_candidate;
+        const coll_elem *elem = candidate && candidate[c] ? true_elem(t.coll, t.s) : nullptr;
+        const uint16_t weight = elem ? t.coll->pass_arr[t.pass][elem->row] : t.weights[c];
+        t.s += elem ? elem->nchars : 1;
+        if (weight != coll_ignored_weight) return {weight, c};
     }
 }
 
-// ---- Neither ----
+// What breaks a tie of bytes is deliberately the byte at the place reached after them. Added to it
+// is what tells an item from the end.
+static inline coll_item byte_item(uint16_t weight, ko_mchar_t reached) {
+    return {weight, static_cast<ko_wchar_t>(0x100 | reached)};
+}
 
-// The tie-break looks at the bytes behind the two just weighed, on purpose, and goes on where they
-// are equal.
-static int collate_sb_for(const uint16_t *weights, const ko_mchar_t *a, const ko_mchar_t *b) {
+static inline coll_item next_forward(byte_source &t) {
     for (;;) {
-        while (*a && weights[*a] == coll_ignored_weight)
-            ++a;
-        while (*b && weights[*b] == coll_ignored_weight)
-            ++b;
-        if (!*a || !*b) return *a ? 1 : *b ? -1 : 0;
-        const unsigned w1 = weights[*a++], w2 = weights[*b++];
-        if (const int order = low_order(w1, w2)) return order;
-        if ((w1 & coll_code_tie) && *a != *b) return *a < *b ? -1 : 1;
+        const ko_mchar_t c = *t.s;
+        if (!c) return {0, 0};
+        const uint16_t weight = t.weights[c];
+        ++t.s;
+        if (weight != coll_ignored_weight) return byte_item(weight, *t.s);
     }
 }
 
-struct back_state {
-    const ko_mchar_t *s, *begin;
-    bool ended;
-};
-
-// The weight of the byte at the position, which moves to the preceding one; -1 behind the first.
-static int next_back(const uint16_t *weights, back_state *state) {
-    while (!state->ended) {
-        const unsigned weight = weights[*state->s];
-        if (state->s == state->begin)
-            state->ended = true;
-        else
-            --state->s;
-        if (weight != coll_ignored_weight) return static_cast<int>(weight);
+// Begins deliberately with the terminator, whose weight counts like that of any other byte.
+static inline coll_item next_back(back_source &t) {
+    while (!t.ended) {
+        const uint16_t weight = t.weights[*t.s ? *t.s : coll_end_byte];
+        t.ended = t.s == t.begin;
+        if (!t.ended) --t.s;
+        if (weight != coll_ignored_weight) return byte_item(weight, *t.s);
     }
-    return -1;
-}
-
-// Starts at the terminator, on purpose: its weight counts like that of any other byte.
-static int collate_sb_back(const uint16_t *weights, const ko_mchar_t *a, const ko_mchar_t *end_a,
-                           const ko_mchar_t *b, const ko_mchar_t *end_b) {
-    back_state sa = {end_a, a, false}, sb = {end_b, b, false};
-    for (;;) {
-        const int w1 = next_back(weights, &sa), w2 = next_back(weights, &sb);
-        if (w1 < 0 || w2 < 0) return w1 >= 0 ? 1 : w2 >= 0 ? -1 : 0;
-        const int order = low_order(static_cast<unsigned>(w1), static_cast<unsigned>(w2));
-        if (order) return order;
-        if ((static_cast<unsigned>(w1) & coll_code_tie) && *sa.s != *sb.s)
-            return *sa.s < *sb.s ? -1 : 1;
-    }
+    return {0, 0};
 }
 
 // ---- Entries ----
@@ -177,7 +121,7 @@ static bool decided(ko_lc_t handle, const ko_mchar_t *a, const ko_mchar_t *b, in
         return true;
     }
     if (!by_code(record(handle))) return false;
-    *order = code_order(a, b);
+    *order = code_order(byte_text{a}, byte_text{b});
     return true;
 }
 
@@ -187,18 +131,17 @@ static inline void skip_common(const ko_mchar_t *&a, const ko_mchar_t *&b) {
 }
 
 // Pass by pass from where the strings part.
-static int exp_passes(const kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
-    const coll_data *coll = &loc->coll_info;
+[[gnu::noinline]] static int exp_passes(const coll_data *coll, const ko_mchar_t *begin_a,
+                                        const ko_mchar_t *begin_b) {
     int order = 0;
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        const coll_flat_pass *p = loc->weights ? &loc->weights->pass[pass] : nullptr;
-        if (p && p->sb_specials) {
-            order = compare_pass(p->page, p->sb_specials, byte_text{a}, byte_text{b});
-            continue;
-        }
-        sb_weights weights;
-        pass_weights(loc, pass, &weights);
-        order = collate_sb_exp(weights.p, coll->exp_direct[pass], a, b);
+        const uint16_t *const weights = coll->byte_weights[pass];
+        byte_text a = {begin_a}, b = {begin_b};
+        order = plain_order(a, b, [weights](ko_mchar_t c) { return weights[c]; });
+        if (order) break;
+        exp_source source_a = {weights, coll->exp_direct[pass], a.s, nullptr, 0};
+        exp_source source_b = {weights, coll->exp_direct[pass], b.s, nullptr, 0};
+        order = items_order<next_sb_exp>(source_a, source_b);
     }
     return order;
 }
@@ -207,7 +150,7 @@ int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs
     if (!handle || !mbs1 || !mbs2) return fail(handle, KO_ENULL, 0);
     const kovaloc *loc = record(handle);
     const coll_flat *flat = loc->weights;
-    if (!flat && by_code(loc)) return code_order(mbs1, mbs2);
+    if (!flat && by_code(loc)) return code_order(byte_text{mbs1}, byte_text{mbs2});
     unsigned c1 = *mbs1, c2 = *mbs2;
     while (c1 == c2) {
         if (!c1) return 0;
@@ -216,9 +159,9 @@ int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs
     }
     if (flat) { // most pairs end here
         const unsigned w1 = flat->first_weights[c1], w2 = flat->first_weights[c2];
-        if (w1 && w2 && w1 != w2) return w1 < w2 ? -1 : 1;
+        if (w1 && w2 && w1 != w2) return order_of(w1, w2);
     }
-    return exp_passes(loc, mbs1, mbs2);
+    return exp_passes(&loc->coll_info, mbs1, mbs2);
 }
 
 int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
@@ -238,39 +181,38 @@ int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mb
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
         // The pages break ties by a code of the element's own, not by its first byte.
         if (flat && !flat->pass[pass].ties) {
-            const coll_flat_pass *p = &flat->pass[pass];
-            order = compare_pass(p->page, p->specials, byte_text{mbs1}, byte_text{mbs2});
+            order = pass_order(&flat->pass[pass], byte_text{mbs1}, byte_text{mbs2});
             continue;
         }
-        sb_weights weights;
-        pass_weights(loc, pass, &weights);
-        order = collate_sb_elem(coll, pass, weights.p, mbs1, mbs2);
+        elem_source a = {coll->byte_weights[pass], coll, pass, mbs1};
+        elem_source b = {coll->byte_weights[pass], coll, pass, mbs2};
+        order = items_order<next_row_sb_elem>(a, b);
     }
     return order;
 }
 
+static inline const ko_mchar_t *end_of(const ko_mchar_t *s) { return s + text_length(s); }
+
 int is_mbscoll_back(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
     int order;
     if (decided(handle, mbs1, mbs2, &order)) return order;
-    const kovaloc *loc = record(handle);
-    const coll_data *coll = &loc->coll_info;
+    const coll_data *coll = &record(handle)->coll_info;
     const ko_mchar_t *a = mbs1, *b = mbs2, *end1 = nullptr, *end2 = nullptr;
     skip_common(a, b);
     if (!*a && !*b) return 0;
-    // A tie of the last common bytes is broken by the bytes behind them.
+    // A tie of the last common bytes is broken by the bytes after them.
     if (a != mbs1) --a, --b;
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        sb_weights weights;
-        pass_weights(loc, pass, &weights);
+        const uint16_t *const weights = coll->byte_weights[pass];
         if (coll->pass_type[pass] == coll_forward) {
-            order = collate_sb_for(weights.p, a, b);
+            byte_source source_a = {weights, a}, source_b = {weights, b};
+            order = items_order<next_forward>(source_a, source_b);
             continue;
         }
-        if (!end1) {
-            end1 = mbs1 + strlen(reinterpret_cast<const char *>(mbs1));
-            end2 = mbs2 + strlen(reinterpret_cast<const char *>(mbs2));
-        }
-        order = collate_sb_back(weights.p, mbs1, end1, mbs2, end2);
+        if (!end1) end1 = end_of(mbs1), end2 = end_of(mbs2);
+        back_source source_a = {weights, end1, mbs1, false},
+                    source_b = {weights, end2, mbs2, false};
+        order = items_order<next_back>(source_a, source_b);
     }
     return order;
 }

@@ -13,11 +13,11 @@ inline bool by_code(const kovaloc *loc) {
     return loc->exp.codeset_order || loc->coll_info.collate == collate_none;
 }
 
-inline size_t mbs_length(const ko_mchar_t *mbs) {
+inline size_t text_length(const ko_mchar_t *mbs) {
     return strlen(reinterpret_cast<const char *>(mbs));
 }
 
-inline size_t wide_length(const ko_wchar_t *wcs) {
+inline size_t text_length(const ko_wchar_t *wcs) {
     size_t n = 0;
     while (wcs[n])
         ++n;

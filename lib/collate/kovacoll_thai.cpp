@@ -1,6 +1,6 @@
 // The Thai method: a key of the base text, leading vowels put behind their consonant, and then of
 // the marks above and below, each with its place.
-#include "collate/kovacoll.h"
+#include "collate/kovacoll_pass.h"
 
 #include <string.h>
 
@@ -69,10 +69,7 @@ int thaismocoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
         memcpy(bytes[i] + key.len_base, key.marks, key.len_marks);
         bytes[i][key.len_base + key.len_marks] = 0;
     }
-    const ko_mchar_t *a = bytes[0], *b = bytes[1];
-    while (*a && *a == *b)
-        ++a, ++b;
-    return *a < *b ? -1 : *a > *b;
+    return code_order(byte_text{bytes[0]}, byte_text{bytes[1]});
 }
 
 // dst is the text and mbs the destination, on purpose.

@@ -1,35 +1,17 @@
 // The row walk: weights of a string one after the other, straight from the record's rows. It knows
 // every feature and needs no derived table; the faster paths give its results.
-#include "collate/kovacoll.h"
 #include "collate/kovacoll_key.h"
-
-#include <string.h>
+#include "collate/kovacoll_pass.h"
 
 uint16_t coll_byte_row(const void *table, unsigned char byte) {
-    const mb_decode *rows = static_cast<const mb_decode *>(table);
-    if (!rows || !rows->root || !rows->root->flag_arr) return 0;
-    if (rows->root->flag_arr[byte] != mb_final) return 0;
-    uint16_t row;
-    memcpy(&row,
-           rows->root->data_arr ? rows->root->data_arr + byte * sizeof row : rows->default_data,
-           sizeof row);
-    return row;
+    const auto *rows = static_cast<const mb_decode *>(table);
+    const multi_arr *root = table_root(rows);
+    return node_flag(root, byte) == mb_final ? item16(node_item(rows, root, byte)) : uint16_t{0};
 }
 
 uint16_t coll_row(const void *table, ko_wchar_t wc) {
-    const mb_decode *rows = static_cast<const mb_decode *>(table);
-    if (!rows || !rows->root || !rows->root->flag_arr) return 0;
-    const unsigned hi = wc >> 8, lo = wc & 0xFF;
-    if (rows->min_char_len == 1 && !hi) return coll_byte_row(table, static_cast<uint8_t>(lo));
-    if (rows->min_char_len != 1 && rows->min_char_len != 2) return 0;
-    const multi_arr *root = rows->root;
-    if (root->flag_arr[hi] != mb_prefix || !root->offset_arr || !root->next_arr) return 0;
-    const multi_arr *child = root->next_arr[root->offset_arr[hi]];
-    if (!child || !child->flag_arr || child->flag_arr[lo] != mb_final) return 0;
-    uint16_t row;
-    memcpy(&row, child->data_arr ? child->data_arr + lo * sizeof row : rows->default_data,
-           sizeof row);
-    return row;
+    const unsigned char *item = wide_item(static_cast<const mb_decode *>(table), wc);
+    return item ? item16(item) : uint16_t{0};
 }
 
 struct elem_runtime {
@@ -38,6 +20,7 @@ struct elem_runtime {
 };
 
 template <class Unit> struct coll_state {
+    const kovaloc *loc;
     const Unit *text;
     ptrdiff_t string_pos, end; // the current and the last character in walking order
     const coll_exp *exp;       // the expansion being delivered
@@ -89,11 +72,13 @@ static bool mark(kovaloc *loc, const Unit *text, size_t len, elem_marks *marks) 
 }
 
 template <class Unit>
-static coll_state<Unit> init_coll_state(const coll_data *coll, int pass, const Unit *text,
-                                        size_t len, const elem_marks *marks) {
+static coll_state<Unit> init_coll_state(const kovaloc *loc, int pass, const Unit *text, size_t len,
+                                        const elem_marks *marks) {
+    const coll_data *coll = &loc->coll_info;
     const ptrdiff_t last = static_cast<ptrdiff_t>(len) - 1;
     const bool forward = coll->pass_type[pass] & coll_forward;
-    return {.text = text,
+    return {.loc = loc,
+            .text = text,
             .string_pos = forward ? 0 : last,
             .end = forward ? last : 0,
             .exp = nullptr,
@@ -104,40 +89,40 @@ static coll_state<Unit> init_coll_state(const coll_data *coll, int pass, const U
             .elems = marks->p};
 }
 
-template <class Unit> static coll_item next_weight(const kovaloc *loc, coll_state<Unit> *s) {
-    if (s->string_end) return {0, 0};
+template <class Unit> static coll_item next_weight(coll_state<Unit> &s) {
+    if (s.string_end) return {0, 0};
     unsigned weight = 0;
     ko_wchar_t ch = 0;
     do {
         ptrdiff_t consumed = 1;
         uint16_t row;
-        if (s->exp) {
-            ch = s->exp->exp_data[s->exp_index];
-            s->exp_index += s->increment;
-            if (s->exp_index < 0 || s->exp_index >= static_cast<ptrdiff_t>(s->exp->nchars))
-                s->exp = nullptr;
-            row = coll_row(loc->coll, ch);
-        } else if (s->elems && s->elems[s->string_pos].elem) {
+        if (s.exp) {
+            ch = s.exp->exp_data[s.exp_index];
+            s.exp_index += s.increment;
+            if (s.exp_index < 0 || s.exp_index >= static_cast<ptrdiff_t>(s.exp->nchars))
+                s.exp = nullptr;
+            row = coll_row(s.loc->coll, ch);
+        } else if (s.elems && s.elems[s.string_pos].elem) {
             ch = coll_element_char;
-            row = s->elems[s->string_pos].elem->row;
-            consumed = static_cast<ptrdiff_t>(s->elems[s->string_pos].elem->nchars);
+            row = s.elems[s.string_pos].elem->row;
+            consumed = static_cast<ptrdiff_t>(s.elems[s.string_pos].elem->nchars);
         } else {
-            ch = s->text[s->string_pos];
-            row = coll_row(loc->coll, ch);
+            ch = s.text[s.string_pos];
+            row = coll_row(s.loc->coll, ch);
         }
-        weight = s->pass_arr[row];
+        weight = s.pass_arr[row];
         if (weight & coll_expansion) { // also replaces the rest of an outer expansion
-            const coll_exp *exp = &loc->coll_info.exp_arr[weight & coll_low_bits];
-            s->exp = exp->nchars ? exp : nullptr;
-            s->exp_index = s->increment > 0 ? 0 : static_cast<ptrdiff_t>(exp->nchars) - 1;
+            const coll_exp *exp = &s.loc->coll_info.exp_arr[weight & coll_low_bits];
+            s.exp = exp->nchars ? exp : nullptr;
+            s.exp_index = s.increment > 0 ? 0 : static_cast<ptrdiff_t>(exp->nchars) - 1;
             weight = coll_ignored_weight;
         }
-        // Behind an expansion the position moves by one character even inside an element, on
-        // purpose: the expansion is delivered once for each character of the element.
-        if (!s->exp) {
-            s->string_pos += s->increment * consumed;
-            if (s->increment > 0 ? s->string_pos > s->end : s->string_pos < s->end) {
-                s->string_end = true;
+        // After an expansion the position deliberately moves by one character even inside an
+        // element: the expansion is delivered once for each character of the element.
+        if (!s.exp) {
+            s.string_pos += s.increment * consumed;
+            if (s.increment > 0 ? s.string_pos > s.end : s.string_pos < s.end) {
+                s.string_end = true;
                 break;
             }
         }
@@ -147,55 +132,34 @@ template <class Unit> static coll_item next_weight(const kovaloc *loc, coll_stat
 }
 
 template <class Unit>
-static int collate_pass(const kovaloc *loc, coll_state<Unit> *s1, coll_state<Unit> *s2) {
-    for (;;) {
-        const coll_item x = next_weight(loc, s1), y = next_weight(loc, s2);
-        if (!x.ch || !y.ch) return x.ch ? 1 : y.ch ? -1 : 0;
-        const unsigned wx = x.weight & coll_low_bits, wy = y.weight & coll_low_bits;
-        if (wx != wy) return wx < wy ? -1 : 1;
-        if ((x.weight & coll_code_tie) && x.ch != y.ch) return x.ch < y.ch ? -1 : 1;
-    }
-}
-
-template <class Unit>
-static int compare(kovaloc *loc, const Unit *a, size_t len_a, const Unit *b, size_t len_b) {
+int walk_compare(kovaloc *loc, const Unit *a, size_t len_a, const Unit *b, size_t len_b) {
     elem_marks marks_a, marks_b;
     if (!mark(loc, a, len_a, &marks_a) || !mark(loc, b, len_b, &marks_b)) return 0;
     const coll_data *coll = &loc->coll_info;
     int order = 0;
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        auto s1 = init_coll_state(coll, pass, a, len_a, &marks_a);
-        auto s2 = init_coll_state(coll, pass, b, len_b, &marks_b);
-        order = collate_pass(loc, &s1, &s2);
+        auto s1 = init_coll_state(loc, pass, a, len_a, &marks_a);
+        auto s2 = init_coll_state(loc, pass, b, len_b, &marks_b);
+        order = items_order<next_weight<Unit>>(s1, s2);
     }
     return order;
 }
 
-template <class Unit> static int key(kovaloc *loc, const Unit *text, size_t len, coll_sink *sink) {
+template <class Unit> int walk_key(kovaloc *loc, const Unit *text, size_t len, coll_sink *sink) {
     elem_marks marks;
     if (!mark(loc, text, len, &marks)) return -1;
     const coll_data *coll = &loc->coll_info;
     const coll_widths widths = key_widths(loc);
     for (int pass = 0; pass < coll->num_passes; ++pass) {
         if (pass) sink_byte(sink, 1);
-        auto state = init_coll_state(coll, pass, text, len, &marks);
-        for (coll_item item; (item = next_weight(loc, &state)).ch;)
+        auto state = init_coll_state(loc, pass, text, len, &marks);
+        for (coll_item item; (item = next_weight(state)).ch;)
             write_item(item, widths, sink);
     }
     return 0;
 }
 
-int walk_compare(kovaloc *loc, const ko_wchar_t *a, size_t len_a, const ko_wchar_t *b,
-                 size_t len_b) {
-    return compare(loc, a, len_a, b, len_b);
-}
-int walk_compare(kovaloc *loc, const ko_mchar_t *a, size_t len_a, const ko_mchar_t *b,
-                 size_t len_b) {
-    return compare(loc, a, len_a, b, len_b);
-}
-int walk_key(kovaloc *loc, const ko_wchar_t *text, size_t len, coll_sink *sink) {
-    return key(loc, text, len, sink);
-}
-int walk_key(kovaloc *loc, const ko_mchar_t *text, size_t len, coll_sink *sink) {
-    return key(loc, text, len, sink);
-}
+template int walk_compare(kovaloc *, const ko_wchar_t *, size_t, const ko_wchar_t *, size_t);
+template int walk_compare(kovaloc *, const ko_mchar_t *, size_t, const ko_mchar_t *, size_t);
+template int walk_key(kovaloc *, const ko_wchar_t *, size_t, coll_sink *);
+template int walk_key(kovaloc *, const ko_mchar_t *, size_t, coll_sink *);

@@ -11,6 +11,7 @@ constexpr unsigned coll_ignored_weight = 1; // the character is skipped in the p
 constexpr unsigned coll_expansion = 0x4000; // weight: low 14 bits index exp_arr
 constexpr unsigned coll_code_tie = 0x8000;  // weight: equal ones ordered by character code
 constexpr unsigned coll_low_bits = 0x3FFF;
+constexpr unsigned coll_end_byte = 256;
 constexpr ko_wchar_t coll_element_char = 1; // stands for a collating element; not a real code
 
 struct coll_exp {
@@ -38,6 +39,8 @@ struct coll_data {
     coll_exp **exp_direct[coll_max_passes]; // by byte value, for the passes that exist
     int *elem_candidate;                    // by byte value; NULL without elements
     int collate;
+    uint16_t *byte_weights[coll_max_passes]; // by byte, for the passes that exist; 0 at byte 0,
+                                             // whose own weight stands at coll_end_byte
 };
 
 struct coll_flat; // tables of the hot loops, see kovacoll_flat.h
