@@ -92,10 +92,15 @@ static int hook_fclose(void *stream) {
 static int hook_feof(void *stream) { return as_stream(stream)->state == stream_state::at_end; }
 static int hook_ferror(void *stream) { return as_stream(stream)->state == stream_state::failed; }
 
+// A failure stays, as it does in the C library.
+static void leave_end(memory_stream *stream) {
+    if (stream->state == stream_state::at_end) stream->state = stream_state::good;
+}
+
 static int read_byte(memory_stream *stream) {
     if (stream->pos < stream->contents->size())
         return static_cast<unsigned char>((*stream->contents)[stream->pos++]);
-    stream->state = stream_state::at_end;
+    if (stream->state == stream_state::good) stream->state = stream_state::at_end;
     return -1;
 }
 
@@ -122,7 +127,7 @@ static int hook_ungetc(int byte, void *stream) {
         return -1;
     }
     --s->pos;
-    s->state = stream_state::good;
+    leave_end(s);
     return byte;
 }
 
@@ -144,7 +149,7 @@ static int hook_fseek(void *stream, ko_long_t offset, int origin) {
                                            : static_cast<long>(s->pos);
     if (base + offset < 0 || base + offset > size) return -1;
     s->pos = static_cast<size_t>(base + offset);
-    s->state = stream_state::good;
+    leave_end(s);
     return 0;
 }
 
