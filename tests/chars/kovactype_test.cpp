@@ -29,32 +29,26 @@ TEST(Ctype, ClassNamesBecomeMasks) {
 // Class, case and error word of every wide value and every two bytes, by pages and by the tree.
 TEST(Ctype, PagesAnswerAsTheTreeDoes) {
     for (const shape s : all_shapes) {
-        char_record flat, tree;
-        fill_shape(flat, s);
-        fill_shape(tree, s);
-        flat.finish(true, false);
-        tree.finish(false, false);
-        ASSERT_NE(flat.loc.chars, nullptr);
+        char_records records(s, false);
         for (unsigned v = 0; v < 0x10000; ++v) {
             const auto wc = static_cast<ko_wchar_t>(v);
             const ko_mchar_t text[4] = {static_cast<ko_mchar_t>(v >> 8),
                                         static_cast<ko_mchar_t>(v & 0xFF)};
-            long answers[2][7];
-            for (const bool by_tree : {false, true}) {
-                char_record &r = by_tree ? tree : flat;
-                long *a = answers[by_tree];
+            std::vector<int> answers[2];
+            for (char_record *r : {&records.flat, &records.tree}) {
                 ko_mchar_t out[8] = {};
-                r.clear();
-                *a++ = im_iswctype(r, wc, 0x1F);
-                *a++ = im_towupper(r, wc) << 8 | r.error();
-                *a++ = im_towlower(r, wc);
-                r.clear();
-                *a++ = im_ismctype(r, text, 0x1F);
-                *a++ = im_tomupper(r, out, text) << 8 | r.error();
-                *a++ = out[0] << 8 | out[1];
-                *a++ = im_tomlower(r, out, text);
+                r->clear();
+                answers[r == &records.tree] = {im_iswctype(*r, wc, 0x1F),
+                                               im_towupper(*r, wc),
+                                               im_towlower(*r, wc),
+                                               r->error(),
+                                               im_ismctype(*r, text, 0x1F),
+                                               im_tomupper(*r, out, text),
+                                               out[0] << 8 | out[1],
+                                               im_tomlower(*r, out, text),
+                                               r->error()};
             }
-            ASSERT_TRUE(std::equal(answers[0], answers[0] + 7, answers[1])) << "at " << v;
+            ASSERT_EQ(answers[0], answers[1]) << "at " << v;
         }
     }
 }
@@ -77,8 +71,7 @@ TEST(Ctype, OneCharacterChangesCase) {
     for (auto &row : rows) {
         for (const bool flat : {false, true}) {
             SCOPED_TRACE(::testing::PrintToString(row.in));
-            char_record r;
-            fill_shape(r, shape::odd_case);
+            char_record r(shape::odd_case, false);
             r.add(0xF2, 1, 0, 0xA1FF);
             r.finish(flat);
             ko_mchar_t out[8] = {};
@@ -92,9 +85,7 @@ TEST(Ctype, OneCharacterChangesCase) {
 TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
     ko_wchar_t out[8] = {};
     for (const bool flat : {false, true}) {
-        char_record r;
-        fill_shape(r, shape::euc);
-        r.finish(flat);
+        char_record r(shape::euc, flat);
         EXPECT_EQ(im_towupper(r, '5'), '5');
         EXPECT_EQ(r.error(), 0);
         EXPECT_EQ(im_towupper(r, 0xFEFE), 0xFEFE);
@@ -106,9 +97,7 @@ TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
         EXPECT_EQ(ko_towcslower(r, out, wcs(u"aB\xA3A4").data()), 0);
         EXPECT_EQ(wide(out), u"ab\xA3A5");
     }
-    char_record bytes; // values beyond the byte table stay as they are
-    fill_shape(bytes, shape::latin1);
-    bytes.finish(true);
+    char_record bytes(shape::latin1); // values beyond the byte table stay as they are
     EXPECT_EQ(ko_towcsupper(bytes, out, wcs(u"a\x1E4\xE4").data()), 0);
     EXPECT_EQ(wide(out), u"A\x1E4\xC4");
 }
@@ -138,11 +127,8 @@ TEST(Ctype, StringsMapAsTheirCharactersDo) {
     std::mt19937 random(11);
     guarded_block in, out;
     for (const shape s : all_shapes) {
-        char_record flat, tree;
-        fill_shape(flat, s);
-        fill_shape(tree, s);
-        flat.finish(true);
-        tree.finish(false, false);
+        char_records records(s);
+        auto &[flat, tree] = records;
         for (int round = 0; round < 1500; ++round) {
             const bool upper = round % 2;
             const bool bytes = flat.loc.exp.sb_toupper_table;
@@ -205,44 +191,32 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
     }
 }
 
-TEST(Ctype, NullStrings) {
-    char_record r;
-    fill_shape(r, shape::euc);
-    r.finish(true);
-    ko_mchar_t out[4] = "***";
-    ko_wchar_t wide_out[2] = {7, 7};
-    EXPECT_EQ(ko_tombsupper(r, nullptr, out), -1);
-    EXPECT_EQ(r.error(), KO_ENULL);
-    r.clear();
-    EXPECT_EQ(ko_towcsupper(r, wide_out, nullptr), -1);
-    EXPECT_EQ(r.error(), KO_ENULL);
-}
-
 TEST(Ctype, MappingNeedsAsMuchRoomAsTheRatioSays) {
-    char_record r;
-    const auto room = [&](double ratio, int n) {
-        r.loc.exp.case_conv_ratio = ratio;
-        return ko_case_conv_outbuflen(r, n);
+    static const struct {
+        double ratio;
+        int bytes, room;
+    } rows[] = {
+        {1.5,   10,            20       },
+        {1.0,   10,            10       },
+        {1.01,  1,             2        },
+        {1.5,   0,             0        },
+        {0.0,   10,            10       },
+        {2.0,   INT32_MAX - 9, INT32_MAX},
+        {-1e99, 10,            10       },
+        {1e99,  -5,            INT32_MIN},
     };
-    EXPECT_EQ(room(1.5, 10), 20);
-    EXPECT_EQ(room(2.0, 10), 20);
-    EXPECT_EQ(room(1.0, 10), 10);
-    EXPECT_EQ(room(1.01, 1), 2);
-    EXPECT_EQ(room(1.5, 0), 0);
-    EXPECT_EQ(room(2.0, 0x7FFFFFF0), 0x7FFFFFFF);
-    EXPECT_EQ(room(0.0, 10), 10);
-    EXPECT_EQ(room(-1e99, 10), 10);
-    EXPECT_EQ(room(1e99, -5), INT32_MIN);
-    EXPECT_EQ(room(2.0, -5), -10);
+    char_record r;
+    for (const auto &[ratio, bytes, room] : rows) {
+        r.loc.exp.case_conv_ratio = ratio;
+        EXPECT_EQ(ko_case_conv_outbuflen(r, bytes), room) << ratio;
+    }
 }
 
 TEST(Ctype, AnIndexBeyondThePairsMeansNoPartner) {
     for (const bool flat : {false, true}) {
         char_record r;
         add_ascii(r);
-        const char_desc desc = {1, {'a'}};
-        const uint16_t far = 60000;
-        insert_desc_multi(&desc, &far, r.loc.cconv);
+        insert(r.loc.cconv, "a", 60000);
         r.finish(flat, false);
         EXPECT_EQ(im_towupper(r, 'a'), 'a');
         EXPECT_EQ(im_towupper(r, 'b'), 'B');
@@ -274,15 +248,8 @@ TEST(Ctype, LackOfMemoryLeavesTheTreeToServe) {
     each_allocation_fails([] {
         char_record r;
         if (!r.loc.ctype || !r.loc.cconv) return false;
-        const char_desc desc[] = {
-            {1, {'a'}       },
-            {1, {0}         },
-            {2, {0xA3, 0xA4}}
-        };
-        for (const char_desc &d : desc) {
-            if (insert_desc_multi(&d, nullptr, r.loc.ctype)) return false;
-            if (insert_desc_multi(&d, nullptr, r.loc.cconv)) return false;
-        }
+        for (const std::string_view c : {"a"sv, "\0"sv, "\xA3\xA4"sv})
+            if (insert(r.loc.ctype, c) || insert(r.loc.cconv, c)) return false;
         r.finish(true);
         ko_wchar_t out[4];
         EXPECT_EQ(im_mbstowcs(r, out, mb("a\xA3\xA4"), 4), 2);

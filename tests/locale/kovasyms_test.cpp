@@ -6,7 +6,7 @@ namespace {
 const std::string header = "FILE_TYPE=charmap_object\nCOMPILER_VERSION=3\nHEADER_LENGTH=5\n"
                            "CODESET=A-NAME-THAT-IS-CUT-HERE\nSOURCE_VERSION=7\nEND\n";
 const std::string letters = header + "s 0 NUL 1 00\ns 0 A 1 41\ns 0 cap_a 1 41\ns 0 a<b 1 42\n"
-                                     "s 0 C\\D 1 43\nr 0 j0101 101 3 2 81 fe\n"
+                                     "s 0 C\\D 1 43\nr 0 j0101 101 3 2 81 fe\ns 0 next 2 82 01\n"
                                      "r 0 dig00 0 200 2 90 40\ns 0 two 2 90 42\n\n"
                                      "s 0 nul2 2 85 00\ns 0 long 3 8f a1 a1\n";
 
@@ -73,7 +73,7 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
         {"A",        1, 1 },
         {"\x81\xfe", 2, 2 },
         {"\x81\xfe", 1, -1},
-        {"\x82\x01", 2, -1},
+        {"\x82\x02", 2, -1},
         {"z",        1, -1},
         {"",         1, 0 },
         {nullptr,    4, 0 },
@@ -129,7 +129,8 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
         int count, size;
         outcome want;
     } out_rows[] = {
-        {"AB\x82\x01",                       0, 99, {"<A><a\\<b>", 2, -1, KO_EILSEQ}        }, // behind the range
+        {"AB\x82\x02",                       0, 99, {"<A><a\\<b>", 2, -1, KO_EILSEQ}        },
+        {"\x82\x01",                         2, 99, {"<next>", 2, 7, 0}                     }, // after the range
         {"\x81\xfe\x82\x00\x90\x42\x90\x43", 8, 99, {"<j0101><j0103><two><dig03>", 8, 27, 0}},
         {"AAB",                              3, 8,  {"<A><A>", 3, 7, 0}                     }, // the third is dropped whole
         {"ABA",                              3, 6,  {"<A>", 3, 4, 0}                        }, // and so is what follows it
@@ -253,8 +254,10 @@ TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
             records += line;
         }
         files.files["m\\own.cmo"] = header + records;
-        ko_setextfunc(nullptr, KO_EXT_MALLOC, reinterpret_cast<ko_extfn_t>(counting_malloc));
-        ko_setextfunc(nullptr, KO_EXT_FREE, reinterpret_cast<ko_extfn_t>(counting_free));
+        const installed_hooks counting{
+            {KO_EXT_MALLOC, as_hook(counting_malloc)},
+            {KO_EXT_FREE,   as_hook(counting_free)  }
+        };
         most_bytes = live_bytes = 0;
         {
             const charmap map;
@@ -262,8 +265,6 @@ TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
             EXPECT_LT(most_bytes, 7 * records.size() + row.table) << row.format; // read in pieces
         }
         EXPECT_EQ(live_bytes, 0u);
-        ko_setextfunc(nullptr, KO_EXT_MALLOC, nullptr);
-        ko_setextfunc(nullptr, KO_EXT_FREE, nullptr);
     }
 }
 

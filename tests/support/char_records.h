@@ -9,6 +9,11 @@
 #include <random>
 #include <string.h>
 
+// Code sets of one byte, of one and two, and of two; the last has partners of another length.
+enum class shape { latin1, gaps, euc, sjis, two_byte, odd_case };
+constexpr shape all_shapes[] = {shape::latin1, shape::gaps,     shape::euc,
+                                shape::sjis,   shape::two_byte, shape::odd_case};
+
 // A record whose LC_CTYPE tables are filled character by character, then finished once.
 struct char_record {
     kovaloc loc = {};
@@ -24,6 +29,7 @@ struct char_record {
         loc.cconv = create_multi(2, 0, &zero);
         loc.exp.case_conv_ratio = 1.0;
     }
+    explicit char_record(shape s, bool flat = true, bool byte_tables = true);
     ~char_record() {
         free_ctype_flat(loc.chars);
         free_multi(loc.ctype);
@@ -69,10 +75,6 @@ struct char_record {
     }
 };
 
-enum class shape { latin1, gaps, euc, sjis, two_byte, odd_case };
-constexpr shape all_shapes[] = {shape::latin1, shape::gaps,     shape::euc,
-                                shape::sjis,   shape::two_byte, shape::odd_case};
-
 inline void add_ascii(char_record &r, unsigned bytes = 1) {
     for (unsigned c = 0; c < 0x80; ++c) {
         const bool up = c - 'A' < 26, low = c - 'a' < 26;
@@ -82,42 +84,48 @@ inline void add_ascii(char_record &r, unsigned bytes = 1) {
 }
 
 inline void add_rows(char_record &r, unsigned first, unsigned last, unsigned lo, unsigned hi) {
+    const auto there = [=](unsigned a, unsigned b) { // all but some holes
+        return b >= lo && b <= hi && b != 0x7F && (a + b) % 61 != 7;
+    };
     for (unsigned a = first; a <= last; ++a) {
         for (unsigned b = lo; b <= hi; ++b) {
-            if (b == 0x7F || (a + b) % 61 == 7) continue; // some holes
-            const bool cased = a % 16 == 3 && b < hi;     // a row of case pairs
-            const unsigned wide = a << 8 | b;
-            const bool up = cased && b % 2 == 0;
-            r.add(wide, 2, a & 0xF, cased && !up ? wide - 1 : 0, up ? wide + 1 : 0);
+            if (!there(a, b)) continue;
+            const bool cased = a % 16 == 3 && there(a, b ^ 1); // a row of case pairs
+            const unsigned wide = a << 8 | b, partner = cased ? wide ^ 1 : 0;
+            r.add(wide, 2, a & 0xF, b & 1 ? partner : 0, b & 1 ? 0 : partner);
         }
     }
 }
 
-inline void fill_shape(char_record &r, shape s) {
-    if (s == shape::two_byte) {
-        add_ascii(r, 2);
-        return add_rows(r, 0x03, 0x0A, 0x00, 0xFF);
+inline char_record::char_record(shape s, bool flat, bool byte_tables) : char_record() {
+    add_ascii(*this, s == shape::two_byte ? 2 : 1);
+    for (unsigned c = 0x80; s == shape::latin1 && c < 0x100; ++c) {
+        const bool up = c >= 0xC0 && c < 0xDF, low = c >= 0xE0 && c < 0xFF;
+        add(c, 1, up ? 5u : low ? 6u : 0x40u, low ? c - 32 : 0, up ? c + 32 : 0);
     }
-    add_ascii(r);
-    if (s == shape::latin1) {
-        for (unsigned c = 0x80; c < 0x100; ++c) {
-            const bool up = c >= 0xC0 && c < 0xDF, low = c >= 0xE0 && c < 0xFF;
-            r.add(c, 1, up ? 5u : low ? 6u : 0x40u, low ? c - 32 : 0, up ? c + 32 : 0);
-        }
+    for (unsigned c = 0xA1; s == shape::sjis && c < 0xE0; ++c)
+        add(c, 1, 4);
+    if (s == shape::gaps) add(0xE4, 1, 6, 0xC4), add(0xC4, 1, 5, 0, 0xE4);
+    if (s == shape::euc) add_rows(*this, 0xA1, 0xB4, 0xA1, 0xFE);
+    if (s == shape::sjis) add_rows(*this, 0x81, 0x93, 0x40, 0xFC);
+    if (s == shape::two_byte) add_rows(*this, 0x03, 0x0A, 0x00, 0xFF);
+    if (s == shape::odd_case) {
+        add_rows(*this, 0xA1, 0xA2, 0xA1, 0xFE);
+        add(0xF0F0, 2, 6, 'X');
+        add(0xF1, 1, 6, 0xA1A1);
     }
-    if (s == shape::gaps) r.add(0xE4, 1, 6, 0xC4), r.add(0xC4, 1, 5, 0, 0xE4);
-    if (s == shape::euc) add_rows(r, 0xA1, 0xB4, 0xA1, 0xFE);
-    if (s == shape::sjis) {
-        for (unsigned c = 0xA1; c < 0xE0; ++c)
-            r.add(c, 1, 4);
-        add_rows(r, 0x81, 0x93, 0x40, 0xFC);
-    }
-    if (s == shape::odd_case) { // partners of another length, and one without bytes
-        add_rows(r, 0xA1, 0xA2, 0xA1, 0xFE);
-        r.add(0xF0F0, 2, 6, 'X');
-        r.add(0xF1, 1, 6, 0xA1A1);
-    }
+    finish(flat, byte_tables);
 }
+
+// The same characters by the pages and by the tree.
+struct char_records {
+    char_record flat, tree;
+    explicit char_records(shape s, bool byte_tables = true)
+        : flat(s, true, byte_tables), tree(s, false, false) {
+        EXPECT_TRUE(flat.loc.chars && flat.loc.chars->has_cases);
+        tree.loc.exp.single_byte = 0;
+    }
+};
 
 // A string of characters of the record's code set with a terminator; one in bad units is random.
 inline std::string random_text(std::mt19937 &random, shape s, size_t chars, unsigned bad) {

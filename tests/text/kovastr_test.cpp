@@ -164,21 +164,6 @@ TEST(Str, EdgeCasesByFlatTableAndByTree) {
     }
 }
 
-TEST(Str, NullIsToldBeforeCounts) {
-    text_record r(set::euc, true);
-    const op all[] = {
-        chr,    rchr,     spn,      cspn,   pbrk,       sub, // the first six take a second string
-        prev,   pwidth,   get,      width,  kept_chars, kept_bytes,
-        spaces, bytes_nt, get_null, offset, wide_len};
-    for (size_t i = 0; i < std::size(all) + 6; ++i, r.clear()) {
-        const bool first = i < std::size(all);
-        EXPECT_EQ(first ? all[i](r, nullptr, mb("a"), -1)
-                        : all[i - std::size(all)](r, mb("a"), nullptr, -1),
-                  -1);
-        EXPECT_EQ(r.error(), KO_ENULL) << i;
-    }
-}
-
 TEST(Str, WidthsDependOnTheClass) {
     text_record plain(set::euc, true, false), bytes(set::bytes, true);
     EXPECT_EQ(ko_mbswidth(plain, mb(aXz), 9), 3);
@@ -266,15 +251,6 @@ TEST(Str, WritesWhatFitsTheRow) {
             EXPECT_EQ(r.error(), row.error);
         }
     }
-    text_record r(set::euc, true);
-    ko_mchar_t out[8] = "abc";
-    for (const writer run : {cpy, cat, writer(ko_mbsncpy), writer(ko_mbsncat), put}) {
-        r.clear();
-        EXPECT_EQ(run(r, nullptr, mb("a"), -1), nullptr); // pointers are checked before counts
-        EXPECT_EQ(run(r, out, nullptr, -1), nullptr);
-        EXPECT_EQ(r.error(), KO_ENULL);
-    }
-    EXPECT_EQ(text(out), "abc");
 }
 
 TEST(Str, EachFailingAllocationIsTold) {

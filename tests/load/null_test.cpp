@@ -1,0 +1,117 @@
+// Null pointers from a caller: every call that takes a record is made with each of its pointers
+// null in turn, the counts of the call senseless, and gives the failure value of its declaration.
+#include "locale/kovautils.h"
+#include "support/locale_builder.h"
+
+#include <stdarg.h>
+
+#include <tuple>
+
+namespace {
+
+// What the pointers of the calls lead to; anew for each call.
+struct samples {
+    ko_mchar_t bytes[3] = {'a'};
+    ko_wchar_t wide[3] = {'a'};
+    ko_mchar_t *end = nullptr, **strings = nullptr;
+    ko_wchar_t *wide_end = nullptr;
+    int count = 0;
+    char stream = 0;
+    const char *name = "";
+    double value = 0;
+    ko_tm_t tm = {};
+    ko_alt_tm_t alt_tm = {};
+    time_info info = {};
+    std::tuple<ko_mchar_t *, const ko_mchar_t *, ko_wchar_t *, const ko_wchar_t *, ko_mchar_t **,
+               ko_mchar_t ***, ko_wchar_t **, int *, void *, double *, ko_tm_t *, const ko_tm_t *,
+               const ko_alt_tm_t *, time_info *, const char *>
+        all = {bytes,   bytes,  wide, wide, &end,    &strings, &wide_end, &count,
+               &stream, &value, &tm,  &tm,  &alt_tm, &info,    name};
+    template <class T> T get() {
+        if constexpr (std::is_pointer_v<T>)
+            return std::get<T>(all);
+        else
+            return static_cast<T>(std::is_same_v<T, ko_wchar_t> ? 'a' : -1);
+    }
+};
+
+template <class T> bool failed(T *result, int) { return !result; }
+bool failed(ko_wchar_t result, int) { return result == 0xFFFF; }
+template <class T> bool failed(T result, int failure) { return result == static_cast<T>(failure); }
+
+// Makes the call with the argument at the place null: 0 is the record.
+template <class... Args, class Call, size_t... at>
+void call_with_null(Call call, ko_lc_t loc, size_t place, int failure, std::index_sequence<at...>) {
+    constexpr bool pointers[] = {true, std::is_pointer_v<Args>...};
+    if (!pointers[place]) return;
+    samples s;
+    *ko_ext_errno(loc) = 0;
+    const auto result = call(place ? loc : nullptr, (place == at + 1 ? Args() : s.get<Args>())...);
+    EXPECT_TRUE(failed(result, failure)) << "argument " << place;
+    EXPECT_EQ(*ko_ext_errno(loc), place ? KO_ENULL : KO_OK) << "argument " << place;
+    EXPECT_EQ(s.bytes[0] + s.wide[0], 2 * 'a') << "something was written";
+}
+
+template <class... Args, class Call>
+void each_null(Call call, ko_lc_t loc, int failure, unsigned optional) {
+    for (size_t place = 0; place <= sizeof...(Args); ++place)
+        if (!(optional >> place & 1))
+            call_with_null<Args...>(call, loc, place, failure, std::index_sequence_for<Args...>());
+}
+
+template <class R, class... Args>
+void each_null_of(R (*f)(ko_lc_t, Args...), ko_lc_t loc, int failure, unsigned optional) {
+    each_null<Args...>(f, loc, failure, optional);
+}
+// The calls that take values after a format are made without any.
+template <class R, class... Args>
+void each_null_of(R (*f)(ko_lc_t, Args..., ...), ko_lc_t loc, int failure, unsigned optional) {
+    const auto call = [f](ko_lc_t l, Args... args) { return f(l, args...); };
+    each_null<Args...>(call, loc, failure, optional);
+}
+
+template <auto f> void refuses(ko_lc_t loc, int failure, unsigned optional) {
+    SCOPED_TRACE(__PRETTY_FUNCTION__);
+    each_null_of(f, loc, failure, optional);
+}
+
+// optional: bits of the arguments that may be null.
+template <auto... calls> void refuse(int failure = -1, unsigned optional = 0) {
+    const loaded_locale bytes(single_byte_object()), mixed(double_byte_object(false));
+    for (const ko_lc_t loc : {ko_lc_t(bytes), ko_lc_t(mixed)})
+        (refuses<calls>(loc, failure, optional), ...);
+}
+
+} // namespace
+
+constexpr unsigned no_record = 1, first = 1 << 1, second = 1 << 2, third = 1 << 3;
+
+TEST(Null, IsRefusedBeforeCountsAreRead) {
+    refuse<ko_make_null_category, ko_nl_langinfo, ko_wc_nl_langinfo, ko_localeconv, ko_getcentury,
+           ko_case_conv_outbuflen>();
+    refuse<ko_setlocale_2, ko_copy_cat>(-1, first | second);
+    refuse<ko_mb_loc_max, ko_ctype, ko_mbsbytes>(0, first);
+    refuse<ko_mb_loc_min>(2);
+    refuse<ko_tombsupper, ko_tombslower, ko_towcsupper, ko_towcslower, im_mbstowcs,
+           ko_full_wcstombs, im_mbslen>();
+    refuse<is_mbstowcs, is_wcstombs>(-1, no_record);
+    refuse<ko_full_mbsnext, ko_full_mbsprev, ko_full_getmbsi, ko_full_putmbsi, ko_mbcreplace,
+           ko_mbsntslen, ko_wcsntslen, ko_mbsntsbytes, ko_mbsp, ko_mbsntstrunc, ko_wcsntstrunc,
+           ko_mbsbytes_nt, ko_full_mbscpy, ko_full_mbscat, ko_mbsncpy, ko_mbsncat,
+           ko_getmbsinull>();
+    refuse<ko_full_mbschr, ko_full_mbsrchr, ko_full_mbsspn, ko_full_mbscspn, ko_full_mbspbrk,
+           ko_full_mbsmbs, ko_mbstowcslen, ko_charoffset, ko_wcswidth, ko_mbswidth, ko_wcspwidth,
+           ko_mbspwidth>();
+    refuse<ko_wcschr, ko_wcsrchr, ko_wcsspn, ko_wcscspn, ko_wcspbrk, ko_wcswcs>(-1, no_record);
+    refuse<ko_fputmb, ko_fputwc, ko_fputmbs, ko_fputwcs, ko_full_fgetmb, ko_full_fgetwc, ko_fgetmbs,
+           ko_fgetwcs>();
+    refuse<ko_wcsxfrm, ko_full_mbsxfrm>(-1, first);
+    refuse<ko_wcstol, ko_mbstol, ko_wcstoul, ko_wcstod, ko_mbstod>(INT32_MAX, second);
+    refuse<ko_mbstoul>(-1, second);
+    refuse<ko_ltombs, ko_ultombs>();
+    refuse<ko_wcsfnum, ko_mbsfnum, ko_mbspnum, ko_wcsfmon, ko_mbsfmon, ko_mbspmon>();
+    refuse<ko_wcspnum, ko_wcspmon>(0);
+    refuse<ko_wcsftime, ko_mbsftime>(0, third); // a format that is null is a wrong one
+    refuse<ko_wcsptime, ko_mbsptime>(-1, second);
+    refuse<ko_mbstimeinfo>(-1, second | third);
+}
