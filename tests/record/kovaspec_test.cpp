@@ -159,34 +159,6 @@ TEST(Registry, TheBuiltInTableMatchesLowerCaseRowsOnly) {
         EXPECT_EQ(ko_cs_name2cs_num(nullptr, name, nullptr), KO_NO_CODESET) << name;
 }
 
-TEST(BuiltInTable, HasEveryRowAndNoNumberByAccident) {
-    static const struct {
-        const char *name;
-        int number;
-    } rows[] = {
-#include "record/kovaspec_tab.inc"
-    };
-    EXPECT_EQ(std::size(rows), 114u);
-    std::map<std::string, int> numbers;
-    for (auto &r : rows) {
-        EXPECT_TRUE(numbers.emplace(r.name, r.number).second) << r.name << " stands twice";
-        EXPECT_LE(strlen(r.name), size_t{cs_name_max});
-        EXPECT_NE(r.number, 0xE000);
-        EXPECT_LT(r.number, 0xE029) << r.name;
-    }
-    for (const auto &[name, number] :
-         numbered("ASCII=57345 TChHstExSBCS=28709 CCSID28709=29709 eucJP=5050 EBCDIC-US=37 "))
-        EXPECT_EQ(numbers[name], number) << name;
-    // Names of one code set stand together; a number met again elsewhere would be a slip.
-    static const std::set<std::string> apart = {"CP437", "Guobiao2312", "8859-5"};
-    std::set<int> met;
-    for (size_t i = 0; i < std::size(rows); ++i) {
-        const bool again = i && rows[i].number == rows[i - 1].number;
-        EXPECT_TRUE(met.insert(rows[i].number).second || again || apart.count(rows[i].name))
-            << rows[i].name;
-    }
-}
-
 // want: the file name, nullptr for a failure with 7.
 static void check_spec(const char *spec, uint16_t number, const char *want) {
     SCOPED_TRACE(spec ? spec : "NULL");
