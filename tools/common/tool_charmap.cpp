@@ -5,7 +5,7 @@
 namespace kovac {
 namespace {
 
-// One line of a charmap while it is taken apart.
+// One line of a charmap while it is scanned.
 struct scanner {
     source_file *file;
     diagnostics *diag;
@@ -19,13 +19,13 @@ struct symbol {
     uint32_t offset = 0;
 };
 
-// All lines together, those of ranges counted one by one: every code point, and as many names again
-// as two bytes hold.
+// The most lines, with those of ranges counted one by one: as many as there are code points, plus
+// as many names as two bytes can number.
 constexpr size_t most_lines = 0x120000;
 constexpr size_t longest_name = 128;
 constexpr unsigned widest = 100;
 
-// A character's bytes, big-endian; more than four do not occur in the code sets served here.
+// A character's bytes, big-endian; the code sets supported here have at most four.
 struct byte_seq {
     uint32_t value = 0;
     int len = 0;
@@ -40,7 +40,7 @@ struct reader {
     scanner in;
     charmap *map;
     std::unordered_map<uint32_t, uint32_t> by_bytes; // len << 16 | wide, to an index of chars
-    std::vector<bool> firm; // per char: its code came from a line without %IRREVERSIBLE%
+    std::vector<bool> firm; // for each of chars: its code came from a line without %IRREVERSIBLE%
     std::vector<width_rule> widths;
     std::unordered_map<uint32_t, bool> too_long; // codes of characters left out
     uint8_t default_width = 1;
@@ -49,11 +49,11 @@ struct reader {
     std::vector<charmap_line> *lines = nullptr;
 };
 
-// The last rule for a character counts, so rules are applied from the last on, each to what no
-// later one has reached: every character is visited once, however many rules overlap.
+// The last rule for a character counts, so rules are applied in reverse, each to the characters
+// that no later rule has reached: every character is visited once, however many rules overlap.
 struct width_painter {
     std::vector<charmap_char> &chars;
-    std::vector<uint32_t> next; // the first character from here on that has no width yet
+    std::vector<uint32_t> next; // the first character at or after this one without a width
     explicit width_painter(std::vector<charmap_char> &all) : chars(all), next(all.size() + 1) {
         for (uint32_t i = 0; i < next.size(); ++i)
             next[i] = i;
@@ -75,7 +75,7 @@ static void skip_blank(scanner &in) {
         ++in.at;
 }
 
-// Moves to the next line that holds something; comments of the kind "%IRREVERSIBLE%" are kept.
+// Moves to the next line that is not empty; comments such as "%IRREVERSIBLE%" are kept.
 static bool next_charmap_line(scanner &in) {
     const std::string &text = in.file->text;
     size_t at = in.line_end;
@@ -202,12 +202,14 @@ static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
         map.chars[index].code = code;
         rd.firm[index] = true;
     }
-    // An irreversible line stands for one way only: a plain line decides the other, wherever it is.
+    // An irreversible line holds for one direction only; a plain line, wherever it is, decides the
+    // other.
     auto [known, first] = map.by_code.emplace(code, index);
     if (!first && !irreversible && !rd.firm[known->second]) known->second = index;
 }
 
-// The digits that a range counts: trailing ones of the name, in the base of its ellipsis.
+// Splits off the digits that a range counts: the trailing ones of the name, in the base of its
+// ellipsis.
 static bool split_number(std::string_view name, int base, std::string_view &stem, uint32_t &value) {
     size_t first = name.size();
     while (first > 0 && hex_value(name[first - 1]) >= 0 && hex_value(name[first - 1]) < base)
@@ -220,7 +222,7 @@ static bool split_number(std::string_view name, int base, std::string_view &stem
     return true;
 }
 
-// Whether so many more characters may follow. Nothing is counted before it is known to be small.
+// May count more characters follow? Checked before anything is added up, so that sums stay small.
 static bool reserve_lines(reader &rd, size_t offset, size_t count) {
     if (count > most_lines - rd.lines_read) {
         return fail(rd.in, offset,
@@ -231,7 +233,7 @@ static bool reserve_lines(reader &rd, size_t offset, size_t count) {
     return true;
 }
 
-// The last of a range must have as many bytes as the first.
+// The last character of a range must have as many bytes as the first.
 static bool range_fits(const reader &rd, const symbol &to, byte_seq first, uint32_t count) {
     const uint64_t most = uint64_t{1} << 8 * first.len;
     if (count <= most - first.value) return true;
@@ -383,8 +385,8 @@ static void paint_widths(width_painter &paint, uint32_t first, uint32_t end, uin
     }
 }
 
-// A range of widths runs in the order of the bytes, as the section's writers mean it. The
-// characters are sorted.
+// A range of widths runs in the order of the bytes, which is what the writers of this section mean.
+// The characters are sorted.
 static void apply_widths(reader &rd) {
     std::vector<charmap_char> &chars = rd.map->chars;
     width_painter paint(chars);
@@ -445,7 +447,7 @@ uint64_t content_hash(const std::string &text) {
     return hash;
 }
 
-// Sorted by length and bytes; both indexes follow.
+// Sorts the characters by length and bytes, and adapts both indexes.
 static void finish(charmap &map) {
     std::vector<uint32_t> order(map.chars.size()), place(map.chars.size());
     for (uint32_t i = 0; i < order.size(); ++i)
@@ -465,7 +467,7 @@ static void finish(charmap &map) {
     map.max_len = map.chars.back().len;
 }
 
-// A byte that is a character cannot also begin longer ones: no table could tell them apart.
+// A byte that is a character must not also begin longer ones: no table could distinguish them.
 static bool check_prefixes(const charmap &map, diagnostics &diag) {
     bool single[256] = {};
     for (const charmap_char &c : map.chars) {
@@ -488,7 +490,7 @@ static bool read_charmap(reader &rd) {
     if (map.name.empty()) return fail(rd.in, 0, "the charmap has no <code_set_name>");
     if (map.chars.empty()) return fail(rd.in, 0, "the charmap has no characters");
     if (!find_code(map, 0)) {
-        // Strings end with the null character, so every code set has it.
+        // Strings end with the null character, so every code set must have it.
         const bool wide_only = std::all_of(map.chars.begin(), map.chars.end(),
                                            [](const charmap_char &c) { return c.len == 2; });
         add_char(rd, 0, {0, wide_only ? 2 : 1}, false, "U0000");
@@ -513,8 +515,8 @@ static bool open_charmap(const std::vector<std::string> &dirs, const std::string
     return true;
 }
 
-// All 16-bit units, surrogates among them, so that any text of such units is valid. Widths come
-// from the charmap of UTF-8.
+// All 16-bit units, including surrogates, so that any text of such units is valid. Widths come from
+// the charmap of UTF-8.
 static bool load_unicode(const std::vector<std::string> &dirs, diagnostics &diag, charmap &map) {
     source_file file;
     charmap utf8;

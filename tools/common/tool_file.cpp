@@ -48,7 +48,8 @@ static bool fail_with(int error) {
 
 // ---- names beside a target ---------------------------------------------------------------------
 
-// TARGET.kova-PROCESS-16 DIGITS, the target's name cut where it would leave no room for the rest.
+// TARGET.kova-PROCESS-DIGITS with 16 digits; the target's name is cut if it leaves no room for the
+// rest.
 static constexpr char mark[] = ".kova-";
 static constexpr size_t random_digits = 16, most_stem_bytes = 200;
 
@@ -71,7 +72,7 @@ static std::string name_beside(const std::string &target) {
     return from_path(path.parent_path() / to_path(name));
 }
 
-// The process that a name beside names; 0 when the name is none of ours.
+// The process in a name beside a target; 0 if the name is not one of ours.
 static unsigned long writer_of(const std::string &name, const std::string &stem) {
     if (!name.starts_with(stem)) return 0;
     const size_t dash = name.find('-', stem.size());
@@ -131,7 +132,8 @@ void prepare_signals() {
     std::signal(SIGXFSZ, SIG_IGN);
 }
 
-// The file that a signal must not leave behind. Written outside the handler while not watched.
+// The file that a signal must not leave. The handler reads it only while it is watched, and it is
+// changed only while it is not.
 static char watched_file[PATH_MAX];
 static volatile std::sig_atomic_t file_is_watched;
 
@@ -159,8 +161,9 @@ static int create_file(const std::string &path) {
     return open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
 }
 
-// The lock tells others that the writer lives; it ends with the process. False when another one
-// took the file for a leftover before it was locked. A file system without locks keeps leftovers.
+// Takes a lock, which ends with the process, to tell others that the writer is alive. False if
+// another process took the file for a leftover before it was locked. A file system without locks
+// keeps leftovers.
 static bool keep_lock(int fd) {
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
     struct stat info = {};
@@ -174,8 +177,9 @@ static void close_file(int fd) { close(fd); }
 static std::FILE *stream_of(int fd) { return fdopen(fd, "wb"); }
 static bool sync_file(std::FILE *stream) { return fsync(fileno(stream)) == 0; }
 
-// Those of the file in place, or of any new file. A group that the file cannot be given gets what
-// all others have; the bits that change who a program runs as go.
+// Takes the permissions of the existing file, or those of any new file. If the file cannot be given
+// its group, the group gets the rights of all others; the bits that change the user of a program
+// are dropped.
 static bool take_permissions(std::FILE *stream, const std::string &target) {
     struct stat old = {}, own = {};
     const int fd = fileno(stream);
@@ -193,7 +197,8 @@ static bool take_permissions(std::FILE *stream, const std::string &target) {
     return fchmod(fd, mode) == 0;
 }
 
-// Makes the new name as lasting as the bytes. Not every file system can, or lets a user read it.
+// Makes the new name as durable as the bytes. Not every file system can do this or permits reading
+// the directory.
 static bool sync_directory(const std::string &target) {
     const std::string parent = to_path(target).parent_path().string();
     const int fd = open(parent.empty() ? "." : parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -209,7 +214,7 @@ static void remove_if_left(const std::string &path, unsigned long) {
     if (fd < 0) return;
     const bool dead = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == geteuid() &&
                       flock(fd, LOCK_EX | LOCK_NB) == 0;
-    if (dead) unlink(path.c_str()); // while it is locked: its writer looks after it locked, too
+    if (dead) unlink(path.c_str()); // while locked: its writer checks under the lock, too
     close(fd);
 }
 
@@ -243,7 +248,7 @@ static bool open_beside(replacement &file) {
     remove_left_over(file.target);
     for (int tries = 0; tries < 100; ++tries) {
         file.beside = name_beside(file.target);
-        watch_file(file.beside); // before it is there: a signal may come between
+        watch_file(file.beside); // before it exists: a signal may come in between
         const int fd = create_file(file.beside);
         if (fd < 0 && errno == EEXIST) continue;
         if (fd < 0) break;
@@ -268,20 +273,20 @@ static bool open_directly(const std::string &path, replacement &file) {
     return file.stream != nullptr;
 }
 
-// Names of what is open already: what lies there must not be replaced, whatever it is.
+// Does a path name something that is open already? It must not be replaced, whatever it is.
 static bool names_open_file(const std::string &path) {
     return path.starts_with("/proc/") || path.starts_with("/dev/fd/") || path == "/dev/stdout" ||
            path == "/dev/stderr";
 }
 
-// What a link leads to, also where nothing is there yet.
+// The end of a chain of links, even if nothing exists there yet.
 static std::string end_of_links(const std::string &path) {
     std::error_code error;
     fs::path at = to_path(path);
     for (int steps = 0; steps < 40 && fs::is_symlink(at, error); ++steps) {
         const fs::path next = fs::read_symlink(at, error);
         if (error) break;
-        at = at.parent_path() / next; // next alone where it is absolute
+        at = at.parent_path() / next; // next alone if it is absolute
     }
     return from_path(at);
 }
@@ -290,7 +295,7 @@ bool open_replacement(const std::string &path, link_in_place link, replacement &
     file.target = path;
     if (link == link_in_place::followed) {
         std::error_code error;
-        // Asked by the name as it stands, so that the system refuses links it does not trust.
+        // Asks by the name as it stands, so that the system refuses links that it does not trust.
         const fs::file_status status = fs::status(to_path(path), error);
         if (error && status.type() != fs::file_type::not_found) return fail_with(error.value());
         if (fs::is_directory(status)) return fail_with(EISDIR);
@@ -340,7 +345,7 @@ static std::error_code link_beside(const std::string &existing, const std::strin
     fs::create_hard_link(to_path(existing), to_path(beside), failed);
     if (failed) fs::copy_file(to_path(existing), to_path(beside), failed);
     if (!failed) fs::rename(to_path(beside), to_path(path), failed);
-    remove_quietly(beside); // still there after a failure, and where both names were one file
+    remove_quietly(beside); // it exists after a failure, and if both names were one file
     unwatch_file();
     return failed;
 }
@@ -351,7 +356,7 @@ bool link_in_one_step(const std::string &existing, const std::string &path) {
     for (int tries = 0; tries < 100; ++tries) {
         failed = link_beside(existing, path);
         if (!failed) return sync_directory(path);
-        // The file is not locked, so another writer may have taken it for a leftover.
+        // The file is not locked, so another writer may have removed it as a leftover.
         if (failed != std::errc::no_such_file_or_directory) break;
     }
     return fail_with(failed.value());

@@ -106,7 +106,7 @@ line_column locate(position pos) {
     return at;
 }
 
-// The line of pos and, below it, a caret under its column; tabs are kept so that both align.
+// The line of pos and, below it, a caret under its column; tabs are kept so that the two align.
 static std::string excerpt(position pos, const char *caret) {
     const std::string &text = pos.file->text;
     const size_t at = std::min<size_t>(pos.offset, text.size());
@@ -115,7 +115,7 @@ static std::string excerpt(position pos, const char *caret) {
         --start;
     while (end < text.size() && text[end] != '\n' && text[end] != '\r')
         ++end;
-    constexpr size_t widest = 240; // bytes shown of an absurdly long line
+    constexpr size_t widest = 240; // bytes shown of a very long line
     if (at - start > widest) return {};
     const std::string_view line = std::string_view(text).substr(start, end - start);
     const std::string front = kovatool::printable(line.substr(0, at - start), "\t");
@@ -199,7 +199,7 @@ lexer open_lexer(const source_file &file, diagnostics &diag) {
     lexer lex;
     lex.file = &file;
     lex.diag = &diag;
-    if (file.text.starts_with("\xEF\xBB\xBF")) lex.at = 3; // a byte order mark is no token
+    if (file.text.starts_with("\xEF\xBB\xBF")) lex.at = 3; // a byte-order mark is not a token
     return lex;
 }
 
@@ -207,7 +207,7 @@ static char char_at(const lexer &lex, size_t at) {
     return at < lex.file->text.size() ? lex.file->text[at] : '\0';
 }
 
-// Bytes of an escaped newline at that place (escape, optional return, newline); 0 when none.
+// Bytes of an escaped newline at a place (escape, optional return, newline); 0 if there is none.
 static uint32_t continuation(const lexer &lex, size_t at) {
     if (char_at(lex, at) != lex.escape || at >= lex.file->text.size()) return 0;
     if (char_at(lex, at + 1) == '\n') return 2;
@@ -225,9 +225,9 @@ static void skip_to_newline(lexer &lex) {
     lex.at = uint32_t(end == std::string::npos ? lex.file->text.size() : end);
 }
 
-// Moves to the next byte that belongs to a token or ends a line. A comment that has its line for
-// itself vanishes whole, so that it does not cut a continued line in two; one behind tokens may end
-// in the escape character and then continues the line.
+// Moves to the next byte that belongs to a token or ends a line. A comment on a line of its own
+// disappears completely, so that it does not split a continued line; one after tokens may end in
+// the escape character, which continues the line.
 static void skip_blank(lexer &lex) {
     const std::string &text = lex.file->text;
     while (lex.at < text.size()) {
@@ -350,7 +350,8 @@ static token ellipsis_token(lexer &lex) {
     return t;
 }
 
-// One escaped byte at place at: /x41, /d065 or /101. Returns bytes of text taken, 0 when none.
+// Reads one escaped byte at a place: /x41, /d065 or /101. Returns the bytes of text taken, 0 if
+// there is none.
 static uint32_t escaped_byte(std::string_view text, size_t at, char escape, uint32_t &byte) {
     if (at + 1 >= text.size() || text[at] != escape) return 0;
     const char radix = text[at + 1];
@@ -392,7 +393,7 @@ static token word_token(lexer &lex) {
     const uint32_t start = lex.at;
     while (is_word_char(char_at(lex, lex.at)))
         ++lex.at;
-    if (lex.at == start) ++lex.at; // a lone punctuation mark is a word of one character
+    if (lex.at == start) ++lex.at; // a single punctuation mark is a word
     token t = make_token(lex, tok::word, start);
     const size_t sign = t.text[0] == '-' || t.text[0] == '+' ? 1 : 0;
     const bool digits = t.text.size() > sign && t.text.size() <= sign + 18 &&
@@ -442,7 +443,7 @@ static token plain_token(lexer &lex) {
     return word_token(lex);
 }
 
-// comment_char and escape_char lines name one character, whatever it is.
+// Obeys a comment_char or escape_char line, which names one character, whatever it is.
 static bool obey_setting(lexer &lex, const token &t) {
     const bool comment = t.text == "comment_char", escape = t.text == "escape_char";
     if (!comment && !escape) return false;
@@ -486,7 +487,7 @@ bool is_word(const token &t, std::string_view text) {
     return t.kind == tok::word && t.text == text;
 }
 
-// Moves behind the current logical line without looking into it.
+// Moves past the current logical line without examining it.
 static void skip_line(lexer &lex) {
     const std::string &text = lex.file->text;
     while (lex.at < text.size()) {
@@ -513,7 +514,7 @@ bool seek_category(lexer &lex, std::string_view category) {
             if (t.text == "comment_char" || t.text == "escape_char") {
                 lex = probe;
                 obey_setting(lex, t);
-                // "escape_char /" ends in the escape character and yet does not continue.
+                // "escape_char /" ends in the escape character but does not continue the line.
                 if (lex.at < lex.file->text.size()) ++lex.at;
                 continue;
             }

@@ -13,19 +13,19 @@
 
 namespace kovac {
 
-// One source held in memory. Tokens point into it; it lives as long as its source_set.
+// One source in memory. Tokens point into it; it lives as long as its source_set.
 struct source_file {
     std::string path;                     // where it was found
-    std::string name;                     // base name, the name that locale objects mention
+    std::string name;                     // base name, which locale objects mention
     std::string text;                     // whole content
     mutable std::deque<std::string> pool; // symbol names that had to be unescaped
 };
 
-// Reads a whole file, unpacking gzip. False when it cannot be read or is larger than 16 MB.
+// Reads a whole file, unpacking gzip. False if it cannot be read or is larger than 16 MB.
 bool read_whole(const std::string &path, std::string &text);
 
-// Path of a name: itself when it holds a slash, else the first of dirs that has it (also with
-// ".gz"), else the file of that name in the working directory. Empty when there is none.
+// The path of a name: the name itself if it contains a slash, else that in the first of dirs that
+// has it (also with ".gz"), else that in the working directory. Empty if there is none.
 std::string find_file(const std::vector<std::string> &dirs, std::string_view name);
 
 // A place in a source. Line and column are counted only when a diagnostic is printed.
@@ -37,14 +37,14 @@ struct position {
 // Prints "file:line:col: error: text", the source line and a caret.
 struct diagnostics {
     std::string *sink = nullptr; // collects the text instead of standard error (tests)
-    bool colour = false;         // colour codes around severity and caret
-    bool verbose = false;        // notes are printed too
+    bool colour = false;         // colours severity and caret
+    bool verbose = false;        // prints notes too
     int max_errors = 20;         // further errors are counted, not printed
     int errors = 0;
     int warnings = 0;
 };
 
-// Text made as by printf. On Windows the compiler must be told which printf that is.
+// Formats text like printf. On Windows the compiler must be told which printf is meant.
 #if defined(__MINGW_PRINTF_FORMAT)
 #define KOVAC_PRINTF __MINGW_PRINTF_FORMAT
 #else
@@ -65,15 +65,15 @@ line_column locate(position pos);
 // The sources of one compilation: the main one and all that it copies from.
 struct source_set {
     std::vector<std::string> dirs; // searched in order for a bare name
-    std::map<std::string, std::unique_ptr<source_file>, std::less<>> files; // by name as asked
+    std::map<std::string, std::unique_ptr<source_file>, std::less<>> files; // by the name asked for
     const source_file *main = nullptr;                                      // set by the caller
 };
 
-// The source of that name or path, loaded once. Null after an error was reported at from.
+// The source of a name or path, loaded once. Null after an error, which is reported at from.
 const source_file *load_source(source_set &set, diagnostics &diag, std::string_view name,
                                position from);
 
-// The code point at text[i]; i moves to its last byte. A byte that is no UTF-8 stands for itself.
+// The code point at text[i]; i moves to its last byte. A byte that is not UTF-8 stands for itself.
 uint32_t utf8_code(std::string_view text, size_t &i);
 
 enum class tok : uint8_t {
@@ -94,9 +94,9 @@ enum class tok : uint8_t {
 
 constexpr uint32_t no_code = 0xFFFFFFFF;
 
-int hex_value(char digit); // -1 for what is none
+int hex_value(char digit); // -1 for other characters
 
-// The code point of a name from Uxxxx to Uxxxxxxxx, at most 7FFFFFFF; no_code for any other.
+// The code point of a name from Uxxxx to Uxxxxxxxx, at most 7FFFFFFF; no_code for any other name.
 uint32_t symbol_code(std::string_view name);
 
 struct token {
@@ -111,22 +111,22 @@ struct token {
     position pos;          // first byte of the token
 };
 
-// A lexer on one source. Copy it to remember a place.
+// A lexer for one source. Copy it to remember a place.
 struct lexer {
     const source_file *file = nullptr;
     diagnostics *diag = nullptr;
     uint32_t at = 0;
     char escape = '\\';
     char comment = '#';
-    bool line_open = false; // a token of the current logical line was handed out
+    bool line_open = false; // a token of the current logical line was returned
 };
 
 lexer open_lexer(const source_file &file, diagnostics &diag);
 
-// The next token. comment_char and escape_char lines are obeyed and never seen.
+// The next token. comment_char and escape_char lines take effect and are not returned.
 token next_token(lexer &lex);
 
-// Moves behind the line that opens a category ("LC_COLLATE"). False when the source has none.
+// Moves past the line that opens a category ("LC_COLLATE"). False if the source has none.
 bool seek_category(lexer &lex, std::string_view category);
 
 // Reads one logical line without its end_line token. False at "END <category>", which is consumed,
@@ -135,19 +135,19 @@ bool next_line(lexer &lex, std::string_view category, std::vector<token> &line, 
 
 bool is_word(const token &t, std::string_view text);
 
-// A source names others; where those lie is not for it to say.
+// Is a name a path? A source may name other sources, but not say where they are.
 bool names_a_path(std::string_view name);
 
-// What copying may still cost. Sources that copy one another several times would be read so many
-// times to the power of their depth.
+// How many copies may still be made. Where sources copy others several times each, the number of
+// copies grows exponentially with their depth.
 struct copy_budget {
     int left = 256;
 };
-// Whether a copy line may be followed; depth counts those around it. An error is reported.
+// May a copy line be followed? depth counts the copies around it. Reports an error if not.
 bool may_copy(copy_budget &budget, int depth, diagnostics &diag, position pos);
 
-// "LC_CTYPE" and so on with a copy line: the copied category opened in lex. False after an error.
-// copy_token is the string behind "copy".
+// Opens the category that a copy line names in lex. False after an error. copy_token is the string
+// after "copy".
 bool open_copy(source_set &set, diagnostics &diag, const token &copy_token,
                std::string_view category, lexer &lex);
 

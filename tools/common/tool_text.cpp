@@ -12,7 +12,7 @@ bool obeyed_by_terminals(uint32_t code_point) {
            (code_point >= 0x2066 && code_point <= 0x2069);
 }
 
-// The character at the front of a text, and its bytes; 0 bytes where it is no UTF-8.
+// The first character of a text, and its length in bytes; 0 if it is not UTF-8.
 static size_t front_character(std::string_view text, uint32_t &code_point) {
     const auto byte = [&text](size_t i) { return uint32_t(static_cast<unsigned char>(text[i])); };
     static constexpr uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000};

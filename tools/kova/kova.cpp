@@ -1,4 +1,4 @@
-// The command line kova: its commands, their options and their help.
+// The command kova: its subcommands, their options and their help.
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -19,7 +19,7 @@ namespace {
 
 using namespace kovacli;
 
-// Everything the options write into; one command runs, the others' options stay unused.
+// Everything that options store; one command runs, and the options of the others stay unused.
 struct arguments {
     common_options common;
     bool utf8 = false, bytes = false, no_progress = false;
@@ -44,14 +44,14 @@ const char locale_help[] =
     "Locale: language_TERRITORY.codeset[@modifier] such as de_DE.8859-1, or de_DE alone where it "
     "exists in one code set, or POSIX";
 
-// What --utf8 and --bytes are about.
+// Help for --utf8 and --bytes.
 struct form_help {
     const char *utf8 = "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or "
                        "LANG says so";
     const char *bytes = "Arguments, input and output are bytes of the locale's code set";
 };
 
-// Shows what a flag may be given as "[=TEXT]".
+// Shows the optional text of a flag as "[=TEXT]".
 struct help_format : CLI::Formatter {
     std::string make_option_name(const CLI::Option *option, bool positional) const override {
         std::string name = CLI::Formatter::make_option_name(option, positional);
@@ -457,7 +457,7 @@ int complain(const failure &e) {
     return e.status;
 }
 
-// What was written counts only once the system has taken it.
+// Output counts as written only once the system has taken it.
 int finish_output(int status) {
     if (kovatool::flush_standard_output() || status != done) return status;
     if (reader_is_gone(errno)) return bad_file;

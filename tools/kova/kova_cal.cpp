@@ -1,5 +1,5 @@
-// kova cal: a month of a locale's calendar, drawn as cal(1) does, with the Gregorian day beside
-// each day of another calendar.
+// kova cal: a month of a locale's calendar, drawn like cal(1), with the Gregorian day beside each
+// day of another calendar.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -98,9 +98,9 @@ bool local_of(const cal_job &job, sys_days day, ko_alt_tm_t *local) {
     return ko_cal_gregorian_to_local(job.handle.loc, &t, local) == 0;
 }
 
-constexpr int last_year = 10323; // of dates that have one in another calendar
+constexpr int last_year = 10323; // the last with dates in another calendar
 
-// The first day of a month in the Gregorian calendar. False for one that is out of range.
+// Finds the first day of a month in the Gregorian calendar. False for a month out of range.
 bool begin_of(const cal_job &job, const ko_alt_tm_t &local, sys_days *day) {
     ko_alt_tm_t t;
     if (ko_cal_local_to_gregorian(job.handle.loc, &local, &t) != 0) return false;
@@ -132,7 +132,7 @@ wide_text lower(const cal_job &job, wide_text text) {
     return result;
 }
 
-// A number in the year, or a name of the locale, full or short, in letters of either case.
+// Reads a month: its number in the year, or its full or short name in the locale, in either case.
 void read_month(const cal_job &job, const std::string &text, ko_alt_tm_t *wanted) {
     constexpr int most_months = 13;
     constexpr unsigned names = KO_ABMON_1 - KO_MON_1;

@@ -1,4 +1,4 @@
-// kova upper and kova lower: texts and files with every character's case partner.
+// kova upper and kova lower: texts and files with every character mapped to its case partner.
 #include <algorithm>
 
 #include "kova/kova_locale.h"
@@ -14,7 +14,8 @@ struct case_job {
     bad_count bad;
 };
 
-// Maps wide[0, units) into mapped. The library's strings end at a null character.
+// Maps wide[0, units) into mapped, part by part, since the library's strings end at a null
+// character.
 static void map_units(case_job &job, size_t units) {
     job.wide.resize(units + 1);
     job.wide[units] = 0;

@@ -14,7 +14,7 @@ namespace {
 
 struct chart_job {
     route way;
-    bool to_utf16 = false; // the way leads to UTF-16: for utf8 itself
+    bool to_utf16 = false; // the route leads to UTF-16: for utf8 itself
     bool utf8 = false;     // the output
     byte_buffer out;
 };
@@ -34,7 +34,7 @@ bool code_of(const chart_job &job, uint32_t &code) {
     return job.out.used >= 2;
 }
 
-// What the bytes are in the given shift state.
+// What bytes are in a given shift state.
 slot look_up(chart_job &job, const std::string &bytes, int shifted) {
     route_state st;
     st.leg[0].source_state = shifted;
@@ -44,7 +44,7 @@ slot look_up(chart_job &job, const std::string &bytes, int shifted) {
     if (got.error != KO_OK) return {};
     const int now = st.leg[0].source_state;
     if (now != shifted) return {now ? slot_kind::shift_out : slot_kind::shift_in};
-    if (job.out.used == 0) return {slot_kind::shift_in}; // one that is passed over
+    if (job.out.used == 0) return {slot_kind::shift_in}; // one that is skipped
     slot found{slot_kind::character};
     return code_of(job, found.code) ? found : slot{};
 }
@@ -62,7 +62,7 @@ bool in_ranges(uint32_t code, const code_range *ranges, size_t count) {
     return it != end && it->first <= code;
 }
 
-// Drawn over the character before.
+// Is a character drawn over the one before it?
 bool is_combining(uint32_t code) {
     static constexpr code_range ranges[] = {
         {0x0300, 0x036F},
@@ -93,7 +93,7 @@ bool is_combining(uint32_t code) {
     return in_ranges(code, ranges, std::size(ranges));
 }
 
-// Two columns on a terminal.
+// Does a character take two columns on a terminal?
 bool is_wide(uint32_t code) {
     static constexpr code_range ranges[] = {
         {0x1100,  0x115F },
@@ -145,7 +145,7 @@ const char *control_name(uint32_t code) {
     return nullptr;
 }
 
-// Private use and code points that are no characters: nothing can draw them.
+// Private use characters and noncharacters, which nothing can draw.
 bool is_shapeless(uint32_t code) {
     return (code >= 0xE000 && code <= 0xF8FF) || code >= 0xF0000 || (code & 0xFFFE) == 0xFFFE ||
            (code >= 0x2000 && code <= 0x200A) || (code >= 0x2060 && code <= 0x206F);
@@ -190,7 +190,7 @@ struct grid_count {
     unsigned characters = 0, leads = 0;
 };
 
-// All characters that begin with these bytes and have one more.
+// Looks up all characters that begin with these bytes and have one more.
 grid_count look_up_grid(chart_job &job, const std::string &lead, int shifted, slot *slots) {
     grid_count count;
     for (unsigned i = 0; i < 256; ++i) {
@@ -203,7 +203,7 @@ grid_count look_up_grid(chart_job &job, const std::string &lead, int shifted, sl
 
 void draw_grid(chart_job &job, const slot *slots, output &out) {
     static constexpr char digits[] = "0123456789ABCDEF";
-    constexpr int cell_cols = 4; // of the longest name, and of a code point in most sets
+    constexpr int cell_cols = 4; // for the longest name, and for a code point in most sets
     std::vector<std::vector<cell>> rows(1, {cell{" "}});
     for (size_t column = 0; column < 16; ++column)
         rows[0].push_back({std::string("x") + digits[column]});
@@ -212,7 +212,7 @@ void draw_grid(chart_job &job, const slot *slots, output &out) {
         for (size_t column = 0; column < 16; ++column)
             rows.back().push_back(cell_of(job, slots[16 * row + column]));
     }
-    // Every grid is as wide as the next, whatever it holds.
+    // All grids have the same width, whatever they contain.
     for (size_t column = 1; column <= 16; ++column) {
         cell &head = rows[0][column];
         head.text.append(size_t(cell_cols) - head.text.size(), ' ');
@@ -229,7 +229,7 @@ struct lead_row {
     std::vector<uint32_t> first;
 };
 
-// Counts the characters that begin with row.bytes; prefix is those and what was appended.
+// Counts the characters that begin with row.bytes; prefix is these bytes and what was appended.
 void count_characters(chart_job &job, const std::string &prefix, lead_row &row) {
     constexpr size_t shown = 10, longest_character = 4;
     for (unsigned i = 0; i < 256; ++i) {

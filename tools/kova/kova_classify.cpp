@@ -1,5 +1,5 @@
-// kova classify: the characters of a text with bytes, classes and case partners, or how many
-// characters of each class files hold.
+// kova classify: the characters of a text with their bytes, classes and case partners, or the
+// number of characters of each class in files.
 #include <algorithm>
 #include <array>
 
@@ -15,8 +15,8 @@ struct class_name {
     std::string name;
 };
 
-// The classes of a locale. Its own classes can be asked for by name only: those that sources
-// define are tried, and a bit that none of them names is shown by its mask.
+// The classes of a locale. The library finds a locale's own classes only by name, so the names that
+// sources define are tried; a bit that none of them names is shown by its mask.
 static std::vector<class_name> classes_of(ko_lc_t loc) {
     std::vector<class_name> result;
     for (const char *name : {"upper", "lower", "alpha", "digit", "xdigit", "alnum", "punct",
@@ -62,7 +62,7 @@ static bool is_combining(uint32_t point) {
     });
 }
 
-// A character as a terminal can show it, a mark on a dotted circle.
+// A character as a terminal can show it, with a combining mark on a dotted circle.
 static cell shown(const codec &code, const ko_wchar_t *wide, size_t units) {
     const uint32_t point = code_point(code, wide[0]);
     if (units == 1 && (point < 0x20 || (point >= 0x7F && point < 0xA0) || point == no_code_point)) {
@@ -163,7 +163,7 @@ static void write_counts(const codec &code, const std::vector<class_name> &class
     uint64_t all = 0;
     for (unsigned wide = 0; wide < 65536; ++wide) {
         const uint64_t times = count.of_wide[wide];
-        // The second half of a surrogate pair is no character of its own.
+        // The second half of a surrogate pair is not a character of its own.
         if (times == 0 || (code.utf16 && (wide & 0xFC00) == 0xDC00)) continue;
         all += times;
         for (size_t i = 0; i < classes.size(); ++i)
@@ -201,7 +201,7 @@ int run_classify(const common_options &common, const classify_options &options) 
         if (options.files.empty()) count_file(code, "-", count);
         write_counts(code, classes, count, out);
     } else {
-        add_mapping(handle, data, code); // code points are a courtesy where the form is bytes
+        add_mapping(handle, data, code); // code points are optional if the form is bytes
         std::vector<std::vector<cell>> rows = {
             {{"char"}, {"code"}, {"bytes"}, {"wide"}, {"upper"}, {"lower"}, {"classes"}}
         };

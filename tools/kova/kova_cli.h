@@ -1,5 +1,5 @@
-// What every part of the command line shares: its exit statuses, its one kind of failure and the
-// options that all commands take.
+// What every part of the command shares: the exit statuses, the exception for failures and the
+// options of all commands.
 #pragma once
 
 #include <cstdint>
@@ -12,14 +12,14 @@ namespace kovacli {
 // Exit statuses. They are part of the interface, see docs/kova.md.
 enum exit_status {
     done = 0,
-    bad_text = 1,   // a text holds what is no character of the code set
+    bad_text = 1,   // text that is not valid in the code set
     bad_usage = 2,  // an unknown option, a missing argument
     bad_locale = 3, // no data root, no such locale, a damaged object, no memory
     bad_file = 4    // a file cannot be read or written
 };
 
-// Ends the command with one line on standard error, "kova: " and the text, and with the lines of an
-// excerpt below it. An empty text ends it silently.
+// Ends the command with one line on standard error, "kova: " and the text, and the lines of an
+// excerpt below it. With an empty text, ends it silently.
 struct failure : std::runtime_error {
     int status;
     std::string excerpt;
@@ -27,7 +27,7 @@ struct failure : std::runtime_error {
         : std::runtime_error(text), status(exit_status), excerpt(lines) {}
 };
 
-// What --utf8 and --bytes say.
+// The choice between --utf8 and --bytes.
 enum class text_form { by_environment, utf8, bytes };
 
 struct common_options {
@@ -35,8 +35,8 @@ struct common_options {
     text_form form = text_form::by_environment;
 };
 
-// True when text arguments, input and output are UTF-8: said so, or LC_ALL, LC_CTYPE and LANG
-// (the first that is set) name it. Windows without them: UTF-8.
+// True if text arguments, input and output are UTF-8: because of --utf8, or because LC_ALL,
+// LC_CTYPE or LANG (the first that is set) names it. On Windows UTF-8 is also the default.
 bool text_is_utf8(const common_options &common);
 
 struct sort_options {
@@ -137,7 +137,7 @@ int run_convert(const common_options &common, const convert_options &options);
 
 struct chart_options {
     std::string code_set;
-    std::string lead; // hexadecimal digits of the bytes in front of those drawn
+    std::string lead; // hexadecimal digits of the bytes before those drawn
 };
 int run_chart(const common_options &common, const chart_options &options);
 

@@ -1,4 +1,4 @@
-// kova compare and kova key: the order of two texts, and the sort key that stands for a text.
+// kova compare and kova key: the order of two texts, and the sort key of a text.
 #include <cstdio>
 
 #include "kova/kova_cli.h"
@@ -8,7 +8,7 @@
 
 namespace kovacli {
 
-// The bytes of a text in the locale's code set, with a terminator of any code set behind them.
+// The bytes of a text in the locale's code set, followed by a terminator for any code set.
 static std::string code_set_text(const codec &code, const std::vector<ko_wchar_t> &wide) {
     std::string bytes;
     for (const ko_wchar_t c : wide)

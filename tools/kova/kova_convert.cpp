@@ -19,7 +19,7 @@ struct text_place {
     uint64_t offset = 0, line = 1, column = 1; // bytes from 0, lines and characters from 1
 };
 
-// What a report keeps of one kind of trouble.
+// What a report records of one kind of trouble.
 struct finding {
     const char *name;
     uint64_t count = 0;
@@ -44,7 +44,7 @@ struct convert_job {
                            {"invalid"},
                            {"cut off by the end of a text"}};
     bool any_substituted = false;
-    // The text under way.
+    // The current text.
     route_state st;
     text_place place;
     bool closed = false;
@@ -67,7 +67,7 @@ uint64_t utf8_characters(const unsigned char *text, size_t len) {
         std::count_if(text, text + len, [](unsigned char c) { return (c & 0xC0) != 0x80; }));
 }
 
-// Characters of valid source text in which the shift state is known at the start.
+// The number of characters in valid source text that starts in a given shift state.
 uint64_t characters(convert_job &job, const unsigned char *text, size_t len, int shifted) {
     if (job.is_utf8) return utf8_characters(text, len);
     if (job.is_utf16) {
@@ -123,8 +123,7 @@ std::string place_text(const input &in, const text_place &place) {
 
 // ---- what does not convert ----
 
-// The character at text as the source code set has it: bytes, 0 when it is none, -1 when the text
-// ends inside it.
+// Bytes of the source character at text, 0 if it is not one, -1 if the text ends inside it.
 int source_character(convert_job &job, const unsigned char *text, size_t len, uint32_t &point) {
     if (job.is_utf8) return utf8_char(text, len, point);
     if (job.is_utf16) {
@@ -151,10 +150,10 @@ int source_character(convert_job &job, const unsigned char *text, size_t len, ui
     return -1;
 }
 
-// Invalid input can be told from what only the target lacks.
+// Can invalid input be distinguished from characters that only the target lacks?
 bool knows_source(const convert_job &job) { return job.is_utf8 || job.is_utf16 || job.has_to_utf8; }
 
-// How the conversion takes the first bytes of text alone.
+// Tries to convert the first bytes of text by themselves; returns the error.
 int trial(convert_job &job, const unsigned char *text, size_t len) {
     route_state st;
     source_state(st) = source_state(job.st);
@@ -163,7 +162,8 @@ int trial(convert_job &job, const unsigned char *text, size_t len) {
         .error;
 }
 
-// Bytes of what is no character: as many as make it invalid, but none that is a character alone.
+// The length of an invalid sequence: the bytes that make it invalid, without those that are
+// characters by themselves.
 size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, size_t &seen) {
     if (job.is_utf8) return 1;
     if (job.is_utf16) return std::min<size_t>(len, 2);
@@ -177,7 +177,7 @@ size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, s
 }
 
 struct bad_input : bad_character {
-    size_t seen = 0; // bytes that show it is bad: len, or more where the next ones are kept
+    size_t seen = 0; // bytes that show it is bad: len, or more if the next ones are kept
 };
 
 bad_input diagnose(convert_job &job, const unsigned char *text, size_t len, int error) {
@@ -231,7 +231,7 @@ void note(finding &found, const std::string &where) {
     if (found.first.size() < shown_places) found.first.push_back(where);
 }
 
-// Finds the substituted characters in text that has converted from this state and place on.
+// Finds the substituted characters in text that was converted from this state and place.
 void find_substituted(convert_job &job, const input &in, route_state st, text_place place,
                       const unsigned char *text, size_t len) {
     byte_buffer out;
@@ -244,7 +244,7 @@ void find_substituted(convert_job &job, const input &in, route_state st, text_pl
             ++piece;
             continue;
         }
-        // The whole piece holds one, so does half of it or the other half, down to one character.
+        // The piece contains one, so one of its halves does, and so on down to one character.
         if (got.substituted && piece > 1) {
             route_state lone = st;
             const size_t fewer = piece > 8 ? piece / 2 : piece - 1;
@@ -280,8 +280,8 @@ void write_replacement(convert_job &job, output &out) {
     write(out, job.scratch.text());
 }
 
-// Writes the closing shift where the last character was not the end of the text: it was skipped or
-// replaced.
+// Writes the closing shift if the last character converted was not the end of the text, because
+// that was skipped or replaced.
 void close_text(convert_job &job, output &out) {
     if (job.closed || target_state(job.way, job.st) != 1) return;
     write(out, job.closing);
@@ -347,7 +347,7 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
 }
 
 // Converts the bytes at hand. The last ones wait until more is read or the text is known to end,
-// as its last character is converted as such. False when more must be read first.
+// because its last character is converted differently. False if more must be read first.
 bool convert_piece(convert_job &job, input &in, output &out) {
     constexpr size_t longest_character = 4;
     const size_t unread = in.fill - in.at, kept = in.at_end ? 0 : longest_character;
@@ -364,7 +364,7 @@ bool convert_piece(convert_job &job, input &in, output &out) {
     take(in, got.taken);
     job.bytes += got.taken;
     if (got.error == KO_OK) return true;
-    // What ends the piece, or is not seen whole, is judged when more is there.
+    // What is at the end of the piece, or not complete, is judged once more has been read.
     if (!in.at_end && (got.error == KO_EINVAL || in.fill - in.at < longest_character)) return false;
     handle_bad(job, in, out, got.error);
     return true;
@@ -400,7 +400,7 @@ void tell_way(const convert_job &job) {
     kovatool::tell("kova", text);
 }
 
-// Every byte is a character or none, and shifts nothing.
+// Is every byte either a character or invalid, without shifts?
 bool has_single_bytes(convert_job &job) {
     if (job.way.legs == 0) return true;
     for (unsigned i = 0; i < 256; ++i) {
@@ -451,7 +451,7 @@ void learn_replacement(const data_place &place, const common_options &common, co
                       "--replace: " + job.way.to.name + " has no \"" + job.replacement + "\"");
 }
 
-// The size of all files, where every one of them has a size.
+// Adds up the sizes of all files, if every one has a size.
 void measure_files(convert_job &job, const std::vector<std::string> &files) {
     uint64_t total = 0;
     for (const std::string &path : files) {
@@ -512,7 +512,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     job.next_report = job.started + 1.0;
     output out;
     try {
-        open(out, options.out); // what it replaces stays in place: it may be one of the files read
+        open(out, options.out); // does not touch the target yet: it may be one of the files read
         for (const std::string &path : files)
             convert_file(job, path, out);
         finish(out);

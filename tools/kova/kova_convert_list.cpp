@@ -1,4 +1,4 @@
-// The list of code sets and compiled pairs, and what to say where a pair has no way.
+// The list of code sets and compiled pairs, and the message for a pair without a route.
 #include "kova/kova_convert.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ static bool numbers_of(const std::string &file, uint16_t &from, uint16_t &to) {
            std::from_chars(text + 4, text + 8, to, 16).ptr == text + 8;
 }
 
-// A file named by two names of which the registry lacks one: only names open it.
+// Is a file named by two names of which the registry lacks one? Only names open it.
 static bool lacks_number(const std::string &file, const std::set<std::string> &known) {
     if (file.size() < 8 || file.compare(file.size() - 4, 4, ".cvo") != 0) return false;
     std::string stem = file.substr(0, file.size() - 4);

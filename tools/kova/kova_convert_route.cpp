@@ -1,4 +1,4 @@
-// Code sets, their conversion objects, and conversion in pieces over one object or two.
+// Code sets, their conversion objects, and conversion in pieces through one object or two.
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -50,7 +50,7 @@ static bool by_number(const code_set &from, const code_set &to) {
     return from.number != KO_NO_CODESET && to.number != KO_NO_CODESET;
 }
 
-// A name that can stand in the name of a file.
+// Can a name be part of a file name?
 static bool is_plain(const std::string &name) {
     return !name.empty() && name.find_first_of("/\\:") == name.npos;
 }
@@ -72,7 +72,7 @@ std::string object_path(const data_place &place, const code_set &from, const cod
     return existing(place, from.name + "_" + to.name + ".cvo");
 }
 
-// False when the pair has no object.
+// Opens the object of a pair. False if it has none.
 static bool open_leg(const data_place &place, const code_set &from, const code_set &to,
                      descriptor &leg, std::string &path) {
     path = object_path(place, from, to);
@@ -121,7 +121,7 @@ struct leg_result {
     bool substituted = false;
 };
 
-// Converts into at most the given room; the shift states may have moved after KO_E2BIG.
+// Converts into at most the given room; after KO_E2BIG the shift states may have changed.
 static leg_result convert_into(ko_cv_t cd, conv_state &st, const unsigned char *text, size_t len,
                                unsigned char *out, size_t &room) {
     const ko_mchar_t *in = text;
@@ -135,7 +135,7 @@ static leg_result convert_into(ko_cv_t cd, conv_state &st, const unsigned char *
     return {size_t(in - text), error, substituted != 0};
 }
 
-// Converts with as much room as it takes.
+// Converts with as much room as is needed.
 static leg_result convert_leg(ko_cv_t cd, conv_state &st, const unsigned char *text, size_t len,
                               bool last, byte_buffer &out) {
     out.used = 0;
@@ -156,8 +156,7 @@ static leg_result convert_leg(ko_cv_t cd, conv_state &st, const unsigned char *t
     }
 }
 
-// Bytes of the first leg's source in front of the character whose output begins at made, or that
-// holds it.
+// Bytes of the first leg's source before the character whose output begins at made or contains it.
 static size_t source_of(route &way, conv_state st, const unsigned char *text, size_t len,
                         size_t made) {
     size_t room = made;
@@ -174,7 +173,7 @@ static run_result run_both(route &way, route_state &st, const unsigned char *tex
         convert_leg(way.leg[1].cd, st.leg[1], way.between.room.data(), way.between.used, ends, out);
     if (two.error == KO_OK)
         return {one.taken, one.error, true, one.substituted || two.substituted, ends};
-    // The first leg went too far: it stands behind the same character as the second again.
+    // The first leg went too far: set it back to the character at which the second stopped.
     const size_t taken = source_of(way, before, text, one.taken, two.taken);
     st.leg[0] = before;
     const leg_result again = convert_leg(way.leg[0].cd, st.leg[0], text, taken, false, way.between);
@@ -199,7 +198,7 @@ run_result run(route &way, route_state &st, const unsigned char *text, size_t le
     return {len, KO_OK, true, false, last};
 }
 
-// What a null character is written as in the shifted state, without the null character itself.
+// What conversion writes before a null character in the shifted state.
 std::string closing_shift(route &way) {
     static constexpr unsigned char zeros[4] = {};
     if (way.legs == 0) return "";

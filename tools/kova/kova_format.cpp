@@ -6,7 +6,7 @@
 
 namespace kovacli {
 
-// A character in ASCII, "?" for others.
+// A character as ASCII, "?" for others.
 static char ascii(const codec &code, ko_wchar_t wide) {
     uint32_t point = code_point(code, wide);
     if (point == no_code_point) point = wide; // no mapping: what looks like ASCII is ASCII
@@ -15,7 +15,7 @@ static char ascii(const codec &code, ko_wchar_t wide) {
 
 static bool is_one_of(const std::string &set, char c) { return set.find(c) != set.npos; }
 
-// The directive whose "%" stands at a place.
+// The directive whose "%" is at a place.
 static format_directive scan_directive(const std::string &text, size_t start,
                                        const format_grammar &grammar) {
     size_t at = start + 1;

@@ -12,16 +12,16 @@
 
 namespace kovacli {
 
-// One directive of a format. "%%" is none.
+// One directive of a format. "%%" is not a directive.
 struct format_directive {
     size_t start = 0;      // of the "%", in characters
-    size_t end = 0;        // behind the conversion; the format's end where it has none
-    std::string modifiers; // what stands between, in ASCII; "?" for other characters
+    size_t end = 0;        // after the conversion; the format's end if it has none
+    std::string modifiers; // everything between, in ASCII; "?" for other characters
     char conversion = 0;   // 0: none
 };
 
-// What may stand in front of width and precision ("=" takes the next character with it), between
-// them and the conversion, and the conversions that a digit may follow.
+// The characters that may come before width and precision ("=" includes the next character), those
+// between them and the conversion, and the conversions that a digit may follow.
 struct format_grammar {
     std::string flags, sizes, numbered;
 };
@@ -31,37 +31,40 @@ struct format_text {
     std::vector<format_directive> directives;
 };
 
-// Decodes a format argument and finds its directives. In the code set of a locale that works on
-// bytes the mapping must have been added. Throws failure.
+// Decodes a format argument and finds its directives. If arguments are bytes of a code set, the
+// mapping must have been added. Throws failure.
 format_text decode_format(const codec &code, const std::string &text,
                           const format_grammar &grammar);
 
-// The end of the longest front part of a format with which a call still succeeds.
+// The end of the longest beginning of a format with which a call still succeeds.
 size_t longest_working(const format_text &format,
                        const std::function<bool(const ko_wchar_t *front)> &works);
 
-// Ends the command: why, with the directive or character at a place, and a line that marks it.
+// Ends the command with the reason, the directive or character at a place, and a line that marks
+// it.
 [[noreturn]] void fail_in_format(const codec &code, const format_text &format, size_t place,
                                  int status, const std::string &why);
 
-// Refuses a format with more directives, and values that are not so many, or a multiple of it.
+// Refuses a format with more directives than this, and values whose number is not a multiple of
+// that of the directives.
 constexpr size_t directives_max = 16;
 void check_counts(const format_text &format, const std::vector<std::string> &values);
 
-// A value argument, the whole of it a number. what names it in messages. Throws failure.
+// The number that a whole value argument consists of. what names it in messages. Throws failure.
 double decimal_value(const std::string &text, const std::string &what);
 int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most);
 
-// The shortest digits that stand for the value.
+// The shortest digits that denote the value.
 std::string shortest_digits(double value);
 
-// A result of unknown length: call writes into room for that many characters and a terminator, and
-// returns how many it wrote, -1 with the locale's error word. False after another error than
-// KO_E2BIG.
+// Gets a result of unknown length: call writes into room for that many characters and a terminator,
+// and returns how many it wrote, or -1 with the locale's error word set. False after an error other
+// than KO_E2BIG.
 bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room)> &call,
                   std::vector<ko_wchar_t> &result);
 
-// What a command makes of a format: one line for each round of values, or the values of a text.
+// What a command does with a format: write one line for each round of values, or read the values
+// from a text.
 struct format_command {
     format_grammar grammar;
     void (*print)(const codec &code, const format_text &format,

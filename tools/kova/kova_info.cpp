@@ -1,4 +1,4 @@
-// kova info and kova locales: what a locale says of itself, and which locales are there.
+// kova info and kova locales: what a locale says of itself, and which locales exist.
 #include <algorithm>
 #include <array>
 
@@ -11,7 +11,7 @@ namespace kovacli {
 
 // ---- items ----
 
-// Runs of items: one name, or a name with a number from 1 behind it.
+// Runs of items: a single name, or a name followed by a number from 1.
 struct item_run {
     const char *name;
     unsigned first, count;
@@ -73,7 +73,8 @@ bool outer_text(const codec &code, const ko_wchar_t *wide, std::string &text) {
 bool item_text(const codec &code, unsigned item, std::string &text) {
     const ko_wchar_t *wide = ko_wc_nl_langinfo(code.loc, item);
     if (item != KO_CALENDAR && item != KO_CODESET) return outer_text(code, wide, text);
-    // These names are the library's own: ASCII in every code set, of calendars with a newline.
+    // These names are the library's own: ASCII in every code set; those of calendars end in a
+    // newline.
     text.clear();
     for (const ko_wchar_t *at = wide; at && *at && *at != '\n'; ++at)
         text += *at < 0x7F ? char(*at) : '?';

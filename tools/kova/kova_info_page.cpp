@@ -12,7 +12,7 @@ namespace kovacli {
 
 namespace {
 
-// A format in the locale's own characters; empty where nothing maps to them.
+// A format in the locale's characters; empty if they have no mapping.
 std::vector<ko_wchar_t> format_of(const codec &code, const char *ascii) {
     std::vector<ko_wchar_t> wide;
     const bool ascii_set = code.newline == '\n';

@@ -1,4 +1,4 @@
-// Reading bytes with their place in a file, and writing with every error seen.
+// Reading bytes with their place in a file, and writing with every error checked.
 #include "kova/kova_io.h"
 
 #include <cerrno>

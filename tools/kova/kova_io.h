@@ -1,4 +1,4 @@
-// Reading bytes with their place in a file, and writing with every error seen.
+// Reading bytes with their place in a file, and writing with every error checked.
 #pragma once
 
 #include <cstddef>
@@ -32,7 +32,7 @@ struct input {
 // "-" is standard input. Throws failure.
 void open(input &in, const std::string &path);
 
-// Makes more bytes of the file available behind those unread; false at its end. Throws failure.
+// Makes more bytes of the file available after those unread; false at its end. Throws failure.
 bool more(input &in);
 
 void take(input &in, size_t bytes);
@@ -54,7 +54,7 @@ void open(output &out, const std::string &path);
 void write(output &out, const void *bytes, size_t count);
 inline void write(output &out, std::string_view text) { write(out, text.data(), text.size()); }
 
-// Every byte is with the system, and the target replaced, once this returns. Throws failure.
+// When this returns, the system has every byte and the target is replaced. Throws failure.
 void finish(output &out);
 
 } // namespace kovacli

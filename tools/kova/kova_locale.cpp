@@ -1,4 +1,4 @@
-// Where the data is, which locale objects are there, and opening one of them.
+// Finding the data, listing its locale objects, and opening one of them.
 #include "kova/kova_locale.h"
 
 #include <algorithm>
@@ -11,7 +11,7 @@
 
 namespace kovacli {
 
-// What the library reads instead of the environment. Set once by find_data, before any load.
+// What the library gets instead of the environment. Set once by find_data, before any load.
 static std::string hook_root;
 static bool hook_ignores_path;
 static std::string hook_value;
@@ -31,7 +31,7 @@ static void use_root(const std::string &root, bool ignore_path) {
     ko_setextfunc(nullptr, KO_EXT_GETENV, reinterpret_cast<ko_extfn_t>(environment_hook));
 }
 
-// What is looked for below a root, and how the lack of it is told.
+// What is looked for below a root, and what the message calls it.
 struct kind_names {
     const char *dirs[2];
     const char *missing, *compile;
@@ -54,7 +54,7 @@ static const kind_names &names_of(data_kind kind) {
                                             : charmaps;
 }
 
-// The directories of objects below a root; none when it is no data root.
+// The directories of objects below a root; none if it is not a data root.
 static std::vector<std::string> object_dirs(const std::string &root, data_kind kind) {
     std::vector<std::string> result;
     for (const char *dir : names_of(kind).dirs)
@@ -114,7 +114,7 @@ data_place find_data(const common_options &common, data_kind kind) {
                                   (names_of(kind).dirs[0] + 1));
 }
 
-// One line of at most limit bytes without its end; a longer one counts as several.
+// Reads one line of at most limit bytes, without its end; a longer one counts as several.
 static bool header_line(std::FILE *file, size_t limit, std::string &line) {
     line.clear();
     for (int c; line.size() < limit && (c = std::fgetc(file)) != EOF;) {
@@ -196,7 +196,7 @@ static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c 
 static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
 static char upper(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
 
-// "de_DE", with the case of letters set right; "" when the text does not begin so.
+// "de_DE", with upper and lower case corrected; "" if the text does not begin like that.
 static std::string language_of(const std::string &spec) {
     if (spec.size() < 5 || !is_letter(spec[0]) || !is_letter(spec[1]) || spec[2] != '_' ||
         !is_letter(spec[3]) || !is_letter(spec[4]))
@@ -214,7 +214,7 @@ static std::string names_of(const std::vector<object_file> &objects) {
     return text;
 }
 
-// The failure for a locale that is not there, with what could have been meant.
+// The failure for a locale that does not exist, with what could have been meant.
 static failure unknown_locale(const std::string &why, const std::string &language,
                               const std::vector<object_file> &all) {
     std::vector<object_file> near;
@@ -245,7 +245,7 @@ static std::string fault_text(int error, const object_file &object) {
     }
 }
 
-// Why a record that was loaded lacks part of its file; "" where it is whole.
+// Why a loaded record lacks part of its file; "" if it is complete.
 static std::string damage_text(ko_lc_t loc) {
     switch (ko_lc_status(loc)) {
     case KO_OK:
@@ -257,7 +257,7 @@ static std::string damage_text(ko_lc_t loc) {
     }
 }
 
-// Whatever the locale was opened by: the record is whole, and so is what its header says.
+// Checks that the record and its object's header are complete, however the locale was opened.
 static void check_whole(const locale_handle &handle) {
     if (const std::string text = damage_text(handle.loc); !text.empty())
         throw failure(bad_locale, handle.object.path + " " + text);
@@ -295,7 +295,7 @@ static void open_default(const data_place &place, locale_handle &handle) {
     throw failure(bad_locale, object.path + " " + fault_text(error, object));
 }
 
-// ll_TT or ll_TT@mod: the one object of that name.
+// Opens ll_TT or ll_TT@mod, if there is one object of that name.
 static void open_bare(const std::string &spec, const std::string &language,
                       const std::vector<object_file> &all, locale_handle &handle) {
     const std::string modifier = spec.size() > 6 ? spec.substr(6) : "";

@@ -1,4 +1,4 @@
-// Where the data is, which locale objects are there, and opening one of them.
+// Finding the data, listing its locale objects, and opening one of them.
 #pragma once
 
 #include <cstdint>
@@ -18,42 +18,42 @@ struct data_place {
 
 enum class data_kind : uint8_t { locales, conversions, charmaps };
 
-// Finds the data: --root, KO_PATH, VANTORDIR, beside the program, the root built in; and makes the
+// Finds the data (--root, KO_PATH, VANTORDIR, beside the program, the root built in) and makes the
 // library look there. Throws failure.
 data_place find_data(const common_options &common, data_kind kind = data_kind::locales);
 
-// Throws failure where a name from the command line or the environment would lead to a file of
-// its own choice. what: "locale", "code set".
+// Throws failure if a name from the command line or the environment is a path. what: "locale",
+// "code set".
 void refuse_path(const char *what, const std::string &name);
 
-// The number of a code-set name, the registry held in memory from the first call on.
+// The number of a code-set name; the first call caches the registry.
 uint16_t code_set_number(const std::string &name);
 
 // One compiled locale object.
 struct object_file {
-    std::string language;  // "de_DE"
-    std::string modifier;  // "" for none
-    uint16_t number = 0;   // of the code set
-    std::string file_name; // as the library forms it: de_de\0333.lco
-    std::string path;      // where it is
-    std::string code_set;  // name that the file's header gives; "" when it is no locale object
+    std::string language;            // "de_DE"
+    std::string modifier;            // "" for none
+    uint16_t number = 0;             // of the code set
+    std::string file_name;           // in the library's form: de_de\0333.lco
+    std::string path;                // where it is
+    std::string code_set;            // name in the file's header; "" if it is not a locale object
     std::vector<std::string> header; // the free header lines
-    int fault = 0;                   // errno of a header that could not be read
+    int fault = 0;                   // errno if the header could not be read
 };
 
 // Reads the header of an object file into code_set and header.
 void read_header(object_file &object);
 
-// All objects of a place, by name, headers read.
+// All objects of a place, sorted by name, with their headers.
 std::vector<object_file> list_objects(const data_place &place);
 
 // The specification that opens an object: "de_DE.ISO-8859-1".
 std::string specification(const object_file &object);
 
-// An open locale; given back with its guard.
+// An open locale, released by its guard.
 struct locale_handle {
     ko_lc_t loc = nullptr;
-    object_file object; // number is KO_NO_CODESET for the default locale where unknown
+    object_file object; // number is KO_NO_CODESET for a default locale if unknown
     std::string name;   // its specification
 
     locale_handle() = default;
@@ -61,15 +61,15 @@ struct locale_handle {
     ~locale_handle();
 };
 
-// Opens a locale by specification, by a bare ll_TT with one object, or "POSIX" (also "C",
-// "default") for the default object. Throws failure that says which locales exist.
+// Opens a locale by specification, by a bare ll_TT with one object, or by "POSIX" (also "C",
+// "default") for the default object. Throws failure, which says which locales exist.
 void open_locale(const data_place &place, const std::string &spec, locale_handle &handle);
 
-// The specification that LC_ALL, LC_COLLATE or LANG asks for: a UTF-8 locale means the code set
-// "unicode", none of them "POSIX".
+// The specification for LC_ALL, LC_COLLATE or LANG: a UTF-8 locale means the code set "unicode"; if
+// none is set, "POSIX".
 std::string environment_locale();
 
-// Loads an object for a trial; "" or what is wrong with it.
+// Tries to load an object; returns "" or what is wrong with it.
 std::string object_fault(const object_file &object);
 
 } // namespace kovacli

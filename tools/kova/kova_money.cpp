@@ -7,7 +7,7 @@ namespace kovacli {
 
 using amounts = std::array<double, directives_max>;
 
-// As many amounts are passed as any format takes; the library looks at those of its directives.
+// Passes as many amounts as any format can take; the library reads those of its directives.
 template <class Call, class Value, size_t... i>
 static int call_with(Call call, Value &values, std::index_sequence<i...>) {
     return call(values[i]...);

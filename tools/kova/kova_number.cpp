@@ -42,16 +42,16 @@ static std::string reason(int error) {
 
 // ---- Writing ------------------------------------------------------------------------------------
 
-// Directives are formatted one by one, for arguments of any kinds cannot be passed in one call.
-// This is what the library keeps between those of one call.
+// Directives are formatted one by one, since arguments of arbitrary kinds cannot be passed in one
+// call. This is what the library would keep between the directives of one call.
 struct lasting {
     std::map<char, ko_wchar_t> flags;
     bool negative = false; // a negative integer was written
-    bool upper = false;    // an "X" was
-    ko_wchar_t letter = 0; // of a signed integer directive, the "X" if there was one
+    bool upper = false;    // an "X" was used
+    ko_wchar_t letter = 0; // the letter of a signed integer directive, "X" if there was one
 };
 
-// The format of a directive alone, with the flags that last.
+// The format of a single directive, with the flags that last.
 static std::vector<ko_wchar_t> single_format(const format_text &format, const format_directive &d,
                                              lasting &state) {
     const std::string &m = d.modifiers;
@@ -82,8 +82,8 @@ static int integer_value(const format_directive &d, const std::string &text,
                     : whole_value(text, what, INT32_MIN, INT32_MAX));
 }
 
-// Writes an integer, where something lasts behind another integer that brings it about; that one is
-// cut off again.
+// Writes an integer. If the effect of an earlier integer lasts, another integer that causes it is
+// written first and cut off again.
 static bool write_integer(const codec &code, const format_text &format, const format_directive &d,
                           int value, lasting &state, std::vector<ko_wchar_t> &result) {
     std::vector<ko_wchar_t> single = single_format(format, d, state), cause;
@@ -197,7 +197,7 @@ static void print_numbers(const codec &code, const format_text &format,
 
 // ---- Reading ------------------------------------------------------------------------------------
 
-// Room for whatever a directive stores.
+// Room for anything that a directive can store.
 using slot = std::vector<ko_wchar_t>;
 template <class Number> static Number number_in(const slot &room) {
     Number value;

@@ -7,7 +7,7 @@
 
 namespace kovacli {
 
-// What the library's error numbers say of a text.
+// What the library's error numbers mean for a text.
 static std::string reason(int error) {
     switch (error) {
     case KO_EDIRECTIVE:
@@ -41,7 +41,7 @@ static std::string reason(int error) {
     }
 }
 
-// "2026-11-21" as the date that stands for today.
+// Reads the date that counts as today, such as "2026-11-21".
 static ko_tm_t today_of(const std::string &text) {
     ko_tm_t tm = {};
     if (text.empty()) {
@@ -64,7 +64,7 @@ static ko_tm_t today_of(const std::string &text) {
     return tm;
 }
 
-// Says which directive fails, and below that where in the text.
+// Reports which directive fails and, below that, where in the text.
 [[noreturn]] static void bad_date(const codec &code, const format_text &format,
                                   const std::vector<ko_wchar_t> &text, int error) {
     const ko_wchar_t *reached = text.data();

@@ -105,7 +105,7 @@ uint64_t regular_size(std::FILE *stream) {
 std::FILE *open_scratch(const std::string &directory) {
     std::error_code error;
     const fs::path place = directory.empty() ? fs::temp_directory_path(error) : to_path(directory);
-    static unsigned next_scratch = 0; // told apart within one process
+    static unsigned next_scratch = 0; // distinguishes those of one process
     for (int tries = 0; tries < 100; ++tries) {
         const fs::path name = place / ("kova-" + std::to_string(GetCurrentProcessId()) + "-" +
                                        std::to_string(next_scratch++) + ".tmp");

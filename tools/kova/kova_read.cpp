@@ -1,4 +1,4 @@
-// What is no character in a file: where it stands, and how many there are.
+// Bad characters in files: their places, and their number.
 #include "kova/kova_read.h"
 #include "common/tool_text.h"
 

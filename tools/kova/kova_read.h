@@ -1,5 +1,5 @@
-// Files as characters: the loop that decodes them block by block, and what it does where bytes are
-// no character.
+// Files as characters: the loop that decodes them block by block, and its handling of bytes that
+// are not a character.
 #pragma once
 
 #include <algorithm>
@@ -12,23 +12,23 @@
 
 namespace kovacli {
 
-// What is no character: the end of the command, or with --replace counted.
+// Bytes that are not a character end the command, or with --replace are counted.
 struct bad_count {
     bool replace = false;
     const char *with_replace = ""; // what --replace does, for the message
     uint64_t count = 0;
-    std::string first; // its place
+    std::string first; // place of the first
 };
 
-// The input is at the bad character. Throws failure.
+// Handles a bad character, at which the input is. Throws failure.
 void note_bad(bad_count &counted, const codec &code, const input &in, uint64_t line,
               const bad_character &bad);
 
-// Tells on standard error how many there were, and what became of them.
+// Reports on standard error how many there were and what was done with them.
 void tell_bad(const bad_count &counted, const char *what);
 
-// Hands a file's characters on, piece by piece in wide, and the bytes of each that is none. Returns
-// the file's bytes. Throws failure.
+// Passes on a file's characters piece by piece, in wide, and the bytes of each bad one. Returns the
+// number of bytes in the file. Throws failure.
 template <class Units, class Bad>
 uint64_t read_text(const codec &code, const std::string &path, std::vector<ko_wchar_t> &wide,
                    bad_count &counted, Units take_units, Bad take_bad) {

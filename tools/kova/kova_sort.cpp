@@ -1,5 +1,5 @@
-// kova sort: lines in the order of a locale. A key is made once for each line; the library's keys
-// compare bytewise as their texts compare.
+// kova sort: lines in the order of a locale. A key is made once for each line; comparing keys byte
+// by byte gives the order of the texts.
 #include <algorithm>
 #include <climits>
 #include <cstdio>
@@ -32,7 +32,7 @@ struct sort_job {
     double next_report = 0;
     bool reports = false;
     bool reported = false;
-    // Scratch of one line.
+    // Scratch memory for one line.
     std::vector<ko_wchar_t> wide, part;
     std::vector<std::pair<size_t, size_t>> spans; // of its fields
     std::string key;
@@ -125,7 +125,7 @@ static void clear_report(sort_job &job) {
 
 // ---- keys ----
 
-// Appends the key of wide[from, to), which holds no null character; a null character stands behind.
+// Appends the key of units wide characters, none of them null; a null character follows them.
 static void append_key(sort_job &job, const ko_wchar_t *wide, size_t units) {
     const size_t before = job.key.size();
     job.key.resize(before + 64 + 8 * units);
@@ -143,8 +143,8 @@ static void append_key(sort_job &job, const ko_wchar_t *wide, size_t units) {
 // Ends a part of a key: lower than every key byte, and as wide as a unit of code-order keys.
 static void end_part(sort_job &job) { job.key.append(size_t(job.code.min_len), '\0'); }
 
-// The key of a text. The library's strings end at a null character: the parts between null
-// characters are keyed one by one, so that a null character sorts before all others.
+// Appends the key of a text. The library's strings end at a null character, so the parts between
+// null characters are keyed one by one, and a null character sorts before all others.
 static void append_text_key(sort_job &job, const ko_wchar_t *wide, size_t units) {
     job.part.assign(wide, wide + units);
     job.part.push_back(0);
@@ -221,7 +221,7 @@ static void take_line(sort_job &job, const input &in, uint64_t number, std::stri
     add_record(job.records, job.key, with_end);
 }
 
-// The end of the first line of text, or npos. A unit of two bytes is looked for at even places.
+// The end of the first line of text, or npos. A unit of two bytes is searched for at even places.
 static size_t find_newline(const sort_job &job, const unsigned char *text, size_t from,
                            size_t len) {
     const std::string_view bytes(reinterpret_cast<const char *>(text), len);
@@ -253,7 +253,7 @@ static void read_lines(sort_job &job, input &in) {
             if (more(in)) continue;
             if (len == 0) return;
             last.assign(chars, len);
-            last += end_text; // the last line of a file may lack its end
+            last += end_text; // the last line of a file may have no end
             take_line(job, in, number, std::string_view(last).substr(0, len), last);
         } else {
             take_line(job, in, number, {chars, end}, {chars, end + end_len});
@@ -289,11 +289,11 @@ static void write_lines(sort_job &job, output &out) {
 static void measure_files(sort_job &job, const std::vector<std::string> &files) {
     for (const std::string &path : files) {
         if (!is_regular_file(path)) {
-            job.total = 0; // a pipe must be opened once only, and has no size
+            job.total = 0; // a pipe must be opened only once, and has no size
             return;
         }
         input in;
-        open(in, path); // a file that cannot be read is told of before any work
+        open(in, path); // a file that cannot be read is reported before any work
         job.total += in.size;
     }
 }
@@ -323,7 +323,7 @@ int run_sort(const common_options &common, const sort_options &options) {
     measure_files(job, files);
     output out;
     try {
-        open(out, options.out); // what it replaces stays in place: it may be one of the files read
+        open(out, options.out); // does not touch the target yet: it may be one of the files read
         for (const std::string &path : files)
             read_file(job, path);
         write_lines(job, out);

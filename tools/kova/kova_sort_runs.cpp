@@ -10,7 +10,7 @@
 
 namespace kovacli {
 
-static constexpr size_t chunk_bytes = size_t{1} << 20; // taken at a time, less for small budgets
+static constexpr size_t chunk_bytes = size_t{1} << 20; // at a time; less for small budgets
 static constexpr size_t merge_width = 32;              // runs of one level before they are merged
 static constexpr size_t run_buffer = size_t{1} << 17;  // of each run while merging
 
@@ -108,7 +108,7 @@ static void rewind_run(std::FILE *file) {
 
 // ---- merging ----
 
-// A run with its next record read.
+// A run and its next record.
 struct open_run {
     std::FILE *file;
     std::vector<unsigned char> data;
@@ -130,8 +130,8 @@ static bool read_record(open_run &run) {
     return true;
 }
 
-// Merges the runs from first on and calls take with each record; of equal keys the lower run's
-// comes first.
+// Merges the runs from first on and calls take with each record; of records with equal keys, that
+// of the lower run comes first.
 template <class Take> static void merge(sorter &all, size_t first, const Take &take) {
     std::vector<open_run> open(all.runs.size() - first);
     const auto later = [&](size_t a, size_t b) {
@@ -165,7 +165,7 @@ template <class Take> static void merge(sorter &all, size_t first, const Take &t
     }
 }
 
-// Merges the last runs while they are many of one level, so that few files are ever open.
+// Merges the last runs while there are many of one level, so that only few files are open.
 static void merge_last_level(sorter &all) {
     while (all.runs.size() >= merge_width) {
         const size_t first = all.runs.size() - merge_width;
@@ -202,7 +202,7 @@ static void spill(sorter &all) {
 void add_record(sorter &all, std::string_view key, std::string_view line) {
     const record_head head{uint32_t(key.size()), uint32_t(line.size())};
     const size_t len = sizeof head + key.size() + line.size();
-    // The sort itself takes half the entries' bytes again.
+    // Sorting needs another half of the entries' bytes.
     constexpr uint64_t entry_bytes = sizeof(record_entry) * 3 / 2;
     if (!all.entries.empty() &&
         all.held + len + (all.entries.size() + 1) * entry_bytes > all.budget)

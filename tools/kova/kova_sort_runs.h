@@ -1,5 +1,5 @@
 // Sorting records by key with bounded memory: records are gathered up to a budget, sorted, spilled
-// to scratch files as runs, and merged. Records of equal keys keep the order they came in.
+// to scratch files as runs, and merged. Records with equal keys keep their original order.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct record_head {
 };
 
 struct record_entry {
-    uint64_t prefix;           // first key bytes, big-endian, so that most pairs need no more
+    uint64_t prefix;           // first key bytes, big-endian: most pairs need no more
     const unsigned char *data; // the record
 };
 
@@ -27,7 +27,7 @@ struct stream_closer {
 };
 using scratch_file = std::unique_ptr<std::FILE, stream_closer>;
 
-// Sorted records in a scratch file. A run merged from runs of one level is of the next.
+// Sorted records in a scratch file. A run merged from runs of one level has the next level.
 struct sorted_run {
     scratch_file file;
     int level = 0;
@@ -37,13 +37,13 @@ struct sorter {
     // What the caller sets.
     uint64_t budget = uint64_t{256} << 20; // bytes of memory, before a run is spilled
     bool reverse = false;
-    bool unique = false; // of equal keys only the first record
+    bool unique = false; // of records with equal keys only the first
     std::string scratch_directory;
 
     uint64_t spilled_bytes = 0;
     uint64_t kept = 0; // records handed in
 
-    // Its own.
+    // Internal.
     std::vector<std::unique_ptr<unsigned char[]>> chunks;
     size_t chunk_left = 0;
     unsigned char *chunk_at = nullptr;
@@ -54,10 +54,10 @@ struct sorter {
 
 using line_sink = std::function<void(std::string_view line)>;
 
-// Throws failure when a scratch file fails.
+// Throws failure if a scratch file fails.
 void add_record(sorter &all, std::string_view key, std::string_view line);
 
-// Hands out every line in order; the sorter is empty afterwards.
+// Passes every line to the sink, in order; the sorter is empty afterwards.
 void deliver(sorter &all, const line_sink &sink);
 
 } // namespace kovacli

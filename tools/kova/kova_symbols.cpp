@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t piece_bytes = size_t{1} << 14;
 constexpr size_t symbol_room = 160;    // of one character: a name of 80 bytes, each escaped
-constexpr size_t longest_symbol = 512; // in an input; more is no symbol at all
+constexpr size_t longest_symbol = 512; // in an input; anything longer is not a symbol
 
 struct charmap {
     ko_cm_t cm = nullptr;
@@ -42,7 +42,7 @@ void open_charmap(const std::string &code_set, charmap &map) {
 
 // ---- text to symbols ----
 
-// The bytes of the symbol at the front of a text, its ">" included; 0 when it is cut off.
+// The bytes of the first symbol in a text, its ">" included; 0 if it is cut off.
 size_t symbol_length(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '\\') {
@@ -54,7 +54,7 @@ size_t symbol_length(std::string_view text) {
     return 0;
 }
 
-// Every line of the text ends a line of the output, too.
+// Ends a line of the output wherever a line of the text ends.
 void write_symbols(std::string_view symbols, output &out, uint64_t &line) {
     std::string lines;
     for (size_t at = 0, len; at < symbols.size(); at += len) {

@@ -60,7 +60,7 @@ static std::vector<std::string> charmap_dirs(const data_place &place) {
     return result;
 }
 
-// The charmap whose name stands for the same code-set number in the registry; "" for none.
+// The charmap whose name has the same code-set number in the registry; "" for none.
 static std::string charmap_of_number(const std::vector<std::string> &dirs, uint16_t number) {
     if (number == KO_NO_CODESET) return "";
     gen_exports scratch = {};
@@ -87,7 +87,7 @@ static void clear_mapping(codec &code) {
     code.far_wide_of.clear();
 }
 
-// The directories of conversion objects beside those of the locales.
+// The directories of conversion objects that belong to those of the locales.
 static data_place conversions_of(const data_place &place) {
     if (place.root.empty()) return place; // KO_PATH names the directories of both
     return {
@@ -95,8 +95,8 @@ static data_place conversions_of(const data_place &place) {
     };
 }
 
-// Asks the conversion object for the code point of every character. A character that does not come
-// back from it maps in this direction only.
+// Asks the conversion object for the code point of every character. A character that does not
+// convert back maps in this direction only.
 static bool map_by_object(const locale_handle &handle, const data_place &place, codec &code) {
     const code_set set{code.code_set, handle.object.number}, utf8 = utf8_code_set();
     const data_place conversions = conversions_of(place);
@@ -105,7 +105,7 @@ static bool map_by_object(const locale_handle &handle, const data_place &place, 
     try {
         open_route(conversions, set, utf8, way);
     } catch (const failure &) {
-        return false; // damaged: the charmap serves as well
+        return false; // damaged: use the charmap instead
     }
     clear_mapping(code);
     byte_buffer out;
@@ -144,7 +144,7 @@ bool add_mapping(const locale_handle &handle, const data_place &place, codec &co
     std::string name = code.code_set;
     for (const std::string &line : handle.object.header)
         if (line.compare(0, 8, "CHARMAP=") == 0) name = line.substr(8);
-    if (kovac::names_a_path(name)) name.clear(); // an object does not say which files are read
+    if (kovac::names_a_path(name)) name.clear(); // an object must not choose which files are read
     if (kovac::find_file(dirs, name).empty()) name = charmap_of_number(dirs, handle.object.number);
     std::string said;
     kovac::diagnostics diag;
@@ -162,8 +162,8 @@ bool add_mapping(const locale_handle &handle, const data_place &place, codec &co
     return code.mapped;
 }
 
-// The character that ends a line: byte 10, but in a code set where that is no control character
-// what the charmap calls so.
+// Finds the character that ends a line: byte 10, or the charmap's newline in a code set where byte
+// 10 is not a control character.
 static void learn_newline(const locale_handle &handle, const data_place &place, codec &code) {
     if (code.utf16 || (valid_wide(code, 'A') && im_iswctype(code.loc, 'A', KO_CT_UPPER))) return;
     if (!add_mapping(handle, place, code))
@@ -226,7 +226,7 @@ int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {
         if (size_t(i) == len) return -1;
         if ((text[i] & 0xC0) != 0x80) return 0;
         point = point << 6 | (text[i] & 0x3Fu);
-        // Overlong forms, surrogates and what lies beyond the last plane show in the second byte.
+        // The second byte shows overlong forms, surrogates and values beyond the last plane.
         if (i == 1 && ((count == 3 && (point < 0x20 || (point >= 0x360 && point < 0x380))) ||
                        (count == 4 && (point < 0x10 || point >= 0x110))))
             return 0;
@@ -234,7 +234,7 @@ int utf8_char(const unsigned char *text, size_t len, uint32_t &point) {
     return count;
 }
 
-// Units written for a code point, 0 when the code set lacks it.
+// Writes a code point. Returns the units, 0 if the code set lacks it.
 static size_t put_point(const codec &code, uint32_t point, ko_wchar_t *out) {
     if (point >= 0x10000 && code.utf16) {
         out[0] = ko_wchar_t(0xD800 + ((point - 0x10000) >> 10));
@@ -259,7 +259,7 @@ static void set_bad(bad_character &bad, fault why, const unsigned char *text, si
     std::copy_n(text + at, std::min<size_t>({bytes, len - at, 4}), bad.bytes.begin());
 }
 
-// ASCII at the front of a text, as far as the code set has it. Returns the units.
+// Decodes ASCII at the beginning of a text, as far as the code set has it. Returns the units.
 static size_t decode_ascii(const codec &code, const unsigned char *text, size_t len,
                            ko_wchar_t *out) {
     const uint16_t *const wide_of = code.wide_of.data();
@@ -314,7 +314,7 @@ static size_t decode_bytes(const codec &code, const unsigned char *text, size_t 
                 continue;
             }
         }
-        // Where every character has two bytes, a bad one has two as well.
+        // If every character has two bytes, a bad one has two as well.
         const bool cut = (lead == codec::first_of_two || code.min_len == 2) && at + 1 == len;
         set_bad(bad, cut ? fault::cut : fault::invalid, text, at, len,
                 !cut && code.min_len == 2 ? 2 : 1);
@@ -353,7 +353,7 @@ bool decode_text(const codec &code, std::string_view text, bool replace,
 
 // ---- wide to outer form ----
 
-// Writes at most four bytes; where they end.
+// Writes at most four bytes; returns their end.
 static char *put_utf8(uint32_t point, char *to) {
     const int more = point < 0x80 ? 0 : point < 0x800 ? 1 : point < 0x10000 ? 2 : 3;
     static constexpr unsigned char first[] = {0, 0xC0, 0xE0, 0xF0};
@@ -406,7 +406,7 @@ void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string
     out.resize(size_t(to - out.data()));
 }
 
-// Whether a terminal would obey a character. Without a mapping only ASCII is known.
+// Would a terminal obey a character? Without a mapping only ASCII is known.
 static bool is_obeyed(const codec &code, ko_wchar_t wide) {
     const uint32_t point = code_point(code, wide);
     if (point != no_code_point) return kovatool::obeyed_by_terminals(point);

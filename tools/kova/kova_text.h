@@ -25,27 +25,28 @@ struct codec {
     bool utf8 = false;         // the outer form
     bool utf16 = false;        // the code set is "unicode": units of UTF-16, high byte first
     int min_len = 1;           // bytes of the shortest character
-    bool mapped = false;       // the mapping below is there, or needs none (utf16)
+    bool mapped = false;       // the mapping below exists, or is not needed (utf16)
     std::string code_set;      // for messages
     std::string mapping_fault; // why there is no mapping
-    // Bytes: what a first byte is, and which pairs are characters.
+    // For bytes: what each first byte is, and which pairs are characters.
     enum lead : uint8_t { never, alone, first_of_two };
     std::array<lead, 256> leads{};
     std::unique_ptr<std::bitset<65536>> pairs;
-    // Mapping: by code point below 0x10000, by the others, and back. 0 is only the null character.
+    // For the mapping: by code points below 0x10000, by the others, and back. 0 means only the null
+    // character.
     std::vector<uint16_t> wide_of;
     std::unordered_map<uint32_t, uint16_t> far_wide_of;
     std::vector<uint32_t> code_of;
     ko_wchar_t newline = '\n';
-    ko_wchar_t replacement = '?'; // stands for what is no character, where asked for
+    ko_wchar_t replacement = '?'; // stands for bad characters, where asked for
 };
 
-// Prepares the codec of an open locale. Throws failure when UTF-8 needs a charmap that is not
-// there.
+// Prepares the codec of an open locale. Throws failure if UTF-8 needs a charmap that does not
+// exist.
 void make_codec(const locale_handle &handle, const data_place &place, bool utf8, codec &code);
 
-// Opens a command's locale, with the text form that its options and the environment ask for; where
-// the data was found.
+// Opens a command's locale, with the text form that its options and the environment ask for.
+// Returns where the data was found.
 data_place open_with_codec(const common_options &common, const std::string &locale,
                            locale_handle &handle, codec &code);
 
@@ -54,7 +55,7 @@ bool add_mapping(const locale_handle &handle, const data_place &place, codec &co
 
 enum class fault : uint8_t {
     none,
-    invalid, // bytes that are no character
+    invalid, // bytes that are not a character
     cut,     // the text ends inside a character
     missing  // a character that the code set lacks
 };
@@ -63,22 +64,22 @@ enum class fault : uint8_t {
 struct bad_character {
     fault why = fault::none;
     size_t offset = 0;                    // of its first byte in the text
-    size_t len = 0;                       // bytes to step over
+    size_t len = 0;                       // bytes to skip
     uint32_t code = no_code_point;        // fault::missing
     std::array<unsigned char, 4> bytes{}; // its first bytes
 };
 
-// Decodes up to the first bad character or the end. out has room for one unit a byte. Returns the
+// Decodes up to the first bad character or the end. out has room for one unit per byte. Returns the
 // units; bad tells why it stopped. A character cut off by the end is fault::cut.
 size_t decode(const codec &code, const unsigned char *text, size_t len, ko_wchar_t *out,
               bad_character &bad);
 
 // Decodes a whole text. With replace, bad characters become code.replacement and are counted in
-// *replaced (may be null); without, false at the first.
+// *replaced (may be null); without it, false at the first one.
 bool decode_text(const codec &code, std::string_view text, bool replace,
                  std::vector<ko_wchar_t> &out, bad_character &bad, uint64_t *replaced);
 
-// Appends the outer form of wide characters that decode could have made.
+// Appends the outer form of wide characters such as decode produces.
 void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string &out);
 
 // Appends the bytes of one character in the code set.
@@ -86,7 +87,7 @@ void encode_bytes(const codec &code, ko_wchar_t wide, std::string &out);
 
 void append_utf8(uint32_t code_point, std::string &out);
 
-// Bytes of the UTF-8 character at text, 0 when it is none, -1 when the text ends inside it.
+// Bytes of the UTF-8 character at text, 0 if it is not one, -1 if the text ends inside it.
 int utf8_char(const unsigned char *text, size_t len, uint32_t &point);
 
 // "U+20AC".
@@ -95,21 +96,22 @@ std::string code_point_text(uint32_t code_point);
 // The code point of a character, no_code_point without a mapping or for half a surrogate pair.
 uint32_t code_point(const codec &code, ko_wchar_t wide);
 
-// "ISO-8859-1 has no character U+20AC (€)", "the bytes ff 41 are no character of EUC-JP".
+// Such as "ISO-8859-1 has no character U+20AC (€)".
 std::string describe(const codec &code, const bad_character &bad);
 
-// What a person can do about it, as a further part of the sentence.
+// What the user can do about it, as a continuation of the sentence.
 std::string hint(const codec &code, const bad_character &bad);
 
 // Decodes a text argument. Throws failure that names it by what.
 std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &text,
                                         const std::string &what);
 
-// Text in the outer form that a terminal only shows: characters that it would obey are spelled out
-// in UTF-8, and are the replacement in bytes of a code set. ASCII characters of keep stay.
+// Text in the outer form, safe for terminals: characters that they would obey are spelled out in
+// UTF-8, and replaced in bytes of a code set. ASCII characters in keep stay.
 std::string visible(const codec &code, const std::string &text, std::string_view keep = {});
 
-// The same where standard output is a terminal, line ends and tabs kept; else the text as it is.
+// The visible form, with line ends and tabs, if standard output is a terminal; else the text as it
+// is.
 std::string for_terminal(const codec &code, const std::string &text);
 
 std::string hex(std::string_view bytes, const char *separator);

@@ -1,5 +1,6 @@
 // kova width, kova trim and kova count: the columns of lines, lines without trailing spaces, and
-// how much text files hold. Files are read block by block, so that memory does not grow with them.
+// the amount of text in files. Files are read block by block, so that memory does not grow with
+// them.
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -29,7 +30,7 @@ static void open_job(text_job &job, const common_options &common, const measure_
     }
 }
 
-// Hands a file's characters and the bytes of each that is none on. Returns its bytes.
+// Passes on a file's characters, and the bytes of each bad one. Returns the bytes in the file.
 template <class Units, class Bad>
 static uint64_t read_file(text_job &job, const std::string &path, Units take_units, Bad take_bad) {
     return read_text(
@@ -100,8 +101,8 @@ int run_width(const common_options &common, const measure_options &options) {
 
 // ---- trim ----
 
-// Spaces that may turn out to be the last of their line, as runs of equal ones. Small, as a long
-// line of different spaces has as many of them.
+// Spaces that may turn out to be the last of their line, as runs of equal ones. The record is small
+// because a long line of different spaces needs one for each.
 struct space_run {
     ko_wchar_t wide;
     uint16_t count;
@@ -158,7 +159,7 @@ static void trim_units(trimmer &to, const ko_wchar_t *wide, size_t count) {
             add_pending(to, kept, end);
             break;
         }
-        // A carriage return belongs to the line's end, not to its text.
+        // A carriage return belongs to the end of the line, not to its text.
         const bool in_pending = kept == end && !to.pending.empty();
         if (in_pending ? to.pending.back().wide == '\r' : kept < end && end[-1] == '\r')
             to.kept.push_back('\r');
@@ -201,7 +202,7 @@ static void count_units(const text_job &job, const ko_wchar_t *wide, size_t coun
     for (size_t i = 0; i < count; ++i) {
         counts.lines += wide[i] == job.code.newline;
         counts.columns += uint64_t(std::max<int>(job.columns[wide[i]], 0));
-        // The second half of a surrogate pair is no character of its own.
+        // The second half of a surrogate pair is not a character of its own.
         counts.characters += !job.code.utf16 || (wide[i] & 0xFC00) != 0xDC00;
     }
 }
