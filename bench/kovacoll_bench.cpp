@@ -79,7 +79,7 @@ std::vector<std::string> make_words(const language &lang, size_t count) {
     return words;
 }
 
-// A word in the forms that the contenders take.
+// A word in the forms that the contenders need.
 struct entry {
     const ko_mchar_t *kova;
     const char *libc;
@@ -136,7 +136,7 @@ struct setting {
     }
 };
 
-// Pairs of words that follow each other in entries.
+// Runs an order on pairs of adjacent words.
 template <class Order> std::function<void()> each_pair(const setting &s, Order order) {
     return [&s, order] {
         int sum = 0;

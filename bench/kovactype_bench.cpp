@@ -30,7 +30,7 @@ struct job {
     ko_mchar_t *mb_out() { return reinterpret_cast<ko_mchar_t *>(out.data()); }
 };
 
-// What every row of this file stands on.
+// What every row of this file needs.
 struct setting {
     ko_lc_t loc;
     locale_t libc, before;
@@ -57,8 +57,8 @@ struct setting {
     setting(const setting &) = delete;
 };
 
-// The thread has the locale. Where the C library's inline forms look tables up, the tables are
-// fetched once a string, which is more than a portable caller gets.
+// The locale is set for the thread. Where the C library's inline forms use tables, the tables are
+// fetched once per string, which is faster than any portable caller can be.
 #if defined(__GLIBC__)
 struct upper_table {
     const int32_t *table = *__ctype_toupper_loc();
@@ -196,7 +196,7 @@ void alpha(benchmark::State &state, const code_set &set) {
 
 } // namespace
 
-// Nanoseconds a byte of the text.
+// Nanoseconds per byte of the text.
 BENCHMARK_CAPTURE(upper, 8859_1_64K, latin1, long_text)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(upper, eucjp_64K, euc_jp, long_text)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(upper, 8859_1_40, latin1, short_text)->Apply(paired_rounds);

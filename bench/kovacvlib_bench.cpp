@@ -50,7 +50,7 @@ bool through_iconv(iconv_t cd, const std::string &in, std::string &out) {
     return true;
 }
 
-// Characters of a script that the code set has, as UTF-8.
+// The characters of a script that the code set has, in UTF-8.
 std::vector<std::string> repertoire(const pair_row &row, iconv_t back) {
     unsigned first = 0xC0, last = 0xFF;
     if (row.letters == 'j' || row.letters == 'c') first = 0x4E00, last = 0x7FFF;
@@ -156,7 +156,7 @@ void conversion(benchmark::State &state, const pair_row &row, size_t size) {
     ko_cv_unload(cd);
 }
 
-// Opening an object in a running process, in nanoseconds a call.
+// Opening an object in a running process, in nanoseconds per call.
 void open_object(benchmark::State &state, const pair_row &row) {
     const auto open = [&] {
         ko_cv_t cd;
@@ -165,7 +165,7 @@ void open_object(benchmark::State &state, const pair_row &row) {
     };
     const auto open_libc = [&] { iconv_close(iconv_open(row.libc_to, row.libc_from)); };
     gen_exports word = {};
-    ko_cache_registry(&word, nullptr); // the cost is the object's, not the registry's
+    ko_cache_registry(&word, nullptr); // measures the object, not the registry
     compare(state,
             {
                 {"kova_ns", open     },

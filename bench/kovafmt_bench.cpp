@@ -1,6 +1,6 @@
 // Numbers and money, formatted and parsed with the locale's grouping, beside the C library and ICU.
-// The C library reads grouped numbers with scanf alone; in rows of their own its plain conversions
-// read a copy without separators, which nobody checks. ICU works on UTF-16: it gets and gives that.
+// The C library reads grouped numbers only with scanf; in separate rows its plain conversions read
+// a copy without separators, which are not checked. ICU reads and writes UTF-16.
 #include "peers.h"
 #include "text.h"
 
@@ -14,7 +14,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#pragma GCC diagnostic ignored "-Wformat" // the C library's flag for grouping is of POSIX alone
+#pragma GCC diagnostic ignored "-Wformat" // the C library's grouping flag is POSIX, not C
 
 namespace {
 
@@ -80,7 +80,7 @@ struct setting {
 
 const ko_mchar_t *mb(const char *text) { return reinterpret_cast<const ko_mchar_t *>(text); }
 
-// A job done by every contender over all values; one that does not agree with ours is an error.
+// A job that every contender does on all values; a result that differs from ours is an error.
 struct contest {
     benchmark::State &state;
     setting &s;
@@ -104,7 +104,7 @@ struct contest {
 
 // ---- Formatting ---------------------------------------------------------------------------------
 
-// Results are lengths, so that contenders of different texts do not agree.
+// Results are lengths, so that contenders with different texts disagree.
 struct text_out {
     char text[text_room];
     UChar units[text_room]; // wide characters of Latin-1 are those of UTF-16

@@ -10,7 +10,7 @@
 
 namespace {
 
-// One string, in every form that a contender starts from, and room for its result.
+// One string, in every form from which a contender starts, and room for its result.
 struct job {
     std::string bytes;
     std::vector<ko_wchar_t> wide;
@@ -36,7 +36,7 @@ struct job {
     int room() const { return static_cast<int>(out_bytes.size()); }
 };
 
-// size: bytes of a string; short strings come in turns.
+// size: bytes of a string; short strings take turns.
 void convert(benchmark::State &state, const code_set &set, size_t size, bool to_wide) {
     ko_lc_t loc = bench_locale(state, set.spec);
     if (!loc) return;
@@ -114,7 +114,7 @@ constexpr size_t long_text = 64 * 1024, short_text = 40;
 
 } // namespace
 
-// Nanoseconds a byte of the multibyte text.
+// Nanoseconds per byte of the multibyte text.
 BENCHMARK_CAPTURE(convert, mbstowcs_8859_1_64K, latin1, long_text, to_wide)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(convert, mbstowcs_sjis_64K, shift_jis, long_text, to_wide)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(convert, mbstowcs_eucjp_64K, euc_jp, long_text, to_wide)->Apply(paired_rounds);

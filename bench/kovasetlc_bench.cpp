@@ -1,5 +1,5 @@
 // Loading a locale: the first time in a process, and again while it is held. The first load is
-// timed in a child process of its own, so that nobody finds anything in memory.
+// timed in a new child process, where no contender finds anything in memory.
 //   KOVA_BENCH_LOCPATH, VANTORDIR  as in peers.h
 #include "peers.h"
 
@@ -10,7 +10,7 @@
 #include <unicode/udat.h>
 #include <unicode/unum.h>
 
-// What our one record holds: collation, numbers, money, and the names of days and months.
+// Opens what our one record holds: collation, numbers, money, and the names of days and months.
 static bool open_icu(const char *name) {
     UErrorCode status = U_ZERO_ERROR;
     ucol_open(name, &status);
@@ -26,7 +26,7 @@ static bool open_kova(const char *spec) {
     return ko_lc_load(&loc, spec, nullptr, nullptr) == 0;
 }
 
-// Seconds that the first open takes in a fresh child; negative when it fails there.
+// Seconds that the first open takes in a new child process; negative if it fails there.
 static double first_open(bool (*open)(const char *), const char *name) {
     int ends[2];
     if (pipe(ends)) return -1;
@@ -112,7 +112,7 @@ static void load_again(benchmark::State &state, const char *spec, const char *li
     ko_lc_unload(held);
 }
 
-// The same with the registry in memory, as a host that loads often keeps it.
+// Loading again with the registry cached, as a host that loads often keeps it.
 static void load_again_cached(benchmark::State &state, const char *spec, const char *libc,
                               const char *icu) {
     ko_lc_t held = bench_locale(state, spec);
@@ -122,7 +122,7 @@ static void load_again_cached(benchmark::State &state, const char *spec, const c
     ko_lc_unload(held);
 }
 
-// Before any row that loads in this very process.
+// These rows come before any that load in this process.
 BENCHMARK_CAPTURE(first_load, de_DE_8859_1, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE")
     ->Apply(paired_rounds);
 BENCHMARK_CAPTURE(first_load, ja_JP_eucJP, "ja_JP.eucJP", "ja_JP.EUC-JP", "ja_JP")

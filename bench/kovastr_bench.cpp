@@ -21,7 +21,7 @@ struct subject {
     }
 };
 
-// What is looked for is in none of the texts.
+// What is searched for is in none of the texts.
 const ko_mchar_t tilde[] = "~";
 const wchar_t wide_tilde[] = L"~|^";
 
@@ -43,7 +43,7 @@ void libc_copy(subject &s) {
 }
 void spaces(subject &s) { benchmark::DoNotOptimize(ko_mbsntslen(s.loc, s.mb())); }
 
-// size: bytes of a string; short strings come in turns.
+// size: bytes of a string; short strings take turns.
 void run(benchmark::State &state, void (*ours)(subject &), void (*libc_way)(subject &),
          const code_set &set, size_t size) {
     ko_lc_t loc = bench_locale(state, set.spec);
@@ -91,7 +91,7 @@ constexpr size_t long_text = 64 * 1024, short_text = 40;
 
 } // namespace
 
-// Nanoseconds a byte of the multibyte text.
+// Nanoseconds per byte of the multibyte text.
 ROWS(width, width, libc_width);
 ROWS(find, find, libc_find);
 ROWS(cspan, span, libc_span);

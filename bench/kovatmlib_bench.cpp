@@ -1,5 +1,5 @@
-// Times written by a format: with names, by the locale's own format, in a code set of two bytes;
-// beside strftime_l and ICU, which writes UTF-16 by a pattern that is compiled beforehand.
+// Writing times by a format: with names, by the locale's own format, in a two-byte code set; beside
+// strftime_l and ICU, which writes UTF-16 by a precompiled pattern.
 #include "peers.h"
 #include "text.h"
 
@@ -21,7 +21,7 @@ struct job {
     UDate date;
 };
 
-// A format in the code set of its locale, and the same as a pattern of ICU in that code set.
+// A format in the code set of its locale, and the equivalent ICU pattern in that code set.
 struct writing {
     const code_set &set;
     const char *icu_locale, *format, *pattern;
@@ -84,7 +84,8 @@ void write_times(benchmark::State &state, const writing &w) {
     for (const job &j : s.jobs) {
         if (!s.libc) break;
         const size_t n = ours(s, w, j, a);
-        // Formats of sources end in the name of the time zone, which the library does not write.
+        // The formats of sources end in the name of the time zone, which the library does not
+        // write.
         const size_t m = strftime_l(b, room, w.format, &j.parts, s.libc);
         if (!n || n > m || memcmp(a, b, n)) return state.SkipWithError("the texts differ");
     }
@@ -124,7 +125,7 @@ constexpr writing japanese_usual = {euc_jp, "ja_JP", "%c",
 
 } // namespace
 
-// Nanoseconds a time.
+// Nanoseconds per time.
 BENCHMARK_CAPTURE(write_times, 8859_1_names, names)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(write_times, 8859_1_c, usual)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(write_times, 8859_1_digits, digits)->Apply(paired_rounds);

@@ -1,5 +1,5 @@
-// Times read by a format, with names and of digits alone, beside the C library and ICU, which gets
-// its texts in UTF-16 and a pattern that is compiled beforehand.
+// Reading times by a format, with names and with digits alone, beside the C library and ICU, which
+// gets its texts in UTF-16 and a precompiled pattern.
 #include "peers.h"
 #include "text.h"
 
@@ -18,14 +18,14 @@ using date_format = std::unique_ptr<UDateFormat, decltype(&udat_close)>;
 
 const ko_mchar_t *mb(const char *text) { return reinterpret_cast<const ko_mchar_t *>(text); }
 
-// One text in the forms that the contenders take.
+// One text in the forms that the contenders need.
 struct job {
     char text[text_room];
     UChar units[text_room];
     int32_t len;
 };
 
-// A format in the code set of its locale, and the same as a pattern in that code set.
+// A format in the code set of its locale, and the equivalent ICU pattern in that code set.
 struct reading {
     const code_set &set;
     const char *icu_locale, *format, *pattern;
@@ -85,7 +85,7 @@ struct setting {
     setting(const setting &) = delete;
 };
 
-// What tells whether two contenders have read the same.
+// A number by which the results of contenders are compared.
 double sum_of(int year, int month, int day, int hour, int minute) {
     return (((year * 12.0 + month) * 31 + day) * 24 + hour) * 60 + minute;
 }

@@ -1,6 +1,7 @@
 // Fair comparison with the C library and ICU: in every round each contender runs for about the same
-// short time, in turning order, so that a slow moment of the machine hits all of them. A row gives
-// the medians in nanoseconds a unit and, as "ratio", the best peer's median over our own.
+// short time, in rotating order, so that a slow moment of the machine affects all of them. A row
+// gives the medians in nanoseconds per unit and, as "ratio", the best peer's median divided by our
+// own.
 //   KOVA_BENCH_LOCPATH  folder of locales compiled by localedef; without it no C library rows
 //   VANTORDIR           data root with the compiled locale objects
 #ifndef PEERS_H
@@ -20,7 +21,7 @@
 
 struct contender {
     std::string name;          // of its column; the first contender is ours
-    std::function<void()> run; // does the job once; empty: the peer is missing here
+    std::function<void()> run; // does the job once; empty: no such peer here
 };
 
 using bench_clock = std::chrono::steady_clock;
@@ -32,7 +33,7 @@ inline double seconds_of(const std::function<void()> &run, long times) {
     return std::chrono::duration<double>(bench_clock::now() - start).count();
 }
 
-// Times to run for about half a millisecond; warms caches on the way.
+// How many runs take about half a millisecond; also warms caches.
 inline long calibrate(const std::function<void()> &run) {
     long times = 1;
     while (seconds_of(run, times) < 0.25e-3 && times < (1L << 24))
@@ -46,7 +47,7 @@ inline double median(std::vector<double> v) {
 }
 
 // One benchmark row: each iteration is a round of all contenders. units: bytes, characters or calls
-// that one run handles. Register with ->Apply(paired_rounds).
+// in one run. Register with ->Apply(paired_rounds).
 inline void compare(benchmark::State &state, std::vector<contender> all, double units) {
     std::erase_if(all, [](const contender &c) { return !c.run; });
     std::vector<long> times;
@@ -76,7 +77,7 @@ inline void paired_rounds(benchmark::internal::Benchmark *row) {
     row->UseManualTime()->Iterations(41)->Unit(benchmark::kMicrosecond);
 }
 
-// The C library's locale of that name in the private folder, or a null one.
+// The C library's locale of a name in the private directory, or a null one.
 inline locale_t peer_locale(const char *name) {
     const char *folder = getenv("KOVA_BENCH_LOCPATH");
     if (!folder) return nullptr;
@@ -84,7 +85,7 @@ inline locale_t peer_locale(const char *name) {
     return newlocale(LC_ALL_MASK, name, nullptr);
 }
 
-// Our locale by its specification; null, with the row marked, when it cannot be loaded.
+// Our locale by its specification; null, with the row marked, if it cannot be loaded.
 inline ko_lc_t bench_locale(benchmark::State &state, const char *spec) {
     ko_lc_t loc;
     if (ko_lc_load(&loc, spec, nullptr, nullptr) == 0) return loc;

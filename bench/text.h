@@ -1,4 +1,4 @@
-// Texts of the benchmarks: the same on every run and machine.
+// Texts for the benchmarks: the same on every run and machine.
 #ifndef BENCH_TEXT_H
 #define BENCH_TEXT_H
 
@@ -18,7 +18,7 @@ inline constexpr code_set euc_jp = {script::euc_jp, "ja_JP.EUC-JP", "ja_JP.EUC-J
 inline constexpr code_set shift_jis = {script::shift_jis, "ja_JP.SHIFT_JIS", "ja_JP.SHIFT_JIS",
                                        "Shift_JIS"};
 
-// A small generator of our own, so that the texts do not depend on the C++ library.
+// Our own small generator, so that the texts do not depend on the C++ library.
 struct text_random {
     uint32_t state;
     unsigned below(unsigned n) {
@@ -48,7 +48,7 @@ inline void put_latin_word(std::string &text, script s, text_random &random) {
     text += random.below(12) ? ' ' : '\n';
 }
 
-// A run of kana and kanji as in running text, ended by a mark now and then.
+// A run of kana and kanji as in running text, sometimes ended by a mark.
 inline void put_japanese(std::string &text, script s, text_random &random) {
     for (unsigned n = 4 + random.below(30); n; --n) {
         const unsigned kind = random.below(10);
@@ -63,7 +63,7 @@ inline void put_japanese(std::string &text, script s, text_random &random) {
     put_jis(text, s, 1, 2 + random.below(2));
 }
 
-// At most size bytes of text, whole characters only; one word in eight of Japanese text is Latin.
+// At most size bytes of text, in whole characters; one word in eight of Japanese text is Latin.
 inline std::string bench_text(script s, size_t size, uint32_t seed = 1) {
     std::string text;
     for (text_random random{seed * 977 + 1};;) {

@@ -1,4 +1,4 @@
-# Benchmarks see the library through kova.h; their peers are the C library and ICU.
+# Benchmarks use the library through kova.h; their peers are the C library and ICU.
 if(NOT TARGET kova)
   return()
 endif()

@@ -5,8 +5,8 @@ add_library(kova_warnings INTERFACE)
 target_compile_options(kova_warnings INTERFACE ${kova_warnings_common}
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wmissing-declarations>)
 
-# For programs that use std::string: g++ 12 takes "text" + string for an overlapping or endless copy
-# where it inlines much. The library has no such strings and keeps these warnings.
+# For programs that use std::string: when it inlines much, g++ 12 mistakes "text" + string for an
+# overlapping or endless copy. The library does not use std::string and keeps these warnings.
 add_library(kova_std_string INTERFACE)
 target_compile_options(kova_std_string INTERFACE
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict;-Wno-array-bounds;-Wno-stringop-overflow>)
@@ -17,7 +17,7 @@ if(KOVA_SANITIZE)
   add_link_options(-fsanitize=${KOVA_SANITIZE})
 endif()
 
-# Optimisation of sources that are built more often than they are run.
+# Optimisation for sources that are built more often than they run.
 if(KOVA_SANITIZE)
   set(kova_quick_build -O0)
 else()

@@ -1,4 +1,4 @@
-# Installs library, headers, pkg-config file, commands and, when it was compiled, the data root.
+# Installs library, headers, pkg-config file, commands and, if it was compiled, the data root.
 if(NOT TARGET kova)
   return()
 endif()
@@ -11,7 +11,7 @@ foreach(command kova_command kovac_command)
     install(TARGETS ${command})
   endif()
 endforeach()
-# The target "data" compiles data/locales.list below the build folder, as the tests do.
+# The target "data" compiles data/locales.list below the build directory, as the tests do.
 if(TARGET kovac_command AND NOT CMAKE_CROSSCOMPILING)
   add_custom_target(data USES_TERMINAL
       COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/compile_data $<TARGET_FILE:kovac_command>

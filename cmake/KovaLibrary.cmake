@@ -1,12 +1,12 @@
 # kova: the shared library, exporting what tests/exports.txt (kova.h) and tests/exports_host.txt
 # (kova_host.h) list and nothing else.
 # kova_inside: the same objects as an archive, in which tests and fuzzers reach every function.
-# The lower floor, locale/, is compiled by itself: it finds no header of lib/.
+# The lowest layer, locale/, is compiled separately: it cannot find any header of lib/.
 set(root ${CMAKE_CURRENT_SOURCE_DIR})
 file(GLOB locale_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp)
 file(GLOB lib_sources CONFIGURE_DEPENDS ${root}/lib/*/*.cpp)
 
-# The linker's map comes from the lists.
+# The linker's map is made from the lists.
 function(kova_exports list result)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${root}/tests/${list})
   file(STRINGS ${root}/tests/${list} names REGEX "^[A-Za-z_]")
@@ -28,7 +28,8 @@ target_compile_options(kova_compile INTERFACE
 target_compile_definitions(kova_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
 target_link_libraries(kova_compile INTERFACE kova_warnings)
 if(NOT WIN32)
-  # Sizes and inode numbers of 64 bits also on 32-bit systems, which refuse larger files else.
+  # 64-bit sizes and inode numbers also on 32-bit systems, which would otherwise refuse larger
+  # files.
   target_compile_definitions(kova_compile INTERFACE _FILE_OFFSET_BITS=64)
 endif()
 if(WIN32)
@@ -37,7 +38,7 @@ else()
   set(kova_system_libs m)
 endif()
 
-# Compiled once for both: hidden symbols still meet within one program.
+# Compiled once for both: hidden symbols can still be linked within one program.
 add_library(kova_locale OBJECT ${locale_sources})
 add_library(kova_lib OBJECT ${lib_sources})
 target_include_directories(kova_lib PRIVATE ${root} ${root}/lib)
@@ -52,7 +53,7 @@ set(kova_objects $<TARGET_OBJECTS:kova_locale> $<TARGET_OBJECTS:kova_lib>)
 add_library(kova_inside STATIC ${kova_objects})
 target_link_libraries(kova_inside PUBLIC ${kova_system_libs})
 target_include_directories(kova_inside PUBLIC ${root}/include ${root} ${root}/lib)
-# Its users are linked with the archive, so the header must not make them import.
+# Its users are linked with the archive, so the header must not make them import symbols.
 target_compile_definitions(kova_inside PUBLIC KOVA_STATIC)
 set_target_properties(kova_inside PROPERTIES LINKER_LANGUAGE CXX)
 if(KOVA_FUZZ)
@@ -69,9 +70,10 @@ if(WIN32)
   # The library exports what the headers mark; nothing may leak from the compiler's own archives.
   target_link_options(kova PRIVATE -static-libgcc -Wl,--exclude-all-symbols)
 else()
-  # Bound when it is loaded: the first load of a locale would else look a hundred symbols up.
+  # Bound when the library is loaded: otherwise the first load of a locale would look up a hundred
+  # symbols.
   target_link_options(kova PRIVATE -Wl,--version-script=${kova_map} -Wl,--as-needed -Wl,-z,now)
-  # clang leaves the sanitizer's symbols to the executable.
+  # clang expects the sanitizer's symbols in the executable.
   if(NOT (KOVA_SANITIZE AND CMAKE_C_COMPILER_ID MATCHES Clang))
     target_link_options(kova PRIVATE -Wl,-z,defs)
   endif()

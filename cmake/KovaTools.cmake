@@ -1,8 +1,8 @@
-# The commands. They see the library through its public headers alone. Each is one main source
-# (tools/kova/kova.cpp, tools/kovac/kovac.cpp), and every folder of tools/ is an archive of its other
-# sources, so that tests can reach the parts: kova_parts, kovac_parts and common_parts, which both
-# commands use.
-# Where the library is not built to be linked, for the fuzzers, the parts alone are.
+# The commands. They see only the library's public headers. Each has one main source
+# (tools/kova/kova.cpp, tools/kovac/kovac.cpp); the other sources of each directory of tools/ form
+# an archive, so that tests can reach the parts: kova_parts, kovac_parts and common_parts, which
+# both commands use.
+# Builds for the fuzzers, which do not link the shared library, have only these parts.
 if(NOT TARGET kova AND NOT TARGET kova_inside)
   return()
 endif()
@@ -43,7 +43,7 @@ target_link_libraries(kovac_parts PUBLIC common_parts)
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)
   add_executable(${name} ${main})
-  # Little but option tables, which take long to optimise.
+  # Mostly option tables, which take long to optimise.
   set_source_files_properties(${main} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
   target_link_libraries(${name} PRIVATE ${output}_parts kova)
   set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output}

@@ -1,4 +1,4 @@
-# Installs Debian packages; sourced by quickstart and check, which set $me to their name.
+# Installs Debian packages; sourced by quickstart and check, which set $me to their own names.
 
 missing_packages() {
     for p in "$@"; do
@@ -6,7 +6,7 @@ missing_packages() {
     done
 }
 
-# Runs apt-get as root; nothing is asked.
+# Runs apt-get as root, without questions.
 apt() {
     if [ "$(id -u)" = 0 ]; then
         DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
@@ -18,7 +18,7 @@ apt() {
     fi
 }
 
-# install_packages NAME...: installs what is missing; fails when something cannot be installed.
+# install_packages NAME...: installs what is missing; fails if something cannot be installed.
 install_packages() {
     command -v dpkg-query >/dev/null || {
         echo "$me: this is no Debian system; install by hand: $*" >&2

@@ -1,4 +1,4 @@
-/* Loads a locale and prints what it knows of dates, numbers and money:
+/* Loads a locale and prints its conventions for dates, numbers and money:
  *   locale_info en_US.8859-1
  * Text is printed in the locale's own code set. */
 #include "kova.h"

@@ -239,7 +239,7 @@ TEST_F(KovaCli, SaysWhichLocalesExist) {
         {"de_DE.klingon",        "no code set is called \"klingon\"; de_DE exists as"               },
         {"de_DE",                "several code sets, name one: de_DE.ISO-8859-1, de_DE.unicode"     },
         {"qq_QQ.8859-1",         "there is no locale qq_QQ.8859-1; there are "                      },
-        {"german",               "\"german\" is no locale name"                                     },
+        {"german",               "\"german\" is not a locale name"                                  },
         {"de_DE.",               "no code set is called \"\""                                       },
         {"de_DE.8859-1@toolong", "there is no locale de_DE.8859-1@toolong"                          },
     };
@@ -275,7 +275,7 @@ TEST_F(KovaCli, MarksDamagedObjectsAndRefusesThem) {
     for (const std::string &damaged : {""s, "hello\n"s, object.substr(0, object.size() / 2)}) {
         SCOPED_TRACE(damaged.size());
         spit(copy / "kova/lc11/de_de/0333.lco", damaged);
-        expect_complaint(kova({"info", "de_DE"}), 3, "is damaged or no locale object");
+        expect_complaint(kova({"info", "de_DE"}), 3, "is damaged or not a locale object");
         const outcome list = kova({"locales"});
         EXPECT_EQ(list.status, 3);
         EXPECT_NE(list.out.find("! de_DE"), std::string::npos) << list.out;
@@ -399,8 +399,8 @@ TEST_F(KovaCli, DrawsAMonthOfTheLocalesCalendar) {
     expect_complaint(kova({"cal", hebrew, "13", "5783"}), 2, "no such month");
     expect_complaint(kova({"cal", hebrew, "אדר א'", "5783"}), 2, "no such month");
     expect_complaint(kova({"cal", hebrew, "1", "14001"}), 2, "cannot be converted");
-    expect_complaint(kova({"cal", german, "Smarch"}), 2, "\"Smarch\" is no month of de_DE");
-    expect_complaint(kova({"cal", german, "1", "last"}), 2, "\"last\" is no year");
+    expect_complaint(kova({"cal", german, "Smarch"}), 2, "\"Smarch\" is not a month of de_DE");
+    expect_complaint(kova({"cal", german, "1", "last"}), 2, "\"last\" is not a year");
     expect_complaint(kova({"cal", german, "1", "99999"}), 2, "no such month");
 }
 

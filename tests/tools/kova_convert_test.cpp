@@ -127,7 +127,7 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
         many += mixed;
     many += std::string(700000, 'y');
     const std::string behind = "200001:700001: byte offset " + std::to_string(many.size()) +
-                               ": the byte ff begins no character of utf8";
+                               ": the byte ff does not begin a character of utf8";
     const struct {
         const char *pair;
         std::string in, out, complaint;
@@ -135,11 +135,11 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
         {"-f utf8 -t 8859-1",      "aé\nb€c",      "a\xe9\nb",
          "input:2:2: byte offset 5: the bytes e2 82 ac are U+20AC (€), which 8859-1 lacks"},
         {"-f utf8 -t 8859-1",      "éé\xff",        "\xe9\xe9",
-         "input:1:3: byte offset 4: the byte ff begins no character of utf8"                },
+         "input:1:3: byte offset 4: the byte ff does not begin a character of utf8"         },
         {"-f utf8 -t koi8-r",      "\xe2\x82",        "",
          "1:1: byte offset 0: the text ends inside a character of utf8 (e2 82)"             },
         {"-f sjis -t utf8",        "\n\x8a\xbf\x81 ", "\n漢",
-         "2:2: byte offset 3: the bytes 81 20 are no character of sjis"                     },
+         "2:2: byte offset 3: the bytes 81 20 are not a character of sjis"                  },
         {"-f sjis -t 8859-1",      "x\n\x8a\xbf",     "x\n",
          "2:1: byte offset 2: the bytes 8a bf are U+6F22 (漢), which 8859-1 lacks"         },
         {"-f sjis -t eucjp",       "\x8a\xbf\x8a",    "\xb4\xc1",
@@ -153,7 +153,7 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
         const outcome got = kova("convert "s + row.pair, row.in);
         EXPECT_EQ(got.status, bad_text);
         EXPECT_EQ(got.out, row.out);
-        EXPECT_NE(got.err.find(row.complaint + "; --skip or --replace goes on\n"),
+        EXPECT_NE(got.err.find(row.complaint + "; --skip or --replace continues\n"),
                   std::string::npos)
             << got.err;
         EXPECT_EQ(got.err.compare(0, 6, "kova: "), 0) << got.err;
@@ -210,16 +210,16 @@ TEST_F(KovaConvert, ReportsSubstitutionsApartFromBadInput) {
     };
     const size_t last = filler.size() + 4;
     EXPECT_EQ(got.status, 0);
-    EXPECT_EQ(got.err, "kova: 3 characters substituted by the conversion\n" + at("1:2", 1) +
-                           "5c\n" + at("80002:1", last) + "7e\n" + at("80003:1", last + 3) +
-                           "5c\nkova: 0 characters without a counterpart\n"
-                           "kova: 2 characters invalid\n" +
-                           at("80002:2", last + 1) + "the byte fd begins no character of sjis\n" +
-                           at("80003:2", last + 4) +
-                           "the bytes 81 0a are no character of sjis\n"
-                           "kova: 1 character cut off by the end of a text\n" +
-                           at("80004:1", last + 6) +
-                           "the text ends inside a character of sjis (81)\n");
+    EXPECT_EQ(got.err,
+              "kova: 3 characters substituted by the conversion\n" + at("1:2", 1) + "5c\n" +
+                  at("80002:1", last) + "7e\n" + at("80003:1", last + 3) +
+                  "5c\nkova: 0 characters without a counterpart\n"
+                  "kova: 2 characters invalid\n" +
+                  at("80002:2", last + 1) + "the byte fd does not begin a character of sjis\n" +
+                  at("80003:2", last + 4) +
+                  "the bytes 81 0a are not a character of sjis\n"
+                  "kova: 1 character cut off by the end of a text\n" +
+                  at("80004:1", last + 6) + "the text ends inside a character of sjis (81)\n");
 }
 
 TEST_F(KovaConvert, ReplacesItsInputInOneStep) {

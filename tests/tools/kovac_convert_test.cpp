@@ -246,7 +246,7 @@ TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
     check("# nothing\n", set, "no characters");
     check("81\tU+0041\n8140\tU+3042\n", set, "8140 begins with another");
     check(ucm("<icu:state> 0-7f, 81:1\n<icu:state> 40-7e\n", "<U3042> \\x81\\x80 |0\n"), set,
-          "does not lead through");
+          "does not accept these");
     check(ucm("<icu:state> 0-1ff\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
     check(ucm("<icu:state> 0-ff:80\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
     check(ucm(states, "<U0041> \\x41 |0\n"), set, "more than 128 states");
@@ -254,7 +254,7 @@ TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
     check(ucm("", "<U0041> \\x41 |9\n"), set, "the flag");
     check(a, set, "two hexadecimal digits", convert_status::usage, "0");
     check(a, set, "two hexadecimal digits", convert_status::usage, " 4");
-    check(a, a, "no character of", convert_status::source, "42");
+    check(a, a, "not a character of", convert_status::source, "42");
     check("utf8", "UTF-8", "one code set", convert_status::usage);
     check("no-such-set", "utf8", "no code set \"no-such-set\"", convert_status::file);
 }

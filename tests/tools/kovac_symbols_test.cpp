@@ -80,7 +80,7 @@ TEST(KovaSymbols, WritesAndReadsSymbolsAndSaysWhereTheyAreWrong) {
         {"-d IBM037",     "<A>\n <U003C>\t<newline>", 0, "\xC1\x4C\x25",                              ""                                                   },
         {"SHIFT_JIS",     "a\x8a\xbf\n",              0, "<a><U6F22><newline>\n",                     ""                                                   },
         {"SHIFT_JIS",     "ab\n\x8a",                 1, "<a><b><newline>\n",                         "input:2: byte offset 3: the text ends"              },
-        {"EUC-JP",        "a\xff",                    1, "<a>",                                       "byte offset 1: bytes that are no character: ff"     },
+        {"EUC-JP",        "a\xff",                    1, "<a>",                                       "byte offset 1: bytes that are not a character: ff"  },
         {"-d EUC-JP",     "<a>\n <zork>",             1, "a",                                         "input:2:2: the code set has no character <zork>"    },
         {"-d EUC-JP",     "<a><b",                    1, "a",                                         "input:1:4: a symbol such as <A> is expected, not <b"},
         {"zork",          "a",                        3, "",                                          "code set zork: there is no charmap object"          },

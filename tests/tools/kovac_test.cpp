@@ -468,7 +468,7 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     using parts = source_parts;
     check(&parts::ctype, "upper <U0041\n", ":4:7: error: symbol without");
     check(&parts::ctype, "upper ..<U0041>\n", "needs a character before");
-    check(&parts::ctype, "upper <U0041>..\n", "needs a character behind");
+    check(&parts::ctype, "upper <U0041>..\n", "needs a character after");
     check(&parts::ctype, "upper <U0043>..<U0041>\n", "before its start");
     check(&parts::ctype, "upper \"A\"\n", "a character, \";\" or");
     check(&parts::ctype, "toupper (a,A;(b,B)\n", "a pair is written");

@@ -555,7 +555,7 @@ bool may_copy(copy_budget &budget, int depth, diagnostics &diag, position pos) {
     }
     error(diag, pos,
           depth < most_depth ? "more than 256 copies in one category; remove some"
-                             : "sources copy one another without end; remove a copy line");
+                             : "sources copy one another endlessly; remove a copy line");
     return false;
 }
 

@@ -95,12 +95,13 @@ void add_sort(CLI::App &app, arguments &args) {
         ->type_name("CHAR");
     command
         .add_option("-o,--output", o.out,
-                    "Write FILE, in one step when all is sorted; it may be one of those read")
+                    "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
-    command.add_flag("-r,--reverse", o.reverse, "Last first; equal lines keep their order");
-    command.add_flag("-u,--unique", o.unique, "Of lines that compare equal only the first");
+    command.add_flag("-r,--reverse", o.reverse,
+                     "Reverse the order; equal lines keep their original order");
+    command.add_flag("-u,--unique", o.unique, "Write only the first of lines that compare equal");
     command.add_flag("--replace", o.replace,
-                     "Go on at what is no character: it compares as U+FFFD or ?, and the line is "
+                     "Continue at invalid text: it compares as U+FFFD or ?, and the line is "
                      "written as it was read");
     command
         .add_option("--buffer-size", o.buffer_size,
@@ -109,7 +110,7 @@ void add_sort(CLI::App &app, arguments &args) {
         ->capture_default_str();
     command
         .add_option("--temporary-directory", o.temporary_directory,
-                    "Where lines are spilled. Default: the system's place")
+                    "Directory for spilled lines. Default: the system's")
         ->type_name("DIR");
     command.add_flag("--no-progress", args.no_progress,
                      "No progress line on the terminal for long input");
@@ -152,12 +153,12 @@ void add_case(CLI::App &app, arguments &args, const char *name, case_options &o)
         *app.add_subcommand(name, std::string("Print texts or files in ") + name + " case");
     o.upper = std::string_view(name) == "upper";
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
-    command.add_option("text", o.texts, "Texts; none and no file: standard input")
+    command.add_option("text", o.texts, "Texts; without texts and files: standard input")
         ->type_name("TEXT");
     command.add_option("-f,--file", o.files, "A file; - is standard input")
         ->type_name("FILE")
         ->allow_extra_args(false);
-    command.add_flag("--replace", o.replace, "Leave what is no character as it is and go on");
+    command.add_flag("--replace", o.replace, "Leave invalid text as it is and continue");
     add_common(
         command, args, [&args, &o] { return run_case(args.common, o); },
         o.upper ? "  kova upper tr_TR.8859-9 'istanbul'\n"
@@ -175,12 +176,12 @@ void add_classify(CLI::App &app, arguments &args) {
         ->type_name("TEXT");
     CLI::Option *count =
         command.add_flag("--count", o.count, "How many characters of each class the files hold");
-    command.add_flag("--replace", o.replace, "Count what is no character and go on")->needs(count);
+    command.add_flag("--replace", o.replace, "Count invalid bytes and continue")->needs(count);
     const auto run = [&args, &o] {
         if (o.count)
             o.files.swap(o.texts);
         else if (o.texts.empty())
-            throw failure(bad_usage, "classify: which TEXT? kova classify --help tells more");
+            throw failure(bad_usage, "classify: no TEXT is given; kova classify --help tells more");
         return run_classify(args.common, o);
     };
     add_common(command, args, run,
@@ -201,16 +202,16 @@ CLI::App &measure_command(CLI::App &app, const char *name, const char *what, con
 void add_measures(CLI::App &app, arguments &args) {
     CLI::App &width =
         measure_command(app, "width", "Print the display columns of each line",
-                        "Go on at what is no character; its line has no width", args.width);
+                        "Continue after invalid text; its line has no width", args.width);
     width.add_flag("--widest", args.width.widest, "Print the columns of the widest line only");
     add_common(
         width, args, [&args] { return run_width(args.common, args.width); },
         "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a tab or control\n"
         "  kova width --widest de_DE.unicode < table\n");
-    CLI::App &trim = measure_command(app, "trim", "Cut the spaces at the ends of lines off",
-                                     "Leave what is no character as it is and go on", args.trim);
+    CLI::App &trim = measure_command(app, "trim", "Remove spaces at the ends of lines",
+                                     "Leave invalid text as it is and continue", args.trim);
     trim.add_option("-o,--output", args.trim.out,
-                    "Write FILE, in one step when all is trimmed; it may be one of those read")
+                    "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
     add_common(
         trim, args, [&args] { return run_trim(args.common, args.trim); },
@@ -218,7 +219,7 @@ void add_measures(CLI::App &app, arguments &args) {
         "  kova trim de_DE.unicode < notes.txt\n");
     CLI::App &count =
         measure_command(app, "count", "Count the lines, characters, bytes and columns of files",
-                        "Count what is no character and go on", args.count);
+                        "Count invalid bytes and continue", args.count);
     add_common(
         count, args, [&args] { return run_count(args.common, args.count); },
         "  kova count zh_TW.BIG5 --bytes chapter*.txt\n"
@@ -231,7 +232,7 @@ void add_info(CLI::App &app, arguments &args) {
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     CLI::Option *item =
         command
-            .add_option("item", o.items, "Items by name or number, printed one a line; none: all")
+            .add_option("item", o.items, "Items by name or number, printed one per line; none: all")
             ->type_name("ITEM");
     CLI::Option *all =
         command.add_flag("--all", o.all, "A page to read, with samples")->excludes(item);
@@ -254,8 +255,8 @@ void add_format(CLI::App &app, arguments &args, const char *name, const char *wh
     CLI::Option *values =
         command
             .add_option("value", o.values,
-                        "Values, with \".\" before decimals. Where there are more than FORMAT "
-                        "takes it is used again, a line each time")
+                        "Values, with \".\" before decimals. If there are more than FORMAT "
+                        "takes, it is used again for another line")
             ->type_name("VALUE");
     CLI::Option *text =
         command.add_option("--parse", o.text, "Read TEXT by FORMAT instead and print its values")
@@ -315,18 +316,18 @@ void add_convert(CLI::App &app, arguments &args) {
         ->excludes(list);
     command
         .add_option("-o,--output", o.out,
-                    "Write FILE, in one step when all is converted; it may be one of those read")
+                    "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
     CLI::Option *skip =
-        command.add_flag("--skip", o.skip, "Leave out what cannot be converted and go on");
+        command.add_flag("--skip", o.skip, "Leave out what cannot be converted and continue");
     command
         .add_flag("--replace{" + std::string(default_replacement) + "}", o.replacement,
-                  "Write TEXT (U+FFFD or ?) for what cannot be converted and go on")
+                  "Write TEXT (U+FFFD or ?) for what cannot be converted and continue")
         ->excludes(skip);
     command.add_flag("--report", o.report,
-                     "Go on as --skip does, and tell how much was substituted, unmapped, invalid "
-                     "or cut off, and where first");
-    command.add_flag("-v,--verbose", o.verbose, "Tell which conversion objects are used");
+                     "Continue as --skip does, and report how much was substituted, unmapped, "
+                     "invalid or cut off, and the first places");
+    command.add_flag("-v,--verbose", o.verbose, "Report which conversion objects are used");
     command.add_flag("--no-progress", args.no_progress,
                      "No progress line on the terminal for long input");
     const auto run = [&args, &o, &command] {
@@ -372,12 +373,12 @@ void add_symbols(CLI::App &app, arguments &args) {
         ->type_name("CODESET");
     command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
     command.add_flag("-d,--decode", o.decode, "Read symbols; white space between them is left out");
-    command.add_option("-o,--output", o.out, "Write FILE, in one step when all is done")
+    command.add_option("-o,--output", o.out, "Write to FILE, in one step at the end")
         ->type_name("FILE");
     add_common(command, args, [&args] { return run_symbols(args.common, args.symbols); },
                "  kova symbols IBM037 payroll.ebcdic\n"
                "  printf '<A><b><c><newline>' | kova symbols -d IBM037 > abc.ebcdic\n",
-               {"Of no effect: text is bytes of the code set", "Of no effect"});
+               {"No effect: text is bytes of the code set", "No effect"});
 }
 
 void add_cal(CLI::App &app, arguments &args) {
@@ -395,7 +396,7 @@ void add_cal(CLI::App &app, arguments &args) {
         command, args, [&args] { return run_cal(args.common, args.cal); },
         "  kova cal de_DE.unicode\n"
         "  kova cal fr_FR.8859-1 février 2024\n"
-        "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside\n");
+        "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside them\n");
 }
 
 void add_date(CLI::App &app, arguments &args) {
@@ -425,8 +426,8 @@ void add_parse_date(CLI::App &app, arguments &args) {
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     command
         .add_option("format", o.format,
-                    "Text with directives such as %d, %B and %Y. What it does not read is today, "
-                    "at midnight")
+                    "Text with directives such as %d, %B and %Y. What it does not read is taken "
+                    "from today at midnight")
         ->required()
         ->type_name("FORMAT");
     command.add_option("text", o.text, "The date")->required()->type_name("TEXT");
@@ -436,7 +437,8 @@ void add_parse_date(CLI::App &app, arguments &args) {
                     "the past, R this one")
         ->check(CLI::IsMember({"C", "F", "P", "R"}))
         ->capture_default_str();
-    command.add_option("--today", o.today, "Another today, as 2026-11-21")->type_name("DATE");
+    command.add_option("--today", o.today, "Another date for today, such as 2026-11-21")
+        ->type_name("DATE");
     add_common(
         command, args, [&args] { return run_parse_date(args.common, args.parse_date); },
         "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "

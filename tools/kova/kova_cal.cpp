@@ -147,7 +147,7 @@ void read_month(const cal_job &job, const std::string &text, ko_alt_tm_t *wanted
         wanted->alt_tm_mon = job.gregorian ? wanted->alt_tm_monidx : -1;
         return;
     }
-    throw failure(bad_usage, "cal: \"" + text + "\" is no month of " + job.handle.name +
+    throw failure(bad_usage, "cal: \"" + text + "\" is not a month of " + job.handle.name +
                                  ": a number from 1 or a name, see kova info");
 }
 
@@ -162,7 +162,7 @@ ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options) {
     const int year = number_of(options.year);
     if (year < 1)
         throw failure(bad_usage,
-                      "cal: \"" + options.year + "\" is no year, which is a number from 1");
+                      "cal: \"" + options.year + "\" is not a year, which is a number from 1");
     wanted.alt_tm_year = year - 1900;
     return wanted;
 }

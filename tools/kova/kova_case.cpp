@@ -67,7 +67,7 @@ int run_case(const common_options &common, const case_options &options) {
         map_file(job, path, out);
     if (options.texts.empty() && options.files.empty()) map_file(job, "-", out);
     finish(out);
-    tell_bad(job.bad, "left as found");
+    tell_bad(job.bad, "left unchanged");
     return done;
 }
 

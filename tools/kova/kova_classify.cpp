@@ -195,7 +195,7 @@ int run_classify(const common_options &common, const classify_options &options) 
     output out;
     if (options.count) {
         counts count;
-        count.bad = {.replace = options.replace, .with_replace = "counts it and goes on"};
+        count.bad = {.replace = options.replace, .with_replace = "counts it and continues"};
         for (const std::string &path : options.files)
             count_file(code, path, count);
         if (options.files.empty()) count_file(code, "-", count);

@@ -220,7 +220,7 @@ std::string trouble_text(const convert_job &job, const bad_input &bad) {
     case fault::cut:
         return "the text ends inside a character of " + job.way.from.name + " (" + bytes + ")";
     default:
-        return subject + (bad.seen == 1 ? " begins" : " are") + " no character of " +
+        return subject + (bad.seen == 1 ? " does not begin" : " are not") + " a character of " +
                job.way.from.name +
                (knows_source(job) ? "" : ", or one that " + job.way.to.name + " lacks");
     }
@@ -330,7 +330,7 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
     const unsigned char *text = in.block.data() + in.at;
     const bad_input bad = diagnose(job, text, in.fill - in.at, error);
     const std::string where = place_text(in, job.place) + ": " + trouble_text(job, bad);
-    if (!job.goes_on) throw failure(bad_text, where + "; --skip or --replace goes on");
+    if (!job.goes_on) throw failure(bad_text, where + "; --skip or --replace continues");
     note(job.findings[bad.why == fault::missing ? unmapped
                       : bad.why == fault::cut   ? cut_off
                                                 : invalid],

@@ -82,7 +82,7 @@ static bool open_leg(const data_place &place, const code_set &from, const code_s
     const int error = *ko_ext_errno(leg.cd);
     throw failure(bad_locale,
                   path + (error == KO_ENOMEM ? " cannot be loaded: damaged, or memory is exhausted"
-                                             : " is damaged or no conversion object (error " +
+                                             : " is damaged or not a conversion object (error " +
                                                    std::to_string(error) +
                                                    "); compile it again with kovac convert"));
 }

@@ -17,9 +17,9 @@ static std::string reason(int error) {
     case KO_EPRECISION:
         return "a \".\" without digits";
     case KO_ERANGE:
-        return "no era has the date";
+        return "no era contains the date";
     case KO_EYEARRANGE:
-        return "the year is out of range, or the date is none of the locale's calendar";
+        return "the year is out of range, or the date is outside the locale's calendar";
     case KO_EYDAY:
         return "the day of the year is beyond 366";
     case KO_E2BIG:
@@ -31,7 +31,7 @@ static std::string reason(int error) {
 
 [[noreturn]] static void bad_when(const std::string &text) {
     throw failure(bad_usage, "--at \"" + text +
-                                 "\" is no date and time such as 2026-11-21, \"2026-11-21 "
+                                 "\" is not a date and time such as 2026-11-21, \"2026-11-21 "
                                  "14:30:05\" or 2026-11-21T14:30:05.25");
 }
 
@@ -56,7 +56,7 @@ static bool take_seconds(const char *&at, ko_tm_t &tm) {
     return at != start;
 }
 
-// "YYYY-MM-DD", and behind a blank or "T" "HH:MM" and the seconds.
+// Reads "YYYY-MM-DD", optionally followed by a blank or "T", "HH:MM" and the seconds.
 static ko_tm_t time_of(const std::string &text) {
     using namespace std::chrono;
     ko_tm_t tm = {};

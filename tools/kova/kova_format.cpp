@@ -110,7 +110,7 @@ void check_counts(const format_text &format, const std::vector<std::string> &val
         throw failure(bad_usage,
                       "FORMAT has more than " + std::to_string(directives_max) + " directives");
     if (!takes && !values.empty())
-        throw failure(bad_usage, "FORMAT has no directive, so that no VALUE may follow");
+        throw failure(bad_usage, "FORMAT has no directive, so no VALUE may follow");
     if (takes && (values.empty() || values.size() % takes))
         throw failure(bad_usage, "FORMAT takes a VALUE for each directive, " +
                                      std::to_string(takes) + " at a time; there are " +
@@ -135,14 +135,14 @@ double decimal_value(const std::string &text, const std::string &what) {
     const std::errc error = number_of(text, value);
     if (error == std::errc::result_out_of_range) bad_value(text, what, "is out of range");
     if (error != std::errc())
-        bad_value(text, what, "is no number; digits, \".\" and an exponent make one");
+        bad_value(text, what, "is not a number, which has digits, \".\" and an exponent");
     return value;
 }
 
 int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most) {
     int64_t value = 0;
     const std::errc error = number_of(text, value);
-    if (error == std::errc::invalid_argument) bad_value(text, what, "is no whole number");
+    if (error == std::errc::invalid_argument) bad_value(text, what, "is not a whole number");
     if (error != std::errc() || value < least || value > most)
         bad_value(text, what,
                   "is not within " + std::to_string(least) + " and " + std::to_string(most));

@@ -155,7 +155,7 @@ static void add_figures(const locale_handle &handle, const codec &code,
     add("single-byte", head->single_byte ? "yes" : "no");
     add("case mapping", head->case_conv_ratio > 1.0
                             ? "a text grows to " + ratio(head->case_conv_ratio) + " times its bytes"
-                            : "a text keeps its bytes' number");
+                            : "a text keeps its number of bytes");
     add("collation", collation_text(code));
     if (const size_t count = ignored_count(head))
         add("  ignored", std::to_string(count) + " strings weigh nothing");

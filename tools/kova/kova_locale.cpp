@@ -240,7 +240,7 @@ static std::string fault_text(int error, const object_file &object) {
     case KO_ECALENDAR:
         return "names an unknown calendar; compile it again with kovac locale";
     default:
-        return "is damaged or no locale object (error " + std::to_string(error) +
+        return "is damaged or not a locale object (error " + std::to_string(error) +
                "); compile it again with kovac locale";
     }
 }
@@ -251,9 +251,9 @@ static std::string damage_text(ko_lc_t loc) {
     case KO_OK:
         return "";
     case KO_ENOMEM:
-        return "cannot be loaded whole: memory is exhausted";
+        return "cannot be loaded completely: memory is exhausted";
     default:
-        return "cannot be loaded whole: reading it failed";
+        return "cannot be loaded completely: reading it failed";
     }
 }
 
@@ -317,7 +317,7 @@ void open_locale(const data_place &place, const std::string &spec, locale_handle
     const std::vector<object_file> all = list_objects(place);
     const std::string language = language_of(spec);
     if (language.empty() || (spec.size() > 5 && spec[5] != '.' && spec[5] != '@'))
-        throw unknown_locale("\"" + spec + "\" is no locale name, which looks like de_DE.8859-1",
+        throw unknown_locale("\"" + spec + "\" is not a locale name, which looks like de_DE.8859-1",
                              language, all);
     if (spec.size() == 5 || spec[5] == '@') return open_bare(spec, language, all, handle);
     const size_t at = std::min(spec.find('@'), spec.size());

@@ -31,9 +31,9 @@ static std::string reason(int error) {
     case KO_EFORMAT:
         return "the format ends inside a directive";
     case KO_EPRECISION:
-        return "\".\" wants digits behind it";
+        return "digits must follow the \".\"";
     case KO_EILSEQ:
-        return "the value holds no character of the code set";
+        return "the value is not a character of the code set";
     default:
         return "the result is too long, or the locale is damaged (error " + std::to_string(error) +
                ")";
@@ -164,7 +164,7 @@ static void check_directives(const codec &code, const format_text &format) {
     for (const format_directive &d : format.directives) {
         const bool known = kind_of(d) != kind::none;
         if (d.modifiers.find('*') != std::string::npos)
-            fail_in_format(code, format, d.start, bad_usage, "\"*\" wants digits in its place");
+            fail_in_format(code, format, d.start, bad_usage, "digits must stand in place of \"*\"");
         if (!known)
             fail_in_format(code, format, d.start, bad_usage,
                            reason(d.conversion ? KO_EDIRECTIVE : KO_EFORMAT));

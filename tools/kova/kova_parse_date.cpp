@@ -17,7 +17,7 @@ static std::string reason(int error) {
     case KO_EPRECISION:
         return "a \".\" without digits";
     case KO_EMISMATCH:
-        return "the text is another here";
+        return "the text differs here";
     case KO_ESECRANGE:
     case KO_EMINRANGE:
     case KO_EHOURRANGE:
@@ -31,13 +31,13 @@ static std::string reason(int error) {
     case KO_EFRACTION:
         return "no fraction of a second, or one with fewer digits";
     case KO_EERA:
-        return "no era, or none that has the date";
+        return "no era, or none that contains the date";
     case KO_EMONTHNAME:
         return "no name of a month";
     case KO_EWDAY:
         return "no day of the week";
     default:
-        return "no number";
+        return "not a number";
     }
 }
 
@@ -56,7 +56,7 @@ static ko_tm_t today_of(const std::string &text) {
     const bool read = std::sscanf(text.c_str(), "%4d-%2d-%2d%n", &year, &month, &day, &end) == 3 &&
                       size_t(end) == text.size();
     if (!read || year < 1 || month < 1 || month > 12 || day < 1 || day > 31)
-        throw failure(bad_usage, "--today, " + text + ", is no date such as 2026-11-21");
+        throw failure(bad_usage, "--today, " + text + ", is not a date such as 2026-11-21");
     ko_set_current_time(__LINE__, __FILE__, day, month, year);
     tm.tm_mday = day;
     tm.tm_mon = month - 1;

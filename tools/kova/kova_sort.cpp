@@ -50,7 +50,7 @@ static uint64_t parse_size(const std::string &text) {
     const bool plain = at == text.size(), scaled = unit != units.npos && at + 1 == text.size();
     if (at == 0 || !(plain || scaled))
         throw failure(bad_usage, "--buffer-size: \"" + text +
-                                     "\" is no size; write bytes, or a number with K, M or G");
+                                     "\" is not a size; write bytes, or a number with K, M or G");
     if (scaled) value <<= 10 * (unit / 2 + 1);
     return std::max(value, uint64_t{64} << 10);
 }
@@ -86,7 +86,7 @@ static void read_options(const sort_options &options, sort_job &job) {
         const std::string text = options.separator == "\\t" ? "\t" : options.separator;
         const std::vector<ko_wchar_t> wide = decode_argument(job.code, text, "-t");
         if (wide.size() != 1)
-            throw failure(bad_usage, "-t takes one character (\\t is the tabulator)");
+            throw failure(bad_usage, "-t takes one character (\\t is the tab character)");
         job.separator = wide[0];
     } else if (!job.fields.empty()) {
         job.blank.resize(65536);
@@ -133,7 +133,8 @@ static void append_key(sort_job &job, const ko_wchar_t *wide, size_t units) {
         const size_t room = std::min<size_t>(job.key.size() - before, INT_MAX);
         const int len = ko_wcsxfrm(job.code.loc, reinterpret_cast<ko_mchar_t *>(&job.key[before]),
                                    wide, int(room));
-        if (len < 0) throw failure(bad_text, "a line is too long to be compared, or memory is out");
+        if (len < 0)
+            throw failure(bad_text, "a line is too long to compare, or memory is exhausted");
         const bool fits = size_t(len) < room;
         job.key.resize(before + size_t(len) + (fits ? 0 : 1));
         if (fits) return;
@@ -214,7 +215,7 @@ static void take_line(sort_job &job, const input &in, uint64_t number, std::stri
     if (!decode_text(job.code, text, job.options->replace, job.wide, bad, &job.replaced))
         throw failure(bad_text, place(in, number, in.offset + bad.offset) + ": " +
                                     describe(job.code, bad) + hint(job.code, bad) +
-                                    ", --replace goes on");
+                                    ", --replace continues");
     if (before == 0 && job.replaced > 0)
         job.first_replaced = place(in, number, in.offset + bad.offset);
     make_key(job);
@@ -305,7 +306,7 @@ static void open_sort_locale(const data_place &data, const std::string &name,
         open_locale(data, environment_locale(), handle);
     } catch (const failure &e) {
         throw failure(e.status, std::string("the environment's locale: ") + e.what() +
-                                    "; name another by -l");
+                                    "; name another with -l");
     }
 }
 

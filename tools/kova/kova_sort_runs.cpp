@@ -85,7 +85,7 @@ static void drop_memory(sorter &all) {
 static failure scratch_failure(int error) {
     return failure(bad_file, std::string("temporary file: ") +
                                  (error ? std::strerror(error) : "it ends too early") +
-                                 "; name a directory with room by --temporary-directory");
+                                 "; name one with more room with --temporary-directory");
 }
 
 static scratch_file new_scratch(const sorter &all) {

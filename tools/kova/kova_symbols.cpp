@@ -73,7 +73,7 @@ failure bad_bytes(const input &in, const charmap &map, uint64_t line, int error)
     const std::string_view bytes(reinterpret_cast<const char *>(&in.block[in.at]), left);
     const char *why = error == KO_EINVAL      ? "the text ends inside a character: "
                       : error == KO_ENOSYMBOL ? "a character without a name: "
-                                              : "bytes that are no character: ";
+                                              : "bytes that are not a character: ";
     return failure(bad_text, in.name + ":" + std::to_string(line) + ": byte offset " +
                                  std::to_string(in.offset) + ": " + why + hex(bytes, " ") +
                                  " (code set " + ko_cm_csname(map.cm) + ")");

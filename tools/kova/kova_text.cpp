@@ -470,7 +470,8 @@ std::string describe(const codec &code, const bad_character &bad) {
     if (bad.why == fault::cut)
         return "the text ends inside a character of " + form + " (" + hex(bytes, " ") + ")";
     return (bytes.size() == 1 ? "the byte " : "the bytes ") + hex(bytes, " ") +
-           (bytes.size() == 1 ? " begins no character of " : " are no character of ") + form;
+           (bytes.size() == 1 ? " does not begin a character of " : " are not a character of ") +
+           form;
 }
 
 std::string hint(const codec &code, const bad_character &bad) {

@@ -73,7 +73,7 @@ static void add_columns(line_widths &lines, int columns) {
 int run_width(const common_options &common, const measure_options &options) {
     locale_handle handle;
     text_job job;
-    open_job(job, common, options, handle, "gives its line no width and goes on");
+    open_job(job, common, options, handle, "gives its line no width and continues");
     output out;
     line_widths lines;
     lines.list = !options.widest;
@@ -187,7 +187,7 @@ int run_trim(const common_options &common, const measure_options &options) {
         to.pending.clear();
     }
     finish(out);
-    tell_bad(job.bad, "left as found");
+    tell_bad(job.bad, "left unchanged");
     return done;
 }
 
@@ -219,7 +219,7 @@ static void add_row(std::vector<std::vector<cell>> &rows, const text_counts &c,
 int run_count(const common_options &common, const measure_options &options) {
     locale_handle handle;
     text_job job;
-    open_job(job, common, options, handle, "counts it as a character and goes on");
+    open_job(job, common, options, handle, "counts it as a character and continues");
     std::vector<std::vector<cell>> rows = {
         {{"lines", -1, true},
          {"characters", -1, true},

@@ -26,7 +26,7 @@ enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3
 
 struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list;
-    std::string sources; // directory that is searched before others
+    std::string sources; // directory that is searched first
     bool is_default = false, prove = false, verbose = false;
 };
 
@@ -36,7 +36,7 @@ struct registry_options {
 };
 
 static constexpr const char *system_sources = "/usr/share/i18n";
-static constexpr size_t codeset_limit = 19; // bytes of the code-set line that are read back
+static constexpr size_t codeset_limit = 19; // bytes of the code-set line that the library reads
 static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
 static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
 
@@ -45,7 +45,7 @@ static int complain(int status, const std::string &text) {
     return status;
 }
 
-// Directories of I18NPATH with their sub-directory, then the system's.
+// The directories of I18NPATH with their subdirectory, then the system's.
 static std::vector<std::string> search_dirs(const char *kind) {
     std::vector<std::string> dirs;
     std::string path = getenv("I18NPATH") ? getenv("I18NPATH") : "";
@@ -76,19 +76,20 @@ static std::string base_name(const std::string &path) {
     return base;
 }
 
-// "ll_TT" or "ll_TT@mod" to its parts, lower-cased where file names are. Empty text is success.
+// Splits "ll_TT" or "ll_TT@mod" into its parts, in lower case where file names need it. Returns ""
+// or what is wrong.
 static std::string split_name(const std::string &name, std::string &dir, std::string &modifier) {
     const size_t at = std::min(name.find('@'), name.size());
     dir = name.substr(0, at);
     modifier = at < name.size() ? name.substr(at + 1) : "";
     const bool shape = dir.size() == 5 && is_letter(dir[0]) && is_letter(dir[1]) && dir[2] == '_' &&
                        is_letter(dir[3]) && is_letter(dir[4]);
-    if (!shape) return "\"" + name + "\" is not of the form ll_TT; say --name ll_TT";
+    if (!shape) return "\"" + name + "\" is not of the form ll_TT; use --name ll_TT";
     const bool plain = std::all_of(modifier.begin(), modifier.end(),
                                    [](char c) { return is_letter(c) || (c >= '0' && c <= '9'); });
     if (modifier.size() > modifier_limit || !plain || (at < name.size() && modifier.empty())) {
         return "the modifier of \"" + name +
-               "\" must be one to four letters or digits; say --name ll_TT@mod";
+               "\" must be one to four letters or digits; use --name ll_TT@mod";
     }
     std::transform(dir.begin(), dir.end(), dir.begin(),
                    [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; });
@@ -107,7 +108,7 @@ static int number_from_file(const std::string &path, const std::string &name, in
     return exit_done;
 }
 
-// Path of the object below the root.
+// Gets the path of the object below the root.
 static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
     *path = opt.root + "/kova/lc11/default.lco";
     if (opt.is_default || opt.name == "default") return exit_done;
@@ -132,7 +133,7 @@ static int object_path(const locale_options &opt, const std::string &codeset, st
 
 // ---- kovac locale ------------------------------------------------------------------------------
 
-// One hash over all inputs, in the order of their names, so that paths do not matter.
+// One hash of all inputs, in the order of their names, so that paths do not matter.
 static uint64_t hash_inputs(const source_set &set, const charmap &map) {
     std::vector<const source_file *> files;
     for (const auto &[asked, file] : set.files)
@@ -143,7 +144,7 @@ static uint64_t hash_inputs(const source_set &set, const charmap &map) {
     uint64_t hash = map.hash;
     for (size_t i = 0; i < files.size(); ++i) {
         if (i > 0 && files[i]->name == files[i - 1]->name && files[i]->text == files[i - 1]->text) {
-            continue; // one source, asked for by two names
+            continue; // the same source under another name
         }
         for (const std::string *text : {&files[i]->name, &files[i]->text}) {
             for (char c : *text)
@@ -189,7 +190,7 @@ static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
     return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
 }
 
-// 0, or the error that keeps the library from loading an object.
+// 0, or the error with which the library refuses an object.
 static int load_error(const std::string &path) {
     const size_t slash = path.rfind('/');
     ko_lc_t loc = nullptr;
@@ -200,7 +201,7 @@ static int load_error(const std::string &path) {
     return error;
 }
 
-// Writes the object; the library loads it, and with a report proves it, before it gets its name.
+// Writes the object. The library loads it, and with a report proves it, before it gets its name.
 static int write_object(const std::string &path, const locale_object &object, const charmap &map,
                         proof_report *report) {
     std::string why;
@@ -227,7 +228,7 @@ static int compile_one(const locale_options &opt) {
     set.dirs = search_dirs("locales");
     if (!opt.sources.empty()) set.dirs.insert(set.dirs.begin(), opt.sources);
     if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
-        set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // its neighbours
+        set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // the sources beside it
     }
     diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
     charmap map;
@@ -236,11 +237,11 @@ static int compile_one(const locale_options &opt) {
     const std::string &codeset = opt.codeset.empty() ? map.name : opt.codeset;
     if (codeset.size() > codeset_limit) {
         return complain(exit_usage, "code-set name \"" + codeset +
-                                        "\" has more than 19 characters; say --codeset");
+                                        "\" has more than 19 characters; use --codeset");
     }
     if (!std::all_of(codeset.begin(), codeset.end(), [](char c) { return c > ' ' && c < 0x7F; })) {
         return complain(exit_usage, "code-set name \"" + codeset +
-                                        "\" has characters that do not print; say --codeset");
+                                        "\" has characters that do not print; use --codeset");
     }
     if (int status = object_path(opt, codeset, &path)) return status;
     locale_object object;
@@ -262,7 +263,7 @@ static int compile_one(const locale_options &opt) {
     return exit_done;
 }
 
-// The words of a line that has some, and where it stands.
+// The words of a line that has any, and its place.
 struct list_line {
     std::string place;
     std::vector<std::string> words;
@@ -287,7 +288,8 @@ static bool read_list(const std::string &path, std::vector<list_line> &lines) {
     return true;
 }
 
-// A list names one object per line: SOURCE CHARMAP [NAME [CODESET]], as the options would.
+// Compiles a list, which names one object per line as the options would: SOURCE CHARMAP [NAME
+// [CODESET]].
 static int compile_list(const locale_options &opt) {
     std::vector<list_line> lines;
     if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
@@ -361,11 +363,13 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
                                     "Charmap: path or name; \"unicode\" is built in");
     auto *list = cmd->add_option("--list", opt.list,
                                  "Compile every line of a file: SOURCE CHARMAP [NAME [CODESET]]");
-    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/lc11/...")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root below which kova/lc11/... is written")
+        ->required();
     auto *name =
         cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's");
     cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's");
-    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_option("--registry", opt.registry_file,
+                    "Registry file with the number of the code set");
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
     cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
@@ -379,9 +383,10 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
 
 static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
     CLI::App *cmd = app.add_subcommand("registry", "Write or extend the code-set registry");
-    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/registry")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root below which kova/cm3/registry is written")
+        ->required();
     cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one");
-    cmd->footer("Entries that the file has already are kept.\n"
+    cmd->footer("Existing entries of the file are kept.\n"
                 "Example: kovac registry -o data --add my-set=57600");
     return cmd;
 }
@@ -390,15 +395,17 @@ static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
     CLI::App *cmd = app.add_subcommand("convert", "Compile the conversion of two code sets");
     cmd->add_option("-f,--from", opt.from, "Code set of the source")->required();
     cmd->add_option("-t,--to", opt.to, "Code set of the target")->required();
-    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cv9/...")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root below which kova/cv9/... is written")
+        ->required();
     cmd->add_flag("--both", opt.both, "Compile the other direction, too");
     cmd->add_option("--substitute", opt.substitute,
                     "Bytes, as hexadecimal digits, for what has no mapping");
     cmd->add_option("--from-name", opt.from_names, "Further name of the source in file names");
     cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names");
-    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code sets");
+    cmd->add_option("--registry", opt.registry_file,
+                    "Registry file with the numbers of the code sets");
     cmd->add_flag("--supplementary", opt.supplementary,
-                  "Between utf8 and unicode: all planes, not the first two alone");
+                  "Between utf8 and unicode: all planes, not only the first two");
     cmd->add_flag("--report", opt.report, "List the characters that do not come back");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     cmd->footer(
@@ -414,14 +421,16 @@ static CLI::App *add_charmap_command(CLI::App &app, symbols_options &opt) {
     auto *charmap =
         cmd->add_option("charmap", opt.charmap, "Charmap, or code set as convert takes it");
     auto *list = cmd->add_option("--list", opt.list, "Compile every charmap that a file names");
-    cmd->add_option("-o,--root", opt.root, "Data root that gets kova/cm3/...")->required();
+    cmd->add_option("-o,--root", opt.root, "Data root below which kova/cm3/... is written")
+        ->required();
     cmd->add_option("--names", opt.names,
                     "posix: the traditional names of the portable characters first")
         ->check(CLI::IsMember({"posix"}));
-    cmd->add_option("--registry", opt.registry_file, "Registry file that numbers the code set");
+    cmd->add_option("--registry", opt.registry_file,
+                    "Registry file with the number of the code set");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     list->excludes(charmap);
-    cmd->footer("Charmaps are searched in $I18NPATH, then in /usr/share/i18n.\n"
+    cmd->footer("Charmaps are looked for in $I18NPATH, then in /usr/share/i18n.\n"
                 "Example: kovac charmap EUC-JP --names posix -o data");
     return cmd;
 }
@@ -441,7 +450,8 @@ static int compile_charmaps(const symbols_options &opt) {
     int worst = exit_done;
     for (const list_line &line : lines) {
         symbols_options one = opt;
-        if (line.words.size() != 1) return complain(exit_source, line.place + ": one name a line");
+        if (line.words.size() != 1)
+            return complain(exit_source, line.place + ": one name per line");
         one.charmap = line.words[0];
         worst = std::max(worst, compile_charmap(one));
     }

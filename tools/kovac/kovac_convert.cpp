@@ -23,7 +23,8 @@ static convert_status load_registry(const std::string &path, diagnostics &diag, 
     return wrong(diag, convert_status::source, path + ":" + std::to_string(line) + ": " + why);
 }
 
-// Bytes as hexadecimal digits; in a stateful code set two bytes are a character between shifts.
+// Reads bytes as hexadecimal digits; in a stateful code set two bytes are a character between
+// shifts.
 static bool parse_substitute(const std::string &text, const conv_set &to, char_bytes *bytes) {
     if (text.empty()) return true;
     if (text.size() % 2 || text.size() > 2 * max_char_bytes) return false;
@@ -115,7 +116,7 @@ convert_status run_convert(const convert_options &opt, const std::vector<std::st
     }
     direction there{&forth, {}}, home{&back, {}};
     if (!prove_round_trips(forth, back, diag, &there.substituted)) return convert_status::source;
-    // What a substitute adds to the way there has no counterpart on the way back.
+    // What a substitute adds to the first direction has no counterpart in the other.
     if (opt.both && !prove_round_trips(back, forth, diag, &home.substituted)) {
         return convert_status::source;
     }

@@ -21,7 +21,7 @@ namespace kovac {
 
 // The bytes of one character; ordered as the tables list them.
 struct char_bytes {
-    bool shifted = false; // it stands between the shift codes of a stateful code set
+    bool shifted = false; // it is between the shift codes of a stateful code set
     uint8_t len = 0;      // 1 to 4
     uint32_t value = 0;   // big-endian
     auto operator<=>(const char_bytes &) const = default;
@@ -33,22 +33,22 @@ enum class set_form : uint8_t { listed, unicode, utf8 };
 struct conv_set {
     std::vector<std::string> names; // of files, the established one first
     int number = no_number;
-    std::string origin; // where the characters come from, for the object's header
+    std::string origin; // the source of the characters, for the object's header
     set_form form = set_form::listed;
     bool stateful = false;
     unsigned char shift_out = 0x0E; // enters the shifted state
     unsigned char shift_in = 0x0F;  // ends it
     int sequences = 0;              // characters of several code points, left out
-    // The two directions; what only one of them has converts one way.
+    // The two directions; what only one of them has converts in that direction only.
     std::map<char_bytes, uint32_t> codes;
     std::unordered_map<uint32_t, char_bytes> bytes;
 };
 
-// How a source ties bytes and a code point; the values are those of mapping files.
+// How a source relates bytes and a code point; the values are those of mapping files.
 enum class tie : uint8_t { both = 0, to_bytes = 1, substitute = 2, to_code = 3, either = 4 };
 
-// Collects a listed code set. A tie that holds both ways wins over one-way ties; among
-// equals the first.
+// Collects a listed code set. A tie that holds both ways takes precedence over one-way ties; among
+// equals, the first does.
 struct set_builder {
     conv_set *set;
     std::map<char_bytes, int> code_ranks;
@@ -56,10 +56,10 @@ struct set_builder {
     void add(char_bytes bytes, uint32_t code, tie kind);
 };
 
-// Adds a name for file names. False when it cannot stand in one.
+// Adds a name for file names. False if it cannot be part of one.
 bool add_name(conv_set &set, const std::string &name);
 
-// Strings end with the null character: it is added where a source lacks it.
+// Adds the null character, with which strings end, if the source lacks it.
 void complete_set(conv_set &set);
 
 constexpr uint32_t last_code = 0x10FFFF;
@@ -85,12 +85,13 @@ bool is_ucm(std::string_view text);
 bool read_mapping(const source_file &file, diagnostics &diag, conv_set &set);
 bool read_ucm(const source_file &file, diagnostics &diag, conv_set &set);
 
-// Asks the converter of the running C library for every character. False when it has none of that
+// Asks the converter of the running C library for every character. False if it has none of that
 // name. part: all characters, or only the single or double bytes of a set with shift codes.
 enum class set_part : uint8_t { whole, single, pairs };
 bool read_libc_set(const std::string &name, set_part part, conv_set &set);
 
-// The built-in forms hold what their peer has, and the whole basic plane where everything counts.
+// Fills a built-in form with the characters of its peer; with everything, also with the whole basic
+// plane.
 void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool everything);
 
 // ---- conversion objects ------------------------------------------------------------------------
@@ -108,7 +109,7 @@ struct conv_entry {
     char_bytes source;
     char_bytes target; // len 0: none
     uint8_t flags;
-    uint32_t code; // no_code for a shift code and an undefined byte
+    uint32_t code; // no_code for a shift code or an undefined byte
 };
 
 using conv_table = std::unique_ptr<void, void (*)(void *)>;
@@ -124,16 +125,16 @@ struct conv_object {
     conv_table noshift{nullptr, nullptr}, shift{nullptr, nullptr};
 };
 
-// Makes the object of a pair. substitute (len 0: none) is the target of what has no mapping.
-// False after an error.
+// Makes the object of a pair. substitute (len 0: none) is the target of characters without a
+// mapping. False after an error.
 bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute, diagnostics &diag,
                  conv_object &object);
 
-// The bytes that an object's tables give for a character; len 0 when it is unmapped.
+// The bytes that an object's tables give for a character; len 0 if it is unmapped.
 char_bytes convert_char(const conv_object &object, char_bytes source);
 
 // Proves with the tables of both directions that every character without the substitution flag
-// comes back. Appends those with the flag to lines as text, when it is given. False when one that
+// comes back. Appends those with the flag to lines as text, unless it is null. False if one that
 // should come back does not.
 bool prove_round_trips(const conv_object &forth, const conv_object &back, diagnostics &diag,
                        std::vector<std::string> *lines);

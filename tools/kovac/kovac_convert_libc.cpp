@@ -30,10 +30,10 @@ enum class answer { character, nothing, several, incomplete, invalid };
 
 constexpr const char *code_form = "UTF-32BE";
 
-// Converts from the initial state and back into it. Only exact conversions count.
+// Converts from the initial state and back to it. Only exact conversions count.
 answer ask(const converter &cv, const std::string &in, std::string &out) {
     char buffer[64];
-    char *from = const_cast<char *>(in.data()); // iconv takes it so, and only reads
+    char *from = const_cast<char *>(in.data()); // iconv takes it like this, but only reads
     char *to = buffer;
     size_t left = in.size(), room = sizeof buffer;
     iconv(cv.cd, nullptr, nullptr, nullptr, nullptr);
@@ -81,7 +81,7 @@ void add_code(const reader &rd, char_bytes bytes, const std::string &text) {
     if (a == answer::character && is_scalar(code)) rd.set->codes.emplace(bytes, code);
 }
 
-// Every character that begins with the prefix.
+// Reads every character that begins with the prefix.
 void read_codes(const reader &rd, char_bytes prefix) {
     for (uint32_t b = 0; b < 256; ++b) {
         const char_bytes one{false, uint8_t(prefix.len + 1), prefix.value << 8 | b};
@@ -125,7 +125,7 @@ void read_bytes(const reader &rd) {
     }
 }
 
-// A part stands alone: no shift codes, no shifted state.
+// Makes a part independent: without shift codes and shifted state.
 void take_part(conv_set &set, set_part part) {
     const bool pairs = part == set_part::pairs;
     std::map<char_bytes, uint32_t> codes;

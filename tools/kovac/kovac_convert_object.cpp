@@ -23,7 +23,8 @@ static char_bytes bytes_of(const conv_set &set, uint32_t code) {
     return found == set.bytes.end() ? char_bytes{} : found->second;
 }
 
-// Both bytes stand for the code point and the code point for them, nothing is a fallback.
+// Do both byte sequences stand for the code point, and the code point for them, without any
+// fallback?
 static bool is_exact(const conv_set &from, const conv_set &to, const conv_entry &e) {
     const auto code = to.codes.find(e.target);
     return code != to.codes.end() && code->second == e.code && bytes_of(from, e.code) == e.source;
@@ -46,7 +47,8 @@ static void add_entry(conv_object &object, char_bytes source, uint32_t code,
     object.entries.push_back(entry);
 }
 
-// The shift codes convert to nothing. A shift-in byte without a shift before it is passed over.
+// Adds the shift codes, which convert to nothing. A shift-in byte in the unshifted state is
+// skipped.
 static void add_shift_codes(conv_object &object) {
     const conv_set &from = *object.from;
     object.entries.push_back({
@@ -66,7 +68,7 @@ static void add_shift_codes(conv_object &object) {
     });
 }
 
-// Where all characters are bytes, a byte without a character gets the substitute, too.
+// If all characters are single bytes, a byte without a character gets the substitute, too.
 static void add_undefined_bytes(conv_object &object, char_bytes substitute) {
     const conv_set &from = *object.from;
     const bool bytes_only =
@@ -88,7 +90,7 @@ static void widen(int &min, int &max, int len) {
 }
 
 // The most bytes that an entry writes in one call: a character of the shifted state may enter and
-// leave it, another one and a shift code of the source may leave it.
+// leave that state; any other, and a shift code of the source, may leave it.
 static int most_written(const conv_set &to, const conv_entry &e) {
     const int codes = !to.stateful ? 0 : e.target.shifted ? 2 : 1;
     return e.target.len + codes;
@@ -105,7 +107,7 @@ static void count_figures(conv_object &object) {
     for (const conv_entry &e : object.entries) {
         ratio = std::max(ratio, double(most_written(*object.to, e)) / e.source.len);
         if (!(e.flags & entry_substitute) && e.source.len == 1 && e.target.len == 1) ++plain_bytes;
-        if (e.code == no_code && !e.target.len) continue; // a shift code is no character
+        if (e.code == no_code && !e.target.len) continue; // a shift code is not a character
         widen(e.source.shifted ? object.shift_min : object.noshift_min,
               e.source.shifted ? object.shift_max : object.noshift_max, e.source.len);
         widen(object.target_min, object.target_max, e.target.len);
@@ -160,7 +162,7 @@ bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute
     object.to = &to;
     if (substitute.len && !to.codes.count(substitute)) {
         error(diag, {},
-              format("the substitute %s is no character of %s", hex(substitute).c_str(),
+              format("the substitute %s is not a character of %s", hex(substitute).c_str(),
                      to.origin.c_str()));
         return false;
     }
@@ -203,7 +205,7 @@ bool prove_round_trips(const conv_object &forth, const conv_object &back, diagno
         const bool flagged = item && (item[0] & entry_substitute) != 0;
         if (target != e.target || (!flagged && returned != e.source)) {
             error(diag, {},
-                  format("%s to %s: %s gives %s and that gives %s, against its flags %02x",
+                  format("%s to %s: %s gives %s and that gives %s, contrary to its flags %02x",
                          forth.from->origin.c_str(), forth.to->origin.c_str(),
                          hex(e.source).c_str(), hex(target).c_str(), hex(returned).c_str(),
                          unsigned(e.flags)));

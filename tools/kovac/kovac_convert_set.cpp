@@ -12,7 +12,7 @@ namespace kovac {
 
 // ---- both directions ---------------------------------------------------------------------------
 
-// A tie both ways ranks before one way, and that before a line that fills what nothing else does.
+// A tie both ways ranks above a one-way tie, and that above a line that only fills gaps.
 static int rank_of(tie kind) { return kind == tie::both ? 3 : kind == tie::either ? 1 : 2; }
 
 template <class Map, class Ranks, class Key, class Value>
@@ -77,7 +77,7 @@ void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool every
 
 static constexpr uint16_t number_of_unicode = 57349;
 static constexpr uint16_t number_of_utf8 = 57372;
-static constexpr int first_private_number = 0xE000; // below stand established numbers
+static constexpr int first_private_number = 0xE000; // below are established numbers
 
 // Code sets that are the single or the double bytes of one with shift codes.
 static constexpr struct {
@@ -114,7 +114,7 @@ bool add_name(conv_set &set, const std::string &name) {
     return true;
 }
 
-// The established name, the charmap's, and the one that was asked for.
+// Adds the established name, the charmap's, and the one that was asked for.
 static void name_set(conv_set &set, const std::string &asked) {
     if (const code_set *known = registered(set.number)) {
         const std::string_view names = known->names;
@@ -180,7 +180,7 @@ static convert_status load_from_file(const std::string &path, diagnostics &diag,
     return read ? convert_status::done : convert_status::source;
 }
 
-// From the C library's converter, by part, established number or the name itself.
+// Loads a set from the C library's converter, by part, established number or the name itself.
 static bool load_from_libc(const std::string &name, int number, conv_set &set) {
     for (const auto &part : parts) {
         if (part.number != number || !read_libc_set(part.whole, part.part, set)) continue;

@@ -1,4 +1,5 @@
-// Mapping files, a character a line, and mapping tables in UCM form with their state tables.
+// Mapping files, with one character per line, and mapping tables in UCM form with their state
+// tables.
 #include "kovac/kovac_convert.h"
 
 #include <algorithm>
@@ -7,11 +8,11 @@
 namespace kovac {
 namespace {
 
-// A line of a file with a place to report at.
+// A line of a file, with its place for reports.
 struct line_reader {
     const source_file *file;
     diagnostics *diag;
-    size_t next = 0;       // of the line behind this one
+    size_t next = 0;       // of the line after this one
     std::string_view rest; // of this line
     bool fail(std::string_view at, const std::string &why) const {
         error(*diag, {file, uint32_t(at.data() - file->text.data())}, why);
@@ -25,7 +26,7 @@ std::string_view trimmed(std::string_view s) {
     return s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
 }
 
-// The next line without its comment and outer blanks; empty ones are passed over.
+// Reads the next line that is not empty, without its comment and outer blanks.
 bool next_text(line_reader &in) {
     const std::string_view text = in.file->text;
     while (in.next < text.size()) {
@@ -55,7 +56,7 @@ bool parse_hex(std::string_view digits, uint32_t *value) {
     return true;
 }
 
-// Hexadecimal digits, two a byte.
+// Reads hexadecimal digits, two per byte.
 bool parse_bytes(std::string_view digits, char_bytes *bytes) {
     if (digits.size() % 2 || digits.size() > 2 * max_char_bytes) return false;
     bytes->len = uint8_t(digits.size() / 2);
@@ -66,7 +67,7 @@ bool parse_code(std::string_view text, uint32_t *code) {
     return text.size() >= 4 && parse_hex(text, code) && is_scalar(*code);
 }
 
-// A stateful set has its single bytes unshifted and its pairs shifted.
+// Marks pairs as shifted in a stateful set; its single bytes are unshifted.
 bool place_shift(const conv_set &set, char_bytes *bytes) {
     bytes->shifted = set.stateful && bytes->len == 2;
     return !set.stateful || bytes->len <= 2;
@@ -82,7 +83,8 @@ bool read_shift_line(line_reader &in, conv_set &set) {
         return in.fail(line, "two bytes are expected: the one that enters the shifted state and "
                              "the one that ends it");
     }
-    if (!set.codes.empty()) return in.fail(line, "shift codes stand before the first character");
+    if (!set.codes.empty())
+        return in.fail(line, "shift codes must come before the first character");
     if (out.value == back.value) return in.fail(line, "the two shift codes must differ");
     set.stateful = true;
     set.shift_out = static_cast<unsigned char>(out.value);
@@ -98,7 +100,7 @@ bool read_mapping_line(line_reader &in, set_builder &builder) {
         return in.fail(field, "the bytes of a character are expected, two digits each, as in 81fe");
     }
     if (!place_shift(*builder.set, &bytes)) {
-        return in.fail(field, "beside shift codes a character has one or two bytes");
+        return in.fail(field, "with shift codes a character has one or two bytes");
     }
     const std::string_view name = take_field(in);
     uint32_t code = 0;
@@ -119,7 +121,7 @@ bool read_mapping_line(line_reader &in, set_builder &builder) {
 struct state_step {
     uint8_t next = 0;
     bool is_final = true;
-    char action = 'i'; // of a final step: '.' character, 'u' unassigned, 'i' illegal, 's' shift,
+    char action = 'i'; // final steps: '.' character, 'u' unassigned, 'i' illegal, 's' shift,
                        // 'p' of code points beyond the basic plane
 };
 using state_row = std::array<state_step, 256>;
@@ -131,7 +133,7 @@ struct ucm_reader {
     std::vector<state_row> states;
 };
 
-// One item of a state's line: FIRST[-LAST][:NEXT][.[ACTION]].
+// Reads one item of a state's line: FIRST[-LAST][:NEXT][.[ACTION]].
 bool read_state_item(const line_reader &in, std::string_view item, state_row &row) {
     const std::string_view whole = item;
     const size_t range_end = std::min(item.find_first_of(":."), item.size());
@@ -141,13 +143,13 @@ bool read_state_item(const line_reader &in, std::string_view item, state_row &ro
     if (!parse_hex(range.substr(0, dash), &first)) return in.fail(whole, "a byte is expected");
     last = first;
     if (dash < range.size() && !parse_hex(range.substr(dash + 1), &last)) {
-        return in.fail(whole, "the end of the range is no byte");
+        return in.fail(whole, "the end of the range is not a byte");
     }
     item.remove_prefix(range_end);
     const bool has_next = !item.empty() && item[0] == ':';
     const size_t dot = std::min(item.find('.'), item.size());
     if (has_next && !parse_hex(item.substr(1, dot - 1), &next)) {
-        return in.fail(whole, "the number of the next state is expected behind \":\"");
+        return in.fail(whole, "the number of the next state is expected after \":\"");
     }
     const bool is_final = !has_next || dot < item.size();
     const char action = dot + 1 < item.size() ? item[dot + 1] : '.';
@@ -177,7 +179,7 @@ bool read_state(ucm_reader &rd) {
     return true;
 }
 
-// The shift codes are the bytes of the first state with the action "s": into another state, and
+// Finds the shift codes: the bytes of the first state with the action "s", into another state and
 // back.
 void find_shifts(ucm_reader &rd) {
     if (rd.states.empty()) return;
@@ -190,7 +192,7 @@ void find_shifts(ucm_reader &rd) {
     }
 }
 
-// A byte sequence must be one that the states lead through.
+// Do the states accept a byte sequence?
 bool states_allow(const ucm_reader &rd, char_bytes bytes) {
     if (rd.states.empty()) return true;
     size_t state = 0;
@@ -244,14 +246,14 @@ bool read_ucm_line(ucm_reader &rd) {
     uint32_t code = 0;
     char_bytes bytes;
     if (!parse_code(name.substr(2, name.size() - 3), &code)) {
-        return in.fail(name, "this is no code point");
+        return in.fail(name, "this is not a code point");
     }
     if (!parse_bytes(digits, &bytes) || !place_shift(*rd.builder.set, &bytes)) {
-        return in.fail(name, "these bytes are no character of the code set");
+        return in.fail(name, "these bytes are not a character of the code set");
     }
     const tie kind = flag[1] == '4' ? tie::to_bytes : tie(flag[1] - '0');
     if (kind != tie::substitute && !states_allow(rd, bytes)) {
-        return in.fail(name, "the state table does not lead through these bytes");
+        return in.fail(name, "the state table does not accept these bytes");
     }
     rd.builder.add(bytes, code, kind);
     return true;
@@ -270,7 +272,7 @@ bool read_mapping(const source_file &file, diagnostics &diag, conv_set &set) {
     return false;
 }
 
-// Flags behind the bytes, or a key that charmaps do not have.
+// Recognised by flags after the bytes, or by a key that charmaps do not have.
 bool is_ucm(std::string_view text) {
     return text.find("<uconv_class>") != text.npos || text.find("<icu:state>") != text.npos ||
            (text.find("\nCHARMAP") != text.npos && text.find(" |0") != text.npos);

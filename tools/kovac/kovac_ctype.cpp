@@ -23,7 +23,7 @@ enum : uint16_t {
 struct standard_class {
     const char *name;
     uint16_t bit;
-    const char *fallback; // members when the source leaves the class out
+    const char *fallback; // members if the source leaves the class out
 };
 
 constexpr const char *capitals = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
@@ -42,8 +42,8 @@ constexpr standard_class standard_classes[] = {
     {"blank",  blank_bit,  " \t"                   },
 };
 
-constexpr int user_bits = 5;           // bits of a 16-bit mask behind the standard classes
-constexpr size_t most_own_names = 256; // classes and maps that a source may declare
+constexpr int user_bits = 5;           // bits of a 16-bit mask after the standard classes
+constexpr size_t most_own_names = 256; // of classes or maps that a source may declare
 constexpr size_t most_range_work = size_t{1} << 28;
 
 struct source_class {
@@ -53,7 +53,7 @@ struct source_class {
     bool any = false;
 };
 
-// How one code point range is walked.
+// A range of code points and its step.
 struct code_range {
     uint32_t first, last, step;
 };
@@ -64,14 +64,14 @@ struct ctype_reader {
     ctype_section *out;
     std::vector<std::pair<uint32_t, uint32_t>> by_code; // code and index of a character, sorted
     std::vector<source_class> classes;
-    std::vector<std::string> maps;      // names that charconv declared
+    std::vector<std::string> maps;      // names declared by charconv
     std::vector<uint16_t> upper, lower; // partner of each character, 0 none
-    size_t range_work = 0;              // characters that ranges led through
-    uint16_t given = 0;                 // classes that the source has
+    size_t range_work = 0;              // characters visited by ranges
+    uint16_t given = 0;                 // classes present in the source
     bool upper_given = false, lower_given = false;
 };
 
-// Where the members of a list go: a standard class when bit is set, else one of the source's own.
+// Where the members of a list go: a standard class if bit is set, else one of the source's own.
 struct member_sink {
     uint16_t bit;
     source_class *own;
@@ -88,8 +88,8 @@ static void add_index(ctype_reader &rd, const member_sink &sink, uint32_t index)
     }
 }
 
-// Index of the character whose bytes convert to this code; a code that merely converts to the
-// bytes of another has no class of its own.
+// Finds the character whose bytes convert to this code. A code that only converts to the bytes of
+// another has no class of its own.
 static bool own_index(const charmap &map, uint32_t code, uint32_t &index) {
     const charmap_char *c = find_code(map, code);
     if (!c || c->code != code) return false;
@@ -97,7 +97,7 @@ static bool own_index(const charmap &map, uint32_t code, uint32_t &index) {
     return true;
 }
 
-// Ranges that overlap a million times over end here, not in the next year.
+// Limits the work on ranges, so that millions of overlapping ones end soon.
 static bool spend(ctype_reader &rd, const token &ellipsis, size_t characters) {
     rd.range_work += characters;
     if (rd.range_work <= most_range_work) return true;
@@ -120,7 +120,7 @@ static void add_codes(ctype_reader &rd, const member_sink &sink, const token &el
     }
 }
 
-// "..." runs in the order of the charmap's bytes.
+// Adds a range of "...", which runs in the order of the charmap's bytes.
 static void add_byte_range(ctype_reader &rd, const member_sink &sink, const token &ellipsis,
                            uint32_t first, uint32_t last) {
     const charmap_char *from = find_code(*rd.map, first), *to = find_code(*rd.map, last);
@@ -155,7 +155,7 @@ static bool is_char_token(const token &t) {
            t.kind == tok::number;
 }
 
-// Members of a class: characters and ranges, written <a>..<z> or <a>;...;<z>.
+// Reads the members of a class: characters and ranges, written <a>..<z> or <a>;...;<z>.
 static void read_members(ctype_reader &rd, const std::vector<token> &line, size_t at,
                          const member_sink &sink) {
     const token *ellipsis = nullptr;
@@ -185,7 +185,7 @@ static void read_members(ctype_reader &rd, const std::vector<token> &line, size_
         }
         last_code = code;
     }
-    if (ellipsis) error(*rd.diag, ellipsis->pos, "a range needs a character behind its ellipsis");
+    if (ellipsis) error(*rd.diag, ellipsis->pos, "a range needs a character after its ellipsis");
 }
 
 static source_class &own_class(ctype_reader &rd, std::string_view name, position pos) {
@@ -200,7 +200,7 @@ static source_class &own_class(ctype_reader &rd, std::string_view name, position
     return rd.classes.back();
 }
 
-// One (a,b) of a map at place at, which moves behind it. False after an error.
+// Reads one (a,b) of a map at place at, which moves past it. False after an error.
 static bool read_pair(ctype_reader &rd, const std::vector<token> &line, size_t &at,
                       std::pair<uint32_t, uint32_t> &codes) {
     static constexpr tok shape[] = {tok::open, tok::symbol, tok::comma, tok::symbol, tok::close};
@@ -219,7 +219,7 @@ static bool read_pair(ctype_reader &rd, const std::vector<token> &line, size_t &
     return true;
 }
 
-// Pairs of a case map. A pair of which the code set lacks one side is left out.
+// Reads the pairs of a case map. A pair of which the code set lacks one side is left out.
 static void read_case_map(ctype_reader &rd, const std::vector<token> &line, size_t at,
                           std::vector<uint16_t> &partner) {
     while (at < line.size()) {
@@ -237,7 +237,7 @@ static void read_case_map(ctype_reader &rd, const std::vector<token> &line, size
 
 // ---- keywords ----------------------------------------------------------------------------------
 
-// The name behind "class" or "map", quoted or not; at moves behind it and its semicolon.
+// The name after "class" or "map", quoted or not; at moves past it and its semicolon.
 static std::string_view take_name(ctype_reader &rd, const std::vector<token> &line, size_t &at) {
     if (at >= line.size() || (line[at].kind != tok::string && line[at].kind != tok::word)) {
         error(*rd.diag, line[std::min(at, line.size() - 1)].pos, "a name is expected here");

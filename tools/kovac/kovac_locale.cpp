@@ -28,7 +28,7 @@ struct keyword {
         target;
 };
 
-// Keywords that an object has no place for.
+// Keywords for which an object has no place.
 using ignored = std::vector<std::string_view>;
 
 } // namespace
@@ -40,7 +40,7 @@ static bool read_lines(line_reader &rd, lexer lex, int depth) {
     std::vector<token> line;
     bool ended = false, in_translit = false;
     while (next_line(lex, category, line, &ended)) {
-        rd.tokens += line.size() + 2; // a line costs its bookkeeping, too
+        rd.tokens += line.size() + 2; // 2: the bookkeeping of a line
         if (rd.tokens > most_tokens) {
             error(diag, line[0].pos,
                   format("%s with all that it copies is too long; it has more than %zu words",
@@ -106,8 +106,8 @@ static std::vector<uint32_t> source_codes(const text_job &job, const token &t,
     return format;
 }
 
-// A string's bytes in the code set. A character that the code set lacks is spelled as the source's
-// transliteration says; without one it is dropped with a warning.
+// A string's bytes in the code set. A character that the code set lacks is replaced by the source's
+// transliteration; without one it is dropped with a warning.
 static std::string string_bytes(const text_job &job, const token &t) {
     std::string bytes;
     std::vector<std::string> unknown;
@@ -116,7 +116,7 @@ static std::string string_bytes(const text_job &job, const token &t) {
         const std::vector<uint32_t> *spelled = spell(job.fallback, job.map, code);
         if (!spelled) {
             warning(job.diag, t.pos,
-                    format("code set %s lacks <U%04X>, and nothing spells it: dropped",
+                    format("code set %s lacks <U%04X>, and there is no spelling for it: dropped",
                            job.map.name.c_str(), unsigned(code)));
             continue;
         }
@@ -155,7 +155,7 @@ static void read_value(const text_job &job, const std::vector<token> &line,
         if (want_string) out.push_back(string_bytes(job, line[i]));
         want_string = !want_string;
     }
-    if (out.empty()) misplaced(job, line[0], "a string behind this keyword");
+    if (out.empty()) misplaced(job, line[0], "a string after this keyword");
 }
 
 static void read_value(const text_job &job, const std::vector<token> &line, int &out) {
@@ -169,7 +169,8 @@ static void read_value(const text_job &job, const std::vector<token> &line, int 
     out = value == -1 ? absent_number : value;
 }
 
-// Group sizes; -1 stays as the end of grouping, and a first size of 0 or -1 means none at all.
+// Reads group sizes. -1 remains as the end of grouping, and a first size of 0 or -1 means no
+// grouping.
 static void read_value(const text_job &job, const std::vector<token> &line, std::vector<int> &out) {
     constexpr size_t most = 15;
     out.clear();
@@ -189,7 +190,7 @@ static void read_value(const text_job &job, const std::vector<token> &line, std:
     if (!out.empty() && out[0] <= 0) out.clear();
 }
 
-// A line that is understood where the whole category is known.
+// Keeps a line that can be interpreted only once the whole category is known.
 static void read_value(const text_job &, const std::vector<token> &line, std::vector<token> &out) {
     out = line;
 }
@@ -261,7 +262,7 @@ bool compile_monetary(const text_job &job, monetary_section &out) {
         {"p_sign_posn",       n + 6               },
         {"n_sign_posn",       n + 7               },
     };
-    // An object has one set of positions; those of the international form have no place.
+    // An object has one set of positions and no place for those of the international form.
     const ignored others = {
         "int_p_cs_precedes",   "int_p_sep_by_space",  "int_n_cs_precedes",
         "int_n_sep_by_space",  "int_p_sign_posn",     "int_n_sign_posn",
@@ -270,12 +271,13 @@ bool compile_monetary(const text_job &job, monetary_section &out) {
     return read_category(job, "LC_MONETARY", keywords, others);
 }
 
-// The lines of LC_TIME that are understood when the whole category is known.
+// The lines of LC_TIME that can be interpreted only once the whole category is known.
 struct time_lines {
     std::vector<token> calendar, week, first_weekday;
 };
 
-// Day names begin with the day of the source's "week" date; objects begin with Sunday.
+// Finds the first of the day names, which is the day of the source's "week" date; objects begin
+// with Sunday.
 static int first_day(const text_job &job, const std::vector<token> &week) {
     if (week.size() < 4 || week[3].kind != tok::number || week[3].value == 19971130) return 0;
     if (week[3].value == 19971201) return 1;
@@ -283,7 +285,7 @@ static int first_day(const text_job &job, const std::vector<token> &week) {
     return 0;
 }
 
-// Counted from 1, the first day of the names.
+// The first weekday, which the source counts from 1, the first of its day names.
 static int first_weekday(const text_job &job, const std::vector<token> &line, int first_name) {
     if (line.size() < 2) return first_name;
     const token &t = line[1];
@@ -315,7 +317,7 @@ static bool check_count(const text_job &job, const char *keyword, size_t count, 
 }
 
 static bool check_counts(const text_job &job, const time_section &out) {
-    // A leap year of the Hebrew calendar has the first and the second Adar of names 13 and 14.
+    // Names 13 and 14 are the first and the second Adar in leap years of the Hebrew calendar.
     const size_t months = out.calendar == "hebrew" ? months_max : months_min;
     return check_count(job, "abday", out.abday.size(), 7, 7) &&
            check_count(job, "day", out.day.size(), 7, 7) &&
@@ -349,7 +351,7 @@ bool compile_time(const text_job &any, time_section &out) {
         {"week",          &lines.week         },
         {"first_weekday", &lines.first_weekday},
     };
-    // An object has one form of the month names and no calendar layout.
+    // An object has one form of month names and no layout of calendars.
     const ignored others = {"alt_mon",       "ab_alt_mon", "date_fmt", "first_workday",
                             "cal_direction", "era_year",   "timezone"};
     if (!read_category(job, "LC_TIME", keywords, others)) return false;

@@ -15,7 +15,7 @@
 
 namespace kovac {
 
-// A class of the locale's own; bit counts from the first bit behind the standard classes.
+// A class of the locale's own; bit counts from the first bit after the standard classes.
 struct user_class {
     int bit;
     std::string name;
@@ -24,9 +24,9 @@ struct user_class {
 struct ctype_section {
     std::vector<uint16_t> masks;                         // per character of the charmap
     std::vector<user_class> classes;                     // at most 5
-    std::vector<uint16_t> case_index;                    // per character; 0 no partner
+    std::vector<uint16_t> case_index;                    // per character; 0: no partner
     std::vector<std::pair<uint16_t, uint16_t>> pairs{1}; // upper, lower; entry 0 is unused
-    double case_ratio = 1.0; // largest growth in bytes of a string under case mapping
+    double case_ratio = 1.0; // the most that case mapping lengthens a string, in bytes
 };
 
 constexpr int absent_number = 0x7FFFFFFF; // a monetary number that the source leaves open
@@ -77,17 +77,16 @@ struct locale_object {
     messages_section messages;
 };
 
-// What the categories of strings and numbers are compiled from.
+// The input of the categories that consist of strings and numbers.
 struct text_job {
     source_set &set;
     const charmap &map;
     diagnostics &diag;
     translit &fallback;
-    bool formats = false; // a "%" of a string begins a directive of a time
+    bool formats = false; // a "%" in a string begins a time directive
 };
 
-// Compiles one category of set.main; copies are followed. Errors go to diag; false when there was
-// one.
+// Compile one category of set.main, including copies. Errors go to diag; false if there were any.
 bool compile_ctype(source_set &set, const charmap &map, diagnostics &diag, ctype_section &out);
 bool compile_numeric(const text_job &job, numeric_section &out);
 bool compile_monetary(const text_job &job, monetary_section &out);
@@ -98,8 +97,8 @@ bool compile_messages(const text_job &job, messages_section &out);
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
                     proof_report *report);
 
-// A category's logical lines, those of copied sources included, in the order they take effect.
-// Lines between translit_start and translit_end are left out. False after an error.
+// Gets a category's logical lines, including those of copied sources, in the order in which they
+// take effect. Leaves out lines between translit_start and translit_end. False after an error.
 bool category_lines(source_set &set, diagnostics &diag, std::string_view category,
                     std::vector<std::vector<token>> &lines);
 

@@ -31,7 +31,7 @@ template <class Use> static void each_name(const code_set &set, Use use) {
     }
 }
 
-// A name of digits stands for its number.
+// The number of a name that consists of digits, else no_number.
 static int digits_value(std::string_view name) {
     int value = 0;
     for (char c : name) {

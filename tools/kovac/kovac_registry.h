@@ -12,7 +12,7 @@ namespace kovac {
 
 struct code_set {
     uint16_t number;
-    const char *charmap; // name of its charmap, "-" when it has none
+    const char *charmap; // name of its charmap, "-" if it has none
     const char *names;   // names and aliases in lower case, separated by blanks
 };
 
@@ -25,7 +25,7 @@ constexpr size_t name_limit = 21; // bytes of a code-set name in a registry
 struct registry_line {
     std::string name; // lower case
     unsigned number;
-    std::string text; // comment or what follows the number, as it stands
+    std::string text; // comment, or the rest of the line after the number, unchanged
 };
 
 struct registry {
@@ -36,11 +36,11 @@ struct registry {
 bool parse_registry(const std::string &text, registry &reg, int *bad_line, std::string *why);
 std::string registry_text(const registry &reg);
 
-// The number of a name, without regard to case; no_number when there is none.
+// The number of a name in either case; no_number if there is none.
 int find_name(const registry &reg, std::string_view name);
 int find_code_set(std::string_view name); // by charmap name, other names, digits
 
-// Sets a name to a number, adding it when it is new.
+// Sets the number of a name, adding it if it is new.
 void set_name(registry &reg, std::string_view name, unsigned number);
 // Adds every known name that the registry lacks.
 void add_code_sets(registry &reg);

@@ -11,7 +11,7 @@
 
 namespace kovac {
 
-static constexpr size_t symbol_name_limit = 70; // bytes of a name that a charmap object holds
+static constexpr size_t symbol_name_limit = 70; // bytes of a name in a charmap object
 static constexpr size_t codeset_name_limit = 21;
 static constexpr uint32_t last_name_code = 0x1FFFF;
 
@@ -25,11 +25,11 @@ static constexpr portable_name portable_names[] = {
 
 namespace {
 
-// A name of a character; the first one of a character is the one that text is written with.
+// A name of a character; text is written with the first name of each character.
 struct symbol_line {
     char_bytes bytes;
     std::string name;
-    bool preferred; // the name stands for these bytes alone, both ways
+    bool preferred; // the name stands only for these bytes, in both directions
 };
 
 struct symbol_set {
@@ -92,7 +92,7 @@ static convert_status from_set(const std::vector<std::string> &dirs, const std::
     return convert_status::done;
 }
 
-// The traditional name goes in front of the others.
+// Adds the traditional name of each portable character before its others.
 static void add_portable_names(symbol_set &set) {
     std::vector<symbol_line> added;
     for (const symbol_line &line : set.lines) {
@@ -117,15 +117,16 @@ static bool usable_name(const std::string &name) {
            });
 }
 
-// Text that is written with a character's first name must come back as that character: names that
-// stand for other bytes, too, come last, and a character with no other name gets one of its bytes.
+// Orders the names so that text written with a character's first name comes back as that character:
+// names that also stand for other bytes come last, and a character that has no other name gets one
+// made of its bytes.
 static void order_names(symbol_set &set, diagnostics &diag) {
     std::unordered_map<std::string, char_bytes> owner;
     std::erase_if(set.lines, [&diag](const symbol_line &line) {
         if (usable_name(line.name)) return false;
-        warning(
-            diag, {},
-            format("the name \"%s\" cannot stand in an object and is left out", line.name.c_str()));
+        warning(diag, {},
+                format("the name \"%s\" cannot be stored in an object and is left out",
+                       line.name.c_str()));
         return true;
     });
     std::stable_sort(
@@ -173,8 +174,8 @@ static numbered_name split_digits(const std::string &name) {
     return split;
 }
 
-// The characters from lines[first] on whose names and bytes both count up. A character of several
-// names stays single, since single names go before those of ranges.
+// The number of characters from lines[first] on whose names and bytes both count up. A character
+// with several names stays single, since single names take precedence over those of ranges.
 static size_t run_length(const std::vector<symbol_line> &lines, size_t first) {
     const numbered_name start = split_digits(lines[first].name);
     const auto alone = [&lines](size_t i) {
@@ -239,7 +240,7 @@ static std::string escaped(const std::string &name) {
     return symbol + '>';
 }
 
-// Every name gives its bytes, and the bytes one of their own names.
+// Proves that a name gives its bytes, and the bytes one of their own names.
 static bool prove_line(ko_cm_t cm, const symbol_line &line) {
     ko_mchar_t bytes[8], back[8];
     for (int i = 0; i < line.bytes.len; ++i)
@@ -273,7 +274,7 @@ static bool prove(const symbol_set &set, const std::string &path, diagnostics &d
     return proved;
 }
 
-// The object stands beside its place until it is proved.
+// Writes the object beside its place, where it stays until it is proved.
 static convert_status write_proved(const symbol_set &set, const std::string &path,
                                    diagnostics &diag) {
     std::string why;

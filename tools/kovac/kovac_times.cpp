@@ -33,7 +33,7 @@ static bool holds(std::string_view letters, char letter) {
     return letters.find(letter) != letters.npos;
 }
 
-// Moves at from behind the "%" to behind the directive.
+// Reads a directive; at moves from after its "%" to its end.
 static source_directive take_directive(const std::vector<uint32_t> &format, size_t &at) {
     source_directive d;
     for (; at < format.size(); ++at) {
@@ -47,7 +47,7 @@ static source_directive take_directive(const std::vector<uint32_t> &format, size
     return d;
 }
 
-// The library's spelling; false for a directive without one.
+// Gets the library's spelling; false for a directive without one.
 static bool respell(const source_directive &d, std::string &text) {
     for (const respelling &r : respellings) {
         if (d.letter != r.letter) continue;
@@ -58,7 +58,7 @@ static bool respell(const source_directive &d, std::string &text) {
     const bool era = d.form == 'E' && holds(era_forms, d.letter);
     char letter = d.letter;
     text = "%";
-    // Digits of a locale stand alone there, without one for zero in front.
+    // There, a locale's digits are not padded with a zero.
     if ((d.unpadded && holds(numbers, letter)) || (digits && !holds("DRT", letter))) text += ".1";
     if (d.blanks && holds(numbers, letter)) text += "2.1";
     if (text.size() > 1 && letter == 'e') letter = 'd';
@@ -69,7 +69,7 @@ static bool respell(const source_directive &d, std::string &text) {
 
 static bool is_zone(const source_directive &d) { return d.letter == 'Z' || d.letter == 'z'; }
 
-// Leaves out a time zone with what sets it apart: parentheses, one blank.
+// Leaves out a time zone together with parentheses around it or one blank.
 static void drop_zone(const std::vector<uint32_t> &format, size_t &at, std::vector<uint32_t> &out) {
     if (at < format.size() && format[at] == ')' && !out.empty() && out.back() == '(') {
         ++at;
@@ -105,7 +105,7 @@ std::vector<uint32_t> library_format(const std::vector<uint32_t> &format,
 
 static bool is_digit(uint32_t c) { return c >= '0' && c <= '9'; }
 
-// The year behind a sign at a place, moved behind it; the sources have no year 0.
+// Reads the year, with its sign, at a place and moves past it; the sources have no year 0.
 static std::string counted_year(const std::vector<uint32_t> &definition, size_t &at) {
     long year = 0;
     while (at + 1 < definition.size() && is_digit(definition[at + 1]) && year < 100000)

@@ -1,4 +1,4 @@
-// Time formats of the sources in the directives of the library.
+// Conversion of the sources' time formats to the library's directives.
 #pragma once
 
 #include <cstdint>
@@ -7,13 +7,14 @@
 
 namespace kovac {
 
-// Respells the directives of a time format that the library spells otherwise, and leaves out those
-// of the time zone, which it lacks. dropped gets the directives left out for want of any spelling.
+// Respells the directives of a time format that the library spells differently, and leaves out
+// those of time zones, which it lacks. dropped gets the directives that have no spelling and are
+// left out.
 std::vector<uint32_t> library_format(const std::vector<uint32_t> &format,
                                      std::vector<std::string> &dropped);
 
-// Counts the years of an era's definition through a year 0, which the sources lack: -543 becomes
-// -542. An era without end counts in the direction of that end. Other strings stay as they are.
+// Counts the years in an era's definition with a year 0, which the sources lack: -543 becomes -542.
+// An era without end counts in the direction of its missing end. Other strings are not changed.
 void library_era(std::vector<uint32_t> &definition);
 
 } // namespace kovac

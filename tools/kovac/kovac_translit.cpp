@@ -24,7 +24,7 @@ static std::vector<uint32_t> codes_of(const charmap &map, const token &t) {
     return code == no_code ? std::vector<uint32_t>() : std::vector<uint32_t>{code};
 }
 
-// <from> <to>;"<to><to>";... where the first table to know a character keeps it.
+// Reads <from> <to>;"<to><to>";... The first table that has a character takes precedence.
 static void read_entry(loader &ld, const std::vector<token> &line) {
     const std::vector<uint32_t> from = codes_of(*ld.map, line[0]);
     if (from.size() != 1 || ld.tables->spellings.count(from[0])) return;
@@ -60,7 +60,7 @@ static void read_table(loader &ld, std::string_view name, int depth) {
     }
 }
 
-// The source's own table first, then the neutral ones that most sources refer to.
+// Loads the source's own table first, then the neutral ones to which most sources refer.
 static void load_tables(translit &tables, const charmap &map) {
     tables.loaded = true;
     loader ld{.tables = &tables, .map = &map};

@@ -1,5 +1,5 @@
 // Spellings of characters that a code set lacks, from the transliteration tables of the sources.
-// They serve the strings of a locale only: names, formats, currency symbols.
+// They are used only for the strings of a locale: names, formats, currency symbols.
 #pragma once
 
 #include <cstdint>
@@ -13,11 +13,11 @@ namespace kovac {
 
 struct translit {
     source_set &set;
-    bool loaded = false; // tables are read when the first character is missing
+    bool loaded = false; // the tables are read when a character is first missing
     std::unordered_map<uint32_t, std::vector<std::vector<uint32_t>>> spellings; // best first
 };
 
-// How to write a code that map lacks, in characters that it has; null when the tables do not tell.
+// The spelling of a code that map lacks in characters that it has; null if the tables have none.
 const std::vector<uint32_t> *spell(translit &tables, const charmap &map, uint32_t code);
 
 } // namespace kovac

@@ -23,7 +23,7 @@ static int print_item(void *stream, const void *item) {
     return fprintf(static_cast<FILE *>(stream), "%04x", unsigned(value)) == 4 ? 0 : -1;
 }
 
-// Every character of the code set with its 16-bit item, compressed; null without memory.
+// A compressed table of every character in the code set with its 16-bit item; null without memory.
 template <class Item> static table make_table(const charmap &map, Item item_of) {
     const uint16_t none = 0;
     table multi(create_multi(sizeof none, 0, &none), free_multi);
@@ -41,7 +41,7 @@ template <class Item> static table make_table(const charmap &map, Item item_of) 
 
 // ---- sections ----------------------------------------------------------------------------------
 
-// Counts first, then the bytes as hexadecimal digits.
+// Writes the length, then the bytes as hexadecimal digits.
 static void put_string(FILE *out, const std::string &bytes) {
     fprintf(out, "%zu", bytes.size());
     if (!bytes.empty()) fputc(' ', out);
@@ -87,7 +87,7 @@ static bool put_ctype(FILE *out, const ctype_section &s, const charmap &map) {
     for (size_t i = 1; i < s.pairs.size(); ++i) {
         fprintf(out, "\n%08x %08x", unsigned(s.pairs[i].first), unsigned(s.pairs[i].second));
     }
-    // The ratio of two lengths of one or two bytes: 1, or 2 where a character doubles.
+    // The ratio of two lengths of one or two bytes: 1, or 2 if a character doubles.
     fprintf(out, " %.1f\n", std::ceil(s.case_ratio * 10) / 10);
     return true;
 }

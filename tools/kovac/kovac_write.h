@@ -1,4 +1,5 @@
-// Writes a compiled locale as a locale object file, and text files in general, whole or not at all.
+// Writes a compiled locale as a locale object file, and text files in general, completely or not at
+// all.
 #pragma once
 
 #include <cstdio>
@@ -11,23 +12,23 @@ namespace kovac {
 
 enum class write_result { done, no_memory, io, unproved };
 
-// Judges what was written, by the path where it stands until then; false: it does not get its name.
+// Judges what was written at a temporary path; if false, it does not get its name.
 using trial = std::function<bool(const std::string &path)>;
 
-// Writes the object below path, whose directories are made. The file appears under its name only
-// when it is complete; a link in its place is replaced, not followed. *why gets the system's reason
-// after io.
+// Writes the object to path and creates the path's directories. The file appears under its name
+// only when it is complete; a link in its place is replaced, not followed. After io, *why is the
+// system's reason.
 write_result write_locale(const std::string &path, const locale_object &object, const charmap &map,
                           std::string *why, const trial &prove = {});
 
-// Writes what put does, whole or not at all. False from put is memory running out.
+// Writes what put writes, completely or not at all. If put returns false, memory has run out.
 write_result write_file(const std::string &path, std::string *why,
                         const std::function<bool(FILE *)> &put, const trial &prove = {});
 
-// Gives a file a second name, or copies it where the file system has no such names.
+// Gives a file a second name, or copies it where the file system has no hard links.
 write_result link_file(const std::string &existing, const std::string &path, std::string *why);
 
-// Puts text into a file the same way.
+// Writes text to a file in the way of write_file.
 write_result write_text(const std::string &path, const std::string &text, std::string *why,
                         const trial &prove = {});
 
