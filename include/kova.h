@@ -344,7 +344,8 @@ KO_API uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *re
  * registry takes effect and the handle's error word holds the reason. */
 KO_API void ko_cache_registry(void *handle, const char *registry);
 
-/* The code-set number of a locale specification, simple or compound, or of a bare code-set name. */
+/* The code-set number of a locale specification, simple or compound, or of a bare code-set name.
+ * Fails as ko_cs_name2cs_num does. */
 KO_API uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry);
 
 /* The file name of the locale object that a specification stands for; out has room for 311 bytes,
@@ -427,7 +428,8 @@ KO_API void ko_message(const char *text);
 KO_API void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir);
 KO_API void *ko_path_search_no_ext(void *handle, const char *name, const char *dir,
                                    const char *subdir);
-/* Opens a composed name; each path mark (0xFF) in it becomes a backslash. */
+/* Opens a composed name; each path mark (0xFF) in it becomes a backslash. Returns as ko_path_search
+ * does. */
 KO_API void *ko_open_file(void *handle, const char *name);
 
 /* ---- Information queries ------------------------------------------------------------------- */
@@ -542,8 +544,8 @@ KO_API int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int 
  * KO_ENULL. */
 KO_API int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 KO_API int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
+/* Wide characters before the terminator, and bytes with the terminator; NULL is an empty string. */
 KO_API int ko_wcslen(const ko_wchar_t *wcs);
-/* Bytes of a wide string, terminator included. */
 KO_API int ko_wcsbytes(const ko_wchar_t *wcs);
 /* Characters before the terminator; or -1 with KO_EILSEQ, KO_EINVAL or KO_ENULL. */
 KO_API int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs);
@@ -572,16 +574,17 @@ KO_API ko_mchar_t *ko_full_getmbsi(ko_lc_t loc, const ko_mchar_t *mbs, int i);
  * or KO_ENOMEM and the string as it was. The null character deletes the old one. */
 KO_API ko_mchar_t *ko_full_putmbsi(ko_lc_t loc, ko_mchar_t *mbs, int i, const ko_mchar_t *mb);
 KO_API ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *mb);
-/* Characters, or bytes, up to the last one that is not of class "space"; or -1. */
+/* Characters, or bytes, up to the last one that is not of class "space"; or -1 with KO_EILSEQ or
+ * KO_ENULL. */
 KO_API int ko_mbsntslen(ko_lc_t loc, const ko_mchar_t *mbs);
 KO_API int ko_wcsntslen(ko_lc_t loc, const ko_wchar_t *wcs);
 KO_API int ko_mbsntsbytes(ko_lc_t loc, const ko_mchar_t *mbs);
-/* The start of the trailing spaces; NULL if there are none. */
+/* The start of the trailing spaces; NULL if there are none, or with KO_EILSEQ or KO_ENULL. */
 KO_API ko_mchar_t *ko_mbsp(ko_lc_t loc, const ko_mchar_t *mbs);
-/* Cut trailing spaces off and return the string; or NULL. */
+/* Cut trailing spaces off and return the string; or NULL with KO_EILSEQ or KO_ENULL. */
 KO_API ko_mchar_t *ko_mbsntstrunc(ko_lc_t loc, ko_mchar_t *mbs);
 KO_API ko_wchar_t *ko_wcsntstrunc(ko_lc_t loc, ko_wchar_t *wcs);
-/* Bytes before the terminator; or -1. */
+/* Bytes before the terminator; or -1 with KO_EILSEQ, KO_EINVAL or KO_ENULL. */
 KO_API int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs);
 /* Copy, or append, a string or its first n characters; always terminated. Return dst; or NULL with
  * KO_EILSEQ, KO_EINDEX (n below 0) or KO_ENULL. The strings do not overlap. */
@@ -593,7 +596,8 @@ KO_API ko_mchar_t *ko_mbsncpy(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *sr
 KO_API ko_mchar_t *ko_mbsncat(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src, int n);
 KO_API ko_wchar_t *ko_wcsncpy(ko_wchar_t *dst, const ko_wchar_t *src, int n);
 KO_API ko_wchar_t *ko_wcsncat(ko_wchar_t *dst, const ko_wchar_t *src, int n);
-/* The position after n characters, or the terminator where that comes first. *flag becomes 0. */
+/* The position after n characters, or the terminator where that comes first; *flag becomes 0. NULL
+ * with KO_EILSEQ, KO_EINDEX (n below 0) or KO_ENULL. */
 KO_API ko_mchar_t *ko_getmbsinull(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *flag);
 /* The first, or the last, occurrence of a character; NULL with an error word of 0 where it is
  * absent, or with KO_EILSEQ or KO_ENULL. The null character is found at the terminator. */
@@ -707,10 +711,12 @@ KO_API int is_mbscoll_back(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t
  * with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
 KO_API int ko_wcsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int maxbytes);
 KO_API int ko_full_mbsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
-/* Code order: the difference of the first differing units. */
+/* Code order: the difference of the first units that differ, 0 if none do. ko_wcsncmp compares at
+ * most n units. */
 KO_API int ko_wcscmp(const ko_wchar_t *wcs1, const ko_wchar_t *wcs2);
 KO_API int ko_wcsncmp(const ko_wchar_t *wcs1, const ko_wchar_t *wcs2, int n);
-/* Byte order over at most len_chars characters of each string. */
+/* Byte order over at most len_chars characters of each string: below 0, 0 or above 0; 0 with
+ * KO_ENULL. */
 KO_API int ko_full_mbsncmp(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2,
                            int len_chars);
 /* 1 if str, len characters long, begins with the preflen characters of prefix, else 0. */
@@ -747,7 +753,7 @@ KO_API ko_long_t ko_mbstol(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end,
 KO_API ko_ulong_t ko_mbstoul(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int base,
                              int grouping);
 KO_API double ko_wcstod(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int grouping);
-/* With mode 0 grouped as numbers, with mode 1 as money. */
+/* mode chooses the grouping: 0 that of numbers, 1 that of money. */
 KO_API double ko_wcstod_num_mon(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t **end, int grouping,
                                 int mode);
 KO_API double ko_mbstod(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int grouping);
