@@ -60,10 +60,9 @@ static int thai_order(kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
 static int thai_order(kovaloc *loc, const ko_wchar_t *a, const ko_wchar_t *b) {
     const size_t len_a = text_length(a), len_b = text_length(b);
     if (len_a > INT_MAX / 2 - 2 || len_b > INT_MAX / 2 - 2) return fail(loc, KO_ERANGE, 0);
-    const int bytes_a = static_cast<int>(2 * (len_a + 1)),
-              bytes_b = static_cast<int>(2 * (len_b + 1));
-    const ext_block<ko_mchar_t> text_a(static_cast<size_t>(bytes_a));
-    const ext_block<ko_mchar_t> text_b(static_cast<size_t>(bytes_b));
+    const int bytes_a = int(2 * (len_a + 1)), bytes_b = int(2 * (len_b + 1));
+    const ext_block<ko_mchar_t> text_a{size_t(bytes_a)};
+    const ext_block<ko_mchar_t> text_b{size_t(bytes_b)};
     if (!text_a.p || !text_b.p) return fail(loc, KO_ENOMEM, 0);
     if (ko_full_wcstombs(loc, text_a.p, a, bytes_a) < 0) return 0;
     if (ko_full_wcstombs(loc, text_b.p, b, bytes_b) < 0) return 0;

@@ -19,7 +19,7 @@ static inline unsigned boxed(const coll_pairs *pairs, __m128i block) {
         const __m128i off = _mm_or_si128(_mm_subs_epu8(block, hi), _mm_subs_epu8(lo, block));
         inside = _mm_or_si128(inside, _mm_cmpeq_epi16(off, zero));
     }
-    return static_cast<unsigned>(_mm_movemask_epi8(inside));
+    return unsigned(_mm_movemask_epi8(inside));
 }
 
 // Two strings of fewer than 16 bytes, all of them pairs inside the boxes: *common is where they

@@ -16,7 +16,7 @@ static bool wide_room(kovaloc *loc, size_t units, wide_copy *copy) {
 static bool widen_by_table(kovaloc *loc, const ko_mchar_t *mbs, wide_copy *copy) {
     const int count = loc->exp.single_byte ? -2 : im_mbslen(loc, mbs);
     if (count == -1) return false;
-    copy->len = count < 0 ? text_length(mbs) : static_cast<size_t>(count);
+    copy->len = count < 0 ? text_length(mbs) : size_t(count);
     if (!wide_room(loc, copy->len + 1, copy)) return false;
     if (count >= 0) return im_mbstowcs(loc, copy->p, mbs, count + 1) >= 0;
     for (size_t i = 0; i <= copy->len; ++i)
@@ -41,7 +41,7 @@ bool widen(kovaloc *loc, const ko_mchar_t *mbs, wide_copy *copy) {
     for (size_t i = 0; i < wide_local; ++i) {
         const unsigned n = char_bytes(cs, s);
         if (!n) return fail(loc, KO_EILSEQ, false);
-        if (!(copy->local[i] = static_cast<ko_wchar_t>(wide_value(s, n)))) {
+        if (!(copy->local[i] = ko_wchar_t(wide_value(s, n)))) {
             copy->p = copy->local;
             copy->len = i;
             return true;
@@ -60,7 +60,7 @@ bool widen(kovaloc *loc, const ko_mchar_t *mbs, wide_copy *copy) {
 
 static void start_key(coll_sink *sink, ko_mchar_t *dst, int maxbytes) {
     sink->dst = dst;
-    sink->maxbytes = maxbytes > 0 ? static_cast<size_t>(maxbytes) : 0;
+    sink->maxbytes = maxbytes > 0 ? size_t(maxbytes) : 0;
     sink->written = 0;
     sink->used = 0;
     sink->room = sink->local;
@@ -90,15 +90,15 @@ static int finish_key(kovaloc *loc, coll_sink *sink) {
     sink_flush(sink);
     if (sink->written < sink->maxbytes) sink->dst[sink->written] = 0;
     if (sink->written > INT_MAX) return fail(loc, KO_ERANGE, -1);
-    return static_cast<int>(sink->written);
+    return int(sink->written);
 }
 
 coll_widths key_widths(const kovaloc *loc) {
     const int weights = loc->coll_info.num_weights;
     const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
-    return {static_cast<unsigned>(weights < 0        ? 0
-                                  : weights > 0xFFFF ? 0xFFFF
-                                                     : weights),
+    return {unsigned(weights < 0        ? 0
+                     : weights > 0xFFFF ? 0xFFFF
+                                        : weights),
             chars && chars->max_char_len > 1 ? 0xFFFFu : 0xFFu};
 }
 
@@ -113,7 +113,7 @@ static inline key_place place_in(const coll_sink *sink) {
     return {sink->room + sink->used, sink->room + sink->full};
 }
 static inline void leave_place(key_place place, coll_sink *sink) {
-    sink->used = static_cast<size_t>(place.out - sink->room);
+    sink->used = size_t(place.out - sink->room);
 }
 static key_place flush_place(key_place place, coll_sink *sink) {
     leave_place(place, sink);
@@ -135,8 +135,8 @@ static void key_pass(const coll_flat_pass *p, coll_widths widths, Text text, col
         if (plain_weight(weight)) {
             const unsigned v = weight - 2u;
             if (digits == 3) *at.out++ = 2; // a plain weight is below 254 squared
-            if (digits > 1) *at.out++ = static_cast<ko_mchar_t>(v / 254 + 2);
-            *at.out++ = static_cast<ko_mchar_t>(digits > 1 ? v % 254 + 2 : v + 2);
+            if (digits > 1) *at.out++ = ko_mchar_t(v / 254 + 2);
+            *at.out++ = ko_mchar_t(digits > 1 ? v % 254 + 2 : v + 2);
             if (at.out > at.limit) at = flush_place(at, sink);
             continue;
         }
@@ -251,7 +251,7 @@ static inline void write_cells(const coll_flat *flat, const ko_mchar_t *text, co
         const uint64_t digits = flat->digits[*text];
         if (flat->counts[*text] == one_each) {
             for (unsigned p = 0; p < passes; ++p)
-                *out[p]++ = static_cast<ko_mchar_t>(digits >> 8 * p);
+                *out[p]++ = ko_mchar_t(digits >> 8 * p);
             continue;
         }
         for (unsigned p = 0; p < passes; ++p) {
@@ -270,8 +270,8 @@ static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *t
     for (unsigned p = 0; p < passes; ++p)
         total += lens[p];
     if (*end || total > INT_MAX) return -1;
-    if (maxbytes <= 0) return static_cast<int>(total) - 1;
-    if (total > static_cast<size_t>(maxbytes)) return -1;
+    if (maxbytes <= 0) return int(total) - 1;
+    if (total > size_t(maxbytes)) return -1;
     ko_mchar_t *starts[passes];
     for (unsigned p = 0; p < passes; ++p) {
         starts[p] = dst;
@@ -279,7 +279,7 @@ static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *t
         *dst++ = p + 1 < passes;
     }
     write_cells<passes>(flat, text, end, starts);
-    return static_cast<int>(total) - 1;
+    return int(total) - 1;
 }
 
 static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *text, int maxbytes) {
@@ -310,15 +310,15 @@ static int code_key(kovaloc *loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t
     for (size_t i = 0; i < len; ++i) {
         const int n = ko_wclen(loc, wcs[i]);
         if (n < 0) return -1;
-        bytes += static_cast<size_t>(n);
+        bytes += size_t(n);
     }
-    return bytes > INT_MAX ? fail(loc, KO_ERANGE, -1) : static_cast<int>(bytes);
+    return bytes > INT_MAX ? fail(loc, KO_ERANGE, -1) : int(bytes);
 }
 
 static int thai_key(kovaloc *loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t len,
                     int maxbytes) {
-    const int bytes = static_cast<int>(2 * (len + 1));
-    const ext_block<ko_mchar_t> text(static_cast<size_t>(bytes));
+    const int bytes = int(2 * (len + 1));
+    const ext_block<ko_mchar_t> text{size_t(bytes)};
     if (!text.p) return fail(loc, KO_ENOMEM, -1);
     if (ko_full_wcstombs(loc, text.p, wcs, bytes) < 0) return -1;
     return thaismoxfrm(loc, text.p, dst, maxbytes);

@@ -19,7 +19,7 @@ struct coll_sink {
 };
 void sink_flush(coll_sink *sink);
 inline void sink_byte(coll_sink *sink, unsigned byte) {
-    sink->room[sink->used++] = static_cast<ko_mchar_t>(byte);
+    sink->room[sink->used++] = ko_mchar_t(byte);
     if (sink->used > sink->full) sink_flush(sink);
 }
 

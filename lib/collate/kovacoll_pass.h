@@ -37,18 +37,18 @@ inline ko_wchar_t take(wide_forward &t) { return *t.s++; }
 inline ko_wchar_t take(wide_back &t) { return t.s == t.begin ? ko_wchar_t{0} : *--t.s; }
 inline ko_wchar_t take(mb_text &t) {
     const unsigned first = *t.s++;
-    if (t.flag1[first] == mb_final) return static_cast<ko_wchar_t>(first);
-    return static_cast<ko_wchar_t>(first << 8 | *t.s++);
+    if (t.flag1[first] == mb_final) return ko_wchar_t(first);
+    return ko_wchar_t(first << 8 | *t.s++);
 }
 inline ko_wchar_t take(pair_text &t) {
     if (!*t.s) return 0;
     t.s += 2;
-    return static_cast<ko_wchar_t>(t.s[-2] << 8 | t.s[-1]);
+    return ko_wchar_t(t.s[-2] << 8 | t.s[-1]);
 }
 inline ko_wchar_t take(pair_back &t) {
     if (t.s == t.begin) return 0;
     t.s -= 2;
-    return static_cast<ko_wchar_t>(t.s[0] << 8 | t.s[1]);
+    return ko_wchar_t(t.s[0] << 8 | t.s[1]);
 }
 
 // ---- Order ----

@@ -39,7 +39,7 @@ static inline ko_mchar_t next_char_sb_exp(exp_source &t) {
     for (;;) {
         if (t.exp_left) {
             --t.exp_left;
-            if (const auto c = static_cast<ko_mchar_t>(*t.exp++ & 0xFF)) return c;
+            if (const auto c = ko_mchar_t(*t.exp++ & 0xFF)) return c;
             t.exp_left = 0;
         }
         const ko_mchar_t c = *t.s;
@@ -87,7 +87,7 @@ static inline coll_item next_row_sb_elem(elem_source &t) {
 // What breaks a tie of bytes is deliberately the byte at the place reached after them. Added to it
 // is what tells an item from the end.
 static inline coll_item byte_item(uint16_t weight, ko_mchar_t reached) {
-    return {weight, static_cast<ko_wchar_t>(0x100 | reached)};
+    return {weight, ko_wchar_t(0x100 | reached)};
 }
 
 static inline coll_item next_forward(byte_source &t) {

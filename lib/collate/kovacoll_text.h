@@ -26,11 +26,11 @@ inline size_t text_length(const ko_wchar_t *wcs) {
 
 // Bytes of the character at s, 0 for none.
 inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
-    return static_cast<unsigned>(flat_mblen(*cs, s));
+    return unsigned(flat_mblen(*cs, s));
 }
 
 inline unsigned wide_value(const ko_mchar_t *s, unsigned bytes) {
-    return bytes == 1 ? *s : static_cast<unsigned>(s[0] << 8 | s[1]);
+    return bytes == 1 ? *s : unsigned(s[0] << 8 | s[1]);
 }
 
 constexpr size_t wide_local = 256;

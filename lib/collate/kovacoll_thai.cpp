@@ -27,7 +27,7 @@ static ko_mchar_t recode(ko_mchar_t c) {
     static constexpr ko_mchar_t vowels[] = {0x80, 0xD1, 0x81, 0x82, 0x83,
                                             0x84, 0x85, 0x86, 0x87, 0x88}; // 0xD1..0xDA
     if (c >= 0xD1 && c <= 0xDA) return vowels[c - 0xD1];
-    return c >= 0xE7 && c <= 0xEE ? static_cast<ko_mchar_t>(c - 0xE7 + 0x8E) : c;
+    return c >= 0xE7 && c <= 0xEE ? ko_mchar_t(c - 0xE7 + 0x8E) : c;
 }
 
 static void add_base(thai_key *key, ko_mchar_t c) {
@@ -37,7 +37,7 @@ static void add_base(thai_key *key, ko_mchar_t c) {
 // A mark's place is that of the base character it stands on, counted from 1.
 static void add_mark(thai_key *key, ko_mchar_t c) {
     if (key->len_marks + 2 > half_room) return;
-    key->marks[key->len_marks++] = static_cast<ko_mchar_t>(key->len_base ? key->len_base : 1);
+    key->marks[key->len_marks++] = ko_mchar_t(key->len_base ? key->len_base : 1);
     key->marks[key->len_marks++] = recode(c);
 }
 
@@ -78,11 +78,11 @@ int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbyte
     thai_key key;
     make_key(dst, &key);
     ko_mchar_t *out = const_cast<ko_mchar_t *>(mbs);
-    const unsigned room = maxbytes < 0 ? 0 : maxbytes < 256 ? static_cast<unsigned>(maxbytes) : 256;
+    const unsigned room = maxbytes < 0 ? 0 : maxbytes < 256 ? unsigned(maxbytes) : 256;
     const unsigned full = key.len_base + key.len_marks;
     for (unsigned i = 0; i < room && i <= full; ++i)
         out[i] = i < key.len_base ? key.base[i]
                  : i < full       ? key.marks[i - key.len_base]
                                   : ko_mchar_t{0};
-    return static_cast<int>(full);
+    return int(full);
 }

@@ -48,7 +48,7 @@ static void make_parallel_arr(const coll_data *coll, const Unit *text, size_t le
             if (begins_with(text + i, len - i, &coll->elem_arr[e])) found = &coll->elem_arr[e];
         const unsigned n = found ? found->nchars : 1;
         for (unsigned k = 0; k < n; ++k)
-            marks[i + k] = {found, static_cast<int>(k)};
+            marks[i + k] = {found, int(k)};
         i += n;
     }
 }
@@ -75,7 +75,7 @@ template <class Unit>
 static coll_state<Unit> init_coll_state(const kovaloc *loc, int pass, const Unit *text, size_t len,
                                         const elem_marks *marks) {
     const coll_data *coll = &loc->coll_info;
-    const ptrdiff_t last = static_cast<ptrdiff_t>(len) - 1;
+    const ptrdiff_t last = ptrdiff_t(len) - 1;
     const bool forward = coll->pass_type[pass] & coll_forward;
     return {.loc = loc,
             .text = text,
@@ -99,13 +99,12 @@ template <class Unit> static coll_item next_weight(coll_state<Unit> &s) {
         if (s.exp) {
             ch = s.exp->exp_data[s.exp_index];
             s.exp_index += s.increment;
-            if (s.exp_index < 0 || s.exp_index >= static_cast<ptrdiff_t>(s.exp->nchars))
-                s.exp = nullptr;
+            if (s.exp_index < 0 || s.exp_index >= ptrdiff_t(s.exp->nchars)) s.exp = nullptr;
             row = coll_row(s.loc->coll, ch);
         } else if (s.elems && s.elems[s.string_pos].elem) {
             ch = coll_element_char;
             row = s.elems[s.string_pos].elem->row;
-            consumed = static_cast<ptrdiff_t>(s.elems[s.string_pos].elem->nchars);
+            consumed = ptrdiff_t(s.elems[s.string_pos].elem->nchars);
         } else {
             ch = s.text[s.string_pos];
             row = coll_row(s.loc->coll, ch);
@@ -114,7 +113,7 @@ template <class Unit> static coll_item next_weight(coll_state<Unit> &s) {
         if (weight & coll_expansion) { // also replaces the rest of an outer expansion
             const coll_exp *exp = &s.loc->coll_info.exp_arr[weight & coll_low_bits];
             s.exp = exp->nchars ? exp : nullptr;
-            s.exp_index = s.increment > 0 ? 0 : static_cast<ptrdiff_t>(exp->nchars) - 1;
+            s.exp_index = s.increment > 0 ? 0 : ptrdiff_t(exp->nchars) - 1;
             weight = coll_ignored_weight;
         }
         // After an expansion the position deliberately moves by one character even inside an
@@ -128,7 +127,7 @@ template <class Unit> static coll_item next_weight(coll_state<Unit> &s) {
         }
     } while (weight == coll_ignored_weight);
     if (weight == coll_ignored_weight) return {0, 0};
-    return {static_cast<uint16_t>(weight), ch};
+    return {uint16_t(weight), ch};
 }
 
 template <class Unit>
