@@ -67,27 +67,27 @@ int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask) {
     const kovaloc *r = record(loc);
     if (const mb_flat *flat = code_set(r)) {
         const uint16_t *item = flat_wchar(flat, wc);
-        return item ? static_cast<int>(*item & mask) : fail(loc, KO_EILSEQ, 0);
+        return item ? int(*item & mask) : fail(loc, KO_EILSEQ, 0);
     }
     const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->ctype);
-    return item ? static_cast<int>(mask_at(item) & mask) : 0;
+    return item ? int(mask_at(item) & mask) : 0;
 }
 
 unsigned tree_classes(kovaloc *r, ko_wchar_t wc) {
     errno_guard kept(r);
-    return static_cast<unsigned>(im_iswctype(r, wc, 0xFFFF));
+    return unsigned(im_iswctype(r, wc, 0xFFFF));
 }
 
 int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
     const kovaloc *r = record(loc);
     if (const mb_flat *flat = code_set(r)) {
         const int n = flat_mblen(*flat, mb);
-        if (n == 1) return static_cast<int>(flat->item1[*mb] & mask);
-        if (n == 2) return static_cast<int>(flat->second->items[mb[0]][mb[1]] & mask);
+        if (n == 1) return int(flat->item1[*mb] & mask);
+        if (n == 2) return int(flat->second->items[mb[0]][mb[1]] & mask);
         return fail(loc, KO_EILSEQ, 0);
     }
     const void *item = retrieve_text_multi_nl(mb, r->ctype, head(loc));
-    return item ? static_cast<int>(mask_at(item) & mask) : 0;
+    return item ? int(mask_at(item) & mask) : 0;
 }
 
 // ---- Case of one character ---------------------------------------------------------------------
@@ -157,7 +157,7 @@ static int map_multibyte(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb, int
     if (!item && strict) return -1;
     const ko_wchar_t partner = item ? partner_of<side>(r, item) : ko_wchar_t{0};
     if (partner) return ko_full_wctomb(loc, dst, partner);
-    memmove(dst, mb, static_cast<size_t>(*taken));
+    memmove(dst, mb, size_t(*taken));
     return *taken;
 }
 
@@ -165,7 +165,7 @@ template <const case_side &side>
 static uint16_t packed_lengths(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
     int taken;
     const int written = map_multibyte<side>(loc, dst, mb, &taken, false);
-    return static_cast<uint16_t>(taken << 8 | (written & 0xFF));
+    return uint16_t(taken << 8 | (written & 0xFF));
 }
 
 uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
@@ -185,7 +185,7 @@ static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char
     for (; mbs[done]; ++done)
         dst[done] = table[mbs[done]];
     dst[done] = 0;
-    return static_cast<int>(done);
+    return int(done);
 }
 
 // Maps everything before the next character that a run cannot take.
@@ -219,12 +219,12 @@ static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const 
             if (state != case_same && state != case_mapped) return fail(loc, KO_EILSEQ, -1);
             out = state == case_mapped ? pages.second->partners[b][mbs[1]] : b << 8 | mbs[1];
         }
-        if (out > 0xFF || !one_byte) *dst++ = static_cast<ko_mchar_t>(out >> 8);
-        *dst++ = static_cast<ko_mchar_t>(out & 0xFF);
+        if (out > 0xFF || !one_byte) *dst++ = ko_mchar_t(out >> 8);
+        *dst++ = ko_mchar_t(out & 0xFF);
         mbs += taken;
     }
     ko_mbsterm(loc, dst);
-    return static_cast<int>(dst - start);
+    return int(dst - start);
 }
 
 template <const case_side &side>
@@ -297,5 +297,5 @@ int ko_case_conv_outbuflen(ko_lc_t loc, int len_bytes) {
     const double ratio = loc ? ceil(record(loc)->exp.case_conv_ratio) : 1;
     const double room = len_bytes * (ratio > 1 ? ratio : 1);
     if (room >= INT_MAX) return INT_MAX;
-    return room > INT_MIN ? static_cast<int>(room) : INT_MIN;
+    return room > INT_MIN ? int(room) : INT_MIN;
 }

@@ -44,8 +44,8 @@ static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box
         }
     }
     for (unsigned i = 0; i < 16; ++i) {
-        box_lo[i] = static_cast<unsigned char>(i % 2 || !best ? best_lo : best_from);
-        box_hi[i] = static_cast<unsigned char>(i % 2 || !best ? best_hi : best_to);
+        box_lo[i] = uint8_t(i % 2 || !best ? best_lo : best_from);
+        box_hi[i] = uint8_t(i % 2 || !best ? best_hi : best_to);
     }
     for (unsigned lead = best_from; best && lead <= best_to; ++lead)
         runs->hi[lead] = 0;

@@ -40,7 +40,7 @@ static bool fill_page(const page_builder &from, const unsigned char *flags, cons
     unsigned char *state = page + 256 * sizeof(ko_wchar_t);
     for (unsigned i = 0; i < 256; ++i) {
         to[i] = flags[i] == mb_final ? partner_of(from, items[i]) : ko_wchar_t{0};
-        state[i] = to[i] ? static_cast<unsigned char>(case_mapped) : flags[i];
+        state[i] = to[i] ? uint8_t(case_mapped) : flags[i];
         if (to[i] && !flat_wchar(from.classes, to[i])) return false;
     }
     *states = state;
@@ -133,7 +133,7 @@ static bool build_pairs(ctype_flat *flat) {
     for (unsigned hi = 0; hi < 256; ++hi) {
         if (first_flags[hi] != mb_prefix) continue;
         for (unsigned lo = 0; lo < 256; ++lo)
-            pairs.p[hi << 8 | lo] = static_cast<unsigned char>(pair_bits(flat, hi, lo));
+            pairs.p[hi << 8 | lo] = uint8_t(pair_bits(flat, hi, lo));
     }
     flat->pairs = pairs.release();
     return true;
@@ -188,11 +188,11 @@ void derive_case_rows(const unsigned char *table, case_rows *rows) {
         unsigned char change[16];
         unsigned changes = 0;
         for (unsigned low = 0; low < 16; ++low) {
-            change[low] = static_cast<unsigned char>(table[high * 16 + low] ^ (high * 16 + low));
+            change[low] = uint8_t(table[high * 16 + low] ^ (high * 16 + low));
             changes |= change[low];
         }
         if (!changes) continue;
-        rows->row[rows->count] = static_cast<unsigned char>(high << 4);
+        rows->row[rows->count] = uint8_t(high << 4);
         memcpy(rows->change[rows->count++], change, 16);
     }
     choose_kernel(rows);

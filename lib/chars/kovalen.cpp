@@ -8,7 +8,7 @@ int ko_wcslen(const ko_wchar_t *wcs) {
     const ko_wchar_t *end = wcs;
     while (*end)
         ++end;
-    return static_cast<int>(end - wcs);
+    return int(end - wcs);
 }
 
 int ko_wcsbytes(const ko_wchar_t *wcs) {
@@ -25,7 +25,7 @@ int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
 int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
     if (!mb) return fail(loc, KO_ENULL, 0);
     const int n = terminator_len(record(loc));
-    memset(mb, 0, static_cast<size_t>(n));
+    memset(mb, 0, size_t(n));
     return n;
 }
 
@@ -67,7 +67,7 @@ static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
     for (;;) {
         int n;
         if (flat && flat->pairs) {
-            const auto run = static_cast<int>(count_pairs(mbs + seen.bytes, flat));
+            const auto run = int(count_pairs(mbs + seen.bytes, flat));
             seen.bytes += 2 * run;
             seen.chars += run;
         }
@@ -86,7 +86,7 @@ static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
 
 static int byte_len(const ko_mchar_t *mbs) {
     const void *text = mbs;
-    return static_cast<int>(strlen(static_cast<const char *>(text)));
+    return int(strlen(static_cast<const char *>(text)));
 }
 
 int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs) {

@@ -15,7 +15,7 @@ static int walk_wide(const mb_decode *table, const ko_mchar_t *mb, int limit, ko
         wide = (wide << 8 | *mb) & 0xFFFF;
         const unsigned flag = node_flag(node, *mb);
         if (flag == mb_final) {
-            *value = static_cast<ko_wchar_t>(wide);
+            *value = ko_wchar_t(wide);
             return n;
         }
         if (flag != mb_prefix) return -KO_EILSEQ;
@@ -30,7 +30,7 @@ static inline int read_wide(const kovaloc *r, const ko_mchar_t *mb, int limit, k
     if (limit < 2 && flat->flag1[*mb] == mb_prefix) return -KO_EINVAL;
     const int n = flat_mblen(*flat, mb);
     if (!n) return -KO_EILSEQ;
-    *value = static_cast<ko_wchar_t>(n == 1 ? *mb : mb[0] << 8 | mb[1]);
+    *value = ko_wchar_t(n == 1 ? *mb : mb[0] << 8 | mb[1]);
     return n;
 }
 
@@ -54,11 +54,11 @@ int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t w
 static inline int flat_bytes(const mb_flat &f, ko_mchar_t *dst, ko_wchar_t wc) {
     if (!flat_wchar(&f, wc)) return 0;
     if (wc <= 0xFF && f.min_char_len == 1) {
-        dst[0] = static_cast<ko_mchar_t>(wc);
+        dst[0] = ko_mchar_t(wc);
         return 1;
     }
-    dst[0] = static_cast<ko_mchar_t>(wc >> 8);
-    dst[1] = static_cast<ko_mchar_t>(wc & 0xFF);
+    dst[0] = ko_mchar_t(wc >> 8);
+    dst[1] = ko_mchar_t(wc & 0xFF);
     return 2;
 }
 
@@ -85,13 +85,13 @@ int ko_wclen(ko_lc_t loc, ko_wchar_t wc) {
 
 int is_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
-    const size_t most = n > 0 ? static_cast<size_t>(n) : 0;
+    const size_t most = n > 0 ? size_t(n) : 0;
     size_t i = widen_run(dst, mbs, most, 0xFF);
     for (; i < most; ++i) {
         dst[i] = mbs[i];
         if (!mbs[i]) break;
     }
-    return static_cast<int>(i);
+    return int(i);
 }
 
 static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, size_t n,
@@ -113,15 +113,15 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
             if (b | mbs[1] || f.second->flags[b][0] != mb_final) return fail(loc, KO_EILSEQ, -1);
             dst[i] = 0;
         } else if (f.flag1[b] == mb_final) {
-            dst[i] = static_cast<ko_wchar_t>(b);
+            dst[i] = ko_wchar_t(b);
             ++mbs;
         } else {
             return fail(loc, KO_EILSEQ, -1);
         }
-        if (!dst[i]) return static_cast<int>(i);
+        if (!dst[i]) return int(i);
         ++i;
     }
-    return static_cast<int>(n);
+    return int(n);
 }
 
 int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
@@ -129,7 +129,7 @@ int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     if (n <= 0) return 0;
     const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_classes(r)) {
-        return flat_mbstowcs(loc, dst, mbs, static_cast<size_t>(n), flat);
+        return flat_mbstowcs(loc, dst, mbs, size_t(n), flat);
     }
     for (int i = 0; i < n; ++i) {
         const int taken = walk_wide(class_table(r), mbs, 0, &dst[i]); // no limit
@@ -149,7 +149,7 @@ size_t zeros_at(const void *string) {
         p++;
         p += strlen(p);
     }
-    return static_cast<size_t>(p - s);
+    return size_t(p - s);
 }
 
 int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
@@ -159,9 +159,9 @@ int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
     if (room > INT32_MAX) return fail(loc, KO_ENOMEM, -1);
     ext_block<ko_wchar_t> wcs(room);
     if (!wcs.p) return fail(loc, KO_ENOMEM, -1);
-    const int len = loc->exp.mbstowcs(loc, wcs.p, mbs, static_cast<int>(room));
+    const int len = loc->exp.mbstowcs(loc, wcs.p, mbs, int(room));
     if (len < 0) return -1;
-    if (static_cast<size_t>(len) < room) wcs.p[len] = 0;
+    if (size_t(len) < room) wcs.p[len] = 0;
     *wide = wcs.release();
     return 0;
 }
@@ -170,14 +170,14 @@ int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
 
 int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
     if (!dst || !wcs) return fail(loc, KO_ENULL, -1);
-    const size_t room = n > 0 ? static_cast<size_t>(n) : 0;
+    const size_t room = n > 0 ? size_t(n) : 0;
     size_t i = narrow_run(dst, wcs, room, 0xFF);
     for (; i < room; ++i) {
         if (wcs[i] > 0xFF) return fail(loc, KO_EILSEQ, -1);
-        dst[i] = static_cast<ko_mchar_t>(wcs[i]);
+        dst[i] = ko_mchar_t(wcs[i]);
         if (!wcs[i]) break;
     }
-    return static_cast<int>(i);
+    return int(i);
 }
 
 // Deliberately, a value above 0xFF takes two bytes of room but only one is written.
@@ -191,17 +191,17 @@ static int single_wcstombs(ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room) 
         const ko_wchar_t wc = *wcs++;
         const size_t k = wc > 0xFF ? 2 : 1;
         if (done + k > room) break;
-        dst[done] = static_cast<ko_mchar_t>(wc & 0xFF);
+        dst[done] = ko_mchar_t(wc & 0xFF);
         if (!wc) break;
         done += k;
     }
-    return static_cast<int>(done);
+    return int(done);
 }
 
 static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room,
                          const ctype_flat *flat) {
     const mb_flat &f = flat->classes;
-    const auto least = static_cast<size_t>(f.min_char_len);
+    const auto least = size_t(f.min_char_len);
     size_t done = 0;
     for (;; ++wcs) {
         if (*wcs - 1u < 0x7F && flat->plain_ascii) {
@@ -226,7 +226,7 @@ static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, si
         if (!written) return ko_full_wctomb(loc, dst + done, wc); // sets the error
         done += k;
     }
-    return static_cast<int>(done);
+    return int(done);
 }
 
 static int tree_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int room) {
@@ -240,7 +240,7 @@ static int tree_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, in
             return done;
         }
         if (r->exp.single_byte) {
-            dst[done] = static_cast<ko_mchar_t>(*wcs & 0xFF);
+            dst[done] = ko_mchar_t(*wcs & 0xFF);
         } else if (ko_full_wctomb(loc, dst + done, *wcs) < 0) {
             return -1;
         }
@@ -254,11 +254,11 @@ int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n)
     const kovaloc *r = record(loc);
     const int least = terminator_len(r);
     if (r->exp.single_byte && least == 1) {
-        return single_wcstombs(dst, wcs, static_cast<size_t>(n));
+        return single_wcstombs(dst, wcs, size_t(n));
     }
     const ctype_flat *flat = flat_classes(r);
     if (flat && !r->exp.single_byte && (least == 1 || least == 2)) {
-        return flat_wcstombs(loc, dst, wcs, static_cast<size_t>(n), flat);
+        return flat_wcstombs(loc, dst, wcs, size_t(n), flat);
     }
     return tree_wcstombs(loc, dst, wcs, n);
 }

@@ -32,7 +32,7 @@ inline const ctype_flat *flat_cases(const kovaloc *r) {
 unsigned tree_classes(kovaloc *r, ko_wchar_t wc);
 inline unsigned wide_classes(kovaloc *r, unsigned wide) {
     if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
-    const auto wc = static_cast<ko_wchar_t>(wide);
+    const auto wc = ko_wchar_t(wide);
     const mb_flat *flat = code_set(r);
     if (!flat) return tree_classes(r, wc);
     const uint16_t *item = flat_wchar(flat, wc);
@@ -44,7 +44,7 @@ inline bool has_class(kovaloc *r, unsigned wide, unsigned mask) {
 
 // The case partner to which an index of the case table refers; 0 for none, or for a damaged index.
 inline ko_wchar_t case_partner(const kovaloc *r, unsigned index, ko_wchar_t conv_elem::*side) {
-    if (!index || index > static_cast<unsigned>(r->num_conv_elems) || !r->cconv_arr) return 0;
+    if (!index || index > unsigned(r->num_conv_elems) || !r->cconv_arr) return 0;
     return r->cconv_arr[index].*side;
 }
 

@@ -30,10 +30,10 @@ static inline void store_part(void *p, __m128i v, unsigned n) {
         v = _mm_srli_si128(v, 8);
         to += 8;
     }
-    auto rest = static_cast<uint64_t>(_mm_cvtsi128_si32(v)) & 0xFFFFFFFF;
+    auto rest = uint64_t(_mm_cvtsi128_si32(v)) & 0xFFFFFFFF;
     if (n & 4) {
         memcpy(to, &rest, 4);
-        rest = static_cast<uint64_t>(_mm_cvtsi128_si32(_mm_srli_si128(v, 4))) & 0xFFFFFFFF;
+        rest = uint64_t(_mm_cvtsi128_si32(_mm_srli_si128(v, 4))) & 0xFFFFFFFF;
         to += 4;
     }
     if (n & 2) {
@@ -41,12 +41,12 @@ static inline void store_part(void *p, __m128i v, unsigned n) {
         rest >>= 16;
         to += 2;
     }
-    if (n & 1) *to = static_cast<unsigned char>(rest);
+    if (n & 1) *to = uint8_t(rest);
 }
 
 // A bit for each byte that ends a run, among the n bytes that may be taken.
 static inline unsigned stops(__m128i v, unsigned most, size_t n) {
-    const unsigned above = most < 0x80 ? static_cast<unsigned>(_mm_movemask_epi8(v)) : 0;
+    const unsigned above = most < 0x80 ? unsigned(_mm_movemask_epi8(v)) : 0;
     return zero_bytes(v) | above | (n < 16 ? 1u << n : 0);
 }
 
@@ -77,7 +77,7 @@ __attribute__((target("avx2"))) static size_t rows_avx2(ko_mchar_t *dst, const k
                                                         const case_rows &map) {
     __m256i row[rows], change[rows];
     for (size_t r = 0; r < rows; ++r) {
-        row[r] = _mm256_set1_epi8(static_cast<char>(map.row[r]));
+        row[r] = _mm256_set1_epi8(char(map.row[r]));
         change[r] = _mm256_broadcastsi128_si256(load_block(map.change[r]));
     }
     const __m256i keep = _mm256_set1_epi8(0x70);
@@ -92,7 +92,7 @@ __attribute__((target("avx2"))) static size_t rows_avx2(ko_mchar_t *dst, const k
             mapped = _mm256_xor_si256(mapped, _mm256_shuffle_epi8(change[r], index));
         }
         const __m256i zero = _mm256_cmpeq_epi8(v, _mm256_setzero_si256());
-        const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(zero));
+        const auto mask = unsigned(_mm256_movemask_epi8(zero));
         if (mask) {
             const unsigned k = first_bit(mask);
             if (k & 16) store_block(to, _mm256_castsi256_si128(mapped));
@@ -151,9 +151,9 @@ static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n
 static inline __m128i narrow_8(const ko_wchar_t *src, unsigned most, unsigned *bad) {
     const __m128i v = load_block(src);
     const __m128i less = _mm_sub_epi16(v, _mm_set1_epi16(1)); // 0 becomes the largest value
-    const __m128i over = _mm_subs_epu16(less, _mm_set1_epi16(static_cast<short>(most - 1)));
+    const __m128i over = _mm_subs_epu16(less, _mm_set1_epi16(short(most - 1)));
     const __m128i good = _mm_cmpeq_epi16(over, _mm_setzero_si128());
-    *bad = ~static_cast<unsigned>(_mm_movemask_epi8(good)) & 0xFFFF;
+    *bad = ~unsigned(_mm_movemask_epi8(good)) & 0xFFFF;
     return v;
 }
 
@@ -168,8 +168,8 @@ static inline bool narrow_blocks(ko_mchar_t *dst, const ko_wchar_t *src, size_t 
         const bool cut = n - i < 16;
         if (bad1 | bad2 | cut) {
             const uint64_t mask = bad1 | uint64_t{bad2} << 16 | uint64_t{1} << 32;
-            unsigned k = static_cast<unsigned>(__builtin_ctzll(mask)) / 2;
-            if (cut && k > n - i) k = static_cast<unsigned>(n - i);
+            unsigned k = unsigned(__builtin_ctzll(mask)) / 2;
+            if (cut && k > n - i) k = unsigned(n - i);
             store_part(dst + i, bytes, k);
             *done = i + k;
             return true;
@@ -183,7 +183,7 @@ static inline bool narrow_blocks(ko_mchar_t *dst, const ko_wchar_t *src, size_t 
 static inline bool ascii_blocks(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first,
                                 size_t *done) {
     // Shifts the letters from first on to the lowest signed bytes.
-    const __m128i shift = _mm_set1_epi8(static_cast<char>(0x80 - first));
+    const __m128i shift = _mm_set1_epi8(char(0x80 - first));
     const __m128i bound = _mm_set1_epi8(-128 + 26), flip = _mm_set1_epi8(0x20);
     size_t i = *done;
     for (size_t left = readable(src + i) / 16; left; --left, i += 16) {
@@ -235,7 +235,7 @@ __attribute__((target("ssse3"))) static size_t rows_ssse3(ko_mchar_t *dst, const
                                                           const case_rows &map) {
     __m128i row[rows], change[rows];
     for (size_t r = 0; r < rows; ++r) {
-        row[r] = _mm_set1_epi8(static_cast<char>(map.row[r]));
+        row[r] = _mm_set1_epi8(char(map.row[r]));
         change[r] = load_block(map.change[r]);
     }
     const __m128i keep = _mm_set1_epi8(0x70);
@@ -303,7 +303,7 @@ size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned mos
         if (narrow_blocks(dst, src, n, most, &i)) return i;
         for (const size_t edge = i + to_blocks(src + i, 16, n - i); i < edge; ++i) {
             if (src[i] - 1u >= most) return i;
-            dst[i] = static_cast<ko_mchar_t>(src[i]);
+            dst[i] = ko_mchar_t(src[i]);
         }
     }
     return n;
@@ -327,13 +327,13 @@ static inline size_t run_of_pairs(void *dst, const void *src, size_t n, const ct
                 v = in_wide[i];
             } else {
                 if (first_flags[in_bytes[2 * i]] != mb_prefix) return i;
-                v = static_cast<unsigned>(in_bytes[2 * i] << 8 | in_bytes[2 * i + 1]);
+                v = unsigned(in_bytes[2 * i] << 8 | in_bytes[2 * i + 1]);
             }
             if (!(pairs[v] & bit)) return i;
-            if (to == form::wide) out_wide[i] = static_cast<ko_wchar_t>(v);
+            if (to == form::wide) out_wide[i] = ko_wchar_t(v);
             if (to == form::bytes) {
-                out_bytes[2 * i] = static_cast<ko_mchar_t>(v >> 8);
-                out_bytes[2 * i + 1] = static_cast<ko_mchar_t>(v & 0xFF);
+                out_bytes[2 * i] = ko_mchar_t(v >> 8);
+                out_bytes[2 * i + 1] = ko_mchar_t(v & 0xFF);
             }
         }
     }
@@ -361,7 +361,7 @@ size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first) {
         for (int step = 0; step < 16; ++step, ++i) {
             const unsigned c = src[i];
             if (c - 1 >= 0x7F) return i;
-            dst[i] = static_cast<ko_mchar_t>(c - first < 26 ? c ^ 0x20 : c);
+            dst[i] = ko_mchar_t(c - first < 26 ? c ^ 0x20 : c);
         }
     }
 }

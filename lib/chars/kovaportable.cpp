@@ -19,10 +19,10 @@ static constexpr std::array<unsigned char, 128> ebcdic_of_ascii = {
 static constexpr portable_set make_ebcdic() {
     portable_set set{};
     for (unsigned c = 0; c < 256; ++c)
-        set.meaning[c] = static_cast<uint16_t>(0x100 + c);
+        set.meaning[c] = uint16_t(0x100 + c);
     for (unsigned c = 0; c < 128; ++c) {
         set.native[c] = ebcdic_of_ascii[c];
-        set.meaning[ebcdic_of_ascii[c]] = static_cast<uint16_t>(c);
+        set.meaning[ebcdic_of_ascii[c]] = uint16_t(c);
     }
     return set;
 }

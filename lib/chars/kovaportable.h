@@ -21,7 +21,7 @@ inline unsigned portable(const portable_set *set, unsigned wc) {
 inline unsigned portable(const kovaloc *loc, unsigned wc) { return portable(loc->portable, wc); }
 // The code of an ASCII character in the locale's code set.
 inline ko_wchar_t native(const kovaloc *loc, int ascii) {
-    return !loc->portable ? static_cast<ko_wchar_t>(ascii) : loc->portable->native[ascii & 0x7F];
+    return !loc->portable ? ko_wchar_t(ascii) : loc->portable->native[ascii & 0x7F];
 }
 
 // The numbers below 100 as two ASCII digits each.
@@ -29,7 +29,7 @@ template <class Unit>
 inline constexpr auto digit_pairs = [] {
     std::array<std::array<Unit, 2>, 100> pairs{};
     for (size_t i = 0; i < 100; ++i)
-        pairs[i] = {static_cast<Unit>('0' + i / 10), static_cast<Unit>('0' + i % 10)};
+        pairs[i] = {Unit('0' + i / 10), Unit('0' + i % 10)};
     return pairs;
 }();
 

@@ -38,10 +38,10 @@ inline void store_block(void *p, __m128i v) { _mm_storeu_si128(static_cast<__m12
 
 // A bit for each byte in which two blocks agree, or that is zero.
 inline unsigned equal_bytes(__m128i a, __m128i b) {
-    return static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
+    return unsigned(_mm_movemask_epi8(_mm_cmpeq_epi8(a, b)));
 }
 inline unsigned zero_bytes(__m128i v) { return equal_bytes(v, _mm_setzero_si128()); }
-inline unsigned first_bit(unsigned mask) { return static_cast<unsigned>(__builtin_ctz(mask)); }
+inline unsigned first_bit(unsigned mask) { return unsigned(__builtin_ctz(mask)); }
 
 #endif
 
