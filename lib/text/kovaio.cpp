@@ -23,13 +23,13 @@ static int next_char(ko_lc_t loc, void *stream, read_char *c) {
     for (unsigned n = 0; n < multi_max_depth;) {
         const int got = ko_ext_fgetc(stream);
         if (got < 0) return read_error(loc, stream, n ? KO_EINVAL : KO_EEOF);
-        const auto byte = static_cast<ko_mchar_t>(got);
+        const auto byte = ko_mchar_t(got);
         c->bytes[n++] = byte;
         wide = (wide << 8 | byte) & 0xFFFF;
         const unsigned flag = node_flag(node, byte);
         if (flag == mb_final) {
-            c->wide = static_cast<ko_wchar_t>(wide);
-            return static_cast<int>(n);
+            c->wide = ko_wchar_t(wide);
+            return int(n);
         }
         if (flag != mb_prefix) break;
         node = node_child(node, byte);
@@ -41,7 +41,7 @@ int ko_full_fgetmb(ko_lc_t loc, ko_mchar_t *mb, void *stream) {
     if (!loc || !mb || !stream) return fail(loc, KO_ENULL, -1);
     read_char c;
     const int n = next_char(loc, stream, &c);
-    if (n > 0) memcpy(mb, c.bytes, static_cast<size_t>(n));
+    if (n > 0) memcpy(mb, c.bytes, size_t(n));
     return n;
 }
 
@@ -59,7 +59,7 @@ static int next_line_char(ko_lc_t loc, void *stream, read_char *c) {
     if (!record(loc)->exp.single_byte) return next_char(loc, stream, c);
     const int got = ko_ext_fgetc(stream);
     if (got < 0) return read_error(loc, stream, KO_EEOF);
-    c->bytes[0] = static_cast<ko_mchar_t>(got);
+    c->bytes[0] = ko_mchar_t(got);
     c->wide = c->bytes[0];
     return 1;
 }
@@ -101,7 +101,7 @@ static Unit *read_line(ko_lc_t loc, Unit *buf, int size, int end_units, void *st
         if (unit.units + (unit.newline ? end_units : 0) > size - used) {
             return fail(loc, KO_E2BIG, none);
         }
-        memcpy(buf + used, unit.from, static_cast<size_t>(unit.units) * sizeof(Unit));
+        memcpy(buf + used, unit.from, size_t(unit.units) * sizeof(Unit));
         used += unit.units;
         if (!unit.newline) continue;
         end_text(buf + used, end_units);

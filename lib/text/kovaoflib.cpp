@@ -3,7 +3,7 @@
 
 // True if all bytes were written.
 static bool put_bytes(ko_lc_t loc, const ko_mchar_t *bytes, int count, void *stream) {
-    const auto wanted = static_cast<size_t>(count);
+    const auto wanted = size_t(count);
     if (!wanted || ko_ext_fwrite(bytes, 1, wanted, stream) == wanted) return true;
     return fail(loc, KO_EIO, false);
 }
@@ -21,7 +21,7 @@ const ko_mchar_t *ko_fputmb(ko_lc_t loc, const ko_mchar_t *mb, void *stream) {
 static bool put_wide(ko_lc_t loc, ko_wchar_t wc, void *stream) {
     ko_mchar_t bytes[4] = {}; // zeros after the character
     if (record(loc)->exp.single_byte) {
-        bytes[0] = static_cast<ko_mchar_t>(wc & 0xFF);
+        bytes[0] = ko_mchar_t(wc & 0xFF);
     } else if (ko_full_wctomb(loc, bytes, wc) < 0) {
         return false;
     }

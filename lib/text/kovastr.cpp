@@ -24,7 +24,7 @@ int by_tree::length(const unit *s) const {
     for (text_char c; (c = at(end)).units; end += c.units) {
         if (c.units < 0) return -1;
     }
-    return static_cast<int>(end - s);
+    return int(end - s);
 }
 
 // ---- Positions ---------------------------------------------------------------------------------
@@ -63,7 +63,7 @@ int ko_charoffset(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *position
     if (!c.start) return -1;
     if (!c.units && position != c.start) return fail(loc, KO_EINVAL, -1);
     *len_bytes = c.units ? c.units : terminator_len(record(loc));
-    return static_cast<int>(position - c.start);
+    return int(position - c.start);
 }
 
 const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped) {
@@ -142,7 +142,7 @@ template <class By> static kept_text without_spaces(const By &by, const typename
         kept = chars;
         kept_end = s;
     }
-    return {kept, static_cast<int>(kept_end - start), kept < chars};
+    return {kept, int(kept_end - start), kept < chars};
 }
 
 static kept_text kept_of(ko_lc_t loc, const ko_mchar_t *mbs) {

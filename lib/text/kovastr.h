@@ -35,7 +35,7 @@ using by_wide = by_unit<ko_wchar_t>;
 using by_byte = by_unit<ko_mchar_t>;
 template <> inline int by_byte::length(const ko_mchar_t *s, int most) const {
     const void *text = s;
-    return static_cast<int>(strnlen(static_cast<const char *>(text), static_cast<size_t>(most)));
+    return int(strnlen(static_cast<const char *>(text), size_t(most)));
 }
 
 struct by_flat { // code sets with terminators of one or two bytes
@@ -48,7 +48,7 @@ struct by_flat { // code sets with terminators of one or two bytes
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
         const int n = flat_mblen(*f, s);
         if (n == 1) return {1, *s};
-        if (n == 2) return {2, static_cast<unsigned>(s[0] << 8 | s[1])};
+        if (n == 2) return {2, unsigned(s[0] << 8 | s[1])};
         return fail(loc, KO_EILSEQ, text_char{-1, 0});
     }
     unsigned classes(const unit *, text_char c) const {
@@ -83,9 +83,7 @@ template <class Operation> inline auto by_code_set(ko_lc_t loc, Operation run) {
 const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *skipped);
 
 // Writes the terminator.
-inline void end_text(ko_mchar_t *at, int end_units) {
-    memset(at, 0, static_cast<size_t>(end_units));
-}
+inline void end_text(ko_mchar_t *at, int end_units) { memset(at, 0, size_t(end_units)); }
 inline void end_text(ko_wchar_t *at, int) { *at = 0; }
 
 #endif

@@ -14,7 +14,7 @@ struct mb_strings {
         if (n == INT_MAX) return ko_mbsbytes_nt(loc, s);
         int skipped;
         const ko_mchar_t *const end = skip_chars(loc, s, n, &skipped);
-        return end ? static_cast<int>(end - s) : -1;
+        return end ? int(end - s) : -1;
     }
 };
 struct wide_strings { // without a locale: only an error hook learns of errors
@@ -40,7 +40,7 @@ static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, int n
     if (before < 0) return none;
     const int len = strings.length(src, n);
     if (len < 0) return none;
-    memmove(dst + before, src, static_cast<size_t>(len) * sizeof(Unit));
+    memmove(dst + before, src, size_t(len) * sizeof(Unit));
     end_text(dst + before + len, strings.end_units());
     return dst;
 }
@@ -83,7 +83,7 @@ ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *m
     const int len = ko_full_mblen(loc, mb, 2);
     const int rest = len < 0 ? 0 : ko_mbsbytes(loc, next);
     if (!rest) return none;
-    const auto head_bytes = static_cast<size_t>(len), rest_bytes = static_cast<size_t>(rest);
+    const auto head_bytes = size_t(len), rest_bytes = size_t(rest);
     const ext_block<ko_mchar_t> scratch(rest_bytes + 2); // mb may lie in the string
     if (!scratch.p) return fail(loc, KO_ENOMEM, none);
     memcpy(scratch.p, mb, head_bytes);
@@ -107,7 +107,7 @@ ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars) {
     if (!loc || !mbs || !len_chars) return fail(loc, KO_ENULL, none);
     int chars;
     if (!skip_chars(loc, mbs, INT_MAX, &chars)) return none;
-    const auto room = static_cast<size_t>(chars) + 1;
+    const auto room = size_t(chars) + 1;
     ext_block<ko_wchar_t> copy(room);
     if (!copy.p) return fail(loc, KO_ENOMEM, none);
     const kovaloc *r = record(loc);

@@ -32,7 +32,7 @@ static Unit *find_char(const By &by, const Unit *s, text_char wanted, which side
 static ko_mchar_t *find_char(const by_byte &by, const ko_mchar_t *s, text_char wanted, which side) {
     const void *text = s;
     const auto *bytes = static_cast<const char *>(text);
-    const auto byte = static_cast<int>(wanted.code);
+    const auto byte = int(wanted.code);
     const void *found = side == which::first ? strchr(bytes, byte) : strrchr(bytes, byte);
     return found ? static_cast<ko_mchar_t *>(const_cast<void *>(found))
                  : absent<ko_mchar_t>(by.loc);
@@ -96,7 +96,7 @@ static bool add_member(char_set *set, unsigned wide) {
         return true;
     }
     if (!set->all && set->count < char_set::room) {
-        set->few[set->count++] = static_cast<ko_wchar_t>(wide);
+        set->few[set->count++] = ko_wchar_t(wide);
         return true;
     }
     if (!set->all) {
@@ -245,7 +245,7 @@ static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
     const int len = by.length(sub);
     if (len < 0) return nullptr;
     if (len > short_units) {
-        const ext_block<sub_char> room(static_cast<size_t>(len));
+        const ext_block<sub_char> room{size_t(len)};
         if (room.p) return find_long(by, s, sub, len, room.p);
     }
     return find_short(by, s, sub, len); // without memory: slower, with the same result

@@ -16,7 +16,7 @@ static int table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, in
         common &= classes;
         total += columns(classes, full);
     }
-    return common ? static_cast<int>(total) : -1;
+    return common ? int(total) : -1;
 }
 
 // Columns of a text. A character that begins before the end but extends beyond it is refused.
@@ -25,7 +25,7 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
     const ko_ctype_t full = full_width(by.loc);
     if constexpr (By::one_unit) {
         if (const uint16_t *table = by.loc->exp.sb_ctype_table) {
-            if (end && end - s < max_chars) max_chars = static_cast<int>(end - s);
+            if (end && end - s < max_chars) max_chars = int(end - s);
             const int width = table_width(table, full, s, by.length(s, max_chars));
             return width < 0 ? fail(by.loc, KO_EINVAL, -1) : width;
         }
@@ -40,14 +40,14 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
         total += columns(classes, full);
         s += c.units;
     }
-    return static_cast<int>(total);
+    return int(total);
 }
 
 int ko_wcwidth(ko_lc_t loc, ko_wchar_t wc) {
     if (!wc) return 0;
     const unsigned classes = wide_classes(record(loc), wc);
     if (!(classes & KO_CT_PRINT)) return fail(loc, KO_EINVAL, -1);
-    return static_cast<int>(columns(classes, full_width(record(loc))));
+    return int(columns(classes, full_width(record(loc))));
 }
 
 int ko_mbwidth(ko_lc_t loc, const ko_mchar_t *mb) { return ko_mbswidth(loc, mb, 1); }
