@@ -57,8 +57,8 @@ template <class Unit>
                                            bool negative, const format_modifiers &m) {
     kovaloc *const loc = out->loc;
     const bool upper = (m.flags & fmt_upper) != 0, alternate = (m.flags & fmt_alternate) != 0;
-    const int bits = std::countr_zero(static_cast<unsigned>(base));
-    const int count = (static_cast<int>(std::bit_width(magnitude | 1)) + bits - 1) / bits;
+    const int bits = std::countr_zero(unsigned(base));
+    const int count = (int(std::bit_width(magnitude | 1)) + bits - 1) / bits;
     int64_t zeros = m.precision > count ? m.precision - count : 0;
     if (base == 8 && alternate && count >= m.precision) zeros = 1;
     const grouping g = init_grouping(loc, m);
@@ -67,8 +67,8 @@ template <class Unit>
     Unit *at = open_number(out, negative, prefix + zeros + grouped, m);
     if (!at) return -1;
     if (prefix) {
-        *at++ = static_cast<Unit>(native(loc, '0'));
-        *at++ = static_cast<Unit>(native(loc, upper ? 'X' : 'x'));
+        *at++ = Unit(native(loc, '0'));
+        *at++ = Unit(native(loc, upper ? 'X' : 'x'));
     }
     at = put_units(at, native(loc, '0'), zeros);
     put_each_digit(loc, at + grouped, {magnitude, count, 0, bits, upper}, g);
@@ -76,7 +76,7 @@ template <class Unit>
 }
 
 static uint32_t magnitude_of(int value) {
-    const auto bits = static_cast<uint32_t>(value);
+    const auto bits = uint32_t(value);
     return value < 0 ? 0 - bits : bits;
 }
 
@@ -92,7 +92,7 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
     if (!at) return -1;
     put_decimals(put_units(at, native(loc, '0'), zeros) + count, magnitude, count,
                  native(loc, '0'));
-    return static_cast<int>(field.at - out);
+    return int(field.at - out);
 }
 
 // ---- Characters and strings ---------------------------------------------------------------------
@@ -100,7 +100,7 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
 // A character that is not a unit fails the call only at its end: any other error is reported first,
 // as where wide characters are formatted and then converted.
 template <class Unit> static Unit unit_of(fmt_out<Unit> *out, Unit *at, ko_wchar_t wc) {
-    const auto unit = static_cast<Unit>(wc);
+    const auto unit = Unit(wc);
     if (unit != wc && !out->unfit) out->unfit = at;
     return unit;
 }
@@ -150,8 +150,7 @@ static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
                             const format_modifiers &m) {
     const void *const bytes = mbs;
     const size_t len = strlen(static_cast<const char *>(bytes));
-    return len > INT_MAX ? fail(out->loc, KO_E2BIG, -1)
-                         : format_string(out, mbs, static_cast<int>(len), m);
+    return len > INT_MAX ? fail(out->loc, KO_E2BIG, -1) : format_string(out, mbs, int(len), m);
 }
 
 // ---- Directives ---------------------------------------------------------------------------------
@@ -182,9 +181,9 @@ template <class Unit> static void take_stars(formatting<Unit> *f) {
 template <class Unit>
 static int format_integer(formatting<Unit> *f, const number_letter &row, char size) {
     int value = va_arg(f->values, int); // the interface's long is an int, too
-    if (size == 'h') value = row.is_signed ? static_cast<int16_t>(value) : value & 0xFFFF;
+    if (size == 'h') value = row.is_signed ? int16_t(value) : value & 0xFFFF;
     if (row.is_signed && value < 0) f->negative = true;
-    const uint32_t magnitude = row.is_signed ? magnitude_of(value) : static_cast<uint32_t>(value);
+    const uint32_t magnitude = row.is_signed ? magnitude_of(value) : uint32_t(value);
     return row.base == 10 ? format_decimal(&f->out, magnitude, f->negative, f->m)
                           : format_binary(&f->out, magnitude, row.base, f->negative, f->m);
 }
@@ -194,7 +193,7 @@ template <class Unit>
 [[gnu::noinline]] static int format_text(formatting<Unit> *f, number_kind kind, char size) {
     kovaloc *const loc = f->out.loc;
     if (kind == number_char && size == 'l') {
-        const auto wc = static_cast<ko_wchar_t>(va_arg(f->values, int));
+        const auto wc = ko_wchar_t(va_arg(f->values, int));
         return wc ? format_char(&f->out, wc, f->m) : fail(loc, KO_EILSEQ, -1);
     }
     if (size == 'l') {
@@ -228,7 +227,7 @@ template <class Unit> static int format_directive(formatting<Unit> *f, const Uni
     if (c == 'X') f->m.flags |= fmt_upper;
     if (row->kind == number_integer) return format_integer(f, *row, size);
     if (row->kind != number_real) return format_text(f, row->kind, size);
-    return format_float(&f->out, va_arg(f->values, double), static_cast<char>(c), f->m);
+    return format_float(&f->out, va_arg(f->values, double), char(c), f->m);
 }
 
 template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *format) {
@@ -261,7 +260,7 @@ static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const 
         if (result >= 0) result = fail(f->out.loc, KO_EILSEQ, -1);
     }
     if (max >= 0) *f->out.at = 0;
-    return result < 0 ? -1 : static_cast<int>(f->out.at - out);
+    return result < 0 ? -1 : int(f->out.at - out);
 }
 
 int ko_wcsfnum1(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
@@ -300,7 +299,7 @@ constexpr int result_room = 512; // results that take no block of the host's mem
         if (format_numbers(f, local, max_bytes > 0 ? max_bytes : 0, wide.p) < 0) return -1;
         return narrow_result(loc, out, max_bytes, local);
     }
-    const ext_block<ko_wchar_t> block(static_cast<size_t>(max_bytes) + 1);
+    const ext_block<ko_wchar_t> block(size_t(max_bytes) + 1);
     if (!block.p) return fail(loc, KO_ENOMEM, -1);
     if (format_numbers(f, block.p, max_bytes, wide.p) < 0) return -1;
     return narrow_result(loc, out, max_bytes, block.p);

@@ -33,7 +33,7 @@ static binary take_apart(double value) {
     uint64_t bits;
     memcpy(&bits, &value, sizeof bits);
     constexpr uint64_t hidden = uint64_t{1} << 52;
-    const auto exponent = static_cast<int>(bits >> 52);
+    const auto exponent = int(bits >> 52);
     return {(bits & (hidden - 1)) | (exponent ? hidden : 0), 1075 - (exponent ? exponent : 1)};
 }
 
@@ -49,18 +49,16 @@ template <class Bits> static Bits halve(Bits product, int shift) {
 // one. Saturates. False if 128 bits cannot hold the exact product.
 [[gnu::always_inline]] static inline bool scale(binary value, int decimals, uint64_t *number) {
     const int shift = value.shift;
-    if (shift < 0 || decimals < 0 || decimals >= static_cast<int>(powers_of_ten.size()))
-        return false;
-    const wide_product product =
-        static_cast<wide_product>(value.mantissa) * powers_of_ten[static_cast<size_t>(decimals)];
+    if (shift < 0 || decimals < 0 || decimals >= int(powers_of_ten.size())) return false;
+    const wide_product product = wide_product(value.mantissa) * powers_of_ten[size_t(decimals)];
     *number = 0;
     if (shift >= 128) return true; // the product has 117 bits
     if (!(product >> 63) && shift < 64) {
-        *number = halve(static_cast<uint64_t>(product), shift);
+        *number = halve(uint64_t(product), shift);
         return true;
     }
     const wide_product whole = halve(product, shift);
-    *number = whole >> 64 ? UINT64_MAX : static_cast<uint64_t>(whole);
+    *number = whole >> 64 ? UINT64_MAX : uint64_t(whole);
     return true;
 }
 
@@ -72,11 +70,11 @@ static bool fast_fixed(double value, int decimals, uint64_t *number) {
 // Rounds a value above 0 to count significant digits; false if integers cannot do so exactly.
 static bool fast_significant(decimal *d, double value, int count) {
     const binary parts = take_apart(value);
-    const int below = static_cast<int>(std::bit_width(parts.mantissa)) - parts.shift - 1;
+    const int below = int(std::bit_width(parts.mantissa)) - parts.shift - 1;
     int decimals = count - 1 - (below * 1233 >> 12); // log 2; may be one too many
     uint64_t number;
     if (!scale(parts, decimals, &number)) return false;
-    if (number >= powers_of_ten[static_cast<size_t>(count)] && !scale(parts, --decimals, &number)) {
+    if (number >= powers_of_ten[size_t(count)] && !scale(parts, --decimals, &number)) {
         return false;
     }
     *d = {number, decimals};
@@ -92,7 +90,7 @@ static bool fast_significant(decimal *, double, int) { return false; }
 // Appends the digits at the start of text to *number; returns their end.
 static const char *take_digits(const char *text, uint64_t *number) {
     for (; *text >= '0' && *text <= '9'; ++text)
-        *number = *number * 10 + static_cast<uint64_t>(*text - '0');
+        *number = *number * 10 + uint64_t(*text - '0');
     return text;
 }
 
@@ -101,10 +99,10 @@ static void slow_significant(decimal *d, double value, int count) {
     snprintf(text, sizeof text, "%.*e", count - 1, value);
     const char *const tail = strrchr(text, 'e');
     uint64_t exponent = 0;
-    *d = {static_cast<uint64_t>(text[0] - '0'), count - 1};
+    *d = {uint64_t(text[0] - '0'), count - 1};
     take_digits(tail - (count - 1), &d->number);
     take_digits(tail + 2, &exponent);
-    d->decimals += tail[1] == '-' ? static_cast<int>(exponent) : -static_cast<int>(exponent);
+    d->decimals += tail[1] == '-' ? int(exponent) : -int(exponent);
 }
 
 // Rounds to a number of decimals, at which value has at most 15 digits.
@@ -175,7 +173,7 @@ static int format_word(fmt_out<Unit> *out, double value, char letter, const form
     if (pads_with_zeros(m)) blanks.flags &= ~unsigned{fmt_zero | fmt_left};
     Unit *const at = open_padded(out, sign_mark(out->loc, value < 0, m), 3, blanks);
     for (int i = 0; at && i < 3; ++i)
-        at[i] = static_cast<Unit>(native(out->loc, word[i]));
+        at[i] = Unit(native(out->loc, word[i]));
     return at ? 0 : -1;
 }
 
@@ -187,8 +185,8 @@ static inline number_digits take_whole(decimal *d) {
         *d = {0, 0};
         return whole;
     }
-    if (d->decimals >= static_cast<int>(powers_of_ten.size())) return {0, 1};
-    const uint64_t one = powers_of_ten[static_cast<size_t>(d->decimals)];
+    if (d->decimals >= int(powers_of_ten.size())) return {0, 1};
+    const uint64_t one = powers_of_ten[size_t(d->decimals)];
     const uint64_t whole = d->number / one;
     d->number -= whole * one;
     return {whole, count_digits(whole)};
@@ -217,9 +215,9 @@ template <class Unit>
     put_decimals(at, d.number, d.decimals, zero);
     at = put_units(at, zero, fraction - d.decimals);
     if (!exponent) return 0;
-    *at++ = static_cast<Unit>(exponent->letter);
+    *at++ = Unit(exponent->letter);
     at = put_mark(at, exponent->sign) + exponent->digits;
-    put_decimals(at, static_cast<unsigned>(exponent->magnitude), exponent->digits, zero);
+    put_decimals(at, unsigned(exponent->magnitude), exponent->digits, zero);
     return 0;
 }
 

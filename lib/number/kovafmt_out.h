@@ -60,7 +60,7 @@ inline fmt_mark sign_mark(const kovaloc *loc, bool negative, const format_modifi
 
 template <class Unit> inline Unit *put_units(Unit *at, ko_wchar_t unit, int64_t count) {
     for (; count > 0; --count)
-        *at++ = static_cast<Unit>(unit);
+        *at++ = Unit(unit);
     return at;
 }
 template <class Unit> [[gnu::noinline]] Unit *put_long_mark(Unit *at, const fmt_mark &mark) {
@@ -68,12 +68,12 @@ template <class Unit> [[gnu::noinline]] Unit *put_long_mark(Unit *at, const fmt_
     const auto *const wide = static_cast<const ko_wchar_t *>(mark.text);
     const auto *const bytes = static_cast<const ko_mchar_t *>(mark.text);
     for (int i = 0; i < mark.len; ++i)
-        *at++ = static_cast<Unit>(mark.wide ? wide[i] : bytes[i]);
+        *at++ = Unit(mark.wide ? wide[i] : bytes[i]);
     return at;
 }
 template <class Unit> inline Unit *put_mark(Unit *at, const fmt_mark &mark) {
     if (mark.len > 1) return put_long_mark(at, mark);
-    if (mark.len) *at++ = static_cast<Unit>(mark.unit);
+    if (mark.len) *at++ = Unit(mark.unit);
     return at;
 }
 
@@ -127,14 +127,14 @@ inline void put_eight_digits(char *to, uint32_t value) {
     memcpy(to + 6, digit_pairs<ko_mchar_t>[low % 100].data(), 2);
 }
 inline int count_digits(uint64_t number) {
-    const uint64_t odd = number | 1; // has as many digits, and at least one
-    const int below = static_cast<int>(std::bit_width(odd)) * 1233 >> 12; // log 2
-    return below + (odd >= powers_of_ten[static_cast<size_t>(below)]);
+    const uint64_t odd = number | 1;                         // has as many digits, and at least one
+    const int below = int(std::bit_width(odd)) * 1233 >> 12; // log 2
+    return below + (odd >= powers_of_ten[size_t(below)]);
 }
 // Writes a number of at most 16 digits at the end of the room and returns their count.
 inline int put_decimal(char *room, uint64_t number) {
-    put_eight_digits(room, static_cast<uint32_t>(number / 100000000));
-    put_eight_digits(room + 8, static_cast<uint32_t>(number % 100000000));
+    put_eight_digits(room, uint32_t(number / 100000000));
+    put_eight_digits(room + 8, uint32_t(number % 100000000));
     return count_digits(number);
 }
 inline int put_decimal(char *room, uint32_t number) {
@@ -170,13 +170,13 @@ template <class Unit> inline void put_threes(Unit *at, const digit_run &run, ko_
     const int first = (run.total - 1) % 3 + 1;
     const auto copy_three = [&] {
         for (int i = 0; i < 3; ++i)
-            at[i] = static_cast<Unit>(digit[i]);
+            at[i] = Unit(digit[i]);
     };
     copy_three();
     at += first;
     digit += first;
     for (int groups = (run.total - 1) / 3; groups; --groups, digit += 3, at += 3) {
-        *at++ = static_cast<Unit>(separator);
+        *at++ = Unit(separator);
         copy_three();
     }
 }
@@ -198,7 +198,7 @@ inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
 // The units of so many digits with their separators.
 inline int64_t grouped_len(const grouping &g, int digits) {
     if (g.kind == ungrouped) return digits;
-    if (g.kind == by_three) return digits + static_cast<int>(static_cast<unsigned>(digits - 1) / 3);
+    if (g.kind == by_three) return digits + int(unsigned(digits - 1) / 3);
     int64_t len = digits;
     for (int i = 1, size; (size = group_size(g.sizes, i)) > 0 && size < digits; ++i, digits -= size)
         len += g.separator.len;
@@ -215,26 +215,26 @@ struct number_digits {
 };
 
 template <class Unit> inline void put_pair(Unit *at, uint32_t pair, ko_wchar_t zero) {
-    at[0] = static_cast<Unit>(zero - '0' + digit_pairs<ko_mchar_t>[pair][0]);
-    at[1] = static_cast<Unit>(zero - '0' + digit_pairs<ko_mchar_t>[pair][1]);
+    at[0] = Unit(zero - '0' + digit_pairs<ko_mchar_t>[pair][0]);
+    at[1] = Unit(zero - '0' + digit_pairs<ko_mchar_t>[pair][1]);
 }
 // Writes count decimal digits so that they end at end.
 template <class Unit, class Number>
 inline void put_decimals(Unit *end, Number number, int count, ko_wchar_t zero) {
     for (; count > 1; count -= 2, number /= 100)
-        put_pair(end -= 2, static_cast<uint32_t>(number % 100), zero);
-    if (count > 0) end[-1] = static_cast<Unit>(zero + number % 10);
+        put_pair(end -= 2, uint32_t(number % 100), zero);
+    if (count > 0) end[-1] = Unit(zero + number % 10);
 }
 // Writes count decimal digits in groups of three so that they end at end.
 template <class Unit, class Number>
 inline void put_threes(Unit *end, Number number, int count, ko_wchar_t zero, ko_wchar_t separator) {
     for (; count > 3; count -= 3, number /= 1000) {
-        const auto three = static_cast<uint32_t>(number % 1000);
+        const auto three = uint32_t(number % 1000);
         put_pair(end - 2, three % 100, zero);
-        end[-3] = static_cast<Unit>(zero + three / 100);
-        *(end -= 4) = static_cast<Unit>(separator);
+        end[-3] = Unit(zero + three / 100);
+        *(end -= 4) = Unit(separator);
     }
-    put_decimals(end, static_cast<uint32_t>(number), count, zero);
+    put_decimals(end, uint32_t(number), count, zero);
 }
 // Writes digits by any group sizes and in any base so that they end at end.
 template <class Unit>
@@ -253,7 +253,7 @@ template <class Unit>
             digit = d.bits ? d.number & mask : d.number % 10;
             d.number = d.bits ? d.number >> d.bits : d.number / 10;
         }
-        *--end = static_cast<Unit>(digit < 10 ? zero + digit : ten + (digit - 10));
+        *--end = Unit(digit < 10 ? zero + digit : ten + (digit - 10));
     }
 }
 
@@ -284,11 +284,11 @@ struct number_letter {
 inline constexpr auto number_letters = [] {
     std::array<number_letter, 128> rows{};
     for (const char c : {'d', 'i'})
-        rows[static_cast<size_t>(c)] = {number_integer, 10, true};
+        rows[size_t(c)] = {number_integer, 10, true};
     for (const char c : {'x', 'X'})
-        rows[static_cast<size_t>(c)] = {number_integer, 16, true};
+        rows[size_t(c)] = {number_integer, 16, true};
     for (const char c : {'e', 'E', 'f', 'g', 'G'})
-        rows[static_cast<size_t>(c)] = {number_real, 0, true};
+        rows[size_t(c)] = {number_real, 0, true};
     rows['u'] = {number_integer, 10, false};
     rows['o'] = {number_integer, 8, true};
     rows['q'] = {number_integer, 4, true};
@@ -307,7 +307,7 @@ template <class Unit> inline char scan_size(const kovaloc *loc, const Unit **for
     const unsigned c = portable(loc, **format) | 0x20;
     if (c != 'l' && c != 'h') return 0;
     ++*format;
-    return static_cast<char>(c);
+    return char(c);
 }
 
 // Writes a real in the style of the letter: "e", "E", "f", "g" or "G". -1 with KO_E2BIG.

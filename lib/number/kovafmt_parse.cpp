@@ -35,7 +35,7 @@ static int limit_of(const format_modifiers &m) { return m.width > 0 ? m.width : 
 // Reads the number after a sign, at most most units. Returns the units read, -1 with the error word
 // set.
 static int scan_digits(parsing *p, const ko_wchar_t *text, int most, int base, ko_ulong_t *value) {
-    if (most < 1 || digit_of(p->loc, *text) >= static_cast<unsigned>(base)) {
+    if (most < 1 || digit_of(p->loc, *text) >= unsigned(base)) {
         return fail(p->loc, KO_EDIRECTIVE, -1);
     }
     const bool grouped = (p->m.flags & fmt_group) != 0;
@@ -62,7 +62,7 @@ static bool scan_decimal(parsing *p, const number_letter &row, char size) {
     void *to;
     if (!next_pointer(p, &to)) return false;
     p->in = at + read;
-    if (to && size == 'h') *static_cast<uint16_t *>(to) = static_cast<uint16_t>(value);
+    if (to && size == 'h') *static_cast<uint16_t *>(to) = uint16_t(value);
     if (to && size != 'h') *static_cast<uint32_t *>(to) = value;
     return true;
 }

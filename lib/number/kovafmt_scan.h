@@ -28,10 +28,10 @@ template <class Unit>
 inline const Unit *scan_digits(const kovaloc *loc, const Unit *at, int *value) {
     int64_t number = 0;
     for (unsigned c; is_format_digit(c = portable(loc, *at)); ++at) {
-        number = number * 10 + static_cast<int>(c - '0');
+        number = number * 10 + int(c - '0');
         if (number > INT_MAX) number = INT_MAX;
     }
-    *value = static_cast<int>(number);
+    *value = int(number);
     return at;
 }
 

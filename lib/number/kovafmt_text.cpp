@@ -10,7 +10,7 @@ static int widen_bytes(ko_wchar_t *out, const ko_mchar_t *mbs, size_t most) {
     size_t i = 0;
     while (i < most && (out[i] = mbs[i]))
         ++i;
-    return static_cast<int>(i);
+    return int(i);
 }
 
 int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
@@ -24,8 +24,7 @@ int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
     }
     const int room = ko_mbsbytes(loc, mbs); // terminator included, so no fewer than the characters
     if (!room) return fail(loc, KO_EILSEQ, -1);
-    text->block =
-        static_cast<ko_wchar_t *>(ko_ext_malloc(static_cast<size_t>(room) * sizeof(ko_wchar_t)));
+    text->block = static_cast<ko_wchar_t *>(ko_ext_malloc(size_t(room) * sizeof(ko_wchar_t)));
     if (!text->block) return fail(loc, KO_ENOMEM, -1);
     const int all = loc->exp.mbstowcs(loc, text->block, mbs, room);
     if (all < 0) return -1;
@@ -45,10 +44,10 @@ static int64_t narrow_size(const kovaloc *loc, const ko_wchar_t *wcs) {
 static int narrow_bytes(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
     ko_mchar_t *p = out, *const limit = out + max_bytes;
     for (; p < limit && *wcs - 1u < 0xFF; ++wcs)
-        *p++ = static_cast<ko_mchar_t>(*wcs);
+        *p++ = ko_mchar_t(*wcs);
     if (*wcs) p = out; // empty after a failure
     *p = 0;
-    return !*wcs ? static_cast<int>(p - out) : fail(loc, *wcs > 0xFF ? KO_EILSEQ : KO_E2BIG, -1);
+    return !*wcs ? int(p - out) : fail(loc, *wcs > 0xFF ? KO_EILSEQ : KO_E2BIG, -1);
 }
 
 int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
@@ -58,7 +57,7 @@ int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t
     const int64_t size = narrow_size(loc, wcs);
     if (size > max_bytes) return fail(loc, KO_E2BIG, -1);
     const int64_t room = size + terminator_len(loc);
-    const int limit = room < INT32_MAX ? static_cast<int>(room) : INT32_MAX;
+    const int limit = room < INT32_MAX ? int(room) : INT32_MAX;
     const int written = ko_full_wcstombs(loc, out, wcs, limit);
     if (written < 0) ko_mbsterm(loc, out);
     return written;

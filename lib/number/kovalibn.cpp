@@ -15,7 +15,7 @@ static wide_symbol readable(const kovaloc *loc, const ko_mchar_t *mbs, const ko_
         ++len;
     if (loc->exp.single_byte || terminator_len(loc) > 1) return {wcs, len};
     const void *bytes = mbs;
-    const bool alike = strlen(static_cast<const char *>(bytes)) == static_cast<size_t>(len);
+    const bool alike = strlen(static_cast<const char *>(bytes)) == size_t(len);
     return {wcs, alike ? len : 0};
 }
 
@@ -64,7 +64,7 @@ constexpr int surely_fit = 12; // digits that 64 bits hold in any base
 // Length of the prefix of a base, after which a digit must follow; *radix gets the resulting base.
 template <class Unit>
 static int prefix_len(const number_text<Unit> &t, int i, int base, unsigned *radix) {
-    *radix = static_cast<unsigned>(base ? base : 10);
+    *radix = unsigned(base ? base : 10);
     if ((base && base != 16) || at(t, i) != '0') return 0;
     if (!base) *radix = 8;
     if ((at(t, i + 1) | 0x20) != 'x' || digit_at(t, i + 2) >= 16) return 0;
@@ -147,8 +147,8 @@ static ko_long_t signed_value(const integer &n) {
         errno = ERANGE;
         return n.negative ? INT32_MIN : INT32_MAX;
     }
-    const auto value = static_cast<int64_t>(n.magnitude);
-    return static_cast<ko_long_t>(n.negative ? -value : value);
+    const auto value = int64_t(n.magnitude);
+    return ko_long_t(n.negative ? -value : value);
 }
 
 static ko_ulong_t unsigned_value(const integer &n) {
@@ -156,7 +156,7 @@ static ko_ulong_t unsigned_value(const integer &n) {
         errno = ERANGE;
         return UINT32_MAX;
     }
-    return static_cast<ko_ulong_t>(n.negative ? 0 - n.magnitude : n.magnitude);
+    return ko_ulong_t(n.negative ? 0 - n.magnitude : n.magnitude);
 }
 
 // How the two kinds of integers are bounded and fail.
@@ -209,7 +209,7 @@ int widen_number(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t (&wide)[number_
 
 bool too_long(const ko_mchar_t *mbs, int used) {
     const void *const rest = mbs + used;
-    const auto room = static_cast<size_t>(number_room - used);
+    const auto room = size_t(number_room - used);
     return strnlen(static_cast<const char *>(rest), room) == room;
 }
 
@@ -243,7 +243,7 @@ constexpr int digits_room = 33; // a sign and 32 digits
 
 char *long_base_str(char *end, ko_ulong_t value, int base) {
     static constexpr char letters[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
-    const auto radix = static_cast<ko_ulong_t>(base);
+    const auto radix = ko_ulong_t(base);
     do {
         *--end = letters[value % radix];
         value /= radix;
@@ -279,7 +279,7 @@ static ko_wchar_t *add_grp_sep(const kovaloc *loc, ko_wchar_t *dst, const char *
                                const char *digits_end, const wide_symbol &separator) {
     const int *const grouping = loc->monum_info.group_num;
     if (*digits == '-') *dst++ = native(loc, *digits++);
-    const auto n = static_cast<int>(digits_end - digits);
+    const auto n = int(digits_end - digits);
     const int separators = separator.len ? count_separators(grouping, n) : 0;
     ko_wchar_t *const end = dst + n + separators * separator.len;
     ko_wchar_t *to = end;
@@ -308,13 +308,13 @@ static int write_integer(const kovaloc *loc, ko_wchar_t *dst, int maxlen, ko_ulo
         const monum *const m = &loc->monum_info;
         separator = {m->w_thousands_sep, ko_wcslen(m->w_thousands_sep)};
         // Deliberately, the sign counts as a digit here: "-123" needs the room of a separator.
-        const auto n = static_cast<int>(digits_end - first);
+        const auto n = int(digits_end - first);
         const int64_t len = n + int64_t{count_separators(m->group_num, n)} * separator.len;
         if (len > maxlen) return 0;
     }
     ko_wchar_t *const end = add_grp_sep(loc, dst, first, digits_end, separator);
     *end = 0;
-    return static_cast<int>(end - dst);
+    return int(end - dst);
 }
 
 struct signed_long {
@@ -322,7 +322,7 @@ struct signed_long {
     bool negative;
 };
 static signed_long take_apart(ko_long_t value) {
-    const auto bits = static_cast<ko_ulong_t>(value);
+    const auto bits = ko_ulong_t(value);
     return {value < 0 ? 0 - bits : bits, value < 0};
 }
 

@@ -45,7 +45,7 @@ inline constexpr auto digit_values = [] {
         if (c >= '0' && c <= '9') value = c - '0';
         if (c >= 'a' && c <= 'z') value = c - 'a' + 10;
         if (c >= 'A' && c <= 'Z') value = c - 'A' + 10;
-        values[c] = static_cast<unsigned char>(value);
+        values[c] = uint8_t(value);
     }
     return values;
 }();

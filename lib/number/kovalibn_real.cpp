@@ -90,7 +90,7 @@ bool exact_real(uint64_t digits, int64_t exponent, double *value) {
     // A processor that computes with more bits would round twice.
     if (FLT_EVAL_METHOD != 0 || digits >> DBL_MANT_DIG) return false;
     if (exponent < -22 || exponent > 22) return false;
-    const auto whole = static_cast<double>(digits);
+    const auto whole = double(digits);
     *value = exponent < 0 ? whole / powers[-exponent] : whole * powers[exponent];
     return true;
 }
@@ -108,7 +108,7 @@ static double converted_value(const number_text<Unit> &t, const real_text &n) {
         int len = symbol_len_at(t, i, n.separator); // first, as the decimal symbol may be the same
         if (!len) {
             len = symbol_len_at(t, i, n.symbol);
-            *to++ = len ? '.' : static_cast<char>(at(t, i));
+            *to++ = len ? '.' : char(at(t, i));
         }
         i += len ? len : 1;
     }
@@ -122,7 +122,7 @@ static double converted_value(const number_text<Unit> &t, const real_text &n) {
 template <class Unit>
 static bool word_at(const number_text<Unit> &t, int i, const char *lower_case) {
     for (; *lower_case; ++i, ++lower_case)
-        if ((at(t, i) | 0x20) != static_cast<unsigned char>(*lower_case)) return false;
+        if ((at(t, i) | 0x20) != uint8_t(*lower_case)) return false;
     return true;
 }
 
@@ -133,7 +133,7 @@ template <class Unit> static int word_len(const number_text<Unit> &t, int i, dou
         return word_at(t, i + 3, "inity") ? 8 : 3;
     }
     if (!word_at(t, i, "nan")) return 0;
-    *value = static_cast<double>(NAN);
+    *value = double(NAN);
     if (at(t, i + 3) != '(') return 3;
     int len = 4;
     while (digit_at(t, i + len) != no_digit || at(t, i + len) == '_')
@@ -145,7 +145,7 @@ template <class Unit> static int word_len(const number_text<Unit> &t, int i, dou
 template <class Unit>
 static char *copy_digits(const number_text<Unit> &t, int *i, char *to, const char *room_end) {
     for (; digit_at(t, *i) < 16; ++*i)
-        if (to < room_end) *to++ = static_cast<char>(at(t, *i));
+        if (to < room_end) *to++ = char(at(t, *i));
     return to;
 }
 
@@ -168,7 +168,7 @@ static bool scan_hexadecimal(const number_text<Unit> &t, real_text *n, double *v
     scan_exponent(t, n, 'p');
     constexpr int64_t beyond = 99999; // every double
     const int64_t exponent = std::clamp(n->exponent, -beyond, beyond);
-    snprintf(to, exponent_room, "p%d", static_cast<int>(exponent));
+    snprintf(to, exponent_room, "p%d", int(exponent));
     *value = strtod(copy, nullptr);
     return true;
 }

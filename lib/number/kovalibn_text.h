@@ -33,7 +33,7 @@ template <class Unit> inline int white_len(const number_text<Unit> &t) {
     int i = 0;
     for (unsigned c; (c = at(t, i)) != 0 && c - '0' > 9; ++i) {
         const ko_wchar_t wc = t.units[i];
-        if (!has_class(t.loc, wc, KO_CT_SPACE) && !is_white(static_cast<int>(c))) break;
+        if (!has_class(t.loc, wc, KO_CT_SPACE) && !is_white(int(c))) break;
     }
     return i;
 }
@@ -83,7 +83,7 @@ inline bool scan_groups(const number_text<Unit> &t, int start, int prefix, unsig
         const int group = end - group_start;
         digits += group;
         if (end - start > number_room) return false;
-        groups->len[separators] = static_cast<uint16_t>(group);
+        groups->len[separators] = uint16_t(group);
         const int len = symbol_len_at(t, end, separator);
         groups->end = end;
         if (!len) break;

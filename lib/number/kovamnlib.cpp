@@ -29,7 +29,7 @@ static constexpr int64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
 static constexpr auto reciprocals = [] {
     std::array<uint64_t, decimals> values{};
     for (size_t i = 0; i < values.size(); ++i)
-        values[i] = (uint64_t{1} << 40) / static_cast<uint64_t>(powers[i]) + 1;
+        values[i] = (uint64_t{1} << 40) / uint64_t(powers[i]) + 1;
     return values;
 }();
 
@@ -39,7 +39,7 @@ static int64_t six_decimals(double part) {
     if (part < 0x1p-22) return 0; // below half of the sixth decimal
     // The factor makes the part an integer below 2^63, whatever its exponent.
     const bool small = part < 0x1p-11;
-    const int64_t scaled = static_cast<int64_t>(part * (small ? 0x1p74 : 0x1p63));
+    const int64_t scaled = int64_t(part * (small ? 0x1p74 : 0x1p63));
     const int64_t low = (scaled & 0xFFFFFFFF) * powers[decimals];
     const int64_t high = (scaled >> 32) * powers[decimals] + (low >> 32);
     const int shift = small ? 42 : 31;
@@ -51,23 +51,22 @@ static int64_t six_decimals(double part) {
 // Rounds an amount below scaled_max by the digit after the last one written, halves up. Digits
 // after that one are deliberately ignored.
 static int64_t round_amount(double amount, int right, unsigned *fraction) {
-    int64_t whole = static_cast<int64_t>(amount);
-    int64_t six = six_decimals(amount - static_cast<double>(whole));
+    int64_t whole = int64_t(amount);
+    int64_t six = six_decimals(amount - double(whole));
     if (six == powers[decimals]) {
         six = 0;
         ++whole;
     }
     if (right < decimals) {
-        const int64_t kept = static_cast<int64_t>(
-            static_cast<uint64_t>(six) * reciprocals[static_cast<size_t>(decimals - 1 - right)] >>
-            40);
+        const int64_t kept =
+            int64_t(uint64_t(six) * reciprocals[size_t(decimals - 1 - right)] >> 40);
         six = (kept + 5) / 10;
         if (six == powers[right]) {
             six = 0;
             ++whole;
         }
     }
-    *fraction = static_cast<unsigned>(six);
+    *fraction = unsigned(six);
     return whole;
 }
 
@@ -85,9 +84,9 @@ static void take_digits(double amount, int right, mon_digits *d) {
         d->len = snprintf(d->text, sizeof d->text, "%.0f", magnitude);
         return;
     }
-    const auto whole = static_cast<uint64_t>(round_amount(magnitude, right, &d->fraction));
-    d->len = whole > UINT32_MAX ? put_decimal(d->text, whole)
-                                : put_decimal(d->text, static_cast<uint32_t>(whole));
+    const auto whole = uint64_t(round_amount(magnitude, right, &d->fraction));
+    d->len =
+        whole > UINT32_MAX ? put_decimal(d->text, whole) : put_decimal(d->text, uint32_t(whole));
     d->first = d->text + decimal_room - d->len;
 }
 
@@ -290,13 +289,13 @@ static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_it
 static void put_fraction(ko_wchar_t *out, unsigned fraction, int count, ko_wchar_t zero) {
     const int bias = zero - '0';
     if (count & 1) {
-        out[--count] = static_cast<ko_wchar_t>(zero + fraction % 10);
+        out[--count] = ko_wchar_t(zero + fraction % 10);
         fraction /= 10;
     }
     for (; count > 0; fraction /= 100) {
         const auto &pair = digit_pairs<ko_mchar_t>[fraction % 100];
-        out[--count] = static_cast<ko_wchar_t>(bias + pair[1]);
-        out[--count] = static_cast<ko_wchar_t>(bias + pair[0]);
+        out[--count] = ko_wchar_t(bias + pair[1]);
+        out[--count] = ko_wchar_t(bias + pair[0]);
     }
 }
 
@@ -371,7 +370,7 @@ int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t
         out = write_amount(loc, out, limit - out, positions, d, va_arg(values, double));
         if (!out) return -1;
     }
-    return static_cast<int>(out - wcs);
+    return int(out - wcs);
 }
 
 int ko_wcsfmon(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
@@ -386,7 +385,7 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
     if (!handle || !out || !format) return fail(handle, KO_ENULL, -1);
     if (max_bytes < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
-    const ext_block<ko_wchar_t> wcs(static_cast<size_t>(max_bytes) + 1);
+    const ext_block<ko_wchar_t> wcs(size_t(max_bytes) + 1);
     if (!wcs.p) {
         ko_mbsterm(loc, out);
         return -1; // deliberately the one failure without an error number

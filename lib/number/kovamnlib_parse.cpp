@@ -43,7 +43,7 @@ struct mon_number {
 
 static bool take_digit(const kovaloc *loc, ko_wchar_t wc, mon_number *n) {
     if (n->len == number_room - 1) return false;
-    n->text[n->len++] = static_cast<char>('0' + digit_of(loc, wc));
+    n->text[n->len++] = char('0' + digit_of(loc, wc));
     return true;
 }
 
@@ -54,7 +54,7 @@ static const ko_wchar_t *take_whole(const kovaloc *loc, const ko_wchar_t *text,
     n->len = n->group_count = 0;
     for (;; ++text) {
         if (n->len && stands_at(text, separator) && is_digit(loc, text[separator.len])) {
-            n->groups[n->group_count++] = static_cast<unsigned char>(n->len);
+            n->groups[n->group_count++] = uint8_t(n->len);
             n->last_separator = text;
             text += separator.len;
         }
@@ -93,8 +93,7 @@ static const ko_wchar_t *take_fraction(const kovaloc *loc, const ko_wchar_t *tex
 }
 
 static bool same_symbol(const wide_symbol &a, const wide_symbol &b) {
-    return a.len && a.len == b.len &&
-           !memcmp(a.units, b.units, static_cast<size_t>(a.len) * sizeof(ko_wchar_t));
+    return a.len && a.len == b.len && !memcmp(a.units, b.units, size_t(a.len) * sizeof(ko_wchar_t));
 }
 
 static double value_of(mon_number *n) {
@@ -102,7 +101,7 @@ static double value_of(mon_number *n) {
     const int fraction = n->len > n->whole ? n->len - n->whole - 1 : 0;
     uint64_t digits = 0;
     for (int i = 0; n->whole + fraction <= 19 && i < n->len; ++i)
-        if (i != n->whole) digits = digits * 10 + static_cast<unsigned>(n->text[i] - '0');
+        if (i != n->whole) digits = digits * 10 + unsigned(n->text[i] - '0');
     double value;
     const char *end;
     if (n->whole + fraction <= 19 && exact_real(digits, -fraction, &value)) return value;
@@ -182,7 +181,7 @@ int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask, const
             text = *text == native(loc, *mask) ? text + 1 : nullptr;
         }
     }
-    return text ? static_cast<int>(text - start) : -1;
+    return text ? int(text - start) : -1;
 }
 
 // ---- Directives ---------------------------------------------------------------------------------
@@ -261,7 +260,7 @@ static int read_amount(kovaloc *loc, const mon_input &in, const mon_positions &p
     while (is_blank(loc, *item.text) &&
            (d.left_precision || (d.left && item.text - in.text < d.width)))
         ++item.text;
-    return static_cast<int>(item.text - in.text);
+    return int(item.text - in.text);
 }
 
 // ---- Entries ------------------------------------------------------------------------------------

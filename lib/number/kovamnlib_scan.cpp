@@ -40,7 +40,7 @@ static bool take_flag(const kovaloc *loc, const ko_wchar_t **format, mon_positio
 static int take_number(const kovaloc *loc, const ko_wchar_t **format) {
     int number = 0;
     for (unsigned digit; (digit = portable(loc, **format) - '0') < 10; ++*format) {
-        number = number > (INT32_MAX - 9) / 10 ? INT32_MAX : number * 10 + static_cast<int>(digit);
+        number = number > (INT32_MAX - 9) / 10 ? INT32_MAX : number * 10 + int(digit);
     }
     return number;
 }
