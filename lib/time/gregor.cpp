@@ -5,7 +5,7 @@
 static constexpr int greg_month_length[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 static constexpr int64_t february = 1;
 
-static bool leap(int64_t year) { return leap_year(static_cast<int>(year)); }
+static bool leap(int64_t year) { return leap_year(int(year)); }
 
 bool not_before(const calendar_date &date, int64_t year, int64_t month, int64_t day) {
     if (date.year != year) return date.year > year;

@@ -18,7 +18,7 @@ static constexpr struct {
 };
 
 static unsigned calendar_of(ko_lc_t loc) {
-    const auto number = static_cast<unsigned>(record(loc)->ltime_info.calendar);
+    const auto number = unsigned(record(loc)->ltime_info.calendar);
     return number < std::size(calendars) ? number : unsigned{calendar_none};
 }
 
@@ -30,12 +30,12 @@ static bool convert(bool (*conversion)(const calendar_date &, calendar_date *),
     calendar_date result = {};
     if (!conversion(date, &result)) return false;
     *to = *from;
-    to->alt_tm_year = static_cast<int>(result.year - 1900);
-    to->alt_tm_mon = static_cast<int>(result.month);
-    to->alt_tm_monidx = static_cast<int>(result.index);
-    to->alt_tm_mday = static_cast<int>(result.day);
-    to->alt_tm_wday = static_cast<int>(result.weekday);
-    to->alt_tm_yday = static_cast<int>(result.yearday);
+    to->alt_tm_year = int(result.year - 1900);
+    to->alt_tm_mon = int(result.month);
+    to->alt_tm_monidx = int(result.index);
+    to->alt_tm_mday = int(result.day);
+    to->alt_tm_wday = int(result.weekday);
+    to->alt_tm_yday = int(result.yearday);
     return true;
 }
 

@@ -91,7 +91,7 @@ static int separator_bytes(const kovaloc *loc, ko_mchar_t *bytes) {
     const int wanted = has_characters(loc) ? multi_min_length(loc->ctype) : 1;
     const int n = wanted < 1 || wanted > 4 ? 1 : wanted;
     memset(bytes, 0, 4);
-    bytes[n - 1] = static_cast<ko_mchar_t>(native(loc, ';'));
+    bytes[n - 1] = ko_mchar_t(native(loc, ';'));
     return n;
 }
 
@@ -100,7 +100,7 @@ static bool join(const kovaloc *loc, ko_mchar_t *const *list, int count, ko_mcha
     drop(*joined);
     if (!list || count < 1) return true;
     ko_mchar_t separator[4];
-    const size_t gap = static_cast<size_t>(separator_bytes(loc, separator));
+    const size_t gap = size_t(separator_bytes(loc, separator));
     const auto unit = [gap](const ko_mchar_t *s) { // whole characters, see zeros_at
         return s ? (zeros_at(s) + gap - 1) / gap * gap : 0;
     };
@@ -130,7 +130,7 @@ static int widen_lists(kovaloc *loc) {
     ltime *t = &loc->ltime_info;
     for (const counted_list &l : counted_lists) {
         if (!(t->*l.mbs) || t->*l.count < 1) continue;
-        const size_t size = static_cast<size_t>(t->*l.count) * sizeof(ko_wchar_t *);
+        const size_t size = size_t(t->*l.count) * sizeof(ko_wchar_t *);
         t->*l.wcs = static_cast<ko_wchar_t **>(ko_ext_malloc(size));
         if (!(t->*l.wcs)) return fail(loc, KO_ENOMEM, -1);
         memset(t->*l.wcs, 0, size);

@@ -36,7 +36,7 @@ static int64_t days_before(int64_t year) {
 static int get_julian(int month, int day, int64_t year, int64_t *number) {
     static constexpr int lengths[12] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
     if (month < 1 || month > 12) return KO_EMONTHRANGE;
-    const bool leap_day = month == 2 && leap_year(static_cast<int>(year % 400));
+    const bool leap_day = month == 2 && leap_year(int(year % 400));
     if (day < 1 || day > lengths[month - 1] + leap_day) return KO_EDAYRANGE;
     if (year < 1 || year > 9999) return KO_EYEARRANGE;
     *number = days_before(year) - days_before(1900) + gregorian_yearday(day, month - 1, year) + 1;

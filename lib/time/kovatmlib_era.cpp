@@ -21,7 +21,7 @@ struct era_date {
 } // namespace
 
 static bool take(era_text *in, int ascii) {
-    if (portable(in->loc, *in->at) != static_cast<unsigned>(ascii)) return false;
+    if (portable(in->loc, *in->at) != unsigned(ascii)) return false;
     ++in->at;
     return true;
 }
@@ -33,7 +33,7 @@ static bool take_number(era_text *in, int *value) {
     int n = 0, number = 0;
     for (; portable(in->loc, *in->at) - '0' < 10; ++in->at, ++n) {
         if (n == 9) return false;
-        number = number * 10 + static_cast<int>(portable(in->loc, *in->at) - '0');
+        number = number * 10 + int(portable(in->loc, *in->at) - '0');
     }
     *value = minus ? -number : number;
     return n > 0;
@@ -56,13 +56,13 @@ static bool take_end(era_text *in, lera *era) {
 }
 
 static const ko_wchar_t *find(const kovaloc *loc, const ko_wchar_t *from, int ascii) {
-    while (*from && portable(loc, *from) != static_cast<unsigned>(ascii))
+    while (*from && portable(loc, *from) != unsigned(ascii))
         ++from;
     return *from ? from : nullptr;
 }
 
 static ko_wchar_t *copy_wide(const ko_wchar_t *from, const ko_wchar_t *end) {
-    const size_t n = static_cast<size_t>(end - from);
+    const size_t n = size_t(end - from);
     ko_wchar_t *copy = static_cast<ko_wchar_t *>(ko_ext_malloc((n + 1) * sizeof *copy));
     if (!copy) return nullptr;
     memcpy(copy, from, n * sizeof *copy);
@@ -72,7 +72,7 @@ static ko_wchar_t *copy_wide(const ko_wchar_t *from, const ko_wchar_t *end) {
 
 // Copies a wide string as bytes, ended by four zero bytes like every string of a locale object.
 static ko_mchar_t *copy_bytes(kovaloc *loc, const ko_wchar_t *wide) {
-    const size_t size = 4 * static_cast<size_t>(ko_wcslen(wide)) + 4;
+    const size_t size = 4 * size_t(ko_wcslen(wide)) + 4;
     ko_mchar_t *copy = static_cast<ko_mchar_t *>(ko_ext_malloc(size));
     if (!copy) return nullptr;
     memset(copy, 0, size);
@@ -142,7 +142,7 @@ int decode_eras(kovaloc *loc) {
     ltime *t = &loc->ltime_info;
     free_eras(t);
     if (t->era_count < 1 || !t->w_era) return 0;
-    const size_t count = static_cast<size_t>(t->era_count);
+    const size_t count = size_t(t->era_count);
     t->decode_era = static_cast<lera *>(ko_ext_malloc(count * sizeof(lera)));
     if (!t->decode_era) return fail(loc, KO_ENOMEM, -1);
     memset(t->decode_era, 0, count * sizeof(lera));
@@ -184,7 +184,7 @@ int check_bounds(const lera *era, int day, int month, int year) {
 // The sum of a field and its origin, limited to the range of an int.
 static int plus(int64_t a, int64_t b) {
     const int64_t sum = a + b;
-    return static_cast<int>(sum > INT32_MAX ? INT32_MAX : sum < -INT32_MAX ? -INT32_MAX : sum);
+    return int(sum > INT32_MAX ? INT32_MAX : sum < -INT32_MAX ? -INT32_MAX : sum);
 }
 
 int current_era(const lera *eras, int count, const ko_alt_tm_t *tm) {

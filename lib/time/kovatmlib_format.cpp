@@ -107,7 +107,7 @@ static inline int field_value(const time_out *out, const time_directive &row, in
 
 static int put_number(time_out *out, int value, format_modifiers m, int digits) {
     if (m.precision < 0) m.precision = digits;
-    const auto room = static_cast<int>(out->end - out->at);
+    const auto room = int(out->end - out->at);
     const int n = write_plain_number(out->loc, out->at, room, value, m);
     if (n < 0) return KO_E2BIG;
     out->at += n;
@@ -122,10 +122,10 @@ static const ko_wchar_t *alt_digit(const ltime *t, int digit) {
 }
 
 static void take_alt_digits(const ltime *t, unsigned value, alt_number *number) {
-    const auto base = static_cast<unsigned>(t->max_alt_digits);
+    const auto base = unsigned(t->max_alt_digits);
     number->count = 0;
     do {
-        number->digits[number->count++] = alt_digit(t, static_cast<int>(value % base));
+        number->digits[number->count++] = alt_digit(t, int(value % base));
         value /= base;
     } while (value);
 }
@@ -160,7 +160,7 @@ static int put_alt_number(time_out *out, int value, format_modifiers m, int digi
     const ltime *t = &out->loc->ltime_info;
     if (m.precision < 0) m.precision = digits;
     alt_number number;
-    take_alt_digits(t, static_cast<unsigned>(value < 0 ? -value : value), &number);
+    take_alt_digits(t, unsigned(value < 0 ? -value : value), &number);
     const ko_wchar_t *const zero = alt_digit(t, 0);
     const int fill = m.precision > number.count ? m.precision - number.count : 0;
     int64_t pad = 0;
@@ -231,7 +231,7 @@ static int put_fraction(time_out *out, const time_spec &spec) {
         error = put_units(out, pads_with_zeros(spec.m) ? zero : blank, pad);
     ko_long_t rest = usec;
     for (int i = 0, unit = 100000; i < digits && i < 6 && !error; ++i, unit /= 10) {
-        error = put_unit(out, static_cast<ko_wchar_t>(zero + rest / unit));
+        error = put_unit(out, ko_wchar_t(zero + rest / unit));
         rest %= unit;
     }
     if (!error) error = put_units(out, zero, int64_t{digits} - 6);
@@ -249,7 +249,7 @@ static int find_era(time_out *out, int *era) {
 static int put_era(time_out *out, const time_spec &spec) {
     for (const char letter : {'Y', 'm', 'd'}) {
         int value;
-        const time_directive *const row = time_by_letter[static_cast<unsigned char>(letter)];
+        const time_directive *const row = time_by_letter[uint8_t(letter)];
         if (const int error = field_value(out, *row, &value)) return error;
     }
     int era;
@@ -306,7 +306,7 @@ static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar
     int error = walk_format(&to, format);
     if (!error) error = put_unit(&to, 0);
     *bad_fraction = to.walker.bad_fraction;
-    return error ? -error : static_cast<int>(to.at - out) - 1;
+    return error ? -error : int(to.at - out) - 1;
 }
 
 static int engine_format(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
@@ -336,7 +336,7 @@ static int engine_format(kovaloc *loc, ko_mchar_t *out, int maxsize, const ko_mc
         ko_wchar_t local[wide_text_room];
         return format_narrow(loc, out, maxsize, wide.p, tm, local);
     }
-    const ext_block<ko_wchar_t> block(static_cast<size_t>(maxsize) + 1);
+    const ext_block<ko_wchar_t> block(size_t(maxsize) + 1);
     if (!block.p) return fail(loc, KO_ENOMEM, 0);
     return format_narrow(loc, out, maxsize, wide.p, tm, block.p);
 }
@@ -364,7 +364,7 @@ static int format_tm(ko_lc_t handle, Unit *out, int maxsize, const Unit *format,
 static void add_saturated(int *count, int64_t more) {
     if (!count) return;
     const int64_t sum = *count + more;
-    *count = static_cast<int>(sum > INT_MAX ? INT_MAX : sum);
+    *count = int(sum > INT_MAX ? INT_MAX : sum);
 }
 
 static int measure_time(kovaloc *loc, const ko_wchar_t *format, int *maxw, int *maxm) {

@@ -40,12 +40,12 @@ static constexpr std::array<written_rule, 128> written_rules = [] {
         const bool pairs = row.digits == 2 || row.digits == 4; // whole pairs of digits
         const bool other = row.kind == time_kind::number && !pairs;
         const bool plain = row.view == time_view::plain;
-        rules[static_cast<unsigned char>(row.letter)] = {
+        rules[uint8_t(row.letter)] = {
             .row = &row,
             .field = row.field,
             .lo = row.lo,
-            .span = static_cast<unsigned>(hi - row.lo),
-            .first = static_cast<unsigned>(plain ? row.lo + row.bias : 0),
+            .span = unsigned(hi - row.lo),
+            .first = unsigned(plain ? row.lo + row.bias : 0),
             .kind = other ? time_kind::forms : row.kind,
             .view = row.view,
             .list = row.list,
@@ -70,9 +70,8 @@ template <class Unit> static inline Unit *put_pair(Unit *at, unsigned number) {
 template <class Unit>
 static inline Unit *put_name(const quick_out<Unit> &q, Unit *at, const written_rule &rule,
                              unsigned above) {
-    const unsigned index = rule.view == time_view::month_index
-                               ? static_cast<unsigned>(q.tm->alt_tm_monidx)
-                               : view_of(rule.view, above);
+    const unsigned index = rule.view == time_view::month_index ? unsigned(q.tm->alt_tm_monidx)
+                                                               : view_of(rule.view, above);
     if (index >= usual_months) return nullptr;
     const written_name<Unit> &name = q.names->written[rule.list][index];
     memcpy(at, name.text, block_bytes);
@@ -81,8 +80,7 @@ static inline Unit *put_name(const quick_out<Unit> &q, Unit *at, const written_r
 
 template <class Unit>
 static inline Unit *put_field(const quick_out<Unit> &q, Unit *at, const written_rule &rule) {
-    const unsigned above =
-        static_cast<unsigned>(q.tm->*rule.field) - static_cast<unsigned>(rule.lo);
+    const unsigned above = unsigned(q.tm->*rule.field) - unsigned(rule.lo);
     if (above > rule.span) return nullptr;
     if (rule.kind == time_kind::name) return put_name(q, at, rule, above);
     if (rule.view == time_view::full_year) return put_pair(put_pair(at, above / 100), above % 100);
@@ -94,11 +92,11 @@ static inline Unit *put_field(const quick_out<Unit> &q, Unit *at, const written_
 template <class Unit>
 static Unit *put_parts(const quick_out<Unit> &q, Unit *at, const char *parts) {
     for (; *parts && at; ++parts) {
-        const written_rule &rule = written_rules[static_cast<unsigned char>(*parts)];
+        const written_rule &rule = written_rules[uint8_t(*parts)];
         if (rule.row)
             at = put_field(q, at, rule);
         else
-            *at++ = static_cast<Unit>(*parts);
+            *at++ = Unit(*parts);
     }
     return at;
 }
@@ -112,7 +110,7 @@ static inline Unit *put_directive(quick_out<Unit> &q, Unit *at, const written_ru
     if (is_field(rule.kind)) return put_field(q, at, rule);
     if (rule.kind == time_kind::parts) return put_parts(q, at, rule.row->parts);
     if (rule.kind == time_kind::unit) {
-        *at = static_cast<Unit>(*rule.row->parts);
+        *at = Unit(*rule.row->parts);
         return at + 1;
     }
     if (rule.kind != time_kind::format || depth == depth_most) return nullptr;
@@ -148,13 +146,13 @@ template <class Unit>
 static int run(quick_out<Unit> &q, Unit *out, int maxsize, const Unit *format) {
     constexpr size_t most = result_units + block_units<Unit>;
     Unit room[most];
-    Unit *const result = maxsize < static_cast<int>(most) ? room : out;
+    Unit *const result = maxsize < int(most) ? room : out;
     q.limit = result + result_units;
     q.pieces = pieces_most;
     const Unit *const end = put_format(q, result, format, 0);
     if (!end || end - result >= maxsize) return -1;
-    const auto n = static_cast<int>(end - result);
-    if (result != out) memcpy(out, result, static_cast<size_t>(n) * sizeof(Unit));
+    const auto n = int(end - result);
+    if (result != out) memcpy(out, result, size_t(n) * sizeof(Unit));
     out[n] = 0;
     return n;
 }

@@ -275,7 +275,7 @@ static int measured(kovaloc *loc, const ko_wchar_t *format, int64_t time_extent:
     time_extent extent;
     if (const int error = measure_format(loc, format, &extent)) return fail(loc, error, -1);
     const int64_t most = extent.*count;
-    return static_cast<int>(most > INT_MAX ? INT_MAX : most);
+    return int(most > INT_MAX ? INT_MAX : most);
 }
 
 int ko_wcsfmtexpand(ko_lc_t handle, int kind, const ko_wchar_t *format) {

@@ -34,12 +34,11 @@ static int copy_name(kovaloc *loc, const ko_mchar_t *name, ko_mchar_t **copy) {
     *copy = nullptr;
     if (!name) return KO_ENULL;
     const char *const bytes = reinterpret_cast<const char *>(name);
-    const int size =
-        loc->exp.single_byte ? static_cast<int>(strlen(bytes)) + 1 : ko_mbsbytes(loc, name);
+    const int size = loc->exp.single_byte ? int(strlen(bytes)) + 1 : ko_mbsbytes(loc, name);
     if (size < 1) return KO_EILSEQ;
-    *copy = static_cast<ko_mchar_t *>(ko_ext_malloc(static_cast<size_t>(size)));
+    *copy = static_cast<ko_mchar_t *>(ko_ext_malloc(size_t(size)));
     if (!*copy) return KO_ENOMEM;
-    memcpy(*copy, name, static_cast<size_t>(size));
+    memcpy(*copy, name, size_t(size));
     return 0;
 }
 
@@ -52,7 +51,7 @@ int ko_mbstimeinfo(ko_lc_t handle, int infotype, ko_mchar_t ***strs, int *count)
     const ltime *t = &loc->ltime_info;
     const name_group group = find_group(t, infotype);
     if (group.count < 1) return -1;
-    const auto n = static_cast<size_t>(group.count);
+    const auto n = size_t(group.count);
     ext_block<ko_mchar_t *> copies(n);
     if (!copies.p) return fail(loc, KO_ENOMEM, -1);
     for (size_t i = 0; i < n; i++) {

@@ -74,7 +74,7 @@ static bool read_digits(time_reader *r, int width, int *value) {
         number = number > INT_MAX ? number : number * 10 + digit;
     ended(r, 0);
     number = number > INT_MAX ? INT_MAX : number;
-    *value = static_cast<int>(minus ? -number : number);
+    *value = int(minus ? -number : number);
     return n > 0;
 }
 
@@ -92,7 +92,7 @@ static bool read_alt_digits(time_reader *r, int width, int *value) {
         r->at += found.len;
         left -= found.len;
     }
-    *value = static_cast<int>(number > INT_MAX ? INT_MAX : number);
+    *value = int(number > INT_MAX ? INT_MAX : number);
     return n > 0;
 }
 
@@ -121,7 +121,7 @@ static int read_fraction(time_reader *r, const time_spec &spec) {
     const int most = spec.m.width ? spec.m.width : INT_MAX;
     int n = 0, usec = 0;
     for (unsigned digit; n < most && (digit = ascii(r) - '0') < 10; ++r->at, ++n) {
-        if (n < 6) usec = usec * 10 + static_cast<int>(digit);
+        if (n < 6) usec = usec * 10 + int(digit);
     }
     ended(r, 0);
     if (!n || n < spec.fraction_digits) return KO_EFRACTION;
@@ -252,7 +252,7 @@ static int read_parts(time_reader *r, const time_spec &spec) {
 int time_reader::directive(const time_spec &spec) {
     if (walker.depth && walker.spent()) return KO_EDIRECTIVE;
     const time_directive &row = *spec.row;
-    if (&row == era_by_letter[static_cast<unsigned char>(row.letter)]) ti->year_type = year_of_era;
+    if (&row == era_by_letter[uint8_t(row.letter)]) ti->year_type = year_of_era;
     switch (row.kind) {
     case time_kind::unit:
         return read_unit(this, row);
@@ -357,7 +357,7 @@ static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *
     ptrdiff_t len = result.end - local;
     for (int room = wide_text_room; !enough;) {
         room = room > INT_MAX / 8 ? INT_MAX : room * 8;
-        ext_block<ko_wchar_t> wide(static_cast<size_t>(room));
+        ext_block<ko_wchar_t> wide{size_t(room)};
         if (!wide.p) return KO_ENOMEM;
         enough = read_front(loc, text, wide_format.p, wide.p, room, ti, &result);
         len = result.end - wide.p;

@@ -45,12 +45,12 @@ static constexpr std::array<quick_rule, 128> quick_rules = [] {
         if (!is_number(row.kind) || row.view == time_view::weekday7) continue;
         const time_reading &how = row.reading;
         const int hi = how.hi == by_months ? usual_months : how.hi;
-        rules[static_cast<unsigned char>(row.letter)] = {
+        rules[uint8_t(row.letter)] = {
             .field = how.field,
-            .set = how.set | type_bits(how, static_cast<unsigned>(how.type_value)),
+            .set = how.set | type_bits(how, unsigned(how.type_value)),
             .clear = how.clear | type_bits(how, 3),
             .lo = how.lo,
-            .span = static_cast<unsigned>(hi - how.lo),
+            .span = unsigned(hi - how.lo),
             .bias = how.bias,
             .number = true,
         };
@@ -62,7 +62,7 @@ static constexpr std::array<quick_rule, 128> quick_rules = [] {
 
 static bool begins_with(const ko_mchar_t *text, const ko_mchar_t *name, int len) {
     return !strncmp(reinterpret_cast<const char *>(text), reinterpret_cast<const char *>(name),
-                    static_cast<size_t>(len));
+                    size_t(len));
 }
 static bool begins_with(const ko_wchar_t *text, const ko_wchar_t *name, int len) {
     for (int i = 0; i < len; ++i) {
@@ -84,7 +84,7 @@ static inline const Unit *find_exact(const exact_list<Unit> &list, const Unit *t
 
 template <class Unit> static inline bool is_blank(const quick_reader<Unit> &r, unsigned unit) {
     if (unit < r.listed) return r.classes[unit] & KO_CT_SPACE;
-    return unit < r.plain && has_class(r.loc, static_cast<ko_wchar_t>(unit), KO_CT_SPACE);
+    return unit < r.plain && has_class(r.loc, ko_wchar_t(unit), KO_CT_SPACE);
 }
 
 template <class Unit>
@@ -108,8 +108,8 @@ take_number(const quick_reader<Unit> &r, const Unit *at, const quick_rule &rule,
             number = number * 10 + digit;
         }
     }
-    const int value = static_cast<int>(number);
-    if (static_cast<unsigned>(value - rule.lo) > rule.span) return nullptr;
+    const int value = int(number);
+    if (unsigned(value - rule.lo) > rule.span) return nullptr;
     r.ti->*rule.field = value - rule.bias;
     *set = (*set & ~rule.clear) | rule.set;
     return at;
@@ -144,7 +144,7 @@ template <class Unit>
 static const Unit *take_parts(const quick_reader<Unit> &r, const Unit *at, const char *parts,
                               unsigned *set) {
     for (; *parts && at; ++parts) {
-        const auto letter = static_cast<unsigned char>(*parts);
+        const auto letter = uint8_t(*parts);
         const quick_rule &rule = quick_rules[letter];
         at = rule.number ? take_number(r, at, rule, set) : take_sign(r, at, letter);
     }
@@ -194,7 +194,7 @@ template <class Unit>
         } else if (!unit) {
             r.ti->set = set & 0xFFFF;
             r.ti->year_type = set >> year_shift & 3;
-            r.ti->hour_type = static_cast<int>(set >> hour_shift);
+            r.ti->hour_type = int(set >> hour_shift);
             return at;
         } else if (unit < r.plain) {
             at = is_blank(r, unit) ? after_blanks(r, at) : take_sign(r, at, unit);

@@ -5,14 +5,14 @@
 #include <string.h>
 
 static size_t length_of(const ko_mchar_t *s) { return strlen(reinterpret_cast<const char *>(s)); }
-static size_t length_of(const ko_wchar_t *s) { return static_cast<size_t>(ko_wcslen(s)); }
+static size_t length_of(const ko_wchar_t *s) { return size_t(ko_wcslen(s)); }
 
 template <class Unit>
 static void copy_names(written_name<Unit> (&to)[usual_months], Unit *const *names, int count) {
     for (int i = 0; i < count && i < usual_months && names; ++i) {
         const size_t len = names[i] ? length_of(names[i]) : 0;
         if (len > block_units<Unit>) continue;
-        to[i].len = static_cast<int>(len);
+        to[i].len = int(len);
         if (len) memcpy(to[i].text, names[i], len * sizeof(Unit));
     }
 }
@@ -27,7 +27,7 @@ static bool fill_slots(exact_list<Unit> &list, Unit *const *names, const bool *w
         if (slot.name)
             alone = false;
         else
-            slot = {names[i], static_cast<int>(length_of(names[i])), i};
+            slot = {names[i], int(length_of(names[i])), i};
     }
     return alone;
 }

@@ -65,8 +65,8 @@ static bool year_in_era(const lera &era, const time_info &ti, int *year) {
     const int64_t months = d * (month - era.start_month), days = d * (ti.month_day - era.start_day);
     if (months < 0 || (months == 0 && days < 0)) found += d; // before the anniversary
     if (found < -INT_MAX / 2 || found > INT_MAX / 2) return false;
-    *year = static_cast<int>(found);
-    return check_bounds(&era, ti.month_day, static_cast<int>(month), *year) == 0;
+    *year = int(found);
+    return check_bounds(&era, ti.month_day, int(month), *year) == 0;
 }
 
 // *decided tells whether an era decides the year. An error number if one was read and no era of its

@@ -10,7 +10,7 @@ static int scan_fraction(const kovaloc *loc, const ko_wchar_t **format, time_spe
         spec->bad_fraction = true;
         return KO_EDIRECTIVE;
     }
-    const int digits = static_cast<int>(digit);
+    const int digits = int(digit);
     spec->fraction_digits = spec->m.precision = digits;
     if (spec->m.width < digits) spec->m.width = digits;
     return 0;

@@ -271,9 +271,8 @@ inline int time_value(const ltime *t, const ko_alt_tm_t *tm, const time_directiv
     const int hi = row.hi == by_months ? month_count(t) - 1 : row.hi;
     if (row.error && (field < row.lo || field > hi)) return row.error;
     if (row.view == time_view::plain) return *value = field + row.bias, 0; // most of them
-    *value = row.view == time_view::month_index
-                 ? tm->alt_tm_monidx
-                 : static_cast<int>(view_of(row.view, int64_t{field} - row.lo));
+    *value = row.view == time_view::month_index ? tm->alt_tm_monidx
+                                                : int(view_of(row.view, int64_t{field} - row.lo));
     return 0;
 }
 
@@ -282,7 +281,7 @@ using time_rows = std::array<const time_directive *, 128>;
 template <size_t n> constexpr time_rows rows_of(const time_directive (&table)[n]) {
     time_rows rows = {};
     for (const time_directive &row : table)
-        rows[static_cast<unsigned char>(row.letter)] = &row;
+        rows[uint8_t(row.letter)] = &row;
     return rows;
 }
 inline constexpr time_rows time_by_letter = rows_of(time_directives);
@@ -325,7 +324,7 @@ struct time_walker {
     bool spent() { return exhausted = exhausted || work > work_max; }
 };
 // The work of passing so many characters, each of which takes less time than a directive.
-constexpr int work_of(ptrdiff_t characters) { return static_cast<int>(characters / 16); }
+constexpr int work_of(ptrdiff_t characters) { return int(characters / 16); }
 
 // Passes runs of text in a format to out->literal(first, end) and directives to
 // out->directive(spec) until one returns an error number. Out has a loc and a walker.
@@ -373,7 +372,7 @@ template <class Out> int walk_nested(Out *out, const ko_wchar_t *format, bool of
 // Calls run with each number of "m/d/y" and its kin, and sign with each sign between them.
 template <class Run, class Sign> int each_part(const time_spec &spec, Run run, Sign sign) {
     for (const char *c = spec.row->parts; *c; ++c) {
-        const time_directive *const row = find_directive(time_by_letter, static_cast<unsigned>(*c));
+        const time_directive *const row = find_directive(time_by_letter, unsigned(*c));
         const int error = row ? run(plain_spec(row, spec.alternative)) : sign(*c);
         if (error) return error;
     }
