@@ -49,7 +49,7 @@ static void fill_sb2sb(iconv_rec *cv) {
     if (!table.p) return;
     unsigned char all[256];
     for (int i = 0; i < 256; ++i)
-        all[i] = static_cast<unsigned char>(i);
+        all[i] = uint8_t(i);
     const ko_mchar_t *in = all;
     ko_mchar_t *out = table.p;
     int in_len = 256, out_len = 256, sub;
@@ -117,7 +117,7 @@ static bool read_shift(text_in *in, unsigned char *bytes, int *len) {
     if (n > 4) return false;
     *len = int(n);
     for (unsigned i = 0; i < n; ++i)
-        bytes[i] = static_cast<unsigned char>(get_hex(in, 2));
+        bytes[i] = uint8_t(get_hex(in, 2));
     return true;
 }
 
@@ -134,14 +134,14 @@ static bool read_cv_fields(text_in *in, iconv_rec *cv) {
                        &cv->source_shift_max_len, &cv->source_noshift_min_len,
                        &cv->source_noshift_max_len, &cv->needs_error_checking})
         *field = get_int(in);
-    cv->exp_ratio = static_cast<float>(get_dbl(in));
+    cv->exp_ratio = float(get_dbl(in));
     return !in->ended;
 }
 
 // Reads one table; -1 with the number of a broken table, or KO_ENOMEM, in the error word.
 static int read_cv_table(text_in *in, iconv_rec *cv, mb_decode **table) {
     static const unsigned char unmapped[cv_max_target + 1] = {};
-    const unsigned size = static_cast<unsigned>(cv->target_max_len + 1);
+    const unsigned size = unsigned(cv->target_max_len + 1);
     *table = static_cast<mb_decode *>(create_multi(size, 0, unmapped));
     if (!*table) return fail(&cv->exports.exp, KO_ENOMEM, -1);
     if (read_multi_entries(in, *table, cv_max_source) == 0) return 0;
@@ -165,7 +165,7 @@ static int read_cv_tables(text_in *in, iconv_rec *cv) {
 static void raise_ratio(iconv_rec *cv, int source_len, int made) {
     if (double{cv->exp_ratio} * source_len >= made) return; // also false for a NaN
     const double ratio = double(made) / source_len;
-    const float nearest = static_cast<float>(ratio);
+    const float nearest = float(ratio);
     cv->exp_ratio = double{nearest} < ratio
                         ? std::bit_cast<float>(std::bit_cast<uint32_t>(nearest) + 1)
                         : nearest;
@@ -175,7 +175,7 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
 static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
     for (unsigned b = 0; b < 256; ++b) {
         const unsigned first = *node_item(table, node, b);
-        if (first & cv_flags) raise_ratio(cv, bytes, static_cast<int>(first & cv_length));
+        if (first & cv_flags) raise_ratio(cv, bytes, int(first & cv_length));
     }
 }
 static void count_double(iconv_rec *cv) {
@@ -370,15 +370,13 @@ int ko_cv_unload(ko_cv_t cd) {
     return 0;
 }
 
-double ko_iconv_expansion(ko_cv_t cd) {
-    return cd ? static_cast<double>(descriptor(cd)->exp_ratio) : 1.0;
-}
+double ko_iconv_expansion(ko_cv_t cd) { return cd ? double(descriptor(cd)->exp_ratio) : 1.0; }
 
 int ko_cv_outbuflen(ko_cv_t cd, int inbuflen) {
     if (inbuflen <= 0) return 0;
     const double exact = inbuflen * ko_iconv_expansion(cd);
     if (!(exact < 0x7FFFFFFF)) return 0x7FFFFFFF;
     if (!(exact > 0)) return 0;
-    const int whole = static_cast<int>(exact);
+    const int whole = int(exact);
     return whole + (whole < exact ? 1 : 0);
 }

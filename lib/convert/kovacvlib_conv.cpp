@@ -93,7 +93,7 @@ void log_ending(ending why) {
     static constexpr const char *texts[] = {nullptr, "Error in Translation.",
                                             "Error in Translation (KO_EILSEQ)",
                                             "Error in Translation (KO_E2BIG)"};
-    if (const char *text = texts[static_cast<int>(why)]) ko_message(text);
+    if (const char *text = texts[int(why)]) ko_message(text);
 }
 
 struct shift_text {
@@ -144,7 +144,7 @@ ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
             c->in, shifted ? cv->conv_shift : cv->conv_noshift, c->left, &taken, &cv->exports.exp));
         if (!e) return ending::no_character;
         const unsigned flags = e[0] & cv_flags;
-        const int len = static_cast<int>(e[0] & cv_length);
+        const int len = int(e[0] & cv_length);
         if (!flags) return ending::unmapped;
         if (flags & cv_substitute) c->sub = 1;
         const bool at_end = c->endless && (flags & cv_terminator);
@@ -185,7 +185,7 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
             if (!e) return -1;
         }
         const unsigned flags = e[0] & cv_flags;
-        const int len = static_cast<int>(e[0] & cv_length);
+        const int len = int(e[0] & cv_length);
         if (!flags) return failed(cv, KO_EILSEQ);
         if (flags & cv_substitute) c->sub = 1;
         if (flags & cv_source_shift) st->source_state = !st->source_state;

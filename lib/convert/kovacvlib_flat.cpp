@@ -76,8 +76,8 @@ template <class W> struct row_writer {
     void write_entries(const multi_arr *node, W *to, int first, int count) {
         const unsigned char *const flags = node->flag_arr ? node->flag_arr + first : nullptr;
         const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
-        const unsigned char *e = node_item(table, node, static_cast<unsigned>(first));
-        const auto size = static_cast<size_t>(table->data_size);
+        const unsigned char *e = node_item(table, node, unsigned(first));
+        const auto size = size_t(table->data_size);
         if constexpr (sizeof(W) == 4) {
             if (std::endian::native == std::endian::little && flags && step == 4 && size == 4)
                 return page_words(flags, e, to, count);
@@ -89,7 +89,7 @@ template <class W> struct row_writer {
     static int longest_of(const W *from, int count, int kind, int *seen) {
         int longest = -1;
         for (int i = 0; i < count; ++i) {
-            const int top = static_cast<int>(from[i] >> top_byte<W>);
+            const int top = int(from[i] >> top_byte<W>);
             const int length = (top & kinds) == kind ? top & int{cv_length} : -1;
             longest = length > longest ? length : longest;
             *seen |= top;

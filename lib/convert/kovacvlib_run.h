@@ -61,7 +61,7 @@ template <class W> inline bool is_plain(W word) { return word < W{cv_length + 1}
 
 template <class W, bool Write> inline void put_plain(W word, place<Write> *at) {
     put_word<W, Write>(word, at);
-    at->out += static_cast<size_t>(word >> top_byte<W>);
+    at->out += size_t(word >> top_byte<W>);
 }
 
 template <class W, bool Write> inline bool take_plain(W word, place<Write> *at) {
