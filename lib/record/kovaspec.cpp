@@ -24,7 +24,7 @@ static bool has_mark(const char *dir) { return dir && *dir; }
 static char *put_dir(char *out, const char *dir) {
     if (!has_mark(dir)) return out;
     out = put_text(out, dir);
-    *out++ = static_cast<char>(path_mark);
+    *out++ = char(path_mark);
     *out = 0;
     return out;
 }
@@ -71,7 +71,7 @@ static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec 
     char name[cs_name_max + 1] = {};
     const int name_len = cs_name_len(s);
     if (!name_len) return false;
-    memcpy(name, s, static_cast<size_t>(name_len));
+    memcpy(name, s, size_t(name_len));
     s += name_len;
     int mod_len = 0;
     if (*s == '@' && !(mod_len = modifier_len(++s))) return false;
@@ -80,7 +80,7 @@ static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec 
     if (error || spec->cs_num == KO_NO_CODESET) return false;
     *out++ = '\\';
     out = put_hex4(out, spec->cs_num);
-    memcpy(out, s, static_cast<size_t>(mod_len));
+    memcpy(out, s, size_t(mod_len));
     put_text(out + mod_len, ".lco");
     *cursor = s + mod_len;
     return true;
@@ -153,7 +153,7 @@ static char *put_entry(char *out, const char *end, const compound_walk *walk, co
     const size_t dir_len = has_mark(dir) ? strlen(dir) + 1 : 0;
     const size_t len = strlen(name) + strlen(assign) + strlen(walk->spec.fname) +
                        (walk->separated ? strlen(separator) : 0);
-    const auto room = static_cast<size_t>(end - out);
+    const auto room = size_t(end - out);
     if (len >= room || dir_len >= room - len) return nullptr;
     out = put_dir(put_text(put_text(out, name), assign), dir);
     out = put_text(out, walk->spec.fname);
@@ -237,12 +237,12 @@ static void put_decimal(char *out, unsigned number) {
     int place = udigits(number, 10);
     out[place] = 0;
     while (place) {
-        out[--place] = static_cast<char>('0' + number % 10);
+        out[--place] = char('0' + number % 10);
         number /= 10;
     }
 }
 
-static char spec_upper(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c & ~0x20) : c; }
+static char spec_upper(char c) { return c >= 'a' && c <= 'z' ? char(c & ~0x20) : c; }
 
 int ko_lc_fname2lc_pieces(void *handle, const char *fname, char *lang_terr, char *cs_num,
                           char *modifier) {

@@ -36,6 +36,6 @@ inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
 inline bool is_spec_char(int c) { return c >= 0x21 && c <= 0x7E; }
 inline bool is_spec_digit(int c) { return c >= '0' && c <= '9'; }
 inline bool is_spec_letter(int c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-inline char spec_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+inline char spec_lower(char c) { return c >= 'A' && c <= 'Z' ? char(c | 0x20) : c; }
 
 #endif

@@ -70,7 +70,7 @@ static void unget(registry_text *text, int c) { // the character just read
 
 static bool skip_line(registry_text *text) { // false at the end of the file
     do {
-        const auto left = static_cast<size_t>(text->end - text->pos);
+        const auto left = size_t(text->end - text->pos);
         if (const void *const newline = left ? memchr(text->pos, '\n', left) : nullptr) {
             text->pos = static_cast<const unsigned char *>(newline) + 1;
             return true;
@@ -97,7 +97,7 @@ static bool read_name(registry_text *text, char *name) {
     int c = first_of_name(text), len = 0;
     for (; is_spec_char(c); c = get(text)) {
         if (len == cs_name_max) return false;
-        name[len++] = spec_lower(static_cast<char>(c));
+        name[len++] = spec_lower(char(c));
     }
     name[len] = 0;
     unget(text, c);
@@ -112,9 +112,9 @@ static bool read_number(registry_text *text, int *number) {
         c = get(text);
     if (!is_spec_digit(c)) return false;
     for (; is_spec_digit(c); c = get(text))
-        value = (value * 10 + static_cast<unsigned>(c - '0')) & 0xFFFF;
+        value = (value * 10 + unsigned(c - '0')) & 0xFFFF;
     unget(text, c);
-    *number = static_cast<int>(value);
+    *number = int(value);
     return is_white(c);
 }
 
@@ -182,14 +182,14 @@ uint16_t find_cs_num(const char *name, const char *registry, int *error) {
         lowered[len] = spec_lower(name[len]);
     lowered[len] = 0;
     const int number = search_source(lowered, registry, error);
-    if (number >= 0) return static_cast<uint16_t>(number);
+    if (number >= 0) return uint16_t(number);
     if (number == -2) return KO_NO_CODESET;
     unsigned value = 0;
     for (const char *digit = lowered; *digit; ++digit) {
         if (!is_spec_digit(*digit)) len = 0;
-        value = (value * 10 + static_cast<unsigned>(*digit - '0')) & 0xFFFF;
+        value = (value * 10 + unsigned(*digit - '0')) & 0xFFFF;
     }
-    if (len) return static_cast<uint16_t>(value);
+    if (len) return uint16_t(value);
     *error = KO_EINVAL;
     return KO_NO_CODESET;
 }
@@ -212,7 +212,7 @@ static void free_blocks(registry_block *list) {
 
 // Appends an entry to the block at *last, or to a new one after it. False without memory.
 static bool add_entry(registry_block ***last, const char *name, int number) {
-    const auto stored = static_cast<uint16_t>(number);
+    const auto stored = uint16_t(number);
     const size_t name_size = strlen(name) + 1, size = sizeof stored + name_size;
     registry_block *block = **last;
     if (!block || size > sizeof block->entries - block->used) {
