@@ -28,7 +28,7 @@ static info_string entry(ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, unsigne
 // Calendars differ in their months; a month that the locale's calendar lacks is an error.
 static info_string month(kovaloc *loc, ko_mchar_t *const *mbs, ko_wchar_t *const *wcs, int count,
                          unsigned i) {
-    if (count < 0 || i >= static_cast<unsigned>(count)) {
+    if (count < 0 || i >= unsigned(count)) {
         return fail(loc, KO_ERANGE, info_string{});
     }
     return entry(mbs, wcs, i);

@@ -35,7 +35,7 @@ static constexpr char koconv::*koconv_values[8] = {
 };
 
 static char one_byte(int value) {
-    return value < 0 || value >= not_available ? not_available : static_cast<char>(value);
+    return value < 0 || value >= not_available ? not_available : char(value);
 }
 
 static char *copy_bytes(const ko_mchar_t *string) {
@@ -46,7 +46,7 @@ static char *copy_bytes(const ko_mchar_t *string) {
 }
 
 static char *grouping_bytes(const int *group) {
-    const size_t n = static_cast<size_t>(group[0]);
+    const size_t n = size_t(group[0]);
     char *bytes = static_cast<char *>(ko_ext_malloc(n + string_end));
     if (!bytes) return nullptr;
     for (size_t i = 0; i < n; i++)
@@ -86,7 +86,7 @@ static ko_wchar_t *widen_bytes(const char *bytes) {
     const size_t n = strlen(bytes) + 1;
     ko_wchar_t *wide = static_cast<ko_wchar_t *>(ko_ext_malloc(n * sizeof(ko_wchar_t)));
     for (size_t i = 0; wide && i < n; i++)
-        wide[i] = static_cast<unsigned char>(bytes[i]);
+        wide[i] = uint8_t(bytes[i]);
     return wide;
 }
 
@@ -110,7 +110,7 @@ void widen_koconv(kovaloc *loc) {
 
 template <size_t room> static void widen_name(ko_wchar_t (&wide)[room], const char (&name)[room]) {
     for (size_t i = 0; i < room; i++)
-        wide[i] = static_cast<unsigned char>(name[i]);
+        wide[i] = uint8_t(name[i]);
 }
 
 void widen_names(kovaloc *loc) {

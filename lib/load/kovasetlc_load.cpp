@@ -58,7 +58,7 @@ struct object_image {
 static int marker_at(const unsigned char *at, const unsigned char *end, size_t *len) {
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
         *len = strlen(category_markers[c]);
-        if (static_cast<size_t>(end - at) < *len) continue;
+        if (size_t(end - at) < *len) continue;
         if (!memcmp(at, category_markers[c], *len)) return c;
     }
     return 0;
@@ -78,8 +78,7 @@ static bool line_begins(const unsigned char *at, const unsigned char *start) {
 static void find_sections(object_image *image, const unsigned char *start) {
     const unsigned char *at = start;
     while (at < image->end) {
-        at = static_cast<const unsigned char *>(
-            memchr(at, '#', static_cast<size_t>(image->end - at)));
+        at = static_cast<const unsigned char *>(memchr(at, '#', size_t(image->end - at)));
         if (!at) return;
         size_t len;
         const int c = marker_at(at, image->end, &len);
@@ -488,6 +487,6 @@ void ko_display_lc_node_list(void) {
         show("    %" PRIuMAX, number++);
         message_1("        name: %s", node->name);
         show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
-        show("        count:  %" PRIuMAX, static_cast<uintmax_t>(node->count));
+        show("        count:  %" PRIuMAX, uintmax_t(node->count));
     }
 }
