@@ -159,7 +159,7 @@ int ko_ext_fseek(void *stream, ko_long_t offset, int origin) {
 ko_long_t ko_ext_ftell(void *stream) {
     if (auto *h = hook<decltype(ko_ext_ftell)>(KO_EXT_FTELL)) return h(stream);
     const long position = ftell(as_file(stream));
-    return position > INT32_MAX ? -1 : static_cast<ko_long_t>(position);
+    return position > INT32_MAX ? -1 : ko_long_t(position);
 }
 
 size_t ko_ext_fwrite(const void *buf, size_t size, size_t count, void *stream) {
@@ -208,9 +208,9 @@ int ko_ext_currdate(uint16_t *mdy) {
     if (auto *h = hook<decltype(ko_ext_currdate)>(KO_EXT_CURRDATE)) return h(mdy);
     tm now;
     if (!local_now(&now)) return -1;
-    mdy[0] = static_cast<uint16_t>(now.tm_mon + 1);
-    mdy[1] = static_cast<uint16_t>(now.tm_mday);
-    mdy[2] = static_cast<uint16_t>(now.tm_year + 1900);
+    mdy[0] = uint16_t(now.tm_mon + 1);
+    mdy[1] = uint16_t(now.tm_mday);
+    mdy[2] = uint16_t(now.tm_year + 1900);
     return 0;
 }
 
@@ -357,7 +357,7 @@ bool std_mark(const char *path, file_mark *mark, bool *firm) {
     if (!S_ISREG(is.st_mode)) return false;
     *mark = {.device = is.st_dev,
              .inode = is.st_ino,
-             .size = static_cast<uint64_t>(is.st_size),
+             .size = uint64_t(is.st_size),
              .written_s = is.st_mtim.tv_sec,
              .written_ns = is.st_mtim.tv_nsec,
              .changed_s = is.st_ctim.tv_sec,
@@ -379,7 +379,7 @@ static size_t size_hint(FILE *file) {
     if (start < 0 || fseek(file, 0, SEEK_END)) return 0;
     const long end = ftell(file);
     if (fseek(file, start, SEEK_SET)) return 0;
-    return end > start ? static_cast<size_t>(end - start) : 0;
+    return end > start ? size_t(end - start) : 0;
 }
 
 #else
@@ -387,7 +387,7 @@ static size_t size_hint(FILE *file) {
 static size_t size_hint(FILE *file) {
     struct stat about;
     if (fstat(fileno(file), &about) || about.st_size < 0) return 0;
-    return static_cast<size_t>(about.st_size);
+    return size_t(about.st_size);
 }
 
 #endif

@@ -37,7 +37,7 @@ unsigned char *alloc_data_arr(mb_decode *table) {
     ext_block<unsigned char> data(256 * slot);
     if (!data.p) return nullptr;
     memset(data.p, 0, slot);
-    memcpy(data.p, table->default_data, static_cast<size_t>(table->data_size));
+    memcpy(data.p, table->default_data, size_t(table->data_size));
     repeat_front(data.p, slot, 256);
     ++table->data_arr_count;
     return data.release();
@@ -61,7 +61,7 @@ unsigned char *create_offset_arr(multi_arr *node, mb_decode *table) {
 multi_arr **create_next_arr(multi_arr *node, int count) {
     const int slots = count ? count : 256;
     if (node->next_slots >= slots) return node->next_arr;
-    ext_block<multi_arr *> next(static_cast<size_t>(slots));
+    ext_block<multi_arr *> next{size_t(slots)};
     if (!next.p) return nullptr;
     for (int i = 0; i < slots; ++i)
         next.p[i] = i < node->next_slots ? node->next_arr[i] : nullptr;
@@ -139,7 +139,7 @@ void *create_multi(unsigned data_size, unsigned flags, const void *default_item)
     unsigned log_size = 0;
     while ((1u << log_size) < data_size)
         ++log_size;
-    *table.p = {.data_size = static_cast<int>(data_size),
+    *table.p = {.data_size = int(data_size),
                 .min_char_len = 2,
                 .flags = flags | multi_leaf_flags,
                 .default_data = item.p,
@@ -156,7 +156,7 @@ static int insert_last(unsigned byte, const void *item, multi_arr *node, mb_deco
     if (item && !create_data_arr(node, table)) return -1;
     if (flagged) node->flag_arr[byte] = mb_final;
     if (item) {
-        const auto size = static_cast<size_t>(table->data_size);
+        const auto size = size_t(table->data_size);
         memcpy(node->data_arr + (size_t{byte} << table->log_data_size), item, size);
     }
     return 0;
@@ -182,7 +182,7 @@ static int recursive_insert(const char_desc *desc, unsigned level, const void *i
         return -1;
     }
     node->flag_arr[byte] = mb_prefix;
-    node->offset_arr[byte] = static_cast<unsigned char>(k);
+    node->offset_arr[byte] = uint8_t(k);
     node->next_arr[k] = child;
     return 0;
 }
@@ -192,7 +192,7 @@ int insert_desc_multi(const char_desc *desc, const void *item, void *table) {
     if (desc->length < 1 || desc->length > multi_max_depth) return -1;
     if (!t->root || is_compressed(t)) return -1;
     if (recursive_insert(desc, 0, item, t->root, t)) return -1;
-    const int length = static_cast<int>(desc->length);
+    const int length = int(desc->length);
     if (length > t->max_char_len) t->max_char_len = length;
     if (length < t->min_char_len) t->min_char_len = length;
     return 0;
@@ -271,8 +271,7 @@ void *retrieve_desc_multi(const char_desc *desc, void *table) {
 }
 
 unsigned char *wide_item(const mb_decode *table, ko_wchar_t wc) {
-    const unsigned char bytes[4] = {0, 0, static_cast<unsigned char>(wc >> 8),
-                                    static_cast<unsigned char>(wc & 0xFF)};
+    const unsigned char bytes[4] = {0, 0, uint8_t(wc >> 8), uint8_t(wc & 0xFF)};
     int n = table ? table->min_char_len : 0;
     if (n < 2 && wc > 0xFF) n = 2;
     if (n < 1 || n > 4) return nullptr;
@@ -291,8 +290,7 @@ void *retrieve_wchar_multi_nl(gen_exports *gen, ko_wchar_t wc, void *table) {
 }
 
 int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc) {
-    const ko_mchar_t bytes[4] = {0, 0, static_cast<ko_mchar_t>(wc >> 8),
-                                 static_cast<ko_mchar_t>(wc & 0xFF)};
+    const ko_mchar_t bytes[4] = {0, 0, ko_mchar_t(wc >> 8), ko_mchar_t(wc & 0xFF)};
     int n = table ? table->min_char_len : 0;
     if (n < 2 && wc > 0xFF) n = 2;
     if (n < 1 || n > 4) return 0;
@@ -337,7 +335,7 @@ static uint32_t share_array(unsigned char **array, unsigned char **list, int *co
         free_ptr(*array);
         *array = list[i];
     }
-    return static_cast<uint32_t>(i);
+    return uint32_t(i);
 }
 
 static void recursive_compress(multi_arr *node, mb_decode *table) {
@@ -356,10 +354,10 @@ static void recursive_compress(multi_arr *node, mb_decode *table) {
 int compress_multi(void *table) {
     mb_decode *t = table_of(table);
     if (!t || !t->root || is_compressed(t)) return 0;
-    ext_block<unsigned char *> flag_list(static_cast<size_t>(t->flag_arr_count));
+    ext_block<unsigned char *> flag_list(size_t(t->flag_arr_count));
     if (!flag_list.p) return -1;
     if (t->data_arr_count) {
-        ext_block<unsigned char *> data_list(static_cast<size_t>(t->data_arr_count));
+        ext_block<unsigned char *> data_list(size_t(t->data_arr_count));
         if (!data_list.p) return -1;
         t->data_arrs = data_list.release();
     }

@@ -102,7 +102,7 @@ static bool fprintf_flag_arr(const table_writer &out, const unsigned char *flags
 
 static bool fprintf_data_arr(const table_writer &out, const unsigned char *data) {
     const size_t slot = size_t{1} << out.table->log_data_size;
-    const auto size = static_cast<size_t>(out.table->data_size);
+    const auto size = size_t(out.table->data_size);
     return fprintf_array(out, {data, slot, size, out.table->default_data, true});
 }
 
@@ -215,7 +215,7 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
         } else {
             value = hex_field(in, 4);
         }
-        const auto item = static_cast<uint16_t>(value);
+        const auto item = uint16_t(value);
         memcpy(slots + size_t{2} * i, &item, 2);
     }
     if (in_memory) in->pos += size_t{4} * count;
@@ -243,7 +243,7 @@ static inline bool entry_of_digits(const unsigned char *text, uint32_t *entry) {
                            (digits & 0x10 * each);
     uint64_t bytes = (digits << 4 | digits >> 8) & 0x00FF00FF00FF00FFu;
     bytes = (bytes | bytes >> 8) & 0x0000FFFF0000FFFFu;
-    *entry = static_cast<uint32_t>(bytes | bytes >> 16);
+    *entry = uint32_t(bytes | bytes >> 16);
     const unsigned len = *entry & 7;
     if (len > 3 || wrong << (48 - 16 * len)) return false;
     *entry &= 0xFFFFFFFFu >> (24 - 8 * len);
@@ -254,15 +254,15 @@ static bool read_entry(text_in *in, unsigned char *slot, unsigned most) {
     const unsigned head = hex_field(in, 2) & 0xFF, len = head & 7;
     if (len > most) return false;
     memset(slot, 0, most + 1);
-    slot[0] = static_cast<unsigned char>(head);
+    slot[0] = uint8_t(head);
     for (unsigned k = 1; k <= len; ++k)
-        slot[k] = static_cast<unsigned char>(hex_field(in, 2));
+        slot[k] = uint8_t(hex_field(in, 2));
     return true;
 }
 
 static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
                        const mb_decode *table) {
-    const unsigned most = static_cast<unsigned>(table->data_size) - 1;
+    const unsigned most = unsigned(table->data_size) - 1;
     const bool in_words = !in->stream && most <= 3 && table->log_data_size == 2;
     unsigned len = most, digits = 2 + 2 * most, i = 0;
     unsigned char *slot = slots;
@@ -283,8 +283,8 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
             if (len > most) return false;
         }
         for (unsigned k = 0; k < 3; ++k)
-            slot[k] = static_cast<unsigned char>(entry >> (8 * k));
-        if (most == 3) slot[3] = static_cast<unsigned char>(entry >> 24);
+            slot[k] = uint8_t(entry >> (8 * k));
+        if (most == 3) slot[3] = uint8_t(entry >> 24);
         p += digits;
         ++i;
         slot += 4;
@@ -323,7 +323,7 @@ static bool fscanf_flag_arr(text_in *in, unsigned char *flags) {
         for (unsigned i = 0; i < run.count; ++i) {
             const unsigned value = hex_field(in, 2);
             if (!is_flag(value)) return false;
-            to[i] = static_cast<unsigned char>(value);
+            to[i] = uint8_t(value);
         }
         repeat_front(to, run.count, run.repetitions);
         skip_white(in);
@@ -380,13 +380,13 @@ static bool fscanf_comp_node(const table_reader<Items> &from, multi_arr *node) {
     const int flag_id = get_int(from.in), data_id = get_int(from.in);
     if (has_flags) {
         if (flag_id < 0 || flag_id >= t->flag_arr_count) return false;
-        node->flag_id = static_cast<uint32_t>(flag_id);
+        node->flag_id = uint32_t(flag_id);
         node->flag_arr = t->flag_arrs[flag_id];
         node->num_offsets = t->offset_count[flag_id];
     }
     if (has_data) {
         if (data_id < 0 || data_id >= t->data_arr_count) return false;
-        node->data_id = static_cast<uint32_t>(data_id);
+        node->data_id = uint32_t(data_id);
         node->data_arr = t->data_arrs[data_id];
     }
     return true;
@@ -403,7 +403,7 @@ static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsig
                          bool compressed) {
     const bool read = compressed ? fscanf_comp_node(from, node) : fscanf_unc_node(from, node);
     if (!read || from.in->ended) return false;
-    note_length(from.found, node, static_cast<int>(level) + 1);
+    note_length(from.found, node, int(level) + 1);
     if (!node->num_offsets) return true;
     if (level + 1 >= from.depth) return false;
     if (!create_offset_arr(node, from.table)) return false;
@@ -413,7 +413,7 @@ static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsig
         multi_arr *child = create_arr();
         if (!child) return false;
         node->next_arr[k] = child;
-        node->offset_arr[byte] = static_cast<unsigned char>(k++);
+        node->offset_arr[byte] = uint8_t(k++);
         if (!fscanf_nodes(from, child, level + 1, compressed)) return false;
     }
     return true;
@@ -432,9 +432,9 @@ static int most_nodes(unsigned depth) {
 template <class T> static bool grow(T **list, int count, int *room) {
     if (count < *room) return true;
     const int wanted = *room ? *room * 2 : 16;
-    ext_block<T> bigger(static_cast<size_t>(wanted));
+    ext_block<T> bigger{size_t(wanted)};
     if (!bigger.p) return false;
-    if (count) memcpy(bigger.p, *list, static_cast<size_t>(count) * sizeof(T));
+    if (count) memcpy(bigger.p, *list, size_t(count) * sizeof(T));
     free_ptr(*list);
     *list = bigger.release();
     *room = wanted;
@@ -488,7 +488,7 @@ template <class Items> static bool read_tree(text_in *in, mb_decode *table, cons
     if (!read_items(in, items, table->default_data, 1, table)) return false;
     skip_white(in);
     const int longest = table->max_char_len < 1 ? 1 : table->max_char_len;
-    const auto levels = static_cast<unsigned>(longest);
+    const auto levels = unsigned(longest);
     const unsigned depth = levels < multi_max_depth ? levels : multi_max_depth;
     int found = 0;
     const table_reader<Items> from{in, table, items, depth, &found};
@@ -505,7 +505,7 @@ static int read_table(text_in *in, mb_decode *table, int max_len, const Items &i
     table->err = KO_ENOMEM;
     table->max_char_len = get_int(in);
     table->min_char_len = get_int(in);
-    table->flags = static_cast<unsigned>(get_int(in));
+    table->flags = unsigned(get_int(in));
     if (in->ended) return -1;
     if (table->max_char_len > max_len) {
         table->err = KO_ECHARLEN;

@@ -36,29 +36,29 @@ int alloc_str_copy(char **result, const char **cursor, char delimiter) {
     while (*end && *end != delimiter)
         ++end;
     if (!*end) return -1;
-    *result = copy_bytes(start, static_cast<size_t>(end - start));
+    *result = copy_bytes(start, size_t(end - start));
     if (!*result) return -1;
     *cursor = end + 1;
     return 0;
 }
 
 int digits(ko_long_t value, int base) {
-    return value < base ? 1 : udigits(static_cast<ko_ulong_t>(value), base);
+    return value < base ? 1 : udigits(ko_ulong_t(value), base);
 }
 
 int udigits(ko_ulong_t value, int base) {
     int count = 1;
     if (base < 2) return count;
-    for (const auto radix = static_cast<ko_ulong_t>(base); value >= radix; value /= radix)
+    for (const auto radix = ko_ulong_t(base); value >= radix; value /= radix)
         ++count;
     return count;
 }
 
 int ipow(int base, int exponent) {
-    auto result = 1u, square = static_cast<unsigned>(base); // wraps as repeated products do
+    auto result = 1u, square = unsigned(base); // wraps as repeated products do
     for (; exponent > 0; exponent >>= 1, square *= square)
         if (exponent & 1) result *= square;
-    return static_cast<int>(result);
+    return int(result);
 }
 
 double fpow(double base, int exponent) {
@@ -118,7 +118,7 @@ static void append_exponent(digit_text *d) {
     *out++ = rest < 0 ? '-' : '+';
     if (rest < 0) rest = -rest;
     for (int unit = 10000; unit; unit /= 10)
-        *out++ = static_cast<char>('0' + rest / unit % 10);
+        *out++ = char('0' + rest / unit % 10);
     *out = 0;
 }
 
@@ -128,7 +128,7 @@ double c_strtod(const char *text, const char **end) {
     d.exponent = 0;
     const char *s = text;
     *end = text;
-    while (is_white(static_cast<unsigned char>(*s)))
+    while (is_white(uint8_t(*s)))
         ++s;
     const bool negative = *s == '-';
     if (*s == '-' || *s == '+') ++s;

@@ -98,12 +98,12 @@ inline constexpr auto hex_values = [] {
         if (c >= '0' && c <= '9') value = c - '0';
         if (c >= 'a' && c <= 'f') value = c - 'a' + 10;
         if (c >= 'A' && c <= 'F') value = c - 'A' + 10;
-        values[c] = static_cast<unsigned char>(value);
+        values[c] = uint8_t(value);
     }
     return values;
 }();
-inline unsigned get_hex_digit(int c) { return hex_values[static_cast<unsigned>(c) & 0xFF]; }
-inline bool is_hex(int c) { return get_hex_digit(c) != (static_cast<unsigned>(c) & 0xFF); }
+inline unsigned get_hex_digit(int c) { return hex_values[unsigned(c) & 0xFF]; }
+inline bool is_hex(int c) { return get_hex_digit(c) != (unsigned(c) & 0xFF); }
 inline unsigned hex_digit_or_0(int c) { return is_hex(c) ? get_hex_digit(c) : 0; }
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length
 ko_wchar_t read_ko_wchar(text_in *in);          // white space, then 8 digits

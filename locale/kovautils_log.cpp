@@ -84,7 +84,7 @@ static void start_line(char *out) {
 
 #else
 
-static char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c; }
+static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c | 0x20) : c; }
 
 static bool same_name(const char *name, const char *begin, const char *end) {
     for (; *name && begin < end; ++name, ++begin)
@@ -93,9 +93,9 @@ static bool same_name(const char *name, const char *begin, const char *end) {
 }
 
 static void trim(const char **begin, const char **end) {
-    while (*begin < *end && is_white(static_cast<unsigned char>(**begin)))
+    while (*begin < *end && is_white(uint8_t(**begin)))
         ++*begin;
-    while (*begin < *end && is_white(static_cast<unsigned char>((*end)[-1])))
+    while (*begin < *end && is_white(uint8_t((*end)[-1])))
         --*end;
 }
 
@@ -117,15 +117,14 @@ static bool profile_line(const char *line, const char *key, bool *in_section, ch
         *in_section = same_name("KOVA", name, close);
         return false;
     }
-    const char *const equals =
-        static_cast<const char *>(memchr(begin, '=', static_cast<size_t>(end - begin)));
+    const char *const equals = static_cast<const char *>(memchr(begin, '=', size_t(end - begin)));
     if (!*in_section || !equals) return false;
     const char *key_end = equals, *from = equals + 1;
     trim(&begin, &key_end);
     if (!same_name(key, begin, key_end)) return false;
     trim(&from, &end);
     unquote(&from, &end);
-    size_t len = static_cast<size_t>(end - from);
+    size_t len = size_t(end - from);
     if (len > setting_room - 1) len = setting_room - 1;
     memcpy(value, from, len);
     value[len] = 0;
@@ -214,9 +213,8 @@ void ko_message(const char *text) {
 void message_1(const char *format_with_one_s, const char *text) {
     const char *const mark = strstr(format_with_one_s, "%s");
     char before[64];
-    if (!mark || static_cast<size_t>(mark - format_with_one_s) >= sizeof before)
-        return ko_message(text);
-    memcpy(before, format_with_one_s, static_cast<size_t>(mark - format_with_one_s));
+    if (!mark || size_t(mark - format_with_one_s) >= sizeof before) return ko_message(text);
+    memcpy(before, format_with_one_s, size_t(mark - format_with_one_s));
     before[mark - format_with_one_s] = 0;
     log_line(before, text, mark + 2);
 }

@@ -15,17 +15,17 @@ int in_getc_stream(text_in *in) {
 void in_ungetc_stream(text_in *in, int byte) { ko_ext_ungetc(byte, in->stream); }
 
 static int memory_line(text_in *in, char *buf, int bound) {
-    const auto left = static_cast<size_t>(in->end - in->pos);
-    auto len = static_cast<size_t>(bound);
+    const auto left = size_t(in->end - in->pos);
+    auto len = size_t(bound);
     if (left < len) len = left;
     if (const void *const newline = len ? memchr(in->pos, '\n', len) : nullptr)
-        len = static_cast<size_t>(static_cast<const unsigned char *>(newline) + 1 - in->pos);
-    else if (len == left && len < static_cast<size_t>(bound))
+        len = size_t(static_cast<const unsigned char *>(newline) + 1 - in->pos);
+    else if (len == left && len < size_t(bound))
         in->ended = true;
     if (len) memcpy(buf, in->pos, len);
     buf[len] = 0;
     in->pos += len;
-    return static_cast<int>(len);
+    return int(len);
 }
 
 int in_gets(text_in *in, char *buf, int bound) {
@@ -39,7 +39,7 @@ int in_gets(text_in *in, char *buf, int bound) {
     }
     // A null byte ends the text that the caller sees, but a line that begins with one is not the
     // end of the file.
-    const int len = static_cast<int>(strnlen(buf, static_cast<size_t>(bound)));
+    const int len = int(strnlen(buf, size_t(bound)));
     return len ? len : 1;
 }
 
@@ -82,8 +82,8 @@ int get_int(text_in *in) {
     }
     in_ungetc(in, c);
     if (!is_decimal(first) && first != '-' && first != '+') return 0;
-    if (first == '-') return static_cast<int>(value > beyond ? -beyond : -value);
-    return static_cast<int>(value > beyond - 1 ? beyond - 1 : value);
+    if (first == '-') return int(value > beyond ? -beyond : -value);
+    return int(value > beyond - 1 ? beyond - 1 : value);
 }
 
 double get_dbl(text_in *in) {
@@ -91,7 +91,7 @@ double get_dbl(text_in *in) {
     int len = 0, c;
     skip_whitespace(in);
     while ((c = in_getc(in)) >= 0 && (is_decimal(c) || (c && strchr("+-.eE", c))))
-        if (len < 127) text[len++] = static_cast<char>(c);
+        if (len < 127) text[len++] = char(c);
     in_ungetc(in, c);
     text[len] = 0;
     const char *end;
@@ -130,7 +130,7 @@ int get_str(text_in *in, char *buf, int bound) {
             in_ungetc(in, c);
             break;
         }
-        buf[len++] = static_cast<char>(c);
+        buf[len++] = char(c);
     }
     buf[len] = 0;
     return len;
@@ -138,7 +138,7 @@ int get_str(text_in *in, char *buf, int bound) {
 
 ko_wchar_t read_ko_wchar(text_in *in) {
     skip_whitespace(in);
-    return static_cast<ko_wchar_t>(get_hex(in, 8));
+    return ko_wchar_t(get_hex(in, 8));
 }
 
 unsigned char *read_stream_bytes(void *stream, size_t *size) {
