@@ -62,7 +62,7 @@ inline uint16_t item16(const unsigned char *item) {
     return value;
 }
 
-// The item of a wide value, NULL for no character.
+// The item of a wide value, NULL for what is not a character.
 unsigned char *wide_item(const mb_decode *table, ko_wchar_t wc);
 // Writes the bytes, at most four, of a wide value that is a character of the table. Returns their
 // number, 0 for what is not a character.

@@ -17,7 +17,8 @@ static inline wide_back backward_text(const ko_wchar_t *begin, const ko_wchar_t 
     return {end, begin};
 }
 
-// The passes from first on. begin_ are the strings, a and b the places behind their common start.
+// Compares in the passes from first on. begin_ are the strings, a and b the places after their
+// common start.
 template <class Unit>
 static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a, const Unit *a,
                           const Unit *begin_b, const Unit *b) {
@@ -41,8 +42,8 @@ static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a,
     return 0;
 }
 
-// Equal characters at the start weigh alike in every forward pass, unless an element reaches out
-// of them: then the last character that stands inside no element is where the walks meet.
+// Equal characters at the start weigh the same in every forward pass, unless an element extends
+// beyond them: then comparison begins at the last place that lies inside no element.
 template <class Unit>
 static int compare_units(const coll_flat *flat, const Unit *begin_a, const Unit *begin_b) {
     const Unit *a = begin_a, *b = begin_b;
@@ -109,7 +110,7 @@ static int wide_copies_order(kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t
     return compare_passes(loc->weights, first_pass, wide_a.p, wide_a.p, wide_b.p, wide_b.p);
 }
 
-// Compares valid text from the places where both strings part.
+// Compares valid text from the places where the strings part.
 static int compare_mb(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin_a,
                       const ko_mchar_t *a, const ko_mchar_t *begin_b, const ko_mchar_t *b) {
     const coll_flat *flat = loc->weights;
@@ -122,7 +123,7 @@ static int compare_mb(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin_a
     return 0;
 }
 
-// The same, telling first where they part and whether both are valid.
+// Finds where two strings part and whether both are valid, then compares them.
 static int compare_text(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin_a,
                         const ko_mchar_t *begin_b) {
     const coll_flat *flat = loc->weights;
@@ -157,7 +158,8 @@ static int compare_text(kovaloc *loc, const mb_flat *cs, const ko_mchar_t *begin
     return compare_text(loc, cs, a, b);
 }
 
-// Most pairs of short strings are decided by the first weights in which they differ. 0: not yet.
+// The order of short strings by the first weights in which they differ, which decide most pairs. 0:
+// not decided.
 static inline int short_pairs_order(const kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
     const coll_flat *flat = loc->weights;
     ptrdiff_t common;
@@ -194,7 +196,7 @@ int ko_wcsncmp(const ko_wchar_t *wcs1, const ko_wchar_t *wcs2, int n) {
     return *wcs1 - *wcs2;
 }
 
-// The end of at most nc characters; stops before one that is not valid.
+// The end of at most nc characters; stops before an invalid one.
 static const ko_mchar_t *skip_chars(kovaloc *loc, const ko_mchar_t *s, int nc) {
     for (; nc > 0; --nc) {
         if (loc->exp.single_byte) {

@@ -1,4 +1,4 @@
-// Short strings of two-byte characters, taken as one block.
+// Short strings of two-byte characters, processed as one block.
 #ifndef KOVACOLL_BLOCK_H
 #define KOVACOLL_BLOCK_H
 
@@ -7,7 +7,7 @@
 
 #ifdef KOVA_BLOCKS
 
-constexpr size_t last_block_place = memory_page - sizeof(__m128i); // of a block inside its page
+constexpr size_t last_block_place = memory_page - sizeof(__m128i); // for a block inside its page
 
 // A bit for each byte of a block that is part of a pair inside a box.
 static inline unsigned boxed(const coll_pairs *pairs, __m128i block) {
@@ -22,15 +22,15 @@ static inline unsigned boxed(const coll_pairs *pairs, __m128i block) {
     return unsigned(_mm_movemask_epi8(inside));
 }
 
-// Two strings of fewer than 16 bytes, all of them pairs inside the boxes: *common is where they
-// part, in bytes. False for others, of which nothing is known.
+// For two strings of fewer than 16 bytes that consist of pairs inside the boxes, *common gets the
+// place where they part, in bytes. False for any others.
 static inline bool short_pairs(const coll_pairs *pairs, const ko_mchar_t *a, const ko_mchar_t *b,
                                ptrdiff_t *common) {
     const size_t place_a = place_in_page(a), place_b = place_in_page(b);
     if ((place_a > place_b ? place_a : place_b) > last_block_place) return false;
     const __m128i block_a = load_block(a);
     const __m128i block_b = load_block(b);
-    // The bits below the first terminator, or more than 16 of them without one.
+    // The bits below the first terminator; without one, more than 16 bits.
     const unsigned ends_a = zero_bytes(block_a);
     const unsigned ends_b = zero_bytes(block_b);
     const unsigned text_a = (ends_a & (0 - ends_a)) - 1, text_b = (ends_b & (0 - ends_b)) - 1;
@@ -40,7 +40,8 @@ static inline bool short_pairs(const coll_pairs *pairs, const ko_mchar_t *a, con
     return true;
 }
 
-// Bytes of a string of fewer than 16, all of them pairs inside the boxes; -1 for others.
+// The bytes of a string that has fewer than 16 and consists of pairs inside the boxes; -1 for
+// others.
 static inline int short_pairs_length(const coll_pairs *pairs, const ko_mchar_t *s) {
     if (place_in_page(s) > last_block_place) return -1;
     const __m128i block = load_block(s);

@@ -1,5 +1,5 @@
-// What collation tells its callers about characters: those that every pass ignores, and classes of
-// those that every pass takes for the same.
+// What collation tells callers about characters: which ones every pass ignores, and which ones
+// every pass treats as the same.
 #include "collate/kovacoll.h"
 
 #include <string.h>
@@ -46,7 +46,7 @@ static bool is_barred(const coll_data *coll, int row) {
     return false;
 }
 
-// The expansion that the row stands for in every pass, -1 for none.
+// The expansion for which a row stands in every pass, -1 for none.
 static int pure_expansion(const coll_data *coll, int row) {
     if (!coll->num_passes || !(coll->pass_arr[0][row] & coll_expansion)) return -1;
     for (int p = 1; p < coll->num_passes; ++p)
@@ -70,7 +70,8 @@ static uint32_t row_hash(const coll_data *coll, int row) {
     return static_cast<uint32_t>(h);
 }
 
-// The first earlier row with the same weights, from a hash of rows + 1; -1, and the row is entered.
+// The first earlier row with the same weights, from a hash table of rows + 1. If there is none,
+// enters the row and returns -1.
 static int earlier_row(const coll_data *coll, int row, int *slots, size_t mask) {
     size_t at = row_hash(coll, row) & mask;
     for (; slots[at]; at = (at + 1) & mask)
@@ -130,7 +131,7 @@ static bool add_member(member_list *list, int row_class, const ko_mchar_t *bytes
     return true;
 }
 
-// Adds a string of wide characters; one that the code set lacks is left out.
+// Adds a string of wide characters, unless the code set lacks one of them.
 static bool add_wide(kovaloc *loc, member_list *list, int row_class, const ko_wchar_t *chars,
                      unsigned nchars) {
     ext_block<ko_mchar_t> bytes(4 * static_cast<size_t>(nchars));
@@ -176,7 +177,7 @@ static bool add_characters(const mb_decode *table, const multi_arr *node, ko_mch
     return true;
 }
 
-// The string of a pure expansion is the last member of its class.
+// Adds the strings of pure expansions, each as the last member of its class.
 static bool add_expansions(kovaloc *loc, const row_classes *classes, member_list *list) {
     const coll_data *coll = &loc->coll_info;
     for (int e = 0; e < coll->num_expansions; ++e) {
@@ -210,7 +211,8 @@ static bool make_ignored(kovaloc *loc, member_list *list) {
     return true;
 }
 
-// Pairs class after class, by the classes' first rows; within a class in the order of the list.
+// Makes the pairs class by class, ordered by first rows, and within a class in the order of the
+// list.
 static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list *list) {
     const size_t rows = static_cast<size_t>(classes->rows);
     ext_block<size_t> start(rows + 1); // of each class in order
@@ -224,7 +226,7 @@ static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list
         start.p[r + 1] += start.p[r];
     for (size_t i = 0; i < list->count; ++i)
         if (list->p[i].row_class >= 0) order.p[start.p[list->p[i].row_class]++] = &list->p[i];
-    // start now holds the ends
+    // start now contains the ends
     ko_coll_equiv_class_map *pair = map.p;
     for (size_t r = 0, first = 0; r < rows; first = start.p[r++]) {
         const size_t end = start.p[r];

@@ -1,5 +1,6 @@
-// Derived tables of collation: per pass, pages of weights by character with everything that the
-// row walk would look up on the way (rows, expansions, elements) resolved ahead.
+// Derived tables of collation: for each pass, pages of weights by character. Everything that the
+// row walk would look up on the way (rows, expansions, elements) is resolved beforehand. Characters
+// without a row share a page of row 0's weight.
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_key.h"
 
@@ -8,13 +9,13 @@
 
 namespace {
 
-struct block { // memory of the tables, handed out from its front
+struct block { // memory for the tables, allocated from its front
     block *next;
     size_t used, size;
 };
 
 constexpr size_t block_bytes = 16 * 1024;
-constexpr unsigned max_items = 1u << 18; // of all expansions of a pass, nested ones included
+constexpr unsigned max_items = 1u << 18; // of all expansions in a pass, nested ones included
 
 struct builder {
     const kovaloc *loc;
@@ -24,16 +25,16 @@ struct builder {
     unsigned items; // resolved in this pass
     unsigned num_specials;
     unsigned first_special; // of the characters that begin elements
-    coll_special *specials; // expansions, weight 0, then characters that begin elements
+    coll_special *specials; // for expansions, for weight 0, then for characters that begin elements
     ko_wchar_t *firsts;     // the latter
     unsigned num_firsts;
     coll_widths widths;
     uint16_t byte_rows[256];
-    const uint16_t *rows[256];                // by high byte; NULL: all row 0
-    const uint16_t *missing[coll_max_passes]; // the pages of those, by pass
+    const uint16_t *rows[256];                // by high byte; NULL: row 0 for all
+    const uint16_t *missing[coll_max_passes]; // the pages for these, by pass
     unsigned num_used;
     unsigned char used[256];   // high bytes with rows or with characters that begin elements
-    unsigned char *inner[256]; // pages of coll_flat's inner that are our own
+    unsigned char *inner[256]; // pages of coll_flat's inner that we made
 };
 
 } // namespace
@@ -99,7 +100,7 @@ static bool walks_forward(const builder *b, int pass) {
     return b->coll->pass_type[pass] & coll_forward;
 }
 
-// Calls visit for each item that an expansion delivers. A nested expansion replaces the rest.
+// Calls visit for each item that an expansion yields. A nested expansion replaces the rest.
 template <class Visit>
 static void each_item(const builder *b, int pass, unsigned expansion, Visit visit) {
     const bool forward = walks_forward(b, pass);
@@ -117,7 +118,7 @@ static void each_item(const builder *b, int pass, unsigned expansion, Visit visi
     }
 }
 
-// Room for n more items of the pass; NULL also beyond the bound.
+// Room for n more items in the pass; NULL without memory or beyond the bound.
 static coll_item *take_items(builder *b, unsigned n) {
     if (n > max_items - b->items) b->failed = true;
     if (b->failed) return nullptr;
@@ -147,7 +148,7 @@ static coll_seq one_item(builder *b, unsigned weight, ko_wchar_t ch) {
     return {item, 1};
 }
 
-// What a row delivers in a pass; an expansion on an element comes once for each of its characters.
+// What a row yields in a pass; an expansion of an element comes once for each of its characters.
 static coll_seq weight_seq(builder *b, int pass, unsigned weight, ko_wchar_t ch, unsigned times) {
     if (weight & coll_expansion) return expansion_seq(b, pass, weight & coll_low_bits, times);
     if (weight == coll_ignored_weight) return {nullptr, 0};
@@ -177,7 +178,7 @@ static bool mark_inner(builder *b, ko_wchar_t ch) {
     return true;
 }
 
-// Chains the elements by their first character, in file order, and lists those characters.
+// Links the elements by their first character, in file order, and lists those characters.
 static bool chain_elements(builder *b, int *head, int *next) {
     for (int ch = 0; ch < 65536; ++ch)
         head[ch] = -1;
@@ -197,7 +198,7 @@ static bool chain_elements(builder *b, int *head, int *next) {
 static void note_tie(builder *b, coll_flat_pass *p, unsigned weight) {
     if (!(weight & coll_code_tie)) return;
     p->ties = true;
-    // Equal to a weight 0, whose character the pages do not keep.
+    // It equals a weight 0, whose character the pages do not keep.
     if (weight == coll_code_tie) b->failed = true;
 }
 
@@ -224,7 +225,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
 
 // ---- Pages ----
 
-// A row's weight as it stands in a page.
+// A row's weight in the form of a page.
 static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     const unsigned zero_special = b->first_special - 1;
     if (weight & coll_expansion) return static_cast<uint16_t>(weight & 0x7FFF);
@@ -233,7 +234,7 @@ static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     return static_cast<uint16_t>(weight);
 }
 
-// An earlier page of the pass with the same content takes the place of a new one.
+// Replaces a new page by an earlier one of the pass with the same content.
 static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned hi,
                                   const uint16_t *page) {
     for (unsigned back = 1; back <= 4 && back <= hi; ++back)
@@ -243,7 +244,7 @@ static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned 
     return fresh;
 }
 
-// The page of characters without a row; passes that give them the same weight share it.
+// The page for characters without a row; passes that give them the same weight share it.
 static const uint16_t *missing_page(builder *b, int pass, uint16_t weight) {
     for (int earlier = 0; earlier < pass; ++earlier)
         if (*b->missing[earlier] == weight) return b->missing[pass] = b->missing[earlier];
@@ -355,8 +356,8 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     if (!b->failed) fill_cells(b, pass);
 }
 
-// The shapes that only the row walk serves: a character 0 inside an expansion ends a walk, and
-// marks for a backward walk need the whole string.
+// False for shapes that need the row walk: a character 0 inside an expansion ends a walk, and
+// marking elements for a backward walk needs the whole string.
 static bool fits_tables(const coll_data *coll) {
     if (coll->num_passes < 0 || coll->num_passes > coll_max_passes) return false;
     for (int p = 0; p < coll->num_passes; ++p)

@@ -10,7 +10,7 @@ struct coll_item {
     ko_wchar_t ch;
 };
 
-struct coll_seq { // what a character or an element delivers in a pass, in walking order
+struct coll_seq { // what a character or an element yields in a pass, in walking order
     const coll_item *items;
     unsigned count;
 };
@@ -21,13 +21,13 @@ struct coll_candidate {
 };
 
 struct coll_special {
-    coll_seq own;                     // when no candidate matches
+    coll_seq own;                     // if no candidate matches
     const coll_candidate *candidates; // elements that begin with the character, in file order
     unsigned num_candidates;
 };
 
-// The key bytes of one character in a pass. count above 7: too many, or not decided by the
-// character alone.
+// The key bytes of one character in a pass. A count above 7 means too many, or that the character
+// alone does not decide them.
 struct alignas(8) coll_cell {
     unsigned char bytes[7];
     unsigned char count;
@@ -37,10 +37,10 @@ constexpr uint64_t coll_no_counts = ~uint64_t{0};
 
 struct coll_flat_pass {
     // Weights by high and low byte of the character: 0 for the terminator, 1 for what the pass
-    // ignores, with coll_expansion the index of a special, else a weight ready to be compared.
+    // ignores, the index of a special if coll_expansion is set, else a weight ready to be compared.
     const uint16_t *page[256];
     const coll_special *specials;
-    const coll_cell *cells; // by characters below 256
+    const coll_cell *cells; // for characters below 256
     bool forward;
     bool ties; // some weight carries coll_code_tie
 };
@@ -48,22 +48,22 @@ struct coll_flat_pass {
 struct coll_flat {
     int num_passes;
     bool elements;
-    bool byte_rows;                  // characters below 256 weigh as the bytes do
-    const unsigned char *inner[256]; // 1 for characters inside an element, not its first
+    bool byte_rows;                  // characters below 256 weigh like the bytes
+    const unsigned char *inner[256]; // 1 for characters inside an element, other than its first
     // Plain weights of the first pass by byte; 0 for bytes with none.
     uint16_t first_weights[256];
-    bool first_decides; // the first weights that differ: not behind elements, nor backward
+    bool first_decides; // the first weights that differ decide: no elements, not backward
     void *blocks;       // memory of all the tables
-    // By byte, with pass p in bits 8p.. up: the count of key bytes in each pass, and the key byte
-    // where that is 1. coll_no_counts: not decided by the byte alone, or in a backward pass.
+    // By byte, with pass p from bit 8p on: the count of key bytes in each pass, and the key byte if
+    // that count is 1. coll_no_counts: the byte alone does not decide, or a pass is backward.
     uint64_t counts[256];
     uint64_t digits[256];
-    coll_flat_pass pass[coll_max_passes]; // there is memory for num_passes of them
+    coll_flat_pass pass[coll_max_passes]; // only num_passes of them are allocated
 };
 
-// Derived tables of the hot loops, by pass: NULL when collation is none, in code-set order or
-// Thai, without memory, or for tables whose shape they cannot hold (then the row walk serves).
-// Shared by reference with copies.
+// Builds the derived tables of the hot loops. NULL if there is no collation, if it is code-set
+// order or Thai, without memory, or for a shape that the tables cannot represent (then the row walk
+// is used). Copies of the category share them by reference.
 coll_flat *build_coll_flat(const kovaloc *loc);
 void free_coll_flat(coll_flat *flat);
 

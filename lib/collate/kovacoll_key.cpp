@@ -67,8 +67,8 @@ static void start_key(coll_sink *sink, ko_mchar_t *dst, int maxbytes) {
     sink->full = coll_sink_full;
 }
 
-// Lets the key grow in dst itself as long as it fits there. Only for writers that store no byte
-// more than they count.
+// Lets the key grow in dst itself as long as it fits. Only for writers that store no more bytes
+// than they count.
 static void write_in_place(coll_sink *sink) {
     if (sink->maxbytes <= coll_sink_spare) return;
     sink->room = sink->dst;
@@ -104,8 +104,8 @@ coll_widths key_widths(const kovaloc *loc) {
 
 // ---- One pass ----
 
-// The place in the sink as locals of a loop: stores of key bytes could change the sink's own fields
-// for all that the compiler knows.
+// The place in the sink as local variables of a loop: as far as the compiler knows, stores of key
+// bytes could change the sink's own fields.
 struct key_place {
     ko_mchar_t *out, *limit;
 };
@@ -126,7 +126,7 @@ static void write_seq(coll_seq seq, coll_widths widths, coll_sink *sink) {
         write_item(seq.items[i], widths, sink);
 }
 
-// digits: what a weight takes.
+// Writes one pass; digits: key bytes of a weight.
 template <int digits, class Text>
 static void key_pass(const coll_flat_pass *p, coll_widths widths, Text text, coll_sink *sink) {
     for (key_place at = place_in(sink);;) {
@@ -159,7 +159,7 @@ static void key_pass_wide(const coll_flat_pass *p, coll_widths widths, Text text
     key_pass<3>(p, widths, text, sink);
 }
 
-// The same for bytes, whose key bytes stand ready.
+// Writes one pass for bytes, whose key bytes are prepared.
 template <class Text>
 static void key_pass_cells(const coll_flat_pass *p, coll_widths widths, Text text,
                            coll_sink *sink) {
@@ -223,12 +223,12 @@ static int table_key(kovaloc *loc, ko_mchar_t *dst, const Unit *text, size_t len
 
 // ---- All passes of a byte text at once ----
 
-// Adds up the key bytes of each pass into lens and returns the first byte that the cells do not
-// decide, the terminator mostly.
+// Adds the number of key bytes in each pass to lens. Returns the first byte that the cells do not
+// decide, usually the terminator.
 template <unsigned passes>
 static inline const ko_mchar_t *measure(const coll_flat *flat, const ko_mchar_t *text,
                                         size_t *lens) {
-    constexpr int safe = 36; // so many counts of at most 7 add up in a byte each
+    constexpr int safe = 36; // the sum of so many counts of at most 7 fits into a byte
     for (;;) {
         const ko_mchar_t *const stop = text + safe;
         uint64_t sums = 0;
@@ -262,7 +262,8 @@ static inline void write_cells(const coll_flat *flat, const ko_mchar_t *text, co
     }
 }
 
-// -1 where the cells do not decide the whole text, or dst has room for a part of the key.
+// Makes a key from the cells. -1 if they do not decide the whole text, or if dst has room for only
+// part of the key.
 template <unsigned passes>
 static int cells_key(const coll_flat *flat, ko_mchar_t *dst, const ko_mchar_t *text, int maxbytes) {
     size_t lens[passes] = {}, total = passes;

@@ -1,19 +1,19 @@
-// Sort keys being written: bytes, weights and codes.
+// Writing sort keys: bytes, weights and codes.
 #ifndef KOVACOLL_KEY_H
 #define KOVACOLL_KEY_H
 
 #include "collate/kovacoll_flat.h"
 
-// A key being written: gathered in room and handed to dst, of which maxbytes bytes may be written.
-// What does not fit is only counted.
-constexpr size_t coll_sink_spare = 8; // a step may store that much beyond full
+// A key being written: it is gathered in room and passed on to dst, of which maxbytes bytes may be
+// written. What does not fit is only counted.
+constexpr size_t coll_sink_spare = 8; // a step may store this much beyond full
 constexpr size_t coll_sink_full = 512 - coll_sink_spare;
 struct coll_sink {
     ko_mchar_t *dst;
     size_t maxbytes;
-    size_t written;   // bytes handed over, also those that did not fit
+    size_t written;   // bytes passed on, including those that did not fit
     size_t used;      // bytes gathered in room
-    size_t full;      // more than that, and room is handed over
+    size_t full;      // when more are gathered, room is passed on
     ko_mchar_t *room; // local, or dst itself
     ko_mchar_t local[512];
 };
@@ -23,7 +23,7 @@ inline void sink_byte(coll_sink *sink, unsigned byte) {
     if (sink->used > sink->full) sink_flush(sink);
 }
 
-// Digits of base 254, as many as maxw needs; the most significant one first.
+// Writes a weight in digits of base 254, as many as maxw needs, most significant first.
 inline void write_weight(unsigned w, unsigned maxw, coll_sink *sink) {
     unsigned v = (w - 2) & 0xFFFF;
     if (maxw >= 64516) {
@@ -40,8 +40,8 @@ struct coll_widths { // largest weight and largest character code
     unsigned maxw;
     unsigned maxc;
 };
-// A weight as it stands in the key, with the character's code behind it under coll_code_tie. Codes
-// and weights below 2 have no digit of their own.
+// Writes a weight to the key, followed by the character's code if coll_code_tie is set. Codes and
+// weights below 2 have no digit of their own.
 inline void write_item(coll_item item, coll_widths widths, coll_sink *sink) {
     const bool tie = item.weight & coll_code_tie;
     const unsigned w = tie ? item.weight & coll_low_bits : item.weight;

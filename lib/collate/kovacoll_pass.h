@@ -1,12 +1,12 @@
-// One pass over two texts, or over one for its key, on the derived tables: shared by the wide, the
-// multibyte and the single-byte comparers, which differ in how they step through a text.
+// One pass over two texts, or over one for its key, using the derived tables. The wide, multibyte
+// and single-byte comparers share it; they differ in how they step through a text.
 #ifndef KOVACOLL_PASS_H
 #define KOVACOLL_PASS_H
 
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_flat.h"
 
-// Texts: each take() gives the next character, 0 at the end, and is not called behind it. The
+// Texts: each take() returns the next character, 0 at the end, and is not called after that. The
 // _back forms go from the last character to the first.
 struct byte_text {
     const ko_mchar_t *s;
@@ -24,7 +24,7 @@ struct mb_text { // valid text of characters of one or two bytes
     const ko_mchar_t *s;
     const unsigned char *flag1;
 };
-struct pair_text { // valid text of two-byte characters alone, its terminator one byte
+struct pair_text { // valid text of only two-byte characters, with a terminator of one byte
     const ko_mchar_t *s;
 };
 struct pair_back {
@@ -53,7 +53,7 @@ inline ko_wchar_t take(pair_back &t) {
 
 // ---- Order ----
 
-// -1, 0 or 1.
+// Compares two numbers: -1, 0 or 1.
 inline int order_of(unsigned a, unsigned b) { return a < b ? -1 : a > b; }
 
 template <class Text> static int code_order(Text a, Text b) {
@@ -65,8 +65,8 @@ template <class Text> static int code_order(Text a, Text b) {
 
 inline bool plain_weight(unsigned weight) { return weight - 2 < coll_expansion - 2; }
 
-// The order by the plain weights at the start of two texts; 0 where that does not decide, and the
-// texts then begin at what comes after those weights.
+// The order by the plain weights at the start of two texts. 0 if they do not decide; the texts then
+// begin after those weights.
 template <class Text, class WeightOf>
 static inline int plain_order(Text &a, Text &b, WeightOf weight_of) {
     for (;;) {
@@ -81,8 +81,8 @@ static inline int plain_order(Text &a, Text &b, WeightOf weight_of) {
     }
 }
 
-// The order of what two sources deliver in a pass. next() gives the next item that the pass does
-// not ignore: its ch is 0 at the end, and otherwise orders equal weights under coll_code_tie.
+// The order of what two sources yield in a pass. next() returns the next item that the pass does
+// not ignore: its ch is 0 at the end, and else orders equal weights under coll_code_tie.
 template <auto next, class Source> static inline int items_order(Source &a, Source &b) {
     for (;;) {
         const coll_item x = next(a), y = next(b);
@@ -99,10 +99,10 @@ template <class Text> struct page_walk {
     const uint16_t *const *page;
     const coll_special *specials;
     Text text;
-    const coll_item *item, *item_end; // what an expansion still delivers
+    const coll_item *item, *item_end; // what an expansion still has to yield
 };
 
-// What the character just taken delivers; steps over the element that it begins.
+// What the character just taken yields; skips the rest of an element that it begins.
 template <class Text> static coll_seq special_seq(const coll_special &special, Text &text) {
     for (unsigned i = 0; i < special.num_candidates; ++i) {
         const coll_candidate &c = special.candidates[i];
@@ -136,7 +136,7 @@ template <class Text> static int walk_order(const coll_flat_pass *p, Text a, Tex
     return items_order<next_item<Text>>(walk_a, walk_b);
 }
 
-// The order of two texts in a pass. Most pairs are decided among plain weights.
+// The order of two texts in a pass. Plain weights decide most pairs.
 template <class Text> static inline int pass_order(const coll_flat_pass *p, Text a, Text b) {
     const uint16_t *const *const page = p->page;
     const int order = plain_order(a, b, [page](auto c) { return page[c >> 8][c & 0xFF]; });

@@ -1,5 +1,5 @@
 // Reads the LC_COLLATE section: rows, weights, elements and expansions, each checked against what
-// it refers to, and the tables by byte value that go with them.
+// it refers to, and derives the tables by byte value.
 #include "collate/kovacoll.h"
 
 #include <string.h>
@@ -8,8 +8,8 @@
 
 static size_t count_of(int n) { return n > 0 ? static_cast<size_t>(n) : 0; }
 
-// False when count items of at least item_bytes characters cannot follow: the file is damaged, and
-// its count must not size anything.
+// False if count items of at least item_bytes characters cannot follow: then the file is damaged,
+// and its count must not size anything.
 static bool may_hold(const text_in *in, size_t count, size_t item_bytes) {
     if (in->ended) return false;
     if (in->stream) return count <= 1u << 20; // the size is unknown; rows and weights are 16-bit
@@ -22,7 +22,8 @@ template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {
     return *array || fail(loc, KO_ENOMEM, false);
 }
 
-// Four hex digits behind white space: the bulk of a section, so memory is read without calls.
+// Reads four hex digits after white space. These are the bulk of a section, so memory is read
+// without calls.
 static unsigned read_weight(text_in *in) {
     if (!in->stream) {
         const unsigned char *s = in->pos;
@@ -158,9 +159,9 @@ static bool is_ordinary(unsigned weight) {
     return weight != coll_ignored_weight && !(weight & coll_expansion);
 }
 
-// Are strings in one order, whichever comes first? Only the first string's tie-break counts, so
-// weights that are equal but for it would part two strings in one direction only. Of rows outside
-// used (NULL: of none) nobody asks.
+// Is the order of strings the same whichever comes first? Only the first string's tie-break counts,
+// so weights that differ in nothing else would order two strings in one direction only. Rows
+// outside used do not matter (NULL: all rows do).
 static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set *used) {
     enum : uint8_t { plain = 1, tie = 2 };
     uint8_t seen[coll_low_bits + 1] = {};
@@ -173,7 +174,7 @@ static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const 
     return true;
 }
 
-// The same where a look at all weights together tells, as mostly: none asks for the tie-break.
+// True if no weight asks for the tie-break, which is usual and makes the pass an order.
 static bool has_no_ties(const uint16_t *weights, size_t rows) {
     uint16_t any = 0;
     for (size_t row = 0; row < rows; ++row)
@@ -181,7 +182,8 @@ static bool has_no_ties(const uint16_t *weights, size_t rows) {
     return !(any & coll_code_tie);
 }
 
-// Or tie-breaks are asked for by all weights, or by a single one.
+// True if the pass is certainly an order: the tie-break is asked for by no weight, by all, or by
+// only one value.
 static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
     const size_t rows = count_of(coll->num_rows) + 1;
     if (has_no_ties(weights, rows)) return true;
@@ -196,7 +198,7 @@ static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
     }
     if (!ties || !plains) return true;
     if (ties != all_ties) return false;
-    bool met = false; // a weight that is like the single one but for the tie-break
+    bool met = false; // a weight equal to that one except for the tie-break
     for (size_t row = 0; row < rows; ++row)
         met |= weights[row] == (ties & coll_low_bits);
     return !met;
@@ -204,12 +206,12 @@ static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
 
 static bool is_order(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
-    if (coll->codeset_order_flg) return true; // the codes order; weights are only stored
+    if (coll->codeset_order_flg) return true; // codes decide; weights are only stored
     for (int p = 0; p < coll->num_passes; ++p) {
         const uint16_t *weights = coll->pass_arr[p];
         if (plainly_order(coll, weights) || pass_is_order(coll, weights, nullptr)) continue;
         row_set used;
-        used.add(0); // of characters that the map lacks
+        used.add(0); // the row of characters that the map lacks
         for (int i = 0; i < coll->num_coll_elems; ++i)
             used.add(coll->elem_arr[i].row);
         const auto *rows = static_cast<const mb_decode *>(loc->coll);
@@ -222,7 +224,7 @@ static bool is_order(const kovaloc *loc) {
     return true;
 }
 
-// The expansion that takes over while this one is delivered in a pass, -1 for none.
+// The expansion that replaces the rest of this one in a pass, -1 for none.
 static int nested(const kovaloc *loc, int pass, int expansion) {
     const coll_data *coll = &loc->coll_info;
     const coll_exp *exp = &coll->exp_arr[expansion];
@@ -235,12 +237,12 @@ static int nested(const kovaloc *loc, int pass, int expansion) {
     return -1;
 }
 
-// Expansions that take over from each other in a circle would never end.
+// False if expansions lead back to themselves, which would never end.
 static bool expansions_end(kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     const size_t n = count_of(coll->num_expansions);
     if (!n) return true;
-    ext_block<int> seen(n); // in which walk an expansion was met; 0: not yet
+    ext_block<int> seen(n); // the walk in which an expansion was met; 0: none yet
     if (!seen.p) return fail(loc, KO_ENOMEM, false);
     for (int p = 0; p < coll->num_passes; ++p) {
         memset(seen.p, 0, n * sizeof *seen.p);
@@ -341,7 +343,7 @@ int read_collate(text_in *in, kovaloc *loc) {
     if (read_tables(in, loc) && derive_lists(loc) && derive_exp_direct(loc) &&
         derive_byte_weights(loc) && derive_candidates(loc))
         return 0;
-    free_coll_data(loc); // nothing half-built is used
+    free_coll_data(loc); // nothing incomplete is used
     return -1;
 }
 

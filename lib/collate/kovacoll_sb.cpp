@@ -1,9 +1,9 @@
-// The comparers of single-byte locales with expansions only, with collating elements only, and
-// with neither. They work on the bytes themselves; where the derived pages give the same results,
-// these serve elements.
+// The comparers of single-byte locales with only expansions, with only collating elements, and with
+// neither. They work on the bytes themselves; the comparer for elements uses the derived pages
+// where these give the same results.
 #include "collate/kovacoll_text.h"
 
-// ---- Sources: what a text delivers in a pass ----
+// ---- Sources: what a text yields in a pass ----
 
 namespace {
 
@@ -11,7 +11,7 @@ struct exp_source {
     const uint16_t *weights; // by byte
     coll_exp *const *direct;
     const ko_mchar_t *s;
-    const ko_wchar_t *exp; // what an expansion still delivers
+    const ko_wchar_t *exp; // what an expansion still has to yield
     unsigned exp_left;
 };
 
@@ -71,7 +71,7 @@ static const coll_elem *true_elem(const coll_data *coll, const ko_mchar_t *s) {
     return nullptr;
 }
 
-// Ties are broken by the first byte of an element.
+// The next byte or element that the pass does not ignore. Ties are broken by its first byte.
 static inline coll_item next_row_sb_elem(elem_source &t) {
     for (;;) {
         const ko_mchar_t c = *t.s;
@@ -84,8 +84,8 @@ static inline coll_item next_row_sb_elem(elem_source &t) {
     }
 }
 
-// What breaks a tie of bytes is deliberately the byte at the place reached after them. Added to it
-// is what tells an item from the end.
+// An item whose ties are broken, deliberately, by the byte at the place reached after it. 0x100
+// distinguishes it from the end.
 static inline coll_item byte_item(uint16_t weight, ko_mchar_t reached) {
     return {weight, ko_wchar_t(0x100 | reached)};
 }
@@ -100,7 +100,8 @@ static inline coll_item next_forward(byte_source &t) {
     }
 }
 
-// Begins deliberately with the terminator, whose weight counts like that of any other byte.
+// Walks backward. Deliberately begins with the terminator, whose weight counts like that of any
+// other byte.
 static inline coll_item next_back(back_source &t) {
     while (!t.ended) {
         const uint16_t weight = t.weights[*t.s ? *t.s : coll_end_byte];
@@ -113,7 +114,7 @@ static inline coll_item next_back(back_source &t) {
 
 // ---- Entries ----
 
-// True when the comparison is decided without weights, into *order.
+// True if the comparison is decided without weights; *order gets the result.
 static bool decided(ko_lc_t handle, const ko_mchar_t *a, const ko_mchar_t *b, int *order) {
     *order = 0;
     if (!handle || !a || !b) {
@@ -130,7 +131,7 @@ static inline void skip_common(const ko_mchar_t *&a, const ko_mchar_t *&b) {
         ++a, ++b;
 }
 
-// Pass by pass from where the strings part.
+// Compares pass by pass from where the strings part.
 [[gnu::noinline]] static int exp_passes(const coll_data *coll, const ko_mchar_t *begin_a,
                                         const ko_mchar_t *begin_b) {
     int order = 0;
@@ -157,7 +158,7 @@ int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs
         c1 = *++mbs1;
         c2 = *++mbs2;
     }
-    if (flat) { // most pairs end here
+    if (flat) { // decides most pairs
         const unsigned w1 = flat->first_weights[c1], w2 = flat->first_weights[c2];
         if (w1 && w2 && w1 != w2) return order_of(w1, w2);
     }
@@ -179,7 +180,7 @@ int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mb
             --mbs1, --mbs2;
     }
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        // The pages break ties by a code of the element's own, not by its first byte.
+        // The pages break ties by the element's own code, not by its first byte.
         if (flat && !flat->pass[pass].ties) {
             order = pass_order(&flat->pass[pass], byte_text{mbs1}, byte_text{mbs2});
             continue;

@@ -1,4 +1,4 @@
-// The texts that comparison and keys start from: their code set, and wide copies of them.
+// The texts from which comparison and keys start: their code set, and wide copies of them.
 #ifndef KOVACOLL_TEXT_H
 #define KOVACOLL_TEXT_H
 
@@ -8,7 +8,7 @@
 #include <limits.h>
 #include <string.h>
 
-// Without a collation category the order is that of the codes.
+// Is the order code order, as it is without a collation category?
 inline bool by_code(const kovaloc *loc) {
     return loc->exp.codeset_order || loc->coll_info.collate == collate_none;
 }
@@ -24,7 +24,7 @@ inline size_t text_length(const ko_wchar_t *wcs) {
     return n;
 }
 
-// Bytes of the character at s, 0 for none.
+// Bytes of the character at s, 0 for what is not one.
 inline unsigned char_bytes(const mb_flat *cs, const ko_mchar_t *s) {
     return unsigned(flat_mblen(*cs, s));
 }

@@ -1,4 +1,4 @@
-// The Thai method: a key of the base text, leading vowels put behind their consonant, and then of
+// The Thai method: a key of the base text, with leading vowels moved after their consonant, then of
 // the marks above and below, each with its place.
 #include "collate/kovacoll_pass.h"
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr unsigned half_room = 255; // bytes that each half of a key keeps
+constexpr unsigned half_room = 255; // the most bytes in each half of a key
 
 struct thai_key {
     unsigned len_base, len_marks;
@@ -72,7 +72,7 @@ int thaismocoll(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
     return code_order(byte_text{bytes[0]}, byte_text{bytes[1]});
 }
 
-// dst is the text and mbs the destination, on purpose.
+// Deliberately, dst is the text and mbs the destination.
 int thaismoxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes) {
     if (!dst || (!mbs && maxbytes > 0)) return fail(loc, KO_ENULL, -1);
     thai_key key;

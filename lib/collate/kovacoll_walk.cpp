@@ -1,5 +1,5 @@
-// The row walk: weights of a string one after the other, straight from the record's rows. It knows
-// every feature and needs no derived table; the faster paths give its results.
+// The row walk: weights of a string one after the other, directly from the record's rows. It
+// supports every feature and needs no derived tables; the faster paths give the same results.
 #include "collate/kovacoll_key.h"
 #include "collate/kovacoll_pass.h"
 
@@ -23,12 +23,12 @@ template <class Unit> struct coll_state {
     const kovaloc *loc;
     const Unit *text;
     ptrdiff_t string_pos, end; // the current and the last character in walking order
-    const coll_exp *exp;       // the expansion being delivered
+    const coll_exp *exp;       // the expansion being walked
     ptrdiff_t exp_index;
     const uint16_t *pass_arr;
     ptrdiff_t increment;
     bool string_end;
-    const elem_runtime *elems; // one a character, NULL without elements
+    const elem_runtime *elems; // one per character, NULL without elements
 };
 
 template <class Unit> static bool begins_with(const Unit *text, size_t len, const coll_elem *elem) {
@@ -38,7 +38,7 @@ template <class Unit> static bool begins_with(const Unit *text, size_t len, cons
     return true;
 }
 
-// Marks each character with the first element of the file's order that matches, left to right.
+// Marks each character, left to right, with the first matching element in file order.
 template <class Unit>
 static void make_parallel_arr(const coll_data *coll, const Unit *text, size_t len,
                               elem_runtime *marks) {
@@ -116,8 +116,8 @@ template <class Unit> static coll_item next_weight(coll_state<Unit> &s) {
             s.exp_index = s.increment > 0 ? 0 : ptrdiff_t(exp->nchars) - 1;
             weight = coll_ignored_weight;
         }
-        // After an expansion the position deliberately moves by one character even inside an
-        // element: the expansion is delivered once for each character of the element.
+        // Deliberately, after an expansion the position moves by one character even inside an
+        // element: the expansion counts once for each character of the element.
         if (!s.exp) {
             s.string_pos += s.increment * consumed;
             if (s.increment > 0 ? s.string_pos > s.end : s.string_pos < s.end) {

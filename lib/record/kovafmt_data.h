@@ -48,8 +48,8 @@ struct monum {
     ko_wchar_t *w_nostr;
 };
 
-// The strings of the record with their wide twins, the item that queries know them by, and the
-// category each belongs to.
+// The strings of the record with their wide twins, the item under which queries ask for them, and
+// the category to which each belongs.
 constexpr unsigned no_item = ~0u;
 struct monum_string {
     unsigned item;
