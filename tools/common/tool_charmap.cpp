@@ -1,3 +1,4 @@
+// Reads charmap files: characters and their ranges, settings and widths.
 #include "common/tool_charmap.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Replaces files in one step: names beside a target, locks, links and permissions, on POSIX systems
+// and on Windows.
 #include "common/tool_file.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Locale sources: files, diagnostics, the lexer, and copies of categories.
 #include "common/tool_source.h"
 
 #include <zlib.h>

@@ -1,3 +1,4 @@
+// Makes text from outside safe to print.
 #include "common/tool_text.h"
 
 #include <cerrno>

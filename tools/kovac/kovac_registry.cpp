@@ -1,3 +1,4 @@
+// The known code sets, and parsing, changing and writing a registry file.
 #include "kovac/kovac_registry.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Makes charmap objects: orders the names, writes the records, and proves the object.
 #include "kovac/kovac_symbols.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// Respells the time formats and era definitions of the sources.
 #include "kovac/kovac_times.h"
 
 #include <string_view>

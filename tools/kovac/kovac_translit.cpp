@@ -1,3 +1,4 @@
+// Loads transliteration tables and finds spellings in them.
 #include "kovac/kovac_translit.h"
 
 #include <algorithm>

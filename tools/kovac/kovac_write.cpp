@@ -1,3 +1,4 @@
+// Writes the sections of a locale object, and text files in general.
 #include "kovac/kovac_write.h"
 
 #include <cerrno>
