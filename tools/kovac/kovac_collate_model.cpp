@@ -1,5 +1,5 @@
-// Written against the meaning of the tables, apart from the library, so that each can be checked
-// by the other.
+// Written from the meaning of the tables, independently of the library, so that each can be checked
+// against the other.
 
 #include "kovac/kovac_collate_model.h"
 
@@ -36,8 +36,8 @@ static const collation_element *element_at(const collation_model &m, wide_text s
     return nullptr;
 }
 
-// The weights of a string in one pass, in comparing order. An element's weight counts once; an
-// expansion of an element, once for each of its characters.
+// The weights of a string in one pass, in the order of comparison. An element's weight counts once;
+// an expansion of an element counts once for each of its characters.
 static std::vector<weight_of> pass_weights(const collation_model &m, wide_text s, size_t pass,
                                            bool backward) {
     std::vector<weight_of> out;
@@ -99,7 +99,8 @@ int compare_wide(const collation_model &m, wide_text a, wide_text b) {
     return 0;
 }
 
-// One pass of the comparer for backward passes: the terminating NUL is weighed, too, and first.
+// Compares one pass like the comparer for backward passes, which weighs the terminating NUL, too,
+// and first.
 static int compare_back_pass(const collation_model &m, wide_text a, wide_text b, size_t pass) {
     const auto weights = [&](wide_text s) {
         std::vector<uint16_t> out;

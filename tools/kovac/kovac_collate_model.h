@@ -1,5 +1,5 @@
 // A model of the library's comparison and sort keys on compiled tables, so that a collation can be
-// judged before an object is written.
+// checked before an object is written.
 #pragma once
 
 #include <cstdint>
@@ -24,10 +24,11 @@ struct collation_model {
 
 collation_model make_model(const charmap &map, const collation &tables);
 
-// As the wide comparison: -1, 0 or 1.
+// Compares like the wide comparison: -1, 0 or 1.
 int compare_wide(const collation_model &m, wide_text a, wide_text b);
 
-// As the comparer that a locale of this code set gets: bytes for single-byte code sets.
+// Compares like the comparer that a locale of this code set gets, which works on bytes in
+// single-byte code sets.
 int compare_installed(const collation_model &m, wide_text a, wide_text b);
 
 // The sort key without its terminator.

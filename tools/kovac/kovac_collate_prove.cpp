@@ -1,6 +1,6 @@
-// The proof of a compiled collation: over all its short strings the order of the sort keys is the
-// order of the wide comparison and of the comparer that the locale gets. Once for the tables, by
-// the model, and once for the written object, by the library that will read it.
+// The proof of a compiled collation: for all its short strings, the order of the sort keys is that
+// of the wide comparison and of the comparer that the locale gets. It is made for the tables, by
+// the model, and for the written object, by the library that will read it.
 
 #include <algorithm>
 #include <random>
@@ -12,10 +12,10 @@ namespace kovac {
 
 using text16 = std::vector<uint16_t>; // without a terminator
 
-// What is put on trial: a model of the tables, or a loaded object.
+// What is to be proved: a model of the tables, or a loaded object.
 struct judge {
     const collation_model *model;
-    ko_lc_t loc; // null: the model alone
+    ko_lc_t loc; // null: only the model
 };
 
 static std::vector<ko_wchar_t> terminated(const text16 &s) {
@@ -24,7 +24,7 @@ static std::vector<ko_wchar_t> terminated(const text16 &s) {
     return out;
 }
 
-// The bytes of a string, with room for the widest terminator behind them.
+// The bytes of a string, followed by the longest terminator.
 static std::vector<ko_mchar_t> bytes_of(const judge &j, const text16 &s) {
     std::vector<ko_mchar_t> out;
     const bool pairs = j.model->min_len == 2;
@@ -56,10 +56,10 @@ static int installed_order(const judge &j, const text16 &a, const text16 &b) {
     return head->mbscoll(j.loc, bytes_of(j, a).data(), bytes_of(j, b).data());
 }
 
-static constexpr size_t sample_chars = 256; // of a double-byte code set; their pairs are taken
+static constexpr size_t sample_chars = 256; // of a double-byte set; all their pairs are tested
 
-// Every string of up to two characters of a single-byte code set. Of others: every character, and
-// all pairs of an even sample.
+// Every string of up to two characters in a single-byte code set. In others: every character, and
+// all pairs from an even sample.
 static std::vector<text16> short_strings(const charmap &map) {
     std::vector<text16> out{{}};
     text16 sample;
@@ -114,7 +114,7 @@ static void prove(const judge &j, const charmap &map, const char *who, proof_rep
         ++bad;
         report.ok = false;
         report.lines.push_back(
-            format("\"%s\": the library's key is not the compiler's", shown(s).c_str()));
+            format("\"%s\": the library's key differs from the compiler's", shown(s).c_str()));
     }
     const auto by_key = [](const keyed &a, const keyed &b) { return a.key < b.key; };
     std::sort(keys.begin(), keys.end(), by_key);

@@ -1,5 +1,5 @@
-// Reads a collation section. A line places an item behind the cursor; reorder-after only moves
-// the cursor. Conditional lines and copied sources are followed as they come.
+// Reads a collation section. A line places an item after the cursor; reorder-after only moves the
+// cursor. Conditional lines and copied sources are processed where they occur.
 
 #include "kovac/kovac_collate_source.h"
 
@@ -17,18 +17,18 @@ static constexpr size_t most_weights = size_t{1} << 23;
 static constexpr size_t most_sections = 1024;
 static constexpr size_t most_elements = 8192;
 static constexpr size_t most_open_ifs = 64;
-static constexpr size_t most_range_work = size_t{1} << 27; // characters that ranges lead through
+static constexpr size_t most_range_work = size_t{1} << 27; // characters visited by ranges
 
 using line_tokens = std::vector<token>;
 
 namespace {
 
-// An ellipsis line that waits for the line that ends its range.
+// An ellipsis line whose range has not ended yet.
 struct open_range {
     bool open = false;
     token dots;
     line_tokens weights;
-    uint32_t from = no_code; // code of the character before it; no_code: the first of all
+    uint32_t from = no_code; // code of the character before it; no_code: it is the first line
 };
 
 struct reader {
@@ -38,8 +38,8 @@ struct reader {
     order &out;
     std::set<std::string, std::less<>> defined; // define NAME
     std::vector<bool> taken, active;            // per open ifdef: a branch was taken, is active
-    uint32_t cursor = no_item;                  // lines are placed behind it
-    uint32_t skipped = no_item; // the line before was this item's, already placed elsewhere
+    uint32_t cursor = no_item;                  // lines are placed after it
+    uint32_t skipped = no_item; // the last line was this item's, placed elsewhere before
     uint32_t section = no_item;
     bool reordering = false, moving_sections = false;
     uint32_t section_cursor = no_item;
@@ -78,7 +78,7 @@ static uint32_t symbol_item(order &out, std::string_view name, position pos) {
     return at->second;
 }
 
-// Whether so many more items may follow. Nothing is counted before it is known to be small.
+// May count more items follow? Checked before anything is added up, so that sums stay small.
 static bool room_for(const reader &r, size_t count, position pos) {
     if (count <= most_items && r.out.items.size() <= most_items - count) return true;
     error(r.diag, pos,
@@ -95,8 +95,8 @@ static uint32_t name_code(const charmap &map, std::string_view name) {
     return at == map.names.end() ? no_code : at->second;
 }
 
-// Declared names win over characters; a name that nobody declared becomes a symbol, because
-// sources do place symbols first by an order line.
+// The item of a name. Declared names take precedence over characters; an undeclared name becomes a
+// symbol, because sources do introduce symbols by an order line.
 static uint32_t named_item(reader &r, std::string_view name, position pos) {
     const auto at = r.out.names.find(name);
     if (at != r.out.names.end()) return at->second;
@@ -105,7 +105,7 @@ static uint32_t named_item(reader &r, std::string_view name, position pos) {
     return symbol_item(r.out, name, pos);
 }
 
-// The item that a token names; no_item when it names none.
+// The item that a token names; no_item if it names none.
 static uint32_t token_item(reader &r, const token &t) {
     if (t.kind == tok::symbol) return named_item(r, t.text, t.pos);
     if (t.kind == tok::bytes || (t.kind == tok::word && t.text.size() == 1)) {
@@ -141,7 +141,7 @@ static void unlink_item(order &out, uint32_t id) {
     it.section = no_item;
 }
 
-// Puts an item behind the cursor, which moves on to it.
+// Puts an item after the cursor, which moves to it.
 static void place_item(reader &r, uint32_t id, position pos) {
     if (id != r.cursor) {
         unlink_item(r.out, id);
@@ -157,7 +157,7 @@ static void place_item(reader &r, uint32_t id, position pos) {
     r.out.items[id].pos = pos;
 }
 
-// The names inside a weight string, or its plain characters.
+// Gets the items of the names in a weight string, or of its plain characters.
 static bool string_items(reader &r, const token &t, std::vector<uint32_t> &ids) {
     const char escape = char(t.value);
     const std::string_view s = t.text;
@@ -185,7 +185,7 @@ static bool string_items(reader &r, const token &t, std::vector<uint32_t> &ids) 
     return true;
 }
 
-// One weight, the tokens [from, to); self is the item it belongs to.
+// Reads one weight, the tokens [from, to); self is the item to which it belongs.
 static bool weight_items(reader &r, const token *from, const token *to, uint32_t self,
                          std::vector<uint32_t> &ids) {
     ids.clear();
@@ -201,7 +201,7 @@ static bool weight_items(reader &r, const token *from, const token *to, uint32_t
         }
         const uint32_t id = token_item(r, *t);
         if (id == no_item) {
-            if (t != from) break; // a remark behind the last weight
+            if (t != from) break; // a remark after the last weight
             error(r.diag, t->pos, "not a weight: expected IGNORE, a symbol or a string");
             return false;
         }
@@ -214,7 +214,8 @@ static bool weight_items(reader &r, const token *from, const token *to, uint32_t
     return true;
 }
 
-// Weights separated by semicolons, from line[first] on; none: the item weighs as itself.
+// Reads weights separated by semicolons, from line[first] on; without any, the item is weighed as
+// itself.
 static bool read_weights(reader &r, const line_tokens &line, size_t first, uint32_t id) {
     if (r.out.weights.size() > most_weights) {
         error(r.diag, line[0].pos,
@@ -243,7 +244,7 @@ static bool read_weights(reader &r, const line_tokens &line, size_t first, uint3
         if (stop == end) break;
         at = stop + 1;
     }
-    // A level without a weight of its own takes the item itself.
+    // At a level without a weight, the item is weighed as itself.
     for (++level; level < r.out.levels; ++level) {
         r.out.items[id].counts[level] = 1;
         r.out.weights.push_back(id);
@@ -253,14 +254,13 @@ static bool read_weights(reader &r, const line_tokens &line, size_t first, uint3
 
 static bool place_range_code(reader &r, uint32_t code, position pos) {
     const uint32_t id = character_item(r.out, code, pos);
-    // Only what no other line has placed.
+    // Places only what no other line has placed.
     if (r.out.items[id].section != no_item) return true;
     place_item(r, id, pos);
     return read_weights(r, r.range.weights, 1, id);
 }
 
-// Places what lies between the line before an ellipsis and the line behind it (no_code: to the
-// end).
+// Places what lies between the line before an ellipsis and the line after it (no_code: to the end).
 static bool close_range(reader &r, uint32_t to, position pos) {
     if (!r.range.open) return true;
     r.range.open = false;
@@ -276,7 +276,7 @@ static bool close_range(reader &r, uint32_t to, position pos) {
     if (counted) {
         if (from == no_code || to == no_code || from >= to) {
             error(r.diag, r.range.dots.pos,
-                  "\"..\" needs a character before and a higher one behind");
+                  "\"..\" needs a character before it and a higher one after it");
             return false;
         }
         if (!room_for(r, to - from, r.range.dots.pos)) return false;
@@ -294,7 +294,7 @@ static bool close_range(reader &r, uint32_t to, position pos) {
     return true;
 }
 
-// An order line: an item with its weights, or an ellipsis.
+// Reads an order line: an item with its weights, or an ellipsis.
 static bool order_line(reader &r, const line_tokens &line) {
     const token &head = line[0];
     if (r.cursor == no_item) {
@@ -415,7 +415,7 @@ static bool sections_after(reader &r, const line_tokens &line) {
     return true;
 }
 
-// A line between reorder-sections-after and its end: a script, perhaps with new rules.
+// Reads a line between reorder-sections-after and its end: a script, possibly with new rules.
 static bool move_section(reader &r, const line_tokens &line) {
     const uint32_t id = line[0].kind == tok::symbol ? find_section(r.out, line[0].text) : no_item;
     if (id == no_item) {
@@ -435,21 +435,21 @@ static bool move_section(reader &r, const line_tokens &line) {
     return true;
 }
 
-// One to eight hexadecimal digits.
+// Reads one to eight hexadecimal digits.
 static bool all_hex(std::string_view digits, uint32_t &value) {
     const char *const end = digits.data() + digits.size();
     const auto read = std::from_chars(digits.data(), end, value, 16);
     return read.ec == std::errc() && read.ptr == end;
 }
 
-// Declares the symbols from <X0009> to <X327F>: same text in front, hexadecimal digits behind.
+// Declares a range of symbols, such as <X0009> to <X327F>: the same text, then hexadecimal digits.
 static bool symbol_range(reader &r, const token &first, const token &last, uint32_t step) {
     const std::string_view a = first.text, b = last.text;
     size_t same = 0;
     while (same < a.size() && same < b.size() && a[same] == b[same])
         ++same;
     uint32_t low = 0, high = 0;
-    // Equal leading digits belong to the number, too.
+    // Leading digits that are equal belong to the number, too.
     while (same > 0 && std::string_view("0123456789ABCDEF").find(a[same - 1]) != a.npos)
         --same;
     if (a.size() != b.size() || !all_hex(a.substr(same), low) || !all_hex(b.substr(same), high) ||
@@ -495,7 +495,7 @@ static bool collating_element(reader &r, const line_tokens &line) {
     order_item &it = r.out.items[id];
     it.kind = order_item::element;
     it.chars = string_codes(r.map, line[3], &unknown);
-    if (!unknown.empty()) it.chars.clear(); // not of this code set
+    if (!unknown.empty()) it.chars.clear(); // not in this code set
     return true;
 }
 
@@ -573,13 +573,13 @@ static constexpr struct keyword {
     {"section-symbol",         section_script    },
 };
 
-// ifdef and its kin. False: the line is none of them.
+// Processes ifdef and its kin. False for any other line.
 static bool conditional(reader &r, const line_tokens &line) {
     const std::string_view word = line[0].kind == tok::word ? line[0].text : std::string_view();
     const bool named = line.size() > 1 && r.defined.count(line[1].text) != 0;
     if (word == "ifdef" || word == "ifndef") {
         if (r.taken.size() == most_open_ifs) {
-            error(r.diag, line[0].pos, "more than 64 ifdefs inside one another; close some");
+            error(r.diag, line[0].pos, "more than 64 nested ifdefs; close some");
         }
         const bool on = named == (word == "ifdef");
         r.taken.push_back(on);
@@ -635,7 +635,7 @@ static bool read_section(reader &r, lexer lex) {
     return good;
 }
 
-// Numbers the chain, section after section.
+// Numbers the chain, section by section.
 static void rank_items(order &out) {
     uint32_t rank = 0;
     for (const uint32_t section : out.section_order) {
