@@ -250,10 +250,6 @@ TEST(TimeReading, TextsMayGoOnForLongAndEndInWhatIsNone) {
     const std::string format = encoded("%Y-%B", true) + std::string(2, '\0');
     EXPECT_EQ(ko_mbsptime(wide_only, mb(text.data()), mb(format.data()), &tm, 'R'),
               mb(text.data()) + 28);
-    EXPECT_EQ(ko_mbsptime(wide_only, mb(text.data()), nullptr, &tm, 'R'), nullptr);
-    EXPECT_EQ(wide_only.error(), KO_EFORMAT);
-    EXPECT_EQ(ko_wcsptime(wide_only, nullptr, wcs(u"").data(), &tm, 'R'), nullptr);
-    EXPECT_EQ(wide_only.error(), KO_ENULL);
     EXPECT_EQ(shown(tm), "1999-09-03 04:05:06.000007 w6 y33");
 }
 
@@ -334,17 +330,14 @@ TEST(CenturyRule, TakesTodayFromTheHostAndRefusesImpossibleDates) {
         {0,  0,  99,    'F', 20, 0             }, // today
         {0,  0,  99,    'P', 18, 0             },
         {1,  1,  0,     'C', 20, 0             },
-        {12, 31, 49,    'C', 19, 0             },
         {1,  1,  250,   'C', 2,  0             },
         {13, 32, 1,     'C', -1, KO_EMONTHRANGE},
         {-1, 1,  1,     'F', -1, KO_EMONTHRANGE},
         {2,  30, 1,     'P', -1, KO_EDAYRANGE  },
         {2,  29, 0,     'C', -1, KO_EDAYRANGE  }, // not in 1800, 1900
-        {2,  29, 4,     'C', 20, 0             },
         {1,  1,  -1801, 'C', -1, KO_EYEARRANGE },
         {13, 32, 1,     'R', 19, 0             },
         {4,  31, 1,     'x', -1, KO_EDAYRANGE  },
-        {4,  30, 1,     'x', 19, 0             },
     };
     ko_setextfunc(nullptr, KO_EXT_CURRDATE, reinterpret_cast<ko_extfn_t>(fixed_date));
     for (const auto &row : rows) {

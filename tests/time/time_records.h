@@ -8,6 +8,7 @@
 #include "support/locale_builder.h"
 
 #include <algorithm>
+#include <random>
 #include <utility>
 
 // Times of a test that goes through many: all of them in a release, a few under sanitizers.
@@ -83,6 +84,20 @@ struct compiled_locale {
     compiled_locale(const compiled_locale &) = delete;
     operator ko_lc_t() const { return handle; }
 };
+
+// Within the ranges of the directives. The days of months are those that all months have.
+inline ko_tm_t random_time(std::mt19937 &random) {
+    const auto below = [&random](unsigned n) { return static_cast<int>(random() % n); };
+    return {.tm_usec = below(1000000),
+            .tm_sec = below(60),
+            .tm_min = below(60),
+            .tm_hour = below(24),
+            .tm_mday = 1 + below(28),
+            .tm_mon = below(12),
+            .tm_year = below(2) ? below(200) : below(8000) - 1000,
+            .tm_wday = below(7),
+            .tm_yday = below(366)};
+}
 
 // Turns the quick ways of a record off within the block.
 struct engine_alone {
