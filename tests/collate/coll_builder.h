@@ -103,14 +103,9 @@ struct coll_record {
     coll_record(const std::vector<std::string> &characters, const std::string &collation) {
         EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
         loc = record(handle);
-        const uint16_t mask = KO_CT_PRINT;
-        for (const std::string &bytes : characters) {
-            char_desc desc = {static_cast<unsigned>(bytes.size()), {}};
-            memcpy(desc.bytes, bytes.data(), bytes.size());
-            EXPECT_EQ(insert_desc_multi(&desc, &mask, loc->ctype), 0);
-        }
-        const auto *bytes = reinterpret_cast<const unsigned char *>(collation.data());
-        text_in in = {.pos = bytes, .end = bytes + collation.size()};
+        for (const std::string &bytes : characters)
+            EXPECT_EQ(insert(loc->ctype, bytes, KO_CT_PRINT), 0);
+        text_in in = memory_of(collation);
         result = read_collate(&in, loc);
         if (!result) update_locale(loc);
         flat = loc->weights;
