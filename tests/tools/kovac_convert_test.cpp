@@ -2,8 +2,7 @@
 #include "kovac/kovac_convert.h"
 
 #include "support/conversion_builder.h"
-
-#include <sys/wait.h>
+#include "tools/command_run.h"
 
 #include <filesystem>
 #include <set>
@@ -300,50 +299,20 @@ TEST(KovacConvert, WritesTheSameBytesUnderNumbersAndNames) {
     EXPECT_FALSE(third.object("a_b_c_unicode").empty());
 }
 
-TEST(KovacConvert, CommandReportsAndExitsWithTheStatusItDocuments) {
-    const temp_dir dir;
-    const std::string a = dir.write("a.map", "41\tU+0041\n80\tU+0041\t3\n81\tU+3042\n");
-    const std::string b = dir.write("b.map", "61\tU+0041\n");
-    const char *bin = getenv("KOVA_BIN_DIR");
-    const std::string kovac = std::string(bin ? bin : ".") + "/kovac convert";
-    const std::string root = " -o " + dir.path;
-    const struct {
-        std::string arguments;
-        int status;
-        const char *output;
-    } rows[] = {
-        {" -f " + a + " -t " + b + root + " --report", 0,
-         "a to b: 3 characters convert, 1 of them by substitution, 1 have no mapping\n"
-         "irreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n"           },
-        {" -f " + a + root,                            2, "--to is required"  },
-        {" -f utf8 -t utf8" + root,                    2, "one code set"      },
-        {" -f utf8 -t latin1 --to-name ../x" + root,   2, "cannot name a file"},
-        {" -f utf8 -t /usr" + root,                    3, "cannot read"       },
-        {" -f " + a + " -t /no/such.map" + root,       3, "no code set"       },
-        {" -f " + a + " -t utf8 -o /dev/null",         3, "cannot write"      },
+using KovacConvertCommand = command_test;
+TEST_F(KovacConvertCommand, ReportsAndExitsWithTheStatusItDocuments) {
+    static const command_row rows[] = {
+        {"-f a.map -o . -t b.map --report",
+         "a to b: 3 characters convert, 1 of them by substitution, 1 have no "
+         "mapping\nirreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n", 0},
+        {"-f a.map -o .",                         "--to is required",         2},
+        {"-f utf8 -t utf8 -o .",                  "one code set",             2},
+        {"-f utf8 -t latin1 --to-name ../x -o .", "cannot name a file",       2},
+        {"-f utf8 -t /usr -o .",                  "cannot read",              3},
+        {"-f a.map -t /no/such.map -o .",         "no code set",              3},
+        {"-f a.map -t utf8 -o /dev/null",         "cannot write",             3},
     };
-    for (const auto &r : rows) {
-        const int status = system((kovac + r.arguments + " >" + dir.path + "/log 2>&1").c_str());
-        EXPECT_EQ(WEXITSTATUS(status), r.status) << r.arguments;
-        EXPECT_NE(dir.read("log").find(r.output), std::string::npos) << dir.read("log");
-    }
-}
-
-// Every object of the data root loads, and what it converts exactly comes back.
-TEST(KovacConvert, EveryCompiledObjectLoads) {
-    const char *root = getenv("KOVA_TEST_ROOT");
-    const std::filesystem::path dir = std::filesystem::path(root ? root : "") / "kova/cv9";
-    if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no compiled conversions";
-    int objects = 0;
-    for (const auto &file : std::filesystem::directory_iterator(dir)) {
-        const std::string name = file.path().filename().string();
-        if (name.size() != 12 || name.find('_') != name.npos) continue; // names are links
-        std::string text;
-        ASSERT_TRUE(read_whole(file.path().string(), text));
-        const cv_record cv(text);
-        EXPECT_EQ(cv.result, 0) << name;
-        EXPECT_GT(cv.rec()->exp_ratio, 0.0f) << name;
-        ++objects;
-    }
-    EXPECT_GT(objects, 80);
+    spit(dir / "a.map", "41\tU+0041\n80\tU+0041\t3\n81\tU+3042\n");
+    spit(dir / "b.map", "61\tU+0041\n");
+    check(rows, "kovac convert ");
 }

@@ -4,13 +4,9 @@
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_write.h"
 
-#include "support/fixture.h"
+#include "tools/command_run.h"
 
-#include <sys/wait.h>
 #include <zlib.h>
-
-#include <cstdlib>
-#include <filesystem>
 
 using namespace kovac;
 using namespace std::string_literals;
@@ -421,17 +417,6 @@ TEST(KovacText, TakesCalendarsWithTheMonthsTheyNeed) {
 
 // ---- diagnostics and files ---------------------------------------------------------------------
 
-static int run_kovac(const std::string &arguments, std::string *output) {
-    const char *bin = getenv("KOVA_BIN_DIR");
-    const temp_dir dir;
-    const std::string log = dir.path + "/log";
-    const std::string command =
-        std::string(bin ? bin : ".") + "/kovac " + arguments + " >" + log + " 2>&1";
-    const int status = system(command.c_str());
-    *output = dir.read("log");
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 static std::string repeated(const char *line, int times) {
     std::string text;
     for (int i = 0; i < times; ++i)
@@ -439,31 +424,18 @@ static std::string repeated(const char *line, int times) {
     return text;
 }
 
-static size_t count_files(const std::string &dir) {
-    size_t files = 0;
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(dir))
-        files += entry.is_regular_file();
-    return files;
-}
-
-TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
-    const auto check = [](std::string source_parts::*part, const char *text, const char *message) {
-        SCOPED_TRACE(text);
+TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSource) {
+    const auto check = [](std::string source_parts::*part, const std::string &text,
+                          const char *message) {
+        SCOPED_TRACE(text.substr(0, 200));
         source_parts parts;
         parts.*part = text;
-        const temp_dir dir;
-        const std::string source = dir.write("main", parts.text());
-        const std::string cs = dir.write("cs", small_charmap());
-        std::string log;
-        EXPECT_EQ(run_kovac("locale -i " + source + " -f " + cs + " -o " + dir.path +
-                                "/root --name xx_YY --codeset 1252",
-                            &log),
-                  1);
-        const size_t first = log.find("error: ");
-        EXPECT_NE(first, std::string::npos) << log;
-        EXPECT_EQ(log.find("error: ", first + 1), std::string::npos) << log;
-        EXPECT_NE(log.find(message), std::string::npos) << log;
-        EXPECT_EQ(count_files(dir.path), 2u) << "only the inputs are left";
+        compilation job(parts);
+        EXPECT_FALSE(job.run());
+        const size_t first = job.log.find("error: ");
+        EXPECT_NE(first, std::string::npos) << job.log;
+        EXPECT_EQ(job.log.find("error: ", first + 1), std::string::npos) << job.log;
+        EXPECT_NE(job.log.find(message), std::string::npos) << job.log;
     };
     using parts = source_parts;
     check(&parts::ctype, "upper <U0041\n", ":4:7: error: symbol without");
@@ -477,12 +449,12 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     check(&parts::ctype, "copy main\n", "copy needs the name");
     check(&parts::ctype, "copy \"main\"\n", "copy one another");
     check(&parts::ctype, "copy \"../main\"\n", "by name, not by path");
-    check(&parts::ctype, repeated("charclass c", 257).c_str(), "more than 256 classes");
+    check(&parts::ctype, repeated("charclass c", 257), "more than 256 classes");
     check(&parts::collate, "collating-symbol <A0>..<AFFFFFFFF>\n", "count up");
     check(&parts::collate, "collating-symbol <S00000000>..<SFFFFFFFF>\n", "more than 2097152");
     check(&parts::collate, "order_start forward\n<U0041>\n..\n<U7FFFFFFF>\norder_end\n",
           "more than 2097152");
-    check(&parts::collate, repeated("ifdef X", 65).c_str(), "more than 64 ifdefs");
+    check(&parts::collate, repeated("ifdef X", 65), "more than 64 ifdefs");
     check(&parts::monetary, "frac_digits 2147483647\n", "from -1 (not stated) to 127");
     check(&parts::ctype, "END LC_TIME\n", "END of another category");
     check(&parts::numeric, "decimal_point 3\n", "a string is expected");
@@ -495,7 +467,6 @@ TEST(KovacDiagnostics, SaysOneThingAboutAMalformedSourceAndLeavesNoFile) {
     check(&parts::time, "abday \"s\"\n", "1 strings instead of 7");
     check(&parts::time, "abday \"s\" \"m\"\n", "\";\" is expected");
     check(&parts::messages, "<U0041>\n", "a keyword is expected");
-    check(&parts::time, (source_parts().time + "era \"+:1:x\"\n").c_str(), "does not load");
 }
 
 TEST(KovacDiagnostics, CutShortAnywhereItSaysSoAndNeverCrashes) {
@@ -518,63 +489,51 @@ TEST(KovacDiagnostics, CutShortAnywhereItSaysSoAndNeverCrashes) {
     }
 }
 
-TEST(KovacCommand, TellsItsFailuresApart) {
-    const temp_dir dir;
-    const std::string source = dir.write("main", source_parts().text());
-    const std::string cs = dir.write("cs", small_charmap());
-    const std::string file = dir.write("file", "");
-    const std::string given = "locale -i " + source + " -f " + cs;
-    const std::string root = " -o " + dir.path + "/root";
-    const struct {
-        std::string arguments;
-        int status;
-        const char *message;
-    } rows[] = {
-        {"",                                                            2, ""                },
-        {"locale" + root,                                               2, "-i SOURCE"       },
-        {given + root + " --codeset 1252",                              2, "ll_TT"           },
-        {given + root + " --name xx_YY@toolong",                        2, "one to four"     },
-        {given + root + " --name xx_YY",                                2, "has no number"   },
-        {given + root + " --name xx_YY --codeset a-name-of-20-letters", 2, "19 characters"   },
-        {"locale -i absent -f " + cs + root,                            3, "\"absent\""      },
-        {"locale -i " + source + " -f absent" + root,                   3, "\"absent\""      },
-        {given + " -o " + file + " --default",                          3, "cannot write"    },
-        {"locale --list " + dir.path + "/absent" + root,                3, "cannot read list"},
-        {given + root + " --default",                                   0, ""                },
-        {given + root + " --name xx_YY@mod --codeset iso-8859-1",       0, ""                },
-        {"registry --add bad" + root,                                   2, "NAME=NUMBER"     },
-        {"registry --add big=65536" + root,                             2, "NAME=NUMBER"     },
-        {"registry --add mine=4711" + root,                             0, ""                },
+using KovacCommand = command_test;
+TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
+    source_parts bad;
+    bad.time += "era \"+:1:x\"\n";
+    spit(dir / "bad", bad.text());
+    spit(dir / "main", source_parts().text());
+    spit(dir / "cs", small_charmap());
+    spit(dir / "file", "");
+    static const command_row rows[] = {
+        {"",                                                                         "",                 2},
+        {"locale -o root",                                                           "-i SOURCE",        2},
+        {"locale -o root -i main -f cs --codeset 1252",                              "ll_TT",            2},
+        {"locale -o root -i main -f cs --name xx_YY@toolong",                        "one to four",      2},
+        {"locale -o root -i main -f cs --name xx_YY",                                "has no number",    2},
+        {"locale -o root -i main -f cs --name xx_YY --codeset a-name-of-20-letters",
+         "19 characters",                                                                                2},
+        {"locale -o root -i absent -f cs",                                           "\"absent\"",       3},
+        {"locale -o root -i main -f absent",                                         "\"absent\"",       3},
+        {"locale -o file -i main -f cs --default",                                   "cannot write",     3},
+        {"locale -o root --list absent",                                             "cannot read list", 3},
+        {"locale -o root -i bad -f cs --default",                                    "does not load",    1},
+        {"locale -o root -i main -f cs --default",                                   "",                 0},
+        {"locale -o root -i main -f cs --name xx_YY@mod --codeset iso-8859-1",       "",                 0},
+        {"registry -o root --add bad",                                               "NAME=NUMBER",      2},
+        {"registry -o root --add big=65536",                                         "NAME=NUMBER",      2},
+        {"registry -o root --add mine=4711",                                         "",                 0},
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.arguments);
-        std::string log;
-        EXPECT_EQ(run_kovac(r.arguments, &log), r.status) << log;
-        EXPECT_NE(log.find(r.message), std::string::npos) << log;
-        if (r.status == 0) {
-            EXPECT_EQ(log, "");
-        }
-    }
-    EXPECT_EQ(count_files(dir.path + "/root"), 3u);
-    EXPECT_NE(dir.read("root/kova/lc11/xx_yy/0333mod.lco"), "");
+    check(rows, "kovac ");
+    EXPECT_EQ(
+        shell("find root -type f | sort").out,
+        "root/kova/cm3/registry\nroot/kova/lc11/default.lco\nroot/kova/lc11/xx_yy/0333mod.lco\n");
 }
 
-TEST(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
-    const temp_dir here, there;
-    std::string log;
-    for (const temp_dir *dir : {&here, &there}) {
-        dir->write("locales/xx_YY", source_parts().text());
-        dir->write("charmaps/cs", small_charmap());
-    }
-    const real_variable path("I18NPATH", here.path.c_str());
-    const std::string by_name = "locale -i xx_YY -f cs --codeset 1252 -o " + here.path + "/root";
-    const std::string by_path = "locale -i " + there.path + "/locales/xx_YY -f " + there.path +
-                                "/charmaps/cs --codeset 1252 -o " + there.path + "/root";
-    ASSERT_EQ(run_kovac(by_name, &log), 0) << log;
-    ASSERT_EQ(run_kovac(by_path, &log), 0) << log;
-    const std::string object = here.read("root/kova/lc11/xx_yy/04e4.lco");
+TEST_F(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
+    const command_row rows[] = {
+        {"-i xx_YY -f cs --codeset 1252 -o here",                             "", 0},
+        {"-i here/locales/xx_YY -f here/charmaps/cs --codeset 1252 -o there", "", 0},
+    };
+    made.write("here/locales/xx_YY", source_parts().text());
+    made.write("here/charmaps/cs", small_charmap());
+    environment["I18NPATH"] = made.path + "/here";
+    check(rows, "kovac locale ");
+    const std::string object = made.read("here/kova/lc11/xx_yy/04e4.lco");
     EXPECT_NE(object, "");
-    EXPECT_EQ(object, there.read("root/kova/lc11/xx_yy/04e4.lco"));
+    EXPECT_EQ(object, made.read("there/kova/lc11/xx_yy/04e4.lco"));
 }
 
 // ---- registry ----------------------------------------------------------------------------------
