@@ -5,8 +5,8 @@
 //   the text, both of ASCII or Latin-1 characters.
 #include "chars/kovambwc.h"
 #include "fuzz_host.h"
-#include "load/kovasetlc_load.h"
 #include "number/kovalibn.h"
+#include "number/number_records.h"
 
 #include <math.h>
 #include <string.h>
@@ -17,80 +17,29 @@
 using wide_string = std::vector<ko_wchar_t>; // with its terminator
 using byte_string = std::vector<ko_mchar_t>;
 
-// ---- Locales ------------------------------------------------------------------------------------
-
-struct conventions {
-    bool pairs; // every character has two bytes
-    const char *decimal_point, *thousands_sep, *symbol;
-    int group[4];
-    int cs_precedes, sep_by_space, sign_posn;
-};
-static constexpr conventions locales[] = {
-    {false, ".",  ",",  "$",   {1, 3},        1, 0, 1},
-    {true,  ",",  ".",  "EUR", {2, 3, 2},     0, 1, 4},
-    {false, "::", "''", "kr",  {3, 2, 3, -1}, 0, 2, 0},
-    {false, ".",  "",   "",    {1, 3},        1, 1, 2},
-};
-
-static uint16_t class_of(unsigned char byte) {
-    if (byte == ' ' || byte == '\n') return KO_CT_SPACE | KO_CT_BLANK;
-    if (byte < ' ' || byte > '~') return KO_CT_PRINT;
-    const unsigned digit = digit_values[byte];
-    return digit < 10 ? KO_CT_DIGIT : digit == no_digit ? KO_CT_PUNCT : KO_CT_ALPHA;
-}
-
-static void *class_table(bool pairs) {
-    const uint16_t none = 0;
-    void *const table = create_multi(sizeof none, 0, &none);
-    for (int c = 0; c < 256; ++c) {
-        const auto byte = static_cast<unsigned char>(c);
-        char_desc desc = {
-            pairs ? 2U : 1U, {pairs ? ko_mchar_t{0} : byte, byte}
-        };
-        const uint16_t mask = class_of(byte);
-        check(insert_desc_multi(&desc, &mask, table) == 0, "there is memory");
-    }
-    return table;
-}
-
-static ko_mchar_t *string_of(const conventions &c, const char *text) {
-    const size_t unit = c.pairs ? 2 : 1, n = strlen(text);
-    auto *const string = static_cast<ko_mchar_t *>(ko_ext_malloc(unit * n + 4));
-    memset(string, 0, unit * n + 4);
-    for (size_t i = 0; i < n; ++i)
-        string[unit * i + unit - 1] = static_cast<ko_mchar_t>(text[i]);
-    return string;
-}
-
-static kovaloc *make_locale(const conventions &c) {
-    ko_lc_t handle;
-    check(ko_create_null_locale_2(&handle) == 0, "there is memory");
-    kovaloc *const loc = record(handle);
-    monum *const m = &loc->monum_info;
-    free_multi(loc->ctype);
-    loc->ctype = class_table(c.pairs);
-    m->decimal_point = string_of(c, c.decimal_point);
-    m->mon_decimal_point = string_of(c, c.decimal_point);
-    m->thousands_sep = string_of(c, c.thousands_sep);
-    m->currency_symbol = string_of(c, c.symbol);
-    m->int_curr_symbol = string_of(c, "XXX ");
-    m->num_negative_sign = string_of(c, "-");
-    m->negative_sign = string_of(c, "-");
-    memcpy(m->group_num, c.group, sizeof c.group);
-    memcpy(m->group_mon, c.group, sizeof c.group);
-    m->p_cs_precedes = m->n_cs_precedes = c.cs_precedes;
-    m->p_sep_by_space = m->n_sep_by_space = c.sep_by_space;
-    m->n_sign_posn = c.sign_posn;
-    m->p_sign_posn = c.sign_posn ? c.sign_posn : 1; // no parentheses: they would hide the sign
-    update_locale(loc);
-    init_locale_info(loc);
-    return loc;
-}
-
 static kovaloc *locale_at(size_t i) {
-    static kovaloc *made[std::size(locales)];
-    if (!made[i]) made[i] = make_locale(locales[i]);
-    return made[i];
+    static const loaded_locale locales[] = {
+        loaded_locale(with_conventions({})),
+        loaded_locale(with_conventions({",", ".", "2 3 2", "", "-", "EUR", "2 3 2"}, two_bytes)),
+        loaded_locale(with_conventions({"::", "''", "3 3 2 -1", "", "-", "kr", "3 3 2 -1"})),
+        loaded_locale(with_conventions({.separator = "", .symbol = ""})),
+    };
+    // Where symbols stand, with a space or not, and where signs do: parentheses around amounts that
+    // are not negative would hide the sign.
+    static constexpr int layouts[][4] = {
+        {1, 0, 1, 1},
+        {0, 1, 4, 4},
+        {0, 2, 0, 1},
+        {1, 1, 2, 2}
+    };
+    kovaloc *const loc = record(locales[i % std::size(locales)].handle);
+    monum *const m = &loc->monum_info;
+    const int *const layout = layouts[i % std::size(locales)];
+    m->p_cs_precedes = m->n_cs_precedes = layout[0];
+    m->p_sep_by_space = m->n_sep_by_space = layout[1];
+    m->n_sign_posn = layout[2];
+    m->p_sign_posn = layout[3];
+    return loc;
 }
 
 // ---- Formats ------------------------------------------------------------------------------------
@@ -265,14 +214,12 @@ static void check_readers(const setting &s) {
     }
 }
 
-static wide_string widened(const char *text) { return {text, text + strlen(text) + 1}; }
-
 // Grouped numbers and amounts of two decimals.
 static void check_round_trip(const setting &s) {
     ko_wchar_t out[room + 1];
     int number = 0;
     double real = 0;
-    const wide_string integer = widened("%'d"), fixed = widened("%'.2f"), amount = widened("%.2n");
+    const wide_string integer = wcs(u"%'d"), fixed = wcs(u"%'.2f"), amount = wcs(u"%.2n");
     check(ko_wcsfnum(s.loc, out, room, integer.data(), s.number) > 0 &&
               ko_wcspnum(s.loc, out, integer.data(), &number) == 1 && number == s.number,
           "a grouped integer reads back");
@@ -288,8 +235,8 @@ static void check_round_trip(const setting &s) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 13 || size > 4096) return 0;
-    setting s = {.loc = locale_at(data[0] % std::size(locales))};
-    const long blocks = live_blocks;
+    setting s = {.loc = locale_at(data[0])};
+    const long blocks = memory.live;
     memcpy(&s.number, data + 1, sizeof s.number);
     memcpy(&s.real, data + 5, sizeof s.real);
     const uint8_t *const end = data + size, *const line = std::find(data + 13, end, '\n');
@@ -306,6 +253,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     check_parsing(s, format, ko_wcspmon, ko_mbspmon);
     cut_format(s.loc, &format, true);
     check_parsing(s, format, ko_wcspnum, ko_mbspnum);
-    check(live_blocks == blocks, "nothing is left");
+    check(memory.live == blocks, "nothing is left");
     return 0;
 }

@@ -44,13 +44,13 @@ static void check_terminated(ko_cm_t cm, std::vector<ko_mchar_t> text) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    input = data;
-    input_size = size;
+    file_hooks files;
+    files.files["m\\x.cmo"].assign(data, data + size);
     const size_t tail = size < 48 ? size : 48;
     std::vector<ko_mchar_t> text(data + size - tail, data + size);
     ko_cm_t cm = nullptr;
-    ko_cm_load(&cm, "x.cmo", nullptr, ""); // what a failure leaves serves, too
-    check(!open_streams, "the stream is closed");
+    ko_cm_load(&cm, "x.cmo", nullptr, "m"); // what a failure leaves serves, too
+    check(!files.streams, "the stream is closed");
     check_text(cm, text);
     check_terminated(cm, text);
     text.resize(tail + 4);
@@ -65,6 +65,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     at = symbols.c_str();
     ko_symstowcs(cm, wide.data(), 16, &at);
     ko_cm_unload(cm);
-    check(live_blocks == 0, "nothing is left");
+    check(memory.live == 0, "nothing is left");
     return 0;
 }

@@ -123,21 +123,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         .stateless = !!(options & 16),
         .terminated = !!(options & 32)
     };
-    input = data + 3 + text_size;
-    input_size = size - 3 - text_size;
+    file_hooks files;
+    files.files["\\o.cvo"].assign(data + 3 + text_size, data + size);
     ko_cv_t streamed, read;
     const int streamed_result = ko_iconv_open1(&streamed, "\\o.cvo");
-    check(!open_streams, "streams are closed");
+    check(!files.streams, "streams are closed");
     ko_iconv_open1(&read, nullptr); // a descriptor with nothing in it
     set_error(read, 0);
-    text_in in = {.pos = input, .end = input + input_size};
+    text_in in = {.pos = data + 3 + text_size, .end = data + size};
     const int read_result = read_cv_object(&in, descriptor(read));
     check(read_result == streamed_result && *ko_ext_errno(read) == *ko_ext_errno(streamed),
           "memory and stream read alike");
     if (!read_result) check_conversion(descriptor(streamed), descriptor(read), s);
     ko_cv_unload(streamed);
     ko_cv_unload(read);
-    check(live_blocks == 0, "nothing is left");
+    check(memory.live == 0, "nothing is left");
     free(text);
     return 0;
 }

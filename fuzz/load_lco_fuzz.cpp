@@ -8,8 +8,7 @@
 
 #include <string.h>
 
-static int load_from_memory(kovaloc *loc) {
-    text_in in = {.pos = input, .end = input + input_size};
+static int load_from_memory(kovaloc *loc, text_in in) {
     const int result = read_locale_file(&in, loc);
     update_locale(loc);
     init_locale_info(loc);
@@ -75,13 +74,13 @@ static void check_strings(kovaloc *loc) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    input = data;
-    input_size = size;
+    file_hooks files;
+    files.files["c:\\vantor\\kova\\lc11\\default.lco"].assign(data, data + size);
     ko_lc_t streamed, read;
     const int streamed_result = ko_createlocale_2(&streamed);
-    check(!open_streams, "streams are closed");
+    check(!files.streams, "streams are closed");
     check(ko_create_null_locale_2(&read) == 0, "there is memory");
-    const int read_result = load_from_memory(record(read));
+    const int read_result = load_from_memory(record(read), {.pos = data, .end = data + size});
     if (!read_result) {
         check_same_answers(record(streamed), record(read));
         check_characters(record(read));
@@ -91,6 +90,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     }
     ko_lc_unload(streamed);
     ko_lc_unload(read);
-    check(live_blocks == 0, "nothing is left");
+    check(memory.live == 0, "nothing is left");
     return 0;
 }
