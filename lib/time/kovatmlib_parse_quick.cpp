@@ -58,7 +58,7 @@ static constexpr std::array<quick_rule, 128> quick_rules = [] {
     return rules;
 }();
 
-// ---- Names --------------------------------------------------------------------------------------
+// ---- Names ----
 
 static bool begins_with(const ko_mchar_t *text, const ko_mchar_t *name, int len) {
     return !strncmp(reinterpret_cast<const char *>(text), reinterpret_cast<const char *>(name),
@@ -80,7 +80,7 @@ static inline const Unit *find_exact(const exact_list<Unit> &list, const Unit *t
     return text + slot.len;
 }
 
-// ---- Reading ------------------------------------------------------------------------------------
+// ---- Reading ----
 
 template <class Unit> static inline bool is_blank(const quick_reader<Unit> &r, unsigned unit) {
     if (unit < r.listed) return r.classes[unit] & KO_CT_SPACE;
@@ -164,10 +164,9 @@ take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigne
 // for different ones, a blank, or what is not a character.
 static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
                           const ko_mchar_t *format) {
-    const unsigned first = *format, second = format[1];
-    if (!r.pairs || at[0] != first || r.pairs->flag1[first] != mb_prefix) return 0;
-    if (at[1] != second || r.pairs->second->flags[first][second] != mb_final) return 0;
-    return r.pairs->second->items[first][second] & KO_CT_SPACE ? 0 : 2;
+    if (!r.pairs || at[0] != format[0] || at[1] != format[1]) return 0;
+    if (flat_mblen(*r.pairs, format) != 2) return 0;
+    return r.pairs->second->items[format[0]][format[1]] & KO_CT_SPACE ? 0 : 2;
 }
 static int same_character(const quick_reader<ko_wchar_t> &, const ko_wchar_t *,
                           const ko_wchar_t *) {
