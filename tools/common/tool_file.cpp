@@ -1,6 +1,7 @@
 // Replaces files in one step: names beside a target, locks, links and permissions, on POSIX systems
 // and on Windows.
 #include "common/tool_file.h"
+#include "common/tool_path.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -8,7 +9,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <filesystem>
 #include <random>
 #include <system_error>
 
@@ -26,29 +26,12 @@ namespace fs = std::filesystem;
 
 namespace kovatool {
 
-static fs::path to_path(const std::string &text) {
-#if defined(_WIN32)
-    return fs::path(reinterpret_cast<const char8_t *>(text.c_str()));
-#else
-    return fs::path(text);
-#endif
-}
-
-static std::string from_path(const fs::path &path) {
-#if defined(_WIN32)
-    const std::u8string text = path.u8string();
-    return std::string(text.begin(), text.end());
-#else
-    return path.string();
-#endif
-}
-
 static bool fail_with(int error) {
     errno = error;
     return false;
 }
 
-// ---- names beside a target ---------------------------------------------------------------------
+// ---- names beside a target ----
 
 // TARGET.kova-PROCESS-DIGITS with 16 digits; the target's name is cut if it leaves no room for the
 // rest.
@@ -89,7 +72,7 @@ static unsigned long writer_of(const std::string &name, const std::string &stem)
     return std::stoul(name.substr(stem.size(), dash - stem.size()));
 }
 
-// ---- the system --------------------------------------------------------------------------------
+// ---- the system ----
 
 #if defined(_WIN32)
 void prepare_signals() {}
@@ -225,7 +208,7 @@ static bool move_over(replacement &file) {
 }
 #endif
 
-// ---- writing -----------------------------------------------------------------------------------
+// ---- writing ----
 
 static void remove_quietly(const std::string &path) {
     const int error = errno;

@@ -196,9 +196,8 @@ int run_classify(const common_options &common, const classify_options &options) 
     if (options.count) {
         counts count;
         count.bad = {.replace = options.replace, .with_replace = "counts it and continues"};
-        for (const std::string &path : options.files)
+        for (const std::string &path : inputs_of(options.files))
             count_file(code, path, count);
-        if (options.files.empty()) count_file(code, "-", count);
         write_counts(code, classes, count, out);
     } else {
         add_mapping(handle, data, code); // code points are optional if the form is bytes

@@ -97,7 +97,7 @@ void advance(convert_job &job, text_place &place, const unsigned char *text, siz
     size_t tail = 0;
     uint64_t lines = 0;
     if (unit == 1) {
-        const auto newline = static_cast<unsigned char>(job.newline[0]);
+        const auto newline = uint8_t(job.newline[0]);
         lines = uint64_t(std::count(text, text + len, newline));
         if (lines > 0)
             for (tail = len; text[tail - 1] != newline;)
@@ -404,7 +404,7 @@ void tell_way(const convert_job &job) {
 bool has_single_bytes(convert_job &job) {
     if (job.way.legs == 0) return true;
     for (unsigned i = 0; i < 256; ++i) {
-        const auto byte = static_cast<unsigned char>(i);
+        const auto byte = uint8_t(i);
         route_state st;
         const run_result got = run(job.way, st, &byte, 1, false, job.scratch);
         if (got.error == KO_EINVAL || source_state(st) != 0) return false;
@@ -504,8 +504,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     learn_source(place, job);
     learn_replacement(place, common, job);
     if (options.verbose) tell_way(job);
-    std::vector<std::string> files = options.files;
-    if (files.empty()) files.push_back("-");
+    const std::vector<std::string> files = inputs_of(options.files);
     job.reports = options.progress && is_terminal(stderr);
     if (job.reports) measure_files(job, files);
     job.started = seconds_now();

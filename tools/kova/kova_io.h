@@ -29,6 +29,11 @@ struct input {
     ~input();
 };
 
+// The files that a command reads: standard input where none is named.
+inline std::vector<std::string> inputs_of(const std::vector<std::string> &files) {
+    return files.empty() ? std::vector<std::string>{"-"} : files;
+}
+
 // "-" is standard input. Throws failure.
 void open(input &in, const std::string &path);
 

@@ -7,10 +7,10 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <system_error>
 
 #include "common/tool_file.h"
+#include "common/tool_path.h"
 
 #if defined(_WIN32)
 #include <fcntl.h>
@@ -29,22 +29,8 @@ namespace fs = std::filesystem;
 
 namespace kovacli {
 
-static fs::path to_path(const std::string &text) {
-#if defined(_WIN32)
-    return fs::path(reinterpret_cast<const char8_t *>(text.c_str()));
-#else
-    return fs::path(text);
-#endif
-}
-
-static std::string from_path(const fs::path &path) {
-#if defined(_WIN32)
-    const std::u8string text = path.u8string();
-    return std::string(text.begin(), text.end());
-#else
-    return path.string();
-#endif
-}
+using kovatool::from_path;
+using kovatool::to_path;
 
 #if defined(_WIN32)
 static std::string from_wide(const wchar_t *text) { return from_path(fs::path(text)); }

@@ -319,8 +319,7 @@ int run_sort(const common_options &common, const sort_options &options) {
     read_options(options, job);
     job.reports = options.progress && is_terminal(stderr);
     job.next_report = seconds_now() + 1.0;
-    std::vector<std::string> files = options.files;
-    if (files.empty()) files.push_back("-");
+    const std::vector<std::string> files = inputs_of(options.files);
     measure_files(job, files);
     output out;
     try {

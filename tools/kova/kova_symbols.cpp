@@ -107,7 +107,7 @@ struct place {
 failure bad_symbol(const input &in, const place &where, const std::string &symbol, int error) {
     std::string shown;
     for (char c : symbol.substr(0, 72))
-        shown += static_cast<unsigned char>(c) < ' ' || c == 0x7F ? '?' : c;
+        shown += uint8_t(c) < ' ' || c == 0x7F ? '?' : c;
     return failure(bad_text,
                    in.name + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) +
                        ": " +
@@ -124,7 +124,7 @@ void decode_file(const charmap &map, const std::string &path, output &out) {
     while (in.at < in.fill || more(in)) {
         const std::string_view text(reinterpret_cast<const char *>(&in.block[in.at]),
                                     in.fill - in.at);
-        if (std::isspace(static_cast<unsigned char>(text[0]))) {
+        if (std::isspace(uint8_t(text[0]))) {
             where =
                 text[0] == '\n' ? place{where.line + 1, 1} : place{where.line, where.column + 1};
             take(in, 1);
@@ -154,9 +154,8 @@ int run_symbols(const common_options &common, const symbols_options &options) {
     output out;
     open(out, options.out);
     const auto run_file = options.decode ? decode_file : encode_file;
-    for (const std::string &path : options.files)
+    for (const std::string &path : inputs_of(options.files))
         run_file(map, path, out);
-    if (options.files.empty()) run_file(map, "-", out);
     finish(out);
     return done;
 }

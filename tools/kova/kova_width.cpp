@@ -38,11 +38,6 @@ static uint64_t read_file(text_job &job, const std::string &path, Units take_uni
         [&](size_t units) { take_units(job.wide.data(), units); }, take_bad);
 }
 
-static const std::vector<std::string> &files_of(const measure_options &options) {
-    static const std::vector<std::string> standard_input = {"-"};
-    return options.files.empty() ? standard_input : options.files;
-}
-
 // ---- width ----
 
 struct line_widths {
@@ -87,7 +82,7 @@ int run_width(const common_options &common, const measure_options &options) {
         write(out, lines.text);
         lines.text.clear();
     };
-    for (const std::string &path : files_of(options)) {
+    for (const std::string &path : inputs_of(options.files)) {
         read_file(job, path, units, [&](const unsigned char *, size_t) { add_columns(lines, -1); });
         if (lines.begun) end_line(lines);
         write(out, lines.text);
@@ -176,7 +171,7 @@ int run_trim(const common_options &common, const measure_options &options) {
     output out;
     open(out, options.out);
     trimmer to{&job, &out, {}, {}, {}};
-    for (const std::string &path : files_of(options)) {
+    for (const std::string &path : inputs_of(options.files)) {
         read_file(
             job, path, [&](const ko_wchar_t *wide, size_t count) { trim_units(to, wide, count); },
             [&](const unsigned char *bytes, size_t count) {
@@ -228,7 +223,7 @@ int run_count(const common_options &common, const measure_options &options) {
          {"file"}}
     };
     text_counts all;
-    for (const std::string &path : files_of(options)) {
+    for (const std::string &path : inputs_of(options.files)) {
         text_counts c;
         c.bytes = read_file(
             job, path,
