@@ -173,7 +173,7 @@ static bool take_bytes(scanner &in, byte_seq &seq) {
     return seq.len > 0 || fail(in, start, "the bytes of the character are expected, as in /x41");
 }
 
-// ---- characters --------------------------------------------------------------------------------
+// ---- characters ----
 
 static uint32_t code_for(reader &rd, const symbol &sym, std::string_view name) {
     if (sym.code != no_code) return sym.code;
@@ -299,7 +299,7 @@ static bool read_char_line(reader &rd) {
     return add_range(rd, from, to, dots == 2, seq, irreversible);
 }
 
-// ---- header and widths -------------------------------------------------------------------------
+// ---- header and widths ----
 
 static bool read_header_line(reader &rd) {
     scanner &in = rd.in;
@@ -439,12 +439,12 @@ static bool read_top_line(reader &rd) {
     return fail(in, start, "CHARMAP, WIDTH or a setting in angle brackets is expected");
 }
 
-// ---- whole maps --------------------------------------------------------------------------------
+// ---- whole maps ----
 
 uint64_t content_hash(const std::string &text) {
     uint64_t hash = 0xcbf29ce484222325u;
     for (char c : text)
-        hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3u;
+        hash = (hash ^ uint8_t(c)) * 0x100000001b3u;
     return hash;
 }
 
@@ -593,8 +593,8 @@ uint32_t token_code(const charmap &map, const token &t) {
         const auto named = map.names.find(std::string(t.text));
         return named == map.names.end() ? no_code : named->second;
     }
-    if (t.kind == tok::word && t.text.size() == 1) return static_cast<unsigned char>(t.text[0]);
-    if (t.kind == tok::number && t.text.size() == 1) return static_cast<unsigned char>(t.text[0]);
+    if (t.kind == tok::word && t.text.size() == 1) return uint8_t(t.text[0]);
+    if (t.kind == tok::number && t.text.size() == 1) return uint8_t(t.text[0]);
     if (t.kind != tok::bytes || t.dots > 2) return no_code;
     const charmap_char *c = find_wide(map, uint16_t(t.value));
     return c && c->len == t.dots ? c->code : no_code;
@@ -609,7 +609,7 @@ std::vector<uint32_t> string_codes(const charmap &map, const token &t,
         if (text[i] == escape && i + 1 < text.size()) {
             ++i;
             if (text[i] == '\r' && i + 1 < text.size()) ++i;
-            if (text[i] != '\n') codes.push_back(static_cast<unsigned char>(text[i]));
+            if (text[i] != '\n') codes.push_back(uint8_t(text[i]));
             continue;
         }
         const size_t end = text[i] == '<' ? text.find('>', i) : std::string_view::npos;

@@ -13,7 +13,7 @@
 
 namespace kovac {
 
-// ---- text, files -------------------------------------------------------------------------------
+// ---- text, files ----
 
 std::string format(const char *fmt, ...) {
     char small[512];
@@ -90,7 +90,7 @@ const source_file *load_source(source_set &set, diagnostics &diag, std::string_v
     return set.files.emplace(name, std::move(file)).first->second.get();
 }
 
-// ---- diagnostics -------------------------------------------------------------------------------
+// ---- diagnostics ----
 
 line_column locate(position pos) {
     line_column at{1, 1};
@@ -163,7 +163,7 @@ void note(diagnostics &diag, position pos, const std::string &text) {
     if (diag.verbose) report(diag, "note", "36", pos, text);
 }
 
-// ---- lexer -------------------------------------------------------------------------------------
+// ---- lexer ----
 
 static bool is_blank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v';
@@ -183,7 +183,7 @@ int hex_value(char c) {
 }
 
 uint32_t utf8_code(std::string_view text, size_t &i) {
-    const auto byte = [&text](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const auto byte = [&text](size_t at) { return uint8_t(text[at]); };
     const uint32_t lead = byte(i);
     const size_t more = lead < 0xC2 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : lead < 0xF5 ? 3 : 0;
     if (more == 0 || text.size() - i <= more) return lead;
@@ -322,7 +322,7 @@ static token string_token(lexer &lex) {
     lex.at = end + 1;
     token t = make_token(lex, tok::string, start);
     t.text = t.text.substr(1, t.text.size() - 2);
-    t.value = static_cast<unsigned char>(lex.escape);
+    t.value = uint8_t(lex.escape);
     return t;
 }
 
@@ -440,7 +440,7 @@ static token plain_token(lexer &lex) {
     if (c == '"') return string_token(lex);
     if (c == '.') return ellipsis_token(lex);
     if (c == lex.escape) return bytes_token(lex);
-    if (static_cast<unsigned char>(c) >= 0x80) return raw_token(lex);
+    if (uint8_t(c) >= 0x80) return raw_token(lex);
     return word_token(lex);
 }
 

@@ -15,7 +15,7 @@ bool obeyed_by_terminals(uint32_t code_point) {
 
 // The first character of a text, and its length in bytes; 0 if it is not UTF-8.
 static size_t front_character(std::string_view text, uint32_t &code_point) {
-    const auto byte = [&text](size_t i) { return uint32_t(static_cast<unsigned char>(text[i])); };
+    const auto byte = [&text](size_t i) { return uint32_t(uint8_t(text[i])); };
     static constexpr uint32_t lowest[] = {0, 0, 0x80, 0x800, 0x10000};
     code_point = byte(0);
     if (code_point < 0x80) return 1;
@@ -41,7 +41,7 @@ std::string printable(std::string_view text, std::string_view keep) {
             continue;
         }
         char spelled[16];
-        const unsigned value = size > 0 ? code_point : static_cast<unsigned char>(text[0]);
+        const unsigned value = size > 0 ? code_point : uint8_t(text[0]);
         std::snprintf(spelled, sizeof spelled, size > 1 ? "\\u%04x" : "\\x%02x", value);
         shown += spelled;
         if (size == 0) size = 1;

@@ -37,7 +37,7 @@ wide_text plain(const cal_job &job, std::string_view text) {
     const codec &code = job.code;
     wide_text wide;
     for (const char c : text) {
-        const auto point = static_cast<unsigned char>(c);
+        const auto point = uint8_t(c);
         const ko_wchar_t mapped = code.mapped && !code.utf16 ? code.wide_of[point] : point;
         wide.push_back(mapped ? mapped : point);
     }

@@ -303,9 +303,7 @@ std::string lead_list(const std::vector<lead_row> &leads) {
     std::string text;
     for (size_t i = 0; i < leads.size();) {
         size_t end = i + 1;
-        const auto byte = [&](size_t at) {
-            return unsigned{static_cast<unsigned char>(leads[at].bytes[0])};
-        };
+        const auto byte = [&](size_t at) { return unsigned{uint8_t(leads[at].bytes[0])}; };
         while (end < leads.size() && byte(end) == byte(end - 1) + 1)
             ++end;
         text += (text.empty() ? "" : " ") + upper_hex(leads[i].bytes);

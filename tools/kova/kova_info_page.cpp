@@ -18,7 +18,7 @@ std::vector<ko_wchar_t> format_of(const codec &code, const char *ascii) {
     const bool ascii_set = code.newline == '\n';
     if (!ascii_set && !code.mapped) return {0};
     for (; *ascii; ++ascii) {
-        const unsigned char c = static_cast<unsigned char>(*ascii);
+        const unsigned char c = uint8_t(*ascii);
         wide.push_back(ascii_set ? c : code.wide_of[c]);
     }
     wide.push_back(0);

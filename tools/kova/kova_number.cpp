@@ -40,7 +40,7 @@ static std::string reason(int error) {
     }
 }
 
-// ---- Writing ------------------------------------------------------------------------------------
+// ---- Writing ----
 
 // Directives are formatted one by one, since arguments of arbitrary kinds cannot be passed in one
 // call. This is what the library would keep between the directives of one call.
@@ -195,7 +195,7 @@ static void print_numbers(const codec &code, const format_text &format,
     }
 }
 
-// ---- Reading ------------------------------------------------------------------------------------
+// ---- Reading ----
 
 // Room for anything that a directive can store.
 using slot = std::vector<ko_wchar_t>;

@@ -36,7 +36,7 @@ static std::string_view line_of(const unsigned char *data) {
 static uint64_t prefix_of(std::string_view key) {
     uint64_t prefix = 0;
     for (size_t i = 0; i < 8; ++i)
-        prefix = prefix << 8 | (i < key.size() ? static_cast<unsigned char>(key[i]) : 0u);
+        prefix = prefix << 8 | (i < key.size() ? uint8_t(key[i]) : 0u);
     return prefix;
 }
 

@@ -440,7 +440,7 @@ std::string hex(std::string_view bytes, const char *separator) {
     out.reserve(bytes.size() * (2 + std::strlen(separator)));
     for (const char c : bytes) {
         if (!out.empty()) out += separator;
-        out.push_back(digits[static_cast<unsigned char>(c) >> 4]);
+        out.push_back(digits[uint8_t(c) >> 4]);
         out.push_back(digits[c & 15]);
     }
     return out;

@@ -17,7 +17,7 @@
 
 namespace kovac {
 
-// ---- code sets ---------------------------------------------------------------------------------
+// ---- code sets ----
 
 // The bytes of one character; ordered as the tables list them.
 struct char_bytes {
@@ -94,7 +94,7 @@ bool read_libc_set(const std::string &name, set_part part, conv_set &set);
 // plane.
 void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool everything);
 
-// ---- conversion objects ------------------------------------------------------------------------
+// ---- conversion objects ----
 
 // Bits of an entry's first byte; the low three count its target bytes.
 enum entry_flag : uint8_t {
@@ -143,7 +143,7 @@ bool prove_round_trips(const conv_object &forth, const conv_object &back, diagno
 convert_status write_object_files(const std::string &root, const conv_object &object,
                                   diagnostics &diag, std::string *path);
 
-// ---- kovac convert -----------------------------------------------------------------------------
+// ---- kovac convert ----
 
 struct convert_options {
     std::string from, to, root, substitute, registry_file;

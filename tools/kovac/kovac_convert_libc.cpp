@@ -56,7 +56,7 @@ std::string text_of(uint32_t value, size_t len) {
 uint32_t value_of(std::string_view text) {
     uint32_t value = 0;
     for (char c : text)
-        value = value << 8 | static_cast<unsigned char>(c);
+        value = value << 8 | uint8_t(c);
     return value;
 }
 

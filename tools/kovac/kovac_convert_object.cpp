@@ -16,7 +16,7 @@ static std::string hex(char_bytes bytes) {
     return bytes.len ? format("%0*x", bytes.len * 2, unsigned(bytes.value)) : "-";
 }
 
-// ---- entries -----------------------------------------------------------------------------------
+// ---- entries ----
 
 static char_bytes bytes_of(const conv_set &set, uint32_t code) {
     const auto found = set.bytes.find(code);
@@ -82,7 +82,7 @@ static void add_undefined_bytes(conv_object &object, char_bytes substitute) {
     }
 }
 
-// ---- figures -----------------------------------------------------------------------------------
+// ---- figures ----
 
 static void widen(int &min, int &max, int len) {
     min = min ? std::min(min, len) : len;
@@ -117,11 +117,11 @@ static void count_figures(conv_object &object) {
                     object.target_max != 1 || plain_bytes != 256;
 }
 
-// ---- tables ------------------------------------------------------------------------------------
+// ---- tables ----
 
 static void fill_bytes(unsigned char *to, char_bytes bytes) {
     for (unsigned i = 0; i < bytes.len; ++i)
-        to[i] = static_cast<unsigned char>(bytes.value >> 8 * (bytes.len - 1u - i));
+        to[i] = uint8_t(bytes.value >> 8 * (bytes.len - 1u - i));
 }
 
 static char_desc description(char_bytes bytes) {
@@ -131,7 +131,7 @@ static char_desc description(char_bytes bytes) {
 }
 
 static bool add_to_table(const conv_object &object, const conv_entry &e, diagnostics &diag) {
-    unsigned char item[1 + max_char_bytes] = {static_cast<unsigned char>(e.flags | e.target.len)};
+    unsigned char item[1 + max_char_bytes] = {uint8_t(e.flags | e.target.len)};
     fill_bytes(item + 1, e.target);
     const char_desc desc = description(e.source);
     void *table = (e.source.shifted ? object.shift : object.noshift).get();
@@ -176,7 +176,7 @@ bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute
     return make_tables(object, diag);
 }
 
-// ---- proof -------------------------------------------------------------------------------------
+// ---- proof ----
 
 static const unsigned char *find_item(const conv_object &object, char_bytes source) {
     void *table = (source.shifted ? object.shift : object.noshift).get();
@@ -219,7 +219,7 @@ bool prove_round_trips(const conv_object &forth, const conv_object &back, diagno
     return true;
 }
 
-// ---- files -------------------------------------------------------------------------------------
+// ---- files ----
 
 static int print_entry(void *stream, const void *item) {
     const auto *bytes = static_cast<const unsigned char *>(item);

@@ -10,7 +10,7 @@
 
 namespace kovac {
 
-// ---- both directions ---------------------------------------------------------------------------
+// ---- both directions ----
 
 // A tie both ways ranks above a one-way tie, and that above a line that only fills gaps.
 static int rank_of(tie kind) { return kind == tie::both ? 3 : kind == tie::either ? 1 : 2; }
@@ -40,7 +40,7 @@ void complete_set(conv_set &set) {
     set.bytes.emplace(0u, nul);
 }
 
-// ---- built-in forms ----------------------------------------------------------------------------
+// ---- built-in forms ----
 
 char_bytes unicode_bytes(uint32_t code) {
     if (code <= last_bmp_code) return {false, 2, code};
@@ -73,7 +73,7 @@ void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool every
         add(code);
 }
 
-// ---- finding -----------------------------------------------------------------------------------
+// ---- finding ----
 
 static constexpr uint16_t number_of_unicode = 57349;
 static constexpr uint16_t number_of_utf8 = 57372;
@@ -124,7 +124,7 @@ static void name_set(conv_set &set, const std::string &asked) {
     if (add_name(set, asked) || !set.names.empty()) return;
     std::string usable = asked.empty() ? "codeset" : asked;
     for (char &c : usable) {
-        if (static_cast<unsigned char>(c) <= ' ' || c == 0x7F || strchr("/\\:", c)) c = '_';
+        if (uint8_t(c) <= ' ' || c == 0x7F || strchr("/\\:", c)) c = '_';
     }
     add_name(set, usable);
 }

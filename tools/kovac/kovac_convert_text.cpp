@@ -73,7 +73,7 @@ bool place_shift(const conv_set &set, char_bytes *bytes) {
     return !set.stateful || bytes->len <= 2;
 }
 
-// ---- mapping files -----------------------------------------------------------------------------
+// ---- mapping files ----
 
 bool read_shift_line(line_reader &in, conv_set &set) {
     const std::string_view line = in.rest;
@@ -87,8 +87,8 @@ bool read_shift_line(line_reader &in, conv_set &set) {
         return in.fail(line, "shift codes must come before the first character");
     if (out.value == back.value) return in.fail(line, "the two shift codes must differ");
     set.stateful = true;
-    set.shift_out = static_cast<unsigned char>(out.value);
-    set.shift_in = static_cast<unsigned char>(back.value);
+    set.shift_out = uint8_t(out.value);
+    set.shift_in = uint8_t(back.value);
     return true;
 }
 
@@ -116,7 +116,7 @@ bool read_mapping_line(line_reader &in, set_builder &builder) {
     return true;
 }
 
-// ---- UCM ---------------------------------------------------------------------------------------
+// ---- UCM ----
 
 struct state_step {
     uint8_t next = 0;
@@ -187,7 +187,7 @@ void find_shifts(ucm_reader &rd) {
     for (size_t b = 0; b < 256; ++b) {
         const state_step &step = rd.states[0][b];
         if (!step.is_final || step.action != 's') continue;
-        (step.next ? set.shift_out : set.shift_in) = static_cast<unsigned char>(b);
+        (step.next ? set.shift_out : set.shift_in) = uint8_t(b);
         set.stateful |= step.next != 0;
     }
 }

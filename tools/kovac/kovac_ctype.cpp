@@ -235,7 +235,7 @@ static void read_case_map(ctype_reader &rd, const std::vector<token> &line, size
     }
 }
 
-// ---- keywords ----------------------------------------------------------------------------------
+// ---- keywords ----
 
 // The name after "class" or "map", quoted or not; at moves past it and its semicolon.
 static std::string_view take_name(ctype_reader &rd, const std::vector<token> &line, size_t &at) {
@@ -327,12 +327,12 @@ static void read_line(ctype_reader &rd, const std::vector<token> &line) {
             format("unknown keyword \"%s\" in LC_CTYPE", std::string(key.text).c_str()));
 }
 
-// ---- what the source leaves open ---------------------------------------------------------------
+// ---- what the source leaves open ----
 
 static void add_plain(ctype_reader &rd, const char *chars, uint16_t bit) {
     for (; *chars; ++chars) {
         uint32_t index = 0;
-        if (own_index(*rd.map, static_cast<unsigned char>(*chars), index)) {
+        if (own_index(*rd.map, uint8_t(*chars), index)) {
             add_index(rd, {bit, nullptr}, index);
         }
     }

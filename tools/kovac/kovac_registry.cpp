@@ -65,7 +65,7 @@ int find_name(const registry &reg, std::string_view name) {
     return no_number;
 }
 
-// ---- the file ----------------------------------------------------------------------------------
+// ---- the file ----
 
 static bool is_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 

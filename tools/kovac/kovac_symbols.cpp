@@ -41,7 +41,7 @@ struct symbol_set {
 
 } // namespace
 
-// ---- the names of a code set -------------------------------------------------------------------
+// ---- the names of a code set ----
 
 static std::string code_name(uint32_t code) {
     return format(code > 0xFFFF ? "U%08X" : "U%04X", unsigned(code));
@@ -153,7 +153,7 @@ static void order_names(symbol_set &set, diagnostics &diag) {
     set.lines = std::move(named);
 }
 
-// ---- records -----------------------------------------------------------------------------------
+// ---- records ----
 
 static void put_bytes(std::string &text, char_bytes bytes) {
     text += format(" %d", int(bytes.len));
@@ -230,7 +230,7 @@ static std::string object_text(const symbol_set &set) {
     return text + "END_HEADER\n" + records;
 }
 
-// ---- proof -------------------------------------------------------------------------------------
+// ---- proof ----
 
 static std::string escaped(const std::string &name) {
     std::string symbol = "<";
@@ -288,7 +288,7 @@ static convert_status write_proved(const symbol_set &set, const std::string &pat
     return convert_status::file;
 }
 
-// ---- one code set ------------------------------------------------------------------------------
+// ---- one code set ----
 
 static convert_status read_numbers(const std::string &path, registry &numbers, diagnostics &diag) {
     std::string text, why;

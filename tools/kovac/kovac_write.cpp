@@ -16,7 +16,7 @@ namespace kovac {
 namespace fs = std::filesystem;
 using table = std::unique_ptr<void, void (*)(void *)>;
 
-// ---- look-up tables ----------------------------------------------------------------------------
+// ---- look-up tables ----
 
 static int print_item(void *stream, const void *item) {
     uint16_t value;
@@ -31,8 +31,8 @@ template <class Item> static table make_table(const charmap &map, Item item_of) 
     for (size_t i = 0; multi && i < map.chars.size(); ++i) {
         const charmap_char &c = map.chars[i];
         char_desc desc{.length = c.len, .bytes = {}};
-        desc.bytes[0] = static_cast<unsigned char>(c.len == 2 ? c.wide >> 8 : c.wide);
-        desc.bytes[1] = static_cast<unsigned char>(c.wide);
+        desc.bytes[0] = uint8_t(c.len == 2 ? c.wide >> 8 : c.wide);
+        desc.bytes[1] = uint8_t(c.wide);
         const uint16_t item = item_of(i);
         if (insert_desc_multi(&desc, item ? &item : nullptr, multi.get()) != 0) multi.reset();
     }
@@ -40,14 +40,14 @@ template <class Item> static table make_table(const charmap &map, Item item_of) 
     return multi;
 }
 
-// ---- sections ----------------------------------------------------------------------------------
+// ---- sections ----
 
 // Writes the length, then the bytes as hexadecimal digits.
 static void put_string(FILE *out, const std::string &bytes) {
     fprintf(out, "%zu", bytes.size());
     if (!bytes.empty()) fputc(' ', out);
     for (char c : bytes)
-        fprintf(out, "%02x", unsigned(static_cast<unsigned char>(c)));
+        fprintf(out, "%02x", unsigned(uint8_t(c)));
     fputc('\n', out);
 }
 
@@ -177,7 +177,7 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
     return true;
 }
 
-// ---- files -------------------------------------------------------------------------------------
+// ---- files ----
 
 write_result write_file(const std::string &path, std::string *why,
                         const std::function<bool(FILE *)> &put, const trial &prove) {
