@@ -102,7 +102,7 @@ struct contest {
     void start() { compare(state, std::move(all), values); }
 };
 
-// ---- Formatting ---------------------------------------------------------------------------------
+// ---- Formatting ----
 
 // Results are lengths, so that contenders with different texts disagree.
 struct text_out {
@@ -182,7 +182,7 @@ void format_money(benchmark::State &state, bool wide) {
 BENCHMARK_CAPTURE(format_money, bytes, false)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(format_money, wide, true)->Apply(paired_rounds);
 
-// ---- Parsing ------------------------------------------------------------------------------------
+// ---- Parsing ----
 
 // The digits of a text, and a point for its decimal symbol.
 void strip(char *to, const char *from) {

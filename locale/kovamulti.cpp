@@ -7,7 +7,7 @@
 
 static mb_decode *table_of(void *table) { return static_cast<mb_decode *>(table); }
 
-// ---- Arrays and nodes --------------------------------------------------------------------------
+// ---- Arrays and nodes ----
 
 unsigned char *alloc_flag_arr(mb_decode *table) {
     ext_block<unsigned char> flags(256);
@@ -127,7 +127,7 @@ bool create_root(mb_decode *table) {
     return true;
 }
 
-// ---- Building ----------------------------------------------------------------------------------
+// ---- Building ----
 
 void *create_multi(unsigned data_size, unsigned flags, const void *default_item) {
     if (data_size > INT_MAX / 512) return nullptr; // an array of such items would be too large
@@ -198,7 +198,7 @@ int insert_desc_multi(const char_desc *desc, const void *item, void *table) {
     return 0;
 }
 
-// ---- Looking up --------------------------------------------------------------------------------
+// ---- Looking up ----
 
 // The item of the character at text, NULL if there is none; *taken gets the number of bytes
 // examined.
@@ -315,7 +315,7 @@ void multi_node_count(void *table, int *data_arrays, int *flag_arrays, int *offs
     *offset_arrays = table_of(table)->offset_arr_count;
 }
 
-// ---- Sharing equal arrays ----------------------------------------------------------------------
+// ---- Sharing equal arrays ----
 
 void single_byte_exists(mb_decode *table) {
     if (table->max_char_len >= 2 || table->min_char_len != 1) return;
@@ -377,7 +377,7 @@ void free_multi(void *table) {
     free_ptr(t);
 }
 
-// ---- Flat tables -------------------------------------------------------------------------------
+// ---- Flat tables ----
 
 static constexpr unsigned char no_flags[256] = {};
 

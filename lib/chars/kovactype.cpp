@@ -5,7 +5,7 @@
 #include <math.h>
 #include <string.h>
 
-// ---- Bytes of a character ----------------------------------------------------------------------
+// ---- Bytes of a character ----
 
 int ko_mb_loc_max(ko_lc_t loc) {
     void *table = loc ? record(loc)->ctype : nullptr;
@@ -17,7 +17,7 @@ int ko_mb_loc_min(ko_lc_t loc) {
     return table ? multi_min_length(table) : 2;
 }
 
-// ---- Classes -----------------------------------------------------------------------------------
+// ---- Classes ----
 
 static constexpr struct {
     const char *name;
@@ -90,7 +90,7 @@ int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
     return item ? int(mask_at(item) & mask) : 0;
 }
 
-// ---- Case of one character ---------------------------------------------------------------------
+// ---- Case of one character ----
 
 namespace {
 // What differs between the two directions of case mapping.
@@ -176,7 +176,7 @@ uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
     return packed_lengths<to_lower>(loc, dst, mb);
 }
 
-// ---- Case of strings ---------------------------------------------------------------------------
+// ---- Case of strings ----
 
 // Maps a string of a single-byte code set and returns its bytes.
 static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,

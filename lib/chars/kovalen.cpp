@@ -20,7 +20,7 @@ int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
     return ko_full_mbtowc(loc, nullptr, mb, len_bytes);
 }
 
-// ---- Terminators, the next character -----------------------------------------------------------
+// ---- Terminators, the next character ----
 
 int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
     if (!mb) return fail(loc, KO_ENULL, 0);
@@ -49,7 +49,7 @@ ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
     return const_cast<ko_mchar_t *>(mb) + n;
 }
 
-// ---- Lengths -----------------------------------------------------------------------------------
+// ---- Lengths ----
 
 namespace {
 struct extent {

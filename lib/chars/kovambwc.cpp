@@ -4,7 +4,7 @@
 
 #include <string.h>
 
-// ---- One character -----------------------------------------------------------------------------
+// ---- One character ----
 
 // Bytes of the character at mb by the tree, at most limit (0: any number); *value gets them,
 // big-endian and kept to 16 bits. For what is not a character, the negative error number.
@@ -81,7 +81,7 @@ int ko_wclen(ko_lc_t loc, ko_wchar_t wc) {
     return ko_full_wctomb(loc, scratch, wc);
 }
 
-// ---- Strings to wide ---------------------------------------------------------------------------
+// ---- Strings to wide ----
 
 int is_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     if (!dst || !mbs) return fail(loc, KO_ENULL, -1);
@@ -140,7 +140,7 @@ int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     return n;
 }
 
-// ---- Strings of a locale object ----------------------------------------------------------------
+// ---- Strings of a locale object ----
 
 size_t zeros_at(const void *string) {
     const char *const s = static_cast<const char *>(string);
@@ -166,7 +166,7 @@ int alloc_wc_from_mb(kovaloc *loc, const ko_mchar_t *mbs, ko_wchar_t **wide) {
     return 0;
 }
 
-// ---- Wide strings to bytes ---------------------------------------------------------------------
+// ---- Wide strings to bytes ----
 
 int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
     if (!dst || !wcs) return fail(loc, KO_ENULL, -1);

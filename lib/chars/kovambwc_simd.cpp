@@ -13,7 +13,7 @@ enum class form { bytes, wide, nothing };
 
 #ifdef KOVA_BLOCKS
 
-// ---- Kernels: whole blocks, and the part of the last one that lies before the end --------------
+// ---- Kernels: whole blocks, and the part of the last one that lies before the end ----
 
 // How many of the units left lie before the place from which blocks of that size fit into pages
 // again.
@@ -268,7 +268,7 @@ static void choose_row_blocks(case_rows *rows) {
 
 #else
 
-// ---- No kernels --------------------------------------------------------------------------------
+// ---- No kernels ----
 
 template <class Unit> static size_t to_blocks(const Unit *, size_t, size_t left) { return left; }
 static bool widen_blocks(ko_wchar_t *, const ko_mchar_t *, size_t, unsigned, size_t *) {
@@ -285,7 +285,7 @@ static void choose_row_blocks(case_rows *) {}
 
 #endif
 
-// ---- Whole runs --------------------------------------------------------------------------------
+// ---- Whole runs ----
 
 size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most) {
     for (size_t i = 0; i < n;) {

@@ -9,7 +9,7 @@
 constexpr size_t string_end = 4; // zero bytes after every string of a locale object
 constexpr char not_available = 127;
 
-// ---- The lconv view -----------------------------------------------------------------------------
+// ---- The lconv view ----
 
 struct koconv_string {
     char *koconv::*mbs;
@@ -106,7 +106,7 @@ void widen_koconv(kovaloc *loc) {
     }
 }
 
-// ---- Names and strings --------------------------------------------------------------------------
+// ---- Names and strings ----
 
 template <size_t room> static void widen_name(ko_wchar_t (&wide)[room], const char (&name)[room]) {
     for (size_t i = 0; i < room; i++)

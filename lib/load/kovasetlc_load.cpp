@@ -33,7 +33,7 @@ struct lc_node {
 // Newest first. Changed by loading and unloading, which the host serialises.
 static constinit lc_node *lc_node_root = nullptr;
 
-// ---- Objects in memory --------------------------------------------------------------------------
+// ---- Objects in memory ----
 
 // The file that the last category came from. All six usually come from the same file: it is opened,
 // read and searched once, but while openings are logged, it is opened for each category.
@@ -113,7 +113,7 @@ static bool read_image(object_image *image, void *stream, char *path) {
     return true;
 }
 
-// ---- One category -------------------------------------------------------------------------------
+// ---- One category ----
 
 static const char *find_text(const char *in, const char *text) {
     const size_t len = strlen(text);
@@ -255,7 +255,7 @@ static int load_category(kovaloc *loc, int category, const char *setting, const 
     return 0;
 }
 
-// ---- Settings -----------------------------------------------------------------------------------
+// ---- Settings ----
 
 static void query_locname(const kovaloc *loc, int category, char *setting) {
     if (category != KO_LC_ALL) {
@@ -325,7 +325,7 @@ char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
     return setting;
 }
 
-// ---- The default locale -------------------------------------------------------------------------
+// ---- The default locale ----
 
 static void *open_default(const char *dir) {
     char path[direct_room];
@@ -369,7 +369,7 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
     return init_locale_info(loc) < 0 ? -1 : 0;
 }
 
-// ---- Shared locales -----------------------------------------------------------------------------
+// ---- Shared locales ----
 
 // May every name in the setting be opened?
 static bool is_setting_allowed(const char *setting) {

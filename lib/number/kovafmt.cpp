@@ -6,7 +6,7 @@
 #include <limits.h>
 #include <string.h>
 
-// ---- Marks --------------------------------------------------------------------------------------
+// ---- Marks ----
 
 // Strings of the record are copied byte by byte, which would be wrong only where every character
 // has several bytes.
@@ -33,7 +33,7 @@ fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t
     return mark;
 }
 
-// ---- Integers -----------------------------------------------------------------------------------
+// ---- Integers ----
 
 // Writes an integer in base 10. -1 with KO_E2BIG.
 template <class Unit>
@@ -95,7 +95,7 @@ int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,
     return int(field.at - out);
 }
 
-// ---- Characters and strings ---------------------------------------------------------------------
+// ---- Characters and strings ----
 
 // A character that is not a unit fails the call only at its end: any other error is reported first,
 // as where wide characters are formatted and then converted.
@@ -153,7 +153,7 @@ static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
     return len > INT_MAX ? fail(out->loc, KO_E2BIG, -1) : format_string(out, mbs, int(len), m);
 }
 
-// ---- Directives ---------------------------------------------------------------------------------
+// ---- Directives ----
 
 // A call of the formatter: what persists from directive to directive.
 template <class Unit> struct formatting {
@@ -246,7 +246,7 @@ template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *fo
     return 0;
 }
 
-// ---- Entry points -------------------------------------------------------------------------------
+// ---- Entry points ----
 
 template <class Unit>
 static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const Unit *format) {

@@ -19,7 +19,7 @@ struct decimal {
 // Digits before the decimal point; 0 or less where zeros follow it.
 static int point_of(const decimal &d) { return d.number ? count_digits(d.number) - d.decimals : 1; }
 
-// ---- In integers --------------------------------------------------------------------------------
+// ---- In integers ----
 
 #ifdef __SIZEOF_INT128__
 __extension__ typedef unsigned __int128 wide_product;
@@ -85,7 +85,7 @@ static bool fast_fixed(double, int, uint64_t *) { return false; }
 static bool fast_significant(decimal *, double, int) { return false; }
 #endif
 
-// ---- By the C library, whose decimal point may be any text --------------------------------------
+// ---- By the C library, whose decimal point may be any text ----
 
 // Appends the digits at the start of text to *number; returns their end.
 static const char *take_digits(const char *text, uint64_t *number) {
@@ -114,7 +114,7 @@ static void slow_fixed(decimal *d, double value, int decimals) {
     if (*whole_end) take_digits(text + len - decimals, &d->number);
 }
 
-// ---- Rounding -----------------------------------------------------------------------------------
+// ---- Rounding ----
 
 static decimal round_significant(double value, int count) {
     decimal d = {0, 0};
@@ -139,7 +139,7 @@ static inline decimal round_fixed(double value, int decimals) {
     return {number, decimals};
 }
 
-// ---- Layout -------------------------------------------------------------------------------------
+// ---- Layout ----
 
 struct exponent_part {
     int digits;

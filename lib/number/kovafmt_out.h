@@ -107,7 +107,7 @@ inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
     return at;
 }
 
-// ---- Digits -------------------------------------------------------------------------------------
+// ---- Digits ----
 
 // Numbers of any length take the same steps: a loop over the digits would end at a different place
 // each time, and mispredicting that costs a processor more than the digits do.
@@ -266,7 +266,7 @@ inline void put_number(const kovaloc *loc, Unit *end, Number number, int count, 
     put_decimals(end, number, count, zero);
 }
 
-// ---- Directives ---------------------------------------------------------------------------------
+// ---- Directives ----
 
 // Conversion letters, for formatting and for parsing.
 enum number_kind : unsigned char {

@@ -30,7 +30,7 @@ static bool next_pointer(parsing *p, void **to) {
 // Characters that a directive may read.
 static int limit_of(const format_modifiers &m) { return m.width > 0 ? m.width : INT_MAX; }
 
-// ---- Values -------------------------------------------------------------------------------------
+// ---- Values ----
 
 // Reads the number after a sign, at most most units. Returns the units read, -1 with the error word
 // set.
@@ -115,7 +115,7 @@ static bool scan_string(parsing *p, char size) {
     return n > 0;
 }
 
-// ---- The walk -----------------------------------------------------------------------------------
+// ---- The walk ----
 
 // Reads by a directive, from the place after its "%".
 static bool scan_directive(parsing *p, const ko_wchar_t **format) {

@@ -6,7 +6,7 @@
 #include <errno.h>
 #include <limits.h>
 
-// ---- Symbols ------------------------------------------------------------------------------------
+// ---- Symbols ----
 
 static wide_symbol readable(const kovaloc *loc, const ko_mchar_t *mbs, const ko_wchar_t *wcs) {
     if (!mbs || !wcs) return {nullptr, 0};
@@ -42,7 +42,7 @@ int check_groups(const digit_groups &groups, const int *grouping) {
     return groups.len[0] > *size ? -1 : 0;
 }
 
-// ---- Reading integers ---------------------------------------------------------------------------
+// ---- Reading integers ----
 
 struct integer {
     uint64_t magnitude; // if beyond 32 bits, not exact
@@ -237,7 +237,7 @@ ko_ulong_t ko_mbstoul(ko_lc_t loc, const ko_mchar_t *mbs, ko_mchar_t **end, int 
     return multibyte_integer<unsigned_kind>(loc, mbs, end, base, grouping != 0);
 }
 
-// ---- Writing integers ---------------------------------------------------------------------------
+// ---- Writing integers ----
 
 constexpr int digits_room = 33; // a sign and 32 digits
 

@@ -11,7 +11,7 @@ constexpr int number_room = 256; // a text of this many characters is not a numb
 constexpr ko_long_t long_failure = 0x7FFFFFFF;
 constexpr double real_failure = 2147483647.0;
 
-// ---- Symbols ------------------------------------------------------------------------------------
+// ---- Symbols ----
 
 // A separator or decimal symbol to look for in a text.
 struct wide_symbol {
@@ -34,7 +34,7 @@ template <class Unit> inline bool symbol_at(const Unit *text, int most, const wi
     return true;
 }
 
-// ---- Digits -------------------------------------------------------------------------------------
+// ---- Digits ----
 
 constexpr unsigned no_digit = 0xFF;
 // Values of portable characters as digits: 0..9, and 10..35 for letters of either case.
@@ -62,7 +62,7 @@ char *long_base_str(char *end, ko_ulong_t value, int base);
 // cannot give it.
 bool exact_real(uint64_t digits, int64_t exponent, double *value);
 
-// ---- Reading ------------------------------------------------------------------------------------
+// ---- Reading ----
 
 // The functions underneath ko_wcstoul and ko_wcstod: they read at most most units, or up to the
 // terminator, without copying. Return the units read, white space included: 0 if there is no number

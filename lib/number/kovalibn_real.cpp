@@ -81,7 +81,7 @@ static bool scan_integer_part(const number_text<Unit> &t, real_text *n, int mode
     return beyond >= 0;
 }
 
-// ---- Values -------------------------------------------------------------------------------------
+// ---- Values ----
 
 bool exact_real(uint64_t digits, int64_t exponent, double *value) {
     static constexpr double powers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
@@ -117,7 +117,7 @@ static double converted_value(const number_text<Unit> &t, const real_text &n) {
     return c_strtod(copy, &end);
 }
 
-// ---- Words and hexadecimal digits ---------------------------------------------------------------
+// ---- Words and hexadecimal digits ----
 
 template <class Unit>
 static bool word_at(const number_text<Unit> &t, int i, const char *lower_case) {
@@ -173,7 +173,7 @@ static bool scan_hexadecimal(const number_text<Unit> &t, real_text *n, double *v
     return true;
 }
 
-// ---- Reading ------------------------------------------------------------------------------------
+// ---- Reading ----
 
 // Reads the magnitude at n->start. Returns its end; -1 if it is too long.
 template <class Unit>

@@ -10,7 +10,7 @@ constexpr int right_precision_max = 100;
 constexpr int right_precision_default = 2;
 constexpr int decimals = 6; // of an amount before it is rounded
 
-// ---- Digits -------------------------------------------------------------------------------------
+// ---- Digits ----
 
 constexpr double scaled_max = 1e16; // amounts from here on are whole; below, decimal_room digits do
 constexpr int digits_room = DBL_MAX_10_EXP + 8;
@@ -102,7 +102,7 @@ static int64_t count_separators(const int *group, bool threes, int64_t digits) {
     return separators;
 }
 
-// ---- One amount ---------------------------------------------------------------------------------
+// ---- One amount ----
 
 // Columns before the value and after it.
 struct mon_columns {
@@ -250,7 +250,7 @@ static bool measure(kovaloc *loc, const mon_positions &positions, const mon_dire
     return true;
 }
 
-// ---- Writing ------------------------------------------------------------------------------------
+// ---- Writing ----
 
 static ko_wchar_t *put(ko_wchar_t *out, ko_wchar_t wc, int64_t times) {
     for (; times > 0; --times)
@@ -336,7 +336,7 @@ static ko_wchar_t *put_item(kovaloc *loc, ko_wchar_t *out, const mon_directive &
     return put(out, space, item.back + (d.left ? item.pad : 0));
 }
 
-// ---- Entries ------------------------------------------------------------------------------------
+// ---- Entries ----
 
 // Writes an amount into room for left units. Returns the end; or NULL with the error word set.
 static ko_wchar_t *write_amount(kovaloc *loc, ko_wchar_t *out, int64_t left,

@@ -60,7 +60,7 @@ bool scan_mon_directive(const kovaloc *loc, const ko_wchar_t **format, mon_posit
                         mon_directive *d);
 inline bool is_percent(const kovaloc *loc, ko_wchar_t wc) { return portable(loc, wc) == '%'; }
 
-// ---- Strings of the record ----------------------------------------------------------------------
+// ---- Strings of the record ----
 
 // Gets a string in its wide form, empty if the record lacks it. False, with KO_EILSEQ, if it is not
 // text in the code set.
@@ -96,7 +96,7 @@ inline bool mon_radix(kovaloc *loc, ko_wchar_t *dot, wide_symbol *s) {
     return true;
 }
 
-// ---- Layouts and groups -------------------------------------------------------------------------
+// ---- Layouts and groups ----
 
 // The strings from which an amount is put together.
 struct mon_strings {

@@ -29,7 +29,7 @@ static bool stands_at(const ko_wchar_t *text, const wide_symbol &s) {
     return symbol_at(text, INT32_MAX, s);
 }
 
-// ---- The value ----------------------------------------------------------------------------------
+// ---- The value ----
 
 // The digits of a value as they are found.
 struct mon_number {
@@ -141,7 +141,7 @@ static const ko_wchar_t *match_value(kovaloc *loc, const ko_wchar_t *text, const
     return text;
 }
 
-// ---- Layouts ------------------------------------------------------------------------------------
+// ---- Layouts ----
 
 // Matches a symbol or sign at the position. Its own blanks may be missing at the end of the text,
 // and may already have been taken with those before the position.
@@ -184,7 +184,7 @@ int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask, const
     return text ? int(text - start) : -1;
 }
 
-// ---- Directives ---------------------------------------------------------------------------------
+// ---- Directives ----
 
 // What a directive reads: the text, and the rest of the format.
 struct mon_input {
@@ -263,7 +263,7 @@ static int read_amount(kovaloc *loc, const mon_input &in, const mon_positions &p
     return int(item.text - in.text);
 }
 
-// ---- Entries ------------------------------------------------------------------------------------
+// ---- Entries ----
 
 // Moves in->text past what a unit of the format outside directives matches.
 static bool match_text(kovaloc *loc, mon_input *in, ko_wchar_t wc) {

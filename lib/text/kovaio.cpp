@@ -1,7 +1,7 @@
 // Reads characters and lines from the host's streams.
 #include "text/kovastr.h"
 
-// ---- One character -----------------------------------------------------------------------------
+// ---- One character ----
 
 // The error of a failed read; at_end for the end of the stream.
 static int read_error(ko_lc_t loc, void *stream, int at_end) {
@@ -52,7 +52,7 @@ ko_wchar_t ko_full_fgetwc(ko_lc_t loc, void *stream) {
     return next_char(loc, stream, &c) < 0 ? none : c.wide;
 }
 
-// ---- Lines -------------------------------------------------------------------------------------
+// ---- Lines ----
 
 // In single-byte locales a line may contain every byte.
 static int next_line_char(ko_lc_t loc, void *stream, read_char *c) {

@@ -1,7 +1,7 @@
 // Positions of characters in strings, and trailing spaces.
 #include "text/kovastr.h"
 
-// ---- The character at a position ---------------------------------------------------------------
+// ---- The character at a position ----
 
 text_char by_tree::at(const unit *s) const {
     if (ko_ismbsterm(loc, s)) return {0, 0};
@@ -27,7 +27,7 @@ int by_tree::length(const unit *s) const {
     return int(end - s);
 }
 
-// ---- Positions ---------------------------------------------------------------------------------
+// ---- Positions ----
 
 namespace {
 // The character that contains the last unit before a position, or the terminator where that comes
@@ -108,7 +108,7 @@ int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs) {
     return bytes ? bytes - terminator_len(record(loc)) : -1;
 }
 
-// ---- Trailing spaces ---------------------------------------------------------------------------
+// ---- Trailing spaces ----
 
 namespace {
 // A string without its trailing spaces.

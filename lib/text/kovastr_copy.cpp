@@ -1,7 +1,7 @@
 // Copying, joining and changing strings.
 #include "text/kovastr.h"
 
-// ---- Copying and joining -----------------------------------------------------------------------
+// ---- Copying and joining ----
 
 namespace {
 // Multibyte and wide strings for the templates below. Their members count the units of a string or
@@ -71,7 +71,7 @@ ko_wchar_t *ko_wcsncat(ko_wchar_t *dst, const ko_wchar_t *src, int n) {
     return copy_text(wide_strings{}, dst, src, n, place::end);
 }
 
-// ---- Replacing a character ---------------------------------------------------------------------
+// ---- Replacing a character ----
 
 // The null character has no bytes here: it deletes the old character.
 ko_mchar_t *ko_mbcreplace(ko_lc_t loc, ko_mchar_t *position, const ko_mchar_t *mb) {
@@ -99,7 +99,7 @@ ko_mchar_t *ko_full_putmbsi(ko_lc_t loc, ko_mchar_t *mbs, int i, const ko_mchar_
     return position ? ko_mbcreplace(loc, position, mb) : none;
 }
 
-// ---- Wide copies -------------------------------------------------------------------------------
+// ---- Wide copies ----
 
 ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars) {
     ko_wchar_t *const none = nullptr;

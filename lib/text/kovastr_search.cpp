@@ -6,7 +6,7 @@ template <class Unit> static Unit *absent(ko_lc_t loc) {
     return fail(loc, KO_OK, static_cast<Unit *>(nullptr));
 }
 
-// ---- One character -----------------------------------------------------------------------------
+// ---- One character ----
 
 namespace {
 enum class which { first, last };
@@ -66,7 +66,7 @@ ko_wchar_t *ko_wcsrchr(ko_lc_t loc, const ko_wchar_t *wcs, ko_wchar_t wc) {
     return find_wc(loc, wcs, wc, which::last);
 }
 
-// ---- Sets --------------------------------------------------------------------------------------
+// ---- Sets ----
 
 namespace {
 // A set of values: those below 256 are bits; a few others are listed, and if there are more, they
@@ -190,7 +190,7 @@ ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set
     return find_member(loc, wcs, set);
 }
 
-// ---- Strings -----------------------------------------------------------------------------------
+// ---- Strings ----
 
 // Compares at every character. Both texts are read in whole characters from the same start, so that
 // a match cannot extend beyond the end.

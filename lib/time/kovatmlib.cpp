@@ -43,7 +43,7 @@ static constexpr counted_list counted_lists[] = {
     {&ltime::max_alt_digits, &ltime::alt_digits, &ltime::w_alt_digits},
 };
 
-// ---- Freeing ------------------------------------------------------------------------------------
+// ---- Freeing ----
 
 template <class T> static void drop(T *&block) {
     free_ptr(block);
@@ -84,7 +84,7 @@ void free_ltime(ltime *t) {
     *t = {};
 }
 
-// ---- Derived strings ----------------------------------------------------------------------------
+// ---- Derived strings ----
 
 // Writes ";" in the code set, with as many bytes as its shortest character has.
 static int separator_bytes(const kovaloc *loc, ko_mchar_t *bytes) {
@@ -160,7 +160,7 @@ int derive_ltime(kovaloc *loc) {
     return 0;
 }
 
-// ---- Records of a time --------------------------------------------------------------------------
+// ---- Records of a time ----
 
 bool leap_year(int year) { return year % 4 == 0 && (year % 100 != 0 || year % 400 == 0); }
 

@@ -6,7 +6,7 @@
 
 #include <string.h>
 
-// ---- Definitions --------------------------------------------------------------------------------
+// ---- Definitions ----
 
 namespace {
 // direction ":" offset ":" start ":" end ":" name [":" abbreviation] ":" format
@@ -156,7 +156,7 @@ int decode_eras(kovaloc *loc) {
     return 0;
 }
 
-// ---- Dates --------------------------------------------------------------------------------------
+// ---- Dates ----
 
 // Below 0, 0, above 0: a is before b, equal to it, after it, in the direction in which the era
 // counts.

@@ -25,7 +25,7 @@ struct alt_number {
 };
 } // namespace
 
-// ---- Units --------------------------------------------------------------------------------------
+// ---- Units ----
 
 static inline int put_unit(time_out *out, ko_wchar_t unit) {
     if (out->at == out->end) return KO_E2BIG;
@@ -57,7 +57,7 @@ inline int time_out::literal(const ko_wchar_t *first, const ko_wchar_t *last) {
     return 0;
 }
 
-// ---- Names --------------------------------------------------------------------------------------
+// ---- Names ----
 
 column_counter make_columns(kovaloc *loc) { return {loc, user_class(loc, "full_width")}; }
 
@@ -99,7 +99,7 @@ static inline int put_name(time_out *out, const ko_wchar_t *name, const format_m
     return 0;
 }
 
-// ---- Numbers ------------------------------------------------------------------------------------
+// ---- Numbers ----
 
 static inline int field_value(const time_out *out, const time_directive &row, int *value) {
     return time_value(&out->loc->ltime_info, out->tm, row, value);
@@ -114,7 +114,7 @@ static int put_number(time_out *out, int value, format_modifiers m, int digits) 
     return 0;
 }
 
-// ---- Alternative digits -------------------------------------------------------------------------
+// ---- Alternative digits ----
 
 static const ko_wchar_t *alt_digit(const ltime *t, int digit) {
     static constexpr ko_wchar_t none[1] = {0};
@@ -181,7 +181,7 @@ static int put_alt_number(time_out *out, int value, format_modifiers m, int digi
     return error || !pads_right(m) ? error : put_units(out, native(out->loc, ' '), pad);
 }
 
-// ---- Directives ---------------------------------------------------------------------------------
+// ---- Directives ----
 
 static inline int put_field(time_out *out, const time_spec &spec) {
     const time_directive &row = *spec.row;
@@ -292,7 +292,7 @@ inline int time_out::directive(const time_spec &spec) {
     return KO_EDIRECTIVE;
 }
 
-// ---- Entries ------------------------------------------------------------------------------------
+// ---- Entries ----
 
 // Formats by the engine. Returns the units before the terminator; or the negative error number.
 static int write_time(kovaloc *loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,

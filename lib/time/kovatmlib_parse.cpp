@@ -17,7 +17,7 @@ struct time_reader {
 };
 } // namespace
 
-// ---- Text ---------------------------------------------------------------------------------------
+// ---- Text ----
 
 static inline bool is_blank(const time_reader *r, ko_wchar_t wc) {
     return has_class(r->loc, wc, KO_CT_SPACE);
@@ -58,7 +58,7 @@ int time_reader::literal(const ko_wchar_t *format, const ko_wchar_t *end) {
     return 0;
 }
 
-// ---- Numbers ------------------------------------------------------------------------------------
+// ---- Numbers ----
 
 // Reads an optional sign and digits, at most width units in all. A value that is too large becomes
 // one outside every range. False without a digit.
@@ -132,7 +132,7 @@ static int read_fraction(time_reader *r, const time_spec &spec) {
     return 0;
 }
 
-// ---- Names --------------------------------------------------------------------------------------
+// ---- Names ----
 
 // Reads a name and returns its value, by the first tree that contains one; -1 for none.
 static int read_name(time_reader *r, const wc_tnode *full, const wc_tnode *abbr) {
@@ -194,7 +194,7 @@ static int read_era_year(time_reader *r, int width) {
     return 0;
 }
 
-// ---- Formats inside formats ---------------------------------------------------------------------
+// ---- Formats inside formats ----
 
 static int read_locale_format(time_reader *r, const time_directive &row) {
     const int error = walk_nested(r, r->loc->ltime_info.*row.format);
@@ -226,7 +226,7 @@ static int read_era_format(time_reader *r) {
     return KO_EERA;
 }
 
-// ---- Directives ---------------------------------------------------------------------------------
+// ---- Directives ----
 
 static int read_unit(time_reader *r, const time_directive &row) {
     const ko_wchar_t *const start = r->at;
@@ -279,7 +279,7 @@ int time_reader::directive(const time_spec &spec) {
     return KO_EDIRECTIVE;
 }
 
-// ---- Entries ------------------------------------------------------------------------------------
+// ---- Entries ----
 
 namespace {
 struct time_read {

@@ -55,7 +55,7 @@ static void set_month(const time_info &ti, ko_alt_tm_t *tm) {
     tm->alt_tm_monidx = ti.set & seen_monidx ? ti.monidx : -1;
 }
 
-// ---- Years --------------------------------------------------------------------------------------
+// ---- Years ----
 
 // Does the date that was read lie within the era? *year gets its year in the calendar.
 static bool year_in_era(const lera &era, const time_info &ti, int *year) {
@@ -127,7 +127,7 @@ static inline int set_year(kovaloc *loc, const time_info &ti, int algorithm, int
     return 0;
 }
 
-// ---- Calendars ----------------------------------------------------------------------------------
+// ---- Calendars ----
 
 // Replaces the fields of the caller's date that were read, in the locale's calendar. A caller's
 // date outside that calendar cannot supply the fields that were not read.
