@@ -190,7 +190,7 @@ TEST(CollateSource, ReportsPlaceAndReason) {
         {"collating-element <x> \"ab\"\n",                       "collating-element <name> from"        },
         {"order_start forward\n<U0061> 12;\norder_end\n",        "not a weight"                         },
         {"collating-symbol <A1>..<B22>\n",                       "hexadecimal digits"                   },
-        {"copy \"main\"\n",                                      "copy one another without end"         },
+        {"copy \"main\"\n",                                      "copy one another endlessly"           },
         {"order_start 1;2;3;4;5;6;7;8;9\n",                      "expected forward, backward"           },
         {"order_start forward;;;;;;;;forward\n",                 "more than 8 levels"                   },
         {"order_start forward\n<U0061> \"<U0062\"\norder_end\n", "without its closing"                  },
