@@ -4,10 +4,6 @@
 
 // ---- Comparison on the derived tables ----
 
-static inline bool inside_element(const coll_flat *flat, unsigned ch) {
-    return flat->inner[ch >> 8][ch & 0xFF];
-}
-
 static inline byte_text forward_text(const ko_mchar_t *s) { return {s}; }
 static inline wide_forward forward_text(const ko_wchar_t *s) { return {s}; }
 static inline byte_back backward_text(const ko_mchar_t *begin, const ko_mchar_t *end) {

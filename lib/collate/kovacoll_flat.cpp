@@ -3,6 +3,7 @@
 // without a row share a page of row 0's weight.
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_key.h"
+#include "collate/kovacoll_short.h"
 
 #include <stddef.h>
 #include <string.h>
@@ -32,6 +33,7 @@ struct builder {
     uint16_t byte_rows[256];
     const uint16_t *rows[256];                // by high byte; NULL: row 0 for all
     const uint16_t *missing[coll_max_passes]; // the pages for these, by pass
+    uint16_t *raw_page;                       // of all passes
     unsigned num_used;
     unsigned char used[256];   // high bytes with rows or with characters that begin elements
     unsigned char *inner[256]; // pages of coll_flat's inner that we made
@@ -73,7 +75,6 @@ static void read_rows(builder *b) {
     const mb_decode *table = static_cast<const mb_decode *>(b->loc->coll);
     for (unsigned c = 0; c < 256; ++c)
         b->byte_rows[c] = coll_byte_row(table, static_cast<uint8_t>(c));
-    b->flat->byte_rows = table->min_char_len == 1;
     for (unsigned hi = 0; hi < 256; ++hi) {
         b->rows[hi] = nullptr;
         if (!has_characters(table, hi)) continue;
@@ -195,7 +196,8 @@ static bool chain_elements(builder *b, int *head, int *next) {
     return true;
 }
 
-static void note_tie(builder *b, coll_flat_pass *p, unsigned weight) {
+static void note_weight(builder *b, coll_flat_pass *p, unsigned weight) {
+    if ((weight & coll_low_bits) == (coll_raw_weight & coll_low_bits)) b->flat->raw_fits = false;
     if (!(weight & coll_code_tie)) return;
     p->ties = true;
     // It equals a weight 0, whose character the pages do not keep.
@@ -217,7 +219,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
         for (int i = head[first]; i >= 0; i = next[i]) {
             const coll_elem *elem = &b->coll->elem_arr[i];
             const unsigned weight = b->coll->pass_arr[pass][elem->row];
-            note_tie(b, &b->flat->pass[pass], weight);
+            note_weight(b, &b->flat->pass[pass], weight);
             *candidates++ = {elem, weight_seq(b, pass, weight, coll_element_char, elem->nchars)};
         }
     }
@@ -229,8 +231,8 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
 static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     const unsigned zero_special = b->first_special - 1;
     if (weight & coll_expansion) return static_cast<uint16_t>(weight & 0x7FFF);
-    if (!weight) return static_cast<uint16_t>(coll_expansion | zero_special);
-    note_tie(b, p, weight);
+    if (!weight) return uint16_t(coll_expansion | zero_special);
+    note_weight(b, p, weight);
     return static_cast<uint16_t>(weight);
 }
 
@@ -270,9 +272,25 @@ static void fill_pages(builder *b, int pass) {
         for (unsigned f = 0; f < b->num_firsts; ++f)
             if (b->firsts[f] >> 8 == hi)
                 page[b->firsts[f] & 0xFF] =
-                    static_cast<uint16_t>(coll_expansion | (b->first_special + f));
+                    uint16_t(coll_expansion | (b->first_special + f));
         if (!hi) page[0] = 0;
         p->page[hi] = share_page(b, p, hi, page);
+    }
+}
+
+// Bytes that are no character: specials after all others.
+static void fill_raw(builder *b, int pass) {
+    coll_flat_pass *p = &b->flat->pass[pass];
+    const unsigned first = b->num_specials - coll_raw_bytes;
+    coll_item *items = take_array<coll_item>(b, coll_raw_bytes);
+    if (!b->raw_page && items) b->raw_page = take_array<uint16_t>(b, 256);
+    if (!b->raw_page || !items) return;
+    p->page[256] = b->raw_page;
+    for (unsigned i = 0; i < coll_raw_bytes; ++i) {
+        items[i] = {coll_raw_weight, coll_raw_char(0x80 + i)};
+        b->specials[first + i].own = {&items[i], 1};
+        b->raw_page[i] = b->raw_page[0x80 + i] =
+            uint16_t(coll_expansion | (first + i));
     }
 }
 
@@ -353,6 +371,7 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
     if (!b->failed) fill_pages(b, pass);
+    if (!b->failed && !b->flat->byte_rows) fill_raw(b, pass);
     if (!b->failed) fill_cells(b, pass);
 }
 
@@ -374,6 +393,8 @@ static bool build(builder *b) {
     const size_t elems = coll->num_coll_elems > 0 ? static_cast<size_t>(coll->num_coll_elems) : 0;
     flat->num_passes = coll->num_passes;
     flat->elements = elems > 0;
+    flat->raw_fits = true;
+    flat->byte_rows = static_cast<const mb_decode *>(b->loc->coll)->min_char_len == 1;
     flat->first_decides = !elems && coll->num_passes > 0 && walks_forward(b, 0);
     for (auto &page : flat->inner)
         page = nothing_inner;
@@ -384,9 +405,10 @@ static bool build(builder *b) {
     if (elems && !chain_elements(b, head.p, next.p)) return false;
     const size_t expansions =
         coll->num_expansions > 0 ? static_cast<size_t>(coll->num_expansions) : 0;
-    if (expansions + 1 + b->num_firsts > coll_expansion) return false;
+    const size_t raw = flat->byte_rows ? 0 : coll_raw_bytes;
+    if (expansions + 1 + b->num_firsts + raw > coll_expansion) return false;
     b->first_special = static_cast<unsigned>(expansions) + 1;
-    b->num_specials = b->first_special + b->num_firsts;
+    b->num_specials = b->first_special + b->num_firsts + static_cast<unsigned>(raw);
     bool own_page[256] = {true};
     for (unsigned f = 0; f < b->num_firsts; ++f)
         own_page[b->firsts[f] >> 8] = true;
@@ -419,6 +441,7 @@ coll_flat *build_coll_flat(const kovaloc *loc) {
 
 void free_coll_flat(coll_flat *flat) {
     if (!flat) return;
+    free_short_keys(flat->keys);
     for (block *at = static_cast<block *>(flat->blocks); at;) {
         block *next = at->next;
         ko_ext_free(at);

@@ -123,7 +123,7 @@ template <class Text> static inline coll_item next_item(page_walk<Text> &walk) {
         const auto c = take(walk.text);
         const uint16_t weight = walk.page[c >> 8][c & 0xFF];
         if (weight == coll_ignored_weight) continue;
-        if (!(weight & coll_expansion)) return {weight, c};
+        if (!(weight & coll_expansion)) return {weight, ko_wchar_t(c)};
         const coll_seq seq = special_seq(walk.specials[weight & coll_low_bits], walk.text);
         walk.item = seq.items;
         walk.item_end = seq.items + seq.count;

@@ -1,0 +1,120 @@
+// Between UTF-8 and wide characters of the code set "unicode".
+#include "host/kovahost_simd.h"
+#include "host/kovahost_text.h"
+
+namespace {
+
+// Where the result goes: into the caller's room, and when the first character no longer fits there,
+// into the scratch of the call, for its length counts all the same.
+template <class Out> struct sink {
+    Out *at;
+    size_t left;
+    size_t total; // units made so far
+    bool full;
+    Out scratch[1024];
+};
+
+} // namespace
+
+// The most units of a result that one character makes.
+static constexpr size_t longest = 4;
+
+template <class Out> static void open_sink(sink<Out> *out, Out *dst, size_t room) {
+    out->at = dst;
+    out->left = room;
+    out->total = 0;
+    out->full = false;
+}
+
+template <class Out> static void put(sink<Out> *out, const Out *units, size_t n) {
+    if (n > out->left) { // of scratch: it is started anew
+        out->full = true;
+        out->at = out->scratch;
+        out->left = sizeof out->scratch / sizeof *out->scratch;
+    }
+    for (size_t i = 0; i < n; ++i)
+        out->at[i] = units[i];
+    out->at += n;
+    out->left -= n;
+    out->total += n;
+}
+
+template <class Out> static void took(sink<Out> *out, size_t n) {
+    out->at += n;
+    out->left -= n;
+    out->total += n;
+}
+
+static int64_t ill_formed(ko_bad_text *bad, size_t at, size_t length, size_t done) {
+    if (bad) *bad = {at, length, done};
+    return -KO_EILSEQ;
+}
+
+// ---- The character at s, and what it makes ----
+
+static size_t units_of(ko_wchar_t *units, unsigned code) {
+    if (code <= last_unit) {
+        units[0] = static_cast<ko_wchar_t>(code);
+        return 1;
+    }
+    units[0] = static_cast<ko_wchar_t>(high_unit(code));
+    units[1] = static_cast<ko_wchar_t>(low_unit(code));
+    return 2;
+}
+
+static size_t units_of(unsigned char *bytes, unsigned code) {
+    const unsigned count = 1u + (code >= 0x80) + (code >= 0x800) + (code > last_unit);
+    static constexpr unsigned char first[] = {0, 0, 0xC0, 0xE0, 0xF0};
+    for (unsigned i = count; i-- > 1; code >>= 6)
+        bytes[i] = static_cast<unsigned char>(0x80 | (code & 0x3F));
+    bytes[0] = static_cast<unsigned char>(first[count] | code);
+    return count;
+}
+
+static utf8_step next_char(const unsigned char *s, const unsigned char *end) {
+    return utf8_char(s, end);
+}
+
+static utf8_step next_char(const ko_wchar_t *s, const ko_wchar_t *end) {
+    const unsigned unit = *s;
+    if ((unit & 0xF800) != 0xD800) return {unit, 1};
+    if (is_low_unit(unit) || end - s < 2 || !is_low_unit(s[1])) return {no_code, 1};
+    return {(unit - 0xD7C0) << 10 | (s[1] & 0x3FFu), 2};
+}
+
+template <class Out, class In>
+static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad_text *bad) {
+    sink<Out> out;
+    open_sink(&out, dst, room);
+    const In *s = text, *const end = text + len;
+    while (s != end) {
+        const run_of run = convert_run(out.at, out.left, s, static_cast<size_t>(end - s));
+        s += run.taken;
+        took(&out, run.made);
+        // One at a time: what stopped the run, or the last few.
+        for (int few = run.taken ? 4 : 16; few && s != end; --few) {
+            const utf8_step step = next_char(s, end);
+            if (step.code == no_code)
+                return ill_formed(bad, static_cast<size_t>(s - text), step.bytes, out.total);
+            Out units[longest];
+            put(&out, units, units_of(units, step.code));
+            s += step.bytes;
+        }
+    }
+    return static_cast<int64_t>(out.total);
+}
+
+int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const char *text, size_t len,
+                      ko_bad_text *bad) {
+    if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
+    if ((!text && len) || (!dst && room)) return -KO_ENULL;
+    return convert(dst, room, bytes_of(text), len, bad);
+}
+
+int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *text, size_t len,
+                      ko_bad_text *bad) {
+    if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
+    if ((!text && len) || (!dst && room)) return -KO_ENULL;
+    void *const bytes = dst;
+    return convert(static_cast<unsigned char *>(bytes), room, text, len, bad);
+}

@@ -1,0 +1,97 @@
+// Order of texts with lengths: as the wide comparison has it, and total whatever the bytes.
+#include "host/host_records.h"
+
+namespace {
+
+int sign(int n) { return n < 0 ? -1 : n > 0; }
+
+int order(ko_lc_t loc, const std::string &a, const std::string &b) {
+    return ko_utf8scoll(loc, a.data(), a.size(), b.data(), b.size());
+}
+int order(ko_lc_t loc, const std::u16string &a, const std::u16string &b) {
+    return ko_utf16scoll(loc, a.data(), a.size(), b.data(), b.size());
+}
+
+std::string key(ko_lc_t loc, const std::string &text) {
+    std::string made(text.size() * 30 + 64, 'x');
+    const int64_t n = ko_utf8sxfrm(loc, made.data(), made.size(), text.data(), text.size());
+    EXPECT_TRUE(n >= 0 && n < static_cast<int64_t>(made.size())) << n;
+    return made.substr(0, n < 0 ? 0 : static_cast<size_t>(n));
+}
+std::string key(ko_lc_t loc, const std::u16string &text) {
+    std::string made(text.size() * 30 + 64, 'x');
+    const int64_t n = ko_utf16sxfrm(loc, made.data(), made.size(), text.data(), text.size());
+    return made.substr(0, n < 0 ? 0 : static_cast<size_t>(n));
+}
+
+struct spelled {
+    std::string narrow;
+    std::u16string units;
+    explicit spelled(const std::u32string &text = {}) {
+        for (const char32_t code : text) {
+            narrow += utf8(code);
+            units += utf16(code);
+        }
+    }
+};
+
+// A text that differs little from another, so that later passes decide.
+std::u32string varied(random_texts &texts, std::u32string text) {
+    for (unsigned n = texts.below(3); n; --n) {
+        const size_t at = texts.below(static_cast<unsigned>(text.size()) + 1);
+        const unsigned kind = texts.below(3);
+        if (kind && at < text.size()) text.erase(at, 1);
+        if (kind < 2) text.insert(at, 1, texts.character());
+    }
+    return text;
+}
+
+} // namespace
+
+TEST(HostOrder, IsThatOfWideStrings) {
+    each_unicode_locale([](ko_lc_t loc) {
+        random_texts texts = {std::mt19937(7)};
+        for (int round = 0; round < 20000; ++round) {
+            const std::u32string a = texts.text(10), b = varied(texts, a);
+            const spelled x(a), y(b);
+            const int want = sign(ko_full_wcscoll(loc, wcs(x.units).data(), wcs(y.units).data()));
+            ASSERT_EQ(order(loc, x.narrow, y.narrow), want) << x.narrow << " : " << y.narrow;
+            ASSERT_EQ(order(loc, x.units, y.units), want) << x.narrow << " : " << y.narrow;
+            const std::string key_x = key(loc, x.narrow);
+            ASSERT_EQ(sign(key_x.compare(key(loc, y.narrow))), want)
+                << x.narrow << " : " << y.narrow;
+            ASSERT_EQ(key(loc, x.units), key_x) << x.narrow;
+        }
+    });
+}
+
+TEST(HostOrder, IsTotalWithNullsAndBytesThatAreNoCharacters) {
+    each_unicode_locale([](ko_lc_t loc) {
+        random_texts texts = {std::mt19937(8)};
+        std::vector<std::string> some;
+        for (int round = 0; round < 400; ++round) {
+            std::string text;
+            for (const char32_t code : texts.text(4)) {
+                text += utf8(code);
+                if (!texts.below(3))
+                    text += static_cast<char>(texts.below(2) ? 0 : 0x80 + texts.below(128));
+                if (!texts.below(5)) text.pop_back();
+            }
+            some.push_back(text);
+        }
+        std::sort(some.begin(), some.end(),
+                  [&](const auto &a, const auto &b) { return order(loc, a, b) < 0; });
+        std::vector<std::string> keys;
+        for (const std::string &text : some)
+            keys.push_back(key(loc, text));
+        for (size_t i = 0; i < some.size(); ++i) {
+            for (size_t j = i; j < some.size(); ++j) {
+                const int there = order(loc, some[i], some[j]);
+                ASSERT_LE(there, 0) << some[i] << " : " << some[j];
+                ASSERT_EQ(order(loc, some[j], some[i]), -there);
+                ASSERT_EQ(sign(keys[i].compare(keys[j])), sign(there))
+                    << some[i] << " : " << some[j];
+            }
+        }
+    });
+}

@@ -1,0 +1,163 @@
+// Between UTF-8 and wide characters: what is no character, rooms of every size, all lengths of
+// runs.
+#include "host/host_records.h"
+#include "support/guarded_block.h"
+
+namespace {
+
+// What a text of bytes (in hex) has that is no character, as "place+length", and the rest
+// converted.
+std::string subparts(ko_lc_t loc, const std::string &text, std::u16string *made) {
+    std::string found;
+    for (size_t from = 0;;) {
+        ko_wchar_t out[64];
+        ko_bad_text bad = {99, 99, 99};
+        const int64_t n =
+            ko_utf8stowcs(loc, out, std::size(out), text.data() + from, text.size() - from, &bad);
+        EXPECT_TRUE(n >= 0 || n == -KO_EILSEQ);
+        made->append(out, out + (n < 0 ? bad.made : static_cast<size_t>(n)));
+        if (n >= 0) return found;
+        found += std::to_string(from + bad.at) + "+" + std::to_string(bad.length) + " ";
+        from += bad.at + bad.length;
+    }
+}
+
+template <class Unit> const Unit *at(const std::basic_string<Unit> &text) { return text.data(); }
+const ko_wchar_t *at(const std::u16string &text) {
+    const void *units = text.data();
+    return static_cast<const ko_wchar_t *>(units);
+}
+int64_t convert(ko_lc_t loc, ko_wchar_t *dst, size_t room, const std::string &text) {
+    return ko_utf8stowcs(loc, dst, room, text.data(), text.size(), nullptr);
+}
+int64_t convert(ko_lc_t loc, char *dst, size_t room, const std::u16string &text) {
+    return ko_wcstoutf8s(loc, dst, room, at(text), text.size(), nullptr);
+}
+
+// Every room is filled with whole characters of the result, and nothing is written after it.
+template <class Out, class In>
+void check_rooms(ko_lc_t loc, const In &text, const std::basic_string<Out> &want,
+                 bool (*inside_char)(unsigned)) {
+    for (size_t room = 0; room <= want.size(); ++room) {
+        guarded_block block;
+        void *const start = block.end - room * sizeof(Out);
+        auto *const dst = static_cast<Out *>(start);
+        ASSERT_EQ(convert(loc, dst, room, text), static_cast<int64_t>(want.size())) << room;
+        size_t whole = room;
+        while (whole && whole < want.size() && inside_char(static_cast<unsigned>(want[whole])))
+            --whole;
+        ASSERT_TRUE(std::equal(dst, dst + whole, want.begin())) << room;
+    }
+}
+
+} // namespace
+
+TEST(HostConvert, TellsMaximalSubpartsThatAreNoCharacters) {
+    static const struct {
+        std::string text;
+        const char *found;
+        std::u16string rest;
+    } rows[] = {
+        {"",                          "",                                 u""                                                              },
+        {"a\xF1\x80\x80\xE1\x80\xC2"
+         "b\x80"
+         "c\x80\xBF"
+         "d",                "1+3 4+2 6+1 8+1 10+1 11+1 ",       u"abcd"                                                          },
+        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82"
+         "A",                "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"A"                                                             },
+        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF"
+         "A",                "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"A"                                                             },
+        {"\xF4\x91\x92\x93\xFF"
+         "A\x80\xBF"
+         "B",                "0+1 1+1 2+1 3+1 4+1 6+1 7+1 ",     u"AB"                                                            },
+        {"\xF0\x90\x80",              "0+3 ",                             u""                                                              },
+        {"\xE2\x82",                  "0+2 ",                             u""                                                              },
+        {"\xC3",                      "0+1 ",                             u""                                                              },
+        {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF\xF0\x90\x80\x80"
+         "\xF4\x8F\xBF\xBF", "",                                 u"\u007F\u0080\u07FF\u0800\uD7FF\uE000\uFFFF\U00010000\U0010FFFF"},
+    };
+    bare_record r;
+    for (const auto &row : rows) {
+        // Also inside runs that are taken as blocks.
+        for (const std::string &around : {std::string(), std::string(40, 'x')}) {
+            SCOPED_TRACE(row.found + around);
+            std::u16string made, want(around.size(), u'x');
+            const std::string found = subparts(r.loc, row.text + around, &made);
+            EXPECT_EQ(found, row.found);
+            EXPECT_EQ(made, row.rest + want);
+        }
+    }
+    static constexpr ko_wchar_t lone[][3] = {
+        {'a', 0xD800, 'b'   },
+        {'a', 0xDC00, 0xD800},
+        {'a', 0xDBFF, 0xDBFF}
+    };
+    for (const auto &text : lone) {
+        ko_bad_text bad = {};
+        EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 0, text, 3, &bad), -KO_EILSEQ);
+        EXPECT_EQ(bad.at + 10 * bad.length + 100 * bad.made, 111u);
+    }
+}
+
+TEST(HostConvert, FillsEveryRoomWithWholeCharacters) {
+    bare_record r;
+    random_texts texts = {std::mt19937(2012)};
+    static constexpr char32_t kinds[] = {U'a', U'ж', U'語', U'😀'};
+    for (int round = 0; round < 300; ++round) {
+        std::string narrow;
+        std::u16string units;
+        while (narrow.size() < 120) { // runs of one length each
+            const char32_t first = kinds[texts.below(4)];
+            for (unsigned n = texts.below(30); n; --n) {
+                narrow += utf8(first + n % 8);
+                units += utf16(first + n % 8);
+            }
+        }
+        SCOPED_TRACE(narrow);
+        check_rooms<ko_wchar_t>(r.loc, narrow, {units.begin(), units.end()},
+                                [](unsigned unit) { return (unit & 0xFC00) == 0xDC00; });
+        check_rooms<char>(r.loc, units, narrow,
+                          [](unsigned byte) { return (byte & 0xC0) == 0x80; });
+        if (HasFatalFailure()) return;
+    }
+}
+
+// Each byte of a text in turn is replaced: the answer is that for the 30 bytes around it, which no
+// block takes.
+TEST(HostConvert, FindsWhatIsNoCharacterInsideRuns) {
+    bare_record r;
+    for (const char32_t code : {U'a', U'ж', U'語'}) {
+        const size_t size = utf8(code).size();
+        ko_wchar_t out[100];
+        std::string text;
+        while (text.size() < 90)
+            text += utf8(code);
+        for (size_t i = 0; i < text.size(); ++i) {
+            for (const char byte : {'\x80', '\xC1', '\xE0', '\xED', '\xF4', 'z'}) {
+                std::string damaged = text;
+                damaged[i] = byte;
+                ko_bad_text bad = {}, slow = {};
+                const size_t place = i / size * size, from = place < 9 ? 0 : place - 2 * size;
+                const size_t some = std::min<size_t>(30, text.size() - from);
+                const int64_t all =
+                    ko_utf8stowcs(r.loc, out, std::size(out), damaged.data(), damaged.size(), &bad);
+                const int64_t few =
+                    ko_utf8stowcs(r.loc, nullptr, 0, damaged.data() + from, some, &slow);
+                ASSERT_EQ(all < 0, few < 0) << i;
+                ASSERT_EQ(bad.at, all < 0 ? slow.at + from : 0) << i;
+                ASSERT_EQ(bad.length, slow.length) << i;
+            }
+        }
+    }
+}
+
+TEST(HostConvert, RefusesOtherCodeSetsAndMissingTexts) {
+    bare_record r;
+    EXPECT_EQ(ko_utf8stowcs(nullptr, nullptr, 0, "a", 1, nullptr), -KO_ENULL);
+    EXPECT_EQ(ko_utf8stowcs(r.loc, nullptr, 0, nullptr, 0, nullptr), 0);
+    EXPECT_EQ(ko_utf8stowcs(r.loc, nullptr, 0, nullptr, 1, nullptr), -KO_ENULL);
+    EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 1, nullptr, 0, nullptr), -KO_ENULL);
+    record(r.loc)->codeset[0][3] = 0;
+    EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 0, nullptr, 0, nullptr), -KO_ECODESET);
+    EXPECT_EQ(error_of(r.loc), 0);
+}
