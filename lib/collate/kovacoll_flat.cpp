@@ -271,8 +271,7 @@ static void fill_pages(builder *b, int pass) {
             page[lo] = b->rows[hi] ? page_weight(b, p, weights[b->rows[hi][lo]]) : none;
         for (unsigned f = 0; f < b->num_firsts; ++f)
             if (b->firsts[f] >> 8 == hi)
-                page[b->firsts[f] & 0xFF] =
-                    uint16_t(coll_expansion | (b->first_special + f));
+                page[b->firsts[f] & 0xFF] = uint16_t(coll_expansion | (b->first_special + f));
         if (!hi) page[0] = 0;
         p->page[hi] = share_page(b, p, hi, page);
     }
@@ -289,8 +288,7 @@ static void fill_raw(builder *b, int pass) {
     for (unsigned i = 0; i < coll_raw_bytes; ++i) {
         items[i] = {coll_raw_weight, coll_raw_char(0x80 + i)};
         b->specials[first + i].own = {&items[i], 1};
-        b->raw_page[i] = b->raw_page[0x80 + i] =
-            uint16_t(coll_expansion | (first + i));
+        b->raw_page[i] = b->raw_page[0x80 + i] = uint16_t(coll_expansion | (first + i));
     }
 }
 

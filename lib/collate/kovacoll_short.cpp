@@ -43,7 +43,7 @@ static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_ite
     const uint16_t weight = p->page[from.unit >> 8][from.unit & 0xFF];
     if (weight == coll_ignored_weight) return {nullptr, 0};
     if (!(weight & coll_expansion)) {
-        *own = {weight, static_cast<ko_wchar_t>(from.unit)};
+        *own = {weight, ko_wchar_t(from.unit)};
         return {own, 1};
     }
     const coll_special &special = p->specials[weight & coll_low_bits];
@@ -58,13 +58,13 @@ template <class Visit> static void each_source(const coll_flat *flat, Visit visi
         if (!(weight & coll_expansion)) continue;
         const unsigned n = p->specials[weight & coll_low_bits].num_candidates;
         for (unsigned i = 0; i < n; ++i)
-            visit(source{unit, static_cast<int>(i)});
+            visit(source{unit, int(i)});
     }
 }
 
 static void learn(weight_facts *facts, coll_item item, unsigned unit) {
     weight_facts *f = &facts[item.weight & coll_low_bits];
-    const auto least = static_cast<uint16_t>(unit);
+    const auto least = uint16_t(unit);
     if (!f->used) *f = {true, false, least, item.ch, item.ch, 0};
     if (item.weight & coll_code_tie) f->tie = true;
     if (least < f->least) f->least = least;
@@ -113,7 +113,7 @@ static bool number_all(speller *s) {
         if (!s->labels[w].used) continue;
         const uint64_t next = number + span(s->labels[w]);
         if (next > uint64_t{two_digits} * short_digits) return false;
-        s->codes[w] = number_code(s->labels[w], 3, static_cast<unsigned>(number));
+        s->codes[w] = number_code(s->labels[w], 3, unsigned(number));
         number = next;
     }
     return true;
@@ -272,7 +272,7 @@ static void pair_source(pairing *to, source from, bool count) {
     if (first.count > 200 || (first.count && !seq.count)) to->unsafe = true;
     for (unsigned i = 0; i < seq.count; ++i) {
         const unsigned w = seq.items[i].weight & coll_low_bits;
-        const auto kind = static_cast<uint8_t>(1 + (i ? 0 : first.count));
+        const auto kind = uint8_t(1 + (i ? 0 : first.count));
         if (count && to->kind[w] && to->kind[w] != kind) to->unsafe = true;
         to->kind[w] = kind;
         if (kind == 1) continue;
@@ -295,17 +295,17 @@ static void label_pairs(const pairing *of, weight_facts *facts, uint16_t *next_l
             for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
                 if (next_label[of->firsts[i]] > label) label = next_label[of->firsts[i]];
             for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
-                next_label[of->firsts[i]] = static_cast<uint16_t>(label + 1);
+                next_label[of->firsts[i]] = uint16_t(label + 1);
         }
         if (label + 1 > free) free = label + 1;
-        facts[w].label = static_cast<uint16_t>(label);
+        facts[w].label = uint16_t(label);
     }
 }
 
 static void label_by_rank(weight_facts *facts) {
     unsigned rank = 0;
     for (unsigned w = 0; w < weights_room; ++w)
-        if (facts[w].used) facts[w].label = static_cast<uint16_t>(rank++);
+        if (facts[w].used) facts[w].label = uint16_t(rank++);
 }
 
 // False without memory.
@@ -421,7 +421,7 @@ static void gather_labels(speller *s) {
 
 static bool label_weights(speller *s) {
     for (unsigned w = 0; w < weights_room; ++w)
-        s->facts[w].label = static_cast<uint16_t>(w);
+        s->facts[w].label = uint16_t(w);
     s->common = weights_room;
     return !s->pass || (label_pass(s) && find_common(s));
 }

@@ -54,11 +54,11 @@ static int64_t ill_formed(ko_bad_text *bad, size_t at, size_t length, size_t don
 
 static size_t units_of(ko_wchar_t *units, unsigned code) {
     if (code <= last_unit) {
-        units[0] = static_cast<ko_wchar_t>(code);
+        units[0] = ko_wchar_t(code);
         return 1;
     }
-    units[0] = static_cast<ko_wchar_t>(high_unit(code));
-    units[1] = static_cast<ko_wchar_t>(low_unit(code));
+    units[0] = ko_wchar_t(high_unit(code));
+    units[1] = ko_wchar_t(low_unit(code));
     return 2;
 }
 
@@ -88,20 +88,20 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
     open_sink(&out, dst, room);
     const In *s = text, *const end = text + len;
     while (s != end) {
-        const run_of run = convert_run(out.at, out.left, s, static_cast<size_t>(end - s));
+        const run_of run = convert_run(out.at, out.left, s, size_t(end - s));
         s += run.taken;
         took(&out, run.made);
         // One at a time: what stopped the run, or the last few.
         for (int few = run.taken ? 4 : 16; few && s != end; --few) {
             const utf8_step step = next_char(s, end);
             if (step.code == no_code)
-                return ill_formed(bad, static_cast<size_t>(s - text), step.bytes, out.total);
+                return ill_formed(bad, size_t(s - text), step.bytes, out.total);
             Out units[longest];
             put(&out, units, units_of(units, step.code));
             s += step.bytes;
         }
     }
-    return static_cast<int64_t>(out.total);
+    return int64_t(out.total);
 }
 
 int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const char *text, size_t len,

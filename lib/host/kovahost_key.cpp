@@ -18,7 +18,7 @@ static inline place place_in(const coll_sink *sink) {
 }
 // Room for coll_sink_spare bytes again.
 static inline place make_room(place at, coll_sink *sink) {
-    sink->used = static_cast<size_t>(at.out - sink->room);
+    sink->used = size_t(at.out - sink->room);
     if (at.out <= at.limit) return at;
     sink_flush(sink);
     return place_in(sink);
@@ -38,9 +38,9 @@ static inline uint32_t item_bytes(uint32_t code, coll_item item) {
 }
 
 static inline ko_mchar_t *put_bytes(ko_mchar_t *out, uint32_t bytes, unsigned count) {
-    out[0] = static_cast<ko_mchar_t>(bytes >> 16);
-    out[1] = static_cast<ko_mchar_t>(bytes >> 8);
-    out[2] = static_cast<ko_mchar_t>(bytes);
+    out[0] = ko_mchar_t(bytes >> 16);
+    out[1] = ko_mchar_t(bytes >> 8);
+    out[2] = ko_mchar_t(bytes);
     return out + count;
 }
 
@@ -57,7 +57,7 @@ struct lower_pass {
 } // namespace
 
 static inline ko_mchar_t *leave_lead(ko_mchar_t *out, unsigned lead, unsigned next) {
-    if (lead) *out++ = static_cast<ko_mchar_t>(next < lead ? short_down : short_up);
+    if (lead) *out++ = ko_mchar_t(next < lead ? short_down : short_up);
     return out;
 }
 
@@ -72,7 +72,7 @@ static inline place put_item(first_pass &state, uint32_t code, coll_item item, p
     }
     if (lead != state.lead) {
         at.out = leave_lead(at.out, state.lead, lead);
-        *at.out++ = static_cast<ko_mchar_t>(lead);
+        *at.out++ = ko_mchar_t(lead);
         state.lead = lead;
     }
     at.out = put_bytes(at.out, bytes << 8, short_count(code) - 1);
@@ -97,13 +97,13 @@ static inline place put_run(lower_pass &state, run_end end, place at, coll_sink 
     if (!state.run) return at;
     const unsigned bytes = state.pass->run_bytes, longest = state.pass->longest_run;
     for (; state.run > longest; state.run -= longest) {
-        *at.out++ = static_cast<ko_mchar_t>(bytes + 2 * longest);
+        *at.out++ = ko_mchar_t(bytes + 2 * longest);
         at = make_room(at, sink);
     }
-    const unsigned n = static_cast<unsigned>(state.run);
-    *at.out++ = static_cast<ko_mchar_t>(end == run_end::higher  ? bytes + 3 * longest + 1 - n
-                                        : end == run_end::lower ? bytes + 2 * n - 1
-                                                                : bytes + 2 * n - 2);
+    const unsigned n = unsigned(state.run);
+    *at.out++ = ko_mchar_t(end == run_end::higher  ? bytes + 3 * longest + 1 - n
+                           : end == run_end::lower ? bytes + 2 * n - 1
+                                                   : bytes + 2 * n - 2);
     state.run = 0;
     return at;
 }
@@ -140,7 +140,7 @@ static void key_pass(State state, const coll_flat_pass *p, const uint32_t *codes
     const auto put = [&](coll_item item) {
         if (item.weight == coll_raw_weight) {
             at = put_raw(state, at, sink);
-            *at.out++ = static_cast<ko_mchar_t>(item.ch);
+            *at.out++ = ko_mchar_t(item.ch);
         } else {
             at = put_item(state, codes[item.weight & coll_low_bits], item, at, sink);
         }
@@ -156,7 +156,7 @@ static void key_pass(State state, const coll_flat_pass *p, const uint32_t *codes
             for (unsigned i = 0; i < seq.count; ++i)
                 put(seq.items[i]);
         } else if (weight & coll_code_tie) {
-            put({weight, static_cast<ko_wchar_t>(c)});
+            put({weight, ko_wchar_t(c)});
         } else if (weight != coll_ignored_weight) {
             break; // the terminator's 0
         }
@@ -210,7 +210,7 @@ static bool read_units(const host_text<unsigned char> &text, ko_wchar_t *units,
     utf8_text walk = walk_from(text, 0, &ill_formed);
     size_t n = 0;
     for (unsigned unit; (unit = take(walk)) && !ill_formed;)
-        units[n++] = static_cast<ko_wchar_t>(unit);
+        units[n++] = ko_wchar_t(unit);
     read->len = n;
     return !ill_formed;
 }
@@ -236,7 +236,7 @@ template <class Unit> static void put_codes(const host_text<Unit> &text, coll_si
     bool ill_formed;
     auto walk = walk_from(text, 0, &ill_formed);
     for (int code; (code = take_code(walk)) >= 0;) {
-        const auto unit = static_cast<unsigned>(code);
+        const auto unit = unsigned(code);
         const unsigned two = unit < last_unit ? unit : last_unit;
         sink_byte(sink, two >> 8);
         sink_byte(sink, two & 0xFF);
@@ -264,7 +264,7 @@ static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const host_text<Unit>
         put_codes(text, &sink);
     }
     sink_flush(&sink);
-    return static_cast<int64_t>(sink.written);
+    return int64_t(sink.written);
 }
 
 int64_t ko_utf8sxfrm(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len) {

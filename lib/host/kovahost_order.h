@@ -30,7 +30,7 @@ int unfit_for_order(ko_lc_t loc);
 // The next unit in code order, where U+0000 counts; -1 at the end.
 template <class Text> static inline int take_code(Text &text) {
     if (text.s == text.end) return -1;
-    if (*text.s) return static_cast<int>(take(text));
+    if (*text.s) return int(take(text));
     ++text.s;
     return 0;
 }

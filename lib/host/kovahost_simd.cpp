@@ -6,11 +6,11 @@
 
 #if defined(__GNUC__) && defined(__SSE2__)
 
-static inline __m128i words(unsigned value) { return _mm_set1_epi16(static_cast<short>(value)); }
+static inline __m128i words(unsigned value) { return _mm_set1_epi16(short(value)); }
 
 // The lanes before the first that is not all ones.
 static inline unsigned good_lanes(__m128i good) {
-    return first_bit(~static_cast<unsigned>(_mm_movemask_epi8(good))) / 2;
+    return first_bit(~unsigned(_mm_movemask_epi8(good))) / 2;
 }
 
 // ---- From UTF-8 ----
@@ -67,7 +67,7 @@ static inline unsigned decode_ascii(ko_wchar_t *dst, const unsigned char *src) {
     const __m128i v = load_block(src);
     store_block(dst, _mm_unpacklo_epi8(v, _mm_setzero_si128()));
     store_block(dst + 8, _mm_unpackhi_epi8(v, _mm_setzero_si128()));
-    return first_bit(static_cast<unsigned>(_mm_movemask_epi8(v)) | 1u << 16);
+    return first_bit(unsigned(_mm_movemask_epi8(v)) | 1u << 16);
 }
 
 run_of convert_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
@@ -104,7 +104,7 @@ static inline unsigned encode_ascii(unsigned char *dst, const ko_wchar_t *src) {
     store_block(dst, _mm_packus_epi16(a, b));
     const __m128i good = _mm_packs_epi16(_mm_cmpeq_epi16(_mm_and_si128(a, high), zero),
                                          _mm_cmpeq_epi16(_mm_and_si128(b, high), zero));
-    return first_bit(~static_cast<unsigned>(_mm_movemask_epi8(good)));
+    return first_bit(~unsigned(_mm_movemask_epi8(good)));
 }
 
 // Units of 0x80..0x7FF.
@@ -147,7 +147,7 @@ __attribute__((target("ssse3"))) static run_of encode_triples(unsigned char *dst
         const __m128i top = _mm_and_si128(v, words(0xF800));
         const __m128i none = _mm_or_si128(_mm_cmpeq_epi16(top, _mm_setzero_si128()),
                                           _mm_cmpeq_epi16(top, words(0xD800)));
-        good = first_bit(static_cast<unsigned>(_mm_movemask_epi8(none)) | 1u << 16) / 2;
+        good = first_bit(unsigned(_mm_movemask_epi8(none)) | 1u << 16) / 2;
         run.taken += good;
         run.made += 3 * good;
     }
