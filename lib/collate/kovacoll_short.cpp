@@ -8,6 +8,9 @@
 namespace {
 
 constexpr unsigned weights_room = coll_low_bits + 1;
+constexpr unsigned enough_runs = 16, most_runs = 32; // of common weights, in a byte
+constexpr unsigned few_weights =
+    short_digits - 3 * enough_runs - 1; // have a byte each beside those
 
 // What spells a text: one of its units, or an element that begins with it.
 struct source {
@@ -43,22 +46,34 @@ static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_ite
     const uint16_t weight = p->page[from.unit >> 8][from.unit & 0xFF];
     if (weight == coll_ignored_weight) return {nullptr, 0};
     if (!(weight & coll_expansion)) {
-        *own = {weight, ko_wchar_t(from.unit)};
+        *own = {weight, static_cast<ko_wchar_t>(from.unit)};
         return {own, 1};
     }
     const coll_special &special = p->specials[weight & coll_low_bits];
     return from.candidate < 0 ? special.own : special.candidates[from.candidate].seq;
 }
 
-template <class Visit> static void each_source(const coll_flat *flat, Visit visit) {
+// Has this high byte the pages of the one before it, in every pass?
+static bool repeats(const coll_flat *flat, unsigned hi) {
+    bool same = hi > 0;
+    for (int p = 0; same && p < flat->num_passes; ++p)
+        same = flat->pass[p].page[hi] == flat->pass[p].page[hi - 1];
+    return same;
+}
+
+// Visits the sources, of repeated pages only the first ones unless asked for all.
+template <class Visit> static void each_source(const coll_flat *flat, bool all, Visit visit) {
     const coll_flat_pass *p = &flat->pass[0];
-    for (unsigned unit = 1; unit <= 0xFFFF; ++unit) {
-        visit(source{unit, -1});
-        const unsigned weight = p->page[unit >> 8][unit & 0xFF];
-        if (!(weight & coll_expansion)) continue;
-        const unsigned n = p->specials[weight & coll_low_bits].num_candidates;
-        for (unsigned i = 0; i < n; ++i)
-            visit(source{unit, int(i)});
+    for (unsigned hi = 0; hi < 256; ++hi) {
+        if (!all && repeats(flat, hi)) continue;
+        for (unsigned unit = hi << 8 | !hi; unit >> 8 == hi; ++unit) {
+            visit(source{unit, -1});
+            const unsigned weight = p->page[hi][unit & 0xFF];
+            if (!(weight & coll_expansion)) continue;
+            const unsigned n = p->specials[weight & coll_low_bits].num_candidates;
+            for (unsigned i = 0; i < n; ++i)
+                visit(source{unit, int(i)});
+        }
     }
 }
 
@@ -74,7 +89,7 @@ static void learn(weight_facts *facts, coll_item item, unsigned unit) {
 
 static void learn_pass(speller *s) {
     memset(s->facts, 0, sizeof s->facts);
-    each_source(s->flat, [s](source from) {
+    each_source(s->flat, s->flat->pass[s->pass].ties, [s](source from) {
         coll_item own;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         for (unsigned i = 0; i < seq.count; ++i)
@@ -250,18 +265,27 @@ static bool spell_first_pass(speller *s, unsigned longest_span) {
 
 // ---- Lower passes: labels ----
 
-// Texts that come to a lower pass have the same weights in the first. So where each weight says how
-// many of the first pass its source has, two different weights there stand for sources with the
-// same first weight; weights of sources that never have that in common may share a label. What
-// delivers nothing in the first pass stays apart from all others.
+// Texts that come to a lower pass have the same weights in the first. The walks through the lower
+// pass keep step with the first, as long as a weight of the lower pass and the first weight that
+// its source has in the first pass together tell how many that has there. The first two weights
+// that differ then stand for sources with the same first weight in the first pass: weights that
+// have none in common may share a label. What delivers nothing in the first pass stays apart.
 namespace {
+struct first_weight { // of a source in the first pass, and how many it has there
+    uint16_t weight, count;
+};
 struct pairing {
     const coll_flat *flat;
     int pass;
-    unsigned start[weights_room + 1]; // of each weight's pairs
-    uint16_t *firsts;                 // the first weights of its sources
-    uint8_t kind[weights_room];       // 1 + weights in the first pass; 0: not met
+    unsigned start[weights_room + 1]; // of each weight's firsts
+    first_weight *firsts;
+    bool loose[weights_room], bound[weights_room]; // sources have none, some in the first pass
     bool unsafe;
+};
+struct group { // of weights whose sources share a first weight
+    unsigned next_label;
+    unsigned weight; // 1 + the last one
+    unsigned count;
 };
 } // namespace
 
@@ -269,66 +293,84 @@ static void pair_source(pairing *to, source from, bool count) {
     coll_item own, own_first;
     const coll_seq seq = delivered(to->flat, to->pass, from, &own);
     const coll_seq first = delivered(to->flat, 0, from, &own_first);
-    if (first.count > 200 || (first.count && !seq.count)) to->unsafe = true;
+    if (first.count > 0xFFFF || (first.count && !seq.count)) to->unsafe = true;
     for (unsigned i = 0; i < seq.count; ++i) {
         const unsigned w = seq.items[i].weight & coll_low_bits;
-        const auto kind = uint8_t(1 + (i ? 0 : first.count));
-        if (count && to->kind[w] && to->kind[w] != kind) to->unsafe = true;
-        to->kind[w] = kind;
-        if (kind == 1) continue;
-        if (count)
+        if (i || !first.count) {
+            to->loose[w] = true;
+        } else if (count) {
+            to->bound[w] = true;
             ++to->start[w];
-        else
-            to->firsts[--to->start[w]] = first.items[0].weight & coll_low_bits;
+        } else {
+            to->firsts[--to->start[w]] = {uint16_t(first.items[0].weight & coll_low_bits),
+                                          uint16_t(first.count)};
+        }
     }
 }
 
-static void label_pairs(const pairing *of, weight_facts *facts, uint16_t *next_label) {
+// The label of a weight among those from base on. False where its sources do not keep step.
+static bool label_weight(const pairing *of, unsigned w, unsigned base, group *groups,
+                         uint16_t *label) {
+    unsigned least = base;
+    for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i) {
+        group *g = &groups[of->firsts[i].weight];
+        if (g->weight == w + 1 && g->count != of->firsts[i].count) return false;
+        g->weight = w + 1;
+        g->count = of->firsts[i].count;
+        if (g->next_label > least) least = g->next_label;
+    }
+    for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
+        groups[of->firsts[i].weight].next_label = least + 1;
+    *label = uint16_t(least);
+    return true;
+}
+
+static bool label_pairs(const pairing *of, const weight_facts *facts, group *groups,
+                        uint16_t *labels) {
     unsigned base = 0, free = 0; // the first label of the run of weights, the first after all
     for (unsigned w = 0; w < weights_room; ++w) {
         if (!facts[w].used) continue;
-        unsigned label = base;
-        if (of->kind[w] == 1 || facts[w].tie) {
-            label = free;
-            base = free + 1;
-        } else {
-            for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
-                if (next_label[of->firsts[i]] > label) label = next_label[of->firsts[i]];
-            for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
-                next_label[of->firsts[i]] = uint16_t(label + 1);
-        }
-        if (label + 1 > free) free = label + 1;
-        facts[w].label = uint16_t(label);
+        const bool alone = of->loose[w] || facts[w].tie;
+        if (of->loose[w] && of->bound[w]) return false;
+        if (!label_weight(of, w, alone ? free : base, groups, &labels[w])) return false;
+        if (labels[w] >= free) free = labels[w] + 1u;
+        if (alone) base = free;
     }
+    return true;
 }
 
-static void label_by_rank(weight_facts *facts) {
+// How many weights the pass has, their ranks being their labels.
+static unsigned label_by_rank(weight_facts *facts) {
     unsigned rank = 0;
     for (unsigned w = 0; w < weights_room; ++w)
         if (facts[w].used) facts[w].label = uint16_t(rank++);
+    return rank;
 }
 
 // False without memory.
 static bool label_pass(speller *s) {
-    label_by_rank(s->facts);
+    if (label_by_rank(s->facts) <= few_weights) return true;
     if (!s->flat->pass[0].forward || !s->flat->pass[s->pass].forward) return true;
     const ext_block<pairing> pairs(1);
     if (!pairs.p) return false;
     memset(pairs.p, 0, sizeof *pairs.p);
     pairs.p->flat = s->flat;
     pairs.p->pass = s->pass;
-    each_source(s->flat, [&](source from) { pair_source(pairs.p, from, true); });
+    each_source(s->flat, false, [&](source from) { pair_source(pairs.p, from, true); });
     if (pairs.p->unsafe) return true;
     unsigned sum = 0;
     for (unsigned &start : pairs.p->start)
         start = sum += start;
-    const ext_block<uint16_t> firsts(sum + 1);
-    const ext_block<uint16_t> next_label(weights_room);
-    if (!firsts.p || !next_label.p) return false;
+    const ext_block<first_weight> firsts(sum + 1);
+    const ext_block<group> groups(weights_room);
+    const ext_block<uint16_t> labels(weights_room);
+    if (!firsts.p || !groups.p || !labels.p) return false;
     pairs.p->firsts = firsts.p;
-    memset(next_label.p, 0, weights_room * sizeof *next_label.p);
-    each_source(s->flat, [&](source from) { pair_source(pairs.p, from, false); });
-    label_pairs(pairs.p, s->facts, next_label.p);
+    memset(groups.p, 0, weights_room * sizeof *groups.p);
+    each_source(s->flat, false, [&](source from) { pair_source(pairs.p, from, false); });
+    if (!label_pairs(pairs.p, s->facts, groups.p, labels.p)) return true;
+    for (unsigned w = 0; w < weights_room; ++w)
+        s->facts[w].label = labels.p[w];
     return true;
 }
 
@@ -339,7 +381,7 @@ static bool find_common(speller *s) {
     const ext_block<unsigned> counts(2 * weights_room);
     if (!counts.p) return false;
     memset(counts.p, 0, 2 * weights_room * sizeof *counts.p);
-    each_source(s->flat, [&](source from) {
+    each_source(s->flat, false, [&](source from) {
         coll_item own, own_first;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         if (!delivered(s->flat, 0, from, &own_first).count) return;
@@ -388,7 +430,6 @@ static void spell_labels(speller *s, unsigned bound, unsigned run_bytes) {
 
 // False where nothing spells them.
 static bool spell_lower_pass(speller *s) {
-    constexpr unsigned enough_runs = 16, most_runs = 32;
     static constexpr unsigned bounds[] = {0x10000, 0x180, 0x80, 0};
     for (const unsigned bound : bounds) {
         spell_labels(s, bound, 0);
