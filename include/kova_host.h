@@ -1,4 +1,4 @@
-/* Kova for hosts of today: what kova.h cannot say without changing what its calls do.
+/* Kova for newer hosts: what kova.h cannot offer without changing what its calls do.
  *
  * This header adds to kova.h, for C11 and C++20, and uses its handles and types. One library serves
  * both headers: what is declared here carries the symbol version KOVA_2.87, and nothing here
@@ -51,61 +51,64 @@ KO_API int ko_lc_status(ko_lc_t loc);
 /* ---- Texts with a length ------------------------------------------------------------------- */
 
 /* A text is a pointer and a length in units: bytes of UTF-8, or 16-bit units of UTF-16 in the
- * machine's order. It has no terminator, U+0000 is a character like others, and NULL is a text of
- * length 0. These calls serve locales whose code set is "unicode", which has every 16-bit unit as a
- * character, a character beyond the basic plane as two. For a locale of another code set the error
- * is KO_ECODESET, for NULL it is KO_ENULL, as for a text or result that is NULL but has a length.
+ * machine's order. It has no terminator, U+0000 is a character like any other, and NULL is a text
+ * of length 0. These calls serve locales whose code set is "unicode", in which every 16-bit unit is
+ * a character and a character beyond the basic plane is two. The error is KO_ECODESET for a locale
+ * of another code set, and KO_ENULL for a NULL locale and for a text or result that is NULL but has
+ * a length.
  *
- * Calls that make a text return the length of the whole result in its units, and write as many
- * whole characters of it as the room holds; room for the first units that is left over may be
- * overwritten. With room 0 dst may be NULL, so that a first call measures. -KO_... is an error.
- * Result and text must not overlap. */
+ * Calls that make a text return the length of the whole result in its units, or -KO_... for an
+ * error. They write as many whole characters of the result as fit into the room, whose rest may be
+ * overwritten. With room 0 dst may be NULL, so that a first call can measure. Result and text must
+ * not overlap. */
 
-/* What is no character in a text that was refused: the longest start of a character there, or one
- * unit. A host may treat these units its own way and go on after them. */
+/* The units of a refused text that are not a character: the longest beginning of a character at
+ * that place, or one unit. A host may handle them in its own way and continue after them. */
 typedef struct ko_bad_text {
-    size_t at;     /* units before it */
-    size_t length; /* units of it */
-    size_t made;   /* units that the text before it makes */
+    size_t at;     /* units before them */
+    size_t length; /* their number */
+    size_t made;   /* units of the result of the text before them */
 } ko_bad_text;
 
-/* Converts UTF-8 to wide characters and back. Wide characters of these locales are units of UTF-16.
- *   bad  where and how text was ill-formed, written with -KO_EILSEQ alone; or NULL
- * -KO_EILSEQ: the text is ill-formed (a surrogate that is not part of a pair, in wide text). */
+/* Convert UTF-8 to wide characters and back. Wide characters of these locales are units of UTF-16.
+ *   bad  where and how text is ill-formed, written only with -KO_EILSEQ; may be NULL
+ * -KO_EILSEQ: the text is ill-formed (in wide text, a surrogate is not part of a pair). */
 KO_API int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const char *text,
                              size_t len, ko_bad_text *bad);
 KO_API int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *text,
                              size_t len, ko_bad_text *bad);
 
-/* Compares two texts in the locale's order. Returns 0 for texts without a difference in it, and
- * below or above 0 where the first comes earlier or later: -1 and 1 without an error, else further
- * away by the error's number, which KO_SCOLL_ERROR(result) gives. The order is total in spite of an
- * error, so that a sort ends well:
+/* Compare two texts in the locale's order. Return 0 for texts that it does not distinguish, and a
+ * value below or above 0 if the first text comes earlier or later. That is -1 or 1 without an
+ * error; with an error it is further from 0 by the error's number, which KO_SCOLL_ERROR(result)
+ * yields. The order is total even with an error, so that sorting works:
  *
- * KO_EILSEQ: an ill-formed text was met. The bytes of UTF-8 that are no character weigh after all
- * characters, one by one and by their values; surrogates without partner are units like others. Of
- * texts, only what it takes to decide is looked at: not the units after the decision, nor those
- * with which both begin. Two texts without a difference give 0 even then.
+ * KO_EILSEQ: ill-formed text was found. Bytes of UTF-8 that are not a character are weighed one by
+ * one, after all characters and by their values; surrogates without a partner are units like any
+ * other. Only as much of the texts is examined as the decision needs: neither the units after it
+ * nor those with which both texts begin. Identical texts give 0 even if they are ill-formed.
  *
- * KO_ENULL, KO_ECODESET, KO_ENOMEM (tables found no memory when the locale was loaded) and
+ * KO_ENULL, KO_ECODESET, KO_ENOMEM (there was no memory for tables when the locale was loaded) and
  * KO_EOBJECT (a collation with elements in a backward pass, or without a free weight): the texts
  * are compared unit by unit.
  *
- * U+0000 is not seen until all else is equal. Then it counts how many units stand before the first
- * U+0000, then how many between the first and the second, and so on. */
+ * U+0000 is ignored until everything else is equal. Then the number of units before the first
+ * U+0000 decides, then the number between the first and the second, and so on. */
 #define KO_SCOLL_ERROR(result) ((result) < 0 ? -(result)-1 : (result) > 0 ? (result)-1 : 0)
 KO_API int ko_utf8scoll(ko_lc_t loc, const char *a, size_t alen, const char *b, size_t blen);
 KO_API int ko_utf16scoll(ko_lc_t loc, const char16_t *a, size_t alen, const char16_t *b,
                          size_t blen);
 
-/* Makes the key of a text. Two keys compared byte by byte, a key first that the other begins with,
- * have the order of their texts, sign for sign what the calls above answer, for well-formed texts
- * and others alike; both calls make the same key of the same text. Returns the bytes of the whole
- * key and writes as many of them as the room holds, so that a host may keep a prefix. No
- * terminator. Keys are good for one locale object; docs/collation.md tells what is in them.
+/* Make the key of a text. Comparing two keys byte by byte (a key comes before a longer one that
+ * begins with it) gives the order of their texts, with the same sign as the calls above, for
+ * well-formed and ill-formed texts alike. Both calls make the same key of the same text. Return the
+ * bytes of the whole key, and write as many of them as the room holds, so that a host may keep a
+ * prefix. There is no terminator. Keys are valid for one locale object only; docs/collation.md
+ * describes them.
  *
- * -KO_ENOMEM: also when tables for the first key of the locale find no memory; a later call tries
- * again. -KO_EOBJECT: also when a collation has more weights than keys can spell. */
+ * -KO_ENOMEM also means that there was no memory for tables, which the locale's first key makes; a
+ * later call tries again. -KO_EOBJECT also means that a collation has more weights than keys can
+ * represent. */
 KO_API int64_t ko_utf8sxfrm(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len);
 KO_API int64_t ko_utf16sxfrm(ko_lc_t loc, void *dst, size_t room, const char16_t *text, size_t len);
 

@@ -277,7 +277,7 @@ static void fill_pages(builder *b, int pass) {
     }
 }
 
-// Bytes that are no character: specials after all others.
+// Makes the specials of bytes that are not a character; they come after all others.
 static void fill_raw(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const unsigned first = b->num_specials - coll_raw_bytes;

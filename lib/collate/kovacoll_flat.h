@@ -38,7 +38,7 @@ constexpr uint64_t coll_no_counts = ~uint64_t{0};
 struct coll_flat_pass {
     // Weights by high and low byte of the character: 0 for the terminator, 1 for what the pass
     // ignores, the index of a special if coll_expansion is set, else a weight ready to be compared.
-    // The last page, of two-byte code sets alone, is for bytes that are no character in UTF-8.
+    // The last page, only in two-byte code sets, is for bytes of UTF-8 that are not a character.
     const uint16_t *page[257];
     const coll_special *specials;
     const coll_cell *cells; // for characters below 256
@@ -58,7 +58,7 @@ struct coll_flat {
     bool raw_fits;      // no weight of the locale's own equals coll_raw_weight
     bool first_decides; // the first weights that differ decide: no elements, not backward
     void *blocks;       // memory of all the tables
-    short_keys *keys;   // made when a short key is first asked for: see kovacoll_short.h
+    short_keys *keys;   // made for the first short key, see kovacoll_short.h
     // By byte, with pass p from bit 8p on: the count of key bytes in each pass, and the key byte if
     // that count is 1. coll_no_counts: the byte alone does not decide, or a pass is backward.
     uint64_t counts[256];
@@ -70,7 +70,7 @@ inline bool inside_element(const coll_flat *flat, unsigned ch) {
     return flat->inner[ch >> 8][ch & 0xFF];
 }
 
-// What a byte from 0x80 up that is no character delivers: after all weights, and by its value.
+// The weight of a byte from 0x80 up that is not a character: after all others; ties by its value.
 constexpr uint16_t coll_raw_weight = coll_code_tie | coll_low_bits;
 constexpr unsigned coll_raw_bytes = 128;
 inline ko_wchar_t coll_raw_char(unsigned byte) { return ko_wchar_t(0xFF00 | byte); }

@@ -1,4 +1,4 @@
-// Comparison of texts in UTF-8 and UTF-16, straight from their units.
+// Comparison of texts in UTF-8 and UTF-16, directly from their units.
 #include "host/kovahost_order.h"
 
 // ---- Where two texts part ----
@@ -16,8 +16,8 @@ template <class Unit> static size_t common_units(const Unit *a, const Unit *b, s
     return i;
 }
 
-// The last place at or before a common start of two texts in UTF-8 where a character, or a byte
-// that is none, ends in both.
+// The last place, at or before the end of the common beginning of two UTF-8 texts, where a
+// character or a stray byte ends in both.
 static size_t character_end(const unsigned char *text, size_t at) {
     for (size_t back = 1; back <= 3 && back <= at; ++back) {
         const unsigned byte = text[at - back];
@@ -36,8 +36,8 @@ static unsigned unit_at(const unsigned char *s, const unsigned char *end) {
 }
 static unsigned unit_at(const char16_t *s, const char16_t *) { return *s; }
 
-// Does a walk from here meet what a walk from the start of the text does? An element may reach
-// beyond U+0000, for that is not seen.
+// Can a place be inside an element, so that a walk from here would differ from one from the start?
+// An element may extend beyond U+0000, which is ignored.
 template <class Unit>
 static bool inside(const coll_flat *flat, const host_text<Unit> &text, size_t at) {
     if (at == text.len) return false;
@@ -45,8 +45,8 @@ static bool inside(const coll_flat *flat, const host_text<Unit> &text, size_t at
     return !unit || inside_element(flat, unit);
 }
 
-// Equal units at the start weigh alike in every forward pass, unless an element reaches out of
-// them.
+// Where comparison can begin: equal units at the start weigh the same in every forward pass, unless
+// an element extends beyond them.
 template <class Unit>
 static size_t meeting_place(const coll_flat *flat, const host_text<Unit> &a,
                             const host_text<Unit> &b, size_t common) {

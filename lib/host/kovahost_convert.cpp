@@ -1,11 +1,11 @@
-// Between UTF-8 and wide characters of the code set "unicode".
+// Conversion between UTF-8 and wide characters of the code set "unicode".
 #include "host/kovahost_simd.h"
 #include "host/kovahost_text.h"
 
 namespace {
 
-// Where the result goes: into the caller's room, and when the first character no longer fits there,
-// into the scratch of the call, for its length counts all the same.
+// Where the result goes: into the caller's room, and from the first character that does not fit
+// there, into the call's scratch memory, because its length still counts.
 template <class Out> struct sink {
     Out *at;
     size_t left;
@@ -16,7 +16,7 @@ template <class Out> struct sink {
 
 } // namespace
 
-// The most units of a result that one character makes.
+// The most units in the result of one character.
 static constexpr size_t longest = 4;
 
 template <class Out> static void open_sink(sink<Out> *out, Out *dst, size_t room) {
@@ -27,7 +27,7 @@ template <class Out> static void open_sink(sink<Out> *out, Out *dst, size_t room
 }
 
 template <class Out> static void put(sink<Out> *out, const Out *units, size_t n) {
-    if (n > out->left) { // of scratch: it is started anew
+    if (n > out->left) { // when scratch is full, it is used again
         out->full = true;
         out->at = out->scratch;
         out->left = sizeof out->scratch / sizeof *out->scratch;
@@ -50,7 +50,7 @@ static int64_t ill_formed(ko_bad_text *bad, size_t at, size_t length, size_t don
     return -KO_EILSEQ;
 }
 
-// ---- The character at s, and what it makes ----
+// ---- The character at s, and its result ----
 
 static size_t units_of(ko_wchar_t *units, unsigned code) {
     if (code <= last_unit) {
@@ -91,7 +91,7 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
         const run_of run = convert_run(out.at, out.left, s, size_t(end - s));
         s += run.taken;
         took(&out, run.made);
-        // One at a time: what stopped the run, or the last few.
+        // One at a time: the characters that stopped the run, or the last few.
         for (int few = run.taken ? 4 : 16; few && s != end; --few) {
             const utf8_step step = next_char(s, end);
             if (step.code == no_code)

@@ -1,12 +1,12 @@
 // Keys of texts in UTF-8 and UTF-16: bytes whose order is that of the texts. docs/collation.md
-// tells the format.
+// describes the format.
 #include "collate/kovacoll_key.h"
 #include "collate/kovacoll_short.h"
 #include "host/kovahost_order.h"
 
 // ---- Weights ----
 
-// The place in the sink as locals of a loop.
+// The place in the sink as local variables of a loop.
 namespace {
 struct place {
     ko_mchar_t *out, *limit;
@@ -16,7 +16,7 @@ struct place {
 static inline place place_in(const coll_sink *sink) {
     return {sink->room + sink->used, sink->room + sink->full};
 }
-// Room for coll_sink_spare bytes again.
+// Makes room for coll_sink_spare bytes again.
 static inline place make_room(place at, coll_sink *sink) {
     sink->used = size_t(at.out - sink->room);
     if (at.out <= at.limit) return at;
@@ -24,7 +24,7 @@ static inline place make_room(place at, coll_sink *sink) {
     return place_in(sink);
 }
 
-// The bytes of an item from the first in bits 16 to 23 on, for a count of 3.
+// The bytes of an item, with the first in bits 16 to 23.
 static inline uint32_t item_bytes(uint32_t code, coll_item item) {
     if (!(item.weight & coll_code_tie))
         return code << 8 * (3 - short_count(code)) & short_bytes_mask;
@@ -44,8 +44,8 @@ static inline ko_mchar_t *put_bytes(ko_mchar_t *out, uint32_t bytes, unsigned co
     return out + count;
 }
 
-// What is written between weights depends on those before: a lead that is still valid, or a run of
-// common weights.
+// What is written between weights depends on earlier ones: on a lead that is still valid, or a run
+// of common weights.
 namespace {
 struct first_pass {
     unsigned lead; // 0: none
@@ -166,7 +166,7 @@ static void key_pass(State state, const coll_flat_pass *p, const uint32_t *codes
 
 // ---- Keys ----
 
-// The gaps before each U+0000: how many bytes the number takes, and these.
+// Writes the gap before each U+0000: the number of bytes it takes, then these bytes.
 template <class Unit> static void put_gaps(const host_text<Unit> &text, coll_sink *sink) {
     null_gaps<Unit> gaps = {text, 0};
     for (size_t gap; (gap = next_gap(gaps)) != SIZE_MAX;) {
@@ -200,8 +200,8 @@ static void put_passes(const coll_flat *flat, const short_keys *keys, const host
     }
 }
 
-// The units of a short well-formed text, to be read once and walked in each pass. UTF-16 is walked
-// as it is.
+// Reads the units of a short well-formed text, so that each pass can walk them. UTF-16 is walked as
+// it is.
 constexpr size_t units_room = 256;
 static bool read_units(const host_text<unsigned char> &text, ko_wchar_t *units,
                        host_text<ko_wchar_t> *read) {
@@ -231,7 +231,7 @@ static void put_weights(const coll_flat *flat, const short_keys *keys, const hos
     if (nulls) put_gaps(text, sink);
 }
 
-// In code order: two bytes a unit, and more where the largest two do not tell.
+// Writes a key in code order: two bytes per unit, and more if they are the largest possible.
 template <class Unit> static void put_codes(const host_text<Unit> &text, coll_sink *sink) {
     bool ill_formed;
     auto walk = walk_from(text, 0, &ill_formed);

@@ -1,4 +1,4 @@
-// Which records order texts with lengths.
+// Which records can order texts with a length.
 #include "host/kovahost_order.h"
 
 #include "collate/kovacoll_text.h"

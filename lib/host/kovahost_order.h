@@ -1,4 +1,4 @@
-// What comparison and keys of texts with lengths share.
+// What comparison and keys of texts with a length share.
 #ifndef KOVAHOST_ORDER_H
 #define KOVAHOST_ORDER_H
 
@@ -24,7 +24,7 @@ template <class Unit> inline utf16_back<Unit> walk_back(const host_text<Unit> &t
     return {text.s + text.len, text.s};
 }
 
-// 0 where the record orders these texts, else the error number.
+// 0 if the record can order these texts, else the error number.
 int unfit_for_order(ko_lc_t loc);
 
 // The next unit in code order, where U+0000 counts; -1 at the end.
@@ -44,12 +44,12 @@ template <class Unit> static inline bool has_null(const host_text<Unit> &text) {
     return false;
 }
 
-// Texts that differ only in U+0000: by the units before each, and between it and the one before.
+// The order of texts that differ only in U+0000, by the units between each and the one before it.
 template <class Unit> struct null_gaps {
     host_text<Unit> text;
     size_t at;
 };
-// Units before the next U+0000; SIZE_MAX when there is none.
+// Units before the next U+0000; SIZE_MAX if there is none.
 template <class Unit> static inline size_t next_gap(null_gaps<Unit> &gaps) {
     const host_text<Unit> &text = gaps.text;
     size_t null = gaps.at;

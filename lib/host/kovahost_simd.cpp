@@ -1,5 +1,6 @@
 // Conversion between UTF-8 and UTF-16 by runs of characters of one, two and three bytes. A block
-// holds 8 characters; those before the first one of another length, or that is none, are taken.
+// has 8 characters; those before the first one of another length, or before anything ill-formed,
+// are converted.
 #include "host/kovahost_simd.h"
 
 #include "chars/kovasimd.h"
@@ -8,14 +9,14 @@
 
 static inline __m128i words(unsigned value) { return _mm_set1_epi16(short(value)); }
 
-// The lanes before the first that is not all ones.
+// The number of lanes before the first that is not all ones.
 static inline unsigned good_lanes(__m128i good) {
     return first_bit(~unsigned(_mm_movemask_epi8(good))) / 2;
 }
 
 // ---- From UTF-8 ----
 
-// Pairs of bytes that are a character.
+// Converts pairs of bytes that are a character.
 static inline unsigned decode_pairs(ko_wchar_t *dst, const unsigned char *src) {
     const __m128i v = load_block(src);
     const __m128i shape = _mm_cmpeq_epi16(_mm_and_si128(v, words(0xC0E0)), words(0x80C0));
@@ -25,11 +26,11 @@ static inline unsigned decode_pairs(ko_wchar_t *dst, const unsigned char *src) {
     return good_lanes(_mm_andnot_si128(too_long, shape));
 }
 
-// Triples of bytes, while at least run_least units are left on both sides.
+// Converts triples of bytes while at least run_least units are left on both sides.
 __attribute__((target("ssse3"))) static run_of decode_triples(ko_wchar_t *dst, size_t room,
                                                               const unsigned char *src, size_t n) {
-    // Second and third bytes as lanes, and first bytes, of characters 0 to 4 from a block at 0, the
-    // others from a block at 8.
+    // Second and third bytes as lanes, and first bytes: of characters 0 to 4 from a block at 0, of
+    // the others from a block at 8.
     const __m128i rest_a = _mm_setr_epi8(2, 1, 5, 4, 8, 7, 11, 10, 14, 13, -1, -1, -1, -1, -1, -1);
     const __m128i rest_b =
         _mm_setr_epi8(-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 9, 8, 12, 11, 15, 14);
@@ -62,7 +63,7 @@ __attribute__((target("ssse3"))) static run_of decode_triples(ko_wchar_t *dst, s
     return run;
 }
 
-// Bytes of ASCII at the start of a block.
+// The number of ASCII bytes at the start of a block.
 static inline unsigned decode_ascii(ko_wchar_t *dst, const unsigned char *src) {
     const __m128i v = load_block(src);
     store_block(dst, _mm_unpacklo_epi8(v, _mm_setzero_si128()));
@@ -107,7 +108,7 @@ static inline unsigned encode_ascii(unsigned char *dst, const ko_wchar_t *src) {
     return first_bit(~unsigned(_mm_movemask_epi8(good)));
 }
 
-// Units of 0x80..0x7FF.
+// Converts units of 0x80..0x7FF.
 static inline unsigned encode_pairs(unsigned char *dst, const ko_wchar_t *src) {
     const __m128i v = load_block(src);
     const __m128i short_ones =
@@ -119,7 +120,7 @@ static inline unsigned encode_pairs(unsigned char *dst, const ko_wchar_t *src) {
     return good_lanes(_mm_andnot_si128(short_ones, fits));
 }
 
-// Units of 0x800 and more but surrogates.
+// Converts units of 0x800 and more, except surrogates.
 __attribute__((target("ssse3"))) static run_of encode_triples(unsigned char *dst, size_t room,
                                                               const ko_wchar_t *src, size_t n) {
     const __m128i first_a =

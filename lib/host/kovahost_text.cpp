@@ -1,4 +1,4 @@
-// The rare steps through UTF-8: characters of four bytes, bytes that are no character, U+0000.
+// The rare steps through UTF-8: characters of four bytes, bytes that are not a character, U+0000.
 #include "host/kovahost_text.h"
 
 unsigned take_rare(utf8_text &t) {

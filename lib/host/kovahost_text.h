@@ -1,4 +1,4 @@
-// Texts of hosts: UTF-8 and UTF-16 with a length. What is no character is told apart, not refused.
+// Texts of hosts: UTF-8 and UTF-16 with a length. Ill-formed parts are recognised, not refused.
 #ifndef KOVAHOST_TEXT_H
 #define KOVAHOST_TEXT_H
 
@@ -13,7 +13,7 @@ inline bool is_unicode(const kovaloc *loc, int category) {
     return !memcmp(loc->codeset[category - KO_LC_CTYPE], name, sizeof name);
 }
 
-// 0 where the category of a record serves these texts, else the error number.
+// 0 if the category of a record can serve these texts, else the error number.
 inline int unfit(ko_lc_t loc, int category) {
     if (!loc) return KO_ENULL;
     return is_unicode(record(loc), category) ? 0 : KO_ECODESET;
@@ -29,7 +29,7 @@ inline unsigned low_unit(unsigned code) { return 0xDC00 + (code & 0x3FF); }
 constexpr unsigned no_code = 0xFFFFFFFF;
 struct utf8_step {
     unsigned code;  // no_code: ill-formed
-    unsigned bytes; // of the character, or of the maximal subpart that is none
+    unsigned bytes; // of the character, or of the maximal ill-formed subpart
 };
 
 // The character at s, which lies before end.
@@ -38,7 +38,7 @@ inline utf8_step utf8_char(const unsigned char *s, const unsigned char *end) {
     if (first < 0x80) return {first, 1};
     if (first - 0xC2 > 0xF4 - 0xC2) return {no_code, 1};
     const unsigned count = 2u + (first >= 0xE0) + (first >= 0xF0);
-    // The second byte excludes longer spellings than needed, surrogates, and codes above 0x10FFFF.
+    // The second byte excludes overlong forms, surrogates, and codes above 0x10FFFF.
     const unsigned lo = first == 0xE0 ? 0xA0 : first == 0xF0 ? 0x90 : 0x80;
     const unsigned hi = first == 0xED ? 0x9F : first == 0xF4 ? 0x8F : 0xBF;
     if (end - s < 2 || s[1] < lo || s[1] > hi) return {no_code, 1};
@@ -52,14 +52,14 @@ inline utf8_step utf8_char(const unsigned char *s, const unsigned char *end) {
 
 // ---- Texts for the walks of kovacoll_pass.h ----
 
-// take() gives the units of UTF-16 without U+0000, and bytes that are no character as above the
-// last unit. In the middle of a character beyond the basic plane the place is after its first byte
-// (forward) or before its last one (backward).
+// take() returns the units of UTF-16 without U+0000, and bytes that are not a character as values
+// above the last unit. Between the two units of a character beyond the basic plane, the place is
+// after its first byte (forward) or before its last one (backward).
 constexpr unsigned raw_first = 0x10000;
 
 struct utf8_text {
     const unsigned char *s, *begin, *end;
-    bool *ill_formed; // set where such bytes are taken
+    bool *ill_formed; // set when such bytes are taken
 };
 struct utf8_back {
     const unsigned char *s, *begin, *end;
@@ -83,7 +83,7 @@ inline unsigned take(utf8_text &t) {
         t.s += 2;
         return (first & 0x1F) << 6 | (t.s[-1] & 0x3F);
     }
-    // 0xE1..0xEF but 0xED: any two trail bytes make a character.
+    // 0xE1..0xEF except 0xED: any two trail bytes make a character.
     if (first - 0xE1 <= 0xEF - 0xE1 && first != 0xED && left > 2 && is_trail(t.s[1]) &&
         is_trail(t.s[2])) {
         t.s += 3;

@@ -61,7 +61,7 @@ static const ko_wchar_t *format_of(const ltime *t, const time_directive &row, co
     return t->*row.format;
 }
 
-// Units of the character at s, 0 for none.
+// Units of the character at s, 0 for what is not one.
 static inline int units_of(const mb_flat *flat, const ko_mchar_t *s) {
     return flat ? flat_mblen(*flat, s) : 1;
 }
@@ -140,7 +140,7 @@ static Unit *put_format(quick_out<Unit> &q, Unit *at, const Unit *format, int de
         }
         const int units = units_of(flat, format);
         if (!units) return nullptr;
-        memcpy(at, format, 2 * sizeof(Unit)); // two in any case: the second may be overwritten
+        memcpy(at, format, 2 * sizeof(Unit)); // always two: the second may be overwritten
         at += units;
         format += units;
     }
