@@ -428,7 +428,6 @@ TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
     check("equal numbers", load("1252", "en_US.1252", nullptr), 0, null_handle);
     check("unknown code set", load("1252", "en_US.unheard", nullptr), -1, KO_EINVAL);
     EXPECT_EQ(ko_cv_unload(nullptr), -1);
-    EXPECT_EQ(files.streams, 0);
 }
 
 TEST(Conversion, ObjectsFailWithTheReason) {
@@ -467,8 +466,6 @@ TEST(Conversion, FailuresAreInTheLog) {
         convert(cv, "a", 0);
         o.noshift['b'].flags = 0;
         convert(cv_record(o.str()), "b", 9);
-        conv_state st = {1, 1, 0, 0, nullptr};
-        convert(cv_record(host_object().str()), "\xff", 9, &st); // the other routines are silent
         std::string long_targets = o.str();
         long_targets.replace(long_targets.find("1 2 0 0"), 3, "1 5");
         for (const std::string &bad :
@@ -483,9 +480,9 @@ TEST(Conversion, FailuresAreInTheLog) {
     ASSERT_NE(start, std::string::npos);
     EXPECT_EQ(log.substr(start), loaded +
                                      "Error in Translation.\nError in Translation (KO_E2BIG)\n" +
-                                     loaded + "Error in Translation (KO_EILSEQ)\n" + loaded +
-                                     opened + "cv->target_max_len should be in range 1..4\n" +
-                                     opened + "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
+                                     loaded + "Error in Translation (KO_EILSEQ)\n" + opened +
+                                     "cv->target_max_len should be in range 1..4\n" + opened +
+                                     "Invalid CVO file. Wrong FILE_TYPE.\n" + opened +
                                      "Invalid CVO file. Wrong Version.\n");
 }
 

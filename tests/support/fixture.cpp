@@ -50,6 +50,7 @@ memory_hooks::memory_hooks()
 }
 
 memory_hooks::~memory_hooks() {
+    EXPECT_EQ(live, 0) << "blocks left after " << calls << " allocations";
     for (void *block : blocks)
         free(block);
 }
@@ -171,6 +172,8 @@ file_hooks::file_hooks()
 } {
     ::files = this;
 }
+
+file_hooks::~file_hooks() { EXPECT_EQ(streams, 0) << "streams left after " << calls << " calls"; }
 
 static env_hooks *environment;
 

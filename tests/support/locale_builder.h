@@ -66,72 +66,68 @@ inline void add_conventions(locale_object *object, bool wide = false) {
     object->numeric = str(",") + str(".") + "2 3 2\n" + str("") + str("-");
     object->monetary = str("EUR ") + str("E") + str(",") + str(".") + "1 3\n" + str("") + str("-") +
                        "2 2 0 1 0 1 1 2147483647\n";
-    std::string time = "gregorian\n";
-    for (int i = 0; i < 7; i++)
-        time += str("ad" + std::to_string(i));
-    for (int i = 0; i < 7; i++)
-        time += str("day" + std::to_string(i));
-    time += "12\n";
-    for (int i = 0; i < 12; i++)
-        time += str("am" + std::to_string(i));
-    time += "13\n";
-    for (int i = 0; i < 13; i++)
-        time += str("month" + std::to_string(i));
-    for (const char *text : {"dt", "d", "t", "am", "pm", "tap"})
-        time += str(text);
-    time += "2\n" + str("+:1:1990/01/08:+*:Era:%EC %Ey") + str("-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey");
-    for (const char *text : {"ed", "et", "edt"})
-        time += str(text);
-    time += "3\n" + str("zero") + str("one") + str("two");
-    object->time = time;
+    const auto all = [&str](std::initializer_list<const char *> texts) {
+        std::string fields;
+        for (const char *text : texts)
+            fields += str(text);
+        return fields;
+    };
+    const auto numbered = [&str](const std::string &stem, int count) {
+        std::string fields;
+        for (int i = 0; i < count; i++)
+            fields += str(stem + std::to_string(i));
+        return fields;
+    };
+    object->time = "gregorian\n" + numbered("ad", 7) + numbered("day", 7) + "12\n" +
+                   numbered("am", 12) + "13\n" + numbered("month", 13) +
+                   all({"dt", "d", "t", "am", "pm", "tap"}) + "2\n" +
+                   all({"+:1:1990/01/08:+*:Era:%EC %Ey", "-:1:1990/01/07:-*:Eold:Eo:%Eg %Ey"}) +
+                   all({"ed", "et", "edt"}) + "3\n" + all({"zero", "one", "two"});
     object->messages = str("^[yY]") + str("^[nN]") + str("yes") + str("no");
 }
 
 // A one-byte code set: a, b, c, h, s in both cases, an expansion (byte 0xDF for "ss"), an element
 // ("ch" behind c), blank and hyphen ignored.
 inline locale_object single_byte_object(bool compress = false) {
-    locale_object object;
-    const std::string letters = "abchs";
-    std::vector<table_entry> classes = {
-        {std::string(1, '\0'), KO_CT_CNTRL},
-        {" ",             KO_CT_SPACE               },
-        {"-",             KO_CT_PUNCT},
-        {"\xDF",             KO_CT_LOWER | KO_CT_ALPHA            }
+    std::vector<table_entry> classes, cases, rows;
+    const auto add = [&](char c, int mask, int row) {
+        classes.push_back({std::string(1, c), static_cast<uint16_t>(mask)});
+        if (row) rows.push_back({std::string(1, c), static_cast<uint16_t>(row)});
     };
-    std::vector<table_entry> cases, rows = {
-                                        {"\xDF", 11},
-                                        {" ",    13},
-                                        {"-",    14}
-    };
-    std::string pairs = std::to_string(letters.size());
-    for (size_t i = 0; i < letters.size(); i++) {
-        const std::string lower(1, letters[i]), upper(1, static_cast<char>(letters[i] - 32));
-        const auto n = static_cast<uint16_t>(i);
-        classes.push_back({lower, KO_CT_LOWER | KO_CT_ALPHA});
-        classes.push_back({upper, KO_CT_UPPER | KO_CT_ALPHA | 0x800});
-        cases.push_back({lower, static_cast<uint16_t>(n + 1)});
-        cases.push_back({upper, static_cast<uint16_t>(n + 1)});
-        rows.push_back({lower, static_cast<uint16_t>(2 * n + 1)});
-        rows.push_back({upper, static_cast<uint16_t>(2 * n + 2)});
-        char pair[32];
-        snprintf(pair, sizeof pair, " %08x %08x", upper[0], lower[0]);
-        pairs += pair;
+    add('\0', KO_CT_CNTRL, 0);
+    add(' ', KO_CT_SPACE, 13);
+    add('-', KO_CT_PUNCT, 14);
+    add('\xDF', KO_CT_LOWER | KO_CT_ALPHA, 11);
+    std::string pairs = "5", weights = "0011 0011\n";
+    for (int n = 0; n < 5; n++) {
+        const char pair[] = {static_cast<char>("abchs"[n] - 32), "abchs"[n]}; // upper, lower
+        add(pair[1], KO_CT_LOWER | KO_CT_ALPHA, 2 * n + 1);
+        add(pair[0], KO_CT_UPPER | KO_CT_ALPHA | 0x800, 2 * n + 2);
+        for (const char &c : pair) {
+            cases.push_back({std::string(1, c), static_cast<uint16_t>(n + 1)});
+            pairs += " 000000" + hex({&c, 1});
+        }
+        const std::string weight = "000" + std::string(1, "3579b"[n]);
+        weights += weight + " 0002\n" + weight + " 0003\n";
     }
+    locale_object object;
     object.ctype = table_text(classes, compress) + "1\n0 capital\n" + table_text(cases, compress) +
                    pairs + "\n";
-    std::string weights = "0011 0011\n";
-    for (int n = 0; n < 5; n++) {
-        char line[64];
-        snprintf(line, sizeof line, "%04x 0002\n%04x 0003\n", 3 + 2 * n, 3 + 2 * n);
-        weights += line;
-    }
-    weights += "4000 4000\n0008 0002\n0001 0001\n0001 0001\n";
     object.collate = "as_specified\n" + table_text(rows, compress) +
                      "0 14 2 1 1 20\n00010001\n2000c 00000063 00000068\n"
                      "2 00000073 00000073\n" +
-                     weights;
+                     weights + "4000 4000\n0008 0002\n0001 0001\n0001 0001\n";
     add_conventions(&object);
     return object;
+}
+
+// LC_CTYPE without partners, class names and their like.
+inline std::string caseless(const std::vector<table_entry> &classes, const std::string &null) {
+    return table_text(classes) + "0\n" +
+           table_text({
+               table_entry{null, 0}
+    }) +
+           "0\n";
 }
 
 // ASCII in one byte and a row of characters in two bytes; wide: everything in two bytes.
@@ -149,16 +145,11 @@ inline locale_object double_byte_object(bool wide) {
         classes.push_back({bytes, KO_CT_ALPHA});
         rows.push_back({bytes, static_cast<uint16_t>(0x40 + c)});
     }
-    object.ctype = table_text(classes) + "0\n" +
-                   table_text({
-                       {classes[0].bytes, 0}
-    }) +
-                   "0\n";
+    object.ctype = caseless(classes, classes[0].bytes);
     object.collate = "as_specified\n" + table_text(rows) + "0 135 1 0 0 140\n0001\n";
     for (int row = 0; row <= 135; row++) {
-        char weight[8];
-        snprintf(weight, sizeof weight, "%04x\n", row + 2);
-        object.collate += weight;
+        const auto weight = static_cast<char>(row + 2);
+        object.collate += "00" + hex({&weight, 1}) + "\n";
     }
     add_conventions(&object, wide);
     return object;
@@ -187,11 +178,7 @@ inline void make_ebcdic(locale_object *object) {
                                               : KO_CT_PRINT;
         classes.push_back({ebcdic({&c, 1}), static_cast<uint16_t>(mask)});
     }
-    object->ctype = table_text(classes) + "0\n" +
-                    table_text({
-                        {std::string(1, '\0'), 0}
-    }) +
-                    "0\n";
+    object->ctype = caseless(classes, {'\0'});
     std::string &time = object->time;
     const size_t eras = time.find("\n2\n") + 1;
     size_t end = eras;

@@ -3,7 +3,6 @@
 
 #include <stdio.h>
 
-using std::string_literals::operator""s;
 using std::string_view_literals::operator""sv;
 
 namespace {
@@ -210,26 +209,4 @@ TEST(StreamWrite, StopsAtTheFirstFailure) {
     static_cast<mb_decode *>(none.loc.ctype)->max_char_len = 0;
     EXPECT_EQ(ko_fputmb(none, mb("\0a"), failing.stream), nullptr);
     EXPECT_EQ(none.error(), KO_EINVAL);
-}
-
-// Without hooks, through the standard library.
-TEST(Streams, RealFilesKeepLines) {
-    const temp_dir dir;
-    for (const shape s : {latin, euc, two}) {
-        char_record r(s);
-        const std::string line = s == two ? "\x03\x0A\0\n"s : "x\xA3\xA4\n", text = line + "\0\0"s;
-        FILE *const file = fopen(dir.write("lines", "").c_str(), "w+b");
-        for (int i = 0; i < 2; ++i)
-            ASSERT_EQ(ko_fputmbs(r, mb(text.data()), file), 0);
-        rewind(file);
-        ko_mchar_t buf[9];
-        ko_wchar_t wide[9];
-        ASSERT_EQ(ko_fgetmbs(r, buf, sizeof buf, file), buf);
-        ASSERT_EQ(std::string(buf, buf + line.size()), line);
-        ASSERT_EQ(ko_fgetwcs(r, wide, 9, file), wide);
-        ASSERT_EQ(std::vector(wide, wide + ko_wcslen(wide)), widened(line, s));
-        EXPECT_EQ(ko_full_fgetmb(r, buf, file), -1);
-        EXPECT_EQ(r.error(), KO_EEOF);
-        fclose(file);
-    }
 }
