@@ -149,12 +149,12 @@ TEST(Conversion, TakesAndWritesUpToTheLastWholeCharacter) {
     }
     const ko_mchar_t *from = mb("a\x81\x40");
     int left = 3, room = 9, sub = 7;
-    EXPECT_EQ(ko_cv_mconv(to_host.cd, nullptr, &from, &left, nullptr, &room, &sub), 0);
+    EXPECT_EQ(ko_cv_mconv(to_host.handle, nullptr, &from, &left, nullptr, &room, &sub), 0);
     EXPECT_EQ(room, 6) << "lengths without a state are those without shifts";
     // A null pointer is refused, but a descriptor without routines keeps the reason it has none.
     ko_cv_t no_file;
     EXPECT_EQ(ko_iconv_open(&no_file, "b", "b"), -1);
-    for (const ko_cv_t cd : {no_file, single.cd}) {
+    for (const ko_cv_t cd : {no_file, single.handle}) {
         EXPECT_EQ(ko_miconv(cd, nullptr, nullptr, nullptr, nullptr, &sub), -1);
         EXPECT_EQ(*ko_ext_errno(cd), cd == no_file ? KO_EFILE : KO_ENULL);
         EXPECT_EQ(sub, 0);
@@ -206,14 +206,14 @@ TEST(Conversion, RunsAgreeWithTheRules) {
                 << testing::PrintToString(in) << " room " << room;
             ASSERT_EQ(a.source_state, b.source_state);
             ASSERT_EQ(a.target_state, b.target_state);
-            ASSERT_LE(static_cast<int>(f.out.size()), ko_cv_outbuflen(fast.cd, f.taken));
+            ASSERT_LE(static_cast<int>(f.out.size()), ko_cv_outbuflen(fast.handle, f.taken));
             // The computed length is the written one.
             const ko_mchar_t *p = mb(in.c_str());
             int left = static_cast<int>(in.size()), space = room, sub = 0;
             const bool measured = len == -2 && (o.checks || stateful);
             if (!measured) continue;
             const int result =
-                ko_mconvlen(fast.cd, stateful ? &c : nullptr, &p, &left, &space, &sub);
+                ko_mconvlen(fast.handle, stateful ? &c : nullptr, &p, &left, &space, &sub);
             ASSERT_EQ(result, f.result);
             ASSERT_EQ(room - space, static_cast<int>(f.out.size()));
             ASSERT_EQ(c.target_state, a.target_state);
@@ -519,7 +519,7 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
     for (const auto &r : rows) {
         cv_object o = r.object;
         o.ratio = r.ratio;
-        EXPECT_EQ(ko_cv_outbuflen(cv_record(o.str()).cd, r.bytes), r.want) << r.ratio;
+        EXPECT_EQ(ko_cv_outbuflen(cv_record(o.str()).handle, r.bytes), r.want) << r.ratio;
     }
     EXPECT_EQ(ko_cv_outbuflen(nullptr, 12), 12);
     EXPECT_EQ(ko_iconv_expansion(nullptr), 1.0);

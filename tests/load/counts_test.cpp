@@ -58,7 +58,7 @@ int converted(int kind, ko_mchar_t *out, int n) {
     const ko_mchar_t *in = mb("ab");
     int left = 2, room = n, sub;
     conv_state st = {1, 1, 0, 0, nullptr};
-    const ko_cv_t cd = converter(kind % 4).cd;
+    const ko_cv_t cd = converter(kind % 4).handle;
     const int result = kind & 8    ? ko_mconvlen(cd, &st, &in, &left, &room, &sub)
                        : kind == 3 ? ko_cv_mconv(cd, &st, &in, &left, &out, &room, &sub)
                                    : ko_miconv(cd, &in, &left, &out, &room, &sub);
@@ -135,7 +135,7 @@ const sized_call calls[] = {
     {"ko_mbstol, base",   CALL { return static_cast<int>(ko_mbstol(loc, mb("1"), nullptr, n, 0)); }, 0, 0, 0, 1, 0, 0},
     {"ko_nl_langinfo",    CALL { return found(ko_nl_langinfo(loc, static_cast<unsigned>(n))); }, 0, none, none, 0, 0, none},
     {"ko_case_conv_outbuflen", CALL { return sign(ko_case_conv_outbuflen(loc, n)); }, 0, -1, -1, 0, 1, 1},
-    {"ko_cv_outbuflen",   CALL { return ko_cv_outbuflen(converter(0).cd, n); }, 0, 0, 0, 0, 1, itself},
+    {"ko_cv_outbuflen",   CALL { return ko_cv_outbuflen(converter(0).handle, n); }, 0, 0, 0, 0, 1, itself},
     {"bytes converted",   CALL { return converted(0, out, n); },     0, -14, -14, -14, -14, 0},
     {"characters",        CALL { return converted(1, out, n); },     0, -14, -14, -14, -14, 0},
     {"of four bytes",     CALL { return converted(2, out, n); },     0, -14, -14, -14, -14, 0},

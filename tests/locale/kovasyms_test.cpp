@@ -10,16 +10,11 @@ const std::string letters = header + "s 0 NUL 1 00\ns 0 A 1 41\ns 0 cap_a 1 41\n
                                      "r 0 dig00 0 200 2 90 40\ns 0 two 2 90 42\n\n"
                                      "s 0 nul2 2 85 00\ns 0 long 3 8f a1 a1\n";
 
-struct charmap {
-    ko_cm_t cm = nullptr;
-    int result;
+struct charmap : owned<ko_cm_unload> {
     explicit charmap(const char *spec = "own.cmo", const char *dir = "m") {
         ko_cache_registry(nullptr, "none"); // the built-in one
-        result = ko_cm_load(&cm, spec, nullptr, dir);
+        result = ko_cm_load(&handle, spec, nullptr, dir);
     }
-    ~charmap() { ko_cm_unload(cm); }
-    charmap(const charmap &) = delete;
-    int error() const { return static_cast<const gen_exports *>(cm)->ko_lerrno; }
 };
 
 // One result of each call: what came out, how far the source was read, result, error.
@@ -37,8 +32,8 @@ std::ostream &operator<<(std::ostream &to, const outcome &o) {
 outcome to_symbols(const charmap &map, const char *text, int count, int size) {
     std::vector<char> out(static_cast<size_t>(size) + 1, '#');
     const ko_mchar_t *at = mb(text);
-    static_cast<gen_exports *>(map.cm)->ko_lerrno = 0;
-    const int result = ko_mbstosyms(map.cm, out.data(), size, &at, count);
+    *ko_ext_errno(map) = 0;
+    const int result = ko_mbstosyms(map, out.data(), size, &at, count);
     EXPECT_EQ(out[static_cast<size_t>(size)], '#');
     return {size ? out.data() : "", at - mb(text), result, map.error()};
 }
@@ -46,8 +41,8 @@ outcome to_symbols(const charmap &map, const char *text, int count, int size) {
 outcome to_text(const charmap &map, const char *symbols, int size) {
     std::vector<ko_mchar_t> out(static_cast<size_t>(size) + 1, '#');
     const char *at = symbols;
-    static_cast<gen_exports *>(map.cm)->ko_lerrno = 0;
-    const int result = ko_symstombs(map.cm, out.data(), size, &at);
+    *ko_ext_errno(map) = 0;
+    const int result = ko_symstombs(map, out.data(), size, &at);
     EXPECT_EQ(out[static_cast<size_t>(size)], '#');
     return {size ? text(out.data()) : "", at - symbols, result, map.error()};
 }
@@ -58,11 +53,11 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
     files.files["m\\own.cmo"] = letters;
     charmap numbered("8859-1"), named("own.cmo"), missing("nowhere.cmo");
     ASSERT_EQ(numbered.result, 0);
-    EXPECT_STREQ(ko_cm_csname(numbered.cm), "A-NAME-THAT-IS-CUT-HE");
-    EXPECT_EQ(ko_cm_srcver(numbered.cm), 7);
-    EXPECT_EQ(ko_cm_cmpver(numbered.cm), 3);
-    EXPECT_EQ(ko_mb_cm_max(numbered.cm), 3);
-    EXPECT_EQ(ko_mb_cm_min(numbered.cm), 1);
+    EXPECT_STREQ(ko_cm_csname(numbered), "A-NAME-THAT-IS-CUT-HE");
+    EXPECT_EQ(ko_cm_srcver(numbered), 7);
+    EXPECT_EQ(ko_cm_cmpver(numbered), 3);
+    EXPECT_EQ(ko_mb_cm_max(numbered), 3);
+    EXPECT_EQ(ko_mb_cm_min(numbered), 1);
     EXPECT_EQ(named.result, 0);
     EXPECT_EQ(missing.result, -1);
     EXPECT_EQ(missing.error(), KO_EFILE);
@@ -79,7 +74,7 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
         {nullptr,    4, 0 },
     };
     for (const auto &row : lengths)
-        EXPECT_EQ(ko_cm_mblen(numbered.cm, mb(row.bytes), row.limit), row.want) << row.bytes;
+        EXPECT_EQ(ko_cm_mblen(numbered, mb(row.bytes), row.limit), row.want) << row.bytes;
     static const struct {
         const char *records;
         int error;
@@ -168,25 +163,25 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
         EXPECT_EQ(to_text(map, row.symbols, row.size), row.want);
     }
     char list[32];
-    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 32, mb("A"), 1), 11);
+    EXPECT_EQ(ko_mbtosymlist(map, list, 32, mb("A"), 1), 11);
     EXPECT_STREQ(list, "<A><cap_a>");
-    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 6, mb("\x90\x42"), 2), 6);
+    EXPECT_EQ(ko_mbtosymlist(map, list, 6, mb("\x90\x42"), 2), 6);
     EXPECT_STREQ(list, "<two>");
-    EXPECT_EQ(ko_mbtosymlist(map.cm, list, 32, mb("z"), 1), -1);
+    EXPECT_EQ(ko_mbtosymlist(map, list, 32, mb("z"), 1), -1);
     EXPECT_STREQ(list, "");
     const auto wide_text = wcs(u"A\u81fe\u9042");
     const ko_wchar_t *from = wide_text.data();
-    EXPECT_EQ(ko_wcstosyms(map.cm, list, 32, &from, 0), 16);
+    EXPECT_EQ(ko_wcstosyms(map, list, 32, &from, 0), 16);
     EXPECT_STREQ(list, "<A><j0101><two>");
     ko_wchar_t back[8];
     const char *symbols = list;
-    EXPECT_EQ(ko_symstowcs(map.cm, back, 4, &symbols), 4);
+    EXPECT_EQ(ko_symstowcs(map, back, 4, &symbols), 4);
     EXPECT_EQ(wide(back), u"A\u81fe\u9042");
     symbols = list;
-    EXPECT_EQ(ko_symstowcs(map.cm, back, 3, &symbols), -1);
+    EXPECT_EQ(ko_symstowcs(map, back, 3, &symbols), -1);
     EXPECT_EQ(map.error(), KO_ERANGE);
     symbols = "<A><long>";
-    EXPECT_EQ(ko_symstowcs(map.cm, back, 8, &symbols), -1);
+    EXPECT_EQ(ko_symstowcs(map, back, 8, &symbols), -1);
     EXPECT_EQ(map.error(), KO_EILSEQ);
     EXPECT_EQ(wide(back), u"A");
     EXPECT_STREQ(symbols, "<long>");
@@ -211,7 +206,7 @@ TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
                   (outcome{"\x90\xbe\x90\x2c\x90", 18, 8, 0}));
         EXPECT_EQ(to_text(map, "<N005>", 9), (outcome{"", 0, -1, KO_ENOSYMBOL}));
         char list[32];
-        ko_mbtosymlist(map.cm, list, 32, mb("\x90\x2c"), 2);
+        ko_mbtosymlist(map, list, 32, mb("\x90\x2c"), 2);
         EXPECT_STREQ(list, overlap ? "<N044><N042>" : "<N044>");
     }
 }

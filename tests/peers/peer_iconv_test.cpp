@@ -1,16 +1,8 @@
 // Every character of every compiled pair of code sets, both directions, beside the C library's own
 // converter. KOVA_CONVERSIONS_LIST names the list of pairs, KOVA_TEST_ROOT the compiled objects.
-#include "support/fixture.h"
+#include "peers/peer_rows.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <iconv.h>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -22,9 +14,7 @@ void PrintTo(const conversion_row &r, std::ostream *out) { *out << r.from << " t
 
 std::vector<conversion_row> conversion_rows() {
     std::vector<conversion_row> rows;
-    std::ifstream list(env("KOVA_CONVERSIONS_LIST"));
-    for (std::string line; std::getline(list, line);) {
-        std::istringstream words(line.substr(0, line.find('#')));
+    for (std::istringstream &words : list_lines(env("KOVA_CONVERSIONS_LIST"))) {
         conversion_row r;
         if (!(words >> r.from >> r.to)) continue;
         rows.push_back(r);
@@ -40,18 +30,7 @@ std::string peer_name(const std::string &set) {
     return set == "unicode" ? "UTF-16BE" : set;
 }
 
-std::string bytes_of(std::initializer_list<unsigned> list) {
-    std::string s;
-    for (const unsigned b : list)
-        s += static_cast<char>(b);
-    return s;
-}
-
-std::string utf8_of(unsigned code) {
-    if (code < 0x80) return bytes_of({code});
-    if (code < 0x800) return bytes_of({0xC0 | code >> 6, 0x80 | (code & 0x3F)});
-    return bytes_of({0xE0 | code >> 12, 0x80 | (code >> 6 & 0x3F), 0x80 | (code & 0x3F)});
-}
+std::string bytes_of(std::initializer_list<unsigned> list) { return {list.begin(), list.end()}; }
 
 // Every text of one character that the code set could have, and more.
 std::vector<std::string> every_text(const std::string &set) {
@@ -129,14 +108,8 @@ TEST_P(PeerIconv, ConvertsEveryCharacterAlike) {
     printf("%s to %s: %d characters\n", GetParam().from.c_str(), GetParam().to.c_str(), converted);
 }
 
-std::string row_name(const testing::TestParamInfo<conversion_row> &info) {
-    std::string name = info.param.from + "_to_" + info.param.to;
-    std::replace_if(
-        name.begin(), name.end(), [](char c) { return !isalnum(static_cast<unsigned char>(c)); },
-        '_');
-    return name;
-}
-INSTANTIATE_TEST_SUITE_P(Pairs, PeerIconv, testing::ValuesIn(conversion_rows()), row_name);
+INSTANTIATE_TEST_SUITE_P(Pairs, PeerIconv, testing::ValuesIn(conversion_rows()),
+                         row_name<conversion_row>);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PeerIconv);
 
 } // namespace

@@ -189,7 +189,7 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
     EXPECT_LE(differing, pairs / 1000);
 }
 
-INSTANTIATE_TEST_SUITE_P(Locales, PeerLibc, testing::ValuesIn(peer_rows()), row_name);
+INSTANTIATE_TEST_SUITE_P(Locales, PeerLibc, testing::ValuesIn(peer_rows()), row_name<peer_row>);
 GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(PeerLibc);
 
 } // namespace

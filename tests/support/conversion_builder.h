@@ -60,26 +60,21 @@ struct cv_object {
 
 // A descriptor of an object, which a host's streams bring or which lies in memory.
 enum class cv_from { stream, memory };
-struct cv_record {
-    ko_cv_t cd = nullptr;
-    int result = 0;
+struct cv_record : owned<ko_cv_unload> {
     explicit cv_record(const std::string &object, cv_from from = cv_from::stream) {
         if (from == cv_from::memory) {
             text_in in = memory_of(object);
             auto *const rec = static_cast<iconv_rec *>(ko_ext_malloc(sizeof(iconv_rec)));
             *rec = {};
-            cd = rec;
+            handle = rec;
             result = read_cv_object(&in, rec);
             return;
         }
         file_hooks files;
         files.files["\\o.cvo"] = object;
-        result = ko_iconv_open1(&cd, "\\o.cvo");
+        result = ko_iconv_open1(&handle, "\\o.cvo");
     }
-    cv_record(const cv_record &) = delete;
-    ~cv_record() { ko_cv_unload(cd); }
-    iconv_rec *rec() const { return descriptor(cd); }
-    int error() const { return *ko_ext_errno(cd); }
+    iconv_rec *rec() const { return descriptor(handle); }
     // From here on every character is converted by the rules alone.
     void forget_derived() const {
         free_cv_flat(rec()->flat_noshift);
@@ -112,10 +107,10 @@ inline cv_outcome convert(const cv_record &cv, const std::string &in, int room,
     const ko_mchar_t *from = text;
     ko_mchar_t *to = out;
     int left = len == -2 ? static_cast<int>(in.size()) : len, space = room, sub = 7;
-    *ko_ext_errno(cv.cd) = 0;
+    *ko_ext_errno(cv) = 0;
     int *const count = len == -1 ? nullptr : &left;
-    const int result = st ? ko_cv_mconv(cv.cd, st, &from, count, &to, &space, &sub)
-                          : ko_miconv(cv.cd, &from, count, &to, &space, &sub);
+    const int result = st ? ko_cv_mconv(cv, st, &from, count, &to, &space, &sub)
+                          : ko_miconv(cv, &from, count, &to, &space, &sub);
     EXPECT_EQ(to - out, room - space);
     const int taken = static_cast<int>(from - text);
     if (count) {

@@ -24,6 +24,17 @@ struct test_handle {
     int error() const { return gen.ko_lerrno; }
 };
 
+// A handle of the library and the result of the call that made it; given back at the end.
+template <auto unload> struct owned {
+    void *handle = nullptr;
+    int result = 0;
+    owned() = default;
+    ~owned() { unload(handle); }
+    owned(const owned &) = delete;
+    operator void *() const { return handle; }
+    int error() const { return *ko_ext_errno(handle); }
+};
+
 template <class Fn> ko_extfn_t as_hook(Fn *fn) { return reinterpret_cast<ko_extfn_t>(fn); }
 
 // Hooks that are installed while the object lives.

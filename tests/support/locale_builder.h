@@ -192,19 +192,14 @@ constexpr const char *environment_names[] = {
     "", "KO_ALL", "KO_CTYPE", "KO_COLLATE", "KO_NUMERIC", "KO_MONETARY", "KO_TIME", "KO_MESSAGES"};
 
 // An empty record, given back at the end.
-struct own_record {
-    ko_lc_t handle = nullptr;
+struct own_record : owned<ko_lc_unload> {
     own_record() { EXPECT_EQ(ko_create_null_locale_2(&handle), 0); }
-    ~own_record() { ko_lc_unload(handle); }
-    own_record(const own_record &) = delete;
-    operator ko_lc_t() const { return handle; }
     kovaloc *operator->() const { return static_cast<kovaloc *>(handle); }
-    int error() const { return *ko_ext_errno(handle); }
     std::string set(int category, const char *name) const {
         char *setting = ko_setlocale_2(handle, category, name);
-        std::string result = setting ? setting : "(null)";
+        std::string got = setting ? setting : "(null)";
         ko_destroystring(setting);
-        return result;
+        return got;
     }
 };
 

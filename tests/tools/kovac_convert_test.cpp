@@ -130,7 +130,7 @@ TEST(KovacConvert, CarriesShiftStatesAndKeepsWithinTheOutputLength) {
             conv_state split = {1, cut == text.size(), 0, 0, nullptr};
             std::string out;
             for (const std::string &piece : {text.substr(0, cut), text.substr(cut)}) {
-                const int room = ko_cv_outbuflen(encode.cd, int(piece.size()));
+                const int room = ko_cv_outbuflen(encode.handle, int(piece.size()));
                 const cv_outcome one = convert(encode, piece, room, &split);
                 EXPECT_EQ(one.result, 0) << testing::PrintToString(text) << cut;
                 out += one.out;
