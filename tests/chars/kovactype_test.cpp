@@ -31,9 +31,8 @@ TEST(Ctype, PagesAnswerAsTheTreeDoes) {
     for (const shape s : all_shapes) {
         char_records records(s, false);
         for (unsigned v = 0; v < 0x10000; ++v) {
-            const auto wc = static_cast<ko_wchar_t>(v);
-            const ko_mchar_t text[4] = {static_cast<ko_mchar_t>(v >> 8),
-                                        static_cast<ko_mchar_t>(v & 0xFF)};
+            const auto wc = ko_wchar_t(v);
+            const ko_mchar_t text[4] = {ko_mchar_t(v >> 8), ko_mchar_t(v & 0xFF)};
             std::vector<int> answers[2];
             for (char_record *r : {&records.flat, &records.tree}) {
                 ko_mchar_t out[8] = {};
@@ -166,19 +165,19 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
         unsigned char table[256];
         for (unsigned c = 0; c < 256; ++c)
             table[c] = static_cast<unsigned char>(c);
-        for (unsigned n = 0; n < static_cast<unsigned>(round % 40); ++n)
+        for (unsigned n = 0; n < unsigned(round % 40); ++n)
             table[random() % 256] = static_cast<unsigned char>(random());
         loc.exp.sb_toupper_table = table;
         derive_case_rows(table, &loc.upper_rows);
         std::string text;
         for (size_t n = random() % 300; n; --n)
-            text += static_cast<char>(1 + random() % 255);
+            text += char(1 + random() % 255);
         std::string want;
         for (const char c : text)
-            want += static_cast<char>(table[static_cast<unsigned char>(c)]);
+            want += char(table[static_cast<unsigned char>(c)]);
         const ko_mchar_t *mbs = in.put(text + '\0', random() % 2 ? 0 : random() % 4200);
         auto *dst = out.room<ko_mchar_t>(text.size() + 1);
-        ASSERT_EQ(ko_tombsupper(&loc, dst, mbs), static_cast<int>(text.size()));
+        ASSERT_EQ(ko_tombsupper(&loc, dst, mbs), int(text.size()));
         ASSERT_EQ(std::string(dst, dst + want.size()), want);
         // Rows of another table do not serve.
         unsigned char other[256];

@@ -75,27 +75,28 @@ TEST(MbWc, OneCharacterIsMeasuredAndRead) {
 TEST(MbWc, WideCharactersAreWrittenAsTheTableSpellsThem) {
     static const struct {
         const char *why;
-        int bytes, min;
+        unsigned bytes, has; // the one character of the table
+        int min;
         unsigned wide;
         int result;
         std::string_view out; // bytes written, also before a failure
     } rows[] = {
-        {"one byte",           1, 1, 0x41,   1,  "\x41"          },
-        {"two bytes",          2, 1, 0x8140, 2,  "\x81\x40"      },
-        {"padded to two",      2, 2, 0x41,   2,  "\0\x41"sv      },
-        {"padded to three",    3, 3, 0x8140, 3,  "\0\x81\x40"sv  },
-        {"padded to four",     4, 4, 0x8140, 4,  "\0\0\x81\x40"sv},
-        {"no such last byte",  2, 1, 0x8141, -1, "\x81"          },
-        {"no such first byte", 2, 1, 0x8240, -1, ""              },
-        {"shortest length 0",  1, 0, 0x41,   -1, ""              },
-        {"shortest length 5",  1, 5, 0x41,   -1, ""              },
+        {"one byte",           1, 0x41,   1, 0x41,   1,  "\x41"          },
+        {"two bytes",          2, 0x8140, 1, 0x8140, 2,  "\x81\x40"      },
+        {"padded to two",      2, 0x41,   2, 0x41,   2,  "\0\x41"sv      },
+        {"padded to three",    3, 0x8140, 3, 0x8140, 3,  "\0\x81\x40"sv  },
+        {"padded to four",     4, 0x8140, 4, 0x8140, 4,  "\0\0\x81\x40"sv},
+        {"no such last byte",  2, 0x8140, 1, 0x8141, -1, "\x81"          },
+        {"no such first byte", 2, 0x8140, 1, 0x8240, -1, ""              },
+        {"no pairs at all",    1, 0x41,   1, 0x4100, -1, ""              },
+        {"shortest length 0",  1, 0x41,   0, 0x41,   -1, ""              },
+        {"shortest length 5",  1, 0x41,   5, 0x41,   -1, ""              },
     };
     for (auto &row : rows) {
         for (const bool flat : {false, true}) {
             SCOPED_TRACE(std::string(row.why) + (flat ? " flat" : " tree"));
             char_record r;
-            r.add(row.result < 0 && row.bytes == 2 ? 0x8140 : row.wide,
-                  static_cast<unsigned>(row.bytes));
+            r.add(row.has, row.bytes);
             static_cast<mb_decode *>(r.loc.ctype)->min_char_len = row.min;
             r.loc.coll = r.loc.ctype;
             r.finish(flat);
@@ -103,12 +104,12 @@ TEST(MbWc, WideCharactersAreWrittenAsTheTableSpellsThem) {
             for (const auto write : {ko_full_wctomb, sl_wctomb}) {
                 r.clear();
                 ko_mchar_t out[5] = "****";
-                EXPECT_EQ(write(r, out, static_cast<ko_wchar_t>(row.wide)), row.result);
+                EXPECT_EQ(write(r, out, ko_wchar_t(row.wide)), row.result);
                 std::string want(row.out);
                 EXPECT_EQ(std::string(out, out + 4), want.append(4 - want.size(), '*'));
                 EXPECT_EQ(r.error(), row.result < 0 ? KO_EILSEQ : KO_OK);
             }
-            EXPECT_EQ(ko_wclen(r, static_cast<ko_wchar_t>(row.wide)), row.result);
+            EXPECT_EQ(ko_wclen(r, ko_wchar_t(row.wide)), row.result);
         }
     }
 }
@@ -128,8 +129,7 @@ TEST(MbWc, StringsConvertAsTheirCharactersDo) {
             const size_t ends = static_cast<mb_decode *>(tree.loc.ctype)->min_char_len == 2 ? 2 : 1;
             const std::string_view used = std::string_view(text).substr(0, text.size() - 2 + ends);
             const ko_mchar_t *mbs = in.put(used, random() % 3 ? 0 : random() % 5000);
-            const int n =
-                round % 4 ? static_cast<int>(text.size()) : static_cast<int>(random() % 90);
+            const int n = round % 4 ? int(text.size()) : int(random() % 90);
             const bool bytes = s == shape::latin1;
             const expected want = slow_mbstowcs(tree, mbs, n);
             auto *wide = out.room<ko_wchar_t>(want.wide.size());
@@ -140,7 +140,7 @@ TEST(MbWc, StringsConvertAsTheirCharactersDo) {
                 ASSERT_TRUE(std::equal(want.wide.begin(), want.wide.end(), wide));
             }
             if (want.result < 0 || want.wide.empty() || want.wide.back()) continue;
-            const int chars = want.result, whole = static_cast<int>(used.size());
+            const int chars = want.result, whole = int(used.size());
             const bool walk_limit = s != shape::latin1 && s != shape::gaps;
             flat.loc.exp.single_byte = !walk_limit;
             ASSERT_EQ(im_mbslen(flat, mbs), chars);
@@ -148,27 +148,26 @@ TEST(MbWc, StringsConvertAsTheirCharactersDo) {
             ASSERT_EQ(im_mbslen(tree, mbs), chars);
             ASSERT_EQ(ko_mbsbytes(tree, mbs), whole);
             // Back again, whole and cut off.
-            const int room = random() % 2 ? whole : static_cast<int>(random() % used.size()) + 1;
+            const int room = random() % 2 ? whole : int(random() % used.size()) + 1;
             std::string expect(used);
             int fits = 0;
-            for (int k; fits < whole - static_cast<int>(ends); fits += k) {
+            for (int k; fits < whole - int(ends); fits += k) {
                 k = ko_full_mblen(tree, mbs + fits, 4);
                 if (fits + k > room) break;
             }
-            const bool ended = fits + static_cast<int>(ends) <= room && fits == whole - int(ends);
+            const bool ended = fits + int(ends) <= room && fits == whole - int(ends);
             const int written = ended ? whole : fits;
-            auto *dst = back.room<ko_mchar_t>(static_cast<size_t>(written));
+            auto *dst = back.room<ko_mchar_t>(size_t(written));
             for (ko_lc_t loc : {ko_lc_t(flat), ko_lc_t(tree)}) {
                 ASSERT_EQ(ko_full_wcstombs(loc, dst, wide, room), fits);
-                ASSERT_EQ(memcmp(dst, expect.data(), static_cast<size_t>(written)), 0);
+                ASSERT_EQ(memcmp(dst, expect.data(), size_t(written)), 0);
             }
             if (!bytes) continue;
             ASSERT_EQ(is_wcstombs(flat, dst, wide, room), fits);
-            ASSERT_EQ(memcmp(dst, expect.data(), static_cast<size_t>(written)), 0);
+            ASSERT_EQ(memcmp(dst, expect.data(), size_t(written)), 0);
             if (!fits) continue;
             // A value that is no byte, anywhere.
-            wide[random() % static_cast<unsigned>(fits)] =
-                static_cast<ko_wchar_t>(0x100 | random());
+            wide[random() % unsigned(fits)] = ko_wchar_t(0x100 | random());
             ASSERT_EQ(is_wcstombs(flat, dst, wide, room), -1);
         }
     }

@@ -13,7 +13,7 @@ namespace {
 
 const unsigned plain = cv_plain;
 
-std::string byte(unsigned b) { return std::string(1, static_cast<char>(b)); }
+std::string byte(unsigned b) { return std::string(1, char(b)); }
 
 // Bytes 0x20..0x7F swap case; 0x80 is a substitute, 0x81 unmapped.
 cv_object bytes_object(int checks) {
@@ -36,10 +36,10 @@ cv_object double_object(int target_max) {
         o.noshift.push_back({byte(b), plain, byte(b)});
     for (unsigned lead = 0x81; lead < 0x84; ++lead)
         for (unsigned trail = 0x40; trail < 0x50; ++trail) {
-            const auto len = static_cast<size_t>(1 + trail % static_cast<unsigned>(target_max));
+            const auto len = size_t(1 + trail % unsigned(target_max));
             const unsigned flags = trail == 0x4F ? plain | cv_substitute : plain;
-            o.noshift.push_back({byte(lead) + byte(trail), flags,
-                                 std::string(len, static_cast<char>(lead + trail))});
+            o.noshift.push_back(
+                {byte(lead) + byte(trail), flags, std::string(len, char(lead + trail))});
         }
     return o;
 }
@@ -57,8 +57,8 @@ cv_object host_object() {
         o.noshift.push_back({byte(b), plain, byte(b + 0x10)});
     for (unsigned lead = 0x41; lead < 0x44; ++lead)
         for (unsigned trail = 0x41; trail < 0x60; ++trail)
-            o.shift.push_back({byte(lead) + byte(trail), plain,
-                               std::string(1 + trail % 3, static_cast<char>(lead))});
+            o.shift.push_back(
+                {byte(lead) + byte(trail), plain, std::string(1 + trail % 3, char(lead))});
     return o;
 }
 
@@ -194,28 +194,27 @@ TEST(Conversion, RunsAgreeWithTheRules) {
                 if (o.source_stateful && e.flags & cv_source_shift) shifted = !shifted;
                 if (o.source_stateful && shifted && o.shifts == "0010e10f" && !(random() % 8))
                     in += '\x0f', shifted = false;
-                if (size <= 60 && !(random() % 30)) in += static_cast<char>(random());
+                if (size <= 60 && !(random() % 30)) in += char(random());
             }
-            const int room = static_cast<int>(random() % (4 * size + 2));
+            const int room = int(random() % (4 * size + 2));
             const int start = round % 2 && o.source_stateful;
-            conv_state a = {!start, static_cast<int>(random() % 2), start, 0, nullptr}, b = a,
-                       c = a;
+            conv_state a = {!start, int(random() % 2), start, 0, nullptr}, b = a, c = a;
             const int len = round % 5 ? -2 : -1;
             const auto f = convert(fast, in, room, stateful ? &a : nullptr, len);
             ASSERT_EQ(f, convert(slow, in, room, stateful ? &b : nullptr, len))
                 << testing::PrintToString(in) << " room " << room;
             ASSERT_EQ(a.source_state, b.source_state);
             ASSERT_EQ(a.target_state, b.target_state);
-            ASSERT_LE(static_cast<int>(f.out.size()), ko_cv_outbuflen(fast.handle, f.taken));
+            ASSERT_LE(int(f.out.size()), ko_cv_outbuflen(fast.handle, f.taken));
             // The computed length is the written one.
             const ko_mchar_t *p = mb(in.c_str());
-            int left = static_cast<int>(in.size()), space = room, sub = 0;
+            int left = int(in.size()), space = room, sub = 0;
             const bool measured = len == -2 && (o.checks || stateful);
             if (!measured) continue;
             const int result =
                 ko_mconvlen(fast.handle, stateful ? &c : nullptr, &p, &left, &space, &sub);
             ASSERT_EQ(result, f.result);
-            ASSERT_EQ(room - space, static_cast<int>(f.out.size()));
+            ASSERT_EQ(room - space, int(f.out.size()));
             ASSERT_EQ(c.target_state, a.target_state);
         }
     }
@@ -234,14 +233,14 @@ TEST(Conversion, EveryKindOfByteTranslationDoesTheSame) {
         std::string in(size, 0);
         for (char &c : in)
             do
-                c = static_cast<char>(random());
+                c = char(random());
             while (c == 'x' || c == 'q' || c == 'e');
         if (round % 3 && size) in[random() % size] = "xqe"[round % 4 % 3];
         for (const bool stop : {false, true}) {
             const size_t done = stop ? std::min(in.find_first_of("xqe"), size) : size;
             std::string want = in.substr(0, done);
             for (char &c : want)
-                c = !c || c == 'q' ? '\0' : static_cast<char>(c ^ 0x20);
+                c = !c || c == 'q' ? '\0' : char(c ^ 0x20);
             for (int k = 0; k < count; ++k) {
                 auto *const out = out_block.room<unsigned char>(size);
                 SCOPED_TRACE("kind " + std::to_string(k) + ", " + std::to_string(size) + " bytes");
@@ -270,7 +269,7 @@ static std::string in_two_pieces(const cv_record &cv, const std::string &in, siz
         }
         EXPECT_TRUE(!o.result || (o.error == KO_EINVAL && !last));
         out += o.out;
-        pending.erase(0, static_cast<size_t>(o.taken));
+        pending.erase(0, size_t(o.taken));
         st.first_frag = 0;
     }
     EXPECT_EQ(pending, "");
@@ -311,18 +310,14 @@ static_assert(KO_CV_TERMINATOR == 1 && KO_CV_ERROR == 2 && KO_CV_SUBSTITUTE == 4
 int alg_mode;
 int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *res) {
     if (!left) return res->flags = KO_CV_END;
-    switch (alg_mode) {
-    case 1:
-        return 0; // no progress
-    case 2:
-        return res->src_len = static_cast<int>(left) + 1; // too much
-    case 3:
-        return res->dst_len = 17;
-    case 4:
-        return res->flags = KO_CV_ERROR, res->src_len = res->dst_len = 1;
-    default:
-        break;
-    }
+    // No progress, more taken than there is, more written than fits, an error.
+    static const conv_res refused[] = {
+        {0,           0,  0,  {}},
+        {0,           99, 0,  {}},
+        {0,           0,  17, {}},
+        {KO_CV_ERROR, 1,  1,  {}}
+    };
+    if (alg_mode) return *res = refused[alg_mode - 1], 0;
     if (st->first_frag && !st->ext_state) st->ext_state = &alg_mode;
     res->src_len = 1;
     res->dst_len = 2;
@@ -367,7 +362,7 @@ TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
         alg_mode = mode;
         const ko_mchar_t *from = mb(in);
         ko_mchar_t out[16], *to = out;
-        int left = static_cast<int>(strlen(in)), room = 16, sub;
+        int left = int(strlen(in)), room = 16, sub;
         *ko_ext_errno(cd) = 0;
         EXPECT_EQ(ko_miconv(cd, &from, &left, &to, &room, &sub), mode ? -1 : 0);
         EXPECT_EQ(std::string(out, to), want);

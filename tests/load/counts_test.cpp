@@ -67,7 +67,7 @@ int converted(int kind, ko_mchar_t *out, int n) {
 }
 
 // Places and lengths as results.
-int size_of(const ko_mchar_t *s) { return s ? static_cast<int>(strlen(text(s).c_str())) : none; }
+int size_of(const ko_mchar_t *s) { return s ? int(strlen(text(s).c_str())) : none; }
 int size_of(const ko_wchar_t *s) { return s ? ko_wcslen(s) : none; }
 int sign(int n) { return (n > 0) - (n < 0); }
 int found(const void *p) { return p ? 0 : none; }
@@ -132,8 +132,8 @@ const sized_call calls[] = {
     {"and year",          CALL { return ko_getcentury(loc, 1, 1, n, 'C') < 0; }, 0, 1, 0, 0, 0, 0},
     {"ko_ltombs",         CALL { return ko_ltombs(loc, out, n, 7, 10, 1); },    256, 0, 0, 0, 1, 1},
     {"and base",          CALL { return ko_ltombs(loc, out, 9, INT_MIN, n, 0); }, 256, 0, 0, 0, 0, 0},
-    {"ko_mbstol, base",   CALL { return static_cast<int>(ko_mbstol(loc, mb("1"), nullptr, n, 0)); }, 0, 0, 0, 1, 0, 0},
-    {"ko_nl_langinfo",    CALL { return found(ko_nl_langinfo(loc, static_cast<unsigned>(n))); }, 0, none, none, 0, 0, none},
+    {"ko_mbstol, base",   CALL { return int(ko_mbstol(loc, mb("1"), nullptr, n, 0)); }, 0, 0, 0, 1, 0, 0},
+    {"ko_nl_langinfo",    CALL { return found(ko_nl_langinfo(loc, unsigned(n))); }, 0, none, none, 0, 0, none},
     {"ko_case_conv_outbuflen", CALL { return sign(ko_case_conv_outbuflen(loc, n)); }, 0, -1, -1, 0, 1, 1},
     {"ko_cv_outbuflen",   CALL { return ko_cv_outbuflen(converter(0).handle, n); }, 0, 0, 0, 0, 1, itself},
     {"bytes converted",   CALL { return converted(0, out, n); },     0, -14, -14, -14, -14, 0},
@@ -153,9 +153,9 @@ const sized_call calls[] = {
     {"ko_cm_mblen",       CALL { return ko_cm_mblen(s.cm, mb("a"), n); }, 0, none, none, none, 1, 1},
     {"retrieve_text_multi_limit", CALL { int len; return found(retrieve_text_multi_limit(mb("\x81" "a"), s.table, n, &len, nullptr)); }, 0, none, none, none, none, 0},
     {"retrieve_text_doub_limit", CALL { return found(retrieve_text_doub_limit(mb("\x81" "a"), s.table, n, nullptr)); }, 0, none, none, none, none, 0},
-    {"insert_desc_multi", CALL { const char_desc c = {static_cast<unsigned>(n), {'c'}}; return insert_desc_multi(&c, nullptr, s.table); }, 0, none, none, none, 0, none},
-    {"retrieve_desc_multi", CALL { const char_desc c = {static_cast<unsigned>(n), {'c'}}; return found(retrieve_desc_multi(&c, s.table)); }, 0, none, none, none, 0, none},
-    {"create_multi",      CALL { void *const t = create_multi(static_cast<unsigned>(n), 0, nullptr); free_multi(t); return found(t); }, 0, none, none, 0, 0, none},
+    {"insert_desc_multi", CALL { const char_desc c = {unsigned(n), {'c'}}; return insert_desc_multi(&c, nullptr, s.table); }, 0, none, none, none, 0, none},
+    {"retrieve_desc_multi", CALL { const char_desc c = {unsigned(n), {'c'}}; return found(retrieve_desc_multi(&c, s.table)); }, 0, none, none, none, 0, none},
+    {"create_multi",      CALL { void *const t = create_multi(unsigned(n), 0, nullptr); free_multi(t); return found(t); }, 0, none, none, 0, 0, none},
     {"ko_setextfunc",     CALL { return ko_setextfunc(loc, n, nullptr); }, 0, none, none, 0, 0, none},
     {"ko_make_null_category", CALL { return ko_make_null_category(fresh(), n); }, 0, none, none, none, none, none},
     {"ko_free_category",  CALL { return ko_free_category(fresh(), n), 0; }, 0, 0, 0, 0, 0, 0},
@@ -183,7 +183,7 @@ void *small_blocks(size_t size) { return size > 1 << 20 ? nullptr : malloc(size)
 
 void run(samples &s, int n) {
     // Where an address has 32 bits, no room of so many wide characters exists.
-    if (n > 0 && static_cast<size_t>(n) > PTRDIFF_MAX / sizeof(ko_wchar_t)) return;
+    if (n > 0 && size_t(n) > PTRDIFF_MAX / sizeof(ko_wchar_t)) return;
     static guarded_block block, wide_block;
     const installed_hooks hook{
         {KO_EXT_MALLOC, as_hook(small_blocks)}
@@ -191,7 +191,7 @@ void run(samples &s, int n) {
     for (const auto &c : calls)
         for (const ko_lc_t loc : {ko_lc_t(s.bytes), ko_lc_t(s.mixed)}) {
             SCOPED_TRACE(std::string(c.name) + " with " + std::to_string(n));
-            const auto room = static_cast<size_t>(std::clamp(n, 0, 64) + c.more);
+            const auto room = size_t(std::clamp(n, 0, 64) + c.more);
             auto *const out = block.room<ko_mchar_t>(room);
             auto *const wide_out = wide_block.room<ko_wchar_t>(room);
             memset(out, 0xAA, room);

@@ -253,7 +253,7 @@ static void use_told_sizes(ko_lc_t loc, const ko_mchar_t *word) {
     if (told < 0 || told > 64) return; // no text of the code set
     const int terminator = std::clamp(ko_mb_loc_min(loc), 1, 4);
     for (auto *map : {ko_tombsupper, ko_tombslower}) {
-        std::vector<ko_mchar_t> out(static_cast<size_t>(told + terminator));
+        std::vector<ko_mchar_t> out(size_t(told + terminator));
         EXPECT_LE(map(loc, out.data(), word), told);
     }
 }
@@ -293,17 +293,14 @@ TEST(DamagedObject, ToldSizesSuffice) {
     };
     static const char none[] = "00000000 00000000 00000000 00000000 1.0";
     static const row rows[] = {
-        {"2 1",  "00000000 00000000 00008140 00000000 1.0", 2.0},
-        {"2 1",  "00000000 00008140 00000000 00000000 1.5", 2.0},
-        {"2 1",  "00000000 00008141 00000062 00000000 1.0", 1.0}, // no character
-        {"2 1",  "00000000 00008140 00000062 00000000 -9",  2.0},
-        {"2 1",  none,                                      1.0},
-        {"0 1",  none,                                      0  },
-        {"-5 1", none,                                      0  },
-        {"1 1",  none,                                      0  },
-        {"2 2",  none,                                      1.0}, // the shortest is only told
-        {"2 0",  none,                                      1.0},
-        {"2 5",  none,                                      1.0},
+        {"2 1", "00000000 00000000 00008140 00000000 1.0", 2.0},
+        {"2 1", "00000000 00008140 00000000 00000000 1.5", 2.0},
+        {"2 1", "00000000 00008141 00000062 00000000 1.0", 1.0}, // no character
+        {"2 1", "00000000 00008140 00000062 00000000 -9",  2.0},
+        {"2 1", none,                                      1.0},
+        {"0 1", none,                                      0  },
+        {"1 1", none,                                      0  },
+        {"2 5", none,                                      1.0},
     };
     for (auto &r : rows) {
         SCOPED_TRACE(std::string(r.lengths) + " " + r.pairs);

@@ -71,7 +71,7 @@ struct answers {
     }
     void string(const ko_wchar_t *s) {
         value(s != nullptr);
-        if (s) add(s, static_cast<size_t>(ko_wcsbytes(s)));
+        if (s) add(s, size_t(ko_wcsbytes(s)));
     }
 };
 
@@ -116,7 +116,7 @@ static uint64_t digest(ko_lc_t loc) {
         a.string(pair->from), a.string(pair->to);
     a.value(exp->case_conv_ratio + exp->coll_char_ratio);
     for (unsigned c = 1; c < 0x10000; c += c < 256 ? 1 : 37) {
-        const ko_wchar_t wc = static_cast<ko_wchar_t>(c), text[] = {wc, 'c', 'h', wc, 0};
+        const ko_wchar_t wc = ko_wchar_t(c), text[] = {wc, 'c', 'h', wc, 0};
         ko_mchar_t key[200] = {};
         a.value(im_iswctype(loc, wc, ~0U) ^ im_towupper(loc, wc) << 8 ^ im_towlower(loc, wc));
         a.value(ko_wcsxfrm(loc, key, text, sizeof key));

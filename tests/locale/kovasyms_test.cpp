@@ -30,20 +30,20 @@ std::ostream &operator<<(std::ostream &to, const outcome &o) {
 }
 
 outcome to_symbols(const charmap &map, const char *text, int count, int size) {
-    std::vector<char> out(static_cast<size_t>(size) + 1, '#');
+    std::vector<char> out(size_t(size) + 1, '#');
     const ko_mchar_t *at = mb(text);
     *ko_ext_errno(map) = 0;
     const int result = ko_mbstosyms(map, out.data(), size, &at, count);
-    EXPECT_EQ(out[static_cast<size_t>(size)], '#');
+    EXPECT_EQ(out[size_t(size)], '#');
     return {size ? out.data() : "", at - mb(text), result, map.error()};
 }
 
 outcome to_text(const charmap &map, const char *symbols, int size) {
-    std::vector<ko_mchar_t> out(static_cast<size_t>(size) + 1, '#');
+    std::vector<ko_mchar_t> out(size_t(size) + 1, '#');
     const char *at = symbols;
     *ko_ext_errno(map) = 0;
     const int result = ko_symstombs(map, out.data(), size, &at);
-    EXPECT_EQ(out[static_cast<size_t>(size)], '#');
+    EXPECT_EQ(out[size_t(size)], '#');
     return {size ? text(out.data()) : "", at - symbols, result, map.error()};
 }
 

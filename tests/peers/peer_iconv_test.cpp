@@ -60,7 +60,7 @@ std::vector<std::string> every_text(const std::string &set) {
 std::string ours(ko_cv_t cd, const std::string &in) {
     ko_mchar_t out[32], *to = out;
     const auto *from = reinterpret_cast<const ko_mchar_t *>(in.data());
-    int left = static_cast<int>(in.size()), room = sizeof out, sub = 0;
+    int left = int(in.size()), room = sizeof out, sub = 0;
     conv_state st = {1, 1, 0, 0, nullptr};
     if (ko_cv_mconv(cd, &st, &from, &left, &to, &room, &sub)) return "-";
     return std::string(out, to);
@@ -70,8 +70,8 @@ std::string theirs(iconv_t cd, const std::string &in) {
     char out[32], *to = out, *from = const_cast<char *>(in.data());
     size_t left = in.size(), room = sizeof out;
     iconv(cd, nullptr, nullptr, nullptr, nullptr);
-    if (iconv(cd, &from, &left, &to, &room) == static_cast<size_t>(-1)) return "-";
-    if (iconv(cd, nullptr, nullptr, &to, &room) == static_cast<size_t>(-1)) return "-";
+    if (iconv(cd, &from, &left, &to, &room) == size_t(-1)) return "-";
+    if (iconv(cd, nullptr, nullptr, &to, &room) == size_t(-1)) return "-";
     return std::string(out, to);
 }
 

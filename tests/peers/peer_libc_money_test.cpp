@@ -19,7 +19,7 @@ class PeerMoney : public PeerAscii {
     std::string theirs(const std::string &format, double amount) const {
         char out[600];
         const ssize_t size = strfmon_l(out, sizeof out, peer, format.c_str(), amount);
-        return size < 0 ? "failed" : std::string(out, static_cast<size_t>(size));
+        return size < 0 ? "failed" : std::string(out, size_t(size));
     }
 };
 
@@ -58,8 +58,8 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
         if (!agrees || (!same && format[1] != '^')) continue;
         for (int i = 0; i < 500; ++i) {
             // No digit of 5 behind the last one that is written.
-            double amount = static_cast<double>(random() % 10000000000) + 0.1234 + 0.0000001;
-            if (i % 2) amount = static_cast<double>(random() % 10000) + 0.7382;
+            double amount = double(random() % 10000000000) + 0.1234 + 0.0000001;
+            if (i % 2) amount = double(random() % 10000) + 0.7382;
             if (i % 3) amount = -amount;
             if (conv->p_sep_by_space == 2 && format[1] == '(' && amount > 0) continue;
             ASSERT_EQ(trimmed(ours(format, amount)), trimmed(theirs(format, amount)))

@@ -43,7 +43,7 @@ class PeerTime : public PeerAscii {
 };
 
 tm random_time(std::mt19937 &random, int first_year, int last_year) {
-    const auto below = [&random](int n) { return static_cast<int>(random() % unsigned(n)); };
+    const auto below = [&random](int n) { return int(random() % unsigned(n)); };
     tm t = {};
     t.tm_year = first_year + below(last_year - first_year + 1) - 1900;
     t.tm_mday = 1;

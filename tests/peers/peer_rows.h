@@ -48,7 +48,7 @@ inline std::vector<peer_row> peer_rows() {
 
 inline std::string utf8_of(unsigned code) {
     std::string bytes;
-    const auto add = [&](unsigned byte) { bytes += static_cast<char>(byte); };
+    const auto add = [&](unsigned byte) { bytes += char(byte); };
     if (code > 0x7FF) add(0xE0 | code >> 12);
     if (code > 0x7F) add(code > 0x7FF ? 0x80 | (code >> 6 & 0x3F) : 0xC0 | code >> 6);
     add(code > 0x7F ? 0x80 | (code & 0x3F) : code);
@@ -84,8 +84,8 @@ class PeerTest : public testing::TestWithParam<peer_row> {
                 text += utf8_of(*wide);
                 continue;
             }
-            if (*wide > 0xFF) text += static_cast<char>(*wide >> 8);
-            text += static_cast<char>(*wide);
+            if (*wide > 0xFF) text += char(*wide >> 8);
+            text += char(*wide);
         }
         return text;
     }

@@ -43,27 +43,27 @@ struct char_record {
     // where: 1 class table, 2 case table, 3 both
     void add(unsigned wide, unsigned bytes, unsigned mask = 0, unsigned upper = 0,
              unsigned lower = 0, int where = 3) {
-        const char units[] = {0, 0, static_cast<char>(wide >> 8), static_cast<char>(wide)};
+        const char units[] = {0, 0, char(wide >> 8), char(wide)};
         const std::string_view character(units + 4 - bytes, bytes);
         int pair = 0;
         if (upper || lower) {
-            pair = static_cast<int>(pairs.size());
-            pairs.push_back({static_cast<ko_wchar_t>(upper), static_cast<ko_wchar_t>(lower)});
+            pair = int(pairs.size());
+            pairs.push_back({ko_wchar_t(upper), ko_wchar_t(lower)});
         }
-        EXPECT_EQ(where & 1 ? insert(loc.ctype, character, static_cast<int>(mask)) : 0, 0);
+        EXPECT_EQ(where & 1 ? insert(loc.ctype, character, int(mask)) : 0, 0);
         EXPECT_EQ(where & 2 ? insert(loc.cconv, character, pair) : 0, 0);
     }
 
     // As loading does; without flat the trees serve.
     void finish(bool flat, bool byte_tables = true) {
         loc.cconv_arr = pairs.data();
-        loc.num_conv_elems = static_cast<int>(pairs.size()) - 1;
+        loc.num_conv_elems = int(pairs.size()) - 1;
         loc.exp.single_byte = multi_max_length(loc.ctype) == 1;
         loc.exp.mbstowcs = loc.exp.single_byte ? is_mbstowcs : im_mbstowcs;
         if (flat) loc.chars = build_ctype_flat(&loc);
         if (!loc.exp.single_byte || !byte_tables) return;
         for (unsigned c = 0; c < 256; ++c) {
-            const auto wc = static_cast<ko_wchar_t>(c);
+            const auto wc = ko_wchar_t(c);
             upper_bytes.push_back(static_cast<unsigned char>(im_towupper(&loc, wc)));
             lower_bytes.push_back(static_cast<unsigned char>(im_towlower(&loc, wc)));
         }
@@ -130,10 +130,8 @@ struct char_records {
 // A string of characters of the record's code set with a terminator; one in bad units is random.
 inline std::string random_text(std::mt19937 &random, shape s, size_t chars, unsigned bad) {
     std::string text;
-    const auto below = [&](unsigned n) { return static_cast<unsigned>(random() % n); };
-    const auto byte = [&](unsigned from, unsigned count) {
-        text += static_cast<char>(from + below(count));
-    };
+    const auto below = [&](unsigned n) { return unsigned(random() % n); };
+    const auto byte = [&](unsigned from, unsigned count) { text += char(from + below(count)); };
     unsigned run = 0, kind = 0;
     for (size_t i = 0; i < chars; ++i) {
         if (!run--) run = below(24), kind = below(3);
@@ -141,7 +139,7 @@ inline std::string random_text(std::mt19937 &random, shape s, size_t chars, unsi
             byte(1, 255);
         } else if (s == shape::two_byte) {
             const unsigned hi = kind ? 3 + below(8) : 0;
-            text += static_cast<char>(hi);
+            text += char(hi);
             byte(hi ? 0 : 1, hi ? 256 : 127);
         } else if (!kind || s == shape::gaps) {
             byte(1, 127);

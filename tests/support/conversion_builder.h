@@ -28,10 +28,10 @@ inline std::string entries_text(const std::vector<cv_entry> &entries, int target
         bytes.resize(5);
         return bytes;
     };
-    const table_guard table(static_cast<unsigned>(target_max + 1), item(fill).data());
+    const table_guard table(unsigned(target_max + 1), item(fill).data());
     for (const cv_entry &e : entries) {
         const char_desc desc = desc_of(e.source);
-        const auto first = static_cast<char>(e.flags | e.target.size());
+        const auto first = char(e.flags | e.target.size());
         EXPECT_EQ(insert_desc_multi(&desc, item(first + e.target).data(), table), 0);
     }
     return printed(table, -1, print_entry);
@@ -103,18 +103,18 @@ inline cv_outcome convert(const cv_record &cv, const std::string &in, int room,
                           conv_state *st = nullptr, int len = -2) {
     static guarded_block text_block, out_block;
     const ko_mchar_t *const text = text_block.put({in.c_str(), in.size() + (len == -1 ? 1 : 0)});
-    ko_mchar_t *const out = out_block.room<ko_mchar_t>(static_cast<size_t>(room));
+    ko_mchar_t *const out = out_block.room<ko_mchar_t>(size_t(room));
     const ko_mchar_t *from = text;
     ko_mchar_t *to = out;
-    int left = len == -2 ? static_cast<int>(in.size()) : len, space = room, sub = 7;
+    int left = len == -2 ? int(in.size()) : len, space = room, sub = 7;
     *ko_ext_errno(cv) = 0;
     int *const count = len == -1 ? nullptr : &left;
     const int result = st ? ko_cv_mconv(cv, st, &from, count, &to, &space, &sub)
                           : ko_miconv(cv, &from, count, &to, &space, &sub);
     EXPECT_EQ(to - out, room - space);
-    const int taken = static_cast<int>(from - text);
+    const int taken = int(from - text);
     if (count) {
-        EXPECT_EQ(taken, (len == -2 ? static_cast<int>(in.size()) : len) - left);
+        EXPECT_EQ(taken, (len == -2 ? int(in.size()) : len) - left);
     }
     return {result, std::string(out, to), taken, sub, cv.error()};
 }

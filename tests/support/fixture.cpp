@@ -113,7 +113,7 @@ static char *hook_fgets(char *buf, int size, void *stream) {
     int len = 0;
     if (call_fails(as_stream(stream))) return nullptr;
     for (int c; len < size - 1 && (c = read_byte(as_stream(stream))) >= 0;) {
-        buf[len++] = static_cast<char>(c);
+        buf[len++] = char(c);
         if (c == '\n') break;
     }
     buf[len] = 0;
@@ -144,17 +144,15 @@ static size_t hook_fwrite(const void *buf, size_t size, size_t count, void *stre
 
 static int hook_fseek(void *stream, ko_long_t offset, int origin) {
     auto *const s = as_stream(stream);
-    const auto size = static_cast<long>(s->contents->size());
-    const long base = origin == SEEK_SET   ? 0
-                      : origin == SEEK_END ? size
-                                           : static_cast<long>(s->pos);
+    const auto size = long(s->contents->size());
+    const long base = origin == SEEK_SET ? 0 : origin == SEEK_END ? size : long(s->pos);
     if (base + offset < 0 || base + offset > size) return -1;
-    s->pos = static_cast<size_t>(base + offset);
+    s->pos = size_t(base + offset);
     leave_end(s);
     return 0;
 }
 
-static ko_long_t hook_ftell(void *stream) { return static_cast<ko_long_t>(as_stream(stream)->pos); }
+static ko_long_t hook_ftell(void *stream) { return ko_long_t(as_stream(stream)->pos); }
 
 file_hooks::file_hooks()
     : installed{
@@ -189,7 +187,7 @@ static char *hook_getenv(const char *name) {
 static int hook_putenv(char *setting) {
     const char *const equals = strchr(setting, '=');
     if (!equals) return -1;
-    environment->vars[std::string(setting, static_cast<size_t>(equals - setting))] = equals + 1;
+    environment->vars[std::string(setting, size_t(equals - setting))] = equals + 1;
     return 0;
 }
 

@@ -94,7 +94,9 @@ long each_call_fails(Op op, Prepare prepare = nullptr) {
         if constexpr (of_streams) prepare(streams.emplace());
         (of_streams ? streams->fail_at : memory.fail_at) = n;
         const bool done = op();
-        if (done && (of_streams ? streams->calls : memory.calls) <= n) return n;
+        if (!done || (of_streams ? streams->calls : memory.calls) > n) continue;
+        EXPECT_GT(n, 0) << "no call was made";
+        return n;
     }
     ADD_FAILURE() << "never succeeded";
     return -1;
@@ -147,7 +149,7 @@ inline std::string text(const ko_mchar_t *mbs) { return reinterpret_cast<const c
 inline std::u16string wide(const ko_wchar_t *wcs) {
     std::u16string result;
     for (; *wcs; ++wcs)
-        result += static_cast<char16_t>(*wcs);
+        result += char16_t(*wcs);
     return result;
 }
 inline std::vector<ko_wchar_t> wcs(std::u16string_view text) { // with its terminator

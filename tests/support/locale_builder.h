@@ -91,8 +91,8 @@ inline void add_conventions(locale_object *object, bool wide = false) {
 inline locale_object single_byte_object(bool compress = false) {
     std::vector<table_entry> classes, cases, rows;
     const auto add = [&](char c, int mask, int row) {
-        classes.push_back({std::string(1, c), static_cast<uint16_t>(mask)});
-        if (row) rows.push_back({std::string(1, c), static_cast<uint16_t>(row)});
+        classes.push_back({std::string(1, c), uint16_t(mask)});
+        if (row) rows.push_back({std::string(1, c), uint16_t(row)});
     };
     add('\0', KO_CT_CNTRL, 0);
     add(' ', KO_CT_SPACE, 13);
@@ -100,11 +100,11 @@ inline locale_object single_byte_object(bool compress = false) {
     add('\xDF', KO_CT_LOWER | KO_CT_ALPHA, 11);
     std::string pairs = "5", weights = "0011 0011\n";
     for (int n = 0; n < 5; n++) {
-        const char pair[] = {static_cast<char>("abchs"[n] - 32), "abchs"[n]}; // upper, lower
+        const char pair[] = {char("abchs"[n] - 32), "abchs"[n]}; // upper, lower
         add(pair[1], KO_CT_LOWER | KO_CT_ALPHA, 2 * n + 1);
         add(pair[0], KO_CT_UPPER | KO_CT_ALPHA | 0x800, 2 * n + 2);
         for (const char &c : pair) {
-            cases.push_back({std::string(1, c), static_cast<uint16_t>(n + 1)});
+            cases.push_back({std::string(1, c), uint16_t(n + 1)});
             pairs += " 000000" + hex({&c, 1});
         }
         const std::string weight = "000" + std::string(1, "3579b"[n]);
@@ -136,19 +136,19 @@ inline locale_object double_byte_object(bool wide) {
     object.codeset = wide ? "TEST-W\n" : "TEST-2\n";
     std::vector<table_entry> classes, rows;
     for (int c = 0; c < 128; c++) {
-        const std::string bytes = encoded(std::string(1, static_cast<char>(c)), wide);
+        const std::string bytes = encoded(std::string(1, char(c)), wide);
         classes.push_back({bytes, KO_CT_PRINT});
-        rows.push_back({bytes, static_cast<uint16_t>(c)});
+        rows.push_back({bytes, uint16_t(c)});
     }
     for (int c = 0x40; c < 0x48; c++) {
-        const std::string bytes = {'\x81', static_cast<char>(c)};
+        const std::string bytes = {'\x81', char(c)};
         classes.push_back({bytes, KO_CT_ALPHA});
-        rows.push_back({bytes, static_cast<uint16_t>(0x40 + c)});
+        rows.push_back({bytes, uint16_t(0x40 + c)});
     }
     object.ctype = caseless(classes, classes[0].bytes);
     object.collate = "as_specified\n" + table_text(rows) + "0 135 1 0 0 140\n0001\n";
     for (int row = 0; row <= 135; row++) {
-        const auto weight = static_cast<char>(row + 2);
+        const auto weight = char(row + 2);
         object.collate += "00" + hex({&weight, 1}) + "\n";
     }
     add_conventions(&object, wide);
@@ -165,7 +165,7 @@ inline std::string ebcdic(std::string_view text) {
     loc.portable = portable_of(&loc);
     std::string bytes;
     for (const char c : text)
-        bytes += static_cast<char>(native(&loc, c));
+        bytes += char(native(&loc, c));
     return bytes;
 }
 // Makes an object one of an EBCDIC code set. Its eras go: they are in ASCII.
@@ -176,7 +176,7 @@ inline void make_ebcdic(locale_object *object) {
                          : c == ' '           ? KO_CT_SPACE
                          : ispunct(c)         ? KO_CT_PUNCT
                                               : KO_CT_PRINT;
-        classes.push_back({ebcdic({&c, 1}), static_cast<uint16_t>(mask)});
+        classes.push_back({ebcdic({&c, 1}), uint16_t(mask)});
     }
     object->ctype = caseless(classes, {'\0'});
     std::string &time = object->time;

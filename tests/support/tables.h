@@ -21,7 +21,7 @@ struct table_guard {
 
 // A character of the bytes, however many; those beyond the fourth are only counted.
 inline char_desc desc_of(std::string_view bytes) {
-    char_desc desc = {static_cast<unsigned>(bytes.size()), {}};
+    char_desc desc = {unsigned(bytes.size()), {}};
     memcpy(desc.bytes, bytes.data(), std::min(bytes.size(), sizeof desc.bytes));
     return desc;
 }
@@ -29,7 +29,7 @@ inline char_desc desc_of(std::string_view bytes) {
 // An item of 16 bits under the bytes; -1: the default item.
 inline int insert(void *table, std::string_view bytes, int item = -1) {
     const char_desc desc = desc_of(bytes);
-    const auto value = static_cast<uint16_t>(item);
+    const auto value = uint16_t(item);
     return insert_desc_multi(&desc, item < 0 ? nullptr : &value, table);
 }
 
