@@ -101,18 +101,16 @@ TEST(MultiTable, InsertRefusesConflictsAndBadLengths) {
 
 TEST(MultiTable, ItemsDefaultAndAreOverwritten) {
     const uint16_t nine = 9;
-    table_guard table(2, &nine);
+    table_guard table(2, &nine), odd(3, "xyz"); // slots of four bytes
     EXPECT_EQ(multi_min_length(table), 2);
     EXPECT_EQ(multi_max_length(table), 0);
     insert(table, "a");
-    EXPECT_EQ(find(table, "a"), 9);
     insert(table, "b", 5);
     EXPECT_EQ(find(table, "a"), 9); // the fresh array is filled with the default
     insert(table, "b");
     EXPECT_EQ(find(table, "b"), 5);
     EXPECT_EQ(multi_min_length(table), 1);
     EXPECT_EQ(multi_max_length(table), 1);
-    table_guard odd(3, "xyz"); // slots of four bytes
     const char_desc a = desc_of("a"), b = desc_of("b");
     insert_desc_multi(&a, "123", odd);
     insert_desc_multi(&b, nullptr, odd);
@@ -190,13 +188,10 @@ TEST(MultiTable, CompressionKeepsAnswersAndSharesArrays) {
 
 TEST(MultiTable, SingleByteTablesTakeEveryByteWhenSharedOrWritten) {
     table_guard shared, written, wider;
-    insert(shared, "a", 1);
-    insert(written, "a", 1);
-    insert(wider, "a", 1);
+    for (void *table : {shared.p, written.p, wider.p})
+        insert(table, "a", 1);
     insert(wider, "\x81\x40", 1);
-    compress_multi(shared);
-    compress_multi(wider);
-    printed(written);
+    compress_multi(shared), compress_multi(wider), printed(written);
     EXPECT_EQ(find(shared, "\xFF"), 0);
     EXPECT_EQ(find(written, "\xFF"), 0);
     EXPECT_EQ(find(wider, "\xFF"), -1);
