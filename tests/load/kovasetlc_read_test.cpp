@@ -31,37 +31,36 @@ static const std::string &table_of_a() {
     return text;
 }
 
-static void check_header(const std::string &text, int want_error, const char *want_codeset) {
-    SCOPED_TRACE(text);
-    for (const bool hooks : {false, true}) {
-        reading from(text, hooks);
-        char codeset[codeset_room] = {};
-        int error = 0;
-        EXPECT_EQ(read_file_header(&from.in, codeset, &error), want_error ? 0 : 1);
-        EXPECT_EQ(error, want_error);
-        EXPECT_STREQ(codeset, want_codeset);
-    }
-}
-
 TEST(ObjectReader, ReadsItsOwnHeader) {
-    static const struct {
-        const char *text, *codeset;
+    const std::string type = "FILE_TYPE=locale_object\n", start = type + "COMPILER_VERSION=11\n";
+    const struct {
+        std::string text;
+        int error;
+        const char *codeset;
     } rows[] = {
-        {"N=3\n  \n X-1\n",             "X-1"                },
-        {"N=5\na\nb\nX-1 \n",           "X-1 "               },
-        {"N=-9\nX\n",                   "X"                  },
-        {"no number\nX\n",              "X"                  },
-        {"N=2000000000\nX\n",           ""                   },
-        {"N=3\n12345678901234567890\n", "1234567890123456789"},
+        {start + "N=3\n  \n X-1\n",                          0,           "X-1"                },
+        {start + "N=5\na\nb\nX-1 \n",                        0,           "X-1 "               },
+        {start + "N=-9\nX\n",                                0,           "X"                  },
+        {start + "no number\nX\n",                           0,           "X"                  },
+        {start + "N=2000000000\nX\n",                        0,           ""                   },
+        {start + "N=3\n12345678901234567890\n",              0,           "1234567890123456789"},
+        {type + "COMPILER_VERSION=3\n",                      KO_EVERSION, ""                   },
+        {type,                                               KO_EVERSION, ""                   },
+        {"FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\n", KO_EOBJECT,  ""                   },
+        {"FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n",  KO_EOBJECT,  ""                   },
+        {"",                                                 KO_EOBJECT,  ""                   },
     };
-    const std::string type = "FILE_TYPE=locale_object\n";
-    for (auto &r : rows)
-        check_header(type + "COMPILER_VERSION=11\n" + r.text, 0, r.codeset);
-    check_header(type + "COMPILER_VERSION=3\n", KO_EVERSION, "");
-    check_header(type, KO_EVERSION, "");
-    check_header("FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\r\n", KO_EOBJECT, "");
-    check_header("FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n", KO_EOBJECT, "");
-    check_header("", KO_EOBJECT, "");
+    for (const auto &r : rows) {
+        for (const bool hooks : {false, true}) {
+            SCOPED_TRACE(r.text);
+            reading from(r.text, hooks);
+            char codeset[codeset_room] = {};
+            int error = 0;
+            EXPECT_EQ(read_file_header(&from.in, codeset, &error), r.error ? 0 : 1);
+            EXPECT_EQ(error, r.error);
+            EXPECT_STREQ(codeset, r.codeset);
+        }
+    }
 }
 
 // Four strings; "-" stands for an absent one.
