@@ -6,10 +6,12 @@
 #include <stddef.h>
 #include <string.h>
 
+namespace {
 // A cell and its data share one block; the data start where any type may stand.
 struct alignas(max_align_t) cell_block {
     list_cell cell;
 };
+} // namespace
 
 link_list *list_create(void) {
     auto *const list = static_cast<link_list *>(ko_ext_malloc(sizeof(link_list)));

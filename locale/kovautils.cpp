@@ -73,6 +73,7 @@ double fpow(double base, int exponent) {
 
 static bool is_decimal(char c) { return c >= '0' && c <= '9'; }
 
+namespace {
 // The digits of a number without its decimal point, which moves into the exponent.
 struct digit_text {
     // More digits than can decide the rounding of any double; further ones only mean "a little
@@ -82,6 +83,7 @@ struct digit_text {
     int len;
     long long exponent;
 };
+} // namespace
 
 static const char *scan_digits(digit_text *d, const char *s, bool fraction) {
     for (; is_decimal(*s); ++s) {

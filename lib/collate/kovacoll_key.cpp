@@ -104,11 +104,13 @@ coll_widths key_widths(const kovaloc *loc) {
 
 // ---- One pass ----
 
+namespace {
 // The place in the sink as local variables of a loop: as far as the compiler knows, stores of key
 // bytes could change the sink's own fields.
 struct key_place {
     ko_mchar_t *out, *limit;
 };
+} // namespace
 static inline key_place place_in(const coll_sink *sink) {
     return {sink->room + sink->used, sink->room + sink->full};
 }

@@ -14,6 +14,7 @@ uint16_t coll_row(const void *table, ko_wchar_t wc) {
     return item ? item16(item) : uint16_t{0};
 }
 
+namespace {
 struct elem_runtime {
     const coll_elem *elem; // the element that covers this character, or NULL
     int char_num;          // the character's index inside it
@@ -30,6 +31,7 @@ template <class Unit> struct coll_state {
     bool string_end;
     const elem_runtime *elems; // one per character, NULL without elements
 };
+} // namespace
 
 template <class Unit> static bool begins_with(const Unit *text, size_t len, const coll_elem *elem) {
     if (!elem->nchars || elem->nchars > len) return false;
@@ -53,6 +55,7 @@ static void make_parallel_arr(const coll_data *coll, const Unit *text, size_t le
     }
 }
 
+namespace {
 // The marks of one string; p stays NULL when there is nothing to mark.
 struct elem_marks {
     elem_runtime *p = nullptr;
@@ -60,6 +63,7 @@ struct elem_marks {
         if (p) ko_ext_free(p);
     }
 };
+} // namespace
 template <class Unit>
 static bool mark(kovaloc *loc, const Unit *text, size_t len, elem_marks *marks) {
     const coll_data *coll = &loc->coll_info;

@@ -11,11 +11,13 @@ constexpr char not_available = 127;
 
 // ---- The lconv view ----
 
+namespace {
 struct koconv_string {
     char *koconv::*mbs;
     ko_wchar_t *koconv::*wcs;
     ko_mchar_t *monum::*source; // NULL for a grouping
 };
+} // namespace
 static constexpr koconv_string koconv_strings[] = {
     {&koconv::decimal_point,     &koconv::w_decimal_point,     &monum::decimal_point    },
     {&koconv::thousands_sep,     &koconv::w_thousands_sep,     &monum::thousands_sep    },

@@ -15,6 +15,7 @@ constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
 
+namespace {
 // The registry by which a specification became a file name, where no registry was named. As long as
 // that registry is in force, the file name stays the same and the registry need not be read again.
 struct spec_origin {
@@ -30,11 +31,13 @@ struct lc_node {
     lc_node *next;
     spec_origin origin; // of the name, for one of the specifications that led to it
 };
+} // namespace
 // Newest first. Changed by loading and unloading, which the host serialises.
 static constinit lc_node *lc_node_root = nullptr;
 
 // ---- Objects in memory ----
 
+namespace {
 // The file that the last category came from. All six usually come from the same file: it is opened,
 // read and searched once, but while openings are logged, it is opened for each category.
 struct object_image {
@@ -54,6 +57,7 @@ struct object_image {
         free_ptr(bytes);
     }
 };
+} // namespace
 
 static int marker_at(const unsigned char *at, const unsigned char *end, size_t *len) {
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {

@@ -155,6 +155,7 @@ static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
 
 // ---- Directives ----
 
+namespace {
 // A call of the formatter: what persists from directive to directive.
 template <class Unit> struct formatting {
     fmt_out<Unit> out;
@@ -162,6 +163,7 @@ template <class Unit> struct formatting {
     bool negative; // a negative integer was written: later ones take its sign
     va_list values;
 };
+} // namespace
 
 // Takes the arguments of the stars.
 template <class Unit> static void take_stars(formatting<Unit> *f) {

@@ -11,11 +11,13 @@
 constexpr int real_digits = 15;
 constexpr uint64_t real_digits_end = 1000000000000000; // the first number of 16 digits
 
+namespace {
 // number / ten to the power of decimals, which may be negative.
 struct decimal {
     uint64_t number; // at most real_digits_end
     int decimals;
 };
+} // namespace
 // Digits before the decimal point; 0 or less where zeros follow it.
 static int point_of(const decimal &d) { return d.number ? count_digits(d.number) - d.decimals : 1; }
 
@@ -24,11 +26,13 @@ static int point_of(const decimal &d) { return d.number ? count_digits(d.number)
 #ifdef __SIZEOF_INT128__
 __extension__ typedef unsigned __int128 wide_product;
 
+namespace {
 // The exact value of a double: mantissa / 2^shift.
 struct binary {
     uint64_t mantissa;
     int shift;
 };
+} // namespace
 static binary take_apart(double value) {
     uint64_t bits;
     memcpy(&bits, &value, sizeof bits);
@@ -141,12 +145,14 @@ static inline decimal round_fixed(double value, int decimals) {
 
 // ---- Layout ----
 
+namespace {
 struct exponent_part {
     int digits;
     int magnitude;
     fmt_mark sign;
     ko_wchar_t letter;
 };
+} // namespace
 
 // Takes the exponent out of a decimal, so that one digit is left before the decimal symbol.
 static exponent_part take_exponent(decimal *d, const kovaloc *loc, char letter) {

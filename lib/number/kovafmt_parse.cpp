@@ -5,6 +5,7 @@
 
 #include <limits.h>
 
+namespace {
 // A call of the parser: what persists from directive to directive.
 struct parsing {
     kovaloc *loc;
@@ -13,6 +14,7 @@ struct parsing {
     int stored;
     va_list pointers;
 };
+} // namespace
 
 static bool is_space(kovaloc *loc, ko_wchar_t wc) { return wc && has_class(loc, wc, KO_CT_SPACE); }
 

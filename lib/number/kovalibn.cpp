@@ -44,10 +44,12 @@ int check_groups(const digit_groups &groups, const int *grouping) {
 
 // ---- Reading integers ----
 
+namespace {
 struct integer {
     uint64_t magnitude; // if beyond 32 bits, not exact
     bool negative;
 };
+} // namespace
 
 // The value of digits with separators between them; a value beyond 32 bits is not exact.
 template <class Unit>
@@ -159,6 +161,7 @@ static ko_ulong_t unsigned_value(const integer &n) {
     return ko_ulong_t(n.negative ? 0 - n.magnitude : n.magnitude);
 }
 
+namespace {
 // How the two kinds of integers are bounded and fail.
 struct signed_kind {
     using value = ko_long_t;
@@ -170,6 +173,7 @@ struct unsigned_kind {
     static constexpr number_failure<value> failure = {UINT32_MAX, long_failure, false};
     static value of(const integer &n) { return unsigned_value(n); }
 };
+} // namespace
 
 template <class Kind, class Unit>
 static int read_kind(const number_text<Unit> &t, int base, bool grouping,
@@ -251,12 +255,14 @@ char *long_base_str(char *end, ko_ulong_t value, int base) {
     return end;
 }
 
+namespace {
 // Walks the groups of digits from the right, one separator per step.
 struct group_walk {
     const int *grouping;
     int size = 1;
     int done = 0; // digits to the right of the next separator
 };
+} // namespace
 static bool next_separator(group_walk *walk, int digits) {
     if (walk->grouping[0] < walk->size || walk->grouping[walk->size] <= 0) return false;
     if (walk->grouping[walk->size] >= digits - walk->done) return false;
@@ -317,10 +323,12 @@ static int write_integer(const kovaloc *loc, ko_wchar_t *dst, int maxlen, ko_ulo
     return int(end - dst);
 }
 
+namespace {
 struct signed_long {
     ko_ulong_t magnitude;
     bool negative;
 };
+} // namespace
 static signed_long take_apart(ko_long_t value) {
     const auto bits = ko_ulong_t(value);
     return {value < 0 ? 0 - bits : bits, value < 0};

@@ -12,6 +12,7 @@
 
 constexpr int copy_room = 2 * number_room; // integer part and fraction
 
+namespace {
 // A number in the text: its place and the value of its digits.
 struct real_text {
     int start;  // first digit or symbol
@@ -23,6 +24,7 @@ struct real_text {
     wide_symbol separator;
     wide_symbol symbol;
 };
+} // namespace
 
 template <class Unit> static void scan_digits(const number_text<Unit> &t, real_text *n) {
     const int end = add_digits(t, n->end, 10, &n->value);

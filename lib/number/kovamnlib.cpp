@@ -15,6 +15,7 @@ constexpr int decimals = 6; // of an amount before it is rounded
 constexpr double scaled_max = 1e16; // amounts from here on are whole; below, decimal_room digits do
 constexpr int digits_room = DBL_MAX_10_EXP + 8;
 
+namespace {
 // A rounded amount without its sign.
 struct mon_digits {
     char text[digits_room];
@@ -23,6 +24,7 @@ struct mon_digits {
     unsigned fraction; // the first digits after the decimal symbol, at most six
     bool number;
 };
+} // namespace
 
 static constexpr int64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
 // Multiplying six decimals by one of these and dropping 40 bits divides by the power, exactly.
@@ -104,6 +106,7 @@ static int64_t count_separators(const int *group, bool threes, int64_t digits) {
 
 // ---- One amount ----
 
+namespace {
 // Columns before the value and after it.
 struct mon_columns {
     int64_t before;
@@ -124,6 +127,7 @@ struct mon_item {
     int64_t pad; // spaces for the field width
     int64_t len; // all units
 };
+} // namespace
 
 static bool starts_blank(kovaloc *loc, const mon_directive &d, const mon_item &item) {
     return item.fill > 0 && has_class(loc, d.fill, KO_CT_BLANK);

@@ -31,6 +31,7 @@ static bool stands_at(const ko_wchar_t *text, const wide_symbol &s) {
 
 // ---- The value ----
 
+namespace {
 // The digits of a value as they are found.
 struct mon_number {
     char text[number_room]; // digits, "." and the fraction; at most 255 characters
@@ -40,6 +41,7 @@ struct mon_number {
     int group_count;
     const ko_wchar_t *last_separator;
 };
+} // namespace
 
 static bool take_digit(const kovaloc *loc, ko_wchar_t wc, mon_number *n) {
     if (n->len == number_room - 1) return false;
@@ -186,11 +188,13 @@ int mon_maskmatch(kovaloc *loc, const ko_wchar_t *start, const char *mask, const
 
 // ---- Directives ----
 
+namespace {
 // What a directive reads: the text, and the rest of the format.
 struct mon_input {
     const ko_wchar_t *text;
     const ko_wchar_t *format;
 };
+} // namespace
 
 // For a text without the symbol that its layout has after the value: does the text end, or continue
 // as the format does? If not, another symbol is there.
@@ -201,12 +205,14 @@ static bool goes_on(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *form
     return *text == *format;
 }
 
+namespace {
 // One layout that a text may have.
 struct mon_candidate {
     const char *mask;
     wide_symbol sign;
     bool negative;
 };
+} // namespace
 
 // Returns the units of an item in the candidate's layout, with its value in *value; or -1.
 // left_out: without the layout's symbol.

@@ -37,10 +37,12 @@ static bool is_lang_terr(const char *s) {
            is_spec_letter(s[4]);
 }
 
+namespace {
 struct xopen_spec {
     uint16_t cs_num;
     char fname[5 + 1 + 4 + 4 + 4 + 1]; // language and territory, "\", number, modifier, ".lco"
 };
+} // namespace
 
 // The length of the code-set name at s, which may contain any printable characters up to "@"; 0 for
 // a bad one.
@@ -101,6 +103,7 @@ static bool skip_text(const char **cursor, const char *text) {
     return true;
 }
 
+namespace {
 // A walk over the entries of a compound specification.
 struct compound_walk {
     const char *cursor;
@@ -109,6 +112,7 @@ struct compound_walk {
     xopen_spec spec;
     bool separated; // a separator followed the entry
 };
+} // namespace
 
 // Reads the next entry; false if it breaks the grammar, repeats a category or names a code set
 // other than that of earlier entries.

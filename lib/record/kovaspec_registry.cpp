@@ -9,10 +9,12 @@
 #include <stdlib.h>
 #include <string.h>
 
+namespace {
 struct registry_elem {
     const char *cs_name; // NULL ends the table
     int cs_num;
 };
+} // namespace
 
 // Searched with lower-cased names; rows with capitals deliberately never match.
 static constexpr registry_elem kova_canned_registry[] = {
@@ -20,6 +22,7 @@ static constexpr registry_elem kova_canned_registry[] = {
     {nullptr, 0}
 };
 
+namespace {
 // Entries of a registry in memory, in file order: the number in two bytes, then the name with its
 // terminator. They take less than the file.
 struct registry_block {
@@ -27,6 +30,7 @@ struct registry_block {
     size_t used;
     char entries[8192 - sizeof(registry_block *) - sizeof(size_t)];
 };
+} // namespace
 
 // What ko_cache_registry has put into effect: at most one of the two, and nothing else changes
 // them.
@@ -41,6 +45,7 @@ bool stamp_registry(registry_stamp *stamp) {
     return path_search_mark("registry", "cm", "3", &stamp->file);
 }
 
+namespace {
 // An open registry, read in blocks.
 struct registry_text {
     FILE *file;
@@ -53,6 +58,7 @@ struct registry_text {
     registry_text(const registry_text &) = delete;
     registry_text &operator=(const registry_text &) = delete;
 };
+} // namespace
 
 static bool refill(registry_text *text) { // false at the end of the file, or after an error
     text->pos = text->block;

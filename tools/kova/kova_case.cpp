@@ -6,6 +6,7 @@
 
 namespace kovacli {
 
+namespace {
 struct case_job {
     codec code;
     bool upper = true;
@@ -13,6 +14,7 @@ struct case_job {
     std::string bytes;
     bad_count bad;
 };
+} // namespace
 
 // Maps wide[0, units) into mapped, part by part, since the library's strings end at a null
 // character.

@@ -10,10 +10,12 @@
 
 namespace kovacli {
 
+namespace {
 struct class_name {
     ko_ctype_t mask;
     std::string name;
 };
+} // namespace
 
 // The classes of a locale. The library finds a locale's own classes only by name, so the names that
 // sources define are tried; a bit that none of them names is shown by its mask.
@@ -141,11 +143,13 @@ static void add_rows(const codec &code, const std::vector<class_name> &classes,
 
 // ---- counting ----
 
+namespace {
 struct counts {
     std::vector<uint64_t> of_wide = std::vector<uint64_t>(65536);
     uint64_t bytes = 0;
     bad_count bad;
 };
+} // namespace
 
 static void count_file(const codec &code, const std::string &path, counts &count) {
     std::vector<ko_wchar_t> wide;

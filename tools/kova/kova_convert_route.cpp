@@ -115,11 +115,13 @@ static void make_room(byte_buffer &out, size_t bytes) {
     if (out.room.size() < bytes) out.room.resize(bytes);
 }
 
+namespace {
 struct leg_result {
     size_t taken = 0;
     int error = 0;
     bool substituted = false;
 };
+} // namespace
 
 // Converts into at most the given room; after KO_E2BIG the shift states may have changed.
 static leg_result convert_into(ko_cv_t cd, conv_state &st, const unsigned char *text, size_t len,

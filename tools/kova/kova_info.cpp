@@ -11,11 +11,13 @@ namespace kovacli {
 
 // ---- items ----
 
+namespace {
 // Runs of items: a single name, or a name followed by a number from 1.
 struct item_run {
     const char *name;
     unsigned first, count;
 };
+} // namespace
 static constexpr item_run item_runs[] = {
     {"D_T_FMT",     KO_D_T_FMT,     1 },
     {"DAY_",        KO_DAY_1,       7 },

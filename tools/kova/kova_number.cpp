@@ -7,7 +7,9 @@
 
 namespace kovacli {
 
+namespace {
 enum class kind { integer, real, character, text, none };
+} // namespace
 
 static kind kind_of(const format_directive &d) {
     const auto is = [&](const char *set) { return d.conversion && strchr(set, d.conversion); };
@@ -42,6 +44,7 @@ static std::string reason(int error) {
 
 // ---- Writing ----
 
+namespace {
 // Directives are formatted one by one, since arguments of arbitrary kinds cannot be passed in one
 // call. This is what the library would keep between the directives of one call.
 struct lasting {
@@ -50,6 +53,7 @@ struct lasting {
     bool upper = false;    // an "X" was used
     ko_wchar_t letter = 0; // the letter of a signed integer directive, "X" if there was one
 };
+} // namespace
 
 // The format of a single directive, with the flags that last.
 static std::vector<ko_wchar_t> single_format(const format_text &format, const format_directive &d,
@@ -111,11 +115,13 @@ static bool write_integer(const codec &code, const format_text &format, const fo
     return true;
 }
 
+namespace {
 // The text of a VALUE as the library takes it, and its first character.
 struct text_value {
     std::vector<ko_wchar_t> wide;
     std::string bytes;
 };
+} // namespace
 static text_value text_of(const codec &code, const std::string &argument, const std::string &what) {
     text_value value;
     value.wide = decode_argument(code, argument, what);

@@ -13,6 +13,7 @@
 
 namespace kovacli {
 
+namespace {
 // Fields first..last, from 1; last 0: to the end of the line.
 struct sort_field {
     int first = 0, last = 0;
@@ -37,6 +38,7 @@ struct sort_job {
     std::vector<std::pair<size_t, size_t>> spans; // of its fields
     std::string key;
 };
+} // namespace
 
 // ---- options ----
 

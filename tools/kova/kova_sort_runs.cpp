@@ -108,12 +108,14 @@ static void rewind_run(std::FILE *file) {
 
 // ---- merging ----
 
+namespace {
 // A run and its next record.
 struct open_run {
     std::FILE *file;
     std::vector<unsigned char> data;
     uint64_t prefix = 0;
 };
+} // namespace
 
 static bool read_record(open_run &run) {
     record_head head;

@@ -11,6 +11,7 @@
 
 namespace kovacli {
 
+namespace {
 struct text_job {
     codec code;
     std::array<int8_t, 65536> columns{}; // by wide character, -1 for none
@@ -18,6 +19,7 @@ struct text_job {
     std::vector<ko_wchar_t> wide;
     bad_count bad;
 };
+} // namespace
 
 static void open_job(text_job &job, const common_options &common, const measure_options &options,
                      locale_handle &handle, const char *with_replace) {
@@ -40,6 +42,7 @@ static uint64_t read_file(text_job &job, const std::string &path, Units take_uni
 
 // ---- width ----
 
+namespace {
 struct line_widths {
     int64_t columns = 0; // of the line so far, -1 once a character has none
     int64_t widest = 0;
@@ -47,6 +50,7 @@ struct line_widths {
     bool list = true;
     std::string text;
 };
+} // namespace
 
 static void end_line(line_widths &lines) {
     lines.widest = std::max(lines.widest, lines.columns);
@@ -96,6 +100,7 @@ int run_width(const common_options &common, const measure_options &options) {
 
 // ---- trim ----
 
+namespace {
 // Spaces that may turn out to be the last of their line, as runs of equal ones. The record is small
 // because a long line of different spaces needs one for each.
 struct space_run {
@@ -110,6 +115,7 @@ struct trimmer {
     std::vector<ko_wchar_t> kept;
     std::string bytes;
 };
+} // namespace
 
 static constexpr size_t write_units = size_t{1} << 16;
 
@@ -188,9 +194,11 @@ int run_trim(const common_options &common, const measure_options &options) {
 
 // ---- count ----
 
+namespace {
 struct text_counts {
     uint64_t lines = 0, characters = 0, bytes = 0, columns = 0;
 };
+} // namespace
 
 static void count_units(const text_job &job, const ko_wchar_t *wide, size_t count,
                         text_counts &counts) {

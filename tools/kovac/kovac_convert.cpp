@@ -37,10 +37,12 @@ static bool parse_substitute(const std::string &text, const conv_set &to, char_b
     return true;
 }
 
+namespace {
 struct direction {
     const conv_object *object;
     std::vector<std::string> substituted;
 };
+} // namespace
 
 static void print_report(const direction &d) {
     const conv_object &o = *d.object;

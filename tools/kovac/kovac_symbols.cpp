@@ -16,10 +16,12 @@ static constexpr size_t symbol_name_limit = 70; // bytes of a name in a charmap 
 static constexpr size_t codeset_name_limit = 21;
 static constexpr uint32_t last_name_code = 0x1FFFF;
 
+namespace {
 struct portable_name {
     uint32_t code;
     const char *name;
 };
+} // namespace
 static constexpr portable_name portable_names[] = {
 #include "../../data/portable_names.inc"
 };
@@ -162,10 +164,12 @@ static void put_bytes(std::string &text, char_bytes bytes) {
     text += '\n';
 }
 
+namespace {
 struct numbered_name {
     size_t stem = 0;
     int64_t number = -1; // -1: no digits, or more than an int holds
 };
+} // namespace
 static numbered_name split_digits(const std::string &name) {
     numbered_name split{.stem = name.size()};
     while (split.stem > 0 && name[split.stem - 1] >= '0' && name[split.stem - 1] <= '9')

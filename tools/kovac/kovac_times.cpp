@@ -5,6 +5,7 @@
 
 namespace kovac {
 
+namespace {
 // A directive of a source: flags, "E" or "O", and the letter.
 struct source_directive {
     bool unpadded = false, blanks = false;
@@ -16,6 +17,7 @@ struct respelling {
     char letter;
     const char *text;
 };
+} // namespace
 static constexpr respelling respellings[] = {
     {'F', "%Y-%m-%d"},
     {'k', "%2.1H"   },
