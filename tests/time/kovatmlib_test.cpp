@@ -315,30 +315,6 @@ TEST(CompiledLocales, WriteNoMoreThanTheMeasure) {
     EXPECT_GT(written, seeded_times * 40L * static_cast<long>(objects.size()));
 }
 
-// ---- Code sets ----------------------------------------------------------------------------------
-
-TEST(TimeFormat, GoesThroughEveryCodeSet) {
-    for (const bool wide : {false, true}) {
-        times names = plain;
-        names.day = "\x81\x40|b|\x81\x41\x81\x42|d|e|f|Sat";
-        const loaded_locale loc(with_times(double_byte_object(wide), wide ? plain : names, wide));
-        ko_mchar_t out[64];
-        ko_tm_t tm = noon();
-        tm.tm_wday = 2;
-        const std::string format = encoded("%A%2d", wide) + std::string(4, '\0');
-        const std::string want = wide ? encoded("Tuesday07", true)
-                                      : "\x81\x41\x81\x42"
-                                        "07";
-        const int size = static_cast<int>(want.size()), end = wide ? 2 : 1;
-        EXPECT_EQ(ko_mbsftime(loc, out, 64, mb(format.c_str()), &tm), size);
-        EXPECT_EQ(std::string(reinterpret_cast<char *>(out), want.size()), want);
-        EXPECT_EQ(ko_mbsftime(loc, out, size + end, mb(format.c_str()), &tm), size);
-        EXPECT_EQ(ko_mbsftime(loc, out, size + end - 1, mb(format.c_str()), &tm), 0);
-        EXPECT_EQ(loc.error(), KO_E2BIG);
-        EXPECT_GE(ko_mbsfmtexpand(loc, 1, mb(format.c_str())), size);
-    }
-}
-
 // ---- Eras, names, memory ------------------------------------------------------------------------
 
 TEST(Eras, TellNameAbbreviationAndFormatApartOrFailTheLoad) {
