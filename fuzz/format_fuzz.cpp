@@ -5,7 +5,7 @@
 //   the text, both of ASCII or Latin-1 characters.
 #include "chars/kovambwc.h"
 #include "fuzz_host.h"
-#include "number/kovalibn.h"
+#include "number/kovafmt.h"
 #include "number/number_records.h"
 
 #include <math.h>
@@ -191,29 +191,6 @@ static void check_parsing(const setting &s, const wide_string &format, wide_pars
     check(m == (n ? n : -1), "the twin agrees");
 }
 
-static void check_readers(const setting &s) {
-    const auto size = static_cast<ptrdiff_t>(s.text.size());
-    const auto alike = [](double a, double b) { return a == b || (isnan(a) && isnan(b)); };
-    for (int how = 0; how < 6; ++how) {
-        const int group = how & 1, base = how < 2 ? 10 : how < 4 ? 0 : 16;
-        ko_wchar_t *end = nullptr;
-        const ko_wchar_t *const text = s.text.data();
-        const auto inside = [&] {
-            check(!end || (end >= text && end - text < size), "it ends inside");
-        };
-        const ko_long_t whole = ko_wcstol(s.loc, text, &end, base, group);
-        inside();
-        const double real = ko_wcstod_num_mon(s.loc, text, &end, group, how / 2);
-        inside();
-        if (s.mb_text.empty() || s.text.size() < 2 || s.text.size() > 256) continue;
-        check(ko_mbstol(s.loc, s.mb_text.data(), nullptr, base, group) == whole,
-              "the twin reads alike");
-        if (how > 1) continue;
-        check(alike(ko_mbstod(s.loc, s.mb_text.data(), nullptr, group), real),
-              "the twin reads alike");
-    }
-}
-
 // Grouped numbers and amounts of two decimals.
 static void check_round_trip(const setting &s) {
     ko_wchar_t out[room + 1];
@@ -248,7 +225,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     s.mb_text = narrow(s.loc, s.text.data());
     check_numbers(s, format);
     check_money(s, format);
-    check_readers(s);
     check_round_trip(s);
     check_parsing(s, format, ko_wcspmon, ko_mbspmon);
     cut_format(s.loc, &format, true);

@@ -2,58 +2,28 @@
 // and through stream hooks, its derived tables convert as the tables they come from, a measured
 // length is the written one, a computed size suffices, and nothing is left behind. The input begins
 // with the options, the room and the length of a text; the object follows the text.
-#include "convert/kovacvlib.h"
 #include "fuzz_host.h"
-
-#include <string.h>
+#include "support/conversion_builder.h"
 
 struct sample {
-    const uint8_t *text; // zeros follow
-    int size;
+    std::string text;
     int room;
     conv_state state;
     bool stateless, terminated;
 };
 
-struct outcome {
-    int result, error, taken, made, sub;
-    conv_state state;
-    uint8_t *out; // a block of the room's size, so that a byte beyond is seen
+struct converted : cv_outcome {
+    int source_state, target_state;
+    bool operator==(const converted &) const = default;
 };
 
-static bool same(const outcome &a, const outcome &b) {
-    return a.result == b.result && a.error == b.error && a.taken == b.taken && a.made == b.made &&
-           a.sub == b.sub && a.state.source_state == b.state.source_state &&
-           a.state.target_state == b.state.target_state;
-}
-
-static outcome run(iconv_rec *cv, const sample &s, bool measure) {
-    outcome o = {.state = s.state, .out = static_cast<uint8_t *>(malloc(size_t(s.room) + 1))};
-    const ko_mchar_t *from = s.text;
-    ko_mchar_t *to = o.out;
-    int left = s.size, room = s.room;
-    int *const count = s.terminated ? nullptr : &left;
-    conv_state *const state = s.stateless ? nullptr : &o.state;
-    set_error(cv, 0);
-    if (measure)
-        o.result = ko_mconvlen(cv, state, &from, count, &room, &o.sub);
-    else if (state)
-        o.result = ko_cv_mconv(cv, state, &from, count, &to, &room, &o.sub);
-    else
-        o.result = ko_miconv(cv, &from, count, &to, &room, &o.sub);
-    o.error = *ko_ext_errno(cv);
-    o.taken = int(from - s.text);
-    o.made = s.room - room;
+static converted run(const cv_record &cv, const sample &s) {
+    conv_state state = s.state;
+    conv_state *const kept = s.stateless ? nullptr : &state;
+    const cv_outcome o = convert(cv, s.text, s.room, kept, s.terminated ? -1 : -2);
     check(o.result == 0 || o.error != 0, "a failure has a reason");
-    check(o.made >= 0 && room >= 0, "what is written fits the room");
-    check(o.made <= ko_cv_outbuflen(cv, o.taken), "the computed size suffices");
-    check(s.terminated || o.taken + left == s.size, "what is taken is accounted for");
-    check(measure || to - o.out == o.made, "what is written is accounted for");
-    return o;
-}
-
-static bool same_bytes(const outcome &a, const outcome &b) {
-    return same(a, b) && !memcmp(a.out, b.out, size_t(a.made));
+    check(int(o.out.size()) <= ko_cv_outbuflen(cv.cd, o.taken), "the computed size suffices");
+    return {o, state.source_state, state.target_state};
 }
 
 // A null byte ends a text, or stops it as no character, wherever a character may begin; and no
@@ -68,76 +38,54 @@ static bool null_ends(const mb_decode *table, const multi_arr *node, bool first)
     return true;
 }
 
-static void check_measure(iconv_rec *cv, const sample &s, const outcome &converted) {
+static void check_measure(const cv_record &cv, const sample &s, const converted &want) {
     // Single bytes are measured by the entries' lengths, but always written as one.
-    const bool stateful = cv->source_is_stateful || cv->target_is_stateful;
-    if ((s.stateless || !stateful) && cv->miconv_fp != mb_miconv) return;
-    const outcome measured = run(cv, s, true);
-    check(same(measured, converted), "the measured length is the written one");
-    free(measured.out);
+    const bool stateful = cv.rec()->source_is_stateful || cv.rec()->target_is_stateful;
+    if ((s.stateless || !stateful) && cv.rec()->miconv_fp != mb_miconv) return;
+    conv_state state = s.state;
+    const ko_mchar_t *const text = mb(s.text.c_str()), *from = text;
+    int left = int(s.text.size()), room = s.room, sub = 7;
+    *ko_ext_errno(cv.cd) = 0;
+    const int result = ko_mconvlen(cv.cd, s.stateless ? nullptr : &state, &from,
+                                   s.terminated ? nullptr : &left, &room, &sub);
+    check(result == want.result && cv.error() == want.error && from - text == want.taken &&
+              size_t(s.room - room) == want.out.size() && sub == want.sub &&
+              state.source_state == want.source_state && state.target_state == want.target_state,
+          "the measured length is the written one");
 }
 
-static void check_derived(iconv_rec *cv, const sample &s, const outcome &converted) {
-    cv_flat *const noshift = cv->flat_noshift, *const shift = cv->flat_shift;
-    cv_bytes *const bytes = cv->bytes;
-    cv->flat_noshift = cv->flat_shift = nullptr;
-    cv->bytes = nullptr;
-    const outcome plain = run(cv, s, false);
-    check(same_bytes(plain, converted), "derived tables convert as the tables");
-    free(plain.out);
-    cv->flat_noshift = noshift;
-    cv->flat_shift = shift;
-    cv->bytes = bytes;
-}
-
-static void check_conversion(iconv_rec *streamed, iconv_rec *read, sample s) {
-    if (s.terminated) {
-        s.terminated =
-            null_ends(read->conv_noshift, read->conv_noshift->root, true) &&
-            (!read->conv_shift || null_ends(read->conv_shift, read->conv_shift->root, true));
-    }
-    const outcome converted = run(read, s, false), other = run(streamed, s, false);
-    check(same_bytes(converted, other), "memory and stream convert alike");
-    free(other.out);
-    check_derived(read, s, converted);
-    check_measure(read, s, converted);
-    if (read->exports.sb2sb_table && s.stateless && !s.terminated)
-        for (int i = 0; i < converted.made; ++i)
-            check(converted.out[i] == read->exports.sb2sb_table[s.text[i]], "the table translates");
-    free(converted.out);
+static void check_object(const std::string &object, sample s) {
+    const cv_record streamed(object), read(object, cv_from::memory);
+    check(read.result == streamed.result && read.error() == streamed.error(),
+          "memory and stream read alike");
+    if (read.result) return;
+    const iconv_rec *const rec = read.rec();
+    s.terminated = s.terminated && null_ends(rec->conv_noshift, rec->conv_noshift->root, true) &&
+                   (!rec->conv_shift || null_ends(rec->conv_shift, rec->conv_shift->root, true));
+    const converted want = run(read, s);
+    check(run(streamed, s) == want, "memory and stream convert alike");
+    streamed.forget_derived();
+    check(run(streamed, s) == want, "derived tables convert as the tables");
+    check_measure(read, s, want);
+    if (rec->exports.sb2sb_table && s.stateless && !s.terminated)
+        for (size_t i = 0; i < want.out.size(); ++i)
+            check(ko_mchar_t(want.out[i]) == rec->exports.sb2sb_table[ko_mchar_t(s.text[i])],
+                  "the table translates");
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size < 3) return 0;
     const unsigned options = data[0];
     const size_t text_size = data[2] < size - 3 ? data[2] : size - 3;
-    const size_t times = 1 + (options >> 6), repeated = times * text_size;
-    uint8_t *const text = static_cast<uint8_t *>(calloc(repeated + 2, 1));
-    for (size_t i = 0; i < repeated; ++i)
-        text[i] = data[3 + i % text_size];
-    const sample s = {
-        .text = text,
-        .size = int(repeated),
-        .room = data[1] == 255 ? 12 * int(repeated) : data[1],
+    sample s = {
         .state = {!!(options & 1), !!(options & 2), !!(options & 4), !!(options & 8), nullptr},
         .stateless = !!(options & 16),
         .terminated = !!(options & 32)
     };
-    file_hooks files;
-    files.files["\\o.cvo"].assign(data + 3 + text_size, data + size);
-    ko_cv_t streamed, read;
-    const int streamed_result = ko_iconv_open1(&streamed, "\\o.cvo");
-    check(!files.streams, "streams are closed");
-    ko_iconv_open1(&read, nullptr); // a descriptor with nothing in it
-    set_error(read, 0);
-    text_in in = {.pos = data + 3 + text_size, .end = data + size};
-    const int read_result = read_cv_object(&in, descriptor(read));
-    check(read_result == streamed_result && *ko_ext_errno(read) == *ko_ext_errno(streamed),
-          "memory and stream read alike");
-    if (!read_result) check_conversion(descriptor(streamed), descriptor(read), s);
-    ko_cv_unload(streamed);
-    ko_cv_unload(read);
+    for (unsigned times = 0; times <= options >> 6; ++times)
+        s.text.append(data + 3, data + 3 + text_size);
+    s.room = data[1] == 255 ? 12 * int(s.text.size()) : data[1];
+    check_object({data + 3 + text_size, data + size}, s);
     check(memory.live == 0, "nothing is left");
-    free(text);
     return 0;
 }

@@ -4,48 +4,20 @@
 // what a registry file says is what it says after it was written and read again. The first byte of
 // the input chooses the reader.
 #include "common/tool_charmap.h"
-#include "kova.h"
+#include "fuzz_host.h"
 #include "kovac/kovac_convert.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_write.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <unistd.h>
-
 using namespace kovac;
 
 namespace {
 
-void check(bool holds, const char *law) {
-    if (holds) return;
-    fprintf(stderr, "broken: %s\n", law);
-    abort();
-}
+const temp_dir files;
 
-// Files of this run, in memory where the system has such a place.
-struct folder {
-    std::string path = access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : "/tmp/";
-    std::string input, object;
-    folder() {
-        path += "kova_fuzz_" + std::to_string(getpid());
-        input = path + ".in";
-        object = path + ".lco";
-    }
-    ~folder() {
-        remove(input.c_str());
-        remove(object.c_str());
-    }
-};
-folder files;
-
-void put_input(std::string_view text) {
-    FILE *out = fopen(files.input.c_str(), "wb");
-    check(out && fwrite(text.data(), 1, text.size(), out) == text.size() && fclose(out) == 0,
-          "the input is written");
-}
+// Gives the path.
+std::string put_input(std::string_view text) { return files.write("input", text); }
 
 struct messages {
     std::string said;
@@ -71,23 +43,23 @@ void check_map(const charmap &map) {
 }
 
 void try_charmap(std::string_view text) {
-    put_input(text);
     messages m;
     charmap map;
     std::vector<charmap_line> lines;
-    const bool good = load_charmap({}, files.input, m.diag, map, &lines);
+    const bool good = load_charmap({}, put_input(text), m.diag, map, &lines);
     check_said(m, good);
     if (good) check_map(map);
 }
 
 const charmap &plain_map() {
     static const charmap map = [] {
-        put_input("<code_set_name> PLAIN\n<comment_char> %\n<escape_char> /\nCHARMAP\n"
-                  "<U0000>..<U007F> /x00\n<U00E0>..<U00FF> /xe0\n<U4E00>..<U4E0F> /x81/x40\n"
-                  "END CHARMAP\n");
+        const std::string path =
+            put_input("<code_set_name> PLAIN\n<comment_char> %\n<escape_char> /\nCHARMAP\n"
+                      "<U0000>..<U007F> /x00\n<U00E0>..<U00FF> /xe0\n<U4E00>..<U4E0F> /x81/x40\n"
+                      "END CHARMAP\n");
         charmap made;
         messages m;
-        check(load_charmap({}, files.input, m.diag, made), "the charmap of the fuzzer is good");
+        check(load_charmap({}, path, m.diag, made), "the charmap of the fuzzer is good");
         return made;
     }();
     return map;
@@ -95,10 +67,9 @@ const charmap &plain_map() {
 
 void try_source(std::string_view text) {
     const charmap &map = plain_map();
-    put_input(text);
     messages m;
     source_set set;
-    set.main = load_source(set, m.diag, files.input, {});
+    set.main = load_source(set, m.diag, put_input(text), {});
     check(set.main, "the source is read");
     locale_object object;
     const bool good = compile_locale(set, map, m.diag, object, nullptr);
@@ -106,13 +77,11 @@ void try_source(std::string_view text) {
     if (!good) return;
     object.codeset = map.name;
     std::string why;
-    check(write_locale(files.object, object, map, &why) == write_result::done, "it is written");
+    check(write_locale(files.path + "/x.lco", object, map, &why) == write_result::done,
+          "it is written");
     ko_lc_t loc = nullptr;
-    const size_t slash = files.object.rfind('/');
     // Eras are the source's own text; the command loads an object before that gets its name.
-    check(ko_lc_load(&loc, files.object.c_str() + slash + 1, nullptr,
-                     files.object.substr(0, slash).c_str()) == 0 ||
-              !object.time.era.empty(),
+    check(ko_lc_load(&loc, "x.lco", nullptr, files.path.c_str()) == 0 || !object.time.era.empty(),
           "what is written loads");
     ko_lc_unload(loc);
 }
@@ -151,21 +120,11 @@ void try_registry(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (size == 0) return 0;
     const std::string_view text(reinterpret_cast<const char *>(data) + 1, size - 1);
-    switch (data[0] % 5) {
-    case 0:
-        try_charmap(text);
-        break;
-    case 1:
-        try_source(text);
-        break;
-    case 2:
-        try_set(text, read_mapping);
-        break;
-    case 3:
-        try_set(text, read_ucm);
-        break;
-    default:
-        try_registry(text);
-    }
+    const unsigned reader = data[0] % 5;
+    if (reader == 0) try_charmap(text);
+    if (reader == 1) try_source(text);
+    if (reader == 2) try_set(text, read_mapping);
+    if (reader == 3) try_set(text, read_ucm);
+    if (reader == 4) try_registry(text);
     return 0;
 }
