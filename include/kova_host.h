@@ -78,6 +78,11 @@ KO_API int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const ch
 KO_API int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *text,
                              size_t len, ko_bad_text *bad);
 
+/* Map a text to upper or lower case, character by character like im_towupper and im_towlower.
+ * Characters beyond the basic plane stay as they are. -KO_EILSEQ: the text is ill-formed. */
+KO_API int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
+KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
+
 /* Compare two texts in the locale's order. Return 0 for texts that it does not distinguish, and a
  * value below or above 0 if the first text comes earlier or later. That is -1 or 1 without an
  * error; with an error it is further from 0 by the error's number, which KO_SCOLL_ERROR(result)

@@ -1,75 +1,14 @@
 // Conversion between UTF-8 and wide characters of the code set "unicode".
+#include "host/kovahost_made.h"
 #include "host/kovahost_simd.h"
 #include "host/kovahost_text.h"
-
-namespace {
-
-// Where the result goes: into the caller's room, and from the first character that does not fit
-// there, into the call's scratch memory, because its length still counts.
-template <class Out> struct sink {
-    Out *at;
-    size_t left;
-    size_t total; // units made so far
-    bool full;
-    Out scratch[1024];
-};
-
-} // namespace
-
-// The most units in the result of one character.
-static constexpr size_t longest = 4;
-
-template <class Out> static void open_sink(sink<Out> *out, Out *dst, size_t room) {
-    out->at = dst;
-    out->left = room;
-    out->total = 0;
-    out->full = false;
-}
-
-template <class Out> static void put(sink<Out> *out, const Out *units, size_t n) {
-    if (n > out->left) { // when scratch is full, it is used again
-        out->full = true;
-        out->at = out->scratch;
-        out->left = sizeof out->scratch / sizeof *out->scratch;
-    }
-    for (size_t i = 0; i < n; ++i)
-        out->at[i] = units[i];
-    out->at += n;
-    out->left -= n;
-    out->total += n;
-}
-
-template <class Out> static void took(sink<Out> *out, size_t n) {
-    out->at += n;
-    out->left -= n;
-    out->total += n;
-}
 
 static int64_t ill_formed(ko_bad_text *bad, size_t at, size_t length, size_t done) {
     if (bad) *bad = {at, length, done};
     return -KO_EILSEQ;
 }
 
-// ---- The character at s, and its result ----
-
-static size_t units_of(ko_wchar_t *units, unsigned code) {
-    if (code <= last_unit) {
-        units[0] = ko_wchar_t(code);
-        return 1;
-    }
-    units[0] = ko_wchar_t(high_unit(code));
-    units[1] = ko_wchar_t(low_unit(code));
-    return 2;
-}
-
-static size_t units_of(unsigned char *bytes, unsigned code) {
-    const unsigned count = 1u + (code >= 0x80) + (code >= 0x800) + (code > last_unit);
-    static constexpr unsigned char first[] = {0, 0, 0xC0, 0xE0, 0xF0};
-    for (unsigned i = count; i-- > 1; code >>= 6)
-        bytes[i] = static_cast<unsigned char>(0x80 | (code & 0x3F));
-    bytes[0] = static_cast<unsigned char>(first[count] | code);
-    return count;
-}
+// ---- The character at s ----
 
 static utf8_step next_char(const unsigned char *s, const unsigned char *end) {
     return utf8_char(s, end);
@@ -84,8 +23,8 @@ static utf8_step next_char(const ko_wchar_t *s, const ko_wchar_t *end) {
 
 template <class Out, class In>
 static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad_text *bad) {
-    sink<Out> out;
-    open_sink(&out, dst, room);
+    made_text<Out> out;
+    start_text(&out, dst, room);
     const In *s = text, *const end = text + len;
     while (s != end) {
         const run_of run = convert_run(out.at, out.left, s, size_t(end - s));
@@ -96,7 +35,7 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
             const utf8_step step = next_char(s, end);
             if (step.code == no_code)
                 return ill_formed(bad, size_t(s - text), step.bytes, out.total);
-            Out units[longest];
+            Out units[longest_char];
             put(&out, units, units_of(units, step.code));
             s += step.bytes;
         }

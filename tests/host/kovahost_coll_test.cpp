@@ -1,6 +1,8 @@
 // Order of texts with lengths: as the wide comparison has it, and total whatever the bytes.
 #include "host/host_records.h"
 
+using namespace std::string_literals;
+
 namespace {
 
 int sign(int n) { return n < 0 ? -1 : n > 0; }
@@ -94,4 +96,51 @@ TEST(HostOrder, IsTotalWithNullsAndBytesThatAreNoCharacters) {
             }
         }
     });
+}
+
+TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
+    each_unicode_locale([](ko_lc_t loc) {
+        random_texts texts = {std::mt19937(9)};
+        for (int round = 0; round < 50; ++round) {
+            const spelled text(texts.text(round ? 12 : 400)); // also longer than what is held back
+            const std::string whole = key(loc, text.narrow);
+            for (size_t room = 0; room <= whole.size(); ++room) {
+                std::string some(room + 1, '?');
+                ASSERT_EQ(
+                    ko_utf8sxfrm(loc, some.data(), room, text.narrow.data(), text.narrow.size()),
+                    int64_t(whole.size()));
+                ASSERT_EQ(some, whole.substr(0, room) + '?');
+            }
+        }
+    });
+    const char *root = getenv("KOVA_TEST_ROOT");
+    const real_variable dir("VANTORDIR", root ? root : "");
+    const std::string whole = "the tables of the first key";
+    each_allocation_fails([&] {
+        ko_lc_t loc = nullptr;
+        bool made = ko_lc_load(&loc, "de_DE.unicode", nullptr, nullptr) == 0 && !ko_lc_status(loc);
+        if (made) {
+            const int64_t n = ko_utf8sxfrm(loc, nullptr, 0, whole.data(), whole.size());
+            EXPECT_TRUE(n == -KO_ENOMEM || n > int64_t(whole.size() / 2)) << n;
+            made = n > 0;
+        }
+        ko_lc_unload(loc);
+        return made;
+    });
+}
+
+TEST(HostOrder, TellsErrorsAndStillOrders) {
+    EXPECT_EQ(order(nullptr, std::string("a"), std::string("b")), -1 - KO_ENULL);
+    EXPECT_EQ(KO_SCOLL_ERROR(order(nullptr, std::string("b"), std::string("a"))), KO_ENULL);
+    EXPECT_EQ(order(nullptr, std::string("a"), std::string("a")), 0);
+    EXPECT_EQ(ko_utf8sxfrm(nullptr, nullptr, 0, "a", 1), -KO_ENULL);
+    bare_record r; // in code order
+    EXPECT_EQ(order(r.loc, std::string("a\0", 2), std::string("a")), 1);
+    EXPECT_EQ(order(r.loc, std::string("a\x80"), std::string("a\xEF\xBF\xBF")), 1 + KO_EILSEQ);
+    EXPECT_EQ(ko_utf8scoll(r.loc, nullptr, 1, "a", 1), -1 - KO_ENULL);
+    EXPECT_EQ(key(r.loc, std::string("\xEF\xBF\xBF\xC3", 4)), "\xFF\xFF\0\xFF\xFF\1\xC3"s);
+    record(r.loc)->codeset[KO_LC_COLLATE - 2][0] = 0;
+    EXPECT_EQ(order(r.loc, std::string("a"), std::string("B")), 1 + KO_ECODESET);
+    EXPECT_EQ(ko_utf8sxfrm(r.loc, nullptr, 0, "a", 1), -KO_ECODESET);
+    EXPECT_EQ(error_of(r.loc), 0);
 }

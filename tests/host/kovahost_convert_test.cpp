@@ -161,3 +161,30 @@ TEST(HostConvert, RefusesOtherCodeSetsAndMissingTexts) {
     EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 0, nullptr, 0, nullptr), -KO_ECODESET);
     EXPECT_EQ(error_of(r.loc), 0);
 }
+
+TEST(HostCase, IsThatOfWideCharacters) {
+    each_unicode_locale([](ko_lc_t loc) {
+        random_texts texts = {std::mt19937(2013)};
+        for (int round = 0; round < 500; ++round) {
+            std::string text, upper, lower;
+            for (const char32_t code : texts.text(12)) {
+                const bool wide = code > 0xFFFF;
+                const auto unit = ko_wchar_t(code);
+                text += utf8(code);
+                upper += utf8(wide ? code : im_towupper(loc, unit));
+                lower += utf8(wide ? code : im_towlower(loc, unit));
+            }
+            char room[64];
+            const size_t some = texts.below(64);
+            for (const auto &[change, want] :
+                 {std::pair(&ko_utf8supper, upper), std::pair(&ko_utf8slower, lower)}) {
+                ASSERT_EQ(change(loc, room, some, text.data(), text.size()), int64_t(want.size()));
+                size_t whole = std::min(some, want.size());
+                while (whole < want.size() && (want[whole] & 0xC0) == 0x80)
+                    --whole;
+                ASSERT_EQ(std::string(room, whole), want.substr(0, whole));
+            }
+        }
+        EXPECT_EQ(ko_utf8supper(loc, nullptr, 0, "a\xC3", 2), -KO_EILSEQ);
+    });
+}

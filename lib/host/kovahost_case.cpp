@@ -1,0 +1,56 @@
+// Case of texts in UTF-8, character by character as the record maps wide characters.
+#include "chars/kovambwc.h"
+#include "host/kovahost_made.h"
+
+namespace {
+struct case_map {
+    ko_lc_t loc;
+    const case_second *pages; // NULL: the record's call serves
+    ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc);
+};
+} // namespace
+
+// A partner that is half a pair would make the text ill-formed.
+static unsigned mapped(const case_map &map, unsigned code) {
+    if (code > last_unit) return code;
+    const unsigned hi = code >> 8, lo = code & 0xFF;
+    unsigned partner = code;
+    if (!map.pages)
+        partner = map.by_record(map.loc, ko_wchar_t(code));
+    else if (map.pages->states[hi][lo] == case_mapped)
+        partner = map.pages->partners[hi][lo];
+    return is_high_unit(partner) || is_low_unit(partner) ? code : partner;
+}
+
+static int64_t map_text(const case_map &map, void *dst, size_t room, const char *text, size_t len) {
+    if ((!text && len) || (!dst && room)) return -KO_ENULL;
+    made_text<unsigned char> out;
+    start_text(&out, static_cast<unsigned char *>(dst), room);
+    const unsigned char *s = bytes_of(text), *const end = s + len;
+    while (s != end) {
+        const utf8_step step = utf8_char(s, end);
+        if (step.code == no_code) return -KO_EILSEQ;
+        unsigned char bytes[longest_char];
+        put(&out, bytes, units_of(bytes, mapped(map, step.code)));
+        s += step.bytes;
+    }
+    return int64_t(out.total);
+}
+
+template <case_pages ctype_flat::*side>
+static int64_t change_case(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len,
+                           ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc)) {
+    if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
+    const ctype_flat *flat = flat_cases(record(loc));
+    if (flat) return map_text({loc, (flat->*side).second, by_record}, dst, room, text, len);
+    const errno_guard word(loc); // what is no character of the record is an error of its call
+    return map_text({loc, nullptr, by_record}, dst, room, text, len);
+}
+
+int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len) {
+    return change_case<&ctype_flat::upper>(loc, dst, room, text, len, im_towupper);
+}
+
+int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len) {
+    return change_case<&ctype_flat::lower>(loc, dst, room, text, len, im_towlower);
+}
