@@ -61,12 +61,6 @@ static const ko_wchar_t *format_of(const ltime *t, const time_directive &row, co
     return t->*row.format;
 }
 
-// Units of the character at s, 0 for what is not one.
-static inline int units_of(const mb_flat *flat, const ko_mchar_t *s) {
-    return flat ? flat_mblen(*flat, s) : 1;
-}
-static inline int units_of(const mb_flat *, const ko_wchar_t *) { return 1; }
-
 template <class Unit> static inline Unit *put_pair(Unit *at, unsigned number) {
     memcpy(at, digit_pairs<Unit>[number].data(), 2 * sizeof(Unit));
     return at + 2;
@@ -138,11 +132,12 @@ static Unit *put_format(quick_out<Unit> &q, Unit *at, const Unit *format, int de
             format += 2;
             continue;
         }
-        const int units = units_of(flat, format);
-        if (!units) return nullptr;
-        memcpy(at, format, 2 * sizeof(Unit)); // always two: the second may be overwritten
-        at += units;
-        format += units;
+        *at++ = *format++; // the shared step would make the next place wait for the flags
+        if (sizeof(Unit) > 1 || !flat || flat->flag1[c] == mb_final) continue;
+        if (flat->flag1[c] != mb_prefix || flat->second->flags[c][*format] != mb_final) {
+            return nullptr;
+        }
+        *at++ = *format++;
     }
     return at;
 }
