@@ -508,9 +508,9 @@ KO_API int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask);
  * as it is, with KO_EILSEQ. */
 KO_API ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc);
 KO_API ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc);
-/* Write the bytes of the case partner, or of the character itself, without a terminator. The high
- * byte of the result is the source's length, the low byte the number of bytes written (0xFF, with
- * KO_EILSEQ: the partner has no bytes). */
+/* Write the bytes of the case partner, or of the character itself, without a terminator, into room
+ * for ko_mb_loc_max bytes, at least one. The high byte of the result is the source's length, the
+ * low byte the number of bytes written (0xFF, with KO_EILSEQ: the partner has no bytes). */
 KO_API uint16_t im_tomupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
 KO_API uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb);
 /* Map a string. dst has room for ko_case_conv_outbuflen of the source's bytes and for a terminator;

@@ -201,9 +201,19 @@ static double growth_of_pairs(const kovaloc *loc) {
     return 1;
 }
 
+// The case of one character is written into the room of the longest one in the class table.
+static bool cases_exceed_classes(const kovaloc *loc) {
+    const auto *cases = static_cast<const mb_decode *>(loc->cconv);
+    const auto *classes = static_cast<const mb_decode *>(loc->ctype);
+    const unsigned char *first_flags = cases->root->flag_arr;
+    return classes->max_char_len < 2 && first_flags && memchr(first_flags, mb_prefix, 256);
+}
+
 int read_ctype(text_in *in, kovaloc *loc) {
     if (read_table(in, loc, loc->ctype) || read_user_bits(in, loc)) return -1;
-    if (read_table(in, loc, loc->cconv) || read_case_pairs(in, loc)) return -1;
+    if (read_table(in, loc, loc->cconv)) return -1;
+    if (cases_exceed_classes(loc)) return fail(loc, KO_ECHARLEN, -1);
+    if (read_case_pairs(in, loc)) return -1;
     const double stated = read_case_ratio(in), needed = growth_of_pairs(loc);
     loc->exp.case_conv_ratio = stated > needed ? stated : needed;
     return 0;

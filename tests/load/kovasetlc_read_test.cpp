@@ -255,6 +255,12 @@ static void use_told_sizes(ko_lc_t loc, const ko_mchar_t *word) {
         std::vector<ko_mchar_t> out(size_t(told + terminator));
         EXPECT_LE(map(loc, out.data(), word), told);
     }
+    const int longest = std::max(ko_mb_loc_max(loc), 1);
+    for (auto *map : {im_tomupper, im_tomlower}) {
+        std::vector<ko_mchar_t> out(size_t(longest));
+        const int written = map(loc, out.data(), word) & 0xFF;
+        EXPECT_TRUE(written == 0xFF || written <= longest);
+    }
 }
 
 // Reads the whole object, derives and uses what there is, and gives it back.
@@ -280,15 +286,16 @@ TEST(DamagedObject, ToldSizesSuffice) {
     locale_object object = double_byte_object(false);
     std::vector<table_entry> entries(4); // "a" and "b" have pairs 1 and 2, and some class
     for (size_t i = 0; i < 4; i++)
-        entries[i].bytes = i == 2 ? "\x81\x40" : std::string(1, "ab?\0"[i]);
+        entries[i].bytes = i == 3 ? "\x81\x40" : std::string(1, "ab\0"[i]);
     entries[0].item = 1, entries[1].item = 2;
-    const std::string classes = table_text(entries), &cases = classes;
+    const std::string cases = table_text(entries);
     const auto with = [&](std::string table, const char *lengths) {
         return lengths + table.substr(table.find(' ', 2));
     };
     struct row {
         const char *lengths, *pairs;
-        double want; // ratio, 0 where the object is refused
+        double want;      // ratio, 0 where the object is refused
+        size_t chars = 4; // in the class table; the last one has two bytes
     };
     static const char none[] = "00000000 00000000 00000000 00000000 1.0";
     static const row rows[] = {
@@ -300,9 +307,11 @@ TEST(DamagedObject, ToldSizesSuffice) {
         {"0 1", none,                                      0  },
         {"1 1", none,                                      0  },
         {"2 5", none,                                      1.0},
+        {"1 1", none, 0, 3}, // the case table has longer characters
     };
     for (auto &r : rows) {
         SCOPED_TRACE(std::string(r.lengths) + " " + r.pairs);
+        const std::string classes = table_text({entries.begin(), entries.begin() + long(r.chars)});
         object.ctype = with(classes, r.lengths) + "0\n" + cases + "2 " + r.pairs + "\n";
         reading from(object.str(), false);
         own_record loc;
