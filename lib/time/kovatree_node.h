@@ -41,36 +41,22 @@ template <class Node> inline const Node *node_across(const Node *level, int c) {
     return level;
 }
 
-// The link to a character's node among those at a position; the link is NULL if there is none yet.
-template <class Node> inline Node **slot_across(Node **level, int c) {
-    while (*level && (*level)->c != c)
-        level = &(*level)->nextn;
-    return level;
-}
-
 // Inserts the name that the source yields; the empty name is at the top with the character 0.
-// make() allocates a node. 0 or the error number; nodes made before an error stay, but no name ends
-// at them.
-template <class Node, class Source, class Make>
-inline int insert(Node **root, Source &in, Make make, int val) {
+// node_at() returns a character's node among those at a position and makes it if there is none yet.
+// 0 or the error number; nodes made before an error stay, but no name ends at them.
+template <class Node, class Source, class NodeAt>
+inline int insert(Node **root, Source &in, NodeAt node_at, int val) {
     int c = in.next();
     for (Node **level = root; c != units_bad;) {
-        const int unit = c < 0 ? 0 : c;
-        Node **slot = slot_across(level, unit);
-        if (!*slot) {
-            Node *const made = make();
-            if (!made) return KO_ENOMEM;
-            *made = {};
-            made->c = static_cast<decltype(made->c)>(unit);
-            *slot = made;
-        }
+        Node *const node = node_at(level, c < 0 ? 0 : c);
+        if (!node) return KO_ENOMEM;
         if (c >= 0) c = in.next();
         if (c == units_end) {
-            (*slot)->val = val;
-            (*slot)->set = 1;
+            node->val = val;
+            node->set = 1;
             return 0;
         }
-        level = &(*slot)->nextc;
+        level = &node->nextc;
     }
     return KO_EILSEQ;
 }

@@ -38,12 +38,20 @@ template <class Node> static void free_nodes(Node *root) {
     }
 }
 
+template <class Node> static Node *node_at(Node **level, int c) {
+    while (*level && (*level)->c != c)
+        level = &(*level)->nextn;
+    if (*level) return *level;
+    *level = static_cast<Node *>(ko_ext_malloc(sizeof(Node)));
+    if (*level) **level = {.c = static_cast<decltype(Node::c)>(c)};
+    return *level;
+}
+
 template <class Node, class Source>
 static int cache_string(kovaloc *loc, Node **root, Source in, int val) {
-    const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
     const auto insert_quietly = [&] {
         errno_guard kept(loc); // what is not a character of the case table has no lower case
-        return insert(root, in, make, val);
+        return insert(root, in, node_at<Node>, val);
     };
     const int error = insert_quietly();
     return error ? fail(loc, error, -1) : 0;

@@ -3,6 +3,8 @@
 #include "load/kovasetlc_load.h"
 #include "support/locale_builder.h"
 
+#include <time.h>
+
 #include <algorithm>
 #include <functional>
 
@@ -322,6 +324,23 @@ TEST(DamagedObject, ToldSizesSuffice) {
         EXPECT_EQ(ko_mb_loc_max(loc), 2);
         use_told_sizes(loc, mb("aabba\0\0\0"));
     }
+}
+
+// A digit for every pair of bytes, in a code set of them.
+TEST(HostileObject, DigitsThatBeginDifferentlyLoadInTimeOfTheirNumber) {
+    locale_object object = double_byte_object(true);
+    std::string table = "2 2 1 0000\n1 0\n0000110001\n0000000\n", digits;
+    for (int i = 0; i < 256; i++)
+        table += "1 0\n0000110004\n0000000\n";
+    object.ctype = table + "0\n" + table + "0\n";
+    for (int c = 0; c < 65536; c++) {
+        if (c & 0xFF) digits += field(std::string{char(c >> 8), char(c)});
+    }
+    object.time.replace(object.time.rfind("\n3\n") + 1, std::string::npos, "65280\n" + digits);
+    const std::string text = object.str();
+    const clock_t start = clock();
+    EXPECT_EQ(load_and_use(text), 0);
+    EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 2);
 }
 
 TEST(DamagedObject, EveryPrefixFailsAndEveryChangedByteFailsOrLoads) {
