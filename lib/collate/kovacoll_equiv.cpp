@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+
 namespace {
 
 enum { class_none = -1, class_ignored = -2 }; // else the first row of the class
@@ -70,23 +72,54 @@ static uint32_t row_hash(const coll_data *coll, int row) {
     return static_cast<uint32_t>(h);
 }
 
-// The first earlier row with the same weights, from a hash table of rows + 1. If there is none,
-// enters the row and returns -1.
-static int earlier_row(const coll_data *coll, int row, int *slots, size_t mask) {
-    size_t at = row_hash(coll, row) & mask;
-    for (; slots[at]; at = (at + 1) & mask)
-        if (rows_equal(coll, slots[at] - 1, row)) return slots[at] - 1;
-    slots[at] = row + 1;
-    return -1;
+// Joins rows with the same weights to the class of the first, by a hash table of rows + 1. False if
+// many rows share hashes, as in an object made for that.
+static bool join_by_hash(const coll_data *coll, const int *rows, size_t count, int *slots,
+                         size_t mask, row_classes *classes) {
+    size_t steps = 4 * (mask + 1);
+    memset(slots, 0, (mask + 1) * sizeof *slots);
+    for (size_t i = 0; i < count; ++i) {
+        const int row = rows[i];
+        size_t at = row_hash(coll, row) & mask;
+        while (slots[at] && !rows_equal(coll, slots[at] - 1, row)) {
+            if (!--steps) return false;
+            at = (at + 1) & mask;
+        }
+        if (!slots[at]) {
+            slots[at] = row + 1;
+            continue;
+        }
+        const int first = slots[at] - 1;
+        classes->of_row[first] = classes->of_row[row] = first;
+        classes->any = true;
+    }
+    return true;
+}
+
+static void join_by_sorting(const coll_data *coll, int *rows, size_t count, row_classes *classes) {
+    std::sort(rows, rows + count, [coll](int a, int b) {
+        for (int p = 0; p < coll->num_passes; ++p) {
+            const unsigned x = coll->pass_arr[p][a], y = coll->pass_arr[p][b];
+            if (x != y) return x < y;
+        }
+        return a < b;
+    });
+    for (size_t i = 1, first = 0; i < count; ++i) {
+        if (!rows_equal(coll, rows[first], rows[i])) {
+            first = i;
+            continue;
+        }
+        classes->of_row[rows[first]] = classes->of_row[rows[i]] = rows[first];
+        classes->any = true;
+    }
 }
 
 static bool classify_rows(const coll_data *coll, row_classes *classes) {
-    size_t size = 16;
+    size_t size = 16, count = 0;
     while (size < 2 * static_cast<size_t>(classes->rows))
         size *= 2;
-    ext_block<int> slots(size);
-    if (!slots.p) return false;
-    memset(slots.p, 0, size * sizeof *slots.p);
+    ext_block<int> slots(size), rows(static_cast<size_t>(classes->rows)); // that may be alike
+    if (!slots.p || !rows.p) return false;
     int *of_row = classes->of_row;
     for (int row = 0; row < classes->rows; ++row) {
         of_row[row] = class_none;
@@ -100,14 +133,12 @@ static bool classify_rows(const coll_data *coll, row_classes *classes) {
             if (classes->of_expansion[expansion] < 0) classes->of_expansion[expansion] = row;
             of_row[row] = classes->of_expansion[expansion];
             classes->any = true;
-            continue;
+        } else if (!is_barred(coll, row)) {
+            rows.p[count++] = row;
         }
-        if (is_barred(coll, row)) continue;
-        const int first = earlier_row(coll, row, slots.p, size - 1);
-        if (first < 0) continue;
-        of_row[first] = of_row[row] = first;
-        classes->any = true;
     }
+    if (!join_by_hash(coll, rows.p, count, slots.p, size - 1, classes))
+        join_by_sorting(coll, rows.p, count, classes);
     return true;
 }
 

@@ -127,19 +127,23 @@ static coll_item *take_items(builder *b, unsigned n) {
     return take_array<coll_item>(b, n);
 }
 
-static coll_seq expansion_seq(builder *b, int pass, unsigned expansion, unsigned times) {
+static coll_seq expansion_seq(builder *b, int pass, unsigned expansion) {
     unsigned n = 0;
     each_item(b, pass, expansion, [&](coll_item) { ++n; });
-    if (!n || !times) return {nullptr, 0};
-    if (times > max_items / n) {
-        b->failed = true;
-        return {nullptr, 0};
-    }
-    coll_item *items = take_items(b, n * times), *out = items;
+    coll_item *items = n ? take_items(b, n) : nullptr, *out = items;
+    if (!items) return {nullptr, 0};
+    each_item(b, pass, expansion, [&](coll_item item) { *out++ = item; });
+    return {items, n};
+}
+
+static coll_seq repeat_seq(builder *b, coll_seq seq, unsigned times) {
+    if (!seq.count || times == 1) return seq;
+    if (times > max_items / seq.count) b->failed = true;
+    coll_item *items = b->failed ? nullptr : take_items(b, seq.count * times);
     if (!items) return {nullptr, 0};
     for (unsigned t = 0; t < times; ++t)
-        each_item(b, pass, expansion, [&](coll_item item) { *out++ = item; });
-    return {items, n * times};
+        memcpy(items + t * seq.count, seq.items, seq.count * sizeof *items);
+    return {items, seq.count * times};
 }
 
 static coll_seq one_item(builder *b, unsigned weight, ko_wchar_t ch) {
@@ -149,9 +153,11 @@ static coll_seq one_item(builder *b, unsigned weight, ko_wchar_t ch) {
     return {item, 1};
 }
 
-// What a row yields in a pass; an expansion of an element comes once for each of its characters.
-static coll_seq weight_seq(builder *b, int pass, unsigned weight, ko_wchar_t ch, unsigned times) {
-    if (weight & coll_expansion) return expansion_seq(b, pass, weight & coll_low_bits, times);
+// What a row yields in a pass, after the expansions; one of an element comes once for each of its
+// characters.
+static coll_seq weight_seq(builder *b, unsigned weight, ko_wchar_t ch, unsigned times) {
+    if (weight & coll_expansion)
+        return repeat_seq(b, b->specials[weight & coll_low_bits].own, times);
     if (weight == coll_ignored_weight) return {nullptr, 0};
     return one_item(b, weight, ch);
 }
@@ -208,7 +214,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
     for (unsigned f = 0; f < b->num_firsts; ++f) {
         coll_special *special = &b->specials[b->first_special + f];
         const ko_wchar_t first = b->firsts[f];
-        special->own = weight_seq(b, pass, row_weight(b, pass, first), first, 1);
+        special->own = weight_seq(b, row_weight(b, pass, first), first, 1);
         unsigned n = 0;
         for (int i = head[first]; i >= 0; i = next[i])
             ++n;
@@ -220,7 +226,7 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
             const coll_elem *elem = &b->coll->elem_arr[i];
             const unsigned weight = b->coll->pass_arr[pass][elem->row];
             note_weight(b, &b->flat->pass[pass], weight);
-            *candidates++ = {elem, weight_seq(b, pass, weight, coll_element_char, elem->nchars)};
+            *candidates++ = {elem, weight_seq(b, weight, coll_element_char, elem->nchars)};
         }
     }
 }
@@ -365,7 +371,7 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     memset(b->specials, 0, b->num_specials * sizeof *b->specials);
     p->specials = b->specials;
     for (int e = 0; e < coll->num_expansions && !b->failed; ++e)
-        b->specials[e].own = expansion_seq(b, pass, static_cast<unsigned>(e), 1);
+        b->specials[e].own = expansion_seq(b, pass, static_cast<unsigned>(e));
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
     if (!b->failed) fill_pages(b, pass);

@@ -4,6 +4,11 @@
 
 #include <string.h>
 
+// What an object may make the comparison of a character cost: elements that are tried, and
+// characters that an expansion yields in a pass, with those that replace its rest.
+constexpr size_t max_elements = 16384;
+constexpr int max_yielded = 255;
+
 // ---- Pieces of the section ----
 
 static size_t count_of(int n) { return n > 0 ? static_cast<size_t>(n) : 0; }
@@ -83,7 +88,7 @@ static bool read_passes(text_in *in, kovaloc *loc) {
 static bool read_elems(text_in *in, kovaloc *loc, size_t count) {
     coll_data *coll = &loc->coll_info;
     if (!count) return true;
-    if (!may_hold(in, count, 5)) return fail(loc, KO_EOBJECT, false);
+    if (count > max_elements || !may_hold(in, count, 5)) return fail(loc, KO_EOBJECT, false);
     if (!make_array(loc, count, &coll->elem_arr)) return false;
     for (size_t i = 0; i < count; ++i) {
         coll_elem *elem = &coll->elem_arr[i];
@@ -224,34 +229,51 @@ static bool is_order(const kovaloc *loc) {
     return true;
 }
 
-// The expansion that replaces the rest of this one in a pass, -1 for none.
-static int nested(const kovaloc *loc, int pass, int expansion) {
+// The expansion that replaces the rest of this one in a pass, -1 for none; *chars gets the number
+// of characters up to there.
+static int nested(const kovaloc *loc, int pass, int expansion, int *chars) {
     const coll_data *coll = &loc->coll_info;
     const coll_exp *exp = &coll->exp_arr[expansion];
     const bool forward = coll->pass_type[pass] & coll_forward;
+    *chars = 0;
     for (unsigned i = 0; i < exp->nchars; ++i) {
         const ko_wchar_t ch = exp->exp_data[forward ? i : exp->nchars - 1 - i];
         const unsigned weight = coll->pass_arr[pass][coll_row(loc->coll, ch)];
+        ++*chars;
         if (weight & coll_expansion) return static_cast<int>(weight & coll_low_bits);
     }
     return -1;
 }
 
-// False if expansions lead back to themselves, which would never end.
+// False if an expansion yields too many characters in a pass, as expansions do that lead back to
+// themselves. Notes how many each expansion on the way yields; 0: not yet known.
+static bool yields_few(const kovaloc *loc, int pass, int start, int *known) {
+    int total = 0, chars, e = start;
+    while (e >= 0 && !known[e] && total <= max_yielded) {
+        e = nested(loc, pass, e, &chars);
+        total += chars;
+    }
+    if (e >= 0) total += known[e];
+    if (total > max_yielded) return false;
+    for (e = start; e >= 0 && !known[e]; total -= chars) {
+        known[e] = total;
+        if (!total) break; // of no characters
+        e = nested(loc, pass, e, &chars);
+    }
+    return true;
+}
+
+// Bounds what a comparison may cost for each character.
 static bool expansions_end(kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     const size_t n = count_of(coll->num_expansions);
     if (!n) return true;
-    ext_block<int> seen(n); // the walk in which an expansion was met; 0: none yet
-    if (!seen.p) return fail(loc, KO_ENOMEM, false);
+    ext_block<int> known(n);
+    if (!known.p) return fail(loc, KO_ENOMEM, false);
     for (int p = 0; p < coll->num_passes; ++p) {
-        memset(seen.p, 0, n * sizeof *seen.p);
-        for (int start = 0; start < coll->num_expansions; ++start) {
-            int e = start;
-            for (; e >= 0 && !seen.p[e]; e = nested(loc, p, e))
-                seen.p[e] = start + 1;
-            if (e >= 0 && seen.p[e] == start + 1) return fail(loc, KO_EOBJECT, false);
-        }
+        memset(known.p, 0, n * sizeof *known.p);
+        for (int e = 0; e < coll->num_expansions; ++e)
+            if (!yields_few(loc, p, e, known.p)) return fail(loc, KO_EOBJECT, false);
     }
     return true;
 }

@@ -1,6 +1,8 @@
 // The collation section: what is derived from it, and what is refused.
 #include "collate/coll_builder.h"
 
+#include <time.h>
+
 namespace {
 
 std::vector<std::string> ignored(const coll_record &r) {
@@ -157,6 +159,54 @@ TEST(CollationSection, BoundsItsCounts) {
     EXPECT_EQ(im_mbscoll(r.handle, mb("a"), mb("b")), 0) << "no pass tells them apart";
     EXPECT_EQ(sort_key(r.handle, "ab"), "");
     EXPECT_EQ(ignored(r).size(), 255u) << "in every pass of none";
+}
+
+// Two-byte characters that expand into each other, in chains of some length; the last one is
+// ignored.
+static coll_spec chains(unsigned count, unsigned length) {
+    coll_spec spec;
+    spec.passes.assign(5, coll_forward);
+    spec.rows.assign(count + 1, std::vector<unsigned>(5, 1));
+    for (unsigned i = 0; i < count; ++i) {
+        const auto ch = static_cast<char16_t>(0x8100 + i);
+        const std::string bytes = {char(ch >> 8), char(ch)};
+        spec.map.push_back({bytes, static_cast<uint16_t>(i + 1)});
+        const bool last = !((i + 1) % length);
+        spec.expansions.push_back({static_cast<char16_t>(last ? ch : ch + 1)});
+        if (!last) spec.rows[i + 1].assign(5, coll_expansion | i);
+    }
+    return spec;
+}
+
+TEST(CollationSection, BoundsWhatACharacterCosts) {
+    // A chain of 256 expands 255 characters at most.
+    static const std::pair<unsigned, int> rows[] = {
+        {256,    0 },
+        {257,    -1},
+        {0x4000, -1}
+    };
+    for (const auto &[length, result] : rows) {
+        const clock_t start = clock();
+        coll_record r(every_byte(), chains(16383, length).text());
+        EXPECT_EQ(r.result, result) << length;
+        EXPECT_EQ(r.error(), result ? KO_EOBJECT : 0);
+        EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 2);
+    }
+    coll_spec elements = sample();
+    for (const size_t count : {16384u, 16385u}) {
+        elements.elements.resize(count, elements.elements[0]);
+        EXPECT_EQ(coll_record(every_byte(), elements.text()).result, count > 16384 ? -1 : 0);
+    }
+}
+
+TEST(CollationSection, FindsEquivalentsAmongRowsOfOneHash) {
+    coll_spec spec;
+    spec.rows = weights_of(
+        "9000 194 211 353 400 407 834 851 993 1121 1158 1168 1175 1602 1761 1798 1808 1815 2529 "
+        "2565 2566 2576 2583 3333 3334 3344 3351 3380 3973 3974 3984 3991 4020 4101 4102 4119 4148 "
+        "4267 4741 4742 4759 194 211 353");
+    spec.map = byte_map("PQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwABC");
+    EXPECT_EQ(equivalents(coll_record(every_byte(), spec.text())), "A=P B=Q C=R ");
 }
 
 TEST(CollationSection, FailsAtEveryEarlyEndAndTakesAnyChangedByteWithoutHarm) {
