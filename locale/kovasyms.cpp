@@ -120,8 +120,8 @@ static int string_to_symbol(const char *name, char *out, int size) {
 
 // Writes the name of a character; false if it has none.
 static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
-    if (const single_char *last = find_char(map, desc)) {
-        strcpy(name, name_of(last->same));
+    if (const single_char *single = find_char(map, desc)) {
+        strcpy(name, name_of(single));
         return true;
     }
     const range_data *from = map->ranges.first;
@@ -246,12 +246,8 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
     if (len_bytes < 1 || len_bytes > 4) return fail(head(map), KO_ENOSYMBOL, -1);
     const char_desc desc = desc_of(mb, len_bytes);
     symbol_list list = {.at = dst, .room = size, .found = 0};
-    const single_char *const last = find_char(map, desc);
-    for (const single_char *at = last; at;) {
-        at = at->same;
+    for (const single_char *at = find_char(map, desc); at; at = at->next)
         add_symbol(&list, name_of(at));
-        if (at == last) break;
-    }
     const range_data *from = map->ranges.first;
     while (const range_data *range = find_range(map, desc, &from)) {
         char name[name_room + 10];
@@ -274,8 +270,7 @@ static bool name_to_descriptor(const kovacmap *map, const char *name, char_desc 
     char canonical[name_room];
     const int number = canonical_name(name, canonical);
     if (number < 0) return false;
-    const range_group *group = find_group(map, canonical);
-    const range_data *range = group ? find_number(group, number) : nullptr;
+    const range_data *range = find_number(find_canonical(map, canonical), number);
     if (range) *desc = range_char(range, number - range->name_base);
     return range;
 }

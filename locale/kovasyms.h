@@ -18,24 +18,10 @@ struct record_pool {
 
 // Records are in the pool; each is followed by its name, see name_of.
 struct single_char {
-    single_char *same; // the next with these bytes in file order; the last leads to the first
+    single_char *next; // in file order; once all are read, the next with these bytes
     char_desc desc;
 };
-// A run of characters whose names count up; the record's name is that of the first.
-struct range_data {
-    range_data *next;   // in file order
-    range_data *sister; // the next one whose name has the same canonical form
-    char_desc base_char;
-    int length;
-    int name_base; // the number in the first character's name
-};
-template <class Record> const char *name_of(const Record *record) {
-    return reinterpret_cast<const char *>(record + 1);
-}
-
-struct range_list {
-    range_data *first, *last;
-};
+struct range_data;
 // Derived from a long list of ranges: the ranges in ascending order; empty where two overlap.
 struct range_start {
     uint64_t first; // the place of the range's first character or number
@@ -45,17 +31,28 @@ struct range_index {
     range_start *at;
     int count;
 };
-// The ranges that share a canonical name, which is also the group's name.
-struct range_group {
-    range_list ranges; // by sister
-    range_index by_number;
+// A run of characters whose names count up; the record's name is that of the first.
+struct range_data {
+    range_data *next;      // in file order
+    range_data *sister;    // the next one whose name has the same canonical form
+    range_index by_number; // in the first of the sisters, of them all
+    char_desc base_char;
+    int length;
+    int name_base; // the number in the first character's name
 };
+template <class Record> const char *name_of(const Record *record) {
+    return reinterpret_cast<const char *>(record + 1);
+}
 
-// A hash table with open addressing, at most three quarters full.
-template <class Record> struct symbol_table {
-    Record **slots;
-    unsigned mask;
-    unsigned count;
+template <class Record> struct record_list { Record *first, *last; };
+
+// Records in buckets by the hashes of their keys, sorted in each bucket by key and then in file
+// order: many names with one hash, which the author of a file may choose, cost a look-up only the
+// logarithm of their number.
+template <class Record> struct symbol_index {
+    Record **at;
+    uint32_t *starts; // of the buckets, and the end of the last
+    uint32_t mask;
 };
 
 struct kovacmap {
@@ -66,11 +63,12 @@ struct kovacmap {
     int compiler_version;
     void *mb_struct;
     record_pool pool;
-    range_list ranges;                 // by next
-    range_index by_char;               // of the ranges
-    symbol_table<single_char> by_name; // the first record of each name
-    symbol_table<single_char> by_desc; // the last record of each byte sequence
-    symbol_table<range_group> groups;  // by canonical name
+    record_list<single_char> singles;
+    record_list<range_data> ranges;
+    range_index by_char; // of the ranges
+    symbol_index<single_char> by_name;
+    symbol_index<single_char> by_desc;
+    symbol_index<range_data> by_canonical; // name
 };
 
 // The records of a charmap object (kovasyms_read.cpp). 0, or the error number.
@@ -90,12 +88,13 @@ int range_place(const range_data *range, const char_desc &desc);
 // *from, which becomes the range at which to continue, NULL at the end.
 const range_data *find_range(const kovacmap *map, const char_desc &desc, const range_data **from);
 
-// The first record of a name, the group of a canonical name, and the last record of a character,
-// which leads to the first; NULL if there is none.
+// The first record in file order with a name, a character or a canonical name; NULL if there is
+// none.
 const single_char *find_named(const kovacmap *map, const char *name);
-const range_group *find_group(const kovacmap *map, const char *canonical);
 const single_char *find_char(const kovacmap *map, const char_desc &desc);
-// The first range of a group that contains a number, NULL if none does.
-const range_data *find_number(const range_group *group, int number);
+const range_data *find_canonical(const kovacmap *map, const char *canonical);
+// The first range that contains a number, among the first of its group and the sisters; NULL if
+// none does.
+const range_data *find_number(const range_data *first, int number);
 
 #endif

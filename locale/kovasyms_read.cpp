@@ -51,7 +51,7 @@ static void free_pool(record_pool *pool) {
     }
 }
 
-// ---- Tables -------------------------------------------------------------------------------------
+// ---- Indexes ------------------------------------------------------------------------------------
 
 static unsigned hash_bytes(const void *bytes, size_t len) {
     const auto *at = static_cast<const unsigned char *>(bytes);
@@ -63,58 +63,127 @@ static unsigned hash_bytes(const void *bytes, size_t len) {
 static unsigned hash_of(const char *name) { return hash_bytes(name, strlen(name)); }
 static unsigned hash_of(const char_desc &desc) { return hash_bytes(desc.bytes, desc.length); }
 
-template <class Record> static bool matches(const Record *record, const char *name) {
-    return !strcmp(name_of(record), name);
+static int compare(const char *a, const char *b) { return strcmp(a, b); }
+static int compare(const char_desc &a, const char_desc &b) { return memcmp(&a, &b, sizeof a); }
+
+static const char *name_key(const single_char *single) { return name_of(single); }
+static const char_desc &desc_key(const single_char *single) { return single->desc; }
+
+namespace {
+struct canonical_text {
+    char name[name_room];
+};
+} // namespace
+static unsigned hash_of(const canonical_text &text) { return hash_of(text.name); }
+static int compare(const canonical_text &a, const char *b) { return compare(a.name, b); }
+static int compare(const canonical_text &a, const canonical_text &b) {
+    return compare(a.name, b.name);
 }
-static bool matches(const single_char *single, const char_desc &desc) {
-    return !memcmp(&single->desc, &desc, sizeof desc);
+static canonical_text canonical_key(const range_data *range) {
+    canonical_text text;
+    canonical_name(name_of(range), text.name);
+    return text;
 }
 
-// The slot of a key, or the free slot where it belongs; the table must have slots.
-template <class Record, class Key>
-static Record **slot_of(const symbol_table<Record> &table, const Key &key) {
-    for (unsigned at = hash_of(key);; ++at) {
-        Record **const slot = &table.slots[at & table.mask];
-        if (!*slot || matches(*slot, key)) return slot;
+// The first record of a key; NULL without one.
+template <class Record, class Key, class KeyOf>
+static const Record *look_up(const symbol_index<Record> &index, const Key &key, KeyOf key_of) {
+    if (!index.at) return nullptr;
+    const uint32_t *const starts = index.starts + (hash_of(key) & index.mask);
+    uint32_t low = starts[0], high = starts[1];
+    while (high - low > 1) { // if the key is there, its first record stands between them
+        const uint32_t middle = low + (high - low - 1) / 2;
+        if (compare(key_of(index.at[middle]), key) < 0)
+            low = middle + 1;
+        else
+            high = middle + 1;
     }
-}
-
-template <class Record, class Key>
-static Record *look_up(const symbol_table<Record> &table, const Key &key) {
-    return table.slots ? *slot_of(table, key) : nullptr;
+    return low < high && !compare(key_of(index.at[low]), key) ? index.at[low] : nullptr;
 }
 
 const single_char *find_named(const kovacmap *map, const char *name) {
-    return look_up(map->by_name, name);
-}
-const range_group *find_group(const kovacmap *map, const char *canonical) {
-    return look_up(map->groups, canonical);
+    return look_up(map->by_name, name, name_key);
 }
 const single_char *find_char(const kovacmap *map, const char_desc &desc) {
-    return look_up(map->by_desc, desc);
+    return look_up(map->by_desc, desc, desc_key);
+}
+const range_data *find_canonical(const kovacmap *map, const char *canonical) {
+    return look_up(map->by_canonical, canonical, canonical_key);
 }
 
-// Makes room for one more record. False without memory.
-template <class Record, class KeyOf> static bool grow(symbol_table<Record> *table, KeyOf key_of) {
-    const unsigned old_size = table->slots ? table->mask + 1 : 0;
-    if (table->count < old_size / 4 * 3) return true;
-    if (old_size > UINT_MAX / 4) return false;
-    const unsigned size = old_size ? 2 * old_size : 16;
-    ext_block<Record *> slots(size);
-    if (!slots.p) return false;
-    memset(slots.p, 0, size * sizeof *slots.p);
-    const symbol_table<Record> larger = {.slots = slots.p, .mask = size - 1, .count = table->count};
-    for (unsigned i = 0; i < old_size; ++i)
-        if (Record *const record = table->slots[i]) *slot_of(larger, key_of(record)) = record;
-    free_ptr(table->slots);
-    *table = larger;
-    slots.release();
+// Sorts by keys and keeps the order of equal ones. The spare room takes half as many.
+template <class Record, class KeyOf>
+static void sort_records(Record **at, size_t count, Record **spare, KeyOf key_of) {
+    if (count < 2) return;
+    const size_t half = count / 2;
+    sort_records(at, half, spare, key_of);
+    sort_records(at + half, count - half, spare, key_of);
+    memcpy(spare, at, half * sizeof *at);
+    Record **left = spare, **right = at + half, **const left_end = spare + half;
+    for (Record **const end = at + count; left < left_end; ++at) {
+        const bool keep = right == end || compare(key_of(*left), key_of(*right)) <= 0;
+        *at = keep ? *left++ : *right++;
+    }
+}
+
+// Puts a list into the buckets of an index, in each of them in its order. Returns the records of
+// the largest one.
+template <class Record, class KeyOf>
+static uint32_t fill_buckets(Record *list, KeyOf key_of, const symbol_index<Record> &index) {
+    const auto bucket_of = [&](const Record *record) {
+        return index.starts + (hash_of(key_of(record)) & index.mask);
+    };
+    const size_t size = (size_t{index.mask} + 1) * sizeof *index.starts;
+    uint32_t largest = 0, sum = 0;
+    memset(index.starts, 0, size + sizeof *index.starts);
+    for (const Record *record = list; record; record = record->next)
+        ++*bucket_of(record);
+    for (uint32_t i = 0; i <= index.mask; ++i) {
+        const uint32_t count = index.starts[i];
+        index.starts[i] = sum;
+        sum += count;
+        if (count > largest) largest = count;
+    }
+    for (Record *record = list; record; record = record->next)
+        index.at[(*bucket_of(record))++] = record;
+    memmove(index.starts + 1, index.starts, size); // filling made each start the next one's
+    index.starts[0] = 0;
+    return largest;
+}
+
+// Indexes a list by a key. False without memory.
+template <class Record, class KeyOf>
+static bool build_index(Record *list, KeyOf key_of, symbol_index<Record> *index) {
+    uint32_t count = 0, buckets = 1;
+    for (const Record *record = list; record; record = record->next)
+        if (++count > 1u << 30) return false;
+    if (!count) return true;
+    while (buckets < count)
+        buckets *= 2;
+    ext_block<Record *> at(count);
+    ext_block<uint32_t> starts(size_t{buckets} + 1);
+    if (!at.p || !starts.p) return false;
+    const symbol_index<Record> made = {.at = at.p, .starts = starts.p, .mask = buckets - 1};
+    ext_block<Record *> spare(fill_buckets(list, key_of, made) / 2);
+    if (!spare.p) return false;
+    for (uint32_t i = 0; i < buckets; ++i)
+        sort_records(at.p + starts.p[i], starts.p[i + 1] - starts.p[i], spare.p, key_of);
+    *index = made;
+    at.release();
+    starts.release();
     return true;
 }
 
-static const char *name_key(const single_char *single) { return name_of(single); }
-static const char *group_key(const range_group *group) { return name_of(group); }
-static const char_desc &desc_key(const single_char *single) { return single->desc; }
+// Links the records that share a key in file order.
+template <class Record, class KeyOf>
+static void link_equals(const symbol_index<Record> &index, KeyOf key_of, Record *Record::*next) {
+    const uint32_t count = index.at ? index.starts[index.mask + 1] : 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        Record *const after = i + 1 < count ? index.at[i + 1] : nullptr;
+        const bool equal = after && !compare(key_of(index.at[i]), key_of(after));
+        index.at[i]->*next = equal ? after : nullptr;
+    }
+}
 
 // ---- Characters ---------------------------------------------------------------------------------
 
@@ -176,8 +245,8 @@ static uint64_t first_number(const range_data *range) {
 
 static constexpr int few_ranges = 8; // so few are searched one by one
 
-// Builds an index of a list that is linked by next. False without memory.
-static bool build_index(const range_data *list, range_data *range_data::*next,
+// Indexes a list by one of its links. False without memory.
+static bool sort_ranges(const range_data *list, range_data *range_data::*next,
                         uint64_t (*first)(const range_data *), range_index *index) {
     size_t count = 0, n = 0;
     for (const range_data *range = list; range; range = range->*next)
@@ -228,12 +297,12 @@ static bool holds_number(const range_data *range, int number) {
     return number >= range->name_base && number - range->name_base < range->length;
 }
 
-const range_data *find_number(const range_group *group, int number) {
-    if (group->by_number.at) {
-        const range_data *range = last_from(group->by_number, static_cast<uint64_t>(number));
+const range_data *find_number(const range_data *first, int number) {
+    if (first && first->by_number.at) {
+        const range_data *range = last_from(first->by_number, static_cast<uint64_t>(number));
         return range && holds_number(range, number) ? range : nullptr;
     }
-    const range_data *range = group->ranges.first;
+    const range_data *range = first;
     while (range && !holds_number(range, number))
         range = range->sister;
     return range;
@@ -241,14 +310,22 @@ const range_data *find_number(const range_group *group, int number) {
 
 // False without memory.
 static bool index_ranges(kovacmap *map) {
-    const symbol_table<range_group> &groups = map->groups;
-    for (unsigned i = 0; groups.slots && i <= groups.mask; ++i) {
-        range_group *const group = groups.slots[i];
-        if (!group) continue;
-        if (!build_index(group->ranges.first, &range_data::sister, first_number, &group->by_number))
+    if (!build_index(map->ranges.first, canonical_key, &map->by_canonical)) return false;
+    link_equals(map->by_canonical, canonical_key, &range_data::sister);
+    for (range_data *range = map->ranges.first; range; range = range->next) {
+        const bool first = find_canonical(map, canonical_key(range).name) == range;
+        if (first && !sort_ranges(range, &range_data::sister, first_number, &range->by_number))
             return false;
     }
-    return build_index(map->ranges.first, &range_data::next, first_char, &map->by_char);
+    return sort_ranges(map->ranges.first, &range_data::next, first_char, &map->by_char);
+}
+
+static bool index_singles(kovacmap *map) {
+    single_char *const list = map->singles.first;
+    if (!build_index(list, name_key, &map->by_name)) return false;
+    if (!build_index(list, desc_key, &map->by_desc)) return false;
+    link_equals(map->by_desc, desc_key, &single_char::next);
+    return true;
 }
 
 // ---- Names --------------------------------------------------------------------------------------
@@ -366,47 +443,24 @@ static char_desc field_char(record_line *in) {
     return desc;
 }
 
+template <class Record> static void append(record_list<Record> *list, Record *record) {
+    (list->last ? list->last->next : list->first) = record;
+    list->last = record;
+}
+
 static int add_single(kovacmap *map, const char *name, const char_desc &desc) {
-    if (!grow(&map->by_name, name_key) || !grow(&map->by_desc, desc_key)) return KO_ENOMEM;
     single_char *const added = new_record<single_char>(&map->pool, name);
     if (!added) return KO_ENOMEM;
     added->desc = desc;
-    single_char **slot = slot_of(map->by_name, name);
-    if (!*slot) *slot = added, ++map->by_name.count;
-    slot = slot_of(map->by_desc, desc);
-    if (*slot) {
-        added->same = (*slot)->same;
-        (*slot)->same = added;
-    } else {
-        added->same = added;
-        ++map->by_desc.count;
-    }
-    *slot = added;
+    append(&map->singles, added);
     return insert_char(map, desc);
 }
 
-// The group of a canonical name, created if it is new. NULL without memory.
-static range_group *group_of_name(kovacmap *map, const char *canonical) {
-    if (!grow(&map->groups, group_key)) return nullptr;
-    range_group **const slot = slot_of(map->groups, canonical);
-    if (!*slot && (*slot = new_record<range_group>(&map->pool, canonical))) ++map->groups.count;
-    return *slot;
-}
-
-static void append(range_list *list, range_data *range_data::*next, range_data *range) {
-    (list->last ? list->last->*next : list->first) = range;
-    list->last = range;
-}
-
 static int add_range(kovacmap *map, const char *name, const range_data &read) {
-    char canonical[name_room];
-    canonical_name(name, canonical);
-    range_group *const group = group_of_name(map, canonical);
-    range_data *const range = group ? new_record<range_data>(&map->pool, name) : nullptr;
+    range_data *const range = new_record<range_data>(&map->pool, name);
     if (!range) return KO_ENOMEM;
     *range = read;
-    append(&map->ranges, &range_data::next, range);
-    append(&group->ranges, &range_data::sister, range);
+    append(&map->ranges, range);
     int error = 0;
     for (int i = 0; i < range->length && !error; ++i)
         error = insert_char(map, range_char(range, i));
@@ -475,29 +529,38 @@ static int read_header(text_in *in, kovacmap *map) {
     return in->stream && ko_ext_ferror(in->stream) ? int{KO_EFILE} : 0;
 }
 
-int read_charmap(text_in *in, kovacmap *map) {
-    const uint16_t none = 0;
-    map->mb_struct = create_multi(sizeof none, 0, &none);
-    if (!map->mb_struct) return KO_ENOMEM;
-    if (const int error = read_header(in, map)) return error;
+static int read_records(text_in *in, kovacmap *map) {
     char line[line_bound + 1];
     int chars_left = max_range_chars;
     while (in_gets(in, line, line_bound)) {
         if (is_blank_line(line)) continue;
         if (const int error = read_record(line, map, &chars_left)) return error;
     }
-    if (in->stream && ko_ext_ferror(in->stream)) return KO_EFILE;
-    return index_ranges(map) ? 0 : int{KO_ENOMEM};
+    return in->stream && ko_ext_ferror(in->stream) ? int{KO_EFILE} : 0;
+}
+
+int read_charmap(text_in *in, kovacmap *map) {
+    const uint16_t none = 0;
+    map->mb_struct = create_multi(sizeof none, 0, &none);
+    if (!map->mb_struct) return KO_ENOMEM;
+    if (const int error = read_header(in, map)) return error;
+    const int error = read_records(in, map);
+    if (index_singles(map) && index_ranges(map)) return error;
+    return error ? error : int{KO_ENOMEM};
+}
+
+template <class Record> static void free_index(const symbol_index<Record> &index) {
+    free_ptr(index.at);
+    free_ptr(index.starts);
 }
 
 void free_charmap(kovacmap *map) {
     if (map->mb_struct) free_multi(map->mb_struct);
-    const symbol_table<range_group> &groups = map->groups;
-    for (unsigned i = 0; groups.slots && i <= groups.mask; ++i)
-        if (groups.slots[i]) free_ptr(groups.slots[i]->by_number.at);
-    free_ptr(groups.slots);
-    free_ptr(map->by_name.slots);
-    free_ptr(map->by_desc.slots);
+    for (const range_data *range = map->ranges.first; range; range = range->next)
+        free_ptr(range->by_number.at);
+    free_index(map->by_name);
+    free_index(map->by_desc);
+    free_index(map->by_canonical);
     free_ptr(map->by_char.at);
     free_pool(&map->pool);
     ko_ext_free(map);

@@ -1,6 +1,8 @@
 // Charmap objects: loading, and text written as symbols and read back.
 #include "support/fixture.h"
 
+#include <time.h>
+
 namespace {
 
 const std::string header = "FILE_TYPE=charmap_object\nCOMPILER_VERSION=3\nHEADER_LENGTH=5\n"
@@ -209,6 +211,32 @@ TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
         ko_mbtosymlist(map, list, 32, mb("\x90\x2c"), 2);
         EXPECT_STREQ(list, overlap ? "<N044><N042>" : "<N044>");
     }
+}
+
+// 65,536 names of one FNV-1a hash, whose blocks of four characters collide.
+TEST(Charmap, FindsNamesOfOneHashInTimeOfTheirNumber) {
+    const auto name_of = [](unsigned i) {
+        std::string name = i & 1 ? "wE43" : "S204";
+        for (unsigned bit = 1; bit < 16; ++bit)
+            name += i >> bit & 1 ? "nE43" : "J204";
+        return name;
+    };
+    std::string records;
+    for (unsigned i = 0; i < 0x10000; ++i) {
+        char bytes[16];
+        snprintf(bytes, sizeof bytes, " 3 81 %02x %02x\n", i >> 8, i & 0xFF);
+        records += "s 0 " + name_of(i) + bytes;
+    }
+    file_hooks files;
+    files.files["m\\own.cmo"] = header + records;
+    const clock_t start = clock();
+    const charmap map;
+    for (unsigned i = 0; i < 0x10000; i += 0xFFF)
+        EXPECT_EQ(to_symbols(map, std::string{'\x81', char(i >> 8), char(i)}.c_str(), 3, 99).out,
+                  "<" + name_of(i) + ">");
+    EXPECT_EQ(to_text(map, ("<" + name_of(0x4243) + ">").c_str(), 5),
+              (outcome{"\x81\x42\x43", 66, 5, 0}));
+    EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 2);
 }
 
 // Blocks of the host's memory that count their bytes.
