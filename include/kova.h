@@ -289,8 +289,8 @@ KO_API int ko_make_null_category(ko_lc_t loc, int category);
 KO_API void ko_free_category(ko_lc_t loc, int category);
 
 /* Gives back one load of a shared record. When the last load is given back, or when the record is
- * not shared, releases the record but not the data of its categories: copies may share them, so
- * they stay allocated. Ignores static error records and NULL. */
+ * not shared, releases the record and its decoded eras, but no other data of its categories: copies
+ * may share them, so they stay allocated. Ignores static error records and NULL. */
 KO_API void ko_free_nonshared_loc(ko_lc_t loc);
 
 /* Copies one category, or all with KO_LC_ALL, by reference: the source must outlive the copy.

@@ -245,7 +245,7 @@ static uint64_t first_number(const range_data *range) {
 
 static constexpr int few_ranges = 8; // so few are searched one by one
 
-// Indexes a list by one of its links. False without memory.
+// Builds an index of a list that is linked by next. False without memory.
 static bool sort_ranges(const range_data *list, range_data *range_data::*next,
                         uint64_t (*first)(const range_data *), range_index *index) {
     size_t count = 0, n = 0;

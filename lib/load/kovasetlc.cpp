@@ -256,10 +256,12 @@ void ko_free_nonshared_loc(ko_lc_t handle) {
     if (!handle || is_error_record(handle)) return;
     kovaloc *loc = record(handle);
     if (give_back_node(loc) == node_in_use) return;
-    // Copies of a present category may still use its data; nobody can have copied an absent one.
+    // Copies made of a present category live on, but for the decoded eras, which no copy has; nobody
+    // can have copied an absent one.
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
         if (!is_present(loc, c)) ko_free_category(loc, c);
     }
+    if (!(loc->copied & category_bit(KO_LC_TIME))) free_eras(&loc->ltime_info);
     drop_byte_tables(loc);
     free_koconv(&loc->koconv_info);
     ko_ext_free(loc);
@@ -310,7 +312,8 @@ static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
         dst->exp.coll_char_ratio = src->exp.coll_char_ratio;
     } else if (category == KO_LC_TIME) {
         dst->ltime_info = src->ltime_info;
-        dst->ltime_info.era_count = 0; // the decoded eras stay the source's
+        dst->ltime_info.era_count = 0; // the decoded eras stay the source's, and go with it
+        dst->ltime_info.decode_era = nullptr;
     } else {
         copy_monum(&dst->monum_info, &src->monum_info, category);
     }

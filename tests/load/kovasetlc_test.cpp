@@ -380,12 +380,20 @@ TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
         ko_lc_unload(first);
         EXPECT_EQ(text(ko_nl_langinfo(second, KO_DAY_1)), "day0");
     }
-    // Released without its category data, which copies may share: those of an unlisted record
-    // go with ko_lc_unload only.
+    // Released without its category data, which copies may share, but with its decoded eras: when
+    // the copy is made the owner of what it shares, nothing is left.
     ASSERT_EQ(ko_lc_load(&first, "one.lco", nullptr, nullptr), 0);
-    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
-        ko_free_category(first, c);
+    own_record heir;
+    ASSERT_EQ(ko_copy_cat(heir, first, KO_LC_TIME), 0);
+    const int eras = record(first)->ltime_info.era_count;
+    EXPECT_EQ(eras, 2);
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        if (c != KO_LC_TIME) ko_free_category(first, c);
+    }
     ko_free_nonshared_loc(first);
+    EXPECT_EQ(text(ko_nl_langinfo(heir, KO_DAY_1)), "day0");
+    heir->ltime_info.era_count = eras;
+    heir->copied = 0;
 }
 
 // A specification stands for what the registry says now, whatever is held. Places are the first and
