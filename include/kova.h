@@ -384,9 +384,10 @@ typedef void (*ko_extfn_t)(void);
 KO_API int ko_setextfunc(void *handle, int code, ko_extfn_t fn);
 
 /* Each of these calls its hook, or the standard library where no hook is installed. A stream is
- * whatever the open hook returned. ko_ext_errno returns the address of a handle's error word.
- * Without a hook, ko_ext_getenv finds no variable in a process with raised rights (a set-user-id
- * program). */
+ * whatever the open hook returned. ko_ext_errno returns the address of a handle's error word; its
+ * hook gets NULL for a call that failed because its handle is NULL, and may return NULL, which
+ * drops the number. A variable that a getenv hook does not know is not set, HOME included. Without
+ * a hook, ko_ext_getenv finds no variable in a process with raised rights (set-user-id). */
 KO_API char *ko_ext_getenv(const char *name);
 KO_API int *ko_ext_errno(void *handle);
 KO_API int ko_ext_fclose(void *stream);
@@ -416,9 +417,9 @@ KO_API void ko_destroystring(void *string);
 KO_API void ko_init_debug(void);
 /* Writes a line to the log and to a pop-up, where these are switched on. On POSIX systems the log
  * is kova.log in $HOME: a regular file that belongs to the process's user, has one name and mode
- * 0600, and is not reached through a link. There is no log without HOME or in a process with raised
- * rights. Control characters are written as "\x" and two digits, except newlines and tabs in
- * text. */
+ * 0600, and is not reached through a link. There is no log without HOME (asked of the getenv hook,
+ * where there is one) or in a process with raised rights. Control characters are written as "\x"
+ * and two digits, except newlines and tabs in text. */
 KO_API void ko_message(const char *text);
 
 /* Finds a data file below KO_PATH or the installation root and opens it for reading. dir and subdir
@@ -706,9 +707,10 @@ KO_API int is_mbscoll_elem(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t
 KO_API int is_mbscoll_back(ko_lc_t loc, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2);
 /* Write a sort key; comparing keys byte by byte gives the locale's order. At most maxbytes bytes
  * are written, terminator included; dst may be NULL with maxbytes 0. Return the bytes of the whole
- * key, terminator not counted: if that is maxbytes or more, dst holds the beginning of the key. (In
- * a two-byte code set in code order, maxbytes 1 writes nothing at all, no terminator either.) -1
- * with KO_EILSEQ, KO_ENULL or KO_ENOMEM. */
+ * key, terminator not counted: if that is maxbytes or more, dst holds the beginning of the key
+ * without a terminator. In code order the key is the string itself, cut after a whole character and
+ * with the code set's terminator, which is left out where it does not fit whole. -1 with KO_EILSEQ,
+ * KO_ENULL or KO_ENOMEM. */
 KO_API int ko_wcsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int maxbytes);
 KO_API int ko_full_mbsxfrm(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int maxbytes);
 /* Code order: the difference of the first units that differ, 0 if none do. ko_wcsncmp compares at

@@ -499,24 +499,24 @@ template <class Items> static bool read_tree(text_in *in, mb_decode *table, cons
 }
 
 // An incomplete tree is freed: it is of no use, and its prefixes refer to children that it lacks.
+// The table then has the lengths of one without characters.
 template <class Items>
 static int read_table(text_in *in, mb_decode *table, int max_len, const Items &items) {
     free_tree(table); // left by create_multi or an earlier reading
-    table->err = KO_ENOMEM;
     table->max_char_len = get_int(in);
     table->min_char_len = get_int(in);
     table->flags = unsigned(get_int(in));
-    if (in->ended) return -1;
-    if (table->max_char_len > max_len) {
+    if (in->ended)
+        table->err = KO_ENOMEM;
+    else if (table->max_char_len > max_len)
         table->err = KO_ECHARLEN;
-        return -1;
-    }
-    if (!read_tree(in, table, items)) {
-        free_tree(table);
-        return -1;
-    }
-    table->err = KO_OK;
-    return 0;
+    else
+        table->err = read_tree(in, table, items) ? KO_OK : KO_ENOMEM;
+    if (!table->err) return 0;
+    free_tree(table);
+    table->max_char_len = 0;
+    table->min_char_len = 2;
+    return -1;
 }
 
 int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader) {

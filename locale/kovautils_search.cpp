@@ -178,12 +178,17 @@ static void *find_file(search *s, const char *dir, const char *subdir) {
     return not_found(s, s->name);
 }
 
+// Where no handle was given the number is stored nowhere: an errno hook is not asked.
+static void *no_stream(void *handle, int error) {
+    return handle ? fail(handle, error, nullptr) : nullptr;
+}
+
 void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
                         char **path) {
     if (path) *path = nullptr;
     search s = {.open = open_logged, .name = name, .found = path, .error = KO_OK};
     void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
-    return stream ? stream : fail(handle, name ? s.error : KO_EFILE, nullptr);
+    return stream ? stream : no_stream(handle, name ? s.error : KO_EFILE);
 }
 
 void *path_search_std(const char *name, const char *dir, const char *subdir, int *error) {
@@ -207,15 +212,15 @@ void *ko_path_search(void *handle, const char *name, const char *dir, const char
 void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, const char *subdir) {
     int error;
     void *const stream = path_search_std(name, dir, subdir, &error);
-    return stream ? stream : fail(handle, error, nullptr);
+    return stream ? stream : no_stream(handle, error);
 }
 
 void *ko_open_file(void *handle, const char *name) {
-    return names_confined() ? fail(handle, KO_EFILE, nullptr) : open_composed(handle, name);
+    return names_confined() ? no_stream(handle, KO_EFILE) : open_composed(handle, name);
 }
 
 void *open_composed(void *handle, const char *name) {
     search s = {.open = open_logged, .name = name, .found = nullptr, .error = KO_OK};
     void *const stream = name ? open_direct(&s) : nullptr;
-    return stream ? stream : fail(handle, name ? s.error : KO_EFILE, nullptr);
+    return stream ? stream : no_stream(handle, name ? s.error : KO_EFILE);
 }

@@ -256,8 +256,8 @@ void ko_free_nonshared_loc(ko_lc_t handle) {
     if (!handle || is_error_record(handle)) return;
     kovaloc *loc = record(handle);
     if (give_back_node(loc) == node_in_use) return;
-    // Copies made of a present category live on, but for the decoded eras, which no copy has; nobody
-    // can have copied an absent one.
+    // Copies made of a present category live on, but for the decoded eras, which no copy has;
+    // nobody can have copied an absent one.
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
         if (!is_present(loc, c)) ko_free_category(loc, c);
     }

@@ -170,6 +170,7 @@ static void add_fraction(time_measure *in, const time_spec &spec) {
 }
 
 // The years of an era run from its offset to that of the first or last year that can be formatted.
+// The numbers of a definition have nine digits at most, so that no sum of them exceeds an int.
 static void find_era_years(time_measure *in) {
     const ltime *t = &in->loc->ltime_info;
     in->era_years_known = true;

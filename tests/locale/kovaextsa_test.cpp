@@ -105,6 +105,13 @@ TEST(Hooks, TheErrorWordIsTheFirstIntOfTheHandleUnlessRedirected) {
         };
         set_error(nullptr, KO_EFILE);
         EXPECT_EQ(word, KO_EFILE);
+        word = 0;
+        for (const char *name : {"none", "c:\\none"}) {
+            EXPECT_FALSE(ko_path_search(nullptr, name, "lc", "11"));
+            EXPECT_FALSE(ko_path_search_no_ext(nullptr, name, "lc", "11"));
+            EXPECT_FALSE(ko_open_file(nullptr, name));
+        }
+        EXPECT_EQ(word, 0); // no handle was given
         set_error(handle, KO_EEOF);
     }
     const installed_hooks hook{
