@@ -299,7 +299,7 @@ static bool holds_number(const range_data *range, int number) {
 
 const range_data *find_number(const range_data *first, int number) {
     if (first && first->by_number.at) {
-        const range_data *range = last_from(first->by_number, static_cast<uint64_t>(number));
+        const range_data *range = last_from(first->by_number, uint64_t(number));
         return range && holds_number(range, number) ? range : nullptr;
     }
     const range_data *range = first;

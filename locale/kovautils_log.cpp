@@ -33,15 +33,16 @@ static int utf8_len(const unsigned char *s) {
 }
 
 // Writes whatever a terminal could take for a command as "\x" and two digits: control characters,
-// including those from U+0080 on, and therefore also line ends, which would let a name pass for a
-// line of its own. A byte from 0x80 on that is not UTF-8 is kept: it is part of a character in some
-// code set.
+// including those from U+0080 on and their single bytes 0x80 to 0x9F, and therefore also line ends,
+// which would let a name pass for a line of its own. A byte from 0xA0 on that is not UTF-8 is kept:
+// it is part of a character in some code set.
 static void write_shown(FILE *out, const char *text, bool lines) {
     auto *s = reinterpret_cast<const unsigned char *>(text);
     while (*s) {
         int len = utf8_len(s);
-        const bool control =
-            len == 1 ? *s < ' ' || *s == 0x7F : len == 2 && *s == 0xC2 && s[1] < 0xA0;
+        const bool control = len == 1   ? *s < ' ' || *s == 0x7F
+                             : len == 2 ? *s == 0xC2 && s[1] < 0xA0
+                                        : !len && *s < 0xA0;
         if (!len) len = 1;
         const bool kept = !control || (lines && (*s == '\n' || *s == '\t'));
         for (; len; --len, ++s)

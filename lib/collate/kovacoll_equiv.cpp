@@ -118,7 +118,7 @@ static bool classify_rows(const coll_data *coll, row_classes *classes) {
     size_t size = 16, count = 0;
     while (size < 2 * static_cast<size_t>(classes->rows))
         size *= 2;
-    ext_block<int> slots(size), rows(static_cast<size_t>(classes->rows)); // that may be alike
+    ext_block<int> slots(size), rows(size_t(classes->rows)); // that may be alike
     if (!slots.p || !rows.p) return false;
     int *of_row = classes->of_row;
     for (int row = 0; row < classes->rows; ++row) {

@@ -371,7 +371,7 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     memset(b->specials, 0, b->num_specials * sizeof *b->specials);
     p->specials = b->specials;
     for (int e = 0; e < coll->num_expansions && !b->failed; ++e)
-        b->specials[e].own = expansion_seq(b, pass, static_cast<unsigned>(e));
+        b->specials[e].own = expansion_seq(b, pass, unsigned(e));
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
     if (!b->failed) fill_pages(b, pass);

@@ -114,7 +114,7 @@ static wc_tnode *node_at(tree_builder *to, wc_tnode **level, int c) {
         slot = &to->siblings[*slot - to->nodes].below[bits & 1];
     }
     wc_tnode *const made = *slot = to->unused++;
-    *made = {.c = static_cast<ko_wchar_t>(c)};
+    *made = {.c = ko_wchar_t(c)};
     to->siblings[made - to->nodes] = {};
     sibling &row = to->siblings[(first ? first : made) - to->nodes];
     if (first) row.last->nextn = made;

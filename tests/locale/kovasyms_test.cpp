@@ -236,7 +236,7 @@ TEST(Charmap, FindsNamesOfOneHashInTimeOfTheirNumber) {
                   "<" + name_of(i) + ">");
     EXPECT_EQ(to_text(map, ("<" + name_of(0x4243) + ">").c_str(), 5),
               (outcome{"\x81\x42\x43", 66, 5, 0}));
-    EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 2);
+    EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 6);
 }
 
 // Blocks of the host's memory that count their bytes.

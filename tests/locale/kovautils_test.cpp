@@ -473,7 +473,7 @@ TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
     message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
     EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
                               "\nhost's\tlines\n\\x1b[2J\\x0d\n"
-                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\x9b\\xc2\\x9b"
+                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
                               "\u00DC\u20AC\xE9\xC3 now\n");
 }
 

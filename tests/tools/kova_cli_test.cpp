@@ -168,6 +168,49 @@ TEST_F(KovaCli, RefusesPathsAndShowsNoControls) {
     EXPECT_EQ(quiet.out + quiet.err, "\n");
 }
 
+// Names of a registry and of an object, with an escape character in them.
+TEST_F(KovaCli, SpellsControlsOfData) {
+    const fs::path copy = dir / "root";
+    fs::create_directories(copy / "kova/lc11/de_de");
+    fs::create_directories(copy / "kova/cv9");
+    fs::copy(root + "/kova/cm3", copy / "kova/cm3", fs::copy_options::recursive);
+    std::ofstream(copy / "kova/cm3/registry", std::ios::app) << "\na\x1b"
+                                                                "b 65000\n";
+    spit(copy / "kova/cv9/fde80333.cvo", "");
+    std::string object = slurp(root + "/kova/lc11/de_de/0333.lco");
+    const std::string sunday = "\n2 536f\n"; // "So"
+    ASSERT_NE(object.find(sunday), object.npos);
+    spit(copy / "kova/lc11/de_de/0333.lco",
+         object.replace(object.find(sunday), sunday.size(), "\n2 1b6f\n"));
+    environment["VANTORDIR"] = copy.string();
+    for (const char *line :
+         {"kova convert --list", "kova info de_DE ABDAY_1", "kova info --all de_DE",
+          "kova cal de_DE 3 2024", "script -qec 'kova date de_DE %a --at 2026-11-22' /dev/null"}) {
+        const outcome got = shell(line);
+        EXPECT_EQ(got.out.find('\x1b'), got.out.npos) << line;
+        EXPECT_NE(got.out.find("\\x1b"), got.out.npos) << line << got.out << got.err;
+    }
+}
+
+#ifndef __SANITIZE_ADDRESS__ // which takes terabytes of address space
+TEST_F(KovaCli, TellsThatMemoryIsExhausted) {
+    fs::create_directories(dir / "kova/lc11/de_de");
+    fs::create_directory_symlink(root + "/kova/cm3", dir / "kova/cm3");
+    std::string object = slurp(root + "/kova/lc11/de_de/0333.lco");
+    const size_t answer = object.find("\n", object.find("### LC_MESSAGES")) + 1;
+    object.replace(answer, object.find('\n', answer) - answer,
+                   "9999999 " + std::string(2 * 9999999, '4'));
+    spit(dir / "kova/lc11/de_de/0333.lco", object);
+    static const command_row rows[] = {
+        {"ulimit -v 32000; VANTORDIR=. kova info de_DE",                "completely: memory is exhausted",
+         3                                                                                                  }, // one string
+        {"ulimit -v 50000; VANTORDIR=. kova info de_DE",                "kova: memory is exhausted",       3},
+        {"ulimit -v 10000; kovac locale -i de_DE -f ISO-8859-1 -o out", "memory is exhausted",             3},
+    };
+    check(rows, "");
+}
+#endif
+
 TEST_F(KovaCli, SaysWhichLocalesExist) {
     static const command_row rows[] = {
         {"info de_DE.8859-7",         "there is no locale de_DE.8859-7; de_DE exists as de_DE.ISO-8859-1",

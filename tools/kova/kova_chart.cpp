@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "common/tool_text.h"
 #include "kova/kova_convert.h"
 #include "kova/kova_io.h"
 #include "kova/kova_table.h"
@@ -155,7 +156,8 @@ std::string hex_code(uint32_t code) { return code_point_text(code).substr(2); }
 
 cell drawn(const chart_job &job, uint32_t code) {
     if (const char *name = control_name(code)) return {name};
-    if (!job.utf8 || is_shapeless(code)) return {hex_code(code)};
+    if (!job.utf8 || is_shapeless(code) || kovatool::obeyed_by_terminals(code))
+        return {hex_code(code)};
     cell drawn_cell{"", is_wide(code) ? 2 : 1};
     if (is_combining(code)) append_utf8(0x25CC, drawn_cell.text);
     append_utf8(code, drawn_cell.text);
@@ -283,7 +285,7 @@ void draw_leads(const chart_job &job, const std::vector<lead_row> &leads, output
 std::string title(const chart_job &job) {
     const code_set &set = job.way.from;
     const std::string number = std::to_string(set.number);
-    return set.name +
+    return kovatool::printable(set.name) +
            (set.number == KO_NO_CODESET || number == set.name ? "" : " (" + number + ")");
 }
 

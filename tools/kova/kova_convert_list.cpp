@@ -6,6 +6,7 @@
 #include <map>
 #include <set>
 
+#include "common/tool_text.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_io.h"
 #include "kova/kova_table.h"
@@ -54,7 +55,7 @@ int list_code_sets(const data_place &place) {
     std::set<std::string> known;
     for (const registry_entry &entry : registry_entries()) {
         if (!known.insert(entry.name).second) continue; // the first entry of a name counts
-        sets[entry.number].names.push_back(entry.name);
+        sets[entry.number].names.push_back(kovatool::printable(entry.name));
     }
     std::vector<std::string> by_name;
     for (const std::string &dir : place.dirs) {
@@ -63,7 +64,7 @@ int list_code_sets(const data_place &place) {
             if (numbers_of(file, from, to))
                 sets[from].targets.insert(to);
             else if (lacks_number(file, known))
-                by_name.push_back(file);
+                by_name.push_back(kovatool::printable(file));
         }
     }
     std::vector<std::vector<cell>> rows = {

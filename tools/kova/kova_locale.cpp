@@ -234,6 +234,7 @@ static std::string fault_text(int error, const object_file &object) {
     }
     switch (error) {
     case KO_ENOMEM:
+    case KO_E2BIG: // of lists that could not grow
         return "cannot be loaded: damaged, or memory is exhausted";
     case KO_EVERSION:
         return "was written by another version of kovac; compile it again";
