@@ -59,6 +59,17 @@ inline std::vector<ko_wchar_t> in_set(ko_lc_t loc, std::string_view text) {
 }
 inline int taken_error(ko_lc_t loc) { return std::exchange(*ko_ext_errno(loc), 0); }
 
+// Results and errors of a call while one allocation after another fails, up to what is wanted.
+template <class Call> std::string without_memory(ko_lc_t loc, int want, Call call) {
+    std::string all;
+    each_allocation_fails([&] {
+        const int n = call();
+        all += std::to_string(n) + "!" + std::to_string(taken_error(loc)) + " ";
+        return n == want;
+    });
+    return all;
+}
+
 // Rows of words; ";" and a blank end a row, and "~" stands for a blank.
 inline std::vector<std::vector<std::string>> table(std::string_view text) {
     std::vector<std::vector<std::string>> rows;
