@@ -1,12 +1,10 @@
 // The commands width, trim and count; and the widths of compiled locales against the charmaps that
 // they were compiled from.
+#include "common/tool_charmap.h"
+
 #include "tools/command_run.h"
 
-#include <stdio.h>
-#include <string.h>
-
-#include <map>
-
+using namespace kovac;
 using namespace std::string_literals;
 
 using KovaWidth = data_test;
@@ -52,53 +50,27 @@ TEST_F(KovaWidth, BlocksDoNotShow) {
     EXPECT_EQ(kova("width de_DE.unicode", text).out, widths);
 }
 
-// ---- Widths as the charmaps say ----------------------------------------------------------------
-
-// Columns by code, of characters of two bytes 0x10000 and their bytes, as a charmap file has them;
-// a range of widths runs in the order of the codes.
-static std::map<unsigned, int> charmap_widths(const std::string &name) {
-    std::map<std::string, unsigned> codes;
-    std::map<unsigned, int> widths;
-    const std::string read = "gzip -dcf /usr/share/i18n/charmaps/" + name + ".gz 2> /dev/null";
-    FILE *const pipe = popen(read.c_str(), "r");
-    char line[1000], first[99], last[99];
-    for (unsigned b[3]; fgets(line, sizeof line, pipe);) {
-        const int found = sscanf(line, "<%98[^>]> /x%2x/x%2x/x%2x", first, b, b + 1, b + 2);
-        int columns;
-        if (found == 2 || found == 3) {
-            codes[first] = found == 2 ? b[0] : 0x10000 | b[0] << 8 | b[1];
-            widths[codes[first]] = 1;
-        } else if (sscanf(line, "<%98[^>]>...<%98[^>]> %d", first, last, &columns) == 3 ||
-                   (sscanf(line, "<%98[^>]> %d", last, &columns) == 2 && strcpy(first, last))) {
-            if (!codes.count(first) || !codes.count(last)) continue;
-            const auto end = widths.upper_bound(codes[last]);
-            for (auto at = widths.lower_bound(codes[first]); at != end; ++at)
-                at->second = columns;
-        }
-    }
-    pclose(pipe);
-    return widths;
-}
-
 TEST_F(KovaWidth, IsThatOfTheCharmap) {
     const real_variable place("VANTORDIR", root.c_str());
     for (const std::string spec :
          {"ja_JP.EUC-JP", "ja_JP.SHIFT_JIS", "ko_KR.EUC-KR", "zh_CN.GB2312", "zh_TW.BIG5"}) {
         SCOPED_TRACE(spec);
-        const std::map<unsigned, int> widths = charmap_widths(spec.substr(6));
-        if (widths.empty()) GTEST_SKIP() << "no charmap of " << spec;
+        charmap map;
+        diagnostics diag;
+        if (!load_charmap({"/usr/share/i18n/charmaps"}, spec.substr(6), diag, map))
+            GTEST_SKIP() << "no charmap of " << spec;
         ko_lc_t loc;
         ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0);
         int narrow = 0, wide = 0;
-        for (const auto &[code, columns] : widths) {
-            ko_mchar_t text[4] = {ko_mchar_t(code)};
-            if (code > 0xFFFF) text[0] = ko_mchar_t(code >> 8), text[1] = ko_mchar_t(code);
+        for (const charmap_char &c : map.chars) {
+            if (!c.wide) continue;
+            ko_mchar_t text[4] = {ko_mchar_t(c.wide >> 8), ko_mchar_t(c.wide)};
+            if (c.len == 1) std::swap(text[0], text[1]);
             const int got = ko_mbwidth(loc, text);
-            EXPECT_EQ(ko_wcwidth(loc, ko_wchar_t(code)), got);
-            if (code == 0) continue;
             const bool print = im_ismctype(loc, text, KO_CT_PRINT) != 0;
-            EXPECT_EQ(got, print ? columns : -1) << code;
-            EXPECT_TRUE(print || code < 0x100); // only controls are not printable
+            EXPECT_EQ(ko_wcwidth(loc, c.wide), got);
+            EXPECT_EQ(got, print ? c.width : -1) << c.wide;
+            EXPECT_TRUE(print || c.wide < 0x100); // only controls are not printable
             narrow += got == 1;
             wide += got == 2;
         }

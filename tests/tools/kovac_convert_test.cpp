@@ -8,6 +8,7 @@
 #include <set>
 
 using namespace kovac;
+using namespace std::string_literals;
 
 // A pair of mapping files, compiled both ways into a root of its own.
 struct pair_job {
@@ -51,7 +52,8 @@ static std::string byte_set(uint32_t first_high) {
     return text;
 }
 
-static const char *const host = "shift 0e 0f\n00\tU+0000\nc1\tU+0041\n6f\tU+003F\n"
+static const std::string utf8 = "utf8";
+static const std::string host = "shift 0e 0f\n00\tU+0000\nc1\tU+0041\n6f\tU+003F\n"
                                 "4141\tU+3042\t0\n4142\tU+3044\n";
 
 // ---- figures -----------------------------------------------------------------------------------
@@ -76,58 +78,94 @@ TEST(KovacConvert, ComputesTheFiguresOfTheRecordFromTheEntries) {
 
 // ---- conversions -------------------------------------------------------------------------------
 
-TEST(KovacConvert, MarksWhatDoesNotComeBackAndEndsAtTheTerminator) {
+static std::string ucm(const std::string &states, const std::string &lines) {
+    return "<code_set_name> \"x\"\n<mb_cur_max> 2\n<uconv_class> \"MBCS\"\n<subchar> \\x3F\n" +
+           states + "CHARMAP\n" + lines + "END CHARMAP\n";
+}
+
+TEST(KovacConvert, ConvertsAsTheSourcesSay) {
     // 80 and 41 are both A; 81 is a fallback's target; 82 comes from its bytes only.
-    const std::string from = "41\tU+0041\n80\tU+0041\t3\n81\tU+0042\n82\tU+0043\t3\n90\tU+00E9\n";
-    const std::string to = "61\tU+0041\n62\tU+0042\n62\tU+0043\t1\n7a\tU+005A\n";
-    pair_job job(from, to);
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    const cv_record cv(job.there());
-    static const struct {
-        const char *in;
-        cv_outcome want;
+    const std::string marks = "41\tU+0041\n80\tU+0041\t3\n81\tU+0042\n82\tU+0043\t3\n90\tU+00E9\n";
+    const std::string marked = "61\tU+0041\n62\tU+0042\n62\tU+0043\t1\n7a\tU+005A\n";
+    const std::string a = "41\tU+0041\n", small = "61\tU+0041\n", u = "unicode";
+    const std::string pairs = "41\tU+0041\n8141\tU+3046\n8142\tU+3042\n";
+    const std::string kana = "41\tU+0041\n81\tU+3042\n82\tU+3044\n3f\tU+003F\n";
+    const std::string shifts = "shift 0e 0f\n00\tU+0000\n41\tU+0041\n3f\tU+003F\n5151\tU+3042\n"
+                               "52\tU+3044\n";
+    const std::string table =
+        ucm("<icu:state> 0-7f, 81:1\n<icu:state> 40-7e, 80-fc\n",
+            "<U0000> \\x00 |0\n<U0041> \\x41 |0\n<U3042> \\x81\\x40 |0 # kana\n<UFF21> \\x41 |1\n"
+            "<U00E9> \\x3F |2\n<U3044> \\x81\\x41 |3\n<U304B><U309A> \\x81\\x42 |0\n");
+    const std::string states =
+        ucm("<icu:state> 0-ff, e:1.s, f:0.s\n"
+            "<icu:state> initial, 0-3f:3, e:1.s, f:0.s, 40:2, 41-fe:2, ff:3\n"
+            "<icu:state> 0-3f:1.i, 40-fe:1., ff:1.i\n<icu:state> 0-ff:1.i\n",
+            "<U0041> \\xC1 |0\n<U3042> \\x41\\x42 |0\n");
+    const struct {
+        const std::string &from, &to;
+        const char *substitute;
+        bool home; // the way back
+        std::string in;
+        int result;
+        std::string out;
+        int sub, error;
     } rows[] = {
-        {"A\x81", {0, "ab", 2, 0, 0}        },
-        {"A\x80", {0, "aa", 2, 1, 0}        },
-        {"\x82",  {0, "b", 1, 1, 0}         },
-        {"A\x90", {-1, "a", 1, 0, KO_EILSEQ}},
+        {marks,  marked, "",     false, "A\x81",                                0,  "ab",                                0, 0        },
+        {marks,  marked, "",     false, "A\x80",                                0,  "aa",                                1, 0        },
+        {marks,  marked, "",     false, "\x82",                                 0,  "b",                                 1, 0        },
+        {marks,  marked, "",     false, "A\x90",                                -1, "a",                                 0, KO_EILSEQ},
+        {pairs,  host,   "6f",   false, "\x81\x41",                             0,  "\x6f",                              1, 0        },
+        {pairs,  host,   "4141", false, "\x81\x41\x41",                         0,  "\x0e\x41\x41\x0f\xc1",              1,
+         0                                                                                                                           }, // between shift codes
+        {a,      small,  "61",   false, "\xff",                                 0,  "a",                                 1, 0        },
+        {host,   kana,   "",     false, "\x0f\xc1\x0e\x41\x41\x41\x42\x0f\x6f", 0,  "A\x81\x82?",                        0,
+         0                                                                                                                           }, // lone shift-in
+        {host,   shifts, "",     false, "\xc1\x0e\x41\x41\x41\x42\x0f\xc1",     0,
+         "A\x0e\x51\x51\x0f\x52\101",                                                                                    0, 0        },
+        {utf8,   u,      "",     false, "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd",    0,  "\0A\0\xe9\x20\xac\xff\xfd"s,
+         0,                                                                                                                 0        },
+        {utf8,   u,      "",     true,  "\0A\0\xe9\x20\xac\xff\xfd"s,           0,  "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd", 0,
+         0                                                                                                                           },
+        {utf8,   u,      "",     false, "\xf0\x9f\x98\x80",                     0,  "\xd8\x3d\xde\0"s,                   0, 0        },
+        {utf8,   u,      "",     true,  "\xd8\x40\xdc\x01",                     -1, "",                                  0, KO_EILSEQ}, // beyond the second plane
+        {utf8,   u,      "",     false, "\xed\xa0\x80",                         -1, "",                                  0, KO_EILSEQ}, // a surrogate
+        {utf8,   u,      "",     false, "\xe2\x82",                             -1, "",                                  0, KO_EINVAL},
+        {table,  u,      "",     false, "A\x81\x40",                            0,  "\0A\x30\x42"s,                      0, 0        },
+        {table,  u,      "",     false, "\x81\x41",                             0,  "\x30\x44",                          1, 0        },
+        {table,  u,      "",     false, "\x81\x42",                             -1, "",                                  0, KO_EILSEQ},
+        {table,  u,      "",     true,  "\xff\x21",                             0,  "A",                                 1, 0        },
+        {table,  u,      "",     true,  "\0\xe9"s,                              0,  "?",                                 1, 0        },
+        {table,  u,      "",     true,  "\x30\x44",                             -1, "",                                  0, KO_EILSEQ},
+        {states, u,      "",     false, "\xc1\x0e\x41\x42\x0f",                 0,  "\0A\x30\x42"s,                      0, 0        },
     };
-    for (const auto &r : rows)
-        EXPECT_EQ(convert(cv, r.in, 9), r.want) << testing::PrintToString(r.in);
-    EXPECT_EQ(convert(cv, std::string("A\0A", 3), 9, nullptr, -1),
-              (cv_outcome{0, std::string("a\0", 2), 2, 0, 0}));
+    std::map<std::string, std::unique_ptr<pair_job>> jobs;
+    for (const auto &r : rows) {
+        SCOPED_TRACE(testing::PrintToString(r.in) + " of " + r.from);
+        std::unique_ptr<pair_job> &job = jobs[r.from + r.to + r.substitute];
+        if (!job) {
+            job = std::make_unique<pair_job>(r.from, r.to);
+            job->opt.substitute = r.substitute;
+            ASSERT_EQ(job->run(), convert_status::done) << job->log;
+        }
+        const cv_record cv(r.home ? job->home() : job->there());
+        const bool stateful = cv.rec()->source_is_stateful || cv.rec()->target_is_stateful;
+        conv_state st = {1, 1, 0, 0, nullptr};
+        const cv_outcome got = convert(cv, r.in, 20, stateful ? &st : nullptr);
+        EXPECT_EQ(got, (cv_outcome{r.result, r.out, got.taken, r.sub, r.error}));
+    }
+    const cv_record terminated(jobs[marks + marked]->there());
+    EXPECT_EQ(convert(terminated, "A\0A"s, 9, nullptr, -1), (cv_outcome{0, "a\0"s, 2, 0, 0}));
 }
 
-TEST(KovacConvert, SubstitutesWhatHasNoMapping) {
-    pair_job job("41\tU+0041\n8141\tU+3046\n8142\tU+3042\n", host);
-    job.opt.substitute = "6f";
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    EXPECT_EQ(convert(cv_record(job.there()), "\x81\x41", 9), (cv_outcome{0, "\x6f", 2, 1, 0}));
-    job.opt.substitute = "4141"; // a pair between shift codes
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    conv_state st = {1, 1, 0, 0, nullptr};
-    EXPECT_EQ(convert(cv_record(job.there()), "\x81\x41\x41", 9, &st),
-              (cv_outcome{0, "\x0e\x41\x41\x0f\xc1", 3, 1, 0}));
-
-    pair_job bytes("41\tU+0041\n", "61\tU+0041\n"); // a byte without a character, too
-    bytes.opt.substitute = "61";
-    ASSERT_EQ(bytes.run(), convert_status::done) << bytes.log;
-    EXPECT_EQ(convert(cv_record(bytes.there()), "\xff", 9), (cv_outcome{0, "a", 1, 1, 0}));
-}
-
-TEST(KovacConvert, CarriesShiftStatesAndKeepsWithinTheOutputLength) {
+TEST(KovacConvert, KeepsWithinTheOutputLengthInAnyTwoPieces) {
     pair_job job(host, "41\tU+0041\n81\tU+3042\n82\tU+3044\n3f\tU+003F\n");
     ASSERT_EQ(job.run(), convert_status::done) << job.log;
     const cv_record decode(job.there()), encode(job.home());
     EXPECT_EQ(decode.rec()->smiconv_fp, db_smiconv);
-    conv_state st = {1, 1, 0, 0, nullptr};
-    EXPECT_EQ(convert(decode, "\x0f\xc1\x0e\x41\x41\x41\x42\x0f\x6f", 9, &st), // lone shift-in
-              (cv_outcome{0, "A\x81\x82?", 9, 0, 0}));
-    // Any text in any two pieces fits into the length that is told for each piece.
     for (const std::string text :
          {"\x81", "A\x81", "\x81\101", "A\x81\101A\x82", "\x81\x82\101A"}) {
         for (size_t cut = 0; cut <= text.size(); ++cut) {
-            conv_state split = {1, cut == text.size(), 0, 0, nullptr};
+            conv_state split = {1, cut == text.size(), 0, 0, nullptr}, back = {1, 1, 0, 0, nullptr};
             std::string out;
             for (const std::string &piece : {text.substr(0, cut), text.substr(cut)}) {
                 const int room = ko_cv_outbuflen(encode.handle, int(piece.size()));
@@ -137,75 +175,12 @@ TEST(KovacConvert, CarriesShiftStatesAndKeepsWithinTheOutputLength) {
                 split = {split.first_frag && piece.empty(), 1, split.source_state,
                          split.target_state, nullptr};
             }
-            conv_state back = {1, 1, 0, 0, nullptr};
             EXPECT_EQ(convert(decode, out, 20, &back).out, text);
         }
     }
-
-    pair_job shifted(host, "shift 0e 0f\n00\tU+0000\n41\tU+0041\n3f\tU+003F\n5151\tU+3042\n"
-                           "52\tU+3044\n");
-    ASSERT_EQ(shifted.run(), convert_status::done) << shifted.log;
-    st = {1, 1, 0, 0, nullptr};
-    EXPECT_EQ(convert(cv_record(shifted.there()), "\xc1\x0e\x41\x41\x41\x42\x0f\xc1", 20, &st).out,
-              "A\x0e\x51\x51\x0f\x52\101");
-}
-
-TEST(KovacConvert, BuiltInFormsCoverTheirPlanes) {
-    pair_job job("utf8", "unicode");
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    const cv_record there(job.there()), home(job.home());
-    const std::string text = "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd";
-    const cv_outcome units = convert(there, text, 20);
-    EXPECT_EQ(units, (cv_outcome{0, std::string("\0A\0\xe9\x20\xac\xff\xfd", 8), 9, 0, 0}));
-    EXPECT_EQ(convert(home, units.out, 20).out, text);
-    EXPECT_EQ(convert(there, "\xf0\x9f\x98\x80", 20).out, std::string("\xd8\x3d\xde\x00", 4));
-    EXPECT_EQ(convert(home, "\xd8\x40\xdc\x01", 20).error, KO_EILSEQ); // beyond the second plane
-    EXPECT_EQ(convert(there, "\xed\xa0\x80", 20).error, KO_EILSEQ);    // a surrogate
-    EXPECT_EQ(convert(there, "\xe2\x82", 20).error, KO_EINVAL);
-    for (uint32_t code : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
-        const char_bytes bytes = utf8_bytes(code);
-        std::string utf8;
-        for (unsigned i = bytes.len; i-- > 0;)
-            utf8 += char(bytes.value >> 8 * i & 0xFF);
-        size_t at = 0;
-        EXPECT_EQ(utf8_code(utf8, at), code);
-        EXPECT_EQ(at + 1, utf8.size());
-    }
-    EXPECT_EQ(unicode_bytes(0x1F600).value, 0xD83DDE00u);
 }
 
 // ---- sources -----------------------------------------------------------------------------------
-
-static std::string ucm(const std::string &states, const std::string &lines) {
-    return "<code_set_name> \"x\"\n<mb_cur_max> 2\n<uconv_class> \"MBCS\"\n<subchar> \\x3F\n" +
-           states + "CHARMAP\n" + lines + "END CHARMAP\n";
-}
-
-TEST(KovacConvert, ReadsUcmTablesWithTheirFlagsAndStates) {
-    const std::string states = "<icu:state> 0-7f, 81:1\n<icu:state> 40-7e, 80-fc\n";
-    pair_job job(ucm(states, "<U0000> \\x00 |0\n<U0041> \\x41 |0\n<U3042> \\x81\\x40 |0 # kana\n"
-                             "<UFF21> \\x41 |1\n<U00E9> \\x3F |2\n<U3044> \\x81\\x41 |3\n"
-                             "<U304B><U309A> \\x81\\x42 |0\n"),
-                 "unicode");
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    const cv_record there(job.there()), home(job.home());
-    EXPECT_EQ(convert(there, "A\x81\x40", 9).out, std::string("\0A\x30\x42", 4));
-    EXPECT_EQ(convert(there, "\x81\x41", 9), (cv_outcome{0, "\x30\x44", 2, 1, 0}));
-    EXPECT_EQ(convert(there, "\x81\x42", 9).error, KO_EILSEQ);
-    EXPECT_EQ(convert(home, "\xff\x21", 9), (cv_outcome{0, "A", 2, 1, 0}));
-    EXPECT_EQ(convert(home, std::string("\0\xe9", 2), 9), (cv_outcome{0, "?", 2, 1, 0}));
-    EXPECT_EQ(convert(home, "\x30\x44", 9).error, KO_EILSEQ);
-
-    pair_job shifted(ucm("<icu:state> 0-ff, e:1.s, f:0.s\n"
-                         "<icu:state> initial, 0-3f:3, e:1.s, f:0.s, 40:2, 41-fe:2, ff:3\n"
-                         "<icu:state> 0-3f:1.i, 40-fe:1., ff:1.i\n<icu:state> 0-ff:1.i\n",
-                         "<U0041> \\xC1 |0\n<U3042> \\x41\\x42 |0\n"),
-                     "unicode");
-    ASSERT_EQ(shifted.run(), convert_status::done) << shifted.log;
-    conv_state st = {1, 1, 0, 0, nullptr};
-    EXPECT_EQ(convert(cv_record(shifted.there()), "\xc1\x0e\x41\x42\x0f", 9, &st).out,
-              std::string("\0A\x30\x42", 4));
-}
 
 TEST(KovacConvert, KeepsLongCharactersOfCharmaps) {
     const temp_dir dir;
