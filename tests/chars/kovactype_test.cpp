@@ -161,14 +161,16 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
     guarded_block in, out;
     kovaloc loc = {};
     loc.exp.single_byte = 1;
+    unsigned char plain[256], table[256];
+    for (unsigned c = 0; c < 256; ++c)
+        plain[c] = static_cast<unsigned char>(c);
     for (int round = 0; round < 400; ++round) {
-        unsigned char table[256];
-        for (unsigned c = 0; c < 256; ++c)
-            table[c] = static_cast<unsigned char>(c);
+        memcpy(table, plain, 256);
         for (unsigned n = 0; n < unsigned(round % 40); ++n)
             table[random() % 256] = static_cast<unsigned char>(random());
         loc.exp.sb_toupper_table = table;
-        derive_case_rows(table, &loc.upper_rows);
+        // Rows of another table do not serve.
+        derive_case_rows(round % 3 ? table : plain, &loc.upper_rows);
         std::string text;
         for (size_t n = random() % 300; n; --n)
             text += char(1 + random() % 255);
@@ -179,14 +181,6 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
         auto *dst = out.room<ko_mchar_t>(text.size() + 1);
         ASSERT_EQ(ko_tombsupper(&loc, dst, mbs), int(text.size()));
         ASSERT_EQ(std::string(dst, dst + want.size()), want);
-        // Rows of another table do not serve.
-        unsigned char other[256];
-        memcpy(other, table, 256);
-        other[+'a'] = 'Q';
-        loc.exp.sb_toupper_table = other;
-        dst = out.room<ko_mchar_t>(2);
-        ASSERT_EQ(ko_tombsupper(&loc, dst, in.put("a\0"sv)), 1);
-        ASSERT_EQ(dst[0], 'Q');
     }
 }
 
