@@ -8,17 +8,20 @@
 
 // ---- Writing -----------------------------------------------------------------------------------
 
+namespace {
 struct table_writer {
     void *stream;
     mb_decode *table;
     ko_item_printer print_item;
 };
+} // namespace
 
 static bool put_text(const table_writer &out, const char *text) {
     const size_t size = strlen(text);
     return ko_ext_fwrite(text, 1, size, out.stream) == size;
 }
 
+namespace {
 // One array of a node, of flags or of items.
 struct array_view {
     const unsigned char *slots;
@@ -27,6 +30,7 @@ struct array_view {
     const unsigned char *empty; // the value that is not written
     bool items;
 };
+} // namespace
 
 static bool same(const array_view &array, unsigned i, unsigned k) {
     const unsigned char *slots = array.slots;
@@ -37,10 +41,12 @@ static bool is_empty(const array_view &array, unsigned i) {
     return !memcmp(array.slots + i * array.slot_bytes, array.empty, array.item_bytes);
 }
 
+namespace {
 struct run_record {
     unsigned count; // values written
     unsigned repetitions;
 };
+} // namespace
 
 // The record that starts at the non-empty index s: four or more equal values become a repetition.
 // Anything else is a literal that stops at the fourth equal value in a row; the three before it
@@ -185,12 +191,14 @@ static inline void skip_white(text_in *in) {
     if (in->pos == in->end) in->ended = true;
 }
 
+namespace {
 // Where items come from: the host's reader on its own stream, four hexadecimal digits, or
 // conversion entries.
 struct host_items {
     ko_item_reader read;
 };
 struct ub2_items {};
+} // namespace
 
 static bool read_items(text_in *in, const host_items &items, unsigned char *slots, unsigned count,
                        const mb_decode *table) {
@@ -222,9 +230,11 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
     return true;
 }
 
+namespace {
 // A conversion entry is a byte of flags and length as two hexadecimal digits, then as many bytes as
 // its low three bits say. An entry longer than the table's items makes the table unreadable.
 struct entry_items {};
+} // namespace
 
 // Reads a conversion entry of at most four bytes from lower-case digits; the first byte becomes the
 // lowest. Eight characters at text must be readable. False for any other text.
@@ -293,11 +303,13 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
     return by_characters();
 }
 
+namespace {
 struct run_head {
     unsigned first;
     unsigned count; // 0 ends the array
     unsigned repetitions;
 };
+} // namespace
 
 // False at the end of the file and for a run that reaches beyond the array.
 static bool read_run_head(text_in *in, run_head *run) {
@@ -351,6 +363,7 @@ static int count_prefixes(const unsigned char *flags) {
     return count;
 }
 
+namespace {
 template <class Items> struct table_reader {
     text_in *in;
     mb_decode *table;
@@ -358,6 +371,7 @@ template <class Items> struct table_reader {
     unsigned depth; // levels that characters of the stored longest length need
     int *found;     // length of the longest character found, 0 without any
 };
+} // namespace
 
 // Reads the indicators and arrays of an uncompressed node.
 template <class Items>

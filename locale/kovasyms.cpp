@@ -131,7 +131,7 @@ static bool char_name(const kovacmap *map, const char_desc &desc, char *name) {
 }
 
 static char_desc desc_of(const ko_mchar_t *mb, int len) {
-    char_desc desc = {.length = static_cast<unsigned>(len), .bytes = {}};
+    char_desc desc = {.length = unsigned(len), .bytes = {}};
     memcpy(desc.bytes, mb, desc.length);
     return desc;
 }
@@ -151,12 +151,14 @@ static int terminator_len(const kovacmap *map) {
     return n < 1 ? 1 : n > 4 ? 4 : n;
 }
 
+namespace {
 // A text that ends after a count of units or, with a count below 1, at its terminator.
 template <class Unit> struct source_text {
     const Unit *at;
     int left; // below 1: terminated
     bool terminated;
 };
+} // namespace
 
 // Bytes of a terminated text, but no more than a character can have.
 static int bytes_before_end(const ko_mchar_t *at, int terminator) {
@@ -174,7 +176,7 @@ static int next_char(kovacmap *map, const source_text<ko_mchar_t> &in, ko_mchar_
     if (left < 1) return 0;
     *len = char_len(map, in.at, left);
     if (*len < 0) return in.terminated ? fail(head(map), KO_EILSEQ, -1) : -1;
-    memcpy(bytes, in.at, static_cast<size_t>(*len));
+    memcpy(bytes, in.at, size_t(*len));
     return *len;
 }
 static int next_char(kovacmap *map, const source_text<ko_wchar_t> &in, ko_mchar_t *bytes,
@@ -210,7 +212,7 @@ static int text_to_symbols(ko_cm_t cm, char *dst, int size, const Unit **src, in
     }
     *src = in.at;
     *out = 0;
-    return static_cast<int>(out - dst) + 1;
+    return int(out - dst) + 1;
 }
 
 int ko_mbstosyms(ko_cm_t cm, char *dst, int size, const ko_mchar_t **src, int len_bytes) {
@@ -220,12 +222,14 @@ int ko_wcstosyms(ko_cm_t cm, char *dst, int size, const ko_wchar_t **src, int le
     return text_to_symbols(cm, dst, size, src, len_chars);
 }
 
+namespace {
 // A list to which symbols are added as long as they fit whole.
 struct symbol_list {
     char *at;
     int room;
     int found;
 };
+} // namespace
 static void add_symbol(symbol_list *list, const char *name) {
     const int needed = string_to_symbol(name, list->at, list->room);
     ++list->found;
@@ -256,7 +260,7 @@ int ko_mbtosymlist(ko_cm_t cm, char *dst, int size, const ko_mchar_t *mb, int le
     }
     *list.at = 0;
     if (!list.found) return fail(head(map), KO_ENOSYMBOL, -1);
-    return static_cast<int>(list.at - dst) + 1;
+    return int(list.at - dst) + 1;
 }
 
 // ---- Symbols to characters ----------------------------------------------------------------------
@@ -297,9 +301,7 @@ static int symbol_to_descriptor(const kovacmap *map, const char **symbol, char_d
 // and writing a character.
 static int end_units(const kovacmap *map, const ko_mchar_t *) { return terminator_len(map); }
 static int end_units(const kovacmap *, const ko_wchar_t *) { return 1; }
-static int char_units(const char_desc &desc, const ko_mchar_t *) {
-    return static_cast<int>(desc.length);
-}
+static int char_units(const char_desc &desc, const ko_mchar_t *) { return int(desc.length); }
 // A wide character has no room for more than two bytes.
 static int char_units(const char_desc &desc, const ko_wchar_t *) { return desc.length > 2 ? 0 : 1; }
 static void put_char(ko_mchar_t *out, const char_desc &desc) {
@@ -309,7 +311,7 @@ static void put_char(ko_wchar_t *out, const char_desc &desc) {
     unsigned value = 0;
     for (unsigned i = 0; i < desc.length; ++i)
         value = value << 8 | desc.bytes[i];
-    *out = static_cast<ko_wchar_t>(value);
+    *out = ko_wchar_t(value);
 }
 
 template <class Unit>
@@ -335,9 +337,9 @@ static int symbols_to_text(ko_cm_t cm, Unit *dst, int size, const char **src) {
         room -= units;
         *src = at;
     }
-    memset(out, 0, static_cast<size_t>(terminator) * sizeof *out);
+    memset(out, 0, size_t(terminator) * sizeof *out);
     if (error) return fail(head(map), error, -1);
-    return static_cast<int>(out - dst) + terminator;
+    return int(out - dst) + terminator;
 }
 
 int ko_symstombs(ko_cm_t cm, ko_mchar_t *dst, int size, const char **src) {

@@ -208,7 +208,7 @@ static int insert_char(kovacmap *map, const char_desc &desc) {
 
 char_desc range_char(const range_data *range, int i) {
     char_desc desc = range->base_char;
-    unsigned carry = static_cast<unsigned>(i);
+    unsigned carry = unsigned(i);
     for (unsigned at = desc.length; at-- > 0 && carry;) {
         carry += desc.bytes[at];
         desc.bytes[at] = static_cast<unsigned char>(carry);
@@ -227,8 +227,8 @@ static uint32_t char_value(const char_desc &desc) {
 int range_place(const range_data *range, const char_desc &desc) {
     if (desc.length != range->base_char.length) return -1;
     const uint32_t first = char_value(range->base_char), value = char_value(desc);
-    if (value < first || value - first >= static_cast<uint32_t>(range->length)) return -1;
-    return static_cast<int>(value - first);
+    if (value < first || value - first >= uint32_t(range->length)) return -1;
+    return int(value - first);
 }
 
 // ---- Ranges -------------------------------------------------------------------------------------
@@ -239,9 +239,7 @@ static uint64_t char_place(const char_desc &desc) {
     return uint64_t{desc.length} << 33 | char_value(desc);
 }
 static uint64_t first_char(const range_data *range) { return char_place(range->base_char); }
-static uint64_t first_number(const range_data *range) {
-    return static_cast<uint64_t>(range->name_base);
-}
+static uint64_t first_number(const range_data *range) { return uint64_t(range->name_base); }
 
 static constexpr int few_ranges = 8; // so few are searched one by one
 
@@ -260,10 +258,10 @@ static bool sort_ranges(const range_data *list, range_data *range_data::*next,
               [](const range_start &a, const range_start &b) { return a.first < b.first; });
     for (n = 1; n < count; ++n) {
         const range_start &before = starts.p[n - 1];
-        const auto length = static_cast<uint64_t>(before.range->length);
+        const auto length = uint64_t(before.range->length);
         if (starts.p[n].first - before.first < length) return true;
     }
-    *index = {.at = starts.release(), .count = static_cast<int>(count)};
+    *index = {.at = starts.release(), .count = int(count)};
     return true;
 }
 
@@ -346,7 +344,7 @@ int canonical_name(const char *name, char *canonical) {
     int64_t number = 0;
     for (size_t i = stem; i < len && number <= INT_MAX; ++i)
         number = number * 10 + (name[i] - '0');
-    return number <= INT_MAX ? static_cast<int>(number) : -1;
+    return number <= INT_MAX ? int(number) : -1;
 }
 
 void calculate_name(const range_data *range, int i, char *out) {
@@ -354,9 +352,8 @@ void calculate_name(const range_data *range, int i, char *out) {
     const size_t len = strlen(name), stem = stem_length(name);
     char digits[10];
     size_t count = 0;
-    for (uint64_t n = static_cast<uint64_t>(range->name_base) + static_cast<uint64_t>(i);
-         n || !count; n /= 10) {
-        digits[count++] = static_cast<char>('0' + n % 10);
+    for (uint64_t n = uint64_t(range->name_base) + uint64_t(i); n || !count; n /= 10) {
+        digits[count++] = char('0' + n % 10);
     }
     memcpy(out, name, stem);
     out += stem;
@@ -369,10 +366,12 @@ void calculate_name(const range_data *range, int i, char *out) {
 
 // ---- Lines --------------------------------------------------------------------------------------
 
+namespace {
 struct record_line {
     const char *at;
     int error;
 };
+} // namespace
 
 static bool is_blank_line(const char *line) {
     while (is_white(*line))
@@ -392,7 +391,7 @@ static int field_number(record_line *in, int least) {
         return 0;
     }
     in->at = end;
-    return static_cast<int>(value);
+    return int(value);
 }
 
 // Refuses names for which the records have no room; no compiler writes such a file.
@@ -478,8 +477,7 @@ static int read_range(record_line *in, kovacmap *map, const char *name, int *cha
     range.length = in->error ? 0 : field_number(in, 1);
     if (!in->error) range.base_char = field_char(in);
     if (in->error) return in->error;
-    const uint64_t end =
-        uint64_t{char_value(range.base_char)} + static_cast<uint64_t>(range.length);
+    const uint64_t end = uint64_t{char_value(range.base_char)} + uint64_t(range.length);
     if (end > uint64_t{1} << (8 * range.base_char.length)) return KO_EOBJECT;
     if (range.length > *chars_left || range.length > INT_MAX - range.name_base) return KO_EOBJECT;
     *chars_left -= range.length;

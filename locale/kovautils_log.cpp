@@ -11,9 +11,11 @@
 
 static constexpr char log_name[] = "c:\\kova.log";
 
+namespace {
 struct log_switches {
     bool initialised, logging, popups;
 };
+} // namespace
 // Set by ko_init_debug, which the first message calls if nobody has; cleared by exit_utilities.
 static constinit log_switches switches = {};
 

@@ -69,6 +69,7 @@ static char *join(std::initializer_list<const char *> pieces) {
     return path;
 }
 
+namespace {
 struct search {
     void *(*open)(const char *path);
     const char *name;
@@ -78,6 +79,7 @@ struct search {
     file_mark *mark;
     bool *firm;
 };
+} // namespace
 
 static void *attempt(const search *s, const char *path) {
     if (!s->mark) return s->open(path);

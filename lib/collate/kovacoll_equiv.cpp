@@ -53,7 +53,7 @@ static int pure_expansion(const coll_data *coll, int row) {
     if (!coll->num_passes || !(coll->pass_arr[0][row] & coll_expansion)) return -1;
     for (int p = 1; p < coll->num_passes; ++p)
         if (coll->pass_arr[p][row] != coll->pass_arr[0][row]) return -1;
-    return coll->pass_arr[0][row] & static_cast<int>(coll_low_bits);
+    return coll->pass_arr[0][row] & int(coll_low_bits);
 }
 
 static bool rows_equal(const coll_data *coll, int a, int b) {
@@ -69,7 +69,7 @@ static uint32_t row_hash(const coll_data *coll, int row) {
         h *= 0xD6E8FEB86659FD93u;
         h ^= h >> 32;
     }
-    return static_cast<uint32_t>(h);
+    return uint32_t(h);
 }
 
 // Joins rows with the same weights to the class of the first, by a hash table of rows + 1. False if
@@ -116,7 +116,7 @@ static void join_by_sorting(const coll_data *coll, int *rows, size_t count, row_
 
 static bool classify_rows(const coll_data *coll, row_classes *classes) {
     size_t size = 16, count = 0;
-    while (size < 2 * static_cast<size_t>(classes->rows))
+    while (size < 2 * size_t(classes->rows))
         size *= 2;
     ext_block<int> slots(size), rows(size_t(classes->rows)); // that may be alike
     if (!slots.p || !rows.p) return false;
@@ -165,14 +165,14 @@ static bool add_member(member_list *list, int row_class, const ko_mchar_t *bytes
 // Adds a string of wide characters, unless the code set lacks one of them.
 static bool add_wide(kovaloc *loc, member_list *list, int row_class, const ko_wchar_t *chars,
                      unsigned nchars) {
-    ext_block<ko_mchar_t> bytes(4 * static_cast<size_t>(nchars));
+    ext_block<ko_mchar_t> bytes(4 * size_t(nchars));
     if (!bytes.p) return false;
     size_t len = 0;
     for (unsigned i = 0; i < nchars; ++i) {
         if (!chars[i]) return true;
         const int n = sl_wctomb(loc, bytes.p + len, chars[i]);
         if (n < 0) return true;
-        len += static_cast<size_t>(n);
+        len += size_t(n);
     }
     return !len || add_member(list, row_class, bytes.p, len);
 }
@@ -192,7 +192,7 @@ static bool add_characters(const mb_decode *table, const multi_arr *node, ko_mch
                            unsigned depth, const row_classes *classes, member_list *list) {
     if (depth >= multi_max_depth) return true;
     for (unsigned c = 0; c < 256; ++c) {
-        bytes[depth] = static_cast<ko_mchar_t>(c);
+        bytes[depth] = ko_mchar_t(c);
         const unsigned flag = node_flag(node, c);
         if (flag == mb_prefix &&
             !add_characters(table, node_child(node, c), bytes, depth + 1, classes, list))
@@ -201,7 +201,7 @@ static bool add_characters(const mb_decode *table, const multi_arr *node, ko_mch
         const uint16_t row = item16(node_item(table, node, c));
         if (row >= classes->rows || classes->of_row[row] == class_none) continue;
         static constexpr ko_mchar_t null_char[multi_max_depth] = {};
-        const size_t len = static_cast<size_t>(depth) + 1;
+        const size_t len = size_t(depth) + 1;
         if (!memcmp(bytes, null_char, len)) continue;
         if (!add_member(list, classes->of_row[row], bytes, len)) return false;
     }
@@ -245,7 +245,7 @@ static bool make_ignored(kovaloc *loc, member_list *list) {
 // Makes the pairs class by class, ordered by first rows, and within a class in the order of the
 // list.
 static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list *list) {
-    const size_t rows = static_cast<size_t>(classes->rows);
+    const size_t rows = size_t(classes->rows);
     ext_block<size_t> start(rows + 1); // of each class in order
     ext_block<member *> order(list->count);
     ext_block<ko_coll_equiv_class_map> map(list->count + 1);
@@ -274,9 +274,9 @@ static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list
 int derive_coll_lists(kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     const int rows = coll->num_rows < 0xFFFF ? coll->num_rows + 1 : 0x10000;
-    const size_t expansions =
-        coll->num_expansions > 0 ? static_cast<size_t>(coll->num_expansions) : 0;
-    ext_block<int> of_row(static_cast<size_t>(rows)), of_expansion(expansions);
+    const auto row_count = size_t(rows);
+    const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
+    ext_block<int> of_row(row_count), of_expansion(expansions);
     if (!of_row.p || !of_expansion.p) return -1;
     for (size_t e = 0; e < expansions; ++e)
         of_expansion.p[e] = class_none;

@@ -74,7 +74,7 @@ static bool has_characters(const mb_decode *table, unsigned hi) {
 static void read_rows(builder *b) {
     const mb_decode *table = static_cast<const mb_decode *>(b->loc->coll);
     for (unsigned c = 0; c < 256; ++c)
-        b->byte_rows[c] = coll_byte_row(table, static_cast<uint8_t>(c));
+        b->byte_rows[c] = coll_byte_row(table, uint8_t(c));
     for (unsigned hi = 0; hi < 256; ++hi) {
         b->rows[hi] = nullptr;
         if (!has_characters(table, hi)) continue;
@@ -85,7 +85,7 @@ static void read_rows(builder *b) {
         uint16_t *page = take_array<uint16_t>(b, 256);
         if (!page) return;
         for (unsigned lo = 0; lo < 256; ++lo)
-            page[lo] = coll_row(table, static_cast<ko_wchar_t>(hi << 8 | lo));
+            page[lo] = coll_row(table, ko_wchar_t(hi << 8 | lo));
         b->rows[hi] = page;
     }
 }
@@ -114,7 +114,7 @@ static void each_item(const builder *b, int pass, unsigned expansion, Visit visi
             exp = &b->coll->exp_arr[weight & coll_low_bits];
             i = 0;
         } else if (weight != coll_ignored_weight) {
-            visit(coll_item{static_cast<uint16_t>(weight), ch});
+            visit(coll_item{uint16_t(weight), ch});
         }
     }
 }
@@ -149,7 +149,7 @@ static coll_seq repeat_seq(builder *b, coll_seq seq, unsigned times) {
 static coll_seq one_item(builder *b, unsigned weight, ko_wchar_t ch) {
     coll_item *item = take_items(b, 1);
     if (!item) return {nullptr, 0};
-    *item = {static_cast<uint16_t>(weight), ch};
+    *item = {uint16_t(weight), ch};
     return {item, 1};
 }
 
@@ -236,10 +236,10 @@ static void fill_candidates(builder *b, int pass, const int *head, const int *ne
 // A row's weight in the form of a page.
 static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     const unsigned zero_special = b->first_special - 1;
-    if (weight & coll_expansion) return static_cast<uint16_t>(weight & 0x7FFF);
+    if (weight & coll_expansion) return uint16_t(weight & 0x7FFF);
     if (!weight) return uint16_t(coll_expansion | zero_special);
     note_weight(b, p, weight);
-    return static_cast<uint16_t>(weight);
+    return uint16_t(weight);
 }
 
 // Replaces a new page by an earlier one of the pass with the same content.
@@ -313,7 +313,7 @@ static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, col
         for (unsigned i = 0; i < special->own.count; ++i)
             write_item(special->own.items[i], b->widths, sink);
     } else if (weight != coll_ignored_weight) {
-        write_item({static_cast<uint16_t>(weight), static_cast<ko_wchar_t>(c)}, b->widths, sink);
+        write_item({uint16_t(weight), ko_wchar_t(c)}, b->widths, sink);
     }
     if (sink->used > sizeof cell->bytes) return;
     memcpy(cell->bytes, sink->local, sizeof cell->bytes);
@@ -355,7 +355,7 @@ static void fill_first_weights(coll_flat *flat) {
     for (unsigned c = 1; c < 256; ++c) {
         const unsigned weight = flat->pass[0].page[0][c];
         const bool plain = weight > coll_ignored_weight && weight < coll_expansion;
-        flat->first_weights[c] = static_cast<uint16_t>(plain ? weight : 0);
+        flat->first_weights[c] = uint16_t(plain ? weight : 0);
     }
 }
 
@@ -394,7 +394,7 @@ static bool fits_tables(const coll_data *coll) {
 static bool build(builder *b) {
     coll_flat *flat = b->flat;
     const coll_data *coll = b->coll;
-    const size_t elems = coll->num_coll_elems > 0 ? static_cast<size_t>(coll->num_coll_elems) : 0;
+    const size_t elems = coll->num_coll_elems > 0 ? size_t(coll->num_coll_elems) : 0;
     flat->num_passes = coll->num_passes;
     flat->elements = elems > 0;
     flat->raw_fits = true;
@@ -407,18 +407,17 @@ static bool build(builder *b) {
     if (!head.p || !next.p || !firsts.p) return false;
     b->firsts = firsts.p;
     if (elems && !chain_elements(b, head.p, next.p)) return false;
-    const size_t expansions =
-        coll->num_expansions > 0 ? static_cast<size_t>(coll->num_expansions) : 0;
+    const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
     const size_t raw = flat->byte_rows ? 0 : coll_raw_bytes;
     if (expansions + 1 + b->num_firsts + raw > coll_expansion) return false;
-    b->first_special = static_cast<unsigned>(expansions) + 1;
-    b->num_specials = b->first_special + b->num_firsts + static_cast<unsigned>(raw);
+    b->first_special = unsigned(expansions) + 1;
+    b->num_specials = b->first_special + b->num_firsts + unsigned(raw);
     bool own_page[256] = {true};
     for (unsigned f = 0; f < b->num_firsts; ++f)
         own_page[b->firsts[f] >> 8] = true;
     read_rows(b);
     for (unsigned hi = 0; hi < 256; ++hi)
-        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = static_cast<uint8_t>(hi);
+        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = uint8_t(hi);
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
         build_pass(b, p, head.p, next.p);
     if (!b->failed) fill_digits(flat);
@@ -430,7 +429,7 @@ coll_flat *build_coll_flat(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     if (coll->collate != collate_specified || coll->codeset_order_flg || !loc->coll) return nullptr;
     if (!fits_tables(coll)) return nullptr;
-    const size_t passes = static_cast<size_t>(coll->num_passes);
+    const size_t passes = size_t(coll->num_passes);
     const size_t size = offsetof(coll_flat, pass) + passes * sizeof(coll_flat_pass);
     coll_flat *flat = static_cast<coll_flat *>(ko_ext_malloc(size));
     if (!flat) return nullptr;

@@ -11,14 +11,14 @@ constexpr int max_yielded = 255;
 
 // ---- Pieces of the section ----
 
-static size_t count_of(int n) { return n > 0 ? static_cast<size_t>(n) : 0; }
+static size_t count_of(int n) { return n > 0 ? size_t(n) : 0; }
 
 // False if count items of at least item_bytes characters cannot follow: then the file is damaged,
 // and its count must not size anything.
 static bool may_hold(const text_in *in, size_t count, size_t item_bytes) {
     if (in->ended) return false;
     if (in->stream) return count <= 1u << 20; // the size is unknown; rows and weights are 16-bit
-    return count <= static_cast<size_t>(in->end - in->pos) / item_bytes;
+    return count <= size_t(in->end - in->pos) / item_bytes;
 }
 
 template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {
@@ -77,7 +77,7 @@ static bool read_passes(text_in *in, kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     const size_t rows = count_of(coll->num_rows) + 1;
     for (int p = 0; p < coll->num_passes; ++p)
-        coll->pass_type[p] = static_cast<int>(get_hex(in, 4) & 0xFFFF);
+        coll->pass_type[p] = int(get_hex(in, 4) & 0xFFFF);
     if (coll->num_passes && !may_hold(in, rows, 4 * count_of(coll->num_passes)))
         return fail(loc, KO_EOBJECT, false);
     for (int p = 0; p < coll->num_passes; ++p)
@@ -96,10 +96,9 @@ static bool read_elems(text_in *in, kovaloc *loc, size_t count) {
         elem->nchars = get_hex(in, 1);
         elem->elem_data = nullptr;
         const unsigned row = get_hex(in, 4);
-        if (in->ended || row > static_cast<unsigned>(coll->num_rows))
-            return fail(loc, KO_EOBJECT, false);
-        elem->row = static_cast<uint16_t>(row);
-        coll->num_coll_elems = static_cast<int>(i) + 1;
+        if (in->ended || row > unsigned(coll->num_rows)) return fail(loc, KO_EOBJECT, false);
+        elem->row = uint16_t(row);
+        coll->num_coll_elems = int(i) + 1;
         if (!read_chars(in, loc, elem->nchars, &elem->elem_data)) return false;
     }
     return true;
@@ -116,7 +115,7 @@ static bool read_expansions(text_in *in, kovaloc *loc, size_t count) {
         exp->nchars = get_hex(in, 1);
         exp->exp_data = nullptr;
         if (in->ended) return fail(loc, KO_EOBJECT, false);
-        coll->num_expansions = static_cast<int>(i) + 1;
+        coll->num_expansions = int(i) + 1;
         if (!read_chars(in, loc, exp->nchars, &exp->exp_data)) return false;
     }
     return true;
@@ -125,13 +124,13 @@ static bool read_expansions(text_in *in, kovaloc *loc, size_t count) {
 static bool read_weights(text_in *in, kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     if (!coll->num_passes) return true;
-    const unsigned expansions = static_cast<unsigned>(coll->num_expansions);
-    for (size_t row = 0; row <= static_cast<size_t>(coll->num_rows); ++row) {
+    const unsigned expansions = unsigned(coll->num_expansions);
+    for (size_t row = 0; row <= size_t(coll->num_rows); ++row) {
         for (int p = 0; p < coll->num_passes; ++p) {
             const unsigned weight = read_weight(in) & 0xFFFF;
             if ((weight & coll_expansion) && (weight & coll_low_bits) >= expansions)
                 return fail(loc, KO_EOBJECT, false);
-            coll->pass_arr[p][row] = static_cast<uint16_t>(weight);
+            coll->pass_arr[p][row] = uint16_t(weight);
         }
         if (in->ended) return fail(loc, KO_EOBJECT, false);
     }
@@ -140,12 +139,14 @@ static bool read_weights(text_in *in, kovaloc *loc) {
 
 // ---- Checks across the section ----
 
+namespace {
 // A bit for each row that a character or an element has.
 struct row_set {
     uint8_t bits[0x10000 / 8] = {};
-    void add(unsigned row) { bits[row / 8] = static_cast<uint8_t>(bits[row / 8] | 1u << row % 8); }
+    void add(unsigned row) { bits[row / 8] = uint8_t(bits[row / 8] | 1u << row % 8); }
     bool has(unsigned row) const { return bits[row / 8] >> row % 8 & 1; }
 };
+} // namespace
 
 // Visits the rows of the characters below a node until one is refused.
 template <class Visit>
@@ -170,7 +171,7 @@ static bool is_ordinary(unsigned weight) {
 static bool pass_is_order(const coll_data *coll, const uint16_t *weights, const row_set *used) {
     enum : uint8_t { plain = 1, tie = 2 };
     uint8_t seen[coll_low_bits + 1] = {};
-    for (unsigned row = 0; row <= static_cast<unsigned>(coll->num_rows) && row <= 0xFFFF; ++row) {
+    for (unsigned row = 0; row <= unsigned(coll->num_rows) && row <= 0xFFFF; ++row) {
         const unsigned weight = weights[row], low = weight & coll_low_bits;
         if (!is_ordinary(weight) || (used && !used->has(row))) continue;
         seen[low] |= weight & coll_code_tie ? tie : plain;
@@ -198,8 +199,8 @@ static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
         const uint16_t ordinary = is_ordinary(weight) ? 0xFFFF : 0;
         const uint16_t tie = weight & coll_code_tie ? ordinary : uint16_t{0};
         ties |= tie & weight;
-        all_ties &= static_cast<uint16_t>(weight | ~tie);
-        plains |= static_cast<uint16_t>(ordinary & ~tie);
+        all_ties &= uint16_t(weight | ~tie);
+        plains |= uint16_t(ordinary & ~tie);
     }
     if (!ties || !plains) return true;
     if (ties != all_ties) return false;
@@ -240,7 +241,7 @@ static int nested(const kovaloc *loc, int pass, int expansion, int *chars) {
         const ko_wchar_t ch = exp->exp_data[forward ? i : exp->nchars - 1 - i];
         const unsigned weight = coll->pass_arr[pass][coll_row(loc->coll, ch)];
         ++*chars;
-        if (weight & coll_expansion) return static_cast<int>(weight & coll_low_bits);
+        if (weight & coll_expansion) return int(weight & coll_low_bits);
     }
     return -1;
 }
@@ -289,7 +290,7 @@ static bool derive_exp_direct(kovaloc *loc) {
     const multi_arr *root = table_root(static_cast<const mb_decode *>(loc->coll));
     for (unsigned c = 0; coll->num_expansions && c < 256; ++c) {
         if (node_flag(root, c) != mb_final) continue;
-        const uint16_t row = coll_byte_row(loc->coll, static_cast<uint8_t>(c));
+        const uint16_t row = coll_byte_row(loc->coll, uint8_t(c));
         for (int p = 0; p < coll->num_passes; ++p) {
             const unsigned weight = coll->pass_arr[p][row];
             if (weight & coll_expansion)
@@ -307,7 +308,7 @@ static bool derive_byte_weights(kovaloc *loc) {
         if (!make_array(loc, coll_end_byte + 1, weights)) return false;
         for (unsigned c = 0; c < 256; ++c)
             (*weights)[c ? c : coll_end_byte] =
-                coll->pass_arr[p][coll_byte_row(loc->coll, static_cast<uint8_t>(c))];
+                coll->pass_arr[p][coll_byte_row(loc->coll, uint8_t(c))];
         (*weights)[0] = 0;
     }
     return true;

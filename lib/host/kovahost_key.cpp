@@ -91,7 +91,9 @@ static inline place end_pass(first_pass &, place at, coll_sink *, bool last) {
     return at;
 }
 
+namespace {
 enum class run_end { pass, lower, higher };
+} // namespace
 
 static inline place put_run(lower_pass &state, run_end end, place at, coll_sink *sink) {
     if (!state.run) return at;

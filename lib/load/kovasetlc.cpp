@@ -152,10 +152,12 @@ static void clear_time(kovaloc *loc) { loc->ltime_info = {}; }
 static void release_messages(kovaloc *loc) { release_strings(loc, KO_LC_MESSAGES); }
 static void clear_messages(kovaloc *loc) { clear_strings(loc, KO_LC_MESSAGES); }
 
+namespace {
 struct category_life {
     void (*release)(kovaloc *loc); // frees what the record owns; fields keep their values
     void (*clear)(kovaloc *loc);   // the empty state
 };
+} // namespace
 static constexpr category_life lives[8] = {
     {nullptr,          nullptr       },
     {nullptr,          nullptr       },
@@ -360,7 +362,7 @@ static void build_case_table(kovaloc *loc, unsigned char **table,
     // A byte that is not a character would leave its error in a sound record.
     const errno_guard kept(loc);
     for (int b = 0; b < 256; b++) {
-        bytes[b] = static_cast<unsigned char>(convert(loc, static_cast<ko_wchar_t>(b)));
+        bytes[b] = static_cast<unsigned char>(convert(loc, ko_wchar_t(b)));
     }
     *table = bytes;
 }

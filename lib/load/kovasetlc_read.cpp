@@ -22,7 +22,7 @@ static ko_mchar_t *new_string(size_t len) {
 }
 
 static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
-    if (static_cast<size_t>(in->end - in->pos) / 2 < len) { // this ends the reading
+    if (size_t(in->end - in->pos) / 2 < len) { // this ends the reading
         in->pos = in->end;
         in->ended = in->cut = true;
         return nullptr;
@@ -31,8 +31,7 @@ static ko_mchar_t *read_hex_memory(text_in *in, size_t len) {
     in->pos += 2 * len;
     ko_mchar_t *s = new_string(len);
     for (size_t i = 0; s && i < len; i++) {
-        s[i] = static_cast<ko_mchar_t>(hex_digit_or_0(hex[2 * i]) << 4 |
-                                       hex_digit_or_0(hex[2 * i + 1]));
+        s[i] = ko_mchar_t(hex_digit_or_0(hex[2 * i]) << 4 | hex_digit_or_0(hex[2 * i + 1]));
     }
     return s;
 }
@@ -58,7 +57,7 @@ static ko_mchar_t *read_hex_stream(text_in *in, size_t len) {
     size_t room = 0;
     bool kept = true;
     for (size_t i = 0; i < len + string_end; i++) {
-        const ko_mchar_t byte = i < len ? static_cast<ko_mchar_t>(get_hex_byte(in)) : 0;
+        const ko_mchar_t byte = i < len ? ko_mchar_t(get_hex_byte(in)) : 0;
         if (i < len && in->ended) in->cut = true;
         if (in->cut) kept = false;
         kept = kept && make_room(&s, i, len + string_end, &room);
@@ -79,7 +78,7 @@ static ko_mchar_t *read_string(text_in *in) {
         in->cut = in->ended;
         return nullptr;
     }
-    const size_t bytes = len > 0 ? static_cast<size_t>(len) : 0;
+    const size_t bytes = len > 0 ? size_t(len) : 0;
     ko_mchar_t *s = in->stream ? read_hex_stream(in, bytes) : read_hex_memory(in, bytes);
     skip_whitespace(in);
     return s;
@@ -97,8 +96,8 @@ static bool read_strings(text_in *in, ko_mchar_t ***strings, int *read) {
     size_t room = 0;
     skip_whitespace(in);
     for (*read = 0; *read < count && !in->ended; ++*read) {
-        const size_t used = static_cast<size_t>(*read);
-        if (!make_room(strings, used, static_cast<size_t>(count), &room)) return false;
+        const size_t used = size_t(*read);
+        if (!make_room(strings, used, size_t(count), &room)) return false;
         (*strings)[used] = read_string(in);
     }
     if (*read < count) in->cut = true;
@@ -140,8 +139,7 @@ static int read_user_bits(text_in *in, kovaloc *loc) {
     const int count = read_count(in);
     size_t room = 0;
     for (int i = 0; i < count && !in->ended; i++) {
-        if (!make_room(&loc->user_bits, static_cast<size_t>(i), static_cast<size_t>(count),
-                       &room)) {
+        if (!make_room(&loc->user_bits, size_t(i), size_t(count), &room)) {
             return fail(loc, KO_ENOMEM, -1);
         }
         char name[class_name_room];
@@ -149,7 +147,7 @@ static int read_user_bits(text_in *in, kovaloc *loc) {
         const int bitpos = get_int(in);
         skip_whitespace(in);
         get_str(in, name, class_name_room - 1);
-        loc->user_bits[i] = {static_cast<unsigned>(bitpos), copy_string(name)};
+        loc->user_bits[i] = {unsigned(bitpos), copy_string(name)};
         loc->num_user_bits = i + 1;
         if (!loc->user_bits[i].name) return fail(loc, KO_ENOMEM, -1);
     }
@@ -158,7 +156,7 @@ static int read_user_bits(text_in *in, kovaloc *loc) {
 }
 
 static int read_case_pairs(text_in *in, kovaloc *loc) {
-    const size_t count = static_cast<size_t>(read_count(in));
+    const size_t count = size_t(read_count(in));
     size_t room = 0;
     for (size_t i = 0; i <= count && !in->ended; i++) {
         if (!make_room(&loc->cconv_arr, i, count + 1, &room)) return fail(loc, KO_ENOMEM, -1);
@@ -166,10 +164,10 @@ static int read_case_pairs(text_in *in, kovaloc *loc) {
         if (!i) continue; // pairs are numbered from 1
         loc->cconv_arr[i].upper = read_ko_wchar(in);
         loc->cconv_arr[i].lower = read_ko_wchar(in);
-        loc->num_conv_elems = static_cast<int>(i);
+        loc->num_conv_elems = int(i);
         if (in->ended) in->cut = true; // inside a partner
     }
-    if (static_cast<size_t>(loc->num_conv_elems) < count) in->cut = true;
+    if (size_t(loc->num_conv_elems) < count) in->cut = true;
     return 0;
 }
 

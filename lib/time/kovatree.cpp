@@ -18,7 +18,7 @@ static inline wc_found look_up(Source in, const wc_tnode *root, const Unit *text
     wc_found found = {};
     found.node = find(root, in, &found.seen);
     if (found.node)
-        found.len = static_cast<int>(in.at - text);
+        found.len = int(in.at - text);
     else
         found.node = find_nothing(root);
     return found;
@@ -54,8 +54,7 @@ struct name_list {
 
 static const ko_wchar_t *name_at(const name_list &list, int index) {
     const ko_wchar_t *name;
-    memcpy(&name, static_cast<const char *>(list.first) + static_cast<size_t>(index) * list.stride,
-           sizeof name);
+    memcpy(&name, static_cast<const char *>(list.first) + size_t(index) * list.stride, sizeof name);
     return name && (*name || list.with_nothing) ? name : nullptr;
 }
 
@@ -87,7 +86,7 @@ static size_t count_nodes(const name_list (&lists)[tree_count]) {
     for (const name_list &list : lists) {
         for (int i = 0; i < list.count; i++) {
             const ko_wchar_t *const name = name_at(list, i);
-            if (name) nodes += *name ? static_cast<size_t>(ko_wcslen(name)) : 1;
+            if (name) nodes += *name ? size_t(ko_wcslen(name)) : 1;
         }
     }
     return nodes;

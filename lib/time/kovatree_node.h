@@ -10,7 +10,7 @@ inline ko_wchar_t lower(kovaloc *loc, ko_wchar_t wc) {
     if (const unsigned char *table = loc->exp.sb_tolower_table) return wc < 256 ? table[wc] : wc;
     const ctype_flat *flat = flat_cases(loc);
     if (flat && flat->lower.plain_ascii && wc < 0x80)
-        return static_cast<ko_wchar_t>(wc >= 'A' && wc <= 'Z' ? wc + 32 : wc);
+        return ko_wchar_t(wc >= 'A' && wc <= 'Z' ? wc + 32 : wc);
     return im_towlower(loc, wc);
 }
 

@@ -14,7 +14,7 @@ struct byte_source {
             const int wc = in.next();
             if (wc < 0) return wc;
             pos = 0;
-            left = ko_full_wctomb(in.loc, out, static_cast<ko_wchar_t>(wc));
+            left = ko_full_wctomb(in.loc, out, ko_wchar_t(wc));
             if (left < 1) return left = 0, units_bad;
         }
         return out[pos++];
@@ -92,7 +92,7 @@ int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs
     const mb_tnode *const name = find(root, in, &depth);
     const mb_tnode *const node = name ? name : find_nothing(root);
     if (!node) return -1;
-    *mbslen = name ? static_cast<int>(in.in.at - mbs) : 0;
+    *mbslen = name ? int(in.in.at - mbs) : 0;
     *val = node->val;
     return 0;
 }

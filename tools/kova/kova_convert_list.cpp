@@ -13,10 +13,12 @@
 
 namespace kovacli {
 
+namespace {
 struct listed_set {
     std::vector<std::string> names;
     std::set<uint16_t> targets;
 };
+} // namespace
 
 // "033304e4.cvo": the two numbers.
 static bool numbers_of(const std::string &file, uint16_t &from, uint16_t &to) {

@@ -31,11 +31,13 @@ static void use_root(const std::string &root, bool ignore_path) {
     ko_setextfunc(nullptr, KO_EXT_GETENV, reinterpret_cast<ko_extfn_t>(environment_hook));
 }
 
+namespace {
 // What is looked for below a root, and what the message calls it.
 struct kind_names {
     const char *dirs[2];
     const char *missing, *compile;
 };
+} // namespace
 static const kind_names &names_of(data_kind kind) {
     static constexpr kind_names locales = {
         {"/kova/lc11", "/kova/lc"},
