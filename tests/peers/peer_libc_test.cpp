@@ -7,6 +7,7 @@
 #include <cstring>
 #include <cwchar>
 #include <cwctype>
+#include <numeric>
 #include <random>
 
 namespace {
@@ -150,6 +151,10 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
     for (size_t i = 0; i < chars.size(); ++i) {
         const wchar_t one[] = {chars[i].code, 0};
         if (wcscoll_l(one, L"\1", peer) < 0) continue;
+        // Some sources have the first one above: then it weighs as others without a line.
+        if (GetParam().unicode() &&
+            (!wcscoll_l(one, L"\x378", peer) || !wcscoll_l(one, L"\xE000", peer)))
+            continue;
         all.push_back(i);
         if (iswalpha_l(wint_t(chars[i].code), peer)) make.letters.push_back(i);
     }
@@ -178,7 +183,7 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
         }
         const int want = strcoll_l(theirs[0].c_str(), theirs[1].c_str(), peer);
         const int got = mbscoll(loc, mb(ours[0]), mb(ours[1]));
-        if ((want > 0) - (want < 0) == got) continue;
+        if ((want > 0) - (want < 0) == got || (!want && GetParam().unicode())) continue;
         if (++differing <= 5)
             printf("  %s | %s: %d, the C library %d\n", hex(theirs[0]).c_str(),
                    hex(theirs[1]).c_str(), got, want);
@@ -187,6 +192,28 @@ TEST_P(PeerLibc, OrdersSeededPairsAlike) {
            GetParam().name.c_str(), GetParam().codeset.c_str(), differing, pairs,
            chars.size() - all.size(), chars.size());
     EXPECT_LE(differing, pairs / 1000);
+}
+
+// Also characters without a line, marks at another place, one character more or less.
+TEST_P(PeerLibc, TellsAllStringsOfUnicodeApart) {
+    if (!GetParam().unicode()) GTEST_SKIP() << "ties of the source stay";
+    pair_maker make{chars, {}, std::mt19937(20261122)};
+    std::vector<size_t> all(chars.size());
+    std::iota(all.begin(), all.end(), size_t{0});
+    make.letters = all;
+    const auto mbscoll = static_cast<loc_exports *>(loc)->mbscoll;
+    for (int i = 0; i < 30000; ++i) {
+        const pair_maker::text a = make.word(all, 4), b = make.near(a);
+        std::string texts[2];
+        for (size_t c : a)
+            texts[0] += chars[c].bytes;
+        for (size_t c : b)
+            texts[1] += chars[c].bytes;
+        if (texts[0] == texts[1]) continue;
+        for (std::string &t : texts)
+            t += std::string(2, '\0');
+        ASSERT_NE(mbscoll(loc, mb(texts[0]), mb(texts[1])), 0) << hex(texts[0]) << hex(texts[1]);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Locales, PeerLibc, testing::ValuesIn(peer_rows()), row_name<peer_row>);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
 
 #include "kovac/kovac_collate.h"
@@ -70,8 +71,8 @@ struct compiled {
         file->text = "comment_char %\nescape_char /\nLC_COLLATE\n" + body + "END LC_COLLATE\n";
         set.files[name] = std::move(file);
     }
-    compiled &run() {
-        good = compile_collation(set, map, diag, tables, nullptr);
+    compiled &run(const collation_options &options = {}) {
+        good = compile_collation(set, map, diag, tables, nullptr, options);
         EXPECT_TRUE(good) << messages;
         model = make_model(map, tables);
         return *this;
@@ -299,6 +300,69 @@ TEST(CollateTables, CharactersWithoutALineWeighAsTheFirstThatHasOne) {
     compiled c("order_start forward|<U0062>|<U0061>|<U0063>|order_end\n");
     c.run().expect("b < a = x = y < c");
     EXPECT_EQ(c.tables.weights[0], c.tables.weights[c.tables.rows.at('a')]);
+}
+
+// What a source of "unicode" may hold equal: letters without difference, marks and controls that it
+// ignores everywhere or elsewhere, elements, a level that runs backward, characters without a line.
+static const char *const tied =
+    R"(collating-element <ch> from "ch"|collating-element <dh> from "dh"|collating-symbol <BASE>
+collating-symbol <AC>|collating-symbol <MIN>|collating-symbol <J1100>..<J1112>|<BASE>|<AC>|<MIN>
+order_start forward;backward;forward;forward,position|<U002D> IGNORE;IGNORE;IGNORE;<U002D>
+<U007E> IGNORE;IGNORE;IGNORE;IGNORE|<U005E> IGNORE;IGNORE;IGNORE;IGNORE
+<U0301> IGNORE;<AC>;<MIN>;<U0301>|<U0302> IGNORE;<AC>;<MIN>;<U0301>|<U0061> <U0061>;<BASE>;<MIN>;<U0061>
+<U00E1> <U0061>;"<BASE><AC>";"<MIN><MIN>";<U00E1>|<U0062> <U0062>;<BASE>;<MIN>;<U0062>
+<U0042> <U0062>;<BASE>;<MIN>;<U0062>|<U0063> <U0063>;IGNORE;IGNORE;IGNORE
+<U0064> <U0063>;IGNORE;IGNORE;IGNORE|<U0068> <U0068>;<BASE>;<MIN>;<U0068>
+<ch> "<U0063><U0068>";<BASE>;<MIN>;IGNORE|<dh> "<U0063><U0068>";<BASE>;<MIN>;IGNORE
+)";
+
+static std::string tied_source() {
+    std::string body = tied;
+    for (int i = 0x1100; i <= 0x1112; ++i)
+        body += format("<J%04X>\n<U%04X> <J%04X>;<BASE>;<MIN>;<U%04X>\n", i, i, i, i);
+    return body + "order_end\n";
+}
+
+TEST(CollateTables, NoTwoStringsOfUnicodeAreEqual) {
+    compiled c(tied_source(), wide_set());
+    c.run().prove();
+    static const std::vector<uint16_t> chars = {
+        'a', 0xE1,   'b',    'B',    'c',    'd',    'h',    '-',    '~',    '^', 0x301,
+        1,   0x1100, 0x1102, 0xAC00, 0xAC01, 0xB098, 0x3400, 0xD83D, 0xDE00, 2,   0x302};
+    std::map<std::string, std::vector<uint16_t>> seen;
+    const auto take = [&](const std::vector<uint16_t> &s) {
+        const auto [at, added] = seen.try_emplace(sort_key(c.model, s), s);
+        ASSERT_TRUE(added || at->second == s)
+            << testing::PrintToString(s) << " = " << testing::PrintToString(at->second);
+    };
+    for (const uint16_t x : chars)
+        for (const uint16_t y : chars) {
+            take({x, y});
+            for (const uint16_t z : chars)
+                take({x, y, z});
+        }
+    std::mt19937 random(5);
+    for (int i = 0; i < 20000; ++i) {
+        std::vector<uint16_t> s(4 + random() % 3);
+        for (uint16_t &ch : s)
+            ch = chars[random() % chars.size()];
+        take(s);
+    }
+    static const std::u16string up[] = {
+        u"b",  u"h",  u"\u1100", u"\uAC00", u"\uAC01",     u"\u1102",    u"\uB098",
+        u"\1", u"\2", u"\u3400", u"\uE000", u"\U0001F600", u"\U0001F601"};
+    for (size_t i = 1; i < std::size(up); ++i) {
+        const std::vector<uint16_t> low(up[i - 1].begin(), up[i - 1].end());
+        const std::vector<uint16_t> high(up[i].begin(), up[i].end());
+        EXPECT_EQ(compare_wide(c.model, low, high), -1) << i;
+    }
+    const std::vector<uint16_t> mark = {'a', '~'}, other = {'a', '^'};
+    EXPECT_NE(compare_wide(c.model, mark, other), 0);
+    compiled equal(tied_source(), wide_set());
+    equal.run({.equal_ties = true}).prove();
+    EXPECT_EQ(compare_wide(equal.model, mark, other), 0);
+    equal.expect("a = a~ < b = B < c = d");
+    equal.expect("ch = dh");
 }
 
 TEST(CollateTables, ProofFindsTablesWhoseKeysAndComparersDisagree) {

@@ -28,6 +28,7 @@ struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list;
     std::string sources; // directory that is searched first
     bool is_default = false, prove = false, verbose = false;
+    collation_options order;
 };
 
 struct registry_options {
@@ -246,7 +247,7 @@ static int compile_one(const locale_options &opt) {
     if (int status = object_path(opt, codeset, &path)) return status;
     locale_object object;
     proof_report report;
-    if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr)) {
+    if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr, opt.order)) {
         if (diag.errors > diag.max_errors) {
             fprintf(stderr, "kovac: %d errors in %s\n", diag.errors,
                     kovatool::printable(opt.source).c_str());
@@ -372,6 +373,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
                     "Registry file with the number of the code set");
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
     cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
+    cmd->add_flag("--equal-ties", opt.order.equal_ties,
+                  "Keep strings equal that the source's order of \"unicode\" holds equal");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     list->excludes(source)->excludes(charmap)->excludes(name);
     cmd->footer("Sources and charmaps are searched in $I18NPATH, then in /usr/share/i18n; what a\n"

@@ -67,25 +67,33 @@ static std::vector<uint32_t> character_items(const charmap &map, const order &sr
     return items;
 }
 
-// How many times the C library weighs a character without a line: once per byte.
-static int undefined_bytes(const charmap &map, const charmap_char &ch) {
-    if (!map.unicode) return ch.len;
-    return ch.code < 0x80 ? 1 : ch.code < 0x800 ? 2 : 3;
+static void add_unlined(compiler &c, const std::vector<uint32_t> &items) {
+    std::vector<uint16_t> wides;
+    for (size_t i = 0; i < items.size(); ++i)
+        if (items[i] == no_item) wides.push_back(c.map.chars[i].wide);
+    jamo_weights jamo;
+    for (uint32_t i = 0; i < jamo.size(); ++i) {
+        const uint32_t id = placed_character(c.src, 0x1100 + i);
+        weighed letter;
+        if (id != no_item) take_levels(c, id, letter);
+        jamo[i] = letter.levels[0];
+    }
+    c.all = group_unlined(wides, jamo);
 }
 
 // Characters without a line weigh as the first character of the code set that has one, NUL apart:
-// so does the C library, whatever UNDEFINED says. Those of the most bytes come first, in row 0.
+// so does the C library, whatever UNDEFINED says, once for each byte. Those of the most bytes come
+// first, in row 0.
 static void add_undefined(compiler &c, const std::vector<uint32_t> &items) {
     uint32_t like = no_item;
     for (size_t i = 0; i < items.size() && like == no_item; ++i)
         if (c.map.chars[i].wide != 0) like = items[i];
     weighed once{.kind = weighed::undefined};
     if (like != no_item) take_levels(c, like, once);
-    std::array<std::vector<uint16_t>, 4> who; // by bytes
+    std::array<std::vector<uint16_t>, 3> who; // by bytes
     for (size_t i = 0; i < items.size(); ++i)
-        if (items[i] == no_item)
-            who[size_t(undefined_bytes(c.map, c.map.chars[i]))].push_back(c.map.chars[i].wide);
-    for (size_t bytes = 3; bytes > 0; --bytes) {
+        if (items[i] == no_item) who[c.map.chars[i].len].push_back(c.map.chars[i].wide);
+    for (size_t bytes = 2; bytes > 0; --bytes) {
         if (who[bytes].empty() && (bytes > 1 || !c.all.empty())) continue;
         weighed some{.kind = weighed::undefined, .chars = who[bytes]};
         for (size_t level = 0; level < c.src.levels; ++level)
@@ -98,7 +106,11 @@ static void add_undefined(compiler &c, const std::vector<uint32_t> &items) {
 
 static void add_characters(compiler &c) {
     const std::vector<uint32_t> items = character_items(c.map, c.src);
-    add_undefined(c, items);
+    if (c.map.unicode) {
+        add_unlined(c, items);
+    } else {
+        add_undefined(c, items);
+    }
     const auto missing = std::count(items.begin(), items.end(), no_item);
     if (missing)
         note(c.diag, {},
@@ -272,7 +284,8 @@ static bool check_plan(compiler &c, size_t level, const pass_plan &plan) {
     return false;
 }
 
-static bool plan_levels(compiler &c, collation &out, std::vector<pass_plan> &plans) {
+static bool plan_levels(compiler &c, const collation_options &options, collation &out,
+                        std::vector<pass_plan> &plans) {
     std::vector<size_t> levels;
     for (size_t level = 0; level < c.src.levels; ++level)
         if (!ignored_everywhere(c, level)) levels.push_back(level);
@@ -282,7 +295,8 @@ static bool plan_levels(compiler &c, collation &out, std::vector<pass_plan> &pla
                              .rule = pass_rule(c, level),
                              .earlier = plans,
                              .last = level == levels.back(),
-                             .single_byte = c.map.max_len == 1};
+                             .single_byte = c.map.max_len == 1,
+                             .total = c.map.unicode && !options.equal_ties};
         plans.push_back(plan_pass(in, out.expansions));
         if (!check_plan(c, level, plans.back())) return false;
     }
@@ -382,7 +396,7 @@ static bool is_code_order(const charmap &map, const collation &c) {
 }
 
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
-                       proof_report *report) {
+                       proof_report *report, const collation_options &options) {
     order src;
     if (!read_order(set, map, diag, src)) return false;
     result = {};
@@ -398,7 +412,7 @@ bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, c
         add_characters(c);
         add_elements(c);
         std::vector<pass_plan> plans;
-        if (!plan_levels(c, result, plans) || !make_rows(c, plans, result)) return false;
+        if (!plan_levels(c, options, result, plans) || !make_rows(c, plans, result)) return false;
         if (is_code_order(map, result)) make_code_order(map, result);
     }
     if (report) prove_collation(map, result, *report);

@@ -36,10 +36,15 @@ struct proof_report {
     bool ok = true;
 };
 
+struct collation_options {
+    // What the source holds equal stays equal. Otherwise no two strings of "unicode" are.
+    bool equal_ties = false;
+};
+
 // Compiles LC_COLLATE of set.main. Errors go to diag; false when there was one.
 // report may be null: nothing beyond the shape choices is proved then.
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
-                       proof_report *report);
+                       proof_report *report, const collation_options &options = {});
 
 // Checks the tables on all short strings of the code set and reports what holds.
 void prove_collation(const charmap &map, const collation &tables, proof_report &report);

@@ -1,8 +1,5 @@
-// A level compares strings by the weights of their characters written one after the other. A pass
-// has one number for a character, so a sequence of weights becomes a unit with a number of its
-// own wherever no confusion can follow: no unit that begins a longer one may be followed by
-// something that sorts among the longer ones. Other sequences are spelled as an expansion, by
-// characters whose own sequences join up to it.
+// A pass from the units of a level: their order becomes numbers, and where the numbers of a pass
+// do not suffice, runs of characters in code order share one.
 
 #include "kovac/kovac_collate_levels.h"
 
@@ -10,210 +7,9 @@
 #include <map>
 #include <unordered_map>
 
+#include "kovac/kovac_collate_units.h"
+
 namespace kovac {
-
-using unit_id = uint32_t;
-static constexpr unit_id no_unit = 0xFFFFFFFF;
-
-struct unit {
-    symbols text;
-    uint16_t carrier = 0;     // a character that weighs as just this unit; 0: none
-    bool clear = true;        // a single number keeps the order
-    bool used = false;        // something weighs as it
-    bool before_stem = false; // sorts in front of the unit that it extends
-    int owners = 0;           // characters that weigh as it
-    std::vector<size_t> who;  // all that have this sequence: indexes of weighed
-    bool shared = false;      // elements, undefined characters or expansions need it, too
-    uint16_t weight = 0;
-};
-
-struct level_work {
-    const level_input &in;
-    std::vector<unit> units;
-    std::map<symbols, unit_id> index;
-    std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
-    std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
-    std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, when not one unit
-    unit_id high = no_unit;                     // stands for ignored characters by position
-};
-
-static unit_id unit_of(level_work &w, const symbols &text) {
-    const auto [at, added] = w.index.try_emplace(text, unit_id(w.units.size()));
-    if (added) w.units.push_back({.text = text});
-    return at->second;
-}
-
-static bool ignored_so_far(const weighed &c, size_t level) {
-    for (size_t i = 0; i < level; ++i)
-        if (!c.levels[i].empty()) return false;
-    return true;
-}
-
-static bool plain(const weighed &c) { return c.kind == weighed::character; }
-
-// Elements never expand: they would for each of their characters. Row 0 of a single-byte code set
-// does not either, so that every byte has a weight at once.
-static bool may_expand(const level_input &in, size_t i) {
-    return plain(in.all[i]) || (in.all[i].kind == weighed::undefined && !in.single_byte);
-}
-
-// Counts owners and finds, for every unit, the character that spells it: the lowest, but rather a
-// printing one of ASCII than a control.
-static void collect_units(level_work &w) {
-    const auto &all = w.in.all;
-    w.own.assign(all.size(), no_unit);
-    w.spelling.resize(all.size());
-    for (size_t i = 0; i < all.size(); ++i) {
-        const symbols &text = all[i].levels[w.in.level];
-        if (text.empty()) continue;
-        w.own[i] = unit_of(w, text);
-        unit &u = w.units[w.own[i]];
-        u.who.push_back(i);
-        if (!plain(all[i])) continue;
-        const uint16_t wide = all[i].wide;
-        if (wide != 0 && (u.carrier == 0 || (u.carrier < 0x20 && wide >= 0x20))) u.carrier = wide;
-    }
-}
-
-// An earlier pass tells two characters apart when both have weights there and the first ones
-// differ: of two strings that are still equal at this level, the first that they differ in cannot
-// be such a pair. What the pass weighs must all be seen here or in the first pass, or else the
-// strings might differ earlier.
-static void find_telling(level_work &w) {
-    const auto &all = w.in.all;
-    for (const pass_plan &pass : w.in.earlier) {
-        bool telling = !pass.backward;
-        for (size_t i = 0; i < all.size() && telling; ++i)
-            telling = pass.first[i] == 0 || w.own[i] != no_unit || w.in.earlier[0].first[i] != 0;
-        if (telling) w.telling.push_back(&pass);
-    }
-}
-
-static bool told_apart(const level_work &w, size_t a, size_t b) {
-    for (const pass_plan *pass : w.telling)
-        if (pass->first[a] && pass->first[b] && pass->first[a] != pass->first[b]) return true;
-    return false;
-}
-
-static bool all_told_apart(const level_work &w, const unit &a, const unit &b) {
-    for (const size_t i : a.who)
-        for (const size_t j : b.who)
-            if (!told_apart(w, i, j)) return false;
-    return true;
-}
-
-// A unit is clear when no unit that begins it can be followed by its next symbol or a higher one,
-// and stand opposite it.
-static void judge_units(level_work &w) {
-    uint32_t highest_first = 0;
-    for (const unit &u : w.units)
-        highest_first = std::max(highest_first, u.text[0]);
-    for (unit &u : w.units) {
-        symbols stem;
-        for (size_t n = 1; n < u.text.size() && u.clear; ++n) {
-            stem.push_back(u.text[n - 1]);
-            if (u.text[n] > highest_first) continue;
-            const auto at = w.index.find(stem);
-            u.clear = at == w.index.end() || all_told_apart(w, w.units[at->second], u);
-        }
-    }
-}
-
-// The shortest list of clear units with carriers that join up to text; empty when there is none.
-static std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most) {
-    const size_t n = text.size();
-    std::vector<size_t> cost(n + 1, SIZE_MAX), from(n + 1, 0);
-    std::vector<unit_id> by(n + 1, no_unit);
-    cost[0] = 0;
-    for (size_t a = 0; a < n; ++a) {
-        if (cost[a] == SIZE_MAX) continue;
-        for (size_t b = a + 1; b <= n; ++b) {
-            const auto at = w.index.find(symbols(text.begin() + long(a), text.begin() + long(b)));
-            if (at == w.index.end()) continue;
-            const unit &u = w.units[at->second];
-            if (!u.clear || u.carrier == 0 || cost[a] + 1 >= cost[b]) continue;
-            cost[b] = cost[a] + 1;
-            from[b] = a;
-            by[b] = at->second;
-        }
-    }
-    std::vector<unit_id> pieces;
-    if (cost[n] > most) return pieces;
-    for (size_t at = n; at > 0; at = from[at])
-        pieces.push_back(by[at]);
-    std::reverse(pieces.begin(), pieces.end());
-    return pieces;
-}
-
-// True when most letters that may follow the stem sort above the symbol that extends it.
-static bool mostly_above(const level_work &w, uint32_t symbol) {
-    int above = 0, below = 0;
-    for (const weighed &c : w.in.all) {
-        const symbols &text = c.levels[w.in.level];
-        if (plain(c) && !text.empty()) ++(text[0] > symbol ? above : below);
-    }
-    return above > below;
-}
-
-static void place_unclear(level_work &w, unit &u) {
-    symbols stem;
-    for (size_t n = 1; n < u.text.size(); ++n) {
-        stem.push_back(u.text[n - 1]);
-        const auto at = w.index.find(stem);
-        if (at == w.index.end() || !w.units[at->second].used) continue;
-        u.before_stem = n + 1 == u.text.size() && mostly_above(w, u.text[n]);
-        return;
-    }
-}
-
-// Spells what is not clear. Below the first level, sequences that extend the same stem are spelled
-// all or not at all: a number and a spelling of one family would not compare.
-static std::map<unit_id, std::vector<unit_id>> spell_units(const level_work &w) {
-    const size_t most = w.in.single_byte ? 7 : 15;
-    std::map<unit_id, std::vector<unit_id>> spelled;
-    std::map<uint32_t, bool> family_spelled; // by first symbol
-    for (unit_id id = 0; id < w.units.size(); ++id) {
-        const unit &u = w.units[id];
-        const bool expandable =
-            std::any_of(u.who.begin(), u.who.end(), [&](size_t i) { return may_expand(w.in, i); });
-        if (u.clear || !expandable) continue;
-        spelled[id] = spell(w, u.text, most);
-        family_spelled.try_emplace(u.text[0], true).first->second &= !spelled[id].empty();
-    }
-    if (w.in.earlier.empty()) return spelled;
-    for (auto &[id, pieces] : spelled)
-        if (!family_spelled[w.units[id].text[0]]) pieces.clear();
-    return spelled;
-}
-
-// Decides for every sequence: one unit, or pieces. Returns how many are not exact.
-static int choose_units(level_work &w) {
-    const auto spelled = spell_units(w);
-    int inexact = 0;
-    for (size_t i = 0; i < w.in.all.size(); ++i) {
-        if (w.own[i] == no_unit) continue;
-        const auto pieces = spelled.find(w.own[i]);
-        if (pieces != spelled.end() && !pieces->second.empty() && may_expand(w.in, i)) {
-            w.spelling[i] = pieces->second;
-            for (const unit_id piece : w.spelling[i])
-                w.units[piece].used = w.units[piece].shared = true;
-            continue;
-        }
-        unit &u = w.units[w.own[i]];
-        u.used = true;
-        if (plain(w.in.all[i])) {
-            ++u.owners;
-        } else {
-            u.shared = true;
-        }
-    }
-    for (unit &u : w.units) {
-        if (!u.used || u.clear) continue;
-        ++inexact;
-        place_unclear(w, u);
-    }
-    return inexact;
-}
 
 // Where ignored characters count by their position, they weigh more than anything else: the
 // string that has more of them in front of its next weight is then the greater one. Only at the
@@ -223,7 +19,7 @@ static void weigh_positions(level_work &w) {
     for (size_t i = 0; i < w.in.all.size(); ++i) {
         const weighed &c = w.in.all[i];
         if (!c.levels[w.in.level].empty() || ignored_so_far(c, w.in.level)) continue;
-        if (w.high == no_unit) w.high = unit_of(w, {UINT32_MAX});
+        if (w.high == no_unit) w.high = unit_of(w, {no_weight_here});
         w.own[i] = w.high;
         w.units[w.high].who.push_back(i);
     }
@@ -348,8 +144,8 @@ static int number_units(level_work &w) {
     for (size_t g = 0; g < groups.size(); ++g) {
         ++weight;
         for (const unit_id id : groups[g])
-            w.units[id].weight =
-                uint16_t(std::min(weight, max_weight) | (by_code[g] ? weight_by_code : 0));
+            w.units[id].weight = uint16_t(std::min(weight, max_weight) |
+                                          (by_code[g] || w.units[id].by_code ? weight_by_code : 0));
     }
     return weight;
 }
@@ -387,9 +183,12 @@ static void note_first(const level_work &w, pass_plan &plan) {
 pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &expansions) {
     level_work w{.in = in};
     collect_units(w);
-    weigh_positions(w);
     find_telling(w);
-    judge_units(w);
+    if (in.total && in.last) {
+        make_total(w);
+    } else {
+        weigh_positions(w);
+    }
     pass_plan plan{.backward = in.rule.backward};
     plan.split = choose_units(w);
     plan.highest = number_units(w);

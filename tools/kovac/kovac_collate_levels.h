@@ -27,7 +27,21 @@ struct weighed {
     uint32_t item = no_item;     // no_item: undefined
     std::vector<uint16_t> chars; // element: what it stands for; undefined: who they are
     std::array<symbols, max_levels> levels;
+    bool by_code = false; // undefined: who they are is told by their codes
 };
+
+// Symbols beyond the ranks of every source.
+constexpr uint32_t after_letter = 0xFFFFFFF0; // what follows a letter directly: Hangul syllables
+constexpr uint32_t after_source = 0xFFFFFFF1; // characters without a line: U+0001, the others,
+constexpr uint32_t after_first = 0xFFFFFFF2;
+constexpr uint32_t after_plane = 0xFFFFFFF3; // and the units of characters beyond the basic plane
+constexpr uint32_t no_weight_here = 0xFFFFFFFF;
+constexpr uint32_t first_tie = 0xF0000000; // up from here: the further ones of equal sequences
+
+using jamo_weights = std::array<symbols, 19>; // first level of U+1100 to U+1112; empty: no line
+
+// The characters without a line in groups that differ by code; the first is that of row 0.
+std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jamo_weights &jamo);
 
 struct pass_plan {
     bool backward = false;
@@ -45,6 +59,7 @@ struct level_input {
     const std::vector<pass_plan> &earlier; // the passes before it
     bool last;                             // nothing is compared after it
     bool single_byte;                      // the byte comparers are bound to their limits
+    bool total;                            // no two strings are equal after the last pass
 };
 
 // Plans a pass. Expansions are shared by all passes and appended where new.

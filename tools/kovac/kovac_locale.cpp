@@ -380,11 +380,11 @@ bool compile_messages(const text_job &job, messages_section &out) {
 }
 
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
-                    proof_report *report) {
+                    proof_report *report, const collation_options &options) {
     translit fallback{.set = set};
     const text_job job{set, map, diag, fallback};
     return compile_ctype(set, map, diag, out.ctype) &&
-           compile_collation(set, map, diag, out.collate, report) &&
+           compile_collation(set, map, diag, out.collate, report, options) &&
            compile_numeric(job, out.numeric) && compile_monetary(job, out.monetary) &&
            compile_time(job, out.time) && compile_messages(job, out.messages);
 }

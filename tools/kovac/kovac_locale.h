@@ -95,7 +95,7 @@ bool compile_messages(const text_job &job, messages_section &out);
 
 // Compiles all six categories. report may be null.
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
-                    proof_report *report);
+                    proof_report *report, const collation_options &options = {});
 
 // Gets a category's logical lines, including those of copied sources, in the order in which they
 // take effect. Leaves out lines between translit_start and translit_end. False after an error.

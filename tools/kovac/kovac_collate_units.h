@@ -1,0 +1,52 @@
+// The sequences of weights that one level knows, and how each is written in a pass.
+#pragma once
+
+#include <map>
+
+#include "kovac/kovac_collate_levels.h"
+
+namespace kovac {
+
+using unit_id = uint32_t;
+constexpr unit_id no_unit = 0xFFFFFFFF;
+
+struct unit {
+    symbols text;
+    uint16_t carrier = 0;     // a character that weighs as just this unit; 0: none
+    bool clear = true;        // a single number keeps the order
+    bool used = false;        // something weighs as it
+    bool by_code = false;     // its characters are told apart by their codes
+    bool before_stem = false; // sorts in front of the unit that it extends
+    int owners = 0;           // characters that weigh as it
+    std::vector<size_t> who;  // all that have this sequence: indexes of weighed
+    bool shared = false;      // elements, undefined characters or expansions need it, too
+    uint16_t weight = 0;
+};
+
+struct level_work {
+    const level_input &in;
+    std::vector<unit> units;
+    std::map<symbols, unit_id> index;
+    std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
+    std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
+    std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, when not one unit
+    unit_id high = no_unit;                     // stands for ignored characters by position
+};
+
+unit_id unit_of(level_work &w, const symbols &text);
+bool ignored_so_far(const weighed &c, size_t level);
+bool plain(const weighed &c);
+
+// Finds the units of all sequences, and which earlier passes tell characters apart.
+void collect_units(level_work &w);
+void find_telling(level_work &w);
+bool told_apart(const level_work &w, size_t a, size_t b);
+
+// Decides for every sequence: one unit, or pieces. Returns how many are not exact.
+int choose_units(level_work &w);
+
+// The last pass of a total order: every character and element weighs as exactly one unit, and those
+// that share it are told apart by an earlier pass.
+void make_total(level_work &w);
+
+} // namespace kovac
