@@ -286,6 +286,26 @@ order_start forward;forward|<U0061>|<U0063> <U0063>;<U0061>|<U0064> <U0064>;<U00
             EXPECT_EQ(w & (weight_expands | weight_by_code), 0);
 }
 
+// A digraph and the one character for it; a vowel written before the consonant it is read after.
+TEST(CollateTables, ElementsSortBesideCharactersOfTheSameLetter) {
+    compiled c(
+        R"(collating-element <d-z> from "dz"|collating-element <D-z> from "Dz"|collating-symbol <DZ>
+collating-element <v-k> from "vk"|collating-symbol <BASE>|collating-symbol <AC>|collating-symbol <MIN>
+collating-symbol <CAP>|<BASE>|<AC>|<MIN>|<CAP>|order_start forward;forward;forward;forward,position
+<U0301> IGNORE;<AC>;<MIN>;<U0301>|<U0061> <U0061>;<BASE>;<MIN>;<U0061>
+<U00E1> <U0061>;"<BASE><AC>";"<MIN><MIN>";<U00E1>|<U0064> <U0064>;<BASE>;<MIN>;<U0064>|<DZ>
+<U0044> <U0064>;<BASE>;<CAP>;<U0044>|<d-z> <DZ>;"<BASE><BASE>";"<MIN><MIN>";<U0061>
+<U00E0> <DZ>;"<BASE><BASE>";"<MIN><MIN>";<U0064>|<D-z> <DZ>;"<BASE><BASE>";"<CAP><MIN>";<U0061>
+<U00C0> <DZ>;"<BASE><BASE>";"<CAP><MIN>";<U0064>|<U006B> <U006B>;<BASE>;<MIN>;<U006B>
+<v-k> "<U006B><U0076>";<BASE>;<MIN>;<U006B>|<U0075> <U0075>;<BASE>;<MIN>;<U0075>
+<U0076> <U0076>;<BASE>;<MIN>;<U0076>|<U007A> <U007A>;<BASE>;<MIN>;<U007A>|order_end
+)",
+        wide_set());
+    c.run().expect("a < \xE1 < d < D < dd < dz < \xE0 < Dz < \xC0 < dza < \xE0"
+                   "a < dz\xE1 < k < ku < vk < vka < u");
+    c.prove();
+}
+
 TEST(CollateTables, BackwardLevelComparesAccentsFromTheEnd) {
     std::string source(latin);
     source.replace(source.find("forward;forward;forward"), 23, "forward;backward;forward");

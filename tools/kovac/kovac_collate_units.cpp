@@ -10,6 +10,9 @@
 
 namespace kovac {
 
+// The tokens that weigh as a unit, by their class.
+using owners_by_class = std::map<std::pair<unit_id, uint32_t>, std::vector<size_t>>;
+
 unit_id unit_of(level_work &w, const symbols &text) {
     const auto [at, added] = w.index.try_emplace(text, unit_id(w.units.size()));
     if (added) w.units.push_back({.text = text});
@@ -79,14 +82,13 @@ static bool all_told_apart(const level_work &w, const unit &a, const unit &b) {
 // A unit is clear when no unit that begins it can be followed by its next symbol or a higher one,
 // and stand opposite it.
 static void judge_units(level_work &w) {
-    uint32_t highest_first = 0;
     for (const unit &u : w.units)
-        highest_first = std::max(highest_first, u.text[0]);
+        w.highest_first = std::max(w.highest_first, u.text[0]);
     for (unit &u : w.units) {
         symbols stem;
         for (size_t n = 1; n < u.text.size() && u.clear && !u.by_code; ++n) {
             stem.push_back(u.text[n - 1]);
-            if (u.text[n] > highest_first) continue;
+            if (u.text[n] > w.highest_first) continue;
             const auto at = w.index.find(stem);
             u.clear = at == w.index.end() || all_told_apart(w, w.units[at->second], u);
         }
@@ -135,48 +137,113 @@ static void place_unclear(level_work &w, unit &u) {
         stem.push_back(u.text[n - 1]);
         const auto at = w.index.find(stem);
         if (at == w.index.end() || !w.units[at->second].used) continue;
-        u.before_stem = n + 1 == u.text.size() && mostly_above(w, u.text[n]);
+        // An element such as a vowel and the consonant that it is read after sorts directly after
+        // that consonant: what may follow the consonant in its script sorts below the vowel.
+        const bool element =
+            std::none_of(u.who.begin(), u.who.end(), [&w](size_t i) { return plain(w.in.all[i]); });
+        u.before_stem = n + 1 == u.text.size() && !element && mostly_above(w, u.text[n]);
         return;
     }
 }
 
-// Spells what is not clear. Below the first level, sequences that extend the same stem are spelled
-// all or not at all: a number and a spelling of one family would not compare.
-static std::map<unit_id, std::vector<unit_id>> spell_units(const level_work &w) {
-    const size_t most = w.in.single_byte ? 7 : 15;
-    std::map<unit_id, std::vector<unit_id>> spelled;
-    std::map<uint32_t, bool> family_spelled; // by first symbol
-    for (unit_id id = 0; id < w.units.size(); ++id) {
-        const unit &u = w.units[id];
-        const bool expandable =
-            std::any_of(u.who.begin(), u.who.end(), [&](size_t i) { return may_expand(w.in, i); });
-        if (u.clear || !expandable) continue;
-        spelled[id] = spell(w, u.text, most);
-        family_spelled.try_emplace(u.text[0], true).first->second &= !spelled[id].empty();
+// A token's class: those with its first weight in the first pass, which alone can stand opposite it
+// when this level is reached. 0: none, it may stand opposite everything.
+static uint32_t class_of(const level_work &w, size_t i) {
+    const bool known = !w.telling.empty() && w.telling[0] == &w.in.earlier[0];
+    return known ? w.in.earlier[0].first[i] : 0;
+}
+
+// The same question as for units, for one of their owners: everything that weighs as a beginning of
+// its sequence is told apart from it.
+static bool token_clear(const level_work &w, size_t i, const owners_by_class &owners) {
+    const unit &u = w.units[w.own[i]];
+    if (u.clear || u.by_code) return true;
+    const uint32_t own = class_of(w, i);
+    if (!own) return false;
+    symbols stem;
+    for (size_t n = 1; n < u.text.size(); ++n) {
+        stem.push_back(u.text[n - 1]);
+        const auto at = w.index.find(stem);
+        if (at == w.index.end() || u.text[n] > w.highest_first) continue;
+        for (const uint32_t rival : {own, uint32_t{0}}) {
+            const auto who = owners.find({at->second, rival});
+            if (who == owners.end()) continue;
+            for (const size_t other : who->second)
+                if (!told_apart(w, i, other)) return false;
+        }
     }
-    if (w.in.earlier.empty()) return spelled;
-    for (auto &[id, pieces] : spelled)
-        if (!family_spelled[w.units[id].text[0]]) pieces.clear();
-    return spelled;
+    return true;
+}
+
+// What an expansion has to deliver for a token: an element delivers it once for each of its
+// characters. Empty where that cannot make its sequence.
+static symbols part_of(const level_work &w, size_t i) {
+    const weighed &token = w.in.all[i];
+    const symbols &text = w.units[w.own[i]].text;
+    if (token.kind != weighed::element) return may_expand(w.in, i) ? text : symbols();
+    const size_t times = token.chars.size(), size = text.size() / times;
+    if (w.in.single_byte || text.size() % times) return {};
+    for (size_t n = size; n < text.size(); ++n)
+        if (text[n] != text[n - size]) return {};
+    return symbols(text.begin(), text.begin() + long(size));
+}
+
+// Spells what is not clear. Below the first level the tokens of one class stay numbers where all of
+// them are clear, and are spelled where all of its characters can be: a number and a spelling do
+// not compare.
+static void spell_tokens(level_work &w) {
+    const size_t most = w.in.single_byte ? 7 : 15;
+    owners_by_class owners;
+    for (size_t i = 0; i < w.own.size(); ++i)
+        if (w.own[i] != no_unit) owners[{w.own[i], class_of(w, i)}].push_back(i);
+    struct verdict {
+        bool clear = true, spelled = true;
+    };
+    std::map<uint64_t, verdict> classes; // those of no class by their first symbol
+    const auto key = [&](size_t i) {
+        const uint32_t own = class_of(w, i);
+        return own ? uint64_t{own} : uint64_t{w.units[w.own[i]].text[0]} << 32;
+    };
+    const auto several = [&](size_t i) {
+        return w.own[i] != no_unit && w.units[w.own[i]].text.size() > 1;
+    };
+    for (size_t i = 0; i < w.own.size(); ++i) {
+        if (!several(i)) continue;
+        verdict &v = classes[key(i)];
+        const bool clear = token_clear(w, i, owners);
+        v.clear &= clear;
+        const symbols part = part_of(w, i);
+        if (!part.empty()) w.spelling[i] = spell(w, part, most);
+        if (may_expand(w.in, i) && !w.units[w.own[i]].clear) v.spelled &= !w.spelling[i].empty();
+    }
+    for (size_t i = 0; i < w.own.size(); ++i) {
+        if (!several(i)) continue;
+        const verdict v = classes[key(i)];
+        const bool clear = w.units[w.own[i]].clear || v.clear;
+        const bool number = clear || (!w.in.earlier.empty() && !v.spelled);
+        if (number) w.spelling[i].clear();
+        w.clear[i] = clear || !w.spelling[i].empty();
+    }
 }
 
 // Decides for every sequence: one unit, or pieces. Returns how many are not exact.
 int choose_units(level_work &w) {
-    const bool whole = w.in.total && w.in.last; // then each is one unit as it stands
-    if (!whole) judge_units(w);
-    const auto spelled = whole ? std::map<unit_id, std::vector<unit_id>>() : spell_units(w);
+    w.clear.assign(w.own.size(), true);
+    if (!w.in.total || !w.in.last) { // else each is one unit as it stands
+        judge_units(w);
+        spell_tokens(w);
+    }
     int inexact = 0;
     for (size_t i = 0; i < w.in.all.size(); ++i) {
         if (w.own[i] == no_unit) continue;
-        const auto pieces = spelled.find(w.own[i]);
-        if (pieces != spelled.end() && !pieces->second.empty() && may_expand(w.in, i)) {
-            w.spelling[i] = pieces->second;
+        if (!w.spelling[i].empty()) {
             for (const unit_id piece : w.spelling[i])
                 w.units[piece].used = w.units[piece].shared = true;
             continue;
         }
         unit &u = w.units[w.own[i]];
         u.used = true;
+        u.exact &= w.clear[i];
         if (plain(w.in.all[i])) {
             ++u.owners;
         } else {
@@ -184,7 +251,7 @@ int choose_units(level_work &w) {
         }
     }
     for (unit &u : w.units) {
-        if (!u.used || u.clear) continue;
+        if (!u.used || u.exact) continue;
         ++inexact;
         place_unclear(w, u);
     }

@@ -14,6 +14,7 @@ struct unit {
     symbols text;
     uint16_t carrier = 0;     // a character that weighs as just this unit; 0: none
     bool clear = true;        // a single number keeps the order
+    bool exact = true;        // it is so for all that weigh as it
     bool used = false;        // something weighs as it
     bool by_code = false;     // its characters are told apart by their codes
     bool before_stem = false; // sorts in front of the unit that it extends
@@ -30,6 +31,8 @@ struct level_work {
     std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
     std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
     std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, when not one unit
+    std::vector<bool> clear;                    // per weighed: what it weighs as is exact
+    uint32_t highest_first = 0;                 // of the symbols that begin a sequence
     unit_id high = no_unit;                     // stands for ignored characters by position
 };
 
