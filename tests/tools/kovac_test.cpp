@@ -14,8 +14,8 @@ using namespace std::string_literals;
 // A locale source in parts, so that a test replaces what it is about.
 struct source_parts {
     std::string ctype = "upper A;B\nlower a;b\ntoupper (a,A);(b,B)\ntolower (A,a);(B,b)\n";
-    std::string collate = "order_start forward\n<U0000>\n<U0041>\n<U0061>\n<U0042>\n<U0062>\n"
-                          "order_end\n";
+    std::string collate = "order_start forward\n<U0000>\n...\n<U0041>\n<U0061>\n<U0042>\n<U0062>\n"
+                          "<U0043>\n...\norder_end\n";
     std::string numeric = "decimal_point \",\"\nthousands_sep \".\"\ngrouping 3;3\n";
     std::string monetary = "int_curr_symbol \"XXX \"\nfrac_digits 2\nn_sign_posn -1\n";
     std::string time =
@@ -106,7 +106,7 @@ TEST(KovacCharmap, ReadsRangesWidthsAndOneWayLines) {
                           map, &log))
         << log;
     EXPECT_EQ(map.name, "X-1");
-    EXPECT_EQ(map.long_chars, 1);
+    EXPECT_EQ(map.chars_of_three, 1);
     EXPECT_EQ(map.min_len, 1);
     EXPECT_EQ(map.max_len, 2);
     const auto shown = [](const charmap_char *c) {
@@ -427,7 +427,9 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
     bad.time += "era \"+:1:x\"\n";
     spit(dir / "bad", bad.text());
     spit(dir / "main", source_parts().text());
-    spit(dir / "cs", small_charmap());
+    std::string longer = small_charmap();
+    spit(dir / "cs", longer);
+    spit(dir / "long", longer.insert(longer.find("END CHARMAP"), "<U4E00> /x8f/xa1/xa1\n"));
     spit(dir / "file", "");
     static const command_row rows[] = {
         {"",                                                                         "",                 2},
@@ -443,12 +445,16 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
         {"locale -o root --list absent",                                             "cannot read list", 3},
         {"locale -o root -i bad -f cs --default",                                    "does not load",    1},
         {"locale -o root -i main -f cs --default",                                   "",                 0},
+        {"locale -o root -i main -f long --default",                                 "say --drop",       1},
         {"locale -o root -i main -f cs --name xx_YY@mod --codeset iso-8859-1",       "",                 0},
         {"registry -o root --add bad",                                               "NAME=NUMBER",      2},
         {"registry -o root --add big=65536",                                         "NAME=NUMBER",      2},
         {"registry -o root --add mine=4711",                                         "",                 0},
     };
     check(rows, "kovac ");
+    const outcome dropped = shell("kovac locale -o root -i main -f long --default --drop");
+    EXPECT_EQ(dropped.status, 0);
+    EXPECT_NE(dropped.err.find("1 of three bytes are left out"), std::string::npos) << dropped.err;
     EXPECT_EQ(
         shell("find root -type f | sort").out,
         "root/kova/cm3/registry\nroot/kova/lc11/default.lco\nroot/kova/lc11/xx_yy/0333mod.lco\n");

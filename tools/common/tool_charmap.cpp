@@ -189,7 +189,7 @@ static void add_char(reader &rd, uint32_t code, byte_seq seq, bool irreversible,
         rd.lines->push_back({code, seq.value, uint8_t(seq.len), irreversible, std::string(name)});
     }
     if (seq.len > 2) {
-        ++map.long_chars;
+        ++(seq.len == 3 ? map.chars_of_three : map.chars_of_four);
         rd.too_long.emplace(code, true);
         return;
     }
@@ -560,13 +560,7 @@ bool load_charmap(const std::vector<std::string> &dirs, const std::string &name,
         .in = {.file = &file, .diag = &diag},
           .map = &map, .lines = lines
     };
-    if (!read_charmap(rd)) return false;
-    if (map.long_chars && !lines) {
-        note(diag, {},
-             format("charmap %s: %d characters of more than two bytes left out", map.name.c_str(),
-                    map.long_chars));
-    }
-    return true;
+    return read_charmap(rd);
 }
 
 const charmap_char *find_code(const charmap &map, uint32_t code) {

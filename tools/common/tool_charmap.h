@@ -26,7 +26,8 @@ struct charmap {
     std::string name;                // <code_set_name>
     bool unicode = false;            // the built-in set of all 16-bit units, two bytes each
     int min_len = 1, max_len = 1;    // bytes of the shortest and longest character kept
-    int long_chars = 0;              // characters left out for having more than two bytes
+    int chars_of_three = 0;          // characters left out for having three bytes,
+    int chars_of_four = 0;           // and four
     std::vector<charmap_char> chars; // each byte sequence once, ascending by length, then bytes
     // From every code point and id in the charmap to an index of chars. Two code points may share
     // one character; chars[i].code is then the one to which the bytes convert.

@@ -28,6 +28,7 @@ struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list;
     std::string sources; // directory that is searched first
     bool is_default = false, prove = false, verbose = false;
+    bool drop = false;
     collation_options order;
 };
 
@@ -179,6 +180,22 @@ static int missing(const char *kind, const std::string &name) {
                                       kind, name.c_str(), system_sources));
 }
 
+// An object holds characters of one and two bytes; what is lost is said, and has to be asked for.
+static int tell_dropped(const locale_options &opt, const charmap &map, diagnostics &diag) {
+    std::string lost;
+    if (map.chars_of_three) lost += format("%d of three bytes", map.chars_of_three);
+    if (map.chars_of_four)
+        lost += format("%s%d of four bytes", lost.empty() ? "" : " and ", map.chars_of_four);
+    if (lost.empty()) return exit_done;
+    const std::string text = format("charmap %s: a locale object holds characters of one or two "
+                                    "bytes; %zu characters fit, ",
+                                    map.name.c_str(), map.chars.size()) +
+                             lost;
+    if (!opt.drop) return complain(exit_source, text + " do not; say --drop to leave them out");
+    warning(diag, {}, text + " are left out");
+    return exit_done;
+}
+
 static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
                        diagnostics &diag) {
     const std::vector<std::string> charmap_dirs = search_dirs("charmaps");
@@ -188,7 +205,8 @@ static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
     if (opt.charmap != "unicode" && find_file(charmap_dirs, opt.charmap).empty()) {
         return missing("charmap", opt.charmap);
     }
-    return load_charmap(charmap_dirs, opt.charmap, diag, map) ? exit_done : exit_source;
+    if (!load_charmap(charmap_dirs, opt.charmap, diag, map)) return exit_source;
+    return tell_dropped(opt, map, diag);
 }
 
 // 0, or the error with which the library refuses an object.
@@ -373,6 +391,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
                     "Registry file with the number of the code set");
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
     cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
+    cmd->add_flag("--drop", opt.drop,
+                  "Compile a code set with characters of more than two bytes without those");
     cmd->add_flag("--equal-ties", opt.order.equal_ties,
                   "Keep strings equal that the source's order of \"unicode\" holds equal");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");

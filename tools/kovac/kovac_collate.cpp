@@ -111,11 +111,11 @@ static void add_characters(compiler &c) {
     } else {
         add_undefined(c, items);
     }
-    const auto missing = std::count(items.begin(), items.end(), no_item);
-    if (missing)
-        note(c.diag, {},
-             format("%d characters of %s have no line in LC_COLLATE", int(missing),
-                    c.map.name.c_str()));
+    const int missing = int(std::count(items.begin(), items.end(), no_item));
+    const std::string text =
+        format("%d characters of %s have no line in LC_COLLATE", missing, c.map.name.c_str());
+    if (missing && c.map.unicode) note(c.diag, {}, text + "; they weigh by their codes");
+    if (missing > 1 && !c.map.unicode) warning(c.diag, {}, text + " and share a weight");
     for (size_t i = 0; i < items.size(); ++i) {
         if (items[i] == no_item) continue;
         weighed ch{.wide = c.map.chars[i].wide, .item = items[i]};
@@ -221,10 +221,10 @@ static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
         const std::vector<size_t> marks = reversed_marks(c, level);
         if (marks.size() < 2) continue;
         if (marks.size() > most_marks) {
-            note(c.diag, {},
-                 format("level %zu: runs of %zu marks are compared in the direction of "
-                        "the other characters",
-                        level + 1, marks.size()));
+            warning(c.diag, {},
+                    format("level %zu: runs of %zu marks are compared in the direction of "
+                           "the other characters",
+                           level + 1, marks.size()));
             continue;
         }
         for (const size_t i : marks)
@@ -252,10 +252,10 @@ static void add_elements(compiler &c) {
     if (!found.empty() && same && c.map.max_len == 1) {
         // Such as l with the middle dot of the shared table: every locale of the code set would
         // pay for them with its comparer for bytes, and they sort next to their characters anyway.
-        note(c.diag, {},
-             format("%zu collating elements sort as their characters at the first level; "
-                    "left out",
-                    found.size()));
+        warning(c.diag, {},
+                format("%zu collating elements sort as their characters at the first level; "
+                       "left out",
+                       found.size()));
         found.clear();
     }
     if (c.map.max_len == 1) add_mark_pairs(c, found);
@@ -273,9 +273,9 @@ static bool ignored_everywhere(const compiler &c, size_t level) {
 
 static bool check_plan(compiler &c, size_t level, const pass_plan &plan) {
     if (plan.split)
-        note(c.diag, {},
-             format("level %zu: %d sequences of weights are ordered as one weight", level + 1,
-                    plan.split));
+        warning(c.diag, {},
+                format("level %zu: %d sequences of weights are ordered as one weight each",
+                       level + 1, plan.split));
     if (plan.highest <= max_weight) return true;
     error(c.diag, {},
           format("level %zu needs %d weights in an order that is not code order; a pass "
