@@ -220,9 +220,10 @@ TEST_P(PeerLibc, TellsAllStringsOfUnicodeApart) {
 // order of the languages' own sources.
 TEST_P(PeerLibc, SortsThaiAndLaoWordsAlike) {
     if (!GetParam().unicode()) GTEST_SKIP() << "has no such words";
-    if (!wcscoll_l(L"\xE01", L"\xE000", peer)) GTEST_SKIP() << "has no line for them";
     const auto mbscoll = static_cast<loc_exports *>(loc)->mbscoll;
     for (const char *const file : {"thai", "lao"}) {
+        const wchar_t first[] = {*file == 't' ? L'\xE01' : L'\xE81', 0};
+        if (!wcscoll_l(first, L"\xE000", peer)) continue; // has no line for them
         std::vector<std::wstring> words;
         std::vector<std::string> texts;
         std::ifstream in(env("KOVA_SOURCE_DIR") + "/tests/peers/" + file + "_words.txt");

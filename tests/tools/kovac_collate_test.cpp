@@ -306,6 +306,29 @@ collating-symbol <CAP>|<BASE>|<AC>|<MIN>|<CAP>|order_start forward;forward;forwa
     c.prove();
 }
 
+// g and y are one letter here, which gg and y have twice.
+TEST(CollateTables, DoubledDigraphsSortAsTwoLetters) {
+    compiled c(R"(collating-element <g-y> from "gy"|collating-element <g-g-y> from "ggy"
+collating-symbol <GY>|collating-symbol <TWO>|order_start forward;forward|<U0061> <U0061>;<U0061>
+<U0067> <U0067>;<U0061>|<GY>|<U0068> <U0068>;<U0061>|<U0079> <U0079>;<U0061>
+<U007A> <U007A>;<U0061>|<TWO>|<g-y> <GY>;<U0061>|<g-g-y> "<GY><GY>";"<U0061><TWO>"|order_end
+)",
+               wide_set());
+    c.run().expect("g < gz < gy < gya < ggy < ggya < ggyz < gyh < gyz < h");
+    c.prove();
+}
+
+TEST(CollateTables, SectionsOfTwoDirectionsBecomeTwoPasses) {
+    compiled c(R"(script <L>|script <G>|collating-symbol <BASE>|collating-symbol <AC>|<BASE>|<AC>
+order_start <L>;forward;backward|<BASE>|<AC>|<U0061> <U0061>;<BASE>|<U0041> <U0061>;<AC>
+<U0062> <U0062>;<BASE>|<U0042> <U0062>;<AC>|order_end|order_start <G>;forward;forward
+<U0078> <U0078>;<BASE>|<U0058> <U0078>;<AC>|<U0079> <U0079>;<BASE>|<U0059> <U0079>;<AC>|order_end
+)");
+    c.run().expect("aba < Aba < abA < AbA < xy < xY < Xy < XY");
+    c.prove();
+    EXPECT_EQ(c.tables.pass_types, (std::vector<int>{1, 2, 1}));
+}
+
 TEST(CollateTables, BackwardLevelComparesAccentsFromTheEnd) {
     std::string source(latin);
     source.replace(source.find("forward;forward;forward"), 23, "forward;backward;forward");

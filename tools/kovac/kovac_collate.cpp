@@ -169,38 +169,100 @@ static bool only_common(const symbols &text, const symbols &common) {
     });
 }
 
-// One rule for the whole pass: that of the sections which hold most characters with something to
-// tell at this level, beyond the weight that most characters share. Marks that the first level
-// ignores have no say: they stand alone between letters, where direction makes no difference.
-static level_rule pass_rule(compiler &c, size_t level) {
+// The weights that most characters share at a level.
+static symbols common_weights(const compiler &c, size_t level) {
     std::map<symbols, size_t> shared;
     for (const weighed &e : c.all)
         if (!e.levels[level].empty()) ++shared[e.levels[level]];
-    const symbols *common = nullptr;
+    symbols common;
     size_t most = 0;
     for (const auto &[text, count] : shared)
-        if (count > most) most = count, common = &text;
-    if (!common) return {}; // ignored by all
-    size_t backward = 0, position = 0, total = 0;
+        if (count > most) most = count, common = text;
+    return common;
+}
+
+static const order_section *section_of(const compiler &c, const weighed &e) {
+    return e.item == no_item ? nullptr : &c.src.sections[c.src.items[e.item].section];
+}
+
+// What a section says at a level, and how many of its letters have something to tell there, beyond
+// the weight that most characters share. A section of marks also holds what the first level
+// ignores: marks stand alone between letters, where direction makes no difference.
+struct section_use {
+    level_rule rule;
+    bool marks = false;
+    size_t telling = 0;
+};
+
+static std::map<const order_section *, section_use> section_uses(const compiler &c, size_t level) {
+    const symbols common = common_weights(c, level);
+    std::map<const order_section *, section_use> uses;
     for (const weighed &e : c.all) {
-        if (e.item == no_item || e.levels[0].empty() || only_common(e.levels[level], *common))
-            continue;
-        const order_section &section = c.src.sections[c.src.items[e.item].section];
-        if (level >= section.rules.size()) continue;
-        ++total;
-        backward += section.rules[level].backward;
-        position += section.rules[level].position;
+        const order_section *section = section_of(c, e);
+        if (!section || level >= section->rules.size() || e.levels[level].empty()) continue;
+        section_use &use = uses[section];
+        use.rule = section->rules[level];
+        if (e.levels[0].empty()) {
+            use.marks = true;
+        } else if (!only_common(e.levels[level], common)) {
+            ++use.telling;
+        }
     }
-    if (backward != 0 && backward != total)
-        note(c.diag, {},
-             format("level %zu is backward for some sections only; compiled %s for all", level + 1,
-                    backward * 2 > total ? "backward" : "forward"));
+    return uses;
+}
+
+// One rule for a whole pass: that of most letters with something to tell.
+static level_rule pass_rule(const compiler &c, size_t level) {
+    size_t backward = 0, position = 0, total = 0;
+    for (const auto &[section, use] : section_uses(c, level)) {
+        total += use.telling;
+        backward += use.rule.backward ? use.telling : 0;
+        position += use.rule.position ? use.telling : 0;
+    }
     return {backward * 2 > total, position * 2 > total};
+}
+
+// One or two passes of a level.
+struct level_part {
+    size_t level;
+    level_rule rule;
+    std::vector<bool> taken; // per weighed; empty: all
+};
+
+// A level that runs backward for the letters of some sections and forward for those of others
+// becomes two passes, the backward one first, each without the letters of the other; marks are in
+// both. Strings with letters of one direction compare as the source says.
+static void add_parts(compiler &c, size_t level, bool room, std::vector<level_part> &parts) {
+    const auto uses = section_uses(c, level);
+    size_t letters[2] = {}, with_marks[2] = {};
+    for (const auto &[section, use] : uses)
+        (use.marks ? with_marks : letters)[use.rule.backward] += use.telling;
+    if (level && room && letters[0] && letters[1]) {
+        for (const bool backward : {true, false}) {
+            level_part part{level, {.backward = backward}, {}};
+            for (const weighed &e : c.all) {
+                const auto use = uses.find(section_of(c, e));
+                const bool mark = e.levels[0].empty();
+                part.taken.push_back(use != uses.end() &&
+                                     (mark || use->second.rule.backward == backward));
+            }
+            parts.push_back(std::move(part));
+        }
+        return;
+    }
+    const level_rule rule = pass_rule(c, level);
+    const size_t other = letters[!rule.backward] + with_marks[!rule.backward];
+    if (other)
+        warning(c.diag, {},
+                format("level %zu runs %s; %zu characters of sections that the source compares the "
+                       "other way, and runs of marks there, do, too",
+                       level + 1, rule.backward ? "backward" : "forward", other));
+    parts.push_back({level, rule, {}});
 }
 
 // The marks that the first level ignores and that this level compares against the direction of
 // the pass: the source wants each run of them compared from its end.
-static std::vector<size_t> reversed_marks(compiler &c, size_t level) {
+static std::vector<size_t> reversed_marks(const compiler &c, size_t level) {
     std::vector<size_t> marks;
     const bool backward = pass_rule(c, level).backward;
     for (size_t i = 0; i < c.all.size(); ++i) {
@@ -286,19 +348,22 @@ static bool check_plan(compiler &c, size_t level, const pass_plan &plan) {
 
 static bool plan_levels(compiler &c, const collation_options &options, collation &out,
                         std::vector<pass_plan> &plans) {
-    std::vector<size_t> levels;
-    for (size_t level = 0; level < c.src.levels; ++level)
-        if (!ignored_everywhere(c, level)) levels.push_back(level);
-    for (const size_t level : levels) {
+    std::vector<level_part> parts;
+    for (size_t level = 0; level < c.src.levels; ++level) {
+        const bool room = parts.size() + 1 + (c.src.levels - level) <= max_levels;
+        if (!ignored_everywhere(c, level)) add_parts(c, level, room, parts);
+    }
+    for (const level_part &part : parts) {
         const level_input in{.all = c.all,
-                             .level = level,
-                             .rule = pass_rule(c, level),
+                             .level = part.level,
+                             .rule = part.rule,
+                             .taken = part.taken,
                              .earlier = plans,
-                             .last = level == levels.back(),
+                             .last = &part == &parts.back(),
                              .single_byte = c.map.max_len == 1,
                              .total = c.map.unicode && !options.equal_ties};
         plans.push_back(plan_pass(in, out.expansions));
-        if (!check_plan(c, level, plans.back())) return false;
+        if (!check_plan(c, part.level, plans.back())) return false;
     }
     if (out.expansions.size() <= max_weight) return true;
     error(c.diag, {},

@@ -129,7 +129,9 @@ static void merge_code_runs(const level_work &w, std::vector<std::vector<unit_id
     by_code = std::move(marks);
 }
 
-static int number_units(level_work &w) {
+// The units in use, in groups that share a number.
+static std::vector<std::vector<unit_id>> group_units(const level_work &w,
+                                                     std::vector<bool> &by_code) {
     const std::vector<unit_id> sorted = sorted_units(w);
     std::vector<std::vector<unit_id>> groups;
     if (merge_pays(w, sorted.size())) {
@@ -138,8 +140,39 @@ static int number_units(level_work &w) {
         for (const unit_id id : sorted)
             groups.push_back({id});
     }
-    std::vector<bool> by_code;
     merge_code_runs(w, groups, by_code);
+    return groups;
+}
+
+// Where the numbers do not suffice, characters become expansions: the character below and then
+// U+FFFF sort where their number would. The highest ones are taken, which are the rarest where
+// strokes are counted. False when nothing could be done.
+static bool spill(level_work &w, const std::vector<std::vector<unit_id>> &groups, size_t count) {
+    const auto top = w.index.find({after_all});
+    if (top == w.index.end() || (w.in.total && w.in.last)) return false;
+    const size_t most = count;
+    for (size_t g = groups.size() - 1; g > 0 && count > 0; --g) {
+        unit &u = w.units[groups[g][0]];
+        unit &below = w.units[groups[g - 1].back()];
+        const bool fits = groups[g].size() == 1 && u.who.size() == 1 && !u.shared &&
+                          plain(w.in.all[u.who[0]]) && groups[g - 1].size() == 1 &&
+                          below.text.size() == 1 && below.carrier > 1;
+        if (!fits || groups[g][0] == top->second) continue;
+        w.spelling[u.who[0]] = {groups[g - 1].back(), top->second};
+        u.used = false;
+        below.shared = w.units[top->second].shared = true;
+        --count;
+        --g; // the one below stays
+    }
+    return count < most;
+}
+
+static int number_units(level_work &w) {
+    constexpr size_t room = size_t(max_weight - weight_first + 1);
+    std::vector<bool> by_code;
+    std::vector<std::vector<unit_id>> groups = group_units(w, by_code);
+    while (groups.size() > room && spill(w, groups, groups.size() - room))
+        groups = group_units(w, by_code);
     int weight = weight_ignored;
     for (size_t g = 0; g < groups.size(); ++g) {
         ++weight;
@@ -177,6 +210,7 @@ static void note_first(const level_work &w, pass_plan &plan) {
             first = value(w.units[w.own[i]], w.in.all[i].wide);
         }
         plan.first.push_back(first);
+        plan.place.push_back(w.place[i] ? w.place[i] : first);
     }
 }
 

@@ -35,6 +35,8 @@ constexpr uint32_t after_letter = 0xFFFFFFF0; // what follows a letter directly:
 constexpr uint32_t after_source = 0xFFFFFFF1; // characters without a line: U+0001, the others,
 constexpr uint32_t after_first = 0xFFFFFFF2;
 constexpr uint32_t after_plane = 0xFFFFFFF3; // and the units of characters beyond the basic plane
+constexpr uint32_t after_all = 0xFFFFFFF4;   // U+FFFF, which no text has
+constexpr uint32_t own_place = 0x40000000;   // beyond all first weights
 constexpr uint32_t no_weight_here = 0xFFFFFFFF;
 constexpr uint32_t first_tie = 0xF0000000; // up from here: the further ones of equal sequences
 
@@ -49,6 +51,8 @@ struct pass_plan {
     std::vector<uint16_t> weights; // per weighed
     // Per weighed: what its first weight compares as, the code tie-break included; 0: ignored.
     std::vector<uint32_t> first;
+    // Per weighed: equal for those that may stand opposite each other after this pass.
+    std::vector<uint32_t> place;
     int split = 0; // sequences that had to be cut short of their exact order
 };
 
@@ -56,6 +60,7 @@ struct level_input {
     const std::vector<weighed> &all;
     size_t level;
     level_rule rule;
+    const std::vector<bool> &taken;        // per weighed: whether this pass weighs it; empty: all
     const std::vector<pass_plan> &earlier; // the passes before it
     bool last;                             // nothing is compared after it
     bool single_byte;                      // the byte comparers are bound to their limits

@@ -41,7 +41,7 @@ void collect_units(level_work &w) {
     w.spelling.resize(all.size());
     for (size_t i = 0; i < all.size(); ++i) {
         const symbols &text = all[i].levels[w.in.level];
-        if (text.empty()) continue;
+        if (text.empty() || (!w.in.taken.empty() && !w.in.taken[i])) continue;
         w.own[i] = unit_of(w, text);
         unit &u = w.units[w.own[i]];
         u.who.push_back(i);
@@ -146,11 +146,11 @@ static void place_unclear(level_work &w, unit &u) {
     }
 }
 
-// A token's class: those with its first weight in the first pass, which alone can stand opposite it
+// A token's class: those with its place in the first pass, which alone can stand opposite it
 // when this level is reached. 0: none, it may stand opposite everything.
 static uint32_t class_of(const level_work &w, size_t i) {
     const bool known = !w.telling.empty() && w.telling[0] == &w.in.earlier[0];
-    return known ? w.in.earlier[0].first[i] : 0;
+    return known ? w.in.earlier[0].place[i] : 0;
 }
 
 // The same question as for units, for one of their owners: everything that weighs as a beginning of
@@ -229,9 +229,11 @@ static void spell_tokens(level_work &w) {
 // Decides for every sequence: one unit, or pieces. Returns how many are not exact.
 int choose_units(level_work &w) {
     w.clear.assign(w.own.size(), true);
+    w.place.assign(w.own.size(), 0);
     if (!w.in.total || !w.in.last) { // else each is one unit as it stands
         judge_units(w);
         spell_tokens(w);
+        if (w.in.level == 0 && !w.in.single_byte) spell_doubles(w);
     }
     int inexact = 0;
     for (size_t i = 0; i < w.in.all.size(); ++i) {

@@ -31,6 +31,7 @@ struct level_work {
     std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
     std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
     std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, when not one unit
+    std::vector<uint32_t> place;                // per weighed: its own, where its first is not
     std::vector<bool> clear;                    // per weighed: what it weighs as is exact
     uint32_t highest_first = 0;                 // of the symbols that begin a sequence
     unit_id high = no_unit;                     // stands for ignored characters by position
@@ -47,6 +48,9 @@ bool told_apart(const level_work &w, size_t a, size_t b);
 
 // Decides for every sequence: one unit, or pieces. Returns how many are not exact.
 int choose_units(level_work &w);
+
+// Spells letters of several characters, and those doubled, at the first level.
+void spell_doubles(level_work &w);
 
 // The last pass of a total order: every character and element weighs as exactly one unit, and those
 // that share it are told apart by an earlier pass.

@@ -40,7 +40,12 @@ std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jam
         text.push_back(after_letter);
         groups.push_back(group(std::move(text)));
     }
+    weighed top{.wide = 0xFFFF};
+    top.levels[0] = {after_all};
+    bool has_top = false;
     for (const uint16_t wide : wides) {
+        if (wide == top.wide) has_top = true;
+        if (wide == top.wide) continue;
         size_t to = wide == 1 ? lowest : others;
         if (wide >= 0xD800 && wide < 0xE000) to = surrogates;
         if (hangul && is_syllable(wide))
@@ -51,6 +56,7 @@ std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jam
     groups.erase(std::remove_if(groups.begin() + 1, groups.end(),
                                 [](const weighed &g) { return g.chars.empty(); }),
                  groups.end());
+    if (has_top) groups.push_back(std::move(top));
     return groups;
 }
 
