@@ -183,7 +183,7 @@ TEST_F(KovaCli, TellsThatMemoryIsExhausted) {
     static const command_row rows[] = {
         {"ulimit -v 32000; VANTORDIR=. kova info de_DE",                "completely: memory is exhausted",
          3                                                                                                  }, // one string
-        {"ulimit -v 50000; VANTORDIR=. kova info de_DE",                "kova: memory is exhausted",       3},
+        {"ulimit -v 60000; VANTORDIR=. kova info de_DE > page",         "kova: memory is exhausted",       3},
         {"ulimit -v 10000; kovac locale -i de_DE -f ISO-8859-1 -o out", "memory is exhausted",             3},
     };
     check(rows, "");
