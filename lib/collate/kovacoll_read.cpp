@@ -249,13 +249,17 @@ static int nested(const kovaloc *loc, int pass, int expansion, int *chars) {
 // False if an expansion yields too many characters in a pass, as expansions do that lead back to
 // themselves. Notes how many each expansion on the way yields; 0: not yet known.
 static bool yields_few(const kovaloc *loc, int pass, int start, int *known) {
-    int total = 0, chars, e = start;
-    while (e >= 0 && !known[e] && total <= max_yielded) {
+    int total = 0, chars, e = start, links = 0;
+    for (; e >= 0 && !known[e] && total <= max_yielded; ++links) {
         e = nested(loc, pass, e, &chars);
         total += chars;
     }
     if (e >= 0) total += known[e];
     if (total > max_yielded) return false;
+    if (links == 1) { // as mostly
+        known[start] = total;
+        return true;
+    }
     for (e = start; e >= 0 && !known[e]; total -= chars) {
         known[e] = total;
         if (!total) break; // of no characters
