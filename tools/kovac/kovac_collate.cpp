@@ -16,10 +16,10 @@ struct compiler {
     diagnostics &diag;
     const order &src;
     std::vector<weighed> all;
-    std::vector<bool> reported; // per item: a weight outside the order was reported
+    std::vector<bool> reported; // per item: whether it was reported as a weight outside the order
 };
 
-// The symbols of an item at every level. Weights without a place in the order are dropped.
+// Gets the symbols of an item at every level. Weights without a place in the order are dropped.
 static void take_levels(compiler &c, uint32_t id, weighed &to) {
     const order_item &it = c.src.items[id];
     if (!it.weighed) {
@@ -50,8 +50,8 @@ static uint32_t placed_character(const order &src, uint32_t code) {
     return at != src.by_code.end() && src.items[at->second].rank ? at->second : no_item;
 }
 
-// The items of the code set's characters; another code point of the same character may have the
-// line that its first one lacks.
+// The items of the code set's characters. If a character's first code point has no line, another
+// code point of the character may have one.
 static std::vector<uint32_t> character_items(const charmap &map, const order &src) {
     std::vector<uint32_t> items;
     for (const charmap_char &ch : map.chars)
@@ -81,9 +81,9 @@ static void add_unlined(compiler &c, const std::vector<uint32_t> &items) {
     c.all = group_unlined(wides, jamo);
 }
 
-// Characters without a line weigh as the first character of the code set that has one, NUL apart:
-// so does the C library, whatever UNDEFINED says, once for each byte. Those of the most bytes come
-// first, in row 0.
+// Adds the characters without a line. Like the C library, whatever UNDEFINED says, they weigh like
+// the first character of the code set that has a line (other than NUL), once for each of their
+// bytes. Those with the most bytes come first, in row 0.
 static void add_undefined(compiler &c, const std::vector<uint32_t> &items) {
     uint32_t like = no_item;
     for (size_t i = 0; i < items.size() && like == no_item; ++i)
@@ -124,7 +124,7 @@ static void add_characters(compiler &c) {
     }
 }
 
-// Elements whose characters the code set has.
+// The elements whose characters the code set has.
 static std::vector<weighed> source_elements(compiler &c) {
     std::vector<weighed> found;
     for (uint32_t id = 0; id < c.src.items.size(); ++id) {
@@ -150,7 +150,7 @@ static std::vector<weighed> source_elements(compiler &c) {
     return found;
 }
 
-// True when the first level has the same weights for the element as for its characters.
+// Does the first level have the same weights for an element as for its characters?
 static bool says_the_same(const compiler &c, const weighed &e) {
     symbols apart;
     for (const uint16_t wide : e.chars) {
@@ -260,8 +260,8 @@ static void add_parts(compiler &c, size_t level, bool room, std::vector<level_pa
     parts.push_back({level, rule, {}});
 }
 
-// The marks that the first level ignores and that this level compares against the direction of
-// the pass: the source wants each run of them compared from its end.
+// The marks that the first level ignores and that this level compares against the direction of the
+// pass: in the source each run of them is compared from its end.
 static std::vector<size_t> reversed_marks(const compiler &c, size_t level) {
     std::vector<size_t> marks;
     const bool backward = pass_rule(c, level).backward;
@@ -276,7 +276,7 @@ static std::vector<size_t> reversed_marks(const compiler &c, size_t level) {
     return marks;
 }
 
-// A pass has one direction; two marks in a row become an element with its weights exchanged.
+// Makes elements of pairs of marks, with their weights exchanged, because a pass has one direction.
 static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
     constexpr size_t most_marks = 16; // more pairs would slow every comparison down
     for (size_t level = 1; level < c.src.levels; ++level) {
@@ -302,18 +302,19 @@ static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
                 }
                 elements.push_back(std::move(pair));
             }
-        return; // one level's pairs; a second level would need the same elements
+        return; // only for one level; a second one would need the same elements
     }
 }
 
-// The longest elements come first, because the first that matches is taken.
+// Adds the elements, longest first, because the first that matches is taken.
 static void add_elements(compiler &c) {
     std::vector<weighed> found = source_elements(c);
     const bool same = std::all_of(found.begin(), found.end(),
                                   [&](const weighed &e) { return says_the_same(c, e); });
     if (!found.empty() && same && c.map.max_len == 1) {
-        // Such as l with the middle dot of the shared table: every locale of the code set would
-        // pay for them with its comparer for bytes, and they sort next to their characters anyway.
+        // An example is l with the middle dot in the shared table. Such elements would cost every
+        // locale of the code set its single-byte comparer, and they sort next to their characters
+        // anyway.
         warning(c.diag, {},
                 format("%zu collating elements sort as their characters at the first level; "
                        "left out",
@@ -402,8 +403,8 @@ static bool make_rows(compiler &c, const std::vector<pass_plan> &plans, collatio
     return true;
 }
 
-// One pass in code order: a weight for each character while numbers suffice, else one for all
-// with the code tie-break.
+// Makes one pass in code order: a weight for each character if there are enough numbers, else one
+// weight for all with the code tie-break.
 static void make_code_order(const charmap &map, collation &out) {
     out = {};
     out.codeset_order = true;
@@ -413,7 +414,7 @@ static void make_code_order(const charmap &map, collation &out) {
         wides.push_back(ch.wide);
     if (map.max_len == 1) {
         wides.clear();
-        for (uint16_t byte = 0; byte < 256; ++byte) // every byte counts as a character
+        for (uint16_t byte = 0; byte < 256; ++byte) // every byte is a character
             wides.push_back(byte);
     }
     std::sort(wides.begin(), wides.end());
@@ -429,8 +430,8 @@ static void make_code_order(const charmap &map, collation &out) {
     out.num_rows = int(out.weights.size()) - 1;
 }
 
-// Whether strings in the order of their wide characters are in the order of their bytes, too. Not
-// so where a character of one byte sorts above the first byte of a longer one.
+// Are strings in the order of their wide characters also in the order of their bytes? They are not
+// if a character of one byte is above the first byte of a longer one.
 static bool bytes_keep_order(const charmap &map) {
     uint16_t highest_single = 0, lowest_lead = 0xFF;
     for (const charmap_char &ch : map.chars) {
@@ -440,8 +441,8 @@ static bool bytes_keep_order(const charmap &map) {
     return map.min_len == map.max_len || highest_single < lowest_lead;
 }
 
-// True when the tables order every character by its code alone. The key of such a locale is the
-// string itself, so its bytes must say the same.
+// Do the tables order every character by its code alone? The key of such a locale is the string
+// itself, so its bytes must give the same order.
 static bool is_code_order(const charmap &map, const collation &c) {
     if (!bytes_keep_order(map)) return false;
     if (c.pass_types != std::vector<int>{1} || !c.elements.empty() || !c.expansions.empty())

@@ -1,5 +1,5 @@
-// LC_COLLATE: what the compiler makes of a source's collation section, in the shape of the
-// collation section of a locale object.
+// LC_COLLATE: a source's collation section as compiled, in the form of the collation section of a
+// locale object.
 #pragma once
 
 #include <cstdint>
@@ -12,44 +12,44 @@
 
 namespace kovac {
 
-// Several characters that weigh as one row.
+// Several characters that are weighed as one row.
 struct collation_element {
     std::vector<uint16_t> chars; // 2 to 15 wide characters
     uint16_t row;
 };
 
-// Rows are numbered from 0 (row 0: characters the source says nothing of) to num_rows.
+// Rows are numbered from 0 (row 0: characters without a line in the source) to num_rows.
 struct collation {
     bool codeset_order = false;
     int num_rows = 0;            // highest row number
-    int num_weights = 0;         // highest weight in use; decides the bytes of a weight in a key
+    int num_weights = 0;         // highest weight in use; decides the bytes of a weight in keys
     std::vector<int> pass_types; // per pass: 1 forward, 2 backward; at most 8
-    std::vector<collation_element> elements;       // in matching order: the first that fits wins
+    std::vector<collation_element> elements;       // in matching order: the first match wins
     std::vector<std::vector<uint16_t>> expansions; // wide characters of each
     std::vector<std::vector<uint16_t>> weights;    // [row][pass], num_rows + 1 rows
     std::unordered_map<uint16_t, uint16_t> rows;   // wide character to row
 };
 
-// What --prove found out; one line of text per statement.
+// The findings of --prove, one line of text each.
 struct proof_report {
     std::vector<std::string> lines;
     bool ok = true;
 };
 
 struct collation_options {
-    // What the source holds equal stays equal. Otherwise no two strings of "unicode" are.
+    // What the source treats as equal stays equal. Otherwise no two strings of "unicode" are equal.
     bool equal_ties = false;
 };
 
-// Compiles LC_COLLATE of set.main. Errors go to diag; false when there was one.
-// report may be null: nothing beyond the shape choices is proved then.
+// Compiles LC_COLLATE of set.main. Errors go to diag; false if there were any. If report is null,
+// nothing is proved except what the choice of a form needs.
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
                        proof_report *report, const collation_options &options = {});
 
 // Checks the tables on all short strings of the code set and reports what holds.
 void prove_collation(const charmap &map, const collation &tables, proof_report &report);
 
-// The same by the library, on the object at path that was written from the tables.
+// Checks the object at path, which was written from the tables, with the library.
 void prove_object(const charmap &map, const collation &tables, const std::string &path,
                   proof_report &report);
 

@@ -1,5 +1,5 @@
-// A pass from the units of a level: their order becomes numbers, and where the numbers of a pass
-// do not suffice, runs of characters in code order share one.
+// Making a pass from the units of a level: they are numbered in order, and if a pass does not have
+// enough numbers, runs of characters in code order share one.
 
 #include "kovac/kovac_collate_levels.h"
 
@@ -11,9 +11,9 @@
 
 namespace kovac {
 
-// Where ignored characters count by their position, they weigh more than anything else: the
-// string that has more of them in front of its next weight is then the greater one. Only at the
-// end of a string, where they should not count, can that differ.
+// Where ignored characters count by their position, they weigh more than anything else: the string
+// with more of them before its next weight is then the greater one. This can differ only at the end
+// of a string, where they should not count.
 static void weigh_positions(level_work &w) {
     if (!w.in.rule.position) return;
     for (size_t i = 0; i < w.in.all.size(); ++i) {
@@ -25,7 +25,8 @@ static void weigh_positions(level_work &w) {
     }
 }
 
-// The units in use, in order. A unit in front of its stem sorts by a key just below the stem's.
+// The units in use, in order. A unit that comes before its stem sorts by a key just below the
+// stem's.
 static std::vector<unit_id> sorted_units(const level_work &w) {
     const auto key = [](const unit &u) {
         std::vector<uint64_t> k;
@@ -44,8 +45,9 @@ static std::vector<unit_id> sorted_units(const level_work &w) {
     return ids;
 }
 
-// Groups neighbours that earlier levels have told apart already: when the last level is reached,
-// such characters stand opposite each other only when they are equal, so one weight does for all.
+// Groups neighbours that earlier levels have already distinguished: when the last level is reached,
+// such characters are compared with each other only if they are equal, so one weight suffices for
+// all.
 static std::vector<std::vector<unit_id>> merge_told_apart(const level_work &w,
                                                           const std::vector<unit_id> &sorted) {
     std::vector<std::vector<unit_id>> groups;
@@ -75,8 +77,8 @@ static bool merge_pays(const level_work &w, size_t count) {
     return count > size_t(one_byte_weights - weight_first + 1);
 }
 
-// A run of single characters in code order can share one weight under the code tie-break.
-// Takes the longest runs until the numbers suffice; marks the groups it made.
+// Lets runs of single characters in code order share one weight under the code tie-break: the
+// longest runs first, until there are enough numbers. Marks the groups made.
 static void merge_code_runs(const level_work &w, std::vector<std::vector<unit_id>> &groups,
                             std::vector<bool> &by_code) {
     constexpr size_t room = size_t(max_weight - weight_first + 1);
@@ -85,7 +87,7 @@ static void merge_code_runs(const level_work &w, std::vector<std::vector<unit_id
     const auto single = [&](size_t g) {
         const unit &u = w.units[groups[g][0]];
         return groups[g].size() == 1 && u.who.size() == 1 && plain(w.in.all[u.who[0]]) &&
-               w.in.all[u.who[0]].wide > 1; // 1 is what an element delivers
+               w.in.all[u.who[0]].wide > 1; // 1 stands for an element
     };
     const auto wide = [&](size_t g) { return w.in.all[w.units[groups[g][0]].who[0]].wide; };
     struct run {
@@ -195,7 +197,7 @@ static uint16_t expansion_weight(const level_work &w, const std::vector<unit_id>
     return uint16_t(weight_expands | at->second);
 }
 
-// What the first weight of everything compares as.
+// Notes the value that the first weight of everything has in comparison.
 static void note_first(const level_work &w, pass_plan &plan) {
     const auto value = [&](const unit &u, uint16_t wide) {
         const uint32_t code = u.weight & weight_by_code ? wide : 0;

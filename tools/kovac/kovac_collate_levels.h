@@ -1,5 +1,6 @@
-// One level of an order turned into one pass of an object: every sequence of weights becomes a
-// single weight, an expansion or a weight with the code tie-break, so that order is kept.
+// Turning one level of an order into one pass of an object: every sequence of weights becomes a
+// single weight, an expansion or a weight with the code tie-break, such that the order is
+// preserved.
 #pragma once
 
 #include <array>
@@ -16,21 +17,21 @@ constexpr uint16_t weight_first = 2;
 constexpr uint16_t weight_expands = 0x4000;
 constexpr uint16_t weight_by_code = 0x8000;
 constexpr int max_weight = 0x3FFF;
-constexpr int one_byte_weights = 253; // up to here a weight takes one byte of a key
+constexpr int one_byte_weights = 253; // up to this number a weight takes one byte of a key
 
-using symbols = std::vector<uint32_t>; // ranks of the symbols that something weighs as
+using symbols = std::vector<uint32_t>; // ranks of the symbols by which something is weighed
 
-// What gets a row: a character, a collating element, or all characters without a line.
+// Something that gets a row: a character, a collating element, or characters without a line.
 struct weighed {
     enum kind_t : uint8_t { character, element, undefined } kind = character;
     uint16_t wide = 0;           // character
     uint32_t item = no_item;     // no_item: undefined
-    std::vector<uint16_t> chars; // element: what it stands for; undefined: who they are
+    std::vector<uint16_t> chars; // element: its characters; undefined: all of them
     std::array<symbols, max_levels> levels;
-    bool by_code = false; // undefined: who they are is told by their codes
+    bool by_code = false; // undefined: ordered among themselves by their codes
 };
 
-// Symbols beyond the ranks of every source.
+// Symbols above the ranks of every source.
 constexpr uint32_t after_letter = 0xFFFFFFF0; // what follows a letter directly: Hangul syllables
 constexpr uint32_t after_source = 0xFFFFFFF1; // characters without a line: U+0001, the others,
 constexpr uint32_t after_first = 0xFFFFFFF2;
@@ -42,18 +43,19 @@ constexpr uint32_t first_tie = 0xF0000000; // up from here: the further ones of 
 
 using jamo_weights = std::array<symbols, 19>; // first level of U+1100 to U+1112; empty: no line
 
-// The characters without a line in groups that differ by code; the first is that of row 0.
+// Groups the characters without a line by how they are ordered; the first group has row 0.
 std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jamo_weights &jamo);
 
 struct pass_plan {
     bool backward = false;
     int highest = weight_ignored;  // largest weight in use
     std::vector<uint16_t> weights; // per weighed
-    // Per weighed: what its first weight compares as, the code tie-break included; 0: ignored.
+    // Per weighed: the value that its first weight has in comparison, code tie-break included; 0:
+    // ignored.
     std::vector<uint32_t> first;
     // Per weighed: equal for those that may stand opposite each other after this pass.
     std::vector<uint32_t> place;
-    int split = 0; // sequences that had to be cut short of their exact order
+    int split = 0; // sequences whose exact order could not be preserved
 };
 
 struct level_input {
@@ -63,11 +65,11 @@ struct level_input {
     const std::vector<bool> &taken;        // per weighed: whether this pass weighs it; empty: all
     const std::vector<pass_plan> &earlier; // the passes before it
     bool last;                             // nothing is compared after it
-    bool single_byte;                      // the byte comparers are bound to their limits
+    bool single_byte;                      // the limits of the single-byte comparers apply
     bool total;                            // no two strings are equal after the last pass
 };
 
-// Plans a pass. Expansions are shared by all passes and appended where new.
+// Plans a pass. All passes share the expansions; new ones are appended.
 pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &expansions);
 
 } // namespace kovac

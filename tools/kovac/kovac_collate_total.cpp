@@ -1,11 +1,11 @@
 // The last pass of an order in which no two strings are equal.
-//
-// A string is a sequence of tokens, its characters and elements, and two strings that differ have
-// different sequences. Every token has exactly one weight here, none is ignored and none expands,
-// so the pass tells strings of different lengths apart and sees their first different tokens
-// opposite each other. Those have different weights here, or their codes count, or an earlier
-// forward pass weighs both and its first weights for them differ: since all tokens before them are
-// the same, the weights of that pass differ at this place, and it has decided before.
+// A string is a sequence of tokens, that is, of its characters and elements, and two strings that
+// differ have different sequences. Every token has exactly one weight here; none is ignored and
+// none expands. So the pass distinguishes strings of different lengths, and it compares their first
+// different tokens with each other. These have different weights here, or their codes count, or an
+// earlier forward pass weighs both and its first weights for them differ: since all tokens before
+// them are the same, the weights of that pass differ at this place, and that pass has already
+// decided.
 
 #include <algorithm>
 
@@ -13,7 +13,7 @@
 
 namespace kovac {
 
-// Earlier passes that run forward, whatever else they leave to later ones.
+// The earlier passes that run forward, whatever they leave to later ones.
 static std::vector<const pass_plan *> forward_passes(const level_work &w) {
     std::vector<const pass_plan *> passes;
     for (const pass_plan &pass : w.in.earlier)
@@ -27,7 +27,8 @@ static bool decided(const std::vector<const pass_plan *> &passes, size_t a, size
     });
 }
 
-// Puts a token into the first of the sets from the given one on in which all are told from it.
+// Puts a token into the first set, from a given one on, whose members earlier passes all
+// distinguish from it.
 static void join(const std::vector<const pass_plan *> &passes, size_t token, size_t from,
                  const std::vector<size_t> &rivals, std::vector<size_t> &set_of) {
     std::vector<bool> taken;
@@ -42,8 +43,8 @@ static void join(const std::vector<const pass_plan *> &passes, size_t token, siz
     set_of[token] = set;
 }
 
-// Splits the tokens of one unit into sets; those of one set are told apart by earlier passes.
-// Tokens with different first weights in the first pass cannot meet in a rivalry.
+// Splits the tokens of one unit into sets whose members earlier passes distinguish. Tokens with
+// different first weights in the first pass never compete.
 static size_t split(const level_work &w, const unit &u, std::vector<size_t> &set_of) {
     const std::vector<const pass_plan *> passes = forward_passes(w);
     std::map<uint32_t, std::vector<size_t>> alike; // by first weight of the first pass
@@ -77,7 +78,8 @@ static size_t split(const level_work &w, const unit &u, std::vector<size_t> &set
     return sets;
 }
 
-// What nothing weighs sorts below all else of this pass, the rest of what it ignores above.
+// Gives a weight to what this pass ignores: tokens that no pass weighs sort below everything else
+// in this pass, the others above.
 static void weigh_all(level_work &w) {
     for (size_t i = 0; i < w.in.all.size(); ++i) {
         if (w.own[i] != no_unit) continue;
@@ -87,7 +89,7 @@ static void weigh_all(level_work &w) {
     }
 }
 
-// Characters that share a row keep their codes' order where the first pass does not run forward.
+// Distinguishes characters that share a row by their codes if the first pass does not run forward.
 static void tell_groups(level_work &w) {
     if (!w.in.earlier.empty() && !w.in.earlier[0].backward) return;
     for (size_t i = 0; i < w.in.all.size(); ++i) {

@@ -1,8 +1,8 @@
-// A level compares strings by the weights of their characters written one after the other. A pass
-// has one number for a character, so a sequence of weights becomes a unit with a number of its
-// own wherever no confusion can follow: no unit that begins a longer one may be followed by
-// something that sorts among the longer ones. Other sequences are spelled as an expansion, by
-// characters whose own sequences join up to it.
+// A level compares strings by the weights of their characters, written one after the other. A pass
+// has one number for each character, so a sequence of weights becomes a unit with a number of its
+// own wherever that is unambiguous: no unit that is the beginning of a longer one may be followed
+// by something that sorts among the longer ones. Other sequences are spelled as an expansion, by
+// characters whose own sequences make it up.
 
 #include "kovac/kovac_collate_units.h"
 
@@ -10,7 +10,7 @@
 
 namespace kovac {
 
-// The tokens that weigh as a unit, by their class.
+// The tokens that weigh a unit, by their class.
 using owners_by_class = std::map<std::pair<unit_id, uint32_t>, std::vector<size_t>>;
 
 unit_id unit_of(level_work &w, const symbols &text) {
@@ -27,14 +27,14 @@ bool ignored_so_far(const weighed &c, size_t level) {
 
 bool plain(const weighed &c) { return c.kind == weighed::character; }
 
-// Elements never expand: they would for each of their characters. Row 0 of a single-byte code set
-// does not either, so that every byte has a weight at once.
+// May something expand? Elements do not: they would expand once for each of their characters. Row 0
+// of a single-byte code set does not either, so that every byte has a weight directly.
 static bool may_expand(const level_input &in, size_t i) {
     return plain(in.all[i]) || (in.all[i].kind == weighed::undefined && !in.single_byte);
 }
 
-// Counts owners and finds, for every unit, the character that spells it: the lowest, but rather a
-// printing one of ASCII than a control.
+// Counts owners and finds, for every unit, the character that spells it: the lowest, but a printing
+// ASCII character rather than a control character.
 void collect_units(level_work &w) {
     const auto &all = w.in.all;
     w.own.assign(all.size(), no_unit);
@@ -52,10 +52,10 @@ void collect_units(level_work &w) {
     }
 }
 
-// An earlier pass tells two characters apart when both have weights there and the first ones
-// differ: of two strings that are still equal at this level, the first that they differ in cannot
-// be such a pair. What the pass weighs must all be seen here or in the first pass, or else the
-// strings might differ earlier.
+// An earlier pass distinguishes two characters if both have weights there and their first weights
+// differ: if two strings are still equal at this level, the first characters in which they differ
+// cannot be such a pair. Everything that the pass weighs must also be weighed here or in the first
+// pass, because otherwise the strings might differ earlier.
 void find_telling(level_work &w) {
     const auto &all = w.in.all;
     for (const pass_plan &pass : w.in.earlier) {
@@ -79,8 +79,8 @@ static bool all_told_apart(const level_work &w, const unit &a, const unit &b) {
     return true;
 }
 
-// A unit is clear when no unit that begins it can be followed by its next symbol or a higher one,
-// and stand opposite it.
+// A unit is clear if no unit that is its beginning can be compared with it and be followed by its
+// next symbol or a higher one.
 static void judge_units(level_work &w) {
     for (const unit &u : w.units)
         w.highest_first = std::max(w.highest_first, u.text[0]);
@@ -95,7 +95,7 @@ static void judge_units(level_work &w) {
     }
 }
 
-// The shortest list of clear units with carriers that join up to text; empty when there is none.
+// The shortest list of clear units with carriers that make up text; empty if there is none.
 static std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most) {
     const size_t n = text.size();
     std::vector<size_t> cost(n + 1, SIZE_MAX), from(n + 1, 0);
@@ -121,7 +121,7 @@ static std::vector<unit_id> spell(const level_work &w, const symbols &text, size
     return pieces;
 }
 
-// True when most letters that may follow the stem sort above the symbol that extends it.
+// Do most letters that may follow the stem sort above the symbol that extends it?
 static bool mostly_above(const level_work &w, uint32_t symbol) {
     int above = 0, below = 0;
     for (const weighed &c : w.in.all) {
@@ -137,7 +137,7 @@ static void place_unclear(level_work &w, unit &u) {
         stem.push_back(u.text[n - 1]);
         const auto at = w.index.find(stem);
         if (at == w.index.end() || !w.units[at->second].used) continue;
-        // An element such as a vowel and the consonant that it is read after sorts directly after
+        // An element such as a vowel and the consonant after which it is read sorts directly after
         // that consonant: what may follow the consonant in its script sorts below the vowel.
         const bool element =
             std::none_of(u.who.begin(), u.who.end(), [&w](size_t i) { return plain(w.in.all[i]); });
@@ -153,8 +153,8 @@ static uint32_t class_of(const level_work &w, size_t i) {
     return known ? w.in.earlier[0].place[i] : 0;
 }
 
-// The same question as for units, for one of their owners: everything that weighs as a beginning of
-// its sequence is told apart from it.
+// Is one owner of a unit clear, because everything that weighs a beginning of its sequence is
+// distinguished from it?
 static bool token_clear(const level_work &w, size_t i, const owners_by_class &owners) {
     const unit &u = w.units[w.own[i]];
     if (u.clear || u.by_code) return true;
@@ -175,8 +175,8 @@ static bool token_clear(const level_work &w, size_t i, const owners_by_class &ow
     return true;
 }
 
-// What an expansion has to deliver for a token: an element delivers it once for each of its
-// characters. Empty where that cannot make its sequence.
+// What an expansion must contain for a token: an element yields it once for each of its characters.
+// Empty if that cannot make up the token's sequence.
 static symbols part_of(const level_work &w, size_t i) {
     const weighed &token = w.in.all[i];
     const symbols &text = w.units[w.own[i]].text;
@@ -188,9 +188,9 @@ static symbols part_of(const level_work &w, size_t i) {
     return symbols(text.begin(), text.begin() + long(size));
 }
 
-// Spells what is not clear. Below the first level the tokens of one class stay numbers where all of
-// them are clear, and are spelled where all of its characters can be: a number and a spelling do
-// not compare.
+// Spells what is not clear. Below the first level, the tokens of a class stay numbers if all of
+// them are clear, and are spelled if all its characters can be, because a number and a spelling
+// cannot be compared.
 static void spell_tokens(level_work &w) {
     const size_t most = w.in.single_byte ? 7 : 15;
     owners_by_class owners;
@@ -199,7 +199,7 @@ static void spell_tokens(level_work &w) {
     struct verdict {
         bool clear = true, spelled = true;
     };
-    std::map<uint64_t, verdict> classes; // those of no class by their first symbol
+    std::map<uint64_t, verdict> classes; // tokens without a class, by their first symbol
     const auto key = [&](size_t i) {
         const uint32_t own = class_of(w, i);
         return own ? uint64_t{own} : uint64_t{w.units[w.own[i]].text[0]} << 32;
@@ -226,11 +226,11 @@ static void spell_tokens(level_work &w) {
     }
 }
 
-// Decides for every sequence: one unit, or pieces. Returns how many are not exact.
+// Decides for every sequence whether it is one unit or pieces. Returns how many are not exact.
 int choose_units(level_work &w) {
     w.clear.assign(w.own.size(), true);
     w.place.assign(w.own.size(), 0);
-    if (!w.in.total || !w.in.last) { // else each is one unit as it stands
+    if (!w.in.total || !w.in.last) { // else each is one unit already
         judge_units(w);
         spell_tokens(w);
         if (w.in.level == 0 && !w.in.single_byte) spell_doubles(w);

@@ -1,4 +1,4 @@
-// The sequences of weights that one level knows, and how each is written in a pass.
+// The sequences of weights at one level, and how each is represented in a pass.
 #pragma once
 
 #include <map>
@@ -12,13 +12,13 @@ constexpr unit_id no_unit = 0xFFFFFFFF;
 
 struct unit {
     symbols text;
-    uint16_t carrier = 0;     // a character that weighs as just this unit; 0: none
-    bool clear = true;        // a single number keeps the order
-    bool exact = true;        // it is so for all that weigh as it
-    bool used = false;        // something weighs as it
-    bool by_code = false;     // its characters are told apart by their codes
-    bool before_stem = false; // sorts in front of the unit that it extends
-    int owners = 0;           // characters that weigh as it
+    uint16_t carrier = 0;     // a character that weighs exactly this unit; 0: none
+    bool clear = true;        // a single number preserves the order
+    bool exact = true;        // that is true for everything that weighs it
+    bool used = false;        // something weighs it
+    bool by_code = false;     // its characters are distinguished by their codes
+    bool before_stem = false; // sorts before the unit that it extends
+    int owners = 0;           // number of characters that weigh it
     std::vector<size_t> who;  // all that have this sequence: indexes of weighed
     bool shared = false;      // elements, undefined characters or expansions need it, too
     uint16_t weight = 0;
@@ -30,10 +30,10 @@ struct level_work {
     std::map<symbols, unit_id> index;
     std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
     std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
-    std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, when not one unit
+    std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, if not one unit
     std::vector<uint32_t> place;                // per weighed: its own, where its first is not
-    std::vector<bool> clear;                    // per weighed: what it weighs as is exact
-    uint32_t highest_first = 0;                 // of the symbols that begin a sequence
+    std::vector<bool> clear;                    // per weighed: its representation is exact
+    uint32_t highest_first = 0;                 // highest of the symbols that begin a sequence
     unit_id high = no_unit;                     // stands for ignored characters by position
 };
 
@@ -41,7 +41,7 @@ unit_id unit_of(level_work &w, const symbols &text);
 bool ignored_so_far(const weighed &c, size_t level);
 bool plain(const weighed &c);
 
-// Finds the units of all sequences, and which earlier passes tell characters apart.
+// Find the units of all sequences, and the earlier passes that distinguish characters.
 void collect_units(level_work &w);
 void find_telling(level_work &w);
 bool told_apart(const level_work &w, size_t a, size_t b);
@@ -52,8 +52,8 @@ int choose_units(level_work &w);
 // Spells letters of several characters, and those doubled, at the first level.
 void spell_doubles(level_work &w);
 
-// The last pass of a total order: every character and element weighs as exactly one unit, and those
-// that share it are told apart by an earlier pass.
+// Makes the last pass of a total order: every character and element weighs exactly one unit, and an
+// earlier pass distinguishes those that share it.
 void make_total(level_work &w);
 
 } // namespace kovac

@@ -1,6 +1,7 @@
-// Characters of the code set "unicode" that the source has no line for. They weigh by their codes
-// at the first level alone: Hangul syllables after the letter that begins them, others after all
-// that the source orders, the units of characters beyond the basic plane last.
+// Characters of the code set "unicode" for which the source has no line. They are ordered by their
+// codes, at the first level only: Hangul syllables after the letter that begins them, others after
+// everything that the source orders, the units of surrogate pairs (characters beyond the basic
+// plane) last.
 
 #include <algorithm>
 
@@ -22,7 +23,7 @@ static bool is_syllable(uint16_t wide) {
     return wide >= first_syllable && wide < first_syllable + initials * syllables_of_one;
 }
 
-// Whether the letters that begin syllables are weighed, and in the order of the syllables.
+// Are the letters that begin syllables weighed, and in the order of the syllables?
 static bool orders_initials(const jamo_weights &jamo) {
     for (size_t i = 0; i < initials; ++i)
         if (jamo[i].empty() || (i > 0 && !(jamo[i - 1] < jamo[i]))) return false;
@@ -30,7 +31,7 @@ static bool orders_initials(const jamo_weights &jamo) {
 }
 
 std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jamo_weights &jamo) {
-    // Keys write the code 1 as 2, so that U+0001 stands alone.
+    // Keys write the code 1 as 2, so U+0001 is a group of its own.
     std::vector<weighed> groups = {group({after_first}), group({after_plane}),
                                    group({after_source})};
     constexpr size_t others = 0, surrogates = 1, lowest = 2, first_group = 3;
@@ -52,7 +53,7 @@ std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jam
             to = first_group + size_t(wide - first_syllable) / syllables_of_one;
         groups[to].chars.push_back(wide);
     }
-    // The first group stays, also when empty: it is row 0.
+    // The first group stays even if it is empty: it is row 0.
     groups.erase(std::remove_if(groups.begin() + 1, groups.end(),
                                 [](const weighed &g) { return g.chars.empty(); }),
                  groups.end());
