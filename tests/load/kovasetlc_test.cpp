@@ -492,9 +492,12 @@ TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
     }
     test_handle handle;
     real_variable ko_path("KO_PATH", (dir.path + "/objects").c_str());
-    ko_cache_registry(handle, named.c_str());
-    for (int again = 0; again < 2; ++again)
-        load(nullptr, "en_us\\0020.lco");
+    for (const auto &[contents, want] :
+         {std::pair("foo 16\n", "en_us\\0010.lco"), std::pair("foo 32\n", "en_us\\0020.lco")}) {
+        ko_cache_registry(handle, dir.write("cached", contents).c_str());
+        for (int again = 0; again < 2; ++again)
+            load(nullptr, want);
+    }
     EXPECT_EQ(held.back(), held[1]);
     for (const ko_lc_t loc : held)
         ko_lc_unload(loc);
