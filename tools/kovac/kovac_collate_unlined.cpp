@@ -9,7 +9,7 @@
 
 namespace kovac {
 
-static constexpr uint16_t first_jamo = 0x1100, first_syllable = 0xAC00;
+static constexpr uint16_t first_syllable = 0xAC00;
 static constexpr size_t initials = 19, syllables_of_one = 588;
 
 static weighed group(symbols text) {
