@@ -22,7 +22,7 @@ static converted run(const cv_record &cv, const sample &s) {
     conv_state *const kept = s.stateless ? nullptr : &state;
     const cv_outcome o = convert(cv, s.text, s.room, kept, s.terminated ? -1 : -2);
     check(o.result == 0 || o.error != 0, "a failure has a reason");
-    check(int(o.out.size()) <= ko_cv_outbuflen(cv.cd, o.taken), "the computed size suffices");
+    check(int(o.out.size()) <= ko_cv_outbuflen(cv, o.taken), "the computed size suffices");
     return {o, state.source_state, state.target_state};
 }
 
@@ -45,8 +45,8 @@ static void check_measure(const cv_record &cv, const sample &s, const converted 
     conv_state state = s.state;
     const ko_mchar_t *const text = mb(s.text.c_str()), *from = text;
     int left = int(s.text.size()), room = s.room, sub = 7;
-    *ko_ext_errno(cv.cd) = 0;
-    const int result = ko_mconvlen(cv.cd, s.stateless ? nullptr : &state, &from,
+    *ko_ext_errno(cv) = 0;
+    const int result = ko_mconvlen(cv, s.stateless ? nullptr : &state, &from,
                                    s.terminated ? nullptr : &left, &room, &sub);
     check(result == want.result && cv.error() == want.error && from - text == want.taken &&
               size_t(s.room - room) == want.out.size() && sub == want.sub &&
