@@ -28,7 +28,7 @@ unsigned take_rare(utf8_text &t) {
 unsigned take_rare(utf8_back &t) {
     while (t.s != t.begin && !t.s[-1])
         --t.s;
-    const ptrdiff_t left = t.s - t.begin;
+    const auto left = size_t(t.s - t.begin);
     if (!left) return 0;
     if (left >= 3 && t.s != t.end && t.s[-3] >= 0xF0) {
         const utf8_step pair = utf8_char(t.s - 3, t.end);
