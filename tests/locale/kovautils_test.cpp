@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include <clocale>
+#include <fstream>
 #include <functional>
 #include <random>
 #ifdef _WIN32
@@ -428,7 +429,10 @@ struct fresh_log {
         return dir.path + "/kova.log";
 #endif
     }
-    std::string read() const { return slurp(name()); }
+    std::string read() const {
+        std::ifstream in(name()); // as text: lines end in two characters on Windows
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
 };
 
 // Whether a log is written where the profile file says Logging=profile, or is as told, and KOVALOG
