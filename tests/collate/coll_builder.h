@@ -6,6 +6,7 @@
 #include "load/kovasetlc_load.h"
 #include "support/locale_builder.h"
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -24,28 +25,25 @@ struct coll_spec {
     std::vector<table_entry> map;            // bytes to row
 
     std::string text() const {
-        char buf[64];
-        const int last_row = static_cast<int>(rows.size()) - 1;
-        snprintf(buf, sizeof buf, "%d %d %d %d %d %d\n", codeset_order, last_row,
-                 static_cast<int>(passes.size()), static_cast<int>(elements.size()),
-                 static_cast<int>(expansions.size()), num_weights);
-        std::string out = "as_specified\n" + table_text(map) + buf;
-        const auto add = [&](const char *format, unsigned value) {
-            snprintf(buf, sizeof buf, format, value);
+        std::string out = "as_specified\n" + table_text(map);
+        const auto add = [&out](const char *format, auto... values) {
+            char buf[64];
+            snprintf(buf, sizeof buf, format, values...);
             out += buf;
         };
+        add("%d %d %d %d %d %d\n", codeset_order, int(rows.size()) - 1, int(passes.size()),
+            int(elements.size()), int(expansions.size()), num_weights);
         for (const int type : passes)
-            add("%04x", static_cast<unsigned>(type));
+            add("%04x", unsigned(type));
         for (const element_spec &e : elements) {
-            add("\n%x", static_cast<unsigned>(e.chars.size()));
-            add("%04x", e.row);
+            add("\n%x%04x", unsigned(e.chars.size()), e.row);
             for (const char16_t c : e.chars)
-                add(" %08x", c);
+                add(" %08x", unsigned(c));
         }
         for (const std::u16string &e : expansions) {
-            add("\n%x", static_cast<unsigned>(e.size()));
+            add("\n%x", unsigned(e.size()));
             for (const char16_t c : e)
-                add(" %08x", c);
+                add(" %08x", unsigned(c));
         }
         for (const std::vector<unsigned> &row : rows)
             for (const unsigned weight : row)
@@ -54,25 +52,59 @@ struct coll_spec {
     }
 };
 
+// The parts between the separators; none of an empty text.
+inline std::vector<std::string> words(const std::string &text, char separator = ' ') {
+    std::vector<std::string> all;
+    std::istringstream in(text);
+    for (std::string word; std::getline(in, word, separator);)
+        all.push_back(word);
+    return all;
+}
+
 // Rows of weights: "2.x0 7t.1" has two of two passes; x stands for an expansion, t for a tie-break
 // by code.
-inline std::vector<std::vector<unsigned>> weights_of(const char *text) {
-    std::vector<std::vector<unsigned>> rows(1, {0});
-    for (; *text; ++text) {
-        unsigned &last = rows.back().back();
-        if (*text == ' ')
-            rows.push_back({0});
-        else if (*text == '.')
-            rows.back().push_back(0);
-        else if (*text == 'x')
-            last = coll_expansion;
-        else if (*text == 't')
-            last |= coll_code_tie;
-        else
-            last = (last & coll_expansion) |
-                   ((last & 0x3FFF) * 10 + static_cast<unsigned>(*text - '0'));
+inline std::vector<std::vector<unsigned>> weights_of(const std::string &text) {
+    std::vector<std::vector<unsigned>> rows;
+    for (const std::string &row : words(text)) {
+        rows.emplace_back();
+        for (const std::string &weight : words(row, '.')) {
+            const bool expands = weight[0] == 'x';
+            rows.back().push_back(unsigned(atoi(weight.c_str() + expands)) |
+                                  (expands ? coll_expansion : 0) |
+                                  (weight.back() == 't' ? coll_code_tie : 0));
+        }
     }
     return rows;
+}
+
+// Rows 1.. of the bytes in order.
+inline std::vector<table_entry> byte_map(std::string_view bytes) {
+    std::vector<table_entry> map = {
+        {std::string(1, '\0'), 0}
+    };
+    for (const char c : bytes)
+        map.push_back({std::string(1, c), uint16_t(map.size())});
+    return map;
+}
+
+// Bytes with rows of their own, in order; the weights of row 0 come first. Expansions are words;
+// each element is a word and the row that it has: "ab6 abb7".
+inline coll_spec bytes_spec(std::string_view bytes, const char *weights,
+                            const char *expansions = "", const char *elements = "",
+                            int pass = coll_forward) {
+    coll_spec spec = {.rows = weights_of(weights), .map = byte_map(bytes)};
+    spec.passes.assign(spec.rows[0].size(), pass);
+    for (const std::string &word : words(expansions))
+        spec.expansions.emplace_back(word.begin(), word.end());
+    for (const std::string &word : words(elements)) {
+        const size_t row = word.find_first_of("0123456789");
+        spec.elements.push_back({
+            {word.begin(), word.begin() + long(row)},
+            0
+        });
+        spec.elements.back().row = unsigned(std::stoi(word.substr(row)));
+    }
+    return spec;
 }
 
 // What comparisons must give: "a<b ab=ba c>", each with its two texts around the sign.
@@ -82,13 +114,9 @@ struct order_row {
 };
 inline std::vector<order_row> orders(const std::string &text) {
     std::vector<order_row> rows;
-    for (size_t at = 0, end; at < text.size(); at = end + 1) {
-        end = std::min(text.find(' ', at), text.size());
-        const size_t sign = text.find_first_of("<=>", at);
-        rows.push_back({text.substr(at, sign - at), text.substr(sign + 1, end - sign - 1),
-                        text[sign] == '='   ? 0
-                        : text[sign] == '<' ? -1
-                                            : 1});
+    for (const std::string &word : words(text)) {
+        const size_t sign = word.find_first_of("<=>");
+        rows.push_back({word.substr(0, sign), word.substr(sign + 1), word[sign] - '='});
     }
     return rows;
 }
@@ -123,25 +151,14 @@ struct coll_record {
 inline std::vector<std::string> every_byte() {
     std::vector<std::string> all;
     for (int c = 0; c < 256; ++c)
-        all.push_back(std::string(1, static_cast<char>(c)));
+        all.push_back(std::string(1, char(c)));
     return all;
-}
-
-// Rows 1.. of the bytes in order.
-inline std::vector<table_entry> byte_map(std::string_view bytes) {
-    std::vector<table_entry> map = {
-        {std::string(1, '\0'), 0}
-    };
-    uint16_t row = 0;
-    for (const char c : bytes)
-        map.push_back({std::string(1, c), ++row});
-    return map;
 }
 
 inline std::string sort_key(ko_lc_t loc, const std::string &text) {
     const int need = ko_full_mbsxfrm(loc, nullptr, mb(text.c_str()), 0);
     if (need < 0) return "failed";
-    std::string key(static_cast<size_t>(need) + 1, '\0');
+    std::string key(size_t(need) + 1, '\0');
     EXPECT_EQ(ko_full_mbsxfrm(loc, reinterpret_cast<ko_mchar_t *>(key.data()), mb(text.c_str()),
                               need + 1),
               need);
