@@ -408,6 +408,24 @@ TEST(CollateTables, NoTwoStringsOfUnicodeAreEqual) {
     equal.expect("ch = dh");
 }
 
+TEST(CollateTables, OnlyWhatEarlierPassesMayConfuseDiffersInTheLast) {
+    std::string source = tied_source();
+    compiled back(source, wide_set());
+    compiled ahead(source.replace(source.find("backward"), 8, "forward"), wide_set());
+    const auto last = [](const compiled &c, uint16_t ch) {
+        return c.tables.weights[c.tables.rows.at(ch)].back();
+    };
+    for (compiled *c : {&back, &ahead}) {
+        c->run();
+        EXPECT_EQ(last(*c, 'a'), last(*c, 'h'));
+        EXPECT_EQ(last(*c, 'a'), last(*c, 0x1102));
+        EXPECT_LT(last(*c, 'B'), last(*c, 'b'));
+        EXPECT_LT(last(*c, '-'), last(*c, 'a'));
+    }
+    EXPECT_EQ(last(back, 'a'), last(back, 0xE1));
+    EXPECT_LT(last(ahead, 'a'), last(ahead, 0xE1)); // an accent may follow the a
+}
+
 TEST(CollateTables, ProofFindsTablesWhoseKeysAndComparersDisagree) {
     void (*const spoils[])(collation &) = {
         // a code tie-break on one of two equal weights

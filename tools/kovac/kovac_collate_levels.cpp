@@ -73,7 +73,7 @@ static std::vector<std::vector<unit_id>> merge_told_apart(const level_work &w,
 }
 
 static bool merge_pays(const level_work &w, size_t count) {
-    if (!w.in.last || w.in.earlier.empty() || w.in.rule.backward) return false;
+    if (!w.in.last || w.in.total || w.in.earlier.empty() || w.in.rule.backward) return false;
     return count > size_t(one_byte_weights - weight_first + 1);
 }
 
@@ -197,22 +197,24 @@ static uint16_t expansion_weight(const level_work &w, const std::vector<unit_id>
     return uint16_t(weight_expands | at->second);
 }
 
-// Notes the value that the first weight of everything has in comparison.
-static void note_first(const level_work &w, pass_plan &plan) {
-    const auto value = [&](const unit &u, uint16_t wide) {
+// Notes the values that weights have in comparison.
+static void note_yields(const level_work &w, pass_plan &plan) {
+    const auto value = [](const unit &u, uint16_t wide) {
         const uint32_t code = u.weight & weight_by_code ? wide : 0;
         return uint32_t(u.weight & max_weight) << 16 | code;
     };
     for (size_t i = 0; i < w.in.all.size(); ++i) {
-        uint32_t first = 0;
-        if (!w.spelling[i].empty()) {
-            const unit &u = w.units[w.spelling[i][0]];
-            first = value(u, u.carrier);
-        } else if (w.own[i] != no_unit) {
-            first = value(w.units[w.own[i]], w.in.all[i].wide);
-        }
-        plan.first.push_back(first);
-        plan.place.push_back(w.place[i] ? w.place[i] : first);
+        const weighed &c = w.in.all[i];
+        symbols values;
+        for (size_t times = c.kind == weighed::element ? c.chars.size() : 1; times > 0; --times)
+            for (const unit_id piece : w.spelling[i])
+                values.push_back(value(w.units[piece], w.units[piece].carrier));
+        if (w.spelling[i].empty() && w.own[i] != no_unit)
+            values.push_back(value(w.units[w.own[i]], c.wide));
+        if (plan.backward) std::reverse(values.begin(), values.end());
+        plan.first.push_back(values.empty() ? 0 : values[0]);
+        plan.place.push_back(w.place[i] ? w.place[i] : plan.first[i]);
+        plan.yields.push_back(std::move(values));
     }
 }
 
@@ -240,7 +242,7 @@ pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &e
         }
         plan.weights.push_back(weight);
     }
-    note_first(w, plan);
+    note_yields(w, plan);
     return plan;
 }
 

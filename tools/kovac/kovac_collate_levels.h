@@ -39,7 +39,6 @@ constexpr uint32_t after_plane = 0xFFFFFFF3; // and the units of characters beyo
 constexpr uint32_t after_all = 0xFFFFFFF4;   // U+FFFF, which no text has
 constexpr uint32_t own_place = 0x40000000;   // beyond all first weights
 constexpr uint32_t no_weight_here = 0xFFFFFFFF;
-constexpr uint32_t first_tie = 0xF0000000; // up from here: the further ones of equal sequences
 
 using jamo_weights = std::array<symbols, 19>; // first level of U+1100 to U+1112; empty: no line
 
@@ -50,9 +49,10 @@ struct pass_plan {
     bool backward = false;
     int highest = weight_ignored;  // largest weight in use
     std::vector<uint16_t> weights; // per weighed
-    // Per weighed: the value that its first weight has in comparison, code tie-break included; 0:
-    // ignored.
-    std::vector<uint32_t> first;
+    // Per weighed: the values that its weights have in comparison, code tie-break included, in the
+    // order of the text even where the pass runs backward.
+    std::vector<symbols> yields;
+    std::vector<uint32_t> first; // per weighed: the first of them; 0: ignored
     // Per weighed: equal for those that may stand opposite each other after this pass.
     std::vector<uint32_t> place;
     int split = 0; // sequences whose exact order could not be preserved

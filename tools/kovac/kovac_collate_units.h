@@ -52,8 +52,8 @@ int choose_units(level_work &w);
 // Spells letters of several characters, and those doubled, at the first level.
 void spell_doubles(level_work &w);
 
-// Makes the last pass of a total order: every character and element weighs exactly one unit, and an
-// earlier pass distinguishes those that share it.
+// Makes the last pass of a total order: every character and element weighs exactly one unit, and
+// earlier passes distinguish those that share it.
 void make_total(level_work &w);
 
 } // namespace kovac
