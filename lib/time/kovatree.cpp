@@ -92,35 +92,6 @@ static size_t count_nodes(const name_list (&lists)[tree_count]) {
     return nodes;
 }
 
-namespace {
-// Siblings while trees are built: also a search tree by the bits of their characters, so that an
-// object with a digit for every character loads in linear time. The first sibling is its root.
-struct sibling {
-    wc_tnode *below[2];
-    wc_tnode *last; // of the siblings, in their first
-};
-struct tree_builder {
-    wc_tnode *nodes;
-    sibling *siblings; // one a node
-    wc_tnode *unused;
-};
-} // namespace
-
-static wc_tnode *node_at(tree_builder *to, wc_tnode **level, int c) {
-    wc_tnode *const first = *level, **slot = level;
-    for (int bits = c; *slot; bits >>= 1) {
-        if ((*slot)->c == c) return *slot;
-        slot = &to->siblings[*slot - to->nodes].below[bits & 1];
-    }
-    wc_tnode *const made = *slot = to->unused++;
-    *made = {.c = ko_wchar_t(c)};
-    to->siblings[made - to->nodes] = {};
-    sibling &row = to->siblings[(first ? first : made) - to->nodes];
-    if (first) row.last->nextn = made;
-    row.last = made;
-    return made;
-}
-
 int build_name_trees(kovaloc *loc) {
     ltime *t = &loc->ltime_info;
     free_name_trees(t);
@@ -129,16 +100,14 @@ int build_name_trees(kovaloc *loc) {
     const size_t nodes = count_nodes(lists);
     if (!nodes) return 0;
     ext_block<wc_tnode> block(nodes);
-    ext_block<sibling> siblings(nodes);
-    if (!block.p || !siblings.p) return fail(loc, KO_ENOMEM, -1);
-    t->name_nodes = block.release();
-    tree_builder trees = {t->name_nodes, siblings.p, t->name_nodes};
-    const auto at = [&trees](wc_tnode **level, int c) { return node_at(&trees, level, c); };
+    if (!block.p) return fail(loc, KO_ENOMEM, -1);
+    wc_tnode *unused = t->name_nodes = block.release();
+    const auto make = [&unused] { return unused++; };
     errno_guard kept(loc); // what is not a character has no lower case
     for (const name_list &list : lists) {
         for (int i = 0; i < list.count; i++) {
             wide_source in = {loc, name_at(list, i)};
-            if (in.at) insert(&(t->*list.tree), in, at, i);
+            if (in.at) insert(&(t->*list.tree), in, make, i);
         }
     }
     return 0;

@@ -10,7 +10,9 @@ struct wc_tnode {
     int val;         // of the name that ends here
     int set;         // 1 if one does
     wc_tnode *nextc; // the next character of names that share this prefix
-    wc_tnode *nextn; // another character at the same position
+    // Other characters at the same position, by a bit of theirs: the lowest at the first node, the
+    // next one at every further node. So a look-up passes few of them, however many an object has.
+    wc_tnode *nextn[2];
 };
 
 // The result of a look-up: the node of the name, NULL for none; the characters that the name takes;
@@ -34,7 +36,7 @@ struct mb_tnode {
     int val;
     int set;
     mb_tnode *nextc;
-    mb_tnode *nextn;
+    mb_tnode *nextn[2];
 };
 
 // Insert a name, given in multibyte form, with its value; a later one wins. Each node is a block of

@@ -36,20 +36,30 @@ struct widened_source {
 };
 
 template <class Node> inline const Node *node_across(const Node *level, int c) {
-    while (level && level->c != c)
-        level = level->nextn;
+    for (int bits = c; level && level->c != c; bits >>= 1)
+        level = level->nextn[bits & 1];
+    return level;
+}
+
+// The place of a character's node among those at a position: of the node, or of the missing one.
+template <class Node> inline Node **node_slot(Node **level, int c) {
+    for (int bits = c; *level && (*level)->c != c; bits >>= 1)
+        level = &(*level)->nextn[bits & 1];
     return level;
 }
 
 // Inserts the name that the source yields; the empty name is at the top with the character 0.
-// node_at() returns a character's node among those at a position and makes it if there is none yet.
-// 0 or the error number; nodes made before an error stay, but no name ends at them.
-template <class Node, class Source, class NodeAt>
-inline int insert(Node **root, Source &in, NodeAt node_at, int val) {
+// make() returns room for a node. 0 or the error number; nodes made before an error stay, but no
+// name ends at them.
+template <class Node, class Source, class Make>
+inline int insert(Node **root, Source &in, Make make, int val) {
     int c = in.next();
     for (Node **level = root; c != units_bad;) {
-        Node *const node = node_at(level, c < 0 ? 0 : c);
-        if (!node) return KO_ENOMEM;
+        Node *&node = *node_slot(level, c < 0 ? 0 : c);
+        if (!node) {
+            if (!(node = make())) return KO_ENOMEM;
+            *node = {.c = static_cast<decltype(Node::c)>(c < 0 ? 0 : c)};
+        }
         if (c >= 0) c = in.next();
         if (c == units_end) {
             node->val = val;

@@ -22,36 +22,29 @@ struct byte_source {
 };
 } // namespace
 
-// Frees nodes that are blocks of their own, without recursion: a child is moved before its parent.
+// Frees nodes that are blocks of their own, without recursion: children are moved before their
+// parent.
 template <class Node> static void free_nodes(Node *root) {
     while (root) {
-        Node *const child = root->nextc;
-        if (child) {
-            root->nextc = child->nextn;
-            child->nextn = root;
-            root = child;
+        Node *&child = root->nextc ? root->nextc : root->nextn[0], *const moved = child;
+        if (moved) {
+            child = moved->nextn[1];
+            moved->nextn[1] = root;
+            root = moved;
         } else {
-            Node *const next = root->nextn;
+            Node *const next = root->nextn[1];
             ko_ext_free(root);
             root = next;
         }
     }
 }
 
-template <class Node> static Node *node_at(Node **level, int c) {
-    while (*level && (*level)->c != c)
-        level = &(*level)->nextn;
-    if (*level) return *level;
-    *level = static_cast<Node *>(ko_ext_malloc(sizeof(Node)));
-    if (*level) **level = {.c = static_cast<decltype(Node::c)>(c)};
-    return *level;
-}
-
 template <class Node, class Source>
 static int cache_string(kovaloc *loc, Node **root, Source in, int val) {
     const auto insert_quietly = [&] {
         errno_guard kept(loc); // what is not a character of the case table has no lower case
-        return insert(root, in, node_at<Node>, val);
+        const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
+        return insert(root, in, make, val);
     };
     const int error = insert_quietly();
     return error ? fail(loc, error, -1) : 0;

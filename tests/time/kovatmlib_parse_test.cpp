@@ -209,6 +209,31 @@ TEST(TimeReading, FieldsBecomeADateOverTheCallers) {
 }
 // clang-format on
 
+// Thousands of names that differ in their first character, and a format with a name in every
+// directive: each is looked up without passing all of the others.
+TEST(TimeReading, ManyNamesAreLookedUpInNoTime) {
+    std::vector<table_entry> classes = {
+        {std::string(1, '\0'), KO_CT_CNTRL}
+    };
+    for (int c = 1; c < 128; c++)
+        classes.push_back({std::string(1, char(c)), KO_CT_PRINT});
+    times many = {.mon = "", .formats = repeated("%B", 100000) + "||||pm|"};
+    for (int lead = 0x81; lead <= 0xFE; lead++) {
+        for (int trail = 0x40; trail <= 0xFE; trail++) {
+            const std::string bytes = {char(lead), char(trail)};
+            classes.push_back({bytes, KO_CT_ALPHA});
+            if (trail != '|') many.mon += "|" + bytes;
+        }
+    }
+    locale_object object = double_byte_object(false);
+    object.ctype = caseless(classes, classes[0].bytes);
+    const loaded_locale loc(with_times(object, many));
+    ko_tm_t tm = before;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(ko_mbsptime(loc, mb("x"), mb("%c"), &tm, 'R'));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
 // A text is read as far as it is needed, from any of its characters' bytes.
 TEST(TimeReading, TextsMayGoOnForLongAndEndInWhatIsNone) {
     loaded_locale narrow(with_times(single_byte_object(), plain));
