@@ -4,9 +4,9 @@
  * changing it. Every operation takes an opaque handle. An operation that fails stores an error
  * number in the handle's error word (reached with ko_ext_errno) and returns the failure value that
  * its declaration names. Success leaves the word alone unless the declaration says otherwise. Calls
- * on records and strings fail with KO_ENULL for a NULL locale (only a KO_EXT_ERRNO hook can store
- * that number); calls on a single character do not check for it. "long" means 32 bits everywhere in
- * this interface.
+ * with a NULL locale fail with KO_ENULL, a number that only a KO_EXT_ERRNO hook can then store; a
+ * call that maps a character returns it as it is, one that packs lengths returns 0. "long" means 32
+ * bits everywhere in this interface.
  *
  * The library takes no locks: install hooks before any other call, and serialise loading,
  * unloading, copying and registry caching. A loaded locale may be read from several threads at

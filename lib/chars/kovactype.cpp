@@ -64,6 +64,7 @@ static ko_ctype_t mask_at(const void *item) {
 }
 
 int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask) {
+    if (!loc) return fail(loc, KO_ENULL, 0);
     const kovaloc *r = record(loc);
     if (const mb_flat *flat = code_set(r)) {
         const uint16_t *item = flat_wchar(flat, wc);
@@ -79,6 +80,7 @@ unsigned tree_classes(kovaloc *r, ko_wchar_t wc) {
 }
 
 int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
+    if (!loc || !mb) return fail(loc, KO_ENULL, 0);
     const kovaloc *r = record(loc);
     if (const mb_flat *flat = code_set(r)) {
         const int n = flat_mblen(*flat, mb);
@@ -132,6 +134,7 @@ static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages
 }
 
 template <const case_side &side> static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc) {
+    if (!loc) return fail(loc, KO_ENULL, wc);
     const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_cases(r)) {
         const page_entry entry = page_of(flat, flat->*side.pages, wc);
@@ -163,6 +166,7 @@ static int map_multibyte(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb, int
 
 template <const case_side &side>
 static uint16_t packed_lengths(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
+    if (!loc || !dst || !mb) return fail(loc, KO_ENULL, uint16_t{0});
     int taken;
     const int written = map_multibyte<side>(loc, dst, mb, &taken, false);
     return uint16_t(taken << 8 | (written & 0xFF));

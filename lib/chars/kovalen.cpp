@@ -23,14 +23,14 @@ int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
 // ---- Terminators, the next character ----
 
 int ko_mbsterm(ko_lc_t loc, ko_mchar_t *mb) {
-    if (!mb) return fail(loc, KO_ENULL, 0);
+    if (!loc || !mb) return fail(loc, KO_ENULL, 0);
     const int n = terminator_len(record(loc));
     memset(mb, 0, size_t(n));
     return n;
 }
 
 int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
-    if (!mb) return fail(loc, KO_ENULL, 0);
+    if (!loc || !mb) return fail(loc, KO_ENULL, 0);
     const int n = terminator_len(record(loc));
     for (int i = 0; i < n; ++i) {
         if (mb[i]) return 0;
@@ -41,7 +41,7 @@ int ko_ismbsterm(ko_lc_t loc, const ko_mchar_t *mb) {
 // The terminator counts as an ordinary character here if the code set has it.
 ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
     ko_mchar_t *const none = nullptr;
-    if (!mb) return fail(loc, KO_ENULL, none);
+    if (!loc || !mb) return fail(loc, KO_ENULL, none);
     const kovaloc *r = record(loc);
     int n = 1;
     if (!r->exp.single_byte) n = retrieve_text_multi_nv(mb, r->ctype, head(loc));

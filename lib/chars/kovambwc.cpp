@@ -36,6 +36,7 @@ static inline int read_wide(const kovaloc *r, const ko_mchar_t *mb, int limit, k
 
 int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_bytes) {
     if (!mb) return 0;
+    if (!loc) return fail(loc, KO_ENULL, -1);
     if (len_bytes < 1) return fail(loc, KO_EINVAL, -1);
     ko_wchar_t value;
     const int n = read_wide(record(loc), mb, len_bytes, &value);
@@ -63,6 +64,7 @@ static inline int flat_bytes(const mb_flat &f, ko_mchar_t *dst, ko_wchar_t wc) {
 }
 
 int ko_full_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc) {
+    if (!loc || !dst) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_classes(r)) {
         const int n = flat_bytes(flat->classes, dst, wc);
@@ -72,10 +74,12 @@ int ko_full_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc) {
 }
 
 int sl_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc) {
+    if (!loc || !dst) return fail(loc, KO_ENULL, -1);
     return wctomb_by(loc, static_cast<const mb_decode *>(record(loc)->coll), dst, wc);
 }
 
 int ko_wclen(ko_lc_t loc, ko_wchar_t wc) {
+    if (!loc) return fail(loc, KO_ENULL, -1);
     if (record(loc)->exp.single_byte) return 1;
     ko_mchar_t scratch[4];
     return ko_full_wctomb(loc, scratch, wc);

@@ -44,6 +44,7 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
 }
 
 int ko_wcwidth(ko_lc_t loc, ko_wchar_t wc) {
+    if (!loc) return fail(loc, KO_ENULL, -1);
     if (!wc) return 0;
     const unsigned classes = wide_classes(record(loc), wc);
     if (!(classes & KO_CT_PRINT)) return fail(loc, KO_EINVAL, -1);
