@@ -1,5 +1,6 @@
 // The command kova, run as people run it: what it prints, its exit statuses, its one line for
 // everything that goes wrong.
+#include "kova/kova_locale.h"
 #include "kova/kova_sort_runs.h"
 
 #include "tools/command_run.h"
@@ -188,6 +189,22 @@ TEST_F(KovaCli, TellsThatMemoryIsExhausted) {
     };
     check(rows, "");
 }
+
+// From where the system can start the commands at all, which it says with status 127.
+TEST_F(KovaCli, TellsItInWhateverRoomItStarts) {
+    for (const char *command : {"kova info de_DE.8859-1 57", "kovac registry -o ."}) {
+        int told = 0;
+        for (int kib = 4000, status = 127; status && kib < 20000; kib += 100) {
+            const outcome got = shell("ulimit -v " + std::to_string(kib) + "; exec " + command);
+            status = got.status;
+            if (!status || status == 127) continue;
+            EXPECT_EQ(status, 3) << kib << got.err;
+            EXPECT_NE(got.err.find("memory is exhausted"), got.err.npos) << kib << got.err;
+            ++told;
+        }
+        EXPECT_GT(told, 0) << command;
+    }
+}
 #endif
 
 TEST_F(KovaCli, SaysWhichLocalesExist) {
@@ -215,6 +232,47 @@ TEST_F(KovaCli, SaysWhichLocalesExist) {
     check(elsewhere);
     environment["KO_PATH"] = root + "/kova/lc11;" + root + "/kova/cm3";
     EXPECT_EQ(kova("compare sv_SE.8859-1 ö z").out, ">\n");
+}
+
+// The library loads the object, but its header cannot be read.
+TEST_F(KovaCli, RefusesALocaleWithoutItsHeader) {
+    fs::create_directories(dir / "de_de");
+    fs::create_symlink("nowhere", dir / "default.lco");
+    fs::create_symlink("nowhere", dir / "de_de/0333.lco");
+    kovacli::common_options common;
+    common.root = root;
+    kovacli::data_place place = kovacli::find_data(common);
+    place.dirs = {dir.string()};
+    for (const char *spec : {"POSIX", "de_DE", "de_DE.8859-1"}) {
+        kovacli::locale_handle handle;
+        try {
+            kovacli::open_locale(place, spec, handle);
+            ADD_FAILURE() << spec;
+        } catch (const kovacli::failure &e) {
+            EXPECT_NE(std::string(e.what()).find(".lco cannot be read: No such"), std::string::npos)
+                << e.what();
+        }
+    }
+    ko_setextfunc(nullptr, KO_EXT_GETENV, nullptr);
+}
+
+// However the directory is spelled, and however many lines the header has.
+TEST_F(KovaCli, ShowsTheHeaderThatTheLibraryReads) {
+    std::string object = slurp(root + "/kova/lc11/default.lco");
+    const size_t count = object.find("HEADER"), codeset = object.find("\n### LC_CTYPE");
+    std::string lines = "LINES=203\n";
+    for (int i = 0; i < 200; ++i)
+        lines += "LINE=" + std::to_string(i) + "\n";
+    const size_t name = object.rfind('\n', codeset - 1) + 1;
+    fs::create_directories(dir / "a/b");
+    spit(dir / "a/b/default.lco", object.substr(0, count) + lines + object.substr(name));
+    for (const char *path : {"a/b", "a\\b", "none;.\\a\\b"}) {
+        environment["KO_PATH"] = path;
+        const outcome got = kova("info POSIX");
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_NE(got.out.find("LINE=199"), std::string::npos) << path;
+        EXPECT_NE(got.out.find("ANSI_X3.4-1968"), std::string::npos) << got.out.substr(0, 2000);
+    }
 }
 
 TEST_F(KovaCli, MarksDamagedObjectsAndRefusesThem) {

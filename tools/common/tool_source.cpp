@@ -4,9 +4,11 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <filesystem>
+#include <new>
 #include <unistd.h>
 
 #include "common/tool_text.h"
@@ -35,18 +37,22 @@ std::string format(const char *fmt, ...) {
 bool read_whole(const std::string &path, std::string &text) {
     constexpr size_t limit = size_t(16) << 20;
     constexpr unsigned step = 1 << 18;
+    errno = 0;
     gzFile in = gzopen(path.c_str(), "rb");
+    if (!in && errno == ENOMEM) throw std::bad_alloc();
     if (!in) return false;
     gzbuffer(in, step);
     text.clear();
-    int got = 0;
+    int got = 0, error = Z_OK;
     do {
         const size_t old = text.size();
         text.resize(old + step);
         got = gzread(in, text.data() + old, step);
         text.resize(old + size_t(std::max(got, 0)));
     } while (got > 0 && text.size() <= limit);
+    gzerror(in, &error);
     const int closed = gzclose(in);
+    if (error == Z_MEM_ERROR) throw std::bad_alloc();
     return got >= 0 && closed == Z_OK && text.size() <= limit;
 }
 

@@ -3,6 +3,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
+#include <exception>
 
 namespace kovatool {
 
@@ -51,6 +53,17 @@ std::string printable(std::string_view text, std::string_view keep) {
 
 void tell(const char *program, std::string_view text) {
     std::fprintf(stderr, "%s: %s\n", program, printable(text).c_str());
+}
+
+static const char *last_line = "";
+
+void end_without_memory(const char *line) {
+    last_line = line;
+    std::set_terminate([] {
+        if (std::current_exception()) std::abort(); // one that nobody catches
+        std::fputs(last_line, stderr);
+        std::_Exit(3);
+    });
 }
 
 bool flush_standard_output() {

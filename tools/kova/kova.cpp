@@ -524,14 +524,18 @@ int run_main(int argc, char **argv) {
 
 } // namespace
 
+static constexpr char exhausted[] =
+    "kova: memory is exhausted; give it more, or sort with a smaller --buffer-size\n";
+
+// Before the initialisers of the option parser, which allocate.
+[[gnu::constructor(101)]] static void watch_memory() { kovatool::end_without_memory(exhausted); }
+
 int main(int argc, char **argv) {
     prepare_process();
     try {
         return finish_output(run_main(argc, argv));
     } catch (const std::bad_alloc &) {
-        std::fputs("kova: memory is exhausted; give it more, or sort with a smaller "
-                   "--buffer-size\n",
-                   stderr);
+        std::fputs(exhausted, stderr);
     } catch (const std::length_error &) {
         std::fputs("kova: the input asks for more memory than there is\n", stderr);
     }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <new>
 
 #include "kova/kova_platform.h"
 #include "kova_host.h"
@@ -64,8 +65,9 @@ static std::vector<std::string> object_dirs(const std::string &root, data_kind k
     return result;
 }
 
-static data_place named_root(const std::string &root, const char *said_by, bool ignore_path,
+static data_place named_root(const std::string &name, const char *said_by, bool ignore_path,
                              data_kind kind) {
+    const std::string root = data_path(name);
     const kind_names &names = names_of(kind);
     if (!is_directory(root))
         throw failure(bad_locale, std::string(said_by) + ": there is no directory " + root +
@@ -83,7 +85,7 @@ static data_place path_places(const std::string &list) {
     data_place place;
     for (size_t at = 0; at <= list.size();) {
         const size_t end = std::min(list.find(';', at), list.size());
-        if (end > at) place.dirs.push_back(list.substr(at, end - at));
+        if (end > at) place.dirs.push_back(data_path(list.substr(at, end - at)));
         at = end + 1;
     }
     use_root(env_text("VANTORDIR"), false);
@@ -137,7 +139,7 @@ void read_header(object_file &object) {
     const size_t equals = line.find('=');
     const long lines =
         equals == line.npos ? 0 : std::strtol(line.c_str() + equals + 1, nullptr, 10);
-    for (long i = 3; i < std::min(lines, 100L) && header_line(file.get(), 127, line); ++i)
+    for (long i = 3; i < lines && header_line(file.get(), 127, line); ++i)
         object.header.push_back(line);
     while (header_line(file.get(), 20, line) && line.empty()) {
     }
@@ -182,8 +184,9 @@ void refuse_path(const char *what, const std::string &name) {
 
 uint16_t code_set_number(const std::string &name) {
     static gen_exports scratch;
-    static const bool cached = (ko_cache_registry(&scratch, nullptr), true);
-    return cached ? ko_cs_name2cs_num(&scratch, name.c_str(), nullptr) : uint16_t(KO_NO_CODESET);
+    static const int uncached = (ko_cache_registry(&scratch, nullptr), scratch.ko_lerrno);
+    if (uncached == KO_ENOMEM) throw std::bad_alloc();
+    return ko_cs_name2cs_num(&scratch, name.c_str(), nullptr);
 }
 
 std::string specification(const object_file &object) {
@@ -286,10 +289,7 @@ static void open_default(const data_place &place, locale_handle &handle) {
     object.number =
         object.code_set.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(object.code_set);
     handle.name = "POSIX";
-    if (ko_createlocale_2(&handle.loc) == 0) {
-        if (object.fault == ENOENT) object.fault = 0; // KO_PATH may name further directories
-        return check_whole(handle);
-    }
+    if (ko_createlocale_2(&handle.loc) == 0) return check_whole(handle);
     const int error = *ko_ext_errno(handle.loc);
     if (error == KO_EFILE)
         throw failure(bad_locale, "the POSIX locale is missing: no default.lco in " +

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <system_error>
 
 #include "common/tool_file.h"
@@ -68,6 +69,8 @@ std::string program_directory() {
 }
 
 std::string built_in_root() { return "c:\\vantor"; }
+
+std::string data_path(std::string path) { return path; }
 
 bool is_terminal(std::FILE *stream) { return _isatty(_fileno(stream)) != 0; }
 
@@ -136,6 +139,13 @@ std::string built_in_root() {
     return root;
 }
 
+std::string data_path(std::string path) {
+    constexpr std::string_view root = "c:\\vantor\\";
+    if (path.starts_with(root)) path.replace(0, root.size() - 1, built_in_root());
+    std::replace(path.begin(), path.end(), '\\', '/');
+    return path;
+}
+
 bool is_terminal(std::FILE *stream) { return isatty(fileno(stream)) != 0; }
 
 std::FILE *open_input(const std::string &path) {
@@ -181,6 +191,7 @@ std::vector<std::string> directory_entries(const std::string &path) {
     fs::directory_iterator it(to_path(path), error);
     for (; !error && it != fs::directory_iterator(); it.increment(error))
         result.push_back(from_path(it->path().filename()));
+    if (error == std::errc::not_enough_memory) throw std::bad_alloc();
     std::sort(result.begin(), result.end());
     return result;
 }

@@ -28,6 +28,10 @@ std::string program_directory();
 // The data root fixed at build time, without a separator at its end.
 std::string built_in_root();
 
+// A directory that the library is told, as a path of the system: on POSIX systems the library takes
+// backslashes for slashes and c:\vantor\ for the root built in.
+std::string data_path(std::string path);
+
 // Is text UTF-8 by default? The arguments of Windows are.
 bool unicode_system();
 
@@ -35,7 +39,7 @@ bool is_terminal(std::FILE *stream);
 bool is_directory(const std::string &path);
 bool is_regular_file(const std::string &path);
 
-// The names in a directory, sorted; empty if it cannot be read.
+// The names in a directory, sorted; empty if it cannot be read. Throws without memory.
 std::vector<std::string> directory_entries(const std::string &path);
 
 // Opens a file for reading bytes. Null with errno set; a directory counts as unreadable.

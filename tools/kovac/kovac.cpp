@@ -516,13 +516,18 @@ static int run_main(int argc, char **argv) {
     return compile_one(locale);
 }
 
+static constexpr char exhausted[] = "kovac: error: memory is exhausted\n";
+
+// Before the initialisers of the option parser, which allocate.
+[[gnu::constructor(101)]] static void watch_memory() { kovatool::end_without_memory(exhausted); }
+
 int main(int argc, char **argv) {
     kovatool::prepare_signals();
     int status = exit_file;
     try {
         status = run_main(argc, argv);
     } catch (const std::bad_alloc &) {
-        fputs("kovac: error: memory is exhausted\n", stderr);
+        fputs(exhausted, stderr);
     } catch (const std::length_error &) {
         fputs("kovac: error: an input asks for more memory than there is\n", stderr);
     }
