@@ -1,5 +1,5 @@
 // Derives the bytes of short keys from the tables of a collation: which weights are letters of one
-// lead, which weight of a lower pass is the common one, and what has to be told apart at all.
+// lead, and which weights of the other passes are common.
 #include "collate/kovacoll_short.h"
 
 #include <atomic>
@@ -9,8 +9,6 @@ namespace {
 
 constexpr unsigned weights_room = coll_low_bits + 1;
 constexpr unsigned enough_runs = 16, most_runs = 32; // of common weights, in a byte
-constexpr unsigned few_weights =
-    short_digits - 3 * enough_runs - 1; // have a byte each beside those
 
 // What spells a text: one of its units, or an element that begins with it.
 struct source {
@@ -20,20 +18,20 @@ struct source {
 
 struct weight_facts {
     bool used, tie;
-    uint16_t least;     // of the units whose sources deliver it
+    bool rare;          // only elements and letters that few words have deliver it
+    uint16_t least;     // of the units whose sources deliver it, rare ones only if it is rare
     uint16_t low, high; // of the characters that break its ties
-    uint16_t label;     // weights of one label need not be told apart; rises with the weights
 };
 
 // A pass while its weights are spelled.
 struct speller {
     const coll_flat *flat;
     int pass;
-    weight_facts facts[weights_room];  // by weight
-    weight_facts labels[weights_room]; // by label
-    uint32_t codes[weights_room];      // by label
-    unsigned place;                    // leading bytes given away
-    unsigned common;                   // label; weights_room: none
+    weight_facts facts[weights_room]; // by weight
+    uint32_t codes[weights_room];
+    unsigned place;                       // leading bytes given away
+    unsigned commons[short_most_commons]; // weights, the most frequent first
+    unsigned num_commons;
     short_pass *to;
 };
 
@@ -77,12 +75,21 @@ template <class Visit> static void each_source(const coll_flat *flat, bool all, 
     }
 }
 
-static void learn(weight_facts *facts, coll_item item, unsigned unit) {
+// Latin letters that few words have, and the micro sign, which would make Greek letters of Latin
+// ones.
+static bool is_phonetic(unsigned unit) {
+    return unit - 0x180 < 0x370 - 0x180 || unit - 0x1D00 < 0x1E00 - 0x1D00 ||
+           unit - 0x2C60 < 0x20 || unit - 0xA720 < 0xE0 || unit - 0xAB30 < 0x40 || unit == 0xB5;
+}
+
+static void learn(weight_facts *facts, coll_item item, source from) {
     weight_facts *f = &facts[item.weight & coll_low_bits];
-    const auto least = uint16_t(unit);
-    if (!f->used) *f = {true, false, least, item.ch, item.ch, 0};
+    const auto least = uint16_t(from.unit);
+    const bool rare = from.candidate >= 0 || is_phonetic(from.unit);
+    if (!f->used) *f = {true, false, rare, least, item.ch, item.ch};
     if (item.weight & coll_code_tie) f->tie = true;
-    if (least < f->least) f->least = least;
+    if (rare < f->rare || (rare == f->rare && least < f->least)) f->least = least;
+    if (!rare) f->rare = false;
     if (item.ch < f->low) f->low = item.ch;
     if (item.ch > f->high) f->high = item.ch;
 }
@@ -93,7 +100,7 @@ static void learn_pass(speller *s) {
         coll_item own;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         for (unsigned i = 0; i < seq.count; ++i)
-            learn(s->facts, seq.items[i], from.unit);
+            learn(s->facts, seq.items[i], from);
     });
 }
 
@@ -114,10 +121,10 @@ static uint32_t number_code(const weight_facts &f, unsigned count, unsigned numb
 
 // Takes leading bytes for one weight with ties: its codes follow in one digit or two.
 static void spell_tie(speller *s, unsigned w) {
-    const unsigned n = span(s->labels[w]);
+    const unsigned n = span(s->facts[w]);
     const bool small = n <= short_digits;
     s->codes[w] =
-        number_code(s->labels[w], small ? 2 : 3, s->place * (small ? short_digits : two_digits));
+        number_code(s->facts[w], small ? 2 : 3, s->place * (small ? short_digits : two_digits));
     s->place += small ? 1 : (n + two_digits - 1) / two_digits;
 }
 
@@ -125,10 +132,10 @@ static void spell_tie(speller *s, unsigned w) {
 static bool number_all(speller *s) {
     uint64_t number = 0;
     for (unsigned w = 0; w < weights_room; ++w) {
-        if (!s->labels[w].used) continue;
-        const uint64_t next = number + span(s->labels[w]);
+        if (!s->facts[w].used) continue;
+        const uint64_t next = number + span(s->facts[w]);
         if (next > uint64_t{two_digits} * short_digits) return false;
-        s->codes[w] = number_code(s->labels[w], 3, unsigned(number));
+        s->codes[w] = number_code(s->facts[w], 3, unsigned(number));
         number = next;
     }
     return true;
@@ -138,16 +145,13 @@ static bool number_all(speller *s) {
 
 // Where the letters of another script may begin.
 static constexpr uint16_t script_starts[] = {
-    0x0000, 0x0370, 0x0400, 0x0530, 0x0590, 0x0600, 0x0700, 0x0780, 0x0900, 0x0980, 0x0A00,
-    0x0A80, 0x0B00, 0x0B80, 0x0C00, 0x0C80, 0x0D00, 0x0D80, 0x0E00, 0x0E80, 0x0F00, 0x1000,
-    0x10A0, 0x1100, 0x1200, 0x13A0, 0x1400, 0x1680, 0x1700, 0x1780, 0x1800, 0x1900, 0x2000,
-    0x2C00, 0x2C80, 0x2D30, 0x2D80, 0x3040, 0x3100, 0xA500, 0xA800};
+    0x0000, 0x0370, 0x0400, 0x0530, 0x0590, 0x0600, 0x0700, 0x0780, 0x0900, 0x0980,
+    0x0A00, 0x0A80, 0x0B00, 0x0B80, 0x0C00, 0x0C80, 0x0D00, 0x0D80, 0x0E00, 0x0E80,
+    0x0F00, 0x1000, 0x10A0, 0x1100, 0x1200, 0x13A0, 0x1400, 0x1680, 0x1700, 0x1780,
+    0x1800, 0x1900, 0x2000, 0x2C00, 0x2C80, 0x2D30, 0x2D80, 0x3040, 0x3100, 0xA500,
+    0xA800, 0xA930, 0xA980, 0xA9E0, 0xAA00, 0xAA60, 0xAA80, 0xAAE0, 0xAB00};
 
-static bool is_phonetic(unsigned unit) { // Latin letters that few words have
-    return unit - 0x180 < 0x370 - 0x180 || unit - 0x1D00 < 0x1E00 - 0x1D00 ||
-           unit - 0x2C60 < 0x20 || unit - 0xA720 < 0xE0 || unit - 0xAB30 < 0x40;
-}
-
+constexpr unsigned no_script = 0xFFFF;
 static unsigned script_of(unsigned unit) {
     if (is_phonetic(unit)) return 0;
     unsigned script = 0;
@@ -172,18 +176,33 @@ struct segment { // neighbouring weights of one script
 };
 } // namespace
 
+// Does the script have another of the next weights? Letters of a few languages stand among those of
+// others, also in blocks of their own.
+static bool continues(const speller *s, unsigned w, unsigned script) {
+    constexpr unsigned near = 16;
+    for (unsigned seen = 0; w < weights_room && seen < near; ++w) {
+        const weight_facts &f = s->facts[w];
+        if (f.used && !f.rare && !is_paged(f) && script_of(f.least) == script) return true;
+        seen += f.used;
+    }
+    return false;
+}
+
+// Rare letters belong to the script of those before them, or else after them.
 static segment next_segment(const speller *s, unsigned from) {
-    segment found = {from, from, 0, 0, 0, is_paged(s->labels[from])};
-    const unsigned script = script_of(s->labels[from].least);
-    unsigned rare = 0;
+    segment found = {from, from, 0, 0, 0, is_paged(s->facts[from])};
+    unsigned script = no_script, rare = 0;
     for (unsigned w = from; w < weights_room; ++w) {
-        const weight_facts &f = s->labels[w];
+        const weight_facts &f = s->facts[w];
         if (!f.used) continue;
-        if (is_paged(f) != found.paged || (!found.paged && script_of(f.least) != script)) break;
+        if (is_paged(f) != found.paged) break;
+        const bool letter = !f.rare && !found.paged;
+        if (letter && script == no_script) script = script_of(f.least);
+        if (letter && script_of(f.least) != script && !continues(s, w, script)) break;
         found.end = w + 1;
         found.weights++;
         found.slots += span(f);
-        rare = is_phonetic(f.least) ? rare + 1 : 0;
+        rare = f.rare ? rare + 1 : 0;
         found.frequent += !rare || rare % short_digits == 1;
     }
     return found;
@@ -192,7 +211,7 @@ static segment next_segment(const speller *s, unsigned from) {
 static void spell_paged(speller *s, const segment &part, unsigned longest_span) {
     unsigned number = s->place * short_digits;
     for (unsigned w = part.first; w < part.end; ++w) {
-        const weight_facts &f = s->labels[w];
+        const weight_facts &f = s->facts[w];
         if (!f.used) continue;
         if (span(f) > longest_span) {
             s->place = (number + short_digits - 1) / short_digits;
@@ -210,9 +229,9 @@ static void spell_paged(speller *s, const segment &part, unsigned longest_span) 
 static unsigned spell_letters(speller *s, const segment &part, unsigned second, bool share) {
     unsigned rare = 0;
     for (unsigned w = part.first; w < part.end; ++w) {
-        const weight_facts &f = s->labels[w];
+        const weight_facts &f = s->facts[w];
         if (!f.used) continue;
-        const bool is_rare = share && is_phonetic(f.least);
+        const bool is_rare = share && f.rare;
         if (!is_rare || rare == short_digits) { // ends a run of rare ones
             second += rare > 0;
             rare = 0;
@@ -236,7 +255,7 @@ static bool spell_first_pass(speller *s, unsigned longest_span) {
     bool open = false;
     s->place = 0;
     for (unsigned w = 0; w < weights_room;) {
-        if (!s->labels[w].used) {
+        if (!s->facts[w].used) {
             ++w;
             continue;
         }
@@ -263,167 +282,95 @@ static bool spell_first_pass(speller *s, unsigned longest_span) {
     return true;
 }
 
-// ---- Lower passes: labels ----
+// ---- The other passes: runs ----
 
-// Texts that come to a lower pass have the same weights in the first. The walks through the lower
-// pass keep step with the first, as long as a weight of the lower pass and the first weight that
-// its source has in the first pass together tell how many that has there. The first two weights
-// that differ then stand for sources with the same first weight in the first pass: weights that
-// have none in common may share a label. What delivers nothing in the first pass stays apart.
 namespace {
-struct first_weight { // of a source in the first pass, and how many it has there
-    uint16_t weight, count;
-};
-struct pairing {
-    const coll_flat *flat;
-    int pass;
-    unsigned start[weights_room + 1]; // of each weight's firsts
-    first_weight *firsts;
-    bool loose[weights_room], bound[weights_room]; // sources have none, some in the first pass
-    bool unsafe;
-};
-struct group { // of weights whose sources share a first weight
-    unsigned next_label;
-    unsigned weight; // 1 + the last one
-    unsigned count;
+struct ballot { // of alphabets, then of the other scripts
+    unsigned script;
+    unsigned weights; // one above the highest
+    unsigned *counts; // letters of the script, by weight
+    unsigned *votes[2];
 };
 } // namespace
 
-static void pair_source(pairing *to, source from, bool count) {
-    coll_item own, own_first;
-    const coll_seq seq = delivered(to->flat, to->pass, from, &own);
-    const coll_seq first = delivered(to->flat, 0, from, &own_first);
-    if (first.count > 0xFFFF || (first.count && !seq.count)) to->unsafe = true;
-    for (unsigned i = 0; i < seq.count; ++i) {
-        const unsigned w = seq.items[i].weight & coll_low_bits;
-        if (i || !first.count) {
-            to->loose[w] = true;
-        } else if (count) {
-            to->bound[w] = true;
-            ++to->start[w];
-        } else {
-            to->firsts[--to->start[w]] = {uint16_t(first.items[0].weight & coll_low_bits),
-                                          uint16_t(first.count)};
-        }
-    }
+static void cast_vote(ballot *b) {
+    unsigned best = 0;
+    for (unsigned w = 0; w < b->weights; ++w)
+        if (b->counts[w] > b->counts[best]) best = w;
+    b->votes[script_starts[b->script] >= 0x3000][best] += b->counts[best];
+    memset(b->counts, 0, b->weights * sizeof *b->counts);
 }
 
-// The label of a weight among those from base on. False where its sources do not keep step.
-static bool label_weight(const pairing *of, unsigned w, unsigned base, group *groups,
-                         uint16_t *label) {
-    unsigned least = base;
-    for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i) {
-        group *g = &groups[of->firsts[i].weight];
-        if (g->weight == w + 1 && g->count != of->firsts[i].count) return false;
-        g->weight = w + 1;
-        g->count = of->firsts[i].count;
-        if (g->next_label > least) least = g->next_label;
-    }
-    for (unsigned i = of->start[w]; i < of->start[w + 1]; ++i)
-        groups[of->firsts[i].weight].next_label = least + 1;
-    *label = uint16_t(least);
-    return true;
-}
-
-static bool label_pairs(const pairing *of, const weight_facts *facts, group *groups,
-                        uint16_t *labels) {
-    unsigned base = 0, free = 0; // the first label of the run of weights, the first after all
-    for (unsigned w = 0; w < weights_room; ++w) {
-        if (!facts[w].used) continue;
-        const bool alone = of->loose[w] || facts[w].tie;
-        if (of->loose[w] && of->bound[w]) return false;
-        if (!label_weight(of, w, alone ? free : base, groups, &labels[w])) return false;
-        if (labels[w] >= free) free = labels[w] + 1u;
-        if (alone) base = free;
-    }
-    return true;
-}
-
-// How many weights the pass has, their ranks being their labels.
-static unsigned label_by_rank(weight_facts *facts) {
-    unsigned rank = 0;
-    for (unsigned w = 0; w < weights_room; ++w)
-        if (facts[w].used) facts[w].label = uint16_t(rank++);
-    return rank;
-}
-
-// False without memory.
-static bool label_pass(speller *s) {
-    if (label_by_rank(s->facts) <= few_weights) return true;
-    if (!s->flat->pass[0].forward || !s->flat->pass[s->pass].forward) return true;
-    const ext_block<pairing> pairs(1);
-    if (!pairs.p) return false;
-    memset(pairs.p, 0, sizeof *pairs.p);
-    pairs.p->flat = s->flat;
-    pairs.p->pass = s->pass;
-    each_source(s->flat, false, [&](source from) { pair_source(pairs.p, from, true); });
-    if (pairs.p->unsafe) return true;
-    unsigned sum = 0;
-    for (unsigned &start : pairs.p->start)
-        start = sum += start;
-    const ext_block<first_weight> firsts(sum + 1);
-    const ext_block<group> groups(weights_room);
-    const ext_block<uint16_t> labels(weights_room);
-    if (!firsts.p || !groups.p || !labels.p) return false;
-    pairs.p->firsts = firsts.p;
-    memset(groups.p, 0, weights_room * sizeof *groups.p);
-    each_source(s->flat, false, [&](source from) { pair_source(pairs.p, from, false); });
-    if (!label_pairs(pairs.p, s->facts, groups.p, labels.p)) return true;
-    for (unsigned w = 0; w < weights_room; ++w)
-        s->facts[w].label = labels.p[w];
-    return true;
-}
-
-// ---- Lower passes: bytes ----
-
-// The label that most letters have; those of alphabets count where there are any.
-static bool find_common(speller *s) {
-    const ext_block<unsigned> counts(2 * weights_room);
-    if (!counts.p) return false;
-    memset(counts.p, 0, 2 * weights_room * sizeof *counts.p);
+static void hold_ballot(const speller *s, ballot *b) {
     each_source(s->flat, false, [&](source from) {
+        const unsigned script = script_of(from.unit);
+        if (script != b->script) cast_vote(b);
+        b->script = script;
         coll_item own, own_first;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         if (!delivered(s->flat, 0, from, &own_first).count) return;
-        for (unsigned i = 0; i < seq.count; ++i) {
-            const weight_facts &f = s->facts[seq.items[i].weight & coll_low_bits];
-            if (!f.tie) ++counts.p[f.label + (from.unit < 0x3000 ? 0 : weights_room)];
-        }
+        for (unsigned i = 0; i < seq.count; ++i)
+            if (!s->facts[seq.items[i].weight & coll_low_bits].tie)
+                ++b->counts[seq.items[i].weight & coll_low_bits];
     });
-    unsigned best = 0;
-    for (unsigned i = 0; i < 2 * weights_room; ++i) {
-        if (i == weights_room && counts.p[best]) break;
-        if (counts.p[i] > counts.p[best]) best = i;
+    cast_vote(b);
+}
+
+static unsigned winner(const ballot *b) {
+    for (const unsigned *votes : b->votes) {
+        unsigned best = 0;
+        for (unsigned w = 0; w < b->weights; ++w)
+            if (votes[w] > votes[best]) best = w;
+        if (votes[best]) return best;
     }
-    s->common = counts.p[best] ? best % weights_room : weights_room;
+    return weights_room;
+}
+
+// Every script votes for the weight that most of its letters have. The two that most letters voted
+// for are common: in a locale of its own, Thai differs from other scripts. False without memory.
+static bool find_commons(speller *s) {
+    unsigned n = weights_room;
+    while (n > 1 && !s->facts[n - 1].used)
+        --n;
+    const ext_block<unsigned> counts(n), alphabets(n), others(n);
+    if (!counts.p || !alphabets.p || !others.p) return false;
+    for (unsigned *p : {counts.p, alphabets.p, others.p})
+        memset(p, 0, n * sizeof *p);
+    ballot b = {
+        0, n, counts.p, {alphabets.p, others.p}
+    };
+    hold_ballot(s, &b);
+    for (s->num_commons = 0; s->num_commons < short_most_commons; ++s->num_commons) {
+        const unsigned best = winner(&b);
+        if (best == weights_room) break;
+        s->commons[s->num_commons] = best;
+        alphabets.p[best] = others.p[best] = 0;
+    }
     return true;
 }
 
-// Labels are rare whose least unit is not below the bound: neighbours share their leading bytes.
-static bool is_rare(const weight_facts &label, unsigned bound) {
-    return label.least >= bound && !label.tie;
-}
-
-// Spells all labels but the common one, and keeps leading bytes for its runs.
-static void spell_labels(speller *s, unsigned bound, unsigned run_bytes) {
-    unsigned rare = 0; // the run of rare ones, with its leading byte taken
+// Spells all weights, the first ones that are common by leading bytes for their runs. Weights are
+// rare whose least unit is not below the bound: neighbours share their leading bytes.
+static void spell_weights(speller *s, unsigned bound, unsigned commons, unsigned run_bytes) {
+    unsigned rare = 0, common = 0; // the run of rare ones, with its leading byte taken
     s->place = 0;
-    for (unsigned label = 0; label < weights_room; ++label) {
-        const weight_facts &f = s->labels[label];
+    for (unsigned w = 0; w < weights_room; ++w) {
+        const weight_facts &f = s->facts[w];
         if (!f.used) continue;
-        const bool shares = label != s->common && is_rare(f, bound);
+        const bool runs = (commons && w == s->commons[0]) || (commons > 1 && w == s->commons[1]);
+        const bool shares = !runs && f.least >= bound && !f.tie;
         if (!shares || rare == short_digits) rare = 0;
-        if (label == s->common) {
-            s->to->run_bytes = s->place + short_first;
-            s->codes[label] = 0;
+        if (runs) {
+            s->to->run_bytes[common] = s->place + short_first;
+            s->codes[w] = common++;
             s->place += run_bytes;
         } else if (f.tie) {
-            spell_tie(s, label);
+            spell_tie(s, w);
         } else if (shares) {
             s->place += !rare;
-            s->codes[label] = number_code(f, 2, (s->place - 1) * short_digits + rare++);
+            s->codes[w] = number_code(f, 2, (s->place - 1) * short_digits + rare++);
         } else {
-            s->codes[label] = number_code(f, 1, s->place++);
+            s->codes[w] = number_code(f, 1, s->place++);
         }
     }
 }
@@ -431,45 +378,26 @@ static void spell_labels(speller *s, unsigned bound, unsigned run_bytes) {
 // False where nothing spells them.
 static bool spell_lower_pass(speller *s) {
     static constexpr unsigned bounds[] = {0x10000, 0x180, 0x80, 0};
-    for (const unsigned bound : bounds) {
-        spell_labels(s, bound, 0);
-        const unsigned left = s->place < short_digits ? short_digits - s->place : 0;
-        const unsigned runs = left ? (left - 1) / 3 : 0;
-        const bool fits = s->common == weights_room ? s->place <= short_digits
-                                                    : runs >= (bound ? enough_runs : 1);
-        if (!fits) continue;
-        s->to->longest_run = runs < most_runs ? runs : most_runs;
-        spell_labels(s, bound, 3 * s->to->longest_run + 1);
-        return true;
-    }
+    for (const unsigned bound : bounds)
+        for (unsigned commons = s->num_commons;; --commons) {
+            spell_weights(s, bound, commons, 0);
+            const unsigned left = s->place < short_digits ? short_digits - s->place : 0;
+            const unsigned each = commons ? left / commons : 0, runs = each ? (each - 1) / 3 : 0;
+            if (commons ? runs >= (bound ? enough_runs : 1) : s->place <= short_digits) {
+                s->to->longest_run = runs < most_runs ? runs : most_runs;
+                spell_weights(s, bound, commons, commons ? 3 * s->to->longest_run + 1 : 0);
+                return true;
+            }
+            if (commons < 2) break;
+        }
     s->to->longest_run = 0;
     return number_all(s);
 }
 
 // ---- All passes ----
 
-// What the labels stand for.
-static void gather_labels(speller *s) {
-    memset(s->labels, 0, sizeof s->labels);
-    for (unsigned w = 0; w < weights_room; ++w) {
-        const weight_facts &f = s->facts[w];
-        if (!f.used) continue;
-        weight_facts &label = s->labels[f.label];
-        if (!label.used) label = f;
-        if (f.least < label.least) label.least = f.least;
-    }
-}
-
-static bool label_weights(speller *s) {
-    for (unsigned w = 0; w < weights_room; ++w)
-        s->facts[w].label = uint16_t(w);
-    s->common = weights_room;
-    return !s->pass || (label_pass(s) && find_common(s));
-}
-
 static bool spell_pass(speller *s) {
     static constexpr unsigned spans[] = {0x10000, 12000, 3000, short_digits};
-    gather_labels(s);
     if (s->pass) return spell_lower_pass(s);
     for (const unsigned longest : spans)
         if (spell_first_pass(s, longest)) return true;
@@ -483,7 +411,7 @@ static bool keep_codes(const speller *s) {
     auto *codes = static_cast<uint32_t *>(ko_ext_malloc((n + 1) * sizeof(uint32_t)));
     if (!codes) return false;
     for (unsigned w = 0; w < n; ++w)
-        codes[w] = s->facts[w].used ? s->codes[s->facts[w].label] : 0;
+        codes[w] = s->facts[w].used ? s->codes[w] : 0;
     s->to->codes = codes;
     return true;
 }
@@ -504,12 +432,12 @@ static short_keys *build_short_keys(const coll_flat *flat) {
     for (s.p->pass = 0; s.p->pass < flat->num_passes; ++s.p->pass) {
         s.p->to = &keys.p->pass[s.p->pass];
         learn_pass(s.p);
-        const bool labelled = label_weights(s.p);
-        if (labelled && !spell_pass(s.p)) {
+        const bool known = !s.p->pass || find_commons(s.p);
+        if (known && !spell_pass(s.p)) {
             keys.p->num_passes = -1;
             break;
         }
-        if (labelled && keep_codes(s.p)) continue;
+        if (known && keep_codes(s.p)) continue;
         free_short_keys(keys.release());
         return nullptr;
     }

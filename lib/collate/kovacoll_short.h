@@ -13,21 +13,22 @@ constexpr unsigned short_raw = 0xFF; // a byte that is not a character follows
 constexpr unsigned short_first = 3;
 constexpr unsigned short_digits = 0xFF - short_first;
 
-// How a weight is spelled: bits 30 and 31 are the number of bytes, 0 for the common weight of a
-// lower pass; bit 29 says that the first byte is a lead that the next weight need not repeat; the
-// low bits are the bytes or, under coll_code_tie, a number to which the character's code is added
-// and which is written in digits of base short_digits.
+// How a weight is spelled: bits 30 and 31 are the number of bytes, 0 for a common weight of a lower
+// pass, whose number the low bits are; bit 29 says that the first byte is a lead that the next
+// weight need not repeat; the low bits are the bytes or, under coll_code_tie, a number to which the
+// character's code is added and which is written in digits of base short_digits.
 constexpr uint32_t short_keeps_lead = 1u << 29;
 constexpr uint32_t short_bytes_mask = 0xFFFFFF;
 inline unsigned short_count(uint32_t code) { return code >> 30; }
 
+constexpr unsigned short_most_commons = 2;
 struct short_pass {
     const uint32_t *codes; // by weight
-    // Bytes for runs of the common weight, of up to longest_run, by what follows them. From
+    // Bytes for runs of a common weight, of up to longest_run, by what follows them. From
     // run_bytes up: for each length, two bytes (the pass ends; a lower weight follows); then one
     // byte for longest_run of a longer run; then, with falling lengths, one byte for each (a higher
     // weight follows).
-    unsigned run_bytes;
+    unsigned run_bytes[short_most_commons];
     unsigned longest_run;
 };
 

@@ -53,6 +53,7 @@ struct first_pass {
 struct lower_pass {
     const short_pass *pass;
     size_t run;
+    unsigned common; // the run's
 };
 } // namespace
 
@@ -97,7 +98,7 @@ enum class run_end { pass, lower, higher };
 
 static inline place put_run(lower_pass &state, run_end end, place at, coll_sink *sink) {
     if (!state.run) return at;
-    const unsigned bytes = state.pass->run_bytes, longest = state.pass->longest_run;
+    const unsigned bytes = state.pass->run_bytes[state.common], longest = state.pass->longest_run;
     for (; state.run > longest; state.run -= longest) {
         *at.out++ = ko_mchar_t(bytes + 2 * longest);
         at = make_room(at, sink);
@@ -112,12 +113,16 @@ static inline place put_run(lower_pass &state, run_end end, place at, coll_sink 
 
 static inline place put_item(lower_pass &state, uint32_t code, coll_item item, place at,
                              coll_sink *sink) {
-    if (!code) {
+    if (code < short_most_commons) {
+        if (code != state.common) {
+            at = put_run(state, code > state.common ? run_end::higher : run_end::lower, at, sink);
+            state.common = code;
+        }
         ++state.run;
         return at;
     }
     const uint32_t bytes = item_bytes(code, item);
-    const bool higher = bytes >> 16 > state.pass->run_bytes;
+    const bool higher = bytes >> 16 > state.pass->run_bytes[state.common];
     at = put_run(state, higher ? run_end::higher : run_end::lower, at, sink);
     at.out = put_bytes(at.out, bytes, short_count(code));
     return at;
@@ -191,7 +196,7 @@ static void put_passes(const coll_flat *flat, const short_keys *keys, const host
         const bool last = pass + 1 == flat->num_passes && !nulls_follow;
         const auto put = [&](auto walk) {
             if (pass)
-                key_pass(lower_pass{s, 0}, p, s->codes, walk, sink, last);
+                key_pass(lower_pass{s, 0, 0}, p, s->codes, walk, sink, last);
             else
                 key_pass(first_pass{0}, p, s->codes, walk, sink, last);
         };
