@@ -41,8 +41,8 @@ struct arguments {
 };
 
 const char locale_help[] =
-    "Locale: language_TERRITORY.codeset[@modifier] such as de_DE.8859-1, or de_DE alone where it "
-    "exists in one code set, or POSIX";
+    "Locale: language_TERRITORY[.codeset][@modifier] such as de_DE or de_DE.8859-1, or POSIX. "
+    "Without a code set, and with UTF-8: unicode, or the only one compiled";
 
 // Help for --utf8 and --bytes.
 struct form_help {
@@ -75,6 +75,19 @@ void add_common(CLI::App &command, arguments &args, std::function<int()> run,
     command.callback([&args, run] { args.run = run; });
 }
 
+// How lines, and parts without letters of their own, are compared.
+void add_ordering(CLI::App &command, sort_options &o) {
+    command.add_flag("-b,--ignore-leading-blanks", o.skip_blanks, "Skip blanks at the start");
+    command.add_flag("-d,--dictionary-order", o.dictionary,
+                     "Only blanks, letters and digits count");
+    command.add_flag("-f,--ignore-case", o.fold, "Lower-case letters compare as upper-case ones");
+    command.add_flag(
+        "-n,--numeric-sort", o.numeric,
+        "Compare the number at the start, with the locale's decimal symbol and groups");
+    command.add_flag("-V,--version-sort", o.version, "Compare digits inside the text as numbers");
+    command.add_flag("-r,--reverse", o.reverse, "Reverse the order");
+}
+
 void add_sort(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("sort", "Sort lines in a locale's order");
     sort_options &o = args.sort;
@@ -85,40 +98,61 @@ void add_sort(CLI::App &app, arguments &args) {
     command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
     command
         .add_option("-k,--key", o.keys,
-                    "Compare fields FIRST to LAST only (from 1; without LAST to the end of the "
-                    "line). Repeat for further keys")
+                    "Compare only from place FIRST to place LAST, or the end of the line. A place "
+                    "is FIELD[.CHARACTER], counted from 1, and letters b d f n r V in place of the "
+                    "options of these names. Repeat for further keys")
         ->type_name("FIRST[,LAST]")
         ->allow_extra_args(false);
     command
-        .add_option("-t,--separator", o.separator,
+        .add_option("-t,--separator,--field-separator", o.separator,
                     "Character between fields. Default: runs of blanks")
         ->type_name("CHAR");
+    add_ordering(command, o);
     command
         .add_option("-o,--output", o.out,
                     "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
-    command.add_flag("-r,--reverse", o.reverse,
-                     "Reverse the order; equal lines keep their original order");
     command.add_flag("-u,--unique", o.unique, "Write only the first of lines that compare equal");
+    command.add_flag("-s,--stable", o.stable,
+                     "Keep the order of lines that compare equal. Default: order them by bytes");
+    command.add_flag("-z,--zero-terminated", o.nulls,
+                     "Lines end with a null character, not with a newline");
+    CLI::Option *merge =
+        command.add_flag("-m,--merge", o.merge, "Merge files that are sorted already");
+    command
+        .add_flag("-c", o.plain_check,
+                  "Only check whether a file is sorted: if not, status 1 and the first line out of "
+                  "order")
+        ->excludes(merge);
+    command.add_flag("-C", o.quiet_check, "Like -c, without showing the line")->excludes(merge);
+    command
+        .add_flag("--check{" + std::string(default_check) + "}", o.check,
+                  "Like -c, or with quiet or silent like -C")
+        ->excludes(merge);
     command.add_flag("--replace", o.replace,
                      "Continue at invalid text: it compares as U+FFFD or ?, and the line is "
                      "written as it was read");
     command
-        .add_option("--buffer-size", o.buffer_size,
-                    "Memory before lines are spilled to temporary files, with K, M or G")
+        .add_option("-S,--buffer-size", o.buffer_size,
+                    "Memory before lines are spilled to temporary files: KiB, or with b (bytes), "
+                    "K, M or G")
         ->type_name("SIZE")
         ->capture_default_str();
     command
-        .add_option("--temporary-directory", o.temporary_directory,
+        .add_option("-T,--temporary-directory", o.temporary_directory,
                     "Directory for spilled lines. Default: the system's")
         ->type_name("DIR");
+    command.add_option("--parallel", o.threads, "Number of threads")
+        ->type_name("N")
+        ->capture_default_str();
     command.add_flag("--no-progress", args.no_progress,
                      "No progress line on the terminal for long input");
     add_common(
         command, args, [&args] { return run_sort(args.common, args.sort); },
-        "  kova sort -l de_DE.unicode words.txt\n"
-        "  kova sort -l cs_CZ.8859-2 -t ';' -k 2,2 -o people.csv people.csv\n"
-        "  cut -f1 names | kova sort -l sv_SE.unicode -u\n");
+        "  kova sort -l de_DE words.txt\n"
+        "  kova sort -l cs_CZ.8859-2 -t ';' -k 2,2 -k 4n -o people.csv people.csv\n"
+        "  cut -f1 names | kova sort -l sv_SE -u\n"
+        "  kova sort -l sv_SE -c words.txt            is it sorted?\n");
 }
 
 void add_compare(CLI::App &app, arguments &args) {

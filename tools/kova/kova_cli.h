@@ -39,15 +39,23 @@ struct common_options {
 // LC_CTYPE or LANG (the first that is set) names it. On Windows UTF-8 is also the default.
 bool text_is_utf8(const common_options &common);
 
+// The value of --check without a text.
+inline constexpr char default_check[] = "diagnose-first";
+
 struct sort_options {
     std::string locale; // empty: the environment decides
     std::vector<std::string> files;
-    std::vector<std::string> keys; // "FIELD" or "FIELD,FIELD"
+    std::vector<std::string> keys; // "FIELD[.CHARACTER][LETTERS][,...]"
     std::string separator;         // one character; empty: fields are runs of non-blanks
     std::string out;
-    std::string buffer_size = "256M";
+    std::string buffer_size = "32M";
     std::string temporary_directory;
-    bool reverse = false, unique = false, replace = false, progress = true;
+    std::string check; // empty: sort
+    int threads = 2;
+    bool reverse = false, unique = false, stable = false, replace = false, progress = true;
+    bool plain_check = false, quiet_check = false, merge = false, nulls = false;
+    // What parts without letters of their own are compared by.
+    bool skip_blanks = false, dictionary = false, fold = false, numeric = false, version = false;
 };
 int run_sort(const common_options &common, const sort_options &options);
 

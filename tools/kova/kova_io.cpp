@@ -3,7 +3,10 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
+#include "common/tool_path.h"
+#include "common/tool_text.h"
 #include "kova/kova_cli.h"
 
 namespace kovacli {
@@ -86,7 +89,13 @@ void finish(output &out) {
     if (std::fflush(out.stream) != 0 || std::ferror(out.stream)) throw write_failure(out, errno);
     if (!out.replaces) return;
     out.replaces = false;
+    std::error_code error;
+    const auto names = std::filesystem::hard_link_count(kovatool::to_path(out.file.target), error);
+    const bool others = !error && names > 1;
     if (!commit_replacement(out.file)) throw file_failure("write", out.name, errno);
+    if (others)
+        kovatool::tell("kova",
+                       out.name + " had other names (hard links), which keep what they had");
 }
 
 } // namespace kovacli

@@ -201,6 +201,21 @@ static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c 
 static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
 static char upper(char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; }
 
+static std::string folded(const std::string &name, std::string_view dropped) {
+    std::string result;
+    for (const char c : name)
+        if (dropped.find(c) == dropped.npos) result.push_back(lower(c));
+    return result;
+}
+
+bool is_unicode(const object_file &object) { return folded(object.code_set, "") == "unicode"; }
+
+// The code set of a specification as the library calls it: what others call UTF-8 is the form that
+// text of "unicode" has outside.
+static std::string known_set(const std::string &name) {
+    return folded(name, "-") == "utf8" ? "unicode" : name;
+}
+
 // "de_DE", with upper and lower case corrected; "" if the text does not begin like that.
 static std::string language_of(const std::string &spec) {
     if (spec.size() < 5 || !is_letter(spec[0]) || !is_letter(spec[1]) || spec[2] != '_' ||
@@ -298,7 +313,7 @@ static void open_default(const data_place &place, locale_handle &handle) {
     throw failure(bad_locale, object.path + " " + fault_text(error, object));
 }
 
-// Opens ll_TT or ll_TT@mod, if there is one object of that name.
+// Opens ll_TT or ll_TT@mod: its object of the code set "unicode", or else its only object.
 static void open_bare(const std::string &spec, const std::string &language,
                       const std::vector<object_file> &all, locale_handle &handle) {
     const std::string modifier = spec.size() > 6 ? spec.substr(6) : "";
@@ -306,7 +321,9 @@ static void open_bare(const std::string &spec, const std::string &language,
     for (const object_file &object : all)
         if (object.language == language && object.modifier == modifier) found.push_back(object);
     if (found.empty()) throw unknown_locale("there is no locale " + spec, language, all);
-    if (found.size() > 1)
+    if (const auto it = std::find_if(found.begin(), found.end(), is_unicode); it != found.end())
+        std::iter_swap(it, found.begin());
+    else if (found.size() > 1)
         throw failure(bad_locale,
                       spec + " exists in several code sets, name one: " + names_of(found));
     handle.object = found[0];
@@ -324,7 +341,7 @@ void open_locale(const data_place &place, const std::string &spec, locale_handle
                              language, all);
     if (spec.size() == 5 || spec[5] == '@') return open_bare(spec, language, all, handle);
     const size_t at = std::min(spec.find('@'), spec.size());
-    const std::string set = spec.substr(6, at - 6),
+    const std::string set = known_set(spec.substr(6, at - 6)),
                       modifier = spec.substr(std::min(at + 1, spec.size()));
     const uint16_t number = set.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(set);
     if (number == KO_NO_CODESET)
@@ -333,8 +350,8 @@ void open_locale(const data_place &place, const std::string &spec, locale_handle
         if (object.language != language || object.number != number || object.modifier != modifier)
             continue;
         handle.object = object;
-        handle.name = spec;
-        return load(spec, handle);
+        handle.name = language + "." + set + (modifier.empty() ? "" : "@" + modifier);
+        return load(handle.name, handle);
     }
     throw unknown_locale("there is no locale " + spec, language, all);
 }
@@ -360,11 +377,7 @@ std::string environment_locale() {
     if (language.empty()) return "POSIX";
     const size_t dot = value.find('.'), at = std::min(value.find('@'), value.size());
     if (dot == value.npos || dot > at) return language + value.substr(at);
-    std::string set = value.substr(dot + 1, at - dot - 1);
-    std::string folded;
-    for (const char c : set)
-        if (c != '-') folded.push_back(lower(c));
-    return language + "." + (folded == "utf8" ? "unicode" : set) + value.substr(at);
+    return language + "." + known_set(value.substr(dot + 1, at - dot - 1)) + value.substr(at);
 }
 
 } // namespace kovacli

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 #include "kova/kova_cli.h"
 #include "kova/kova_platform.h"
@@ -40,9 +42,34 @@ static uint64_t prefix_of(std::string_view key) {
     return prefix;
 }
 
-static bool key_less(const record_entry &a, const record_entry &b) {
-    if (a.prefix != b.prefix) return a.prefix < b.prefix;
-    return key_of(a.data) < key_of(b.data);
+int compare_tied(tie_order ties, std::string_view a, std::string_view b) {
+    if (ties == tie_order::as_read) return 0;
+    return ties == tie_order::by_bytes ? a.compare(b) : b.compare(a);
+}
+
+namespace {
+// The order of records: below 0 if a comes earlier, 0 if the order of input decides.
+struct record_order {
+    tie_order ties;
+    size_t line_end;
+
+    int compare(const record_entry &a, const record_entry &b) const {
+        if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
+        const int by_key = key_of(a.data).compare(key_of(b.data));
+        if (by_key || ties == tie_order::as_read) return by_key;
+        std::string_view x = line_of(a.data), y = line_of(b.data);
+        x.remove_suffix(line_end);
+        y.remove_suffix(line_end);
+        return compare_tied(ties, x, y);
+    }
+    bool operator()(const record_entry &a, const record_entry &b) const {
+        return compare(a, b) < 0;
+    }
+};
+} // namespace
+
+static record_order order_of(const sorter &all) {
+    return {all.unique ? tie_order::as_read : all.ties, all.line_end};
 }
 
 static unsigned char *take_bytes(sorter &all, size_t count) {
@@ -60,14 +87,40 @@ static unsigned char *take_bytes(sorter &all, size_t count) {
     return taken;
 }
 
-static void sort_entries(sorter &all) {
-    if (all.reverse) {
-        std::stable_sort(
-            all.entries.begin(), all.entries.end(),
-            [](const record_entry &a, const record_entry &b) { return key_less(b, a); });
-    } else {
-        std::stable_sort(all.entries.begin(), all.entries.end(), key_less);
+using entry_place = std::vector<record_entry>::iterator;
+
+// Runs work in a thread, or at once where the system has none to spare.
+template <class Work> static std::jthread beside(const Work &work) {
+    try {
+        return std::jthread(work);
+    } catch (const std::system_error &) {
+        work();
+        return {};
     }
+}
+
+// Sorts a range with a number of threads. Lines that are equal in their bytes cannot be told apart,
+// so only the order of input needs the stable algorithm, which takes more memory.
+static void sort_range(entry_place first, entry_place last, const record_order &order,
+                       unsigned threads) {
+    constexpr std::ptrdiff_t worth_a_thread = 4096;
+    if (threads < 2 || last - first < 2 * worth_a_thread) {
+        if (order.ties == tie_order::as_read)
+            std::stable_sort(first, last, order);
+        else
+            std::sort(first, last, order);
+        return;
+    }
+    const entry_place middle = first + (last - first) / std::ptrdiff_t(threads);
+    {
+        const std::jthread helper = beside([=] { sort_range(first, middle, order, 1); });
+        sort_range(middle, last, order, threads - 1);
+    }
+    std::inplace_merge(first, middle, last, order);
+}
+
+static void sort_entries(sorter &all) {
+    sort_range(all.entries.begin(), all.entries.end(), order_of(all), all.threads);
     if (!all.unique) return;
     const auto same = [](const record_entry &a, const record_entry &b) {
         return a.prefix == b.prefix && key_of(a.data) == key_of(b.data);
@@ -136,12 +189,12 @@ static bool read_record(open_run &run) {
 // of the lower run comes first.
 template <class Take> static void merge(sorter &all, size_t first, const Take &take) {
     std::vector<open_run> open(all.runs.size() - first);
+    const record_order records = order_of(all);
     const auto later = [&](size_t a, size_t b) {
         const record_entry x{open[a].prefix, open[a].data.data()};
         const record_entry y{open[b].prefix, open[b].data.data()};
-        if (key_less(x, y)) return all.reverse;
-        if (key_less(y, x)) return !all.reverse;
-        return a > b;
+        const int order = records.compare(x, y);
+        return order ? order > 0 : a > b;
     };
     std::vector<size_t> heap;
     for (size_t i = 0; i < open.size(); ++i) {

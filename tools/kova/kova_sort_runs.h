@@ -1,5 +1,5 @@
 // Sorting records by key with bounded memory: records are gathered up to a budget, sorted, spilled
-// to scratch files as runs, and merged. Records with equal keys keep their original order.
+// to scratch files as runs, and merged.
 #pragma once
 
 #include <cstdint>
@@ -33,11 +33,19 @@ struct sorted_run {
     int level = 0;
 };
 
+// The order of records with equal keys. Bytes are those of the lines without their ends.
+enum class tie_order : uint8_t { as_read, by_bytes, by_bytes_reversed };
+
+// Compares two lines in an order of ties; below 0 if the first comes earlier.
+int compare_tied(tie_order ties, std::string_view a, std::string_view b);
+
 struct sorter {
     // What the caller sets.
     uint64_t budget = uint64_t{256} << 20; // bytes of memory, before a run is spilled
-    bool reverse = false;
-    bool unique = false; // of records with equal keys only the first
+    tie_order ties = tie_order::as_read;
+    size_t line_end = 1; // bytes at the end of each line that do not count in ties
+    bool unique = false; // of records with equal keys only the first, as read
+    unsigned threads = 1;
     std::string scratch_directory;
 
     uint64_t spilled_bytes = 0;

@@ -24,6 +24,11 @@ bool text_is_utf8(const common_options &common) {
     return unicode_system();
 }
 
+bool text_is_utf8(const common_options &common, const locale_handle &handle) {
+    if (common.form == text_form::by_environment && is_unicode(handle.object)) return true;
+    return text_is_utf8(common);
+}
+
 static void learn_leads(codec &code) {
     code.pairs = std::make_unique<std::bitset<65536>>();
     for (unsigned first = 0; first < 256; ++first) {
@@ -204,7 +209,7 @@ data_place open_with_codec(const common_options &common, const std::string &loca
                            locale_handle &handle, codec &code) {
     const data_place data = find_data(common);
     open_locale(data, locale, handle);
-    make_codec(handle, data, text_is_utf8(common), code);
+    make_codec(handle, data, text_is_utf8(common, handle), code);
     return data;
 }
 

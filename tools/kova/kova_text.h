@@ -41,6 +41,10 @@ struct codec {
     ko_wchar_t replacement = '?'; // stands for bad characters, where asked for
 };
 
+// Like text_is_utf8 of the options alone; a locale whose code set is "unicode" speaks UTF-8 unless
+// --bytes says otherwise.
+bool text_is_utf8(const common_options &common, const locale_handle &handle);
+
 // Prepares the codec of an open locale. Throws failure if UTF-8 needs a charmap that does not
 // exist.
 void make_codec(const locale_handle &handle, const data_place &place, bool utf8, codec &code);
