@@ -35,7 +35,89 @@ extern "C" {
  * before other threads load. */
 KO_API int ko_secure_names(int on);
 
+/* ---- Errors -------------------------------------------------------------------------------- */
+
+/* Numbers beside those of ko_errnum. */
+enum {
+    KO_ENOLOCALE = 54, /* there is no such locale or data root */
+    KO_ENOCHAR = 55    /* a character that the code set lacks */
+};
+
+/* Says in English what an error number means, without a point at its end; "an unknown error" for
+ * any other number. The text lives as long as the library. */
+KO_API const char *ko_error_text(int number);
+
 /* ---- Locale records ------------------------------------------------------------------------ */
+
+enum {
+    KO_OPEN_VERIFY = 1,      /* check every file that is read against the hash in its header */
+    KO_OPEN_SECURE_NAMES = 2 /* confine the names of this record, as ko_secure_names(1) does */
+};
+
+/* Opens a locale of one data root, so that two releases of the data can be used side by side.
+ *   loc    gets the record, NULL after a failure; ko_close_locale gives it back
+ *   root   a data root: the directory that contains "kova", in the notation of VANTORDIR; NULL
+ *          searches as ko_lc_load does
+ *   spec   "de_DE.unicode", a compound specification or the file name of an object; "" chooses as
+ *          ko_setlocale_2 does. The code-set names of a stated root are those of its own registry,
+ *          even while another registry is cached.
+ *   flags  a sum of KO_OPEN_...
+ * Returns 0 or the number of the error: KO_ENOLOCALE there is no such file, root, or code set;
+ * KO_EOBJECT a file is damaged or, with KO_OPEN_VERIFY, is not what its header says or says nothing
+ * of a hash; KO_EVERSION it was written by another version of the compiler; KO_ECODESET the
+ * categories of a compound specification differ in their code sets; KO_ENOMEM, KO_EIO (also where
+ * ko_lc_load would give an incomplete record); KO_ENULL loc or spec; KO_ERANGE a specification that
+ * is too long, or unknown flags.
+ *
+ * A record with a stated root reads everything from there, also later in ko_setlocale_2: KO_PATH,
+ * VANTORDIR and absolute names lead to no other place. It is shared with later calls that name the
+ * same root, specification and flags, but with no other call; a NULL root is a root like others in
+ * this. For a code set other than "unicode" the call also reads the tables between it and UTF-8,
+ * "<utf8><code set>.cvo" and back; without them (or if they are damaged) the record serves kova.h
+ * alone, and ko_locale_utf8 says why. Serialise it with other loading. */
+KO_API int ko_open_locale(ko_lc_t *loc, const char *root, const char *spec, unsigned flags);
+
+/* Gives a record of ko_open_locale back, as ko_lc_unload does. NULL is allowed. */
+KO_API void ko_close_locale(ko_lc_t loc);
+
+/* Tells whether a record serves the calls for UTF-8 and UTF-16 below: 0, or the number with which
+ * they fail. KO_ENULL; KO_ECODESET: the record has another code set than "unicode" and was not made
+ * by ko_open_locale, or its characters have more than two bytes; KO_EFILE: the data root lacks the
+ * tables between its code set and UTF-8; KO_EOBJECT: they are damaged; KO_ENOMEM, KO_EIO. */
+KO_API int ko_locale_utf8(ko_lc_t loc);
+
+/* Names the version of a locale's order, as a text to keep with an index: keys and order of two
+ * records are the same if their versions are. It consists of the hash of the object from which
+ * LC_COLLATE was read, of "-k" with the number of the library's key format and, if the object
+ * states one, of a blank and the release's name: "5d41402abc4b2a76-k1 2026.1". dst, room  get the
+ * text with a terminator, cut to the room; dst may be NULL with room 0 Returns the length of the
+ * whole text, without the terminator, or -KO_ENULL, -KO_ENOCAT (the record has no LC_COLLATE),
+ * -KO_EOBJECT (its object states no hash). */
+KO_API int ko_locale_version(ko_lc_t loc, char *dst, size_t room);
+
+/* A locale of a data root. The texts live until the callback returns. */
+typedef struct ko_locale_entry {
+    const char *spec;     /* as ko_open_locale takes it: "de_DE.ISO-8859-1", "aa_ER.unicode@saah" */
+    const char *codeset;  /* the name of its code set; "" with an error */
+    const char *modifier; /* "" without one */
+    int error;            /* 0, or why the header of its file cannot be read */
+} ko_locale_entry;
+
+/* Lists the locales of a data root, ordered by the names of their files. Nothing is loaded.
+ *   root  as for ko_open_locale; NULL is the installation root, VANTORDIR or the default one
+ *   each  called for every locale; a value other than 0 ends the list and becomes the result
+ * Returns 0, what the callback returned, or the number of the error: KO_ENOLOCALE there is no data
+ * root; KO_EIO a directory cannot be read; KO_ENOMEM; KO_ENULL; KO_EFILE the host has hooks for
+ * files, which know no directories. All but KO_ENOMEM come before the first call of each. */
+KO_API int ko_list_locales(const char *root, int (*each)(void *user, const ko_locale_entry *entry),
+                           void *user);
+
+/* Checks a whole data file of any kind against the hash in its header.
+ *   content  gets the hash of what follows the header, 0 without a header; may be NULL
+ * Returns 0, or KO_EOBJECT if it is no data file, is damaged or states no hash, or KO_ENULL. The
+ * hash covers every byte after the header's lines but not these, which tell of sources and
+ * compiler. */
+KO_API int ko_verify_object(const void *bytes, size_t size, uint64_t *content);
 
 /* Tells whether a record holds everything that its files hold. When there is no memory for a
  * string, or it cannot be read, loading continues without it and succeeds.
@@ -53,9 +135,9 @@ KO_API int ko_lc_status(ko_lc_t loc);
 /* A text is a pointer and a length in units: bytes of UTF-8, or 16-bit units of UTF-16 in the
  * machine's order. It has no terminator, U+0000 is a character like any other, and NULL is a text
  * of length 0. These calls serve locales whose code set is "unicode", in which every 16-bit unit is
- * a character and a character beyond the basic plane is two. The error is KO_ECODESET for a locale
- * of another code set, and KO_ENULL for a NULL locale and for a text or result that is NULL but has
- * a length.
+ * a character and a character beyond the basic plane is two, and records of ko_open_locale in other
+ * code sets (ko_locale_utf8 tells). Each call fails with the number that ko_locale_utf8 returns,
+ * and with KO_ENULL for a text or result that is NULL but has a length.
  *
  * Calls that make a text return the length of the whole result in its units, or -KO_... for an
  * error. They write as many whole characters of the result as fit into the room, whose rest may be
@@ -70,16 +152,19 @@ typedef struct ko_bad_text {
     size_t made;   /* units of the result of the text before them */
 } ko_bad_text;
 
-/* Convert UTF-8 to wide characters and back. Wide characters of these locales are units of UTF-16.
- *   bad  where and how text is ill-formed, written only with -KO_EILSEQ; may be NULL
- * -KO_EILSEQ: the text is ill-formed (in wide text, a surrogate is not part of a pair). */
+/* Convert UTF-8 to wide characters and back. Wide characters of "unicode" are units of UTF-16.
+ *   bad  where the text is refused, written only with these two errors; may be NULL
+ * -KO_EILSEQ: the text is ill-formed (in wide text, a surrogate is not part of a pair, or a value
+ * is no character of the code set or none that Unicode has as one). -KO_ENOCHAR: the code set lacks
+ * a character of the text. */
 KO_API int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const char *text,
                              size_t len, ko_bad_text *bad);
 KO_API int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *text,
                              size_t len, ko_bad_text *bad);
 
 /* Map a text to upper or lower case, character by character like im_towupper and im_towlower.
- * Characters beyond the basic plane stay as they are. -KO_EILSEQ: the text is ill-formed. */
+ * Characters beyond the basic plane stay as they are. -KO_EILSEQ: the text is ill-formed.
+ * -KO_ENOCHAR: the code set lacks a character of the text. */
 KO_API int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
 KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
 
@@ -93,9 +178,13 @@ KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *te
  * other. Only as much of the texts is examined as the decision needs: neither the units after it
  * nor those with which both texts begin. Identical texts give 0 even if they are ill-formed.
  *
- * KO_ENULL, KO_ECODESET, KO_ENOMEM (there was no memory for tables when the locale was loaded) and
- * KO_EOBJECT (a collation with elements in a backward pass, or without a free weight): the texts
- * are compared unit by unit.
+ * KO_ENOCHAR: a character was found that the locale's code set lacks. It is weighed by its bytes in
+ * UTF-8, like bytes that are not a character, and so are surrogates without a partner in such a
+ * code set.
+ *
+ * KO_ENULL, the numbers of ko_locale_utf8, KO_ENOMEM (there was no memory for tables when the
+ * locale was loaded) and KO_EOBJECT (a collation with elements in a backward pass, without a free
+ * weight, or by the Thai method): the texts are compared unit by unit.
  *
  * U+0000 is ignored until everything else is equal. Then the number of units before the first
  * U+0000 decides, then the number between the first and the second, and so on. */

@@ -12,7 +12,10 @@
 #include <time.h>
 
 #include <sys/stat.h>
-#ifndef _WIN32
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <dirent.h>
 #include <fcntl.h>
 #include <unistd.h>
 #endif
@@ -245,6 +248,23 @@ FILE *std_open_data(const char *path) {
     return nullptr;
 }
 
+int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user) {
+    char pattern[1024];
+    const size_t len = strlen(path);
+    if (len > sizeof pattern - 3) return KO_EFILE;
+    memcpy(pattern, path, len);
+    memcpy(pattern + len, "\\*", 3);
+    _finddata_t found;
+    const intptr_t search = _findfirst(pattern, &found);
+    if (search == -1) return errno == ENOENT ? KO_EFILE : KO_EIO;
+    int result = 0, ended = 0;
+    for (; !result && !ended; ended = _findnext(search, &found))
+        result = each(user, found.name);
+    if (!result && errno != ENOENT) result = KO_EIO;
+    _findclose(search);
+    return result;
+}
+
 // The system's times and numbers of files do not tell every change.
 bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
@@ -321,6 +341,25 @@ FILE *std_open_data(const char *path) {
     FILE *const file = is_regular(fd) && fcntl(fd, F_SETFL, 0) >= 0 ? fdopen(fd, "r") : nullptr;
     if (!file) close(fd);
     return file;
+}
+
+int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user) {
+    char translated[path_room];
+    if (!translate_path(translated, path, false)) return KO_EFILE;
+    DIR *const directory = opendir(translated);
+    if (!directory) return errno == ENOENT || errno == ENOTDIR ? KO_EFILE : KO_EIO;
+    int result = 0;
+    while (!result) {
+        errno = 0;
+        const dirent *const entry = readdir(directory);
+        if (!entry) {
+            result = errno ? KO_EIO : 0;
+            break;
+        }
+        result = each(user, entry->d_name);
+    }
+    closedir(directory);
+    return result;
 }
 
 static bool is_directory(FILE *file) {

@@ -42,6 +42,9 @@ struct file_mark {
 // would not prove that the file still opens and reads the same. Returns false where there is no
 // such file.
 bool std_mark(const char *path, file_mark *mark, bool *firm);
+// Calls each with the names in a directory, in any order, until it returns something other than 0.
+// Returns that, 0, KO_EFILE (there is no such directory) or KO_EIO (it cannot be read).
+int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user);
 // The next byte of a stream that no other thread uses, read without the stream's lock where the
 // platform allows it.
 inline int std_getc(FILE *file) {

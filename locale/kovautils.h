@@ -74,6 +74,7 @@ void close_image(text_image *image);
 // The bytes of a stream of the standard library; NULL without memory. A stream that cannot be read
 // gives an empty file, which fails every check of a header.
 unsigned char *read_stream_bytes(void *stream, size_t *size);
+unsigned char *read_any_bytes(void *stream, size_t *size); // also of a host's stream
 
 // Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
 // its length, 0 at the end of the file.
@@ -135,6 +136,13 @@ void *path_search_found(void *handle, const char *name, const char *dir, const c
 // May a name from a caller or the environment be opened? While names are confined, only one that
 // stays below the place where it is looked for.
 bool is_name_allowed(const char *name);
+bool is_confined(const char *name); // whether or not names are confined
+// Searches below one stated root alone, and only for names that stay there.
+void *path_search_below(const char *root, const char *name, const char *dir, const char *subdir,
+                        char **path, int *error);
+// A new string: a place in the "kova" directory of a root, NULL being the installation root. NULL
+// without memory.
+char *root_path(const char *root, const char *rest);
 // ko_open_file for a name that the library has composed.
 void *open_composed(void *handle, const char *name);
 // Opens one composed path through the open hook and logs the attempt.

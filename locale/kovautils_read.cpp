@@ -148,6 +148,27 @@ unsigned char *read_stream_bytes(void *stream, size_t *size) {
     return static_cast<unsigned char *>(ko_ext_malloc(1));
 }
 
+static unsigned char *read_hooked_bytes(void *stream, size_t *size) {
+    size_t room = 4096, used = 0;
+    *size = 0;
+    ext_block<unsigned char> block(room);
+    for (int c; block.p && (c = ko_ext_getc(stream)) >= 0; block.p[used++] = uint8_t(c)) {
+        if (used < room) continue;
+        ext_block<unsigned char> larger(room *= 2);
+        if (!larger.p) return nullptr;
+        memcpy(larger.p, block.p, used);
+        unsigned char *const old = block.p;
+        block.p = larger.release();
+        larger.p = old;
+    }
+    *size = used;
+    return block.release();
+}
+
+unsigned char *read_any_bytes(void *stream, size_t *size) {
+    return stream_hooks_set() ? read_hooked_bytes(stream, size) : read_stream_bytes(stream, size);
+}
+
 bool open_image(void *stream, text_image *image) {
     *image = {};
     if (stream_hooks_set()) {

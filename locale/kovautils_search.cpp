@@ -42,8 +42,9 @@ static bool is_object_name(const char *name) {
     return !strcmp(name, ".lco");
 }
 
-bool is_name_allowed(const char *name) {
-    if (!names_confined()) return true;
+bool is_name_allowed(const char *name) { return !names_confined() || is_confined(name); }
+
+bool is_confined(const char *name) {
     if (!name || !*name) return false;
     if (is_object_name(name)) return true;
     if (strstr(name, "..")) return false;
@@ -178,6 +179,24 @@ static void *find_file(search *s, const char *dir, const char *subdir) {
         if (s->error) break;
     }
     return not_found(s, s->name);
+}
+
+void *path_search_below(const char *root, const char *name, const char *dir, const char *subdir,
+                        char **path, int *error) {
+    *path = nullptr;
+    search s = {.open = open_logged, .name = name, .found = path, .error = KO_OK};
+    for (const char *part : {subdir, ""}) {
+        if (!is_confined(name) || s.error) break;
+        char *const composed = join({root, "\\kova\\", dir, part, "\\", name});
+        if (void *const stream = try_path(&s, composed)) return stream;
+    }
+    not_found(&s, name);
+    *error = s.error;
+    return nullptr;
+}
+
+char *root_path(const char *root, const char *rest) {
+    return join({root ? root : install_root(), "\\kova\\", rest});
 }
 
 // Where no handle was given the number is stored nowhere: an errno hook is not asked.

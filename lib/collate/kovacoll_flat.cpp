@@ -292,9 +292,9 @@ static void fill_raw(builder *b, int pass) {
     if (!b->raw_page || !items) return;
     p->page[256] = b->raw_page;
     for (unsigned i = 0; i < coll_raw_bytes; ++i) {
-        items[i] = {coll_raw_weight, coll_raw_char(0x80 + i)};
+        items[i] = {coll_raw_weight, coll_raw_char(i)};
         b->specials[first + i].own = {&items[i], 1};
-        b->raw_page[i] = b->raw_page[0x80 + i] = uint16_t(coll_expansion | (first + i));
+        b->raw_page[i] = uint16_t(coll_expansion | (first + i));
     }
 }
 
@@ -375,7 +375,7 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass, head, next);
     if (!b->failed) fill_pages(b, pass);
-    if (!b->failed && !b->flat->byte_rows) fill_raw(b, pass);
+    if (!b->failed) fill_raw(b, pass);
     if (!b->failed) fill_cells(b, pass);
 }
 
@@ -408,10 +408,9 @@ static bool build(builder *b) {
     b->firsts = firsts.p;
     if (elems && !chain_elements(b, head.p, next.p)) return false;
     const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
-    const size_t raw = flat->byte_rows ? 0 : coll_raw_bytes;
-    if (expansions + 1 + b->num_firsts + raw > coll_expansion) return false;
+    if (expansions + 1 + b->num_firsts + coll_raw_bytes > coll_expansion) return false;
     b->first_special = unsigned(expansions) + 1;
-    b->num_specials = b->first_special + b->num_firsts + unsigned(raw);
+    b->num_specials = b->first_special + b->num_firsts + coll_raw_bytes;
     bool own_page[256] = {true};
     for (unsigned f = 0; f < b->num_firsts; ++f)
         own_page[b->firsts[f] >> 8] = true;

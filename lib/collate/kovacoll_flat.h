@@ -38,7 +38,7 @@ constexpr uint64_t coll_no_counts = ~uint64_t{0};
 struct coll_flat_pass {
     // Weights by high and low byte of the character: 0 for the terminator, 1 for what the pass
     // ignores, the index of a special if coll_expansion is set, else a weight ready to be compared.
-    // The last page, only in two-byte code sets, is for bytes of UTF-8 that are not a character.
+    // The last page is for bytes of UTF-8 that are not a character of the code set.
     const uint16_t *page[257];
     const coll_special *specials;
     const coll_cell *cells; // for characters below 256
@@ -70,9 +70,9 @@ inline bool inside_element(const coll_flat *flat, unsigned ch) {
     return flat->inner[ch >> 8][ch & 0xFF];
 }
 
-// The weight of a byte from 0x80 up that is not a character: after all others; ties by its value.
+// The weight of a byte that is not a character: after all others; ties by its value.
 constexpr uint16_t coll_raw_weight = coll_code_tie | coll_low_bits;
-constexpr unsigned coll_raw_bytes = 128;
+constexpr unsigned coll_raw_bytes = 256;
 inline ko_wchar_t coll_raw_char(unsigned byte) { return ko_wchar_t(0xFF00 | byte); }
 
 // Builds the derived tables of the hot loops. NULL if there is no collation, if it is code-set

@@ -1,24 +1,34 @@
 // Case of texts in UTF-8, character by character as the record maps wide characters.
 #include "chars/kovambwc.h"
 #include "host/kovahost_made.h"
+#include "host/kovahost_map.h"
 
 namespace {
 struct case_map {
     ko_lc_t loc;
     const case_second *pages; // NULL: the record's call serves
     ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc);
+    const host_map *codeset; // NULL for "unicode"
 };
 } // namespace
 
-// A partner that is half a pair would make the text ill-formed.
+static unsigned partner_of(const case_map &map, unsigned unit) {
+    const unsigned hi = unit >> 8, lo = unit & 0xFF;
+    if (!map.pages) return map.by_record(map.loc, ko_wchar_t(unit));
+    return map.pages->states[hi][lo] == case_mapped ? map.pages->partners[hi][lo] : unit;
+}
+
+// The code after the change, no_code for one that the code set lacks.
 static unsigned mapped(const case_map &map, unsigned code) {
+    if (map.codeset) {
+        const unsigned wide = wide_of(map.codeset, code);
+        if (wide == no_code) return no_code;
+        const unsigned made = code_of(map.codeset, partner_of(map, wide));
+        return made == no_code ? code : made;
+    }
     if (code > last_unit) return code;
-    const unsigned hi = code >> 8, lo = code & 0xFF;
-    unsigned partner = code;
-    if (!map.pages)
-        partner = map.by_record(map.loc, ko_wchar_t(code));
-    else if (map.pages->states[hi][lo] == case_mapped)
-        partner = map.pages->partners[hi][lo];
+    const unsigned partner = partner_of(map, code);
+    // Half a pair would make the text ill-formed.
     return is_high_unit(partner) || is_low_unit(partner) ? code : partner;
 }
 
@@ -30,8 +40,10 @@ static int64_t map_text(const case_map &map, void *dst, size_t room, const char 
     while (s != end) {
         const utf8_step step = utf8_char(s, end);
         if (step.code == no_code) return -KO_EILSEQ;
+        const unsigned code = mapped(map, step.code);
+        if (code == no_code) return -KO_ENOCHAR;
         unsigned char bytes[longest_char];
-        put(&out, bytes, units_of(bytes, mapped(map, step.code)));
+        put(&out, bytes, units_of(bytes, code));
         s += step.bytes;
     }
     return int64_t(out.total);
@@ -42,9 +54,11 @@ static int64_t change_case(ko_lc_t loc, void *dst, size_t room, const char *text
                            ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc)) {
     if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
     const ctype_flat *flat = flat_cases(record(loc));
-    if (flat) return map_text({loc, (flat->*side).second, by_record}, dst, room, text, len);
+    const host_map *codeset = map_for(record(loc), KO_LC_CTYPE);
+    if (flat && !codeset)
+        return map_text({loc, (flat->*side).second, by_record, nullptr}, dst, room, text, len);
     const errno_guard word(loc); // what is no character of the record is an error of its call
-    return map_text({loc, nullptr, by_record}, dst, room, text, len);
+    return map_text({loc, nullptr, by_record, codeset}, dst, room, text, len);
 }
 
 int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len) {

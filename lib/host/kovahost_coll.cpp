@@ -29,6 +29,14 @@ static size_t character_end(const unsigned char *text, size_t at) {
 }
 static size_t character_end(const char16_t *, size_t at) { return at; }
 
+template <class Text> static size_t boundary(const Text &text, size_t at) {
+    return character_end(text.s, at);
+}
+// Both units of a pair are one character of another code set.
+static size_t boundary(const mapped_host<char16_t> &text, size_t at) {
+    return at && is_high_unit(text.s[at - 1]) ? at - 1 : at;
+}
+
 static unsigned unit_at(const unsigned char *s, const unsigned char *end) {
     const utf8_step step = utf8_char(s, end);
     if (step.code == no_code) return last_unit;
@@ -36,53 +44,64 @@ static unsigned unit_at(const unsigned char *s, const unsigned char *end) {
 }
 static unsigned unit_at(const char16_t *s, const char16_t *) { return *s; }
 
+template <class Unit> static unsigned unit_of(const host_text<Unit> &text, size_t at) {
+    return unit_at(text.s + at, text.s + text.len);
+}
+template <class Unit> static unsigned unit_of(const mapped_host<Unit> &text, size_t at) {
+    const unsigned code = char_at(text.s + at, text.s + text.len).code;
+    const unsigned wide = code == no_code ? no_code : wide_of(text.map, code);
+    return wide == no_code ? last_unit : wide;
+}
+
 // Can a place be inside an element, so that a walk from here would differ from one from the start?
 // An element may extend beyond U+0000, which is ignored.
-template <class Unit>
-static bool inside(const coll_flat *flat, const host_text<Unit> &text, size_t at) {
+template <class Text> static bool inside(const coll_flat *flat, const Text &text, size_t at) {
     if (at == text.len) return false;
-    const unsigned unit = unit_at(text.s + at, text.s + text.len);
+    const unsigned unit = unit_of(text, at);
     return !unit || inside_element(flat, unit);
 }
 
 // Where comparison can begin: equal units at the start weigh the same in every forward pass, unless
 // an element extends beyond them.
-template <class Unit>
-static size_t meeting_place(const coll_flat *flat, const host_text<Unit> &a,
-                            const host_text<Unit> &b, size_t common) {
-    size_t at = character_end(a.s, common);
+template <class Text>
+static size_t meeting_place(const coll_flat *flat, const Text &a, const Text &b, size_t common) {
+    size_t at = boundary(a, common);
     if (flat->elements)
         while (at && (inside(flat, a, at) || inside(flat, b, at)))
-            at = character_end(a.s, at - 1);
+            at = boundary(a, at - 1);
     return at;
 }
 
 // ---- Order ----
 
-template <class Unit>
-static int order_by_weights(const coll_flat *flat, const host_text<Unit> &a,
-                            const host_text<Unit> &b, size_t common, bool *ill_formed) {
+template <class Text>
+static int order_by_weights(const coll_flat *flat, const Text &a, const Text &b, size_t common) {
     const size_t at = meeting_place(flat, a, b, common);
     for (int pass = 0; pass < flat->num_passes; ++pass) {
         const coll_flat_pass *p = &flat->pass[pass];
-        const int order =
-            p->forward ? pass_order(p, walk_from(a, at, ill_formed), walk_from(b, at, ill_formed))
-                       : pass_order(p, walk_back(a, ill_formed), walk_back(b, ill_formed));
+        const int order = p->forward ? pass_order(p, walk_from(a, at), walk_from(b, at))
+                                     : pass_order(p, walk_back(a), walk_back(b));
         if (order) return order;
     }
     return null_order(a, b);
 }
 
-template <class Unit>
-static int order_by_codes(const host_text<Unit> &a, const host_text<Unit> &b, size_t common,
-                          bool *ill_formed) {
-    const size_t at = character_end(a.s, common);
-    auto walk_a = walk_from(a, at, ill_formed), walk_b = walk_from(b, at, ill_formed);
+template <class Text> static int order_by_codes(const Text &a, const Text &b, size_t common) {
+    const size_t at = boundary(a, common);
+    auto walk_a = walk_from(a, at), walk_b = walk_from(b, at);
     for (;;) {
         const int x = take_code(walk_a), y = take_code(walk_b);
         if (x != y) return x < y ? -1 : 1;
         if (x < 0) return 0;
     }
+}
+
+template <class Text>
+static int order_of_characters(const kovaloc *loc, const Text &a, const Text &b, size_t common) {
+    const coll_flat *flat = loc->weights;
+    const int order = flat ? order_by_weights(flat, a, b, common) : order_by_codes(a, b, common);
+    if (a.misses->ill_formed) return order * (1 + KO_EILSEQ);
+    return a.misses->lacking ? order * (1 + KO_ENOCHAR) : order;
 }
 
 template <class Unit> static int order_of_texts(ko_lc_t loc, host_text<Unit> a, host_text<Unit> b) {
@@ -99,17 +118,19 @@ template <class Unit> static int order_of_texts(ko_lc_t loc, host_text<Unit> a, 
         const bool less = common == shorter ? a.len < b.len : a.s[common] < b.s[common];
         return less ? -1 - error : 1 + error;
     }
-    bool ill_formed = false;
-    const coll_flat *flat = record(loc)->weights;
-    const int order = flat ? order_by_weights(flat, a, b, common, &ill_formed)
-                           : order_by_codes(a, b, common, &ill_formed);
-    return ill_formed ? order * (1 + KO_EILSEQ) : order;
+    host_misses misses = {};
+    a.misses = b.misses = &misses;
+    const host_map *const map = map_for(record(loc), KO_LC_COLLATE);
+    if (!map) return order_of_characters(record(loc), a, b, common);
+    return order_of_characters(record(loc), mapped_host<Unit>{a.s, a.len, &misses, map},
+                               mapped_host<Unit>{b.s, b.len, &misses, map}, common);
 }
 
 int ko_utf8scoll(ko_lc_t loc, const char *a, size_t alen, const char *b, size_t blen) {
-    return order_of_texts<unsigned char>(loc, {bytes_of(a), alen}, {bytes_of(b), blen});
+    return order_of_texts<unsigned char>(loc, {bytes_of(a), alen, nullptr},
+                                         {bytes_of(b), blen, nullptr});
 }
 
 int ko_utf16scoll(ko_lc_t loc, const char16_t *a, size_t alen, const char16_t *b, size_t blen) {
-    return order_of_texts<char16_t>(loc, {a, alen}, {b, blen});
+    return order_of_texts<char16_t>(loc, {a, alen, nullptr}, {b, blen, nullptr});
 }

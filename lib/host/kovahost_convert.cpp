@@ -1,11 +1,12 @@
-// Conversion between UTF-8 and wide characters of the code set "unicode".
+// Conversion between UTF-8 and wide characters.
 #include "host/kovahost_made.h"
+#include "host/kovahost_map.h"
 #include "host/kovahost_simd.h"
 #include "host/kovahost_text.h"
 
-static int64_t ill_formed(ko_bad_text *bad, size_t at, size_t length, size_t done) {
+static int64_t refuse(ko_bad_text *bad, int error, size_t at, size_t length, size_t done) {
     if (bad) *bad = {at, length, done};
-    return -KO_EILSEQ;
+    return -error;
 }
 
 // ---- The character at s ----
@@ -34,7 +35,7 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
         for (int few = run.taken ? 4 : 16; few && s != end; --few) {
             const utf8_step step = next_char(s, end);
             if (step.code == no_code)
-                return ill_formed(bad, size_t(s - text), step.bytes, out.total);
+                return refuse(bad, KO_EILSEQ, size_t(s - text), step.bytes, out.total);
             Out units[longest_char];
             put(&out, units, units_of(units, step.code));
             s += step.bytes;
@@ -43,10 +44,49 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
     return int64_t(out.total);
 }
 
+// ---- Other code sets ----
+
+static int64_t to_codeset(const host_map *map, ko_wchar_t *dst, size_t room, const char *text,
+                          size_t len, ko_bad_text *bad) {
+    made_text<ko_wchar_t> out;
+    start_text(&out, dst, room);
+    const unsigned char *const start = bytes_of(text), *const end = start + len;
+    for (const unsigned char *s = start; s != end;) {
+        const utf8_step step = utf8_char(s, end);
+        const unsigned wide = step.code == no_code ? no_code : wide_of(map, step.code);
+        if (wide == no_code) {
+            const int error = step.code == no_code ? int{KO_EILSEQ} : int{KO_ENOCHAR};
+            return refuse(bad, error, size_t(s - start), step.bytes, out.total);
+        }
+        const auto unit = ko_wchar_t(wide);
+        put(&out, &unit, 1);
+        s += step.bytes;
+    }
+    return int64_t(out.total);
+}
+
+static int64_t from_codeset(const host_map *map, char *dst, size_t room, const ko_wchar_t *text,
+                            size_t len, ko_bad_text *bad) {
+    made_text<unsigned char> out;
+    void *const start = dst;
+    start_text(&out, static_cast<unsigned char *>(start), room);
+    for (size_t i = 0; i < len; ++i) {
+        const unsigned code = code_of(map, text[i]);
+        if (code == no_code) return refuse(bad, KO_EILSEQ, i, 1, out.total);
+        unsigned char bytes[longest_char];
+        put(&out, bytes, units_of(bytes, code));
+    }
+    return int64_t(out.total);
+}
+
+// ---- Calls ----
+
 int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const char *text, size_t len,
                       ko_bad_text *bad) {
     if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
     if ((!text && len) || (!dst && room)) return -KO_ENULL;
+    if (const host_map *const map = map_for(record(loc), KO_LC_CTYPE))
+        return to_codeset(map, dst, room, text, len, bad);
     return convert(dst, room, bytes_of(text), len, bad);
 }
 
@@ -54,6 +94,10 @@ int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *tex
                       ko_bad_text *bad) {
     if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
     if ((!text && len) || (!dst && room)) return -KO_ENULL;
+    if (const host_map *const map = map_for(record(loc), KO_LC_CTYPE))
+        return from_codeset(map, dst, room, text, len, bad);
     void *const bytes = dst;
     return convert(static_cast<unsigned char *>(bytes), room, text, len, bad);
 }
+
+int ko_locale_utf8(ko_lc_t loc) { return unfit(loc, KO_LC_CTYPE); }

@@ -174,8 +174,8 @@ static void key_pass(State state, const coll_flat_pass *p, const uint32_t *codes
 // ---- Keys ----
 
 // Writes the gap before each U+0000: the number of bytes it takes, then these bytes.
-template <class Unit> static void put_gaps(const host_text<Unit> &text, coll_sink *sink) {
-    null_gaps<Unit> gaps = {text, 0};
+template <class Text> static void put_gaps(const Text &text, coll_sink *sink) {
+    null_gaps<Text> gaps = {text, 0};
     for (size_t gap; (gap = next_gap(gaps)) != SIZE_MAX;) {
         unsigned bytes = 1;
         while (bytes < sizeof gap && gap >> 8 * bytes)
@@ -186,10 +186,9 @@ template <class Unit> static void put_gaps(const host_text<Unit> &text, coll_sin
     }
 }
 
-template <class Unit>
-static void put_passes(const coll_flat *flat, const short_keys *keys, const host_text<Unit> &text,
+template <class Text>
+static void put_passes(const coll_flat *flat, const short_keys *keys, const Text &text,
                        bool nulls_follow, coll_sink *sink) {
-    bool ill_formed;
     for (int pass = 0; pass < flat->num_passes; ++pass) {
         const coll_flat_pass *p = &flat->pass[pass];
         const short_pass *s = &keys->pass[pass];
@@ -201,47 +200,40 @@ static void put_passes(const coll_flat *flat, const short_keys *keys, const host
                 key_pass(first_pass{0}, p, s->codes, walk, sink, last);
         };
         if (p->forward)
-            put(walk_from(text, 0, &ill_formed));
+            put(walk_from(text, 0));
         else
-            put(walk_back(text, &ill_formed));
+            put(walk_back(text));
     }
 }
 
-// Reads the units of a short well-formed text, so that each pass can walk them. UTF-16 is walked as
-// it is.
+// Reads the units of a short text whose characters the code set has, so that each pass can walk
+// them. UTF-16 is walked as it is.
 constexpr size_t units_room = 256;
-static bool read_units(const host_text<unsigned char> &text, ko_wchar_t *units,
-                       host_text<ko_wchar_t> *read) {
+template <class Text> static bool read_units(const Text &text, ko_wchar_t *units, size_t *count) {
     if (text.len > units_room) return false;
-    bool ill_formed = false;
-    utf8_text walk = walk_from(text, 0, &ill_formed);
-    size_t n = 0;
-    for (unsigned unit; (unit = take(walk)) && !ill_formed;)
-        units[n++] = ko_wchar_t(unit);
-    read->len = n;
-    return !ill_formed;
+    auto walk = walk_from(text, 0);
+    for (unsigned unit; (unit = take(walk)) && unit <= last_unit;)
+        units[(*count)++] = ko_wchar_t(unit);
+    return !text.misses->ill_formed && !text.misses->lacking;
 }
-static bool read_units(const host_text<char16_t> &, ko_wchar_t *, host_text<ko_wchar_t> *) {
-    return false;
-}
+static bool read_units(const host_text<char16_t> &, ko_wchar_t *, size_t *) { return false; }
 
-template <class Unit>
-static void put_weights(const coll_flat *flat, const short_keys *keys, const host_text<Unit> &text,
+template <class Text>
+static void put_weights(const coll_flat *flat, const short_keys *keys, const Text &text,
                         coll_sink *sink) {
     const bool nulls = has_null(text);
     ko_wchar_t units[units_room];
-    host_text<ko_wchar_t> read = {units, 0};
-    if (read_units(text, units, &read))
-        put_passes(flat, keys, read, nulls, sink);
+    size_t count = 0;
+    if (read_units(text, units, &count))
+        put_passes(flat, keys, host_text<ko_wchar_t>{units, count, text.misses}, nulls, sink);
     else
         put_passes(flat, keys, text, nulls, sink);
     if (nulls) put_gaps(text, sink);
 }
 
 // Writes a key in code order: two bytes per unit, and more if they are the largest possible.
-template <class Unit> static void put_codes(const host_text<Unit> &text, coll_sink *sink) {
-    bool ill_formed;
-    auto walk = walk_from(text, 0, &ill_formed);
+template <class Text> static void put_codes(const Text &text, coll_sink *sink) {
+    auto walk = walk_from(text, 0);
     for (int code; (code = take_code(walk)) >= 0;) {
         const auto unit = unsigned(code);
         const unsigned two = unit < last_unit ? unit : last_unit;
@@ -252,32 +244,42 @@ template <class Unit> static void put_codes(const host_text<Unit> &text, coll_si
     }
 }
 
+template <class Text> static int put_key(const kovaloc *loc, const Text &text, coll_sink *sink) {
+    coll_flat *const flat = loc->weights;
+    if (!flat) {
+        put_codes(text, sink);
+        return KO_OK;
+    }
+    const short_keys *const keys = short_keys_of(flat);
+    if (!keys) return KO_ENOMEM;
+    if (keys->num_passes < 0) return KO_EOBJECT;
+    put_weights(flat, keys, text, sink);
+    return KO_OK;
+}
+
 template <class Unit>
-static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const host_text<Unit> &text) {
+static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const Unit *text, size_t len) {
     if (const int error = unfit_for_order(loc)) return -error;
-    if ((!text.s && text.len) || (!dst && room)) return -KO_ENULL;
+    if ((!text && len) || (!dst && room)) return -KO_ENULL;
     coll_sink sink;
     sink.dst = static_cast<ko_mchar_t *>(dst);
     sink.maxbytes = room;
     sink.written = sink.used = 0;
     sink.room = sink.local;
     sink.full = coll_sink_full;
-    if (coll_flat *const flat = record(loc)->weights) {
-        const short_keys *const keys = short_keys_of(flat);
-        if (!keys) return -KO_ENOMEM;
-        if (keys->num_passes < 0) return -KO_EOBJECT;
-        put_weights(flat, keys, text, &sink);
-    } else {
-        put_codes(text, &sink);
-    }
+    host_misses misses = {};
+    const host_map *const map = map_for(record(loc), KO_LC_COLLATE);
+    const int error = map ? put_key(record(loc), mapped_host<Unit>{text, len, &misses, map}, &sink)
+                          : put_key(record(loc), host_text<Unit>{text, len, &misses}, &sink);
+    if (error) return -error;
     sink_flush(&sink);
     return int64_t(sink.written);
 }
 
 int64_t ko_utf8sxfrm(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len) {
-    return key_of<unsigned char>(loc, dst, room, {bytes_of(text), len});
+    return key_of(loc, dst, room, bytes_of(text), len);
 }
 
 int64_t ko_utf16sxfrm(ko_lc_t loc, void *dst, size_t room, const char16_t *text, size_t len) {
-    return key_of<char16_t>(loc, dst, room, {text, len});
+    return key_of(loc, dst, room, text, len);
 }

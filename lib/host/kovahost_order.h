@@ -3,25 +3,38 @@
 #define KOVAHOST_ORDER_H
 
 #include "collate/kovacoll_pass.h"
-#include "host/kovahost_text.h"
+#include "host/kovahost_mapped.h"
 
+// A text with what its walks need. The walks begin between characters.
 template <class Unit> struct host_text {
     const Unit *s;
     size_t len;
+    host_misses *misses;
+};
+template <class Unit> struct mapped_host {
+    const Unit *s;
+    size_t len;
+    host_misses *misses;
+    const host_map *map;
 };
 
-inline utf8_text walk_from(const host_text<unsigned char> &text, size_t at, bool *ill_formed) {
-    return {text.s + at, text.s, text.s + text.len, ill_formed};
+inline utf8_text walk_from(const host_text<unsigned char> &text, size_t at) {
+    return {text.s + at, text.s, text.s + text.len, &text.misses->ill_formed};
 }
-inline utf8_back walk_back(const host_text<unsigned char> &text, bool *ill_formed) {
-    return {text.s + text.len, text.s, text.s + text.len, ill_formed};
+inline utf8_back walk_back(const host_text<unsigned char> &text) {
+    return {text.s + text.len, text.s, text.s + text.len, &text.misses->ill_formed};
 }
-template <class Unit>
-inline utf16_text<Unit> walk_from(const host_text<Unit> &text, size_t at, bool *) {
+template <class Unit> inline utf16_text<Unit> walk_from(const host_text<Unit> &text, size_t at) {
     return {text.s + at, text.s + text.len};
 }
-template <class Unit> inline utf16_back<Unit> walk_back(const host_text<Unit> &text, bool *) {
+template <class Unit> inline utf16_back<Unit> walk_back(const host_text<Unit> &text) {
     return {text.s + text.len, text.s};
+}
+template <class Unit> inline mapped_text<Unit> walk_from(const mapped_host<Unit> &text, size_t at) {
+    return {text.s + at, text.s, text.s + text.len, text.map, text.misses, 0, {}};
+}
+template <class Unit> inline mapped_back<Unit> walk_back(const mapped_host<Unit> &text) {
+    return {walk_from(text, text.len)};
 }
 
 // 0 if the record can order these texts, else the error number.
@@ -34,30 +47,35 @@ template <class Text> static inline int take_code(Text &text) {
     ++text.s;
     return 0;
 }
-
-inline bool has_null(const host_text<unsigned char> &text) {
-    return text.len && memchr(text.s, 0, text.len);
+template <class Unit> static inline int take_code(mapped_text<Unit> &text) {
+    if (text.left) return int(take(text));
+    if (text.s == text.end) return -1;
+    if (*text.s) return int(take(text));
+    ++text.s;
+    return 0;
 }
-template <class Unit> static inline bool has_null(const host_text<Unit> &text) {
+
+template <class Text> static inline bool has_null(const Text &text) {
+    if constexpr (sizeof *text.s == 1) return text.len && memchr(text.s, 0, text.len);
     for (size_t i = 0; i < text.len; ++i)
         if (!text.s[i]) return true;
     return false;
 }
 
 // The order of texts that differ only in U+0000, by the units between each and the one before it.
-template <class Unit> struct null_gaps {
-    host_text<Unit> text;
+template <class Text> struct null_gaps {
+    Text text;
     size_t at;
 };
 // Units before the next U+0000; SIZE_MAX if there is none.
-template <class Unit> static inline size_t next_gap(null_gaps<Unit> &gaps) {
-    const host_text<Unit> &text = gaps.text;
+template <class Text> static inline size_t next_gap(null_gaps<Text> &gaps) {
+    Text part = gaps.text;
     size_t null = gaps.at;
-    while (null < text.len && text.s[null])
+    while (null < part.len && part.s[null])
         ++null;
-    if (null == text.len) return SIZE_MAX;
-    bool ill_formed;
-    auto walk = walk_from(host_text<Unit>{text.s, null}, gaps.at, &ill_formed);
+    if (null == part.len) return SIZE_MAX;
+    part.len = null;
+    auto walk = walk_from(part, gaps.at);
     size_t units = 0;
     while (take(walk))
         ++units;
@@ -65,9 +83,8 @@ template <class Unit> static inline size_t next_gap(null_gaps<Unit> &gaps) {
     return units;
 }
 
-template <class Unit>
-static inline int null_order(const host_text<Unit> &a, const host_text<Unit> &b) {
-    null_gaps<Unit> gaps_a = {a, 0}, gaps_b = {b, 0};
+template <class Text> static inline int null_order(const Text &a, const Text &b) {
+    null_gaps<Text> gaps_a = {a, 0}, gaps_b = {b, 0};
     for (;;) {
         const size_t x = next_gap(gaps_a), y = next_gap(gaps_b);
         if (x == SIZE_MAX || y == SIZE_MAX) return x == y ? 0 : x == SIZE_MAX ? -1 : 1;

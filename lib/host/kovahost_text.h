@@ -13,12 +13,6 @@ inline bool is_unicode(const kovaloc *loc, int category) {
     return !memcmp(loc->codeset[category - KO_LC_CTYPE], name, sizeof name);
 }
 
-// 0 if the category of a record can serve these texts, else the error number.
-inline int unfit(ko_lc_t loc, int category) {
-    if (!loc) return KO_ENULL;
-    return is_unicode(record(loc), category) ? 0 : KO_ECODESET;
-}
-
 inline bool is_trail(unsigned byte) { return (byte & 0xC0) == 0x80; }
 inline bool is_high_unit(unsigned unit) { return (unit & 0xFC00) == 0xD800; }
 inline bool is_low_unit(unsigned unit) { return (unit & 0xFC00) == 0xDC00; }

@@ -3,6 +3,11 @@
 #include "load/kovasetlc_load.h"
 #include "time/kovatmlib.h"
 
+#include "kova_host.h"
+
+#include <stdio.h>
+#include <string.h>
+
 namespace {
 // Both forms of one answer.
 struct info_string {
@@ -82,3 +87,24 @@ const char *ko_version(void) { return "kovalib-2.86.TC1"; }
 const char *ko_cm_version(void) { return "3"; }
 const char *ko_lc_version(void) { return "11"; }
 const char *ko_cv_version(void) { return "9"; }
+
+// ---- The version of an order ----
+
+// Changes whenever the same weights are spelled with other bytes in the keys of kova_host.h.
+constexpr int key_format = 1;
+
+int ko_locale_version(ko_lc_t handle, char *dst, size_t room) {
+    if (!handle || (!dst && room)) return -KO_ENULL;
+    const kovaloc *loc = record(handle);
+    const object_facts &facts = loc->order_facts;
+    if (!loc->codeset[KO_LC_COLLATE - 2][0]) return -KO_ENOCAT;
+    if (!facts.content[0]) return -KO_EOBJECT;
+    char text[content_digits + 16 + release_room];
+    const int len = snprintf(text, sizeof text, "%s-k%d%s%s", facts.content, key_format,
+                             facts.release[0] ? " " : "", facts.release);
+    if (!room) return len;
+    const size_t kept = size_t(len) < room ? size_t(len) : room - 1;
+    memcpy(dst, text, kept);
+    dst[kept] = 0;
+    return len;
+}

@@ -3,6 +3,7 @@
 #include "chars/kovaportable.h"
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_flat.h"
+#include "host/kovahost_map.h"
 #include "load/kovasetlc_load.h"
 #include "time/kovatmlib.h"
 
@@ -112,6 +113,7 @@ static void clear_collate(kovaloc *loc) {
     loc->coll = nullptr;
     loc->coll_info = {};
     loc->weights = nullptr;
+    loc->order_facts = {};
     loc->exp.coll_ignored = nullptr;
     loc->exp.coll_equiv_class_map = nullptr;
 }
@@ -241,6 +243,15 @@ int ko_create_null_locale_2(ko_lc_t *result) {
     return hand_out(&loc_nomem, KO_ENOMEM, result);
 }
 
+// What belongs to no category, and the record itself.
+static void free_rest(kovaloc *loc) {
+    drop_byte_tables(loc);
+    free_koconv(&loc->koconv_info);
+    free_host_map(loc->map);
+    free_ptr(loc->origin.root);
+    ko_ext_free(loc);
+}
+
 void free_locale(kovaloc *loc) {
     char line[64];
     // Deliberately, two newlines reach the log: the blank lines make the dump of a run stand out.
@@ -249,9 +260,7 @@ void free_locale(kovaloc *loc) {
     ko_message(line);
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
         ko_free_category(loc, c);
-    drop_byte_tables(loc);
-    free_koconv(&loc->koconv_info);
-    ko_ext_free(loc);
+    free_rest(loc);
 }
 
 void ko_free_nonshared_loc(ko_lc_t handle) {
@@ -264,9 +273,7 @@ void ko_free_nonshared_loc(ko_lc_t handle) {
         if (!is_present(loc, c)) ko_free_category(loc, c);
     }
     if (!(loc->copied & category_bit(KO_LC_TIME))) free_eras(&loc->ltime_info);
-    drop_byte_tables(loc);
-    free_koconv(&loc->koconv_info);
-    ko_ext_free(loc);
+    free_rest(loc);
 }
 
 // ---- Copies -------------------------------------------------------------------------------------
@@ -311,6 +318,7 @@ static void copy_category(kovaloc *dst, const kovaloc *src, int category) {
         dst->coll = src->coll;
         dst->coll_info = src->coll_info;
         dst->weights = src->weights;
+        dst->order_facts = src->order_facts;
         dst->exp.coll_char_ratio = src->exp.coll_char_ratio;
     } else if (category == KO_LC_TIME) {
         dst->ltime_info = src->ltime_info;

@@ -1,11 +1,9 @@
-// Loading: choosing the object file of a category, reading it, and the list of shared locales.
+// Loading: choosing the object file of a category and reading it.
 #include "load/kovasetlc_load.h"
-#include "record/kovaspec.h"
 
 #include "locale/kovaextsa.h"
+#include "locale/kovaobject.h"
 
-#include <inttypes.h>
-#include <stdio.h>
 #include <string.h>
 
 constexpr int line_bound = 127;
@@ -14,26 +12,6 @@ constexpr size_t setting_max = setting_room - 1;
 constexpr char default_name[] = "default.lco";
 constexpr char native_name[] = "native";
 constexpr char path_sep[] = "\\";
-
-namespace {
-// The registry by which a specification became a file name, where no registry was named. As long as
-// that registry is in force, the file name stays the same and the registry need not be read again.
-struct spec_origin {
-    char *spec; // NULL: none
-    registry_stamp registry;
-};
-
-// A shared locale in the list.
-struct lc_node {
-    char *name; // file name or specification it was loaded under
-    kovaloc *loc;
-    int count; // outstanding loads
-    lc_node *next;
-    spec_origin origin; // of the name, for one of the specifications that led to it
-};
-} // namespace
-// Newest first. Changed by loading and unloading, which the host serialises.
-static constinit lc_node *lc_node_root = nullptr;
 
 // ---- Objects in memory ----
 
@@ -47,9 +25,10 @@ struct object_image {
     const unsigned char *end;
     const unsigned char *sections[8]; // after the marker, NULL without one
     char codeset[codeset_room];
+    object_facts facts;
     int error; // why the header is refused
 
-    object_image() : name(), path(), bytes(), end(), sections(), codeset(), error() {}
+    object_image() : name(), path(), bytes(), end(), sections(), codeset(), facts(), error() {}
     object_image(const object_image &) = delete;
     object_image &operator=(const object_image &) = delete;
     ~object_image() {
@@ -100,20 +79,29 @@ static void forget_image(object_image *image) {
     image->error = 0;
 }
 
+static bool is_intact(const object_image *image) {
+    object_facts facts;
+    uint64_t hash;
+    return read_object_facts(image->bytes, size_t(image->end - image->bytes), &facts, &hash) &&
+           is_content_intact(&facts, hash);
+}
+
 // Takes ownership of the path. False without memory.
-static bool read_image(object_image *image, void *stream, char *path) {
+static bool read_image(object_image *image, void *stream, char *path, bool verified) {
     if (image->bytes && path && image->path && !strcmp(path, image->path)) {
         ko_ext_free(path);
         return true;
     }
     forget_image(image);
-    size_t size;
+    size_t size = 0;
     image->path = path;
-    image->bytes = read_stream_bytes(stream, &size);
+    image->bytes = read_any_bytes(stream, &size);
     if (!image->bytes) return false;
     image->end = image->bytes + size;
     text_in in = {.pos = image->bytes, .end = image->end};
-    if (read_file_header(&in, image->codeset, &image->error)) find_sections(image, in.pos);
+    if (!read_file_header(&in, image->codeset, &image->facts, &image->error)) return true;
+    find_sections(image, in.pos);
+    if (verified && !is_intact(image)) image->error = KO_EOBJECT;
     return true;
 }
 
@@ -127,7 +115,7 @@ static const char *find_text(const char *in, const char *text) {
 }
 
 // Gets the part of a setting that names a category, or the whole setting.
-static void setting_value(const char *setting, int category, char *name) {
+void setting_value(const char *setting, int category, char *name) {
     const char *at = find_text(setting, category_params[category]);
     if (at) at = strchr(at, '=');
     if (!at) {
@@ -161,7 +149,7 @@ static bool choose_name(const char *setting, int category, char *name) {
     return true;
 }
 
-static char *join_path(const char *dir, const char *separator, const char *name) {
+char *join_path(const char *dir, const char *separator, const char *name) {
     char *path =
         static_cast<char *>(ko_ext_malloc(strlen(dir) + strlen(separator) + strlen(name) + 1));
     if (path) strcat(strcat(strcpy(path, dir), separator), name);
@@ -171,8 +159,14 @@ static char *join_path(const char *dir, const char *separator, const char *name)
 // Opens the category's object and gets its path. A file that is not found leaves the record's error
 // word alone.
 static void *open_object(kovaloc *loc, const char *name, const char *dir, char **path) {
-    const bool native = !strcmp(name, native_name);
+    const char *const searched = strcmp(name, native_name) ? name : default_name;
     *path = nullptr;
+    if (const char *const root = loc->origin.root) {
+        int error = KO_OK;
+        void *const stream = path_search_below(root, searched, "lc", "11", path, &error);
+        return stream || error != KO_ENOMEM ? stream : fail(loc, KO_ENOMEM, nullptr);
+    }
+    if (loc->origin.confined && !is_confined(name)) return nullptr;
     if (dir && *dir) {
         if (!is_name_allowed(name)) return nullptr;
         *path = join_path(dir, path_sep, name);
@@ -185,16 +179,22 @@ static void *open_object(kovaloc *loc, const char *name, const char *dir, char *
         // The search stores both "no memory" and "not found"; only the former may reach the record.
         gen_exports scratch = {};
         const errno_guard kept(&scratch);
-        stream = path_search_found(&scratch, native ? default_name : name, "lc", "11", path);
+        stream = path_search_found(&scratch, searched, "lc", "11", path);
         no_memory = !stream && error_of(&scratch) == KO_ENOMEM;
     }
     if (no_memory) set_error(loc, KO_ENOMEM);
     return stream;
 }
 
+static void describe_category(kovaloc *loc, int category, const char *codeset,
+                              const object_facts *facts) {
+    memcpy(loc->codeset[category - 2], codeset, codeset_room);
+    if (category == KO_LC_COLLATE) loc->order_facts = *facts;
+}
+
 static int read_from_image(kovaloc *loc, int category, const object_image *image) {
     if (image->error) return fail(loc, image->error, -1);
-    memcpy(loc->codeset[category - 2], image->codeset, codeset_room);
+    describe_category(loc, category, image->codeset, &image->facts);
     const unsigned char *section = image->sections[category];
     if (!section) return fail(loc, KO_EOBJECT, -1);
     text_in in = {.pos = section, .end = image->end};
@@ -204,9 +204,10 @@ static int read_from_image(kovaloc *loc, int category, const object_image *image
 static int read_from_stream(kovaloc *loc, int category, void *stream) {
     text_in in = {.stream = stream};
     char line[line_bound + 1], codeset[codeset_room] = {};
+    object_facts facts = {};
     int error = 0;
-    if (!read_file_header(&in, codeset, &error)) return fail(loc, error, -1);
-    memcpy(loc->codeset[category - 2], codeset, codeset_room);
+    if (!read_file_header(&in, codeset, &facts, &error)) return fail(loc, error, -1);
+    describe_category(loc, category, codeset, &facts);
     do {
         if (!in_gets(&in, line, line_bound)) return fail(loc, KO_EOBJECT, -1);
     } while (strcmp(line, category_markers[category]));
@@ -222,11 +223,12 @@ static int replace_category(kovaloc *loc, int category, void *stream, char *path
         free_ptr(path);
         return -1;
     }
-    if (stream_hooks_set()) {
+    if (stream_hooks_set() && !loc->origin.verified) {
         free_ptr(path);
         return read_from_stream(loc, category, stream);
     }
-    if (stream && !read_image(image, stream, path)) return fail(loc, KO_ENOMEM, -1);
+    if (stream && !read_image(image, stream, path, loc->origin.verified))
+        return fail(loc, KO_ENOMEM, -1);
     return read_from_image(loc, category, image);
 }
 
@@ -371,126 +373,4 @@ int ko_createlocale2_2(ko_lc_t *result, const char *dir) {
     }
     update_locale(loc);
     return init_locale_info(loc) < 0 ? -1 : 0;
-}
-
-// ---- Shared locales ----
-
-// May every name in the setting be opened?
-static bool is_setting_allowed(const char *setting) {
-    char name[setting_room];
-    if (!names_confined() || is_name_allowed(setting)) return true;
-    if (strlen(setting) > setting_max) return false;
-    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
-        setting_value(setting, c, name);
-        if (!is_name_allowed(name)) return false;
-    }
-    return true;
-}
-
-// An incomplete record is not shared with others, and a confined name must not reach a loaded
-// record whose file it could not open.
-static bool is_shared(const lc_node *node) {
-    return !node->loc->status && is_setting_allowed(node->name);
-}
-
-static lc_node *find_name(const char *name) {
-    lc_node *node = lc_node_root;
-    while (node && (strcmp(node->name, name) || !is_shared(node)))
-        node = node->next;
-    return node;
-}
-
-static bool still_holds(const spec_origin *origin, const char *spec, const registry_stamp &now) {
-    return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
-}
-
-// If there is no memory for it, the registry is read again next time.
-static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
-    if (origin->spec && origin->registry == now) return; // it serves another specification
-    free_ptr(origin->spec);
-    *origin = {.spec = copy_string(spec), .registry = now};
-}
-
-static lc_node *find_spec(const char *spec, const registry_stamp &now) {
-    lc_node *node = lc_node_root;
-    while (node && (!still_holds(&node->origin, spec, now) || !is_shared(node)))
-        node = node->next;
-    return node;
-}
-
-static lc_node *insert_node(const char *name, kovaloc *loc) {
-    ext_block<lc_node> node(1);
-    char *copy = node.p ? copy_string(name) : nullptr;
-    if (!copy) return nullptr;
-    *node.p = {copy, loc, 1, lc_node_root, {}};
-    return lc_node_root = node.release();
-}
-
-node_state give_back_node(const kovaloc *loc) {
-    lc_node **link = &lc_node_root;
-    while (*link && (*link)->loc != loc)
-        link = &(*link)->next;
-    lc_node *node = *link;
-    if (!node) return node_missing;
-    if (--node->count >= 1) return node_in_use;
-    *link = node->next;
-    ko_ext_free(node->name);
-    free_ptr(node->origin.spec);
-    ko_ext_free(node);
-    return node_dropped;
-}
-
-// The object's name; a specification that the registry cannot resolve is itself the name.
-static const char *object_name(const char *spec, const char *registry, char *room) {
-    gen_exports scratch = {};
-    const errno_guard kept(&scratch); // its errors concern nobody
-    return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
-}
-
-int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
-    char room[setting_room];
-    registry_stamp now;
-    const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
-    lc_node *node = stamped ? find_spec(spec, now) : nullptr;
-    const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
-    if (name) node = find_name(name);
-    registry_stamp read; // the registry may have been replaced during the look-up
-    const bool known = name && node && stamped && stamp_registry(&read) && read == now;
-    if (node) {
-        node->count++;
-        *result = node->loc;
-        if (known) keep_origin(&node->origin, spec, now);
-        return 0;
-    }
-    if (ko_create_null_locale_2(result)) return -1;
-    kovaloc *loc = record(*result);
-    if (!name) return fail(loc, KO_ENULL, -1);
-    char *setting = set_categories(loc, KO_LC_ALL, name, dir);
-    ko_destroystring(setting);
-    if (!setting || error_of(loc)) return -1;
-    node = insert_node(name, loc);
-    if (!node) return fail(loc, KO_ENOMEM, -1);
-    return 0;
-}
-
-void ko_lc_unload(ko_lc_t handle) {
-    if (!handle || is_error_record(handle)) return;
-    if (give_back_node(record(handle)) != node_in_use) free_locale(record(handle));
-}
-
-static void show(const char *format, uintmax_t value) {
-    char line[64];
-    snprintf(line, sizeof line, format, value);
-    ko_message(line);
-}
-
-void ko_display_lc_node_list(void) {
-    ko_message(lc_node_root ? "*** The lc node list" : "*** No lc nodes saved");
-    unsigned number = 0;
-    for (const lc_node *node = lc_node_root; node; node = node->next) {
-        show("    %" PRIuMAX, number++);
-        message_1("        name: %s", node->name);
-        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
-        show("        count:  %" PRIuMAX, uintmax_t(node->count));
-    }
 }

@@ -14,13 +14,17 @@ void free_locale(kovaloc *loc);                  // a record that nobody shares
 
 // Loading (kovasetlc_load.cpp). dir may be NULL.
 char *set_categories(kovaloc *loc, int category, const char *name, const char *dir);
+void setting_value(const char *setting, int category, char *name);         // name has setting_room
+char *join_path(const char *dir, const char *separator, const char *name); // a new string
+
+// The list of shared locales (kovasetlc_share.cpp).
 enum node_state { node_missing, node_in_use, node_dropped };
 node_state give_back_node(const kovaloc *loc); // lowers the use count of a listed record
 
 // Reading locale objects (kovasetlc_read.cpp).
 int read_locale_file(text_in *in, kovaloc *loc);
 void note_read_error(kovaloc *loc, void *stream); // of an open stream that was read
-int read_file_header(text_in *in, char *codeset, int *error);
+int read_file_header(text_in *in, char *codeset, object_facts *facts, int *error);
 int read_ctype(text_in *in, kovaloc *loc);
 void read_numeric(text_in *in, monum *m);
 void read_monetary(text_in *in, monum *m);

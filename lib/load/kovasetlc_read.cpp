@@ -7,7 +7,7 @@
 #include <math.h>
 #include <string.h>
 
-constexpr int line_bound = 127;
+constexpr int line_bound = object_header_bound;
 constexpr int marker_bound = 31;
 constexpr int max_char_bytes = 2; // of the code sets that a locale can have
 constexpr size_t string_end = 4;  // zero bytes after every string
@@ -106,7 +106,7 @@ static bool read_strings(text_in *in, ko_mchar_t ***strings, int *read) {
 
 // ---- Header -------------------------------------------------------------------------------------
 
-int read_file_header(text_in *in, char *codeset, int *error) {
+int read_file_header(text_in *in, char *codeset, object_facts *facts, int *error) {
     char line[line_bound + 1];
     in_header_line(in, line, line_bound);
     if (strcmp(line, "FILE_TYPE=locale_object")) {
@@ -120,8 +120,8 @@ int read_file_header(text_in *in, char *codeset, int *error) {
     }
     in_header_line(in, line, line_bound);
     const int lines = header_number(line);
-    for (int i = 3; i < lines && in_gets(in, line, line_bound); i++)
-        continue;
+    for (int i = 3; i < lines && in_header_line(in, line, line_bound); i++)
+        note_object_line(facts, line);
     skip_whitespace(in);
     in_header_line(in, codeset, codeset_room - 1);
     return 1;
@@ -338,7 +338,8 @@ void note_read_error(kovaloc *loc, void *stream) {
 static int read_all_sections(text_in *in, kovaloc *loc) {
     char codeset[codeset_room] = {};
     int error = 0;
-    if (!read_file_header(in, codeset, &error)) return fail(loc, error ? error : KO_EOBJECT, 1);
+    if (!read_file_header(in, codeset, &loc->order_facts, &error))
+        return fail(loc, error ? error : KO_EOBJECT, 1);
     for (auto &entry : loc->codeset)
         memcpy(entry, codeset, sizeof entry);
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {

@@ -8,12 +8,21 @@
 #include "record/kovatmlib_data.h"
 
 #include "locale/kovaextsa.h"
+#include "locale/kovaobject.h"
 
 constexpr int codeset_room = 21; // a code-set name of 20 characters
 constexpr int locname_room = 32;
 constexpr int setting_room = 312; // a setting or file name of 311 characters
 
 struct portable_set; // see kovaportable.h
+struct host_map;     // see kovahost_map.h
+
+// How ko_open_locale made a record; nothing of it is set in others.
+struct record_origin {
+    char *root;    // where all its files are; NULL: searched for
+    bool confined; // all names it reads
+    bool verified; // all files it reads
+};
 
 struct kovaloc {
     loc_exports exp;
@@ -41,6 +50,10 @@ struct kovaloc {
     const portable_set *portable; // places of the portable characters; NULL: those of ASCII
     unsigned copied;              // category_bit: data that another record owns
     int status;                   // of ko_lc_status: the first trouble, 0 for none
+    record_origin origin;
+    object_facts order_facts; // of the object of LC_COLLATE
+    const host_map *map;      // between its code set and Unicode, where that is not "unicode"
+    int map_error;            // why there is none; 0: none was asked for
 };
 
 inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }

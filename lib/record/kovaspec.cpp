@@ -63,7 +63,7 @@ static int modifier_len(const char *s) { // at most 4 letters and digits; 0 for 
 
 // Reads one specification and moves the cursor past it. False, with the cursor undefined, for any
 // other text or an unknown code set.
-static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec *spec) {
+static bool is_xopen_spec(const char **cursor, const registry_choice &registry, xopen_spec *spec) {
     const char *s = *cursor;
     if (!is_lang_terr(s) || s[5] != '.') return false;
     char *out = spec->fname;
@@ -88,7 +88,7 @@ static bool is_xopen_spec(const char **cursor, const char *registry, xopen_spec 
     return true;
 }
 
-static bool is_single_spec(const char *text, const char *registry, xopen_spec *spec) {
+static bool is_single_spec(const char *text, const registry_choice &registry, xopen_spec *spec) {
     return is_xopen_spec(&text, registry, spec) && !*text;
 }
 
@@ -116,7 +116,7 @@ struct compound_walk {
 
 // Reads the next entry; false if it breaks the grammar, repeats a category or names a code set
 // other than that of earlier entries.
-static bool next_entry(compound_walk *walk, const char *registry) {
+static bool next_entry(compound_walk *walk, const registry_choice &registry) {
     const unsigned seen = walk->seen;
     const uint16_t cs_num = walk->spec.cs_num;
     walk->category = 0;
@@ -133,7 +133,7 @@ static bool next_entry(compound_walk *walk, const char *registry) {
 }
 
 // The code set of a compound specification with a separator after every entry.
-static bool compound_cs_num(const char *text, const char *registry, uint16_t *number) {
+static bool compound_cs_num(const char *text, const registry_choice &registry, uint16_t *number) {
     compound_walk walk = {.cursor = text};
     do
         if (!next_entry(&walk, registry) || !walk.separated) return false;
@@ -146,8 +146,8 @@ uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry)
     uint16_t number;
     xopen_spec single;
     if (!spec) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
-    if (compound_cs_num(spec, registry, &number)) return number;
-    if (is_single_spec(spec, registry, &single)) return single.cs_num;
+    if (compound_cs_num(spec, {registry, false}, &number)) return number;
+    if (is_single_spec(spec, {registry, false}, &single)) return single.cs_num;
     return ko_cs_name2cs_num(handle, spec, registry);
 }
 
@@ -164,7 +164,8 @@ static char *put_entry(char *out, const char *end, const compound_walk *walk, co
     return walk->separated ? put_text(out, separator) : out;
 }
 
-static bool compound_fname(const char *text, const char *registry, const char *dir, char *out) {
+static bool compound_fname(const char *text, const registry_choice &registry, const char *dir,
+                           char *out) {
     compound_walk walk = {.cursor = text};
     const char *const end = out + spec_room;
     do {
@@ -175,7 +176,7 @@ static bool compound_fname(const char *text, const char *registry, const char *d
     return out != nullptr;
 }
 
-static bool spec_fname(const char *spec, const char *registry, const char *dir, char *out) {
+bool spec_to_fname(const char *spec, const registry_choice &registry, const char *dir, char *out) {
     xopen_spec single;
     if (!spec) return false;
     if (!is_single_spec(spec, registry, &single)) return compound_fname(spec, registry, dir, out);
@@ -186,7 +187,7 @@ static bool spec_fname(const char *spec, const char *registry, const char *dir, 
 int ko_lc_spec2lc_fname(void *handle, const char *spec, char *out, const char *registry,
                         const char *dir) {
     char fname[spec_room];
-    if (!spec_fname(spec, registry, dir, fname)) return fail(handle, KO_EINVAL, -1);
+    if (!spec_to_fname(spec, {registry, false}, dir, fname)) return fail(handle, KO_EINVAL, -1);
     put_text(out, fname);
     return 0;
 }
@@ -197,7 +198,7 @@ int ko_lc_spec2msg_dname(void *handle, const char *spec, char *out, const char *
     static constexpr char messages[] = "KO_MESSAGES = ";
     char fname[spec_room];
     // Without the directory: the message directory starts with language and territory.
-    if (!spec_fname(spec, registry, nullptr, fname)) return fail(handle, KO_EINVAL, -1);
+    if (!spec_to_fname(spec, {registry, false}, nullptr, fname)) return fail(handle, KO_EINVAL, -1);
     const char *from = fname;
     if (!strncmp(fname, "KO_", 3)) {
         from = strstr(fname, messages);

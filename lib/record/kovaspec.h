@@ -17,9 +17,17 @@ constexpr int cs_name_max = 21; // characters of a code-set name
 // Writes the directory and the path mark, or nothing without a directory; out has room.
 void pathcat_mark(char *out, const char *dir);
 
+// Where code-set names are looked up.
+struct registry_choice {
+    const char *file; // NULL: searched for
+    bool uncached;    // even while another one is in memory
+};
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.
-uint16_t find_cs_num(const char *name, const char *registry, int *error);
+uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error);
+// The file name that a specification stands for; false, with out undefined, for any other text. out
+// has spec_room.
+bool spec_to_fname(const char *spec, const registry_choice &registry, const char *dir, char *out);
 // Identifies the registry in force where none is named: as long as two stamps are equal, every name
 // has the same number.
 struct registry_stamp {

@@ -160,16 +160,16 @@ static int search_blocks(const registry_block *block, const char *name) {
     return -1;
 }
 
-static int search_source(const char *name, const char *registry, int *error) {
-    if (kova_registry_list_cache) {
+static int search_source(const char *name, const registry_choice &registry, int *error) {
+    if (kova_registry_list_cache && !registry.uncached) {
         return search_blocks(kova_registry_list_cache, name);
     }
-    if (kova_registry_array_cache) {
+    if (kova_registry_array_cache && !registry.uncached) {
         for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
             if (!strcmp(row->cs_name, name)) return row->cs_num;
         return -1;
     }
-    FILE *const file = open_registry(registry, error);
+    FILE *const file = open_registry(registry.file, error);
     if (!file) return -2;
     registry_text text(file);
     int number = search_file(&text, name, error);
@@ -181,7 +181,7 @@ static int search_source(const char *name, const char *registry, int *error) {
     return number;
 }
 
-uint16_t find_cs_num(const char *name, const char *registry, int *error) {
+uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error) {
     char lowered[cs_name_max + 1];
     int len = 0;
     for (; len < cs_name_max && name[len]; ++len)
@@ -203,7 +203,7 @@ uint16_t find_cs_num(const char *name, const char *registry, int *error) {
 uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry) {
     if (!name) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
     int error = KO_OK;
-    const uint16_t number = find_cs_num(name, registry, &error);
+    const uint16_t number = find_cs_num(name, {registry, false}, &error);
     if (error) set_error(handle, error);
     return number;
 }

@@ -57,8 +57,9 @@ TEST(ObjectReader, ReadsItsOwnHeader) {
             SCOPED_TRACE(r.text);
             reading from(r.text, hooks);
             char codeset[codeset_room] = {};
+            object_facts facts = {};
             int error = 0;
-            EXPECT_EQ(read_file_header(&from.in, codeset, &error), r.error ? 0 : 1);
+            EXPECT_EQ(read_file_header(&from.in, codeset, &facts, &error), r.error ? 0 : 1);
             EXPECT_EQ(error, r.error);
             EXPECT_STREQ(codeset, r.codeset);
         }

@@ -25,7 +25,7 @@ using namespace kovac;
 enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3 };
 
 struct locale_options {
-    std::string source, charmap, root, name, codeset, registry_file, list;
+    std::string source, charmap, root, name, codeset, registry_file, list, release;
     std::string sources; // directory that is searched first
     bool is_default = false, prove = false, verbose = false;
     bool drop = false;
@@ -160,9 +160,13 @@ static uint64_t hash_inputs(const source_set &set, const charmap &map) {
 static void describe(const locale_options &opt, const source_set &set, const charmap &map,
                      locale_object &object) {
     object.description = {
-        "SOURCE=" + base_name(set.main->path), "CHARMAP=" + map.name, "COMPILER=kovac 2.86",
-        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
+        "SOURCE=" + base_name(set.main->path),
+        "CHARMAP=" + map.name,
+        "COMPILER=kovac 2.86",
+        format("INPUTS=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
+        unsealed_content,
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
+    if (!opt.release.empty()) object.description.push_back("RELEASE=" + opt.release);
     for (std::string &line : object.description)
         line = kovatool::printable(line).substr(0, header_limit);
     object.codeset = opt.codeset.empty() ? map.name : opt.codeset;
@@ -375,6 +379,15 @@ static int write_registry(const registry_options &opt) {
 
 // ---- command line ------------------------------------------------------------------------------
 
+// Hosts keep a release's name in one line beside their indexes.
+static std::string release_error(const std::string &name) {
+    const bool plain =
+        std::all_of(name.begin(), name.end(), [](char c) { return c > ' ' && c < 0x7F; });
+    return plain && !name.empty() && name.size() < 40
+               ? ""
+               : "a release has 1 to 39 printable ASCII characters without blanks";
+}
+
 static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     CLI::App *cmd = app.add_subcommand("locale", "Compile a locale source into a locale object");
     auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
@@ -389,6 +402,8 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's");
     cmd->add_option("--registry", opt.registry_file,
                     "Registry file with the number of the code set");
+    cmd->add_option("--release", opt.release, "Name of the data release, for the object's header")
+        ->check(CLI::Validator(release_error, "NAME"));
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
     cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
     cmd->add_flag("--drop", opt.drop,

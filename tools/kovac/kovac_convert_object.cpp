@@ -230,26 +230,10 @@ static int print_entry(void *stream, const void *item) {
     return 0;
 }
 
-static uint64_t hash_entries(const conv_object &object) {
-    uint64_t hash = 0xcbf29ce484222325u; // FNV-1a
-    const auto add = [&hash](uint32_t value) {
-        for (int i = 0; i < 4; ++i)
-            hash = (hash ^ (value >> 8 * i & 0xFF)) * 0x100000001b3u;
-    };
-    for (const conv_entry &e : object.entries) {
-        for (uint32_t value : {uint32_t(e.source.shifted) << 8 | e.source.len, e.source.value,
-                               uint32_t(e.flags) << 8 | e.target.len, e.target.value}) {
-            add(value);
-        }
-    }
-    return hash;
-}
-
 static void put_header(FILE *out, const conv_object &object) {
     constexpr int line_limit = 126; // bytes of a header line that count as one line
-    const std::string lines[] = {
-        "FROM=" + object.from->origin, "TO=" + object.to->origin, "COMPILER=kovac 2.86",
-        format("CONTENT=%016llx", static_cast<unsigned long long>(hash_entries(object)))};
+    const std::string lines[] = {"FROM=" + object.from->origin, "TO=" + object.to->origin,
+                                 "COMPILER=kovac 2.86", unsealed_content};
     fprintf(out, "FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=9\nHEADER_LENGTH=%zu\n",
             std::size(lines) + 3);
     for (const std::string &line : lines)

@@ -220,14 +220,10 @@ static std::string record_text(const symbol_set &set) {
 static std::string object_text(const symbol_set &set) {
     const std::string records = record_text(set);
     const std::vector<std::string> header = {
-        "FILE_TYPE=charmap_object",
-        "COMPILER_VERSION=3",
-        "HEADER_LENGTH=8",
-        "CODESET=" + set.name.substr(0, codeset_name_limit),
-        "SOURCE_VERSION=1",
-        "SOURCE=" + set.origin.substr(0, 100),
-        "COMPILER=kovac 2.86",
-        format("CONTENT=%016llx", static_cast<unsigned long long>(content_hash(records)))};
+        "FILE_TYPE=charmap_object", "COMPILER_VERSION=3",
+        "HEADER_LENGTH=8",          "CODESET=" + set.name.substr(0, codeset_name_limit),
+        "SOURCE_VERSION=1",         "SOURCE=" + set.origin.substr(0, 100),
+        "COMPILER=kovac 2.86",      unsealed_content};
     std::string text;
     for (const std::string &line : header)
         text += kovatool::printable(line) + '\n';

@@ -6,10 +6,12 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
 #include "common/tool_file.h"
-#include "kova.h"
+#include "common/tool_path.h"
+#include "kova_host.h"
 
 namespace kovac {
 
@@ -179,6 +181,26 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
 
 // ---- files ----
 
+static bool read_back(const std::string &path, std::string &bytes) {
+    std::ifstream in(kovatool::to_path(path), std::ios::binary);
+    bytes.assign(std::istreambuf_iterator<char>(in), {});
+    return in.good() || in.eof();
+}
+
+// Stores the hash of what has been written in its header.
+static bool seal(FILE *stream, const std::string &path) {
+    std::string bytes;
+    uint64_t content = 0;
+    if (fflush(stream) != 0 || !read_back(path, bytes)) return false;
+    const size_t line = bytes.find(std::string("\n") + unsealed_content + "\n");
+    ko_verify_object(bytes.data(), bytes.size(), &content);
+    if (line == std::string::npos || content == 0) return true; // a file without a header
+    const long digits = long(line + strlen("\nCONTENT="));
+    if (fseek(stream, digits, SEEK_SET) != 0) return false;
+    fprintf(stream, "%016llx", static_cast<unsigned long long>(content));
+    return fflush(stream) == 0 && fseek(stream, 0, SEEK_END) == 0;
+}
+
 write_result write_file(const std::string &path, std::string *why,
                         const std::function<bool(FILE *)> &put, const trial &prove) {
     std::error_code failed;
@@ -192,7 +214,8 @@ write_result write_file(const std::string &path, std::string *why,
     write_result result = write_result::done;
     errno = 0;
     const bool put_all = put(file.stream);
-    const bool written = !ferror(file.stream) && sync_replacement(file);
+    const bool written =
+        !ferror(file.stream) && seal(file.stream, file.beside) && sync_replacement(file);
     *why = strerror(errno ? errno : EIO);
     if (!put_all && !ferror(file.stream)) {
         result = write_result::no_memory;

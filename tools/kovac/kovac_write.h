@@ -21,7 +21,11 @@ using trial = std::function<bool(const std::string &path)>;
 write_result write_locale(const std::string &path, const locale_object &object, const charmap &map,
                           std::string *why, const trial &prove = {});
 
-// Writes what put writes, completely or not at all. If put returns false, memory has run out.
+// A header line for the hash of what follows the header (ko_verify_object).
+inline constexpr char unsealed_content[] = "CONTENT=0000000000000000";
+
+// Writes what put writes, completely or not at all, and stores the hash in the header where it is
+// unsealed_content. If put returns false, memory has run out.
 write_result write_file(const std::string &path, std::string *why,
                         const std::function<bool(FILE *)> &put, const trial &prove = {});
 

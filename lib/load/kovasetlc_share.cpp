@@ -1,0 +1,271 @@
+// The list of shared locales: loading by specification, from anywhere and from one data root.
+#include "host/kovahost_map.h"
+#include "load/kovasetlc_load.h"
+#include "record/kovaspec.h"
+
+#include "kova_host.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+
+constexpr size_t setting_max = setting_room - 1;
+
+namespace {
+// The registry by which a specification became a file name, where no registry was named. As long as
+// that registry is in force, the file name stays the same and the registry need not be read again.
+struct spec_origin {
+    char *spec; // NULL: none
+    registry_stamp registry;
+};
+
+// A shared locale in the list.
+struct lc_node {
+    char *name; // file name or specification it was loaded under
+    kovaloc *loc;
+    int count; // outstanding loads
+    lc_node *next;
+    spec_origin origin; // of the name, for one of the specifications that led to it
+    // Of ko_open_locale: where the record was looked for, NULL for ko_lc_load, and its flags.
+    char *place;
+    unsigned flags;
+};
+} // namespace
+// Newest first. Changed by loading and unloading, which the host serialises.
+static constinit lc_node *lc_node_root = nullptr;
+
+// ---- Shared locales ----
+
+// Does every name in the setting stay where data files are?
+static bool is_setting_confined(const char *setting) {
+    char name[setting_room];
+    if (is_confined(setting)) return true;
+    if (strlen(setting) > setting_max) return false;
+    for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++) {
+        setting_value(setting, c, name);
+        if (!is_confined(name)) return false;
+    }
+    return true;
+}
+
+// An incomplete record is not shared with others, and a confined name must not reach a loaded
+// record whose file it could not open.
+static bool is_shared(const lc_node *node) {
+    return !node->loc->status && (!names_confined() || is_setting_confined(node->name));
+}
+
+static bool is_of(const lc_node *node, const char *place, unsigned flags) {
+    if (!place || !node->place) return place == node->place;
+    return !strcmp(node->place, place) && node->flags == flags;
+}
+
+static lc_node *find_name(const char *name, const char *place, unsigned flags) {
+    lc_node *node = lc_node_root;
+    while (node && (!is_of(node, place, flags) || strcmp(node->name, name) || !is_shared(node)))
+        node = node->next;
+    return node;
+}
+
+static bool still_holds(const spec_origin *origin, const char *spec, const registry_stamp &now) {
+    return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
+}
+
+// If there is no memory for it, the registry is read again next time.
+static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
+    if (origin->spec && origin->registry == now) return; // it serves another specification
+    free_ptr(origin->spec);
+    *origin = {.spec = copy_string(spec), .registry = now};
+}
+
+static lc_node *find_spec(const char *spec, const registry_stamp &now) {
+    lc_node *node = lc_node_root;
+    while (node && (!still_holds(&node->origin, spec, now) || !is_shared(node)))
+        node = node->next;
+    return node;
+}
+
+static lc_node *insert_node(const char *name, kovaloc *loc) {
+    ext_block<lc_node> node(1);
+    char *copy = node.p ? copy_string(name) : nullptr;
+    if (!copy) return nullptr;
+    *node.p = {copy, loc, 1, lc_node_root, {}, nullptr, 0};
+    return lc_node_root = node.release();
+}
+
+node_state give_back_node(const kovaloc *loc) {
+    lc_node **link = &lc_node_root;
+    while (*link && (*link)->loc != loc)
+        link = &(*link)->next;
+    lc_node *node = *link;
+    if (!node) return node_missing;
+    if (--node->count >= 1) return node_in_use;
+    *link = node->next;
+    ko_ext_free(node->name);
+    free_ptr(node->origin.spec);
+    free_ptr(node->place);
+    ko_ext_free(node);
+    return node_dropped;
+}
+
+// The object's name; a specification that the registry cannot resolve is itself the name.
+static const char *object_name(const char *spec, const char *registry, char *room) {
+    gen_exports scratch = {};
+    const errno_guard kept(&scratch); // its errors concern nobody
+    return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
+}
+
+int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
+    char room[setting_room];
+    registry_stamp now;
+    const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
+    lc_node *node = stamped ? find_spec(spec, now) : nullptr;
+    const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
+    if (name) node = find_name(name, nullptr, 0);
+    registry_stamp read; // the registry may have been replaced during the look-up
+    const bool known = name && node && stamped && stamp_registry(&read) && read == now;
+    if (node) {
+        node->count++;
+        *result = node->loc;
+        if (known) keep_origin(&node->origin, spec, now);
+        return 0;
+    }
+    if (ko_create_null_locale_2(result)) return -1;
+    kovaloc *loc = record(*result);
+    if (!name) return fail(loc, KO_ENULL, -1);
+    char *setting = set_categories(loc, KO_LC_ALL, name, dir);
+    ko_destroystring(setting);
+    if (!setting || error_of(loc)) return -1;
+    node = insert_node(name, loc);
+    if (!node) return fail(loc, KO_ENOMEM, -1);
+    return 0;
+}
+
+// ---- Records of one data root ----
+
+namespace {
+// A call of ko_open_locale.
+struct opening {
+    const char *root;
+    unsigned flags;
+    char *registry; // of the root
+    char *place;    // the root, or for NULL everything on which the usual search depends
+    char name[setting_room];
+    unsigned failures; // before the call
+
+    opening(const char *stated_root, unsigned stated_flags)
+        : root(stated_root), flags(stated_flags), registry(), place(), name(),
+          failures(failed_allocations()) {}
+    opening(const opening &) = delete;
+    opening &operator=(const opening &) = delete;
+    ~opening() {
+        free_ptr(registry);
+        free_ptr(place);
+    }
+};
+} // namespace
+
+static bool find_place(opening *o) {
+    if (o->root) {
+        o->place = copy_string(o->root);
+        o->registry = root_path(o->root, "cm3\\registry");
+        return o->place && o->registry;
+    }
+    const char *const list = ko_ext_getenv("KO_PATH");
+    char *const searched = copy_string(list ? list : "");
+    char *const installed = root_path(nullptr, "");
+    if (searched && installed) o->place = join_path(searched, "\n", installed);
+    free_ptr(searched);
+    free_ptr(installed);
+    return o->place != nullptr;
+}
+
+// Why a record is not handed out, 0 for a complete one.
+static int open_error(const opening *o, kovaloc *loc, bool loaded) {
+    if (failed_allocations() != o->failures) return KO_ENOMEM; // whatever it was taken for
+    if (loc->status == KO_EFILE) return KO_ENOLOCALE;
+    const int word = error_of(loc);
+    if (word && word != KO_ECODESET) return word;
+    if (loc->status) return loc->status;
+    return word || loaded ? word : int{KO_EOBJECT};
+}
+
+static int fill_opened(opening *o, kovaloc *loc) {
+    loc->origin = {.root = o->root ? copy_string(o->root) : nullptr,
+                   .confined = (o->flags & KO_OPEN_SECURE_NAMES) != 0,
+                   .verified = (o->flags & KO_OPEN_VERIFY) != 0};
+    if (o->root && !loc->origin.root) return KO_ENOMEM;
+    char *const setting = set_categories(loc, KO_LC_ALL, o->name, nullptr);
+    const int error = open_error(o, loc, setting != nullptr);
+    ko_destroystring(setting);
+    if (error) return error;
+    loc->map_error = make_host_map(loc, {o->registry, o->root != nullptr});
+    return loc->map_error == KO_ENOMEM || loc->map_error == KO_EIO ? loc->map_error : KO_OK;
+}
+
+// Names from the environment may change, so records of such names are not shared.
+static int list_opened(opening *o, kovaloc *loc) {
+    if (!*o->name) return KO_OK;
+    lc_node *const node = insert_node(o->name, loc);
+    if (!node) return KO_ENOMEM;
+    node->flags = o->flags;
+    node->place = o->place;
+    o->place = nullptr;
+    return KO_OK;
+}
+
+static int load_opened(opening *o, ko_lc_t *result) {
+    const errno_guard kept(nullptr); // of a host's hook that has one word for all handles
+    ko_lc_t made;
+    if (ko_create_null_locale_2(&made)) return KO_ENOMEM;
+    int error = fill_opened(o, record(made));
+    if (!error) error = list_opened(o, record(made));
+    if (error) {
+        free_locale(record(made));
+        return error;
+    }
+    *result = made;
+    return KO_OK;
+}
+
+int ko_open_locale(ko_lc_t *result, const char *root, const char *spec, unsigned flags) {
+    if (!result) return KO_ENULL;
+    *result = nullptr;
+    if (!spec) return KO_ENULL;
+    if (flags & ~unsigned{KO_OPEN_VERIFY | KO_OPEN_SECURE_NAMES}) return KO_ERANGE;
+    if (strlen(spec) > setting_max) return KO_ERANGE;
+    opening o(root, flags);
+    if (!find_place(&o)) return KO_ENOMEM;
+    if (!spec_to_fname(spec, {o.registry, root != nullptr}, nullptr, o.name)) strcpy(o.name, spec);
+    const bool confined = root || flags & KO_OPEN_SECURE_NAMES || names_confined();
+    if (*o.name && confined && !is_setting_confined(o.name)) return KO_ENOLOCALE;
+    if (lc_node *const node = *o.name ? find_name(o.name, o.place, flags) : nullptr) {
+        node->count++;
+        *result = node->loc;
+        return KO_OK;
+    }
+    return load_opened(&o, result);
+}
+
+void ko_close_locale(ko_lc_t loc) { ko_lc_unload(loc); }
+
+void ko_lc_unload(ko_lc_t handle) {
+    if (!handle || is_error_record(handle)) return;
+    if (give_back_node(record(handle)) != node_in_use) free_locale(record(handle));
+}
+
+static void show(const char *format, uintmax_t value) {
+    char line[64];
+    snprintf(line, sizeof line, format, value);
+    ko_message(line);
+}
+
+void ko_display_lc_node_list(void) {
+    ko_message(lc_node_root ? "*** The lc node list" : "*** No lc nodes saved");
+    unsigned number = 0;
+    for (const lc_node *node = lc_node_root; node; node = node->next) {
+        show("    %" PRIuMAX, number++);
+        message_1("        name: %s", node->name);
+        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
+        show("        count:  %" PRIuMAX, uintmax_t(node->count));
+    }
+}

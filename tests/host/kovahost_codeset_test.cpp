@@ -1,0 +1,233 @@
+// Texts in UTF-8 and UTF-16 for records of other code sets: what they lack, order, keys, case.
+#include "host/host_records.h"
+#include "host/host_roots.h"
+#include "load/kovasetlc_load.h"
+
+#include <algorithm>
+
+using namespace std::string_literals;
+
+static int sign(int value) { return (value > 0) - (value < 0); }
+static int order(ko_lc_t loc, const std::string &a, const std::string &b) {
+    return ko_utf8scoll(loc, a.data(), a.size(), b.data(), b.size());
+}
+static std::string key(ko_lc_t loc, const std::string &text) {
+    std::string made(text.size() * 30 + 64, 'x');
+    const int64_t n = ko_utf8sxfrm(loc, made.data(), made.size(), text.data(), text.size());
+    EXPECT_TRUE(n >= 0 && n < int64_t(made.size())) << n;
+    return made.substr(0, n < 0 ? 0 : size_t(n));
+}
+static std::string key(ko_lc_t loc, const std::u16string &text) {
+    std::string made(text.size() * 90 + 64, 'x');
+    const int64_t n = ko_utf16sxfrm(loc, made.data(), made.size(), text.data(), text.size());
+    EXPECT_TRUE(n >= 0 && n < int64_t(made.size())) << n;
+    return made.substr(0, n < 0 ? 0 : size_t(n));
+}
+
+TEST(OtherCodeSet, RefusesWhatItLacks) {
+    const small_root root;
+    const opened loc(root.path.c_str(), "de_DE.test-1");
+    ASSERT_EQ(ko_locale_utf8(loc), 0);
+    const struct {
+        std::string text;
+        int64_t units; // or the error
+        size_t at, length;
+    } rows[] = {
+        {"",        0,           0, 0},
+        {"aß\0b"s, 4,           0, 0},
+        {"abx",     -KO_ENOCHAR, 2, 1}, // its approximation does not count
+        {"ß漢a",  -KO_ENOCHAR, 2, 3},
+        {"a😀",   -KO_ENOCHAR, 1, 4},
+        {"a\xC3",   -KO_EILSEQ,  1, 1},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.text);
+        ko_bad_text bad = {};
+        ko_wchar_t units[8] = {};
+        EXPECT_EQ(ko_utf8stowcs(loc, units, 8, r.text.data(), r.text.size(), &bad), r.units);
+        EXPECT_EQ(bad.at, r.at);
+        EXPECT_EQ(bad.length, r.length);
+        char back[16];
+        EXPECT_EQ(ko_utf8supper(loc, back, 16, r.text.data(), r.text.size()),
+                  r.units < 0 ? r.units : int64_t(r.text.size()));
+        if (r.units < 0) continue;
+        const int64_t n = ko_wcstoutf8s(loc, back, 16, units, size_t(r.units), &bad);
+        EXPECT_EQ(std::string(back, size_t(n)), r.text);
+    }
+    const ko_wchar_t none[] = {'a', 'x'};
+    ko_bad_text bad = {};
+    EXPECT_EQ(ko_wcstoutf8s(loc, nullptr, 0, none, 2, &bad), -KO_EILSEQ);
+    EXPECT_EQ(bad.at * 100 + bad.length * 10 + bad.made, 111u);
+    char upper[8];
+    EXPECT_EQ(ko_utf8supper(loc, upper, 8, "aßC-s", 6), 6);
+    EXPECT_EQ(std::string(upper, 6), "AßC-S");
+    EXPECT_EQ(ko_utf8slower(loc, upper, 3, "AßCs", 5), 5);
+    EXPECT_EQ(std::string(upper, 3), "aß");
+}
+
+TEST(OtherCodeSet, OrdersWhatItLacksAfterEverythingElse) {
+    const small_root root;
+    const opened loc(root.path.c_str(), "de_DE.test-1");
+    // Ascending; the error is that of the comparison with the row before.
+    const struct {
+        std::string text;
+        int error;
+    } rows[] = {
+        {"a",            0         },
+        {"A",            0         },
+        {"b",            0         },
+        {"c",            0         },
+        {"Ch",           0         },
+        {"ch",           0         },
+        {"h",            0         },
+        {"s",            0         },
+        {"ss",           0         },
+        {"sx",           KO_ENOCHAR},
+        {"x",            KO_ENOCHAR},
+        {"xa",           0         },
+        {"x漢",         KO_ENOCHAR},
+        {"~",            KO_ENOCHAR},
+        {"\x80",         KO_EILSEQ },
+        {"\xC3",         KO_EILSEQ },
+        {"é",           KO_EILSEQ },
+        {"漢",          KO_ENOCHAR},
+        {"\xED\xA0\x80", KO_EILSEQ },
+        {"\uFFFD",       KO_EILSEQ },
+        {"😀",         KO_ENOCHAR},
+        {"\xFE",         KO_EILSEQ },
+    };
+    for (size_t i = 0; i < std::size(rows); ++i) {
+        const std::string key_i = key(loc, rows[i].text);
+        for (size_t j = 0; j < std::size(rows); ++j) {
+            const int found = order(loc, rows[i].text, rows[j].text);
+            ASSERT_EQ(sign(found), sign(int(i) - int(j))) << rows[i].text << " : " << rows[j].text;
+            ASSERT_EQ(sign(key_i.compare(key(loc, rows[j].text))), sign(found));
+            if (j + 1 != i) continue;
+            EXPECT_EQ(KO_SCOLL_ERROR(found), rows[i].error) << rows[i].text;
+        }
+    }
+    // UTF-16 has the same keys; its lone surrogates are in the place of their code.
+    EXPECT_EQ(key(loc, u"s😀\xD800"s), key(loc, "s😀\xED\xA0\x80"));
+    EXPECT_EQ(ko_utf16scoll(loc, u"\xD83D\xDE00", 2, u"\xD83D\xDE01", 2), -1 - KO_ENOCHAR);
+    EXPECT_EQ(ko_utf16scoll(loc, u"\xD83D", 1, u"😀", 2), -1 - KO_EILSEQ);
+    EXPECT_EQ(order(loc, "a\0b"s, "ab"), 1);
+    EXPECT_EQ(order(loc, "c\0h"s, "ch"), 1);
+}
+
+TEST(OtherCodeSet, TellsWhyItDoesNotServe) {
+    const small_root root;
+    const std::string in = root.path, cvo = in + "/kova/cv9/e01c0001.cvo";
+    const auto error = [&](unsigned flags) {
+        const opened loc(in.c_str(), "de_DE.test-1", flags);
+        EXPECT_EQ(loc.result, 0);
+        const int why = ko_locale_utf8(loc);
+        EXPECT_EQ(order(loc, "a", "B"), 1 + why);
+        EXPECT_EQ(ko_utf8sxfrm(loc, nullptr, 0, "a", 1), -why);
+        EXPECT_EQ(ko_utf8supper(loc, nullptr, 0, "a", 1), -why);
+        EXPECT_EQ(ko_utf8stowcs(loc, nullptr, 0, "a", 1, nullptr), -why);
+        return why;
+    };
+    std::string object = root.read("kova/cv9/e01c0001.cvo");
+    object.back() ^= 1; // a digit, or the last line's end
+    root.write("kova/cv9/e01c0001.cvo", object);
+    EXPECT_EQ(error(KO_OPEN_VERIFY), KO_EOBJECT);
+    root.write("kova/cv9/e01c0001.cvo", object.substr(0, object.size() / 2));
+    EXPECT_EQ(error(0), KO_EOBJECT);
+    std::filesystem::remove(cvo);
+    EXPECT_EQ(error(0), KO_EFILE);
+    const loaded_locale loaded(single_byte_object());
+    EXPECT_EQ(ko_locale_utf8(loaded), KO_ECODESET);
+    EXPECT_EQ(ko_locale_utf8(nullptr), KO_ENULL);
+}
+
+// ---- Compiled locales ----
+
+namespace {
+// The records of KOVA_TEST_ROOT in other code sets that have conversions, each in turn.
+template <class Use> void each_other_locale(Use use) {
+    const char *root = getenv("KOVA_TEST_ROOT");
+    if (!root || !std::filesystem::is_directory(std::string(root) + "/kova/lc11")) GTEST_SKIP();
+    std::vector<std::string> specs;
+    const auto take = [](void *user, const ko_locale_entry *entry) {
+        if (entry->codeset != "unicode"s)
+            static_cast<std::vector<std::string> *>(user)->push_back(entry->spec);
+        return entry->error;
+    };
+    ASSERT_EQ(ko_list_locales(root, take, &specs), 0);
+    int used = 0;
+    for (const std::string &spec : specs) {
+        SCOPED_TRACE(spec);
+        const opened loc(root, spec.c_str());
+        ASSERT_EQ(loc.result, 0);
+        if (ko_locale_utf8(loc)) continue;
+        use(loc.handle);
+        ++used;
+    }
+    EXPECT_GT(used, 0);
+}
+
+// Every character of the record with its text.
+std::vector<std::pair<ko_wchar_t, std::string>> characters(ko_lc_t loc) {
+    std::vector<std::pair<ko_wchar_t, std::string>> all;
+    for (unsigned unit = 1; unit < 0x10000; ++unit) {
+        const auto wc = ko_wchar_t(unit);
+        char text[4];
+        const int64_t n = ko_wcstoutf8s(loc, text, 4, &wc, 1, nullptr);
+        if (n > 0)
+            all.push_back({
+                wc, {text, size_t(n)}
+            });
+    }
+    return all;
+}
+} // namespace
+
+TEST(OtherCodeSet, MapsCompiledCodeSetsBackAndForth) {
+    each_other_locale([](ko_lc_t loc) {
+        const auto all = characters(loc);
+        EXPECT_GE(all.size(), 127u);
+        for (const auto &[wc, text] : all) {
+            ko_wchar_t back = 0;
+            EXPECT_EQ(ko_utf8stowcs(loc, &back, 1, text.data(), text.size(), nullptr), 1);
+            EXPECT_EQ(back, wc) << text;
+            char upper[4] = {}, want[4] = {};
+            const ko_wchar_t partner = im_towupper(loc, wc);
+            const int64_t n = ko_wcstoutf8s(loc, want, 4, &partner, 1, nullptr);
+            ko_utf8supper(loc, upper, 4, text.data(), text.size());
+            EXPECT_EQ(std::string(upper, 4), n > 0 ? std::string(want, 4) : std::string(upper, 4));
+        }
+    });
+}
+
+TEST(OtherCodeSet, OrdersAsTheLocaleDoes) {
+    each_other_locale([](ko_lc_t loc) {
+        const auto all = characters(loc);
+        std::mt19937 random(11);
+        const auto below = [&](size_t n) { return size_t(random() % n); };
+        int refused = 0;
+        for (int round = 0; round < 4000; ++round) {
+            std::string texts[2];
+            std::vector<ko_wchar_t> wide[2];
+            const size_t from = below(all.size());
+            for (int i = 0; i < 2; ++i) {
+                for (size_t n = below(6); n; --n) {
+                    const auto &c = all[(from + below(60)) % all.size()];
+                    texts[i] += c.second;
+                    wide[i].push_back(c.first);
+                }
+                wide[i].push_back(0);
+            }
+            const int found = order(loc, texts[0], texts[1]);
+            if (KO_SCOLL_ERROR(found)) {
+                ++refused;
+                continue;
+            }
+            const int want = sign(ko_full_wcscoll(loc, wide[0].data(), wide[1].data()));
+            ASSERT_EQ(sign(found), want) << texts[0] << " : " << texts[1];
+            ASSERT_EQ(sign(key(loc, texts[0]).compare(key(loc, texts[1]))), want)
+                << texts[0] << " : " << texts[1];
+        }
+        const bool thai = record(loc)->coll_info.collate == collate_thai;
+        EXPECT_TRUE(!refused || thai) << refused;
+    });
+}
