@@ -26,6 +26,7 @@ struct arguments {
     sort_options sort;
     compare_options compare;
     key_options key;
+    verify_options verify;
     case_options upper, lower;
     classify_options classify;
     measure_options width, trim, count;
@@ -326,6 +327,22 @@ void add_number(CLI::App &app, arguments &args) {
                "  kova number de_DE.8859-1 \"%'f\" --parse 1.234,5\n");
 }
 
+void add_verify(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand(
+        "verify", "Check the objects of a data root, or the order of a file's lines");
+    verify_options &o = args.verify;
+    command
+        .add_option("place", o.place,
+                    "Directory whose objects are compared with the hashes in their headers; with "
+                    "FILE, the locale in whose order its lines should be. Default: the data root")
+        ->type_name("ROOT|LOCALE");
+    command.add_option("file", o.file, "File of lines; - is standard input")->type_name("FILE");
+    add_common(
+        command, args, [&args] { return run_verify(args.common, args.verify); },
+        "  kova verify /srv/kova                     prints what is damaged\n"
+        "  kova verify de_DE.unicode words.txt       names the first line out of order\n");
+}
+
 void add_locales(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
     add_common(
@@ -534,6 +551,7 @@ int run_main(int argc, char **argv) {
     add_money(app, args);
     add_date(app, args);
     add_locales(app, args);
+    add_verify(app, args);
     add_convert(app, args);
     add_chart(app, args);
     add_cal(app, args);

@@ -71,6 +71,12 @@ struct key_options {
 };
 int run_key(const common_options &common, const key_options &options);
 
+struct verify_options {
+    std::string place; // a data root, or with a file a locale; "" for the root that is found
+    std::string file;  // "-" is standard input
+};
+int run_verify(const common_options &common, const verify_options &options);
+
 struct case_options {
     std::string locale;
     std::vector<std::string> texts, files; // neither: standard input

@@ -185,15 +185,21 @@ bool is_regular_file(const std::string &path) {
     return fs::is_regular_file(to_path(path), error);
 }
 
-std::vector<std::string> directory_entries(const std::string &path) {
-    std::vector<std::string> result;
+bool read_directory(const std::string &path, std::vector<std::string> &names) {
     std::error_code error;
     fs::directory_iterator it(to_path(path), error);
     for (; !error && it != fs::directory_iterator(); it.increment(error))
-        result.push_back(from_path(it->path().filename()));
+        names.push_back(from_path(it->path().filename()));
     if (error == std::errc::not_enough_memory) throw std::bad_alloc();
-    std::sort(result.begin(), result.end());
-    return result;
+    std::sort(names.begin(), names.end());
+    errno = error.default_error_condition().value();
+    return !error;
+}
+
+std::vector<std::string> directory_entries(const std::string &path) {
+    std::vector<std::string> names;
+    read_directory(path, names);
+    return names;
 }
 
 double seconds_now() {

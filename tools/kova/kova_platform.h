@@ -42,6 +42,9 @@ bool is_regular_file(const std::string &path);
 // The names in a directory, sorted; empty if it cannot be read. Throws without memory.
 std::vector<std::string> directory_entries(const std::string &path);
 
+// The same; false with errno set if it cannot be read.
+bool read_directory(const std::string &path, std::vector<std::string> &names);
+
 // Opens a file for reading bytes. Null with errno set; a directory counts as unreadable.
 std::FILE *open_input(const std::string &path);
 
