@@ -53,8 +53,9 @@ inline ko_wchar_t take(pair_back &t) {
 
 // ---- Order ----
 
-// Compares two numbers: -1, 0 or 1.
-inline int order_of(unsigned a, unsigned b) { return a < b ? -1 : a > b; }
+// Compares two numbers: -1, 0 or 1. Without a branch, which would be guessed wrong half the time.
+inline int order_of(unsigned a, unsigned b) { return int{a > b} - int{a < b}; }
+inline int order_of_different(unsigned a, unsigned b) { return a < b ? -1 : 1; }
 
 template <class Text> static int code_order(Text a, Text b) {
     for (;;) {
@@ -77,7 +78,7 @@ static inline int plain_order(Text &a, Text &b, WeightOf weight_of) {
             b = at_b;
             return 0;
         }
-        if (x != y) return order_of(x, y);
+        if (x != y) return order_of_different(x, y);
     }
 }
 
@@ -88,7 +89,7 @@ template <auto next, class Source> static inline int items_order(Source &a, Sour
         const coll_item x = next(a), y = next(b);
         if (!x.ch || !y.ch) return order_of(x.ch, y.ch);
         const unsigned low_x = x.weight & coll_low_bits, low_y = y.weight & coll_low_bits;
-        if (low_x != low_y) return order_of(low_x, low_y);
+        if (low_x != low_y) return order_of_different(low_x, low_y);
         if ((x.weight & coll_code_tie) && x.ch != y.ch) return order_of(x.ch, y.ch);
     }
 }
