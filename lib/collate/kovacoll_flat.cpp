@@ -25,17 +25,20 @@ struct builder {
     bool failed;
     unsigned items; // resolved in this pass
     unsigned num_specials;
-    unsigned first_special; // of the characters that begin elements
-    coll_special *specials; // for expansions, for weight 0, then for characters that begin elements
-    ko_wchar_t *firsts;     // the latter
-    unsigned num_firsts;
+    unsigned first_special; // of the edges
+    coll_special *specials; // for expansions, for weight 0, then for the edges
+    ko_wchar_t *edges; // characters that begin elements or, with a backward pass, that end them
+    unsigned num_edges;
+    int *heads, *tails;         // by character: the first element that begins, ends with it; -1
+    int *next_head, *next_tail; // by element: the next one of these
+    unsigned char *needed;      // by element: whether the backward pass must know it
     coll_widths widths;
     uint16_t byte_rows[256];
     const uint16_t *rows[256];                // by high byte; NULL: row 0 for all
     const uint16_t *missing[coll_max_passes]; // the pages for these, by pass
     uint16_t *raw_page;                       // of all passes
     unsigned num_used;
-    unsigned char used[256];   // high bytes with rows or with characters that begin elements
+    unsigned char used[256];   // high bytes with rows or edges
     unsigned char *inner[256]; // pages of coll_flat's inner that we made
 };
 
@@ -185,19 +188,28 @@ static bool mark_inner(builder *b, ko_wchar_t ch) {
     return true;
 }
 
-// Links the elements by their first character, in file order, and lists those characters.
-static bool chain_elements(builder *b, int *head, int *next) {
+static void add_edge(builder *b, ko_wchar_t ch) {
+    if (b->heads[ch] < 0 && b->tails[ch] < 0) b->edges[b->num_edges++] = ch;
+}
+
+// Links the elements by their first character and, if a pass runs backward, by their last one, in
+// file order, and lists those characters.
+static bool chain_elements(builder *b, bool backward) {
     for (int ch = 0; ch < 65536; ++ch)
-        head[ch] = -1;
+        b->heads[ch] = b->tails[ch] = -1;
     for (int i = b->coll->num_coll_elems - 1; i >= 0; --i) {
         const coll_elem *elem = &b->coll->elem_arr[i];
         if (!can_match(elem)) continue;
-        const ko_wchar_t first = elem->elem_data[0];
-        if (head[first] < 0) b->firsts[b->num_firsts++] = first;
-        next[i] = head[first];
-        head[first] = i;
+        const ko_wchar_t first = elem->elem_data[0], last = elem->elem_data[elem->nchars - 1];
+        add_edge(b, first);
+        b->next_head[i] = b->heads[first];
+        b->heads[first] = i;
         for (unsigned k = 1; k < elem->nchars; ++k)
             if (!mark_inner(b, elem->elem_data[k])) return false;
+        if (!backward) continue;
+        add_edge(b, last);
+        b->next_tail[i] = b->tails[last];
+        b->tails[last] = i;
     }
     return true;
 }
@@ -210,23 +222,88 @@ static void note_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     if (weight == coll_code_tie) b->failed = true;
 }
 
-static void fill_candidates(builder *b, int pass, const int *head, const int *next) {
-    for (unsigned f = 0; f < b->num_firsts; ++f) {
+static unsigned element_weight(builder *b, int pass, int i) {
+    const unsigned weight = b->coll->pass_arr[pass][b->coll->elem_arr[i].row];
+    note_weight(b, &b->flat->pass[pass], weight);
+    return weight;
+}
+
+static coll_seq element_seq(builder *b, int pass, int i) {
+    return weight_seq(b, element_weight(b, pass, i), coll_element_char,
+                      b->coll->elem_arr[i].nchars);
+}
+
+static bool same_item(coll_item a, coll_item b) {
+    return a.weight == b.weight && (!(a.weight & coll_code_tie) || a.ch == b.ch);
+}
+
+// Does a backward pass yield the same for an element as for its characters one by one? Then it need
+// not know where elements begin.
+static bool falls_apart(const builder *b, int pass, const coll_elem *elem, coll_seq seq) {
+    unsigned at = 0;
+    for (unsigned i = elem->nchars; i-- > 0;) {
+        const unsigned weight = row_weight(b, pass, elem->elem_data[i]);
+        const coll_item one = {uint16_t(weight), elem->elem_data[i]};
+        coll_seq own = {&one, weight != coll_ignored_weight};
+        if (weight & coll_expansion) own = b->specials[weight & coll_low_bits].own;
+        for (unsigned k = 0; k < own.count; ++k, ++at)
+            if (at == seq.count || !same_item(seq.items[at], own.items[k])) return false;
+    }
+    return at == seq.count;
+}
+
+// Is an element found wherever its characters stand, so that a walk from the end finds it, too?
+// Others that match there might overlap it.
+static bool always_found(const builder *b, int i) {
+    const coll_elem *elem = &b->coll->elem_arr[i];
+    const ko_wchar_t first = elem->elem_data[0];
+    if (inside_element(b->flat, first)) return false;
+    for (int other = b->heads[first]; other >= 0; other = b->next_head[other]) {
+        const coll_elem *rival = &b->coll->elem_arr[other];
+        const unsigned n = elem->nchars < rival->nchars ? elem->nchars : rival->nchars;
+        if (other != i && !memcmp(elem->elem_data, rival->elem_data, n * sizeof(ko_wchar_t)))
+            return false;
+    }
+    return true;
+}
+
+static void find_needed(builder *b, int pass) {
+    for (int i = 0; i < b->coll->num_coll_elems && !b->failed; ++i) {
+        const coll_elem *elem = &b->coll->elem_arr[i];
+        if (!can_match(elem)) continue;
+        b->needed[i] = !falls_apart(b, pass, elem, element_seq(b, pass, i));
+        if (b->needed[i] && !always_found(b, i)) b->failed = true;
+    }
+}
+
+// The characters of an element in walking order.
+static const ko_wchar_t *walked(builder *b, const coll_elem *elem, bool forward) {
+    if (forward) return elem->elem_data;
+    ko_wchar_t *chars = take_array<ko_wchar_t>(b, elem->nchars);
+    for (unsigned i = 0; chars && i < elem->nchars; ++i)
+        chars[i] = elem->elem_data[elem->nchars - 1 - i];
+    return chars;
+}
+
+static void fill_candidates(builder *b, int pass) {
+    const bool forward = b->flat->pass[pass].forward;
+    const int *first = forward ? b->heads : b->tails, *next = forward ? b->next_head : b->next_tail;
+    if (!forward && b->num_edges) find_needed(b, pass);
+    for (unsigned f = 0; f < b->num_edges && !b->failed; ++f) {
         coll_special *special = &b->specials[b->first_special + f];
-        const ko_wchar_t first = b->firsts[f];
-        special->own = weight_seq(b, row_weight(b, pass, first), first, 1);
+        const ko_wchar_t edge = b->edges[f];
+        special->own = weight_seq(b, row_weight(b, pass, edge), edge, 1);
         unsigned n = 0;
-        for (int i = head[first]; i >= 0; i = next[i])
-            ++n;
+        for (int i = first[edge]; i >= 0; i = next[i])
+            n += forward || b->needed[i];
         coll_candidate *candidates = take_array<coll_candidate>(b, n);
         if (!candidates) return;
         special->candidates = candidates;
         special->num_candidates = n;
-        for (int i = head[first]; i >= 0; i = next[i]) {
+        for (int i = first[edge]; i >= 0; i = next[i]) {
+            if (!forward && !b->needed[i]) continue;
             const coll_elem *elem = &b->coll->elem_arr[i];
-            const unsigned weight = b->coll->pass_arr[pass][elem->row];
-            note_weight(b, &b->flat->pass[pass], weight);
-            *candidates++ = {elem, weight_seq(b, weight, coll_element_char, elem->nchars)};
+            *candidates++ = {walked(b, elem, forward), elem->nchars, element_seq(b, pass, i)};
         }
     }
 }
@@ -275,9 +352,9 @@ static void fill_pages(builder *b, int pass) {
         uint16_t page[256];
         for (unsigned lo = 0; lo < 256; ++lo)
             page[lo] = b->rows[hi] ? page_weight(b, p, weights[b->rows[hi][lo]]) : none;
-        for (unsigned f = 0; f < b->num_firsts; ++f)
-            if (b->firsts[f] >> 8 == hi)
-                page[b->firsts[f] & 0xFF] = uint16_t(coll_expansion | (b->first_special + f));
+        for (unsigned f = 0; f < b->num_edges; ++f)
+            if (b->edges[f] >> 8 == hi)
+                page[b->edges[f] & 0xFF] = uint16_t(coll_expansion | (b->first_special + f));
         if (!hi) page[0] = 0;
         p->page[hi] = share_page(b, p, hi, page);
     }
@@ -361,7 +438,7 @@ static void fill_first_weights(coll_flat *flat) {
 
 // ---- Building ----
 
-static void build_pass(builder *b, int pass, const int *head, const int *next) {
+static void build_pass(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const coll_data *coll = b->coll;
     b->items = 0;
@@ -373,21 +450,35 @@ static void build_pass(builder *b, int pass, const int *head, const int *next) {
     for (int e = 0; e < coll->num_expansions && !b->failed; ++e)
         b->specials[e].own = expansion_seq(b, pass, unsigned(e));
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
-    if (!b->failed) fill_candidates(b, pass, head, next);
+    if (!b->failed) fill_candidates(b, pass);
     if (!b->failed) fill_pages(b, pass);
     if (!b->failed) fill_raw(b, pass);
     if (!b->failed) fill_cells(b, pass);
 }
 
-// False for shapes that need the row walk: a character 0 inside an expansion ends a walk, and
-// marking elements for a backward walk needs the whole string.
+// False for a shape that needs the row walk: a character 0 inside an expansion ends a walk.
 static bool fits_tables(const coll_data *coll) {
     if (coll->num_passes < 0 || coll->num_passes > coll_max_passes) return false;
-    for (int p = 0; p < coll->num_passes; ++p)
-        if (coll->num_coll_elems > 0 && !(coll->pass_type[p] & coll_forward)) return false;
     for (int e = 0; e < coll->num_expansions; ++e)
         for (unsigned i = 0; i < coll->exp_arr[e].nchars; ++i)
             if (!coll->exp_arr[e].exp_data[i]) return false;
+    return true;
+}
+
+// Numbers the specials and finds the pages that are not that of row 0. False if there are too many
+// specials.
+static bool count_tables(builder *b) {
+    const coll_data *coll = b->coll;
+    const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
+    if (expansions + 1 + b->num_edges + coll_raw_bytes > coll_expansion) return false;
+    b->first_special = unsigned(expansions) + 1;
+    b->num_specials = b->first_special + b->num_edges + coll_raw_bytes;
+    bool own_page[256] = {true};
+    for (unsigned f = 0; f < b->num_edges; ++f)
+        own_page[b->edges[f] >> 8] = true;
+    read_rows(b);
+    for (unsigned hi = 0; hi < 256; ++hi)
+        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = uint8_t(hi);
     return true;
 }
 
@@ -402,23 +493,24 @@ static bool build(builder *b) {
     flat->first_decides = !elems && coll->num_passes > 0 && walks_forward(b, 0);
     for (auto &page : flat->inner)
         page = nothing_inner;
-    ext_block<int> head(elems ? 65536 : 1), next(elems);
-    ext_block<ko_wchar_t> firsts(elems);
-    if (!head.p || !next.p || !firsts.p) return false;
-    b->firsts = firsts.p;
-    if (elems && !chain_elements(b, head.p, next.p)) return false;
-    const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
-    if (expansions + 1 + b->num_firsts + coll_raw_bytes > coll_expansion) return false;
-    b->first_special = unsigned(expansions) + 1;
-    b->num_specials = b->first_special + b->num_firsts + coll_raw_bytes;
-    bool own_page[256] = {true};
-    for (unsigned f = 0; f < b->num_firsts; ++f)
-        own_page[b->firsts[f] >> 8] = true;
-    read_rows(b);
-    for (unsigned hi = 0; hi < 256; ++hi)
-        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = uint8_t(hi);
+    bool backward = false;
+    for (int p = 0; p < coll->num_passes; ++p)
+        backward = backward || !walks_forward(b, p);
+    const size_t chars = elems ? 65536 : 1;
+    ext_block<int> heads(chars), tails(chars), next_head(elems), next_tail(elems);
+    ext_block<ko_wchar_t> edges(2 * elems);
+    ext_block<unsigned char> needed(elems);
+    if (!heads.p || !tails.p || !next_head.p || !next_tail.p || !edges.p || !needed.p) return false;
+    b->heads = heads.p;
+    b->tails = tails.p;
+    b->next_head = next_head.p;
+    b->next_tail = next_tail.p;
+    b->edges = edges.p;
+    b->needed = needed.p;
+    if (elems && !chain_elements(b, backward)) return false;
+    if (!count_tables(b)) return false;
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
-        build_pass(b, p, head.p, next.p);
+        build_pass(b, p);
     if (!b->failed) fill_digits(flat);
     if (!b->failed) fill_first_weights(flat);
     return !b->failed;

@@ -16,13 +16,16 @@ struct coll_seq { // what a character or an element yields in a pass, in walking
 };
 
 struct coll_candidate {
-    const coll_elem *elem;
+    const ko_wchar_t *chars; // of an element, in walking order
+    unsigned nchars;
     coll_seq seq;
 };
 
 struct coll_special {
-    coll_seq own;                     // if no candidate matches
-    const coll_candidate *candidates; // elements that begin with the character, in file order
+    coll_seq own; // if no candidate matches
+    // Elements that a walk meets with this character, in file order. A backward pass meets them
+    // with their last one, and only those that do not weigh as their characters one by one.
+    const coll_candidate *candidates;
     unsigned num_candidates;
 };
 

@@ -109,9 +109,9 @@ template <class Text> static coll_seq special_seq(const coll_special &special, T
         const coll_candidate &c = special.candidates[i];
         Text probe = text;
         unsigned n = 1;
-        while (n < c.elem->nchars && take(probe) == c.elem->elem_data[n])
+        while (n < c.nchars && take(probe) == c.chars[n])
             ++n;
-        if (n < c.elem->nchars) continue;
+        if (n < c.nchars) continue;
         text = probe;
         return c.seq;
     }

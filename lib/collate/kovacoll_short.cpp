@@ -10,7 +10,7 @@ namespace {
 constexpr unsigned weights_room = coll_low_bits + 1;
 constexpr unsigned enough_runs = 16, most_runs = 32; // of common weights, in a byte
 
-// What spells a text: one of its units, or an element that begins with it.
+// What spells a text in a pass: one of its units, or an element that a walk meets with it.
 struct source {
     unsigned unit;
     int candidate; // -1: the unit by itself
@@ -59,9 +59,10 @@ static bool repeats(const coll_flat *flat, unsigned hi) {
     return same;
 }
 
-// Visits the sources, of repeated pages only the first ones unless asked for all.
-template <class Visit> static void each_source(const coll_flat *flat, bool all, Visit visit) {
-    const coll_flat_pass *p = &flat->pass[0];
+// Visits the sources of a pass, of repeated pages only the first ones unless asked for all.
+template <class Visit>
+static void each_source(const coll_flat *flat, int pass, bool all, Visit visit) {
+    const coll_flat_pass *p = &flat->pass[pass];
     for (unsigned hi = 0; hi < 256; ++hi) {
         if (!all && repeats(flat, hi)) continue;
         for (unsigned unit = hi << 8 | !hi; unit >> 8 == hi; ++unit) {
@@ -96,7 +97,7 @@ static void learn(weight_facts *facts, coll_item item, source from) {
 
 static void learn_pass(speller *s) {
     memset(s->facts, 0, sizeof s->facts);
-    each_source(s->flat, s->flat->pass[s->pass].ties, [s](source from) {
+    each_source(s->flat, s->pass, s->flat->pass[s->pass].ties, [s](source from) {
         coll_item own;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         for (unsigned i = 0; i < seq.count; ++i)
@@ -302,7 +303,8 @@ static void cast_vote(ballot *b) {
 }
 
 static void hold_ballot(const speller *s, ballot *b) {
-    each_source(s->flat, false, [&](source from) {
+    each_source(s->flat, s->pass, false, [&](source from) {
+        if (from.candidate >= 0) return;
         const unsigned script = script_of(from.unit);
         if (script != b->script) cast_vote(b);
         b->script = script;

@@ -278,6 +278,18 @@ struct random_tables {
         if (!lawful && chance(3)) w = 0;
         return may_tie && w % 2 ? w | coll_code_tie : w; // equal weights tie alike
     }
+    // Lets an element weigh as its first character alone in a pass.
+    void fall_apart(coll_spec &s, const element_spec &e, size_t pass) const {
+        unsigned weight = coll_ignored_weight;
+        for (size_t i = e.chars.size(); i-- > 0;) {
+            unsigned row = 0;
+            for (const table_entry &entry : s.map)
+                if (entry.bytes == bytes(e.chars[i])) row = entry.item;
+            if (i) s.rows[row][pass] = coll_ignored_weight;
+            weight = s.rows[row][pass];
+        }
+        s.rows[e.row][pass] = weight;
+    }
     coll_spec spec(unsigned features) {
         coll_spec s;
         s.num_weights = chance(50) || lawful ? 300 : 253;
@@ -296,6 +308,9 @@ struct random_tables {
         s.map.push_back({bytes(0), 0});
         for (const char16_t c : alphabet())
             if (!chance(8)) s.map.push_back({bytes(c), uint16_t(1 + below(11))});
+        for (const element_spec &e : s.elements)
+            for (size_t p = 0; p < s.passes.size(); ++p)
+                if (s.passes[p] == coll_backward && chance(80)) fall_apart(s, e, p);
         for (element_spec &e : s.elements)
             for (unsigned &w : s.rows[e.row]) // even weights never ask for a tie-break
                 if (lawful && w & coll_code_tie) w &= ~(coll_code_tie | 1u);
@@ -346,7 +361,7 @@ std::string wide_key(ko_lc_t loc, const std::u16string &text) {
 
 TEST(CollationRandom, TablesGiveTheResultsOfTheRowWalkAndKeysSortLikeComparison) {
     constexpr int rounds = 3000;
-    int with_tables = 0, invalid = 0;
+    int with_tables = 0, both_ways = 0, invalid = 0;
     for (int round = 0; round < rounds && !HasFailure(); ++round) {
         SCOPED_TRACE(round);
         const int kind = round / 2 % 4;
@@ -356,6 +371,8 @@ TEST(CollationRandom, TablesGiveTheResultsOfTheRowWalkAndKeysSortLikeComparison)
         coll_record r(random.characters(), spec.text());
         if (r.result) continue; // expansions in a circle
         with_tables += r.flat != nullptr;
+        const bool backward = std::count(spec.passes.begin(), spec.passes.end(), coll_backward);
+        both_ways += r.flat && backward && !spec.elements.empty();
         for (int pair = 0; pair < 25; ++pair) {
             const std::u16string a = random.string(8), b = random.near(a);
             std::string bytes = random.encode(a);
@@ -383,5 +400,6 @@ TEST(CollationRandom, TablesGiveTheResultsOfTheRowWalkAndKeysSortLikeComparison)
         }
     }
     EXPECT_GT(with_tables, rounds / 2);
+    EXPECT_GT(both_ways, rounds / 50);
     EXPECT_GT(invalid, rounds / 2);
 }
