@@ -6,6 +6,7 @@
 #include "record/kovaspec.h"
 
 #include <limits.h>
+#include <math.h>
 #include <string.h>
 
 #include <bit>
@@ -374,9 +375,8 @@ double ko_iconv_expansion(ko_cv_t cd) { return cd ? double(descriptor(cd)->exp_r
 
 int ko_cv_outbuflen(ko_cv_t cd, int inbuflen) {
     if (inbuflen <= 0) return 0;
-    const double exact = inbuflen * ko_iconv_expansion(cd);
-    if (!(exact < 0x7FFFFFFF)) return 0x7FFFFFFF;
-    if (!(exact > 0)) return 0;
-    const int whole = int(exact);
-    return whole + (whole < exact ? 1 : 0);
+    // The ratio is what is rounded up, as in ko_case_conv_outbuflen.
+    const double room = inbuflen * ceil(ko_iconv_expansion(cd));
+    if (!(room < 0x7FFFFFFF)) return 0x7FFFFFFF;
+    return room > 0 ? int(room) : 0;
 }

@@ -74,14 +74,18 @@ static info_string find_item(kovaloc *loc, unsigned item) {
 }
 
 const ko_mchar_t *ko_nl_langinfo(ko_lc_t loc, unsigned item) {
-    return loc ? find_item(record(loc), item).mbs : nullptr;
+    if (!loc) return fail(loc, KO_ENULL, nullptr);
+    return find_item(record(loc), item).mbs;
 }
 
 const ko_wchar_t *ko_wc_nl_langinfo(ko_lc_t loc, unsigned item) {
-    return loc ? find_item(record(loc), item).wcs : nullptr;
+    if (!loc) return fail(loc, KO_ENULL, nullptr);
+    return find_item(record(loc), item).wcs;
 }
 
-const koconv *ko_localeconv(ko_lc_t loc) { return loc ? &record(loc)->koconv_info : nullptr; }
+const koconv *ko_localeconv(ko_lc_t loc) {
+    return loc ? &record(loc)->koconv_info : fail(loc, KO_ENULL, nullptr);
+}
 
 const char *ko_version(void) { return "kovalib-2.86.TC1"; }
 const char *ko_cm_version(void) { return "3"; }

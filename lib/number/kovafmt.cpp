@@ -253,7 +253,7 @@ template <class Unit> static int walk_format(formatting<Unit> *f, const Unit *fo
 template <class Unit>
 static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const Unit *format) {
     f->out.at = out;
-    f->out.room = max;
+    f->out.room = max > 0 ? max : 0;
     f->m.flags = 0;
     f->negative = false;
     int result = walk_format(f, format);

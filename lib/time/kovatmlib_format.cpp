@@ -353,7 +353,7 @@ static int format_time(kovaloc *loc, Unit *out, int maxsize, const Unit *format,
 template <class Unit>
 static int format_tm(ko_lc_t handle, Unit *out, int maxsize, const Unit *format,
                      const ko_tm_t *tm) {
-    if (!handle) return 0;
+    if (!handle) return fail(handle, KO_ENULL, 0);
     if (!format) return fail(handle, KO_EFORMAT, 0);
     if (!tm) return fail(handle, KO_ENULL, 0);
     ko_alt_tm_t alt;
@@ -383,7 +383,7 @@ static int measure_time(kovaloc *loc, const ko_mchar_t *format, int *maxw, int *
 template <class Unit>
 static int format_or_measure(ko_lc_t handle, Unit *out, int maxsize, const Unit *format,
                              const ko_alt_tm_t *tm, int *maxw, int *maxm) {
-    if (!handle) return 0;
+    if (!handle) return fail(handle, KO_ENULL, 0);
     kovaloc *loc = record(handle);
     if (!format) return fail(loc, KO_EFORMAT, 0);
     return maxw || maxm ? measure_time(loc, format, maxw, maxm)

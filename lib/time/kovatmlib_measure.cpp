@@ -280,14 +280,14 @@ static int measured(kovaloc *loc, const ko_wchar_t *format, int64_t time_extent:
 }
 
 int ko_wcsfmtexpand(ko_lc_t handle, int kind, const ko_wchar_t *format) {
-    if (!handle) return -1;
+    if (!handle) return fail(handle, KO_ENULL, -1);
     if (kind != time_formats) return fail(handle, KO_ERANGE, -1);
     if (!format) return fail(handle, KO_EFORMAT, -1);
     return measured(record(handle), format, &time_extent::columns);
 }
 
 int ko_mbsfmtexpand(ko_lc_t handle, int kind, const ko_mchar_t *format) {
-    if (!handle) return -1;
+    if (!handle) return fail(handle, KO_ENULL, -1);
     if (kind != time_formats) return fail(handle, KO_ERANGE, -1);
     if (!format) return fail(handle, KO_EFORMAT, -1);
     wide_text wide;

@@ -43,7 +43,8 @@ static int copy_name(kovaloc *loc, const ko_mchar_t *name, ko_mchar_t **copy) {
 }
 
 int ko_mbstimeinfo(ko_lc_t handle, int infotype, ko_mchar_t ***strs, int *count) {
-    if (!handle || infotype < 1 || infotype > 8) return -1;
+    if (!handle) return fail(handle, KO_ENULL, -1);
+    if (infotype < 1 || infotype > 8) return -1;
     kovaloc *loc = record(handle);
     if (!strs || !count) return fail(loc, KO_ENULL, -1);
     *strs = nullptr;

@@ -497,19 +497,19 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
         int bytes, want;
     } rows[] = {
         {halves,           "2.0",  10,         20        },
-        {halves,           "1.5",  9,          14        },
-        {halves,           "0.5",  11,         6         },
+        {halves,           "1.5",  10,         20        },
+        {halves,           "0.5",  10,         10        },
         {halves,           "4",    0x40000000, 0x7FFFFFFF},
         {halves,           "1e30", 10,         0x7FFFFFFF},
         {halves,           "2",    -1,         0         },
-        {halves,           "0.1",  10,         5         },
+        {halves,           "0.1",  10,         10        }, // one of two bytes
         {bytes_object(0),  "0.5",  11,         11        },
-        {double_object(3), "-1",   10,         15        },
-        {host_object(),    "1",    10,         15        },
+        {double_object(3), "-1",   10,         20        }, // three of two
+        {host_object(),    "1",    10,         20        },
         {filled,           "1",    10,         30        }, // bytes that are no characters, too
         {to_host_object(), "1",    10,         20        }, // two bytes between two shifts
         {both_stateful(),  "1",    10,         40        },
-        {thirds,           "1",    30000000,   50000003  }, // five of three, as a float
+        {thirds,           "1",    30000000,   60000000  }, // five of three
     };
     for (const auto &r : rows) {
         cv_object o = r.object;

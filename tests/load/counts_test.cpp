@@ -13,7 +13,8 @@ struct samples {
     loaded_locale bytes{single_byte_object()}, mixed{double_byte_object(false)};
     ko_cm_t cm = nullptr;
     mb_decode *table;
-    std::vector<ko_wchar_t> ab = wcs(u"ab"), ac = wcs(u"aC"), d = wcs(u"%d"), n = wcs(u"%^!n");
+    std::vector<ko_wchar_t> ab = wcs(u"ab"), ac = wcs(u"aC"), d = wcs(u"%d"), n = wcs(u"%^!n"),
+                            text = wcs(u"%s");
     ko_tm_t day = {.tm_mday = 7, .tm_year = 100};
 
     samples() {
@@ -121,6 +122,8 @@ const sized_call calls[] = {
     {"ko_wcsxfrm",        CALL { return ko_wcsxfrm(loc, out, s.ab.data(), n) > 1; },     0, 1, 1, 1, 1, 1},
     {"thaismoxfrm",       CALL { return thaismoxfrm(loc, letters(out), out, n); }, 3, 2, 2, 2, 2, 2},
     {"ko_mbsfnum",        CALL { return ko_mbsfnum(loc, out, n, mb("%d"), 7) * (n < 64); }, 1, none, none, none, 1, 0},
+    {"with nothing",      CALL { return ko_mbsfnum(s.bytes, out, n, mb("%s"), mb("")); }, 1, 0, 0, 0, 0, 0},
+    {"and wide",          CALL { return ko_wcsfnum(loc, wide, n, s.text.data(), mb("")); },  1, 0, 0, 0, 0, 0},
     {"width of a number", CALL { return ko_mbsfnum(s.bytes, out, 8, mb("%*d"), n, 7); }, 9, none, 1, 1, 1, none},
     {"its precision",     CALL { return ko_mbsfnum(s.bytes, out, 8, mb("%.*d"), n, 7); }, 9, 1, 1, 1, 1, none},
     {"of a real",         CALL { return ko_mbsfnum(s.bytes, out, 8, mb("%.*f"), n, 7.); }, 9, 8, 8, 1, 3, none},
