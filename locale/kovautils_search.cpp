@@ -53,16 +53,17 @@ bool is_confined(const char *name) {
     return true;
 }
 
-// The pieces joined in a new string; NULL without memory.
+// The pieces, of which some may be NULL, joined in a new string; NULL without memory.
 static char *join(std::initializer_list<const char *> pieces) {
     size_t len = 0;
     for (const char *piece : pieces)
-        len += strlen(piece);
+        if (piece) len += strlen(piece);
     char *const path = static_cast<char *>(ko_ext_malloc(len + 1));
     if (!path) return nullptr;
     char *out = path;
     for (const char *piece : pieces) {
-        const size_t piece_len = strlen(piece);
+        const size_t piece_len = piece ? strlen(piece) : 0;
+        if (!piece_len) continue;
         memcpy(out, piece, piece_len);
         out += piece_len;
     }

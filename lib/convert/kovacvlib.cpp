@@ -232,6 +232,7 @@ static int read_cv_file(void *stream, iconv_rec *cv) {
 // ---- Opening
 
 int ko_iconv_open1(ko_cv_t *cd, const char *file) {
+    if (!cd) return -1;
     iconv_rec *cv = new_descriptor(cd);
     if (!cv) return -1;
     if (!file) return fail(&cv->exports.exp, KO_EFILE, -1);
@@ -270,12 +271,14 @@ static int open_pair(ko_cv_t *cd, name_part dst, name_part src) {
 }
 
 int ko_iconv_open(ko_cv_t *cd, const char *dst, const char *src) {
+    if (!cd) return -1;
     const name_part to = whole_name(dst), from = whole_name(src);
     if (!to.len || !from.len) return no_file(cd, -1);
     return open_pair(cd, to, from);
 }
 
 int ko_cv_open(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec) {
+    if (!cd) return -1;
     const name_part to = codeset_part(to_lc_spec), from = codeset_part(from_lc_spec);
     if (!to.len || !from.len) return no_file(cd, -1);
     if (same(to, from)) {
@@ -302,6 +305,7 @@ static int alg_open(ko_cv_t *cd, const ko_cv_funcdef *def) {
 
 int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
                  const ko_cvfns *fns_ref) {
+    if (!cd) return -1;
     const name_part to = codeset_part(to_lc_spec), from = codeset_part(from_lc_spec);
     if (!to.len || !from.len) return no_file(cd, -1);
     if (same(to, from)) return no_file(cd, 0); // unlike ko_cv_open; callers rely on it
@@ -315,6 +319,7 @@ int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
 
 int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
                const char *cv_dir) {
+    if (!cv) return -1;
     gen_exports scratch = {}; // a failed look-up is reported as KO_EINVAL
     const uint16_t to = ko_lc_spec2cs_num(&scratch, to_lc_spec ? to_lc_spec : "", registry);
     const uint16_t from = ko_lc_spec2cs_num(&scratch, from_lc_spec ? from_lc_spec : "", registry);

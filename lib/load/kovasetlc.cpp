@@ -230,6 +230,7 @@ void reset_category(kovaloc *loc, int category) {
 // ---- Records ------------------------------------------------------------------------------------
 
 int ko_create_null_locale_2(ko_lc_t *result) {
+    if (!result) return -1;
     kovaloc *loc = static_cast<kovaloc *>(ko_ext_malloc(sizeof(kovaloc)));
     if (!loc) return hand_out(&loc_nomem, KO_ENOMEM, result);
     memset(loc, 0, sizeof *loc);

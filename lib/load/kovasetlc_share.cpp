@@ -115,6 +115,7 @@ static const char *object_name(const char *spec, const char *registry, char *roo
 }
 
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
+    if (!result) return -1;
     char room[setting_room];
     registry_stamp now;
     const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);

@@ -136,3 +136,18 @@ TEST(Null, IsRefusedBeforeCountsAreRead) {
     refuse<ko_wcsptime, ko_mbsptime>(-1, second);
     refuse<ko_mbstimeinfo>(-1, second | third);
 }
+
+TEST(Null, HasNoPlaceForAHandle) {
+    EXPECT_EQ(ko_create_null_locale_2(nullptr), -1);
+    EXPECT_EQ(ko_createlocale2_2(nullptr, "x"), -1);
+    EXPECT_EQ(ko_lc_load(nullptr, "x", nullptr, nullptr), -1);
+    EXPECT_EQ(ko_cm_load(nullptr, "x", nullptr, nullptr), -1);
+    EXPECT_EQ(ko_iconv_open(nullptr, "x", "y"), -1);
+    EXPECT_EQ(ko_iconv_open1(nullptr, "x"), -1);
+    EXPECT_EQ(ko_cv_open(nullptr, "a.x", "a.y"), -1);
+    EXPECT_EQ(ko_cv_fnopen(nullptr, "a.x", "a.x", nullptr), -1);
+    EXPECT_EQ(ko_cv_load(nullptr, "437", "437", nullptr, nullptr), -1);
+    gen_exports head = {};
+    EXPECT_EQ(ko_path_search(&head, "none", nullptr, nullptr), nullptr);
+    EXPECT_EQ(head.ko_lerrno, KO_EFILE);
+}
