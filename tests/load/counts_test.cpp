@@ -24,11 +24,7 @@ struct samples {
         ko_cache_registry(nullptr, "none");
         EXPECT_EQ(ko_cm_load(&cm, "own.cmo", nullptr, "m"), 0);
         table = static_cast<mb_decode *>(create_multi(2, 0, nullptr));
-        for (const char *pair : {"\x81"
-                                 "a",
-                                 "\x81"
-                                 "b"})
-            EXPECT_EQ(insert(table, pair), 0);
+        EXPECT_EQ(insert(table, "\x81\x61") + insert(table, "\x81\x62"), 0);
     }
     ~samples() {
         ko_cm_unload(cm);
@@ -40,11 +36,10 @@ struct samples {
 cv_record &converter(int kind) {
     static const auto object = [](int target_max) {
         cv_object o;
-        o.target_max = target_max;
+        o.target_max = o.checks = target_max;
         for (const char *c : {"a", "b"})
             o.noshift.push_back({c, cv_plain, c});
         o.noshift.push_back({"\x0e", cv_plain | cv_substitute, "?"});
-        o.checks = target_max;
         return o;
     };
     static cv_object shifted = object(2);

@@ -8,11 +8,6 @@
 #include <algorithm>
 #include <functional>
 
-static const std::string &small_object() {
-    static const std::string text = single_byte_object(true).str();
-    return text;
-}
-
 // A reader over text in memory or, where through_hooks, over a stream of the hooks.
 struct reading {
     file_hooks files;
@@ -27,70 +22,58 @@ struct reading {
 };
 
 static const std::string &table_of_a() {
-    static const std::string text = table_text({
-        {"a", 1}
-    });
+    static const std::string text = table_text(std::vector<table_entry>(1, {"a", 1}));
     return text;
 }
 
 TEST(ObjectReader, ReadsItsOwnHeader) {
-    const std::string type = "FILE_TYPE=locale_object\n", start = type + "COMPILER_VERSION=11\n";
-    const struct {
-        std::string text;
-        int error;
-        const char *codeset;
-    } rows[] = {
-        {start + "N=3\n  \n X-1\n",                          0,           "X-1"                },
-        {start + "N=5\na\nb\nX-1 \n",                        0,           "X-1 "               },
-        {start + "N=-9\nX\n",                                0,           "X"                  },
-        {start + "no number\nX\n",                           0,           "X"                  },
-        {start + "N=2000000000\nX\n",                        0,           ""                   },
-        {start + "N=3\n12345678901234567890\n",              0,           "1234567890123456789"},
-        {type + "COMPILER_VERSION=3\n",                      KO_EVERSION, ""                   },
-        {type,                                               KO_EVERSION, ""                   },
-        {"FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\n", KO_EOBJECT,  ""                   },
-        {"FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n",  KO_EOBJECT,  ""                   },
-        {"",                                                 KO_EOBJECT,  ""                   },
-    };
-    for (const auto &r : rows) {
+    const auto reads = [](const std::string &text, int want, const char *name) {
         for (const bool hooks : {false, true}) {
-            SCOPED_TRACE(r.text);
-            reading from(r.text, hooks);
+            SCOPED_TRACE(text);
+            reading from(text, hooks);
             char codeset[codeset_room] = {};
             object_facts facts = {};
             int error = 0;
-            EXPECT_EQ(read_file_header(&from.in, codeset, &facts, &error), r.error ? 0 : 1);
-            EXPECT_EQ(error, r.error);
-            EXPECT_STREQ(codeset, r.codeset);
+            EXPECT_EQ(read_file_header(&from.in, codeset, &facts, &error), want ? 0 : 1);
+            EXPECT_EQ(error, want);
+            EXPECT_STREQ(codeset, name);
         }
-    }
+    };
+    const std::string type = "FILE_TYPE=locale_object\n", start = type + "COMPILER_VERSION=11\n";
+    reads(start + "N=3\n  \n X-1\n", 0, "X-1");
+    reads(start + "N=5\na\nb\nX-1 \n", 0, "X-1 ");
+    reads(start + "N=-9\nX\n", 0, "X");
+    reads(start + "no number\nX\n", 0, "X");
+    reads(start + "N=2000000000\nX\n", 0, "");
+    reads(start + "N=3\n12345678901234567890\n", 0, "1234567890123456789");
+    reads(type + "COMPILER_VERSION=3\n", KO_EVERSION, "");
+    reads(type, KO_EVERSION, "");
+    reads("FILE_TYPE=locale_object\r\nCOMPILER_VERSION=11\n", KO_EOBJECT, "");
+    reads("FILE_TYPE=charmap_object\nCOMPILER_VERSION=11\n", KO_EOBJECT, "");
+    reads("", KO_EOBJECT, "");
 }
 
 // Four strings; "-" stands for an absent one.
-static std::string messages(const std::string &text, bool hooks) {
-    reading from(text, hooks);
+static std::string messages(const std::string &object, bool hooks) {
+    reading from(object, hooks);
     monum m = {};
     read_messages(&from.in, &m);
     std::string result;
     for (ko_mchar_t *s : {m.yesexpr, m.noexpr, m.yesstr, m.nostr}) {
-        if (s) {
-            EXPECT_EQ(s[zeros_at(s) + 3], 0);
-        }
-        result += s ? "'" + std::string(reinterpret_cast<char *>(s)) + "'" : "-";
+        EXPECT_TRUE(!s || !s[zeros_at(s) + 3]);
+        result += s ? "'" + text(s) + "'" : "-";
         free_ptr(s);
     }
     return result;
 }
 
 TEST(ObjectReader, ReadsByteStrings) {
-    static const struct {
-        const char *text, *want;
-    } rows[] = {
+    static const std::pair<const char *, const char *> rows[] = {
   // White space between the strings may be missing, and no digit counts as 0.
         {"3 414243\n0\n1 61\n2 6263\n",      "'ABC''''a''bc'"},
         {"3 4142430 1 61 2 6263",            "'ABC''''a''bc'"},
         {"+1 4a\n-5\n1 4G\n1 G4\n",          "'J''''@''\4'"  },
- // Behind the wrong byte the next string is read as if the first had ended there.
+ // After the wrong byte the next string is read as if the first had ended there.
         {"1:2 6162 1 63 0",                  "-'ab''c'''"    },
         {"2 6162",                           "'ab'---"       },
         {"2 6162\n0",                        "'ab'''--"      },
@@ -99,10 +82,9 @@ TEST(ObjectReader, ReadsByteStrings) {
         {"",                                 "----"          },
     };
     for (const bool hooks : {false, true}) {
-        for (auto &r : rows) {
-            SCOPED_TRACE(r.text);
+        for (const auto &[text, want] : rows) {
             memory_hooks memory;
-            EXPECT_EQ(messages(r.text, hooks), r.want);
+            EXPECT_EQ(messages(text, hooks), want) << text;
         }
         memory_hooks memory; // a string without memory is absent, and reading goes on
         memory.fail_at = 1;
@@ -111,19 +93,8 @@ TEST(ObjectReader, ReadsByteStrings) {
 }
 
 TEST(ObjectReader, KeepsFifteenGroupSizes) {
-    static const std::pair<const char *, const char *> rows[] = {
-  // the count and the sizes
-        {"2 3 2 0 0",                                        "2 3 2 "       },
-        {"1 -1 0 0",                                         "1 -1 "        },
-        {"-4 0 0",                                           "0 "           },
-        {"0 0 0",                                            "0 "           },
-        {"1 99999999999 0 0",                                "1 2147483647 "},
-        {"2147483647 1 2",                                   "2 1 2 "       },
-        {"17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0",
-         "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 "                          },
-    };
-    for (auto &[text, want] : rows) {
-        reading from(std::string("0 0 ") + text);
+    const auto reads = [](const std::string &text, const char *want) { // from the count on
+        reading from("0 0 " + text);
         monum m = {};
         read_numeric(&from.in, &m);
         std::string sizes;
@@ -132,18 +103,24 @@ TEST(ObjectReader, KeepsFifteenGroupSizes) {
         EXPECT_EQ(sizes, want);
         for (const monum_string &s : monum_strings)
             free_ptr(m.*s.mbs);
-    }
+    };
+    reads("2 3 2 0 0", "2 3 2 ");
+    reads("1 -1 0 0", "1 -1 ");
+    reads("-4 0 0", "0 ");
+    reads("0 0 0", "0 ");
+    reads("1 99999999999 0 0", "1 2147483647 ");
+    reads("2147483647 1 2", "2 1 2 ");
+    reads("17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0",
+          "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 ");
 }
 
 TEST(ObjectReader, TakesTheCaseRatioFromTheRestOfTheLine) {
-    const std::string table = table_of_a();
     const auto ratio = [&](const std::string &rest) {
-        reading from(table + "0\n" + table + "1 00000041 00000061" + rest, false);
+        reading from(table_of_a() + "0\n" + table_of_a() + "1 00000041 00000061" + rest);
         own_record loc;
         EXPECT_EQ(read_ctype(&from.in, record(loc)), 0);
         EXPECT_EQ(loc->cconv_arr[1].upper, 'A');
-        const double result = loc->exp.case_conv_ratio;
-        return result;
+        return +loc->exp.case_conv_ratio;
     };
     EXPECT_EQ(ratio(" 1.5\n"), 1.5);
     EXPECT_EQ(ratio(" 0.5\n"), 1.0) << "characters without a partner keep their length";
@@ -153,8 +130,8 @@ TEST(ObjectReader, TakesTheCaseRatioFromTheRestOfTheLine) {
 }
 
 TEST(ObjectReader, ReadsClassNamesUpTo71Characters) {
-    const std::string table = table_of_a(), name(71, 'n');
-    reading from(table + "2\n3 " + name + "xyz\n 17 last\n" + table + "0\n", false);
+    const std::string name(71, 'n');
+    reading from(table_of_a() + "2\n3 " + name + "xyz\n 17 last\n" + table_of_a() + "0\n");
     own_record loc;
     // The rest of a longer word is left for the next reader: as a bit position it is 0.
     EXPECT_NE(read_ctype(&from.in, record(loc)), 0);
@@ -164,10 +141,9 @@ TEST(ObjectReader, ReadsClassNamesUpTo71Characters) {
 }
 
 TEST(ObjectReader, TrustsNoCount) {
-    const std::string table = table_of_a();
     const std::pair<int, std::string> rows[] = {
-        {KO_LC_CTYPE, table + "2147483647 1 x 2 y"                                },
-        {KO_LC_CTYPE, table + "0\n" + table + "2147483647 00000041"               },
+        {KO_LC_CTYPE, table_of_a() + "2147483647 1 x 2 y"                         },
+        {KO_LC_CTYPE, table_of_a() + "0\n" + table_of_a() + "2147483647 00000041" },
         {KO_LC_TIME,  "gregorian\n0 0 0 0 0 0 0 0 0 0 0 0 0 0\n2147483647 1 61"   },
         {KO_LC_TIME,  "islamic\n0 0 0 0 0 0 0 0 0 0 0 0 0 0\n-3 -4 0 0 0 0 0 0 -1"},
     };
@@ -204,11 +180,7 @@ static int error_of(const std::string &object, int category) {
 TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
     // What stands before the marker: text and a run of "#". A line that is too long for one read
     // counts as several, so a marker after 127 characters is a line of its own.
-    static const struct {
-        const char *text;
-        size_t run;
-        int error;
-    } rows[] = {
+    static const std::tuple<const char *, size_t, int> rows[] = {
         {"",                   0,   KO_OK     },
         {"# a line\n",         0,   KO_OK     },
         {"",                   127, KO_OK     },
@@ -222,10 +194,10 @@ TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
     };
     const locale_object head;
     const std::string start = head.type + head.version + "N=3\nX\n";
-    for (auto &r : rows) {
-        const std::string before = r.text + std::string(r.run, '#');
-        const std::string messages = "### LC_MESSAGES\n" + fields({"a", "b", "c", "d"}) + " ";
-        EXPECT_EQ(error_of(start + before + messages, KO_LC_MESSAGES), r.error) << before;
+    const std::string messages = "### LC_MESSAGES\n" + fields({"a", "b", "c", "d"}) + " ";
+    for (const auto &[text, run, error] : rows) {
+        const std::string before = text + std::string(run, '#');
+        EXPECT_EQ(error_of(start + before + messages, KO_LC_MESSAGES), error) << before;
     }
     // A keyword that is cut.
     for (const char *keyword : {"", "as_spec", "thai_smo", "as_speck\nmore\n"})
@@ -237,8 +209,7 @@ TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
 TEST(ObjectReader, AThaiSectionEndsWithItsKeyword) {
     locale_object object = single_byte_object();
     object.collate = "thai_smo\n";
-    const std::string text = object.str();
-    reading from(text, false);
+    reading from(object.str());
     own_record loc;
     EXPECT_EQ(read_locale_file(&from.in, record(loc)), 0);
     update_locale(record(loc));
@@ -292,15 +263,9 @@ TEST(DamagedObject, ToldSizesSuffice) {
         entries[i].bytes = i == 3 ? "\x81\x40" : std::string(1, "ab\0"[i]);
     entries[0].item = 1, entries[1].item = 2;
     const std::string cases = table_text(entries);
-    const auto with = [&](std::string table, const char *lengths) {
-        return lengths + table.substr(table.find(' ', 2));
-    };
-    struct row {
-        const char *lengths, *pairs;
-        double want; // ratio, 0 where the object is refused; -1: with single bytes as classes
-    };
     static const char none[] = "00000000 00000000 00000000 00000000 1.0";
-    static const row rows[] = {
+    // Lengths, pairs and the ratio; 0 where the object is refused, -1 with single bytes as classes.
+    static const std::tuple<std::string, std::string, double> rows[] = {
         {"2 1", "00000000 00000000 00008140 00000000 1.0", 2.0},
         {"2 1", "00000000 00008140 00000000 00000000 1.5", 2.0},
         {"2 1", "00000000 00008141 00000062 00000000 1.0", 1.0}, // no character
@@ -311,17 +276,18 @@ TEST(DamagedObject, ToldSizesSuffice) {
         {"2 5", none,                                      1.0},
         {"1 1", none,                                      -1 },
     };
-    for (auto &r : rows) {
-        SCOPED_TRACE(std::string(r.lengths) + " " + r.pairs);
+    for (const auto &[lengths, pairs, want] : rows) {
+        SCOPED_TRACE(lengths + " " + pairs);
         const std::string classes =
-            table_text({entries.begin(), entries.begin() + (r.want < 0 ? 3 : 4)});
-        object.ctype = with(classes, r.lengths) + "0\n" + cases + "2 " + r.pairs + "\n";
-        reading from(object.str(), false);
+            table_text({entries.begin(), entries.begin() + (want < 0 ? 3 : 4)});
+        object.ctype =
+            lengths + classes.substr(classes.find(' ', 2)) + "0\n" + cases + "2 " + pairs + "\n";
+        reading from(object.str());
         own_record loc;
-        EXPECT_EQ(read_locale_file(&from.in, record(loc)), r.want > 0 ? 0 : 1);
-        if (r.want <= 0) continue;
+        EXPECT_EQ(read_locale_file(&from.in, record(loc)), want > 0 ? 0 : 1);
+        if (want <= 0) continue;
         update_locale(record(loc));
-        EXPECT_EQ(loc->exp.case_conv_ratio, r.want);
+        EXPECT_EQ(loc->exp.case_conv_ratio, want);
         EXPECT_EQ(ko_mb_loc_max(loc), 2);
         use_told_sizes(loc, mb("aabba\0\0\0"));
     }
@@ -334,29 +300,23 @@ TEST(HostileObject, DigitsThatBeginDifferentlyLoadInTimeOfTheirNumber) {
     for (int i = 0; i < 256; i++)
         table += "1 0\n0000110004\n0000000\n";
     object.ctype = table + "0\n" + table + "0\n";
-    for (int c = 0; c < 65536; c++) {
+    for (int c = 0; c < 65536; c++)
         if (c & 0xFF) digits += field(std::string{char(c >> 8), char(c)});
-    }
     object.time.replace(object.time.rfind("\n3\n") + 1, std::string::npos, "65280\n" + digits);
-    const std::string text = object.str();
     const clock_t start = clock();
-    EXPECT_EQ(load_and_use(text), 0);
+    EXPECT_EQ(load_and_use(object.str()), 0);
     EXPECT_LT((clock() - start) / CLOCKS_PER_SEC, 2);
 }
 
 TEST(DamagedObject, EveryPrefixFailsAndEveryChangedByteFailsOrLoads) {
-    const std::string &whole = small_object();
+    const std::string whole = single_byte_object(true).str();
     EXPECT_EQ(load_and_use(whole), 0);
     each_damage(whole, {"\0\n 019f-\x7F\xFF", 10}, [&](const std::string &text) {
         const bool failed = load_and_use(text) != 0;
         EXPECT_TRUE(failed || text.size() + 1 >= whole.size()); // the last byte is white space
     });
-}
-
-TEST(DamagedObject, FailsCleanlyThroughHooksToo) {
-    const std::string &whole = small_object();
     env_hooks env;
-    const auto load = [&](const std::string &text) {
+    const auto load_through_hooks = [&](const std::string &text) {
         file_hooks files;
         files.files[std::string(object_path) + "default.lco"] = text;
         ko_lc_t loc = nullptr;
@@ -364,5 +324,5 @@ TEST(DamagedObject, FailsCleanlyThroughHooksToo) {
         ko_lc_unload(loc);
         EXPECT_TRUE(result || text.size() == whole.size());
     };
-    each_damage(whole, "1 ", load, 7);
+    each_damage(whole, "1 ", load_through_hooks, 7);
 }
