@@ -36,10 +36,7 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
     const bool same = !ko_wcscmp(conv->w_thousands_sep, conv->w_mon_thousands_sep);
     const bool special =
         name == "hu_HU" || name == "or_IN" || name == "ko_KR" || name.starts_with("zh_");
-    const struct {
-        const char *format;
-        bool agrees;
-    } formats[] = {
+    const std::pair<const char *, bool> formats[] = {
         {"%n",     true              },
         {"%+n",    true              },
         {"%^n",    true              },
@@ -69,29 +66,25 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
 }
 
 TEST_P(PeerMoney, DiffersAsListed) {
-    static const struct {
-        const char *locale, *format;
-        double amount;
-        const char *ours, *theirs;
-    } rows[] = {
-        {"en_US.ISO-8859-1", "%n",    0.125,      "$0.13",         "$0.12"        },
-        {"en_US.ISO-8859-1", "%n",    0.00499999, "$0.01",         "$0.00"        },
-        {"en_US.ISO-8859-1", "%(#4n", 1,          " $    1.00 ",   " $    1.00"   },
-        {"de_DE.ISO-8859-1", "%i",    1,          "1,00 EUR ",     "1,00 EUR"     },
-        {"de_DE.unicode",    "%8n",   1,          "  1,00 \u20AC", "1,00 \u20AC"  },
-        {"da_DK.ISO-8859-1", "%i",    1,          "DKK  1,00",     "DKK 1,00"     },
-        {"da_DK.ISO-8859-1", "%!n",   1,          " 1,00",         "1,00"         },
-        {"da_DK.ISO-8859-1", "%(n",   1,          "kr. 1,00",      "kr.1,00"      },
-        {"he_IL.ISO-8859-8", "%#4n",  -1,         "ILS    1.00-",  "ILS     1.00-"},
-        {"hu_HU.ISO-8859-2", "%i",    1,          "1,00 HUF ",     "HUF 1,00"     },
-        {"fa_IR.unicode",    "%!n",   1234,       "1,234 ",        "1\u066C234"   },
-        {"zh_CN.GB2312",     "%i",    -1,         "CNY -1.00",     "-CNY1.00"     },
+    static const std::tuple<std::string, const char *, double, const char *, const char *> rows[] =
+        {
+            {"en_US.ISO-8859-1", "%n",    0.125,      "$0.13",         "$0.12"        },
+            {"en_US.ISO-8859-1", "%n",    0.00499999, "$0.01",         "$0.00"        },
+            {"en_US.ISO-8859-1", "%(#4n", 1,          " $    1.00 ",   " $    1.00"   },
+            {"de_DE.ISO-8859-1", "%i",    1,          "1,00 EUR ",     "1,00 EUR"     },
+            {"de_DE.unicode",    "%8n",   1,          "  1,00 \u20AC", "1,00 \u20AC"  },
+            {"da_DK.ISO-8859-1", "%i",    1,          "DKK  1,00",     "DKK 1,00"     },
+            {"da_DK.ISO-8859-1", "%!n",   1,          " 1,00",         "1,00"         },
+            {"da_DK.ISO-8859-1", "%(n",   1,          "kr. 1,00",      "kr.1,00"      },
+            {"he_IL.ISO-8859-8", "%#4n",  -1,         "ILS    1.00-",  "ILS     1.00-"},
+            {"hu_HU.ISO-8859-2", "%i",    1,          "1,00 HUF ",     "HUF 1,00"     },
+            {"fa_IR.unicode",    "%!n",   1234,       "1,234 ",        "1\u066C234"   },
+            {"zh_CN.GB2312",     "%i",    -1,         "CNY -1.00",     "-CNY1.00"     },
     };
-    const std::string name = GetParam().name + "." + GetParam().charmap;
-    for (const auto &r : rows) {
-        if (name != r.locale) continue;
-        EXPECT_EQ(ours(r.format, r.amount), r.ours) << r.format;
-        EXPECT_EQ(theirs(r.format, r.amount), r.theirs) << r.format;
+    for (const auto &[locale, format, amount, our, their] : rows) {
+        if (GetParam().name + "." + GetParam().charmap != locale) continue;
+        EXPECT_EQ(ours(format, amount), our) << format;
+        EXPECT_EQ(theirs(format, amount), their) << format;
     }
 }
 

@@ -6,15 +6,10 @@
 
 #include "support/fixture.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
-#include <string>
-#include <vector>
 
 struct peer_row {
     std::string source, charmap, name, codeset;
@@ -80,12 +75,8 @@ class PeerTest : public testing::TestWithParam<peer_row> {
     static std::string peer_text(const ko_wchar_t *wide) {
         std::string text;
         for (; *wide; ++wide) {
-            if (GetParam().unicode()) {
-                text += utf8_of(*wide);
-                continue;
-            }
-            if (*wide > 0xFF) text += char(*wide >> 8);
-            text += char(*wide);
+            if (!GetParam().unicode() && *wide > 0xFF) text += char(*wide >> 8);
+            text += GetParam().unicode() ? utf8_of(*wide) : std::string(1, char(*wide));
         }
         return text;
     }
@@ -110,8 +101,8 @@ template <class Row> std::string row_name(const testing::TestParamInfo<Row> &inf
     std::ostringstream out;
     PrintTo(info.param, &out);
     std::string name = out.str();
-    std::replace_if(
-        name.begin(), name.end(), [](unsigned char c) { return !isalnum(c); }, '_');
+    for (char &c : name)
+        if (!isalnum(static_cast<unsigned char>(c))) c = '_';
     return name;
 }
 
