@@ -7,8 +7,6 @@
 #include "support/locale_builder.h"
 
 #include <sstream>
-#include <string>
-#include <vector>
 
 struct element_spec {
     std::u16string chars;

@@ -7,9 +7,7 @@
 #include <sys/wait.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <string>
 
 inline void spit(const std::filesystem::path &path, const std::string &text) {
     std::ofstream(path, std::ios::binary) << text;
@@ -26,15 +24,6 @@ inline std::string quoted(const std::string &word) { // for the shell
         result += c == '\'' ? "'\\''" : std::string(1, c);
     return result + "'";
 }
-
-// A line of the shell and what it gives.
-struct command_row {
-    std::string args; // after the command's name
-    std::string want; // the output; after a failure a part of the one line that says why
-    int status = 0;
-    std::string in = "";
-    std::string out = ""; // after a failure
-};
 
 // A directory of its own, and an environment.
 struct command_test : testing::Test {
@@ -55,36 +44,47 @@ struct command_test : testing::Test {
     outcome shell(const std::string &line, const std::string &in = "",
                   const std::string &out = ".out") {
         spit(dir / ".in", in);
-        std::string command = "cd " + made.path + " && env -i";
+        std::string all = "cd " + made.path + " && env -i";
         for (const auto &[name, value] : environment)
-            command += " " + quoted(name + "=" + value);
-        command += " sh -c " + quoted(line) + " < .in > " + out + " 2> .err";
-        const int status = std::system(command.c_str());
+            all += " " + quoted(name + "=" + value);
+        all += " sh -c " + quoted(line) + " < .in > " + out + " 2> .err";
+        const int status = std::system(all.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out == ".out" ? slurp(dir / out) : "",
                 slurp(dir / ".err")};
     }
     outcome kova(const std::string &args, const std::string &in = "") {
         return shell("kova " + args, in);
     }
-    template <size_t count>
-    void check(const command_row (&rows)[count], const std::string &command = "kova ") {
-        for (const command_row &row : rows) {
-            SCOPED_TRACE(command + row.args + " < " + row.in.substr(0, 100));
-            const outcome got = shell(command + row.args, row.in);
-            EXPECT_EQ(got.status, row.status);
-            const std::string &out = row.status ? row.out : row.want;
-            EXPECT_TRUE(got.out == out) << got.out.substr(0, 1000);
-            if (row.status == 0) {
-                EXPECT_EQ(got.err, "");
-                continue;
-            }
-            EXPECT_NE(got.err.find(row.want), std::string::npos) << got.err;
-            if (got.err.ends_with("Run with --help for more information.\n")) continue;
-            EXPECT_TRUE(got.err.starts_with("kova")) << got.err;
-            // Formats and texts that are pointed at have lines of their own.
-            const bool points = got.err.find("\n  ") != std::string::npos;
-            EXPECT_TRUE(points || got.err.find('\n') == got.err.size() - 1) << got.err;
-        }
+    std::string command = "kova "; // in front of what follows
+    // The command gives the output and says this, or nothing.
+    void writes(const std::string &args, const std::string &want, const std::string &in = "",
+                const std::string &told = "") {
+        SCOPED_TRACE(command + args + " < " + in.substr(0, 100));
+        const outcome got = shell(command + args, in);
+        EXPECT_EQ(got.status, 0);
+        EXPECT_TRUE(got.out == want) << got.out.substr(0, 1000);
+        EXPECT_TRUE(got.err == told || (!told.empty() && got.err.find(told) != told.npos))
+            << got.err;
+    }
+    // The command gives, among other things, this output.
+    void shows(const std::string &args, const std::string &part) {
+        const outcome got = shell(command + args);
+        EXPECT_NE(got.out.find(part), std::string::npos) << args << got.out << got.err << part;
+    }
+    // The command fails and says why in one line; formats and texts that are pointed at have lines
+    // of their own.
+    void fails(int status, const std::string &args, const std::string &why,
+               const std::string &in = "", const std::string &out = "") {
+        SCOPED_TRACE(command + args + " < " + in.substr(0, 100));
+        const outcome got = shell(command + args, in);
+        EXPECT_EQ(got.status, status);
+        EXPECT_TRUE(got.out == out) << got.out.substr(0, 1000);
+        EXPECT_NE(got.err.find(why), std::string::npos) << got.err;
+        if (got.err.ends_with("Run with --help for more information.\n")) return;
+        const bool points = got.err.find("\n  ") != std::string::npos;
+        EXPECT_TRUE(got.err.starts_with("kova") &&
+                    (points || got.err.find('\n') == got.err.size() - 1))
+            << got.err;
     }
 };
 

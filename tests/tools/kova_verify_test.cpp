@@ -18,40 +18,33 @@ TEST_F(KovaVerify, NamesDamagedObjects) {
                   .err,
               "");
     spit(dir / "r/kova/lc11/readme", "no object");
-    const command_row sound[] = {
-        {"r",          "sound objects: 2\n"},
-        {"--root r",   "sound objects: 2\n"},
-        {"r/kova/cv9", "sound objects: 1\n"},
-    };
-    check(sound, "kova verify ");
+    command = "kova verify ";
+    writes("r", "sound objects: 2\n");
+    writes("--root r", "sound objects: 2\n");
+    writes("r/kova/cv9", "sound objects: 1\n");
     flip(table, 2);
     spit(dir / "r/kova/lc11/aa_aa.lco", slurp(dir / "r" / table));
     spit(dir / "r/kova/lc11/bb_bb.lco", "FILE_TYPE=locale_object\n");
     spit(dir / "r/kova/lc11/cc_cc.lco",
          "FILE_TYPE=locale_object\nCOMPILER_VERSION=11\nHEADER_LINES=3\n");
     fs::create_directory(dir / "empty");
-    const command_row rows[] = {
-        {"r",       "damaged objects: 4 of 5",  1, "",
-         "r/kova/cv9/0333e01c.cvo has another content than its header says\n"
-         "r/kova/lc11/aa_aa.lco is not the kind of object that its name says\n"
-         "r/kova/lc11/bb_bb.lco has no complete header\n"
-         "r/kova/lc11/cc_cc.lco states no hash of its content\n"},
-        {"empty",   "empty holds no objects",   3, "", ""       },
-        {"nowhere", "cannot read nowhere: No ", 4, "", ""       },
-    };
-    check(rows, "kova verify ");
+    fails(1, "r", "damaged objects: 4 of 5", "",
+          "r/kova/cv9/0333e01c.cvo has another content than its header says\n"
+          "r/kova/lc11/aa_aa.lco is not the kind of object that its name says\n"
+          "r/kova/lc11/bb_bb.lco has no complete header\n"
+          "r/kova/lc11/cc_cc.lco states no hash of its content\n");
+    fails(3, "empty", "empty holds no objects");
+    fails(4, "nowhere", "cannot read nowhere: No ");
 }
 
 TEST_F(KovaVerify, NamesTheFirstLineOutOfOrder) {
-    static const command_row rows[] = {
-        {"de_DE.8859-1 -",    "",                                         0, "Apfel\nÄpfel\nÄpfel\nOma"},
-        {"de_DE.8859-1 -",    "",                                         0, ""                          },
-        {"de_DE.unicode -",   "",                                         0, "\n\n漢\n😀\n"           },
-        {"de_DE.8859-1 -",    "-:5: comes before the line above it: A",   1, "Äpfel\nÖl\nOma\nZ\nA\n"  },
-        {"ja_JP.SHIFT_JIS -", "-:2: comes before the line above it: か", 1, "き\nか"                  },
-        {"de_DE.8859-1 -",    ":2: byte offset 2",                        1, "A\n漢\n"                  },
-        {"xx_XX.8859-1 -",    "no locale",                                3, "A\n"                       },
-        {"de_DE.8859-1 none", "none",                                     4, ""                          },
-    };
-    check(rows, "kova verify ");
+    command = "kova verify ";
+    writes("de_DE.8859-1 -", "", "Apfel\nÄpfel\nÄpfel\nOma");
+    writes("de_DE.8859-1 -", "");
+    writes("de_DE.unicode -", "", "\n\n漢\n😀\n");
+    fails(1, "de_DE.8859-1 -", "-:5: comes before the line above it: A", "Äpfel\nÖl\nOma\nZ\nA\n");
+    fails(1, "ja_JP.SHIFT_JIS -", "-:2: comes before the line above it: か", "き\nか");
+    fails(1, "de_DE.8859-1 -", ":2: byte offset 2", "A\n漢\n");
+    fails(3, "xx_XX.8859-1 -", "no locale", "A\n");
+    fails(4, "de_DE.8859-1 none", "none");
 }

@@ -11,7 +11,6 @@
 
 #include <chrono>
 #include <random>
-#include <set>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -25,6 +24,13 @@ static bool write_text(const std::string &path, const std::string &text,
         return commit_replacement(file);
     discard_replacement(file);
     return false;
+}
+
+// The status that a process ends with.
+static int status_of(pid_t child) {
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status;
 }
 
 static size_t entries(const fs::path &dir) {
@@ -116,8 +122,7 @@ TEST(ToolFile, RemovesItsFileWhenASignalEndsTheProgram) {
             raise(number);
             _exit(2);
         }
-        int status = 0;
-        waitpid(child, &status, 0);
+        const int status = status_of(child);
         EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number) << status;
         EXPECT_EQ(entries(dir.path), 1u);
         EXPECT_EQ(dir.read("f"), "old");
@@ -144,9 +149,7 @@ TEST(KovacWrite, TwoCompilersAndAKillLeaveAReaderWholeObjects) {
     const fs::path object = dir.path + "/kova/cm3/0352.cmo";
     std::set<std::string> whole;
     for (const std::string &map : maps) {
-        int status = 0;
-        waitpid(start_compiler(map, dir.path, false), &status, 0);
-        ASSERT_EQ(status, 0);
+        ASSERT_EQ(status_of(start_compiler(map, dir.path, false)), 0);
         whole.insert(slurp(object));
     }
     ASSERT_EQ(whole.size(), 2u);
@@ -163,16 +166,12 @@ TEST(KovacWrite, TwoCompilersAndAKillLeaveAReaderWholeObjects) {
             ASSERT_TRUE(whole.contains(slurp(object)));
         if (kills) std::this_thread::sleep_for(std::chrono::microseconds(random() % 20000));
         for (const pid_t child : children) {
-            int status = 0;
             if (kills) kill(child, SIGKILL);
-            waitpid(child, &status, 0);
-            EXPECT_TRUE(kills || status == 0) << status;
+            EXPECT_TRUE(status_of(child) == 0 || kills);
             ASSERT_TRUE(whole.contains(slurp(object)));
         }
     }
-    int status = 0;
-    waitpid(start_compiler(maps[0], dir.path, false), &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(status_of(start_compiler(maps[0], dir.path, false)), 0);
     EXPECT_EQ(entries(object.parent_path()), 3u) << "the object and two planted links";
     EXPECT_EQ(slurp(victim), "precious");
 }

@@ -4,9 +4,6 @@
 #include "support/conversion_builder.h"
 #include "tools/command_run.h"
 
-#include <filesystem>
-#include <set>
-
 using namespace kovac;
 using namespace std::string_literals;
 
@@ -101,59 +98,47 @@ TEST(KovacConvert, ConvertsAsTheSourcesSay) {
             "<icu:state> initial, 0-3f:3, e:1.s, f:0.s, 40:2, 41-fe:2, ff:3\n"
             "<icu:state> 0-3f:1.i, 40-fe:1., ff:1.i\n<icu:state> 0-ff:1.i\n",
             "<U0041> \\xC1 |0\n<U3042> \\x41\\x42 |0\n");
-    const struct {
-        const std::string &from, &to;
-        const char *substitute;
-        bool home; // the way back
-        std::string in;
-        int result;
-        std::string out;
-        int sub, error;
-    } rows[] = {
-        {marks,  marked, "",     false, "A\x81",                                0,  "ab",                                0, 0        },
-        {marks,  marked, "",     false, "A\x80",                                0,  "aa",                                1, 0        },
-        {marks,  marked, "",     false, "\x82",                                 0,  "b",                                 1, 0        },
-        {marks,  marked, "",     false, "A\x90",                                -1, "a",                                 0, KO_EILSEQ},
-        {pairs,  host,   "6f",   false, "\x81\x41",                             0,  "\x6f",                              1, 0        },
-        {pairs,  host,   "4141", false, "\x81\x41\x41",                         0,  "\x0e\x41\x41\x0f\xc1",              1,
-         0                                                                                                                           }, // between shift codes
-        {a,      small,  "61",   false, "\xff",                                 0,  "a",                                 1, 0        },
-        {host,   kana,   "",     false, "\x0f\xc1\x0e\x41\x41\x41\x42\x0f\x6f", 0,  "A\x81\x82?",                        0,
-         0                                                                                                                           }, // lone shift-in
-        {host,   shifts, "",     false, "\xc1\x0e\x41\x41\x41\x42\x0f\xc1",     0,
-         "A\x0e\x51\x51\x0f\x52\101",                                                                                    0, 0        },
-        {utf8,   u,      "",     false, "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd",    0,  "\0A\0\xe9\x20\xac\xff\xfd"s,
-         0,                                                                                                                 0        },
-        {utf8,   u,      "",     true,  "\0A\0\xe9\x20\xac\xff\xfd"s,           0,  "A\xc3\xa9\xe2\x82\xac\xef\xbf\xbd", 0,
-         0                                                                                                                           },
-        {utf8,   u,      "",     false, "\xf0\x9f\x98\x80",                     0,  "\xd8\x3d\xde\0"s,                   0, 0        },
-        {utf8,   u,      "",     true,  "\xd8\x40\xdc\x01",                     -1, "",                                  0, KO_EILSEQ}, // beyond the second plane
-        {utf8,   u,      "",     false, "\xed\xa0\x80",                         -1, "",                                  0, KO_EILSEQ}, // a surrogate
-        {utf8,   u,      "",     false, "\xe2\x82",                             -1, "",                                  0, KO_EINVAL},
-        {table,  u,      "",     false, "A\x81\x40",                            0,  "\0A\x30\x42"s,                      0, 0        },
-        {table,  u,      "",     false, "\x81\x41",                             0,  "\x30\x44",                          1, 0        },
-        {table,  u,      "",     false, "\x81\x42",                             -1, "",                                  0, KO_EILSEQ},
-        {table,  u,      "",     true,  "\xff\x21",                             0,  "A",                                 1, 0        },
-        {table,  u,      "",     true,  "\0\xe9"s,                              0,  "?",                                 1, 0        },
-        {table,  u,      "",     true,  "\x30\x44",                             -1, "",                                  0, KO_EILSEQ},
-        {states, u,      "",     false, "\xc1\x0e\x41\x42\x0f",                 0,  "\0A\x30\x42"s,                      0, 0        },
-    };
-    std::map<std::string, std::unique_ptr<pair_job>> jobs;
-    for (const auto &r : rows) {
-        SCOPED_TRACE(testing::PrintToString(r.in) + " of " + r.from);
-        std::unique_ptr<pair_job> &job = jobs[r.from + r.to + r.substitute];
-        if (!job) {
-            job = std::make_unique<pair_job>(r.from, r.to);
-            job->opt.substitute = r.substitute;
-            ASSERT_EQ(job->run(), convert_status::done) << job->log;
+    std::map<std::string, std::string> objects;
+    const auto check = [&](const std::string &from, const std::string &to, const std::string &in,
+                           const std::string &out, int sub = 0, int error = 0,
+                           const char *substitute = "") {
+        SCOPED_TRACE(testing::PrintToString(in) + " of " + from);
+        std::string &object = objects[from + to + substitute];
+        if (object.empty()) {
+            pair_job job(from, to);
+            job.opt.substitute = substitute;
+            ASSERT_EQ(job.run(), convert_status::done) << job.log;
+            object = job.there();
         }
-        const cv_record cv(r.home ? job->home() : job->there());
+        const cv_record cv(object);
         const bool stateful = cv.rec()->source_is_stateful || cv.rec()->target_is_stateful;
         conv_state st = {1, 1, 0, 0, nullptr};
-        const cv_outcome got = convert(cv, r.in, 20, stateful ? &st : nullptr);
-        EXPECT_EQ(got, (cv_outcome{r.result, r.out, got.taken, r.sub, r.error}));
-    }
-    const cv_record terminated(jobs[marks + marked]->there());
+        const cv_outcome got = convert(cv, in, 20, stateful ? &st : nullptr);
+        EXPECT_EQ(got, (cv_outcome{error ? -1 : 0, out, got.taken, sub, error}));
+    };
+    check(marks, marked, "A\x81", "ab");
+    check(marks, marked, "A\x80", "aa", 1);
+    check(marks, marked, "\x82", "b", 1);
+    check(marks, marked, "A\x90", "a", 0, KO_EILSEQ);
+    check(pairs, host, "\x81\x41", "\x6f", 1, 0, "6f");
+    check(pairs, host, "\x81\x41\x41", "\x0e\x41\x41\x0f\xc1", 1, 0, "4141"); // in shift codes
+    check(a, small, "\xff", "a", 1, 0, "61");
+    check(host, kana, "\x0f\xc1\x0e\x41\x41\x41\x42\x0f\x6f", "A\x81\x82?"); // lone shift-in
+    check(host, shifts, "\xc1\x0e\x41\x41\x41\x42\x0f\xc1", "A\x0e\x51\x51\x0f\x52\101");
+    check(utf8, u, "A\u00e9\u20ac\ufffd", "\0A\0\xe9\x20\xac\xff\xfd"s);
+    check(u, utf8, "\0A\0\xe9\x20\xac\xff\xfd"s, "A\u00e9\u20ac\ufffd");
+    check(utf8, u, "\U0001F600", "\xd8\x3d\xde\0"s);
+    check(u, utf8, "\xd8\x40\xdc\x01", "", 0, KO_EILSEQ); // beyond the second plane
+    check(utf8, u, "\xed\xa0\x80", "", 0, KO_EILSEQ);     // a surrogate
+    check(utf8, u, "\xe2\x82", "", 0, KO_EINVAL);
+    check(table, u, "A\x81\x40", "\0A\x30\x42"s);
+    check(table, u, "\x81\x41", "\x30\x44", 1);
+    check(table, u, "\x81\x42", "", 0, KO_EILSEQ);
+    check(u, table, "\xff\x21", "A", 1);
+    check(u, table, "\0\xe9"s, "?", 1);
+    check(u, table, "\x30\x44", "", 0, KO_EILSEQ);
+    check(states, u, "\xc1\x0e\x41\x42\x0f", "\0A\x30\x42"s);
+    const cv_record terminated(objects[marks + marked]);
     EXPECT_EQ(convert(terminated, "A\0A"s, 9, nullptr, -1), (cv_outcome{0, "a\0"s, 2, 0, 0}));
 }
 
@@ -165,12 +150,13 @@ TEST(KovacConvert, KeepsWithinTheOutputLengthInAnyTwoPieces) {
     for (const std::string text :
          {"\x81", "A\x81", "\x81\101", "A\x81\101A\x82", "\x81\x82\101A"}) {
         for (size_t cut = 0; cut <= text.size(); ++cut) {
+            SCOPED_TRACE(testing::PrintToString(text) + std::to_string(cut));
             conv_state split = {1, cut == text.size(), 0, 0, nullptr}, back = {1, 1, 0, 0, nullptr};
             std::string out;
             for (const std::string &piece : {text.substr(0, cut), text.substr(cut)}) {
                 const int room = ko_cv_outbuflen(encode.handle, int(piece.size()));
                 const cv_outcome one = convert(encode, piece, room, &split);
-                EXPECT_EQ(one.result, 0) << testing::PrintToString(text) << cut;
+                EXPECT_EQ(one.result, 0);
                 out += one.out;
                 split = {split.first_frag && piece.empty(), 1, split.source_state,
                          split.target_state, nullptr};
@@ -276,18 +262,16 @@ TEST(KovacConvert, WritesTheSameBytesUnderNumbersAndNames) {
 
 using KovacConvertCommand = command_test;
 TEST_F(KovacConvertCommand, ReportsAndExitsWithTheStatusItDocuments) {
-    static const command_row rows[] = {
-        {"-f a.map -o . -t b.map --report",
-         "a to b: 3 characters convert, 1 of them by substitution, 1 have no "
-         "mapping\nirreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n", 0},
-        {"-f a.map -o .",                         "--to is required",         2},
-        {"-f utf8 -t utf8 -o .",                  "one code set",             2},
-        {"-f utf8 -t latin1 --to-name ../x -o .", "cannot name a file",       2},
-        {"-f utf8 -t /usr -o .",                  "cannot read",              3},
-        {"-f a.map -t /no/such.map -o .",         "no code set",              3},
-        {"-f a.map -t utf8 -o /dev/null",         "cannot write",             3},
-    };
     spit(dir / "a.map", "41\tU+0041\n80\tU+0041\t3\n81\tU+3042\n");
     spit(dir / "b.map", "61\tU+0041\n");
-    check(rows, "kovac convert ");
+    command = "kovac convert ";
+    writes("-f a.map -o . -t b.map --report",
+           "a to b: 3 characters convert, 1 of them by substitution, 1 have no "
+           "mapping\nirreversible\t80\tU+0041\t61\t41\nunmapped\t81\tU+3042\n");
+    fails(2, "-f a.map -o .", "--to is required");
+    fails(2, "-f utf8 -t utf8 -o .", "one code set");
+    fails(2, "-f utf8 -t latin1 --to-name ../x -o .", "cannot name a file");
+    fails(3, "-f utf8 -t /usr -o .", "cannot read");
+    fails(3, "-f a.map -t /no/such.map -o .", "no code set");
+    fails(3, "-f a.map -t utf8 -o /dev/null", "cannot write");
 }

@@ -56,20 +56,18 @@ TEST_F(KovaSymbols, WritesAndReadsSymbolsAndSaysWhereTheyAreWrong) {
     std::string many_symbols;
     for (size_t i = 0; i < many.size(); ++i)
         many_symbols += "<a>";
-    const command_row rows[] = {
-        {"IBM037",        "<A><less-than-sign><newline>\n<backslash>",           0, "\xC1\x4C\x25\xE0",         ""                 },
-        {"-d IBM037",     "\xC1\x4C\x25",                                        0, "<A>\n <U003C>\t<newline>", ""                 },
-        {"SHIFT_JIS",     "<a><U6F22><newline>\n",                               0, "a\x8a\xbf\n",              ""                 },
-        {"SHIFT_JIS",     "input:2: byte offset 3: the text ends",               1, "ab\n\x8a",                 "<a><b><newline>\n"},
-        {"EUC-JP",        "byte offset 1: bytes that are not a character: ff",   1, "a\xff",                    "<a>"              },
-        {"-d EUC-JP",     "input:2:2: the code set has no character <zork>",     1, "<a>\n <zork>",             "a"                },
-        {"-d EUC-JP",     "input:1:4: a symbol such as <A> is expected, not <b", 1, "<a><b",                    "a"                },
-        {"zork",          "code set zork: there is no charmap object",           3, "a",                        ""                 },
-        {"ISO-8859-1",    many_symbols,                                          0, many,                       ""                 },
-        {"-d ISO-8859-1", many,                                                  0, many_symbols,               ""                 },
-    };
     environment["LC_ALL"] = "C";
-    check(rows, "kova symbols ");
+    command = "kova symbols ";
+    writes("IBM037", "<A><less-than-sign><newline>\n<backslash>", "\xC1\x4C\x25\xE0");
+    writes("-d IBM037", "\xC1\x4C\x25", "<A>\n <U003C>\t<newline>");
+    writes("SHIFT_JIS", "<a><U6F22><newline>\n", "a\x8a\xbf\n");
+    fails(1, "SHIFT_JIS", "input:2: byte offset 3: the text ends", "ab\n\x8a", "<a><b><newline>\n");
+    fails(1, "EUC-JP", "byte offset 1: bytes that are not a character: ff", "a\xff", "<a>");
+    fails(1, "-d EUC-JP", "input:2:2: the code set has no character <zork>", "<a>\n <zork>", "a");
+    fails(1, "-d EUC-JP", "input:1:4: a symbol such as <A> is expected, not <b", "<a><b", "a");
+    fails(3, "zork", "code set zork: there is no charmap object", "a");
+    writes("ISO-8859-1", many_symbols, many);
+    writes("-d ISO-8859-1", many, many_symbols);
 }
 
 TEST_F(KovaSymbols, GivesEveryNameAndOneOfItsOwnToEveryCharacter) {
@@ -85,12 +83,10 @@ TEST_F(KovaSymbols, GivesEveryNameAndOneOfItsOwnToEveryCharacter) {
                     "s 0 x43 1 43\n"),
         std::string::npos)
         << object;
-    static const command_row rows[] = {
-        {"map -o .",    "has no number", 2},
-        {"IBM930 -o .", "",              1},
-        {"-o .",        "",              2},
-    };
-    check(rows, "kovac charmap ");
+    command = "kovac charmap ";
+    fails(2, "map -o .", "has no number");
+    fails(1, "IBM930 -o .", "");
+    fails(2, "-o .", "");
 }
 
 } // namespace
