@@ -33,12 +33,20 @@ if(WIN32)
   target_link_options(kova_tool_compile INTERFACE -static)
 endif()
 
+# The list of known differences as the text that kovac holds.
+set(exceptions ${CMAKE_CURRENT_SOURCE_DIR}/data/collation_exceptions.list)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exceptions})
+file(READ ${exceptions} KOVAC_EXCEPTIONS)
+configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/collation_exceptions.cpp.in
+               ${CMAKE_BINARY_DIR}/generated/collation_exceptions.cpp @ONLY)
+
 foreach(room common kova kovac)
   file(GLOB sources CONFIGURE_DEPENDS ${tools}/${room}/*.cpp)
   list(REMOVE_ITEM sources ${tools}/${room}/${room}.cpp)
   add_library(${room}_parts STATIC ${sources})
   target_link_libraries(${room}_parts PUBLIC kova_tool_compile)
 endforeach()
+target_sources(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/generated/collation_exceptions.cpp)
 target_link_libraries(kova_parts PUBLIC common_parts)
 target_link_libraries(kovac_parts PUBLIC common_parts)
 

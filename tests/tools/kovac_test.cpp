@@ -418,6 +418,35 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
         "root/kova/cm3/registry\nroot/kova/lc11/default.lco\nroot/kova/lc11/xx_yy/0333mod.lco\n");
 }
 
+// "ea" sorts after b followed by e, which one weight cannot say exactly.
+TEST_F(KovacCommand, ProvesWhatTheListOfExceptionsAllowsAndNothingElse) {
+    source_parts parts;
+    parts.collate = "collating-element <ea> from \"ea\"\norder_start forward\n<U0061>\n<U0062>\n"
+                    "<ea> \"<U0062><U0065>\"\n<U0063>\n<U0065>\norder_end\n";
+    spit(dir / "xx_YY", parts.text());
+    spit(dir / "cs", small_charmap());
+    spit(dir / "none", "zz_ZZ SMALL element-1-00 99999 another locale\n");
+    spit(dir / "list", "xx_YY SMALL element-1-00 99999 one weight\n"
+                       "xx_YY SMALL element-0-00 99999 one weight\n");
+    static const struct {
+        const char *options;
+        int status;
+        const char *says;
+    } rows[] = {
+        {"--prove",                   1, "not proved"      },
+        {"--prove --exceptions none", 1, "not proved"      },
+        {"--prove --exceptions gone", 3, "cannot read list"},
+        {"--exceptions list",         2, "--prove"         },
+        {"--prove --exceptions list", 0, "one weight"      },
+    };
+    for (const auto &r : rows) {
+        const outcome got = shell("kovac locale -o root -i xx_YY -f cs --default "s + r.options);
+        EXPECT_EQ(got.status, r.status) << r.options << got.err;
+        EXPECT_NE((got.out + got.err).find(r.says), std::string::npos) << r.options << got.err;
+        EXPECT_EQ(shell("find root -name '*.lco'").out.empty(), r.status != 0) << r.options;
+    }
+}
+
 TEST_F(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
     made.write("here/locales/xx_YY", source_parts().text());
     made.write("here/charmaps/cs", small_charmap());

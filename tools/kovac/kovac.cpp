@@ -16,6 +16,7 @@
 #include "kova_host.h"
 #include "kovac/kovac_convert.h"
 #include "kovac/kovac_locale.h"
+#include "kovac/kovac_oracle.h"
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_symbols.h"
 #include "kovac/kovac_write.h"
@@ -26,7 +27,8 @@ enum exit_status { exit_done = 0, exit_source = 1, exit_usage = 2, exit_file = 3
 
 struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list, release;
-    std::string sources; // directory that is searched first
+    std::string sources;    // directory that is searched first
+    std::string exceptions; // list instead of the built-in one
     bool is_default = false, prove = false, verbose = false;
     bool drop = false;
     collation_options order;
@@ -224,15 +226,39 @@ static int load_error(const std::string &path) {
     return error;
 }
 
-// Writes the object. The library loads it, and with a report proves it, before it gets its name.
+// The differences from the source that are allowed: those of a file, else the known ones.
+static int load_exceptions(const locale_options &opt, exception_list &list) {
+    list = {"data/collation_exceptions.list", known_exceptions};
+    if (opt.exceptions.empty()) return exit_done;
+    list.name = opt.exceptions;
+    if (read_whole(opt.exceptions, list.text)) return exit_done;
+    return complain(exit_file, "cannot read list " + opt.exceptions);
+}
+
+// What a proof compares an object with.
+struct proof_input {
+    source_set &set;
+    diagnostics &diag;
+    proof_terms terms;
+    proof_report report;
+};
+
+static bool prove_all(proof_input &in, const locale_object &object, const charmap &map,
+                      const std::string &path) {
+    prove_object(map, object.collate, path, in.report);
+    prove_source(in.set, map, in.diag, path, in.terms, in.report);
+    return print_proof(in.report);
+}
+
+// Writes the object. The library loads it, and it is proved if there is a proof, before it gets its
+// name.
 static int write_object(const std::string &path, const locale_object &object, const charmap &map,
-                        proof_report *report) {
+                        proof_input *proof) {
     std::string why;
     int error = KO_OK;
     const trial prove = [&](const std::string &beside) {
-        if (report) prove_object(map, object.collate, beside, *report);
         error = load_error(beside);
-        return (!report || print_proof(*report)) && error == KO_OK;
+        return error == KO_OK && (!proof || prove_all(*proof, object, map, beside));
     };
     const write_result result = write_locale(path, object, map, &why, prove);
     if (result == write_result::done) return exit_done;
@@ -241,7 +267,7 @@ static int write_object(const std::string &path, const locale_object &object, co
                                             "(error %d); correct the source, in LC_TIME its eras",
                                             path.c_str(), error));
     if (result == write_result::unproved)
-        return complain(exit_source, "comparison and key disagree; nothing was written");
+        return complain(exit_source, path + ": the collation is not proved; nothing was written");
     if (result == write_result::no_memory) why = "memory is exhausted";
     return complain(exit_file, "cannot write " + path + ": " + why);
 }
@@ -268,8 +294,12 @@ static int compile_one(const locale_options &opt) {
     }
     if (int status = object_path(opt, codeset, &path)) return status;
     locale_object object;
-    proof_report report;
-    if (!compile_locale(set, map, diag, object, opt.prove ? &report : nullptr, opt.order)) {
+    proof_input proof{
+        set, diag, {base_name(opt.source), {}, opt.order.equal_ties},
+          {                    }
+    };
+    if (int status = load_exceptions(opt, proof.terms.allowed)) return status;
+    if (!compile_locale(set, map, diag, object, opt.prove ? &proof.report : nullptr, opt.order)) {
         if (diag.errors > diag.max_errors) {
             fprintf(stderr, "kovac: %d errors in %s\n", diag.errors,
                     kovatool::printable(opt.source).c_str());
@@ -277,7 +307,7 @@ static int compile_one(const locale_options &opt) {
         return exit_source;
     }
     describe(opt, set, map, object);
-    if (int status = write_object(path, object, map, opt.prove ? &report : nullptr)) return status;
+    if (int status = write_object(path, object, map, opt.prove ? &proof : nullptr)) return status;
     if (opt.verbose) {
         fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n",
                 kovatool::printable(path).c_str(), map.chars.size(), object.ctype.pairs.size() - 1,
@@ -405,7 +435,11 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     cmd->add_option("--release", opt.release, "Name of the data release, for the object's header")
         ->check(CLI::Validator(release_error, "NAME"));
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
-    cmd->add_flag("--prove", opt.prove, "Print what was proved of the collation");
+    auto *prove = cmd->add_flag("--prove", opt.prove,
+                                "Prove the collation against itself and against the source");
+    cmd->add_option("--exceptions", opt.exceptions,
+                    "Differences from the source that are allowed, instead of the built-in list")
+        ->needs(prove);
     cmd->add_flag("--drop", opt.drop,
                   "Compile a code set with characters of more than two bytes without those");
     cmd->add_flag("--equal-ties", opt.order.equal_ties,
