@@ -275,6 +275,24 @@ collating-symbol <CAP>|<BASE>|<AC>|<MIN>|<CAP>|order_start forward;forward;forwa
              "a < dz\xE1 < k < ku < vk < vka < u");
 }
 
+// A consonant with a sign, which weighs as the two do, and a character that stands for both. Most
+// letters sort after the sign.
+TEST(CollateTables, ElementsThatWeighAsTheirCharactersAreLeftOut) {
+    const std::string body = R"(collating-element <k-v> from "kv"|order_start forward;forward
+<U0061> <U0061>;<U0061>|<U0062>|<U006B> <U006B>;<U0061>|<U0076> <U0076>;<U0061>
+<U0077> <U0077>;<U0061>|<U0078> <U0078>;<U0061>|<U0079> <U0079>;<U0061>|<U007A> <U007A>;<U0061>
+<U007B> <U007B>;<U0061>|<U007C> <U007C>;<U0061>|<U00E0> "<U006B><U0076>";"<U0061><U0062>"
+<k-v> "<U006B><U0076>";)";
+    compiled same(body + "\"<U0061><U0061>\"\norder_end\n", wide_set());
+    same.run().expect("k < ka < kv < \xE0 < kva < \xE0"
+                      "a < kz < z");
+    EXPECT_TRUE(same.tables.elements.empty());
+    // Another second level: one weight, directly after that of the consonant.
+    compiled other(body + "<U0062>\norder_end\n", wide_set());
+    other.run().expect("k < ka < kv < kva < z");
+    EXPECT_EQ(other.tables.elements.size(), 1u);
+}
+
 // g and y are one letter here, which gg and y have twice.
 TEST(CollateTables, DoubledDigraphsSortAsTwoLetters) {
     const compiled c(R"(collating-element <g-y> from "gy"|collating-element <g-g-y> from "ggy"

@@ -163,6 +163,33 @@ static bool says_the_same(const compiler &c, const weighed &e) {
     return apart == e.levels[0];
 }
 
+// Leaves out the elements that weigh, level by level, as their characters do one after the other
+// (an example is a Malayalam consonant with its virama): as characters they have exact weights. A
+// fourth level, which only distinguishes spellings, need not be the same.
+static void drop_plain_elements(compiler &c, std::vector<weighed> &found) {
+    std::vector<const weighed *> of_char(0x10000);
+    for (const weighed &w : c.all)
+        if (w.kind == weighed::character) of_char[w.wide] = &w;
+    const auto apart = [&](const weighed &e, size_t level) {
+        symbols text;
+        for (const uint16_t wide : e.chars)
+            if (const weighed *ch = of_char[wide])
+                text.insert(text.end(), ch->levels[level].begin(), ch->levels[level].end());
+        return text;
+    };
+    const size_t telling = std::min<size_t>(c.src.levels, 3), count = found.size();
+    std::erase_if(found, [&](const weighed &e) {
+        for (size_t level = 0; level < telling; ++level)
+            if (e.levels[level] != apart(e, level)) return false;
+        return true;
+    });
+    if (found.size() == count) return;
+    warning(c.diag, {},
+            format("%zu collating elements weigh as their characters at the first %zu levels; left "
+                   "out",
+                   count - found.size(), telling));
+}
+
 static bool only_common(const symbols &text, const symbols &common) {
     return std::all_of(text.begin(), text.end(), [&](uint32_t s) {
         return std::find(common.begin(), common.end(), s) != common.end();
@@ -309,6 +336,7 @@ static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
 // Adds the elements, longest first, because the first that matches is taken.
 static void add_elements(compiler &c) {
     std::vector<weighed> found = source_elements(c);
+    drop_plain_elements(c, found);
     const bool same = std::all_of(found.begin(), found.end(),
                                   [&](const weighed &e) { return says_the_same(c, e); });
     if (!found.empty() && same && c.map.max_len == 1) {

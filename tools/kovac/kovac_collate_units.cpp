@@ -139,8 +139,10 @@ static void place_unclear(level_work &w, unit &u) {
         if (at == w.index.end() || !w.units[at->second].used) continue;
         // An element such as a vowel and the consonant after which it is read sorts directly after
         // that consonant: what may follow the consonant in its script sorts below the vowel.
-        const bool element =
-            std::none_of(u.who.begin(), u.who.end(), [&w](size_t i) { return plain(w.in.all[i]); });
+        // Characters with a spelling do not have the number that is placed here.
+        const bool element = std::none_of(u.who.begin(), u.who.end(), [&w](size_t i) {
+            return plain(w.in.all[i]) && w.spelling[i].empty();
+        });
         u.before_stem = n + 1 == u.text.size() && !element && mostly_above(w, u.text[n]);
         return;
     }
