@@ -88,11 +88,12 @@ KO_API int ko_locale_utf8(ko_lc_t loc);
 
 /* Names the version of a locale's order, as a text to keep with an index: keys and order of two
  * records are the same if their versions are. It consists of the hash of the object from which
- * LC_COLLATE was read, of "-k" with the number of the library's key format and, if the object
- * states one, of a blank and the release's name: "5d41402abc4b2a76-k1 2026.1". dst, room  get the
- * text with a terminator, cut to the room; dst may be NULL with room 0 Returns the length of the
- * whole text, without the terminator, or -KO_ENULL, -KO_ENOCAT (the record has no LC_COLLATE),
- * -KO_EOBJECT (its object states no hash). */
+ * LC_COLLATE was read; of "-k" with the number of the library's key format; where UTF-8 is ordered
+ * in another code set than "unicode", of "-u" with the hash of the conversion from UTF-8; and, if
+ * the object states one, of a blank and the release's name: "5d41402abc4b2a76-k1 2026.1".
+ *   dst, room  get the text with a terminator, cut to the room; dst may be NULL with room 0
+ * Returns the length of the whole text, without the terminator, or -KO_ENULL, -KO_ENOCAT (there is
+ * no LC_COLLATE in the record), -KO_EOBJECT (its object states no hash). */
 KO_API int ko_locale_version(ko_lc_t loc, char *dst, size_t room);
 
 /* A locale of a data root. The texts live until the callback returns. */

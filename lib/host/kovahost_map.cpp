@@ -154,6 +154,9 @@ static int add_conversion(const kovaloc *loc, uint16_t from, uint16_t to, cv_wal
     cv_file file;
     if (const int error = read_cv(loc, name, &file)) return error;
     if (file.rec->source_is_stateful || file.rec->target_is_stateful) return KO_ECODESET;
+    object_facts facts;
+    if (walk.entry == add_wide)
+        read_object_facts(file.bytes, file.size, &facts, &walk.map->content);
     const mb_decode *const table = file.rec->conv_noshift;
     walk.target_max = unsigned(file.rec->target_max_len);
     return walk_entries(&walk, table, table_root(table), 0) ? KO_OK : KO_ENOMEM;
@@ -163,6 +166,7 @@ static host_map *empty_map(const char *codeset) {
     ext_block<host_map> block(1);
     if (!block.p) return nullptr;
     memcpy(block.p->codeset, codeset, codeset_room);
+    block.p->content = 0;
     for (auto &page : block.p->codes)
         page = no_codes.data();
     for (auto &page : block.p->wide)

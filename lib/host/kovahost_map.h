@@ -9,6 +9,7 @@ constexpr unsigned code_pages = 0x1100; // of 256 codes
 
 struct host_map {
     char codeset[codeset_room];
+    uint64_t content;                   // a hash of the conversion from UTF-8
     const uint32_t *codes[256];         // by the high byte: codes of wide characters, or no_code
     const ko_wchar_t *wide[code_pages]; // by the high bytes: wide characters of codes; 0: none
 };

@@ -1,10 +1,12 @@
 // Information queries: strings by item number, conventions and versions. Every answer points into
 // the record.
+#include "host/kovahost_map.h"
 #include "load/kovasetlc_load.h"
 #include "time/kovatmlib.h"
 
 #include "kova_host.h"
 
+#include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -103,9 +105,13 @@ int ko_locale_version(ko_lc_t handle, char *dst, size_t room) {
     const object_facts &facts = loc->order_facts;
     if (!loc->codeset[KO_LC_COLLATE - 2][0]) return -KO_ENOCAT;
     if (!facts.content[0]) return -KO_EOBJECT;
-    char text[content_digits + 16 + release_room];
-    const int len = snprintf(text, sizeof text, "%s-k%d%s%s", facts.content, key_format,
-                             facts.release[0] ? " " : "", facts.release);
+    // What a character of UTF-8 weighs in another code set depends on the conversion, too.
+    const bool mapped = !is_unicode(loc, KO_LC_COLLATE) && !unfit(handle, KO_LC_COLLATE);
+    char conversion[content_digits + 3] = "";
+    if (mapped) snprintf(conversion, sizeof conversion, "-u%016" PRIx64, loc->map->content);
+    char text[2 * content_digits + 16 + release_room];
+    const int len = snprintf(text, sizeof text, "%s-k%d%s%s%s", facts.content, key_format,
+                             conversion, facts.release[0] ? " " : "", facts.release);
     if (!room) return len;
     const size_t kept = size_t(len) < room ? size_t(len) : room - 1;
     memcpy(dst, text, kept);
