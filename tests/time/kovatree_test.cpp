@@ -1,6 +1,7 @@
 // Trees of names: insertion and look-up of both kinds.
 #include "time/kovatree.h"
 
+#include "support/answer.h"
 #include "time/time_records.h"
 
 // A tree of each kind with the same names.
@@ -29,7 +30,7 @@ struct trees {
     // Value, wide characters and bytes of what both trees find; empty for nothing.
     std::string find(const std::string &text) const {
         std::vector<ko_wchar_t> wcs(text.size() + 1);
-        loc->exp.mbstowcs(loc, wcs.data(), mb(text.c_str()), static_cast<int>(wcs.size()));
+        loc->exp.mbstowcs(loc, wcs.data(), mb(text.c_str()), int(wcs.size()));
         int len = -1, val = -1, len_bytes = -1, val_bytes = -1;
         const int failed = validate_wc_string(loc, wide, wcs.data(), &len, &val);
         EXPECT_EQ(validate_mb_string(loc, bytes, mb(text.c_str()), &len_bytes, &val_bytes), failed);
@@ -39,29 +40,19 @@ struct trees {
     }
 };
 
+// Names, a text, and what is found: the shorter name wins and the later one of two, in either case
+// where the code set has both, which it has not of all letters of JANUARY.
 TEST(NameTree, FindsTheShortestNameInEitherCase) {
-    static const struct {
-        const char *names, *text, *want;
-    } rows[] = {
-        {"jan|feb",     "JANUARY",  ""     }, // of those letters the code set has only some in both
-        {"has|cab",     "HaS",      "0 3 3"},
-        {"hash|has",    "hashes",   "1 3 3"}, // the shorter one wins
-        {"has|hash",    "hashes",   "0 3 3"},
-        {"hash|hab",    "hac",      ""     },
-        {"hash|hab",    "ha",       ""     },
-        {"has|cab|has", "has",      "2 3 3"}, // the later one wins
-        {"|has",        "anything", "0 0 0"},
-        {"has|",        "hash",     "0 3 3"},
-        {"has|",        "hab",      "1 0 0"},
-        {"has|",        "",         "1 0 0"},
-    };
     loaded_locale loc(single_byte_object());
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.names) + " <- " + row.text);
+    for (const auto &w : table("jan|feb JANUARY; has|cab HaS 0~3~3; hash|has hashes 1~3~3; "
+                               "has|hash hashes 0~3~3; hash|hab hac; hash|hab ha; "
+                               "has|cab|has has 2~3~3; |has anything 0~0~0; has| hash 0~3~3; "
+                               "has| hab 1~0~0; has| ~ 1~0~0")) {
+        SCOPED_TRACE(w[0] + " <- " + w[1]);
         trees tree(loc);
-        EXPECT_EQ(tree.find(row.text), "");
-        ASSERT_TRUE(tree.add_all(row.names));
-        EXPECT_EQ(tree.find(row.text), row.want);
+        EXPECT_EQ(tree.find(w[1]), "");
+        ASSERT_TRUE(tree.add_all(w[0]));
+        EXPECT_EQ(tree.find(w[1]), w.size() > 2 ? w[2] : "");
     }
     EXPECT_EQ(loc.error(), 0);
 }
@@ -74,14 +65,13 @@ TEST(NameTree, TakesCharactersOfTwoBytesAndRefusesWhatIsNone) {
     EXPECT_EQ(loc.error(), 0);
     const ko_wchar_t text[] = {0x8140, 0xFFFF, 0};
     int len, val;
-    EXPECT_EQ(validate_wc_string(record(loc), tree.wide, text, &len, &val), -1);
-    EXPECT_EQ(loc.error(), 0);
-    EXPECT_EQ(cache_wc_string(record(loc), &tree.wide, mb("ab\xFF"), 1), -1);
-    EXPECT_EQ(loc.error(), KO_EILSEQ);
-    *ko_ext_errno(loc) = 0;
-    EXPECT_EQ(cache_mb_string(record(loc), &tree.bytes, mb("ab\xFF"), 1), -1);
-    EXPECT_EQ(loc.error(), KO_EILSEQ);
-    *ko_ext_errno(loc) = 0;
+    EXPECT_EQ(answered(loc, validate_wc_string(record(loc), tree.wide, text, &len, &val)),
+              answer(-1, 0));
+    const ko_mchar_t *const bad = mb("ab\xFF");
+    EXPECT_EQ(answered(loc, cache_wc_string(record(loc), &tree.wide, bad, 1)),
+              answer(-1, KO_EILSEQ));
+    EXPECT_EQ(answered(loc, cache_mb_string(record(loc), &tree.bytes, bad, 1)),
+              answer(-1, KO_EILSEQ));
     EXPECT_EQ(tree.find("ab"), "");
     EXPECT_EQ(loc.error(), 0);
 }

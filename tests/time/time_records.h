@@ -6,10 +6,9 @@
 #include "load/kovasetlc_load.h"
 
 #include "support/locale_builder.h"
+#include "support/rows.h"
 
-#include <algorithm>
 #include <random>
-#include <utility>
 
 // Times of a test that goes through many: all of them in a release, a few under sanitizers.
 #if defined(__SANITIZE_ADDRESS__)
@@ -38,15 +37,6 @@ struct times {
     std::string era_formats = "%EC%Ey %m/%d|%H.%M|%Ex %EX"; // date, time, both
     std::string digits;
 };
-inline std::vector<std::string> split(const std::string &text) {
-    std::vector<std::string> parts;
-    for (size_t at = 0; !text.empty() && at <= text.size();) {
-        const size_t bar = std::min(text.find('|', at), text.size());
-        parts.push_back(text.substr(at, bar - at));
-        at = bar + 1;
-    }
-    return parts;
-}
 
 inline locale_object with_times(locale_object object, const times &t, bool wide = false) {
     object.time = t.calendar + "\n";
@@ -87,16 +77,17 @@ struct compiled_locale {
 
 // Within the ranges of the directives. The days of months are those that all months have.
 inline ko_tm_t random_time(std::mt19937 &random) {
-    const auto below = [&random](unsigned n) { return static_cast<int>(random() % n); };
-    return {.tm_usec = below(1000000),
-            .tm_sec = below(60),
-            .tm_min = below(60),
-            .tm_hour = below(24),
-            .tm_mday = 1 + below(28),
-            .tm_mon = below(12),
-            .tm_year = below(2) ? below(200) : below(8000) - 1000,
-            .tm_wday = below(7),
-            .tm_yday = below(366)};
+    const auto below = [&random](unsigned n) { return int(random() % n); };
+    // Microsecond, second, minute, hour, day, month, year, and the days of week and year.
+    return {below(1000000),
+            below(60),
+            below(60),
+            below(24),
+            1 + below(28),
+            below(12),
+            below(2) ? below(200) : below(8000) - 1000,
+            below(7),
+            below(366)};
 }
 
 // Turns the quick ways of a record off within the block.
