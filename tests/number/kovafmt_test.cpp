@@ -2,6 +2,7 @@
 // with just enough room and with one less.
 #include "number/kovafmt.h"
 #include "number/number_records.h"
+#include "support/answer.h"
 
 #include <limits.h>
 #include <math.h>
@@ -22,9 +23,14 @@ static const loaded_locale &english() {
     static const loaded_locale loc(numbers(". , + -", "1 3"));
     return loc;
 }
-static const loaded_locale &mainframe_english() {
-    static const loaded_locale loc(numbers(". , + -", "1 3", mainframe));
-    return loc;
+// Checks each row in ASCII and in EBCDIC.
+template <class Check> static void in_both_sets(const char *rows, Check check) {
+    static const loaded_locale mainframe_english(numbers(". , + -", "1 3", mainframe));
+    for (const loaded_locale *loc : {&english(), &mainframe_english})
+        for (const auto &w : table(rows)) {
+            SCOPED_TRACE(w[0] + " " + w[1]);
+            check(*loc, w);
+        }
 }
 
 static std::vector<ko_mchar_t> narrow(const std::vector<ko_wchar_t> &units) {
@@ -33,7 +39,7 @@ static std::vector<ko_mchar_t> narrow(const std::vector<ko_wchar_t> &units) {
 template <class Unit> static std::string from_set(ko_lc_t loc, const Unit *units) {
     std::string text;
     for (; *units; ++units)
-        text += static_cast<char>(portable(record(loc), *units));
+        text += char(portable(record(loc), *units));
     return text;
 }
 // ---- Formatting ---------------------------------------------------------------------------------
@@ -46,12 +52,12 @@ template <class Unit, class Print> static std::string printed(ko_lc_t loc, Print
     if (n < 0) return "!" + std::to_string(taken_error(loc));
     EXPECT_EQ(taken_error(loc), 0);
     const std::string text = from_set(loc, out.data());
-    EXPECT_EQ(text.size(), static_cast<size_t>(n));
+    EXPECT_EQ(text.size(), size_t(n));
     for (int max = n > 0 ? n - 1 : 0; max <= n; ++max) {
-        std::vector<Unit> tight(static_cast<size_t>(max) + 2, 0xAA);
-        EXPECT_EQ(print(tight.data(), max), max == n ? n : -1);
-        EXPECT_EQ(taken_error(loc), max == n ? 0 : KO_E2BIG);
-        EXPECT_EQ(tight[static_cast<size_t>(max) + 1], 0xAA);
+        std::vector<Unit> tight(size_t(max) + 2, 0xAA);
+        EXPECT_EQ(answered(loc, print(tight.data(), max)),
+                  max == n ? answer(n, 0) : answer(-1, KO_E2BIG));
+        EXPECT_EQ(tight[size_t(max) + 1], 0xAA);
     }
     return text;
 }
@@ -86,12 +92,9 @@ static constexpr const char integer_rows[] =
     "%2147483647d%d 7 7 !14";
 
 TEST(NumberFormat, WritesIntegers) {
-    for (const loaded_locale *loc : {&english(), &mainframe_english()}) {
-        for (const auto &w : table(integer_rows)) {
-            SCOPED_TRACE(w[0] + " " + w[1]);
-            EXPECT_EQ(fnum(*loc, w[0], whole(w[1]), whole(w[2])), w.back());
-        }
-    }
+    in_both_sets(integer_rows, [](ko_lc_t loc, const auto &w) {
+        EXPECT_EQ(fnum(loc, w[0], whole(w[1]), whole(w[2])), w.back());
+    });
 }
 
 static constexpr const char real_rows[] =
@@ -108,12 +111,9 @@ static constexpr const char real_rows[] =
     "%+G inf +INF; %'e nan nan; %.99999f 1 !14; %F 1 !22";
 
 TEST(NumberFormat, WritesReals) {
-    for (const loaded_locale *loc : {&english(), &mainframe_english()}) {
-        for (const auto &w : table(real_rows)) {
-            SCOPED_TRACE(w[0] + " " + w[1]);
-            EXPECT_EQ(fnum(*loc, w[0], strtod(w[1].c_str(), nullptr)), w[2]);
-        }
-    }
+    in_both_sets(real_rows, [](ko_lc_t loc, const auto &w) {
+        EXPECT_EQ(fnum(loc, w[0], strtod(w[1].c_str(), nullptr)), w[2]);
+    });
 }
 
 // A double between two integers does not touch the sign of the second.
@@ -165,20 +165,12 @@ TEST(NumberFormat, WritesStringsAndCharacters) {
     EXPECT_EQ(fnum(english(), "%s", text.c_str()), text);
     EXPECT_EQ(fnum(english(), text), text);
     // A character without a byte is the last thing told.
-    static const struct {
-        const char *format;
-        int max, error;
-    } unfit[] = {
-        {"a%lc%5d", 2, KO_E2BIG     },
-        {"a%lc%y",  9, KO_EDIRECTIVE},
-        {"a%lc%",   9, KO_EFORMAT   },
-        {"a%lcb",   9, KO_EILSEQ    },
-    };
-    for (const auto &r : unfit) {
+    for (const auto &w : table("a%lc%5d 2 14; a%lc%y 9 22; a%lc% 9 15; a%lcb 9 1")) {
         ko_mchar_t out[16];
-        EXPECT_EQ(ko_mbsfnum(english(), out, r.max, mb(r.format), 0x8140, 1), -1);
-        EXPECT_EQ(taken_error(english()), r.error) << r.format;
-        EXPECT_EQ(out[0] << 8 | out[1], 'a' << 8);
+        EXPECT_EQ(answered(english(),
+                           ko_mbsfnum(english(), out, whole(w[1]), mb(w[0].c_str()), 0x8140, 1)),
+                  answer(-1, whole(w[2])));
+        EXPECT_EQ(out[0] << 8 | out[1], 'a' << 8) << w[0];
     }
 }
 
@@ -189,12 +181,11 @@ TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
     EXPECT_EQ(ko_mbsfnum(mixed, out, 6, mb("%'d%s"), 12, mb("\x81\x40\x81\x41")), 6);
     EXPECT_EQ(text(out), "12\x81\x40\x81\x41");
     out[6] = 0xAA;
-    EXPECT_EQ(ko_mbsfnum(mixed, out, 5, mb("%'d%s"), 12, mb("\x81\x40\x81\x41")), -1);
-    EXPECT_EQ(mixed.error(), KO_E2BIG);
-    EXPECT_EQ(out[0], 0);
-    EXPECT_EQ(out[6], 0xAA);
-    EXPECT_EQ(ko_mbsfnum(mixed, out, 9, mb("\x81\x20%d"), 12), -1);
-    EXPECT_EQ(mixed.error(), KO_EILSEQ);
+    EXPECT_EQ(answered(mixed, ko_mbsfnum(mixed, out, 5, mb("%'d%s"), 12, mb("\x81\x40\x81\x41"))),
+              answer(-1, KO_E2BIG));
+    EXPECT_TRUE(out[0] == 0 && out[6] == 0xAA);
+    EXPECT_EQ(answered(mixed, ko_mbsfnum(mixed, out, 9, mb("\x81\x20%d"), 12)),
+              answer(-1, KO_EILSEQ));
     EXPECT_EQ(ko_mbsfnum(mixed, out, 9, mb("%s"), mb("\x81")), -1);
 
     const std::string format = encoded("%'.1f", true) + std::string(2, '\0');
@@ -214,7 +205,7 @@ TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
 // The part of the language that both have, at most 15 significant digits.
 TEST(NumberFormat, AgreesWithPrintf) {
     std::mt19937_64 seeded(4711);
-    const auto below = [&](int n) { return static_cast<int>(seeded() % unsigned(n)); };
+    const auto below = [&](int n) { return int(seeded() % unsigned(n)); };
     const loaded_locale &loc = english();
     ko_mchar_t out[room];
     char want[room];
@@ -240,15 +231,14 @@ TEST(NumberFormat, AgreesWithPrintf) {
         if (real || !zero) format += "." + std::to_string(real ? below(most + 1) : 1 + below(8));
         format += letter;
         format += '>';
-        const int n = real ? ko_mbsfnum(loc, out, room - 1, mb(format.c_str()), value)
-                           : ko_mbsfnum(loc, out, room - 1, mb(format.c_str()),
-                                        is_signed ? integer : integer & INT_MAX);
-        const int len =
-            real ? snprintf(want, room, format.c_str(), value)
-                 : snprintf(want, room, format.c_str(), is_signed ? integer : integer & INT_MAX);
-        if (letter == 'g') std::replace(want, want + len, 'e', 'E');
-        ASSERT_EQ(text(out), want) << format << " of " << value << " or " << integer;
-        ASSERT_EQ(n, len);
+        const auto agree = [&](auto given) {
+            const int n = ko_mbsfnum(loc, out, room - 1, mb(format.c_str()), given);
+            const int len = snprintf(want, room, format.c_str(), given);
+            if (letter == 'g') std::replace(want, want + len, 'e', 'E');
+            return n == len && text(out) == want;
+        };
+        ASSERT_TRUE(real ? agree(value) : agree(is_signed ? integer : integer & INT_MAX))
+            << text(out) << " for " << want << " by " << format;
     }
 }
 
@@ -257,15 +247,22 @@ TEST(NumberFormat, AgreesWithPrintf) {
 template <class... Pointers>
 static std::string pnum(ko_lc_t loc, const char *in, const char *format, Pointers... pointers) {
     const auto wide_in = in_set(loc, in), wide_format = in_set(loc, format);
-    const int n = ko_wcspnum(loc, wide_in.data(), wide_format.data(), pointers...);
-    const int error = taken_error(loc);
-    EXPECT_EQ(ko_mbspnum(loc, narrow(wide_in).data(), narrow(wide_format).data(), pointers...),
-              n ? n : -1);
-    EXPECT_EQ(taken_error(loc), error);
+    const auto [n, error] =
+        answered(loc, ko_wcspnum(loc, wide_in.data(), wide_format.data(), pointers...));
+    EXPECT_EQ(answered(loc, ko_mbspnum(loc, narrow(wide_in).data(), narrow(wide_format).data(),
+                                       pointers...)),
+              answer(n ? n : -1, error));
     return std::to_string(n) + (error ? "!" + std::to_string(error) : "");
 }
 
-// A text, the format, what is stored and what remains.
+// A row's text, format and result, and what is then in two numbers.
+template <class T> static void reads_numbers(ko_lc_t loc, const std::vector<std::string> &w) {
+    T a = 77, b = 77;
+    EXPECT_EQ(pnum(loc, w[0].c_str(), w[1].c_str(), &a, &b), w[2]);
+    EXPECT_EQ(a, strtod(w[3].c_str(), nullptr));
+    EXPECT_EQ(b, strtod(w[4].c_str(), nullptr));
+}
+
 TEST(NumberParse, ReadsIntegers) {
     static constexpr const char rows[] =
         "12~34 %d%d 2 12 34; 12~34 %d,%d 1!22 12 77; 12,34 %d,%d 2 12 34; ~12~~~34 %d~%d 2 12 34; "
@@ -277,19 +274,10 @@ TEST(NumberParse, ReadsIntegers) {
         "50% %d%% 1 50 77; 50x %d%% 1!22 50 77; ff~0x1F %x%X 2 255 31; 777~1012~123 %o%b 2 511 5; "
         "123 %q 1 27 77; 12 %.5d 1 12 77; 99999999999 %d 1 -1 77; 5 % 0!15 77 77; "
         "5 %y 0!22 77 77; 5 %.%d 0!45 77 77; 5 %1$d 0!22 77 77";
-    for (const loaded_locale *loc : {&english(), &mainframe_english()}) {
-        for (const auto &w : table(rows)) {
-            SCOPED_TRACE(w[0] + " " + w[1]);
-            int a = 77, b = 77;
-            EXPECT_EQ(pnum(*loc, w[0].c_str(), w[1].c_str(), &a, &b), w[2]);
-            EXPECT_EQ(a, whole(w[3]));
-            EXPECT_EQ(b, whole(w[4]));
-        }
-    }
+    in_both_sets(rows, reads_numbers<int>);
     short pair[2] = {77, 77};
     EXPECT_EQ(pnum(english(), "-3", "%hd", pair), "1");
-    EXPECT_EQ(pair[0], -3);
-    EXPECT_EQ(pair[1], 77);
+    EXPECT_TRUE(pair[0] == -3 && pair[1] == 77);
 }
 
 TEST(NumberParse, ReadsReals) {
@@ -297,15 +285,7 @@ TEST(NumberParse, ReadsReals) {
         "1.5~-2e3 %f%g 2 1.5 -2000; 1.25 %3e%f 2 1.2 5; 1,234.5~6 %'f 1 1234.5 77; "
         "1,234.5,678 %'f 1 1234.5 77; 12,34.5 %'f 0!7 77 77; +1 %lf 1 1 77; - %f 0!22 77 77; "
         "~1 %-f 0!22 77 77; 1~2 %*f~%G 1 2 77";
-    for (const loaded_locale *loc : {&english(), &mainframe_english()}) {
-        for (const auto &w : table(rows)) {
-            SCOPED_TRACE(w[0] + " " + w[1]);
-            double a = 77, b = 77;
-            EXPECT_EQ(pnum(*loc, w[0].c_str(), w[1].c_str(), &a, &b), w[2]);
-            EXPECT_EQ(a, strtod(w[3].c_str(), nullptr));
-            EXPECT_EQ(b, strtod(w[4].c_str(), nullptr));
-        }
-    }
+    in_both_sets(rows, reads_numbers<double>);
 }
 
 TEST(NumberParse, ReadsStringsAndCharacters) {
@@ -318,16 +298,14 @@ TEST(NumberParse, ReadsStringsAndCharacters) {
     EXPECT_EQ(wide(units), u"ab");
     memset(bytes, 0xAA, sizeof bytes);
     EXPECT_EQ(pnum(english(), "a b", "%5c%lc", bytes, units), "2");
-    EXPECT_EQ(bytes[0], 'a');
-    EXPECT_EQ(bytes[1], 0xAA);
-    EXPECT_EQ(units[0], 'b');
+    EXPECT_TRUE(bytes[0] == 'a' && bytes[1] == 0xAA && units[0] == 'b');
     EXPECT_EQ(pnum(english(), "a", "%*c%c", bytes), "0!22");
     const loaded_locale mixed(double_byte_object(false));
     EXPECT_EQ(ko_mbspnum(mixed, mb("\x81\x40\x81\x41"), mb("%c%s"), bytes, more), 2);
     EXPECT_EQ(std::string_view(reinterpret_cast<char *>(bytes), 2), "\x81\x40");
     EXPECT_EQ(text(more), "\x81\x41");
-    EXPECT_EQ(ko_wcspnum(mixed, wcs(u"\x8150").data(), wcs(u"%s").data(), bytes), 0);
-    EXPECT_EQ(mixed.error(), KO_EILSEQ);
+    EXPECT_EQ(answered(mixed, ko_wcspnum(mixed, wcs(u"\x8150").data(), wcs(u"%s").data(), bytes)),
+              answer(0, KO_EILSEQ));
     EXPECT_EQ(ko_mbspnum(mixed, mb("\x81"), mb("%c"), bytes), -1);
 }
 
@@ -356,9 +334,8 @@ TEST(NumberFormat, SurvivesEveryFailingAllocation) {
 TEST(NumberFormat, RefusesNegativeRoomAndPlacesThatAreNull) {
     const ko_lc_t loc = english();
     ko_wchar_t out[4] = {1, 1, 1, 1};
-    EXPECT_EQ(ko_wcsfnum(loc, out, -1, wcs(u"%d").data(), 1), -1);
-    EXPECT_EQ(taken_error(loc), KO_E2BIG);
+    EXPECT_EQ(answered(loc, ko_wcsfnum(loc, out, -1, wcs(u"%d").data(), 1)), answer(-1, KO_E2BIG));
     EXPECT_EQ(out[0], 1);
-    EXPECT_EQ(ko_wcspnum(loc, wcs(u"1").data(), wcs(u"%d").data(), nullptr), 0);
-    EXPECT_EQ(taken_error(loc), KO_ENULL);
+    EXPECT_EQ(answered(loc, ko_wcspnum(loc, wcs(u"1").data(), wcs(u"%d").data(), nullptr)),
+              answer(0, KO_ENULL));
 }

@@ -1,6 +1,7 @@
 // Formatting of amounts of money, and reading them back.
 #include "number/kovamnlib.h"
 #include "number/number_records.h"
+#include "support/answer.h"
 
 #include <cmath>
 #include <cstdarg>
@@ -25,7 +26,7 @@ struct money_locale : loaded_locale {
 static string narrow(const ko_wchar_t *wcs) {
     string result;
     for (; *wcs; ++wcs)
-        result += static_cast<char>(*wcs);
+        result += char(*wcs);
     return result;
 }
 
@@ -39,7 +40,7 @@ template <class... V> static string fmon(ko_lc_t loc, const string &format, V...
     ko_wchar_t out[2000];
     const int n = ko_wcsfmon(loc, out, 1999, in_set(loc, format).data(), values...);
     const string result = narrow(out), all = with_error(loc, result);
-    EXPECT_EQ(n, all == result ? static_cast<int>(result.size()) : -1) << format;
+    EXPECT_EQ(n, all == result ? int(result.size()) : -1) << format;
     return all;
 }
 // What is read, ";" behind each amount.
@@ -76,36 +77,21 @@ TEST(Money, LaysOutAmountsByEveryKeyAndFlag) {
     for (int key = 0; key < 30; key++) {
         const int posn = key / 6;
         loc.lay_out(posn, posn, key / 2 % 3, 1 - key % 2);
-        const string own = layouts[key], brackets = layouts[key % 6], opened = layouts[6 + key % 6];
-        const string line = posn ? own : opened, spaces(13 - own.size(), ' ');
-        const string padded = spaces + own, left = own + spaces;
-        const struct {
-            const char *format;
-            double amount;
-            const string &layout;
-            const char *from, *to;
-        } rows[] = {
-            {"%n",     -1234.5, own,      "",  ""    },
-            {"%n",     1234.5,  own,      "-", ""    },
-            {"%+n",    -1234.5, line,     "",  ""    },
-            {"%+n",    1234.5,  line,     "-", "+"   },
-            {"%(n",    -1234.5, brackets, "",  ""    },
-            {"%+(n",   -1234.5, brackets, "",  ""    },
-            {"%(+n",   -1234.5, opened,   "",  ""    },
-            {"%!n",    -1234.5, own,      "$", ""    },
-            {"%^n",    -1234.5, own,      "",  ""    },
-            {"%20n",   -1234.5, padded,   "",  ""    },
-            {"%-20n",  -1234.5, left,     "",  ""    },
-            {"%=*#6n", -1234.5, own,      "V", "**V" },
-            {"%i",     -1234.5, own,      "$", "USD "},
-        };
-        for (const auto &r : rows) {
-            SCOPED_TRACE(string(r.format) + " of key " + std::to_string(key));
-            const char *const digits = r.format[1] == '^' ? "1234.50" : "1,234.50";
-            const string want = replaced(replaced(r.layout, r.from, r.to), "V", digits);
-            EXPECT_EQ(fmon(loc, r.format, r.amount), want);
-            const bool hidden = !posn && r.amount > 0 && want[0] == '(';
-            EXPECT_EQ(pmon(loc, r.format, want), r.amount < 0 || hidden ? "-1234.5;" : "1234.5;");
+        const string own = layouts[key], opened = layouts[6 + key % 6], pad(13 - own.size(), ' ');
+        const string kinds[] = {own,    posn ? own : opened, layouts[key % 6],
+                                opened, pad + own,           own + pad};
+        // A format, the amount's sign, the kind of layout, and what is replaced in it.
+        for (const auto &w : table(
+                 "%n - 0; %n + 0 -; %+n - 1; %+n + 1 - +; %(n - 2; %+(n - 2; %(+n - 3; %!n - 0 $; "
+                 "%^n - 0; %20n - 4; %-20n - 5; %=*#6n - 0 V **V; %i - 0 $ USD~")) {
+            SCOPED_TRACE(w[0] + " of key " + std::to_string(key));
+            const bool below = w[1] == "-";
+            string want = kinds[whole(w[2])];
+            if (w.size() > 3) want = replaced(want, w[3], w.size() > 4 ? w[4] : "");
+            want = replaced(want, "V", w[0][1] == '^' ? "1234.50" : "1,234.50");
+            EXPECT_EQ(fmon(loc, w[0], below ? -1234.5 : 1234.5), want);
+            const bool hidden = !posn && !below && want[0] == '(';
+            EXPECT_EQ(pmon(loc, w[0], want), below || hidden ? "-1234.5;" : "1234.5;");
         }
     }
     static const int unknown[] = {5, 0, 1, -1, 0, 1, 1, 3, 1, 0, 10, 1, 1, 1, 2};
@@ -181,8 +167,7 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
     const auto point = std::exchange(m.w_mon_decimal_point, nullptr); // no text of the code set
     EXPECT_EQ(fmon(loc, "a%n", 1.0) + pmon(loc, "%n", "$1"), "a!1!1");
     m.w_mon_decimal_point = point;
-    ko_lc_t empty;
-    ASSERT_EQ(ko_create_null_locale_2(&empty), 0);
+    const own_record empty;
     EXPECT_EQ(fmon(empty, "<%3n>", 1.0), "<   >");
     monum &none = record(empty)->monum_info;
     none.p_cs_precedes = none.p_sep_by_space = 0;
@@ -190,9 +175,7 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
     EXPECT_EQ(fmon(empty, "%n", 1234.0), "1234.00");
     EXPECT_EQ(pmon(empty, "%n", "1234.00"), "1234;");
     ko_mchar_t bytes[8]; // there is no code set for them
-    EXPECT_EQ(ko_mbsfmon(empty, bytes, 7, mb("%n"), 1.0), -1);
-    EXPECT_EQ(*ko_ext_errno(empty), KO_EILSEQ);
-    ko_lc_unload(empty);
+    EXPECT_EQ(answered(empty, ko_mbsfmon(empty, bytes, 7, mb("%n"), 1.0)), answer(-1, KO_EILSEQ));
 }
 
 // The rounded amount by way of text: "%f", one digit more than asked for, halves up.
@@ -200,13 +183,13 @@ static string rounded(double amount, int right) {
     char text[400];
     snprintf(text, sizeof text, "%f", std::fabs(amount));
     string digits = text;
-    digits.resize(digits.find('.') + 1 + static_cast<size_t>(right) + 1, '0');
+    digits.resize(digits.find('.') + 1 + size_t(right) + 1, '0');
     bool carry = digits.back() >= '5';
     digits.pop_back();
     for (size_t i = digits.size(); carry && i-- > 0;) {
         if (digits[i] == '.') continue;
         carry = digits[i] == '9';
-        digits[i] = carry ? '0' : static_cast<char>(digits[i] + 1);
+        digits[i] = carry ? '0' : char(digits[i] + 1);
     }
     if (carry) digits.insert(0, "1");
     if (!right) digits.pop_back();
@@ -216,7 +199,7 @@ static string rounded(double amount, int right) {
 // Conventions and a format, at random, with its right precision. No parentheses around both, which
 // would hide the sign.
 static string random_format(money_locale &loc, std::mt19937 &random, int *right) {
-    const auto below = [&](int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); };
+    const auto below = [&](int n) { return int(random() % unsigned(n)); };
     monum &m = loc.conventions();
     loc.lay_out(below(5), below(5), below(3), below(2));
     m.n_sep_by_space = below(3);
@@ -238,8 +221,8 @@ TEST(Money, ReadsBackWhatItRoundsAndWritesInTheSizeItNeeds) {
     for (int i = 0; i < 150000; i++) {
         int right;
         const string format = random_format(loc, random, &right);
-        const double scale = std::pow(10, static_cast<int>(random() % 10));
-        double amount = (static_cast<double>(random()) / 4294967296 - 0.5) * scale;
+        const double scale = std::pow(10, int(random() % 10));
+        double amount = (double(random()) / 4294967296 - 0.5) * scale;
         if (i % 2) amount = std::nearbyint(amount * 2000) / 2000 + (i % 4 == 1 ? 0 : 5e-7);
         SCOPED_TRACE(format + " of " + std::to_string(amount) + ", case " + std::to_string(i));
         const string written = fmon(loc, format, amount);
@@ -247,7 +230,7 @@ TEST(Money, ReadsBackWhatItRoundsAndWritesInTheSizeItNeeds) {
         double got = NAN;
         ASSERT_EQ(ko_wcspmon(loc, in_set(loc, written).data(), spelled.data(), &got), 1) << written;
         ASSERT_EQ(got, std::copysign(strtod(rounded(amount, right).c_str(), nullptr), amount));
-        const int size = static_cast<int>(written.size());
+        const int size = int(written.size());
         units out(written.size() + 3, 0xFFFF);
         ASSERT_EQ(ko_wcsfmon(loc, out.data(), size, spelled.data(), amount), size);
         ASSERT_EQ(narrow(out.data()), written);
@@ -295,8 +278,9 @@ TEST(Money, RefusesNullAndKeepsToItsMemory) {
     ko_wchar_t out[8] = {1};
     ko_mchar_t bytes[8] = {1};
     double amount;
-    EXPECT_EQ(ko_wcspmon(loc, in_set(loc, "$1").data(), in_set(loc, "%n").data(), nullptr), 0);
-    EXPECT_EQ(taken_error(loc), KO_ENULL);
+    EXPECT_EQ(
+        answered(loc, ko_wcspmon(loc, in_set(loc, "$1").data(), in_set(loc, "%n").data(), nullptr)),
+        answer(0, KO_ENULL));
     EXPECT_EQ(ko_wcsfmon(loc, out, 0, in_set(loc, "").data()), 0);
     EXPECT_EQ(out[0], 0);
     // A literal needs room for the terminator too, an amount does not.

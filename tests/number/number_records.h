@@ -1,12 +1,9 @@
-// Locales with given conventions of numbers and money, texts in their code sets, and tables of
-// words.
+// Locales with given conventions of numbers and money, and texts in their code sets.
 #ifndef NUMBER_RECORDS_H
 #define NUMBER_RECORDS_H
 
 #include "support/locale_builder.h"
-
-#include <sstream>
-#include <utility>
+#include "support/rows.h"
 
 enum charset { mixed, two_bytes, mainframe };
 inline std::string spelled(std::string_view text, charset set) {
@@ -23,7 +20,7 @@ struct conventions {
 inline locale_object with_conventions(const conventions &c, charset set = mixed) {
     locale_object object = double_byte_object(set == two_bytes);
     const auto bytes = [set](int byte) {
-        return encoded(std::string(1, static_cast<char>(byte)), set == two_bytes);
+        return encoded(std::string(1, char(byte)), set == two_bytes);
     };
     std::vector<table_entry> classes = {
         {bytes(0xA4), KO_CT_PRINT | 0x800}
@@ -32,7 +29,7 @@ inline locale_object with_conventions(const conventions &c, charset set = mixed)
         const int mask = (isdigit(b) ? KO_CT_DIGIT : 0) | (ispunct(b) ? KO_CT_PUNCT : 0) |
                          (isprint(b) ? KO_CT_PRINT : 0) | (isspace(b) ? KO_CT_SPACE : 0) |
                          (isblank(b) ? KO_CT_BLANK : 0);
-        classes.push_back({bytes(b), static_cast<uint16_t>(mask)});
+        classes.push_back({bytes(b), uint16_t(mask)});
     }
     const std::vector<table_entry> no_case = {
         {bytes(0), 0}
@@ -68,22 +65,6 @@ template <class Call> std::string without_memory(ko_lc_t loc, int want, Call cal
         return n == want;
     });
     return all;
-}
-
-// Rows of words; ";" and a blank end a row, and "~" stands for a blank.
-inline std::vector<std::vector<std::string>> table(std::string_view text) {
-    std::vector<std::vector<std::string>> rows;
-    for (size_t end = 0; end < text.size(); text.remove_prefix(std::min(end + 2, text.size()))) {
-        end = std::min(text.find("; "), text.size());
-        std::istringstream row{std::string(text.substr(0, end))};
-        rows.emplace_back();
-        for (std::string word; row >> word; rows.back().push_back(word))
-            std::replace(word.begin(), word.end(), '~', ' ');
-    }
-    return rows;
-}
-inline int whole(const std::string &word) {
-    return static_cast<int>(strtol(word.c_str(), nullptr, 10));
 }
 
 #endif
