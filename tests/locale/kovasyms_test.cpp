@@ -1,5 +1,7 @@
 // Charmap objects: loading, and text written as symbols and read back.
+#include "support/answer.h"
 #include "support/fixture.h"
+#include "support/rows.h"
 
 #include <time.h>
 
@@ -56,53 +58,31 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
     charmap numbered("8859-1"), named("own.cmo"), missing("nowhere.cmo");
     ASSERT_EQ(numbered.result, 0);
     EXPECT_STREQ(ko_cm_csname(numbered), "A-NAME-THAT-IS-CUT-HE");
-    EXPECT_EQ(ko_cm_srcver(numbered), 7);
-    EXPECT_EQ(ko_cm_cmpver(numbered), 3);
-    EXPECT_EQ(ko_mb_cm_max(numbered), 3);
-    EXPECT_EQ(ko_mb_cm_min(numbered), 1);
-    EXPECT_EQ(named.result, 0);
-    EXPECT_EQ(missing.result, -1);
-    EXPECT_EQ(missing.error(), KO_EFILE);
-    static const struct {
-        const char *bytes;
-        int limit, want;
-    } lengths[] = {
-        {"A",        1, 1 },
-        {"\x81\xfe", 2, 2 },
-        {"\x81\xfe", 1, -1},
-        {"\x82\x02", 2, -1},
-        {"z",        1, -1},
-        {"",         1, 0 },
-        {nullptr,    4, 0 },
+    EXPECT_EQ((std::vector{ko_cm_srcver(numbered), ko_cm_cmpver(numbered), ko_mb_cm_max(numbered),
+                           ko_mb_cm_min(numbered), named.result}),
+              (std::vector{7, 3, 3, 1, 0}));
+    EXPECT_EQ(answered(missing, missing.result), answer(-1, KO_EFILE));
+    const auto length = [&](const char *bytes, int limit) {
+        return ko_cm_mblen(numbered, mb(bytes), limit);
     };
-    for (const auto &row : lengths)
-        EXPECT_EQ(ko_cm_mblen(numbered, mb(row.bytes), row.limit), row.want) << row.bytes;
-    static const struct {
-        const char *records;
-        int error;
-    } rows[] = {
-        {"s 0 A 1",                       KO_EOBJECT},
-        {"s 0 A 5 1 2 3 4 5",             KO_EOBJECT},
-        {"s 0 A 0",                       KO_EOBJECT},
-        {"r 0 A1 1 0 1 41",               KO_EOBJECT},
-        {"r 0 A1 1 300 1 41",             KO_EOBJECT},
-        {"r 0 A1 -1 3 1 41",              KO_EOBJECT},
-        {"r 0 A1 0 2147483647 4 0 0 0 0", KO_EOBJECT},
-        {"s x A 1 41",                    KO_EOBJECT},
-        {"s 0 A 1 zz",                    KO_EOBJECT},
-        {"s 0 A 2 41\t4",                 0         },
-        {"s 0 A 1 41\ns 0 B 2 41 42",     0         },
-        {"s 0 A 1 41",                    0         },
-        {" \t\n",                         0         },
-        {"",                              0         },
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.records);
-        files.files["m\\bad.cmo"] = header + row.records;
+    EXPECT_EQ(
+        (std::vector{length("A", 1), length("\x81\xfe", 2), length("", 1), length(nullptr, 4)}),
+        (std::vector{1, 2, 0, 0}));
+    EXPECT_EQ((std::vector{length("\x81\xfe", 1), length("\x82\x02", 2), length("z", 1)}),
+              (std::vector{-1, -1, -1}));
+    const auto check = [&](const std::string &records, int error) {
+        SCOPED_TRACE(records);
+        files.files["m\\bad.cmo"] = header + records;
         charmap map("bad.cmo");
-        EXPECT_EQ(map.result, row.error ? -1 : 0);
-        EXPECT_EQ(map.error(), row.error);
-    }
+        EXPECT_EQ(answered(map, map.result), answer(error ? -1 : 0, error));
+    };
+    for (const std::string &bad :
+         split("s 0 A 1|s 0 A 5 1 2 3 4 5|s 0 A 0|r 0 A1 1 0 1 41|r 0 A1 1 300 1 41|"
+               "r 0 A1 -1 3 1 41|r 0 A1 0 2147483647 4 0 0 0 0|s x A 1 41|s 0 A 1 zz"))
+        check(bad, KO_EOBJECT);
+    for (const std::string &good :
+         split("s 0 A 2 41\t4|s 0 A 1 41\ns 0 B 2 41 42|s 0 A 1 41| \t\n|"))
+        check(good, 0);
     files.files["m\\bad.cmo"] = header + "r 0 j01 1 3 1 41\nr 0 j01\n"; // serves what it has
     charmap half("bad.cmo");
     EXPECT_EQ(half.result, -1);
@@ -120,11 +100,7 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     files.files["m\\own.cmo"] = letters;
     charmap map;
     ASSERT_EQ(map.result, 0);
-    static const struct {
-        const char *text;
-        int count, size;
-        outcome want;
-    } out_rows[] = {
+    static const std::tuple<const char *, int, int, outcome> out_rows[] = {
         {"AB\x82\x02",                       0, 99, {"<A><a\\<b>", 2, -1, KO_EILSEQ}        },
         {"\x81\xfe\x82\x00\x90\x42\x90\x43", 8, 99, {"<j0101><j0103><two><dig03>", 8, 27, 0}},
         {"AAB",                              3, 8,  {"<A><A>", 3, 7, 0}                     }, // the third is dropped whole
@@ -137,15 +113,11 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
         {"A\x85\0",                          3, 99, {"<A><nul2>", 3, 10, 0}                 },
         {"A\x85",                            0, 99, {"<A>", 1, -1, KO_EILSEQ}               },
     };
-    for (const auto &row : out_rows) {
-        SCOPED_TRACE(row.want.out);
-        EXPECT_EQ(to_symbols(map, row.text, row.count, row.size), row.want);
+    for (const auto &[text, count, size, want] : out_rows) {
+        SCOPED_TRACE(want.out);
+        EXPECT_EQ(to_symbols(map, text, count, size), want);
     }
-    static const struct {
-        const char *symbols;
-        int size;
-        outcome want;
-    } in_rows[] = {
+    static const std::tuple<const char *, int, outcome> in_rows[] = {
         {"<A><cap_a><a\\<b>", 9, {"AAB", 16, 4, 0}             },
         {"<j0103><dig199>",   9, {"\x82", 7, -1, KO_ENOSYMBOL} },
         {"<dig99><two>",      9, {"\x90\xa3\x90\x42", 12, 5, 0}},
@@ -159,19 +131,19 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
         {"",                  1, {"", 0, 1, 0}                 },
         {"<A>",               0, {"", 0, -1, KO_ERANGE}        },
     };
-    for (const auto &row : in_rows) {
-        SCOPED_TRACE(row.symbols);
-        EXPECT_EQ(to_text(map, row.symbols, row.size), row.want);
+    for (const auto &[symbols, size, want] : in_rows) {
+        SCOPED_TRACE(symbols);
+        EXPECT_EQ(to_text(map, symbols, size), want);
     }
+    const auto listed = [&](const char *bytes, int size) {
+        char list[32];
+        const int result = ko_mbtosymlist(map, list, size, mb(bytes), int(strlen(bytes)));
+        EXPECT_EQ(result, *list ? int(strlen(list)) + 1 : -1);
+        return std::string(list);
+    };
+    EXPECT_EQ(listed("A", 32) + listed("\x90\x42", 6), "<A><cap_a><two>");
+    EXPECT_EQ(listed("\x82\x01", 32) + listed("z", 32), "<next>") << "it is after the range";
     char list[32];
-    EXPECT_EQ(ko_mbtosymlist(map, list, 32, mb("A"), 1), 11);
-    EXPECT_STREQ(list, "<A><cap_a>");
-    EXPECT_EQ(ko_mbtosymlist(map, list, 6, mb("\x90\x42"), 2), 6);
-    EXPECT_STREQ(list, "<two>");
-    EXPECT_EQ(ko_mbtosymlist(map, list, 32, mb("\x82\x01"), 2), 7);
-    EXPECT_STREQ(list, "<next>") << "it is after the range";
-    EXPECT_EQ(ko_mbtosymlist(map, list, 32, mb("z"), 1), -1);
-    EXPECT_STREQ(list, "");
     const auto wide_text = wcs(u"A\u81fe\u9042");
     const ko_wchar_t *from = wide_text.data();
     EXPECT_EQ(ko_wcstosyms(map, list, 32, &from, 0), 16);
@@ -181,11 +153,9 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     EXPECT_EQ(ko_symstowcs(map, back, 4, &symbols), 4);
     EXPECT_EQ(wide(back), u"A\u81fe\u9042");
     symbols = list;
-    EXPECT_EQ(ko_symstowcs(map, back, 3, &symbols), -1);
-    EXPECT_EQ(map.error(), KO_ERANGE);
+    EXPECT_EQ(answered(map, ko_symstowcs(map, back, 3, &symbols)), answer(-1, KO_ERANGE));
     symbols = "<A><long>";
-    EXPECT_EQ(ko_symstowcs(map, back, 8, &symbols), -1);
-    EXPECT_EQ(map.error(), KO_EILSEQ);
+    EXPECT_EQ(answered(map, ko_symstowcs(map, back, 8, &symbols)), answer(-1, KO_EILSEQ));
     EXPECT_EQ(wide(back), u"A");
     EXPECT_STREQ(symbols, "<long>");
 }
@@ -256,12 +226,9 @@ void counting_free(void *at) {
 }
 
 TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
-    static const struct {
-        const char *format; // of the record's number, twice
-        unsigned factor;
-        size_t table; // bytes of the table that measures text
-        int error;
-    } rows[] = {
+    // format: of the record's number, twice
+    // table: bytes of the table that measures text
+    static const std::tuple<const char *, unsigned, size_t, int> rows[] = {
         {"s1 a 1 6\n",            1,          10000,     0         },
         {"s1 %x 4 %08x\n",        1,          800000,    0         },
         {"r1 %x0 0 1 4 %08x\n",   1,          800000,    0         },
@@ -269,11 +236,11 @@ TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
         {"s1 a%x 4 %08x\n",       2654435761, 120000000, KO_EOBJECT},
     };
     file_hooks files;
-    for (const auto &row : rows) {
+    for (const auto &[format, factor, table, error] : rows) {
         std::string records;
         for (unsigned i = 0; i < 60000; ++i) {
             char line[64];
-            snprintf(line, sizeof line, row.format, i, i * row.factor);
+            snprintf(line, sizeof line, format, i, i * factor);
             records += line;
         }
         files.files["m\\own.cmo"] = header + records;
@@ -284,8 +251,8 @@ TEST(Charmap, TakesAtMostEightTimesTheBytesOfItsRecords) {
         most_bytes = live_bytes = 0;
         {
             const charmap map;
-            EXPECT_EQ(map.error(), row.error) << row.format;
-            EXPECT_LT(most_bytes, 7 * records.size() + row.table) << row.format; // read in pieces
+            EXPECT_EQ(map.error(), error) << format;
+            EXPECT_LT(most_bytes, 7 * records.size() + table) << format; // read in pieces
         }
         EXPECT_EQ(live_bytes, 0u);
     }

@@ -3,6 +3,8 @@
 
 #include "locale/kovaextsa.h"
 #include "locale/kovalists.h"
+#include "support/answer.h"
+#include "support/rows.h"
 #include "support/tables.h"
 
 #include <math.h>
@@ -46,39 +48,31 @@ static std::string rest(text_in *in) {
     return result;
 }
 
+// A text, the number and what is left. 40 characters count, further digits vanish.
 TEST(TokenReaders, IntegersTakeOneCharacterThenDigits) {
-    const std::string zeros(38, '0'); // 40 characters count, further digits vanish
-    const struct {
-        std::string text;
-        int want;
-        const char *rest;
-    } rows[] = {
-        {" \t\n\v\f\r42 7",          42,              " 7"},
-        {"-17x",                     -17,             "x" },
-        {"+5",                       5,               ""  },
-        {"x12,",                     0,               "," },
-        {"--3",                      0,               "-3"},
-        {"   ",                      0,               ""  },
-        {"2147483648",               2147483647,      ""  },
-        {"-99999999999999999999999", -2147483647 - 1, ""  },
-        {zeros + "12",               12,              ""  },
-        {zeros + "01234",            1,               ""  },
-    };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.text);
-        with_text(r.text, [&](text_in *in) {
-            EXPECT_EQ(get_int(in), r.want);
-            EXPECT_EQ(rest(in), r.rest);
+    const std::string zeros(38, '0');
+    for (const std::string &row :
+         split(" \t\n\v\f\r42 7>42> 7|-17x>-17>x|+5>5>|x12,>0>,|--3>0>-3|   >0>|"
+               "2147483648>2147483647>|-99999999999999999999999>-2147483648>|" +
+               zeros + "12>12>|" + zeros + "01234>1>")) {
+        SCOPED_TRACE(row);
+        const auto fields = split(row, '>');
+        with_text(fields[0], [&](text_in *in) {
+            EXPECT_EQ(get_int(in), strtol(fields[1].c_str(), nullptr, 10));
+            EXPECT_EQ(rest(in), fields[2]);
         });
     }
 }
 
 TEST(TokenReaders, OtherTokensAreTakenAsTheyCome) {
     with_text("0aF9zz2 00014e00g1 full_width  1.5e1x -0.25\nab\n\005", [](text_in *in) {
-        EXPECT_EQ(get_hex(in, 4), 0x0AF9u);
-        EXPECT_EQ(get_hex(in, 2), 'z' * 16u + 'z');
-        EXPECT_EQ(get_hex(in, 0), 0u);
-        EXPECT_EQ(get_hex(in, 2), 2 * 16u + ' ');
+        for (const auto &[digits, want] : {
+                 std::pair{4, 0x0AF9u      },
+                 {2, 'z' * 17u    },
+                 {0, 0u           },
+                 {2, 2 * 16u + ' '}
+        })
+            EXPECT_EQ(get_hex(in, digits), want);
         EXPECT_EQ(read_ko_wchar(in), 0x4E00);
         EXPECT_EQ(get_hex_byte(in), 0x01u); // "g" counts as 0
         skip_whitespace(in);
@@ -131,11 +125,10 @@ TEST(CStrtod, LongDigitStringsRoundLikeTheStandardLibrary) {
         EXPECT_EQ(c_strtod(text.c_str(), &end), strtod(text.c_str(), nullptr)) << text;
     }
     // One digit, far behind what is kept, decides a tie.
-    const std::string tie = "9007199254740993." + std::string(1200, '0');
-    EXPECT_EQ(c_strtod(tie.c_str(), &end), 9007199254740992.0);
-    EXPECT_EQ(c_strtod((tie + "1").c_str(), &end), 9007199254740994.0);
-    EXPECT_EQ(c_strtod(("1" + std::string(2000, '0') + "e-2000").c_str(), &end), 1);
-    EXPECT_EQ(c_strtod(("0." + std::string(2000, '0') + "1e2001").c_str(), &end), 1);
+    const std::string zeros(2000, '0'), tie = "9007199254740993." + zeros;
+    for (const std::string &long_one :
+         {tie, tie + "1", "1" + zeros + "e-2000", "0." + zeros + "1e2001"})
+        EXPECT_EQ(c_strtod(long_one.c_str(), &end), strtod(long_one.c_str(), nullptr)) << long_one;
 }
 
 #ifdef __GLIBC__
@@ -151,44 +144,29 @@ TEST(CStrtod, TheProcessLocaleHasNoSay) {
     const double point = c_strtod("1.5", &end), comma = c_strtod("1,5", &end);
     setlocale(LC_NUMERIC, "C");
     EXPECT_EQ(standard, 1.5) << "the locale was not in force";
-    EXPECT_EQ(point, 1.5);
-    EXPECT_EQ(comma, 1);
+    EXPECT_TRUE(point == 1.5 && comma == 1) << point << " " << comma;
 }
 #endif
 
 TEST(Arithmetic, DigitsAndPowers) {
-    const std::pair<double, double> rows[] = {
-        {digits(0,            10),        1       },
-        {digits(9,            10),        1       },
-        {digits(10,           10),        2       },
-        {digits(-12345,       10),        1       },
-        {udigits(5,           1),         1       },
-        {digits(INT32_MAX,    2),         31      },
-        {udigits(0xFFFFFFFFu, 16),        8       },
-        {ipow(-3,             3),         -27     },
-        {ipow(7,              0),         1       },
-        {ipow(7,              -2),        1       },
-        {ipow(2,              40),        0       },
-        {fpow(10,             22),        1e22    },
-        {fpow(-2,             3),         -8      },
-        {fpow(10,             0),         1       },
-        {fpow(10,             -5),        1       },
-        {fpow(10,             INT32_MAX), HUGE_VAL},
-    };
-    for (const auto &[got, want] : rows)
-        EXPECT_EQ(got, want) << "row " << &want - &rows[0].second;
+    const auto all = [](auto... numbers) { return std::vector<double>{double(numbers)...}; };
+    EXPECT_EQ(all(digits(0, 10), digits(9, 10), digits(10, 10), digits(-12345, 10), udigits(5, 1),
+                  digits(INT32_MAX, 2), udigits(0xFFFFFFFFu, 16)),
+              all(1, 1, 2, 1, 1, 31, 8));
+    EXPECT_EQ(all(ipow(-3, 3), ipow(7, 0), ipow(7, -2), ipow(2, 40)), all(-27, 1, 1, 0));
+    EXPECT_EQ(all(fpow(10, 22), fpow(-2, 3), fpow(10, 0), fpow(10, -5), fpow(10, INT32_MAX)),
+              all(1e22, -8, 1, 1, HUGE_VAL));
 }
 
 TEST(Blocks, TextIsCopiedUpToTheDelimiter) {
     memory_hooks memory;
     const char text[] = "one:two", *cursor = text;
-    char *copy;
+    char *copy, *none;
     ASSERT_EQ(alloc_str_copy(&copy, &cursor, ':'), 0);
     EXPECT_STREQ(copy, "one");
     ko_destroystring(copy);
-    EXPECT_EQ(alloc_str_copy(&copy, &cursor, ':'), -1) << "the text ends first";
-    EXPECT_EQ(copy, nullptr);
-    EXPECT_STREQ(cursor, "two");
+    EXPECT_EQ(alloc_str_copy(&none, &cursor, ':'), -1) << "the text ends first";
+    EXPECT_TRUE(!none && cursor == std::string("two"));
     memory.fail_at = memory.calls;
     cursor = text;
     EXPECT_EQ(alloc_str_copy(&copy, &cursor, ':'), -1);
@@ -209,8 +187,7 @@ TEST(Lists, CellsHoldCopiesInOrder) {
                 forward += static_cast<const char *>(cell->data);
             for (list_cell *cell = list->lastLink; cell; cell = cell->prev)
                 backward.insert(0, static_cast<const char *>(cell->data));
-            EXPECT_EQ(forward, want);
-            EXPECT_EQ(backward, want);
+            EXPECT_EQ(forward + backward, want + want);
         };
         char text[] = "b";
         list_cell *const b = list_insert(text, 2, nullptr, list);
@@ -239,65 +216,55 @@ TEST(Lists, CellsHoldCopiesInOrder) {
 
 static const std::string marked = std::string("d:\\x") + "\xFF" + "y\xFFz.lco";
 
-static std::string joined(const std::vector<std::string> &paths) {
-    std::string result;
-    for (const auto &path : paths)
-        result += (result.empty() ? "" : " ") + path;
-    return result;
-}
-
 TEST(FileSearch, TriesTheStatedPathsInOrder) {
     const std::string longest(1022, 'a');
-    const struct {
-        std::string name, ko_path;
-        const char *root;
-        std::string tried; // paths separated by a space
-    } rows[] = {
+    // tried: paths separated by a space
+    const std::tuple<std::string, std::string, const char *, std::string> rows[] = {
         {"x.lco",           "-",               "d:\\r", "d:\\r\\kova\\lc11\\x.lco d:\\r\\kova\\lc\\x.lco"          },
         {"x.lco",           "",                "",      "c:\\vantor\\kova\\lc11\\x.lco c:\\vantor\\kova\\lc\\x.lco"},
         {"ll_tt\\0333.lco", "p1;;p2\\;",       "d:\\r", "p1\\ll_tt\\0333.lco p2\\\\ll_tt\\0333.lco"                },
         {"x",               ";;",              "d:\\r", ""                                                         },
         {"x",               longest + ";bc;d", "d:\\r", longest + "\\x b\\x"                                       }, // cut
-        {"c:\\data\\x.lco", "p1",              "d:\\r", "c:\\data\\x.lco"                                          },
-        {"C:/data/x.lco",   "p1",              "d:\\r", "C:/data/x.lco"                                            },
-        {"\\x.lco",         "p1",              "d:\\r", "\\x.lco"                                                  },
-        {"/x.lco",          "p1",              "d:\\r", "/x.lco"                                                   },
         {"c:x.lco",         "p1",              "d:\\r", "p1\\c:x.lco"                                              },
         {marked,            "p1",              "d:\\r", "d:\\x\\y\\z.lco"                                          },
     };
-    for (auto &r : rows) {
-        SCOPED_TRACE(r.name);
+    const auto check = [](const std::string &name, const std::string &path, const char *root,
+                          const std::string &tried) {
+        SCOPED_TRACE(name);
         env_hooks environment;
-        if (r.ko_path != "-") environment.vars["KO_PATH"] = r.ko_path;
-        environment.vars["VANTORDIR"] = r.root;
+        if (path != "-") environment.vars["KO_PATH"] = path;
+        environment.vars["VANTORDIR"] = root;
         memory_hooks memory;
         file_hooks streams;
         test_handle handle;
-        EXPECT_EQ(ko_path_search(handle, r.name.c_str(), "lc", "11"), nullptr);
-        EXPECT_EQ(handle.error(), KO_EFILE);
-        EXPECT_EQ(joined(streams.tried), r.tried);
-        EXPECT_EQ(ko_path_search(nullptr, r.name.c_str(), "lc", "11"), nullptr);
+        EXPECT_EQ(answered(handle, ko_path_search(handle, name.c_str(), "lc", "11")),
+                  answer(0, KO_EFILE));
+        EXPECT_EQ(streams.tried, split(tried, ' '));
+        EXPECT_EQ(ko_path_search(nullptr, name.c_str(), "lc", "11"), nullptr);
+        if (tried.empty()) return;
         // The last place is found as well, and told.
-        if (!r.tried.empty()) {
-            const std::string last = streams.tried.back();
-            streams.files[last] = "";
-            char *found;
-            void *const stream = path_search_found(handle, r.name.c_str(), "lc", "11", &found);
-            ASSERT_TRUE(stream);
-            EXPECT_EQ(found, last);
-            ko_destroystring(found);
-            ko_ext_fclose(stream);
-        }
-    }
+        const std::string last = streams.tried.back();
+        streams.files[last] = "";
+        char *found;
+        void *const stream = path_search_found(handle, name.c_str(), "lc", "11", &found);
+        ASSERT_TRUE(stream);
+        EXPECT_EQ(found, last);
+        ko_destroystring(found);
+        ko_ext_fclose(stream);
+    };
+    for (const auto &[name, ko_path, root, tried] : rows)
+        check(name, ko_path, root, tried);
+    for (const char *whole : {"c:\\data\\x.lco", "C:/data/x.lco", "\\x.lco", "/x.lco"})
+        check(whole, "p1", "d:\\r", whole);
 }
 
 TEST(FileSearch, MissingNamesHaveNoFile) {
     file_hooks streams;
+    test_handle handle;
     for (const char *missing : {"missing", static_cast<const char *>(nullptr)}) {
-        test_handle handle;
-        EXPECT_EQ(ko_open_file(handle, missing), nullptr);
-        EXPECT_EQ(ko_path_search(handle, missing, "lc", "11"), nullptr);
-        EXPECT_EQ(handle.error(), KO_EFILE);
+        EXPECT_EQ(answered(handle, ko_open_file(handle, missing)), answer(0, KO_EFILE));
+        EXPECT_EQ(answered(handle, ko_path_search(handle, missing, "lc", "11")),
+                  answer(0, KO_EFILE));
     }
 }
 
@@ -372,7 +339,7 @@ TEST(FileSearch, OnlyRegularFilesAreFoundAndNoneIsWaitedFor) {
 #endif
 
 TEST(FileSearch, WithoutMemoryTheReasonIsStatedAndNothingIsLeft) {
-    for (const char *path : {"", "p1;p2"}) {
+    for (const char *path : {"", "p1;p2"})
         for (const std::string &name : {std::string("x"), std::string("/x"), marked}) {
             env_hooks environment;
             environment.vars["KO_PATH"] = path;
@@ -392,7 +359,6 @@ TEST(FileSearch, WithoutMemoryTheReasonIsStatedAndNothingIsLeft) {
             };
             each_allocation_fails(search_it);
         }
-    }
 }
 
 // ---- The log

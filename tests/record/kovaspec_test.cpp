@@ -2,7 +2,9 @@
 #include "record/kovaspec.h"
 
 #include "locale/kovautils.h"
+#include "support/answer.h"
 #include "support/fixture.h"
+#include "support/rows.h"
 
 #include <string.h>
 
@@ -30,75 +32,58 @@ struct registry_file {
     const char *file() const { return path.c_str(); }
 };
 
-// "name=number name=number ": a line of text for rows that are as short.
-static std::vector<std::pair<std::string, uint16_t>> numbered(const std::string &text) {
-    std::vector<std::pair<std::string, uint16_t>> rows;
-    for (size_t at = 0, end; (end = text.find(' ', at)) != text.npos; at = end + 1) {
-        const size_t sign = text.find('=', at);
-        rows.emplace_back(text.substr(at, sign - at), atoi(text.c_str() + sign + 1));
+// Looks up each name of rows "name=number".
+template <class Find> static void check_names(const char *rows, Find find) {
+    for (const std::string &row : split(rows, ' ')) {
+        const size_t sign = row.find('=');
+        EXPECT_EQ(find(row.substr(0, sign)), whole(row.substr(sign + 1))) << row;
     }
-    return rows;
 }
 
 TEST(Registry, NamesAreFoundInTheFile) {
     registry_file registry;
     const auto find = [&](const std::string &name) {
-        registry.handle.gen.ko_lerrno = 0;
-        return ko_cs_name2cs_num(registry.handle, name.c_str(), registry.file());
+        const answer found = answered(
+            registry.handle, ko_cs_name2cs_num(registry.handle, name.c_str(), registry.file()));
+        EXPECT_EQ(found.error, found.result == KO_NO_CODESET ? KO_EINVAL : KO_OK) << name;
+        return found.result;
     };
     for (const bool cached : {false, true}) {
         if (cached) ko_cache_registry(registry.handle, registry.file());
         // 21 characters count; a number stands for itself.
-        for (const auto &[name, number] :
-             numbered("8859-1=819 LATIN-1=819 unicode=57349 wraps=1 a23456789012345678901cut=1 "
-                      "A23456789012345678901=1 1252=1252 65537=1 0=0 latin=57344 12a=57344 "
-                      "=57344 #=57344 ")) {
-            EXPECT_EQ(find(name), number) << name;
-            EXPECT_EQ(registry.handle.error(), number == KO_NO_CODESET ? KO_EINVAL : KO_OK) << name;
-        }
+        check_names("8859-1=819 LATIN-1=819 unicode=57349 wraps=1 a23456789012345678901cut=1 "
+                    "A23456789012345678901=1 1252=1252 65537=1 0=0 latin=57344 12a=57344 =57344 "
+                    "#=57344",
+                    find);
     }
     EXPECT_EQ(ko_cs_name2cs_num(registry.handle, nullptr, registry.file()), KO_NO_CODESET);
 }
 
 TEST(Registry, GrammarOfTheFile) {
-    // What the file gives for "x", read afresh and from the cache, and how caching ends.
-    constexpr uint16_t none = KO_NO_CODESET;
-    static const struct {
-        const char *contents;
-        uint16_t fresh;
-        int error;
-        uint16_t cached;
-        int cache_error;
-    } rows[] = {
-        {"x 5\n",                           5,    0,          5,    0         },
-        {"  X\t\r\n 5 and more\n",          5,    0,          5,    0         },
-        {"#c\n \n#d\n  #e\nx 5\n",          5,    0,          5,    0         },
-        {"a 1 x 2\nx 5\n",                  5,    0,          5,    0         },
-        {"x 5\nx 6\n",                      5,    0,          5,    0         },
-        {"bare\nx 5\n",                     5,    0,          none, KO_EOBJECT}, // the skip starts behind the name
-        {"a 1 end",                         none, KO_EOBJECT, none, 0         },
-        {"a 1\nx",                          none, KO_EINVAL,  none, 0         },
-        {"a234567890123456789012 1\nx 5\n", none, KO_EINVAL,  none, 0         },
-        {"\xE9 1\nx 5\n",                   5,    0,          none, KO_EOBJECT}, // no character of a name
-        {"# x 5",                           none, KO_EINVAL,  none, 0         },
-    };
-    const auto check = [](const char *contents, uint16_t fresh, int error, uint16_t cached,
+    constexpr int none = KO_NO_CODESET;
+    const auto check = [](const std::string &contents, int fresh, int error, int cached,
                           int cache_error) {
         SCOPED_TRACE(contents);
         registry_file registry(contents);
-        EXPECT_EQ(ko_cs_name2cs_num(registry.handle, "x", registry.file()), fresh);
-        EXPECT_EQ(registry.handle.error(), error);
-        registry.handle.gen.ko_lerrno = 0;
-        ko_cache_registry(registry.handle, registry.file());
+        const char *const file = registry.file();
+        EXPECT_EQ(answered(registry.handle, ko_cs_name2cs_num(registry.handle, "x", file)),
+                  answer(fresh, error));
+        ko_cache_registry(registry.handle, file);
         EXPECT_EQ(registry.handle.error(), cache_error);
         // Where caching fails, the built-in table answers, whatever file is named.
-        EXPECT_EQ(ko_cs_name2cs_num(nullptr, "x", registry.file()), cached);
-        if (cache_error) {
-            EXPECT_EQ(ko_cs_name2cs_num(nullptr, "sjis", registry.file()), 57350);
-        }
+        EXPECT_EQ(ko_cs_name2cs_num(nullptr, "x", file), cached);
+        EXPECT_EQ(ko_cs_name2cs_num(nullptr, "sjis", file), cache_error ? 57350 : none);
     };
-    for (auto &r : rows)
-        check(r.contents, r.fresh, r.error, r.cached, r.cache_error);
+    // Files, the number of "x" and the error, read afresh and from the cache.
+    for (const std::string &good : split("x 5\n|  X\t\r\n 5 and more\n|#c\n \n#d\n  #e\nx 5\n|"
+                                         "a 1 x 2\nx 5\n|x 5\nx 6\n"))
+        check(good, 5, 0, 5, 0);
+    // After a bare name the skip begins; and there is no such character in a name.
+    for (const char *good : {"bare\nx 5\n", "\xE9 1\nx 5\n"})
+        check(good, 5, 0, none, KO_EOBJECT);
+    check("a 1 end", none, KO_EOBJECT, none, 0);
+    for (const char *bad : {"a 1\nx", "a234567890123456789012 1\nx 5\n", "# x 5"})
+        check(bad, none, KO_EINVAL, none, 0);
     for (const char *bad : {"x 5", "x 5#\n", "x\n", "x five\n", "x -5\n", "x\xE9 5\n"})
         check(bad, none, KO_EOBJECT, none, KO_EOBJECT);
 }
@@ -107,8 +92,8 @@ TEST(Registry, WithoutFileOrMemoryTheReasonIsStated) {
     registry_file registry;
     env_hooks environment;
     environment.vars["VANTORDIR"] = registry.dir.path + "/nowhere";
-    EXPECT_EQ(ko_cs_name2cs_num(registry.handle, "1252", nullptr), KO_NO_CODESET);
-    EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
+    EXPECT_EQ(answered(registry.handle, ko_cs_name2cs_num(registry.handle, "1252", nullptr)),
+              answer(KO_NO_CODESET, KO_EFORMAT));
     registry.dir.write("kova/cm3/registry", "x 5\n");
     environment.vars["VANTORDIR"] = registry.dir.path;
     each_allocation_fails([] {
@@ -133,9 +118,8 @@ TEST(Registry, WithoutFileOrMemoryTheReasonIsStated) {
 TEST(Registry, OneThatCannotBeReadToItsEndIsNone) {
     registry_file registry;
     const char *const torn = "/proc/self/mem"; // a regular file whose first page is none
-    EXPECT_EQ(ko_cs_name2cs_num(registry.handle, "1252", torn), KO_NO_CODESET);
-    EXPECT_EQ(registry.handle.error(), KO_EIO);
-    registry.handle.gen.ko_lerrno = 0;
+    EXPECT_EQ(answered(registry.handle, ko_cs_name2cs_num(registry.handle, "1252", torn)),
+              answer(KO_NO_CODESET, KO_EIO));
     ko_cache_registry(registry.handle, torn);
     EXPECT_EQ(registry.handle.error(), KO_EIO);
     EXPECT_EQ(ko_cs_name2cs_num(nullptr, "sjis", nullptr), 57350) << "the built-in table answers";
@@ -145,55 +129,45 @@ TEST(Registry, OneThatCannotBeReadToItsEndIsNone) {
 TEST(Registry, TheBuiltInTableMatchesLowerCaseRowsOnly) {
     registry_file registry;
     ko_cache_registry(nullptr, (registry.dir.path + "/nowhere").c_str());
-    for (const auto &[name, number] :
-         numbered("sjis=57350 SJIS=57350 ujis=57351 big5=57352 gb=57357 utf8=57372 thai620=57373 "
-                  "euctw=57375 cns=57375 mazovia=57384 8859-1=819 8859-2=912 8859-3=57346 "
-                  "unicode=57349 pc-sjis=932 tst=57376 437=437 "))
-        EXPECT_EQ(ko_cs_name2cs_num(nullptr, name.c_str(), nullptr), number) << name;
-    for (const char *name : {"ascii", "ASCII", "Latin-1", "eucJP"})
-        EXPECT_EQ(ko_cs_name2cs_num(nullptr, name, nullptr), KO_NO_CODESET) << name;
+    check_names("sjis=57350 SJIS=57350 ujis=57351 big5=57352 gb=57357 utf8=57372 thai620=57373 "
+                "euctw=57375 cns=57375 mazovia=57384 8859-1=819 8859-2=912 8859-3=57346 "
+                "unicode=57349 pc-sjis=932 tst=57376 437=437 ascii=57344 ASCII=57344 "
+                "Latin-1=57344 eucJP=57344",
+                [](const auto &name) { return ko_cs_name2cs_num(nullptr, name.c_str(), nullptr); });
 }
 
 // want: the file name, nullptr for a failure with 7.
 static void check_spec(const char *spec, uint16_t number, const char *want) {
     SCOPED_TRACE(spec ? spec : "NULL");
     static registry_file registry;
-    registry.handle.gen.ko_lerrno = 0;
-    EXPECT_EQ(ko_lc_spec2cs_num(registry.handle, spec, registry.file()), number);
-    EXPECT_EQ(registry.handle.error(), number == KO_NO_CODESET ? KO_EINVAL : KO_OK);
-    registry.handle.gen.ko_lerrno = 0;
+    void *const handle = registry.handle;
+    EXPECT_EQ(answered(handle, ko_lc_spec2cs_num(handle, spec, registry.file())),
+              answer(number, number == KO_NO_CODESET ? KO_EINVAL : KO_OK));
     char out[spec_room] = "untouched";
-    EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, spec, out, registry.file(), nullptr),
-              want ? 0 : -1);
+    EXPECT_EQ(answered(handle, ko_lc_spec2lc_fname(handle, spec, out, registry.file(), nullptr)),
+              want ? answer(0, KO_OK) : answer(-1, KO_EINVAL));
     EXPECT_STREQ(out, want ? want : "untouched");
-    EXPECT_EQ(registry.handle.error(), want ? KO_OK : KO_EINVAL);
 }
 
 TEST(Specification, GivesNumberAndFileName) {
     constexpr uint16_t none = KO_NO_CODESET;
-    static const struct {
-        const char *spec;
-        uint16_t number;
-        const char *want;
-    } rows[] = {
-        {"en_US.8859-1",                                          819,   "en_us\\0333.lco"              },
-        {"en_US.8859-1@euro",                                     819,   "en_us\\0333euro.lco"          },
-        {"EN_us.Latin-1@Eu2",                                     819,   "en_us\\0333Eu2.lco"           },
-        {"sv_SE.unicode",                                         57349, "sv_se\\e005.lco"              },
-        {"de_DE.@euro",                                           7,     "de_de\\0007.lco"              }, // "@" may begin a name
-        {"en_US.a23456789012345678901",                           1,     "en_us\\0001.lco"              },
-        {"8859-1",                                                819,   nullptr                        }, // a code set alone has a number only
-        {"1252",                                                  1252,  nullptr                        },
-        {nullptr,                                                 none,  nullptr                        },
-        {"KO_CTYPE = en_US.8859-1 ; ",                            819,   "KO_CTYPE = en_us\\0333.lco ; "},
-        {"KO_CTYPE = en_US.8859-1",                               none,  "KO_CTYPE = en_us\\0333.lco"   },
-        {"KO_TIME = de_DE.8859-1@x ; KO_MESSAGES = sv_SE.819 ; ", 819,
-         "KO_TIME = de_de\\0333x.lco ; KO_MESSAGES = sv_se\\0333.lco ; "                                },
-        {"KO_TIME = de_DE.8859-1 ; KO_MESSAGES = sv_SE.819",      none,
-         "KO_TIME = de_de\\0333.lco ; KO_MESSAGES = sv_se\\0333.lco"                                    },
-    };
-    for (auto &r : rows)
-        check_spec(r.spec, r.number, r.want);
+    // Specification, number and file name. "@" may begin a name of a code set.
+    for (const std::string &row :
+         split("en_US.8859-1>819>en_us\\0333.lco|en_US.8859-1@euro>819>en_us\\0333euro.lco|"
+               "EN_us.Latin-1@Eu2>819>en_us\\0333Eu2.lco|sv_SE.unicode>57349>sv_se\\e005.lco|"
+               "de_DE.@euro>7>de_de\\0007.lco|en_US.a23456789012345678901>1>en_us\\0001.lco|"
+               "KO_CTYPE = en_US.8859-1 ; >819>KO_CTYPE = en_us\\0333.lco ; |"
+               "KO_CTYPE = en_US.8859-1>57344>KO_CTYPE = en_us\\0333.lco|"
+               "KO_TIME = de_DE.8859-1@x ; KO_MESSAGES = sv_SE.819 ; >819>"
+               "KO_TIME = de_de\\0333x.lco ; KO_MESSAGES = sv_se\\0333.lco ; |"
+               "KO_TIME = de_DE.8859-1 ; KO_MESSAGES = sv_SE.819>57344>"
+               "KO_TIME = de_de\\0333.lco ; KO_MESSAGES = sv_se\\0333.lco")) {
+        const auto fields = split(row, '>');
+        check_spec(fields[0].c_str(), uint16_t(whole(fields[1])), fields[2].c_str());
+    }
+    check_spec("8859-1", 819, nullptr); // a code set alone has a number only
+    check_spec("1252", 1252, nullptr);
+    check_spec(nullptr, none, nullptr);
     for (const char *bad :
          {"en_US.8859-1@euros", "en_US.8859-1@", "en_US.8859-1@eu-r", "en_US.8859-1 ",
           "en_US.nowhere", "en_US.57344", "en_US.#", "en_US.", "en_US", "e1_US.8859-1",
@@ -212,17 +186,15 @@ TEST(Specification, DirectoriesGoIntoCompoundNamesOnlyAndMustFit) {
     EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, "en_US.819", out, registry.file(), "d"), 0);
     EXPECT_STREQ(out, "en_us\\0333.lco");
     EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, compound, out, registry.file(), "d"), 0);
-    EXPECT_STREQ(out, "KO_CTYPE = d\xFF"
-                      "en_us\\0333.lco ; KO_TIME = d\xFF"
-                      "en_us\\0333.lco");
+    EXPECT_STREQ(out, "KO_CTYPE = d\377en_us\\0333.lco ; KO_TIME = d\377en_us\\0333.lco");
     for (size_t len = 100; len < 200; ++len) {
         const std::string dir(len, 'd');
-        const size_t whole = strlen(compound) + 2 * (len + 1 + strlen("\\0333.lco") - 4);
-        const bool fits = whole < spec_room;
+        const size_t needed = strlen(compound) + 2 * (len + 1 + strlen("\\0333.lco") - 4);
+        const bool fits = needed < spec_room;
         strcpy(out, "untouched");
         EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, compound, out, registry.file(), dir.c_str()),
                   fits ? 0 : -1);
-        EXPECT_EQ(strlen(out), fits ? whole : strlen("untouched"));
+        EXPECT_EQ(strlen(out), fits ? needed : strlen("untouched"));
         EXPECT_EQ(out[spec_room], 'z');
     }
 }
@@ -230,11 +202,10 @@ TEST(Specification, DirectoriesGoIntoCompoundNamesOnlyAndMustFit) {
 TEST(Specification, TheMessageDirectoryIsTheStartOfTheFileName) {
     registry_file registry;
     const auto directory = [&](const char *spec) {
-        registry.handle.gen.ko_lerrno = 0;
         char out[11] = "(none)";
         const int result = ko_lc_spec2msg_dname(registry.handle, spec, out, registry.file(), "dir");
-        EXPECT_EQ(result, *out == '(' ? -1 : 0);
-        EXPECT_EQ(registry.handle.error(), result ? KO_EINVAL : KO_OK);
+        EXPECT_EQ(answered(registry.handle, result),
+                  *out == '(' ? answer(-1, KO_EINVAL) : answer(0, KO_OK));
         return std::string(out);
     };
     EXPECT_EQ(directory("en_US.8859-1@euro"), "en_us\\0333");
@@ -245,25 +216,25 @@ TEST(Specification, TheMessageDirectoryIsTheStartOfTheFileName) {
     // Without a registry the reasons differ.
     const std::string nowhere = registry.dir.path + "/nowhere";
     char out[spec_room];
-    EXPECT_EQ(ko_lc_spec2cs_num(registry.handle, "en_US.8859-1", nowhere.c_str()), KO_NO_CODESET);
-    EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
-    EXPECT_EQ(ko_lc_spec2lc_fname(registry.handle, "en_US.8859-1", out, nowhere.c_str(), nullptr),
-              -1);
-    EXPECT_EQ(registry.handle.error(), KO_EINVAL);
+    void *const handle = registry.handle;
+    EXPECT_EQ(answered(handle, ko_lc_spec2cs_num(handle, "en_US.8859-1", nowhere.c_str())),
+              answer(KO_NO_CODESET, KO_EFORMAT));
+    EXPECT_EQ(answered(handle,
+                       ko_lc_spec2lc_fname(handle, "en_US.8859-1", out, nowhere.c_str(), nullptr)),
+              answer(-1, KO_EINVAL));
 }
 
 TEST(Names, ConversionObjectsAndDirectories) {
-    char out[32];
-    ko_cs_nums2cv_fname(nullptr, 819, 1252, out, nullptr);
-    EXPECT_STREQ(out, "033304e4.cvo");
-    ko_cs_nums2cv_fname(nullptr, 0, 0xFFFF, out, "");
-    EXPECT_STREQ(out, "0000ffff.cvo");
-    ko_cs_nums2cv_fname(nullptr, 0xE005, 1, out, "c:\\x");
-    EXPECT_STREQ(out, "c:\\x\xFF"
-                      "e0050001.cvo");
-    strcpy(out, "kept");
-    pathcat_mark(out, "");
-    pathcat_mark(out, nullptr);
+    const auto name = [](int from, int to, const char *dir) {
+        char out[32];
+        ko_cs_nums2cv_fname(nullptr, uint16_t(from), uint16_t(to), out, dir);
+        return std::string(out);
+    };
+    EXPECT_EQ(name(819, 1252, nullptr) + name(0, 0xFFFF, ""), "033304e4.cvo0000ffff.cvo");
+    EXPECT_EQ(name(0xE005, 1, "c:\\x"), "c:\\x\377e0050001.cvo");
+    char out[8] = "kept";
+    for (const char *none : {"", static_cast<const char *>(nullptr)})
+        pathcat_mark(out, none);
     EXPECT_STREQ(out, "kept") << "nothing is written without a directory";
     pathcat_mark(out, "d");
     EXPECT_STREQ(out, "d\xFF");
@@ -277,8 +248,7 @@ TEST(Names, PiecesMakeASpecification) {
         EXPECT_EQ(ko_lc_pieces2lc_spec(nullptr, lang_terr, cs_num, modifier, out), result);
         return result ? out + std::to_string(handle.error()) : std::string(out);
     };
-    EXPECT_EQ(make("en_US", "0333", nullptr), "en_US.0333");
-    EXPECT_EQ(make("EN_us", "333", ""), "EN_us.333");
+    EXPECT_EQ(make("en_US", "0333", nullptr) + make("EN_us", "333", ""), "en_US.0333EN_us.333");
     EXPECT_EQ(make("en_US", "0333abc", "euros"), "en_US.0333a@euro");
     for (const char *bad_number : {"0333abcdefg", "", static_cast<const char *>(nullptr)})
         EXPECT_EQ(make("en_US", bad_number, nullptr), "error7");
@@ -295,11 +265,10 @@ TEST(Names, AFileNameFallsIntoPieces) {
         return result ? "error" + std::to_string(handle.error())
                       : std::string(lang_terr) + "|" + cs_num + "|" + modifier;
     };
-    EXPECT_EQ(pieces("en_us\\0333.lco"), "en_US|819|");
-    EXPECT_EQ(pieces("EN_US\\E005euro.lco"), "en_US|57349|euro");
-    EXPECT_EQ(pieces("en_us\\03"), "en_US|3|");
-    EXPECT_EQ(pieces("en_us\\0333a.lco"), "en_US|819|a");
-    EXPECT_EQ(pieces("en_us\\fzz"), "en_US|15|zz");
+    for (const auto &w :
+         table("en_us\\0333.lco en_US|819|; EN_US\\E005euro.lco en_US|57349|euro; "
+               "en_us\\03 en_US|3|; en_us\\0333a.lco en_US|819|a; en_us\\fzz en_US|15|zz"))
+        EXPECT_EQ(pieces(w[0].c_str()), w[1]);
     for (const char *bad : {"en_us\\ffffeuros.lco", "en_us\\.lco", "en_us\\", "en_us\\x.lco",
                             "default.lco", "en", "", static_cast<const char *>(nullptr)})
         EXPECT_EQ(pieces(bad), "error7") << bad;
