@@ -1,5 +1,7 @@
 // Classes and case: of one character, of strings, by tables, pages and trees.
+#include "support/answer.h"
 #include "support/char_records.h"
+#include "support/rows.h"
 
 using std::string_view_literals::operator""sv;
 
@@ -53,12 +55,7 @@ TEST(Ctype, PagesAnswerAsTheTreeDoes) {
 }
 
 TEST(Ctype, OneCharacterChangesCase) {
-    static const struct {
-        std::string_view in;
-        int lengths;
-        std::string_view out;
-        int error;
-    } rows[] = {
+    static const std::tuple<const char *, int, const char *, int> rows[] = {
         {"a",        0x0101, "A",        0        },
         {"A",        0x0101, "A",        0        },
         {"\xF0\xF0", 0x0201, "X",        0        }, // two bytes become one
@@ -67,31 +64,26 @@ TEST(Ctype, OneCharacterChangesCase) {
         {"\xFA",     0x0101, "\xFA",     KO_EILSEQ}, // no character: copied
         {"\xF2",     0x01FF, "\xA1",     KO_EILSEQ}, // its partner has no bytes
     };
-    for (auto &row : rows) {
+    for (const auto &[in, lengths, want, error] : rows)
         for (const bool flat : {false, true}) {
-            SCOPED_TRACE(::testing::PrintToString(row.in));
+            SCOPED_TRACE(::testing::PrintToString(in));
             char_record r(shape::odd_case, false);
             r.add(0xF2, 1, 0, 0xA1FF);
             r.finish(flat);
             ko_mchar_t out[8] = {};
-            EXPECT_EQ(im_tomupper(r, out, mb(std::string(row.in).c_str())), row.lengths);
-            EXPECT_EQ(text(out), row.out);
-            EXPECT_EQ(r.error(), row.error);
+            EXPECT_EQ(answered(r, im_tomupper(r, out, mb(in))), answer(lengths, error));
+            EXPECT_EQ(text(out), want);
         }
-    }
 }
 
 TEST(Ctype, AWideCharacterWithoutPartnerStaysButAStringFails) {
     ko_wchar_t out[8] = {};
     for (const bool flat : {false, true}) {
         char_record r(shape::euc, flat);
-        EXPECT_EQ(im_towupper(r, '5'), '5');
-        EXPECT_EQ(r.error(), 0);
-        EXPECT_EQ(im_towupper(r, 0xFEFE), 0xFEFE);
-        EXPECT_EQ(r.error(), KO_EILSEQ);
-        r.clear();
-        EXPECT_EQ(ko_towcsupper(r, out, wcs(u"ab\xFEFE").data()), -1);
-        EXPECT_EQ(r.error(), KO_EILSEQ);
+        EXPECT_EQ(answered(r, im_towupper(r, '5')), answer('5', 0));
+        EXPECT_EQ(answered(r, im_towupper(r, 0xFEFE)), answer(0xFEFE, KO_EILSEQ));
+        EXPECT_EQ(answered(r, ko_towcsupper(r, out, wcs(u"ab\xFEFE").data())),
+                  answer(-1, KO_EILSEQ));
         EXPECT_EQ(out[1], 'B');
         EXPECT_EQ(ko_towcslower(r, out, wcs(u"aB\xA3A4").data()), 0);
         EXPECT_EQ(wide(out), u"ab\xA3A5");
@@ -185,23 +177,11 @@ TEST(Ctype, AnyByteTableMapsThroughItsRows) {
 }
 
 TEST(Ctype, MappingNeedsAsMuchRoomAsTheRatioSays) {
-    static const struct {
-        double ratio;
-        int bytes, room;
-    } rows[] = {
-        {1.5,   10,            20       },
-        {1.0,   10,            10       },
-        {1.01,  1,             2        },
-        {1.5,   0,             0        },
-        {0.0,   10,            10       },
-        {2.0,   INT32_MAX - 9, INT32_MAX},
-        {-1e99, 10,            10       },
-        {1e99,  -5,            INT32_MIN},
-    };
     char_record r;
-    for (const auto &[ratio, bytes, room] : rows) {
-        r.loc.exp.case_conv_ratio = ratio;
-        EXPECT_EQ(ko_case_conv_outbuflen(r, bytes), room) << ratio;
+    for (const auto &w : table("1.5 10 20; 1.0 10 10; 1.01 1 2; 1.5 0 0; 0.0 10 10; -1e99 10 10; "
+                               "2.0 2147483638 2147483647; 1e99 -5 -2147483648")) {
+        r.loc.exp.case_conv_ratio = strtod(w[0].c_str(), nullptr);
+        EXPECT_EQ(ko_case_conv_outbuflen(r, whole(w[1])), whole(w[2])) << w[0];
     }
 }
 

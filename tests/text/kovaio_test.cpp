@@ -1,4 +1,5 @@
 // Characters and lines on the host's streams: in memory, failing, cut short, and on real files.
+#include "support/answer.h"
 #include "support/char_records.h"
 
 #include <stdio.h>
@@ -45,13 +46,7 @@ std::vector<ko_wchar_t> widened(std::string_view text, shape s) {
 } // namespace
 
 TEST(StreamRead, OneCharacterEachWay) {
-    static const struct {
-        shape s;
-        std::string_view text;
-        long fail_at;
-        state shown;
-        int bytes, wide, error;
-    } rows[] = {
+    static const std::tuple<shape, std::string_view, long, state, int, int, int> rows[] = {
         {euc,         "a",         -1, state::good,   1,  'a',    0        },
         {euc,         "\xA3\xA4z", -1, state::good,   2,  0xA3A4, 0        },
         {euc,         "\xA3",      -1, state::good,   -1, 0xFFFF, KO_EINVAL},
@@ -65,90 +60,71 @@ TEST(StreamRead, OneCharacterEachWay) {
         {two,         "\0\0"sv,    -1, state::good,   2,  0,      0        },
         {shape::gaps, "\xE5",      -1, state::good,   -1, 0xFFFF, KO_EILSEQ},
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.text));
-        char_record r(row.s);
+    for (const auto &[s, text, fail_at, shown, bytes, wide, error] : rows) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        char_record r(s);
         ko_mchar_t mb[4];
-        ko_long_t pos;
-        {
-            const memory_file bytes(row.text, row.fail_at, row.shown);
-            EXPECT_EQ(ko_full_fgetmb(r, mb, bytes.stream), row.bytes);
-            pos = bytes.pos();
+        ko_long_t pos[2];
+        for (const bool in_bytes : {false, true}) {
+            const memory_file file(text, fail_at, shown);
+            EXPECT_EQ(in_bytes ? answered(r, ko_full_fgetmb(r, mb, file.stream))
+                               : answered(r, ko_full_fgetwc(r, file.stream)),
+                      answer(in_bytes ? bytes : wide, error));
+            pos[in_bytes] = file.pos();
         }
-        EXPECT_EQ(r.error(), row.error);
-        EXPECT_EQ(row.bytes > 0 ? std::string(mb, mb + row.bytes) : "",
-                  row.text.substr(0, row.bytes > 0 ? size_t(row.bytes) : 0));
-        r.clear();
-        const memory_file wide(row.text, row.fail_at, row.shown);
-        EXPECT_EQ(ko_full_fgetwc(r, wide.stream), row.wide);
-        EXPECT_EQ(r.error(), row.error);
-        EXPECT_EQ(wide.pos(), pos);
+        EXPECT_EQ(pos[0], pos[1]);
+        const size_t len = bytes > 0 ? size_t(bytes) : 0;
+        EXPECT_EQ(std::string(mb, mb + len), text.substr(0, len));
     }
 }
 
 TEST(StreamRead, LinesWithTheirNewline) {
-    static const struct {
-        shape s;
-        std::string_view text, line; // without the terminator
-        int size;                    // in bytes
-        long fail_at;
-        state shown;
-        int error;
-    } rows[] = {
-        {euc,         "a\xA3\xA4\nb",   "a\xA3\xA4\n",    5,  -1, state::failed, 0        },
-        {euc,         "a\xA3\xA4\nb",   "",               4,  -1, state::failed, KO_E2BIG },
-        {euc,         "ab\n",           "",               -9, -1, state::failed, KO_E2BIG },
-        {euc,         "",               "",               0,  -1, state::failed, KO_EEOF  },
-        {euc,         "last",           "",               9,  -1, state::failed, KO_EEOF  },
-        {euc,         "a\xA3",          "",               9,  -1, state::failed, KO_EINVAL},
-        {euc,         "a\xFF\n",        "",               9,  -1, state::failed, KO_EILSEQ},
-        {euc,         "ab\n",           "",               9,  1,  state::failed, KO_EIO   },
-        {euc,         "a\0\n"sv,        "a\0\n"sv,        9,  -1, state::failed, 0        },
-        {latin,       "a\xFF\n",        "a\xFF\n",        4,  -1, state::failed, 0        },
-        {latin,       "a\n",            "",               9,  1,  state::good,   KO_EREAD },
-        {shape::gaps, "\xE5\n",         "\xE5\n",         9,  -1, state::failed, 0        },
-        {two,         "\0a\0\n\0b"sv,   "\0a\0\n"sv,      6,  -1, state::failed, 0        },
-        {two,         "\0a\0\n\0b"sv,   "",               5,  -1, state::failed, KO_E2BIG },
-        {two,         "\x0A\x0A\0\n"sv, "\x0A\x0A\0\n"sv, 9,  -1, state::failed, 0        },
+    // A code set, a text, its line without the terminator, the size in bytes, the call that fails.
+    static const std::tuple<shape, std::string_view, std::string_view, int, long, state, int>
+        rows[] = {
+            {euc,         "a\xA3\xA4\nb",   "a\xA3\xA4\n",    5,  -1, state::failed, 0        },
+            {euc,         "a\xA3\xA4\nb",   "",               4,  -1, state::failed, KO_E2BIG },
+            {euc,         "ab\n",           "",               -9, -1, state::failed, KO_E2BIG },
+            {euc,         "",               "",               0,  -1, state::failed, KO_EEOF  },
+            {euc,         "last",           "",               9,  -1, state::failed, KO_EEOF  },
+            {euc,         "a\xA3",          "",               9,  -1, state::failed, KO_EINVAL},
+            {euc,         "a\xFF\n",        "",               9,  -1, state::failed, KO_EILSEQ},
+            {euc,         "ab\n",           "",               9,  1,  state::failed, KO_EIO   },
+            {euc,         "a\0\n"sv,        "a\0\n"sv,        9,  -1, state::failed, 0        },
+            {latin,       "a\xFF\n",        "a\xFF\n",        4,  -1, state::failed, 0        },
+            {latin,       "a\n",            "",               9,  1,  state::good,   KO_EREAD },
+            {shape::gaps, "\xE5\n",         "\xE5\n",         9,  -1, state::failed, 0        },
+            {two,         "\0a\0\n\0b"sv,   "\0a\0\n"sv,      6,  -1, state::failed, 0        },
+            {two,         "\0a\0\n\0b"sv,   "",               5,  -1, state::failed, KO_E2BIG },
+            {two,         "\x0A\x0A\0\n"sv, "\x0A\x0A\0\n"sv, 9,  -1, state::failed, 0        },
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.text) + std::to_string(row.size));
-        char_record r(row.s);
+    for (const auto &[s, text, line, size, fail_at, shown, error] : rows) {
+        SCOPED_TRACE(testing::PrintToString(text) + std::to_string(size));
+        char_record r(s);
         std::string buf(16, 'w');
         auto *const out = reinterpret_cast<ko_mchar_t *>(buf.data());
-        EXPECT_EQ(
-            ko_fgetmbs(r, out, row.size, memory_file(row.text, row.fail_at, row.shown).stream),
-            row.error ? nullptr : out);
-        EXPECT_EQ(r.error(), row.error);
-        const size_t end = row.s == two ? 2 : 1;
-        const std::string want = std::string(row.line).append(end, '\0');
-        EXPECT_EQ(row.error ? want : buf.substr(0, want.size()), want);
-        const auto room = size_t(std::max(row.size, 0));
-        EXPECT_EQ(buf.find_first_not_of('w', room), buf.npos); // nothing behind the size
-        if (row.error == KO_E2BIG && row.size > 0) continue;   // wide sizes differ
-        r.clear();
-        std::vector<ko_wchar_t> line(16, 0x7777), wide_want = widened(row.line, row.s);
+        EXPECT_EQ(answered(r, ko_fgetmbs(r, out, size, memory_file(text, fail_at, shown).stream)),
+                  answer(!error, error));
+        const std::string want = std::string(line).append(s == two ? 2 : 1, '\0');
+        EXPECT_EQ(error ? want : buf.substr(0, want.size()), want);
+        EXPECT_EQ(buf.find_first_not_of('w', size_t(std::max(size, 0))), buf.npos);
+        if (error == KO_E2BIG && size > 0) continue; // wide sizes differ
+        std::vector<ko_wchar_t> wide(16, 0x7777), wide_want = widened(line, s);
         wide_want.push_back(0);
-        const int size = row.error ? row.size : int(wide_want.size());
+        const int fits = error ? size : int(wide_want.size());
         EXPECT_EQ(
-            ko_fgetwcs(r, line.data(), size, memory_file(row.text, row.fail_at, row.shown).stream),
-            row.error ? nullptr : line.data());
-        EXPECT_EQ(r.error(), row.error);
-        if (row.error) continue;
-        EXPECT_TRUE(std::equal(wide_want.begin(), wide_want.end(), line.data()));
-        EXPECT_EQ(ko_fgetwcs(r, line.data(), size - 1, memory_file(row.text).stream), nullptr);
-        EXPECT_EQ(r.error(), KO_E2BIG);
+            answered(r, ko_fgetwcs(r, wide.data(), fits, memory_file(text, fail_at, shown).stream)),
+            answer(!error, error));
+        if (error) continue;
+        EXPECT_TRUE(std::equal(wide_want.begin(), wide_want.end(), wide.data()));
+        EXPECT_EQ(answered(r, ko_fgetwcs(r, wide.data(), fits - 1, memory_file(text).stream)),
+                  answer(0, KO_E2BIG));
     }
 }
 
 TEST(StreamWrite, CharactersAndStrings) {
-    static const struct {
-        shape s;
-        std::string_view text; // with its terminator
-        std::string_view written;
-        long fail_at;
-        int error;
-    } rows[] = {
+    // text: with its terminator
+    static const std::tuple<shape, std::string_view, std::string_view, long, int> rows[] = {
         {euc,         "a\xA3\xA4\0"sv,     "a\xA3\xA4",   -1, 0        },
         {euc,         "a\xA3\xA4\0"sv,     "a\xA3",       0,  KO_EIO   },
         {euc,         "\0"sv,              "",            0,  0        }, // no write at all
@@ -157,30 +133,28 @@ TEST(StreamWrite, CharactersAndStrings) {
         {two,         "\0a\xA3\xA4\0\0"sv, "",            -1, KO_EILSEQ},
         {two,         "\0a\x03\0\0\0"sv,   "\0a\x03\0"sv, -1, 0        },
     };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.text));
-        char_record r(row.s);
+    for (const auto &[s, text, written, fail_at, error] : rows) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        char_record r(s);
         {
-            memory_file out(row.fail_at);
-            EXPECT_EQ(ko_fputmbs(r, mb(row.text.data()), out.stream), row.error ? -1 : 0);
-            EXPECT_EQ(r.error(), row.error);
-            EXPECT_EQ(out.text(), row.written);
+            memory_file out(fail_at);
+            EXPECT_EQ(answered(r, ko_fputmbs(r, mb(text.data()), out.stream)),
+                      answer(error ? -1 : 0, error));
+            EXPECT_EQ(out.text(), written);
             EXPECT_EQ(out.host.calls, out.text().empty() ? 0 : 1);
         }
-        if (row.error) continue;
-        std::vector<ko_wchar_t> wide = widened(row.written, row.s);
+        if (error) continue;
+        std::vector<ko_wchar_t> wide = widened(written, s);
         memory_file out; // each way once
-        size_t at = 0;
         for (size_t i = 0; i < wide.size(); ++i) {
-            const ko_mchar_t *const from = mb(row.text.data()) + at;
+            const ko_mchar_t *const from = mb(text.data()) + out.text().size();
             EXPECT_EQ(ko_fputmb(r, from, out.stream), from);
-            at = out.text().size();
         }
         for (const ko_wchar_t wc : wide)
             EXPECT_EQ(ko_fputwc(r, wc, out.stream), wc);
         wide.push_back(0);
         EXPECT_EQ(ko_fputwcs(r, wide.data(), out.stream), 0);
-        const std::string once(row.written);
+        const std::string once(written);
         EXPECT_EQ(out.text(), once + once + once);
     }
 }
@@ -189,22 +163,19 @@ TEST(StreamWrite, StopsAtTheFirstFailure) {
     char_record r(euc), none(two);
     {
         memory_file out;
-        EXPECT_EQ(ko_fputwcs(r, wcs(u"ab\xA4FFz").data(), out.stream), -1); // no such character
-        EXPECT_EQ(r.error(), KO_EILSEQ);
+        EXPECT_EQ(answered(r, ko_fputwcs(r, wcs(u"ab\xA4FFz").data(), out.stream)),
+                  answer(-1, KO_EILSEQ)); // no such character
         EXPECT_EQ(out.text(), "ab");
         EXPECT_EQ(ko_fputwc(r, 0xFFFF, out.stream), 0xFFFF);
         EXPECT_EQ(ko_fputmb(r, mb("\xFF"), out.stream), nullptr);
     }
     memory_file failing(2);
-    EXPECT_EQ(ko_fputwcs(r, wcs(u"abcd").data(), failing.stream), -1);
-    EXPECT_EQ(r.error(), KO_EIO);
-    EXPECT_EQ(failing.text(), "ab");
     r.clear();
-    EXPECT_NE(ko_fputmb(r, mb(""), failing.stream), nullptr); // the null character writes nothing
-    EXPECT_EQ(ko_fputwc(r, 0, failing.stream), 0);
+    EXPECT_EQ(answered(r, ko_fputwcs(r, wcs(u"abcd").data(), failing.stream)), answer(-1, KO_EIO));
+    // The null character writes nothing.
+    EXPECT_EQ(answered(r, ko_fputmb(r, mb(""), failing.stream)), answer(1, 0));
+    EXPECT_EQ(answered(r, ko_fputwc(r, 0, failing.stream)), answer(0, 0));
     EXPECT_EQ(failing.text(), "ab");
-    EXPECT_EQ(r.error(), 0);
     static_cast<mb_decode *>(none.loc.ctype)->max_char_len = 0;
-    EXPECT_EQ(ko_fputmb(none, mb("\0a"), failing.stream), nullptr);
-    EXPECT_EQ(none.error(), KO_EINVAL);
+    EXPECT_EQ(answered(none, ko_fputmb(none, mb("\0a"), failing.stream)), answer(0, KO_EINVAL));
 }

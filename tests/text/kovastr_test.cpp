@@ -1,9 +1,6 @@
 // String operations: stepping, trailing spaces, searching, copying, widths.
 #include "support/char_records.h"
 
-#include <algorithm>
-#include <type_traits>
-
 using std::string_view_literals::operator""sv;
 
 namespace {
@@ -63,13 +60,6 @@ constexpr op on = [](ko_lc_t l, text_ptr s, text_ptr o, int n) {
 template <auto f>
 constexpr op at =
     [](ko_lc_t l, text_ptr s, text_ptr, int n) { return result(s, f(l, s, after(s, n))); };
-constexpr op prev = at<ko_full_mbsprev>, pwidth = at<ko_mbspwidth>;
-constexpr op get = on<ko_full_getmbsi>, width = on<ko_mbswidth>;
-constexpr op kept_chars = on<ko_mbsntslen>, kept_bytes = on<ko_mbsntsbytes>;
-constexpr op spaces = on<ko_mbsp>, bytes_nt = on<ko_mbsbytes_nt>;
-constexpr op chr = on<ko_full_mbschr>, rchr = on<ko_full_mbsrchr>;
-constexpr op spn = on<ko_full_mbsspn>, cspn = on<ko_full_mbscspn>;
-constexpr op pbrk = on<ko_full_mbspbrk>, sub = on<ko_full_mbsmbs>;
 constexpr op get_null = [](ko_lc_t l, const ko_mchar_t *s, const ko_mchar_t *, int n) {
     int flag = 7;
     const int found = place(s, ko_getmbsinull(l, s, n, &flag));
@@ -98,49 +88,49 @@ const struct {
     const char *text, *other;
     int n, result, error; // the error word is 99 before
 } edges[] = {
-    {"prev past end",   prev,       set::euc,      "ab\0cd",              none,        5,  2,  99       },
-    {"prev at start",   prev,       set::euc,      "ab",                  none,        0,  -1, KO_EPOS  },
-    {"prev over bad",   prev,       set::euc,      "\xFFzz",              none,        2,  -1, KO_EILSEQ},
-    {"get beyond",      get,        set::euc,      aXz,                   none,        4,  -1, KO_EINDEX},
-    {"get bad",         get,        set::euc,      bad,                   none,        2,  -1, KO_EILSEQ},
-    {"skip to end",     get_null,   set::euc,      aXz,                   none,        9,  4,  99       },
-    {"offset second",   offset,     set::euc,      aXz,                   none,        2,  21, 99       },
-    {"offset end",      offset,     set::euc,      aXz,                   none,        4,  10, 99       },
-    {"offset behind",   offset,     set::euc,      "a\0b",                none,        2,  -1, KO_EINVAL},
-    {"offset before",   offset,     set::euc,      aXz + 1,               none,        -1, -1, KO_EINVAL},
-    {"offset end wide", offset,     set::two_byte, wide_ab,               none,        4,  20, 99       },
-    {"kept wide space", kept_bytes, set::euc,      "a \xA3\xA4 \xA1\xA1", none,        0,  4,  99       },
-    {"kept bad",        kept_bytes, set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
-    {"spaces",          spaces,     set::euc,      "a b  ",               none,        0,  3,  99       },
-    {"spaces only",     spaces,     set::bytes,    "  ",                  none,        0,  0,  99       },
-    {"bytes bad",       bytes_nt,   set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
-    {"chr terminator",  chr,        set::euc,      aXz,                   "",          0,  4,  99       },
-    {"chr before bad",  chr,        set::euc,      bad,                   "a",         0,  0,  99       },
-    {"rchr bad",        rchr,       set::euc,      bad,                   "a",         0,  -1, KO_EILSEQ},
-    {"chr of bad",      chr,        set::euc,      "a",                   "\xFF",      0,  -1, KO_EILSEQ},
-    {"spn",             spn,        set::euc,      aXz,                   "a\xA3\xA4", 0,  2,  99       },
-    {"cspn empty set",  cspn,       set::euc,      aXz,                   "",          0,  3,  99       },
-    {"cspn bad set",    cspn,       set::euc,      "",                    "\xFF",      0,  -1, KO_EILSEQ},
-    {"cspn bad",        cspn,       set::euc,      bad,                   "x",         0,  -1, KO_EILSEQ},
-    {"pbrk",            pbrk,       set::euc,      aXz,                   "xz",        0,  3,  99       },
-    {"pbrk absent",     pbrk,       set::euc,      aXz,                   "x",         0,  -1, 0        },
-    {"sub bad",         sub,        set::euc,      bad,                   "b",         0,  -1, KO_EILSEQ},
-    {"sub of bad",      sub,        set::euc,      "a",                   bad,         0,  -1, KO_EILSEQ},
-    {"wide bad",        wide_len,   set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
-    {"width",           width,      set::euc,      aXz,                   none,        9,  4,  99       },
-    {"width none",      width,      set::euc,      "\t",                  none,        0,  0,  99       },
-    {"width control",   width,      set::euc,      "a\tb",                none,        9,  -1, KO_EINVAL},
-    {"width bad",       width,      set::euc,      bad,                   none,        9,  -1, KO_EINVAL},
-    {"width no byte",   width,      set::bytes,    "a\x80",               none,        9,  -1, KO_EINVAL},
-    {"pwidth inside",   pwidth,     set::euc,      aXz,                   none,        2,  -1, KO_EPOS  },
-    {"pwidth behind",   pwidth,     set::euc,      "a\0\t",               none,        3,  1,  99       },
-    {"pwidth before",   pwidth,     set::euc,      aXz + 1,               none,        -1, -1, KO_EPOS  },
+    {"prev past end",   at<ko_full_mbsprev>, set::euc,      "ab\0cd",              none,        5,  2,  99       },
+    {"prev at start",   at<ko_full_mbsprev>, set::euc,      "ab",                  none,        0,  -1, KO_EPOS  },
+    {"prev over bad",   at<ko_full_mbsprev>, set::euc,      "\xFFzz",              none,        2,  -1, KO_EILSEQ},
+    {"get beyond",      on<ko_full_getmbsi>, set::euc,      aXz,                   none,        4,  -1, KO_EINDEX},
+    {"get bad",         on<ko_full_getmbsi>, set::euc,      bad,                   none,        2,  -1, KO_EILSEQ},
+    {"skip to end",     get_null,            set::euc,      aXz,                   none,        9,  4,  99       },
+    {"offset second",   offset,              set::euc,      aXz,                   none,        2,  21, 99       },
+    {"offset end",      offset,              set::euc,      aXz,                   none,        4,  10, 99       },
+    {"offset behind",   offset,              set::euc,      "a\0b",                none,        2,  -1, KO_EINVAL},
+    {"offset before",   offset,              set::euc,      aXz + 1,               none,        -1, -1, KO_EINVAL},
+    {"offset end wide", offset,              set::two_byte, wide_ab,               none,        4,  20, 99       },
+    {"kept wide space", on<ko_mbsntsbytes>,  set::euc,      "a \xA3\xA4 \xA1\xA1", none,        0,  4,  99       },
+    {"kept bad",        on<ko_mbsntsbytes>,  set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
+    {"spaces",          on<ko_mbsp>,         set::euc,      "a b  ",               none,        0,  3,  99       },
+    {"spaces only",     on<ko_mbsp>,         set::bytes,    "  ",                  none,        0,  0,  99       },
+    {"bytes bad",       on<ko_mbsbytes_nt>,  set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
+    {"chr terminator",  on<ko_full_mbschr>,  set::euc,      aXz,                   "",          0,  4,  99       },
+    {"chr before bad",  on<ko_full_mbschr>,  set::euc,      bad,                   "a",         0,  0,  99       },
+    {"rchr bad",        on<ko_full_mbsrchr>, set::euc,      bad,                   "a",         0,  -1, KO_EILSEQ},
+    {"chr of bad",      on<ko_full_mbschr>,  set::euc,      "a",                   "\xFF",      0,  -1, KO_EILSEQ},
+    {"spn",             on<ko_full_mbsspn>,  set::euc,      aXz,                   "a\xA3\xA4", 0,  2,  99       },
+    {"cspn empty set",  on<ko_full_mbscspn>, set::euc,      aXz,                   "",          0,  3,  99       },
+    {"cspn bad set",    on<ko_full_mbscspn>, set::euc,      "",                    "\xFF",      0,  -1, KO_EILSEQ},
+    {"cspn bad",        on<ko_full_mbscspn>, set::euc,      bad,                   "x",         0,  -1, KO_EILSEQ},
+    {"pbrk",            on<ko_full_mbspbrk>, set::euc,      aXz,                   "xz",        0,  3,  99       },
+    {"pbrk absent",     on<ko_full_mbspbrk>, set::euc,      aXz,                   "x",         0,  -1, 0        },
+    {"sub bad",         on<ko_full_mbsmbs>,  set::euc,      bad,                   "b",         0,  -1, KO_EILSEQ},
+    {"sub of bad",      on<ko_full_mbsmbs>,  set::euc,      "a",                   bad,         0,  -1, KO_EILSEQ},
+    {"wide bad",        wide_len,            set::euc,      bad,                   none,        0,  -1, KO_EILSEQ},
+    {"width",           on<ko_mbswidth>,     set::euc,      aXz,                   none,        9,  4,  99       },
+    {"width none",      on<ko_mbswidth>,     set::euc,      "\t",                  none,        0,  0,  99       },
+    {"width control",   on<ko_mbswidth>,     set::euc,      "a\tb",                none,        9,  -1, KO_EINVAL},
+    {"width bad",       on<ko_mbswidth>,     set::euc,      bad,                   none,        9,  -1, KO_EINVAL},
+    {"width no byte",   on<ko_mbswidth>,     set::bytes,    "a\x80",               none,        9,  -1, KO_EINVAL},
+    {"pwidth inside",   at<ko_mbspwidth>,    set::euc,      aXz,                   none,        2,  -1, KO_EPOS  },
+    {"pwidth behind",   at<ko_mbspwidth>,    set::euc,      "a\0\t",               none,        3,  1,  99       },
+    {"pwidth before",   at<ko_mbspwidth>,    set::euc,      aXz + 1,               none,        -1, -1, KO_EPOS  },
 };
 
 } // namespace
 
 TEST(Str, EdgeCasesByFlatTableAndByTree) {
-    for (const auto &row : edges) {
+    for (const auto &row : edges)
         for (const bool flat : {false, true}) {
             SCOPED_TRACE(std::string(row.what) + (flat ? " flat" : " tree"));
             text_record r(row.s, flat);
@@ -149,7 +139,6 @@ TEST(Str, EdgeCasesByFlatTableAndByTree) {
             EXPECT_EQ(row.run(r, text, row.other ? mb(row.other) : nullptr, row.n), row.result);
             EXPECT_EQ(r.error(), row.error);
         }
-    }
 }
 
 TEST(Str, WidthsDependOnTheClass) {
@@ -193,50 +182,43 @@ constexpr writer trunc = [](ko_lc_t l, ko_mchar_t *d, const ko_mchar_t *, int) {
     return ko_mbsntstrunc(l, d);
 };
 
-const struct {
-    const char *what;
-    writer run;
-    set s;
-    std::string_view dst, src;
-    int n, at; // the place returned, -1: NULL
-    std::string_view want;
-    int error;
-} writes[] = {
-    {"cpy bad",        cpy,        set::euc,      "zzz",             bad,         0,  -1, "zzz",              KO_EILSEQ},
-    {"cpy two-byte",   cpy,        set::two_byte, "zzzzz",           "\0a\0\0"sv, 0,  0,  "\0a\0\0z"sv,       0        },
-    {"cat to bad",     cat,        set::euc,      "\xFF\0zz"sv,      "cd",        0,  -1, "\xFF\0zz"sv,       KO_EILSEQ},
-    {"cat bad",        cat,        set::euc,      "ab\0zz"sv,        bad,         0,  -1, "ab\0zz"sv,         KO_EILSEQ},
-    {"ncpy part",      ko_mbsncpy, set::euc,      "zzzzzz",          aXz,         2,  0,  "a\xA3\xA4\0zz"sv,  0        },
-    {"ncpy below",     ko_mbsncpy, set::euc,      "zzz",             aXz,         -1, -1, "zzz",              KO_EINDEX},
-    {"ncpy bad",       ko_mbsncpy, set::euc,      "zzz",             bad,         2,  -1, "zzz",              KO_EILSEQ},
-    {"ncpy good part", ko_mbsncpy, set::euc,      "zzz",             bad,         1,  0,  "a\0z"sv,           0        },
-    {"ncat",           ko_mbsncat, set::euc,      "a\0zzz"sv,        aXz,         2,  0,  "aa\xA3\xA4\0"sv,   0        },
-    {"put longer",     put,        set::euc,      "abz\0z"sv,        "\xA3\xA4",  1,  1,  "a\xA3\xA4z\0"sv,   0        },
-    {"put shorter",    put,        set::euc,      "a\xA3\xA4\0z"sv,  "b",         1,  1,  "ab\0\0z"sv,        0        },
-    {"put null",       put,        set::euc,      "abz\0z"sv,        "",          1,  1,  "az\0\0z"sv,        0        },
-    {"put at end",     put,        set::euc,      "ab\0z"sv,         "c",         2,  -1, "ab\0z"sv,          KO_EINDEX},
-    {"put bad",        put,        set::euc,      "ab\0z"sv,         "\xFF",      0,  -1, "ab\0z"sv,          KO_EILSEQ},
-    {"put before bad", put,        set::euc,      "ab\xFF\0z"sv,     "c",         0,  -1, "ab\xFF\0z"sv,      KO_EILSEQ},
-    {"trunc",          trunc,      set::euc,      "a \xA1\xA1\0z"sv, "",          0,  0,  "a\0\xA1\xA1\0z"sv, 0        },
-    {"trunc bad",      trunc,      set::euc,      " \xFF\0z"sv,      "",          0,  -1, " \xFF\0z"sv,       KO_EILSEQ},
-    {"trunc two-byte", trunc,      set::two_byte, "\0a\0 \0\0"sv,    "",          0,  0,  "\0a\0\0\0\0"sv,    0        },
+// at: the place returned, -1: NULL
+const std::tuple<const char *, writer, set, std::string_view, std::string_view, int, int,
+                 std::string_view, int>
+    writes[] = {
+        {"cpy bad",        cpy,        set::euc,      "zzz",             bad,         0,  -1, "zzz",              KO_EILSEQ},
+        {"cpy two-byte",   cpy,        set::two_byte, "zzzzz",           "\0a\0\0"sv, 0,  0,  "\0a\0\0z"sv,       0        },
+        {"cat to bad",     cat,        set::euc,      "\xFF\0zz"sv,      "cd",        0,  -1, "\xFF\0zz"sv,       KO_EILSEQ},
+        {"cat bad",        cat,        set::euc,      "ab\0zz"sv,        bad,         0,  -1, "ab\0zz"sv,         KO_EILSEQ},
+        {"ncpy part",      ko_mbsncpy, set::euc,      "zzzzzz",          aXz,         2,  0,  "a\xA3\xA4\0zz"sv,  0        },
+        {"ncpy below",     ko_mbsncpy, set::euc,      "zzz",             aXz,         -1, -1, "zzz",              KO_EINDEX},
+        {"ncpy bad",       ko_mbsncpy, set::euc,      "zzz",             bad,         2,  -1, "zzz",              KO_EILSEQ},
+        {"ncpy good part", ko_mbsncpy, set::euc,      "zzz",             bad,         1,  0,  "a\0z"sv,           0        },
+        {"ncat",           ko_mbsncat, set::euc,      "a\0zzz"sv,        aXz,         2,  0,  "aa\xA3\xA4\0"sv,   0        },
+        {"put longer",     put,        set::euc,      "abz\0z"sv,        "\xA3\xA4",  1,  1,  "a\xA3\xA4z\0"sv,   0        },
+        {"put shorter",    put,        set::euc,      "a\xA3\xA4\0z"sv,  "b",         1,  1,  "ab\0\0z"sv,        0        },
+        {"put null",       put,        set::euc,      "abz\0z"sv,        "",          1,  1,  "az\0\0z"sv,        0        },
+        {"put at end",     put,        set::euc,      "ab\0z"sv,         "c",         2,  -1, "ab\0z"sv,          KO_EINDEX},
+        {"put bad",        put,        set::euc,      "ab\0z"sv,         "\xFF",      0,  -1, "ab\0z"sv,          KO_EILSEQ},
+        {"put before bad", put,        set::euc,      "ab\xFF\0z"sv,     "c",         0,  -1, "ab\xFF\0z"sv,      KO_EILSEQ},
+        {"trunc",          trunc,      set::euc,      "a \xA1\xA1\0z"sv, "",          0,  0,  "a\0\xA1\xA1\0z"sv, 0        },
+        {"trunc bad",      trunc,      set::euc,      " \xFF\0z"sv,      "",          0,  -1, " \xFF\0z"sv,       KO_EILSEQ},
+        {"trunc two-byte", trunc,      set::two_byte, "\0a\0 \0\0"sv,    "",          0,  0,  "\0a\0\0\0\0"sv,    0        },
 };
 
 } // namespace
 
 TEST(Str, WritesWhatFitsTheRow) {
-    for (const auto &row : writes) {
+    for (const auto &[what, run, s, before, src, n, place_of, want, error] : writes)
         for (const bool flat : {false, true}) {
-            SCOPED_TRACE(std::string(row.what) + (flat ? " flat" : " tree"));
-            text_record r(row.s, flat);
-            std::string dst(row.dst);
+            SCOPED_TRACE(std::string(what) + (flat ? " flat" : " tree"));
+            text_record r(s, flat);
+            std::string dst(before);
             auto *const at = reinterpret_cast<ko_mchar_t *>(dst.data());
-            ko_mchar_t *const got = row.run(r, at, units(row.src), row.n);
-            EXPECT_EQ(place(at, got), row.at);
-            EXPECT_EQ(dst, row.want);
-            EXPECT_EQ(r.error(), row.error);
+            EXPECT_EQ(place(at, run(r, at, units(src), n)), place_of);
+            EXPECT_EQ(dst, want);
+            EXPECT_EQ(r.error(), error);
         }
-    }
 }
 
 TEST(Str, EachFailingAllocationIsTold) {
@@ -253,17 +235,17 @@ TEST(Str, EachFailingAllocationIsTold) {
         });
     };
     const std::string twice = many + "\xA3\xDD" + many + "z", last = many + "z";
-    for (const op run : {spn, cspn, pbrk, wide_len})
+    for (const op run : {on<ko_full_mbsspn>, on<ko_full_mbscspn>, on<ko_full_mbspbrk>, wide_len})
         EXPECT_EQ(failing([&] { return run(r, mb("\xA3\xDA"), mb(many.c_str()), 0) >= 0; }), 1);
     ko_mchar_t text[8] = "abc";
     EXPECT_EQ(failing([&] { return ko_mbcreplace(r, text, mb("x")) != nullptr; }), 1);
     // A long search is only slower without memory.
     EXPECT_EQ(failing([&] {
-                  EXPECT_EQ(sub(r, mb(twice.c_str()), mb(last.c_str()), 0), 122);
+                  EXPECT_EQ(on<ko_full_mbsmbs>(r, mb(twice.c_str()), mb(last.c_str()), 0), 122);
                   return true;
               }),
               1);
-    EXPECT_EQ(spn(r, mb(twice.c_str()), mb(many.c_str()), 0), 60);
+    EXPECT_EQ(on<ko_full_mbsspn>(r, mb(twice.c_str()), mb(many.c_str()), 0), 60);
 }
 
 // ---- Both twins on random strings --------------------------------------------------------------
@@ -413,6 +395,8 @@ TEST(StrTwins, LongSearchesFallBackOverRepeats) {
         std::string part = text.substr(below(random, 300), 65 + below(random, 35));
         if (round % 2) part[60 + below(random, 5)] ^= 'a' ^ 'b';
         const int want = int(text.find(part)); // -1 where it is not
-        EXPECT_EQ(sub(round % 4 < 2 ? flat : tree, mb(text.c_str()), mb(part.c_str()), 0), want);
+        EXPECT_EQ(
+            on<ko_full_mbsmbs>(round % 4 < 2 ? flat : tree, mb(text.c_str()), mb(part.c_str()), 0),
+            want);
     }
 }
