@@ -11,9 +11,6 @@
 #include <math.h>
 #include <string.h>
 
-#include <algorithm>
-#include <vector>
-
 using wide_string = std::vector<ko_wchar_t>; // with its terminator
 using byte_string = std::vector<ko_mchar_t>;
 
@@ -98,10 +95,10 @@ struct setting {
 };
 
 static byte_string narrow(kovaloc *loc, const ko_wchar_t *wide) {
-    byte_string bytes(2 * static_cast<size_t>(ko_wcslen(wide)) + 4);
+    byte_string bytes(2 * size_t(ko_wcslen(wide)) + 4);
     const auto convert = loc->exp.single_byte ? is_wcstombs : ko_full_wcstombs;
-    const int n = convert(loc, bytes.data(), wide, static_cast<int>(bytes.size()));
-    bytes.resize(n < 0 ? 0 : static_cast<size_t>(n) + 2);
+    const int n = convert(loc, bytes.data(), wide, int(bytes.size()));
+    bytes.resize(n < 0 ? 0 : size_t(n) + 2);
     return bytes;
 }
 
@@ -127,11 +124,11 @@ static void check_formatting(const setting &s, const wide_string &format, const 
           "the result is the length");
     if (n > 0) {
         const int most = n + f.spare;
-        exact.resize(static_cast<size_t>(most) + 1);
+        exact.resize(size_t(most) + 1);
         check(f.wide(s.loc, exact.data(), most, format.data(), values...) == n,
               "its room suffices");
         check(std::equal(exact.data(), exact.data() + n + 1, out.data()), "it is written alike");
-        exact.resize(static_cast<size_t>(n));
+        exact.resize(size_t(n));
         check(f.wide(s.loc, exact.data(), n - 1, format.data(), values...) < 0, "less does not");
     }
     const byte_string mb_format = narrow(s.loc, format.data());
@@ -142,8 +139,8 @@ static void check_formatting(const setting &s, const wide_string &format, const 
     if (same.empty() || same.size() > room + 2) {
         check(m < 0, "the twin fails, too");
     } else {
-        check(m + 2 == static_cast<int>(same.size()), "the twin has the length");
-        check(!memcmp(mb_out.data(), same.data(), static_cast<size_t>(m)), "the twin agrees");
+        check(m + 2 == int(same.size()), "the twin has the length");
+        check(!memcmp(mb_out.data(), same.data(), size_t(m)), "the twin agrees");
     }
 }
 
@@ -221,7 +218,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     format.push_back(0);
     s.text.assign(line == end ? end : line + 1, end);
     s.text.push_back(0);
-    s.text.resize(static_cast<size_t>(ko_wcslen(s.text.data())) + 1);
+    s.text.resize(size_t(ko_wcslen(s.text.data())) + 1);
     s.mb_text = narrow(s.loc, s.text.data());
     check_numbers(s, format);
     check_money(s, format);

@@ -5,17 +5,14 @@
 
 #include <string.h>
 
-#include <string>
-#include <vector>
-
 static void check_text(ko_cm_t cm, const std::vector<ko_mchar_t> &text) {
-    const int len = static_cast<int>(text.size());
-    std::vector<char> roomy(static_cast<size_t>(len) * 200 + 1);
+    const int len = int(text.size());
+    std::vector<char> roomy(size_t(len) * 200 + 1);
     const ko_mchar_t *at = text.data();
-    const int full = ko_mbstosyms(cm, roomy.data(), static_cast<int>(roomy.size()), &at, len);
+    const int full = ko_mbstosyms(cm, roomy.data(), int(roomy.size()), &at, len);
     check(at >= text.data() && at <= text.data() + len, "the position is in the text");
     if (full < 0) return;
-    check(strlen(roomy.data()) + 1 == static_cast<size_t>(full), "the result is the length");
+    check(strlen(roomy.data()) + 1 == size_t(full), "the result is the length");
     for (int size = 1; size <= full; size += 1 + full / 8) {
         std::vector<char> exact(static_cast<size_t>(size));
         at = text.data();
@@ -25,7 +22,7 @@ static void check_text(ko_cm_t cm, const std::vector<ko_mchar_t> &text) {
     }
     std::vector<ko_mchar_t> back(roomy.size() * 4 + 4);
     const char *symbols = roomy.data();
-    const int read = ko_symstombs(cm, back.data(), static_cast<int>(back.size()), &symbols);
+    const int read = ko_symstombs(cm, back.data(), int(back.size()), &symbols);
     if (read < 0) return; // a range may run out of its digits
     std::vector<ko_mchar_t> fits(static_cast<size_t>(read));
     symbols = roomy.data();

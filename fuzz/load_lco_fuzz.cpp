@@ -29,7 +29,7 @@ static void check_same_answers(kovaloc *a, kovaloc *b) {
 static void check_characters(kovaloc *loc) {
     ctype_flat *chars = loc->chars;
     for (unsigned c = 0; c < 0x10000; c = c < 256 ? c + 1 : c + 127) {
-        const ko_wchar_t wc = static_cast<ko_wchar_t>(c);
+        const ko_wchar_t wc = ko_wchar_t(c);
         const int in_class = im_iswctype(loc, wc, 0xFFFF);
         const ko_wchar_t upper = im_towupper(loc, wc);
         loc->chars = nullptr;
@@ -40,25 +40,20 @@ static void check_characters(kovaloc *loc) {
 }
 
 static void check_strings(kovaloc *loc) {
-    static const ko_wchar_t words[][4] = {
-        {'a',  0},
-        {'b',    'a', 0},
-        {'c','h', 0},
-        {' ',    'A', 0},
-        {0xDF,    0},
-        {0x8140,    'a', 0},
-        {'b','-', 'a', 0},
-        {0   }
-    };
+    static const std::vector<ko_wchar_t> words[] = {wcs(u"a"),   wcs(u"ba"),     wcs(u"ch"),
+                                                    wcs(u" A"),  wcs(u"\u00DF"), wcs(u"\u8140a"),
+                                                    wcs(u"b-a"), wcs(u"")};
     coll_flat *weights = loc->weights;
-    for (const auto &a : words) {
+    for (const auto &word : words) {
+        const ko_wchar_t *const a = word.data();
         check(ko_full_wcscoll(loc, a, a) == 0, "a string equals itself");
         ko_mchar_t key[256];
         const int len = ko_wcsxfrm(loc, nullptr, a, 0);
         const int written = ko_wcsxfrm(loc, key, a, sizeof key);
         // A character without bytes is met only where it is written.
         check(written < 0 || written == len, "the measured length is the key's");
-        for (const auto &b : words) {
+        for (const auto &other : words) {
+            const ko_wchar_t *const b = other.data();
             const int order = ko_full_wcscoll(loc, a, b);
             check(order == -ko_full_wcscoll(loc, b, a), "either may come first");
             loc->weights = nullptr;
@@ -67,10 +62,9 @@ static void check_strings(kovaloc *loc) {
         }
     }
     static const ko_mchar_t texts[][8] = {"ch", "c h", "b\xDF", "bss", "B-a", "\xFF", "\x81@"};
-    for (const auto &a : texts) {
+    for (const auto &a : texts)
         for (const auto &b : texts)
             loc->exp.mbscoll(loc, a, b);
-    }
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

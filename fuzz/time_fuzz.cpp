@@ -24,7 +24,7 @@ static std::string written(kovaloc *loc, const std::string &format, const ko_tm_
     const int n = ko_mbsftime(loc, out, sizeof out, mb(format), &tm);
     const int most = ko_mbsfmtexpand(loc, 1, mb(format));
     check(n <= 0 || most >= n, "the measured length suffices");
-    return n > 0 ? std::string(reinterpret_cast<const char *>(out), static_cast<size_t>(n)) : "";
+    return n > 0 ? std::string(reinterpret_cast<const char *>(out), size_t(n)) : "";
 }
 
 static bool read_whole(kovaloc *loc, const std::string &format, const std::string &text,
@@ -74,7 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const size_t line = all.find('\n');
     const std::string format = all.substr(0, line);
     check_twins(loc, format, line == all.npos ? "" : all.substr(line + 1));
-    std::mt19937 random(static_cast<unsigned>(std::hash<std::string>()(all)));
+    std::mt19937 random(unsigned(std::hash<std::string>()(all)));
     ko_tm_t tm = random_time(random);
     const std::string first = written(loc, format, tm);
     if (is_divided(format) && !first.empty() && read_whole(loc, format, first, &tm)) {
