@@ -258,20 +258,22 @@ struct level_part {
 
 // A level that runs backward for the letters of some sections and forward for those of others
 // becomes two passes, the backward one first, each without the letters of the other; marks are in
-// both. Strings with letters of one direction compare as the source says.
+// both. Strings with letters of one direction compare as the source says. A few letters of another
+// direction are not worth a pass.
 static void add_parts(compiler &c, size_t level, bool room, std::vector<level_part> &parts) {
     const auto uses = section_uses(c, level);
     size_t letters[2] = {}, with_marks[2] = {};
     for (const auto &[section, use] : uses)
         (use.marks ? with_marks : letters)[use.rule.backward] += use.telling;
-    if (level && room && letters[0] && letters[1]) {
+    constexpr size_t few = 8; // one in so many
+    const auto [less, more] = std::minmax(letters[0], letters[1]);
+    if (level && room && less * few >= more && less) {
         for (const bool backward : {true, false}) {
             level_part part{level, {.backward = backward}, {}};
             for (const weighed &e : c.all) {
                 const auto use = uses.find(section_of(c, e));
-                const bool mark = e.levels[0].empty();
-                part.taken.push_back(use != uses.end() &&
-                                     (mark || use->second.rule.backward == backward));
+                const bool ahead = use == uses.end() || !use->second.rule.backward;
+                part.taken.push_back(e.levels[0].empty() || ahead != backward);
             }
             parts.push_back(std::move(part));
         }
