@@ -39,6 +39,14 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${exceptions})
 file(READ ${exceptions} KOVAC_EXCEPTIONS)
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/collation_exceptions.cpp.in
                ${CMAKE_BINARY_DIR}/generated/collation_exceptions.cpp @ONLY)
+# The lists that kovac carries along.
+set(lists ${CMAKE_CURRENT_SOURCE_DIR}/data)
+foreach(list standins pack conversions charmaps)
+  string(TOUPPER ${list} variable)
+  file(READ ${lists}/${list}.list KOVA_${variable})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${lists}/${list}.list)
+endforeach()
+configure_file(cmake/kovac_lists.h.in ${CMAKE_BINARY_DIR}/lists/kovac_lists.h @ONLY)
 
 foreach(room common kova kovac)
   file(GLOB sources CONFIGURE_DEPENDS ${tools}/${room}/*.cpp)
@@ -49,6 +57,7 @@ endforeach()
 target_sources(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/generated/collation_exceptions.cpp)
 target_link_libraries(kova_parts PUBLIC common_parts)
 target_link_libraries(kovac_parts PUBLIC common_parts)
+target_include_directories(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/lists)
 
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)

@@ -459,6 +459,34 @@ TEST_F(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
     EXPECT_EQ(object, made.read("there/kova/lc11/xx_yy/04e4.lco"));
 }
 
+// What is up to date stays; what lacks a file, or failed, is compiled again.
+TEST_F(KovacCommand, PacksWhatIsNotUpToDate) {
+    command = "kovac pack -o root ";
+    fails(2, "--only 'chart*'", "--only chart*: nothing has such a name");
+    const auto summary = [this](const char *kind, const std::string &only) {
+        const outcome got = shell(command + "--jobs 2 --only '" + only + "'");
+        const size_t line = got.out.find(std::string("\n") + kind);
+        std::istringstream words(got.out.substr(std::min(line, got.out.size())));
+        std::string name, built, current, skipped, failed;
+        words >> name >> built >> current >> skipped >> failed;
+        return built + " " + current + " " + failed + ", status " + std::to_string(got.status);
+    };
+    EXPECT_EQ(summary("charmaps", "charmap ISO-8859-?"), "7 0 0, status 0");
+    EXPECT_EQ(summary("charmaps", "charmap ISO-*"), "0 7 0, status 0");
+    std::filesystem::remove(dir / "root/kova/cm3/0333.cmo");
+    EXPECT_EQ(summary("charmaps", "charmap *-8859-?"), "1 6 0, status 0");
+    EXPECT_EQ(summary("conversions", "utf8 unicode"), "1 0 0, status 0");
+    made.write("own/locales/xx_YY", "nonsense\n");
+    made.write("own/locales/ast_ES", source_parts().text());
+    environment["I18NPATH"] = made.path + "/own";
+    EXPECT_EQ(summary("locales", "xx_*"), "0 0 1, status 1");
+    EXPECT_EQ(summary("locales", "ast_ES.unicode"), "1 0 0, status 0");
+    EXPECT_EQ(summary("locales", "ast_ES.unicode"), "0 1 0, status 0");
+    command = "kova ";
+    shows("locales --root root", "qc_ES.unicode  unicode    57349  ast_ES");
+    writes("compare --root root ast_ES a b", "<\n");
+}
+
 // ---- registry ----------------------------------------------------------------------------------
 
 TEST(KovacRegistry, KeepsWhatAFileHoldsAndRefusesMalformedLines) {

@@ -275,10 +275,18 @@ int run_info(const common_options &common, const info_options &options) {
 
 // ---- the list ----
 
+// The source's name, where an object's name is a stand-in for it.
+static std::string stands_for(const object_file &object) {
+    const std::string name =
+        object.language + (object.modifier.empty() ? "" : "@" + object.modifier);
+    const std::string source = source_name(object);
+    return source == name || source.find('_') == source.npos ? "" : source;
+}
+
 int run_locales(const common_options &common) {
     const data_place data = find_data(common);
     std::vector<std::vector<cell>> rows = {
-        {{"locale"}, {"code set"}, {"number", -1, true}, {"object"}}
+        {{"locale"}, {"code set"}, {"number", -1, true}, {"stands for"}, {"object"}}
     };
     std::string faults;
     for (const object_file &object : list_objects(data)) {
@@ -291,7 +299,8 @@ int run_locales(const common_options &common) {
             {kovatool::printable(name)                                           },
             {object.code_set.empty() ? "?" : kovatool::printable(object.code_set)},
             {std::to_string(object.number),                                        -1, true},
-            {kovatool::printable(object.path)                                                               }
+            {kovatool::printable(stands_for(object))                                                               },
+            {kovatool::printable(object.path)                             }
         });
     }
     output out;

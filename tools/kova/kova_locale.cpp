@@ -208,6 +208,12 @@ static std::string folded(const std::string &name, std::string_view dropped) {
     return result;
 }
 
+std::string source_name(const object_file &object) {
+    for (const std::string &line : object.header)
+        if (line.starts_with("SOURCE=")) return line.substr(7);
+    return {};
+}
+
 bool is_unicode(const object_file &object) { return folded(object.code_set, "") == "unicode"; }
 
 // The code set of a specification as the library calls it: what others call UTF-8 is the form that
@@ -331,10 +337,27 @@ static void open_bare(const std::string &spec, const std::string &language,
     load(found[0].file_name, handle);
 }
 
-void open_locale(const data_place &place, const std::string &spec, locale_handle &handle) {
-    refuse_path("locale", spec);
-    if (spec == "POSIX" || spec == "C" || spec == "default") return open_default(place, handle);
+// The specification of an object whose name is a stand-in for the name of its source, if that is
+// the one asked for: "qb_ES" for ast_ES. "" if there is none.
+static std::string stood_in(const std::string &spec, const std::vector<object_file> &all) {
+    const size_t at = std::min(spec.find('@'), spec.size());
+    const size_t dot = std::min(spec.find('.'), at);
+    const std::string source = spec.substr(0, dot) + spec.substr(at);
+    std::string found;
+    for (const object_file &object : all) {
+        const std::string modifier = object.modifier.empty() ? "" : "@" + object.modifier;
+        if (object.language + modifier == source) return {}; // the name itself exists
+        if (source_name(object) == source)
+            found = object.language + spec.substr(dot, at - dot) + modifier;
+    }
+    return found;
+}
+
+void open_locale(const data_place &place, const std::string &asked, locale_handle &handle) {
+    refuse_path("locale", asked);
+    if (asked == "POSIX" || asked == "C" || asked == "default") return open_default(place, handle);
     const std::vector<object_file> all = list_objects(place);
+    const std::string stand_in = stood_in(asked, all), &spec = stand_in.empty() ? asked : stand_in;
     const std::string language = language_of(spec);
     if (language.empty() || (spec.size() > 5 && spec[5] != '.' && spec[5] != '@'))
         throw unknown_locale("\"" + spec + "\" is not a locale name, which looks like de_DE.8859-1",

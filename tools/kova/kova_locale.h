@@ -50,6 +50,9 @@ std::vector<object_file> list_objects(const data_place &place);
 // The specification that opens an object: "de_DE.ISO-8859-1".
 std::string specification(const object_file &object);
 
+// The name of the source that an object was compiled from: "de_DE".
+std::string source_name(const object_file &object);
+
 // Is the code set of an object "unicode"?
 bool is_unicode(const object_file &object);
 
@@ -65,9 +68,10 @@ struct locale_handle {
 };
 
 // Opens a locale by specification; by a bare ll_TT, which means "unicode" where that is compiled,
-// else the only object; or by "POSIX" (also "C", "default") for the default object. "UTF-8" as the
+// else the only object; by the source's name where the object has a stand-in for it (ast_ES); or by
+// "POSIX" (also "C", "default") for the default object. "UTF-8" as the
 // code set means "unicode". Throws failure, which says which locales exist.
-void open_locale(const data_place &place, const std::string &spec, locale_handle &handle);
+void open_locale(const data_place &place, const std::string &asked, locale_handle &handle);
 
 // The specification for LC_ALL, LC_COLLATE or LANG: a UTF-8 locale means the code set "unicode"; if
 // none is set, "POSIX".

@@ -17,6 +17,7 @@
 #include "kovac/kovac_convert.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_oracle.h"
+#include "kovac/kovac_pack.h"
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_symbols.h"
 #include "kovac/kovac_write.h"
@@ -116,9 +117,10 @@ static int number_from_file(const std::string &path, const std::string &name, in
 static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
     *path = opt.root + "/kova/lc11/default.lco";
     if (opt.is_default || opt.name == "default") return exit_done;
-    std::string dir, modifier;
-    const std::string wrong =
-        split_name(opt.name.empty() ? base_name(opt.source) : opt.name, dir, modifier);
+    std::string dir, modifier, name = opt.name;
+    if (name.empty()) name = standin_name(base_name(opt.source));
+    if (name.empty()) name = base_name(opt.source);
+    const std::string wrong = split_name(name, dir, modifier);
     if (!wrong.empty()) return complain(exit_usage, wrong);
     int number = no_number;
     if (!opt.registry_file.empty()) {
@@ -407,6 +409,57 @@ static int write_registry(const registry_options &opt) {
     return exit_done;
 }
 
+// ---- kovac charmap -----------------------------------------------------------------------------
+
+static int compile_charmap(const symbols_options &opt) {
+    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    return int(compile_symbols(opt, search_dirs("charmaps"), diag));
+}
+
+// ---- kovac pack --------------------------------------------------------------------------------
+
+static int pack_locale(const pack_options &opt, const std::vector<std::string> &words) {
+    locale_options one{.source = words[0], .charmap = words[1], .root = opt.root};
+    if (words.size() > 2) one.name = words[2];
+    one.release = opt.release;
+    one.prove = opt.prove;
+    one.drop = true; // said as a warning
+    return compile_one(one);
+}
+
+static int pack_conversion(const pack_options &opt, const std::vector<std::string> &words) {
+    convert_options one{.from = words[0], .to = words[1], .root = opt.root};
+    one.both = true;
+    for (size_t i = 2; i + 1 < words.size(); i += 2) {
+        if (words[i] == "--from-name") one.from_names.push_back(words[i + 1]);
+        if (words[i] == "--to-name") one.to_names.push_back(words[i + 1]);
+        if (words[i] == "--substitute") one.substitute = words[i + 1];
+    }
+    diagnostics diag;
+    return int(run_convert(one, search_dirs("charmaps"), diag));
+}
+
+static int pack_charmap(const pack_options &opt, const std::vector<std::string> &words) {
+    symbols_options one{.charmap = words[0], .root = opt.root, .names = "posix"};
+    return compile_charmap(one);
+}
+
+static int pack_all(const pack_options &opt) {
+    const auto run = [&opt](const pack_task &task) {
+        switch (task.kind) {
+        case task_kind::registry:
+            return write_registry({.root = opt.root, .additions = {}});
+        case task_kind::locale:
+            return pack_locale(opt, task.words);
+        case task_kind::conversion:
+            return pack_conversion(opt, task.words);
+        default:
+            return pack_charmap(opt, task.words);
+        }
+    };
+    return pack(opt, search_dirs("locales"), search_dirs("charmaps"), run);
+}
+
 // ---- command line ------------------------------------------------------------------------------
 
 // Hosts keep a release's name in one line beside their indexes.
@@ -507,11 +560,6 @@ static CLI::App *add_charmap_command(CLI::App &app, symbols_options &opt) {
     return cmd;
 }
 
-static int compile_charmap(const symbols_options &opt) {
-    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
-    return int(compile_symbols(opt, search_dirs("charmaps"), diag));
-}
-
 static int compile_charmaps(const symbols_options &opt) {
     if (opt.list.empty()) {
         if (!opt.charmap.empty()) return compile_charmap(opt);
@@ -535,6 +583,22 @@ static int convert_pair(const convert_options &opt) {
     return int(run_convert(opt, search_dirs("charmaps"), diag));
 }
 
+static CLI::App *add_pack_command(CLI::App &app, pack_options &opt) {
+    CLI::App *cmd = app.add_subcommand(
+        "pack", "Compile every locale, conversion and charmap that the sources support");
+    cmd->add_option("-o,--root", opt.root, "Data root to fill")->required();
+    cmd->add_option("--only", opt.only, "Only what has such a name; * and ? as in file names");
+    cmd->add_option("--jobs", opt.jobs, "Processes at a time. Default: one per processor")
+        ->check(CLI::Range(1, 256));
+    cmd->add_option("--release", opt.release, "Name of the data release, for the objects' headers")
+        ->check(CLI::Validator(release_error, "NAME"));
+    cmd->add_flag("!--no-prove", opt.prove, "Do not prove the collations");
+    cmd->add_flag("-v,--verbose", opt.verbose, "Print the messages about each object");
+    cmd->footer("What is up to date is not compiled again. ROOT/pack.log has all messages.\n"
+                "Example: kovac pack -o data --only 'de_*'");
+    return cmd;
+}
+
 static int run_main(int argc, char **argv) {
     CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
                  "kovac");
@@ -545,9 +609,11 @@ static int run_main(int argc, char **argv) {
     registry_options registry;
     convert_options convert;
     symbols_options symbols;
+    pack_options packed;
     const CLI::App *charmap_cmd = add_charmap_command(app, symbols);
     const CLI::App *convert_cmd = add_convert_command(app, convert);
     const CLI::App *locale_cmd = add_locale_command(app, locale);
+    const CLI::App *pack_cmd = add_pack_command(app, packed);
     const CLI::App *registry_cmd = add_registry_command(app, registry);
     try {
         app.parse(argc, argv);
@@ -557,6 +623,7 @@ static int run_main(int argc, char **argv) {
     if (charmap_cmd->parsed()) return compile_charmaps(symbols);
     if (convert_cmd->parsed()) return convert_pair(convert);
     if (registry_cmd->parsed()) return write_registry(registry);
+    if (pack_cmd->parsed()) return pack_all(packed);
     if (!locale_cmd->parsed()) return exit_usage;
     if (!locale.list.empty()) return compile_list(locale);
     if (locale.source.empty() || locale.charmap.empty()) {

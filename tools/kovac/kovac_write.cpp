@@ -1,5 +1,6 @@
 // Writes the sections of a locale object, and text files in general.
 #include "kovac/kovac_write.h"
+#include "kovac/kovac_pack.h"
 
 #include <cerrno>
 #include <cmath>
@@ -228,13 +229,19 @@ write_result write_file(const std::string &path, std::string *why,
         discard_replacement(file);
         return result;
     }
-    if (commit_replacement(file)) return write_result::done;
+    if (commit_replacement(file)) {
+        note_file(path);
+        return write_result::done;
+    }
     *why = strerror(errno);
     return write_result::io;
 }
 
 write_result link_file(const std::string &existing, const std::string &path, std::string *why) {
-    if (kovatool::link_in_one_step(existing, path)) return write_result::done;
+    if (kovatool::link_in_one_step(existing, path)) {
+        note_file(path);
+        return write_result::done;
+    }
     *why = strerror(errno);
     return write_result::io;
 }
