@@ -47,9 +47,8 @@ struct by_flat { // code sets with terminators of one or two bytes
     text_char at(const unit *s) const {
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
         const int n = flat_mblen(*f, s);
-        if (n == 1) return {1, *s};
-        if (n == 2) return {2, unsigned(s[0] << 8 | s[1])};
-        return fail(loc, KO_EILSEQ, text_char{-1, 0});
+        if (!n) return fail(loc, KO_EILSEQ, text_char{-1, 0});
+        return {n, n == 1 ? *s : unsigned(s[0] << 8 | s[1])};
     }
     unsigned classes(const unit *, text_char c) const {
         if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;

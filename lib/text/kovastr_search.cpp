@@ -19,12 +19,13 @@ static Unit *find_char(const By &by, const Unit *s, text_char wanted, which side
     const Unit *found = nullptr;
     for (text_char c;; s += c.units) {
         c = by.at(s);
-        if (c.units < 0) return nullptr;
-        if (same(c, wanted)) {
+        if (same(c, wanted)) { // nothing that is invalid is
             found = s;
             if (side == which::first) break;
         }
-        if (!c.units) break;
+        if (c.units > 0) continue;
+        if (c.units < 0) return nullptr;
+        break;
     }
     return found ? const_cast<Unit *>(found) : absent<Unit>(by.loc);
 }
@@ -143,8 +144,8 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     if (!read_set(by, members, &set)) return none;
     int chars = 0;
     for (text_char c; (c = by.at(s)).units; s += c.units, ++chars) {
-        if (c.units < 0) return none;
-        if (c.units > 2) return fail(by.loc, KO_EINVAL, none); // longer ones are not compared
+        if (unsigned(c.units) > 2) // characters of more units are not compared
+            return c.units < 0 ? none : fail(by.loc, KO_EINVAL, none);
         if (is_member(set, c.code) != inside) break;
     }
     return {s, chars};
