@@ -37,18 +37,18 @@ TEST_P(PeerMoney, AgreesWhereTheConventionsDo) {
     const bool special =
         name == "hu_HU" || name == "or_IN" || name == "ko_KR" || name.starts_with("zh_");
     const std::pair<const char *, bool> formats[] = {
-        {"%n",     true              },
-        {"%+n",    true              },
-        {"%^n",    true              },
-        {"%.0n",   true              },
-        {"%.3n",   true              },
-        {"%(n",    true              },
-        {"%#9n",   !behind           },
-        {"%=*#9n", !behind           },
-        {"%20n",   bytes             },
-        {"%-20n",  bytes             },
-        {"%!n",    !twice            },
-        {"%i",     !twice && !special},
+        {"%n",     true                  },
+        {"%+n",    conv->n_sign_posn != 0}, // where 0 means parentheses, "+" means 1
+        {"%^n",    true                  },
+        {"%.0n",   true                  },
+        {"%.3n",   true                  },
+        {"%(n",    true                  },
+        {"%#9n",   !behind               },
+        {"%=*#9n", !behind               },
+        {"%20n",   bytes                 },
+        {"%-20n",  bytes                 },
+        {"%!n",    !twice                },
+        {"%i",     !twice && !special    },
     };
     std::mt19937_64 random(43);
     for (const auto &[format, agrees] : formats) {
