@@ -308,12 +308,13 @@ static bool derive_exp_direct(kovaloc *loc) {
 static bool derive_byte_weights(kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     for (int p = 0; p < coll->num_passes; ++p) {
-        uint16_t **const weights = &coll->byte_weights[p];
-        if (!make_array(loc, coll_end_byte + 1, weights)) return false;
-        for (unsigned c = 0; c < 256; ++c)
-            (*weights)[c ? c : coll_end_byte] =
-                coll->pass_arr[p][coll_byte_row(loc->coll, uint8_t(c))];
-        (*weights)[0] = 0;
+        if (!make_array(loc, coll_end_byte + 1, &coll->byte_weights[p])) return false;
+        coll->byte_weights[p][0] = 0;
+    }
+    for (unsigned c = 0; c < 256; ++c) {
+        const uint16_t row = coll_byte_row(loc->coll, uint8_t(c));
+        for (int p = 0; p < coll->num_passes; ++p)
+            coll->byte_weights[p][c ? c : coll_end_byte] = coll->pass_arr[p][row];
     }
     return true;
 }
