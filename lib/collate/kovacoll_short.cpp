@@ -1,5 +1,5 @@
-// Derives the bytes of short keys from the tables of a collation: which weights are letters of one
-// lead, and which weights of the other passes are common.
+// Derives the bytes of short keys from the tables of a collation: which weights share a lead, and
+// which weights of the other passes are common.
 #include "collate/kovacoll_short.h"
 
 #include <atomic>
@@ -8,9 +8,9 @@
 namespace {
 
 constexpr unsigned weights_room = coll_low_bits + 1;
-constexpr unsigned enough_runs = 16, most_runs = 32; // of common weights, in a byte
+constexpr unsigned enough_runs = 16, most_runs = 32; // lengths that one byte expresses
 
-// What spells a text in a pass: one of its units, or an element that a walk meets with it.
+// A piece of text that delivers weights: a unit, or an element that begins with that unit.
 struct source {
     unsigned unit;
     int candidate; // -1: the unit by itself
@@ -23,13 +23,13 @@ struct weight_facts {
     uint16_t low, high; // of the characters that break its ties
 };
 
-// A pass while its weights are spelled.
+// The state while the weights of one pass are spelled.
 struct speller {
     const coll_flat *flat;
     int pass;
     weight_facts facts[weights_room]; // by weight
     uint32_t codes[weights_room];
-    unsigned place;                       // leading bytes given away
+    unsigned place;                       // leading bytes assigned so far
     unsigned commons[short_most_commons]; // weights, the most frequent first
     unsigned num_commons;
     short_pass *to;
@@ -51,7 +51,7 @@ static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_ite
     return from.candidate < 0 ? special.own : special.candidates[from.candidate].seq;
 }
 
-// Has this high byte the pages of the one before it, in every pass?
+// Does this high byte have the same pages as the one before it, in every pass?
 static bool repeats(const coll_flat *flat, unsigned hi) {
     bool same = hi > 0;
     for (int p = 0; same && p < flat->num_passes; ++p)
@@ -59,7 +59,7 @@ static bool repeats(const coll_flat *flat, unsigned hi) {
     return same;
 }
 
-// Visits the sources of a pass, of repeated pages only the first ones unless asked for all.
+// Visits the sources of a pass. Unless asked for all, visits only the first of several equal pages.
 template <class Visit>
 static void each_source(const coll_flat *flat, int pass, bool all, Visit visit) {
     const coll_flat_pass *p = &flat->pass[pass];
@@ -120,7 +120,8 @@ static uint32_t number_code(const weight_facts &f, unsigned count, unsigned numb
     return count << 30 | bytes;
 }
 
-// Takes leading bytes for one weight with ties: its codes follow in one digit or two.
+// Takes leading bytes for one weight with ties: the codes of its characters follow in one digit or
+// two.
 static void spell_tie(speller *s, unsigned w) {
     const unsigned n = span(s->facts[w]);
     const bool small = n <= short_digits;
@@ -129,7 +130,8 @@ static void spell_tie(speller *s, unsigned w) {
     s->place += small ? 1 : (n + two_digits - 1) / two_digits;
 }
 
-// All weights by three digits: for tables that nothing else fits. False where they do not.
+// Gives every weight three digits, for tables that nothing else fits. False if three digits are not
+// enough.
 static bool number_all(speller *s) {
     uint64_t number = 0;
     for (unsigned w = 0; w < weights_room; ++w) {
@@ -162,8 +164,8 @@ static unsigned script_of(unsigned unit) {
     return script;
 }
 
-// Scripts of many characters, of which a text rarely has two neighbours: two bytes each, and no
-// lead is kept.
+// Scripts of so many characters that two neighbours rarely meet in a text. Each character takes two
+// bytes, and no lead is kept.
 static bool is_paged(const weight_facts &f) {
     return f.tie || f.least - 0x3400u < 0xA500 - 0x3400 || f.least - 0xAC00u < 0xFB00 - 0xAC00;
 }
@@ -189,7 +191,8 @@ static bool continues(const speller *s, unsigned w, unsigned script) {
     return false;
 }
 
-// Rare letters belong to the script of those before them, or else after them.
+// Rare letters belong to the script of the letters before them, or else to that of the letters
+// after them.
 static segment next_segment(const speller *s, unsigned from) {
     segment found = {from, from, 0, 0, 0, is_paged(s->facts[from])};
     unsigned script = no_script, rare = 0;
@@ -226,7 +229,8 @@ static void spell_paged(speller *s, const segment &part, unsigned longest_span) 
     s->place = (number + short_digits - 1) / short_digits;
 }
 
-// Letters from a second digit on, in as many leads as it takes. Returns the next second digit.
+// Spells letters from a second digit on, in as many leads as it takes. Returns the next second
+// digit.
 static unsigned spell_letters(speller *s, const segment &part, unsigned second, bool share) {
     unsigned rare = 0;
     for (unsigned w = part.first; w < part.end; ++w) {
@@ -250,7 +254,7 @@ static unsigned spell_letters(speller *s, const segment &part, unsigned second, 
     return second + (rare > 0);
 }
 
-// False where there are not enough leads.
+// False if there are not enough leads.
 static bool spell_first_pass(speller *s, unsigned longest_span) {
     unsigned second = short_digits; // of the last lead of letters, which is full
     bool open = false;
@@ -351,8 +355,8 @@ static bool find_commons(speller *s) {
     return true;
 }
 
-// Spells all weights, the first ones that are common by leading bytes for their runs. Weights are
-// rare whose least unit is not below the bound: neighbours share their leading bytes.
+// Spells all weights, the common ones by leading bytes for their runs. A weight is rare if its
+// least unit is not below the bound; neighbouring rare weights share their leading bytes.
 static void spell_weights(speller *s, unsigned bound, unsigned commons, unsigned run_bytes) {
     unsigned rare = 0, common = 0; // the run of rare ones, with its leading byte taken
     s->place = 0;
@@ -377,7 +381,7 @@ static void spell_weights(speller *s, unsigned bound, unsigned commons, unsigned
     }
 }
 
-// False where nothing spells them.
+// False if the weights cannot be spelled.
 static bool spell_lower_pass(speller *s) {
     static constexpr unsigned bounds[] = {0x10000, 0x180, 0x80, 0};
     for (const unsigned bound : bounds)

@@ -1,4 +1,4 @@
-// Case of texts in UTF-8, character by character as the record maps wide characters.
+// Case mapping of texts in UTF-8, character by character, as the record maps wide characters.
 #include "chars/kovambwc.h"
 #include "host/kovahost_made.h"
 #include "host/kovahost_map.h"

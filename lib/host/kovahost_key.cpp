@@ -6,7 +6,7 @@
 
 // ---- Weights ----
 
-// The place in the sink as local variables of a loop.
+// The place in the sink, kept in the local variables of a loop.
 namespace {
 struct place {
     ko_mchar_t *out, *limit;

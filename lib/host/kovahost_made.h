@@ -4,8 +4,8 @@
 
 #include "host/kovahost_text.h"
 
-// When the first character no longer fits into the room, the text goes on in scratch, for its
-// length counts all the same.
+// Once a character no longer fits into the room, the rest of the text goes to scratch, because its
+// length is still counted.
 template <class Unit> struct made_text {
     Unit *at;
     size_t left;

@@ -1,4 +1,4 @@
-// What comparison and keys of texts with a length share.
+// What the comparison and the keys of texts with a length have in common.
 #ifndef KOVAHOST_ORDER_H
 #define KOVAHOST_ORDER_H
 
@@ -40,7 +40,7 @@ template <class Unit> inline mapped_back<Unit> walk_back(const mapped_host<Unit>
 // 0 if the record can order these texts, else the error number.
 int unfit_for_order(ko_lc_t loc);
 
-// The next unit in code order, where U+0000 counts; -1 at the end.
+// Takes the next unit for comparison in code order, in which U+0000 counts; -1 at the end.
 template <class Text> static inline int take_code(Text &text) {
     if (text.s == text.end) return -1;
     if (*text.s) return int(take(text));
@@ -67,7 +67,7 @@ template <class Text> struct null_gaps {
     Text text;
     size_t at;
 };
-// Units before the next U+0000; SIZE_MAX if there is none.
+// The number of units before the next U+0000; SIZE_MAX if there is none.
 template <class Text> static inline size_t next_gap(null_gaps<Text> &gaps) {
     Text part = gaps.text;
     size_t null = gaps.at;

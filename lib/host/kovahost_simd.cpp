@@ -1,6 +1,6 @@
 // Conversion between UTF-8 and UTF-16 by runs of characters of one, two and three bytes. A block
-// has 8 characters; those before the first one of another length, or before anything ill-formed,
-// are converted.
+// has 8 characters, of ASCII 16; those before the first one of another length, or before anything
+// ill-formed, are converted.
 #include "host/kovahost_simd.h"
 
 #include "chars/kovasimd.h"

@@ -1,4 +1,5 @@
-// Texts of hosts: UTF-8 and UTF-16 with a length. Ill-formed parts are recognised, not refused.
+// Texts that hosts pass in: UTF-8 or UTF-16, with a length. Ill-formed parts are recognised, not
+// refused.
 #ifndef KOVAHOST_TEXT_H
 #define KOVAHOST_TEXT_H
 
