@@ -304,6 +304,22 @@ collating-symbol <GY>|collating-symbol <TWO>|order_start forward;forward|<U0061>
     c.expect("g < gz < gy < gya < ggy < ggya < ggyz < gyh < gyz < h");
 }
 
+// Signs of a number and an ideograph, of which two weigh nothing but signs. Other ideographs sort
+// below and above these.
+TEST(CollateTables, SignsWhoseLastWeightsNothingElseHasSortAsTheyAreSpelled) {
+    const compiled c(R"(collating-symbol <HAN>|collating-symbol <SUN>|collating-symbol <POINT>
+collating-symbol <PART>|collating-symbol <YEAR>|order_start forward;forward|<U0031>|<U0033>
+<U0036>|<U007A>|<HAN>|<SUN>|<POINT>|<PART>|<YEAR>|<U00E8> "<HAN><SUN>";<U0031>
+<U00E9> "<HAN><YEAR>";<U0031>|<U00C1> "<U0031><HAN><POINT>";"<U0031><U0031>"
+<U00C2> "<U0031><U0033><HAN><POINT>";"<U0031><U0031>"
+<U00C3> "<U0031><U0033><HAN><PART>";"<U0031><U0031>"|order_end
+)",
+                     wide_set());
+    c.expect("1 < 11 < 13 < 133 < 13\xE8z < \xC2 < \xC2"
+             "1 < \xC2\xE9 < \xC3 < \xC3"
+             "1 < 13\xE9 < 16 < 1z < 1\xE8\xE9 < \xC1 < \xC1z < 1\xE9 < 3");
+}
+
 TEST(CollateTables, SectionsOfTwoDirectionsBecomeTwoPasses) {
     const compiled c(
         R"(script <L>|script <G>|script <N>|collating-symbol <BASE>|collating-symbol <AC>|<BASE>|<AC>

@@ -95,8 +95,7 @@ static void judge_units(level_work &w) {
     }
 }
 
-// The shortest list of clear units with carriers that make up text; empty if there is none.
-static std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most) {
+std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most) {
     const size_t n = text.size();
     std::vector<size_t> cost(n + 1, SIZE_MAX), from(n + 1, 0);
     std::vector<unit_id> by(n + 1, no_unit);
@@ -194,7 +193,7 @@ static symbols part_of(const level_work &w, size_t i) {
 // them are clear, and are spelled if all its characters can be, because a number and a spelling
 // cannot be compared.
 static void spell_tokens(level_work &w) {
-    const size_t most = w.in.single_byte ? 7 : 15;
+    const size_t most = most_pieces(w);
     owners_by_class owners;
     for (size_t i = 0; i < w.own.size(); ++i)
         if (w.own[i] != no_unit) owners[{w.own[i], class_of(w, i)}].push_back(i);
@@ -235,7 +234,10 @@ int choose_units(level_work &w) {
     if (!w.in.total || !w.in.last) { // else each is one unit already
         judge_units(w);
         spell_tokens(w);
-        if (w.in.level == 0 && !w.in.single_byte) spell_doubles(w);
+        if (w.in.level == 0 && !w.in.single_byte) {
+            spell_doubles(w);
+            spell_tails(w);
+        }
     }
     int inexact = 0;
     for (size_t i = 0; i < w.in.all.size(); ++i) {

@@ -49,6 +49,14 @@ bool told_apart(const level_work &w, size_t a, size_t b);
 // Decides for every sequence: one unit, or pieces. Returns how many are not exact.
 int choose_units(level_work &w);
 
+// The shortest list of at most so many clear units with carriers that make up text; empty if there
+// is none.
+std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most);
+inline size_t most_pieces(const level_work &w) { return w.in.single_byte ? 7 : 15; }
+
+// Spells characters whose last symbols no character weighs, at the first level.
+void spell_tails(level_work &w);
+
 // Spells letters of several characters, and those doubled, at the first level.
 void spell_doubles(level_work &w);
 
