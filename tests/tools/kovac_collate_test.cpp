@@ -241,6 +241,17 @@ TEST(CollateTables, CompareAsTheSequencesOfTheirWeights) {
     }
 }
 
+// The second letter stands alone at the first level, where its accent needs no weight of its own.
+// As an accent of the first letter it must have one.
+TEST(CollateTables, AccentsAreSpelledByWhatIsClearAmongTheirLetters) {
+    const compiled c(
+        R"(order_start forward;forward|<O>|<OE>|<BASE>|<AC>|<SLASH>|<TAIL>|<U0027> IGNORE;<AC>
+<U002F> IGNORE;<SLASH>|<U002C> IGNORE;<TAIL>|<U006F> <O>;<BASE>|<U00F8> <OE>;"<BASE><SLASH>"
+<U00E1> <O>;"<BASE><SLASH><AC>"|<U00E2> <O>;"<BASE><TAIL>"|order_end
+)");
+    c.expect("o < o' < o/ < o/' = \xE1 < o, = \xE2 < oo < \xF8");
+}
+
 TEST(CollateTables, ElementsMatchLongestFirstAndNeverExpand) {
     const compiled c(
         R"(collating-element <ch> from "ch"|collating-element <chh> from "chh"|collating-symbol <CH>

@@ -44,7 +44,7 @@ static void find_tail(const level_work &w, size_t token, size_t most, tails &fou
     for (size_t n = 1; n < text.size(); ++n) {
         symbols tail(text.begin() + long(n), text.end());
         if (begins_with_unit(w, tail)) continue;
-        auto head = spell(w, symbols(text.begin(), text.begin() + long(n)), most);
+        auto head = spell(w, symbols(text.begin(), text.begin() + long(n)), 0, most);
         if (head.empty()) continue;
         found[std::move(tail)].push_back({token, std::move(head)});
         return;

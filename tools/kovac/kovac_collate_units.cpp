@@ -10,9 +10,6 @@
 
 namespace kovac {
 
-// The tokens that weigh a unit, by their class.
-using owners_by_class = std::map<std::pair<unit_id, uint32_t>, std::vector<size_t>>;
-
 unit_id unit_of(level_work &w, const symbols &text) {
     const auto [at, added] = w.index.try_emplace(text, unit_id(w.units.size()));
     if (added) w.units.push_back({.text = text});
@@ -95,7 +92,22 @@ static void judge_units(level_work &w) {
     }
 }
 
-std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most) {
+// A unit is clear if its owners are told apart from those of its beginnings. Where it spells a
+// token of a class, the class must have no such owners at all.
+static bool clear_piece(const level_work &w, const unit &u, uint32_t in_class) {
+    if (!u.clear || !in_class) return u.clear;
+    symbols stem;
+    for (size_t n = 1; n < u.text.size(); ++n) {
+        stem.push_back(u.text[n - 1]);
+        const auto at = w.index.find(stem);
+        if (at == w.index.end() || u.text[n] > w.highest_first) continue;
+        if (w.owners.count({at->second, in_class}) || w.owners.count({at->second, 0})) return false;
+    }
+    return true;
+}
+
+std::vector<unit_id> spell(const level_work &w, const symbols &text, uint32_t in_class,
+                           size_t most) {
     const size_t n = text.size();
     std::vector<size_t> cost(n + 1, SIZE_MAX), from(n + 1, 0);
     std::vector<unit_id> by(n + 1, no_unit);
@@ -106,7 +118,7 @@ std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most
             const auto at = w.index.find(symbols(text.begin() + long(a), text.begin() + long(b)));
             if (at == w.index.end()) continue;
             const unit &u = w.units[at->second];
-            if (!u.clear || u.carrier == 0 || cost[a] + 1 >= cost[b]) continue;
+            if (u.carrier == 0 || cost[a] + 1 >= cost[b] || !clear_piece(w, u, in_class)) continue;
             cost[b] = cost[a] + 1;
             from[b] = a;
             by[b] = at->second;
@@ -156,7 +168,7 @@ static uint32_t class_of(const level_work &w, size_t i) {
 
 // Is one owner of a unit clear, because everything that weighs a beginning of its sequence is
 // distinguished from it?
-static bool token_clear(const level_work &w, size_t i, const owners_by_class &owners) {
+static bool token_clear(const level_work &w, size_t i) {
     const unit &u = w.units[w.own[i]];
     if (u.clear || u.by_code) return true;
     const uint32_t own = class_of(w, i);
@@ -167,8 +179,8 @@ static bool token_clear(const level_work &w, size_t i, const owners_by_class &ow
         const auto at = w.index.find(stem);
         if (at == w.index.end() || u.text[n] > w.highest_first) continue;
         for (const uint32_t rival : {own, uint32_t{0}}) {
-            const auto who = owners.find({at->second, rival});
-            if (who == owners.end()) continue;
+            const auto who = w.owners.find({at->second, rival});
+            if (who == w.owners.end()) continue;
             for (const size_t other : who->second)
                 if (!told_apart(w, i, other)) return false;
         }
@@ -194,9 +206,8 @@ static symbols part_of(const level_work &w, size_t i) {
 // cannot be compared.
 static void spell_tokens(level_work &w) {
     const size_t most = most_pieces(w);
-    owners_by_class owners;
     for (size_t i = 0; i < w.own.size(); ++i)
-        if (w.own[i] != no_unit) owners[{w.own[i], class_of(w, i)}].push_back(i);
+        if (w.own[i] != no_unit) w.owners[{w.own[i], class_of(w, i)}].push_back(i);
     struct verdict {
         bool clear = true, spelled = true;
     };
@@ -211,10 +222,10 @@ static void spell_tokens(level_work &w) {
     for (size_t i = 0; i < w.own.size(); ++i) {
         if (!several(i)) continue;
         verdict &v = classes[key(i)];
-        const bool clear = token_clear(w, i, owners);
+        const bool clear = token_clear(w, i);
         v.clear &= clear;
         const symbols part = part_of(w, i);
-        if (!part.empty()) w.spelling[i] = spell(w, part, most);
+        if (!part.empty()) w.spelling[i] = spell(w, part, class_of(w, i), most);
         if (may_expand(w.in, i) && !w.units[w.own[i]].clear) v.spelled &= !w.spelling[i].empty();
     }
     for (size_t i = 0; i < w.own.size(); ++i) {

@@ -31,10 +31,12 @@ struct level_work {
     std::vector<const pass_plan *> telling;     // earlier passes that tell characters apart here
     std::vector<unit_id> own;                   // per weighed: its sequence; no_unit: ignored
     std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, if not one unit
-    std::vector<uint32_t> place;                // per weighed: its own, where its first is not
-    std::vector<bool> clear;                    // per weighed: its representation is exact
-    uint32_t highest_first = 0;                 // highest of the symbols that begin a sequence
-    unit_id high = no_unit;                     // stands for ignored characters by position
+    // The tokens that weigh a unit, by their class: what they weigh first in the first pass.
+    std::map<std::pair<unit_id, uint32_t>, std::vector<size_t>> owners;
+    std::vector<uint32_t> place; // per weighed: its own, where its first is not
+    std::vector<bool> clear;     // per weighed: its representation is exact
+    uint32_t highest_first = 0;  // highest of the symbols that begin a sequence
+    unit_id high = no_unit;      // stands for ignored characters by position
 };
 
 unit_id unit_of(level_work &w, const symbols &text);
@@ -49,9 +51,10 @@ bool told_apart(const level_work &w, size_t a, size_t b);
 // Decides for every sequence: one unit, or pieces. Returns how many are not exact.
 int choose_units(level_work &w);
 
-// The shortest list of at most so many clear units with carriers that make up text; empty if there
-// is none.
-std::vector<unit_id> spell(const level_work &w, const symbols &text, size_t most);
+// The shortest list of at most so many units with carriers that make up the text of a token of a
+// class (0: any) and are clear there; empty if there is none.
+std::vector<unit_id> spell(const level_work &w, const symbols &text, uint32_t in_class,
+                           size_t most);
 inline size_t most_pieces(const level_work &w) { return w.in.single_byte ? 7 : 15; }
 
 // Spells characters whose last symbols no character weighs, at the first level.
