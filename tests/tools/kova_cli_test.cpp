@@ -378,7 +378,7 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
         EXPECT_EQ(counts[counts.find('\n', line) - 1], row.back()) << row;
     }
     for (const std::string name : {"sort", "compare", "key", "upper", "lower", "classify", "info",
-                                   "locales", "cal", "width", "trim", "count"})
+                                   "diff", "locales", "cal", "width", "trim", "count"})
         shows(name + " --help", "Examples:\n  kova ");
 }
 

@@ -27,6 +27,7 @@ struct arguments {
     compare_options compare;
     key_options key;
     verify_options verify;
+    diff_options diff;
     case_options upper, lower;
     classify_options classify;
     measure_options width, trim, count;
@@ -343,6 +344,29 @@ void add_verify(CLI::App &app, arguments &args) {
         "  kova verify de_DE.unicode words.txt       names the first line out of order\n");
 }
 
+void add_diff(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand(
+        "diff", "Show what moved between the orders that two data roots have for a locale");
+    diff_options &o = args.diff;
+    command.add_option("root1", o.first, "Data root")->required()->type_name("ROOT1");
+    command.add_option("root2", o.second, "Data root of another release")
+        ->required()
+        ->type_name("ROOT2");
+    command
+        .add_option("locale", o.locale,
+                    "Locale: language_TERRITORY[.codeset][@modifier]. Without a code set: unicode")
+        ->required()
+        ->type_name("LOCALE");
+    command.add_option("-n,--most", o.most, "Rows of each table")
+        ->type_name("N")
+        ->capture_default_str();
+    command.footer("Exit status: 0 the same order, 1 another order, 3 bad data root or locale.\n"
+                   "Examples:\n"
+                   "  kova diff /srv/kova/2026.1 /srv/kova/2026.2 de_DE\n"
+                   "  kova diff -n 1000 old new hu_HU.8859-2\n");
+    command.callback([&args] { args.run = [&args] { return run_diff(args.diff); }; });
+}
+
 void add_locales(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
     add_common(
@@ -552,6 +576,7 @@ int run_main(int argc, char **argv) {
     add_date(app, args);
     add_locales(app, args);
     add_verify(app, args);
+    add_diff(app, args);
     add_convert(app, args);
     add_chart(app, args);
     add_cal(app, args);

@@ -12,10 +12,11 @@ namespace kovacli {
 // Exit statuses. They are part of the interface, see docs/kova.md.
 enum exit_status {
     done = 0,
-    bad_text = 1,   // text that is not valid in the code set
-    bad_usage = 2,  // an unknown option, a missing argument
-    bad_locale = 3, // no data root, no such locale, a damaged object, no memory
-    bad_file = 4    // a file cannot be read or written
+    bad_text = 1,      // text that is not valid in the code set
+    order_changed = 1, // what kova diff finds
+    bad_usage = 2,     // an unknown option, a missing argument
+    bad_locale = 3,    // no data root, no such locale, a damaged object, no memory
+    bad_file = 4       // a file cannot be read or written
 };
 
 // Ends the command with one line on standard error, "kova: " and the text, and the lines of an
@@ -76,6 +77,12 @@ struct verify_options {
     std::string file;  // "-" is standard input
 };
 int run_verify(const common_options &common, const verify_options &options);
+
+struct diff_options {
+    std::string first, second, locale; // two data roots
+    uint32_t most = 20;                // rows of each table
+};
+int run_diff(const diff_options &options);
 
 struct case_options {
     std::string locale;
