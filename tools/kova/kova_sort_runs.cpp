@@ -255,6 +255,8 @@ static void spill(sorter &all) {
 }
 
 void add_record(sorter &all, std::string_view key, std::string_view line) {
+    if (uint64_t{key.size()} > UINT32_MAX || uint64_t{line.size()} > UINT32_MAX)
+        throw failure(bad_text, "the key of a line is longer than 4 GiB; compare fewer fields");
     const record_head head{uint32_t(key.size()), uint32_t(line.size())};
     const size_t len = sizeof head + key.size() + line.size();
     // Sorting needs another half of the entries' bytes.

@@ -227,14 +227,22 @@ static bool all_exist(const std::string &root, const std::vector<std::string> &f
 
 // * stands for any text, ? for one byte.
 static bool matches(std::string_view glob, std::string_view text) {
-    if (glob.empty()) return text.empty();
-    if (glob[0] == '*') {
-        for (size_t skip = 0; skip <= text.size(); ++skip)
-            if (matches(glob.substr(1), text.substr(skip))) return true;
-        return false;
+    size_t at = 0, star = glob.npos, resume = 0; // the last *, and where text goes on after it
+    for (size_t i = 0; i < text.size();) {
+        if (at < glob.size() && glob[at] == '*') {
+            star = at++;
+            resume = i;
+        } else if (at < glob.size() && (glob[at] == '?' || glob[at] == text[i])) {
+            ++at;
+            ++i;
+        } else if (star != glob.npos) {
+            at = star + 1;
+            i = ++resume;
+        } else {
+            return false;
+        }
     }
-    return !text.empty() && (glob[0] == '?' || glob[0] == text[0]) &&
-           matches(glob.substr(1), text.substr(1));
+    return glob.find_first_not_of('*', at) == glob.npos;
 }
 
 // ---- summary ----
