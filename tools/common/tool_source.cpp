@@ -74,12 +74,19 @@ std::string find_file(const std::vector<std::string> &dirs, std::string_view nam
     return access(own.c_str(), R_OK) == 0 ? own : std::string();
 }
 
+bool has_source(const source_set &set, std::string_view name) {
+    return !find_file(set.dirs, name).empty() || set.own.contains(name);
+}
+
 const source_file *load_source(source_set &set, diagnostics &diag, std::string_view name,
                                position from) {
     if (auto found = set.files.find(name); found != set.files.end()) return found->second.get();
     auto file = std::make_unique<source_file>();
     file->path = find_file(set.dirs, name);
-    if (file->path.empty()) {
+    if (const auto own = set.own.find(name); file->path.empty() && own != set.own.end()) {
+        file->path = own->first;
+        file->text = own->second;
+    } else if (file->path.empty()) {
         std::string where;
         for (const std::string &dir : set.dirs)
             where += (where.empty() ? "" : ", ") + dir;
@@ -87,8 +94,7 @@ const source_file *load_source(source_set &set, diagnostics &diag, std::string_v
               format("no locale source \"%s\"; searched %s", std::string(name).c_str(),
                      where.empty() ? "nowhere" : where.c_str()));
         return nullptr;
-    }
-    if (!read_whole(file->path, file->text)) {
+    } else if (!read_whole(file->path, file->text)) {
         error(diag, from, format("cannot read locale source %s", file->path.c_str()));
         return nullptr;
     }

@@ -67,7 +67,11 @@ struct source_set {
     std::vector<std::string> dirs; // searched in order for a bare name
     std::map<std::string, std::unique_ptr<source_file>, std::less<>> files; // by the name asked for
     const source_file *main = nullptr;                                      // set by the caller
+    std::map<std::string, std::string_view, std::less<>> own; // texts for names that no dir has
 };
+
+// Is there a source of this name or path?
+bool has_source(const source_set &set, std::string_view name);
 
 // The source of a name or path, loaded once. Null after an error, which is reported at from.
 const source_file *load_source(source_set &set, diagnostics &diag, std::string_view name,

@@ -207,7 +207,7 @@ static int tell_dropped(const locale_options &opt, const charmap &map, diagnosti
 static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
                        diagnostics &diag) {
     const std::vector<std::string> charmap_dirs = search_dirs("charmaps");
-    if (find_file(set.dirs, opt.source).empty()) return missing("locale source", opt.source);
+    if (!has_source(set, opt.source)) return missing("locale source", opt.source);
     set.main = load_source(set, diag, opt.source, {});
     if (!set.main) return exit_file;
     if (opt.charmap != "unicode" && find_file(charmap_dirs, opt.charmap).empty()) {
@@ -277,6 +277,7 @@ static int write_object(const std::string &path, const locale_object &object, co
 static int compile_one(const locale_options &opt) {
     source_set set;
     set.dirs = search_dirs("locales");
+    set.own = carried_sources();
     if (!opt.sources.empty()) set.dirs.insert(set.dirs.begin(), opt.sources);
     if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
         set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // the sources beside it
@@ -318,28 +319,10 @@ static int compile_one(const locale_options &opt) {
     return exit_done;
 }
 
-// The words of a line that has any, and its place.
-struct list_line {
-    std::string place;
-    std::vector<std::string> words;
-};
 static bool read_list(const std::string &path, std::vector<list_line> &lines) {
     std::string text;
     if (!read_whole(path, text)) return false;
-    int number = 0;
-    for (size_t at = 0; at < text.size();) {
-        const size_t end = std::min(text.find('\n', at), text.size());
-        const std::string line = text.substr(at, std::min(text.find('#', at), end) - at);
-        list_line found{.place = path + ":" + std::to_string(++number), .words = {}};
-        for (size_t i = 0; i < line.size();) {
-            const size_t start = line.find_first_not_of(" \t\r", i);
-            if (start == std::string::npos) break;
-            i = std::min(line.find_first_of(" \t\r", start), line.size());
-            found.words.push_back(line.substr(start, i - start));
-        }
-        at = end + 1;
-        if (!found.words.empty()) lines.push_back(std::move(found));
-    }
+    lines = list_lines(text);
     return true;
 }
 
@@ -349,9 +332,10 @@ static int compile_list(const locale_options &opt) {
     std::vector<list_line> lines;
     if (!read_list(opt.list, lines)) return complain(exit_file, "cannot read list " + opt.list);
     int worst = exit_done;
-    for (const auto &[place, words] : lines) {
+    for (const auto &[number, words] : lines) {
         if (words.size() < 2 || words.size() > 4) {
-            return complain(exit_source, place + ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
+            return complain(exit_source, opt.list + ":" + std::to_string(number) +
+                                             ": a line holds SOURCE CHARMAP [NAME [CODESET]]");
         }
         locale_options one = opt;
         one.source = words[0];
@@ -571,7 +555,8 @@ static int compile_charmaps(const symbols_options &opt) {
     for (const list_line &line : lines) {
         symbols_options one = opt;
         if (line.words.size() != 1)
-            return complain(exit_source, line.place + ": one name per line");
+            return complain(exit_source,
+                            opt.list + ":" + std::to_string(line.number) + ": one name per line");
         one.charmap = line.words[0];
         worst = std::max(worst, compile_charmap(one));
     }

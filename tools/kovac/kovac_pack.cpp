@@ -25,26 +25,31 @@ namespace kovac {
 
 // ---- lists ----
 
-std::vector<std::vector<std::string>> list_lines(std::string_view text) {
-    std::vector<std::vector<std::string>> lines;
+std::vector<list_line> list_lines(std::string_view text) {
+    std::vector<list_line> lines;
+    int number = 0;
     for (size_t at = 0; at < text.size();) {
         const size_t end = std::min(text.find('\n', at), text.size());
         const std::string_view line = text.substr(at, std::min(text.find('#', at), end) - at);
-        std::vector<std::string> words;
+        list_line found{++number, {}};
         for (size_t i = 0; i < line.size();) {
             const size_t start = line.find_first_not_of(" \t\r", i);
             if (start == line.npos) break;
             i = std::min(line.find_first_of(" \t\r", start), line.size());
-            words.emplace_back(line.substr(start, i - start));
+            found.words.emplace_back(line.substr(start, i - start));
         }
         at = end + 1;
-        if (!words.empty()) lines.push_back(std::move(words));
+        if (!found.words.empty()) lines.push_back(std::move(found));
     }
     return lines;
 }
 
+std::map<std::string, std::string_view, std::less<>> carried_sources() {
+    return {std::begin(own_sources), std::end(own_sources)};
+}
+
 std::string standin_name(const std::string &source) {
-    for (const std::vector<std::string> &words : list_lines(standins_list))
+    for (const auto &[number, words] : list_lines(standins_list))
         if (words.size() == 2 && words[0] == source) return words[1];
     return {};
 }
@@ -69,7 +74,7 @@ static void add_locale(std::vector<pack_task> &tasks, const std::vector<std::str
 // "unicode", too.
 static void add_supported(std::vector<pack_task> &tasks, std::string_view text) {
     static const std::set<std::string> longer = {"GB18030", "EUC-TW"};
-    for (const std::vector<std::string> &words : list_lines(text)) {
+    for (const auto &[number, words] : list_lines(text)) {
         if (words.size() != 2) continue;
         const size_t at = std::min(words[0].find('@'), words[0].size());
         const std::string source =
@@ -105,16 +110,18 @@ std::vector<pack_task> pack_tasks(const std::vector<std::string> &locale_dirs) {
     std::vector<pack_task> tasks{
         {task_kind::registry, "registry", {}, {}, {}}
     };
-    for (const std::vector<std::string> &words : list_lines(pack_list))
+    for (const auto &[number, words] : list_lines(pack_list))
         add_locale(tasks, words);
     for (const std::string &dir : locale_dirs) {
         std::string text;
         if (read_whole(dir + "/../SUPPORTED", text)) add_supported(tasks, text);
         add_sources(tasks, dir);
     }
-    for (const std::vector<std::string> &words : list_lines(conversions_list))
+    for (const auto &[name, text] : own_sources)
+        add_locale(tasks, {std::string(name), "unicode"});
+    for (const auto &[number, words] : list_lines(conversions_list))
         tasks.push_back({task_kind::conversion, words[0] + " " + words[1], words, {}, {}});
-    for (const std::vector<std::string> &words : list_lines(charmaps_list))
+    for (const auto &[number, words] : list_lines(charmaps_list))
         tasks.push_back({task_kind::charmap, "charmap " + words[0], words, {}, {}});
     return tasks;
 }

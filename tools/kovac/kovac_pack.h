@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,8 +34,15 @@ struct task_outcome {
     double seconds = 0;
 };
 
-// The lines of a list: its words, without comments.
-std::vector<std::vector<std::string>> list_lines(std::string_view text);
+// The lines of a list that have words, without comments.
+struct list_line {
+    int number; // from 1
+    std::vector<std::string> words;
+};
+std::vector<list_line> list_lines(std::string_view text);
+
+// The locale sources that kovac carries along, by name.
+std::map<std::string, std::string_view, std::less<>> carried_sources();
 
 // The name ll_TT[@mod] of a locale whose source's name cannot be one; "" if there is none.
 std::string standin_name(const std::string &source);
