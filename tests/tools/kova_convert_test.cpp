@@ -100,6 +100,15 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
           "\x8a\xbf\x8a", "\xb4\xc1");
     fails(1, "930 -t utf8", "1:2: byte offset 2: the text ends inside a character of 930 (4f)",
           "\x62\x0e\x4f", "a");
+    fails(1, "utf8 -t sjis", "1:2: byte offset 1: the bytes e6 bc 5a are not a character of utf8",
+          "a\xe6\xbcZ", "a");
+    // Another character would stand for it.
+    fails(1, "utf8 -t 930",
+          "1:5: byte offset 6: the bytes c3 a9 are U+00E9 (é), which 930 lacks; the conversion "
+          "writes 0f 3f (U+001A); --accept-substitutes, --skip or --replace continues",
+          "Caf字é", "\xc3\x62\x67\x0e\x48\xf2");
+    fails(1, "sjis -t eucjp", "2:1: byte offset 1: the byte 5c is U+00A5 (¥), which eucjp lacks",
+          "\n\\", "\n");
     fails(1, "utf8 -t sjis -o new", late, many + "\xffz\n");
     EXPECT_FALSE(fs::exists(dir / "new"));
 }
@@ -123,6 +132,13 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     writes("sjis -t 930 --skip", "\x0e\x48\xf2\x0f", "\x8e\x9a\xff", skipped);
     writes("utf8 -t 930 --replace=漢", "\x0e\x4f\x58\x0f", "\xff", replaced);
     writes("utf8 -t IBM037 --replace", "\x6f", "漢", replaced);
+    // What the conversion substitutes; a character under other bytes stays the same character.
+    writes("utf8 -t 930 --accept-substitutes", "\x0e\x48\xf2\x0f\x3f\x0e\x48\xf2\x0f", "字é字",
+           "1 character substituted, the first at standard input:1:2: ");
+    writes("utf8 -t 930 --replace=x", "\x0e\x48\xf2\x0f\xb7", "字é", replaced);
+    writes("utf8 -t 930 --skip", "\x0e\x48\xf2\x48\xf2\x0f", "字é字", skipped);
+    writes("BIG5 -t utf8 -v", "十.", "\xa2\xcc.",
+           "1 character that would come back as other bytes");
     environment["LC_ALL"] = "C"; // the replacement is bytes of the target then
     writes("utf8 -t IBM037 --replace='{'", "{", "\xff", replaced);
 }
@@ -135,11 +151,17 @@ TEST_F(KovaConvert, ReportsSubstitutionsApartFromBadInput) {
         return "kova:   standard input:"s + place + ": byte offset " + std::to_string(offset) +
                ": " + what + "\n";
     };
+    const char yen[] = "the byte 5c is U+00A5 (¥), which eucjp lacks; the conversion writes 5c "
+                       "(U+005C)";
+    const char overline[] =
+        "the byte 7e is U+203E (‾), which eucjp lacks; the conversion writes 7e "
+        "(U+007E)";
     const size_t last = filler.size() + 4;
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.err,
-              "kova: 3 characters substituted by the conversion\n" + at("1:2", 1, "5c") +
-                  at("80002:1", last, "7e") + at("80003:1", last + 3, "5c") +
+              "kova: 3 characters substituted by the conversion\n" + at("1:2", 1, yen) +
+                  at("80002:1", last, overline) + at("80003:1", last + 3, yen) +
+                  "kova: 0 characters that would come back as other bytes\n"
                   "kova: 0 characters without a counterpart\nkova: 2 characters invalid\n" +
                   at("80002:2", last + 1, "the byte fd does not begin a character of sjis") +
                   at("80003:2", last + 4, "the bytes 81 0a are not a character of sjis") +

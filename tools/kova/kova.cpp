@@ -399,6 +399,12 @@ void add_convert(CLI::App &app, arguments &args) {
         .add_flag("--replace{" + std::string(default_replacement) + "}", o.replacement,
                   "Write TEXT (U+FFFD or ?) for what cannot be converted and continue")
         ->excludes(skip);
+    command
+        .add_flag(
+            "--accept-substitutes", o.accept,
+            "Let other characters stand for those that the conversion object replaces by them")
+        ->excludes("--skip")
+        ->excludes("--replace");
     command.add_flag("--report", o.report,
                      "Continue as --skip does, and report how much was substituted, unmapped, "
                      "invalid or cut off, and the first places");

@@ -151,7 +151,7 @@ struct convert_options {
     std::vector<std::string> files;
     std::string out;
     std::string replacement; // what --replace gives
-    bool skip = false, replace = false, report = false, list = false;
+    bool skip = false, replace = false, accept = false, report = false, list = false;
     bool verbose = false, progress = true;
 };
 int run_convert(const common_options &common, const convert_options &options);

@@ -27,23 +27,24 @@ struct finding {
 };
 constexpr size_t shown_places = 5;
 
-enum finding_kind : uint8_t { substituted, unmapped, invalid, cut_off };
+enum finding_kind : uint8_t { substituted, one_way, unmapped, invalid, cut_off };
 
 struct convert_job {
     const convert_options *options = nullptr;
     bool goes_on = false;
-    route way, to_utf8, from_utf8; // the others: for messages, and for newline and replacement
-    bool has_to_utf8 = false, has_from_utf8 = false;
+    // The others: for messages, for newline and replacement, and to tell what was substituted.
+    route way, to_utf8, from_utf8, back;
+    bool has_to_utf8 = false, has_from_utf8 = false, has_back = false;
     bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
     bool between_unicode = false; // utf8 and unicode, in either direction
     std::string newline = "\n", replacement, closing;
     bool replacement_is_utf8 = false;
     byte_buffer converted, scratch;
-    finding findings[4] = {{"substituted by the conversion"},
+    finding findings[5] = {{"substituted by the conversion"},
+                           {"that would come back as other bytes"},
                            {"without a counterpart"},
                            {"invalid"},
                            {"cut off by the end of a text"}};
-    bool any_substituted = false;
     // The current text.
     route_state st;
     text_place place;
@@ -165,7 +166,10 @@ int trial(convert_job &job, const unsigned char *text, size_t len) {
 // The length of an invalid sequence: the bytes that make it invalid, without those that are
 // characters by themselves.
 size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, size_t &seen) {
-    if (job.is_utf8) return 1;
+    if (job.is_utf8) {
+        seen = utf8_bad_bytes(text, len);
+        return std::max<size_t>(seen - 1, 1);
+    }
     if (job.is_utf16) return std::min<size_t>(len, 2);
     size_t count = 1;
     while (count < std::min<size_t>(len, 4) && trial(job, text, count) == KO_EINVAL)
@@ -200,18 +204,25 @@ bad_input diagnose(convert_job &job, const unsigned char *text, size_t len, int 
     return bad;
 }
 
+// The text of a character: "the bytes c3 a9 are U+00E9 (é)".
+std::string character_text(const unsigned char *text, size_t len, uint32_t point) {
+    const std::string_view bytes(reinterpret_cast<const char *>(text), std::min<size_t>(len, 4));
+    std::string all = (len == 1 ? "the byte " : "the bytes ") + hex(bytes, " ") +
+                      (len == 1 ? " is " : " are ") +
+                      (point == no_code_point ? "a character" : code_point_text(point));
+    if (point < 0xA0 || point == no_code_point) return all;
+    all += " (";
+    append_utf8(point, all);
+    return all + ")";
+}
+
 std::string trouble_text(const convert_job &job, const bad_input &bad) {
     const std::string bytes =
         hex({reinterpret_cast<const char *>(bad.bytes.data()), std::min<size_t>(bad.seen, 4)}, " ");
     const std::string subject = (bad.seen == 1 ? "the byte " : "the bytes ") + bytes;
     switch (bad.why) {
     case fault::missing: {
-        std::string text = subject + (bad.seen == 1 ? " is " : " are ") + code_point_text(bad.code);
-        if (bad.code >= 0xA0) {
-            text += " (";
-            append_utf8(bad.code, text);
-            text += ")";
-        }
+        const std::string text = character_text(bad.bytes.data(), bad.seen, bad.code);
         if (job.between_unicode)
             return text + ", which the conversion object lacks; kovac convert --supplementary "
                           "compiles one with all planes";
@@ -229,39 +240,6 @@ std::string trouble_text(const convert_job &job, const bad_input &bad) {
 void note(finding &found, const std::string &where) {
     ++found.count;
     if (found.first.size() < shown_places) found.first.push_back(where);
-}
-
-// Finds the substituted characters in text that was converted from this state and place.
-void find_substituted(convert_job &job, const input &in, route_state st, text_place place,
-                      const unsigned char *text, size_t len) {
-    byte_buffer out;
-    for (size_t at = 0, piece = len; at < len;) {
-        piece = std::min(piece, len - at);
-        route_state next = st;
-        const run_result got = run(job.way, next, text + at, piece, false, out);
-        if (got.taken == 0) {
-            if (piece >= len - at) return;
-            ++piece;
-            continue;
-        }
-        // The piece contains one, so one of its halves does, and so on down to one character.
-        if (got.substituted && piece > 1) {
-            route_state lone = st;
-            const size_t fewer = piece > 8 ? piece / 2 : piece - 1;
-            if (run(job.way, lone, text + at, fewer, false, out).taken > 0) {
-                piece = fewer;
-                continue;
-            }
-        }
-        if (got.substituted)
-            note(job.findings[substituted],
-                 place_text(in, place) + ": " +
-                     hex({reinterpret_cast<const char *>(text + at), got.taken}, " "));
-        advance(job, place, text + at, got.taken, source_state(st));
-        st = next;
-        at += got.taken;
-        piece *= 2;
-    }
 }
 
 // ---- output ----
@@ -346,6 +324,107 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
     take(in, bad.len);
 }
 
+// ---- what was converted to another character ----
+
+// The code point of the first character of a text that has a route to utf8.
+uint32_t first_point(convert_job &job, route &to_utf8, int state, const unsigned char *text,
+                     size_t len) {
+    route_state st;
+    source_state(st) = state;
+    uint32_t point = no_code_point;
+    const run_result got = run(to_utf8, st, text, len, false, job.scratch);
+    const bool whole = got.error == KO_OK && got.taken == len && job.scratch.used > 0;
+    return whole && utf8_char(job.scratch.room.data(), job.scratch.used, point) > 0 ? point
+                                                                                    : no_code_point;
+}
+
+// A flagged character: where it begins, what it became, and the code points of both.
+struct flagged_character {
+    const unsigned char *text;
+    size_t len;
+    route_state before;
+    const byte_buffer &made;
+    uint32_t point = no_code_point, made_point = no_code_point;
+    bool same() const { return point == made_point && point != no_code_point; }
+};
+
+void find_points(convert_job &job, flagged_character &c) {
+    if (job.is_utf8 || job.is_utf16)
+        source_character(job, c.text, c.len, c.point);
+    else if (job.has_to_utf8)
+        c.point = first_point(job, job.to_utf8, source_state(c.before), c.text, c.len);
+    if (job.has_back)
+        c.made_point = first_point(job, job.back, target_state(job.way, c.before),
+                                   c.made.room.data(), c.made.used);
+}
+
+std::string substitution_text(const convert_job &job, const flagged_character &c) {
+    std::string text = character_text(c.text, c.len, c.point);
+    if (c.point != no_code_point && !c.same()) text += ", which " + job.way.to.name + " lacks";
+    text += "; the conversion writes " + hex(c.made.text(), " ");
+    if (c.made_point != no_code_point) text += " (" + code_point_text(c.made_point) + ")";
+    return text;
+}
+
+// Writes what a flagged character becomes. job.st is the state before it; after gets the target's
+// state after it. The same character under other bytes loses nothing; another one stops the
+// conversion unless that was asked for.
+void write_flagged(convert_job &job, const input &in, output &out, flagged_character &c,
+                   route_state &after) {
+    const convert_options &options = *job.options;
+    find_points(job, c);
+    const bool other = !c.same();
+    finding &found = job.findings[other ? substituted : one_way];
+    std::string where;
+    if (found.first.size() < shown_places)
+        where = place_text(in, job.place) + ": " + substitution_text(job, c);
+    if (other && !job.goes_on && !options.accept)
+        throw failure(bad_text, where + "; --accept-substitutes, --skip or --replace continues");
+    note(found, where);
+    if (!other || !(options.skip || options.replace)) return write(out, c.made.text());
+    if (options.replace) write_replacement(job, out);
+    target_state(job.way, after) = target_state(job.way, job.st);
+}
+
+// Converts a piece some of whose characters are flagged, each of those by itself. Returns the bytes
+// taken; job.st and job.place are those after them.
+size_t convert_flagged(convert_job &job, const input &in, output &out, const unsigned char *text,
+                       size_t len) {
+    byte_buffer made;
+    size_t at = 0;
+    for (size_t piece = len; at < len;) {
+        piece = std::min(piece, len - at);
+        route_state next = job.st;
+        const run_result got = run(job.way, next, text + at, piece, false, made);
+        if (got.taken == 0) {
+            if (piece >= len - at) break;
+            ++piece;
+            continue;
+        }
+        // The piece contains one, so one of its halves does, and so on down to one character.
+        if (got.substituted && piece > 1) {
+            route_state lone = job.st;
+            const size_t fewer = piece > 8 ? piece / 2 : piece - 1;
+            if (run(job.way, lone, text + at, fewer, false, made).taken > 0) {
+                piece = fewer;
+                continue;
+            }
+            next = job.st;
+            run(job.way, next, text + at, piece, false, made);
+        }
+        flagged_character c{text + at, got.taken, job.st, made};
+        if (got.substituted)
+            write_flagged(job, in, out, c, next);
+        else
+            write(out, made.text());
+        advance(job, job.place, text + at, got.taken, source_state(job.st));
+        job.st = next;
+        at += got.taken;
+        piece *= 2;
+    }
+    return at;
+}
+
 // Converts the bytes at hand. The last ones wait until more is read or the text is known to end,
 // because its last character is converted differently. False if more must be read first.
 bool convert_piece(convert_job &job, input &in, output &out) {
@@ -354,13 +433,18 @@ bool convert_piece(convert_job &job, input &in, output &out) {
     if (unread <= kept) return false;
     const unsigned char *text = in.block.data() + in.at;
     const route_state before = job.st;
-    const run_result got = run(job.way, job.st, text, unread - kept, in.at_end, job.converted);
-    write(out, job.converted.text());
+    run_result got = run(job.way, job.st, text, unread - kept, in.at_end, job.converted);
+    if (got.substituted) {
+        job.st = before;
+        const size_t taken = convert_flagged(job, in, out, text, got.taken);
+        if (taken < got.taken) got.error = taken == 0 ? int{KO_EILSEQ} : int{KO_OK};
+        got.taken = taken;
+        got.closed = false;
+    } else {
+        write(out, job.converted.text());
+        advance(job, job.place, text, got.taken, before.leg[0].source_state);
+    }
     job.closed = got.closed;
-    job.any_substituted |= got.substituted;
-    if (got.substituted && job.options->report)
-        find_substituted(job, in, before, job.place, text, got.taken);
-    advance(job, job.place, text, got.taken, before.leg[0].source_state);
     take(in, got.taken);
     job.bytes += got.taken;
     if (got.error == KO_OK) return true;
@@ -438,6 +522,7 @@ bool fits_target(convert_job &job, const std::string &text) {
 
 void learn_replacement(const data_place &place, const common_options &common, convert_job &job) {
     job.closing = closing_shift(job.way);
+    job.has_back = open_route(place, job.way.to, utf8_code_set(), job.back);
     if (!job.options->replace) return;
     job.has_from_utf8 = open_route(place, utf8_code_set(), job.way.to, job.from_utf8);
     const bool by_default = job.options->replacement == default_replacement;
@@ -481,15 +566,18 @@ void tell_report(const convert_job &job) {
 void tell_findings(const convert_job &job) {
     if (job.options->report) return tell_report(job);
     for (const finding &found : job.findings) {
-        if (found.count == 0) continue;
-        std::fprintf(stderr, "kova: %llu %s %s (%s), the first at %s\n",
+        const bool one_way_only = &found == &job.findings[one_way];
+        if (found.count == 0 || (one_way_only && !job.options->verbose)) continue;
+        const std::string what = one_way_only ? found.name
+                                 : job.options->accept
+                                     ? std::string("substituted")
+                                     : std::string(job.options->replace ? "replaced" : "skipped") +
+                                           " (" + found.name + ")";
+        std::fprintf(stderr, "kova: %llu %s %s, the first at %s\n",
                      static_cast<unsigned long long>(found.count),
-                     found.count == 1 ? "character" : "characters",
-                     job.options->replace ? "replaced" : "skipped", found.name,
+                     found.count == 1 ? "character" : "characters", what.c_str(),
                      kovatool::printable(found.first[0]).c_str());
     }
-    if (job.options->verbose && job.any_substituted)
-        std::fputs("kova: some characters were substituted; --report tells where\n", stderr);
 }
 
 } // namespace

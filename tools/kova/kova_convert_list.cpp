@@ -139,7 +139,7 @@ void open_needed_route(const data_place &place, const code_set &from, const code
     throw failure(bad_locale, "there is no conversion from " + from.name + " to " + to.name +
                                   ", nor through utf8 or unicode; compile one with \"kovac "
                                   "convert --from " +
-                                  from.name + " --to " + to.name + " -o " +
+                                  from.name + " --to " + to.name + " --both -o " +
                                   (place.root.empty() ? "ROOT" : place.root) + "\"");
 }
 

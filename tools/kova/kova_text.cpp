@@ -256,6 +256,14 @@ static size_t put_point(const codec &code, uint32_t point, ko_wchar_t *out) {
     return wide || point == 0 ? 1 : 0;
 }
 
+size_t utf8_bad_bytes(const unsigned char *text, size_t len) {
+    uint32_t point;
+    size_t seen = 1;
+    while (seen < std::min<size_t>(len, 4) && utf8_char(text, seen, point) < 0)
+        ++seen;
+    return seen;
+}
+
 static void set_bad(bad_character &bad, fault why, const unsigned char *text, size_t at, size_t len,
                     size_t bytes) {
     bad.why = why;
@@ -287,7 +295,9 @@ static size_t decode_utf8(const codec &code, const unsigned char *text, size_t l
         uint32_t point = 0;
         const int bytes = utf8_char(text + at, len - at, point);
         if (bytes <= 0) {
-            set_bad(bad, bytes ? fault::cut : fault::invalid, text, at, len, bytes ? len - at : 1);
+            const size_t seen = utf8_bad_bytes(text + at, len - at);
+            set_bad(bad, bytes ? fault::cut : fault::invalid, text, at, len,
+                    bytes ? len - at : std::max<size_t>(seen - 1, 1));
             break;
         }
         const size_t put = put_point(code, point, out + units);

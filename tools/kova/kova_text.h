@@ -94,6 +94,10 @@ void append_utf8(uint32_t code_point, std::string &out);
 // Bytes of the UTF-8 character at text, 0 if it is not one, -1 if the text ends inside it.
 int utf8_char(const unsigned char *text, size_t len, uint32_t &point);
 
+// The bytes that show that no character begins at text: those of its beginning, and the first one
+// that does not continue it.
+size_t utf8_bad_bytes(const unsigned char *text, size_t len);
+
 // "U+20AC".
 std::string code_point_text(uint32_t code_point);
 
