@@ -163,9 +163,11 @@ KO_API int64_t ko_utf8stowcs(ko_lc_t loc, ko_wchar_t *dst, size_t room, const ch
 KO_API int64_t ko_wcstoutf8s(ko_lc_t loc, char *dst, size_t room, const ko_wchar_t *text,
                              size_t len, ko_bad_text *bad);
 
-/* Map a text to upper or lower case, character by character like im_towupper and im_towlower.
- * Characters beyond the basic plane stay as they are. -KO_EILSEQ: the text is ill-formed.
- * -KO_ENOCHAR: the code set lacks a character of the text. */
+/* Map a text to upper or lower case, character by character like im_towupper and im_towlower, which
+ * know the units of "unicode" only: characters beyond the basic plane (Deseret, Osage, Vithkuqi,
+ * Old Hungarian, Warang Citi, Medefaidrin, Adlam) are mapped alike in every locale of that code set
+ * and keep their four bytes. -KO_EILSEQ: the text is ill-formed. -KO_ENOCHAR: the code set lacks a
+ * character of the text. */
 KO_API int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
 KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len);
 

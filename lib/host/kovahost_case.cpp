@@ -1,4 +1,5 @@
-// Case mapping of texts in UTF-8, character by character, as the record maps wide characters.
+// Case mapping of texts in UTF-8, character by character: as the record maps wide characters, and
+// beyond the basic plane by a table.
 #include "chars/kovambwc.h"
 #include "host/kovahost_made.h"
 #include "host/kovahost_map.h"
@@ -9,8 +10,36 @@ struct case_map {
     const case_second *pages; // NULL: the record's call serves
     ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc);
     const host_map *codeset; // NULL for "unicode"
+    bool upper;
+};
+
+// Capitals beyond the basic plane, and how many codes above them their small letters are.
+struct far_case {
+    unsigned first, last, distance;
 };
 } // namespace
+
+static constexpr far_case far_cases[] = {
+    {0x10400, 0x10427, 40}, // Deseret
+    {0x104B0, 0x104D3, 40}, // Osage
+    {0x10570, 0x1057A, 39}, // Vithkuqi
+    {0x1057C, 0x1058A, 39},
+    {0x1058C, 0x10592, 39},
+    {0x10594, 0x10595, 39},
+    {0x10C80, 0x10CB2, 64}, // Old Hungarian
+    {0x118A0, 0x118BF, 32}, // Warang Citi
+    {0x16E40, 0x16E5F, 32}, // Medefaidrin
+    {0x1E900, 0x1E921, 34}, // Adlam
+};
+
+// Surrogates have no case in a record; their pairs have the same one in every locale.
+static unsigned far_partner(unsigned code, bool upper) {
+    for (const far_case &c : far_cases) {
+        const unsigned first = c.first + (upper ? c.distance : 0);
+        if (code - first <= c.last - c.first) return upper ? code - c.distance : code + c.distance;
+    }
+    return code;
+}
 
 static unsigned partner_of(const case_map &map, unsigned unit) {
     const unsigned hi = unit >> 8, lo = unit & 0xFF;
@@ -26,7 +55,7 @@ static unsigned mapped(const case_map &map, unsigned code) {
         const unsigned made = code_of(map.codeset, partner_of(map, wide));
         return made == no_code ? code : made;
     }
-    if (code > last_unit) return code;
+    if (code > last_unit) return far_partner(code, map.upper);
     const unsigned partner = partner_of(map, code);
     // Half a pair would make the text ill-formed.
     return is_high_unit(partner) || is_low_unit(partner) ? code : partner;
@@ -49,22 +78,24 @@ static int64_t map_text(const case_map &map, void *dst, size_t room, const char 
     return int64_t(out.total);
 }
 
-template <case_pages ctype_flat::*side>
-static int64_t change_case(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len,
-                           ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc)) {
+template <bool upper>
+static int64_t change_case(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len) {
     if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
+    const auto by_record = upper ? im_towupper : im_towlower;
     const ctype_flat *flat = flat_cases(record(loc));
     const host_map *codeset = map_for(record(loc), KO_LC_CTYPE);
-    if (flat && !codeset)
-        return map_text({loc, (flat->*side).second, by_record, nullptr}, dst, room, text, len);
+    if (flat && !codeset) {
+        const case_pages &pages = upper ? flat->upper : flat->lower;
+        return map_text({loc, pages.second, by_record, nullptr, upper}, dst, room, text, len);
+    }
     const errno_guard word(loc); // what is no character of the record is an error of its call
-    return map_text({loc, nullptr, by_record, codeset}, dst, room, text, len);
+    return map_text({loc, nullptr, by_record, codeset, upper}, dst, room, text, len);
 }
 
 int64_t ko_utf8supper(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len) {
-    return change_case<&ctype_flat::upper>(loc, dst, room, text, len, im_towupper);
+    return change_case<true>(loc, dst, room, text, len);
 }
 
 int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *text, size_t len) {
-    return change_case<&ctype_flat::lower>(loc, dst, room, text, len, im_towlower);
+    return change_case<false>(loc, dst, room, text, len);
 }

@@ -172,7 +172,7 @@ TEST(HostCase, IsThatOfWideCharacters) {
                 const auto unit = ko_wchar_t(code);
                 text += utf8(code);
                 upper += utf8(wide ? code : im_towupper(loc, unit));
-                lower += utf8(wide ? code : im_towlower(loc, unit));
+                lower += utf8(code == U'𐐀' ? U'𐐨' : wide ? code : im_towlower(loc, unit));
             }
             char room[64];
             const size_t some = texts.below(64);
@@ -186,5 +186,26 @@ TEST(HostCase, IsThatOfWideCharacters) {
             }
         }
         EXPECT_EQ(ko_utf8supper(loc, nullptr, 0, "a\xC3", 2), -KO_EILSEQ);
+    });
+}
+
+// The first and last letters of each script, and what stands beside them.
+TEST(HostCase, KnowsLettersBeyondTheBasicPlane) {
+    const std::string mixed =
+        "😀𐐧𐐨𐑏𐑐𐓓𐓔𐓘𐓻𐓼𐕺𐕻𐖗𐖡𐖢𐖤𐖼𐳀𐳲𐳳"
+        "𑣀𑣟𑣠𖹠𖹿𖺀𞤢𞥃𞥄";
+    const std::string upper =
+        "😀𐐧𐐀𐐧𐑐𐓓𐓔𐒰𐓓𐓼𐕺𐕻𐕰𐕺𐖢𐕽𐖕𐲀𐲲𐳳"
+        "𑢠𑢿𑣠𖹀𖹟𖺀𞤀𞤡𞥄";
+    const std::string lower =
+        "😀𐑏𐐨𐑏𐑐𐓻𐓔𐓘𐓻𐓼𐖡𐕻𐖗𐖡𐖢𐖤𐖼𐳀𐳲𐳳"
+        "𑣀𑣟𑣠𖹠𖹿𖺀𞤢𞥃𞥄";
+    each_unicode_locale([&](ko_lc_t loc) {
+        std::string made(mixed.size(), '\0');
+        EXPECT_EQ(ko_utf8supper(loc, made.data(), made.size(), mixed.data(), mixed.size()),
+                  int64_t(mixed.size()));
+        EXPECT_EQ(made, upper);
+        ko_utf8slower(loc, made.data(), made.size(), mixed.data(), mixed.size());
+        EXPECT_EQ(made, lower);
     });
 }

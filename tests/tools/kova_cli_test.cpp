@@ -65,7 +65,9 @@ TEST_F(KovaCli, SortsAsPeopleKnowSort) {
     writes("-V", "a9\nA9\na10\na10b\n", "a10b\na10\nA9\na9\n");
     writes("-d", "a-b\na.c\n(d\n", "(d\na.c\na-b\n");
     writes("-bn -k 1.2", "b 1\na 2\n", "a 2\nb 1\n");
+    writes("-d", "a\n😀b\n𐐨c\n", "😀b\n𐐨c\na\n");
     writes("-fs", "B\nb\nB\nÖ\n", "Ö\nB\nb\nB\n");
+    writes("-fsu", "𐐨\n", "𐐨\n𐐀\n");
     writes("-z | tr '\\0' ,", "a,b\nc,", "b\nc\0a\0"s);
     writes("-k 1.2,1.2 -s", "😀a😀\n😀bé\n", "😀bé\n😀a😀\n");
     writes("-m - b", "a\nb\nc\nd\n", "b\nd\n");
@@ -327,6 +329,9 @@ TEST_F(KovaCli, TakesBytesOfTheCodeSetOrUtf8) {
 TEST_F(KovaCli, MapsCaseOfTextsAndOfStreams) {
     writes("upper tr_TR.8859-9 istanbul ığ", "İSTANBUL\nIĞ\n");
     writes("lower tr_TR.8859-9 ISPARTA", "ısparta\n");
+    writes("upper de_DE.unicode x𐐨😀𞤢", "X𐐀😀𞤀\n");
+    writes("lower de_DE.unicode --bytes", "\0x\xD8\x01\xDC\x28\xD8\x01"s,
+           "\0X\xD8\x01\xDC\0\xD8\x01"s);
     // Longer than a block, with characters across every block's end.
     for (size_t shift = 0; shift < 3; ++shift) {
         std::string text(shift, 'a'), want(shift, 'A');
@@ -351,7 +356,10 @@ TEST_F(KovaCli, WritesKeysThatOrderAsTextsCompare) {
 TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     shows("classify ja_JP.EUC-JP a漢", "a     U+0061  61     0x0061  A      -      lower alpha");
     shows("classify ja_JP.EUC-JP a漢", "漢    U+6F22  b4 c1  0xB4C1  -      -      alpha");
-    shows("classify de_DE.unicode 𝄞", "U+1D11E  d8 34 dd 1e");
+    shows("classify de_DE.unicode 𝄞", "U+1D11E  d8 34 dd 1e  0xD834 0xDD1E  -      -      punct");
+    shows("classify de_DE.unicode 𐐨😀", "0xD801 0xDC28  𐐀      -      lower alpha graph print\n😀");
+    shows("classify de_DE.unicode 😀x\u0301",
+          "-      -      punct graph print full_width\nx     U+");
     shows("info de_DE.8859-1", "RADIXCHAR              55  ,");
     shows("info --all --utf8 en_US.IBM037", "fractions      -1,234.50\n");
     shows("info --all --utf8 en_US.IBM037", "date           11/21/2026\n");

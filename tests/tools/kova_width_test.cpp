@@ -11,8 +11,16 @@ using KovaWidth = data_test;
 
 TEST_F(KovaWidth, WidthTrimAndCount) {
     const std::string head = "lines  characters  bytes  columns  file\n";
-    writes("width ja_JP.EUC-JP", "5\n-1\n0\n4\n", "漢字a\nab\tc\n\nｱ x ");
-    writes("width --widest de_DE.unicode", "4\n", "ab\nabcd\n\t\n");
+    writes("width ja_JP.EUC-JP", "5\n9\n-1\n0\n4\n", "漢字a\nab\tc\na\1\n\nｱ x ");
+    writes("width --widest de_DE.unicode", "4\n", "ab\nabcd\n\n");
+    writes("width en_US.IBM037 --bytes", "16\n", "\x81\x05\x81\x05");
+    // Marks and what stands for emoji, character by character; Deseret, Gothic, one unassigned.
+    writes("width th_TH.unicode", "4\n4\n4\n6\n1\n-1\n",
+           "สวัสดี\nשָׁלוֹם\n😀\U00010400\U00010330\n👩‍👩‍👧\n❤️\n"
+           "\U0001FFFD"
+           "\n");
+    writes("width th_TH.TIS-620", "4\n", "สวัสดี\n");
+    writes("width th_TH.TIS-620 --bytes", "4\n", "\xCA\xC7\xD1\xCA\xB4\xD5\n");
     writes("width --replace de_DE.8859-1 2> /dev/null", "1\n-1\n1\n", "a\nb€\nc\n");
     writes("width en_US.IBM037 --bytes", "2\n1\n", "\xC8\x89\x25\x81");
     writes("trim ja_JP.EUC-JP", "漢 a\n\r\nb\r\n\nx", "漢 a \t　\n \r\nb \r\n　\nx  ");
@@ -21,8 +29,9 @@ TEST_F(KovaWidth, WidthTrimAndCount) {
     writes("trim de_DE.unicode - .in", "a\na\n", "a \n ");
     writes("count ja_JP.EUC-JP", head + "    2           6      8        5  -\n", "Ab漢\n\nx");
     writes("count de_DE.unicode .in .in | tail -n 2",
-           "    1           2      5        0  .in\n    2           4     10        0  total\n",
+           "    1           2      5        1  .in\n    2           4     10        2  total\n",
            "𝄞\n");
+    writes("count de_DE.unicode", head + "    2           7     10       19  -\n", "a\tb\n\t😀\n");
     writes("count --replace de_DE.8859-1 2> /dev/null",
            head + "    1           3      5        1  -\n", "a€\n");
     spit(dir / "in", "a \n");
@@ -45,6 +54,19 @@ TEST_F(KovaWidth, BlocksDoNotShow) {
     }
     writes("trim de_DE.unicode", trimmed, text);
     writes("width de_DE.unicode", widths, text);
+    // Pairs of which a block may hold the first half only; the last has no second one.
+    std::string pairs = "\0a\0b\0c"s;
+    for (int i = 0; i < 200000; ++i)
+        pairs += "\xD8\x3D\xDE\0"s;
+    for (const size_t skipped : {0u, 2u, 4u}) {
+        const std::string units = pairs.substr(skipped);
+        const size_t letters = 3 - skipped / 2;
+        writes("width de_DE.unicode --bytes", std::to_string(letters + 400000) + "\n", units);
+        writes("count de_DE.unicode --bytes | tail -n 1 | tr -s ' '",
+               " 0 " + std::to_string(letters + 200001) + " " + std::to_string(units.size() + 2) +
+                   " " + std::to_string(letters + 400000) + " -\n",
+               units + "\xD8\x3D");
+    }
 }
 
 TEST_F(KovaWidth, IsThatOfTheCharmap) {

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "kova/kova_char.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_io.h"
 #include "kova/kova_locale.h"
@@ -50,12 +51,7 @@ wide_text item(const cal_job &job, unsigned number) {
 }
 
 int width_cols(const cal_job &job, const wide_text &text) {
-    int cols = 0;
-    for (const ko_wchar_t c : text) {
-        const int width = ko_wcwidth(job.handle.loc, c);
-        cols += width < 0 ? 1 : width;
-    }
-    return cols;
+    return int(columns_of_text(job.code, text.data(), text.size()));
 }
 
 void append(wide_text &line, const wide_text &text) {

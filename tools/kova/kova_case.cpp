@@ -1,6 +1,7 @@
 // kova upper and kova lower: texts and files with every character mapped to its case partner.
 #include <algorithm>
 
+#include "kova/kova_char.h"
 #include "kova/kova_locale.h"
 #include "kova/kova_read.h"
 
@@ -35,6 +36,7 @@ static void map_units(case_job &job, size_t units) {
         job.mapped[end] = 0;
         at = end;
     }
+    map_pairs(job.code, job.mapped.data(), units, job.upper);
 }
 
 static void write_mapped(case_job &job, size_t units, output &out) {

@@ -2,8 +2,10 @@
 // number of characters of each class in files.
 #include <algorithm>
 #include <array>
+#include <map>
 
 #include "common/tool_text.h"
+#include "kova/kova_char.h"
 #include "kova/kova_locale.h"
 #include "kova/kova_read.h"
 #include "kova/kova_table.h"
@@ -42,31 +44,9 @@ static std::vector<class_name> classes_of(ko_lc_t loc) {
 
 // ---- the table of a text ----
 
-static bool is_combining(uint32_t point) {
-    static constexpr struct {
-        uint32_t first, last;
-    } ranges[] = {
-        {0x0300, 0x036F},
-        {0x0591, 0x05BD},
-        {0x05BF, 0x05BF},
-        {0x05C1, 0x05C2},
-        {0x064B, 0x065F},
-        {0x0670, 0x0670},
-        {0x0E31, 0x0E31},
-        {0x0E34, 0x0E3A},
-        {0x0E47, 0x0E4E},
-        {0x20D0, 0x20F0},
-        {0x3099, 0x309A},
-        {0xFE20, 0xFE2F}
-    };
-    return std::any_of(std::begin(ranges), std::end(ranges), [&](const auto &range) {
-        return point >= range.first && point <= range.last;
-    });
-}
-
 // A character as a terminal can show it, with a combining mark on a dotted circle.
 static cell shown(const codec &code, const ko_wchar_t *wide, size_t units) {
-    const uint32_t point = code_point(code, wide[0]);
+    const uint32_t point = point_of(code, wide, units);
     if (units == 1 && (point < 0x20 || (point >= 0x7F && point < 0xA0) || point == no_code_point)) {
         if (point == '\n') return {"\\n"};
         if (point == '\t') return {"\\t"};
@@ -75,14 +55,14 @@ static cell shown(const codec &code, const ko_wchar_t *wide, size_t units) {
     if (kovatool::obeyed_by_terminals(point)) return {"."};
     const bool plain = point < 0x7F;
     if (!code.utf8 && !plain && (code.min_len > 1 || code.newline != '\n')) return {"."};
-    cell result{"", 1};
-    if (code.utf8 && is_combining(point)) append_utf8(0x25CC, result.text);
+    const int columns = columns_of(code, wide, units);
+    const bool mark = code.utf8 && columns == 0;
+    cell result{"", mark || columns < 0 ? 1 : columns};
+    if (mark) append_utf8(0x25CC, result.text);
     if (plain)
         append_utf8(point, result.text);
     else
         encode(code, wide, units, result.text);
-    const ko_ctype_t full = ko_ctype(code.loc, "full_width");
-    if (units == 2 || (full && im_iswctype(code.loc, wide[0], full))) result.width = 2;
     return result;
 }
 
@@ -95,23 +75,31 @@ static std::string upper_hex(uint32_t value, int digits) {
     return text;
 }
 
-static uint32_t point_of(const codec &code, const ko_wchar_t *wide, size_t units) {
-    if (units == 2) return 0x10000 + ((wide[0] & 0x3FFu) << 10) + (wide[1] & 0x3FFu);
-    return code_point(code, wide[0]);
+// The classes that locales define have no characters beyond the basic plane, but for the width.
+static bool is_of(const codec &code, const class_name &c, const ko_wchar_t *wide, size_t units) {
+    if (units == 1) return im_iswctype(code.loc, wide[0], c.mask) != 0;
+    if (c.name == "full_width") return columns_of(code, wide, units) == 2;
+    return (far_classes(point_of_pair(wide)) & c.mask) != 0;
 }
 
 static std::string names_of_classes(const codec &code, const std::vector<class_name> &classes,
-                                    ko_wchar_t wide) {
+                                    const ko_wchar_t *wide, size_t units) {
     std::string text;
     for (const class_name &c : classes) {
-        if (c.name == "alnum" || !im_iswctype(code.loc, wide, c.mask)) continue;
+        if (c.name == "alnum" || !is_of(code, c, wide, units)) continue;
         text += (text.empty() ? "" : " ") + c.name;
     }
     return text.empty() ? "-" : text;
 }
 
-static cell partner(const codec &code, ko_wchar_t wide, ko_wchar_t other) {
-    return wide == other ? cell{"-"} : shown(code, &other, 1);
+static cell partner(const codec &code, const ko_wchar_t *wide, size_t units, bool upper) {
+    std::array<ko_wchar_t, 2> other{wide[0], units == 2 ? wide[1] : ko_wchar_t{0}};
+    if (units == 2)
+        map_pairs(code, other.data(), units, upper);
+    else
+        other[0] = (upper ? im_towupper : im_towlower)(code.loc, wide[0]);
+    return std::equal(wide, wide + units, other.data()) ? cell{"-"}
+                                                        : shown(code, other.data(), units);
 }
 
 static std::vector<cell> character_row(const codec &code, const std::vector<class_name> &classes,
@@ -126,18 +114,16 @@ static std::vector<cell> character_row(const codec &code, const std::vector<clas
             {point == no_code_point ? "-" : "U+" + upper_hex(point, 4)},
             {hex(bytes, " ")},
             {values},
-            partner(code, wide[0], im_towupper(code.loc, wide[0])),
-            partner(code, wide[0], im_towlower(code.loc, wide[0])),
-            {names_of_classes(code, classes, wide[0])}};
+            partner(code, wide, units, true),
+            partner(code, wide, units, false),
+            {names_of_classes(code, classes, wide, units)}};
 }
 
 static void add_rows(const codec &code, const std::vector<class_name> &classes,
                      const std::vector<ko_wchar_t> &text, std::vector<std::vector<cell>> &rows) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const bool pair = code.utf16 && i + 1 < text.size() && (text[i] & 0xFC00) == 0xD800 &&
-                          (text[i + 1] & 0xFC00) == 0xDC00;
-        rows.push_back(character_row(code, classes, &text[i], pair ? 2 : 1));
-        i += pair ? 1 : 0;
+    for (size_t i = 0, units; i < text.size(); i += units) {
+        units = units_of(code, &text[i], text.size() - i);
+        rows.push_back(character_row(code, classes, &text[i], units));
     }
 }
 
@@ -146,6 +132,7 @@ static void add_rows(const codec &code, const std::vector<class_name> &classes,
 namespace {
 struct counts {
     std::vector<uint64_t> of_wide = std::vector<uint64_t>(65536);
+    std::map<std::array<ko_wchar_t, 2>, uint64_t> of_pair;
     uint64_t bytes = 0;
     bad_count bad;
 };
@@ -154,8 +141,13 @@ struct counts {
 static void count_file(const codec &code, const std::string &path, counts &count) {
     std::vector<ko_wchar_t> wide;
     const auto add = [&](size_t units) {
-        for (size_t i = 0; i < units; ++i)
-            ++count.of_wide[wide[i]];
+        for (size_t i = 0, size; i < units; i += size) {
+            size = units_of(code, &wide[i], units - i);
+            if (size == 2)
+                ++count.of_pair[{wide[i], wide[i + 1]}];
+            else
+                ++count.of_wide[wide[i]];
+        }
     };
     count.bytes +=
         read_text(code, path, wide, count.bad, add, [](const unsigned char *, size_t) {});
@@ -165,14 +157,17 @@ static void write_counts(const codec &code, const std::vector<class_name> &class
                          const counts &count, output &out) {
     std::vector<uint64_t> of_class(classes.size());
     uint64_t all = 0;
-    for (unsigned wide = 0; wide < 65536; ++wide) {
-        const uint64_t times = count.of_wide[wide];
-        // The second half of a surrogate pair is not a character of its own.
-        if (times == 0 || (code.utf16 && (wide & 0xFC00) == 0xDC00)) continue;
+    const auto add_times = [&](const ko_wchar_t *wide, size_t units, uint64_t times) {
         all += times;
-        for (size_t i = 0; i < classes.size(); ++i)
-            if (im_iswctype(code.loc, ko_wchar_t(wide), classes[i].mask)) of_class[i] += times;
+        for (size_t i = 0; times && i < classes.size(); ++i)
+            if (is_of(code, classes[i], wide, units)) of_class[i] += times;
+    };
+    for (unsigned wide = 0; wide < 65536; ++wide) {
+        const auto unit = ko_wchar_t(wide);
+        add_times(&unit, 1, count.of_wide[wide]);
     }
+    for (const auto &[pair, times] : count.of_pair)
+        add_times(pair.data(), pair.size(), times);
     std::vector<std::vector<cell>> rows = {
         {{"class"}, {"characters", -1, true}}
     };

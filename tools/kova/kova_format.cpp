@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "kova/kova_char.h"
+
 namespace kovacli {
 
 // A character as ASCII, "?" for others.
@@ -66,16 +68,6 @@ size_t longest_working(const format_text &format,
     return front.size() - 1;
 }
 
-// Columns of a part of the format on a terminal.
-static size_t columns(const codec &code, const format_text &format, size_t from, size_t to) {
-    size_t total = 0;
-    for (size_t i = from; i < to; ++i) {
-        const int width = ko_wcwidth(code.loc, format.wide[i]);
-        total += width < 0 ? 1 : size_t(width);
-    }
-    return total;
-}
-
 void fail_in_format(const codec &code, const format_text &format, size_t place, int status,
                     const std::string &why) {
     const auto part = [&](size_t from, size_t to) {
@@ -96,8 +88,8 @@ void fail_in_format(const codec &code, const format_text &format, size_t place, 
     text += part(place, end) + ", at character " + std::to_string(place + 1) + " of the format: ";
     text += why;
     std::string shown = "  " + part(0, size) + "\n  ";
-    shown += std::string(columns(code, format, 0, place), ' ') + '^';
-    const size_t marked = columns(code, format, place, end);
+    shown += std::string(columns_of_text(code, format.wide.data(), place), ' ') + '^';
+    const size_t marked = columns_of_text(code, &format.wide[place], end - place);
     if (marked > 1) shown += std::string(marked - 1, '~');
     throw failure(status, text, shown);
 }

@@ -1,6 +1,7 @@
 // kova parse-date: a date and time read by a format, as a Gregorian date.
 #include <cstdio>
 
+#include "kova/kova_char.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_format.h"
 #include "kova/kova_io.h"
@@ -80,11 +81,7 @@ static ko_tm_t today_of(const std::string &text) {
     if (place + 1 == format.wide.size())
         throw failure(bad_text, shown + ": there is no such date: " + reason(error) + " (error " +
                                     std::to_string(error) + ")");
-    size_t columns = 0;
-    for (size_t i = 0; i < read; ++i) {
-        const int width = ko_wcwidth(code.loc, text[i]);
-        columns += width < 0 ? 1 : size_t(width);
-    }
+    const size_t columns = columns_of_text(code, text.data(), read);
     const bool of_format = error == KO_EFORMAT || error == KO_EPRECISION;
     try {
         fail_in_format(code, format, place, of_format ? bad_usage : bad_text, reason(error));

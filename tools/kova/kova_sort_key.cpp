@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "kova.h"
+#include "kova/kova_char.h"
 #include "kova_host.h"
 
 namespace kovacli {
@@ -128,10 +129,8 @@ static void make_tables(const codec &code, key_rules &rules) {
         for (unsigned c = 0; c < 65536; ++c) {
             const bool blank = im_iswctype(code.loc, ko_wchar_t(c), KO_CT_BLANK) != 0;
             const bool word = im_iswctype(code.loc, ko_wchar_t(c), KO_CT_ALNUM) != 0;
-            // Characters beyond the basic plane have no class; they are not punctuation alone.
-            const bool half = code.utf16 && (c & 0xF800) == 0xD800;
             rules.traits[c] =
-                uint8_t((blank ? is_blank : 0) | (blank || word || half ? is_in_dictionary : 0));
+                uint8_t((blank ? is_blank : 0) | (blank || word ? is_in_dictionary : 0));
         }
     }
     if (!any([](const sort_part &part) { return part.fold; })) return;
@@ -323,9 +322,7 @@ static void find_fields(const key_rules &rules, const std::vector<ko_wchar_t> &l
 static size_t skip_characters(const key_rules &rules, const std::vector<ko_wchar_t> &line,
                               size_t at, size_t end, size_t count) {
     for (; count && at < end; --count) {
-        const bool pair = rules.code->utf16 && (line[at] & 0xFC00) == 0xD800 && at + 1 < end &&
-                          (line[at + 1] & 0xFC00) == 0xDC00;
-        at += pair ? 2 : 1;
+        at += units_of(*rules.code, &line[at], end - at);
     }
     return at;
 }
@@ -357,14 +354,26 @@ static bool find_part(const key_rules &rules, const std::vector<ko_wchar_t> &lin
     return true;
 }
 
+static void keep_dictionary(const key_rules &rules, std::vector<ko_wchar_t> &text) {
+    size_t kept = 0;
+    for (size_t at = 0, units; at < text.size(); at += units) {
+        units = units_of(*rules.code, &text[at], text.size() - at);
+        const unsigned keep = units == 2 ? far_classes(point_of_pair(&text[at])) & KO_CT_ALNUM
+                                         : rules.traits[text[at]] & is_in_dictionary;
+        for (size_t i = 0; keep && i < units; ++i)
+            text[kept++] = text[at + i];
+    }
+    text.resize(kept);
+}
+
 static void change_text(const key_rules &rules, const sort_part &part,
                         std::vector<ko_wchar_t> &text) {
-    if (part.dictionary)
-        std::erase_if(text,
-                      [&rules](ko_wchar_t c) { return !(rules.traits[c] & is_in_dictionary); });
-    if (part.fold)
+    if (part.dictionary) keep_dictionary(rules, text);
+    if (part.fold) {
         for (ko_wchar_t &c : text)
             c = rules.upper[c];
+        map_pairs(*rules.code, text.data(), text.size(), true);
+    }
     if (part.kind == part_kind::version) spell_versions(rules, text);
 }
 

@@ -399,8 +399,12 @@ uint32_t code_point(const codec &code, ko_wchar_t wide) {
     return code.code_of.empty() ? no_code_point : code.code_of[wide];
 }
 
-static bool is_pair(const ko_wchar_t *wide, size_t count) {
+bool is_pair(const ko_wchar_t *wide, size_t count) {
     return count >= 2 && (wide[0] & 0xFC00) == 0xD800 && (wide[1] & 0xFC00) == 0xDC00;
+}
+
+uint32_t point_of_pair(const ko_wchar_t *pair) {
+    return 0x10000 + ((pair[0] & 0x3FFu) << 10) + (pair[1] & 0x3FFu);
 }
 
 void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string &out) {
@@ -411,7 +415,7 @@ void encode(const codec &code, const ko_wchar_t *wide, size_t count, std::string
         if (!code.utf8) {
             to = put_bytes(code, wide[i], to);
         } else if (code.utf16 && is_pair(wide + i, count - i)) {
-            to = put_utf8(0x10000 + ((wide[i] & 0x3FFu) << 10) + (wide[i + 1] & 0x3FFu), to);
+            to = put_utf8(point_of_pair(wide + i), to);
             ++i;
         } else {
             const uint32_t point = code_point(code, wide[i]);

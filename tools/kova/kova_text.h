@@ -104,6 +104,10 @@ std::string code_point_text(uint32_t code_point);
 // The code point of a character, no_code_point without a mapping or for half a surrogate pair.
 uint32_t code_point(const codec &code, ko_wchar_t wide);
 
+// Do wide characters of "unicode" begin with a surrogate pair?
+bool is_pair(const ko_wchar_t *wide, size_t count);
+uint32_t point_of_pair(const ko_wchar_t *pair);
+
 // Such as "ISO-8859-1 has no character U+20AC (€)".
 std::string describe(const codec &code, const bad_character &bad);
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <charconv>
 
+#include "kova/kova_char.h"
 #include "kova/kova_locale.h"
 #include "kova/kova_read.h"
 #include "kova/kova_table.h"
@@ -16,6 +17,7 @@ struct text_job {
     codec code;
     std::array<int8_t, 65536> columns{}; // by wide character, -1 for none
     std::array<bool, 65536> space{};
+    ko_wchar_t tab = '\t';
     std::vector<ko_wchar_t> wide;
     bad_count bad;
 };
@@ -23,13 +25,24 @@ struct text_job {
 
 static void open_job(text_job &job, const common_options &common, const measure_options &options,
                      locale_handle &handle, const char *with_replace) {
-    open_with_codec(common, options.locale, handle, job.code);
+    const data_place data = open_with_codec(common, options.locale, handle, job.code);
+    add_mapping(handle, data, job.code); // if the form is bytes, marks are known if there is one
+    if (job.code.mapped && job.code.wide_of['\t']) job.tab = job.code.wide_of['\t'];
     job.bad = {.replace = options.replace, .with_replace = with_replace};
     for (unsigned wide = 0; wide < 65536; ++wide) {
         const auto wc = ko_wchar_t(wide);
-        job.columns[wide] = int8_t(ko_wcwidth(handle.loc, wc));
+        job.columns[wide] = int8_t(columns_of(job.code, &wc, 1));
         job.space[wide] = im_iswctype(handle.loc, wc, KO_CT_SPACE) != 0;
     }
+}
+
+static constexpr int64_t tab_stop = 8;
+
+// Columns of a character that stands at a column of its line; -1 for one that has none.
+static int64_t columns_at(const text_job &job, const ko_wchar_t *wide, size_t units,
+                          int64_t column) {
+    if (wide[0] == job.tab) return tab_stop - column % tab_stop;
+    return units == 2 ? columns_of(job.code, wide, units) : job.columns[wide[0]];
 }
 
 // Passes on a file's characters, and the bytes of each bad one. Returns the bytes in the file.
@@ -63,7 +76,7 @@ static void end_line(line_widths &lines) {
     lines.begun = false;
 }
 
-static void add_columns(line_widths &lines, int columns) {
+static void add_columns(line_widths &lines, int64_t columns) {
     lines.begun = true;
     if (lines.columns < 0) return;
     lines.columns = columns < 0 ? -1 : lines.columns + columns;
@@ -77,11 +90,12 @@ int run_width(const common_options &common, const measure_options &options) {
     line_widths lines;
     lines.list = !options.widest;
     const auto units = [&](const ko_wchar_t *wide, size_t count) {
-        for (size_t i = 0; i < count; ++i) {
+        for (size_t i = 0, size; i < count; i += size) {
+            size = units_of(job.code, wide + i, count - i);
             if (wide[i] == job.code.newline)
                 end_line(lines);
             else
-                add_columns(lines, job.columns[wide[i]]);
+                add_columns(lines, columns_at(job, wide + i, size, lines.columns));
         }
         write(out, lines.text);
         lines.text.clear();
@@ -197,16 +211,24 @@ int run_trim(const common_options &common, const measure_options &options) {
 namespace {
 struct text_counts {
     uint64_t lines = 0, characters = 0, bytes = 0, columns = 0;
+    int64_t column = 0; // of the line so far
 };
 } // namespace
 
 static void count_units(const text_job &job, const ko_wchar_t *wide, size_t count,
                         text_counts &counts) {
-    for (size_t i = 0; i < count; ++i) {
-        counts.lines += wide[i] == job.code.newline;
-        counts.columns += uint64_t(std::max<int>(job.columns[wide[i]], 0));
-        // The second half of a surrogate pair is not a character of its own.
-        counts.characters += !job.code.utf16 || (wide[i] & 0xFC00) != 0xDC00;
+    for (size_t i = 0, size; i < count; i += size) {
+        size = units_of(job.code, wide + i, count - i);
+        ++counts.characters;
+        if (wide[i] == job.code.newline) {
+            ++counts.lines;
+            counts.column = 0;
+            continue;
+        }
+        const int64_t columns =
+            std::max<int64_t>(columns_at(job, wide + i, size, counts.column), 0);
+        counts.column += columns;
+        counts.columns += uint64_t(columns);
     }
 }
 
