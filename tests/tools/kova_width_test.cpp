@@ -15,7 +15,8 @@ TEST_F(KovaWidth, WidthTrimAndCount) {
     writes("width --widest de_DE.unicode", "4\n", "ab\nabcd\n\n");
     writes("width en_US.IBM037 --bytes", "16\n", "\x81\x05\x81\x05");
     // Character by character, also where a terminal may join them.
-    writes("width th_TH.unicode", "4\n4\n6\n1\n", "สวัสดี\nשָׁלוֹם\n👩‍👩‍👧\n❤️\n");
+    writes("width th_TH.unicode", "4\n4\n6\n1\n",
+           "สวัสดี\nשָׁלוֹם\n👩‍👩‍👧\n❤️\n");
     writes("width th_TH.unicode", "4\n-1\n", "😀𐐀𐌰\n\U0001FFFD\n"); // the last is unassigned
     writes("width th_TH.TIS-620", "4\n", "สวัสดี\n");
     writes("width th_TH.TIS-620 --bytes", "4\n", "\xCA\xC7\xD1\xCA\xB4\xD5\n");
