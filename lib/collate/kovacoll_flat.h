@@ -73,6 +73,14 @@ inline bool inside_element(const coll_flat *flat, unsigned ch) {
     return flat->inner[ch >> 8][ch & 0xFF];
 }
 
+// Does this high byte have the same pages as the one before it, in every pass?
+inline bool repeats(const coll_flat *flat, unsigned hi) {
+    bool same = hi > 0;
+    for (int p = 0; same && p < flat->num_passes; ++p)
+        same = flat->pass[p].page[hi] == flat->pass[p].page[hi - 1];
+    return same;
+}
+
 // The weight of a byte that is not a character: after all others; ties by its value.
 constexpr uint16_t coll_raw_weight = coll_code_tie | coll_low_bits;
 constexpr unsigned coll_raw_bytes = 256;

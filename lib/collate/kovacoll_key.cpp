@@ -104,25 +104,6 @@ coll_widths key_widths(const kovaloc *loc) {
 
 // ---- One pass ----
 
-namespace {
-// The place in the sink as local variables of a loop: as far as the compiler knows, stores of key
-// bytes could change the sink's own fields.
-struct key_place {
-    ko_mchar_t *out, *limit;
-};
-} // namespace
-static inline key_place place_in(const coll_sink *sink) {
-    return {sink->room + sink->used, sink->room + sink->full};
-}
-static inline void leave_place(key_place place, coll_sink *sink) {
-    sink->used = size_t(place.out - sink->room);
-}
-static key_place flush_place(key_place place, coll_sink *sink) {
-    leave_place(place, sink);
-    sink_flush(sink);
-    return place_in(sink);
-}
-
 static void write_seq(coll_seq seq, coll_widths widths, coll_sink *sink) {
     for (unsigned i = 0; i < seq.count; ++i)
         write_item(seq.items[i], widths, sink);
@@ -131,7 +112,7 @@ static void write_seq(coll_seq seq, coll_widths widths, coll_sink *sink) {
 // Writes one pass; digits: key bytes of a weight.
 template <int digits, class Text>
 static void key_pass(const coll_flat_pass *p, coll_widths widths, Text text, coll_sink *sink) {
-    for (key_place at = place_in(sink);;) {
+    for (sink_place at = place_in(sink);;) {
         const auto c = take(text);
         const uint16_t weight = p->page[c >> 8][c & 0xFF];
         if (plain_weight(weight)) {
@@ -165,7 +146,7 @@ static void key_pass_wide(const coll_flat_pass *p, coll_widths widths, Text text
 template <class Text>
 static void key_pass_cells(const coll_flat_pass *p, coll_widths widths, Text text,
                            coll_sink *sink) {
-    for (key_place at = place_in(sink);;) {
+    for (sink_place at = place_in(sink);;) {
         const auto c = take(text);
         const coll_cell cell = p->cells[c];
         if (cell.count <= sizeof cell.bytes) {

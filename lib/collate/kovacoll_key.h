@@ -18,9 +18,32 @@ struct coll_sink {
     ko_mchar_t local[512];
 };
 void sink_flush(coll_sink *sink);
+
+// The place in the sink as local variables of a loop: as far as the compiler knows, stores of key
+// bytes could change the sink's own fields.
+struct sink_place {
+    ko_mchar_t *out, *limit;
+};
+inline sink_place place_in(const coll_sink *sink) {
+    return {sink->room + sink->used, sink->room + sink->full};
+}
+inline void leave_place(sink_place place, coll_sink *sink) {
+    sink->used = size_t(place.out - sink->room);
+}
+inline sink_place flush_place(sink_place place, coll_sink *sink) {
+    leave_place(place, sink);
+    sink_flush(sink);
+    return place_in(sink);
+}
+
 inline void sink_byte(coll_sink *sink, unsigned byte) {
     sink->room[sink->used++] = ko_mchar_t(byte);
     if (sink->used > sink->full) sink_flush(sink);
+}
+
+inline void sink_bytes(coll_sink *sink, const ko_mchar_t *bytes, size_t n) {
+    for (size_t i = 0; i < n; ++i)
+        sink_byte(sink, bytes[i]);
 }
 
 // Writes a weight in digits of base 254, as many as maxw needs, most significant first.

@@ -103,8 +103,10 @@ template <class Text> struct page_walk {
     const coll_item *item, *item_end; // what an expansion still has to yield
 };
 
-// What the character just taken yields; skips the rest of an element that it begins.
-template <class Text> static coll_seq special_seq(const coll_special &special, Text &text) {
+// The element that begins with the character just taken, the rest of which is skipped; NULL for
+// none.
+template <class Text>
+static const coll_candidate *find_candidate(const coll_special &special, Text &text) {
     for (unsigned i = 0; i < special.num_candidates; ++i) {
         const coll_candidate &c = special.candidates[i];
         Text probe = text;
@@ -113,9 +115,15 @@ template <class Text> static coll_seq special_seq(const coll_special &special, T
             ++n;
         if (n < c.nchars) continue;
         text = probe;
-        return c.seq;
+        return &c;
     }
-    return special.own;
+    return nullptr;
+}
+
+// What the character just taken yields; skips the rest of an element that it begins.
+template <class Text> static coll_seq special_seq(const coll_special &special, Text &text) {
+    const coll_candidate *const found = find_candidate(special, text);
+    return found ? found->seq : special.own;
 }
 
 template <class Text> static inline coll_item next_item(page_walk<Text> &walk) {

@@ -2,6 +2,8 @@
 // which weights of the other passes are common.
 #include "collate/kovacoll_short.h"
 
+#include "collate/kovacoll_letters.h"
+
 #include <atomic>
 #include <string.h>
 
@@ -49,14 +51,6 @@ static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_ite
     }
     const coll_special &special = p->specials[weight & coll_low_bits];
     return from.candidate < 0 ? special.own : special.candidates[from.candidate].seq;
-}
-
-// Does this high byte have the same pages as the one before it, in every pass?
-static bool repeats(const coll_flat *flat, unsigned hi) {
-    bool same = hi > 0;
-    for (int p = 0; same && p < flat->num_passes; ++p)
-        same = flat->pass[p].page[hi] == flat->pass[p].page[hi - 1];
-    return same;
 }
 
 // Visits the sources of a pass. Unless asked for all, visits only the first of several equal pages.
@@ -426,6 +420,7 @@ void free_short_keys(short_keys *keys) {
     if (!keys) return;
     for (const short_pass &pass : keys->pass)
         free_ptr(pass.codes);
+    free_short_letters(keys->letters);
     ko_ext_free(keys);
 }
 
@@ -447,6 +442,7 @@ static short_keys *build_short_keys(const coll_flat *flat) {
         free_short_keys(keys.release());
         return nullptr;
     }
+    if (keys.p->num_passes >= 0) keys.p->letters = build_short_letters(flat, keys.p);
     return keys.release();
 }
 

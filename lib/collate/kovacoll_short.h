@@ -21,6 +21,19 @@ constexpr uint32_t short_keeps_lead = 1u << 29;
 constexpr uint32_t short_bytes_mask = 0xFFFFFF;
 inline unsigned short_count(uint32_t code) { return code >> 30; }
 
+// The bytes of an item, with the first in bits 16 to 23.
+inline uint32_t item_bytes(uint32_t code, coll_item item) {
+    if (!(item.weight & coll_code_tie))
+        return code << 8 * (3 - short_count(code)) & short_bytes_mask;
+    uint32_t number = (code + item.ch) & short_bytes_mask, bytes = 0;
+    for (unsigned i = 3 - short_count(code); i < 3; ++i) {
+        // Filled from the last digit on.
+        bytes = bytes >> 8 | (number % short_digits + short_first) << 16;
+        number /= short_digits;
+    }
+    return bytes;
+}
+
 constexpr unsigned short_most_commons = 2;
 struct short_pass {
     const uint32_t *codes; // by weight
@@ -32,9 +45,12 @@ struct short_pass {
     unsigned longest_run;
 };
 
+struct short_letters;
+
 struct short_keys {
     int num_passes; // -1: a pass has too many weights to spell
     short_pass pass[coll_max_passes];
+    const short_letters *letters; // NULL: none, see kovacoll_letters.h
 };
 
 // Derives the short keys, or returns those of an earlier call, also from another thread. NULL

@@ -79,6 +79,8 @@ template <class Unit> inline unsigned take(mapped_text<Unit> &t) {
     return raw_first + bytes[0];
 }
 
+template <class Unit> inline bool take_plain(mapped_text<Unit> &, unsigned *) { return false; }
+
 template <class Unit> inline unsigned take(mapped_back<Unit> &back) {
     mapped_text<Unit> &t = back.text;
     if (t.left) return raw_first + t.raw[--t.left];

@@ -66,25 +66,35 @@ template <class Unit> struct utf16_back { const Unit *s, *begin; };
 unsigned take_rare(utf8_text &t);
 unsigned take_rare(utf8_back &t);
 
-inline unsigned take(utf8_text &t) {
+// Takes a unit that needs no rare step. False at the end, and where one is needed.
+inline bool take_plain(utf8_text &t, unsigned *unit) {
     const ptrdiff_t left = t.end - t.s;
-    if (left <= 0) return 0;
+    if (left <= 0) return false;
     const unsigned first = *t.s;
     if (first - 1 < 0x7F) {
         ++t.s;
-        return first;
+        *unit = first;
+        return true;
     }
     if (first - 0xC2 <= 0xDF - 0xC2 && left > 1 && is_trail(t.s[1])) {
         t.s += 2;
-        return (first & 0x1F) << 6 | (t.s[-1] & 0x3F);
+        *unit = (first & 0x1F) << 6 | (t.s[-1] & 0x3Fu);
+        return true;
     }
     // 0xE1..0xEF except 0xED: any two trail bytes make a character.
     if (first - 0xE1 <= 0xEF - 0xE1 && first != 0xED && left > 2 && is_trail(t.s[1]) &&
         is_trail(t.s[2])) {
         t.s += 3;
-        return (first & 0xF) << 12 | (t.s[-2] & 0x3Fu) << 6 | (t.s[-1] & 0x3F);
+        *unit = (first & 0xF) << 12 | (t.s[-2] & 0x3Fu) << 6 | (t.s[-1] & 0x3Fu);
+        return true;
     }
-    return take_rare(t);
+    return false;
+}
+
+inline unsigned take(utf8_text &t) {
+    unsigned unit;
+    if (t.s == t.end) return 0;
+    return take_plain(t, &unit) ? unit : take_rare(t);
 }
 
 inline unsigned take(utf8_back &t) {
@@ -99,6 +109,9 @@ template <class Unit> inline unsigned take(utf16_text<Unit> &t) {
     while (t.s != t.end)
         if (const unsigned unit = *t.s++) return unit;
     return 0;
+}
+template <class Unit> inline bool take_plain(utf16_text<Unit> &t, unsigned *unit) {
+    return t.s != t.end && (*unit = *t.s++);
 }
 template <class Unit> inline unsigned take(utf16_back<Unit> &t) {
     while (t.s != t.begin)
