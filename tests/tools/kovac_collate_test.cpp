@@ -336,10 +336,12 @@ TEST(CollateTables, SectionsOfTwoDirectionsBecomeTwoPasses) {
         R"(script <L>|script <G>|script <N>|collating-symbol <BASE>|collating-symbol <AC>|<BASE>|<AC>
 order_start <L>;forward;backward|<BASE>|<AC>|<U0061> <U0061>;<BASE>|<U0041> <U0061>;<AC>
 <U0062> <U0062>;<BASE>|<U0042> <U0062>;<AC>|order_end|order_start <G>;forward;forward
-<U0078> <U0078>;<BASE>|<U0058> <U0078>;<AC>|<U0079> <U0079>;<BASE>|<U0059> <U0079>;<AC>|order_end
+<U0078> <U0078>;<BASE>|<U0058> <U0078>;<AC>|<U0079> <U0079>;<BASE>|<U0059> <U0079>;<AC>
+<U0063> <U0061>;<BASE>|order_end
 order_start <N>;forward|<U007A> <U007A>;<BASE>|<U005A> <U007A>;<AC>|order_end
 )");
     c.expect("aba < Aba < abA < AbA < xy < xY < Xy < XY < z < Z");
+    c.expect("Aba = Abc < abA = cbA"); // c weighs as a, among letters of the other direction
     EXPECT_EQ(c.tables.pass_types, (std::vector<int>{1, 2, 1}));
 }
 

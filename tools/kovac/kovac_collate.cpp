@@ -256,6 +256,24 @@ struct level_part {
     std::vector<bool> taken; // per weighed; empty: all
 };
 
+// Which of all run backward at a level: what most of those do that begin with the same weight.
+// Their sections may differ: the large shared table has a Greek letter among the Latin ones.
+static std::vector<bool> backward_ones(const compiler &c,
+                                       const std::map<const order_section *, section_use> &uses) {
+    std::map<uint32_t, int> votes; // for backward, by first weight
+    const auto first = [](const weighed &e) { return e.levels[0].empty() ? 0 : e.levels[0][0]; };
+    const auto backward = [&](const weighed &e) {
+        const auto use = uses.find(section_of(c, e));
+        return use != uses.end() && use->second.rule.backward;
+    };
+    for (const weighed &e : c.all)
+        if (section_of(c, e)) votes[first(e)] += backward(e) ? 1 : -1;
+    std::vector<bool> result;
+    for (const weighed &e : c.all)
+        result.push_back(votes[first(e)] ? votes[first(e)] > 0 : backward(e));
+    return result;
+}
+
 // A level that runs backward for the letters of some sections and forward for those of others
 // becomes two passes, the backward one first, each without the letters of the other; marks are in
 // both. Strings with letters of one direction compare as the source says. A few letters of another
@@ -268,13 +286,11 @@ static void add_parts(compiler &c, size_t level, bool room, std::vector<level_pa
     constexpr size_t few = 8; // one in so many
     const auto [less, more] = std::minmax(letters[0], letters[1]);
     if (level && room && less * few >= more && less) {
+        const std::vector<bool> runs_backward = backward_ones(c, uses);
         for (const bool backward : {true, false}) {
             level_part part{level, {.backward = backward}, {}};
-            for (const weighed &e : c.all) {
-                const auto use = uses.find(section_of(c, e));
-                const bool ahead = use == uses.end() || !use->second.rule.backward;
-                part.taken.push_back(e.levels[0].empty() || ahead != backward);
-            }
+            for (size_t i = 0; i < c.all.size(); ++i)
+                part.taken.push_back(c.all[i].levels[0].empty() || runs_backward[i] == backward);
             parts.push_back(std::move(part));
         }
         return;
