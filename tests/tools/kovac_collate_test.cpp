@@ -416,6 +416,55 @@ TEST(CollateTables, NoTwoStringsOfUnicodeAreEqual) {
     equal.expect("ch = dh");
 }
 
+// Case at the level where the source has it; the capital of U+10D0, like the letters from U+A7C2
+// on, has no line.
+TEST(CollateTables, OrdersOfLessStrengthHoldCaseOrAccentsEqual) {
+    static const std::string thai = // case last, at level 3
+        "order_start forward;forward;forward|<U0042>|<U0062>|<U0302>|"
+        "<U0061> <U0061>;<U0062>;<U0062>|<U0041> <U0061>;<U0062>;<U0042>|"
+        "<U00E1> <U0061>;<U0302>;<U0062>|<U00C1> <U0061>;<U0302>;<U0042>|<U10D0>|order_end|",
+                             first = "order_start forward|<U0041>|<U00C1>|<U0042>|<U0061>|<U00E1>|"
+                                     "<U0062>|<U10D0>|order_end|",
+                             alike = "order_start forward|<U0061>|<U0041> <U0061>|order_end|",
+                             codes = "codepoint_collation|";
+    static const struct {
+        const std::string &source;
+        strength keeps;
+        std::u16string_view chain;
+        const char *says;
+    } rows[] = {
+        {thai,  strength::accents, u"b < a = A < \u00E1 = \u00C1",       ""                            },
+        {thai,  strength::letters, u"a = A = \u00E1 = \u00C1 < \u10D0",  ""                            },
+        {thai,  strength::accents, u"\u10D0 = \u1C90 < \uA7C2 = \uA7C3", ""                            },
+        {thai,  strength::accents, u"\uA7C3 < \u4E00 < \u4E01",          ""                            },
+        {first, strength::accents, u"A = a < \u00C1 = \u00E1 < b = B",   ""                            },
+        {first, strength::letters, u"",                                  "tells case and accents apart"},
+        {alike, strength::accents, u"",                                  "no letter from its capital"  },
+        {codes, strength::accents, u"",                                  "code order tells"            },
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(&r - rows);
+        collation_options options{.keeps = r.keeps, .pairs = {}};
+        for (const std::u16string_view pair :
+             {u"Aa", u"\u00C1\u00E1", u"Bb", u"\uA7C2\uA7C3", u"\u1C90\u10D0"})
+            options.pairs.emplace_back(pair[0], pair[1]);
+        if (*r.says) {
+            sources c(r.source, wide_set());
+            EXPECT_FALSE(c.compile(options));
+            EXPECT_NE(c.messages.find(r.says), std::string::npos) << c.messages;
+            continue;
+        }
+        const compiled c(r.source, wide_set(), {}, options);
+        EXPECT_LT(c.tables.levels, c.tables.source_levels + (&r.source == &first));
+        for (size_t at = 0, end; (end = r.chain.find(u' ', at)) != r.chain.npos; at = end + 3) {
+            const std::u16string_view high = r.chain.substr(end + 3);
+            EXPECT_EQ(c.compare(r.chain.substr(at, end - at), high.substr(0, high.find(u' '))),
+                      r.chain[end + 1] == u'<' ? -1 : 0)
+                << at;
+        }
+    }
+}
+
 TEST(CollateTables, OnlyWhatEarlierPassesMayConfuseDiffersInTheLast) {
     std::string source = tied_source();
     const compiled back(source, wide_set());

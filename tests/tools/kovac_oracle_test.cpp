@@ -227,6 +227,44 @@ TEST(Oracle, WeighsCharactersWithoutALineByTheirCodesInUnicodeOnly) {
     EXPECT_TRUE(find_tokens(e.order, wide(u"aa"), tokens));
 }
 
+// What differs in case only is equal up to the level before that of case, at the first level alone
+// accents are, too; where that level tells case apart, capitals weigh as small letters.
+TEST(Oracle, LeavesOutTheLevelsOfCaseAndAccents) {
+    static const std::string one = "order_start forward|<U0041>|<U0042>|<U0061>|<U0062>|order_end";
+    static const std::string two = latin_with("forward");
+    const std::vector<letter_pair> pairs = {
+        {'A',    'a'   },
+        {'B',    'b'   },
+        {0xA7C2, 0xA7C3},
+    };
+    static const struct {
+        const std::string &source;
+        strength keeps;
+        const char16_t *a, *b;
+        int sign;
+    } rows[] = {
+        {two, strength::accents, u"aB",      u"Ab",      0 },
+        {two, strength::accents, u"\xE9",    u"e",       1 },
+        {two, strength::accents, u"a-b",     u"ab",      0 },
+        {two, strength::letters, u"\xE9",    u"e",       0 },
+        {two, strength::letters, u"e",       u"o",       -1},
+        {two, strength::accents, u"x\xA7C2", u"x\xA7C3", 0 },
+        {two, strength::accents, u"\xA7C2",  u"\xA7C4",  -1},
+        {one, strength::accents, u"A",       u"a",       0 },
+        {one, strength::accents, u"B",       u"a",       1 },
+    };
+    for (const auto &r : rows) {
+        evaluated e(r.source, units());
+        ASSERT_TRUE(weaken_oracle(e.order, r.keeps, pairs));
+        EXPECT_FALSE(e.order.total);
+        EXPECT_EQ(compare_texts(e.order, wide(r.a), wide(r.b)), r.sign) << &r - rows;
+        EXPECT_EQ(compare_texts(e.order, wide(r.b), wide(r.a)), -r.sign) << &r - rows;
+    }
+    evaluated e(one);
+    EXPECT_FALSE(weaken_oracle(e.order, strength::letters, pairs));
+    EXPECT_FALSE(weaken_oracle(e.order, strength::accents, {}));
+}
+
 // ---- judgement ---------------------------------------------------------------------------------
 
 namespace {

@@ -4,6 +4,7 @@
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_write.h"
 
+#include "kova_host.h"
 #include "tools/command_run.h"
 
 #include <sstream>
@@ -457,6 +458,86 @@ TEST_F(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
     const std::string object = made.read("here/kova/lc11/xx_yy/04e4.lco");
     EXPECT_NE(object, "");
     EXPECT_EQ(object, made.read("there/kova/lc11/xx_yy/04e4.lco"));
+}
+
+// ---- orders of less strength ----
+
+namespace {
+struct weak_row {
+    const char *spec, *a, *b;
+    int sign;
+};
+} // namespace
+
+static int sign_of(int n) { return n < 0 ? -1 : n > 0; }
+
+// The texts compare so, and so do their keys.
+static void check_weak(ko_lc_t loc, const weak_row &r) {
+    std::string keys[2];
+    for (std::string &key : keys) {
+        const char *text = &key == keys ? r.a : r.b;
+        key.resize(256);
+        const int64_t len = ko_utf8sxfrm(loc, key.data(), key.size(), text, strlen(text));
+        ASSERT_TRUE(len >= 0 && len < 256);
+        key.resize(size_t(len));
+    }
+    EXPECT_EQ(sign_of(keys[0].compare(keys[1])), r.sign);
+    EXPECT_EQ(sign_of(ko_utf8scoll(loc, r.a, strlen(r.a), r.b, strlen(r.b))), r.sign);
+    EXPECT_EQ(sign_of(ko_utf8scoll(loc, r.b, strlen(r.b), r.a, strlen(r.a))), -r.sign);
+}
+
+// The system's sources have case at level 3, in th_TH at 4, in ja_JP at 1.
+TEST_F(KovacCommand, CompilesOrdersThatIgnoreCaseAndAccents) {
+    if (!std::filesystem::exists("/usr/share/i18n/locales/de_DE")) GTEST_SKIP() << "no sources";
+    spit(dir / "list", "de_DE unicode@ci\nde_DE unicode@ai\ntr_TR unicode@ci\nth_TH unicode@ci\n"
+                       "th_TH unicode@ai\nja_JP unicode@ci\n");
+    EXPECT_EQ(shell("kovac registry -o root").status, 0);
+    EXPECT_EQ(shell("kovac locale --list list -o root").status, 0);
+    static const weak_row rows[] = {
+        {"de_DE.unicode@ci", "\u00C4PFEL",                     "\u00E4pfel",                     0 },
+        {"de_DE.unicode@ci", "\u00E4pfel",                     "apfel",                          1 },
+        {"de_DE.unicode@ci", "a",                              "B",                              -1},
+        {"de_DE.unicode@ci", "stra\u00DFe",                    "STRA\u1E9EE",                    0 },
+        {"de_DE.unicode@ci", "stra\u00DFe",                    "STRASSE",                        1 },
+        {"de_DE.unicode@ai", "stra\u00DFe",                    "STRASSE",                        0 },
+        {"de_DE.unicode@ai", "\u00C4pfel",                     "APFEL",                          0 },
+        {"de_DE.unicode@ci", "\u03A3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u039F\u03C6\u03CC\u03C3", 0 },
+        {"de_DE.unicode@ci", "\u03C3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u03BF\u03C6\u03BF\u03C2", 1 },
+        {"de_DE.unicode@ai", "\u03A3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u03BF\u03C6\u03BF\u03C2", 0 },
+        {"de_DE.unicode@ci", "\u0401\u043B\u043A\u0430",       "\u0451\u041B\u041A\u0410",       0 },
+        {"de_DE.unicode@ci", "\u0451\u043B\u043A\u0430",       "\u0435\u043B\u043A\u0430",       1 },
+        {"de_DE.unicode@ai", "\u0451\u043B\u043A\u0430",       "\u0415\u043B\u043A\u0430",       0 },
+        {"de_DE.unicode@ai", "\u0439",                         "\u0438",                         1 }, // letters
+        {"de_DE.unicode@ci", "\u1C90\u1C91",                   "\u10D0\u10D1",                   0 },
+        {"de_DE.unicode@ci", "\u3055\u304F\u3089",             "\u30B5\u30AF\u30E9",             0 },
+        {"de_DE.unicode@ci", "\u304C",                         "\u30AB",                         1 },
+        {"de_DE.unicode@ai", "\u304C",                         "\u30AB",                         0 },
+        {"tr_TR.unicode@ci", "ISPARTA",                        "\u0131sparta",                   0 },
+        {"tr_TR.unicode@ci", "\u0130zmir",                     "izmir",                          0 },
+        {"tr_TR.unicode@ci", "\u0131",                         "i",                              -1},
+        {"th_TH.unicode@ci", "\u0E02\u0E49\u0E32",             "\u0E02\u0E32",                   1 },
+        {"th_TH.unicode@ai", "\u0E02\u0E49\u0E32",             "\u0E02\u0E32",                   0 },
+        {"th_TH.unicode@ai", "\u0E40\u0E02\u0E32",             "\u0E02\u0E32",                   1 }, // a vowel
+        {"th_TH.unicode@ci", "a\u00C0",                        "A\u00E0",                        0 },
+        {"ja_JP.unicode@ci", "\u3055\u304F\u3089A",            "\u30B5\u30AF\u30E9a",            0 },
+        {"ja_JP.unicode@ci", "\u304B",                         "\u30AC",                         -1},
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(r.spec + (" "s + r.a) + " " + r.b);
+        owned<ko_close_locale> loc;
+        ASSERT_EQ(ko_open_locale(&loc.handle, (dir / "root").c_str(), r.spec, KO_OPEN_VERIFY), 0);
+        check_weak(loc, r);
+    }
+    command = "kova ";
+    environment["VANTORDIR"] = (dir / "root").string();
+    writes("sort -u -l de_DE@ci", "A\nb\n\u00E9\n", "b\nA\n\u00E9\na\nB\n\u00C9\n");
+    shows("locales", "de_DE without case and accents");
+    shows("info de_DE@ci", "STRENGTH=ci, 2 of 4 levels; not total: what differs in case only is");
+    fails(3, "compare de_DE a b", "there is no locale de_DE");
+    command = "kovac locale -o root -f unicode --strength ai ";
+    fails(1, "-i ko_KR", "tells case and accents apart");
+    fails(2, "-i ca_ES@valencia --name ca_ES@valencia", "one to four");
+    fails(2, "-i sr_RS@latin", "sr_RS@latn");
 }
 
 // What is up to date stays; what lacks a file, or failed, is compiled again.

@@ -275,11 +275,13 @@ int run_info(const common_options &common, const info_options &options) {
 
 // ---- the list ----
 
-// The source's name, where an object's name is a stand-in for it.
+// The source's name, where an object's name is a stand-in for it, and what its order ignores.
 static std::string stands_for(const object_file &object) {
     const std::string name =
         object.language + (object.modifier.empty() ? "" : "@" + object.modifier);
-    const std::string source = source_name(object);
+    const std::string source = source_name(object), strength = strength_name(object);
+    if (!strength.empty())
+        return source + " without " + (strength == "ci" ? "case" : "case and accents");
     return source == name || source.find('_') == source.npos ? "" : source;
 }
 

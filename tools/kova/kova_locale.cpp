@@ -208,10 +208,17 @@ static std::string folded(const std::string &name, std::string_view dropped) {
     return result;
 }
 
-std::string source_name(const object_file &object) {
+static std::string header_value(const object_file &object, std::string_view key) {
     for (const std::string &line : object.header)
-        if (line.starts_with("SOURCE=")) return line.substr(7);
+        if (line.starts_with(key)) return line.substr(key.size());
     return {};
+}
+
+std::string source_name(const object_file &object) { return header_value(object, "SOURCE="); }
+
+std::string strength_name(const object_file &object) {
+    const std::string text = header_value(object, "STRENGTH=");
+    return text.substr(0, text.find(','));
 }
 
 bool is_unicode(const object_file &object) { return folded(object.code_set, "") == "unicode"; }
@@ -347,7 +354,8 @@ static std::string stood_in(const std::string &spec, const std::vector<object_fi
     for (const object_file &object : all) {
         const std::string modifier = object.modifier.empty() ? "" : "@" + object.modifier;
         if (object.language + modifier == source) return {}; // the name itself exists
-        if (source_name(object) == source)
+        const std::string strength = strength_name(object);
+        if (source_name(object) + (strength.empty() ? "" : "@" + strength) == source)
             found = object.language + spec.substr(dot, at - dot) + modifier;
     }
     return found;

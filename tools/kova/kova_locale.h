@@ -53,6 +53,10 @@ std::string specification(const object_file &object);
 // The name of the source that an object was compiled from: "de_DE".
 std::string source_name(const object_file &object);
 
+// What an object ignores whose order is not that of its source: "ci" (case), "ai" (case and
+// accents); "" for all others.
+std::string strength_name(const object_file &object);
+
 // Is the code set of an object "unicode"?
 bool is_unicode(const object_file &object);
 

@@ -30,6 +30,7 @@ struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list, release;
     std::string sources;    // directory that is searched first
     std::string exceptions; // list instead of the built-in one
+    std::string strength;   // "ci", "ai" or "", which is that of the charmap's name
     bool is_default = false, prove = false, verbose = false;
     bool drop = false;
     collation_options order;
@@ -41,6 +42,15 @@ struct registry_options {
 };
 
 static constexpr const char *system_sources = "/usr/share/i18n";
+// What the modifiers of "unicode@ci" and "unicode@ai" mean, for the header of an object.
+static constexpr struct {
+    const char *name;
+    strength keeps;
+    const char *equal;
+} strengths[] = {
+    {"ci", strength::accents, "case only"            },
+    {"ai", strength::letters, "case and accents only"},
+};
 static constexpr size_t codeset_limit = 19; // bytes of the code-set line that the library reads
 static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
 static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
@@ -101,6 +111,23 @@ static std::string split_name(const std::string &name, std::string &dir, std::st
     return {};
 }
 
+// The name as stated, or else the source's; that of an order without case or accents gets them as
+// its modifier.
+static int object_name(const locale_options &opt, std::string *name) {
+    *name = opt.name;
+    if (name->empty()) *name = standin_name(base_name(opt.source));
+    if (name->empty()) *name = base_name(opt.source);
+    if (opt.strength.empty()) return exit_done;
+    if (name->find('@') == std::string::npos) {
+        *name += "@" + opt.strength;
+    } else if (opt.name.empty()) {
+        return complain(exit_usage, "\"" + *name +
+                                        "\" has a modifier already; name the order with \"" +
+                                        opt.strength + "\" by --name ll_TT@mod");
+    }
+    return exit_done;
+}
+
 static int number_from_file(const std::string &path, const std::string &name, int *number) {
     std::string text, why;
     registry reg;
@@ -117,9 +144,8 @@ static int number_from_file(const std::string &path, const std::string &name, in
 static int object_path(const locale_options &opt, const std::string &codeset, std::string *path) {
     *path = opt.root + "/kova/lc11/default.lco";
     if (opt.is_default || opt.name == "default") return exit_done;
-    std::string dir, modifier, name = opt.name;
-    if (name.empty()) name = standin_name(base_name(opt.source));
-    if (name.empty()) name = base_name(opt.source);
+    std::string dir, modifier, name;
+    if (int status = object_name(opt, &name)) return status;
     const std::string wrong = split_name(name, dir, modifier);
     if (!wrong.empty()) return complain(exit_usage, wrong);
     int number = no_number;
@@ -170,6 +196,11 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("INPUTS=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
         unsealed_content,
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
+    for (const auto &s : strengths)
+        if (opt.strength == s.name)
+            object.description.push_back(
+                format("STRENGTH=%s, %zu of %zu levels; not total: what differs in %s is equal",
+                       s.name, object.collate.levels, object.collate.source_levels, s.equal));
     if (!opt.release.empty()) object.description.push_back("RELEASE=" + opt.release);
     for (std::string &line : object.description)
         line = kovatool::printable(line).substr(0, header_limit);
@@ -274,7 +305,21 @@ static int write_object(const std::string &path, const locale_object &object, co
     return complain(exit_file, "cannot write " + path + ": " + why);
 }
 
-static int compile_one(const locale_options &opt) {
+// Takes the strength from the name of the charmap, where lists have it: "unicode@ci".
+static locale_options with_strength(locale_options opt) {
+    for (const auto &s : strengths) {
+        const std::string suffix = std::string("@") + s.name;
+        if (opt.charmap.ends_with(suffix)) {
+            opt.charmap.resize(opt.charmap.size() - suffix.size());
+            opt.strength = s.name;
+        }
+        if (opt.strength == s.name) opt.order.keeps = s.keeps;
+    }
+    return opt;
+}
+
+static int compile_one(const locale_options &asked) {
+    const locale_options opt = with_strength(asked);
     source_set set;
     set.dirs = search_dirs("locales");
     set.own = carried_sources();
@@ -298,8 +343,10 @@ static int compile_one(const locale_options &opt) {
     if (int status = object_path(opt, codeset, &path)) return status;
     locale_object object;
     proof_input proof{
-        set, diag, {base_name(opt.source), {}, opt.order.equal_ties},
-          {                    }
+        set,
+        diag,
+        {base_name(opt.source), {}, opt.order.equal_ties, opt.order.keeps, opt.strength, {}},
+        {        }
     };
     if (int status = load_exceptions(opt, proof.terms.allowed)) return status;
     if (!compile_locale(set, map, diag, object, opt.prove ? &proof.report : nullptr, opt.order)) {
@@ -310,6 +357,7 @@ static int compile_one(const locale_options &opt) {
         return exit_source;
     }
     describe(opt, set, map, object);
+    proof.terms.pairs = case_pairs(object.ctype, map);
     if (int status = write_object(path, object, map, opt.prove ? &proof : nullptr)) return status;
     if (opt.verbose) {
         fprintf(stderr, "%s: %zu characters, %zu case pairs, %d warnings\n",
@@ -460,8 +508,9 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
     auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
                                     "Charmap: path or name; \"unicode\" is built in");
-    auto *list = cmd->add_option("--list", opt.list,
-                                 "Compile every line of a file: SOURCE CHARMAP [NAME [CODESET]]");
+    auto *list =
+        cmd->add_option("--list", opt.list,
+                        "Compile every line of a file: SOURCE CHARMAP[@STRENGTH] [NAME [CODESET]]");
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/lc11/... is written")
         ->required();
     auto *name =
@@ -479,6 +528,10 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
         ->needs(prove);
     cmd->add_flag("--drop", opt.drop,
                   "Compile a code set with characters of more than two bytes without those");
+    cmd->add_option("--strength", opt.strength,
+                    "An order that is not total: \"ci\" ignores case, \"ai\" accents, too; "
+                    "the locale is called ll_TT@ci, ll_TT@ai")
+        ->check(CLI::IsMember({"ci", "ai"}));
     cmd->add_flag("--equal-ties", opt.order.equal_ties,
                   "Keep strings equal that the source's order of \"unicode\" holds equal");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");

@@ -408,7 +408,8 @@ static bool plan_levels(compiler &c, const collation_options &options, collation
                              .earlier = plans,
                              .last = &part == &parts.back(),
                              .single_byte = c.map.max_len == 1,
-                             .total = c.map.unicode && !options.equal_ties};
+                             .total = c.map.unicode && !options.equal_ties &&
+                                      options.keeps == strength::all};
         plans.push_back(plan_pass(in, out.expansions));
         if (!check_plan(c, part.level, plans.back())) return false;
     }
@@ -507,11 +508,35 @@ static bool is_code_order(const charmap &map, const collation &c) {
     return true;
 }
 
+static bool keep_levels(compiler &c, order &src, const collation_options &options) {
+    if (options.keeps == strength::all) return true;
+    kept_levels kept;
+    if (!weaken_order(c.all, src.levels, options, kept)) {
+        error(c.diag, {},
+              kept.of_case ? "the first level tells case and accents apart; there is no order "
+                             "without them"
+                           : "the order tells no letter from its capital");
+        return false;
+    }
+    if (kept.apart)
+        warning(c.diag, {},
+                format("letters that differ in case, but not only in case at the first %zu levels: "
+                       "%zu pairs (<U%04X> <U%04X>); they stay different",
+                       kept.levels, kept.apart, unsigned(kept.example.first),
+                       unsigned(kept.example.second)));
+    src.levels = kept.levels;
+    return true;
+}
+
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
                        proof_report *report, const collation_options &options) {
     order src;
     if (!read_order(set, map, diag, src)) return false;
     result = {};
+    if (src.codepoint_order && options.keeps != strength::all) {
+        error(diag, {set.main, 0}, "code order tells case and accents apart");
+        return false;
+    }
     if (src.codepoint_order) {
         if (!bytes_keep_order(map))
             warning(diag, {set.main, 0},
@@ -522,6 +547,9 @@ bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, c
         compiler c{.map = map, .diag = diag, .src = src};
         c.reported.resize(src.items.size());
         add_characters(c);
+        result.source_levels = src.levels;
+        if (!keep_levels(c, src, options)) return false;
+        result.levels = src.levels;
         add_elements(c);
         std::vector<pass_plan> plans;
         if (!plan_levels(c, options, result, plans) || !make_rows(c, plans, result)) return false;

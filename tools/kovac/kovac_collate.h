@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "common/tool_charmap.h"
@@ -21,7 +22,8 @@ struct collation_element {
 // Rows are numbered from 0 (row 0: characters without a line in the source) to num_rows.
 struct collation {
     bool codeset_order = false;
-    int num_rows = 0;            // highest row number
+    size_t levels = 0, source_levels = 0; // those of the order, and those of its source
+    int num_rows = 0;                     // highest row number
     int num_weights = 0;         // highest weight in use; decides the bytes of a weight in keys
     std::vector<int> pass_types; // per pass: 1 forward, 2 backward; at most 8
     std::vector<collation_element> elements;       // in matching order: the first match wins
@@ -36,9 +38,16 @@ struct proof_report {
     bool ok = true;
 };
 
+// What an order tells apart: all that its source does, or not case, or neither case nor accents.
+enum class strength { all, accents, letters };
+
+using letter_pair = std::pair<uint16_t, uint16_t>; // a capital and its small letter
+
 struct collation_options {
     // What the source treats as equal stays equal. Otherwise no two strings of "unicode" are equal.
     bool equal_ties = false;
+    strength keeps = strength::all;
+    std::vector<letter_pair> pairs; // that differ in case only, where that is not to count
 };
 
 // Compiles LC_COLLATE of set.main. Errors go to diag; false if there were any. If report is null,

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kovac/kovac_collate.h"
 #include "kovac/kovac_collate_source.h"
 
 namespace kovac {
@@ -32,6 +33,8 @@ struct weighed {
 };
 
 // Symbols above the ranks of every source.
+constexpr uint32_t after_ranks = 0xF0000000;  // letters without a line that differ in case only:
+                                              // each pair by the code of its small letter
 constexpr uint32_t after_letter = 0xFFFFFFF0; // what follows a letter directly: Hangul syllables
 constexpr uint32_t after_source = 0xFFFFFFF1; // characters without a line: U+0001, the others,
 constexpr uint32_t after_first = 0xFFFFFFF2;
@@ -44,6 +47,20 @@ using jamo_weights = std::array<symbols, 19>; // first level of U+1100 to U+1112
 
 // Groups the characters without a line by how they are ordered; the first group has row 0.
 std::vector<weighed> group_unlined(const std::vector<uint16_t> &wides, const jamo_weights &jamo);
+
+// What is left of the levels of a source.
+struct kept_levels {
+    size_t levels = 0, of_case = 0; // how many; the first that tells most letters' case apart
+    size_t apart = 0;               // pairs of letters that they tell apart all the same
+    letter_pair example;            // one of these
+};
+
+// Finds how many levels an order keeps that does not tell case apart. Letters without a line weigh
+// as those that differ from them in case only, and if both have none, as each other; where the
+// first level tells case apart, capitals weigh as small letters. False if no level holds enough
+// letters equal.
+bool weaken_order(std::vector<weighed> &all, size_t levels, const collation_options &options,
+                  kept_levels &kept);
 
 struct pass_plan {
     bool backward = false;

@@ -379,12 +379,28 @@ bool compile_messages(const text_job &job, messages_section &out) {
     return read_category(job, "LC_MESSAGES", keywords, {});
 }
 
+std::vector<letter_pair> case_pairs(const ctype_section &ctype, const charmap &map) {
+    std::vector<letter_pair> pairs;
+    for (size_t i = 0; i < map.chars.size(); ++i) // the pair of a capital has 0 for itself
+        if (const uint16_t lower = ctype.pairs[ctype.case_index[i]].second)
+            pairs.emplace_back(map.chars[i].wide, lower);
+    constexpr uint32_t hiragana = 0x3041, hiragana_end = 0x3097, to_katakana = 0x60;
+    for (uint32_t code = hiragana; code < hiragana_end; ++code) {
+        const charmap_char *small = find_code(map, code);
+        const charmap_char *capital = find_code(map, code + to_katakana);
+        if (small && capital) pairs.emplace_back(capital->wide, small->wide);
+    }
+    return pairs;
+}
+
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
                     proof_report *report, const collation_options &options) {
     translit fallback{.set = set};
     const text_job job{set, map, diag, fallback};
-    return compile_ctype(set, map, diag, out.ctype) &&
-           compile_collation(set, map, diag, out.collate, report, options) &&
+    if (!compile_ctype(set, map, diag, out.ctype)) return false;
+    collation_options order = options;
+    if (order.keeps != strength::all) order.pairs = case_pairs(out.ctype, map);
+    return compile_collation(set, map, diag, out.collate, report, order) &&
            compile_numeric(job, out.numeric) && compile_monetary(job, out.monetary) &&
            compile_time(job, out.time) && compile_messages(job, out.messages);
 }

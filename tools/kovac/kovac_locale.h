@@ -93,6 +93,10 @@ bool compile_monetary(const text_job &job, monetary_section &out);
 bool compile_time(const text_job &job, time_section &out);
 bool compile_messages(const text_job &job, messages_section &out);
 
+// The letters that differ in case only: what LC_CTYPE maps to lower case, and katakana with
+// hiragana.
+std::vector<letter_pair> case_pairs(const ctype_section &ctype, const charmap &map);
+
 // Compiles all six categories. report may be null.
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
                     proof_report *report, const collation_options &options = {});

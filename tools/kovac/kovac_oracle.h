@@ -48,6 +48,9 @@ struct oracle {
 // Reads LC_COLLATE of set.main with everything it copies. False after an error.
 bool read_oracle(source_set &set, const charmap &map, diagnostics &diag, oracle &out);
 
+// Takes the levels away that a strength does not have. False if there is no such order.
+bool weaken_oracle(oracle &o, strength keeps, const std::vector<letter_pair> &pairs);
+
 using oracle_text = std::span<const uint16_t>; // without a terminator
 using oracle_key = std::vector<uint32_t>; // levels with a 0 between two; compares like the text
 
@@ -97,6 +100,9 @@ struct proof_terms {
     std::string locale; // as the source is called
     exception_list allowed;
     bool equal_ties = false; // what the source holds equal is equal, also in "unicode"
+    strength keeps = strength::all;
+    std::string modifier;           // what it adds to the name of the code set in the list
+    std::vector<letter_pair> pairs; // of letters that differ in case only
 };
 
 // Compares the object at path with its source.

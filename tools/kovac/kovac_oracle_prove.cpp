@@ -403,7 +403,7 @@ static int compare_loaded(void *loc, oracle_text a, oracle_text b) {
 void prove_source(source_set &set, const charmap &map, diagnostics &diag, const std::string &path,
                   const proof_terms &terms, proof_report &report) {
     oracle o;
-    if (!read_oracle(set, map, diag, o)) {
+    if (!read_oracle(set, map, diag, o) || !weaken_oracle(o, terms.keeps, terms.pairs)) {
         report.ok = false;
         return;
     }
@@ -415,7 +415,8 @@ void prove_source(source_set &set, const charmap &map, diagnostics &diag, const 
         ko_lc_status(loc) == 0) {
         judgement found;
         judge_order(o, prove_home(set, map, diag), compare_loaded, loc, found);
-        report_judgement(found, terms.locale, map.name, terms.allowed, report);
+        const std::string codeset = map.name + (terms.modifier.empty() ? "" : "@") + terms.modifier;
+        report_judgement(found, terms.locale, codeset, terms.allowed, report);
     } else {
         report.ok = false;
         report.lines.push_back(format("%s does not load", path.c_str()));

@@ -571,4 +571,68 @@ bool read_oracle(source_set &set, const charmap &map, diagnostics &diag, oracle 
     return true;
 }
 
+// ---- strength ----------------------------------------------------------------------------------
+
+static const oracle_token *lined_token(const oracle &o, uint16_t wide) {
+    const uint32_t id = o.of_char[wide];
+    return id != no_token && o.tokens[id].lined ? &o.tokens[id] : nullptr;
+}
+
+static std::span<const uint32_t> weights_at(const oracle &o, const oracle_token &t, size_t level) {
+    return std::span(o.weights).subspan(t.at[level], t.at[level + 1] - t.at[level]);
+}
+
+// Which level parts most letters from their capitals, counting from 0; o.levels if none does.
+static size_t level_of_case(const oracle &o, const std::vector<letter_pair> &pairs) {
+    std::vector<size_t> votes(o.levels + 1);
+    for (const auto &[capital, small] : pairs) {
+        const oracle_token *const a = lined_token(o, capital), *const b = lined_token(o, small);
+        size_t level = 0;
+        while (a && b && level < o.levels &&
+               std::ranges::equal(weights_at(o, *a, level), weights_at(o, *b, level)))
+            ++level;
+        if (a && b && level < o.levels) ++votes[level];
+    }
+    const auto most = std::max_element(votes.begin(), votes.end());
+    return *most ? size_t(most - votes.begin()) : o.levels;
+}
+
+// Letters without a line follow each other by their codes. Those that differ in case only come
+// before the others, both by the code of the small one.
+static oracle_token unlined_letter(oracle &o, uint16_t small) {
+    constexpr uint32_t after_lines = 0xE0000000;
+    oracle_token t{.lined = false};
+    t.at.fill(uint32_t(o.weights.size() + 1));
+    t.at[0] = uint32_t(o.weights.size());
+    o.weights.push_back(after_lines + small);
+    return t;
+}
+
+// Gives both letters the weights of the small one, or of the one that has a line. Pairs with a line
+// come first, for a small letter may have several capitals.
+static void unite(oracle &o, letter_pair pair, bool first_level, bool lined) {
+    const oracle_token *const a = lined_token(o, pair.first), *const b =
+                                                                  lined_token(o, pair.second);
+    if (a && b && !first_level) return;
+    if (!a && !b && (lined || !o.total)) return; // !total: codes do not tell them apart
+    oracle_token both = b ? *b : a ? *a : unlined_letter(o, pair.second);
+    for (const uint16_t wide : {pair.first, pair.second}) {
+        both.chars = {wide};
+        o.of_char[wide] = uint32_t(o.tokens.size());
+        o.tokens.push_back(both);
+    }
+}
+
+bool weaken_oracle(oracle &o, strength keeps, const std::vector<letter_pair> &pairs) {
+    if (keeps == strength::all) return true;
+    const size_t of_case = level_of_case(o, pairs);
+    if (of_case == o.levels || (of_case == 0 && keeps == strength::letters)) return false;
+    for (const bool lined : {true, false})
+        for (const letter_pair &pair : pairs)
+            unite(o, pair, of_case == 0, lined);
+    o.levels = keeps == strength::letters ? 1 : std::max<size_t>(of_case, 1);
+    o.total = false;
+    return true;
+}
+
 } // namespace kovac
