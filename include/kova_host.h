@@ -39,8 +39,10 @@ KO_API int ko_secure_names(int on);
 
 /* Numbers beside those of ko_errnum. */
 enum {
-    KO_ENOLOCALE = 54, /* there is no such locale or data root */
-    KO_ENOCHAR = 55    /* a character that the code set lacks */
+    KO_ENOLOCALE = 54,  /* there is no such locale or data root */
+    KO_ENOCHAR = 55,    /* a character that the code set lacks */
+    KO_ENOCODESET = 56, /* there is no code set of this name */
+    KO_ENOCONV = 57     /* the data root has no conversion between these code sets */
 };
 
 /* Says in English what an error number means, without a point at its end; "an unknown error" for
@@ -208,6 +210,45 @@ KO_API int ko_utf16scoll(ko_lc_t loc, const char16_t *a, size_t alen, const char
  * represent. */
 KO_API int64_t ko_utf8sxfrm(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len);
 KO_API int64_t ko_utf16sxfrm(ko_lc_t loc, void *dst, size_t room, const char16_t *text, size_t len);
+
+/* ---- Conversion ---------------------------------------------------------------------------- */
+
+/* The number of a code set, whose name may be written in any usual way: "IBM-37", "cp037",
+ * "ibm037" and "37"; "ISO8859-1", "iso_8859-1" and "latin1". Names are those of the registry, in
+ * any case and with or without punctuation; a number, also after words such as "ibm", "cp" or
+ * "windows", is one that the registry has. The encodings of Unicode need no registry: utf8,
+ * utf16le, utf32be, utf32le, "unicode" (utf16be), and utf16, whose byte order a mark tells and
+ * which is most significant byte first without one. root  as for ko_open_conversion Returns the
+ * number, or -KO_ENOCODESET, -KO_ENULL, -KO_ENOMEM. */
+KO_API int ko_codeset_number(const char *root, const char *name);
+
+enum {
+    KO_CONVERT_KEEP_MARK = 16,  /* a byte-order mark at the start of a text is a character */
+    KO_CONVERT_WRITE_MARK = 32, /* texts in an encoding of Unicode begin with a mark */
+    KO_CONVERT_DIRECT = 64      /* not through another code set */
+};
+
+/* Opens a conversion between two code sets of one data root, for ko_miconv, ko_cv_mconv and
+ * ko_mconvlen; ko_cv_unload gives it back.
+ *   cd        gets the descriptor, NULL after a failure
+ *   root      a data root as for ko_open_locale; NULL searches as ko_cv_load does
+ *   from, to  names as ko_codeset_number takes them
+ *   flags     a sum of KO_CONVERT_... and KO_OPEN_VERIFY
+ * Between the encodings of Unicode no object is needed: all characters are converted, and of
+ * ill-formed text the error is at the first byte of what is no character. Other pairs have an
+ * object, or one each between them and UTF-8. A code set is also converted to itself, which checks
+ * the text. Returns 0 or the number of the error: KO_ENOCODESET; KO_ENOCONV; KO_EOBJECT an
+ * object is damaged or, with KO_OPEN_VERIFY, is not what its header says; KO_ENOMEM; KO_EIO;
+ * KO_ENULL; KO_ERANGE unknown flags.
+ *
+ * A mark at the start of a text in an encoding of Unicode is dropped, unless it is to be kept; that
+ * of utf16 always is. A conversion with a state serves a text in pieces, as conversions of stateful
+ * code sets do: the conv_state then keeps what the mark said, too. Where there is no room
+ * (KO_E2BIG), pointers, counts and state are those after the last character that was converted, so
+ * that the call can be repeated with more room; this does not hold for the objects of stateful code
+ * sets that are converted directly. Serialise the call with loading. */
+KO_API int ko_open_conversion(ko_cv_t *cd, const char *root, const char *from, const char *to,
+                              unsigned flags);
 
 #ifdef __cplusplus
 }

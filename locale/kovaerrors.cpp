@@ -57,6 +57,8 @@ static constexpr error_row error_texts[] = {
     {KO_ENOSYMBOL,   "a symbolic name is unknown"                                          },
     {KO_ENOLOCALE,   "there is no such locale or data root"                                },
     {KO_ENOCHAR,     "a character that the code set lacks"                                 },
+    {KO_ENOCODESET,  "there is no code set of this name"                                   },
+    {KO_ENOCONV,     "there is no conversion between these code sets"                      },
 };
 
 const char *ko_error_text(int number) {

@@ -31,16 +31,21 @@ static int no_file(ko_cv_t *cd, int result) { return hand_out(cd, &cd_fileerr, K
 
 // Stores a new, empty descriptor in *cd; without memory returns NULL and stores cd_enomem.
 static iconv_rec *new_descriptor(ko_cv_t *cd) {
-    ext_block<iconv_rec> block(1);
-    if (!block.p) {
+    iconv_rec *const cv = make_descriptor();
+    if (!cv) {
         hand_out(cd, &cd_enomem, KO_ENOMEM, -1);
         return nullptr;
     }
-    iconv_rec *cv = block.release();
-    *cv = {};
     *cd = cv;
     set_error(&cv->exports.exp, KO_OK);
     return cv;
+}
+
+iconv_rec *make_descriptor() {
+    ext_block<iconv_rec> block(1);
+    if (!block.p) return nullptr;
+    *block.p = {};
+    return block.release();
 }
 
 // ---- Choice of routines
@@ -372,6 +377,8 @@ int ko_cv_unload(ko_cv_t cd) {
     free_cv_flat(cv->flat_shift);
     free_ptr(cv->bytes);
     free_ptr(cv->exports.sb2sb_table);
+    for (iconv_rec *leg : cv->legs)
+        if (leg) ko_cv_unload(leg);
     ko_ext_free(cv);
     return 0;
 }

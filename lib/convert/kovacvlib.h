@@ -65,6 +65,17 @@ struct cv_bytes {
     cv_translate translate;
 };
 
+// What a conversion by rules of its own works on.
+struct cv_span {
+    const ko_mchar_t *in, *end; // end is NULL if a terminator ends the text
+    ko_mchar_t *out;
+    size_t room;
+    bool sub;
+};
+// Converts a piece of a text. Returns 0 or the error; the span and the state are those after the
+// last complete character in both cases, also where there is no room for the next one.
+typedef int (*cv_rules)(const iconv_rec *cv, conv_state *st, cv_span *s);
+
 struct iconv_rec {
     iconv_exports exports;
     int source_is_stateful;
@@ -94,7 +105,19 @@ struct iconv_rec {
     cv_flat *flat_noshift;
     cv_flat *flat_shift;
     cv_bytes *bytes;
+    // Of conversions without a table of their own; NULL for others.
+    cv_rules own;
+    unsigned char forms[2]; // encodings of Unicode, source and target
+    bool keeps_mark, writes_mark;
+    iconv_rec *legs[2]; // a way through UTF-8
 };
+
+// A new, empty descriptor; NULL without memory.
+iconv_rec *make_descriptor();
+// Gives a descriptor rules of its own.
+void set_own_rules(iconv_rec *cv, cv_rules rules);
+// Converts by any descriptor as by rules of its own; its error word is left alone.
+int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s);
 
 // Reads an object into a new descriptor and prepares it; -1 with the reason in its error word.
 int read_cv_object(text_in *in, iconv_rec *cv);
@@ -109,6 +132,8 @@ int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, in
 int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+// Measures by rules of its own: the room shrinks by what conversion would write.
+int measure_own(const iconv_rec *cv, conv_state *st, cv_span *s);
 
 // Derived tables (kovacvlib_flat.cpp).
 cv_flat *build_cv_flat(const mb_decode *table);

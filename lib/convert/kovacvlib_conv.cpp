@@ -366,11 +366,23 @@ int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **out
     return cv->miconv_fp(cv, inmbs, inlen, outmbs, outlen, sub);
 }
 
+static int count_own(iconv_rec *cv, conv_state *st, cursor *c) {
+    const size_t room = c->room > 0 ? size_t(c->room) : 0;
+    cv_span s = {c->in, c->endless ? nullptr : c->in + c->left, nullptr, room, false};
+    const int error = measure_own(cv, st, &s);
+    if (!c->endless) c->left = int(s.end - s.in);
+    c->in = s.in;
+    c->room -= int(room - s.room);
+    c->sub = s.sub;
+    return error ? failed(cv, error) : 0;
+}
+
 // Computes lengths; a text without a state is counted by the stateless rules.
 static int measure(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen, int *outlen,
                    int *sub) {
     call_cursor c(inmbs, inlen, nullptr, outlen, sub);
     conv_state whole = whole_text();
+    if (cv->own) return count_own(cv, st ? st : &whole, &c);
     if (cv->mtom_fn) return alg_convert(cv, st ? st : &whole, &c);
     if (!st || !stateful(cv)) return result_of(cv, mb_convert(cv, nullptr, &c));
     start_states(cv, st);

@@ -1,7 +1,7 @@
 // Makes the tables between Unicode and the wide characters of a code set from its conversions.
 #include "host/kovahost_map.h"
 
-#include "convert/kovacvlib.h"
+#include "host/kovahost_object.h"
 #include "locale/kovaobject.h"
 
 static constinit const ko_wchar_t no_wide[256] = {};
@@ -97,62 +97,12 @@ void free_host_map(const host_map *map) {
 
 // ---- Reading ----
 
-namespace {
-struct cv_file {
-    void *stream = nullptr;
-    unsigned char *bytes = nullptr;
-    size_t size = 0;
-    iconv_rec *rec = nullptr;
-
-    cv_file() = default;
-    cv_file(const cv_file &) = delete;
-    cv_file &operator=(const cv_file &) = delete;
-    ~cv_file() {
-        if (stream) ko_ext_fclose(stream);
-        free_ptr(bytes);
-        if (rec) ko_cv_unload(rec);
-    }
-};
-} // namespace
-
-static int open_cv(const kovaloc *loc, const char *name, cv_file *file) {
-    int error = KO_OK;
-    if (loc->origin.root) {
-        char *path;
-        file->stream = path_search_below(loc->origin.root, name, "cv", "9", &path, &error);
-        free_ptr(path);
-    } else {
-        gen_exports scratch = {};
-        const errno_guard kept(&scratch);
-        file->stream = ko_path_search(&scratch, name, "cv", "9");
-        error = file->stream ? KO_OK : error_of(&scratch);
-    }
-    return file->stream ? KO_OK : error ? error : KO_EFILE;
-}
-
-static int read_cv(const kovaloc *loc, const char *name, cv_file *file) {
-    if (const int error = open_cv(loc, name, file)) return error;
-    file->bytes = read_any_bytes(file->stream, &file->size);
-    if (!file->bytes) return KO_ENOMEM;
-    if (ko_ext_ferror(file->stream)) return KO_EIO;
-    if (loc->origin.verified && ko_verify_object(file->bytes, file->size, nullptr))
-        return KO_EOBJECT;
-    ext_block<iconv_rec> block(1);
-    if (!block.p) return KO_ENOMEM;
-    *block.p = {};
-    file->rec = block.release();
-    const unsigned failures = failed_allocations();
-    const errno_guard kept(&file->rec->exports.exp);
-    text_in in = {.pos = file->bytes, .end = file->bytes + file->size};
-    if (!read_cv_object(&in, file->rec)) return KO_OK;
-    return failed_allocations() != failures ? KO_ENOMEM : KO_EOBJECT;
-}
-
 static int add_conversion(const kovaloc *loc, uint16_t from, uint16_t to, cv_walk walk) {
     char name[14];
     ko_cs_nums2cv_fname(nullptr, from, to, name, nullptr);
     cv_file file;
-    if (const int error = read_cv(loc, name, &file)) return error;
+    const data_origin origin = {loc->origin.root, loc->origin.verified};
+    if (const int error = read_cv(origin, name, &file)) return error;
     if (file.rec->source_is_stateful || file.rec->target_is_stateful) return KO_ECODESET;
     object_facts facts;
     if (walk.entry == add_wide)

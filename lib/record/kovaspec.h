@@ -25,6 +25,12 @@ struct registry_choice {
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.
 uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error);
+// The same for a name however it is written: without regard to case and punctuation, and by its
+// number after words such as "ibm" or "cp", if the registry has a code set of that number.
+uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error);
+// The letters and digits of a name, in lower case; out has cs_name_max + 1.
+void fold_cs_name(const char *name, char *out);
+int number_in_cs_name(const char *folded); // 37 of "ibm037", -1 for none
 // The file name that a specification stands for; false, with out undefined, for any other text. out
 // has spec_room.
 bool spec_to_fname(const char *spec, const registry_choice &registry, const char *dir, char *out);

@@ -200,14 +200,6 @@ uint16_t find_cs_num(const char *name, const registry_choice &registry, int *err
     return KO_NO_CODESET;
 }
 
-uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry) {
-    if (!name) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
-    int error = KO_OK;
-    const uint16_t number = find_cs_num(name, {registry, false}, &error);
-    if (error) set_error(handle, error);
-    return number;
-}
-
 static void free_blocks(registry_block *list) {
     while (list) {
         registry_block *const next = list->next;
@@ -246,6 +238,111 @@ static int read_entries(registry_text *text, registry_block **list) {
         if (!skip_line(text)) break;
     }
     return KO_OK;
+}
+
+// ---- Names however they are written ----
+
+static uint16_t fail_search(int *error, int why) {
+    *error = why;
+    return KO_NO_CODESET;
+}
+
+void fold_cs_name(const char *name, char *out) {
+    int len = 0;
+    for (; *name && len < cs_name_max; ++name) {
+        const char c = spec_lower(*name);
+        if (is_spec_digit(c) || (c >= 'a' && c <= 'z')) out[len++] = c;
+    }
+    out[len] = 0;
+}
+
+int number_in_cs_name(const char *folded) {
+    static constexpr const char *words[] = {"ibm", "cp",  "ccsid", "windows",  "win",
+                                            "ms",  "dos", "csibm", "cswindows"};
+    for (const char *word : words) {
+        const size_t len = strlen(word);
+        if (strncmp(folded, word, len) != 0 || !is_spec_digit(folded[len])) continue;
+        folded += len;
+        break;
+    }
+    unsigned value = 0;
+    for (const char *digit = folded; *digit; ++digit) {
+        if (!is_spec_digit(*digit) || digit - folded > 5) return -1;
+        value = value * 10 + unsigned(*digit - '0');
+    }
+    return *folded && value < KO_NO_CODESET ? int(value) : -1;
+}
+
+namespace {
+struct loose_search {
+    char name[cs_name_max + 1]; // folded
+    int number;                 // in it, or -1
+    int by_name, by_number;     // what was found, or -1
+};
+} // namespace
+
+static void compare_entry(loose_search *search, const char *entry, int number) {
+    char folded[cs_name_max + 1];
+    fold_cs_name(entry, folded);
+    if (search->by_name < 0 && !strcmp(folded, search->name)) search->by_name = number;
+    if (number == search->number) search->by_number = number;
+}
+
+static void compare_blocks(loose_search *search, const registry_block *block) {
+    for (; block; block = block->next) {
+        const char *const end = block->entries + block->used;
+        for (const char *at = block->entries; at < end; at += strlen(at) + 1) {
+            uint16_t number;
+            memcpy(&number, at, sizeof number);
+            at += sizeof number;
+            compare_entry(search, at, number);
+        }
+    }
+}
+
+static int compare_source(loose_search *search, const registry_choice &registry) {
+    if (!registry.uncached && kova_registry_list_cache) {
+        compare_blocks(search, kova_registry_list_cache);
+        return KO_OK;
+    }
+    if (!registry.uncached && kova_registry_array_cache) {
+        for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
+            compare_entry(search, row->cs_name, row->cs_num);
+        return KO_OK;
+    }
+    int error = KO_OK;
+    FILE *const file = open_registry(registry.file, &error);
+    if (!file) return error;
+    registry_text text(file);
+    registry_block *list = nullptr;
+    error = read_entries(&text, &list);
+    if (ferror(file)) error = KO_EIO;
+    fclose(file);
+    compare_blocks(search, list);
+    free_blocks(list);
+    return error;
+}
+
+uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error) {
+    int exact = KO_OK;
+    const uint16_t number = find_cs_num(name, registry, &exact);
+    if (!exact) return number;
+    loose_search search = {{}, -1, -1, -1};
+    if (strlen(name) > cs_name_max) return fail_search(error, KO_EINVAL);
+    fold_cs_name(name, search.name);
+    search.number = number_in_cs_name(search.name);
+    if (const int why = compare_source(&search, registry)) return fail_search(error, why);
+    if (search.by_name >= 0 && *search.name) return uint16_t(search.by_name);
+    if (search.by_number >= 0) return uint16_t(search.by_number);
+    return fail_search(error, KO_EINVAL);
+}
+
+uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry) {
+    if (!name) return fail(handle, KO_EINVAL, uint16_t{KO_NO_CODESET});
+    int error = KO_OK;
+    const uint16_t number = find_cs_num(name, {registry, false}, &error);
+    if (error) set_error(handle, error);
+    return number;
 }
 
 void ko_cache_registry(void *handle, const char *registry) {

@@ -38,6 +38,16 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     writes("930 -t sjis", mixed_sjis, mixed_930);         // through utf8
     writes("ISO-8859-1 -t koi8-r", "a\xbf\n", "a\xa9\n"); // through utf8
     writes("utf8 -t utf-8", mixed, mixed);                // the same
+    // The encodings of Unicode need no object, and names are those that people write.
+    writes("UTF_8 -t unicode", "\xd8\x42\xdf\xb7", "𠮷");
+    writes("utf8 -t UTF-16LE --bom", "\xff\xfe\x42\xd8\xb7\xdf", "𠮷");
+    writes("utf-16 -t shift-jis", "\x8a\xbf", "\xff\xfe\x22\x6f");
+    writes("utf-8 -t cp037", "\xc1",
+           "\xef\xbb\xbf"
+           "A");
+    writes("utf-8 -t UTF-32BE --keep-bom", "\0\0\xfe\xff\0\0\0A"s,
+           "\xef\xbb\xbf"
+           "A");
     writes("sjis -t 930 -v", "", "", "sjis to 930 through utf8: ");
     const std::string host = repeated(mixed_930, 60000); // several blocks
     spit(dir / "t930", host);
@@ -109,6 +119,11 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
           "Caf字é", "\xc3\x62\x67\x0e\x48\xf2");
     fails(1, "sjis -t eucjp", "2:1: byte offset 1: the byte 5c is U+00A5 (¥), which eucjp lacks",
           "\n\\", "\n");
+    fails(1, "utf-8 -t utf8", "1:2: byte offset 1: the byte ff does not begin", "a\xff", "a");
+    fails(1, "utf-16 -t utf8", "2:2: byte offset 8: the bytes 00 dc are not a character of utf-16",
+          "\xff\xfe"
+          "a\0\n\0b\0\0\xdc"s,
+          "a\nb");
     fails(1, "utf8 -t sjis -o new", late, many + "\xffz\n");
     EXPECT_FALSE(fs::exists(dir / "new"));
 }
@@ -185,7 +200,7 @@ TEST_F(KovaConvert, ReplacesItsInputInOneStep) {
 TEST_F(KovaConvert, TellsWhatIsMissing) {
     fs::create_directories(dir / "broken/kova/cv9");
     spit(dir / "broken/kova/cv9/033301b5.cvo", "FILE_TYPE=other\n");
-    fails(3, "convert -f sjiss -t utf8", "no code set is called \"sjiss\"; there are sjis");
+    fails(3, "convert -f sjist -t utf8", "no code set is called \"sjist\"; there are sjis");
     fails(3, "convert -f utf8 -t KOI8-U", "no conversion from utf8 to KOI8-U, nor through");
     fails(2, "convert -t utf8", "-f CODESET and -t CODESET");
     fails(3, "convert -f utf8 -t sjis --root nowhere", "there is no directory nowhere");

@@ -405,6 +405,10 @@ void add_convert(CLI::App &app, arguments &args) {
             "Let other characters stand for those that the conversion object replaces by them")
         ->excludes("--skip")
         ->excludes("--replace");
+    command.add_flag("--bom", o.writes_mark,
+                     "Begin the output with a byte-order mark, in an encoding of Unicode");
+    command.add_flag("--keep-bom", o.keeps_mark,
+                     "Convert a byte-order mark at the start of the input instead of dropping it");
     command.add_flag("--report", o.report,
                      "Continue as --skip does, and report how much was substituted, unmapped, "
                      "invalid or cut off, and the first places");

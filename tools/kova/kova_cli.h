@@ -152,6 +152,7 @@ struct convert_options {
     std::string out;
     std::string replacement; // what --replace gives
     bool skip = false, replace = false, accept = false, report = false, list = false;
+    bool keeps_mark = false, writes_mark = false;
     bool verbose = false, progress = true;
 };
 int run_convert(const common_options &common, const convert_options &options);

@@ -36,7 +36,7 @@ struct convert_job {
     route way, to_utf8, from_utf8, back;
     bool has_to_utf8 = false, has_from_utf8 = false, has_back = false;
     bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
-    bool between_unicode = false; // utf8 and unicode, in either direction
+    bool by_mark = false; // the byte order of the source, and so its newline, is in its first bytes
     std::string newline = "\n", replacement, closing;
     bool replacement_is_utf8 = false;
     byte_buffer converted, scratch;
@@ -61,6 +61,14 @@ const unsigned char *bytes_of(std::string_view text) {
 
 int &source_state(route_state &st) { return st.leg[0].source_state; }
 
+// A state inside a text, as far as the source tells: shifted or not, and its byte order.
+route_state inside(const conv_state &source) {
+    route_state st;
+    st.leg[0].source_state = source.source_state;
+    st.leg[0].ext_state = source.ext_state;
+    return st;
+}
+
 // ---- places ----
 
 uint64_t utf8_characters(const unsigned char *text, size_t len) {
@@ -69,7 +77,8 @@ uint64_t utf8_characters(const unsigned char *text, size_t len) {
 }
 
 // The number of characters in valid source text that starts in a given shift state.
-uint64_t characters(convert_job &job, const unsigned char *text, size_t len, int shifted) {
+uint64_t characters(convert_job &job, const unsigned char *text, size_t len,
+                    const conv_state &from) {
     if (job.is_utf8) return utf8_characters(text, len);
     if (job.is_utf16) {
         uint64_t count = 0;
@@ -78,8 +87,7 @@ uint64_t characters(convert_job &job, const unsigned char *text, size_t len, int
         return count;
     }
     if (job.one_byte || !job.has_to_utf8) return len;
-    route_state st;
-    source_state(st) = shifted;
+    route_state st = inside(from);
     uint64_t count = 0;
     for (size_t at = 0; at < len;) {
         const run_result got = run(job.to_utf8, st, text + at, len - at, false, job.scratch);
@@ -93,7 +101,7 @@ uint64_t characters(convert_job &job, const unsigned char *text, size_t len, int
 
 // Moves a place over valid text.
 void advance(convert_job &job, text_place &place, const unsigned char *text, size_t len,
-             int shifted) {
+             conv_state from) {
     const size_t unit = job.newline.size();
     size_t tail = 0;
     uint64_t lines = 0;
@@ -112,9 +120,11 @@ void advance(convert_job &job, text_place &place, const unsigned char *text, siz
     }
     place.offset += len;
     place.line += lines;
-    if (lines > 0) place.column = 1;
-    // A line begins unshifted: its end is a character of the unshifted state.
-    place.column += characters(job, text + tail, len - tail, lines > 0 ? 0 : shifted);
+    if (lines > 0) {
+        place.column = 1;
+        from.source_state = 0; // the end of a line is a character of the unshifted state
+    }
+    place.column += characters(job, text + tail, len - tail, from);
 }
 
 std::string place_text(const input &in, const text_place &place) {
@@ -140,8 +150,7 @@ int source_character(convert_job &job, const unsigned char *text, size_t len, ui
     }
     if (!job.has_to_utf8) return 0;
     for (size_t count = 1; count <= std::min<size_t>(len, 4); ++count) {
-        route_state st;
-        source_state(st) = source_state(job.st);
+        route_state st = inside(job.st.leg[0]);
         const run_result got = run(job.to_utf8, st, text, count, false, job.scratch);
         if (got.error == KO_EINVAL) continue;
         const bool whole = got.error == KO_OK && job.scratch.used > 0;
@@ -156,8 +165,7 @@ bool knows_source(const convert_job &job) { return job.is_utf8 || job.is_utf16 |
 
 // Tries to convert the first bytes of text by themselves; returns the error.
 int trial(convert_job &job, const unsigned char *text, size_t len) {
-    route_state st;
-    source_state(st) = source_state(job.st);
+    route_state st = inside(job.st.leg[0]);
     return run(job.has_to_utf8 && job.to_utf8.legs > 0 ? job.to_utf8 : job.way, st, text, len,
                false, job.scratch)
         .error;
@@ -222,11 +230,8 @@ std::string trouble_text(const convert_job &job, const bad_input &bad) {
     const std::string subject = (bad.seen == 1 ? "the byte " : "the bytes ") + bytes;
     switch (bad.why) {
     case fault::missing: {
-        const std::string text = character_text(bad.bytes.data(), bad.seen, bad.code);
-        if (job.between_unicode)
-            return text + ", which the conversion object lacks; kovac convert --supplementary "
-                          "compiles one with all planes";
-        return text + ", which " + job.way.to.name + " lacks";
+        return character_text(bad.bytes.data(), bad.seen, bad.code) + ", which " + job.way.to.name +
+               " lacks";
     }
     case fault::cut:
         return "the text ends inside a character of " + job.way.from.name + " (" + bytes + ")";
@@ -327,10 +332,9 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
 // ---- what was converted to another character ----
 
 // The code point of the first character of a text that has a route to utf8.
-uint32_t first_point(convert_job &job, route &to_utf8, int state, const unsigned char *text,
-                     size_t len) {
-    route_state st;
-    source_state(st) = state;
+uint32_t first_point(convert_job &job, route &to_utf8, const conv_state &from,
+                     const unsigned char *text, size_t len) {
+    route_state st = inside(from);
     uint32_t point = no_code_point;
     const run_result got = run(to_utf8, st, text, len, false, job.scratch);
     const bool whole = got.error == KO_OK && got.taken == len && job.scratch.used > 0;
@@ -352,10 +356,10 @@ void find_points(convert_job &job, flagged_character &c) {
     if (job.is_utf8 || job.is_utf16)
         source_character(job, c.text, c.len, c.point);
     else if (job.has_to_utf8)
-        c.point = first_point(job, job.to_utf8, source_state(c.before), c.text, c.len);
+        c.point = first_point(job, job.to_utf8, c.before.leg[0], c.text, c.len);
+    const conv_state shifted = {.source_state = target_state(job.way, c.before)};
     if (job.has_back)
-        c.made_point = first_point(job, job.back, target_state(job.way, c.before),
-                                   c.made.room.data(), c.made.used);
+        c.made_point = first_point(job, job.back, shifted, c.made.room.data(), c.made.used);
 }
 
 std::string substitution_text(const convert_job &job, const flagged_character &c) {
@@ -417,7 +421,7 @@ size_t convert_flagged(convert_job &job, const input &in, output &out, const uns
             write_flagged(job, in, out, c, next);
         else
             write(out, made.text());
-        advance(job, job.place, text + at, got.taken, source_state(job.st));
+        advance(job, job.place, text + at, got.taken, job.st.leg[0]);
         job.st = next;
         at += got.taken;
         piece *= 2;
@@ -442,7 +446,7 @@ bool convert_piece(convert_job &job, input &in, output &out) {
         got.closed = false;
     } else {
         write(out, job.converted.text());
-        advance(job, job.place, text, got.taken, before.leg[0].source_state);
+        advance(job, job.place, text, got.taken, before.leg[0]);
     }
     job.closed = got.closed;
     take(in, got.taken);
@@ -462,6 +466,12 @@ void convert_file(convert_job &job, const std::string &path, output &out) {
         leg.first_frag = 1;
     job.place = {};
     job.closed = false;
+    if (job.by_mark) {
+        while (in.fill < 2 && more(in)) {
+        }
+        const bool little = in.fill >= 2 && in.block[0] == 0xFF && in.block[1] == 0xFE;
+        job.newline = little ? std::string("\n\0", 2) : std::string("\0\n", 2);
+    }
     do {
         while (convert_piece(job, in, out))
             report_progress(job);
@@ -500,9 +510,8 @@ void learn_source(const data_place &place, convert_job &job) {
     const code_set utf8 = utf8_code_set();
     job.is_utf8 = same_code_set(job.way.from, utf8);
     job.is_utf16 = same_code_set(job.way.from, unicode_code_set());
+    job.by_mark = same_code_set(job.way.from, find_code_set("utf16"));
     if (job.is_utf16) job.newline = std::string("\0\n", 2);
-    job.between_unicode = job.is_utf8 ? same_code_set(job.way.to, unicode_code_set())
-                                      : job.is_utf16 && same_code_set(job.way.to, utf8);
     if (job.is_utf8 || job.is_utf16) return;
     job.one_byte = has_single_bytes(job);
     job.has_to_utf8 = open_route(place, job.way.from, utf8, job.to_utf8);
@@ -583,12 +592,16 @@ void tell_findings(const convert_job &job) {
 } // namespace
 
 int run_convert(const common_options &common, const convert_options &options) {
-    const data_place place = find_data(common, data_kind::conversions);
+    const bool by_rule = is_unicode(options.from) && is_unicode(options.to);
+    const data_place place = by_rule ? data_place{} : find_data(common, data_kind::conversions);
     if (options.list) return list_code_sets(place);
     convert_job job;
     job.options = &options;
     job.goes_on = options.skip || options.replace || options.report;
-    open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way);
+    const unsigned marks = (options.keeps_mark ? unsigned{KO_CONVERT_KEEP_MARK} : 0) |
+                           (options.writes_mark ? unsigned{KO_CONVERT_WRITE_MARK} : 0);
+    open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way,
+                      marks);
     learn_source(place, job);
     learn_replacement(place, common, job);
     if (options.verbose) tell_way(job);

@@ -11,6 +11,7 @@
 
 #include "kova.h"
 #include "kova/kova_locale.h"
+#include "kova_host.h"
 
 namespace kovacli {
 
@@ -23,6 +24,7 @@ struct code_set {
 code_set find_code_set(const std::string &name);
 code_set utf8_code_set();
 code_set unicode_code_set();
+bool is_unicode(const std::string &name); // one of the encodings that need no object
 bool same_code_set(const code_set &a, const code_set &b);
 
 struct registry_entry {
@@ -64,13 +66,15 @@ struct route_state {
     std::array<conv_state, 2> leg{};
 };
 
-// Opens the object of the pair, or those of a route through "utf8" or "unicode". False if there is
-// no route; throws failure for an object that cannot be loaded.
-bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way);
+// Opens the object of the pair, or those of a route through "utf8" or "unicode"; the encodings of
+// Unicode need none between them. flags: KO_CONVERT_..._MARK. False if there is no route; throws
+// failure for an object that cannot be loaded.
+bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way,
+                unsigned flags = KO_CONVERT_KEEP_MARK);
 
 // Opens a route that must exist: throws failure, which tells what could have been meant.
 void open_needed_route(const data_place &place, const code_set &from, const code_set &to,
-                       route &way);
+                       route &way, unsigned flags = KO_CONVERT_KEEP_MARK);
 
 // Writes the list of code sets and compiled pairs to standard output.
 int list_code_sets(const data_place &place);

@@ -128,8 +128,8 @@ static std::string similar_names(const std::string &name) {
 }
 
 void open_needed_route(const data_place &place, const code_set &from, const code_set &to,
-                       route &way) {
-    if (open_route(place, from, to, way)) return;
+                       route &way, unsigned flags) {
+    if (open_route(place, from, to, way, flags)) return;
     for (const code_set &set : {from, to}) {
         if (set.number == KO_NO_CODESET)
             throw failure(bad_locale, "no code set is called \"" + set.name + "\"" +

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <set>
 
 #include "kova/kova_convert.h"
 #include "kova/kova_platform.h"
@@ -12,13 +13,32 @@ namespace kovacli {
 
 code_set find_code_set(const std::string &name) {
     refuse_path("code set", name);
-    return {name, name.empty() ? uint16_t(KO_NO_CODESET) : code_set_number(name)};
+    if (name.empty()) return {name, KO_NO_CODESET};
+    if (const uint16_t exact = code_set_number(name); exact != KO_NO_CODESET) return {name, exact};
+    const int number = ko_codeset_number(nullptr, name.c_str());
+    return {name, number < 0 ? uint16_t(KO_NO_CODESET) : uint16_t(number)};
 }
 code_set utf8_code_set() { return find_code_set("utf8"); }
 code_set unicode_code_set() { return find_code_set("unicode"); }
 
 bool same_code_set(const code_set &a, const code_set &b) {
     return a.number == b.number && (a.number != KO_NO_CODESET || a.name == b.name);
+}
+
+// The encodings of Unicode are converted without objects.
+static bool is_unicode(int number) {
+    static const std::set<int> numbers = [] {
+        std::set<int> found;
+        for (const char *name : {"utf8", "unicode", "utf16le", "utf16", "utf32be", "utf32le"})
+            found.insert(ko_codeset_number(nullptr, name));
+        return found;
+    }();
+    return numbers.contains(number);
+}
+static bool is_unicode(const code_set &set) { return is_unicode(set.number); }
+
+bool is_unicode(const std::string &name) {
+    return is_unicode(ko_codeset_number(nullptr, name.c_str()));
 }
 
 static std::string lower_case(std::string text) {
@@ -72,36 +92,48 @@ std::string object_path(const data_place &place, const code_set &from, const cod
     return existing(place, from.name + "_" + to.name + ".cvo");
 }
 
-// Opens the object of a pair. False if it has none.
-static bool open_leg(const data_place &place, const code_set &from, const code_set &to,
-                     descriptor &leg, std::string &path) {
-    path = object_path(place, from, to);
-    if (path.empty()) return false;
-    const std::string file = path.substr(path.find_last_of('/') + 1);
-    if (ko_iconv_open1(&leg.cd, file.c_str()) == 0) return true;
-    const int error = *ko_ext_errno(leg.cd);
-    throw failure(bad_locale,
-                  path + (error == KO_ENOMEM ? " cannot be loaded: damaged, or memory is exhausted"
-                                             : " is damaged or not a conversion object (error " +
-                                                   std::to_string(error) +
-                                                   "); compile it again with kovac convert"));
+static bool has_leg(const data_place &place, const code_set &from, const code_set &to) {
+    return (is_unicode(from) && is_unicode(to)) || !object_path(place, from, to).empty();
 }
 
-bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way) {
+// Opens what converts a pair in one step. False if there is nothing.
+static bool open_leg(const data_place &place, const code_set &from, const code_set &to,
+                     unsigned flags, descriptor &leg, std::string &path) {
+    const bool by_rule = is_unicode(from) && is_unicode(to);
+    path = by_rule ? "no object is needed" : object_path(place, from, to);
+    if (path.empty()) return false;
+    int error = KO_ENOCONV;
+    if (by_number(from, to))
+        error = ko_open_conversion(&leg.cd, nullptr, std::to_string(from.number).c_str(),
+                                   std::to_string(to.number).c_str(), flags | KO_CONVERT_DIRECT);
+    if (error == KO_ENOCONV) { // its object goes by names
+        const std::string file = path.substr(path.find_last_of('/') + 1);
+        if (ko_iconv_open1(&leg.cd, file.c_str()) == 0) return true;
+        error = *ko_ext_errno(leg.cd);
+    }
+    if (error == KO_OK) return true;
+    if (error == KO_ENOMEM) throw std::bad_alloc();
+    throw failure(bad_locale, path + " is damaged or not a conversion object (error " +
+                                  std::to_string(error) + "); compile it again with kovac convert");
+}
+
+bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way,
+                unsigned flags) {
     way.from = from;
     way.to = to;
     way.legs = 0;
-    if (same_code_set(from, to)) return true;
+    if (same_code_set(from, to) && !is_unicode(from)) return true;
     way.legs = 1;
-    if (open_leg(place, from, to, way.leg[0], way.files[0])) return true;
+    if (open_leg(place, from, to, flags, way.leg[0], way.files[0])) return true;
     way.legs = 2;
     for (const code_set &middle : {utf8_code_set(), unicode_code_set()}) {
         if (same_code_set(from, middle) || same_code_set(to, middle) ||
-            object_path(place, from, middle).empty() || object_path(place, middle, to).empty())
+            !has_leg(place, from, middle) || !has_leg(place, middle, to))
             continue;
         way.through = middle.name;
-        return open_leg(place, from, middle, way.leg[0], way.files[0]) &&
-               open_leg(place, middle, to, way.leg[1], way.files[1]);
+        return open_leg(place, from, middle, flags & ~unsigned{KO_CONVERT_WRITE_MARK}, way.leg[0],
+                        way.files[0]) &&
+               open_leg(place, middle, to, flags | KO_CONVERT_KEEP_MARK, way.leg[1], way.files[1]);
     }
     way.legs = 0;
     return false;

@@ -1,0 +1,325 @@
+// Conversion between the encodings of Unicode: text is decoded to units of UTF-16, a block at a
+// time, and encoded from these. A text that has no mark and no byte order is most significant byte
+// first.
+#include "host/kovahost_form.h"
+
+#include "host/kovahost_made.h"
+#include "host/kovahost_simd.h"
+
+#include <bit>
+
+// ---- The state of a text ----
+
+// Bits of ext_state, which is cleared at the start of a text.
+enum : uintptr_t {
+    mark_seen = 1,    // the start of the source has been examined for a mark
+    is_reversed = 2,  // the mark of utf16 says: least significant byte first
+    mark_written = 4, // the mark of the target is written, or not wanted
+    state_bits = 3    // of one conversion
+};
+
+static uintptr_t bits_of(const conv_state *st) {
+    return reinterpret_cast<uintptr_t>(st->ext_state);
+}
+static void set_bits(conv_state *st, uintptr_t bits) {
+    st->ext_state = reinterpret_cast<void *>(bits); // never dereferenced
+}
+
+leg_states split_state(const conv_state *st) {
+    leg_states legs = {
+        {*st, *st}
+    };
+    const uintptr_t bits = st->first_frag ? 0 : bits_of(st);
+    set_bits(&legs.leg[0], bits & ((uintptr_t{1} << state_bits) - 1));
+    set_bits(&legs.leg[1], bits >> state_bits);
+    legs.leg[0].target_state = 0;
+    legs.leg[1].source_state = 0;
+    return legs;
+}
+
+void join_states(const leg_states *legs, conv_state *st) {
+    st->source_state = legs->leg[0].source_state;
+    st->target_state = legs->leg[1].target_state;
+    set_bits(st, bits_of(&legs->leg[0]) | bits_of(&legs->leg[1]) << state_bits);
+}
+
+// ---- Units of other byte orders ----
+
+static constexpr bool host_is_little = std::endian::native == std::endian::little;
+
+static bool is_little(text_form form, const conv_state *st) {
+    return form == text_form::utf16le || form == text_form::utf32le ||
+           (form == text_form::utf16 && bits_of(st) & is_reversed);
+}
+
+static ko_wchar_t swapped(ko_wchar_t unit) { return ko_wchar_t(unit << 8 | unit >> 8); }
+
+static uint32_t get_code(const ko_mchar_t *p, bool little) {
+    return little ? p[0] | uint32_t{p[1]} << 8 | uint32_t{p[2]} << 16 | uint32_t{p[3]} << 24
+                  : p[3] | uint32_t{p[2]} << 8 | uint32_t{p[1]} << 16 | uint32_t{p[0]} << 24;
+}
+static void put_code(ko_mchar_t *p, uint32_t code, bool little) {
+    for (int i = 0; i < 4; ++i)
+        p[i] = uint8_t(code >> (little ? 8 * i : 24 - 8 * i));
+}
+
+// ---- Decoding ----
+
+namespace {
+// A block of decoded text. Its last character is whole.
+struct unit_block {
+    ko_wchar_t units[512];
+    size_t count;
+    bool is_full() const { return count + 2 > sizeof units / sizeof *units; }
+};
+} // namespace
+
+// The beginning of a character that reaches the end may go on in the next piece.
+static int bad_utf8(const ko_mchar_t *p, utf8_step step, const ko_mchar_t *end) {
+    const bool cut = p + step.bytes == end && *p - 0xC2u <= 0xF4 - 0xC2;
+    return cut ? int{KO_EINVAL} : int{KO_EILSEQ};
+}
+
+static int decode_utf8(const ko_mchar_t **p, const ko_mchar_t *end, unit_block *b) {
+    const size_t room = sizeof b->units / sizeof *b->units;
+    while (*p != end && !b->is_full()) {
+        const run_of run = convert_run(b->units + b->count, room - b->count, *p, size_t(end - *p));
+        *p += run.taken;
+        b->count += run.made;
+        for (int few = run.taken ? 4 : 16; few && *p != end && !b->is_full(); --few) {
+            const utf8_step step = utf8_char(*p, end);
+            if (step.code == no_code) return bad_utf8(*p, step, end);
+            b->count += units_of(b->units + b->count, step.code);
+            *p += step.bytes;
+        }
+    }
+    return KO_OK;
+}
+
+// Counts whole characters among n units; the text has no more than these if they are the last.
+static size_t whole_units(const ko_wchar_t *units, size_t n, bool last, int *error) {
+    size_t good = 0;
+    while (good < n) {
+        if ((units[good] & 0xF800) != 0xD800) {
+            ++good;
+            continue;
+        }
+        if (good + 1 == n && !is_low_unit(units[good])) {
+            *error = last ? int{KO_EINVAL} : int{KO_OK}; // the other half goes with the next block
+            break;
+        }
+        if (is_low_unit(units[good]) || !is_low_unit(units[good + 1])) {
+            *error = KO_EILSEQ;
+            break;
+        }
+        good += 2;
+    }
+    return good;
+}
+
+static int decode_utf16(const ko_mchar_t **p, const ko_mchar_t *end, bool little, unit_block *b) {
+    while (end - *p >= 2 && !b->is_full()) {
+        const size_t room = sizeof b->units / sizeof *b->units - b->count;
+        const size_t left = size_t(end - *p) / 2, n = left < room ? left : room;
+        ko_wchar_t *const units = b->units + b->count;
+        memcpy(units, *p, 2 * n);
+        unsigned surrogates = 0;
+        for (size_t i = 0; i < n; ++i) {
+            if (little != host_is_little) units[i] = swapped(units[i]);
+            surrogates |= (units[i] & 0xF800) == 0xD800;
+        }
+        int error = KO_OK;
+        const size_t good = surrogates ? whole_units(units, n, n == left, &error) : n;
+        b->count += good;
+        *p += 2 * good;
+        if (error || good < n) return error;
+    }
+    return *p != end && end - *p < 2 ? int{KO_EINVAL} : int{KO_OK};
+}
+
+static int decode_utf32(const ko_mchar_t **p, const ko_mchar_t *end, bool little, unit_block *b) {
+    for (; end - *p >= 4 && !b->is_full(); *p += 4) {
+        const uint32_t code = get_code(*p, little);
+        if (code > 0x10FFFF || (code & ~0x7FFu) == 0xD800) return KO_EILSEQ;
+        b->count += units_of(b->units + b->count, code);
+    }
+    return *p != end && end - *p < 4 ? int{KO_EINVAL} : int{KO_OK};
+}
+
+static int decode(text_form form, bool little, const ko_mchar_t **p, const ko_mchar_t *end,
+                  unit_block *b) {
+    b->count = 0;
+    if (form == text_form::utf8) return decode_utf8(p, end, b);
+    if (form < text_form::utf32be) return decode_utf16(p, end, little, b);
+    return decode_utf32(p, end, little, b);
+}
+
+// ---- Encoding ----
+
+static unsigned code_at(const ko_wchar_t *units, size_t *len) {
+    *len = is_high_unit(*units) ? 2 : 1;
+    return *len == 2 ? (units[0] - 0xD7C0u) << 10 | (units[1] & 0x3FFu) : units[0];
+}
+
+static size_t encode_utf8(const unit_block *b, cv_span *s) {
+    size_t at = 0;
+    while (at < b->count) {
+        const run_of run = convert_run(s->out, s->room, b->units + at, b->count - at);
+        at += run.taken;
+        s->out += run.made;
+        s->room -= run.made;
+        for (int few = run.taken ? 4 : 16; few && at < b->count; --few) {
+            size_t len;
+            unsigned char bytes[longest_char];
+            const size_t made = units_of(bytes, code_at(b->units + at, &len));
+            if (made > s->room) return at;
+            for (size_t i = 0; i < made; ++i)
+                s->out[i] = bytes[i];
+            s->out += made;
+            s->room -= made;
+            at += len;
+        }
+    }
+    return at;
+}
+
+static size_t encode_utf16(const unit_block *b, bool little, cv_span *s) {
+    size_t n = b->count < s->room / 2 ? b->count : s->room / 2;
+    if (n && n < b->count && is_high_unit(b->units[n - 1])) --n;
+    for (size_t i = 0; i < n; ++i) {
+        const ko_wchar_t unit = little == host_is_little ? b->units[i] : swapped(b->units[i]);
+        memcpy(s->out + 2 * i, &unit, 2);
+    }
+    s->out += 2 * n;
+    s->room -= 2 * n;
+    return n;
+}
+
+static size_t encode_utf32(const unit_block *b, bool little, cv_span *s) {
+    size_t at = 0;
+    for (size_t len; at < b->count && s->room >= 4; at += len) {
+        put_code(s->out, code_at(b->units + at, &len), little);
+        s->out += 4;
+        s->room -= 4;
+    }
+    return at;
+}
+
+// Writes a block as far as there is room; returns the units written.
+static size_t encode(text_form form, const unit_block *b, cv_span *s) {
+    if (form == text_form::utf8) return encode_utf8(b, s);
+    const bool little = form == text_form::utf16le || form == text_form::utf32le;
+    return form < text_form::utf32be ? encode_utf16(b, little, s) : encode_utf32(b, little, s);
+}
+
+// The bytes from which units were decoded.
+static size_t source_bytes(text_form form, const ko_wchar_t *units, size_t count) {
+    size_t bytes = 0;
+    for (size_t i = 0, len; i < count; i += len) {
+        const unsigned code = code_at(units + i, &len);
+        bytes += form == text_form::utf8    ? 1u + (code >= 0x80) + (code >= 0x800) + (len > 1)
+                 : form_shortest(form) == 2 ? 2 * len
+                                            : 4;
+    }
+    return bytes;
+}
+
+// ---- Byte-order marks ----
+
+static constexpr unsigned mark_code = 0xFEFF;
+
+// The end of a text that its first null character ends, which belongs to it.
+static const ko_mchar_t *end_of(const ko_mchar_t *text, text_form form) {
+    constexpr size_t longest = 0x7FFFFFFC;
+    const size_t unit = size_t(form_shortest(form));
+    static constexpr ko_mchar_t zeros[form_longest] = {};
+    size_t at = 0;
+    while (at < longest && memcmp(text + at, zeros, unit) != 0)
+        at += unit;
+    return text + at + unit;
+}
+
+static size_t put_mark(text_form form, ko_mchar_t *bytes) {
+    const unit_block mark = {{mark_code}, 1};
+    cv_span s = {nullptr, nullptr, bytes, form_longest, false};
+    encode(form, &mark, &s);
+    return size_t(s.out - bytes);
+}
+
+int drop_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
+    if (bits_of(st) & mark_seen) return KO_OK;
+    const auto form = text_form(cv->forms[0]);
+    const size_t left = size_t((s->end ? s->end : end_of(s->in, form)) - s->in);
+    if (!left) return KO_OK;
+    uintptr_t found = mark_seen;
+    size_t drop = 0;
+    for (const bool reversed : {false, true}) {
+        ko_mchar_t bytes[form_longest];
+        const size_t len = put_mark(reversed ? text_form::utf16le : form, bytes);
+        if (reversed && form != text_form::utf16) break;
+        if (memcmp(s->in, bytes, left < len ? left : len) != 0) continue;
+        if (left < len) return KO_EINVAL;
+        if (reversed) found |= is_reversed;
+        drop = len;
+        break;
+    }
+    if (!cv->keeps_mark || form == text_form::utf16) s->in += drop;
+    set_bits(st, bits_of(st) | found);
+    return KO_OK;
+}
+
+static int write_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
+    if (bits_of(st) & mark_written || s->in == s->end) return KO_OK;
+    ko_mchar_t bytes[form_longest];
+    const size_t len = cv->writes_mark ? put_mark(text_form(cv->forms[1]), bytes) : 0;
+    if (len > s->room) return KO_E2BIG;
+    for (size_t i = 0; i < len; ++i)
+        *s->out++ = bytes[i];
+    s->room -= len;
+    set_bits(st, bits_of(st) | mark_written);
+    return KO_OK;
+}
+
+// ---- Conversion ----
+
+static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
+    const auto from = text_form(cv->forms[0]), to = text_form(cv->forms[1]);
+    cv_span text = *s;
+    if (!text.end) text.end = end_of(text.in, from);
+    if (st->first_frag) st->ext_state = nullptr;
+    int error = drop_mark(cv, st, &text);
+    if (!error) error = write_mark(cv, st, &text);
+    const bool little = is_little(from, st);
+    while (!error && text.in != text.end) {
+        unit_block block;
+        const ko_mchar_t *const start = text.in;
+        error = decode(from, little, &text.in, text.end, &block);
+        const size_t written = encode(to, &block, &text);
+        if (written == block.count) continue;
+        text.in = start + source_bytes(from, block.units, written);
+        error = KO_E2BIG;
+    }
+    s->in = text.in;
+    s->out = text.out;
+    s->room = text.room;
+    return error;
+}
+
+iconv_rec *make_form_conversion(text_form from, text_form to, bool keeps_mark, bool writes_mark) {
+    iconv_rec *const cv = make_descriptor();
+    if (!cv) return nullptr;
+    set_own_rules(cv, form_rules);
+    cv->forms[0] = uint8_t(from);
+    cv->forms[1] = uint8_t(to);
+    cv->keeps_mark = keeps_mark;
+    cv->writes_mark = writes_mark;
+    cv->source_noshift_min_len = form_shortest(from);
+    cv->source_noshift_max_len = form_longest;
+    cv->target_min_len = form_shortest(to);
+    cv->target_max_len = form_longest;
+    // A unit of two bytes is at most three bytes of UTF-8.
+    const int in = form_shortest(from), out = form_shortest(to);
+    const float growth = in == 2 && out == 1 ? 1.5f : in < out ? float(out) / float(in) : 1.0f;
+    cv->exp_ratio = growth + (writes_mark ? float(form_longest) / float(in) : 0.0f);
+    return cv;
+}

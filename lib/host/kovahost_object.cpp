@@ -1,0 +1,42 @@
+// Reads conversion objects from one data root, or from where they are searched for.
+#include "host/kovahost_object.h"
+
+#include "kova_host.h"
+#include "locale/kovaextsa.h"
+#include "record/kovasetlc.h"
+
+cv_file::~cv_file() {
+    if (stream) ko_ext_fclose(stream);
+    free_ptr(bytes);
+    if (rec) ko_cv_unload(rec);
+}
+
+static int open_cv(const data_origin &origin, const char *name, cv_file *file) {
+    int error = KO_OK;
+    if (origin.root) {
+        char *path;
+        file->stream = path_search_below(origin.root, name, "cv", "9", &path, &error);
+        free_ptr(path);
+    } else {
+        gen_exports scratch = {};
+        const errno_guard kept(&scratch);
+        file->stream = ko_path_search(&scratch, name, "cv", "9");
+        error = file->stream ? KO_OK : error_of(&scratch);
+    }
+    return file->stream ? KO_OK : error ? error : KO_EFILE;
+}
+
+int read_cv(const data_origin &origin, const char *name, cv_file *file) {
+    if (const int error = open_cv(origin, name, file)) return error;
+    file->bytes = read_any_bytes(file->stream, &file->size);
+    if (!file->bytes) return KO_ENOMEM;
+    if (ko_ext_ferror(file->stream)) return KO_EIO;
+    if (origin.verified && ko_verify_object(file->bytes, file->size, nullptr)) return KO_EOBJECT;
+    file->rec = make_descriptor();
+    if (!file->rec) return KO_ENOMEM;
+    const unsigned failures = failed_allocations();
+    const errno_guard kept(&file->rec->exports.exp);
+    text_in in = {.pos = file->bytes, .end = file->bytes + file->size};
+    if (!read_cv_object(&in, file->rec)) return KO_OK;
+    return failed_allocations() != failures ? KO_ENOMEM : KO_EOBJECT;
+}

@@ -1,0 +1,346 @@
+// Conversions opened by name: the encodings of Unicode, ways through UTF-8, and names however they
+// are written. Pieces of every length, rooms of every size and measuring give what one call gives.
+#include "host/host_records.h"
+#include "host/host_roots.h"
+
+namespace {
+
+struct conversion_to : owned<ko_cv_unload> {
+    conversion_to(const char *from, const char *to, unsigned flags = 0,
+                  const char *root = nullptr) {
+        result = ko_open_conversion(&handle, root, from, to, flags);
+        EXPECT_EQ(handle == nullptr, result != 0) << from << " to " << to;
+    }
+};
+
+std::string bytes(const char *digits) {
+    std::string made;
+    for (; *digits; digits += 2)
+        made += char(std::stoi(std::string(digits, 2), nullptr, 16));
+    return made;
+}
+
+struct outcome {
+    std::string made;
+    size_t taken;
+    int error;
+    bool operator==(const outcome &) const = default;
+};
+std::ostream &operator<<(std::ostream &to, const outcome &o) {
+    return to << hex(o.made) << " of " << o.taken << " bytes, error " << o.error;
+}
+
+// One call, for the next piece; with measure nothing is written.
+outcome convert_piece(ko_cv_t cd, conv_state *st, std::string_view text, size_t room,
+                      bool measure = false) {
+    std::vector<ko_mchar_t> copy(text.begin(), text.end()), space(room + 1);
+    copy.reserve(1); // never NULL
+    const ko_mchar_t *in = copy.data();
+    ko_mchar_t *out = space.data();
+    int left = static_cast<int>(text.size()), free = static_cast<int>(room), sub = 7;
+    const int result = ko_cv_mconv(cd, st, &in, &left, measure ? nullptr : &out, &free, &sub);
+    EXPECT_EQ(in - copy.data() + left, static_cast<ptrdiff_t>(text.size()));
+    const size_t made = room - static_cast<size_t>(free);
+    EXPECT_TRUE(measure || made == static_cast<size_t>(out - space.data()));
+    return {measure ? std::to_string(made) : std::string(space.begin(), space.begin() + long(made)),
+            static_cast<size_t>(in - copy.data()), result ? *ko_ext_errno(cd) : 0};
+}
+outcome convert_whole(ko_cv_t cd, std::string_view text) {
+    return convert_piece(cd, nullptr, text,
+                         static_cast<size_t>(ko_cv_outbuflen(cd, static_cast<int>(text.size()))));
+}
+
+// Two pieces, cut at every byte; what is not taken of the first begins the second.
+void check_pieces(ko_cv_t cd, const std::string &text, const outcome &want) {
+    for (size_t cut = 0; cut < text.size(); ++cut) {
+        SCOPED_TRACE(cut);
+        conv_state st = {.first_frag = 1};
+        const size_t room = want.made.size() + 16;
+        outcome one = convert_piece(cd, &st, text.substr(0, cut), room);
+        if (one.error && one.error != KO_EINVAL) {
+            EXPECT_TRUE(one == want);
+            continue;
+        }
+        st.first_frag = 0;
+        st.last_frag = 1;
+        const outcome two = convert_piece(cd, &st, text.substr(one.taken), room);
+        EXPECT_EQ((outcome{one.made + two.made, one.taken + two.taken, two.error}), want);
+    }
+}
+
+// Every room gives a beginning; going on with more gives the rest.
+void check_rooms(ko_cv_t cd, const std::string &text, const outcome &want) {
+    for (size_t room = 0; room < want.made.size(); ++room) {
+        SCOPED_TRACE(room);
+        conv_state st = {.first_frag = 1, .last_frag = 1};
+        const outcome one = convert_piece(cd, &st, text, room);
+        EXPECT_EQ(one.error, KO_E2BIG);
+        st.first_frag = 0;
+        const outcome two = convert_piece(cd, &st, text.substr(one.taken), want.made.size());
+        EXPECT_EQ((outcome{one.made + two.made, one.taken + two.taken, two.error}), want);
+        EXPECT_EQ(convert_piece(cd, nullptr, text, room, true).error, KO_E2BIG);
+    }
+    const outcome measured = convert_piece(cd, nullptr, text, 100000, true);
+    EXPECT_EQ(measured, (outcome{std::to_string(want.made.size()), want.taken, want.error}));
+}
+
+// ---- Encodings of Unicode ----
+
+struct encoding {
+    const char *name;
+    int unit; // bytes; negative: least significant first
+};
+constexpr encoding encodings[] = {
+    {"utf8",    1 },
+    {"unicode", 2 },
+    {"utf16le", -2},
+    {"utf16",   2 },
+    {"utf32be", 4 },
+    {"utf32le", -4}
+};
+
+std::string encoded(char32_t code, int unit) {
+    if (unit == 1) return utf8(code);
+    std::vector<uint32_t> units;
+    if (std::abs(unit) == 4)
+        units.push_back(code);
+    else
+        for (const char16_t part : utf16(code))
+            units.push_back(part);
+    std::string bytes;
+    for (const uint32_t value : units)
+        for (int i = 0; i < std::abs(unit); ++i)
+            bytes += char(value >> 8 * (unit < 0 ? i : unit - 1 - i));
+    return bytes;
+}
+std::string encoded(std::u32string_view text, int unit) {
+    std::string bytes;
+    for (const char32_t code : text)
+        bytes += encoded(code, unit);
+    return bytes;
+}
+
+template <class Use> void each_pair(Use use) {
+    for (const encoding &from : encodings)
+        for (const encoding &to : encodings) {
+            SCOPED_TRACE(std::string(from.name) + " to " + to.name);
+            const conversion_to cd(from.name, to.name);
+            use(cd.handle, from.unit, to.unit);
+        }
+}
+
+} // namespace
+
+TEST(HostConversion, EncodingsHoldEveryCodePoint) {
+    std::u32string all;
+    for (char32_t code = 0; code < 0x110000; ++code)
+        if (code < 0xD800 || code > 0xDFFF) all += code;
+    std::map<int, std::string> texts;
+    for (const encoding &form : encodings)
+        texts.try_emplace(form.unit, encoded(all, form.unit));
+    each_pair([&](ko_cv_t cd, int from, int to) {
+        if (from != 1 && to != 1) return; // a block of units lies between all of them
+        const outcome want = {texts[to], texts[from].size(), 0};
+        EXPECT_TRUE(convert_whole(cd, texts[from]) == want);
+    });
+}
+
+TEST(HostConversion, EncodingsInPiecesAndInLittleRoom) {
+    std::u32string text = U"aé€\U0001F600字";
+    for (int i = 0; i < 40; ++i)
+        text += U"xyzäöüßабв漢字仮名\U00010000z\U0010FFFF"[i % 17];
+    each_pair([&](ko_cv_t cd, int from, int to) {
+        const std::string all = encoded(text, from);
+        const outcome want = {encoded(text, to), all.size(), 0};
+        ASSERT_EQ(convert_whole(cd, all), want);
+        check_pieces(cd, all, want);
+        check_rooms(cd, all, want);
+        // A terminator ends the text, and belongs to it.
+        const std::string ended = all + std::string(4, '\0') + "rest";
+        const ko_mchar_t *in = mb(ended.data());
+        std::vector<ko_mchar_t> space(4 * ended.size());
+        ko_mchar_t *out = space.data();
+        int room = static_cast<int>(space.size()), sub;
+        EXPECT_EQ(ko_miconv(cd, &in, nullptr, &out, &room, &sub), 0);
+        EXPECT_EQ(in - mb(ended.data()), ptrdiff_t(all.size()) + std::abs(from));
+        EXPECT_EQ(std::string(space.data(), out), want.made + std::string(size_t(std::abs(to)), 0));
+    });
+}
+
+TEST(HostConversion, IllFormedTextStopsAtItsFirstByte) {
+    static const struct {
+        const char *from, *text;
+        int unit;
+        size_t taken;
+        int error;
+    } rows[] = {
+        {"utf8",    "6180",             1,  1, KO_EILSEQ},
+        {"utf8",    "C080",             1,  0, KO_EILSEQ},
+        {"utf8",    "6162E08080",       1,  2, KO_EILSEQ},
+        {"utf8",    "EDA080",           1,  0, KO_EILSEQ},
+        {"utf8",    "F4908080",         1,  0, KO_EILSEQ},
+        {"utf8",    "F5",               1,  0, KO_EILSEQ},
+        {"utf8",    "61E6BC",           1,  1, KO_EINVAL},
+        {"utf8",    "61E6BC5A",         1,  1, KO_EILSEQ},
+        {"utf8",    "F09F98",           1,  0, KO_EINVAL},
+        {"utf8",    "F490",             1,  0, KO_EILSEQ},
+        {"unicode", "0061DC00",         2,  2, KO_EILSEQ},
+        {"unicode", "0061D8000061",     2,  2, KO_EILSEQ},
+        {"unicode", "0061D800",         2,  2, KO_EINVAL},
+        {"unicode", "006100",           2,  2, KO_EINVAL},
+        {"utf16le", "610000DC",         -2, 2, KO_EILSEQ},
+        {"utf16le", "00D800D8",         -2, 0, KO_EILSEQ},
+        {"utf32be", "000000610000D800", 4,  4, KO_EILSEQ},
+        {"utf32be", "00110000",         4,  0, KO_EILSEQ},
+        {"utf32le", "610000000000007F", -4, 4, KO_EILSEQ},
+        {"utf32le", "610000",           -4, 0, KO_EINVAL},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.from) + " " + row.text);
+        for (const char *to : {"utf8", "utf16le", "utf32be"}) {
+            const conversion_to cd(row.from, to);
+            // Where it stops does not depend on how much text goes before.
+            for (const int times : {0, 300}) {
+                const std::string before = encoded(std::u32string(size_t(times), U'x'), row.unit);
+                const outcome got = convert_whole(cd.handle, before + bytes(row.text));
+                EXPECT_EQ(got.taken, before.size() + row.taken);
+                EXPECT_EQ(got.error, row.error);
+            }
+        }
+    }
+}
+
+TEST(HostConversion, MarksTellTheOrderAndAreDroppedOrWritten) {
+    static const struct {
+        const char *from, *to;
+        unsigned flags;
+        const char *text, *want;
+    } rows[] = {
+        {"utf8",    "unicode", 0,                     "EFBBBF61",         "0061"          },
+        {"utf8",    "utf8",    KO_CONVERT_KEEP_MARK,  "EFBBBF61",         "EFBBBF61"      },
+        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "61",               "EFBBBF61"      },
+        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "EFBBBF61EFBBBF",   "EFBBBF61EFBBBF"},
+        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "",                 ""              },
+        {"utf16",   "utf8",    0,                     "FFFE61003DD800DE", "61F09F9880"    },
+        {"utf16",   "utf8",    0,                     "FEFF0061",         "61"            },
+        {"utf16",   "utf8",    0,                     "0061FFFE",         "61EFBFBE"      },
+        {"utf16",   "utf8",    KO_CONVERT_KEEP_MARK,  "FFFE6100",         "61"            },
+        {"utf16le", "utf8",    0,                     "FFFE6100",         "61"            },
+        {"utf16le", "utf8",    KO_CONVERT_KEEP_MARK,  "FFFE6100",         "EFBBBF61"      },
+        {"utf32le", "utf16le", KO_CONVERT_WRITE_MARK, "FFFE000061000000", "FFFE6100"      },
+        {"utf8",    "utf16",   KO_CONVERT_WRITE_MARK, "61",               "FEFF0061"      },
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.from) + " to " + row.to + " " + row.text);
+        const std::string text = bytes(row.text);
+        const conversion_to cd(row.from, row.to, row.flags);
+        const outcome want = {bytes(row.want), text.size(), 0};
+        EXPECT_EQ(convert_whole(cd.handle, text), want);
+        check_pieces(cd.handle, text, want);
+        check_rooms(cd.handle, text, want);
+    }
+}
+
+// ---- Objects, and ways through UTF-8 ----
+
+TEST(HostConversion, WaysThroughUtf8ConvertInPiecesAsInOneCall) {
+    const std::string root = env("KOVA_TEST_ROOT");
+    if (!std::filesystem::is_directory(root + "/kova/cv9")) GTEST_SKIP();
+    std::u32string words;
+    for (int i = 0; i < 80; ++i)
+        words += i % 3 ? U"漢字仮名" : U"abc ";
+    const std::string plain = encoded(words, 1);
+    static const char *const targets[] = {"ibm-930", "SJIS", "euc_jp", "UTF-16LE", "cp939"};
+    for (const char *from : targets)
+        for (const char *to : targets) {
+            SCOPED_TRACE(std::string(from) + " to " + to);
+            const conversion_to in("UTF8", from, 0, root.c_str()),
+                out("utf-8", to, 0, root.c_str()), cd(from, to, 0, root.c_str());
+            const std::string text = convert_whole(in.handle, plain).made;
+            const outcome want = {convert_whole(out.handle, plain).made, text.size(), 0};
+            ASSERT_EQ(convert_whole(cd.handle, text), want);
+            check_pieces(cd.handle, text, want);
+            if (from != to) check_rooms(cd.handle, text, want);
+        }
+    // A character that the second code set lacks stops the first one there.
+    const conversion_to cd("utf16le", "8859-1", 0, root.c_str());
+    const std::string text = encoded(std::u32string(700, U'ä') + U"漢z", -2);
+    EXPECT_EQ(convert_whole(cd.handle, text), (outcome{std::string(700, '\xE4'), 1400, KO_EILSEQ}));
+    // A mark before the text of an object.
+    const conversion_to marked("utf8", "8859-1", 0, root.c_str());
+    check_pieces(marked.handle, "\uFEFFä", {"\xE4", 5, 0});
+    const conversion_to kept("utf8", "8859-1", KO_CONVERT_KEEP_MARK, root.c_str());
+    EXPECT_EQ(convert_whole(kept.handle, "\uFEFFä"), (outcome{"", 0, KO_EILSEQ}));
+}
+
+TEST(HostConversion, OpensByNameOrSaysWhyNot) {
+    const small_root root;
+    root.write("kova/cm3/registry", "utf8 57372\niso_8859-1 1\nwindows-1252 1252\nibm037 37\n");
+    static const struct {
+        const char *name;
+        int number;
+    } names[] = {
+        {"ISO8859-1",               1             },
+        {"iso 8859 1",              1             },
+        {"Windows-1252",            1252          },
+        {"cp1252",                  1252          },
+        {"1252",                    1252          },
+        {"IBM-37",                  37            },
+        {"cp037",                   37            },
+        {"ccsid 00037",             37            },
+        {"037",                     37            },
+        {"UTF8",                    57372         },
+        {"utf-16",                  1204          },
+        {"UTF-16LE",                1202          },
+        {"UCS-2BE",                 0xE005        },
+        {"CP1208",                  57372         },
+        {"ibm38",                   -KO_ENOCODESET},
+        {"",                        -KO_ENOCODESET},
+        {"--",                      -KO_ENOCODESET},
+        {"a name that is too long", -KO_ENOCODESET},
+    };
+    for (const auto &row : names)
+        EXPECT_EQ(ko_codeset_number(root.path.c_str(), row.name), row.number) << row.name;
+    static const struct {
+        const char *from, *to;
+        unsigned flags;
+        int error;
+    } rows[] = {
+        {"utf8",     "ISO8859_1", KO_OPEN_VERIFY,    0            },
+        {"iso88591", "utf16",     0,                 0            },
+        {"iso88591", "iso88591",  0,                 0            },
+        {"iso88591", "utf16",     KO_CONVERT_DIRECT, KO_ENOCONV   },
+        {"cp037",    "utf8",      0,                 KO_ENOCONV   },
+        {"utf8",     "cp038",     0,                 KO_ENOCODESET},
+        {"utf8",     "utf8",      8,                 KO_ERANGE    },
+        {"utf8",     nullptr,     0,                 KO_ENULL     },
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(conversion_to(row.from, row.to, row.flags, root.path.c_str()).result, row.error)
+            << row.from << " " << (row.to ? row.to : "NULL");
+    root.write("kova/cv9/e01c0001.cvo", conversion(false) + " ");
+    EXPECT_EQ(conversion_to("utf8", "iso88591", KO_OPEN_VERIFY, root.path.c_str()).result,
+              KO_EOBJECT);
+    root.write("kova/cv9/e01c0001.cvo", "no object");
+    EXPECT_EQ(conversion_to("utf8", "iso88591", 0, root.path.c_str()).result, KO_EOBJECT);
+    EXPECT_EQ(ko_open_conversion(nullptr, nullptr, "utf8", "utf8", 0), KO_ENULL);
+}
+
+TEST(HostConversion, OpensWithoutMemoryOrNotAtAll) {
+    const small_root root;
+    const auto opens = [&](const char *from, const char *to) {
+        ko_cv_t cd = nullptr;
+        const int error = ko_open_conversion(&cd, root.path.c_str(), from, to, 0);
+        EXPECT_EQ(cd == nullptr, error != 0);
+        EXPECT_TRUE(!error || error == KO_ENOMEM) << error;
+        if (!error) {
+            EXPECT_EQ(convert_whole(cd, from[0] == 't' ? "\xDF" : "\xC3\x9F").taken,
+                      from[0] == 't' ? 1u : 2u);
+            ko_cv_unload(cd);
+        }
+        return !error;
+    };
+    each_allocation_fails([&] { return opens("utf8", "utf16"); });
+    each_allocation_fails([&] { return opens("utf8", "test-1"); });
+    each_allocation_fails([&] { return opens("test-1", "test-1"); });
+}
