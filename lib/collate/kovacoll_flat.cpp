@@ -285,9 +285,32 @@ static const ko_wchar_t *walked(builder *b, const coll_elem *elem, bool forward)
     return chars;
 }
 
+// False without memory.
+static bool fill_seconds(builder *b, coll_special *special) {
+    constexpr unsigned few = 4;
+    const unsigned n = special->num_candidates;
+    bool fits = n > few && n < 0xFFFF;
+    for (unsigned i = 0; fits && i < n; ++i)
+        fits = special->candidates[i].nchars > 1;
+    if (!fits) return true;
+    coll_second *seconds = take_array<coll_second>(b, 1);
+    uint16_t *next = take_array<uint16_t>(b, n);
+    if (!seconds || !next) return false;
+    memset(seconds->first, 0, sizeof seconds->first);
+    for (unsigned i = n; i-- > 0;) {
+        uint16_t *first = &seconds->first[special->candidates[i].chars[1] % coll_seconds];
+        next[i] = *first;
+        *first = uint16_t(i + 1);
+    }
+    seconds->next = next;
+    special->seconds = seconds;
+    return true;
+}
+
 static void fill_candidates(builder *b, int pass) {
     const bool forward = b->flat->pass[pass].forward;
     const int *first = forward ? b->heads : b->tails, *next = forward ? b->next_head : b->next_tail;
+    unsigned number = 0;
     if (!forward && b->num_edges) find_needed(b, pass);
     for (unsigned f = 0; f < b->num_edges && !b->failed; ++f) {
         coll_special *special = &b->specials[b->first_special + f];
@@ -303,8 +326,10 @@ static void fill_candidates(builder *b, int pass) {
         for (int i = first[edge]; i >= 0; i = next[i]) {
             if (!forward && !b->needed[i]) continue;
             const coll_elem *elem = &b->coll->elem_arr[i];
-            *candidates++ = {walked(b, elem, forward), elem->nchars, element_seq(b, pass, i)};
+            *candidates++ = {walked(b, elem, forward), elem->nchars, number++,
+                             element_seq(b, pass, i)};
         }
+        if (b->failed || !fill_seconds(b, special)) return;
     }
 }
 

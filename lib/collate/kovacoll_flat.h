@@ -18,7 +18,15 @@ struct coll_seq { // what a character or an element yields in a pass, in walking
 struct coll_candidate {
     const ko_wchar_t *chars; // of an element, in walking order
     unsigned nchars;
+    unsigned number; // counts all candidates of a pass; the same in all forward ones
     coll_seq seq;
+};
+
+// Many candidates by their second character: those of its low bits, in file order.
+constexpr unsigned coll_seconds = 128;
+struct coll_second {
+    uint16_t first[coll_seconds]; // the candidate's place plus 1; 0: none
+    const uint16_t *next;         // by place, as in first
 };
 
 struct coll_special {
@@ -27,6 +35,7 @@ struct coll_special {
     // with their last one, and only those that do not weigh as their characters one by one.
     const coll_candidate *candidates;
     unsigned num_candidates;
+    const coll_second *seconds; // NULL: few candidates, or one of a single character
 };
 
 // The key bytes of one character in a pass. A count above 7 means too many, or that the character
@@ -71,6 +80,20 @@ struct coll_flat {
 
 inline bool inside_element(const coll_flat *flat, unsigned ch) {
     return flat->inner[ch >> 8][ch & 0xFF];
+}
+
+// What a unit or an element yields in a pass. candidate: the element's number among those that the
+// unit begins, -1 for the unit by itself.
+inline coll_seq yielded(const coll_flat_pass *p, unsigned unit, ptrdiff_t candidate,
+                        coll_item *own) {
+    const uint16_t weight = p->page[unit >> 8][unit & 0xFF];
+    if (weight == coll_ignored_weight) return {nullptr, 0};
+    if (weight & coll_expansion) {
+        const coll_special &special = p->specials[weight & coll_low_bits];
+        return candidate < 0 ? special.own : special.candidates[candidate].seq;
+    }
+    *own = {weight, ko_wchar_t(unit)};
+    return {own, 1};
 }
 
 // Does this high byte have the same pages as the one before it, in every pass?

@@ -6,7 +6,7 @@
 
 // A key being written: it is gathered in room and passed on to dst, of which maxbytes bytes may be
 // written. What does not fit is only counted.
-constexpr size_t coll_sink_spare = 8; // a step may store this much beyond full
+constexpr size_t coll_sink_spare = 16; // a step may store this much beyond full
 constexpr size_t coll_sink_full = 512 - coll_sink_spare;
 struct coll_sink {
     ko_mchar_t *dst;

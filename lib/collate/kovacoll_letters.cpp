@@ -21,27 +21,36 @@ struct builder {
     letter_op *ops;
     uint16_t *slots; // numbers of patterns by hash, plus 1; 0: free
     unsigned num_patterns, num_ops;
+    uint64_t *elements;
+    size_t num_elements;
 };
 
 } // namespace
 
 // ---- Patterns ----
 
-// What a unit yields in a pass. Elements that it begins do not count.
-static coll_seq yields(const coll_flat_pass *p, unsigned unit, coll_item *own) {
-    const uint16_t weight = p->page[unit >> 8][unit & 0xFF];
-    if (weight == coll_ignored_weight) return {nullptr, 0};
-    if (weight & coll_expansion) return p->specials[weight & coll_low_bits].own;
-    *own = {weight, static_cast<ko_wchar_t>(unit)};
-    return {own, 1};
-}
-
 // The code of an item with its bytes spelled.
 static uint32_t spelled(uint32_t code, coll_item item) {
     return (code & ~short_bytes_mask) | item_bytes(code, item);
 }
 
-// False if the letter has too many operations.
+static bool add_op(pattern_text *text, unsigned pass, uint32_t code) {
+    if (text->pattern.num_ops == most_letter_ops) return false;
+    text->ops[text->pattern.num_ops++] = {pass, code};
+    return true;
+}
+
+// These are false if the letter has too many operations.
+static bool add_firsts(const builder *b, coll_seq seq, pattern_text *text) {
+    const uint32_t *codes = b->keys->pass[0].codes;
+    for (unsigned i = 1; i < seq.count; ++i) {
+        const coll_item item = seq.items[i];
+        if (!add_op(text, 0, spelled(codes[item.weight & coll_low_bits], item))) return false;
+    }
+    text->pattern.num_firsts = text->pattern.num_ops;
+    return true;
+}
+
 static bool add_pass(const builder *b, unsigned pass, coll_seq seq, pattern_text *text) {
     const uint32_t *codes = b->keys->pass[pass].codes;
     letter_pattern &pattern = text->pattern;
@@ -49,22 +58,21 @@ static bool add_pass(const builder *b, unsigned pass, coll_seq seq, pattern_text
     for (unsigned i = 0; i < seq.count; ++i) {
         const coll_item item = seq.items[i];
         const uint32_t code = codes[item.weight & coll_low_bits];
-        if (!i && code < short_most_commons) {
+        const bool common = code < short_most_commons;
+        if (common && !i) {
             pattern.runs |= uint64_t{1} << lane;
             pattern.commons |= uint64_t{code} << lane;
             pattern.valid |= lane_mask << lane;
-            continue;
+        } else if (!add_op(text, pass, common ? code : spelled(code, item))) {
+            return false;
         }
-        if (pattern.num_ops == most_letter_ops) return false;
-        text->ops[pattern.num_ops++] = {pass,
-                                        code < short_most_commons ? code : spelled(code, item)};
     }
     return true;
 }
 
 static bool same_pattern(const builder *b, const letter_pattern &known, const pattern_text &text) {
     return known.runs == text.pattern.runs && known.commons == text.pattern.commons &&
-           known.num_ops == text.pattern.num_ops &&
+           known.num_ops == text.pattern.num_ops && known.num_firsts == text.pattern.num_firsts &&
            !memcmp(b->ops + known.first_op, text.ops, known.num_ops * sizeof(letter_op));
 }
 
@@ -94,34 +102,51 @@ static unsigned pattern_number(builder *b, const pattern_text &text) {
 
 // ---- Pages ----
 
-static bool begins_elements(const coll_flat *flat, unsigned unit) {
-    const coll_flat_pass *p = &flat->pass[0];
-    const uint16_t weight = p->page[unit >> 8][unit & 0xFF];
-    return weight & coll_expansion && p->specials[weight & coll_low_bits].num_candidates;
-}
-
-static uint64_t letter_of(builder *b, unsigned unit) {
-    const uint64_t edge = begins_elements(b->flat, unit) ? letter_edge : 0;
+// What a unit, or an element that begins with it, writes.
+static uint64_t letter_of(builder *b, unsigned unit, ptrdiff_t candidate) {
     coll_item own;
-    const coll_seq first = yields(&b->flat->pass[0], unit, &own);
-    if (first.count > 1) return edge | letter_items;
-    uint64_t letter = edge;
+    const coll_seq first = yielded(&b->flat->pass[0], unit, candidate, &own);
+    pattern_text text;
+    text.pattern = {};
+    if (!add_firsts(b, first, &text)) return letter_items;
+    uint64_t letter = 0;
     if (first.count) {
         const coll_item item = first.items[0];
         const uint32_t code = b->keys->pass[0].codes[item.weight & coll_low_bits];
         const bool tie = item.weight & coll_code_tie && item.ch == unit;
-        letter |= tie ? letter_tie | code : spelled(code, item);
+        letter = tie ? letter_tie | code : spelled(code, item);
     }
-    pattern_text text;
-    text.pattern = {};
     for (int p = 1; p < b->flat->num_passes; ++p) {
-        if (!b->flat->pass[p].forward) continue;
-        if (!add_pass(b, unsigned(p), yields(&b->flat->pass[p], unit, &own), &text))
-            return edge | letter_items;
+        const coll_flat_pass *const pass = &b->flat->pass[p];
+        if (!pass->forward) continue;
+        if (!add_pass(b, unsigned(p), yielded(pass, unit, candidate, &own), &text))
+            return letter_items;
     }
     const unsigned number = pattern_number(b, text);
-    if (number == most_patterns) return edge | letter_items;
+    if (number == most_patterns) return letter_items;
     return letter | uint64_t{number} << letter_pattern_bit;
+}
+
+static const coll_special *edge_of(const coll_flat *flat, unsigned unit) {
+    const coll_flat_pass *p = &flat->pass[0];
+    const uint16_t weight = p->page[unit >> 8][unit & 0xFF];
+    if (!(weight & coll_expansion)) return nullptr;
+    const coll_special *special = &p->specials[weight & coll_low_bits];
+    return special->num_candidates ? special : nullptr;
+}
+
+static uint64_t letter_with_elements(builder *b, unsigned unit) {
+    const coll_special *edge = edge_of(b->flat, unit);
+    for (unsigned i = 0; edge && i < edge->num_candidates; ++i)
+        b->elements[edge->candidates[i].number] = letter_of(b, unit, ptrdiff_t(i));
+    return letter_of(b, unit, -1) | (edge ? letter_edge : 0);
+}
+
+static size_t count_elements(const coll_flat *flat) {
+    size_t n = 0;
+    for (unsigned unit = 1; unit <= 0xFFFF; ++unit)
+        if (const coll_special *edge = edge_of(flat, unit)) n += edge->num_candidates;
+    return n;
 }
 
 // Fills the pages from the start of a block that has room for all; equal neighbours share one.
@@ -133,7 +158,8 @@ static unsigned fill_pages(builder *b, uint64_t *pages, uint16_t *numbers) {
         if (repeats(b->flat, hi)) continue;
         uint64_t *const page = pages + size_t{n} * 256;
         for (unsigned lo = 0; lo < 256; ++lo)
-            page[lo] = hi | lo ? letter_of(b, hi << 8 | lo) : letter_items; // 0: the end of a text
+            page[lo] = hi | lo ? letter_with_elements(b, hi << 8 | lo)
+                               : letter_items; // 0: the end of a text
         if (n && !memcmp(page, page - 256, 256 * sizeof *page)) continue;
         numbers[hi] = uint16_t(n++);
     }
@@ -157,7 +183,8 @@ static bool keep_letters(const builder *b, const uint64_t *pages, unsigned num_p
     to->pages = copy_block(pages, size_t{num_pages} * 256);
     to->patterns = copy_block(b->patterns, b->num_patterns);
     to->ops = copy_block(b->ops, b->num_ops);
-    if (!to->pages || !to->patterns || !to->ops) return false;
+    to->elements = copy_block(b->elements, b->num_elements);
+    if (!to->pages || !to->patterns || !to->ops || !to->elements) return false;
     for (unsigned hi = 0; hi < 257; ++hi)
         to->page[hi] = to->pages + size_t{numbers[hi]} * 256;
     for (unsigned c = 0; c < 256; ++c)
@@ -170,21 +197,26 @@ void free_short_letters(const short_letters *letters) {
     free_ptr(letters->pages);
     free_ptr(letters->patterns);
     free_ptr(letters->ops);
+    free_ptr(letters->elements);
     free_ptr(letters);
 }
 
 const short_letters *build_short_letters(const coll_flat *flat, const short_keys *keys) {
-    if (flat->num_passes < 1 || flat->num_passes > int(letter_lanes) + 1 || !flat->pass[0].forward)
+    if (flat->num_passes < 2 || flat->num_passes > int(letter_lanes) + 1 || !flat->pass[0].forward)
         return nullptr;
     const ext_block<uint64_t> pages(size_t{257} * 256);
     const ext_block<letter_pattern> patterns(most_patterns);
     const ext_block<letter_op> ops(most_ops);
     const ext_block<uint16_t> slots(pattern_slots);
+    const size_t num_elements = count_elements(flat);
+    const ext_block<uint64_t> elements(num_elements);
     ext_block<short_letters> letters(1);
-    if (!pages.p || !patterns.p || !ops.p || !slots.p || !letters.p) return nullptr;
+    if (!pages.p || !patterns.p || !ops.p || !slots.p || !elements.p || !letters.p) return nullptr;
     memset(slots.p, 0, pattern_slots * sizeof *slots.p);
-    *letters.p = {};
-    builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0};
+    *letters.p = {.forward = true};
+    for (int p = 0; p < flat->num_passes; ++p)
+        letters.p->forward = letters.p->forward && flat->pass[p].forward;
+    builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0, elements.p, num_elements};
     uint16_t numbers[257];
     const unsigned num_pages = fill_pages(&b, pages.p, numbers);
     if (keep_letters(&b, pages.p, num_pages, numbers, letters.p)) return letters.release();

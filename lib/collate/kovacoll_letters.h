@@ -11,17 +11,19 @@ constexpr unsigned lane_bits = 16;
 constexpr uint64_t lane_mask = 0xFFFF, all_lanes_high = 0x8000800080008000;
 
 struct letter_op {
-    uint32_t pass;
+    uint32_t pass; // 0: after the letter's code
     uint32_t code; // as in short_pass, with the first byte in bits 16 to 23
 };
 
-// What a letter writes in the passes after the first: in each at most one common weight, then other
-// codes. Many letters have the same pattern. A backward pass is not part of it.
+// What a letter writes besides its code in the first pass: further codes there, and in each other
+// pass at most one common weight, then other codes. Many letters have the same pattern. A backward
+// pass is not part of it.
 struct letter_pattern {
     uint64_t runs;    // by lane: 1 for a common weight
     uint64_t commons; // by lane: which one
     uint64_t valid;   // by lane: all ones where there is one
-    uint32_t first_op, num_ops;
+    uint32_t first_op;
+    uint16_t num_ops, num_firsts; // those of the first pass come first
 };
 
 // A letter, from bit 0: its code in the first pass with the first byte in bits 16 to 23, 0 if that
@@ -40,9 +42,11 @@ inline unsigned letter_pattern_of(uint64_t letter) {
 struct short_letters {
     const uint64_t *page[257]; // as in coll_flat_pass
     uint64_t bytes[256];       // of ASCII
+    const uint64_t *elements;  // by the number of a candidate in the first pass
     const letter_pattern *patterns;
     const letter_op *ops;
     uint64_t *pages; // memory of the pages
+    bool forward;    // all passes are
 };
 
 // NULL without memory, or if there are too many passes; keys are then made pass by pass.

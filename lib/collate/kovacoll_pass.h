@@ -103,20 +103,34 @@ template <class Text> struct page_walk {
     const coll_item *item, *item_end; // what an expansion still has to yield
 };
 
+// Does the rest of an element stand at the text, from its character n on? Skips it.
+template <class Text>
+static inline bool skip_element(const coll_candidate &c, unsigned n, Text &text) {
+    Text probe = text;
+    while (n < c.nchars && take(probe) == c.chars[n])
+        ++n;
+    if (n < c.nchars) return false;
+    text = probe;
+    return true;
+}
+
 // The element that begins with the character just taken, the rest of which is skipped; NULL for
 // none.
 template <class Text>
-static const coll_candidate *find_candidate(const coll_special &special, Text &text) {
-    for (unsigned i = 0; i < special.num_candidates; ++i) {
-        const coll_candidate &c = special.candidates[i];
+static inline const coll_candidate *find_candidate(const coll_special &special, Text &text) {
+    if (const coll_second *const seconds = special.seconds) {
         Text probe = text;
-        unsigned n = 1;
-        while (n < c.nchars && take(probe) == c.chars[n])
-            ++n;
-        if (n < c.nchars) continue;
-        text = probe;
-        return &c;
+        const unsigned second = take(probe);
+        for (unsigned i = seconds->first[second % coll_seconds]; i; i = seconds->next[i - 1]) {
+            const coll_candidate &c = special.candidates[i - 1];
+            if (c.chars[1] != second || !skip_element(c, 2, probe)) continue;
+            text = probe;
+            return &c;
+        }
+        return nullptr;
     }
+    for (unsigned i = 0; i < special.num_candidates; ++i)
+        if (skip_element(special.candidates[i], 1, text)) return &special.candidates[i];
     return nullptr;
 }
 

@@ -42,15 +42,7 @@ struct speller {
 // ---- Sources ----
 
 static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_item *own) {
-    const coll_flat_pass *p = &flat->pass[pass];
-    const uint16_t weight = p->page[from.unit >> 8][from.unit & 0xFF];
-    if (weight == coll_ignored_weight) return {nullptr, 0};
-    if (!(weight & coll_expansion)) {
-        *own = {weight, static_cast<ko_wchar_t>(from.unit)};
-        return {own, 1};
-    }
-    const coll_special &special = p->specials[weight & coll_low_bits];
-    return from.candidate < 0 ? special.own : special.candidates[from.candidate].seq;
+    return yielded(&flat->pass[pass], from.unit, from.candidate, own);
 }
 
 // Visits the sources of a pass. Unless asked for all, visits only the first of several equal pages.

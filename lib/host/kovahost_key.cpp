@@ -94,24 +94,41 @@ static void start_sink(coll_sink *sink, void *dst, size_t room) {
 template <class Text>
 static void put_passes(const coll_flat *flat, const short_keys *keys, const Text &text, bool nulls,
                        coll_sink *sink) {
+    if (flat->num_passes == 1) return walk_pass(flat, keys, 0, text, !nulls, sink);
     for (int pass = 0; pass < flat->num_passes; ++pass)
         put_pass(flat, keys, pass, text, pass + 1 == flat->num_passes && !nulls, sink);
 }
 
 // Appends a pass that a walk over the letters has made.
-static inline sink_place put_side(const side_sink &side, lower_pass state, bool last, sink_place at,
-                                  coll_sink *sink) {
-    const auto n = size_t(side.out - side.room);
-    if (n <= coll_sink_spare) {
-        memcpy(at.out, side.room, coll_sink_spare);
+static void put_side(const letter_walk &walk, lanes l, unsigned pass, bool last, coll_sink *sink) {
+    const side_sink &side = walk.side[pass - 1];
+    sink_bytes(sink, side.room, size_t(side.out - side.room));
+    lower_pass state = lower_of(walk, l, pass);
+    leave_place(make_room(end_pass(state, place_in(sink), sink, last), sink), sink);
+}
+
+// Appends the passes after the first as long as nothing is special about them. Returns the next
+// one.
+static inline unsigned put_sides(const letter_walk &walk, lanes l, bool nulls, coll_sink *sink) {
+    if (!walk.letters->forward) return 1;
+    sink_place at = place_in(sink);
+    const short_pass *p = walk.keys->pass + 1;
+    const side_sink *side = walk.side;
+    unsigned pass = 1;
+    for (; pass < walk.passes && at.out <= at.limit; ++pass, ++p, ++side) {
+        const auto n = size_t(side->out - side->room);
+        const unsigned run = unsigned(l.runs & lane_mask);
+        if (side->full || n > side_copied || run > p->longest_run) break;
+        memcpy(at.out, side->room, side_copied);
         at.out += n;
-        at = make_room(at, sink);
-    } else {
-        leave_place(at, sink);
-        sink_bytes(sink, side.room, n);
-        at = place_in(sink);
+        if (run)
+            *at.out++ = run_byte(p->run_bytes[l.commons & 1], p->longest_run, run, run_end::pass);
+        else if (pass + 1 < walk.passes || nulls)
+            *at.out++ = short_end;
+        l = {l.runs >> lane_bits, l.commons >> lane_bits};
     }
-    return make_room(end_pass(state, at, sink, last), sink);
+    leave_place(at, sink);
+    return pass;
 }
 
 template <class Text>
@@ -126,11 +143,10 @@ static void put_letters(const coll_flat *flat, const short_keys *keys, const Tex
         start_sink(&walk.side[pass - 1]);
     const lanes l = walk_letters(walk, walk_from(text, 0), sink);
     if (walk.passes > 1 || nulls) sink_byte(sink, short_end);
-    for (unsigned pass = 1; pass < walk.passes; ++pass) {
+    for (unsigned pass = put_sides(walk, l, nulls, sink); pass < walk.passes; ++pass) {
         const bool last = pass + 1 == walk.passes && !nulls;
-        const side_sink &side = walk.side[pass - 1];
-        if (flat->pass[pass].forward && !side.full)
-            leave_place(put_side(side, lower_of(walk, l, pass), last, place_in(sink), sink), sink);
+        if (flat->pass[pass].forward && !walk.side[pass - 1].full)
+            put_side(walk, l, pass, last, sink);
         else
             put_pass(flat, keys, int(pass), text, last, sink);
     }

@@ -95,24 +95,10 @@ static inline lanes put_pattern(letter_walk &walk, lanes l, const letter_pattern
         l.runs += pattern.runs;
     else
         l = change_runs(walk, l, pattern);
-    const letter_op *op = walk.letters->ops + pattern.first_op;
-    for (unsigned i = pattern.num_ops; i; --i)
+    const letter_op *op = walk.letters->ops + pattern.first_op + pattern.num_firsts;
+    for (unsigned i = pattern.num_firsts; i < pattern.num_ops; ++i)
         l = put_op(walk, l, *op++);
     return l;
-}
-
-// What a unit or an element yields in a pass. candidate: the element's number among those that the
-// unit begins, -1 for the unit by itself.
-static inline coll_seq yielded(const coll_flat_pass *p, unsigned unit, ptrdiff_t candidate,
-                               coll_item *own) {
-    const uint16_t weight = p->page[unit >> 8][unit & 0xFF];
-    if (weight == coll_ignored_weight) return {nullptr, 0};
-    if (weight & coll_expansion) {
-        const coll_special &special = p->specials[weight & coll_low_bits];
-        return candidate < 0 ? special.own : special.candidates[candidate].seq;
-    }
-    *own = {weight, ko_wchar_t(unit)};
-    return {own, 1};
 }
 
 [[gnu::noinline]] static lanes put_yielded(letter_walk &walk, lanes l, unsigned unit,
@@ -132,30 +118,27 @@ static inline coll_seq yielded(const coll_flat_pass *p, unsigned unit, ptrdiff_t
     return l;
 }
 
-// The number of the element that begins with the unit just taken, -1 for none.
-template <class Text>
-static ptrdiff_t element_at(const coll_flat *flat, unsigned unit, Text &text) {
-    const coll_flat_pass *p = &flat->pass[0];
-    const coll_special &special = p->specials[p->page[unit >> 8][unit & 0xFF] & coll_low_bits];
-    const coll_candidate *const found = find_candidate(special, text);
-    return found ? found - special.candidates : -1;
-}
-
-// Letters that take one byte of the lead that holds, and have one pattern without operations: all
-// bits but those of that byte are alike.
+// A run of letters with one pattern that has no operations. While a lead holds, these are letters
+// that take one more byte of it: all bits but those of that byte are alike. Otherwise they are
+// letters that keep no lead.
 struct letter_run {
-    uint64_t letter;
+    uint64_t letter, unlike;
     uint64_t runs; // of the pattern
 };
 constexpr uint64_t second_byte = 0xFF00;
-constexpr uint64_t run_code = uint64_t{2} << 30 | short_keeps_lead;
-constexpr letter_run no_run = {letter_none, 0};
+constexpr uint64_t led_code = uint64_t{2} << 30 | short_keeps_lead;
+constexpr uint64_t unled_code = uint64_t{2} << 30,
+                   unled_bits =
+                       letter_tie | uint64_t{1} << 30 | short_bytes_mask; // two or three bytes
+constexpr letter_run no_run = {letter_none, 0, 0};
 
 static inline letter_run run_of_pattern(const letter_walk &walk, first_pass first, lanes l,
                                         unsigned number) {
     const letter_pattern &pattern = walk.letters->patterns[number];
-    if (!first.lead || pattern.num_ops || !continues_runs(l, pattern)) return no_run;
-    return {uint64_t{number} << letter_pattern_bit | run_code | first.lead << 16, pattern.runs};
+    if (pattern.num_ops || !continues_runs(l, pattern)) return no_run;
+    const uint64_t letter = uint64_t{number} << letter_pattern_bit;
+    if (!first.lead) return {letter | unled_code, unled_bits, pattern.runs};
+    return {letter | led_code | first.lead << 16, second_byte, pattern.runs};
 }
 
 struct taken {
@@ -168,50 +151,71 @@ template <class Text> static inline taken take_letter(const short_letters *lette
     return {c, letters->page[c >> 8][c & 0xFF]};
 }
 
-// Puts letters of the run while there is room, and takes the next one.
+static inline uint32_t letter_bytes(taken next) {
+    const uint32_t code = letter_code(next.letter);
+    return next.letter & letter_tie ? item_bytes(code, {coll_code_tie, ko_wchar_t(next.unit)})
+                                    : code & short_bytes_mask;
+}
+
+template <bool led> static inline ko_mchar_t *put_letter(ko_mchar_t *out, taken next) {
+    if (!led) return put_bytes(out, letter_bytes(next), short_count(letter_code(next.letter)));
+    *out = ko_mchar_t(next.letter >> 8);
+    return out + 1;
+}
+
+// Takes a letter that needs no rare step.
 template <class Text>
+static inline bool take_letter(const short_letters *letters, Text &text, taken *next) {
+    if (!take_plain(text, &next->unit)) return false;
+    next->letter = letters->page[next->unit >> 8][next->unit & 0xFF];
+    return true;
+}
+static inline bool take_letter(const short_letters *letters, utf8_text &text, taken *next) {
+    if (text.s == text.end) return false;
+    next->unit = *text.s;
+    next->letter = letters->bytes[next->unit];
+    if (next->unit - 1 < 0x7F) {
+        ++text.s;
+        return true;
+    }
+    if (!take_plain(text, &next->unit)) return false;
+    next->letter = letters->page[next->unit >> 8][next->unit & 0xFF];
+    return true;
+}
+
+// Puts letters of the run while there is room, counts them, and takes the next one.
+template <bool led, class Text>
 static inline taken put_alike(const short_letters *letters, letter_run run, Text &text,
-                              sink_place &at) {
+                              sink_place &at, size_t *count) {
     Text probe = text;
     ko_mchar_t *out = at.out;
-    for (unsigned c; out < at.limit && take_plain(probe, &c); text = probe) {
-        const uint64_t letter = letters->page[c >> 8][c & 0xFF];
-        if ((letter ^ run.letter) & ~second_byte) {
+    size_t n = 0;
+    for (taken next; out < at.limit && take_letter(letters, probe, &next); ++n) {
+        if ((next.letter ^ run.letter) & ~run.unlike) {
             text = probe;
             at.out = out;
-            return {c, letter};
+            *count = n;
+            return next;
         }
-        *out++ = ko_mchar_t(letter >> 8);
+        out = put_letter<led>(out, next);
     }
+    text = probe;
     at.out = out;
+    *count = n;
     return take_letter(letters, text);
 }
 
-static inline taken put_alike(const short_letters *letters, letter_run run, utf8_text &text,
-                              sink_place &at) {
-    const ptrdiff_t room = at.limit - at.out, left = text.end - text.s;
-    const unsigned char *s = text.s, *const stop = s + (room < left ? room : left);
-    ko_mchar_t *out = at.out;
-    while (s < stop) {
-        unsigned c = *s, bytes = 1;
-        uint64_t letter = letters->bytes[c];
-        if (c - 1 >= 0x7F) {
-            utf8_text probe = {s, text.begin, text.end, text.ill_formed};
-            if (!take_plain(probe, &c)) break;
-            letter = letters->page[c >> 8][c & 0xFF];
-            bytes = unsigned(probe.s - s);
-        }
-        s += bytes;
-        if ((letter ^ run.letter) & ~second_byte) {
-            text.s = s;
-            at.out = out;
-            return {c, letter};
-        }
-        *out++ = ko_mchar_t(letter >> 8);
-    }
-    text.s = s;
-    at.out = out;
-    return take_letter(letters, text);
+// The letter of the element that begins with the unit just taken, or of the unit itself.
+template <class Text>
+static inline uint64_t element_letter(const letter_walk &walk, taken edge, Text &text,
+                                      ptrdiff_t *element) {
+    const coll_flat_pass *p = &walk.flat->pass[0];
+    const uint16_t weight = p->page[edge.unit >> 8][edge.unit & 0xFF];
+    const coll_special &special = p->specials[weight & coll_low_bits];
+    const coll_candidate *const found = find_candidate(special, text);
+    if (!found) return edge.letter;
+    *element = found - special.candidates;
+    return walk.letters->elements[found->number];
 }
 
 // Puts the first pass into the sink, and what interrupts the others into the side sinks. Returns
@@ -223,22 +227,20 @@ template <class Text> static lanes walk_letters(letter_walk &walk, Text text, co
     lanes l = {0, 0};
     letter_run run = no_run;
     for (;;) {
-        ko_mchar_t *const out = at.out;
-        const taken next = put_alike(letters, run, text, at);
-        l.runs += run.runs * size_t(at.out - out);
+        size_t n;
+        taken next = first.lead ? put_alike<true>(letters, run, text, at, &n)
+                                : put_alike<false>(letters, run, text, at, &n);
+        l.runs += run.runs * n;
         if (at.out >= at.limit) {
             at = flush_place(at, sink);
             l = shorten_runs(walk, l);
         }
-        const uint32_t code = letter_code(next.letter);
-        uint32_t bytes = code & short_bytes_mask;
-        unsigned number = letter_pattern_of(next.letter);
         const uint64_t commons = l.commons;
         if (next.letter >> letter_flags_bit) {
             if (!next.unit) break;
-            const ptrdiff_t element =
-                next.letter & letter_edge ? element_at(walk.flat, next.unit, text) : -1;
-            if (element >= 0 || next.letter & letter_items) {
+            ptrdiff_t element = -1;
+            if (next.letter & letter_edge) next.letter = element_letter(walk, next, text, &element);
+            if (next.letter & letter_items) {
                 coll_item own;
                 const coll_seq seq = yielded(&walk.flat->pass[0], next.unit, element, &own);
                 at = put_seq(first, walk.keys->pass[0].codes, seq, at, sink);
@@ -246,15 +248,19 @@ template <class Text> static lanes walk_letters(letter_walk &walk, Text text, co
                 run = no_run;
                 continue;
             }
-            if (next.letter & letter_tie)
-                bytes = item_bytes(code, {coll_code_tie, ko_wchar_t(next.unit)});
         }
+        const uint32_t code = letter_code(next.letter);
         // Other letters fill the room, and then the runs are shortened.
         if (code)
-            at = put_spelled(first, code, bytes, at);
+            at = put_spelled(first, code, letter_bytes(next), at);
         else if (l.runs & all_lanes_high)
             l = shorten_runs(walk, l);
+        unsigned number = letter_pattern_of(next.letter);
         const letter_pattern &pattern = letters->patterns[number];
+        for (unsigned i = 0; i < pattern.num_firsts; ++i) {
+            const letter_op op = letters->ops[pattern.first_op + i];
+            at = make_room(put_spelled(first, op.code, op.code & short_bytes_mask, at), sink);
+        }
         l = put_pattern(walk, l, pattern);
         // A letter with operations, such as a capital, need not end the run.
         const bool same = uint8_t(run.letter >> 16) == first.lead && l.commons == commons;

@@ -14,7 +14,7 @@ static inline sink_place make_room(sink_place at, coll_sink *sink) {
 }
 
 // Gathers a pass while another one is written; full: some of it is lost.
-constexpr size_t side_full = 256;
+constexpr size_t side_full = 256, side_copied = 8;
 struct side_sink {
     ko_mchar_t *out;
     bool full;
@@ -23,7 +23,7 @@ struct side_sink {
 static inline void start_sink(side_sink *sink) {
     sink->out = sink->room;
     sink->full = false;
-    memset(sink->room, 0, coll_sink_spare); // may be copied before that many bytes are there
+    memset(sink->room, 0, side_copied); // also if fewer bytes are there
 }
 static inline sink_place place_in(side_sink *sink) { return {sink->out, sink->room + side_full}; }
 static inline void leave_place(sink_place place, side_sink *sink) { sink->out = place.out; }

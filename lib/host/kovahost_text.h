@@ -76,19 +76,20 @@ inline bool take_plain(utf8_text &t, unsigned *unit) {
         *unit = first;
         return true;
     }
-    if (first - 0xC2 <= 0xDF - 0xC2 && left > 1 && is_trail(t.s[1])) {
+    if (first < 0xE0) {
+        if (first < 0xC2 || left < 2 || !is_trail(t.s[1])) return false;
+        *unit = (first & 0x1F) << 6 | (t.s[1] & 0x3Fu);
         t.s += 2;
-        *unit = (first & 0x1F) << 6 | (t.s[-1] & 0x3Fu);
         return true;
     }
-    // 0xE1..0xEF except 0xED: any two trail bytes make a character.
-    if (first - 0xE1 <= 0xEF - 0xE1 && first != 0xED && left > 2 && is_trail(t.s[1]) &&
-        is_trail(t.s[2])) {
-        t.s += 3;
-        *unit = (first & 0xF) << 12 | (t.s[-2] & 0x3Fu) << 6 | (t.s[-1] & 0x3Fu);
-        return true;
-    }
-    return false;
+    if (first >= 0xF0 || left < 3) return false;
+    const unsigned rest = unsigned(t.s[1] << 8 | t.s[2]);
+    const unsigned code = (first & 0xF) << 12 | (rest & 0x3F00) >> 2 | (rest & 0x3F);
+    // Neither overlong nor a surrogate.
+    if ((rest & 0xC0C0) != 0x8080 || code < 0x800 || (code & 0xF800) == 0xD800) return false;
+    *unit = code;
+    t.s += 3;
+    return true;
 }
 
 inline unsigned take(utf8_text &t) {
