@@ -17,8 +17,8 @@ using KovaConvert = data_test;
 static const char mixed[] = "abc漢字def\nカナ gh、漢\n";
 static const char mixed_sjis[] = "abc\x8a\xbf\x8e\x9a"
                                  "def\n\x83J\x83i gh\x81\x41\x8a\xbf\n";
-static const char mixed_930[] = "\x62\x63\x64\x0e\x4f\x58\x48\xf2\x0f\x65\x66\x67\x25\x0e\x43\x86"
-                                "\x43\x96\x0f\x40\x68\x69\x0e\x43\x44\x4f\x58\x0f\x25";
+static const char mixed_930[] = "\x62\x63\x64\x0e\x4f\x58\x48\xf2\x0f\x65\x66\x67\x15\x0e\x43\x86"
+                                "\x43\x96\x0f\x40\x68\x69\x0e\x43\x44\x4f\x58\x0f\x15";
 
 static std::string repeated(const char *text, int times) {
     std::string all;
@@ -29,7 +29,7 @@ static std::string repeated(const char *text, int times) {
 
 TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     command = "kova convert -f ";
-    writes("utf8 -t IBM037", "\xc8\x89\x6b\x40\x51\x25", "Hi, é\n");
+    writes("utf8 -t IBM037", "\xc8\x89\x6b\x40\x51\x15", "Hi, é\n");
     writes("37 -t latin1", "Hi\n", "\xc8\x89\x25");
     writes("SHIFT_JIS -t utf-8", mixed, mixed_sjis);
     writes("UTF8 -t ibm930", mixed_930, mixed);
@@ -55,13 +55,38 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     writes("kova convert -f utf8 -t sjis | kova convert -f sjis -t 930 -", host + host);
 }
 
+TEST_F(KovaConvert, EndsLinesAsTheTargetDoesOrAsTold) {
+    command = "kova convert -f ";
+    const std::string host = "\x81\x15\x82\x25\x83\x0d\x25", text = "a\xc2\x85"
+                                                                    "b\nc\r\n";
+    writes("37 -t utf8", "a\nb\nc\r\n", host);
+    writes("37 -t utf8 --newline keep", text, host);
+    writes("37 -t utf8 --newline lf", "a\nb\nc\n", host);
+    writes("37 -t sjis --newline crlf", "a\r\nb\r\nc\r\n", host); // which has no NEL
+    writes("utf8 -t 37", "\x81\x15\x82\x15\x83\x0d\x15", text);
+    writes("utf8 -t 37 --newline keep", host, text);
+    writes("utf8 -t utf8", text, text);
+    writes("utf8 -t utf16le --newline nel",
+           "a\0\x85\0"
+           "b\0\x85\0c\0\x85\0\r\0"s,
+           text + "\r");
+    fails(2, "utf8 -t sjis --newline nel", "--newline nel: sjis has no such character");
+    fails(1, "37 -t ascii", "3:1: byte offset 4: the byte 51 is U+00E9 (é), which ascii lacks",
+          "\x81\x15\x82\x15\x51", "a\nb\n");
+    const std::string many = repeated("x\r\n", 300000); // pieces that end between CR and LF
+    spit(dir / "many", many);
+    EXPECT_TRUE(kova("convert -f utf8 -t utf8 --newline lf many").out == repeated("x\n", 300000));
+}
+
 TEST_F(KovaConvert, RunTakesAnySplitOfAText) {
     const data_place place = find_data({root}, data_kind::conversions);
-    static const std::tuple<const char *, const char *, std::string, std::string> rows[] = {
-        {"utf8", "930",  mixed,      mixed_930 },
-        {"930",  "utf8", mixed_930,  mixed     },
-        {"sjis", "930",  mixed_sjis, mixed_930 },
-        {"930",  "sjis", mixed_930,  mixed_sjis},
+    std::string host = mixed_930;
+    std::replace(host.begin(), host.end(), '\x15', '\x25');
+    const std::tuple<const char *, const char *, std::string, std::string> rows[] = {
+        {"utf8", "930",  mixed,      host      },
+        {"930",  "utf8", host,       mixed     },
+        {"sjis", "930",  mixed_sjis, host      },
+        {"930",  "sjis", host,       mixed_sjis},
     };
     for (const auto &[from, to, in, want] : rows) {
         SCOPED_TRACE(from + " to "s + to);

@@ -405,6 +405,12 @@ void add_convert(CLI::App &app, arguments &args) {
             "Let other characters stand for those that the conversion object replaces by them")
         ->excludes("--skip")
         ->excludes("--replace");
+    command
+        .add_option("--newline", o.newline,
+                    "What ends a line of the output: nel, lf, crlf, or keep as it is; by default "
+                    "nel in host code sets and lf elsewhere, where one is converted to the other")
+        ->type_name("END")
+        ->check(CLI::IsMember({"nel", "lf", "crlf", "keep"}));
     command.add_flag("--bom", o.writes_mark,
                      "Begin the output with a byte-order mark, in an encoding of Unicode");
     command.add_flag("--keep-bom", o.keeps_mark,

@@ -151,6 +151,7 @@ struct convert_options {
     std::vector<std::string> files;
     std::string out;
     std::string replacement; // what --replace gives
+    std::string newline;     // "nel", "lf", "crlf", "keep"; "": by the code sets
     bool skip = false, replace = false, accept = false, report = false, list = false;
     bool keeps_mark = false, writes_mark = false;
     bool verbose = false, progress = true;

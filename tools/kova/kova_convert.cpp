@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "common/tool_text.h"
+#include "kova/kova_convert_newline.h"
 #include "kova/kova_io.h"
 #include "kova/kova_text.h"
 
@@ -26,6 +27,7 @@ struct finding {
     std::vector<std::string> first; // places, at most shown_places
 };
 constexpr size_t shown_places = 5;
+constexpr uint32_t nel_code = 0x85;
 
 enum finding_kind : uint8_t { substituted, one_way, unmapped, invalid, cut_off };
 
@@ -38,6 +40,8 @@ struct convert_job {
     bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
     bool by_mark = false; // the byte order of the source, and so its newline, is in its first bytes
     std::string newline = "\n", replacement, closing;
+    std::string nel; // ends a line of the source, too; "" if it does not
+    line_ends ends;
     bool replacement_is_utf8 = false;
     byte_buffer converted, scratch;
     finding findings[5] = {{"substituted by the conversion"},
@@ -99,25 +103,34 @@ uint64_t characters(convert_job &job, const unsigned char *text, size_t len,
     return count;
 }
 
+// Counts line ends; tail becomes the place after the last one, if that is further on.
+uint64_t count_lines(const std::string &end, const unsigned char *text, size_t len, size_t &tail) {
+    uint64_t lines = 0;
+    size_t last = 0;
+    if (end.size() == 1) {
+        const auto byte = uint8_t(end[0]);
+        lines = uint64_t(std::count(text, text + len, byte));
+        if (lines > 0)
+            for (last = len; text[last - 1] != byte;)
+                --last;
+    }
+    const bool is_utf8 = end.size() == 2 && end[0] == '\xC2'; // its units are bytes
+    const size_t unit = is_utf8 ? 1 : end.size();
+    for (size_t i = 0; end.size() > 1 && i + end.size() <= len; i += unit) {
+        if (std::memcmp(text + i, end.data(), end.size()) != 0) continue;
+        ++lines;
+        last = i + end.size();
+    }
+    tail = std::max(tail, last);
+    return lines;
+}
+
 // Moves a place over valid text.
 void advance(convert_job &job, text_place &place, const unsigned char *text, size_t len,
              conv_state from) {
-    const size_t unit = job.newline.size();
     size_t tail = 0;
-    uint64_t lines = 0;
-    if (unit == 1) {
-        const auto newline = uint8_t(job.newline[0]);
-        lines = uint64_t(std::count(text, text + len, newline));
-        if (lines > 0)
-            for (tail = len; text[tail - 1] != newline;)
-                --tail;
-    } else {
-        for (size_t i = 0; i + unit <= len; i += unit) {
-            if (std::memcmp(text + i, job.newline.data(), unit) != 0) continue;
-            ++lines;
-            tail = i + unit;
-        }
-    }
+    uint64_t lines = count_lines(job.newline, text, len, tail);
+    if (!job.nel.empty()) lines += count_lines(job.nel, text, len, tail);
     place.offset += len;
     place.line += lines;
     if (lines > 0) {
@@ -251,21 +264,22 @@ void note(finding &found, const std::string &where) {
 
 void write_replacement(convert_job &job, output &out) {
     if (!job.replacement_is_utf8) {
-        if (target_state(job.way, job.st) == 1) write(out, job.closing);
+        if (target_state(job.way, job.st) == 1) write_lines(job.ends, out, job.closing);
         target_state(job.way, job.st) = 0;
-        write(out, job.replacement);
+        write_lines(job.ends, out, job.replacement);
         return;
     }
     route_state st;
     target_state(job.from_utf8, st) = target_state(job.way, job.st);
     run(job.from_utf8, st, bytes_of(job.replacement), job.replacement.size(), false, job.scratch);
     target_state(job.way, job.st) = target_state(job.from_utf8, st);
-    write(out, job.scratch.text());
+    write_lines(job.ends, out, job.scratch.text());
 }
 
 // Writes the closing shift if the last character converted was not the end of the text, because
 // that was skipped or replaced.
 void close_text(convert_job &job, output &out) {
+    finish_lines(job.ends, out);
     if (job.closed || target_state(job.way, job.st) != 1) return;
     write(out, job.closing);
 }
@@ -306,12 +320,26 @@ void clear_progress(convert_job &job) {
 
 // ---- one text ----
 
+bool is_line_end(const convert_job &job, const unsigned char *text, size_t len) {
+    const auto is = [&](const std::string &end) {
+        return len == end.size() && std::memcmp(text, end.data(), len) == 0;
+    };
+    return is(job.newline) || (!job.nel.empty() && is(job.nel));
+}
+
 void handle_bad(convert_job &job, input &in, output &out, int error) {
     if (error != KO_EILSEQ && error != KO_EINVAL)
         throw failure(bad_file, place_text(in, job.place) + ": the conversion fails with error " +
                                     std::to_string(error));
     const unsigned char *text = in.block.data() + in.at;
     const bad_input bad = diagnose(job, text, in.fill - in.at, error);
+    if (bad.why == fault::missing && bad.code == nel_code && job.ends.changes()) {
+        close_text(job, out); // the end of a line, which the target has as another one
+        target_state(job.way, job.st) = 0;
+        write(out, job.ends.wanted);
+        advance(job, job.place, text, bad.len, job.st.leg[0]);
+        return take(in, bad.len);
+    }
     const std::string where = place_text(in, job.place) + ": " + trouble_text(job, bad);
     if (!job.goes_on) throw failure(bad_text, where + "; --skip or --replace continues");
     note(job.findings[bad.why == fault::missing ? unmapped
@@ -322,7 +350,7 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
     job.place.offset += bad.len;
     job.place.column += 1;
     // A newline that the target lacks still ends its line.
-    if (bad.len == job.newline.size() && std::memcmp(text, job.newline.data(), bad.len) == 0) {
+    if (is_line_end(job, text, bad.len)) {
         job.place.line += 1;
         job.place.column = 1;
     }
@@ -377,6 +405,8 @@ void write_flagged(convert_job &job, const input &in, output &out, flagged_chara
                    route_state &after) {
     const convert_options &options = *job.options;
     find_points(job, c);
+    if (c.point == nel_code && job.ends.changes())
+        return write_lines(job.ends, out, job.ends.wanted);
     const bool other = !c.same();
     finding &found = job.findings[other ? substituted : one_way];
     std::string where;
@@ -385,7 +415,8 @@ void write_flagged(convert_job &job, const input &in, output &out, flagged_chara
     if (other && !job.goes_on && !options.accept)
         throw failure(bad_text, where + "; --accept-substitutes, --skip or --replace continues");
     note(found, where);
-    if (!other || !(options.skip || options.replace)) return write(out, c.made.text());
+    if (!other || !(options.skip || options.replace))
+        return write_lines(job.ends, out, c.made.text());
     if (options.replace) write_replacement(job, out);
     target_state(job.way, after) = target_state(job.way, job.st);
 }
@@ -420,7 +451,7 @@ size_t convert_flagged(convert_job &job, const input &in, output &out, const uns
         if (got.substituted)
             write_flagged(job, in, out, c, next);
         else
-            write(out, made.text());
+            write_lines(job.ends, out, made.text());
         advance(job, job.place, text + at, got.taken, job.st.leg[0]);
         job.st = next;
         at += got.taken;
@@ -445,7 +476,7 @@ bool convert_piece(convert_job &job, input &in, output &out) {
         got.taken = taken;
         got.closed = false;
     } else {
-        write(out, job.converted.text());
+        write_lines(job.ends, out, job.converted.text());
         advance(job, job.place, text, got.taken, before.leg[0]);
     }
     job.closed = got.closed;
@@ -471,6 +502,8 @@ void convert_file(convert_job &job, const std::string &path, output &out) {
         }
         const bool little = in.fill >= 2 && in.block[0] == 0xFF && in.block[1] == 0xFE;
         job.newline = little ? std::string("\n\0", 2) : std::string("\0\n", 2);
+        if (!job.nel.empty())
+            job.nel = little ? std::string("\x85\0", 2) : std::string("\0\x85", 2);
     }
     do {
         while (convert_piece(job, in, out))
@@ -511,16 +544,17 @@ void learn_source(const data_place &place, convert_job &job) {
     job.is_utf8 = same_code_set(job.way.from, utf8);
     job.is_utf16 = same_code_set(job.way.from, unicode_code_set());
     job.by_mark = same_code_set(job.way.from, find_code_set("utf16"));
-    if (job.is_utf16) job.newline = std::string("\0\n", 2);
     if (job.is_utf8 || job.is_utf16) return;
     job.one_byte = has_single_bytes(job);
     job.has_to_utf8 = open_route(place, job.way.from, utf8, job.to_utf8);
-    route back;
-    if (!open_route(place, utf8, job.way.from, back)) return;
-    route_state st;
-    const unsigned char newline = '\n';
-    const run_result got = run(back, st, &newline, 1, false, job.scratch);
-    if (got.error == KO_OK && job.scratch.used > 0) job.newline = job.scratch.text();
+}
+
+void learn_lines(const data_place &place, convert_job &job) {
+    const line_controls source = find_controls(place, job.way.from);
+    if (!source.lf.empty()) job.newline = source.lf;
+    job.ends = plan_line_ends(job.options->newline, source, find_controls(place, job.way.to),
+                              job.way.to.name);
+    if (job.ends.changes()) job.nel = source.nel;
 }
 
 bool fits_target(convert_job &job, const std::string &text) {
@@ -603,6 +637,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way,
                       marks);
     learn_source(place, job);
+    learn_lines(place, job);
     learn_replacement(place, common, job);
     if (options.verbose) tell_way(job);
     const std::vector<std::string> files = inputs_of(options.files);
