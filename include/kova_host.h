@@ -245,8 +245,7 @@ enum {
  * of utf16 always is. A conversion with a state serves a text in pieces, as conversions of stateful
  * code sets do: the conv_state then keeps what the mark said, too. Where there is no room
  * (KO_E2BIG), pointers, counts and state are those after the last character that was converted, so
- * that the call can be repeated with more room; this does not hold for the objects of stateful code
- * sets that are converted directly. Serialise the call with loading. */
+ * that the call can be repeated with more room. Serialise the call with loading. */
 KO_API int ko_open_conversion(ko_cv_t *cd, const char *root, const char *from, const char *to,
                               unsigned flags);
 

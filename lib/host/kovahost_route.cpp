@@ -95,26 +95,46 @@ static int marked_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     return error;
 }
 
-// Takes both conversions over, also without memory.
+// Converts by one descriptor whose shift states change before it knows that there is no room. They
+// are set back to those after the last character.
+static int settled_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
+    const conv_state before = *st;
+    const cv_span start = *s;
+    const int error = convert_span(cv->legs[0], st, s);
+    if (!error) return KO_OK;
+    const int last = st->last_frag;
+    *st = before;
+    st->last_frag = 0;
+    cv_span again = {start.in, s->in, nullptr, 0, false};
+    convert_again(cv->legs[0], st, &again, start.out, size_t(s->out - start.out));
+    st->last_frag = last;
+    return error;
+}
+
+// Takes the conversions over, also without memory; two is NULL for settled_rules.
 static iconv_rec *make_route(iconv_rec *one, iconv_rec *two, cv_rules rules) {
-    iconv_rec *const cv = one && two ? make_descriptor() : nullptr;
+    const bool whole = one && (two || rules == settled_rules);
+    iconv_rec *const cv = whole ? make_descriptor() : nullptr;
     if (!cv) {
-        ko_cv_unload(one);
+        ko_cv_unload(one); // NULL is allowed
         ko_cv_unload(two);
         return nullptr;
     }
     set_own_rules(cv, rules);
     cv->legs[0] = one;
     cv->legs[1] = two;
+    const iconv_rec *const last = two ? two : one;
     cv->source_noshift_min_len = one->source_noshift_min_len;
     cv->source_noshift_max_len = one->source_noshift_max_len;
     cv->source_shift_min_len = one->source_shift_min_len;
     cv->source_shift_max_len = one->source_shift_max_len;
     cv->source_is_stateful = one->source_is_stateful;
-    cv->target_is_stateful = two->target_is_stateful;
-    cv->target_min_len = two->target_min_len;
-    cv->target_max_len = two->target_max_len;
-    cv->exp_ratio = one->exp_ratio * two->exp_ratio;
+    cv->target_is_stateful = last->target_is_stateful;
+    cv->target_so_len = last->target_so_len;
+    memcpy(cv->target_so, last->target_so, sizeof cv->target_so);
+    cv->target_min_len = last->target_min_len;
+    cv->target_max_len = last->target_max_len;
+    cv->exp_ratio = two ? one->exp_ratio * two->exp_ratio : one->exp_ratio;
     return cv;
 }
 
@@ -233,6 +253,9 @@ static int open_direct(const conversion_call &call, uint16_t from, uint16_t to, 
     if (const int error = open_object(call, from, to, &object)) return error;
     const bool drops = (source == text_form::utf8 || source == text_form::utf16be) &&
                        !(call.flags & KO_CONVERT_KEEP_MARK);
+    const bool shifts = object->source_is_stateful || object->target_is_stateful;
+    if (shifts) object = make_route(object, nullptr, settled_rules);
+    if (!object) return KO_ENOMEM;
     *rec = drops ? make_route(form_step(call, source, source), object, marked_rules) : object;
     return *rec ? KO_OK : KO_ENOMEM;
 }

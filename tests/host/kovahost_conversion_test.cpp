@@ -260,7 +260,10 @@ TEST(HostConversion, WaysThroughUtf8ConvertInPiecesAsInOneCall) {
             const outcome want = {convert_whole(out.handle, plain).made, text.size(), 0};
             ASSERT_EQ(convert_whole(cd.handle, text), want);
             check_pieces(cd.handle, text, want);
-            if (from != to) check_rooms(cd.handle, text, want);
+            check_rooms(cd.handle, text, want);
+            check_pieces(out.handle, plain, {want.made, plain.size(), 0});
+            check_rooms(out.handle, plain, {want.made, plain.size(), 0});
+            check_rooms(in.handle, plain, {text, plain.size(), 0});
         }
     // A character that the second code set lacks stops the first one there.
     const conversion_to cd("utf16le", "8859-1", 0, root.c_str());
