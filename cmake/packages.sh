@@ -1,4 +1,5 @@
-# Installs Debian packages; sourced by quickstart and check, which set $me to their own names.
+# Installs Debian packages; sourced by quickstart, check and check-orders, which set $me
+# to their own names.
 
 missing_packages() {
     for p in "$@"; do

@@ -61,7 +61,9 @@ class PeerTest : public testing::TestWithParam<peer_row> {
         peer = newlocale(LC_ALL_MASK, peer_name.c_str(), nullptr);
         ASSERT_TRUE(peer) << "the C library has no " << peer_name;
         before = uselocale(peer);
-        const std::string spec = r.name + "." + r.codeset;
+        const size_t modifier = std::min(r.name.find('@'), r.name.size());
+        const std::string spec =
+            r.name.substr(0, modifier) + "." + r.codeset + r.name.substr(modifier);
         ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0)
             << spec << ": error " << *ko_ext_errno(loc);
     }
