@@ -189,7 +189,7 @@ KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *te
  *
  * KO_ENULL, the numbers of ko_locale_utf8, KO_ENOMEM (there was no memory for tables when the
  * locale was loaded) and KO_EOBJECT (a collation with elements in a backward pass, without a free
- * weight, or by the Thai method): the texts are compared unit by unit.
+ * weight, or by the Thai method without bytes): the texts are compared unit by unit.
  *
  * U+0000 is ignored until everything else is equal. Then the number of units before the first
  * U+0000 decides, then the number between the first and the second, and so on. */

@@ -1,4 +1,5 @@
 // Comparison of texts in UTF-8 and UTF-16, directly from their units.
+#include "collate/kovacoll_thai.h"
 #include "host/kovahost_order.h"
 
 // ---- Where two texts part ----
@@ -96,10 +97,17 @@ template <class Text> static int order_by_codes(const Text &a, const Text &b, si
     }
 }
 
+template <class Text> static int order_by_thai(const Text &a, const Text &b) {
+    const int order = thai_order(walk_from(a, 0), walk_from(b, 0));
+    return order ? order : null_order(a, b);
+}
+
 template <class Text>
 static int order_of_characters(const kovaloc *loc, const Text &a, const Text &b, size_t common) {
     const coll_flat *flat = loc->weights;
-    const int order = flat ? order_by_weights(flat, a, b, common) : order_by_codes(a, b, common);
+    const int order = flat           ? order_by_weights(flat, a, b, common)
+                      : by_thai(loc) ? order_by_thai(a, b)
+                                     : order_by_codes(a, b, common);
     if (a.misses->ill_formed) return order * (1 + KO_EILSEQ);
     return a.misses->lacking ? order * (1 + KO_ENOCHAR) : order;
 }

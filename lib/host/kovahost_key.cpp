@@ -1,5 +1,6 @@
 // Keys of texts in UTF-8 and UTF-16: bytes whose order is that of the texts. docs/collation.md
 // describes the format.
+#include "collate/kovacoll_thai.h"
 #include "host/kovahost_letters.h"
 #include "host/kovahost_order.h"
 
@@ -176,10 +177,32 @@ template <class Text> static void put_codes(const Text &text, coll_sink *sink) {
     }
 }
 
+// Writes the numbers of the Thai method: one byte, or for large ones (places far along, what the
+// code set lacks) how many bytes follow and these bytes.
+template <class Text> static void put_thai(const Text &text, coll_sink *sink) {
+    constexpr size_t one_byte = 0xF0;
+    thai_walk walk(walk_from(text, 0));
+    while (const size_t number = thai_next(walk)) {
+        if (number < one_byte) {
+            sink_byte(sink, unsigned(number) + 1);
+            continue;
+        }
+        unsigned bytes = 1;
+        while (bytes < sizeof number && number >> 8 * bytes)
+            ++bytes;
+        sink_byte(sink, unsigned(one_byte) + bytes);
+        while (bytes--)
+            sink_byte(sink, number >> 8 * bytes & 0xFF);
+    }
+    if (!has_null(text)) return;
+    sink_byte(sink, short_end);
+    put_gaps(text, sink);
+}
+
 template <class Text> static int put_key(const kovaloc *loc, const Text &text, coll_sink *sink) {
     coll_flat *const flat = loc->weights;
     if (!flat) {
-        put_codes(text, sink);
+        by_thai(loc) ? put_thai(text, sink) : put_codes(text, sink);
         return KO_OK;
     }
     const short_keys *const keys = short_keys_of(flat);

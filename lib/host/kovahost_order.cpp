@@ -6,6 +6,6 @@
 int unfit_for_order(ko_lc_t handle) {
     if (const int error = unfit(handle, KO_LC_COLLATE)) return error;
     const kovaloc *loc = record(handle);
-    if (loc->weights ? loc->weights->raw_fits : by_code(loc)) return 0;
+    if (loc->weights ? loc->weights->raw_fits : by_code(loc) || by_thai(loc)) return 0;
     return loc->status == KO_ENOMEM ? KO_ENOMEM : KO_EOBJECT;
 }

@@ -37,6 +37,11 @@ template <class Unit> inline mapped_back<Unit> walk_back(const mapped_host<Unit>
     return {walk_from(text, text.len)};
 }
 
+// Is a text ordered by the Thai method, which reads the bytes of a code set?
+inline bool by_thai(const kovaloc *loc) {
+    return loc->coll_info.collate == collate_thai && loc->exp.single_byte && loc->map;
+}
+
 // 0 if the record can order these texts, else the error number.
 int unfit_for_order(ko_lc_t loc);
 

@@ -179,12 +179,14 @@ TEST(Collation, ComparesCodesWithoutALocale) {
 TEST(Collation, PutsThaiVowelsBehindAndMarksLast) {
     coll_record r(every_byte(), "thai_smo\n");
     static const std::pair<const char *, const char *> rows[] = {
-        {"\xE0\xA1",         "\xA1\xE0"            }, // a leading vowel
-        {"\xA1\xE8",         "\xA1\x01\x8F"        }, // a mark on the first character
-        {"\xE0\xA1\xE8\xA2", "\xA1\xE0\xA2\x02\x8F"},
-        {"\xA1\xE0",         "\xA1\xE0"            }, // a vowel left at the end
-        {"\xA1\xD1\xD2",     "\xA1\x80\xD1"        },
-        {"",                 ""                    },
+        {"\xE0\xA1",         "\xA1\xE0"                    }, // a leading vowel
+        {"\xA1\xE8",         "\xA1\x01\x8F"                }, // a mark on the first character
+        {"\xE0\xA1\xE8\xA2", "\xA1\xE0\xA2\x02\x8F"        },
+        {"\xA1\xE0",         "\xA1\xE0"                    }, // a vowel left at the end
+        {"\xA1\xD1\xD2",     "\xA1\xD1\xD2"                },
+        {"\xE0\xE8\xE1\xA1", "\xE1\xE0\xA1\x01\x8F"        }, // a vowel after a vowel
+        {"\xE8\xA1\xEE\xE7", "\xA1\x01\x8F\x01\x95\x01\x8E"},
+        {"",                 ""                            },
     };
     for (const auto &[from, want] : rows) {
         EXPECT_EQ(sort_key(r.handle, from), want);
@@ -197,6 +199,64 @@ TEST(Collation, PutsThaiVowelsBehindAndMarksLast) {
     EXPECT_EQ(ko_full_wcscoll(r.handle, wcs(u"\xE0\xA1").data(), wcs(u"\xA1\xE8").data()), 1);
     const std::string many(5000, '\xE8');
     EXPECT_GT(ko_full_mbsxfrm(r.handle, nullptr, mb(many.c_str()), 0), 200);
+}
+
+// Ordinary words in TIS-620, as a dictionary has them.
+TEST(Collation, OrdersThaiWordsAsADictionary) {
+    coll_record r(every_byte(), "thai_smo\n");
+    static constexpr std::u16string_view words[] = {
+        u"ก",   u"ก็",   u"กก",   u"กบ",  u"กลอง", u"กว่า", u"กะทิ",   u"กัน",  u"กั้น",
+        u"กา",  u"ก้าน", u"กำ",   u"กิน",  u"กีฬา",  u"กุ้ง",  u"กู",     u"เก่ง", u"เก็บ",
+        u"แก",  u"แก้ว", u"โกรธ", u"ใกล้", u"ไก่",   u"ขวด", u"ขา",    u"ข่า",  u"ข้า",
+        u"ขาว", u"ข่าว", u"ข้าว",  u"เข้า", u"แขก",  u"คน",  u"เครื่อง", u"งาน", u"น้ำ",
+        u"บ้าน", u"ปลา", u"เป็น",  u"ไป",  u"มา",   u"ม้า",  u"แม่",    u"รัก",  u"เรียน",
+        u"วัน",  u"สวย", u"หมา",  u"หมู",  u"ใหม่",  u"ไหม", u"อาหาร", u"เอา",
+    };
+    const auto bytes = [](std::u16string_view word) {
+        std::string text;
+        for (const char16_t c : word)
+            text += char(c - 0x0E00 + 0xA0);
+        return text;
+    };
+    for (size_t i = 1; i < std::size(words); ++i) {
+        const std::string low = bytes(words[i - 1]), high = bytes(words[i]);
+        EXPECT_EQ(thaismocoll(r.handle, mb(low.c_str()), mb(high.c_str())), -1) << i;
+        EXPECT_LT(sort_key(r.handle, low), sort_key(r.handle, high)) << i;
+    }
+}
+
+// The order of keys while both halves have room, and an order of all texts.
+TEST(Collation, OrdersThaiTextsAsTheirKeysAndBeyondThem) {
+    coll_record r(every_byte(), "thai_smo\n");
+    static constexpr char chars[] = "\xA1\xA1\xA2\xD1\xE0\xE4\xE7\xEE\x01\x20";
+    std::mt19937 random(3);
+    const auto compare = [&r](const std::string &a, const std::string &b) {
+        return thaismocoll(r.handle, mb(a.c_str()), mb(b.c_str()));
+    };
+    const auto sign = [](int n) { return (n > 0) - (n < 0); };
+    for (int round = 0; round < 20000; ++round) {
+        std::string texts[3], keys[3];
+        const std::string start(round % 16 ? 0 : random() % 300, '\xA1');
+        for (int i = 0; i < 3; ++i) {
+            texts[i] = start;
+            for (size_t n = random() % 5; n; --n)
+                texts[i] += chars[random() % (sizeof chars - 1)];
+            keys[i] = sort_key(r.handle, texts[i]);
+        }
+        const int ab = compare(texts[0], texts[1]), bc = compare(texts[1], texts[2]),
+                  ac = compare(texts[0], texts[2]);
+        EXPECT_EQ(compare(texts[1], texts[0]), -ab);
+        EXPECT_TRUE(ab < 0 || bc < 0 || ac == std::max(ab, bc));
+        EXPECT_TRUE(ab > 0 || bc > 0 || ac == std::min(ab, bc));
+        EXPECT_TRUE(start.size() > 250 || ab == sign(keys[0].compare(keys[1])));
+    }
+    for (const char *const tail : {"\xA1\xA2", "\xA1\xA1\xE8", "\xE0\xA1"}) {
+        std::string text(400, '\xA1');
+        EXPECT_EQ(compare(text + "\xA1\xA1", text + tail), -1) << tail;
+        EXPECT_EQ(compare(text + tail, text + tail), 0);
+    }
+    const std::string marks(300, '\xE8'); // the marks beyond the key count, too
+    EXPECT_EQ(compare("\xA1" + marks + "\xE8", "\xA1" + marks + "\xE9"), -1);
 }
 
 TEST(Collation, FailsCleanlyWithoutMemory) {

@@ -199,35 +199,69 @@ TEST(OtherCodeSet, MapsCompiledCodeSetsBackAndForth) {
     });
 }
 
-TEST(OtherCodeSet, OrdersAsTheLocaleDoes) {
-    each_other_locale([](ko_lc_t loc) {
-        const auto all = characters(loc);
-        std::mt19937 random(11);
-        const auto below = [&](size_t n) { return size_t(random() % n); };
-        int refused = 0;
-        for (int round = 0; round < 4000; ++round) {
-            std::string texts[2];
-            std::vector<ko_wchar_t> wide[2];
-            const size_t from = below(all.size());
-            for (int i = 0; i < 2; ++i) {
-                for (size_t n = below(6); n; --n) {
-                    const auto &c = all[(from + below(60)) % all.size()];
-                    texts[i] += c.second;
-                    wide[i].push_back(c.first);
-                }
-                wide[i].push_back(0);
+// The order of texts is that of their characters in the code set, and of their keys.
+static void check_order(ko_lc_t loc) {
+    const auto all = characters(loc);
+    std::mt19937 random(11);
+    const auto below = [&](size_t n) { return size_t(random() % n); };
+    for (int round = 0; round < 4000; ++round) {
+        std::string texts[2];
+        std::vector<ko_wchar_t> wide[2];
+        const size_t from = below(all.size());
+        for (int i = 0; i < 2; ++i) {
+            for (size_t n = below(6); n; --n) {
+                const auto &c = all[(from + below(60)) % all.size()];
+                texts[i] += c.second;
+                wide[i].push_back(c.first);
             }
-            const int found = order(loc, texts[0], texts[1]);
-            if (KO_SCOLL_ERROR(found)) {
-                ++refused;
-                continue;
-            }
-            const int want = sign(ko_full_wcscoll(loc, wide[0].data(), wide[1].data()));
-            ASSERT_EQ(sign(found), want) << texts[0] << " : " << texts[1];
-            ASSERT_EQ(sign(key(loc, texts[0]).compare(key(loc, texts[1]))), want)
-                << texts[0] << " : " << texts[1];
+            wide[i].push_back(0);
         }
-        const bool thai = record(loc)->coll_info.collate == collate_thai;
-        EXPECT_TRUE(!refused || thai) << refused;
-    });
+        const int found = order(loc, texts[0], texts[1]);
+        const int want = sign(ko_full_wcscoll(loc, wide[0].data(), wide[1].data()));
+        ASSERT_EQ(found, want) << texts[0] << " : " << texts[1];
+        ASSERT_EQ(sign(key(loc, texts[0]).compare(key(loc, texts[1]))), want)
+            << texts[0] << " : " << texts[1];
+    }
+}
+
+TEST(OtherCodeSet, OrdersAsTheLocaleDoes) { each_other_locale(check_order); }
+
+// The compiled th_TH.TIS-620, with the Thai method for its order.
+TEST(OtherCodeSet, OrdersByTheThaiMethod) {
+    const std::string data = env("KOVA_TEST_ROOT");
+    const auto file = [&data](const char *name) { return slurp(data + "/kova/" + name); };
+    std::string object = file("lc11/th_th/e01d.lco");
+    if (object.empty()) GTEST_SKIP();
+    const temp_dir root;
+    const size_t section = object.find("### LC_COLLATE"), next = object.find("### LC_NUMERIC");
+    object.replace(section, next - section, "### LC_COLLATE\nthai_smo\n");
+    root.write("kova/lc11/th_th/e01d.lco", object);
+    for (const char *name : {"cm3/registry", "cv9/e01ce01d.cvo", "cv9/e01de01c.cvo"})
+        root.write("kova/"s + name, file(name));
+    const opened loc(root.path.c_str(), "th_TH.TIS-620");
+    ASSERT_EQ(ko_locale_utf8(loc), 0);
+    check_order(loc);
+    const std::string far(70000, 'a'); // places beyond one and two bytes
+    const struct {
+        std::string a, b;
+        int want;
+    } rows[] = {
+        {"\u0E40\u0E01",       "\u0E02",             -1             },
+        {"\u0E01\u0E49\u0E32", "\u0E01\u0E32\u0E01", -1             }, // marks last
+        {"\u0E01\0\u0E02"s,    "\u0E01\u0E02",       1              },
+        {"\u0E40\0\u0E01"s,    "\u0E40\u0E01",       1              },
+        {"\u0E40\u0E01\0"s,    "\u0E40\0\u0E01"s,    1              },
+        {"\u0E5B",             "\u00E9",             -1 - KO_ENOCHAR},
+        {"\u0E40\u00E9",       "\u0E40\u6F22",       -1 - KO_ENOCHAR},
+        {"\u0E5B",             "\xFF",               -1 - KO_EILSEQ },
+        {far + "\u0E01\u0E48", far + "\u0E01\u0E49", -1             },
+        {"a\u0E48" + far,      far + "a\u0E48",      -1             },
+        {far + "a\u0E48",      far + "aa\u0E48",     1              }, // a place is more than a letter
+    };
+    for (const auto &r : rows) {
+        SCOPED_TRACE(&r - rows);
+        EXPECT_EQ(order(loc, r.a, r.b), r.want);
+        EXPECT_EQ(order(loc, r.b, r.a), -r.want);
+        EXPECT_EQ(sign(key(loc, r.a).compare(key(loc, r.b))), sign(r.want));
+    }
 }

@@ -538,6 +538,15 @@ TEST_F(KovacCommand, CompilesOrdersThatIgnoreCaseAndAccents) {
     fails(1, "-i ko_KR", "tells case and accents apart");
     fails(2, "-i ca_ES@valencia --name ca_ES@valencia", "one to four");
     fails(2, "-i sr_RS@latin", "sr_RS@latn");
+    command = "kovac locale -o root -i th_TH --thai ";
+    fails(1, "-f unicode", "reads the bytes of TIS-620");
+    shows("-f TIS-620 --prove", "object: 46011 strings of up to two characters");
+    command = "kova ";
+    shows("locales", "th_TH by the Thai method");
+    shows("info th_TH.TIS-620@thai", "by the Thai method");
+    const outcome sorted = shell("kova sort -l th_TH.TIS-620@thai --bytes",
+                                 "\xE4\xA1\xE8\n\xA1\xA1\n\xA1\xD4\xB9\n\xA1\xE7\n");
+    EXPECT_EQ(sorted.out, "\xA1\xE7\n\xA1\xA1\n\xA1\xD4\xB9\n\xE4\xA1\xE8\n") << sorted.err;
 }
 
 // What is up to date stays; what lacks a file, or failed, is compiled again.

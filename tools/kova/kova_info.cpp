@@ -1,6 +1,7 @@
 // kova info and kova locales: what a locale says of itself, and which locales exist.
 #include <algorithm>
 #include <array>
+#include <map>
 
 #include "common/tool_text.h"
 #include "kova/kova_cli.h"
@@ -279,9 +280,13 @@ int run_info(const common_options &common, const info_options &options) {
 static std::string stands_for(const object_file &object) {
     const std::string name =
         object.language + (object.modifier.empty() ? "" : "@" + object.modifier);
-    const std::string source = source_name(object), strength = strength_name(object);
-    if (!strength.empty())
-        return source + " without " + (strength == "ci" ? "case" : "case and accents");
+    const std::string source = source_name(object), variant = variant_name(object);
+    static const std::map<std::string, const char *> variants = {
+        {"ci",   " without case"            },
+        {"ai",   " without case and accents"},
+        {"thai", " by the Thai method"      },
+    };
+    if (const auto at = variants.find(variant); at != variants.end()) return source + at->second;
     return source == name || source.find('_') == source.npos ? "" : source;
 }
 

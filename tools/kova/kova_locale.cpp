@@ -216,8 +216,8 @@ static std::string header_value(const object_file &object, std::string_view key)
 
 std::string source_name(const object_file &object) { return header_value(object, "SOURCE="); }
 
-std::string strength_name(const object_file &object) {
-    const std::string text = header_value(object, "STRENGTH=");
+std::string variant_name(const object_file &object) {
+    const std::string text = header_value(object, "STRENGTH=") + header_value(object, "METHOD=");
     return text.substr(0, text.find(','));
 }
 
@@ -354,8 +354,8 @@ static std::string stood_in(const std::string &spec, const std::vector<object_fi
     for (const object_file &object : all) {
         const std::string modifier = object.modifier.empty() ? "" : "@" + object.modifier;
         if (object.language + modifier == source) return {}; // the name itself exists
-        const std::string strength = strength_name(object);
-        if (source_name(object) + (strength.empty() ? "" : "@" + strength) == source)
+        const std::string variant = variant_name(object);
+        if (source_name(object) + (variant.empty() ? "" : "@" + variant) == source)
             found = object.language + spec.substr(dot, at - dot) + modifier;
     }
     return found;

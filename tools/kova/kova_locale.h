@@ -53,9 +53,9 @@ std::string specification(const object_file &object);
 // The name of the source that an object was compiled from: "de_DE".
 std::string source_name(const object_file &object);
 
-// What an object ignores whose order is not that of its source: "ci" (case), "ai" (case and
-// accents); "" for all others.
-std::string strength_name(const object_file &object);
+// How an object's order differs from that of its source: "ci" (without case), "ai" (without case
+// and accents), "thai" (by the Thai method); "" for all others.
+std::string variant_name(const object_file &object);
 
 // Is the code set of an object "unicode"?
 bool is_unicode(const object_file &object);

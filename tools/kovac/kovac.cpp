@@ -30,7 +30,7 @@ struct locale_options {
     std::string source, charmap, root, name, codeset, registry_file, list, release;
     std::string sources;    // directory that is searched first
     std::string exceptions; // list instead of the built-in one
-    std::string strength;   // "ci", "ai" or "", which is that of the charmap's name
+    std::string variant;    // "ci", "ai", "thai" or "", which is that of the charmap's name
     bool is_default = false, prove = false, verbose = false;
     bool drop = false;
     collation_options order;
@@ -42,14 +42,16 @@ struct registry_options {
 };
 
 static constexpr const char *system_sources = "/usr/share/i18n";
-// What the modifiers of "unicode@ci" and "unicode@ai" mean, for the header of an object.
+// The orders that modifiers of a code set ask for, and what the headers of their objects say.
 static constexpr struct {
     const char *name;
     strength keeps;
-    const char *equal;
-} strengths[] = {
-    {"ci", strength::accents, "case only"            },
-    {"ai", strength::letters, "case and accents only"},
+    bool by_thai;
+    const char *equal; // what such texts differ in
+} variants[] = {
+    {"ci",   strength::accents, false, "case only"            },
+    {"ai",   strength::letters, false, "case and accents only"},
+    {"thai", strength::all,     true,  nullptr                },
 };
 static constexpr size_t codeset_limit = 19; // bytes of the code-set line that the library reads
 static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
@@ -117,13 +119,13 @@ static int object_name(const locale_options &opt, std::string *name) {
     *name = opt.name;
     if (name->empty()) *name = standin_name(base_name(opt.source));
     if (name->empty()) *name = base_name(opt.source);
-    if (opt.strength.empty()) return exit_done;
+    if (opt.variant.empty()) return exit_done;
     if (name->find('@') == std::string::npos) {
-        *name += "@" + opt.strength;
+        *name += "@" + opt.variant;
     } else if (opt.name.empty()) {
         return complain(exit_usage, "\"" + *name +
                                         "\" has a modifier already; name the order with \"" +
-                                        opt.strength + "\" by --name ll_TT@mod");
+                                        opt.variant + "\" by --name ll_TT@mod");
     }
     return exit_done;
 }
@@ -196,11 +198,13 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("INPUTS=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
         unsealed_content,
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
-    for (const auto &s : strengths)
-        if (opt.strength == s.name)
+    for (const auto &v : variants)
+        if (opt.variant == v.name && v.equal)
             object.description.push_back(
                 format("STRENGTH=%s, %zu of %zu levels; not total: what differs in %s is equal",
-                       s.name, object.collate.levels, object.collate.source_levels, s.equal));
+                       v.name, object.collate.levels, object.collate.source_levels, v.equal));
+    if (object.collate.by_thai)
+        object.description.push_back("METHOD=thai, base text and marks by the codes of TIS-620");
     if (!opt.release.empty()) object.description.push_back("RELEASE=" + opt.release);
     for (std::string &line : object.description)
         line = kovatool::printable(line).substr(0, header_limit);
@@ -279,7 +283,7 @@ struct proof_input {
 static bool prove_all(proof_input &in, const locale_object &object, const charmap &map,
                       const std::string &path) {
     prove_object(map, object.collate, path, in.report);
-    prove_source(in.set, map, in.diag, path, in.terms, in.report);
+    if (!object.collate.by_thai) prove_source(in.set, map, in.diag, path, in.terms, in.report);
     return print_proof(in.report);
 }
 
@@ -305,21 +309,23 @@ static int write_object(const std::string &path, const locale_object &object, co
     return complain(exit_file, "cannot write " + path + ": " + why);
 }
 
-// Takes the strength from the name of the charmap, where lists have it: "unicode@ci".
-static locale_options with_strength(locale_options opt) {
-    for (const auto &s : strengths) {
-        const std::string suffix = std::string("@") + s.name;
+// Takes the variant from the name of the charmap, where lists have it: "unicode@ci".
+static locale_options with_variant(locale_options opt) {
+    for (const auto &v : variants) {
+        const std::string suffix = std::string("@") + v.name;
         if (opt.charmap.ends_with(suffix)) {
             opt.charmap.resize(opt.charmap.size() - suffix.size());
-            opt.strength = s.name;
+            opt.variant = v.name;
         }
-        if (opt.strength == s.name) opt.order.keeps = s.keeps;
+        if (opt.variant != v.name) continue;
+        opt.order.keeps = v.keeps;
+        opt.order.by_thai = v.by_thai;
     }
     return opt;
 }
 
 static int compile_one(const locale_options &asked) {
-    const locale_options opt = with_strength(asked);
+    const locale_options opt = with_variant(asked);
     source_set set;
     set.dirs = search_dirs("locales");
     set.own = carried_sources();
@@ -345,8 +351,8 @@ static int compile_one(const locale_options &asked) {
     proof_input proof{
         set,
         diag,
-        {base_name(opt.source), {}, opt.order.equal_ties, opt.order.keeps, opt.strength, {}},
-        {        }
+        {base_name(opt.source), {}, opt.order.equal_ties, opt.order.keeps, opt.variant, {}},
+        {         }
     };
     if (int status = load_exceptions(opt, proof.terms.allowed)) return status;
     if (!compile_locale(set, map, diag, object, opt.prove ? &proof.report : nullptr, opt.order)) {
@@ -508,9 +514,9 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
     auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
                                     "Charmap: path or name; \"unicode\" is built in");
-    auto *list =
-        cmd->add_option("--list", opt.list,
-                        "Compile every line of a file: SOURCE CHARMAP[@STRENGTH] [NAME [CODESET]]");
+    auto *list = cmd->add_option(
+        "--list", opt.list,
+        "Compile every line of a file: SOURCE CHARMAP[@ci|@ai|@thai] [NAME [CODESET]]");
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/lc11/... is written")
         ->required();
     auto *name =
@@ -528,10 +534,16 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
         ->needs(prove);
     cmd->add_flag("--drop", opt.drop,
                   "Compile a code set with characters of more than two bytes without those");
-    cmd->add_option("--strength", opt.strength,
-                    "An order that is not total: \"ci\" ignores case, \"ai\" accents, too; "
-                    "the locale is called ll_TT@ci, ll_TT@ai")
-        ->check(CLI::IsMember({"ci", "ai"}));
+    auto *strength =
+        cmd->add_option("--strength", opt.variant,
+                        "An order that is not total: \"ci\" ignores case, \"ai\" accents, too; "
+                        "the locale is called ll_TT@ci, ll_TT@ai")
+            ->check(CLI::IsMember({"ci", "ai"}));
+    cmd->add_flag_callback(
+           "--thai", [&opt] { opt.variant = "thai"; },
+           "The Thai method instead of the source's order; the locale is called "
+           "ll_TT@thai")
+        ->excludes(strength);
     cmd->add_flag("--equal-ties", opt.order.equal_ties,
                   "Keep strings equal that the source's order of \"unicode\" holds equal");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");

@@ -530,6 +530,7 @@ static bool keep_levels(compiler &c, order &src, const collation_options &option
 
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
                        proof_report *report, const collation_options &options) {
+    if (options.by_thai) return make_thai(map, diag, result);
     order src;
     if (!read_order(set, map, diag, src)) return false;
     result = {};

@@ -22,6 +22,7 @@ struct collation_element {
 // Rows are numbered from 0 (row 0: characters without a line in the source) to num_rows.
 struct collation {
     bool codeset_order = false;
+    bool by_thai = false;                 // nothing of what follows counts
     size_t levels = 0, source_levels = 0; // those of the order, and those of its source
     int num_rows = 0;                     // highest row number
     int num_weights = 0;         // highest weight in use; decides the bytes of a weight in keys
@@ -46,6 +47,7 @@ using letter_pair = std::pair<uint16_t, uint16_t>; // a capital and its small le
 struct collation_options {
     // What the source treats as equal stays equal. Otherwise no two strings of "unicode" are equal.
     bool equal_ties = false;
+    bool by_thai = false; // the Thai method instead of the source's order
     strength keeps = strength::all;
     std::vector<letter_pair> pairs; // that differ in case only, where that is not to count
 };
@@ -54,6 +56,9 @@ struct collation_options {
 // nothing is proved except what the choice of a form needs.
 bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, collation &result,
                        proof_report *report, const collation_options &options = {});
+
+// Asks for the Thai method. False if the code set is none that it can read.
+bool make_thai(const charmap &map, diagnostics &diag, collation &result);
 
 // Checks the tables on all short strings of the code set and reports what holds.
 void prove_collation(const charmap &map, const collation &tables, proof_report &report);

@@ -110,7 +110,8 @@ static void prove(const judge &j, const charmap &map, const char *who, proof_rep
     std::vector<keyed> keys;
     for (const text16 &s : strings) {
         keys.push_back({key_of(j, s), &s});
-        if (!j.loc || keys.back().key == sort_key(*j.model, s) || bad >= most_shown) continue;
+        if (!j.loc || j.model->tables->by_thai || bad >= most_shown) continue;
+        if (keys.back().key == sort_key(*j.model, s)) continue;
         ++bad;
         report.ok = false;
         report.lines.push_back(

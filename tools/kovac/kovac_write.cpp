@@ -97,6 +97,7 @@ static bool put_ctype(FILE *out, const ctype_section &s, const charmap &map) {
 }
 
 static bool put_collate(FILE *out, const collation &s, const charmap &map) {
+    if (s.by_thai) return fputs("### LC_COLLATE\nthai_smo\n", out) >= 0;
     const table rows = make_table(map, [&s, &map](size_t i) {
         const auto found = s.rows.find(map.chars[i].wide);
         return found == s.rows.end() ? uint16_t(0) : found->second;
