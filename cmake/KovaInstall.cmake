@@ -18,4 +18,27 @@ if(TARGET kovac_command AND NOT CMAKE_CROSSCOMPILING)
               ${CMAKE_BINARY_DIR}/data
       DEPENDS kovac_command)
 endif()
-install(DIRECTORY ${CMAKE_BINARY_DIR}/data/kova DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL)
+# Conversion objects have a second name, FROM_TO.cvo, beside their numbers; a copy would take its
+# room again.
+install(DIRECTORY ${CMAKE_BINARY_DIR}/data/kova DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL
+        PATTERN "*_*.cvo" EXCLUDE)
+install(CODE "
+  set(made \"${CMAKE_BINARY_DIR}/data/kova/cv9\")
+  set(installed \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/vantor/kova/cv9\")
+  file(GLOB objects \${made}/*.cvo)
+  foreach(object \${objects})
+    get_filename_component(name \${object} NAME)
+    file(SHA256 \${object} hash)
+    if(name MATCHES _)
+      list(APPEND names \${name})
+      set(hash_of_\${name} \${hash})
+    else()
+      set(number_of_\${hash} \${name})
+    endif()
+  endforeach()
+  foreach(name \${names})
+    file(REMOVE \${installed}/\${name})
+    file(CREATE_LINK \${installed}/\${number_of_\${hash_of_\${name}}} \${installed}/\${name}
+         COPY_ON_ERROR)
+  endforeach()
+")

@@ -21,6 +21,19 @@ find_package(ZLIB REQUIRED)
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 
+# The mappings of ICU's converters, for kovac alone, which loads ICU when it needs it. The headers of
+# this machine do not serve other ones.
+set(kova_icu "")
+if(KOVA_ICU AND NOT CMAKE_CROSSCOMPILING AND CMAKE_SIZEOF_VOID_P EQUAL 8)
+  find_package(ICU COMPONENTS uc)
+  if(ICU_FOUND)
+    set(kova_icu ICU::uc)
+  else()
+    message(STATUS "kovac cannot compile the code sets that data/mappings.list takes from ICU: "
+                   "libicu-dev is not installed")
+  endif()
+endif()
+
 set(tools ${CMAKE_CURRENT_SOURCE_DIR}/tools)
 add_library(kova_tool_compile INTERFACE)
 target_include_directories(kova_tool_compile INTERFACE ${CMAKE_CURRENT_SOURCE_DIR}/include ${tools})
@@ -41,7 +54,7 @@ configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/collation_exceptions.cpp.in
                ${CMAKE_BINARY_DIR}/generated/collation_exceptions.cpp @ONLY)
 # The lists that kovac carries along.
 set(lists ${CMAKE_CURRENT_SOURCE_DIR}/data)
-foreach(list standins pack conversions charmaps)
+foreach(list standins pack conversions charmaps mappings pairs)
   string(TOUPPER ${list} variable)
   file(READ ${lists}/${list}.list KOVA_${variable})
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${lists}/${list}.list)
@@ -66,6 +79,11 @@ target_sources(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/generated/collation_excep
 target_link_libraries(kova_parts PUBLIC common_parts)
 target_link_libraries(kovac_parts PUBLIC common_parts)
 target_include_directories(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/lists)
+if(kova_icu)
+  set_source_files_properties(${tools}/kovac/kovac_convert_icu.cpp PROPERTIES
+      COMPILE_DEFINITIONS KOVAC_HAS_ICU)
+  target_link_libraries(kovac_parts PUBLIC ${CMAKE_DL_LIBS})
+endif()
 
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)

@@ -139,9 +139,12 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
           "a\xe6\xbcZ", "a");
     // Another character would stand for it.
     fails(1, "utf8 -t 930",
-          "1:5: byte offset 6: the bytes c3 a9 are U+00E9 (é), which 930 lacks; the conversion "
-          "writes 0f 3f (U+001A); --accept-substitutes, --skip or --replace continues",
-          "Caf字é", "\xc3\x62\x67\x0e\x48\xf2");
+          "1:5: byte offset 6: the bytes ef bf a4 are U+FFE4 (￤), which 930 lacks; the conversion "
+          "writes 42 6a (U+00A6); --accept-substitutes, --skip or --replace continues",
+          "Caf字￤", "\xc3\x62\x67\x0e\x48\xf2");
+    fails(1, "utf8 -t 930",
+          "1:4: byte offset 3: the bytes c3 a9 are U+00E9 (é), which 930 lacks; --", "Cafés",
+          "\xc3\x62\x67");
     fails(1, "sjis -t eucjp", "2:1: byte offset 1: the byte 5c is U+00A5 (¥), which eucjp lacks",
           "\n\\", "\n");
     fails(1, "utf-8 -t utf8", "1:2: byte offset 1: the byte ff does not begin", "a\xff", "a");
@@ -173,10 +176,10 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     writes("utf8 -t 930 --replace=漢", "\x0e\x4f\x58\x0f", "\xff", replaced);
     writes("utf8 -t IBM037 --replace", "\x6f", "漢", replaced);
     // What the conversion substitutes; a character under other bytes stays the same character.
-    writes("utf8 -t 930 --accept-substitutes", "\x0e\x48\xf2\x0f\x3f\x0e\x48\xf2\x0f", "字é字",
+    writes("utf8 -t 930 --accept-substitutes", "\x0e\x48\xf2\x42\x6a\x48\xf2\x0f", "字￤字",
            "1 character substituted, the first at standard input:1:2: ");
-    writes("utf8 -t 930 --replace=x", "\x0e\x48\xf2\x0f\xb7", "字é", replaced);
-    writes("utf8 -t 930 --skip", "\x0e\x48\xf2\x48\xf2\x0f", "字é字", skipped);
+    writes("utf8 -t 930 --replace=x", "\x0e\x48\xf2\x0f\xb7", "字￤", replaced);
+    writes("utf8 -t 930 --skip", "\x0e\x48\xf2\x48\xf2\x0f", "字￤字", skipped);
     writes("BIG5 -t utf8 -v", "十.", "\xa2\xcc.",
            "1 character that would come back as other bytes");
     environment["LC_ALL"] = "C"; // the replacement is bytes of the target then
@@ -235,7 +238,7 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
     fails(1, "convert -f utf8 -t IBM037 --replace=漢", "--replace: IBM037 has no \"漢\"\n");
     fails(2, "chart sjis --lead 20", "lead bytes are 81-84 88-9F E0-EA\n");
     shows("convert --list", "   930  ibm930                cp930 ccsid930\n");
-    shows("convert --list", "\neuc-jp          unicode shift_jis utf-8\n");
+    shows("convert --list", "\neuc-jp          unicode shift_jis utf8\n");
 }
 
 TEST_F(KovaConvert, ChartsBytesLeadsAndPairs) {

@@ -249,6 +249,7 @@ static int load_inputs(const locale_options &opt, source_set &set, charmap &map,
         return missing("charmap", opt.charmap);
     }
     if (!load_charmap(charmap_dirs, opt.charmap, diag, map)) return exit_source;
+    correct_charmap(opt.charmap, map, diag);
     return tell_dropped(opt, map, diag);
 }
 

@@ -82,6 +82,12 @@ static convert_status load_sets(const convert_options &opt, const std::vector<st
     }
     const bool built_in = from.form != set_form::listed && to.form != set_form::listed;
     const bool everything = built_in || (!opt.substitute.empty() && from.form != set_form::listed);
+    for (const conv_set *set : {&from, &to})
+        if (opt.report || opt.verbose) compare_sources(*set, dirs, diag);
+    if (built_in && !opt.supplementary)
+        warning(diag, {},
+                "the planes of Unicode after the second are left out, 983040 code points; "
+                "--supplementary compiles them");
     const uint32_t last = opt.supplementary ? last_code : built_in ? last_smp_code : last_bmp_code;
     if (from.form != set_form::listed) fill_builtin(from, to, last, everything);
     if (to.form != set_form::listed) fill_builtin(to, from, last, built_in);

@@ -4,6 +4,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -39,6 +40,7 @@ struct conv_set {
     unsigned char shift_out = 0x0E; // enters the shifted state
     unsigned char shift_in = 0x0F;  // ends it
     int sequences = 0;              // characters of several code points, left out
+    uint32_t last = 0x10FFFF;       // the last code point to ask for
     // The two directions; what only one of them has converts in that direction only.
     std::map<char_bytes, uint32_t> codes;
     std::unordered_map<uint32_t, char_bytes> bytes;
@@ -65,6 +67,8 @@ void complete_set(conv_set &set);
 constexpr uint32_t last_code = 0x10FFFF;
 constexpr uint32_t last_bmp_code = 0xFFFF;
 constexpr uint32_t last_smp_code = 0x1FFFF; // with the plane of the emoji
+constexpr uint32_t last_sip_code = 0x2FFFF; // with the plane of rare ideographs
+constexpr uint32_t scalars = 0x110000 - 0x800;
 constexpr bool is_scalar(uint32_t code) {
     return code <= last_code && (code < 0xD800 || code > 0xDFFF);
 }
@@ -85,10 +89,67 @@ bool is_ucm(std::string_view text);
 bool read_mapping(const source_file &file, diagnostics &diag, conv_set &set);
 bool read_ucm(const source_file &file, diagnostics &diag, conv_set &set);
 
-// Asks the converter of the running C library for every character. False if it has none of that
-// name. part: all characters, or only the single or double bytes of a set with shift codes.
+// ---- sources ----
+
+constexpr int first_private_number = 0xE000; // below are established numbers
+
+// Which characters of a source are taken: all, or only those of one or of two bytes.
 enum class set_part : uint8_t { whole, single, pairs };
-bool read_libc_set(const std::string &name, set_part part, conv_set &set);
+enum class source_kind : uint8_t { charmap, libc, icu };
+
+// A row of data/mappings.list, whose comment explains it.
+struct set_source {
+    int number = no_number;
+    source_kind kind = source_kind::charmap;
+    std::string name; // in the source
+    set_part part = set_part::whole;
+    bool ascii_controls = false, euro = false;
+    bool all = false; // every code point has bytes
+};
+const std::vector<set_source> &set_sources();
+const set_source *source_of(int number); // null if the list has no row
+
+// Changes what was read as the row says.
+void change_set(conv_set &set, const set_source &source);
+
+// Makes a part independent: without shift codes and shifted state.
+void take_part(conv_set &set, set_part part);
+
+// Reads a charmap by its name, with the mappings of data/fallbacks.inc. False after an error.
+bool read_charmap_set(const std::vector<std::string> &dirs, const std::string &name,
+                      diagnostics &diag, conv_set &set);
+
+// Ask the converter of the running C library, and that of ICU, for every character. False if it
+// cannot be written as a table, with *why, or if there is none of that name; *why is then empty.
+bool read_libc_set(const std::string &name, conv_set &set, std::string *why);
+bool read_icu_set(const std::string &name, conv_set &set, std::string *why);
+bool has_icu(); // was kovac built with it?
+
+// A converter that is asked for one character at a time, from its initial state.
+enum class asked : uint8_t { character, several, incomplete, invalid };
+struct set_asker {
+    std::function<asked(const std::string &bytes, uint32_t *code)> code;
+    std::function<bool(uint32_t code, std::string &bytes)> bytes; // shift codes included
+    std::vector<std::pair<uint32_t, uint32_t>> ranges;            // code points to ask for
+};
+void read_by_asking(const set_asker &ask, const std::string &name, conv_set &set);
+
+// Says on a terminal how far a step has come that takes longer than a second.
+struct progress {
+    std::string what;
+    double next = 0; // when to say it
+    bool shown = false;
+};
+void show_progress(progress &p, size_t done, size_t total);
+void begin_progress(progress &p); // at once, for a step that cannot be divided
+void end_progress(progress &p);
+
+// Corrects the charmap of a host code set, found by a name, where another source holds; says so.
+void correct_charmap(const std::string &name, charmap &map, diagnostics &diag);
+
+// Warns of the characters in which other sources differ from that of the set; notes list them.
+void compare_sources(const conv_set &set, const std::vector<std::string> &charmap_dirs,
+                     diagnostics &diag);
 
 // Fills a built-in form with the characters of its peer; with everything, also with the whole basic
 // plane.

@@ -152,8 +152,14 @@ static bool make_tables(conv_object &object, diagnostics &diag) {
     if (!made) error(diag, {}, "out of memory");
     for (const conv_entry &e : object.entries)
         made = made && add_to_table(object, e, diag);
-    return made && compress_multi(object.noshift.get()) == 0 &&
+    progress shown{"compressing the table of " + object.from->names.front() + " to " +
+                   object.to->names.front()};
+    constexpr size_t long_table = 100000; // entries, which take seconds
+    if (object.entries.size() > long_table) begin_progress(shown);
+    made = made && compress_multi(object.noshift.get()) == 0 &&
            compress_multi(object.shift.get()) == 0;
+    end_progress(shown);
+    return made;
 }
 
 bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute, diagnostics &diag,

@@ -77,32 +77,6 @@ void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool every
 
 static constexpr uint16_t number_of_unicode = 57349;
 static constexpr uint16_t number_of_utf8 = 57372;
-static constexpr int first_private_number = 0xE000; // below are established numbers
-
-// Code sets that are the single or the double bytes of one with shift codes.
-static constexpr struct {
-    uint16_t number;
-    const char *whole;
-    set_part part;
-} parts[] = {
-    {300,   "IBM930", set_part::pairs },
-    {833,   "IBM933", set_part::single},
-    {834,   "IBM933", set_part::pairs },
-    {835,   "IBM937", set_part::pairs },
-    {836,   "IBM935", set_part::single},
-    {837,   "IBM935", set_part::pairs },
-    {1027,  "IBM939", set_part::single},
-    {28709, "IBM937", set_part::single},
-    {29709, "IBM937", set_part::single},
-};
-
-static const code_set *registered(int number) {
-    for (const code_set &set : code_sets()) {
-        if (set.number == number) return &set;
-    }
-    return nullptr;
-}
-
 bool add_name(conv_set &set, const std::string &name) {
     if (name.empty() || name.find_first_of("/\\: ") != std::string::npos ||
         kovatool::printable(name) != name) {
@@ -114,14 +88,15 @@ bool add_name(conv_set &set, const std::string &name) {
     return true;
 }
 
-// Adds the established name, the charmap's, and the one that was asked for.
+// The established name, or the one that was asked for. Other names open the object through the
+// registry, so that it needs no links for them.
 static void name_set(conv_set &set, const std::string &asked) {
     if (const code_set *known = registered(set.number)) {
         const std::string_view names = known->names;
-        add_name(set, std::string(names.substr(0, names.find(' '))));
-        if (known->charmap != std::string_view("-")) add_name(set, known->charmap);
+        if (add_name(set, std::string(names.substr(0, names.find(' '))))) return;
+        if (add_name(set, known->charmap)) return;
     }
-    if (add_name(set, asked) || !set.names.empty()) return;
+    if (add_name(set, asked)) return;
     std::string usable = asked.empty() ? "codeset" : asked;
     for (char &c : usable) {
         if (uint8_t(c) <= ' ' || c == 0x7F || strchr("/\\:", c)) c = '_';
@@ -159,6 +134,11 @@ static bool load_from_charmap(const std::vector<std::string> &dirs, const std::s
     return true;
 }
 
+bool read_charmap_set(const std::vector<std::string> &dirs, const std::string &name,
+                      diagnostics &diag, conv_set &set) {
+    std::string own_name;
+    return load_from_charmap(dirs, name, diag, set, &own_name);
+}
 static convert_status load_from_file(const std::string &path, diagnostics &diag, conv_set &set,
                                      std::string *code_set_name) {
     source_file file;
@@ -180,24 +160,68 @@ static convert_status load_from_file(const std::string &path, diagnostics &diag,
     return read ? convert_status::done : convert_status::source;
 }
 
-// Loads a set from the C library's converter, by part, established number or the name itself.
-static bool load_from_libc(const std::string &name, int number, conv_set &set) {
-    for (const auto &part : parts) {
-        if (part.number != number || !read_libc_set(part.whole, part.part, set)) continue;
-        set.origin = format("C library %s, %s", part.whole,
-                            part.part == set_part::pairs ? "double bytes" : "single bytes");
-        return true;
-    }
+static convert_status refuse(diagnostics &diag, convert_status status, const std::string &text) {
+    error(diag, {}, text);
+    return status;
+}
+
+// A converter by number or name, as the C library and ICU spell them.
+static convert_status load_from_converters(const std::string &name, diagnostics &diag,
+                                           conv_set &set) {
     std::vector<std::string> tried;
-    if (number != no_number && number < first_private_number)
-        tried.push_back(format("IBM%03d", number));
+    if (set.number != no_number && set.number < first_private_number)
+        tried.push_back(format("IBM%03d", set.number));
     tried.push_back(name);
-    for (const std::string &one : tried) {
-        if (!read_libc_set(one, set_part::whole, set)) continue;
-        set.origin = "C library " + one;
-        return true;
+    for (const source_kind kind : {source_kind::libc, source_kind::icu}) {
+        for (const std::string &one : tried) {
+            std::string why;
+            const bool is_libc = kind == source_kind::libc;
+            const bool read =
+                is_libc ? read_libc_set(one, set, &why) : read_icu_set(one, set, &why);
+            set.origin = (is_libc ? "C library " : "ICU ") + one;
+            if (read) return convert_status::done;
+            if (!why.empty() && (is_libc || has_icu()))
+                return refuse(diag, convert_status::source, name + " cannot be compiled: " + why);
+        }
     }
-    return false;
+    return refuse(diag, convert_status::file,
+                  "no code set \"" + name +
+                      "\": neither a charmap, nor a file, nor a converter of the C library" +
+                      (has_icu() ? " or of ICU" : ""));
+}
+
+// Loads a set from the source that data/mappings.list names.
+static convert_status load_from_source(const std::vector<std::string> &dirs,
+                                       const std::string &name, const set_source &source,
+                                       diagnostics &diag, conv_set &set) {
+    static constexpr const char *labels[] = {"charmap ", "C library ", "ICU "};
+    static constexpr const char *parts[] = {"", ", single bytes", ", double bytes"};
+    set.origin = labels[int(source.kind)] + source.name;
+    std::string why;
+    bool read = false;
+    if (source.all) set.last = last_sip_code;
+    if (source.kind == source_kind::charmap) {
+        const std::string found = find_file(dirs, source.name);
+        read = !found.empty() && found != source.name; // not just a file of the working directory
+        why = "it is not in $I18NPATH or /usr/share/i18n; install the package \"locales\"";
+        if (read && !read_charmap_set(dirs, source.name, diag, set)) return convert_status::source;
+    } else {
+        read = source.kind == source_kind::libc ? read_libc_set(source.name, set, &why)
+                                                : read_icu_set(source.name, set, &why);
+        if (why.empty()) why = "this system has no such converter";
+    }
+    if (!read)
+        return refuse(diag, convert_status::file, name + " comes from " + set.origin + ": " + why);
+    change_set(set, source);
+    set.origin += parts[int(source.part)];
+    if (source.euro) set.origin += ", with the euro sign";
+    if (source.all && set.bytes.size() < scalars)
+        warning(
+            diag, {},
+            format(
+                "%s: %zu code points are left out; the table has those of the first three planes",
+                name.c_str(), scalars - set.bytes.size()));
+    return convert_status::done;
 }
 
 static int number_of(const registry *numbers, const std::string &name) {
@@ -211,6 +235,8 @@ static convert_status load_listed(const std::vector<std::string> &dirs, const st
     const std::string charmap_name =
         known && known->charmap != std::string_view("-") ? known->charmap : name;
     const bool is_path = name.find('/') != std::string::npos;
+    if (const set_source *source = is_path ? nullptr : source_of(set.number))
+        return load_from_source(dirs, name, *source, diag, set);
     const std::string found = is_path ? std::string() : find_file(dirs, charmap_name);
     if (!found.empty() && found != charmap_name) { // not just a file of the working directory
         return load_from_charmap(dirs, charmap_name, diag, set, own_name) ? convert_status::done
@@ -219,12 +245,9 @@ static convert_status load_listed(const std::vector<std::string> &dirs, const st
     if ((is_path || !known) && access(name.c_str(), R_OK) == 0) {
         return load_from_file(name, diag, set, own_name);
     }
-    if (!is_path && load_from_libc(name, set.number, set)) return convert_status::done;
-    error(diag, {},
-          format("no code set \"%s\": neither a charmap, nor a file, nor a converter of the C "
-                 "library",
-                 name.c_str()));
-    return convert_status::file;
+    if (!is_path) return load_from_converters(name, diag, set);
+    return refuse(diag, convert_status::file,
+                  "no code set \"" + name + "\": there is no such file");
 }
 
 convert_status load_set(const std::vector<std::string> &charmap_dirs, const std::string &name,
@@ -235,7 +258,6 @@ convert_status load_set(const std::vector<std::string> &charmap_dirs, const std:
         set.form = set.number == number_of_utf8 ? set_form::utf8 : set_form::unicode;
         set.origin = set.form == set_form::utf8 ? "utf8" : "unicode";
         name_set(set, name);
-        add_name(set, set.origin);
         return convert_status::done;
     }
     std::string own_name = name;
@@ -243,12 +265,11 @@ convert_status load_set(const std::vector<std::string> &charmap_dirs, const std:
     if (status != convert_status::done) return status;
     if (set.number == no_number) set.number = number_of(numbers, own_name);
     name_set(set, own_name);
-    if (!is_path) add_name(set, name);
     complete_set(set);
     if (set.sequences) {
-        note(diag, {},
-             format("%s: %d characters of several code points left out", name.c_str(),
-                    set.sequences));
+        warning(diag, {},
+                format("%s: %d characters that stand for several code points are left out",
+                       name.c_str(), set.sequences));
     }
     return convert_status::done;
 }

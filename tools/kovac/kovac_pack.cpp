@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -16,6 +17,8 @@
 #include "common/tool_source.h"
 #include "common/tool_text.h"
 #include "kova.h"
+#include "kovac/kovac_convert.h"
+#include "kovac/kovac_registry.h"
 #include "kovac/kovac_write.h"
 #include "kovac_lists.h"
 
@@ -106,6 +109,33 @@ static void add_sources(std::vector<pack_task> &tasks, const std::string &dir) {
             add_locale(tasks, {name, "unicode"});
 }
 
+// The name that stands for a code set in lists and messages.
+static std::string listed_name(int number) {
+    const code_set *known = registered(number);
+    if (!known) return std::to_string(number);
+    if (known->charmap != std::string_view("-")) return known->charmap;
+    std::string name(known->names, strcspn(known->names, " "));
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char c) { return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c; });
+    return name;
+}
+
+// Every code set of data/mappings.list with utf8 and unicode, and the pairs of the other lists.
+static void add_conversions(std::vector<pack_task> &tasks) {
+    std::set<std::pair<int, int>> known;
+    const auto add = [&](const std::vector<std::string> &words) {
+        const std::pair ends = std::minmax({find_code_set(words[0]), find_code_set(words[1])});
+        if (known.insert(ends).second)
+            tasks.push_back({task_kind::conversion, words[0] + " " + words[1], words, {}, {}});
+    };
+    for (const std::string_view list : {conversions_list, pairs_list})
+        for (const auto &[number, words] : list_lines(list))
+            add(words);
+    for (const set_source &set : set_sources())
+        for (const char *pivot : {"utf8", "unicode"})
+            add({listed_name(set.number), pivot});
+}
+
 std::vector<pack_task> pack_tasks(const std::vector<std::string> &locale_dirs) {
     std::vector<pack_task> tasks{
         {task_kind::registry, "registry", {}, {}, {}}
@@ -119,8 +149,7 @@ std::vector<pack_task> pack_tasks(const std::vector<std::string> &locale_dirs) {
     }
     for (const auto &[name, text] : own_sources)
         add_locale(tasks, {std::string(name), "unicode"});
-    for (const auto &[number, words] : list_lines(conversions_list))
-        tasks.push_back({task_kind::conversion, words[0] + " " + words[1], words, {}, {}});
+    add_conversions(tasks);
     for (const auto &[number, words] : list_lines(charmaps_list))
         tasks.push_back({task_kind::charmap, "charmap " + words[0], words, {}, {}});
     return tasks;

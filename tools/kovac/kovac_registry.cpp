@@ -14,6 +14,12 @@ static constexpr code_set known[] = {
 
 std::span<const code_set> code_sets() { return known; }
 
+const code_set *registered(int number) {
+    for (const code_set &set : known)
+        if (set.number == number) return &set;
+    return nullptr;
+}
+
 static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
 
 static std::string lowered(std::string_view text) {

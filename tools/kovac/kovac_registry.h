@@ -17,6 +17,7 @@ struct code_set {
 };
 
 std::span<const code_set> code_sets();
+const code_set *registered(int number); // null if there is none
 
 constexpr int no_number = -1;
 constexpr size_t name_limit = 21; // bytes of a code-set name in a registry
