@@ -237,7 +237,7 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
     fails(3, "convert -f 819 -t 437 --root broken", "033301b5.cvo is damaged");
     fails(1, "convert -f utf8 -t IBM037 --replace=漢", "--replace: IBM037 has no \"漢\"\n");
     fails(2, "chart sjis --lead 20", "lead bytes are 81-84 88-9F E0-EA\n");
-    shows("convert --list", "   930  ibm930                cp930 ccsid930\n");
+    shows("convert --list", "   930  ibm930                cp930 ccsid930");
     shows("convert --list", "\neuc-jp          unicode shift_jis utf8\n");
 }
 

@@ -216,7 +216,7 @@ TEST(KovacConvert, SaysWhatIsWrongAndWritesNothing) {
     check("shift 0e 0f\n818283\tU+3042\n", set, "one or two bytes");
     check("shift 0e\n", set, "two bytes");
     check("# nothing\n", set, "no characters");
-    check("81\tU+0041\n8140\tU+3042\n", set, "8140 begins with another");
+    check("81\tU+0041\n8140\tU+3042\n", set, "8140 begins with the character 81");
     check(ucm("<icu:state> 0-7f, 81:1\n<icu:state> 40-7e\n", "<U3042> \\x81\\x80 |0\n"), set,
           "does not accept these");
     check(ucm("<icu:state> 0-1ff\n", "<U0041> \\x41 |0\n"), set, "no step of a state");
@@ -304,6 +304,34 @@ TEST(KovacConvert, TakesHostCodeSetsFromTheSourceThatHolds) {
         EXPECT_EQ(set.codes.count(bytes) && set.codes.at(bytes) == r.code, r.there);
         EXPECT_EQ(set.bytes.count(r.code) && set.bytes.at(r.code) == bytes, r.back);
     }
+}
+
+TEST(KovacConvert, CorrectsTheCharmapsOfLocales) {
+    if (!has_icu()) GTEST_SKIP() << "built without ICU";
+    const std::string folder = "/usr/share/i18n/charmaps";
+    const auto check = [&folder](const std::string &name, uint32_t code, uint16_t byte,
+                                 const char *said) {
+        SCOPED_TRACE(name);
+        std::string log;
+        diagnostics diag{.sink = &log};
+        charmap map;
+        ASSERT_TRUE(load_charmap({folder}, name, diag, map)) << log;
+        const uint64_t hash = map.hash;
+        correct_charmap(name, map, diag);
+        const charmap_char *found = find_code(map, code);
+        ASSERT_TRUE(found);
+        EXPECT_EQ(found->wide, byte);
+        EXPECT_EQ(found->width, 1);
+        EXPECT_EQ(find_wide(map, byte)->code, code);
+        EXPECT_NE(log.find(said), std::string::npos) << log;
+        EXPECT_EQ(map.hash == hash, log.empty());
+    };
+    check("IBM278", 0x5C, 0x71, "charmap IBM278: 2 characters are corrected");
+    check("IBM278", 0xC9, 0xE0, "corrected");
+    check("IBM290", 'a', 0x62, "98 characters");
+    check("IBM273", 'a', 0x81, "");
+    check("CP1252", 0x20AC, 0x80, "");            // what Windows has more, locales leave out
+    check(folder + "/IBM278.gz", 0x5C, 0xE0, ""); // as it was told
 }
 
 TEST(KovacConvert, FlagsWhatDoesNotComeBackAndLeavesTheRestUnmapped) {

@@ -130,15 +130,30 @@ static char_desc description(char_bytes bytes) {
     return desc;
 }
 
+// The character with which another one begins, so that no table can hold both; len 0 if none does.
+static char_bytes beginning(const conv_set &set, char_bytes bytes) {
+    while (bytes.len > 1) {
+        --bytes.len;
+        bytes.value >>= 8;
+        if (set.codes.contains(bytes)) return bytes;
+    }
+    return {};
+}
+
 static bool add_to_table(const conv_object &object, const conv_entry &e, diagnostics &diag) {
     unsigned char item[1 + max_char_bytes] = {uint8_t(e.flags | e.target.len)};
     fill_bytes(item + 1, e.target);
     const char_desc desc = description(e.source);
     void *table = (e.source.shifted ? object.shift : object.noshift).get();
     if (insert_desc_multi(&desc, item, table) == 0) return true;
-    error(diag, {},
-          format("%s: the character %s begins with another character, or there is no memory",
-                 object.from->origin.c_str(), hex(e.source).c_str()));
+    const char_bytes start = beginning(*object.from, e.source);
+    if (start.len) {
+        error(diag, {},
+              format("%s: the character %s begins with the character %s",
+                     object.from->origin.c_str(), hex(e.source).c_str(), hex(start).c_str()));
+    } else {
+        error(diag, {}, "out of memory");
+    }
     return false;
 }
 

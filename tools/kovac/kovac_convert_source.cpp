@@ -88,6 +88,8 @@ static int replace_chars(const conv_set &set, charmap &map) {
         changed += !known || known->code != code;
         chars.push_back({code, uint16_t(bytes.value), 1, known ? known->width : uint8_t(1)});
     }
+    for (const charmap_char &c : map.chars)
+        changed += !set.codes.contains({false, 1, c.wide});
     if (!changed) return 0;
     const std::vector<charmap_char> before = std::exchange(map.chars, chars);
     const auto names = std::exchange(map.by_code, {});
