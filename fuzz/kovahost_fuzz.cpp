@@ -3,6 +3,7 @@
 // comes back, and nothing is left behind. The input begins with the record, the length of the first
 // two texts and the room.
 #include "fuzz_host.h"
+#include "host/host_order.h"
 #include "host/host_roots.h"
 
 #include <memory>
@@ -60,21 +61,6 @@ struct records {
     }
 };
 } // namespace
-
-static int sign(int value) { return (value > 0) - (value < 0); }
-
-static int order(ko_lc_t loc, const std::string &a, const std::string &b) {
-    return ko_utf8scoll(loc, a.data(), a.size(), b.data(), b.size());
-}
-static int order(ko_lc_t loc, const std::u16string &a, const std::u16string &b) {
-    return ko_utf16scoll(loc, a.data(), a.size(), b.data(), b.size());
-}
-static int64_t put_key(ko_lc_t loc, char *dst, size_t room, const std::string &text) {
-    return ko_utf8sxfrm(loc, dst, room, text.data(), text.size());
-}
-static int64_t put_key(ko_lc_t loc, char *dst, size_t room, const std::u16string &text) {
-    return ko_utf16sxfrm(loc, dst, room, text.data(), text.size());
-}
 
 // What a call makes in a room of its own, whose end the sanitizer watches.
 template <class Call> static std::string made(size_t room, int64_t want, Call call) {

@@ -1,30 +1,10 @@
 // Order of texts with lengths: as the wide comparison has it, and total whatever the bytes.
+#include "host/host_order.h"
 #include "host/host_records.h"
 
 using namespace std::string_literals;
 
 namespace {
-
-int sign(int n) { return n < 0 ? -1 : n > 0; }
-
-int order(ko_lc_t loc, const std::string &a, const std::string &b) {
-    return ko_utf8scoll(loc, a.data(), a.size(), b.data(), b.size());
-}
-int order(ko_lc_t loc, const std::u16string &a, const std::u16string &b) {
-    return ko_utf16scoll(loc, a.data(), a.size(), b.data(), b.size());
-}
-
-std::string key(ko_lc_t loc, const std::string &text) {
-    std::string made(text.size() * 30 + 64, 'x');
-    const int64_t n = ko_utf8sxfrm(loc, made.data(), made.size(), text.data(), text.size());
-    EXPECT_TRUE(n >= 0 && n < static_cast<int64_t>(made.size())) << n;
-    return made.substr(0, n < 0 ? 0 : static_cast<size_t>(n));
-}
-std::string key(ko_lc_t loc, const std::u16string &text) {
-    std::string made(text.size() * 30 + 64, 'x');
-    const int64_t n = ko_utf16sxfrm(loc, made.data(), made.size(), text.data(), text.size());
-    return made.substr(0, n < 0 ? 0 : static_cast<size_t>(n));
-}
 
 struct spelled {
     std::string narrow;

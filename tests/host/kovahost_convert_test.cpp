@@ -58,23 +58,17 @@ TEST(HostConvert, TellsMaximalSubpartsThatAreNoCharacters) {
         const char *found;
         std::u16string rest;
     } rows[] = {
-        {"",                          "",                                 u""                                                              },
-        {"a\xF1\x80\x80\xE1\x80\xC2"
-         "b\x80"
-         "c\x80\xBF"
-         "d",                "1+3 4+2 6+1 8+1 10+1 11+1 ",       u"abcd"                                                          },
-        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82"
-         "A",                "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"A"                                                             },
-        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAF"
-         "A",                "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"A"                                                             },
-        {"\xF4\x91\x92\x93\xFF"
-         "A\x80\xBF"
-         "B",                "0+1 1+1 2+1 3+1 4+1 6+1 7+1 ",     u"AB"                                                            },
-        {"\xF0\x90\x80",              "0+3 ",                             u""                                                              },
-        {"\xE2\x82",                  "0+2 ",                             u""                                                              },
-        {"\xC3",                      "0+1 ",                             u""                                                              },
-        {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80\xEF\xBF\xBF\xF0\x90\x80\x80"
-         "\xF4\x8F\xBF\xBF", "",                                 u"\u007F\u0080\u07FF\u0800\uD7FF\uE000\uFFFF\U00010000\U0010FFFF"},
+        {"",                                                         "",                                 u""                              },
+        {"x\xF1\x80\x80\xE1\x80\xC2y\x80z\x80\xBFw",                 "1+3 4+2 6+1 8+1 10+1 11+1 ",       u"xyzw"                          },
+        {"\xC0\xAF\xE0\x80\xBF\xF0\x81\x82X",                        "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"X"                             },
+        {"\xED\xA0\x80\xED\xBF\xBF\xED\xAFX",                        "0+1 1+1 2+1 3+1 4+1 5+1 6+1 7+1 ", u"X"                             },
+        {"\xF4\x91\x92\x93\xFFX\x80\xBFY",                           "0+1 1+1 2+1 3+1 4+1 6+1 7+1 ",     u"XY"                            },
+        {"\xF0\x90\x80",                                             "0+3 ",                             u""                              },
+        {"\xE2\x82",                                                 "0+2 ",                             u""                              },
+        {"\xC3",                                                     "0+1 ",                             u""                              },
+        {"\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF",             "",                                 u"\u007F\u0080\u07FF\u0800\uD7FF"},
+        {"\xEE\x80\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF", "",
+         u"\uE000\uFFFF\U00010000\U0010FFFF"                                                                                              },
     };
     bare_record r;
     for (const auto &row : rows) {

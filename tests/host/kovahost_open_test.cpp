@@ -67,40 +67,26 @@ TEST(OpenLocale, TellsTheReasonOfAFailure) {
     const std::string compound =
         "KO_CTYPE = de_DE.test-1 ; KO_COLLATE = de_DE.test-1 ; KO_TIME = de_DE.test-1 ; "
         "KO_MONETARY = de_DE.test-1 ; KO_NUMERIC = de_DE.test-1 ; KO_MESSAGES = de_DE.test-1 ; ";
-    const struct {
-        std::string root, spec;
-        unsigned flags;
-        int want;
-    } rows[] = {
-        {in,              "de_DE.test-1",     0,                    0           },
-        {in,              "de_DE.test-1",     KO_OPEN_VERIFY,       0           },
-        {in,              "de_DE.test-1",     KO_OPEN_SECURE_NAMES, 0           },
-        {in,              "de_de\\0001.lco",  0,                    0           },
-        {in,              compound,           0,                    0           },
-        {in,              "fr_FR.test-1",     0,                    KO_ENOLOCALE},
-        {in,              "de_DE.unknown",    0,                    KO_ENOLOCALE},
-        {in,              "de_DE",            0,                    KO_ENOLOCALE},
-        {in,              "",                 0,                    KO_ENOLOCALE},
-        {in + "/nowhere", "de_DE.test-1",     0,                    KO_ENOLOCALE},
-        {in,              in + "/x.lco",      0,                    KO_ENOLOCALE},
-        {in,              "../../x.lco",      0,                    KO_ENOLOCALE},
-        {in,              "..\\..\\x.lco",    0,                    KO_ENOLOCALE},
-        {in,              "de_DE.test-1@cut", 0,                    KO_EOBJECT  },
-        {in,              "old.lco",          0,                    KO_EVERSION },
-        {in,              "de_DE.other",      0,                    0           },
-        {in,              "de_DE.other",      KO_OPEN_VERIFY,       KO_EOBJECT  },
-        {in,
-         "KO_CTYPE = de_de\\0001.lco ; "
-         "KO_COLLATE = de_de\\0002.lco ; ",   0,                    KO_ENOLOCALE},
-        {in,              std::string(400,    'x'),                 0,            KO_ERANGE},
-        {in,               "de_DE.test-1",                                4,                        KO_ERANGE   },
-    };
     const real_variable all("KO_ALL", nullptr), lang("KO_LANG", nullptr);
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.spec);
-        const opened loc(r.root.c_str(), r.spec.c_str(), r.flags);
-        EXPECT_EQ(loc.result, r.want);
-    }
+    const auto check = [](const std::string &from, const std::string &spec, unsigned flags,
+                          int want) {
+        SCOPED_TRACE(spec);
+        EXPECT_EQ(opened(from.c_str(), spec.c_str(), flags).result, want);
+    };
+    for (const unsigned flags : {0u, unsigned{KO_OPEN_VERIFY}, unsigned{KO_OPEN_SECURE_NAMES}})
+        check(in, "de_DE.test-1", flags, 0);
+    for (const std::string &good : {"de_de\\0001.lco"s, compound, "de_DE.other"s})
+        check(in, good, 0, 0);
+    for (const std::string &none :
+         {"fr_FR.test-1"s, "de_DE.unknown"s, "de_DE"s, ""s, in + "/x.lco", "../../x.lco"s,
+          "..\\..\\x.lco"s, "KO_CTYPE = de_de\\0001.lco ; KO_COLLATE = de_de\\0002.lco ; "s})
+        check(in, none, 0, KO_ENOLOCALE);
+    check(in + "/nowhere", "de_DE.test-1", 0, KO_ENOLOCALE);
+    check(in, "de_DE.test-1@cut", 0, KO_EOBJECT);
+    check(in, "old.lco", 0, KO_EVERSION);
+    check(in, "de_DE.other", KO_OPEN_VERIFY, KO_EOBJECT);
+    check(in, std::string(400, 'x'), 0, KO_ERANGE);
+    check(in, "de_DE.test-1", 4, KO_ERANGE);
     ko_lc_t loc = &loc;
     EXPECT_EQ(ko_open_locale(&loc, nullptr, nullptr, 0), KO_ENULL);
     EXPECT_EQ(loc, nullptr);
@@ -131,22 +117,15 @@ TEST(OpenLocale, VerifiedRefusesEveryChangeOfTheContent) {
     // A digit that loads all the same.
     std::string damaged = whole;
     damaged[whole.rfind("6e") + 1] = 'f';
-    const struct {
-        std::string object;
-        unsigned flags;
-        int want;
-    } rows[] = {
-        {whole,   KO_OPEN_VERIFY, 0         },
-        {damaged, 0,              0         },
-        {damaged, KO_OPEN_VERIFY, KO_EOBJECT}
-    };
-    for (const auto &r : rows) {
+    for (const auto &[object, flags, want] :
+         {std::tuple(whole, unsigned{KO_OPEN_VERIFY}, 0), std::tuple(damaged, 0u, 0),
+          std::tuple(damaged, unsigned{KO_OPEN_VERIFY}, int{KO_EOBJECT})}) {
         small_root root;
-        root.write("kova/lc11/de_de/0001.lco", r.object);
-        EXPECT_EQ(opened(root.path.c_str(), "de_DE.test-1", r.flags).result, r.want);
+        root.write("kova/lc11/de_de/0001.lco", object);
+        EXPECT_EQ(opened(root.path.c_str(), "de_DE.test-1", flags).result, want);
         file_hooks files;
-        files.files["\\r\\kova\\lc11\\x.lco"] = r.object;
-        EXPECT_EQ(opened("\\r", "x.lco", r.flags).result, r.want);
+        files.files["\\r\\kova\\lc11\\x.lco"] = object;
+        EXPECT_EQ(opened("\\r", "x.lco", flags).result, want);
         for (const std::string &tried : files.tried)
             EXPECT_TRUE(tried.starts_with("\\r\\kova\\")) << tried;
     }
@@ -171,9 +150,7 @@ TEST(OpenLocale, SurvivesEveryFailureOfTheHost) {
 TEST(OpenLocale, LeavesAHostsErrorWordsAlone) {
     static int word;
     const small_root root;
-    const installed_hooks hooks = {
-        {KO_EXT_ERRNO, as_hook(+[](void *) { return &word; })}
-    };
+    const installed_hooks hooks{std::pair(KO_EXT_ERRNO, as_hook(+[](void *) { return &word; }))};
     word = 77;
     EXPECT_EQ(opened(root.path.c_str(), "fr_FR.test-1").result, KO_ENOLOCALE);
     EXPECT_EQ(opened(root.path.c_str(), "de_DE.test-1").result, 0);
