@@ -14,25 +14,17 @@ struct expected {
 
 expected slow_mbstowcs(ko_lc_t tree, const ko_mchar_t *mbs, int n) {
     std::vector<ko_wchar_t> wide;
+    const auto said = [&wide](int result, int error) {
+        return expected{answer(result, error), wide};
+    };
     for (int chars = 0; chars < n; ++chars) {
         const auto [taken, error] =
             answered(tree, ko_full_mbtowc(tree, &wide.emplace_back(), mbs, 4));
-        if (taken < 0)
-            return wide.pop_back(), expected{
-                                        {-1, KO_EILSEQ},
-                                        wide
-            };
-        if (!wide.back())
-            return {
-                {chars, 0},
-                wide
-            };
+        if (taken < 0) return wide.pop_back(), said(-1, KO_EILSEQ);
+        if (!wide.back()) return said(chars, 0);
         mbs += taken;
     }
-    return {
-        {n, 0},
-        wide
-    };
+    return said(n, 0);
 }
 
 } // namespace

@@ -473,11 +473,8 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
     halves.max = 2;
     halves.noshift.push_back({"ab", plain, "c"});
     thirds.target_max = 3;
-    thirds.noshift = {
-        cv_entry{"abc", plain | cv_shifted_target, "ABC"}
-    };
-    filled.fill = "\x13"
-                  "abc";
+    thirds.noshift.assign(1, {"abc", plain | cv_shifted_target, "ABC"});
+    filled.fill = "\23abc";
     const std::tuple<cv_object, const char *, int, int> rows[] = {
         {halves,           "2.0",  10,         20        },
         {halves,           "1.5",  10,         20        },
@@ -507,9 +504,7 @@ TEST(Conversion, SizesAreRoundedUpAndHoldWhatTheTablesMake) {
 
 TEST(Conversion, DamagedObjectsFailOrConvert) {
     const std::string object = host_object().str();
-    const std::string sample = "AB\x0e"
-                               "ABACBD\x0f"
-                               "CZ\xff\x81\x40";
+    const std::string sample = "AB\16ABACBD\17CZ\xff\x81\x40";
     each_damage(object, {"0147fo \n-\0\xff", 11}, [&](const std::string &damaged) {
         const cv_record cv(damaged), read(damaged, cv_from::memory);
         ASSERT_EQ(read.result, cv.result) << testing::PrintToString(damaged);

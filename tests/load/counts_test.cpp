@@ -183,9 +183,7 @@ void run(samples &s, int n) {
     // Where an address has 32 bits, no room of so many wide characters exists.
     if (n > 0 && size_t(n) > PTRDIFF_MAX / sizeof(ko_wchar_t)) return;
     static guarded_block block, wide_block;
-    const installed_hooks hook{
-        {KO_EXT_MALLOC, as_hook(small_blocks)}
-    };
+    const installed_hooks hook{std::pair(KO_EXT_MALLOC, as_hook(small_blocks))};
     for (const auto &c : calls)
         for (const ko_lc_t loc : {ko_lc_t(s.bytes), ko_lc_t(s.mixed)}) {
             SCOPED_TRACE(std::string(c.name) + " with " + std::to_string(n));

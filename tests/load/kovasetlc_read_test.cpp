@@ -2,11 +2,11 @@
 #include "chars/kovambwc.h"
 #include "load/kovasetlc_load.h"
 #include "support/locale_builder.h"
+#include "support/rows.h"
 
 #include <time.h>
 
 #include <algorithm>
-#include <functional>
 
 // A reader over text in memory or, where through_hooks, over a stream of the hooks.
 struct reading {
@@ -93,25 +93,21 @@ TEST(ObjectReader, ReadsByteStrings) {
 }
 
 TEST(ObjectReader, KeepsFifteenGroupSizes) {
-    const auto reads = [](const std::string &text, const char *want) { // from the count on
-        reading from("0 0 " + text);
+    for (const std::string &row : // from the count on, and what is kept
+         split("2 3 2 0 0=2 3 2 |1 -1 0 0=1 -1 |-4 0 0=0 |0 0 0=0 |1 99999999999 0 0=1 2147483647 |"
+               "2147483647 1 2=2 1 2 |17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0="
+               "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 ")) {
+        const auto fields = split(row, '=');
+        reading from("0 0 " + fields[0]);
         monum m = {};
         read_numeric(&from.in, &m);
         std::string sizes;
         for (int i = 0; i <= m.group_num[0]; i++)
             sizes += std::to_string(m.group_num[i]) + " ";
-        EXPECT_EQ(sizes, want);
+        EXPECT_EQ(sizes, fields[1]);
         for (const monum_string &s : monum_strings)
             free_ptr(m.*s.mbs);
-    };
-    reads("2 3 2 0 0", "2 3 2 ");
-    reads("1 -1 0 0", "1 -1 ");
-    reads("-4 0 0", "0 ");
-    reads("0 0 0", "0 ");
-    reads("1 99999999999 0 0", "1 2147483647 ");
-    reads("2147483647 1 2", "2 1 2 ");
-    reads("17 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 0 0",
-          "15 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 ");
+    }
 }
 
 TEST(ObjectReader, TakesTheCaseRatioFromTheRestOfTheLine) {

@@ -561,10 +561,8 @@ TEST(SharedLocale, IsListedInTheLog) {
     char address[32];
     {
         object_host host;
-        host.env.vars = {
-            {"KOVALOG", "on"    },
-            {"HOME",    dir.path}
-        };
+        host.env.vars["KOVALOG"] = "on";
+        host.env.vars["HOME"] = dir.path;
         {
             const shared_record loc("one.lco"), again("one.lco");
             snprintf(address, sizeof address, "%p", loc.handle);

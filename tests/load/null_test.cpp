@@ -4,8 +4,6 @@
 #include "locale/kovautils.h"
 #include "support/locale_builder.h"
 
-#include <stdarg.h>
-
 #include <tuple>
 
 namespace {
@@ -89,9 +87,7 @@ template <auto f> void refuses(ko_lc_t loc, int failure, unsigned optional) {
 // optional: bits of the arguments that may be null.
 template <auto... calls> void refuse(int failure = -1, unsigned optional = 0) {
     const loaded_locale bytes(single_byte_object()), mixed(double_byte_object(false));
-    const installed_hooks hook{
-        {KO_EXT_ERRNO, as_hook(error_word)}
-    };
+    const installed_hooks hook{std::pair(KO_EXT_ERRNO, as_hook(error_word))};
     for (const ko_lc_t loc : {ko_lc_t(bytes), ko_lc_t(mixed)})
         (refuses<calls>(loc, failure, optional), ...);
 }

@@ -52,9 +52,7 @@ template <int code, class R, class... Args> static R noting_hook(Args... args) {
 // Calls the service of a code; its arguments are the code and up.
 template <int code, class R, class... Args> static void calls_its_hook(R (*service)(Args...)) {
     SCOPED_TRACE(code);
-    const installed_hooks hook{
-        {code, as_hook(noting_hook<code, R, Args...>)}
-    };
+    const installed_hooks hook{std::pair(code, as_hook(noting_hook<code, R, Args...>))};
     std::vector<long long> want = {code};
     const auto next = [&want]<class T>(T &value) {
         const int number = code + int(want.size()) - 1;
@@ -92,9 +90,7 @@ TEST(Hooks, TheErrorWordIsTheFirstIntOfTheHandleUnlessRedirected) {
     EXPECT_EQ(handle.error(), KO_EPOS);
     static int word;
     {
-        const installed_hooks hook{
-            {KO_EXT_ERRNO, as_hook(+[](void *) { return &word; })}
-        };
+        const installed_hooks hook{std::pair(KO_EXT_ERRNO, as_hook(+[](void *) { return &word; }))};
         set_error(nullptr, KO_EFILE);
         EXPECT_EQ(word, KO_EFILE);
         word = 0;
@@ -107,8 +103,7 @@ TEST(Hooks, TheErrorWordIsTheFirstIntOfTheHandleUnlessRedirected) {
         set_error(handle, KO_EEOF);
     }
     const installed_hooks hook{
-        {KO_EXT_ERRNO, as_hook(+[](void *) -> int * { return nullptr; })}
-    };
+        std::pair(KO_EXT_ERRNO, as_hook(+[](void *) -> int * { return nullptr; }))};
     set_error(handle, KO_EEOF); // a hook without a word
     EXPECT_EQ(word, KO_EEOF);
     EXPECT_EQ(handle.gen.ko_lerrno, KO_EPOS);
@@ -119,9 +114,7 @@ TEST(Hooks, OneStreamHookIsEnoughToReadThroughHooks) {
         SCOPED_TRACE(code);
         EXPECT_FALSE(hook_set(code) || stream_hooks_set());
         if (code < 0 || code == KO_EXT_COUNT) continue;
-        const installed_hooks hook{
-            {code, as_hook(malloc)}
-        };
+        const installed_hooks hook{std::pair(code, as_hook(malloc))};
         EXPECT_TRUE(hook_set(code));
         const bool reads = code == KO_EXT_FOPEN || code == KO_EXT_GETC || code == KO_EXT_FGETS;
         const bool other = code == KO_EXT_MALLOC || code == KO_EXT_GETENV;
@@ -254,9 +247,7 @@ TEST(RaisedRights, TurnTheEnvironmentAndTheLogOff) {
     EXPECT_EQ(ko_secure_names(-1), 1);
     exit_utilities();
     {
-        const installed_hooks hook{
-            {KO_EXT_GETENV, as_hook(getenv)}
-        };
+        const installed_hooks hook{std::pair(KO_EXT_GETENV, as_hook(getenv))};
         EXPECT_TRUE(ko_ext_getenv("HOME")); // the host's word counts, but for the log
         ko_message("a line");
     }

@@ -4,7 +4,6 @@
 #include "support/answer.h"
 
 #include <cmath>
-#include <cstdarg>
 #include <random>
 
 using std::string;

@@ -205,9 +205,7 @@ TEST(TimeReading, FieldsBecomeADateOverTheCallers) {
 // Thousands of names that differ in their first character, and a format with a name in every
 // directive: each is looked up without passing all of the others.
 TEST(TimeReading, ManyNamesAreLookedUpInNoTime) {
-    std::vector<table_entry> classes = {
-        {std::string(1, '\0'), KO_CT_CNTRL}
-    };
+    std::vector<table_entry> classes(1, {std::string(1, '\0'), KO_CT_CNTRL});
     for (int c = 1; c < 128; c++)
         classes.push_back({std::string(1, char(c)), KO_CT_PRINT});
     times many = {.mon = "", .formats = repeated("%B", 100000) + "||||pm|"};
@@ -327,12 +325,10 @@ TEST(CenturyRule, AgreesWithADayCountOverACentury) {
 TEST(CenturyRule, TakesTodayFromTheHostAndRefusesImpossibleDates) {
     loaded_locale loc(with_times(single_byte_object(), plain));
     loaded_locale other(with_times(single_byte_object(), islamic));
-    const installed_hooks hook{
-        {KO_EXT_CURRDATE, as_hook(+[](uint16_t *mdy) {
-             mdy[0] = 12, mdy[1] = 31, mdy[2] = 1999;
-             return 0;
-         })}
-    };
+    const installed_hooks hook{std::pair(KO_EXT_CURRDATE, as_hook(+[](uint16_t *mdy) {
+                                             mdy[0] = 12, mdy[1] = 31, mdy[2] = 1999;
+                                             return 0;
+                                         }))};
     // Month, day, year, rule, century and error; no 29 February in 1800 and 1900.
     for (const auto &w :
          table("0 0 99 F 20 0; 0 0 99 P 18 0; 1 1 0 C 20 0; 1 1 250 C 2 0; 13 32 1 C -1 30; "

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <random>
-#include <sstream>
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;

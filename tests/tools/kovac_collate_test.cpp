@@ -144,10 +144,7 @@ undef LAST_A|order_end
         R"(define LAST_A|copy "base"|reorder-after <U0062>|ifdef LAST_A|<U007A>|elifdef OTHER|<U0073>|else
 <U0074>|endif|reorder-end
 )",
-        byte_set(),
-        {
-            {"base", base}
-    });
+        byte_set(), std::map<std::string, std::string>({std::pair("base", base)}));
     c.expect("a < b < t < d < s < z");
 }
 
