@@ -3,6 +3,7 @@
 // without a row share a page of row 0's weight.
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_key.h"
+#include "collate/kovacoll_pass.h"
 #include "collate/kovacoll_short.h"
 
 #include <stddef.h>
@@ -453,11 +454,13 @@ static void fill_digits(coll_flat *flat) {
 }
 
 static void fill_first_weights(coll_flat *flat) {
-    if (!flat->num_passes || !flat->byte_rows) return;
-    for (unsigned c = 1; c < 256; ++c) {
-        const unsigned weight = flat->pass[0].page[0][c];
-        const bool plain = weight > coll_ignored_weight && weight < coll_expansion;
-        flat->first_weights[c] = uint16_t(plain ? weight : 0);
+    if (!flat->num_passes) return;
+    flat->starts_forward = flat->raw_fits && flat->pass[0].forward;
+    if (!flat->byte_rows && !flat->starts_forward) return;
+    for (unsigned c = 1; c < (flat->byte_rows ? 0x100 : 0x80); ++c) {
+        const bool plain = plain_weight(flat->pass[0].page[0][c]);
+        if (!plain || (!flat->byte_rows && inside_element(flat, c))) continue;
+        flat->first_weights[c] = flat->pass[0].page[0][c];
     }
 }
 

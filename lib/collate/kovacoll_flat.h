@@ -65,12 +65,14 @@ struct coll_flat {
     bool elements;
     bool byte_rows;                  // characters below 256 weigh like the bytes
     const unsigned char *inner[256]; // 1 for characters inside an element, other than its first
-    // Plain weights of the first pass by byte; 0 for bytes with none.
+    // Plain weights of the first pass by byte; 0 for bytes with none. Without byte_rows those of
+    // ASCII characters that are not inside elements.
     uint16_t first_weights[256];
-    bool raw_fits;      // no weight of the locale's own equals coll_raw_weight
-    bool first_decides; // the first weights that differ decide: no elements, not backward
-    void *blocks;       // memory of all the tables
-    short_keys *keys;   // made for the first short key, see kovacoll_short.h
+    bool starts_forward; // raw_fits, and the first pass runs forward
+    bool raw_fits;       // no weight of the locale's own equals coll_raw_weight
+    bool first_decides;  // the first weights that differ decide: no elements, not backward
+    void *blocks;        // memory of all the tables
+    short_keys *keys;    // made for the first short key, see kovacoll_short.h
     // By byte, with pass p from bit 8p on: the count of key bytes in each pass, and the key byte if
     // that count is 1. coll_no_counts: the byte alone does not decide, or a pass is backward.
     uint64_t counts[256];

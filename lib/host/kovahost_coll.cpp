@@ -1,11 +1,28 @@
 // Comparison of texts in UTF-8 and UTF-16, directly from their units.
+#include "chars/kovasimd.h"
 #include "collate/kovacoll_thai.h"
 #include "host/kovahost_order.h"
 
 // ---- Where two texts part ----
 
-template <class Unit> static size_t common_units(const Unit *a, const Unit *b, size_t n) {
+constexpr size_t block_bytes = 16;
+#ifdef KOVA_BLOCKS
+static inline bool has_block(const void *s) { return readable(s) >= block_bytes; }
+static inline size_t common_in_block(const void *a, const void *b) {
+    return first_bit(~equal_bytes(load_block(a), load_block(b)));
+}
+#else
+static inline bool has_block(const void *) { return false; }
+static inline size_t common_in_block(const void *, const void *) { return 0; }
+#endif
+
+template <class Unit> static inline size_t common_units(const Unit *a, const Unit *b, size_t n) {
     size_t i = 0;
+    if (n && has_block(a) && has_block(b)) {
+        i = common_in_block(a, b) / sizeof(Unit);
+        if (i >= n) return n;
+        if (i < block_bytes / sizeof(Unit)) return i;
+    }
     for (constexpr size_t step = sizeof(uint64_t) / sizeof(Unit); n - i >= step; i += step) {
         uint64_t x, y;
         memcpy(&x, a + i, sizeof x);
@@ -73,6 +90,58 @@ static size_t meeting_place(const coll_flat *flat, const Text &a, const Text &b,
     return at;
 }
 
+// ---- The first characters that differ ----
+
+// Can the character before a place not be part of an element that goes on there?
+template <class Unit>
+static bool ends_alone(const coll_flat *flat, const host_text<Unit> &text, size_t at) {
+    if (!at) return true;
+    const unsigned code = char_before(text.s, text.s + at).code;
+    if (!code || code > last_unit || is_surrogate(code) || inside_element(flat, code)) return false;
+    return !(flat->pass[0].page[code >> 8][code & 0xFF] & coll_expansion);
+}
+
+// The first item that a text yields from a place on in the first pass; its ch is 0 at the end.
+// False if more has to be looked at.
+template <class Unit>
+static inline bool first_item(const coll_flat *flat, const host_text<Unit> &text, size_t at,
+                              coll_item *item) {
+    const coll_flat_pass *const p = &flat->pass[0];
+    auto rest = walk_from(text, at);
+    *item = {0, 0};
+    bool alone = false; // what comes next is not inside an element
+    for (unsigned unit; rest.s != rest.end; alone = true) {
+        if (!take_plain(rest, &unit)) return false;
+        if (!alone && inside_element(flat, unit) && !ends_alone(flat, text, at)) return false;
+        const unsigned weight = p->page[unit >> 8][unit & 0xFF];
+        if (weight == coll_ignored_weight) continue;
+        if (!(weight & coll_expansion)) {
+            *item = {uint16_t(weight), ko_wchar_t(unit)};
+            return true;
+        }
+        const coll_seq seq = special_seq(p->specials[weight & coll_low_bits], rest);
+        if (!seq.count) continue;
+        *item = seq.items[0];
+        return true;
+    }
+    return true;
+}
+
+// The order by the first items that differ, which decide most pairs. 0 if they do not, or if more
+// has to be looked at.
+template <class Unit>
+static inline int first_order(const coll_flat *flat, const host_text<Unit> &a,
+                              const host_text<Unit> &b, size_t common) {
+    const size_t at = boundary(a, common);
+    coll_item x, y;
+    if (!first_item(flat, a, at, &x) || !first_item(flat, b, at, &y)) return 0;
+    if (a.misses->ill_formed) return 0;
+    if (!x.ch || !y.ch) return order_of(x.ch, y.ch);
+    const unsigned low_x = x.weight & coll_low_bits, low_y = y.weight & coll_low_bits;
+    if (low_x != low_y) return order_of_different(low_x, low_y);
+    return x.weight & coll_code_tie ? order_of(x.ch, y.ch) : 0;
+}
+
 // ---- Order ----
 
 template <class Text>
@@ -112,7 +181,15 @@ static int order_of_characters(const kovaloc *loc, const Text &a, const Text &b,
     return a.misses->lacking ? order * (1 + KO_ENOCHAR) : order;
 }
 
-template <class Unit> static int order_of_texts(ko_lc_t loc, host_text<Unit> a, host_text<Unit> b) {
+// The tables of a record whose characters are units and whose first pass runs forward.
+static inline const coll_flat *tables_of_units(ko_lc_t loc) {
+    if (!loc || !is_unicode(record(loc), KO_LC_COLLATE)) return nullptr;
+    const coll_flat *flat = record(loc)->weights;
+    return flat && flat->starts_forward ? flat : nullptr;
+}
+
+// The order of any texts.
+template <class Unit> static int order_of_all(ko_lc_t loc, host_text<Unit> a, host_text<Unit> b) {
     int error = unfit_for_order(loc);
     if ((!a.s && a.len) || (!b.s && b.len)) {
         error = KO_ENULL;
@@ -126,19 +203,53 @@ template <class Unit> static int order_of_texts(ko_lc_t loc, host_text<Unit> a, 
         const bool less = common == shorter ? a.len < b.len : a.s[common] < b.s[common];
         return less ? -1 - error : 1 + error;
     }
-    host_misses misses = {};
-    a.misses = b.misses = &misses;
     const host_map *const map = map_for(record(loc), KO_LC_COLLATE);
     if (!map) return order_of_characters(record(loc), a, b, common);
-    return order_of_characters(record(loc), mapped_host<Unit>{a.s, a.len, &misses, map},
-                               mapped_host<Unit>{b.s, b.len, &misses, map}, common);
+    return order_of_characters(record(loc), mapped_host<Unit>{a.s, a.len, a.misses, map},
+                               mapped_host<Unit>{b.s, b.len, b.misses, map}, common);
+}
+
+// The order by two ASCII characters, the first that differ. 0 if they do not decide.
+static inline int ascii_order(const coll_flat *flat, const unsigned char *a, const unsigned char *b,
+                              size_t at) {
+    const unsigned x = flat->first_weights[a[at]], y = flat->first_weights[b[at]];
+    if (!x || !y || (at && a[at - 1] >= 0x80)) return 0;
+    return order_of(x, y);
+}
+static inline int ascii_order(const coll_flat *, const char16_t *, const char16_t *, size_t) {
+    return 0;
+}
+
+template <class Unit>
+[[gnu::noinline]] static int order_from(const coll_flat *flat, ko_lc_t loc, const Unit *a,
+                                        size_t alen, const Unit *b, size_t blen, size_t common) {
+    host_misses misses = {};
+    const host_text<Unit> text_a = {a, alen, &misses}, text_b = {b, blen, &misses};
+    const int order = flat ? first_order(flat, text_a, text_b, common) : 0;
+    if (order) return order;
+    misses = {};
+    return order_of_all(loc, text_a, text_b);
+}
+
+template <class Unit>
+static inline int order_of_texts(ko_lc_t loc, const Unit *a, size_t alen, const Unit *b,
+                                 size_t blen) {
+    const coll_flat *const flat = tables_of_units(loc);
+    const size_t shorter = alen < blen ? alen : blen;
+    if (!flat || !a || !b) return order_from(nullptr, loc, a, alen, b, blen, 0);
+    const size_t common = common_units(a, b, shorter);
+    if (common < shorter) {
+        if (const int order = ascii_order(flat, a, b, common)) return order;
+    } else if (alen == blen) {
+        return 0;
+    }
+    return order_from(flat, loc, a, alen, b, blen, common);
 }
 
 int ko_utf8scoll(ko_lc_t loc, const char *a, size_t alen, const char *b, size_t blen) {
-    return order_of_texts<unsigned char>(loc, {bytes_of(a), alen, nullptr},
-                                         {bytes_of(b), blen, nullptr});
+    return order_of_texts(loc, bytes_of(a), alen, bytes_of(b), blen);
 }
 
 int ko_utf16scoll(ko_lc_t loc, const char16_t *a, size_t alen, const char16_t *b, size_t blen) {
-    return order_of_texts<char16_t>(loc, {a, alen, nullptr}, {b, blen, nullptr});
+    return order_of_texts(loc, a, alen, b, blen);
 }
