@@ -5,8 +5,7 @@
 #include "collate/kovacoll.h"
 #include "load/kovasetlc_load.h"
 #include "support/locale_builder.h"
-
-#include <sstream>
+#include "support/rows.h"
 
 struct element_spec {
     std::u16string chars;
@@ -50,22 +49,13 @@ struct coll_spec {
     }
 };
 
-// The parts between the separators; none of an empty text.
-inline std::vector<std::string> words(const std::string &text, char separator = ' ') {
-    std::vector<std::string> all;
-    std::istringstream in(text);
-    for (std::string word; std::getline(in, word, separator);)
-        all.push_back(word);
-    return all;
-}
-
 // Rows of weights: "2.x0 7t.1" has two of two passes; x stands for an expansion, t for a tie-break
 // by code.
 inline std::vector<std::vector<unsigned>> weights_of(const std::string &text) {
     std::vector<std::vector<unsigned>> rows;
-    for (const std::string &row : words(text)) {
+    for (const std::string &row : split(text, ' ')) {
         rows.emplace_back();
-        for (const std::string &weight : words(row, '.')) {
+        for (const std::string &weight : split(row, '.')) {
             const bool expands = weight[0] == 'x';
             rows.back().push_back(unsigned(atoi(weight.c_str() + expands)) |
                                   (expands ? coll_expansion : 0) |
@@ -77,9 +67,7 @@ inline std::vector<std::vector<unsigned>> weights_of(const std::string &text) {
 
 // Rows 1.. of the bytes in order.
 inline std::vector<table_entry> byte_map(std::string_view bytes) {
-    std::vector<table_entry> map = {
-        {std::string(1, '\0'), 0}
-    };
+    std::vector<table_entry> map(1, {std::string(1, '\0'), 0});
     for (const char c : bytes)
         map.push_back({std::string(1, c), uint16_t(map.size())});
     return map;
@@ -92,15 +80,12 @@ inline coll_spec bytes_spec(std::string_view bytes, const char *weights,
                             int pass = coll_forward) {
     coll_spec spec = {.rows = weights_of(weights), .map = byte_map(bytes)};
     spec.passes.assign(spec.rows[0].size(), pass);
-    for (const std::string &word : words(expansions))
+    for (const std::string &word : split(expansions, ' '))
         spec.expansions.emplace_back(word.begin(), word.end());
-    for (const std::string &word : words(elements)) {
+    for (const std::string &word : split(elements, ' ')) {
         const size_t row = word.find_first_of("0123456789");
-        spec.elements.push_back({
-            {word.begin(), word.begin() + long(row)},
-            0
-        });
-        spec.elements.back().row = unsigned(std::stoi(word.substr(row)));
+        const std::u16string chars(word.begin(), word.begin() + long(row));
+        spec.elements.push_back({chars, unsigned(std::stoi(word.substr(row)))});
     }
     return spec;
 }
@@ -112,7 +97,7 @@ struct order_row {
 };
 inline std::vector<order_row> orders(const std::string &text) {
     std::vector<order_row> rows;
-    for (const std::string &word : words(text)) {
+    for (const std::string &word : split(text, ' ')) {
         const size_t sign = word.find_first_of("<=>");
         rows.push_back({word.substr(0, sign), word.substr(sign + 1), word[sign] - '='});
     }

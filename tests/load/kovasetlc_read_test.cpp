@@ -68,23 +68,16 @@ static std::string messages(const std::string &object, bool hooks) {
 }
 
 TEST(ObjectReader, ReadsByteStrings) {
-    static const std::pair<const char *, const char *> rows[] = {
-  // White space between the strings may be missing, and no digit counts as 0.
-        {"3 414243\n0\n1 61\n2 6263\n",      "'ABC''''a''bc'"},
-        {"3 4142430 1 61 2 6263",            "'ABC''''a''bc'"},
-        {"+1 4a\n-5\n1 4G\n1 G4\n",          "'J''''@''\4'"  },
- // After the wrong byte the next string is read as if the first had ended there.
-        {"1:2 6162 1 63 0",                  "-'ab''c'''"    },
-        {"2 6162",                           "'ab'---"       },
-        {"2 6162\n0",                        "'ab'''--"      },
-        {"9 6162\n0\n0\n0\n",                "----"          },
-        {"99999999999999999999 61\n0\n0\n0", "----"          },
-        {"",                                 "----"          },
-    };
+    // Four strings and what is read. White space between them may be missing, and no digit counts
+    // as 0. After the wrong byte the next string is read as if the first had ended there.
+    const auto rows = split("3 414243\n0\n1 61\n2 6263\n>'ABC''''a''bc'|3 4142430 1 61 2 6263>"
+                            "'ABC''''a''bc'|+1 4a\n-5\n1 4G\n1 G4\n>'J''''@''\4'|"
+                            "1:2 6162 1 63 0>-'ab''c'''|2 6162>'ab'---|2 6162\n0>'ab'''--|"
+                            "9 6162\n0\n0\n0\n>----|99999999999999999999 61\n0\n0\n0>----|>----");
     for (const bool hooks : {false, true}) {
-        for (const auto &[text, want] : rows) {
+        for (const std::string &row : rows) {
             memory_hooks memory;
-            EXPECT_EQ(messages(text, hooks), want) << text;
+            EXPECT_EQ(messages(split(row, '>')[0], hooks), split(row, '>')[1]) << row;
         }
         memory_hooks memory; // a string without memory is absent, and reading goes on
         memory.fail_at = 1;
@@ -176,25 +169,18 @@ static int error_of(const std::string &object, int category) {
 TEST(ObjectReader, FindsMarkersByTheBoundedLineRule) {
     // What stands before the marker: text and a run of "#". A line that is too long for one read
     // counts as several, so a marker after 127 characters is a line of its own.
-    static const std::tuple<const char *, size_t, int> rows[] = {
-        {"",                   0,   KO_OK     },
-        {"# a line\n",         0,   KO_OK     },
-        {"",                   127, KO_OK     },
-        {"",                   254, KO_OK     },
-        {"x\n",                127, KO_OK     },
-        {"",                   126, KO_EOBJECT},
-        {"",                   128, KO_EOBJECT},
-        {"\n ",                0,   KO_EOBJECT},
-        {"### LC_MESSAGES \n", 0,   KO_OK     },
-        {"### LC_TIME\n",      0,   KO_OK     },
-    };
     const locale_object head;
     const std::string start = head.type + head.version + "N=3\nX\n";
     const std::string messages = "### LC_MESSAGES\n" + fields({"a", "b", "c", "d"}) + " ";
-    for (const auto &[text, run, error] : rows) {
-        const std::string before = text + std::string(run, '#');
-        EXPECT_EQ(error_of(start + before + messages, KO_LC_MESSAGES), error) << before;
-    }
+    for (const int error : {int{KO_OK}, int{KO_EOBJECT}})
+        for (const std::string &row : split(
+                 error
+                     ? ">126|>128|\n >0"
+                     : ">0|# a line\n>0|>127|>254|x\n>127|### LC_MESSAGES \n>0|### LC_TIME\n>0")) {
+            const auto fields = split(row, '>');
+            const std::string before = fields[0] + std::string(size_t(whole(fields[1])), '#');
+            EXPECT_EQ(error_of(start + before + messages, KO_LC_MESSAGES), error) << before;
+        }
     // A keyword that is cut.
     for (const char *keyword : {"", "as_spec", "thai_smo", "as_speck\nmore\n"})
         EXPECT_EQ(error_of(start + "### LC_COLLATE\n" + keyword, KO_LC_COLLATE),

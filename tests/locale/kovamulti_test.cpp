@@ -1,6 +1,7 @@
 // Look-up tables: building, looking up, sharing, text form, damaged texts, lack of memory.
 #include "locale/kovamulti.h"
 #include "support/answer.h"
+#include "support/rows.h"
 #include "support/tables.h"
 
 #include <random>
@@ -122,19 +123,13 @@ TEST(MultiTable, TextLookupsReportBytesAndErrors) {
     table_guard table;
     fill_small(table);
     insert(table, "\x90\x91\x92\x93", 8);
-    static const std::tuple<const char *, int, int, int, int> rows[] = {
-        {"a",                4,  7,  1, 0        },
-        {"\x81\x40",         2,  7,  2, 0        },
-        {"\x81\x40",         1,  -1, 1, KO_EINVAL},
-        {"\x81\x7F",         4,  -1, 2, KO_EILSEQ},
-        {"\xFF",             4,  -1, 1, KO_EILSEQ},
-        {"a",                -3, -1, 0, KO_EINVAL},
-        {"\x90\x91\x92\x93", 4,  8,  4, 0        },
-        {"\x90\x91\x92\x93", 3,  -1, 3, KO_EINVAL},
-        {"",                 4,  -1, 1, KO_EILSEQ},
-    };
-    for (const auto &[text, limit, want, taken, error] : rows) {
-        SCOPED_TRACE(::testing::PrintToString(text) + " " + std::to_string(limit));
+    // A text, the limit, the item, the bytes taken and the error.
+    for (const auto &w :
+         ::table("a 4 7 1 0; \x81@ 2 7 2 0; \x81@ 1 -1 1 7; \x81\x7F 4 -1 2 1; \xFF 4 -1 1 1; "
+                 "a -3 -1 0 7; \x90\x91\x92\x93 4 8 4 0; \x90\x91\x92\x93 3 -1 3 7; _ 4 -1 1 1")) {
+        const char *const text = w[0] == "_" ? "" : w[0].c_str();
+        const int limit = whole(w[1]), want = whole(w[2]), taken = whole(w[3]), error = whole(w[4]);
+        SCOPED_TRACE(::testing::PrintToString(text) + " " + w[1]);
         test_handle h;
         int len = -9;
         const void *item = retrieve_text_multi_limit(mb(text), table, limit, &len, &h.gen);

@@ -22,18 +22,14 @@ inline locale_object with_conventions(const conventions &c, charset set = mixed)
     const auto bytes = [set](int byte) {
         return encoded(std::string(1, char(byte)), set == two_bytes);
     };
-    std::vector<table_entry> classes = {
-        {bytes(0xA4), KO_CT_PRINT | 0x800}
-    };
+    std::vector<table_entry> classes(1, {bytes(0xA4), KO_CT_PRINT | 0x800});
     for (int b = 0; b < 128; b++) {
         const int mask = (isdigit(b) ? KO_CT_DIGIT : 0) | (ispunct(b) ? KO_CT_PUNCT : 0) |
                          (isprint(b) ? KO_CT_PRINT : 0) | (isspace(b) ? KO_CT_SPACE : 0) |
                          (isblank(b) ? KO_CT_BLANK : 0);
         classes.push_back({bytes(b), uint16_t(mask)});
     }
-    const std::vector<table_entry> no_case = {
-        {bytes(0), 0}
-    };
+    const std::vector<table_entry> no_case(1, {bytes(0), 0});
     object.ctype = table_text(classes) + "1\n0 full_width\n" + table_text(no_case) + "0\n";
     if (set == mainframe) make_ebcdic(&object);
     const auto str = [set](const std::string &text) { return field(spelled(text, set)); };

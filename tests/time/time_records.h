@@ -58,21 +58,16 @@ inline locale_object with_times(locale_object object, const times &t, bool wide 
 }
 
 // A locale of a compiled data root.
-struct compiled_locale {
+struct compiled_locale : own_record {
     std::string name; // folder and file
-    ko_lc_t handle = nullptr;
     explicit compiled_locale(const std::filesystem::path &path)
         : name(path.parent_path().filename().string() + "/" + path.filename().string()) {
-        EXPECT_EQ(ko_create_null_locale_2(&handle), 0);
         char *setting = set_categories(record(handle), KO_LC_ALL, path.filename().string().c_str(),
                                        path.parent_path().string().c_str());
         EXPECT_NE(setting, nullptr) << name;
         ko_destroystring(setting);
-        EXPECT_EQ(*ko_ext_errno(handle), 0) << name;
+        EXPECT_EQ(error(), 0) << name;
     }
-    ~compiled_locale() { ko_lc_unload(handle); }
-    compiled_locale(const compiled_locale &) = delete;
-    operator ko_lc_t() const { return handle; }
 };
 
 // Within the ranges of the directives. The days of months are those that all months have.

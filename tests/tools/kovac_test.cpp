@@ -5,6 +5,7 @@
 #include "kovac/kovac_write.h"
 
 #include "kova_host.h"
+#include "support/rows.h"
 #include "tools/command_run.h"
 
 #include <sstream>
@@ -224,12 +225,12 @@ TEST(KovacCtype, PairsCharactersByBothMaps) {
     compilation job({.ctype = "toupper (<U00E4>,<U00C4>);(b,<U3042>);(c,<U4E00>);(d,d)\n"
                               "tolower (<U00C4>,<U00E4>);(<U3042>,b)\nmap \"totitle\"; (a,A)\n"});
     ASSERT_TRUE(job.run()) << job.log;
-    EXPECT_EQ(job.partners(0xE4), "C4 0");
-    EXPECT_EQ(job.partners(0xC4), "0 E4");
-    EXPECT_EQ(job.partners('b'), "8140 0");
-    EXPECT_EQ(job.partners('a'), "0 0");
-    EXPECT_EQ(job.partners('c'), "0 0") << "its partner is outside the code set";
-    EXPECT_EQ(job.partners('d'), "0 0") << "a character is not its own partner";
+    // The partner of c is outside the code set; d is not its own.
+    std::string partners;
+    for (const uint32_t c :
+         {0xE4u, 0xC4u, unsigned{'b'}, unsigned{'a'}, unsigned{'c'}, unsigned{'d'}})
+        partners += job.partners(c) + ", ";
+    EXPECT_EQ(partners, "C4 0, 0 E4, 8140 0, 0 0, 0 0, 0 0, ");
     EXPECT_EQ(job.object.ctype.case_ratio, 2.0);
 
     compilation inverse({.ctype = "toupper (a,A)\n", .numeric = "copy \"other\"\n"});
@@ -462,28 +463,24 @@ TEST_F(KovacCommand, GivesTheSameBytesWhereverTheInputsAre) {
 
 // ---- orders of less strength ----
 
-namespace {
-struct weak_row {
-    const char *spec, *a, *b;
-    int sign;
-};
-} // namespace
-
 static int sign_of(int n) { return n < 0 ? -1 : n > 0; }
 
-// The texts compare so, and so do their keys.
-static void check_weak(ko_lc_t loc, const weak_row &r) {
+// "a < b" or "=": the texts compare so, and so do their keys.
+static void check_weak(ko_lc_t loc, const std::string &row) {
+    const size_t sign = row.find(' ');
+    const std::string texts[] = {row.substr(0, sign), row.substr(sign + 3)};
+    const int want = row[sign + 1] == '<' ? -1 : 0;
     std::string keys[2];
-    for (std::string &key : keys) {
-        const char *text = &key == keys ? r.a : r.b;
-        key.resize(256);
-        const int64_t len = ko_utf8sxfrm(loc, key.data(), key.size(), text, strlen(text));
+    for (const int side : {0, 1}) {
+        const std::string &text = texts[side], &other = texts[1 - side];
+        keys[side].resize(256);
+        const int64_t len = ko_utf8sxfrm(loc, keys[side].data(), 256, text.data(), text.size());
         ASSERT_TRUE(len >= 0 && len < 256);
-        key.resize(size_t(len));
+        keys[side].resize(size_t(len));
+        EXPECT_EQ(sign_of(ko_utf8scoll(loc, text.data(), text.size(), other.data(), other.size())),
+                  side ? -want : want);
     }
-    EXPECT_EQ(sign_of(keys[0].compare(keys[1])), r.sign);
-    EXPECT_EQ(sign_of(ko_utf8scoll(loc, r.a, strlen(r.a), r.b, strlen(r.b))), r.sign);
-    EXPECT_EQ(sign_of(ko_utf8scoll(loc, r.b, strlen(r.b), r.a, strlen(r.a))), -r.sign);
+    EXPECT_EQ(sign_of(keys[0].compare(keys[1])), want);
 }
 
 // The system's sources have case at level 3, in th_TH at 4, in ja_JP at 1.
@@ -493,40 +490,27 @@ TEST_F(KovacCommand, CompilesOrdersThatIgnoreCaseAndAccents) {
                        "th_TH unicode@ai\nja_JP unicode@ci\n");
     EXPECT_EQ(shell("kovac registry -o root").status, 0);
     EXPECT_EQ(shell("kovac locale --list list -o root").status, 0);
-    static const weak_row rows[] = {
-        {"de_DE.unicode@ci", "\u00C4PFEL",                     "\u00E4pfel",                     0 },
-        {"de_DE.unicode@ci", "\u00E4pfel",                     "apfel",                          1 },
-        {"de_DE.unicode@ci", "a",                              "B",                              -1},
-        {"de_DE.unicode@ci", "stra\u00DFe",                    "STRA\u1E9EE",                    0 },
-        {"de_DE.unicode@ci", "stra\u00DFe",                    "STRASSE",                        1 },
-        {"de_DE.unicode@ai", "stra\u00DFe",                    "STRASSE",                        0 },
-        {"de_DE.unicode@ai", "\u00C4pfel",                     "APFEL",                          0 },
-        {"de_DE.unicode@ci", "\u03A3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u039F\u03C6\u03CC\u03C3", 0 },
-        {"de_DE.unicode@ci", "\u03C3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u03BF\u03C6\u03BF\u03C2", 1 },
-        {"de_DE.unicode@ai", "\u03A3\u03BF\u03C6\u03CC\u03C2", "\u03C3\u03BF\u03C6\u03BF\u03C2", 0 },
-        {"de_DE.unicode@ci", "\u0401\u043B\u043A\u0430",       "\u0451\u041B\u041A\u0410",       0 },
-        {"de_DE.unicode@ci", "\u0451\u043B\u043A\u0430",       "\u0435\u043B\u043A\u0430",       1 },
-        {"de_DE.unicode@ai", "\u0451\u043B\u043A\u0430",       "\u0415\u043B\u043A\u0430",       0 },
-        {"de_DE.unicode@ai", "\u0439",                         "\u0438",                         1 }, // letters
-        {"de_DE.unicode@ci", "\u1C90\u1C91",                   "\u10D0\u10D1",                   0 },
-        {"de_DE.unicode@ci", "\u3055\u304F\u3089",             "\u30B5\u30AF\u30E9",             0 },
-        {"de_DE.unicode@ci", "\u304C",                         "\u30AB",                         1 },
-        {"de_DE.unicode@ai", "\u304C",                         "\u30AB",                         0 },
-        {"tr_TR.unicode@ci", "ISPARTA",                        "\u0131sparta",                   0 },
-        {"tr_TR.unicode@ci", "\u0130zmir",                     "izmir",                          0 },
-        {"tr_TR.unicode@ci", "\u0131",                         "i",                              -1},
-        {"th_TH.unicode@ci", "\u0E02\u0E49\u0E32",             "\u0E02\u0E32",                   1 },
-        {"th_TH.unicode@ai", "\u0E02\u0E49\u0E32",             "\u0E02\u0E32",                   0 },
-        {"th_TH.unicode@ai", "\u0E40\u0E02\u0E32",             "\u0E02\u0E32",                   1 }, // a vowel
-        {"th_TH.unicode@ci", "a\u00C0",                        "A\u00E0",                        0 },
-        {"ja_JP.unicode@ci", "\u3055\u304F\u3089A",            "\u30B5\u30AF\u30E9a",            0 },
-        {"ja_JP.unicode@ci", "\u304B",                         "\u30AC",                         -1},
+    // й is a letter of its own, and a vowel of Thai is no accent.
+    static const char *const rows[] = {
+        "de_DE.unicode@ci|ÄPFEL = äpfel|apfel < äpfel|a < B|straße = STRAẞE|STRASSE < straße",
+        "de_DE.unicode@ci|Σοφός = σΟφόσ|σοφος < σοφός|Ёлка = ёЛКА|елка < ёлка",
+        "de_DE.unicode@ci|ᲐᲑ = აბ|さくら = サクラ|カ < が",
+        "de_DE.unicode@ai|straße = STRASSE|Äpfel = APFEL|Σοφός = σοφος|ёлка = ЕЛКА|и < й|が = カ",
+        "tr_TR.unicode@ci|ISPARTA = ısparta|İzmir = izmir|ı < i",
+        "th_TH.unicode@ci|\u0E02\u0E32 < \u0E02\u0E49\u0E32|aÀ = Aà",
+        "th_TH.unicode@ai|\u0E02\u0E49\u0E32 = \u0E02\u0E32|\u0E02\u0E32 < \u0E40\u0E02\u0E32",
+        "ja_JP.unicode@ci|さくらA = サクラa|か < ガ",
     };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(r.spec + (" "s + r.a) + " " + r.b);
+    for (const std::string line : rows) {
+        const auto words = split(line);
         owned<ko_close_locale> loc;
-        ASSERT_EQ(ko_open_locale(&loc.handle, (dir / "root").c_str(), r.spec, KO_OPEN_VERIFY), 0);
-        check_weak(loc, r);
+        ASSERT_EQ(
+            ko_open_locale(&loc.handle, (dir / "root").c_str(), words[0].c_str(), KO_OPEN_VERIFY),
+            0);
+        for (size_t i = 1; i < words.size(); ++i) {
+            SCOPED_TRACE(words[0] + " " + words[i]);
+            check_weak(loc, words[i]);
+        }
     }
     command = "kova ";
     environment["VANTORDIR"] = (dir / "root").string();
