@@ -240,6 +240,31 @@ TEST(CollateTables, CompareAsTheSequencesOfTheirWeights) {
 
 // The second letter stands alone at the first level, where its accent needs no weight of its own.
 // As an accent of the first letter it must have one.
+// Capitals come before small letters, and no character weighs <SQ> alone. l with a dot is an
+// element that cannot expand.
+TEST(CollateTables, NoncharactersCarryWeightsThatNoCharacterHasAlone) {
+    const compiled c(
+        R"(collating-element <l.> from "l."|collating-symbol <BASE>|collating-symbol <CARON>
+collating-symbol <DOT>|collating-symbol <CC>|collating-symbol <CAP>|collating-symbol <C>
+collating-symbol <MIN>|collating-symbol <SQ>|<BASE>|<CARON>|<DOT>|<CC>|<CAP>|<C>|<MIN>|<SQ>
+order_start forward;forward;forward;forward|<U002E> IGNORE;IGNORE;IGNORE;<U002E>
+<U0064> <U0064>;<BASE>;<MIN>;<U0064>|<U010F> <U0064>;"<BASE><CARON>";"<MIN><MIN>";<U010F>
+<U006A> <U006A>;<BASE>;<MIN>;<U006A>|<U004A> <U006A>;<BASE>;<CAP>;<U004A>
+<U02B2> <U006A>;<BASE>;<C>;<U02B2>|<U006C> <U006C>;<BASE>;<MIN>;<U006C>
+<U004C> <U006C>;<BASE>;<CAP>;<U004C>|<U216C> <U006C>;<BASE>;<CC>;<U216C>
+<U0140> <U006C>;"<BASE><DOT>";"<MIN><MIN>";<U0140>|<l.> <U006C>;"<BASE><DOT>";"<MIN><MIN>";<U0140>
+<U01C8> "<U006C><U006A>";"<BASE><BASE>";"<CC><C>";<U01C8>
+<U33D1> "<U006C><U006A><U006A>";"<BASE><BASE><BASE>";"<SQ><SQ><MIN>";<U33D1>|order_end
+)",
+        wide_set());
+    static constexpr std::u16string_view up[] = {
+        u"l",       u"\u0140", u"l.",      u"ld", u"l\u010F", u"l.d", u"\u0140\u010F",
+        u"\u216CJ", u"\u01C8", u"\u216Cj", u"LJ", u"Lj",      u"lj",  u"\u01C8j",
+        u"ljj",     u"\u33D1", u"l\uFDD0"};
+    for (size_t i = 1; i < std::size(up); ++i)
+        EXPECT_EQ(c.compare(up[i - 1], up[i]), -1) << i;
+}
+
 TEST(CollateTables, AccentsAreSpelledByWhatIsClearAmongTheirLetters) {
     const compiled c(
         R"(order_start forward;forward|<O>|<OE>|<BASE>|<AC>|<SLASH>|<TAIL>|<U0027> IGNORE;<AC>
@@ -460,6 +485,43 @@ TEST(CollateTables, OrdersOfLessStrengthHoldCaseOrAccentsEqual) {
                 << at;
         }
     }
+}
+
+// Compatibility ideographs for one that has a line, one that has none, and one beyond the basic
+// plane; the source places U+F901 itself. Accents, whose third level most letters share, stand
+// alone, too.
+TEST(CollateTables, EquivalentStringsDifferAtTheLastLevelOnly) {
+    const compiled c(
+        R"(collating-symbol <BASE>|collating-symbol <ACUTE>|collating-symbol <MIN>|collating-symbol <CAP>
+collating-symbol <HAN>|<BASE>|<ACUTE>|<MIN>|<CAP>|<HAN>|order_start forward;forward;forward;forward
+<U0301> IGNORE;<ACUTE>;<MIN>;<U0301>|<U0061> <U0061>;<BASE>;<MIN>;<U0061>
+<U0041> <U0061>;<BASE>;<CAP>;<U0041>|<U00E1> <U0061>;"<BASE><ACUTE>";"<MIN><MIN>";<U00E1>
+<U00C1> <U0061>;"<BASE><ACUTE>";"<CAP><MIN>";<U00C1>|<U0062> <U0062>;<BASE>;<MIN>;<U0062>
+<U66F4> <U66F4>;IGNORE;IGNORE;IGNORE|<U8C48> <U8C48>;IGNORE;IGNORE;IGNORE
+<UF901> <UF901>;IGNORE;IGNORE;IGNORE|<UF900> "<HAN><HAN>";<BASE>;<MIN>;<UF900>|order_end
+)",
+        wide_set());
+    static constexpr struct {
+        std::u16string_view one, other;
+    } rows[] = {
+        {u"\u00E1",        u"a\u0301"       },
+        {u"\u00C1",        u"A\u0301"       },
+        {u"\uF900",        u"\u8C48"        },
+        {u"\uFAD2",        u"\u3B9D"        },
+        {u"\uFA6C",        u"\U000242EE"    },
+        {u"a\uF900\u00E1", u"a\u8C48a\u0301"},
+    };
+    for (const auto &r : rows) {
+        const std::u16string one(r.one), other(r.other);
+        EXPECT_NE(c.compare(one, other), 0) << &r - rows;
+        EXPECT_EQ(c.compare(one + u"A", other + u"a"), 1) << &r - rows;
+        EXPECT_EQ(c.compare(one + u"a", other + u"A"), -1) << &r - rows;
+    }
+    static constexpr std::u16string_view up[] = {
+        u"\u66F4", u"\u8C48",     u"\uF901",     u"\u3B9C", u"\uFAD2",    u"\u3B9E",
+        u"\uE000", u"\U000242ED", u"\U000242EE", u"\uFA6C", u"\U000242EF"};
+    for (size_t i = 1; i < std::size(up); ++i)
+        EXPECT_EQ(c.compare(up[i - 1], up[i]), -1) << i;
 }
 
 TEST(CollateTables, OnlyWhatEarlierPassesMayConfuseDiffersInTheLast) {

@@ -221,6 +221,18 @@ TEST(Oracle, WeighsCharactersWithoutALineByTheirCodesInUnicodeOnly) {
             {jamo, u"\xD83D\xDE00", u"\xFFFF", -1, 1},
     },
         units());
+    // U+F900 stands for U+8C48, U+FA6C for U+242EE; U+F901 has a place of its own.
+    const std::string lines = "order_start forward;forward|<U0061>|<U8C48> <U8C48>;IGNORE|"
+                              "<UF900> \"<U0061><U0061>\";<U0061>|<UF901>|order_end";
+    check(
+        {
+            {lines, u"\xF900\x61", u"\x8C48",       1,  1},
+            {lines, u"\xF900",     u"\x8C48",       0,  0},
+            {lines, u"\xF901",     u"\x66F4",       -1, 1},
+            {lines, u"\xFA6C",     u"\xD850\xDEEE", 0,  0},
+            {lines, u"\xFAD2",     u"\x3B9D",       0,  0},
+    },
+        units());
     const evaluated e("order_start forward|<U0061>|order_end");
     std::vector<uint32_t> tokens;
     EXPECT_FALSE(find_tokens(e.order, wide(u"ab"), tokens));

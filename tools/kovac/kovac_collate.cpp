@@ -5,9 +5,12 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
+#include <utility>
 
 #include "kovac/kovac_collate_levels.h"
 #include "kovac/kovac_collate_source.h"
+#include "kovac/kovac_equivalents.h"
 
 namespace kovac {
 
@@ -67,10 +70,36 @@ static std::vector<uint32_t> character_items(const charmap &map, const order &sr
     return items;
 }
 
-static void add_unlined(compiler &c, const std::vector<uint32_t> &items) {
+// The ideograph that a character of "unicode" stands for, unless the source gives the character a
+// place of its own, or has only one level, which must tell the two apart; 0: none.
+static uint32_t stands_for(compiler &c, uint32_t id, uint32_t code) {
+    const uint32_t ideograph = c.map.unicode && c.src.levels > 1 ? ideograph_of(code) : 0;
+    if (!ideograph || id == no_item) return ideograph;
+    weighed own;
+    take_levels(c, id, own);
+    const symbols &first = own.levels[0];
+    return std::find(first.begin(), first.end(), c.src.items[id].rank) == first.end() ? ideograph
+                                                                                      : 0;
+}
+
+// Compatibility ideographs weigh as the ideographs that they stand for.
+static void add_equivalent(compiler &c, uint16_t wide, uint32_t ideograph) {
+    weighed e{.wide = wide, .item = placed_character(c.src, ideograph)};
+    if (e.item != no_item) {
+        take_levels(c, e.item, e);
+    } else {
+        e.levels[0] = {after_first};
+    }
+    if (ideograph > 0xFFFF) e.like.push_back(uint16_t(0xD7C0 + (ideograph >> 10)));
+    e.like.push_back(uint16_t(ideograph > 0xFFFF ? 0xDC00 + (ideograph & 0x3FF) : ideograph));
+    c.all.push_back(std::move(e));
+}
+
+static void add_unlined(compiler &c, const std::vector<uint32_t> &items,
+                        const std::vector<uint32_t> &ideographs) {
     std::vector<uint16_t> wides;
     for (size_t i = 0; i < items.size(); ++i)
-        if (items[i] == no_item) wides.push_back(c.map.chars[i].wide);
+        if (items[i] == no_item && !ideographs[i]) wides.push_back(c.map.chars[i].wide);
     jamo_weights jamo;
     for (uint32_t i = 0; i < jamo.size(); ++i) {
         const uint32_t id = placed_character(c.src, 0x1100 + i);
@@ -106,8 +135,11 @@ static void add_undefined(compiler &c, const std::vector<uint32_t> &items) {
 
 static void add_characters(compiler &c) {
     const std::vector<uint32_t> items = character_items(c.map, c.src);
+    std::vector<uint32_t> ideographs; // that characters stand for
+    for (size_t i = 0; i < items.size(); ++i)
+        ideographs.push_back(stands_for(c, items[i], c.map.chars[i].code));
     if (c.map.unicode) {
-        add_unlined(c, items);
+        add_unlined(c, items, ideographs);
     } else {
         add_undefined(c, items);
     }
@@ -117,7 +149,8 @@ static void add_characters(compiler &c) {
     if (missing && c.map.unicode) note(c.diag, {}, text + "; they weigh by their codes");
     if (missing > 1 && !c.map.unicode) warning(c.diag, {}, text + " and share a weight");
     for (size_t i = 0; i < items.size(); ++i) {
-        if (items[i] == no_item) continue;
+        if (ideographs[i]) add_equivalent(c, c.map.chars[i].wide, ideographs[i]);
+        if (items[i] == no_item || ideographs[i]) continue;
         weighed ch{.wide = c.map.chars[i].wide, .item = items[i]};
         take_levels(c, items[i], ch);
         c.all.push_back(std::move(ch));
@@ -375,6 +408,88 @@ static void add_elements(compiler &c) {
         c.all.push_back(std::move(e));
 }
 
+static bool levels_match(const weighed &e) { return e.levels[1].size() == e.levels[2].size(); }
+
+// The accents of the second level, and for how many characters the third says the same of one as
+// most of all.
+struct accent {
+    size_t times = 0, usual = 0;
+    bool letter = false; // stands for a letter as well
+};
+
+static std::unordered_map<uint32_t, accent> find_accents(const compiler &c, uint32_t usual) {
+    std::unordered_map<uint32_t, accent> accents;
+    for (const weighed &e : c.all) {
+        const symbols &second = e.levels[1], &third = e.levels[2];
+        for (size_t i = 0; i < second.size(); ++i) {
+            accent &a = accents[second[i]];
+            ++a.times;
+            a.letter |= i == 0 && !e.levels[0].empty();
+            a.usual += levels_match(e) && third[i] == usual;
+        }
+    }
+    return accents;
+}
+
+// Strings are compared at the third level only if their second levels are equal, so they have the
+// same accents there. What the third level says of an accent wherever it stands is left out: a
+// letter with an accent then weighs as the letter and the accent written as two characters.
+static void drop_usual(compiler &c) {
+    if (c.src.levels < 3 || pass_rule(c, 2).position) return;
+    // What the first two levels ignore and the third does not may stand between accents.
+    const bool alone = std::any_of(c.all.begin(), c.all.end(), [](const weighed &e) {
+        return e.levels[0].empty() && !e.levels[2].empty() && !levels_match(e);
+    });
+    if (alone) return;
+    const symbols common = common_weights(c, 2);
+    if (common.size() != 1) return;
+    const auto accents = find_accents(c, common[0]);
+    for (weighed &e : c.all) {
+        if (!levels_match(e)) continue;
+        const symbols third = std::exchange(e.levels[2], {});
+        for (size_t i = 0; i < third.size(); ++i) {
+            const accent &a = accents.at(e.levels[1][i]);
+            if (third[i] != common[0] || a.letter || a.usual * 4 < a.times)
+                e.levels[2].push_back(third[i]);
+        }
+        e.settled = !third.empty() && e.levels[2].empty();
+    }
+}
+
+// The weights of sequences at a level that no character has alone.
+static std::vector<uint32_t> without_carrier(const compiler &c, size_t level) {
+    std::set<uint32_t> carried, wanted;
+    for (const weighed &e : c.all) {
+        const symbols &text = e.levels[level];
+        if (text.size() == 1 && e.kind == weighed::character && e.wide && e.like.empty())
+            carried.insert(text[0]);
+        if (text.size() > 1) wanted.insert(text.begin(), text.end());
+    }
+    std::erase_if(wanted, [&](uint32_t s) { return carried.count(s) != 0; });
+    return {wanted.begin(), wanted.end()};
+}
+
+// Lets U+FDD0 and those after it, which no text has, carry the weights below the first level that
+// no character has alone, so that expansions can be made of them.
+static void lend_carriers(compiler &c) {
+    constexpr uint16_t first = 0xFDD0, count = 32;
+    std::vector<weighed> lent;
+    for (size_t level = 1; level < c.src.levels; ++level) {
+        const std::vector<uint32_t> wanted = without_carrier(c, level);
+        for (uint32_t i = 0; i < wanted.size() && i < count; ++i) {
+            if (lent.size() == i) {
+                lent.push_back({.wide = uint16_t(first + i)});
+                lent[i].levels[0] = {after_lent + i};
+            }
+            lent[i].levels[level] = {wanted[i]};
+        }
+    }
+    for (const weighed &e : lent)
+        for (weighed &group : c.all)
+            std::erase(group.chars, e.kind == weighed::character ? e.wide : 0);
+    c.all.insert(c.all.end(), lent.begin(), lent.end());
+}
+
 static bool ignored_everywhere(const compiler &c, size_t level) {
     return std::all_of(c.all.begin(), c.all.end(),
                        [&](const weighed &e) { return e.levels[level].empty(); });
@@ -552,6 +667,8 @@ bool compile_collation(source_set &set, const charmap &map, diagnostics &diag, c
         if (!keep_levels(c, src, options)) return false;
         result.levels = src.levels;
         add_elements(c);
+        if (map.unicode) drop_usual(c);
+        if (map.unicode) lend_carriers(c);
         std::vector<pass_plan> plans;
         if (!plan_levels(c, options, result, plans) || !make_rows(c, plans, result)) return false;
         if (is_code_order(map, result)) make_code_order(map, result);

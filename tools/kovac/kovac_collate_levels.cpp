@@ -185,17 +185,27 @@ static int number_units(level_work &w) {
     return weight;
 }
 
-static uint16_t expansion_weight(const level_work &w, const std::vector<unit_id> &pieces,
-                                 std::map<std::vector<uint16_t>, size_t> &known,
-                                 std::vector<std::vector<uint16_t>> &expansions) {
-    std::vector<uint16_t> chars;
-    for (const unit_id piece : pieces)
-        chars.push_back(w.units[piece].carrier);
-    if (w.in.rule.backward) std::reverse(chars.begin(), chars.end());
-    const auto [at, added] = known.try_emplace(chars, expansions.size());
-    if (added) expansions.push_back(chars);
-    return uint16_t(weight_expands | at->second);
-}
+namespace {
+
+// The expansions of all passes, each once.
+struct expansion_list {
+    std::vector<std::vector<uint16_t>> &all;
+    std::map<std::vector<uint16_t>, size_t> known;
+
+    explicit expansion_list(std::vector<std::vector<uint16_t>> &expansions) : all(expansions) {
+        for (size_t i = 0; i < all.size(); ++i)
+            known.emplace(all[i], i);
+    }
+    // The weight that stands for characters. A pass that runs backward reads them from the last.
+    uint16_t weight_of(std::vector<uint16_t> chars, bool backward) {
+        if (backward) std::reverse(chars.begin(), chars.end());
+        const auto [at, added] = known.try_emplace(chars, all.size());
+        if (added) all.push_back(std::move(chars));
+        return uint16_t(weight_expands | at->second);
+    }
+};
+
+} // namespace
 
 // Notes the values that weights have in comparison.
 static void note_yields(const level_work &w, pass_plan &plan) {
@@ -218,6 +228,39 @@ static void note_yields(const level_work &w, pass_plan &plan) {
     }
 }
 
+// Which of all a character belongs to.
+static std::vector<size_t> places_of_characters(const std::vector<weighed> &all) {
+    std::vector<size_t> at(0x10000);
+    for (size_t i = 0; i < all.size(); ++i) {
+        if (all[i].kind == weighed::character) at[all[i].wide] = i;
+        if (all[i].kind != weighed::undefined) continue;
+        for (const uint16_t wide : all[i].chars)
+            at[wide] = i;
+    }
+    return at;
+}
+
+// Gives characters that are like others the weight of these. Where codes decide, or where it is the
+// weights of two, this is an expansion.
+static void weigh_alike(const level_work &w, pass_plan &plan, expansion_list &list) {
+    const std::vector<weighed> &all = w.in.all;
+    const std::vector<size_t> at = places_of_characters(all);
+    for (size_t i = 0; i < all.size(); ++i) {
+        const std::vector<uint16_t> &like = all[i].like;
+        if (like.empty()) continue;
+        const size_t first = at[like[0]];
+        const bool expands = plan.weights[first] & weight_by_code || like.size() > 1;
+        const bool ignored = plan.weights[first] == weight_ignored;
+        plan.weights[i] =
+            expands && !ignored ? list.weight_of(like, plan.backward) : plan.weights[first];
+        plan.first[i] = plan.first[first];
+        plan.place[i] = plan.place[first];
+        for (const uint16_t wide : like)
+            plan.yields[i].insert(plan.yields[i].end(), plan.yields[at[wide]].begin(),
+                                  plan.yields[at[wide]].end());
+    }
+}
+
 pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &expansions) {
     level_work w{.in = in};
     collect_units(w);
@@ -230,19 +273,21 @@ pass_plan plan_pass(const level_input &in, std::vector<std::vector<uint16_t>> &e
     pass_plan plan{.backward = in.rule.backward};
     plan.split = choose_units(w);
     plan.highest = number_units(w);
-    std::map<std::vector<uint16_t>, size_t> known;
-    for (size_t i = 0; i < expansions.size(); ++i)
-        known.emplace(expansions[i], i);
+    expansion_list list(expansions);
     for (size_t i = 0; i < in.all.size(); ++i) {
         uint16_t weight = weight_ignored;
         if (!w.spelling[i].empty()) {
-            weight = expansion_weight(w, w.spelling[i], known, expansions);
+            std::vector<uint16_t> chars;
+            for (const unit_id piece : w.spelling[i])
+                chars.push_back(w.units[piece].carrier);
+            weight = list.weight_of(std::move(chars), plan.backward);
         } else if (w.own[i] != no_unit) {
             weight = w.units[w.own[i]].weight;
         }
         plan.weights.push_back(weight);
     }
     note_yields(w, plan);
+    if (!in.total || !in.last) weigh_alike(w, plan, list);
     return plan;
 }
 

@@ -30,16 +30,20 @@ struct weighed {
     std::vector<uint16_t> chars; // element: its characters; undefined: all of them
     std::array<symbols, max_levels> levels;
     bool by_code = false; // undefined: ordered among themselves by their codes
+    bool settled = false; // the second level says all that the third would
+    // A character that earlier passes cannot tell from these, one or two: it yields what they do.
+    std::vector<uint16_t> like;
 };
 
 // Symbols above the ranks of every source.
 constexpr uint32_t after_ranks = 0xF0000000;  // letters without a line that differ in case only:
                                               // each pair by the code of its small letter
-constexpr uint32_t after_letter = 0xFFFFFFF0; // what follows a letter directly: Hangul syllables
-constexpr uint32_t after_source = 0xFFFFFFF1; // characters without a line: U+0001, the others,
-constexpr uint32_t after_first = 0xFFFFFFF2;
-constexpr uint32_t after_plane = 0xFFFFFFF3; // and the units of characters beyond the basic plane
-constexpr uint32_t after_all = 0xFFFFFFF4;   // U+FFFF, which no text has
+constexpr uint32_t after_letter = 0xFFFFFF00; // what follows a letter directly: Hangul syllables
+constexpr uint32_t after_source = 0xFFFFFF01; // characters without a line: U+0001, the others,
+constexpr uint32_t after_first = 0xFFFFFF02;
+constexpr uint32_t after_plane = 0xFFFFFF03; // and the units of characters beyond the basic plane
+constexpr uint32_t after_lent = 0xFFFFFF10;  // noncharacters that carry weights for others
+constexpr uint32_t after_all = 0xFFFFFFF0;   // U+FFFF, which no text has
 constexpr uint32_t own_place = 0x40000000;   // beyond all first weights
 constexpr uint32_t no_weight_here = 0xFFFFFFFF;
 

@@ -20,6 +20,7 @@ namespace {
 using profile_id = uint32_t; // what a token yields in the passes after the first
 
 struct ranking {
+    const std::vector<weighed> &all;
     const std::vector<pass_plan> &passes;
     std::vector<profile_id> profile; // per token
     std::vector<size_t> samples;     // per profile: a token
@@ -43,6 +44,11 @@ static bool rivals_from(const std::vector<pass_plan> &passes, size_t pass, size_
     for (; pass < passes.size(); ++pass)
         if (!one_begins_other(passes[pass].yields[a], passes[pass].yields[b])) return false;
     return true;
+}
+
+// What characters yield does not have the codes of those that they are like.
+static bool told_by_codes(const weighed &a, const weighed &b) {
+    return !a.like.empty() && !b.like.empty() && a.like != b.like;
 }
 
 static void find_profiles(ranking &r, size_t tokens) {
@@ -82,7 +88,8 @@ static void rank_token(ranking &r, size_t token) {
     if (!first.empty()) {
         std::vector<size_t> &heads = r.heads[first[0]];
         for (const size_t other : heads)
-            if (r.ranks[other] >= rank && rivals_from(r.passes, 0, token, other))
+            if (r.ranks[other] >= rank && !told_by_codes(r.all[token], r.all[other]) &&
+                rivals_from(r.passes, 0, token, other))
                 rank = r.ranks[other] + 1;
         heads.push_back(token);
     }
@@ -114,7 +121,7 @@ static std::vector<size_t> sorted_tokens(const level_work &w) {
 
 void make_total(level_work &w) {
     const std::vector<size_t> tokens = sorted_tokens(w);
-    ranking r{.passes = w.in.earlier};
+    ranking r{.all = w.in.all, .passes = w.in.earlier};
     r.ranks.resize(tokens.size());
     if (r.passes.empty()) { // groups that their codes distinguish have a rank of their own
         for (size_t i = 0; i < tokens.size(); ++i)

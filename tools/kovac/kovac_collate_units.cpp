@@ -38,6 +38,7 @@ void collect_units(level_work &w) {
     w.spelling.resize(all.size());
     for (size_t i = 0; i < all.size(); ++i) {
         const symbols &text = all[i].levels[w.in.level];
+        if (!all[i].like.empty() && !(w.in.total && w.in.last)) continue;
         if (text.empty() || (!w.in.taken.empty() && !w.in.taken[i])) continue;
         w.own[i] = unit_of(w, text);
         unit &u = w.units[w.own[i]];
@@ -58,7 +59,8 @@ void find_telling(level_work &w) {
     for (const pass_plan &pass : w.in.earlier) {
         bool telling = !pass.backward;
         for (size_t i = 0; i < all.size() && telling; ++i)
-            telling = pass.first[i] == 0 || w.own[i] != no_unit || w.in.earlier[0].first[i] != 0;
+            telling = pass.first[i] == 0 || w.own[i] != no_unit || all[i].settled ||
+                      w.in.earlier[0].first[i] != 0;
         if (telling) w.telling.push_back(&pass);
     }
 }
@@ -201,6 +203,28 @@ static symbols part_of(const level_work &w, size_t i) {
     return symbols(text.begin(), text.begin() + long(size));
 }
 
+namespace {
+
+// What holds for all tokens of a class with several weights.
+struct verdict {
+    bool clear = true, spelled = true;
+    std::map<uint32_t, symbols> fixed; // by first symbol: the lowest that only elements weigh
+};
+
+} // namespace
+
+// An element that cannot expand has a number, which sorts above all spellings that begin like it.
+// So what comes after it in the order is a number, too.
+static bool is_fixed(const verdict &v, const symbols &text) {
+    const auto at = v.fixed.find(text[0]);
+    return at != v.fixed.end() && at->second <= text;
+}
+
+static void fix(verdict &v, const symbols &text) {
+    symbols &lowest = v.fixed.try_emplace(text[0], text).first->second;
+    lowest = std::min(lowest, text);
+}
+
 // Spells what is not clear. Below the first level, the tokens of a class stay numbers if all of
 // them are clear, and are spelled if all its characters can be, because a number and a spelling
 // cannot be compared.
@@ -208,9 +232,6 @@ static void spell_tokens(level_work &w) {
     const size_t most = most_pieces(w);
     for (size_t i = 0; i < w.own.size(); ++i)
         if (w.own[i] != no_unit) w.owners[{w.own[i], class_of(w, i)}].push_back(i);
-    struct verdict {
-        bool clear = true, spelled = true;
-    };
     std::map<uint64_t, verdict> classes; // tokens without a class, by their first symbol
     const auto key = [&](size_t i) {
         const uint32_t own = class_of(w, i);
@@ -222,18 +243,20 @@ static void spell_tokens(level_work &w) {
     for (size_t i = 0; i < w.own.size(); ++i) {
         if (!several(i)) continue;
         verdict &v = classes[key(i)];
-        const bool clear = token_clear(w, i);
-        v.clear &= clear;
+        const unit &u = w.units[w.own[i]];
+        v.clear &= token_clear(w, i);
         const symbols part = part_of(w, i);
         if (!part.empty()) w.spelling[i] = spell(w, part, class_of(w, i), most);
-        if (may_expand(w.in, i) && !w.units[w.own[i]].clear) v.spelled &= !w.spelling[i].empty();
+        if (!w.spelling[i].empty()) continue;
+        v.spelled &= !may_expand(w.in, i) || u.clear;
+        if (!may_expand(w.in, i)) fix(v, u.text);
     }
     for (size_t i = 0; i < w.own.size(); ++i) {
         if (!several(i)) continue;
-        const verdict v = classes[key(i)];
-        const bool clear = w.units[w.own[i]].clear || v.clear;
-        const bool number = clear || (!w.in.earlier.empty() && !v.spelled);
-        if (number) w.spelling[i].clear();
+        const verdict &v = classes[key(i)];
+        const unit &u = w.units[w.own[i]];
+        const bool clear = u.clear || v.clear, below = !w.in.earlier.empty();
+        if (clear || (below && (!v.spelled || is_fixed(v, u.text)))) w.spelling[i].clear();
         w.clear[i] = clear || !w.spelling[i].empty();
     }
 }

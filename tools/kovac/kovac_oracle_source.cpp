@@ -6,6 +6,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "kovac/kovac_equivalents.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_oracle.h"
 
@@ -526,7 +527,7 @@ static void add_unlined(reading &r) {
             (i == 0 || std::lexicographical_compare(initials[i - 1].begin(), initials[i - 1].end(),
                                                     initials[i].begin(), initials[i].end()));
     for (uint32_t c = 0; c < 0x10000; ++c) {
-        if (o.of_char[c] != no_token) continue;
+        if (o.of_char[c] != no_token || (c >= 0xFDD0 && c <= 0xFDEF)) continue;
         oracle_token t{.chars = {uint16_t(c)}, .lined = false};
         t.at.fill(uint32_t(o.weights.size()));
         if (hangul && c >= 0xAC00 && c <= 0xD7A3) {
@@ -540,6 +541,38 @@ static void add_unlined(reading &r) {
         std::fill(t.at.begin() + 1, t.at.end(), uint32_t(o.weights.size()));
         o.of_char[c] = uint32_t(o.tokens.size());
         o.tokens.push_back(std::move(t));
+    }
+}
+
+// Whether a line gives a character a place of its own at the first level.
+static bool has_own_place(const reading &r, uint32_t code) {
+    const uint32_t id = placed(r, code), token = r.out.of_char[code];
+    if (id == nowhere) return false;
+    const oracle_token &t = r.out.tokens[token];
+    for (uint32_t at = t.at[0]; at < t.at[1]; ++at)
+        if (r.out.weights[at] == r.entries[id].rank) return true;
+    return false;
+}
+
+// Compatibility ideographs of "unicode" weigh as the ideographs that they stand for, unless they
+// have a place of their own. A single level has to tell them apart.
+static void equate_ideographs(reading &r) {
+    oracle &o = r.out;
+    if (o.levels == 1) return;
+    for (uint32_t c = 0xF900; c < 0xFB00; ++c) {
+        const uint32_t to = ideograph_of(c);
+        if (!to || has_own_place(r, c)) continue;
+        oracle_token &t = o.tokens[o.of_char[c]];
+        const oracle_token &like = o.tokens[o.of_char[to > 0xFFFF ? 0xD7C0 + (to >> 10) : to]];
+        t.at = like.at;
+        t.section = like.section;
+        t.lined = like.lined;
+        if (to <= 0xFFFF) continue;
+        const uint32_t high = o.weights[like.at[0]];
+        t.at.fill(uint32_t(o.weights.size() + 2));
+        t.at[0] -= 2;
+        o.weights.push_back(high);
+        o.weights.push_back(o.weights[o.tokens[o.of_char[0xDC00 + (to & 0x3FF)]].at[0]]);
     }
 }
 
@@ -568,6 +601,7 @@ bool read_oracle(source_set &set, const charmap &map, diagnostics &diag, oracle 
     add_characters(r, shared);
     add_elements(r, shared);
     if (map.unicode) add_unlined(r);
+    if (map.unicode) equate_ideographs(r);
     return true;
 }
 
