@@ -34,6 +34,8 @@ struct arguments {
     info_options info;
     format_options money, number;
     convert_options convert;
+    records_options records;
+    std::string part, bad_fields;
     chart_options chart;
     cal_options cal;
     date_options date;
@@ -437,6 +439,55 @@ void add_convert(CLI::App &app, arguments &args) {
                 "The TEXT of --replace is bytes of the output's code set"});
 }
 
+void choose_part(const std::string &text, records_options &o) {
+    if (text.empty()) return;
+    char rest;
+    const bool read = std::sscanf(text.c_str(), "%u/%u%c", &o.part, &o.parts, &rest) == 2;
+    if (!read || o.part < 1 || o.part > o.parts)
+        throw failure(bad_usage, "--part " + text + ": I/N, from 1/N to N/N");
+}
+
+void add_records(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("records", "Read host records into JSON lines or CSV, and back");
+    records_options &o = args.records;
+    command.add_option("-l,--layout", o.layout, "File with the fields, one a line")
+        ->type_name("LAYOUT")
+        ->required();
+    command
+        .add_option("--records", o.records,
+                    "Form of the file: fb:LENGTH, v, vb[:BLOCK], vbs[:BLOCK] or lines")
+        ->type_name("FORM")
+        ->required();
+    command.add_option("-f,--from", o.code_set, "Code set of text whose field names none")
+        ->type_name("CODESET");
+    command.add_flag("--csv", o.csv, "CSV with a head line instead of JSON lines");
+    CLI::Option *encode = command.add_flag("--encode", o.encode, "Write records from such lines");
+    command
+        .add_option("--keep-bad", args.bad_fields,
+                    "Keep the bytes of fields that are wrong, or would come back otherwise, and "
+                    "continue")
+        ->type_name("FORM")
+        ->check(CLI::IsMember({"hex"}))
+        ->excludes(encode);
+    command.add_option("--part", args.part, "Read the part I of N, which begins with a record")
+        ->type_name("I/N")
+        ->excludes(encode);
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command.add_option("-o,--output", o.out, "Write to FILE, in one step at the end")
+        ->type_name("FILE");
+    const auto run = [&args, &o] {
+        choose_part(args.part, o);
+        o.keep_bad = !args.bad_fields.empty();
+        return run_records(args.common, o);
+    };
+    add_common(
+        command, args, run,
+        "  kova records -l pay.layout --records fb:120 -f 037 pay.bin > pay.json\n"
+        "  kova records -l pay.layout --records vb -f 939 --keep-bad hex pay.bin > pay.json\n"
+        "  kova records -l pay.layout --records vb -f 939 --encode pay.json -o pay.bin\n");
+}
+
 void add_chart(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("chart", "Draw the characters of a code set");
     chart_options &o = args.chart;
@@ -594,6 +645,7 @@ int run_main(int argc, char **argv) {
     add_verify(app, args);
     add_diff(app, args);
     add_convert(app, args);
+    add_records(app, args);
     add_chart(app, args);
     add_cal(app, args);
     add_parse_date(app, args);

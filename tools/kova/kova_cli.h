@@ -158,6 +158,16 @@ struct convert_options {
 };
 int run_convert(const common_options &common, const convert_options &options);
 
+struct records_options {
+    std::string layout, records; // the layout's file; the form of the file, such as "fb:80"
+    std::string code_set;        // of text whose field names none
+    std::vector<std::string> files;
+    std::string out;
+    bool encode = false, csv = false, keep_bad = false;
+    unsigned part = 1, parts = 1;
+};
+int run_records(const common_options &common, const records_options &options);
+
 struct chart_options {
     std::string code_set;
     std::string lead; // hexadecimal digits of the bytes before those drawn
