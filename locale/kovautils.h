@@ -104,6 +104,11 @@ inline constexpr auto hex_values = [] {
     return values;
 }();
 inline unsigned get_hex_digit(int c) { return hex_values[unsigned(c) & 0xFF]; }
+// The value of four hex digits.
+inline unsigned get_hex4(const unsigned char *s) {
+    return hex_values[s[0]] * 0x1000u + hex_values[s[1]] * 0x100u + hex_values[s[2]] * 0x10u +
+           hex_values[s[3]];
+}
 inline bool is_hex(int c) { return get_hex_digit(c) != (unsigned(c) & 0xFF); }
 inline unsigned hex_digit_or_0(int c) { return is_hex(c) ? get_hex_digit(c) : 0; }
 int get_str(text_in *in, char *buf, int bound); // a word of at most bound characters; its length

@@ -137,6 +137,13 @@ int get_str(text_in *in, char *buf, int bound) {
 }
 
 ko_wchar_t read_ko_wchar(text_in *in) {
+    if (!in->stream && in->end - in->pos > 8) { // as mostly: at most one space before the digits
+        const unsigned char *const s = in->pos + is_white(*in->pos);
+        if (*s > ' ') {
+            in->pos = s + 8;
+            return ko_wchar_t(get_hex4(s) * 0x10000u + get_hex4(s + 4));
+        }
+    }
     skip_whitespace(in);
     return ko_wchar_t(get_hex(in, 8));
 }

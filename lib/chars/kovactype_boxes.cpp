@@ -10,11 +10,20 @@ struct trail_runs {
 } // namespace
 
 static void find_runs(const multi_arr *root, trail_runs *runs) {
+    const unsigned char *known = nullptr; // the second bytes of known_lead; most leads share them
+    unsigned known_lead = 0;
     for (unsigned lead = 0; lead < 256; ++lead) {
         runs->lo[lead] = runs->hi[lead] = 0;
         if (root->flag_arr[lead] != mb_prefix || !root->next_arr || !root->offset_arr) continue;
         const multi_arr *child = root->next_arr[root->offset_arr[lead]];
         if (!child || !child->flag_arr) continue;
+        if (known && !memcmp(known, child->flag_arr, 256)) {
+            runs->lo[lead] = runs->lo[known_lead];
+            runs->hi[lead] = runs->hi[known_lead];
+            continue;
+        }
+        known = child->flag_arr;
+        known_lead = lead;
         for (unsigned from = 1, to; from < 256; from = to + 1) {
             for (to = from; to < 256 && child->flag_arr[to] == mb_final;)
                 ++to;

@@ -23,6 +23,10 @@ static ko_wchar_t partner_of(const page_builder &from, unsigned index) {
 }
 
 static bool page_maps(const page_builder &from, const unsigned char *flags, const uint16_t *items) {
+    uint16_t any = 0;
+    for (unsigned i = 0; i < 256; ++i)
+        any |= items[i];
+    if (!any) return false; // index 0 has no partner
     for (unsigned i = 0; i < 256; ++i) {
         if (flags[i] == mb_final && partner_of(from, items[i])) return true;
     }
@@ -114,14 +118,19 @@ static bool is_plain_ascii(const mb_flat &classes) {
     return true;
 }
 
-static unsigned pair_bits(const ctype_flat *flat, unsigned hi, unsigned lo) {
-    if (flat->classes.second->flags[hi][lo] != mb_final || !(hi | lo)) return 0;
-    unsigned bits = pair_valid;
-    if (!flat->has_cases) return bits;
-    if (!flat->upper.second) return bits; // the case table has no two-byte characters
-    if (flat->upper.second->states[hi][lo] == case_same) bits |= pair_upper;
-    if (flat->lower.second->states[hi][lo] == case_same) bits |= pair_lower;
-    return bits;
+// The bits of the pairs that begin with hi. Without two-byte characters in the case table, only
+// pair_valid is ever set.
+static void fill_pairs(const ctype_flat *flat, unsigned hi, unsigned char *bits) {
+    const bool cased = flat->has_cases && flat->upper.second;
+    const unsigned char *valid = flat->classes.second->flags[hi];
+    const unsigned char *upper = cased ? flat->upper.second->states[hi] : no_states;
+    const unsigned char *lower = cased ? flat->lower.second->states[hi] : no_states;
+    for (unsigned lo = 0; lo < 256; ++lo) {
+        const unsigned same = (upper[lo] == case_same ? unsigned{pair_upper} : 0u) |
+                              (lower[lo] == case_same ? unsigned{pair_lower} : 0u);
+        bits[lo] = uint8_t(valid[lo] == mb_final ? pair_valid | same : 0u);
+    }
+    if (!hi) bits[0] = 0;
 }
 
 static bool build_pairs(ctype_flat *flat) {
@@ -129,11 +138,12 @@ static bool build_pairs(ctype_flat *flat) {
     if (!flat->classes.second) return true;
     ext_block<unsigned char> pairs(0x10000);
     if (!pairs.p) return false;
-    memset(pairs.p, 0, 0x10000);
     for (unsigned hi = 0; hi < 256; ++hi) {
-        if (first_flags[hi] != mb_prefix) continue;
-        for (unsigned lo = 0; lo < 256; ++lo)
-            pairs.p[hi << 8 | lo] = uint8_t(pair_bits(flat, hi, lo));
+        unsigned char *bits = pairs.p + (hi << 8);
+        if (first_flags[hi] == mb_prefix)
+            fill_pairs(flat, hi, bits);
+        else
+            memset(bits, 0, 256);
     }
     flat->pairs = pairs.release();
     return true;

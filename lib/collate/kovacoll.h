@@ -6,7 +6,8 @@
 
 // The row of a character, 0 if the collation map lacks it. Stores no error.
 uint16_t coll_row(const void *table, ko_wchar_t wc);
-uint16_t coll_byte_row(const void *table, unsigned char byte); // in the map's first level
+// The rows of all bytes at a node of the map, 0 for those that are not a character there.
+void coll_node_rows(const mb_decode *table, const multi_arr *node, uint16_t *rows);
 
 // Reads the LC_COLLATE section, from the place after its marker, into the record, and derives the
 // lists and tables that follow from it. 0, or -1 (the error word is set except for an unknown

@@ -36,24 +36,47 @@ struct row_classes {
 
 // ---- Classes of rows ----
 
-static bool is_ignorable(const coll_data *coll, int row) {
-    for (int p = 0; p < coll->num_passes; ++p)
-        if (coll->pass_arr[p][row] != coll_ignored_weight) return false;
+namespace {
+// What the weights of each row have in common, pass by pass, so that the loops run over rows.
+struct row_traits {
+    const uint16_t *first;           // weights of the first pass; NULL without passes
+    ext_block<uint32_t> hash;        // of the weights
+    ext_block<uint16_t> all, differ; // their bits; the bits in which one differs from the first
+
+    explicit row_traits(size_t rows) : first(), hash(rows), all(rows), differ(rows) {}
+};
+} // namespace
+
+static bool find_traits(const coll_data *coll, size_t rows, row_traits *traits) {
+    uint32_t *hash = traits->hash.p;
+    uint16_t *all = traits->all.p, *differ = traits->differ.p;
+    if (!hash || !all || !differ) return false;
+    memset(hash, 0, rows * sizeof *hash);
+    memset(all, 0, rows * sizeof *all);
+    memset(differ, 0, rows * sizeof *differ);
+    if (coll->num_passes) traits->first = coll->pass_arr[0];
+    for (int p = 0; p < coll->num_passes; ++p) {
+        const uint16_t *weights = coll->pass_arr[p];
+        for (size_t row = 0; row < rows; ++row) {
+            all[row] |= weights[row];
+            differ[row] |= weights[row] ^ traits->first[row];
+        }
+        for (size_t row = 0; row < rows; ++row) {
+            const uint32_t mixed = (hash[row] ^ weights[row]) * 0x9E3779B1u;
+            hash[row] = mixed ^ mixed >> 15;
+        }
+    }
     return true;
 }
 
-static bool is_barred(const coll_data *coll, int row) {
-    for (int p = 0; p < coll->num_passes; ++p)
-        if (coll->pass_arr[p][row] & coll_code_tie) return true;
-    return false;
+static bool is_ignorable(const row_traits &traits, int row) {
+    return !traits.first || (traits.first[row] == coll_ignored_weight && !traits.differ.p[row]);
 }
 
 // The expansion for which a row stands in every pass, -1 for none.
-static int pure_expansion(const coll_data *coll, int row) {
-    if (!coll->num_passes || !(coll->pass_arr[0][row] & coll_expansion)) return -1;
-    for (int p = 1; p < coll->num_passes; ++p)
-        if (coll->pass_arr[p][row] != coll->pass_arr[0][row]) return -1;
-    return coll->pass_arr[0][row] & int(coll_low_bits);
+static int pure_expansion(const row_traits &traits, int row) {
+    const unsigned weight = traits.differ.p[row] ? 0u : traits.first[row];
+    return weight & coll_expansion ? int(weight & coll_low_bits) : -1;
 }
 
 static bool rows_equal(const coll_data *coll, int a, int b) {
@@ -62,25 +85,15 @@ static bool rows_equal(const coll_data *coll, int a, int b) {
     return true;
 }
 
-static uint32_t row_hash(const coll_data *coll, int row) {
-    uint64_t h = 0x9E3779B97F4A7C15u;
-    for (int p = 0; p < coll->num_passes; ++p) {
-        h ^= coll->pass_arr[p][row];
-        h *= 0xD6E8FEB86659FD93u;
-        h ^= h >> 32;
-    }
-    return uint32_t(h);
-}
-
 // Joins rows with the same weights to the class of the first, by a hash table of rows + 1. False if
 // many rows share hashes, as in an object made for that.
-static bool join_by_hash(const coll_data *coll, const int *rows, size_t count, int *slots,
-                         size_t mask, row_classes *classes) {
+static bool join_by_hash(const coll_data *coll, const uint32_t *hash, const int *rows, size_t count,
+                         int *slots, size_t mask, row_classes *classes) {
     size_t steps = 4 * (mask + 1);
     memset(slots, 0, (mask + 1) * sizeof *slots);
     for (size_t i = 0; i < count; ++i) {
         const int row = rows[i];
-        size_t at = row_hash(coll, row) & mask;
+        size_t at = hash[row] & mask;
         while (slots[at] && !rows_equal(coll, slots[at] - 1, row)) {
             if (!--steps) return false;
             at = (at + 1) & mask;
@@ -119,25 +132,26 @@ static bool classify_rows(const coll_data *coll, row_classes *classes) {
     while (size < 2 * size_t(classes->rows))
         size *= 2;
     ext_block<int> slots(size), rows(size_t(classes->rows)); // that may be alike
-    if (!slots.p || !rows.p) return false;
+    row_traits traits(size_t(classes->rows));
+    if (!slots.p || !rows.p || !find_traits(coll, size_t(classes->rows), &traits)) return false;
     int *of_row = classes->of_row;
     for (int row = 0; row < classes->rows; ++row) {
         of_row[row] = class_none;
-        if (is_ignorable(coll, row)) {
+        if (is_ignorable(traits, row)) {
             of_row[row] = class_ignored;
             classes->any = true;
             continue;
         }
-        const int expansion = pure_expansion(coll, row);
+        const int expansion = pure_expansion(traits, row);
         if (expansion >= 0) {
             if (classes->of_expansion[expansion] < 0) classes->of_expansion[expansion] = row;
             of_row[row] = classes->of_expansion[expansion];
             classes->any = true;
-        } else if (!is_barred(coll, row)) {
+        } else if (!(traits.all.p[row] & coll_code_tie)) {
             rows.p[count++] = row;
         }
     }
-    if (!join_by_hash(coll, rows.p, count, slots.p, size - 1, classes))
+    if (!join_by_hash(coll, traits.hash.p, rows.p, count, slots.p, size - 1, classes))
         join_by_sorting(coll, rows.p, count, classes);
     return true;
 }

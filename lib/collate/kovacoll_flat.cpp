@@ -9,6 +9,8 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <array>
+
 namespace {
 
 struct block { // memory for the tables, allocated from its front
@@ -37,7 +39,6 @@ struct builder {
     uint16_t byte_rows[256];
     const uint16_t *rows[256];                // by high byte; NULL: row 0 for all
     const uint16_t *missing[coll_max_passes]; // the pages for these, by pass
-    uint16_t *raw_page;                       // of all passes
     unsigned num_used;
     unsigned char used[256];   // high bytes with rows or edges
     unsigned char *inner[256]; // pages of coll_flat's inner that we made
@@ -77,8 +78,8 @@ static bool has_characters(const mb_decode *table, unsigned hi) {
 
 static void read_rows(builder *b) {
     const mb_decode *table = static_cast<const mb_decode *>(b->loc->coll);
-    for (unsigned c = 0; c < 256; ++c)
-        b->byte_rows[c] = coll_byte_row(table, uint8_t(c));
+    const multi_arr *root = table_root(table);
+    coll_node_rows(table, root, b->byte_rows);
     for (unsigned hi = 0; hi < 256; ++hi) {
         b->rows[hi] = nullptr;
         if (!has_characters(table, hi)) continue;
@@ -88,8 +89,8 @@ static void read_rows(builder *b) {
         }
         uint16_t *page = take_array<uint16_t>(b, 256);
         if (!page) return;
-        for (unsigned lo = 0; lo < 256; ++lo)
-            page[lo] = coll_row(table, ko_wchar_t(hi << 8 | lo));
+        const bool by_pairs = table->min_char_len == 2 || (table->min_char_len < 2 && hi);
+        coll_node_rows(table, by_pairs ? node_child(root, hi) : nullptr, page);
         b->rows[hi] = page;
     }
 }
@@ -345,6 +346,19 @@ static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
     return uint16_t(weight);
 }
 
+// Do page_weight and note_weight leave everything as it is? They do for most pages, which these
+// loops find out for many weights at once.
+static bool is_page_of_weights(const uint16_t *page) {
+    uint16_t all = 0, last = 0, none = 0;
+    for (unsigned lo = 0; lo < 256; ++lo) {
+        const auto low = uint16_t(page[lo] & coll_low_bits);
+        all |= page[lo];
+        last |= low == coll_low_bits ? uint16_t{1} : uint16_t{0};
+        none |= page[lo] == 0 ? uint16_t{1} : uint16_t{0};
+    }
+    return !(all & coll_code_tie) && !last && !none;
+}
+
 // Replaces a new page by an earlier one of the pass with the same content.
 static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned hi,
                                   const uint16_t *page) {
@@ -360,10 +374,18 @@ static const uint16_t *missing_page(builder *b, int pass, uint16_t weight) {
     for (int earlier = 0; earlier < pass; ++earlier)
         if (*b->missing[earlier] == weight) return b->missing[pass] = b->missing[earlier];
     uint16_t *page = take_array<uint16_t>(b, 256);
-    for (unsigned lo = 0; page && lo < 256; ++lo)
+    if (!page) return nullptr;
+    for (unsigned lo = 0; lo < 256; ++lo)
         page[lo] = weight;
     return b->missing[pass] = page;
 }
+
+// Bytes that are not a character come after all others.
+static constexpr auto raw_page = [] {
+    std::array<uint16_t, 256> page{};
+    page.fill(coll_raw_weight);
+    return page;
+}();
 
 static void fill_pages(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
@@ -373,11 +395,15 @@ static void fill_pages(builder *b, int pass) {
     if (!missing) return;
     for (unsigned hi = 0; hi < 256; ++hi)
         p->page[hi] = missing;
+    p->page[256] = raw_page.data();
     for (unsigned i = 0; i < b->num_used && !b->failed; ++i) {
         const unsigned hi = b->used[i];
+        const uint16_t *rows = b->rows[hi];
         uint16_t page[256];
         for (unsigned lo = 0; lo < 256; ++lo)
-            page[lo] = b->rows[hi] ? page_weight(b, p, weights[b->rows[hi][lo]]) : none;
+            page[lo] = weights[rows ? rows[lo] : 0];
+        for (unsigned lo = is_page_of_weights(page) ? 256 : 0; lo < 256; ++lo)
+            page[lo] = page_weight(b, p, page[lo]);
         for (unsigned f = 0; f < b->num_edges; ++f)
             if (b->edges[f] >> 8 == hi)
                 page[b->edges[f] & 0xFF] = uint16_t(coll_expansion | (b->first_special + f));
@@ -386,71 +412,59 @@ static void fill_pages(builder *b, int pass) {
     }
 }
 
-// Makes the specials of bytes that are not a character; they come after all others.
-static void fill_raw(builder *b, int pass) {
-    coll_flat_pass *p = &b->flat->pass[pass];
-    const unsigned first = b->num_specials - coll_raw_bytes;
-    coll_item *items = take_array<coll_item>(b, coll_raw_bytes);
-    if (!b->raw_page && items) b->raw_page = take_array<uint16_t>(b, 256);
-    if (!b->raw_page || !items) return;
-    p->page[256] = b->raw_page;
-    for (unsigned i = 0; i < coll_raw_bytes; ++i) {
-        items[i] = {coll_raw_weight, coll_raw_char(i)};
-        b->specials[first + i].own = {&items[i], 1};
-        b->raw_page[i] = uint16_t(coll_expansion | (first + i));
-    }
-}
-
 // ---- Keys of bytes ----
 
-static void fill_cell(const builder *b, const coll_flat_pass *p, unsigned c, coll_sink *sink,
-                      coll_cell *cell) {
+constexpr unsigned cell_bytes = sizeof coll_cell::bytes;
+namespace {
+struct cell_sink { // counts all bytes and keeps those that a cell can take, the first one lowest
+    uint64_t kept;
+    unsigned used;
+};
+inline void sink_byte(cell_sink *sink, unsigned byte) {
+    if (sink->used < cell_bytes) sink->kept |= uint64_t{byte & 0xFF} << 8 * sink->used;
+    ++sink->used;
+}
+} // namespace
+
+// The key bytes of a character below 256 in a pass.
+static cell_sink key_bytes_of(const builder *b, const coll_flat_pass *p, unsigned c) {
+    constexpr cell_sink none = {0, coll_cell_none};
     const unsigned weight = p->page[0][c];
-    *cell = {.bytes = {}, .count = coll_cell_none};
-    if (!c) return;
-    sink->used = 0;
-    memset(sink->local, 0, sizeof cell->bytes);
+    cell_sink sink = {0, 0};
     if (weight & coll_expansion) {
         const coll_special *special = &p->specials[weight & coll_low_bits];
-        if (special->num_candidates || special->own.count > sizeof cell->bytes) return;
+        if (special->num_candidates || special->own.count > cell_bytes) return none;
         for (unsigned i = 0; i < special->own.count; ++i)
-            write_item(special->own.items[i], b->widths, sink);
+            write_item(special->own.items[i], b->widths, &sink);
     } else if (weight != coll_ignored_weight) {
-        write_item({uint16_t(weight), ko_wchar_t(c)}, b->widths, sink);
+        write_item({uint16_t(weight), ko_wchar_t(c)}, b->widths, &sink);
     }
-    if (sink->used > sizeof cell->bytes) return;
-    memcpy(cell->bytes, sink->local, sizeof cell->bytes);
-    cell->count = static_cast<unsigned char>(sink->used);
+    return sink.used > cell_bytes ? none : sink;
+}
+
+static coll_cell cell_of(cell_sink sink) {
+    coll_cell cell;
+    for (unsigned i = 0; i < cell_bytes; ++i)
+        cell.bytes[i] = uint8_t(sink.kept >> 8 * i);
+    cell.count = uint8_t(sink.used);
+    return cell;
 }
 
 static void fill_cells(builder *b, int pass) {
-    coll_flat_pass *p = &b->flat->pass[pass];
+    coll_flat *flat = b->flat;
+    coll_flat_pass *p = &flat->pass[pass];
     coll_cell *cells = take_array<coll_cell>(b, 256);
     if (!cells) return;
-    coll_sink sink;
-    sink.full = coll_sink_full;
-    sink.room = sink.local;
-    for (unsigned c = 0; c < 256; ++c)
-        fill_cell(b, p, c, &sink, &cells[c]);
-    p->cells = cells;
-}
-
-static void fill_digits(coll_flat *flat) {
-    bool forward = true;
-    for (int p = 0; p < flat->num_passes; ++p)
-        forward = forward && flat->pass[p].forward;
-    for (unsigned c = 0; c < 256; ++c) {
-        uint64_t digits = 0, counts = 0;
-        bool decided = forward && c;
-        for (int p = 0; p < flat->num_passes; ++p) {
-            const coll_cell *cell = &flat->pass[p].cells[c];
-            decided &= cell->count != coll_cell_none;
-            counts |= uint64_t{cell->count} << 8 * p;
-            digits |= uint64_t{cell->bytes[0]} << 8 * p;
-        }
-        flat->counts[c] = decided ? counts : coll_no_counts;
-        flat->digits[c] = digits;
+    cells[0] = cell_of({0, coll_cell_none});
+    if (!pass) flat->counts[0] = coll_no_counts;
+    for (unsigned c = 1; c < 256; ++c) {
+        const cell_sink sink = key_bytes_of(b, p, c);
+        cells[c] = cell_of(sink);
+        const bool decided = p->forward && sink.used != coll_cell_none;
+        flat->counts[c] |= decided ? uint64_t{sink.used} << 8 * pass : coll_no_counts;
+        flat->digits[c] |= (sink.kept & 0xFF) << 8 * pass;
     }
+    p->cells = cells;
 }
 
 static void fill_first_weights(coll_flat *flat) {
@@ -480,7 +494,6 @@ static void build_pass(builder *b, int pass) {
     b->specials[b->first_special - 1].own = one_item(b, 0, 1);
     if (!b->failed) fill_candidates(b, pass);
     if (!b->failed) fill_pages(b, pass);
-    if (!b->failed) fill_raw(b, pass);
     if (!b->failed) fill_cells(b, pass);
 }
 
@@ -498,9 +511,9 @@ static bool fits_tables(const coll_data *coll) {
 static bool count_tables(builder *b) {
     const coll_data *coll = b->coll;
     const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
-    if (expansions + 1 + b->num_edges + coll_raw_bytes > coll_expansion) return false;
+    if (expansions + 1 + b->num_edges > coll_expansion) return false;
     b->first_special = unsigned(expansions) + 1;
-    b->num_specials = b->first_special + b->num_edges + coll_raw_bytes;
+    b->num_specials = b->first_special + b->num_edges;
     bool own_page[256] = {true};
     for (unsigned f = 0; f < b->num_edges; ++f)
         own_page[b->edges[f] >> 8] = true;
@@ -539,7 +552,6 @@ static bool build(builder *b) {
     if (!count_tables(b)) return false;
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
         build_pass(b, p);
-    if (!b->failed) fill_digits(flat);
     if (!b->failed) fill_first_weights(flat);
     return !b->failed;
 }

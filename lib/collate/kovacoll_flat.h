@@ -106,10 +106,9 @@ inline bool repeats(const coll_flat *flat, unsigned hi) {
     return same;
 }
 
-// The weight of a byte that is not a character: after all others; ties by its value.
+// The weight of a byte that is not a character: after all others; ties by its value, which is the
+// lower half of what take() returns for it.
 constexpr uint16_t coll_raw_weight = coll_code_tie | coll_low_bits;
-constexpr unsigned coll_raw_bytes = 256;
-inline ko_wchar_t coll_raw_char(unsigned byte) { return ko_wchar_t(0xFF00 | byte); }
 
 // Builds the derived tables of the hot loops. NULL if there is no collation, if it is code-set
 // order or Thai, without memory, or for a shape that the tables cannot represent (then the row walk

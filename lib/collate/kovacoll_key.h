@@ -47,7 +47,7 @@ inline void sink_bytes(coll_sink *sink, const ko_mchar_t *bytes, size_t n) {
 }
 
 // Writes a weight in digits of base 254, as many as maxw needs, most significant first.
-inline void write_weight(unsigned w, unsigned maxw, coll_sink *sink) {
+template <class Sink> inline void write_weight(unsigned w, unsigned maxw, Sink *sink) {
     unsigned v = (w - 2) & 0xFFFF;
     if (maxw >= 64516) {
         sink_byte(sink, v / 64516 + 2);
@@ -65,7 +65,7 @@ struct coll_widths { // largest weight and largest character code
 };
 // Writes a weight to the key, followed by the character's code if coll_code_tie is set. Codes and
 // weights below 2 have no digit of their own.
-inline void write_item(coll_item item, coll_widths widths, coll_sink *sink) {
+template <class Sink> inline void write_item(coll_item item, coll_widths widths, Sink *sink) {
     const bool tie = item.weight & coll_code_tie;
     const unsigned w = tie ? item.weight & coll_low_bits : item.weight;
     write_weight(w < 2 ? 2 : w, widths.maxw, sink);

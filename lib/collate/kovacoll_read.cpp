@@ -30,16 +30,11 @@ template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {
 // Reads four hex digits after white space. These are the bulk of a section, so memory is read
 // without calls.
 static unsigned read_weight(text_in *in) {
-    if (!in->stream) {
-        const unsigned char *s = in->pos;
-        while (s < in->end && is_white(*s))
-            ++s;
-        if (in->end - s >= 4) {
-            unsigned value = 0;
-            for (int i = 0; i < 4; ++i)
-                value = value * 16 + get_hex_digit(s[i]);
+    if (!in->stream && in->end - in->pos > 4) {
+        const unsigned char *const s = in->pos + is_white(*in->pos);
+        if (*s > ' ') {
             in->pos = s + 4;
-            return value;
+            return get_hex4(s);
         }
     }
     skip_whitespace(in);
@@ -161,6 +156,32 @@ static bool each_row(const mb_decode *table, const multi_arr *node, unsigned dep
     return true;
 }
 
+static unsigned largest_item(const multi_arr *node) {
+    uint16_t largest = 0;
+    if (!node->data_arr) return largest;
+    for (unsigned c = 0; c < 256; ++c) {
+        const uint16_t item = item16(node->data_arr + 2 * c);
+        largest = largest < item ? item : largest;
+    }
+    return largest;
+}
+
+// No item of the node or its children exceeds the largest row, whether or not it is a character's.
+static bool all_items_exist(const mb_decode *table, unsigned largest) {
+    const multi_arr *root = table->root;
+    if (item16(table->default_data) > largest || largest_item(root) > largest) return false;
+    for (int i = 0; root->next_arr && i < root->num_offsets; ++i)
+        if (largest_item(root->next_arr[i]) > largest) return false;
+    return true;
+}
+
+// Do all characters have rows that exist? Their rows are looked at one by one only where the items
+// of the nodes, taken together, leave it open.
+static bool rows_exist(const mb_decode *table, int largest) {
+    return all_items_exist(table, unsigned(largest)) ||
+           each_row(table, table->root, 0, [=](int row) { return row <= largest; });
+}
+
 static bool is_ordinary(unsigned weight) {
     return weight != coll_ignored_weight && !(weight & coll_expansion);
 }
@@ -210,22 +231,28 @@ static bool plainly_order(const coll_data *coll, const uint16_t *weights) {
     return !met;
 }
 
+// Kept out of line, as few passes need its tables.
+[[gnu::noinline]] static bool used_rows_are_order(const kovaloc *loc, const uint16_t *weights) {
+    const coll_data *coll = &loc->coll_info;
+    if (pass_is_order(coll, weights, nullptr)) return true;
+    row_set used;
+    used.add(0); // the row of characters that the map lacks
+    for (int i = 0; i < coll->num_coll_elems; ++i)
+        used.add(coll->elem_arr[i].row);
+    const auto *rows = static_cast<const mb_decode *>(loc->coll);
+    each_row(rows, rows->root, 0, [&](unsigned row) {
+        used.add(row);
+        return true;
+    });
+    return pass_is_order(coll, weights, &used);
+}
+
 static bool is_order(const kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     if (coll->codeset_order_flg) return true; // codes decide; weights are only stored
     for (int p = 0; p < coll->num_passes; ++p) {
         const uint16_t *weights = coll->pass_arr[p];
-        if (plainly_order(coll, weights) || pass_is_order(coll, weights, nullptr)) continue;
-        row_set used;
-        used.add(0); // the row of characters that the map lacks
-        for (int i = 0; i < coll->num_coll_elems; ++i)
-            used.add(coll->elem_arr[i].row);
-        const auto *rows = static_cast<const mb_decode *>(loc->coll);
-        each_row(rows, rows->root, 0, [&](unsigned row) {
-            used.add(row);
-            return true;
-        });
-        if (!pass_is_order(coll, weights, &used)) return false;
+        if (!plainly_order(coll, weights) && !used_rows_are_order(loc, weights)) return false;
     }
     return true;
 }
@@ -285,19 +312,17 @@ static bool expansions_end(kovaloc *loc) {
 
 // ---- Tables by byte value ----
 
-static bool derive_exp_direct(kovaloc *loc) {
+static bool derive_exp_direct(kovaloc *loc, const uint16_t *byte_rows) {
     coll_data *coll = &loc->coll_info;
     for (int p = 0; p < coll->num_passes; ++p) {
         if (!make_array(loc, 256, &coll->exp_direct[p])) return false;
         memset(coll->exp_direct[p], 0, 256 * sizeof *coll->exp_direct[p]);
     }
     const multi_arr *root = table_root(static_cast<const mb_decode *>(loc->coll));
-    for (unsigned c = 0; coll->num_expansions && c < 256; ++c) {
-        if (node_flag(root, c) != mb_final) continue;
-        const uint16_t row = coll_byte_row(loc->coll, uint8_t(c));
-        for (int p = 0; p < coll->num_passes; ++p) {
-            const unsigned weight = coll->pass_arr[p][row];
-            if (weight & coll_expansion)
+    for (int p = 0; coll->num_expansions && p < coll->num_passes; ++p) {
+        for (unsigned c = 0; c < 256; ++c) {
+            const unsigned weight = coll->pass_arr[p][byte_rows[c]];
+            if ((weight & coll_expansion) && node_flag(root, c) == mb_final)
                 coll->exp_direct[p][c] = &coll->exp_arr[weight & coll_low_bits];
         }
     }
@@ -305,16 +330,14 @@ static bool derive_exp_direct(kovaloc *loc) {
     return true;
 }
 
-static bool derive_byte_weights(kovaloc *loc) {
+static bool derive_byte_weights(kovaloc *loc, const uint16_t *byte_rows) {
     coll_data *coll = &loc->coll_info;
     for (int p = 0; p < coll->num_passes; ++p) {
         if (!make_array(loc, coll_end_byte + 1, &coll->byte_weights[p])) return false;
+        for (unsigned c = 1; c < 256; ++c)
+            coll->byte_weights[p][c] = coll->pass_arr[p][byte_rows[c]];
+        coll->byte_weights[p][coll_end_byte] = coll->pass_arr[p][byte_rows[0]];
         coll->byte_weights[p][0] = 0;
-    }
-    for (unsigned c = 0; c < 256; ++c) {
-        const uint16_t row = coll_byte_row(loc->coll, uint8_t(c));
-        for (int p = 0; p < coll->num_passes; ++p)
-            coll->byte_weights[p][c ? c : coll_end_byte] = coll->pass_arr[p][row];
     }
     return true;
 }
@@ -331,6 +354,14 @@ static bool derive_candidates(kovaloc *loc) {
     return true;
 }
 
+static bool derive_byte_tables(kovaloc *loc) {
+    const auto *table = static_cast<const mb_decode *>(loc->coll);
+    uint16_t byte_rows[256];
+    coll_node_rows(table, table->root, byte_rows);
+    return derive_exp_direct(loc, byte_rows) && derive_byte_weights(loc, byte_rows) &&
+           derive_candidates(loc);
+}
+
 // ---- The section ----
 
 static bool read_tables(text_in *in, kovaloc *loc) {
@@ -342,8 +373,7 @@ static bool read_tables(text_in *in, kovaloc *loc) {
         !read_elems(in, loc, count_of(elems)) || !read_expansions(in, loc, count_of(expansions)) ||
         !read_weights(in, loc))
         return false;
-    const auto exists = [loc](int row) { return row <= loc->coll_info.num_rows; };
-    if (in->ended || !each_row(rows, rows->root, 0, exists) || !is_order(loc))
+    if (in->ended || !rows_exist(rows, loc->coll_info.num_rows) || !is_order(loc))
         return fail(loc, KO_EOBJECT, false);
     skip_whitespace(in);
     return expansions_end(loc);
@@ -368,9 +398,7 @@ int read_collate(text_in *in, kovaloc *loc) {
         return cut ? fail(loc, KO_EOBJECT, -1) : -1;
     }
     coll->collate = collate_specified;
-    if (read_tables(in, loc) && derive_lists(loc) && derive_exp_direct(loc) &&
-        derive_byte_weights(loc) && derive_candidates(loc))
-        return 0;
+    if (read_tables(in, loc) && derive_lists(loc) && derive_byte_tables(loc)) return 0;
     free_coll_data(loc); // nothing incomplete is used
     return -1;
 }

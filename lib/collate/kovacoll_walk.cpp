@@ -3,10 +3,15 @@
 #include "collate/kovacoll_key.h"
 #include "collate/kovacoll_pass.h"
 
-uint16_t coll_byte_row(const void *table, unsigned char byte) {
-    const auto *rows = static_cast<const mb_decode *>(table);
-    const multi_arr *root = table_root(rows);
-    return node_flag(root, byte) == mb_final ? item16(node_item(rows, root, byte)) : uint16_t{0};
+void coll_node_rows(const mb_decode *table, const multi_arr *node, uint16_t *rows) {
+    const unsigned char *flags = node ? node->flag_arr : nullptr;
+    const uint16_t missing = item16(table->default_data);
+    for (unsigned c = 0; c < 256; ++c)
+        rows[c] = flags ? missing : uint16_t{0};
+    if (!flags) return;
+    if (node->data_arr) memcpy(rows, node->data_arr, 256 * sizeof *rows);
+    for (unsigned c = 0; c < 256; ++c)
+        rows[c] = flags[c] == mb_final ? rows[c] : uint16_t{0};
 }
 
 uint16_t coll_row(const void *table, ko_wchar_t wc) {

@@ -1,5 +1,6 @@
 // The locale record: creating it empty, freeing and copying its categories, and deriving the data
 // that depend on several categories.
+#include "chars/kovambwc.h"
 #include "chars/kovaportable.h"
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_flat.h"
@@ -363,23 +364,30 @@ static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
 }
 
 // An existing case table deliberately stays: it lives until LC_COLLATE is freed.
-static void build_case_table(kovaloc *loc, unsigned char **table,
+static void build_case_table(kovaloc *loc, unsigned char **table, case_pages ctype_flat::*pages,
                              ko_wchar_t (*convert)(ko_lc_t, ko_wchar_t)) {
     if (*table) return;
     unsigned char *bytes = static_cast<unsigned char *>(ko_ext_malloc(256));
     if (!bytes) return;
+    *table = bytes;
+    const ctype_flat *flat = flat_cases(loc);
+    if (flat && flat->cases.min_char_len == 1) {
+        const case_pages &from = flat->*pages;
+        for (unsigned b = 0; b < 256; b++)
+            bytes[b] = uint8_t(from.state1[b] == case_mapped ? from.partner1[b] : b);
+        return;
+    }
     // A byte that is not a character would leave its error in a sound record.
     const errno_guard kept(loc);
     for (int b = 0; b < 256; b++) {
         bytes[b] = static_cast<unsigned char>(convert(loc, ko_wchar_t(b)));
     }
-    *table = bytes;
 }
 
 static void update_byte_tables(kovaloc *loc) {
     if (!loc->exp.single_byte) return drop_byte_tables(loc);
-    build_case_table(loc, &loc->exp.sb_toupper_table, im_towupper);
-    build_case_table(loc, &loc->exp.sb_tolower_table, im_towlower);
+    build_case_table(loc, &loc->exp.sb_toupper_table, &ctype_flat::upper, im_towupper);
+    build_case_table(loc, &loc->exp.sb_tolower_table, &ctype_flat::lower, im_towlower);
     derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
     derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
     if (!loc->exp.sb_ctype_table) {

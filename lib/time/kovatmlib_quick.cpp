@@ -4,6 +4,8 @@
 
 #include <string.h>
 
+constexpr int most_exact = 14; // names in a list, the months of a leap year included
+
 static size_t length_of(const ko_mchar_t *s) { return strlen(reinterpret_cast<const char *>(s)); }
 static size_t length_of(const ko_wchar_t *s) { return size_t(ko_wcslen(s)); }
 
@@ -19,34 +21,38 @@ static void copy_names(written_name<Unit> (&to)[usual_months], Unit *const *name
 
 // False if two names share a slot; the second is then left out.
 template <class Unit>
-static bool fill_slots(exact_list<Unit> &list, Unit *const *names, const bool *whole, int count) {
+static bool fill_slots(exact_list<Unit> &list, const exact_name<Unit> *names, int count) {
     bool alone = true;
     for (int i = 0; i < count; ++i) {
-        if (!whole[i] || length_of(names[i]) < 3) continue;
-        exact_name<Unit> &slot = slot_of(list, names[i]);
+        exact_name<Unit> &slot = slot_of(list, names[i].name);
         if (slot.name)
             alone = false;
         else
-            slot = {names[i], int(length_of(names[i])), i};
+            slot = names[i];
     }
     return alone;
 }
 
 template <class Unit>
 static void hash_names(exact_list<Unit> &list, Unit *const *names, const bool *whole, int count) {
+    exact_name<Unit> hashed[most_exact];
+    int num_hashed = 0;
+    for (int i = 0; i < count; ++i) {
+        const size_t len = whole[i] ? length_of(names[i]) : 0;
+        if (len >= 3) hashed[num_hashed++] = {names[i], int(len), i};
+    }
     uint32_t factor = 1;
     for (int tries = 200; tries--;) {
         list = {.factor = factor = factor * 0x9E3779B1 + 2};
-        if (fill_slots(list, names, whole, count)) return;
+        if (fill_slots(list, hashed, num_hashed)) return;
     }
 }
 
 static void build_exact(kovaloc *loc, const wc_tnode *tree, const time_names &list,
                         exact_list<ko_mchar_t> &bytes, exact_list<ko_wchar_t> &wide) {
-    constexpr int most = 14; // the months of a leap year included
     if (!list.names || !list.bytes) return;
-    const int count = list.count < most ? list.count : most;
-    bool whole[most];
+    const int count = list.count < most_exact ? list.count : most_exact;
+    bool whole[most_exact];
     for (int i = 0; i < count; ++i) {
         const wc_found found = list.names[i] ? find_name(loc, tree, list.names[i]) : wc_found{};
         whole[i] = found.node && found.node->val == i; // else a shorter one is found
