@@ -2,7 +2,6 @@
 // items, node by node. Writing goes through the host's write hook, reading through text_in.
 #include "kovamulti.h"
 
-#include <bit>
 #include <stdio.h>
 #include <string.h>
 
@@ -215,11 +214,7 @@ static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, uns
     for (unsigned i = 0; i < count; ++i) {
         unsigned value;
         if (in_memory) {
-            const unsigned char *p = in->pos + size_t{4} * i;
-            value =
-                ((get_hex_digit(p[0]) * 16u + get_hex_digit(p[1])) * 16u + get_hex_digit(p[2])) *
-                    16u +
-                get_hex_digit(p[3]);
+            value = get_hex4(in->pos + size_t{4} * i);
         } else {
             value = hex_field(in, 4);
         }
@@ -236,30 +231,6 @@ namespace {
 struct entry_items {};
 } // namespace
 
-// Reads a conversion entry of at most four bytes from lower-case digits; the first byte becomes the
-// lowest. Eight characters at text must be readable. False for any other text.
-static inline bool entry_of_digits(const unsigned char *text, uint32_t *entry) {
-    constexpr uint64_t each = 0x0101010101010101u;
-    uint64_t c = 0;
-    if constexpr (std::endian::native == std::endian::little) {
-        memcpy(&c, text, 8);
-    } else {
-        for (unsigned i = 0; i < 8; ++i)
-            c |= uint64_t{text[i]} << (8 * i);
-    }
-    const uint64_t letter = c >> 6 & each, digits = (c & 0x0F * each) + 9 * letter;
-    const uint64_t above_nine = (digits + 6 * each) >> 4 & each;
-    const uint64_t wrong = (c ^ (digits + 0x30 * each + 0x27 * letter)) | (above_nine ^ letter) |
-                           (digits & 0x10 * each);
-    uint64_t bytes = (digits << 4 | digits >> 8) & 0x00FF00FF00FF00FFu;
-    bytes = (bytes | bytes >> 8) & 0x0000FFFF0000FFFFu;
-    *entry = uint32_t(bytes | bytes >> 16);
-    const unsigned len = *entry & 7;
-    if (len > 3 || wrong << (48 - 16 * len)) return false;
-    *entry &= 0xFFFFFFFFu >> (24 - 8 * len);
-    return true;
-}
-
 static bool read_entry(text_in *in, unsigned char *slot, unsigned most) {
     const unsigned head = hex_field(in, 2) & 0xFF, len = head & 7;
     if (len > most) return false;
@@ -270,21 +241,21 @@ static bool read_entry(text_in *in, unsigned char *slot, unsigned most) {
     return true;
 }
 
-static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
-                       const mb_decode *table) {
-    const unsigned most = unsigned(table->data_size) - 1;
-    const bool in_words = !in->stream && most <= 3 && table->log_data_size == 2;
-    unsigned len = most, digits = 2 + 2 * most, i = 0;
-    unsigned char *slot = slots;
-    const size_t slot_bytes = size_t{1} << table->log_data_size;
-    const auto by_characters = [&] {
-        for (; i < count; ++i, slot += slot_bytes)
-            if (!read_entry(in, slot, most)) return false;
-        return true;
-    };
-    if (!in_words) return by_characters();
+static inline uint32_t byte_of_digits(const unsigned char *p) {
+    return (hex_values[p[0]] * 16u + hex_values[p[1]]) & 0xFF;
+}
+
+// Reads entries into slots of 2 or 4 bytes, while as much text is left as a slot can take; *done is
+// their number. False for an entry that is longer than most.
+template <unsigned slot_bytes>
+static bool read_entries(text_in *in, unsigned char *slot, unsigned count, unsigned most,
+                         unsigned *done) {
     const unsigned char *p = in->pos;
-    for (uint32_t entry; i < count && in->end - p >= 8 && entry_of_digits(p, &entry);) {
+    unsigned len = most, digits = 2 + 2 * most, i = 0;
+    for (; i < count && in->end - p >= ptrdiff_t{2 * slot_bytes}; ++i, slot += slot_bytes) {
+        uint32_t entry = 0;
+        for (unsigned k = 0; k < slot_bytes; ++k)
+            entry |= byte_of_digits(p + 2 * k) << (8 * k);
         // Most entries have the length of the one before: by guessing it, the processor starts on
         // the next entry before this one is known.
         if ((entry & 7) != len) [[unlikely]] {
@@ -292,15 +263,25 @@ static bool read_items(text_in *in, const entry_items &, unsigned char *slots, u
             digits = 2 + 2 * len;
             if (len > most) return false;
         }
-        for (unsigned k = 0; k < 3; ++k)
-            slot[k] = uint8_t(entry >> (8 * k));
-        if (most == 3) slot[3] = uint8_t(entry >> 24);
+        entry &= 0xFFFFFFFF >> (24 - 8 * len);
+        for (unsigned k = 0; k < slot_bytes; ++k)
+            if (k < 3 || most == 3) slot[k] = uint8_t(entry >> (8 * k)); // an item may be shorter
         p += digits;
-        ++i;
-        slot += 4;
     }
     in->pos = p;
-    return by_characters();
+    *done = i;
+    return true;
+}
+
+static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
+                       const mb_decode *table) {
+    const unsigned most = unsigned(table->data_size) - 1, log_size = table->log_data_size;
+    unsigned i = 0;
+    if (!in->stream && log_size == 1 && !read_entries<2>(in, slots, count, most, &i)) return false;
+    if (!in->stream && log_size == 2 && !read_entries<4>(in, slots, count, most, &i)) return false;
+    for (; i < count; ++i)
+        if (!read_entry(in, slots + (size_t{i} << log_size), most)) return false;
+    return true;
 }
 
 namespace {

@@ -114,8 +114,19 @@ static const char *object_name(const char *spec, const char *registry, char *roo
     return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
 }
 
-int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
-    if (!result) return -1;
+// Finds a record that is already held for a specification, while the registry is in memory.
+static lc_node *find_held(const char *spec) {
+    const uint64_t now = lc_node_root ? registry_in_memory() : 0;
+    if (!now) return nullptr;
+    lc_node *node = lc_node_root;
+    while (node && (node->origin.registry.in_memory != now || !node->origin.spec ||
+                    strcmp(node->origin.spec, spec) || !is_shared(node)))
+        node = node->next;
+    return node;
+}
+
+[[gnu::noinline]] static int load_by_name(ko_lc_t *result, const char *spec, const char *registry,
+                                          const char *dir) {
     char room[setting_room];
     registry_stamp now;
     const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
@@ -138,6 +149,15 @@ int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const ch
     if (!setting || error_of(loc)) return -1;
     node = insert_node(name, loc);
     if (!node) return fail(loc, KO_ENOMEM, -1);
+    return 0;
+}
+
+int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
+    if (!result) return -1;
+    lc_node *const held = spec && !registry ? find_held(spec) : nullptr;
+    if (!held) return load_by_name(result, spec, registry, dir);
+    held->count++;
+    *result = held->loc;
     return 0;
 }
 

@@ -23,8 +23,8 @@ static constexpr registry_elem kova_canned_registry[] = {
 };
 
 namespace {
-// Entries of a registry in memory, in file order: the number in two bytes, then the name with its
-// terminator. They take less than the file.
+// Entries of a registry in memory, in file order: the number in two bytes, the length of the name
+// in one, then the name with its terminator. They take hardly more than the file.
 struct registry_block {
     registry_block *next;
     size_t used;
@@ -32,16 +32,28 @@ struct registry_block {
 };
 } // namespace
 
+constexpr size_t entry_head = 3;
+static_assert(cs_name_max <= 0x7F);
+static const char *next_entry(const char *at) { return at + entry_head + size_t(at[2]) + 1; }
+static uint16_t number_of(const char *at) {
+    uint16_t number;
+    memcpy(&number, at, sizeof number);
+    return number;
+}
+
 // What ko_cache_registry has put into effect: at most one of the two, and nothing else changes
 // them.
 static constinit registry_block *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
 static constinit uint64_t changes = 0;
 
+uint64_t registry_in_memory(void) {
+    return kova_registry_list_cache || kova_registry_array_cache ? changes : 0;
+}
+
 bool stamp_registry(registry_stamp *stamp) {
-    const bool in_memory = kova_registry_list_cache || kova_registry_array_cache;
-    stamp->in_memory = in_memory ? changes : 0;
-    if (in_memory) return true; // no file is looked at
+    stamp->in_memory = registry_in_memory();
+    if (stamp->in_memory) return true; // no file is looked at
     return path_search_mark("registry", "cm", "3", &stamp->file);
 }
 
@@ -148,13 +160,11 @@ static int search_file(registry_text *text, const char *name, int *error) {
 }
 
 static int search_blocks(const registry_block *block, const char *name) {
+    const size_t len = strlen(name);
     for (; block; block = block->next) {
         const char *const end = block->entries + block->used;
-        for (const char *at = block->entries; at < end; at += strlen(at) + 1) {
-            uint16_t number;
-            memcpy(&number, at, sizeof number);
-            at += sizeof number;
-            if (!strcmp(at, name)) return number;
+        for (const char *at = block->entries; at < end; at = next_entry(at)) {
+            if (size_t(at[2]) == len && !memcmp(at + entry_head, name, len)) return number_of(at);
         }
     }
     return -1;
@@ -211,7 +221,7 @@ static void free_blocks(registry_block *list) {
 // Appends an entry to the block at *last, or to a new one after it. False without memory.
 static bool add_entry(registry_block ***last, const char *name, int number) {
     const auto stored = uint16_t(number);
-    const size_t name_size = strlen(name) + 1, size = sizeof stored + name_size;
+    const size_t len = strlen(name), size = entry_head + len + 1;
     registry_block *block = **last;
     if (!block || size > sizeof block->entries - block->used) {
         if (block) *last = &block->next;
@@ -223,7 +233,8 @@ static bool add_entry(registry_block ***last, const char *name, int number) {
     }
     char *const at = block->entries + block->used;
     memcpy(at, &stored, sizeof stored);
-    memcpy(at + sizeof stored, name, name_size);
+    at[2] = char(len);
+    memcpy(at + entry_head, name, len + 1);
     block->used += size;
     return true;
 }
@@ -291,11 +302,8 @@ static void compare_entry(loose_search *search, const char *entry, int number) {
 static void compare_blocks(loose_search *search, const registry_block *block) {
     for (; block; block = block->next) {
         const char *const end = block->entries + block->used;
-        for (const char *at = block->entries; at < end; at += strlen(at) + 1) {
-            uint16_t number;
-            memcpy(&number, at, sizeof number);
-            at += sizeof number;
-            compare_entry(search, at, number);
+        for (const char *at = block->entries; at < end; at = next_entry(at)) {
+            compare_entry(search, at + entry_head, number_of(at));
         }
     }
 }
