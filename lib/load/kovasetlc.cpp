@@ -6,6 +6,7 @@
 #include "collate/kovacoll_flat.h"
 #include "host/kovahost_map.h"
 #include "load/kovasetlc_load.h"
+#include "number/kovafmt.h"
 #include "time/kovatmlib.h"
 
 #include "kova_host.h"
@@ -139,6 +140,7 @@ static void release_numeric(kovaloc *loc) { release_strings(loc, KO_LC_NUMERIC);
 static void clear_numeric(kovaloc *loc) {
     clear_strings(loc, KO_LC_NUMERIC);
     memset(loc->monum_info.group_num, 0, sizeof loc->monum_info.group_num);
+    loc->marks = {};
 }
 
 static void release_monetary(kovaloc *loc) { release_strings(loc, KO_LC_MONETARY); }
@@ -432,6 +434,7 @@ void update_locale(kovaloc *loc) {
     derive_pairs(loc->ctype, &loc->pairs);
     update_byte_tables(loc);
     loc->portable = portable_of(loc);
+    derive_marks(loc);
     loc->exp.mbstowcs = loc->exp.single_byte ? is_mbstowcs : im_mbstowcs;
     loc->exp.mbsxfrm = loc->coll_info.collate == collate_thai ? thaismoxfrm : ko_full_mbsxfrm;
     loc->exp.mbscoll = choose_comparer(loc);

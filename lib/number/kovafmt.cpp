@@ -33,6 +33,18 @@ fmt_mark long_mark(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wchar_t
     return mark;
 }
 
+// The mark of a string that is one byte of a single-byte code set; 0 for any other.
+static ko_wchar_t byte_mark(const kovaloc *loc, const ko_mchar_t *bytes) {
+    return loc->exp.single_byte && bytes && bytes[0] && !bytes[1] ? bytes[0] : ko_wchar_t{0};
+}
+
+void derive_marks(kovaloc *loc) {
+    const monum &m = loc->monum_info;
+    const bool threes = groups_by_three(m.group_num);
+    loc->marks = {byte_mark(loc, m.decimal_point),
+                  threes ? byte_mark(loc, m.thousands_sep) : ko_wchar_t{0}};
+}
+
 // ---- Integers ----
 
 // Writes an integer in base 10. -1 with KO_E2BIG.
@@ -215,7 +227,7 @@ template <class Unit>
 template <class Unit> static int format_directive(formatting<Unit> *f, const Unit **format) {
     kovaloc *const loc = f->out.loc;
     if (const int error = scan_modifiers(loc, format, &f->m)) return fail(loc, error, -1);
-    if (f->m.width_star || f->m.precision_star) take_stars(f);
+    if (f->m.width_star | f->m.precision_star) take_stars(f);
     unsigned c = portable(loc, **format);
     const number_letter *row = find_number_letter(c);
     char size = 0;
@@ -226,8 +238,10 @@ template <class Unit> static int format_directive(formatting<Unit> *f, const Uni
     }
     if (!row) return fail(loc, **format ? KO_EDIRECTIVE : KO_EFORMAT, -1);
     ++*format;
-    if (c == 'X') f->m.flags |= fmt_upper;
-    if (row->kind == number_integer) return format_integer(f, *row, size);
+    if (row->kind == number_integer) {
+        if (row->base == 16 && c == 'X') f->m.flags |= fmt_upper;
+        return format_integer(f, *row, size);
+    }
     if (row->kind != number_real) return format_text(f, row->kind, size);
     return format_float(&f->out, va_arg(f->values, double), char(c), f->m);
 }
@@ -257,7 +271,7 @@ static inline int format_numbers(formatting<Unit> *f, Unit *out, int max, const 
     f->m.flags = 0;
     f->negative = false;
     int result = walk_format(f, format);
-    if (f->out.unfit) {
+    if (sizeof(Unit) == 1 && f->out.unfit) { // every wide character is a unit
         f->out.at = f->out.unfit;
         if (result >= 0) result = fail(f->out.loc, KO_EILSEQ, -1);
     }

@@ -30,6 +30,9 @@ inline bool pads_right(const format_modifiers &m) {
 // ends there, KO_EPRECISION.
 int scan_format_modifiers(const kovaloc *loc, const ko_wchar_t **format, format_modifiers *m);
 
+// Prepares the marks of LC_NUMERIC for the record's code set.
+void derive_marks(kovaloc *loc);
+
 // Writes an integer in base 10 with width and precision, with "-" if it is negative and without a
 // terminator. Returns its units; or -1 with KO_E2BIG if they exceed room.
 int write_plain_number(kovaloc *loc, ko_wchar_t *out, int room, int value,

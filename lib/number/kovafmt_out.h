@@ -35,6 +35,7 @@ inline fmt_mark mark_of(const kovaloc *loc, const ko_mchar_t *bytes, const ko_wc
     return long_mark(loc, bytes, wide, otherwise);
 }
 inline fmt_mark decimal_mark(const kovaloc *loc) {
+    if (const ko_wchar_t unit = loc->marks.decimal) return {nullptr, 1, unit, false};
     const monum &m = loc->monum_info;
     return mark_of(loc, m.decimal_point, m.w_decimal_point, '.');
 }
@@ -98,7 +99,8 @@ template <class Unit>
 template <class Unit>
 inline Unit *open_number(fmt_out<Unit> *out, bool negative, int64_t body,
                          const format_modifiers &m) {
-    if (negative || m.width || m.flags & (fmt_plus | fmt_space) || body > out->room) {
+    const unsigned padded = unsigned(m.width) | (m.flags & (fmt_plus | fmt_space));
+    if (negative || padded || body > out->room) {
         return open_padded(out, sign_mark(out->loc, negative, m), body, m);
     }
     Unit *const at = out->at;
@@ -191,6 +193,10 @@ struct grouping {
 inline grouping init_grouping(const kovaloc *loc, const format_modifiers &m) {
     if (!(m.flags & fmt_group)) return {};
     const int *const sizes = loc->monum_info.group_num;
+    if (const ko_wchar_t unit = loc->marks.threes) {
+        const fmt_mark byte = {nullptr, 1, unit, false};
+        return {by_three, byte, sizes};
+    }
     const fmt_mark separator = separator_mark(loc);
     const bool plain = separator.len == 1 && groups_by_three(sizes);
     return {plain ? by_three : by_sizes, separator, sizes};

@@ -102,10 +102,40 @@ static int plain_digits(const number_text<Unit> &t, int start, int base, uint64_
     return end == first ? 0 : end - start < number_room ? end - start : -1;
 }
 
+// The separator of decimal groups of three, if it is one byte; else 0.
+template <class Unit> static unsigned separator_of_threes(const number_text<Unit> &t) {
+    const unsigned unit = t.loc->marks.threes;
+    const ko_wchar_t *const wide = t.loc->monum_info.w_thousands_sep;
+    return !t.set && unit - '0' > 9 && wide && *wide == unit ? unit : 0;
+}
+
+// Reads a short rest of a text that consists of decimal groups of three. Returns the units read; 0
+// for any other text.
+template <class Unit>
+static int short_threes(const number_text<Unit> &t, int start, unsigned separator,
+                        uint64_t *value) {
+    const Unit *const units = t.units + start;
+    const int most = t.most - start;
+    const auto digit = [units](int i) { return units[i] - unsigned{'0'}; };
+    uint64_t sum = 0;
+    int i = 0;
+    for (; i < 3 && i < most && digit(i) <= 9; ++i)
+        sum = sum * 10 + digit(i);
+    for (; i && i < most && units[i]; i += 4) {
+        if (units[i] != separator || i > surely_fit || most - i < 4) return 0;
+        if (digit(i + 1) > 9 || digit(i + 2) > 9 || digit(i + 3) > 9) return 0;
+        sum = sum * 1000 + (digit(i + 1) * 100 + digit(i + 2) * 10 + digit(i + 3));
+    }
+    *value = sum;
+    return i;
+}
+
 // Reads grouped digits, which must be the whole rest of the text. If the grouping gives no size for
 // more than one group at the left, the number ends at its first separator.
 template <class Unit>
 static int grouped_digits(const number_text<Unit> &t, int start, int base, uint64_t *value) {
+    if (const unsigned threes = base == 10 ? separator_of_threes(t) : 0)
+        if (const int read = short_threes(t, start, threes, value)) return read;
     const wide_symbol separator = group_separator(t.loc, mode_number);
     unsigned radix;
     digit_groups groups;

@@ -48,6 +48,12 @@ struct monum {
     ko_wchar_t *w_nostr;
 };
 
+// Marks of LC_NUMERIC in a single-byte code set, prepared for the usual formats.
+struct number_marks {
+    ko_wchar_t decimal; // the decimal symbol, if it is one byte; else 0
+    ko_wchar_t threes;  // the separator, if it is one byte and all groups have three digits; else 0
+};
+
 // The strings of the record with their wide twins, the item under which queries ask for them, and
 // the category to which each belongs.
 constexpr unsigned no_item = ~0u;

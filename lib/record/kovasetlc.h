@@ -47,6 +47,7 @@ struct kovaloc {
     case_rows lower_rows;
     coll_pairs pairs;             // of the class table, for collation; no memory of their own
     coll_flat *weights;           // of LC_COLLATE
+    number_marks marks;           // of LC_NUMERIC
     const portable_set *portable; // places of the portable characters; NULL: those of ASCII
     unsigned copied;              // category_bit: data that another record owns
     int status;                   // of ko_lc_status: the first trouble, 0 for none
