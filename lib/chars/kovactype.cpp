@@ -185,7 +185,11 @@ uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
 // Maps a string of a single-byte code set and returns its bytes.
 static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,
                      const case_rows &rows) {
-    size_t done = rows.table == table ? map_rows(dst, mbs, rows) : 0;
+    size_t done = 0;
+    if (rows.table == table) {
+        done = rows.kernel(dst, mbs, rows); // mostly all of a short string
+        if (mbs[done]) done += map_rows(dst + done, mbs + done, rows);
+    }
     for (; mbs[done]; ++done)
         dst[done] = table[mbs[done]];
     dst[done] = 0;

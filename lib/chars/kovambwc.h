@@ -13,7 +13,7 @@ inline const mb_decode *class_table(const kovaloc *r) {
 // Bytes of the terminator: 1..4 whatever a damaged table states, so that strings always end.
 inline int terminator_len(const kovaloc *r) {
     const int n = r->ctype ? class_table(r)->min_char_len : 2;
-    return n < 1 ? 1 : n > 4 ? 4 : n;
+    return unsigned(n) - 1 < 4 ? n : n < 1 ? 1 : 4;
 }
 
 // The flat form of the record's class table, or of its case table; NULL if the tree must be walked.

@@ -164,44 +164,55 @@ take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigne
 // for different ones, a blank, or what is not a character.
 static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
                           const ko_mchar_t *format) {
-    if (!r.pairs || at[0] != format[0] || at[1] != format[1]) return 0;
-    if (flat_mblen(*r.pairs, format) != 2) return 0;
-    return r.pairs->second->items[format[0]][format[1]] & KO_CT_SPACE ? 0 : 2;
+    const unsigned first = format[0], second = format[1];
+    if (!r.pairs || at[0] != first || r.pairs->flag1[first] != mb_prefix) return 0;
+    if (at[1] != second || r.pairs->second->flags[first][second] != mb_final) return 0;
+    return r.pairs->second->items[first][second] & KO_CT_SPACE ? 0 : 2;
 }
 static int same_character(const quick_reader<ko_wchar_t> &, const ko_wchar_t *,
                           const ko_wchar_t *) {
     return 0;
 }
 
+// Takes a character of the format that stands for itself, and moves the format past it.
+template <class Unit>
+[[gnu::always_inline]] static inline const Unit *take_literal(const quick_reader<Unit> &r,
+                                                              const Unit *at, const Unit **format) {
+    const unsigned unit = **format;
+    if (unit < r.plain) {
+        ++*format;
+        return is_blank(r, unit) ? after_blanks(r, at) : take_sign(r, at, unit);
+    }
+    const int n = same_character(r, at, *format);
+    *format += n;
+    return n ? at + n : nullptr;
+}
+
 template <class Unit>
 [[gnu::always_inline]] static inline const Unit *read_quickly(const quick_reader<Unit> &r,
                                                               const Unit *at, const Unit *format) {
     unsigned set = 0;
-    while (at) {
-        const unsigned unit = *format++;
-        if (unit == '%') {
-            const unsigned letter = *format++;
-            if (letter > 127) return nullptr;
-            const quick_rule &rule = quick_rules[letter];
-            if (rule.number) {
-                at = take_number(r, at, rule, &set);
-            } else {
-                unsigned kept = set; // keeps set in a register
-                at = take_other(r, at, letter, &kept);
-                set = kept;
+    for (; at; ++format) {
+        // Mostly, one character follows each directive: then both tests are easy to predict.
+        while (*format != '%') {
+            if (!*format) {
+                r.ti->set = set & 0xFFFF;
+                r.ti->year_type = set >> year_shift & 3;
+                r.ti->hour_type = int(set >> hour_shift);
+                return at;
             }
-        } else if (!unit) {
-            r.ti->set = set & 0xFFFF;
-            r.ti->year_type = set >> year_shift & 3;
-            r.ti->hour_type = int(set >> hour_shift);
-            return at;
-        } else if (unit < r.plain) {
-            at = is_blank(r, unit) ? after_blanks(r, at) : take_sign(r, at, unit);
+            at = take_literal(r, at, &format);
+            if (!at) return nullptr;
+        }
+        const unsigned letter = *++format;
+        if (letter > 127) return nullptr;
+        const quick_rule &rule = quick_rules[letter];
+        if (rule.number) {
+            at = take_number(r, at, rule, &set);
         } else {
-            const int n = same_character(r, at, --format);
-            if (!n) return nullptr;
-            format += n;
-            at += n;
+            unsigned kept = set; // keeps set in a register
+            at = take_other(r, at, letter, &kept);
+            set = kept;
         }
     }
     return nullptr;
