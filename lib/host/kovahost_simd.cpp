@@ -14,6 +14,24 @@ static inline unsigned good_lanes(__m128i good) {
     return first_bit(~unsigned(_mm_movemask_epi8(good))) / 2;
 }
 
+static inline bool has_shuffles() {
+    return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
+}
+
+// Converts by some(), which is given what is left on both sides, until that takes nothing or too
+// little is left.
+template <class Out, class In, class Some>
+static inline run_of all_runs(Out *dst, size_t room, const In *src, size_t n, Some some) {
+    run_of run = {0, 0};
+    while (n - run.taken >= run_least && room - run.made >= run_least) {
+        const run_of more = some(dst + run.made, room - run.made, src + run.taken, n - run.taken);
+        if (!more.taken) break;
+        run.taken += more.taken;
+        run.made += more.made;
+    }
+    return run;
+}
+
 // ---- From UTF-8 ----
 
 // Converts pairs of bytes that are a character.
@@ -71,30 +89,130 @@ static inline unsigned decode_ascii(ko_wchar_t *dst, const unsigned char *src) {
     return first_bit(unsigned(_mm_movemask_epi8(v)) | 1u << 16);
 }
 
-run_of convert_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
-    const bool shuffles = __builtin_cpu_supports("ssse3");
+namespace {
+struct packing { // by mask: moves the lanes whose bits are set to the front
+    uint8_t bytes[256][16];
+};
+} // namespace
+
+static constexpr packing make_packing() {
+    packing p = {};
+    for (unsigned mask = 0; mask < 256; ++mask) {
+        unsigned n = 0;
+        for (unsigned lane = 0; lane < 8; ++lane) {
+            if (!(mask >> lane & 1)) continue;
+            p.bytes[mask][n++] = uint8_t(2 * lane);
+            p.bytes[mask][n++] = uint8_t(2 * lane + 1);
+        }
+        while (n < 16)
+            p.bytes[mask][n++] = 0x80;
+    }
+    return p;
+}
+alignas(64) static constexpr packing front_lanes = make_packing();
+
+// Stores the lanes that a mask names. Returns how many there are.
+__attribute__((target("ssse3,popcnt"))) static inline unsigned
+store_lanes(ko_wchar_t *dst, __m128i lanes, unsigned mask) {
+    store_block(dst, _mm_shuffle_epi8(lanes, load_block(front_lanes.bytes[mask])));
+    return unsigned(__builtin_popcount(mask));
+}
+
+// The lanes of 16 that hold three-byte characters which are overlong or surrogates.
+static inline unsigned false_triples(__m128i low, __m128i high, unsigned triples) {
+    const __m128i zero = _mm_setzero_si128(), top = words(0xF800), surrogate = words(0xD800);
+    const __m128i a = _mm_and_si128(low, top), b = _mm_and_si128(high, top);
+    const __m128i bad_a = _mm_or_si128(_mm_cmpeq_epi16(a, zero), _mm_cmpeq_epi16(a, surrogate));
+    const __m128i bad_b = _mm_or_si128(_mm_cmpeq_epi16(b, zero), _mm_cmpeq_epi16(b, surrogate));
+    return unsigned(_mm_movemask_epi8(_mm_packs_epi16(bad_a, bad_b))) & triples;
+}
+
+// Converts the whole characters of one to three bytes in a block of 16 bytes that begins with one,
+// up to anything else. Each lane gets the code of the character that ends there, if one does.
+__attribute__((target("ssse3,popcnt"))) static inline run_of
+decode_mixed(ko_wchar_t *dst, const unsigned char *src) {
+    // The bits of a byte that belong to the code, by its upper half.
+    const __m128i own_bits = _mm_setr_epi8(0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x7F, 0x3F,
+                                           0x3F, 0x3F, 0x3F, 0x1F, 0x1F, 0x0F, 0);
+    const __m128i v = load_block(src), zero = _mm_setzero_si128();
+    const __m128i half = _mm_and_si128(_mm_srli_epi16(v, 4), _mm_set1_epi8(0x0F));
+    const __m128i own = _mm_and_si128(v, _mm_shuffle_epi8(own_bits, half));
+    const __m128i trail = _mm_cmplt_epi8(v, _mm_set1_epi8(-0x40));
+    const __m128i before = _mm_and_si128(_mm_slli_si128(own, 1), trail);
+    const __m128i two_before =
+        _mm_and_si128(_mm_slli_si128(own, 2), _mm_and_si128(trail, _mm_slli_si128(trail, 1)));
+    const auto lanes = [&](__m128i a, __m128i b, __m128i c) {
+        return _mm_or_si128(a, _mm_or_si128(_mm_slli_epi16(b, 6), _mm_slli_epi16(c, 12)));
+    };
+    const __m128i low = lanes(_mm_unpacklo_epi8(own, zero), _mm_unpacklo_epi8(before, zero),
+                              _mm_unpacklo_epi8(two_before, zero));
+    const __m128i high = lanes(_mm_unpackhi_epi8(own, zero), _mm_unpackhi_epi8(before, zero),
+                               _mm_unpackhi_epi8(two_before, zero));
+    // Bits by byte. Bytes from 0x80 on are negative.
+    const auto above = [&](int byte) {
+        return unsigned(_mm_movemask_epi8(_mm_cmpgt_epi8(v, _mm_set1_epi8(char(byte)))));
+    };
+    const unsigned negative = unsigned(_mm_movemask_epi8(v)),
+                   trails = unsigned(_mm_movemask_epi8(trail));
+    const unsigned from_c2 = above(-0x3F) & negative, from_e0 = above(-0x21) & negative;
+    const unsigned from_f0 = above(-0x11) & negative;
+    const unsigned triples = (from_e0 & ~from_f0) << 2, pairs = (from_c2 & ~from_e0) << 1;
+    const unsigned expected = pairs | triples | triples >> 1;
+    unsigned wrong = (expected ^ trails) | (negative & ~trails & ~from_c2) | from_f0 | 1u << 16;
+    wrong |= false_triples(low, high, triples);
+    const unsigned ends = ((~negative & 0xFFFF) | pairs | triples) & ((1u << first_bit(wrong)) - 1);
+    if (!ends) return {0, 0};
+    const unsigned n = store_lanes(dst, low, ends & 0xFF);
+    return {32u - unsigned(__builtin_clz(ends)), n + store_lanes(dst + n, high, ends >> 8)};
+}
+
+// What the next characters look like decides which loop converts them.
+static inline bool begin_pairs(const unsigned char *s) {
+    return (s[0] & 0xE0) == 0xC0 && (s[2] & 0xE0) == 0xC0 && (s[4] & 0xE0) == 0xC0;
+}
+static inline bool begin_triples(const unsigned char *s) {
+    return (s[0] & 0xF0) == 0xE0 && (s[3] & 0xF0) == 0xE0 && (s[6] & 0xF0) == 0xE0;
+}
+
+static inline bool is_ascii(const unsigned char *src) {
+    return !_mm_movemask_epi8(load_block(src));
+}
+
+// Without shuffles: runs of characters of one and two bytes.
+static run_of convert_plain(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
+    const auto some = [](ko_wchar_t *to, size_t, const unsigned char *from, size_t) {
+        const bool pairs = begin_pairs(from);
+        const size_t good = pairs ? decode_pairs(to, from) : decode_ascii(to, from);
+        return run_of{pairs ? 2 * good : good, good};
+    };
+    return all_runs(dst, room, src, n, some);
+}
+
+// The loop stands here because what uses shuffles can only be expanded inside such a function.
+__attribute__((target("ssse3,popcnt"))) static run_of
+convert_shuffled(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
     run_of run = {0, 0};
     while (n - run.taken >= run_least && room - run.made >= run_least) {
-        const unsigned first = src[run.taken];
-        if (first < 0x80) {
-            const unsigned good = decode_ascii(dst + run.made, src + run.taken);
-            run.taken += good;
-            run.made += good;
-        } else if (first < 0xE0) {
-            const unsigned good = decode_pairs(dst + run.made, src + run.taken);
-            if (!good) break;
-            run.taken += 2 * good;
-            run.made += good;
+        const unsigned char *const from = src + run.taken;
+        ko_wchar_t *const to = dst + run.made;
+        run_of more = {16, 16};
+        if (is_ascii(from)) {
+            decode_ascii(to, from);
+        } else if (begin_triples(from)) {
+            more = decode_triples(to, room - run.made, from, n - run.taken);
         } else {
-            if (!shuffles) break;
-            const run_of more =
-                decode_triples(dst + run.made, room - run.made, src + run.taken, n - run.taken);
-            if (!more.taken) break;
-            run.taken += more.taken;
-            run.made += more.made;
+            more = decode_mixed(to, from);
         }
+        if (!more.taken) break;
+        run.taken += more.taken;
+        run.made += more.made;
     }
     return run;
+}
+
+run_of convert_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
+    if (n < run_least || room < run_least) return {0, 0};
+    return has_shuffles() ? convert_shuffled(dst, room, src, n) : convert_plain(dst, room, src, n);
 }
 
 // ---- To UTF-8 ----
@@ -155,29 +273,24 @@ __attribute__((target("ssse3"))) static run_of encode_triples(unsigned char *dst
     return run;
 }
 
-run_of convert_run(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
-    const bool shuffles = __builtin_cpu_supports("ssse3");
-    run_of run = {0, 0};
-    while (n - run.taken >= run_least && room - run.made >= run_least) {
-        const unsigned first = src[run.taken];
-        if (first < 0x80) {
-            const unsigned good = encode_ascii(dst + run.made, src + run.taken);
-            run.taken += good;
-            run.made += good;
-        } else if (first < 0x800) {
-            const unsigned good = encode_pairs(dst + run.made, src + run.taken);
-            run.taken += good;
-            run.made += 2 * good;
-        } else {
-            if (!shuffles) break;
-            const run_of more =
-                encode_triples(dst + run.made, room - run.made, src + run.taken, n - run.taken);
-            if (!more.taken) break;
-            run.taken += more.taken;
-            run.made += more.made;
-        }
+static run_of convert_some(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n,
+                           bool shuffles) {
+    if (*src < 0x80) {
+        const unsigned good = encode_ascii(dst, src);
+        return {good, good};
     }
-    return run;
+    if (*src < 0x800) {
+        const unsigned good = encode_pairs(dst, src);
+        return {good, 2 * size_t{good}};
+    }
+    return shuffles ? encode_triples(dst, room, src, n) : run_of{0, 0};
+}
+
+run_of convert_run(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
+    if (n < run_least || room < run_least) return {0, 0};
+    const bool shuffles = has_shuffles();
+    return all_runs(dst, room, src, n,
+                    [shuffles](auto... some) { return convert_some(some..., shuffles); });
 }
 
 #else
