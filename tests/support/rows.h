@@ -22,12 +22,13 @@ inline std::vector<std::string> split(const std::string &text, char separator = 
 // Rows of words; ";" and a blank end a row, and "~" stands for a blank.
 inline std::vector<std::vector<std::string>> table(std::string_view text) {
     std::vector<std::vector<std::string>> rows;
-    for (size_t end = 0; end < text.size(); text.remove_prefix(std::min(end + 2, text.size()))) {
-        end = std::min(text.find("; "), text.size());
+    while (!text.empty()) {
+        const size_t end = std::min(text.find("; "), text.size());
         std::istringstream row{std::string(text.substr(0, end))};
         rows.emplace_back();
         for (std::string word; row >> word; rows.back().push_back(word))
             std::replace(word.begin(), word.end(), '~', ' ');
+        text.remove_prefix(std::min(end + 2, text.size()));
     }
     return rows;
 }
