@@ -5,6 +5,7 @@
 #include "locale/kovaextsa.h"
 #include "locale/kovautils.h"
 #include "support/locale_builder.h"
+#include "support/rows.h"
 
 #include <optional>
 
@@ -366,18 +367,15 @@ TEST(SharedLocale, IsLoadedOnceAndFreedWithTheLastUnload) {
 // A specification stands for what the registry says now, whatever is held. Places are the first and
 // the second of a search, on KO_PATH or below the root; contents "-": no file.
 TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
-    static const struct {
-        const char *first, *second, *before;
-        int changed; // place
-        const char *contents, *after;
-    } rows[] = {
-        {"foo 16", "-",      "en_us\\0010.lco", 0, "foo 32", "en_us\\0020.lco"},
-        {"foo 16", "-",      "en_us\\0010.lco", 0, "-",      "en_US.foo"      },
-        {"foo 16", "foo 32", "en_us\\0010.lco", 0, "-",      "en_us\\0020.lco"},
-        {"foo 16", "foo 32", "en_us\\0010.lco", 1, "-",      "en_us\\0010.lco"},
-        {"-",      "foo 16", "en_us\\0010.lco", 0, "foo 32", "en_us\\0020.lco"},
-        {"-",      "-",      "en_US.foo",       1, "foo 32", "en_us\\0020.lco"},
-    };
+    // Two places, what is loaded before, the place that changes, its contents then, and what is
+    // loaded after.
+    enum { first, second, before, changed, filled, after };
+    const auto rows = table("foo~16 - en_us\\0010.lco 0 foo~32 en_us\\0020.lco; "
+                            "foo~16 - en_us\\0010.lco 0 - en_US.foo; "
+                            "foo~16 foo~32 en_us\\0010.lco 0 - en_us\\0020.lco; "
+                            "foo~16 foo~32 en_us\\0010.lco 1 - en_us\\0010.lco; "
+                            "- foo~16 en_us\\0010.lco 0 foo~32 en_us\\0020.lco; "
+                            "- - en_US.foo 1 foo~32 en_us\\0020.lco");
     constexpr int trials = 24; // the rows with and without KO_PATH, through hooks and without
     temp_dir dir;
     const auto put = [&dir](int trial, int place, const std::string &contents) {
@@ -389,8 +387,8 @@ TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
             dir.write(in + "/registry", contents + "\n");
     };
     for (int trial = 0; trial < trials; ++trial) {
-        put(trial, 0, rows[trial % 6].first);
-        put(trial, 1, rows[trial % 6].second);
+        put(trial, 0, rows[size_t(trial) % 6][first]);
+        put(trial, 1, rows[size_t(trial) % 6][second]);
         const std::string in = trial < 12 ? std::to_string(trial) + "/kova/lc11/" : "objects/";
         for (const char *name : {"en_us/0010.lco", "en_us/0020.lco", "en_US.foo"})
             dir.write(in + name, single().str());
@@ -399,18 +397,18 @@ TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
     const std::string named = dir.write("named", "foo 32\n");
     memory_hooks memory;
     std::vector<ko_lc_t> held;
-    const auto load = [&](const char *registry, const char *want) {
+    const auto load = [&](const char *registry, const std::string &want) {
         char name[311];
         test_handle handle;
         held.push_back(nullptr);
         EXPECT_EQ(ko_lc_load(&held.back(), "en_US.foo", registry, nullptr), 0);
-        EXPECT_STREQ(record(held.back())->locname[0], want);
+        EXPECT_EQ(record(held.back())->locname[0], want);
         const int unknown = ko_lc_spec2lc_fname(handle, "en_US.foo", name, registry, nullptr);
-        EXPECT_STREQ(unknown ? "en_US.foo" : name, want);
+        EXPECT_EQ(unknown ? "en_US.foo" : name, want);
     };
     for (int trial = 0; trial < trials; ++trial) {
         SCOPED_TRACE(trial);
-        const auto &row = rows[trial % 6];
+        const auto &row = rows[size_t(trial) % 6];
         const std::string in = dir.path + "/" + std::to_string(trial);
         const std::string list = in + "/1;" + in + "/2;" + dir.path + "/objects";
         const bool hooked = trial / 6 % 2;
@@ -422,12 +420,12 @@ TEST(SharedLocale, FollowsTheRegistryThatIsInForce) {
                 {"VANTORDIR", in                    },
                 {"KO_PATH",   trial < 12 ? "" : list}
             };
-        load(nullptr, row.before);
+        load(nullptr, row[before]);
         load(named.c_str(), "en_us\\0020.lco");
-        load(nullptr, row.before);
-        put(trial, row.changed, row.contents);
-        load(nullptr, row.after);
-        load(nullptr, row.after);
+        load(nullptr, row[before]);
+        put(trial, whole(row[changed]), row[filled]);
+        load(nullptr, row[after]);
+        load(nullptr, row[after]);
     }
     // The search leads to another registry after the first was marked, before it is read.
     static std::string lists[2];
@@ -659,25 +657,21 @@ static bool load_with_fault(const char *name, size_t want, long n, const long &c
 
 // Objects of our own with every call failing; compiled ones, calendars among them, with some.
 TEST(Loading, TellsADamagedRecordFromAWholeOne) {
-    static const std::tuple<const char *, long, long> rows[] = {
-        {"one.lco",             1,  13    }, // steps: of memory calls and of stream calls
-        {"two.lco",             1,  97    },
-        {"wide.lco",            1,  97    },
-        {"fr_fr\\0333.lco",     7,  2003  },
-        {"he_il\\0394hebr.lco", 7,  2003  },
-        {"ar_sa\\0441islm.lco", 7,  2003  },
-        {"ja_jp\\13ba.lco",     61, 99991 },
-        {"th_th\\e005.lco",     61, 199999},
-    };
+    // Objects, and the steps of memory calls and of stream calls.
+    const auto rows = table("one.lco 1 13; two.lco 1 97; wide.lco 1 97; fr_fr\\0333.lco 7 2003; "
+                            "he_il\\0394hebr.lco 7 2003; ar_sa\\0441islm.lco 7 2003; "
+                            "ja_jp\\13ba.lco 61 99991; th_th\\e005.lco 61 199999");
     long by_memory = 0, by_stream = 0; // damaged records
     object_host host;
-    for (const auto &[name, memory_step, stream_step] : rows) {
+    for (const auto &w : rows) {
+        const char *const name = w[0].c_str();
+        const long steps[] = {whole(w[2]), whole(w[1])};
         SCOPED_TRACE(name);
         std::string path = env("KOVA_TEST_ROOT") + "/kova/lc11/" + name;
         std::replace(path.begin(), path.end(), '\\', '/');
         if (const std::string object = slurp(path); !object.empty())
             host.add(name, object);
-        else if (memory_step > 1)
+        else if (steps[1] > 1)
             continue;
         size_t want;
         {
@@ -686,8 +680,7 @@ TEST(Loading, TellsADamagedRecordFromAWholeOne) {
             want = digest(whole);
         }
         for (const bool of_memory : {true, false}) {
-            const long step = of_memory ? memory_step : stream_step;
-            for (long n = 0, more = 1; more && !HasFailure(); n += step) {
+            for (long n = 0, more = 1; more && !HasFailure(); n += steps[of_memory]) {
                 memory_hooks memory;
                 host.files.calls = 0;
                 more = of_memory ? load_with_fault(name, want, n, memory.calls, memory.fail_at,
