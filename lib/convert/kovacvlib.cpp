@@ -179,10 +179,14 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
 
 // Counts bytes whether they are characters or not, because the double-byte look-up takes both.
 static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
-    for (unsigned b = 0; b < 256; ++b) {
-        const unsigned first = *node_item(table, node, b);
-        if (first & cv_flags) raise_ratio(cv, bytes, int(first & cv_length));
+    const unsigned char *entry = node_item(table, node, 0);
+    const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
+    int longest = -1;
+    for (unsigned b = 0; b < 256; ++b, entry += step) {
+        const int length = *entry & cv_flags ? *entry & int{cv_length} : -1;
+        longest = length > longest ? length : longest;
     }
+    if (longest >= 0) raise_ratio(cv, bytes, longest);
 }
 static void count_double(iconv_rec *cv) {
     count_direct(cv, cv->conv_noshift, cv->conv_noshift->root, 1);
