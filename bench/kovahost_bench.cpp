@@ -201,6 +201,36 @@ void transcode(benchmark::State &state, const language &lang, bool to_utf8) {
                 bytes);
 }
 
+// Each word by itself: short texts.
+void transcode_words(benchmark::State &state, const language &lang) {
+    setting s(state, lang);
+    if (!s.ready()) return;
+    ko_wchar_t units[256];
+    UChar icu_units[256];
+    double bytes = 0;
+    for (const std::string &word : s.words)
+        bytes += static_cast<double>(word.size());
+    const auto kova = [&] {
+        for (const std::string &word : s.words)
+            benchmark::DoNotOptimize(
+                ko_utf8stowcs(s.loc, units, 256, word.data(), word.size(), nullptr));
+    };
+    const auto icu = [&] {
+        for (const std::string &word : s.words) {
+            UErrorCode status = U_ZERO_ERROR;
+            int32_t n;
+            benchmark::DoNotOptimize(u_strFromUTF8(icu_units, 256, &n, word.data(),
+                                                   static_cast<int32_t>(word.size()), &status));
+        }
+    };
+    compare(state,
+            {
+                {"kova", kova},
+                {"icu",  icu }
+    },
+            bytes);
+}
+
 const bool registered = [] {
     const auto add = [](const std::string &name, auto run) {
         benchmark::RegisterBenchmark(name.c_str(), run)->Apply(paired_rounds);
@@ -211,6 +241,7 @@ const bool registered = [] {
         add("host_neighbours/" + name, [&](auto &state) { compare_words(state, lang, true); });
         add("host_keys/" + name, [&](auto &state) { word_keys(state, lang); });
         add("host_from_utf8/" + name, [&](auto &state) { transcode(state, lang, false); });
+        add("host_words_from_utf8/" + name, [&](auto &state) { transcode_words(state, lang); });
         add("host_to_utf8/" + name, [&](auto &state) { transcode(state, lang, true); });
     }
     return true;
