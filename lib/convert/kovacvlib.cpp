@@ -179,6 +179,7 @@ static void raise_ratio(iconv_rec *cv, int source_len, int made) {
 
 // Counts bytes whether they are characters or not, because the double-byte look-up takes both.
 static void count_direct(iconv_rec *cv, const mb_decode *table, const multi_arr *node, int bytes) {
+    if (double{cv->exp_ratio} * bytes >= table->data_size - 1) return; // no entry is longer
     const unsigned char *entry = node_item(table, node, 0);
     const size_t step = node->data_arr ? size_t{1} << table->log_data_size : 0;
     int longest = -1;
