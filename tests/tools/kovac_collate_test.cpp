@@ -337,6 +337,18 @@ collating-symbol <GY>|collating-symbol <TWO>|order_start forward;forward|<U0061>
     c.expect("g < gz < gy < gya < ggy < ggya < ggyz < gyh < gyz < h");
 }
 
+// Syllables that sort among the words of their letters, by weights that no character has.
+TEST(CollateTables, ElementsThatNothingElseYieldsAreSpelled) {
+    const compiled c(
+        R"(collating-element <k-r> from "kr"|collating-element <k-r-g> from "krg"|collating-symbol <V>
+collating-symbol <W>|<V>|<W>|order_start forward;forward|<U0061> <U0061>;<U0061>
+<U0067> <U0067>;<U0061>|<U006B> <U006B>;<U0061>|<U0072> <U0072>;<U0061>|<U0073> <U0073>;<U0061>
+<k-r> "<U006B><U0072><V>";<U0061>|<k-r-g> "<U006B><U0072><W>";<U0061>|order_end
+)",
+        wide_set());
+    c.expect("k < ka < kk < kr < kra < krk < krr < krs < krg < krga < ks < r");
+}
+
 // Signs of a number and an ideograph, of which two weigh nothing but signs. Other ideographs sort
 // below and above these.
 TEST(CollateTables, SignsWhoseLastWeightsNothingElseHasSortAsTheyAreSpelled) {

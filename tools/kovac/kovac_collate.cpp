@@ -456,29 +456,30 @@ static void drop_usual(compiler &c) {
     }
 }
 
-// The weights of sequences at a level that no character has alone.
+// The weights of sequences at a level that no character has alone. At the first level, those of
+// elements with which nothing begins.
 static std::vector<uint32_t> without_carrier(const compiler &c, size_t level) {
     std::set<uint32_t> carried, wanted;
     for (const weighed &e : c.all) {
         const symbols &text = e.levels[level];
-        if (text.size() == 1 && e.kind == weighed::character && e.wide && e.like.empty())
-            carried.insert(text[0]);
-        if (text.size() > 1) wanted.insert(text.begin(), text.end());
+        const bool alone = text.size() == 1 && e.kind == weighed::character && e.wide;
+        if (level ? alone && e.like.empty() : !text.empty()) carried.insert(text[0]);
+        if (text.size() > 1 && (level || e.kind == weighed::element))
+            wanted.insert(text.begin(), text.end());
     }
     std::erase_if(wanted, [&](uint32_t s) { return carried.count(s) != 0; });
     return {wanted.begin(), wanted.end()};
 }
 
-// Lets U+FDD0 and those after it, which no text has, carry the weights below the first level that
-// no character has alone, so that expansions can be made of them.
+// Lets U+FDD0 and those after it, which no text has, carry the weights that no character has alone,
+// so that expansions can be made of them.
 static void lend_carriers(compiler &c) {
-    constexpr uint16_t first = 0xFDD0, count = 32;
     std::vector<weighed> lent;
-    for (size_t level = 1; level < c.src.levels; ++level) {
+    for (size_t level = 0; level < c.src.levels; ++level) {
         const std::vector<uint32_t> wanted = without_carrier(c, level);
-        for (uint32_t i = 0; i < wanted.size() && i < count; ++i) {
+        for (uint32_t i = 0; i < wanted.size() && i < lent_count; ++i) {
             if (lent.size() == i) {
-                lent.push_back({.wide = uint16_t(first + i)});
+                lent.push_back({.wide = uint16_t(first_lent + i)});
                 lent[i].levels[0] = {after_lent + i};
             }
             lent[i].levels[level] = {wanted[i]};

@@ -44,7 +44,9 @@ constexpr uint32_t after_first = 0xFFFFFF02;
 constexpr uint32_t after_plane = 0xFFFFFF03; // and the units of characters beyond the basic plane
 constexpr uint32_t after_lent = 0xFFFFFF10;  // noncharacters that carry weights for others
 constexpr uint32_t after_all = 0xFFFFFFF0;   // U+FFFF, which no text has
-constexpr uint32_t own_place = 0x40000000;   // beyond all first weights
+constexpr uint16_t first_lent = 0xFDD0;      // the first of these noncharacters
+constexpr uint32_t lent_count = 32;
+constexpr uint32_t own_place = 0x40000000; // beyond all first weights
 constexpr uint32_t no_weight_here = 0xFFFFFFFF;
 
 using jamo_weights = std::array<symbols, 19>; // first level of U+1100 to U+1112; empty: no line

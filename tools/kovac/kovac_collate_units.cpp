@@ -190,12 +190,49 @@ static bool token_clear(const level_work &w, size_t i) {
     return true;
 }
 
+static bool is_lent(const unit &u) {
+    return u.who.size() == 1 && u.carrier >= first_lent && u.carrier < first_lent + lent_count;
+}
+
+// Can other units yield a sequence, or begin with it?
+static bool others_yield(const level_work &w, const symbols &text) {
+    std::vector<bool> reached(text.size() + 1);
+    reached[0] = true;
+    for (size_t a = 0; a < text.size(); ++a) {
+        if (!reached[a]) continue;
+        symbols part;
+        for (size_t b = a; b < text.size(); ++b) {
+            part.push_back(text[b]);
+            const auto at = w.index.find(part);
+            if (at != w.index.end() && part.size() < text.size() && !is_lent(w.units[at->second]))
+                reached[b + 1] = true;
+        }
+        const auto longer = w.index.upper_bound(part);
+        if (longer != w.index.end() && longer->first.size() > part.size() &&
+            std::equal(part.begin(), part.end(), longer->first.begin()))
+            return true;
+    }
+    return reached[text.size()];
+}
+
+// Do only elements of one length yield a sequence of the first level? Then their expansion may
+// yield it repeatedly.
+static bool may_repeat(const level_work &w, const unit &u) {
+    if (w.in.level || w.in.single_byte) return false;
+    for (const size_t i : u.who) {
+        const weighed &e = w.in.all[i];
+        if (plain(e) || e.chars.size() != w.in.all[u.who[0]].chars.size()) return false;
+    }
+    return !others_yield(w, u.text);
+}
+
 // What an expansion must contain for a token: an element yields it once for each of its characters.
 // Empty if that cannot make up the token's sequence.
 static symbols part_of(const level_work &w, size_t i) {
     const weighed &token = w.in.all[i];
     const symbols &text = w.units[w.own[i]].text;
     if (token.kind != weighed::element) return may_expand(w.in, i) ? text : symbols();
+    if (may_repeat(w, w.units[w.own[i]])) return text;
     const size_t times = token.chars.size(), size = text.size() / times;
     if (w.in.single_byte || text.size() % times) return {};
     for (size_t n = size; n < text.size(); ++n)
