@@ -65,20 +65,14 @@ TEST(Collation, ReplacesAnExpansionByANestedOne) {
 }
 
 TEST(Collation, WidensWeightsWithTheLargestOne) {
-    static const std::tuple<int, const char *, const char *> rows[] = {
-        {253,   "200",   "a:200"   },
-        {254,   "200",   "a:2.200" },
-        {254,   "256",   "a:3.2"   },
-        {64515, "12288", "a:50.96" }, // (12288 - 2) / 254 + 2 and the rest + 2
-        {64516, "300",   "a:2.3.46"},
-        {10,    "0",     "a:2"     }, // no digit of its own
-        {10,    "7t",    "a:7.2.97"},
-        {10,    "0t",    "a:2.2.97"},
-    };
-    for (const auto &[num_weights, weight, key] : rows) {
-        coll_spec spec = bytes_spec("a", (std::string("90 ") + weight).c_str());
-        spec.num_weights = num_weights;
-        check(spec, "", key);
+    // The largest weight, that of a, and its key: 50.96 is (12288 - 2) / 254 + 2 and the rest + 2,
+    // and 0 has no digit of its own.
+    for (const auto &w :
+         table("253 200 a:200; 254 200 a:2.200; 254 256 a:3.2; 64515 12288 a:50.96; "
+               "64516 300 a:2.3.46; 10 0 a:2; 10 7t a:7.2.97; 10 0t a:2.2.97")) {
+        coll_spec spec = bytes_spec("a", ("90 " + w[1]).c_str());
+        spec.num_weights = whole(w[0]);
+        check(spec, "", w[2]);
     }
 }
 
