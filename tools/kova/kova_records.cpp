@@ -172,6 +172,17 @@ void place_bytes(const records_job &job, const std::string &name, size_t at, std
     record += bytes;
 }
 
+// The first name that the layout lacks.
+std::string unknown_name(const records_job &job, const record_row &row) {
+    for (const auto &entry : row) {
+        const auto is = [&entry](const layout_field &field) { return field.name == entry.first; };
+        const std::vector<layout_field> &fields = job.fields.fields;
+        const bool beside = entry.first == rest_name || entry.first.starts_with(gap_name);
+        if (!beside && std::none_of(fields.begin(), fields.end(), is)) return entry.first;
+    }
+    return row.empty() ? "" : row.begin()->first; // bytes at a place where they cannot be
+}
+
 std::string encode_record(const records_job &job, const record_row &row, size_t fixed) {
     std::string record;
     size_t known = 0, at = 0;
@@ -196,10 +207,7 @@ std::string encode_record(const records_job &job, const record_row &row, size_t 
     }
     if (row.contains(rest_name)) bytes_named(rest_name, record.size());
     if (known < row.size())
-        for (const auto &[name, values] : row)
-            if (std::none_of(job.fields.fields.begin(), job.fields.fields.end(),
-                             [&](const layout_field &field) { return field.name == name; }))
-                refuse(job, "the layout has no field \"" + name + "\"");
+        refuse(job, "the layout has no field \"" + unknown_name(job, row) + "\"");
     if (record.size() < fixed) record.append(fixed - record.size(), job.fields.blank[0]);
     return record;
 }
