@@ -161,10 +161,12 @@ struct pair_maker {
 TEST_P(PeerLibc, OrdersSeededPairsAlike) {
     // A character that the source has no line for weighs below all others here, and there as its
     // bytes do one by one, which no table of characters can follow: such characters are left out.
+    // So are compatibility ideographs, which weigh as what they stand for here alone.
     pair_maker make{chars, {}, std::mt19937(20261121)};
     std::vector<size_t> all;
     for (size_t i = 0; i < chars.size(); ++i) {
         if (!has_line(chars[i].code)) continue;
+        if (GetParam().unicode() && chars[i].code >= 0xF900 && chars[i].code < 0xFB00) continue;
         all.push_back(i);
         if (iswalpha_l(wint_t(chars[i].code), peer)) make.letters.push_back(i);
     }

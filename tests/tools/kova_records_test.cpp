@@ -165,7 +165,7 @@ TEST_F(KovaRecords, KeepEveryByteOfEveryForm) {
         const std::string keep = form + " --keep-bad hex "s;
         ASSERT_EQ(shell(command + form + " --encode json -o bin").status, 0);
         EXPECT_TRUE(shell(command + keep + "bin").out == json);
-        if (form[2] == 's') continue; // a part of a record can begin anywhere
+        if (std::string(form).starts_with("vbs")) continue; // a part of a record can begin anywhere
         std::string parts;
         for (const char *part : {"1/4", "2/4", "3/4", "4/4"})
             parts += shell(command + keep + "bin --part " + part).out;
