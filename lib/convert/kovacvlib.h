@@ -132,6 +132,9 @@ int alg_miconv(iconv_rec *, const ko_mchar_t **, int *, ko_mchar_t **, int *, in
 int mb_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int db_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 int alg_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
+// The end of a text in an encoding of Unicode that its first null character ends, which belongs to
+// it; NULL for other sources, whose tables know it.
+const ko_mchar_t *text_end(const iconv_rec *cv, const ko_mchar_t *text);
 // Measures by rules of its own: the room shrinks by what conversion would write.
 int measure_own(const iconv_rec *cv, conv_state *st, cv_span *s);
 

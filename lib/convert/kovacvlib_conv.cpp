@@ -368,7 +368,7 @@ int ko_miconv(ko_cv_t cd, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **out
 
 static int count_own(iconv_rec *cv, conv_state *st, cursor *c) {
     const size_t room = c->room > 0 ? size_t(c->room) : 0;
-    cv_span s = {c->in, c->endless ? nullptr : c->in + c->left, nullptr, room, false};
+    cv_span s = {c->in, c->endless ? text_end(cv, c->in) : c->in + c->left, nullptr, room, false};
     const int error = measure_own(cv, st, &s);
     if (!c->endless) c->left = int(s.end - s.in);
     c->in = s.in;

@@ -4,14 +4,28 @@
 #include "record/kovasetlc.h"
 
 #include <limits.h>
+#include <string.h>
 
 // ---- The routines of a descriptor ----
+
+const ko_mchar_t *text_end(const iconv_rec *cv, const ko_mchar_t *text) {
+    constexpr size_t longest = 0x7FFFFFFC;
+    static constexpr ko_mchar_t zeros[4] = {};
+    while (!cv->forms[0] && cv->legs[0])
+        cv = cv->legs[0];
+    if (!cv->forms[0]) return nullptr;
+    const size_t unit = size_t(cv->source_noshift_min_len);
+    size_t at = 0;
+    while (at < longest && memcmp(text + at, zeros, unit) != 0)
+        at += unit;
+    return text + at + unit;
+}
 
 static int own_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
                        ko_mchar_t **outmbs, int *outlen, int *sub) {
     const size_t left = inlen && *inlen > 0 ? size_t(*inlen) : 0;
     const size_t room = *outlen > 0 ? size_t(*outlen) : 0;
-    cv_span s = {*inmbs, inlen ? *inmbs + left : nullptr, *outmbs, room, false};
+    cv_span s = {*inmbs, inlen ? *inmbs + left : text_end(cv, *inmbs), *outmbs, room, false};
     const int error = cv->own(cv, st, &s);
     if (inlen) *inlen = int(s.end - s.in);
     *inmbs = s.in;

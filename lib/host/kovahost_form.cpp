@@ -228,17 +228,6 @@ static size_t source_bytes(text_form form, const ko_wchar_t *units, size_t count
 
 static constexpr unsigned mark_code = 0xFEFF;
 
-// The end of a text that its first null character ends, which belongs to it.
-static const ko_mchar_t *end_of(const ko_mchar_t *text, text_form form) {
-    constexpr size_t longest = 0x7FFFFFFC;
-    const size_t unit = size_t(form_shortest(form));
-    static constexpr ko_mchar_t zeros[form_longest] = {};
-    size_t at = 0;
-    while (at < longest && memcmp(text + at, zeros, unit) != 0)
-        at += unit;
-    return text + at + unit;
-}
-
 static size_t put_mark(text_form form, ko_mchar_t *bytes) {
     const unit_block mark = {{mark_code}, 1};
     cv_span s = {nullptr, nullptr, bytes, form_longest, false};
@@ -249,7 +238,7 @@ static size_t put_mark(text_form form, ko_mchar_t *bytes) {
 int drop_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
     if (bits_of(st) & mark_seen) return KO_OK;
     const auto form = text_form(cv->forms[0]);
-    const size_t left = size_t((s->end ? s->end : end_of(s->in, form)) - s->in);
+    const size_t left = size_t(s->end - s->in);
     if (!left) return KO_OK;
     uintptr_t found = mark_seen;
     size_t drop = 0;
@@ -285,7 +274,6 @@ static int write_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
 static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const auto from = text_form(cv->forms[0]), to = text_form(cv->forms[1]);
     cv_span text = *s;
-    if (!text.end) text.end = end_of(text.in, from);
     if (st->first_frag) st->ext_state = nullptr;
     int error = drop_mark(cv, st, &text);
     if (!error) error = write_mark(cv, st, &text);
@@ -320,6 +308,6 @@ iconv_rec *make_form_conversion(text_form from, text_form to, bool keeps_mark, b
     // A unit of two bytes is at most three bytes of UTF-8.
     const int in = form_shortest(from), out = form_shortest(to);
     const float growth = in == 2 && out == 1 ? 1.5f : in < out ? float(out) / float(in) : 1.0f;
-    cv->exp_ratio = growth + (writes_mark ? float(form_longest) / float(in) : 0.0f);
+    cv->exp_ratio = growth + (writes_mark ? float(form_longest) : 0.0f);
     return cv;
 }

@@ -54,7 +54,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
         two.in = between;
         two.end = between + taken;
         convert_again(cv->legs[1], &legs->leg[1], &two, s->out, made);
-        two.room = s->room - made;
+        two.room = s->room - size_t(two.out - s->out);
         result.made = taken;
     }
     *s = {one.in, s->end, two.out, two.room, s->sub || one.sub || two.sub};
@@ -257,6 +257,8 @@ static int open_direct(const conversion_call &call, uint16_t from, uint16_t to, 
     if (shifts) object = make_route(object, nullptr, settled_rules);
     if (!object) return KO_ENOMEM;
     *rec = drops ? make_route(form_step(call, source, source), object, marked_rules) : object;
+    if (*rec && target != text_form::none && call.flags & KO_CONVERT_WRITE_MARK)
+        *rec = make_route(*rec, make_form_conversion(target, target, true, true), route_rules);
     return *rec ? KO_OK : KO_ENOMEM;
 }
 

@@ -333,6 +333,9 @@ static int compare_source(loose_search *search, const registry_choice &registry)
 
 uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error) {
     int exact = KO_OK;
+    const size_t digits = strspn(name, "0123456789"), zeros = strspn(name, "0");
+    const bool wraps = !name[digits] && (digits - zeros > 5 || strtoul(name, nullptr, 10) > 0xFFFF);
+    if (wraps) return fail_search(error, KO_EINVAL);
     const uint16_t number = find_cs_num(name, registry, &exact);
     if (!exact) return number;
     loose_search search = {{}, -1, -1, -1};

@@ -269,6 +269,20 @@ TEST(HostConversion, WaysThroughUtf8ConvertInPiecesAsInOneCall) {
     const conversion_to cd("utf16le", "8859-1", 0, root.c_str());
     const std::string text = encoded(std::u32string(700, U'ä') + U"漢z", -2);
     EXPECT_EQ(convert_whole(cd.handle, text), (outcome{std::string(700, '\xE4'), 1400, KO_EILSEQ}));
+    // A mark written after an object, or where there is room for it alone.
+    for (const char *to : {"utf8", "unicode", "utf16le"}) {
+        const conversion_to with("8859-1", to, KO_CONVERT_WRITE_MARK, root.c_str());
+        const outcome want = {
+            convert_whole(conversion_to("utf8", to, KO_CONVERT_WRITE_MARK).handle, "äb").made, 2,
+            0};
+        EXPECT_EQ(convert_whole(with.handle, "\xE4"
+                                             "b"),
+                  want);
+        check_rooms(with.handle,
+                    "\xE4"
+                    "b",
+                    want);
+    }
     // A mark before the text of an object.
     const conversion_to marked("utf8", "8859-1", 0, root.c_str());
     check_pieces(marked.handle, "\uFEFFä", {"\xE4", 5, 0});

@@ -182,6 +182,30 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     writes("utf8 -t 930 --skip", "\x0e\x48\xf2\x48\xf2\x0f", "字￤字", skipped);
     writes("BIG5 -t utf8 -v", "十.", "\xa2\xcc.",
            "1 character that would come back as other bytes");
+    // The same at the start of a text that goes through another code set.
+    writes("sjis -t 930 --replace=漢", "\x0e\x4f\x58\x0f\xc1\x15",
+           "\xff"
+           "A\n",
+           replaced);
+    writes("sjis -t utf16le --bom --replace",
+           "\xff\xfe\xfd\xff"
+           "A\0"s,
+           "\xff"
+           "A",
+           replaced);
+    writes("utf16 -t 8859-1 --skip", "A", "\x30\x42\xff\xfe\0A"s, "2 characters skipped");
+    writes("utf16le -t utf8 --skip", "AB",
+           "\0\xd8"
+           "A\0B\0"s,
+           skipped);
+    writes("8859-1 -t utf8 --bom",
+           "\xef\xbb\xbf"
+           "A",
+           "A");
+    const std::string many = repeated("\x82\xa0"
+                                      "x",
+                                      100000); // in little time
+    writes("sjis -t 8859-1 --skip", std::string(100000, 'x'), many, "100000 characters skipped");
     environment["LC_ALL"] = "C"; // the replacement is bytes of the target then
     writes("utf8 -t IBM037 --replace='{'", "{", "\xff", replaced);
 }
@@ -230,6 +254,8 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
     spit(dir / "broken/kova/cv9/033301b5.cvo", "FILE_TYPE=other\n");
     fails(3, "convert -f sjist -t utf8", "no code set is called \"sjist\"; there are sjis");
     fails(3, "convert -f utf8 -t KOI8-U", "no conversion from utf8 to KOI8-U, nor through");
+    fails(3, "convert -f 65573 -t utf8", "no code set is called \"65573\"");
+    fails(2, "convert -f utf8 -t 37 --bom", "--bom: 37 is no encoding of Unicode");
     fails(2, "convert -t utf8", "-f CODESET and -t CODESET");
     fails(3, "convert -f utf8 -t sjis --root nowhere", "there is no directory nowhere");
     fails(3, "convert -f utf8 -t sjis --root .", "holds no conversion objects");

@@ -90,24 +90,28 @@ TEST_F(KovaRecords, RefuseWhatIsNoFieldOrDoesNotFit) {
         EXPECT_TRUE(kova("records -l l --records fb:18 -f 037 --encode", kept.out).out == bad);
     }
     static const std::pair<const char *, const char *> texts[] = {
-        {"{\"p\":1000}",                 "field p: the number does not fit"                          },
-        {"{\"p\":1.25}",                 "field p: \"1.25\" is no decimal number of at most 1 places"},
-        {"{\"p\":1e1}",                  "field p: \"1e1\" is no decimal number"                     },
-        {"{\"z\":-1}",                   "field z: the field has no sign"                            },
-        {"{\"i\":128}",                  "field i: the number does not fit"                          },
-        {"{\"f\":\"1e80\"}",             "field f: the number does not fit"                          },
-        {"{\"t\":\"ABCD\"}",             "field t: the text does not fit"                            },
-        {"{\"t\":\"漢\"}",              "field t: 037 lacks a character of \"漢\""                 },
-        {"{\"d\":\"a\"}",                "field d: 930 lacks a character of \"a\""                   },
-        {"{\"h\":\"0x\"}",               "field h: these are not the field's hexadecimal digits"     },
-        {"{\"h\":{\"hex\":\"010203\"}}", "field h: \"010203\" is not its bytes"                      },
-        {"{\"x\":1}",                    "the layout has no field \"x\""                             },
-        {"{\"p\":[1,2]}",                "p has more values"                                         },
-        {"{\"p\":1,\"p\":2}",            "a name appears twice"                                      },
-        {"{\"p\":null}",                 "null is no value"                                          },
-        {"{\"p\":{\"a\":1}}",            "an object as a value holds \"hex\" alone"                  },
-        {"{\"p\":1",                     "no JSON at byte"                                           },
-        {"[1]",                          "a row is one object"                                       },
+        {"{\"p\":1000}",                     "field p: the number does not fit"                          },
+        {"{\"p\":1.25}",                     "field p: \"1.25\" is no decimal number of at most 1 places"},
+        {"{\"p\":1e1}",                      "field p: \"1e1\" is no decimal number"                     },
+        {"{\"z\":-1}",                       "field z: the field has no sign"                            },
+        {"{\"i\":128}",                      "field i: the number does not fit"                          },
+        {"{\"f\":\"1e80\"}",                 "field f: the number does not fit"                          },
+        {"{\"t\":\"ABCD\"}",                 "field t: the text does not fit"                            },
+        {"{\"t\":\"漢\"}",                  "field t: 037 lacks a character of \"漢\""                 },
+        {"{\"d\":\"a\"}",                    "field d: 930 lacks a character of \"a\""                   },
+        {"{\"h\":\"0x\"}",                   "field h: these are not the field's hexadecimal digits"     },
+        {"{\"h\":{\"hex\":\"010203\"}}",     "field h: \"010203\" is not its bytes"                      },
+        {"{\"x\":1}",                        "the layout has no field \"x\""                             },
+        {"{\"p\":[1,2]}",                    "p has more values"                                         },
+        {"{\"p\":1,\"p\":2}",                "a name appears twice"                                      },
+        {"{\"_rest\":[]}",                   "an empty array"                                            },
+        {"{\"_rest\":5}",                    "_rest needs {\"hex\":\"...\"}"                             },
+        {"{\"_rest\":{\"hex\":\"zz\"}}",     "_rest needs {\"hex\":\"...\"}"                             },
+        {"{\"p\":{\"hex\":\"c1\"},\"z\":1}", "z comes after a field that is not whole"                   },
+        {"{\"p\":null}",                     "null is no value"                                          },
+        {"{\"p\":{\"a\":1}}",                "an object as a value holds \"hex\" alone"                  },
+        {"{\"p\":1",                         "no JSON at byte"                                           },
+        {"[1]",                              "a row is one object"                                       },
     };
     command += "--encode ";
     for (const auto &[text, why] : texts)
@@ -138,9 +142,13 @@ TEST_F(KovaRecords, RefuseLayoutsWithTheirLine) {
         fails(2, "records -l l --records v", why);
     }
     spit(dir / "l", "a 0 2 hex");
+    spit(dir / "f2", "h 0 1 hex");
     for (const char *form : {"fb", "fb:0", "fb:x", "vb:7", "vb:32761", "x", "lines:3"})
         fails(2, "records -l l --records "s + form, "one of fb:LENGTH");
     fails(2, "records -l l --records fb:1", "the layout has 2 bytes, a record 1");
+    fails(1, "records -l f2 -f 037 --records lines --encode", "a record holds the end of a line",
+          "{\"h\":\"15\"}\n");
+    fails(2, "records -l l --records v --part 1/99999999999", "I/N, from 1/N to N/N");
     fails(2, "records -l l --records v --part 3/2", "I/N, from 1/N to N/N");
     fails(2, "records -l l --records vbs --part 1/2 l", "it takes fb, v and vb");
 }
@@ -182,6 +190,25 @@ TEST_F(KovaRecords, KeepEveryByteOfEveryForm) {
     writes("--part 2/3 fixed", "{\"t\":\"ABC\",\"n\":2}\n", "");
     fails(1, "", "record 4, byte offset 12: the file ends inside a record", fixed + "x",
           "{\"t\":\"A\",\"n\":1}\n{\"t\":\"ABC\",\"n\":2}\n{\"t\":\"\",\"n\":3}\n");
+    // More parts than records, and a file whose first row is not the names.
+    std::string parts;
+    for (const char *part : {"1/5", "2/5", "3/5", "4/5", "5/5"})
+        parts += shell(command + "--csv fixed --part " + part).out;
+    EXPECT_EQ(parts, rows);
+    fails(1, "--csv --encode", "the first row of CSV must be t,n,_rest", "A,1,\r\n");
+    // Texts that look like bytes, and empty cells between others.
+    spit(dir / "c", "t 0 8 text times=3\n");
+    command = "kova records -l c -f 037 --records fb:24 ";
+    const std::string cells = "t_1,t_2,t_3,_rest\r\ntext:hex:c1c2,,x,\r\n";
+    const std::string record = shell(command + "--csv --encode", cells).out;
+    EXPECT_EQ(shell(command + "--csv", record).out, cells);
+    // Blanks of two bytes.
+    spit(dir / "u", "t 0 4 text\nh 8 2 hex\n");
+    command = "kova records -l u -f unicode --records fb:10 --keep-bad hex ";
+    const std::string wide = bytes("00410042202020201234") + bytes("00410042002000201234");
+    const outcome kept = shell(command, wide);
+    EXPECT_TRUE(shell("kova records -l u -f unicode --records fb:10 --encode", kept.out).out ==
+                wide);
     command = "kova records -l f -f 037 --records lines ";
     writes("", "{\"t\":\"A\",\"n\":1}\n{\"t\":\"ABC\",\"n\":2}\n",
            bytes("c14040f115") + bytes("c1c2c3f2"));

@@ -442,7 +442,8 @@ void add_convert(CLI::App &app, arguments &args) {
 void choose_part(const std::string &text, records_options &o) {
     if (text.empty()) return;
     char rest;
-    const bool read = std::sscanf(text.c_str(), "%u/%u%c", &o.part, &o.parts, &rest) == 2;
+    const bool read =
+        text.size() < 20 && std::sscanf(text.c_str(), "%9u/%9u%c", &o.part, &o.parts, &rest) == 2;
     if (!read || o.part < 1 || o.part > o.parts)
         throw failure(bad_usage, "--part " + text + ": I/N, from 1/N to N/N");
 }

@@ -28,6 +28,7 @@ struct finding {
 };
 constexpr size_t shown_places = 5;
 constexpr uint32_t nel_code = 0x85;
+constexpr size_t least_piece = 1024;
 
 enum finding_kind : uint8_t { substituted, one_way, unmapped, invalid, cut_off };
 
@@ -56,6 +57,7 @@ struct convert_job {
     // Progress.
     bool reports = false, reported = false;
     uint64_t total = 0, bytes = 0;
+    size_t piece = size_t{1} << 20; // converted at a time: little where much does not convert
     double started = 0, next_report = 0;
 };
 
@@ -191,7 +193,7 @@ size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, s
         seen = utf8_bad_bytes(text, len);
         return std::max<size_t>(seen - 1, 1);
     }
-    if (job.is_utf16) return std::min<size_t>(len, 2);
+    if (job.newline.size() > 1) return std::min(len, job.newline.size()); // a unit
     size_t count = 1;
     while (count < std::min<size_t>(len, 4) && trial(job, text, count) == KO_EINVAL)
         ++count;
@@ -263,6 +265,8 @@ void note(finding &found, const std::string &where) {
 // ---- output ----
 
 void write_replacement(convert_job &job, output &out) {
+    for (conv_state &leg : job.st.leg)
+        leg.first_frag = 0; // the text of the target has begun
     if (!job.replacement_is_utf8) {
         if (target_state(job.way, job.st) == 1) write_lines(job.ends, out, job.closing);
         target_state(job.way, job.st) = 0;
@@ -468,7 +472,10 @@ bool convert_piece(convert_job &job, input &in, output &out) {
     if (unread <= kept) return false;
     const unsigned char *text = in.block.data() + in.at;
     const route_state before = job.st;
-    run_result got = run(job.way, job.st, text, unread - kept, in.at_end, job.converted);
+    const size_t piece = std::min(unread - kept, job.piece);
+    const bool last = in.at_end && piece == unread;
+    run_result got = run(job.way, job.st, text, piece, last, job.converted);
+    job.piece = got.error == KO_OK ? std::min(2 * job.piece, size_t{1} << 20) : least_piece;
     if (got.substituted) {
         job.st = before;
         const size_t taken = convert_flagged(job, in, out, text, got.taken);
@@ -484,6 +491,8 @@ bool convert_piece(convert_job &job, input &in, output &out) {
     job.bytes += got.taken;
     if (got.error == KO_OK) return true;
     // What is at the end of the piece, or not complete, is judged once more has been read.
+    if (got.error == KO_EINVAL && piece < unread - kept && in.fill - in.at > longest_character)
+        return true; // the piece ended inside a character
     if (!in.at_end && (got.error == KO_EINVAL || in.fill - in.at < longest_character)) return false;
     handle_bad(job, in, out, got.error);
     return true;
@@ -555,6 +564,17 @@ void learn_lines(const data_place &place, convert_job &job) {
     job.ends = plan_line_ends(job.options->newline, source, find_controls(place, job.way.to),
                               job.way.to.name);
     if (job.ends.changes()) job.nel = source.nel;
+}
+
+// A byte-order mark; throws failure for what is no encoding of Unicode.
+std::string mark_of(const data_place &place, const code_set &set) {
+    route from_utf8;
+    byte_buffer made;
+    route_state st;
+    const bool fits = is_unicode(set.name) && open_route(place, utf8_code_set(), set, from_utf8);
+    if (!fits) throw failure(bad_usage, "--bom: " + set.name + " is no encoding of Unicode");
+    run(from_utf8, st, bytes_of("\xEF\xBB\xBF"), 3, false, made);
+    return std::string(made.text());
 }
 
 bool fits_target(convert_job &job, const std::string &text) {
@@ -632,13 +652,13 @@ int run_convert(const common_options &common, const convert_options &options) {
     convert_job job;
     job.options = &options;
     job.goes_on = options.skip || options.replace || options.report;
-    const unsigned marks = (options.keeps_mark ? unsigned{KO_CONVERT_KEEP_MARK} : 0) |
-                           (options.writes_mark ? unsigned{KO_CONVERT_WRITE_MARK} : 0);
+    const unsigned marks = options.keeps_mark ? unsigned{KO_CONVERT_KEEP_MARK} : 0;
     open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way,
                       marks);
     learn_source(place, job);
     learn_lines(place, job);
     learn_replacement(place, common, job);
+    const std::string mark = options.writes_mark ? mark_of(place, job.way.to) : "";
     if (options.verbose) tell_way(job);
     const std::vector<std::string> files = inputs_of(options.files);
     job.reports = options.progress && is_terminal(stderr);
@@ -648,6 +668,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     output out;
     try {
         open(out, options.out); // does not touch the target yet: it may be one of the files read
+        write(out, mark);
         for (const std::string &path : files)
             convert_file(job, path, out);
         finish(out);

@@ -18,6 +18,8 @@ line_controls find_controls(const data_place &place, const code_set &set) {
     found.lf = bytes("\n");
     found.cr = bytes("\r");
     found.nel = bytes("\xC2\x85");
+    // One of several bytes that are no unit could begin inside a character; UTF-8 excludes that.
+    if (found.nel.size() > found.lf.size() && found.nel != "\xC2\x85") found.nel.clear();
     found.host = bytes("A") == "\xC1";
     return found;
 }

@@ -14,7 +14,7 @@ namespace kovacli {
 code_set find_code_set(const std::string &name) {
     refuse_path("code set", name);
     if (name.empty()) return {name, KO_NO_CODESET};
-    if (const uint16_t exact = code_set_number(name); exact != KO_NO_CODESET) return {name, exact};
+    code_set_number(name); // which reads the registry once
     const int number = ko_codeset_number(nullptr, name.c_str());
     return {name, number < 0 ? uint16_t(KO_NO_CODESET) : uint16_t(number)};
 }
@@ -209,8 +209,11 @@ static run_result run_both(route &way, route_state &st, const unsigned char *tex
         return {one.taken, one.error, true, one.substituted || two.substituted, ends};
     // The first leg went too far: set it back to the character at which the second stopped.
     const size_t taken = source_of(way, before, text, one.taken, two.taken);
+    void *const mark = st.leg[0].ext_state; // what the start of the text said holds for all of it
     st.leg[0] = before;
     const leg_result again = convert_leg(way.leg[0].cd, st.leg[0], text, taken, false, way.between);
+    st.leg[0].first_frag = 0;
+    st.leg[0].ext_state = mark;
     return {taken, KO_EILSEQ, false, again.substituted || two.substituted, false};
 }
 

@@ -202,7 +202,8 @@ field_value encode_float(const layout_field &field, std::string_view text) {
     const std::string copy(text);
     char *end = nullptr;
     long double value = std::strtold(copy.c_str(), &end);
-    if (copy.empty() || *end || !std::isfinite(value))
+    const bool plain = copy.find_first_not_of("0123456789+-.eE") == copy.npos;
+    if (copy.empty() || *end || !plain || !std::isfinite(value))
         return wrong("\"" + copy + "\" is no number");
     const int digits = int(2 * field.length) - 2;
     const bool negative = std::signbit(value);

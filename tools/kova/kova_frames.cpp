@@ -7,6 +7,7 @@
 
 namespace kovacli {
 
+static constexpr size_t longest_record = size_t{1} << 26; // of a line or in parts
 static constexpr size_t word_bytes = 4, longest_block = 32760;
 
 frame_format parse_frames(const std::string &text) {
@@ -82,7 +83,10 @@ static bool read_line(frame_reader &reader, std::string &record) {
     const std::string &newline = reader.format.newline;
     for (size_t searched = 0;;) {
         const std::string_view text = here(reader, in.fill - in.at);
-        const size_t end = text.find(newline, searched);
+        size_t end = text.find(newline, searched);
+        while (end != text.npos && end % newline.size() != 0) // inside of two characters
+            end = text.find(newline, end + 1);
+        if (text.size() > longest_record) refuse(reader, "a line is longer than 64 MiB");
         if (end != text.npos) {
             record = text.substr(0, end);
             take(in, end + newline.size());
@@ -99,7 +103,7 @@ static bool read_line(frame_reader &reader, std::string &record) {
 // Enters the next block; false at the end of the file.
 static bool enter_block(frame_reader &reader) {
     while (reader.block_left == 0) {
-        if (reader.end && offset_of(reader) >= reader.end) return false;
+        if (offset_of(reader) >= reader.end) return false;
         if (!have(reader, word_bytes, "a block's descriptor word")) return false;
         const size_t length = word_length(here(reader, word_bytes));
         if (length < word_bytes ||
@@ -137,7 +141,6 @@ static int read_part(frame_reader &reader, std::string &record) {
 
 // Parts: 0 all of a record, 1 its first part, 2 its last, 3 one between.
 static bool read_parts(frame_reader &reader, std::string &record) {
-    constexpr size_t longest_record = size_t{1} << 26;
     int part = read_part(reader, record);
     if (part < 0) return false;
     if (part > 1) refuse(reader, "a record begins with a later part");
@@ -151,7 +154,7 @@ static bool read_parts(frame_reader &reader, std::string &record) {
 
 bool read_frame(frame_reader &reader, std::string &record) {
     record.clear();
-    if (reader.end && reader.block_left == 0 && offset_of(reader) >= reader.end) return false;
+    if (reader.block_left == 0 && offset_of(reader) >= reader.end) return false;
     reader.at = offset_of(reader);
     const frame_kind kind = reader.format.kind;
     const bool read = kind == frame_kind::fixed   ? read_fixed(reader, record)
@@ -201,11 +204,11 @@ void choose_part(frame_reader &reader, unsigned part, unsigned parts) {
         throw failure(bad_usage, "--part: records of this form do not begin at places that can be "
                                  "told; it takes fb, v and vb");
     const uint64_t size = reader.in->size;
-    if (size == 0) throw failure(bad_usage, "--part needs a regular file");
     const std::string path = reader.in->name;
+    if (size == 0 || !is_regular_file(path))
+        throw failure(bad_usage, "--part needs a regular file that has a name");
     const uint64_t start = part_start(reader, path, size, part - 1, parts);
     reader.end = part_start(reader, path, size, part, parts);
-    if (reader.end == 0) reader.end = 1; // nothing, and not everything
     skip_to(*reader.in, start);
 }
 
@@ -251,6 +254,8 @@ void write_frame(frame_writer &writer, std::string_view record) {
         write(*writer.out, record);
         break;
     case frame_kind::lines:
+        if (record.find(format.newline) != record.npos)
+            throw failure(bad_text, "a record holds the end of a line");
         write(*writer.out, record);
         write(*writer.out, format.newline);
         break;

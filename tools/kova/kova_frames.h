@@ -30,7 +30,7 @@ struct frame_reader {
     input *in = nullptr;
     frame_format format;
     size_t block_left = 0;        // of a block
-    uint64_t end = 0;             // where reading stops; 0: at the end of the file
+    uint64_t end = UINT64_MAX;    // where reading stops, if the file goes on
     uint64_t at = 0;              // offset of the record last read
     unsigned long long count = 0; // records read
 };

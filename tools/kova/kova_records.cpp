@@ -52,6 +52,15 @@ row_value decode_value(records_job &job, const layout_field &field, std::string_
     return {value.text, is_number(field), false};
 }
 
+// Blanks for so many bytes; the last one may be cut.
+std::string blanks(const layout &fields, size_t bytes) {
+    std::string all;
+    while (all.size() < bytes)
+        all += fields.blank;
+    all.resize(bytes);
+    return all;
+}
+
 void add_bytes(record_row &row, const std::string &name, std::string_view bytes) {
     if (!bytes.empty()) row[name].push_back({hex(bytes, ""), false, true});
 }
@@ -62,7 +71,7 @@ void decode_record(records_job &job, const std::string &record, record_row &row)
     for (const layout_field &field : job.fields.fields) {
         if (record.size() <= field.offset) break;
         const std::string_view gap = std::string_view(record).substr(at, field.offset - at);
-        if (gap.find_first_not_of(job.fields.blank) != gap.npos)
+        if (gap != blanks(job.fields, gap.size()))
             add_bytes(row, gap_name + std::to_string(at), gap);
         for (unsigned i = 0; i < field.times; ++i) {
             at = field.offset + i * field.length;
@@ -119,7 +128,9 @@ std::string csv_head(const layout &fields) {
 std::string csv_row(const records_job &job, const record_row &row) {
     std::string text;
     const auto cell = [](const row_value &value) {
-        return csv_cell(value.bytes ? "hex:" + value.text : value.text);
+        if (value.bytes) return csv_cell("hex:" + value.text);
+        const bool marked = value.text.starts_with("hex:") || value.text.starts_with("text:");
+        return csv_cell(marked ? "text:" + value.text : value.text);
     };
     for (const auto &[name, values] : row)
         if (name.starts_with(gap_name))
@@ -168,7 +179,7 @@ std::string encode_value(const records_job &job, const layout_field &field,
 void place_bytes(const records_job &job, const std::string &name, size_t at, std::string_view bytes,
                  std::string &record) {
     if (record.size() > at) refuse(job, name + " comes after a field that is not whole");
-    record.append(at - record.size(), job.fields.blank[0]);
+    record += blanks(job.fields, at - record.size());
     record += bytes;
 }
 
@@ -186,11 +197,16 @@ std::string unknown_name(const records_job &job, const record_row &row) {
 std::string encode_record(const records_job &job, const record_row &row, size_t fixed) {
     std::string record;
     size_t known = 0, at = 0;
+    bool cut = false;
     const auto bytes_named = [&](const std::string &name, size_t place) {
         const auto found = row.find(name);
         if (found == row.end()) return;
         ++known;
-        place_bytes(job, name, place, unhex(found->second[0].text), record);
+        const row_value &value = found->second[0];
+        const std::string bytes = unhex(value.text);
+        if (found->second.size() != 1 || !value.bytes || bytes.empty())
+            refuse(job, name + " needs {\"hex\":\"...\"} with some bytes");
+        place_bytes(job, name, place, bytes, record);
     };
     bytes_named(gap_name + std::string("0"), 0);
     for (const layout_field &field : job.fields.fields) {
@@ -199,7 +215,10 @@ std::string encode_record(const records_job &job, const record_row &row, size_t 
             ++known;
             if (found->second.size() > field.times) refuse(job, field.name + " has more values");
             for (at = field.offset; const row_value &value : found->second) {
-                place_bytes(job, field.name, at, encode_value(job, field, value), record);
+                if (cut) refuse(job, field.name + " comes after a field that is not whole");
+                const std::string bytes = encode_value(job, field, value);
+                place_bytes(job, field.name, at, bytes, record);
+                cut = bytes.size() < field.length;
                 at += field.length;
             }
         }
@@ -208,27 +227,34 @@ std::string encode_record(const records_job &job, const record_row &row, size_t 
     if (row.contains(rest_name)) bytes_named(rest_name, record.size());
     if (known < row.size())
         refuse(job, "the layout has no field \"" + unknown_name(job, row) + "\"");
-    if (record.size() < fixed) record.append(fixed - record.size(), job.fields.blank[0]);
+    if (record.size() < fixed) record += blanks(job.fields, fixed - record.size());
     return record;
 }
 
-void add_cell(const std::string &cell, record_row &row, const std::string &name) {
-    if (cell.empty()) return;
-    const bool bytes = cell.starts_with("hex:");
-    row[name].push_back({bytes ? cell.substr(4) : cell, false, bytes});
+row_value value_of_cell(const std::string &cell) {
+    if (cell.starts_with("hex:")) return {cell.substr(4), false, true};
+    return {cell.starts_with("text:") ? cell.substr(5) : cell, false, false};
 }
 
 void parse_csv(const records_job &job, std::string_view line, record_row &row) {
     const auto cells = parse_csv_row(line);
     size_t columns = 1, at = 0;
     each_column(job.fields, [&](const layout_field &, unsigned) { ++columns; });
-    if (!cells || (cells->size() != columns && cells->size() + 1 != columns))
+    if (!cells || cells->size() != columns)
         refuse(job, "a row of CSV has " + std::to_string(columns) + " cells");
     row.clear();
-    each_column(job.fields, [&](const layout_field &field, unsigned) {
-        add_cell((*cells)[at++], row, field.name); // an empty one is absent, and becomes blanks
-    });
-    if (at < cells->size()) add_cell((*cells)[at], row, rest_name);
+    for (const layout_field &field : job.fields.fields) {
+        size_t last = at + field.times;
+        while (last > at && (*cells)[last - 1].empty()) // absent, and becomes blanks
+            --last;
+        for (size_t i = at; i < last; ++i) {
+            if ((*cells)[i].empty() && is_number(field))
+                refuse(job, "field " + field.name + ": an empty cell before others");
+            row[field.name].push_back(value_of_cell((*cells)[i]));
+        }
+        at += field.times;
+    }
+    if (!cells->back().empty()) row[rest_name].push_back(value_of_cell(cells->back()));
 }
 
 void encode_file(records_job &job, const frame_format &format, const std::string &path,
@@ -247,7 +273,11 @@ void encode_file(records_job &job, const frame_format &format, const std::string
                read_frame(lines, more_lines))
             line += "\n" + more_lines; // a line end inside quotation marks
         if (job.options->csv && line.ends_with('\r')) line.pop_back();
-        if (job.options->csv && lines.count == 1) continue; // the names
+        if (job.options->csv && lines.count == 1) {
+            if (line + "\r\n" != csv_head(job.fields))
+                refuse(job, "the first row of CSV must be " + csv_head(job.fields));
+            continue;
+        }
         if (job.options->csv) {
             parse_csv(job, line, row);
         } else if (const std::string why = parse_json_row(line, row); !why.empty()) {
@@ -282,7 +312,7 @@ int run_records(const common_options &common, const records_options &options) {
     output out;
     open(out, options.out);
     frame_writer writer{&out, format};
-    if (options.csv && !options.encode) write(out, csv_head(job.fields));
+    if (options.csv && !options.encode && options.part == 1) write(out, csv_head(job.fields));
     for (const std::string &path : inputs_of(options.files)) {
         if (options.encode)
             encode_file(job, format, path, writer);

@@ -67,7 +67,7 @@ struct row_handler : nlohmann::json_sax<nlohmann::json> {
     }
     bool end_array() override {
         in_list = false;
-        return true;
+        return !values->empty() || refuse("an empty array");
     }
     bool parse_error(std::size_t at, const std::string &,
                      const nlohmann::detail::exception &) override {
