@@ -331,11 +331,17 @@ static int compare_source(loose_search *search, const registry_choice &registry)
     return error;
 }
 
+// Is a name a number that has no place in 16 bits, in which the strict look-up counts?
+static bool is_beyond(const char *name) {
+    unsigned value = 0;
+    for (; is_spec_digit(*name); ++name)
+        if (value <= 0xFFFF) value = value * 10 + unsigned(*name - '0');
+    return !*name && value > 0xFFFF;
+}
+
 uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error) {
     int exact = KO_OK;
-    const size_t digits = strspn(name, "0123456789"), zeros = strspn(name, "0");
-    const bool wraps = !name[digits] && (digits - zeros > 5 || strtoul(name, nullptr, 10) > 0xFFFF);
-    if (wraps) return fail_search(error, KO_EINVAL);
+    if (is_beyond(name)) return fail_search(error, KO_EINVAL);
     const uint16_t number = find_cs_num(name, registry, &exact);
     if (!exact) return number;
     loose_search search = {{}, -1, -1, -1};

@@ -314,6 +314,8 @@ TEST(HostConversion, OpensByNameOrSaysWhyNot) {
         {"ibm38",                   -KO_ENOCODESET},
         {"",                        -KO_ENOCODESET},
         {"--",                      -KO_ENOCODESET},
+        {"65573",                   -KO_ENOCODESET},
+        {"00037",                   37            },
         {"a name that is too long", -KO_ENOCODESET},
     };
     for (const auto &row : names)
