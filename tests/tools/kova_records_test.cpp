@@ -209,6 +209,12 @@ TEST_F(KovaRecords, KeepEveryByteOfEveryForm) {
     const outcome kept = shell(command, wide);
     EXPECT_TRUE(shell("kova records -l u -f unicode --records fb:10 --encode", kept.out).out ==
                 wide);
+    // The bytes of a newline between two characters end no line.
+    spit(dir / "w", "t 0 4 text\n");
+    command = "kova records -l w -f unicode --records lines ";
+    const std::string across = bytes("41000a41000a"), text = "{\"t\":\"\u4100\u0a41\"}\n";
+    writes("", text, across);
+    writes("--encode", across, text);
     command = "kova records -l f -f 037 --records lines ";
     writes("", "{\"t\":\"A\",\"n\":1}\n{\"t\":\"ABC\",\"n\":2}\n",
            bytes("c14040f115") + bytes("c1c2c3f2"));

@@ -78,14 +78,20 @@ static bool read_fixed(frame_reader &reader, std::string &record) {
     return true;
 }
 
+// The end of a line, which begins where a character does.
+static size_t find_newline(std::string_view text, const std::string &newline, size_t from) {
+    size_t end = text.find(newline, from);
+    while (end != text.npos && end % newline.size() != 0)
+        end = text.find(newline, end + 1);
+    return end;
+}
+
 static bool read_line(frame_reader &reader, std::string &record) {
     input &in = *reader.in;
     const std::string &newline = reader.format.newline;
     for (size_t searched = 0;;) {
         const std::string_view text = here(reader, in.fill - in.at);
-        size_t end = text.find(newline, searched);
-        while (end != text.npos && end % newline.size() != 0) // inside of two characters
-            end = text.find(newline, end + 1);
+        const size_t end = find_newline(text, newline, searched);
         if (text.size() > longest_record) refuse(reader, "a line is longer than 64 MiB");
         if (end != text.npos) {
             record = text.substr(0, end);
@@ -254,7 +260,7 @@ void write_frame(frame_writer &writer, std::string_view record) {
         write(*writer.out, record);
         break;
     case frame_kind::lines:
-        if (record.find(format.newline) != record.npos)
+        if (find_newline(record, format.newline, 0) != record.npos)
             throw failure(bad_text, "a record holds the end of a line");
         write(*writer.out, record);
         write(*writer.out, format.newline);
