@@ -166,7 +166,7 @@ static inline int short_pairs_order(const kovaloc *loc, const ko_mchar_t *a, con
     if (!*a || !*b) return 0;
     const uint16_t *const *page = flat->pass[0].page;
     const unsigned w1 = page[a[0]][a[1]], w2 = page[b[0]][b[1]];
-    return plain_weight(w1) && plain_weight(w2) ? order_of(w1, w2) : 0;
+    return both_plain(w1, w2) ? order_of(w1, w2) : 0;
 }
 
 int im_mbscoll(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {

@@ -112,9 +112,10 @@ static void write_seq(coll_seq seq, coll_widths widths, coll_sink *sink) {
 // Writes one pass; digits: key bytes of a weight.
 template <int digits, class Text>
 static void key_pass(const coll_flat_pass *p, coll_widths widths, Text text, coll_sink *sink) {
+    const uint16_t *const *const page = p->page;
     for (sink_place at = place_in(sink);;) {
         const auto c = take(text);
-        const uint16_t weight = p->page[c >> 8][c & 0xFF];
+        const uint16_t weight = page[c >> 8][c & 0xFF];
         if (plain_weight(weight)) {
             const unsigned v = weight - 2u;
             if (digits == 3) *at.out++ = 2; // a plain weight is below 254 squared

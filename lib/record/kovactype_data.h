@@ -33,7 +33,7 @@ constexpr int coll_boxes = 3;
 // between lo and hi of one box, where even places bound first bytes and odd places second bytes.
 // Unused boxes are empty.
 struct coll_pairs {
+    unsigned char lo[coll_boxes][16], hi[coll_boxes][16]; // first: a block's bounds in one line
     bool any;
-    unsigned char lo[coll_boxes][16], hi[coll_boxes][16];
 };
 #endif

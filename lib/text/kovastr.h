@@ -22,6 +22,8 @@ template <class Unit> struct by_unit {
     kovaloc *loc;
     int end_units;
     text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
+    // How many characters of two bytes begin at s, as far as a kernel counts them.
+    size_t pairs(const unit *) const { return 0; }
     unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
     // Units before the terminator, at most most; -1 with the error word set for invalid text.
     int length(const unit *s, int most = INT_MAX) const {
@@ -46,9 +48,15 @@ struct by_flat { // code sets with terminators of one or two bytes
     const mb_flat *f;
     text_char at(const unit *s) const {
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
-        const int n = flat_mblen(*f, s);
-        if (!n) return fail(loc, KO_EILSEQ, text_char{-1, 0});
-        return {n, n == 1 ? *s : unsigned(s[0] << 8 | s[1])};
+        switch (flat_mblen(*f, s)) {
+        case 1: return {1, *s};
+        case 2: return {2, unsigned(s[0] << 8 | s[1])};
+        default: return fail(loc, KO_EILSEQ, text_char{-1, 0});
+        }
+    }
+    size_t pairs(const unit *s) const {
+        if (f->flag1[*s] != mb_prefix || !loc->chars->pairs) return 0;
+        return count_pairs(s, loc->chars);
     }
     unsigned classes(const unit *, text_char c) const {
         if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
@@ -63,6 +71,7 @@ struct by_tree {
     kovaloc *loc;
     int end_units;
     text_char at(const unit *s) const;
+    size_t pairs(const unit *) const { return 0; }
     unsigned classes(const unit *s, text_char c) const;
     int length(const unit *s) const;
 };

@@ -18,6 +18,7 @@ template <class By, class Unit>
 static Unit *find_char(const By &by, const Unit *s, text_char wanted, which side) {
     const Unit *found = nullptr;
     for (text_char c;; s += c.units) {
+        if (wanted.units < 2) s += 2 * by.pairs(s);
         c = by.at(s);
         if (same(c, wanted)) { // nothing that is invalid is
             found = s;
@@ -143,7 +144,15 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     char_set set;
     if (!read_set(by, members, &set)) return none;
     int chars = 0;
-    for (text_char c; (c = by.at(s)).units; s += c.units, ++chars) {
+    const bool pairs_go_on = !inside && !set.all && !set.count;
+    for (text_char c;; s += c.units, ++chars) {
+        if (pairs_go_on) {
+            const size_t pairs = by.pairs(s);
+            s += 2 * pairs;
+            chars += int(pairs);
+        }
+        c = by.at(s);
+        if (!c.units) break;
         if (unsigned(c.units) > 2) // characters of more units are not compared
             return c.units < 0 ? none : fail(by.loc, KO_EINVAL, none);
         if (is_member(set, c.code) != inside) break;
