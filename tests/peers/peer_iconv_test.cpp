@@ -153,55 +153,22 @@ enum : unsigned { unicode_number = 57349, utf8_number = 57372 };
 // The objects of a set and utf8 or unicode.
 struct our_converter : converter {
     ko_cv_t down = nullptr, up = nullptr;
-    bool utf8;
+    libc_converter pivot;
     std::string trouble;
-    our_converter(unsigned number, bool to_utf8) : utf8(to_utf8) {
-        const unsigned pivot = utf8 ? utf8_number : unicode_number;
-        trouble = open_number(down, number, pivot) + open_number(up, pivot, number);
+    our_converter(unsigned number, bool utf8) : pivot(utf8 ? "UTF-8" : "UTF-16BE") {
+        const unsigned other = utf8 ? utf8_number : unicode_number;
+        trouble = open_number(down, number, other) + open_number(up, other, number);
     }
     ~our_converter() override {
         ko_cv_unload(down);
         ko_cv_unload(up);
     }
-    std::string text_of(uint32_t code) const {
-        if (utf8 && code < 0x10000) return utf8_of(code);
-        if (utf8)
-            return {char(0xF0 | code >> 18), char(0x80 | (code >> 12 & 0x3F)),
-                    char(0x80 | (code >> 6 & 0x3F)), char(0x80 | (code & 0x3F))};
-        const auto unit = [](uint32_t u) { return std::string{char(u >> 8), char(u & 0xFF)}; };
-        if (code < 0x10000) return unit(code);
-        return unit(0xD7C0 + (code >> 10)) + unit(0xDC00 | (code & 0x3FF));
-    }
-    // The code point at text[i]; i moves after it.
-    uint32_t next_code(const std::string &text, size_t &i) const {
-        const auto byte = [&text](size_t at) {
-            return at < text.size() ? uint32_t(uint8_t(text[at])) : 0u;
-        };
-        const auto unit = [&byte](size_t at) { return byte(at) << 8 | byte(at + 1); };
-        if (!utf8) {
-            const uint32_t high = unit(i), low = unit(i + 2);
-            i += 2;
-            if (high < 0xD800 || high > 0xDBFF) return high;
-            i += 2;
-            return 0x10000 + ((high & 0x3FF) << 10) + (low & 0x3FF);
-        }
-        const uint32_t lead = byte(i++);
-        const int more = lead < 0xC0 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-        uint32_t code = more ? lead & (0x3Fu >> more) : lead;
-        for (int k = 0; k < more; ++k)
-            code = code << 6 | (byte(i++) & 0x3F);
-        return code;
-    }
     std::string decode(const std::string &bytes) override {
         const std::string text = convert(down, bytes);
-        if (text == refused || text == cut_off) return text;
-        std::string codes;
-        for (size_t i = 0; i < text.size();)
-            codes += utf32_of(next_code(text, i));
-        return codes;
+        return text == refused || text == cut_off ? text : pivot.decode(text);
     }
     std::string encode(uint32_t code) override {
-        const std::string bytes = convert(up, text_of(code));
+        const std::string bytes = convert(up, pivot.encode(code));
         return bytes == cut_off ? refused : bytes;
     }
 };

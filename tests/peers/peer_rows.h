@@ -4,7 +4,7 @@
 #ifndef PEER_ROWS_H
 #define PEER_ROWS_H
 
-#include "support/fixture.h"
+#include "host/host_records.h"
 
 #include <clocale>
 #include <cstdlib>
@@ -41,14 +41,9 @@ inline std::vector<peer_row> peer_rows() {
     return rows;
 }
 
-inline std::string utf8_of(unsigned code) {
-    std::string bytes;
-    const auto add = [&](unsigned byte) { bytes += char(byte); };
-    if (code > 0x7FF) add(0xE0 | code >> 12);
-    if (code > 0x7F) add(code > 0x7FF ? 0x80 | (code >> 6 & 0x3F) : 0xC0 | code >> 6);
-    add(code > 0x7F ? 0x80 | (code & 0x3F) : code);
-    return bytes;
-}
+// The classes that both sides know by the same names.
+constexpr const char *class_names[] = {"upper", "lower", "alpha", "digit",  "space", "cntrl",
+                                       "punct", "graph", "print", "xdigit", "blank"};
 
 // Both locales of a row, open while the test runs.
 class PeerTest : public testing::TestWithParam<peer_row> {
@@ -78,7 +73,7 @@ class PeerTest : public testing::TestWithParam<peer_row> {
         std::string text;
         for (; *wide; ++wide) {
             if (!GetParam().unicode() && *wide > 0xFF) text += char(*wide >> 8);
-            text += GetParam().unicode() ? utf8_of(*wide) : std::string(1, char(*wide));
+            text += GetParam().unicode() ? utf8(*wide) : std::string(1, char(*wide));
         }
         return text;
     }
