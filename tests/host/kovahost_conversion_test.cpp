@@ -2,6 +2,7 @@
 // are written. Pieces of every length, rooms of every size and measuring give what one call gives.
 #include "host/host_records.h"
 #include "host/host_roots.h"
+#include "support/rows.h"
 
 namespace {
 
@@ -13,10 +14,10 @@ struct conversion_to : owned<ko_cv_unload> {
     }
 };
 
-std::string bytes(const char *digits) {
+std::string bytes(const std::string &digits) {
     std::string made;
-    for (; *digits; digits += 2)
-        made += char(std::stoi(std::string(digits, 2), nullptr, 16));
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        made += char(std::stoi(digits.substr(i, 2), nullptr, 16));
     return made;
 }
 
@@ -168,73 +169,43 @@ TEST(HostConversion, EncodingsInPiecesAndInLittleRoom) {
 }
 
 TEST(HostConversion, IllFormedTextStopsAtItsFirstByte) {
-    static const struct {
-        const char *from, *text;
-        int unit;
-        size_t taken;
-        int error;
-    } rows[] = {
-        {"utf8",    "6180",             1,  1, KO_EILSEQ},
-        {"utf8",    "C080",             1,  0, KO_EILSEQ},
-        {"utf8",    "6162E08080",       1,  2, KO_EILSEQ},
-        {"utf8",    "EDA080",           1,  0, KO_EILSEQ},
-        {"utf8",    "F4908080",         1,  0, KO_EILSEQ},
-        {"utf8",    "F5",               1,  0, KO_EILSEQ},
-        {"utf8",    "61E6BC",           1,  1, KO_EINVAL},
-        {"utf8",    "61E6BC5A",         1,  1, KO_EILSEQ},
-        {"utf8",    "F09F98",           1,  0, KO_EINVAL},
-        {"utf8",    "F490",             1,  0, KO_EILSEQ},
-        {"unicode", "0061DC00",         2,  2, KO_EILSEQ},
-        {"unicode", "0061D8000061",     2,  2, KO_EILSEQ},
-        {"unicode", "0061D800",         2,  2, KO_EINVAL},
-        {"unicode", "006100",           2,  2, KO_EINVAL},
-        {"utf16le", "610000DC",         -2, 2, KO_EILSEQ},
-        {"utf16le", "00D800D8",         -2, 0, KO_EILSEQ},
-        {"utf32be", "000000610000D800", 4,  4, KO_EILSEQ},
-        {"utf32be", "00110000",         4,  0, KO_EILSEQ},
-        {"utf32le", "610000000000007F", -4, 4, KO_EILSEQ},
-        {"utf32le", "610000",           -4, 0, KO_EINVAL},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.from) + " " + row.text);
+    // The encoding and the bytes of its units, a text, how much of it is taken, and the error.
+    for (const auto &w :
+         table("utf8 1 6180 1 1; utf8 1 C080 0 1; utf8 1 6162E08080 2 1; utf8 1 EDA080 0 1; "
+               "utf8 1 F4908080 0 1; utf8 1 F5 0 1; utf8 1 61E6BC 1 7; utf8 1 61E6BC5A 1 1; "
+               "utf8 1 F09F98 0 7; utf8 1 F490 0 1; unicode 2 0061DC00 2 1; "
+               "unicode 2 0061D8000061 2 1; unicode 2 0061D800 2 7; unicode 2 006100 2 7; "
+               "utf16le -2 610000DC 2 1; utf16le -2 00D800D8 0 1; utf32be 4 000000610000D800 4 1; "
+               "utf32be 4 00110000 0 1; utf32le -4 610000000000007F 4 1; utf32le -4 610000 0 7")) {
+        SCOPED_TRACE(w[0] + " " + w[2]);
         for (const char *to : {"utf8", "utf16le", "utf32be"}) {
-            const conversion_to cd(row.from, to);
+            const conversion_to cd(w[0].c_str(), to);
             // Where it stops does not depend on how much text goes before.
             for (const int times : {0, 300}) {
-                const std::string before = encoded(std::u32string(size_t(times), U'x'), row.unit);
-                const outcome got = convert_whole(cd.handle, before + bytes(row.text));
-                EXPECT_EQ(got.taken, before.size() + row.taken);
-                EXPECT_EQ(got.error, row.error);
+                const std::string before =
+                    encoded(std::u32string(size_t(times), U'x'), whole(w[1]));
+                const outcome got = convert_whole(cd.handle, before + bytes(w[2]));
+                EXPECT_EQ(got.taken, before.size() + size_t(whole(w[3])));
+                EXPECT_EQ(got.error, whole(w[4]));
             }
         }
     }
 }
 
 TEST(HostConversion, MarksTellTheOrderAndAreDroppedOrWritten) {
-    static const struct {
-        const char *from, *to;
-        unsigned flags;
-        const char *text, *want;
-    } rows[] = {
-        {"utf8",    "unicode", 0,                     "EFBBBF61",         "0061"          },
-        {"utf8",    "utf8",    KO_CONVERT_KEEP_MARK,  "EFBBBF61",         "EFBBBF61"      },
-        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "61",               "EFBBBF61"      },
-        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "EFBBBF61EFBBBF",   "EFBBBF61EFBBBF"},
-        {"utf8",    "utf8",    KO_CONVERT_WRITE_MARK, "",                 ""              },
-        {"utf16",   "utf8",    0,                     "FFFE61003DD800DE", "61F09F9880"    },
-        {"utf16",   "utf8",    0,                     "FEFF0061",         "61"            },
-        {"utf16",   "utf8",    0,                     "0061FFFE",         "61EFBFBE"      },
-        {"utf16",   "utf8",    KO_CONVERT_KEEP_MARK,  "FFFE6100",         "61"            },
-        {"utf16le", "utf8",    0,                     "FFFE6100",         "61"            },
-        {"utf16le", "utf8",    KO_CONVERT_KEEP_MARK,  "FFFE6100",         "EFBBBF61"      },
-        {"utf32le", "utf16le", KO_CONVERT_WRITE_MARK, "FFFE000061000000", "FFFE6100"      },
-        {"utf8",    "utf16",   KO_CONVERT_WRITE_MARK, "61",               "FEFF0061"      },
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.from) + " to " + row.to + " " + row.text);
-        const std::string text = bytes(row.text);
-        const conversion_to cd(row.from, row.to, row.flags);
-        const outcome want = {bytes(row.want), text.size(), 0};
+    // From, to, the flags (16 keeps marks, 32 writes them), a text, and what is made of it.
+    static_assert(KO_CONVERT_KEEP_MARK == 16 && KO_CONVERT_WRITE_MARK == 32);
+    for (const auto &w : table(
+             "utf8 unicode 0 EFBBBF61 0061; utf8 utf8 16 EFBBBF61 EFBBBF61; "
+             "utf8 utf8 32 61 EFBBBF61; utf8 utf8 32 EFBBBF61EFBBBF EFBBBF61EFBBBF; "
+             "utf8 utf8 32 ~ ~; utf16 utf8 0 FFFE61003DD800DE 61F09F9880; "
+             "utf16 utf8 0 FEFF0061 61; utf16 utf8 0 0061FFFE 61EFBFBE; utf16 utf8 16 FFFE6100 61; "
+             "utf16le utf8 0 FFFE6100 61; utf16le utf8 16 FFFE6100 EFBBBF61; "
+             "utf32le utf16le 32 FFFE000061000000 FFFE6100; utf8 utf16 32 61 FEFF0061")) {
+        SCOPED_TRACE(w[0] + " to " + w[1] + " " + w[3]);
+        const std::string text = bytes(w[3]);
+        const conversion_to cd(w[0].c_str(), w[1].c_str(), unsigned(whole(w[2])));
+        const outcome want = {bytes(w[4]), text.size(), 0};
         EXPECT_EQ(convert_whole(cd.handle, text), want);
         check_pieces(cd.handle, text, want);
         check_rooms(cd.handle, text, want);
@@ -275,13 +246,8 @@ TEST(HostConversion, WaysThroughUtf8ConvertInPiecesAsInOneCall) {
         const outcome want = {
             convert_whole(conversion_to("utf8", to, KO_CONVERT_WRITE_MARK).handle, "äb").made, 2,
             0};
-        EXPECT_EQ(convert_whole(with.handle, "\xE4"
-                                             "b"),
-                  want);
-        check_rooms(with.handle,
-                    "\xE4"
-                    "b",
-                    want);
+        EXPECT_EQ(convert_whole(with.handle, "\344b"), want);
+        check_rooms(with.handle, "\344b", want);
     }
     // A mark before the text of an object.
     const conversion_to marked("utf8", "8859-1", 0, root.c_str());
@@ -293,33 +259,14 @@ TEST(HostConversion, WaysThroughUtf8ConvertInPiecesAsInOneCall) {
 TEST(HostConversion, OpensByNameOrSaysWhyNot) {
     const small_root root;
     root.write("kova/cm3/registry", "utf8 57372\niso_8859-1 1\nwindows-1252 1252\nibm037 37\n");
-    static const struct {
-        const char *name;
-        int number;
-    } names[] = {
-        {"ISO8859-1",               1             },
-        {"iso 8859 1",              1             },
-        {"Windows-1252",            1252          },
-        {"cp1252",                  1252          },
-        {"1252",                    1252          },
-        {"IBM-37",                  37            },
-        {"cp037",                   37            },
-        {"ccsid 00037",             37            },
-        {"037",                     37            },
-        {"UTF8",                    57372         },
-        {"utf-16",                  1204          },
-        {"UTF-16LE",                1202          },
-        {"UCS-2BE",                 0xE005        },
-        {"CP1208",                  57372         },
-        {"ibm38",                   -KO_ENOCODESET},
-        {"",                        -KO_ENOCODESET},
-        {"--",                      -KO_ENOCODESET},
-        {"65573",                   -KO_ENOCODESET},
-        {"00037",                   37            },
-        {"a name that is too long", -KO_ENOCODESET},
-    };
-    for (const auto &row : names)
-        EXPECT_EQ(ko_codeset_number(root.path.c_str(), row.name), row.number) << row.name;
+    for (const auto &w :
+         table("ISO8859-1 1; iso~8859~1 1; Windows-1252 1252; cp1252 1252; 1252 1252; IBM-37 37; "
+               "cp037 37; ccsid~00037 37; 037 37; UTF8 57372; utf-16 1204; UTF-16LE 1202; "
+               "UCS-2BE 57349; CP1208 57372; 00037 37; ibm38 none; ~ none; -- none; 65573 none; "
+               "a~name~that~is~too~long none"))
+        EXPECT_EQ(ko_codeset_number(root.path.c_str(), w[0].c_str()),
+                  w[1] == "none" ? -KO_ENOCODESET : whole(w[1]))
+            << w[0];
     static const struct {
         const char *from, *to;
         unsigned flags;

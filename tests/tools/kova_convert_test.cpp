@@ -15,8 +15,7 @@ using KovaConvert = data_test;
 
 // One text in three code sets; characters in and out of the shifted state.
 static const char mixed[] = "abc漢字def\nカナ gh、漢\n";
-static const char mixed_sjis[] = "abc\x8a\xbf\x8e\x9a"
-                                 "def\n\x83J\x83i gh\x81\x41\x8a\xbf\n";
+static const char mixed_sjis[] = "abc\x8a\xbf\x8e\232def\n\x83J\x83i gh\x81\x41\x8a\xbf\n";
 static const char mixed_930[] = "\x62\x63\x64\x0e\x4f\x58\x48\xf2\x0f\x65\x66\x67\x15\x0e\x43\x86"
                                 "\x43\x96\x0f\x40\x68\x69\x0e\x43\x44\x4f\x58\x0f\x15";
 
@@ -42,12 +41,8 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     writes("UTF_8 -t unicode", "\xd8\x42\xdf\xb7", "𠮷");
     writes("utf8 -t UTF-16LE --bom", "\xff\xfe\x42\xd8\xb7\xdf", "𠮷");
     writes("utf-16 -t shift-jis", "\x8a\xbf", "\xff\xfe\x22\x6f");
-    writes("utf-8 -t cp037", "\xc1",
-           "\xef\xbb\xbf"
-           "A");
-    writes("utf-8 -t UTF-32BE --keep-bom", "\0\0\xfe\xff\0\0\0A"s,
-           "\xef\xbb\xbf"
-           "A");
+    writes("utf-8 -t cp037", "\xc1", "\xef\xbb\277A");
+    writes("utf-8 -t UTF-32BE --keep-bom", "\0\0\xfe\xff\0\0\0A"s, "\xef\xbb\277A");
     writes("sjis -t 930 -v", "", "", "sjis to 930 through utf8: ");
     const std::string host = repeated(mixed_930, 60000); // several blocks
     spit(dir / "t930", host);
@@ -57,8 +52,7 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
 
 TEST_F(KovaConvert, EndsLinesAsTheTargetDoesOrAsTold) {
     command = "kova convert -f ";
-    const std::string host = "\x81\x15\x82\x25\x83\x0d\x25", text = "a\xc2\x85"
-                                                                    "b\nc\r\n";
+    const std::string host = "\x81\x15\x82\x25\x83\x0d\x25", text = "a\xc2\205b\nc\r\n";
     writes("37 -t utf8", "a\nb\nc\r\n", host);
     writes("37 -t utf8 --newline keep", text, host);
     writes("37 -t utf8 --newline lf", "a\nb\nc\n", host);
@@ -149,9 +143,7 @@ TEST_F(KovaConvert, StopsWithPlaceBytesAndReason) {
           "\n\\", "\n");
     fails(1, "utf-8 -t utf8", "1:2: byte offset 1: the byte ff does not begin", "a\xff", "a");
     fails(1, "utf-16 -t utf8", "2:2: byte offset 8: the bytes 00 dc are not a character of utf-16",
-          "\xff\xfe"
-          "a\0\n\0b\0\0\xdc"s,
-          "a\nb");
+          "\xff\376a\0\n\0b\0\0\xdc"s, "a\nb");
     fails(1, "utf8 -t sjis -o new", late, many + "\xffz\n");
     EXPECT_FALSE(fs::exists(dir / "new"));
 }
@@ -183,25 +175,11 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     writes("BIG5 -t utf8 -v", "十.", "\xa2\xcc.",
            "1 character that would come back as other bytes");
     // The same at the start of a text that goes through another code set.
-    writes("sjis -t 930 --replace=漢", "\x0e\x4f\x58\x0f\xc1\x15",
-           "\xff"
-           "A\n",
-           replaced);
-    writes("sjis -t utf16le --bom --replace",
-           "\xff\xfe\xfd\xff"
-           "A\0"s,
-           "\xff"
-           "A",
-           replaced);
+    writes("sjis -t 930 --replace=漢", "\x0e\x4f\x58\x0f\xc1\x15", "\377A\n", replaced);
+    writes("sjis -t utf16le --bom --replace", "\xff\xfe\xfd\377A\0"s, "\377A", replaced);
     writes("utf16 -t 8859-1 --skip", "A", "\x30\x42\xff\xfe\0A"s, "2 characters skipped");
-    writes("utf16le -t utf8 --skip", "AB",
-           "\0\xd8"
-           "A\0B\0"s,
-           skipped);
-    writes("8859-1 -t utf8 --bom",
-           "\xef\xbb\xbf"
-           "A",
-           "A");
+    writes("utf16le -t utf8 --skip", "AB", "\0\330A\0B\0"s, skipped);
+    writes("8859-1 -t utf8 --bom", "\xef\xbb\277A", "A");
     const std::string many = repeated("\x82\xa0"
                                       "x",
                                       100000); // in little time

@@ -2,6 +2,7 @@
 // files of every form, whose records come back byte for byte.
 #include "kova/kova_layout.h"
 
+#include "support/rows.h"
 #include "tools/command_run.h"
 
 namespace fs = std::filesystem;
@@ -13,47 +14,31 @@ using KovaRecords = data_test;
 static std::string bytes(const std::string &digits) { return unhex(digits); }
 
 TEST_F(KovaRecords, ReadFieldsAndWriteThemBack) {
-    static const struct {
-        const char *field; // LENGTH KIND [KEY=VALUE...]
-        const char *digits, *value;
-        const char *back; // "": the same bytes
-    } rows[] = {
-        {"3 packed",                       "12345c",                           "12345",                           ""      },
-        {"3 packed",                       "00001d",                           "-1",                              ""      },
-        {"3 packed",                       "00000d",                           "0",                               "00000c"},
-        {"3 packed scale=2",               "12345f",                           "123.45",                          "12345c"},
-        {"3 packed scale=5 sign=none",     "00042f",                           "0.00042",                         ""      },
-        {"2 packed scale=4",               "001b",                             "-0.0001",                         "001d"  },
-        {"16 packed",                      "1234567890123456789012345678901c", "1234567890123456789012345678901", ""      },
-        {"4 zoned scale=1",                "f1f2f3d4",                         "-123.4",                          ""      },
-        {"2 zoned",                        "f0f7",                             "7",                               "f0c7"  },
-        {"2 zoned sign=none",              "f0f7",                             "7",                               ""      },
-        {"3 zoned sign=leading",           "d1f2f3",                           "-123",                            ""      },
-        {"3 zoned sign=separate-leading",  "60f1f2",                           "-12",                             ""      },
-        {"3 zoned sign=separate-trailing", "f1f24e",                           "12",                              ""      },
-        {"2 integer",                      "8000",                             "-32768",                          ""      },
-        {"2 integer sign=none",            "8000",                             "32768",                           ""      },
-        {"8 integer",                      "8000000000000000",                 "-9223372036854775808",            ""      },
-        {"8 integer sign=none",            "ffffffffffffffff",                 "18446744073709551615",            ""      },
-        {"3 integer scale=2",              "fffff6",                           "-0.10",                           ""      },
-        {"4 float",                        "c276a000",                         "-118.625",                        ""      },
-        {"8 float",                        "4019999999999999",                 "0.09999999999999999",             ""      },
-        {"4 float",                        "00000000",                         "0",                               ""      },
-        {"8 float",                        "7fffffffffffffff",                 "7.2370055773322621e+75",          ""      },
-        {"4 text codeset=037",             "c1408140",                         "A a",                             ""      },
-        {"5 text codeset=930",             "0e4f580f40",                       "漢",                             ""      },
-        {"6 dbcs codeset=930",             "4f5848f24040",                     "漢字",                          ""      },
-        {"3 hex",                          "00ff41",                           "00ff41",                          ""      },
-    };
+    // Length and kind, bytes, their value, and the bytes that this becomes where they are others.
+    static const char rows[] =
+        "3~packed 12345c 12345; 3~packed 00001d -1; 3~packed 00000d 0 00000c; "
+        "3~packed~scale=2 12345f 123.45 12345c; 3~packed~scale=5~sign=none 00042f 0.00042; "
+        "2~packed~scale=4 001b -0.0001 001d; "
+        "16~packed 1234567890123456789012345678901c 1234567890123456789012345678901; "
+        "4~zoned~scale=1 f1f2f3d4 -123.4; 2~zoned f0f7 7 f0c7; 2~zoned~sign=none f0f7 7; "
+        "3~zoned~sign=leading d1f2f3 -123; 3~zoned~sign=separate-leading 60f1f2 -12; "
+        "3~zoned~sign=separate-trailing f1f24e 12; 2~integer 8000 -32768; "
+        "2~integer~sign=none 8000 32768; 8~integer 8000000000000000 -9223372036854775808; "
+        "8~integer~sign=none ffffffffffffffff 18446744073709551615; "
+        "3~integer~scale=2 fffff6 -0.10; 4~float c276a000 -118.625; "
+        "8~float 4019999999999999 0.09999999999999999; 4~float 00000000 0; "
+        "8~float 7fffffffffffffff 7.2370055773322621e+75; 4~text~codeset=037 c1408140 A~a; "
+        "5~text~codeset=930 0e4f580f40 漢; 6~dbcs~codeset=930 4f5848f24040 漢字; "
+        "3~hex 00ff41 00ff41";
     const data_place place = find_data({root}, data_kind::conversions);
-    for (const auto &row : rows) {
-        SCOPED_TRACE(std::string(row.field) + " " + row.digits);
-        spit(dir / "one.layout", "f 0 "s + row.field + "\n");
+    for (const auto &w : table(rows)) {
+        SCOPED_TRACE(w[0] + " " + w[1]);
+        spit(dir / "one.layout", "f 0 " + w[0] + "\n");
         layout all;
         read_layout(place, (dir / "one.layout").string(), "", all);
         const layout_field &field = all.fields[0];
-        EXPECT_EQ(decode_field(field, bytes(row.digits)).text, row.value);
-        EXPECT_EQ(encode_field(field, row.value).text, bytes(*row.back ? row.back : row.digits));
+        EXPECT_EQ(decode_field(field, bytes(w[1])).text, w[2]);
+        EXPECT_EQ(encode_field(field, w[2]).text, bytes(w.size() > 3 ? w[3] : w[1]));
     }
 }
 
@@ -89,57 +74,54 @@ TEST_F(KovaRecords, RefuseWhatIsNoFieldOrDoesNotFit) {
         EXPECT_NE(kept.err.find("1 field kept as hexadecimal digits"), std::string::npos);
         EXPECT_TRUE(kova("records -l l --records fb:18 -f 037 --encode", kept.out).out == bad);
     }
-    static const std::pair<const char *, const char *> texts[] = {
-        {"{\"p\":1000}",                     "field p: the number does not fit"                          },
-        {"{\"p\":1.25}",                     "field p: \"1.25\" is no decimal number of at most 1 places"},
-        {"{\"p\":1e1}",                      "field p: \"1e1\" is no decimal number"                     },
-        {"{\"z\":-1}",                       "field z: the field has no sign"                            },
-        {"{\"i\":128}",                      "field i: the number does not fit"                          },
-        {"{\"f\":\"1e80\"}",                 "field f: the number does not fit"                          },
-        {"{\"t\":\"ABCD\"}",                 "field t: the text does not fit"                            },
-        {"{\"t\":\"漢\"}",                  "field t: 037 lacks a character of \"漢\""                 },
-        {"{\"d\":\"a\"}",                    "field d: 930 lacks a character of \"a\""                   },
-        {"{\"h\":\"0x\"}",                   "field h: these are not the field's hexadecimal digits"     },
-        {"{\"h\":{\"hex\":\"010203\"}}",     "field h: \"010203\" is not its bytes"                      },
-        {"{\"x\":1}",                        "the layout has no field \"x\""                             },
-        {"{\"p\":[1,2]}",                    "p has more values"                                         },
-        {"{\"p\":1,\"p\":2}",                "a name appears twice"                                      },
-        {"{\"_rest\":[]}",                   "an empty array"                                            },
-        {"{\"_rest\":5}",                    "_rest needs {\"hex\":\"...\"}"                             },
-        {"{\"_rest\":{\"hex\":\"zz\"}}",     "_rest needs {\"hex\":\"...\"}"                             },
-        {"{\"p\":{\"hex\":\"c1\"},\"z\":1}", "z comes after a field that is not whole"                   },
-        {"{\"p\":null}",                     "null is no value"                                          },
-        {"{\"p\":{\"a\":1}}",                "an object as a value holds \"hex\" alone"                  },
-        {"{\"p\":1",                         "no JSON at byte"                                           },
-        {"[1]",                              "a row is one object"                                       },
-    };
+    // A text and the reason.
+    static const char texts[] =
+        R"({"p":1000}>field p: the number does not fit|)"
+        R"({"p":1.25}>field p: "1.25" is no decimal number of at most 1 places|)"
+        R"({"p":1e1}>field p: "1e1" is no decimal number|)"
+        R"({"z":-1}>field z: the field has no sign|)"
+        R"({"i":128}>field i: the number does not fit|)"
+        R"({"f":"1e80"}>field f: the number does not fit|)"
+        R"({"t":"ABCD"}>field t: the text does not fit|)"
+        R"({"t":"漢"}>field t: 037 lacks a character of "漢"|)"
+        R"({"d":"a"}>field d: 930 lacks a character of "a"|)"
+        R"({"h":"0x"}>field h: these are not the field's hexadecimal digits|)"
+        R"({"h":{"hex":"010203"}}>field h: "010203" is not its bytes|)"
+        R"({"x":1}>the layout has no field "x"|{"p":[1,2]}>p has more values|)"
+        R"({"p":1,"p":2}>a name appears twice|{"_rest":[]}>an empty array|)"
+        R"({"_rest":5}>_rest needs {"hex":"..."}|)"
+        R"({"_rest":{"hex":"zz"}}>_rest needs {"hex":"..."}|)"
+        R"({"p":{"hex":"c1"},"z":1}>z comes after a field that is not whole|)"
+        R"({"p":null}>null is no value|{"p":{"a":1}}>an object as a value holds "hex" alone|)"
+        R"({"p":1>no JSON at byte|[1]>a row is one object)";
     command += "--encode ";
-    for (const auto &[text, why] : texts)
-        fails(1, "", "input:1: "s + why, std::string(text) + "\n");
+    for (const std::string &row : split(texts)) {
+        const auto fields = split(row, '>');
+        fails(1, "", "input:1: " + fields[1], fields[0] + "\n");
+    }
 }
 
 TEST_F(KovaRecords, RefuseLayoutsWithTheirLine) {
-    static const std::pair<const char *, const char *> rows[] = {
-        {"",                                  "the layout has no field"                           },
-        {"a 0 2",                             "l:1: a line holds NAME OFFSET LENGTH KIND"         },
-        {"a x 2 hex",                         "l:1: offset \"x\" is no number"                    },
-        {"a 0 99999999999 hex",               "l:1: length \"99999999999\" is no number from 0 to"},
-        {"a 0 0 hex",                         "a hex field cannot have 0 bytes"                   },
-        {"a 0 17 packed",                     "a packed field cannot have 17 bytes"               },
-        {"a 0 9 integer",                     "a integer field cannot have 9 bytes"               },
-        {"a 0 2 decimal",                     "the kind \"decimal\" is none of text"              },
-        {"a 0 2 text",                        "say the code set of text"                          },
-        {"a 0 2 hex scale=1",                 "\"scale=1\" is not possible here"                  },
-        {"a 0 2 packed sign=leading",         "sign=leading is not possible here"                 },
-        {"a 0 1 zoned sign=separate-leading", "a separate sign needs"                             },
-        {"a 0 2 hex times=16777216",          "the field ends after byte 16777216"                },
-        {"a 0 2 hex\n\na 2 2 hex",            "l:3: there is a field a before"                    },
-        {"a 0 2 hex\nb 1 2 hex",              "l:2: the field begins inside the one before"       },
-        {"_a 0 2 hex",                        "a name cannot begin with _"                        },
-    };
-    for (const auto &[text, why] : rows) {
-        spit(dir / "l", text);
-        fails(2, "records -l l --records v", why);
+    // A layout and the reason.
+    for (const std::string &row :
+         split(">the layout has no field|a 0 2>l:1: a line holds NAME OFFSET LENGTH KIND|"
+               "a x 2 hex>l:1: offset \"x\" is no number|"
+               "a 0 99999999999 hex>l:1: length \"99999999999\" is no number from 0 to|"
+               "a 0 0 hex>a hex field cannot have 0 bytes|"
+               "a 0 17 packed>a packed field cannot have 17 bytes|"
+               "a 0 9 integer>a integer field cannot have 9 bytes|"
+               "a 0 2 decimal>the kind \"decimal\" is none of text|"
+               "a 0 2 text>say the code set of text|"
+               "a 0 2 hex scale=1>\"scale=1\" is not possible here|"
+               "a 0 2 packed sign=leading>sign=leading is not possible here|"
+               "a 0 1 zoned sign=separate-leading>a separate sign needs|"
+               "a 0 2 hex times=16777216>the field ends after byte 16777216|"
+               "a 0 2 hex\n\na 2 2 hex>l:3: there is a field a before|"
+               "a 0 2 hex\nb 1 2 hex>l:2: the field begins inside the one before|"
+               "_a 0 2 hex>a name cannot begin with _")) {
+        const auto fields = split(row, '>');
+        spit(dir / "l", fields[0]);
+        fails(2, "records -l l --records v", fields[1]);
     }
     spit(dir / "l", "a 0 2 hex");
     spit(dir / "f2", "h 0 1 hex");
@@ -222,21 +204,17 @@ TEST_F(KovaRecords, KeepEveryByteOfEveryForm) {
 
 TEST_F(KovaRecords, RefuseDamagedDescriptorWords) {
     spit(dir / "l", "h 0 1 hex\n");
-    static const std::tuple<const char *, const char *, const char *> rows[] = {
-        {"v",   "0003000041",                   "no record's descriptor word"      },
-        {"v",   "0005010041",                   "no record's descriptor word"      },
-        {"v",   "00060000",                     "the file ends inside a record"    },
-        {"v",   "0005",                         "ends inside a record's descriptor"},
-        {"vb",  "00090001000500004100",         "no block's descriptor word"       },
-        {"vb",  "000800000005000041",           "no record's descriptor word"      },
-        {"vb",  "0010000000050000410005000041", "the file ends inside"             },
-        {"vbs", "000900000005020041",           "a record begins with a later part"},
-        {"vbs", "000900000005010041",           "a record lacks its last part"     },
-        {"vbs", "000900000005040041",           "no record's descriptor word"      },
-    };
-    for (const auto &[form, digits, why] : rows) {
-        const outcome got = kova("records -l l --records "s + form, bytes(digits));
-        EXPECT_EQ(got.status, 1) << digits;
-        EXPECT_NE(got.err.find(why), std::string::npos) << digits << " " << got.err;
+    for (const auto &w : table(
+             "v 0003000041 no~record's~descriptor~word; v 0005010041 no~record's~descriptor~word; "
+             "v 00060000 the~file~ends~inside~a~record; v 0005 ends~inside~a~record's~descriptor; "
+             "vb 00090001000500004100 no~block's~descriptor~word; "
+             "vb 000800000005000041 no~record's~descriptor~word; "
+             "vb 0010000000050000410005000041 the~file~ends~inside; "
+             "vbs 000900000005020041 a~record~begins~with~a~later~part; "
+             "vbs 000900000005010041 a~record~lacks~its~last~part; "
+             "vbs 000900000005040041 no~record's~descriptor~word")) {
+        const outcome got = kova("records -l l --records " + w[0], bytes(w[1]));
+        EXPECT_EQ(got.status, 1) << w[1];
+        EXPECT_NE(got.err.find(w[2]), std::string::npos) << w[1] << " " << got.err;
     }
 }

@@ -2,6 +2,7 @@
 #include "kovac/kovac_convert.h"
 
 #include "support/conversion_builder.h"
+#include "support/rows.h"
 #include "tools/command_run.h"
 
 #include <set>
@@ -253,56 +254,27 @@ TEST(KovacConvert, AsksTheConverterOfTheCLibrary) {
 // What published tables have at places where sources differ.
 TEST(KovacConvert, TakesHostCodeSetsFromTheSourceThatHolds) {
     if (!has_icu()) GTEST_SKIP() << "built without ICU";
-    static const struct {
-        const char *name;
-        uint32_t bytes, code;
-        bool there, back; // the bytes convert to the code point, and it to the bytes
-    } rows[] = {
-        {"IBM930",      0xB2,   0x5C,   true,  true},
-        {"IBM930",      0xA0,   0x7E,   true,  true},
-        {"IBM930",      0x426A, 0xFFE4, false, true},
-        {"IBM930",      0x426A, 0xA6,   true,  true},
-        {"IBM939",      0xE0,   0x5C,   true,  true},
-        {"IBM939",      0xA1,   0x7E,   true,  true},
-        {"1027",        0xE0,   0x5C,   true,  true},
-        {"1371",        0xE0,   0x5C,   true,  true},
-        {"5026",        0xB2,   0x5C,   true,  true},
-        {"IBM278",      0x71,   0x5C,   true,  true},
-        {"IBM278",      0xE0,   0xC9,   true,  true},
-        {"IBM871",      0x4A,   0xDE,   true,  true},
-        {"IBM871",      0xC0,   0xFE,   true,  true},
-        {"IBM285",      0xA1,   0xAF,   true,  true},
-        {"IBM870",      0xB0,   0x2D9,  true,  true},
-        {"IBM290",      0x62,   0x61,   true,  true},
-        {"IBM290",      0x41,   0xFF61, true,  true},
-        {"IBM1026",     0xBC,   0xAF,   true,  true},
-        {"IBM875",      0x74,   0xA0,   true,  true},
-        {"IBM424",      0x78,   0x2017, true,  true},
-        {"IBM037",      0x15,   0x85,   true,  true},
-        {"IBM037",      0x25,   0x0A,   true,  true},
-        {"IBM1047",     0x15,   0x85,   true,  true},
-        {"IBM1140",     0x25,   0x0A,   true,  true},
-        {"IBM1140",     0x9F,   0x20AC, true,  true},
-        {"IBM037",      0x5A,   0xFF01, false, true}, // a likeness
-        {"windows-950", 0xA1C3, 0xFFE3, true,  true},
-        {"cp1252",      0x81,   0x81,   true,  true},
-        {"949",         0x1A,   0x1A,   true,  true}, // not exchanged
-        {"808",         0xFD,   0x20AC, true,  true},
-        {"833",         0xC1,   0x41,   true,  true},
-        {"16684",       0x4040, 0x3000, true,  true},
-    };
-    for (const auto &r : rows) {
-        SCOPED_TRACE(format("%s %x U+%04X", r.name, unsigned(r.bytes), unsigned(r.code)));
+    // Names, bytes, the code point, and which ways they convert: both, or only back to the bytes.
+    for (const auto &w :
+         table("IBM930 B2 5C; IBM930 A0 7E; IBM930 426A FFE4 back; IBM930 426A A6; IBM939 E0 5C; "
+               "IBM939 A1 7E; 1027 E0 5C; 1371 E0 5C; 5026 B2 5C; IBM278 71 5C; IBM278 E0 C9; "
+               "IBM871 4A DE; IBM871 C0 FE; IBM285 A1 AF; IBM870 B0 2D9; IBM290 62 61; "
+               "IBM290 41 FF61; IBM1026 BC AF; IBM875 74 A0; IBM424 78 2017; IBM037 15 85; "
+               "IBM037 25 A; IBM1047 15 85; IBM1140 25 A; IBM1140 9F 20AC; IBM037 5A FF01 back; "
+               "windows-950 A1C3 FFE3; cp1252 81 81; 949 1A 1A; 808 FD 20AC; 833 C1 41; "
+               "16684 4040 3000")) {
+        const auto number = [&w](size_t i) { return uint32_t(std::stoul(w[i], nullptr, 16)); };
+        SCOPED_TRACE(w[0] + " " + w[1] + " " + w[2]);
         std::string log;
         diagnostics diag{.sink = &log};
         conv_set set;
-        ASSERT_EQ(load_set({"/usr/share/i18n/charmaps"}, r.name, nullptr, diag, set),
+        ASSERT_EQ(load_set({"/usr/share/i18n/charmaps"}, w[0], nullptr, diag, set),
                   convert_status::done)
             << log;
-        const uint8_t len = r.bytes > 0xFF ? 2 : 1;
-        const char_bytes bytes{set.stateful && len == 2, len, r.bytes};
-        EXPECT_EQ(set.codes.count(bytes) && set.codes.at(bytes) == r.code, r.there);
-        EXPECT_EQ(set.bytes.count(r.code) && set.bytes.at(r.code) == bytes, r.back);
+        const uint8_t len = number(1) > 0xFF ? 2 : 1;
+        const char_bytes bytes{set.stateful && len == 2, len, number(1)};
+        EXPECT_EQ(set.codes.count(bytes) && set.codes.at(bytes) == number(2), w.size() == 3);
+        EXPECT_TRUE(set.bytes.count(number(2)) && set.bytes.at(number(2)) == bytes);
     }
 }
 
