@@ -79,6 +79,7 @@ struct char_set {
     unsigned count = 0;
     ko_wchar_t few[room];
     uint32_t *all = nullptr; // owned: a bit for every value
+    bool pairs = false;      // a member has two units
     char_set() = default;
     char_set(const char_set &) = delete;
     char_set &operator=(const char_set &) = delete;
@@ -126,6 +127,7 @@ static inline bool is_member(const char_set &set, unsigned wide) {
 template <class By> static bool read_set(const By &by, const typename By::unit *s, char_set *set) {
     for (text_char c; (c = by.at(s)).units; s += c.units) {
         if (c.units < 0) return false;
+        set->pairs |= c.units > 1;
         if (!add_member(set, c.code & 0xFFFF)) return fail(by.loc, KO_ENOMEM, false);
     }
     return true;
@@ -144,7 +146,7 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     char_set set;
     if (!read_set(by, members, &set)) return none;
     int chars = 0;
-    const bool pairs_go_on = !inside && !set.all && !set.count;
+    const bool pairs_go_on = !inside && !set.pairs;
     for (text_char c;; s += c.units, ++chars) {
         if (pairs_go_on) {
             const size_t pairs = by.pairs(s);
