@@ -66,9 +66,7 @@ template <class Text> static int code_order(Text a, Text b) {
 
 inline bool plain_weight(unsigned weight) { return weight - 2 < coll_expansion - 2; }
 // One test for two weights; it may refuse a pair of the very highest ones.
-inline bool both_plain(unsigned a, unsigned b) {
-    return ((a - 2) | (b - 2)) < coll_expansion - 2;
-}
+inline bool both_plain(unsigned a, unsigned b) { return ((a - 2) | (b - 2)) < coll_expansion - 2; }
 
 // The order by the plain weights at the start of two texts. 0 if they do not decide; the texts then
 // begin after those weights.

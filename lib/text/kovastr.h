@@ -49,9 +49,12 @@ struct by_flat { // code sets with terminators of one or two bytes
     text_char at(const unit *s) const {
         if (!*s && (end_units == 1 || !s[1])) return {0, 0};
         switch (flat_mblen(*f, s)) {
-        case 1: return {1, *s};
-        case 2: return {2, unsigned(s[0] << 8 | s[1])};
-        default: return fail(loc, KO_EILSEQ, text_char{-1, 0});
+        case 1:
+            return {1, *s};
+        case 2:
+            return {2, unsigned(s[0] << 8 | s[1])};
+        default:
+            return fail(loc, KO_EILSEQ, text_char{-1, 0});
         }
     }
     size_t pairs(const unit *s) const {
