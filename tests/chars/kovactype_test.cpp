@@ -55,24 +55,19 @@ TEST(Ctype, PagesAnswerAsTheTreeDoes) {
 }
 
 TEST(Ctype, OneCharacterChangesCase) {
-    static const std::tuple<const char *, int, const char *, int> rows[] = {
-        {"a",        0x0101, "A",        0        },
-        {"A",        0x0101, "A",        0        },
-        {"\xF0\xF0", 0x0201, "X",        0        }, // two bytes become one
-        {"\xF1",     0x0102, "\xA1\xA1", 0        },
-        {"\xA1\xA1", 0x0202, "\xA1\xA1", 0        },
-        {"\xFA",     0x0101, "\xFA",     KO_EILSEQ}, // no character: copied
-        {"\xF2",     0x01FF, "\xA1",     KO_EILSEQ}, // its partner has no bytes
-    };
-    for (const auto &[in, lengths, want, error] : rows)
+    // What is mapped, the lengths of both, what becomes of it, and the error. Two bytes become one,
+    // what is no character is copied, and a partner may have no bytes.
+    for (const auto &w : table("a 257 A 0; A 257 A 0; \xF0\xF0 513 X 0; \xF1 258 \xA1\xA1 0; "
+                               "\xA1\xA1 514 \xA1\xA1 0; \xFA 257 \xFA 1; \xF2 511 \xA1 1"))
         for (const bool flat : {false, true}) {
-            SCOPED_TRACE(::testing::PrintToString(in));
+            SCOPED_TRACE(::testing::PrintToString(w[0]));
             char_record r(shape::odd_case, false);
             r.add(0xF2, 1, 0, 0xA1FF);
             r.finish(flat);
             ko_mchar_t out[8] = {};
-            EXPECT_EQ(answered(r, im_tomupper(r, out, mb(in))), answer(lengths, error));
-            EXPECT_EQ(text(out), want);
+            EXPECT_EQ(answered(r, im_tomupper(r, out, mb(w[0].c_str()))),
+                      answer(whole(w[1]), whole(w[3])));
+            EXPECT_EQ(text(out), w[2]);
         }
 }
 

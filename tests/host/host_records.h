@@ -22,21 +22,27 @@ struct bare_record {
     bare_record(const bare_record &) = delete;
 };
 
-// The objects of KOVA_TEST_ROOT in that code set, each in turn.
-template <class Use> void each_unicode_locale(Use use) {
-    const char *root = getenv("KOVA_TEST_ROOT");
-    if (!root || !std::filesystem::is_directory(std::string(root) + "/kova/lc11")) GTEST_SKIP();
-    const real_variable dir("VANTORDIR", root);
+// The locales of KOVA_TEST_ROOT that take UTF-8, in "unicode" or in other code sets, each in turn.
+template <class Use> void each_locale(bool unicode, Use use) {
+    const std::string root = env("KOVA_TEST_ROOT");
+    if (!std::filesystem::is_directory(root + "/kova/lc11")) GTEST_SKIP();
+    struct wanted {
+        bool unicode;
+        std::vector<std::string> specs;
+    } found{unicode, {}};
+    const auto take = [](void *user, const ko_locale_entry *entry) {
+        auto *const to = static_cast<wanted *>(user);
+        if (!strcmp(entry->codeset, "unicode") == to->unicode) to->specs.push_back(entry->spec);
+        return entry->error;
+    };
+    ASSERT_EQ(ko_list_locales(root.c_str(), take, &found), 0);
     int used = 0;
-    for (const auto &file : std::filesystem::recursive_directory_iterator(root)) {
-        const std::string name = file.path().filename().string();
-        if (name.substr(0, 4) != "e005" || file.path().extension() != ".lco") continue;
-        const std::string spec = file.path().parent_path().filename().string() + "\\" + name;
+    for (const std::string &spec : found.specs) {
         SCOPED_TRACE(spec);
-        ko_lc_t loc = nullptr;
-        ASSERT_EQ(ko_lc_load(&loc, spec.c_str(), nullptr, nullptr), 0);
-        use(loc);
-        ko_lc_unload(loc);
+        owned<ko_close_locale> loc;
+        ASSERT_EQ(ko_open_locale(&loc.handle, root.c_str(), spec.c_str(), 0), 0);
+        if (ko_locale_utf8(loc)) continue;
+        use(loc.handle);
         ++used;
     }
     EXPECT_GT(used, 0);

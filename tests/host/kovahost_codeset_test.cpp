@@ -107,32 +107,8 @@ TEST(OtherCodeSet, TellsWhyItDoesNotServe) {
 
 // ---- Compiled locales ----
 
-namespace {
-// The records of KOVA_TEST_ROOT in other code sets that have conversions, each in turn.
-template <class Use> void each_other_locale(Use use) {
-    const char *root = getenv("KOVA_TEST_ROOT");
-    if (!root || !std::filesystem::is_directory(std::string(root) + "/kova/lc11")) GTEST_SKIP();
-    std::vector<std::string> specs;
-    const auto take = [](void *user, const ko_locale_entry *entry) {
-        if (entry->codeset != "unicode"s)
-            static_cast<std::vector<std::string> *>(user)->push_back(entry->spec);
-        return entry->error;
-    };
-    ASSERT_EQ(ko_list_locales(root, take, &specs), 0);
-    int used = 0;
-    for (const std::string &spec : specs) {
-        SCOPED_TRACE(spec);
-        const opened loc(root, spec.c_str());
-        ASSERT_EQ(loc.result, 0);
-        if (ko_locale_utf8(loc)) continue;
-        use(loc.handle);
-        ++used;
-    }
-    EXPECT_GT(used, 0);
-}
-
 // Every character of the record with its text.
-std::vector<std::pair<ko_wchar_t, std::string>> characters(ko_lc_t loc) {
+static std::vector<std::pair<ko_wchar_t, std::string>> characters(ko_lc_t loc) {
     std::vector<std::pair<ko_wchar_t, std::string>> all;
     for (unsigned unit = 1; unit < 0x10000; ++unit) {
         const auto wc = ko_wchar_t(unit);
@@ -142,10 +118,9 @@ std::vector<std::pair<ko_wchar_t, std::string>> characters(ko_lc_t loc) {
     }
     return all;
 }
-} // namespace
 
 TEST(OtherCodeSet, MapsCompiledCodeSetsBackAndForth) {
-    each_other_locale([](ko_lc_t loc) {
+    each_locale(false, [](ko_lc_t loc) {
         const auto all = characters(loc);
         EXPECT_GE(all.size(), 127u);
         for (const auto &[wc, text] : all) {
@@ -186,7 +161,7 @@ static void check_order(ko_lc_t loc) {
     }
 }
 
-TEST(OtherCodeSet, OrdersAsTheLocaleDoes) { each_other_locale(check_order); }
+TEST(OtherCodeSet, OrdersAsTheLocaleDoes) { each_locale(false, check_order); }
 
 // The compiled th_TH.TIS-620, with the Thai method for its order.
 TEST(OtherCodeSet, OrdersByTheThaiMethod) {

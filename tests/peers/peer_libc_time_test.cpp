@@ -14,14 +14,8 @@ constexpr char zone[] = "ZONE";
 class PeerTime : public PeerAscii {
   protected:
     std::string ours(const std::string &format, const tm &t) const {
-        const ko_tm_t time = {.tm_sec = t.tm_sec,
-                              .tm_min = t.tm_min,
-                              .tm_hour = t.tm_hour,
-                              .tm_mday = t.tm_mday,
-                              .tm_mon = t.tm_mon,
-                              .tm_year = t.tm_year,
-                              .tm_wday = t.tm_wday,
-                              .tm_yday = t.tm_yday};
+        const ko_tm_t time = {0,        t.tm_sec,  t.tm_min,  t.tm_hour, t.tm_mday,
+                              t.tm_mon, t.tm_year, t.tm_wday, t.tm_yday};
         ko_wchar_t out[300] = {};
         *ko_ext_errno(loc) = 0;
         ko_wcsftime(loc, out, 300, widened(format).data(), &time);

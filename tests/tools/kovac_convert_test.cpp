@@ -37,7 +37,6 @@ struct pair_job {
             text += (text.empty() ? "" : " ") + name;
         return text;
     }
-    std::string there_as(const std::string &name) const { return object(name); }
     static std::string name(const std::string &option) {
         const std::string base = option.substr(option.rfind('/') + 1);
         return base.substr(0, base.rfind('.'));
@@ -153,30 +152,6 @@ TEST(KovacConvert, ConvertsAsTheSourcesSay) {
     check(states, u, "\xc1\x0e\x41\x42\x0f", "\0A\x30\x42"s);
     const cv_record terminated(objects[marks + marked]);
     EXPECT_EQ(convert(terminated, "A\0A"s, 9, nullptr, -1), (cv_outcome{0, "a\0"s, 2, 0, 0}));
-}
-
-TEST(KovacConvert, KeepsWithinTheOutputLengthInAnyTwoPieces) {
-    pair_job job(host, "41\tU+0041\n81\tU+3042\n82\tU+3044\n3f\tU+003F\n");
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    const cv_record decode(job.there()), encode(job.home());
-    EXPECT_EQ(decode.rec()->smiconv_fp, db_smiconv);
-    for (const std::string text :
-         {"\x81", "A\x81", "\x81\101", "A\x81\101A\x82", "\x81\x82\101A"}) {
-        for (size_t cut = 0; cut <= text.size(); ++cut) {
-            SCOPED_TRACE(testing::PrintToString(text) + std::to_string(cut));
-            conv_state split = {1, cut == text.size(), 0, 0, nullptr}, back = {1, 1, 0, 0, nullptr};
-            std::string out;
-            for (const std::string &piece : {text.substr(0, cut), text.substr(cut)}) {
-                const int room = ko_cv_outbuflen(encode.handle, int(piece.size()));
-                const cv_outcome one = convert(encode, piece, room, &split);
-                EXPECT_EQ(one.result, 0);
-                out += one.out;
-                split = {split.first_frag && piece.empty(), 1, split.source_state,
-                         split.target_state, nullptr};
-            }
-            EXPECT_EQ(convert(decode, out, 20, &back).out, text);
-        }
-    }
 }
 
 // ---- sources -----------------------------------------------------------------------------------
@@ -304,24 +279,6 @@ TEST(KovacConvert, CorrectsTheCharmapsOfLocales) {
     check("IBM273", 'a', 0x81, "");
     check("CP1252", 0x20AC, 0x80, "");            // what Windows has more, locales leave out
     check(folder + "/IBM278.gz", 0x5C, 0xE0, ""); // as it was told
-}
-
-TEST(KovacConvert, FlagsWhatDoesNotComeBackAndLeavesTheRestUnmapped) {
-    if (!has_icu()) GTEST_SKIP() << "built without ICU";
-    pair_job job("IBM930", "utf8");
-    job.opt.from = "utf8", job.opt.to = "IBM930";
-    ASSERT_EQ(job.run(), convert_status::done) << job.log;
-    const cv_record cv(job.there_as("utf8_ibm930"));
-    const auto check = [&cv](const std::string &in, const std::string &out, int sub, int error) {
-        conv_state st = {1, 1, 0, 0, nullptr};
-        const cv_outcome got = convert(cv, in, 20, &st);
-        EXPECT_EQ(got, (cv_outcome{error ? -1 : 0, out, got.taken, sub, error})) << in;
-    };
-    check("A", "\xc1", 0, 0);
-    check("\u00a6", "\x0e\x42\x6a\x0f", 0, 0);
-    check("\uffe4", "\x0e\x42\x6a\x0f", 1, 0);
-    check("\u00e9", "", 0, KO_EILSEQ); // not the control 3F
-    check("\u00df", "", 0, KO_EILSEQ);
 }
 
 TEST(KovacConvert, SaysInWhatSourcesDiffer) {
