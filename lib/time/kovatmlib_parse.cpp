@@ -78,16 +78,17 @@ static bool read_digits(time_reader *r, int width, int *value) {
     return n > 0;
 }
 
-// Reads a number in the locale's digits, without a sign.
+// Reads a number in the locale's digits, without a sign. Where one digit is the beginning of
+// another, as one is of eleven, the longer one is taken.
 static bool read_alt_digits(time_reader *r, int width, int *value) {
     const ltime *t = &r->loc->ltime_info;
     skip_blanks(r);
     int left = width ? width : INT_MAX, n = 0;
     int64_t number = 0;
     for (;; ++n) {
-        const wc_found found = find_name(r->loc, t->alt_digits_cache, r->at);
+        const wc_found found = find_longest_name(r->loc, t->alt_digits_cache, r->at, left);
         r->at_end |= !r->at[found.seen];
-        if (!found.node || found.len > left) break;
+        if (!found.node) break;
         if (number <= INT_MAX) number = number * t->max_alt_digits + found.node->val;
         r->at += found.len;
         left -= found.len;

@@ -39,6 +39,20 @@ wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text) {
     return look_up(widened_source{loc, text}, root, text);
 }
 
+wc_found find_longest_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text, int most) {
+    errno_guard kept(loc);
+    wide_source in = {loc, text};
+    wc_found found = {};
+    for (const wc_tnode *level = root; level && found.seen < most; ++found.seen) {
+        const int c = in.next();
+        const wc_tnode *const node = c < 0 ? nullptr : node_across(level, c);
+        if (!node) break;
+        if (node->set) found.node = node, found.len = found.seen + 1;
+        level = node->nextc;
+    }
+    return found;
+}
+
 // ---- The trees of a locale's times --------------------------------------------------------------
 
 namespace {

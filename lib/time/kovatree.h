@@ -1,5 +1,5 @@
 // Trees of names, by their lower-cased characters. Deliberately, the shortest stored name at the
-// start of a text wins.
+// start of a text wins, except among digits.
 #ifndef KOVATREE_H
 #define KOVATREE_H
 
@@ -24,6 +24,8 @@ struct wc_found {
 };
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text);
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text); // len in bytes
+// The longest name of at most so many characters: digits, unlike names, are read to their end.
+wc_found find_longest_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text, int most);
 
 // Builds the eight trees of a record's times from its wide names, with their nodes in one block. 0;
 // -1 with the error word set.

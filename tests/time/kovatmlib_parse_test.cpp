@@ -12,6 +12,7 @@ static const times with_eras = {
             "+:2:1927/01/01:1989/01/07:Showa:S:%EC%Ey|+:1:1926/12/25:1926/12/31:Showa:S:%EC-first|"
             "-:1:1926/12/24:-*:Before:%Ey years %EC",
 };
+static const times long_digits = {.digits = "o|i|x|xi|xx|xxi"};
 static const times with_digits = {.digits = "zero|one|two||four|5|6|7|8|9"};
 static const times nested = {.formats = "%c|%x %x|%X%X%X%X%X|am|pm|",
                              .eras = "+:1:1/1/1:+*:A:%EY|+:1:1/1/1:+*:B:%EY"};
@@ -133,6 +134,7 @@ TEST(TimeReading, DirectivesTakeTheirFieldsOrFail) {
         {plain, "%K|%|%5|%5.!|%*d|%-+#3.2d", "5", "!22|!15|!15|!45|!22|mday=5"},
         {with_digits, "%Od", "onetwo|1|zero", "mday=12|!37|!27"},
         {with_digits, "%3Od|%Om|%OY|%O|%Oy", "onetwo|onefour|one|one|onezerozero", "mday=1>two|!30|!22|!15|!9"},
+        {long_digits, "%Od|%Od|%Od:|%1Od|%2Od|%OH", "xi|xx|x:|xi|xxi|xxi", "mday=3|mday=4|mday=2|mday=2>i|mday=4>i|hour24=5"},
         {with_digits, "%OD|%OT", "one/two / 65| one:zero:two", "mday=2 mon=0 year_off=65|second=2 minute=0 hour24=1"},
         {with_eras, "%EC%Ey", "heiSei12|Heisei 12|Heisei|Taisho", "era=1 era_off=12|era=1 era_off=12|!41|!42"},
         {with_eras, "%Eg%Ey|%Ed|%E", "H-3|5|5", "era=1 era_off=-3|!22|!15"},

@@ -54,12 +54,35 @@ TEST_F(KovaFormat, WritesAndReadsNumbers) {
 TEST_F(KovaFormat, ReadsDates) {
     command = "kova parse-date ";
     writes("de_DE.8859-1 '%d. %B %Y %T' '21. März 1999 1:2:3'", "1999-03-21 01:02:03\n");
-    writes("ja_JP.EUC-JP '%EY%m月%d日%iF' '平成2年1月8日.5 x'",
-           "1990-01-08 00:00:00.500000\nnot read:  x\n");
-    writes("en_US.IBM037 '%b %d' 'May 7' --today 2024-06-15", "2024-05-07 00:00:00\n");
-    writes("en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15", "2124-06-15 00:00:00\n");
-    fails(1, "en_US.8859-1 %D 2/29/00 --today 2024-06-15",
-          "2/29/00: there is no such date: the number is out of range (error 27)\n");
+    writes("ja_JP.EUC-JP '%EY%m月%d日%iF' '平成2年1月8日.5 '", "1990-01-08 00:00:00.500000\n");
+    writes("en_US.IBM037 '%b %d' 'May 7' --today 2024-06-15", "2024-05-07 00:00:00\n", "",
+           "the text has no year: taken from today, 2024-06-15\n");
+    writes("en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15", "2124-06-15 00:00:00\n", "",
+           "the year 24 is taken as 2124, by the rule F\n");
+    // An era year alone, with the locale's one era or with a name.
+    writes("th_TH %x 09/09/2542", "1999-09-09 00:00:00\n");
+    writes("ja_JP %EY 平成30年 --today 2024-06-15", "2018-06-15 00:00:00\n", "", "no month and no");
+    fails(1, "ja_JP %Ey 30", "the year is undecided");
+    fails(1, "ja_JP %EY 昭和64年 --today 2024-06-15", "does not have this year on today's month");
+    // Names that begin with another name, and digits that do.
+    writes("tr_TR.8859-9 '%A %Y%m%d' 'Pazartesi 20261123'", "2026-11-23 00:00:00\n");
+    writes("ja_JP %Y%m%d%OH:%OM:%OS 20261123十一:二十三:〇五", "2026-11-23 11:23:05\n");
+    writes("en_US '%j %Y' '60 2024'", "2024-02-29 00:00:00\n");
+    static const char *const refused[][2] = {
+        {"%D 2/29/00",                        "the century is undecided"                          },
+        {"%Y-%m-%d 2026-02-30",               "there is no such date: February 2026 has 28 days"  },
+        {"'%A %Y-%m-%d' 'Monday 2026-02-28'", "of the week, Monday, contradicts the date, 2026-02"},
+        {"'%m %B' '5 June'",                  "the month contradicts the date"                    },
+        {"%d%e 1213",                         "the day is given twice"                            },
+        {"%F 2026-11-21",                     "%F is the fraction of a second here, and %Y-%m-%d "},
+        {"%A Monday",                         "the day is undecided"                              },
+        {"%C 20",                             "the year is undecided"                             },
+        {"'%I:%M' 7:30",                      "the hour is undecided"                             },
+        {"%Y-%m-%d '2026-02-28 x'",           "the format ends before the text, at character 11"  },
+        {"%% %",                              "the format reads no part of a date"                },
+    };
+    for (const auto &row : refused)
+        fails(1, std::string("en_US.8859-1 ") + row[0] + " --today 2024-06-15", row[1]);
     fails(1, "ja_JP.EUC-JP '%Y年%d日%H' '1999年32日5'",
           "directive 2, %d, at character 4 of the format: the number is out of range\n  "
           "%Y年%d日%H\n      ^~\nand at character 6 of the text\n  1999年32日5\n        ^\n");

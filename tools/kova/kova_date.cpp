@@ -1,6 +1,7 @@
 // kova date: a date and time in the words of a locale.
 #include <chrono>
 
+#include "common/tool_text.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_format.h"
 #include "kova/kova_io.h"
@@ -100,7 +101,7 @@ int run_date(const common_options &common, const date_options &options) {
     codec code;
     const data_place data = open_with_codec(common, options.locale, handle, code);
     if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, {"-+ #'", "EOi", "F"});
+    const format_text format = decode_format(code, options.format, time_grammar());
     std::vector<ko_wchar_t> result;
     if (!write_date(code, format.wide.data(), tm, result)) {
         const int error = *ko_ext_errno(code.loc);
@@ -112,6 +113,8 @@ int run_date(const common_options &common, const date_options &options) {
     }
     std::string line;
     encode(code, result.data(), result.size(), line);
+    if (line.empty() && !options.format.empty())
+        kovatool::tell("kova", handle.name + " writes nothing for this format");
     output out;
     write(out, for_terminal(code, line) + "\n");
     finish(out);

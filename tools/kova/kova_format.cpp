@@ -39,10 +39,10 @@ static format_directive scan_directive(const std::string &text, size_t start,
     return d;
 }
 
-format_text decode_format(const codec &code, const std::string &text,
-                          const format_grammar &grammar) {
+format_text split_format(const codec &code, std::vector<ko_wchar_t> wide,
+                         const format_grammar &grammar) {
     format_text format;
-    format.wide = decode_argument(code, text, "FORMAT");
+    format.wide = std::move(wide);
     std::string plain;
     for (const ko_wchar_t c : format.wide)
         plain += ascii(code, c);
@@ -57,6 +57,13 @@ format_text decode_format(const codec &code, const std::string &text,
     format.wide.push_back(0);
     return format;
 }
+
+format_text decode_format(const codec &code, const std::string &text,
+                          const format_grammar &grammar) {
+    return split_format(code, decode_argument(code, text, "FORMAT"), grammar);
+}
+
+format_grammar time_grammar() { return {"-+ #'", "EOi", "F"}; }
 
 size_t longest_working(const format_text &format,
                        const std::function<bool(const ko_wchar_t *front)> &works) {

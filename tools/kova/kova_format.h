@@ -35,6 +35,11 @@ struct format_text {
 // mapping must have been added. Throws failure.
 format_text decode_format(const codec &code, const std::string &text,
                           const format_grammar &grammar);
+format_text split_format(const codec &code, std::vector<ko_wchar_t> wide,
+                         const format_grammar &grammar);
+
+// The directives of times.
+format_grammar time_grammar();
 
 // The end of the longest beginning of a format with which a call still succeeds.
 size_t longest_working(const format_text &format,
