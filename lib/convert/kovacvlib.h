@@ -76,6 +76,8 @@ struct cv_span {
 // last complete character in both cases, also where there is no room for the next one.
 typedef int (*cv_rules)(const iconv_rec *cv, conv_state *st, cv_span *s);
 
+constexpr int cv_legs_max = 5;
+
 struct iconv_rec {
     iconv_exports exports;
     int source_is_stateful;
@@ -109,8 +111,13 @@ struct iconv_rec {
     cv_rules own;
     unsigned char forms[2]; // encodings of Unicode, source and target
     bool keeps_mark, writes_mark;
-    iconv_rec *legs[2]; // a way through UTF-8
+    bool looks_ahead;             // what follows a character decides on it
+    iconv_rec *legs[cv_legs_max]; // of a way through UTF-8, or what the rules make use of
+    const void *scheme;           // by which the rules go
 };
+
+// In last_frag, for conversions that look ahead: nothing follows directly, yet the text goes on.
+constexpr int cv_cut_off = 2;
 
 // A new, empty descriptor; NULL without memory.
 iconv_rec *make_descriptor();

@@ -74,8 +74,7 @@ struct unit_block {
 };
 } // namespace
 
-// The beginning of a character that reaches the end may go on in the next piece.
-static int bad_utf8(const ko_mchar_t *p, utf8_step step, const ko_mchar_t *end) {
+int bad_utf8(const ko_mchar_t *p, utf8_step step, const ko_mchar_t *end) {
     const bool cut = p + step.bytes == end && *p - 0xC2u <= 0xF4 - 0xC2;
     return cut ? int{KO_EINVAL} : int{KO_EILSEQ};
 }

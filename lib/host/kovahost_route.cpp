@@ -1,7 +1,10 @@
-// Conversions that are opened by the names of their code sets, each through its object, between the
-// encodings of Unicode by rule, or through UTF-8.
+// Conversions that are opened by the names of their code sets, each through its object, by rule
+// (the encodings of Unicode, and code sets that no object can hold), or through UTF-8.
+#include "host/kovahost_escape.h"
+#include "host/kovahost_filled.h"
 #include "host/kovahost_form.h"
 #include "host/kovahost_object.h"
+#include "host/kovahost_utf7.h"
 #include "kova_host.h"
 #include "locale/kovautils.h"
 #include "record/kovaspec.h"
@@ -33,6 +36,7 @@ struct block_result {
     int first, second; // the errors of both conversions
     size_t made;       // bytes between them
 };
+constexpr int another_block = -1; // this one was full
 } // namespace
 
 // Converts one block. Where the second conversion stops, the first is set back to that character.
@@ -43,6 +47,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
     block_result result = {convert_span(cv->legs[0], &legs->leg[0], &one), KO_OK, 0};
     result.made = size_t(one.out - between);
     legs->leg[1].last_frag = before.leg[1].last_frag && result.first == KO_OK;
+    if (result.first == KO_EILSEQ && cv->legs[1]->looks_ahead) legs->leg[1].last_frag = cv_cut_off;
     cv_span two = {between, one.out, s->out, s->room, false};
     result.second = convert_span(cv->legs[1], &legs->leg[1], &two);
     if (result.second) {
@@ -51,17 +56,25 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
         legs->leg[0].last_frag = legs->leg[1].last_frag = 0;
         one.in = s->in;
         convert_again(cv->legs[0], &legs->leg[0], &one, between, taken);
+        result.made = size_t(one.out - between); // less if two code points were one character
         two.in = between;
-        two.end = between + taken;
+        if (result.made < taken || !cv->legs[1]->looks_ahead) two.end = between + result.made;
+        if (result.made < taken && cv->legs[1]->looks_ahead) legs->leg[1].last_frag = cv_cut_off;
         convert_again(cv->legs[1], &legs->leg[1], &two, s->out, made);
         two.room = s->room - size_t(two.out - s->out);
-        result.made = taken;
     }
     *s = {one.in, s->end, two.out, two.room, s->sub || one.sub || two.sub};
     legs->leg[0].first_frag = legs->leg[1].first_frag = 0;
     legs->leg[0].last_frag = before.leg[0].last_frag;
     legs->leg[1].last_frag = before.leg[1].last_frag;
     return result;
+}
+
+// The second conversion waits for what follows the last character of a block, or takes no character
+// for whole.
+static int cut_between(const iconv_rec *cv, const block_result &done) {
+    if (!cv->legs[1]->looks_ahead) return KO_EILSEQ;
+    return done.first == KO_E2BIG ? another_block : int{KO_EINVAL};
 }
 
 static int route_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
@@ -72,13 +85,13 @@ static int route_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     int error;
     do {
         const block_result done = convert_block(cv, &legs, s);
-        error = done.second == KO_EINVAL ? int{KO_EILSEQ} : done.second;
+        error = done.second == KO_EINVAL ? cut_between(cv, done) : done.second;
         if (!error) error = done.first;
         if (!error && st->last_frag && !done.made)
             error = close_shift(cv->legs[1], &legs.leg[1], s);
         else if (error == KO_E2BIG && !done.second)
-            error = -1; // the block is full, and there is another one
-    } while (error == -1);
+            error = another_block;
+    } while (error == another_block);
     join_states(&legs, st);
     return error;
 }
@@ -242,8 +255,58 @@ static iconv_rec *form_step(const conversion_call &call, text_form from, text_fo
                                 call.flags & KO_CONVERT_WRITE_MARK);
 }
 
+static constexpr uint16_t utf8_number = 0xE01C;
+
+static bool is_ruled(uint16_t number) {
+    return is_filled(number) || is_escaped(number) || is_utf7(number);
+}
+
+// The conversion between UTF-8 and a code set that no object holds whole.
+static int open_rules(const conversion_call &call, uint16_t from, uint16_t to, iconv_rec **rec) {
+    const bool to_utf8 = to == utf8_number;
+    const uint16_t number = to_utf8 ? from : to;
+    if (is_filled(number)) {
+        iconv_rec *object = nullptr;
+        if (const int error = open_object(call, from, to, &object)) return error;
+        *rec = make_filled(number, to_utf8, object);
+        return *rec ? KO_OK : KO_ENOMEM;
+    }
+    if (is_utf7(number)) {
+        *rec = make_utf7(number, to_utf8);
+        return *rec ? KO_OK : KO_ENOMEM;
+    }
+    iconv_rec *parts[cv_legs_max] = {};
+    int error = KO_OK;
+    const uint16_t *const numbers = escape_parts(number);
+    for (int i = 0; !error && i < cv_legs_max && numbers[i]; ++i)
+        error = open_object(call, to_utf8 ? numbers[i] : utf8_number,
+                            to_utf8 ? utf8_number : numbers[i], &parts[i]);
+    if (!error && (*rec = make_escaped(number, to_utf8, parts))) return KO_OK;
+    for (iconv_rec *part : parts)
+        ko_cv_unload(part); // NULL is allowed
+    return error ? error : int{KO_ENOMEM};
+}
+
+static int open_through_utf8(const conversion_call &call, uint16_t from, uint16_t to,
+                             iconv_rec **rec);
+
+static int open_ruled(const conversion_call &call, uint16_t from, uint16_t to, iconv_rec **rec) {
+    const bool known = from == utf8_number || to == utf8_number;
+    if (!known && form_of(from) == text_form::none && form_of(to) == text_form::none)
+        return KO_EFILE;
+    if (!known) return open_through_utf8(call, from, to, rec);
+    if (const int error = open_rules(call, from, to, rec)) return error;
+    if (from == utf8_number && !(call.flags & KO_CONVERT_KEEP_MARK))
+        *rec = make_route(form_step(call, text_form::utf8, text_form::utf8), *rec, marked_rules);
+    else if (to == utf8_number && call.flags & KO_CONVERT_WRITE_MARK)
+        *rec = make_route(*rec, make_form_conversion(text_form::utf8, text_form::utf8, true, true),
+                          route_rules);
+    return *rec ? KO_OK : KO_ENOMEM;
+}
+
 // Opens a conversion that needs no other code set between. KO_EFILE if there is none.
 static int open_direct(const conversion_call &call, uint16_t from, uint16_t to, iconv_rec **rec) {
+    if (is_ruled(from) || is_ruled(to)) return open_ruled(call, from, to, rec);
     const text_form source = form_of(from), target = form_of(to);
     if (source != text_form::none && target != text_form::none) {
         *rec = form_step(call, source, target);
@@ -264,15 +327,14 @@ static int open_direct(const conversion_call &call, uint16_t from, uint16_t to, 
 
 static int open_through_utf8(const conversion_call &call, uint16_t from, uint16_t to,
                              iconv_rec **rec) {
-    constexpr uint16_t utf8 = 0xE01C;
     iconv_rec *one = nullptr, *two = nullptr;
-    if (from == utf8 || to == utf8) return KO_EFILE;
+    if (from == utf8_number || to == utf8_number) return KO_EFILE;
     const conversion_call first = {call.origin, call.flags & ~unsigned{KO_CONVERT_WRITE_MARK}};
-    int error = open_direct(first, from, utf8, &one);
+    int error = open_direct(first, from, utf8_number, &one);
     if (error) return error;
     // The mark was dropped before; one that is kept is a character.
     const conversion_call rest = {call.origin, call.flags | KO_CONVERT_KEEP_MARK};
-    if ((error = open_direct(rest, utf8, to, &two))) {
+    if ((error = open_direct(rest, utf8_number, to, &two))) {
         ko_cv_unload(one);
         return error;
     }

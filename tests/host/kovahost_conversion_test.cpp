@@ -1,7 +1,7 @@
 // Conversions opened by name: the encodings of Unicode, ways through UTF-8, and names however they
 // are written. Pieces of every length, rooms of every size and measuring give what one call gives.
 #include "host/host_records.h"
-#include "host/host_roots.h"
+#include "host/host_rules.h"
 #include "support/rows.h"
 
 namespace {
@@ -19,36 +19,6 @@ std::string bytes(const std::string &digits) {
     for (size_t i = 0; i + 1 < digits.size(); i += 2)
         made += char(std::stoi(digits.substr(i, 2), nullptr, 16));
     return made;
-}
-
-struct outcome {
-    std::string made;
-    size_t taken;
-    int error;
-    bool operator==(const outcome &) const = default;
-};
-std::ostream &operator<<(std::ostream &to, const outcome &o) {
-    return to << hex(o.made) << " of " << o.taken << " bytes, error " << o.error;
-}
-
-// One call, for the next piece; with measure nothing is written.
-outcome convert_piece(ko_cv_t cd, conv_state *st, std::string_view text, size_t room,
-                      bool measure = false) {
-    std::vector<ko_mchar_t> copy(text.begin(), text.end()), space(room + 1);
-    copy.reserve(1); // never NULL
-    const ko_mchar_t *in = copy.data();
-    ko_mchar_t *out = space.data();
-    int left = static_cast<int>(text.size()), free = static_cast<int>(room), sub = 7;
-    const int result = ko_cv_mconv(cd, st, &in, &left, measure ? nullptr : &out, &free, &sub);
-    EXPECT_EQ(in - copy.data() + left, static_cast<ptrdiff_t>(text.size()));
-    const size_t made = room - static_cast<size_t>(free);
-    EXPECT_TRUE(measure || made == static_cast<size_t>(out - space.data()));
-    return {measure ? std::to_string(made) : std::string(space.begin(), space.begin() + long(made)),
-            static_cast<size_t>(in - copy.data()), result ? *ko_ext_errno(cd) : 0};
-}
-outcome convert_whole(ko_cv_t cd, std::string_view text) {
-    return convert_piece(cd, nullptr, text,
-                         static_cast<size_t>(ko_cv_outbuflen(cd, static_cast<int>(text.size()))));
 }
 
 // Two pieces, cut at every byte; what is not taken of the first begins the second.
@@ -83,6 +53,18 @@ void check_rooms(ko_cv_t cd, const std::string &text, const outcome &want) {
     }
     const outcome measured = convert_piece(cd, nullptr, text, 100000, true);
     EXPECT_EQ(measured, (outcome{std::to_string(want.made.size()), want.taken, want.error}));
+}
+
+// What a text becomes that a null character ends, which belongs to it.
+std::string convert_terminated(ko_cv_t cd, std::string text, size_t &taken) {
+    text += std::string(4, '\0') + "rest";
+    const ko_mchar_t *in = mb(text.data());
+    std::vector<ko_mchar_t> space(6 * text.size());
+    ko_mchar_t *out = space.data();
+    int room = static_cast<int>(space.size()), sub;
+    EXPECT_EQ(ko_miconv(cd, &in, nullptr, &out, &room, &sub), 0);
+    taken = size_t(in - mb(text.data()));
+    return {space.data(), out};
 }
 
 // ---- Encodings of Unicode ----
@@ -156,15 +138,10 @@ TEST(HostConversion, EncodingsInPiecesAndInLittleRoom) {
         ASSERT_EQ(convert_whole(cd, all), want);
         check_pieces(cd, all, want);
         check_rooms(cd, all, want);
-        // A terminator ends the text, and belongs to it.
-        const std::string ended = all + std::string(4, '\0') + "rest";
-        const ko_mchar_t *in = mb(ended.data());
-        std::vector<ko_mchar_t> space(4 * ended.size());
-        ko_mchar_t *out = space.data();
-        int room = static_cast<int>(space.size()), sub;
-        EXPECT_EQ(ko_miconv(cd, &in, nullptr, &out, &room, &sub), 0);
-        EXPECT_EQ(in - mb(ended.data()), ptrdiff_t(all.size()) + std::abs(from));
-        EXPECT_EQ(std::string(space.data(), out), want.made + std::string(size_t(std::abs(to)), 0));
+        size_t taken;
+        const std::string ended = convert_terminated(cd, all, taken);
+        EXPECT_EQ(taken, all.size() + size_t(std::abs(from)));
+        EXPECT_EQ(ended, want.made + std::string(size_t(std::abs(to)), 0));
     });
 }
 
@@ -309,4 +286,162 @@ TEST(HostConversion, OpensWithoutMemoryOrNotAtAll) {
     each_allocation_fails([&] { return opens("utf8", "utf16"); });
     each_allocation_fails([&] { return opens("utf8", "test-1"); });
     each_allocation_fails([&] { return opens("test-1", "test-1"); });
+}
+
+// ---- By rule ----
+
+TEST(HostConversion, CodeSetsThatNoObjectHoldsConvertByRule) {
+    static const struct {
+        const char *name, *bytes, *text;
+    } rows[] = {
+        {"iso-2022-jp",     "a\\\x1B$B$+\x1B(J\\~\x1B(B~\n",                                  "a\\か¥‾~\n"               },
+        {"iso-2022-jp-1",   "\x1B$B$+\x1B$(D0!\x1B(B",                                        "か丂"                       },
+        {"iso-2022-jp-2",   "\x1B.A\x1BNi\n\x1B.A\x1BN \x1B.F\x1BN\\\x1B$AVP\x1B$(C0!\x1B(B",
+         "é\n\u00A0ά中가"                                                                                                },
+        {"iso-2022-kr",
+         "\x1B$)Ca\x0E"
+         "0!\x0F\n\x0E"
+         "0!\x0F",                                                                            "a가\n가"                    },
+        {"iso-2022-cn",     "\x1B$)A\x0EVP\x1B$)GDc\x1B$*H\x1BN!!\x0F\n\x1B$)A\x0EVP\x0F",
+         "中丂乂\n中"                                                                                                    },
+        {"iso-2022-cn-ext", "\x1B$+M\x1BO!\"a",                                               "乃a"                         },
+        {"hz",              "a~~~{VP~}\n",                                                    "a~中\n"                      },
+        {"utf-7",           "A+ImIDkQ.+-+2D3eAA-a+AH4.",                                      "A≢Α.+😀a~."              },
+        {"imap",            "~peter/&U,BTFw-/&-&ZeVnLIqe-b",                                  "~peter/台北/&日本語b"    },
+        {"gb18030",
+         "\xD6\xD0\x81"
+         "0\x81"
+         "0\x90"
+         "0\x81"
+         "0\xE3"
+         "2\x9A"
+         "5",                                                                                 "中\u0080\U00010000\U0010FFFF"},
+        {"sjis-2004",       "\x82\xA9\x82\xF5\x83\x97\x86\x86\x85\x85\x82\xA9",
+         "かか\u309Aカ\u309A\u02E5\u02E9Êか"                                                                            },
+        {"euc-2004",        "\xA4\xF7\xA4\xAB",                                               "か\u309Aか"                 },
+        {"hkscs",           "\x88\x62\xA9\xC2\x88\xA5",                                       "Ê\u0304Êê\u030C"           },
+        {"ibm1399",
+         "a\x0E\x88\xA7\xEC\xB5\x0F"
+         "b\x0E\xEC\xCD\x0F",                                                                 "aかか\u309Ab\u02E5\u02E9"   },
+    };
+    const rules_root root;
+    const conversion_to units("utf8", "utf16le");
+    std::minstd_rand rng(7);
+    for (const auto &row : rows) {
+        const std::string names[] = {row.name, "utf8", "utf16le"};
+        const std::string texts[] = {row.bytes, row.text,
+                                     convert_whole(units.handle, row.text).made};
+        for (const auto &[from, to] : {
+                 std::pair(0, 1), {1, 0},
+                   {0, 2},
+                   {2, 0},
+                   {0, 0}
+        }) {
+            SCOPED_TRACE(names[from] + " to " + names[to]);
+            const conversion_to cd(names[from].c_str(), names[to].c_str(), 0, root.path.c_str());
+            const outcome want = {texts[to], texts[from].size(), 0};
+            ASSERT_EQ(convert_whole(cd.handle, texts[from]), want);
+            check_pieces(cd.handle, texts[from], want);
+            check_rooms(cd.handle, texts[from], want);
+            for (int i = 0; i < 150; ++i)
+                EXPECT_EQ(convert_splits(cd.handle, texts[from], rng), want);
+            size_t taken;
+            const std::string ended = convert_terminated(cd.handle, texts[from], taken);
+            EXPECT_EQ(taken, texts[from].size() + (from == 2 ? 2 : 1));
+            EXPECT_EQ(ended, texts[to] + std::string(to == 2 ? 2 : 1, '\0'));
+        }
+    }
+}
+
+TEST(HostConversion, RulesStopAtTheFirstByteOfWhatIsNoCharacter) {
+    static const struct {
+        const char *from, *to, *text;
+        size_t taken;
+        int error;
+    } rows[] = {
+        {"iso-2022-jp", "utf8",        "a\x1B$B$",               4,  KO_EINVAL},
+        {"iso-2022-jp", "utf8",        "a\x1B$",                 1,  KO_EINVAL},
+        {"iso-2022-jp", "utf8",        "a\x1B$X",                1,  KO_EILSEQ},
+        {"iso-2022-jp", "utf8",        "a\x0E",                  1,  KO_EILSEQ},
+        {"iso-2022-jp", "utf8",        "\x1B$B$+$\x80",          5,  KO_EILSEQ},
+        {"iso-2022-jp", "utf16le",     "\x1B$B$+!~",             5,  KO_EILSEQ},
+        {"iso-2022-jp", "utf8",        "\x1B$A",                 0,  KO_EILSEQ},
+        {"iso-2022-jp", "utf8",        "\x1B(I1\x1B$@$+\x1B(Jx", 13, 0        },
+        {"iso-2022-kr", "utf8",
+         "\x0F\x0E"
+         "0",                                                    2,  KO_EINVAL},
+        {"iso-2022-cn", "utf8",        "\x0EVP",                 0,  KO_EILSEQ},
+        {"iso-2022-cn", "utf8",        "\x1B$)A\x0EVP\n!!",      8,  KO_EILSEQ},
+        {"iso-2022-cn", "utf8",        "\x1BN!!",                0,  KO_EILSEQ},
+        {"iso-2022-cn", "utf8",        "\x1B$*H\x1BN!",          4,  KO_EINVAL},
+        {"hz",          "utf8",        "~x",                     0,  KO_EILSEQ},
+        {"hz",          "utf8",        "~{VP~",                  4,  KO_EINVAL},
+        {"hz",          "utf8",        "~{VP\na~\nb",            9,  0        },
+        {"utf-7",       "utf8",        "+",                      0,  KO_EINVAL},
+        {"utf-7",       "utf8",        "+!",                     0,  KO_EILSEQ},
+        {"utf-7",       "utf8",        "!~",                     1,  KO_EILSEQ},
+        {"utf-7",       "utf8",        "+AG-",                   1,  KO_EILSEQ},
+        {"utf-7",       "utf8",        "+AGF-",                  4,  KO_EILSEQ},
+        {"utf-7",       "utf8",        "+2D0-",                  1,  KO_EILSEQ},
+        {"utf-7",       "utf8",        "+3gA-",                  1,  KO_EILSEQ},
+        {"imap",        "utf8",        "&AGE-",                  1,  KO_EILSEQ},
+        {"imap",        "utf8",        "&U,A/",                  4,  KO_EILSEQ},
+        {"gb18030",     "utf8",
+         "a\x90"
+         "0\x81",                                                1,  KO_EINVAL},
+        {"gb18030",     "utf8",
+         "a\x90"
+         "0\x81)",                                               1,  KO_EILSEQ},
+        {"gb18030",     "utf8",
+         "\xE3"
+         "2\x9A"
+         "6",                                                    0,  KO_EILSEQ},
+        {"sjis-2004",   "utf8",        "\x82\xA9\x82\x20",       2,  KO_EILSEQ},
+        {"utf8",        "iso-2022-jp", "かé",                  3,  KO_EILSEQ},
+        {"utf8",        "iso-2022-jp", "a\x1B",                  1,  KO_EILSEQ},
+        {"utf8",        "iso-2022-jp", "か\xE3\x81",            3,  KO_EINVAL},
+        {"utf8",        "iso-2022-jp", "\xE3\x81¥",             0,  KO_EILSEQ},
+        {"utf8",        "gb18030",     "中\xF0\x90\x80",        3,  KO_EINVAL},
+        {"utf8",        "sjis-2004",   "かか\xFF",             6,  KO_EILSEQ},
+        {"sjis-2004",   "euc-2004",    "\x82\xA9\x82\xA9\xFF",   4,  KO_EILSEQ},
+        {"sjis-2004",   "iso-2022-jp", "\x82\xA9\x82\xF5",       2,  KO_EILSEQ},
+    };
+    const rules_root root;
+    std::minstd_rand rng(7);
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.from) + " to " + row.to + " " + hex(row.text));
+        const conversion_to cd(row.from, row.to, 0, root.path.c_str());
+        const outcome got = convert_whole(cd.handle, row.text);
+        EXPECT_EQ(got.taken, row.taken);
+        EXPECT_EQ(got.error, row.error);
+        for (int i = 0; i < 20; ++i)
+            EXPECT_EQ(convert_splits(cd.handle, row.text, rng), got);
+    }
+}
+
+TEST(HostConversion, RulesNeedTheirObjectsAndMemory) {
+    const rules_root root;
+    const auto error_of = [&](const char *from, const char *to) {
+        ko_cv_t cd = nullptr;
+        const int error = ko_open_conversion(&cd, root.path.c_str(), from, to, 0);
+        EXPECT_EQ(cd == nullptr, error != 0);
+        if (cd) ko_cv_unload(cd);
+        return error;
+    };
+    const std::pair<const char *, const char *> pairs[] = {
+        {"utf8",  "iso-2022-jp-2"},
+        {"hkscs", "utf16"        },
+        {"imap",  "hz"           }
+    };
+    for (const auto &[from, to] : pairs)
+        each_allocation_fails([&] {
+            const int error = error_of(from, to);
+            EXPECT_TRUE(!error || error == KO_ENOMEM) << error;
+            return !error;
+        });
+    root.write("kova/cv9/03cae01c.cvo", "no object");
+    EXPECT_EQ(error_of("iso-2022-jp-2", "utf8"), KO_EOBJECT);
+    std::filesystem::remove(root.path + "/kova/cv9/03cae01c.cvo");
+    EXPECT_EQ(error_of("iso-2022-jp-2", "utf8"), KO_ENOCONV);
+    EXPECT_EQ(error_of("iso-2022-jp", "utf8"), KO_OK);
 }
