@@ -50,6 +50,36 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     writes("kova convert -f utf8 -t sjis | kova convert -f sjis -t 930 -", host + host);
 }
 
+TEST_F(KovaConvert, ConvertsByRuleWhatHasNoObject) {
+    fs::create_directories(dir / "rules/kova/cm3");
+    fs::create_directories(dir / "rules/kova/cv9");
+    spit(dir / "rules/kova/cm3/registry", "utf8 57372\neuc-jp 5050\nsjis 57350\nibm930 930\n"
+                                          "iso-2022-jp 57499\nutf-7 57506\n");
+    for (const char *name : {"13bae01c.cvo", "e01c13ba.cvo", "e006e01c.cvo", "e01ce006.cvo",
+                             "03a2e01c.cvo", "e01c03a2.cvo"})
+        fs::copy_file(root + "/kova/cv9/" + name, dir / "rules/kova/cv9" / name);
+    command = "kova convert --root rules -f ";
+    const std::string jis = "\x1B$B4A;z\x1B(B\n", kana = "\x1B$B%+\x1B(B";
+    writes("sjis -t ISO-2022-JP", jis, "\x8a\xbf\x8e\x9a\n");
+    writes("iso-2022-jp -t utf8", "漢字\n", jis);
+    writes("utf8 -t iso-2022-jp -v", "", "", "utf8 to iso-2022-jp: no object is needed");
+    writes("utf-7 -t 930", "\x0e\x4f\x58\x48\xf2\x0f", "+byJbVw-");
+    writes("utf8 -t iso-2022-jp --skip", kana, "カé", "1 character skipped");
+    writes("utf8 -t iso-2022-jp --replace=漢", "\x1B$B%+4A\x1B(B", "カé", "1 character replaced");
+    // The place of a character, whatever switches to it.
+    fails(bad_text, "iso-2022-jp -t sjis",
+          "1:3: byte offset 6: the bytes 30 21 are U+4E02 (丂), which sjis lacks", "ab\x1B$(D0!",
+          "ab");
+    std::string text;
+    for (int i = 0; i < 60000; ++i)
+        text += i % 3 ? "漢字かな" : "abc\n";
+    spit(dir / "long", text);
+    command = "kova convert --root rules -f utf8 -t iso-2022-jp long | ";
+    writes("kova convert --root rules -f iso-2022-jp -t utf-7 | "
+           "kova convert --root rules -f utf-7 -t utf8",
+           text);
+}
+
 TEST_F(KovaConvert, EndsLinesAsTheTargetDoesOrAsTold) {
     command = "kova convert -f ";
     const std::string host = "\x81\x15\x82\x25\x83\x0d\x25", text = "a\xc2\205b\nc\r\n";

@@ -40,7 +40,7 @@ struct convert_job {
     bool has_to_utf8 = false, has_from_utf8 = false, has_back = false;
     bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
     bool by_mark = false; // the byte order of the source, and so its newline, is in its first bytes
-    std::string newline = "\n", replacement, closing;
+    std::string newline = "\n", replacement;
     std::string nel; // ends a line of the source, too; "" if it does not
     line_ends ends;
     bool replacement_is_utf8 = false;
@@ -164,7 +164,8 @@ int source_character(convert_job &job, const unsigned char *text, size_t len, ui
         return 4;
     }
     if (!job.has_to_utf8) return 0;
-    for (size_t count = 1; count <= std::min<size_t>(len, 4); ++count) {
+    constexpr size_t longest = 8; // with a single shift or in UTF-7
+    for (size_t count = 1; count <= std::min(len, longest); ++count) {
         route_state st = inside(job.st.leg[0]);
         const run_result got = run(job.to_utf8, st, text, count, false, job.scratch);
         if (got.error == KO_EINVAL) continue;
@@ -268,7 +269,7 @@ void write_replacement(convert_job &job, output &out) {
     for (conv_state &leg : job.st.leg)
         leg.first_frag = 0; // the text of the target has begun
     if (!job.replacement_is_utf8) {
-        if (target_state(job.way, job.st) == 1) write_lines(job.ends, out, job.closing);
+        write_lines(job.ends, out, closing_shift(job.way, target_state(job.way, job.st)));
         target_state(job.way, job.st) = 0;
         write_lines(job.ends, out, job.replacement);
         return;
@@ -284,8 +285,7 @@ void write_replacement(convert_job &job, output &out) {
 // that was skipped or replaced.
 void close_text(convert_job &job, output &out) {
     finish_lines(job.ends, out);
-    if (job.closed || target_state(job.way, job.st) != 1) return;
-    write(out, job.closing);
+    if (!job.closed) write(out, closing_shift(job.way, target_state(job.way, job.st)));
 }
 
 // ---- progress ----
@@ -530,8 +530,8 @@ std::string pair_text(const convert_job &job) {
 void tell_way(const convert_job &job) {
     std::string text = pair_text(job);
     if (job.way.legs == 0) text += ": the same code set, bytes are copied";
-    if (job.way.legs == 1) text += ": " + job.way.files[0];
-    if (job.way.legs == 2)
+    if (job.way.legs > 0 && job.way.through.empty()) text += ": " + job.way.files[0];
+    if (!job.way.through.empty())
         text += " through " + job.way.through + ": " + job.way.files[0] + ", " + job.way.files[1];
     kovatool::tell("kova", text);
 }
@@ -584,7 +584,6 @@ bool fits_target(convert_job &job, const std::string &text) {
 }
 
 void learn_replacement(const data_place &place, const common_options &common, convert_job &job) {
-    job.closing = closing_shift(job.way);
     job.has_back = open_route(place, job.way.to, utf8_code_set(), job.back);
     if (!job.options->replace) return;
     job.has_from_utf8 = open_route(place, utf8_code_set(), job.way.to, job.from_utf8);

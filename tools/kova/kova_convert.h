@@ -54,8 +54,8 @@ struct descriptor {
 // The route from one code set to another.
 struct route {
     code_set from, to;
-    size_t legs = 0;     // objects on the route; 0: both are the same code set
-    std::string through; // the code set between two legs
+    size_t legs = 0;     // descriptors on the route; 0: both are the same code set
+    std::string through; // the code set between two objects
     std::array<descriptor, 2> leg;
     std::array<std::string, 2> files; // the objects
     byte_buffer between;
@@ -98,8 +98,8 @@ inline int &target_state(const route &way, route_state &st) {
     return st.leg[way.legs == 2 ? 1 : 0].target_state;
 }
 
-// The bytes that end the target's shifted state; "" for a target without one.
-std::string closing_shift(route &way);
+// The bytes that end a shifted state of the target; "" if none do.
+std::string closing_shift(route &way, int state);
 
 // The path of a pair's object; "" if there is none.
 std::string object_path(const data_place &place, const code_set &from, const code_set &to);

@@ -66,6 +66,13 @@ std::vector<registry_entry> registry_entries() {
 
 // ---- objects ----
 
+static constexpr const char *no_object = "no object is needed";
+
+static void release(descriptor &leg) {
+    if (leg.cd) ko_cv_unload(leg.cd);
+    leg.cd = nullptr;
+}
+
 static bool by_number(const code_set &from, const code_set &to) {
     return from.number != KO_NO_CODESET && to.number != KO_NO_CODESET;
 }
@@ -92,29 +99,38 @@ std::string object_path(const data_place &place, const code_set &from, const cod
     return existing(place, from.name + "_" + to.name + ".cvo");
 }
 
-static bool has_leg(const data_place &place, const code_set &from, const code_set &to) {
-    return (is_unicode(from) && is_unicode(to)) || !object_path(place, from, to).empty();
-}
-
 // Opens what converts a pair in one step. False if there is nothing.
 static bool open_leg(const data_place &place, const code_set &from, const code_set &to,
                      unsigned flags, descriptor &leg, std::string &path) {
-    const bool by_rule = is_unicode(from) && is_unicode(to);
-    path = by_rule ? "no object is needed" : object_path(place, from, to);
-    if (path.empty()) return false;
+    release(leg);
+    path = object_path(place, from, to);
     int error = KO_ENOCONV;
     if (by_number(from, to))
         error = ko_open_conversion(&leg.cd, nullptr, std::to_string(from.number).c_str(),
                                    std::to_string(to.number).c_str(), flags | KO_CONVERT_DIRECT);
     if (error == KO_ENOCONV) { // its object goes by names
+        if (path.empty()) return false;
         const std::string file = path.substr(path.find_last_of('/') + 1);
         if (ko_iconv_open1(&leg.cd, file.c_str()) == 0) return true;
         error = *ko_ext_errno(leg.cd);
     }
+    if (path.empty()) path = no_object;
     if (error == KO_OK) return true;
     if (error == KO_ENOMEM) throw std::bad_alloc();
     throw failure(bad_locale, path + " is damaged or not a conversion object (error " +
                                   std::to_string(error) + "); compile it again with kovac convert");
+}
+
+// The library converts through utf8 by itself, and better where what follows a character decides.
+static void join_legs(unsigned flags, route &way) {
+    descriptor whole;
+    if (!by_number(way.from, way.to) ||
+        ko_open_conversion(&whole.cd, nullptr, std::to_string(way.from.number).c_str(),
+                           std::to_string(way.to.number).c_str(), flags) != 0)
+        return;
+    std::swap(way.leg[0].cd, whole.cd);
+    release(way.leg[1]);
+    way.legs = 1;
 }
 
 bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way,
@@ -128,12 +144,13 @@ bool open_route(const data_place &place, const code_set &from, const code_set &t
     way.legs = 2;
     for (const code_set &middle : {utf8_code_set(), unicode_code_set()}) {
         if (same_code_set(from, middle) || same_code_set(to, middle) ||
-            !has_leg(place, from, middle) || !has_leg(place, middle, to))
+            !open_leg(place, from, middle, flags & ~unsigned{KO_CONVERT_WRITE_MARK}, way.leg[0],
+                      way.files[0]) ||
+            !open_leg(place, middle, to, flags | KO_CONVERT_KEEP_MARK, way.leg[1], way.files[1]))
             continue;
         way.through = middle.name;
-        return open_leg(place, from, middle, flags & ~unsigned{KO_CONVERT_WRITE_MARK}, way.leg[0],
-                        way.files[0]) &&
-               open_leg(place, middle, to, flags | KO_CONVERT_KEEP_MARK, way.leg[1], way.files[1]);
+        if (same_code_set(middle, utf8_code_set())) join_legs(flags, way);
+        return true;
     }
     way.legs = 0;
     return false;
@@ -235,16 +252,16 @@ run_result run(route &way, route_state &st, const unsigned char *text, size_t le
     return {len, KO_OK, true, false, last};
 }
 
-// What conversion writes before a null character in the shifted state.
-std::string closing_shift(route &way) {
+// What conversion from a shift state writes before a null character.
+std::string closing_shift(route &way, int state) {
     static constexpr unsigned char zeros[4] = {};
-    if (way.legs == 0) return "";
     byte_buffer plain, shifted;
     for (const size_t len : {size_t{1}, size_t{2}, size_t{4}}) {
-        route_state from_plain, from_shifted;
-        target_state(way, from_shifted) = 1;
-        const run_result one = run(way, from_plain, zeros, len, false, plain);
-        const run_result two = run(way, from_shifted, zeros, len, false, shifted);
+        if (way.legs == 0 || state == 0) break;
+        route_state st;
+        target_state(way, st) = state;
+        const run_result one = run(way, st, zeros, len, false, shifted);
+        const run_result two = run(way, st, zeros, len, false, plain);
         if (one.error != KO_OK || two.error != KO_OK) continue;
         const std::string_view whole = shifted.text();
         if (whole.size() > plain.used && whole.substr(whole.size() - plain.used) == plain.text())
