@@ -14,6 +14,12 @@ struct pattern_text { // a pattern with its operations
     letter_op ops[most_letter_ops];
 };
 
+struct known_pattern {
+    uint64_t weights; // as plain_weights gives them; all ones: free
+    unsigned number;
+};
+constexpr unsigned known_bits = 8;
+
 struct builder {
     const coll_flat *flat;
     const short_keys *keys;
@@ -23,6 +29,7 @@ struct builder {
     unsigned num_patterns, num_ops;
     uint64_t *elements;
     size_t num_elements;
+    known_pattern known[1u << known_bits]; // found lately, by a hash of the weights
 };
 
 } // namespace
@@ -76,11 +83,12 @@ static bool same_pattern(const builder *b, const letter_pattern &known, const pa
            !memcmp(b->ops + known.first_op, text.ops, known.num_ops * sizeof(letter_op));
 }
 
+constexpr uint64_t hash_spread = 0x9E3779B97F4A7C15;
+
 static unsigned hash_of(const pattern_text &text) {
-    constexpr uint64_t spread = 0x9E3779B97F4A7C15;
-    uint64_t hash = (text.pattern.runs ^ text.pattern.commons << 1) * spread;
+    uint64_t hash = (text.pattern.runs ^ text.pattern.commons << 1) * hash_spread;
     for (unsigned i = 0; i < text.pattern.num_ops; ++i)
-        hash = ((hash ^ hash >> 32 ^ text.ops[i].code) + text.ops[i].pass) * spread;
+        hash = ((hash ^ hash >> 32 ^ text.ops[i].code) + text.ops[i].pass) * hash_spread;
     return unsigned(hash >> 32) % pattern_slots;
 }
 
@@ -100,15 +108,52 @@ static unsigned pattern_number(builder *b, const pattern_text &text) {
     return b->num_patterns - 1;
 }
 
+// The pattern of a unit or an element; most_patterns if it has none.
+static unsigned find_pattern(builder *b, unsigned unit, ptrdiff_t candidate, coll_seq first) {
+    pattern_text text;
+    text.pattern = {};
+    if (!add_firsts(b, first, &text)) return most_patterns;
+    for (int p = 1; p < b->flat->num_passes; ++p) {
+        const coll_flat_pass *const pass = &b->flat->pass[p];
+        if (!pass->forward) continue;
+        coll_item own;
+        if (!add_pass(b, unsigned(p), yielded(pass, unit, candidate, &own), &text))
+            return most_patterns;
+    }
+    return pattern_number(b, text);
+}
+
+// The weights of a unit in the passes after the first, in lanes. False if one of them is that of an
+// element or expansion or goes with the unit's code, so that they do not decide the pattern.
+static bool plain_weights(const coll_flat *flat, unsigned unit, uint64_t *weights) {
+    *weights = 0;
+    for (int p = 1; p < flat->num_passes; ++p) {
+        if (!flat->pass[p].forward) continue;
+        const uint16_t weight = flat->pass[p].page[unit >> 8][unit & 0xFF];
+        if (weight & (coll_expansion | coll_code_tie)) return false;
+        *weights |= uint64_t{weight} << lane_bits * unsigned(p - 1);
+    }
+    return true;
+}
+
+// find_pattern by the patterns found lately, where it can be.
+static unsigned pattern_of(builder *b, unsigned unit, ptrdiff_t candidate, coll_seq first) {
+    uint64_t weights;
+    if (candidate >= 0 || first.count > 1 || !plain_weights(b->flat, unit, &weights))
+        return find_pattern(b, unit, candidate, first);
+    known_pattern *const known = &b->known[weights * hash_spread >> (64 - known_bits)];
+    if (known->weights != weights) *known = {weights, find_pattern(b, unit, candidate, first)};
+    return known->number;
+}
+
 // ---- Pages ----
 
 // What a unit, or an element that begins with it, writes.
 static uint64_t letter_of(builder *b, unsigned unit, ptrdiff_t candidate) {
     coll_item own;
     const coll_seq first = yielded(&b->flat->pass[0], unit, candidate, &own);
-    pattern_text text;
-    text.pattern = {};
-    if (!add_firsts(b, first, &text)) return letter_items;
+    const unsigned number = pattern_of(b, unit, candidate, first);
+    if (number == most_patterns) return letter_items;
     uint64_t letter = 0;
     if (first.count) {
         const coll_item item = first.items[0];
@@ -116,14 +161,6 @@ static uint64_t letter_of(builder *b, unsigned unit, ptrdiff_t candidate) {
         const bool tie = item.weight & coll_code_tie && item.ch == unit;
         letter = tie ? letter_tie | code : spelled(code, item);
     }
-    for (int p = 1; p < b->flat->num_passes; ++p) {
-        const coll_flat_pass *const pass = &b->flat->pass[p];
-        if (!pass->forward) continue;
-        if (!add_pass(b, unsigned(p), yielded(pass, unit, candidate, &own), &text))
-            return letter_items;
-    }
-    const unsigned number = pattern_number(b, text);
-    if (number == most_patterns) return letter_items;
     return letter | uint64_t{number} << letter_pattern_bit;
 }
 
@@ -216,7 +253,8 @@ const short_letters *build_short_letters(const coll_flat *flat, const short_keys
     *letters.p = {.forward = true};
     for (int p = 0; p < flat->num_passes; ++p)
         letters.p->forward = letters.p->forward && flat->pass[p].forward;
-    builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0, elements.p, num_elements};
+    builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0, elements.p, num_elements, {}};
+    memset(b.known, 0xFF, sizeof b.known);
     uint16_t numbers[257];
     const unsigned num_pages = fill_pages(&b, pages.p, numbers);
     if (keep_letters(&b, pages.p, num_pages, numbers, letters.p)) return letters.release();

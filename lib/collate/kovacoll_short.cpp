@@ -4,8 +4,11 @@
 
 #include "collate/kovacoll_letters.h"
 
-#include <atomic>
 #include <string.h>
+
+#include <array>
+#include <atomic>
+#include <iterator>
 
 namespace {
 
@@ -20,7 +23,7 @@ struct source {
 
 struct weight_facts {
     bool used, tie;
-    bool rare;          // only elements and letters that few words have deliver it
+    bool rare;          // only elements and phonetic letters deliver it
     uint16_t least;     // of the units whose sources deliver it, rare ones only if it is rare
     uint16_t low, high; // of the characters that break its ties
 };
@@ -30,6 +33,7 @@ struct speller {
     const coll_flat *flat;
     int pass;
     weight_facts facts[weights_room]; // by weight
+    unsigned weights;                 // one above the highest that is used
     uint32_t codes[weights_room];
     unsigned place;                       // leading bytes assigned so far
     unsigned commons[short_most_commons]; // weights, the most frequent first
@@ -39,18 +43,73 @@ struct speller {
 
 } // namespace
 
+// ---- Scripts ----
+
+// Where the letters of another script may begin.
+static constexpr uint16_t script_starts[] = {
+    0x0000, 0x0370, 0x0400, 0x0530, 0x0590, 0x0600, 0x0700, 0x0780, 0x0900, 0x0980,
+    0x0A00, 0x0A80, 0x0B00, 0x0B80, 0x0C00, 0x0C80, 0x0D00, 0x0D80, 0x0E00, 0x0E80,
+    0x0F00, 0x1000, 0x10A0, 0x1100, 0x1200, 0x13A0, 0x1400, 0x1680, 0x1700, 0x1780,
+    0x1800, 0x1900, 0x2000, 0x2C00, 0x2C80, 0x2D30, 0x2D80, 0x3040, 0x3100, 0xA500,
+    0xA800, 0xA930, 0xA980, 0xA9E0, 0xAA00, 0xAA60, 0xAA80, 0xAAE0, 0xAB00};
+// First and last of the Latin letters that few words have.
+static constexpr uint16_t phonetic[][2] = {
+    {0x0180, 0x036F},
+    {0x1D00, 0x1DFF},
+    {0x2C60, 0x2C7F},
+    {0xA720, 0xA7FF},
+    {0xAB30, 0xAB6F},
+};
+
+// The scripts of all units, by 16: no script begins or ends between.
+static constexpr uint8_t phonetic_script = 0xFF;
+static constexpr auto scripts = [] {
+    std::array<uint8_t, 0x1000> by_16{};
+    uint8_t script = 0;
+    for (unsigned unit = 0; unit < 0x10000; unit += 16) {
+        if (script + 1u < std::size(script_starts) && script_starts[script + 1] == unit) ++script;
+        by_16[unit / 16] = script;
+    }
+    for (const auto &range : phonetic)
+        for (unsigned unit = range[0]; unit <= range[1]; unit += 16)
+            by_16[unit / 16] = phonetic_script;
+    return by_16;
+}();
+
+// Phonetic letters and the micro sign, which would make Greek letters of Latin ones.
+static bool is_phonetic(unsigned unit) {
+    return scripts[unit / 16] == phonetic_script || unit == 0xB5;
+}
+
+constexpr unsigned no_script = 0xFFFF;
+static unsigned script_of(unsigned unit) {
+    const unsigned script = scripts[unit / 16];
+    return script == phonetic_script ? 0 : script;
+}
+
 // ---- Sources ----
 
 static coll_seq delivered(const coll_flat *flat, int pass, source from, coll_item *own) {
     return yielded(&flat->pass[pass], from.unit, from.candidate, own);
 }
 
-// Visits the sources of a pass. Unless asked for all, visits only the first of several equal pages.
+static bool has_phonetic(unsigned hi) {
+    return memchr(&scripts[hi * 16], phonetic_script, 16) != nullptr;
+}
+
+// Does the page lie between equal ones, so that its units are neither the least nor the highest
+// that deliver a weight? Units are less welcome as the least ones where they are phonetic.
+static bool is_between(const coll_flat *flat, unsigned hi) {
+    return hi < 255 && repeats(flat, hi) && repeats(flat, hi + 1) && !has_phonetic(hi - 1) &&
+           !has_phonetic(hi);
+}
+
+// Visits the sources of a pass, of several equal pages only the first or, for ties, the outermost.
 template <class Visit>
-static void each_source(const coll_flat *flat, int pass, bool all, Visit visit) {
+static void each_source(const coll_flat *flat, int pass, bool ties, Visit visit) {
     const coll_flat_pass *p = &flat->pass[pass];
     for (unsigned hi = 0; hi < 256; ++hi) {
-        if (!all && repeats(flat, hi)) continue;
+        if (ties ? is_between(flat, hi) : repeats(flat, hi)) continue;
         for (unsigned unit = hi << 8 | !hi; unit >> 8 == hi; ++unit) {
             visit(source{unit, -1});
             const unsigned weight = p->page[hi][unit & 0xFF];
@@ -62,21 +121,15 @@ static void each_source(const coll_flat *flat, int pass, bool all, Visit visit) 
     }
 }
 
-// Latin letters that few words have, and the micro sign, which would make Greek letters of Latin
-// ones.
-static bool is_phonetic(unsigned unit) {
-    return unit - 0x180 < 0x370 - 0x180 || unit - 0x1D00 < 0x1E00 - 0x1D00 ||
-           unit - 0x2C60 < 0x20 || unit - 0xA720 < 0xE0 || unit - 0xAB30 < 0x40 || unit == 0xB5;
-}
-
-static void learn(weight_facts *facts, coll_item item, source from) {
+// Units come in ascending order.
+static void learn(weight_facts *facts, coll_item item, unsigned unit, bool rare) {
     weight_facts *f = &facts[item.weight & coll_low_bits];
-    const auto least = uint16_t(from.unit);
-    const bool rare = from.candidate >= 0 || is_phonetic(from.unit);
-    if (!f->used) *f = {true, false, rare, least, item.ch, item.ch};
+    if (!f->used) *f = {true, false, rare, uint16_t(unit), item.ch, item.ch};
     if (item.weight & coll_code_tie) f->tie = true;
-    if (rare < f->rare || (rare == f->rare && least < f->least)) f->least = least;
-    if (!rare) f->rare = false;
+    if (f->rare && !rare) {
+        f->rare = false;
+        f->least = uint16_t(unit);
+    }
     if (item.ch < f->low) f->low = item.ch;
     if (item.ch > f->high) f->high = item.ch;
 }
@@ -86,9 +139,13 @@ static void learn_pass(speller *s) {
     each_source(s->flat, s->pass, s->flat->pass[s->pass].ties, [s](source from) {
         coll_item own;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
+        const bool rare = from.candidate >= 0 || is_phonetic(from.unit);
         for (unsigned i = 0; i < seq.count; ++i)
-            learn(s->facts, seq.items[i], from);
+            learn(s->facts, seq.items[i], from.unit, rare);
     });
+    s->weights = weights_room;
+    while (s->weights > 1 && !s->facts[s->weights - 1].used)
+        --s->weights;
 }
 
 // ---- Spelling ----
@@ -120,7 +177,7 @@ static void spell_tie(speller *s, unsigned w) {
 // enough.
 static bool number_all(speller *s) {
     uint64_t number = 0;
-    for (unsigned w = 0; w < weights_room; ++w) {
+    for (unsigned w = 0; w < s->weights; ++w) {
         if (!s->facts[w].used) continue;
         const uint64_t next = number + span(s->facts[w]);
         if (next > uint64_t{two_digits} * short_digits) return false;
@@ -131,24 +188,6 @@ static bool number_all(speller *s) {
 }
 
 // ---- The first pass: leads ----
-
-// Where the letters of another script may begin.
-static constexpr uint16_t script_starts[] = {
-    0x0000, 0x0370, 0x0400, 0x0530, 0x0590, 0x0600, 0x0700, 0x0780, 0x0900, 0x0980,
-    0x0A00, 0x0A80, 0x0B00, 0x0B80, 0x0C00, 0x0C80, 0x0D00, 0x0D80, 0x0E00, 0x0E80,
-    0x0F00, 0x1000, 0x10A0, 0x1100, 0x1200, 0x13A0, 0x1400, 0x1680, 0x1700, 0x1780,
-    0x1800, 0x1900, 0x2000, 0x2C00, 0x2C80, 0x2D30, 0x2D80, 0x3040, 0x3100, 0xA500,
-    0xA800, 0xA930, 0xA980, 0xA9E0, 0xAA00, 0xAA60, 0xAA80, 0xAAE0, 0xAB00};
-
-constexpr unsigned no_script = 0xFFFF;
-static unsigned script_of(unsigned unit) {
-    if (is_phonetic(unit)) return 0;
-    unsigned script = 0;
-    while (script + 1 < sizeof script_starts / sizeof *script_starts &&
-           script_starts[script + 1] <= unit)
-        ++script;
-    return script;
-}
 
 // Scripts of so many characters that two neighbours rarely meet in a text. Each character takes two
 // bytes, and no lead is kept.
@@ -169,7 +208,7 @@ struct segment { // neighbouring weights of one script
 // others, also in blocks of their own.
 static bool continues(const speller *s, unsigned w, unsigned script) {
     constexpr unsigned near = 16;
-    for (unsigned seen = 0; w < weights_room && seen < near; ++w) {
+    for (unsigned seen = 0; w < s->weights && seen < near; ++w) {
         const weight_facts &f = s->facts[w];
         if (f.used && !f.rare && !is_paged(f) && script_of(f.least) == script) return true;
         seen += f.used;
@@ -182,7 +221,7 @@ static bool continues(const speller *s, unsigned w, unsigned script) {
 static segment next_segment(const speller *s, unsigned from) {
     segment found = {from, from, 0, 0, 0, is_paged(s->facts[from])};
     unsigned script = no_script, rare = 0;
-    for (unsigned w = from; w < weights_room; ++w) {
+    for (unsigned w = from; w < s->weights; ++w) {
         const weight_facts &f = s->facts[w];
         if (!f.used) continue;
         if (is_paged(f) != found.paged) break;
@@ -245,7 +284,7 @@ static bool spell_first_pass(speller *s, unsigned longest_span) {
     unsigned second = short_digits; // of the last lead of letters, which is full
     bool open = false;
     s->place = 0;
-    for (unsigned w = 0; w < weights_room;) {
+    for (unsigned w = 0; w < s->weights;) {
         if (!s->facts[w].used) {
             ++w;
             continue;
@@ -278,18 +317,24 @@ static bool spell_first_pass(speller *s, unsigned longest_span) {
 namespace {
 struct ballot { // of alphabets, then of the other scripts
     unsigned script;
-    unsigned weights; // one above the highest
+    unsigned weights; // as in speller
+    unsigned best;    // the weight that most letters of the script have, the lowest of several
+    unsigned highest; // that any of them has
     unsigned *counts; // letters of the script, by weight
     unsigned *votes[2];
 };
 } // namespace
 
 static void cast_vote(ballot *b) {
-    unsigned best = 0;
-    for (unsigned w = 0; w < b->weights; ++w)
-        if (b->counts[w] > b->counts[best]) best = w;
-    b->votes[script_starts[b->script] >= 0x3000][best] += b->counts[best];
-    memset(b->counts, 0, b->weights * sizeof *b->counts);
+    b->votes[script_starts[b->script] >= 0x3000][b->best] += b->counts[b->best];
+    memset(b->counts, 0, (b->highest + 1) * sizeof *b->counts);
+    b->best = b->highest = 0;
+}
+
+static void count_letter(ballot *b, unsigned weight) {
+    const unsigned count = ++b->counts[weight], most = b->counts[b->best];
+    if (count > most || (count == most && weight < b->best)) b->best = weight;
+    if (weight > b->highest) b->highest = weight;
 }
 
 static void hold_ballot(const speller *s, ballot *b) {
@@ -303,7 +348,7 @@ static void hold_ballot(const speller *s, ballot *b) {
         if (!delivered(s->flat, 0, from, &own_first).count) return;
         for (unsigned i = 0; i < seq.count; ++i)
             if (!s->facts[seq.items[i].weight & coll_low_bits].tie)
-                ++b->counts[seq.items[i].weight & coll_low_bits];
+                count_letter(b, seq.items[i].weight & coll_low_bits);
     });
     cast_vote(b);
 }
@@ -321,15 +366,13 @@ static unsigned winner(const ballot *b) {
 // Every script votes for the weight that most of its letters have. The two that most letters voted
 // for are common: in a locale of its own, Thai differs from other scripts. False without memory.
 static bool find_commons(speller *s) {
-    unsigned n = weights_room;
-    while (n > 1 && !s->facts[n - 1].used)
-        --n;
+    const unsigned n = s->weights;
     const ext_block<unsigned> counts(n), alphabets(n), others(n);
     if (!counts.p || !alphabets.p || !others.p) return false;
     for (unsigned *p : {counts.p, alphabets.p, others.p})
         memset(p, 0, n * sizeof *p);
     ballot b = {
-        0, n, counts.p, {alphabets.p, others.p}
+        0, n, 0, 0, counts.p, {alphabets.p, others.p}
     };
     hold_ballot(s, &b);
     for (s->num_commons = 0; s->num_commons < short_most_commons; ++s->num_commons) {
@@ -346,7 +389,7 @@ static bool find_commons(speller *s) {
 static void spell_weights(speller *s, unsigned bound, unsigned commons, unsigned run_bytes) {
     unsigned rare = 0, common = 0; // the run of rare ones, with its leading byte taken
     s->place = 0;
-    for (unsigned w = 0; w < weights_room; ++w) {
+    for (unsigned w = 0; w < s->weights; ++w) {
         const weight_facts &f = s->facts[w];
         if (!f.used) continue;
         const bool runs = (commons && w == s->commons[0]) || (commons > 1 && w == s->commons[1]);
@@ -397,9 +440,7 @@ static bool spell_pass(speller *s) {
 }
 
 static bool keep_codes(const speller *s) {
-    unsigned n = weights_room;
-    while (n && !s->facts[n - 1].used)
-        --n;
+    const unsigned n = s->weights;
     auto *codes = static_cast<uint32_t *>(ko_ext_malloc((n + 1) * sizeof(uint32_t)));
     if (!codes) return false;
     for (unsigned w = 0; w < n; ++w)
