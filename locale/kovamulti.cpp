@@ -377,6 +377,32 @@ void free_multi(void *table) {
     free_ptr(t);
 }
 
+// ---- Comparing ----
+
+static bool same_block(const void *a, const void *b, size_t size) {
+    return a && b ? !memcmp(a, b, size) : a == b;
+}
+
+static bool same_node(const multi_arr *a, const multi_arr *b, size_t data_bytes) {
+    if (!a || !b) return a == b;
+    if (a->num_offsets != b->num_offsets || !a->next_arr != !b->next_arr) return false;
+    if (!same_block(a->flag_arr, b->flag_arr, 256) ||
+        !same_block(a->offset_arr, b->offset_arr, 256) ||
+        !same_block(a->data_arr, b->data_arr, data_bytes))
+        return false;
+    for (int i = 0; a->next_arr && i < a->num_offsets; ++i)
+        if (!same_node(a->next_arr[i], b->next_arr[i], data_bytes)) return false;
+    return true;
+}
+
+bool same_table(const mb_decode *a, const mb_decode *b) {
+    if (!a || !b || a->data_size != b->data_size || a->flags != b->flags) return false;
+    if (a->max_char_len != b->max_char_len || a->min_char_len != b->min_char_len) return false;
+    const auto size = size_t(a->data_size);
+    return same_block(a->default_data, b->default_data, size) &&
+           same_node(a->root, b->root, size_t{256} << a->log_data_size);
+}
+
 // ---- Flat tables ----
 
 static constexpr unsigned char no_flags[256] = {};

@@ -83,6 +83,7 @@ void repeat_front(unsigned char *array, size_t bytes, size_t times);
 void free_arr(multi_arr *node, bool owns_arrays);
 void free_tree(mb_decode *table); // everything but the default item; counts become 0
 bool is_compressed(const mb_decode *table);
+bool same_table(const mb_decode *a, const mb_decode *b); // node by node
 // In a table whose characters are all one byte, makes every byte a character.
 void single_byte_exists(mb_decode *table);
 

@@ -3,6 +3,7 @@
 #define KOVACTYPE_H
 
 #include "record/kovasetlc.h"
+#include "record/kovashare.h"
 
 // The mask of a class that the locale defines, 0 if it does not.
 ko_ctype_t user_class(const kovaloc *loc, const char *name);
@@ -28,9 +29,17 @@ enum {
     pair_lower = 4,
 };
 
+// What a record reads for LC_CTYPE.
+struct ctype_parts {
+    void *ctype, *cconv;
+    conv_elem *cconv_arr;
+    user_bit *user_bits;
+    int num_conv_elems, num_user_bits;
+};
+
 // Tables for hot loops, derived when LC_CTYPE is loaded; NULL in a record whose tables are empty or
 // for which memory ran short (then the trees are walked). Shared by reference with copies of the
-// category.
+// category, and with records that have read equal data.
 struct ctype_flat {
     const void *ctype; // the tables from which it was made; any others are walked
     const void *cconv;
@@ -41,9 +50,17 @@ struct ctype_flat {
     unsigned char *pairs; // owned: facts of two-byte characters, by wide value; NULL: none
     case_pages upper;
     case_pages lower;
+    shared_place<ctype_flat> place;
+    uint64_t number;   // of shared ones: no others of the process ever have it; 0: not shared
+    ctype_parts parts; // of shared ones
 };
 ctype_flat *build_ctype_flat(const kovaloc *loc);
 void free_ctype_flat(ctype_flat *flat);
+
+// Sharing (kovactype_share.cpp). Only code sets with characters of two bytes are worth the search.
+void share_ctype(kovaloc *loc);   // replaces what was read by equal data of another record
+void offer_ctype(kovaloc *loc);   // to other records, with the tables derived
+void release_ctype(kovaloc *loc); // frees what no other record uses; the fields keep their values
 
 // Finds the boxes of the two-byte characters of a class table.
 void derive_pairs(const void *ctype, coll_pairs *pairs);

@@ -32,9 +32,10 @@ struct builder {
     coll_special *specials; // for expansions, for weight 0, then for the edges
     ko_wchar_t *edges; // characters that begin elements or, with a backward pass, that end them
     unsigned num_edges;
-    int *heads, *tails;         // by character: the first element that begins, ends with it; -1
-    int *next_head, *next_tail; // by element: the next one of these
-    unsigned char *needed;      // by element: whether the backward pass must know it
+    bool edge_pages[256];           // high bytes of edges
+    int16_t *heads, *tails;         // by character: the first element that begins, ends with it; -1
+    int16_t *next_head, *next_tail; // by element: the next one of these
+    unsigned char *needed;          // by element: whether the backward pass must know it
     coll_widths widths;
     uint16_t byte_rows[256];
     const uint16_t *rows[256];                // by high byte; NULL: row 0 for all
@@ -205,13 +206,13 @@ static bool chain_elements(builder *b, bool backward) {
         const ko_wchar_t first = elem->elem_data[0], last = elem->elem_data[elem->nchars - 1];
         add_edge(b, first);
         b->next_head[i] = b->heads[first];
-        b->heads[first] = i;
+        b->heads[first] = int16_t(i);
         for (unsigned k = 1; k < elem->nchars; ++k)
             if (!mark_inner(b, elem->elem_data[k])) return false;
         if (!backward) continue;
         add_edge(b, last);
         b->next_tail[i] = b->tails[last];
-        b->tails[last] = i;
+        b->tails[last] = int16_t(i);
     }
     return true;
 }
@@ -311,7 +312,8 @@ static bool fill_seconds(builder *b, coll_special *special) {
 
 static void fill_candidates(builder *b, int pass) {
     const bool forward = b->flat->pass[pass].forward;
-    const int *first = forward ? b->heads : b->tails, *next = forward ? b->next_head : b->next_tail;
+    const int16_t *first = forward ? b->heads : b->tails;
+    const int16_t *next = forward ? b->next_head : b->next_tail;
     unsigned number = 0;
     if (!forward && b->num_edges) find_needed(b, pass);
     for (unsigned f = 0; f < b->num_edges && !b->failed; ++f) {
@@ -404,7 +406,7 @@ static void fill_pages(builder *b, int pass) {
             page[lo] = weights[rows ? rows[lo] : 0];
         for (unsigned lo = is_page_of_weights(page) ? 256 : 0; lo < 256; ++lo)
             page[lo] = page_weight(b, p, page[lo]);
-        for (unsigned f = 0; f < b->num_edges; ++f)
+        for (unsigned f = 0; b->edge_pages[hi] && f < b->num_edges; ++f)
             if (b->edges[f] >> 8 == hi)
                 page[b->edges[f] & 0xFF] = uint16_t(coll_expansion | (b->first_special + f));
         if (!hi) page[0] = 0;
@@ -514,12 +516,11 @@ static bool count_tables(builder *b) {
     if (expansions + 1 + b->num_edges > coll_expansion) return false;
     b->first_special = unsigned(expansions) + 1;
     b->num_specials = b->first_special + b->num_edges;
-    bool own_page[256] = {true};
     for (unsigned f = 0; f < b->num_edges; ++f)
-        own_page[b->edges[f] >> 8] = true;
+        b->edge_pages[b->edges[f] >> 8] = true;
     read_rows(b);
     for (unsigned hi = 0; hi < 256; ++hi)
-        if (b->rows[hi] || own_page[hi]) b->used[b->num_used++] = uint8_t(hi);
+        if (!hi || b->rows[hi] || b->edge_pages[hi]) b->used[b->num_used++] = uint8_t(hi);
     return true;
 }
 
@@ -538,7 +539,7 @@ static bool build(builder *b) {
     for (int p = 0; p < coll->num_passes; ++p)
         backward = backward || !walks_forward(b, p);
     const size_t chars = elems ? 65536 : 1;
-    ext_block<int> heads(chars), tails(chars), next_head(elems), next_tail(elems);
+    ext_block<int16_t> heads(chars), tails(chars), next_head(elems), next_tail(elems);
     ext_block<ko_wchar_t> edges(2 * elems);
     ext_block<unsigned char> needed(elems);
     if (!heads.p || !tails.p || !next_head.p || !next_tail.p || !edges.p || !needed.p) return false;

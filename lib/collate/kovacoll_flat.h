@@ -3,6 +3,7 @@
 #define KOVACOLL_FLAT_H
 
 #include "record/kovasetlc.h"
+#include "record/kovashare.h"
 
 // A weight ready to be compared: ch breaks ties under coll_code_tie. ch is 0 only at the end.
 struct coll_item {
@@ -60,6 +61,14 @@ struct coll_flat_pass {
 
 struct short_keys;
 
+// What a record reads for LC_COLLATE, and the lists derived from it.
+struct coll_parts {
+    void *coll;
+    coll_data info;
+    const ko_mchar_t **ignored;
+    ko_coll_equiv_class_map *equivalents;
+};
+
 struct coll_flat {
     int num_passes;
     bool elements;
@@ -77,6 +86,9 @@ struct coll_flat {
     // that count is 1. coll_no_counts: the byte alone does not decide, or a pass is backward.
     uint64_t counts[256];
     uint64_t digits[256];
+    shared_place<coll_flat> place;
+    uint64_t ctype;   // of shared ones: the number of the class tables that they were made with
+    coll_parts parts; // of shared ones
     coll_flat_pass pass[coll_max_passes]; // only num_passes of them are allocated
 };
 
@@ -112,8 +124,14 @@ constexpr uint16_t coll_raw_weight = coll_code_tie | coll_low_bits;
 
 // Builds the derived tables of the hot loops. NULL if there is no collation, if it is code-set
 // order or Thai, without memory, or for a shape that the tables cannot represent (then the row walk
-// is used). Copies of the category share them by reference.
+// is used). Copies of the category share them by reference, and so do records that have read equal
+// data.
 coll_flat *build_coll_flat(const kovaloc *loc);
 void free_coll_flat(coll_flat *flat);
+
+// Sharing (kovacoll_share.cpp), where the class tables are shared, too.
+bool share_collation(kovaloc *loc); // replaces what was read by equal data and all derived from it
+void offer_collation(kovaloc *loc); // to other records, with the tables derived
+void release_collate(kovaloc *loc); // frees what no other record uses; the fields keep their values
 
 #endif

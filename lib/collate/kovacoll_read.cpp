@@ -1,6 +1,7 @@
 // Reads the LC_COLLATE section: rows, weights, elements and expansions, each checked against what
 // it refers to, and derives the tables by byte value.
 #include "collate/kovacoll.h"
+#include "collate/kovacoll_flat.h"
 
 #include <string.h>
 
@@ -27,18 +28,26 @@ template <class T> static bool make_array(kovaloc *loc, size_t n, T **array) {
     return *array || fail(loc, KO_ENOMEM, false);
 }
 
-// Reads four hex digits after white space. These are the bulk of a section, so memory is read
-// without calls.
-static unsigned read_weight(text_in *in) {
-    if (!in->stream && in->end - in->pos > 4) {
-        const unsigned char *const s = in->pos + is_white(*in->pos);
-        if (*s > ' ') {
-            in->pos = s + 4;
-            return get_hex4(s);
-        }
+// Reads four hex digits after white space for each pass.
+static void read_row(text_in *in, int passes, unsigned *weights) {
+    for (int p = 0; p < passes; ++p) {
+        skip_whitespace(in);
+        weights[p] = get_hex(in, 4);
     }
-    skip_whitespace(in);
-    return get_hex(in, 4);
+}
+
+// The same from memory. Rows are the bulk of a section. False, with nothing read, near the end of
+// the file and where there is more than one white character.
+static bool read_plain_row(text_in *in, int passes, unsigned *weights) {
+    if (in->stream || in->end - in->pos <= ptrdiff_t{5} * passes) return false;
+    const unsigned char *s = in->pos;
+    for (int p = 0; p < passes; ++p, s += 4) {
+        s += is_white(*s);
+        if (*s <= ' ') return false;
+        weights[p] = get_hex4(s);
+    }
+    in->pos = s;
+    return true;
 }
 
 static bool read_chars(text_in *in, kovaloc *loc, unsigned n, ko_wchar_t **chars) {
@@ -119,10 +128,13 @@ static bool read_expansions(text_in *in, kovaloc *loc, size_t count) {
 static bool read_weights(text_in *in, kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     if (!coll->num_passes) return true;
+    const int passes = coll->num_passes;
     const unsigned expansions = unsigned(coll->num_expansions);
     for (size_t row = 0; row <= size_t(coll->num_rows); ++row) {
-        for (int p = 0; p < coll->num_passes; ++p) {
-            const unsigned weight = read_weight(in) & 0xFFFF;
+        unsigned weights[coll_max_passes];
+        if (!read_plain_row(in, passes, weights)) read_row(in, passes, weights);
+        for (int p = 0; p < passes; ++p) {
+            const unsigned weight = weights[p] & 0xFFFF;
             if ((weight & coll_expansion) && (weight & coll_low_bits) >= expansions)
                 return fail(loc, KO_EOBJECT, false);
             coll->pass_arr[p][row] = uint16_t(weight);
@@ -326,7 +338,6 @@ static bool derive_exp_direct(kovaloc *loc, const uint16_t *byte_rows) {
                 coll->exp_direct[p][c] = &coll->exp_arr[weight & coll_low_bits];
         }
     }
-    set_error(loc, KO_OK); // deliberately drops what looking up characters has stored
     return true;
 }
 
@@ -373,15 +384,29 @@ static bool read_tables(text_in *in, kovaloc *loc) {
         !read_elems(in, loc, count_of(elems)) || !read_expansions(in, loc, count_of(expansions)) ||
         !read_weights(in, loc))
         return false;
-    if (in->ended || !rows_exist(rows, loc->coll_info.num_rows) || !is_order(loc))
-        return fail(loc, KO_EOBJECT, false);
-    skip_whitespace(in);
-    return expansions_end(loc);
+    return !in->ended || fail(loc, KO_EOBJECT, false);
+}
+
+static bool is_sound(const kovaloc *loc) {
+    const auto *rows = static_cast<const mb_decode *>(loc->coll);
+    return rows_exist(rows, loc->coll_info.num_rows) && is_order(loc);
 }
 
 static bool derive_lists(kovaloc *loc) {
     if (loc->coll_info.codeset_order_flg == 1) return true;
     return derive_coll_lists(loc) >= 0 || fail(loc, KO_E2BIG, false);
+}
+
+// What equal data of another record have passed need not be checked again.
+static bool read_section(text_in *in, kovaloc *loc) {
+    if (!read_tables(in, loc)) return false;
+    const bool shared = share_collation(loc);
+    if (!shared && !is_sound(loc)) return fail(loc, KO_EOBJECT, false);
+    skip_whitespace(in);
+    if (!shared && !(expansions_end(loc) && derive_lists(loc) && derive_byte_tables(loc)))
+        return false;
+    set_error(loc, KO_OK); // deliberately drops what looking up characters has stored
+    return true;
 }
 
 int read_collate(text_in *in, kovaloc *loc) {
@@ -398,7 +423,7 @@ int read_collate(text_in *in, kovaloc *loc) {
         return cut ? fail(loc, KO_EOBJECT, -1) : -1;
     }
     coll->collate = collate_specified;
-    if (read_tables(in, loc) && derive_lists(loc) && derive_byte_tables(loc)) return 0;
+    if (read_section(in, loc)) return 0;
     free_coll_data(loc); // nothing incomplete is used
     return -1;
 }

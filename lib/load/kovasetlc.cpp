@@ -84,17 +84,6 @@ static bool is_present(const kovaloc *loc, int category) {
 
 // ---- Categories: what each owns, and its empty state --------------------------------------------
 
-static void release_ctype(kovaloc *loc) {
-    free_multi(loc->ctype);
-    free_multi(loc->cconv);
-    for (int i = 0; loc->user_bits && i < loc->num_user_bits; i++) {
-        free_ptr(loc->user_bits[i].name);
-    }
-    free_ptr(loc->user_bits);
-    free_ptr(loc->cconv_arr);
-    if (loc->chars) free_ctype_flat(loc->chars);
-}
-
 static void clear_ctype(kovaloc *loc) {
     loc->ctype = loc->cconv = nullptr;
     loc->num_user_bits = 0;
@@ -102,19 +91,15 @@ static void clear_ctype(kovaloc *loc) {
     loc->cconv_arr = nullptr;
     loc->num_conv_elems = 0;
     loc->chars = nullptr;
+    loc->ctype_hash = 0;
     loc->pairs.any = false;
-}
-
-static void release_collate(kovaloc *loc) {
-    free_multi(loc->coll);
-    free_coll_data(loc);
-    if (loc->weights) free_coll_flat(loc->weights);
 }
 
 static void clear_collate(kovaloc *loc) {
     loc->coll = nullptr;
     loc->coll_info = {};
     loc->weights = nullptr;
+    loc->coll_hash = 0;
     loc->order_facts = {};
     loc->exp.coll_ignored = nullptr;
     loc->exp.coll_equiv_class_map = nullptr;
@@ -422,15 +407,28 @@ static void compare_codesets(kovaloc *loc) {
     }
 }
 
+static void derive_chars(kovaloc *loc) {
+    const unsigned failures = failed_allocations();
+    loc->chars = build_ctype_flat(loc);
+    if (failed_allocations() != failures)
+        loc->ctype_hash = 0; // others shall not lack what it lacks
+    offer_ctype(loc);
+}
+
+static void derive_weights(kovaloc *loc) {
+    loc->weights = build_coll_flat(loc);
+    offer_collation(loc);
+}
+
 void update_locale(kovaloc *loc) {
     free_koconv(&loc->koconv_info);
     fill_koconv(loc);
     loc->exp.single_byte = loc->ctype && multi_max_length(loc->ctype) == 1;
     loc->exp.codeset_order = loc->coll_info.codeset_order_flg != 0;
     const bool own_chars = !(loc->copied & category_bit(KO_LC_CTYPE));
-    if (!loc->chars && own_chars) loc->chars = build_ctype_flat(loc);
+    if (!loc->chars && own_chars) derive_chars(loc);
     const bool own_weights = !(loc->copied & category_bit(KO_LC_COLLATE));
-    if (!loc->weights && own_weights) loc->weights = build_coll_flat(loc);
+    if (!loc->weights && own_weights) derive_weights(loc);
     derive_pairs(loc->ctype, &loc->pairs);
     update_byte_tables(loc);
     loc->portable = portable_of(loc);

@@ -214,6 +214,7 @@ int read_ctype(text_in *in, kovaloc *loc) {
     if (read_case_pairs(in, loc)) return -1;
     const double stated = read_case_ratio(in), needed = growth_of_pairs(loc);
     loc->exp.case_conv_ratio = stated > needed ? stated : needed;
+    share_ctype(loc);
     return 0;
 }
 

@@ -53,8 +53,10 @@ struct kovaloc {
     int status;                   // of ko_lc_status: the first trouble, 0 for none
     record_origin origin;
     object_facts order_facts; // of the object of LC_COLLATE
-    const host_map *map;      // between its code set and Unicode, where that is not "unicode"
-    int map_error;            // why there is none; 0: none was asked for
+    // Of data that were read and of which the tables are not derived yet, see kovashare.h; 0: none.
+    uint64_t ctype_hash, coll_hash;
+    const host_map *map; // between its code set and Unicode, where that is not "unicode"
+    int map_error;       // why there is none; 0: none was asked for
 };
 
 inline kovaloc *record(ko_lc_t loc) { return static_cast<kovaloc *>(loc); }

@@ -658,11 +658,13 @@ static bool load_with_fault(const char *name, size_t want, long n, const long &c
 // Objects of our own with every call failing; compiled ones, calendars among them, with some.
 TEST(Loading, TellsADamagedRecordFromAWholeOne) {
     // Objects, and the steps of memory calls and of stream calls.
-    const auto rows = table("one.lco 1 13; two.lco 1 97; wide.lco 1 97; fr_fr\\0333.lco 7 2003; "
-                            "he_il\\0394hebr.lco 7 2003; ar_sa\\0441islm.lco 7 2003; "
-                            "ja_jp\\13ba.lco 61 99991; th_th\\e005.lco 61 199999");
+    const auto rows =
+        table("one.lco 1 13; two.lco 1 97; wide.lco 1 97; equal.lco 1 97; fr_fr\\0333.lco 7 2003; "
+              "he_il\\0394hebr.lco 7 2003; ar_sa\\0441islm.lco 7 2003; "
+              "ja_jp\\13ba.lco 61 99991; th_th\\e005.lco 61 199999");
     long by_memory = 0, by_stream = 0; // damaged records
     object_host host;
+    host.add("equal.lco", small_objects().at("two.lco").str());
     for (const auto &w : rows) {
         const char *const name = w[0].c_str();
         const long steps[] = {whole(w[2]), whole(w[1])};
@@ -673,6 +675,8 @@ TEST(Loading, TellsADamagedRecordFromAWholeOne) {
             host.add(name, object);
         else if (steps[1] > 1)
             continue;
+        std::optional<shared_record> held; // whose tables are taken
+        if (w[0] == "equal.lco") held.emplace("two.lco");
         size_t want;
         {
             const shared_record whole(name);
@@ -692,6 +696,68 @@ TEST(Loading, TellsADamagedRecordFromAWholeOne) {
         }
     }
     EXPECT_TRUE(by_memory > 100 && by_stream > 0) << by_memory << " " << by_stream;
+}
+
+// Of two objects that differ in one place: whether the records share classes, and whether orders.
+TEST(Loading, HoldsEqualTablesOfTwoByteLocalesOnce) {
+    static const struct {
+        std::string locale_object::*section;
+        const char *from, *to; // the last in the section
+        bool classes, order;
+    } rows[] = {
+        {&locale_object::messages, "796573",              "796574",              true,  true },
+        {&locale_object::ctype,    "40001008",            "40001007",            false, false},
+        {&locale_object::ctype,    "3 mine",              "3 mint",              false, false},
+        {&locale_object::ctype,    "3 mine",              "4 mine",              false, false},
+        {&locale_object::ctype,    "00000061",            "00000062",            false, false},
+        {&locale_object::collate,  "00800081",            "00800082",            true,  false},
+        {&locale_object::collate,  "0089\n",              "008a\n",              true,  false},
+        {&locale_object::collate,  " 140\n",              " 141\n",              true,  false},
+        {&locale_object::collate,  " 140\n0001",          " 140\n0003",          true,  false},
+        {&locale_object::collate,  "2000c 00000063",      "2000c 00000062",      true,  false},
+        {&locale_object::collate,  "2000c",               "2000d",               true,  false},
+        {&locale_object::collate,  "2 00000073",          "1 00000073",          true,  false},
+        {&locale_object::collate,  "00000073 00000073\n", "00000073 00000074\n", true,  false},
+    };
+    const auto change = [](std::string *text, const char *from, const std::string &to) {
+        const size_t at = text->rfind(from);
+        ASSERT_NE(at, std::string::npos) << from;
+        text->replace(at, strlen(from), to);
+    };
+    const memory_hooks memory;
+    object_host host;
+    locale_object base = small_objects().at("two.lco");
+    base.ctype.replace(base.ctype.find("0000000\n0\n") + 8, 2, "1\n3 mine\n");
+    base.ctype.replace(base.ctype.size() - 2, 2, "1 00000041 00000061\n");
+    change(&base.collate, "1 0 0 140\n0001\n",
+           "1 1 1 140\n0001\n2000c 00000063 00000068\n2 00000073 00000073\n");
+    host.add("base.lco", base.str());
+    for (const auto &r : rows) {
+        SCOPED_TRACE(std::string(r.from) + " " + r.to);
+        locale_object other = base;
+        change(&(other.*r.section), r.from, r.to);
+        host.add("other.lco", other.str());
+        std::optional<own_record> held(std::in_place), alone(std::in_place);
+        alone->set(KO_LC_ALL, "other.lco");
+        const size_t want = digest(*alone);
+        alone.reset();
+        held->set(KO_LC_ALL, "base.lco");
+        const size_t want_held = digest(*held);
+        own_record loc;
+        loc.set(KO_LC_ALL, "other.lco");
+        EXPECT_TRUE(loc->chars && loc->weights);
+        EXPECT_EQ(loc->chars == (*held)->chars, r.classes);
+        EXPECT_EQ(loc->weights == (*held)->weights, r.order);
+        {
+            own_record third; // gives what it has taken back with new classes
+            third.set(KO_LC_ALL, "base.lco");
+            third.set(KO_LC_CTYPE, "one.lco");
+        }
+        EXPECT_EQ(digest(*held), want_held);
+        EXPECT_EQ(digest(loc), want);
+        held.reset();
+        EXPECT_EQ(digest(loc), want) << "without the first owner";
+    }
 }
 
 TEST(Loading, TellsAMissingFileFromOneThatCannotBeRead) {
