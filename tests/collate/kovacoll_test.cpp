@@ -174,6 +174,7 @@ TEST(Collation, PutsThaiVowelsBehindAndMarksLast) {
         {"\xA1\xE8",         "\xA1\x01\x8F"                }, // a mark on the first character
         {"\xE0\xA1\xE8\xA2", "\xA1\xE0\xA2\x02\x8F"        },
         {"\xA1\xE0",         "\xA1\xE0"                    }, // a vowel left at the end
+        {"\xE4\xA1\xE5\xA1", "\xA1\xE4\xE5\xA1"            }, // the last leading vowel, and none
         {"\xA1\xD1\xD2",     "\xA1\xD1\xD2"                },
         {"\xE0\xE8\xE1\xA1", "\xE1\xE0\xA1\x01\x8F"        }, // a vowel after a vowel
         {"\xE8\xA1\xEE\xE7", "\xA1\x01\x8F\x01\x95\x01\x8E"},
