@@ -57,19 +57,19 @@ TEST_P(PeerTime, AgreesWhereTheDirectivesDo) {
     const bool lower = GetParam().name == "he_IL";     // "%P"
     const auto era = [&](unsigned item) { return !eras || has(item); };
     const std::tuple<const char *, const char *, bool> formats[] = {
-        {"%a|%A|%b|%B|%h|%p",             "%a|%A|%b|%B|%h|%p",           true                            },
-        {"%C|%d|%D|%e|%y|%Y|%j|%m",       "%C|%d|%D|%e|%y|%Y|%j|%m",     true                            },
-        {"%H|%I|%M|%R|%S|%T|%n%t%%",      "%H|%I|%M|%R|%S|%T|%n%t%%",    true                            },
-        {"%.1u|%.1w|%2.1H|%2.1I|%.1d",    "%u|%w|%k|%l|%-d",             true                            },
-        {"%5.1d|%05m|%10Y",               "%_5d|%05m|%_10Y",             true                            },
-        {"%c|%x|%X",                      "%c|%x|%X",                    true                            },
-        {"%r",                            "%r",                          has(KO_T_FMT_AMPM) && !lower    },
-        {"%Ec",                           "%Ec",                         era(KO_ERA_D_T_FMT) && era_dates},
-        {"%Ex",                           "%Ex",                         era(KO_ERA_D_FMT) && era_dates  },
-        {"%EX",                           "%EX",                         era(KO_ERA_T_FMT)               },
-        {"%EC|%.2Ey|%EY",                 "%EC|%Ey|%-EY",                true                            },
-        {"%.1Od|%.1OH|%.1Om|%.1OM|%.1OS", "%Od|%OH|%Om|%OM|%OS",         digits                          },
-        {"%Od|%OH|%OI|%Om|%OM|%OS|%Oy",   "%Od|%OH|%OI|%Om|%OM|%OS|%Oy", !digits                         },
+        {"%a|%A|%b|%B|%h|%p",             "%a|%A|%b|%B|%h|%p",           true                                          },
+        {"%C|%d|%D|%e|%y|%Y|%j|%m",       "%C|%d|%D|%e|%y|%Y|%j|%m",     true                                          },
+        {"%H|%I|%M|%R|%S|%T|%n%t%%",      "%H|%I|%M|%R|%S|%T|%n%t%%",    true                                          },
+        {"%.1u|%.1w|%2.1H|%2.1I|%.1d",    "%u|%w|%k|%l|%-d",             true                                          },
+        {"%5.1d|%05m|%10Y",               "%_5d|%05m|%_10Y",             true                                          },
+        {"%c|%x|%X",                      "%c|%x|%X",                    true                                          },
+        {"%r",                            "%r",                          has(KO_T_FMT_AMPM) && has(KO_AM_STR) && !lower},
+        {"%Ec",                           "%Ec",                         era(KO_ERA_D_T_FMT) && era_dates              },
+        {"%Ex",                           "%Ex",                         era(KO_ERA_D_FMT) && era_dates                },
+        {"%EX",                           "%EX",                         era(KO_ERA_T_FMT)                             },
+        {"%EC|%.2Ey|%EY",                 "%EC|%Ey|%-EY",                true                                          },
+        {"%.1Od|%.1OH|%.1Om|%.1OM|%.1OS", "%Od|%OH|%Om|%OM|%OS",         digits                                        },
+        {"%Od|%OH|%OI|%Om|%OM|%OS|%Oy",   "%Od|%OH|%OI|%Om|%OM|%OS|%Oy", !digits                                       },
     };
     for (const auto &[format, peer_format, agrees] : formats) {
         if (!agrees) continue;

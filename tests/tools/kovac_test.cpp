@@ -85,6 +85,27 @@ struct compilation {
     }
 };
 
+TEST(KovacTime, FillsEmptyFormatsAndBoundsCenturies) {
+    static const struct {
+        const char *lines;
+        std::string time_section::*format;
+        const char *want;
+    } rows[] = {
+        {"t_fmt_ampm \"\"\n",                            &time_section::t_fmt_ampm, "%I:%M:%S %p"},
+        {"am_pm \"\";\" \"\n",                           &time_section::t_fmt_ampm, "%T"         },
+        {"t_fmt \"\"\n",                                 &time_section::t_fmt,      "%T"         },
+        {"d_fmt \"%d\"\n",                               &time_section::era_d_fmt,  ""           },
+        {"d_fmt \"%d\"\nera \"+:1\"\n",                  &time_section::era_d_fmt,  "%d"         },
+        {"alt_digits \"00\";\"01\"\nd_fmt \"%OC%Oy\"\n", &time_section::d_fmt,      "%2.1OC%.1Oy"},
+        {"alt_digits \"0\";\"01\"\nd_fmt \"%OC%Oy\"\n",  &time_section::d_fmt,      "%.1OC%.1Oy" },
+    };
+    for (const auto &r : rows) {
+        compilation job({.time = source_parts().time + r.lines});
+        ASSERT_TRUE(job.run()) << r.lines << job.log;
+        EXPECT_EQ(job.object.time.*r.format, r.want) << r.lines;
+    }
+}
+
 // ---- charmaps ----------------------------------------------------------------------------------
 
 static std::string in_charmap(const std::string &body, const std::string &widths = "") {

@@ -189,6 +189,17 @@ static uint64_t hash_inputs(const source_set &set, const charmap &map) {
     return hash;
 }
 
+// Month names as they are without a day, in hexadecimal.
+static void describe_names(const char *key, const std::vector<std::string> &names,
+                           std::vector<std::string> &lines) {
+    for (size_t i = 0; names.size() == months_min && i < months_min; ++i) {
+        std::string line = format("%s_%zu=", key, i + 1);
+        for (const char c : names[i])
+            line += format("%02x", unsigned(uint8_t(c)));
+        if (line.size() <= header_limit) lines.push_back(line);
+    }
+}
+
 static void describe(const locale_options &opt, const source_set &set, const charmap &map,
                      locale_object &object) {
     object.description = {
@@ -198,6 +209,8 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("INPUTS=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
         unsealed_content,
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
+    describe_names("ALT_MON", object.time.alt_mon, object.description);
+    describe_names("AB_ALT_MON", object.time.ab_alt_mon, object.description);
     for (const auto &v : variants)
         if (opt.variant == v.name && v.equal)
             object.description.push_back(

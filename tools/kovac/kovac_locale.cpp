@@ -326,6 +326,42 @@ static bool check_counts(const text_job &job, const time_section &out) {
            check_count(job, "am_pm", out.am_pm.size(), 2, 2);
 }
 
+static bool is_blank(const text_job &job, const std::string &text) {
+    return text.find_first_not_of(plain(job.map, " ")) == text.npos;
+}
+
+// Gives formats that the source leaves empty their plain form, which for a time is that of 24 hours
+// where nothing tells the halves of the day apart.
+static void fill_formats(const text_job &job, time_section &out) {
+    const auto fill = [&job](std::string &format, const std::string &with) {
+        if (is_blank(job, format)) format = with;
+    };
+    const bool halves = !is_blank(job, out.am_pm[0]) || !is_blank(job, out.am_pm[1]);
+    fill(out.t_fmt_ampm, plain(job.map, halves ? "%I:%M:%S %p" : "%T"));
+    fill(out.t_fmt, plain(job.map, "%T"));
+    fill(out.d_fmt, plain(job.map, "%m/%d/%y"));
+    fill(out.d_t_fmt, plain(job.map, "%a %b %e %H:%M:%S %Y"));
+    if (out.era.empty()) return;
+    fill(out.era_d_fmt, out.d_fmt);
+    fill(out.era_t_fmt, out.t_fmt);
+    fill(out.era_d_t_fmt, out.d_t_fmt);
+}
+
+// A century directly before the year in it is read to its end only if it has a width. All digits
+// must be as long as each other for that.
+static void bound_centuries(const text_job &job, time_section &out) {
+    if (out.alt_digits.empty()) return;
+    const size_t bytes = out.alt_digits[0].size(), unit = plain(job.map, "%").size();
+    for (const std::string &digit : out.alt_digits)
+        if (digit.size() != bytes) return;
+    const std::string century = plain(job.map, "%.1OC"), with_year = plain(job.map, "%.1OC%.1Oy");
+    const std::string bound = plain(job.map, "%" + std::to_string(bytes / unit) + ".1OC");
+    for (std::string *format : {&out.d_t_fmt, &out.d_fmt, &out.era_d_fmt, &out.era_d_t_fmt}) {
+        const size_t at = format->find(with_year);
+        if (at != format->npos) format->replace(at, century.size(), bound);
+    }
+}
+
 bool compile_time(const text_job &any, time_section &out) {
     text_job job = any;
     job.formats = true;
@@ -337,6 +373,8 @@ bool compile_time(const text_job &any, time_section &out) {
         {"day",           &out.day            },
         {"abmon",         &out.abmon          },
         {"mon",           &out.mon            },
+        {"ab_alt_mon",    &out.ab_alt_mon     },
+        {"alt_mon",       &out.alt_mon        },
         {"d_t_fmt",       &out.d_t_fmt        },
         {"d_fmt",         &out.d_fmt          },
         {"t_fmt",         &out.t_fmt          },
@@ -351,15 +389,16 @@ bool compile_time(const text_job &any, time_section &out) {
         {"week",          &lines.week         },
         {"first_weekday", &lines.first_weekday},
     };
-    // An object has one form of month names and no layout of calendars.
-    const ignored others = {"alt_mon",       "ab_alt_mon", "date_fmt", "first_workday",
-                            "cal_direction", "era_year",   "timezone"};
+    // An object has no layout of calendars.
+    const ignored others = {"date_fmt", "first_workday", "cal_direction", "era_year", "timezone"};
     if (!read_category(job, "LC_TIME", keywords, others)) return false;
     out.am_pm.resize(std::max<size_t>(out.am_pm.size(), 2));
     if (out.era.size() == 1 && out.era[0].empty()) out.era.clear();
     if (out.alt_digits.size() == 1 && out.alt_digits[0].empty()) out.alt_digits.clear();
     read_calendar(job, lines.calendar, out.calendar);
     if (job.diag.errors > errors || !check_counts(job, out)) return false;
+    fill_formats(job, out);
+    bound_centuries(job, out);
     const int shift = first_day(job, lines.week);
     out.first_weekday = first_weekday(job, lines.first_weekday, shift);
     for (std::vector<std::string> *names : {&out.abday, &out.day}) {

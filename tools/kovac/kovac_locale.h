@@ -49,10 +49,11 @@ struct monetary_section {
 };
 
 struct time_section {
-    std::string calendar = "gregorian";  // or "hebrew", "islamic", "arabic"
-    int first_weekday = 0;               // of calendars on paper, 0 is Sunday
-    std::vector<std::string> abday, day; // 7 each, Sunday first
-    std::vector<std::string> abmon, mon; // 12 to 14
+    std::string calendar = "gregorian";           // or "hebrew", "islamic", "arabic"
+    int first_weekday = 0;                        // of calendars on paper, 0 is Sunday
+    std::vector<std::string> abday, day;          // 7 each, Sunday first
+    std::vector<std::string> abmon, mon;          // 12 to 14
+    std::vector<std::string> ab_alt_mon, alt_mon; // where they differ without a day; may be empty
     std::string d_t_fmt, d_fmt, t_fmt;
     std::vector<std::string> am_pm; // 2
     std::string t_fmt_ampm;
