@@ -367,7 +367,7 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     shows("info --all --utf8 en_US.IBM037", "calendar       gregorian\n");
     shows("cal de_DE.8859-1 märz 2024",
           "     März 2024\nMo Di Mi Do Fr Sa So\n              1  2  3\n 4  5");
-    shows("cal ja_JP.EUC-JP 2 2026", "      2月 2026\n日 月 火 水 木 金 土\n 1  2  3");
+    shows("cal ja_JP.EUC-JP 2 2026", " 2月 2026 (令和8年)\n日 月 火 水 木 金 土\n 1  2  3");
     shows("cal he_IL.8859-8@hebr 7 5784",
           "     א'       ב'       ג'       ד'       ה'       ו'     "
           "  ש'\n            1 (11)   2 (12)   3 (13)");
@@ -376,6 +376,13 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     shows("cal ar_SA.8859-6@islm 9 1420",
           "رمضان 1420\n                   1999-12-08 - 2000-01-06\n");
     shows("cal POSIX", "\nSun Mon Tue Wed Thu Fri Sat\n");
+    shows("cal -w -3 de_DE 1 2026",
+          "     Dezember 2025               Januar 2026                Februar 2026\n"
+          "    Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So\n"
+          "49   1  2  3  4  5  6  7    1             1  2  3  4   5                      1\n");
+    shows("cal ja_JP 1 1989", "1月 1989 (昭和64年 - 平成元年)\n");
+    shows("cal he_IL.unicode@hebr 5784 | grep -c ' - '", "13\n");
+    shows("cal de_DE 2024 | grep -cE '^ *[A-Z].* 2024$'", "4\n");
     EXPECT_EQ(kova("cal --bytes en_US.IBM037 2 2024").out.substr(7, 9),
               "\xC6\x85\x82\x99\xA4\x81\x99\xA8\x40"); // "February "
     const std::string counts = kova("classify --count de_DE.8859-1", "Ab 1ä\n").out;
@@ -388,6 +395,65 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     for (const std::string name : {"sort", "compare", "key", "upper", "lower", "classify", "info",
                                    "diff", "locales", "cal", "width", "trim", "count"})
         shows(name + " --help", "Examples:\n  kova ");
+}
+
+TEST_F(KovaCli, KnowsMonthsWithoutADay) {
+    static constexpr char key[] = "HEADER_LINES=";
+    std::string object = german, lines;
+    for (int i = 1; i <= 12; ++i)
+        lines += "ALT_MON_" + std::to_string(i) + "=4c" + (i == 3 ? "e46e7a\n" : "6d\n");
+    const size_t count = object.find(key) + sizeof key - 1, end = object.find('\n', count);
+    object.insert(object.find("FIRST_WEEKDAY="), lines);
+    object.replace(count, end - count, std::to_string(std::stoi(object.substr(count)) + 12));
+    own_root(object);
+    shows("cal de_DE.8859-1 3 2024", " Länz 2024\n");
+    shows("cal de_DE.8859-1 länz 2024", " Länz 2024\n");
+    shows("cal de_DE.8859-1 März 2024", " Länz 2024\n");
+    writes("date de_DE.8859-1 '%OB %B %Ob' --at 2024-03-05", "Länz März Mär\n");
+    writes("parse-date de_DE.8859-1 '%d. %B %Y' '5. länz 2024'", "2024-03-05 00:00:00\n");
+    fails(1, "parse-date de_DE.8859-1 '%d. %B %Y' '5. Lm 2024'", "the text is both 2024-01-05 and");
+}
+
+TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
+    static const char *const rows[][3] = {
+        {"--at @1700000000.5 --zone UTC",         "%Y-%m-%d %T %iF %Z %s",
+         "2023-11-14 22:13:20 .50 UTC 1700000000"                                                  },
+        {"--at @-0.5 --zone UTC",                 "%T%iF %s",              "23:59:59.50 -1"        },
+        {"--at 20261025T0230+0530 --zone +02:00", "%Y-%m-%d %R %z",        "2026-10-24 23:00 +0200"},
+        {"--at 2026-W53-5",                       "%Y-%m-%d",              "2027-01-01"            },
+        {"--at 2027-01-01",                       "%G-W%V-%.1u",           "2026-W53-5"            },
+        {"--at 2024-366T23",                      "%m-%d %H",              "12-31 23"              },
+        {"--at '2026-03-01 12:00 -1 month'",      "%m-%d %R",              "02-01 12:00"           },
+        {"--at '2024-02-29 3 weeks ago'",         "%m-%d %a",              "02-08 Thu"             },
+        {"--at '2026-01-01 +36 hours' -I",        "x",                     "2026-01-02"            },
+    };
+    for (const auto &row : rows)
+        writes("date en_US.8859-1 '"s + row[1] + "' " + row[0], row[2] + "\n"s);
+    writes("date en_US.8859-1 --rfc-3339 ns --at '2026-01-01 14:30:05.25' --zone -03:30",
+           "2026-01-01 14:30:05.250000000-03:30\n");
+    writes("date en_US.8859-1 %m-%d --from 2026-01-31 --to 2026-03-31 --step 1month",
+           "01-31\n02-28\n03-31\n", "",
+           "February 2026 has 28 days; for day 31, 2026-02-28 is taken");
+    writes("date en_US.8859-1 %F --at 2026-01-01", "000000\n", "", "%Y-%m-%d writes a date");
+    writes("date en_US.8859-1 %A --at 'last monday'", "Monday\n");
+    static const char *const refused[][2] = {
+        {"--at 2025-W53-1",                                "2025 has no day 1 of a week 53"},
+        {"--at 2026-13-01",                                "there is no month 13 in a year"},
+        {"--at 2025-366",                                  "2025 has 365 days"             },
+        {"--at '+9999999999 months'",                      "outside the years 0000 to 9999"},
+        {"--at '12:00 13:00'",                             "is not a date and time"        },
+        {"--zone Nowhere/At",                              "has no such time zone"         },
+        {"--from 2026-01-01 --to 2026-02-01 --step 0days", "does not lead on"              },
+        {"--from 2026-01-01 --to 2025-02-01",              "is after --to"                 },
+    };
+    for (const auto &row : refused)
+        fails(2, "date en_US.8859-1 "s + row[0], row[1]);
+    if (!fs::exists("/usr/share/zoneinfo/Europe/Paris")) return;
+    writes("date en_US.8859-1 '%R %Z %z' --at 2026-10-25T01:30Z --zone Europe/Paris",
+           "02:30 CET +0100\n");
+    writes("date en_US.8859-1 '%R %Z' --at '2026-10-25 02:30' --zone Europe/Paris", "02:30 CEST\n",
+           "", "happens twice");
+    fails(2, "date en_US.8859-1 --at '2026-03-29 02:30' --zone Europe/Paris", "clocks skip it");
 }
 
 TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
@@ -403,7 +469,7 @@ TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
     writes("date he_IL.unicode@hebr '%d %B %Y' --at 2026-11-21", "11 כסלו 5787\n");
     fails(2, "date ja_JP.EUC-JP '令和 %A%q'", "directive 2, %q, at character 6");
     fails(2, "date ja_JP.EUC-JP '令和 %A%q'", "\n  令和 %A%q\n         ^~");
-    fails(2, "date de_DE.8859-1 --at 2026-02-29", "--at \"2026-02-29\"");
+    fails(2, "date de_DE.8859-1 --at 2026-02-29", "--at \"2026-02-29\": February 2026 has 28 days");
     fails(2, "date de_DE.8859-1 --at ''", "--at \"\"");
     fails(2, "date de_DE.8859-1 --at '2026-02-01 12:30.5'", "--at \"2026-02-01 12:30.5\"");
     fails(2, "date de_DE.8859-1 --at '2026-02-01 24:00'", "--at \"2026-02-01 24:00\"");

@@ -122,7 +122,7 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
         const data_place data =
             open_with_codec(common, specification(object), one.handle, one.code);
         if (!one.code.mapped) add_mapping(one.handle, data, one.code);
-        one.names = names_of(one.code);
+        one.names = names_of(one.code, one.handle.object);
         for (const auto &row : formats) {
             for (const char *time : times) {
                 trip told;

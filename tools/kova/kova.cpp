@@ -525,20 +525,27 @@ void add_symbols(CLI::App &app, arguments &args) {
 }
 
 void add_cal(CLI::App &app, arguments &args) {
-    CLI::App &command = *app.add_subcommand("cal", "Draw a month of a locale's calendar");
+    CLI::App &command = *app.add_subcommand("cal", "Draw months of a locale's calendar");
     cal_options &o = args.cal;
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     command
         .add_option("month", o.month,
-                    "Number of the month in its year, or its full or short name. Default: this "
-                    "month")
+                    "Number of the month in its year, or its full or short name; or a year alone, "
+                    "which is drawn whole. Default: this month")
         ->type_name("MONTH");
     command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
         ->type_name("YEAR");
+    CLI::Option *year = command.add_flag("-y,--year", o.whole_year, "Draw the whole year");
+    command
+        .add_flag("-3,--three", o.three, "Draw the month, the one before it and the one after it")
+        ->excludes(year);
+    command.add_flag("-w,--week", o.weeks, "Number the weeks as ISO 8601 does");
     add_common(
         command, args, [&args] { return run_cal(args.common, args.cal); },
         "  kova cal de_DE.unicode\n"
         "  kova cal fr_FR.8859-1 février 2024\n"
+        "  kova cal -3 -w pl_PL listopad 2026\n"
+        "  kova cal th_TH 2026\n"
         "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside them\n");
 }
 
@@ -549,17 +556,49 @@ void add_date(CLI::App &app, arguments &args) {
     command
         .add_option("format", o.format,
                     "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, %EY, "
-                    "%Od (docs/time.md). Default: %c, date and time in the usual form")
+                    "%Od (docs/time.md), and %OB %G %V %Z %z %s. Default: %c, date and time in the "
+                    "usual form")
         ->type_name("FORMAT");
+    CLI::Option *at =
+        command
+            .add_option("--at", o.at,
+                        "Date and time: \"2026-11-21 14:30:05.25\", other forms of ISO 8601, "
+                        "@SECONDS since 1970, tomorrow, \"+3 days\", \"last monday\"; or now, the "
+                        "default")
+            ->type_name("WHEN");
     command
-        .add_option("--at", o.at,
-                    "Date, and time where wanted: \"2026-11-21 14:30:05.25\"; or now, the default")
-        ->type_name("WHEN");
+        .add_option("--zone", o.zone,
+                    "Time zone, such as Europe/Paris, UTC or +02:00. Default: the system's")
+        ->type_name("ZONE");
+    CLI::Option *from =
+        command.add_option("--from", o.from, "Write all times from WHEN on, one a line")
+            ->type_name("WHEN")
+            ->excludes(at);
+    CLI::Option *to =
+        command.add_option("--to", o.to, "The last time of --from")->type_name("WHEN")->needs(from);
+    from->needs(to);
+    command
+        .add_option("--step", o.step, "From one time of --from to the next: 1month, \"2 weeks\"")
+        ->type_name("STEP")
+        ->needs(from)
+        ->capture_default_str();
+    CLI::Option *iso =
+        command
+            .add_flag(
+                "-I{" + std::string(default_iso) + "},--iso-8601{" + default_iso + "}", o.iso,
+                "Write ISO 8601 to the date, hours, minutes, seconds or ns in place of FORMAT")
+            ->check(CLI::IsMember({"date", "hours", "minutes", "seconds", "ns"}));
+    command.add_option("--rfc-3339", o.rfc, "Write RFC 3339 to the date, seconds or ns likewise")
+        ->type_name("TO")
+        ->check(CLI::IsMember({"date", "seconds", "ns"}))
+        ->excludes(iso);
     add_common(
         command, args, [&args] { return run_date(args.common, args.date); },
         "  kova date de_DE.8859-1\n"
         "  kova date ja_JP.EUC-JP '%EY%m月%d日 (%A)' --at 1989-01-08\n"
-        "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n");
+        "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n"
+        "  kova date fr_FR '%A %x %Z' --at 2026-11-21T14:30Z --zone Europe/Paris\n"
+        "  kova date de_DE '%OB %Y' --from 2026-01-31 --to 2026-12-31 --step 1month\n");
 }
 
 void add_parse_date(CLI::App &app, arguments &args) {

@@ -1,28 +1,28 @@
-// kova cal: a month of a locale's calendar, drawn like cal(1), with the Gregorian day beside each
+// kova cal: months of a locale's calendar, drawn like cal(1), with the Gregorian day beside each
 // day of another calendar.
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <string_view>
 
 #include "kova/kova_char.h"
 #include "kova/kova_cli.h"
+#include "kova/kova_day.h"
 #include "kova/kova_io.h"
-#include "kova/kova_locale.h"
-#include "kova/kova_text.h"
+#include "kova/kova_names.h"
+#include "kova/kova_when.h"
 
 namespace kovacli {
 namespace {
 
 using std::chrono::sys_days;
-using wide_text = std::vector<ko_wchar_t>;
 
 struct cal_job {
     locale_handle handle;
     codec code;
-    std::string calendar; // "gregorian", "hebrew", ...
-    bool gregorian = true;
+    time_names names;
     unsigned first_weekday = 0; // 0 is Sunday
+    bool weeks = false;         // numbered
+    bool marks_today = false;
 };
 
 struct month {
@@ -33,23 +33,6 @@ struct month {
 
 // ---- text of the locale ----
 
-// ASCII in the locale's code set.
-wide_text plain(const cal_job &job, std::string_view text) {
-    const codec &code = job.code;
-    wide_text wide;
-    for (const char c : text) {
-        const auto point = uint8_t(c);
-        const ko_wchar_t mapped = code.mapped && !code.utf16 ? code.wide_of[point] : point;
-        wide.push_back(mapped ? mapped : point);
-    }
-    return wide;
-}
-
-wide_text item(const cal_job &job, unsigned number) {
-    const ko_wchar_t *text = ko_wc_nl_langinfo(job.handle.loc, number);
-    return text ? wide_text(text, text + ko_wcslen(text)) : wide_text();
-}
-
 int width_cols(const cal_job &job, const wide_text &text) {
     return int(columns_of_text(job.code, text.data(), text.size()));
 }
@@ -59,7 +42,7 @@ void append(wide_text &line, const wide_text &text) {
 }
 
 void append_blanks(const cal_job &job, wide_text &line, int count) {
-    if (count > 0) append(line, plain(job, std::string(size_t(count), ' ')));
+    if (count > 0) append(line, native(job.code, std::string(size_t(count), ' ')));
 }
 
 void append_right(const cal_job &job, wide_text &line, const wide_text &text, int cols) {
@@ -67,10 +50,25 @@ void append_right(const cal_job &job, wide_text &line, const wide_text &text, in
     append(line, text);
 }
 
-void write_line(const cal_job &job, const wide_text &line, output &out) {
-    std::string text;
-    encode(job.code, line.data(), line.size(), text);
-    text = visible(job.code, text);
+// A line of a drawing, with the place of today in it.
+struct drawn_line {
+    wide_text text;
+    size_t mark = 0, mark_end = 0; // in characters; empty: not today
+};
+using drawing = std::vector<drawn_line>;
+
+void write_line(const cal_job &job, const drawn_line &line, output &out) {
+    const auto part = [&](size_t from, size_t to) {
+        std::string text;
+        encode(job.code, line.text.data() + from, to - from, text);
+        return visible(job.code, text);
+    };
+    std::string text = part(0, job.marks_today ? line.mark : line.text.size());
+    if (job.marks_today) {
+        if (line.mark_end > line.mark)
+            text += "\x1B[7m" + part(line.mark, line.mark_end) + "\x1B[0m";
+        text += part(line.mark_end, line.text.size());
+    }
     if (job.code.utf8)
         text += '\n';
     else
@@ -80,17 +78,8 @@ void write_line(const cal_job &job, const wide_text &line, output &out) {
 
 // ---- dates ----
 
-ko_alt_tm_t record_of(sys_days day) {
-    const std::chrono::year_month_day date = day;
-    ko_alt_tm_t t = {};
-    t.alt_tm_year = int(date.year()) - 1900;
-    t.alt_tm_mon = t.alt_tm_monidx = int(unsigned(date.month())) - 1;
-    t.alt_tm_mday = int(unsigned(date.day()));
-    return t;
-}
-
 bool local_of(const cal_job &job, sys_days day, ko_alt_tm_t *local) {
-    const ko_alt_tm_t t = record_of(day);
+    const ko_alt_tm_t t = alt_of(day);
     return ko_cal_gregorian_to_local(job.handle.loc, &t, local) == 0;
 }
 
@@ -106,12 +95,6 @@ bool begin_of(const cal_job &job, const ko_alt_tm_t &local, sys_days *day) {
     return true;
 }
 
-sys_days today() {
-    uint16_t mdy[3] = {};
-    ko_ext_currdate(mdy);
-    return std::chrono::year(mdy[2]) / int{mdy[0]} / int{mdy[1]};
-}
-
 // ---- arguments ----
 
 // A number of at most five digits; -1 for anything else.
@@ -121,52 +104,53 @@ int number_of(const std::string &text) {
     return std::stoi(text);
 }
 
-wide_text lower(const cal_job &job, wide_text text) {
-    wide_text result(text.size() + 1);
-    text.push_back(0);
-    ko_towcslower(job.handle.loc, result.data(), text.data());
-    return result;
-}
-
-// Reads a month: its number in the year, or its full or short name in the locale, in either case.
+// Reads a month: its number in the year, or its full or short name in the locale, with or without
+// the form that goes with a day, in either case.
 void read_month(const cal_job &job, const std::string &text, ko_alt_tm_t *wanted) {
     constexpr int most_months = 13;
-    constexpr unsigned names = KO_ABMON_1 - KO_MON_1;
     const int number = number_of(text);
     wanted->alt_tm_mon = number - 1;
     if (number >= 1 && number <= most_months) return;
-    const wide_text name = lower(job, decode_argument(job.code, text, "MONTH"));
-    for (unsigned i = 0; number < 0 && i < 2 * names; ++i) {
-        const wide_text known = item(job, KO_MON_1 + i);
-        if (known.empty() || lower(job, known) != name) continue;
-        wanted->alt_tm_monidx = int(i % names);
-        wanted->alt_tm_mon = job.gregorian ? wanted->alt_tm_monidx : -1;
-        return;
+    const wide_text name = lower_text(job.code, decode_argument(job.code, text, "MONTH"));
+    const time_names &names = job.names;
+    for (const auto *list : {&names.of[full_months], &names.of[short_months], &names.lone_months,
+                             &names.lone_short_months}) {
+        for (size_t i = 0; number < 0 && i < list->size(); ++i) {
+            if ((*list)[i].empty() || lower_text(job.code, (*list)[i]) != name) continue;
+            wanted->alt_tm_monidx = int(i);
+            wanted->alt_tm_mon = names.gregorian ? wanted->alt_tm_monidx : -1;
+            return;
+        }
     }
     throw failure(bad_usage, "cal: \"" + text + "\" is not a month of " + job.handle.name +
                                  ": a number from 1 or a name, see kova info");
 }
 
-ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options) {
+// The month that the arguments mean; a number beyond the months, alone, is a year.
+ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options, bool *whole_year) {
     ko_alt_tm_t wanted;
-    if (!local_of(job, today(), &wanted))
+    if (!local_of(job, system_day(), &wanted))
         throw failure(bad_locale, "the dates of " + job.handle.name + " are of the calendar \"" +
-                                      job.calendar + "\", which is a name without rules");
+                                      job.names.calendar + "\", which is a name without rules");
     wanted.alt_tm_mday = 1;
-    if (!options.month.empty()) read_month(job, options.month, &wanted);
-    if (options.year.empty()) return wanted;
-    const int year = number_of(options.year);
+    std::string month_name = options.month, year_name = options.year;
+    if (year_name.empty() && (options.whole_year || number_of(month_name) > 13))
+        year_name.swap(month_name);
+    *whole_year = options.whole_year || (month_name.empty() && !year_name.empty());
+    if (!month_name.empty()) read_month(job, month_name, &wanted);
+    if (*whole_year) wanted.alt_tm_mon = wanted.alt_tm_monidx = 0;
+    if (year_name.empty()) return wanted;
+    const int year = number_of(year_name);
     if (year < 1)
         throw failure(bad_usage,
-                      "cal: \"" + options.year + "\" is not a year, which is a number from 1");
+                      "cal: \"" + year_name + "\" is not a year, which is a number from 1");
     wanted.alt_tm_year = year - 1900;
     return wanted;
 }
 
-month find_month(const cal_job &job, const cal_options &options) {
-    const ko_alt_tm_t wanted = read_arguments(job, options);
-    const std::string year =
-        std::to_string(wanted.alt_tm_year + 1900) + " of the calendar \"" + job.calendar + "\"";
+month find_month(const cal_job &job, const ko_alt_tm_t &wanted) {
+    const std::string year = std::to_string(wanted.alt_tm_year + 1900) + " of the calendar \"" +
+                             job.names.calendar + "\"";
     month found;
     const auto same_month = [&found](const ko_alt_tm_t &t) {
         return t.alt_tm_year == found.first.alt_tm_year && t.alt_tm_mon == found.first.alt_tm_mon;
@@ -184,67 +168,173 @@ month find_month(const cal_job &job, const cal_options &options) {
     return found;
 }
 
-// ---- drawing ----
-
-std::string date_text(sys_days day) {
-    const std::chrono::year_month_day date = day;
-    char text[32];
-    std::snprintf(text, sizeof text, "%04d-%02u-%02u", int(date.year()), unsigned(date.month()),
-                  unsigned(date.day()));
-    return text;
+// The month of a day.
+month month_around(const cal_job &job, sys_days day) {
+    ko_alt_tm_t local;
+    if (!local_of(job, day, &local))
+        throw failure(bad_usage, "cal: the months around it are outside the calendar \"" +
+                                     job.names.calendar + "\"");
+    local.alt_tm_mday = 1;
+    return find_month(job, local);
 }
 
+std::vector<month> find_months(const cal_job &job, const cal_options &options) {
+    bool whole_year = false;
+    const ko_alt_tm_t wanted = read_arguments(job, options, &whole_year);
+    const month first = find_month(job, wanted);
+    std::vector<month> months;
+    if (options.three) months.push_back(month_around(job, first.begin - std::chrono::days(1)));
+    months.push_back(first);
+    const auto next = [&] {
+        return month_around(job, months.back().begin + std::chrono::days(months.back().length));
+    };
+    if (options.three) months.push_back(next());
+    if (!whole_year) return months;
+    for (month m = next(); m.first.alt_tm_year == wanted.alt_tm_year; m = next())
+        months.push_back(m);
+    return months;
+}
+
+// ---- drawing ----
+
 // "11", or "11 (20)" with the Gregorian day.
-std::string day_text(const cal_job &job, const month &m, int day) {
+std::string cell_text(const cal_job &job, const month &m, int day) {
     const std::string number = std::to_string(day);
-    if (job.gregorian) return number;
+    if (job.names.gregorian) return number;
     const std::chrono::year_month_day date = m.begin + std::chrono::days(day - 1);
     const std::string other = std::to_string(unsigned(date.day()));
     return number + (other.size() < 2 ? "  (" : " (") + other + ")";
 }
 
-void write_centred(const cal_job &job, const wide_text &text, int cols, output &out) {
-    wide_text line;
-    append_blanks(job, line, (cols - width_cols(job, text)) / 2);
-    append(line, text);
-    write_line(job, line, out);
+drawn_line centred(const cal_job &job, const wide_text &text, int cols) {
+    drawn_line line;
+    append_blanks(job, line.text, (cols - width_cols(job, text)) / 2);
+    append(line.text, text);
+    return line;
 }
 
 constexpr int week = 7;
 
-void write_days(const cal_job &job, const month &m, int cell, int gap, output &out) {
+// The number of the week that begins on a day, or around it: that of its Thursday.
+void append_week(const cal_job &job, sys_days begin, int cols, wide_text &line) {
+    if (!job.weeks) return;
+    unsigned to_thursday = (4 + week - job.first_weekday) % week;
+    const int number = iso_week_of(begin + std::chrono::days(int(to_thursday))).week;
+    append_right(job, line, native(job.code, std::to_string(number)), cols);
+    append_blanks(job, line, 2);
+}
+
+void draw_days(const cal_job &job, const month &m, int cell, int gap, drawing &lines) {
+    const sys_days today = system_day();
     const unsigned weekday = std::chrono::weekday(m.begin).c_encoding();
     int column = int((weekday + week - job.first_weekday) % week);
-    wide_text line;
-    append_blanks(job, line, column * (cell + gap));
+    drawn_line line;
+    append_week(job, m.begin - std::chrono::days(column), 2, line.text);
+    append_blanks(job, line.text, column * (cell + gap));
     for (int day = 1; day <= m.length; ++day) {
-        append_right(job, line, plain(job, day_text(job, m, day)), column ? cell + gap : cell);
+        const wide_text text = native(job.code, cell_text(job, m, day));
+        append_right(job, line.text, text, column ? cell + gap : cell);
+        if (m.begin + std::chrono::days(day - 1) == today) {
+            line.mark = line.text.size() - text.size();
+            line.mark_end = line.text.size();
+        }
         column = (column + 1) % week;
         if (column && day < m.length) continue;
-        write_line(job, line, out);
-        line.clear();
+        lines.push_back(line);
+        line = {};
+        if (day < m.length) append_week(job, m.begin + std::chrono::days(day), 2, line.text);
     }
 }
 
-void draw(const cal_job &job, const month &m, output &out) {
-    const int gap = job.gregorian ? 1 : 2;
-    int cell = job.gregorian ? 2 : int(day_text(job, m, 28).size());
-    wide_text names[week], line;
-    for (unsigned i = 0; i < week; ++i) {
-        names[i] = item(job, KO_ABDAY_1 + (job.first_weekday + i) % week);
-        cell = std::max(cell, width_cols(job, names[i]));
+wide_text era_text(const cal_job &job, sys_days day) {
+    const ko_tm_t tm = tm_of(day);
+    wide_text format = native(job.code, "%EY");
+    format.push_back(0);
+    wide_text out(256);
+    *ko_ext_errno(job.code.loc) = 0;
+    const int size = ko_wcsftime(job.code.loc, out.data(), int(out.size()), format.data(), &tm);
+    out.resize(*ko_ext_errno(job.code.loc) || size < 0 ? 0 : size_t(size));
+    return out;
+}
+
+// "März 2024", in a locale with eras "2月 2026 (令和8年)", with both where the era changes.
+wide_text title_of(const cal_job &job, const month &m) {
+    const auto index = unsigned(m.first.alt_tm_monidx);
+    const bool lone = index < job.names.lone_months.size();
+    wide_text title = lone ? job.names.lone_months[index] : item_text(job.code, KO_MON_1 + index);
+    append(title, native(job.code, " " + std::to_string(m.first.alt_tm_year + 1900)));
+    if (job.names.of[full_eras].empty()) return title;
+    const wide_text first = era_text(job, m.begin);
+    const wide_text last = era_text(job, m.begin + std::chrono::days(m.length - 1));
+    if (first.empty() && last.empty()) return title;
+    append(title, native(job.code, " ("));
+    append(title, first);
+    if (last != first) {
+        append(title, native(job.code, " - "));
+        append(title, last);
     }
-    const int cols = week * cell + (week - 1) * gap;
-    wide_text title = item(job, KO_MON_1 + unsigned(m.first.alt_tm_monidx));
-    append(title, plain(job, " " + std::to_string(m.first.alt_tm_year + 1900)));
-    write_centred(job, title, cols, out);
+    append(title, native(job.code, ")"));
+    return title;
+}
+
+struct layout {
+    int cell, gap, cols;
+    wide_text names[week];
+};
+
+layout layout_of(const cal_job &job) {
+    layout l{job.names.gregorian ? 2 : 7, job.names.gregorian ? 1 : 2, 0, {}};
+    for (unsigned i = 0; i < week; ++i) {
+        l.names[i] = item_text(job.code, KO_ABDAY_1 + (job.first_weekday + i) % week);
+        l.cell = std::max(l.cell, width_cols(job, l.names[i]));
+    }
+    l.cols = week * l.cell + (week - 1) * l.gap + (job.weeks ? 4 : 0);
+    return l;
+}
+
+drawing draw(const cal_job &job, const month &m, const layout &l) {
+    drawing lines{centred(job, title_of(job, m), l.cols)};
     const std::string span =
-        date_text(m.begin) + " - " + date_text(m.begin + std::chrono::days(m.length - 1));
-    if (!job.gregorian) write_centred(job, plain(job, span), cols, out);
-    for (const wide_text &name : names)
-        append_right(job, line, name, line.empty() ? cell : cell + gap);
-    write_line(job, line, out);
-    write_days(job, m, cell, gap, out);
+        day_text(m.begin) + " - " + day_text(m.begin + std::chrono::days(m.length - 1));
+    if (!job.names.gregorian) lines.push_back(centred(job, native(job.code, span), l.cols));
+    drawn_line head;
+    if (job.weeks) append_blanks(job, head.text, 4);
+    for (unsigned i = 0; i < week; ++i)
+        append_right(job, head.text, l.names[i], i ? l.cell + l.gap : l.cell);
+    lines.push_back(head);
+    draw_days(job, m, l.cell, l.gap, lines);
+    return lines;
+}
+
+// Puts a drawing to the right of others, from a column on.
+void put_beside(const cal_job &job, const drawing &right, int cols, drawing &all) {
+    if (all.size() < right.size()) all.resize(right.size());
+    for (size_t i = 0; i < right.size(); ++i) {
+        wide_text &text = all[i].text;
+        append_blanks(job, text, cols - width_cols(job, text));
+        if (right[i].mark_end) {
+            all[i].mark = text.size() + right[i].mark;
+            all[i].mark_end = text.size() + right[i].mark_end;
+        }
+        append(text, right[i].text);
+    }
+}
+
+// Draws months three in a row, or wide ones below each other.
+void draw_all(const cal_job &job, const std::vector<month> &months, output &out) {
+    const layout l = layout_of(job);
+    const size_t in_row = job.names.gregorian ? 3 : 1;
+    int cols = l.cols;
+    for (const month &m : months)
+        cols = std::max(cols, width_cols(job, title_of(job, m)));
+    for (size_t i = 0; i < months.size(); i += in_row) {
+        drawing all;
+        for (size_t j = i; j < std::min(i + in_row, months.size()); ++j)
+            put_beside(job, draw(job, months[j], l), int(j - i) * (cols + 3), all);
+        if (i) write_line(job, {}, out);
+        for (const drawn_line &line : all)
+            write_line(job, line, out);
+    }
 }
 
 } // namespace
@@ -252,16 +342,14 @@ void draw(const cal_job &job, const month &m, output &out) {
 int run_cal(const common_options &common, const cal_options &options) {
     cal_job job;
     open_with_codec(common, options.locale, job.handle, job.code);
-    if (const ko_mchar_t *name = ko_nl_langinfo(job.handle.loc, KO_CALENDAR))
-        job.calendar = reinterpret_cast<const char *>(name);
-    job.calendar.erase(std::min(job.calendar.find('\n'), job.calendar.size()));
-    job.gregorian = job.calendar == "gregorian";
+    job.names = names_of(job.code, job.handle.object);
     for (const std::string &line : job.handle.object.header)
         if (line.size() == 15 && line.compare(0, 14, "FIRST_WEEKDAY=") == 0)
             job.first_weekday = unsigned(line[14] - '0') % 7;
-    const month m = find_month(job, options);
+    job.weeks = options.weeks;
+    job.marks_today = job.code.utf8 && is_terminal(stdout) && env_text("NO_COLOR").empty();
     output out;
-    draw(job, m, out);
+    draw_all(job, find_months(job, options), out);
     finish(out);
     return done;
 }

@@ -131,7 +131,14 @@ struct date_options {
     std::string locale;
     std::string format = "%c";
     std::string at = "now"; // or a date
+    std::string zone;       // empty: the system's
+    std::string iso, rfc;   // "date", "hours", ...: plain forms in place of the format
+    std::string from, to, step = "1day";
 };
+
+// The value of --iso-8601 without a text.
+inline constexpr char default_iso[] = "date";
+
 int run_date(const common_options &common, const date_options &options);
 
 struct parse_date_options {
@@ -183,6 +190,7 @@ int run_symbols(const common_options &common, const symbols_options &options);
 
 struct cal_options {
     std::string locale, month, year; // month and year empty: today's
+    bool whole_year = false, three = false, weeks = false;
 };
 int run_cal(const common_options &common, const cal_options &options);
 

@@ -1,10 +1,11 @@
 // kova date: a date and time in the words of a locale.
-#include <chrono>
+#include <cstdio>
 
 #include "common/tool_text.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_format.h"
 #include "kova/kova_io.h"
+#include "kova/kova_own.h"
 
 namespace kovacli {
 
@@ -30,60 +31,21 @@ static std::string reason(int error) {
     }
 }
 
-[[noreturn]] static void bad_when(const std::string &text) {
-    throw failure(bad_usage, "--at \"" + text +
-                                 "\" is not a date and time such as 2026-11-21, \"2026-11-21 "
-                                 "14:30:05\" or 2026-11-21T14:30:05.25");
-}
+namespace {
+struct date_job {
+    locale_handle handle;
+    codec code;
+    time_names names;
+    format_text format;
+};
+} // namespace
 
-// Digits, at most so many. False without any.
-static bool take_number(const char *&at, int most, int *number) {
-    const char *const start = at;
-    for (*number = 0; at - start < most && *at >= '0' && *at <= '9'; ++at)
-        *number = *number * 10 + (*at - '0');
-    return at != start;
-}
-
-static bool take(const char *&at, char sign) { return *at == sign && *at++; }
-
-// ":SS" or ":SS.FFFFFF", further digits being dropped.
-static bool take_seconds(const char *&at, ko_tm_t &tm) {
-    if (!take(at, ':')) return true;
-    if (!take_number(at, 2, &tm.tm_sec)) return false;
-    if (!take(at, '.')) return true;
-    const char *const start = at;
-    for (int digit, unit = 100000; take_number(at, 1, &digit); unit /= 10)
-        tm.tm_usec += digit * unit;
-    return at != start;
-}
-
-// Reads "YYYY-MM-DD", optionally followed by a blank or "T", "HH:MM" and the seconds.
-static ko_tm_t time_of(const std::string &text) {
-    using namespace std::chrono;
-    ko_tm_t tm = {};
-    int year_ad = 0, month_no = 0;
-    const char *at = text.c_str();
-    bool good = take_number(at, 4, &year_ad) && at - text.c_str() == 4 && take(at, '-') &&
-                take_number(at, 2, &month_no) && take(at, '-') && take_number(at, 2, &tm.tm_mday);
-    if (good && *at) {
-        good = (take(at, ' ') || take(at, 'T')) && take_number(at, 2, &tm.tm_hour) &&
-               take(at, ':') && take_number(at, 2, &tm.tm_min) && take_seconds(at, tm);
-    }
-    const year_month_day date{year{year_ad}, month{unsigned(month_no)}, day{unsigned(tm.tm_mday)}};
-    if (!good || *at || !date.ok() || tm.tm_hour > 23 || tm.tm_min > 59 || tm.tm_sec > 61)
-        bad_when(text);
-    tm.tm_year = year_ad - 1900;
-    tm.tm_mon = month_no - 1;
-    const sys_days days{date};
-    tm.tm_wday = int(weekday{days}.c_encoding());
-    tm.tm_yday = int((days - sys_days{date.year() / January / 1}).count());
-    return tm;
-}
-
-static bool write_date(const codec &code, const ko_wchar_t *format, const ko_tm_t &tm,
-                       std::vector<ko_wchar_t> &result) {
+static bool write_date(const date_job &job, const wide_text &format, const moment &when,
+                       wide_text &result) {
+    const codec &code = job.code;
+    const wide_text expanded = with_own_directives(code, job.names, format, when);
     const auto write_into = [&](ko_wchar_t *out, int room) {
-        const int size = ko_wcsftime(code.loc, out, room, format, &tm);
+        const int size = ko_wcsftime(code.loc, out, room, expanded.data(), &when.tm);
         int &error = *ko_ext_errno(code.loc);
         if (error == KO_EYEAR) error = KO_E2BIG; // the year alone names its own lack of room
         return error ? -1 : size;
@@ -91,32 +53,88 @@ static bool write_date(const codec &code, const ko_wchar_t *format, const ko_tm_
     return written_text(code.loc, write_into, result);
 }
 
-int run_date(const common_options &common, const date_options &options) {
-    ko_tm_t tm = {};
-    if (options.at == "now")
-        ko_ext_currtime(&tm);
-    else
-        tm = time_of(options.at);
-    locale_handle handle;
-    codec code;
-    const data_place data = open_with_codec(common, options.locale, handle, code);
-    if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, time_grammar());
-    std::vector<ko_wchar_t> result;
-    if (!write_date(code, format.wide.data(), tm, result)) {
-        const int error = *ko_ext_errno(code.loc);
-        const size_t place = longest_working(
-            format, [&](const ko_wchar_t *front) { return write_date(code, front, tm, result); });
+static std::string localized(const date_job &job, const moment &when) {
+    wide_text result;
+    if (!write_date(job, job.format.wide, when, result)) {
+        const int error = *ko_ext_errno(job.code.loc);
+        const auto works = [&](const ko_wchar_t *front) {
+            const wide_text ended(front, front + ko_wcslen(front) + 1);
+            return write_date(job, ended, when, result);
+        };
+        const size_t place = longest_working(job.format, works);
         const bool of_format =
             error == KO_EDIRECTIVE || error == KO_EFORMAT || error == KO_EPRECISION;
-        fail_in_format(code, format, place, of_format ? bad_usage : bad_text, reason(error));
+        fail_in_format(job.code, job.format, place, of_format ? bad_usage : bad_text,
+                       reason(error));
     }
-    std::string line;
-    encode(code, result.data(), result.size(), line);
-    if (line.empty() && !options.format.empty())
-        kovatool::tell("kova", handle.name + " writes nothing for this format");
+    if (result.empty() && job.format.wide.size() > 1)
+        kovatool::tell("kova", job.handle.name + " writes nothing for this format");
+    return for_terminal(job.code, outer_text(job.code, result));
+}
+
+// ISO 8601, or RFC 3339 with a blank and a point, to the unit that is named.
+static std::string plain_text(const moment &when, const std::string &to, bool rfc) {
+    std::string text = day_text(day_of(when.tm));
+    if (to == "date") return text;
+    const std::string clock = moment_text(when).substr(text.size() + 1);
+    text += rfc ? ' ' : 'T';
+    text += clock.substr(0, to == "hours" ? 2 : to == "minutes" ? 5 : 8);
+    char part[32];
+    std::snprintf(part, sizeof part, "%c%06d000", rfc ? '.' : ',', int(when.tm.tm_usec));
+    if (to == "ns") text += part;
+    const int size = (when.offset < 0 ? -when.offset : when.offset) / 60;
+    std::snprintf(part, sizeof part, "%c%02d:%02d", when.offset < 0 ? '-' : '+', size / 60,
+                  size % 60);
+    return text + part;
+}
+
+static void write_moment(const date_job &job, const date_options &options, const moment &when,
+                         output &out) {
+    const bool plain = !options.iso.empty() || !options.rfc.empty();
+    const std::string &to = options.iso.empty() ? options.rfc : options.iso;
+    write(out, (plain ? plain_text(when, to, options.iso.empty()) : localized(job, when)) + "\n");
+}
+
+static void write_range(const date_job &job, const date_options &options, output &out) {
+    const moment from = moment_of(options.from, "--from"), to = moment_of(options.to, "--to");
+    const time_step step = step_of(options.step, "--step");
+    if (from.seconds > to.seconds)
+        throw failure(bad_usage, "--from " + options.from + " is after --to " + options.to);
+    if (step.months <= 0 && step.days <= 0 && step.seconds <= 0)
+        throw failure(bad_usage, "--step " + options.step + " does not lead on");
+    moment at = from;
+    for (int64_t i = 1; at.seconds <= to.seconds; ++i) {
+        write_moment(job, options, at, out);
+        at = moved(from, step, i);
+    }
+}
+
+// What %F means elsewhere.
+static void hint_at_dates(const format_text &format) {
+    bool fraction = false, second = false;
+    for (const format_directive &d : format.directives) {
+        fraction |= d.conversion == 'F' && d.end - d.start == 2;
+        second |= d.conversion && std::string("STXcr").find(d.conversion) != std::string::npos;
+    }
+    if (fraction && !second)
+        kovatool::tell("kova", "%F is the fraction of the second; %Y-%m-%d writes a date such as "
+                               "2026-11-21");
+}
+
+int run_date(const common_options &common, const date_options &options) {
+    choose_zone(options.zone);
+    const moment when = moment_of(options.at, "--at");
+    date_job job;
+    const data_place data = open_with_codec(common, options.locale, job.handle, job.code);
+    if (!job.code.mapped) add_mapping(job.handle, data, job.code);
+    job.names = names_of(job.code, job.handle.object);
+    job.format = decode_format(job.code, options.format, time_grammar());
+    hint_at_dates(job.format);
     output out;
-    write(out, for_terminal(code, line) + "\n");
+    if (options.from.empty())
+        write_moment(job, options, when, out);
+    else
+        write_range(job, options, out);
     finish(out);
     return done;
 }

@@ -43,7 +43,33 @@ static wide_text take_name(const codec &code, ko_mchar_t *name) {
     return result;
 }
 
-time_names names_of(const codec &code) {
+static int hex_digit(char c) {
+    return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+// The names that lines of an object's header give as bytes in hexadecimal.
+static std::vector<wide_text> header_names(const codec &code, const object_file &object,
+                                           std::string_view key) {
+    std::vector<wide_text> names;
+    for (const std::string &line : object.header) {
+        const std::string start = std::string(key) + std::to_string(names.size() + 1) + "=";
+        if (line.compare(0, start.size(), start) != 0) continue;
+        std::vector<ko_mchar_t> bytes;
+        for (size_t at = start.size(); at + 1 < line.size(); at += 2) {
+            const int high = hex_digit(line[at]), low = hex_digit(line[at + 1]);
+            if (high < 0 || low < 0) return {};
+            bytes.push_back(ko_mchar_t(high * 16 + low));
+        }
+        bytes.resize(bytes.size() + 4);
+        int len = 0;
+        ko_wchar_t *const wide = ko_mbstowcslen(code.loc, bytes.data(), &len);
+        if (wide) names.emplace_back(wide, wide + len);
+        ko_destroystring(wide);
+    }
+    return names.size() == 12 ? names : std::vector<wide_text>();
+}
+
+time_names names_of(const codec &code, const object_file &object) {
     time_names names;
     for (int group = full_days; group < name_groups; ++group) {
         ko_mchar_t **list = nullptr;
@@ -53,6 +79,8 @@ time_names names_of(const codec &code) {
             names.of[size_t(group)].push_back(take_name(code, list[i]));
         ko_destroystring(list);
     }
+    names.lone_months = header_names(code, object, "ALT_MON_");
+    names.lone_short_months = header_names(code, object, "AB_ALT_MON_");
     if (const ko_mchar_t *name = ko_nl_langinfo(code.loc, KO_CALENDAR))
         names.calendar = reinterpret_cast<const char *>(name);
     names.calendar.erase(std::min(names.calendar.find('\n'), names.calendar.size()));

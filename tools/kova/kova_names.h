@@ -36,9 +36,11 @@ enum name_group {
 
 struct time_names {
     std::array<std::vector<wide_text>, name_groups> of;
+    // Names of months as they are without a day, where the locale has such: 12, or none.
+    std::vector<wide_text> lone_months, lone_short_months;
     bool gregorian = true;
     std::string calendar; // "gregorian", "hebrew", ...
 };
-time_names names_of(const codec &code);
+time_names names_of(const codec &code, const object_file &object);
 
 } // namespace kovacli

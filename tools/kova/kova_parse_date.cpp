@@ -39,7 +39,7 @@ int run_parse_date(const common_options &common, const parse_date_options &optio
     const format_text format = decode_format(code, options.format, time_grammar());
     wide_text text = decode_argument(code, options.text, "TEXT");
     text.push_back(0);
-    const time_names names = names_of(code);
+    const time_names names = names_of(code, handle.object);
     const date_setting setting{code, names, today_of(options.today), options.century[0]};
     const read_date date = read_whole_date(setting, format, text);
     for (const std::string &line : date.told)

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <system_error>
 
@@ -201,6 +203,44 @@ std::vector<std::string> directory_entries(const std::string &path) {
     read_directory(path, names);
     return names;
 }
+
+#if defined(_WIN32)
+bool choose_system_zone(const std::string &) { return false; }
+
+int system_offset(int64_t seconds, std::string *abbreviation) {
+    const __time64_t moment = seconds;
+    std::tm local = {};
+    if (_localtime64_s(&local, &moment) != 0) return 0;
+    const auto offset = int(_mkgmtime64(&local) - moment);
+    if (abbreviation) {
+        char text[16];
+        const int size = (offset < 0 ? -offset : offset) / 60;
+        std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+', size / 60,
+                      size % 60);
+        *abbreviation = text;
+    }
+    return offset;
+}
+#else
+bool choose_system_zone(const std::string &name) {
+    const std::string own = env_text("TZDIR");
+    const std::string directory = own.empty() ? "/usr/share/zoneinfo" : own;
+    // The C library takes an unknown name for UTC without a word.
+    if (name[0] == '/' || name.find("..") != name.npos || !is_regular_file(directory + "/" + name))
+        return false;
+    if (setenv("TZ", (":" + name).c_str(), 1) != 0) return false;
+    tzset();
+    return true;
+}
+
+int system_offset(int64_t seconds, std::string *abbreviation) {
+    const auto moment = static_cast<time_t>(seconds);
+    std::tm local = {};
+    if (moment != seconds || !localtime_r(&moment, &local)) return 0;
+    if (abbreviation) *abbreviation = local.tm_zone ? local.tm_zone : "";
+    return int(local.tm_gmtoff);
+}
+#endif
 
 double seconds_now() {
     using clock = std::chrono::steady_clock;

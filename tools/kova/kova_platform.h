@@ -55,6 +55,14 @@ uint64_t regular_size(std::FILE *stream);
 // the system's place. Null with errno set.
 std::FILE *open_scratch(const std::string &directory);
 
+// The time zone of system_offset: a name of the zone data that the C library reads. False if there
+// is none of that name; on Windows, always.
+bool choose_system_zone(const std::string &name);
+
+// Seconds that the clocks of the zone are ahead of UTC at a moment, counted since 1970, and its
+// abbreviation, or where the system has none the offset as text.
+int system_offset(int64_t seconds, std::string *abbreviation);
+
 double seconds_now(); // by a clock that never goes back
 
 } // namespace kovacli

@@ -39,7 +39,7 @@ struct walk {
     std::vector<read_date> dates, faults;
 };
 
-constexpr size_t most_pieces = 10000, most_steps = 200000;
+constexpr size_t most_pieces = 10000, most_steps = 200000, most_dates = 500;
 constexpr int most_depth = 8;
 
 // ---- the format, with the locale's own formats spread out ----
@@ -189,7 +189,7 @@ const named_field *names_read_by(const piece &p) {
     for (const named_field &row : named_fields)
         if (row.of_era == p.of_era && p.letter &&
             std::string_view(row.letters).find(p.letter) != std::string_view::npos)
-            return has_letter(p.before, 'O') ? nullptr : &row;
+            return has_letter(p.before, 'O') && row.full != full_months ? nullptr : &row;
     return nullptr;
 }
 
@@ -220,6 +220,10 @@ void add_names(const walk &w, const named_field &row, const std::vector<wide_tex
 std::vector<candidate> name_candidates(const walk &w, const named_field &row, size_t at) {
     std::vector<candidate> found;
     const auto &lists = w.setting.names.of;
+    if (row.full == full_months) {
+        add_names(w, row, w.setting.names.lone_months, at, found);
+        add_names(w, row, w.setting.names.lone_short_months, at, found);
+    }
     for (const name_group group : {row.full, row.brief}) {
         add_names(w, row, lists[group], at, found);
         if (row.full == row.brief) break;
@@ -307,7 +311,7 @@ void take(const walk &w, const piece &p, size_t at, const candidate &c, read_fie
 
 void go_on(walk &w, size_t number, size_t at, read_fields fields) {
     for (; number < w.pieces.size(); ++number) {
-        if (++w.steps > most_steps)
+        if (++w.steps > most_steps || w.dates.size() + w.faults.size() > most_dates)
             throw failure(bad_text, "the text can be read in too many ways by this format");
         const piece &p = w.pieces[number];
         const std::vector<candidate> found = candidates_of(w, p, at);

@@ -1,0 +1,486 @@
+// Reading moments, and counting from them.
+#include "kova/kova_when.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+
+#include "common/tool_text.h"
+#include "kova/kova_cli.h"
+#include "kova/kova_platform.h"
+
+namespace kovacli {
+
+using namespace std::chrono;
+
+constexpr int64_t day_seconds = 86400;
+constexpr int64_t most_count = 4000000000000; // of a unit, more than the years 0 to 9999 hold
+
+// ---- zones ----
+
+// The zone of all moments: a fixed offset, or the one chosen from the system.
+static struct {
+    bool fixed = false, asked = false;
+    int offset = 0;
+    std::string name;
+} zone;
+
+static std::string offset_text(int offset) {
+    char text[16];
+    const int size = (offset < 0 ? -offset : offset) / 60;
+    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+', size / 60, size % 60);
+    return text;
+}
+
+static int offset_at(int64_t seconds, std::string *name = nullptr) {
+    if (name) *name = zone.name;
+    return zone.fixed ? zone.offset : system_offset(seconds, name);
+}
+
+// The clocks of the zone at a moment.
+static moment at_seconds(int64_t seconds, int usec) {
+    moment when;
+    when.seconds = seconds;
+    when.offset = offset_at(seconds, &when.zone);
+    const sys_seconds local{std::chrono::seconds(seconds + when.offset)};
+    const sys_days day = floor<days>(local);
+    const int year_ad = int(year_month_day(day).year());
+    if (year_ad < 0 || year_ad > 9999)
+        throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+    when.tm = tm_of(day);
+    const auto rest = int((local - day).count());
+    when.tm.tm_hour = rest / 3600;
+    when.tm.tm_min = rest / 60 % 60;
+    when.tm.tm_sec = rest % 60;
+    when.tm.tm_usec = usec;
+    return when;
+}
+
+static int64_t clock_seconds(const ko_tm_t &tm) {
+    return int64_t{day_of(tm).time_since_epoch().count()} * day_seconds + tm.tm_hour * 3600 +
+           tm.tm_min * 60 + std::min(tm.tm_sec, 59);
+}
+
+// The moment at which the clocks of the zone show a time.
+static moment on_clocks(const ko_tm_t &tm) {
+    const int64_t shown = clock_seconds(tm);
+    moment when;
+    when.tm = tm;
+    int found = 0;
+    for (const int64_t side : {-day_seconds, day_seconds}) {
+        const int offset = offset_at(shown + side);
+        if (offset_at(shown - offset) != offset || (found && offset == when.offset)) continue;
+        if (!found++) when.offset = offset;
+    }
+    if (!found) when.offset = offset_at(shown - day_seconds);
+    when.seconds = shown - when.offset;
+    offset_at(when.seconds, &when.zone);
+    if (!zone.asked || found == 1) return when;
+    const std::string text = moment_text(when) + " in " + zone.name;
+    if (!found) throw failure(bad_usage, "there is no " + text + ": clocks skip it");
+    kovatool::tell("kova", text + " happens twice; the first, at " + offset_text(when.offset) +
+                               ", is taken");
+    return when;
+}
+
+// ---- reading ----
+
+namespace {
+struct when_text {
+    const char *at;
+    bool failed = false;
+};
+
+// What a text has said so far.
+struct when_parts {
+    std::optional<sys_days> day;
+    std::optional<int64_t> clock; // seconds of the day
+    int leap = 0;                 // seconds above 59
+    int usec = 0;
+    std::optional<int> offset;
+    std::optional<int64_t> seconds; // since 1970
+    bool from_now = true;           // keeps the time of day
+    time_step step;
+    std::string fault;
+};
+
+struct unit_row {
+    const char *name;
+    int64_t time_step::*field;
+    int64_t size;
+};
+} // namespace
+
+static constexpr unit_row units[] = {
+    {"second", &time_step::seconds, 1   },
+    {"sec",    &time_step::seconds, 1   },
+    {"minute", &time_step::seconds, 60  },
+    {"min",    &time_step::seconds, 60  },
+    {"hour",   &time_step::seconds, 3600},
+    {"day",    &time_step::days,    1   },
+    {"week",   &time_step::days,    7   },
+    {"month",  &time_step::months,  1   },
+    {"year",   &time_step::months,  12  },
+};
+static constexpr const char *weekdays[] = {"sunday",   "monday", "tuesday", "wednesday",
+                                           "thursday", "friday", "saturday"};
+
+static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+static bool is_letter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+static void skip_blanks(when_text &in) {
+    while (*in.at == ' ')
+        ++in.at;
+}
+
+static bool take(when_text &in, char sign) { return *in.at == sign && *in.at++; }
+
+static int digits_ahead(const when_text &in) {
+    int n = 0;
+    while (is_digit(in.at[n]))
+        ++n;
+    return n;
+}
+
+// So many digits; fails the text without them.
+static int take_digits(when_text &in, int count) {
+    int value = 0;
+    for (; count > 0; --count, ++in.at) {
+        if (!is_digit(*in.at)) return in.failed = true, 0;
+        value = value * 10 + (*in.at - '0');
+    }
+    return value;
+}
+
+// Letters in lower case, without moving past them.
+static std::string word_ahead(const when_text &in) {
+    std::string word;
+    for (const char *c = in.at; is_letter(*c); ++c)
+        word += char(*c | 0x20);
+    return word;
+}
+
+// Digits after "." or ",", of which six count.
+static int take_fraction(when_text &in) {
+    if (*in.at != '.' && *in.at != ',') return 0;
+    ++in.at;
+    in.failed |= !is_digit(*in.at);
+    int usec = 0;
+    for (int unit = 100000; is_digit(*in.at); ++in.at, unit /= 10)
+        usec += (*in.at - '0') * unit;
+    return usec;
+}
+
+// After "@": seconds, with a sign and a fraction where wanted.
+static void take_seconds(when_text &in, when_parts &parts) {
+    const bool minus = take(in, '-');
+    const int count = digits_ahead(in);
+    if (count < 1 || count > 12) {
+        in.failed = true;
+        return;
+    }
+    int64_t value = 0;
+    for (; is_digit(*in.at); ++in.at)
+        value = value * 10 + (*in.at - '0');
+    parts.usec = take_fraction(in);
+    if (minus && parts.usec) ++value, parts.usec = 1000000 - parts.usec;
+    parts.seconds = minus ? -value : value;
+}
+
+static void set_date(when_parts &parts, int year_ad, int month_no, int day_no) {
+    parts.fault = date_fault(year_ad, month_no, day_no);
+    if (parts.fault.empty()) parts.day = sys_days{year{year_ad} / month_no / day_no};
+}
+
+static void set_week(when_parts &parts, int year_ad, int week, int weekday_no) {
+    const sys_days fourth = year{year_ad} / January / 4; // which is in week 1
+    const sys_days monday = fourth - (weekday{fourth} - Monday);
+    const sys_days day = monday + days((week - 1) * 7 + weekday_no - 1);
+    if (week < 1 || weekday_no < 1 || weekday_no > 7 || iso_week_of(day).year != year_ad)
+        parts.fault = std::to_string(year_ad) + " has no day " + std::to_string(weekday_no) +
+                      " of a week " + std::to_string(week);
+    else
+        parts.day = day;
+}
+
+static void set_year_day(when_parts &parts, int year_ad, int number) {
+    const int count = year{year_ad}.is_leap() ? 366 : 365;
+    if (number < 1 || number > count)
+        parts.fault = std::to_string(year_ad) + " has " + std::to_string(count) + " days";
+    else
+        parts.day = sys_days{year{year_ad} / January / 1} + days(number - 1);
+}
+
+// YYYY-MM-DD, YYYY-DDD, YYYY-Www-D, YYYY-Www, or the same without "-".
+static void take_date(when_text &in, when_parts &parts) {
+    const int year_ad = take_digits(in, 4);
+    const bool extended = take(in, '-');
+    parts.from_now = false;
+    if (take(in, 'W')) {
+        const int week = take_digits(in, 2);
+        const bool has_day = extended ? take(in, '-') : is_digit(*in.at);
+        set_week(parts, year_ad, week, has_day ? take_digits(in, 1) : 1);
+    } else if (digits_ahead(in) == 3) {
+        set_year_day(parts, year_ad, take_digits(in, 3));
+    } else {
+        const int month_no = take_digits(in, 2);
+        if (extended) in.failed |= !take(in, '-');
+        const int day_no = take_digits(in, 2);
+        if (!in.failed) set_date(parts, year_ad, month_no, day_no);
+    }
+    in.failed |= is_digit(*in.at);
+}
+
+// "Z", "+02:00", "+0200" or "+02", directly after a time.
+static void take_offset(when_text &in, when_parts &parts) {
+    if (take(in, 'Z') || take(in, 'z')) {
+        parts.offset = 0;
+        return;
+    }
+    const char sign = *in.at;
+    if ((sign != '+' && sign != '-') || !is_digit(in.at[1])) return;
+    ++in.at;
+    const int hours = take_digits(in, 2);
+    const bool more = take(in, ':') || is_digit(*in.at);
+    const int minutes = more ? take_digits(in, 2) : 0;
+    in.failed |= hours > 23 || minutes > 59;
+    parts.offset = (sign == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
+}
+
+// HH:MM, HH:MM:SS and HH:MM:SS.F, and without ":" only after "T", where HH suffices.
+static void take_clock(when_text &in, when_parts &parts, bool after_t) {
+    const int hour = take_digits(in, digits_ahead(in) == 1 ? 1 : 2);
+    int minute = 0, second = 0;
+    const bool colons = *in.at == ':';
+    in.failed |= !colons && !after_t;
+    if (take(in, ':') || is_digit(*in.at)) {
+        minute = take_digits(in, 2);
+        if (colons ? take(in, ':') : is_digit(*in.at)) {
+            second = take_digits(in, 2);
+            parts.usec = take_fraction(in);
+        }
+    }
+    in.failed |= hour > 23 || minute > 59 || second > 61 || parts.clock;
+    parts.leap = std::max(second - 59, 0);
+    parts.clock = hour * 3600 + minute * 60 + std::min(second, 59);
+    parts.from_now = false;
+    take_offset(in, parts);
+}
+
+static const unit_row *unit_of(std::string word) {
+    for (const unit_row &row : units)
+        if (word == row.name || word == std::string(row.name) + "s") return &row;
+    return nullptr;
+}
+
+// "+3 days", "-1 week", "3 days ago".
+static bool take_step(when_text &in, time_step &step) {
+    const bool minus = *in.at == '-';
+    if (minus || *in.at == '+') ++in.at;
+    skip_blanks(in);
+    const int count = digits_ahead(in);
+    if (count < 1 || count > 10) return false;
+    int64_t number = 0;
+    for (; is_digit(*in.at); ++in.at)
+        number = number * 10 + (*in.at - '0');
+    skip_blanks(in);
+    const std::string word = word_ahead(in);
+    const unit_row *const unit = unit_of(word);
+    if (!unit) return false;
+    in.at += word.size();
+    skip_blanks(in);
+    const bool ago = word_ahead(in) == "ago";
+    if (ago) in.at += 3;
+    step.*unit->field += (minus != ago ? -1 : 1) * number * unit->size;
+    return true;
+}
+
+// The weekday on or after today, after "next" after today, after "last" before today.
+static bool take_weekday(const std::string &word, int direction, when_parts &parts,
+                         sys_days today) {
+    for (unsigned i = 0; i < std::size(weekdays); ++i) {
+        if (word != weekdays[i] && word != std::string(weekdays[i], 3)) continue;
+        const auto ahead = int((weekday{i} - weekday{today}).count());
+        const int move = direction > 0 && !ahead ? 7 : direction < 0 ? ahead - 7 : ahead;
+        parts.day = today + days(move);
+        parts.from_now = false;
+        return true;
+    }
+    return false;
+}
+
+static bool take_word(when_text &in, when_parts &parts, sys_days today) {
+    std::string word = word_ahead(in);
+    in.at += word.size();
+    static constexpr struct {
+        const char *word;
+        int days;
+    } days_from_now[] = {
+        {"now",       0 },
+        {"today",     0 },
+        {"tomorrow",  1 },
+        {"yesterday", -1},
+    };
+    for (const auto &row : days_from_now)
+        if (word == row.word) return parts.step.days += row.days, true;
+    const int direction = word == "next" ? 1 : word == "last" ? -1 : 0;
+    if (!direction) return take_weekday(word, 0, parts, today);
+    skip_blanks(in);
+    word = word_ahead(in);
+    in.at += word.size();
+    if (take_weekday(word, direction, parts, today)) return true;
+    const unit_row *const unit = unit_of(word);
+    if (unit) parts.step.*unit->field += direction * unit->size;
+    return unit != nullptr;
+}
+
+static void take_part(when_text &in, when_parts &parts, sys_days today) {
+    const int digits = digits_ahead(in);
+    const bool joined = digits == 4 && (in.at[4] == '-' || in.at[4] == 'W');
+    if (take(in, '@')) {
+        take_seconds(in, parts);
+    } else if (joined || digits == 7 || digits == 8) {
+        take_date(in, parts);
+        if (!in.failed && take(in, 'T')) take_clock(in, parts, true);
+    } else if (digits && in.at[digits] == ':') {
+        take_clock(in, parts, false);
+    } else if (digits || *in.at == '+' || *in.at == '-') {
+        in.failed |= !take_step(in, parts.step);
+    } else {
+        in.failed |= !take_word(in, parts, today);
+    }
+}
+
+static moment now() {
+    const auto since = system_clock::now().time_since_epoch();
+    const auto whole = floor<std::chrono::seconds>(since);
+    return at_seconds(whole.count(), int(duration_cast<microseconds>(since - whole).count()));
+}
+
+static moment made_of(const when_parts &parts, const moment &here) {
+    if (parts.seconds) return at_seconds(*parts.seconds, parts.usec);
+    if (parts.from_now && !parts.day) return here;
+    ko_tm_t tm = tm_of(parts.day ? *parts.day : day_of(here.tm));
+    const int64_t clock = parts.clock.value_or(0);
+    tm.tm_hour = int(clock / 3600);
+    tm.tm_min = int(clock / 60 % 60);
+    tm.tm_sec = int(clock % 60) + parts.leap;
+    tm.tm_usec = parts.usec;
+    if (parts.offset) return at_seconds(clock_seconds(tm) - *parts.offset, parts.usec);
+    return on_clocks(tm);
+}
+
+moment moment_of(const std::string &text, const std::string &option) {
+    when_text in{text.c_str()};
+    when_parts parts;
+    const moment here = now();
+    skip_blanks(in);
+    in.failed = !*in.at;
+    while (*in.at && !in.failed && parts.fault.empty()) {
+        take_part(in, parts, day_of(here.tm));
+        skip_blanks(in);
+    }
+    if (!parts.fault.empty())
+        throw failure(bad_usage, option + " \"" + text + "\": " + parts.fault);
+    if (in.failed || in.at != text.c_str() + text.size())
+        throw failure(bad_usage, option + " \"" + text +
+                                     "\" is not a date and time such as 2026-11-21, \"2026-11-21 "
+                                     "14:30:05\", 2026-W47-6, @1700000000, now, \"+3 days\" or "
+                                     "\"last monday\"");
+    return moved(made_of(parts, here), parts.step, 1);
+}
+
+time_step step_of(const std::string &text, const std::string &option) {
+    when_text in{text.c_str()};
+    time_step step;
+    skip_blanks(in);
+    if (!take_step(in, step) || in.at != text.c_str() + text.size())
+        throw failure(bad_usage, option + " \"" + text +
+                                     "\" is not a distance such as 1day, \"2 weeks\", 1month or "
+                                     "15min");
+    return step;
+}
+
+// ---- counting ----
+
+static sys_days months_later(sys_days from, int64_t months) {
+    const year_month_day date = from;
+    const int64_t index = int{date.year()} * int64_t{12} + unsigned(date.month()) - 1 + months;
+    if (index < 0 || index >= 120000)
+        throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+    const year_month target = year{int(index / 12)} / int(index % 12 + 1);
+    const year_month_day wanted = target / date.day();
+    if (wanted.ok()) return wanted;
+    const sys_days last_day = target / last;
+    kovatool::tell("kova", date_fault(int(target.year()), int(unsigned(target.month())), 31) +
+                               "; for day " + std::to_string(unsigned(date.day())) + ", " +
+                               day_text(last_day) + " is taken");
+    return last_day;
+}
+
+moment moved(const moment &from, const time_step &step, int64_t times) {
+    const auto scaled = [times](int64_t count) {
+        if (count && (times > most_count / std::abs(count)))
+            throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+        return count * times;
+    };
+    const int64_t months = scaled(step.months), add_days = scaled(step.days);
+    const int64_t add_seconds = scaled(step.seconds);
+    moment to = from;
+    if (months || add_days) {
+        if (std::abs(add_days) > 4000000)
+            throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+        const sys_days day = months_later(day_of(from.tm), months) + days(add_days);
+        const int year_ad = int(year_month_day(day).year());
+        if (year_ad < 0 || year_ad > 9999)
+            throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+        ko_tm_t tm = tm_of(day);
+        tm.tm_hour = from.tm.tm_hour;
+        tm.tm_min = from.tm.tm_min;
+        tm.tm_sec = from.tm.tm_sec;
+        tm.tm_usec = from.tm.tm_usec;
+        to = on_clocks(tm);
+    }
+    return add_seconds ? at_seconds(to.seconds + add_seconds, int(to.tm.tm_usec)) : to;
+}
+
+iso_week iso_week_of(sys_days day) {
+    const sys_days thursday = day - (weekday{day} - Monday) + days(3);
+    const year_month_day date = thursday;
+    const auto since = thursday - sys_days{date.year() / January / 1};
+    return {int(date.year()), int(since.count() / 7) + 1};
+}
+
+std::string moment_text(const moment &when) {
+    char text[32];
+    std::snprintf(text, sizeof text, " %02d:%02d:%02d", when.tm.tm_hour, when.tm.tm_min,
+                  when.tm.tm_sec);
+    return day_text(day_of(when.tm)) + text;
+}
+
+void choose_zone(const std::string &name) {
+    zone = {};
+    if (name.empty()) return;
+    zone.asked = true;
+    zone.name = name;
+    when_text in{name.c_str()};
+    when_parts parts;
+    if (name == "UTC" || name == "Z") {
+        zone.fixed = true;
+        zone.name = "UTC";
+    } else if (name[0] == '+' || name[0] == '-') {
+        take_offset(in, parts);
+        if (in.failed || !parts.offset || *in.at)
+            throw failure(bad_usage, "--zone " + name + " is not an offset such as +02:00");
+        zone.fixed = true;
+        zone.offset = *parts.offset;
+        zone.name = offset_text(zone.offset);
+    } else if (!choose_system_zone(name)) {
+        throw failure(bad_usage,
+                      "--zone " + name +
+                          ": the system has no such time zone; names are such as "
+                          "Europe/Paris, and UTC and offsets such as +02:00 always work");
+    }
+}
+
+} // namespace kovacli
