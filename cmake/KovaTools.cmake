@@ -82,8 +82,8 @@ target_link_libraries(kova_parts PUBLIC common_parts)
 target_link_libraries(kovac_parts PUBLIC common_parts)
 target_include_directories(kovac_parts PRIVATE ${CMAKE_BINARY_DIR}/lists)
 if(kova_icu)
-  set_source_files_properties(${tools}/kovac/kovac_convert_icu.cpp PROPERTIES
-      COMPILE_DEFINITIONS KOVAC_HAS_ICU)
+  set_source_files_properties(${tools}/kovac/kovac_convert_icu.cpp
+      ${tools}/kovac/kovac_umalqura.cpp PROPERTIES COMPILE_DEFINITIONS KOVAC_HAS_ICU)
   target_link_libraries(kovac_parts PUBLIC ${CMAKE_DL_LIBS})
 endif()
 

@@ -13,15 +13,22 @@ using namespace std::string_literals;
 
 struct KovaCli : data_test {
     const std::string german = slurp(root + "/kova/lc11/de_de/0333.lco");
-    // A data root of its own with the names of the other one and an object of de_DE.
-    fs::path own_root(const std::string &object) {
+    // A data root of its own with the names of the other one and an object, of de_DE.
+    fs::path own_root(const std::string &object, const char *name = "lc11/de_de/0333.lco") {
         const fs::path own = dir / "root/kova";
-        fs::create_directories(own / "lc11/de_de");
+        fs::create_directories((own / name).parent_path());
         fs::create_directories(own / "cm3");
         spit(own / "cm3/registry", slurp(root + "/kova/cm3/registry"));
-        spit(own / "lc11/de_de/0333.lco", object);
+        spit(own / name, object);
         environment["VANTORDIR"] = dir / "root";
         return own;
+    }
+    static std::string with_header_lines(std::string object, const std::string &lines, int count) {
+        static constexpr char key[] = "HEADER_LINES=";
+        object.insert(object.find("FIRST_WEEKDAY="), lines);
+        const size_t at = object.find(key) + sizeof key - 1, end = object.find('\n', at);
+        const int before = std::stoi(object.substr(at));
+        return object.replace(at, end - at, std::to_string(before + count));
     }
     // Writes a file and gives its path.
     std::string file(const std::string &name, const std::string &contents) {
@@ -398,20 +405,25 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
 }
 
 TEST_F(KovaCli, KnowsMonthsWithoutADay) {
-    static constexpr char key[] = "HEADER_LINES=";
-    std::string object = german, lines;
+    std::string lines;
     for (int i = 1; i <= 12; ++i)
         lines += "ALT_MON_" + std::to_string(i) + "=4c" + (i == 3 ? "e46e7a\n" : "6d\n");
-    const size_t count = object.find(key) + sizeof key - 1, end = object.find('\n', count);
-    object.insert(object.find("FIRST_WEEKDAY="), lines);
-    object.replace(count, end - count, std::to_string(std::stoi(object.substr(count)) + 12));
-    own_root(object);
+    own_root(with_header_lines(german, lines, 12));
     shows("cal de_DE.8859-1 3 2024", " Länz 2024\n");
     shows("cal de_DE.8859-1 länz 2024", " Länz 2024\n");
     shows("cal de_DE.8859-1 März 2024", " Länz 2024\n");
     writes("date de_DE.8859-1 '%OB %B %Ob' --at 2024-03-05", "Länz März Mär\n");
     writes("parse-date de_DE.8859-1 '%d. %B %Y' '5. länz 2024'", "2024-03-05 00:00:00\n");
     fails(1, "parse-date de_DE.8859-1 '%d. %B %Y' '5. Lm 2024'", "the text is both 2024-01-05 and");
+}
+
+TEST_F(KovaCli, ShowsTheMonthOfUmmAlQura) {
+    const std::string islamic = slurp(root + "/kova/lc11/ar_sa/0441islm.lco");
+    own_root(with_header_lines(islamic, "UMALQURA=1444 19203\nUMALQURA_1=595749\n", 2),
+             "lc11/ar_sa/0441islm.lco");
+    shows("cal ar_SA.8859-6@islm 9 1444", " Umm al-Qura: 2023-03-23 - 2023-04-20\n");
+    shows("cal ar_SA.8859-6@islm 12 1445", " Umm al-Qura: 2024-06-07 - 2024-07-06\n");
+    writes("cal ar_SA.8859-6@islm 1 1446 | grep -c Umm || :", "0\n");
 }
 
 TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {

@@ -67,6 +67,7 @@ TEST_F(KovaFormat, ReadsDates) {
     // Names that begin with another name, and digits that do.
     writes("tr_TR.8859-9 '%A %Y%m%d' 'Pazartesi 20261123'", "2026-11-23 00:00:00\n");
     writes("ja_JP %Y%m%d%OH:%OM:%OS 20261123十一:二十三:〇五", "2026-11-23 11:23:05\n");
+    writes("en_US '%G-W%V-%u' 2026-W53-5", "2027-01-01 00:00:00\n");
     writes("en_US '%j %Y' '60 2024'", "2024-02-29 00:00:00\n");
     static const char *const refused[][2] = {
         {"%D 2/29/00",                        "the century is undecided"                          },
@@ -79,6 +80,9 @@ TEST_F(KovaFormat, ReadsDates) {
         {"%C 20",                             "the year is undecided"                             },
         {"'%I:%M' 7:30",                      "the hour is undecided"                             },
         {"%Y-%m-%d '2026-02-28 x'",           "the format ends before the text, at character 11"  },
+        {"'%G-W%V-%u' 2025-W53-1",            "2025 has no week 53"                               },
+        {"'%G-W%V' 2025-W50",                 "the day is undecided"                              },
+        {"'%G %V %u %m' '2026 53 5 2'",       "the month contradicts the date, 2027-01-01"        },
         {"%% %",                              "the format reads no part of a date"                },
     };
     for (const auto &row : refused)

@@ -106,6 +106,22 @@ TEST(KovacTime, FillsEmptyFormatsAndBoundsCenturies) {
     }
 }
 
+// Ramadan 1445 began on 11 March 2024, the next month on 10 April.
+TEST(KovacTime, ListsTheMonthsOfUmmAlQura) {
+    const std::vector<std::string> lines = umalqura_lines();
+    if (lines.empty()) GTEST_SKIP() << "built without ICU";
+    std::string digits;
+    for (size_t i = 1; i < lines.size(); ++i)
+        digits += lines[i].substr(lines[i].find('=') + 1);
+    int day = std::stoi(lines[0].substr(14));
+    for (int i = 0; i < 145 * 12 + 8; ++i)
+        day += 29 +
+               (std::stoi(digits.substr(size_t(i / 12 * 3), 3), nullptr, 16) >> (11 - i % 12) & 1);
+    EXPECT_EQ(lines[0].substr(0, 14), "UMALQURA=1300 ");
+    EXPECT_EQ(digits.size(), 900u);
+    EXPECT_EQ(day, 19793);
+}
+
 // ---- charmaps ----------------------------------------------------------------------------------
 
 static std::string in_charmap(const std::string &body, const std::string &widths = "") {

@@ -2,6 +2,8 @@
 // day of another calendar.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 #include "kova/kova_char.h"
@@ -246,6 +248,35 @@ void draw_days(const cal_job &job, const month &m, int cell, int gap, drawing &l
     }
 }
 
+// When a month of the Islamic calendar begins in its Umm al-Qura form, by the lines of the object's
+// header: the first year and the day, since 1970, on which it begins; then three hexadecimal digits
+// for each year, whose bits from the highest on are set for months of 30 days. index counts months.
+struct umalqura_month {
+    int begin, length; // length 0: not known
+};
+
+umalqura_month find_umalqura(const cal_job &job, int year, int index) {
+    int first = 0, begin = 0, lines = 0;
+    std::string digits;
+    for (const std::string &line : job.handle.object.header) {
+        const std::string key = "UMALQURA_" + std::to_string(lines + 1) + "=";
+        if (line.compare(0, 9, "UMALQURA=") == 0)
+            std::sscanf(line.c_str() + 9, "%d %d", &first, &begin);
+        if (line.compare(0, key.size(), key) != 0) continue;
+        digits += line.substr(key.size());
+        ++lines;
+    }
+    const int from = (year - first) * 12 + index; // the months before it
+    if (!first || year < first || from / 12 * 3 + 3 > int(digits.size())) return {0, 0};
+    for (int i = 0;; ++i) {
+        const std::string of_year = digits.substr(size_t(i / 12 * 3), 3);
+        const long bits = std::strtol(of_year.c_str(), nullptr, 16);
+        const int length = 29 + int(bits >> (11 - i % 12) & 1);
+        if (i == from) return {begin, length};
+        begin += length;
+    }
+}
+
 wide_text era_text(const cal_job &job, sys_days day) {
     const ko_tm_t tm = tm_of(day);
     wide_text format = native(job.code, "%EY");
@@ -297,6 +328,15 @@ drawing draw(const cal_job &job, const month &m, const layout &l) {
     const std::string span =
         day_text(m.begin) + " - " + day_text(m.begin + std::chrono::days(m.length - 1));
     if (!job.names.gregorian) lines.push_back(centred(job, native(job.code, span), l.cols));
+    const umalqura_month other =
+        find_umalqura(job, m.first.alt_tm_year + 1900, m.first.alt_tm_monidx);
+    const sys_days begin{std::chrono::days(other.begin)};
+    if (other.length)
+        lines.push_back(
+            centred(job,
+                    native(job.code, "Umm al-Qura: " + day_text(begin) + " - " +
+                                         day_text(begin + std::chrono::days(other.length - 1))),
+                    l.cols));
     drawn_line head;
     if (job.weeks) append_blanks(job, head.text, 4);
     for (unsigned i = 0; i < week; ++i)

@@ -269,6 +269,8 @@ void add_narrow(const walk &w, const piece &p, size_t at, std::vector<candidate>
     }
 }
 
+bool is_iso(const piece &p) { return p.before.empty() && (p.letter == 'G' || p.letter == 'V'); }
+
 std::vector<candidate> candidates_of(walk &w, const piece &p, size_t at) {
     if (const named_field *row = names_read_by(p)) {
         const std::vector<candidate> found = name_candidates(w, *row, at);
@@ -277,7 +279,9 @@ std::vector<candidate> candidates_of(walk &w, const piece &p, size_t at) {
     }
     std::vector<candidate> found;
     candidate c;
-    if (read_piece(w, p.format, at, c)) found.push_back(c);
+    wide_text iso = native(w.setting.code, p.letter == 'G' ? "%4Y" : "%2j");
+    iso.push_back(0);
+    if (read_piece(w, is_iso(p) ? iso : p.format, at, c)) found.push_back(c);
     const int error = *ko_ext_errno(w.setting.code.loc);
     if (w.narrow) add_narrow(w, p, at, found);
     *ko_ext_errno(w.setting.code.loc) = error;
@@ -303,7 +307,16 @@ void note_failure(walk &w, size_t number, size_t at) {
     w.error = *ko_ext_errno(w.setting.code.loc);
 }
 
+// Takes a year or a week of ISO 8601, which was read as a year or as a day of the year.
+void take_iso(const piece &p, const time_info &info, read_fields &fields) {
+    int &field = p.letter == 'G' ? fields.iso_year : fields.iso_week;
+    const int value = p.letter == 'G' ? info.full_year + 1900 : info.year_day + 1;
+    if (field >= 0 && field != value) fields.fault = "the week or its year is given twice";
+    field = value;
+}
+
 void take(const walk &w, const piece &p, size_t at, const candidate &c, read_fields &fields) {
+    if (is_iso(p)) return take_iso(p, c.info, fields);
     merge(w, c.info, fields);
     const bool whole_era = p.of_era && p.letter == 'Y';
     if (whole_era) fields.era_text.assign(w.text.begin() + long(at), w.text.begin() + long(c.end));

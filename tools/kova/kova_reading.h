@@ -42,8 +42,9 @@ struct date_setting {
 // What the directives of a format have read.
 struct read_fields {
     time_info info = {};
-    wide_text era_text; // what a whole era format (%EY) has read
-    std::string fault;  // two directives contradict each other
+    wide_text era_text;               // what a whole era format (%EY) has read
+    std::string fault;                // two directives contradict each other
+    int iso_year = -1, iso_week = -1; // by the commands' own %G and %V
 };
 
 struct read_date {

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "kova/kova_reading.h"
+#include "kova/kova_when.h"
 
 namespace kovacli {
 namespace {
@@ -79,8 +80,11 @@ bool writes(const resolver &r, std::string_view format, const ko_tm_t &tm, const
     *ko_ext_errno(r.setting.code.loc) = 0;
     const int size = ko_wcsftime(r.setting.code.loc, out, int(std::size(out)), wide.data(), &tm);
     if (size < 0 || *ko_ext_errno(r.setting.code.loc)) return false;
-    return lower_text(r.setting.code, wide_text(out, out + size)) ==
-           lower_text(r.setting.code, text);
+    if (size_t(size) != text.size()) return false; // as for most years that are tried
+    if (std::equal(text.begin(), text.end(), out)) return true;
+    const bool digits = format == "%Ey";
+    return !digits && lower_text(r.setting.code, wide_text(out, out + size)) ==
+                          lower_text(r.setting.code, text);
 }
 
 // Is the day in the era, and in the year of it, that were read?
@@ -178,8 +182,28 @@ std::string no_such_date(const resolver &r, const ko_alt_tm_t &local) {
     return text;
 }
 
+// The day of a week of ISO 8601, which takes the year, the week and the day of the week.
+void choose_iso_day(resolver &r) {
+    const int year = r.fields.iso_year, week = r.fields.iso_week;
+    if (year < 0 || week < 0 || !has(r, seen_week_day)) {
+        r.result.fault = "the day is undecided: the year of ISO 8601, the week and the day of the "
+                         "week (%G %V %u) decide it together";
+        return;
+    }
+    const sys_days fourth = std::chrono::year(year) / 1 / 4; // which is in week 1
+    const std::chrono::weekday monday = std::chrono::Monday;
+    const sys_days day = fourth - (std::chrono::weekday{fourth} - monday) +
+                         days(7 * (week - 1) + (r.info.week_day + 6) % 7);
+    const iso_week back = iso_week_of(day);
+    r.result.tm = tm_of(day);
+    if (back.year != year || back.week != week)
+        r.result.fault = "there is no such date: " + std::to_string(year) + " has no week " +
+                         std::to_string(week);
+}
+
 void choose_day(resolver &r) {
     ko_alt_tm_t local = {};
+    if (r.fields.iso_year >= 0 || r.fields.iso_week >= 0) return choose_iso_day(r);
     if (!r.info.set) {
         r.result.fault = "the format reads no part of a date or a time";
         return;

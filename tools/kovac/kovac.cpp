@@ -211,6 +211,9 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
     describe_names("ALT_MON", object.time.alt_mon, object.description);
     describe_names("AB_ALT_MON", object.time.ab_alt_mon, object.description);
+    if (object.time.calendar == "islamic")
+        for (const std::string &line : umalqura_lines())
+            object.description.push_back(line);
     for (const auto &v : variants)
         if (opt.variant == v.name && v.equal)
             object.description.push_back(

@@ -98,6 +98,10 @@ bool compile_messages(const text_job &job, messages_section &out);
 // hiragana.
 std::vector<letter_pair> case_pairs(const ctype_section &ctype, const charmap &map);
 
+// Header lines with the months of the Umm al-Qura calendar, for locales whose calendar is Islamic;
+// none where ICU is missing.
+std::vector<std::string> umalqura_lines();
+
 // Compiles all six categories. report may be null.
 bool compile_locale(source_set &set, const charmap &map, diagnostics &diag, locale_object &out,
                     proof_report *report, const collation_options &options = {});
