@@ -3,6 +3,7 @@
 //   KOVA_CONVERSIONS_LIST      the pairs that were compiled; "all" for every code set of that list
 //   KOVA_TEST_ROOT             the compiled objects
 //   KOVA_DIFFERENCES           if set, every difference is printed
+#include "kova_host.h"
 #include "peers/peer_rows.h"
 
 #include <iconv.h>
@@ -134,8 +135,9 @@ struct part_converter : converter {
 
 std::string open_number(ko_cv_t &cd, unsigned from, unsigned to) {
     const std::string a = std::to_string(from), b = std::to_string(to);
-    const int result = ko_cv_load(&cd, b.c_str(), a.c_str(), nullptr, nullptr);
-    return result == 1 ? "" : a + " to " + b + ": error " + std::to_string(*ko_ext_errno(cd));
+    const int error = ko_open_conversion(&cd, nullptr, a.c_str(), b.c_str(),
+                                         unsigned{KO_CONVERT_KEEP_MARK} | KO_CONVERT_DIRECT);
+    return error ? a + " to " + b + ": error " + std::to_string(error) : "";
 }
 
 std::string convert(ko_cv_t cd, const std::string &in) {
@@ -148,9 +150,9 @@ std::string convert(ko_cv_t cd, const std::string &in) {
     return to == out ? refused : std::string(out, to);
 }
 
-enum : unsigned { unicode_number = 57349, utf8_number = 57372 };
+enum : unsigned { unicode_number = 57349, utf8_number = 57372, first_with_escapes = 57499 };
 
-// The objects of a set and utf8 or unicode.
+// The conversions between a set and utf8 or unicode.
 struct our_converter : converter {
     ko_cv_t down = nullptr, up = nullptr;
     libc_converter pivot;
@@ -192,6 +194,10 @@ std::set<unsigned> compiled_sets() {
         std::string name;
         if (words >> name) numbers.insert(ko_cs_name2cs_num(&scratch, name.c_str(), nullptr));
     }
+    // These need no objects, or those of EUC-JP, EUC-KR and GB2312.
+    for (const char *name : {"iso-2022-jp", "iso-2022-jp-1", "iso-2022-kr", "hz", "utf-7"})
+        if (const int number = ko_codeset_number(nullptr, name); number >= 0)
+            numbers.insert(unsigned(number));
     return numbers;
 }
 
@@ -291,9 +297,10 @@ struct tally {
     }
 };
 
-void ask_all(const converters &all, tally *tallies, bool stateful) {
+// Of code sets with escape sequences only what some converter writes is read.
+void ask_all(const converters &all, tally *tallies, bool stateful, bool escapes) {
     texts_of candidates{all, stateful, {}, {}};
-    candidates.add_all();
+    if (!escapes) candidates.add_all();
     for (uint32_t code = 0; code <= last_code; ++code) {
         if (!is_scalar(code)) continue;
         const std::string ours = all[0]->encode(code);
@@ -353,7 +360,7 @@ TEST_P(PeerIconv, ConvertsEveryCharacterAlike) {
         for (int peer = 0; peer < 2; ++peer)
             all.push_back(row.names[peer] == "-" ? nullptr : open_peer(peer, row.names[peer]));
         tally tallies[2];
-        ask_all(all, tallies, stateful);
+        ask_all(all, tallies, stateful, row.number >= first_with_escapes);
         for (int peer = 0; peer < 2; ++peer)
             if (all[size_t(peer) + 1]) expect_known(row, peer_labels[peer], tallies[peer]);
     }

@@ -78,6 +78,8 @@ TEST_F(KovaConvert, ConvertsByRuleWhatHasNoObject) {
     writes("kova convert --root rules -f iso-2022-jp -t utf-7 | "
            "kova convert --root rules -f utf-7 -t utf8",
            text);
+    command = "kova convert --root rules ";
+    shows("--list", "\niso-2022-jp  utf8 (by rule)\n");
 }
 
 TEST_F(KovaConvert, EndsLinesAsTheTargetDoesOrAsTold) {

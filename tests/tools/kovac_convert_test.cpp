@@ -301,6 +301,8 @@ TEST(KovacConvert, RefusesAtOnceWhatAnObjectCannotHold) {
         pair_job job(name, "utf8");
         EXPECT_EQ(job.run(), convert_status::source) << name;
         EXPECT_NE(job.log.find(name + " cannot be compiled: "), std::string::npos) << job.log;
+        EXPECT_EQ(job.log.find("convert needs no object") != std::string::npos,
+                  name.starts_with("ISO") || name.starts_with("UTF-7"));
         EXPECT_FALSE(std::filesystem::exists(job.opt.root)) << name;
     }
     pair_job lost("EUC-JISX0213", "utf8"), planes("utf8", "unicode");

@@ -45,6 +45,14 @@ static std::string established_name(const std::map<uint16_t, listed_set> &sets, 
                                                         : it->second.names[0];
 }
 
+// Is a code set converted without an object of its own?
+static bool follows_rules(uint16_t number) {
+    descriptor cd;
+    const unsigned direct = KO_CONVERT_DIRECT;
+    return ko_open_conversion(&cd.cd, nullptr, std::to_string(number).c_str(), "utf8", direct) ==
+           KO_OK;
+}
+
 static std::string joined(const std::vector<std::string> &words, size_t first) {
     std::string text;
     for (size_t i = first; i < words.size(); ++i)
@@ -83,6 +91,7 @@ int list_code_sets(const data_place &place) {
             {joined(set.names,       1)                    }
         });
         std::string targets;
+        if (set.targets.empty() && follows_rules(number)) targets = "utf8 (by rule)";
         for (const uint16_t to : set.targets)
             targets += (targets.empty() ? "" : " ") + established_name(sets, to);
         if (!targets.empty()) pairs.push_back({{name}, {targets}});

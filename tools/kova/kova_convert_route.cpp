@@ -121,16 +121,20 @@ static bool open_leg(const data_place &place, const code_set &from, const code_s
                                   std::to_string(error) + "); compile it again with kovac convert");
 }
 
-// The library converts through utf8 by itself, and better where what follows a character decides.
-static void join_legs(unsigned flags, route &way) {
-    descriptor whole;
-    if (!by_number(way.from, way.to) ||
-        ko_open_conversion(&whole.cd, nullptr, std::to_string(way.from.number).c_str(),
-                           std::to_string(way.to.number).c_str(), flags) != 0)
-        return;
-    std::swap(way.leg[0].cd, whole.cd);
-    release(way.leg[1]);
+// The way through utf8 that the library opens by itself. False if there is none; the steps then say
+// why.
+static bool open_whole(const data_place &place, const code_set &middle, unsigned flags,
+                       route &way) {
+    release(way.leg[0]);
+    if (!same_code_set(middle, utf8_code_set()) || !by_number(way.from, way.to) ||
+        ko_open_conversion(&way.leg[0].cd, nullptr, std::to_string(way.from.number).c_str(),
+                           std::to_string(way.to.number).c_str(), flags) != KO_OK)
+        return false;
+    way.files = {object_path(place, way.from, middle), object_path(place, middle, way.to)};
+    for (std::string &file : way.files)
+        if (file.empty()) file = no_object;
     way.legs = 1;
+    return true;
 }
 
 bool open_route(const data_place &place, const code_set &from, const code_set &to, route &way,
@@ -143,16 +147,16 @@ bool open_route(const data_place &place, const code_set &from, const code_set &t
     if (open_leg(place, from, to, flags, way.leg[0], way.files[0])) return true;
     way.legs = 2;
     for (const code_set &middle : {utf8_code_set(), unicode_code_set()}) {
-        if (same_code_set(from, middle) || same_code_set(to, middle) ||
-            !open_leg(place, from, middle, flags & ~unsigned{KO_CONVERT_WRITE_MARK}, way.leg[0],
-                      way.files[0]) ||
-            !open_leg(place, middle, to, flags | KO_CONVERT_KEEP_MARK, way.leg[1], way.files[1]))
-            continue;
+        if (same_code_set(from, middle) || same_code_set(to, middle)) continue;
         way.through = middle.name;
-        if (same_code_set(middle, utf8_code_set())) join_legs(flags, way);
-        return true;
+        if (open_whole(place, middle, flags, way)) return true;
+        if (open_leg(place, from, middle, flags & ~unsigned{KO_CONVERT_WRITE_MARK}, way.leg[0],
+                     way.files[0]) &&
+            open_leg(place, middle, to, flags | KO_CONVERT_KEEP_MARK, way.leg[1], way.files[1]))
+            return true;
     }
     way.legs = 0;
+    way.through.clear();
     return false;
 }
 

@@ -165,6 +165,9 @@ static convert_status refuse(diagnostics &diag, convert_status status, const std
     return status;
 }
 
+// The code sets of data/registry.inc that the library converts by rule.
+static constexpr int first_ruled = 57499, last_ruled = 57507;
+
 // A converter by number or name, as the C library and ICU spell them.
 static convert_status load_from_converters(const std::string &name, diagnostics &diag,
                                            conv_set &set) {
@@ -180,8 +183,11 @@ static convert_status load_from_converters(const std::string &name, diagnostics 
                 is_libc ? read_libc_set(one, set, &why) : read_icu_set(one, set, &why);
             set.origin = (is_libc ? "C library " : "ICU ") + one;
             if (read) return convert_status::done;
-            if (!why.empty() && (is_libc || has_icu()))
-                return refuse(diag, convert_status::source, name + " cannot be compiled: " + why);
+            if (why.empty() || (!is_libc && !has_icu())) continue;
+            const bool ruled = set.number >= first_ruled && set.number <= last_ruled;
+            return refuse(diag, convert_status::source,
+                          name + " cannot be compiled: " + why +
+                              (ruled ? "; kova convert needs no object for it" : ""));
         }
     }
     return refuse(diag, convert_status::file,
