@@ -5,6 +5,7 @@
 #include "peers.h"
 #include "text.h"
 
+#include <unicode/ucnv.h>
 #include <unicode/ucol.h>
 #include <unicode/ustring.h>
 
@@ -152,83 +153,123 @@ void word_keys(benchmark::State &state, const language &lang) {
     state.counters["length"] = ours / theirs;
 }
 
-void transcode(benchmark::State &state, const language &lang, bool to_utf8) {
-    setting s(state, lang);
-    if (!s.ready()) return;
-    std::string text;
-    for (const std::string &word : s.words)
-        text += word + ' ';
-    std::vector<ko_wchar_t> units(text.size() + 64);
-    std::string narrow(text.size() + 64, 0);
-    const auto bytes = static_cast<int32_t>(text.size());
-    const auto count =
-        ko_utf8stowcs(s.loc, units.data(), units.size(), text.data(), text.size(), nullptr);
-    const auto kova_in = [&] {
-        benchmark::DoNotOptimize(
-            ko_utf8stowcs(s.loc, units.data(), units.size(), text.data(), text.size(), nullptr));
-    };
-    const auto kova_out = [&] {
-        benchmark::DoNotOptimize(ko_wcstoutf8s(s.loc, narrow.data(), narrow.size(), units.data(),
-                                               static_cast<size_t>(count), nullptr));
-    };
-    const void *const room = units.data();
-    UChar *const icu_units = static_cast<UChar *>(const_cast<void *>(room));
-    const auto icu_in = [&] {
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t n;
-        benchmark::DoNotOptimize(u_strFromUTF8(icu_units, static_cast<int32_t>(units.size()), &n,
-                                               text.data(), bytes, &status));
-    };
-    const auto icu_out = [&] {
-        UErrorCode status = U_ZERO_ERROR;
-        int32_t n;
-        benchmark::DoNotOptimize(u_strToUTF8(narrow.data(), static_cast<int32_t>(narrow.size()), &n,
-                                             icu_units, static_cast<int32_t>(count), &status));
-    };
-    if (to_utf8)
-        compare(state,
-                {
-                    {"kova", kova_out},
-                    {"icu",  icu_out }
-        },
-                bytes);
-    else
-        compare(state,
-                {
-                    {"kova", kova_in},
-                    {"icu",  icu_in }
-        },
-                bytes);
-}
+// ---- Between UTF-8 and UTF-16 ----
 
-// Each word by itself: short texts.
-void transcode_words(benchmark::State &state, const language &lang) {
-    setting s(state, lang);
-    if (!s.ready()) return;
-    ko_wchar_t units[256];
-    UChar icu_units[256];
-    double bytes = 0;
-    for (const std::string &word : s.words)
-        bytes += static_cast<double>(word.size());
-    const auto kova = [&] {
-        for (const std::string &word : s.words)
-            benchmark::DoNotOptimize(
-                ko_utf8stowcs(s.loc, units, 256, word.data(), word.size(), nullptr));
-    };
-    const auto icu = [&] {
-        for (const std::string &word : s.words) {
+enum form { utf8, unicode, utf16le };
+constexpr const char *names[] = {"utf8", "unicode", "utf16le"},
+                     *icu_names[] = {"UTF-8", "UTF-16BE", "UTF-16LE"};
+
+struct text_set {
+    std::vector<std::string> in[3]; // by form
+    std::vector<ko_wchar_t> out;
+    double bytes = 0; // in UTF-8
+    explicit text_set(std::vector<std::string> texts) {
+        in[utf8] = std::move(texts);
+        for (const std::string &text : in[utf8]) {
+            const auto len = static_cast<int32_t>(text.size());
+            std::vector<UChar> units(text.size());
             UErrorCode status = U_ZERO_ERROR;
             int32_t n;
-            benchmark::DoNotOptimize(u_strFromUTF8(icu_units, 256, &n, word.data(),
-                                                   static_cast<int32_t>(word.size()), &status));
+            u_strFromUTF8(units.data(), len, &n, text.data(), len, &status);
+            std::string little, big;
+            for (int32_t i = 0; i < n; ++i) {
+                const char high = static_cast<char>(units[static_cast<size_t>(i)] >> 8),
+                           low = static_cast<char>(units[static_cast<size_t>(i)] & 0xFF);
+                little += {low, high};
+                big += {high, low};
+            }
+            in[utf16le].push_back(little);
+            in[unicode].push_back(big);
+            bytes += len;
+            out.resize(std::max(out.size(), 2 * text.size() + 64));
         }
-    };
+    }
+};
+
+// Running text of 64 KiB, or each word by itself.
+std::vector<std::string> texts_of(const language &lang, bool running) {
+    const std::vector<std::string> words = make_words(lang, 4000);
+    if (!running) return words;
+    std::string text;
+    for (size_t i = 0; text.size() < 65536; ++i)
+        text += words[i % words.size()] + ' ';
+    return {text};
+}
+
+template <class To, class From> To *as(From *p) {
+    void *any = const_cast<void *>(static_cast<const void *>(p));
+    return static_cast<To *>(any);
+}
+
+void by_host(ko_lc_t loc, text_set &t, form from) {
+    for (const std::string &in : t.in[from])
+        if (from == utf8)
+            benchmark::DoNotOptimize(
+                ko_utf8stowcs(loc, t.out.data(), t.out.size(), in.data(), in.size(), nullptr));
+        else
+            benchmark::DoNotOptimize(ko_wcstoutf8s(loc, as<char>(t.out.data()), t.out.size(),
+                                                   as<ko_wchar_t>(in.data()), in.size() / 2,
+                                                   nullptr));
+}
+
+void by_descriptor(ko_cv_t cd, text_set &t, form from) {
+    for (const std::string &in : t.in[from]) {
+        const ko_mchar_t *at = as<const ko_mchar_t>(in.data());
+        ko_mchar_t *to = as<ko_mchar_t>(t.out.data());
+        int left = static_cast<int>(in.size()), room = static_cast<int>(t.out.size() * 2), sub;
+        conv_state st = {1, 1, 0, 0, nullptr};
+        benchmark::DoNotOptimize(ko_cv_mconv(cd, &st, &at, &left, &to, &room, &sub));
+    }
+}
+
+// ICU's fastest call, which knows the machine's byte order only.
+void by_icu(text_set &t, form from) {
+    for (const std::string &in : t.in[from == utf8 ? utf8 : utf16le]) {
+        UErrorCode status = U_ZERO_ERROR;
+        int32_t n;
+        const auto len = static_cast<int32_t>(in.size()), room = static_cast<int32_t>(t.out.size());
+        if (from == utf8)
+            u_strFromUTF8(as<UChar>(t.out.data()), room, &n, in.data(), len, &status);
+        else
+            u_strToUTF8(as<char>(t.out.data()), room, &n, as<UChar>(in.data()), len / 2, &status);
+        benchmark::DoNotOptimize(n);
+    }
+}
+
+void by_icu_converters(UConverter *to, UConverter *from, text_set &t, form from_form) {
+    for (const std::string &in : t.in[from_form]) {
+        UChar pivot[1024], *pivot_source = pivot, *pivot_target = pivot;
+        const char *source = in.data();
+        char *target = as<char>(t.out.data());
+        UErrorCode status = U_ZERO_ERROR;
+        ucnv_convertEx(to, from, &target, target + 2 * t.out.size(), &source, source + in.size(),
+                       pivot, &pivot_source, &pivot_target, pivot + 1024, true, true, &status);
+        benchmark::DoNotOptimize(target);
+    }
+}
+
+void transcode(benchmark::State &state, const language &lang, bool running, form from, form to,
+               bool host) {
+    const ko_lc_t loc = bench_locale(state, languages[0].spec); // all do the same here
+    if (!loc) return;
+    text_set t(texts_of(lang, running));
+    ko_cv_t cd = nullptr;
+    if (ko_open_conversion(&cd, nullptr, names[from], names[to], 0))
+        return state.SkipWithError("no conversion");
+    UErrorCode status = U_ZERO_ERROR;
+    UConverter *icu_from = ucnv_open(icu_names[from], &status),
+               *icu_to = ucnv_open(icu_names[to], &status);
     compare(state,
             {
-                {"kova", kova},
-                {"icu",  icu }
+                {"kova",     [&] { host ? by_host(loc, t, from) : by_descriptor(cd, t, from); }},
+                {"icu",      [&] { by_icu(t, from); }                                          },
+                {"icu_conv", [&] { by_icu_converters(icu_to, icu_from, t, from); }             }
     },
-            bytes);
+            t.bytes);
+    ucnv_close(icu_from);
+    ucnv_close(icu_to);
+    ko_cv_unload(cd);
+    ko_lc_unload(loc);
 }
 
 const bool registered = [] {
@@ -240,9 +281,19 @@ const bool registered = [] {
         add("host_compare/" + name, [&](auto &state) { compare_words(state, lang, false); });
         add("host_neighbours/" + name, [&](auto &state) { compare_words(state, lang, true); });
         add("host_keys/" + name, [&](auto &state) { word_keys(state, lang); });
-        add("host_from_utf8/" + name, [&](auto &state) { transcode(state, lang, false); });
-        add("host_words_from_utf8/" + name, [&](auto &state) { transcode_words(state, lang); });
-        add("host_to_utf8/" + name, [&](auto &state) { transcode(state, lang, true); });
+        for (const bool running : {true, false}) {
+            const std::string text = (running ? "text/" : "words/") + name;
+            const auto add_pair = [&](const char *way, form from, form to, bool host) {
+                add(std::string(way) + names[from] + "_" + names[to] + "/" + text,
+                    [=, &lang](auto &state) { transcode(state, lang, running, from, to, host); });
+            };
+            add_pair("host_", utf8, utf16le, true);
+            add_pair("host_", utf16le, utf8, true);
+            for (const form other : {unicode, utf16le}) {
+                add_pair("conversion_", utf8, other, false);
+                add_pair("conversion_", other, utf8, false);
+            }
+        }
     }
     return true;
 }();

@@ -27,8 +27,9 @@ static int64_t convert(Out *dst, size_t room, const In *text, size_t len, ko_bad
     made_text<Out> out;
     start_text(&out, dst, room);
     const In *s = text, *const end = text + len;
+    const run_way way = best_way();
     while (s != end) {
-        const run_of run = convert_run(out.at, out.left, s, size_t(end - s));
+        const run_of run = convert_run(way, out.at, out.left, s, size_t(end - s));
         s += run.taken;
         took(&out, run.made);
         // One at a time: the characters that stopped the run, or the last few.

@@ -4,7 +4,7 @@
 #include "host/kovahost_form.h"
 
 #include "host/kovahost_made.h"
-#include "host/kovahost_simd.h"
+#include "host/kovahost_wide.h"
 
 #include <bit>
 
@@ -66,11 +66,12 @@ static void put_code(ko_mchar_t *p, uint32_t code, bool little) {
 // ---- Decoding ----
 
 namespace {
+constexpr size_t block_room = 512;
 // A block of decoded text. Its last character is whole.
 struct unit_block {
-    ko_wchar_t units[512];
-    size_t count;
-    bool is_full() const { return count + 2 > sizeof units / sizeof *units; }
+    ko_wchar_t units[block_room];
+    size_t count, most; // how many there are, and may be
+    bool is_full() const { return count + 2 > most; }
 };
 } // namespace
 
@@ -80,9 +81,10 @@ int bad_utf8(const ko_mchar_t *p, utf8_step step, const ko_mchar_t *end) {
 }
 
 static int decode_utf8(const ko_mchar_t **p, const ko_mchar_t *end, unit_block *b) {
-    const size_t room = sizeof b->units / sizeof *b->units;
+    const run_way way = best_way();
     while (*p != end && !b->is_full()) {
-        const run_of run = convert_run(b->units + b->count, room - b->count, *p, size_t(end - *p));
+        const run_of run =
+            convert_run(way, b->units + b->count, b->most - b->count, *p, size_t(end - *p));
         *p += run.taken;
         b->count += run.made;
         for (int few = run.taken ? 4 : 16; few && *p != end && !b->is_full(); --few) {
@@ -118,7 +120,7 @@ static size_t whole_units(const ko_wchar_t *units, size_t n, bool last, int *err
 
 static int decode_utf16(const ko_mchar_t **p, const ko_mchar_t *end, bool little, unit_block *b) {
     while (end - *p >= 2 && !b->is_full()) {
-        const size_t room = sizeof b->units / sizeof *b->units - b->count;
+        const size_t room = b->most - b->count;
         const size_t left = size_t(end - *p) / 2, n = left < room ? left : room;
         ko_wchar_t *const units = b->units + b->count;
         memcpy(units, *p, 2 * n);
@@ -161,9 +163,10 @@ static unsigned code_at(const ko_wchar_t *units, size_t *len) {
 }
 
 static size_t encode_utf8(const unit_block *b, cv_span *s) {
+    const run_way way = best_way();
     size_t at = 0;
     while (at < b->count) {
-        const run_of run = convert_run(s->out, s->room, b->units + at, b->count - at);
+        const run_of run = convert_run(way, s->out, s->room, b->units + at, b->count - at);
         at += run.taken;
         s->out += run.made;
         s->room -= run.made;
@@ -228,10 +231,15 @@ static size_t source_bytes(text_form form, const ko_wchar_t *units, size_t count
 static constexpr unsigned mark_code = 0xFEFF;
 
 static size_t put_mark(text_form form, ko_mchar_t *bytes) {
-    const unit_block mark = {{mark_code}, 1};
-    cv_span s = {nullptr, nullptr, bytes, form_longest, false};
-    encode(form, &mark, &s);
-    return size_t(s.out - bytes);
+    if (form == text_form::utf8) return units_of(bytes, mark_code);
+    if (form >= text_form::utf32be) {
+        put_code(bytes, mark_code, form == text_form::utf32le);
+        return 4;
+    }
+    const bool little = form == text_form::utf16le;
+    bytes[little] = mark_code >> 8;
+    bytes[!little] = mark_code & 0xFF;
+    return 2;
 }
 
 int drop_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
@@ -270,6 +278,30 @@ static int write_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
 
 // ---- Conversion ----
 
+static bool is_utf16(text_form form) {
+    return form >= text_form::utf16be && form <= text_form::utf16;
+}
+
+// Converts between UTF-8 and UTF-16 as far as wide runs do. Returns false if there are none.
+static bool convert_wide(text_form from, text_form to, bool little, cv_span *s) {
+    if (!has_wide_runs()) return false;
+    const size_t left = size_t(s->end - s->in);
+    if (from == text_form::utf8 && is_utf16(to)) {
+        const bool swapped = (to == text_form::utf16le) != host_is_little;
+        const run_of run = wide_from_utf8(s->out, s->room / 2, s->in, left, swapped);
+        s->in += run.taken;
+        s->out += 2 * run.made;
+        s->room -= 2 * run.made;
+        return true;
+    }
+    if (!is_utf16(from) || to != text_form::utf8) return false;
+    const run_of run = wide_to_utf8(s->out, s->room, s->in, left / 2, little != host_is_little);
+    s->in += 2 * run.taken;
+    s->out += run.made;
+    s->room -= run.made;
+    return true;
+}
+
 static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const auto from = text_form(cv->forms[0]), to = text_form(cv->forms[1]);
     cv_span text = *s;
@@ -279,6 +311,9 @@ static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const bool little = is_little(from, st);
     while (!error && text.in != text.end) {
         unit_block block;
+        // What stops a wide run is near.
+        block.most = convert_wide(from, to, little, &text) ? 64 : block_room;
+        if (text.in == text.end) break;
         const ko_mchar_t *const start = text.in;
         error = decode(from, little, &text.in, text.end, &block);
         const size_t written = encode(to, &block, &text);

@@ -1,9 +1,7 @@
 // Conversion between UTF-8 and UTF-16 by runs of characters of one, two and three bytes. A block
 // has 8 characters, of ASCII 16; those before the first one of another length, or before anything
 // ill-formed, are converted.
-#include "host/kovahost_simd.h"
-
-#include "chars/kovasimd.h"
+#include "host/kovahost_wide.h"
 
 #if defined(__GNUC__) && defined(__SSE2__)
 
@@ -14,8 +12,10 @@ static inline unsigned good_lanes(__m128i good) {
     return first_bit(~unsigned(_mm_movemask_epi8(good))) / 2;
 }
 
-static inline bool has_shuffles() {
-    return __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
+run_way best_way() {
+    if (has_wide_runs()) return run_way::wide;
+    const bool shuffles = __builtin_cpu_supports("ssse3") && __builtin_cpu_supports("popcnt");
+    return shuffles ? run_way::shuffled : run_way::plain;
 }
 
 // Converts by some(), which is given what is left on both sides, until that takes nothing or too
@@ -210,9 +210,13 @@ convert_shuffled(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t 
     return run;
 }
 
-run_of convert_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
+run_of convert_run(run_way way, ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
+    void *const to = dst;
+    if (way == run_way::wide)
+        return wide_from_utf8(static_cast<unsigned char *>(to), room, src, n, false);
     if (n < run_least || room < run_least) return {0, 0};
-    return has_shuffles() ? convert_shuffled(dst, room, src, n) : convert_plain(dst, room, src, n);
+    return way == run_way::plain ? convert_plain(dst, room, src, n)
+                                 : convert_shuffled(dst, room, src, n);
 }
 
 // ---- To UTF-8 ----
@@ -286,16 +290,20 @@ static run_of convert_some(unsigned char *dst, size_t room, const ko_wchar_t *sr
     return shuffles ? encode_triples(dst, room, src, n) : run_of{0, 0};
 }
 
-run_of convert_run(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
+run_of convert_run(run_way way, unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
+    const void *const from = src;
+    if (way == run_way::wide)
+        return wide_to_utf8(dst, room, static_cast<const unsigned char *>(from), n, false);
     if (n < run_least || room < run_least) return {0, 0};
-    const bool shuffles = has_shuffles();
+    const bool shuffles = way == run_way::shuffled;
     return all_runs(dst, room, src, n,
                     [shuffles](auto... some) { return convert_some(some..., shuffles); });
 }
 
 #else
 
-run_of convert_run(ko_wchar_t *, size_t, const unsigned char *, size_t) { return {0, 0}; }
-run_of convert_run(unsigned char *, size_t, const ko_wchar_t *, size_t) { return {0, 0}; }
+run_way best_way() { return run_way::plain; }
+run_of convert_run(run_way, ko_wchar_t *, size_t, const unsigned char *, size_t) { return {0, 0}; }
+run_of convert_run(run_way, unsigned char *, size_t, const ko_wchar_t *, size_t) { return {0, 0}; }
 
 #endif

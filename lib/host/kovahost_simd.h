@@ -9,13 +9,19 @@ struct run_of {
     size_t taken, made;
 };
 
-// A run does not start with less text or room than this. Stores may go beyond the result, but never
-// beyond the room.
-constexpr size_t run_least = 32;
+// The ways in which runs are converted. Stores may go beyond a result, but never beyond the room.
+//   plain     blocks of 16 bytes, characters of one and two bytes
+//   shuffled  the same blocks, characters of up to three bytes
+//   wide      blocks of 64 bytes, all characters
+enum class run_way { plain, shuffled, wide };
 
-// Converts at most n units, up to the first one that it cannot take; it may leave up to run_least
-// units at the end unconverted.
-run_of convert_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n);
-run_of convert_run(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n);
+// The fastest way that this processor has.
+run_way best_way();
+
+// Converts at most n units, up to somewhere before the first thing that is no character. The plain
+// and the shuffled way leave up to run_least units at the end, and need as much text and room.
+constexpr size_t run_least = 32;
+run_of convert_run(run_way way, ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n);
+run_of convert_run(run_way way, unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n);
 
 #endif

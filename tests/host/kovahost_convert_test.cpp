@@ -1,6 +1,8 @@
 // Between UTF-8 and wide characters: what is no character, rooms of every size, all lengths of
 // runs.
 #include "host/host_records.h"
+#include "host/kovahost_simd.h"
+#include "host/kovahost_text.h"
 #include "support/guarded_block.h"
 
 namespace {
@@ -47,6 +49,93 @@ void check_rooms(ko_lc_t loc, const In &text, const std::basic_string<Out> &want
         while (whole && whole < want.size() && inside_char(static_cast<unsigned>(want[whole])))
             --whole;
         ASSERT_TRUE(std::equal(dst, dst + whole, want.begin())) << room;
+    }
+}
+
+// A text converted one character at a time.
+template <class Out> struct by_character {
+    std::basic_string<Out> made;
+    std::vector<size_t> before; // units made before each place; SIZE_MAX inside a character
+    size_t good = 0;            // the place of the first thing that is no character
+};
+template <class Out>
+void add_character(by_character<Out> *all, const std::basic_string<Out> &units, size_t taken) {
+    all->before[all->good] = all->made.size();
+    all->made += units;
+    all->good += taken;
+    all->before[all->good] = all->made.size();
+}
+by_character<char16_t> each_character(const std::string &text) {
+    by_character<char16_t> all;
+    all.before.assign(text.size() + 1, SIZE_MAX);
+    const unsigned char *const s = bytes_of(text.data());
+    while (all.good < text.size()) {
+        const utf8_step step = utf8_char(s + all.good, s + text.size());
+        if (step.code == no_code) break;
+        add_character(&all, utf16(step.code), step.bytes);
+    }
+    return all;
+}
+by_character<char> each_character(const std::u16string &text) {
+    by_character<char> all;
+    all.before.assign(text.size() + 1, SIZE_MAX);
+    while (all.good < text.size()) {
+        const char32_t unit = text[all.good];
+        const bool pair = is_high_unit(unit) && all.good + 1 < text.size();
+        const char32_t next = pair ? text[all.good + 1] : 0;
+        if (!is_low_unit(next) && (unit & 0xF800) == 0xD800) break;
+        const char32_t code = pair ? (unit - 0xD7C0) << 10 | (next & 0x3FF) : unit;
+        add_character(&all, utf8(code), 1u + pair);
+    }
+    return all;
+}
+
+// The unit types of the library.
+template <class Unit>
+using inside = std::conditional_t<std::is_same_v<Unit, char>, unsigned char, ko_wchar_t>;
+
+// One run stops between characters, has made what they are, and touches nothing outside. Returns
+// the place where it stopped.
+template <class In, class Out>
+size_t check_run(run_way way, const std::basic_string<In> &text, const by_character<Out> &want,
+                 size_t from, size_t room) {
+    using to_unit = inside<Out>;
+    using from_unit = inside<In>;
+    static const guarded_block source, target;
+    const size_t n = text.size() - from;
+    void *const start = source.end - n * sizeof(In), *const end = target.end - room * sizeof(Out);
+    if (n) memcpy(start, text.data() + from, n * sizeof(In));
+    auto *const dst = static_cast<to_unit *>(end);
+    const run_of run = convert_run(way, dst, room, static_cast<const from_unit *>(start), n);
+    const size_t at = from + run.taken, made = want.before[from] + run.made;
+    EXPECT_LE(run.made, room);
+    EXPECT_LE(at, want.good);
+    EXPECT_EQ(want.before[at], made);
+    EXPECT_TRUE(std::equal(dst, dst + run.made, want.made.begin() + long(made - run.made),
+                           [](to_unit a, Out b) { return a == static_cast<to_unit>(b); }));
+    if (way == run_way::wide && want.good == text.size() && at < want.good) {
+        size_t next = at + 1;
+        while (want.before[next] == SIZE_MAX)
+            ++next;
+        const size_t least = std::is_same_v<Out, char> ? 6 : want.before[next] - made;
+        EXPECT_LT(room - run.made, least);
+    }
+    return at;
+}
+
+constexpr run_way all_ways[] = {run_way::plain, run_way::shuffled, run_way::wide};
+
+// Runs of each way through a text, with one character after each.
+template <class In> void check_ways(const std::basic_string<In> &text, size_t room) {
+    const auto want = each_character(text);
+    for (const run_way way : all_ways) {
+        if (way > best_way()) break;
+        SCOPED_TRACE("way " + std::to_string(int(way)) + ", room " + std::to_string(room));
+        for (size_t from = 0; from < want.good && !testing::Test::HasFailure();) {
+            from = check_run(way, text, want, from, room);
+            while (++from < want.good && want.before[from] == SIZE_MAX) {
+            }
+        }
     }
 }
 
@@ -108,6 +197,10 @@ TEST(HostConvert, FillsEveryRoomWithWholeCharacters) {
             }
         }
         SCOPED_TRACE(narrow);
+        for (size_t room = 0; room <= narrow.size(); ++room) {
+            check_ways(narrow, room);
+            check_ways(units, room);
+        }
         check_rooms<ko_wchar_t>(r.loc, narrow, {units.begin(), units.end()},
                                 [](unsigned unit) { return (unit & 0xFC00) == 0xDC00; });
         check_rooms<char>(r.loc, units, narrow,
@@ -116,33 +209,76 @@ TEST(HostConvert, FillsEveryRoomWithWholeCharacters) {
     }
 }
 
-// Each byte of a text in turn is replaced: the answer is that for the 30 bytes around it, which no
-// block takes.
+// What is no character, after runs and in runs of every length, as the end of a text and before
+// more of it.
 TEST(HostConvert, FindsWhatIsNoCharacterInsideRuns) {
+    static const struct {
+        std::string bytes;
+        size_t length; // of the part that is refused
+    } rows[] = {
+        {"\x80",             1},
+        {"\xC0\x80",         1},
+        {"\xC1\xBF",         1},
+        {"\xC3",             1},
+        {"\xE0\x9F\xBF",     1},
+        {"\xE6\xBC",         2},
+        {"\xE6\xC0\x80",     1},
+        {"\xED\xA0\x80",     1},
+        {"\xED\xBF\xBF",     1},
+        {"\xF0\x8F\xBF\xBF", 1},
+        {"\xF0\x9F\x98",     3},
+        {"\xF4\x90\x80\x80", 1},
+        {"\xF5\x80\x80\x80", 1},
+        {"\xF8\x90\x80\x80", 1},
+        {"\xFF\x90\x80\x80", 1},
+    };
     bare_record r;
-    for (const char32_t code : {U'a', U'ж', U'語'}) {
-        const size_t size = utf8(code).size();
-        ko_wchar_t out[100];
-        std::string text;
-        while (text.size() < 90)
-            text += utf8(code);
-        for (size_t i = 0; i < text.size(); ++i) {
-            for (const char byte : {'\x80', '\xC1', '\xE0', '\xED', '\xF4', 'z'}) {
-                std::string damaged = text;
-                damaged[i] = byte;
-                ko_bad_text bad = {}, slow = {};
-                const size_t place = i / size * size, from = place < 9 ? 0 : place - 2 * size;
-                const size_t some = std::min<size_t>(30, text.size() - from);
-                const int64_t all =
-                    ko_utf8stowcs(r.loc, out, std::size(out), damaged.data(), damaged.size(), &bad);
-                const int64_t few =
-                    ko_utf8stowcs(r.loc, nullptr, 0, damaged.data() + from, some, &slow);
-                ASSERT_EQ(all < 0, few < 0) << i;
-                ASSERT_EQ(bad.at, all < 0 ? slow.at + from : 0) << i;
-                ASSERT_EQ(bad.length, slow.length) << i;
-            }
+    for (const auto &row : rows)
+        for (const char32_t code : {U'a', U'ж', U'語', U'😀'})
+            for (size_t times = 0; times <= 200 / utf8(code).size(); ++times)
+                for (const char *after : {"", "z",
+                                          "é語😀 and more than 64 bytes of text, so that it is "
+                                          "in the middle of a block"}) {
+                    std::string text;
+                    for (size_t i = 0; i < times; ++i)
+                        text += utf8(code);
+                    const size_t at = text.size(), made = times * utf16(code).size();
+                    text += row.bytes + after;
+                    SCOPED_TRACE(text);
+                    ko_bad_text bad = {};
+                    std::vector<ko_wchar_t> out(text.size());
+                    ASSERT_EQ(ko_utf8stowcs(r.loc, out.data(), out.size(), text.data(), text.size(),
+                                            &bad),
+                              -KO_EILSEQ);
+                    ASSERT_EQ(std::tie(bad.at, bad.length, bad.made),
+                              std::tie(at, row.length, made));
+                    check_ways(text, text.size());
+                    ASSERT_FALSE(HasFailure());
+                }
+}
+
+TEST(HostConvert, RunsHoldEveryCodePoint) {
+    std::string narrow;
+    std::u16string units;
+    for (char32_t code = 0; code < 0x110000; ++code) {
+        if ((code & ~0x7FFu) != 0xD800) narrow += utf8(code), units += utf16(code);
+        if (code % 0xFE && code != 0x10FFFF) continue;
+        for (const size_t room : {narrow.size(), narrow.size() / 2}) {
+            check_ways(narrow, room);
+            check_ways(units, room);
         }
+        ASSERT_FALSE(HasFailure()) << unsigned{code};
+        narrow.clear();
+        units.clear();
     }
+    for (size_t at = 0; at < 100; ++at)
+        for (const char16_t lone : {u'\xD800', u'\xDBFF', u'\xDC00', u'\xDFFF'})
+            for (const char16_t around : {u'a', u'ж', u'語'}) {
+                units.assign(100, around);
+                units[at] = lone;
+                check_ways(units, 300);
+                ASSERT_FALSE(HasFailure()) << at;
+            }
 }
 
 TEST(HostConvert, RefusesOtherCodeSetsAndMissingTexts) {
