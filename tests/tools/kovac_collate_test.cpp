@@ -267,9 +267,29 @@ TEST(CollateTables, ElementsThatWeighAsTheirCharactersAreLeftOut) {
     EXPECT_EQ(other.tables.elements.size(), 1u);
 }
 
+// kvw weighs as its characters, but vw does not; ^ makes a k be read as rck; what precedes vx
+// counts as itself.
+TEST(CollateTables, ElementsOfSeveralWeightsSortWhereTheirWeightsDo) {
+    sorts("kv < kvx < kva < kvxa < kvw < kvwa < kvz < kz < v < vx < vz < vw", wide_set(),
+          R"(collating-element <kvw> from "kvw"|collating-element <vw> from "vw"
+collating-element <kvx> from "kvx"|collating-element <rvx> from "rvx"|collating-symbol <VW>
+order_start forward;forward|<U0078> IGNORE;IGNORE|<U0061> <U0061>;<U0061>|<U0062>
+<U006B> <U006B>;<U0061>|<U0072> <U0072>;<U0061>|<U0076> <U0076>;<U0061>|<U0077> <U0077>;<U0061>
+<U007A> <U007A>;<U0061>|<VW>|<vw> <VW>;<U0061>|<kvx> "<U006B><U0076>";"<U0061><U0062>"
+<rvx> "<U0072><U0076>";"<U0061><U0062>"
+<kvw> "<U006B><U0076><U0077>";"<U0061><U0061><U0061>"|order_end
+)");
+    sorts("r < rc < rck < rckz < k^ < k^a < rcl < rl", wide_set(),
+          R"(collating-element <k^> from "k^"|order_start forward;forward|<U005E>
+<U0061> <U0061>;<U0061>|<U0063> <U0063>;<U0061>|<U006B> <U006B>;<U0061>|<U006C> <U006C>;<U0061>
+<U0072> <U0072>;<U0061>|<U007A> <U007A>;<U0061>|<k^> "<U0072><U0063><U006B>";<U0061>|order_end
+)");
+}
+
 // g and y are one letter here, which gg and y have twice.
 TEST(CollateTables, DoubledDigraphsSortAsTwoLetters) {
-    sorts("g < gz < gy < gya < ggy < ggya < ggyz < gyh < gyz < h", wide_set(),
+    sorts("g < gz < gy < gya < gygy < ggy < gygya < ggya < gygyz < ggyz < gyh < gyz < h",
+          wide_set(),
           R"(collating-element <g-y> from "gy"|collating-element <g-g-y> from "ggy"
 collating-symbol <GY>|collating-symbol <TWO>|order_start forward;forward|<U0061> <U0061>;<U0061>
 <U0067> <U0067>;<U0061>|<GY>|<U0068> <U0068>;<U0061>|<U0079> <U0079>;<U0061>
@@ -306,13 +326,15 @@ TEST(CollateTables, SectionsOfTwoDirectionsBecomeTwoPasses) {
     const compiled c(
         R"(script <L>|script <G>|script <N>|collating-symbol <BASE>|collating-symbol <AC>|<BASE>|<AC>
 order_start <L>;forward;backward|<BASE>|<AC>|<U0061> <U0061>;<BASE>|<U0041> <U0061>;<AC>
-<U0062> <U0062>;<BASE>|<U0042> <U0062>;<AC>|order_end|order_start <G>;forward;forward
+<U0062> <U0062>;<BASE>|<U0042> <U0062>;<AC>|<U0075> "<U0078><U0061>";"<BASE><AC>"|order_end
+order_start <G>;forward;forward
 <U0078> <U0078>;<BASE>|<U0058> <U0078>;<AC>|<U0079> <U0079>;<BASE>|<U0059> <U0079>;<AC>
 <U0063> <U0061>;<BASE>|order_end
 order_start <N>;forward|<U007A> <U007A>;<BASE>|<U005A> <U007A>;<AC>|order_end
 )");
     c.expect("aba < Aba < abA < AbA < xy < xY < Xy < XY < z < Z");
     c.expect("Aba = Abc < abA = cbA"); // c weighs as a, among letters of the other direction
+    c.expect("xAxa < xaxA = xau");     // and u as letters of both
     EXPECT_EQ(c.tables.pass_types, (std::vector<int>{1, 2, 1}));
 }
 

@@ -196,33 +196,6 @@ static bool says_the_same(const compiler &c, const weighed &e) {
     return apart == e.levels[0];
 }
 
-// Leaves out the elements that weigh, level by level, as their characters do one after the other
-// (an example is a Malayalam consonant with its virama): as characters they have exact weights. A
-// fourth level, which only distinguishes spellings, need not be the same.
-static void drop_plain_elements(compiler &c, std::vector<weighed> &found) {
-    std::vector<const weighed *> of_char(0x10000);
-    for (const weighed &w : c.all)
-        if (w.kind == weighed::character) of_char[w.wide] = &w;
-    const auto apart = [&](const weighed &e, size_t level) {
-        symbols text;
-        for (const uint16_t wide : e.chars)
-            if (const weighed *ch = of_char[wide])
-                text.insert(text.end(), ch->levels[level].begin(), ch->levels[level].end());
-        return text;
-    };
-    const size_t telling = std::min<size_t>(c.src.levels, 3), count = found.size();
-    std::erase_if(found, [&](const weighed &e) {
-        for (size_t level = 0; level < telling; ++level)
-            if (e.levels[level] != apart(e, level)) return false;
-        return true;
-    });
-    if (found.size() == count) return;
-    warning(c.diag, {},
-            format("%zu collating elements weigh as their characters at the first %zu levels; left "
-                   "out",
-                   count - found.size(), telling));
-}
-
 static bool only_common(const symbols &text, const symbols &common) {
     return std::all_of(text.begin(), text.end(), [&](uint32_t s) {
         return std::find(common.begin(), common.end(), s) != common.end();
@@ -286,25 +259,51 @@ static level_rule pass_rule(const compiler &c, size_t level) {
 struct level_part {
     size_t level;
     level_rule rule;
-    std::vector<bool> taken; // per weighed; empty: all
+    std::vector<symbols> texts; // per weighed: what it weighs; empty: all of the level
 };
 
-// Which of all run backward at a level: what most of those do that begin with the same weight.
-// Their sections may differ: the large shared table has a Greek letter among the Latin ones.
-static std::vector<bool> backward_ones(const compiler &c,
-                                       const std::map<const order_section *, section_use> &uses) {
-    std::map<uint32_t, int> votes; // for backward, by first weight
-    const auto first = [](const weighed &e) { return e.levels[0].empty() ? 0 : e.levels[0][0]; };
-    const auto backward = [&](const weighed &e) {
-        const auto use = uses.find(section_of(c, e));
-        return use != uses.end() && use->second.rule.backward;
+namespace {
+
+// Which weights of the first level run backward at another one: what most of those do that contain
+// them. Their sections may differ: the large shared table has a Greek letter among the Latin ones,
+// and the length mark of Japanese words, which squared words contain, among the symbols.
+struct directions {
+    const std::map<const order_section *, section_use> &uses;
+    std::map<uint32_t, int> votes; // for backward
+};
+
+} // namespace
+
+static bool runs_backward(const compiler &c, const directions &d, const weighed &e) {
+    const auto use = d.uses.find(section_of(c, e));
+    return use != d.uses.end() && use->second.rule.backward;
+}
+
+static directions find_directions(const compiler &c,
+                                  const std::map<const order_section *, section_use> &uses) {
+    directions d{uses, {}};
+    for (const weighed &e : c.all)
+        for (const uint32_t weight : e.levels[0])
+            if (section_of(c, e)) d.votes[weight] += runs_backward(c, d, e) ? 1 : -1;
+    return d;
+}
+
+// What the pass of a direction weighs. Where a level has a weight for each one of the first level,
+// each has a direction of its own (signs of units that begin with a Greek letter).
+static symbols text_of_direction(const compiler &c, const directions &d, const weighed &e,
+                                 size_t level, bool backward) {
+    const symbols &first = e.levels[0], &text = e.levels[level];
+    const auto fits = [&](uint32_t weight) {
+        const auto votes = d.votes.find(weight);
+        const bool decided = votes != d.votes.end() && votes->second;
+        return (decided ? votes->second > 0 : runs_backward(c, d, e)) == backward;
     };
-    for (const weighed &e : c.all)
-        if (section_of(c, e)) votes[first(e)] += backward(e) ? 1 : -1;
-    std::vector<bool> result;
-    for (const weighed &e : c.all)
-        result.push_back(votes[first(e)] ? votes[first(e)] > 0 : backward(e));
-    return result;
+    if (first.empty()) return text;
+    if (first.size() != text.size()) return fits(first[0]) ? text : symbols();
+    symbols part;
+    for (size_t i = 0; i < text.size(); ++i)
+        if (fits(first[i])) part.push_back(text[i]);
+    return part;
 }
 
 // A level that runs backward for the letters of some sections and forward for those of others
@@ -319,11 +318,11 @@ static void add_parts(compiler &c, size_t level, bool room, std::vector<level_pa
     constexpr size_t few = 8; // one in so many
     const auto [less, more] = std::minmax(letters[0], letters[1]);
     if (level && room && less * few >= more && less) {
-        const std::vector<bool> runs_backward = backward_ones(c, uses);
+        const directions d = find_directions(c, uses);
         for (const bool backward : {true, false}) {
             level_part part{level, {.backward = backward}, {}};
-            for (size_t i = 0; i < c.all.size(); ++i)
-                part.taken.push_back(c.all[i].levels[0].empty() || runs_backward[i] == backward);
+            for (const weighed &e : c.all)
+                part.texts.push_back(text_of_direction(c, d, e, level, backward));
             parts.push_back(std::move(part));
         }
         return;
@@ -387,7 +386,18 @@ static void add_mark_pairs(compiler &c, std::vector<weighed> &elements) {
 // Adds the elements, longest first, because the first that matches is taken.
 static void add_elements(compiler &c) {
     std::vector<weighed> found = source_elements(c);
-    drop_plain_elements(c, found);
+    const size_t telling = std::min<size_t>(c.src.levels, 3);
+    if (const size_t dropped = drop_plain_elements(c.all, telling, found))
+        warning(c.diag, {},
+                format("%zu collating elements weigh as their characters at the first %zu levels; "
+                       "left out",
+                       dropped, telling));
+    if (const size_t joined = join_tails(c.all, telling, found))
+        note(
+            c.diag, {},
+            format("%zu collating elements weigh as their first character and then alike; the rest "
+                   "of them is the element",
+                   joined));
     const bool same = std::all_of(found.begin(), found.end(),
                                   [&](const weighed &e) { return says_the_same(c, e); });
     if (!found.empty() && same && c.map.max_len == 1) {
@@ -457,7 +467,7 @@ static void drop_usual(compiler &c) {
 }
 
 // The weights of sequences at a level that no character has alone. At the first level, those of
-// elements with which nothing begins.
+// elements with which nothing begins, and letters that elements have several times.
 static std::vector<uint32_t> without_carrier(const compiler &c, size_t level) {
     std::set<uint32_t> carried, wanted;
     for (const weighed &e : c.all) {
@@ -468,7 +478,11 @@ static std::vector<uint32_t> without_carrier(const compiler &c, size_t level) {
             wanted.insert(text.begin(), text.end());
     }
     std::erase_if(wanted, [&](uint32_t s) { return carried.count(s) != 0; });
-    return {wanted.begin(), wanted.end()};
+    std::vector<uint32_t> all(wanted.begin(), wanted.end());
+    if (level == 0)
+        for (const uint32_t letter : doubled_letters(c.all))
+            all.push_back(letter);
+    return all;
 }
 
 // Lets U+FDD0 and those after it, which no text has, carry the weights that no character has alone,
@@ -520,7 +534,7 @@ static bool plan_levels(compiler &c, const collation_options &options, collation
         const level_input in{.all = c.all,
                              .level = part.level,
                              .rule = part.rule,
-                             .taken = part.taken,
+                             .texts = part.texts,
                              .earlier = plans,
                              .last = &part == &parts.back(),
                              .single_byte = c.map.max_len == 1,

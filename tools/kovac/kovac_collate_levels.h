@@ -68,6 +68,18 @@ struct kept_levels {
 bool weaken_order(std::vector<weighed> &all, size_t levels, const collation_options &options,
                   kept_levels &kept);
 
+// Leaves out the elements that weigh as their characters at the first levels (a Malayalam consonant
+// with its virama), unless others would be found in them then. Returns how many.
+size_t drop_plain_elements(const std::vector<weighed> &all, size_t levels,
+                           std::vector<weighed> &elements);
+
+// Makes one element of what several have after their first characters, where that weighs as much
+// in all (virama and joiner after Malayalam consonants). Returns how many.
+size_t join_tails(const std::vector<weighed> &all, size_t levels, std::vector<weighed> &elements);
+
+// The symbols of letters that only elements have, once or several times, see spell_doubles.
+std::vector<uint32_t> doubled_letters(const std::vector<weighed> &all);
+
 struct pass_plan {
     bool backward = false;
     int highest = weight_ignored;  // largest weight in use
@@ -85,7 +97,7 @@ struct level_input {
     const std::vector<weighed> &all;
     size_t level;
     level_rule rule;
-    const std::vector<bool> &taken;        // per weighed: whether this pass weighs it; empty: all
+    const std::vector<symbols> &texts;     // per weighed: what this pass weighs; empty: all
     const std::vector<pass_plan> &earlier; // the passes before it
     bool last;                             // nothing is compared after it
     bool single_byte;                      // the limits of the single-byte comparers apply

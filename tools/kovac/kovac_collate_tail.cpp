@@ -51,6 +51,23 @@ static void find_tail(const level_work &w, size_t token, size_t most, tails &fou
     }
 }
 
+// An element delivers its expansion once for each of its characters, so a sequence of different
+// weights cannot be exact. With a weight above all others at its end, the element sorts after all
+// that begins with its weights, and before the rest. Two weights stay a number, which takes less of
+// a key and sorts after all that begins with the first of them.
+static void spell_elements(level_work &w, unit_id top) {
+    for (size_t i = 0; i < w.own.size(); ++i) {
+        if (w.clear[i] || w.in.all[i].kind != weighed::element) continue;
+        const symbols &text = w.units[w.own[i]].text;
+        auto pieces = spell(w, text, 0, most_pieces(w) - 1);
+        if (text.size() < 3 || pieces.empty()) continue;
+        pieces.push_back(top);
+        w.spelling[i] = std::move(pieces);
+        w.place[i] = own_place | w.own[i];
+        w.approximate.insert(w.own[i]);
+    }
+}
+
 void spell_tails(level_work &w) {
     const auto top = w.index.find({after_all});
     if (top == w.index.end()) return;
@@ -58,6 +75,7 @@ void spell_tails(level_work &w) {
     tails found;
     for (size_t i = 0; i < w.own.size(); ++i)
         if (!w.clear[i] && plain(w.in.all[i])) find_tail(w, i, most, found);
+    spell_elements(w, top->second);
     std::map<unit_id, size_t> above; // how many tails a unit has above it
     for (const auto &[tail, tokens] : found) {
         const unit_id below = unit_below(w, tail);

@@ -37,9 +37,9 @@ void collect_units(level_work &w) {
     w.own.assign(all.size(), no_unit);
     w.spelling.resize(all.size());
     for (size_t i = 0; i < all.size(); ++i) {
-        const symbols &text = all[i].levels[w.in.level];
+        const symbols &text = w.in.texts.empty() ? all[i].levels[w.in.level] : w.in.texts[i];
         if (!all[i].like.empty() && !(w.in.total && w.in.last)) continue;
-        if (text.empty() || (!w.in.taken.empty() && !w.in.taken[i])) continue;
+        if (text.empty()) continue;
         w.own[i] = unit_of(w, text);
         unit &u = w.units[w.own[i]];
         u.who.push_back(i);
@@ -108,6 +108,13 @@ static bool clear_piece(const level_work &w, const unit &u, uint32_t in_class) {
     return true;
 }
 
+// Below the first level of "unicode", where noncharacters carry what no character weighs alone,
+// pieces are single symbols: everything that is spelled can then be compared, and nothing is
+// spelled by what is spelled itself. A pass of one direction may lack such a character.
+static bool letter_by_letter(const level_work &w) {
+    return w.in.level > 0 && !w.in.single_byte && w.in.texts.empty();
+}
+
 std::vector<unit_id> spell(const level_work &w, const symbols &text, uint32_t in_class,
                            size_t most) {
     const size_t n = text.size();
@@ -121,6 +128,7 @@ std::vector<unit_id> spell(const level_work &w, const symbols &text, uint32_t in
             if (at == w.index.end()) continue;
             const unit &u = w.units[at->second];
             if (u.carrier == 0 || cost[a] + 1 >= cost[b] || !clear_piece(w, u, in_class)) continue;
+            if (letter_by_letter(w) && b > a + 1) continue;
             cost[b] = cost[a] + 1;
             from[b] = a;
             by[b] = at->second;
@@ -293,7 +301,9 @@ static void spell_tokens(level_work &w) {
         const verdict &v = classes[key(i)];
         const unit &u = w.units[w.own[i]];
         const bool clear = u.clear || v.clear, below = !w.in.earlier.empty();
-        if (clear || (below && (!v.spelled || is_fixed(v, u.text)))) w.spelling[i].clear();
+        const bool number = v.clear || (u.clear && !letter_by_letter(w)) ||
+                            (below && (!v.spelled || is_fixed(v, u.text)));
+        if (number) w.spelling[i].clear();
         w.clear[i] = clear || !w.spelling[i].empty();
     }
 }
@@ -310,7 +320,7 @@ int choose_units(level_work &w) {
             spell_tails(w);
         }
     }
-    int inexact = 0;
+    int inexact = int(w.approximate.size());
     for (size_t i = 0; i < w.in.all.size(); ++i) {
         if (w.own[i] == no_unit) continue;
         if (!w.spelling[i].empty()) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 
 #include "kovac/kovac_collate_levels.h"
 
@@ -33,10 +34,11 @@ struct level_work {
     std::vector<std::vector<unit_id>> spelling; // per weighed: the pieces, if not one unit
     // The tokens that weigh a unit, by their class: what they weigh first in the first pass.
     std::map<std::pair<unit_id, uint32_t>, std::vector<size_t>> owners;
-    std::vector<uint32_t> place; // per weighed: its own, where its first is not
-    std::vector<bool> clear;     // per weighed: its representation is exact
-    uint32_t highest_first = 0;  // highest of the symbols that begin a sequence
-    unit_id high = no_unit;      // stands for ignored characters by position
+    std::vector<uint32_t> place;   // per weighed: its own, where its first is not
+    std::vector<bool> clear;       // per weighed: its representation is exact
+    std::set<unit_id> approximate; // spelled, but not exact
+    uint32_t highest_first = 0;    // highest of the symbols that begin a sequence
+    unit_id high = no_unit;        // stands for ignored characters by position
 };
 
 unit_id unit_of(level_work &w, const symbols &text);
@@ -57,7 +59,8 @@ std::vector<unit_id> spell(const level_work &w, const symbols &text, uint32_t in
                            size_t most);
 inline size_t most_pieces(const level_work &w) { return w.in.single_byte ? 7 : 15; }
 
-// Spells characters whose last symbols no character weighs, at the first level.
+// Spells characters whose last symbols no character weighs, and elements of several weights, at the
+// first level.
 void spell_tails(level_work &w);
 
 // Spells letters of several characters, and those doubled, at the first level.
