@@ -228,8 +228,17 @@ std::vector<candidate> name_candidates(const walk &w, const named_field &row, si
         add_names(w, row, lists[group], at, found);
         if (row.full == row.brief) break;
     }
-    std::stable_sort(found.begin(), found.end(),
-                     [](const candidate &a, const candidate &b) { return a.end > b.end; });
+    const auto order = [&row](const candidate &c) {
+        return std::pair(-int64_t(c.end), c.info.*row.field);
+    };
+    std::sort(found.begin(), found.end(),
+              [&order](const candidate &a, const candidate &b) { return order(a) < order(b); });
+    // Many names are full and short ones at once.
+    found.erase(std::unique(found.begin(), found.end(),
+                            [&order](const candidate &a, const candidate &b) {
+                                return order(a) == order(b);
+                            }),
+                found.end());
     if (row.field != &time_info::ampm) return found;
     // Half a day without a name is written as nothing, and decides only if the other one has one.
     int nameless = 0;
