@@ -310,6 +310,17 @@ static bool fill_seconds(builder *b, coll_special *special) {
     return true;
 }
 
+static unsigned char next_kinds(const coll_special &special) {
+    unsigned kinds = 0;
+    for (unsigned i = 0; i < special.num_candidates; ++i) {
+        const coll_candidate &c = special.candidates[i];
+        kinds |= c.nchars < 2        ? coll_next_any
+                 : c.chars[1] < 0x80 ? coll_next_ascii
+                                     : coll_next_beyond;
+    }
+    return static_cast<unsigned char>(kinds);
+}
+
 static void fill_candidates(builder *b, int pass) {
     const bool forward = b->flat->pass[pass].forward;
     const int16_t *first = forward ? b->heads : b->tails;
@@ -333,6 +344,7 @@ static void fill_candidates(builder *b, int pass) {
             *candidates++ = {walked(b, elem, forward), elem->nchars, number++,
                              element_seq(b, pass, i)};
         }
+        special->next = next_kinds(*special);
         if (b->failed || !fill_seconds(b, special)) return;
     }
 }
@@ -469,6 +481,32 @@ static void fill_cells(builder *b, int pass) {
     p->cells = cells;
 }
 
+// What to look at to see a unit in UTF-8: its first byte, and for a low surrogate, which a walk
+// meets inside its character, any other one.
+static void mark_first_bytes(unsigned char *marks, unsigned unit) {
+    if (unit < 0x80) {
+        marks[unit] |= coll_next_ascii;
+    } else if (unit < 0x800) {
+        marks[0xC0 | unit >> 6] |= coll_next_beyond;
+    } else if ((unit & 0xF800) != 0xD800) {
+        marks[0xE0 | unit >> 12] |= coll_next_beyond;
+    } else {
+        const bool low = (unit & 0xFC00) == 0xDC00;
+        for (unsigned byte = low ? 0x80 : 0xF0; byte < (low ? 0xC0 : 0xF8); ++byte)
+            marks[byte] |= coll_next_beyond;
+    }
+}
+
+static void fill_inner_bytes(coll_flat *flat) {
+    memset(flat->inner_bytes, coll_next_any, sizeof flat->inner_bytes);
+    flat->inner_bytes[0] |= coll_next_ascii | coll_next_beyond; // ignored, also inside elements
+    for (unsigned hi = 0; hi < 256; ++hi) {
+        if (flat->inner[hi] == nothing_inner) continue;
+        for (unsigned lo = 0; lo < 256; ++lo)
+            if (flat->inner[hi][lo]) mark_first_bytes(flat->inner_bytes, hi << 8 | lo);
+    }
+}
+
 static void fill_first_weights(coll_flat *flat) {
     if (!flat->num_passes) return;
     flat->starts_forward = flat->raw_fits && flat->pass[0].forward;
@@ -554,6 +592,7 @@ static bool build(builder *b) {
     for (int p = 0; p < coll->num_passes && !b->failed; ++p)
         build_pass(b, p);
     if (!b->failed) fill_first_weights(flat);
+    if (!b->failed) fill_inner_bytes(flat);
     return !b->failed;
 }
 

@@ -30,8 +30,12 @@ struct coll_second {
     const uint16_t *next;         // by place, as in first
 };
 
+// What may follow a character whose elements have to be looked for.
+constexpr unsigned char coll_next_ascii = 1, coll_next_beyond = 2, coll_next_any = 4;
+
 struct coll_special {
-    coll_seq own; // if no candidate matches
+    coll_seq own;       // if no candidate matches
+    unsigned char next; // the kinds of the candidates' second characters
     // Elements that a walk meets with this character, in file order. A backward pass meets them
     // with their last one, and only those that do not weigh as their characters one by one.
     const coll_candidate *candidates;
@@ -77,6 +81,9 @@ struct coll_flat {
     // Plain weights of the first pass by byte; 0 for bytes with none. Without byte_rows those of
     // ASCII characters that are not inside elements.
     uint16_t first_weights[256];
+    // By the first byte of a character in UTF-8: its kinds if it may be inside an element or
+    // ignored there.
+    unsigned char inner_bytes[256];
     bool starts_forward; // raw_fits, and the first pass runs forward
     bool raw_fits;       // no weight of the locale's own equals coll_raw_weight
     bool first_decides;  // the first weights that differ decide: no elements, not backward
@@ -94,6 +101,18 @@ struct coll_flat {
 
 inline bool inside_element(const coll_flat *flat, unsigned ch) {
     return flat->inner[ch >> 8][ch & 0xFF];
+}
+
+// May the text from s on continue an element whose next character is of these kinds?
+inline bool may_continue(const coll_flat *flat, unsigned kinds, const unsigned char *s,
+                         const unsigned char *end) {
+    return kinds & (s == end ? coll_next_any : flat->inner_bytes[*s]);
+}
+template <class Unit>
+inline bool may_continue(const coll_flat *flat, unsigned kinds, const Unit *s, const Unit *end) {
+    if (s == end) return kinds & coll_next_any;
+    if (*s < 0x80) return kinds & flat->inner_bytes[*s];
+    return kinds & (inside_element(flat, *s) ? coll_next_any | coll_next_beyond : coll_next_any);
 }
 
 // What a unit or an element yields in a pass. candidate: the element's number among those that the

@@ -41,9 +41,16 @@ static uint32_t spelled(uint32_t code, coll_item item) {
     return (code & ~short_bytes_mask) | item_bytes(code, item);
 }
 
-static bool add_op(pattern_text *text, unsigned pass, uint32_t code) {
+static bool add_op(const builder *b, pattern_text *text, unsigned pass, uint32_t code) {
     if (text->pattern.num_ops == most_letter_ops) return false;
-    text->ops[text->pattern.num_ops++] = {pass, code};
+    letter_op &op = text->ops[text->pattern.num_ops++];
+    const uint32_t bytes = (code >> 16 & 0xFF) | (code & 0xFF00) | (code & 0xFF) << 16;
+    op = {pass, code, bytes, short_count(code), {}};
+    const short_pass &p = b->keys->pass[pass];
+    for (unsigned common = 0; common < short_most_commons; ++common) {
+        const bool higher = (code & short_bytes_mask) >> 16 > p.run_bytes[common];
+        op.run[common] = bytes_of_run(p, common, higher ? run_end::higher : run_end::lower);
+    }
     return true;
 }
 
@@ -52,7 +59,7 @@ static bool add_firsts(const builder *b, coll_seq seq, pattern_text *text) {
     const uint32_t *codes = b->keys->pass[0].codes;
     for (unsigned i = 1; i < seq.count; ++i) {
         const coll_item item = seq.items[i];
-        if (!add_op(text, 0, spelled(codes[item.weight & coll_low_bits], item))) return false;
+        if (!add_op(b, text, 0, spelled(codes[item.weight & coll_low_bits], item))) return false;
     }
     text->pattern.num_firsts = text->pattern.num_ops;
     return true;
@@ -66,11 +73,12 @@ static bool add_pass(const builder *b, unsigned pass, coll_seq seq, pattern_text
         const coll_item item = seq.items[i];
         const uint32_t code = codes[item.weight & coll_low_bits];
         const bool common = code < short_most_commons;
-        if (common && !i) {
-            pattern.runs |= uint64_t{1} << lane;
+        const bool again = (pattern.runs >> lane & lane_mask) == i && i < most_letter_ops;
+        if (common && again && (!i || pattern.commons >> lane == code)) {
+            pattern.runs += uint64_t{1} << lane;
             pattern.commons |= uint64_t{code} << lane;
             pattern.valid |= lane_mask << lane;
-        } else if (!add_op(text, pass, common ? code : spelled(code, item))) {
+        } else if (!add_op(b, text, pass, common ? code : spelled(code, item))) {
             return false;
         }
     }
@@ -176,7 +184,7 @@ static uint64_t letter_with_elements(builder *b, unsigned unit) {
     const coll_special *edge = edge_of(b->flat, unit);
     for (unsigned i = 0; edge && i < edge->num_candidates; ++i)
         b->elements[edge->candidates[i].number] = letter_of(b, unit, ptrdiff_t(i));
-    return letter_of(b, unit, -1) | (edge ? letter_edge : 0);
+    return letter_of(b, unit, -1) | (edge ? uint64_t{edge->next} << letter_next_bit : 0);
 }
 
 static size_t count_elements(const coll_flat *flat) {
@@ -239,7 +247,7 @@ void free_short_letters(const short_letters *letters) {
 }
 
 const short_letters *build_short_letters(const coll_flat *flat, const short_keys *keys) {
-    if (flat->num_passes < 2 || flat->num_passes > int(letter_lanes) + 1 || !flat->pass[0].forward)
+    if (flat->num_passes < 1 || flat->num_passes > int(letter_lanes) + 1 || !flat->pass[0].forward)
         return nullptr;
     const ext_block<uint64_t> pages(size_t{257} * 256);
     const ext_block<letter_pattern> patterns(most_patterns);

@@ -11,15 +11,17 @@ constexpr unsigned lane_bits = 16;
 constexpr uint64_t lane_mask = 0xFFFF, all_lanes_high = 0x8000800080008000;
 
 struct letter_op {
-    uint32_t pass; // 0: after the letter's code
-    uint32_t code; // as in short_pass, with the first byte in bits 16 to 23
+    uint32_t pass;                     // 0: after the letter's code
+    uint32_t code;                     // as in short_pass, with the first byte in bits 16 to 23
+    uint32_t bytes, count;             // of the code, with the first byte lowest
+    run_bytes run[short_most_commons]; // before it
 };
 
 // What a letter writes besides its code in the first pass: further codes there, and in each other
-// pass at most one common weight, then other codes. Many letters have the same pattern. A backward
-// pass is not part of it.
+// pass a few times one common weight, then other codes. Many letters have the same pattern. A
+// backward pass is not part of it.
 struct letter_pattern {
-    uint64_t runs;    // by lane: 1 for a common weight
+    uint64_t runs;    // by lane: how often the common weight
     uint64_t commons; // by lane: which one
     uint64_t valid;   // by lane: all ones where there is one
     uint32_t first_op;
@@ -31,10 +33,11 @@ struct letter_pattern {
 constexpr unsigned letter_pattern_bit = 32;
 constexpr unsigned letter_flags_bit = 48;
 constexpr uint64_t letter_tie = uint64_t{1} << 48;   // the code is a number, as in short_pass
-constexpr uint64_t letter_edge = uint64_t{1} << 49;  // elements may begin with it
-constexpr uint64_t letter_items = uint64_t{1} << 50; // only the tables of the passes tell
-constexpr uint64_t letter_none = uint64_t{1} << 51;  // none has this
+constexpr uint64_t letter_items = uint64_t{1} << 49; // only the tables of the passes tell
+constexpr uint64_t letter_none = uint64_t{1} << 50;  // none has this
+constexpr unsigned letter_next_bit = 52; // from here: what follows it in elements, see coll_special
 inline uint32_t letter_code(uint64_t letter) { return uint32_t(letter); }
+inline unsigned letter_next(uint64_t letter) { return unsigned(letter >> letter_next_bit); }
 inline unsigned letter_pattern_of(uint64_t letter) {
     return unsigned(letter >> letter_pattern_bit & 0xFFFF);
 }

@@ -479,10 +479,9 @@ static short_keys *build_short_keys(const coll_flat *flat) {
     return keys.release();
 }
 
-const short_keys *short_keys_of(coll_flat *flat) {
+const short_keys *make_short_keys(coll_flat *flat) {
     const std::atomic_ref<short_keys *> shared(flat->keys);
-    short_keys *found = shared.load(std::memory_order_acquire);
-    if (found) return found;
+    short_keys *found = nullptr;
     short_keys *const fresh = build_short_keys(flat);
     if (!fresh || shared.compare_exchange_strong(found, fresh, std::memory_order_acq_rel))
         return fresh;

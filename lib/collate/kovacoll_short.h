@@ -5,6 +5,8 @@
 
 #include "collate/kovacoll_flat.h"
 
+#include <atomic>
+
 // Bytes of a short key. Weights are spelled with 3..0xFE.
 constexpr unsigned short_end = 1;    // ends a pass, unless a run says so
 constexpr unsigned short_down = 2;   // leaves a lead for a lower one
@@ -45,6 +47,18 @@ struct short_pass {
     unsigned longest_run;
 };
 
+enum class run_end { pass, lower, higher };
+
+// The byte of a run of n common weights is first + n * each.
+struct run_bytes {
+    int16_t first, each;
+};
+inline run_bytes bytes_of_run(const short_pass &pass, unsigned common, run_end end) {
+    const auto bytes = int(pass.run_bytes[common]), longest = int(pass.longest_run);
+    if (end == run_end::higher) return {int16_t(bytes + 3 * longest + 1), -1};
+    return {int16_t(end == run_end::lower ? bytes - 1 : bytes - 2), 2};
+}
+
 struct short_letters;
 
 struct short_keys {
@@ -55,7 +69,12 @@ struct short_keys {
 
 // Derives the short keys, or returns those of an earlier call, also from another thread. NULL
 // without memory.
-const short_keys *short_keys_of(coll_flat *flat);
+const short_keys *make_short_keys(coll_flat *flat);
+inline const short_keys *short_keys_of(coll_flat *flat) {
+    const short_keys *known =
+        std::atomic_ref<short_keys *>(flat->keys).load(std::memory_order_acquire);
+    return known ? known : make_short_keys(flat);
+}
 void free_short_keys(short_keys *keys);
 
 #endif

@@ -101,17 +101,28 @@ static bool ends_alone(const coll_flat *flat, const host_text<Unit> &text, size_
     return !(flat->pass[0].page[code >> 8][code & 0xFF] & coll_expansion);
 }
 
+// The first unit of a character beyond the basic plane.
+static inline bool take_high(utf8_text &rest, unsigned *unit) {
+    if (rest.s == rest.end || *rest.s < 0xF0) return false;
+    const utf8_step step = utf8_char(rest.s, rest.end);
+    if (step.code == no_code) return false;
+    *unit = high_unit(step.code);
+    ++rest.s;
+    return true;
+}
+template <class Unit> static inline bool take_high(utf16_text<Unit> &, unsigned *) { return false; }
+
 // The first item that a text yields from a place on in the first pass; its ch is 0 at the end.
 // False if more has to be looked at.
 template <class Unit>
-static inline bool first_item(const coll_flat *flat, const host_text<Unit> &text, size_t at,
-                              coll_item *item) {
+[[gnu::always_inline]] static inline bool
+first_item(const coll_flat *flat, const host_text<Unit> &text, size_t at, coll_item *item) {
     const coll_flat_pass *const p = &flat->pass[0];
     auto rest = walk_from(text, at);
     *item = {0, 0};
     bool alone = false; // what comes next is not inside an element
     for (unsigned unit; rest.s != rest.end; alone = true) {
-        if (!take_plain(rest, &unit)) return false;
+        if (!take_plain(rest, &unit) && !take_high(rest, &unit)) return false;
         if (!alone && inside_element(flat, unit) && !ends_alone(flat, text, at)) return false;
         const unsigned weight = p->page[unit >> 8][unit & 0xFF];
         if (weight == coll_ignored_weight) continue;
@@ -119,7 +130,9 @@ static inline bool first_item(const coll_flat *flat, const host_text<Unit> &text
             *item = {uint16_t(weight), ko_wchar_t(unit)};
             return true;
         }
-        const coll_seq seq = special_seq(p->specials[weight & coll_low_bits], rest);
+        const coll_special &special = p->specials[weight & coll_low_bits];
+        const bool element = may_continue(flat, special.next, rest.s, rest.end);
+        const coll_seq seq = element ? special_seq(special, rest) : special.own;
         if (!seq.count) continue;
         *item = seq.items[0];
         return true;
@@ -140,6 +153,133 @@ static inline int first_order(const coll_flat *flat, const host_text<Unit> &a,
     const unsigned low_x = x.weight & coll_low_bits, low_y = y.weight & coll_low_bits;
     if (low_x != low_y) return order_of_different(low_x, low_y);
     return x.weight & coll_code_tie ? order_of(x.ch, y.ch) : 0;
+}
+
+// ---- All characters that differ ----
+
+// The order found so far: the first difference of a pass, or the last one if it runs backward.
+struct found_order {
+    int pass; // all passes before it are equal
+    int order;
+};
+
+// Takes a character that is no part of an element. False if more has to be looked at, and at the
+// end.
+template <class Unit>
+static inline bool take_alone(const coll_flat *flat, const host_text<Unit> &text, size_t *at,
+                              unsigned *unit) {
+    auto rest = walk_from(text, *at);
+    if (!take_plain(rest, unit)) return false;
+    if (inside_element(flat, *unit) && !ends_alone(flat, text, *at)) return false;
+    const coll_flat_pass *const p = &flat->pass[0];
+    const unsigned weight = p->page[*unit >> 8][*unit & 0xFF];
+    if (weight & coll_expansion) {
+        const unsigned next = p->specials[weight & coll_low_bits].next;
+        if (may_continue(flat, next, rest.s, rest.end)) return false;
+    }
+    *at = size_t(rest.s - text.s);
+    return true;
+}
+
+// Compares what two units yield in a pass. False if one yields more than the other.
+static inline bool yields_order(const coll_flat_pass *p, unsigned x, unsigned y, int *order) {
+    coll_item own_x, own_y;
+    const coll_seq a = yielded(p, x, -1, &own_x), b = yielded(p, y, -1, &own_y);
+    *order = 0;
+    for (unsigned i = 0; i < a.count && i < b.count && !*order; ++i) {
+        const unsigned low_a = a.items[i].weight & coll_low_bits,
+                       low_b = b.items[i].weight & coll_low_bits;
+        const bool tie = low_a == low_b && a.items[i].weight & coll_code_tie;
+        *order = tie ? order_of(a.items[i].ch, b.items[i].ch) : order_of(low_a, low_b);
+    }
+    return *order || a.count == b.count;
+}
+
+// Adds two units that stand at the same place in the passes that can still decide.
+static inline bool add_difference(const coll_flat *flat, unsigned x, unsigned y,
+                                  found_order *found) {
+    for (int pass = 0; pass <= found->pass && pass < flat->num_passes; ++pass) {
+        const coll_flat_pass *const p = &flat->pass[pass];
+        if (pass == found->pass && p->forward) return true;
+        int order;
+        if (!yields_order(p, x, y, &order)) return false;
+        if (order) *found = {pass, order};
+    }
+    return true;
+}
+
+// The first pass that a unit yields something in.
+static inline int first_pass_of(const coll_flat *flat, unsigned unit) {
+    coll_item own;
+    int pass = 0;
+    while (pass < flat->num_passes && !yielded(&flat->pass[pass], unit, -1, &own).count)
+        ++pass;
+    return pass;
+}
+
+// Adds a unit that the passes before one ignore, by what the other text has there: another unit, or
+// 0 for its end.
+static inline bool add_inserted(const coll_flat *flat, int pass, unsigned x, unsigned y,
+                                found_order *found) {
+    if (pass > found->pass || pass == flat->num_passes) return true;
+    const coll_flat_pass *const p = &flat->pass[pass];
+    if (!p->forward) return false;
+    if (pass == found->pass) return true;
+    int order = 1;
+    coll_item own;
+    if (y && (!yielded(p, y, -1, &own).count || !yields_order(p, x, y, &order) || !order))
+        return false;
+    *found = {pass, order};
+    return true;
+}
+
+// Adds the rest of a text that goes on where the other one ends.
+template <class Unit>
+static bool add_rest(const coll_flat *flat, const host_text<Unit> &text, size_t at,
+                     found_order *found) {
+    while (at < text.len && found->pass) {
+        unsigned unit;
+        if (!take_alone(flat, text, &at, &unit)) return false;
+        if (!add_inserted(flat, first_pass_of(flat, unit), unit, 0, found)) return false;
+    }
+    return true;
+}
+
+static inline found_order reversed(found_order found) { return {found.pass, -found.order}; }
+
+// Compares texts by the characters that differ, as long as these stand at the same place of each
+// pass. 0 if more has to be looked at.
+template <class Unit>
+[[gnu::noinline]] static int order_by_differences(const coll_flat *flat, const host_text<Unit> &a,
+                                                  const host_text<Unit> &b, size_t common) {
+    size_t at_a = boundary(a, common), at_b = at_a;
+    found_order found = {flat->num_passes, 0};
+    while (at_a < a.len && at_b < b.len && found.pass) {
+        size_t after_a = at_a, after_b = at_b;
+        unsigned x, y;
+        if (!take_alone(flat, a, &after_a, &x) || !take_alone(flat, b, &after_b, &y)) return 0;
+        const int pass_x = first_pass_of(flat, x), pass_y = first_pass_of(flat, y);
+        if (pass_x >= pass_y) at_a = after_a;
+        if (pass_y >= pass_x) at_b = after_b;
+        if (pass_x > pass_y) {
+            if (!add_inserted(flat, pass_x, x, y, &found)) return 0;
+        } else if (pass_x < pass_y) {
+            found = reversed(found);
+            if (!add_inserted(flat, pass_y, y, x, &found)) return 0;
+            found = reversed(found);
+        } else if (!add_difference(flat, x, y, &found)) {
+            return 0;
+        }
+        const size_t left_a = a.len - at_a, left_b = b.len - at_b;
+        const size_t same = common_units(a.s + at_a, b.s + at_b, left_a < left_b ? left_a : left_b);
+        const size_t ahead = same ? boundary(a, at_a + same) - at_a : 0;
+        at_a += ahead;
+        at_b += ahead;
+    }
+    if (!add_rest(flat, a, at_a, &found)) return 0;
+    found = reversed(found);
+    if (!add_rest(flat, b, at_b, &found)) return 0;
+    return -found.order;
 }
 
 // ---- Order ----
@@ -181,13 +321,6 @@ static int order_of_characters(const kovaloc *loc, const Text &a, const Text &b,
     return a.misses->lacking ? order * (1 + KO_ENOCHAR) : order;
 }
 
-// The tables of a record whose characters are units and whose first pass runs forward.
-static inline const coll_flat *tables_of_units(ko_lc_t loc) {
-    if (!loc || !is_unicode(record(loc), KO_LC_COLLATE)) return nullptr;
-    const coll_flat *flat = record(loc)->weights;
-    return flat && flat->starts_forward ? flat : nullptr;
-}
-
 // The order of any texts.
 template <class Unit> static int order_of_all(ko_lc_t loc, host_text<Unit> a, host_text<Unit> b) {
     int error = unfit_for_order(loc);
@@ -225,7 +358,9 @@ template <class Unit>
                                         size_t alen, const Unit *b, size_t blen, size_t common) {
     host_misses misses = {};
     const host_text<Unit> text_a = {a, alen, &misses}, text_b = {b, blen, &misses};
-    const int order = flat ? first_order(flat, text_a, text_b, common) : 0;
+    int order = flat ? first_order(flat, text_a, text_b, common) : 0;
+    if (!order && flat && !misses.ill_formed)
+        order = order_by_differences(flat, text_a, text_b, common);
     if (order) return order;
     misses = {};
     return order_of_all(loc, text_a, text_b);

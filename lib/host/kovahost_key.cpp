@@ -111,20 +111,25 @@ static void put_side(const letter_walk &walk, lanes l, unsigned pass, bool last,
 // Appends the passes after the first as long as nothing is special about them. Returns the next
 // one.
 static inline unsigned put_sides(const letter_walk &walk, lanes l, bool nulls, coll_sink *sink) {
-    if (!walk.letters->forward) return 1;
     sink_place at = place_in(sink);
+    constexpr ptrdiff_t most = letter_lanes * (side_copied + side_word + 1);
+    if (!walk.letters->forward || at.limit - at.out < most) return 1;
+    const unsigned passes = walk.passes;
     const short_pass *p = walk.keys->pass + 1;
     const side_sink *side = walk.side;
     unsigned pass = 1;
-    for (; pass < walk.passes && at.out <= at.limit; ++pass, ++p, ++side) {
-        const auto n = size_t(side->out - side->room);
+    for (; pass < passes; ++pass, ++p, ++side) {
         const unsigned run = unsigned(l.runs & lane_mask);
-        if (side->full || n > side_copied || run > p->longest_run) break;
-        memcpy(at.out, side->room, side_copied);
-        at.out += n;
+        const auto stored = size_t(side->out - side->room);
+        if (side->full || stored > side_copied || run > p->longest_run) break;
+        for (size_t i = 0; i < stored; i += side_word)
+            memcpy(at.out + i, side->room + i, side_word);
+        at.out += stored;
+        store_word(at.out, side->last);
+        at.out += side->count;
         if (run)
-            *at.out++ = run_byte(p->run_bytes[l.commons & 1], p->longest_run, run, run_end::pass);
-        else if (pass + 1 < walk.passes || nulls)
+            *at.out++ = run_byte(bytes_of_run(*p, l.commons & 1, run_end::pass), run);
+        else if (pass + 1 < passes || nulls)
             *at.out++ = short_end;
         l = {l.runs >> lane_bits, l.commons >> lane_bits};
     }
@@ -132,35 +137,44 @@ static inline unsigned put_sides(const letter_walk &walk, lanes l, bool nulls, c
     return pass;
 }
 
+// Walks over units of Unicode see U+0000 themselves.
+template <class Unit> static inline bool unseen_null(const host_text<Unit> &) { return false; }
+template <class Unit> static inline bool unseen_null(const mapped_host<Unit> &text) {
+    return has_null(text);
+}
+
 template <class Text>
-static void put_letters(const coll_flat *flat, const short_keys *keys, const Text &text, bool nulls,
+static void put_letters(const coll_flat *flat, const short_keys *keys, const Text &text,
                         coll_sink *sink) {
     letter_walk walk;
     walk.flat = flat;
     walk.keys = keys;
     walk.letters = keys->letters;
     walk.passes = unsigned(flat->num_passes);
+    walk.nulls = unseen_null(text);
     for (unsigned pass = 1; pass < walk.passes; ++pass)
         start_sink(&walk.side[pass - 1]);
     const lanes l = walk_letters(walk, walk_from(text, 0), sink);
+    const bool nulls = walk.nulls;
     if (walk.passes > 1 || nulls) sink_byte(sink, short_end);
     for (unsigned pass = put_sides(walk, l, nulls, sink); pass < walk.passes; ++pass) {
         const bool last = pass + 1 == walk.passes && !nulls;
-        if (flat->pass[pass].forward && !walk.side[pass - 1].full)
+        side_sink *const side = &walk.side[pass - 1];
+        leave_place(place_in(side), side);
+        if (flat->pass[pass].forward && !side->full)
             put_side(walk, l, pass, last, sink);
         else
             put_pass(flat, keys, int(pass), text, last, sink);
     }
+    if (nulls) put_gaps(text, sink);
 }
 
 template <class Text>
 static void put_weights(const coll_flat *flat, const short_keys *keys, const Text &text,
                         coll_sink *sink) {
+    if (keys->letters) return put_letters(flat, keys, text, sink);
     const bool nulls = has_null(text);
-    if (keys->letters)
-        put_letters(flat, keys, text, nulls, sink);
-    else
-        put_passes(flat, keys, text, nulls, sink);
+    put_passes(flat, keys, text, nulls, sink);
     if (nulls) put_gaps(text, sink);
 }
 
@@ -199,12 +213,8 @@ template <class Text> static void put_thai(const Text &text, coll_sink *sink) {
     put_gaps(text, sink);
 }
 
-template <class Text> static int put_key(const kovaloc *loc, const Text &text, coll_sink *sink) {
-    coll_flat *const flat = loc->weights;
-    if (!flat) {
-        by_thai(loc) ? put_thai(text, sink) : put_codes(text, sink);
-        return KO_OK;
-    }
+template <class Text>
+static inline int put_by_weights(coll_flat *flat, const Text &text, coll_sink *sink) {
     const short_keys *const keys = short_keys_of(flat);
     if (!keys) return KO_ENOMEM;
     if (keys->num_passes < 0) return KO_EOBJECT;
@@ -212,16 +222,32 @@ template <class Text> static int put_key(const kovaloc *loc, const Text &text, c
     return KO_OK;
 }
 
+template <class Text> static int put_key(const kovaloc *loc, const Text &text, coll_sink *sink) {
+    if (loc->weights) return put_by_weights(loc->weights, text, sink);
+    by_thai(loc) ? put_thai(text, sink) : put_codes(text, sink);
+    return KO_OK;
+}
+
+// The key of any text.
 template <class Unit>
-static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const Unit *text, size_t len) {
-    if (const int error = unfit_for_order(loc)) return -error;
-    if ((!text && len) || (!dst && room)) return -KO_ENULL;
+[[gnu::noinline]] static int put_any_key(ko_lc_t loc, const host_text<Unit> &text,
+                                         coll_sink *sink) {
+    if (const int error = unfit_for_order(loc)) return error;
+    if ((!text.s && text.len) || (!sink->dst && sink->maxbytes)) return KO_ENULL;
+    const host_map *const map = map_for(record(loc), KO_LC_COLLATE);
+    if (!map) return put_key(record(loc), text, sink);
+    return put_key(record(loc), mapped_host<Unit>{text.s, text.len, text.misses, map}, sink);
+}
+
+template <class Unit>
+static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const Unit *s, size_t len) {
     coll_sink sink;
     start_sink(&sink, dst, room);
     host_misses misses = {};
-    const host_map *const map = map_for(record(loc), KO_LC_COLLATE);
-    const int error = map ? put_key(record(loc), mapped_host<Unit>{text, len, &misses, map}, &sink)
-                          : put_key(record(loc), host_text<Unit>{text, len, &misses}, &sink);
+    const host_text<Unit> text = {s, len, &misses};
+    coll_flat *const flat = tables_of_units(loc);
+    const int error =
+        flat && s && dst ? put_by_weights(flat, text, &sink) : put_any_key(loc, text, &sink);
     if (error) return -error;
     sink_flush(&sink);
     return int64_t(sink.written);

@@ -45,6 +45,13 @@ inline bool by_thai(const kovaloc *loc) {
 // 0 if the record can order these texts, else the error number.
 int unfit_for_order(ko_lc_t loc);
 
+// The tables of a record whose characters are units and whose first pass runs forward.
+inline coll_flat *tables_of_units(ko_lc_t loc) {
+    if (!loc || !is_unicode(record(loc), KO_LC_COLLATE)) return nullptr;
+    coll_flat *flat = record(loc)->weights;
+    return flat && flat->starts_forward ? flat : nullptr;
+}
+
 // Takes the next unit for comparison in code order, in which U+0000 counts; -1 at the end.
 template <class Text> static inline int take_code(Text &text) {
     if (text.s == text.end) return -1;

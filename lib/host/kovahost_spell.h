@@ -6,6 +6,9 @@
 #include "collate/kovacoll_key.h"
 #include "collate/kovacoll_short.h"
 
+#include <bit>
+#include <string.h>
+
 // ---- Sinks ----
 
 // make_room() gives room for coll_sink_spare bytes again.
@@ -13,24 +16,45 @@ static inline sink_place make_room(sink_place at, coll_sink *sink) {
     return at.out > at.limit ? flush_place(at, sink) : at;
 }
 
-// Gathers a pass while another one is written; full: some of it is lost.
-constexpr size_t side_full = 256, side_copied = 8;
+// Gathers a pass while another one is written: the last few bytes in a word, from its low end on;
+// full: some of it is lost.
+constexpr size_t side_full = 256, side_copied = 32, side_word = sizeof(uint64_t);
 struct side_sink {
+    uint64_t last;
+    size_t count; // bytes in last
     ko_mchar_t *out;
     bool full;
     ko_mchar_t room[side_full + coll_sink_spare];
 };
 static inline void start_sink(side_sink *sink) {
+    sink->last = sink->count = 0;
     sink->out = sink->room;
     sink->full = false;
-    memset(sink->room, 0, side_copied); // also if fewer bytes are there
 }
-static inline sink_place place_in(side_sink *sink) { return {sink->out, sink->room + side_full}; }
-static inline void leave_place(sink_place place, side_sink *sink) { sink->out = place.out; }
+static inline void store_word(ko_mchar_t *out, uint64_t word) {
+    if constexpr (std::endian::native == std::endian::little)
+        memcpy(out, &word, sizeof word);
+    else
+        for (size_t i = 0; i < sizeof word; ++i)
+            out[i] = ko_mchar_t(word >> 8 * i);
+}
 static inline sink_place make_room(sink_place at, side_sink *sink) {
     if (at.out <= at.limit) return at;
     sink->full = true;
     return {sink->room, at.limit};
+}
+static inline sink_place place_in(side_sink *sink) {
+    store_word(sink->out, sink->last);
+    const sink_place at = {sink->out + sink->count, sink->room + side_full};
+    sink->last = sink->count = 0;
+    return make_room(at, sink);
+}
+static inline void leave_place(sink_place place, side_sink *sink) { sink->out = place.out; }
+// Adds up to four bytes, the first one lowest.
+static inline void add_bytes(side_sink *sink, uint64_t bytes, size_t count) {
+    sink->last |= bytes << 8 * sink->count;
+    sink->count += count;
+    if (sink->count > side_word - 4) leave_place(place_in(sink), sink);
 }
 
 // ---- Weights ----
@@ -95,12 +119,8 @@ static inline sink_place end_pass(first_pass &, sink_place at, Sink *, bool last
     return at;
 }
 
-enum class run_end { pass, lower, higher };
-
-static inline ko_mchar_t run_byte(unsigned bytes, unsigned longest, unsigned n, run_end end) {
-    return ko_mchar_t(end == run_end::higher  ? bytes + 3 * longest + 1 - n
-                      : end == run_end::lower ? bytes + 2 * n - 1
-                                              : bytes + 2 * n - 2);
+static inline ko_mchar_t run_byte(run_bytes bytes, unsigned n) {
+    return ko_mchar_t(bytes.first + bytes.each * int(n));
 }
 
 template <class Sink>
@@ -111,7 +131,7 @@ static inline sink_place put_run(lower_pass &state, run_end end, sink_place at, 
         *at.out++ = ko_mchar_t(bytes + 2 * longest);
         at = make_room(at, sink);
     }
-    *at.out++ = run_byte(bytes, longest, unsigned(state.run), end);
+    *at.out++ = run_byte(bytes_of_run(*state.pass, state.common, end), unsigned(state.run));
     state.run = 0;
     return at;
 }
