@@ -433,9 +433,9 @@ TEST(HostConversion, RulesNeedTheirObjectsAndMemory) {
         {"hkscs", "utf16"        },
         {"imap",  "hz"           }
     };
-    for (const auto &[from, to] : pairs)
+    for (const auto &names : pairs)
         each_allocation_fails([&] {
-            const int error = error_of(from, to);
+            const int error = error_of(names.first, names.second);
             EXPECT_TRUE(!error || error == KO_ENOMEM) << error;
             return !error;
         });
