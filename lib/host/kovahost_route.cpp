@@ -162,18 +162,19 @@ struct form_row {
 };
 } // namespace
 static constexpr form_row form_rows[] = {
-    {"utf8",    text_form::utf8,    1208, 0xE01C},
-    {"unicode", text_form::utf16be, 1200, 0xE005},
-    {"utf16be", text_form::utf16be, 1200, 0xE005},
-    {"ucs2be",  text_form::utf16be, 1200, 0xE005},
-    {"utf16le", text_form::utf16le, 1202, 1202  },
-    {"ucs2le",  text_form::utf16le, 1202, 1202  },
-    {"utf16",   text_form::utf16,   1204, 1204  },
-    {"ucs2",    text_form::utf16,   1204, 1204  },
-    {"utf32be", text_form::utf32be, 1232, 1232  },
-    {"utf32",   text_form::utf32be, 1232, 1232  },
-    {"ucs4",    text_form::utf32be, 1232, 1232  },
-    {"utf32le", text_form::utf32le, 1234, 1234  },
+    {"windows1200", text_form::utf16le, 1202, 1202  }, // 1200 alone is the other order
+    {"utf8",        text_form::utf8,    1208, 0xE01C},
+    {"unicode",     text_form::utf16be, 1200, 0xE005},
+    {"utf16be",     text_form::utf16be, 1200, 0xE005},
+    {"ucs2be",      text_form::utf16be, 1200, 0xE005},
+    {"utf16le",     text_form::utf16le, 1202, 1202  },
+    {"ucs2le",      text_form::utf16le, 1202, 1202  },
+    {"utf16",       text_form::utf16,   1204, 1204  },
+    {"ucs2",        text_form::utf16,   1204, 1204  },
+    {"utf32be",     text_form::utf32be, 1232, 1232  },
+    {"utf32",       text_form::utf32be, 1232, 1232  },
+    {"ucs4",        text_form::utf32be, 1232, 1232  },
+    {"utf32le",     text_form::utf32le, 1234, 1234  },
 };
 
 static const form_row *row_of_number(uint16_t number) {

@@ -339,13 +339,37 @@ static bool is_beyond(const char *name) {
     return !*name && value > 0xFFFF;
 }
 
+// Does a name, written in any way, have these letters and digits?
+static bool has_letters(const char *name, const char *folded) {
+    for (; *name; ++name) {
+        const char c = spec_lower(*name);
+        if (!is_spec_digit(c) && (c < 'a' || c > 'z')) continue;
+        if (c != *folded++) return false;
+    }
+    return !*folded;
+}
+
+// The name in a registry that stands for one too long for it; NULL if none does.
+static const char *short_name(const char *name) {
+    static constexpr const char *rows[][2] = {
+        {"extendedunixcodepackedformatforjapanese", "euc-jp" },
+        {"ebcdicinternational500euro",              "ibm1148"},
+        {"pcmultilingual850euro",                   "ibm858" },
+        {"ibm970p110p1102006u2",                    "euc-kr" },
+    };
+    for (const auto &row : rows)
+        if (has_letters(name, row[0])) return row[1];
+    return nullptr;
+}
+
 uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error) {
     int exact = KO_OK;
     if (is_beyond(name)) return fail_search(error, KO_EINVAL);
+    if (strlen(name) > cs_name_max) name = short_name(name);
+    if (!name) return fail_search(error, KO_EINVAL);
     const uint16_t number = find_cs_num(name, registry, &exact);
     if (!exact) return number;
     loose_search search = {{}, -1, -1, -1};
-    if (strlen(name) > cs_name_max) return fail_search(error, KO_EINVAL);
     fold_cs_name(name, search.name);
     search.number = number_in_cs_name(search.name);
     if (const int why = compare_source(&search, registry)) return fail_search(error, why);

@@ -367,6 +367,93 @@ TEST_P(PeerIconv, ConvertsEveryCharacterAlike) {
     EXPECT_GT(compared, 0) << row.number;
 }
 
+// ---- names ----
+
+std::vector<std::string> libc_names() {
+    std::vector<std::string> names;
+    const std::unique_ptr<FILE, int (*)(FILE *)> list(popen("iconv -l", "r"), pclose);
+    for (char line[200]; list && fgets(line, sizeof line, list.get());) {
+        std::string name(line, strcspn(line, " \n"));
+        if (name.ends_with("//")) name.resize(name.size() - 2);
+        names.push_back(name);
+    }
+    return names;
+}
+
+std::vector<std::string> icu_names() {
+    std::vector<std::string> names;
+#ifdef KOVA_PEER_ICU
+    UErrorCode status = U_ZERO_ERROR;
+    for (int i = 0; i < ucnv_countAvailable(); ++i) {
+        const char *set = ucnv_getAvailableName(i);
+        for (uint16_t k = 0; k < ucnv_countAliases(set, &status); ++k)
+            names.push_back(ucnv_getAlias(set, k, &status));
+    }
+#endif
+    return names;
+}
+
+// What tells converters apart: ICU's own name, what the C library's make of bytes and pairs.
+std::string mark_of(int peer, const std::string &name) {
+#ifdef KOVA_PEER_ICU
+    if (peer == 1) {
+        const icu_converter one(name);
+        UErrorCode status = U_ZERO_ERROR;
+        return one.cv ? ucnv_getName(one.cv, &status) : "";
+    }
+#endif
+    libc_converter one(name);
+    std::string mark;
+    for (unsigned byte = 0; byte < 0x10000; byte += byte < 256 ? 1 : 37) {
+        const std::string lead = byte < 256 ? "" : std::string(1, char(byte >> 8));
+        mark += one.decode(lead + char(byte & 0xFF)) + ",";
+        if (!lead.empty()) mark += one.decode("\x0e" + lead + char(byte & 0xFF) + "\x0f") + ",";
+    }
+    for (uint32_t code = 0xA0; code < 0xD800; code += code < 0x2600 ? 1 : 101)
+        mark += one.encode(code) + ",";
+    return mark;
+}
+
+// A name belongs to the set whose converter the peer opens by it. One that the registry has for a
+// set of its own, which is not compiled, is as good.
+TEST(PeerNames, OpenTheSetThatTheyNameElsewhere) {
+    setenv("VANTORDIR", env("KOVA_TEST_ROOT").c_str(), 1);
+    const std::set<std::string> known = {
+        "x-JISAutoDetect", // is for detection, and no set
+        "cns11643",
+        "ibm-eucTW", // the C library's EUC-TW, and not 964
+        "UTF16_PlatformEndian",
+        "UTF16_OppositeEndian", // of the machine
+        "UTF32_PlatformEndian",
+        "UTF32_OppositeEndian",
+    };
+    for (int peer = 0; peer < 2; ++peer) {
+        std::multimap<std::string, int> sets;
+        for (const set_row &row : set_rows())
+            if (row.names[peer] != "-" && row.names[peer].find('/') == std::string::npos)
+                sets.insert({mark_of(peer, row.names[peer]), int(row.number)});
+        if (peer == 1)
+            for (const char *name : {"UTF-8", "UTF-16BE", "UTF-16LE", "UTF-32BE", "UTF-32LE"})
+                sets.insert({mark_of(peer, name), ko_codeset_number(nullptr, name)});
+        int opened = 0;
+        for (const std::string &name : peer == 0 ? libc_names() : icu_names()) {
+            const auto [first, last] = sets.equal_range(mark_of(peer, name));
+            if (first == last || known.count(name)) continue;
+            const int got = ko_codeset_number(nullptr, name.c_str());
+            const auto is_got = [got](const auto &set) { return set.second == got; };
+            const bool own = std::none_of(sets.begin(), sets.end(), is_got);
+            EXPECT_TRUE(got >= 0 && (own || std::any_of(first, last, is_got)))
+                << name << " is " << first->second << ", not " << got;
+            ko_cv_t cd = nullptr;
+            const int error = ko_open_conversion(&cd, nullptr, name.c_str(), "utf8", 0);
+            EXPECT_TRUE(error == KO_OK || own) << name << ": error " << error;
+            ko_cv_unload(cd);
+            opened += error == KO_OK;
+        }
+        printf("%s: %d names open\n", peer_labels[peer], opened);
+    }
+}
+
 // ---- pairs without utf8 and unicode ----
 
 struct pair_row {

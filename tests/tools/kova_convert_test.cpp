@@ -40,6 +40,8 @@ TEST_F(KovaConvert, ConvertsDirectlyAndThroughAnotherCodeSet) {
     // The encodings of Unicode need no object, and names are those that people write.
     writes("UTF_8 -t unicode", "\xd8\x42\xdf\xb7", "𠮷");
     writes("utf8 -t UTF-16LE --bom", "\xff\xfe\x42\xd8\xb7\xdf", "𠮷");
+    writes("windows-1200 -t utf8", "A", "A\0"s);
+    writes("Extended_UNIX_Code_Packed_Format_for_Japanese -t windows-65001", "漢", "\xb4\xc1");
     writes("utf-16 -t shift-jis", "\x8a\xbf", "\xff\xfe\x22\x6f");
     writes("utf-8 -t cp037", "\xc1", "\xef\xbb\277A");
     writes("utf-8 -t UTF-32BE --keep-bom", "\0\0\xfe\xff\0\0\0A"s, "\xef\xbb\277A");
@@ -279,7 +281,11 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
 
 TEST_F(KovaConvert, ChartsBytesLeadsAndPairs) {
     command = "kova chart ";
-    shows("ISO-8859-1", "ISO-8859-1 (819)\n    x0    x1    x2 ");
+    shows("ISO-8859-1", "ISO-8859-1 (819)\naliases:    iso-8859-1 8859-1 latin-1 ");
+    shows("ISO-8859-1", "\nsource:     charmap ISO-8859-1\ncharacters: 256 of 1 byte\n\n    x0 ");
+    shows("37", "37\naliases:    ibm037 ");
+    shows("sjis", "\ncharacters: 191 of 1 byte, 6879 of 2 bytes\n\n    x0 ");
+    shows("utf32le", "\nsource:     built in\ncharacters: 1112064, all of Unicode\n");
     shows("ISO-8859-1", "\n1x  DLE   DC1   DC2   DC3   DC4   NAK   SYN   ETB   CAN   EM    SUB ");
     shows("ISO-8859-1", "\nAx  NBSP  ¡     ¢     £     ¤     ¥     ¦     §     ¨     ©     ª ");
     shows("IBM037", "\nCx  {     A     B     C     D     E     F     G     H     I     SHY ");

@@ -1,5 +1,6 @@
 // kova chart: the characters of a code set in grids of 16 by 16.
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <utility>
 
@@ -224,16 +225,19 @@ void draw_grid(chart_job &job, const slot *slots, output &out) {
 
 // ---- leads ----
 
+constexpr size_t longest_character = 4;
+
 struct lead_row {
     std::string bytes;
     int shifted = 0;
     unsigned characters = 0;
+    std::array<unsigned, longest_character + 1> of_length{}; // of them, by their bytes
     std::vector<uint32_t> first;
 };
 
 // Counts the characters that begin with row.bytes; prefix is these bytes and what was appended.
 void count_characters(chart_job &job, const std::string &prefix, lead_row &row) {
-    constexpr size_t shown = 10, longest_character = 4;
+    constexpr size_t shown = 10;
     for (unsigned i = 0; i < 256; ++i) {
         const std::string bytes = prefix + char(i);
         const slot found = look_up(job, bytes, row.shifted);
@@ -241,6 +245,7 @@ void count_characters(chart_job &job, const std::string &prefix, lead_row &row) 
             count_characters(job, bytes, row);
         if (found.kind != slot_kind::character) continue;
         ++row.characters;
+        ++row.of_length[bytes.size()];
         if (row.first.size() < shown) row.first.push_back(found.code);
     }
 }
@@ -289,12 +294,61 @@ std::string title(const chart_job &job) {
            (set.number == KO_NO_CODESET || number == set.name ? "" : " (" + number + ")");
 }
 
+// ---- what is known of a code set ----
+
+// The names of a code set beside the one that was given.
+std::string aliases_of(const code_set &set) {
+    std::string text;
+    for (const registry_entry &entry : registry_entries())
+        if (entry.number == set.number && entry.name != set.name) text += " " + entry.name;
+    return text;
+}
+
+// What an object says that it was made from: "charmap IBM037".
+std::string source_of(const std::string &path) {
+    input in;
+    open(in, path);
+    more(in);
+    const void *const bytes = in.block.data();
+    const std::string_view text(static_cast<const char *>(bytes), in.fill);
+    const size_t from = text.find("\nFROM=");
+    if (from == text.npos) return "";
+    const size_t start = from + 6, end = std::min(text.find('\n', start), start + 100);
+    return std::string(text.substr(start, end - start));
+}
+
+std::string size_text(const grid_count &single, const std::vector<lead_row> &leads) {
+    std::array<unsigned, longest_character + 1> count{0, single.characters};
+    for (const lead_row &row : leads)
+        for (size_t i = 2; i < count.size(); ++i)
+            count[i] += row.of_length[i];
+    std::string text;
+    for (size_t i = 1; i < count.size(); ++i)
+        if (count[i] > 0)
+            text += (text.empty() ? "" : ", ") + std::to_string(count[i]) + " of " +
+                    std::to_string(i) + (i == 1 ? " byte" : " bytes");
+    return text;
+}
+
+void describe_set(const chart_job &job, const std::string &size, output &out) {
+    const std::string aliases = aliases_of(job.way.from);
+    const bool built_in = is_unicode(job.way.from.name);
+    write(out, title(job) + "\n");
+    if (!aliases.empty())
+        write(out, "aliases:    " + kovatool::printable(aliases.substr(1)) + "\n");
+    write(out, "source:     " +
+                   (built_in ? "built in" : kovatool::printable(source_of(job.way.files[0]))) +
+                   "\ncharacters: " + size + "\n\n");
+}
+
 void draw_all(chart_job &job, output &out) {
     slot slots[256];
     const grid_count count = look_up_grid(job, "", 0, slots);
-    write(out, title(job) + "\n");
-    if (count.characters > 0) draw_grid(job, slots, out);
+    if (is_unicode(job.way.from.name) && !job.to_utf16) // in units, of which every byte is a lead
+        return describe_set(job, "1112064, all of Unicode", out);
     const std::vector<lead_row> leads = lead_rows(job);
+    describe_set(job, size_text(count, leads), out);
+    if (count.characters > 0) draw_grid(job, slots, out);
     if (leads.empty()) return;
     write(out, count.characters > 0 ? "\n" : "");
     draw_leads(job, leads, out);

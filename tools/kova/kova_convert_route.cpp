@@ -12,9 +12,9 @@ namespace kovacli {
 // ---- code sets ----
 
 code_set find_code_set(const std::string &name) {
-    refuse_path("code set", name);
     if (name.empty()) return {name, KO_NO_CODESET};
-    code_set_number(name); // which reads the registry once
+    const bool registered = code_set_number(name) != KO_NO_CODESET; // reads the registry once
+    if (!registered) refuse_path("code set", name);
     const int number = ko_codeset_number(nullptr, name.c_str());
     return {name, number < 0 ? uint16_t(KO_NO_CODESET) : uint16_t(number)};
 }
