@@ -4,6 +4,8 @@
 
 #include "tools/command_run.h"
 
+#include <nlohmann/json.hpp>
+
 #include "kova/kova_cli.h"
 #include "kova/kova_text.h"
 
@@ -222,6 +224,128 @@ TEST_F(KovaConvert, GoesOnWhereItIsTold) {
     writes("utf8 -t IBM037 --replace='{'", "{", "\xff", replaced);
 }
 
+TEST_F(KovaConvert, WritesWhatTheTargetLacksAsAnEscapeOrByItsSpelling) {
+    command = "kova convert -f ";
+    const std::string escaped = "escaped, the first at standard input:1:2: ";
+    writes("utf8 -t 8859-1 --escape xml", "a&#x20AC;&#x1F600;&amp;", "a€😀&amp;", escaped);
+    writes("utf8 -t 8859-1 --escape uni", "a\\u20AC\\uD83D\\uDE00", "a€😀", escaped);
+    writes("utf8 -t 8859-1 --escape hex", "a\\xE2\\x82\\xAC\\xFF.", "a€\xff.", escaped);
+    writes("930 -t 8859-1 --escape hex", "A\\x0E\\x4F\\x58\\x0FA", "\xc1\x0e\x4f\x58\x0f\xc1",
+           escaped);
+    writes("utf8 -t 930 --escape xml", "\x0e\x4f\x58\x0f\x50\x7b\xb7\xc5\xf9\x5e\x0e\x4f\x58\x0f",
+           "漢é漢", escaped); // not the control that the object has for it
+    writes("utf8 -t 8859-1 --escape xml --keep-escapes", "&#65;&#x20AC;", "&#65;€",
+           "1 character escaped");
+    writes("utf8 -t ascii --translit", "Cafe EUR ss Lodz (", "Cafe\u0301 € ß Łódź (",
+           "6 characters transliterated");
+    fails(1, "utf8 -t ascii --translit", "1:2: byte offset 2: the bytes f0 9f 98 80 are", "é😀",
+          "e");
+    fails(1, "utf8 -t ascii --escape xml", "the byte ff does not begin", "\xff");
+    // Read back; what is no escape, or no character, stays as it is.
+    writes("8859-1 -t utf8 --unescape xml", "€😀A&#xD800;&amp;&#;&#x",
+           "&#x20AC;&#128512;&#x041;&#xD800;&amp;&#;&#x");
+    writes("8859-1 -t utf8 --unescape uni", "€😀😀\\uD83D\\u00é",
+           "\\u20ac\\uD83d\\uDE00\\u{1F600}\\uD83D\\u00\xe9");
+    writes("8859-1 -t 930 --unescape uni", "\x0e\x4f\x58\x48\xf2\x0f", "\\u6F22\\u5B57");
+    fails(1, "utf8 -t 8859-1 --unescape xml",
+          "1:2: byte offset 1: the escape &#x20AC; is U+20AC, which 8859-1 lacks", "a&#x20AC;",
+          "a");
+}
+
+TEST_F(KovaConvert, ReadsItsEscapesBackExactly) {
+    const std::string text =
+        "&#x41;&#65;&amp; \\u0041\\uD83D\\uDE00\\u{41} \\x41\\\\&& カナ漢字、表ソ\\";
+    for (const char *set : {"utf8", "sjis", "utf16le", "utf16", "utf32be", "unicode"}) {
+        spit(dir / "text",
+             shell("kova convert -f utf8 -t "s + set, text + std::string(530000, 'y') + text).out);
+        for (const char *form : {"xml", "uni", "hex"})
+            for (const char *through : {"8859-1", "37", "TIS-620"}) {
+                SCOPED_TRACE(set + " "s + form + " "s + through);
+                const std::string sets = set + " -t "s + through;
+                const outcome there =
+                    kova("convert -f "s + set + " -t " + through + " --escape " + form + " text");
+                const outcome back = kova(
+                    "convert -t "s + set + " -f " + through + " --unescape " + form, there.out);
+                EXPECT_EQ(there.status + back.status, 0) << there.err << back.err;
+                EXPECT_TRUE(back.out == slurp(dir / "text")) << back.out.substr(0, 200);
+            }
+    }
+}
+
+// The output up to an error and that from there on are together what one run gives.
+TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
+    const std::tuple<const char *, std::string, const char *> rows[] = {
+        {"930 -t sjis",                  "\x0e\x4f\x58\x0f\xc1\x25\x0e\x4f\x58\xfe\xfe\x48\xf2\x0f",
+         "9 --state 1,0,0"                                                                                             },
+        {"utf8 -t 930",                  "漢€\n漢€漢\xff漢",                                 "3 --state 0,1,0" },
+        {"utf8 -t ascii --newline crlf", "a\r\xff\nb",                                               "2 --state 0,0,0r"},
+        {"utf16 -t sjis",                "\xff\xfe\x22\x6f\0\xdc\x22\x6f"s,                          "4"               },
+        {"sjis -t utf8",                 "\x8a\xbf\xff\x8a\xbf",                                     "2"               },
+    };
+    for (const auto &[sets, in, where] : rows) {
+        SCOPED_TRACE(sets);
+        spit(dir / "in", in);
+        command = "kova convert in -f "s + sets;
+        const outcome whole = shell(command + " --skip"), first = shell(command);
+        const size_t told = first.err.find("--from-offset "); // where a state is pending
+        const size_t end = first.err.find(" resumes there");
+        const std::string from = told == std::string::npos ? "--from-offset "s + where
+                                                           : first.err.substr(told, end - told);
+        const outcome rest = shell(command + " --skip " + from);
+        EXPECT_EQ(whole.status * 10 + first.status, 1);
+        EXPECT_EQ(rest.status, 0) << rest.err;
+        EXPECT_EQ(first.out + rest.out, whole.out);
+        EXPECT_TRUE(from.starts_with("--from-offset "s + where)) << from;
+    }
+    fails(2, " --from-offset 99", "--from-offset 99: in has 5 bytes");
+    fails(2, " --from-offset 1 --state x", "--state x: no state");
+}
+
+TEST_F(KovaConvert, ReportsEachInputAsJson) {
+    for (const char *name : {"out", "a", "b"})
+        fs::create_directory(dir / name);
+    spit(dir / "a/x", "é€\n");
+    spit(dir / "a/y", "é\n€é");
+    spit(dir / "b/x", "é");
+    const std::string to_dir = "convert -f utf8 -t 8859-1 --output-dir ";
+    const outcome got = kova(to_dir + "out --json --translit a/x a/y missing");
+    EXPECT_EQ(got.status, 4);
+    const auto json = nlohmann::json::parse(got.out);
+    const auto &x = json["files"][0];
+    EXPECT_EQ(x["output"], "out/x");
+    EXPECT_EQ(x["bytes_in"].get<int>() * 100 + x["bytes_out"].get<int>() * 10 +
+                  x["characters"].get<int>(),
+              653);
+    EXPECT_EQ(x["transliterated"], 1);
+    EXPECT_TRUE(x["error"].is_null());
+    EXPECT_EQ(json["files"][2]["error"]["kind"], "other");
+    EXPECT_EQ(slurp(dir / "out/x") + slurp(dir / "out/y"), "\xe9"
+                                                           "EUR\n\xe9\nEUR\xe9");
+    // A file that fails stays as it was, and the others are written.
+    spit(dir / "a/x", "é");
+    const auto failed = nlohmann::json::parse(kova(to_dir + "out --json a/y a/x").out);
+    EXPECT_EQ(failed["status"], 1);
+    const nlohmann::json want = {
+        {"kind",          "unmapped"},
+        {"byte_offset",   3         },
+        {"line",          2         },
+        {"column",        1         },
+        {"bytes",         "e282ac"  },
+        {"character",     "U+20AC"  },
+        {"resume_offset", 3         },
+        {"next_offset",   6         },
+        {"state",         ""        },
+    };
+    nlohmann::json error = failed["files"][0]["error"];
+    error.erase("message");
+    EXPECT_EQ(error, want);
+    EXPECT_EQ(slurp(dir / "out/x") + slurp(dir / "out/y"), "\xe9\xe9\nEUR\xe9");
+    fails(2, to_dir + "out a/x b/x", "two files are called x");
+    fails(2, to_dir + "a out/x a/y", "the result of a/y would replace the input a/y");
+    fails(4, to_dir + "none a/x", "there is no directory none");
+    fails(2, "convert -f utf8 -t 8859-1 --json a/x", "--json: standard output has the text");
+}
+
 TEST_F(KovaConvert, ReportsSubstitutionsApartFromBadInput) {
     const std::string filler = repeated(mixed_sjis, 40000); // pieces of the search
     const outcome got =
@@ -273,6 +397,12 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
     fails(3, "convert -f utf8 -t sjis --root .", "holds no conversion objects");
     fails(2, "convert -f utf8 -t sjis --skip --replace", "excludes");
     fails(3, "convert -f 819 -t 437 --root broken", "033301b5.cvo is damaged");
+    const std::string translit = "convert -f utf8 -t utf16 --translit --root broken";
+    fails(3, translit, "the data root has no translit.trl; compile it with \"kovac translit -o");
+    std::string table = slurp(root + "/kova/cv9/translit.trl");
+    table.replace(table.find("20AC 45"), 4, "20AD"); // not what its hash says
+    spit(dir / "broken/kova/cv9/translit.trl", table);
+    fails(3, translit, "translit.trl is damaged");
     fails(1, "convert -f utf8 -t IBM037 --replace=漢", "--replace: IBM037 has no \"漢\"\n");
     fails(2, "chart sjis --lead 20", "lead bytes are 81-84 88-9F E0-EA\n");
     shows("convert --list", "   930  ibm930                cp930 ccsid930");

@@ -377,6 +377,41 @@ void add_locales(CLI::App &app, arguments &args) {
         "  kova locales --root ./vantor\n");
 }
 
+void add_escapes(CLI::App &command, convert_options &o) {
+    const auto forms = CLI::IsMember({"xml", "uni", "hex"});
+    command.add_flag("--translit", o.translit,
+                     "Write the usual spelling of characters that the output lacks");
+    command
+        .add_option("--escape", o.escape,
+                    "Write what the output lacks as &#x20AC; (xml), \\u20AC (uni) or the bytes of "
+                    "the input, \\xE2\\x82\\xAC (hex)")
+        ->type_name("FORM")
+        ->check(forms);
+    command.add_option("--unescape", o.unescape, "Read such escapes back")
+        ->type_name("FORM")
+        ->check(forms);
+    command
+        .add_flag("--keep-escapes", o.keep_escapes,
+                  "Leave escapes as they are that the input has already")
+        ->needs("--escape");
+}
+
+void add_resuming(CLI::App &command, convert_options &o) {
+    command
+        .add_option("--output-dir", o.out_dir,
+                    "Write a file of the same name into DIR for each FILE, in one step")
+        ->type_name("DIR")
+        ->excludes("--output");
+    command.add_flag("--json", o.json,
+                     "Write a report of all inputs to standard output, as one JSON object");
+    CLI::Option *offset =
+        command.add_option("--from-offset", o.from_offset, "Begin at this byte of the input")
+            ->type_name("N");
+    command.add_option("--state", o.state, "State of the text there, as an error said")
+        ->type_name("STATE")
+        ->needs(offset);
+}
+
 void add_convert(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("convert", "Convert text from one code set to another");
     convert_options &o = args.convert;
@@ -395,6 +430,8 @@ void add_convert(CLI::App &app, arguments &args) {
         .add_option("-o,--output", o.out,
                     "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
+    add_escapes(command, o);
+    add_resuming(command, o);
     CLI::Option *skip =
         command.add_flag("--skip", o.skip, "Leave out what cannot be converted and continue");
     command

@@ -162,6 +162,12 @@ struct convert_options {
     bool skip = false, replace = false, accept = false, report = false, list = false;
     bool keeps_mark = false, writes_mark = false;
     bool verbose = false, progress = true;
+    std::string escape, unescape; // "xml", "uni", "hex"; "": none
+    bool translit = false, keep_escapes = false;
+    bool json = false;
+    std::string out_dir; // of results with the names of the inputs
+    uint64_t from_offset = 0;
+    std::string state; // at from_offset: of the letters "str"
 };
 int run_convert(const common_options &common, const convert_options &options);
 

@@ -1,296 +1,70 @@
 // kova convert: text from one code set to another, in pieces, with the place of everything that
 // does not convert.
-#include "kova/kova_convert.h"
+#include "kova/kova_convert_job.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <iterator>
+#include <set>
 
+#include "common/tool_path.h"
 #include "common/tool_text.h"
-#include "kova/kova_convert_newline.h"
-#include "kova/kova_io.h"
-#include "kova/kova_text.h"
 
 namespace kovacli {
 
-namespace {
-
-struct text_place {
-    uint64_t offset = 0, line = 1, column = 1; // bytes from 0, lines and characters from 1
-};
-
-// What a report records of one kind of trouble.
-struct finding {
-    const char *name;
-    uint64_t count = 0;
-    std::vector<std::string> first; // places, at most shown_places
-};
-constexpr size_t shown_places = 5;
-constexpr uint32_t nel_code = 0x85;
-constexpr size_t least_piece = 1024;
-
-enum finding_kind : uint8_t { substituted, one_way, unmapped, invalid, cut_off };
-
-struct convert_job {
-    const convert_options *options = nullptr;
-    bool goes_on = false;
-    // The others: for messages, for newline and replacement, and to tell what was substituted.
-    route way, to_utf8, from_utf8, back;
-    bool has_to_utf8 = false, has_from_utf8 = false, has_back = false;
-    bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
-    bool by_mark = false; // the byte order of the source, and so its newline, is in its first bytes
-    std::string newline = "\n", replacement;
-    std::string nel; // ends a line of the source, too; "" if it does not
-    line_ends ends;
-    bool replacement_is_utf8 = false;
-    byte_buffer converted, scratch;
-    finding findings[5] = {{"substituted by the conversion"},
-                           {"that would come back as other bytes"},
-                           {"without a counterpart"},
-                           {"invalid"},
-                           {"cut off by the end of a text"}};
-    // The current text.
-    route_state st;
-    text_place place;
-    bool closed = false;
-    // Progress.
-    bool reports = false, reported = false;
-    uint64_t total = 0, bytes = 0;
-    size_t piece = size_t{1} << 20; // converted at a time: little where much does not convert
-    double started = 0, next_report = 0;
-};
-
-const unsigned char *bytes_of(std::string_view text) {
-    return reinterpret_cast<const unsigned char *>(text.data());
-}
-
-int &source_state(route_state &st) { return st.leg[0].source_state; }
-
-// A state inside a text, as far as the source tells: shifted or not, and its byte order.
-route_state inside(const conv_state &source) {
-    route_state st;
-    st.leg[0].source_state = source.source_state;
-    st.leg[0].ext_state = source.ext_state;
-    return st;
-}
-
-// ---- places ----
-
-uint64_t utf8_characters(const unsigned char *text, size_t len) {
-    return uint64_t(
-        std::count_if(text, text + len, [](unsigned char c) { return (c & 0xC0) != 0x80; }));
-}
-
-// The number of characters in valid source text that starts in a given shift state.
-uint64_t characters(convert_job &job, const unsigned char *text, size_t len,
-                    const conv_state &from) {
-    if (job.is_utf8) return utf8_characters(text, len);
-    if (job.is_utf16) {
-        uint64_t count = 0;
-        for (size_t i = 0; i + 1 < len; i += 2)
-            count += (text[i] & 0xFC) != 0xDC;
-        return count;
-    }
-    if (job.one_byte || !job.has_to_utf8) return len;
-    route_state st = inside(from);
-    uint64_t count = 0;
-    for (size_t at = 0; at < len;) {
-        const run_result got = run(job.to_utf8, st, text + at, len - at, false, job.scratch);
-        count += utf8_characters(job.scratch.room.data(), job.scratch.used);
-        at += got.taken;
-        if (got.error == KO_OK && got.taken > 0) continue;
-        if (at < len) ++count, ++at; // the target has what utf8 lacks
-    }
-    return count;
-}
-
-// Counts line ends; tail becomes the place after the last one, if that is further on.
-uint64_t count_lines(const std::string &end, const unsigned char *text, size_t len, size_t &tail) {
-    uint64_t lines = 0;
-    size_t last = 0;
-    if (end.size() == 1) {
-        const auto byte = uint8_t(end[0]);
-        lines = uint64_t(std::count(text, text + len, byte));
-        if (lines > 0)
-            for (last = len; text[last - 1] != byte;)
-                --last;
-    }
-    const bool is_utf8 = end.size() == 2 && end[0] == '\xC2'; // its units are bytes
-    const size_t unit = is_utf8 ? 1 : end.size();
-    for (size_t i = 0; end.size() > 1 && i + end.size() <= len; i += unit) {
-        if (std::memcmp(text + i, end.data(), end.size()) != 0) continue;
-        ++lines;
-        last = i + end.size();
-    }
-    tail = std::max(tail, last);
-    return lines;
-}
-
-// Moves a place over valid text.
-void advance(convert_job &job, text_place &place, const unsigned char *text, size_t len,
-             conv_state from) {
-    size_t tail = 0;
-    uint64_t lines = count_lines(job.newline, text, len, tail);
-    if (!job.nel.empty()) lines += count_lines(job.nel, text, len, tail);
-    place.offset += len;
-    place.line += lines;
-    if (lines > 0) {
-        place.column = 1;
-        from.source_state = 0; // the end of a line is a character of the unshifted state
-    }
-    place.column += characters(job, text + tail, len - tail, from);
-}
-
-std::string place_text(const input &in, const text_place &place) {
-    return in.name + ":" + std::to_string(place.line) + ":" + std::to_string(place.column) +
-           ": byte offset " + std::to_string(place.offset);
-}
-
-// ---- what does not convert ----
-
-// Bytes of the source character at text, 0 if it is not one, -1 if the text ends inside it.
-int source_character(convert_job &job, const unsigned char *text, size_t len, uint32_t &point) {
-    if (job.is_utf8) return utf8_char(text, len, point);
-    if (job.is_utf16) {
-        if (len < 2) return -1;
-        point = uint32_t{text[0]} << 8 | text[1];
-        if ((point & 0xF800) != 0xD800) return 2;
-        if (point >= 0xDC00) return 0;
-        if (len < 4) return -1;
-        const uint32_t low = uint32_t{text[2]} << 8 | text[3];
-        if ((low & 0xFC00) != 0xDC00) return 0;
-        point = 0x10000 + ((point & 0x3FF) << 10) + (low & 0x3FF);
-        return 4;
-    }
-    if (!job.has_to_utf8) return 0;
-    constexpr size_t longest = 8; // with a single shift or in UTF-7
-    for (size_t count = 1; count <= std::min(len, longest); ++count) {
-        route_state st = inside(job.st.leg[0]);
-        const run_result got = run(job.to_utf8, st, text, count, false, job.scratch);
-        if (got.error == KO_EINVAL) continue;
-        const bool whole = got.error == KO_OK && job.scratch.used > 0;
-        return whole && utf8_char(job.scratch.room.data(), job.scratch.used, point) > 0 ? int(count)
-                                                                                        : 0;
-    }
-    return -1;
-}
-
-// Can invalid input be distinguished from characters that only the target lacks?
-bool knows_source(const convert_job &job) { return job.is_utf8 || job.is_utf16 || job.has_to_utf8; }
-
-// Tries to convert the first bytes of text by themselves; returns the error.
-int trial(convert_job &job, const unsigned char *text, size_t len) {
-    route_state st = inside(job.st.leg[0]);
-    return run(job.has_to_utf8 && job.to_utf8.legs > 0 ? job.to_utf8 : job.way, st, text, len,
-               false, job.scratch)
-        .error;
-}
-
-// The length of an invalid sequence: the bytes that make it invalid, without those that are
-// characters by themselves.
-size_t invalid_length(convert_job &job, const unsigned char *text, size_t len, size_t &seen) {
-    if (job.is_utf8) {
-        seen = utf8_bad_bytes(text, len);
-        return std::max<size_t>(seen - 1, 1);
-    }
-    if (job.newline.size() > 1) return std::min(len, job.newline.size()); // a unit
-    size_t count = 1;
-    while (count < std::min<size_t>(len, 4) && trial(job, text, count) == KO_EINVAL)
-        ++count;
-    seen = count;
-    for (size_t i = 1; i < count; ++i)
-        if (trial(job, text + i, 1) == KO_OK) return i;
-    return count;
-}
-
-struct bad_input : bad_character {
-    size_t seen = 0; // bytes that show it is bad: len, or more if the next ones are kept
-};
-
-bad_input diagnose(convert_job &job, const unsigned char *text, size_t len, int error) {
-    bad_input bad;
-    uint32_t point = 0;
-    const int count = source_character(job, text, len, point);
-    if (count > 0) {
-        bad.why = fault::missing;
-        bad.len = size_t(count);
-        bad.code = point;
-    } else if (count < 0 || (error == KO_EINVAL && !knows_source(job))) {
-        bad.why = fault::cut;
-        bad.len = len;
-    } else {
-        bad.why = fault::invalid;
-        bad.len = invalid_length(job, text, len, bad.seen);
-    }
-    bad.seen = std::max(bad.seen, bad.len);
-    std::copy_n(text, std::min<size_t>(bad.seen, 4), bad.bytes.begin());
-    return bad;
-}
-
-// The text of a character: "the bytes c3 a9 are U+00E9 (é)".
-std::string character_text(const unsigned char *text, size_t len, uint32_t point) {
-    const std::string_view bytes(reinterpret_cast<const char *>(text), std::min<size_t>(len, 4));
-    std::string all = (len == 1 ? "the byte " : "the bytes ") + hex(bytes, " ") +
-                      (len == 1 ? " is " : " are ") +
-                      (point == no_code_point ? "a character" : code_point_text(point));
-    if (point < 0xA0 || point == no_code_point) return all;
-    all += " (";
-    append_utf8(point, all);
-    return all + ")";
-}
-
-std::string trouble_text(const convert_job &job, const bad_input &bad) {
-    const std::string bytes =
-        hex({reinterpret_cast<const char *>(bad.bytes.data()), std::min<size_t>(bad.seen, 4)}, " ");
-    const std::string subject = (bad.seen == 1 ? "the byte " : "the bytes ") + bytes;
-    switch (bad.why) {
-    case fault::missing: {
-        return character_text(bad.bytes.data(), bad.seen, bad.code) + ", which " + job.way.to.name +
-               " lacks";
-    }
-    case fault::cut:
-        return "the text ends inside a character of " + job.way.from.name + " (" + bytes + ")";
-    default:
-        return subject + (bad.seen == 1 ? " does not begin" : " are not") + " a character of " +
-               job.way.from.name +
-               (knows_source(job) ? "" : ", or one that " + job.way.to.name + " lacks");
-    }
-}
-
-void note(finding &found, const std::string &where) {
-    ++found.count;
-    if (found.first.size() < shown_places) found.first.push_back(where);
-}
+static constexpr uint32_t nel_code = 0x85;
+static constexpr size_t least_piece = 1024, longest_character = 4;
 
 // ---- output ----
 
-void write_replacement(convert_job &job, output &out) {
-    for (conv_state &leg : job.st.leg)
-        leg.first_frag = 0; // the text of the target has begun
-    if (!job.replacement_is_utf8) {
-        write_lines(job.ends, out, closing_shift(job.way, target_state(job.way, job.st)));
-        target_state(job.way, job.st) = 0;
-        write_lines(job.ends, out, job.replacement);
-        return;
-    }
+bool fits_target(convert_job &job, const std::string &text) {
+    route_state st;
+    const run_result got = run(job.from_utf8, st, bytes_of(text), text.size(), false, job.scratch);
+    return got.error == KO_OK && got.taken == text.size() && !got.substituted;
+}
+
+void write_utf8(convert_job &job, output &out, const std::string &text) {
     route_state st;
     target_state(job.from_utf8, st) = target_state(job.way, job.st);
-    run(job.from_utf8, st, bytes_of(job.replacement), job.replacement.size(), false, job.scratch);
+    run(job.from_utf8, st, bytes_of(text), text.size(), false, job.scratch);
     target_state(job.way, job.st) = target_state(job.from_utf8, st);
+    for (conv_state &leg : job.st.leg)
+        leg.first_frag = 0; // the text of the target has begun
     write_lines(job.ends, out, job.scratch.text());
+}
+
+// Ends the shifted state of the target.
+static void unshift(convert_job &job, output &out) {
+    write_lines(job.ends, out, closing_shift(job.way, target_state(job.way, job.st)));
+    target_state(job.way, job.st) = 0;
+    for (conv_state &leg : job.st.leg)
+        leg.first_frag = 0;
+}
+
+void write_raw(convert_job &job, output &out, const std::string &bytes) {
+    unshift(job, out);
+    finish_lines(job.ends, out);
+    write(out, bytes);
+}
+
+void write_replacement(convert_job &job, output &out) {
+    if (job.replacement_is_utf8) return write_utf8(job, out, job.replacement);
+    unshift(job, out);
+    write_lines(job.ends, out, job.replacement);
 }
 
 // Writes the closing shift if the last character converted was not the end of the text, because
 // that was skipped or replaced.
-void close_text(convert_job &job, output &out) {
+static void close_text(convert_job &job, output &out) {
     finish_lines(job.ends, out);
     if (!job.closed) write(out, closing_shift(job.way, target_state(job.way, job.st)));
 }
 
 // ---- progress ----
 
-std::string amount(double bytes) {
+static std::string amount(double bytes) {
     char text[40];
     const bool large = bytes >= 1073741824.0;
     std::snprintf(text, sizeof text, "%.1f %s", bytes / (large ? 1073741824.0 : 1048576.0),
@@ -299,7 +73,7 @@ std::string amount(double bytes) {
 }
 
 // The line on standard error, at most five times a second and not in the first second.
-void report_progress(convert_job &job) {
+static void report_progress(convert_job &job) {
     if (!job.reports) return;
     const double now = seconds_now();
     if (now < job.next_report) return;
@@ -317,21 +91,75 @@ void report_progress(convert_job &job) {
     std::fflush(stderr);
 }
 
-void clear_progress(convert_job &job) {
+static void clear_progress(convert_job &job) {
     if (job.reported) std::fputs("\r\033[K", stderr);
     job.reported = false;
 }
 
 // ---- one text ----
 
-bool is_line_end(const convert_job &job, const unsigned char *text, size_t len) {
+static bool is_line_end(const convert_job &job, const unsigned char *text, size_t len) {
     const auto is = [&](const std::string &end) {
         return len == end.size() && std::memcmp(text, end.data(), len) == 0;
     };
     return is(job.newline) || (!job.nel.empty() && is(job.nel));
 }
 
-void handle_bad(convert_job &job, input &in, output &out, int error) {
+// What --state takes, so that a text can be resumed: the shift states of source and target, what
+// the start of the text said of its order, and r where a carriage return is held back. "" if there
+// is nothing of this.
+static std::string state_text(convert_job &job) {
+    const auto mark = reinterpret_cast<uintptr_t>(job.st.leg[0].ext_state); // a number in a pointer
+    const int source = source_state(job.st), target = target_state(job.way, job.st);
+    if (source == 0 && target == 0 && mark == 0 && !job.ends.holds_cr) return "";
+    return std::to_string(source) + "," + std::to_string(target) + "," + std::to_string(mark) +
+           (job.ends.holds_cr ? "r" : "");
+}
+
+static void take_state(convert_job &job, const std::string &text) {
+    if (text.empty()) return;
+    int source = 0, target = 0;
+    unsigned mark = 0;
+    char end[3] = {};
+    const int read = std::sscanf(text.c_str(), "%9d,%9d,%9u%2s", &source, &target, &mark, end);
+    const std::string rest = end;
+    if (read < 3 || source < 0 || target < 0 || !(rest.empty() || rest == "r"))
+        throw failure(bad_usage, "--state " + text + ": no state that an error said");
+    source_state(job.st) = source;
+    target_state(job.way, job.st) = target;
+    job.st.leg[0].ext_state = reinterpret_cast<void *>(uintptr_t{mark});
+    job.ends.holds_cr = rest == "r";
+}
+
+// The failure at a character, which the report describes.
+static failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
+                       const bad_input &bad, const std::string &message) {
+    static constexpr const char *names[] = {"substituted", "", "unmapped", "invalid", "cut_off"};
+    const void *const start = text;
+    stop_report stop{names[kind], message + " continues", "", bad.code, job.place, bad.len, ""};
+    stop.bytes = hex({static_cast<const char *>(start), bad.len}, "");
+    stop.state = state_text(job);
+    if (!stop.state.empty())
+        stop.message += "; --from-offset " + std::to_string(job.place.offset) + " --state " +
+                        stop.state + " resumes there";
+    job.stop = stop;
+    return failure(bad_text, stop.message);
+}
+
+// Takes what was not converted. A newline that the target lacks still ends its line.
+static void step_over(convert_job &job, input &in, const unsigned char *text, size_t len) {
+    job.place.offset += len;
+    job.place.column += 1;
+    job.characters += 1;
+    job.bytes += len;
+    if (is_line_end(job, text, len)) {
+        job.place.line += 1;
+        job.place.column = 1;
+    }
+    take(in, len);
+}
+
+static void handle_bad(convert_job &job, input &in, output &out, int error) {
     if (error != KO_EILSEQ && error != KO_EINVAL)
         throw failure(bad_file, place_text(in, job.place) + ": the conversion fails with error " +
                                     std::to_string(error));
@@ -342,30 +170,26 @@ void handle_bad(convert_job &job, input &in, output &out, int error) {
         target_state(job.way, job.st) = 0;
         write(out, job.ends.wanted);
         advance(job, job.place, text, bad.len, job.st.leg[0]);
+        job.bytes += bad.len;
         return take(in, bad.len);
     }
     const std::string where = place_text(in, job.place) + ": " + trouble_text(job, bad);
-    if (!job.goes_on) throw failure(bad_text, where + "; --skip or --replace continues");
-    note(job.findings[bad.why == fault::missing ? unmapped
-                      : bad.why == fault::cut   ? cut_off
-                                                : invalid],
-         where);
-    if (job.options->replace) write_replacement(job, out);
-    job.place.offset += bad.len;
-    job.place.column += 1;
-    // A newline that the target lacks still ends its line.
-    if (is_line_end(job, text, bad.len)) {
-        job.place.line += 1;
-        job.place.column = 1;
+    const finding_kind kind = bad.why == fault::missing ? unmapped
+                              : bad.why == fault::cut   ? cut_off
+                                                        : invalid;
+    if (!write_otherwise(job, out, text, bad.len, bad.code, where)) {
+        if (!job.goes_on) throw stopped(job, kind, text, bad, where + "; --skip or --replace");
+        note(job.found[kind], where);
+        if (job.options->replace) write_replacement(job, out);
     }
-    take(in, bad.len);
+    step_over(job, in, text, bad.len);
 }
 
 // ---- what was converted to another character ----
 
 // The code point of the first character of a text that has a route to utf8.
-uint32_t first_point(convert_job &job, route &to_utf8, const conv_state &from,
-                     const unsigned char *text, size_t len) {
+static uint32_t first_point(convert_job &job, route &to_utf8, const conv_state &from,
+                            const unsigned char *text, size_t len) {
     route_state st = inside(from);
     uint32_t point = no_code_point;
     const run_result got = run(to_utf8, st, text, len, false, job.scratch);
@@ -374,6 +198,7 @@ uint32_t first_point(convert_job &job, route &to_utf8, const conv_state &from,
                                                                                     : no_code_point;
 }
 
+namespace {
 // A flagged character: where it begins, what it became, and the code points of both.
 struct flagged_character {
     const unsigned char *text;
@@ -383,8 +208,9 @@ struct flagged_character {
     uint32_t point = no_code_point, made_point = no_code_point;
     bool same() const { return point == made_point && point != no_code_point; }
 };
+} // namespace
 
-void find_points(convert_job &job, flagged_character &c) {
+static void find_points(convert_job &job, flagged_character &c) {
     if (job.is_utf8 || job.is_utf16)
         source_character(job, c.text, c.len, c.point);
     else if (job.has_to_utf8)
@@ -394,7 +220,7 @@ void find_points(convert_job &job, flagged_character &c) {
         c.made_point = first_point(job, job.back, shifted, c.made.room.data(), c.made.used);
 }
 
-std::string substitution_text(const convert_job &job, const flagged_character &c) {
+static std::string substitution_text(const convert_job &job, const flagged_character &c) {
     std::string text = character_text(c.text, c.len, c.point);
     if (c.point != no_code_point && !c.same()) text += ", which " + job.way.to.name + " lacks";
     text += "; the conversion writes " + hex(c.made.text(), " ");
@@ -405,19 +231,28 @@ std::string substitution_text(const convert_job &job, const flagged_character &c
 // Writes what a flagged character becomes. job.st is the state before it; after gets the target's
 // state after it. The same character under other bytes loses nothing; another one stops the
 // conversion unless that was asked for.
-void write_flagged(convert_job &job, const input &in, output &out, flagged_character &c,
-                   route_state &after) {
+static void write_flagged(convert_job &job, const input &in, output &out, flagged_character &c,
+                          route_state &after) {
     const convert_options &options = *job.options;
     find_points(job, c);
     if (c.point == nel_code && job.ends.changes())
         return write_lines(job.ends, out, job.ends.wanted);
     const bool other = !c.same();
-    finding &found = job.findings[other ? substituted : one_way];
+    finding &found = job.found[other ? substituted : one_way];
     std::string where;
-    if (found.first.size() < shown_places)
+    if (found.first.size() < shown_places || !job.goes_on)
         where = place_text(in, job.place) + ": " + substitution_text(job, c);
-    if (other && !job.goes_on && !options.accept)
-        throw failure(bad_text, where + "; --accept-substitutes, --skip or --replace continues");
+    if (other && !options.accept && write_otherwise(job, out, c.text, c.len, c.point, where)) {
+        target_state(job.way, after) = target_state(job.way, job.st);
+        return;
+    }
+    if (other && !job.goes_on && !options.accept) {
+        bad_input bad;
+        bad.len = c.len;
+        bad.code = c.point;
+        throw stopped(job, substituted, c.text, bad,
+                      where + "; --accept-substitutes, --skip or --replace");
+    }
     note(found, where);
     if (!other || !(options.skip || options.replace))
         return write_lines(job.ends, out, c.made.text());
@@ -427,8 +262,8 @@ void write_flagged(convert_job &job, const input &in, output &out, flagged_chara
 
 // Converts a piece some of whose characters are flagged, each of those by itself. Returns the bytes
 // taken; job.st and job.place are those after them.
-size_t convert_flagged(convert_job &job, const input &in, output &out, const unsigned char *text,
-                       size_t len) {
+static size_t convert_flagged(convert_job &job, const input &in, output &out,
+                              const unsigned char *text, size_t len) {
     byte_buffer made;
     size_t at = 0;
     for (size_t piece = len; at < len;) {
@@ -466,15 +301,25 @@ size_t convert_flagged(convert_job &job, const input &in, output &out, const uns
 
 // Converts the bytes at hand. The last ones wait until more is read or the text is known to end,
 // because its last character is converted differently. False if more must be read first.
-bool convert_piece(convert_job &job, input &in, output &out) {
-    constexpr size_t longest_character = 4;
+static bool convert_piece(convert_job &job, input &in, output &out) {
     const size_t unread = in.fill - in.at, kept = in.at_end ? 0 : longest_character;
     if (unread <= kept) return false;
     const unsigned char *text = in.block.data() + in.at;
     const route_state before = job.st;
-    const size_t piece = std::min(unread - kept, job.piece);
-    const bool last = in.at_end && piece == unread;
-    run_result got = run(job.way, job.st, text, piece, last, job.converted);
+    size_t piece = before_escape(job, text, std::min(unread - kept, job.piece));
+    if (piece == 0) {
+        const escape_result found = take_escape(job, in, out);
+        if (found != escape_result::none) return found == escape_result::taken;
+        piece = 1;
+    }
+    run_result got = run(job.way, job.st, text, piece, in.at_end && piece == unread, job.converted);
+    // What may begin an escape was a part of a longer character.
+    while (job.may_begin.any() && got.taken == 0 && got.error == KO_EINVAL &&
+           piece < std::min(unread - kept, longest_character)) {
+        job.st = before;
+        ++piece;
+        got = run(job.way, job.st, text, piece, in.at_end && piece == unread, job.converted);
+    }
     job.piece = got.error == KO_OK ? std::min(2 * job.piece, size_t{1} << 20) : least_piece;
     if (got.substituted) {
         job.st = before;
@@ -498,7 +343,30 @@ bool convert_piece(convert_job &job, input &in, output &out) {
     return true;
 }
 
-void convert_file(convert_job &job, const std::string &path, output &out) {
+// Takes what the first bytes say of the order of the others.
+static void learn_order(convert_job &job, input &in) {
+    while (in.fill < 2 && more(in)) {
+    }
+    const bool little = in.fill >= 2 && in.block[0] == 0xFF && in.block[1] == 0xFE;
+    job.newline = little ? std::string("\n\0", 2) : std::string("\0\n", 2);
+    if (!job.nel.empty()) job.nel = little ? std::string("\x85\0", 2) : std::string("\0\x85", 2);
+}
+
+// Goes to where --from-offset says, in the state of --state.
+static void resume(convert_job &job, input &in) {
+    const convert_options &options = *job.options;
+    for (conv_state &leg : job.st.leg)
+        leg.first_frag = 0;
+    take_state(job, options.state);
+    while (in.offset < options.from_offset && (in.at < in.fill || more(in)))
+        take(in, size_t(std::min<uint64_t>(in.fill - in.at, options.from_offset - in.offset)));
+    if (in.offset < options.from_offset)
+        throw failure(bad_usage, "--from-offset " + std::to_string(options.from_offset) + ": " +
+                                     in.name + " has " + std::to_string(in.offset) + " bytes");
+    job.place.offset = in.offset;
+}
+
+static void convert_file(convert_job &job, const std::string &path, output &out) {
     input in;
     open(in, path);
     job.st = {};
@@ -506,14 +374,8 @@ void convert_file(convert_job &job, const std::string &path, output &out) {
         leg.first_frag = 1;
     job.place = {};
     job.closed = false;
-    if (job.by_mark) {
-        while (in.fill < 2 && more(in)) {
-        }
-        const bool little = in.fill >= 2 && in.block[0] == 0xFF && in.block[1] == 0xFE;
-        job.newline = little ? std::string("\n\0", 2) : std::string("\0\n", 2);
-        if (!job.nel.empty())
-            job.nel = little ? std::string("\x85\0", 2) : std::string("\0\x85", 2);
-    }
+    if (job.by_mark) learn_order(job, in);
+    if (job.options->from_offset > 0) resume(job, in);
     do {
         while (convert_piece(job, in, out))
             report_progress(job);
@@ -523,11 +385,11 @@ void convert_file(convert_job &job, const std::string &path, output &out) {
 
 // ---- preparation ----
 
-std::string pair_text(const convert_job &job) {
+static std::string pair_text(const convert_job &job) {
     return job.way.from.name + " to " + job.way.to.name;
 }
 
-void tell_way(const convert_job &job) {
+static void tell_way(const convert_job &job) {
     std::string text = pair_text(job);
     if (job.way.legs == 0) text += ": the same code set, bytes are copied";
     if (job.way.legs > 0 && job.way.through.empty()) text += ": " + job.way.files[0];
@@ -537,7 +399,7 @@ void tell_way(const convert_job &job) {
 }
 
 // Is every byte either a character or invalid, without shifts?
-bool has_single_bytes(convert_job &job) {
+static bool has_single_bytes(convert_job &job) {
     if (job.way.legs == 0) return true;
     for (unsigned i = 0; i < 256; ++i) {
         const auto byte = uint8_t(i);
@@ -548,7 +410,7 @@ bool has_single_bytes(convert_job &job) {
     return true;
 }
 
-void learn_source(const data_place &place, convert_job &job) {
+static void learn_source(const data_place &place, convert_job &job) {
     const code_set utf8 = utf8_code_set();
     job.is_utf8 = same_code_set(job.way.from, utf8);
     job.is_utf16 = same_code_set(job.way.from, unicode_code_set());
@@ -558,7 +420,7 @@ void learn_source(const data_place &place, convert_job &job) {
     job.has_to_utf8 = open_route(place, job.way.from, utf8, job.to_utf8);
 }
 
-void learn_lines(const data_place &place, convert_job &job) {
+static void learn_lines(const data_place &place, convert_job &job) {
     const line_controls source = find_controls(place, job.way.from);
     if (!source.lf.empty()) job.newline = source.lf;
     job.ends = plan_line_ends(job.options->newline, source, find_controls(place, job.way.to),
@@ -567,7 +429,7 @@ void learn_lines(const data_place &place, convert_job &job) {
 }
 
 // A byte-order mark; throws failure for what is no encoding of Unicode.
-std::string mark_of(const data_place &place, const code_set &set) {
+static std::string mark_of(const data_place &place, const code_set &set) {
     route from_utf8;
     byte_buffer made;
     route_state st;
@@ -577,13 +439,8 @@ std::string mark_of(const data_place &place, const code_set &set) {
     return std::string(made.text());
 }
 
-bool fits_target(convert_job &job, const std::string &text) {
-    route_state st;
-    const run_result got = run(job.from_utf8, st, bytes_of(text), text.size(), false, job.scratch);
-    return got.error == KO_OK && got.taken == text.size() && !got.substituted;
-}
-
-void learn_replacement(const data_place &place, const common_options &common, convert_job &job) {
+static void learn_replacement(const data_place &place, const common_options &common,
+                              convert_job &job) {
     job.has_back = open_route(place, job.way.to, utf8_code_set(), job.back);
     if (!job.options->replace) return;
     job.has_from_utf8 = open_route(place, utf8_code_set(), job.way.to, job.from_utf8);
@@ -599,7 +456,7 @@ void learn_replacement(const data_place &place, const common_options &common, co
 }
 
 // Adds up the sizes of all files, if every one has a size.
-void measure_files(convert_job &job, const std::vector<std::string> &files) {
+static void measure_files(convert_job &job, const std::vector<std::string> &files) {
     uint64_t total = 0;
     for (const std::string &path : files) {
         if (path != "-" && !is_regular_file(path)) return; // opening a pipe would disturb it
@@ -611,41 +468,134 @@ void measure_files(convert_job &job, const std::vector<std::string> &files) {
     job.total = total;
 }
 
-// ---- what was not converted as it is ----
+// ---- files ----
 
-void tell_report(const convert_job &job) {
-    for (const finding &found : job.findings) {
-        std::fprintf(stderr, "kova: %llu %s %s\n", static_cast<unsigned long long>(found.count),
-                     found.count == 1 ? "character" : "characters", found.name);
-        for (const std::string &where : found.first)
-            kovatool::tell("kova", "  " + where);
-        if (found.count > found.first.size())
-            std::fprintf(stderr, "kova:   and %llu more\n",
-                         static_cast<unsigned long long>(found.count - found.first.size()));
+namespace {
+// Notes what happens to an input, however that ends.
+struct input_counter {
+    convert_job &job;
+    const output &out;
+    input_report &report;
+    findings before;
+    uint64_t bytes, written;
+    input_counter(convert_job &of, const output &to, input_report &in)
+        : job(of), out(to), report(in), before(of.found), bytes(of.bytes), written(to.written) {
+        job.characters = 0;
+        job.stop.reset();
     }
-}
-
-void tell_findings(const convert_job &job) {
-    if (job.options->report) return tell_report(job);
-    for (const finding &found : job.findings) {
-        const bool one_way_only = &found == &job.findings[one_way];
-        if (found.count == 0 || (one_way_only && !job.options->verbose)) continue;
-        const std::string what = one_way_only ? found.name
-                                 : job.options->accept
-                                     ? std::string("substituted")
-                                     : std::string(job.options->replace ? "replaced" : "skipped") +
-                                           " (" + found.name + ")";
-        std::fprintf(stderr, "kova: %llu %s %s, the first at %s\n",
-                     static_cast<unsigned long long>(found.count),
-                     found.count == 1 ? "character" : "characters", what.c_str(),
-                     kovatool::printable(found.first[0]).c_str());
+    input_counter(const input_counter &) = delete;
+    ~input_counter() {
+        report.bytes_in = job.bytes - bytes;
+        report.bytes_out = out.written - written;
+        report.characters = job.characters;
+        report.stop = job.stop;
+        for (size_t kind = 0; kind < before.size(); ++kind)
+            report.counts[kind] = job.found[kind].count - before[kind].count;
     }
-}
-
+};
 } // namespace
 
+// Converts files into one output, and adds a report for each.
+static void convert_files(convert_job &job, const std::vector<std::string> &files,
+                          const std::string &target, const std::string &mark,
+                          std::vector<input_report> &reports) {
+    output out;
+    try {
+        open(out, target); // does not touch the target yet: it may be one of the files read
+        write(out, mark);
+        for (const std::string &path : files) {
+            reports.push_back({path, out.name});
+            const input_counter counter(job, out, reports.back());
+            convert_file(job, path, out);
+        }
+        finish(out);
+    } catch (const failure &e) {
+        clear_progress(job);
+        if (!reports.empty()) reports.back().failure = e.what();
+        throw;
+    } catch (...) {
+        clear_progress(job);
+        throw;
+    }
+    clear_progress(job);
+}
+
+// Where the results go that --output-dir asks for. Throws failure if one would replace an input or
+// another result.
+static std::vector<std::string> targets_in(const std::string &dir,
+                                           const std::vector<std::string> &files) {
+    if (!is_directory(dir)) throw failure(bad_file, "--output-dir: there is no directory " + dir);
+    std::vector<std::string> targets;
+    std::set<std::string> names;
+    for (const std::string &path : files) {
+        const std::filesystem::path name = kovatool::to_path(path).filename();
+        if (path == "-" || name.empty())
+            throw failure(bad_usage, "--output-dir: " + path + " has no name for its result");
+        if (!names.insert(kovatool::from_path(name)).second)
+            throw failure(bad_usage,
+                          "--output-dir: two files are called " + kovatool::from_path(name));
+        targets.push_back(kovatool::from_path(kovatool::to_path(dir) / name));
+    }
+    for (const std::string &target : targets)
+        for (const std::string &path : files) {
+            std::error_code error;
+            if (std::filesystem::equivalent(kovatool::to_path(target), kovatool::to_path(path),
+                                            error))
+                throw failure(bad_usage, "--output-dir: the result of " + target +
+                                             " would replace the input " + path);
+        }
+    return targets;
+}
+
+// Converts each file into one of its own, also after one that fails. Returns the first status that
+// is not 0.
+static int convert_each(convert_job &job, const std::vector<std::string> &files,
+                        const std::string &mark, std::vector<input_report> &reports) {
+    const std::vector<std::string> targets = targets_in(job.options->out_dir, files);
+    int status = done;
+    for (size_t i = 0; i < files.size(); ++i) {
+        try {
+            convert_files(job, {files[i]}, targets[i], mark, reports);
+        } catch (const failure &e) {
+            kovatool::tell("kova", e.what());
+            if (status == done) status = e.status;
+        }
+    }
+    return status;
+}
+
+static int convert_all(convert_job &job, const std::vector<std::string> &files,
+                       const std::string &mark) {
+    std::vector<input_report> reports;
+    int status = done;
+    try {
+        if (!job.options->out_dir.empty())
+            status = convert_each(job, files, mark, reports);
+        else
+            convert_files(job, files, job.options->out, mark, reports);
+    } catch (const failure &e) {
+        if (job.options->json && !reports.empty()) write_report(job, reports, e.status);
+        throw;
+    }
+    tell_findings(job);
+    if (job.options->json) write_report(job, reports, status);
+    return status;
+}
+
+static void check_options(const convert_options &options) {
+    const bool to_file = !options.out.empty() && options.out != "-";
+    if (options.json && !to_file && options.out_dir.empty())
+        throw failure(bad_usage, "--json: standard output has the text; give -o FILE or "
+                                 "--output-dir DIR");
+    if (options.from_offset > 0 && options.files.size() > 1)
+        throw failure(bad_usage, "--from-offset: one file only");
+    if (!options.out_dir.empty() && options.files.empty())
+        throw failure(bad_usage, "--output-dir: no file is given");
+}
+
 int run_convert(const common_options &common, const convert_options &options) {
-    const bool by_rule = is_unicode(options.from) && is_unicode(options.to);
+    check_options(options);
+    const bool by_rule = is_unicode(options.from) && is_unicode(options.to) && !options.translit;
     const data_place place = by_rule ? data_place{} : find_data(common, data_kind::conversions);
     if (options.list) return list_code_sets(place);
     convert_job job;
@@ -657,6 +607,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     learn_source(place, job);
     learn_lines(place, job);
     learn_replacement(place, common, job);
+    learn_escapes(place, job);
     const std::string mark = options.writes_mark ? mark_of(place, job.way.to) : "";
     if (options.verbose) tell_way(job);
     const std::vector<std::string> files = inputs_of(options.files);
@@ -664,20 +615,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     if (job.reports) measure_files(job, files);
     job.started = seconds_now();
     job.next_report = job.started + 1.0;
-    output out;
-    try {
-        open(out, options.out); // does not touch the target yet: it may be one of the files read
-        write(out, mark);
-        for (const std::string &path : files)
-            convert_file(job, path, out);
-        finish(out);
-    } catch (...) {
-        clear_progress(job);
-        throw;
-    }
-    clear_progress(job);
-    tell_findings(job);
-    return done;
+    return convert_all(job, files, mark);
 }
 
 } // namespace kovacli

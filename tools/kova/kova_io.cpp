@@ -82,6 +82,7 @@ void write(output &out, const void *bytes, size_t count) {
     errno = 0;
     if (count > 0 && std::fwrite(bytes, 1, count, out.stream) != count)
         throw write_failure(out, errno);
+    out.written += count;
 }
 
 void finish(output &out) {

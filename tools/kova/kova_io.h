@@ -46,6 +46,7 @@ void take(input &in, size_t bytes);
 struct output {
     std::string name = "standard output";
     std::FILE *stream = stdout;
+    uint64_t written = 0; // bytes
     kovatool::replacement file;
     bool replaces = false;
 

@@ -27,6 +27,7 @@ static constexpr object_kind object_kinds[] = {
     {".lco", "FILE_TYPE=locale_object\n"            },
     {".cvo", "FILE_TYPE=codeset_conversion_object\n"},
     {".cmo", "FILE_TYPE=charmap_object\n"           },
+    {".trl", "FILE_TYPE=transliteration_object\n"   },
 };
 
 static void read_whole(const std::string &path, std::string &bytes) {

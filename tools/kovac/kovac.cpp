@@ -20,6 +20,7 @@
 #include "kovac/kovac_pack.h"
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_symbols.h"
+#include "kovac/kovac_translit.h"
 #include "kovac/kovac_write.h"
 
 using namespace kovac;
@@ -464,6 +465,14 @@ static int write_registry(const registry_options &opt) {
     return exit_done;
 }
 
+// ---- kovac translit ----------------------------------------------------------------------------
+
+static int write_translit(const std::string &root) {
+    std::string why;
+    const int status = compile_translit(root, search_dirs("locales"), &why);
+    return status == exit_done ? exit_done : complain(status, why);
+}
+
 // ---- kovac charmap -----------------------------------------------------------------------------
 
 static int compile_charmap(const symbols_options &opt) {
@@ -503,7 +512,8 @@ static int pack_all(const pack_options &opt) {
     const auto run = [&opt](const pack_task &task) {
         switch (task.kind) {
         case task_kind::registry:
-            return write_registry({.root = opt.root, .additions = {}});
+            return std::max(write_registry({.root = opt.root, .additions = {}}),
+                            write_translit(opt.root));
         case task_kind::locale:
             return pack_locale(opt, task.words);
         case task_kind::conversion:
@@ -579,6 +589,16 @@ static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
     cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one");
     cmd->footer("Existing entries of the file are kept.\n"
                 "Example: kovac registry -o data --add my-set=57600");
+    return cmd;
+}
+
+static CLI::App *add_translit_command(CLI::App &app, std::string &root) {
+    CLI::App *cmd = app.add_subcommand(
+        "translit", "Compile what conversions write for characters that a code set lacks");
+    cmd->add_option("-o,--root", root, "Data root below which kova/cv9/translit.trl is written")
+        ->required();
+    cmd->footer("The tables are those that the system's locale sources share.\n"
+                "Example: kovac translit -o data");
     return cmd;
 }
 
@@ -682,6 +702,8 @@ static int run_main(int argc, char **argv) {
     const CLI::App *locale_cmd = add_locale_command(app, locale);
     const CLI::App *pack_cmd = add_pack_command(app, packed);
     const CLI::App *registry_cmd = add_registry_command(app, registry);
+    std::string translit_root;
+    const CLI::App *translit_cmd = add_translit_command(app, translit_root);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
@@ -690,6 +712,7 @@ static int run_main(int argc, char **argv) {
     if (charmap_cmd->parsed()) return compile_charmaps(symbols);
     if (convert_cmd->parsed()) return convert_pair(convert);
     if (registry_cmd->parsed()) return write_registry(registry);
+    if (translit_cmd->parsed()) return write_translit(translit_root);
     if (pack_cmd->parsed()) return pack_all(packed);
     if (!locale_cmd->parsed()) return exit_usage;
     if (!locale.list.empty()) return compile_list(locale);

@@ -63,10 +63,15 @@ static void read_table(loader &ld, std::string_view name, int depth) {
 
 // Loads the source's own table first, then the neutral ones to which most sources refer.
 static void load_tables(translit &tables, const charmap &map) {
+    static constexpr const char *neutral[] = {"translit_neutral", "translit_combining"};
+    load_spellings(tables, map, neutral);
+}
+
+void load_spellings(translit &tables, const charmap &map, std::span<const char *const> names) {
     tables.loaded = true;
     loader ld{.tables = &tables, .map = &map};
     if (tables.set.main) read_table(ld, tables.set.main->path, 0);
-    for (const char *name : {"translit_neutral", "translit_combining"})
+    for (const char *const name : names)
         read_table(ld, name, 0);
 }
 
