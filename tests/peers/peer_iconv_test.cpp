@@ -430,7 +430,8 @@ TEST(PeerNames, OpenTheSetThatTheyNameElsewhere) {
     for (int peer = 0; peer < 2; ++peer) {
         std::multimap<std::string, int> sets;
         for (const set_row &row : set_rows())
-            if (row.names[peer] != "-" && row.names[peer].find('/') == std::string::npos)
+            if (row.number < 57499 && // the others convert by rule
+                row.names[peer] != "-" && row.names[peer].find('/') == std::string::npos)
                 sets.insert({mark_of(peer, row.names[peer]), int(row.number)});
         if (peer == 1)
             for (const char *name : {"UTF-8", "UTF-16BE", "UTF-16LE", "UTF-32BE", "UTF-32LE"})

@@ -277,8 +277,8 @@ TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
     const std::tuple<const char *, std::string, const char *> rows[] = {
         {"930 -t sjis",                  "\x0e\x4f\x58\x0f\xc1\x25\x0e\x4f\x58\xfe\xfe\x48\xf2\x0f",
          "9 --state 1,0,0"                                                                                             },
-        {"utf8 -t 930",                  "漢€\n漢€漢\xff漢",                                 "3 --state 0,1,0" },
-        {"utf8 -t ascii --newline crlf", "a\r\xff\nb",                                               "2 --state 0,0,0r"},
+        {"utf8 -t 930",                  "漢€\n漢€漢\xff漢",                                 "3 --state 0,1,1" },
+        {"utf8 -t ascii --newline crlf", "a\r\xff\nb",                                               "2 --state 0,0,1r"},
         {"utf16 -t sjis",                "\xff\xfe\x22\x6f\0\xdc\x22\x6f"s,                          "4"               },
         {"sjis -t utf8",                 "\x8a\xbf\xff\x8a\xbf",                                     "2"               },
     };
@@ -334,7 +334,7 @@ TEST_F(KovaConvert, ReportsEachInputAsJson) {
         {"character",     "U+20AC"  },
         {"resume_offset", 3         },
         {"next_offset",   6         },
-        {"state",         ""        },
+        {"state",         "0,0,1"   },
     };
     nlohmann::json error = failed["files"][0]["error"];
     error.erase("message");
@@ -370,6 +370,104 @@ TEST_F(KovaConvert, ReportsSubstitutionsApartFromBadInput) {
                   at("80003:2", last + 4, "the bytes 81 0a are not a character of sjis") +
                   "kova: 1 character cut off by the end of a text\n" +
                   at("80004:1", last + 6, "the text ends inside a character of sjis (81)"));
+}
+
+// Sentences in fifteen languages, and code sets in which their texts are.
+static const struct {
+    const char *sets;
+    std::vector<const char *> texts;
+} corpus[] = {
+    {"utf8 37 8859-1 utf16le",
+     {"The ship leaves the harbour at six in the morning, and we are late.",
+      "Payments are due on the first day of each month.\nAsk for a receipt.\n",
+      "Two of the boxes were empty; the third held 40 letters."}                                                                                                                                                                                                                                                          },
+    {"utf8 37 8859-1 utf16le",
+     {"Die Straße führt über den Fluß, und die Häuser stehen näher am Wasser.",
+      "Für größere Mengen gelten andere Preise.\nÜberweisen Sie den Betrag später.",
+      "Das Mädchen hört süße Lieder und öffnet die Tür."}                                                                                                                                                                                                                                                           },
+    {"utf8 37 8859-1 unicode",
+     {"L'été dernier, nous avons mangé des pâtes près de la forêt où tu habites.",
+      "Le garçon a reçu ses élèves à l'école; ça a été très agréable.",
+      "Voilà où mènent les idées trop légères."}                                                                                                                                                                                                                                                                    },
+    {"utf8 8859-1 37",
+     {"El niño comió una manzana y después jugó en el jardín con su compañero.",
+      "¿Dónde está la estación? Mañana saldrá el último autobús.",
+      "La señora compró pan, jamón y café en el pequeño almacén."}                                                                                                                                                                                                                                                  },
+    {"utf8 8859-2 utf16le",
+     {"Książka leży na stole, a chłopiec śpi w ciepłym łóżku.",
+      "Proszę zapłacić fakturę w ciągu czternastu dni; dziękujemy.",
+      "Pójdźmy jutro nad morze, jeżeli będzie ładna pogoda."}                                                                                                                                                                                                                                                        },
+    {"utf8 8859-2",
+     {"Příliš mnoho lidí čeká na nádraží, protože vlak má zpoždění.",
+      "Děti běžely přes louku a křičely, že už svítí slunce.",
+      "Účet je třeba zaplatit do konce měsíce; potom hrozí pokuta."}                                                                                                                                                                                                                                                },
+    {"utf8 8859-2",
+     {"Az öreg tölgyfa alatt ültünk, és hűvös bort ittunk a kertből.",
+      "Kérjük, őrizze meg a jegyét, mert az ellenőr később kérheti.",
+      "A fiú gyűjtött két füzetet, és írt bele egy hosszú történetet."}                                                                                                                                                                                                                                         },
+    {"utf8 8859-9 utf16le",
+     {"Yaşlı adam her sabah göl kıyısında yürüyüş yapıyor ve kuşlara ekmek veriyor.",
+      "Faturanızı ayın son gününe kadar ödemeniz gerekiyor, teşekkür ederiz.",
+      "Küçük kız bahçede oynarken yağmur başladı, ağaçların altına koştu."}                                                                                                                                                                                                                                  },
+    {"utf8 koi8-r 8859-5 utf16le",
+     {"Поезд уходит рано утром, и мы должны прийти на станцию вовремя.",
+      "Оплатите счёт до конца месяца. Спасибо за понимание.\nАдрес прежний.",
+      "Маленькая девочка нашла в лесу большой белый гриб."}                                                                                                                                                                                                                     },
+    {"utf8 8859-7",
+     {"Το πλοίο φεύγει νωρίς το πρωί και πρέπει να είμαστε στο λιμάνι.",
+      "Η μικρή πόλη βρίσκεται κοντά στη θάλασσα και έχει όμορφα σπίτια.",
+      "Παρακαλώ πληρώστε τον λογαριασμό μέχρι το τέλος του μήνα."}                                                                                                                                                                                                        },
+    {"utf8 sjis euc-jp 930 utf16le",
+     {"明日は朝早く駅に行って、友だちと海へ出かけます。天気がよければ泳ぐつもりです。",
+      "請求書の金額は月末までにお支払いください。ご不明な点はお問い合わせください。",
+      "小さな犬が庭で遊んでいる。テレビの音が聞こえるが、だれも見ていない。"}                                                                                                                                                                                                           },
+    {"utf8 gbk 935 gb2312",
+     {"明天早上我们一起去车站，然后坐船到海边的小城市。",
+      "请在月底以前付清这张账单，谢谢您的合作。",
+      "院子里有一只小狗在跑，孩子们都很高兴地看着它。"}                                                                                                                                                                                                                                            },
+    {"utf8 big5 937",
+     {"明天早上我們一起去車站，然後坐船到海邊的小城市。",
+      "請在月底以前付清這張帳單，謝謝您的合作。",
+      "院子裡有一隻小狗在跑，孩子們都很高興地看著牠。"}                                                                                                                                                                                                                                            },
+    {"utf8 euc-kr 933",
+     {"내일 아침에 우리는 함께 역에 가서 바다로 떠날 것입니다.",
+      "이번 달 말까지 요금을 내 주시기 바랍니다. 감사합니다.",
+      "작은 강아지가 마당에서 뛰어놀고 아이들은 즐겁게 웃는다."}                                                                                                                                                                                                                                  },
+    {"utf8 tis-620",
+     {"พรุ่งนี้เราจะไปทะเลด้วยกันตอนเช้า", "กรุณาชำระเงินภายในสิ้นเดือนนี้", "เด็กเล็กคนหนึ่งวิ่งอยู่ในสวนหลังบ้าน"}},
+};
+
+// The first answer is the set, or one that converts these bytes to the same text.
+TEST_F(KovaConvert, DetectsTheCodeSetOfShortTexts) {
+    std::vector<std::pair<std::string, std::string>> files; // name, set
+    std::string names;
+    for (const auto &[sets, texts] : corpus) {
+        std::istringstream words(sets);
+        for (std::string set; words >> set;)
+            for (const char *text : texts) {
+                const std::string name = "f" + std::to_string(files.size());
+                spit(dir / name, kova("convert -f utf8 -t " + set, text).out);
+                files.push_back({name, set});
+                names += " " + name;
+            }
+    }
+    const outcome got = kova("convert --detect --json" + names);
+    find_data({root}, data_kind::conversions); // for the numbers of names
+    const auto json = nlohmann::json::parse(got.out)["files"];
+    ASSERT_EQ(json.size(), files.size()) << got.err;
+    size_t right = 0;
+    for (size_t i = 0; i < files.size(); ++i) {
+        const int wanted = ko_codeset_number(nullptr, files[i].second.c_str());
+        ASSERT_GE(wanted, 0);
+        const auto &best = json[i]["sets"][0];
+        bool found = best["number"] == wanted;
+        for (const auto &name : best["same"])
+            found |= ko_codeset_number(nullptr, name.get<std::string>().c_str()) == wanted;
+        right += found;
+        if (!found) printf("%s: %s\n", files[i].second.c_str(), best.dump().c_str());
+    }
+    printf("%zu of %zu\n", right, files.size());
+    EXPECT_GE(right * 100, files.size() * 95);
 }
 
 TEST_F(KovaConvert, ReplacesItsInputInOneStep) {

@@ -417,12 +417,19 @@ void add_convert(CLI::App &app, arguments &args) {
     convert_options &o = args.convert;
     CLI::Option *list =
         command.add_flag("--list", o.list, "List the code sets and the pairs that are compiled");
+    CLI::Option *detect =
+        command
+            .add_flag("--detect", o.detect,
+                      "Show which code sets fit the bytes of each FILE, scored, with the reasons")
+            ->excludes(list);
     command.add_option("-f,--from", o.from, "Code set of the input, by name or number")
         ->type_name("CODESET")
-        ->excludes(list);
+        ->excludes(list)
+        ->excludes(detect);
     command.add_option("-t,--to", o.to, "Code set of the output, by name or number")
         ->type_name("CODESET")
-        ->excludes(list);
+        ->excludes(list)
+        ->excludes(detect);
     command.add_option("file", o.files, "Files, each a text of its own; - or none: standard input")
         ->type_name("FILE")
         ->excludes(list);
@@ -461,6 +468,7 @@ void add_convert(CLI::App &app, arguments &args) {
     command.add_flag("--no-progress", args.no_progress,
                      "No progress line on the terminal for long input");
     const auto run = [&args, &o, &command] {
+        if (o.detect) return run_detect(args.common, o);
         if (!o.list && (o.from.empty() || o.to.empty()))
             throw failure(bad_usage, "convert: -f CODESET and -t CODESET say what to convert; "
                                      "kova convert --list shows the code sets");
@@ -471,7 +479,8 @@ void add_convert(CLI::App &app, arguments &args) {
                "  kova convert -f SHIFT_JIS -t utf8 letter.txt > letter.utf8\n"
                "  kova convert -f 930 -t utf8 --report -o payroll.txt payroll.ebcdic\n"
                "  kova convert -f utf8 -t IBM037 --replace='?' < notes.txt\n"
-               "  kova convert --list\n",
+               "  kova convert --list\n"
+               "  kova convert --detect unknown.txt\n",
                {"The TEXT of --replace is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
                 "The TEXT of --replace is bytes of the output's code set"});
 }

@@ -164,12 +164,13 @@ struct convert_options {
     bool verbose = false, progress = true;
     std::string escape, unescape; // "xml", "uni", "hex"; "": none
     bool translit = false, keep_escapes = false;
-    bool json = false;
+    bool json = false, detect = false;
     std::string out_dir; // of results with the names of the inputs
     uint64_t from_offset = 0;
     std::string state; // at from_offset: of the letters "str"
 };
 int run_convert(const common_options &common, const convert_options &options);
+int run_detect(const common_options &common, const convert_options &options);
 
 struct records_options {
     std::string layout, records; // the layout's file; the form of the file, such as "fb:80"
