@@ -59,6 +59,9 @@ TEST_F(KovaFormat, ReadsDates) {
            "the text has no year: taken from today, 2024-06-15\n");
     writes("en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15", "2124-06-15 00:00:00\n", "",
            "the year 24 is taken as 2124, by the rule F\n");
+    writes("en_US.8859-1 '%y %j' '26 365' --century F --today 2026-11-22", "2026-12-31 00:00:00\n",
+           "", "taken as 2026, by the rule F\n");
+    writes("de_DE.8859-1 %x 21.11.26", "0026-11-21 00:00:00\n", "", "the year is 26: ");
     // An era year alone, with the locale's one era or with a name.
     writes("th_TH %x 09/09/2542", "1999-09-09 00:00:00\n");
     writes("ja_JP %EY 平成30年 --today 2024-06-15", "2018-06-15 00:00:00\n", "", "no month and no");

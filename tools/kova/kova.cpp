@@ -599,12 +599,13 @@ void add_date(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("date", "Write a date and time as a locale does");
     date_options &o = args.date;
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
-    command
-        .add_option("format", o.format,
-                    "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, %EY, "
-                    "%Od (docs/time.md), and %OB %G %V %Z %z %s. Default: %c, date and time in the "
-                    "usual form")
-        ->type_name("FORMAT");
+    CLI::Option *format =
+        command
+            .add_option("format", o.format,
+                        "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, "
+                        "%EY, %Od (docs/time.md), and %OB %G %V %Z %z %s. Default: %c, date and "
+                        "time in the usual form")
+            ->type_name("FORMAT");
     CLI::Option *at =
         command
             .add_option("--at", o.at,
@@ -634,10 +635,13 @@ void add_date(CLI::App &app, arguments &args) {
                 "-I{" + std::string(default_iso) + "},--iso-8601{" + default_iso + "}", o.iso,
                 "Write ISO 8601 to the date, hours, minutes, seconds or ns in place of FORMAT")
             ->check(CLI::IsMember({"date", "hours", "minutes", "seconds", "ns"}));
-    command.add_option("--rfc-3339", o.rfc, "Write RFC 3339 to the date, seconds or ns likewise")
-        ->type_name("TO")
-        ->check(CLI::IsMember({"date", "seconds", "ns"}))
-        ->excludes(iso);
+    CLI::Option *rfc =
+        command
+            .add_option("--rfc-3339", o.rfc, "Write RFC 3339 to the date, seconds or ns likewise")
+            ->type_name("TO")
+            ->check(CLI::IsMember({"date", "seconds", "ns"}))
+            ->excludes(iso);
+    format->excludes(iso)->excludes(rfc);
     add_common(
         command, args, [&args] { return run_date(args.common, args.date); },
         "  kova date de_DE.8859-1\n"

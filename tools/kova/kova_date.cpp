@@ -105,6 +105,7 @@ static void write_range(const date_job &job, const date_options &options, output
     moment at = from;
     for (int64_t i = 1; at.seconds <= to.seconds; ++i) {
         write_moment(job, options, at, out);
+        if (at.seconds == to.seconds) break; // the next one may be beyond all years
         at = moved(from, step, i);
     }
 }

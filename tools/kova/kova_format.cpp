@@ -67,12 +67,24 @@ format_grammar time_grammar() { return {"-+ #'", "EOi", "F"}; }
 
 size_t longest_working(const format_text &format,
                        const std::function<bool(const ko_wchar_t *front)> &works) {
-    std::vector<ko_wchar_t> front = format.wide;
-    while (front.size() > 1 && !works(front.data())) {
-        front.pop_back();
-        front.back() = 0;
-    }
-    return front.size() - 1;
+    const auto last_of = [&](size_t good, size_t most, const auto &length) {
+        while (good < most) { // what is longer fails, too
+            const size_t tried = (good + most + 1) / 2;
+            std::vector<ko_wchar_t> front = format.wide;
+            front.resize(length(tried) + 1);
+            front.back() = 0;
+            if (works(front.data()))
+                good = tried;
+            else
+                most = tried - 1;
+        }
+        return good;
+    };
+    const std::vector<format_directive> &all = format.directives;
+    const auto end_of = [&](size_t count) { return count ? all[count - 1].end : 0; };
+    const size_t directives = last_of(0, all.size(), end_of);
+    const size_t next = directives < all.size() ? all[directives].start : format.wide.size() - 1;
+    return last_of(end_of(directives), next, [](size_t length) { return length; });
 }
 
 void fail_in_format(const codec &code, const format_text &format, size_t place, int status,

@@ -26,10 +26,13 @@ std::string number_text(char letter, const moment &when) {
     const iso_week week = iso_week_of(day_of(when.tm));
     if (letter == 'G') std::snprintf(text, sizeof text, "%04d", week.year);
     if (letter == 'V') std::snprintf(text, sizeof text, "%02d", week.week);
-    return letter == 's'   ? std::to_string(when.seconds)
-           : letter == 'z' ? zone_offset(when)
-           : letter == 'Z' ? when.zone
-                           : text;
+    if (letter == 'Z') {
+        std::string name;
+        for (const char c : when.zone)
+            name += c == '%' ? "%%" : std::string(1, c); // it becomes part of a format
+        return name;
+    }
+    return letter == 's' ? std::to_string(when.seconds) : letter == 'z' ? zone_offset(when) : text;
 }
 
 bool is_own(const format_directive &d) {

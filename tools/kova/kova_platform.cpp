@@ -9,7 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 #include "common/tool_file.h"
@@ -225,8 +227,14 @@ int system_offset(int64_t seconds, std::string *abbreviation) {
 bool choose_system_zone(const std::string &name) {
     const std::string own = env_text("TZDIR");
     const std::string directory = own.empty() ? "/usr/share/zoneinfo" : own;
-    // The C library takes an unknown name for UTC without a word.
-    if (name[0] == '/' || name.find("..") != name.npos || !is_regular_file(directory + "/" + name))
+    // The C library takes for UTC, without a word, a name that it does not know and a file that is
+    // none of zones; the files below "right" count other seconds than those since 1970.
+    if (name[0] == '/' || name.find("..") != name.npos || name.rfind("right/", 0) == 0)
+        return false;
+    const std::string file = directory + "/" + name;
+    char mark[4] = {};
+    if (!is_regular_file(file) || !std::ifstream(file, std::ios::binary).read(mark, sizeof mark) ||
+        std::string_view(mark, sizeof mark) != "TZif")
         return false;
     if (setenv("TZ", (":" + name).c_str(), 1) != 0) return false;
     tzset();

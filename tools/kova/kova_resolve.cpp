@@ -131,8 +131,14 @@ void choose_era_year(resolver &r, ko_alt_tm_t &local) {
 
 void choose_short_year(resolver &r, ko_alt_tm_t &local) {
     const bool named = has(r, seen_mon | seen_monidx);
-    const int month = named ? std::max(local.alt_tm_mon, local.alt_tm_monidx) + 1 : 1;
-    const int day = has(r, seen_month_day) ? r.info.month_day : 1;
+    int month = named ? std::max(local.alt_tm_mon, local.alt_tm_monidx) + 1 : 1;
+    int day = has(r, seen_year_day) && !named ? 1 : local.alt_tm_mday;
+    if (has(r, seen_year_day) && r.setting.names.gregorian) {
+        const std::chrono::year year{2000 + r.info.year_off}; // leap years are those of its century
+        const std::chrono::year_month_day date = sys_days{year / 1 / 1} + days(r.info.year_day);
+        month = int(unsigned(date.month()));
+        day = int(unsigned(date.day()));
+    }
     const int century = ko_getcentury(r.setting.code.loc, month, day, r.info.year_off,
                                       static_cast<unsigned char>(r.setting.century));
     if (century < 0) {
@@ -150,6 +156,9 @@ void choose_short_year(resolver &r, ko_alt_tm_t &local) {
 void choose_year(resolver &r, ko_alt_tm_t &local) {
     if (has(r, seen_full_year)) {
         local.alt_tm_year = r.info.full_year;
+        if (r.setting.names.gregorian && local.alt_tm_year < 100 - 1900)
+            r.result.told.push_back("the year is " + std::to_string(local.alt_tm_year + 1900) +
+                                    ": the format has whole years, not those of a century");
     } else if (has(r, seen_century) && has(r, seen_year_off)) {
         local.alt_tm_year = r.info.century * 100 + r.info.year_off - 1900;
     } else if (has(r, seen_era_off) || !r.fields.era_text.empty()) {

@@ -14,6 +14,7 @@ namespace kovacli {
 using namespace std::chrono;
 
 constexpr int64_t day_seconds = 86400;
+constexpr int64_t first_second = -62167219200, last_second = 253402300799; // of the years 0 to 9999
 constexpr int64_t most_count = 4000000000000; // of a unit, more than the years 0 to 9999 hold
 
 // ---- zones ----
@@ -39,6 +40,8 @@ static int offset_at(int64_t seconds, std::string *name = nullptr) {
 
 // The clocks of the zone at a moment.
 static moment at_seconds(int64_t seconds, int usec) {
+    if (seconds < first_second - day_seconds || seconds > last_second + day_seconds)
+        throw failure(bad_usage, "the time is outside the years 0000 to 9999");
     moment when;
     when.seconds = seconds;
     when.offset = offset_at(seconds, &when.zone);
@@ -61,8 +64,9 @@ static int64_t clock_seconds(const ko_tm_t &tm) {
            tm.tm_min * 60 + std::min(tm.tm_sec, 59);
 }
 
-// The moment at which the clocks of the zone show a time.
-static moment on_clocks(const ko_tm_t &tm) {
+// The moment at which the clocks of the zone show a time. Where clocks skip it, a time that was
+// counted goes on as far behind the change, and one that was written is refused.
+static moment on_clocks(const ko_tm_t &tm, bool counted = false) {
     const int64_t shown = clock_seconds(tm);
     moment when;
     when.tm = tm;
@@ -75,8 +79,14 @@ static moment on_clocks(const ko_tm_t &tm) {
     if (!found) when.offset = offset_at(shown - day_seconds);
     when.seconds = shown - when.offset;
     offset_at(when.seconds, &when.zone);
-    if (!zone.asked || found == 1) return when;
-    const std::string text = moment_text(when) + " in " + zone.name;
+    if (found == 1) return when;
+    const std::string text =
+        moment_text(when) + " in " + (zone.asked ? zone.name : "the system's time zone");
+    if (!found && counted) {
+        when = at_seconds(when.seconds, int(tm.tm_usec));
+        kovatool::tell("kova", "there is no " + text + ": " + moment_text(when) + " is taken");
+        return when;
+    }
     if (!found) throw failure(bad_usage, "there is no " + text + ": clocks skip it");
     kovatool::tell("kova", text + " happens twice; the first, at " + offset_text(when.offset) +
                                ", is taken");
@@ -94,12 +104,14 @@ struct when_text {
 // What a text has said so far.
 struct when_parts {
     std::optional<sys_days> day;
+    std::optional<weekday> on;    // the day of the week, without "next" and "last"
     std::optional<int64_t> clock; // seconds of the day
     int leap = 0;                 // seconds above 59
     int usec = 0;
     std::optional<int> offset;
     std::optional<int64_t> seconds; // since 1970
     bool from_now = true;           // keeps the time of day
+    bool now = false;               // said so
     time_step step;
     std::string fault;
 };
@@ -182,14 +194,21 @@ static void take_seconds(when_text &in, when_parts &parts) {
     int64_t value = 0;
     for (; is_digit(*in.at); ++in.at)
         value = value * 10 + (*in.at - '0');
+    in.failed |= parts.seconds.has_value();
     parts.usec = take_fraction(in);
     if (minus && parts.usec) ++value, parts.usec = 1000000 - parts.usec;
     parts.seconds = minus ? -value : value;
 }
 
+static void set_day(when_parts &parts, sys_days day) {
+    if (parts.day && *parts.day != day)
+        parts.fault = "two days, " + day_text(*parts.day) + " and " + day_text(day);
+    parts.day = day;
+}
+
 static void set_date(when_parts &parts, int year_ad, int month_no, int day_no) {
     parts.fault = date_fault(year_ad, month_no, day_no);
-    if (parts.fault.empty()) parts.day = sys_days{year{year_ad} / month_no / day_no};
+    if (parts.fault.empty()) set_day(parts, sys_days{year{year_ad} / month_no / day_no});
 }
 
 static void set_week(when_parts &parts, int year_ad, int week, int weekday_no) {
@@ -200,7 +219,7 @@ static void set_week(when_parts &parts, int year_ad, int week, int weekday_no) {
         parts.fault = std::to_string(year_ad) + " has no day " + std::to_string(weekday_no) +
                       " of a week " + std::to_string(week);
     else
-        parts.day = day;
+        set_day(parts, day);
 }
 
 static void set_year_day(when_parts &parts, int year_ad, int number) {
@@ -208,7 +227,7 @@ static void set_year_day(when_parts &parts, int year_ad, int number) {
     if (number < 1 || number > count)
         parts.fault = std::to_string(year_ad) + " has " + std::to_string(count) + " days";
     else
-        parts.day = sys_days{year{year_ad} / January / 1} + days(number - 1);
+        set_day(parts, sys_days{year{year_ad} / January / 1} + days(number - 1));
 }
 
 // YYYY-MM-DD, YYYY-DDD, YYYY-Www-D, YYYY-Www, or the same without "-".
@@ -260,7 +279,8 @@ static void take_clock(when_text &in, when_parts &parts, bool after_t) {
             parts.usec = take_fraction(in);
         }
     }
-    in.failed |= hour > 23 || minute > 59 || second > 61 || parts.clock;
+    in.failed |= hour > 23 || minute > 59 || second > (minute == 59 ? 60 : 59);
+    in.failed |= parts.clock.has_value();
     parts.leap = std::max(second - 59, 0);
     parts.clock = hour * 3600 + minute * 60 + std::min(second, 59);
     parts.from_now = false;
@@ -301,9 +321,13 @@ static bool take_weekday(const std::string &word, int direction, when_parts &par
     for (unsigned i = 0; i < std::size(weekdays); ++i) {
         if (word != weekdays[i] && word != std::string(weekdays[i], 3)) continue;
         const auto ahead = int((weekday{i} - weekday{today}).count());
-        const int move = direction > 0 && !ahead ? 7 : direction < 0 ? ahead - 7 : ahead;
-        parts.day = today + days(move);
         parts.from_now = false;
+        if (direction)
+            set_day(parts, today + days(direction < 0 ? ahead - 7 : ahead ? ahead : 7));
+        else if (parts.on && *parts.on != weekday{i})
+            parts.fault = "two days of the week";
+        else
+            parts.on = weekday{i};
         return true;
     }
     return false;
@@ -321,6 +345,7 @@ static bool take_word(when_text &in, when_parts &parts, sys_days today) {
         {"tomorrow",  1 },
         {"yesterday", -1},
     };
+    parts.now |= word == "now";
     for (const auto &row : days_from_now)
         if (word == row.word) return parts.step.days += row.days, true;
     const int direction = word == "next" ? 1 : word == "last" ? -1 : 0;
@@ -351,6 +376,16 @@ static void take_part(when_text &in, when_parts &parts, sys_days today) {
     }
 }
 
+// What contradicts itself: a count of seconds is a day and a time, and so is now.
+static void check_parts(when_parts &parts, sys_days today) {
+    if (parts.on && !parts.day) set_day(parts, today + (*parts.on - weekday{today}));
+    if (parts.on && *parts.on != weekday{*parts.day})
+        parts.fault = day_text(*parts.day) + " is a " + weekdays[weekday{*parts.day}.c_encoding()];
+    if ((parts.seconds || parts.now) && (parts.day || parts.clock))
+        parts.fault = "a day or a time of its own beside what stands for both";
+    if (parts.seconds && parts.now) parts.fault = "two moments";
+}
+
 static moment now() {
     const auto since = system_clock::now().time_since_epoch();
     const auto whole = floor<std::chrono::seconds>(since);
@@ -366,8 +401,10 @@ static moment made_of(const when_parts &parts, const moment &here) {
     tm.tm_min = int(clock / 60 % 60);
     tm.tm_sec = int(clock % 60) + parts.leap;
     tm.tm_usec = parts.usec;
-    if (parts.offset) return at_seconds(clock_seconds(tm) - *parts.offset, parts.usec);
-    return on_clocks(tm);
+    if (!parts.offset) return on_clocks(tm);
+    moment when = at_seconds(clock_seconds(tm) - *parts.offset, parts.usec);
+    when.tm.tm_sec += parts.leap;
+    return when;
 }
 
 moment moment_of(const std::string &text, const std::string &option) {
@@ -380,6 +417,7 @@ moment moment_of(const std::string &text, const std::string &option) {
         take_part(in, parts, day_of(here.tm));
         skip_blanks(in);
     }
+    if (!in.failed && parts.fault.empty()) check_parts(parts, day_of(here.tm));
     if (!parts.fault.empty())
         throw failure(bad_usage, option + " \"" + text + "\": " + parts.fault);
     if (in.failed || in.at != text.c_str() + text.size())
@@ -439,7 +477,7 @@ moment moved(const moment &from, const time_step &step, int64_t times) {
         tm.tm_min = from.tm.tm_min;
         tm.tm_sec = from.tm.tm_sec;
         tm.tm_usec = from.tm.tm_usec;
-        to = on_clocks(tm);
+        to = on_clocks(tm, true);
     }
     return add_seconds ? at_seconds(to.seconds + add_seconds, int(to.tm.tm_usec)) : to;
 }
