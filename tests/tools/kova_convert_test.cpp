@@ -299,6 +299,9 @@ TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
     }
     fails(2, " --from-offset 99", "--from-offset 99: in has 5 bytes");
     fails(2, " --from-offset 1 --state x", "--state x: no state");
+    command = "kova convert in -t utf16le ";
+    writes("-f sjis --bom --from-offset 3", "\x22\x6f"s, "");
+    fails(2, "-f utf16 --from-offset 2", "its order is that of the --state");
 }
 
 TEST_F(KovaConvert, ReportsEachInputAsJson) {
@@ -343,6 +346,10 @@ TEST_F(KovaConvert, ReportsEachInputAsJson) {
     fails(2, to_dir + "out a/x b/x", "two files are called x");
     fails(2, to_dir + "a out/x a/y", "the result of a/y would replace the input a/y");
     fails(4, to_dir + "none a/x", "there is no directory none");
+    fs::create_directories(dir / "links");
+    for (const char *const name : {"x", "y"})
+        fs::create_symlink("../shared", dir / "links" / name);
+    fails(2, to_dir + "links a/x a/y", "links/x and links/y are one file");
     fails(2, "convert -f utf8 -t 8859-1 --json a/x", "--json: standard output has the text");
 }
 
@@ -489,6 +496,8 @@ TEST_F(KovaConvert, TellsWhatIsMissing) {
     fails(3, "convert -f sjist -t utf8", "no code set is called \"sjist\"; there are sjis");
     fails(3, "convert -f utf8 -t KOI8-U", "no conversion from utf8 to KOI8-U, nor through");
     fails(3, "convert -f 65573 -t utf8", "no code set is called \"65573\"");
+    fails(2, "convert -f utf7 -t ascii --escape xml", "convert it to utf8 first");
+    writes("convert -f utf8 -t utf7 --skip", "+AOk-z", "é\xffz", "1 character skipped");
     fails(2, "convert -f utf8 -t 37 --bom", "--bom: 37 is no encoding of Unicode");
     fails(2, "convert -t utf8", "-f CODESET and -t CODESET");
     fails(3, "convert -f utf8 -t sjis --root nowhere", "there is no directory nowhere");

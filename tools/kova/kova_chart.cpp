@@ -332,7 +332,7 @@ std::string size_text(const grid_count &single, const std::vector<lead_row> &lea
 
 void describe_set(const chart_job &job, const std::string &size, output &out) {
     const std::string aliases = aliases_of(job.way.from);
-    const bool built_in = is_unicode(job.way.from.name);
+    const bool built_in = is_unicode(job.way.from.name) || !has_object(job.way);
     write(out, title(job) + "\n");
     if (!aliases.empty())
         write(out, "aliases:    " + kovatool::printable(aliases.substr(1)) + "\n");

@@ -37,8 +37,9 @@ void write_utf8(convert_job &job, output &out, const std::string &text) {
 
 // Ends the shifted state of the target.
 static void unshift(convert_job &job, output &out) {
-    write_lines(job.ends, out, closing_shift(job.way, target_state(job.way, job.st)));
-    target_state(job.way, job.st) = 0;
+    int &state = target_state(job.way, job.st);
+    write_lines(job.ends, out, closing_shift(job.way, state));
+    state = state_after_closing(job.way, state);
     for (conv_state &leg : job.st.leg)
         leg.first_frag = 0;
 }
@@ -167,7 +168,8 @@ static void handle_bad(convert_job &job, input &in, output &out, int error) {
     const bad_input bad = diagnose(job, text, in.fill - in.at, error);
     if (bad.why == fault::missing && bad.code == nel_code && job.ends.changes()) {
         close_text(job, out); // the end of a line, which the target has as another one
-        target_state(job.way, job.st) = 0;
+        int &state = target_state(job.way, job.st);
+        state = state_after_closing(job.way, state);
         write(out, job.ends.wanted);
         advance(job, job.place, text, bad.len, job.st.leg[0]);
         job.bytes += bad.len;
@@ -357,6 +359,9 @@ static void resume(convert_job &job, input &in) {
     const convert_options &options = *job.options;
     for (conv_state &leg : job.st.leg)
         leg.first_frag = 0;
+    if (job.by_mark && options.state.empty())
+        throw failure(bad_usage, "--from-offset: where utf16 goes on, its order is that of the "
+                                 "--state that the error said; utf16le and unicode have one");
     take_state(job, options.state);
     while (in.offset < options.from_offset && (in.at < in.fill || more(in)))
         take(in, size_t(std::min<uint64_t>(in.fill - in.at, options.from_offset - in.offset)));
@@ -522,6 +527,19 @@ static void convert_files(convert_job &job, const std::vector<std::string> &file
 
 // Where the results go that --output-dir asks for. Throws failure if one would replace an input or
 // another result.
+// Do two names lead to one file, or two links to one that does not exist yet?
+static bool same_end(const std::string &a, const std::string &b) {
+    std::error_code error;
+    const auto end_of = [&](const std::string &path) {
+        std::filesystem::path end = kovatool::to_path(path);
+        for (int links = 0; links < 40 && std::filesystem::is_symlink(end, error); ++links)
+            end = end.parent_path() / std::filesystem::read_symlink(end, error);
+        return std::filesystem::weakly_canonical(end, error);
+    };
+    const auto one = end_of(a), two = end_of(b);
+    return one == two && !one.empty();
+}
+
 static std::vector<std::string> targets_in(const std::string &dir,
                                            const std::vector<std::string> &files) {
     if (!is_directory(dir)) throw failure(bad_file, "--output-dir: there is no directory " + dir);
@@ -544,6 +562,11 @@ static std::vector<std::string> targets_in(const std::string &dir,
                 throw failure(bad_usage, "--output-dir: the result of " + target +
                                              " would replace the input " + path);
         }
+    for (size_t i = 0; i < targets.size(); ++i)
+        for (size_t k = 0; k < i; ++k)
+            if (same_end(targets[i], targets[k]))
+                throw failure(bad_usage, "--output-dir: " + targets[k] + " and " + targets[i] +
+                                             " are one file");
     return targets;
 }
 
@@ -608,7 +631,8 @@ int run_convert(const common_options &common, const convert_options &options) {
     learn_lines(place, job);
     learn_replacement(place, common, job);
     learn_escapes(place, job);
-    const std::string mark = options.writes_mark ? mark_of(place, job.way.to) : "";
+    const std::string mark =
+        options.writes_mark && options.from_offset == 0 ? mark_of(place, job.way.to) : "";
     if (options.verbose) tell_way(job);
     const std::vector<std::string> files = inputs_of(options.files);
     job.reports = options.progress && is_terminal(stderr);

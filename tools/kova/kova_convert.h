@@ -100,6 +100,8 @@ inline int &target_state(const route &way, route_state &st) {
 
 // The bytes that end a shifted state of the target; "" if none do.
 std::string closing_shift(route &way, int state);
+int state_after_closing(const route &way, int state);
+bool has_object(const route &way); // and not only rules
 
 // The path of a pair's object; "" if there is none.
 std::string object_path(const data_place &place, const code_set &from, const code_set &to);

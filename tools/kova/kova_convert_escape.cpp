@@ -306,6 +306,11 @@ void learn_escapes(const data_place &place, convert_job &job) {
                                          " lacks one of the characters " + characters);
         learn_shifts(job);
     }
+    constexpr uint16_t utf7 = 57506, mailbox = 57507;
+    const bool in_digits = job.way.from.number == utf7 || job.way.from.number == mailbox;
+    if (in_digits && (job.escapes != escape_form::none || job.unescapes != escape_form::none))
+        throw failure(bad_usage, "--escape and --unescape do not read " + job.way.from.name +
+                                     ", whose digits hide characters; convert it to utf8 first");
     if (job.unescapes != escape_form::none) need_utf8(place, job, "--unescape");
     for (const escape_form form : {job.escapes, job.unescapes})
         if (form != escape_form::none) learn_beginnings(place, job, introducer(form));

@@ -257,6 +257,13 @@ run_result run(route &way, route_state &st, const unsigned char *text, size_t le
 }
 
 // What conversion from a shift state writes before a null character.
+// A null character is none of the digits of UTF-7 and ends them by itself; what follows here may be
+// one.
+static std::string end_of_digits(const route &way, int state) {
+    constexpr uint16_t utf7 = 57506;
+    return way.to.number == utf7 && (state & 1) ? "-" : "";
+}
+
 std::string closing_shift(route &way, int state) {
     static constexpr unsigned char zeros[4] = {};
     byte_buffer plain, shifted;
@@ -269,10 +276,19 @@ std::string closing_shift(route &way, int state) {
         if (one.error != KO_OK || two.error != KO_OK) continue;
         const std::string_view whole = shifted.text();
         if (whole.size() > plain.used && whole.substr(whole.size() - plain.used) == plain.text())
-            return std::string(whole.substr(0, whole.size() - plain.used));
+            return std::string(whole.substr(0, whole.size() - plain.used)) +
+                   end_of_digits(way, state);
         break;
     }
     return "";
 }
+
+int state_after_closing(const route &way, int state) {
+    constexpr uint16_t korean = 57502; // whose announcement stands once
+    constexpr int announced = 1 << 17;
+    return way.to.number == korean ? state & announced : 0;
+}
+
+bool has_object(const route &way) { return !way.files.empty() && way.files[0] != no_object; }
 
 } // namespace kovacli
