@@ -123,6 +123,9 @@ constexpr int cv_cut_off = 2;
 iconv_rec *make_descriptor();
 // Gives a descriptor rules of its own.
 void set_own_rules(iconv_rec *cv, cv_rules rules);
+// Takes lengths of characters, shift codes and shift states: as source as one converts from, as
+// target as last converts to.
+void take_ends(iconv_rec *cv, const iconv_rec *one, const iconv_rec *last);
 // Converts by any descriptor as by rules of its own; its error word is left alone.
 int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s);
 

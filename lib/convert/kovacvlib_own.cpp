@@ -55,6 +55,19 @@ void set_own_rules(iconv_rec *cv, cv_rules rules) {
     cv->needs_error_checking = 1;
 }
 
+void take_ends(iconv_rec *cv, const iconv_rec *one, const iconv_rec *last) {
+    cv->source_noshift_min_len = one->source_noshift_min_len;
+    cv->source_noshift_max_len = one->source_noshift_max_len;
+    cv->source_shift_min_len = one->source_shift_min_len;
+    cv->source_shift_max_len = one->source_shift_max_len;
+    cv->source_is_stateful = one->source_is_stateful;
+    cv->target_is_stateful = last->target_is_stateful;
+    cv->target_so_len = last->target_so_len;
+    memcpy(cv->target_so, last->target_so, sizeof cv->target_so);
+    cv->target_min_len = last->target_min_len;
+    cv->target_max_len = last->target_max_len;
+}
+
 // ---- Other descriptors ----
 
 int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s) {

@@ -285,16 +285,8 @@ iconv_rec *make_filled(uint16_t number, bool to_utf8, iconv_rec *object) {
     cv->legs[0] = object;
     cv->looks_ahead = !to_utf8 && set->rows;
     cv->forms[0] = uint8_t(text_form::utf8); // the shortest null character ends a text in any case
-    cv->source_is_stateful = object->source_is_stateful;
-    cv->target_is_stateful = object->target_is_stateful;
-    cv->source_noshift_min_len = object->source_noshift_min_len;
-    cv->source_noshift_max_len = object->source_noshift_max_len;
-    cv->source_shift_min_len = object->source_shift_min_len;
-    cv->source_shift_max_len = object->source_shift_max_len;
-    cv->target_min_len = object->target_min_len;
+    take_ends(cv, object, object);
     cv->target_max_len = form_longest;
-    cv->target_so_len = object->target_so_len;
-    memcpy(cv->target_so, object->target_so, sizeof cv->target_so);
     const float growth = to_utf8 && set->rows ? float(sequence_longest) / 2 : 1;
     cv->exp_ratio = object->exp_ratio > growth ? object->exp_ratio : growth;
     return cv;

@@ -137,16 +137,7 @@ static iconv_rec *make_route(iconv_rec *one, iconv_rec *two, cv_rules rules) {
     cv->legs[0] = one;
     cv->legs[1] = two;
     const iconv_rec *const last = two ? two : one;
-    cv->source_noshift_min_len = one->source_noshift_min_len;
-    cv->source_noshift_max_len = one->source_noshift_max_len;
-    cv->source_shift_min_len = one->source_shift_min_len;
-    cv->source_shift_max_len = one->source_shift_max_len;
-    cv->source_is_stateful = one->source_is_stateful;
-    cv->target_is_stateful = last->target_is_stateful;
-    cv->target_so_len = last->target_so_len;
-    memcpy(cv->target_so, last->target_so, sizeof cv->target_so);
-    cv->target_min_len = last->target_min_len;
-    cv->target_max_len = last->target_max_len;
+    take_ends(cv, one, last);
     cv->exp_ratio = two ? one->exp_ratio * two->exp_ratio : one->exp_ratio;
     return cv;
 }

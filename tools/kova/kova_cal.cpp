@@ -266,8 +266,11 @@ umalqura_month find_umalqura(const cal_job &job, int year, int index) {
         digits += line.substr(key.size());
         ++lines;
     }
+    // An object of anybody's making states no year and no day that the sums below cannot hold.
+    const bool sane = first > 0 && first < 10000 && begin > -4000000 && begin < 4000000;
+    if (!sane || year < first) return {0, 0};
     const int from = (year - first) * 12 + index; // the months before it
-    if (!first || year < first || from / 12 * 3 + 3 > int(digits.size())) return {0, 0};
+    if (from / 12 * 3 + 3 > int(digits.size())) return {0, 0};
     for (int i = 0;; ++i) {
         const std::string of_year = digits.substr(size_t(i / 12 * 3), 3);
         const long bits = std::strtol(of_year.c_str(), nullptr, 16);

@@ -16,7 +16,8 @@ static constexpr size_t longest_spelling = 64; // characters
 static uint32_t code_of(std::string_view digits) { // no_code_point if it is none
     uint32_t code = 0;
     const char *const end = digits.data() + digits.size();
-    const bool whole = std::from_chars(digits.data(), end, code, 16).ptr == end;
+    const std::from_chars_result read = std::from_chars(digits.data(), end, code, 16);
+    const bool whole = read.ptr == end && read.ec == std::errc();
     const bool fits = code <= 0x10FFFF && (code < 0xD800 || code > 0xDFFF);
     return whole && !digits.empty() && fits ? code : no_code_point;
 }

@@ -3,8 +3,8 @@
 #include "kovac/kovac_convert.h"
 
 #if defined(KOVAC_HAS_ICU)
+#include "kovac/kovac_icu.h"
 #define U_SHOW_CPLUSPLUS_API 0
-#include <dlfcn.h>
 #include <unicode/ucnv.h>
 #include <unicode/uset.h>
 #endif
@@ -25,20 +25,8 @@ bool read_icu_set(const std::string &, conv_set &, std::string *why) {
 
 namespace {
 
-// The library's functions; their names end in its version.
-#define KOVAC_TEXT(name) #name
-#define KOVAC_NAME(name) KOVAC_TEXT(name)
-#define KOVAC_ICU_FUNCTION(member, name)                                                           \
-    decltype(&name) member = reinterpret_cast<decltype(&name)>(find(KOVAC_NAME(name)))
-
-struct icu_library {
-    void *library = dlopen("libicuuc.so." KOVAC_NAME(U_ICU_VERSION_MAJOR_NUM), RTLD_NOW);
-    bool complete = library != nullptr;
-    void *find(const char *name) {
-        void *found = library ? dlsym(library, name) : nullptr;
-        complete &= found != nullptr;
-        return found;
-    }
+struct icu_library : icu_part {
+    icu_library() : icu_part("libicuuc.so." KOVAC_NAME(U_ICU_VERSION_MAJOR_NUM)) {}
     KOVAC_ICU_FUNCTION(open, ucnv_open);
     KOVAC_ICU_FUNCTION(close, ucnv_close);
     KOVAC_ICU_FUNCTION(type, ucnv_getType);

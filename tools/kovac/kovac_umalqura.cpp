@@ -4,8 +4,8 @@
 #include <cstdio>
 
 #if defined(KOVAC_HAS_ICU)
+#include "kovac/kovac_icu.h"
 #define U_SHOW_CPLUSPLUS_API 0
-#include <dlfcn.h>
 #include <unicode/ucal.h>
 #endif
 
@@ -19,20 +19,8 @@ std::vector<std::string> umalqura_lines() { return {}; }
 
 namespace {
 
-// The library's functions; their names end in its version.
-#define KOVAC_TEXT(name) #name
-#define KOVAC_NAME(name) KOVAC_TEXT(name)
-#define KOVAC_ICU_FUNCTION(member, name)                                                           \
-    decltype(&name) member = reinterpret_cast<decltype(&name)>(find(KOVAC_NAME(name)))
-
-struct icu_calendars {
-    void *library = dlopen("libicui18n.so." KOVAC_NAME(U_ICU_VERSION_MAJOR_NUM), RTLD_NOW);
-    bool complete = library != nullptr;
-    void *find(const char *name) {
-        void *found = library ? dlsym(library, name) : nullptr;
-        complete &= found != nullptr;
-        return found;
-    }
+struct icu_calendars : icu_part {
+    icu_calendars() : icu_part("libicui18n.so." KOVAC_NAME(U_ICU_VERSION_MAJOR_NUM)) {}
     KOVAC_ICU_FUNCTION(open, ucal_open);
     KOVAC_ICU_FUNCTION(close, ucal_close);
     KOVAC_ICU_FUNCTION(clear, ucal_clear);
