@@ -27,6 +27,7 @@ enum {
     pair_valid = 1, // a two-byte character of the class table
     pair_upper = 2, // and one of the case table that is its own upper case
     pair_lower = 4,
+    pair_space = 8, // one of the class table that is a space
 };
 
 // What a record reads for LC_CTYPE.

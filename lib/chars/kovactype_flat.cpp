@@ -118,17 +118,18 @@ static bool is_plain_ascii(const mb_flat &classes) {
     return true;
 }
 
-// The bits of the pairs that begin with hi. Without two-byte characters in the case table, only
-// pair_valid is ever set.
+// The bits of the pairs that begin with hi.
 static void fill_pairs(const ctype_flat *flat, unsigned hi, unsigned char *bits) {
     const bool cased = flat->has_cases && flat->upper.second;
     const unsigned char *valid = flat->classes.second->flags[hi];
     const unsigned char *upper = cased ? flat->upper.second->states[hi] : no_states;
     const unsigned char *lower = cased ? flat->lower.second->states[hi] : no_states;
+    const uint16_t *classes = flat->classes.second->items[hi];
     for (unsigned lo = 0; lo < 256; ++lo) {
-        const unsigned same = (upper[lo] == case_same ? unsigned{pair_upper} : 0u) |
-                              (lower[lo] == case_same ? unsigned{pair_lower} : 0u);
-        bits[lo] = uint8_t(valid[lo] == mb_final ? pair_valid | same : 0u);
+        const unsigned facts = (upper[lo] == case_same ? unsigned{pair_upper} : 0u) |
+                               (lower[lo] == case_same ? unsigned{pair_lower} : 0u) |
+                               (classes[lo] & KO_CT_SPACE ? unsigned{pair_space} : 0u);
+        bits[lo] = uint8_t(valid[lo] == mb_final ? pair_valid | facts : 0u);
     }
     if (!hi) bits[0] = 0;
 }
@@ -140,7 +141,8 @@ static bool build_pairs(ctype_flat *flat) {
     if (!pairs.p) return false;
     for (unsigned hi = 0; hi < 256; ++hi) {
         unsigned char *bits = pairs.p + (hi << 8);
-        if (first_flags[hi] == mb_prefix)
+        // Where a zero byte ends a string, no run may begin with one.
+        if (first_flags[hi] == mb_prefix && (hi || flat->classes.min_char_len > 1))
             fill_pairs(flat, hi, bits);
         else
             memset(bits, 0, 256);

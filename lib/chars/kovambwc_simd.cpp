@@ -22,11 +22,15 @@ template <class Unit> static inline size_t to_blocks(const Unit *s, size_t block
     return n < left ? n : left;
 }
 
+static inline void store_half(void *p, __m128i v) {
+    _mm_storel_epi64(static_cast<__m128i *>(p), v);
+}
+
 // Stores the first n (below 16) bytes of a block.
 static inline void store_part(void *p, __m128i v, unsigned n) {
     auto *to = static_cast<unsigned char *>(p);
     if (n & 8) {
-        _mm_storel_epi64(static_cast<__m128i *>(p), v);
+        store_half(p, v);
         v = _mm_srli_si128(v, 8);
         to += 8;
     }
@@ -203,26 +207,36 @@ static inline bool ascii_blocks(ko_mchar_t *dst, const ko_mchar_t *src, unsigned
     return false;
 }
 
-static inline uint64_t swap_pairs(uint64_t x) {
-    constexpr uint64_t low = 0x00FF00FF00FF00FF;
-    return (x & low) << 8 | (x >> 8 & low);
+static inline __m128i swap_pairs(__m128i v) {
+    return _mm_or_si128(_mm_slli_epi16(v, 8), _mm_srli_epi16(v, 8));
 }
 
-// Takes characters that have the bit, four at a time; x86 stores low bytes first.
+// The bits that all four values have in pairs.
+static inline unsigned common_bits(const unsigned char *pairs, __m128i wide) {
+    uint64_t four;
+    store_half(&four, wide);
+    return pairs[four & 0xFFFF] & pairs[four >> 16 & 0xFFFF] & pairs[four >> 32 & 0xFFFF] &
+           pairs[four >> 48];
+}
+
+// Takes characters that have the bit, eight at a time, at the end four; x86 stores low bytes first.
 template <form from, form to>
 static inline void pair_blocks(ko_mchar_t *dst, const ko_mchar_t *src, size_t n,
                                const unsigned char *pairs, unsigned bit, size_t *done) {
     size_t i = *done;
     const size_t fit = readable(src + 2 * i) / 2;
-    for (size_t left = (fit < n - i ? fit : n - i) / 4; left; --left, i += 4) {
-        uint64_t raw;
-        memcpy(&raw, src + 2 * i, 8);
-        const uint64_t wide = from == form::bytes ? swap_pairs(raw) : raw;
-        const unsigned all = pairs[wide & 0xFFFF] & pairs[wide >> 16 & 0xFFFF] &
-                             pairs[wide >> 32 & 0xFFFF] & pairs[wide >> 48];
-        if (!(all & bit)) break;
-        const uint64_t out = to == form::wide ? wide : from == to ? raw : swap_pairs(wide);
-        if (to != form::nothing) memcpy(dst + 2 * i, &out, 8);
+    for (size_t left = (fit < n - i ? fit : n - i) / 8; left; --left, i += 8) {
+        const __m128i raw = load_block(src + 2 * i);
+        const __m128i wide = from == form::bytes ? swap_pairs(raw) : raw;
+        const __m128i out = to == form::wide ? wide : from == to ? raw : swap_pairs(wide);
+        const unsigned low = common_bits(pairs, wide);
+        if (!(low & bit)) break;
+        if (!(common_bits(pairs, _mm_unpackhi_epi64(wide, wide)) & bit)) {
+            if (to != form::nothing) store_half(dst + 2 * i, out);
+            i += 4;
+            break;
+        }
+        if (to != form::nothing) store_block(dst + 2 * i, out);
     }
     *done = i;
 }

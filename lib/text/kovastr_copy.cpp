@@ -11,7 +11,11 @@ struct mb_strings {
     bool usable() const { return loc; }
     int end_units() const { return terminator_len(record(loc)); }
     int length(const ko_mchar_t *s, int n = INT_MAX) const {
-        if (n == INT_MAX) return ko_mbsbytes_nt(loc, s);
+        if (n == INT_MAX) {
+            const void *text = s;
+            if (record(loc)->exp.single_byte) return int(strlen(static_cast<const char *>(text)));
+            return ko_mbsbytes_nt(loc, s);
+        }
         int skipped;
         const ko_mchar_t *const end = skip_chars(loc, s, n, &skipped);
         return end ? int(end - s) : -1;

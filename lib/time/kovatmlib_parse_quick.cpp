@@ -1,8 +1,8 @@
 // The quick way of reading times. Each reader takes a place in the text and returns the place after
 // what it has read; NULL for what the engine must do. *set collects what becomes time_info::set and
-// the types. The loops are short, so the functions that contain them start at a cache line, which
-// is worth a tenth of the speed.
+// the types.
 #include "chars/kovambwc.h"
+#include "chars/kovasimd.h"
 #include "time/kovatmlib_quick.h"
 #include "time/kovatree.h"
 
@@ -25,7 +25,7 @@ template <class Unit> struct quick_reader {
     unsigned plain;          // units below it are characters with their own value
     const uint16_t *classes; // of the characters below listed
     unsigned listed;
-    const mb_flat *pairs;           // of characters of two bytes
+    const unsigned char *pairs;     // facts of characters of two bytes
     const exact_lists<Unit> *exact; // NULL: names are looked up only in the trees
 };
 } // namespace
@@ -60,11 +60,13 @@ static constexpr std::array<quick_rule, 128> quick_rules = [] {
 
 // ---- Names ----
 
-static bool begins_with(const ko_mchar_t *text, const ko_mchar_t *name, int len) {
-    return !strncmp(reinterpret_cast<const char *>(text), reinterpret_cast<const char *>(name),
-                    size_t(len));
-}
-static bool begins_with(const ko_wchar_t *text, const ko_wchar_t *name, int len) {
+template <class Unit> static inline bool begins_with(const Unit *text, const Unit *name, int len) {
+#ifdef KOVA_BLOCKS
+    const size_t bytes = size_t(len) * sizeof(Unit);
+    if (bytes <= 16 && readable(text) >= 16 && readable(name) >= 16) {
+        return !(~equal_bytes(load_block(text), load_block(name)) & ((1u << bytes) - 1));
+    }
+#endif
     for (int i = 0; i < len; ++i) {
         if (text[i] != name[i]) return false;
     }
@@ -164,10 +166,9 @@ take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigne
 // for different ones, a blank, or what is not a character.
 static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
                           const ko_mchar_t *format) {
-    const unsigned first = format[0], second = format[1];
-    if (!r.pairs || at[0] != first || r.pairs->flag1[first] != mb_prefix) return 0;
-    if (at[1] != second || r.pairs->second->flags[first][second] != mb_final) return 0;
-    return r.pairs->second->items[first][second] & KO_CT_SPACE ? 0 : 2;
+    if (!r.pairs || at[0] != format[0] || at[1] != format[1]) return 0;
+    const unsigned facts = r.pairs[format[0] << 8 | format[1]];
+    return (facts & (pair_valid | pair_space)) == pair_valid ? 2 : 0;
 }
 static int same_character(const quick_reader<ko_wchar_t> &, const ko_wchar_t *,
                           const ko_wchar_t *) {
@@ -233,7 +234,7 @@ static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *fo
         if (bytes && !listed) return nullptr;
         r.listed = listed ? 0x80 : 0;
         r.classes = listed ? flat->classes.item1 : nullptr;
-        r.pairs = listed ? &flat->classes : nullptr;
+        r.pairs = listed ? flat->pairs : nullptr;
         if (bytes) r.plain = 0x80;
     }
     return read_quickly(r, text, format);

@@ -167,6 +167,27 @@ TEST(Str, DamagedAndMissingTablesAreHarmless) {
     }
 }
 
+// A byte 0 ends a string although the table has characters that begin with it.
+TEST(Str, ZeroBytesEndStringsWhateverTheTableSays) {
+    for (const bool flat : {true, false}) {
+        char_record r;
+        for (unsigned c = 1; c < 0x80; ++c)
+            r.add(c, 1);
+        for (const unsigned wide : {0x41u, 0x78u, 0xE9u})
+            r.add(wide, 2);
+        r.add(0xE9, 1);
+        r.add(0xA1A1, 2);
+        r.finish(flat);
+        const auto text = "\xA1\xA1\0Ax\0xx\0"sv;
+        EXPECT_EQ(ko_full_mbschr(r, units(text), mb("x")), nullptr) << flat;
+        EXPECT_EQ(ko_full_mbscspn(r, units(text), mb("x")), 1) << flat;
+        ko_mchar_t out[4] = {};
+        const ko_wchar_t wide[] = {0xE9, 0};
+        EXPECT_EQ(ko_full_wcstombs(r, out, wide, 4), 1) << flat;
+        EXPECT_EQ(out[0], 0xE9) << flat;
+    }
+}
+
 // ---- Operations that write ---------------------------------------------------------------------
 
 namespace {
