@@ -151,11 +151,23 @@ template <class W, bool Write>
 KOVA_EACH void utf8_triples(const runner<W> &r, W want, place<Write> *at) {
     place<Write> a = *at;
     const void *const *const *const leads = r.flat->trails->leads;
-    for (const ko_mchar_t *const stop = r.end - 2; a.p < stop; a.p += 3) {
+    const auto word = [&](const ko_mchar_t *p, unsigned second, unsigned third) {
+        return static_cast<const W *>(leads[p[0]][second])[third] ^ want;
+    };
+    const ko_mchar_t *const stop = r.end - 2;
+    for (const ko_mchar_t *const pair_stop = r.end - 5; a.p < pair_stop; a.p += 6) {
+        const unsigned second = a.p[1] - 0x80u, third = a.p[2] - 0x80u;
+        const unsigned next_second = a.p[4] - 0x80u, next_third = a.p[5] - 0x80u;
+        if ((second | third | next_second | next_third) > 0x3F) break;
+        const W one = word(a.p, second, third), two = word(a.p + 3, next_second, next_third);
+        if (!is_plain(one | two)) break;
+        put_plain<W, Write>(one, &a);
+        put_plain<W, Write>(two, &a);
+    }
+    for (; a.p < stop; a.p += 3) {
         const unsigned second = a.p[1] - 0x80u, third = a.p[2] - 0x80u;
         if ((second | third) > 0x3F) break;
-        const W *const row = static_cast<const W *>(leads[a.p[0]][second]);
-        if (!take_plain<W, Write>(row[third] ^ want, &a)) break;
+        if (!take_plain<W, Write>(word(a.p, second, third), &a)) break;
     }
     *at = a;
 }
