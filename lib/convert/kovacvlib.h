@@ -71,6 +71,7 @@ struct cv_span {
     ko_mchar_t *out;
     size_t room;
     bool sub;
+    bool cut_off = false; // nothing follows directly, yet the text goes on
 };
 // Converts a piece of a text. Returns 0 or the error; the span and the state are those after the
 // last complete character in both cases, also where there is no room for the next one.
@@ -112,12 +113,10 @@ struct iconv_rec {
     unsigned char forms[2]; // encodings of Unicode, source and target
     bool keeps_mark, writes_mark;
     bool looks_ahead;             // what follows a character decides on it
+    bool quiet;                   // leaves its failures out of the log
     iconv_rec *legs[cv_legs_max]; // of a way through UTF-8, or what the rules make use of
     const void *scheme;           // by which the rules go
 };
-
-// In last_frag, for conversions that look ahead: nothing follows directly, yet the text goes on.
-constexpr int cv_cut_off = 2;
 
 // A new, empty descriptor; NULL without memory.
 iconv_rec *make_descriptor();

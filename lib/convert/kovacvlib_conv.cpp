@@ -270,7 +270,7 @@ inline bool usable(iconv_rec *cv, const ko_mchar_t **inmbs, const int *outlen, i
                                             ko_mchar_t **outmbs, int *outlen, int *sub) {
     call_cursor c(inmbs, inlen, outmbs, outlen, sub);
     const ending why = mb_convert(cv, nullptr, &c);
-    log_ending(why);
+    if (!cv->quiet) log_ending(why);
     return result_of(cv, why);
 }
 

@@ -72,7 +72,8 @@ void take_ends(iconv_rec *cv, const iconv_rec *one, const iconv_rec *last) {
 
 int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s) {
     if (cv->own) return cv->own(cv, st, s);
-    iconv_rec copy = *cv; // its error word belongs to this call
+    iconv_rec copy = *cv; // its error word belongs to this call, and failures to one that succeeds
+    copy.quiet = true;
     const errno_guard kept(&copy.exports.exp);
     set_error(&copy.exports.exp, KO_OK);
     const size_t most = s->room < INT_MAX ? s->room : INT_MAX;

@@ -215,7 +215,7 @@ static int write_sequence(const iconv_rec *cv, conv_state *st, const found_seque
                           cv_span *s) {
     const unsigned pair = bytes_of(static_cast<const filled_set *>(cv->scheme), found.row);
     const iconv_rec *const object = cv->legs[0];
-    const bool ends = st->last_frag == 1 && s->in + found.bytes == s->end;
+    const bool ends = st->last_frag && s->in + found.bytes == s->end;
     ko_mchar_t bytes[12];
     size_t n = 0;
     for (int i = 0; cv->target_is_stateful && st->target_state != 1 && i < object->target_si_len;)
@@ -235,7 +235,7 @@ static int write_part(const iconv_rec *cv, conv_state *st, const ko_mchar_t *end
     const conv_state before = *st;
     const cv_span start = *s;
     cv_span part = {s->in, end, s->out, s->room, s->sub};
-    st->last_frag = before.last_frag == 1 && end == s->end;
+    st->last_frag = before.last_frag && end == s->end;
     const int error = convert_span(cv->legs[0], st, &part);
     if (error && cv->target_is_stateful) {
         *st = before;
@@ -254,11 +254,12 @@ static int write_part(const iconv_rec *cv, conv_state *st, const ko_mchar_t *end
 
 static int write_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const auto *const set = static_cast<const filled_set *>(cv->scheme);
+    const bool waits = !st->last_frag && !s->cut_off;
     conv_state now = *st;
     int error = KO_OK;
     do {
         const found_sequence found =
-            set->rows ? find_sequence(set, s, !st->last_frag) : found_sequence{s->end, 0, 0};
+            set->rows ? find_sequence(set, s, waits) : found_sequence{s->end, 0, 0};
         error = write_part(cv, &now, found.at, s);
         if (error == KO_EILSEQ && !set->rows)
             error = write_plane(s);
@@ -284,8 +285,9 @@ iconv_rec *make_filled(uint16_t number, bool to_utf8, iconv_rec *object) {
     cv->scheme = set;
     cv->legs[0] = object;
     cv->looks_ahead = !to_utf8 && set->rows;
-    cv->forms[0] = uint8_t(text_form::utf8); // the shortest null character ends a text in any case
     take_ends(cv, object, object);
+    cv->forms[0] = uint8_t(text_form::utf8); // a null byte ends a text in any case,
+    cv->source_noshift_min_len = 1;          // whatever the object states
     cv->target_max_len = form_longest;
     const float growth = to_utf8 && set->rows ? float(sequence_longest) / 2 : 1;
     cv->exp_ratio = object->exp_ratio > growth ? object->exp_ratio : growth;

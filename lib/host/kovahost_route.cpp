@@ -47,8 +47,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
     block_result result = {convert_span(cv->legs[0], &legs->leg[0], &one), KO_OK, 0};
     result.made = size_t(one.out - between);
     legs->leg[1].last_frag = before.leg[1].last_frag && result.first == KO_OK;
-    if (result.first == KO_EILSEQ && cv->legs[1]->looks_ahead) legs->leg[1].last_frag = cv_cut_off;
-    cv_span two = {between, one.out, s->out, s->room, false};
+    cv_span two = {between, one.out, s->out, s->room, false, result.first == KO_EILSEQ};
     result.second = convert_span(cv->legs[1], &legs->leg[1], &two);
     if (result.second) {
         const auto taken = size_t(two.in - between), made = size_t(two.out - s->out);
@@ -59,7 +58,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
         result.made = size_t(one.out - between); // less if two code points were one character
         two.in = between;
         if (result.made < taken || !cv->legs[1]->looks_ahead) two.end = between + result.made;
-        if (result.made < taken && cv->legs[1]->looks_ahead) legs->leg[1].last_frag = cv_cut_off;
+        two.cut_off = result.made < taken;
         convert_again(cv->legs[1], &legs->leg[1], &two, s->out, made);
         two.room = s->room - size_t(two.out - s->out);
     }

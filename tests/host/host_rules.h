@@ -13,9 +13,10 @@ struct small_pair {
 };
 
 // ASCII and a few characters more; those of two bytes are between shift codes if there are such.
-inline std::string small_conversion(const std::vector<small_pair> &pairs, bool to_utf8,
-                                    bool shifts) {
+inline std::string small_conversion(const std::vector<small_pair> &pairs, bool to_utf8, bool shifts,
+                                    int min = 1) {
     cv_object object;
+    object.min = min;
     object.target_max = object.max = 4;
     object.ratio = "4";
     const auto add = [&](const std::string &bytes, const std::string &text) {
@@ -88,12 +89,12 @@ struct rules_root : small_root {
             },
                 number == 1399);
     }
-    void add(int number, const std::vector<small_pair> &pairs, bool shifts = false) {
+    void add(int number, const std::vector<small_pair> &pairs, bool shifts = false, int min = 1) {
         char name[32];
         snprintf(name, sizeof name, "kova/cv9/%04xe01c.cvo", unsigned(number));
-        write(name, small_conversion(pairs, true, shifts));
+        write(name, small_conversion(pairs, true, shifts, min));
         snprintf(name, sizeof name, "kova/cv9/e01c%04x.cvo", unsigned(number));
-        write(name, small_conversion(pairs, false, shifts));
+        write(name, small_conversion(pairs, false, shifts, min));
     }
 };
 

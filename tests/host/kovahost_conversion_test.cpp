@@ -33,7 +33,7 @@ void check_pieces(ko_cv_t cd, const std::string &text, const outcome &want) {
             continue;
         }
         st.first_frag = 0;
-        st.last_frag = 1;
+        st.last_frag = std::array{1, 2, -1}[cut % 3]; // only 0 says that more follows
         const outcome two = convert_piece(cd, &st, text.substr(one.taken), room);
         EXPECT_EQ((outcome{one.made + two.made, one.taken + two.taken, two.error}), want);
     }
@@ -417,6 +417,40 @@ TEST(HostConversion, RulesStopAtTheFirstByteOfWhatIsNoCharacter) {
         for (int i = 0; i < 20; ++i)
             EXPECT_EQ(convert_splits(cd.handle, row.text, rng), got);
     }
+}
+
+// A text ends at its null byte whatever an object states about its characters.
+TEST(HostConversion, ObjectsDoNotSayHowWideANullCharacterIs) {
+    rules_root root;
+    for (const int min : {0, 2, 5, -1}) {
+        root.add(1375, {}, false, min);
+        const conversion_to cd("hkscs", "utf8", 0, root.path.c_str());
+        size_t taken;
+        EXPECT_EQ(convert_terminated(cd.handle, "a\x88\x62", taken),
+                  std::string("aÊ\u0304") + '\0');
+        EXPECT_EQ(taken, 4u) << min;
+    }
+}
+
+TEST(HostConversion, WhatSucceedsLeavesNoFailureInTheLog) {
+    const rules_root root;
+    exit_utilities(); // the switches are read anew
+    {
+        env_hooks env;
+        env.vars["KOVALOG"] = "on";
+        env.vars["HOME"] = env.vars["VANTORDIR"] = root.path;
+        for (const char *from : {"utf8", "utf16le", "hkscs", "iso-2022-jp"})
+            for (const char *to : {"utf16le", "iso-2022-jp", "ibm1399", "gb18030"}) {
+                const conversion_to in("utf8", from, 0, root.path.c_str()),
+                    cd(from, to, 0, root.path.c_str());
+                const std::string text = convert_whole(in.handle, std::string(20000, 'a')).made;
+                EXPECT_EQ(convert_whole(cd.handle, text).error, KO_OK) << from << " to " << to;
+            }
+    }
+    exit_utilities();
+    const std::string log = root.read("kova.log");
+    EXPECT_NE(log.find("Opened"), log.npos);
+    EXPECT_EQ(log.find("Error"), log.npos) << log;
 }
 
 TEST(HostConversion, RulesNeedTheirObjectsAndMemory) {
