@@ -162,13 +162,16 @@ take_other(const quick_reader<Unit> &r, const Unit *at, unsigned letter, unsigne
     return row->kind == time_kind::parts ? take_parts(r, at, row->parts, set) : nullptr;
 }
 
+// Is it a character of two bytes that is not a blank?
+static bool is_sign_pair(const unsigned char *pairs, const ko_mchar_t *at) {
+    return pairs && (pairs[at[0] << 8 | at[1]] & (pair_valid | pair_space)) == pair_valid;
+}
+
 // Compares a character of several bytes in text and format. Returns its bytes if both are equal; 0
 // for different ones, a blank, or what is not a character.
 static int same_character(const quick_reader<ko_mchar_t> &r, const ko_mchar_t *at,
                           const ko_mchar_t *format) {
-    if (!r.pairs || at[0] != format[0] || at[1] != format[1]) return 0;
-    const unsigned facts = r.pairs[format[0] << 8 | format[1]];
-    return (facts & (pair_valid | pair_space)) == pair_valid ? 2 : 0;
+    return at[0] == format[0] && at[1] == format[1] && is_sign_pair(r.pairs, format) ? 2 : 0;
 }
 static int same_character(const quick_reader<ko_wchar_t> &, const ko_wchar_t *,
                           const ko_wchar_t *) {
@@ -240,10 +243,17 @@ static inline const Unit *read_in(kovaloc *loc, const Unit *text, const Unit *fo
     return read_quickly(r, text, format);
 }
 
+// A blank at the end of the format skips blanks of two bytes, too, which the engine does.
+[[gnu::noinline]] static bool may_skip_more(kovaloc *loc, const ko_mchar_t *at) {
+    return !loc->exp.sb_ctype_table && !is_sign_pair(flat_classes(loc)->pairs, at);
+}
+
 [[gnu::aligned(64)]] const ko_mchar_t *quick_parse(kovaloc *loc, const ko_mchar_t *text,
                                                    const ko_mchar_t *format, time_info *ti) {
     const quick_times *const quick = loc->ltime_info.quick;
-    return read_in(loc, text, format, ti, quick ? &quick->bytes.exact : nullptr);
+    const ko_mchar_t *const end =
+        read_in(loc, text, format, ti, quick ? &quick->bytes.exact : nullptr);
+    return end && *end >= 0x80 && may_skip_more(loc, end) ? nullptr : end;
 }
 
 [[gnu::aligned(64)]] const ko_wchar_t *quick_parse(kovaloc *loc, const ko_wchar_t *text,

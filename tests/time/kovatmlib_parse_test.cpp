@@ -230,7 +230,16 @@ TEST(TimeReading, ManyNamesAreLookedUpInNoTime) {
 // A text is read as far as it is needed, from any of its characters' bytes.
 TEST(TimeReading, TextsMayGoOnForLongAndEndInWhatIsNone) {
     loaded_locale narrow(with_times(single_byte_object(), plain));
-    loaded_locale mixed(with_times(double_byte_object(false), plain));
+    locale_object object = double_byte_object(false);
+    std::vector<table_entry> classes = {
+        {"\x81\x40", KO_CT_ALPHA},
+        {"\x81\x41", KO_CT_SPACE}
+    };
+    for (int c = 0; c < 128; c++)
+        classes.push_back(
+            {std::string(1, char(c)), uint16_t(c == ' ' ? KO_CT_SPACE : KO_CT_PRINT)});
+    object.ctype = caseless(classes, std::string(1, '\0'));
+    loaded_locale mixed(with_times(object, plain));
     loaded_locale wide_only(with_times(double_byte_object(true), plain, true));
     for (const size_t blanks : {0u, 100u, 120u, 127u, 128u, 1000u, 9000u, 200000u}) {
         const std::string text = std::string(blanks, ' ') + "1999-Sep-30 and so on";
@@ -247,6 +256,12 @@ TEST(TimeReading, TextsMayGoOnForLongAndEndInWhatIsNone) {
         {"%Y\x81\x40-%m", "1999\x81\x41-12x", -1, KO_EMISMATCH},
         {"%Y\x81",        "1999",             -1, KO_EILSEQ   },
         {"%B",            "Januar\xFF",       3,  0           }, // Jan
+        {"%d ",           "12\x81\x41 \x81",  5,  0           },
+        {"%d ",           "12 \x81\x40",      3,  0           },
+        {"%d %m",
+         "12 \x81\x41"
+         "9",                                 6,  0           },
+        {"%d\x81\x41|",   "12\x81\x41 |",     6,  0           },
     };
     for (const auto &[format, text, want, error] : rows) {
         SCOPED_TRACE(text);
