@@ -180,8 +180,9 @@ int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mb
             --mbs1, --mbs2;
     }
     for (int pass = 0; pass < coll->num_passes && !order; ++pass) {
-        // The pages break ties by the element's own code, not by its first byte.
-        if (flat && !flat->pass[pass].ties) {
+        // The pages break ties by the element's own code, not by its first byte; those of a pass
+        // that is not forward are for a walk from the end.
+        if (flat && flat->pass[pass].forward && !flat->pass[pass].ties) {
             order = pass_order(&flat->pass[pass], byte_text{mbs1}, byte_text{mbs2});
             continue;
         }

@@ -51,6 +51,13 @@ TEST(ByteComparers, BreakTiesOfExpandedAndElementBytes) {
     check(spec, is_mbscoll_elem, "a<ch ch>a chh=chh chb>ab bh=bh cc>ch");
 }
 
+TEST(ByteComparers, WalkElementsForwardInPassesOfAnyType) {
+    // The wide path walks from the end where bit 0 of the type is clear.
+    for (const int type : {0, int{coll_forward}, 4})
+        check(bytes_spec("chs", "90 8 9 10 50", "", "ch4", type), is_mbscoll_elem,
+              "ch>cs hch>hcs c<ch sch<chs");
+}
+
 TEST(ByteComparers, WeighAByteWithoutARowAsRowZero) {
     const char *const text = "a<\xF0 \xF0<b \xF0=\xF1";
     check(bytes_spec("abc", "5 2 8 9"), is_mbscoll_back, text);
