@@ -822,9 +822,9 @@ KO_API int ko_wcsftime(ko_lc_t loc, ko_wchar_t *out, int maxsize, const ko_wchar
                        const ko_tm_t *tm);
 KO_API int ko_mbsftime(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
                        const ko_tm_t *tm);
-/* The functions underneath, for times in the locale's calendar. If maxw or maxm is not NULL, they
- * write nothing; they add to *maxw the most columns and to *maxm the most bytes that the format can
- * produce, and out and tm may be NULL. */
+/* The functions underneath, for the working form of a Gregorian time. If maxw or maxm is not NULL,
+ * they write nothing; they add to *maxw the most columns and to *maxm the most bytes that the
+ * format can produce, and out and tm may be NULL. */
 KO_API int ko_wcsftime1(ko_lc_t loc, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
                         const ko_alt_tm_t *tm, int *maxw, int *maxm);
 KO_API int ko_mbsftime1(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,

@@ -180,8 +180,9 @@ KO_API int64_t ko_utf8slower(ko_lc_t loc, char *dst, size_t room, const char *te
  *
  * KO_EILSEQ: ill-formed text was found. Bytes of UTF-8 that are not a character are weighed one by
  * one, after all characters and by their values; surrogates without a partner are units like any
- * other. Only as much of the texts is examined as the decision needs: neither the units after it
- * nor those with which both texts begin. Identical texts give 0 even if they are ill-formed.
+ * other. Only as much of the texts is examined as the decision needs. So nothing is said of an
+ * error after the units that decide, or among those with which both texts begin, and identical
+ * texts give 0 even if they are ill-formed.
  *
  * KO_ENOCHAR: a character was found that the locale's code set lacks. It is weighed by its bytes in
  * UTF-8, like bytes that are not a character, and so are surrogates without a partner in such a
@@ -237,13 +238,19 @@ enum {
  * Between the encodings of Unicode no object is needed: all characters are converted, and of
  * ill-formed text the error is at the first byte of what is no character. Other pairs have an
  * object, or one each between them and UTF-8. A code set is also converted to itself, which checks
- * the text. Returns 0 or the number of the error: KO_ENOCODESET; KO_ENOCONV; KO_EOBJECT an
- * object is damaged or, with KO_OPEN_VERIFY, is not what its header says; KO_ENOMEM; KO_EIO;
- * KO_ENULL; KO_ERANGE unknown flags.
+ * the text. UTF-7 is converted by rule; so are ISO-2022-JP, -KR, -CN, their kin and HZ, with the
+ * objects of those code sets whose characters they have. GB18030 and code sets that have single
+ * characters for two code points are converted by their object, and by rule what it cannot hold.
+ * Returns 0 or the number of the error: KO_ENOCODESET; KO_ENOCONV; KO_EOBJECT an object is damaged
+ * or, with KO_OPEN_VERIFY, is not what its header says; KO_ENOMEM; KO_EIO; KO_ENULL; KO_ERANGE
+ * unknown flags.
  *
  * A mark at the start of a text in an encoding of Unicode is dropped, unless it is to be kept; that
  * of utf16 always is. A conversion with a state serves a text in pieces, as conversions of stateful
- * code sets do: the conv_state then keeps what the mark said, too. Where there is no room
+ * code sets do: the conv_state then keeps what the mark said, too. By rule, source_state and
+ * target_state keep more than shifts, such as which characters are announced and the bits of digits
+ * that are not used up; the numbers mean something to the same conversion alone. The piece with
+ * last_frag gets what ends a text, such as the way back to ASCII. Where there is no room
  * (KO_E2BIG), pointers, counts and state are those after the last character that was converted, so
  * that the call can be repeated with more room. Serialise the call with loading. */
 KO_API int ko_open_conversion(ko_cv_t *cd, const char *root, const char *from, const char *to,
