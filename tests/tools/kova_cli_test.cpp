@@ -412,7 +412,10 @@ TEST_F(KovaCli, KnowsMonthsWithoutADay) {
     shows("cal de_DE.8859-1 3 2024", " Länz 2024\n");
     shows("cal de_DE.8859-1 länz 2024", " Länz 2024\n");
     shows("cal de_DE.8859-1 März 2024", " Länz 2024\n");
-    writes("date de_DE.8859-1 '%OB %B %Ob' --at 2024-03-05", "Länz März Mär\n");
+    shows("cal de_DE.8859-1 ' länz' 2024", " Länz 2024\n");
+    writes("date de_DE.8859-1 '%OB %B %Ob|%6OB|%-5.3OB|%06.2Ob|%-4.1V|%5G|%6Z|' --at 2024-03-05 "
+           "--zone UTC",
+           "Länz März Mär|  Länz|Län  |0000Mä|10  | 2024|   UTC|\n");
     writes("parse-date de_DE.8859-1 '%d. %B %Y' '5. länz 2024'", "2024-03-05 00:00:00\n");
     fails(1, "parse-date de_DE.8859-1 '%d. %B %Y' '5. Lm 2024'", "the text is both 2024-01-05 and");
 }
@@ -478,6 +481,10 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
     writes("date en_US.8859-1 '%R %Z' --at '2026-10-25 02:30' --zone Europe/Paris", "02:30 CEST\n",
            "", "happens twice");
     fails(2, "date en_US.8859-1 --at '2026-03-29 02:30' --zone Europe/Paris", "clocks skip it");
+    writes("date en_US.8859-1 --rfc-3339 seconds --at 1880-01-01 --zone Europe/Paris",
+           "1879-12-31 23:59:39+00:09\n", "", "has 21 seconds, which are not written");
+    writes("date en_US.8859-1 '%T %z' --at 1880-01-01 --zone Europe/Paris", "00:00:00 +0009\n", "",
+           "has 21 seconds");
     writes("date en_US.8859-1 %R --from 2026-03-28T02:30 --to 2026-03-29T04:00 --step 1day "
            "--zone Europe/Paris",
            "02:30\n03:30\n", "", "there is no 2026-03-29 02:30:00");

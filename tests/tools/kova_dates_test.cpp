@@ -34,6 +34,7 @@ static const struct {
     {"%I:%M %p",             false},
     {"%H%M%S",               false},
     {"%Y%m%d",               true },
+    {"%C%y%j",               true },
     {"%D %T",                true },
     {"%A, %e. %B %Y",        true },
     {"%a %d %b %Y %H:%M:%S", true },
@@ -137,4 +138,57 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
     }
     printf("%d read back, %d refused, %d not written, %d wrong\n", count[read_back], count[refused],
            count[not_written], count[wrong]);
+}
+
+// What stands between backquotes in a cell, one after the other.
+static std::vector<std::string> quoted_parts(const std::string &cell) {
+    std::vector<std::string> parts;
+    for (size_t at = 0; (at = cell.find('`', at)) != cell.npos;) {
+        const size_t end = cell.find('`', ++at);
+        parts.push_back(cell.substr(at, end - at));
+        at = end + 1;
+    }
+    return parts;
+}
+
+struct KovaDateTable : data_test {
+    // Runs a command, which must give a line, or anything if that is empty.
+    void gives(const std::string &line, const std::string &want) {
+        const outcome got = shell(line);
+        EXPECT_EQ(got.status, 0) << line << "\n" << got.err;
+        EXPECT_FALSE(got.out.empty()) << line;
+        if (want.empty()) return;
+        EXPECT_NE(("\n" + got.out).find("\n" + want + "\n"), std::string::npos)
+            << line << "\n"
+            << got.out << got.err;
+    }
+};
+
+TEST_F(KovaDateTable, RowsOfTheDocumentationGiveWhatTheySay) {
+    environment["TZ"] = "UTC";
+    const bool zones = std::filesystem::exists("/usr/share/zoneinfo/Europe/Paris");
+    const bool gnu = shell("date --version").out.find("GNU coreutils") != std::string::npos;
+    std::ifstream in(env("KOVA_SOURCE_DIR") + "/docs/kova.md");
+    int rows = 0, compared = 0;
+    bool inside = false;
+    for (std::string line; std::getline(in, line);) {
+        if (line.starts_with("#")) inside = line == "### Beside date(1) and cal(1)";
+        const size_t first = line.find(" | "), second = line.find(" | ", first + 1);
+        if (!inside || !line.starts_with("| `") || second == line.npos) continue;
+        if (!zones && line.find("Europe/Paris") != line.npos) continue;
+        const std::string left = line.substr(0, first), right = line.substr(second);
+        const std::string there = quoted_parts(left)[0];
+        const std::vector<std::string> results = quoted_parts(right);
+        gives(quoted_parts(line.substr(first, second - first))[0],
+              results.empty() ? "" : results[0]);
+        ++rows;
+        const bool whole = left == "| `" + there + "`" && right.find("an error") == right.npos;
+        if (!gnu || !whole || results.empty() || there.find("date ") > 20) continue;
+        environment["LC_ALL"] = "C";
+        gives(there, results.back());
+        environment["LC_ALL"] = "C.UTF-8";
+        ++compared;
+    }
+    EXPECT_GT(rows, 40);
+    EXPECT_TRUE(!gnu || compared > 25) << compared;
 }

@@ -61,7 +61,14 @@ TEST_F(KovaFormat, ReadsDates) {
            "the year 24 is taken as 2124, by the rule F\n");
     writes("en_US.8859-1 '%y %j' '26 365' --century F --today 2026-11-22", "2026-12-31 00:00:00\n",
            "", "taken as 2026, by the rule F\n");
-    writes("de_DE.8859-1 %x 21.11.26", "0026-11-21 00:00:00\n", "", "the year is 26: ");
+    writes("de_DE.8859-1 %x 21.11.26 --allow-short-year", "0026-11-21 00:00:00\n");
+    writes("en_US.8859-1 %D 2/29/00 --today 'last monday'", "2000-02-29 00:00:00\n", "",
+           "the year 00 is taken as 2000, by the rule C\n");
+    // Numbers that nothing separates: the one reading that makes a date.
+    writes("de_DE.8859-1 %d%m%Y 3122026", "2026-12-03 00:00:00\n");
+    writes("de_DE.8859-1 %Y%m%d%H%M 202611220930", "2026-11-22 09:30:00\n");
+    writes("de_DE.8859-1 %Y-%m-%dT%H%M 2026-11-22T930", "2026-11-22 09:30:00\n");
+    writes("de_DE.8859-1 '%m %Y%d' '001 202607'", "2026-01-07 00:00:00\n");
     // An era year alone, with the locale's one era or with a name.
     writes("th_TH %x 09/09/2542", "1999-09-09 00:00:00\n");
     writes("ja_JP %EY 平成30年 --today 2024-06-15", "2018-06-15 00:00:00\n", "", "no month and no");
@@ -73,7 +80,14 @@ TEST_F(KovaFormat, ReadsDates) {
     writes("en_US '%G-W%V-%u' 2026-W53-5", "2027-01-01 00:00:00\n");
     writes("en_US '%j %Y' '60 2024'", "2024-02-29 00:00:00\n");
     static const char *const refused[][2] = {
-        {"%D 2/29/00",                        "the century is undecided"                          },
+        {"%D 2/29/00 --century F",            "no such date in the century that the rule F takes" },
+        {"%d%m%Y 1112026",                    "the month is undecided: the text is both 2026-01-1"},
+        {"%Y-%m-%dT%H%M%S 2026-11-22T11111",  "the minute is undecided: the text is both 11:11:01"},
+        {"%C%y%m%d 5261122",                  "the month is undecided: the text is both 5261-12-0"},
+        {"%2d%2m%Y 1112026",                  "the month is undecided"                            },
+        {"%d%m%Y 32112026",                   "directive 1, %d, at character 1 of the format: the"},
+        {"%d.%m.%Y 21.11.26",                 "the year, 26, has fewer than four digits"          },
+        {"'%G-W%V-%u' 26-W50-1",              "the year, 26, has fewer than four digits"          },
         {"%Y-%m-%d 2026-02-30",               "there is no such date: February 2026 has 28 days"  },
         {"'%A %Y-%m-%d' 'Monday 2026-02-28'", "of the week, Monday, contradicts the date, 2026-02"},
         {"'%m %B' '5 June'",                  "the month contradicts the date"                    },
@@ -95,6 +109,11 @@ TEST_F(KovaFormat, ReadsDates) {
           "%Y年%d日%H\n      ^~\nand at character 6 of the text\n  1999年32日5\n        ^\n");
     fails(1, "de_DE.8859-1 '%d %q' '5 5'", "directive 2, %q, at");
     fails(2, "de_DE.8859-1 '%d %' '5 5'", "directive 2, %, at");
-    fails(2, "de_DE.8859-1 %d 5 --today 1.2.2024", "--today, 1.2.2024, is not a date");
+    fails(2, "de_DE.8859-1 %d 5 --today 1.2.2024", "--today \"1.2.2024\" is not a date");
+    fails(2, "de_DE.8859-1 %d 5 --today 2024-2-01", "--today \"2024-2-01\" is not a date");
+    environment["TZ"] = "No/Where";
+    fails(3, "de_DE.8859-1 %d 5", "TZ, No/Where, names no time zone");
+    environment["TZ"] = "<-0330>+3:30NDT,M3.2.0,J300/-2:30";
+    writes("de_DE.8859-1 %Y%j 2026001", "2026-01-01 00:00:00\n");
     fails(2, "de_DE.8859-1 %d 5 --century X", "--century");
 }

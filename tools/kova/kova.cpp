@@ -44,6 +44,16 @@ struct arguments {
     std::function<int()> run;
 };
 
+const char time_directives[] =
+    "Directives:\n"
+    "  %A %a weekday     %B %b month   %OB month without a day   %d %e %m day, month in digits\n"
+    "  %Y %y %C year     %H %I hour of 24, of 12   %p AM or PM   %M %S %F minute, second, "
+    "fraction\n"
+    "  %j day of year    %u %w weekday in digits   %G %V year and week of ISO 8601\n"
+    "  %c %x %X %r the locale's date and time, date, time, 12-hour time; %Ec %Ex %EX with its era\n"
+    "  %EY %EC %Ey year by era, the era, its year    %Od %OH ... in the locale's own digits\n"
+    "  %D %R %T as %m/%d/%y, %H:%M, %H:%M:%S    %n newline   %t tab   %% percent sign\n";
+
 const char locale_help[] =
     "Locale: language_TERRITORY[.codeset][@modifier] such as de_DE or de_DE.8859-1, or POSIX. "
     "Without a code set, and with UTF-8: unicode, or the only one compiled";
@@ -59,9 +69,10 @@ struct form_help {
 struct help_format : CLI::Formatter {
     std::string make_option_name(const CLI::Option *option, bool positional) const override {
         std::string name = CLI::Formatter::make_option_name(option, positional);
-        if (const size_t at = name.find('{'); at != name.npos)
-            name.replace(at, name.npos, "[=TEXT]");
-        return name;
+        const bool optional = name.find('{') != name.npos;
+        for (size_t at = 0; (at = name.find('{')) != name.npos;)
+            name.erase(at, name.find('}', at) + 1 - at);
+        return optional ? name + "[=TEXT]" : name;
     }
 };
 
@@ -582,10 +593,20 @@ void add_cal(CLI::App &app, arguments &args) {
     command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
         ->type_name("YEAR");
     CLI::Option *year = command.add_flag("-y,--year", o.whole_year, "Draw the whole year");
-    command
-        .add_flag("-3,--three", o.three, "Draw the month, the one before it and the one after it")
-        ->excludes(year);
+    CLI::Option *three = command
+                             .add_flag("-3,--three", o.three,
+                                       "Draw the month, the one before it and the one after it")
+                             ->excludes(year);
+    command.add_option("-n,--months", o.months, "Draw so many months, from the month on")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1200))
+        ->excludes(year)
+        ->excludes(three);
     command.add_flag("-w,--week", o.weeks, "Number the weeks as ISO 8601 does");
+    command.add_flag("-j,--julian", o.year_days, "Count the days of the year");
+    CLI::Option *monday = command.add_flag("-m,--monday", o.monday,
+                                           "Begin weeks on Monday. Default: as the locale does");
+    command.add_flag("-s,--sunday", o.sunday, "Begin weeks on Sunday")->excludes(monday);
     add_common(
         command, args, [&args] { return run_cal(args.common, args.cal); },
         "  kova cal de_DE.unicode\n"
@@ -601,17 +622,16 @@ void add_date(CLI::App &app, arguments &args) {
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     CLI::Option *format =
         command
-            .add_option("format", o.format,
-                        "Text with directives: % and a letter, such as %A, %d, %B, %Y, %x, %X, "
-                        "%EY, %Od (docs/time.md), and %OB %G %V %Z %z %s. Default: %c, date and "
-                        "time in the usual form")
+            .add_option(
+                "format", o.format,
+                "Text with directives, see below: '%A, %d %B %Y'. Default: %c, date and time "
+                "in the locale's usual form")
             ->type_name("FORMAT");
     CLI::Option *at =
         command
             .add_option("--at", o.at,
-                        "Date and time: \"2026-11-21 14:30:05.25\", other forms of ISO 8601, "
-                        "@SECONDS since 1970, tomorrow, \"+3 days\", \"last monday\"; or now, the "
-                        "default")
+                        "The time to write, such as \"2026-11-21 14:30\" or tomorrow, see below. "
+                        "Default: now")
             ->type_name("WHEN");
     command
         .add_option("--zone", o.zone,
@@ -648,7 +668,16 @@ void add_date(CLI::App &app, arguments &args) {
         "  kova date ja_JP.EUC-JP '%EY%m月%d日 (%A)' --at 1989-01-08\n"
         "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n"
         "  kova date fr_FR '%A %x %Z' --at 2026-11-21T14:30Z --zone Europe/Paris\n"
-        "  kova date de_DE '%OB %Y' --from 2026-01-31 --to 2026-12-31 --step 1month\n");
+        "  kova date de_DE '%OB %Y' --from 2026-01-31 --to 2026-12-31 --step 1month\n\n" +
+            std::string(time_directives) +
+            "  %Z %z zone, its offset    %s seconds since 1970\n"
+            "After %: a width, .N for at least N digits (%.1d is 7 and not 07), - to pad at the "
+            "end.\n\n"
+            "WHEN: now, a date, a time, or both, in this order or with steps after them:\n"
+            "  2026-11-21   20261121   2026-W47-6   2026-325   14:30   2026-11-21T14:30:05Z   "
+            "@SECONDS\n"
+            "  today   tomorrow   yesterday   monday   'last monday'   'next month'   '+3 days'\n"
+            "  '2 hours ago'   'tomorrow 9:00'   '2026-01-31 +1 month'");
 }
 
 void add_parse_date(CLI::App &app, arguments &args) {
@@ -658,25 +687,39 @@ void add_parse_date(CLI::App &app, arguments &args) {
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     command
         .add_option("format", o.format,
-                    "Text with directives such as %d, %B and %Y. What it does not read is taken "
-                    "from today at midnight")
+                    "How the text is written, with directives, see below: '%d. %B %Y'")
         ->required()
         ->type_name("FORMAT");
-    command.add_option("text", o.text, "The date")->required()->type_name("TEXT");
+    command
+        .add_option("text", o.text,
+                    "The date. A year, month or day that it lacks is today's, with a word on "
+                    "standard error; a time that it lacks is 0")
+        ->required()
+        ->type_name("TEXT");
     command
         .add_option("--century", o.century,
                     "Century of a year of two digits: C closest to today, F in the future, P in "
                     "the past, R this one")
         ->check(CLI::IsMember({"C", "F", "P", "R"}))
         ->capture_default_str();
-    command.add_option("--today", o.today, "Another date for today, such as 2026-11-21")
-        ->type_name("DATE");
+    command
+        .add_option("--today", o.today,
+                    "Another date for today, such as 2026-11-21, in the forms of kova date --at")
+        ->type_name("WHEN");
+    command.add_flag(
+        "--allow-short-year", o.short_years,
+        "Take a year below 1000 that %Y reads with fewer than four digits as it is, 26 "
+        "as the year 26. Default: it is refused");
     add_common(
         command, args, [&args] { return run_parse_date(args.common, args.parse_date); },
         "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "
         "00:00:00\n"
         "  kova parse-date ja_JP.EUC-JP '%EY%m月%d日' '平成2年1月8日'\n"
-        "  kova parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15\n");
+        "  kova parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15\n\n" +
+            std::string(time_directives) +
+            "\nPrints YYYY-MM-DD HH:MM:SS of the Gregorian calendar. A text that is no date, or "
+            "could "
+            "be two,\nis refused with status 1.");
 }
 
 int complain(int status, const char *text) {

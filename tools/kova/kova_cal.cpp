@@ -24,6 +24,7 @@ struct cal_job {
     time_names names;
     unsigned first_weekday = 0; // 0 is Sunday
     bool weeks = false;         // numbered
+    bool year_days = false;     // days are counted in their year
     bool marks_today = false;
 };
 
@@ -78,6 +79,17 @@ void write_line(const cal_job &job, const drawn_line &line, output &out) {
     write(out, text);
 }
 
+// Some names have blanks around them in the sources, for columns of equal width.
+wide_text trimmed(const cal_job &job, wide_text text) {
+    const ko_wchar_t blank = native(job.code, " ")[0];
+    while (!text.empty() && text.back() == blank)
+        text.pop_back();
+    const auto first =
+        std::find_if(text.begin(), text.end(), [blank](ko_wchar_t c) { return c != blank; });
+    text.erase(text.begin(), first);
+    return text;
+}
+
 // ---- dates ----
 
 bool local_of(const cal_job &job, sys_days day, ko_alt_tm_t *local) {
@@ -113,12 +125,15 @@ void read_month(const cal_job &job, const std::string &text, ko_alt_tm_t *wanted
     const int number = number_of(text);
     wanted->alt_tm_mon = number - 1;
     if (number >= 1 && number <= most_months) return;
-    const wide_text name = lower_text(job.code, decode_argument(job.code, text, "MONTH"));
+    const auto plain = [&job](const wide_text &form) {
+        return lower_text(job.code, trimmed(job, form));
+    };
+    const wide_text name = plain(decode_argument(job.code, text, "MONTH"));
     const time_names &names = job.names;
     for (const auto *list : {&names.of[full_months], &names.of[short_months], &names.lone_months,
                              &names.lone_short_months}) {
         for (size_t i = 0; number < 0 && i < list->size(); ++i) {
-            if ((*list)[i].empty() || lower_text(job.code, (*list)[i]) != name) continue;
+            if (name.empty() || plain((*list)[i]) != name) continue;
             wanted->alt_tm_monidx = int(i);
             wanted->alt_tm_mon = names.gregorian ? wanted->alt_tm_monidx : -1;
             return;
@@ -191,6 +206,8 @@ std::vector<month> find_months(const cal_job &job, const cal_options &options) {
         return month_around(job, months.back().begin + std::chrono::days(months.back().length));
     };
     if (options.three) months.push_back(next());
+    while (months.size() < size_t(options.months))
+        months.push_back(next());
     if (!whole_year) return months;
     for (month m = next(); m.first.alt_tm_year == wanted.alt_tm_year; m = next())
         months.push_back(m);
@@ -201,7 +218,7 @@ std::vector<month> find_months(const cal_job &job, const cal_options &options) {
 
 // "11", or "11 (20)" with the Gregorian day.
 std::string cell_text(const cal_job &job, const month &m, int day) {
-    const std::string number = std::to_string(day);
+    const std::string number = std::to_string(day + (job.year_days ? m.first.alt_tm_yday : 0));
     if (job.names.gregorian) return number;
     const std::chrono::year_month_day date = m.begin + std::chrono::days(day - 1);
     const std::string other = std::to_string(unsigned(date.day()));
@@ -295,7 +312,8 @@ wide_text era_text(const cal_job &job, sys_days day) {
 wide_text title_of(const cal_job &job, const month &m) {
     const auto index = unsigned(m.first.alt_tm_monidx);
     const bool lone = index < job.names.lone_months.size();
-    wide_text title = lone ? job.names.lone_months[index] : item_text(job.code, KO_MON_1 + index);
+    wide_text title =
+        trimmed(job, lone ? job.names.lone_months[index] : item_text(job.code, KO_MON_1 + index));
     append(title, native(job.code, " " + std::to_string(m.first.alt_tm_year + 1900)));
     if (job.names.of[full_eras].empty()) return title;
     const wide_text first = era_text(job, m.begin);
@@ -318,8 +336,9 @@ struct layout {
 
 layout layout_of(const cal_job &job) {
     layout l{job.names.gregorian ? 2 : 7, job.names.gregorian ? 1 : 2, 0, {}};
+    if (job.year_days) ++l.cell;
     for (unsigned i = 0; i < week; ++i) {
-        l.names[i] = item_text(job.code, KO_ABDAY_1 + (job.first_weekday + i) % week);
+        l.names[i] = trimmed(job, item_text(job.code, KO_ABDAY_1 + (job.first_weekday + i) % week));
         l.cell = std::max(l.cell, width_cols(job, l.names[i]));
     }
     l.cols = week * l.cell + (week - 1) * l.gap + (job.weeks ? 4 : 0);
@@ -383,13 +402,17 @@ void draw_all(const cal_job &job, const std::vector<month> &months, output &out)
 } // namespace
 
 int run_cal(const common_options &common, const cal_options &options) {
+    choose_zone("");
     cal_job job;
     open_with_codec(common, options.locale, job.handle, job.code);
     job.names = names_of(job.code, job.handle.object);
     for (const std::string &line : job.handle.object.header)
         if (line.size() == 15 && line.compare(0, 14, "FIRST_WEEKDAY=") == 0)
             job.first_weekday = unsigned(line[14] - '0') % 7;
+    if (options.monday) job.first_weekday = 1;
+    if (options.sunday) job.first_weekday = 0;
     job.weeks = options.weeks;
+    job.year_days = options.year_days;
     job.marks_today = job.code.utf8 && is_terminal(stdout) && env_text("NO_COLOR").empty();
     output out;
     draw_all(job, find_months(job, options), out);

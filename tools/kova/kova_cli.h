@@ -145,6 +145,7 @@ struct parse_date_options {
     std::string locale, format, text;
     std::string century = "C";
     std::string today; // empty: the system's date
+    bool short_years = false;
 };
 int run_parse_date(const common_options &common, const parse_date_options &options);
 
@@ -197,7 +198,9 @@ int run_symbols(const common_options &common, const symbols_options &options);
 
 struct cal_options {
     std::string locale, month, year; // month and year empty: today's
-    bool whole_year = false, three = false, weeks = false;
+    bool whole_year = false, three = false, weeks = false, year_days = false;
+    bool monday = false, sunday = false; // the first day of the week; else the locale's
+    int months = 1;
 };
 int run_cal(const common_options &common, const cal_options &options);
 

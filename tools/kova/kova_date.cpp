@@ -1,5 +1,7 @@
 // kova date: a date and time in the words of a locale.
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "common/tool_text.h"
 #include "kova/kova_cli.h"
@@ -37,6 +39,7 @@ struct date_job {
     codec code;
     time_names names;
     format_text format;
+    bool offset_told = false; // that its seconds are left out
 };
 } // namespace
 
@@ -88,14 +91,29 @@ static std::string plain_text(const moment &when, const std::string &to, bool rf
     return text + part;
 }
 
-static void write_moment(const date_job &job, const date_options &options, const moment &when,
+// Offsets are written in hours and minutes; those before standard time had seconds.
+static void tell_offset(date_job &job, const moment &when, bool plain) {
+    const int seconds = std::abs(when.offset % 60);
+    if (!seconds || job.offset_told) return;
+    job.offset_told = true;
+    kovatool::tell("kova", "the zone's offset at " + moment_text(when) + " has " +
+                               std::to_string(seconds) + " seconds, which are not written" +
+                               (plain ? ": the clocks are those of the offset without them" : ""));
+}
+
+static void write_moment(date_job &job, const date_options &options, const moment &when,
                          output &out) {
     const bool plain = !options.iso.empty() || !options.rfc.empty();
     const std::string &to = options.iso.empty() ? options.rfc : options.iso;
-    write(out, (plain ? plain_text(when, to, options.iso.empty()) : localized(job, when)) + "\n");
+    const auto shows_offset = [](const format_directive &d) { return d.conversion == 'z'; };
+    const std::vector<format_directive> &all = job.format.directives;
+    if (plain ? to != "date" : std::any_of(all.begin(), all.end(), shows_offset))
+        tell_offset(job, when, plain);
+    const moment shown = plain && to != "date" ? in_whole_minutes(when) : when;
+    write(out, (plain ? plain_text(shown, to, options.iso.empty()) : localized(job, when)) + "\n");
 }
 
-static void write_range(const date_job &job, const date_options &options, output &out) {
+static void write_range(date_job &job, const date_options &options, output &out) {
     const moment from = moment_of(options.from, "--from"), to = moment_of(options.to, "--to");
     const time_step step = step_of(options.step, "--step");
     if (from.seconds > to.seconds)

@@ -1,34 +1,23 @@
 // kova parse-date: a date and time read by a format, as a Gregorian date.
-#include <cstdio>
-
 #include "common/tool_text.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_io.h"
 #include "kova/kova_reading.h"
+#include "kova/kova_when.h"
 
 namespace kovacli {
 
-// Reads the date that counts as today, such as "2026-11-21".
+// The day that counts as today, which --today gives as --at gives a time.
 static std::chrono::sys_days today_of(const std::string &text) {
+    choose_zone("");
     if (text.empty()) return system_day();
-    int year = 0, month = 0, day = 0, end = 0;
-    const bool read = std::sscanf(text.c_str(), "%4d-%2d-%2d%n", &year, &month, &day, &end) == 3 &&
-                      size_t(end) == text.size();
-    if (!read || year < 1)
-        throw failure(bad_usage, "--today, " + text + ", is not a date such as 2026-11-21");
-    const std::string fault = date_fault(year, month, day);
-    if (!fault.empty()) throw failure(bad_usage, "--today, " + text + ": " + fault);
-    ko_set_current_time(__LINE__, __FILE__, day, month, year);
-    return std::chrono::year(year) / month / day;
-}
-
-static std::string time_text(const ko_tm_t &tm) {
-    char text[40];
-    int size =
-        std::snprintf(text, sizeof text, " %02d:%02d:%02d", tm.tm_hour, tm.tm_min, tm.tm_sec);
-    if (tm.tm_usec)
-        size += std::snprintf(text + size, sizeof text - size_t(size), ".%06d", int(tm.tm_usec));
-    return std::string(text, size_t(size));
+    const std::chrono::sys_days day = day_of(moment_of(text, "--today").tm);
+    const std::chrono::year_month_day date = day;
+    if (int(date.year()) < 1)
+        throw failure(bad_usage, "--today, " + text + ", is before the year 1");
+    ko_set_current_time(__LINE__, __FILE__, int(unsigned(date.day())), int(unsigned(date.month())),
+                        int(date.year()));
+    return day;
 }
 
 int run_parse_date(const common_options &common, const parse_date_options &options) {
@@ -40,12 +29,13 @@ int run_parse_date(const common_options &common, const parse_date_options &optio
     wide_text text = decode_argument(code, options.text, "TEXT");
     text.push_back(0);
     const time_names names = names_of(code, handle.object);
-    const date_setting setting{code, names, today_of(options.today), options.century[0]};
+    const date_setting setting{code, names, today_of(options.today), options.century[0],
+                               options.short_years};
     const read_date date = read_whole_date(setting, format, text);
     for (const std::string &line : date.told)
         kovatool::tell("kova", line);
     output out;
-    write(out, day_text(day_of(date.tm)) + time_text(date.tm) + "\n");
+    write(out, day_text(day_of(date.tm)) + " " + clock_text(date.tm) + "\n");
     finish(out);
     return done;
 }

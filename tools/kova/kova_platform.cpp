@@ -207,6 +207,7 @@ std::vector<std::string> directory_entries(const std::string &path) {
 }
 
 #if defined(_WIN32)
+bool has_system_zone(const std::string &) { return false; }
 bool choose_system_zone(const std::string &) { return false; }
 
 int system_offset(int64_t seconds, std::string *abbreviation) {
@@ -224,18 +225,21 @@ int system_offset(int64_t seconds, std::string *abbreviation) {
     return offset;
 }
 #else
-bool choose_system_zone(const std::string &name) {
+bool has_system_zone(const std::string &name) {
     const std::string own = env_text("TZDIR");
     const std::string directory = own.empty() ? "/usr/share/zoneinfo" : own;
-    // The C library takes for UTC, without a word, a name that it does not know and a file that is
-    // none of zones; the files below "right" count other seconds than those since 1970.
-    if (name[0] == '/' || name.find("..") != name.npos || name.rfind("right/", 0) == 0)
-        return false;
-    const std::string file = directory + "/" + name;
+    const std::string file = name[0] == '/' ? name : directory + "/" + name;
+    // The files below "right" count other seconds than those since 1970.
+    if (name.find("..") != name.npos || file.find("right/") != file.npos) return false;
     char mark[4] = {};
-    if (!is_regular_file(file) || !std::ifstream(file, std::ios::binary).read(mark, sizeof mark) ||
-        std::string_view(mark, sizeof mark) != "TZif")
-        return false;
+    return is_regular_file(file) && std::ifstream(file, std::ios::binary).read(mark, sizeof mark) &&
+           std::string_view(mark, sizeof mark) == "TZif";
+}
+
+bool choose_system_zone(const std::string &name) {
+    // The C library takes for UTC, without a word, a name that it does not know and a file that is
+    // none of zones.
+    if (name[0] == '/' || !has_system_zone(name)) return false;
     if (setenv("TZ", (":" + name).c_str(), 1) != 0) return false;
     tzset();
     return true;

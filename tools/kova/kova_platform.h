@@ -55,8 +55,11 @@ uint64_t regular_size(std::FILE *stream);
 // the system's place. Null with errno set.
 std::FILE *open_scratch(const std::string &directory);
 
-// The time zone of system_offset: a name of the zone data that the C library reads. False if there
-// is none of that name; on Windows, always.
+// Is it the name of a zone in the data that the C library reads, or the path of such a file? On
+// Windows never.
+bool has_system_zone(const std::string &name);
+
+// The time zone of system_offset: a name of the zone data. False if there is none of that name.
 bool choose_system_zone(const std::string &name);
 
 // Seconds that the clocks of the zone are ahead of UTC at a moment, counted since 1970, and its

@@ -2,6 +2,8 @@
 #include "kova/kova_reading.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 #include "kova/kova_char.h"
 
@@ -14,7 +16,7 @@ struct piece {
     size_t place = 0;    // in the format argument
     char letter = 0;     // 0 for a character
     std::string before;  // modifiers, with "E" or "O" only where the locale knows them
-    bool sized = false;  // they have a width
+    int digits = 0;      // of a number, the most that it has beside others; 0: not a number
     bool of_era = false; // after "E"
 };
 
@@ -23,6 +25,10 @@ struct candidate {
     time_info info;
 };
 
+// Which digits a number takes where several follow: any of the counts that it may have, all there
+// are, or as many as it usually has, which tells best what is wrong.
+enum class number_reading { split, whole, usual };
+
 // A finished walk whose fields were resolved, or the furthest place of the others.
 struct walk {
     const date_setting &setting;
@@ -30,7 +36,7 @@ struct walk {
     const wide_text &text;
     wide_text lower;
     std::vector<piece> pieces;
-    bool narrow = false; // numbers may also end after their usual digits
+    number_reading numbers = number_reading::usual;
     size_t steps = 0;
     size_t failed_piece = 0, failed_at = 0;
     int error = 0;
@@ -57,6 +63,18 @@ constexpr nested_format nested_formats[] = {
 
 bool has_letter(const std::string &text, char letter) { return text.find(letter) != text.npos; }
 
+// The digits that a number usually has, or its width; 0 for what is not a number.
+int most_digits(const piece &p) {
+    const size_t size = p.before.find_first_of("123456789");
+    const std::string_view two = "CdeHImMSygVuw";
+    const bool number = two.find(p.letter) != two.npos || p.letter == 'F';
+    const int usual = p.letter == 'Y' || p.letter == 'G' ? 4 : p.letter == 'j' ? 3 : number ? 2 : 0;
+    if (p.letter == 'F') return 6;
+    if (has_letter(p.before, 'O')) return usual ? 4 : 0; // characters of a digit
+    if (usual && size < p.before.find('.')) return std::min(std::atoi(p.before.c_str() + size), 9);
+    return usual;
+}
+
 piece directive_piece(const walk &w, const wide_text &format, const format_directive &d) {
     const auto &lists = w.setting.names.of;
     piece p;
@@ -69,7 +87,7 @@ piece directive_piece(const walk &w, const wide_text &format, const format_direc
         if (!dropped) p.before += c;
     }
     p.of_era = has_letter(p.before, 'E');
-    p.sized = p.before.find_first_of("123456789") < p.before.find('.');
+    p.digits = p.of_era ? 0 : most_digits(p);
     return p;
 }
 
@@ -254,46 +272,59 @@ std::vector<candidate> name_candidates(const walk &w, const named_field &row, si
     return found;
 }
 
-// The digits that a number usually has; 0 for what is not a number.
-int usual_digits(char letter) {
-    const std::string_view two = "CdeHImMSyg";
-    if (letter && two.find(letter) != two.npos) return 2;
-    return letter == 'Y' ? 4 : letter == 'j' ? 3 : letter == 'u' || letter == 'w' ? 1 : 0;
-}
-
-// Adds the readings of a number that end after fewer characters.
-void add_narrow(const walk &w, const piece &p, size_t at, std::vector<candidate> &found) {
-    const int usual = usual_digits(p.letter);
-    if (!usual || p.of_era || p.sized) return;
-    for (int width = has_letter(p.before, 'O') ? 4 : usual; width > 0; --width) {
-        if (!has_letter(p.before, 'O') && width != usual) break;
-        const size_t form = std::min(p.before.find_first_of(".EOi"), p.before.size());
-        wide_text format =
-            native(w.setting.code, "%" + p.before.substr(0, form) + std::to_string(width) +
-                                       p.before.substr(form) + p.letter);
-        format.push_back(0);
-        candidate c;
-        if (!read_piece(w, format, at, c) || c.end != at + size_t(width)) continue;
-        if (found.empty() || found.back().end != c.end) found.push_back(c);
-    }
-}
-
 bool is_iso(const piece &p) { return p.before.empty() && (p.letter == 'G' || p.letter == 'V'); }
 
-std::vector<candidate> candidates_of(walk &w, const piece &p, size_t at) {
+// Reads a number of at most so many digits; all there are with 0.
+bool read_number(const walk &w, const piece &p, int digits, size_t at, candidate &c) {
+    const size_t form = std::min(p.before.find_first_of(".EOi"), p.before.size());
+    const size_t size = std::min(p.before.find_first_of("123456789"), form);
+    const char letter = !is_iso(p) ? p.letter : p.letter == 'G' ? 'Y' : 'j';
+    if (!digits && is_iso(p)) digits = p.digits;
+    if (!digits) return read_piece(w, p.format, at, c);
+    wide_text format =
+        native(w.setting.code, "%" + p.before.substr(0, size) + std::to_string(digits) +
+                                   p.before.substr(form) + letter);
+    format.push_back(0);
+    return read_piece(w, format, at, c);
+}
+
+bool joined(const walk &w, size_t number) {
+    return number + 1 < w.pieces.size() && w.pieces[number + 1].digits;
+}
+
+// The readings of a number, the longest first.
+std::vector<candidate> number_candidates(const walk &w, size_t number, size_t at) {
+    const piece &p = w.pieces[number];
+    const size_t start = after_blanks(w, at);
+    std::vector<candidate> found;
+    candidate c;
+    const bool usual = w.numbers == number_reading::usual && joined(w, number) && p.letter != 'F';
+    if (read_number(w, p, usual ? p.digits : 0, at, c)) found.push_back(c);
+    if (w.numbers != number_reading::split) return found;
+    const int error = *ko_ext_errno(w.setting.code.loc);
+    const bool fraction = p.letter == 'F';
+    const size_t most = size_t(p.digits) + (fraction && has_letter(p.before, 'i'));
+    // The digits of a locale may be of several characters each.
+    if (!found.empty() && c.end > start + most && !has_letter(p.before, 'O')) found.clear();
+    for (int digits = fraction ? 0 : p.digits; digits > 0; --digits) {
+        if (!read_number(w, p, digits, start, c) || c.end != start + size_t(digits)) continue;
+        if (found.empty() || found.back().end != c.end) found.push_back(c);
+    }
+    *ko_ext_errno(w.setting.code.loc) = error;
+    return found;
+}
+
+std::vector<candidate> candidates_of(const walk &w, size_t number, size_t at) {
+    const piece &p = w.pieces[number];
+    if (p.digits) return number_candidates(w, number, at);
+    std::vector<candidate> found;
     if (const named_field *row = names_read_by(p)) {
-        const std::vector<candidate> found = name_candidates(w, *row, at);
+        found = name_candidates(w, *row, at);
         if (found.empty()) *ko_ext_errno(w.setting.code.loc) = row->error;
         return found;
     }
-    std::vector<candidate> found;
     candidate c;
-    wide_text iso = native(w.setting.code, p.letter == 'G' ? "%4Y" : "%2j");
-    iso.push_back(0);
-    if (read_piece(w, is_iso(p) ? iso : p.format, at, c)) found.push_back(c);
-    const int error = *ko_ext_errno(w.setting.code.loc);
-    if (w.narrow) add_narrow(w, p, at, found);
-    *ko_ext_errno(w.setting.code.loc) = error;
+    if (read_piece(w, p.format, at, c)) found.push_back(c);
     return found;
 }
 
@@ -325,6 +356,8 @@ void take_iso(const piece &p, const time_info &info, read_fields &fields) {
 }
 
 void take(const walk &w, const piece &p, size_t at, const candidate &c, read_fields &fields) {
+    if (c.info.set & seen_full_year && p.digits)
+        fields.year_digits = std::min(fields.year_digits, int(c.end - after_blanks(w, at)));
     if (is_iso(p)) return take_iso(p, c.info, fields);
     merge(w, c.info, fields);
     const bool whole_era = p.of_era && p.letter == 'Y';
@@ -336,7 +369,7 @@ void go_on(walk &w, size_t number, size_t at, read_fields fields) {
         if (++w.steps > most_steps || w.dates.size() + w.faults.size() > most_dates)
             throw failure(bad_text, "the text can be read in too many ways by this format");
         const piece &p = w.pieces[number];
-        const std::vector<candidate> found = candidates_of(w, p, at);
+        const std::vector<candidate> found = candidates_of(w, number, at);
         if (found.empty()) return note_failure(w, number, at);
         for (size_t i = 0; i + 1 < found.size(); ++i) {
             read_fields with = fields;
@@ -425,12 +458,50 @@ std::string marked_text(const walk &w, size_t at) {
                   marked_text(w, w.rest));
 }
 
-bool same_time(const ko_tm_t &a, const ko_tm_t &b) {
-    return day_of(a) == day_of(b) && a.tm_hour == b.tm_hour && a.tm_min == b.tm_min &&
-           a.tm_sec == b.tm_sec && a.tm_usec == b.tm_usec;
+// The first field in which two readings differ; "" if they are the same.
+std::string differing_field(const ko_tm_t &a, const ko_tm_t &b) {
+    const struct {
+        bool differs;
+        const char *name;
+    } rows[] = {
+        {a.tm_year != b.tm_year, "year"                },
+        {a.tm_mon != b.tm_mon,   "month"               },
+        {a.tm_mday != b.tm_mday, "day"                 },
+        {a.tm_hour != b.tm_hour, "hour"                },
+        {a.tm_min != b.tm_min,   "minute"              },
+        {a.tm_sec != b.tm_sec,   "second"              },
+        {a.tm_usec != b.tm_usec, "fraction of a second"},
+    };
+    for (const auto &row : rows)
+        if (row.differs) return row.name;
+    return "";
+}
+
+// Every reading must give the same time.
+void check_readings(const walk &w) {
+    const ko_tm_t &first = w.dates[0].tm;
+    for (const read_date &other : w.dates) {
+        const std::string field = differing_field(first, other.tm);
+        if (field.empty()) continue;
+        const bool of_day = day_of(first) != day_of(other.tm);
+        const auto shown = [of_day](const ko_tm_t &tm) {
+            return of_day ? day_text(day_of(tm)) : clock_text(tm);
+        };
+        throw failure(bad_text, outer_text(w.setting.code, {w.text.begin(), w.text.end() - 1}) +
+                                    ": the " + field + " is undecided: the text is both " +
+                                    shown(first) + " and " + shown(other.tm));
+    }
 }
 
 } // namespace
+
+std::string clock_text(const ko_tm_t &tm) {
+    char text[40];
+    int size = std::snprintf(text, sizeof text, "%02d:%02d:%02d", tm.tm_hour, tm.tm_min, tm.tm_sec);
+    if (tm.tm_usec)
+        size += std::snprintf(text + size, sizeof text - size_t(size), ".%06d", int(tm.tm_usec));
+    return std::string(text, size_t(size));
+}
 
 read_date read_whole_date(const date_setting &setting, const format_text &format,
                           const wide_text &text) {
@@ -438,17 +509,18 @@ read_date read_whole_date(const date_setting &setting, const format_text &format
     w.lower = lower_text(setting.code, wide_text(text.begin(), text.end() - 1));
     w.lower.push_back(0);
     add_pieces(w, format, 0, 0);
-    for (w.narrow = false; w.dates.empty(); w.narrow = true) {
+    for (const number_reading numbers :
+         {number_reading::split, number_reading::whole, number_reading::usual}) {
+        w.numbers = numbers;
+        w.failed_piece = w.failed_at = w.rest = 0;
+        w.whole = false;
+        w.faults.clear();
         go_on(w, 0, 0, {});
-        if (w.narrow) break;
+        if (w.dates.empty()) continue;
+        check_readings(w);
+        return w.dates[0];
     }
-    if (w.dates.empty()) fail_walk(w);
-    for (const read_date &other : w.dates)
-        if (!same_time(other.tm, w.dates[0].tm))
-            throw failure(bad_text, outer_text(setting.code, {text.begin(), text.end() - 1}) +
-                                        ": the text is both " + day_text(day_of(w.dates[0].tm)) +
-                                        " and " + day_text(day_of(other.tm)));
-    return w.dates[0];
+    fail_walk(w);
 }
 
 } // namespace kovacli

@@ -36,8 +36,12 @@ struct date_setting {
     const codec &code;
     const time_names &names;
     std::chrono::sys_days today;
-    char century; // the rule for years of two digits
+    char century;             // the rule for years of two digits
+    bool short_years = false; // whole years may have fewer than four digits
 };
+
+// "14:30:05", with a fraction where there is one.
+std::string clock_text(const ko_tm_t &tm);
 
 // What the directives of a format have read.
 struct read_fields {
@@ -45,6 +49,7 @@ struct read_fields {
     wide_text era_text;               // what a whole era format (%EY) has read
     std::string fault;                // two directives contradict each other
     int iso_year = -1, iso_week = -1; // by the commands' own %G and %V
+    int year_digits = 4;              // of a whole year, where it has fewer
 };
 
 struct read_date {

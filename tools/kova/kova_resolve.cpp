@@ -129,6 +129,28 @@ void choose_era_year(resolver &r, ko_alt_tm_t &local) {
     }
 }
 
+// The century of a date that not each of the last, this and the next has: among those which have
+// it, by the rule; -1 if none fits.
+int century_of_leap_day(const resolver &r, int month, int day) {
+    using namespace std::chrono;
+    const sys_days today = r.setting.today;
+    const int now = int(year_month_day(today).year()) / 100;
+    const char rule = r.setting.century;
+    int found = -1;
+    days best{};
+    for (const int century : {now - 1, now, now + 1}) {
+        const year_month_day date = year{century * 100 + r.info.year_off} / month / day;
+        const days from = sys_days{date} - today;
+        const bool fits = date.ok() && (rule == 'F'   ? from.count() > 0
+                                        : rule == 'P' ? from.count() < 0
+                                                      : rule == 'C');
+        if (!fits || (found >= 0 && abs(from) >= best)) continue;
+        found = century;
+        best = abs(from);
+    }
+    return found;
+}
+
 void choose_short_year(resolver &r, ko_alt_tm_t &local) {
     const bool named = has(r, seen_mon | seen_monidx);
     int month = named ? std::max(local.alt_tm_mon, local.alt_tm_monidx) + 1 : 1;
@@ -139,26 +161,35 @@ void choose_short_year(resolver &r, ko_alt_tm_t &local) {
         month = int(unsigned(date.month()));
         day = int(unsigned(date.day()));
     }
-    const int century = ko_getcentury(r.setting.code.loc, month, day, r.info.year_off,
-                                      static_cast<unsigned char>(r.setting.century));
+    int century = ko_getcentury(r.setting.code.loc, month, day, r.info.year_off,
+                                static_cast<unsigned char>(r.setting.century));
+    if (century < 0) century = century_of_leap_day(r, month, day);
     if (century < 0) {
-        r.result.fault = "the century is undecided: not every century has this date";
+        r.result.fault = "there is no such date in the century that the rule " +
+                         std::string(1, r.setting.century) + " takes";
         return;
     }
     local.alt_tm_year = century * 100 + r.info.year_off - 1900;
     const std::string rule = r.setting.names.gregorian
                                  ? std::string("by the rule ") + r.setting.century
                                  : "in the calendar's usual century";
-    r.result.told.push_back("the year " + std::to_string(r.info.year_off) + " is taken as " +
+    const std::string two = std::to_string(100 + r.info.year_off).substr(1);
+    r.result.told.push_back("the year " + two + " is taken as " +
                             std::to_string(local.alt_tm_year + 1900) + ", " + rule);
+}
+
+// A year such as 26 means itself only to those who say so.
+void check_whole_year(resolver &r, int year) {
+    if (r.fields.year_digits >= 4 || r.setting.short_years) return;
+    r.result.fault = "the year, " + std::to_string(year) +
+                     ", has fewer than four digits, and %Y reads whole years: %y reads those of a "
+                     "century, and --allow-short-year takes it as it is";
 }
 
 void choose_year(resolver &r, ko_alt_tm_t &local) {
     if (has(r, seen_full_year)) {
         local.alt_tm_year = r.info.full_year;
-        if (r.setting.names.gregorian && local.alt_tm_year < 100 - 1900)
-            r.result.told.push_back("the year is " + std::to_string(local.alt_tm_year + 1900) +
-                                    ": the format has whole years, not those of a century");
+        check_whole_year(r, local.alt_tm_year + 1900);
     } else if (has(r, seen_century) && has(r, seen_year_off)) {
         local.alt_tm_year = r.info.century * 100 + r.info.year_off - 1900;
     } else if (has(r, seen_era_off) || !r.fields.era_text.empty()) {
@@ -199,6 +230,7 @@ void choose_iso_day(resolver &r) {
                          "week (%G %V %u) decide it together";
         return;
     }
+    check_whole_year(r, year);
     const sys_days fourth = std::chrono::year(year) / 1 / 4; // which is in week 1
     const std::chrono::weekday monday = std::chrono::Monday;
     const sys_days day = fourth - (std::chrono::weekday{fourth} - monday) +

@@ -38,6 +38,21 @@ static int offset_at(int64_t seconds, std::string *name = nullptr) {
     return zone.fixed ? zone.offset : system_offset(seconds, name);
 }
 
+static ko_tm_t clocks_at(int64_t shown, int usec) {
+    const sys_seconds local{std::chrono::seconds(shown)};
+    const sys_days day = floor<days>(local);
+    const int year_ad = int(year_month_day(day).year());
+    if (year_ad < 0 || year_ad > 9999)
+        throw failure(bad_usage, "the time is outside the years 0000 to 9999");
+    ko_tm_t tm = tm_of(day);
+    const auto rest = int((local - day).count());
+    tm.tm_hour = rest / 3600;
+    tm.tm_min = rest / 60 % 60;
+    tm.tm_sec = rest % 60;
+    tm.tm_usec = usec;
+    return tm;
+}
+
 // The clocks of the zone at a moment.
 static moment at_seconds(int64_t seconds, int usec) {
     if (seconds < first_second - day_seconds || seconds > last_second + day_seconds)
@@ -45,18 +60,17 @@ static moment at_seconds(int64_t seconds, int usec) {
     moment when;
     when.seconds = seconds;
     when.offset = offset_at(seconds, &when.zone);
-    const sys_seconds local{std::chrono::seconds(seconds + when.offset)};
-    const sys_days day = floor<days>(local);
-    const int year_ad = int(year_month_day(day).year());
-    if (year_ad < 0 || year_ad > 9999)
-        throw failure(bad_usage, "the time is outside the years 0000 to 9999");
-    when.tm = tm_of(day);
-    const auto rest = int((local - day).count());
-    when.tm.tm_hour = rest / 3600;
-    when.tm.tm_min = rest / 60 % 60;
-    when.tm.tm_sec = rest % 60;
-    when.tm.tm_usec = usec;
+    when.tm = clocks_at(seconds + when.offset, usec);
     return when;
+}
+
+moment in_whole_minutes(const moment &when) {
+    const int extra = when.offset % 60;
+    if (!extra) return when;
+    moment result = when;
+    result.offset -= extra;
+    result.tm = clocks_at(when.seconds + result.offset, int(when.tm.tm_usec));
+    return result;
 }
 
 static int64_t clock_seconds(const ko_tm_t &tm) {
@@ -496,9 +510,80 @@ std::string moment_text(const moment &when) {
     return day_text(day_of(when.tm)) + text;
 }
 
+// ---- the zone of the environment ----
+
+// A name of letters, or of more between "<" and ">".
+static void take_zone_name(when_text &in) {
+    const bool quoted = take(in, '<');
+    const char *const start = in.at;
+    while (is_letter(*in.at) || (quoted && (is_digit(*in.at) || *in.at == '+' || *in.at == '-')))
+        ++in.at;
+    in.failed |= in.at - start < 3;
+    if (quoted) in.failed |= !take(in, '>');
+}
+
+// "2", "-03:30" or "+5:00:30", with hours up to a largest one.
+static void take_zone_hours(when_text &in, int most) {
+    if (*in.at == '+' || *in.at == '-') ++in.at;
+    const int digits = digits_ahead(in);
+    in.failed |= digits < 1 || digits > 3;
+    if (in.failed) return;
+    in.failed |= take_digits(in, digits) > most;
+    for (int part = 0; part < 2 && take(in, ':'); ++part)
+        in.failed |= take_digits(in, 2) > 59;
+}
+
+// "M3.5.0", "J60" or "59", and "/2" where wanted.
+static void take_zone_rule(when_text &in) {
+    const auto number = [&in](int least, int most) {
+        const int digits = digits_ahead(in);
+        in.failed |= digits < 1 || digits > 3;
+        const int value = in.failed ? least : take_digits(in, digits);
+        in.failed |= value < least || value > most;
+    };
+    if (take(in, 'M')) {
+        number(1, 12);
+        in.failed |= !take(in, '.');
+        number(1, 5);
+        in.failed |= !take(in, '.');
+        number(0, 6);
+    } else {
+        const bool without_leap_day = take(in, 'J');
+        number(without_leap_day ? 1 : 0, 365);
+    }
+    if (take(in, '/')) take_zone_hours(in, 167);
+}
+
+// Is it such as "CET-1CEST,M3.5.0,M10.5.0/3"?
+static bool is_zone_rule(const std::string &text) {
+    when_text in{text.c_str()};
+    take_zone_name(in);
+    take_zone_hours(in, 24);
+    if (*in.at && !in.failed) {
+        take_zone_name(in);
+        if (*in.at && *in.at != ',') take_zone_hours(in, 24);
+        for (int i = 0; i < 2 && !in.failed && *in.at; ++i) {
+            in.failed |= !take(in, ',');
+            take_zone_rule(in);
+        }
+    }
+    return !in.failed && in.at == text.c_str() + text.size();
+}
+
+// The C library takes UTC, without a word, where TZ names nothing.
+static void check_system_zone() {
+    std::string name = env_text("TZ");
+    if (!name.empty() && name[0] == ':') name.erase(0, 1);
+    if (name.empty() || name == "UTC" || name == "GMT" || is_zone_rule(name)) return;
+    if (!has_system_zone(name))
+        throw failure(bad_locale, "TZ, " + name +
+                                      ", names no time zone of the system; names are such as "
+                                      "Europe/Paris");
+}
+
 void choose_zone(const std::string &name) {
     zone = {};
-    if (name.empty()) return;
+    if (name.empty()) return check_system_zone();
     zone.asked = true;
     zone.name = name;
     when_text in{name.c_str()};

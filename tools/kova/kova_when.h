@@ -22,7 +22,7 @@ struct iso_week {
 iso_week iso_week_of(std::chrono::sys_days day);
 
 // Chooses the zone of all moments: a name of the system's zone data, UTC or an offset such as
-// +02:00; "" for that of the system. Throws failure.
+// +02:00; "" for that of the system, which TZ may name. Throws failure.
 void choose_zone(const std::string &name);
 
 // Reads a moment. option names it in messages. Throws failure.
@@ -37,6 +37,9 @@ time_step step_of(const std::string &text, const std::string &option);
 // A moment so many steps from another. A day that its month lacks becomes the month's last, which
 // standard error tells. Throws failure beyond the years 0 to 9999.
 moment moved(const moment &from, const time_step &step, int64_t times);
+
+// The same moment, by clocks whose offset from UTC has no seconds.
+moment in_whole_minutes(const moment &when);
 
 // "2026-11-21 14:30:05".
 std::string moment_text(const moment &when);
