@@ -14,5 +14,5 @@ foreach(source IN LISTS bench_sources)
                         benchmark::benchmark_main ICU::i18n ICU::uc)
 endforeach()
 add_custom_target(run_bench USES_TERMINAL
-    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/run_bench ${CMAKE_BINARY_DIR}
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/run_bench ${PROJECT_BINARY_DIR}
     DEPENDS ${bench_programs} $<TARGET_NAME_IF_EXISTS:kovac_command>)

@@ -1,6 +1,10 @@
 # Warnings and sanitizers, as interface targets that every other target links.
+set(kova_werror)
+if(KOVA_DEVELOPER)
+  set(kova_werror -Werror)
+endif()
 set(kova_warnings_common -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow
-    -Wcast-qual -Wimplicit-fallthrough -Wno-missing-field-initializers -Werror)
+    -Wcast-qual -Wimplicit-fallthrough -Wno-missing-field-initializers ${kova_werror})
 add_library(kova_warnings INTERFACE)
 target_compile_options(kova_warnings INTERFACE ${kova_warnings_common}
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wmissing-declarations>)

@@ -4,8 +4,19 @@ if(NOT TARGET kova)
 endif()
 install(TARGETS kova)
 install(FILES include/kova.h include/kova_host.h TYPE INCLUDE)
-configure_file(cmake/kova.pc.in ${CMAKE_BINARY_DIR}/kova.pc @ONLY)
-install(FILES ${CMAKE_BINARY_DIR}/kova.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# The prefix is found from the place of the file, so that an installed tree can be moved.
+set(kova_pc_prefix "${CMAKE_INSTALL_PREFIX}")
+set(kova_pc_data "${KOVA_DATA_ROOT}")
+if(NOT IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+  file(RELATIVE_PATH up "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" /)
+  string(REGEX REPLACE "/$" "" up "${up}")
+  set(kova_pc_prefix "\${pcfiledir}/${up}")
+  if(KOVA_DATA_ROOT STREQUAL "${CMAKE_INSTALL_PREFIX}/share/vantor/")
+    set(kova_pc_data "\${prefix}/share/vantor/")
+  endif()
+endif()
+configure_file(cmake/kova.pc.in ${PROJECT_BINARY_DIR}/kova.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kova.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 foreach(command kova_command kovac_command)
   if(TARGET ${command})
     install(TARGETS ${command})
@@ -15,15 +26,15 @@ endforeach()
 if(TARGET kovac_command AND NOT CMAKE_CROSSCOMPILING)
   add_custom_target(data USES_TERMINAL
       COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/cmake/compile_data $<TARGET_FILE:kovac_command>
-              ${CMAKE_BINARY_DIR}/data
+              ${PROJECT_BINARY_DIR}/data
       DEPENDS kovac_command)
 endif()
 # Conversion objects have a second name, FROM_TO.cvo, beside their numbers; a copy would take its
 # room again.
-install(DIRECTORY ${CMAKE_BINARY_DIR}/data/kova DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL
+install(DIRECTORY ${PROJECT_BINARY_DIR}/data/kova DESTINATION ${CMAKE_INSTALL_DATADIR}/vantor OPTIONAL
         PATTERN "*_*.cvo" EXCLUDE)
 install(CODE "
-  set(made \"${CMAKE_BINARY_DIR}/data/kova/cv9\")
+  set(made \"${PROJECT_BINARY_DIR}/data/kova/cv9\")
   set(installed \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DATADIR}/vantor/kova/cv9\")
   file(GLOB objects \${made}/*.cvo)
   foreach(object \${objects})

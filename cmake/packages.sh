@@ -11,11 +11,8 @@ missing_packages() {
 apt() {
     if [ "$(id -u)" = 0 ]; then
         DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
-    elif command -v sudo >/dev/null; then
-        sudo DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
     else
-        echo "$me: packages can be installed by root only; run as root or install sudo" >&2
-        return 1
+        sudo DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
     fi
 }
 
@@ -25,8 +22,14 @@ install_packages() {
         echo "$me: this is no Debian system; install by hand: $*" >&2
         return 1
     }
+    local missing log # the callers have a log of their own
     missing=$(missing_packages "$@" | tr '\n' ' ')
     [ -n "$missing" ] || return 0
+    if [ "$(id -u)" != 0 ] && ! command -v sudo >/dev/null; then
+        echo "$me: packages are missing; only root can install them, and there is no sudo. Run as root:" >&2
+        echo "    apt-get install -y --no-install-recommends $missing" >&2
+        return 1
+    fi
     echo "$me: installing $missing"
     log=$(mktemp)
     # shellcheck disable=SC2086  # the list is meant to be split
