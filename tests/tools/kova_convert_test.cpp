@@ -100,6 +100,8 @@ TEST_F(KovaConvert, EndsLinesAsTheTargetDoesOrAsTold) {
            "a\0\x85\0"
            "b\0\x85\0c\0\x85\0\r\0"s,
            text + "\r");
+    writes("utf8 -t iso-2022-kr --newline crlf", "\x1B$)Ca\r\n\r\n\x0E\x30\x21\x0F\r\n",
+           "a\n\xc2\205가\n"); // announced once
     fails(2, "utf8 -t sjis --newline nel", "--newline nel: sjis has no such character");
     fails(1, "37 -t ascii", "3:1: byte offset 4: the byte 51 is U+00E9 (é), which ascii lacks",
           "\x81\x15\x82\x15\x51", "a\nb\n");
@@ -234,6 +236,11 @@ TEST_F(KovaConvert, WritesWhatTheTargetLacksAsAnEscapeOrByItsSpelling) {
            escaped);
     writes("utf8 -t 930 --escape xml", "\x0e\x4f\x58\x0f\x50\x7b\xb7\xc5\xf9\x5e\x0e\x4f\x58\x0f",
            "漢é漢", escaped); // not the control that the object has for it
+    // Spellings begin no escape, and are not taken for the rest of one.
+    writes("utf8 -t ascii --translit --escape xml", "&#xFF06;#65;R&De&#x26;#65;&#66",
+           "＆#65;R&Dé&＃65；&#66", "3 characters transliterated");
+    fails(1, "iso-2022-kr -t 8859-1 --escape hex", "byte offset 6: the bytes 30 21 are U+AC00",
+          "\x1B$)Ca\x0E\x30\x21\x0F", "a");
     writes("utf8 -t 8859-1 --escape xml --keep-escapes", "&#65;&#x20AC;", "&#65;€",
            "1 character escaped");
     writes("utf8 -t ascii --translit", "Cafe EUR ss Lodz (", "Cafe\u0301 € ß Łódź (",
@@ -328,6 +335,14 @@ TEST_F(KovaConvert, ReportsEachInputAsJson) {
     spit(dir / "a/x", "é");
     const auto failed = nlohmann::json::parse(kova(to_dir + "out --json a/y a/x").out);
     EXPECT_EQ(failed["status"], 1);
+    // So is an escape whose character the target lacks.
+    spit(dir / "a/x", "é&#8364;");
+    const auto escape = nlohmann::json::parse(
+        kova(to_dir + "out --json --unescape xml a/x").out)["files"][0]["error"];
+    EXPECT_EQ(escape["kind"].get<std::string>() + escape["character"].get<std::string>(),
+              "unmappedU+20AC");
+    EXPECT_EQ(escape["resume_offset"].get<int>() * 100 + escape["next_offset"].get<int>(), 209);
+    spit(dir / "a/x", "é");
     const nlohmann::json want = {
         {"kind",          "unmapped"},
         {"byte_offset",   3         },

@@ -132,9 +132,8 @@ static void take_state(convert_job &job, const std::string &text) {
     job.ends.holds_cr = rest == "r";
 }
 
-// The failure at a character, which the report describes.
-static failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
-                       const bad_input &bad, const std::string &message) {
+failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
+                const bad_input &bad, const std::string &message) {
     static constexpr const char *names[] = {"substituted", "", "unmapped", "invalid", "cut_off"};
     const void *const start = text;
     stop_report stop{names[kind], message + " continues", "", bad.code, job.place, bad.len, ""};

@@ -46,20 +46,28 @@ static std::string escape_of(const convert_job &job, const unsigned char *text, 
     return escape;
 }
 
-static bool write_spelling(convert_job &job, output &out, uint32_t point) {
+// The spelling of a character that the target can write; NULL if it has none. One that may begin an
+// escape is none where escapes are written.
+static const std::string *spelling_of(convert_job &job, uint32_t point) {
     const auto found = job.spellings.find(point);
-    if (found == job.spellings.end()) return false;
+    if (found == job.spellings.end()) return nullptr;
     for (const std::string &spelling : found->second) {
-        if (!fits_target(job, spelling)) continue;
-        write_utf8(job, out, spelling);
-        return true;
+        const bool begins_one = job.escapes != escape_form::none &&
+                                spelling.find(introducer(job.escapes)) != spelling.npos;
+        if (!begins_one && fits_target(job, spelling)) return &spelling;
     }
-    return false;
+    return nullptr;
+}
+
+static bool write_spelling(convert_job &job, output &out, uint32_t point) {
+    const std::string *const spelling = point == no_code_point ? nullptr : spelling_of(job, point);
+    if (spelling) write_utf8(job, out, *spelling);
+    return spelling;
 }
 
 bool write_otherwise(convert_job &job, output &out, const unsigned char *text, size_t len,
                      uint32_t point, const std::string &where) {
-    if (point != no_code_point && write_spelling(job, out, point)) {
+    if (write_spelling(job, out, point)) {
         note(job.found[transliterated], where);
         return true;
     }
@@ -171,23 +179,38 @@ namespace {
 struct ahead {
     std::string text;
     std::vector<size_t> ends;
-    bool cut = false; // more of the text must be read to know
+    std::string spelled; // with what spellings make of the other characters
+    bool cut = false;    // more of the text must be read to know
 };
 } // namespace
+
+// What a character beyond ASCII becomes; "" for itself, or if it has no spelling.
+static std::string spelled_as(convert_job &job, uint32_t point) {
+    std::string own;
+    append_utf8(point, own);
+    const std::string *const spelling = spelling_of(job, point);
+    return spelling && !fits_target(job, own) ? *spelling : "";
+}
 
 static ahead look_ahead(convert_job &job, const input &in) {
     constexpr size_t longest_escape = 12;
     ahead seen;
     const unsigned char *const text = in.block.data() + in.at;
     const size_t len = in.fill - in.at;
-    for (size_t at = 0; seen.text.size() < longest_escape;) {
+    for (size_t at = 0; seen.spelled.size() < longest_escape;) {
         uint32_t point = 0;
         const int count = at < len ? source_character(job, text + at, len - at, point) : -1;
         seen.cut = count < 0 && !in.at_end;
-        if (count <= 0 || point >= 0x80) break;
+        if (count <= 0) break;
         at += size_t(count);
-        seen.text.push_back(char(point));
-        seen.ends.push_back(at);
+        const std::string made =
+            point < 0x80 ? std::string(1, char(point)) : spelled_as(job, point);
+        if (made.empty()) break;
+        if (point < 0x80 && seen.text.size() == seen.spelled.size()) {
+            seen.text += made;
+            seen.ends.push_back(at);
+        }
+        seen.spelled += made;
     }
     return seen;
 }
@@ -218,9 +241,13 @@ static void write_value(convert_job &job, const input &in, output &out, const ah
         return write_utf8(job, out, text);
     }
     if (write_otherwise(job, out, bytes_of(text), text.size(), value.code, where)) return;
-    if (!job.goes_on)
-        throw failure(bad_text, where + ", which " + job.way.to.name +
-                                    " lacks; --skip or --replace continues");
+    if (!job.goes_on) {
+        bad_input bad;
+        bad.len = seen.ends[value.count - 1];
+        bad.code = value.code;
+        throw stopped(job, unmapped, in.block.data() + in.at, bad,
+                      where + ", which " + job.way.to.name + " lacks; --skip or --replace");
+    }
     note(job.found[unmapped], where);
     if (job.options->replace) write_replacement(job, out);
 }
@@ -233,7 +260,7 @@ escape_result take_escape(convert_job &job, input &in, output &out) {
         take_characters(job, in, seen.ends[value.count - 1]);
         return escape_result::taken;
     }
-    if (job.options->keep_escapes || read_escape(job.escapes, seen.text).count == 0)
+    if (job.options->keep_escapes || read_escape(job.escapes, seen.spelled).count == 0)
         return escape_result::none;
     // Text that looks like an escape: its first character is written as one.
     const unsigned char *const text = in.block.data() + in.at;
@@ -253,7 +280,8 @@ static void learn_shifts(convert_job &job) {
             route_state st;
             source_state(st) = shifted;
             const run_result got = run(job.to_utf8, st, &byte, 1, false, job.scratch);
-            if (got.error != KO_OK || source_state(st) == shifted) continue;
+            // Other states than 0 and 1 are those of rules, which no byte alone enters and leaves.
+            if (got.error != KO_OK || source_state(st) != !shifted) continue;
             (shifted ? job.source_closing : job.source_opening) = std::string(1, char(byte));
         }
     }

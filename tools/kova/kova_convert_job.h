@@ -137,6 +137,10 @@ std::string trouble_text(const convert_job &job, const bad_input &bad);
 
 // ---- kova_convert.cpp ----
 
+// The failure at a character or an escape, which the report describes; the message lists what
+// continues.
+failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
+                const bad_input &bad, const std::string &message);
 // Can the target write all of a text in UTF-8, as it is?
 bool fits_target(convert_job &job, const std::string &text);
 // Writes a text in UTF-8 that the target can write.

@@ -10,8 +10,9 @@ line_controls find_controls(const data_place &place, const code_set &set) {
     const auto bytes = [&](std::string_view text) -> std::string {
         route_state st;
         const void *start = text.data();
-        const run_result got =
-            run(from_utf8, st, static_cast<const unsigned char *>(start), text.size(), false, made);
+        const auto *const first = static_cast<const unsigned char *>(start);
+        run(from_utf8, st, first, text.size(), false, made); // with what goes before a text
+        const run_result got = run(from_utf8, st, first, text.size(), false, made);
         const bool exact = got.error == KO_OK && got.taken == text.size() && !got.substituted;
         return exact ? std::string(made.text()) : "";
     };
