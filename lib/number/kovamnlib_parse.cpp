@@ -230,6 +230,14 @@ static int match_candidate(kovaloc *loc, const mon_input &in, const mon_candidat
     return len;
 }
 
+// Can a sign be seen in a text? Blanks cannot: those before an amount are skipped, and those inside
+// or after it may be missing.
+static bool is_visible(kovaloc *loc, const wide_symbol &sign) {
+    for (int i = 0; i < sign.len; ++i)
+        if (!is_blank(loc, sign.units[i])) return true;
+    return false;
+}
+
 // Lists the layouts in the order in which they are tried. A positive layout may match the beginning
 // of a negative text, so the negative one comes first, unless nothing distinguishes it from a
 // positive one. Returns their number; -1 with the error word set.
@@ -238,7 +246,7 @@ static int list_candidates(kovaloc *loc, const mon_positions &positions, mon_can
     if (!mon_sign(loc, true, &negative) || !mon_sign(loc, false, &positive)) return -1;
     const char *mask = mon_mask(positions.side[1]);
     int count = 0;
-    if (*mask == '(' || (*mask && negative.len)) list[count++] = {mask, negative, true};
+    if (*mask == '(' || (*mask && is_visible(loc, negative))) list[count++] = {mask, negative, true};
     mask = mon_mask(positions.side[0]);
     if (*mask && positive.len) list[count++] = {mask, positive, false};
     if (*mask) list[count++] = {mask, {}, false};

@@ -265,6 +265,15 @@ TEST(Money, ReadsAmountsAndTellsWhereTheyEnd) {
     EXPECT_EQ(pmon(loc, "%n", longest + "1"), "!22");
     loc.lay_out(1, 2, 0, 1);
     read("%n $5.00- -5;"); // the sign behind
+    // Nothing shows a sign of blanks.
+    units blank = {' ', 0};
+    const auto minus = std::exchange(loc.conventions().w_negative_sign, blank.data());
+    for (const int posn : {1, 2}) {
+        loc.lay_out(1, posn, 0, 1);
+        read("%n $5.00 5;; %n ~$5.00~ 5;; %(n ($5.00) -5;");
+    }
+    loc.lay_out(1, 1, 0, 1);
+    loc.conventions().w_negative_sign = minus;
     // One symbol between groups and before the decimals.
     monum &m = loc.conventions();
     const auto point = std::exchange(m.w_mon_decimal_point, m.w_thousands_sep);

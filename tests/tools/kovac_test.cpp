@@ -276,11 +276,13 @@ TEST(KovacCtype, PairsCharactersByBothMaps) {
     EXPECT_EQ(inverse.partners('A'), "0 61");
     EXPECT_EQ(inverse.object.ctype.case_ratio, 1.0);
     EXPECT_EQ(inverse.object.numeric.decimal_point, "!");
+    EXPECT_EQ(inverse.object.numeric.positive_sign, "+");
 }
 
 TEST(KovacText, BringsStringsIntoTheCodeSet) {
     source_parts parts{.ctype = "translit_start\n<U20AC> \"<U1234>\";\"EUR\"\ntranslit_end\n"};
-    parts.numeric = "decimal_point \"<U3042>\"\nthousands_sep \"<U00A0>\"\ngrouping 3;2;-1\n";
+    parts.numeric = "decimal_point \"<U3042>\"\nthousands_sep \"<U00A0>\"\ngrouping 3;2;-1\n"
+                    "positive_sign \"\"\nnegative_sign \"~\"\n";
     parts.monetary = "int_curr_symbol \"a/\n/\"//\"\n% a comment\ncurrency_symbol \"<U20AC>\"\n"
                      "mon_thousands_sep \"\xC3\xA4<U2603>\"\nmon_grouping -1\n"
                      "p_cs_precedes -1\nn_sep_by_space 2\nint_n_sign_posn 1\n";
@@ -288,7 +290,8 @@ TEST(KovacText, BringsStringsIntoTheCodeSet) {
     ASSERT_TRUE(job.run()) << job.log;
     const numeric_section &n = job.object.numeric;
     const monetary_section &m = job.object.monetary;
-    EXPECT_EQ(n.decimal_point + n.thousands_sep + n.negative_sign, "\x81\x40\xA0-");
+    EXPECT_EQ(n.decimal_point + n.thousands_sep + n.negative_sign, "\x81\x40\xA0~");
+    EXPECT_EQ(n.positive_sign, "");
     EXPECT_EQ(n.grouping, (std::vector<int>{3, 2, -1}));
     EXPECT_EQ(m.int_curr_symbol + m.currency_symbol, "a\"/EUR");
     EXPECT_EQ(m.thousands_sep, "\xE4") << "a snowman cannot be spelled";

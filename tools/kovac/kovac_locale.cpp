@@ -231,11 +231,14 @@ static std::string plain(const charmap &map, std::string_view text) {
 
 bool compile_numeric(const text_job &job, numeric_section &out) {
     out = {};
+    out.positive_sign = plain(job.map, "+");
     out.negative_sign = plain(job.map, "-");
     const std::vector<keyword> keywords = {
         {"decimal_point", &out.decimal_point},
         {"thousands_sep", &out.thousands_sep},
         {"grouping",      &out.grouping     },
+        {"positive_sign", &out.positive_sign},
+        {"negative_sign", &out.negative_sign},
     };
     if (!read_category(job, "LC_NUMERIC", keywords, {})) return false;
     if (out.decimal_point.empty()) out.decimal_point = plain(job.map, ".");
