@@ -246,7 +246,8 @@ static int list_candidates(kovaloc *loc, const mon_positions &positions, mon_can
     if (!mon_sign(loc, true, &negative) || !mon_sign(loc, false, &positive)) return -1;
     const char *mask = mon_mask(positions.side[1]);
     int count = 0;
-    if (*mask == '(' || (*mask && is_visible(loc, negative))) list[count++] = {mask, negative, true};
+    if (*mask == '(' || (*mask && is_visible(loc, negative)))
+        list[count++] = {mask, negative, true};
     mask = mon_mask(positions.side[0]);
     if (*mask && positive.len) list[count++] = {mask, positive, false};
     if (*mask) list[count++] = {mask, {}, false};

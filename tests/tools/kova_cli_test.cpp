@@ -495,6 +495,8 @@ TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
     writes("info --json de_DE.8859-1 57 | tail -n 4",
            "  \"items\": {\n    \"YESSTR\": \"ja\"\n  }\n}\n");
     writes("info --utf8 en_US.IBM037 60 73", "IBM037\ngregorian\n");
+    fails(2, "frobnicate", "there is no command \"frobnicate\"; the nearest is compare");
+    fails(2, "mony de_DE %n 5", "the nearest is money");
     fails(2, "info de_DE.8859-1 74", "there is no item \"74\"");
     writes("date de_DE.8859-1 '%A, %.1d. %B %Y' --at 2026-03-07", "Samstag, 7. März 2026\n");
     writes("date --utf8 en_US.IBM037 %c --at '2026-11-21 14:30:05'",

@@ -2,6 +2,8 @@
 // the directive that fails.
 #include "tools/command_run.h"
 
+#include <sstream>
+
 using KovaFormat = data_test;
 
 TEST_F(KovaFormat, WritesAndReadsMoney) {
@@ -21,6 +23,13 @@ TEST_F(KovaFormat, WritesAndReadsMoney) {
     fails(2, "en_US.8859-1 %n 1,5", "VALUE 1, 1,5, is not a number");
     fails(2, "en_US.8859-1 %n 1e999", "VALUE 1, 1e999, is out of range");
     fails(2, "en_US.8859-1 %n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n 1", "FORMAT has more than");
+    fails(1, "POSIX %n 5", "POSIX has no conventions of money");
+    fails(1, "POSIX %n --parse 5", "POSIX has no conventions of money");
+    // Blanks and signs stand for each other.
+    writes("fr_CA.unicode %n --parse '1\u202f234,50 $' '1 234,5\u00a0$'", "1234.5\n1234.5\n", "",
+           "U+0020 is read as U+202F, U+00A0 is read as U+0020\n");
+    writes("en_US.unicode %n --parse '−$5'", "-5\n", "", "U+2212 is read as U+002D\n");
+    fails(1, "en_US.unicode %n --parse '$5 or so'", "at character 4\n  $5 or so\n     ^\n");
 }
 
 // What lasts from directive to directive lasts here as well.
@@ -37,10 +46,10 @@ TEST_F(KovaFormat, WritesAndReadsNumbers) {
           "width, .digits, l or h, then one of d i u o q b x X c s e E f g G\n  合計%'d、%lld\n"
           "           ^~~~\n");
     fails(2, "en_US.8859-1 '%d %' 1 2", "directive 2, %, at character 4 of the format");
-    fails(2, "en_US.8859-1 %d 2147483648", "VALUE 1, 2147483648, is not within");
+    fails(2, "en_US.8859-1 %d 9223372036854775808", "775807; %.0f writes more");
     fails(2, "en_US.8859-1 %hd 40000", "VALUE 1, 40000, is not within -32768 and");
-    fails(2, "en_US.8859-1 %u -- -1", "VALUE 1, -1, is not within 0 and 4294967295");
-    fails(2, "en_US.8859-1 %d 1.5", "VALUE 1, 1.5, is not a whole number");
+    fails(2, "en_US.8859-1 %u -- -1", "VALUE 1, -1, is not within 0 and 18446744073709551615");
+    fails(2, "en_US.8859-1 %d 1.5", "VALUE 1, 1.5, is not a whole number; %f");
     fails(2, "en_US.8859-1 %c ''", "directive 1, %c, at character 1");
     writes("de_DE.8859-1 \"%'f\" --parse 1.234,5", "1234.5\n");
     writes("en_US.8859-1 '%*d %u %lc%c %ls' --parse '5 4294967295 é é bc'",
@@ -49,6 +58,154 @@ TEST_F(KovaFormat, WritesAndReadsNumbers) {
           ":, at character 3 of the format: the text does not match\n  %d:%d\n    ^\n");
     fails(2, "en_US.8859-1 '%d %z' --parse '1 2'", "directive 2, %z, at character 4");
     fails(1, "en_US.8859-1 \"%'d\" --parse 1,23", "directive 1, %'d, at character 1");
+    fails(1, "de_DE.8859-1 %d --parse '12 Stück'",
+          "the format ends before the text, at character 4");
+    writes("sv_SE.unicode \"%'d\" --parse '−1 234'", "-1234\n", "",
+           "U+2212 is read as U+002D, U+0020");
+    writes("de_DE '%+d|% d|%E' 5 5 5e9", "+5|+5|+5,000000E+09\n");
+}
+
+// Integers beyond 32 bits, written as the C library writes them.
+TEST_F(KovaFormat, WritesAndReadsIntegersOf64Bits) {
+    command = "kova number en_US.8859-1 ";
+    static const char *const rows[][3] = {
+        {"%d",      "-9223372036854775808", "-9223372036854775808"                       },
+        {"%u",      "18446744073709551615", "18446744073709551615"                       },
+        {"%x",      "4294967296",           "100000000"                                  },
+        {"%#X",     "3000000000",           "0XB2D05E00"                                 },
+        {"%#o",     "4294967296",           "040000000000"                               },
+        {"%012d",   "-3000000000",          "-03000000000"                               },
+        {"%-12d|",  "3000000000",           "3000000000  |"                              },
+        {"%12.11d", "3000000000",           " 03000000000"                               },
+        {"%'d",     "-9223372036854775807", "-9,223,372,036,854,775,807"                 },
+        {"%'b",     "4294967296",           "100,000,000,000,000,000,000,000,000,000,000"},
+        {"%d",      "3e9",                  "3000000000"                                 },
+    };
+    for (const auto &row : rows) {
+        writes(quoted(row[0]) + " " + row[1], std::string(row[2]) + "\n");
+        if (row[1][1] != 'e' && row[0][1] != '-' && row[0][1] != '#')
+            writes(quoted(row[0]) + " --parse " + row[2], row[1] + std::string("\n"));
+    }
+    writes("'%d %d %u' -5000000000 7 6000000000", "-5000000000 -7 -6000000000\n");
+    writes("'%X %x' 3000000000 3000000001", "B2D05E00 B2D05E01\n");
+    writes("'%d;%3d%d %hd' --parse '99999999999;123-4 -32768'", "99999999999\n123\n-4\n-32768\n");
+    fails(1, "%d --parse 9223372036854775808", "9223372036854775808 is beyond 64 bits");
+    fails(1, "%hd --parse 32768", "32768 is beyond 16 bits");
+}
+
+TEST_F(KovaFormat, WritesUnitsAndDigitsOfScripts) {
+    command = "kova number de_DE ";
+    static const char *const rows[][2] = {
+        {"%f --to si 1500 999949 999950 9950 1e33 -1001 5",
+         "1,5K\n1,0M\n1,0M\n10K\n1000Q\n-1,1K\n5\n"                                   },
+        {"%f --to iec 1023 1024 1025 10241",                "1023\n1,0K\n1,1K\n11K\n" },
+        {"'%8.2f|' --to iec-i --round down 1535",           "  1,49Ki|\n"             },
+        {"'%-8d|' --to si --round nearest 1049",            "1,0K    |\n"             },
+        {"%d --from auto 1Ki 2k 1.5M 7",                    "1024\n2000\n1500000\n7\n"},
+        {"%d --from iec 15E",                               "-\n"                     },
+        {"%.3f --from si --to iec 1.024K",                  "1,000K\n"                },
+        {"%d --digits deva १२",                         "१२\n"                },
+        {"'2 %x %d' --digits arab 10 10",                   "2 a ١٠\n"              },
+    };
+    for (const auto &row : rows)
+        if (row[1][0] != '-' || row[1][1] != '\n') writes(row[0], row[1]);
+    fails(2, "%d --from iec 15E", "is not within");
+    fails(2, "%d --from iec 1Ki", "--from auto or iec-i reads units with i");
+    fails(2, "%d --from iec-i 1K", "reads units with i");
+    fails(2, "%d 1K", "is not a whole number");
+    fails(2, "%x --to si 1", "--to needs one of");
+    fails(2, "%d --digits xxxx 1", "there are native and adlm");
+    command = "kova ";
+    writes("number fa_IR \"%'d\" --digits native 1234567", "۱,۲۳۴,۵۶۷\n");
+    writes("number fa_IR \"%'d\" --parse ۱,۲۳۴", "1234\n", "", "U+06F1 is read as U+0031");
+    writes("money or_IN '%!n' --digits native 120", "୧୨୦.୦୦\n");
+    fails(1, "number th_TH.TIS-620 --bytes %d --digits deva 1", "TIS-620 has no such digits");
+    writes("number th_TH.TIS-620 --bytes %d --digits native 1", "\xF1\n");
+}
+
+// Many values, each with an answer or an error.
+TEST_F(KovaFormat, AnswersLinesAndFields) {
+    command = "kova number de_DE ";
+    const auto partly = [&](const std::string &args, const std::string &in, const std::string &out,
+                            const std::string &told) {
+        const outcome got = shell(command + args, in);
+        EXPECT_EQ(got.out, out) << args << got.err;
+        EXPECT_NE(got.err.find(told), std::string::npos) << args << got.err;
+        EXPECT_EQ(got.status, 1) << args;
+    };
+    writes("%.1f", "1,0\r\n2,5\n", "1\r\n2.5");
+    writes("'%d von %d'", "1 von 2\n3 von 4\n", " 1 2\n3\t4 \n");
+    writes("\"%'d\" --field 2,4- -t ';'", "1000;1.000;;2.000;3.000\n", "1000;1000;;2000;3000\n");
+    writes("\"%'d\" --field 2 --header 1", "a b\nx  1.000 1000\n", "a b\nx  1000 1000\n");
+    writes("%d -z | od -An -c", "   1  \\0   2  \\0\n", std::string("1\0002", 3));
+    partly("%d", "1\nx\n3\n", "1\n\n3\n", "standard input:2: VALUE, x, is not a whole number\n");
+    partly("%d --stop", "1\nx\n3\n", "1\n", "standard input:2: ");
+    partly("%d --field 2", "a 1\nb\n", "a 1\nb\n", "standard input:2: the line has no field 2");
+    partly("'%d %d'", "1\n", "\n", "FORMAT takes 2 values; the line has 1");
+    partly("%d --json 5 x", "",
+           "{\"value\":1,\"input\":\"5\",\"result\":\"5\"}\n{\"value\":2,\"input\":\"x\","
+           "\"error\":\"VALUE 2, x, is not a whole number\"}\n",
+           "");
+    partly("'%d %s' --parse --json", "5 é\n\x80\n",
+           "{\"line\":1,\"input\":\"5 é\",\"result\":[5,\"é\"]}\n"
+           "{\"line\":2,\"input\":\"\uFFFD\",\"error\":\"TEXT: byte offset 0: the byte 80 does "
+           "not begin a character of UTF-8; --bytes takes texts in unicode\"}\n",
+           "");
+    fails(2, "%d --field 0", "--field 0: fields are such as");
+    fails(2, "'%d %d' --field 1", "FORMAT takes one value for each field");
+    fails(2, "%d -f x 5", "values are given, and --file");
+    fails(4, "%d -f missing", "cannot read missing");
+    spit(dir / "a", "1\n");
+    writes("%d --parse --json -f a -f -",
+           "{\"file\":\"a\",\"line\":1,\"input\":\"1\",\"result\":1}\n"
+           "{\"file\":\"standard input\",\"line\":1,\"input\":\"2\",\"result\":2}\n",
+           "2\n");
+    command = "kova money fr_CA.unicode ";
+    writes("%n --parse --field 2 -t ';'", "a;-1234.5;b\n", "a;(1\u202f234,50 $);b\n");
+}
+
+// Cells of a row of a table; "\\|" is no end of a cell.
+static std::vector<std::string> cells_of(const std::string &row) {
+    std::vector<std::string> cells(1);
+    for (size_t i = 2; i < row.size(); ++i) {
+        if (row[i] == '|') {
+            cells.emplace_back();
+            continue;
+        }
+        if (row.compare(i, 2, "\\|") == 0) ++i;
+        cells.back() += row[i];
+    }
+    return cells;
+}
+// What stands between the first backticks of a cell that begins with one.
+static std::string code_of(const std::string &cell) {
+    const size_t from = cell.find_first_not_of(' ');
+    if (from == cell.npos || cell[from] != '`') return "";
+    return cell.substr(from + 1, cell.find('`', from + 1) - from - 1);
+}
+
+// The tables of docs/kova.md beside numfmt and printf: each command prints what its row says.
+TEST_F(KovaFormat, PrintsWhatTheTablesSay) {
+    std::istringstream page(slurp(env("KOVA_SOURCE_DIR") + "/docs/kova.md"));
+    const bool peers = shell("numfmt --version").status == 0;
+    bool inside = false;
+    int run = 0;
+    for (std::string line; std::getline(page, line);) {
+        if (line.starts_with("## ")) inside = line == "## Beside numfmt and printf";
+        if (!inside || !line.starts_with("| ")) continue;
+        const std::vector<std::string> cells = cells_of(line);
+        const bool both = cells.size() == 4; // print the same; else each has a cell after it
+        for (const size_t i : {0u, both ? 1u : 2u}) {
+            const std::string tried = code_of(cells[i]), want = code_of(cells[both ? 2 : i + 1]);
+            const bool here = tried.find("kova ") != tried.npos;
+            if (want.empty() || (!here && !peers)) continue;
+            std::string out = shell((here ? "" : "export LC_ALL=C; ") + tried).out;
+            if (const size_t end = out.find('\n'); end != out.npos) out.resize(end);
+            EXPECT_EQ(out, want) << tried;
+            ++run;
+        }
+    }
+    EXPECT_GE(run, peers ? 50 : 25);
 }
 
 TEST_F(KovaFormat, ReadsDates) {

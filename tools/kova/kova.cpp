@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -293,24 +294,51 @@ void add_info(CLI::App &app, arguments &args) {
         "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
 }
 
+// The options of the commands that answer many values.
+void add_batch(CLI::App &command, batch_options &o) {
+    command
+        .add_option("-f,--file", o.files, "A file with a value on each line; - is standard input")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
+    command.add_option("--field", o.fields, "Fields of each line to replace: 2, 1,3 or 2-4")
+        ->type_name("N");
+    command
+        .add_option("-t,--separator,--delimiter", o.separator,
+                    "Text between fields. Default: runs of blanks")
+        ->type_name("CHAR");
+    command.add_option("--header", o.header, "Pass the first N lines of each file on")
+        ->type_name("N");
+    command.add_flag("-z,--null", o.nulls, "Lines end with a null character, not with a newline");
+    command.add_flag("--json", o.json,
+                     "Write a JSON object for each value, with its result or its error, in UTF-8");
+    command.add_flag("--stop", o.stop, "Stop at the first bad line instead of going on");
+}
+
 // The options that number and money share.
-void add_format(CLI::App &app, arguments &args, const char *name, const char *what,
-                const char *format_help, format_options &o,
-                int (*run)(const common_options &, const format_options &),
-                const std::string &examples) {
+CLI::App &add_format(CLI::App &app, arguments &args, const char *name, const char *what,
+                     const char *format_help, format_options &o,
+                     int (*run)(const common_options &, const format_options &),
+                     const std::string &examples) {
     CLI::App &command = *app.add_subcommand(name, what);
     command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
     command.add_option("format", o.format, format_help)->required()->type_name("FORMAT");
-    CLI::Option *values =
-        command
-            .add_option("value", o.values,
-                        "Values, with \".\" before decimals. If there are more than FORMAT "
-                        "takes, it is used again for another line")
-            ->type_name("VALUE");
-    CLI::Option *text =
-        command.add_option("--parse", o.text, "Read TEXT by FORMAT instead and print its values")
-            ->type_name("TEXT")
-            ->excludes(values);
+    command
+        .add_option("value", o.values,
+                    "Values, with \".\" before decimals. If there are more than FORMAT takes, it "
+                    "is used again for another line. None: the lines of standard input, each with "
+                    "what FORMAT takes")
+        ->type_name("VALUE");
+    CLI::Option *text = command
+                            .add_option("--parse", o.text,
+                                        "Read TEXT, each VALUE or each line by FORMAT instead and "
+                                        "print its values")
+                            ->type_name("TEXT")
+                            ->expected(0, 1);
+    command
+        .add_option("--digits", o.digits,
+                    "Write digits of a script: native, or a name of CLDR such as arab or deva")
+        ->type_name("NAME");
+    add_batch(command, o.batch);
     add_common(
         command, args,
         [&args, &o, run, text] {
@@ -318,6 +346,7 @@ void add_format(CLI::App &app, arguments &args, const char *name, const char *wh
             return run(args.common, o);
         },
         examples);
+    return command;
 }
 
 void add_money(CLI::App &app, arguments &args) {
@@ -327,18 +356,41 @@ void add_money(CLI::App &app, arguments &args) {
                args.money, run_money,
                "  kova money de_DE.unicode %n 1234567.891       prints 1.234.567,89 €\n"
                "  kova money en_US.8859-1 '%(#6n' 99.5 -1234.5\n"
-               "  kova money da_DK.8859-1 %n --parse 'kr. -1.234,50'\n");
+               "  kova money da_DK.8859-1 %n --parse 'kr. -1.234,50'\n"
+               "  kova money fr_FR %n --field 3 -t ';' < sales.csv\n");
 }
 
 void add_number(CLI::App &app, arguments &args) {
-    add_format(app, args, "number", "Write numbers and texts as a locale does, or read them",
-               "Text with a directive for each value: % with flags (' groups digits, + - # 0 and "
-               "blank), width, .DIGITS, then a letter: d i u o q b x X of integers, e E f g G of "
-               "reals, c, s",
-               args.number, run_number,
-               "  kova number de_DE.8859-1 \"%'d\" 1234567               prints 1.234.567\n"
-               "  kova number sv_SE.8859-1 \"%'.2f kr|%5x\" 1234.5 255\n"
-               "  kova number de_DE.8859-1 \"%'f\" --parse 1.234,5\n");
+    format_options &o = args.number;
+    CLI::App &command =
+        add_format(app, args, "number", "Write numbers and texts as a locale does, or read them",
+                   "Text with a directive for each value: % with flags (' groups digits, + - # 0 "
+                   "and blank), width, .DIGITS, then a letter: d i u o q b x X of integers, e E f "
+                   "g G of reals, c, s",
+                   o, run_number,
+                   "  kova number de_DE.8859-1 \"%'d\" 1234567               prints 1.234.567\n"
+                   "  kova number sv_SE.8859-1 \"%'.2f kr|%5x\" 1234.5 255\n"
+                   "  kova number de_DE.8859-1 \"%'f\" --parse 1.234,5\n"
+                   "  kova number hi_IN \"%'d\" --digits native 1234567\n"
+                   "  df -B1 | kova number de_DE %f --to iec-i --header 1 --field 2-4\n");
+    const auto units = [&](const char *name, std::string &value, const char *help,
+                           const std::vector<std::string> &names) {
+        return command.add_option(name, value, help)->check(CLI::IsMember(names));
+    };
+    units("--from", o.from,
+          "Units after values: si (K is 1000), iec (K is 1024), iec-i (Ki) or auto",
+          {"si", "iec", "iec-i", "auto"})
+        ->type_name("UNITS");
+    CLI::Option *to = units("--to", o.to,
+                            "Write with units: si, iec or iec-i, one decimal below ten unless "
+                            "FORMAT says how many",
+                            {"si", "iec", "iec-i"});
+    to->type_name("UNITS");
+    units("--round", o.round, "Round --to so: from-zero, towards-zero, up, down, nearest",
+          {"from-zero", "towards-zero", "up", "down", "nearest"})
+        ->type_name("HOW")
+        ->capture_default_str()
+        ->needs(to);
 }
 
 void add_verify(CLI::App &app, arguments &args) {
@@ -753,6 +805,37 @@ int run_command(arguments &args) {
     }
 }
 
+// How many characters must be changed, put in or left out to make one word of another.
+size_t distance(const std::string &a, const std::string &b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i);
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t changed = diagonal + (a[i - 1] != b[j - 1]);
+            diagonal = row[j];
+            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
+}
+
+// Names a first word that is no command, and the command that is most like it.
+void check_command(CLI::App &app, const std::vector<std::string> &words) {
+    if (words.empty() || words[0].starts_with('-')) return;
+    std::string nearest;
+    size_t least = SIZE_MAX;
+    for (const CLI::App *command : app.get_subcommands({})) {
+        const size_t d = distance(words[0], command->get_name());
+        if (d < least) nearest = command->get_name();
+        least = std::min(least, d);
+    }
+    if (least)
+        throw failure(bad_usage, "there is no command \"" + words[0] + "\"; the nearest is " +
+                                     nearest + ", and kova --help lists all");
+}
+
 int run_main(int argc, char **argv) {
     arguments args;
     CLI::App app(
@@ -789,6 +872,7 @@ int run_main(int argc, char **argv) {
         "memory, 4 bad file.");
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
+        check_command(app, words);
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first
         app.parse(std::move(words));
     } catch (const CLI::Success &e) {
@@ -796,6 +880,8 @@ int run_main(int argc, char **argv) {
     } catch (const CLI::ParseError &e) {
         std::string text = e.what();
         return complain(bad_usage, (text + "; kova --help tells more").c_str());
+    } catch (const failure &e) {
+        return complain(e);
     }
     return run_command(args);
 }

@@ -117,12 +117,24 @@ struct info_options {
 };
 int run_info(const common_options &common, const info_options &options);
 
+// What number, money, date and parse-date take for many values.
+struct batch_options {
+    std::vector<std::string> files; // of lines; "-" is standard input
+    std::string fields;             // "2", "1,3-4"; empty: the whole line
+    std::string separator;          // empty: runs of blanks
+    uint64_t header = 0;            // lines to pass on
+    bool nulls = false, json = false, stop = false;
+};
+
 // What number and money take.
 struct format_options {
     std::string locale, format;
     std::vector<std::string> values;
     std::string text; // of --parse
     bool parse = false;
+    std::string digits;                        // a name of CLDR, or "native"
+    std::string from, to, round = "from-zero"; // units: "si", "iec", "iec-i", "auto"
+    batch_options batch;
 };
 int run_number(const common_options &common, const format_options &options);
 int run_money(const common_options &common, const format_options &options);

@@ -138,7 +138,7 @@ template <class Number> static std::errc number_of(const std::string &text, Numb
 
 [[noreturn]] static void bad_value(const std::string &text, const std::string &what,
                                    const std::string &why) {
-    throw failure(bad_usage, what + ", " + text + ", " + why);
+    throw failure(bad_usage, what + (text.empty() ? ", an empty one, " : ", " + text + ", ") + why);
 }
 
 double decimal_value(const std::string &text, const std::string &what) {
@@ -147,16 +147,6 @@ double decimal_value(const std::string &text, const std::string &what) {
     if (error == std::errc::result_out_of_range) bad_value(text, what, "is out of range");
     if (error != std::errc())
         bad_value(text, what, "is not a number, which has digits, \".\" and an exponent");
-    return value;
-}
-
-int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most) {
-    int64_t value = 0;
-    const std::errc error = number_of(text, value);
-    if (error == std::errc::invalid_argument) bad_value(text, what, "is not a whole number");
-    if (error != std::errc() || value < least || value > most)
-        bad_value(text, what,
-                  "is not within " + std::to_string(least) + " and " + std::to_string(most));
     return value;
 }
 
@@ -184,19 +174,29 @@ bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room
 
 int run_format(const common_options &common, const format_options &options,
                const format_command &command) {
-    locale_handle handle;
-    codec code;
-    const data_place data = open_with_codec(common, options.locale, handle, code);
-    if (!code.mapped) add_mapping(handle, data, code);
-    const format_text format = decode_format(code, options.format, command.grammar);
-    if (format.directives.size() > directives_max) check_counts(format, {});
-    output out;
-    if (options.parse)
-        command.parse(code, format, options.text, out);
-    else
-        command.print(code, format, options.values, out);
-    finish(out);
-    return done;
+    format_job job;
+    job.options = &options;
+    common_options asked = common;
+    if (options.batch.json) asked.form = text_form::utf8;
+    const data_place data = open_with_codec(asked, options.locale, job.handle, job.code);
+    if (!job.code.mapped) add_mapping(job.handle, data, job.code);
+    job.format = decode_format(job.code, options.format, command.grammar);
+    const size_t takes = job.format.directives.size();
+    if (takes > directives_max) check_counts(job.format, {});
+    job.digits = digits_named(job.code, options.digits, job.handle.object);
+    if (options.parse) {
+        std::vector<std::string> texts = options.values;
+        if (!options.text.empty()) texts.insert(texts.begin(), options.text);
+        return run_batch(job.code, options.batch, {texts, 1, texts.empty()},
+                         [&](const auto &some, size_t) { return command.parse(job, some[0]); });
+    }
+    command.check(job);
+    const bool lines = options.values.empty() && (takes || !options.batch.files.empty());
+    if (!lines || !takes) check_counts(job.format, options.values);
+    return run_batch(job.code, options.batch, {options.values, takes, lines && takes},
+                     [&](const auto &some, size_t first) {
+                         return answer{{{command.print(job, some, first)}}, {}};
+                     });
 }
 
 } // namespace kovacli

@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "kova/kova_batch.h"
 #include "kova/kova_cli.h"
-#include "kova/kova_io.h"
+#include "kova/kova_digits.h"
 #include "kova/kova_text.h"
 
 namespace kovacli {
@@ -57,7 +58,6 @@ void check_counts(const format_text &format, const std::vector<std::string> &val
 
 // The number that a whole value argument consists of. what names it in messages. Throws failure.
 double decimal_value(const std::string &text, const std::string &what);
-int64_t whole_value(const std::string &text, const std::string &what, int64_t least, int64_t most);
 
 // The shortest digits that denote the value.
 std::string shortest_digits(double value);
@@ -68,14 +68,22 @@ std::string shortest_digits(double value);
 bool written_text(ko_lc_t loc, const std::function<int(ko_wchar_t *out, int room)> &call,
                   std::vector<ko_wchar_t> &result);
 
-// What a command does with a format: write one line for each round of values, or read the values
-// from a text.
+struct format_job {
+    locale_handle handle;
+    codec code;
+    format_text format;
+    digit_set digits;
+    const format_options *options = nullptr;
+};
+
+// What a command does with a format: refuse it whatever the values are, write a line for some
+// values, or read the values from a text. first: of batch's answering.
 struct format_command {
     format_grammar grammar;
-    void (*print)(const codec &code, const format_text &format,
-                  const std::vector<std::string> &values, output &out);
-    void (*parse)(const codec &code, const format_text &format, const std::string &text,
-                  output &out);
+    void (*check)(const format_job &job);
+    std::string (*print)(const format_job &job, const std::vector<std::string> &values,
+                         size_t first);
+    answer (*parse)(const format_job &job, const std::string &text);
 };
 int run_format(const common_options &common, const format_options &options,
                const format_command &command);

@@ -1,7 +1,8 @@
 // kova money: amounts written, and read, in a locale's notation.
 #include <array>
+#include <cmath>
 
-#include "kova/kova_format.h"
+#include "kova/kova_typed.h"
 
 namespace kovacli {
 
@@ -47,45 +48,87 @@ static int read_amounts(const codec &code, const ko_wchar_t *text, const ko_wcha
     }
 }
 
-static void print_amounts(const codec &code, const format_text &format,
-                          const std::vector<std::string> &texts, output &out) {
-    amounts values{};
-    std::vector<ko_wchar_t> result;
-    const auto works = [&](const ko_wchar_t *front) {
-        return write_amounts(code, front, values, result);
-    };
-    if (!works(format.wide.data())) bad_format(code, format, works);
-    check_counts(format, texts);
-    for (size_t at = 0; at < texts.size() || !at; at += format.directives.size()) {
-        for (size_t i = 0; i < format.directives.size(); ++i)
-            values[i] = decimal_value(texts[at + i], "VALUE " + std::to_string(at + i + 1));
-        if (!works(format.wide.data())) bad_format(code, format, works);
-        std::string line;
-        encode(code, result.data(), result.size(), line);
-        write(out, for_terminal(code, line) + "\n");
-        if (format.directives.empty()) return;
-    }
+// Is there a layout for amounts of this sign?
+static bool is_laid_out(const koconv &conv, bool negative) {
+    const char first = negative ? conv.n_cs_precedes : conv.p_cs_precedes;
+    const char space = negative ? conv.n_sep_by_space : conv.p_sep_by_space;
+    const char sign = negative ? conv.n_sign_posn : conv.p_sign_posn;
+    return first >= 0 && first <= 1 && space >= 0 && space <= 2 && sign >= 0 && sign <= 4;
 }
 
-static void print_values(const codec &code, const format_text &format, const std::string &argument,
-                         output &out) {
-    std::vector<ko_wchar_t> text = decode_argument(code, argument, "TEXT");
+static void need_layout(const format_job &job, bool negative) {
+    const koconv *const conv = ko_localeconv(job.code.loc);
+    if (conv && is_laid_out(*conv, negative)) return;
+    throw failure(bad_text,
+                  job.handle.name + " has no " +
+                      (conv && is_laid_out(*conv, !negative)
+                           ? negative ? "layout of negative amounts" : "layout of positive amounts"
+                           : "conventions of money") +
+                      ", so nothing would be written");
+}
+
+static void check_format(const format_job &job) {
+    const amounts zeros{};
+    std::vector<ko_wchar_t> result;
+    const auto works = [&](const ko_wchar_t *front) {
+        return write_amounts(job.code, front, zeros, result);
+    };
+    if (!works(job.format.wide.data())) bad_format(job.code, job.format, works);
+    if (!job.format.directives.empty()) need_layout(job, false);
+}
+
+static std::string print_amounts(const format_job &job, const std::vector<std::string> &texts,
+                                 size_t first) {
+    amounts values{};
+    for (size_t i = 0; i < texts.size(); ++i) {
+        values[i] =
+            decimal_value(plain_digits(job.code, texts[i]), value_name(first ? first + i : 0));
+        need_layout(job, values[i] < 0);
+    }
+    std::vector<ko_wchar_t> result;
+    const auto works = [&](const ko_wchar_t *front) {
+        return write_amounts(job.code, front, values, result);
+    };
+    if (!works(job.format.wide.data())) bad_format(job.code, job.format, works);
+    return with_digits(job.code, job.digits, result.data(), result.size());
+}
+
+static wide_text minus_of(const codec &code) {
+    const koconv *const conv = ko_localeconv(code.loc);
+    if (!conv || !conv->w_negative_sign) return {};
+    return {conv->w_negative_sign, conv->w_negative_sign + ko_wcslen(conv->w_negative_sign)};
+}
+
+static answer parse_amounts(const format_job &job, const std::string &argument) {
+    const codec &code = job.code;
+    wide_text text = decode_argument(code, argument, "TEXT");
     text.push_back(0);
     amounts values{};
-    const auto works = [&](const ko_wchar_t *front) {
-        read_amounts(code, text.data(), front, values);
+    const auto reads = [&](const ko_wchar_t *from, const ko_wchar_t *format) {
+        read_amounts(code, from, format, values);
         return *ko_ext_errno(code.loc) == 0;
     };
-    if (!works(format.wide.data())) bad_format(code, format, works);
-    for (size_t i = 0; i < format.directives.size(); ++i)
-        write(out, shortest_digits(values[i]) + "\n");
+    const auto works = [&](const ko_wchar_t *front) { return reads(text.data(), front); };
+    answer given;
+    const std::string done = respell(code, reads, job.format, minus_of(code), text);
+    if (!done.empty()) given.told.push_back(done);
+    if (!works(job.format.wide.data())) {
+        if (!job.format.directives.empty()) need_layout(job, false);
+        works(job.format.wide.data());
+        bad_format(code, job.format, works);
+    }
+    refuse_rest(code, reads, job.format, text);
+    works(job.format.wide.data());
+    for (size_t i = 0; i < job.format.directives.size(); ++i)
+        given.values.push_back({shortest_digits(values[i]), std::isfinite(values[i])});
+    return given;
 }
 
 int run_money(const common_options &common, const format_options &options) {
     return run_format(common, options,
                       {
                           {"!(+-^=", ""},
-                          print_amounts, print_values
+                          check_format, print_amounts, parse_amounts
     });
 }
 

@@ -1,31 +1,48 @@
-// kova number: numbers, characters and texts written, and read, in a locale's notation.
-#include <array>
+// kova number: numbers, characters and texts written in a locale's notation.
+#include "kova/kova_number.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
-#include "kova/kova_format.h"
+#include "kova/kova_decimal.h"
+#include "kova/kova_names.h"
 
 namespace kovacli {
 
-namespace {
-enum class kind { integer, real, character, text, none };
-} // namespace
-
-static kind kind_of(const format_directive &d) {
+number_kind kind_of(const format_directive &d) {
     const auto is = [&](const char *set) { return d.conversion && strchr(set, d.conversion); };
-    return is("diuoqbxX") ? kind::integer
-           : is("eEfgG")  ? kind::real
-           : is("c")      ? kind::character
-           : is("s")      ? kind::text
-                          : kind::none;
+    return is("diuoqbxX") ? number_kind::integer
+           : is("eEfgG")  ? number_kind::real
+           : is("c")      ? number_kind::character
+           : is("s")      ? number_kind::text
+                          : number_kind::none;
 }
 
-static char size_of(const format_directive &d) {
+char size_of(const format_directive &d) {
     const char last = d.modifiers.empty() ? '0' : d.modifiers.back();
     return strchr("lLhH", last) ? char(last | 0x20) : '\0';
 }
 
-static std::string reason(int error) {
+unsigned base_of(const format_directive &d) {
+    switch (d.conversion) {
+    case 'o':
+        return 8;
+    case 'q':
+        return 4;
+    case 'b':
+        return 2;
+    case 'x':
+    case 'X':
+        return 16;
+    default:
+        return 10;
+    }
+}
+
+std::string number_fault(int error) {
     switch (error) {
     case KO_EDIRECTIVE:
         return "a directive is % with flags, width, .digits, l or h, then one of d i u o q b x X "
@@ -77,19 +94,50 @@ static std::vector<ko_wchar_t> single_format(const format_text &format, const fo
     return result;
 }
 
-static int integer_value(const format_directive &d, const std::string &text,
-                         const std::string &what) {
-    const bool half = size_of(d) == 'h';
-    if (d.conversion == 'u')
-        return int(uint32_t(whole_value(text, what, 0, half ? 65535 : UINT32_MAX)));
-    return int(half ? whole_value(text, what, INT16_MIN, INT16_MAX)
-                    : whole_value(text, what, INT32_MIN, INT32_MAX));
+namespace {
+// An integer of 64 bits and its sign.
+struct whole_number {
+    uint64_t magnitude = 0;
+    bool negative = false;
+};
+} // namespace
+
+static whole_number integer_value(const format_directive &d, const std::string &text,
+                                  const std::string &what) {
+    const auto refuse = [&](const std::string &why) {
+        throw failure(bad_usage,
+                      what + (text.empty() ? ", an empty one, " : ", " + text + ", ") + why);
+    };
+    decimal number;
+    if (!read_decimal(text, number)) refuse("is not a whole number");
+    if (number.point < int64_t(number.digits.size()))
+        refuse("is not a whole number; %f and %g write it");
+    const bool half = size_of(d) == 'h', plain = d.conversion == 'u';
+    const uint64_t most = half ? plain ? UINT16_MAX : INT16_MAX : plain ? UINT64_MAX : INT64_MAX;
+    const uint64_t least = plain ? 0 : most + 1;
+    whole_number value{0, number.negative};
+    number.negative = false;
+    const std::string digits = number.point > 20 ? "" : text_of(number);
+    const auto error =
+        std::from_chars(digits.data(), digits.data() + digits.size(), value.magnitude).ec;
+    if (error != std::errc() || value.magnitude > (value.negative ? least : most))
+        refuse("is not within " + std::string(plain ? "" : "-") + std::to_string(least) + " and " +
+               std::to_string(most) + (half ? "; %d writes more" : "; %.0f writes more"));
+    return value;
+}
+
+// What a signed integer leaves to those after it.
+static void note_written(const format_text &format, const format_directive &d, bool negative,
+                         lasting &state) {
+    state.negative |= negative;
+    if (!state.upper) state.letter = format.wide[d.end - 1];
+    state.upper |= d.conversion == 'X';
 }
 
 // Writes an integer. If the effect of an earlier integer lasts, another integer that causes it is
 // written first and cut off again.
-static bool write_integer(const codec &code, const format_text &format, const format_directive &d,
-                          int value, lasting &state, std::vector<ko_wchar_t> &result) {
+static bool write_small(const codec &code, const format_text &format, const format_directive &d,
+                        int value, lasting &state, std::vector<ko_wchar_t> &result) {
     std::vector<ko_wchar_t> single = single_format(format, d, state), cause;
     const bool lasts = state.negative || state.upper;
     const int first = !lasts ? value : state.negative ? -1 : 1;
@@ -108,11 +156,88 @@ static bool write_integer(const codec &code, const format_text &format, const fo
     }
     if (!written(single, result)) return false;
     result.erase(result.begin(), result.begin() + ptrdiff_t(cause.size()));
-    if (d.conversion == 'u') return true;
-    state.negative |= value < 0;
-    if (!state.upper) state.letter = format.wide[d.end - 1];
-    state.upper |= d.conversion == 'X';
+    if (d.conversion != 'u') note_written(format, d, value < 0, state);
     return true;
+}
+
+static bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// The digits of a number of more than 32 bits, with the padding that its directive asks for.
+static void pad_digits(const codec &code, const format_directive &d, const lasting &state,
+                       size_t digits, std::vector<ko_wchar_t> &text) {
+    const auto number_at = [&](size_t at) {
+        size_t number = 0;
+        for (; at < d.modifiers.size() && is_digit(d.modifiers[at]); ++at)
+            number = std::min<size_t>(number * 10 + size_t(d.modifiers[at] - '0'), 10000000);
+        return number;
+    };
+    const ko_wchar_t zero = native(code, "0")[0], blank = native(code, " ")[0];
+    const bool octal = base_of(d) == 8 && state.flags.count('#');
+    const size_t point = d.modifiers.find('.');
+    const size_t least = point == std::string::npos ? 0 : number_at(point + 1);
+    const size_t wanted = octal && digits >= least ? digits + 1 : least;
+    const size_t width =
+        number_at(std::min(d.modifiers.find_first_of("123456789."), d.modifiers.size()));
+    const wide_text plain = native(code, "0123456789abcdefABCDEF");
+    const auto first = std::find_first_of(text.begin(), text.end(), plain.begin(), plain.end());
+    auto at = first - text.begin();
+    const auto insert = [&](size_t count, ko_wchar_t unit) {
+        text.insert(text.begin() + at, count, unit);
+    };
+    if (base_of(d) == 16 && state.flags.count('#')) {
+        const wide_text prefix = native(code, state.upper || d.conversion == 'X' ? "0X" : "0x");
+        text.insert(first, prefix.begin(), prefix.end());
+        at += 2;
+    }
+    if (wanted > digits) insert(wanted - digits, zero);
+    if (base_of(d) == 16 && state.flags.count('#')) at -= 2; // zeros of the width come before "0x"
+    const size_t padding = width > text.size() ? width - text.size() : 0;
+    if (state.flags.count('0')) return insert(padding, zero);
+    at = state.flags.count('-') ? ptrdiff_t(text.size()) : 0;
+    insert(padding, blank);
+}
+
+// Writes an integer of more than 32 bits: the library writes the sign and the groups of a power of
+// ten with as many digits, whose digits are then replaced.
+static bool write_large(const codec &code, const format_text &format, const format_directive &d,
+                        const whole_number &value, lasting &state,
+                        std::vector<ko_wchar_t> &result) {
+    single_format(format, d, state); // takes the flags
+    const bool negative = value.negative || state.negative;
+    const bool upper = state.upper || d.conversion == 'X';
+    char digits[64];
+    const auto end =
+        std::to_chars(digits, digits + sizeof digits, value.magnitude, int(base_of(d))).ptr;
+    std::string plain(digits, end);
+    for (char &c : plain)
+        if (upper && c >= 'a') c = char(c - 32);
+    std::string pattern = "%";
+    for (const char flag : {'+', ' ', '\''})
+        if (state.flags.count(flag)) pattern += flag;
+    wide_text wide = native(code, pattern + ".0f");
+    wide.push_back(0);
+    const double power = decimal_value("1e" + std::to_string(plain.size() - 1), "");
+    const auto write = [&](ko_wchar_t *out, int room) {
+        return ko_wcsfnum(code.loc, out, room, wide.data(), negative ? -power : power);
+    };
+    if (!written_text(code.loc, write, result)) return false;
+    const wide_text ten = native(code, "01"), shown = native(code, plain);
+    size_t left = shown.size();
+    for (size_t at = result.size(); at-- > 0 && left > 0;)
+        if (result[at] == ten[0] || result[at] == ten[1]) result[at] = shown[--left];
+    pad_digits(code, d, state, shown.size(), result);
+    if (d.conversion != 'u') note_written(format, d, value.negative, state);
+    return true;
+}
+
+static bool write_integer(const codec &code, const format_text &format, const format_directive &d,
+                          const whole_number &value, lasting &state,
+                          std::vector<ko_wchar_t> &result) {
+    const uint64_t most = d.conversion == 'u' ? UINT32_MAX : INT32_MAX;
+    if (value.magnitude > most + value.negative)
+        return write_large(code, format, d, value, state, result);
+    const auto bits = uint32_t(value.magnitude);
+    return write_small(code, format, d, int(value.negative ? -bits : bits), state, result);
 }
 
 namespace {
@@ -132,11 +257,65 @@ static text_value text_of(const codec &code, const std::string &argument, const 
     return value;
 }
 
+// ---- Units ----
+
+// The same directive for a number with so many decimals and a unit after it.
+static std::string directive_with_unit(const format_directive &d, const scaled &value) {
+    const size_t flags = std::min(d.modifiers.find_first_not_of(" #'+-0"), d.modifiers.size());
+    const std::string rest = d.modifiers.substr(flags);
+    const size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    const size_t width =
+        digits ? size_t(std::stoul(rest.substr(0, std::min<size_t>(digits, 8)))) : 0;
+    std::string text = "%" + d.modifiers.substr(0, flags);
+    if (width > value.unit.size()) text += std::to_string(width - value.unit.size());
+    return text + "." + std::to_string(value.places) + "f";
+}
+
+static rounding rounding_named(const std::string &name) {
+    return name == "up"             ? rounding::up
+           : name == "down"         ? rounding::down
+           : name == "towards-zero" ? rounding::towards_zero
+           : name == "nearest"      ? rounding::nearest
+                                    : rounding::from_zero;
+}
+
+static bool write_scaled(const format_job &job, const format_directive &d,
+                         const std::string &argument, const std::string &what, lasting &state,
+                         std::string &line) {
+    const format_options &options = *job.options;
+    const codec &code = job.code;
+    const size_t point = d.modifiers.find('.');
+    const int places =
+        point == std::string::npos ? -1 : std::min(std::atoi(d.modifiers.c_str() + point + 1), 15);
+    decimal number = read_with_unit(argument, what, scale_named(options.from));
+    const scaled value = scaled_to(std::move(number), scale_named(options.to), places,
+                                   rounding_named(options.round));
+    const std::string directive = directive_with_unit(d, value);
+    const format_text format = split_format(code, native(code, directive), {" #'+-", "lLhH", ""});
+    const std::vector<ko_wchar_t> single = single_format(format, format.directives[0], state);
+    std::vector<ko_wchar_t> result;
+    const double real = decimal_value(text_of(value.number), what);
+    const auto write = [&](ko_wchar_t *out, int room) {
+        return ko_wcsfnum(code.loc, out, room, single.data(), real);
+    };
+    if (!written_text(code.loc, write, result)) return false;
+    const ko_wchar_t blank = native(code, " ")[0]; // padding after the number goes after the unit
+    size_t size = result.size();
+    while (state.flags.count('-') && size > 0 && result[size - 1] == blank)
+        --size;
+    const wide_text unit = native(code, value.unit);
+    result.insert(result.begin() + ptrdiff_t(size), unit.begin(), unit.end());
+    line += with_digits(code, job.digits, result.data(), result.size());
+    return true;
+}
+
+// ---- Lines ----
+
 static bool write_value(const codec &code, const format_text &format, const format_directive &d,
                         const std::string &argument, const std::string &what, lasting &state,
                         std::vector<ko_wchar_t> &result) {
-    const kind k = kind_of(d);
-    if (k == kind::integer)
+    const number_kind k = kind_of(d);
+    if (k == number_kind::integer)
         return write_integer(code, format, d, integer_value(d, argument, what), state, result);
     const std::vector<ko_wchar_t> single = single_format(format, d, state);
     const auto write = [&](auto value) {
@@ -147,128 +326,82 @@ static bool write_value(const codec &code, const format_text &format, const form
             },
             result);
     };
-    if (k == kind::real) return write(decimal_value(argument, what));
+    if (k == number_kind::real) return write(decimal_value(argument, what));
     const text_value text = text_of(code, argument, what);
     if (size_of(d) != 'l') return write(text.bytes.data());
-    return k == kind::text ? write(text.wide.data()) : write(int(text.wide[0]));
+    return k == number_kind::text ? write(text.wide.data()) : write(int(text.wide[0]));
 }
 
 // The text between directives, "%%" halved.
 static void append_literal(const codec &code, const format_text &format, size_t from, size_t to,
-                           std::vector<ko_wchar_t> &line) {
+                           std::string &line) {
     std::vector<ko_wchar_t> part(&format.wide[from], &format.wide[to]), result;
     part.push_back(0);
     written_text(
         code.loc,
         [&](ko_wchar_t *out, int room) { return ko_wcsfnum(code.loc, out, room, part.data()); },
         result);
-    line.insert(line.end(), result.begin(), result.end());
+    encode(code, result.data(), result.size(), line);
 }
 
 // Refuses what the library would refuse whatever the values.
-static void check_directives(const codec &code, const format_text &format) {
-    for (const format_directive &d : format.directives) {
-        const bool known = kind_of(d) != kind::none;
+static void check_directives(const format_job &job) {
+    for (const format_directive &d : job.format.directives) {
+        const number_kind kind = kind_of(d);
+        const auto refuse = [&](const std::string &why) {
+            fail_in_format(job.code, job.format, d.start, bad_usage, why);
+        };
         if (d.modifiers.find('*') != std::string::npos)
-            fail_in_format(code, format, d.start, bad_usage, "digits must stand in place of \"*\"");
-        if (!known)
-            fail_in_format(code, format, d.start, bad_usage,
-                           reason(d.conversion ? KO_EDIRECTIVE : KO_EFORMAT));
+            refuse("digits must stand in place of \"*\"");
+        if (kind == number_kind::none)
+            refuse(number_fault(d.conversion ? KO_EDIRECTIVE : KO_EFORMAT));
+        if (!job.options->to.empty() && !strchr("diuf", d.conversion))
+            refuse("--to needs one of d i u f");
     }
 }
 
-static void print_numbers(const codec &code, const format_text &format,
-                          const std::vector<std::string> &values, output &out) {
-    check_directives(code, format);
-    check_counts(format, values);
-    for (size_t at = 0; at < values.size() || !at;) {
-        lasting state;
-        std::vector<ko_wchar_t> line, result;
-        size_t done_to = 0;
-        for (const format_directive &d : format.directives) {
-            append_literal(code, format, done_to, d.start, line);
-            const std::string what = "VALUE " + std::to_string(at + 1);
-            if (!write_value(code, format, d, values[at++], what, state, result))
-                fail_in_format(code, format, d.start, bad_usage, reason(*ko_ext_errno(code.loc)));
-            line.insert(line.end(), result.begin(), result.end());
-            done_to = d.end;
-        }
-        append_literal(code, format, done_to, format.wide.size() - 1, line);
-        std::string text;
-        encode(code, line.data(), line.size(), text);
-        write(out, for_terminal(code, text) + "\n");
-        if (format.directives.empty()) return;
+static bool is_number(const format_directive &d) {
+    return kind_of(d) == number_kind::real || kind_of(d) == number_kind::integer;
+}
+
+// Appends what a directive writes.
+static bool append_value(const format_job &job, const format_directive &d,
+                         const std::string &argument, const std::string &what, lasting &state,
+                         std::string &line) {
+    const bool number = is_number(d), decimal_digits = number && base_of(d) == 10;
+    std::string value = number ? plain_digits(job.code, argument) : argument;
+    if (number && !job.options->to.empty()) return write_scaled(job, d, value, what, state, line);
+    if (number && !job.options->from.empty())
+        value = text_of(read_with_unit(value, what, scale_named(job.options->from)));
+    std::vector<ko_wchar_t> result;
+    if (!write_value(job.code, job.format, d, value, what, state, result)) return false;
+    line += with_digits(job.code, decimal_digits ? job.digits : digit_set(), result.data(),
+                        result.size());
+    return true;
+}
+
+static std::string print_numbers(const format_job &job, const std::vector<std::string> &values,
+                                 size_t first) {
+    lasting state;
+    std::string line;
+    size_t done_to = 0, at = 0;
+    for (const format_directive &d : job.format.directives) {
+        append_literal(job.code, job.format, done_to, d.start, line);
+        const std::string what = value_name(first ? first + at : 0);
+        if (!append_value(job, d, values[at++], what, state, line))
+            fail_in_format(job.code, job.format, d.start, bad_usage,
+                           number_fault(*ko_ext_errno(job.code.loc)));
+        done_to = d.end;
     }
-}
-
-// ---- Reading ----
-
-// Room for anything that a directive can store.
-using slot = std::vector<ko_wchar_t>;
-template <class Number> static Number number_in(const slot &room) {
-    Number value;
-    memcpy(&value, room.data(), sizeof value);
-    return value;
-}
-
-template <size_t... i>
-static int read_slots(const codec &code, const ko_wchar_t *text, const ko_wchar_t *format,
-                      std::array<slot, directives_max> &slots, std::index_sequence<i...>) {
-    *ko_ext_errno(code.loc) = 0;
-    return ko_wcspnum(code.loc, text, format, static_cast<void *>(slots[i].data())...);
-}
-
-static std::string stored_text(const codec &code, const format_directive &d, const slot &room) {
-    const kind k = kind_of(d);
-    const bool half = size_of(d) == 'h', wide = size_of(d) == 'l', plain = d.conversion == 'u';
-    if (k == kind::real) return shortest_digits(number_in<double>(room));
-    if (k == kind::integer && half)
-        return std::to_string(plain ? int{number_in<uint16_t>(room)} : number_in<int16_t>(room));
-    if (k == kind::integer && plain) return std::to_string(number_in<uint32_t>(room));
-    if (k == kind::integer) return std::to_string(number_in<int32_t>(room));
-    slot units = room;
-    const void *const bytes = room.data();
-    if (!wide)
-        static_cast<loc_exports *>(code.loc)->mbstowcs(
-            code.loc, units.data(), static_cast<const ko_mchar_t *>(bytes), int(units.size()));
-    std::string text;
-    encode(code, units.data(), size_t(k == kind::text ? ko_wcslen(units.data()) : 1), text);
-    return text;
-}
-
-static void print_values(const codec &code, const format_text &format, const std::string &argument,
-                         output &out) {
-    std::vector<ko_wchar_t> text = decode_argument(code, argument, "TEXT");
-    text.push_back(0);
-    std::array<slot, directives_max> slots;
-    for (slot &room : slots)
-        room.assign(2 * text.size() + sizeof(double), 0);
-    const auto works = [&](const ko_wchar_t *front) {
-        read_slots(code, text.data(), front, slots, std::make_index_sequence<directives_max>());
-        return *ko_ext_errno(code.loc) == 0;
-    };
-    if (!works(format.wide.data())) {
-        const int error = *ko_ext_errno(code.loc);
-        const size_t place = longest_working(format, works);
-        bool known = true;
-        for (const format_directive &d : format.directives)
-            if (place >= d.start && place < d.end) known = kind_of(d) != kind::none;
-        const bool differs = known && (error == KO_EDIRECTIVE || error == KO_EINVAL);
-        fail_in_format(code, format, place, known ? bad_text : bad_usage,
-                       differs ? "the text does not match" : reason(error));
-    }
-    size_t used = 0;
-    for (const format_directive &d : format.directives) {
-        if (d.modifiers.find('*') != std::string::npos) continue;
-        write(out, stored_text(code, d, slots[used++]) + "\n");
-    }
+    append_literal(job.code, job.format, done_to, job.format.wide.size() - 1, line);
+    return line;
 }
 
 int run_number(const common_options &common, const format_options &options) {
     return run_format(common, options,
                       {
                           {" #'+-", "lLhH"},
-                          print_numbers, print_values
+                          check_directives, print_numbers, parse_numbers
     });
 }
 
