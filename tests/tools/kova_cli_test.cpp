@@ -2,11 +2,15 @@
 // everything that goes wrong.
 #include "kova/kova_locale.h"
 #include "kova/kova_sort_runs.h"
+#include "kova_host.h"
 
 #include "tools/command_run.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 #include <random>
+#include <regex>
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
@@ -210,6 +214,143 @@ TEST_F(KovaCli, SpellsControlsOfData) {
     }
 }
 
+// ---- Pages ----
+
+// Is it well-formed, with one root element? Entities are the five that markup needs.
+static bool is_markup(const std::string &page) {
+    std::vector<std::string> open;
+    size_t roots = 0;
+    for (size_t at = page.find('\n') + 1; at < page.size(); ++at) {
+        if (page[at] == '>') return false;
+        if (page[at] == '&' &&
+            !std::regex_search(page.substr(at, 6), std::regex("^&(amp|lt|gt|quot|#39);")))
+            return false;
+        if (page[at] != '<') continue;
+        static const std::regex tag("<(/?)([a-z0-9]+)(?: [a-z-]+=\"[^\"<>]*\")*(/?)>");
+        const size_t end = page.find('>', at);
+        std::smatch part;
+        const std::string text = page.substr(at, end - at + 1);
+        if (!std::regex_match(text, part, tag)) return false;
+        if (part.length(1) && (open.empty() || open.back() != part[2])) return false;
+        if (part.length(1))
+            open.pop_back();
+        else if (!part.length(3))
+            roots += open.empty(), open.push_back(part[2]);
+        at = end;
+    }
+    return open.empty() && roots == 1;
+}
+
+TEST_F(KovaCli, MakesPagesOfWhateverDataSays) {
+    std::string object = german;
+    const std::string sunday = "\n2 536f\n";
+    const fs::path own = own_root(object.replace(object.find(sunday), 8, "\n8 1b3c2f7468223e27\n"));
+    fs::create_directory_symlink(root + "/kova/cv9", own / "cv9");
+    spit(own / "cm3/registry", slurp(own / "cm3/registry") + "\na<i>&\x1B 37\n");
+    for (const std::string name : {"chart ", "cal ", "info ", "order ", "order --of 'a<b' "}) {
+        const bool chart = name == "chart ";
+        const outcome got = kova(name + "--html " + (chart ? "ibm037" : "de_DE.8859-1"));
+        EXPECT_EQ(got.out.find(" a&lt;i&gt;&amp;\\x1b") != got.out.npos, chart) << got.out;
+        EXPECT_TRUE(is_markup(got.out)) << name << got.out << got.err;
+        EXPECT_EQ(got.out.find('\x1b'), got.out.npos) << name;
+        EXPECT_EQ(got.out.find("http"), got.out.npos) << name;
+        const bool named = name == "cal " || name == "info ";
+        EXPECT_EQ(got.out.find("\\x1b&lt;/th&quot;&gt;&#39;") != got.out.npos, named) << name;
+    }
+}
+
+TEST_F(KovaCli, PagesTellLanguageAndDirection) {
+    const std::string rtl = " dir=\"rtl\"", ltr = " dir=\"ltr\"";
+    static const struct {
+        std::string args, part;
+    } rows[] = {
+        {"cal --html he_IL 3 2026",              "<html lang=\"he-IL\"" + rtl                                 },
+        {"cal --html de_DE.8859-1 3 2026",       "<html lang=\"de-DE\"" + ltr                                 },
+        {"cal --html POSIX 3 2026",              "<html lang=\"en\"" + ltr                                    },
+        {"cal --html -w de_DE 12 2025",          "<tr><th scope=\"row\">1</th><td><time datetime="
+                                        "\"2025-12-29\">29</time></td>"},
+        {"cal --html he_IL.unicode@hebr 7 5784",
+         "<time datetime=\"2024-04-08\">29</time><small>8</small>"                                            },
+        {"info --html fa_IR",                    "<html lang=\"en\"" + ltr                                    },
+        {"info --html fa_IR",                    "<th scope=\"row\">days</th><td lang=\"fa-IR\"" + rtl        },
+        {"info --html ar_SA.8859-6@islm",        "<td lang=\"ar-SA\"" + rtl                                   },
+        {"info --html ja_JP.EUC-JP",             "<td lang=\"ja-JP\"" + ltr + ">2026年11月21日"            },
+        {"order --html fa_IR",                   "<th scope=\"row\" lang=\"fa-IR\"" + rtl + ">پ</th>"        },
+        {"order --html cs_CZ.8859-2",            " title=\"one element\">ch</th>"                             },
+        {"chart --html ibm037",                  "<th scope=\"row\">4x</th><td class=\"name\">SP<"            },
+        {"chart --html ibm037",                  "<td>&lt;</td>"                                              },
+        {"chart --html SHIFT_JIS",               "<span>Lead byte 82</span>"                                  },
+    };
+    for (const auto &row : rows)
+        shows(row.args, row.part);
+    writes("cal --html -o page de_DE 3 2026 && wc -l < page | grep -c '[1-9]'", "1\n");
+    fails(2, "info --html --json de_DE", "excludes");
+    fails(4, "order --html -o none/page de_DE", "cannot write none/page");
+}
+
+// ---- Orders ----
+
+TEST_F(KovaCli, OrderIsThatOfComparison) {
+    for (const std::string name :
+         {"de_DE.unicode", "sv_SE.unicode", "fr_CA.unicode", "th_TH.unicode", "my_MM.unicode",
+          "ja_JP.unicode", "cs_CZ.8859-2", "hu_HU.8859-2", "da_DK.8859-1", "fa_IR.unicode"}) {
+        const outcome got = kova("order --json -n 0 " + name);
+        ASSERT_EQ(got.status, 0) << name << got.err;
+        std::vector<std::pair<std::string, int>> letters;
+        const auto json = nlohmann::json::parse(got.out);
+        for (const auto &group : json["groups"])
+            for (const auto &letter : group["letters"]) {
+                std::string text = letter["text"];
+                if (text.starts_with("◌")) text.erase(0, 3);
+                letters.push_back({text, letter.value("level", 1)});
+            }
+        EXPECT_GT(letters.size(), 40U) << name;
+        ko_lc_t loc;
+        ASSERT_EQ(ko_open_locale(&loc, root.c_str(), name.c_str(), 0), 0) << name;
+        for (size_t i = 1; i < letters.size(); ++i) {
+            const auto &[a, level_a] = letters[i - 1];
+            const auto &[b, level] = letters[i];
+            EXPECT_EQ(ko_utf8scoll(loc, a.data(), a.size(), b.data(), b.size()), level ? -1 : 0)
+                << name << " " << a << " " << b;
+        }
+        ko_close_locale(loc);
+    }
+}
+
+TEST_F(KovaCli, OrderShowsLevelsAndKeys) {
+    const std::string de = "order de_DE.unicode ";
+    shows("order cs_CZ.8859-2", "\nh   <<< H\nch  <<< cH <<< Ch <<< CH\ni   <<< I");
+    shows(de, "\nlevel 2  forward  <<    a << á\nlevel 3  forward  <<<   a <<< A\n");
+    shows(de, "\nß  (as ss)\nt  <<< T");
+    shows(de + "--script latn -n 0", "\nß  <<< ẞ (as ss)\n");
+    shows(de + "--script grek", " letters of grek\n");
+    shows(de + "--from x --to y", "\n\nx  <<< X\ny  <<< Y << ý <<< Ý << ŷ <<< Ŷ << ÿ <<< Ÿ\n");
+    shows(de + "-n 2", "\næ  <<< Æ (as ae)\n34 more lines; -n 0 shows all\n");
+    shows("order fr_CA", "level 2  backward");
+    shows("order POSIX", "in code-set order: letters of latn, the usual ones\n\nA\nB\n");
+    shows("order th_TH.unicode", "(ignored at level 1)\n");
+    for (const std::string locale : {"de_DE.unicode", "cs_CZ.8859-2", "POSIX"}) {
+        const std::string text = locale == "POSIX" ? "Ab" : "Chata-ß";
+        const auto json =
+            nlohmann::json::parse(kova("order --json --of " + text + " " + locale).out);
+        std::vector<std::string> sums(json["key"].size());
+        for (const auto &part : json["parts"])
+            for (size_t i = 0; i < sums.size(); ++i)
+                if (part["weights"][i] != "-")
+                    sums[i] += (sums[i].empty() ? "" : " ") + std::string(part["weights"][i]);
+        EXPECT_TRUE(locale == "POSIX" || json["key"] == sums) << json;
+        std::string key = kova("order --of " + text + " " + locale).out;
+        key.erase(0, key.rfind("key ") + 4);
+        key.erase(std::remove(key.begin(), key.end(), ' '), key.end());
+        EXPECT_EQ(key, kova("key " + locale + " " + text).out);
+        EXPECT_EQ(json["parts"].size(), locale[0] == 'P' ? 0U : locale[0] == 'c' ? 6U : 7U);
+    }
+    fails(2, de + "--of a --from b", "excludes");
+    fails(2, de + "--script klingon", "there is no script \"klingon\"; scripts are all, latn, ");
+    fails(1, "order de_DE.8859-1 --of 漢",
+          "--of: byte offset 0: ISO-8859-1 has no character U+6F22");
+}
+
 #ifndef __SANITIZE_ADDRESS__ // which takes terabytes of address space
 TEST_F(KovaCli, TellsThatMemoryIsExhausted) {
     std::string object = german;
@@ -400,7 +541,7 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
         EXPECT_EQ(counts[counts.find('\n', line) - 1], row.back()) << row;
     }
     for (const std::string name : {"sort", "compare", "key", "upper", "lower", "classify", "info",
-                                   "diff", "locales", "cal", "width", "trim", "count"})
+                                   "diff", "locales", "cal", "width", "trim", "count", "order"})
         shows(name + " --help", "Examples:\n  kova ");
 }
 

@@ -39,6 +39,7 @@ struct arguments {
     std::string part, bad_fields;
     chart_options chart;
     cal_options cal;
+    order_options order;
     date_options date;
     parse_date_options parse_date;
     symbols_options symbols;
@@ -89,6 +90,13 @@ void add_common(CLI::App &command, arguments &args, std::function<int()> run,
     command.add_flag("--bytes", args.bytes, help.bytes)->excludes(utf8);
     command.footer("Examples:\n" + examples);
     command.callback([&args, run] { args.run = run; });
+}
+
+// The page in place of text, and the file.
+CLI::Option *add_page(CLI::App &command, bool &html, std::string &out) {
+    command.add_option("-o,--output", out, "Write to FILE, in one step at the end")
+        ->type_name("FILE");
+    return command.add_flag("--html", html, "A page in HTML, in UTF-8, complete in one file");
 }
 
 // How lines, and parts without letters of their own, are compared.
@@ -286,11 +294,15 @@ void add_info(CLI::App &app, arguments &args) {
             ->type_name("ITEM");
     CLI::Option *all =
         command.add_flag("--all", o.all, "A page to read, with samples")->excludes(item);
-    command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs")->excludes(all);
+    CLI::Option *json =
+        command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs")
+            ->excludes(all);
+    add_page(command, o.html, o.out)->excludes(json)->excludes(item);
     add_common(
         command, args, [&args] { return run_info(args.common, args.info); },
         "  kova info de_DE.8859-1\n"
         "  kova info --all ja_JP.EUC-JP\n"
+        "  kova info --html -o de.html de_DE\n"
         "  kova info de_DE.8859-1 D_FMT MON_1 55\n");
 }
 
@@ -608,10 +620,12 @@ void add_chart(CLI::App &app, arguments &args) {
         .add_option("--lead", o.lead,
                     "Draw the characters that begin with these bytes, in hexadecimal")
         ->type_name("XX");
+    add_page(command, o.html, o.out);
     add_common(command, args, [&args] { return run_chart(args.common, args.chart); },
                "  kova chart IBM037\n"
                "  kova chart SHIFT_JIS             also lists the lead bytes\n"
-               "  kova chart SHIFT_JIS --lead 82\n",
+               "  kova chart SHIFT_JIS --lead 82\n"
+               "  kova chart --html -o sjis.html SHIFT_JIS     with the grids of all lead bytes\n",
                {"The output is UTF-8. Default when LC_ALL, LC_CTYPE or LANG says so",
                 "The output is ASCII: code points in hexadecimal instead of characters"});
 }
@@ -659,13 +673,63 @@ void add_cal(CLI::App &app, arguments &args) {
     CLI::Option *monday = command.add_flag("-m,--monday", o.monday,
                                            "Begin weeks on Monday. Default: as the locale does");
     command.add_flag("-s,--sunday", o.sunday, "Begin weeks on Sunday")->excludes(monday);
+    add_page(command, o.html, o.out);
     add_common(
         command, args, [&args] { return run_cal(args.common, args.cal); },
         "  kova cal de_DE.unicode\n"
         "  kova cal fr_FR.8859-1 février 2024\n"
         "  kova cal -3 -w pl_PL listopad 2026\n"
         "  kova cal th_TH 2026\n"
+        "  kova cal --html -o 2026.html de_DE 2026\n"
         "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside them\n");
+}
+
+// What an order shows: letters, or the weights of a text.
+CLI::Option *add_order_choice(CLI::App &command, order_options &o) {
+    command
+        .add_option("--script", o.scripts,
+                    "All letters of scripts, by their ISO 15924 codes, such as latn, grek, cyrl; "
+                    "all: every character. Default: the usual letters of the locale's scripts")
+        ->type_name("CODE")
+        ->allow_extra_args(false);
+    command.add_option("--from", o.from, "From what weighs as TEXT at the first level on")
+        ->type_name("TEXT");
+    command.add_option("--to", o.to, "Up to what weighs as TEXT at the first level")
+        ->type_name("TEXT");
+    CLI::Option *of =
+        command
+            .add_option("--of", o.of,
+                        "Show the elements of TEXT instead, their weights at each level and the "
+                        "bytes of the key")
+            ->type_name("TEXT");
+    command.add_option("-n,--lines", o.most, "At most N lines; 0: all")
+        ->type_name("N")
+        ->capture_default_str();
+    for (const char *const name : {"--script", "--from", "--to", "--lines"})
+        of->excludes(command.get_option(name));
+    return of;
+}
+
+void add_order(CLI::App &app, arguments &args) {
+    CLI::App &command =
+        *app.add_subcommand("order", "Show the alphabet of a locale with its levels");
+    order_options &o = args.order;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    CLI::Option *of = add_order_choice(command, o);
+    CLI::Option *json = command.add_flag("--json", o.json, "One JSON object, in UTF-8");
+    add_page(command, o.html, o.out)->excludes(json);
+    add_common(
+        command, args,
+        [&args, &o, of] {
+            o.shows_text = of->count() > 0;
+            return run_order(args.common, o);
+        },
+        "  kova order cs_CZ                       ch is a letter between h and i\n"
+        "  kova order sv_SE --from z              what comes after z\n"
+        "  kova order de_DE --of Äpfel\n"
+        "  kova order --html -o order.html de_DE\n"
+        "Letters of one line are alike at the first level; << is before a letter that differs\n"
+        "from the one before it at the second level, <<< at the third, = at none.\n");
 }
 
 void add_date(CLI::App &app, arguments &args) {
@@ -863,6 +927,7 @@ int run_main(int argc, char **argv) {
     add_convert(app, args);
     add_records(app, args);
     add_chart(app, args);
+    add_order(app, args);
     add_cal(app, args);
     add_parse_date(app, args);
     add_symbols(app, args);

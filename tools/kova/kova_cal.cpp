@@ -11,6 +11,7 @@
 #include "kova/kova_day.h"
 #include "kova/kova_io.h"
 #include "kova/kova_names.h"
+#include "kova/kova_page.h"
 #include "kova/kova_when.h"
 
 namespace kovacli {
@@ -216,9 +217,14 @@ std::vector<month> find_months(const cal_job &job, const cal_options &options) {
 
 // ---- drawing ----
 
+// In its month, or in its year.
+int shown_day(const cal_job &job, const month &m, int day) {
+    return day + (job.year_days ? m.first.alt_tm_yday : 0);
+}
+
 // "11", or "11 (20)" with the Gregorian day.
 std::string cell_text(const cal_job &job, const month &m, int day) {
-    const std::string number = std::to_string(day + (job.year_days ? m.first.alt_tm_yday : 0));
+    const std::string number = std::to_string(shown_day(job, m, day));
     if (job.names.gregorian) return number;
     const std::chrono::year_month_day date = m.begin + std::chrono::days(day - 1);
     const std::string other = std::to_string(unsigned(date.day()));
@@ -235,11 +241,14 @@ drawn_line centred(const cal_job &job, const wide_text &text, int cols) {
 constexpr int week = 7;
 
 // The number of the week that begins on a day, or around it: that of its Thursday.
+int week_number(const cal_job &job, sys_days begin) {
+    const unsigned to_thursday = (4 + week - job.first_weekday) % week;
+    return iso_week_of(begin + std::chrono::days(int(to_thursday))).week;
+}
+
 void append_week(const cal_job &job, sys_days begin, int cols, wide_text &line) {
     if (!job.weeks) return;
-    unsigned to_thursday = (4 + week - job.first_weekday) % week;
-    const int number = iso_week_of(begin + std::chrono::days(int(to_thursday))).week;
-    append_right(job, line, native(job.code, std::to_string(number)), cols);
+    append_right(job, line, native(job.code, std::to_string(week_number(job, begin))), cols);
     append_blanks(job, line, 2);
 }
 
@@ -345,20 +354,24 @@ layout layout_of(const cal_job &job) {
     return l;
 }
 
-drawing draw(const cal_job &job, const month &m, const layout &l) {
-    drawing lines{centred(job, title_of(job, m), l.cols)};
-    const std::string span =
-        day_text(m.begin) + " - " + day_text(m.begin + std::chrono::days(m.length - 1));
-    if (!job.names.gregorian) lines.push_back(centred(job, native(job.code, span), l.cols));
+// The first and last Gregorian days, where the calendar is another one, here and in other forms.
+std::vector<wide_text> spans_of(const cal_job &job, const month &m) {
+    std::vector<wide_text> spans;
+    const auto add = [&](const std::string &label, sys_days begin, int length) {
+        const sys_days end = begin + std::chrono::days(length - 1);
+        spans.push_back(native(job.code, label + day_text(begin) + " - " + day_text(end)));
+    };
+    if (!job.names.gregorian) add("", m.begin, m.length);
     const umalqura_month other =
         find_umalqura(job, m.first.alt_tm_year + 1900, m.first.alt_tm_monidx);
-    const sys_days begin{std::chrono::days(other.begin)};
-    if (other.length)
-        lines.push_back(
-            centred(job,
-                    native(job.code, "Umm al-Qura: " + day_text(begin) + " - " +
-                                         day_text(begin + std::chrono::days(other.length - 1))),
-                    l.cols));
+    if (other.length) add("Umm al-Qura: ", sys_days{std::chrono::days(other.begin)}, other.length);
+    return spans;
+}
+
+drawing draw(const cal_job &job, const month &m, const layout &l) {
+    drawing lines{centred(job, title_of(job, m), l.cols)};
+    for (const wide_text &span : spans_of(job, m))
+        lines.push_back(centred(job, span, l.cols));
     drawn_line head;
     if (job.weeks) append_blanks(job, head.text, 4);
     for (unsigned i = 0; i < week; ++i)
@@ -399,12 +412,79 @@ void draw_all(const cal_job &job, const std::vector<month> &months, output &out)
     }
 }
 
+// ---- pages ----
+
+std::string weekday_heads(const cal_job &job) {
+    std::string row = job.weeks ? "<td></td>" : "";
+    for (unsigned i = 0; i < week; ++i) {
+        const unsigned day = (job.first_weekday + i) % week;
+        const auto name = [&](unsigned item) {
+            return outer_text(job.code, trimmed(job, item_text(job.code, item + day)));
+        };
+        row += html_element("th", name(KO_ABDAY_1),
+                            " scope=\"col\" title=\"" + html_text(name(KO_DAY_1)) + "\"");
+    }
+    return "<thead><tr>" + row + "</tr></thead>\n";
+}
+
+// A day, with the Gregorian one below it where the calendar is another.
+std::string day_cell(const cal_job &job, const month &m, int day) {
+    const sys_days date = m.begin + std::chrono::days(day - 1);
+    const std::chrono::year_month_day gregorian = date;
+    std::string small;
+    if (!job.names.gregorian)
+        small = html_element("small", std::to_string(unsigned(gregorian.day())));
+    const std::string today = date == system_day() ? " class=\"today\" aria-current=\"date\"" : "";
+    return "<td" + today + "><time datetime=\"" + day_text(date) + "\">" +
+           std::to_string(shown_day(job, m, day)) + "</time>" + small + "</td>";
+}
+
+std::string week_row(const cal_job &job, const month &m, int first_day) {
+    std::string row;
+    if (job.weeks) {
+        const int number = week_number(job, m.begin + std::chrono::days(first_day - 1));
+        row = html_element("th", std::to_string(number), " scope=\"row\"");
+    }
+    for (int day = first_day; day < first_day + week; ++day)
+        row += day < 1 || day > m.length ? "<td></td>" : day_cell(job, m, day);
+    return "<tr>" + row + "</tr>\n";
+}
+
+std::string month_html(const cal_job &job, const month &m) {
+    const unsigned weekday = std::chrono::weekday(m.begin).c_encoding();
+    const int before = int((weekday + week - job.first_weekday) % week);
+    std::string rows = weekday_heads(job) + "<tbody>\n";
+    for (int day = 1 - before; day <= m.length; day += week)
+        rows += week_row(job, m, day);
+    std::string markup =
+        html_box(outer_text(job.code, title_of(job, m)), "month", rows + "</tbody>\n");
+    for (const wide_text &span : spans_of(job, m))
+        markup += "<p class=\"dim\">" + html_element("bdi", outer_text(job.code, span)) + "</p>\n";
+    return "<section>\n" + markup + "</section>\n";
+}
+
+void write_months(const cal_job &job, const std::vector<month> &months, output &out) {
+    std::string title = outer_text(job.code, title_of(job, months[0])), body;
+    const int year = months[0].first.alt_tm_year;
+    if (months.size() >= 12 && year == months.back().first.alt_tm_year)
+        title = std::to_string(year + 1900);
+    else if (months.size() > 1)
+        title += " \u2013 " + outer_text(job.code, title_of(job, months.back()));
+    for (const month &m : months)
+        body += month_html(job, m);
+    write_html(out, title + " \u00B7 " + job.handle.name,
+               "<div class=\"months\">\n" + body + "</div>\n",
+               language_of(job.code, job.handle.object));
+}
+
 } // namespace
 
 int run_cal(const common_options &common, const cal_options &options) {
     choose_zone("");
     cal_job job;
-    open_with_codec(common, options.locale, job.handle, job.code);
+    common_options asked = common;
+    if (options.html) asked.form = text_form::utf8;
+    open_with_codec(asked, options.locale, job.handle, job.code);
     job.names = names_of(job.code, job.handle.object);
     for (const std::string &line : job.handle.object.header)
         if (line.size() == 15 && line.compare(0, 14, "FIRST_WEEKDAY=") == 0)
@@ -413,9 +493,15 @@ int run_cal(const common_options &common, const cal_options &options) {
     if (options.sunday) job.first_weekday = 0;
     job.weeks = options.weeks;
     job.year_days = options.year_days;
-    job.marks_today = job.code.utf8 && is_terminal(stdout) && env_text("NO_COLOR").empty();
+    job.marks_today =
+        options.out.empty() && job.code.utf8 && is_terminal(stdout) && env_text("NO_COLOR").empty();
+    const std::vector<month> months = find_months(job, options);
     output out;
-    draw_all(job, find_months(job, options), out);
+    open(out, options.out);
+    if (options.html)
+        write_months(job, months, out);
+    else
+        draw_all(job, months, out);
     finish(out);
     return done;
 }

@@ -2,12 +2,13 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "common/tool_text.h"
 #include "kova/kova_convert.h"
 #include "kova/kova_io.h"
-#include "kova/kova_table.h"
+#include "kova/kova_page.h"
 #include "kova/kova_text.h"
 
 namespace kovacli {
@@ -156,9 +157,9 @@ bool is_shapeless(uint32_t code) {
 std::string hex_code(uint32_t code) { return code_point_text(code).substr(2); }
 
 cell drawn(const chart_job &job, uint32_t code) {
-    if (const char *name = control_name(code)) return {name};
+    if (const char *name = control_name(code)) return {name, -1, false, "name"};
     if (!job.utf8 || is_shapeless(code) || kovatool::obeyed_by_terminals(code))
-        return {hex_code(code)};
+        return {hex_code(code), -1, false, "name"};
     cell drawn_cell{"", is_wide(code) ? 2 : 1};
     if (is_combining(code)) append_utf8(0x25CC, drawn_cell.text);
     append_utf8(code, drawn_cell.text);
@@ -170,13 +171,13 @@ cell cell_of(const chart_job &job, const slot &found) {
     case slot_kind::character:
         return drawn(job, found.code);
     case slot_kind::lead:
-        return {">>"};
+        return {">>", -1, false, "lead"};
     case slot_kind::shift_out:
-        return {"SO"};
+        return {"SO", -1, false, "name"};
     case slot_kind::shift_in:
-        return {"SI"};
+        return {"SI", -1, false, "name"};
     default:
-        return {"--"};
+        return {"--", -1, false, "none"};
     }
 }
 
@@ -204,9 +205,8 @@ grid_count look_up_grid(chart_job &job, const std::string &lead, int shifted, sl
     return count;
 }
 
-void draw_grid(chart_job &job, const slot *slots, output &out) {
+std::vector<std::vector<cell>> grid_rows(const chart_job &job, const slot *slots) {
     static constexpr char digits[] = "0123456789ABCDEF";
-    constexpr int cell_cols = 4; // for the longest name, and for a code point in most sets
     std::vector<std::vector<cell>> rows(1, {cell{" "}});
     for (size_t column = 0; column < 16; ++column)
         rows[0].push_back({std::string("x") + digits[column]});
@@ -215,6 +215,11 @@ void draw_grid(chart_job &job, const slot *slots, output &out) {
         for (size_t column = 0; column < 16; ++column)
             rows.back().push_back(cell_of(job, slots[16 * row + column]));
     }
+    return rows;
+}
+
+void write_grid(std::vector<std::vector<cell>> rows, output &out) {
+    constexpr int cell_cols = 4; // for the longest name, and for a code point in most sets
     // All grids have the same width, whatever they contain.
     for (size_t column = 1; column <= 16; ++column) {
         cell &head = rows[0][column];
@@ -269,7 +274,7 @@ std::vector<lead_row> lead_rows(chart_job &job) {
     return rows;
 }
 
-void draw_leads(const chart_job &job, const std::vector<lead_row> &leads, output &out) {
+std::vector<std::vector<cell>> rows_of(const chart_job &job, const std::vector<lead_row> &leads) {
     std::vector<std::vector<cell>> rows = {
         {{"lead"}, {"characters", -1, true}, {"from"}, {"first ones"}}
     };
@@ -284,7 +289,7 @@ void draw_leads(const chart_job &job, const std::vector<lead_row> &leads, output
             {first }
         });
     }
-    write_table(out, rows);
+    return rows;
 }
 
 std::string title(const chart_job &job) {
@@ -330,28 +335,46 @@ std::string size_text(const grid_count &single, const std::vector<lead_row> &lea
     return text;
 }
 
-void describe_set(const chart_job &job, const std::string &size, output &out) {
+// What is shown of a code set.
+struct chart_view {
+    std::string title;
+    std::vector<std::pair<const char *, std::string>> facts;
+    std::vector<std::vector<cell>> grid, leads;                               // empty: none
+    std::vector<std::pair<std::string, std::vector<std::vector<cell>>>> more; // grids of leads
+};
+
+chart_view describe_set(const chart_job &job, const std::string &size) {
     const std::string aliases = aliases_of(job.way.from);
     const bool built_in = is_unicode(job.way.from.name) || !has_object(job.way);
-    write(out, title(job) + "\n");
-    if (!aliases.empty())
-        write(out, "aliases:    " + kovatool::printable(aliases.substr(1)) + "\n");
-    write(out, "source:     " +
-                   (built_in ? "built in" : kovatool::printable(source_of(job.way.files[0]))) +
-                   "\ncharacters: " + size + "\n\n");
+    chart_view view{.title = title(job)};
+    if (!aliases.empty()) view.facts.push_back({"aliases", kovatool::printable(aliases.substr(1))});
+    view.facts.push_back(
+        {"source", built_in ? "built in" : kovatool::printable(source_of(job.way.files[0]))});
+    view.facts.push_back({"characters", size});
+    return view;
 }
 
-void draw_all(chart_job &job, output &out) {
+// A page also has room for the grids of the leads whose next byte ends a character.
+void add_lead_grids(chart_job &job, const std::vector<lead_row> &leads, chart_view &view) {
+    for (const lead_row &row : leads) {
+        if (row.of_length[2] == 0) continue;
+        slot slots[256];
+        look_up_grid(job, row.bytes, row.shifted, slots);
+        view.more.push_back({"Lead byte " + upper_hex(row.bytes), grid_rows(job, slots)});
+    }
+}
+
+chart_view view_all(chart_job &job, bool with_grids) {
     slot slots[256];
     const grid_count count = look_up_grid(job, "", 0, slots);
     if (is_unicode(job.way.from.name) && !job.to_utf16) // in units, of which every byte is a lead
-        return describe_set(job, "1112064, all of Unicode", out);
+        return describe_set(job, "1112064, all of Unicode");
     const std::vector<lead_row> leads = lead_rows(job);
-    describe_set(job, size_text(count, leads), out);
-    if (count.characters > 0) draw_grid(job, slots, out);
-    if (leads.empty()) return;
-    write(out, count.characters > 0 ? "\n" : "");
-    draw_leads(job, leads, out);
+    chart_view view = describe_set(job, size_text(count, leads));
+    if (count.characters > 0) view.grid = grid_rows(job, slots);
+    if (!leads.empty()) view.leads = rows_of(job, leads);
+    if (with_grids) add_lead_grids(job, leads, view);
+    return view;
 }
 
 // "81-9F E0-FC".
@@ -383,15 +406,14 @@ std::string parse_lead(const std::string &digits) {
     return bytes;
 }
 
-void draw_lead(chart_job &job, const std::string &digits, output &out) {
+chart_view view_lead(chart_job &job, const std::string &digits) {
     const std::string lead = parse_lead(digits);
     for (int shifted = 0; shifted <= 1; ++shifted) {
         slot slots[256];
         if (look_up(job, lead, shifted).kind != slot_kind::lead) continue;
         const grid_count count = look_up_grid(job, lead, shifted, slots);
         if (count.characters + count.leads == 0) continue;
-        write(out, title(job) + ", lead " + upper_hex(lead) + "\n");
-        return draw_grid(job, slots, out);
+        return {.title = title(job) + ", lead " + upper_hex(lead), .grid = grid_rows(job, slots)};
     }
     const std::vector<lead_row> leads = lead_rows(job);
     throw failure(bad_usage, job.way.from.name + " has no characters that begin with " +
@@ -400,21 +422,53 @@ void draw_lead(chart_job &job, const std::string &digits, output &out) {
                                                 : "; its lead bytes are " + lead_list(leads)));
 }
 
+constexpr char legend[] = "-- no character, >> first byte of more\n";
+
+void write_view(const chart_view &view, output &out) {
+    write(out, view.title + "\n");
+    for (const auto &[name, value] : view.facts)
+        write(out, name + std::string(11 - std::strlen(name), ' ').replace(0, 1, ":") + " " +
+                       value + "\n");
+    if (!view.facts.empty()) write(out, "\n");
+    if (!view.grid.empty()) write_grid(view.grid, out);
+    if (!view.grid.empty() && !view.leads.empty()) write(out, "\n");
+    if (!view.leads.empty()) write_table(out, view.leads);
+    write(out, legend);
+}
+
+void write_view_html(const chart_view &view, output &out) {
+    std::string body;
+    const auto add = [&body](const std::string &caption, const auto &rows, const char *kind) {
+        if (!rows.empty()) body += html_of({.caption = caption, .rows = rows, .kind = kind});
+    };
+    for (const auto &[name, value] : view.facts)
+        body += html_element("p", std::string(name) + ": " + value);
+    add("Characters by the high and the low digit of the byte", view.grid, "grid");
+    add("First bytes of longer characters", view.leads, "plain");
+    for (const auto &[caption, rows] : view.more)
+        add(caption, rows, "grid");
+    body += html_element("p", "A blank field is no character; >> is the first byte of longer ones.",
+                         " class=\"dim\"");
+    write_html(out, "Code set " + view.title, body);
+}
+
 } // namespace
 
 int run_chart(const common_options &common, const chart_options &options) {
     const data_place place = find_data(common, data_kind::conversions);
     chart_job job;
-    job.utf8 = text_is_utf8(common);
+    job.utf8 = options.html || text_is_utf8(common);
     const code_set set = find_code_set(options.code_set), utf8 = utf8_code_set();
     job.to_utf16 = same_code_set(set, utf8);
     open_needed_route(place, set, job.to_utf16 ? unicode_code_set() : utf8, job.way);
+    const chart_view view =
+        options.lead.empty() ? view_all(job, options.html) : view_lead(job, options.lead);
     output out;
-    if (options.lead.empty())
-        draw_all(job, out);
+    open(out, options.out);
+    if (options.html)
+        write_view_html(view, out);
     else
-        draw_lead(job, options.lead, out);
-    write(out, "-- no character, >> first byte of more\n");
+        write_view(view, out);
     finish(out);
     return done;
 }

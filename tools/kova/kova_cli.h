@@ -114,6 +114,8 @@ struct info_options {
     std::string locale;
     std::vector<std::string> items; // names or numbers; none: all, with the code set's figures
     bool all = false, json = false; // a page for people; one JSON object
+    bool html = false;              // that page in HTML
+    std::string out;
 };
 int run_info(const common_options &common, const info_options &options);
 
@@ -198,8 +200,21 @@ int run_records(const common_options &common, const records_options &options);
 struct chart_options {
     std::string code_set;
     std::string lead; // hexadecimal digits of the bytes before those drawn
+    bool html = false;
+    std::string out;
 };
 int run_chart(const common_options &common, const chart_options &options);
+
+struct order_options {
+    std::string locale;
+    std::vector<std::string> scripts; // of letters; none: the locale's own
+    std::string from, to;             // texts; empty: no bound
+    std::string of;                   // the text whose weights are shown
+    uint32_t most = 500;              // lines; 0: all
+    bool shows_text = false, json = false, html = false;
+    std::string out;
+};
+int run_order(const common_options &common, const order_options &options);
 
 struct symbols_options {
     std::string code_set, out;
@@ -213,6 +228,8 @@ struct cal_options {
     bool whole_year = false, three = false, weeks = false, year_days = false;
     bool monday = false, sunday = false; // the first day of the week; else the locale's
     int months = 1;
+    bool html = false;
+    std::string out;
 };
 int run_cal(const common_options &common, const cal_options &options);
 

@@ -253,10 +253,13 @@ int run_info(const common_options &common, const info_options &options) {
     locale_handle handle;
     codec code;
     common_options asked = common;
-    if (options.json) asked.form = text_form::utf8;
+    if (options.json || options.html) asked.form = text_form::utf8;
     const data_place place = open_with_codec(asked, options.locale, handle, code);
     output out;
-    if (options.json) {
+    open(out, options.out);
+    if (options.html) {
+        write_page_html(handle, code, out);
+    } else if (options.json) {
         write_json(handle, code, options.items, out);
     } else if (options.all) {
         add_mapping(handle, place, code);

@@ -31,6 +31,7 @@ std::vector<convention> conventions(const codec &code);
 
 // A page for people, with samples.
 void write_page(const locale_handle &handle, const codec &code, output &out);
+void write_page_html(const locale_handle &handle, const codec &code, output &out);
 // One JSON object, in UTF-8; with only the named items if there are any.
 void write_json(const locale_handle &handle, const codec &code,
                 const std::vector<std::string> &items, output &out);

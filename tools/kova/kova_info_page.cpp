@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "common/tool_text.h"
-#include "kova/kova_table.h"
+#include "kova/kova_page.h"
 
 namespace kovacli {
 
@@ -73,8 +73,12 @@ std::string item_list(const codec &code, unsigned first, unsigned count) {
 struct page {
     const codec &code;
     std::vector<std::vector<cell>> rows;
-    void add(const char *name, const std::string &value) {
-        if (!value.empty()) rows.push_back({{name}, {visible(code, value)}});
+    void add(const char *name, const std::string &value, const char *kind = "local") {
+        if (!value.empty())
+            rows.push_back({
+                {name },
+                { visible(code, value), -1, false, kind}
+            });
     }
 };
 
@@ -90,7 +94,7 @@ void add_times(page &page, const codec &code) {
     }
     if (!item_list(code, KO_ALT_DIGITS, 1).empty())
         page.add("other digits", time_sample(code, "%Om %Od"));
-    page.add("calendar", item_list(code, KO_CALENDAR, 1));
+    page.add("calendar", item_list(code, KO_CALENDAR, 1), nullptr);
     page.add("days", item_list(code, KO_DAY_1, 7));
     page.add("short days", item_list(code, KO_ABDAY_1, 7));
     page.add("months", item_list(code, KO_MON_1, 20));
@@ -99,16 +103,17 @@ void add_times(page &page, const codec &code) {
 
 } // namespace
 
-void write_page(const locale_handle &handle, const codec &code, output &out) {
+static page page_of(const locale_handle &handle, const codec &code) {
     page page{code, {}};
-    page.add("locale", handle.name);
-    page.add("object", handle.object.path);
+    page.add("locale", handle.name, nullptr);
+    page.add("object", handle.object.path, nullptr);
     page.add("code set",
              code.code_set + (handle.object.number == KO_NO_CODESET
                                   ? ""
-                                  : ", number " + std::to_string(handle.object.number)));
-    page.add("characters", characters_text(code));
-    page.add("order", collation_text(code));
+                                  : ", number " + std::to_string(handle.object.number)),
+             nullptr);
+    page.add("characters", characters_text(code), nullptr);
+    page.add("order", collation_text(code), nullptr);
     page.add("whole numbers", number_sample(code, "%'.0f", 1234567.0));
     page.add("fractions", number_sample(code, "%'.2f", -1234.5));
     page.add("money", money_sample(code, "%n", 1234567.89));
@@ -119,7 +124,19 @@ void write_page(const locale_handle &handle, const codec &code, output &out) {
     page.add("no", item_list(code, KO_NOSTR, 1));
     page.add("yes matches", item_list(code, KO_YESEXPR, 1));
     page.add("no matches", item_list(code, KO_NOEXPR, 1));
-    write_table(out, page.rows);
+    return page;
+}
+
+void write_page(const locale_handle &handle, const codec &code, output &out) {
+    write_table(out, page_of(handle, code).rows);
+}
+
+void write_page_html(const locale_handle &handle, const codec &code, output &out) {
+    const html_table table{.caption = "What the locale says of itself, with samples",
+                           .rows = page_of(handle, code).rows,
+                           .head_row = false,
+                           .local = language_of(code, handle.object)};
+    write_html(out, "Locale " + handle.name, html_of(table));
 }
 
 // ---- JSON ----

@@ -10,8 +10,9 @@ namespace kovacli {
 
 struct cell {
     std::string text;
-    int width = -1;     // columns; -1: one for each byte
-    bool right = false; // flush right
+    int width = -1;             // columns; -1: one for each byte
+    bool right = false;         // flush right
+    const char *kind = nullptr; // in a page: "local" for a locale's words, or a class
 };
 
 // Writes rows with two blanks between columns and none at a line's end.
