@@ -115,13 +115,15 @@ TEST(KovaSortRuns, DeliversWhatAStableSortDelivers) {
         kovacli::sorter all;
         std::tie(all.ties, all.budget, all.threads) = row;
         all.line_end = 0;
+        add_makers(all, 1);
         std::vector<std::pair<std::string, std::string>> want;
         for (int i = 0; i < 30000; ++i) {
-            std::string key(random() % 12, '\0');
-            for (char &c : key)
-                c = "\0\1a\377"[random() % 4];
+            std::string key(random() % 4 ? 0 : 600, 'k');
+            for (size_t left = random() % 12; left; --left)
+                key += "\0\1a\377"[random() % 4];
             want.emplace_back(key, std::to_string(i));
-            add_record(all, key, want.back().second);
+            make_record(all.makers[0], key, want.back().second);
+            take_records(all);
         }
         const auto less = [&](const auto &a, const auto &b) {
             const int by_key = a.first.compare(b.first);
@@ -145,6 +147,8 @@ TEST_F(KovaCli, KeepsLinesAsTheyAre) {
     writes("", "a\na\0b\nab\n"s, "ab\na\0b\na\n"s);
     writes("", "a\nb\n", "\uFEFFb\na\n");
     writes("", longer_than_a_block + "\nb\n", "b\n" + longer_than_a_block);
+    command = "kova sort -l de_DE -r";
+    writes("", "ab\nÄ\nA\na\na\0b\n"s, "A\nÄ\na\nab\na\0b\n"s);
 }
 
 TEST_F(KovaCli, StopsAtABadCharacterWithItsPlaceUnlessToldToGoOn) {
@@ -158,6 +162,12 @@ TEST_F(KovaCli, StopsAtABadCharacterWithItsPlaceUnlessToldToGoOn) {
     fails(1, "count de_DE.8859-1", "standard input:2: byte offset 3: ", "a\nb€\n");
     writes("lower de_DE.8859-1 --replace 2> /dev/null", "a\xFF€ä\n", "A\xFF€Ä\n");
     writes("sort -l de_DE.unicode --replace w", "a\nb\nxy\xFFz\n", "", "1 bad character was");
+    std::string many; // for two threads
+    for (int i = 0; i < 20000; ++i)
+        many += i == 19000 ? "\xFF\n" : "a\n";
+    writes("sort -l de_DE.unicode --replace - w | tail -n 2", "xy\xFFz\n\xFF\n", many,
+           "2 bad characters were");
+    fails(1, "sort -l de_DE.unicode", "standard input:19001: byte offset 38000", many);
 }
 
 TEST_F(KovaCli, ReplacesItsOutputInOneStepOrNotAtAll) {

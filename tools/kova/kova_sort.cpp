@@ -2,6 +2,7 @@
 // comparing keys byte by byte gives the order of the texts.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <exception>
 #include <system_error>
@@ -19,13 +20,13 @@
 namespace kovacli {
 
 namespace {
-// What one thread needs to make keys, and the keys of its share of a block of lines.
+// What one thread needs to make keys.
 struct key_worker {
     std::vector<ko_wchar_t> wide;
     key_scratch scratch;
-    std::string keys;
-    std::vector<size_t> ends; // of each key
+    std::string key;
     replaced_count replaced;
+    line_share share;         // the lines at hand
     std::exception_ptr fault; // what stopped it
 };
 
@@ -36,8 +37,7 @@ struct sort_job {
     line_rules lines;
     key_rules keys;
     sorter records;
-    std::vector<key_worker> workers;
-    std::vector<sort_line> block; // the lines at hand
+    std::vector<key_worker> workers; // each has a maker in records
     uint64_t lines_done = 0, bytes_done = 0, total = 0;
     replaced_count replaced;
     double next_report = 0;
@@ -89,6 +89,7 @@ static void read_options(const sort_options &options, const data_place &data,
         throw failure(bad_usage, "--parallel: write a number from 1 to 64");
     job.records.threads = unsigned(options.threads);
     job.workers.resize(key_threads(job));
+    add_makers(job.records, job.workers.size());
 }
 
 // ---- progress ----
@@ -124,86 +125,106 @@ static void clear_report(sort_job &job) {
 static void make_key(const sort_job &job, const std::string &file, const sort_line &line,
                      key_worker &worker) {
     decode_line(job.lines, file, line, worker.wide, worker.replaced);
-    append_line_key(job.keys, worker.wide, worker.scratch, worker.keys);
-    worker.ends.push_back(worker.keys.size());
+    worker.key.clear();
+    append_line_key(job.keys, worker.wide, worker.scratch, worker.key);
 }
 
-// The part of the block that a worker takes.
-static size_t share_start(const sort_job &job, size_t worker) {
-    return job.block.size() * worker / job.workers.size();
+// Makes the record of a usual line in its place; false if it is not one.
+static bool make_quickly(const sort_job &job, const sort_line &line, key_worker &worker,
+                         record_maker &maker) {
+    if (line.text.find('\0') != line.text.npos) return false;
+    const int64_t units = decode_quickly(job.lines, line.text, worker.wide);
+    if (units < 0) return false;
+    const size_t most = usual_key_len(size_t(units));
+    const size_t rest = sizeof(record_head) + line.whole.size();
+    unsigned char *const room = record_room(maker, most + rest);
+    unsigned char *const key = room + sizeof(record_head);
+    const int64_t len = write_line_key(job.keys, worker.wide.data(), size_t(units), key, most);
+    if (len < 0 || size_t(len) > most) return false;
+    std::memcpy(key + len, line.whole.data(), line.whole.size());
+    keep_record(maker, room, {uint32_t(len), uint32_t(line.whole.size())});
+    return true;
 }
 
-static void make_share(const sort_job &job, const std::string &file, size_t number,
-                       key_worker &worker) {
-    worker.keys.clear();
-    worker.ends.clear();
-    worker.replaced = {};
+static void make_share(const sort_job &job, const std::string &file, key_worker &worker,
+                       record_maker &maker) {
     try {
-        for (size_t i = share_start(job, number); i < share_start(job, number + 1); ++i)
-            make_key(job, file, job.block[i], worker);
+        for (sort_line line; cut_line(job.lines, worker.share, line);) {
+            if (job.keys.whole_lines && make_quickly(job, line, worker, maker)) continue;
+            make_key(job, file, line, worker);
+            make_record(maker, worker.key, line.whole);
+        }
     } catch (...) {
         worker.fault = std::current_exception();
     }
 }
 
-static void make_keys(sort_job &job, const std::string &file) {
-    constexpr size_t worth_threads = 256; // lines
+static void make_shares(sort_job &job, const std::string &file) {
     std::deque<std::jthread> threads;
     for (size_t i = 1; i < job.workers.size(); ++i) {
+        const auto work = [&job, &file, i] {
+            make_share(job, file, job.workers[i], job.records.makers[i]);
+        };
+        if (job.workers[i].share.text.empty()) continue;
         try {
-            if (job.block.size() < worth_threads) throw std::system_error();
-            threads.emplace_back([&job, &file, i] { make_share(job, file, i, job.workers[i]); });
+            threads.emplace_back(work);
         } catch (const std::system_error &) {
-            make_share(job, file, i, job.workers[i]);
+            work(); // the system has no thread to spare
         }
     }
-    make_share(job, file, 0, job.workers[0]);
+    make_share(job, file, job.workers[0], job.records.makers[0]);
 }
 
-// Hands the lines of the block and their keys to the sorter, in the order of input. Stops at the
-// first bad line.
-static void keep_block(sort_job &job, const std::string &file) {
-    if (job.block.empty()) return;
-    make_keys(job, file);
-    for (size_t i = 0; i < job.workers.size(); ++i) {
-        key_worker &worker = job.workers[i];
+// Hands lines and their keys to the sorter, in the order of input. Stops at the first bad line.
+static void keep_lines(sort_job &job, const std::string &file, line_share lines) {
+    constexpr size_t worth_a_thread = 8192; // bytes
+    const size_t each = std::max(lines.text.size() / job.workers.size(), worth_a_thread);
+    for (key_worker &worker : job.workers) {
+        const bool last = &worker == &job.workers.back();
+        worker.share = cut_lines(job.lines, lines, last ? lines.text.size() : each);
+        worker.replaced = {};
+    }
+    make_shares(job, file);
+    for (key_worker &worker : job.workers) {
         if (worker.fault) std::rethrow_exception(worker.fault);
         if (job.replaced.count == 0) job.replaced.first = worker.replaced.first;
         job.replaced.count += worker.replaced.count;
-        size_t from = 0;
-        for (size_t n = 0; n < worker.ends.size(); ++n) {
-            const std::string_view key(&worker.keys[from], worker.ends[n] - from);
-            add_record(job.records, key, job.block[share_start(job, i) + n].whole);
-            from = worker.ends[n];
-        }
     }
-    job.lines_done += job.block.size();
-    job.block.clear();
+    take_records(job.records);
 }
 
 // ---- files ----
 
 static void read_file(sort_job &job, const std::string &path) {
+    const size_t at_once = size_t(std::min<uint64_t>(job.records.budget / 16, size_t{1} << 20));
     line_reader reader;
     open_lines(job.lines, path, reader);
-    const uint64_t before = job.bytes_done;
-    for (sort_line line; next_line(job.lines, reader, line);) {
-        job.block.push_back(line);
-        while (line_at_hand(job.lines, reader, line))
-            job.block.push_back(line);
-        keep_block(job, reader.in.name);
+    const uint64_t before = job.bytes_done, lines_before = job.lines_done;
+    for (;;) {
+        const line_share lines = next_lines(job.lines, reader, at_once);
+        if (lines.text.empty()) return;
+        keep_lines(job, reader.in.name, lines);
+        job.lines_done = lines_before + reader.lines;
         job.bytes_done = before + reader.bytes;
         if (job.reports) report(job, true);
     }
 }
 
 static void write_lines(sort_job &job, output &out) {
+    constexpr size_t worth_writing = size_t{1} << 18;
+    std::string text;
+    text.reserve(worth_writing);
     job.lines_done = job.bytes_done = 0;
     deliver(job.records, [&](std::string_view line) {
-        write(out, line.data(), line.size());
+        if (text.size() + line.size() > worth_writing) {
+            write(out, text);
+            text.clear();
+        }
+        text += line;
         job.bytes_done += line.size();
         if (job.reports && (++job.lines_done & 1023) == 0) report(job, false);
     });
+    write(out, text);
 }
 
 static void measure_files(sort_job &job, const std::vector<std::string> &files) {
@@ -242,8 +263,6 @@ struct sorted_file {
 
 static bool advance(sort_job &job, sorted_file &file) {
     if (!next_line(job.lines, file.reader, file.line)) return false;
-    file.maker.keys.clear();
-    file.maker.ends.clear();
     make_key(job, file.reader.in.name, file.line, file.maker);
     if (file.maker.replaced.count) {
         if (job.replaced.count == 0) job.replaced.first = file.maker.replaced.first;
@@ -271,7 +290,7 @@ static void merge_files(sort_job &job, const std::vector<std::string> &files) {
     }
     const auto later = [&](size_t x, size_t y) {
         const sorted_file &a = sources[x], &b = sources[y];
-        const int order = compare_lines(job, a.maker.keys, a.line.text, b.maker.keys, b.line.text);
+        const int order = compare_lines(job, a.maker.key, a.line.text, b.maker.key, b.line.text);
         return order ? order > 0 : x > y;
     };
     std::make_heap(heap.begin(), heap.end(), later);
@@ -279,9 +298,9 @@ static void merge_files(sort_job &job, const std::vector<std::string> &files) {
     for (bool any = false; !heap.empty(); any = true) {
         std::pop_heap(heap.begin(), heap.end(), later);
         sorted_file &file = sources[heap.back()];
-        if (!job.options->unique || !any || file.maker.keys != last)
+        if (!job.options->unique || !any || file.maker.key != last)
             write(out, file.line.whole.data(), file.line.whole.size());
-        if (job.options->unique) last = file.maker.keys;
+        if (job.options->unique) last = file.maker.key;
         if (advance(job, file))
             std::push_heap(heap.begin(), heap.end(), later);
         else
@@ -297,14 +316,14 @@ static int check_order(sort_job &job, const std::vector<std::string> &files, boo
     std::string last_key, last;
     for (bool any = false; advance(job, file); any = true) {
         const int order =
-            any ? compare_lines(job, last_key, last, file.maker.keys, file.line.text) : -1;
+            any ? compare_lines(job, last_key, last, file.maker.key, file.line.text) : -1;
         if (order > 0 || (order == 0 && job.options->unique)) {
             if (quiet) return bad_text;
             throw failure(bad_text,
                           file.reader.in.name + ":" + std::to_string(file.line.number) +
                               ": disorder: " + visible(job.code, std::string(file.line.text)));
         }
-        last_key.swap(file.maker.keys);
+        last_key.swap(file.maker.key);
         last = file.line.text;
     }
     return done;

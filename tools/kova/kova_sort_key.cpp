@@ -166,6 +166,10 @@ void make_key_rules(const codec &code, const sort_options &options, key_rules &r
     learn_numbers(code, rules);
     // The first key makes the locale's tables, before other threads ask for some.
     rules.host_keys = code.utf16 && ko_utf16sxfrm(code.loc, nullptr, 0, u"a", 1) > 0;
+    const sort_part &part = rules.parts[0];
+    rules.whole_lines = rules.host_keys && rules.parts.size() == 1 && part.first.field == 0 &&
+                        !part.first.after_blanks && part.kind == part_kind::text &&
+                        !part.dictionary && !part.fold;
 }
 
 // ---- text ----
@@ -190,7 +194,7 @@ static int64_t transform(const key_rules &rules, char *out, size_t room, const k
 static void append_key(const key_rules &rules, const ko_wchar_t *wide, size_t units,
                        std::string &key) {
     const size_t before = key.size();
-    key.resize(before + 32 + (rules.host_keys ? 3 : 8) * units);
+    key.resize(before + (rules.host_keys ? usual_key_len(units) : 32 + 8 * units));
     for (;;) {
         const size_t room = key.size() - before;
         const int64_t len = transform(rules, &key[before], room, wide, units);
@@ -404,6 +408,18 @@ void append_line_key(const key_rules &rules, const std::vector<ko_wchar_t> &line
             for (size_t i = start; i < key.size(); ++i)
                 key[i] = char(~key[i]);
     }
+}
+
+int64_t write_line_key(const key_rules &rules, const ko_wchar_t *line, size_t units,
+                       unsigned char *key, size_t room) {
+    const bool reverse = rules.parts[0].reverse;
+    int64_t len = units ? transform(rules, reinterpret_cast<char *>(key), room, line, units) : 0;
+    if (!reverse || len < 0) return len;
+    for (int i = 0; i < rules.code->min_len; ++i, ++len)
+        if (size_t(len) < room) key[len] = 0;
+    for (size_t i = 0; i < std::min(size_t(len), room); ++i)
+        key[i] = uint8_t(~key[i]);
+    return len;
 }
 
 } // namespace kovacli

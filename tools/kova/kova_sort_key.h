@@ -30,6 +30,7 @@ struct key_rules {
     std::vector<sort_part> parts; // compared one after the other
     int separator = -1;           // wide character; -1: fields are runs of non-blanks
     bool host_keys = false;       // the shorter keys of kova_host.h
+    bool whole_lines = false;     // these, of whole lines as they are
     // By wide character; empty where no part needs them.
     std::vector<uint8_t> traits;
     std::vector<ko_wchar_t> upper;
@@ -49,5 +50,14 @@ void make_key_rules(const codec &code, const sort_options &options, key_rules &r
 // Appends the key of a line, whose bytes order as the lines do. Throws failure.
 void append_line_key(const key_rules &rules, const std::vector<ko_wchar_t> &line,
                      key_scratch &scratch, std::string &key);
+
+// Most lines whose keys are those of whole_lines, unless they have null characters, have a key of
+// at most so many bytes.
+inline size_t usual_key_len(size_t units) { return 32 + 3 * units; }
+
+// Writes such a key. Returns its length, which may be more than the room, or a negative number
+// where append_line_key must tell what is wrong.
+int64_t write_line_key(const key_rules &rules, const ko_wchar_t *line, size_t units,
+                       unsigned char *key, size_t room);
 
 } // namespace kovacli

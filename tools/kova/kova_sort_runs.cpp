@@ -1,9 +1,11 @@
-// Sorting records by key with bounded memory: runs in scratch files, merged with a heap.
+// Sorting records by key with bounded memory: runs in scratch files, merged by a tournament.
 #include "kova/kova_sort_runs.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
+#include <exception>
 #include <system_error>
 #include <thread>
 
@@ -16,124 +18,67 @@ static constexpr size_t chunk_bytes = size_t{1} << 20; // at a time; less for sm
 static constexpr size_t merge_width = 32;              // runs of one level before they are merged
 static constexpr size_t run_buffer = size_t{1} << 17;  // of each run while merging
 
-static record_head head_of(const unsigned char *data) {
-    record_head head;
-    std::memcpy(&head, data, sizeof head);
-    return head;
-}
-
-static std::string_view bytes_at(const unsigned char *data, size_t len) {
-    return {reinterpret_cast<const char *>(data), len};
-}
-
-static std::string_view key_of(const unsigned char *data) {
-    return bytes_at(data + sizeof(record_head), head_of(data).key_len);
-}
-
-static std::string_view line_of(const unsigned char *data) {
-    const record_head head = head_of(data);
-    return bytes_at(data + sizeof head + head.key_len, head.line_len);
-}
-
-static uint64_t prefix_of(std::string_view key) {
-    uint64_t prefix = 0;
-    for (size_t i = 0; i < 8; ++i)
-        prefix = prefix << 8 | (i < key.size() ? uint8_t(key[i]) : 0u);
-    return prefix;
-}
-
-int compare_tied(tie_order ties, std::string_view a, std::string_view b) {
-    if (ties == tie_order::as_read) return 0;
-    return ties == tie_order::by_bytes ? a.compare(b) : b.compare(a);
-}
-
-namespace {
-// The order of records: below 0 if a comes earlier, 0 if the order of input decides.
-struct record_order {
-    tie_order ties;
-    size_t line_end;
-
-    int compare(const record_entry &a, const record_entry &b) const {
-        if (a.prefix != b.prefix) return a.prefix < b.prefix ? -1 : 1;
-        const int by_key = key_of(a.data).compare(key_of(b.data));
-        if (by_key || ties == tie_order::as_read) return by_key;
-        std::string_view x = line_of(a.data), y = line_of(b.data);
-        x.remove_suffix(line_end);
-        y.remove_suffix(line_end);
-        return compare_tied(ties, x, y);
-    }
-    bool operator()(const record_entry &a, const record_entry &b) const {
-        return compare(a, b) < 0;
-    }
-};
-} // namespace
-
 static record_order order_of(const sorter &all) {
     return {all.unique ? tie_order::as_read : all.ties, all.line_end};
 }
 
-static unsigned char *take_bytes(sorter &all, size_t count) {
-    if (count > all.chunk_left) {
-        const size_t size =
-            std::max(count, size_t(std::min<uint64_t>(all.budget / 8, chunk_bytes)));
-        all.chunks.push_back(std::make_unique_for_overwrite<unsigned char[]>(size));
-        all.chunk_at = all.chunks.back().get();
-        all.chunk_left = size;
-        all.held += size;
+// ---- making records ----
+
+unsigned char *record_room(record_maker &maker, size_t len) {
+    if (len <= maker.left) return maker.at;
+    if (len > maker.chunk_bytes) {
+        maker.large.push_back(std::make_unique_for_overwrite<unsigned char[]>(len));
+        maker.held += len;
+        return maker.large.back().get();
     }
-    unsigned char *taken = all.chunk_at;
-    all.chunk_at += count;
-    all.chunk_left -= count;
-    return taken;
+    if (maker.chunks_used == maker.chunks.size())
+        maker.chunks.push_back(std::make_unique_for_overwrite<unsigned char[]>(maker.chunk_bytes));
+    maker.at = maker.chunks[maker.chunks_used++].get();
+    maker.left = maker.chunk_bytes;
+    maker.held += maker.chunk_bytes;
+    return maker.at;
 }
 
-using entry_place = std::vector<record_entry>::iterator;
-
-// Runs work in a thread, or at once where the system has none to spare.
-template <class Work> static std::jthread beside(const Work &work) {
-    try {
-        return std::jthread(work);
-    } catch (const std::system_error &) {
-        work();
-        return {};
-    }
+void keep_record(record_maker &maker, unsigned char *room, record_head head) {
+    std::memcpy(room, &head, sizeof head);
+    maker.entries.push_back(entry_of(room));
+    if (room != maker.at) return;
+    maker.at += record_len(head);
+    maker.left -= record_len(head);
 }
 
-// Sorts a range with a number of threads. Lines that are equal in their bytes cannot be told apart,
-// so only the order of input needs the stable algorithm, which takes more memory.
-static void sort_range(entry_place first, entry_place last, const record_order &order,
-                       unsigned threads) {
-    constexpr std::ptrdiff_t worth_a_thread = 4096;
-    if (threads < 2 || last - first < 2 * worth_a_thread) {
-        if (order.ties == tie_order::as_read)
-            std::stable_sort(first, last, order);
-        else
-            std::sort(first, last, order);
-        return;
-    }
-    const entry_place middle = first + (last - first) / std::ptrdiff_t(threads);
-    {
-        const std::jthread helper = beside([=] { sort_range(first, middle, order, 1); });
-        sort_range(middle, last, order, threads - 1);
-    }
-    std::inplace_merge(first, middle, last, order);
+void make_record(record_maker &maker, std::string_view key, std::string_view line) {
+    if (uint64_t{key.size()} > UINT32_MAX || uint64_t{line.size()} > UINT32_MAX)
+        throw failure(bad_text, "the key of a line is longer than 4 GiB; compare fewer fields");
+    const record_head head{uint32_t(key.size()), uint32_t(line.size())};
+    unsigned char *const room = record_room(maker, record_len(head));
+    std::copy(line.begin(), line.end(), std::copy(key.begin(), key.end(), room + sizeof head));
+    keep_record(maker, room, head);
 }
 
-static void sort_entries(sorter &all) {
-    sort_range(all.entries.begin(), all.entries.end(), order_of(all), all.threads);
-    if (!all.unique) return;
-    const auto same = [](const record_entry &a, const record_entry &b) {
-        return a.prefix == b.prefix && key_of(a.data) == key_of(b.data);
-    };
-    all.entries.erase(std::unique(all.entries.begin(), all.entries.end(), same), all.entries.end());
+void add_makers(sorter &all, size_t count) {
+    all.makers.resize(count);
+    for (record_maker &maker : all.makers)
+        maker.chunk_bytes = size_t(std::min<uint64_t>(all.budget / (8 * count), chunk_bytes));
 }
 
-static void drop_memory(sorter &all) {
+// The memory stays for the records to come, except that of large ones.
+static void drop_records(sorter &all) {
     all.entries.clear();
-    all.chunks.clear();
-    all.chunk_left = 0;
-    all.held = 0;
+    for (record_maker &maker : all.makers) {
+        maker.large.clear();
+        maker.chunks_used = maker.left = 0;
+        maker.at = nullptr;
+        maker.held = 0;
+    }
 }
+
+static void free_chunks(sorter &all) {
+    for (record_maker &maker : all.makers)
+        maker.chunks.clear();
+}
+
+// ---- scratch files ----
 
 static failure scratch_failure(int error) {
     return failure(bad_file, std::string("temporary file: ") +
@@ -141,83 +86,210 @@ static failure scratch_failure(int error) {
                                  "; name one with more room with --temporary-directory");
 }
 
-static scratch_file new_scratch(const sorter &all) {
+namespace {
+// A new run, and bytes that are not yet in its file.
+struct run_writer {
+    scratch_file file;
+    std::vector<unsigned char> buffer;
+    uint64_t bytes = 0;
+};
+} // namespace
+
+static run_writer new_run(const sorter &all) {
     errno = 0;
-    scratch_file file(open_scratch(all.scratch_directory));
-    if (!file) throw scratch_failure(errno);
-    std::setvbuf(file.get(), nullptr, _IOFBF, run_buffer);
-    return file;
+    run_writer run{scratch_file(open_scratch(all.scratch_directory)), {}};
+    if (!run.file) throw scratch_failure(errno);
+    std::setvbuf(run.file.get(), nullptr, _IONBF,
+                 0); // each run has its own buffer while it is used
+    run.buffer.reserve(run_buffer);
+    return run;
 }
 
-static void put(std::FILE *file, const void *bytes, size_t count) {
+static void write_out(run_writer &run) {
     errno = 0;
-    if (count && std::fwrite(bytes, 1, count, file) != count) throw scratch_failure(errno);
+    const size_t count = run.buffer.size();
+    if (count && std::fwrite(run.buffer.data(), 1, count, run.file.get()) != count)
+        throw scratch_failure(errno);
+    run.buffer.clear();
+    run.bytes += count;
 }
 
-static void rewind_run(std::FILE *file) {
+static void put(run_writer &run, const unsigned char *data) {
+    const size_t len = record_len(head_of(data));
+    if (run.buffer.size() + len > run_buffer) write_out(run);
+    run.buffer.insert(run.buffer.end(), data, data + len);
+}
+
+static sorted_run finish_run(run_writer &run, int level) {
+    write_out(run);
     errno = 0;
-    if (std::fflush(file) != 0 || std::fseek(file, 0, SEEK_SET) != 0) throw scratch_failure(errno);
+    if (std::fflush(run.file.get()) != 0 || std::fseek(run.file.get(), 0, SEEK_SET) != 0)
+        throw scratch_failure(errno);
+    return {std::move(run.file), level};
+}
+
+// ---- sorting ----
+
+namespace {
+// A share of the entries, sorted by one thread, and its run if it is spilled.
+struct sorted_part {
+    record_entry *first;
+    size_t count;
+    sorted_run run = {};
+    uint64_t bytes = 0; // of the run
+    std::exception_ptr fault = {};
+};
+} // namespace
+
+static void drop_duplicates(sorted_part &part) {
+    const auto same = [](const record_entry &a, const record_entry &b) {
+        return a.prefix == b.prefix && key_of(a.data) == key_of(b.data);
+    };
+    part.count = size_t(std::unique(part.first, part.first + part.count, same) - part.first);
+}
+
+static void spill_part(const sorter &all, sorted_part &part) {
+    run_writer run = new_run(all);
+    for (size_t i = 0; i < part.count; ++i)
+        put(run, part.first[i].data);
+    part.run = finish_run(run, 0);
+    part.bytes = run.bytes;
+}
+
+static void sort_part_of(const sorter &all, bool spills, sorted_part &part) {
+    try {
+        sort_entries(part.first, part.count, order_of(all));
+        if (all.unique) drop_duplicates(part);
+        if (spills) spill_part(all, part);
+    } catch (...) {
+        part.fault = std::current_exception();
+    }
+}
+
+// Sorts the entries in parts, in the order of input, and makes each a run if asked for.
+static std::vector<sorted_part> sort_parts(sorter &all, bool spills) {
+    constexpr size_t worth_a_thread = 4096;
+    const size_t total = all.entries.size();
+    const size_t count = std::clamp<size_t>(total / worth_a_thread, 1, all.threads);
+    std::vector<sorted_part> parts;
+    for (size_t i = 0; i < count; ++i) {
+        const size_t first = total * i / count;
+        parts.push_back({all.entries.data() + first, total * (i + 1) / count - first});
+    }
+    {
+        std::deque<std::jthread> threads;
+        for (size_t i = 1; i < count; ++i) {
+            try {
+                threads.emplace_back(
+                    [&all, spills, &part = parts[i]] { sort_part_of(all, spills, part); });
+            } catch (const std::system_error &) {
+                sort_part_of(all, spills, parts[i]); // the system has no thread to spare
+            }
+        }
+        sort_part_of(all, spills, parts[0]);
+    }
+    for (const sorted_part &part : parts)
+        if (part.fault) std::rethrow_exception(part.fault);
+    return parts;
 }
 
 // ---- merging ----
 
 namespace {
-// A run and its next record.
-struct open_run {
-    std::FILE *file;
-    std::vector<unsigned char> data;
-    uint64_t prefix = 0;
+// Sorted records, in memory or from a run, and the first of those that remain.
+struct source {
+    record_entry now = {0, nullptr}; // without data at the end
+    const record_entry *next = nullptr, *end = nullptr;
+    std::FILE *file = nullptr;
+    std::vector<unsigned char> buffer;
+    size_t at = 0, fill = 0; // unread bytes are buffer[at, fill)
+};
+
+// Finds the first record of several sources. A node keeps the source that lost there.
+struct tournament {
+    record_order order;
+    std::vector<source> sources;
+    std::vector<size_t> losers; // by node, from 1 on
+    size_t winner = 0;
 };
 } // namespace
 
-static bool read_record(open_run &run) {
-    record_head head;
-    errno = 0;
-    const size_t got = std::fread(&head, 1, sizeof head, run.file);
-    if (got == 0 && !std::ferror(run.file)) return false;
-    if (got != sizeof head) throw scratch_failure(errno);
-    const size_t len = size_t{head.key_len} + head.line_len;
-    run.data.resize(sizeof head + len);
-    std::memcpy(run.data.data(), &head, sizeof head);
-    if (std::fread(run.data.data() + sizeof head, 1, len, run.file) != len)
-        throw scratch_failure(errno);
-    run.prefix = prefix_of(key_of(run.data.data()));
+static constexpr size_t no_source = SIZE_MAX; // before all others: its place is not yet taken
+
+// Makes a number of unread bytes available; false at the end of the file.
+static bool available(source &from, size_t bytes) {
+    if (from.fill - from.at >= bytes) return true;
+    std::copy(from.buffer.data() + from.at, from.buffer.data() + from.fill, from.buffer.data());
+    from.fill -= from.at;
+    from.at = 0;
+    if (from.buffer.size() < bytes) from.buffer.resize(std::max(bytes, run_buffer));
+    while (from.fill < bytes) {
+        errno = 0;
+        const size_t got = std::fread(from.buffer.data() + from.fill, 1,
+                                      from.buffer.size() - from.fill, from.file);
+        if (got == 0 && (from.fill > 0 || std::ferror(from.file))) throw scratch_failure(errno);
+        if (got == 0) return false;
+        from.fill += got;
+    }
     return true;
 }
 
-// Merges the runs from first on and calls take with each record; of records with equal keys, that
-// of the lower run comes first.
-template <class Take> static void merge(sorter &all, size_t first, const Take &take) {
-    std::vector<open_run> open(all.runs.size() - first);
-    const record_order records = order_of(all);
-    const auto later = [&](size_t a, size_t b) {
-        const record_entry x{open[a].prefix, open[a].data.data()};
-        const record_entry y{open[b].prefix, open[b].data.data()};
-        const int order = records.compare(x, y);
-        return order ? order > 0 : a > b;
-    };
-    std::vector<size_t> heap;
-    for (size_t i = 0; i < open.size(); ++i) {
-        open[i].file = all.runs[first + i].file.get();
-        if (read_record(open[i])) heap.push_back(i);
+static const unsigned char *next_record(source &from) {
+    if (!from.file) return from.next == from.end ? nullptr : from.next++->data;
+    if (from.now.data) from.at += record_len(head_of(from.now.data));
+    if (!available(from, sizeof(record_head))) return nullptr;
+    const size_t len = record_len(head_of(&from.buffer[from.at]));
+    if (!available(from, len)) throw scratch_failure(0);
+    return &from.buffer[from.at];
+}
+
+static void advance(source &from) {
+    const unsigned char *const data = next_record(from);
+    from.now = data ? entry_of(data) : record_entry{0, nullptr};
+}
+
+// Of records with equal keys, that of the lower source comes first.
+static bool comes_before(const tournament &all, size_t a, size_t b) {
+    if (a == no_source || b == no_source) return a == no_source;
+    const record_entry &x = all.sources[a].now, &y = all.sources[b].now;
+    if (!x.data || !y.data) return x.data;
+    const int order = all.order.compare(x, y);
+    return order ? order < 0 : a < b;
+}
+
+static void play(tournament &all, size_t from) {
+    for (size_t node = (from + all.sources.size()) / 2; node; node /= 2)
+        if (comes_before(all, all.losers[node], from)) std::swap(all.losers[node], from);
+    all.winner = from;
+}
+
+// Merges the sources and calls take with each record.
+template <class Take> static void merge(tournament &all, bool unique, const Take &take) {
+    all.losers.assign(all.sources.size(), no_source);
+    for (size_t i = 0; i < all.sources.size(); ++i) {
+        advance(all.sources[i]);
+        play(all, i);
     }
-    std::make_heap(heap.begin(), heap.end(), later);
     std::string last;
-    bool any = false;
-    while (!heap.empty()) {
-        std::pop_heap(heap.begin(), heap.end(), later);
-        open_run &run = open[heap.back()];
-        const std::string_view key = key_of(run.data.data());
-        if (!all.unique || !any || key != last) {
-            take(run.data.data());
-            if (all.unique) last = key;
+    for (bool any = false; all.sources[all.winner].now.data;) {
+        source &first = all.sources[all.winner];
+        const std::string_view key = key_of(first.now.data);
+        if (!unique || !any || key != last) {
+            take(first.now.data);
+            if (unique) last = key;
             any = true;
         }
-        if (read_record(run))
-            std::push_heap(heap.begin(), heap.end(), later);
-        else
-            heap.pop_back();
+        advance(first);
+        play(all, all.winner);
     }
+}
+
+// The runs from the first on.
+static tournament runs_from(const sorter &all, size_t first) {
+    tournament result{order_of(all), std::vector<source>(all.runs.size() - first), {}};
+    for (size_t i = first; i < all.runs.size(); ++i)
+        result.sources[i - first].file = all.runs[i].file.get();
+    return result;
 }
 
 // Merges the last runs while there are many of one level, so that only few files are open.
@@ -226,62 +298,54 @@ static void merge_last_level(sorter &all) {
         const size_t first = all.runs.size() - merge_width;
         const int level = all.runs.back().level;
         if (all.runs[first].level != level) return;
-        scratch_file file = new_scratch(all);
-        merge(all, first, [&](const unsigned char *data) {
-            const record_head head = head_of(data);
-            put(file.get(), data, sizeof head + head.key_len + head.line_len);
-        });
-        rewind_run(file.get());
+        free_chunks(all);
+        run_writer run = new_run(all);
+        tournament sources = runs_from(all, first);
+        merge(sources, all.unique, [&run](const unsigned char *data) { put(run, data); });
+        sorted_run merged = finish_run(run, level + 1);
         all.runs.resize(first);
-        all.runs.push_back({std::move(file), level + 1});
+        all.runs.push_back(std::move(merged));
     }
 }
 
 // ---- gathering ----
 
 static void spill(sorter &all) {
-    sort_entries(all);
-    scratch_file file = new_scratch(all);
-    for (const record_entry &entry : all.entries) {
-        const record_head head = head_of(entry.data);
-        const size_t len = sizeof head + head.key_len + head.line_len;
-        put(file.get(), entry.data, len);
-        all.spilled_bytes += len;
+    std::vector<sorted_part> parts = sort_parts(all, true);
+    drop_records(all);
+    for (sorted_part &part : parts) {
+        all.spilled_bytes += part.bytes;
+        all.runs.push_back(std::move(part.run));
+        merge_last_level(all);
     }
-    rewind_run(file.get());
-    all.runs.push_back({std::move(file), 0});
-    drop_memory(all);
-    merge_last_level(all);
 }
 
-void add_record(sorter &all, std::string_view key, std::string_view line) {
-    if (uint64_t{key.size()} > UINT32_MAX || uint64_t{line.size()} > UINT32_MAX)
-        throw failure(bad_text, "the key of a line is longer than 4 GiB; compare fewer fields");
-    const record_head head{uint32_t(key.size()), uint32_t(line.size())};
-    const size_t len = sizeof head + key.size() + line.size();
-    // Sorting needs another half of the entries' bytes.
-    constexpr uint64_t entry_bytes = sizeof(record_entry) * 3 / 2;
-    if (!all.entries.empty() &&
-        all.held + len + (all.entries.size() + 1) * entry_bytes > all.budget)
-        spill(all);
-    unsigned char *data = take_bytes(all, len);
-    std::memcpy(data, &head, sizeof head);
-    if (!key.empty()) std::memcpy(data + sizeof head, key.data(), key.size());
-    if (!line.empty()) std::memcpy(data + sizeof head + key.size(), line.data(), line.size());
-    all.entries.push_back({prefix_of(key), data});
-    ++all.kept;
+void take_records(sorter &all) {
+    // The order of input takes another half of the entries' bytes.
+    const bool as_read = order_of(all).ties == tie_order::as_read;
+    const uint64_t entry_bytes = sizeof(record_entry) * (as_read ? 3 : 2) / 2;
+    const size_t before = all.entries.size();
+    uint64_t held = 0;
+    for (record_maker &maker : all.makers) {
+        all.entries.insert(all.entries.end(), maker.entries.begin(), maker.entries.end());
+        held += maker.held + maker.chunk_bytes; // one more, for the next records
+        maker.entries.clear();
+    }
+    const size_t added = all.entries.size() - before;
+    all.kept += added;
+    if (held + (all.entries.size() + added) * entry_bytes > all.budget) spill(all);
 }
 
 void deliver(sorter &all, const line_sink &sink) {
-    if (all.runs.empty()) {
-        sort_entries(all);
-        for (const record_entry &entry : all.entries)
-            sink(line_of(entry.data));
-    } else {
-        spill(all);
-        merge(all, 0, [&](const unsigned char *data) { sink(line_of(data)); });
+    tournament sources = runs_from(all, 0);
+    for (const sorted_part &part : sort_parts(all, false)) {
+        sources.sources.emplace_back();
+        sources.sources.back().next = part.first;
+        sources.sources.back().end = part.first + part.count;
     }
-    drop_memory(all);
+    merge(sources, all.unique, [&sink](const unsigned char *data) { sink(line_of(data)); });
+    drop_records(all);
+    free_chunks(all);
     all.runs.clear();
 }
 
