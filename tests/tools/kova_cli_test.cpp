@@ -594,6 +594,8 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at '2026-03-01 12:00 -1 month'",      "%m-%d %R",              "02-01 12:00"           },
         {"--at '2024-02-29 3 weeks ago'",         "%m-%d %a",              "02-08 Thu"             },
         {"--at 2026-11-21T23:59:60Z --zone UTC",  "%T",                    "23:59:60"              },
+        {"--at '2026-11-21 12:30AM in 2 hours'",  "%R",                    "02:30"                 },
+        {"--at '9 pm 2026-11-21 '",               "%d %R",                 "21 21:00"              },
         {"--at '2026-11-21 saturday'",            "%d",                    "21"                    },
         {"--from 9999-12-30 --to 9999-12-31",     "%d",                    "30\n31"                },
     };
@@ -613,6 +615,7 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at 2025-366",                                  "2025 has 365 days"             },
         {"--at '+9999999999 months'",                      "outside the years 0000 to 9999"},
         {"--at '12:00 13:00'",                             "is not a date and time"        },
+        {"--at 13pm",                                      "is not a date and time"        },
         {"--at 12:00:60",                                  "is not a date and time"        },
         {"--at '2026-11-21 +574476768 hours'",             "outside the years 0000 to 9999"},
         {"--at 'monday 2026-11-21'",                       "2026-11-21 is a saturday"      },
@@ -664,6 +667,7 @@ TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
     fails(2, "cal he_IL.unicode@hebr \"אדר א'\" 5783", "no such month");
     fails(2, "cal he_IL.unicode@hebr 1 14001", "cannot be converted");
     fails(2, "cal de_DE.8859-1 Smarch", "\"Smarch\" is not a month of de_DE");
+    EXPECT_NE(kova("cal de_DE.8859-1 1 26").err.find("the year 26 itself"), std::string::npos);
     fails(2, "cal de_DE.8859-1 1 last", "\"last\" is not a year");
     fails(2, "cal de_DE.8859-1 1 99999", "no such month");
     for (const char *line : {"", "nonsense", "compare POSIX a", "sort --utf8 --bytes",

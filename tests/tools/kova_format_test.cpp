@@ -265,6 +265,7 @@ TEST_F(KovaFormat, ReadsDates) {
           "directive 2, %d, at character 4 of the format: the number is out of range\n  "
           "%Y年%d日%H\n      ^~\nand at character 6 of the text\n  1999年32日5\n        ^\n");
     fails(1, "de_DE.8859-1 '%d %q' '5 5'", "directive 2, %q, at");
+    fails(1, "de_DE.8859-1 '%d %z' '5 5'", "kova date writes it, but it is not read");
     fails(2, "de_DE.8859-1 '%d %' '5 5'", "directive 2, %, at");
     fails(2, "de_DE.8859-1 %d 5 --today 1.2.2024", "--today \"1.2.2024\" is not a date");
     fails(2, "de_DE.8859-1 %d 5 --today 2024-2-01", "--today \"2024-2-01\" is not a date");

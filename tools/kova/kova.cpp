@@ -654,7 +654,7 @@ void add_cal(CLI::App &app, arguments &args) {
     command
         .add_option("month", o.month,
                     "Number of the month in its year, or its full or short name; or a year alone, "
-                    "which is drawn whole. Default: this month")
+                    "which is drawn whole; or both, as 2026-11. Default: this month")
         ->type_name("MONTH");
     command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
         ->type_name("YEAR");
@@ -793,7 +793,7 @@ void add_date(CLI::App &app, arguments &args) {
             "  2026-11-21   20261121   2026-W47-6   2026-325   14:30   2026-11-21T14:30:05Z   "
             "@SECONDS\n"
             "  today   tomorrow   yesterday   monday   'last monday'   'next month'   '+3 days'\n"
-            "  '2 hours ago'   'tomorrow 9:00'   '2026-01-31 +1 month'");
+            "  'in 2 hours'   '2 hours ago'   'tomorrow 9:00'   '9 pm'   '2026-01-31 +1 month'");
 }
 
 void add_parse_date(CLI::App &app, arguments &args) {
@@ -900,6 +900,14 @@ void check_command(CLI::App &app, const std::vector<std::string> &words) {
                                      nearest + ", and kova --help lists all");
 }
 
+// "-Iseconds", as date(1) has it: a flag with an optional text has no such form of its own.
+void spell_out_iso(std::vector<std::string> &words) {
+    for (std::string &word : words)
+        for (const char *const to : {"date", "hours", "minutes", "seconds", "ns"})
+            if (words[0] == "date" && word == std::string("-I") + to)
+                word = std::string("--iso-8601=") + to;
+}
+
 int run_main(int argc, char **argv) {
     arguments args;
     CLI::App app(
@@ -938,6 +946,7 @@ int run_main(int argc, char **argv) {
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
         check_command(app, words);
+        spell_out_iso(words);
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first
         app.parse(std::move(words));
     } catch (const CLI::Success &e) {

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "common/tool_text.h"
 #include "kova/kova_char.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_day.h"
@@ -152,6 +153,10 @@ ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options, bool 
                                       job.names.calendar + "\", which is a name without rules");
     wanted.alt_tm_mday = 1;
     std::string month_name = options.month, year_name = options.year;
+    if (year_name.empty() && month_name.size() == 7 && month_name[4] == '-') { // such as 2026-11
+        year_name = month_name.substr(0, 4);
+        month_name.erase(0, 5);
+    }
     if (year_name.empty() && (options.whole_year || number_of(month_name) > 13))
         year_name.swap(month_name);
     *whole_year = options.whole_year || (month_name.empty() && !year_name.empty());
@@ -162,6 +167,9 @@ ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options, bool 
     if (year < 1)
         throw failure(bad_usage,
                       "cal: \"" + year_name + "\" is not a year, which is a number from 1");
+    if (year < 100)
+        kovatool::tell("kova", "cal: " + year_name + " is the year " + std::to_string(year) +
+                                   " itself, not one of this century");
     wanted.alt_tm_year = year - 1900;
     return wanted;
 }

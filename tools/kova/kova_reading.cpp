@@ -385,10 +385,12 @@ void go_on(walk &w, size_t number, size_t at, read_fields fields) {
 // ---- messages ----
 
 // What the library's error numbers mean for a text.
-std::string reason(int error) {
+std::string reason(int error, char letter) {
+    const bool only_written = letter == 'Z' || letter == 'z' || letter == 's';
     switch (error) {
     case KO_EDIRECTIVE:
-        return "no such directive, or the text differs from it";
+        if (only_written) return "kova date writes it, but it is not read";
+        return letter ? "no such directive" : "the text differs here"; // from "%%"
     case KO_EFORMAT:
         return "the format ends inside a directive";
     case KO_EPRECISION:
@@ -437,9 +439,10 @@ std::string marked_text(const walk &w, size_t at) {
 
 [[noreturn]] void bad_directive(const walk &w) {
     const bool of_format = w.error == KO_EFORMAT || w.error == KO_EPRECISION;
+    const piece &p = w.pieces[w.failed_piece];
     try {
-        fail_in_format(w.setting.code, w.format, w.pieces[w.failed_piece].place,
-                       of_format ? bad_usage : bad_text, reason(w.error) + hint_at_dates(w));
+        fail_in_format(w.setting.code, w.format, p.place, of_format ? bad_usage : bad_text,
+                       reason(w.error, p.letter) + hint_at_dates(w));
     } catch (const failure &e) {
         throw failure(e.status, e.what(),
                       e.excerpt + "\nand at character " + std::to_string(w.failed_at + 1) +

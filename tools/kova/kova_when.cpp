@@ -280,12 +280,29 @@ static void take_offset(when_text &in, when_parts &parts) {
     parts.offset = (sign == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
 }
 
-// HH:MM, HH:MM:SS and HH:MM:SS.F, and without ":" only after "T", where HH suffices.
+// "am" or "pm" after a time of day, or after its hour alone; "" without.
+static std::string half_ahead(when_text in) {
+    skip_blanks(in);
+    const std::string word = word_ahead(in);
+    return word == "am" || word == "pm" ? word : "";
+}
+
+static void take_half(when_text &in, int &hour) {
+    const std::string half = half_ahead(in);
+    if (half.empty()) return;
+    skip_blanks(in);
+    in.at += half.size();
+    in.failed |= hour < 1 || hour > 12;
+    hour = hour % 12 + (half == "pm" ? 12 : 0);
+}
+
+// HH:MM, HH:MM:SS and HH:MM:SS.F, and without ":" only after "T", where HH suffices, and before
+// "am" and "pm".
 static void take_clock(when_text &in, when_parts &parts, bool after_t) {
-    const int hour = take_digits(in, digits_ahead(in) == 1 ? 1 : 2);
+    int hour = take_digits(in, digits_ahead(in) == 1 ? 1 : 2);
     int minute = 0, second = 0;
     const bool colons = *in.at == ':';
-    in.failed |= !colons && !after_t;
+    in.failed |= !colons && !after_t && half_ahead(in).empty();
     if (take(in, ':') || is_digit(*in.at)) {
         minute = take_digits(in, 2);
         if (colons ? take(in, ':') : is_digit(*in.at)) {
@@ -293,6 +310,7 @@ static void take_clock(when_text &in, when_parts &parts, bool after_t) {
             parts.usec = take_fraction(in);
         }
     }
+    if (!after_t) take_half(in, hour);
     in.failed |= hour > 23 || minute > 59 || second > (minute == 59 ? 60 : 59);
     in.failed |= parts.clock.has_value();
     parts.leap = std::max(second - 59, 0);
@@ -360,6 +378,10 @@ static bool take_word(when_text &in, when_parts &parts, sys_days today) {
         {"yesterday", -1},
     };
     parts.now |= word == "now";
+    if (word == "in") { // "in 3 days"
+        skip_blanks(in);
+        return take_step(in, parts.step);
+    }
     for (const auto &row : days_from_now)
         if (word == row.word) return parts.step.days += row.days, true;
     const int direction = word == "next" ? 1 : word == "last" ? -1 : 0;
@@ -381,7 +403,7 @@ static void take_part(when_text &in, when_parts &parts, sys_days today) {
     } else if (joined || digits == 7 || digits == 8) {
         take_date(in, parts);
         if (!in.failed && take(in, 'T')) take_clock(in, parts, true);
-    } else if (digits && in.at[digits] == ':') {
+    } else if (digits && (in.at[digits] == ':' || !half_ahead({in.at + digits}).empty())) {
         take_clock(in, parts, false);
     } else if (digits || *in.at == '+' || *in.at == '-') {
         in.failed |= !take_step(in, parts.step);
