@@ -645,11 +645,11 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
 }
 
 TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
-    writes("info de_DE.8859-1 MON_3 ko_radixchar 60", "März\n,\nISO-8859-1\n");
+    writes("info de_DE.8859-1 MON_3 ko_radixchar 60 p_sign_posn", "März\n,\nISO-8859-1\n1\n");
     writes("info --json de_DE.8859-1 57 | tail -n 4",
            "  \"items\": {\n    \"YESSTR\": \"ja\"\n  }\n}\n");
     writes("info --utf8 en_US.IBM037 60 73", "IBM037\ngregorian\n");
-    fails(2, "frobnicate", "there is no command \"frobnicate\"; the nearest is compare");
+    fails(2, "convort", "there is no command \"convort\"; the nearest is convert");
     fails(2, "mony de_DE %n 5", "the nearest is money");
     fails(2, "info de_DE.8859-1 74", "there is no item \"74\"");
     writes("date de_DE.8859-1 '%A, %.1d. %B %Y' --at 2026-03-07", "Samstag, 7. März 2026\n");

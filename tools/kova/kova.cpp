@@ -32,7 +32,10 @@ struct arguments {
     case_options upper, lower;
     classify_options classify;
     measure_options width, trim, count;
+    text_options fold, wrap, expand, unexpand, table;
     info_options info;
+    locale_options locale;
+    locales_options locales;
     format_options money, number;
     convert_options convert;
     records_options records;
@@ -284,6 +287,95 @@ void add_measures(CLI::App &app, arguments &args) {
         "  kova count de_DE.unicode < book.txt\n");
 }
 
+// A command of kova text: its locale, files and output.
+CLI::App &text_command(CLI::App &text, arguments &args, const char *name, const char *what,
+                       text_options &o, int (*run)(const common_options &, const text_options &),
+                       const std::string &examples) {
+    CLI::App &command = *text.add_subcommand(name, what);
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
+    command
+        .add_option("-o,--output", o.out,
+                    "Write to FILE, in one step at the end; it may be one of the files read")
+        ->type_name("FILE");
+    add_common(
+        command, args, [&args, &o, run] { return run(args.common, o); }, examples);
+    return command;
+}
+
+void add_line_width(CLI::App &command, text_options &o) {
+    command.add_option("-w,--width", o.width, "Columns of a line")
+        ->type_name("N")
+        ->check(CLI::Range(1, 1000000))
+        ->capture_default_str();
+}
+
+void add_tabs(CLI::App &command, text_options &o) {
+    command
+        .add_option("-t,--tabs", o.tabs,
+                    "Columns from one tab stop to the next, or a list of them: 4,8,20; its last "
+                    "can be /N (every multiple of N) or +N (every N after the stop before). "
+                    "Default: 8")
+        ->type_name("STOPS");
+}
+
+void add_tab_commands(CLI::App &text, arguments &args) {
+    CLI::App &expand = text_command(text, args, "expand", "Replace tabs by blanks", args.expand,
+                                    run_expand, "  kova text expand de_DE -t 4 main.c\n");
+    add_tabs(expand, args.expand);
+    expand.add_flag("-i,--initial", args.expand.initial, "Only tabs at the start of a line");
+    text_options &o = args.unexpand;
+    CLI::App &unexpand =
+        text_command(text, args, "unexpand", "Replace blanks at the start of lines by tabs", o,
+                     run_unexpand, "  kova text unexpand de_DE -a table.txt\n");
+    add_tabs(unexpand, o);
+    CLI::Option *first = unexpand.add_flag("--first-only", o.initial,
+                                           "Only blanks at the start of a line, with -t too");
+    unexpand.add_flag("-a,--all", o.all, "All blanks; with -t, this is the default")
+        ->excludes(first);
+}
+
+void add_text(CLI::App &app, arguments &args) {
+    CLI::App &text = *app.add_subcommand(
+        "text", "Fold, wrap, expand and align text by the columns that it takes on a terminal");
+    text.require_subcommand(1);
+    text.footer("kova text COMMAND --help tells more, with examples.");
+    CLI::App &fold = text_command(text, args, "fold", "Cut lines at a column", args.fold, run_fold,
+                                  "  kova text fold th_TH -w 40 letter.txt\n"
+                                  "  kova text fold ja_JP.EUC-JP --bytes -s -w 72 < letter.euc\n");
+    add_line_width(fold, args.fold);
+    fold.add_flag("-s,--spaces", args.fold.spaces,
+                  "After the last blank that fits, if there is one");
+    text_options &w = args.wrap;
+    CLI::App &wrap = text_command(
+        text, args, "wrap", "Fill the lines of paragraphs", w, run_wrap,
+        "  kova text wrap fr_FR -w 60 roman.txt\n"
+        "  kova text wrap ja_JP -i -w 40 -o shousetsu.txt shousetsu.txt\n"
+        "Paragraphs end at empty lines and where the indentation changes. Lines are cut at blanks, "
+        "between ideographs, and inside a word only if it is wider than a line.\n");
+    add_line_width(wrap, w);
+    wrap.add_flag("-s,--split-only", w.split_only, "Cut long lines, but do not join short ones");
+    wrap.add_flag("-u,--uniform-spacing", w.uniform, "One blank between words");
+    wrap.add_flag("-i,--indented", w.indented,
+                  "An indented line begins a paragraph; its other lines are not indented");
+    add_tab_commands(text, args);
+    text_options &t = args.table;
+    CLI::App &table =
+        text_command(text, args, "table", "Align the columns of a table", t, run_table,
+                     "  kova text table de_DE cities.txt\n"
+                     "  kova text table ja_JP -s , -R 2,4- --between ' | ' prices.csv\n");
+    table
+        .add_option("-s,--separator", t.separators,
+                    "Characters of which each separates cells; \\t is the tab. Default: runs of "
+                    "blanks")
+        ->type_name("CHARS");
+    table.add_option("--between", t.between, "Text between columns")
+        ->type_name("TEXT")
+        ->capture_default_str();
+    table.add_option("-R,--right", t.right, "Columns that are flush right, such as 2,4-6,9-")
+        ->type_name("LIST");
+}
+
 void add_info(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("info", "Show what a locale says of itself");
     info_options &o = args.info;
@@ -444,11 +536,59 @@ void add_diff(CLI::App &app, arguments &args) {
     command.callback([&args] { args.run = [&args] { return run_diff(args.diff); }; });
 }
 
+void add_locale(CLI::App &app, arguments &args) {
+    CLI::App &command = *app.add_subcommand(
+        "locale", "Show a locale's values by category and name, or whether an answer means yes");
+    locale_options &o = args.locale;
+    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    CLI::Option *name =
+        command
+            .add_option("name", o.names,
+                        "Categories (LC_CTYPE, LC_COLLATE, LC_NUMERIC, LC_MONETARY, LC_TIME, "
+                        "LC_MESSAGES), names such as d_fmt and currency_symbol, or items of kova "
+                        "info; none: everything, as with -ck")
+            ->type_name("NAME");
+    command.add_flag("-k,--keyword-name", o.keywords, "Write name=value, texts in quotation marks");
+    command.add_flag("-c,--category-name", o.categories, "Write the category above its values");
+    command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs");
+    CLI::Option *yes =
+        command
+            .add_option("--yes", o.answer,
+                        "Print yes, no or neither: what ANSWER means by the locale's expressions")
+            ->type_name("ANSWER")
+            ->excludes(name);
+    add_common(
+        command, args,
+        [&args, &o, yes] {
+            o.asks = yes->count() > 0;
+            return run_locale(args.common, o);
+        },
+        "  kova locale de_DE                     everything\n"
+        "  kova locale de_DE d_fmt mon           %d.%m.%Y and Januar;Februar;...\n"
+        "  kova locale -k ja_JP LC_MONETARY\n"
+        "  kova locale fr_FR --yes oui           prints yes\n"
+        "Exit status with --yes: 0 yes, 1 no, 2 neither, or an answer that cannot be read.\n");
+}
+
 void add_locales(CLI::App &app, arguments &args) {
     CLI::App &command = *app.add_subcommand("locales", "List the compiled locales");
+    locales_options &o = args.locales;
+    command
+        .add_option("pattern", o.patterns,
+                    "Only locales whose name fits: * is any text, ? any character. A pattern "
+                    "without a code set stands for all code sets")
+        ->type_name("PATTERN");
+    command.add_option("--language", o.language, "Only this language, such as de or de_AT")
+        ->type_name("LANGUAGE");
+    command
+        .add_option("--code-set", o.code_set, "Only this code set, by any of its names or number")
+        ->type_name("CODESET");
+    command.add_flag("--json", o.json, "One JSON object, in UTF-8, for programs");
     add_common(
-        command, args, [&args] { return run_locales(args.common); },
+        command, args, [&args] { return run_locales(args.common, args.locales); },
         "  kova locales\n"
+        "  kova locales 'de_*' '*@euro'\n"
+        "  kova locales --language ja --code-set unicode --json\n"
         "  kova locales --root ./vantor\n");
 }
 
@@ -925,10 +1065,12 @@ int run_main(int argc, char **argv) {
     add_case(app, args, "lower", args.lower);
     add_classify(app, args);
     add_measures(app, args);
+    add_text(app, args);
     add_info(app, args);
     add_number(app, args);
     add_money(app, args);
     add_date(app, args);
+    add_locale(app, args);
     add_locales(app, args);
     add_verify(app, args);
     add_diff(app, args);

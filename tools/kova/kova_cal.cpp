@@ -494,9 +494,7 @@ int run_cal(const common_options &common, const cal_options &options) {
     if (options.html) asked.form = text_form::utf8;
     open_with_codec(asked, options.locale, job.handle, job.code);
     job.names = names_of(job.code, job.handle.object);
-    for (const std::string &line : job.handle.object.header)
-        if (line.size() == 15 && line.compare(0, 14, "FIRST_WEEKDAY=") == 0)
-            job.first_weekday = unsigned(line[14] - '0') % 7;
+    job.first_weekday = unsigned(first_weekday(job.handle.object));
     if (options.monday) job.first_weekday = 1;
     if (options.sunday) job.first_weekday = 0;
     job.weeks = options.weeks;

@@ -163,7 +163,20 @@ struct parse_date_options {
 };
 int run_parse_date(const common_options &common, const parse_date_options &options);
 
-int run_locales(const common_options &common);
+struct locale_options {
+    std::string locale;
+    std::vector<std::string> names; // categories and names of values; none: everything
+    std::string answer;             // of --yes
+    bool keywords = false, categories = false, json = false, asks = false;
+};
+int run_locale(const common_options &common, const locale_options &options);
+
+struct locales_options {
+    std::vector<std::string> patterns; // with * and ?; none: all locales
+    std::string language, code_set;
+    bool json = false;
+};
+int run_locales(const common_options &common, const locales_options &options);
 
 // The value of --replace without a text: U+FFFD where the target has it, else "?".
 inline constexpr char default_replacement[] = "default character";
@@ -222,6 +235,23 @@ struct symbols_options {
     bool decode = false;
 };
 int run_symbols(const common_options &common, const symbols_options &options);
+
+// What the commands of kova text take.
+struct text_options {
+    std::string locale, out;
+    std::vector<std::string> files;                             // none: standard input
+    uint32_t width = 80;                                        // of fold and wrap
+    bool spaces = false;                                        // fold: cut lines after blanks
+    bool split_only = false, uniform = false, indented = false; // wrap
+    std::string tabs;                  // expand, unexpand; empty: every 8 columns
+    bool initial = false, all = false; // expand, unexpand: at the start of lines; unexpand
+    std::string separators, between = "  ", right; // table
+};
+int run_fold(const common_options &common, const text_options &options);
+int run_wrap(const common_options &common, const text_options &options);
+int run_expand(const common_options &common, const text_options &options);
+int run_unexpand(const common_options &common, const text_options &options);
+int run_table(const common_options &common, const text_options &options);
 
 struct cal_options {
     std::string locale, month, year; // month and year empty: today's

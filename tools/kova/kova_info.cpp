@@ -84,7 +84,7 @@ bool item_text(const codec &code, unsigned item, std::string &text) {
     return wide != nullptr;
 }
 
-static std::string newline_of(const codec &code) {
+std::string newline_of(const codec &code) {
     std::string text;
     if (code.utf8) return "\n";
     encode_bytes(code, code.newline, text);
@@ -227,6 +227,15 @@ std::vector<convention> conventions(const codec &code) {
     return found;
 }
 
+// The text of an item or of a convention, by its name.
+static std::string named_text(const codec &code, const std::string &name) {
+    for (const convention &c : conventions(code))
+        if (c.name == name) return c.value;
+    std::string text;
+    item_text(code, item_of(name), text);
+    return text;
+}
+
 static void write_everything(const locale_handle &handle, const codec &code, output &out) {
     std::vector<std::vector<cell>> rows;
     add_figures(handle, code, rows);
@@ -267,11 +276,8 @@ int run_info(const common_options &common, const info_options &options) {
     } else if (options.items.empty()) {
         write_everything(handle, code, out);
     } else {
-        for (const std::string &name : options.items) {
-            std::string text;
-            item_text(code, item_of(name), text);
-            write(out, visible(code, text) + newline_of(code));
-        }
+        for (const std::string &name : options.items)
+            write(out, visible(code, named_text(code, name)) + newline_of(code));
     }
     finish(out);
     return done;
@@ -293,13 +299,100 @@ static std::string stands_for(const object_file &object) {
     return source == name || source.find('_') == source.npos ? "" : source;
 }
 
-int run_locales(const common_options &common) {
+// Does a name fit a pattern with * and ?, in either case?
+static bool fits(std::string_view pattern, std::string_view name) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c + 32) : c; };
+    size_t at = 0, from = 0, star = pattern.npos, resume = 0;
+    while (from < name.size()) {
+        if (at < pattern.size() && pattern[at] == '*') {
+            star = at++, resume = from;
+        } else if (at < pattern.size() &&
+                   (pattern[at] == '?' || lower(pattern[at]) == lower(name[from]))) {
+            ++at, ++from;
+        } else if (star != pattern.npos) {
+            at = star + 1, from = ++resume;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', at) == pattern.npos;
+}
+
+// Is an object, by its name, its name without the code set or the name that it stands for, one of
+// those that are asked for?
+static bool is_asked_for(const locales_options &options, uint16_t code_set,
+                         const object_file &object) {
+    const std::string variant = object.modifier.empty() ? "" : "@" + object.modifier;
+    const std::string names[] = {specification(object), object.language + variant,
+                                 source_name(object)};
+    if (!options.code_set.empty() && object.number != code_set) return false;
+    const std::string &language = options.language;
+    if (!language.empty() &&
+        std::none_of(std::begin(names), std::end(names), [&](const std::string &name) {
+            return fits(language, name.substr(0, name.find_first_of("_.@"))) ||
+                   fits(language, name.substr(0, name.find_first_of(".@")));
+        }))
+        return false;
+    if (options.patterns.empty()) return true;
+    return std::any_of(
+        options.patterns.begin(), options.patterns.end(), [&](const std::string &pattern) {
+            return std::any_of(std::begin(names), std::end(names),
+                               [&](const std::string &name) { return fits(pattern, name); });
+        });
+}
+
+static std::vector<object_file> objects_asked_for(const locales_options &options,
+                                                  const data_place &data) {
+    const std::string &name = options.code_set;
+    uint16_t number = KO_NO_CODESET;
+    if (!name.empty()) {
+        number = code_set_number(fits("utf-8", name) || fits("utf8", name) ? "unicode" : name);
+        if (number == KO_NO_CODESET)
+            throw failure(bad_locale, "no code set is called \"" + name +
+                                          "\"; kova convert --list shows the code sets");
+    }
+    std::vector<object_file> objects = list_objects(data);
+    const bool any = !objects.empty();
+    std::erase_if(objects, [&](const object_file &o) { return !is_asked_for(options, number, o); });
+    if (any && objects.empty())
+        throw failure(bad_locale, "no locale that is compiled here fits; kova locales lists all");
+    return objects;
+}
+
+static std::string row_json(const object_file &object, const std::string &fault) {
+    const auto field = [](const char *name, const std::string &text) {
+        return json_quoted(name) + ": " + (text.empty() ? "null" : json_quoted(text));
+    };
+    return "    {" + field("locale", object.code_set.empty() ? "" : specification(object)) + ", " +
+           field("code_set", object.code_set) +
+           ", \"number\": " + std::to_string(unsigned{object.number}) + ", " +
+           field("stands_for", stands_for(object)) + ", " + field("object", object.path) + ", " +
+           field("fault", fault) + "}";
+}
+
+static int write_locales_json(const std::vector<object_file> &objects) {
+    std::string rows;
+    int status = done;
+    for (const object_file &object : objects) {
+        const std::string fault = object_fault(object);
+        if (!fault.empty()) status = bad_locale;
+        rows += (rows.empty() ? "" : ",\n") + row_json(object, fault);
+    }
+    output out;
+    write(out, "{\n  \"locales\": [\n" + rows + (rows.empty() ? "" : "\n") + "  ]\n}\n");
+    finish(out);
+    return status;
+}
+
+int run_locales(const common_options &common, const locales_options &options) {
     const data_place data = find_data(common);
+    const std::vector<object_file> objects = objects_asked_for(options, data);
+    if (options.json) return write_locales_json(objects);
     std::vector<std::vector<cell>> rows = {
         {{"locale"}, {"code set"}, {"number", -1, true}, {"stands for"}, {"object"}}
     };
     std::string faults;
-    for (const object_file &object : list_objects(data)) {
+    for (const object_file &object : objects) {
         std::string name = object.code_set.empty() ? "?" : specification(object);
         if (const std::string fault = object_fault(object); !fault.empty()) {
             name = "! " + object.language + "." + std::to_string(object.number);

@@ -19,6 +19,8 @@ unsigned item_of(const std::string &text);
 bool outer_text(const codec &code, const ko_wchar_t *wide, std::string &text);
 bool item_text(const codec &code, unsigned item, std::string &text); // of a query item
 
+std::string newline_of(const codec &code); // in the outer form
+
 std::string collation_text(const codec &code);
 std::string characters_text(const codec &code); // "7100 of 1 to 2 bytes"
 
@@ -32,6 +34,8 @@ std::vector<convention> conventions(const codec &code);
 // A page for people, with samples.
 void write_page(const locale_handle &handle, const codec &code, output &out);
 void write_page_html(const locale_handle &handle, const codec &code, output &out);
+// UTF-8 in quotation marks; what a terminal would obey is spelled out, as JSON allows.
+std::string json_quoted(const std::string &text);
 // One JSON object, in UTF-8; with only the named items if there are any.
 void write_json(const locale_handle &handle, const codec &code,
                 const std::vector<std::string> &items, output &out);

@@ -141,8 +141,7 @@ void write_page_html(const locale_handle &handle, const codec &code, output &out
 
 // ---- JSON ----
 
-// UTF-8 in quotation marks; what a terminal would obey is spelled out, as JSON allows.
-static std::string quoted(const std::string &text) {
+std::string json_quoted(const std::string &text) {
     std::string json = "\"";
     for (size_t at = 0, size; at < text.size(); at += size) {
         uint32_t point = 0;
@@ -167,8 +166,8 @@ static std::string items_json(const codec &code, const std::vector<unsigned> &it
     for (const unsigned item : items) {
         std::string text;
         const bool known = item_text(code, item, text);
-        json += (json.empty() ? "" : ",\n") + std::string("    ") + quoted(item_name(item)) + ": " +
-                (known ? quoted(text) : "null");
+        json += (json.empty() ? "" : ",\n") + std::string("    ") + json_quoted(item_name(item)) +
+                ": " + (known ? json_quoted(text) : "null");
     }
     return "{\n" + json + "\n  }";
 }
@@ -176,8 +175,8 @@ static std::string items_json(const codec &code, const std::vector<unsigned> &it
 static std::string conventions_json(const codec &code) {
     std::string json;
     for (const convention &c : conventions(code)) {
-        json += (json.empty() ? "" : ",\n") + std::string("    ") + quoted(c.name) + ": " +
-                (!c.number        ? quoted(c.value)
+        json += (json.empty() ? "" : ",\n") + std::string("    ") + json_quoted(c.name) + ": " +
+                (!c.number        ? json_quoted(c.value)
                  : c.value == "-" ? "null"
                                   : c.value);
     }
@@ -193,14 +192,14 @@ void write_json(const locale_handle &handle, const codec &code,
     }
     for (unsigned item = 0; items.empty() && item <= KO_LANGINFO_MAX; ++item)
         if (ko_wc_nl_langinfo(code.loc, item)) wanted.push_back(item);
-    std::string json = "{\n  \"locale\": " + quoted(handle.name);
+    std::string json = "{\n  \"locale\": " + json_quoted(handle.name);
     if (items.empty()) {
-        json += ",\n  \"object\": " + quoted(handle.object.path);
-        json += ",\n  \"code_set\": " + quoted(code.code_set);
+        json += ",\n  \"object\": " + json_quoted(handle.object.path);
+        json += ",\n  \"code_set\": " + json_quoted(code.code_set);
         if (handle.object.number != KO_NO_CODESET)
             json += ",\n  \"code_set_number\": " + std::to_string(handle.object.number);
-        json += ",\n  \"characters\": " + quoted(characters_text(code));
-        json += ",\n  \"collation\": " + quoted(collation_text(code));
+        json += ",\n  \"characters\": " + json_quoted(characters_text(code));
+        json += ",\n  \"collation\": " + json_quoted(collation_text(code));
         json += ",\n  \"conventions\": " + conventions_json(code);
     }
     json += ",\n  \"items\": " + items_json(code, wanted) + "\n}\n";

@@ -69,6 +69,13 @@ static std::vector<wide_text> header_names(const codec &code, const object_file 
     return names.size() == 12 ? names : std::vector<wide_text>();
 }
 
+int first_weekday(const object_file &object) {
+    for (const std::string &line : object.header)
+        if (line.size() == 15 && line.compare(0, 14, "FIRST_WEEKDAY=") == 0)
+            return (line[14] - '0') % 7;
+    return 0;
+}
+
 time_names names_of(const codec &code, const object_file &object) {
     time_names names;
     for (int group = full_days; group < name_groups; ++group) {

@@ -41,6 +41,7 @@ struct time_names {
     bool gregorian = true;
     std::string calendar; // "gregorian", "hebrew", ...
 };
+int first_weekday(const object_file &object); // 0 is Sunday
 time_names names_of(const codec &code, const object_file &object);
 
 } // namespace kovacli

@@ -12,7 +12,8 @@ void note_bad(bad_count &counted, const codec &code, const input &in, uint64_t l
         in.name + ":" + std::to_string(line) + ": byte offset " + std::to_string(in.offset);
     if (!counted.replace)
         throw failure(bad_text, place + ": " + describe(code, bad) + hint(code, bad) +
-                                    ", --replace " + counted.with_replace);
+                                    (*counted.with_replace ? ", --replace " : "") +
+                                    counted.with_replace);
     if (counted.count++ == 0) counted.first = place;
 }
 

@@ -15,7 +15,7 @@ namespace kovacli {
 // Bytes that are not a character end the command, or with --replace are counted.
 struct bad_count {
     bool replace = false;
-    const char *with_replace = ""; // what --replace does, for the message
+    const char *with_replace = ""; // what --replace does, for the message; "": there is none
     uint64_t count = 0;
     std::string first; // place of the first
 };

@@ -2,55 +2,17 @@
 // the amount of text in files. Files are read block by block, so that memory does not grow with
 // them.
 #include <algorithm>
-#include <array>
 #include <charconv>
 
-#include "kova/kova_char.h"
-#include "kova/kova_locale.h"
-#include "kova/kova_read.h"
+#include "kova/kova_measure.h"
 #include "kova/kova_table.h"
 
 namespace kovacli {
 
-namespace {
-struct text_job {
-    codec code;
-    std::array<int8_t, 65536> columns{}; // by wide character, -1 for none
-    std::array<bool, 65536> space{};
-    ko_wchar_t tab = '\t';
-    std::vector<ko_wchar_t> wide;
-    bad_count bad;
-};
-} // namespace
-
 static void open_job(text_job &job, const common_options &common, const measure_options &options,
                      locale_handle &handle, const char *with_replace) {
-    const data_place data = open_with_codec(common, options.locale, handle, job.code);
-    add_mapping(handle, data, job.code); // if the form is bytes, marks are known if there is one
-    if (job.code.mapped && job.code.wide_of['\t']) job.tab = job.code.wide_of['\t'];
-    job.bad = {.replace = options.replace, .with_replace = with_replace};
-    for (unsigned wide = 0; wide < 65536; ++wide) {
-        const auto wc = ko_wchar_t(wide);
-        job.columns[wide] = int8_t(columns_of(job.code, &wc, 1));
-        job.space[wide] = im_iswctype(handle.loc, wc, KO_CT_SPACE) != 0;
-    }
-}
-
-static constexpr int64_t tab_stop = 8;
-
-// Columns of a character that stands at a column of its line; -1 for one that has none.
-static int64_t columns_at(const text_job &job, const ko_wchar_t *wide, size_t units,
-                          int64_t column) {
-    if (wide[0] == job.tab) return tab_stop - column % tab_stop;
-    return units == 2 ? columns_of(job.code, wide, units) : job.columns[wide[0]];
-}
-
-// Passes on a file's characters, and the bytes of each bad one. Returns the bytes in the file.
-template <class Units, class Bad>
-static uint64_t read_file(text_job &job, const std::string &path, Units take_units, Bad take_bad) {
-    return read_text(
-        job.code, path, job.wide, job.bad,
-        [&](size_t units) { take_units(job.wide.data(), units); }, take_bad);
+    open_job(job, common, options.locale, handle, with_replace);
+    job.bad.replace = options.replace;
 }
 
 // ---- width ----
@@ -123,65 +85,51 @@ struct space_run {
 };
 
 struct trimmer {
-    text_job *job;
-    output *out;
+    kept_text to;
     std::vector<space_run> pending;
-    std::vector<ko_wchar_t> kept;
-    std::string bytes;
 };
 } // namespace
 
-static constexpr size_t write_units = size_t{1} << 16;
-
-static void write_kept(trimmer &to) {
-    to.bytes.clear();
-    encode(to.job->code, to.kept.data(), to.kept.size(), to.bytes);
-    write(*to.out, to.bytes);
-    to.kept.clear();
+static void keep_pending(trimmer &trim) {
+    for (const space_run &run : trim.pending)
+        keep(trim.to, run.count, run.wide);
+    trim.pending.clear();
 }
 
-static void keep_pending(trimmer &to) {
-    for (const space_run &run : to.pending) {
-        to.kept.insert(to.kept.end(), run.count, run.wide);
-        if (to.kept.size() >= write_units) write_kept(to);
-    }
-    to.pending.clear();
-}
-
-static void add_pending(trimmer &to, const ko_wchar_t *wide, const ko_wchar_t *end) {
+static void add_pending(trimmer &trim, const ko_wchar_t *wide, const ko_wchar_t *end) {
     for (; wide < end; ++wide) {
-        if (!to.pending.empty() && to.pending.back().wide == *wide &&
-            to.pending.back().count < UINT16_MAX)
-            ++to.pending.back().count;
+        if (!trim.pending.empty() && trim.pending.back().wide == *wide &&
+            trim.pending.back().count < UINT16_MAX)
+            ++trim.pending.back().count;
         else
-            to.pending.push_back({*wide, 1});
+            trim.pending.push_back({*wide, 1});
     }
 }
 
-static void trim_units(trimmer &to, const ko_wchar_t *wide, size_t count) {
+static void trim_units(trimmer &trim, const ko_wchar_t *wide, size_t count) {
     const ko_wchar_t *const last = wide + count;
     while (wide < last) {
-        const ko_wchar_t *const end = std::find(wide, last, to.job->code.newline);
+        const ko_wchar_t *const end = std::find(wide, last, trim.to.job->code.newline);
         const ko_wchar_t *kept = end;
-        while (kept > wide && to.job->space[kept[-1]])
+        while (kept > wide && trim.to.job->space[kept[-1]])
             --kept;
         if (kept > wide) {
-            keep_pending(to);
-            to.kept.insert(to.kept.end(), wide, kept);
+            keep_pending(trim);
+            trim.to.wide.insert(trim.to.wide.end(), wide, kept);
         }
         wide = end;
         if (end == last) {
-            add_pending(to, kept, end);
+            add_pending(trim, kept, end);
             break;
         }
         // A carriage return belongs to the end of the line, not to its text.
-        const bool in_pending = kept == end && !to.pending.empty();
-        if (in_pending ? to.pending.back().wide == '\r' : kept < end && end[-1] == '\r')
-            to.kept.push_back('\r');
-        to.pending.clear();
-        to.kept.push_back(*wide++);
+        const bool in_pending = kept == end && !trim.pending.empty();
+        if (in_pending ? trim.pending.back().wide == '\r' : kept < end && end[-1] == '\r')
+            trim.to.wide.push_back('\r');
+        trim.pending.clear();
+        trim.to.wide.push_back(*wide++);
     }
-    write_kept(to);
+    write_kept(trim.to);
 }
 
 int run_trim(const common_options &common, const measure_options &options) {
@@ -190,16 +138,19 @@ int run_trim(const common_options &common, const measure_options &options) {
     open_job(job, common, options, handle, "leaves it as it is");
     output out;
     open(out, options.out);
-    trimmer to{&job, &out, {}, {}, {}};
+    trimmer trim{
+        {&job,      &out, {}, {}},
+        {}
+    };
     for (const std::string &path : inputs_of(options.files)) {
         read_file(
-            job, path, [&](const ko_wchar_t *wide, size_t count) { trim_units(to, wide, count); },
+            job, path, [&](const ko_wchar_t *wide, size_t count) { trim_units(trim, wide, count); },
             [&](const unsigned char *bytes, size_t count) {
-                keep_pending(to);
-                write_kept(to);
+                keep_pending(trim);
+                write_kept(trim.to);
                 write(out, bytes, count);
             });
-        to.pending.clear();
+        trim.pending.clear();
     }
     finish(out);
     tell_bad(job.bad, "left unchanged");
