@@ -20,6 +20,7 @@ TEST_F(KovaFormat, WritesAndReadsMoney) {
     fails(1, "da_DK.8859-1 %n --parse 'EUR 1'", "directive 1, %n, at character 1 of");
     fails(2, "en_US.8859-1 '%n %n' 1 2 3", "FORMAT takes a VALUE for each directive");
     fails(2, "en_US.8859-1 text 1", "FORMAT has no directive");
+    fails(2, "en_US.8859-1 5", "FORMAT, 5, has no directive, such as %n");
     fails(2, "en_US.8859-1 %n 1,5", "VALUE 1, 1,5, is not a number");
     fails(2, "en_US.8859-1 %n 1e999", "VALUE 1, 1e999, is out of range");
     fails(2, "en_US.8859-1 %n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n 1", "FORMAT has more than");
@@ -160,6 +161,26 @@ TEST_F(KovaFormat, AnswersLinesAndFields) {
            "{\"file\":\"a\",\"line\":1,\"input\":\"1\",\"result\":1}\n"
            "{\"file\":\"standard input\",\"line\":1,\"input\":\"2\",\"result\":2}\n",
            "2\n");
+    command = "kova date de_DE ";
+    writes("'%d. %B' 2026-03-01 2026-12-24", "01. März\n24. Dezember\n");
+    writes("%x --field 2 -t ';' -f -", "a;21.11.2026;b\n", "a;2026-11-21;b\n");
+    writes("-I -z -f - | tr '\\0' .", "2026-01-02.2026-01-03.",
+           std::string("20260102\0002026-01-03", 19));
+    fails(2, "%x --from now --to now --json", "--json");
+    command = "kova parse-date de_DE ";
+    writes("%d.%m.%Y 1.2.2026 '3.4.2026'", "2026-02-01 00:00:00\n2026-04-03 00:00:00\n");
+    partly("%d.%m.%Y", "1.2.2026\n30.2.2026\n", "2026-02-01 00:00:00\n\n",
+           "standard input:2: 30.2.2026: there is no such date: February 2026 has 28 days\n");
+    partly(
+        "%d.%m.%Y --json", "31.4.2026\n1.1.2026\n",
+        "{\"line\":1,\"input\":\"31.4.2026\",\"error\":\"31.4.2026: there is no such date: April "
+        "2026 has 30 days\"}\n{\"line\":2,\"input\":\"1.1.2026\",\"result\":\"2026-01-01 "
+        "00:00:00\"}\n",
+        "");
+    writes("%d.%m. --today 2026-05-05 --json 1.2.",
+           "{\"value\":1,\"input\":\"1.2.\",\"result\":\"2026-02-01 00:00:00\",\"told\":[\"the "
+           "text has "
+           "no year: taken from today, 2026-05-05\"]}\n");
     command = "kova money fr_CA.unicode ";
     writes("%n --parse --field 2 -t ';'", "a;-1234.5;b\n", "a;(1\u202f234,50 $);b\n");
 }

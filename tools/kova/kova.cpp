@@ -918,13 +918,22 @@ void add_date(CLI::App &app, arguments &args) {
             ->check(CLI::IsMember({"date", "seconds", "ns"}))
             ->excludes(iso);
     format->excludes(iso)->excludes(rfc);
+    CLI::Option *times =
+        command.add_option("when", o.times, "Times to write, one a line, as --at takes them")
+            ->type_name("WHEN")
+            ->excludes(at)
+            ->excludes(from);
+    add_batch(command, o.batch);
+    command.get_option("--file")->excludes(at)->excludes(from)->excludes(times);
+    command.get_option("--json")->excludes(from);
     add_common(
         command, args, [&args] { return run_date(args.common, args.date); },
         "  kova date de_DE.8859-1\n"
         "  kova date ja_JP.EUC-JP '%EY%m月%d日 (%A)' --at 1989-01-08\n"
         "  kova date sv_SE.unicode '%A %.1d %B kl. %H.%M' --at '2026-11-21 14:30'\n"
         "  kova date fr_FR '%A %x %Z' --at 2026-11-21T14:30Z --zone Europe/Paris\n"
-        "  kova date de_DE '%OB %Y' --from 2026-01-31 --to 2026-12-31 --step 1month\n\n" +
+        "  kova date de_DE '%OB %Y' --from 2026-01-31 --to 2026-12-31 --step 1month\n"
+        "  kova date de_DE %x --field 2 -t ';' -f orders.csv\n\n" +
             std::string(time_directives) +
             "  %Z %z zone, its offset    %s seconds since 1970\n"
             "After %: a width, .N for at least N digits (%.1d is 7 and not 07), - to pad at the "
@@ -947,10 +956,9 @@ void add_parse_date(CLI::App &app, arguments &args) {
         ->required()
         ->type_name("FORMAT");
     command
-        .add_option("text", o.text,
-                    "The date. A year, month or day that it lacks is today's, with a word on "
-                    "standard error; a time that it lacks is 0")
-        ->required()
+        .add_option("text", o.texts,
+                    "Dates; none: the lines of standard input. A year, month or day that a date "
+                    "lacks is today's, with a word on standard error; a time that it lacks is 0")
         ->type_name("TEXT");
     command
         .add_option("--century", o.century,
@@ -966,6 +974,7 @@ void add_parse_date(CLI::App &app, arguments &args) {
         "--allow-short-year", o.short_years,
         "Take a year below 1000 that %Y reads with fewer than four digits as it is, 26 "
         "as the year 26. Default: it is refused");
+    add_batch(command, o.batch);
     add_common(
         command, args, [&args] { return run_parse_date(args.common, args.parse_date); },
         "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "

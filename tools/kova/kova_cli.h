@@ -148,6 +148,8 @@ struct date_options {
     std::string zone;       // empty: the system's
     std::string iso, rfc;   // "date", "hours", ...: plain forms in place of the format
     std::string from, to, step = "1day";
+    std::vector<std::string> times; // none: at, or lines if there are files
+    batch_options batch;
 };
 
 // The value of --iso-8601 without a text.
@@ -156,7 +158,9 @@ inline constexpr char default_iso[] = "date";
 int run_date(const common_options &common, const date_options &options);
 
 struct parse_date_options {
-    std::string locale, format, text;
+    std::string locale, format;
+    std::vector<std::string> texts; // none: lines
+    batch_options batch;
     std::string century = "C";
     std::string today; // empty: the system's date
     bool short_years = false;

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "common/tool_text.h"
+#include "kova/kova_batch.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_format.h"
 #include "kova/kova_io.h"
@@ -72,7 +73,7 @@ static std::string localized(const date_job &job, const moment &when) {
     }
     if (result.empty() && job.format.wide.size() > 1)
         kovatool::tell("kova", job.handle.name + " writes nothing for this format");
-    return for_terminal(job.code, outer_text(job.code, result));
+    return outer_text(job.code, result);
 }
 
 // ISO 8601, or RFC 3339 with a blank and a point, to the unit that is named.
@@ -101,8 +102,7 @@ static void tell_offset(date_job &job, const moment &when, bool plain) {
                                (plain ? ": the clocks are those of the offset without them" : ""));
 }
 
-static void write_moment(date_job &job, const date_options &options, const moment &when,
-                         output &out) {
+static std::string moment_line(date_job &job, const date_options &options, const moment &when) {
     const bool plain = !options.iso.empty() || !options.rfc.empty();
     const std::string &to = options.iso.empty() ? options.rfc : options.iso;
     const auto shows_offset = [](const format_directive &d) { return d.conversion == 'z'; };
@@ -110,7 +110,7 @@ static void write_moment(date_job &job, const date_options &options, const momen
     if (plain ? to != "date" : std::any_of(all.begin(), all.end(), shows_offset))
         tell_offset(job, when, plain);
     const moment shown = plain && to != "date" ? in_whole_minutes(when) : when;
-    write(out, (plain ? plain_text(shown, to, options.iso.empty()) : localized(job, when)) + "\n");
+    return plain ? plain_text(shown, to, options.iso.empty()) : localized(job, when);
 }
 
 static void write_range(date_job &job, const date_options &options, output &out) {
@@ -122,7 +122,8 @@ static void write_range(date_job &job, const date_options &options, output &out)
         throw failure(bad_usage, "--step " + options.step + " does not lead on");
     moment at = from;
     for (int64_t i = 1; at.seconds <= to.seconds; ++i) {
-        write_moment(job, options, at, out);
+        write(out, for_terminal(job.code, moment_line(job, options, at)) +
+                       (options.batch.nulls ? '\0' : '\n'));
         if (at.seconds == to.seconds) break; // the next one may be beyond all years
         at = moved(from, step, i);
     }
@@ -140,20 +141,30 @@ static void hint_at_dates(const format_text &format) {
                                "2026-11-21");
 }
 
+static int write_times(date_job &job, const date_options &options) {
+    std::vector<std::string> times = options.times;
+    const bool lines = !options.batch.files.empty() && times.empty();
+    if (times.empty()) times.push_back(options.at);
+    const std::string what = options.times.empty() && !lines ? "--at" : "WHEN";
+    return run_batch(job.code, options.batch, {times, 1, lines}, [&](const auto &some, size_t) {
+        return answer{{{moment_line(job, options, moment_of(some[0], what))}}, {}};
+    });
+}
+
 int run_date(const common_options &common, const date_options &options) {
     choose_zone(options.zone);
-    const moment when = moment_of(options.at, "--at");
+    if (options.batch.files.empty() && options.times.empty()) moment_of(options.at, "--at");
     date_job job;
-    const data_place data = open_with_codec(common, options.locale, job.handle, job.code);
+    common_options asked = common;
+    if (options.batch.json) asked.form = text_form::utf8;
+    const data_place data = open_with_codec(asked, options.locale, job.handle, job.code);
     if (!job.code.mapped) add_mapping(job.handle, data, job.code);
     job.names = names_of(job.code, job.handle.object);
     job.format = decode_format(job.code, options.format, time_grammar());
     hint_at_dates(job.format);
+    if (options.from.empty()) return write_times(job, options);
     output out;
-    if (options.from.empty())
-        write_moment(job, options, when, out);
-    else
-        write_range(job, options, out);
+    write_range(job, options, out);
     finish(out);
     return done;
 }

@@ -5,6 +5,7 @@
 #include <charconv>
 
 #include "kova/kova_char.h"
+#include "kova/kova_decimal.h"
 
 namespace kovacli {
 
@@ -190,6 +191,10 @@ int run_format(const common_options &common, const format_options &options,
         return run_batch(job.code, options.batch, {texts, 1, texts.empty()},
                          [&](const auto &some, size_t) { return command.parse(job, some[0]); });
     }
+    decimal number;
+    if (!takes && options.values.empty() && read_decimal(options.format, number))
+        throw failure(bad_usage, "FORMAT, " + options.format +
+                                     ", has no directive, such as %n or %f; values come after it");
     command.check(job);
     const bool lines = options.values.empty() && (takes || !options.batch.files.empty());
     if (!lines || !takes) check_counts(job.format, options.values);

@@ -48,7 +48,7 @@ std::string number_fault(int error) {
         return "a directive is % with flags, width, .digits, l or h, then one of d i u o q b x X "
                "c s e E f g G";
     case KO_EFORMAT:
-        return "the format ends inside a directive";
+        return "the format ends inside a directive; %% writes a %";
     case KO_EPRECISION:
         return "digits must follow the \".\"";
     case KO_EILSEQ:

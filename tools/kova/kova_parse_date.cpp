@@ -1,7 +1,6 @@
 // kova parse-date: a date and time read by a format, as a Gregorian date.
-#include "common/tool_text.h"
+#include "kova/kova_batch.h"
 #include "kova/kova_cli.h"
-#include "kova/kova_io.h"
 #include "kova/kova_reading.h"
 #include "kova/kova_when.h"
 
@@ -20,24 +19,28 @@ static std::chrono::sys_days today_of(const std::string &text) {
     return day;
 }
 
+static answer read_text_date(const date_setting &setting, const format_text &format,
+                             const std::string &argument) {
+    wide_text text = decode_argument(setting.code, argument, "TEXT");
+    text.push_back(0);
+    read_date date = read_whole_date(setting, format, text);
+    return {{{day_text(day_of(date.tm)) + " " + clock_text(date.tm)}}, std::move(date.told)};
+}
+
 int run_parse_date(const common_options &common, const parse_date_options &options) {
     locale_handle handle;
     codec code;
-    const data_place data = open_with_codec(common, options.locale, handle, code);
+    common_options asked = common;
+    if (options.batch.json) asked.form = text_form::utf8;
+    const data_place data = open_with_codec(asked, options.locale, handle, code);
     if (!code.mapped) add_mapping(handle, data, code);
     const format_text format = decode_format(code, options.format, time_grammar());
-    wide_text text = decode_argument(code, options.text, "TEXT");
-    text.push_back(0);
     const time_names names = names_of(code, handle.object);
     const date_setting setting{code, names, today_of(options.today), options.century[0],
                                options.short_years};
-    const read_date date = read_whole_date(setting, format, text);
-    for (const std::string &line : date.told)
-        kovatool::tell("kova", line);
-    output out;
-    write(out, day_text(day_of(date.tm)) + " " + clock_text(date.tm) + "\n");
-    finish(out);
-    return done;
+    return run_batch(
+        code, options.batch, {options.texts, 1, options.texts.empty()},
+        [&](const auto &some, size_t) { return read_text_date(setting, format, some[0]); });
 }
 
 } // namespace kovacli
