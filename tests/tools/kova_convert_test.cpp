@@ -439,11 +439,11 @@ static const struct {
      {"Το πλοίο φεύγει νωρίς το πρωί και πρέπει να είμαστε στο λιμάνι.",
       "Η μικρή πόλη βρίσκεται κοντά στη θάλασσα και έχει όμορφα σπίτια.",
       "Παρακαλώ πληρώστε τον λογαριασμό μέχρι το τέλος του μήνα."}                                                                                                                                                                                                        },
-    {"utf8 sjis euc-jp 930 utf16le",
+    {"utf8 sjis euc-jp 930 utf16le iso-2022-jp",
      {"明日は朝早く駅に行って、友だちと海へ出かけます。天気がよければ泳ぐつもりです。",
       "請求書の金額は月末までにお支払いください。ご不明な点はお問い合わせください。",
       "小さな犬が庭で遊んでいる。テレビの音が聞こえるが、だれも見ていない。"}                                                                                                                                                                                                           },
-    {"utf8 gbk 935 gb2312",
+    {"utf8 gbk 935 gb2312 hz",
      {"明天早上我们一起去车站，然后坐船到海边的小城市。",
       "请在月底以前付清这张账单，谢谢您的合作。",
       "院子里有一只小狗在跑，孩子们都很高兴地看着它。"}                                                                                                                                                                                                                                            },
@@ -451,7 +451,7 @@ static const struct {
      {"明天早上我們一起去車站，然後坐船到海邊的小城市。",
       "請在月底以前付清這張帳單，謝謝您的合作。",
       "院子裡有一隻小狗在跑，孩子們都很高興地看著牠。"}                                                                                                                                                                                                                                            },
-    {"utf8 euc-kr 933",
+    {"utf8 euc-kr 933 iso-2022-kr",
      {"내일 아침에 우리는 함께 역에 가서 바다로 떠날 것입니다.",
       "이번 달 말까지 요금을 내 주시기 바랍니다. 감사합니다.",
       "작은 강아지가 마당에서 뛰어놀고 아이들은 즐겁게 웃는다."}                                                                                                                                                                                                                                  },
@@ -490,6 +490,12 @@ TEST_F(KovaConvert, DetectsTheCodeSetOfShortTexts) {
     }
     printf("%zu of %zu\n", right, files.size());
     EXPECT_GE(right * 100, files.size() * 95);
+    // A missing file is told, and the others with it; one set alone has all points.
+    spit(dir / "long", repeated("Größe über Straße\n", 300));
+    const outcome more = kova("convert --detect --json missing long");
+    EXPECT_EQ(more.status, 1);
+    EXPECT_NE(more.err.find("missing"), std::string::npos);
+    EXPECT_EQ(nlohmann::json::parse(more.out)["files"][0]["sets"].size(), 1u);
 }
 
 TEST_F(KovaConvert, ReplacesItsInputInOneStep) {

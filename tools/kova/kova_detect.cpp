@@ -76,6 +76,7 @@ struct fit {
     std::string name;
     int number = 0;
     double score = 0;
+    size_t proven = 0; // characters that hardly any text of another set spells by chance
     std::vector<std::string> reasons, same;
     std::vector<uint32_t> text;
 };
@@ -252,19 +253,55 @@ void judge_units(const sample &given, fit &found) {
     if (all * 50 < given.bytes.size()) found.score /= 2;
 }
 
-void judge_utf8(const decoded &got, fit &found) {
+// Without a proof, a text as one in a set by rule would be read like ASCII.
+bool judge_proof(const char *what, const decoded &got, fit &found) {
     const auto beyond = std::count_if(found.text.begin(), found.text.end(),
                                       [](uint32_t code) { return code >= 0x80; });
-    if (beyond == 0 || got.invalid > 0) return;
-    found.reasons.insert(found.reasons.begin(),
-                         "valid UTF-8 beyond ASCII: " + std::to_string(beyond));
+    if (beyond == 0 || got.invalid > 0) return false;
+    found.proven = size_t(beyond);
+    found.reasons.insert(found.reasons.begin(), what + std::to_string(beyond));
     found.score = std::max(found.score, 100 - 60 / (1.0 + double(beyond)));
+    return true;
+}
+
+// What such characters leave to the other sets.
+void cap_others(std::vector<fit> &fits) {
+    size_t most = 0;
+    for (const fit &one : fits)
+        most = std::max(most, one.proven);
+    for (fit &one : fits)
+        if (most > 0 && one.proven == 0) one.score = std::min(one.score, 60 / (1.0 + double(most)));
+    std::erase_if(fits, [](const fit &one) { return one.score < least_score; });
+}
+
+// ---- sets that convert by rule ----
+
+struct ruled_set {
+    int number;
+    const char *sign; // that the text must have
+};
+constexpr ruled_set ruled_sets[] = {
+    {57499, "\x1B$"  },
+    {57500, "\x1B$"  },
+    {57501, "\x1B"   },
+    {57502, "\x1B$)C"},
+    {57503, "\x1B$"  },
+    {57504, "\x1B$"  },
+    {57505, "~{"     },
+    {57506, "+"      },
+};
+
+bool is_ruled(int number) {
+    return std::any_of(std::begin(ruled_sets), std::end(ruled_sets),
+                       [=](const ruled_set &one) { return one.number == number; });
 }
 
 // ---- all of them ----
 
-std::set<int> candidate_numbers(const data_place &place) {
+std::set<int> candidate_numbers(const data_place &place, const sample &given) {
     std::set<int> numbers;
+    for (const ruled_set &one : ruled_sets)
+        if (given.bytes.find(one.sign) != given.bytes.npos) numbers.insert(one.number);
     for (const unicode_form &form : unicode_forms)
         numbers.insert(find_code_set(form.name).number);
     const unsigned utf8 = utf8_code_set().number;
@@ -304,7 +341,8 @@ bool try_set(const data_place &place, int number, const sample &given, fit &foun
     found.text = std::move(got.text);
     score(given, got, found);
     if (is_unicode(found.name)) judge_units(given, found);
-    if (found.name == "utf8") judge_utf8(got, found);
+    if (found.name == "utf8") judge_proof("valid UTF-8 beyond ASCII: ", got, found);
+    if (is_ruled(number) && !judge_proof("characters by escapes: ", got, found)) return false;
     for (const unicode_form &form : unicode_forms) {
         if (!given.bytes.starts_with(std::string(form.mark, form.length))) continue;
         if (form.name == found.name) {
@@ -321,10 +359,11 @@ bool try_set(const data_place &place, int number, const sample &given, fit &foun
 // The sets that fit, the best first; those that convert the text alike are one.
 std::vector<fit> find_fits(const data_place &place, const sample &given) {
     std::vector<fit> fits;
-    for (const int number : candidate_numbers(place)) {
+    for (const int number : candidate_numbers(place, given)) {
         fit found;
         if (try_set(place, number, given, found)) fits.push_back(std::move(found));
     }
+    cap_others(fits);
     std::stable_sort(fits.begin(), fits.end(), [](const fit &a, const fit &b) {
         const auto points = [](const fit &one) { return std::lround(one.score * 10); };
         return points(a) != points(b) ? points(a) > points(b) : rank_of(a) < rank_of(b);
@@ -387,7 +426,14 @@ int run_detect(const common_options &common, const convert_options &options) {
     output out;
     int status = done;
     for (const std::string &path : inputs_of(options.files)) {
-        const sample given = read_sample(path);
+        sample given;
+        try {
+            given = read_sample(path);
+        } catch (const failure &e) { // the others are still told
+            kovatool::tell("kova", e.what());
+            status = bad_text;
+            continue;
+        }
         const std::vector<fit> fits = find_fits(place, given);
         if (fits.empty()) status = bad_text;
         if (options.json)
