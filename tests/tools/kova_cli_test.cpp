@@ -571,6 +571,19 @@ TEST_F(KovaCli, KnowsMonthsWithoutADay) {
     fails(1, "parse-date de_DE.8859-1 '%d. %B %Y' '5. Lm 2024'", "the text is both 2024-01-05 and");
 }
 
+// Nested repeats, which a matcher that goes back would try for hours.
+TEST_F(KovaCli, MatchesAnswersInBoundedTime) {
+    static constexpr char yes[] = "9 5e5b2b316a4a79595d\n";                          // ^[+1jJyY]
+    static constexpr char endless[] = "19 5e28617c6161292a28617c6161292a28622429\n"; // ^(a|aa)*...
+    std::string object = german;
+    const size_t at = object.find(yes);
+    ASSERT_NE(at, object.npos);
+    own_root(object.replace(at, sizeof yes - 1, endless));
+    const outcome got = shell("timeout 20 kova locale de_DE.8859-1 --yes " + std::string(200, 'a'));
+    EXPECT_EQ(got.status, 2) << got.err;
+    EXPECT_EQ(got.out, "neither\n");
+}
+
 TEST_F(KovaCli, ShowsTheMonthOfUmmAlQura) {
     std::string islamic = slurp(root + "/kova/lc11/ar_sa/0441islm.lco");
     for (size_t at; (at = islamic.find("UMALQURA")) != islamic.npos;)

@@ -273,7 +273,11 @@ static bool fits(const codec &code, unsigned item, const std::wstring &answer) {
     if (expression.empty()) return false;
     try {
         if (expression.size() > longest) throw std::regex_error(std::regex_constants::error_space);
-        return std::regex_search(answer, std::wregex(expression, std::regex::extended));
+        auto how = std::regex::extended;
+#ifdef __GLIBCXX__
+        how |= std::regex_constants::__polynomial; // nested repeats would take exponential time
+#endif
+        return std::regex_search(answer, std::wregex(expression, how));
     } catch (const std::regex_error &) {
         throw failure(bad_locale, item_name(item) +
                                       " of the locale is not a regular expression that can be "
