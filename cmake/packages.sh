@@ -1,4 +1,4 @@
-# Installs Debian packages; sourced by quickstart, check and check-orders, which set $me
+# Installs Debian packages; sourced by quickstart and the check scripts, which set $me
 # to their own names.
 
 missing_packages() {
