@@ -133,7 +133,17 @@ template <class By> static kept_text without_spaces(const By &by, const typename
     }
     const typename By::unit *const start = s, *kept_end = s;
     int chars = 0, kept = 0;
-    for (text_char c; (c = by.at(s)).units;) {
+    for (;;) {
+        unsigned facts;
+        while ((facts = by.pair_facts(s)) & pair_valid) {
+            s += 2;
+            ++chars;
+            if (facts & pair_space) continue;
+            kept = chars;
+            kept_end = s;
+        }
+        const text_char c = by.at(s);
+        if (!c.units) break;
         if (c.units < 0) return {-1, 0, false};
         ++chars;
         const bool space = is_space(by, s, c);

@@ -24,6 +24,7 @@ template <class Unit> struct by_unit {
     text_char at(const unit *s) const { return {*s ? 1 : 0, *s}; }
     // How many characters of two bytes begin at s, as far as a kernel counts them.
     size_t pairs(const unit *) const { return 0; }
+    unsigned pair_facts(const unit *) const { return 0; }
     unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
     // Units before the terminator, at most most; -1 with the error word set for invalid text.
     int length(const unit *s, int most = INT_MAX) const {
@@ -61,6 +62,11 @@ struct by_flat { // code sets with terminators of one or two bytes
         if (f->flag1[*s] != mb_prefix || !loc->chars->pairs) return 0;
         return count_pairs(s, loc->chars);
     }
+    // What the facts table says of the two-byte character at s; 0 for anything else.
+    unsigned pair_facts(const unit *s) const {
+        const unsigned char *facts = loc->chars->pairs;
+        return facts && *s ? facts[s[0] << 8 | s[1]] : 0u;
+    }
     unsigned classes(const unit *, text_char c) const {
         if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
         return f->second->items[c.code >> 8][c.code & 0xFF];
@@ -75,6 +81,7 @@ struct by_tree {
     int end_units;
     text_char at(const unit *s) const;
     size_t pairs(const unit *) const { return 0; }
+    unsigned pair_facts(const unit *) const { return 0; }
     unsigned classes(const unit *s, text_char c) const;
     int length(const unit *s) const;
 };

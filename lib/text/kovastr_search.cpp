@@ -162,6 +162,14 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     return {s, chars};
 }
 
+static span_end<ko_mchar_t> span_of(const by_byte &, const ko_mchar_t *s, const ko_mchar_t *members,
+                                    bool inside) {
+    const void *text = s, *set = members;
+    const auto *bytes = static_cast<const char *>(text), *of = static_cast<const char *>(set);
+    const size_t n = inside ? strspn(bytes, of) : strcspn(bytes, of);
+    return {s + n, int(n)};
+}
+
 static span_end<ko_mchar_t> span(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set,
                                  bool inside) {
     const span_end<ko_mchar_t> none = {nullptr, -1};
