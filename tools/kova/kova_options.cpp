@@ -1,0 +1,30 @@
+// Options that many commands have.
+#include "kova/kova_options.h"
+
+namespace kovacli {
+
+const char locale_help[] =
+    "Locale: language_TERRITORY[.codeset][@modifier] such as de_DE or de_DE.8859-1, or POSIX. "
+    "Without a code set, and with UTF-8: unicode, or the only one compiled";
+
+void add_common(CLI::App &command, command_line &args, std::function<int()> run,
+                const std::string &examples, const form_help &help) {
+    command
+        .add_option(
+            "--root", args.common.root,
+            "Data root, the directory that holds the directory kova. Default: VANTORDIR, the "
+            "data beside the program, the root built in")
+        ->type_name("DIR");
+    CLI::Option *utf8 = command.add_flag("--utf8", args.utf8, help.utf8);
+    command.add_flag("--bytes", args.bytes, help.bytes)->excludes(utf8);
+    command.footer("Examples:\n" + examples);
+    command.callback([&args, run] { args.run = run; });
+}
+
+CLI::Option *add_page(CLI::App &command, bool &html, std::string &out) {
+    command.add_option("-o,--output", out, "Write to FILE, in one step at the end")
+        ->type_name("FILE");
+    return command.add_flag("--html", html, "A page in HTML, in UTF-8, complete in one file");
+}
+
+} // namespace kovacli
