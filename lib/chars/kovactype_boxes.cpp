@@ -36,8 +36,8 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
 }
 
 // Puts the box with the most characters into the tables and removes its first bytes from the runs.
-// A box may leave out at most a tenth of its first bytes' characters.
-static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
+// A box may leave out at most a tenth of its first bytes' characters. False if there is none.
+static bool take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
     unsigned best = 0, best_from = 0, best_to = 0, best_lo = 255, best_hi = 0;
     for (unsigned from = 0; from < 256; ++from) {
         unsigned lo = 0, hi = 255, all = 0;
@@ -52,12 +52,14 @@ static void take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box
             best_from = from, best_to = to, best_lo = lo, best_hi = hi;
         }
     }
+    if (!best) return false;
     for (unsigned i = 0; i < 16; ++i) {
-        box_lo[i] = uint8_t(i % 2 || !best ? best_lo : best_from);
-        box_hi[i] = uint8_t(i % 2 || !best ? best_hi : best_to);
+        box_lo[i] = uint8_t(i % 2 ? best_lo : best_from);
+        box_hi[i] = uint8_t(i % 2 ? best_hi : best_to);
     }
-    for (unsigned lead = best_from; best && lead <= best_to; ++lead)
+    for (unsigned lead = best_from; lead <= best_to; ++lead)
         runs->hi[lead] = 0;
+    return true;
 }
 
 void derive_pairs(const void *ctype, coll_pairs *pairs) {
@@ -67,7 +69,11 @@ void derive_pairs(const void *ctype, coll_pairs *pairs) {
     if (!chars->root || !chars->root->flag_arr || chars->root->flag_arr[0] != mb_final) return;
     trail_runs runs;
     find_runs(chars->root, &runs);
-    for (int box = 0; box < coll_boxes; ++box)
-        take_box(&runs, pairs->lo[box], pairs->hi[box]);
+    for (int box = 0; box < coll_boxes; ++box) {
+        if (take_box(&runs, pairs->lo[box], pairs->hi[box])) continue;
+        if (!box) return;
+        memcpy(pairs->lo[box], pairs->lo[0], sizeof pairs->lo[0]);
+        memcpy(pairs->hi[box], pairs->hi[0], sizeof pairs->hi[0]);
+    }
     pairs->any = true;
 }

@@ -333,7 +333,17 @@ static int single_byte_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs,
     return table_key(loc, dst, mbs, len, maxbytes);
 }
 
+// Has a key one pass, which runs forward and writes two bytes for a weight?
+static inline bool is_one_pass_of_two(const kovaloc *loc) {
+    const coll_flat *flat = loc->weights;
+    const int weights = loc->coll_info.num_weights;
+    return flat->num_passes == 1 && flat->pass[0].forward && weights >= 254 && weights < 64516;
+}
+
 static int pairs_key(kovaloc *loc, ko_mchar_t *dst, const ko_mchar_t *mbs, int len, int maxbytes) {
+    if (len < maxbytes && is_one_pass_of_two(loc) &&
+        put_digits(loc->weights->pass[0].page, mbs, len, dst))
+        return len;
     coll_sink sink;
     start_key(&sink, dst, maxbytes);
     key_passes(loc, pair_text{mbs}, pair_back{mbs + len, mbs}, &sink);
@@ -346,7 +356,7 @@ int ko_full_mbsxfrm(ko_lc_t handle, ko_mchar_t *dst, const ko_mchar_t *mbs, int 
     if (loc->exp.single_byte && loc->coll_info.collate == collate_specified && !by_code(loc))
         return single_byte_key(loc, dst, mbs, maxbytes);
     if (!loc->exp.single_byte && loc->weights && !loc->weights->elements && loc->pairs.any) {
-        const int len = short_pairs_length(&loc->pairs, mbs);
+        const int len = pairs_length(&loc->pairs, mbs);
         if (len >= 0) return pairs_key(loc, dst, mbs, len, maxbytes);
     }
     wide_copy wide;

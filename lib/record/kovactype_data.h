@@ -31,7 +31,7 @@ constexpr int coll_boxes = 3;
 
 // Boxes of two-byte characters of a record's class table: two bytes are a character if each lies
 // between lo and hi of one box, where even places bound first bytes and odd places second bytes.
-// Unused boxes are empty.
+// Unused boxes repeat the first.
 struct coll_pairs {
     unsigned char lo[coll_boxes][16], hi[coll_boxes][16]; // first: a block's bounds in one line
     bool any;

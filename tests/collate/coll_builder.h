@@ -138,15 +138,20 @@ inline std::vector<std::string> every_byte() {
     return all;
 }
 
-inline std::string sort_key(ko_lc_t loc, const std::string &text) {
-    const int need = ko_full_mbsxfrm(loc, nullptr, mb(text.c_str()), 0);
+// The key in a room that fits or is too large, of which the key leaves the rest alone.
+inline std::string sort_key(ko_lc_t loc, const ko_mchar_t *text) {
+    const int need = ko_full_mbsxfrm(loc, nullptr, text, 0), spare = need % 3 * 8;
     if (need < 0) return "failed";
-    std::string key(size_t(need) + 1, '\0');
-    EXPECT_EQ(ko_full_mbsxfrm(loc, reinterpret_cast<ko_mchar_t *>(key.data()), mb(text.c_str()),
-                              need + 1),
-              need);
-    key.pop_back();
+    std::string key(size_t(need + 1 + spare), '\xEE');
+    EXPECT_EQ(
+        ko_full_mbsxfrm(loc, reinterpret_cast<ko_mchar_t *>(key.data()), text, need + 1 + spare),
+        need);
+    EXPECT_EQ(key.substr(size_t(need) + 1), std::string(size_t(spare), '\xEE'));
+    key.resize(size_t(need));
     return key;
+}
+inline std::string sort_key(ko_lc_t loc, const std::string &text) {
+    return sort_key(loc, mb(text.c_str()));
 }
 
 #endif
