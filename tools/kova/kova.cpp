@@ -8,6 +8,7 @@
 #include <new>
 #include <utility>
 
+#include "common/tool_describe.h"
 #include "common/tool_text.h"
 #include "kova.h"
 #include "kova/kova_options.h"
@@ -105,6 +106,7 @@ int run_main(int argc, char **argv) {
         "kova");
     app.require_subcommand(1);
     app.set_version_flag("--version", ko_version());
+    kovatool::add_describe(app);
     app.formatter(std::make_shared<help_format>());
     app.get_formatter()->column_width(34);
     add_sort(app, args);

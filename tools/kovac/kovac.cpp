@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <unistd.h>
 
+#include "common/tool_describe.h"
 #include "common/tool_file.h"
 #include "common/tool_text.h"
 #include "kova_host.h"
@@ -538,26 +539,36 @@ static std::string release_error(const std::string &name) {
 
 static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
     CLI::App *cmd = app.add_subcommand("locale", "Compile a locale source into a locale object");
-    auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name");
+    auto *source = cmd->add_option("-i,--source", opt.source, "Locale source: path or name")
+                       ->type_name("SOURCE");
     auto *charmap = cmd->add_option("-f,--charmap", opt.charmap,
-                                    "Charmap: path or name; \"unicode\" is built in");
-    auto *list = cmd->add_option(
-        "--list", opt.list,
-        "Compile every line of a file: SOURCE CHARMAP[@ci|@ai|@thai] [NAME [CODESET]]");
+                                    "Charmap: path or name; \"unicode\" is built in")
+                        ->type_name("CHARMAP");
+    auto *list =
+        cmd->add_option(
+               "--list", opt.list,
+               "Compile every line of a file: SOURCE CHARMAP[@ci|@ai|@thai] [NAME [CODESET]]")
+            ->type_name("FILE");
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/lc11/... is written")
+        ->type_name("DIR")
         ->required();
     auto *name =
-        cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's");
-    cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's");
+        cmd->add_option("--name", opt.name, "Locale name ll_TT[@mod] instead of the source's")
+            ->type_name("NAME");
+    cmd->add_option("--codeset", opt.codeset, "Code-set name instead of the charmap's")
+        ->type_name("CODESET");
     cmd->add_option("--registry", opt.registry_file,
-                    "Registry file with the number of the code set");
+                    "Registry file with the number of the code set")
+        ->type_name("FILE");
     cmd->add_option("--release", opt.release, "Name of the data release, for the object's header")
+        ->type_name("NAME")
         ->check(CLI::Validator(release_error, "NAME"));
     cmd->add_flag("--default", opt.is_default, "Write default.lco")->excludes(name);
     auto *prove = cmd->add_flag("--prove", opt.prove,
                                 "Prove the collation against itself and against the source");
     cmd->add_option("--exceptions", opt.exceptions,
                     "Differences from the source that are allowed, instead of the built-in list")
+        ->type_name("FILE")
         ->needs(prove);
     cmd->add_flag("--drop", opt.drop,
                   "Compile a code set with characters of more than two bytes without those");
@@ -585,8 +596,10 @@ static CLI::App *add_locale_command(CLI::App &app, locale_options &opt) {
 static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
     CLI::App *cmd = app.add_subcommand("registry", "Write or extend the code-set registry");
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/cm3/registry is written")
+        ->type_name("DIR")
         ->required();
-    cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one");
+    cmd->add_option("--add", opt.additions, "Further entry NAME=NUMBER; replaces an older one")
+        ->type_name("NAME=NUMBER");
     cmd->footer("Existing entries of the file are kept.\n"
                 "Example: kovac registry -o data --add my-set=57600");
     return cmd;
@@ -596,6 +609,7 @@ static CLI::App *add_translit_command(CLI::App &app, std::string &root) {
     CLI::App *cmd = app.add_subcommand(
         "translit", "Compile what conversions write for characters that a code set lacks");
     cmd->add_option("-o,--root", root, "Data root below which kova/cv9/translit.trl is written")
+        ->type_name("DIR")
         ->required();
     cmd->footer("The tables are those that the system's locale sources share.\n"
                 "Example: kovac translit -o data");
@@ -604,17 +618,24 @@ static CLI::App *add_translit_command(CLI::App &app, std::string &root) {
 
 static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
     CLI::App *cmd = app.add_subcommand("convert", "Compile the conversion of two code sets");
-    cmd->add_option("-f,--from", opt.from, "Code set of the source")->required();
-    cmd->add_option("-t,--to", opt.to, "Code set of the target")->required();
+    cmd->add_option("-f,--from", opt.from, "Code set of the source")
+        ->type_name("CODESET")
+        ->required();
+    cmd->add_option("-t,--to", opt.to, "Code set of the target")->type_name("CODESET")->required();
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/cv9/... is written")
+        ->type_name("DIR")
         ->required();
     cmd->add_flag("--both", opt.both, "Compile the other direction, too");
     cmd->add_option("--substitute", opt.substitute,
-                    "Bytes, as hexadecimal digits, for what has no mapping");
-    cmd->add_option("--from-name", opt.from_names, "Further name of the source in file names");
-    cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names");
+                    "Bytes, as hexadecimal digits, for what has no mapping")
+        ->type_name("BYTES");
+    cmd->add_option("--from-name", opt.from_names, "Further name of the source in file names")
+        ->type_name("NAME");
+    cmd->add_option("--to-name", opt.to_names, "Further name of the target in file names")
+        ->type_name("NAME");
     cmd->add_option("--registry", opt.registry_file,
-                    "Registry file with the numbers of the code sets");
+                    "Registry file with the numbers of the code sets")
+        ->type_name("FILE");
     cmd->add_flag("--supplementary", opt.supplementary,
                   "Between utf8 and unicode: all planes, not only the first two");
     cmd->add_flag("--report", opt.report, "List the characters that do not come back");
@@ -630,15 +651,19 @@ static CLI::App *add_convert_command(CLI::App &app, convert_options &opt) {
 static CLI::App *add_charmap_command(CLI::App &app, symbols_options &opt) {
     CLI::App *cmd = app.add_subcommand("charmap", "Compile the symbolic names of a code set");
     auto *charmap =
-        cmd->add_option("charmap", opt.charmap, "Charmap, or code set as convert takes it");
-    auto *list = cmd->add_option("--list", opt.list, "Compile every charmap that a file names");
+        cmd->add_option("charmap", opt.charmap, "Charmap, or code set as convert takes it")
+            ->type_name("CHARMAP");
+    auto *list = cmd->add_option("--list", opt.list, "Compile every charmap that a file names")
+                     ->type_name("FILE");
     cmd->add_option("-o,--root", opt.root, "Data root below which kova/cm3/... is written")
+        ->type_name("DIR")
         ->required();
     cmd->add_option("--names", opt.names,
                     "posix: the traditional names of the portable characters first")
         ->check(CLI::IsMember({"posix"}));
     cmd->add_option("--registry", opt.registry_file,
-                    "Registry file with the number of the code set");
+                    "Registry file with the number of the code set")
+        ->type_name("FILE");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print notes and a summary");
     list->excludes(charmap);
     cmd->footer("Charmaps are looked for in $I18NPATH, then in /usr/share/i18n.\n"
@@ -673,11 +698,14 @@ static int convert_pair(const convert_options &opt) {
 static CLI::App *add_pack_command(CLI::App &app, pack_options &opt) {
     CLI::App *cmd = app.add_subcommand(
         "pack", "Compile every locale, conversion and charmap that the sources support");
-    cmd->add_option("-o,--root", opt.root, "Data root to fill")->required();
-    cmd->add_option("--only", opt.only, "Only what has such a name; * and ? as in file names");
+    cmd->add_option("-o,--root", opt.root, "Data root to fill")->type_name("DIR")->required();
+    cmd->add_option("--only", opt.only, "Only what has such a name; * and ? as in file names")
+        ->type_name("PATTERN");
     cmd->add_option("--jobs", opt.jobs, "Processes at a time. Default: one per processor")
+        ->type_name("N")
         ->check(CLI::Range(1, 256));
     cmd->add_option("--release", opt.release, "Name of the data release, for the objects' headers")
+        ->type_name("NAME")
         ->check(CLI::Validator(release_error, "NAME"));
     cmd->add_flag("!--no-prove", opt.prove, "Do not prove the collations");
     cmd->add_flag("-v,--verbose", opt.verbose, "Print the messages about each object");
@@ -692,6 +720,7 @@ static int run_main(int argc, char **argv) {
     app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
                "read or written, or memory is exhausted.");
     app.require_subcommand(1);
+    kovatool::add_describe(app);
     locale_options locale;
     registry_options registry;
     convert_options convert;
