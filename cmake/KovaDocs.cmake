@@ -1,16 +1,16 @@
-# Makes the manual pages from what the commands say of their options, the public headers and docs/*.md,
-# and installs them. The makers in docs/make need Perl, of which Debian's perl-base has all they use.
+# Makes manual pages from what the commands say of their options, the public headers and docs/*.md, and
+# completions for shells from the options, and installs them. The makers in docs/make need Perl, of which Debian's perl-base has all they use.
 option(KOVA_DOCS "Make manual pages and completions (needs Perl)" ${PROJECT_IS_TOP_LEVEL})
 if(NOT KOVA_DOCS OR NOT TARGET kova_command)
   return()
 endif()
 if(CMAKE_CROSSCOMPILING)
-  message(STATUS "No manual pages are made: the commands of this build do not run here")
+  message(STATUS "No manual pages and completions are made: the commands of this build do not run here")
   return()
 endif()
 find_program(KOVA_PERL perl)
 if(NOT KOVA_PERL)
-  message(STATUS "No manual pages are made: Perl is not installed")
+  message(STATUS "No manual pages and completions are made: Perl is not installed")
   return()
 endif()
 
@@ -26,4 +26,21 @@ add_custom_command(OUTPUT ${docs_made}/man/pages.list
 add_custom_target(man ALL DEPENDS ${docs_made}/man/pages.list)
 foreach(section man1 man3 man5)
   install(DIRECTORY ${docs_made}/man/${section} DESTINATION ${CMAKE_INSTALL_MANDIR})
+endforeach()
+
+set(completions ${docs_made}/completions)
+add_custom_command(OUTPUT ${completions}/bash/kova ${completions}/bash/kovac
+    COMMAND ${KOVA_PERL} ${docs_source}/make/make_completion $<TARGET_FILE:kova_command>
+            $<TARGET_FILE:kovac_command> ${completions}
+    DEPENDS kova_command kovac_command ${docs_sources}
+    COMMENT "Making completions for bash, zsh and fish" VERBATIM)
+add_custom_target(completions ALL DEPENDS ${completions}/bash/kova)
+# Where the shells look below a prefix; Debian's zsh has a folder of its own for packages.
+set(KOVA_ZSH_FUNCTIONS ${CMAKE_INSTALL_DATADIR}/zsh/site-functions CACHE STRING
+    "Where completions for zsh are installed; Debian's packages use share/zsh/vendor-completions")
+foreach(place "bash;${CMAKE_INSTALL_DATADIR}/bash-completion/completions" "zsh;${KOVA_ZSH_FUNCTIONS}"
+        "fish;${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
+  list(GET place 0 shell)
+  list(GET place 1 folder)
+  install(DIRECTORY ${completions}/${shell}/ DESTINATION ${folder})
 endforeach()
