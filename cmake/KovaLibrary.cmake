@@ -32,6 +32,14 @@ target_include_directories(kova_compile INTERFACE ${root}/include)
 target_compile_options(kova_compile INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
 target_compile_definitions(kova_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DATA_ROOT}")
+if(kova_beside_lib)
+  set(way ${kova_beside_lib})
+  if(WIN32)
+    set(way ${kova_beside_bin})  # where a DLL is installed
+  endif()
+  set_source_files_properties(${root}/locale/kovaextsa.cpp PROPERTIES COMPILE_DEFINITIONS
+      "KOVA_DATA_BESIDE_LIBRARY=\"${way}/\";KOVA_DATA_BESIDE_PROGRAM=\"${kova_beside_bin}/\"")
+endif()
 target_link_libraries(kova_compile INTERFACE kova_warnings)
 if(NOT WIN32)
   # 64-bit sizes and inode numbers also on 32-bit systems, which would otherwise refuse larger
@@ -41,7 +49,7 @@ endif()
 if(WIN32)
   set(kova_system_libs user32)  # message boxes and line formatting
 else()
-  set(kova_system_libs m)
+  set(kova_system_libs m ${CMAKE_DL_LIBS})
 endif()
 
 # Compiled once for both: hidden symbols can still be linked within one program.
@@ -105,3 +113,30 @@ else()
     target_link_options(kova PRIVATE -Wl,-z,defs)
   endif()
 endif()
+add_library(kova::kova ALIAS kova)
+
+# The static library for hosts. On ELF systems it is one object in which only the exports can be
+# seen, so that no function inside can meet one of the host's with its name.
+if(WIN32 OR KOVA_SANITIZE)
+  return()
+endif()
+set(kova_static_parts ${kova_objects})
+if(CMAKE_OBJCOPY AND CMAKE_EXECUTABLE_FORMAT STREQUAL ELF
+   AND NOT (CMAKE_INTERPROCEDURAL_OPTIMIZATION AND NOT CMAKE_C_COMPILER_ID STREQUAL GNU))
+  separate_arguments(flags UNIX_COMMAND "${CMAKE_C_FLAGS}")
+  if(CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+    list(APPEND flags -O2 -flinker-output=nolto-rel)
+  endif()
+  set(kova_static_parts ${PROJECT_BINARY_DIR}/kova_static.o)
+  add_custom_command(OUTPUT ${kova_static_parts}
+      COMMAND ${CMAKE_C_COMPILER} ${flags} -r -nostdlib -o ${kova_static_parts} ${kova_objects}
+      COMMAND ${CMAKE_OBJCOPY} --localize-hidden ${kova_static_parts}
+      DEPENDS ${kova_objects} COMMAND_EXPAND_LISTS VERBATIM)
+endif()
+add_library(kova_static STATIC ${kova_static_parts})
+add_library(kova::static ALIAS kova_static)
+set_target_properties(kova_static PROPERTIES LINKER_LANGUAGE C OUTPUT_NAME kova EXPORT_NAME static)
+target_compile_definitions(kova_static INTERFACE KOVA_STATIC)
+target_include_directories(kova_static INTERFACE $<BUILD_INTERFACE:${root}/include>
+                           $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_link_libraries(kova_static INTERFACE ${kova_system_libs})

@@ -14,8 +14,11 @@
 #include <sys/stat.h>
 #ifdef _WIN32
 #include <io.h>
+#define WIN32_LEAN_AND_MEAN // without names such as "byte"
+#include <windows.h>
 #else
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <unistd.h>
 #endif
@@ -42,6 +45,10 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     return 0;
 }
 
+// The default data root, copied into found_root by the first thread to need it.
+enum : signed char { root_unknown, root_in_work, root_known };
+static constinit std::atomic<signed char> root_state = root_unknown;
+
 // Whether the process has raised rights: asked of the system once, or set by a test; -1: not known
 // yet.
 static constinit std::atomic<signed char> rights = -1;
@@ -58,6 +65,7 @@ static void set_rights(int raised) {
 void assume_raised_rights(int raised) {
     set_rights(raised);
     confinement.store(-1, std::memory_order_relaxed);
+    root_state.store(root_unknown, std::memory_order_relaxed);
 }
 
 static bool wants_confinement(void) {
@@ -236,20 +244,136 @@ int ko_ext_currtime(ko_tm_t *out) {
     return 0;
 }
 
+// ---- The default data root ----
+
+static constexpr int path_room = 4096; // POSIX systems refuse longer names
+static constexpr char default_root[] = "c:\\vantor\\";
+
+// The way to the data that are installed with the library, from the folder of its file and from
+// that of a program that contains it.
+#ifdef KOVA_DATA_BESIDE_LIBRARY
+static constexpr const char *beside_library = KOVA_DATA_BESIDE_LIBRARY;
+static constexpr const char *beside_program = KOVA_DATA_BESIDE_PROGRAM;
+#else
+static constexpr const char *beside_library = nullptr, *beside_program = nullptr;
+#endif
+
+// The file that contains the library, with its folders, and whether that is the program's.
+static bool own_file(char *out, bool *program);
+static bool is_folder(const char *path);
+
 #ifdef _WIN32
 
-FILE *std_open(const char *path, const char *mode) { return fopen(path, mode); }
+static constexpr char separator = '\\';
+static constexpr const char *fixed_root = default_root;
+
+static bool own_file(char *out, bool *program) {
+    static constexpr char here = 0;
+    const DWORD how =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    HMODULE module;
+    if (!GetModuleHandleExA(how, &here, &module)) return false;
+    *program = module == GetModuleHandleA(nullptr);
+    const DWORD len = GetModuleFileNameA(module, out, path_room);
+    return len && len < path_room;
+}
+
+static bool is_folder(const char *path) {
+    const DWORD is = GetFileAttributesA(path);
+    return is != INVALID_FILE_ATTRIBUTES && (is & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+#else
+
+#ifndef KOVA_DATA_ROOT
+#define KOVA_DATA_ROOT "/usr/local/share/vantor/"
+#endif
+static constexpr char separator = '/';
+static constexpr const char *fixed_root = KOVA_DATA_ROOT;
+
+static bool own_file(char *out, bool *program) {
+    static constexpr char here = 0;
+    Dl_info own;
+    *program = !dladdr(&here, &own); // a program without a dynamic loader
+#ifdef __linux__
+    Dl_info started;
+    if (!*program)
+        *program = dladdr(reinterpret_cast<const void *>(getauxval(AT_PHDR)), &started) &&
+                   started.dli_fbase == own.dli_fbase;
+    // The loader knows a program by what it was called, which need not lead to it.
+    if (*program) return realpath("/proc/self/exe", out) != nullptr;
+#endif
+    return !*program && realpath(own.dli_fname, out);
+}
+
+static bool is_folder(const char *path) {
+    struct stat is;
+    return !stat(path, &is) && S_ISDIR(is.st_mode);
+}
+
+#endif
+
+// A tree that was moved as a whole has its data where it had them, as seen from the library.
+static bool find_beside(char *out) {
+    bool program;
+    // Whoever starts a program with raised rights may have given its file another name and place.
+    if (!beside_library || has_raised_rights() || !own_file(out, &program)) return false;
+    char *const name = strrchr(out, separator);
+    const char *const way = program ? beside_program : beside_library;
+    static constexpr char data[] = "kova";
+    if (!name || size_t(name + 1 - out) + strlen(way) + sizeof data > path_room) return false;
+    char *const end = name + 1 + strlen(way);
+    memcpy(name + 1, way, strlen(way));
+    memcpy(end, data, sizeof data);
+    const bool found = is_folder(out);
+    *end = 0;
+    return found;
+}
+
+// Ends in a separator; may be in out.
+static const char *data_root(char *out) {
+    static constinit char found_root[path_room] = {};
+    if (root_state.load(std::memory_order_acquire) == root_known) return found_root;
+    const char *const root = find_beside(out) ? out : fixed_root;
+    signed char before = root_unknown;
+    if (!root_state.compare_exchange_strong(before, root_in_work, std::memory_order_relaxed))
+        return root;
+    strcpy(found_root, root);
+    root_state.store(root_known, std::memory_order_release);
+    return root;
+}
+
+#ifdef _WIN32
+
+// The path itself, or in out one below the default root.
+static const char *real_path(char *out, const char *path) {
+    constexpr size_t root_len = sizeof default_root - 1;
+    if (strncmp(path, default_root, root_len) != 0) return path;
+    const char *const root = data_root(out);
+    const size_t used = strlen(root), rest = strlen(path + root_len);
+    if (rest >= path_room - used) return path;
+    memmove(out, root, used);
+    memcpy(out + used, path + root_len, rest + 1);
+    return out;
+}
+
+FILE *std_open(const char *path, const char *mode) {
+    char real[path_room];
+    return fopen(real_path(real, path), mode);
+}
 
 FILE *std_open_data(const char *path) {
+    char real[path_room];
     struct _stat64 is;
-    FILE *const file = fopen(path, "r");
+    FILE *const file = fopen(real_path(real, path), "r");
     if (!file || (!_fstat64(_fileno(file), &is) && (is.st_mode & _S_IFREG))) return file;
     fclose(file); // a device
     return nullptr;
 }
 
 int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user) {
-    char pattern[1024];
+    char pattern[1024], real[path_room];
+    path = real_path(real, path);
     const size_t len = strlen(path);
     if (len > sizeof pattern - 3) return KO_EFILE;
     memcpy(pattern, path, len);
@@ -270,31 +394,25 @@ bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
 #else
 
-#ifndef KOVA_DATA_ROOT
-#define KOVA_DATA_ROOT "/usr/local/share/vantor/"
-#endif
-
-static constexpr int path_room = 4096; // the system refuses longer names
-
-// Joins the prefix, unchanged, and the rest with its backslashes turned into slashes.
+// Joins the prefix, unchanged, and the rest with its backslashes turned into slashes. The prefix
+// may be in out.
 static bool join_path(char *out, const char *prefix, const char *rest) {
     const size_t prefix_len = strlen(prefix), rest_len = strlen(rest);
     if (prefix_len >= path_room || rest_len >= path_room - prefix_len) return false;
-    memcpy(out, prefix, prefix_len);
+    memmove(out, prefix, prefix_len);
     for (size_t i = 0; i <= rest_len; ++i)
         out[prefix_len + i] = rest[i] == '\\' ? '/' : rest[i];
     return true;
 }
 
 static bool translate_path(char *out, const char *path, bool is_log) {
-    static constexpr char default_root[] = "c:\\vantor\\";
     constexpr size_t root_len = sizeof default_root - 1;
     if (is_log) {
         const char *const home = ko_ext_getenv("HOME");
         return home && *home && join_path(out, home, "/kova.log");
     }
     if (!strncmp(path, default_root, root_len))
-        return join_path(out, KOVA_DATA_ROOT, path + root_len);
+        return join_path(out, data_root(out), path + root_len);
     return join_path(out, "", path);
 }
 

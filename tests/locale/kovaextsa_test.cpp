@@ -145,6 +145,50 @@ TEST(Fallbacks, StreamsAreTheStandardLibrarys) {
     EXPECT_EQ(ko_ext_fclose(in), 0);
 }
 
+// In a copy of this program, which has data beside it.
+TEST(DataRoot, DISABLED_HasTheFile) {
+    for (const int raised : {0, 1, 0}) {
+        assume_raised_rights(raised);
+        FILE *const file = std_open("c:\\vantor\\kova\\lc11\\it.lco", "r");
+        EXPECT_EQ(file != nullptr, !raised);
+        if (file) fclose(file);
+        int names = 0;
+        std_list_names(
+            "c:\\vantor\\kova\\lc11",
+            [](void *n, const char *name) {
+                *static_cast<int *>(n) += !strcmp(name, "it.lco");
+                return 0;
+            },
+            &names);
+        EXPECT_EQ(names, !raised);
+    }
+}
+
+TEST(DataRoot, StandsBesideTheLibrarysOwnFileUnlessTheProcessHasRaisedRights) {
+    temp_dir dir;
+    dir.write("a tree/bin/x", "");
+#ifdef _WIN32
+    const std::filesystem::path self = _wpgmptr;
+#else
+    const std::filesystem::path self = "/proc/self/exe";
+#endif
+    const std::string copy = dir.path + "/a tree/bin/copy.exe";
+    std::filesystem::copy_file(self, copy);
+    const std::string command = "\"\"" + copy +
+                                "\" --gtest_also_run_disabled_tests "
+                                "--gtest_filter=DataRoot.DISABLED_HasTheFile\"";
+    const auto run = [&] { // cmd.exe takes off the outer quotes, a shell has none
+#ifdef _WIN32
+        return system(command.c_str());
+#else
+        return system((command.substr(1, command.size() - 2) + " >/dev/null").c_str());
+#endif
+    };
+    EXPECT_NE(run(), 0);
+    dir.write("a tree/share/vantor/kova/lc11/it.lco", "here");
+    EXPECT_EQ(run(), 0);
+}
+
 TEST(Fallbacks, EnvironmentAndClockAreTheStandardLibrarys) {
     static char setting[] = "KOVA_TEST_SETTING=7";
     EXPECT_EQ(ko_ext_putenv(setting), 0);
