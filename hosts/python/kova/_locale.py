@@ -1,0 +1,119 @@
+"""Locales: their names, order, keys and case."""
+import os
+import re
+import warnings
+
+from . import _kova
+
+# Flags and an error number of the library.
+VERIFY = 1
+SECURE_NAMES = 2
+NO_LOCALE = 54
+
+
+def _missing(text):
+    error = _kova.NotFoundError(text)
+    error.number = NO_LOCALE
+    return error
+
+
+def _specification(name):
+    """The name of a locale as the library takes it, and whether the code set was not said."""
+    if "\0" in name:
+        raise _missing(f"{name!r}: {_kova.error_text(NO_LOCALE)}")
+    if name in ("POSIX", "C"):
+        return "default.lco", False
+    found = re.fullmatch(r"([^.@/\\]+)(?:\.([^@/\\]*))?(@[^/\\]*)?", name)
+    if not found:
+        return name, False
+    language, codeset, modifier = found.groups()
+    if codeset is None or re.fullmatch(r"utf-?8", codeset, re.IGNORECASE):
+        return f"{language}.unicode{modifier or ''}", codeset is None
+    return name, False
+
+
+def _only_one(spec, root):
+    """The locale that differs from "ll_TT.unicode" in its code set alone, if there is one."""
+    def parts(name):
+        language, _, rest = name.partition(".")
+        return language.lower(), rest.partition("@")[2]
+    found = [name for name in _listed(root)[0] if parts(name) == parts(spec)]
+    return found[0] if len(found) == 1 else None
+
+
+def _release_root(root, release):
+    """The root of a release: a folder of this name in the root, or else the root itself."""
+    if root is None:
+        root = os.environ.get("VANTORDIR")
+    if not root:
+        raise ValueError("release needs root: the folder that holds the release")
+    below = os.path.join(root, release)
+    return below if os.path.isdir(os.path.join(below, "kova")) else root
+
+
+class Locale(_kova.Locale):
+    """A locale of the data, such as Locale("de_DE"), "de_DE@ci" or "ja_JP.EUC-JP". Without a code
+    set, its form for all of Unicode is taken, or else the only one that there is.
+
+    root      the folder that holds "kova" with the data; the library's default without it
+    release   the release of the data: a folder of this name in root, or what root must hold
+    verify    compares every file with the hash that it states
+
+    >>> Locale("de_DE").spec
+    'de_DE.unicode'
+    """
+
+    __slots__ = ("root",)
+
+    def __new__(cls, name, *, root=None, release=None, verify=False):
+        if root is not None:
+            root = os.fspath(root)
+        base = root
+        if release is not None:
+            root = _release_root(root, release)
+        spec, bare = _specification(name)
+        flags = SECURE_NAMES | (VERIFY if verify else 0)
+        try:
+            self = super().__new__(cls, spec, root, flags)
+        except _kova.NotFoundError:
+            other = _only_one(spec, root) if bare else None
+            if other is None:
+                raise
+            self = super().__new__(cls, other, root, flags)
+        self.root = root
+        stated = self.version.partition(" ")[2]
+        if release is not None and stated != release and (stated or root == base):
+            raise _missing(f"{self.spec}: the data in {root} are of "
+                           f"{'release ' + stated if stated else 'no release'}, not {release}")
+        return self
+
+    def __repr__(self):
+        return f"<kova.Locale {self.spec} {self.version}>"
+
+    def __reduce_ex__(self, protocol):
+        raise TypeError("a locale is opened by its name, not pickled: pass its spec and root")
+
+
+def _listed(root):
+    """The names of a root's locales, and those that cannot be read, with the reason."""
+    good, bad = [], []
+    for row in _kova.list_locales(None if root is None else os.fspath(root)).splitlines():
+        spec, error = row.split("\t")
+        if error == "0":
+            good.append(spec)
+        else:
+            bad.append(f"{spec} is left out: {_kova.error_text(int(error))}")
+    return good, bad
+
+
+def locales(root=None):
+    """The names of all locales of a data root, as Locale takes them. One whose file cannot be
+    read is left out with a RuntimeWarning.
+
+    >>> "de_DE.unicode" in locales()
+    True
+    """
+    good, bad = _listed(root)
+    for text in bad:
+        warnings.warn(text, RuntimeWarning, stacklevel=2)
+    return good
