@@ -6,8 +6,9 @@
 
 namespace {
 constexpr const char *names[] = {
-    "iso-2022-jp", "iso-2022-jp-1", "iso-2022-jp-2", "iso-2022-kr", "iso-2022-cn-ext", "hz",
-    "utf-7",       "imap",          "gb18030",       "sjis-2004",   "hkscs",           "ibm1399"};
+    "iso-2022-jp", "iso-2022-jp-1", "iso-2022-jp-2", "iso-2022-kr", "iso-2022-cn-ext",
+    "hz",          "utf-7",         "imap",          "gb18030",     "sjis-2004",
+    "hkscs",       "ibm1399",       "iso-2022-jp-3", "cp50221"};
 constexpr size_t sets = sizeof names / sizeof *names;
 
 struct conversions {

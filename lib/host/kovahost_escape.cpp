@@ -2,6 +2,7 @@
 // several sets of characters, each of which an object of another code set has.
 #include "host/kovahost_escape.h"
 
+#include "host/kovahost_filled.h"
 #include "host/kovahost_form.h"
 #include "host/kovahost_made.h"
 
@@ -13,12 +14,15 @@ namespace {
 // for the one character after the second or third single shift.
 enum class place : uint8_t { at_once, shift_out, second, third };
 
+// How a part writes the characters of a set: with all high bits set, as they are, or as Shift_JIS.
+enum class layout : uint8_t { right, left, shift_jis };
+
 struct char_set {
     const char *escape; // what follows the byte ESC
     place where;
     uint8_t part;    // the code set that has its characters, or roman
     uint8_t bytes;   // of a character
-    uint8_t lead[2]; // what they follow in that code set, where all their high bits are set
+    uint8_t lead[2]; // what they follow in that code set
 };
 constexpr uint8_t roman = 0xFF; // ASCII with two characters exchanged; no code set is asked
 
@@ -27,9 +31,13 @@ struct scheme {
     uint16_t reads, writes; // bits of its sets
     const char_set *sets;
     uint16_t parts[cv_legs_max];
-    bool header;   // the one set after the shift-out byte is announced at the start
-    bool forgets;  // the end of a line ends announcements
-    bool by_tilde; // and not by escape sequences and shift bytes
+    uint8_t ways;
+};
+enum scheme_ways : uint8_t {
+    has_header = 1, // the one set after the shift-out byte is announced at the start
+    forgets = 2,    // the end of a line ends announcements
+    by_tilde = 4,   // and not by escape sequences and shift bytes
+    has_pairs = 8   // characters of the second part stand for two code points
 };
 
 // What is in use; 0 is ASCII or nothing, otherwise a set and one more.
@@ -57,7 +65,10 @@ enum japanese : uint16_t {
     gb_2312 = 128,
     ks_1001 = 256,
     japanese_short = jis_roman | jis_1983 | jis_1978 | jis_kana | jis_1990,
-    japanese_long = japanese_short | latin_1 | greek | gb_2312 | ks_1001
+    japanese_long = japanese_short | latin_1 | greek | gb_2312 | ks_1001,
+    writes_jp = jis_roman | jis_1983,
+    writes_jp_1 = writes_jp | jis_1990,
+    writes_jp_2 = japanese_long & ~(jis_1978 | jis_kana)
 };
 static constexpr char_set japanese_sets[] = {
     {"(J",  place::at_once, roman, 1, {}    },
@@ -69,6 +80,25 @@ static constexpr char_set japanese_sets[] = {
     {".F",  place::second,  2,     1, {}    },
     {"$A",  place::at_once, 3,     2, {}    },
     {"$(C", place::at_once, 4,     2, {}    },
+};
+// What the first plane of JIS X 0213 got in 2004 is written under the second name of it.
+static constexpr uint16_t added_2004[] = {0x2E21, 0x2F7E, 0x4F54, 0x4F7E, 0x7427,
+                                          0x7E7A, 0x7E7B, 0x7E7C, 0x7E7D, 0x7E7E};
+static constexpr unsigned second_name = 4; // its place among the sets
+static constexpr char_set planes_sets[] = {
+    {"(J",  place::at_once, roman, 1, {}    },
+    {"$B",  place::at_once, 0,     2, {}    },
+    {"$@",  place::at_once, 0,     2, {}    },
+    {"(I",  place::at_once, 0,     1, {0x8E}},
+    {"$(Q", place::at_once, 1,     2, {}    },
+    {"$(O", place::at_once, 1,     2, {}    },
+    {"$(P", place::at_once, 1,     2, {0x8F}},
+};
+static constexpr char_set windows_sets[] = {
+    {"(J", place::at_once, roman, 1, {}},
+    {"$B", place::at_once, 0,     2, {}},
+    {"$@", place::at_once, 0,     2, {}},
+    {"(I", place::at_once, 0,     1, {}},
 };
 static constexpr char_set korean_sets[] = {
     {"$)C", place::shift_out, 0, 2, {}},
@@ -82,6 +112,7 @@ static constexpr char_set chinese_sets[] = {
     {"$+K", place::third,     1, 2, {0x8E, 0xA5}},
     {"$+L", place::third,     1, 2, {0x8E, 0xA6}},
     {"$+M", place::third,     1, 2, {0x8E, 0xA7}},
+    {"$)E", place::shift_out, 2, 2, {}          },
 };
 static constexpr char_set tilde_sets[] = {
     {"", place::shift_out, 0, 2, {}},
@@ -89,22 +120,18 @@ static constexpr char_set tilde_sets[] = {
 
 // What a scheme only reads is in use elsewhere under its name.
 static constexpr uint16_t euc_jp = 5050, euc_kr = 970, euc_cn = 57357, euc_tw = 57375;
+static constexpr uint16_t euc_jis_2004 = 57418, windows_31j = 943, iso_ir_165 = 57509;
 static constexpr scheme schemes[] = {
-    {57499, japanese_short, jis_roman | jis_1983,                   japanese_sets, {euc_jp},                           false, true,  false},
-    {57500,
-     japanese_short,        jis_roman | jis_1983 | jis_1990,
-     japanese_sets,                                                                {euc_jp},
-     false,                                                                                                                   true,
-     false                                                                                                                                },
-    {57501,
-     japanese_long,         japanese_long & ~(jis_1978 | jis_kana),
-     japanese_sets,                                                                {euc_jp, 819, 813, euc_cn, euc_kr},
-     false,                                                                                                                   true,
-     false                                                                                                                                },
-    {57502, 1,              1,                                      korean_sets,   {euc_kr},                           true,  false, false},
-    {57503, 0x07,           0x07,                                   chinese_sets,  {euc_cn, euc_tw},                   false, true,  false},
-    {57504, 0xFF,           0xFF,                                   chinese_sets,  {euc_cn, euc_tw},                   false, true,  false},
-    {57505, 1,              1,                                      tilde_sets,    {euc_cn},                           false, false, true },
+    {50220, 0x0F,           0x03,        windows_sets,  {windows_31j},                      forgets            },
+    {50221, 0x0F,           0x0B,        windows_sets,  {windows_31j},                      forgets            },
+    {57499, japanese_short, writes_jp,   japanese_sets, {euc_jp},                           forgets            },
+    {57500, japanese_short, writes_jp_1, japanese_sets, {euc_jp},                           forgets            },
+    {57501, japanese_long,  writes_jp_2, japanese_sets, {euc_jp, 819, 813, euc_cn, euc_kr}, forgets            },
+    {57502, 1,              1,           korean_sets,   {euc_kr},                           has_header         },
+    {57503, 0x07,           0x07,        chinese_sets,  {euc_cn, euc_tw},                   forgets            },
+    {57504, 0x1FF,          0x1FF,       chinese_sets,  {euc_cn, euc_tw, iso_ir_165},       forgets            },
+    {57505, 1,              1,           tilde_sets,    {euc_cn},                           by_tilde           },
+    {57508, 0x7F,           0x7B,        planes_sets,   {euc_jp, euc_jis_2004},             forgets | has_pairs},
 };
 
 static const scheme *find_scheme(uint16_t number) {
@@ -115,12 +142,55 @@ static const scheme *find_scheme(uint16_t number) {
 bool is_escaped(uint16_t number) { return find_scheme(number) != nullptr; }
 const uint16_t *escape_parts(uint16_t number) { return find_scheme(number)->parts; }
 
+static layout layout_of(const scheme *by, unsigned part) {
+    const uint16_t number = by->parts[part];
+    return number == windows_31j  ? layout::shift_jis
+           : number == iso_ir_165 ? layout::left
+                                  : layout::right;
+}
+
 static const char_set *set_of(const scheme *by, unsigned one_more) {
     return one_more ? &by->sets[one_more - 1] : nullptr;
 }
 
 static const scheme *scheme_of(const iconv_rec *cv) {
     return static_cast<const scheme *>(cv->scheme);
+}
+
+// ---- Shift_JIS ----
+
+// Two rows share a first byte.
+static void shift_jis_of(const ko_mchar_t *jis, ko_mchar_t *out) {
+    const unsigned row = jis[0] - 0x21u, cell = jis[1];
+    out[0] = ko_mchar_t(row / 2 + (row < 62 ? 0x81 : 0xC1));
+    out[1] = ko_mchar_t(row % 2 ? cell + 0x7E : cell + 0x1F + (cell >= 0x60));
+}
+
+// Pairs of Shift_JIS by their number; 94 of them are a row.
+static unsigned pair_number(const ko_mchar_t *pair) {
+    return (pair[0] - (pair[0] < 0xA0 ? 0x81u : 0xC1u)) * 188 + pair[1] - 0x40u - (pair[1] > 0x7F);
+}
+
+// The row and cell of a pair; false if it has none. The rows after the last are also in rows 89 to
+// 92, in another order: ideographs, small numerals, and three signs, of which the first two are
+// not those of other rows.
+static bool jis_of(const ko_mchar_t *pair, ko_mchar_t *out) {
+    constexpr unsigned rows = 94, cells = 94, copies = 88 * cells, numerals = 10, signs = 21;
+    constexpr unsigned ideographs = 28, first_sign = 373, first_numeral = 362;
+    unsigned at = pair_number(pair);
+    if (at >= 114 * cells) {
+        const unsigned added = at - 114 * cells;
+        if (added < numerals)
+            at = copies + first_numeral + added;
+        else if (added >= signs && added < signs + 3)
+            at = copies + first_sign + added - signs;
+        else if (added >= ideographs && added < ideographs + 360)
+            at = copies + added - ideographs;
+    }
+    if (at >= rows * cells) return false;
+    out[0] = ko_mchar_t(0x21 + at / cells);
+    out[1] = ko_mchar_t(0x21 + at % cells);
+    return true;
 }
 
 // ---- The state of a text ----
@@ -142,12 +212,12 @@ static switches switches_of(const scheme *by, int state) {
         if (one_more && by->reads >> (one_more - 1) & 1 && set_of(by, one_more)->where == place(i))
             in_use.now[i] = one_more;
     }
-    if (by->header || by->by_tilde) in_use.now[int(place::shift_out)] = 1;
+    if (by->ways & (has_header | by_tilde)) in_use.now[int(place::shift_out)] = 1;
     return in_use;
 }
 
 static void end_line(const scheme *by, switches *in_use) {
-    if (!by->forgets) return;
+    if (!(by->ways & forgets)) return;
     for (const place where : {place::shift_out, place::second, place::third})
         in_use->now[int(where)] = 0;
 }
@@ -160,7 +230,7 @@ static bool has_place(const scheme *by, place where) {
 
 // Bytes that no character is: they would switch.
 static bool is_switch(const scheme *by, ko_mchar_t byte) {
-    if (by->by_tilde) return byte == '~';
+    if (by->ways & by_tilde) return byte == '~';
     return byte == escape_byte || byte == out_byte || byte == in_byte;
 }
 
@@ -186,20 +256,29 @@ static found match(const cv_span *s, size_t at, const char *want) {
 
 static int ill_formed(bool cut) { return cut ? int{KO_EINVAL} : int{KO_EILSEQ}; }
 
+// A character of a set as its part writes it, and the other way.
+static void to_part(layout form, const char_set *set, const ko_mchar_t *text, ko_mchar_t *out) {
+    if (form == layout::shift_jis && set->bytes == 2) return shift_jis_of(text, out);
+    for (int i = 0; i < set->bytes; ++i)
+        out[i] = ko_mchar_t(form == layout::left ? text[i] : text[i] | 0x80);
+}
+
 // The complete characters of a set at a place of the text, at most so many, as bytes of its part.
 static size_t gather(const reader *r, const char_set *set, const ko_mchar_t *text, size_t most,
                      ko_mchar_t *out) {
+    const bool wide = set->where == place::second && set->bytes == 1;
+    const layout form = layout_of(r->by, set->part);
+    const bool kana = form == layout::shift_jis && set->bytes == 1;
+    const ko_mchar_t least = wide ? 0x20 : 0x21, last = wide ? 0x7F : kana ? 0x5F : 0x7E;
     size_t count = 0;
     for (; count < most; ++count, text += set->bytes) {
         if (r->s->end - text < set->bytes || is_switch(r->by, *text)) break;
-        const ko_mchar_t least = set->where == place::second && set->bytes == 1 ? 0x20 : 0x21;
-        const ko_mchar_t last = least == 0x20 ? 0x7F : 0x7E;
         if (text[0] < least || text[0] > last) break;
         if (set->bytes == 2 && (text[1] < least || text[1] > last)) break;
         for (int i = 0; i < 2 && set->lead[i]; ++i)
             *out++ = set->lead[i];
-        for (int i = 0; i < set->bytes; ++i)
-            *out++ = ko_mchar_t(text[i] | 0x80);
+        to_part(form, set, text, out);
+        out += set->bytes;
     }
     return count;
 }
@@ -260,7 +339,7 @@ static int put_ascii(reader *r, ko_mchar_t byte, size_t taken) {
     r->s->in += taken;
     if (byte != '\n') return KO_OK;
     end_line(r->by, &r->in_use);
-    if (r->by->by_tilde) r->in_use.shifted = false;
+    if (r->by->ways & by_tilde) r->in_use.shifted = false;
     return KO_OK;
 }
 
@@ -305,9 +384,9 @@ static int read_next(reader *r) {
     const switches &in_use = r->in_use;
     if (byte >= 0x80) return KO_EILSEQ;
     if (is_switch(r->by, byte))
-        return r->by->by_tilde       ? read_tilde(r)
-               : byte == escape_byte ? read_escape(r)
-                                     : read_shift(r);
+        return r->by->ways & by_tilde ? read_tilde(r)
+               : byte == escape_byte  ? read_escape(r)
+                                      : read_shift(r);
     const char_set *const set =
         set_of(r->by, in_use.now[int(in_use.shifted ? place::shift_out : place::at_once)]);
     if (byte <= 0x20 || byte == 0x7F || (!set && !in_use.shifted)) return put_ascii(r, byte, 1);
@@ -348,7 +427,7 @@ struct prefix { // what goes before a character
 static void shift(const scheme *by, switches *in_use, bool out, prefix *made) {
     if (in_use->shifted == out) return;
     in_use->shifted = out;
-    if (by->by_tilde)
+    if (by->ways & by_tilde)
         made->add(out ? "~{" : "~}");
     else
         made->add(out ? out_byte : in_byte);
@@ -365,7 +444,7 @@ static void announce(const scheme *by, switches *in_use, unsigned one_more, pref
 
 // Switches to a set, 0 for ASCII.
 static void switch_to(const scheme *by, switches *in_use, unsigned one_more, prefix *made) {
-    if (by->header && !in_use->started) {
+    if (by->ways & has_header && !in_use->started) {
         made->add(escape_byte);
         made->add(by->sets[0].escape);
         in_use->started = true;
@@ -386,7 +465,7 @@ static bool write_char(writer *w, unsigned one_more, const ko_mchar_t *bytes, si
     switch_to(w->by, &in_use, one_more, &made);
     for (size_t i = 0; i < len; ++i)
         made.add(ko_mchar_t(bytes[i] & 0x7F));
-    if (!one_more && w->by->by_tilde && *bytes == '~') made.add('~');
+    if (!one_more && w->by->ways & by_tilde && *bytes == '~') made.add('~');
     if (made.len > w->s->room) return false;
     memcpy(w->s->out, made.bytes, made.len);
     w->s->out += made.len;
@@ -399,23 +478,52 @@ static bool write_char(writer *w, unsigned one_more, const ko_mchar_t *bytes, si
 namespace {
 struct part_char { // a character as one of the parts has it
     unsigned one_more;
-    const ko_mchar_t *bytes; // without what leads to its set
-    size_t len, whole;       // whole: with that; 0: the scheme does not write it
+    ko_mchar_t bytes[2]; // of its set
+    size_t len, whole;   // whole: of the part; 0: the scheme does not write it
 };
 } // namespace
 
+static bool is_single(const ko_mchar_t *at) { return *at >= 0xA1 && *at <= 0xDF; }
+
+// The bytes of a set that a part has for a character; false if it is not of the set.
+static bool from_part(layout form, const char_set &set, const ko_mchar_t *at, ko_mchar_t *out) {
+    if (form == layout::shift_jis) {
+        if ((set.bytes == 1) != is_single(at)) return false;
+        if (set.bytes == 2) return jis_of(at, out);
+    }
+    if (at[0] < (form == layout::left ? 0x21 : 0xA0)) return false;
+    out[0] = at[0] & 0x7F;
+    if (set.bytes == 2) out[1] = at[1] & 0x7F;
+    return true;
+}
+
+// Does the scheme write these bytes in another set than in the one with this number?
+static bool is_elsewhere(const scheme *by, unsigned set, const ko_mchar_t *bytes) {
+    if (by->sets != planes_sets || set != second_name) return false;
+    for (const uint16_t added : added_2004)
+        if (added == (bytes[0] << 8 | bytes[1])) return false;
+    return true;
+}
+
 static part_char classify(const scheme *by, unsigned part, const ko_mchar_t *at,
                           const ko_mchar_t *end) {
-    if (*at < 0x80) return {0, at, 1, is_switch(by, *at) && *at != '~' ? 0u : 1u};
+    part_char found = {0, {*at}, 1, is_switch(by, *at) && *at != '~' ? 0u : 1u};
+    const layout form = layout_of(by, part);
+    if (*at < 0x80 && form != layout::left) return found;
     for (unsigned i = 0; by->writes >> i; ++i) {
         const char_set &set = by->sets[i];
         const size_t leads = size_t{set.lead[0] != 0} + (set.lead[1] != 0);
         if (!(by->writes >> i & 1) || set.part != part || size_t(end - at) < leads + set.bytes ||
-            memcmp(at, set.lead, leads) != 0 || at[leads] < 0xA0)
+            memcmp(at, set.lead, leads) != 0 || !from_part(form, set, at + leads, found.bytes) ||
+            is_elsewhere(by, i, found.bytes))
             continue;
-        return {i + 1, at + leads, set.bytes, leads + set.bytes};
+        found.one_more = i + 1;
+        found.len = set.bytes;
+        found.whole = leads + set.bytes;
+        return found;
     }
-    return {0, at, 0, 0};
+    found.whole = 0;
+    return found;
 }
 
 // Converts characters up to an end; the text moves over those that found room. KO_EILSEQ at one
@@ -423,7 +531,7 @@ static part_char classify(const scheme *by, unsigned part, const ko_mchar_t *at,
 static int write_part(writer *w, unsigned part, const ko_mchar_t *end) {
     ko_mchar_t bytes[1024];
     const iconv_rec *const object = w->cv->legs[part];
-    conv_state st = {.first_frag = 1};
+    conv_state st = {.first_frag = 1, .last_frag = 1}; // the part waits for nothing
     cv_span made = {w->s->in, end, bytes, sizeof bytes, false};
     int error = convert_span(object, &st, &made);
     const ko_mchar_t *at = bytes;
@@ -438,7 +546,7 @@ static int write_part(writer *w, unsigned part, const ko_mchar_t *end) {
     }
     if (at != made.out) { // back to that character
         made = {w->s->in, end, bytes, size_t(at - bytes), false};
-        st = {.first_frag = 1};
+        st = {.first_frag = 1, .last_frag = 1};
         convert_span(object, &st, &made);
     } else if (error == KO_E2BIG) {
         error = KO_OK; // only the block is full
@@ -459,6 +567,23 @@ static int write_other(writer *w) {
     return KO_EILSEQ;
 }
 
+static bool is_yen(const ko_mchar_t *p, const ko_mchar_t *end) {
+    return end - p >= 2 && p[0] == 0xC2 && p[1] == 0xA5;
+}
+static bool is_overline(const ko_mchar_t *p, const ko_mchar_t *end) {
+    return end - p >= 3 && p[0] == 0xE2 && p[1] == 0x80 && p[2] == 0xBE;
+}
+
+// The next character of two code points, looked for no farther than a run goes.
+static filled_sequence next_sequence(const writer *w, const ko_mchar_t *end, bool waits) {
+    if (!(w->by->ways & has_pairs)) return {end, 0};
+    cv_span near = *w->s;
+    if (near.end - end > ptrdiff_t{sequence_longest}) near.end = end + sequence_longest;
+    const filled_sequence found =
+        find_filled_sequence(w->by->parts[1], &near, waits && near.end == w->s->end);
+    return found.at < end ? found : filled_sequence{end, 0};
+}
+
 // Where a run ends: at a character that only the set roman has, or where it is long enough.
 static const ko_mchar_t *run_end(const writer *w) {
     constexpr ptrdiff_t most = 300;
@@ -468,27 +593,32 @@ static const ko_mchar_t *run_end(const writer *w) {
         --end;
     if (w->by->sets[0].part != roman) return end;
     for (const ko_mchar_t *p = s->in; p != end; ++p)
-        if ((end - p >= 2 && p[0] == 0xC2 && p[1] == 0xA5) ||
-            (end - p >= 3 && p[0] == 0xE2 && p[1] == 0x80 && p[2] == 0xBE))
-            return p;
+        if (is_yen(p, end) || is_overline(p, end)) return p;
     return end;
 }
 
 static int write_roman(writer *w) {
-    const bool is_yen = *w->s->in == 0xC2;
-    const ko_mchar_t byte = is_yen ? 0x5C : 0x7E;
+    const bool yen = is_yen(w->s->in, w->s->end);
+    const ko_mchar_t byte = yen ? 0x5C : 0x7E;
     if (!write_char(w, 1, &byte, 1)) return KO_E2BIG;
-    w->s->in += is_yen ? 2 : 3;
+    w->s->in += yen ? 2 : 3;
     return KO_OK;
 }
 
-static int write_text(writer *w) {
-    while (w->s->in != w->s->end) {
-        const ko_mchar_t *const end = run_end(w);
-        int error = end == w->s->in ? write_roman(w) : write_part(w, 0, end);
-        if (error == KO_EILSEQ && w->s->in != w->s->end) error = write_other(w);
-        if (error) return error;
-    }
+static int write_run(writer *w, bool waits) {
+    cv_span *const s = w->s;
+    const ko_mchar_t *const end = run_end(w);
+    if (end == s->in) return write_roman(w);
+    const filled_sequence pair = next_sequence(w, end, waits);
+    if (pair.at == s->in) return pair.bytes ? write_part(w, 1, s->in + pair.bytes) : KO_EINVAL;
+    const int error = write_part(w, 0, pair.at);
+    return error == KO_EILSEQ && s->in != s->end ? write_other(w) : error;
+}
+
+// waits: a character that may be the first half of one waits for what follows the text.
+static int write_text(writer *w, bool waits) {
+    while (w->s->in != w->s->end)
+        if (const int error = write_run(w, waits)) return error;
     return KO_OK;
 }
 
@@ -509,7 +639,7 @@ static int finish(writer *w) {
 static int write_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const scheme *const by = scheme_of(cv);
     writer w = {cv, by, switches_of(by, st->first_frag ? 0 : st->target_state), s};
-    int error = write_text(&w);
+    int error = write_text(&w, !st->last_frag && !s->cut_off);
     if (!error && st->last_frag) error = finish(&w);
     st->target_state = state_of(w.in_use);
     return error;
@@ -524,6 +654,7 @@ iconv_rec *make_escaped(uint16_t number, bool to_utf8, iconv_rec *const parts[cv
     const scheme *const by = find_scheme(number);
     set_own_rules(cv, to_utf8 ? read_rules : write_rules);
     cv->scheme = by;
+    cv->looks_ahead = !to_utf8 && by->ways & has_pairs;
     memcpy(cv->legs, parts, sizeof cv->legs);
     cv->forms[0] = uint8_t(text_form::utf8); // a null byte ends a text in any case
     cv->source_noshift_min_len = cv->target_min_len = 1;

@@ -13,7 +13,6 @@ struct sequence {
     uint16_t codes[2];
     uint16_t bytes; // of JIS X 0213: row and cell in the first plane
 };
-constexpr size_t sequence_longest = 6; // bytes in UTF-8
 
 enum class sequence_form : uint8_t { plain, euc, shift_jis, host };
 
@@ -209,6 +208,11 @@ static found_sequence find_sequence(const filled_set *set, const cv_span *s, boo
         if (cut && waits) return {p, set->count, 0};
     }
     return {s->end, set->count, 0};
+}
+
+filled_sequence find_filled_sequence(uint16_t number, const cv_span *s, bool waits) {
+    const found_sequence found = find_sequence(find_filled(number), s, waits);
+    return {found.at, found.bytes};
 }
 
 static int write_sequence(const iconv_rec *cv, conv_state *st, const found_sequence &found,

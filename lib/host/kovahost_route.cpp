@@ -51,6 +51,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
     result.second = convert_span(cv->legs[1], &legs->leg[1], &two);
     if (result.second) {
         const auto taken = size_t(two.in - between), made = size_t(two.out - s->out);
+        const bool whole = legs->leg[1].last_frag && two.in == one.out; // only its end has no room
         *legs = before;
         legs->leg[0].last_frag = legs->leg[1].last_frag = 0;
         one.in = s->in;
@@ -58,7 +59,7 @@ static block_result convert_block(const iconv_rec *cv, leg_states *legs, cv_span
         result.made = size_t(one.out - between); // less if two code points were one character
         two.in = between;
         if (result.made < taken || !cv->legs[1]->looks_ahead) two.end = between + result.made;
-        two.cut_off = result.made < taken;
+        two.cut_off = whole || result.made < taken;
         convert_again(cv->legs[1], &legs->leg[1], &two, s->out, made);
         two.room = s->room - size_t(two.out - s->out);
     }
@@ -252,16 +253,20 @@ static bool is_ruled(uint16_t number) {
     return is_filled(number) || is_escaped(number) || is_utf7(number);
 }
 
+// The object of a code set with UTF-8, and what it lacks.
+static int open_part(const conversion_call &call, uint16_t from, uint16_t to, iconv_rec **rec) {
+    iconv_rec *object = nullptr;
+    if (const int error = open_object(call, from, to, &object)) return error;
+    const uint16_t number = to == utf8_number ? from : to;
+    *rec = is_filled(number) ? make_filled(number, to == utf8_number, object) : object;
+    return *rec ? KO_OK : KO_ENOMEM;
+}
+
 // The conversion between UTF-8 and a code set that no object holds whole.
 static int open_rules(const conversion_call &call, uint16_t from, uint16_t to, iconv_rec **rec) {
     const bool to_utf8 = to == utf8_number;
     const uint16_t number = to_utf8 ? from : to;
-    if (is_filled(number)) {
-        iconv_rec *object = nullptr;
-        if (const int error = open_object(call, from, to, &object)) return error;
-        *rec = make_filled(number, to_utf8, object);
-        return *rec ? KO_OK : KO_ENOMEM;
-    }
+    if (is_filled(number)) return open_part(call, from, to, rec);
     if (is_utf7(number)) {
         *rec = make_utf7(number, to_utf8);
         return *rec ? KO_OK : KO_ENOMEM;
@@ -270,8 +275,8 @@ static int open_rules(const conversion_call &call, uint16_t from, uint16_t to, i
     int error = KO_OK;
     const uint16_t *const numbers = escape_parts(number);
     for (int i = 0; !error && i < cv_legs_max && numbers[i]; ++i)
-        error = open_object(call, to_utf8 ? numbers[i] : utf8_number,
-                            to_utf8 ? utf8_number : numbers[i], &parts[i]);
+        error = open_part(call, to_utf8 ? numbers[i] : utf8_number,
+                          to_utf8 ? utf8_number : numbers[i], &parts[i]);
     if (!error && (*rec = make_escaped(number, to_utf8, parts))) return KO_OK;
     for (iconv_rec *part : parts)
         ko_cv_unload(part); // NULL is allowed

@@ -12,7 +12,8 @@ struct small_pair {
     std::string bytes, text;
 };
 
-// ASCII and a few characters more; those of two bytes are between shift codes if there are such.
+// A few characters, with ASCII unless the first is of its bytes; those of two bytes are between
+// shift codes if there are such.
 inline std::string small_conversion(const std::vector<small_pair> &pairs, bool to_utf8, bool shifts,
                                     int min = 1) {
     cv_object object;
@@ -26,7 +27,8 @@ inline std::string small_conversion(const std::vector<small_pair> &pairs, bool t
         auto &entries = shifted && to_utf8 ? object.shift : object.noshift;
         entries.push_back({to_utf8 ? bytes : text, flags, to_utf8 ? text : bytes});
     };
-    for (int c = 0; c < 128; ++c)
+    const bool ascii = pairs.empty() || static_cast<uint8_t>(pairs[0].bytes[0]) >= 0x80;
+    for (int c = 0; ascii && c < 128; ++c)
         if (!shifts || (c != 0x0E && c != 0x0F)) add({char(c)}, {char(c)});
     for (const small_pair &pair : pairs)
         add(pair.bytes, pair.text);
@@ -49,7 +51,8 @@ struct rules_root : small_root {
         write("kova/cm3/registry",
               "utf8 57372\niso-2022-jp 57499\niso-2022-jp-1 57500\niso-2022-jp-2 57501\n"
               "iso-2022-kr 57502\niso-2022-cn 57503\niso-2022-cn-ext 57504\nhz 57505\nutf-7 57506\n"
-              "imap 57507\ngb18030 1392\nsjis-2004 57491\neuc-2004 57418\nhkscs 1375\nibm1399 "
+              "imap 57507\niso-2022-jp-3 57508\niso-ir-165 57509\ncp50221 50221\ngb18030 "
+              "1392\nsjis-2004 57491\neuc-2004 57418\nhkscs 1375\nibm1399 "
               "1399\n");
         add(5050, {
                       {"\xA4\xAB",     "か"},
@@ -74,6 +77,18 @@ struct rules_root : small_root {
                        {"\x8E\xA2\xA1\xA1", "乂"},
                        {"\x8E\xA7\xA1\xA2", "乃"}
         });
+        add(57509, {
+                       {"+!", "ɑ"}
+        });
+        std::vector<small_pair> windows = {
+            {"\x82\xA9", "か"},
+            {"\xB1",     "ｱ"},
+            {"\x87\x40", "①"},
+            {"\xFA\x5C", "纊"}
+        };
+        add(943, windows);
+        windows.back().bytes = "\xED\x40"; // where both places are read
+        write("kova/cv9/03afe01c.cvo", small_conversion(windows, true, false));
         add(1392, {
                       {"\xD6\xD0",         "中"   },
                       {"\x81\x30\x81\x30", "\u0080"}

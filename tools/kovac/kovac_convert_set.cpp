@@ -166,7 +166,11 @@ static convert_status refuse(diagnostics &diag, convert_status status, const std
 }
 
 // The code sets of data/registry.inc that the library converts by rule.
-static constexpr int first_ruled = 57499, last_ruled = 57507;
+static bool is_ruled(int number) {
+    constexpr int first = 57499, last = 57508, windows_first = 50220, windows_last = 50221;
+    return (number >= first && number <= last) ||
+           (number >= windows_first && number <= windows_last);
+}
 
 // A converter by number or name, as the C library and ICU spell them.
 static convert_status load_from_converters(const std::string &name, diagnostics &diag,
@@ -184,10 +188,10 @@ static convert_status load_from_converters(const std::string &name, diagnostics 
             set.origin = (is_libc ? "C library " : "ICU ") + one;
             if (read) return convert_status::done;
             if (why.empty() || (!is_libc && !has_icu())) continue;
-            const bool ruled = set.number >= first_ruled && set.number <= last_ruled;
-            return refuse(diag, convert_status::source,
-                          name + " cannot be compiled: " + why +
-                              (ruled ? "; kova convert needs no object for it" : ""));
+            return refuse(
+                diag, convert_status::source,
+                name + " cannot be compiled: " + why +
+                    (is_ruled(set.number) ? "; kova convert needs no object for it" : ""));
         }
     }
     return refuse(diag, convert_status::file,
