@@ -134,6 +134,7 @@ if(CMAKE_OBJCOPY AND CMAKE_EXECUTABLE_FORMAT STREQUAL ELF
       DEPENDS ${kova_objects} COMMAND_EXPAND_LISTS VERBATIM)
 endif()
 add_library(kova_static STATIC ${kova_static_parts})
+add_dependencies(kova_static kova_locale kova_lib)  # make does not see them through the object
 add_library(kova::static ALIAS kova_static)
 set_target_properties(kova_static PROPERTIES LINKER_LANGUAGE C OUTPUT_NAME kova EXPORT_NAME static)
 target_compile_definitions(kova_static INTERFACE KOVA_STATIC)
