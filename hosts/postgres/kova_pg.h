@@ -10,8 +10,7 @@
 #include <postgres.h>
 
 #include <fmgr.h>
-
-#include "kova_host.h"
+#include <kova_host.h>
 
 /* ---- kova_pg.c ---- */
 
@@ -40,5 +39,10 @@ bytea *kova_make_key(ko_lc_t loc, const char *text, size_t length);
 
 /* -1, 0 or 1. */
 int kova_order(ko_lc_t loc, const char *a, size_t alen, const char *b, size_t blen);
+
+/* ---- kova_pg_type.c ---- */
+
+/* The locale of a type modifier of kova_text. */
+char *kova_typmod_name(int32 typmod);
 
 #endif

@@ -73,6 +73,35 @@ SELECT want(statement, wanted) FROM (VALUES
     ('SELECT kova_date(''2024-12-31'', '''', ''de_DE'')', ''),
     ('SELECT kova_date(''2024-12-31'', ''%!'', ''de_DE'')', '22023'),
     ('SELECT kova_date(''infinity'', ''%c'', ''de_DE'')', '22008'),
+    -- kova_text
+    ('SELECT ''Zebra''::kova_text(''de_DE'') > ''öl''', 'true'),
+    ('SELECT ''Zebra'' < ''öl''::kova_text(sv_se)', 'true'),
+    ('SELECT kova_locale(''a''::kova_text(''SV_se''))', 'sv_SE'),
+    ('SELECT kova_locale(''a''::kova_text)', NULL),
+    ('SELECT ''a''::kova_text = ''a''::kova_text', '42P22'),
+    ('SELECT kova_key(''a''::kova_text)', '42P22'),
+    ('SELECT ''a''::kova_text(''de_DE'') = ''a''::kova_text(''sv_SE'')', '42P21'),
+    ('SELECT ''a''::kova_text(''de_DE'')::kova_text(''sv_SE'') = ''a''::text::kova_text(''sv_SE'')',
+     'true'),
+    ('SELECT ''a''::kova_text(''de_DE'') < ''b''::text', '42883'),
+    ('SELECT ''a''::kova_text(''xx_XX'')', '42704'),
+    ('SELECT ''a''::kova_text(''german'')', '22023'),
+    ('SELECT ''a''::kova_text(''de_DE@toolong'')', '22023'),
+    ('SELECT ''a''::kova_text(''de_DE.ISO-8859-1'')', '22023'),
+    ('SELECT ''a''::kova_text(''de_DE'', ''sv_SE'')', '22023'),
+    ('SELECT string_agg(format_type(''kova_text''::regtype, kova_text_typmod_in(ARRAY[m]::cstring[])),
+                        '' '')
+        FROM unnest(''{ar_SA@islm,he_il@HEBR,en_US}''::text[]) m',
+     'kova_text(''ar_SA@islm'') kova_text(''he_IL@hebr'') kova_text(''en_US'')'),
+    ('SELECT kova_text_typmod_out(2147483647)', 'XX001'),
+    ('SELECT kova_key(''öl''::kova_text(''de_DE'')) = kova_key(''öl'', ''de_DE'')', 'true'),
+    ('SELECT min(w::kova_text(''de_DE''))::text || max(w::kova_text(''sv_SE''))::text
+        FROM unnest(''{Zebra,öl,Apfel}''::text[]) w', 'Apfelöl'),
+    ('SELECT count(*) FROM unnest(''{a,b,c,d,e,f,g,h,i,j,k,l}''::text[]) w
+        WHERE w::kova_text(''de_DE'') IN (''b'', ''c'', ''d'', ''e'', ''f'', ''g'', ''h'', ''i'', ''j'', ''x'')',
+     '9'),
+    ('SELECT count(*) FROM (SELECT DISTINCT w::kova_text(''de_DE'')
+        FROM unnest(''{a,b,a,ä,a}''::text[]) w) AS d', '3'),
     -- Locales
     ('SELECT kova_key(''a'', ''xx_XX'')', '42704'),
     ('SELECT kova_key(''a'', '''')', '42704'),
