@@ -1,5 +1,5 @@
-# Makes manual pages from what the commands say of their options, the public headers and docs/*.md, and
-# completions for shells from the options, and installs them. The makers in docs/make need Perl, of which Debian's perl-base has all they use.
+# Makes manual pages and a manual in HTML from what the commands say of their options, the public headers
+# and docs/*.md, and completions for shells from the options, and installs them. The makers in docs/make need Perl, of which Debian's perl-base has all they use.
 option(KOVA_DOCS "Make manual pages and completions (needs Perl)" ${PROJECT_IS_TOP_LEVEL})
 if(NOT KOVA_DOCS OR NOT TARGET kova_command)
   return()
@@ -16,7 +16,7 @@ endif()
 
 set(docs_source ${CMAKE_CURRENT_SOURCE_DIR}/docs)
 set(docs_made ${PROJECT_BINARY_DIR}/docs)
-file(GLOB docs_sources CONFIGURE_DEPENDS ${docs_source}/*.md ${docs_source}/make/*
+file(GLOB docs_sources CONFIGURE_DEPENDS ${docs_source}/*.md ${docs_source}/tasks/*.md ${docs_source}/make/*
      ${CMAKE_CURRENT_SOURCE_DIR}/include/*.h)
 add_custom_command(OUTPUT ${docs_made}/man/pages.list
     COMMAND ${KOVA_PERL} ${docs_source}/make/make_man $<TARGET_FILE:kova_command>
@@ -44,3 +44,16 @@ foreach(place "bash;${CMAKE_INSTALL_DATADIR}/bash-completion/completions" "zsh;$
   list(GET place 1 folder)
   install(DIRECTORY ${completions}/${shell}/ DESTINATION ${folder})
 endforeach()
+
+# The manual in HTML. Its pictures are drawn by kova from compiled locales, so that it is made when asked
+# for: --target data, then --target manual.
+set(docs_root ${PROJECT_BINARY_DIR}/data)
+if(KOVA_TEST_ROOT)
+  set(docs_root ${KOVA_TEST_ROOT})
+endif()
+set(manual_command ${KOVA_PERL} ${docs_source}/make/make_manual $<TARGET_FILE:kova_command>
+    $<TARGET_FILE:kovac_command> ${PROJECT_VERSION} ${CMAKE_CURRENT_SOURCE_DIR} ${docs_root}
+    ${docs_made}/manual)
+add_custom_target(manual COMMAND ${manual_command} COMMENT "Making the manual in HTML" VERBATIM)
+add_dependencies(manual kova_command kovac_command)
+install(DIRECTORY ${docs_made}/manual/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html OPTIONAL)
