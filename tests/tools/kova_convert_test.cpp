@@ -262,20 +262,22 @@ TEST_F(KovaConvert, WritesWhatTheTargetLacksAsAnEscapeOrByItsSpelling) {
 TEST_F(KovaConvert, ReadsItsEscapesBackExactly) {
     const std::string text =
         "&#x41;&#65;&amp; \\u0041\\uD83D\\uDE00\\u{41} \\x41\\\\&& カナ漢字、表ソ\\";
+    const char *const between[] = {"8859-1", "37", "TIS-620"};
+    size_t row = 0; // in turn each form goes through each set
     for (const char *set : {"utf8", "sjis", "utf16le", "utf16", "utf32be", "unicode"}) {
+        ++row;
         spit(dir / "text",
              shell("kova convert -f utf8 -t "s + set, text + std::string(530000, 'y') + text).out);
-        for (const char *form : {"xml", "uni", "hex"})
-            for (const char *through : {"8859-1", "37", "TIS-620"}) {
-                SCOPED_TRACE(set + " "s + form + " "s + through);
-                const std::string sets = set + " -t "s + through;
-                const outcome there =
-                    kova("convert -f "s + set + " -t " + through + " --escape " + form + " text");
-                const outcome back = kova(
-                    "convert -t "s + set + " -f " + through + " --unescape " + form, there.out);
-                EXPECT_EQ(there.status + back.status, 0) << there.err << back.err;
-                EXPECT_TRUE(back.out == slurp(dir / "text")) << back.out.substr(0, 200);
-            }
+        for (const char *form : {"xml", "uni", "hex"}) {
+            const char *const through = between[row++ % 3];
+            SCOPED_TRACE(set + " "s + form + " "s + through);
+            const outcome there =
+                kova("convert -f "s + set + " -t " + through + " --escape " + form + " text");
+            const outcome back =
+                kova("convert -t "s + set + " -f " + through + " --unescape " + form, there.out);
+            EXPECT_EQ(there.status + back.status, 0) << there.err << back.err;
+            EXPECT_TRUE(back.out == slurp(dir / "text")) << back.out.substr(0, 200);
+        }
     }
 }
 

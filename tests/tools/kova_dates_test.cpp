@@ -117,6 +117,11 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
     common_options common{env("KOVA_TEST_ROOT"), text_form::utf8};
     const data_place place = find_data(common);
     const bool all = !env("KOVA_DATES_ALL").empty(); // also print refusals
+#ifdef __SANITIZE_ADDRESS__
+    const size_t step = 4; // through the times
+#else
+    const size_t step = 1;
+#endif
     int count[verdicts] = {};
     for (const object_file &object : list_objects(place)) {
         open_one one;
@@ -125,7 +130,8 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
         if (!one.code.mapped) add_mapping(one.handle, data, one.code);
         one.names = names_of(one.code, one.handle.object);
         for (const auto &row : formats) {
-            for (const char *time : times) {
+            for (size_t i = 0; i < std::size(times); i += step) {
+                const char *const time = times[i];
                 trip told;
                 const verdict v = round_trip(one, row.format, row.date, time_from(time), told);
                 ++count[v];

@@ -112,19 +112,26 @@ TEST_F(KovaText, WritesNothingForBadText) {
 
 // Lines, words and marks that are longer than any block.
 TEST_F(KovaText, TakesLinesOfAnyLengthInBoundedMemory) {
-    std::string room = "ulimit -v 23000; "; // the text has more
 #ifdef __SANITIZE_ADDRESS__
-    room.clear();
+    const int lines = 24000;
+    const std::string room;
+#else
+    const int lines = 240000;
+    const std::string room = "ulimit -v 23000; "; // the text has more
 #endif
-    const std::string x = "head -c 24000000 /dev/zero | tr '\\0' ",
+    const auto wrote = [](int newlines, int bytes) {
+        return std::to_string(newlines) + " " + std::to_string(newlines + bytes) + "\n";
+    };
+    const int all = lines * 100;
+    const std::string x = "head -c " + std::to_string(all) + " /dev/zero | tr '\\0' ",
                       fold = " | kova text fold de_DE ", wrap = " | kova text wrap de_DE ",
                       count = " | wc -lc | tr -s ' ' | sed 's/^ //'";
     command = room;
-    writes(x + "x" + fold + "-w 100" + count, "239999 24239999\n");
-    writes(x + "' '" + fold + "-s -w 100" + count, "239999 24239999\n");
-    writes(x + "'\\r'" + fold + "-s" + count, "0 24000000\n");
-    writes(x + "x" + wrap + "-w 100" + count, "240000 24240000\n");
-    writes("(" + x + "' '; echo x) | kova text unexpand de_DE" + count, "1 3000002\n");
+    writes(x + "x" + fold + "-w 100" + count, wrote(lines - 1, all));
+    writes(x + "' '" + fold + "-s -w 100" + count, wrote(lines - 1, all));
+    writes(x + "'\\r'" + fold + "-s" + count, wrote(0, all));
+    writes(x + "x" + wrap + "-w 100" + count, wrote(lines, all));
+    writes("(" + x + "' '; echo x) | kova text unexpand de_DE" + count, wrote(1, all / 8 + 1));
     std::string marks = "a";
     for (int i = 0; i < 300000; ++i)
         marks += "\u0301";
