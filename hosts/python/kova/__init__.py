@@ -4,8 +4,11 @@
 >>> sorted(['Zebra', 'Äpfel', 'Apfel'], key=kova.Locale('de_DE').key)
 ['Apfel', 'Äpfel', 'Zebra']
 """
+from ._codec import SubstitutionWarning, codec, convert
 from ._kova import Error, NotFoundError, library_version
 from ._locale import Locale, locales
+from ._values import Day, Month
 
-__all__ = ["Error", "Locale", "NotFoundError", "library_version", "locales"]
+__all__ = ["Day", "Error", "Locale", "Month", "NotFoundError", "SubstitutionWarning", "codec",
+           "convert", "library_version", "locales"]
 __version__ = "2.86.0"

@@ -3,7 +3,7 @@ import os
 import re
 import warnings
 
-from . import _kova
+from . import _info, _kova, _values
 
 # Flags and an error number of the library.
 VERIFY = 1
@@ -63,7 +63,7 @@ class Locale(_kova.Locale):
     'de_DE.unicode'
     """
 
-    __slots__ = ("root",)
+    __slots__ = ("root", "_info")
 
     def __new__(cls, name, *, root=None, release=None, verify=False):
         if root is not None:
@@ -81,6 +81,7 @@ class Locale(_kova.Locale):
                 raise
             self = super().__new__(cls, other, root, flags)
         self.root = root
+        self._info = None
         stated = self.version.partition(" ")[2]
         if release is not None and stated != release and (stated or root == base):
             raise _missing(f"{self.spec}: the data in {root} are of "
@@ -89,6 +90,80 @@ class Locale(_kova.Locale):
 
     def __repr__(self):
         return f"<kova.Locale {self.spec} {self.version}>"
+
+    @property
+    def info(self):
+        """What the locale says, by the names of POSIX; None where it says nothing.
+
+        >>> german = Locale("de_DE")
+        >>> german.info["decimal_point"], german.info["grouping"], german.info["day"][0]
+        (',', (3, 3), 'Sonntag')
+        """
+        if self._info is None:
+            self._info = _info.info_of(self)
+        return self._info
+
+    def number(self, value, format=None):
+        """A number as the locale writes it: with all its digits, or by a format with one
+        directive. Whole numbers and decimals are written exactly, floats in 15 digits at most.
+
+        >>> german = Locale("de_DE")
+        >>> german.number(12345678901234567890), german.number(1234.5)
+        ('12.345.678.901.234.567.890', '1.234,5')
+        >>> german.number(0.125, "%'.2f"), german.number(255, "%x")
+        ('0,12', 'ff')
+        """
+        return _values.write_number(self, value, format)
+
+    def money(self, value, format="%n"):
+        """An amount with the locale's currency, or its international name (%i).
+
+        >>> german = Locale("de_DE")
+        >>> german.money(-1234.5), german.money(3, "%i"), german.money(12, "%!#4n")
+        ('-1.234,50 €', '3,00 EUR ', '    12,00 ')
+        """
+        return _values.write_money(self, value, format)
+
+    def date(self, when=None, format="%x"):
+        """A date or datetime, by default now, by a format of the library.
+
+        >>> from datetime import date
+        >>> Locale("de_DE").date(date(2026, 11, 22), "%A, %.1d. %B %Y")
+        'Sonntag, 22. November 2026'
+        >>> Locale("ja_JP").date(date(1989, 1, 8), "%EY%m月%d日")
+        '平成元年01月08日'
+        """
+        return _values.write_date(self, when, format)
+
+    def parse_date(self, text, format="%x", *, century="closest", default=None):
+        """The datetime that a text says. The whole text must be read; a part of the date that it
+        does not say is taken from default, or else an error, and so is a contradiction. century
+        says what a year of two digits means: the closest to today, a future or past one, or one
+        of the current century.
+
+        >>> Locale("de_DE").parse_date("Sonntag, 22. November 2026", "%A, %d. %B %Y")
+        datetime.datetime(2026, 11, 22, 0, 0)
+        >>> Locale("de_DE").parse_date("Montag, 22. November 2026", "%A, %d. %B %Y")
+        Traceback (most recent call last):
+        kova.Error: 'Montag, 22. November 2026' contradicts the date, 2026-11-22 00:00:00
+        """
+        return _values.read_date(self, text, format, century, default)
+
+    def calendar(self, month=None):
+        """A month of the locale's calendar: the one that a date is in, by default today, or one
+        named "YEAR-MONTH" or (year, month) in that calendar.
+
+        >>> print(Locale("de_DE").calendar("2026-11"))
+           November 2026
+        Mo Di Mi Do Fr Sa So
+                           1
+         2  3  4  5  6  7  8
+         9 10 11 12 13 14 15
+        16 17 18 19 20 21 22
+        23 24 25 26 27 28 29
+        30
+        """
+        return _values.month_of(self, month)
 
     def __reduce_ex__(self, protocol):
         raise TypeError("a locale is opened by its name, not pickled: pass its spec and root")

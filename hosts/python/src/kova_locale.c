@@ -156,31 +156,44 @@ static PyObject *locale_spec_text(PyObject *object, void *unused) {
     return text ? PyUnicode_FromString(text) : NULL;
 }
 
-#define FAST(function) (PyCFunction)(void (*)(void))(function), METH_FASTCALL
+#define FAST(function) (PyCFunction)(void (*)(void))(function)
 
 static PyMethodDef methods[] = {
-    {"key",         locale_key,           METH_O,
+    {"key",            locale_key,                 METH_O,
      "key(text)\n--\n\n"
      "The sort key of a text, as bytes: comparing two keys is comparing their texts.\n\n"
      ">>> german = Locale('de_DE')\n"
      ">>> sorted(['Zebra', '\u00c4pfel', 'Apfel'], key=german.key)\n"
-     "['Apfel', '\u00c4pfel', 'Zebra']\n"         },
-    {"compare",     FAST(locale_compare),
+     "['Apfel', '\u00c4pfel', 'Zebra']\n"                                                             },
+    {"compare",        FAST(locale_compare),       METH_FASTCALL,
      "compare(a, b)\n--\n\n"
      "-1, 0 or 1 if a comes before b, is held equal, or comes after it.\n\n"
      ">>> Locale('sv_SE').compare('\u00e4', 'z'), Locale('de_DE').compare('\u00e4', 'z')\n"
-     "(1, -1)\n"                                },
-    {"upper", locale_upper,               METH_O,
+     "(1, -1)\n"                                                                                      },
+    {"upper",          locale_upper,               METH_O,
      "upper(text)\n--\n\n"
      "The text in upper case, character by character.\n\n"
      ">>> Locale('tr_TR').upper('istanbul')\n"
-     "'\u0130STANBUL'\n"},
-    {"lower", locale_lower,               METH_O,
+     "'\u0130STANBUL'\n"                                                                              },
+    {"lower",          locale_lower,               METH_O,
      "lower(text)\n--\n\n"
      "The text in lower case, character by character.\n\n"
      ">>> Locale('tr_TR').lower('ISPARTA')\n"
-     "'\u0131sparta'\n"                        },
-    {NULL,         NULL,                    0,   NULL },
+     "'\u0131sparta'\n"                                                                               },
+    {"_format_number", FAST(locale_format_number), METH_FASTCALL,
+     "A number by a format with one directive."                                                       },
+    {"_format_money",  FAST(locale_format_money),  METH_FASTCALL,
+     "An amount by a format with one directive."                                                      },
+    {"_format_date",   FAST(locale_format_date),   METH_FASTCALL, "A time by a format."               },
+    {"_read_date",     FAST(locale_read_date),     METH_FASTCALL,
+     "A time by a format, its fields, and the text's rest."                                           },
+    {"_to_local",      FAST(locale_to_local),      METH_FASTCALL,
+     "A date in the locale's calendar, or None."                                                      },
+    {"_to_gregorian",  FAST(locale_to_gregorian),  METH_FASTCALL,
+     "A date of the locale's calendar, or None."                                                      },
+    {"_langinfo",      locale_langinfo,            METH_O,        "The text of an item, or None."     },
+    {"_conventions",   locale_conventions,         METH_NOARGS,   "How numbers and money are written."},
+    {NULL,             NULL,                       0,             NULL                                },
 };
 
 static PyGetSetDef attributes[] = {

@@ -209,7 +209,8 @@ static int fill_module(PyObject *module) {
     state->error = PyErr_NewExceptionWithDoc(
         "kova.Error", "What the library refuses; number is its error number.", PyExc_ValueError,
         NULL);
-    PyObject *bases = state->error ? PyTuple_Pack(2, state->error, PyExc_LookupError) : NULL;
+    if (!state->error || PyObject_SetAttrString(state->error, "number", Py_None) < 0) return -1;
+    PyObject *bases = PyTuple_Pack(2, state->error, PyExc_LookupError);
     if (!bases) return -1;
     state->not_found = PyErr_NewExceptionWithDoc(
         "kova.NotFoundError", "There is no such locale, code set or conversion.", bases, NULL);

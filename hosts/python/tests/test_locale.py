@@ -11,7 +11,7 @@ import threading
 import unittest
 
 import kova
-from kova import _kova, _locale
+from kova import _codec, _kova, _locale
 
 ROOT = os.environ["VANTORDIR"]
 COMMON = pathlib.Path(__file__).parents[2] / "common"
@@ -25,7 +25,7 @@ TEXTS = ["", "a", "Äpfel", "äPFEL", "漢字", "😀", "\U0010ffff", "a\0b", "a
 
 
 def load_tests(loader, tests, pattern):
-    for module in (kova, _locale):
+    for module in (kova, _codec, _locale):
         tests.addTests(doctest.DocTestSuite(module))
     globs = {"Locale": kova.Locale}
     finder = doctest.DocTestFinder()
