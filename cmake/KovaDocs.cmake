@@ -24,9 +24,9 @@ add_custom_command(OUTPUT ${docs_made}/man/pages.list
     DEPENDS kova_command kovac_command ${docs_sources}
     COMMENT "Making the manual pages" VERBATIM)
 add_custom_target(man ALL DEPENDS ${docs_made}/man/pages.list)
-foreach(section man1 man3 man5)
-  install(DIRECTORY ${docs_made}/man/${section} DESTINATION ${CMAKE_INSTALL_MANDIR})
-endforeach()
+install(DIRECTORY ${docs_made}/man/man1 ${docs_made}/man/man5 DESTINATION ${CMAKE_INSTALL_MANDIR}
+        COMPONENT commands)
+install(DIRECTORY ${docs_made}/man/man3 DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT development)
 
 set(completions ${docs_made}/completions)
 add_custom_command(OUTPUT ${completions}/bash/kova ${completions}/bash/kovac
@@ -42,18 +42,21 @@ foreach(place "bash;${CMAKE_INSTALL_DATADIR}/bash-completion/completions" "zsh;$
         "fish;${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d")
   list(GET place 0 shell)
   list(GET place 1 folder)
-  install(DIRECTORY ${completions}/${shell}/ DESTINATION ${folder})
+  install(DIRECTORY ${completions}/${shell}/ DESTINATION ${folder} COMPONENT commands)
 endforeach()
 
 # The manual in HTML. Its pictures are drawn by kova from compiled locales, so that it is made when asked
 # for: --target data, then --target manual.
 set(docs_root ${PROJECT_BINARY_DIR}/data)
-if(KOVA_TEST_ROOT)
-  set(docs_root ${KOVA_TEST_ROOT})
-endif()
+foreach(root KOVA_TEST_ROOT KOVA_COMPILED_DATA)
+  if(${root})
+    set(docs_root ${${root}})
+  endif()
+endforeach()
 set(manual_command ${KOVA_PERL} ${docs_source}/make/make_manual $<TARGET_FILE:kova_command>
     $<TARGET_FILE:kovac_command> ${PROJECT_VERSION} ${CMAKE_CURRENT_SOURCE_DIR} ${docs_root}
     ${docs_made}/manual)
 add_custom_target(manual COMMAND ${manual_command} COMMENT "Making the manual in HTML" VERBATIM)
 add_dependencies(manual kova_command kovac_command)
-install(DIRECTORY ${docs_made}/manual/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html OPTIONAL)
+install(DIRECTORY ${docs_made}/manual/ DESTINATION ${CMAKE_INSTALL_DOCDIR}/html
+        COMPONENT documentation OPTIONAL)

@@ -12,14 +12,14 @@ our $version = '';
 
 sub read_file {
     my $path = shift;
-    open my $in, '<:encoding(UTF-8)', $path or die "$0: cannot read $path: $!\n";
+    open my $in, '<:utf8', $path or die "$0: cannot read $path: $!\n";
     local $/;
     return scalar <$in>;
 }
 
 sub write_file {
     my ($path, $text) = @_;
-    open my $out, '>:encoding(UTF-8)', $path or die "$0: cannot write $path: $!\n";
+    open my $out, '>:utf8', $path or die "$0: cannot write $path: $!\n";
     print $out $text;
     close $out or die "$0: cannot write $path: $!\n";
 }
@@ -27,7 +27,7 @@ sub write_file {
 # What PROGRAM --describe prints: commands in order, each with words, about, options, arguments, footer.
 sub commands {
     my $program = shift;
-    open my $in, '-|:encoding(UTF-8)', $program, '--describe' or die "$0: cannot run $program: $!\n";
+    open my $in, '-|:utf8', $program, '--describe' or die "$0: cannot run $program: $!\n";
     my @commands;
     while (my $line = <$in>) {
         chomp $line;
