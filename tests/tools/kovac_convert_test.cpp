@@ -323,7 +323,7 @@ TEST(KovacConvert, WritesTheSameBytesUnderNumbersAndNames) {
     ASSERT_EQ(second.run(), convert_status::done) << second.log;
     const std::string object = first.object("0333e01c");
     EXPECT_TRUE(object.starts_with("FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=9\n"
-                                   "HEADER_LENGTH=7\nFROM=charmap ISO-8859-1\nTO=utf8\n"));
+                                   "HEADER_LENGTH=8\nFROM=charmap ISO-8859-1\nTO=utf8\n"));
     EXPECT_EQ(first.object("iso-8859-1_utf8"), object);
     EXPECT_EQ(first.object("8859-1_utf8"), object); // as it was told
     EXPECT_EQ(second.object("0333e01c"), object);

@@ -1,5 +1,6 @@
 // The locale compiler: charmaps, the lexer, every category but collation, diagnostics, the registry
 // and the objects as the library reads them.
+#include "kovac/kovac_license.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_registry.h"
 #include "kovac/kovac_write.h"
@@ -604,6 +605,30 @@ TEST_F(KovacCommand, PacksWhatIsNotUpToDate) {
 }
 
 // ---- registry ----------------------------------------------------------------------------------
+
+TEST(KovacLicense, SaysWhatTheSourcesSay) {
+    kovac::source_set set;
+    const auto add = [&set](std::string name, std::string text) {
+        set.files[name] = std::make_unique<kovac::source_file>(
+            kovac::source_file{.path = name, .name = name, .text = std::move(text), .pool = {}});
+    };
+    add("a", "% GNU Lesser General Public\n%   License as published\n");
+    add("b", "LC_TIME\n");
+    add("c", "# License: Public Domain\n% does not claim any copyright interest\r\n% in the locale "
+             "data");
+    EXPECT_EQ(kovac::license_lines(set),
+              (std::vector<std::string>{"LICENSE=no copyright claimed in the data: c",
+                                        "LICENSE=LGPL-2.1-or-later: a", "LICENSE=public domain: c",
+                                        "LICENSE=nothing said: b"}));
+    for (int i = 0; i < 40; ++i)
+        add("long_name_" + std::to_string(i), "");
+    const auto lines = kovac::license_lines(set);
+    EXPECT_GT(lines.size(), 6u);
+    for (const std::string &line : lines)
+        EXPECT_LE(line.size(), 126u);
+    EXPECT_TRUE(kovac::codeset_license("utf8").empty());
+    EXPECT_FALSE(kovac::codeset_license("charmap IBM037").empty());
+}
 
 TEST(KovacRegistry, KeepsWhatAFileHoldsAndRefusesMalformedLines) {
     registry reg, again;

@@ -48,8 +48,14 @@ static bool read_spellings(std::string_view text, std::vector<std::string> &spel
 }
 
 static bool read_table(std::string_view text, translit_table &table) {
-    for (int header = 6; header > 0; --header)
-        next_part(text, '\n');
+    static constexpr std::string_view key = "HEADER_LENGTH=";
+    int lines = 3; // of the header, as its third says
+    for (int line = 1; line <= lines && !text.empty(); ++line) {
+        const std::string_view read = next_part(text, '\n');
+        if (line < 3) continue;
+        if (line == 3 && !read.starts_with(key)) return false;
+        if (line == 3) std::from_chars(read.data() + key.size(), read.data() + read.size(), lines);
+    }
     while (!text.empty()) {
         std::string_view line = next_part(text, '\n');
         const uint32_t code = code_of(next_part(line, ' '));
@@ -70,7 +76,6 @@ translit_table read_translit(const data_place &place) {
         const std::string_view text(static_cast<const char *>(bytes), in.fill);
         translit_table table;
         const bool sound = text.starts_with("FILE_TYPE=transliteration_object\n") &&
-                           text.find("\nHEADER_LENGTH=6\n") < 60 &&
                            ko_verify_object(bytes, in.fill, nullptr) == KO_OK;
         if (sound && read_table(text, table)) return table;
         throw failure(bad_locale,

@@ -16,6 +16,7 @@
 #include "common/tool_text.h"
 #include "kova_host.h"
 #include "kovac/kovac_convert.h"
+#include "kovac/kovac_license.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_oracle.h"
 #include "kovac/kovac_pack.h"
@@ -57,7 +58,6 @@ static constexpr struct {
 };
 static constexpr size_t codeset_limit = 19; // bytes of the code-set line that the library reads
 static constexpr size_t modifier_limit = 4; // characters of a modifier in a file name
-static constexpr size_t header_limit = 126; // bytes of a header line that count as one line
 
 static int complain(int status, const std::string &text) {
     kovatool::tell("kovac: error", text);
@@ -211,6 +211,8 @@ static void describe(const locale_options &opt, const source_set &set, const cha
         format("INPUTS=%016llx", static_cast<unsigned long long>(hash_inputs(set, map))),
         unsealed_content,
         format("FIRST_WEEKDAY=%d", object.time.first_weekday)};
+    for (const std::string &line : license_lines(set))
+        object.description.push_back(line);
     describe_names("ALT_MON", object.time.alt_mon, object.description);
     describe_names("AB_ALT_MON", object.time.ab_alt_mon, object.description);
     if (object.time.calendar == "islamic")

@@ -8,6 +8,7 @@
 
 #include "common/tool_text.h"
 #include "kova.h"
+#include "kovac/kovac_license.h"
 #include "kovac/kovac_write.h"
 
 namespace kovac {
@@ -252,13 +253,16 @@ static int print_entry(void *stream, const void *item) {
 }
 
 static void put_header(FILE *out, const conv_object &object) {
-    constexpr int line_limit = 126; // bytes of a header line that count as one line
-    const std::string lines[] = {"FROM=" + object.from->origin, "TO=" + object.to->origin,
-                                 "COMPILER=kovac 2.86", unsealed_content};
+    std::vector<std::string> lines = {"FROM=" + object.from->origin, "TO=" + object.to->origin,
+                                      "COMPILER=kovac 2.86", unsealed_content};
+    for (const conv_set *set : {object.from, object.to}) {
+        const std::string license = codeset_license(set->origin);
+        if (!license.empty() && lines.back() != license) lines.push_back(license);
+    }
     fprintf(out, "FILE_TYPE=codeset_conversion_object\nCOMPILER_VERSION=9\nHEADER_LENGTH=%zu\n",
-            std::size(lines) + 3);
+            lines.size() + 3);
     for (const std::string &line : lines)
-        fprintf(out, "%.*s\n", line_limit, kovatool::printable(line).c_str());
+        fprintf(out, "%.*s\n", int(header_limit), kovatool::printable(line).c_str());
 }
 
 static void put_shift(FILE *out, bool stateful, unsigned code) {

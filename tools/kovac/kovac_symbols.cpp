@@ -8,6 +8,7 @@
 
 #include "common/tool_text.h"
 #include "kova.h"
+#include "kovac/kovac_license.h"
 #include "kovac/kovac_write.h"
 
 namespace kovac {
@@ -36,7 +37,7 @@ struct symbol_line {
 };
 
 struct symbol_set {
-    std::string name, origin;
+    std::string name, origin, license;
     int number = no_number;
     std::vector<symbol_line> lines;
 };
@@ -56,6 +57,7 @@ static bool from_charmap(const std::vector<std::string> &dirs, const std::string
     if (!load_charmap(dirs, name, diag, map, &lines)) return false;
     set.name = map.name;
     set.origin = name.substr(name.rfind('/') + 1);
+    set.license = codeset_license("charmap " + set.origin);
     for (const charmap_line &line : lines)
         set.lines.push_back({
             {false, line.len, line.bytes},
@@ -89,6 +91,7 @@ static convert_status from_set(const std::vector<std::string> &dirs, const std::
     }
     set.name = chars.names.empty() ? name : chars.names[0];
     set.origin = chars.origin;
+    set.license = codeset_license(chars.origin);
     set.number = chars.number;
     for (const auto &[bytes, code] : chars.codes)
         set.lines.push_back({bytes, code_name(code), true});
@@ -219,11 +222,15 @@ static std::string record_text(const symbol_set &set) {
 
 static std::string object_text(const symbol_set &set) {
     const std::string records = record_text(set);
-    const std::vector<std::string> header = {
-        "FILE_TYPE=charmap_object", "COMPILER_VERSION=3",
-        "HEADER_LENGTH=8",          "CODESET=" + set.name.substr(0, codeset_name_limit),
-        "SOURCE_VERSION=1",         "SOURCE=" + set.origin.substr(0, 100),
-        "COMPILER=kovac 2.86",      unsealed_content};
+    std::vector<std::string> header = {"FILE_TYPE=charmap_object",
+                                       "COMPILER_VERSION=3",
+                                       set.license.empty() ? "HEADER_LENGTH=8" : "HEADER_LENGTH=9",
+                                       "CODESET=" + set.name.substr(0, codeset_name_limit),
+                                       "SOURCE_VERSION=1",
+                                       "SOURCE=" + set.origin.substr(0, 100),
+                                       "COMPILER=kovac 2.86",
+                                       unsealed_content};
+    if (!set.license.empty()) header.push_back(set.license);
     std::string text;
     for (const std::string &line : header)
         text += kovatool::printable(line) + '\n';

@@ -6,6 +6,7 @@
 #include <map>
 
 #include "common/tool_text.h"
+#include "kovac/kovac_license.h"
 #include "kovac/kovac_write.h"
 
 namespace kovac {
@@ -36,10 +37,14 @@ static bool has_code_points(const std::vector<std::vector<uint32_t>> &spellings)
 }
 
 static bool put_table(FILE *file, const translit &tables) {
-    fputs("FILE_TYPE=transliteration_object\nCOMPILER_VERSION=1\nHEADER_LENGTH=6\nFROM=", file);
+    const std::vector<std::string> licenses = license_lines(tables.set);
+    fprintf(file, "FILE_TYPE=transliteration_object\nCOMPILER_VERSION=1\nHEADER_LENGTH=%zu\nFROM=",
+            licenses.size() + 6);
     for (const char *const name : tables_of_object)
         fprintf(file, "%s%s", name == tables_of_object[0] ? "" : " ", name);
     fprintf(file, "\nCOMPILER=kovac 2.86\n%s\n", unsealed_content);
+    for (const std::string &line : licenses)
+        fprintf(file, "%s\n", line.c_str());
     for (const auto &[code, spellings] : std::map(tables.spellings.begin(), tables.spellings.end()))
         if (code <= 0x10FFFF && has_code_points(spellings))
             fprintf(file, "%X %s\n", unsigned(code), spellings_text(spellings).c_str());

@@ -22,6 +22,7 @@ write_result write_locale(const std::string &path, const locale_object &object, 
                           std::string *why, const trial &prove = {});
 
 // A header line for the hash of what follows the header (ko_verify_object).
+inline constexpr size_t header_limit = 126; // bytes of a header line that count as one line
 inline constexpr char unsealed_content[] = "CONTENT=0000000000000000";
 
 // Writes what put writes, completely or not at all, and stores the hash in the header where it is
