@@ -143,15 +143,19 @@ static const char *split_release(const char *name, const char **spec) {
     return psprintf("%s/%.*s", root, (int)(slash - name), name);
 }
 
+/* The library opens one file at a time. */
+static void need_a_file(void) {
+    if (AcquireExternalFD()) return;
+    ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_RESOURCES),
+                    errmsg("kova: too many files are open to read its data")));
+}
+
 static void open_locale(held_locale *made) {
-    const char *spec, *place = split_release(made->name, &spec);
+    const char *spec, *place = split_release(made->name, &spec), *whole = whole_spec(spec);
     int error = KO_ENOLOCALE; /* an empty name would let the environment choose */
     if (*spec) {
-        if (!AcquireExternalFD())
-            ereport(ERROR, (errcode(ERRCODE_INSUFFICIENT_RESOURCES),
-                            errmsg("locale \"%s\": too many files are open", made->name)));
-        error = ko_open_locale(&made->loc, place, whole_spec(spec),
-                               KO_OPEN_VERIFY | KO_OPEN_SECURE_NAMES);
+        need_a_file();
+        error = ko_open_locale(&made->loc, place, whole, KO_OPEN_VERIFY | KO_OPEN_SECURE_NAMES);
         ReleaseExternalFD();
     }
     if (!error && (error = order_error(made->loc))) ko_close_locale(made->loc);
@@ -239,7 +243,9 @@ ko_cv_t kova_hold_conversion(const char *from, const char *to) {
     made->root = keep_text(root);
     made->from = keep_text(from);
     made->to = keep_text(to);
+    need_a_file();
     error = ko_open_conversion(&made->cd, *root ? root : NULL, from, to, KO_OPEN_VERIFY);
+    ReleaseExternalFD();
     if (error) {
         pfree(made->to);
         pfree(made->from);
