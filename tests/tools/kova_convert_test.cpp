@@ -304,6 +304,8 @@ TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
         EXPECT_EQ(whole.status * 10 + first.status, 1);
         EXPECT_EQ(rest.status, 0) << rest.err;
         EXPECT_EQ(first.out + rest.out, whole.out);
+        EXPECT_EQ(shell(command + " --keep-part -o part").status, 1);
+        EXPECT_EQ(slurp(dir / "part"), first.out);
         EXPECT_TRUE(from.starts_with("--from-offset "s + where)) << from;
     }
     fails(2, " --from-offset 99", "--from-offset 99: in has 5 bytes");
@@ -311,6 +313,22 @@ TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
     command = "kova convert in -t utf16le ";
     writes("-f sjis --bom --from-offset 3", "\x22\x6f"s, "");
     fails(2, "-f utf16 --from-offset 2", "its order is that of the --state");
+}
+
+TEST_F(KovaConvert, FramesRecordsAsLinesAndBack) {
+    const std::string fixed = "\xc1\xc2\x40\x40\xc3\x40\x40\x40";
+    const std::string blocked = "\0\x0e\0\0\0\5\0\0\xc1\0\5\0\0\xc2"s;
+    command = "kova convert ";
+    writes("-f 37 -t utf8 --records fb:4", "AB  \nC   \n", fixed);
+    writes("-f utf8 -t 37 --to-records fb:4", fixed, "AB\nC");
+    writes("-f 37 -t utf8 --records vb", "A\nB\n", blocked);
+    writes("-f utf8 -t 37 --to-records vb", blocked, "A\nB\n");
+    writes("-f 37 -t 37 --records vb --to-records vbs:16", blocked, blocked);
+    writes("-f 930 -t utf8 --records v", "漢\na\n", "\0\7\0\0\x0e\x4f\x58\0\5\0\0\x62"s);
+    spit(dir / "in", "\xc1\xc2\x15\xc3");
+    fails(1, "-f 37 -t utf8 --records fb:2 in", "record 2, byte offset 2: it holds the end");
+    fails(1, "-f 37 -t 37 --to-records fb:1 in", "line 1 of the result: a record of 2 bytes");
+    fails(2, "-f 37 -t utf8 --records fb in", "--records fb: one of");
 }
 
 TEST_F(KovaConvert, ReportsEachInputAsJson) {
@@ -445,6 +463,7 @@ static const struct {
      {"明日は朝早く駅に行って、友だちと海へ出かけます。天気がよければ泳ぐつもりです。",
       "請求書の金額は月末までにお支払いください。ご不明な点はお問い合わせください。",
       "小さな犬が庭で遊んでいる。テレビの音が聞こえるが、だれも見ていない。"}                                                                                                                                                                                                           },
+    {"utf16le unicode",                          {"H", "да €5", "😀"}                                                                                                                                                                                                                                               },
     {"utf8 gbk 935 gb2312 hz",
      {"明天早上我们一起去车站，然后坐船到海边的小城市。",
       "请在月底以前付清这张账单，谢谢您的合作。",

@@ -13,6 +13,7 @@
 #include "kova.h"
 #include "kova/kova_options.h"
 #include "kova/kova_platform.h"
+#include "kova/kova_text.h"
 
 namespace {
 
@@ -57,22 +58,6 @@ int run_command(command_line &args) {
     } catch (const failure &e) {
         return complain(e);
     }
-}
-
-// How many characters must be changed, put in or left out to make one word of another.
-size_t distance(const std::string &a, const std::string &b) {
-    std::vector<size_t> row(b.size() + 1);
-    for (size_t j = 0; j <= b.size(); ++j)
-        row[j] = j;
-    for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i);
-        for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t changed = diagonal + (a[i - 1] != b[j - 1]);
-            diagonal = row[j];
-            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row[b.size()];
 }
 
 // Names a first word that is no command, and the command that is most like it.

@@ -197,7 +197,9 @@ struct convert_options {
     std::string escape, unescape; // "xml", "uni", "hex"; "": none
     bool translit = false, keep_escapes = false;
     bool json = false, detect = false;
-    std::string out_dir; // of results with the names of the inputs
+    std::string out_dir;             // of results with the names of the inputs
+    bool keeps_part = false;         // of a result that an error ends
+    std::string records, to_records; // forms of files whose records are lines of the text
     uint64_t from_offset = 0;
     std::string state; // at from_offset: of the letters "str"
 };

@@ -373,6 +373,7 @@ static void resume(convert_job &job, input &in) {
 static void convert_file(convert_job &job, const std::string &path, output &out) {
     input in;
     open(in, path);
+    if (job.records.from) read_records(job.records, in);
     job.st = {};
     for (conv_state &leg : job.st.leg)
         leg.first_frag = 1;
@@ -503,19 +504,23 @@ struct input_counter {
 static void convert_files(convert_job &job, const std::vector<std::string> &files,
                           const std::string &target, const std::string &mark,
                           std::vector<input_report> &reports) {
-    output out;
+    output out, lines;
+    output &text = job.records.to ? lines : out;
     try {
         open(out, target); // does not touch the target yet: it may be one of the files read
-        write(out, mark);
+        if (job.records.to) open_lines(lines);
+        write(text, mark);
         for (const std::string &path : files) {
             reports.push_back({path, out.name});
-            const input_counter counter(job, out, reports.back());
-            convert_file(job, path, out);
+            const input_counter counter(job, text, reports.back());
+            convert_file(job, path, text);
         }
+        if (job.records.to) write_records(job.records, lines, out);
         finish(out);
     } catch (const failure &e) {
         clear_progress(job);
         if (!reports.empty()) reports.back().failure = e.what();
+        if (job.stop && job.options->keeps_part) finish(out);
         throw;
     } catch (...) {
         clear_progress(job);
@@ -609,6 +614,9 @@ static void check_options(const convert_options &options) {
     if (options.json && !to_file && options.out_dir.empty())
         throw failure(bad_usage, "--json: standard output has the text; give -o FILE or "
                                  "--output-dir DIR");
+    if (!options.to_records.empty() && (options.writes_mark || options.keeps_part))
+        throw failure(bad_usage,
+                      "--to-records: records have neither a mark nor a part that is kept");
     if (options.from_offset > 0 && options.files.size() > 1)
         throw failure(bad_usage, "--from-offset: one file only");
     if (!options.out_dir.empty() && options.files.empty())
@@ -630,6 +638,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     learn_lines(place, job);
     learn_replacement(place, common, job);
     learn_escapes(place, job);
+    learn_records(place, job);
     const std::string mark =
         options.writes_mark && options.from_offset == 0 ? mark_of(place, job.way.to) : "";
     if (options.verbose) tell_way(job);

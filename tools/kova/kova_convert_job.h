@@ -11,6 +11,7 @@
 #include "kova/kova_cli.h"
 #include "kova/kova_convert.h"
 #include "kova/kova_convert_newline.h"
+#include "kova/kova_frames.h"
 #include "kova/kova_io.h"
 #include "kova/kova_text.h"
 #include "kova/kova_translit.h"
@@ -65,6 +66,14 @@ struct input_report {
     std::string failure; // a reason beside text, such as a file that cannot be read
 };
 
+// Records that are lines of the text.
+struct record_job {
+    std::optional<frame_format> from, to;
+    line_controls source, target;
+    bool shifts = false; // of the source: each record begins unshifted
+    std::string blank;   // fills fixed records
+};
+
 struct convert_job {
     const convert_options *options = nullptr;
     bool goes_on = false;
@@ -76,6 +85,7 @@ struct convert_job {
     std::string newline = "\n", replacement;
     std::string nel; // ends a line of the source, too; "" if it does not
     line_ends ends;
+    record_job records;
     bool replacement_is_utf8 = false;
     byte_buffer converted, scratch;
     findings found{
@@ -169,6 +179,18 @@ enum class escape_result : uint8_t {
     unknown // more of the text must be read
 };
 escape_result take_escape(convert_job &job, input &in, output &out);
+
+// ---- kova_convert_records.cpp ----
+
+// Prepares what --records and --to-records ask for. Throws failure.
+void learn_records(const data_place &place, convert_job &job);
+
+// Puts the records of an input as lines into its place. Throws failure.
+void read_records(const record_job &records, input &in);
+
+// A place for lines, and these as records of an output. Throws failure.
+void open_lines(output &lines);
+void write_records(const record_job &records, output &lines, output &out);
 
 // ---- kova_convert_report.cpp ----
 

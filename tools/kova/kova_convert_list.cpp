@@ -10,6 +10,7 @@
 #include "kova/kova_cli.h"
 #include "kova/kova_io.h"
 #include "kova/kova_table.h"
+#include "kova/kova_text.h"
 
 namespace kovacli {
 
@@ -117,21 +118,30 @@ static std::string folded(const std::string &name) {
     return text;
 }
 
+// How little a name resembles the wanted one: 0 for a part of it, then by what was mistyped;
+// SIZE_MAX if it does not.
+static size_t strangeness(const std::string &wanted, const std::string &name) {
+    const std::string other = folded(name);
+    if (other.size() < 3) return SIZE_MAX;
+    if (other.find(wanted) != other.npos || wanted.find(other) != wanted.npos) return 0;
+    const size_t mistyped = distance(wanted, other);
+    return mistyped * 4 <= wanted.size() ? mistyped : SIZE_MAX;
+}
+
 // "; there are sjis, shift-jis", or "" when nothing resembles the name.
 static std::string similar_names(const std::string &name) {
     constexpr size_t most = 5;
     const std::string wanted = folded(name);
     if (wanted.size() < 2) return "";
-    std::vector<std::string> close;
-    for (const registry_entry &entry : registry_entries()) {
-        const std::string other = folded(entry.name);
-        if (other.size() < 3 ||
-            (other.find(wanted) == other.npos && wanted.find(other) == wanted.npos))
-            continue;
-        if (close.size() < most) close.push_back(entry.name);
-    }
+    std::vector<std::pair<size_t, std::string>> close;
+    for (const registry_entry &entry : registry_entries())
+        if (const size_t far = strangeness(wanted, entry.name); far != SIZE_MAX)
+            close.push_back({far, entry.name});
+    std::stable_sort(close.begin(), close.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
+    close.resize(std::min(close.size(), most));
     std::string text;
-    for (const std::string &one : close)
+    for (const auto &[far, one] : close)
         text += (text.empty() ? "; there are " : ", ") + one;
     return text;
 }

@@ -67,6 +67,10 @@ constexpr double_byte double_bytes[] = {
     {57375, family::chinese,  0xC4, 0xEE},
 };
 
+// Sets of pairs alone, which any bytes are: their texts have ideographs and neither blanks nor ends
+// of lines of one byte.
+constexpr int pair_sets[] = {300, 834, 835, 837, 9027, 16684, 57509};
+
 // The sets that stand for those which convert the text alike, the most usual first.
 constexpr int usual[] = {57372, 57349, 1202, 1204,  57345, 819,   1252,  923,   912,
                          1250,  915,   1251, 878,   813,   1253,  920,   1254,  1255,
@@ -237,7 +241,11 @@ constexpr unicode_form unicode_forms[] = {
     {"utf8",    "\xEF\xBB\xBF", 3},
 };
 
-// Bytes of units tell their order by where the zeros are.
+bool is_ideograph(uint32_t code) {
+    return (code >= 0x3400 && code <= 0x9FFF) || (code >= 0xAC00 && code <= 0xD7A3);
+}
+
+// Bytes of units tell their order by where the zeros are, and by pairs of surrogates.
 void judge_units(const sample &given, fit &found) {
     const size_t unit = found.name.starts_with("utf32") ? 4 : found.name == "utf8" ? 1 : 2;
     if (unit == 1) return;
@@ -249,9 +257,21 @@ void judge_units(const sample &given, fit &found) {
         text += (i > 0 ? ", " : "") + percent(zeros[i] * unit, given.bytes.size());
     found.reasons.push_back("zeros by their place in a unit: " + text);
     if (given.bytes.size() % unit != 0 && !given.cut) found.score /= 10;
+    const bool little = found.name.ends_with("le");
+    const size_t high = zeros[little ? unit - 1 : 0], low = zeros[little ? 0 : unit - 1];
+    if (low > high) found.score /= 1 + double(low - high);
+    const auto count = [&found](auto kind) {
+        return size_t(std::count_if(found.text.begin(), found.text.end(), kind));
+    };
+    const size_t pairs = unit == 2 ? count([](uint32_t code) { return code > 0xFFFF; }) : 0;
+    if (pairs * 2 > found.text.size()) {
+        found.reasons.push_back("pairs of surrogates: " + std::to_string(pairs));
+        found.score = std::max(found.score, 100 - 30 / double(pairs));
+    }
     // Without zeros, and blanks of two bytes, any bytes are ideographs.
     const size_t all = zeros[0] + zeros[1] + zeros[2] + zeros[3];
-    if (all * 50 < given.bytes.size()) found.score /= 2;
+    if (all * 50 < given.bytes.size() && count(is_ideograph) * 2 > found.text.size())
+        found.score /= 2;
 }
 
 // Without a proof, a text as one in a set by rule would be read like ASCII.
@@ -344,6 +364,10 @@ bool try_set(const data_place &place, int number, const sample &given, fit &foun
     found.text = std::move(got.text);
     score(given, got, found);
     if (is_unicode(found.name)) judge_units(given, found);
+    if (std::find(std::begin(pair_sets), std::end(pair_sets), number) != std::end(pair_sets)) {
+        found.reasons.push_back("pairs alone");
+        found.score /= 2;
+    }
     if (found.name == "utf8") judge_proof("valid UTF-8 beyond ASCII: ", got, found);
     if (is_ruled(number) && !judge_proof("characters by escapes: ", got, found)) return false;
     for (const unicode_form &form : unicode_forms) {

@@ -30,6 +30,17 @@ static void add_resuming(CLI::App &command, convert_options &o) {
         ->excludes("--output");
     command.add_flag("--json", o.json,
                      "Write a report of all inputs to standard output, as one JSON object");
+    command
+        .add_option("--records", o.records,
+                    "Form of the input, each record of which is a line: fb:LENGTH, v, vb, vbs or "
+                    "lines")
+        ->type_name("FORM");
+    command
+        .add_option("--to-records", o.to_records,
+                    "Form of the output, for which each line is a record; blanks fill fixed ones")
+        ->type_name("FORM");
+    command.add_flag("--keep-part", o.keeps_part,
+                     "Keep in FILE or DIR what precedes the character that stops a text");
     CLI::Option *offset =
         command.add_option("--from-offset", o.from_offset, "Begin at this byte of the input")
             ->type_name("N");

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "common/tool_charmap.h"
 #include "common/tool_text.h"
@@ -506,6 +507,21 @@ std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &te
     if (decode_text(code, text, false, wide, bad, nullptr)) return wide;
     throw failure(bad_text, what + ": byte offset " + std::to_string(bad.offset) + ": " +
                                 describe(code, bad) + hint(code, bad));
+}
+
+size_t distance(const std::string &a, const std::string &b) {
+    std::vector<size_t> row(b.size() + 1);
+    for (size_t j = 0; j <= b.size(); ++j)
+        row[j] = j;
+    for (size_t i = 1; i <= a.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i);
+        for (size_t j = 1; j <= b.size(); ++j) {
+            const size_t changed = diagonal + (a[i - 1] != b[j - 1]);
+            diagonal = row[j];
+            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+        }
+    }
+    return row[b.size()];
 }
 
 } // namespace kovacli

@@ -41,10 +41,16 @@ struct conv_set {
     unsigned char shift_in = 0x0F;  // ends it
     int sequences = 0;              // characters of several code points, left out
     uint32_t last = 0x10FFFF;       // the last code point to ask for
-    // The two directions; what only one of them has converts in that direction only.
+    // The two directions of a listed set; what only one of them has converts in that direction
+    // only.
     std::map<char_bytes, uint32_t> codes;
     std::unordered_map<uint32_t, char_bytes> bytes;
+    std::vector<bool> built_in; // by code point: which characters a built-in form has
 };
+
+// The bytes of a code point, len 0 if the set lacks it; the code point of bytes, or no_code.
+char_bytes bytes_of(const conv_set &set, uint32_t code);
+uint32_t code_of(const conv_set &set, char_bytes bytes);
 
 // How a source relates bytes and a code point; the values are those of mapping files.
 enum class tie : uint8_t { both = 0, to_bytes = 1, substitute = 2, to_code = 3, either = 4 };

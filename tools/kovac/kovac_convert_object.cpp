@@ -19,16 +19,10 @@ static std::string hex(char_bytes bytes) {
 
 // ---- entries ----
 
-static char_bytes bytes_of(const conv_set &set, uint32_t code) {
-    const auto found = set.bytes.find(code);
-    return found == set.bytes.end() ? char_bytes{} : found->second;
-}
-
 // Do both byte sequences stand for the code point, and the code point for them, without any
 // fallback?
 static bool is_exact(const conv_set &from, const conv_set &to, const conv_entry &e) {
-    const auto code = to.codes.find(e.target);
-    return code != to.codes.end() && code->second == e.code && bytes_of(from, e.code) == e.source;
+    return code_of(to, e.target) == e.code && bytes_of(from, e.code) == e.source;
 }
 
 static void add_entry(conv_object &object, char_bytes source, uint32_t code,
@@ -182,7 +176,7 @@ bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute
                  conv_object &object) {
     object.from = &from;
     object.to = &to;
-    if (substitute.len && !to.codes.count(substitute)) {
+    if (substitute.len && code_of(to, substitute) == no_code) {
         error(diag, {},
               format("the substitute %s is not a character of %s", hex(substitute).c_str(),
                      to.origin.c_str()));
@@ -190,6 +184,10 @@ bool make_object(const conv_set &from, const conv_set &to, char_bytes substitute
     }
     for (const auto &[bytes, code] : from.codes)
         add_entry(object, bytes, code, substitute);
+    const auto &built_in = from.built_in;
+    object.entries.reserve(size_t(std::count(built_in.begin(), built_in.end(), true)));
+    for (uint32_t code = 0; code < built_in.size(); ++code)
+        if (built_in[code]) add_entry(object, bytes_of(from, code), code, substitute);
     if (substitute.len) add_undefined_bytes(object, substitute);
     if (from.stateful) add_shift_codes(object);
     std::stable_sort(object.entries.begin(), object.entries.end(),

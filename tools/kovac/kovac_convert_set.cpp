@@ -57,13 +57,41 @@ char_bytes utf8_bytes(uint32_t code) {
     return {false, 4, (0xF0 | code >> 18) << 24 | high << 16 | mid << 8 | low};
 }
 
+char_bytes bytes_of(const conv_set &set, uint32_t code) {
+    if (set.form == set_form::listed) {
+        const auto found = set.bytes.find(code);
+        return found == set.bytes.end() ? char_bytes{} : found->second;
+    }
+    if (code > last_code || !set.built_in[code]) return {};
+    return set.form == set_form::utf8 ? utf8_bytes(code) : unicode_bytes(code);
+}
+
+// Of bytes that may be none of the form; the caller compares.
+static uint32_t read_utf8(char_bytes bytes) {
+    if (bytes.len < 2) return bytes.value;
+    uint32_t code = bytes.value >> 8 * (bytes.len - 1) & (0x7Fu >> bytes.len);
+    for (int at = 8 * (bytes.len - 2); at >= 0; at -= 8)
+        code = code << 6 | (bytes.value >> at & 0x3F);
+    return code;
+}
+static uint32_t read_unicode(char_bytes bytes) {
+    if (bytes.len < 4) return bytes.value;
+    return 0x10000 + ((bytes.value >> 16 & 0x3FF) << 10 | (bytes.value & 0x3FF));
+}
+
+uint32_t code_of(const conv_set &set, char_bytes bytes) {
+    if (set.form == set_form::listed) {
+        const auto found = set.codes.find(bytes);
+        return found == set.codes.end() ? no_code : found->second;
+    }
+    const uint32_t code = set.form == set_form::utf8 ? read_utf8(bytes) : read_unicode(bytes);
+    return bytes_of(set, code) == bytes ? code : no_code;
+}
+
 void fill_builtin(conv_set &set, const conv_set &peer, uint32_t last, bool everything) {
+    set.built_in.resize(last_code + 1);
     const auto add = [&set](uint32_t code) {
-        if (!is_scalar(code)) return;
-        const char_bytes bytes =
-            set.form == set_form::utf8 ? utf8_bytes(code) : unicode_bytes(code);
-        set.codes.emplace(bytes, code);
-        set.bytes.emplace(code, bytes);
+        if (is_scalar(code)) set.built_in[code] = true;
     };
     for (const auto &[bytes, code] : peer.codes)
         add(code);
@@ -194,6 +222,9 @@ static convert_status load_from_converters(const std::string &name, diagnostics 
                     (is_ruled(set.number) ? "; kova convert needs no object for it" : ""));
         }
     }
+    if (is_ruled(set.number))
+        return refuse(diag, convert_status::source,
+                      name + " converts by rule: kova convert needs no object for it");
     return refuse(diag, convert_status::file,
                   "no code set \"" + name +
                       "\": neither a charmap, nor a file, nor a converter of the C library" +
