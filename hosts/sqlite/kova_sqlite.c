@@ -279,6 +279,19 @@ static int register_all(connection *of) {
     return rc;
 }
 
+/* Connections of several threads load the extension at the same time. The table of SQLite's
+ * functions is the same for all, and is written once. */
+static void take_api(const sqlite3_api_routines *api) {
+#ifdef SQLITE_CORE
+    (void)api;
+#else
+    sqlite3_mutex *lock = api->mutex_alloc(SQLITE_MUTEX_STATIC_APP3);
+    api->mutex_enter(lock);
+    if (sqlite3_api != api) SQLITE_EXTENSION_INIT2(api);
+    api->mutex_leave(lock);
+#endif
+}
+
 #ifdef _WIN32
 __declspec(dllexport)
 #else
@@ -288,7 +301,7 @@ __attribute__((visibility("default")))
 
 int sqlite3_kova_init(sqlite3 *db, char **message, const sqlite3_api_routines *api) {
     (void)message;
-    SQLITE_EXTENSION_INIT2(api);
+    take_api(api);
     connection *of = make_connection(db);
     if (!of) return SQLITE_NOMEM;
     const int rc = register_all(of);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
+#include <atomic>
 #include <random>
 #include <string>
 #include <thread>
@@ -308,11 +309,23 @@ TEST(Sqlite, MemoryThatRunsShortIsAnErrorAndNothingIsLost) {
 
 // ---- Threads ----
 
+// Tells of two threads that load at the same time: nothing else of this test asks for memory.
+static std::atomic<int> asking = 0;
+static std::atomic<bool> overlapped = false;
+static void *watched_malloc(size_t size) {
+    if (asking++) overlapped = true;
+    std::this_thread::yield();
+    void *const block = malloc(size);
+    --asking;
+    return block;
+}
+
 TEST(Sqlite, ConnectionsOfSeveralThreadsDoNotDisturbEachOther) {
+    ko_setextfunc(nullptr, KO_EXT_MALLOC, reinterpret_cast<ko_extfn_t>(watched_malloc));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
-            for (int i = 0; i < 20; ++i) {
+            for (int i = 0; i < 10; ++i) {
                 database d;
                 ASSERT_EQ(d.load(), SQLITE_OK);
                 EXPECT_EQ(d.run(sorted(t % 2 ? "kova_de_DE" : "kova_sv_SE")).text,
@@ -326,6 +339,8 @@ TEST(Sqlite, ConnectionsOfSeveralThreadsDoNotDisturbEachOther) {
         });
     for (std::thread &t : threads)
         t.join();
+    EXPECT_FALSE(overlapped);
+    ko_setextfunc(nullptr, KO_EXT_MALLOC, nullptr);
 }
 
 int main(int argc, char **argv) {

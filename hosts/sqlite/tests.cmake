@@ -13,6 +13,16 @@ target_include_directories(sqlite_test PRIVATE ${KOVA_SQLITE_DIR})
 target_link_libraries(sqlite_test PRIVATE kova kova_gtest kova_warnings kova_std_string
                       ${KOVA_SQLITE_LIBRARY} Threads::Threads)
 add_dependencies(sqlite_test kova_sqlite)
+
+# What check measures with; built when it asks for it.
+if(kova_icu OR ICU_FOUND)
+  find_package(ICU QUIET COMPONENTS i18n uc)
+  add_executable(sqlite_bench EXCLUDE_FROM_ALL ${here}/sqlite_bench.c)
+  target_include_directories(sqlite_bench PRIVATE ${KOVA_SQLITE_DIR})
+  target_link_libraries(sqlite_bench PRIVATE kova_warnings ${KOVA_SQLITE_LIBRARY} ICU::i18n ICU::uc)
+  target_compile_definitions(sqlite_bench PRIVATE _POSIX_C_SOURCE=200809L)
+endif()
+
 function(kova_add_sqlite_test name)
   kova_add_test(sqlite.${name} ${ARGN})
   set_tests_properties(${KOVA_TEST_PREFIX}sqlite.${name} PROPERTIES ${data_fixture}
@@ -24,7 +34,8 @@ if(KOVA_SANITIZE)
   return()
 endif()
 if(KOVA_SQLITE_SHELL)
-  kova_add_sqlite_test(shell ${here}/shell_test $<TARGET_FILE:kova_sqlite> ${test_root})
+  kova_add_sqlite_test(shell ${here}/shell_test $<TARGET_FILE:kova_sqlite> ${test_root}
+                       ${PROJECT_BINARY_DIR})
 endif()
 if(KOVA_SQLITE_PYTHON AND TARGET kova_command)
   kova_add_sqlite_test(order ${KOVA_SQLITE_PYTHON} ${here}/order_test $<TARGET_FILE:kova_sqlite>
