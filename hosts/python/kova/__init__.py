@@ -8,7 +8,7 @@ from ._codec import SubstitutionWarning, codec, convert
 from ._kova import Error, NotFoundError, library_version
 from ._locale import Locale, locales
 from ._values import Day, Month
+from ._version import __version__
 
-__all__ = ["Day", "Error", "Locale", "Month", "NotFoundError", "SubstitutionWarning", "codec",
-           "convert", "library_version", "locales"]
-__version__ = "2.86.0"
+__all__ = ["Day", "Error", "Locale", "Month", "NotFoundError", "SubstitutionWarning",
+           "__version__", "codec", "convert", "library_version", "locales"]

@@ -1,4 +1,5 @@
 """Order, keys and case of locales."""
+import datetime
 import doctest
 import gc
 import os
@@ -24,9 +25,24 @@ TEXTS = ["", "a", "Äpfel", "äPFEL", "漢字", "😀", "\U0010ffff", "a\0b", "a
          "ü" * 5000, "漢" * 4000, "😀" * 3000, "a" * 8191, "a" * 8192]
 
 
+def in_folder(test):
+    test.folder, test.before = tempfile.TemporaryDirectory(), os.getcwd()
+    os.chdir(test.folder.name)
+
+
+def out_of_folder(test):
+    os.chdir(test.before)
+    test.folder.cleanup()
+
+
 def load_tests(loader, tests, pattern):
     for module in (kova, _codec, _locale):
         tests.addTests(doctest.DocTestSuite(module))
+    home = COMMON.parents[1]
+    for page in (home / "docs" / "python.md", home / "hosts" / "python" / "README.md"):
+        if page.exists():
+            tests.addTests(doctest.DocFileSuite(str(page), module_relative=False, setUp=in_folder,
+                                                tearDown=out_of_folder))
     globs = {"Locale": kova.Locale}
     finder = doctest.DocTestFinder()
     for name in ("key", "compare", "upper", "lower"):
@@ -179,6 +195,9 @@ class Threads(unittest.TestCase):
             thread.join()
 
 
+DAY = datetime.date(2026, 11, 22)
+
+
 class Memory(unittest.TestCase):
     CALLS = int(os.environ.get("KOVA_PYTHON_CALLS", "20000"))
 
@@ -200,6 +219,11 @@ class Memory(unittest.TestCase):
         calls = [(1, lambda: loc.key("Äpfel")), (1, lambda: loc.compare("漢", "a")),
                  (1, lambda: loc.upper("straße")), (1, lambda: loc.key("\ud800")),
                  (50, lambda: loc.key(long)), (50, refused),
+                 (1, lambda: "漢ü".encode("kova-utf16le").decode("kova-utf16le")),
+                 (1, lambda: kova.convert(b"abc", "latin1", "ibm037")),
+                 (10, lambda: b"a\xff".decode("kova-utf8", "replace")),
+                 (10, lambda: loc.number(10 ** 20)), (10, lambda: loc.money(1.5)),
+                 (10, lambda: loc.parse_date(loc.date(DAY))), (500, lambda: loc.calendar(DAY)),
                  (200, lambda: kova.Locale("de_DE", root=ROOT))]
         for share, call in calls:
             self.assertLess(self.growth(call, max(self.CALLS // share, 50)), 600)
