@@ -21,7 +21,7 @@ class SubstitutionWarning(UnicodeWarning):
 # ---- Converters ----
 
 # A converter serves one thread at a time. Those that are not in use wait here.
-_idle = {}
+_idle: dict = {}
 _idle_lock = threading.Lock()
 _IDLE_MOST = 4  # of one kind
 

@@ -179,7 +179,7 @@ static PyObject *converter_run(PyObject *object, PyObject *args) {
 
 static PyMethodDef methods[] = {
     {"run", converter_run, METH_VARARGS,
-     "run(data, start, last, state)\n--\n\n"
+     "run($self, data, start, last, state, /)\n--\n\n"
      "Converts data from start on. Returns (bytes, bytes taken, error, state, substituted)."},
     {NULL,  NULL,          0,            NULL                                               },
 };

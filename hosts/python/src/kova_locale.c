@@ -160,23 +160,23 @@ static PyObject *locale_spec_text(PyObject *object, void *unused) {
 
 static PyMethodDef methods[] = {
     {"key",            locale_key,                 METH_O,
-     "key(text)\n--\n\n"
+     "key($self, text, /)\n--\n\n"
      "The sort key of a text, as bytes: comparing two keys is comparing their texts.\n\n"
      ">>> german = Locale('de_DE')\n"
      ">>> sorted(['Zebra', '\u00c4pfel', 'Apfel'], key=german.key)\n"
      "['Apfel', '\u00c4pfel', 'Zebra']\n"                                                             },
     {"compare",        FAST(locale_compare),       METH_FASTCALL,
-     "compare(a, b)\n--\n\n"
+     "compare($self, a, b, /)\n--\n\n"
      "-1, 0 or 1 if a comes before b, is held equal, or comes after it.\n\n"
      ">>> Locale('sv_SE').compare('\u00e4', 'z'), Locale('de_DE').compare('\u00e4', 'z')\n"
      "(1, -1)\n"                                                                                      },
     {"upper",          locale_upper,               METH_O,
-     "upper(text)\n--\n\n"
+     "upper($self, text, /)\n--\n\n"
      "The text in upper case, character by character.\n\n"
      ">>> Locale('tr_TR').upper('istanbul')\n"
      "'\u0130STANBUL'\n"                                                                              },
     {"lower",          locale_lower,               METH_O,
-     "lower(text)\n--\n\n"
+     "lower($self, text, /)\n--\n\n"
      "The text in lower case, character by character.\n\n"
      ">>> Locale('tr_TR').lower('ISPARTA')\n"
      "'\u0131sparta'\n"                                                                               },

@@ -2,6 +2,7 @@
 import datetime
 import doctest
 import gc
+import importlib.util
 import os
 import pathlib
 import resource
@@ -227,6 +228,39 @@ class Memory(unittest.TestCase):
                  (200, lambda: kova.Locale("de_DE", root=ROOT))]
         for share, call in calls:
             self.assertLess(self.growth(call, max(self.CALLS // share, 50)), 600)
+
+    @unittest.skipUnless(importlib.util.find_spec("_testcapi"), "there is no _testcapi")
+    def test_memory_that_runs_short(self):
+        import _testcapi
+        loc = kova.Locale("de_DE", root=ROOT)
+        loc.info
+        calls = [
+            lambda: loc.key("Äpfel"), lambda: loc.key("\ud800"), lambda: loc.key("ä" * 5000),
+            lambda: loc.compare("a\ud800", "b"), lambda: loc.upper("straße" * 900),
+            lambda: loc.number(1.5, "%f"), lambda: loc.number(10 ** 20), lambda: loc.money(1.5),
+            lambda: loc.date(DAY), lambda: loc.parse_date("22.11.2026"), lambda: loc._conventions(),
+            lambda: kova.Locale("sv_SE", root=ROOT).spec, lambda: kova.Locale("xx_XX", root=ROOT),
+            lambda: kova.locales(ROOT), lambda: kova.convert(b"abc", "latin1", "ibm037"),
+            lambda: kova.convert(b"abc", "nosuch", "utf8"), lambda: _codec.decode(b"a\xff", "utf8"),
+            lambda: _codec.decode(b"a\xff", "utf8", "replace"),
+            lambda: _codec.encode("漢x", "utf16le"),
+        ]
+        for call in calls:
+            want = self.outcome(call)
+            for n in range(120):
+                _testcapi.set_nomemory(n, n + 1)
+                try:
+                    got = self.outcome(call)
+                finally:
+                    _testcapi.remove_mem_hooks()
+                # SystemError is the interpreter's own, where a frame cannot be made.
+                self.assertIn(got, (want, MemoryError, SystemError))
+
+    def outcome(self, call):
+        try:
+            return call()
+        except Exception as error:
+            return type(error)
 
     def growth(self, call, count):
         """Kilobytes by which count calls enlarge the process, after as many to warm up."""
