@@ -261,6 +261,14 @@ const short_letters *build_short_letters(const coll_flat *flat, const short_keys
     *letters.p = {.forward = true};
     for (int p = 0; p < flat->num_passes; ++p)
         letters.p->forward = letters.p->forward && flat->pass[p].forward;
+    for (int p = 1; p < flat->num_passes; ++p) {
+        const short_pass &pass = keys->pass[p];
+        letters.p->lane[p - 1] = {
+            {bytes_of_run(pass, 0, run_end::higher), bytes_of_run(pass, 1, run_end::lower)},
+            {bytes_of_run(pass, 0, run_end::pass),   bytes_of_run(pass, 1, run_end::pass) },
+            pass.longest_run
+        };
+    }
     builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0, elements.p, num_elements, {}};
     memset(b.known, 0xFF, sizeof b.known);
     uint16_t numbers[257];

@@ -9,6 +9,9 @@
 constexpr unsigned letter_lanes = 4;
 constexpr unsigned lane_bits = 16;
 constexpr uint64_t lane_mask = 0xFFFF, all_lanes_high = 0x8000800080008000;
+inline unsigned lane_of(uint64_t lanes, unsigned lane) {
+    return unsigned(lanes >> lane_bits * lane & lane_mask);
+}
 
 struct letter_op {
     uint32_t pass;                     // 0: after the letter's code
@@ -42,7 +45,14 @@ inline unsigned letter_pattern_of(uint64_t letter) {
     return unsigned(letter >> letter_pattern_bit & 0xFFFF);
 }
 
+// How runs of each common weight end in a pass: before the other one, and with the pass.
+struct lane_runs {
+    run_bytes change[short_most_commons], end[short_most_commons];
+    unsigned longest;
+};
+
 struct short_letters {
+    lane_runs lane[letter_lanes];
     const uint64_t *page[257]; // as in coll_flat_pass
     uint64_t bytes[256];       // of ASCII
     const uint64_t *elements;  // by the number of a candidate in the first pass

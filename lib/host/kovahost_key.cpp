@@ -100,43 +100,6 @@ static void put_passes(const coll_flat *flat, const short_keys *keys, const Text
         put_pass(flat, keys, pass, text, pass + 1 == flat->num_passes && !nulls, sink);
 }
 
-// Appends a pass that a walk over the letters has made.
-static void put_side(const letter_walk &walk, lanes l, unsigned pass, bool last, coll_sink *sink) {
-    const side_sink &side = walk.side[pass - 1];
-    sink_bytes(sink, side.room, size_t(side.out - side.room));
-    lower_pass state = lower_of(walk, l, pass);
-    leave_place(make_room(end_pass(state, place_in(sink), sink, last), sink), sink);
-}
-
-// Appends the passes after the first as long as nothing is special about them. Returns the next
-// one.
-static inline unsigned put_sides(const letter_walk &walk, lanes l, bool nulls, coll_sink *sink) {
-    sink_place at = place_in(sink);
-    constexpr ptrdiff_t most = letter_lanes * (side_copied + side_word + 1);
-    if (!walk.letters->forward || at.limit - at.out < most) return 1;
-    const unsigned passes = walk.passes;
-    const short_pass *p = walk.keys->pass + 1;
-    const side_sink *side = walk.side;
-    unsigned pass = 1;
-    for (; pass < passes; ++pass, ++p, ++side) {
-        const unsigned run = unsigned(l.runs & lane_mask);
-        const auto stored = size_t(side->out - side->room);
-        if (side->full || stored > side_copied || run > p->longest_run) break;
-        for (size_t i = 0; i < stored; i += side_word)
-            memcpy(at.out + i, side->room + i, side_word);
-        at.out += stored;
-        store_word(at.out, side->last);
-        at.out += side->count;
-        if (run)
-            *at.out++ = run_byte(bytes_of_run(*p, l.commons & 1, run_end::pass), run);
-        else if (pass + 1 < passes || nulls)
-            *at.out++ = short_end;
-        l = {l.runs >> lane_bits, l.commons >> lane_bits};
-    }
-    leave_place(at, sink);
-    return pass;
-}
-
 // Walks over units of Unicode see U+0000 themselves.
 template <class Unit> static inline bool unseen_null(const host_text<Unit> &) { return false; }
 template <class Unit> static inline bool unseen_null(const mapped_host<Unit> &text) {
@@ -150,21 +113,21 @@ static void put_letters(const coll_flat *flat, const short_keys *keys, const Tex
     walk.flat = flat;
     walk.keys = keys;
     walk.letters = keys->letters;
-    walk.passes = unsigned(flat->num_passes);
     walk.nulls = unseen_null(text);
-    for (unsigned pass = 1; pass < walk.passes; ++pass)
-        start_sink(&walk.side[pass - 1]);
+    walk.incomplete = false;
+    memset(walk.lane, 0, sizeof walk.lane);
     const lanes l = walk_letters(walk, walk_from(text, 0), sink);
     const bool nulls = walk.nulls;
-    if (walk.passes > 1 || nulls) sink_byte(sink, short_end);
-    for (unsigned pass = put_sides(walk, l, nulls, sink); pass < walk.passes; ++pass) {
-        const bool last = pass + 1 == walk.passes && !nulls;
-        side_sink *const side = &walk.side[pass - 1];
-        leave_place(place_in(side), side);
-        if (flat->pass[pass].forward && !side->full)
-            put_side(walk, l, pass, last, sink);
+    const auto passes = unsigned(flat->num_passes);
+    if (passes > 1 || nulls) sink_byte(sink, short_end);
+    const bool whole = !walk.incomplete && walk.letters->forward;
+    if (whole) put_lanes(walk, l, 1, passes, nulls, sink);
+    for (unsigned pass = 1; pass < passes && !whole; ++pass) {
+        const bool more = pass + 1 < passes || nulls;
+        if (walk.incomplete || !flat->pass[pass].forward)
+            put_pass(flat, keys, int(pass), text, !more, sink);
         else
-            put_pass(flat, keys, int(pass), text, last, sink);
+            put_lanes(walk, l, pass, pass + 1, more, sink);
     }
     if (nulls) put_gaps(text, sink);
 }
@@ -239,6 +202,32 @@ template <class Unit>
     return put_key(record(loc), mapped_host<Unit>{text.s, text.len, text.misses, map}, sink);
 }
 
+// Copies bytes in a few pieces, which may overlap.
+static inline void copy_short(ko_mchar_t *to, const ko_mchar_t *from, size_t n) {
+    constexpr size_t wide = 16, word = 8;
+    if (n >= wide) {
+        for (size_t at = 0; at + wide < n; at += wide)
+            memcpy(to + at, from + at, wide);
+        memcpy(to + n - wide, from + n - wide, wide);
+    } else if (n >= word) {
+        memcpy(to, from, word);
+        memcpy(to + n - word, from + n - word, word);
+    } else {
+        for (size_t at = 0; at < n; ++at)
+            to[at] = from[at];
+    }
+}
+
+// Passes on what the sink has gathered. Returns the bytes of the key.
+static inline int64_t finish_key(coll_sink &sink) {
+    if (!sink.written && sink.used <= sink.maxbytes) {
+        copy_short(sink.dst, sink.local, sink.used);
+        return int64_t(sink.used);
+    }
+    sink_flush(&sink);
+    return int64_t(sink.written);
+}
+
 template <class Unit>
 static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const Unit *s, size_t len) {
     coll_sink sink;
@@ -248,9 +237,7 @@ static int64_t key_of(ko_lc_t loc, void *dst, size_t room, const Unit *s, size_t
     coll_flat *const flat = tables_of_units(loc);
     const int error =
         flat && s && dst ? put_by_weights(flat, text, &sink) : put_any_key(loc, text, &sink);
-    if (error) return -error;
-    sink_flush(&sink);
-    return int64_t(sink.written);
+    return error ? -error : finish_key(sink);
 }
 
 int64_t ko_utf8sxfrm(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len) {

@@ -6,7 +6,6 @@
 #include "collate/kovacoll_key.h"
 #include "collate/kovacoll_short.h"
 
-#include <bit>
 #include <string.h>
 
 // ---- Sinks ----
@@ -14,47 +13,6 @@
 // make_room() gives room for coll_sink_spare bytes again.
 static inline sink_place make_room(sink_place at, coll_sink *sink) {
     return at.out > at.limit ? flush_place(at, sink) : at;
-}
-
-// Gathers a pass while another one is written: the last few bytes in a word, from its low end on;
-// full: some of it is lost.
-constexpr size_t side_full = 256, side_copied = 32, side_word = sizeof(uint64_t);
-struct side_sink {
-    uint64_t last;
-    size_t count; // bytes in last
-    ko_mchar_t *out;
-    bool full;
-    ko_mchar_t room[side_full + coll_sink_spare];
-};
-static inline void start_sink(side_sink *sink) {
-    sink->last = sink->count = 0;
-    sink->out = sink->room;
-    sink->full = false;
-}
-static inline void store_word(ko_mchar_t *out, uint64_t word) {
-    if constexpr (std::endian::native == std::endian::little)
-        memcpy(out, &word, sizeof word);
-    else
-        for (size_t i = 0; i < sizeof word; ++i)
-            out[i] = ko_mchar_t(word >> 8 * i);
-}
-static inline sink_place make_room(sink_place at, side_sink *sink) {
-    if (at.out <= at.limit) return at;
-    sink->full = true;
-    return {sink->room, at.limit};
-}
-static inline sink_place place_in(side_sink *sink) {
-    store_word(sink->out, sink->last);
-    const sink_place at = {sink->out + sink->count, sink->room + side_full};
-    sink->last = sink->count = 0;
-    return make_room(at, sink);
-}
-static inline void leave_place(sink_place place, side_sink *sink) { sink->out = place.out; }
-// Adds up to four bytes, the first one lowest.
-static inline void add_bytes(side_sink *sink, uint64_t bytes, size_t count) {
-    sink->last |= bytes << 8 * sink->count;
-    sink->count += count;
-    if (sink->count > side_word - 4) leave_place(place_in(sink), sink);
 }
 
 // ---- Weights ----

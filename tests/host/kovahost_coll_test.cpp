@@ -101,6 +101,8 @@ TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
     for (int round = 0; round < 200; ++round)
         some.push_back(spelled(texts.text(round % 50 ? 12 : 1500)).narrow +
                        (round % 9 ? "" : "Straße\0\xE4"s));
+    for (const size_t letters : {300u, 3000u, 40000u}) // runs of one weight in the other passes
+        some.push_back(std::string(letters, 'a') + "Äb" + std::string(letters, 'c'));
     const auto keys_of_all = [&some](ko_lc_t loc) {
         std::vector<std::string> keys;
         for (const std::string &text : some)
