@@ -138,6 +138,10 @@ class _Decoder:
 
 # ---- Encoding ----
 
+def _utf8(text):
+    return text.encode("utf-8", "surrogatepass")
+
+
 def _is_surrogate(character):
     return "\ud800" <= character <= "\udfff"
 
@@ -153,26 +157,24 @@ class _Encoder:
         korean = _kova.code_set_number(root, codeset) == _KOREAN
         self.lasting = _ANNOUNCED if korean else 0
 
-    def _find(self, converter, text, at, state):
-        """The place of the next character that cannot be written, or None."""
-        data = text[at:].encode("utf-8", "surrogatepass")
-        _, taken, error, state, _ = converter.run(data, 0, True, state)
-        if not error:
-            return None, state
-        if error not in (ILLEGAL, CUT_OFF):
+    def _find(self, converter, data, offset, state):
+        """The bytes of UTF-8 before the next character that cannot be written, or None."""
+        _, taken, error, state, _ = converter.run(data, offset, True, state)
+        if error not in (0, ILLEGAL, CUT_OFF):
             raise _kova.Error(f"{self.encoding}: {_kova.error_text(error)}")
-        before = data[:taken].decode("utf-8", "surrogatepass")
-        return at + len(before), state
+        return offset + taken if error else None, state
 
     def _replaced(self, converter, text, errors, state):
         """The text with what the error handler puts in place: parts of str, and of bytes, which
         are written as they are."""
-        parts, at, first = [], 0, None
+        data = _utf8(text)
+        parts, at, offset, first = [], 0, 0, None
         while True:
-            bad, state = self._find(converter, text, at, state)
-            if bad is None:
+            found, state = self._find(converter, data, offset, state)
+            if found is None:
                 parts.append(text[at:])
                 return parts, first
+            bad = at + len(data[offset:found].decode("utf-8", "surrogatepass"))
             error = UnicodeEncodeError(self.encoding, text, bad, self._end(converter, text, bad),
                                        "illegal multibyte sequence")
             first = first or error
@@ -181,20 +183,20 @@ class _Encoder:
             if not isinstance(replacement, (str, bytes)):
                 raise TypeError("an encoding error handler must return a str or bytes")
             parts.append(replacement)
+            offset = found + len(_utf8(text[bad:at])) if at >= bad else len(_utf8(text[:at]))
 
     def _end(self, converter, text, at):
         """The end of a run of characters that cannot be written, which handlers take at once; of
         surrogates, which some handlers take alone, or of others."""
         end = at + 1
         while end < len(text) and _is_surrogate(text[end]) == _is_surrogate(text[at]):
-            data = text[end].encode("utf-8", "surrogatepass")
-            if converter.run(data, 0, True, _START)[2] != ILLEGAL:
+            if converter.run(_utf8(text[end]), 0, True, _START)[2] != ILLEGAL:
                 break
             end += 1
         return end
 
     def _write(self, converter, text, state):
-        data = text.encode("utf-8", "surrogatepass")
+        data = _utf8(text)
         made, _, error, after, lossy = converter.run(data, 0, True, state)
         return made, error, (0, 0, after[2] & self.lasting, after[3]), lossy
 

@@ -143,6 +143,12 @@ class Errors(unittest.TestCase):
                                  ("kova-" + name, own))
                     self.assertEqual(got, want, (name, errors, some))
 
+    def test_many_errors_take_no_longer_each(self):
+        text = "a漢é" * 30000
+        self.assertEqual(text.encode("kova-latin1", "replace"), text.encode("latin-1", "replace"))
+        data = b"a\xff" * 30000
+        self.assertEqual(data.decode("kova-utf8", "replace"), data.decode("utf-8", "replace"))
+
     def test_replacements_in_stateful_sets(self):
         for errors, want in (("ignore", "漢字x"), ("replace", "漢?字??x?"),
                              ("backslashreplace", "漢\\ud800字\\ud801\\U00010000x\\ud802")):
