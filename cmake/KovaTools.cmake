@@ -90,6 +90,13 @@ if(kova_icu)
   target_link_libraries(kovac_parts PUBLIC ${CMAKE_DL_LIBS})
 endif()
 
+# Mostly tables of options, which take long to optimise.
+file(GLOB options ${tools}/kova/kova_options*.cpp)
+set_source_files_properties(${options} ${tools}/common/tool_help.cpp PROPERTIES
+    COMPILE_OPTIONS "${kova_quick_build}")
+set_source_files_properties(${tools}/common/tool_help.cpp PROPERTIES
+    COMPILE_DEFINITIONS KOVA_RELEASE="${PROJECT_VERSION}")
+
 # The compiler takes what is inside std::regex for uninitialised.
 set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES
     COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
@@ -97,7 +104,6 @@ set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)
   add_executable(${name} ${main})
-  # Mostly option tables, which take long to optimise.
   set_source_files_properties(${main} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
   target_link_libraries(${name} PRIVATE ${output}_parts kova)
   set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output})

@@ -550,9 +550,54 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
         ASSERT_NE(line, counts.npos) << row;
         EXPECT_EQ(counts[counts.find('\n', line) - 1], row.back()) << row;
     }
-    for (const std::string name : {"sort", "compare", "key", "upper", "lower", "classify", "info",
-                                   "diff", "locales", "cal", "width", "trim", "count", "order"})
-        shows(name + " --help", "Examples:\n  kova ");
+}
+
+TEST_F(KovaCli, HelpsWithinTheColumnsOfTheTerminal) {
+    writes("--version; kovac --version", "kova 2.86\nkovac 2.86\n");
+    const std::string all = kova("--help").out;
+    std::string names = "text fold\ntext wrap\ntext expand\ntext unexpand\ntext table\n";
+    for (const char *at = all.c_str(); (at = std::strstr(at, "\n  ")) != nullptr; at += 3)
+        if (at[3] >= 'a' && at[3] <= 'z') names += std::string(at + 3, strcspn(at + 3, " ")) + "\n";
+    EXPECT_EQ(std::count(names.begin(), names.end(), '\n'), 30) << names;
+    for (size_t at = 0, end; (end = names.find('\n', at)) != names.npos; at = end + 1) {
+        const std::string name = names.substr(at, end - at), help = kova(name + " --help").out;
+        EXPECT_EQ(help, kova("help " + name).out);
+        EXPECT_TRUE(name == "text" || help.find("Examples:\n  kova ") != help.npos) << name;
+        EXPECT_EQ(shell("kova " + name + " --help | kova width de_DE --widest | awk '$1 > 80'").out,
+                  "")
+            << name;
+    }
+    EXPECT_EQ(shell("COLUMNS=50 kova cal --help | awk 'length > 50 && !/^  kova/'").out, "");
+    fails(2, "", "kova needs a command, one of those below");
+    fails(2, "text", "kova text needs a command");
+    fails(2, "text foldd", "there is no command \"text foldd\"; the nearest is fold");
+    EXPECT_EQ(kova("frobnicate").err.find("nearest"), std::string::npos);
+    fails(2, "frobnicate", "\n  sort compare key ");
+    fails(2, "sort --revers", "there is no option --revers; kova sort --help lists all");
+    fails(2, "money", "LOCALE is missing; kova money --help");
+}
+
+TEST_F(KovaCli, TakesTheLocaleByNameAndNegativeValues) {
+    environment.erase("LC_ALL");
+    writes("compare A b -l de_DE", "<\n");
+    writes("money --locale=de_DE %n -5 -1234.5 --stop", "-5,00 €\n-1.234,50 €\n");
+    writes("number de_DE \"%'f\" --parse -1.234,5 -3", "-1234.5\n-3\n");
+    writes("number -l de_DE %d -- -5", "-5\n");
+    writes("date %x '-3 days' -l de_DE > x; test -s x", "");
+    writes("cal -3 -l de_DE 2 2026 | head -n 1 | cut -c 1-20", "    Januar 2026     \n");
+    writes("verify -lde_DE -", "", "a\nb\n");
+    for (const std::string line :
+         {"upper de_DE ü",     "lower de_DE Ü",      "number de_DE ü%d 1",
+          "money de_DE ü%n 1", "date de_DE ü%Y",     "parse-date de_DE %dü 3ü",
+          "classify de_DE ü",  "order de_DE --of ü", "locale de_DE mon",
+          "info de_DE MON_3",  "info --all de_DE",   "cal de_DE märz 2026",
+          "compare de_DE ü v", "key de_DE ü",        "sort -l de_DE",
+          "width de_DE",       "count de_DE",        "trim de_DE",
+          "text fold de_DE",   "text table de_DE",   "locales --language de"}) {
+        const outcome got = kova(line, "ü\n");
+        EXPECT_EQ(got.status, 0) << line << got.err;
+        EXPECT_EQ(got.out, kova(line + " --utf8", "ü\n").out) << line;
+    }
 }
 
 TEST_F(KovaCli, KnowsMonthsWithoutADay) {
@@ -597,20 +642,26 @@ TEST_F(KovaCli, ShowsTheMonthOfUmmAlQura) {
 
 TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
     static const char *const rows[][3] = {
-        {"--at @1700000000.5 --zone UTC",         "%Y-%m-%d %T %iF %Z %s",
-         "2023-11-14 22:13:20 .50 UTC 1700000000"                                                  },
-        {"--at @-0.5 --zone UTC",                 "%T%iF %s",              "23:59:59.50 -1"        },
-        {"--at 20261025T0230+0530 --zone +02:00", "%Y-%m-%d %R %z",        "2026-10-24 23:00 +0200"},
-        {"--at 2026-W53-5",                       "%Y-%m-%d",              "2027-01-01"            },
-        {"--at 2027-01-01",                       "%G-W%V-%.1u",           "2026-W53-5"            },
-        {"--at 2024-366T23",                      "%m-%d %H",              "12-31 23"              },
-        {"--at '2026-03-01 12:00 -1 month'",      "%m-%d %R",              "02-01 12:00"           },
-        {"--at '2024-02-29 3 weeks ago'",         "%m-%d %a",              "02-08 Thu"             },
-        {"--at 2026-11-21T23:59:60Z --zone UTC",  "%T",                    "23:59:60"              },
-        {"--at '2026-11-21 12:30AM in 2 hours'",  "%R",                    "02:30"                 },
-        {"--at '9 pm 2026-11-21 '",               "%d %R",                 "21 21:00"              },
-        {"--at '2026-11-21 saturday'",            "%d",                    "21"                    },
-        {"--from 9999-12-30 --to 9999-12-31",     "%d",                    "30\n31"                },
+        {"--at @1700000000.5 --zone UTC",               "%Y-%m-%d %T %iF %Z %s",
+         "2023-11-14 22:13:20 .50 UTC 1700000000"                                                        },
+        {"--at @-0.5 --zone UTC",                       "%T%iF %s",              "23:59:59.50 -1"        },
+        {"--at 20261025T0230+0530 --zone +02:00",       "%Y-%m-%d %R %z",        "2026-10-24 23:00 +0200"},
+        {"--at 2026-W53-5",                             "%Y-%m-%d",              "2027-01-01"            },
+        {"--at 2027-01-01",                             "%G-W%V-%.1u",           "2026-W53-5"            },
+        {"--at 2024-366T23",                            "%m-%d %H",              "12-31 23"              },
+        {"--at '2026-03-01 12:00 -1 month'",            "%m-%d %R",              "02-01 12:00"           },
+        {"--at '2024-02-29 3 weeks ago'",               "%m-%d %a",              "02-08 Thu"             },
+        {"--at 2026-11-21T23:59:60Z --zone UTC",        "%T",                    "23:59:60"              },
+        {"--at '2026-11-21 12:30AM in 2 hours'",        "%R",                    "02:30"                 },
+        {"--at '9 pm 2026-11-21 '",                     "%d %R",                 "21 21:00"              },
+        {"--at '2026-11-21 saturday'",                  "%d",                    "21"                    },
+        {"--from 9999-12-30 --to 9999-12-31",           "%d",                    "30\n31"                },
+        {"--at '24 Dec 2026'",                          "%m-%d",                 "12-24"                 },
+        {"--at 'Thu, dec 24th, 2026 9 pm'",             "%m-%d %R",              "12-24 21:00"           },
+        {"--at 'first monday of december 2026'",        "%m-%d",                 "12-07"                 },
+        {"--at 'last day of february 2028 +1w'",        "%m-%d",                 "03-07"                 },
+        {"--at 'last sunday of sept. 2026'",            "%m-%d",                 "09-27"                 },
+        {"--from 2026-01-30 --to 2026-02-10 --step 1w", "%d",                    "30\n06"                },
     };
     for (const auto &row : rows)
         writes("date en_US.8859-1 '"s + row[1] + "' " + row[0], row[2] + "\n"s);
@@ -634,6 +685,11 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at 'monday 2026-11-21'",                       "2026-11-21 is a saturday"      },
         {"--at '2026-01-01 2026-02-02'",                   "two days, 2026-01-01"          },
         {"--at '@0 14:30'",                                "beside what stands for both"   },
+        {"--at '24 Dec 26'",                               "a year has four digits"        },
+        {"--at 'Dec 2026'",                                "a month without a day"         },
+        {"--at 'fifth monday of june 2026 +1m'",           "is not a date and time"        },
+        {"--at 'fifth sunday of june 2026'",               "has no fifth such day"         },
+        {"--at 'tue 24 Dec 2026'",                         "2026-12-24 is a thursday"      },
         {"--iso-8601 seconds",                             "excludes --iso-8601"           },
         {"--zone zone.tab",                                "has no such time zone"         },
         {"--zone Nowhere/At",                              "has no such time zone"         },
@@ -642,6 +698,12 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
     };
     for (const auto &row : refused)
         fails(2, "date en_US.8859-1 "s + row[0], row[1]);
+    writes("date de_DE %m-%d --at 'Do, 24. DEZ. 2026'", "12-24\n");
+    writes("date pl_PL %m-%d --at '3 listopada 2026'", "11-03\n");
+    writes("date de_DE %m-%d --at '3. MÄRZ'", "03-03\n", "", "the date has no year: 20");
+    writes("date fr_FR %m-%d --at '3 mar 2026'", "03-03\n");
+    fails(2, "date fr_FR --at mar", "\"mar\" could be several months or days");
+    fails(2, "date th_TH --at '3 มกราคม 2569'", "is not a date and time");
     if (!fs::exists("/usr/share/zoneinfo/Europe/Paris")) return;
     writes("date en_US.8859-1 '%R %Z %z' --at 2026-10-25T01:30Z --zone Europe/Paris",
            "02:30 CET +0100\n");

@@ -4,31 +4,20 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <memory>
+#include <initializer_list>
 #include <new>
 #include <utility>
 
 #include "common/tool_describe.h"
+#include "common/tool_help.h"
 #include "common/tool_text.h"
-#include "kova.h"
 #include "kova/kova_options.h"
 #include "kova/kova_platform.h"
-#include "kova/kova_text.h"
+#include "kova/kova_words.h"
 
 namespace {
 
 using namespace kovacli;
-
-// Shows the optional text of a flag as "[=TEXT]".
-struct help_format : CLI::Formatter {
-    std::string make_option_name(const CLI::Option *option, bool positional) const override {
-        std::string name = CLI::Formatter::make_option_name(option, positional);
-        const bool optional = name.find('{') != name.npos;
-        for (size_t at = 0; (at = name.find('{')) != name.npos;)
-            name.erase(at, name.find('}', at) + 1 - at);
-        return optional ? name + "[=TEXT]" : name;
-    }
-};
 
 int complain(int status, const char *text) {
     if (*text) kovatool::tell("kova", text);
@@ -60,27 +49,37 @@ int run_command(command_line &args) {
     }
 }
 
-// Names a first word that is no command, and the command that is most like it.
-void check_command(CLI::App &app, const std::vector<std::string> &words) {
-    if (words.empty() || words[0].starts_with('-')) return;
-    std::string nearest;
-    size_t least = SIZE_MAX;
-    for (const CLI::App *command : app.get_subcommands({})) {
-        const size_t d = distance(words[0], command->get_name());
-        if (d < least) nearest = command->get_name();
-        least = std::min(least, d);
-    }
-    if (least)
-        throw failure(bad_usage, "there is no command \"" + words[0] + "\"; the nearest is " +
-                                     nearest + ", and kova --help lists all");
-}
-
 // "-Iseconds", as date(1) has it: a flag with an optional text has no such form of its own.
 void spell_out_iso(std::vector<std::string> &words) {
     for (std::string &word : words)
         for (const char *const to : {"date", "hours", "minutes", "seconds", "ns"})
             if (words[0] == "date" && word == std::string("-I") + to)
                 word = std::string("--iso-8601=") + to;
+}
+
+// The commands of a group, as help shows them.
+void add_group(CLI::App &app, command_line &args, const char *group,
+               std::initializer_list<void (*)(CLI::App &, command_line &)> all) {
+    for (const auto add : all)
+        add(app, args);
+    for (CLI::App *command : app.get_subcommands({}))
+        if (command->get_group() == "Subcommands") command->group(group);
+}
+
+// What is wrong with a command line, and whose help tells more.
+std::string parse_fault(const CLI::App &app, const CLI::ParseError &e) {
+    const CLI::App *command = &app;
+    std::string name = app.get_name(), text = e.what();
+    for (; !command->get_subcommands().empty(); name += " " + command->get_name())
+        command = command->get_subcommands()[0];
+    if (e.get_exit_code() == int(CLI::ExitCodes::RequiredError))
+        for (const CLI::Option *option : command->get_options())
+            if (option->get_required() && !option->count()) {
+                text = (option->get_positional() ? option->get_type_name() : option->get_name()) +
+                       " is missing";
+                break;
+            }
+    return text + "; " + name + " --help tells more";
 }
 
 int run_main(int argc, char **argv) {
@@ -90,48 +89,29 @@ int run_main(int argc, char **argv) {
         "answers on every machine.",
         "kova");
     app.require_subcommand(1);
-    app.set_version_flag("--version", ko_version());
+    kovatool::add_help(app);
     kovatool::add_describe(app);
-    app.formatter(std::make_shared<help_format>());
-    app.get_formatter()->column_width(34);
-    add_sort(app, args);
-    add_compare(app, args);
-    add_key(app, args);
-    add_case(app, args, "upper");
-    add_case(app, args, "lower");
-    add_classify(app, args);
-    add_measures(app, args);
-    add_text(app, args);
-    add_info(app, args);
-    add_number(app, args);
-    add_money(app, args);
-    add_date(app, args);
-    add_locale(app, args);
-    add_locales(app, args);
-    add_verify(app, args);
-    add_diff(app, args);
-    add_convert(app, args);
-    add_records(app, args);
-    add_chart(app, args);
-    add_order(app, args);
-    add_cal(app, args);
-    add_parse_date(app, args);
-    add_symbols(app, args);
+    add_group(app, args, "Texts",
+              {add_sort, add_compare, add_key, add_case, add_classify, add_measures, add_text});
+    add_group(app, args, "Numbers, money, dates",
+              {add_number, add_money, add_date, add_parse_date, add_cal});
+    add_group(app, args, "Locales",
+              {add_info, add_locale, add_locales, add_order, add_verify, add_diff});
+    add_group(app, args, "Code sets", {add_convert, add_records, add_chart, add_symbols});
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"
         "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, or no "
         "memory, 4 bad file.");
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
-        check_command(app, words);
         spell_out_iso(words);
+        words = arranged_words(app, std::move(words));
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first
         app.parse(std::move(words));
     } catch (const CLI::Success &e) {
         return app.exit(e);
     } catch (const CLI::ParseError &e) {
-        std::string text = e.what();
-        return complain(bad_usage, (text + "; kova --help tells more").c_str());
+        return complain(bad_usage, parse_fault(app, e).c_str());
     } catch (const failure &e) {
         return complain(e);
     }

@@ -138,6 +138,10 @@ struct format_options {
     std::string from, to, round = "from-zero"; // units: "si", "iec", "iec-i", "auto"
     batch_options batch;
 };
+
+// The value of --parse without a text.
+inline constexpr char default_parse[] = "each VALUE";
+
 int run_number(const common_options &common, const format_options &options);
 int run_money(const common_options &common, const format_options &options);
 

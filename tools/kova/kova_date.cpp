@@ -6,6 +6,7 @@
 #include "common/tool_text.h"
 #include "kova/kova_batch.h"
 #include "kova/kova_cli.h"
+#include "kova/kova_day_words.h"
 #include "kova/kova_format.h"
 #include "kova/kova_io.h"
 #include "kova/kova_own.h"
@@ -153,13 +154,13 @@ static int write_times(date_job &job, const date_options &options) {
 
 int run_date(const common_options &common, const date_options &options) {
     choose_zone(options.zone);
-    if (options.batch.files.empty() && options.times.empty()) moment_of(options.at, "--at");
     date_job job;
     common_options asked = common;
     if (options.batch.json) asked.form = text_form::utf8;
     const data_place data = open_with_codec(asked, options.locale, job.handle, job.code);
     if (!job.code.mapped) add_mapping(job.handle, data, job.code);
     job.names = names_of(job.code, job.handle.object);
+    choose_words(job.code, job.names);
     job.format = decode_format(job.code, options.format, time_grammar());
     hint_at_dates(job.format);
     if (options.from.empty()) return write_times(job, options);

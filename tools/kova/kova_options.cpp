@@ -3,9 +3,15 @@
 
 namespace kovacli {
 
-const char locale_help[] =
-    "Locale: language_TERRITORY[.codeset][@modifier] such as de_DE or de_DE.8859-1, or POSIX. "
+static constexpr char locale_help[] =
+    "ll_TT[.codeset][@modifier], such as de_DE or de_DE.8859-1, or POSIX. "
     "Without a code set, and with UTF-8: unicode, or the only one compiled";
+
+CLI::Option *add_locale_name(CLI::App &command, std::string &locale) {
+    return command.add_option("locale,-l,--locale", locale, locale_help)
+        ->required()
+        ->type_name("LOCALE");
+}
 
 void add_common(CLI::App &command, command_line &args, std::function<int()> run,
                 const std::string &examples, const form_help &help) {

@@ -28,14 +28,15 @@ struct command_line {
     }
 };
 
-extern const char locale_help[];
-
 // Help for --utf8 and --bytes.
 struct form_help {
-    const char *utf8 = "Arguments, input and output are UTF-8. Default when LC_ALL, LC_CTYPE or "
-                       "LANG says so";
+    const char *utf8 = "Arguments, input and output are UTF-8. Default in locales of the code set "
+                       "unicode, and when LC_ALL, LC_CTYPE or LANG says so";
     const char *bytes = "Arguments, input and output are bytes of the locale's code set";
 };
+
+// LOCALE, by its place or by -l.
+CLI::Option *add_locale_name(CLI::App &command, std::string &locale);
 
 // The options that all commands have, and what runs.
 void add_common(CLI::App &command, command_line &args, std::function<int()> run,
@@ -49,7 +50,7 @@ CLI::Option *add_page(CLI::App &command, bool &html, std::string &out);
 void add_sort(CLI::App &app, command_line &args);
 void add_compare(CLI::App &app, command_line &args);
 void add_key(CLI::App &app, command_line &args);
-void add_case(CLI::App &app, command_line &args, const char *name);
+void add_case(CLI::App &app, command_line &args); // upper, lower
 void add_classify(CLI::App &app, command_line &args);
 void add_measures(CLI::App &app, command_line &args); // width, trim, count
 void add_text(CLI::App &app, command_line &args);

@@ -151,8 +151,8 @@ void add_records(CLI::App &app, command_line &args) {
     CLI::Option *encode = command.add_flag("--encode", o.encode, "Write records from such lines");
     command
         .add_option("--keep-bad", bad_fields,
-                    "Keep the bytes of fields that are wrong, or would come back otherwise, and "
-                    "continue")
+                    "Keep the bytes of fields that are wrong, or would come back otherwise, as "
+                    "digits (hex), and continue")
         ->type_name("FORM")
         ->check(CLI::IsMember({"hex"}))
         ->excludes(encode);
@@ -167,11 +167,10 @@ void add_records(CLI::App &app, command_line &args) {
         o.keep_bad = !bad_fields.empty();
         return run_records(args.common, o);
     };
-    add_common(
-        command, args, run,
-        "  kova records -l pay.layout --records fb:120 -f 037 pay.bin > pay.json\n"
-        "  kova records -l pay.layout --records vb -f 939 --keep-bad hex pay.bin > pay.json\n"
-        "  kova records -l pay.layout --records vb -f 939 --encode pay.json -o pay.bin\n");
+    add_common(command, args, run,
+               "  kova records -l pay.layout --records fb:120 -f 037 pay.bin > pay.json\n"
+               "  kova records -l pay.layout --records vb -f 939 --keep-bad hex pay.bin > pay\n"
+               "  kova records -l pay.layout --records vb -f 939 --encode pay.json -o pay.bin\n");
 }
 
 void add_chart(CLI::App &app, command_line &args) {

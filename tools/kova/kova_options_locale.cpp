@@ -7,7 +7,7 @@ namespace kovacli {
 void add_info(CLI::App &app, command_line &args) {
     CLI::App &command = *app.add_subcommand("info", "Show what a locale says of itself");
     info_options &o = args.hold<info_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     CLI::Option *item =
         command
             .add_option("item", o.items, "Items by name or number, printed one per line; none: all")
@@ -30,7 +30,7 @@ void add_locale(CLI::App &app, command_line &args) {
     CLI::App &command = *app.add_subcommand(
         "locale", "Show a locale's values by category and name, or whether an answer means yes");
     locale_options &o = args.hold<locale_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     CLI::Option *name =
         command
             .add_option("name", o.names,
@@ -112,7 +112,7 @@ void add_order(CLI::App &app, command_line &args) {
     CLI::App &command =
         *app.add_subcommand("order", "Show the alphabet of a locale with its levels");
     order_options &o = args.hold<order_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     CLI::Option *of = add_order_choice(command, o);
     CLI::Option *json = command.add_flag("--json", o.json, "One JSON object, in UTF-8");
     add_page(command, o.html, o.out)->excludes(json);
@@ -135,7 +135,7 @@ void add_verify(CLI::App &app, command_line &args) {
         "verify", "Check the objects of a data root, or the order of a file's lines");
     verify_options &o = args.hold<verify_options>();
     command
-        .add_option("place", o.place,
+        .add_option("place,-l,--locale", o.place,
                     "Directory whose objects are compared with the hashes in their headers; with "
                     "FILE, the locale in whose order its lines should be. Default: the data root")
         ->type_name("ROOT|LOCALE");
@@ -155,7 +155,7 @@ void add_diff(CLI::App &app, command_line &args) {
         ->required()
         ->type_name("ROOT2");
     command
-        .add_option("locale", o.locale,
+        .add_option("locale,-l,--locale", o.locale,
                     "Locale: language_TERRITORY[.codeset][@modifier]. Without a code set: unicode")
         ->required()
         ->type_name("LOCALE");

@@ -92,7 +92,7 @@ void add_compare(CLI::App &app, command_line &args) {
     CLI::App &command =
         *app.add_subcommand("compare", "Print <, = or > for the order of two texts");
     compare_options &o = args.hold<compare_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("a", o.first, "First text")->required()->type_name("A");
     command.add_option("b", o.second, "Second text")->required()->type_name("B");
     add_common(
@@ -105,7 +105,7 @@ void add_key(CLI::App &app, command_line &args) {
     CLI::App &command =
         *app.add_subcommand("key", "Print sort keys: bytes whose order is the order of the texts");
     key_options &o = args.hold<key_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("text", o.texts, "Texts; none: the lines of standard input")
         ->type_name("TEXT");
     command.add_flag("--raw", o.raw, "The bytes themselves instead of hexadecimal digits");
@@ -115,12 +115,12 @@ void add_key(CLI::App &app, command_line &args) {
         "  kova key --raw fr_FR.8859-1 cote | od -tx1\n");
 }
 
-void add_case(CLI::App &app, command_line &args, const char *name) {
+static void add_mapping(CLI::App &app, command_line &args, const char *name) {
     case_options &o = args.hold<case_options>();
     CLI::App &command =
         *app.add_subcommand(name, std::string("Print texts or files in ") + name + " case");
     o.upper = std::string_view(name) == "upper";
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("text", o.texts, "Texts; without texts and files: standard input")
         ->type_name("TEXT");
     command.add_option("-f,--file", o.files, "A file; - is standard input")
@@ -135,11 +135,16 @@ void add_case(CLI::App &app, command_line &args, const char *name) {
                   "  kova lower ru_RU.KOI8-R --bytes < letter.koi8\n");
 }
 
+void add_case(CLI::App &app, command_line &args) {
+    add_mapping(app, args, "upper");
+    add_mapping(app, args, "lower");
+}
+
 void add_classify(CLI::App &app, command_line &args) {
     CLI::App &command =
         *app.add_subcommand("classify", "Show each character's bytes, classes and case partners");
     classify_options &o = args.hold<classify_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("text", o.texts, "Texts; with --count: files, - or none standard input")
         ->type_name("TEXT");
     CLI::Option *count =
@@ -161,7 +166,7 @@ void add_classify(CLI::App &app, command_line &args) {
 static CLI::App &measure_command(CLI::App &app, const char *name, const char *what, const char *bad,
                                  measure_options &o) {
     CLI::App &command = *app.add_subcommand(name, what);
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
     command.add_flag("--replace", o.replace, bad);
     return command;
@@ -175,7 +180,7 @@ void add_measures(CLI::App &app, command_line &args) {
     width.add_flag("--widest", w.widest, "Print the columns of the widest line only");
     add_common(
         width, args, [&args, &w] { return run_width(args.common, w); },
-        "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a tab or control\n"
+        "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a control\n"
         "  kova width --widest de_DE.unicode < table\n");
     CLI::App &trim = measure_command(app, "trim", "Remove spaces at the ends of lines",
                                      "Leave invalid text as it is and continue", t);
@@ -201,7 +206,7 @@ static CLI::App &text_command(CLI::App &text, command_line &args, const char *na
                               int (*run)(const common_options &, const text_options &),
                               const std::string &examples) {
     CLI::App &command = *text.add_subcommand(name, what);
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
     command
         .add_option("-o,--output", o.out,

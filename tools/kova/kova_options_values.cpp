@@ -6,12 +6,12 @@ namespace kovacli {
 
 static constexpr char time_directives[] =
     "Directives:\n"
-    "  %A %a weekday     %B %b month   %OB month without a day   %d %e %m day, month in digits\n"
-    "  %Y %y %C year     %H %I hour of 24, of 12   %p AM or PM   %M %S %F minute, second, "
-    "fraction\n"
-    "  %j day of year    %u %w weekday in digits   %G %V year and week of ISO 8601\n"
-    "  %c %x %X %r the locale's date and time, date, time, 12-hour time; %Ec %Ex %EX with its era\n"
-    "  %EY %EC %Ey year by era, the era, its year    %Od %OH ... in the locale's own digits\n"
+    "  %A %a weekday     %B %b month   %OB month without a day   %d %e day   %m month\n"
+    "  %Y %y %C year     %H %I hour of 24, of 12   %p AM or PM   %M minute\n"
+    "  %S second, %F its fraction    %j day of year    %u %w weekday in digits\n"
+    "  %c %x %X %r the locale's date and time, date, time, 12-hour time\n"
+    "  %Ec %Ex %EX the same with its era    %EY %EC %Ey year by era, era, its year\n"
+    "  %Od %OH ... in the locale's own digits    %G %V year and week of ISO 8601\n"
     "  %D %R %T as %m/%d/%y, %H:%M, %H:%M:%S    %n newline   %t tab   %% percent sign\n";
 
 // The options of the commands that answer many values.
@@ -40,7 +40,7 @@ static CLI::App &add_format(CLI::App &app, command_line &args, const char *name,
                             int (*run)(const common_options &, const format_options &),
                             const std::string &examples) {
     CLI::App &command = *app.add_subcommand(name, what);
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command.add_option("format", o.format, format_help)->required()->type_name("FORMAT");
     command
         .add_option("value", o.values,
@@ -48,12 +48,10 @@ static CLI::App &add_format(CLI::App &app, command_line &args, const char *name,
                     "is used again for another line. None: the lines of standard input, each with "
                     "what FORMAT takes")
         ->type_name("VALUE");
-    CLI::Option *text = command
-                            .add_option("--parse", o.text,
-                                        "Read TEXT, each VALUE or each line by FORMAT instead and "
-                                        "print its values")
-                            ->type_name("TEXT")
-                            ->expected(0, 1);
+    CLI::Option *parse =
+        command.add_flag("--parse{" + std::string(default_parse) + "}", o.text,
+                         "Read each VALUE, TEXT or each line by FORMAT instead and print its "
+                         "values");
     command
         .add_option("--digits", o.digits,
                     "Write digits of a script: native, or a name of CLDR such as arab or deva")
@@ -61,8 +59,9 @@ static CLI::App &add_format(CLI::App &app, command_line &args, const char *name,
     add_batch(command, o.batch);
     add_common(
         command, args,
-        [&args, &o, run, text] {
-            o.parse = text->count() > 0;
+        [&args, &o, run, parse] {
+            o.parse = parse->count() > 0;
+            if (o.text == default_parse) o.text.clear();
             return run(args.common, o);
         },
         examples);
@@ -116,7 +115,7 @@ void add_number(CLI::App &app, command_line &args) {
 void add_date(CLI::App &app, command_line &args) {
     CLI::App &command = *app.add_subcommand("date", "Write a date and time as a locale does");
     date_options &o = args.hold<date_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     CLI::Option *format =
         command
             .add_option(
@@ -180,17 +179,21 @@ void add_date(CLI::App &app, command_line &args) {
             "After %: a width, .N for at least N digits (%.1d is 7 and not 07), - to pad at the "
             "end.\n\n"
             "WHEN: now, a date, a time, or both, in this order or with steps after them:\n"
-            "  2026-11-21   20261121   2026-W47-6   2026-325   14:30   2026-11-21T14:30:05Z   "
-            "@SECONDS\n"
-            "  today   tomorrow   yesterday   monday   'last monday'   'next month'   '+3 days'\n"
-            "  'in 2 hours'   '2 hours ago'   'tomorrow 9:00'   '9 pm'   '2026-01-31 +1 month'");
+            "  2026-11-21   20261121   2026-W47-6   2026-325   14:30   @SECONDS\n"
+            "  2026-11-21T14:30:05Z   '24 Dec 2026'   'Dec 24'   'December 24, 2026'\n"
+            "  today   tomorrow   yesterday   monday   'last monday'   'next month'\n"
+            "  'first monday of december'   'last friday of month'   'last day of february'\n"
+            "  '+3 days'   '2 weeks'   'in 2 hours'   '2 hours ago'   '2026-01-31 +1 month'\n"
+            "  'tomorrow 9:00'   '9 pm'\n"
+            "Names of months and days are English ones or those of LOCALE. STEP: 1day, 1w, "
+            "2weeks.");
 }
 
 void add_parse_date(CLI::App &app, command_line &args) {
     CLI::App &command =
         *app.add_subcommand("parse-date", "Read a date and time by a format of a locale");
     parse_date_options &o = args.hold<parse_date_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command
         .add_option("format", o.format,
                     "How the text is written, with directives, see below: '%d. %B %Y'")
@@ -218,20 +221,19 @@ void add_parse_date(CLI::App &app, command_line &args) {
     add_batch(command, o.batch);
     add_common(
         command, args, [&args, &o] { return run_parse_date(args.common, o); },
-        "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'     prints 1999-03-21 "
-        "00:00:00\n"
+        "  kova parse-date de_DE.8859-1 '%d. %B %Y' '21. März 1999'\n"
+        "      prints 1999-03-21 00:00:00\n"
         "  kova parse-date ja_JP.EUC-JP '%EY%m月%d日' '平成2年1月8日'\n"
         "  kova parse-date en_US.8859-1 %D 6/15/24 --century F --today 2024-06-15\n\n" +
             std::string(time_directives) +
             "\nPrints YYYY-MM-DD HH:MM:SS of the Gregorian calendar. A text that is no date, or "
-            "could "
-            "be two,\nis refused with status 1.");
+            "could be two, is refused with status 1.");
 }
 
 void add_cal(CLI::App &app, command_line &args) {
     CLI::App &command = *app.add_subcommand("cal", "Draw months of a locale's calendar");
     cal_options &o = args.hold<cal_options>();
-    command.add_option("locale", o.locale, locale_help)->required()->type_name("LOCALE");
+    add_locale_name(command, o.locale);
     command
         .add_option("month", o.month,
                     "Number of the month in its year, or its full or short name; or a year alone, "

@@ -1,6 +1,7 @@
 // kova parse-date: a date and time read by a format, as a Gregorian date.
 #include "kova/kova_batch.h"
 #include "kova/kova_cli.h"
+#include "kova/kova_day_words.h"
 #include "kova/kova_reading.h"
 #include "kova/kova_when.h"
 
@@ -36,6 +37,7 @@ int run_parse_date(const common_options &common, const parse_date_options &optio
     if (!code.mapped) add_mapping(handle, data, code);
     const format_text format = decode_format(code, options.format, time_grammar());
     const time_names names = names_of(code, handle.object);
+    choose_words(code, names);
     const date_setting setting{code, names, today_of(options.today), options.century[0],
                                options.short_years};
     return run_batch(

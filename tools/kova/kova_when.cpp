@@ -7,6 +7,7 @@
 
 #include "common/tool_text.h"
 #include "kova/kova_cli.h"
+#include "kova/kova_day_words.h"
 #include "kova/kova_platform.h"
 
 namespace kovacli {
@@ -128,6 +129,7 @@ struct when_parts {
     bool now = false;               // said so
     time_step step;
     std::string fault;
+    std::string told; // what was filled in
 };
 
 struct unit_row {
@@ -145,6 +147,9 @@ static constexpr unit_row units[] = {
     {"hour",   &time_step::seconds, 3600},
     {"day",    &time_step::days,    1   },
     {"week",   &time_step::days,    7   },
+    {"w",      &time_step::days,    7   },
+    {"d",      &time_step::days,    1   },
+    {"h",      &time_step::seconds, 3600},
     {"month",  &time_step::months,  1   },
     {"year",   &time_step::months,  12  },
 };
@@ -321,7 +326,7 @@ static void take_clock(when_text &in, when_parts &parts, bool after_t) {
 
 static const unit_row *unit_of(std::string word) {
     for (const unit_row &row : units)
-        if (word == row.name || word == std::string(row.name) + "s") return &row;
+        if (word == row.name || (row.name[1] && word == std::string(row.name) + "s")) return &row;
     return nullptr;
 }
 
@@ -347,25 +352,171 @@ static bool take_step(when_text &in, time_step &step) {
     return true;
 }
 
+// ---- names of days and months ----
+
+static void skip_word(when_text &in, const char *word) {
+    skip_blanks(in);
+    if (word_ahead(in) == word) in.at += std::char_traits<char>::length(word);
+    skip_blanks(in);
+}
+
+// Moves past a name, which must be that of one month or day.
+static int take_name(when_text &in, const name_found &name, when_parts &parts) {
+    if (name.number < 0)
+        parts.fault = "\"" + std::string(in.at, name.len) + "\" could be several months or days";
+    in.at += name.len;
+    return name.number;
+}
+
 // The weekday on or after today, after "next" after today, after "last" before today.
-static bool take_weekday(const std::string &word, int direction, when_parts &parts,
-                         sys_days today) {
-    for (unsigned i = 0; i < std::size(weekdays); ++i) {
-        if (word != weekdays[i] && word != std::string(weekdays[i], 3)) continue;
-        const auto ahead = int((weekday{i} - weekday{today}).count());
-        parts.from_now = false;
-        if (direction)
-            set_day(parts, today + days(direction < 0 ? ahead - 7 : ahead ? ahead : 7));
-        else if (parts.on && *parts.on != weekday{i})
-            parts.fault = "two days of the week";
-        else
-            parts.on = weekday{i};
-        return true;
+static bool take_weekday(when_text &in, int direction, when_parts &parts, sys_days today) {
+    const name_found name = weekday_at(in.at);
+    if (!name.len) return false;
+    const int number = take_name(in, name, parts);
+    if (number < 0) return true;
+    const weekday wanted{unsigned(number)};
+    const auto ahead = int((wanted - weekday{today}).count());
+    parts.from_now = false;
+    if (direction)
+        set_day(parts, today + days(direction < 0 ? ahead - 7 : ahead ? ahead : 7));
+    else if (parts.on && *parts.on != wanted)
+        parts.fault = "two days of the week";
+    else
+        parts.on = wanted;
+    return true;
+}
+
+// After a month, or its day: the year in four digits, or this one.
+static int take_year(when_text &in, when_parts &parts, sys_days today) {
+    when_text ahead = in;
+    take(ahead, ',');
+    skip_blanks(ahead);
+    const int digits = digits_ahead(ahead);
+    const char after = ahead.at[digits];
+    when_text unit = {ahead.at + digits};
+    skip_blanks(unit);
+    const bool other = !digits || after == ':' || !half_ahead({ahead.at + digits}).empty() ||
+                       (digits != 4 && unit_of(word_ahead(unit)));
+    if (other) {
+        const int year_ad = int(year_month_day(today).year());
+        parts.told = "the date has no year: " + std::to_string(year_ad) + " is taken";
+        return year_ad;
     }
-    return false;
+    in.at = ahead.at;
+    if (digits != 4) parts.fault = "a year has four digits after the name of a month";
+    return take_digits(in, parts.fault.empty() ? 4 : 0);
+}
+
+// One or two digits, "." or "st", "nd", "rd", "th". 0 where the number is none of a day.
+static int take_day_number(when_text &in) {
+    const int digits = digits_ahead(in);
+    if (digits < 1 || digits > 2 || in.at[digits] == ':') return 0;
+    const int number = take_digits(in, digits);
+    const std::string ending = word_ahead(in);
+    if (ending == "st" || ending == "nd" || ending == "rd" || ending == "th") in.at += 2;
+    if (*in.at == '.') ++in.at;
+    return number;
+}
+
+// "24 Dec 2026", "24. Dezember", "24th of December"; false if no name of a month follows.
+static bool take_day_month(when_text &in, when_parts &parts, sys_days today) {
+    when_text ahead = in;
+    const int day_no = take_day_number(ahead);
+    skip_word(ahead, "of");
+    const name_found name = month_at(ahead.at);
+    if (!day_no || !name.len) return false;
+    in.at = ahead.at;
+    const int month_no = take_name(in, name, parts) + 1;
+    const int year_ad = take_year(in, parts, today);
+    parts.from_now = false;
+    if (parts.fault.empty()) set_date(parts, year_ad, month_no, day_no);
+    return true;
+}
+
+// "Dec 24", "December 24, 2026".
+static void take_month_day(when_text &in, when_parts &parts, sys_days today) {
+    const int month_no = take_name(in, month_at(in.at), parts) + 1;
+    skip_blanks(in);
+    const int day_no = take_day_number(in);
+    if (!day_no && parts.fault.empty()) parts.fault = "a month without a day";
+    const int year_ad = parts.fault.empty() ? take_year(in, parts, today) : 0;
+    parts.from_now = false;
+    if (parts.fault.empty()) set_date(parts, year_ad, month_no, day_no);
+}
+
+// The month of "of december 2027", "of month", "of next month".
+static std::optional<year_month> take_of_month(when_text &in, when_parts &parts, sys_days today) {
+    const year_month_day date = today;
+    const name_found name = month_at(in.at);
+    if (name.len) {
+        const int number = take_name(in, name, parts);
+        const int year_ad = take_year(in, parts, today);
+        if (!parts.fault.empty()) return year_month{};
+        return year{year_ad} / (number + 1);
+    }
+    skip_word(in, "the");
+    const std::string which = word_ahead(in);
+    const int direction = which == "next" ? 1 : which == "last" ? -1 : 0;
+    if (direction || which == "this") in.at += 4;
+    skip_blanks(in);
+    if (word_ahead(in) != "month") return {};
+    in.at += 5;
+    return date.year() / date.month() + std::chrono::months(direction);
+}
+
+static constexpr const char *ordinals[] = {"last", "first", "second", "third", "fourth", "fifth"};
+
+// "first monday of december", "last day of month"; false where the words go on otherwise.
+static bool take_ordinal(when_text &in, when_parts &parts, sys_days today) {
+    when_text ahead = in;
+    skip_word(ahead, "the");
+    const std::string word = word_ahead(ahead);
+    const auto ordinal = std::find(std::begin(ordinals), std::end(ordinals), word);
+    if (ordinal == std::end(ordinals)) return false;
+    const auto count = int(ordinal - ordinals);
+    ahead.at += word.size();
+    skip_blanks(ahead);
+    const bool any_day = word_ahead(ahead) == "day";
+    const name_found on = weekday_at(ahead.at);
+    if (!any_day && !on.len) return false;
+    ahead.at += any_day ? 3 : on.len;
+    skip_blanks(ahead);
+    if (word_ahead(ahead) != "of") return false;
+    skip_word(ahead, "of");
+    in.at = ahead.at;
+    const auto month_of = take_of_month(in, parts, today);
+    if (!month_of) return false;
+    if (!any_day && on.number < 0) parts.fault = "the day of the week is not clear";
+    if (!parts.fault.empty()) return true;
+    const weekday wanted{unsigned(std::max(on.number, 0))};
+    const sys_days first = any_day ? sys_days{*month_of / 1} : sys_days{*month_of / wanted[1]};
+    const sys_days end = any_day ? sys_days{*month_of / last} : sys_days{*month_of / wanted[last]};
+    const sys_days day = count ? first + days((count - 1) * (any_day ? 1 : 7)) : end;
+    parts.from_now = false;
+    if (day > end)
+        parts.fault = "the month has no " + word + " such day";
+    else
+        set_day(parts, day);
+    return true;
+}
+
+// A name at which a moment goes on: false if there is none. One that a month and a day of the week
+// share, or that is a word of steps, too, is refused.
+static bool take_named(when_text &in, when_parts &parts, sys_days today) {
+    const name_found a_month = month_at(in.at), a_day = weekday_at(in.at);
+    const size_t len = std::max(a_month.len, a_day.len);
+    if (!len) return false;
+    if (a_month.len == a_day.len || (unit_of(word_ahead(in)) && word_ahead(in).size() == len))
+        parts.fault = "\"" + std::string(in.at, len) + "\" could be several months or days";
+    else if (a_month.len > a_day.len)
+        take_month_day(in, parts, today);
+    else
+        return take_weekday(in, 0, parts, today);
+    return true;
 }
 
 static bool take_word(when_text &in, when_parts &parts, sys_days today) {
+    if (take_ordinal(in, parts, today) || take_named(in, parts, today)) return true;
     std::string word = word_ahead(in);
     in.at += word.size();
     static constexpr struct {
@@ -385,11 +536,11 @@ static bool take_word(when_text &in, when_parts &parts, sys_days today) {
     for (const auto &row : days_from_now)
         if (word == row.word) return parts.step.days += row.days, true;
     const int direction = word == "next" ? 1 : word == "last" ? -1 : 0;
-    if (!direction) return take_weekday(word, 0, parts, today);
+    if (!direction) return false;
     skip_blanks(in);
+    if (take_weekday(in, direction, parts, today)) return true;
     word = word_ahead(in);
     in.at += word.size();
-    if (take_weekday(word, direction, parts, today)) return true;
     const unit_row *const unit = unit_of(word);
     if (unit) parts.step.*unit->field += direction * unit->size;
     return unit != nullptr;
@@ -405,6 +556,8 @@ static void take_part(when_text &in, when_parts &parts, sys_days today) {
         if (!in.failed && take(in, 'T')) take_clock(in, parts, true);
     } else if (digits && (in.at[digits] == ':' || !half_ahead({in.at + digits}).empty())) {
         take_clock(in, parts, false);
+    } else if (digits && take_day_month(in, parts, today)) {
+        return;
     } else if (digits || *in.at == '+' || *in.at == '-') {
         in.failed |= !take_step(in, parts.step);
     } else {
@@ -451,6 +604,7 @@ moment moment_of(const std::string &text, const std::string &option) {
     in.failed = !*in.at;
     while (*in.at && !in.failed && parts.fault.empty()) {
         take_part(in, parts, day_of(here.tm));
+        take(in, ',');
         skip_blanks(in);
     }
     if (!in.failed && parts.fault.empty()) check_parts(parts, day_of(here.tm));
@@ -459,8 +613,9 @@ moment moment_of(const std::string &text, const std::string &option) {
     if (in.failed || in.at != text.c_str() + text.size())
         throw failure(bad_usage, option + " \"" + text +
                                      "\" is not a date and time such as 2026-11-21, \"2026-11-21 "
-                                     "14:30:05\", 2026-W47-6, @1700000000, now, \"+3 days\" or "
-                                     "\"last monday\"");
+                                     "14:30:05\", \"24 Dec 2026\", @1700000000, now, \"+3 days\" "
+                                     "or \"last monday\"");
+    if (!parts.told.empty()) kovatool::tell("kova", parts.told);
     return moved(made_of(parts, here), parts.step, 1);
 }
 

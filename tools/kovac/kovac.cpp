@@ -13,6 +13,7 @@
 
 #include "common/tool_describe.h"
 #include "common/tool_file.h"
+#include "common/tool_help.h"
 #include "common/tool_text.h"
 #include "kova_host.h"
 #include "kovac/kovac_convert.h"
@@ -345,6 +346,11 @@ static locale_options with_variant(locale_options opt) {
     return opt;
 }
 
+static bool in_colour() {
+    const char *const no = getenv("NO_COLOR");
+    return isatty(2) && !(no && *no);
+}
+
 static int compile_one(const locale_options &asked) {
     const locale_options opt = with_variant(asked);
     source_set set;
@@ -354,7 +360,7 @@ static int compile_one(const locale_options &asked) {
     if (const size_t slash = opt.source.rfind('/'); slash != std::string::npos) {
         set.dirs.insert(set.dirs.begin(), opt.source.substr(0, slash + 1)); // the sources beside it
     }
-    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    diagnostics diag{.colour = in_colour(), .verbose = opt.verbose};
     charmap map;
     if (int status = load_inputs(opt, set, map, diag)) return status;
     std::string path;
@@ -479,7 +485,7 @@ static int write_translit(const std::string &root) {
 // ---- kovac charmap -----------------------------------------------------------------------------
 
 static int compile_charmap(const symbols_options &opt) {
-    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    diagnostics diag{.colour = in_colour(), .verbose = opt.verbose};
     return int(compile_symbols(opt, search_dirs("charmaps"), diag));
 }
 
@@ -693,7 +699,7 @@ static int compile_charmaps(const symbols_options &opt) {
 }
 
 static int convert_pair(const convert_options &opt) {
-    diagnostics diag{.colour = isatty(2) != 0, .verbose = opt.verbose};
+    diagnostics diag{.colour = in_colour(), .verbose = opt.verbose};
     return int(run_convert(opt, search_dirs("charmaps"), diag));
 }
 
@@ -719,6 +725,7 @@ static CLI::App *add_pack_command(CLI::App &app, pack_options &opt) {
 static int run_main(int argc, char **argv) {
     CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
                  "kovac");
+    kovatool::add_help(app);
     app.footer("Exit status: 0 done, 1 an input is wrong, 2 wrong usage, 3 a file cannot be found, "
                "read or written, or memory is exhausted.");
     app.require_subcommand(1);
