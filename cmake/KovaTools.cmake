@@ -95,7 +95,7 @@ file(GLOB options ${tools}/kova/kova_options*.cpp)
 set_source_files_properties(${options} ${tools}/common/tool_help.cpp PROPERTIES
     COMPILE_OPTIONS "${kova_quick_build}")
 set_source_files_properties(${tools}/common/tool_help.cpp PROPERTIES
-    COMPILE_DEFINITIONS KOVA_RELEASE="${PROJECT_VERSION}")
+    COMPILE_DEFINITIONS KOVA_RELEASE="${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 
 # The compiler takes what is inside std::regex for uninitialised.
 set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES

@@ -400,6 +400,8 @@ TEST_F(KovaCli, SaysWhichLocalesExist) {
     fails(3, "info ru_RU", "several code sets, name one: ru_RU.");
     fails(3, "info qq_QQ.8859-1", "there is no locale qq_QQ.8859-1; there are ");
     fails(3, "info german", "\"german\" is not a locale name");
+    fails(3, "info de", "like de_DE.8859-1; there are de_DE.ISO-8859-1, de_DE.unicode\n");
+    fails(3, "info de-de", "; de_DE exists as de_DE.ISO-8859-1, de_DE.unicode\n");
     fails(3, "info de_DE.", "no code set is called \"\"");
     fails(3, "info de_DE.8859-1@toolong", "there is no locale de_DE.8859-1@toolong");
     writes("compare fr_fr a b", "<\n"); // one code set: no need to name it
@@ -552,6 +554,31 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     }
 }
 
+TEST_F(KovaCli, WritesObjectsOfJson) {
+    writes("compare -l de_DE.8859-1 'ä\"' z --json",
+           "{\"a\":\"ä\\\"\",\"b\":\"z\",\"order\":\"<\"}\n");
+    const std::string key = kova("key de_DE ü").out;
+    writes("key de_DE --json",
+           "{\"text\":\"ü\",\"key\":\"" + key.substr(0, key.size() - 1) + "\"}\n", "ü\n");
+    writes("classify de_DE --json -- - | cut -d , -f 1-2,5-6",
+           "{\"char\":\"-\",\"code\":\"U+002D\",\"upper\":null,\"lower\":null\n");
+    shows("classify de_DE --count --json < .out", "{\"class\":\"lines\",\"characters\":0}\n");
+    writes("width ja_JP --json", "{\"line\":1,\"columns\":4}\n{\"line\":2,\"columns\":1}\n",
+           "漢字\na");
+    writes("width ja_JP --json --widest", "{\"columns\":4}\n", "漢字\na");
+    writes("count ja_JP --json",
+           "{\"lines\":1,\"characters\":3,\"bytes\":7,\"columns\":4,\"file\":null}\n", "漢字\n");
+    writes("cal he_IL.unicode@hebr --json 7 5784 | tail -n 1",
+           "{\"month\":\"אדר ב' 5784\",\"day\":29,\"date\":\"2024-04-08\",\"weekday\":\"שני\","
+           "\"week\":15}\n");
+    shows("convert --list --json", "{\"number\":273,\"code set\":\"");
+    fails(2, "key de_DE a --json --raw", "--raw excludes --json");
+    const std::string lines = kova("cal --json de_DE 2026; kova convert --list --json").out;
+    for (size_t at = 0, end; (end = lines.find('\n', at)) != lines.npos; at = end + 1)
+        EXPECT_TRUE(nlohmann::json::accept(lines.substr(at, end - at)))
+            << lines.substr(at, end - at);
+}
+
 TEST_F(KovaCli, HelpsWithinTheColumnsOfTheTerminal) {
     writes("--version; kovac --version", "kova 2.86\nkovac 2.86\n");
     const std::string all = kova("--help").out;
@@ -656,6 +683,11 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at '9 pm 2026-11-21 '",                     "%d %R",                 "21 21:00"              },
         {"--at '2026-11-21 saturday'",                  "%d",                    "21"                    },
         {"--from 9999-12-30 --to 9999-12-31",           "%d",                    "30\n31"                },
+        {"--at 2026-02-28T24:00",                       "%m-%d %R",              "03-01 00:00"           },
+        {"--at 2026-02-28t14.25",                       "%T",                    "14:15:00"              },
+        {"--at 2026-02-28T14:30,0125",                  "%T %iF",                "14:30:00 .75"          },
+        {"--at '2026-02-28 14:30 +0130' --zone UTC",    "%R",                    "13:00"                 },
+        {"--at '9 pm UTC 2026-02-28' --zone +01",       "%R",                    "22:00"                 },
         {"--at '24 Dec 2026'",                          "%m-%d",                 "12-24"                 },
         {"--at 'Thu, dec 24th, 2026 9 pm'",             "%m-%d %R",              "12-24 21:00"           },
         {"--at 'first monday of december 2026'",        "%m-%d",                 "12-07"                 },
@@ -685,6 +717,7 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at 'monday 2026-11-21'",                       "2026-11-21 is a saturday"      },
         {"--at '2026-01-01 2026-02-02'",                   "two days, 2026-01-01"          },
         {"--at '@0 14:30'",                                "beside what stands for both"   },
+        {"--at '9.30 pm'",                                 "is not a date and time"        },
         {"--at '24 Dec 26'",                               "a year has four digits"        },
         {"--at 'Dec 2026'",                                "a month without a day"         },
         {"--at 'fifth monday of june 2026 +1m'",           "is not a date and time"        },
@@ -737,7 +770,7 @@ TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
     fails(2, "date de_DE.8859-1 --at 2026-02-29", "--at \"2026-02-29\": February 2026 has 28 days");
     fails(2, "date de_DE.8859-1 --at ''", "--at \"\"");
     fails(2, "date de_DE.8859-1 --at '2026-02-01 12:30.5'", "--at \"2026-02-01 12:30.5\"");
-    fails(2, "date de_DE.8859-1 --at '2026-02-01 24:00'", "--at \"2026-02-01 24:00\"");
+    fails(2, "date de_DE.8859-1 --at '2026-02-01 24:01'", "--at \"2026-02-01 24:01\"");
     fails(2, "cal he_IL.unicode@hebr 13 5783", "no such month");
     fails(2, "cal he_IL.unicode@hebr \"אדר א'\" 5783", "no such month");
     fails(2, "cal he_IL.unicode@hebr 1 14001", "cannot be converted");

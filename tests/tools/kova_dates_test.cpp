@@ -4,6 +4,8 @@
 
 #include "tools/command_run.h"
 
+#include <regex>
+
 using namespace kovacli;
 
 // A format, and whether it holds a whole date.
@@ -146,12 +148,12 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
            count[not_written], count[wrong]);
 }
 
-// What stands between backquotes in a cell, one after the other.
+// What stands between backquotes in a cell, one after the other; in tables "|" has a backslash.
 static std::vector<std::string> quoted_parts(const std::string &cell) {
     std::vector<std::string> parts;
     for (size_t at = 0; (at = cell.find('`', at)) != cell.npos;) {
         const size_t end = cell.find('`', ++at);
-        parts.push_back(cell.substr(at, end - at));
+        parts.push_back(std::regex_replace(cell.substr(at, end - at), std::regex("\\\\\\|"), "|"));
         at = end + 1;
     }
     return parts;
@@ -178,7 +180,7 @@ TEST_F(KovaDateTable, RowsOfTheDocumentationGiveWhatTheySay) {
     int rows = 0, compared = 0;
     bool inside = false;
     for (std::string line; std::getline(in, line);) {
-        if (line.starts_with("#")) inside = line == "### Beside date(1) and cal(1)";
+        if (line.starts_with("#")) inside = line.starts_with("### Beside ");
         const size_t first = line.find(" | "), second = line.find(" | ", first + 1);
         if (!inside || !line.starts_with("| `") || second == line.npos) continue;
         if (!zones && line.find("Europe/Paris") != line.npos) continue;
@@ -188,13 +190,15 @@ TEST_F(KovaDateTable, RowsOfTheDocumentationGiveWhatTheySay) {
         gives(quoted_parts(line.substr(first, second - first))[0],
               results.empty() ? "" : results[0]);
         ++rows;
-        const bool whole = left == "| `" + there + "`" && right.find("an error") == right.npos;
-        if (!gnu || !whole || results.empty() || there.find("date ") > 20) continue;
+        const bool whole =
+            left.find('`', 3) + 1 == left.size() && right.find("an error") == right.npos;
+        if (!gnu || !whole || results.empty() || there.starts_with("cal ")) continue;
         environment["LC_ALL"] = "C";
+        if (shell(there).status == 127) continue; // column and cal are not everywhere
         gives(there, results.back());
         environment["LC_ALL"] = "C.UTF-8";
         ++compared;
     }
-    EXPECT_GT(rows, 40);
-    EXPECT_TRUE(!gnu || compared > 25) << compared;
+    EXPECT_GT(rows, 66);
+    EXPECT_TRUE(!gnu || compared > 45) << compared;
 }

@@ -100,6 +100,9 @@ TEST_F(KovaText, WritesNothingForBadText) {
         fails(1, name + " de_DE -o kept", "standard input:2: byte offset 4: ", "ok\na\xFF\n");
         fails(1, name + " de_DE.8859-1 --utf8 -o kept", "no character U+20AC", "€");
         EXPECT_EQ(slurp(dir / "kept"), "kept\n");
+        writes(name + " de_DE --replace", "\na\uFFFD\n", "\na\xFF\n",
+               "kova: 1 bad character replaced, the first at standard input:2: byte offset 2\n");
+        writes(name + " de_DE.8859-1 --utf8 --replace -o out; cat out", "?\n", "€\n", "replaced");
     }
     writes("fold de_DE -w 3 -o kept kept", "");
     EXPECT_EQ(slurp(dir / "kept"), "kep\nt\n");
@@ -154,7 +157,7 @@ TEST_F(KovaText, ShowsLocalesByName) {
     shows("de_DE", "LC_MONETARY\nint_curr_symbol=\"EUR \"\n");
     for (const std::string name : {"LC_PAPER", "postal_fmt", "tel_int_fmt", "measurement"})
         fails(2, "de_DE " + name, "not held by compiled locales");
-    fails(2, "de_DE klingon", "there is no item \"klingon\"");
+    fails(2, "de_DE klingon", "no category or keyword \"klingon\"");
     static constexpr struct {
         const char *locale, *answer, *means;
         int status;

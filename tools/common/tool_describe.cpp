@@ -4,8 +4,9 @@
 //   argument  PATH  VALUE  -      MARKS  DESCRIPTION
 //   footer    PATH  TEXT
 // PATH is the words that lead to the command. MARKS are letters: r required, m may be repeated, o
-// its value may be left out. VALUE is empty for a flag, and ends in {A,B} if only these are taken.
-// A backslash stands before "n" for a newline, "t" for a tab, and before a backslash.
+// its value may be left out. An argument that has a name, too, is listed as both. VALUE is empty
+// for a flag, and ends in {A,B} if only these are taken. A backslash stands before "n" for a
+// newline, "t" for a tab, and before a backslash.
 #include "common/tool_describe.h"
 
 #include <cstdio>
@@ -85,7 +86,7 @@ static void put_option(const std::string &path, const CLI::Option &option) {
     const std::string value = value_of(option), marks = marks_of(option);
     if (option.get_positional())
         put_line({"argument", path, value, "-", marks, option.get_description()});
-    else
+    if (option.nonpositional())
         put_line({"option", path, names_of(option), value, marks, option.get_description(),
                   option.get_default_str(), joined(option.get_excludes()),
                   joined(option.get_needs())});

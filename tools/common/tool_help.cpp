@@ -5,14 +5,14 @@
 #include <cstdlib>
 #include <sstream>
 
+#include <CLI/CLI.hpp>
+
 #ifdef _WIN32
 #include <windows.h>
 #else
 #include <sys/ioctl.h>
 #include <unistd.h>
 #endif
-
-#include <CLI/CLI.hpp>
 
 namespace kovatool {
 
@@ -102,14 +102,15 @@ static std::string option_text(const CLI::Option &option) {
     return option.get_description() + (value.empty() ? "" : ". Default: " + value);
 }
 
-static void put_options(std::ostream &out, const CLI::App &app, bool arguments, size_t columns) {
-    const auto wanted = [arguments](const CLI::Option *option) {
-        return !option->get_group().empty() &&
+static void put_options(std::ostream &out, const CLI::App &app, const std::string &group,
+                        bool arguments, size_t columns) {
+    const auto wanted = [&group, arguments](const CLI::Option *option) {
+        return option->get_group() == group &&
                (arguments ? option->get_positional() : option->nonpositional());
     };
     const auto options = app.get_options(wanted);
     if (options.empty()) return;
-    out << (arguments ? "\nArguments:\n" : "\nOptions:\n");
+    out << "\n" << (arguments ? "Arguments" : group) << ":\n";
     for (const CLI::Option *option : options)
         if (arguments)
             put_row(out, argument_name(*option), option->get_description(), columns);
@@ -153,9 +154,10 @@ struct column_layout : CLI::Formatter {
         if (!app->get_subcommands({}).empty()) usage += " COMMAND";
         out << "\nUsage: ";
         put_words(out, usage, 7, 11, columns);
-        put_options(out, *app, true, columns);
+        put_options(out, *app, "Options", true, columns);
         put_commands(out, *app, columns);
-        put_options(out, *app, false, columns);
+        for (const std::string &group : app->get_groups())
+            if (!group.empty()) put_options(out, *app, group, false, columns);
         if (!app->get_footer().empty()) out << '\n';
         put_footer(out, app->get_footer(), columns);
         return out.str();

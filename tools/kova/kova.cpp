@@ -40,7 +40,7 @@ int finish_output(int status) {
 }
 
 int run_command(command_line &args) {
-    if (args.utf8) args.common.form = text_form::utf8;
+    if (args.utf8 || args.common.json) args.common.form = text_form::utf8;
     if (args.bytes) args.common.form = text_form::bytes;
     try {
         return args.run();

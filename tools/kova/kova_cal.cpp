@@ -13,6 +13,7 @@
 #include "kova/kova_io.h"
 #include "kova/kova_names.h"
 #include "kova/kova_page.h"
+#include "kova/kova_table.h"
 #include "kova/kova_when.h"
 
 namespace kovacli {
@@ -420,6 +421,27 @@ void draw_all(const cal_job &job, const std::vector<month> &months, output &out)
     }
 }
 
+// Each day as a JSON object.
+void write_days(const cal_job &job, const std::vector<month> &months, output &out) {
+    std::vector<std::vector<cell>> rows = {
+        {{"month"}, {"day", -1, true}, {"date"}, {"weekday"}, {"week", -1, true}}
+    };
+    for (const month &m : months) {
+        const std::string title = outer_text(job.code, title_of(job, m));
+        for (int day = 1; day <= m.length; ++day) {
+            const sys_days date = m.begin + std::chrono::days(day - 1);
+            const unsigned on = std::chrono::weekday(date).c_encoding();
+            const wide_text name = trimmed(job, item_text(job.code, KO_DAY_1 + on));
+            rows.push_back({{title},
+                            {std::to_string(shown_day(job, m, day))},
+                            {day_text(date)},
+                            {outer_text(job.code, name)},
+                            {std::to_string(iso_week_of(date).week)}});
+        }
+    }
+    write_json_rows(out, rows);
+}
+
 // ---- pages ----
 
 std::string weekday_heads(const cal_job &job) {
@@ -506,6 +528,8 @@ int run_cal(const common_options &common, const cal_options &options) {
     open(out, options.out);
     if (options.html)
         write_months(job, months, out);
+    else if (common.json)
+        write_days(job, months, out);
     else
         draw_all(job, months, out);
     finish(out);

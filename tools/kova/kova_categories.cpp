@@ -179,6 +179,16 @@ static const char *category_of_item(unsigned item) {
 }
 
 // The values that a word asks for: a category, a name of locale(1), or an item of "kova info".
+static unsigned item_named(const std::string &word) {
+    try {
+        return item_of(word);
+    } catch (const failure &) {
+        throw failure(bad_usage, "there is no category or keyword \"" + word +
+                                     "\", nor an item; kova locale LOCALE shows the keywords, and "
+                                     "kova info LOCALE the items");
+    }
+}
+
 static std::vector<keyword_value> values_of(const open_job &job, const std::string &word) {
     std::vector<keyword_value> values;
     for (const keyword &key : keywords)
@@ -186,7 +196,7 @@ static std::vector<keyword_value> values_of(const open_job &job, const std::stri
             values.push_back(value_of(job, key));
     if (!values.empty()) return values;
     refuse_what_is_not_held(word);
-    const unsigned item = item_of(word);
+    const unsigned item = item_named(word);
     return {
         {category_of_item(item), item_name(item), item_texts(job.code, item, 1)}
     };

@@ -154,7 +154,7 @@ static void count_file(const codec &code, const std::string &path, counts &count
 }
 
 static void write_counts(const codec &code, const std::vector<class_name> &classes,
-                         const counts &count, output &out) {
+                         const counts &count, bool json, output &out) {
     std::vector<uint64_t> of_class(classes.size());
     uint64_t all = 0;
     const auto add_times = [&](const ko_wchar_t *wide, size_t units, uint64_t times) {
@@ -183,7 +183,7 @@ static void write_counts(const codec &code, const std::vector<class_name> &class
     add("lines", count.of_wide[code.newline]);
     add("bytes", count.bytes);
     if (count.bad.count) add("bad characters", count.bad.count);
-    write_table(out, rows);
+    json ? write_json_rows(out, rows) : write_table(out, rows);
 }
 
 int run_classify(const common_options &common, const classify_options &options) {
@@ -197,7 +197,7 @@ int run_classify(const common_options &common, const classify_options &options) 
         count.bad = {.replace = options.replace, .with_replace = "counts it and continues"};
         for (const std::string &path : inputs_of(options.files))
             count_file(code, path, count);
-        write_counts(code, classes, count, out);
+        write_counts(code, classes, count, common.json, out);
     } else {
         add_mapping(handle, data, code); // code points are optional if the form is bytes
         std::vector<std::vector<cell>> rows = {
@@ -205,7 +205,7 @@ int run_classify(const common_options &common, const classify_options &options) 
         };
         for (const std::string &text : options.texts)
             add_rows(code, classes, decode_argument(code, text, "TEXT"), rows);
-        write_table(out, rows);
+        common.json ? write_json_rows(out, rows) : write_table(out, rows);
     }
     finish(out);
     return done;

@@ -34,6 +34,7 @@ enum class text_form { by_environment, utf8, bytes };
 struct common_options {
     std::string root; // --root; empty: search
     text_form form = text_form::by_environment;
+    bool json = false; // one JSON object for each row, in UTF-8, where a command has no other form
 };
 
 // True if text arguments, input and output are UTF-8: because of --utf8, or because LC_ALL,
@@ -249,6 +250,7 @@ int run_symbols(const common_options &common, const symbols_options &options);
 // What the commands of kova text take.
 struct text_options {
     std::string locale, out;
+    bool replace = false;
     std::vector<std::string> files;                             // none: standard input
     uint32_t width = 80;                                        // of fold and wrap
     bool spaces = false;                                        // fold: cut lines after blanks

@@ -10,7 +10,9 @@ layout_signs signs_of(const codec &code) {
 }
 
 void open_layout(layout_job &job, const common_options &common, const text_options &options) {
-    open_job(job.text, common, options.locale, job.handle, "");
+    open_job(job.text, common, options.locale, job.handle,
+             "writes U+FFFD for it, or ? where the code set lacks that");
+    job.text.bad.replace = options.replace;
     open(job.out, options.out);
     job.signs = signs_of(job.text.code);
     job.to.job = &job.text;
@@ -20,6 +22,7 @@ void open_layout(layout_job &job, const common_options &common, const text_optio
 void finish_layout(layout_job &job) {
     write_kept(job.to);
     finish(job.out);
+    tell_bad(job.text.bad, "replaced");
 }
 
 static constexpr uint32_t zero_width_space = 0x200B, joiner = 0x200D;

@@ -60,24 +60,23 @@ template <class Take>
 void read_clusters(layout_job &job, const std::string &path, Take take_cluster) {
     cluster now, next;
     job.end = {{job.signs.newline}, false};
-    read_file(
-        job.text, path,
-        [&](const ko_wchar_t *wide, size_t count) {
-            if (!job.end.known) learn_end(job, wide, count);
-            for (size_t i = 0, size; i < count; i += size) {
-                size = units_of(job.text.code, wide + i, count - i);
-                if (!begins_cluster(job.text, now, wide + i, size, next)) {
-                    now.wide.insert(now.wide.end(), wide + i, wide + i + size);
-                    now.columns += next.columns;
-                    now.last = next.last;
-                    continue;
-                }
-                if (!now.wide.empty()) take_cluster(now);
-                next.wide.assign(wide + i, wide + i + size);
-                std::swap(now, next);
+    const auto take = [&](const ko_wchar_t *wide, size_t count) {
+        if (!job.end.known) learn_end(job, wide, count);
+        for (size_t i = 0, size; i < count; i += size) {
+            size = units_of(job.text.code, wide + i, count - i);
+            if (!begins_cluster(job.text, now, wide + i, size, next)) {
+                now.wide.insert(now.wide.end(), wide + i, wide + i + size);
+                now.columns += next.columns;
+                now.last = next.last;
+                continue;
             }
-        },
-        [](const unsigned char *, size_t) {});
+            if (!now.wide.empty()) take_cluster(now);
+            next.wide.assign(wide + i, wide + i + size);
+            std::swap(now, next);
+        }
+    };
+    read_file(job.text, path, take,
+              [&](const unsigned char *, size_t) { take(&job.text.code.replacement, 1); });
     if (!now.wide.empty()) take_cluster(now);
 }
 

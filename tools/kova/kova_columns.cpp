@@ -108,7 +108,9 @@ static void read_table(text_table &table, const std::string &path) {
             if (!table.job.end.known) learn_end(table.job, wide, count);
             table.text.insert(table.text.end(), wide, wide + count);
         },
-        [](const unsigned char *, size_t) {});
+        [&](const unsigned char *, size_t) {
+            table.text.push_back(table.job.text.code.replacement);
+        });
     const ko_wchar_t newline = table.job.signs.newline;
     if (table.text.size() > begin && table.text.back() != newline) table.text.push_back(newline);
 }

@@ -4,6 +4,7 @@
 #include "kova/kova_cli.h"
 #include "kova/kova_io.h"
 #include "kova/kova_locale.h"
+#include "kova/kova_table.h"
 #include "kova/kova_text.h"
 
 namespace kovacli {
@@ -30,12 +31,26 @@ int run_compare(const common_options &common, const compare_options &options) {
         throw failure(bad_text, "the texts cannot be compared (error " + std::to_string(error) +
                                     "): memory is exhausted");
     output out;
-    write(out, order < 0 ? "<\n" : order > 0 ? ">\n" : "=\n");
+    const std::string sign = order < 0 ? "<" : order > 0 ? ">" : "=";
+    if (common.json)
+        write_json_rows(
+            out, {
+                     {{"a"},           {"b"},            {"order"}},
+                     {{options.first}, {options.second}, {sign}   }
+        });
+    else
+        write(out, sign + "\n");
     finish(out);
     return done;
 }
 
-static void print_key(const codec &code, std::vector<ko_wchar_t> wide, bool raw, output &out) {
+namespace {
+enum class key_form { hexadecimal, raw, json };
+}
+
+static void print_key(const codec &code, std::vector<ko_wchar_t> wide, key_form form, output &out) {
+    std::string text;
+    if (form == key_form::json) encode(code, wide.data(), wide.size(), text);
     wide.push_back(0);
     std::string key(64 + 8 * wide.size(), '\0');
     for (bool fits = false; !fits;) {
@@ -45,16 +60,25 @@ static void print_key(const codec &code, std::vector<ko_wchar_t> wide, bool raw,
         fits = size_t(len) < key.size();
         key.resize(size_t(len) + (fits ? 0 : 1));
     }
-    write(out, raw ? key : hex(key, "") + "\n");
+    if (form == key_form::json)
+        write_json_rows(out, {
+                                 {{"text"}, {"key"}       },
+                                 {{text},   {hex(key, "")}}
+        });
+    else
+        write(out, form == key_form::raw ? key : hex(key, "") + "\n");
 }
 
 int run_key(const common_options &common, const key_options &options) {
     locale_handle handle;
     codec code;
     open_with_codec(common, options.locale, handle, code);
+    const key_form form = common.json   ? key_form::json
+                          : options.raw ? key_form::raw
+                                        : key_form::hexadecimal;
     output out;
     for (const std::string &text : options.texts)
-        print_key(code, decode_argument(code, text, "TEXT"), options.raw, out);
+        print_key(code, decode_argument(code, text, "TEXT"), form, out);
     if (options.texts.empty()) {
         input in;
         open(in, "-");
@@ -71,9 +95,9 @@ int run_key(const common_options &common, const key_options &options) {
             if (c != code.newline)
                 line.push_back(c);
             else
-                print_key(code, std::move(line), options.raw, out), line = {};
+                print_key(code, std::move(line), form, out), line = {};
         }
-        if (!line.empty()) print_key(code, std::move(line), options.raw, out);
+        if (!line.empty()) print_key(code, std::move(line), form, out);
     }
     finish(out);
     return done;

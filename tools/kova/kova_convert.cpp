@@ -611,7 +611,7 @@ static int convert_all(convert_job &job, const std::vector<std::string> &files,
 
 static void check_options(const convert_options &options) {
     const bool to_file = !options.out.empty() && options.out != "-";
-    if (options.json && !to_file && options.out_dir.empty())
+    if (options.json && !options.list && !to_file && options.out_dir.empty())
         throw failure(bad_usage, "--json: standard output has the text; give -o FILE or "
                                  "--output-dir DIR");
     if (!options.to_records.empty() && (options.writes_mark || options.keeps_part))
@@ -627,7 +627,7 @@ int run_convert(const common_options &common, const convert_options &options) {
     check_options(options);
     const bool by_rule = is_unicode(options.from) && is_unicode(options.to) && !options.translit;
     const data_place place = by_rule ? data_place{} : find_data(common, data_kind::conversions);
-    if (options.list) return list_code_sets(place);
+    if (options.list) return list_code_sets(place, options.json);
     convert_job job;
     job.options = &options;
     job.goes_on = options.skip || options.replace || options.report;

@@ -77,7 +77,7 @@ void open_needed_route(const data_place &place, const code_set &from, const code
                        route &way, unsigned flags = KO_CONVERT_KEEP_MARK);
 
 // Writes the list of code sets and compiled pairs to standard output.
-int list_code_sets(const data_place &place);
+int list_code_sets(const data_place &place, bool json);
 
 // The result of a call of run.
 struct run_result {

@@ -61,7 +61,7 @@ static std::string joined(const std::vector<std::string> &words, size_t first) {
     return text;
 }
 
-int list_code_sets(const data_place &place) {
+int list_code_sets(const data_place &place, bool json) {
     std::map<uint16_t, listed_set> sets;
     std::set<std::string> known;
     for (const registry_entry &entry : registry_entries()) {
@@ -98,6 +98,12 @@ int list_code_sets(const data_place &place) {
         if (!targets.empty()) pairs.push_back({{name}, {targets}});
     }
     output out;
+    if (json) {
+        write_json_rows(out, rows);
+        write_json_rows(out, pairs);
+        finish(out);
+        return done;
+    }
     write_table(out, rows);
     write(out,
           "\nCompiled pairs; others go through utf8 or unicode where both have a pair with it:\n");

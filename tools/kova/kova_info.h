@@ -6,6 +6,7 @@
 
 #include "kova/kova_io.h"
 #include "kova/kova_locale.h"
+#include "kova/kova_table.h"
 #include "kova/kova_text.h"
 
 namespace kovacli {
@@ -34,8 +35,6 @@ std::vector<convention> conventions(const codec &code);
 // A page for people, with samples.
 void write_page(const locale_handle &handle, const codec &code, output &out);
 void write_page_html(const locale_handle &handle, const codec &code, output &out);
-// UTF-8 in quotation marks; what a terminal would obey is spelled out, as JSON allows.
-std::string json_quoted(const std::string &text);
 // One JSON object, in UTF-8; with only the named items if there are any.
 void write_json(const locale_handle &handle, const codec &code,
                 const std::vector<std::string> &items, output &out);

@@ -255,6 +255,10 @@ static failure unknown_locale(const std::string &why, const std::string &languag
         if (object.language == language) near.push_back(object);
     if (!near.empty())
         return failure(bad_locale, why + "; " + language + " exists as " + names_of(near));
+    for (const object_file &object : all)
+        if (!language.empty() && object.language.compare(0, 2, language, 0, 2) == 0)
+            near.push_back(object);
+    if (!near.empty()) return failure(bad_locale, why + "; there are " + names_of(near));
     if (!all.empty()) return failure(bad_locale, why + "; there are " + names_of(all));
     return failure(bad_locale, why + "; no locale is compiled here, only POSIX can be used");
 }
@@ -361,6 +365,15 @@ static std::string stood_in(const std::string &spec, const std::vector<object_fi
     return found;
 }
 
+// What a name without a territory, or with another sign before it, most probably means: "de",
+// "de_DE".
+static std::string meant_language(std::string spec) {
+    if (spec.size() > 2) spec[2] = '_';
+    const std::string language = language_of(spec.substr(0, 5));
+    if (!language.empty() || spec.size() < 2) return language;
+    return {char(spec[0] | 0x20), char(spec[1] | 0x20)};
+}
+
 void open_locale(const data_place &place, const std::string &asked, locale_handle &handle) {
     refuse_path("locale", asked);
     if (asked == "POSIX" || asked == "C" || asked == "default") return open_default(place, handle);
@@ -369,7 +382,7 @@ void open_locale(const data_place &place, const std::string &asked, locale_handl
     const std::string language = language_of(spec);
     if (language.empty() || (spec.size() > 5 && spec[5] != '.' && spec[5] != '@'))
         throw unknown_locale("\"" + spec + "\" is not a locale name, which looks like de_DE.8859-1",
-                             language, all);
+                             meant_language(spec), all);
     if (spec.size() == 5 || spec[5] == '@') return open_bare(spec, language, all, handle);
     const size_t at = std::min(spec.find('@'), spec.size());
     const std::string set = known_set(spec.substr(6, at - 6)),

@@ -15,16 +15,23 @@ CLI::Option *add_locale_name(CLI::App &command, std::string &locale) {
 
 void add_common(CLI::App &command, command_line &args, std::function<int()> run,
                 const std::string &examples, const form_help &help) {
+    static constexpr char common[] = "Common options";
     command
         .add_option(
             "--root", args.common.root,
             "Data root, the directory that holds the directory kova. Default: VANTORDIR, the "
             "data beside the program, the root built in")
-        ->type_name("DIR");
-    CLI::Option *utf8 = command.add_flag("--utf8", args.utf8, help.utf8);
-    command.add_flag("--bytes", args.bytes, help.bytes)->excludes(utf8);
+        ->type_name("DIR")
+        ->group(common);
+    CLI::Option *utf8 = command.add_flag("--utf8", args.utf8, help.utf8)->group(common);
+    command.add_flag("--bytes", args.bytes, help.bytes)->group(common)->excludes(utf8);
     command.footer("Examples:\n" + examples);
     command.callback([&args, run] { args.run = run; });
+}
+
+CLI::Option *add_json(CLI::App &command, command_line &args) {
+    return command.add_flag("--json", args.common.json,
+                            "A JSON object for each row or answer, in UTF-8, for programs");
 }
 
 CLI::Option *add_page(CLI::App &command, bool &html, std::string &out) {

@@ -42,6 +42,9 @@ CLI::Option *add_locale_name(CLI::App &command, std::string &locale);
 void add_common(CLI::App &command, command_line &args, std::function<int()> run,
                 const std::string &examples, const form_help &help = {});
 
+// JSON in place of a table or of single answers.
+CLI::Option *add_json(CLI::App &command, command_line &args);
+
 // The page in place of text, and the file.
 CLI::Option *add_page(CLI::App &command, bool &html, std::string &out);
 

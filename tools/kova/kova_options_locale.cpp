@@ -126,7 +126,7 @@ void add_order(CLI::App &app, command_line &args) {
         "  kova order sv_SE --from z              what comes after z\n"
         "  kova order de_DE --of Äpfel\n"
         "  kova order --html -o order.html de_DE\n"
-        "Letters of one line are alike at the first level; << is before a letter that differs\n"
+        "Letters of one line are alike at the first level; << is before a letter that differs "
         "from the one before it at the second level, <<< at the third, = at none.\n");
 }
 

@@ -95,6 +95,7 @@ void add_compare(CLI::App &app, command_line &args) {
     add_locale_name(command, o.locale);
     command.add_option("a", o.first, "First text")->required()->type_name("A");
     command.add_option("b", o.second, "Second text")->required()->type_name("B");
+    add_json(command, args);
     add_common(
         command, args, [&args, &o] { return run_compare(args.common, o); },
         "  kova compare de_DE.8859-1 Äpfel Zebra     prints <\n"
@@ -108,7 +109,9 @@ void add_key(CLI::App &app, command_line &args) {
     add_locale_name(command, o.locale);
     command.add_option("text", o.texts, "Texts; none: the lines of standard input")
         ->type_name("TEXT");
-    command.add_flag("--raw", o.raw, "The bytes themselves instead of hexadecimal digits");
+    CLI::Option *raw =
+        command.add_flag("--raw", o.raw, "The bytes themselves instead of hexadecimal digits");
+    add_json(command, args)->excludes(raw);
     add_common(
         command, args, [&args, &o] { return run_key(args.common, o); },
         "  kova key fr_FR.8859-1 cote coté côte\n"
@@ -150,6 +153,7 @@ void add_classify(CLI::App &app, command_line &args) {
     CLI::Option *count =
         command.add_flag("--count", o.count, "How many characters of each class the files hold");
     command.add_flag("--replace", o.replace, "Count invalid bytes and continue")->needs(count);
+    add_json(command, args);
     const auto run = [&args, &o] {
         if (o.count)
             o.files.swap(o.texts);
@@ -178,6 +182,7 @@ void add_measures(CLI::App &app, command_line &args) {
     CLI::App &width = measure_command(app, "width", "Print the display columns of each line",
                                       "Continue after invalid text; its line has no width", w);
     width.add_flag("--widest", w.widest, "Print the columns of the widest line only");
+    add_json(width, args);
     add_common(
         width, args, [&args, &w] { return run_width(args.common, w); },
         "  kova width ja_JP.EUC-JP letter.txt          -1 for a line with a control\n"
@@ -194,6 +199,7 @@ void add_measures(CLI::App &app, command_line &args) {
     CLI::App &count =
         measure_command(app, "count", "Count the lines, characters, bytes and columns of files",
                         "Count invalid bytes and continue", c);
+    add_json(count, args);
     add_common(
         count, args, [&args, &c] { return run_count(args.common, c); },
         "  kova count zh_TW.BIG5 --bytes chapter*.txt\n"
@@ -212,6 +218,8 @@ static CLI::App &text_command(CLI::App &text, command_line &args, const char *na
         .add_option("-o,--output", o.out,
                     "Write to FILE, in one step at the end; it may be one of the files read")
         ->type_name("FILE");
+    command.add_flag("--replace", o.replace,
+                     "Write U+FFFD or ? for what is not a character and continue");
     add_common(
         command, args, [&args, &o, run] { return run(args.common, o); }, examples);
     return command;
@@ -284,9 +292,8 @@ void add_text(CLI::App &app, command_line &args) {
                     "Characters of which each separates cells; \\t is the tab. Default: runs of "
                     "blanks")
         ->type_name("CHARS");
-    table.add_option("--between", t.between, "Text between columns")
-        ->type_name("TEXT")
-        ->capture_default_str();
+    table.add_option("--between", t.between, "Text between columns. Default: two blanks")
+        ->type_name("TEXT");
     table.add_option("-R,--right", t.right, "Columns that are flush right, such as 2,4-6,9-")
         ->type_name("LIST");
 }

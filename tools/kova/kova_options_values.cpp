@@ -256,7 +256,7 @@ void add_cal(CLI::App &app, command_line &args) {
     CLI::Option *monday = command.add_flag("-m,--monday", o.monday,
                                            "Begin weeks on Monday. Default: as the locale does");
     command.add_flag("-s,--sunday", o.sunday, "Begin weeks on Sunday")->excludes(monday);
-    add_page(command, o.html, o.out);
+    add_page(command, o.html, o.out)->excludes(add_json(command, args));
     add_common(
         command, args, [&args, &o] { return run_cal(args.common, o); },
         "  kova cal de_DE.unicode\n"

@@ -26,4 +26,18 @@ void write_table(output &out, const std::vector<std::vector<cell>> &rows) {
     }
 }
 
+void write_json_rows(output &out, const std::vector<std::vector<cell>> &rows) {
+    for (size_t r = 1; r < rows.size(); ++r) {
+        std::string line;
+        for (size_t i = 0; i < rows[r].size(); ++i) {
+            const std::string &text = rows[r][i].text;
+            line += (i ? "," : "{") + json_quoted(rows[0][i].text) + ":" +
+                    (rows[0][i].right   ? text
+                     : i && text == "-" ? "null"
+                                        : json_quoted(text));
+        }
+        write(out, line + "}\n");
+    }
+}
+
 } // namespace kovacli

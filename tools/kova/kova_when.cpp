@@ -191,7 +191,7 @@ static std::string word_ahead(const when_text &in) {
     return word;
 }
 
-// Digits after "." or ",", of which six count.
+// Millionths after "." or ",": digits, of which six count.
 static int take_fraction(when_text &in) {
     if (*in.at != '.' && *in.at != ',') return 0;
     ++in.at;
@@ -269,8 +269,32 @@ static void take_date(when_text &in, when_parts &parts) {
     in.failed |= is_digit(*in.at);
 }
 
+static const unit_row *unit_of(const std::string &word);
+
+// " +0200", " +02:00" or " UTC", after a blank; what could be steps is none.
+static bool offset_follows(when_text in) {
+    skip_blanks(in);
+    const bool sign = *in.at == '+' || *in.at == '-';
+    if (!sign) return false;
+    ++in.at;
+    const int digits = digits_ahead(in);
+    in.at += digits;
+    if (digits == 2 && *in.at == ':') return true;
+    skip_blanks(in);
+    return digits == 4 && !unit_of(word_ahead(in));
+}
+
 // "Z", "+02:00", "+0200" or "+02", directly after a time.
 static void take_offset(when_text &in, when_parts &parts) {
+    if (offset_follows(in)) skip_blanks(in);
+    when_text ahead = in;
+    skip_blanks(ahead);
+    const std::string utc = word_ahead(ahead);
+    if (utc == "utc" || (utc == "z" && ahead.at > in.at)) {
+        in.at = ahead.at + utc.size();
+        parts.offset = 0;
+        return;
+    }
     if (take(in, 'Z') || take(in, 'z')) {
         parts.offset = 0;
         return;
@@ -301,30 +325,38 @@ static void take_half(when_text &in, int &hour) {
     hour = hour % 12 + (half == "pm" ? 12 : 0);
 }
 
-// HH:MM, HH:MM:SS and HH:MM:SS.F, and without ":" only after "T", where HH suffices, and before
-// "am" and "pm".
+// HH:MM, HH:MM:SS and HH:MM:SS.F, and without ":" only after "T", where HH suffices and hours and
+// minutes may have a fraction, too, and before "am" and "pm". 24:00 is the next midnight.
 static void take_clock(when_text &in, when_parts &parts, bool after_t) {
     int hour = take_digits(in, digits_ahead(in) == 1 ? 1 : 2);
-    int minute = 0, second = 0;
+    int minute = 0, second = 0, unit = 1; // the seconds of which a fraction is
     const bool colons = *in.at == ':';
     in.failed |= !colons && !after_t && half_ahead(in).empty();
     if (take(in, ':') || is_digit(*in.at)) {
         minute = take_digits(in, 2);
         if (colons ? take(in, ':') : is_digit(*in.at)) {
             second = take_digits(in, 2);
-            parts.usec = take_fraction(in);
+        } else {
+            unit = 60;
         }
+    } else {
+        unit = 3600;
     }
+    const bool fraction = unit == 1 || (after_t && is_digit(in.at[*in.at != 0]));
+    const int64_t rest = fraction ? int64_t{take_fraction(in)} * unit : 0; // in millionths
+    const auto more_seconds = int(rest / 1000000);
+    parts.usec = int(rest % 1000000);
+    if (hour == 24 && !minute && !second && !rest) hour = 0, ++parts.step.days;
     if (!after_t) take_half(in, hour);
     in.failed |= hour > 23 || minute > 59 || second > (minute == 59 ? 60 : 59);
     in.failed |= parts.clock.has_value();
     parts.leap = std::max(second - 59, 0);
-    parts.clock = hour * 3600 + minute * 60 + std::min(second, 59);
+    parts.clock = hour * 3600 + minute * 60 + std::min(second, 59) + more_seconds;
     parts.from_now = false;
     take_offset(in, parts);
 }
 
-static const unit_row *unit_of(std::string word) {
+static const unit_row *unit_of(const std::string &word) {
     for (const unit_row &row : units)
         if (word == row.name || (row.name[1] && word == std::string(row.name) + "s")) return &row;
     return nullptr;
@@ -553,7 +585,7 @@ static void take_part(when_text &in, when_parts &parts, sys_days today) {
         take_seconds(in, parts);
     } else if (joined || digits == 7 || digits == 8) {
         take_date(in, parts);
-        if (!in.failed && take(in, 'T')) take_clock(in, parts, true);
+        if (!in.failed && (take(in, 'T') || take(in, 't'))) take_clock(in, parts, true);
     } else if (digits && (in.at[digits] == ':' || !half_ahead({in.at + digits}).empty())) {
         take_clock(in, parts, false);
     } else if (digits && take_day_month(in, parts, today)) {

@@ -22,14 +22,18 @@ struct line_widths {
     int64_t columns = 0; // of the line so far, -1 once a character has none
     int64_t widest = 0;
     bool begun = false;
-    bool list = true;
+    bool list = true, json = false;
+    uint64_t number = 0;
     std::string text;
 };
 } // namespace
 
 static void end_line(line_widths &lines) {
     lines.widest = std::max(lines.widest, lines.columns);
-    if (lines.list) {
+    if (lines.json && lines.list)
+        lines.text += "{\"line\":" + std::to_string(++lines.number) +
+                      ",\"columns\":" + std::to_string(lines.columns) + "}\n";
+    else if (lines.list) {
         char digits[24];
         const auto end = std::to_chars(digits, digits + sizeof digits, lines.columns).ptr;
         lines.text.append(digits, end).push_back('\n');
@@ -51,6 +55,7 @@ int run_width(const common_options &common, const measure_options &options) {
     output out;
     line_widths lines;
     lines.list = !options.widest;
+    lines.json = common.json;
     const auto units = [&](const ko_wchar_t *wide, size_t count) {
         for (size_t i = 0, size; i < count; i += size) {
             size = units_of(job.code, wide + i, count - i);
@@ -68,7 +73,8 @@ int run_width(const common_options &common, const measure_options &options) {
         write(out, lines.text);
         lines.text.clear();
     }
-    if (options.widest) write(out, std::to_string(lines.widest) + "\n");
+    const std::string widest = std::to_string(lines.widest);
+    if (options.widest) write(out, common.json ? "{\"columns\":" + widest + "}\n" : widest + "\n");
     finish(out);
     tell_bad(job.bad, "found");
     return done;
@@ -218,7 +224,7 @@ int run_count(const common_options &common, const measure_options &options) {
     }
     if (options.files.size() > 1) add_row(rows, all, "total");
     output out;
-    write_table(out, rows);
+    common.json ? write_json_rows(out, rows) : write_table(out, rows);
     finish(out);
     tell_bad(job.bad, "counted");
     return done;
