@@ -526,11 +526,11 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     shows("info --all --utf8 en_US.IBM037", "money owed     -$1,234.50\n");
     shows("info --all --utf8 en_US.IBM037", "calendar       gregorian\n");
     shows("cal de_DE.8859-1 märz 2024",
-          "     März 2024\nMo Di Mi Do Fr Sa So\n              1  2  3\n 4  5");
+          "     März 2024\nMo Di Mi Do Fr Sa So\n             1  2  3\n 4  5");
     shows("cal ja_JP.EUC-JP 2 2026", " 2月 2026 (令和8年)\n日 月 火 水 木 金 土\n 1  2  3");
     shows("cal he_IL.8859-8@hebr 7 5784",
           "     א'       ב'       ג'       ד'       ה'       ו'     "
-          "  ש'\n            1 (11)   2 (12)   3 (13)");
+          "  ש'\n          1 (11)   2 (12)   3 (13)");
     shows("cal he_IL.unicode@hebr ניסן 5784", "                   2024-04-09 - 2024-05-08\n");
     shows("cal he_IL.unicode@hebr אדר 5783", "21 (14)  22 (15)  23 (16)  24 (17)  25 (18)\n");
     shows("cal ar_SA.8859-6@islm 9 1420",
@@ -539,7 +539,7 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
     shows("cal -w -3 de_DE 1 2026",
           "     Dezember 2025               Januar 2026                Februar 2026\n"
           "    Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So\n"
-          "49   1  2  3  4  5  6  7    1             1  2  3  4   5                      1\n");
+          "49   1  2  3  4  5  6  7    1            1  2  3  4    5                     1\n");
     shows("cal ja_JP 1 1989", "1月 1989 (昭和64年 - 平成元年)\n");
     shows("cal he_IL.unicode@hebr 5784 | grep -c ' - '", "13\n");
     shows("cal de_DE 2024 | grep -cE '^ *[A-Z].* 2024$'", "4\n");

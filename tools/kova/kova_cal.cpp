@@ -267,7 +267,7 @@ void draw_days(const cal_job &job, const month &m, int cell, int gap, drawing &l
     int column = int((weekday + week - job.first_weekday) % week);
     drawn_line line;
     append_week(job, m.begin - std::chrono::days(column), 2, line.text);
-    append_blanks(job, line.text, column * (cell + gap));
+    if (column) append_blanks(job, line.text, column * (cell + gap) - gap);
     for (int day = 1; day <= m.length; ++day) {
         const wide_text text = native(job.code, cell_text(job, m, day));
         append_right(job, line.text, text, column ? cell + gap : cell);
