@@ -722,6 +722,13 @@ static CLI::App *add_pack_command(CLI::App &app, pack_options &opt) {
     return cmd;
 }
 
+static std::string needs_command(const CLI::App &app) {
+    std::string text = "the first word is a command, one of";
+    for (const CLI::App *command : app.get_subcommands({}))
+        text += " " + command->get_name();
+    return text + "; kovac --help says what each does";
+}
+
 static int run_main(int argc, char **argv) {
     CLI::App app("Compiles locales, charmaps, conversions and the code-set registry of Kova.",
                  "kovac");
@@ -745,6 +752,8 @@ static int run_main(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &e) {
+        const bool lacks = e.get_exit_code() == int(CLI::ExitCodes::RequiredError);
+        if (lacks && app.get_subcommands().empty()) return complain(exit_usage, needs_command(app));
         return app.exit(e) == 0 ? exit_done : exit_usage;
     }
     if (charmap_cmd->parsed()) return compile_charmaps(symbols);
