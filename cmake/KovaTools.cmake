@@ -90,16 +90,24 @@ if(kova_icu)
   target_link_libraries(kovac_parts PUBLIC ${CMAKE_DL_LIBS})
 endif()
 
-# Mostly tables of options, which take long to optimise.
-file(GLOB options ${tools}/kova/kova_options*.cpp)
-set_source_files_properties(${options} ${tools}/common/tool_help.cpp PROPERTIES
-    COMPILE_OPTIONS "${kova_quick_build}")
 set_source_files_properties(${tools}/common/tool_help.cpp PROPERTIES
     COMPILE_DEFINITIONS KOVA_RELEASE="${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 
+# Tables of options, and under sanitizers JSON and expressions, take long to optimise and run rarely.
+file(GLOB quick CONFIGURE_DEPENDS ${tools}/kova/kova_options*.cpp)
+list(APPEND quick ${tools}/common/tool_describe.cpp ${tools}/common/tool_help.cpp
+     ${tools}/kova/kova_words.cpp)
+set(json ${tools}/kova/kova_batch.cpp ${tools}/kova/kova_convert_report.cpp
+    ${tools}/kova/kova_convert_list.cpp ${tools}/kova/kova_chart.cpp ${tools}/kova/kova_order_page.cpp)
+set(expressions)
+if(KOVA_SANITIZE)
+  list(APPEND quick ${json})
+  set(expressions ${kova_quick_build})
+endif()
+set_source_files_properties(${quick} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
 # The compiler takes what is inside std::regex for uninitialised.
-set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES
-    COMPILE_OPTIONS $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES COMPILE_OPTIONS
+    "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>;${expressions}")
 
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)
