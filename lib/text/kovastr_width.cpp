@@ -32,7 +32,12 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
     }
     unsigned total = 0;
     for (int i = 0; i < max_chars && s != end; ++i) {
-        const text_char c = by.at(s);
+        text_char c = {2, 0};
+        if (by.pair_facts(s) & pair_valid) {
+            c.code = unsigned(s[0] << 8 | s[1]);
+        } else {
+            c = by.at(s);
+        }
         if (!c.units) break;
         const unsigned classes = by.classes(s, c);
         if (!(classes & KO_CT_PRINT)) return fail(by.loc, KO_EINVAL, -1);
