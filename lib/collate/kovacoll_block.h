@@ -83,6 +83,7 @@ static inline unsigned not_plain(__m128i weights) {
 
 // The two key bytes of each of eight plain weights.
 static inline __m128i key_digits(__m128i weights) {
+    static_assert(coll_expansion < 33781, "from there on the product rounds v / 254 up");
     const __m128i v = _mm_sub_epi16(weights, _mm_set1_epi16(2));
     const __m128i high = _mm_srli_epi16(_mm_mulhi_epu16(v, _mm_set1_epi16(short(0x8103))), 7);
     // 256 * high + (v - 254 * high), with 2 added to both digits
