@@ -110,6 +110,7 @@ static unsigned pattern_number(builder *b, const pattern_text &text) {
     letter_pattern &fresh = b->patterns[b->num_patterns];
     fresh = text.pattern;
     fresh.first_op = b->num_ops;
+    fresh.one_code = n == 1 && text.ops[0].pass && text.ops[0].code >= short_most_commons;
     memcpy(b->ops + b->num_ops, text.ops, n * sizeof(letter_op));
     b->num_ops += n;
     b->slots[slot] = uint16_t(++b->num_patterns);
@@ -265,9 +266,14 @@ const short_letters *build_short_letters(const coll_flat *flat, const short_keys
         const short_pass &pass = keys->pass[p];
         letters.p->lane[p - 1] = {
             {bytes_of_run(pass, 0, run_end::higher), bytes_of_run(pass, 1, run_end::lower)},
-            {bytes_of_run(pass, 0, run_end::pass),   bytes_of_run(pass, 1, run_end::pass) },
             pass.longest_run
         };
+        const unsigned lane = lane_bits * unsigned(p - 1);
+        letters.p->ones |= uint64_t{1} << lane;
+        letters.p->longest |= uint64_t{pass.longest_run} << lane;
+        for (unsigned common = 0; common < short_most_commons; ++common)
+            letters.p->end[common] |=
+                uint64_t{uint16_t(bytes_of_run(pass, common, run_end::pass).first)} << lane;
     }
     builder b = {flat, keys, patterns.p, ops.p, slots.p, 0, 0, elements.p, num_elements, {}};
     memset(b.known, 0xFF, sizeof b.known);

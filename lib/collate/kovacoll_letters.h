@@ -28,7 +28,8 @@ struct letter_pattern {
     uint64_t commons; // by lane: which one
     uint64_t valid;   // by lane: all ones where there is one
     uint32_t first_op;
-    uint16_t num_ops, num_firsts; // those of the first pass come first
+    uint8_t num_ops, num_firsts; // those of the first pass come first
+    bool one_code;               // one operation, in a later pass, with a code that is not common
 };
 
 // A letter, from bit 0: its code in the first pass with the first byte in bits 16 to 23, 0 if that
@@ -45,14 +46,17 @@ inline unsigned letter_pattern_of(uint64_t letter) {
     return unsigned(letter >> letter_pattern_bit & 0xFFFF);
 }
 
-// How runs of each common weight end in a pass: before the other one, and with the pass.
+// How runs of each common weight end before the other one.
 struct lane_runs {
-    run_bytes change[short_most_commons], end[short_most_commons];
+    run_bytes change[short_most_commons];
     unsigned longest;
 };
 
 struct short_letters {
     lane_runs lane[letter_lanes];
+    // By lane, in those of passes that there are: 1; the longest run of one byte; by common weight,
+    // what twice a run is added to for the byte of a run that ends with its pass.
+    uint64_t ones, longest, end[short_most_commons];
     const uint64_t *page[257]; // as in coll_flat_pass
     uint64_t bytes[256];       // of ASCII
     const uint64_t *elements;  // by the number of a candidate in the first pass

@@ -106,6 +106,20 @@ template <class Unit> static inline bool unseen_null(const mapped_host<Unit> &te
     return has_null(text);
 }
 
+// Appends the passes after the first one, each as the walk has made it or by a walk of its own.
+template <class Text>
+[[gnu::noinline]] static void put_lower_passes(const letter_walk &walk, lanes l, const Text &text,
+                                               bool nulls, coll_sink *sink) {
+    const auto passes = unsigned(walk.flat->num_passes);
+    for (unsigned pass = 1; pass < passes; ++pass) {
+        const bool more = pass + 1 < passes || nulls;
+        if (walk.incomplete || !walk.flat->pass[pass].forward)
+            put_pass(walk.flat, walk.keys, int(pass), text, !more, sink);
+        else
+            put_made_pass(walk, l, pass, more, sink);
+    }
+}
+
 template <class Text>
 static void put_letters(const coll_flat *flat, const short_keys *keys, const Text &text,
                         coll_sink *sink) {
@@ -115,27 +129,22 @@ static void put_letters(const coll_flat *flat, const short_keys *keys, const Tex
     walk.letters = keys->letters;
     walk.nulls = unseen_null(text);
     walk.incomplete = false;
+    walk.stored = 0;
+    walk.from = 0;
     memset(walk.lane, 0, sizeof walk.lane);
+    const auto passes = unsigned(flat->num_passes);
     const lanes l = walk_letters(walk, walk_from(text, 0), sink);
     const bool nulls = walk.nulls;
-    const auto passes = unsigned(flat->num_passes);
     if (passes > 1 || nulls) sink_byte(sink, short_end);
-    const bool whole = !walk.incomplete && walk.letters->forward;
-    if (whole) put_lanes(walk, l, 1, passes, nulls, sink);
-    for (unsigned pass = 1; pass < passes && !whole; ++pass) {
-        const bool more = pass + 1 < passes || nulls;
-        if (walk.incomplete || !flat->pass[pass].forward)
-            put_pass(flat, keys, int(pass), text, !more, sink);
-        else
-            put_lanes(walk, l, pass, pass + 1, more, sink);
-    }
+    const bool whole = passes > 1 && !walk.incomplete && walk.letters->forward;
+    if (!whole || !put_short_lanes(walk, l, passes, nulls, sink))
+        put_lower_passes(walk, l, text, nulls, sink);
     if (nulls) put_gaps(text, sink);
 }
 
 template <class Text>
-static void put_weights(const coll_flat *flat, const short_keys *keys, const Text &text,
-                        coll_sink *sink) {
-    if (keys->letters) return put_letters(flat, keys, text, sink);
+[[gnu::noinline]] static void put_pass_by_pass(const coll_flat *flat, const short_keys *keys,
+                                               const Text &text, coll_sink *sink) {
     const bool nulls = has_null(text);
     put_passes(flat, keys, text, nulls, sink);
     if (nulls) put_gaps(text, sink);
@@ -181,7 +190,10 @@ static inline int put_by_weights(coll_flat *flat, const Text &text, coll_sink *s
     const short_keys *const keys = short_keys_of(flat);
     if (!keys) return KO_ENOMEM;
     if (keys->num_passes < 0) return KO_EOBJECT;
-    put_weights(flat, keys, text, sink);
+    if (keys->letters)
+        put_letters(flat, keys, text, sink);
+    else
+        put_pass_by_pass(flat, keys, text, sink);
     return KO_OK;
 }
 

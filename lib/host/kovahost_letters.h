@@ -10,12 +10,11 @@
 #include <bit>
 
 // A pass after the first while the walk goes on: the last few bytes in a word, from its low end on,
-// those before them in the lane's room, and where its run began, in common weights of the pass.
+// and those before them in the lane's room.
 struct letter_lane {
     uint64_t last;
-    uint16_t count; // bytes in last
-    uint16_t stored;
-    uint32_t from;
+    uint32_t count; // bytes in last
+    uint32_t stored;
 };
 constexpr unsigned lane_room = 256, lane_word = sizeof(uint64_t);
 
@@ -26,6 +25,8 @@ struct letter_walk {
     const short_letters *letters;
     bool nulls;      // the text has U+0000
     bool incomplete; // the lanes do not tell the passes after the first
+    unsigned stored; // bytes in the rooms of all lanes, or more
+    uint64_t from;   // by lane: where its run began, in common weights of the pass
     letter_lane lane[letter_lanes];
     ko_mchar_t room[letter_lanes][lane_room + lane_word];
 };
@@ -48,7 +49,8 @@ static inline void store_word(ko_mchar_t *out, uint64_t word) {
 [[gnu::noinline]] static void keep_word(letter_walk &walk, unsigned lane) {
     letter_lane &l = walk.lane[lane];
     store_word(walk.room[lane] + l.stored, l.last);
-    l.stored = uint16_t(l.stored + l.count);
+    l.stored += l.count;
+    walk.stored += l.count;
     l.last = l.count = 0;
     if (l.stored <= lane_room) return;
     walk.incomplete = true;
@@ -58,9 +60,9 @@ static inline void store_word(ko_mchar_t *out, uint64_t word) {
 // Adds up to four bytes, the first one lowest.
 static inline void add_bytes(letter_walk &walk, unsigned lane, uint64_t bytes, unsigned count) {
     letter_lane &l = walk.lane[lane];
+    if (l.count + count > lane_word) keep_word(walk, lane);
     l.last |= bytes << 8 * l.count;
-    l.count = uint16_t(l.count + count);
-    if (l.count > lane_word - 4) keep_word(walk, lane);
+    l.count += count;
 }
 
 // Writes the part of a run that is too long for one byte.
@@ -74,8 +76,8 @@ static inline void add_bytes(letter_walk &walk, unsigned lane, uint64_t bytes, u
 
 // Ends the run of a lane. Returns how long it is, once what is too long for one byte is written.
 static inline unsigned end_run(letter_walk &walk, lanes l, unsigned lane) {
-    const unsigned to = lane_of(l.all, lane), run = to - walk.lane[lane].from;
-    walk.lane[lane].from = to;
+    const unsigned run = lane_of(l.all - walk.from, lane);
+    walk.from += uint64_t{run} << lane_bits * lane;
     if (run <= walk.letters->lane[lane].longest) return run;
     return shorten_run(walk, lane, lane_of(l.commons, lane), run);
 }
@@ -85,71 +87,93 @@ static inline void change_run(letter_walk &walk, lanes l, unsigned lane) {
     if (const unsigned run = end_run(walk, l, lane)) add_bytes(walk, lane, run_byte(bytes, run), 1);
 }
 
-static inline lanes put_op(letter_walk &walk, lanes l, const letter_op &op) {
-    const unsigned lane = op.pass - 1;
-    if (op.code < short_most_commons) {
-        if (lane_of(l.commons, lane) != op.code) {
-            change_run(walk, l, lane);
-            l.commons ^= uint64_t{1} << lane_bits * lane;
-        }
-        l.all += uint64_t{1} << lane_bits * lane;
-        return l;
-    }
-    const unsigned run = end_run(walk, l, lane), runs = run > 0;
+// Puts a code that is no common weight.
+[[gnu::noinline]] static void put_code(letter_walk &walk, lanes l, const letter_op &op) {
+    const unsigned lane = op.pass - 1, run = end_run(walk, l, lane), runs = run > 0;
     const uint64_t before = runs ? run_byte(op.run[lane_of(l.commons, lane)], run) : 0;
     add_bytes(walk, lane, before | uint64_t{op.bytes} << 8 * runs, op.count + runs);
+}
+
+static inline lanes put_op(letter_walk &walk, lanes l, const letter_op &op) {
+    if (op.code >= short_most_commons) {
+        put_code(walk, l, op);
+        return l;
+    }
+    const unsigned lane = op.pass - 1;
+    if (lane_of(l.commons, lane) != op.code) {
+        change_run(walk, l, lane);
+        l.commons ^= uint64_t{1} << lane_bits * lane;
+    }
+    l.all += uint64_t{1} << lane_bits * lane;
     return l;
 }
 
-// Puts the passes of a letter after the first.
-static inline lanes put_pattern(letter_walk &walk, lanes l, const letter_pattern &pattern) {
-    const uint64_t changes = (l.commons ^ pattern.commons) & pattern.valid;
-    for (uint64_t rest = changes; rest; rest &= rest - 1)
-        change_run(walk, l, unsigned(std::countr_zero(rest)) / lane_bits);
-    l.commons ^= changes;
-    l.all += pattern.runs;
-    const letter_op *op = walk.letters->ops + pattern.first_op + pattern.num_firsts;
-    for (unsigned i = pattern.num_firsts; i < pattern.num_ops; ++i, ++op)
-        l = put_op(walk, l, *op);
+// Ends the runs of the lanes in which the common weight changes.
+[[gnu::noinline]] static void change_runs(letter_walk &walk, lanes l, uint64_t changes) {
+    do {
+        change_run(walk, l, unsigned(std::countr_zero(changes)) / lane_bits);
+    } while (changes &= changes - 1);
+}
+
+// Puts the operations of a letter in the passes after the first.
+[[gnu::noinline]] static lanes put_ops(letter_walk &walk, lanes l, const letter_pattern &pattern) {
+    const letter_op *op = walk.letters->ops + pattern.first_op;
+    for (unsigned i = pattern.num_firsts; i < pattern.num_ops; ++i)
+        l = put_op(walk, l, op[i]);
     return l;
 }
 
-// Copies what a lane has stored.
-[[gnu::noinline]] static sink_place copy_stored(const letter_walk &walk, unsigned lane,
-                                                sink_place at, coll_sink *sink) {
+// Copies what a lane has stored, and up to a word more.
+[[gnu::noinline]] static ko_mchar_t *copy_stored(const letter_walk &walk, unsigned lane,
+                                                 ko_mchar_t *out) {
     const unsigned stored = walk.lane[lane].stored;
-    for (unsigned i = 0; i < stored; i += lane_word) {
-        memcpy(at.out, walk.room[lane] + i, lane_word);
-        at.out += stored - i < lane_word ? stored - i : lane_word;
-        at = make_room(at, sink);
-    }
-    return at;
+    for (unsigned i = 0; i < stored; i += lane_word)
+        memcpy(out + i, walk.room[lane] + i, lane_word);
+    return out + stored;
 }
 
-// Appends the passes of a range that the walk has made; more: others follow, or U+0000 does.
-static inline void put_lanes(const letter_walk &walk, lanes l, unsigned pass, unsigned end,
-                             bool more, coll_sink *sink) {
+// Appends a pass that the walk has made; more: something follows.
+[[gnu::noinline]] static void put_made_pass(const letter_walk &walk, lanes l, unsigned pass,
+                                            bool more, coll_sink *sink) {
+    const unsigned lane = pass - 1;
+    const letter_lane &state = walk.lane[lane];
+    sink_bytes(sink, walk.room[lane], state.stored);
     sink_place at = place_in(sink);
-    l = {l.all >> lane_bits * (pass - 1), l.commons >> lane_bits * (pass - 1)};
-    for (; pass < end; ++pass) {
-        const letter_lane &state = walk.lane[pass - 1];
-        if (state.stored) at = copy_stored(walk, pass - 1, at, sink);
-        store_word(at.out, state.last);
-        at.out += state.count;
-        const lane_runs &runs = walk.letters->lane[pass - 1];
-        const unsigned common = l.commons & 1, run = unsigned(l.all & lane_mask) - state.from;
-        if (run - 1 < runs.longest) {
-            *at.out++ = run_byte(runs.end[common], run);
-        } else if (run) {
-            lower_pass lower = {&walk.keys->pass[pass], run, common};
-            at = put_run(lower, run_end::pass, at, sink);
-        } else if (pass + 1 < end || more) {
-            *at.out++ = short_end;
-        }
-        at = make_room(at, sink);
-        l = {l.all >> lane_bits, l.commons >> lane_bits};
+    store_word(at.out, state.last);
+    at.out += state.count;
+    lower_pass lower = {&walk.keys->pass[pass], lane_of(l.all - walk.from, lane),
+                        lane_of(l.commons, lane)};
+    leave_place(make_room(end_pass(lower, at, sink, !more), sink), sink);
+}
+
+// The bytes that end the passes, one in each lane: those of their last runs, or short_end.
+static inline uint64_t last_bytes(const short_letters *letters, uint64_t runs, uint64_t commons) {
+    const uint64_t high = letters->ones << (lane_bits - 1), second = commons * lane_mask;
+    const uint64_t none = (~(runs + (high - letters->ones)) & high) >> (lane_bits - 1);
+    const uint64_t ends = (letters->end[0] & ~second) + (letters->end[1] & second) + 2 * runs;
+    return (ends & ~(none * lane_mask)) | none * short_end;
+}
+
+// Appends all passes that the walk has made if the last run of each is short.
+static inline bool put_short_lanes(const letter_walk &walk, lanes l, unsigned passes, bool more,
+                                   coll_sink *sink) {
+    const short_letters *const letters = walk.letters;
+    const uint64_t runs = l.all - walk.from;
+    constexpr size_t most_bytes = letter_lanes * (lane_word + 1);
+    if (sink->used + most_bytes + walk.stored > sink->full) return false;
+    if ((letters->longest - runs) & letters->ones << (lane_bits - 1)) return false;
+    ko_mchar_t *out = sink->room + sink->used;
+    uint64_t bytes = last_bytes(letters, runs, l.commons);
+    for (unsigned lane = 0; lane + 1 < passes; ++lane, bytes >>= lane_bits) {
+        const letter_lane &state = walk.lane[lane];
+        if (state.stored) out = copy_stored(walk, lane, out);
+        store_word(out, state.last);
+        out += state.count;
+        *out++ = ko_mchar_t(bytes);
     }
-    leave_place(at, sink);
+    const bool none = !more && !lane_of(runs, passes - 2);
+    sink->used = size_t(out - sink->room) - none;
+    return true;
 }
 
 // ---- Letters of a text ----
@@ -225,6 +249,7 @@ constexpr uint64_t second_byte = 0xFF00;
 constexpr uint32_t led_code = uint32_t{2} << 30 | short_keeps_lead,
                    led_bits = uint32_t{3} << 30 | short_keeps_lead;
 constexpr letter_run no_run = {letter_none, 0};
+inline unsigned led_by(uint64_t letter) { return unsigned(letter >> 16 & 0xFF); }
 
 static inline letter_run run_from(uint64_t letter, const letter_pattern &pattern) {
     constexpr uint64_t no_flags = (uint64_t{1} << letter_flags_bit) - 1;
@@ -293,16 +318,20 @@ static inline lanes walk_letters(letter_walk &walk, Text text, coll_sink *sink) 
             const letter_pattern &pattern = letters->patterns[letter_pattern_of(next.letter)];
             if (const uint32_t code = letter_code(next.letter))
                 at = put_spelled(first, code, bytes, at);
+            const uint64_t changes = (l.commons ^ pattern.commons) & pattern.valid;
+            if (changes) change_runs(walk, l, changes);
+            l = {l.all + pattern.runs, l.commons ^ changes};
             if (!pattern.num_ops) {
                 run = run_from(next.letter, pattern);
-                if ((l.commons ^ pattern.commons) & pattern.valid)
-                    l = put_pattern(walk, l, pattern);
-                else
-                    l.all += pattern.runs;
+            } else if (pattern.one_code) {
+                put_code(walk, l, letters->ops[pattern.first_op]);
+                if (changes || first.lead != led_by(run.letter)) run = no_run;
             } else {
-                run = no_run;
                 if (pattern.num_firsts) at = put_firsts(letters, pattern, first, at, sink);
-                l = put_pattern(walk, l, pattern);
+                const uint64_t commons = l.commons;
+                l = put_ops(walk, l, pattern);
+                if (first.lead != led_by(run.letter) || l.commons != commons || changes)
+                    run = no_run;
             }
             if (at.out <= at.limit && !(l.all & all_lanes_high)) continue;
         }
