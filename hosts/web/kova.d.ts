@@ -31,6 +31,8 @@ export interface PackEntry {
   /** The name to load it by. */
   name: string;
   kind: "locale" | "codeset";
+  /** The number of the code set, also a locale's. */
+  number: number;
   /** Other names of a code set. */
   aliases: string[];
   /** The file, in the folder of the index. */
@@ -47,6 +49,7 @@ export class KovaError extends Error {
 
 /** A place in a text that cannot be converted. */
 export class ConversionError extends KovaError {
+  /** The code sets; `encode` converts from "string". */
   readonly from: string;
   readonly to: string;
   /** Bytes before the place, from the start of the text, in all pieces of a stream. For `encode`
@@ -61,7 +64,7 @@ export class ConversionError extends KovaError {
   /** The character, where there is one. */
   readonly character: string | null;
   /** Its code as "U+20AC", or the bytes as "0xFF 0xFE". */
-  readonly name: string;
+  readonly characterName: string;
   /** What was converted before the place. */
   readonly converted: Uint8Array;
 }
