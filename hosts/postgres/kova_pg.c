@@ -22,8 +22,22 @@ static MemoryContext kova_memory;
 
 /* ---- Hooks ---- */
 
+#ifdef KOVA_FAILING_MEMORY
+/* For tests: counts down to the allocation that fails. */
+static int failing;
+static char left[12];
+
+static const char *failing_left(void) {
+    snprintf(left, sizeof left, "%d", failing);
+    return left;
+}
+#endif
+
 static void *allocate(size_t size) {
     if (size > MaxAllocHugeSize / 2) return NULL;
+#ifdef KOVA_FAILING_MEMORY
+    if (failing && --failing == 0) return NULL;
+#endif
     return MemoryContextAllocExtended(kova_memory, size, MCXT_ALLOC_NO_OOM | MCXT_ALLOC_HUGE);
 }
 
@@ -58,6 +72,11 @@ void _PG_init(void) {
         "Releases of the data named in locales, such as 2026.1/de_DE, are folders in it. Empty: "
         "where the library was installed to look.",
         &root, "", PGC_SUSET, 0, NULL, root_assigned, NULL);
+#ifdef KOVA_FAILING_MEMORY
+    DefineCustomIntVariable("kova.failing", "The allocation from now on that fails, 0 for none.",
+                            NULL, &failing, 0, 0, PG_INT32_MAX, PGC_SUSET, 0, NULL, NULL,
+                            failing_left);
+#endif
     MarkGUCPrefixReserved("kova");
 }
 
@@ -104,7 +123,7 @@ static void need_utf8(void) {
 typedef struct held_locale {
     ko_lc_t loc;
     struct held_locale *next;
-    char *root; /* the setting when it was opened */
+    const char *root; /* the setting when it was opened; it stands after the name */
     size_t length;
     char name[FLEXIBLE_ARRAY_MEMBER];
 } held_locale;
@@ -162,7 +181,15 @@ static void open_locale(held_locale *made) {
     if (error) kova_fail(error, "locale \"%s\"", made->name);
 }
 
-static char *keep_text(const char *text) { return MemoryContextStrdup(kova_memory, text); }
+/* In one block with the name, so that nothing can fail once the locale is open. */
+static held_locale *new_locale(const char *name, size_t length) {
+    const size_t room = offsetof(held_locale, name) + length + 1;
+    held_locale *made = MemoryContextAllocZero(kova_memory, room + strlen(root) + 1);
+    memcpy(made->name, name, length);
+    made->length = length;
+    made->root = strcpy((char *)made + room, root);
+    return made;
+}
 
 ko_lc_t kova_hold_locale(const char *name, size_t length) {
     held_locale *made;
@@ -170,9 +197,7 @@ ko_lc_t kova_hold_locale(const char *name, size_t length) {
         if (at->length == length && !memcmp(at->name, name, length) && !strcmp(at->root, root))
             return at->loc;
     need_utf8();
-    made = MemoryContextAllocZero(kova_memory, offsetof(held_locale, name) + length + 1);
-    memcpy(made->name, name, length);
-    made->length = length;
+    made = new_locale(name, length);
     PG_TRY();
     { open_locale(made); }
     PG_CATCH();
@@ -181,7 +206,6 @@ ko_lc_t kova_hold_locale(const char *name, size_t length) {
         PG_RE_THROW();
     }
     PG_END_TRY();
-    made->root = keep_text(root);
     made->next = locales;
     locales = made;
     return made->loc;
@@ -226,12 +250,25 @@ Datum kova_version(PG_FUNCTION_ARGS) {
 /* ---- Conversions ---- */
 
 typedef struct held_conversion {
-    char *root, *from, *to;
     ko_cv_t cd;
     struct held_conversion *next;
+    const char *root, *from, *to; /* in names */
+    char names[FLEXIBLE_ARRAY_MEMBER];
 } held_conversion;
 
 static held_conversion *conversions;
+
+static held_conversion *new_conversion(const char *from, const char *to) {
+    const size_t ends[] = {strlen(root) + 1, strlen(root) + strlen(from) + 2};
+    held_conversion *made = MemoryContextAllocExtended(
+        kova_memory, offsetof(held_conversion, names) + ends[1] + strlen(to) + 1,
+        MCXT_ALLOC_NO_OOM | MCXT_ALLOC_ZERO);
+    if (!made) return NULL;
+    made->root = strcpy(made->names, root);
+    made->from = strcpy(made->names + ends[0], from);
+    made->to = strcpy(made->names + ends[1], to);
+    return made;
+}
 
 ko_cv_t kova_hold_conversion(const char *from, const char *to) {
     held_conversion *made;
@@ -239,18 +276,13 @@ ko_cv_t kova_hold_conversion(const char *from, const char *to) {
     for (held_conversion *at = conversions; at; at = at->next)
         if (!strcmp(at->from, from) && !strcmp(at->to, to) && !strcmp(at->root, root))
             return at->cd;
-    made = MemoryContextAllocZero(kova_memory, sizeof *made);
-    made->root = keep_text(root);
-    made->from = keep_text(from);
-    made->to = keep_text(to);
     need_a_file();
-    error = ko_open_conversion(&made->cd, *root ? root : NULL, from, to, KO_OPEN_VERIFY);
+    made = new_conversion(from, to);
+    error = made ? ko_open_conversion(&made->cd, *root ? root : NULL, from, to, KO_OPEN_VERIFY)
+                 : KO_ENOMEM;
     ReleaseExternalFD();
     if (error) {
-        pfree(made->to);
-        pfree(made->from);
-        pfree(made->root);
-        pfree(made);
+        give_back(made);
         kova_fail(error, "conversion from \"%s\" to \"%s\"", from, to);
     }
     made->next = conversions;

@@ -20,7 +20,8 @@ bytea *kova_make_key(ko_lc_t loc, const char *text, size_t length) {
         kova_fail(KO_E2BIG, "a key of %lld bytes", (long long)size);
     if (size > (int64_t)room) {
         key = repalloc(key, VARHDRSZ + (Size)size);
-        ko_utf8sxfrm(loc, VARDATA(key), (size_t)size, text, length);
+        size = ko_utf8sxfrm(loc, VARDATA(key), (size_t)size, text, length);
+        if (size < 0) kova_fail((int)-size, "a key");
     }
     SET_VARSIZE(key, VARHDRSZ + (Size)size);
     return key;
