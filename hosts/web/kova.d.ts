@@ -188,19 +188,23 @@ export interface Converter {
 }
 
 /** The library with the packs that were loaded into it. */
-export interface Kova {
+export interface Library {
   /** Loads what is missing of the module and the packs. Packs are checked before they are used. */
-  load(options?: LoadOptions): Promise<Kova>;
+  load(options?: LoadOptions): Promise<Library>;
   /** The packs of a folder, by its index. */
   index(base?: string | URL): Promise<PackEntry[]>;
   /** A library of its own, beside this one: another release of the data can be loaded into it. */
-  create(): Kova;
+  create(): Library;
   /** Whole names of the locales that are loaded, and names of code sets. */
   locales(): string[];
   codesets(): string[];
   /** The library's version. */
   readonly version: string;
+  /** Bytes of the module's memory that are in use; the packs themselves are outside it. */
+  readonly memoryUsed: number;
 
+  readonly KovaError: typeof KovaError;
+  readonly ConversionError: typeof ConversionError;
   readonly Collator: new (locale: string) => Collator;
   readonly Converter: new (from: string, to: string, options?: ConvertOptions) => Converter;
 
@@ -222,7 +226,8 @@ export interface Kova {
   /** A date by "%x", or by another format of the library. A Date counts in local time. */
   formatDate(locale: string, date?: Date | DateFields, format?: string): string;
   /** The date that a text says. The whole text must be read, and agree with the date. */
-  parseDate(locale: string, text: string, format?: string, options?: ParseOptions): Required<DateFields>;
+  parseDate(locale: string, text: string, format?: string,
+    options?: ParseOptions): Required<DateFields>;
   /** A month of the locale's calendar, by its own year and month; today's without them. */
   calendar(locale: string, year?: number, month?: number): Month;
   /** The month that a Gregorian date is in. */
@@ -230,6 +235,5 @@ export interface Kova {
   info(locale: string): LocaleInfo;
 }
 
-declare const kova: Kova;
-export default kova;
-export { kova as Kova };
+export const Kova: Library;
+export default Kova;

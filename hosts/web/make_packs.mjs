@@ -21,9 +21,12 @@ if (!out) {
 const pathOf = (name) => join(root, "kova", name);
 const module = new Module(), read = new Map();
 let opened = new Set();
+let hidden = false; // the registry, so that the module knows only its own code sets
 module.files = {
   get(name) {
-    if (!read.has(name)) read.set(name, existsSync(pathOf(name)) ? readFileSync(pathOf(name)) : undefined);
+    if (hidden) return undefined;
+    const path = pathOf(name);
+    if (!read.has(name)) read.set(name, existsSync(path) ? readFileSync(path) : undefined);
     return read.get(name);
   },
 };
@@ -35,6 +38,8 @@ await module.start(readFileSync(wasm));
 const registry = readFileSync(pathOf("cm3/registry"), "latin1").split("\n")
   .map((line) => /^([^\s#]+)\s+(\d+)/.exec(line)).filter(Boolean)
   .map(([, name, number]) => ({ name, number: Number(number) }));
+// The library looks these up by their names.
+const always = registry.filter(({ name }) => name === "utf8" || name === "unicode");
 const linesOf = (number) => registry.filter((row) => row.number === number);
 
 function* localeObjects() {
@@ -46,8 +51,8 @@ function* localeObjects() {
       if (!digits) continue;
       const head = readFileSync(pathOf(`lc11/${language}/${file}`), "latin1").slice(0, 4096);
       const codeset = /^CHARMAP=(\S+)$/m.exec(head)?.[1] ?? linesOf(parseInt(digits, 16))[0]?.name;
-      const name = `${language.slice(0, 3)}${language.slice(3).toUpperCase()}`;
-      yield { spec: `${name}.${codeset}${modifier && `@${modifier}`}`, number: parseInt(digits, 16) };
+      const name = `${language.slice(0, 3)}${language.slice(3).toUpperCase()}.${codeset}`;
+      yield { spec: modifier ? `${name}@${modifier}` : name, number: parseInt(digits, 16) };
     }
   }
 }
@@ -56,9 +61,11 @@ function* localeObjects() {
 
 function write(kind, { name, number }, aliases, lines) {
   const files = [...opened].filter((file) => file !== "cm3/registry").sort();
-  const list = { kind, name, number, aliases, registry: lines.map((row) => `${row.name} ${row.number}`),
+  const texts = [...lines, ...always].map((row) => `${row.name} ${row.number}`);
+  const list = { kind, name, number, aliases, registry: [...new Set(texts)],
     files: files.map((file) => [file, read.get(file).length]) };
-  const body = Buffer.concat([Buffer.from(`${JSON.stringify(list)}\n`), ...files.map((f) => read.get(f))]);
+  const head = Buffer.from(`${JSON.stringify(list)}\n`);
+  const body = Buffer.concat([head, ...files.map((file) => read.get(file))]);
   const whole = (content) => Buffer.concat([Buffer.from(`${HEADER}${content}\n`), body]);
   const packed = gzipSync(whole(contentOf(whole("0".repeat(16)))), { level: 9 });
   const file = `${name}.pack`;
@@ -87,8 +94,14 @@ function localePack({ spec, number }) {
   return write("locale", { name: spec, number: number ?? 0 }, [], linesOf(number));
 }
 
+const numberOf = (name) => module.withNames([name], (at) => module.x.web_codeset_number(at));
+
 /** A code set whose conversions from and to UTF-8 are there, or null. */
 function codeSetPack({ name, number }) {
+  hidden = true;
+  const isOwn = numberOf(name) >= 0;
+  hidden = false;
+  if (isOwn) return null;
   opened = new Set();
   for (const pair of [[name, "utf8"], ["utf8", name]]) {
     const cd = module.withNames(pair, (from, to) => module.x.web_conversion(from, to, 0));
@@ -96,18 +109,18 @@ function codeSetPack({ name, number }) {
     else if (NO_SUCH.includes(-cd)) return null;
     else throw module.error(pair.join(" to "), -cd);
   }
-  if (![...opened].some((file) => file !== "cm3/registry")) return null; // one of Unicode
   const lines = linesOf(number);
   return write("codeset", { name, number }, lines.slice(1).map((row) => row.name), lines);
 }
 
 const locales = [...localeObjects()];
-const sets = registry.filter((row, i) => registry.findIndex(({ number }) => number === row.number) === i)
+const sets = registry.filter((row) => linesOf(row.number)[0] === row)
   .map((row) => ({ ...row, aliases: linesOf(row.number).map(({ name }) => name) }));
 const chosen = { locales, sets };
 if (wanted.length) {
   const specs = locales.map(({ spec }) => spec);
-  chosen.locales = locales.filter(({ spec }) => wanted.some((name) => findLocale(name, specs) === spec));
+  const isWanted = ({ spec }) => wanted.some((name) => findLocale(name, specs) === spec);
+  chosen.locales = locales.filter(isWanted);
   chosen.sets = sets.filter((set) => wanted.some((name) => findCodeSet(name, sets) === set));
 }
 rmSync(out, { recursive: true, force: true });

@@ -27,10 +27,11 @@ function joined(parts) {
   return all;
 }
 
+const digitsOf = (code, width) => code.toString(16).toUpperCase().padStart(width, "0");
+
 function nameOf(text, bytes) {
-  const digits = (code, width) => code.toString(16).toUpperCase().padStart(width, "0");
-  if (text) return Array.from(text, (c) => `U+${digits(c.codePointAt(0), 4)}`).join(" ");
-  return Array.from(bytes, (byte) => `0x${digits(byte, 2)}`).join(" ");
+  if (text) return Array.from(text, (c) => `U+${digitsOf(c.codePointAt(0), 4)}`).join(" ");
+  return Array.from(bytes, (byte) => `0x${digitsOf(byte, 2)}`).join(" ");
 }
 
 /** What error handlers other than functions put in place. */
@@ -39,7 +40,7 @@ function standIn(errors, error) {
   if (errors === "replace") return isUnicode(error.to) ? "\ufffd" : "?";
   if (error.character !== null)
     return Array.from(error.character, (c) => `&#${c.codePointAt(0)};`).join("");
-  return Array.from(error.bytes, (b) => `\\x${b.toString(16).toUpperCase().padStart(2, "0")}`).join("");
+  return Array.from(error.bytes, (byte) => `\\x${digitsOf(byte, 2)}`).join("");
 }
 
 function makeConversions(module, inUse) {
@@ -99,8 +100,8 @@ function makeConversions(module, inUse) {
     return runPiece(held, text.subarray(0, good), false, state).taken;
   }
 
-  /** Converts up to the end or to an error. Pieces grow, so that little is done in vain where errors
-   * are frequent; a character that the end of a piece cuts is read again with the next. */
+  /** Converts up to the end or to an error. Pieces grow, so that little is done in vain where
+   * errors are frequent; a character that the end of a piece cuts is read again with the next. */
   function run(held, text, last, state, exact) {
     const parts = [];
     for (let at = 0, size = FIRST_PIECE; ; size = Math.min(2 * size, LONGEST_PIECE)) {
@@ -120,7 +121,8 @@ function makeConversions(module, inUse) {
       if (lossy || whole || (done.error && !cut)) {
         module.in.trim();
         module.out.trim();
-        return { made: joined(parts), taken: at, state, lossy, error: lossy || cut ? 0 : done.error };
+        const error = lossy || cut ? 0 : done.error;
+        return { made: joined(parts), taken: at, state, lossy, error };
       }
     }
   }
@@ -164,9 +166,13 @@ function makeConversions(module, inUse) {
         let done = run(this.held, text.subarray(at), last, before, this.exact);
         const place = at + done.taken;
         if (!done.lossy && (!done.error || (done.error === CUT_OFF && !last))) {
+          if (!last && done.state[2] !== 0 && done.taken) {
+            // The way back from a shifted state is written after the last character, which waits.
+            done = run(this.held, text.subarray(at, place - 1), false, before, false);
+          }
           parts.push(done.made);
-          this.state = done.state;
-          at = place;
+          this.state = done.taken ? done.state : before;
+          at += done.taken;
           break;
         }
         const { error, length } = this.#errorAt(text, place, done);
@@ -175,7 +181,8 @@ function makeConversions(module, inUse) {
         if (done.state[2] !== 0 && (answer.length || ends)) {
           // Once more, with the way back from the shifted state.
           const again = run(this.held, text.subarray(at, place), true, before, false);
-          done = { ...again, state: [0, done.state[1], again.state[2] & this.#lasting(), done.state[3]] };
+          const target = again.state[2] & this.#lasting();
+          done = { ...again, state: [0, done.state[1], target, done.state[3]] };
         }
         parts.push(done.made);
         this.begun ||= done.made.length > 0;
@@ -214,10 +221,10 @@ function makeConversions(module, inUse) {
     }
 
     #answer(error, converted) {
-      const strict = this.errors === "strict";
-      if (strict || typeof this.errors === "function") error.converted = converted();
-      if (strict) throw error;
-      const answer = typeof this.errors === "function" ? this.errors(error) : standIn(this.errors, error);
+      const { errors } = this, isFunction = typeof errors === "function";
+      if (errors === "strict" || isFunction) error.converted = converted();
+      if (errors === "strict") throw error;
+      const answer = isFunction ? errors(error) : standIn(errors, error);
       if (typeof answer === "string" || answer instanceof Uint8Array) return answer;
       throw new KovaError("an error handler answers a string or a Uint8Array");
     }
@@ -249,9 +256,11 @@ function makeConversions(module, inUse) {
       const reason = found.character !== null ? (done.lossy ? "approximate" : "unmappable")
         : found.whole ? "illegal" : "incomplete";
       const bytes = text.slice(place, place + found.length);
-      const error = new ConversionError({ from, to, reason, bytes, length: found.length / this.unit,
-        offset: (this.offset + place) / this.unit, character: found.character,
-        characterName: nameOf(found.character, bytes), number: done.error || ILLEGAL, converted: null });
+      const error = new ConversionError({
+        number: done.error || ILLEGAL, from, to, reason, bytes, converted: null,
+        offset: (this.offset + place) / this.unit, length: found.length / this.unit,
+        character: found.character, characterName: nameOf(found.character, bytes),
+      });
       return { error, length: found.length };
     }
 
@@ -276,7 +285,8 @@ function makeConversions(module, inUse) {
           return { character: textOf(got.made), length: count, state: got.state };
         if (got.error === ILLEGAL || count >= most) break;
       }
-      if (got.error !== ILLEGAL) return { character: null, length: most, whole: text.length - place > most };
+      if (got.error !== ILLEGAL)
+        return { character: null, length: most, whole: text.length - place > most };
       const name = plainName(this.from);
       const unit = UTF16_SETS.includes(name) ? 2 : UTF32_SETS.includes(name) ? 4 : 0;
       const length = unit ? Math.min(unit, text.length - place)

@@ -28,8 +28,8 @@ class ConversionError extends KovaError {
 }
 
 // Numbers of the library that the package tells apart.
-const ILLEGAL = 1, NO_MEMORY = 3, CUT_OFF = 7, OUT_OF_RANGE = 9, TOO_LONG = 14;
-const NOTHING = 18, BAD_YEAR = 41, NO_LOCALE = 54, NO_CHARACTER = 55, NO_CODE_SET = 56;
+const ILLEGAL = 1, NO_MEMORY = 3, CUT_OFF = 7, DAMAGED = 11, TOO_LONG = 14, NOTHING = 18;
+const BAD_MONEY = 20, NO_LOCALE = 54, NO_CHARACTER = 55, NO_CODE_SET = 56;
 
-export { KovaError, ConversionError, ILLEGAL, NO_MEMORY, CUT_OFF, OUT_OF_RANGE, TOO_LONG,
-  NOTHING, BAD_YEAR, NO_LOCALE, NO_CHARACTER, NO_CODE_SET };
+export { KovaError, ConversionError, ILLEGAL, NO_MEMORY, CUT_OFF, DAMAGED, TOO_LONG, NOTHING,
+  BAD_MONEY, NO_LOCALE, NO_CHARACTER, NO_CODE_SET };

@@ -1,11 +1,15 @@
 // Numbers, money, dates and months by a locale's formats, and what a locale says.
-import { KovaError, NOTHING } from "./errors.mjs";
+import { KovaError, BAD_MONEY, NOTHING } from "./errors.mjs";
+import { isWellFormed } from "./module.mjs";
 import { bytesOf } from "./packs.mjs";
 
-const MOST_DIGITS = 300; // of a number that is written exactly; powers of ten below 1e308 are written
+const MOST_DIGITS = 300; // of a number that is written exactly; the library takes less than 1e308
 const NUMBER = /^((?:[^%]|%%)*)(%[ #'+\-0-9.]*[diuoqbxXeEfgG])((?:[^%]|%%)*)$/s;
-const MONEY = /^((?:[^%]|%%)*)(%(?:=[^]|[!(+\-^])*[0-9]*(?:#[0-9]*)?(?:\.([0-9]*))?[ni])((?:[^%]|%%)*)$/su;
+const MONEY =
+  /^((?:[^%]|%%)*)(%(?:=[^]|[!(+\-^])*[0-9]*(?:#[0-9]*)?(?:\.([0-9]*))?[ni])((?:[^%]|%%)*)$/su;
 const DECIMAL = /^([+-]?)(\d*)(?:\.(\d*))?(?:[eE]([+-]?\d{1,4}))?$/;
+const NUMBER_DIRECTIVE = "% with flags and digits, then one of diuoqbxXeEfgG";
+const MONEY_DIRECTIVE = "%n or %i, with flags and digits after the %";
 
 // ---- Exact decimals ----
 
@@ -22,8 +26,7 @@ function decimalOf(value) {
 
 const tooLong = () => new KovaError(`numbers have at most ${MOST_DIGITS} digits`);
 
-/** With so many places; a half goes to the even digit, or up. One of 0 keeps its sign only if digits
- * were lost. */
+/** With so many places; a half goes to the even digit, or up. */
 function rounded(value, places, halfUp) {
   let { digits } = value;
   if (places >= value.places) {
@@ -50,6 +53,12 @@ function writeExact(value, write) {
   return shown.join("");
 }
 
+/** A format, which the library reads up to a U+0000. */
+function checked(format) {
+  if (typeof format === "string" && isWellFormed(format) && !format.includes("\0")) return format;
+  throw new KovaError("a format is a well-formed string without U+0000");
+}
+
 const plain = (text) => text.replaceAll("%%", "%");
 
 // ---- Dates ----
@@ -60,8 +69,9 @@ const DAY = 86400000;
 function dayNumber({ year, month, day }) {
   const date = new Date(0);
   date.setUTCFullYear(year, month - 1, day);
-  const same = date.getUTCFullYear() === year && date.getUTCMonth() === month - 1 && date.getUTCDate() === day;
-  return same && year >= 1 && year <= 9999 ? date.getTime() / DAY : NaN;
+  const number = date.getTime() / DAY, made = dateOfDay(number);
+  const same = made.year === year && made.month === month && made.day === day;
+  return same && year >= 1 && year <= 9999 ? number : NaN;
 }
 
 function dateOfDay(number) {
@@ -72,16 +82,18 @@ function dateOfDay(number) {
 function fieldsOf(when) {
   if (!(when instanceof Date)) return { hour: 0, minute: 0, second: 0, microsecond: 0, ...when };
   return {
-    year: when.getFullYear(), month: when.getMonth() + 1, day: when.getDate(), hour: when.getHours(),
-    minute: when.getMinutes(), second: when.getSeconds(), microsecond: 1000 * when.getMilliseconds(),
+    year: when.getFullYear(), month: when.getMonth() + 1, day: when.getDate(),
+    hour: when.getHours(), minute: when.getMinutes(), second: when.getSeconds(),
+    microsecond: 1000 * when.getMilliseconds(),
   };
 }
 
 const isIn = (value, least, most) => Number.isInteger(value) && value >= least && value <= most;
 
 const shownDate = ({ year, month, day, hour, minute, second }) => {
-  const two = (value) => String(value).padStart(2, "0");
-  return `${String(year).padStart(4, "0")}-${two(month)}-${two(day)} ${two(hour)}:${two(minute)}:${two(second)}`;
+  const two = (...values) => values.map((value) => String(value).padStart(2, "0"));
+  return `${String(year).padStart(4, "0")}-${two(month, day).join("-")} ` +
+    two(hour, minute, second).join(":");
 };
 
 /** The numbers of web_time in kova_web_format.c. */
@@ -103,14 +115,14 @@ const RULES = { closest: "C", future: "F", past: "P", current: "R" };
 // Items of ko_nl_langinfo: the first one's number and how many there are, 0 for a single text.
 const ITEMS = {
   charmap: [60, 0], crncystr: [59, 0], abday: [8, 7], day: [1, 7], abmon: [35, 20], mon: [15, 20],
-  am_pm: [64, 2], d_t_fmt: [0, 0], d_fmt: [61, 0], t_fmt: [62, 0], t_fmt_ampm: [63, 0], era: [66, 0],
-  era_d_fmt: [67, 0], era_d_t_fmt: [68, 0], era_t_fmt: [69, 0], alt_digits: [70, 0],
+  am_pm: [64, 2], d_t_fmt: [0, 0], d_fmt: [61, 0], t_fmt: [62, 0], t_fmt_ampm: [63, 0],
+  era: [66, 0], era_d_fmt: [67, 0], era_d_t_fmt: [68, 0], era_t_fmt: [69, 0], alt_digits: [70, 0],
   calendar: [73, 0], yesexpr: [71, 0], noexpr: [72, 0], yesstr: [57, 0], nostr: [58, 0],
 };
 const TEXTS = ["decimal_point", "thousands_sep", "int_curr_symbol", "currency_symbol",
   "mon_decimal_point", "mon_thousands_sep", "positive_sign", "negative_sign"];
-const VALUES = ["int_frac_digits", "frac_digits", "p_cs_precedes", "p_sep_by_space", "n_cs_precedes",
-  "n_sep_by_space", "p_sign_posn", "n_sign_posn"];
+const VALUES = ["int_frac_digits", "frac_digits", "p_cs_precedes", "p_sep_by_space",
+  "n_cs_precedes", "n_sep_by_space", "p_sign_posn", "n_sign_posn"];
 
 function makeFormats(module, specOf, kova) {
   const known = new Map(); // what locales say, by their whole names
@@ -120,11 +132,13 @@ function makeFormats(module, specOf, kova) {
   const withText = (spec, text, call) => module.withLocale(spec, (loc) =>
     module.fromText(spec, text, (at, size, out, room) => call(loc, at, size, out, room)));
 
-  const write = (spec, format, isReal, value) => withText(spec, format, (loc, at, size, out, room) =>
-    module.x.web_number(loc, at, size, isReal ? 1 : 0, value, out, room));
+  const write = (spec, format, isReal, value) =>
+    withText(spec, format, (loc, at, size, out, room) =>
+      module.x.web_number(loc, at, size, isReal ? 1 : 0, value, out, room));
 
-  const writeMoney = (spec, format, value) => withText(spec, format, (loc, at, size, out, room) =>
-    module.x.web_money(loc, at, size, value, out, room));
+  const writeMoney = (spec, format, value) =>
+    withText(spec, format, (loc, at, size, out, room) =>
+      module.x.web_money(loc, at, size, value, out, room));
 
   /** A call with an array of whole numbers, which it may change. */
   function withNumbers(list, call) {
@@ -176,48 +190,52 @@ function makeFormats(module, specOf, kova) {
     return writeExact(exact, (power) => write(spec, `%'.${exact.places}f`, true, power));
   }
 
+  /** A number by a directive that writes all its digits: %d and %i without a point, and %f. */
+  function numberByDigits(spec, value, [, before, directive, after]) {
+    const isWhole = !directive.endsWith("f"), point = /\.(\d*)/.exec(directive);
+    const places = isWhole ? 0 : point ? Number(point[1]) : 6;
+    if (places > MOST_DIGITS) throw tooLong();
+    const exact = decimalOf(Object.is(value, -0) ? 0 : value), made = rounded(exact, places, false);
+    if (isWhole && exact.digits !== made.digits * 10n ** BigInt(exact.places))
+      throw new KovaError(`${directive} writes whole numbers`);
+    const by = isWhole ? `${directive.replace("#", "").slice(0, -1)}.0f` : directive;
+    return plain(before) + writeExact(made, (power) => write(spec, by, true, power)) + plain(after);
+  }
+
   function formatNumber(locale, value, format) {
     const spec = specOf(locale);
     if (!["number", "bigint", "string"].includes(typeof value))
       throw new KovaError("a number, bigint or string is needed");
     if (format === undefined) return plainNumber(spec, value);
-    const found = NUMBER.exec(format);
-    if (!found) throw new KovaError(`${format} needs one directive: % with flags and digits, then one of diuoqbxXeEfgG`);
-    const [, before, directive, after] = found, letter = directive.at(-1);
-    const isReal = "eEfgG".includes(letter), isWhole = "di".includes(letter) && !directive.includes(".");
+    const found = NUMBER.exec(checked(format));
+    if (!found) throw new KovaError(`${format}: one directive is needed, ${NUMBER_DIRECTIVE}`);
+    const directive = found[2], letter = directive.at(-1);
     const isExact = typeof value !== "number" || Number.isInteger(value);
-    if (isExact && (isWhole || letter === "f")) {
-      const places = isWhole ? 0 : Number(/\.(\d+)/.exec(directive)?.[1] ?? (directive.includes(".") ? 0 : 6));
-      if (places > MOST_DIGITS) throw tooLong();
-      const exact = decimalOf(Object.is(value, -0) ? 0 : value);
-      const by = isWhole ? `${directive.replace("#", "").slice(0, -1)}.0f` : directive;
-      const made = rounded(exact, places, false);
-      if (isWhole && exact.digits !== made.digits * 10n ** BigInt(exact.places))
-        throw new KovaError(`%${letter} writes whole numbers`);
-      return plain(before) + writeExact(made, (power) => write(spec, by, true, power)) + plain(after);
-    }
-    const number = Number(value), least = letter === "u" ? 0 : -(2 ** 31);
-    if (!isReal && !isIn(number, least, 2 ** (letter === "u" ? 32 : 31) - 1))
+    if (isExact && (letter === "f" || /^[^.]*[di]$/.test(directive)))
+      return numberByDigits(spec, value, found);
+    const isReal = "eEfgG".includes(letter), isUnsigned = letter === "u", number = Number(value);
+    if (!isReal && !isIn(number, isUnsigned ? 0 : -(2 ** 31), 2 ** (isUnsigned ? 32 : 31) - 1))
       throw new KovaError(`%${letter} writes whole numbers of 32 bits`);
     return write(spec, format, isReal, number);
   }
 
   function formatMoney(locale, value, format = "%n") {
-    const spec = specOf(locale), found = MONEY.exec(format);
-    if (!found) throw new KovaError(`${format} needs one directive: %n or %i, with flags and digits after the %`);
+    const spec = specOf(locale), found = MONEY.exec(checked(format));
+    if (!found) throw new KovaError(`${format}: one directive is needed, ${MONEY_DIRECTIVE}`);
     if (typeof value === "number") return writeMoney(spec, format, value);
     const [, before, directive, digits, after] = found;
     const stated = infoOf(spec)[directive.endsWith("n") ? "frac_digits" : "int_frac_digits"];
     const places = digits === undefined ? stated ?? 2 : Number(digits);
-    if (places > 100) throw module.error(format, 20);
+    if (places > 100) throw module.error(format, BAD_MONEY);
     const exact = rounded(decimalOf(value), places, true);
-    return plain(before) + writeExact(exact, (power) => writeMoney(spec, directive, power)) + plain(after);
+    const made = writeExact(exact, (power) => writeMoney(spec, directive, power));
+    return plain(before) + made + plain(after);
   }
 
   // ---- Dates ----
 
   const formatDate = (locale, when = new Date(), format = "%x") =>
-    writeTime(specOf(locale), format, timeOf(when));
+    writeTime(specOf(locale), checked(format), timeOf(when));
 
   /** Refuses what would leave a part of the date or of the hour open. */
   function checkFields(spec, text, seen, given) {
@@ -225,8 +243,9 @@ function makeFormats(module, specOf, kova) {
     if (!(seen & (ERA | ERA_YEAR | SHORT_YEAR | YEAR))) missing.push("year");
     if (!(seen & (YEAR_DAY | MONTH | MONTH_NAME))) missing.push("month");
     if (!(seen & (YEAR_DAY | DAY_OF_MONTH))) missing.push("day");
-    if (missing.length && !given)
-      throw new KovaError(`${text}: the format reads no ${missing.join(" and no ")}; default says which is meant`);
+    const list = missing.join(" and no ");
+    if (list && !given)
+      throw new KovaError(`${text}: the format reads no ${list}; default says which is meant`);
     if (seen & HALF && !infoOf(spec).am_pm.some(Boolean))
       throw new KovaError(`${text}: the locale has no names for the halves of the day`);
     if (!(seen & HOUR12) !== !(seen & HALF) && !(seen & HOUR24))
@@ -235,7 +254,8 @@ function makeFormats(module, specOf, kova) {
 
   function dateRead(spec, text, { time, seen, fields }, given) {
     const [year, month, day, hour, minute, second, microsecond] = time;
-    const clock = { hour: seen & (HOUR24 | HOUR12) || given ? hour : 0, minute, second, microsecond };
+    const isHourMeant = seen & (HOUR24 | HOUR12) || given;
+    const clock = { hour: isHourMeant ? hour : 0, minute, second, microsecond };
     let date = { year: year + 1900, month: month + 1, day };
     if (seen & YEAR_DAY && !(seen & DAY_OF_MONTH && seen & (MONTH | MONTH_NAME))) {
       if (infoOf(spec).calendar !== "gregorian")
@@ -251,13 +271,15 @@ function makeFormats(module, specOf, kova) {
   function parseDate(locale, text, format = "%x", options = {}) {
     const spec = specOf(locale), { century = "closest", default: given } = options;
     const rule = RULES[century];
-    if (!rule) throw new KovaError(`century is one of ${Object.keys(RULES).join(", ")}, not ${century}`);
-    if (`${text}${format}`.includes("\0")) throw new KovaError(`${text}: a date contains no U+0000`);
+    if (!rule) throw new KovaError(`century is ${Object.keys(RULES).join(" or ")}, not ${century}`);
+    if (`${text}`.includes("\0")) throw new KovaError(`${text}: a date contains no U+0000`);
+    checked(format);
     const start = timeOf(given ?? { year: 2000, month: 1, day: 1 });
     const found = readTime(spec, text, format, rule, start);
     const rest = text.slice(text.length - found.rest);
     if (specIsWide(spec) ? rest.trim() : found.rest)
-      throw new KovaError(`${text}: the format ends before the text, at character ${text.length - found.rest + 1}`);
+      throw new KovaError(
+        `${text}: the format ends before the text, at character ${text.length - found.rest + 1}`);
     checkFields(spec, text, found.seen, given);
     const made = dateRead(spec, text, found, given);
     const again = readTime(spec, writeTime(spec, format, timeOf(made)), format, rule, start);
@@ -275,13 +297,15 @@ function makeFormats(module, specOf, kova) {
     const { year, month, day } = dateOfDay(number);
     const found = other(spec, true, [year, month - 1, -1, day]);
     if (!found) throw new KovaError(`${year}-${month}-${day} is outside the locale's calendar`);
-    return { year: found[0], month: found[1], name: found[2] < 0 ? found[1] : found[2], day: found[3] };
+    const [inYear, inMonth, name, inDay] = found;
+    return { year: inYear, month: inMonth, name: name < 0 ? inMonth : name, day: inDay };
   }
 
   function firstOf(spec, year, month) {
     if (isIn(year, 1, 99999) && isIn(month, 1, 20)) {
       const found = other(spec, false, [year, month - 1, -1, 1]);
-      const number = found ? dayNumber({ year: found[0], month: found[1] + 1, day: found[3] }) : NaN;
+      const [inYear, inMonth, , inDay] = found ?? [];
+      const number = dayNumber({ year: inYear, month: inMonth + 1, day: inDay });
       const local = Number.isNaN(number) ? null : localDay(spec, number);
       if (local?.year === year && local.month === month - 1) return number;
     }
@@ -304,7 +328,8 @@ function makeFormats(module, specOf, kova) {
   }
 
   function monthFrom(spec, first) {
-    const info = infoOf(spec), { year, month } = localDay(spec, first), start = info.first_weekday - 1;
+    const info = infoOf(spec), { year, month } = localDay(spec, first);
+    const start = info.first_weekday - 1;
     const days = Array(((first + 4 - start) % 7 + 7) % 7).fill(null);
     let count = 0, number = first;
     for (; count < 40; ++number) {
@@ -317,7 +342,8 @@ function makeFormats(module, specOf, kova) {
     const turned = (names) => names.map((_, i) => names[(i + start) % 7].trim());
     return {
       title: titleOf(spec, first, number), year, month: month + 1, calendar: info.calendar,
-      firstWeekday: info.first_weekday, weekdays: turned(info.abday), weekdayNames: turned(info.day),
+      firstWeekday: info.first_weekday, weekdays: turned(info.abday),
+      weekdayNames: turned(info.day),
       weeks: Array.from({ length: days.length / 7 }, (_, i) => days.slice(7 * i, 7 * i + 7)),
     };
   }
@@ -337,7 +363,8 @@ function makeFormats(module, specOf, kova) {
   // ---- What a locale says ----
 
   function item(spec, [first, count]) {
-    const one = (number) => text(spec, (loc, out, room) => module.x.web_item(loc, number, out, room));
+    const one = (number) =>
+      text(spec, (loc, out, room) => module.x.web_item(loc, number, out, room));
     if (!count) return one(first);
     const texts = Array.from({ length: count }, (_, i) => one(first + i));
     while (count > 2 && texts.length && !texts.at(-1)) texts.pop(); // the calendar has fewer months
@@ -353,7 +380,8 @@ function makeFormats(module, specOf, kova) {
 
   /** The lines NAME=VALUE at the start of the locale's file. */
   function headerOf(spec) {
-    const [, language, rest] = /^([^.]*)\.?(.*)$/.exec(spec), [codeset, modifier = ""] = rest.split("@");
+    const [, language, rest] = /^([^.]*)\.?(.*)$/.exec(spec);
+    const [codeset, modifier = ""] = rest.split("@");
     const number = module.withNames([codeset], (name) => module.x.web_codeset_number(name));
     const name = spec === "default.lco" ? spec
       : `${language.toLowerCase()}/${number.toString(16).padStart(4, "0")}${modifier}.lco`;
@@ -393,7 +421,8 @@ function makeFormats(module, specOf, kova) {
     info.first_weekday = weekday % 7 + 1; // 1 is Sunday
     info.alt_mon = alternative(header, "ALT_MON_", info.charmap) ?? info.mon;
     info.ab_alt_mon = alternative(header, "AB_ALT_MON_", info.charmap) ?? info.abmon;
-    for (const key of ["source", "compiler", "release"]) info[key] = header[key.toUpperCase()] ?? null;
+    for (const key of ["source", "compiler", "release"])
+      info[key] = header[key.toUpperCase()] ?? null;
     known.set(spec, Object.freeze(info));
     return info;
   }

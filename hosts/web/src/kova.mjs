@@ -38,7 +38,7 @@ class Packs {
     for (const [name, bytes] of pack.files) {
       const held = this.module.files.get(name);
       if (held && !isEqual(held, bytes))
-        throw new KovaError(`${pack.name}: ${name} is another one than in the packs that are loaded`);
+        throw new KovaError(`${pack.name}: ${name} is another one than in loaded packs`);
     }
     for (const [name, bytes] of pack.files) this.module.files.set(name, bytes);
     for (const line of pack.registry) this.registry.add(line);
@@ -118,6 +118,9 @@ function create() {
     get version() {
       return inUse().textAt(module.x.web_library_version());
     },
+    get memoryUsed() {
+      return inUse().x.web_used();
+    },
     Collator: makeCollator(module, specOf),
     ...makeConversions(module, inUse),
     ...makeFormats(module, specOf, () => kova),
@@ -125,8 +128,9 @@ function create() {
   for (const [name, call] of [["upper", "web_upper"], ["lower", "web_lower"]]) {
     kova[name] = (locale, text) => {
       const spec = specOf(locale);
-      return module.withLocale(spec, (loc) => module.fromText(spec, `${text}`, (at, size, out, room) =>
-        module.x[call](loc, out, room, at, size)));
+      return module.withLocale(spec, (loc) =>
+        module.fromText(spec, `${text}`, (at, size, out, room) =>
+          module.x[call](loc, out, room, at, size)));
     };
   }
   return kova;

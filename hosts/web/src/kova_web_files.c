@@ -3,6 +3,7 @@
 #include "kova_web.h"
 
 #include <errno.h>
+#include <malloc.h>
 #include <stdarg.h>
 #include <stdlib.h>
 #include <string.h>
@@ -125,3 +126,6 @@ void WEB(web_start)(void) {
 
 void *WEB(web_take)(size_t size) { return malloc(size ? size : 1); }
 void WEB(web_free)(void *block) { free(block); }
+
+/* Bytes of memory that are in use. */
+int WEB(web_used)(void) { return mallinfo().uordblks; }

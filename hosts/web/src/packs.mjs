@@ -1,5 +1,5 @@
 // Packs: the files of a locale or a code set in one, and the folders that they come from.
-import { KovaError } from "./errors.mjs";
+import { KovaError, DAMAGED } from "./errors.mjs";
 
 const UNPACKED_MOST = 1 << 28; // bytes
 const HEADER = /^FILE_TYPE=web_pack\nCOMPILER_VERSION=1\nHEADER_LINES=4\nCONTENT=[0-9a-f]{16}\n/;
@@ -123,7 +123,8 @@ function isIntact(module, bytes) {
 async function readPack(module, file, data) {
   const bytes = await unpacked(file, bytesOf(data));
   const found = listOf(bytes);
-  if (!found || !isIntact(module, bytes)) throw new KovaError(`${file}: the pack is damaged`, 11);
+  if (!found || !isIntact(module, bytes))
+    throw new KovaError(`${file}: the pack is damaged`, DAMAGED);
   const files = new Map();
   let at = found.start;
   for (const [name, size] of found.list.files) files.set(name, bytes.subarray(at, at += size));
@@ -155,10 +156,11 @@ function findLocale(name, specs) {
   const rows = specs.map((spec) => ({ spec, ...localeParts(spec) })).filter((row) =>
     row.language === wanted.language && row.modifier === wanted.modifier);
   if (wanted.codeset) return rows.find((row) => row.codeset === wanted.codeset)?.spec;
-  return (rows.find((row) => row.codeset === "unicode") ?? (rows.length === 1 ? rows[0] : null))?.spec;
+  const only = rows.length === 1 ? rows[0] : null;
+  return (rows.find((row) => row.codeset === "unicode") ?? only)?.spec;
 }
 
-/** The entry of a list whose name or alias is meant, or whose number: "cp1252", "windows-1252". */
+/** The entry of a list whose name, alias or number is meant: "cp1252", "windows-1252". */
 function findCodeSet(name, entries) {
   const plain = plainName(name), number = /^(?:ibm|cp|windows|ccsid)?0*([1-9][0-9]*)$/.exec(plain);
   return entries.find((entry) => plainName(entry.name) === plain) ??
