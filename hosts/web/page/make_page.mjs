@@ -5,6 +5,7 @@ import { createHash } from "node:crypto";
 import { readFileSync, writeFileSync } from "node:fs";
 import { join } from "node:path";
 import { gzipSync } from "node:zlib";
+import { bare, block, textOf } from "../bundle.mjs";
 import { findCodeSet, findLocale } from "../src/packs.mjs";
 import { codesets, locales } from "./contents.mjs";
 
@@ -13,25 +14,17 @@ if (!out) {
   console.error("usage: make_page.mjs PACKAGE PACKS OUT");
   process.exit(2);
 }
-const part = (name) => readFileSync(new URL(name, import.meta.url), "utf8");
+const source = (name) => new URL(name, import.meta.url);
 const hashOf = (text) => `'sha256-${createHash("sha256").update(text).digest("base64")}'`;
 
 // ---- Script ----
 
-// Each module becomes a block whose names are its own; in its place stand those that it exports.
-const IMPORT = /^import [^"]*"\.[^"]*";\n/gm, EXPORT = /\nexport (\{[^}]*\});\n$/;
-
-function block(name) {
-  const text = part(`${name}.mjs`).replace(IMPORT, ""), [statement, names] = EXPORT.exec(text);
-  return `const ${names} = (() => {\n${text.replace(statement, "\n")}return ${names};\n})();\n`;
-}
-
-const LIBRARY = /\nexport \{ Kova, Kova as default, KovaError, ConversionError \};\n$/;
-const library = readFileSync(join(folder, "kova.mjs"), "utf8");
-if (!LIBRARY.test(library)) throw new Error("kova.mjs ends in another way than is known here");
-const script = ["\n", library.replace(LIBRARY, "\n"),
-  ...["contents", "ui", "order", "chart", "convert", "calendar", "formats"].map(block),
-  part("main.mjs").replace(IMPORT, "")].join("");
+const LAST = /\nexport \{[^}]*\};\n$/;
+const library = textOf(join(folder, "kova.mjs"));
+if (!LAST.test(library)) throw new Error("kova.mjs does not end with its exports");
+const script = [`\nconst { Kova } = (() => {\n${library.replace(LAST, "\n")}\nreturn { Kova };\n})();\n`,
+  ...["contents", "ui", "order", "chart", "convert", "calendar", "formats"].map((name) => block(source(`${name}.mjs`))),
+  bare(source("main.mjs"))].join("\n");
 
 // ---- Data ----
 
@@ -52,7 +45,7 @@ const data = JSON.stringify({
 
 // ---- Page ----
 
-const style = part("page.css");
+const style = textOf(source("page.css"));
 const icon = "<svg xmlns='http://www.w3.org/2000/svg' viewBox='0 0 16 16'><path stroke='#0b8578' stroke-width='3' " +
   "stroke-linecap='round' d='M2 3h4M2 8h8M2 13h12'/></svg>";
 const pieces = {
@@ -65,6 +58,6 @@ const pieces = {
 };
 const end = /<\/(script|style)/i;
 for (const [name, text] of Object.entries(pieces)) if (end.test(text)) throw new Error(`${name} would end early`);
-const page = part("index.html").replace(/@[A-Z]+@/g, (name) => pieces[name] ?? name);
+const page = textOf(source("index.html")).replace(/@[A-Z]+@/g, (name) => pieces[name] ?? name);
 writeFileSync(out, page);
 console.log(`${out}: ${Buffer.byteLength(page)} bytes`);

@@ -318,5 +318,5 @@ test("100,000 strings of twelve scripts: order and keys are those of C",
 test("the page has asked for nothing and complained of nothing", () => {
   const asked = browser.requests.filter((url) => !url.startsWith("data:") && url.split("#")[0] !== page);
   assert.deepEqual([asked, browser.complaints], [[], []]);
-  assert(browser.requests.length > 10);
+  assert(browser.requests.length > 0);
 });
