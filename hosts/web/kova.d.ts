@@ -71,7 +71,8 @@ export class ConversionError extends KovaError {
 
 /** What stands in place of what cannot be converted: nothing, a question mark or U+FFFD, a
  * reference such as "&#8364;" (bytes that are no character: "\xFF"), or what a function answers. A
- * string is converted to the target; bytes are written as they are. */
+ * string is converted to the target; bytes are written as they are. A string that the target lacks,
+ * too, throws the error. */
 export type ErrorHandling =
   | "strict" | "skip" | "replace" | "escape"
   | ((error: ConversionError) => string | Uint8Array);
@@ -79,7 +80,9 @@ export type ErrorHandling =
 export interface ConvertOptions {
   /** "strict" without it: throws a ConversionError. */
   errors?: ErrorHandling;
-  /** Lets the tables write something similar for a character that the target lacks. */
+  /** Lets the tables write something similar for a character that the target lacks. True without
+   * it where the target is an encoding of Unicode: there, it only says that a character has a
+   * second code in the source. */
   approximate?: boolean;
   /** A byte-order mark at the start is a character like others. */
   keepMark?: boolean;

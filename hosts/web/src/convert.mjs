@@ -136,6 +136,7 @@ function makeConversions(module, inUse) {
       if (typeof errors !== "function" && !["strict", "skip", "replace", "escape"].includes(errors))
         throw new KovaError(`errors is no way to handle errors: ${errors}`);
       Object.assign(this, { from, to, errors, unit, exact: !approximate });
+      this.isComplete = isUnicode(to) && !this.exact;
       this.label = unit === 1 ? from : "string";
       this.flags = (keepMark ? KEEP_MARK : 0) | (writeMark ? WRITE_MARK : 0);
       this.held = lend(from, to, this.flags);
@@ -175,6 +176,7 @@ function makeConversions(module, inUse) {
           at += done.taken;
           break;
         }
+        if (!done.taken) done.state = before;
         const { error, length } = this.#errorAt(text, place, done);
         const answer = this.#answer(error, () => joined([...parts, done.made]));
         const ends = last && place + length >= text.length;
@@ -196,7 +198,7 @@ function makeConversions(module, inUse) {
     }
 
     #advance(text, at) {
-      if (this.wide.at < at) this.wide = { at, state: this.#sourceState(text, at) };
+      if (!this.isComplete && this.wide.at < at) this.wide = { at, state: this.#sourceState(text, at) };
       this.kept = text.slice(at);
       this.offset += at;
       this.wide.at -= at;
@@ -250,9 +252,8 @@ function makeConversions(module, inUse) {
 
     #errorAt(text, place, done) {
       const { to, label: from } = this;
-      const held = lend(this.from, UTF16, KEEP_MARK);
-      const found = this.#source(held, text, place);
-      giveBack(held);
+      const found = this.isComplete ? this.#bytesAt(text, place, done.state)
+        : this.#characterAt(text, place);
       const reason = found.character !== null ? (done.lossy ? "approximate" : "unmappable")
         : found.whole ? "illegal" : "incomplete";
       const bytes = text.slice(place, place + found.length);
@@ -264,18 +265,27 @@ function makeConversions(module, inUse) {
       return { error, length: found.length };
     }
 
-    /** What the source has at a place: { character, length, whole }. */
-    #source(held, text, place) {
-      const { at } = this.wide;
+    /** What is at a place of a text whose target lacks no character: bytes that are none. */
+    #bytesAt(text, place, state) {
+      const { length, whole = true } = this.#lookAt(text, place, (start, count) =>
+        runPiece(this.held, text.subarray(start, start + count), false, state));
+      return { character: null, length, whole };
+    }
+
+    /** What is at a place, as the source is read by itself: a character that the target lacks, or
+     * bytes that are none. */
+    #characterAt(text, place) {
+      const held = lend(this.from, UTF16, KEEP_MARK), { at } = this.wide;
       let { state } = this.wide;
       if (place > at) state = run(held, text.subarray(at, place), false, state, false).state;
-      const trial = (start, count) =>
-        runPiece(held, text.subarray(start, start + count), false, state);
-      const found = this.#lookAt(text, place, trial);
+      const found = this.#lookAt(text, place, (start, count) =>
+        runPiece(held, text.subarray(start, start + count), false, state));
+      giveBack(held);
       this.wide = { at: place + found.length, state: found.state ?? state };
       return found;
     }
 
+    /** { character, length, whole, state }: whole is false for what the end cuts. */
     #lookAt(text, place, trial) {
       const most = Math.min(text.length - place, 16);
       let count = 1, got;
