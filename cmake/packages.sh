@@ -7,14 +7,12 @@ missing_packages() {
     done
 }
 
-# Runs apt-get as root, without questions.
-apt() {
-    if [ "$(id -u)" = 0 ]; then
-        DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
-    else
-        sudo DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"
-    fi
+as_root() {
+    if [ "$(id -u)" = 0 ]; then "$@"; else sudo "$@"; fi
 }
+
+# Runs apt-get as root, without questions.
+apt() { as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq "$@"; }
 
 # install_packages NAME...: installs what is missing; fails if something cannot be installed.
 install_packages() {
@@ -41,4 +39,17 @@ install_packages() {
     rm -f "$log"
     echo "$me: apt-get could not install: $missing" >&2
     return 1
+}
+
+# As install_packages, for PostgreSQL: the tests start servers of their own, and Debian's package shall
+# not set up and start one, as it otherwise does.
+install_postgres() {
+    local rule=/etc/postgresql-common/createcluster.d/no-main.conf status
+    [ -n "$(missing_packages "$@")" ] || return 0
+    { as_root mkdir -p "${rule%/*}" && echo 'create_main_cluster = false' | as_root tee "$rule"; } \
+        >/dev/null 2>&1
+    install_packages "$@"
+    status=$?
+    as_root rm -f "$rule" 2>/dev/null
+    return $status
 }
