@@ -131,8 +131,7 @@ const updateConversion = queued("convert-status", async () => {
 
 function changeKind() {
   const text = $("convert-text");
-  file = null;
-  $("convert-file").value = "";
+  dropFile();
   try {
     const from = $("convert-from").value;
     text.value = isBytes() ? hexOf(Kova.encode(text.value, from)) : Kova.decode(typedBytes(text.value), from);
@@ -148,10 +147,19 @@ function labelText() {
   $("convert-text").classList.toggle("mono", isBytes());
 }
 
+/** Takes the bytes of a file until something is typed. */
 async function takeFile() {
-  const chosen = $("convert-file").files[0];
+  const chosen = $("convert-file").files[0], text = $("convert-text");
   file = chosen ? new Uint8Array(await chosen.arrayBuffer()) : null;
+  text.value = "";
+  text.placeholder = chosen ? `The bytes of ${chosen.name} are converted.` : "";
   return updateConversion();
+}
+
+function dropFile() {
+  file = null;
+  $("convert-file").value = "";
+  $("convert-text").placeholder = "";
 }
 
 /** Gives the result as a file, by a link that is followed once. */
@@ -166,11 +174,8 @@ function startConvert() {
   fillSelect($("convert-from"), rows, "UTF-8");
   fillSelect($("convert-to"), rows, "CP1252");
   $("convert-text").value = START;
-  whenChanged(["convert-text"], calmed(() => {
-    file = null;
-    $("convert-file").value = "";
-    updateConversion();
-  }));
+  whenChanged(["convert-text"], dropFile);
+  whenChanged(["convert-text"], calmed(updateConversion));
   whenChanged(["convert-from", "convert-to", "convert-errors"], updateConversion, "change");
   whenChanged(["convert-kind-text", "convert-kind-bytes"], changeKind, "change");
   whenChanged(["convert-file"], takeFile, "change");

@@ -3,6 +3,8 @@
 import test, { after, before } from "node:test";
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
+import { mkdtempSync, rmSync, writeFileSync } from "node:fs";
+import { tmpdir } from "node:os";
 import { join } from "node:path";
 import { fileURLToPath, pathToFileURL } from "node:url";
 import { launch } from "./browser.mjs";
@@ -146,6 +148,21 @@ test("a conversion shows bytes and marks exactly what is wrong", async () => {
     ], problems);
     if (problems?.length) assert.equal(await run(() => document.querySelector("mark").textContent.slice(0, 7)), "error: ");
   }
+});
+
+test("the bytes of a file are converted until something is typed", async () => {
+  await open("convert");
+  const folder = mkdtempSync(join(tmpdir(), "kova-file-")), file = join(folder, "a.txt");
+  writeFileSync(file, Buffer.from("41ff", "hex"));
+  await set({ "convert-errors": "skip", "convert-from": "UTF-8", "convert-to": "IBM037" });
+  const { root: { nodeId } } = await browser.send("DOM.getDocument");
+  const input = await browser.send("DOM.querySelector", { nodeId, selector: "#convert-file" });
+  await browser.send("DOM.setFileInputFiles", { files: [file], nodeId: input.nodeId });
+  await says("convert-source-title", "Source in UTF-8: 2 bytes");
+  assert.equal(await run(() => document.querySelector("#convert-rows th").textContent), "1");
+  await set({ "convert-text": "abc" });
+  await says("convert-source-title", "Source in UTF-8: 3 bytes");
+  rmSync(folder, { recursive: true });
 });
 
 test("months stand in their own calendars", async () => {
