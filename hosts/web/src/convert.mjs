@@ -198,7 +198,8 @@ function makeConversions(module, inUse) {
     }
 
     #advance(text, at) {
-      if (!this.isComplete && this.wide.at < at) this.wide = { at, state: this.#sourceState(text, at) };
+      if (!this.isComplete && this.wide.at < at)
+        this.wide = { at, state: this.#sourceState(text, at) };
       this.kept = text.slice(at);
       this.offset += at;
       this.wide.at -= at;
@@ -340,16 +341,17 @@ function makeConversions(module, inUse) {
     return convertAll(new Uint8Array(units.buffer), UTF16, to, { ...options, keepMark: true }, 2);
   }
 
+  const closing = (text) => () => text.close();
+
   class Converter {
     #run;
-    #open;
 
     constructor(from, to, options) {
       const text = new Run(from, to, options);
       this.#run = text;
       this.from = from;
       this.to = to;
-      whenCollected.register(this, () => text.close(), this);
+      whenCollected.register(this, closing(text), this);
     }
 
     get offset() {

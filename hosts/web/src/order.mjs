@@ -39,18 +39,17 @@ function makeCollator(module, specOf) {
 
   /** The places of texts in order. */
   function places(record, texts) {
-    const units = texts.reduce((sum, text) => sum + text.length, 0);
-    const at = module.take(2 * units + 2), ends = module.take(4 * texts.length);
+    const handle = handleOf(record), units = texts.reduce((sum, text) => sum + text.length, 0);
+    const ends = module.take(4 * texts.length + 2 * units), at = ends + 4 * texts.length;
     let end = 0;
     const list = new Uint32Array(module.x.memory.buffer, ends, texts.length);
     texts.forEach((text, i) => {
       module.putUnits(at + 2 * end, text);
       list[i] = end += text.length;
     });
-    const error = -module.x.web_sort(handleOf(record), at, ends, texts.length);
+    const error = -module.x.web_sort(handle, at, ends, texts.length);
     const made = new Uint32Array(module.x.memory.buffer, ends, texts.length).slice();
     module.x.web_free(ends);
-    module.x.web_free(at);
     if (error) throw module.error(record.spec, error);
     return made;
   }
@@ -59,6 +58,12 @@ function makeCollator(module, specOf) {
     if (!record.open) throw new KovaError("the collator is closed");
     return record.shared.handle;
   }
+
+  /** Made here, where no variable refers to the collator. */
+  const closing = (record) => () => {
+    if (record.open) module.closeLocale(record.shared);
+    record.open = false;
+  };
 
   return class Collator {
     #record;
@@ -70,9 +75,10 @@ function makeCollator(module, specOf) {
       this.locale = spec;
       this.version = module.result(spec, (out, room) =>
         module.x.web_version(record.shared.handle, out, room));
-      this.compare = (a, b) => compare(record, a, b);
-      this.key = (text) => key(record, text);
-      whenCollected.register(this, () => Collator.#close(record), this);
+      // Whoever holds one of these alone holds the collator, which stays open.
+      this.compare = (a, b) => compare(this.#record, a, b);
+      this.key = (text) => key(this.#record, text);
+      whenCollected.register(this, closing(record), this);
     }
 
     sorted(items, textOf) {
@@ -83,13 +89,7 @@ function makeCollator(module, specOf) {
 
     close() {
       whenCollected.unregister(this);
-      Collator.#close(this.#record);
-    }
-
-    static #close(record) {
-      if (!record.open) return;
-      record.open = false;
-      module.closeLocale(record.shared);
+      closing(this.#record)();
     }
   };
 }

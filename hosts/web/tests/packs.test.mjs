@@ -3,6 +3,8 @@ import test from "node:test";
 import assert from "node:assert/strict";
 import { gunzipSync, gzipSync } from "node:zlib";
 import { pathToFileURL } from "node:url";
+import { setFlagsFromString } from "node:v8";
+import { runInNewContext } from "node:vm";
 import { Kova, KovaError, folder, read } from "./load.mjs";
 
 const packed = read("packs", "ibm037.pack"), plain = new Uint8Array(gunzipSync(packed));
@@ -162,6 +164,23 @@ test("no call keeps memory", async () => {
     for (let i = 0; i < count; ++i) call();
     assert.equal(Kova.memoryUsed, before, `${name} keeps memory`);
   }
+});
+
+test("a collator that nobody holds is closed, and one of which only compare is held is not", async () => {
+  setFlagsFromString("--expose-gc");
+  const collect = async () => {
+    runInNewContext("gc")();
+    await new Promise((done) => setTimeout(done, 50));
+  };
+  const kova = await Kova.create().load({ locales: ["de_DE", "sv_SE"] }), before = kova.memoryUsed;
+  let compare = (() => new kova.Collator("de_DE").compare)();
+  for (let i = 0; i < 3; ++i) await collect();
+  assert.equal(compare("a", "b"), -1);
+  const open = kova.memoryUsed;
+  assert.equal(open > before + 100000, true);
+  compare = null;
+  for (let i = 0; i < 20 && kova.memoryUsed === open; ++i) await collect();
+  assert.equal(kova.memoryUsed < open - 100000, true);
 });
 
 test("a huge text leaves no huge block behind", async () => {
