@@ -123,8 +123,8 @@ if (wanted.length) {
   chosen.locales = locales.filter(isWanted);
   chosen.sets = sets.filter((set) => wanted.some((name) => findCodeSet(name, sets) === set));
 }
-rmSync(out, { recursive: true, force: true });
 mkdirSync(out, { recursive: true });
+for (const file of readdirSync(out)) if (file.endsWith(".pack")) rmSync(join(out, file));
 const packs = [...chosen.locales.map(localePack), ...chosen.sets.map(codeSetPack)].filter(Boolean);
 for (const name of wanted) {
   if (findLocale(name, packs.map((pack) => pack.name)) || findCodeSet(name, packs)) continue;
