@@ -59,7 +59,7 @@ static bool add_firsts(const builder *b, coll_seq seq, pattern_text *text) {
     const uint32_t *codes = b->keys->pass[0].codes;
     for (unsigned i = 1; i < seq.count; ++i) {
         const coll_item item = seq.items[i];
-        if (!add_op(b, text, 0, spelled(codes[item.weight & coll_low_bits], item))) return false;
+        if (!add_op(b, text, 0, spelled(item_code(codes, item), item))) return false;
     }
     text->pattern.num_firsts = text->pattern.num_ops;
     return true;
@@ -71,7 +71,7 @@ static bool add_pass(const builder *b, unsigned pass, coll_seq seq, pattern_text
     const unsigned lane = lane_bits * (pass - 1);
     for (unsigned i = 0; i < seq.count; ++i) {
         const coll_item item = seq.items[i];
-        const uint32_t code = codes[item.weight & coll_low_bits];
+        const uint32_t code = item_code(codes, item);
         const bool common = code < short_most_commons;
         const bool again = (pattern.runs >> lane & lane_mask) == i && i < most_letter_ops;
         if (common && again && (!i || pattern.commons >> lane == code)) {
@@ -166,7 +166,7 @@ static uint64_t letter_of(builder *b, unsigned unit, ptrdiff_t candidate) {
     uint64_t letter = 0;
     if (first.count) {
         const coll_item item = first.items[0];
-        const uint32_t code = b->keys->pass[0].codes[item.weight & coll_low_bits];
+        const uint32_t code = item_code(b->keys->pass[0].codes, item);
         const bool tie = item.weight & coll_code_tie && item.ch == unit;
         letter = tie ? letter_tie | code : spelled(code, item);
     }

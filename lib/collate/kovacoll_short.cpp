@@ -26,6 +26,7 @@ struct weight_facts {
     bool rare;          // only elements and phonetic letters deliver it
     uint16_t least;     // of the units whose sources deliver it, rare ones only if it is rare
     uint16_t low, high; // of the characters that break its ties
+    uint16_t ranks;     // their number where each has a code of its own
 };
 
 // The state while the weights of one pass are spelled.
@@ -38,6 +39,8 @@ struct speller {
     unsigned place;                       // leading bytes assigned so far
     unsigned commons[short_most_commons]; // weights, the most frequent first
     unsigned num_commons;
+    bool ranked;               // the characters of ties are numbered one after the other
+    uint16_t tied_by[0x10000]; // if so: the weight whose ties a character breaks
     short_pass *to;
 };
 
@@ -104,12 +107,19 @@ static bool is_between(const coll_flat *flat, unsigned hi) {
            !has_phonetic(hi);
 }
 
-// Visits the sources of a pass, of several equal pages only the first or, for ties, the outermost.
+// The pages whose sources are visited: of several equal ones only the first, the outermost, or all.
+enum class pages { first, outermost, all };
+
+static bool is_left_out(const coll_flat *flat, unsigned hi, pages which) {
+    return which == pages::first ? repeats(flat, hi)
+                                 : which == pages::outermost && is_between(flat, hi);
+}
+
 template <class Visit>
-static void each_source(const coll_flat *flat, int pass, bool ties, Visit visit) {
+static void each_source(const coll_flat *flat, int pass, pages which, Visit visit) {
     const coll_flat_pass *p = &flat->pass[pass];
     for (unsigned hi = 0; hi < 256; ++hi) {
-        if (ties ? is_between(flat, hi) : repeats(flat, hi)) continue;
+        if (is_left_out(flat, hi, which)) continue;
         for (unsigned unit = hi << 8 | !hi; unit >> 8 == hi; ++unit) {
             visit(source{unit, -1});
             const unsigned weight = p->page[hi][unit & 0xFF];
@@ -124,7 +134,7 @@ static void each_source(const coll_flat *flat, int pass, bool ties, Visit visit)
 // Units come in ascending order.
 static void learn(weight_facts *facts, coll_item item, unsigned unit, bool rare) {
     weight_facts *f = &facts[item.weight & coll_low_bits];
-    if (!f->used) *f = {true, false, rare, uint16_t(unit), item.ch, item.ch};
+    if (!f->used) *f = {true, false, rare, uint16_t(unit), item.ch, item.ch, 0};
     if (item.weight & coll_code_tie) f->tie = true;
     if (f->rare && !rare) {
         f->rare = false;
@@ -136,7 +146,9 @@ static void learn(weight_facts *facts, coll_item item, unsigned unit, bool rare)
 
 static void learn_pass(speller *s) {
     memset(s->facts, 0, sizeof s->facts);
-    each_source(s->flat, s->pass, s->flat->pass[s->pass].ties, [s](source from) {
+    s->ranked = false;
+    const pages which = s->flat->pass[s->pass].ties ? pages::outermost : pages::first;
+    each_source(s->flat, s->pass, which, [s](source from) {
         coll_item own;
         const coll_seq seq = delivered(s->flat, s->pass, from, &own);
         const bool rare = from.candidate >= 0 || is_phonetic(from.unit);
@@ -148,11 +160,36 @@ static void learn_pass(speller *s) {
         --s->weights;
 }
 
+// Counts the characters of ties one by one. False where one breaks the ties of two weights.
+static bool rank_ties(speller *s) {
+    memset(s->tied_by, 0, sizeof s->tied_by);
+    bool clear = true;
+    each_source(s->flat, s->pass, pages::all, [s, &clear](source from) {
+        coll_item own;
+        const coll_seq seq = delivered(s->flat, s->pass, from, &own);
+        for (unsigned i = 0; i < seq.count; ++i) {
+            const coll_item item = seq.items[i];
+            if (!(item.weight & coll_code_tie)) continue;
+            const auto weight = uint16_t(item.weight & coll_low_bits);
+            uint16_t *const by = &s->tied_by[item.ch];
+            clear = clear && (!*by || *by == weight);
+            if (!*by) s->facts[weight].ranks++;
+            *by = weight;
+        }
+    });
+    for (weight_facts &f : s->facts)
+        if (!clear) f.ranks = 0;
+    return s->ranked = clear;
+}
+
 // ---- Spelling ----
 
 constexpr unsigned two_digits = short_digits * short_digits;
 
-static unsigned span(const weight_facts &f) { return f.tie ? f.high - f.low + 1u : 1; }
+static unsigned span(const weight_facts &f) {
+    if (!f.tie) return 1;
+    return f.ranks ? f.ranks : f.high - f.low + 1u;
+}
 
 // A code of count bytes whose digits are the number. Ties add the character's code to it.
 static uint32_t number_code(const weight_facts &f, unsigned count, unsigned number) {
@@ -338,7 +375,7 @@ static void count_letter(ballot *b, unsigned weight) {
 }
 
 static void hold_ballot(const speller *s, ballot *b) {
-    each_source(s->flat, s->pass, false, [&](source from) {
+    each_source(s->flat, s->pass, pages::first, [&](source from) {
         if (from.candidate >= 0) return;
         const unsigned script = script_of(from.unit);
         if (script != b->script) cast_vote(b);
@@ -436,15 +473,32 @@ static bool spell_pass(speller *s) {
     if (s->pass) return spell_lower_pass(s);
     for (const unsigned longest : spans)
         if (spell_first_pass(s, longest)) return true;
-    return number_all(s);
+    return (rank_ties(s) && spell_first_pass(s, spans[0])) || number_all(s);
 }
 
-static bool keep_codes(const speller *s) {
-    const unsigned n = s->weights;
-    auto *codes = static_cast<uint32_t *>(ko_ext_malloc((n + 1) * sizeof(uint32_t)));
+// Gives the characters of ties their codes, by rank, and marks the weights.
+static void keep_ranks(speller *s, uint32_t *codes) {
+    memset(codes + s->weights, 0, (short_ranks - s->weights) * sizeof *codes);
+    for (unsigned ch = 0; ch <= 0xFFFF; ++ch) {
+        const unsigned w = s->tied_by[ch];
+        uint32_t *const code = &s->codes[w];
+        codes[short_ranks + ch] = 0;
+        if (!w) continue;
+        // The number of the first character, and then of the next one, is that of low.
+        const uint32_t number = *code + s->facts[w].low;
+        codes[short_ranks + ch] = (*code & ~short_bytes_mask) | ((number - ch) & short_bytes_mask);
+        *code = (*code & ~short_bytes_mask) | ((*code + 1) & short_bytes_mask);
+        codes[w] = short_ranked;
+    }
+}
+
+static bool keep_codes(speller *s) {
+    const unsigned n = s->weights, room = s->ranked ? short_ranks + 0x10000 : n + 1;
+    auto *codes = static_cast<uint32_t *>(ko_ext_malloc(room * sizeof(uint32_t)));
     if (!codes) return false;
     for (unsigned w = 0; w < n; ++w)
         codes[w] = s->facts[w].used ? s->codes[w] : 0;
+    if (s->ranked) keep_ranks(s, codes);
     s->to->codes = codes;
     return true;
 }

@@ -23,6 +23,15 @@ constexpr uint32_t short_keeps_lead = 1u << 29;
 constexpr uint32_t short_bytes_mask = 0xFFFFFF;
 inline unsigned short_count(uint32_t code) { return code >> 30; }
 
+// In place of the code of a weight under coll_code_tie: each of its characters has one of its own,
+// after the codes of all weights.
+constexpr uint32_t short_ranked = 1u << 28;
+constexpr unsigned short_ranks = coll_low_bits + 1;
+inline uint32_t item_code(const uint32_t *codes, coll_item item) {
+    const uint32_t code = codes[item.weight & coll_low_bits];
+    return code == short_ranked ? codes[short_ranks + item.ch] : code;
+}
+
 // The bytes of an item, with the first in bits 16 to 23.
 inline uint32_t item_bytes(uint32_t code, coll_item item) {
     if (!(item.weight & coll_code_tie))
@@ -38,7 +47,7 @@ inline uint32_t item_bytes(uint32_t code, coll_item item) {
 
 constexpr unsigned short_most_commons = 2;
 struct short_pass {
-    const uint32_t *codes; // by weight
+    const uint32_t *codes; // by weight, see item_code
     // Bytes for runs of a common weight, of up to longest_run, by what follows them. From
     // run_bytes up: for each length, two bytes (the pass ends; a lower weight follows); then one
     // byte for longest_run of a longer run; then, with falling lengths, one byte for each (a higher

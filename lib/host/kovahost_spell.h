@@ -138,7 +138,7 @@ static inline sink_place put_any(State &state, const uint32_t *codes, coll_item 
         at = put_raw(state, at, sink);
         *at.out++ = ko_mchar_t(item.ch);
     } else {
-        at = put_item(state, codes[item.weight & coll_low_bits], item, at, sink);
+        at = put_item(state, item_code(codes, item), item, at, sink);
     }
     return make_room(at, sink);
 }

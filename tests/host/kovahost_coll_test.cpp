@@ -1,4 +1,5 @@
 // Order of texts with lengths: as the wide comparison has it, and total whatever the bytes.
+#include "collate/coll_builder.h"
 #include "host/host_order.h"
 #include "host/host_records.h"
 
@@ -129,6 +130,32 @@ TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
         EXPECT_EQ(memory.live, 0) << failed;
     }
     EXPECT_TRUE(undisturbed && made > 4) << made;
+}
+
+// Their codes lie so far apart that three digits do not hold all between them.
+TEST(HostKeys, NumberTheCharactersOfManyTies) {
+    coll_spec spec = {.num_weights = 500, .rows = {{2}}, .map = {{std::string(2, '\0'), 0}}};
+    std::vector<std::string> characters;
+    std::u16string up;
+    for (unsigned row = 1; row <= 400; ++row) {
+        spec.rows.push_back({(row + 2) | coll_code_tie});
+        for (const unsigned ch : {0x100 + row, 0x9000 + row, 0xF000 + row}) {
+            up += char16_t(ch);
+            characters.push_back({char(ch >> 8), char(ch)});
+            spec.map.push_back({characters.back(), uint16_t(row)});
+        }
+    }
+    coll_record r(characters, spec.text());
+    ASSERT_EQ(r.result, 0);
+    for (auto &name : r.loc->codeset)
+        strcpy(name, "unicode");
+    for (size_t i = 1; i < up.size(); ++i) {
+        const std::u16string a = up.substr(i - 1, 1), b = up.substr(i, 1);
+        ASSERT_EQ(order(r.handle, a, b), -1) << i;
+        ASSERT_LT(key(r.handle, a), key(r.handle, b)) << i;
+        ASSERT_LT(key(r.handle, a + b), key(r.handle, b + a)) << i;
+        ASSERT_EQ(key(r.handle, a).size(), 2u) << i;
+    }
 }
 
 TEST(HostOrder, TellsErrorsAndStillOrders) {

@@ -63,6 +63,9 @@ TEST_F(KovaCli, SortsByFieldsStablyReversedAndUnique) {
     writes("-t ';' -k 7 -s | cut -c 1", "b\na\nc\nd\n", people);
     writes("| cut -c 1", "a\nb\nc\nd\n", people);
     writes("-k 2", "z \t a\n x  b\n\ta c\n", " x  b\n\ta c\nz \t a\n");
+    // A null character is more than the end of a line or field, and less than all others.
+    writes("-r | tr '\\0' ,", "b\na,b\na\n", "a\nb\na\0b\n"s);
+    writes("-t ';' -k 1,1 -k 2 | tr '\\0' ,", "a;z\na,b;1\n", "a\0b;1\na;z\n"s);
 }
 
 TEST_F(KovaCli, SortsAsPeopleKnowSort) {
@@ -82,6 +85,7 @@ TEST_F(KovaCli, SortsAsPeopleKnowSort) {
     writes("-k 1.2,1.2 -s", "😀a😀\n😀bé\n", "😀bé\n😀a😀\n");
     writes("-m - b", "a\nb\nc\nd\n", "b\nd\n");
     writes("-mu - b", "a\nc\nd\n", "a\nd");
+    writes("-mu $(printf 'b%.0s ' $(seq 200))", "a\nc\n"); // more than may be open
     writes("-c", "", "a\na\nb\n");
     file("w", "b\na\na\n");
     command = "kova sort -l de_DE ";

@@ -280,6 +280,8 @@ static int compare_lines(const sort_job &job, std::string_view a_key, std::strin
 }
 
 static void merge_files(sort_job &job, const std::vector<std::string> &files) {
+    constexpr size_t most_open = 128; // systems let a process open at least a few hundred files
+    if (files.size() > most_open) return sort_files(job, files);
     std::deque<sorted_file> sources(files.size());
     std::vector<size_t> heap;
     output out;

@@ -174,9 +174,15 @@ void make_key_rules(const codec &code, const sort_options &options, key_rules &r
 
 // ---- text ----
 
-// Ends a part of a key: lower than every key byte, and as wide as a unit of code-order keys.
-static void end_part(const key_rules &rules, std::string &key) {
-    key.append(size_t(rules.code->min_len), '\0');
+// The end of a part of a key, and a null character in its text: bytes lower than those of every
+// other character, as many as a unit has in code order, and one that tells the two apart.
+static constexpr char part_end = 0, null_character = 1;
+
+static size_t end_len(const key_rules &rules) { return size_t(rules.code->min_len) + 1; }
+
+static void put_end(const key_rules &rules, char which, std::string &key) {
+    key.append(end_len(rules) - 1, '\0');
+    key.push_back(which);
 }
 
 // Makes the key of units wide characters, none of them null; a null character follows them. Returns
@@ -217,7 +223,7 @@ static void append_text_key(const key_rules &rules, std::vector<ko_wchar_t> &tex
             std::find(text.begin() + std::ptrdiff_t(at), text.end(), ko_wchar_t{0}) - text.begin());
         append_key(rules, &text[at], end - at, key);
         if (end == units) return;
-        end_part(rules, key);
+        put_end(rules, null_character, key);
         at = end + 1;
     }
 }
@@ -403,7 +409,7 @@ void append_line_key(const key_rules &rules, const std::vector<ko_wchar_t> &line
     for (const sort_part &part : rules.parts) {
         const size_t start = key.size();
         append_part(rules, part, line, scratch, key);
-        if (!one || part.reverse) end_part(rules, key);
+        if (!one || part.reverse) put_end(rules, part_end, key);
         if (part.reverse)
             for (size_t i = start; i < key.size(); ++i)
                 key[i] = char(~key[i]);
@@ -415,8 +421,8 @@ int64_t write_line_key(const key_rules &rules, const ko_wchar_t *line, size_t un
     const bool reverse = rules.parts[0].reverse;
     int64_t len = units ? transform(rules, reinterpret_cast<char *>(key), room, line, units) : 0;
     if (!reverse || len < 0) return len;
-    for (int i = 0; i < rules.code->min_len; ++i, ++len)
-        if (size_t(len) < room) key[len] = 0;
+    for (size_t i = 0; i < end_len(rules); ++i, ++len)
+        if (size_t(len) < room) key[len] = part_end;
     for (size_t i = 0; i < std::min(size_t(len), room); ++i)
         key[i] = uint8_t(~key[i]);
     return len;

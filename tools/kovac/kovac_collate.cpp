@@ -515,11 +515,11 @@ static bool check_plan(compiler &c, size_t level, const pass_plan &plan) {
         warning(c.diag, {},
                 format("level %zu: %d sequences of weights are ordered as one weight each",
                        level + 1, plan.split));
-    if (plan.highest <= max_weight) return true;
+    if (plan.highest <= last_wide) return true;
     error(c.diag, {},
           format("level %zu needs %d weights in an order that is not code order; a pass "
                  "holds %d",
-                 level + 1, plan.highest - 1, max_weight - 1));
+                 level + 1, plan.highest - 1, last_wide - 1));
     return false;
 }
 

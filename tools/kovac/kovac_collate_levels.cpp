@@ -81,7 +81,7 @@ static bool merge_pays(const level_work &w, size_t count) {
 // longest runs first, until there are enough numbers. Marks the groups made.
 static void merge_code_runs(const level_work &w, std::vector<std::vector<unit_id>> &groups,
                             std::vector<bool> &by_code) {
-    constexpr size_t room = size_t(max_weight - weight_first + 1);
+    constexpr size_t room = size_t(last_wide - weight_first + 1);
     by_code.assign(groups.size(), false);
     if (groups.size() <= room || w.in.single_byte) return;
     const auto single = [&](size_t g) {
@@ -170,7 +170,7 @@ static bool spill(level_work &w, const std::vector<std::vector<unit_id>> &groups
 }
 
 static int number_units(level_work &w) {
-    constexpr size_t room = size_t(max_weight - weight_first + 1);
+    constexpr size_t room = size_t(last_wide - weight_first + 1);
     std::vector<bool> by_code;
     std::vector<std::vector<unit_id>> groups = group_units(w, by_code);
     while (groups.size() > room && spill(w, groups, groups.size() - room))

@@ -18,6 +18,8 @@ constexpr uint16_t weight_first = 2;
 constexpr uint16_t weight_expands = 0x4000;
 constexpr uint16_t weight_by_code = 0x8000;
 constexpr int max_weight = 0x3FFF;
+// The last weight in sets of two bytes: bytes that are no character weigh more.
+constexpr int last_wide = max_weight - 1;
 constexpr int one_byte_weights = 253; // up to this number a weight takes one byte of a key
 
 using symbols = std::vector<uint32_t>; // ranks of the symbols by which something is weighed
