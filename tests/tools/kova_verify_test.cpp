@@ -2,6 +2,7 @@
 #include "tools/command_run.h"
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 struct KovaVerify : data_test {
     void flip(const char *name, size_t before_end) {
@@ -42,8 +43,10 @@ TEST_F(KovaVerify, NamesTheFirstLineOutOfOrder) {
     writes("de_DE.8859-1 -", "", "Apfel\nÄpfel\nÄpfel\nOma");
     writes("de_DE.8859-1 -", "");
     writes("de_DE.unicode -", "", "\n\n漢\n😀\n");
-    fails(1, "de_DE.8859-1 -", "-:5: comes before the line above it: A", "Äpfel\nÖl\nOma\nZ\nA\n");
-    fails(1, "ja_JP.SHIFT_JIS -", "-:2: comes before the line above it: か", "き\nか");
+    fails(1, "de_DE.8859-1 -", "standard input:5: comes before the line above it: A",
+          "Äpfel\nÖl\nOma\nZ\nA\n");
+    fails(1, "ja_JP.SHIFT_JIS -", "standard input:2: comes before the line above it: か", "き\nか");
+    fails(1, "de_DE -", ":4: comes before", "a\na\0b\na\0c\na\n"s);
     fails(1, "de_DE.8859-1 -", ":2: byte offset 2", "A\n漢\n");
     fails(3, "xx_XX.8859-1 -", "no locale", "A\n");
     fails(4, "de_DE.8859-1 none", "none");

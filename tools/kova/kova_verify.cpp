@@ -108,10 +108,23 @@ struct order_check {
 };
 } // namespace
 
+// Compares lines that end with a null character. Those within them are less than all other
+// characters, and more than the end.
+static int compare_lines(ko_lc_t loc, const std::vector<ko_wchar_t> &a,
+                         const std::vector<ko_wchar_t> &b) {
+    for (auto x = a.begin(), y = b.begin(); x != a.end() && y != b.end(); ++x, ++y) {
+        if (const int order = ko_full_wcscoll(loc, &*x, &*y)) return order;
+        x = std::find(x, a.end(), ko_wchar_t{0});
+        y = std::find(y, b.end(), ko_wchar_t{0});
+        if (x + 1 == a.end() || y + 1 == b.end()) return (y + 1 == b.end()) - (x + 1 == a.end());
+    }
+    return 0;
+}
+
 static void end_line(order_check &check) {
     check.line.push_back(0);
     const bool first = ++check.number == 1;
-    if (!first && ko_full_wcscoll(check.code.loc, check.before.data(), check.line.data()) > 0) {
+    if (!first && compare_lines(check.code.loc, check.before, check.line) > 0) {
         std::string text;
         encode(check.code, check.line.data(), check.line.size() - 1, text);
         throw failure(bad_text, check.path + ":" + std::to_string(check.number) +
@@ -125,7 +138,7 @@ static void end_line(order_check &check) {
 static int verify_order(const common_options &common, const verify_options &options) {
     locale_handle handle;
     order_check check;
-    check.path = options.file;
+    check.path = options.file == "-" ? "standard input" : options.file;
     open_with_codec(common, options.place, handle, check.code);
     std::vector<ko_wchar_t> wide;
     bad_count bad;
