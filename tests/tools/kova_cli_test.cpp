@@ -545,6 +545,10 @@ TEST_F(KovaCli, ShowsCharactersItemsAndMonths) {
           "    Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So       Mo Di Mi Do Fr Sa So\n"
           "49   1  2  3  4  5  6  7    1            1  2  3  4    5                     1\n");
     shows("cal ja_JP 1 1989", "1月 1989 (昭和64年 - 平成元年)\n");
+    shows("cal ja_JP 1 昭和64年", "1月 1989 (昭和64年 - 平成元年)\n");
+    shows("cal th_TH พ.ศ.2569", "2026 (พ.ศ. 2569)");
+    fails(2, "cal th_TH 11 2569", "พ.ศ. 2569 is 2026; the year 2569 itself is \"พ.ศ. 3112\"");
+    fails(2, "cal ja_JP 11 foo", "\"foo\" is not a year");
     shows("cal he_IL.unicode@hebr 5784 | grep -c ' - '", "13\n");
     shows("cal de_DE 2024 | grep -cE '^ *[A-Z].* 2024$'", "4\n");
     EXPECT_EQ(kova("cal --bytes en_US.IBM037 2 2024").out.substr(7, 9),
@@ -691,6 +695,7 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at '2026-11-21 saturday'",                  "%d",                    "21"                    },
         {"--from 9999-12-30 --to 9999-12-31",           "%d",                    "30\n31"                },
         {"--at 2026-02-28T24:00",                       "%m-%d %R",              "03-01 00:00"           },
+        {"--at 'T1430 2026-11-21'",                     "%d %R",                 "21 14:30"              },
         {"--at 2026-02-28t14.25",                       "%T",                    "14:15:00"              },
         {"--at 2026-02-28T14:30,0125",                  "%T %iF",                "14:30:00 .75"          },
         {"--at '2026-02-28 14:30 +0130' --zone UTC",    "%R",                    "13:00"                 },
@@ -730,7 +735,9 @@ TEST_F(KovaCli, TakesTimesAsPeopleTypeThem) {
         {"--at 'fifth monday of june 2026 +1m'",           "is not a date and time"        },
         {"--at 'fifth sunday of june 2026'",               "has no fifth such day"         },
         {"--at 'tue 24 Dec 2026'",                         "2026-12-24 is a thursday"      },
-        {"--iso-8601 seconds",                             "excludes --iso-8601"           },
+        {"--at 'in 3 days ago'",                           "is not a date and time"        },
+        {"--iso-8601 seconds",                             "FORMAT excludes --iso-8601"    },
+        {"-Iweeks",                                        "weeks not in {"                },
         {"--zone zone.tab",                                "has no such time zone"         },
         {"--zone Nowhere/At",                              "has no such time zone"         },
         {"--from 2026-01-01 --to 2026-02-01 --step 0days", "does not lead on"              },

@@ -26,6 +26,13 @@ TEST_F(KovaFormat, WritesAndReadsMoney) {
     fails(2, "en_US.8859-1 %n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n%n 1", "FORMAT has more than");
     fails(1, "POSIX %n 5", "POSIX has no conventions of money");
     fails(1, "POSIX %n --parse 5", "POSIX has no conventions of money");
+    fails(2, "de_DE.unicode %n 12345678901234567.89", "has more digits than an amount can have");
+    fails(2, "de_DE.unicode %.7n 0.1234567", "has more digits than an amount can have");
+    writes("de_DE.unicode '%=.#5n' --parse 100.000", "100000\n");
+    fails(1, "de_DE.unicode %n --parse '0.123 €'", "by \".\" does not begin with 0");
+    writes("de_DE.unicode %n --parse '0,00 €'", "0\n");
+    writes("de_DE.unicode %n --parse '1,999 €'", "1.999\n", "",
+           "than the 2 decimals of the currency");
     // Blanks and signs stand for each other.
     writes("fr_CA.unicode %n --parse '1\u202f234,50 $' '1 234,5\u00a0$'", "1234.5\n1234.5\n", "",
            "U+0020 is read as U+202F, U+00A0 is read as U+0020\n");
@@ -47,7 +54,7 @@ TEST_F(KovaFormat, WritesAndReadsNumbers) {
           "width, .digits, l or h, then one of d i u o q b x X c s e E f g G\n  合計%'d、%lld\n"
           "           ^~~~\n");
     fails(2, "en_US.8859-1 '%d %' 1 2", "directive 2, %, at character 4 of the format");
-    fails(2, "en_US.8859-1 %d 9223372036854775808", "775807; %.0f writes more");
+    fails(2, "en_US.8859-1 %d 9223372036854775808", "775807; %g writes it rounded");
     fails(2, "en_US.8859-1 %hd 40000", "VALUE 1, 40000, is not within -32768 and");
     fails(2, "en_US.8859-1 %u -- -1", "VALUE 1, -1, is not within 0 and 18446744073709551615");
     fails(2, "en_US.8859-1 %d 1.5", "VALUE 1, 1.5, is not a whole number; %f");
@@ -63,6 +70,17 @@ TEST_F(KovaFormat, WritesAndReadsNumbers) {
           "the format ends before the text, at character 4");
     writes("sv_SE.unicode \"%'d\" --parse '−1 234'", "-1234\n", "",
            "U+2212 is read as U+002D, U+0020");
+    // A decimal symbol of another language, and more than a real can hold.
+    fails(1, "de_DE %f --parse 1.234", "1.234: decimals come after \",\" in de_DE.unicode, and %'");
+    writes("en_US.8859-1 \"%'d %'f\" --parse '0 0.5'", "0\n0.5\n");
+    fails(1, "en_US.8859-1 \"%'d\" --parse 0,123", "by \",\" does not begin with 0");
+    fails(1, "en_US.8859-1 %f --parse 1e400", "1e400 is out of range");
+    writes("en_US.8859-1 '%f %f' --parse '100000 9007199254740993'", "100000\n9007199254740992\n",
+           "", "9007199254740993 has more digits than are kept: it is read as 9007199254740992");
+    fails(2, "en_US.8859-1 %.0f 9007199254740993", "has more digits than the 15 of reals");
+    writes("en_US.8859-1 '%.2f %e' 3.14159265358979323846 12345678901234567",
+           "3.14 1.234568e+16\n");
+    fails(2, "en_US.8859-1 %f --parse 5 --from si", "--parse excludes --from");
     writes("de_DE '%+d|% d|%E' 5 5 5e9", "+5|+5|+5,000000E+09\n");
 }
 
@@ -166,7 +184,9 @@ TEST_F(KovaFormat, AnswersLinesAndFields) {
     writes("%x --field 2 -t ';' -f -", "a;21.11.2026;b\n", "a;2026-11-21;b\n");
     writes("-I -z -f - | tr '\\0' .", "2026-01-02.2026-01-03.",
            std::string("20260102\0002026-01-03", 19));
-    fails(2, "%x --from now --to now --json", "--json");
+    writes("%x --from 2026-01-01 --to 2026-01-02 --json",
+           "{\"value\":1,\"input\":\"2026-01-01 00:00:00\",\"result\":\"01.01.2026\"}\n"
+           "{\"value\":2,\"input\":\"2026-01-02 00:00:00\",\"result\":\"02.01.2026\"}\n");
     command = "kova parse-date de_DE ";
     writes("%d.%m.%Y 1.2.2026 '3.4.2026'", "2026-02-01 00:00:00\n2026-04-03 00:00:00\n");
     partly("%d.%m.%Y", "1.2.2026\n30.2.2026\n", "2026-02-01 00:00:00\n\n",
@@ -250,6 +270,13 @@ TEST_F(KovaFormat, ReadsDates) {
     // An era year alone, with the locale's one era or with a name.
     writes("th_TH %x 09/09/2542", "1999-09-09 00:00:00\n");
     writes("ja_JP %EY 平成30年 --today 2024-06-15", "2018-06-15 00:00:00\n", "", "no month and no");
+    writes("ja_JP %EY%m月%d日 令和1年5月1日 平成02年1月8日",
+           "2019-05-01 00:00:00\n1990-01-08 00:00:00\n");
+    writes("th_TH %d/%m/%Y 21/11/2569", "2569-11-21 00:00:00\n", "", "; พ.ศ. 2569 is 2026");
+    writes("th_TH %x 09/09/2026", "1483-09-09 00:00:00\n", "", "one of the era, which is 1483");
+    writes("ar_SA.unicode@islm '%d %m %Y' '1 1 2026'", "2587-03-30 00:00:00\n", "",
+           "of the calendar \"islamic\"");
+    fails(1, "ja_JP %EY%m月%d日 令和1年4月30日", "the era does not have this year");
     fails(1, "ja_JP %Ey 30", "the year is undecided");
     fails(1, "ja_JP %EY 昭和64年 --today 2024-06-15", "does not have this year on today's month");
     // Names that begin with another name, and digits that do.
@@ -277,6 +304,11 @@ TEST_F(KovaFormat, ReadsDates) {
         {"%Y-%m-%d '2026-02-28 x'",           "the format ends before the text, at character 11"  },
         {"'%G-W%V-%u' 2025-W53-1",            "2025 has no week 53"                               },
         {"'%G-W%V' 2025-W50",                 "the day is undecided"                              },
+        {"%D 2/30/26",                        "no such date: February 2026 has 28 days"           },
+        {"'%j %Y' '366 2025'",                "no such date: the year 2025 has 365 days"          },
+        {"%T 12:30:60",                       "a leap second, 60, ends an hour"                   },
+        {"%T 12:59:61",                       "no minute has a second 61"                         },
+        {"'%H %p' '13 AM'",                   "the half of the day contradicts the time, 13:00:00"},
         {"'%G %V %u %m' '2026 53 5 2'",       "the month contradicts the date, 2027-01-01"        },
         {"%% %",                              "the format reads no part of a date"                },
     };

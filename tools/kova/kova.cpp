@@ -52,9 +52,8 @@ int run_command(command_line &args) {
 // "-Iseconds", as date(1) has it: a flag with an optional text has no such form of its own.
 void spell_out_iso(std::vector<std::string> &words) {
     for (std::string &word : words)
-        for (const char *const to : {"date", "hours", "minutes", "seconds", "ns"})
-            if (words[0] == "date" && word == std::string("-I") + to)
-                word = std::string("--iso-8601=") + to;
+        if (words[0] == "date" && word.starts_with("-I") && word.size() > 3)
+            word.replace(0, 2, "--iso-8601=");
 }
 
 // The commands of a group, as help shows them.
@@ -79,6 +78,13 @@ std::string parse_fault(const CLI::App &app, const CLI::ParseError &e) {
                        " is missing";
                 break;
             }
+    for (const CLI::Option *option : command->get_options()) {
+        const std::string own = option->get_name();
+        if (!option->get_positional()) continue; // arguments are known by the names that help shows
+        if (text.starts_with(own + " ")) text.replace(0, own.size(), option->get_type_name());
+        if (text.ends_with(" " + own))
+            text.replace(text.size() - own.size(), own.size(), option->get_type_name());
+    }
     return text + "; " + name + " --help tells more";
 }
 

@@ -138,6 +138,15 @@ static void write_json(batch_job &job, const json &object) {
     write(job.out, object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
 }
 
+std::string json_line(size_t number, std::string_view input, const answer &given) {
+    const json object = {
+        {"value",  number            },
+        {"input",  input             },
+        {"result", json_values(given)}
+    };
+    return object.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 static void tell_all(const batch_place &place, const answer &given) {
     for (const std::string &line : given.told)
         kovatool::tell("kova", (place.line ? name_of(place) + ": " : "") + line);

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kova/kova_cli.h"
@@ -38,6 +39,9 @@ struct batch_source {
 // is bad_text in the end. Throws failure.
 int run_batch(const codec &code, const batch_options &options, const batch_source &source,
               const answering &give);
+
+// The JSON object, without a newline, of the answer for a value of the command line.
+std::string json_line(size_t number, std::string_view input, const answer &given);
 
 // The message that names a value of the command line: "VALUE 2, x, is not a number".
 std::string value_name(size_t number);

@@ -10,6 +10,7 @@
 #include "kova/kova_char.h"
 #include "kova/kova_cli.h"
 #include "kova/kova_day.h"
+#include "kova/kova_era.h"
 #include "kova/kova_io.h"
 #include "kova/kova_names.h"
 #include "kova/kova_page.h"
@@ -146,6 +147,45 @@ void read_month(const cal_job &job, const std::string &text, ko_alt_tm_t *wanted
                                  ": a number from 1 or a name, see kova info");
 }
 
+bool has_eras(const cal_job &job) {
+    return job.names.gregorian && !job.names.of[full_eras].empty();
+}
+
+// The year that a text with an era names, such as พ.ศ. 2569; 0 for other texts.
+int year_of_era(const cal_job &job, const std::string &text) {
+    if (!has_eras(job) || text.empty() || number_of(text) >= 0) return 0;
+    const std::vector<int> years = years_named(job.code, decode_argument(job.code, text, "YEAR"));
+    return years.size() == 1 ? years[0] : 0;
+}
+
+std::string year_with_era(const cal_job &job, int year) {
+    const sys_days day = std::chrono::year{year} / std::chrono::December / 31;
+    return "\"" + outer_text(job.code, era_text(job.code, "%EY", day)) + "\"";
+}
+
+// A number is a year of the calendar, unless it may be the year of an era as well.
+int read_year(const cal_job &job, const std::string &text) {
+    const int number = number_of(text), of_era = year_of_era(job, text);
+    if (of_era) return of_era;
+    if (number < 1)
+        throw failure(bad_usage, "cal: \"" + text + "\" is not a year, which is a number from 1");
+    const std::string meant = has_eras(job) ? era_meant(job.code, number, system_day()) : "";
+    if (!meant.empty())
+        throw failure(bad_usage, "cal: " + text +
+                                     " may be a year of an era or of the Gregorian "
+                                     "calendar: " +
+                                     meant + "; the year " + text + " itself is " +
+                                     year_with_era(job, number));
+    const auto now = int(std::chrono::year_month_day(system_day()).year());
+    if (!job.names.gregorian && std::abs(number - now) <= 100)
+        kovatool::tell("kova", "cal: " + text + " is a year of the calendar \"" +
+                                   job.names.calendar + "\"");
+    if (number < 100)
+        kovatool::tell("kova", "cal: " + text + " is the year " + std::to_string(number) +
+                                   " itself, not one of this century");
+    return number;
+}
+
 // The month that the arguments mean; a number beyond the months, alone, is a year.
 ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options, bool *whole_year) {
     ko_alt_tm_t wanted;
@@ -158,20 +198,14 @@ ko_alt_tm_t read_arguments(const cal_job &job, const cal_options &options, bool 
         year_name = month_name.substr(0, 4);
         month_name.erase(0, 5);
     }
-    if (year_name.empty() && (options.whole_year || number_of(month_name) > 13))
+    if (year_name.empty() &&
+        (options.whole_year || number_of(month_name) > 13 || year_of_era(job, month_name)))
         year_name.swap(month_name);
     *whole_year = options.whole_year || (month_name.empty() && !year_name.empty());
     if (!month_name.empty()) read_month(job, month_name, &wanted);
     if (*whole_year) wanted.alt_tm_mon = wanted.alt_tm_monidx = 0;
     if (year_name.empty()) return wanted;
-    const int year = number_of(year_name);
-    if (year < 1)
-        throw failure(bad_usage,
-                      "cal: \"" + year_name + "\" is not a year, which is a number from 1");
-    if (year < 100)
-        kovatool::tell("kova", "cal: " + year_name + " is the year " + std::to_string(year) +
-                                   " itself, not one of this century");
-    wanted.alt_tm_year = year - 1900;
+    wanted.alt_tm_year = read_year(job, year_name) - 1900;
     return wanted;
 }
 
@@ -315,17 +349,6 @@ umalqura_month find_umalqura(const cal_job &job, int year, int index) {
     }
 }
 
-wide_text era_text(const cal_job &job, sys_days day) {
-    const ko_tm_t tm = tm_of(day);
-    wide_text format = native(job.code, "%EY");
-    format.push_back(0);
-    wide_text out(256);
-    *ko_ext_errno(job.code.loc) = 0;
-    const int size = ko_wcsftime(job.code.loc, out.data(), int(out.size()), format.data(), &tm);
-    out.resize(*ko_ext_errno(job.code.loc) || size < 0 ? 0 : size_t(size));
-    return out;
-}
-
 // "März 2024", in a locale with eras "2月 2026 (令和8年)", with both where the era changes.
 wide_text title_of(const cal_job &job, const month &m) {
     const auto index = unsigned(m.first.alt_tm_monidx);
@@ -334,8 +357,8 @@ wide_text title_of(const cal_job &job, const month &m) {
         trimmed(job, lone ? job.names.lone_months[index] : item_text(job.code, KO_MON_1 + index));
     append(title, native(job.code, " " + std::to_string(m.first.alt_tm_year + 1900)));
     if (job.names.of[full_eras].empty()) return title;
-    const wide_text first = era_text(job, m.begin);
-    const wide_text last = era_text(job, m.begin + std::chrono::days(m.length - 1));
+    const wide_text first = era_text(job.code, "%EY", m.begin);
+    const wide_text last = era_text(job.code, "%EY", m.begin + std::chrono::days(m.length - 1));
     if (first.empty() && last.empty()) return title;
     append(title, native(job.code, " ("));
     append(title, first);

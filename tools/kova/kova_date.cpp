@@ -123,8 +123,10 @@ static void write_range(date_job &job, const date_options &options, output &out)
         throw failure(bad_usage, "--step " + options.step + " does not lead on");
     moment at = from;
     for (int64_t i = 1; at.seconds <= to.seconds; ++i) {
-        write(out, for_terminal(job.code, moment_line(job, options, at)) +
-                       (options.batch.nulls ? '\0' : '\n'));
+        const std::string line = moment_line(job, options, at);
+        write(out, options.batch.json
+                       ? json_line(size_t(i), moment_text(at), {{{line}}, {}}) + "\n"
+                       : for_terminal(job.code, line) + (options.batch.nulls ? '\0' : '\n'));
         if (at.seconds == to.seconds) break; // the next one may be beyond all years
         at = moved(from, step, i);
     }

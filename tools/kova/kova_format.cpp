@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 
 #include "kova/kova_char.h"
 #include "kova/kova_decimal.h"
@@ -152,8 +153,13 @@ double decimal_value(const std::string &text, const std::string &what) {
 }
 
 std::string shortest_digits(double value) {
+    if (value == 0) return "0";
     char text[400];
-    const auto result = std::to_chars(text, text + sizeof text, value);
+    const double size = std::fabs(value);
+    const bool plain = size >= 1e-7 && size < 1e16; // else with an exponent
+    const auto result =
+        plain ? std::to_chars(text, text + sizeof text, value, std::chars_format::fixed)
+              : std::to_chars(text, text + sizeof text, value);
     return std::string(text, result.ptr);
 }
 

@@ -59,7 +59,7 @@ void check_counts(const format_text &format, const std::vector<std::string> &val
 // The number that a whole value argument consists of. what names it in messages. Throws failure.
 double decimal_value(const std::string &text, const std::string &what);
 
-// The shortest digits that denote the value.
+// The shortest digits that denote the value, with an exponent if it is huge or tiny.
 std::string shortest_digits(double value);
 
 // Gets a result of unknown length: call writes into room for that many characters and a terminator,

@@ -1,7 +1,14 @@
 // kova money: amounts written, and read, in a locale's notation.
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
+#include "kova/kova_char.h"
+#include "kova/kova_decimal.h"
+#include "kova/kova_digits.h"
 #include "kova/kova_typed.h"
 
 namespace kovacli {
@@ -77,12 +84,44 @@ static void check_format(const format_job &job) {
     if (!job.format.directives.empty()) need_layout(job, false);
 }
 
+// The decimals of an amount: those that a directive names, else the locale's, else 2.
+static int places_of(const koconv *conv, const format_directive &d) {
+    size_t at = 0; // after the flags, of which "=" takes the next character
+    while (at < d.modifiers.size() && std::strchr("!(+-^=", d.modifiers[at]))
+        at += d.modifiers[at] == '=' ? 2u : 1u;
+    const size_t point = d.modifiers.find('.', at);
+    if (point != std::string::npos) return std::min(std::atoi(d.modifiers.c_str() + point + 1), 99);
+    constexpr char unknown = 127;
+    const char places = !conv                 ? unknown
+                        : d.conversion == 'i' ? conv->int_frac_digits
+                                              : conv->frac_digits;
+    return places == unknown ? 2 : places;
+}
+
+// The value of an amount. Refuses digits that the library, which writes what "%f" makes of a
+// double, would change.
+static double amount_value(const format_job &job, const format_directive &d,
+                           const std::string &text, const std::string &what) {
+    const double value = decimal_value(text, what);
+    decimal exact, written;
+    if (!read_decimal(text, exact)) return value; // infinite, or none
+    char room[400];
+    std::snprintf(room, sizeof room, "%f", value);
+    read_decimal(room, written);
+    const int places = places_of(ko_localeconv(job.code.loc), d);
+    round_to(exact, places, rounding::nearest);
+    round_to(written, places, rounding::nearest);
+    if (exact.digits != written.digits || exact.point != written.point)
+        throw failure(bad_usage, what + ", " + text + ", has more digits than an amount can have");
+    return value;
+}
+
 static std::string print_amounts(const format_job &job, const std::vector<std::string> &texts,
                                  size_t first) {
     amounts values{};
     for (size_t i = 0; i < texts.size(); ++i) {
-        values[i] =
-            decimal_value(plain_digits(job.code, texts[i]), value_name(first ? first + i : 0));
+        values[i] = amount_value(job, job.format.directives[i], plain_digits(job.code, texts[i]),
+                                 value_name(first ? first + i : 0));
         need_layout(job, values[i] < 0);
     }
     std::vector<ko_wchar_t> result;
@@ -97,6 +136,28 @@ static wide_text minus_of(const codec &code) {
     const koconv *const conv = ko_localeconv(code.loc);
     if (!conv || !conv->w_negative_sign) return {};
     return {conv->w_negative_sign, conv->w_negative_sign + ko_wcslen(conv->w_negative_sign)};
+}
+
+// What is to be told where an amount has more decimals than its currency, so that a separator of
+// groups may have been meant.
+static std::string surplus_decimals(const format_job &job, const format_directive &d,
+                                    const wide_text &part) {
+    const koconv *const conv = ko_localeconv(job.code.loc);
+    const ko_wchar_t *const symbol = conv ? conv->w_mon_decimal_point : nullptr;
+    if (!symbol || !symbol[0]) return "";
+    const auto is_digit = [&job](ko_wchar_t c) {
+        return digit_value(code_point(job.code, c)) >= 0;
+    };
+    // The last one between digits: some locales separate groups by it, too.
+    const auto first = std::find_if(part.begin(), part.end(), is_digit);
+    const auto end = std::find_if(part.rbegin(), part.rend(), is_digit).base();
+    if (first >= end) return "";
+    const auto at = std::find_end(first, end, symbol, symbol + ko_wcslen(symbol));
+    const int places = places_of(conv, d);
+    if (std::count_if(at, end, is_digit) <= places) return "";
+    return outer_text(job.code, part) + " has more digits after \"" +
+           outer_text(job.code, {symbol, symbol + ko_wcslen(symbol)}) + "\" than the " +
+           std::to_string(places) + " decimals of the currency";
 }
 
 static answer parse_amounts(const format_job &job, const std::string &argument) {
@@ -119,8 +180,17 @@ static answer parse_amounts(const format_job &job, const std::string &argument) 
     }
     refuse_rest(code, reads, job.format, text);
     works(job.format.wide.data());
-    for (size_t i = 0; i < job.format.directives.size(); ++i)
-        given.values.push_back({shortest_digits(values[i]), std::isfinite(values[i])});
+    const amounts stored = values; // finding the parts reads again
+    for (size_t i = 0; i < job.format.directives.size(); ++i) {
+        const format_directive &d = job.format.directives[i];
+        const wide_text part = part_of(code, reads, job.format, d, text);
+        if (const koconv *const conv = ko_localeconv(code.loc))
+            refuse_empty_group(code, part, conv->w_thousands_sep, conv->w_mon_decimal_point);
+        for (const std::string &told :
+             {lost_digits(code, part, stored[i]), surplus_decimals(job, d, part)})
+            if (!told.empty()) given.told.push_back(told);
+        given.values.push_back({shortest_digits(stored[i]), std::isfinite(stored[i])});
+    }
     return given;
 }
 

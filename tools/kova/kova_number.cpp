@@ -21,6 +21,10 @@ number_kind kind_of(const format_directive &d) {
                           : number_kind::none;
 }
 
+bool is_number(const format_directive &d) {
+    return kind_of(d) == number_kind::real || kind_of(d) == number_kind::integer;
+}
+
 char size_of(const format_directive &d) {
     const char last = d.modifiers.empty() ? '0' : d.modifiers.back();
     return strchr("lLhH", last) ? char(last | 0x20) : '\0';
@@ -122,7 +126,7 @@ static whole_number integer_value(const format_directive &d, const std::string &
         std::from_chars(digits.data(), digits.data() + digits.size(), value.magnitude).ec;
     if (error != std::errc() || value.magnitude > (value.negative ? least : most))
         refuse("is not within " + std::string(plain ? "" : "-") + std::to_string(least) + " and " +
-               std::to_string(most) + (half ? "; %d writes more" : "; %.0f writes more"));
+               std::to_string(most) + (half ? "; %d writes more" : "; %g writes it rounded"));
     return value;
 }
 
@@ -257,6 +261,35 @@ static text_value text_of(const codec &code, const std::string &argument, const 
     return value;
 }
 
+// ---- Reals ----
+
+// Of reals the library writes 15 digits, and then zeros.
+static void refuse_surplus(const decimal &rounded, const std::string &argument,
+                           const std::string &what) {
+    constexpr size_t most_digits = 15;
+    if (rounded.digits.size() > most_digits)
+        throw failure(bad_usage, what + ", " + argument + ", has more digits than the " +
+                                     std::to_string(most_digits) +
+                                     " of reals; %d writes whole numbers of 19");
+}
+
+static double real_value(const format_directive &d, const std::string &argument,
+                         const std::string &what) {
+    constexpr int most_places = 400;
+    const double value = decimal_value(argument, what);
+    decimal number;
+    if (!read_decimal(argument, number)) return value; // infinite, or none
+    const size_t point = d.modifiers.find('.');
+    const char *const digits = point == std::string::npos ? "" : d.modifiers.c_str() + point + 1;
+    int places = *digits >= '0' && *digits <= '9' ? std::min(std::atoi(digits), most_places) : 6;
+    const bool general = (d.conversion | 0x20) == 'g';
+    if (d.conversion != 'f' && number.point > -most_places)
+        places = (general ? std::max(places, 1) : places + 1) - int(number.point);
+    round_to(number, places, rounding::nearest);
+    refuse_surplus(number, argument, what);
+    return value;
+}
+
 // ---- Units ----
 
 // The same directive for a number with so many decimals and a unit after it.
@@ -290,6 +323,7 @@ static bool write_scaled(const format_job &job, const format_directive &d,
     decimal number = read_with_unit(argument, what, scale_named(options.from));
     const scaled value = scaled_to(std::move(number), scale_named(options.to), places,
                                    rounding_named(options.round));
+    refuse_surplus(value.number, argument, what);
     const std::string directive = directive_with_unit(d, value);
     const format_text format = split_format(code, native(code, directive), {" #'+-", "lLhH", ""});
     const std::vector<ko_wchar_t> single = single_format(format, format.directives[0], state);
@@ -326,7 +360,7 @@ static bool write_value(const codec &code, const format_text &format, const form
             },
             result);
     };
-    if (k == number_kind::real) return write(decimal_value(argument, what));
+    if (k == number_kind::real) return write(real_value(d, argument, what));
     const text_value text = text_of(code, argument, what);
     if (size_of(d) != 'l') return write(text.bytes.data());
     return k == number_kind::text ? write(text.wide.data()) : write(int(text.wide[0]));
@@ -358,10 +392,6 @@ static void check_directives(const format_job &job) {
         if (!job.options->to.empty() && !strchr("diuf", d.conversion))
             refuse("--to needs one of d i u f");
     }
-}
-
-static bool is_number(const format_directive &d) {
-    return kind_of(d) == number_kind::real || kind_of(d) == number_kind::integer;
 }
 
 // Appends what a directive writes.

@@ -7,6 +7,7 @@ namespace kovacli {
 
 enum class number_kind { integer, real, character, text, none };
 number_kind kind_of(const format_directive &d);
+bool is_number(const format_directive &d); // an integer or a real
 
 // 'l', 'h', or 0.
 char size_of(const format_directive &d);

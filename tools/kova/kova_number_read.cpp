@@ -1,4 +1,5 @@
 // kova number --parse: numbers, characters and texts read in a locale's notation.
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -61,14 +62,6 @@ static answer_value whole_text(const codec &code, const format_directive &d,
     return {(negative && value ? "-" : "") + std::to_string(value), true};
 }
 
-// The part of a text that a directive has read.
-static wide_text part_of(const codec &code, const reading &reads, const format_text &format,
-                         const format_directive &d, const wide_text &text) {
-    const size_t from = read_length(code, reads, front_of(format, d.start), text);
-    const size_t to = read_length(code, reads, front_of(format, d.end), text);
-    return {text.begin() + ptrdiff_t(from), text.begin() + ptrdiff_t(std::max(from, to))};
-}
-
 // ---- values ----
 
 static std::string stored_text(const codec &code, const format_directive &d, const slot &room) {
@@ -83,9 +76,41 @@ static std::string stored_text(const codec &code, const format_directive &d, con
     return result;
 }
 
-static answer_value real_in(const slot &room) {
+// Flags last.
+static bool is_grouped(const format_job &job, const format_directive &d) {
+    for (const format_directive &before : job.format.directives)
+        if (before.start <= d.start && before.modifiers.find('\'') != std::string::npos)
+            return true;
+    return false;
+}
+
+// The library takes "." for a decimal symbol, whatever the locale has, and it would make 1.234 of
+// what is 1234 there.
+static void refuse_point(const format_job &job, const format_directive &d, const wide_text &part) {
+    const ko_wchar_t point = native(job.code, ".")[0];
+    const koconv *const conv = ko_localeconv(job.code.loc);
+    if (!conv || std::find(part.begin(), part.end(), point) == part.end()) return;
+    const auto is_point = [point](const ko_wchar_t *text) {
+        return text && text[0] == point && !text[1];
+    };
+    const bool grouped = is_grouped(job, d);
+    const bool separates = is_point(conv->w_thousands_sep);
+    if (!conv->w_decimal_point || is_point(conv->w_decimal_point) || (grouped && separates)) return;
+    const ko_wchar_t *const symbol = conv->w_decimal_point;
+    throw failure(bad_text, outer_text(job.code, part) + ": decimals come after \"" +
+                                outer_text(job.code, {symbol, symbol + ko_wcslen(symbol)}) +
+                                "\" in " + job.handle.name +
+                                (separates ? ", and %' reads \".\" between thousands" : ""));
+}
+
+// A real that the library has stored, and the part of the text that it read.
+static answer_value real_in(const format_job &job, const format_directive &d, const slot &room,
+                            const wide_text &part, answer &given) {
     double value;
     memcpy(&value, room.data(), sizeof value);
+    refuse_point(job, d, part);
+    const std::string lost = lost_digits(job.code, part, value);
+    if (!lost.empty()) given.told.push_back(lost);
     return {shortest_digits(value), std::isfinite(value)};
 }
 
@@ -96,6 +121,18 @@ static answer_value integer_in(const format_directive &d, const slot &room) {
     const bool half = size_of(d) == 'h', plain = d.conversion == 'u';
     if (half) return {std::to_string(plain ? int{uint16_t(value)} : int16_t(value)), true};
     return {plain ? std::to_string(uint32_t(value)) : std::to_string(value), true};
+}
+
+// A value that the library has stored. part: what it read, nullptr where that is not known.
+static answer_value value_in(const format_job &job, const format_directive &d, const slot &room,
+                             const wide_text *part, answer &given) {
+    const koconv *const conv = ko_localeconv(job.code.loc);
+    if (conv && part && is_grouped(job, d))
+        refuse_empty_group(job.code, *part, conv->w_thousands_sep, conv->w_decimal_point);
+    if (!is_number(d)) return {stored_text(job.code, d, room)};
+    if (kind_of(d) == number_kind::real)
+        return real_in(job, d, room, part ? *part : wide_text(), given);
+    return part ? whole_text(job.code, d, *part) : integer_in(d, room);
 }
 
 [[noreturn]] static void refuse_text(const format_job &job, const reading &reads,
@@ -132,14 +169,10 @@ answer parse_numbers(const format_job &job, const std::string &argument) {
     bool rest = false; // was there a directive that takes the rest and leaves it to the next one?
     for (const format_directive &d : job.format.directives) {
         if (d.modifiers.find('*') != std::string::npos) continue;
-        const slot &one = stored[used++];
-        const number_kind kind = kind_of(d);
-        rest |= kind == number_kind::text;
-        given.values.push_back(
-            kind == number_kind::real      ? real_in(one)
-            : kind != number_kind::integer ? answer_value{stored_text(code, d, one)}
-            : rest                         ? integer_in(d, one)
-                   : whole_text(code, d, part_of(code, reads, job.format, d, text)));
+        rest |= kind_of(d) == number_kind::text;
+        const wide_text part =
+            is_number(d) && !rest ? part_of(code, reads, job.format, d, text) : wide_text();
+        given.values.push_back(value_in(job, d, stored[used++], rest ? nullptr : &part, given));
     }
     return given;
 }

@@ -110,6 +110,8 @@ void add_number(CLI::App &app, command_line &args) {
         ->type_name("HOW")
         ->capture_default_str()
         ->needs(to);
+    command.get_option("--from")->excludes("--parse");
+    to->excludes("--parse");
 }
 
 void add_date(CLI::App &app, command_line &args) {
@@ -165,7 +167,6 @@ void add_date(CLI::App &app, command_line &args) {
             ->excludes(from);
     add_batch(command, o.batch);
     command.get_option("--file")->excludes(at)->excludes(from)->excludes(times);
-    command.get_option("--json")->excludes(from);
     add_common(
         command, args, [&args, &o] { return run_date(args.common, o); },
         "  kova date de_DE.8859-1\n"
@@ -239,7 +240,10 @@ void add_cal(CLI::App &app, command_line &args) {
                     "Number of the month in its year, or its full or short name; or a year alone, "
                     "which is drawn whole; or both, as 2026-11. Default: this month")
         ->type_name("MONTH");
-    command.add_option("year", o.year, "Year of the locale's calendar. Default: this year")
+    command
+        .add_option(
+            "year", o.year,
+            "Year of the locale's calendar, or of an era as %EY writes it. Default: this year")
         ->type_name("YEAR");
     CLI::Option *year = command.add_flag("-y,--year", o.whole_year, "Draw the whole year");
     CLI::Option *three = command
@@ -263,6 +267,7 @@ void add_cal(CLI::App &app, command_line &args) {
         "  kova cal fr_FR.8859-1 février 2024\n"
         "  kova cal -3 -w pl_PL listopad 2026\n"
         "  kova cal th_TH 2026\n"
+        "  kova cal th_TH 11 'พ.ศ. 2569'\n"
         "  kova cal --html -o 2026.html de_DE 2026\n"
         "  kova cal he_IL.unicode@hebr 7 5784     with the Gregorian days beside them\n");
 }

@@ -1,7 +1,9 @@
 // From the fields that were read to a date, with a check of every field.
 #include <algorithm>
+#include <cstdlib>
 #include <optional>
 
+#include "kova/kova_era.h"
 #include "kova/kova_reading.h"
 #include "kova/kova_when.h"
 
@@ -90,7 +92,9 @@ bool writes(const resolver &r, std::string_view format, const ko_tm_t &tm, const
 // Is the day in the era, and in the year of it, that were read?
 bool in_era(const resolver &r, sys_days day) {
     const ko_tm_t tm = tm_of(day);
-    if (!r.fields.era_text.empty()) return writes(r, "%EY", tm, r.fields.era_text);
+    if (!r.fields.era_text.empty() && writes(r, "%EY", tm, r.fields.era_text)) return true;
+    // A first year may be written with its number, and a number with zeros.
+    if (!r.fields.era_text.empty() && !has(r, seen_era_off)) return false;
     if (has(r, seen_era_off) &&
         !writes(r, "%Ey", tm, native(r.setting.code, std::to_string(r.info.era_off))))
         return false;
@@ -116,11 +120,27 @@ std::string listed(const std::vector<int> &years) {
     return years.size() > 4 ? text + ", ..." : text;
 }
 
+constexpr int nearby_years = 100; // of today's, where people mean most dates to be
+
+bool is_nearby(const resolver &r, int year) {
+    const auto now = int(std::chrono::year_month_day(r.setting.today).year());
+    return std::abs(year - now) <= nearby_years;
+}
+
+// A number that was read as the year of an era, and looks like one of the Gregorian calendar.
+void tell_of_era(resolver &r, int year) {
+    if (has(r, seen_era) || is_nearby(r, year) || !is_nearby(r, r.info.era_off)) return;
+    r.result.told.push_back("the year " + std::to_string(r.info.era_off) +
+                            " is taken as one of the era, which is " + std::to_string(year) +
+                            "; %Y reads years of the Gregorian calendar");
+}
+
 void choose_era_year(resolver &r, ko_alt_tm_t &local) {
     const std::vector<int> years = years_of_era(r, local);
     std::string &fault = r.result.fault;
     if (years.size() == 1) {
         local.alt_tm_year = years[0];
+        tell_of_era(r, local.alt_tm_year + 1900);
     } else if (!years.empty()) {
         fault = "the year is undecided: the era and its year fit " + listed(years);
     } else {
@@ -165,8 +185,12 @@ void choose_short_year(resolver &r, ko_alt_tm_t &local) {
                                 static_cast<unsigned char>(r.setting.century));
     if (century < 0) century = century_of_leap_day(r, month, day);
     if (century < 0) {
-        r.result.fault = "there is no such date in the century that the rule " +
-                         std::string(1, r.setting.century) + " takes";
+        const auto now = int(std::chrono::year_month_day(r.setting.today).year());
+        r.result.fault = date_fault(now / 100 * 100 + r.info.year_off, month, day);
+        r.result.fault = r.result.fault.empty()
+                             ? "there is no such date in the century that the rule " +
+                                   std::string(1, r.setting.century) + " takes"
+                             : "there is no such date: " + r.result.fault;
         return;
     }
     local.alt_tm_year = century * 100 + r.info.year_off - 1900;
@@ -186,10 +210,26 @@ void check_whole_year(resolver &r, int year) {
                      "century, and --allow-short-year takes it as it is";
 }
 
+// A year of an era or the Gregorian calendar, read by a directive for the locale's years.
+void tell_era(resolver &r, int year) {
+    if (!r.setting.names.gregorian && is_nearby(r, year))
+        r.result.told.push_back("the year " + std::to_string(year) +
+                                " is taken as one of the calendar \"" + r.setting.names.calendar +
+                                "\"");
+    const bool by_era = has(r, seen_era | seen_era_off) || !r.fields.era_text.empty();
+    if (by_era || !r.setting.names.gregorian || r.setting.names.of[full_eras].empty()) return;
+    const std::string meant = era_meant(r.setting.code, year, r.setting.today);
+    if (!meant.empty())
+        r.result.told.push_back("the year " + std::to_string(year) +
+                                " is taken as one of the Gregorian calendar; " + meant +
+                                ", and %EY or %Ey reads it");
+}
+
 void choose_year(resolver &r, ko_alt_tm_t &local) {
     if (has(r, seen_full_year)) {
         local.alt_tm_year = r.info.full_year;
         check_whole_year(r, local.alt_tm_year + 1900);
+        tell_era(r, local.alt_tm_year + 1900);
     } else if (has(r, seen_century) && has(r, seen_year_off)) {
         local.alt_tm_year = r.info.century * 100 + r.info.year_off - 1900;
     } else if (has(r, seen_era_off) || !r.fields.era_text.empty()) {
@@ -263,12 +303,29 @@ void choose_day(resolver &r) {
         local.alt_tm_mday = 1;
     }
     std::optional<sys_days> day = to_day(r.setting, local);
-    if (day && by_year_day) *day += days(r.info.year_day);
+    if (day && by_year_day) {
+        *day += days(r.info.year_day);
+        const std::optional<ko_alt_tm_t> found = to_local(r.setting, *day);
+        if (found && found->alt_tm_year != local.alt_tm_year)
+            r.result.fault = "there is no such date: the year " +
+                             std::to_string(local.alt_tm_year + 1900) + " has " +
+                             std::to_string(r.info.year_day - found->alt_tm_yday) + " days";
+    }
     if (!day) r.result.fault = no_such_date(r, local);
     if (day) r.result.tm = tm_of(*day);
 }
 
 // ---- the time ----
+
+// A minute has a second 60 where an hour of some zone ends.
+void check_second(resolver &r) {
+    const int second = r.result.tm.tm_sec, minute = r.result.tm.tm_min;
+    if (second > 60)
+        r.result.fault = "there is no such time: no minute has a second " + std::to_string(second);
+    else if (second == 60 && minute % 15 != 14)
+        r.result.fault = "there is no such time: a leap second, 60, ends an hour, or a quarter of "
+                         "it";
+}
 
 void choose_time(resolver &r) {
     ko_tm_t &tm = r.result.tm;
@@ -286,6 +343,7 @@ void choose_time(resolver &r) {
     if (has(r, seen_minute)) tm.tm_min = info.minute;
     if (has(r, seen_second)) tm.tm_sec = info.second;
     if (has(r, seen_usec)) tm.tm_usec = info.usec;
+    if (r.result.fault.empty()) check_second(r);
 }
 
 // ---- the check ----
@@ -319,8 +377,11 @@ std::string contradiction(const resolver &r) {
         {seen_ampm,      i.ampm,      tm.tm_hour / 12,                        "half of the day"},
     };
     const std::string date = " contradicts the date, " + day_text(day);
+    const std::string time = " contradicts the time, " + clock_text(tm);
     for (const auto &row : rows)
-        if (has(r, row.bit) && row.read != row.is) return "the " + std::string(row.name) + date;
+        if (has(r, row.bit) && row.read != row.is)
+            return "the " + std::string(row.name) +
+                   (row.bit & (seen_hour12 | seen_ampm) ? time : date);
     if (has(r, seen_era | seen_era_off) && !in_era(r, day)) return "the era" + date;
     if (has(r, seen_week_day) && i.week_day != tm.tm_wday)
         return "the day of the week, " + weekday_text(r, i.week_day) + "," + date + ", which is " +

@@ -2,6 +2,7 @@
 #include "kova/kova_typed.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "kova/kova_char.h"
 #include "kova/kova_digits.h"
@@ -50,6 +51,59 @@ format_text front_of(const format_text &format, size_t length) {
     for (const format_directive &d : format.directives)
         if (d.end <= length) front.directives.push_back(d);
     return front;
+}
+
+wide_text part_of(const codec &code, const reading &reads, const format_text &format,
+                  const format_directive &d, const wide_text &text) {
+    const size_t from = read_length(code, reads, front_of(format, d.start), text);
+    const size_t to = read_length(code, reads, front_of(format, d.end), text);
+    return {text.begin() + ptrdiff_t(from), text.begin() + ptrdiff_t(std::max(from, to))};
+}
+
+// The digits of the first number of a text, without zeros at either end and without its exponent;
+// none of a hexadecimal one.
+static std::string digits_in(const std::string &text) {
+    size_t at = text.find_first_of("0123456789");
+    std::string digits;
+    for (; at < text.size() && (text[at] | 0x20) != 'e'; ++at) {
+        if ((text[at] | 0x20) == 'x') return "";
+        if (text[at] >= '0' && text[at] <= '9') digits += text[at];
+    }
+    digits.erase(0, std::min(digits.find_first_not_of('0'), digits.size()));
+    digits.resize(digits.find_last_not_of('0') + 1);
+    return digits;
+}
+
+void refuse_empty_group(const codec &code, const wide_text &part, const ko_wchar_t *separator,
+                        const ko_wchar_t *decimal_point) {
+    const auto is_digit = [&code](ko_wchar_t c) { return digit_value(code_point(code, c)) >= 0; };
+    if (!separator || !separator[0]) return;
+    const wide_text between(separator, separator + ko_wcslen(separator));
+    const auto first = std::find_if(part.begin(), part.end(), is_digit);
+    const auto end = std::find_if_not(first, part.end(), is_digit);
+    const bool zero = std::all_of(
+        first, end, [&code](ko_wchar_t c) { return digit_value(code_point(code, c)) == 0; });
+    const bool point = decimal_point && decimal_point[0] == separator[0];
+    if (first == end || end == part.end() || !zero || point ||
+        std::search(end, part.end(), between.begin(), between.end()) != end)
+        return;
+    throw failure(bad_text, outer_text(code, part) + ": a number that is grouped by \"" +
+                                outer_text(code, between) + "\" does not begin with 0");
+}
+
+std::string lost_digits(const codec &code, const wide_text &part, double value) {
+    constexpr size_t always_kept = 15; // by any real
+    std::string plain;
+    for (const ko_wchar_t c : part) {
+        uint32_t point = code_point(code, c);
+        if (point == no_code_point) point = c;
+        plain += point < 0x80 ? char(point) : '?';
+    }
+    const std::string digits = digits_in(plain), shown = outer_text(code, part);
+    if (!digits.empty() && (!std::isfinite(value) || value == 0))
+        throw failure(bad_text, shown + " is out of range");
+    if (digits.size() <= always_kept || digits_in(shortest_digits(value)) == digits) return "";
+    return shown + " has more digits than are kept: it is read as " + shortest_digits(value);
 }
 
 void refuse_rest(const codec &code, const reading &reads, const format_text &format,

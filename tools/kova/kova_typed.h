@@ -24,6 +24,19 @@ size_t read_length(const codec &code, const reading &reads, const format_text &f
 // The beginning of a format.
 format_text front_of(const format_text &format, size_t length);
 
+// The part of a text that a directive of the format has read.
+wide_text part_of(const codec &code, const reading &reads, const format_text &format,
+                  const format_directive &d, const wide_text &text);
+
+// Refuses a number that begins with 0 and a separator of groups, as 0.123 does in de_DE: no locale
+// writes one, so decimals may be meant. Both symbols may be NULL. Throws failure.
+void refuse_empty_group(const codec &code, const wide_text &part, const ko_wchar_t *separator,
+                        const ko_wchar_t *decimal_point);
+
+// Compares a real that was read with the digits that it was read from. Returns what is to be told
+// where it has fewer; "" for nothing. Throws failure where no such number is held.
+std::string lost_digits(const codec &code, const wide_text &part, double value);
+
 // If a text, with its terminator, is not read as a whole, respells blanks and signs as the locale
 // has them, and digits as 0 to 9; leaves it alone if that does not help. minus is the sign that
 // directives read. Returns what was done, for people; "" for nothing.

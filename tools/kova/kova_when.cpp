@@ -348,7 +348,7 @@ static void take_clock(when_text &in, when_parts &parts, bool after_t) {
     parts.usec = int(rest % 1000000);
     if (hour == 24 && !minute && !second && !rest) hour = 0, ++parts.step.days;
     if (!after_t) take_half(in, hour);
-    in.failed |= hour > 23 || minute > 59 || second > (minute == 59 ? 60 : 59);
+    in.failed |= hour > 23 || minute > 59 || second > (minute % 15 == 14 ? 60 : 59);
     in.failed |= parts.clock.has_value();
     parts.leap = std::max(second - 59, 0);
     parts.clock = hour * 3600 + minute * 60 + std::min(second, 59) + more_seconds;
@@ -362,8 +362,8 @@ static const unit_row *unit_of(const std::string &word) {
     return nullptr;
 }
 
-// "+3 days", "-1 week", "3 days ago".
-static bool take_step(when_text &in, time_step &step) {
+// "+3 days", "-1 week", "3 days ago"; the last not after "in".
+static bool take_step(when_text &in, time_step &step, bool may_be_past = true) {
     const bool minus = *in.at == '-';
     if (minus || *in.at == '+') ++in.at;
     skip_blanks(in);
@@ -378,7 +378,7 @@ static bool take_step(when_text &in, time_step &step) {
     if (!unit) return false;
     in.at += word.size();
     skip_blanks(in);
-    const bool ago = word_ahead(in) == "ago";
+    const bool ago = may_be_past && word_ahead(in) == "ago";
     if (ago) in.at += 3;
     step.*unit->field += (minus != ago ? -1 : 1) * number * unit->size;
     return true;
@@ -563,7 +563,7 @@ static bool take_word(when_text &in, when_parts &parts, sys_days today) {
     parts.now |= word == "now";
     if (word == "in") { // "in 3 days"
         skip_blanks(in);
-        return take_step(in, parts.step);
+        return is_digit(*in.at) && take_step(in, parts.step, false);
     }
     for (const auto &row : days_from_now)
         if (word == row.word) return parts.step.days += row.days, true;
@@ -583,6 +583,9 @@ static void take_part(when_text &in, when_parts &parts, sys_days today) {
     const bool joined = digits == 4 && (in.at[4] == '-' || in.at[4] == 'W');
     if (take(in, '@')) {
         take_seconds(in, parts);
+    } else if ((*in.at == 'T' || *in.at == 't') && is_digit(in.at[1])) {
+        ++in.at;
+        take_clock(in, parts, true);
     } else if (joined || digits == 7 || digits == 8) {
         take_date(in, parts);
         if (!in.failed && (take(in, 'T') || take(in, 't'))) take_clock(in, parts, true);
