@@ -127,8 +127,9 @@ static void end_line(order_check &check) {
     if (!first && compare_lines(check.code.loc, check.before, check.line) > 0) {
         std::string text;
         encode(check.code, check.line.data(), check.line.size() - 1, text);
-        throw failure(bad_text, check.path + ":" + std::to_string(check.number) +
-                                    ": comes before the line above it: " + text);
+        throw failure(bad_text,
+                      check.path + ":" + std::to_string(check.number) +
+                          ": comes before the line above it: " + visible(check.code, text));
     }
     check.before.swap(check.line);
     check.line.clear();
