@@ -468,12 +468,16 @@ static bool spell_lower_pass(speller *s) {
 
 // ---- All passes ----
 
-static bool spell_pass(speller *s) {
+static bool spell_with_leads(speller *s) {
     static constexpr unsigned spans[] = {0x10000, 12000, 3000, short_digits};
-    if (s->pass) return spell_lower_pass(s);
     for (const unsigned longest : spans)
         if (spell_first_pass(s, longest)) return true;
-    return (rank_ties(s) && spell_first_pass(s, spans[0])) || number_all(s);
+    return false;
+}
+
+static bool spell_pass(speller *s) {
+    if (s->pass) return spell_lower_pass(s);
+    return spell_with_leads(s) || (rank_ties(s) && spell_with_leads(s)) || number_all(s);
 }
 
 // Gives the characters of ties their codes, by rank, and marks the weights.
