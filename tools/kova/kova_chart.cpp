@@ -19,6 +19,7 @@ struct chart_job {
     route way;
     bool to_utf16 = false; // the route leads to UTF-16: for utf8 itself
     bool utf8 = false;     // the output
+    bool by_rule = false;  // the source's state says more than a shift
     byte_buffer out;
 };
 
@@ -45,9 +46,10 @@ slot look_up(chart_job &job, const std::string &bytes, int shifted) {
                                bytes.size(), false, job.out);
     if (got.error == KO_EINVAL && got.taken == 0) return {slot_kind::lead};
     if (got.error != KO_OK) return {};
-    const int now = st.leg[0].source_state;
+    const int now = job.by_rule ? shifted : st.leg[0].source_state;
     if (now != shifted) return {now ? slot_kind::shift_out : slot_kind::shift_in};
-    if (job.out.used == 0) return {slot_kind::shift_in}; // one that is skipped
+    if (job.out.used == 0) // one that is skipped, or switches by rule
+        return {bytes == "\x0E" ? slot_kind::shift_out : slot_kind::shift_in};
     slot found{slot_kind::character};
     return code_of(job, found.code) ? found : slot{};
 }
@@ -364,6 +366,34 @@ void add_lead_grids(chart_job &job, const std::vector<lead_row> &leads, chart_vi
     }
 }
 
+// The characters that a code set by rule can write, whatever announces them.
+size_t count_written(const data_place &place, const code_set &set) {
+    route way;
+    byte_buffer made;
+    size_t count = 0;
+    if (!open_route(place, utf8_code_set(), set, way)) return 0;
+    for (uint32_t code = 0; code <= 0x10FFFF; ++code) {
+        if (code >= 0xD800 && code <= 0xDFFF) continue;
+        std::string text;
+        append_utf8(code, text);
+        route_state st;
+        const void *const start = text.data();
+        const run_result got =
+            run(way, st, static_cast<const unsigned char *>(start), text.size(), false, made);
+        count += got.error == KO_OK && !got.substituted;
+    }
+    return count;
+}
+
+chart_view view_rule(const data_place &place, chart_job &job) {
+    slot slots[256];
+    look_up_grid(job, "", 0, slots);
+    const std::string count = std::to_string(count_written(place, job.way.from));
+    chart_view view = describe_set(job, count + ", most of them after escapes");
+    view.grid = grid_rows(job, slots);
+    return view;
+}
+
 chart_view view_all(chart_job &job, bool with_grids) {
     slot slots[256];
     const grid_count count = look_up_grid(job, "", 0, slots);
@@ -461,8 +491,10 @@ int run_chart(const common_options &common, const chart_options &options) {
     const code_set set = find_code_set(options.code_set), utf8 = utf8_code_set();
     job.to_utf16 = same_code_set(set, utf8);
     open_needed_route(place, set, job.to_utf16 ? unicode_code_set() : utf8, job.way);
-    const chart_view view =
-        options.lead.empty() ? view_all(job, options.html) : view_lead(job, options.lead);
+    job.by_rule = !is_unicode(set.name) && !has_object(job.way);
+    const chart_view view = !options.lead.empty() ? view_lead(job, options.lead)
+                            : job.by_rule         ? view_rule(place, job)
+                                                  : view_all(job, options.html);
     output out;
     open(out, options.out);
     if (options.html)

@@ -63,40 +63,6 @@ static void close_text(convert_job &job, output &out) {
     if (!job.closed) write(out, closing_shift(job.way, target_state(job.way, job.st)));
 }
 
-// ---- progress ----
-
-static std::string amount(double bytes) {
-    char text[40];
-    const bool large = bytes >= 1073741824.0;
-    std::snprintf(text, sizeof text, "%.1f %s", bytes / (large ? 1073741824.0 : 1048576.0),
-                  large ? "GiB" : "MiB");
-    return text;
-}
-
-// The line on standard error, at most five times a second and not in the first second.
-static void report_progress(convert_job &job) {
-    if (!job.reports) return;
-    const double now = seconds_now();
-    if (now < job.next_report) return;
-    job.next_report = now + 0.2;
-    job.reported = true;
-    const double done_bytes = double(job.bytes), rate = done_bytes / (now - job.started);
-    std::string text = amount(done_bytes);
-    if (job.total > job.bytes)
-        text += " of " + amount(double(job.total)) + " (" +
-                std::to_string(int(100 * done_bytes / double(job.total))) + "%)";
-    text += ", " + amount(rate) + "/s";
-    if (job.total > job.bytes)
-        text += ", " + std::to_string(int(double(job.total - job.bytes) / rate) + 1) + " s left";
-    std::fprintf(stderr, "\rkova: %s\033[K", text.c_str());
-    std::fflush(stderr);
-}
-
-static void clear_progress(convert_job &job) {
-    if (job.reported) std::fputs("\r\033[K", stderr);
-    job.reported = false;
-}
-
 // ---- one text ----
 
 static bool is_line_end(const convert_job &job, const unsigned char *text, size_t len) {
@@ -107,11 +73,12 @@ static bool is_line_end(const convert_job &job, const unsigned char *text, size_
 }
 
 // What --state takes, so that a text can be resumed: the shift states of source and target, what
-// the start of the text said of its order, and r where a carriage return is held back. "" if there
-// is nothing of this.
-static std::string state_text(convert_job &job) {
-    const auto mark = reinterpret_cast<uintptr_t>(job.st.leg[0].ext_state); // a number in a pointer
-    const int source = source_state(job.st), target = target_state(job.way, job.st);
+// the start of a text in utf16 said of its order, and r where a carriage return is held back. "" if
+// there is nothing of this.
+static std::string state_text(convert_job &job, int source) {
+    const auto told = reinterpret_cast<uintptr_t>(job.st.leg[0].ext_state); // a number in a pointer
+    const auto mark = job.by_mark ? told : 0;
+    const int target = target_state(job.way, job.st);
     if (source == 0 && target == 0 && mark == 0 && !job.ends.holds_cr) return "";
     return std::to_string(source) + "," + std::to_string(target) + "," + std::to_string(mark) +
            (job.ends.holds_cr ? "r" : "");
@@ -124,21 +91,32 @@ static void take_state(convert_job &job, const std::string &text) {
     char end[3] = {};
     const int read = std::sscanf(text.c_str(), "%9d,%9d,%9u%2s", &source, &target, &mark, end);
     const std::string rest = end;
-    if (read < 3 || source < 0 || target < 0 || !(rest.empty() || rest == "r"))
+    const bool holds_cr = rest == "r" && job.ends.joins_crlf;
+    if (read < 3 || source < 0 || target < 0 || !(rest.empty() || holds_cr))
         throw failure(bad_usage, "--state " + text + ": no state that an error said");
     source_state(job.st) = source;
     target_state(job.way, job.st) = target;
     job.st.leg[0].ext_state = reinterpret_cast<void *>(uintptr_t{mark});
-    job.ends.holds_cr = rest == "r";
+    job.ends.holds_cr = holds_cr;
+}
+
+// The state of the source after a character that is not converted: in UTF-7 it holds the bits with
+// which the next one begins.
+static int state_after(convert_job &job, const unsigned char *text, const bad_input &bad) {
+    if (bad.code == no_code_point || !job.has_to_utf8) return source_state(job.st);
+    route_state st = inside(job.st.leg[0]);
+    const run_result got = run(job.to_utf8, st, text, bad.len, false, job.scratch);
+    return source_state(got.error == KO_OK && got.taken == bad.len ? st : job.st);
 }
 
 failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
                 const bad_input &bad, const std::string &message) {
     static constexpr const char *names[] = {"substituted", "", "unmapped", "invalid", "cut_off"};
     const void *const start = text;
-    stop_report stop{names[kind], message + " continues", "", bad.code, job.place, bad.len, ""};
+    stop_report stop{names[kind], message + " continues", "", bad.code, job.place, bad.len, "", ""};
     stop.bytes = hex({static_cast<const char *>(start), bad.len}, "");
-    stop.state = state_text(job);
+    stop.state = state_text(job, source_state(job.st));
+    stop.next_state = state_text(job, state_after(job, text, bad));
     if (!stop.state.empty())
         stop.message += "; --from-offset " + std::to_string(job.place.offset) + " --state " +
                         stop.state + " resumes there";
@@ -147,7 +125,10 @@ failure stopped(convert_job &job, finding_kind kind, const unsigned char *text,
 }
 
 // Takes what was not converted. A newline that the target lacks still ends its line.
-static void step_over(convert_job &job, input &in, const unsigned char *text, size_t len) {
+static void step_over(convert_job &job, input &in, const unsigned char *text,
+                      const bad_input &bad) {
+    const size_t len = bad.len;
+    source_state(job.st) = state_after(job, text, bad);
     job.place.offset += len;
     job.place.column += 1;
     job.characters += 1;
@@ -171,6 +152,7 @@ static void handle_bad(convert_job &job, input &in, output &out, int error) {
         state = state_after_closing(job.way, state);
         write(out, job.ends.wanted);
         advance(job, job.place, text, bad.len, job.st.leg[0]);
+        source_state(job.st) = state_after(job, text, bad);
         job.bytes += bad.len;
         return take(in, bad.len);
     }
@@ -183,7 +165,7 @@ static void handle_bad(convert_job &job, input &in, output &out, int error) {
         note(job.found[kind], where);
         if (job.options->replace) write_replacement(job, out);
     }
-    step_over(job, in, text, bad.len);
+    step_over(job, in, text, bad);
 }
 
 // ---- what was converted to another character ----
@@ -344,13 +326,51 @@ static bool convert_piece(convert_job &job, input &in, output &out) {
     return true;
 }
 
+static bool begins_with(const input &in, const std::string &bytes) {
+    return in.fill - in.at >= bytes.size() &&
+           std::memcmp(in.block.data() + in.at, bytes.data(), bytes.size()) == 0;
+}
+
 // Takes what the first bytes say of the order of the others.
 static void learn_order(convert_job &job, input &in) {
     while (in.fill < 2 && more(in)) {
     }
-    const bool little = in.fill >= 2 && in.block[0] == 0xFF && in.block[1] == 0xFE;
+    const bool little = begins_with(in, "\xFF\xFE");
+    job.mark = little ? "\xFF\xFE" : "\xFE\xFF";
+    route_state told = job.st;
+    run(job.way, told, bytes_of(job.mark), job.mark.size(), false, job.scratch);
+    for (size_t i = 0; i < told.leg.size(); ++i) {
+        job.st.leg[i].ext_state = told.leg[i].ext_state;
+        job.st.leg[i].first_frag = 0;
+    }
     job.newline = little ? std::string("\n\0", 2) : std::string("\0\n", 2);
     if (!job.nel.empty()) job.nel = little ? std::string("\x85\0", 2) : std::string("\0\x85", 2);
+}
+
+static bool is_resumed(const convert_options &options) {
+    return options.from_offset > 0 || !options.state.empty();
+}
+
+// The mark of the other byte order would be the noncharacter U+FFFE, and what follows other
+// characters than those of the text.
+static void refuse_other_order(const convert_job &job, const input &in) {
+    const std::string other(job.mark.rbegin(), job.mark.rend());
+    if (other.size() != 2 || !begins_with(in, other)) return;
+    throw failure(bad_text, in.name + ": the text begins with the byte-order mark of " +
+                                (job.is_utf16 ? "utf16le" : "unicode (utf16be)") +
+                                "; -f utf16 reads either order, --keep-bom takes it as U+FFFE");
+}
+
+// Takes the byte-order mark at the start of a text.
+static void begin_text(convert_job &job, input &in) {
+    if (job.mark.empty() || (job.options->keeps_mark && !job.by_mark)) return;
+    while (in.fill < job.mark.size() && more(in)) {
+    }
+    if (!job.by_mark) refuse_other_order(job, in);
+    if (!begins_with(in, job.mark)) return;
+    job.place.offset += job.mark.size();
+    job.bytes += job.mark.size();
+    take(in, job.mark.size());
 }
 
 // Goes to where --from-offset says, in the state of --state.
@@ -380,10 +400,13 @@ static void convert_file(convert_job &job, const std::string &path, output &out)
     job.place = {};
     job.closed = false;
     if (job.by_mark) learn_order(job, in);
-    if (job.options->from_offset > 0) resume(job, in);
+    if (is_resumed(*job.options))
+        resume(job, in);
+    else
+        begin_text(job, in);
     do {
         while (convert_piece(job, in, out))
-            report_progress(job);
+            show_progress(job.progress, job.bytes);
     } while (more(in) || in.at < in.fill);
     close_text(job, out);
 }
@@ -415,11 +438,23 @@ static bool has_single_bytes(convert_job &job) {
     return true;
 }
 
+// A byte-order mark; throws failure for what is no encoding of Unicode.
+static std::string mark_of(const data_place &place, const code_set &set) {
+    route from_utf8;
+    byte_buffer made;
+    route_state st;
+    const bool fits = is_unicode(set.name) && open_route(place, utf8_code_set(), set, from_utf8);
+    if (!fits) throw failure(bad_usage, "--bom: " + set.name + " is no encoding of Unicode");
+    run(from_utf8, st, bytes_of("\xEF\xBB\xBF"), 3, false, made);
+    return std::string(made.text());
+}
+
 static void learn_source(const data_place &place, convert_job &job) {
     const code_set utf8 = utf8_code_set();
     job.is_utf8 = same_code_set(job.way.from, utf8);
     job.is_utf16 = same_code_set(job.way.from, unicode_code_set());
     job.by_mark = same_code_set(job.way.from, find_code_set("utf16"));
+    if (is_unicode(job.way.from.name)) job.mark = mark_of(place, job.way.from);
     if (job.is_utf8 || job.is_utf16) return;
     job.one_byte = has_single_bytes(job);
     job.has_to_utf8 = open_route(place, job.way.from, utf8, job.to_utf8);
@@ -431,17 +466,6 @@ static void learn_lines(const data_place &place, convert_job &job) {
     job.ends = plan_line_ends(job.options->newline, source, find_controls(place, job.way.to),
                               job.way.to.name);
     if (job.ends.changes()) job.nel = source.nel;
-}
-
-// A byte-order mark; throws failure for what is no encoding of Unicode.
-static std::string mark_of(const data_place &place, const code_set &set) {
-    route from_utf8;
-    byte_buffer made;
-    route_state st;
-    const bool fits = is_unicode(set.name) && open_route(place, utf8_code_set(), set, from_utf8);
-    if (!fits) throw failure(bad_usage, "--bom: " + set.name + " is no encoding of Unicode");
-    run(from_utf8, st, bytes_of("\xEF\xBB\xBF"), 3, false, made);
-    return std::string(made.text());
 }
 
 static void learn_replacement(const data_place &place, const common_options &common,
@@ -458,19 +482,6 @@ static void learn_replacement(const data_place &place, const common_options &com
     if (job.replacement_is_utf8 && !fits_target(job, job.replacement))
         throw failure(bad_text,
                       "--replace: " + job.way.to.name + " has no \"" + job.replacement + "\"");
-}
-
-// Adds up the sizes of all files, if every one has a size.
-static void measure_files(convert_job &job, const std::vector<std::string> &files) {
-    uint64_t total = 0;
-    for (const std::string &path : files) {
-        if (path != "-" && !is_regular_file(path)) return; // opening a pipe would disturb it
-        input in;
-        open(in, path);
-        if (in.size == 0) return;
-        total += in.size;
-    }
-    job.total = total;
 }
 
 // ---- files ----
@@ -518,15 +529,15 @@ static void convert_files(convert_job &job, const std::vector<std::string> &file
         if (job.records.to) write_records(job.records, lines, out);
         finish(out);
     } catch (const failure &e) {
-        clear_progress(job);
+        clear_progress(job.progress);
         if (!reports.empty()) reports.back().failure = e.what();
         if (job.stop && job.options->keeps_part) finish(out);
         throw;
     } catch (...) {
-        clear_progress(job);
+        clear_progress(job.progress);
         throw;
     }
-    clear_progress(job);
+    clear_progress(job.progress);
 }
 
 // Where the results go that --output-dir asks for. Throws failure if one would replace an input or
@@ -617,7 +628,7 @@ static void check_options(const convert_options &options) {
     if (!options.to_records.empty() && (options.writes_mark || options.keeps_part))
         throw failure(bad_usage,
                       "--to-records: records have neither a mark nor a part that is kept");
-    if (options.from_offset > 0 && options.files.size() > 1)
+    if (is_resumed(options) && options.files.size() > 1)
         throw failure(bad_usage, "--from-offset: one file only");
     if (!options.out_dir.empty() && options.files.empty())
         throw failure(bad_usage, "--output-dir: no file is given");
@@ -627,26 +638,21 @@ int run_convert(const common_options &common, const convert_options &options) {
     check_options(options);
     const bool by_rule = is_unicode(options.from) && is_unicode(options.to) && !options.translit;
     const data_place place = by_rule ? data_place{} : find_data(common, data_kind::conversions);
-    if (options.list) return list_code_sets(place, options.json);
+    if (options.list) return list_code_sets(place, options.json, options.out);
     convert_job job;
     job.options = &options;
     job.goes_on = options.skip || options.replace || options.report;
-    const unsigned marks = options.keeps_mark ? unsigned{KO_CONVERT_KEEP_MARK} : 0;
-    open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way,
-                      marks);
+    const bool resumed = is_resumed(options);
+    open_needed_route(place, find_code_set(options.from), find_code_set(options.to), job.way);
     learn_source(place, job);
     learn_lines(place, job);
     learn_replacement(place, common, job);
     learn_escapes(place, job);
     learn_records(place, job);
-    const std::string mark =
-        options.writes_mark && options.from_offset == 0 ? mark_of(place, job.way.to) : "";
+    const std::string mark = options.writes_mark && !resumed ? mark_of(place, job.way.to) : "";
     if (options.verbose) tell_way(job);
     const std::vector<std::string> files = inputs_of(options.files);
-    job.reports = options.progress && is_terminal(stderr);
-    if (job.reports) measure_files(job, files);
-    job.started = seconds_now();
-    job.next_report = job.started + 1.0;
+    start_progress(job.progress, options.progress, files);
     return convert_all(job, files, mark);
 }
 

@@ -76,8 +76,8 @@ bool open_route(const data_place &place, const code_set &from, const code_set &t
 void open_needed_route(const data_place &place, const code_set &from, const code_set &to,
                        route &way, unsigned flags = KO_CONVERT_KEEP_MARK);
 
-// Writes the list of code sets and compiled pairs to standard output.
-int list_code_sets(const data_place &place, bool json);
+// Writes the list of code sets and compiled pairs to a file, or standard output.
+int list_code_sets(const data_place &place, bool json, const std::string &path);
 
 // The result of a call of run.
 struct run_result {

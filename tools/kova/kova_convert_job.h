@@ -13,6 +13,7 @@
 #include "kova/kova_convert_newline.h"
 #include "kova/kova_frames.h"
 #include "kova/kova_io.h"
+#include "kova/kova_progress.h"
 #include "kova/kova_text.h"
 #include "kova/kova_translit.h"
 
@@ -53,8 +54,8 @@ struct stop_report {
     std::string kind, message, bytes;
     uint32_t code = no_code_point;
     text_place place;
-    size_t len = 0; // bytes of what stopped it
-    std::string state;
+    size_t len = 0;                // bytes of what stopped it
+    std::string state, next_state; // there, and after it
 };
 
 // What happened to one input.
@@ -82,6 +83,7 @@ struct convert_job {
     bool has_to_utf8 = false, has_from_utf8 = false, has_back = false;
     bool is_utf8 = false, is_utf16 = false, one_byte = false; // the source
     bool by_mark = false; // the byte order of the source, and so its newline, is in its first bytes
+    std::string mark;     // what may begin the source and is no character
     std::string newline = "\n", replacement;
     std::string nel; // ends a line of the source, too; "" if it does not
     line_ends ends;
@@ -109,11 +111,9 @@ struct convert_job {
     bool closed = false;
     uint64_t characters = 0; // counted for a report
     std::optional<stop_report> stop;
-    // Progress.
-    bool reports = false, reported = false;
-    uint64_t total = 0, bytes = 0;
+    kovacli::progress progress;
+    uint64_t bytes = 0;             // converted so far
     size_t piece = size_t{1} << 20; // converted at a time: little where much does not convert
-    double started = 0, next_report = 0;
 };
 
 inline const unsigned char *bytes_of(std::string_view text) {

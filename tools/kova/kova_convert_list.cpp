@@ -61,7 +61,7 @@ static std::string joined(const std::vector<std::string> &words, size_t first) {
     return text;
 }
 
-int list_code_sets(const data_place &place, bool json) {
+int list_code_sets(const data_place &place, bool json, const std::string &path) {
     std::map<uint16_t, listed_set> sets;
     std::set<std::string> known;
     for (const registry_entry &entry : registry_entries()) {
@@ -98,6 +98,7 @@ int list_code_sets(const data_place &place, bool json) {
         if (!targets.empty()) pairs.push_back({{name}, {targets}});
     }
     output out;
+    open(out, path);
     if (json) {
         write_json_rows(out, rows);
         write_json_rows(out, pairs);
@@ -124,31 +125,55 @@ static std::string folded(const std::string &name) {
     return text;
 }
 
+// A folded name whose number follows one of the words that all mean the same: "cp1252" for
+// "windows1252"; any other name as it is.
+static std::string numbered(const std::string &name) {
+    for (const std::string_view word : {"windows", "win", "ccsid", "cp", "ibm", "ms", "dos"}) {
+        const std::string rest = name.starts_with(word) ? name.substr(word.size()) : "";
+        if (!rest.empty() && rest.find_first_not_of("0123456789") == rest.npos) return "cp" + rest;
+    }
+    return name;
+}
+
 // How little a name resembles the wanted one: 0 for a part of it, then by what was mistyped;
 // SIZE_MAX if it does not.
 static size_t strangeness(const std::string &wanted, const std::string &name) {
     const std::string other = folded(name);
     if (other.size() < 3) return SIZE_MAX;
     if (other.find(wanted) != other.npos || wanted.find(other) != wanted.npos) return 0;
-    const size_t mistyped = distance(wanted, other);
+    const size_t mistyped =
+        std::min(distance(wanted, other), distance(numbered(wanted), numbered(other)));
     return mistyped * 4 <= wanted.size() ? mistyped : SIZE_MAX;
 }
 
-// "; there are sjis, shift-jis", or "" when nothing resembles the name.
+// Is a name of the kind that the first word of the wanted name asks for?
+static bool is_of_kind(const std::string &wanted, const std::string &name) {
+    const bool host = wanted.starts_with("ibm") || wanted.starts_with("ccsid");
+    if (wanted.starts_with("win")) return name.starts_with("cp125");
+    return name.starts_with("ibm") == host;
+}
+
+// "; there are sjis, cp932", one name a code set, or "" when nothing resembles the name.
 static std::string similar_names(const std::string &name) {
     constexpr size_t most = 5;
     const std::string wanted = folded(name);
     if (wanted.size() < 2) return "";
-    std::vector<std::pair<size_t, std::string>> close;
+    std::vector<std::pair<std::pair<size_t, bool>, registry_entry>> close;
     for (const registry_entry &entry : registry_entries())
         if (const size_t far = strangeness(wanted, entry.name); far != SIZE_MAX)
-            close.push_back({far, entry.name});
-    std::stable_sort(close.begin(), close.end(),
-                     [](const auto &a, const auto &b) { return a.first < b.first; });
-    close.resize(std::min(close.size(), most));
+            close.push_back({
+                {far, !is_of_kind(wanted, entry.name)},
+                entry
+            });
+    const bool by_kind = wanted.starts_with("win"); // whatever number was mistyped
+    std::stable_sort(close.begin(), close.end(), [&](const auto &a, const auto &b) {
+        return by_kind && a.first.second != b.first.second ? b.first.second : a.first < b.first;
+    });
     std::string text;
-    for (const auto &[far, one] : close)
-        text += (text.empty() ? "; there are " : ", ") + one;
+    std::set<uint16_t> told;
+    for (const auto &[far, entry] : close)
+        if (told.size() < most && told.insert(entry.number).second)
+            text += (text.empty() ? "; there are " : ", ") + entry.name;
     return text;
 }
 

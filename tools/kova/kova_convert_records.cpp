@@ -27,6 +27,19 @@ static bool holds_end(const line_controls &set, std::string_view record) {
     return false;
 }
 
+// What separates the lines of a result whose lines are records.
+static std::string line_end(const data_place &place, const convert_job &job) {
+    const line_controls &target = job.records.target;
+    if (!job.ends.wanted.empty()) return job.ends.wanted;
+    if (job.options->newline != "keep") return end_of(target);
+    // The end of a line of the source as the target has it, which no option changes.
+    const std::string &kept = find_controls(place, job.way.from).host ? target.nel : target.lf;
+    if (kept.empty())
+        throw failure(bad_usage, "--to-records: " + job.way.to.name +
+                                     " lacks the end of a line that --newline keep leaves");
+    return kept;
+}
+
 static line_controls controls_of(const data_place &place, const code_set &set) {
     const line_controls found = find_controls(place, set);
     if (end_of(found).empty())
@@ -48,8 +61,7 @@ void learn_records(const data_place &place, convert_job &job) {
     if (options.to_records.empty()) return;
     records.to = parse_frames(options.to_records);
     records.target = controls_of(place, job.way.to);
-    const std::string &wanted = job.ends.wanted;
-    records.to->newline = wanted.empty() ? end_of(records.target) : wanted;
+    records.to->newline = line_end(place, job);
     route_state st;
     route from_utf8;
     if (open_route(place, utf8_code_set(), job.way.to, from_utf8)) {

@@ -19,6 +19,8 @@ void note(finding &found, const std::string &where) {
 static bool is_asked_for(size_t kind) { return kind >= transliterated; }
 
 static void tell_report(const convert_job &job) {
+    if (job.way.legs == 0)
+        kovatool::tell("kova", "the same code set: bytes are copied and not examined");
     for (size_t kind = 0; kind < job.found.size(); ++kind) {
         const finding &found = job.found[kind];
         if (found.count == 0 && is_asked_for(kind)) continue;
@@ -68,6 +70,7 @@ static json stop_json(const stop_report &stop) {
     object["resume_offset"] = stop.place.offset;
     object["next_offset"] = stop.place.offset + stop.len;
     object["state"] = stop.state;
+    object["next_state"] = stop.next_state;
     object["message"] = stop.message;
     return object;
 }
@@ -102,10 +105,11 @@ static json input_json(const convert_job &job, const input_report &one) {
 
 void write_report(const convert_job &job, const std::vector<input_report> &inputs, int status) {
     json all = {
-        {"from",   job.way.from.name},
-        {"to",     job.way.to.name  },
-        {"status", status           },
-        {"files",  json::array()    }
+        {"from",     job.way.from.name},
+        {"to",       job.way.to.name  },
+        {"examined", job.way.legs > 0 }, // not copied from a code set to itself
+        {"status",   status           },
+        {"files",    json::array()    }
     };
     for (const input_report &one : inputs)
         all["files"].push_back(input_json(job, one));

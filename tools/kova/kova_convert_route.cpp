@@ -284,9 +284,9 @@ std::string closing_shift(route &way, int state) {
 }
 
 int state_after_closing(const route &way, int state) {
-    constexpr uint16_t korean = 57502; // whose announcement stands once
+    constexpr uint16_t korean = 57502; // whose announcement stands once, and closing writes it
     constexpr int announced = 1 << 17;
-    return way.to.number == korean ? state & announced : 0;
+    return way.to.number == korean && state != 0 ? announced : 0;
 }
 
 bool has_object(const route &way) { return !way.files.empty() && way.files[0] != no_object; }

@@ -450,7 +450,10 @@ nlohmann::ordered_json fits_json(const sample &given, const std::vector<fit> &fi
 int run_detect(const common_options &common, const convert_options &options) {
     const data_place place = find_data(common, data_kind::conversions);
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
+    if (!options.out_dir.empty())
+        throw failure(bad_usage, "--detect: all answers go to standard output or -o FILE");
     output out;
+    open(out, options.out);
     int status = done;
     for (const std::string &path : inputs_of(options.files)) {
         sample given;
