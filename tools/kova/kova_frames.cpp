@@ -71,6 +71,15 @@ static size_t word_length(std::string_view word) {
     return size_t{static_cast<unsigned char>(word[0])} << 8 | static_cast<unsigned char>(word[1]);
 }
 
+// The length in a block's word, 0 if it is none. Where its first bit is set, all others are the
+// length of a large block.
+static size_t block_length(std::string_view word) {
+    const size_t high = word_length(word), low = word_length(word.substr(2));
+    const size_t length = high & 0x8000 ? (high & 0x7FFF) << 16 | low : high;
+    const bool is_word = length >= word_bytes && (high & 0x8000 || low == 0);
+    return is_word ? length : 0;
+}
+
 static bool read_fixed(frame_reader &reader, std::string &record) {
     if (!have(reader, reader.format.length, "a record")) return false;
     record = here(reader, reader.format.length);
@@ -106,14 +115,14 @@ static bool read_line(frame_reader &reader, std::string &record) {
     }
 }
 
-// Enters the next block; false at the end of the file.
-static bool enter_block(frame_reader &reader) {
+// Enters the next block; false at the end of the file, and before a record also where reading
+// stops.
+static bool enter_block(frame_reader &reader, bool inside) {
     while (reader.block_left == 0) {
-        if (offset_of(reader) >= reader.end) return false;
+        if (!inside && offset_of(reader) >= reader.end) return false;
         if (!have(reader, word_bytes, "a block's descriptor word")) return false;
-        const size_t length = word_length(here(reader, word_bytes));
-        if (length < word_bytes ||
-            here(reader, word_bytes).substr(2) != std::string_view("\0\0", 2))
+        const size_t length = block_length(here(reader, word_bytes));
+        if (length == 0)
             refuse(reader, "no block's descriptor word; is the file of another form than --records "
                            "says?");
         take(*reader.in, word_bytes);
@@ -123,9 +132,9 @@ static bool enter_block(frame_reader &reader) {
 }
 
 // Reads one record or part of one after its word. Returns the word's third byte, -1 at the end.
-static int read_part(frame_reader &reader, std::string &record) {
+static int read_part(frame_reader &reader, std::string &record, bool inside) {
     const bool blocks = reader.format.kind != frame_kind::variable;
-    if (blocks && !enter_block(reader)) return -1;
+    if (blocks && !enter_block(reader, inside)) return -1;
     if (!have(reader, word_bytes, "a record's descriptor word")) {
         if (reader.block_left > 0) refuse(reader, "the file ends inside a block");
         return -1;
@@ -147,11 +156,11 @@ static int read_part(frame_reader &reader, std::string &record) {
 
 // Parts: 0 all of a record, 1 its first part, 2 its last, 3 one between.
 static bool read_parts(frame_reader &reader, std::string &record) {
-    int part = read_part(reader, record);
+    int part = read_part(reader, record, false);
     if (part < 0) return false;
     if (part > 1) refuse(reader, "a record begins with a later part");
     while (part == 1 || part == 3) {
-        part = read_part(reader, record);
+        part = read_part(reader, record, true);
         if (part < 2) refuse(reader, "a record lacks its last part");
         if (record.size() > longest_record) refuse(reader, "a record is longer than 64 MiB");
     }
@@ -160,7 +169,7 @@ static bool read_parts(frame_reader &reader, std::string &record) {
 
 bool read_frame(frame_reader &reader, std::string &record) {
     record.clear();
-    if (reader.block_left == 0 && offset_of(reader) >= reader.end) return false;
+    if (offset_of(reader) >= reader.end) return false;
     reader.at = offset_of(reader);
     const frame_kind kind = reader.format.kind;
     const bool read = kind == frame_kind::fixed   ? read_fixed(reader, record)
@@ -172,29 +181,36 @@ bool read_frame(frame_reader &reader, std::string &record) {
 
 // ---- parts ----
 
-// The first place at or after an offset where a unit of the file begins. Units are told by their
-// words alone.
-static uint64_t boundary(const std::string &path, const frame_format &format, uint64_t wanted) {
+namespace {
+struct record_start {
+    uint64_t offset = 0;
+    size_t block_left = 0;
+    unsigned long long before = 0; // records
+};
+} // namespace
+
+// Where the first record begins at or after an offset: all before it are read, because their words
+// alone tell.
+static record_start first_record(const std::string &path, const frame_format &format,
+                                 uint64_t wanted) {
     input in;
     open(in, path);
     frame_reader reader{&in, format};
-    while (offset_of(reader) < wanted && have(reader, word_bytes, "a descriptor word")) {
-        const std::string_view word = here(reader, word_bytes);
-        const size_t length = word_length(word);
-        if (length < word_bytes) refuse(reader, "no descriptor word");
-        if (!have(reader, length, "a block or record")) break;
-        take(in, length);
+    reader.end = wanted;
+    for (std::string record; read_frame(reader, record);) {
     }
-    return offset_of(reader);
+    return {offset_of(reader), reader.block_left, reader.count};
 }
 
-static uint64_t part_start(const frame_reader &reader, const std::string &path, uint64_t size,
-                           uint64_t part, uint64_t parts) {
-    if (part == 0) return 0;
-    if (part == parts) return size;
-    if (reader.format.kind == frame_kind::fixed)
-        return size / reader.format.length * part / parts * reader.format.length;
-    return boundary(path, reader.format, size / parts * part);
+static record_start part_start(const frame_reader &reader, const std::string &path, uint64_t size,
+                               uint64_t part, uint64_t parts) {
+    if (part == 0) return {};
+    if (part == parts) return {.offset = size};
+    if (reader.format.kind != frame_kind::fixed)
+        return first_record(path, reader.format, size / parts * part);
+    const uint64_t records = size / reader.format.length;
+    const uint64_t before = records / parts * part + records % parts * part / parts;
+    return {.offset = before * reader.format.length, .before = before};
 }
 
 static void skip_to(input &in, uint64_t offset) {
@@ -206,16 +222,17 @@ static void skip_to(input &in, uint64_t offset) {
 
 void choose_part(frame_reader &reader, unsigned part, unsigned parts) {
     const frame_kind kind = reader.format.kind;
-    if (kind == frame_kind::lines || kind == frame_kind::spanned)
-        throw failure(bad_usage, "--part: records of this form do not begin at places that can be "
-                                 "told; it takes fb, v and vb");
+    if (kind == frame_kind::lines)
+        throw failure(bad_usage, "--part takes the forms fb, v, vb and vbs");
     const uint64_t size = reader.in->size;
     const std::string path = reader.in->name;
     if (size == 0 || !is_regular_file(path))
         throw failure(bad_usage, "--part needs a regular file that has a name");
-    const uint64_t start = part_start(reader, path, size, part - 1, parts);
-    reader.end = part_start(reader, path, size, part, parts);
-    skip_to(*reader.in, start);
+    const record_start start = part_start(reader, path, size, part - 1, parts);
+    reader.end = part_start(reader, path, size, part, parts).offset;
+    skip_to(*reader.in, start.offset);
+    reader.block_left = start.block_left;
+    reader.count = start.before;
 }
 
 // ---- writing ----

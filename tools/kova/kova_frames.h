@@ -32,13 +32,12 @@ struct frame_reader {
     size_t block_left = 0;        // of a block
     uint64_t end = UINT64_MAX;    // where reading stops, if the file goes on
     uint64_t at = 0;              // offset of the record last read
-    unsigned long long count = 0; // records read
+    unsigned long long count = 0; // records up to the one last read
 };
 // Reads the next record; false at the end. Throws failure for what is no record.
 bool read_frame(frame_reader &reader, std::string &record);
 
-// Sets a reader to one of several parts of its file, which begin and end with records; in a file of
-// blocks, with blocks.
+// Sets a reader to one of several parts of its file, which begin and end with records.
 void choose_part(frame_reader &reader, unsigned part, unsigned parts);
 
 struct frame_writer {

@@ -1,6 +1,8 @@
 // Options and help of the commands about code sets: convert, records, chart and symbols.
 #include "kova/kova_options.h"
 
+#include "kova/kova_progress.h"
+
 namespace kovacli {
 
 static void add_escapes(CLI::App &command, convert_options &o) {
@@ -162,8 +164,11 @@ void add_records(CLI::App &app, command_line &args) {
     command.add_option("file", o.files, "Files; - or none: standard input")->type_name("FILE");
     command.add_option("-o,--output", o.out, "Write to FILE, in one step at the end")
         ->type_name("FILE");
+    command.add_flag("--no-progress", args.no_progress,
+                     "No progress line on the terminal for long input");
     const auto run = [&args, &o, &part, &bad_fields] {
         choose_part(part, o);
+        if (args.no_progress) forbid_progress();
         o.keep_bad = !bad_fields.empty();
         return run_records(args.common, o);
     };

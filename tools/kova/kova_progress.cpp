@@ -8,6 +8,10 @@
 
 namespace kovacli {
 
+static bool forbidden = false;
+
+void forbid_progress() { forbidden = true; }
+
 static std::string amount(double bytes) {
     char text[40];
     const bool large = bytes >= 1073741824.0;
@@ -30,7 +34,7 @@ static uint64_t total_of(const std::vector<std::string> &files) {
 }
 
 void start_progress(progress &line, bool wanted, const std::vector<std::string> &files) {
-    line.wanted = wanted && is_terminal(stderr);
+    line.wanted = wanted && !forbidden && is_terminal(stderr);
     if (line.wanted) line.total = total_of(files);
     line.started = seconds_now();
     line.next = line.started + 1.0;

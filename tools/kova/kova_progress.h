@@ -13,6 +13,8 @@ struct progress {
     double started = 0, next = 0;
 };
 
+void forbid_progress(); // no line is shown by this process
+
 // Begins to count, where standard error is a terminal.
 void start_progress(progress &line, bool wanted, const std::vector<std::string> &files);
 // Shows the line, at most five times a second and not in the first second.

@@ -9,6 +9,7 @@
 #include "kova/kova_convert_newline.h"
 #include "kova/kova_frames.h"
 #include "kova/kova_layout.h"
+#include "kova/kova_progress.h"
 #include "kova/kova_text.h"
 
 namespace kovacli {
@@ -25,6 +26,8 @@ struct records_job {
     std::string place; // of the record at hand, for messages
     unsigned long long bad = 0;
     std::string first_bad;
+    kovacli::progress progress;
+    uint64_t bytes = 0; // of the files before the one at hand
 };
 
 [[noreturn]] void refuse(const records_job &job, const std::string &why) {
@@ -157,7 +160,9 @@ void decode_file(records_job &job, frame_format format, const std::string &path,
                     std::to_string(reader.at);
         decode_record(job, record, row);
         write(out, job.options->csv ? csv_row(job, row) : json_row(job.fields, row));
+        if ((reader.count & 1023) == 0) show_progress(job.progress, job.bytes + in.offset);
     }
+    job.bytes += in.offset;
 }
 
 // ---- to records ----
@@ -198,10 +203,13 @@ std::string encode_record(const records_job &job, const record_row &row, size_t 
     std::string record;
     size_t known = 0, at = 0;
     bool cut = false;
+    const layout_field *absent = nullptr; // a number, in place of which no blanks can stand
     const auto bytes_named = [&](const std::string &name, size_t place) {
         const auto found = row.find(name);
         if (found == row.end()) return;
         ++known;
+        if (absent && place > record.size())
+            refuse(job, absent->name + " is absent before " + name);
         const row_value &value = found->second[0];
         const std::string bytes = unhex(value.text);
         if (found->second.size() != 1 || !value.bytes || bytes.empty())
@@ -217,16 +225,20 @@ std::string encode_record(const records_job &job, const record_row &row, size_t 
             for (at = field.offset; const row_value &value : found->second) {
                 if (cut) refuse(job, field.name + " comes after a field that is not whole");
                 const std::string bytes = encode_value(job, field, value);
+                if (absent) refuse(job, absent->name + " is absent before " + field.name);
                 place_bytes(job, field.name, at, bytes, record);
                 cut = bytes.size() < field.length;
                 at += field.length;
             }
         }
+        const size_t values = found == row.end() ? 0 : found->second.size();
+        if (!absent && is_number(field) && values < field.times) absent = &field;
         if (field.end() > 0) bytes_named(gap_name + std::to_string(field.end()), field.end());
     }
     if (row.contains(rest_name)) bytes_named(rest_name, record.size());
     if (known < row.size())
         refuse(job, "the layout has no field \"" + unknown_name(job, row) + "\"");
+    if (absent && record.size() < fixed) refuse(job, absent->name + " is absent");
     if (record.size() < fixed) record += blanks(job.fields, fixed - record.size());
     return record;
 }
@@ -286,7 +298,24 @@ void encode_file(records_job &job, const frame_format &format, const std::string
         const std::string record = encode_record(job, row, fixed);
         if (fixed && record.size() > fixed) refuse(job, "the record is longer than the others");
         write_frame(writer, record);
+        if ((lines.count & 1023) == 0) show_progress(job.progress, job.bytes + in.offset);
     }
+    job.bytes += in.offset;
+}
+
+void convert_files(records_job &job, const frame_format &format, output &out) {
+    const records_options &options = *job.options;
+    const std::vector<std::string> files = inputs_of(options.files);
+    start_progress(job.progress, true, files);
+    if (options.csv && !options.encode && options.part == 1) write(out, csv_head(job.fields));
+    frame_writer writer{&out, format};
+    for (const std::string &path : files) {
+        if (options.encode)
+            encode_file(job, format, path, writer);
+        else
+            decode_file(job, format, path, out);
+    }
+    finish_frames(writer);
 }
 
 } // namespace
@@ -311,15 +340,13 @@ int run_records(const common_options &common, const records_options &options) {
     }
     output out;
     open(out, options.out);
-    frame_writer writer{&out, format};
-    if (options.csv && !options.encode && options.part == 1) write(out, csv_head(job.fields));
-    for (const std::string &path : inputs_of(options.files)) {
-        if (options.encode)
-            encode_file(job, format, path, writer);
-        else
-            decode_file(job, format, path, out);
+    try {
+        convert_files(job, format, out);
+    } catch (const failure &) {
+        clear_progress(job.progress);
+        throw;
     }
-    finish_frames(writer);
+    clear_progress(job.progress);
     finish(out);
     if (job.bad > 0)
         kovatool::tell("kova", std::to_string(job.bad) + (job.bad == 1 ? " field" : " fields") +
