@@ -22,7 +22,7 @@ if(KOVA_SANITIZE)
 endif()
 
 # Optimisation for sources that are built more often than they run.
-if(KOVA_SANITIZE)
+if(KOVA_SANITIZE OR KOVA_QUICK)
   set(kova_quick_build -O0)
 else()
   set(kova_quick_build $<$<CONFIG:Release>:-O1>)

@@ -93,21 +93,34 @@ endif()
 set_source_files_properties(${tools}/common/tool_help.cpp PROPERTIES
     COMPILE_DEFINITIONS KOVA_RELEASE="${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}")
 
-# Tables of options, and under sanitizers JSON and expressions, take long to optimise and run rarely.
+# Tables of options take long to optimise and run rarely. Builds for checks optimise no command; under
+# sanitizers kovac and what passes over whole texts still are.
 file(GLOB quick CONFIGURE_DEPENDS ${tools}/kova/kova_options*.cpp)
 list(APPEND quick ${tools}/common/tool_describe.cpp ${tools}/common/tool_help.cpp
      ${tools}/kova/kova_words.cpp)
-set(json ${tools}/kova/kova_batch.cpp ${tools}/kova/kova_convert_report.cpp
-    ${tools}/kova/kova_convert_list.cpp ${tools}/kova/kova_chart.cpp ${tools}/kova/kova_order_page.cpp)
-set(expressions)
-if(KOVA_SANITIZE)
-  list(APPEND quick ${json})
-  set(expressions ${kova_quick_build})
+set(busy)
+if(KOVA_QUICK)
+  target_compile_options(kova_tool_compile INTERFACE -O0)
+elseif(KOVA_SANITIZE)
+  target_compile_options(kova_parts PRIVATE -O0)
+  set(busy char clusters convert convert_route detect detect_cost fields io measure read records
+      sort_entries sort_key sort_lines sort_runs text width wrap)
+  list(TRANSFORM busy REPLACE "(.+)" "${tools}/kova/kova_\\1.cpp")
+  set_source_files_properties(${busy} PROPERTIES COMPILE_OPTIONS -O1)
 endif()
 set_source_files_properties(${quick} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
+# These builds read the standard headers once. The release does not, which shows that each source
+# includes what it uses; a source with other options than its room cannot.
+if(KOVA_QUICK OR KOVA_SANITIZE)
+  foreach(room kova kovac)
+    target_precompile_headers(${room}_parts PRIVATE <algorithm> <array> <charconv> <cstdio> <cstring>
+        <functional> <map> <memory> <set> <stdexcept> <string> <string_view> <unordered_map> <vector>)
+  endforeach()
+  set_source_files_properties(${busy} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+endif()
 # The compiler takes what is inside std::regex for uninitialised.
 set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES COMPILE_OPTIONS
-    "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>;${expressions}")
+    "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)
