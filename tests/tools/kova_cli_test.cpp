@@ -152,7 +152,7 @@ TEST_F(KovaCli, KeepsLinesAsTheyAre) {
     writes("", "a\nb\n", "\uFEFFb\na\n");
     writes("", longer_than_a_block + "\nb\n", "b\n" + longer_than_a_block);
     command = "kova sort -l de_DE -r";
-    writes("", "ab\nÄ\nA\na\na\0b\n"s, "A\nÄ\na\nab\na\0b\n"s);
+    writes("", "ab\nÄ\nA\na\0b\na\n"s, "A\nÄ\na\nab\na\0b\n"s);
 }
 
 TEST_F(KovaCli, StopsAtABadCharacterWithItsPlaceUnlessToldToGoOn) {
