@@ -28,6 +28,7 @@ TEST_F(KovaFormat, WritesAndReadsMoney) {
     fails(1, "POSIX %n --parse 5", "POSIX has no conventions of money");
     fails(2, "de_DE.unicode %n 12345678901234567.89", "has more digits than an amount can have");
     fails(2, "de_DE.unicode %.7n 0.1234567", "has more digits than an amount can have");
+    fails(2, "de_DE.unicode %.4294967295n 0.1234567", "has more digits than an amount can have");
     writes("de_DE.unicode '%=.#5n' --parse 100.000", "100000\n");
     fails(1, "de_DE.unicode %n --parse '0.123 €'", "by \".\" does not begin with 0");
     writes("de_DE.unicode %n --parse '0,00 €'", "0\n");

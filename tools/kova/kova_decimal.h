@@ -1,7 +1,9 @@
 // Decimal numbers of any length, without rounding, and the units of 1000 and 1024 that follow them.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 
 namespace kovacli {
@@ -43,5 +45,10 @@ struct scaled {
 // Divides by the largest unit that leaves a whole part, and rounds: to places, or for -1 to one
 // digit below ten and none above.
 scaled scaled_to(decimal number, unit_scale scale, int places, rounding rule);
+
+// The number that digits begin with; most if it is larger, however many digits it has.
+inline int number_up_to(const char *digits, int most) {
+    return int(std::min(std::strtol(digits, nullptr, 10), long{most}));
+}
 
 } // namespace kovacli

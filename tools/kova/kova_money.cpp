@@ -90,7 +90,7 @@ static int places_of(const koconv *conv, const format_directive &d) {
     while (at < d.modifiers.size() && std::strchr("!(+-^=", d.modifiers[at]))
         at += d.modifiers[at] == '=' ? 2u : 1u;
     const size_t point = d.modifiers.find('.', at);
-    if (point != std::string::npos) return std::min(std::atoi(d.modifiers.c_str() + point + 1), 99);
+    if (point != std::string::npos) return number_up_to(d.modifiers.c_str() + point + 1, 99);
     constexpr char unknown = 127;
     const char places = !conv                 ? unknown
                         : d.conversion == 'i' ? conv->int_frac_digits

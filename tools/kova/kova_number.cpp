@@ -281,7 +281,7 @@ static double real_value(const format_directive &d, const std::string &argument,
     if (!read_decimal(argument, number)) return value; // infinite, or none
     const size_t point = d.modifiers.find('.');
     const char *const digits = point == std::string::npos ? "" : d.modifiers.c_str() + point + 1;
-    int places = *digits >= '0' && *digits <= '9' ? std::min(std::atoi(digits), most_places) : 6;
+    int places = *digits >= '0' && *digits <= '9' ? number_up_to(digits, most_places) : 6;
     const bool general = (d.conversion | 0x20) == 'g';
     if (d.conversion != 'f' && number.point > -most_places)
         places = (general ? std::max(places, 1) : places + 1) - int(number.point);
@@ -319,7 +319,7 @@ static bool write_scaled(const format_job &job, const format_directive &d,
     const codec &code = job.code;
     const size_t point = d.modifiers.find('.');
     const int places =
-        point == std::string::npos ? -1 : std::min(std::atoi(d.modifiers.c_str() + point + 1), 15);
+        point == std::string::npos ? -1 : number_up_to(d.modifiers.c_str() + point + 1, 15);
     decimal number = read_with_unit(argument, what, scale_named(options.from));
     const scaled value = scaled_to(std::move(number), scale_named(options.to), places,
                                    rounding_named(options.round));

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "kova/kova_char.h"
+#include "kova/kova_decimal.h"
 
 namespace kovacli {
 namespace {
@@ -71,7 +72,7 @@ int most_digits(const piece &p) {
     const int usual = p.letter == 'Y' || p.letter == 'G' ? 4 : p.letter == 'j' ? 3 : number ? 2 : 0;
     if (p.letter == 'F') return 6;
     if (has_letter(p.before, 'O')) return usual ? 4 : 0; // characters of a digit
-    if (usual && size < p.before.find('.')) return std::min(std::atoi(p.before.c_str() + size), 9);
+    if (usual && size < p.before.find('.')) return number_up_to(p.before.c_str() + size, 9);
     return usual;
 }
 
