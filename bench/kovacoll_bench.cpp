@@ -38,6 +38,15 @@ constexpr language swedish = {
     "stad v\xE4g k\xF6p h\xE4st sk\xF6n sj\xF6 b\xE5t en et ar or er na ning het lig isk sam bar "
     "ord "
     "skrift spel berg skog f\xE4r styck l\xE4r skol v\xE4n kraft vagn ljus natt"};
+constexpr language czech = {
+    script::latin1, // one byte a character
+    "cs_CZ.8859-2",
+    "cs_CZ.ISO-8859-2",
+    "ISO-8859-2",
+    "cs",
+    "ba b\xEC cho chy \xE8i do d\xEC hlav j\xE1 j\xED ko k\xF9 le le\xBE\xE1 m\xEC na n\xEC ov\xE1 "
+    "po p\xF8\xED \xF8"
+    "e \xF8o sta \xB9\xBB t\xE1 \xBBuk va v\xFD za \xBElu n\xFD ost"};
 constexpr language japanese = {script::euc_jp, "ja_JP.EUC-JP", "ja_JP.EUC-JP",
                                "EUC-JP",       "ja",           nullptr};
 
@@ -217,12 +226,17 @@ void few_rounds(benchmark::internal::Benchmark *row) {
 
 BENCHMARK_CAPTURE(compare_words, random_de, german, false)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(compare_words, random_sv, swedish, false)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(compare_words, random_cs, czech, false)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(compare_words, random_euc_jp, japanese, false)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(compare_words, neighbours_de, german, true)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(compare_words, neighbours_sv, swedish, true)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(compare_words, neighbours_cs, czech, true)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(compare_words, neighbours_euc_jp, japanese, true)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(word_keys, de, german)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(word_keys, sv, swedish)->Apply(paired_rounds);
+BENCHMARK_CAPTURE(word_keys, cs, czech)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(word_keys, euc_jp, japanese)->Apply(paired_rounds);
 BENCHMARK_CAPTURE(sort_words, 200000_de, german)->Apply(few_rounds);
 BENCHMARK_CAPTURE(sort_words, 200000_sv, swedish)->Apply(few_rounds);
+BENCHMARK_CAPTURE(sort_words, 200000_cs, czech)->Apply(few_rounds);
+BENCHMARK_CAPTURE(sort_words, 200000_euc_jp, japanese)->Apply(few_rounds);
