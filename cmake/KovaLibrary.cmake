@@ -100,8 +100,8 @@ else()
                         -Wl,-exported_symbols_list,${PROJECT_BINARY_DIR}/kova.symbols)
   endif()
   # Bound when the library is loaded: otherwise the first load of a locale would look up a hundred
-  # symbols.
-  foreach(flag --as-needed -z,now)
+  # symbols. Calls of exports from inside go straight to them.
+  foreach(flag --as-needed -z,now -Bsymbolic-functions)
     string(MAKE_C_IDENTIFIER "KOVA_LINKER${flag}" has)
     check_linker_flag(C -Wl,${flag} ${has})
     if(${has})

@@ -1,5 +1,6 @@
 // The text form of look-up tables inside locale, charmap and conversion objects: runs of flags and
 // items, node by node. Writing goes through the host's write hook, reading through text_in.
+#include "kovablocks.h"
 #include "kovamulti.h"
 
 #include <stdio.h>
@@ -208,10 +209,46 @@ static bool read_items(text_in *in, const host_items &items, unsigned char *slot
     return true;
 }
 
+#ifdef KOVA_BYTE_BLOCKS
+
+// Reads numbers of four digits, as many as there are whole blocks of proper digits.
+static unsigned read_numbers(const unsigned char *p, unsigned char *slots, unsigned count) {
+    unsigned done = 0;
+    for (__m128i bytes; count - done >= 4 && hex_bytes(load_digits(p), &bytes); done += 4, p += 16)
+        store_eight(slots + size_t{2} * done, hex_numbers(bytes));
+    return done;
+}
+
+// Reads entries that fill their slots of 2 or 4 bytes, as many as there are whole blocks of them.
+template <unsigned slot_bytes>
+static unsigned read_full_entries(text_in *in, unsigned char *slots, unsigned count) {
+    constexpr unsigned in_block = 8 / slot_bytes;
+    const __m128i most = slot_bytes == 2 ? _mm_set1_epi16(1) : _mm_set1_epi32(3);
+    const __m128i mask = slot_bytes == 2 ? _mm_set1_epi16(7) : _mm_set1_epi32(7);
+    unsigned done = 0;
+    for (__m128i bytes; count - done >= in_block && in->end - in->pos >= 16; in->pos += 16) {
+        if (!hex_bytes(load_digits(in->pos), &bytes)) break;
+        const __m128i lengths = _mm_and_si128(bytes, mask);
+        if (_mm_movemask_epi8(_mm_cmpeq_epi8(lengths, most)) != 0xFFFF) break;
+        store_eight(slots + size_t{slot_bytes} * done, bytes);
+        done += in_block;
+    }
+    return done;
+}
+
+#else
+
+static unsigned read_numbers(const unsigned char *, unsigned char *, unsigned) { return 0; }
+template <unsigned> static unsigned read_full_entries(text_in *, unsigned char *, unsigned) {
+    return 0;
+}
+
+#endif
+
 static bool read_items(text_in *in, const ub2_items &, unsigned char *slots, unsigned count,
                        const mb_decode *) {
     const bool in_memory = !in->stream && in->end - in->pos >= ptrdiff_t{4} * int(count);
-    for (unsigned i = 0; i < count; ++i) {
+    for (unsigned i = in_memory ? read_numbers(in->pos, slots, count) : 0; i < count; ++i) {
         unsigned value;
         if (in_memory) {
             value = get_hex4(in->pos + size_t{4} * i);
@@ -273,12 +310,29 @@ static bool read_entries(text_in *in, unsigned char *slot, unsigned count, unsig
     return true;
 }
 
+// Reads entries by blocks where they fill their slots, as in most runs, and some one by one where
+// not. *done and false as above.
+template <unsigned slot_bytes>
+static bool read_slots(text_in *in, unsigned char *slots, unsigned count, unsigned most,
+                       unsigned *done) {
+    const unsigned some = most == slot_bytes - 1 ? 8 : count;
+    for (unsigned i = 0, n = 1; i < count && n; *done = i += n) {
+        if (most == slot_bytes - 1)
+            i += read_full_entries<slot_bytes>(in, slots + slot_bytes * i, count - i);
+        const unsigned left = count - i;
+        if (!read_entries<slot_bytes>(in, slots + slot_bytes * i, left < some ? left : some, most,
+                                      &n))
+            return false;
+    }
+    return true;
+}
+
 static bool read_items(text_in *in, const entry_items &, unsigned char *slots, unsigned count,
                        const mb_decode *table) {
     const unsigned most = unsigned(table->data_size) - 1, log_size = table->log_data_size;
     unsigned i = 0;
-    if (!in->stream && log_size == 1 && !read_entries<2>(in, slots, count, most, &i)) return false;
-    if (!in->stream && log_size == 2 && !read_entries<4>(in, slots, count, most, &i)) return false;
+    if (!in->stream && log_size == 1 && !read_slots<2>(in, slots, count, most, &i)) return false;
+    if (!in->stream && log_size == 2 && !read_slots<4>(in, slots, count, most, &i)) return false;
     for (; i < count; ++i)
         if (!read_entry(in, slots + (size_t{i} << log_size), most)) return false;
     return true;

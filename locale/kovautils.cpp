@@ -3,6 +3,7 @@
 
 #include "kovaextsa.h"
 
+#include <float.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -111,6 +112,20 @@ static const char *scan_exponent(digit_text *d, const char *s) {
     return p;
 }
 
+// A number of few digits and a small power of ten are exact as doubles, so that one operation
+// rounds correctly: as most numbers of data files do, without the C library's conversion.
+static bool is_small(const digit_text *d, double *value) {
+    static constexpr double powers[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7};
+    constexpr int digits_max_small = 9, power_max = 7;
+    if (FLT_EVAL_METHOD || d->len > digits_max_small) return false;
+    if (d->exponent < -power_max || d->exponent > power_max) return false;
+    unsigned number = 0;
+    for (int i = 0; i < d->len; ++i)
+        number = number * 10 + unsigned(d->text[i] - '0');
+    *value = d->exponent < 0 ? number / powers[-d->exponent] : number * powers[d->exponent];
+    return true;
+}
+
 static void append_exponent(digit_text *d) {
     long long rest = d->exponent;
     if (rest > 99999) rest = 99999; // far beyond every double either way
@@ -142,7 +157,10 @@ double c_strtod(const char *text, const char **end) {
         return 0;
     *end = scan_exponent(&d, s);
     if (!d.len) return negative ? -0.0 : 0.0;
-    append_exponent(&d);
-    const double value = strtod(d.text, nullptr);
+    double value;
+    if (!is_small(&d, &value)) {
+        append_exponent(&d);
+        value = strtod(d.text, nullptr);
+    }
     return negative ? -value : value;
 }

@@ -67,7 +67,18 @@ void skip_whitespace(text_in *in) {
 
 static bool is_decimal(int c) { return c >= '0' && c <= '9'; }
 
+// A digit between a blank and what is neither a digit nor the end of the file, as the indicators of
+// nodes are, read from memory; -1 for anything else.
+static int one_digit(text_in *in) {
+    if (in->stream || in->end - in->pos < 4) return -1;
+    const unsigned char *const digit = in->pos + is_white(*in->pos);
+    if (!is_decimal(*digit) || is_decimal(digit[1])) return -1;
+    in->pos = digit + 1;
+    return *digit - '0';
+}
+
 int get_int(text_in *in) {
+    if (const int digit = one_digit(in); digit >= 0) return digit;
     constexpr int digits_max = 39; // after the first character; further ones are dropped
     constexpr int64_t beyond = int64_t{1} << 31;
     skip_whitespace(in);

@@ -25,7 +25,9 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
         known = child->flag_arr;
         known_lead = lead;
         for (unsigned from = 1, to; from < 256; from = to + 1) {
-            for (to = from; to < 256 && child->flag_arr[to] == mb_final;)
+            to = from;
+            if (child->flag_arr[from] != mb_final) continue;
+            while (to < 256 && child->flag_arr[to] == mb_final)
                 ++to;
             if (to - from > runs->hi[lead] - runs->lo[lead] + (runs->hi[lead] > 0)) {
                 runs->lo[lead] = from;
@@ -39,7 +41,10 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
 // A box may leave out at most a tenth of its first bytes' characters. False if there is none.
 static bool take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
     unsigned best = 0, best_from = 0, best_to = 0, best_lo = 255, best_hi = 0;
-    for (unsigned from = 0; from < 256; ++from) {
+    for (unsigned from = 0, end = 0; from < 256; ++from) {
+        while (end < 256 && (end < from || runs->hi[end]))
+            ++end; // of the first bytes without a gap
+        if (end <= from || (end - from) * (runs->hi[from] - runs->lo[from] + 1) <= best) continue;
         unsigned lo = 0, hi = 255, all = 0;
         for (unsigned to = from; to < 256 && runs->hi[to]; ++to) {
             if (lo < runs->lo[to]) lo = runs->lo[to];

@@ -285,10 +285,26 @@ static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list
     return true;
 }
 
+// Are the weights of a pass all different, and those of characters that are neither ignored nor
+// expanded? Then every row is a class of its own, as in most orders of ideographs.
+static bool tells_rows_apart(const uint16_t *weights, size_t rows) {
+    uint64_t taken[0x10000 / 64] = {uint64_t{1} << coll_ignored_weight};
+    for (unsigned weight = 0; weight < 0x10000; weight += 64)
+        if (weight & coll_expansion) taken[weight / 64] = ~uint64_t{0};
+    for (size_t row = 0; row < rows; ++row) {
+        uint64_t &word = taken[weights[row] / 64];
+        const uint64_t with = word | uint64_t{1} << weights[row] % 64;
+        if (with == word) return false;
+        word = with;
+    }
+    return true;
+}
+
 int derive_coll_lists(kovaloc *loc) {
     const coll_data *coll = &loc->coll_info;
     const int rows = coll->num_rows < 0xFFFF ? coll->num_rows + 1 : 0x10000;
     const auto row_count = size_t(rows);
+    if (coll->num_passes && tells_rows_apart(coll->pass_arr[0], row_count)) return 0;
     const size_t expansions = coll->num_expansions > 0 ? size_t(coll->num_expansions) : 0;
     ext_block<int> of_row(row_count), of_expansion(expansions);
     if (!of_row.p || !of_expansion.p) return -1;

@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <algorithm>
 #include <array>
 
 namespace {
@@ -401,6 +402,15 @@ static constexpr auto raw_page = [] {
     return page;
 }();
 
+// The weights of 256 rows; NULL: of row 0.
+static void weigh_rows(const uint16_t *weights, const uint16_t *rows, uint16_t *page) {
+    if (!rows) std::fill_n(page, 256, weights[0]);
+    if (!rows) return;
+    for (unsigned lo = 0; lo < 256; lo += 8)
+        for (unsigned i = 0; i < 8; ++i)
+            page[lo + i] = weights[rows[lo + i]];
+}
+
 static void fill_pages(builder *b, int pass) {
     coll_flat_pass *p = &b->flat->pass[pass];
     const uint16_t *weights = b->coll->pass_arr[pass];
@@ -414,8 +424,7 @@ static void fill_pages(builder *b, int pass) {
         const unsigned hi = b->used[i];
         const uint16_t *rows = b->rows[hi];
         uint16_t page[256];
-        for (unsigned lo = 0; lo < 256; ++lo)
-            page[lo] = weights[rows ? rows[lo] : 0];
+        weigh_rows(weights, rows, page);
         for (unsigned lo = is_page_of_weights(page) ? 256 : 0; lo < 256; ++lo)
             page[lo] = page_weight(b, p, page[lo]);
         for (unsigned f = 0; b->edge_pages[hi] && f < b->num_edges; ++f)

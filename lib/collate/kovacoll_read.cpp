@@ -2,6 +2,7 @@
 // it refers to, and derives the tables by byte value.
 #include "collate/kovacoll.h"
 #include "collate/kovacoll_flat.h"
+#include "locale/kovablocks.h"
 
 #include <string.h>
 
@@ -125,12 +126,65 @@ static bool read_expansions(text_in *in, kovaloc *loc, size_t count) {
     return true;
 }
 
+#ifdef KOVA_BYTE_BLOCKS
+
+// Does every expansion that these weights refer to exist?
+static bool expansions_exist(const uint16_t *weights, size_t count, unsigned expansions) {
+    uint16_t any = 0;
+    for (size_t i = 0; i < count; ++i)
+        any |= weights[i];
+    if (!(any & coll_expansion)) return true;
+    for (size_t i = 0; i < count; ++i)
+        if ((weights[i] & coll_expansion) && (weights[i] & coll_low_bits) >= expansions)
+            return false;
+    return true;
+}
+
+// Reads weights in the usual form, four digits and a white character each, by blocks; returns how
+// many, at most count.
+static size_t read_plain_weights(const text_in *in, uint16_t *weights, size_t count) {
+    const unsigned char *p = in->pos;
+    size_t done = 0;
+    for (; count - done >= 4 && in->end - p >= spaced_numbers; done += 4, p += spaced_numbers)
+        if (!spaced_hex(p, weights + done)) break;
+    return done;
+}
+
+// Reads rows in the usual form, many at a time, from the given one on; *row gets the first one that
+// is left. False for an expansion that does not exist.
+static bool read_plain_rows(text_in *in, coll_data *coll, size_t *row) {
+    constexpr size_t weights_max = 256;
+    const size_t passes = count_of(coll->num_passes), last = size_t(coll->num_rows);
+    const size_t rows_max = weights_max / passes / 4 * 4; // whole blocks
+    if (in->stream) return true;
+    skip_whitespace(in);
+    for (size_t rows = rows_max; rows == rows_max && *row <= last; *row += rows) {
+        uint16_t weights[weights_max];
+        const size_t left = last + 1 - *row;
+        rows = read_plain_weights(in, weights, (left < rows ? left : rows) * passes) / passes;
+        if (!expansions_exist(weights, rows * passes, unsigned(coll->num_expansions))) return false;
+        for (size_t p = 0; p < passes; ++p)
+            for (size_t i = 0; i < rows; ++i)
+                coll->pass_arr[p][*row + i] = weights[i * passes + p];
+        in->pos += 5 * rows * passes;
+    }
+    return true;
+}
+
+#else
+
+static bool read_plain_rows(text_in *, coll_data *, size_t *) { return true; }
+
+#endif
+
 static bool read_weights(text_in *in, kovaloc *loc) {
     coll_data *coll = &loc->coll_info;
     if (!coll->num_passes) return true;
     const int passes = coll->num_passes;
     const unsigned expansions = unsigned(coll->num_expansions);
     for (size_t row = 0; row <= size_t(coll->num_rows); ++row) {
+        if (!read_plain_rows(in, coll, &row)) return fail(loc, KO_EOBJECT, false);
+        if (row > size_t(coll->num_rows)) break;
         unsigned weights[coll_max_passes];
         if (!read_plain_row(in, passes, weights)) read_row(in, passes, weights);
         for (int p = 0; p < passes; ++p) {

@@ -3,6 +3,7 @@
 // cached on the standard heap, because the cache outlives hosts' hooks.
 #include "record/kovaspec.h"
 
+#include "locale/kovablocks.h"
 #include "locale/kovaextsa.h"
 #include "locale/kovautils.h"
 
@@ -62,7 +63,7 @@ namespace {
 struct registry_text {
     FILE *file;
     const unsigned char *pos, *end;
-    unsigned char block[4096];
+    unsigned char block[8192];
 
     explicit registry_text(FILE *from) : file(from), pos(block), end(block) {
         setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
@@ -144,10 +145,38 @@ static FILE *open_registry(const char *registry, int *error) {
     return static_cast<FILE *>(file);
 }
 
+// Lines are short, so that calls of memchr would take most of the time. NULL: there is none.
+static const unsigned char *find_newline(const unsigned char *p, const unsigned char *end) {
+#ifdef KOVA_BYTE_BLOCKS
+    for (; end - p >= 16; p += 16)
+        if (const unsigned found = bytes_equal_to(p, '\n')) return p + __builtin_ctz(found);
+#endif
+    while (p < end && *p != '\n')
+        ++p;
+    return p < end ? p : nullptr;
+}
+
+// Is the line's name certainly another one, by its first letter? If it is too long, as no name in
+// front of a blank at the usual place is, it ends the reading.
+static bool is_of_another(const unsigned char *line, const unsigned char *newline, char first) {
+    if (*line == '#') return true;
+    if (!is_spec_char(*line) || spec_lower(char(*line)) == first) return false;
+    return newline - line <= cs_name_max || line[cs_name_max] == ' ' ||
+           memchr(line, ' ', cs_name_max);
+}
+
+// Passes over the lines, of those in memory, that can be judged by how they begin.
+static void skip_others(registry_text *text, char first) {
+    const unsigned char *line = text->pos, *const end = text->end;
+    for (const unsigned char *newline; (newline = find_newline(line, end)); line = newline + 1)
+        if (!is_of_another(line, newline, first)) break;
+    text->pos = line;
+}
+
 // The number of a lower-cased name; -1 if the file lacks it, -2 with *error set.
 static int search_file(registry_text *text, const char *name, int *error) {
     char entry[cs_name_max + 1];
-    while (read_name(text, entry)) {
+    while (skip_others(text, *name), read_name(text, entry)) {
         int number;
         if (*entry && !strcmp(entry, name)) {
             if (read_number(text, &number)) return number;
