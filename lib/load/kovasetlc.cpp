@@ -126,6 +126,7 @@ static void clear_numeric(kovaloc *loc) {
     clear_strings(loc, KO_LC_NUMERIC);
     memset(loc->monum_info.group_num, 0, sizeof loc->monum_info.group_num);
     loc->marks = {};
+    loc->money = {};
 }
 
 static void release_monetary(kovaloc *loc) { release_strings(loc, KO_LC_MONETARY); }
@@ -134,6 +135,7 @@ static void clear_monetary(kovaloc *loc) {
     memset(loc->monum_info.group_mon, 0, sizeof loc->monum_info.group_mon);
     for (int monum::*value : monum_values)
         loc->monum_info.*value = monetary_absent;
+    loc->money = {};
 }
 
 static void release_time(kovaloc *loc) { free_ltime(&loc->ltime_info); }
@@ -338,6 +340,7 @@ int ko_copy_cat(ko_lc_t dst_handle, ko_lc_t src_handle, int category) {
     update_locale(dst);
     widen_names(dst);
     if (has_characters(dst)) widen_koconv(dst);
+    derive_money(dst);
     return 0;
 }
 

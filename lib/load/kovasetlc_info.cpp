@@ -2,6 +2,7 @@
 // layout of lconv.
 #include "chars/kovambwc.h"
 #include "load/kovasetlc_load.h"
+#include "number/kovafmt.h"
 #include "time/kovatmlib.h"
 
 #include <string.h>
@@ -133,6 +134,7 @@ static int init_monum_info(kovaloc *loc) {
         m->*s.wcs = nullptr;
         if (widen) alloc_wc_from_mb(loc, m->*s.mbs, &(m->*s.wcs));
     }
+    derive_money(loc);
     return widen;
 }
 

@@ -49,8 +49,8 @@ void derive_marks(kovaloc *loc) {
 
 // Writes an integer in base 10. -1 with KO_E2BIG.
 template <class Unit>
-static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool negative,
-                                 const format_modifiers &m) {
+[[gnu::noinline]] static int format_any_decimal(fmt_out<Unit> *out, uint32_t magnitude,
+                                                bool negative, const format_modifiers &m) {
     kovaloc *const loc = out->loc;
     const int count = count_digits(magnitude);
     const int zeros = m.precision > count ? m.precision - count : 0;
@@ -60,6 +60,29 @@ static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool ne
     if (!at) return -1;
     if (zeros) at = put_units(at, native(loc, '0'), zeros);
     put_number(loc, at + grouped, magnitude, count, g);
+    return 0;
+}
+
+// The same. The usual ones have no sign, no padding and, if they are grouped, a separator of one
+// byte between groups of three.
+template <class Unit>
+static inline int format_decimal(fmt_out<Unit> *out, uint32_t magnitude, bool negative,
+                                 const format_modifiers &m) {
+    kovaloc *const loc = out->loc;
+    const ko_wchar_t separator = m.flags ? loc->marks.threes : ko_wchar_t{0};
+    const bool other = (m.flags & ~unsigned{fmt_group}) || (m.flags && !separator);
+    if (negative || other || m.width || m.precision >= 0) {
+        return format_any_decimal(out, magnitude, negative, m);
+    }
+    const int count = count_digits(magnitude);
+    const int len = separator ? count + int(unsigned(count - 1) / 3) : count;
+    if (len > out->room) return fail(loc, KO_E2BIG, -1);
+    Unit *const end = out->at += len;
+    out->room -= len;
+    if (separator)
+        put_threes(end, magnitude, count, native(loc, '0'), separator);
+    else
+        put_decimals(end, magnitude, count, native(loc, '0'));
     return 0;
 }
 

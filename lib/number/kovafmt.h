@@ -32,6 +32,8 @@ int scan_format_modifiers(const kovaloc *loc, const ko_wchar_t **format, format_
 
 // Prepares the marks of LC_NUMERIC for the record's code set.
 void derive_marks(kovaloc *loc);
+// Prepares the usual amounts of money (kovamnlib_usual.cpp).
+void derive_money(kovaloc *loc);
 
 // Writes an integer in base 10 with width and precision, with "-" if it is negative and without a
 // terminator. Returns its units; or -1 with KO_E2BIG if they exceed room.

@@ -1,18 +1,13 @@
 // Money: formatting of amounts. One wide engine; the multibyte entry converts in and out.
 #include "number/kovamnlib.h"
 #include "chars/kovambwc.h"
-#include "number/kovafmt_out.h"
+#include "number/kovamnlib_usual.h"
 
 #include <float.h>
 #include <stdio.h>
 
-constexpr int right_precision_max = 100;
-constexpr int right_precision_default = 2;
-constexpr int decimals = 6; // of an amount before it is rounded
-
 // ---- Digits ----
 
-constexpr double scaled_max = 1e16; // amounts from here on are whole; below, decimal_room digits do
 constexpr int digits_room = DBL_MAX_10_EXP + 8;
 
 namespace {
@@ -25,52 +20,6 @@ struct mon_digits {
     bool number;
 };
 } // namespace
-
-static constexpr int64_t powers[] = {1, 10, 100, 1000, 10000, 100000, 1000000};
-// Multiplying six decimals by one of these and dropping 40 bits divides by the power, exactly.
-static constexpr auto reciprocals = [] {
-    std::array<uint64_t, decimals> values{};
-    for (size_t i = 0; i < values.size(); ++i)
-        values[i] = (uint64_t{1} << 40) / uint64_t(powers[i]) + 1;
-    return values;
-}();
-
-// The first six decimals of a part below 1, rounded from its exact value with ties to even; 1000000
-// if it rounds up to 1.
-static int64_t six_decimals(double part) {
-    if (part < 0x1p-22) return 0; // below half of the sixth decimal
-    // The factor makes the part an integer below 2^63, whatever its exponent.
-    const bool small = part < 0x1p-11;
-    const int64_t scaled = int64_t(part * (small ? 0x1p74 : 0x1p63));
-    const int64_t low = (scaled & 0xFFFFFFFF) * powers[decimals];
-    const int64_t high = (scaled >> 32) * powers[decimals] + (low >> 32);
-    const int shift = small ? 42 : 31;
-    const int64_t half = int64_t{1} << shift, digits = high >> shift;
-    const int64_t rest = (high & (half - 1)) << 1 | ((low & 0xFFFFFFFF) != 0);
-    return digits + (rest > half || (rest == half && digits & 1));
-}
-
-// Rounds an amount below scaled_max by the digit after the last one written, halves up. Digits
-// after that one are deliberately ignored.
-static int64_t round_amount(double amount, int right, unsigned *fraction) {
-    int64_t whole = int64_t(amount);
-    int64_t six = six_decimals(amount - double(whole));
-    if (six == powers[decimals]) {
-        six = 0;
-        ++whole;
-    }
-    if (right < decimals) {
-        const int64_t kept =
-            int64_t(uint64_t(six) * reciprocals[size_t(decimals - 1 - right)] >> 40);
-        six = (kept + 5) / 10;
-        if (six == powers[right]) {
-            six = 0;
-            ++whole;
-        }
-    }
-    *fraction = unsigned(six);
-    return whole;
-}
 
 static void take_digits(double amount, int right, mon_digits *d) {
     const double magnitude = amount < 0 ? -amount : amount;
@@ -210,21 +159,13 @@ static int64_t units_of(const mon_item &item, bool blank) {
     return len;
 }
 
-static int right_precision(const monum *m, const mon_directive &d) {
-    if (d.right_precision >= 0) {
-        return d.right_precision < right_precision_max ? d.right_precision : right_precision_max;
-    }
-    const int stored = d.international ? m->int_frac_digits : m->frac_digits;
-    return stored < 0 || stored > right_precision_max ? right_precision_default : stored;
-}
-
 // Measures an amount. False, with the error word set, if a string is not text in the code set.
 static bool measure(kovaloc *loc, const mon_positions &positions, const mon_directive &d,
                     double amount, mon_item *item) {
     const int *group = loc->monum_info.group_mon;
     const bool negative = amount < 0;
     item->mask = mon_mask(positions.side[negative]);
-    item->right = right_precision(&loc->monum_info, d);
+    item->right = right_precision(&loc->monum_info, d.right_precision, d.international);
     take_digits(amount, item->right, &item->digits);
     if (!item->digits.number) item->right = 0;
     item->s.sign = item->s.separator = item->s.radix = {};
@@ -290,19 +231,6 @@ static ko_wchar_t *put_grouped(const kovaloc *loc, ko_wchar_t *out, const mon_it
     return end;
 }
 
-static void put_fraction(ko_wchar_t *out, unsigned fraction, int count, ko_wchar_t zero) {
-    const int bias = zero - '0';
-    if (count & 1) {
-        out[--count] = ko_wchar_t(zero + fraction % 10);
-        fraction /= 10;
-    }
-    for (; count > 0; fraction /= 100) {
-        const auto &pair = digit_pairs<ko_mchar_t>[fraction % 100];
-        out[--count] = ko_wchar_t(bias + pair[1]);
-        out[--count] = ko_wchar_t(bias + pair[0]);
-    }
-}
-
 static ko_wchar_t *put_value(const kovaloc *loc, ko_wchar_t *out, const mon_directive &d,
                              const mon_item &item) {
     out = put_grouped(loc, put(out, d.fill, item.fill), item);
@@ -352,12 +280,19 @@ static ko_wchar_t *write_amount(kovaloc *loc, ko_wchar_t *out, int64_t left,
     return put_item(loc, out, d, item);
 }
 
+// Is a directive that begins after its "%" a letter alone, and prepared?
+template <class Unit> static inline bool is_usual(const kovaloc *loc, const Unit *format) {
+    const unsigned letter = *format;
+    return (letter == 'n' || letter == 'i') && loc->money.ready[letter == 'i'];
+}
+
 int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t *format,
                 va_list values) {
     if (!handle || !wcs || !format) return fail(handle, KO_ENULL, -1);
     if (max_chars < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
     mon_positions positions = mon_working_positions(&loc->monum_info);
+    bool changed = false; // the positions, perhaps
     ko_wchar_t *out = wcs, *const limit = wcs + max_chars;
     for (*out = 0; *format; *out = 0) {
         const ko_wchar_t wc = *format++;
@@ -369,9 +304,22 @@ int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t
             if (is_percent(loc, wc)) ++format;
             continue;
         }
+        const bool usual = !changed && limit - out >= usual_room && is_usual(loc, format);
+        const ko_wchar_t *const letter = format;
         mon_directive d;
-        if (!scan_mon_directive(loc, &format, &positions, &d)) return fail(handle, KO_EMONEY, -1);
-        out = write_amount(loc, out, limit - out, positions, d, va_arg(values, double));
+        if (!usual && !scan_mon_directive(loc, &format, &positions, &d))
+            return fail(handle, KO_EMONEY, -1);
+        const double amount = va_arg(values, double);
+        if (usual) {
+            if (ko_wchar_t *const end = put_usual(loc, out, *letter == 'i', amount)) {
+                out = end;
+                ++format;
+                continue;
+            }
+            scan_mon_directive(loc, &format, &positions, &d);
+        }
+        changed = true;
+        out = write_amount(loc, out, limit - out, positions, d, amount);
         if (!out) return -1;
     }
     return int(out - wcs);
@@ -385,10 +333,37 @@ int ko_wcsfmon(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *fo
     return written;
 }
 
+// Writes the usual amounts of a single-byte code set, and other text. Returns the bytes; -1 for
+// what is left to the engine.
+static int usual_bytes(const kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format,
+                       va_list values) {
+    ko_mchar_t *at = out, *const limit = out + max_bytes;
+    while (const ko_mchar_t byte = *format++) {
+        if (byte == '%' && *format != '%') {
+            if (limit - at < usual_room || !is_usual(loc, format)) return -1;
+            at = put_usual(loc, at, *format++ == 'i', va_arg(values, double));
+            if (!at) return -1;
+            continue;
+        }
+        if (limit - at < 2) return -1;
+        *at++ = byte;
+        if (byte == '%') ++format;
+    }
+    *at = 0;
+    return int(at - out);
+}
+
 int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
     if (!handle || !out || !format) return fail(handle, KO_ENULL, -1);
     if (max_bytes < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
+    va_list values;
+    if (loc->exp.single_byte && !loc->portable) {
+        va_start(values, format);
+        const int usual = usual_bytes(loc, out, max_bytes, format, values);
+        va_end(values);
+        if (usual >= 0) return usual;
+    }
     const ext_block<ko_wchar_t> wcs(size_t(max_bytes) + 1);
     if (!wcs.p) {
         ko_mbsterm(loc, out);
@@ -398,7 +373,6 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
     wide_text wide_format;
     int written = widen_text(loc, format, &wide_format);
     if (written >= 0) {
-        va_list values;
         va_start(values, format);
         written = ko_wcsfmon1(handle, wcs.p, max_bytes, wide_format.p, values);
         va_end(values);

@@ -54,6 +54,20 @@ struct number_marks {
     ko_wchar_t threes;  // the separator, if it is one byte and all groups have three digits; else 0
 };
 
+// What "%n" and "%i" write, prepared for amounts of either sign: the text before the digits and the
+// text after them.
+constexpr int money_text_room = 8;
+struct money_form {
+    ko_wchar_t before[money_text_room], after[money_text_room];
+    int before_len, after_len;
+};
+struct money_forms {
+    money_form form[2][2]; // national and international, positive and negative
+    int ready[2];          // one more than the decimals, which are at most six; 0: not prepared
+    ko_wchar_t radix;
+    ko_wchar_t separator; // between groups of three; 0: no groups
+};
+
 // The strings of the record with their wide twins, the item under which queries ask for them, and
 // the category to which each belongs.
 constexpr unsigned no_item = ~0u;

@@ -48,6 +48,7 @@ struct kovaloc {
     coll_pairs pairs;             // of the class table, for collation; no memory of their own
     coll_flat *weights;           // of LC_COLLATE
     number_marks marks;           // of LC_NUMERIC
+    money_forms money;            // of LC_MONETARY
     const portable_set *portable; // places of the portable characters; NULL: those of ASCII
     unsigned copied;              // category_bit: data that another record owns
     int status;                   // of ko_lc_status: the first trouble, 0 for none

@@ -13,12 +13,14 @@ struct money_locale : loaded_locale {
     explicit money_locale(const char *symbol = "$", const char *positive = "+")
         : loaded_locale(with_conventions({.symbol = symbol, .mon_positive = positive})) {}
     monum &conventions() { return record(handle)->monum_info; }
+    void prepare() { derive_money(record(handle)); } // after a change of conventions
     void lay_out(int positive_posn, int negative_posn, int sep, int precedes) {
         monum &m = conventions();
         m.p_sign_posn = positive_posn;
         m.n_sign_posn = negative_posn;
         m.p_sep_by_space = m.n_sep_by_space = sep;
         m.p_cs_precedes = m.n_cs_precedes = precedes;
+        prepare();
     }
 };
 
@@ -34,12 +36,16 @@ static string with_error(ko_lc_t loc, const string &result) {
     return error ? result + "!" + std::to_string(error) : result;
 }
 
-// What is written, followed by "!" and the error's number after a failure.
+// What is written, followed by "!" and the error's number after a failure. Bytes must be the same.
 template <class... V> static string fmon(ko_lc_t loc, const string &format, V... values) {
     ko_wchar_t out[2000];
     const int n = ko_wcsfmon(loc, out, 1999, in_set(loc, format).data(), values...);
     const string result = narrow(out), all = with_error(loc, result);
     EXPECT_EQ(n, all == result ? int(result.size()) : -1) << format;
+    if (!record(loc)->exp.single_byte) return all;
+    ko_mchar_t bytes[2000];
+    EXPECT_EQ(ko_mbsfmon(loc, bytes, 1999, mb(format.c_str()), values...), n) << format;
+    EXPECT_EQ(with_error(loc, text(bytes)), all) << format;
     return all;
 }
 // What is read, ";" behind each amount.
@@ -116,6 +122,9 @@ TEST(Money, FormatsByEveryDirective) {
     for (const auto &w : table(rows))
         EXPECT_EQ(fmon(loc, w[0], strtod(w[1].c_str(), nullptr)), w[2]) << w[0] << " of " << w[1];
     EXPECT_EQ(fmon(loc, "%.99999999999999999999n", 0.0), "$0." + string(100, '0'));
+    EXPECT_EQ(fmon(money_locale("PESETA_", ""), "%n%%%n", -1e15, 1.5),
+              "-PESETA_1,000,000,000,000,000.00%PESETA_1.50");
+    EXPECT_EQ(fmon(money_locale("PESETAS_", ""), "%n,%i", -1.0, 2.0), "-PESETAS_1.00,USD 2.00");
 }
 
 TEST(Money, AlignsByColumnsAndLeavesBlanksOut) {
@@ -149,8 +158,10 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
     monum &m = loc.conventions();
     m.frac_digits = -1;
     m.int_frac_digits = monetary_absent;
+    loc.prepare();
     EXPECT_EQ(fmon(loc, "%n%i", 1.0, 2.0), "$1.00USD 2.00");
     m.frac_digits = 7;
+    loc.prepare();
     EXPECT_EQ(fmon(loc, "%n", 1.5), "$1.5000000");
     static const char *const groups[] = {"$1234567890", "$12,3456,7890", "$1,23,45,67,890",
                                          "$1234567,890", "$1234567,89,0"};
@@ -164,6 +175,7 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
         EXPECT_EQ(fmon(loc, "%=*#9.0n", 7.0).size(), sizes_of_nine[i] + 1);
     }
     const auto point = std::exchange(m.w_mon_decimal_point, nullptr); // no text of the code set
+    loc.prepare();
     EXPECT_EQ(fmon(loc, "a%n", 1.0) + pmon(loc, "%n", "$1"), "a!1!1");
     m.w_mon_decimal_point = point;
     const own_record empty;
@@ -175,6 +187,14 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
     EXPECT_EQ(pmon(empty, "%n", "1234.00"), "1234;");
     ko_mchar_t bytes[8]; // there is no code set for them
     EXPECT_EQ(answered(empty, ko_mbsfmon(empty, bytes, 7, mb("%n"), 1.0)), answer(-1, KO_EILSEQ));
+    // What is prepared follows the category.
+    const money_locale other("EUR", "");
+    ko_free_category(loc, KO_LC_MONETARY);
+    EXPECT_EQ(fmon(loc, "<%n>", 1.0), "<>");
+    ASSERT_EQ(ko_copy_cat(loc, other, KO_LC_MONETARY), 0);
+    EXPECT_EQ(fmon(loc, "%n", 1234.0), "EUR1,234.00");
+    ko_free_category(loc, KO_LC_NUMERIC);
+    EXPECT_EQ(fmon(loc, "%n", 1234.0), "EUR1234.00");
 }
 
 // The rounded amount by way of text: "%f", one digit more than asked for, halves up.
@@ -207,6 +227,7 @@ static string random_format(money_locale &loc, std::mt19937 &random, int *right)
     for (const char *flag : {"!", "(", "+", "-", "^", "=*", "=0", "=_"})
         if (!below(4)) format += flag;
     if (!m.n_sign_posn || format.find('(') != string::npos) m.p_sign_posn += !m.p_sign_posn;
+    loc.prepare();
     if (!below(3)) format += std::to_string(1 + below(40));
     if (!below(3)) format += "#" + std::to_string(1 + below(12));
     *right = 2;
@@ -304,7 +325,7 @@ TEST(Money, RefusesNullAndKeepsToItsMemory) {
 
 TEST(Money, SurvivesEveryFailingAllocation) {
     const money_locale loc;
-    const string padding(200, ' '), format = padding + "%n", amount = padding + "$5.00";
+    const string padding(200, ' '), format = padding + "%1n", amount = padding + "$5.00";
     std::vector<ko_mchar_t> out(300);
     double value;
     const auto writes = [&] { return ko_mbsfmon(loc, out.data(), 299, mb(format.c_str()), 5.0); };
