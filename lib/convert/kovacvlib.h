@@ -120,6 +120,8 @@ struct iconv_rec {
 
 // A new, empty descriptor; NULL without memory.
 iconv_rec *make_descriptor();
+// The routine behind the pointer of descriptors with rules of their own.
+int own_smiconv(iconv_rec *, conv_state *, const ko_mchar_t **, int *, ko_mchar_t **, int *, int *);
 // Gives a descriptor rules of its own.
 void set_own_rules(iconv_rec *cv, cv_rules rules);
 // Takes lengths of characters, shift codes and shift states: as source as one converts from, as

@@ -404,6 +404,8 @@ int ko_cv_mconv(ko_cv_t cd, conv_state *st, const ko_mchar_t **inmbs, int *inlen
                 ko_mchar_t **outmbs, int *outlen, int *sub) {
     iconv_rec *cv = descriptor(cd);
     if (!usable(cv, inmbs, outlen, sub)) return -1;
+    if (cv->own && st && outmbs && *outmbs)
+        return cv->smiconv_fp(cv, st, inmbs, inlen, outmbs, outlen, sub);
     if (!outmbs || !*outmbs || cv->mtom_fn)
         return mconv_special(cv, st, inmbs, inlen, outmbs, outlen, sub);
     // The stateful routine would do the same.

@@ -21,8 +21,8 @@ const ko_mchar_t *text_end(const iconv_rec *cv, const ko_mchar_t *text) {
     return text + at + unit;
 }
 
-static int own_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
-                       ko_mchar_t **outmbs, int *outlen, int *sub) {
+int own_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                ko_mchar_t **outmbs, int *outlen, int *sub) {
     const size_t left = inlen && *inlen > 0 ? size_t(*inlen) : 0;
     const size_t room = *outlen > 0 ? size_t(*outlen) : 0;
     cv_span s = {*inmbs, inlen ? *inmbs + left : text_end(cv, *inmbs), *outmbs, room, false};

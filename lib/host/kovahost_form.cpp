@@ -242,11 +242,21 @@ static size_t put_mark(text_form form, ko_mchar_t *bytes) {
     return 2;
 }
 
+// Does no mark begin with a byte? Answers for most texts without looking further.
+static bool begins_no_mark(text_form form, unsigned byte) {
+    if (form == text_form::utf8) return byte != 0xEF;
+    return form < text_form::utf32be && byte < 0xFE;
+}
+
 int drop_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
     if (bits_of(st) & mark_seen) return KO_OK;
     const auto form = text_form(cv->forms[0]);
     const size_t left = size_t(s->end - s->in);
     if (!left) return KO_OK;
+    if (begins_no_mark(form, *s->in)) {
+        set_bits(st, bits_of(st) | mark_seen);
+        return KO_OK;
+    }
     uintptr_t found = mark_seen;
     size_t drop = 0;
     for (const bool reversed : {false, true}) {
@@ -266,8 +276,12 @@ int drop_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
 
 static int write_mark(const iconv_rec *cv, conv_state *st, cv_span *s) {
     if (bits_of(st) & mark_written || s->in == s->end) return KO_OK;
+    if (!cv->writes_mark) {
+        set_bits(st, bits_of(st) | mark_written);
+        return KO_OK;
+    }
     ko_mchar_t bytes[form_longest];
-    const size_t len = cv->writes_mark ? put_mark(text_form(cv->forms[1]), bytes) : 0;
+    const size_t len = put_mark(text_form(cv->forms[1]), bytes);
     if (len > s->room) return KO_E2BIG;
     for (size_t i = 0; i < len; ++i)
         *s->out++ = bytes[i];
@@ -283,7 +297,7 @@ static bool is_utf16(text_form form) {
 }
 
 // Converts between UTF-8 and UTF-16 as far as wide runs do. Returns false if there are none.
-static bool convert_wide(text_form from, text_form to, bool little, cv_span *s) {
+static inline bool convert_wide(text_form from, text_form to, bool little, cv_span *s) {
     if (!has_wide_runs()) return false;
     const size_t left = size_t(s->end - s->in);
     if (from == text_form::utf8 && is_utf16(to)) {
@@ -302,35 +316,68 @@ static bool convert_wide(text_form from, text_form to, bool little, cv_span *s) 
     return true;
 }
 
+// Converts the next characters, up to a block of them or those that stop wide runs.
+[[gnu::noinline]] static int convert_block(text_form from, text_form to, bool little, size_t most,
+                                           cv_span *s) {
+    unit_block block;
+    block.most = most;
+    const ko_mchar_t *const start = s->in;
+    const int error = decode(from, little, &s->in, s->end, &block);
+    const size_t written = encode(to, &block, s);
+    if (written == block.count) return error;
+    s->in = start + source_bytes(from, block.units, written);
+    return KO_E2BIG;
+}
+
 static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     const auto from = text_form(cv->forms[0]), to = text_form(cv->forms[1]);
-    cv_span text = *s;
     if (st->first_frag) st->ext_state = nullptr;
-    int error = drop_mark(cv, st, &text);
-    if (!error) error = write_mark(cv, st, &text);
+    int error = drop_mark(cv, st, s);
+    if (!error) error = write_mark(cv, st, s);
     const bool little = is_little(from, st);
-    while (!error && text.in != text.end) {
-        unit_block block;
+    while (!error && s->in != s->end) {
         // What stops a wide run is near.
-        block.most = convert_wide(from, to, little, &text) ? 64 : block_room;
-        if (text.in == text.end) break;
-        const ko_mchar_t *const start = text.in;
-        error = decode(from, little, &text.in, text.end, &block);
-        const size_t written = encode(to, &block, &text);
-        if (written == block.count) continue;
-        text.in = start + source_bytes(from, block.units, written);
-        error = KO_E2BIG;
+        const size_t most = convert_wide(from, to, little, s) ? 64 : block_room;
+        if (s->in == s->end) break;
+        error = convert_block(from, to, little, most, s);
     }
-    s->in = text.in;
-    s->out = text.out;
-    s->room = text.room;
     return error;
+}
+
+// Converts a whole short text without a mark in one run. Returns the bytes written; 0: it is not one.
+static inline size_t convert_short(const iconv_rec *cv, const ko_mchar_t *in, size_t n,
+                                   ko_mchar_t *out, size_t room) {
+    constexpr size_t few = 64;
+    const auto from = text_form(cv->forms[0]), to = text_form(cv->forms[1]);
+    if (n > few || cv->writes_mark || !begins_no_mark(from, *in)) return 0;
+    cv_span s = {in, in + n, out, room, false};
+    return convert_wide(from, to, from == text_form::utf16le, &s) && s.in == s.end
+               ? size_t(s.out - out)
+               : 0;
+}
+
+static int form_smiconv(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
+                        ko_mchar_t **outmbs, int *outlen, int *sub) {
+    if (st->first_frag && inlen && *inlen > 0 && *outlen > 0) {
+        const auto n = size_t(*inlen);
+        if (const size_t made = convert_short(cv, *inmbs, n, *outmbs, size_t(*outlen))) {
+            set_bits(st, mark_seen | mark_written);
+            *inmbs += n;
+            *inlen = 0;
+            *outmbs += made;
+            *outlen -= int(made);
+            *sub = 0;
+            return 0;
+        }
+    }
+    return own_smiconv(cv, st, inmbs, inlen, outmbs, outlen, sub);
 }
 
 iconv_rec *make_form_conversion(text_form from, text_form to, bool keeps_mark, bool writes_mark) {
     iconv_rec *const cv = make_descriptor();
     if (!cv) return nullptr;
     set_own_rules(cv, form_rules);
+    cv->smiconv_fp = form_smiconv;
     cv->forms[0] = uint8_t(from);
     cv->forms[1] = uint8_t(to);
     cv->keeps_mark = keeps_mark;

@@ -211,9 +211,7 @@ convert_shuffled(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t 
 }
 
 run_of convert_run(run_way way, ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
-    void *const to = dst;
-    if (way == run_way::wide)
-        return wide_from_utf8(static_cast<unsigned char *>(to), room, src, n, false);
+    if (way == run_way::wide) return wide_run(dst, room, src, n);
     if (n < run_least || room < run_least) return {0, 0};
     return way == run_way::plain ? convert_plain(dst, room, src, n)
                                  : convert_shuffled(dst, room, src, n);
@@ -291,9 +289,7 @@ static run_of convert_some(unsigned char *dst, size_t room, const ko_wchar_t *sr
 }
 
 run_of convert_run(run_way way, unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
-    const void *const from = src;
-    if (way == run_way::wide)
-        return wide_to_utf8(dst, room, static_cast<const unsigned char *>(from), n, false);
+    if (way == run_way::wide) return wide_run(dst, room, src, n);
     if (n < run_least || room < run_least) return {0, 0};
     const bool shuffles = way == run_way::shuffled;
     return all_runs(dst, room, src, n,

@@ -10,15 +10,11 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 
-#define WIDE __attribute__((target("avx512f,avx512bw,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,popcnt")))
+#define WIDE __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,popcnt")))
 // What a loop consists of: a call would pass vectors through memory.
 #define WIDE_PART WIDE __attribute__((always_inline)) static inline
-
-bool has_wide_runs() {
-    return __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512vbmi") &&
-           __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("gfni") &&
-           __builtin_cpu_supports("bmi2");
-}
+// What short texts do not need: its registers would be saved for them, too.
+#define WIDE_APART WIDE __attribute__((noinline)) static
 
 WIDE_PART unsigned ones(uint64_t bits) { return unsigned(__builtin_popcountll(bits)); }
 WIDE_PART uint64_t lowest(size_t n) { return _bzhi_u64(~0ull, unsigned(n)); } // n <= 64
@@ -226,7 +222,7 @@ WIDE_PART unsigned whole_bytes(__m512i v, unsigned n) {
 }
 
 template <bool swapped>
-WIDE static run_of decode_run(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+WIDE_APART run_of decode_run(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
     run_of run = {0, 0};
     if (n >= 64 && room >= 64) run = decode_blocks<swapped>(dst, room, src, n);
     size_t most = 63; // an open character expects more bytes than are there
@@ -251,9 +247,53 @@ WIDE static run_of decode_run(unsigned char *dst, size_t room, const unsigned ch
     return run;
 }
 
-run_of wide_from_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n,
-                      bool swapped) {
-    return swapped ? decode_run<true>(dst, room, src, n) : decode_run<false>(dst, room, src, n);
+// A text of at most 32 bytes, whose characters have at most three: each lane gets the unit of the
+// character that ends there, if one does. Takes none where that does not do.
+template <bool swapped>
+WIDE_PART run_of decode_short(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+    const auto take = __mmask32(lowest(n));
+    const __m256i v = _mm256_maskz_loadu_epi8(take, src);
+    const unsigned trails = _mm256_cmplt_epi8_mask(v, _mm256_set1_epi8(char(0xC0)));
+    const unsigned twos = _mm256_cmpge_epu8_mask(v, _mm256_set1_epi8(char(0xC2)));
+    const unsigned threes = _mm256_cmpge_epu8_mask(v, _mm256_set1_epi8(char(0xE0)));
+    const unsigned fours = _mm256_cmpge_epu8_mask(v, _mm256_set1_epi8(char(0xF0)));
+    const unsigned beyond = unsigned(_mm256_movepi8_mask(v));
+    const unsigned second = twos << 1, third = threes << 2;
+    const uint64_t open = uint64_t{twos} << 1 | uint64_t{threes} << 2;
+    const unsigned units = unsigned(take) & ~(beyond ^ ((second & ~(threes << 1)) | third));
+    const unsigned made = ones(units);
+    if ((trails | twos) != beyond || (second | third) != trails || fours || open >> n ||
+        made > room)
+        return {0, 0};
+    // The bits of a byte before the last one are moved to where they belong.
+    const __m512i last = _mm512_cvtepu8_epi16(v);
+    const __m512i before = _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(trails, src - 1));
+    const __m512i first = _mm512_cvtepu8_epi16(_mm256_maskz_loadu_epi8(third, src - 2));
+    const __m512i low = _mm512_and_si512(last, _mm512_set1_epi16(0x7F));
+    const __m512i two = _mm512_ternarylogic_epi64(_mm512_slli_epi16(before, 6),
+                                                  _mm512_set1_epi16(0xFC0), low, 0xEA);
+    const __m512i codes = _mm512_or_si512(two, _mm512_slli_epi16(first, 12));
+    const __m512i top = _mm512_and_si512(codes, _mm512_set1_epi16(short(0xF800)));
+    const unsigned wrong = _mm512_mask_testn_epi16_mask(third, top, top) |
+                           _mm512_mask_cmpeq_epi16_mask(third, top, _mm512_set1_epi16(short(0xD800)));
+    if (wrong) return {0, 0};
+    const __m512i packed = _mm512_maskz_compress_epi16(units, codes);
+    _mm512_mask_storeu_epi16(dst, __mmask32(lowest(made)), in_order<swapped>(packed));
+    return {n, made};
+}
+
+template <bool swapped>
+WIDE_PART run_of from_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+    if (n <= 32) {
+        const run_of run = decode_short<swapped>(dst, room, src, n);
+        if (run.taken) return run;
+    }
+    return decode_run<swapped>(dst, room, src, n);
+}
+
+WIDE run_of wide_from_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n,
+                           bool swapped) {
+    return swapped ? from_utf8<true>(dst, room, src, n) : from_utf8<false>(dst, room, src, n);
 }
 
 // ---- To UTF-8 ----
@@ -377,7 +417,7 @@ WIDE_PART run_of encode_blocks(unsigned char *dst, size_t room, const unsigned c
 }
 
 template <bool swapped>
-WIDE static run_of encode_run(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+WIDE_APART run_of encode_run(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
     run_of run = encode_blocks<swapped>(dst, room, src, n);
     size_t most = 32;
     while (run.taken < n) {
@@ -399,9 +439,35 @@ WIDE static run_of encode_run(unsigned char *dst, size_t room, const unsigned ch
     return run;
 }
 
-run_of wide_to_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n,
-                    bool swapped) {
-    return swapped ? encode_run<true>(dst, room, src, n) : encode_run<false>(dst, room, src, n);
+// At most 16 units, none of them a surrogate. Takes none where that does not do.
+template <bool swapped>
+WIDE_PART run_of encode_short(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+    const auto valid = __mmask16(lowest(n));
+    __m256i units = _mm256_maskz_loadu_epi16(valid, src);
+    if (swapped) units = _mm256_shldi_epi16(units, units, 8);
+    const __m256i top = _mm256_and_si256(units, _mm256_set1_epi16(short(0xF800)));
+    const unsigned two = _mm256_test_epi16_mask(units, _mm256_set1_epi16(short(0xFF80)));
+    const unsigned three = _mm256_test_epi16_mask(top, top);
+    const unsigned surrogate = _mm256_cmpeq_epi16_mask(top, _mm256_set1_epi16(short(0xD800)));
+    const unsigned made = unsigned(n) + ones(two) + ones(three);
+    if (surrogate || made > room) return {0, 0};
+    const __m512i lanes = encode_lanes(to_lanes(units), two, three);
+    store_bytes<true>(dst, _mm512_maskz_compress_epi8(lane_bytes(valid, two, three), lanes), made);
+    return {n, made};
+}
+
+template <bool swapped>
+WIDE_PART run_of to_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n) {
+    if (n <= 16) {
+        const run_of run = encode_short<swapped>(dst, room, src, n);
+        if (run.taken) return run;
+    }
+    return encode_run<swapped>(dst, room, src, n);
+}
+
+WIDE run_of wide_to_utf8(unsigned char *dst, size_t room, const unsigned char *src, size_t n,
+                         bool swapped) {
+    return swapped ? to_utf8<true>(dst, room, src, n) : to_utf8<false>(dst, room, src, n);
 }
 
 #endif

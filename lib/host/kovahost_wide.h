@@ -8,7 +8,11 @@
 #ifdef KOVA_X86_WIDE
 
 // Does the processor have what the others need?
-bool has_wide_runs();
+inline bool has_wide_runs() {
+    return __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512vbmi") &&
+           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw") &&
+           __builtin_cpu_supports("gfni") && __builtin_cpu_supports("bmi2");
+}
 
 // Convert whole characters up to the end of the text or the room, or up to somewhere before the
 // first thing that is no character. Units of UTF-16 are two bytes at any address, those of the
@@ -29,4 +33,15 @@ inline run_of wide_to_utf8(unsigned char *, size_t, const unsigned char *, size_
 }
 
 #endif
+
+// The same between units of this machine's byte order.
+inline run_of wide_run(ko_wchar_t *dst, size_t room, const unsigned char *src, size_t n) {
+    void *const to = dst;
+    return wide_from_utf8(static_cast<unsigned char *>(to), room, src, n, false);
+}
+inline run_of wide_run(unsigned char *dst, size_t room, const ko_wchar_t *src, size_t n) {
+    const void *const from = src;
+    return wide_to_utf8(dst, room, static_cast<const unsigned char *>(from), n, false);
+}
+
 #endif
