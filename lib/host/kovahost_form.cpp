@@ -344,7 +344,8 @@ static int form_rules(const iconv_rec *cv, conv_state *st, cv_span *s) {
     return error;
 }
 
-// Converts a whole short text without a mark in one run. Returns the bytes written; 0: it is not one.
+// Converts a whole short text without a mark in one run. Returns the bytes written; 0: it is not
+// one.
 static inline size_t convert_short(const iconv_rec *cv, const ko_mchar_t *in, size_t n,
                                    ko_mchar_t *out, size_t room) {
     constexpr size_t few = 64;

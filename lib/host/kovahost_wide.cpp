@@ -10,7 +10,9 @@
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
 
-#define WIDE __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,popcnt")))
+#define WIDE                                                                                       \
+    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,"        \
+                          "popcnt")))
 // What a loop consists of: a call would pass vectors through memory.
 #define WIDE_PART WIDE __attribute__((always_inline)) static inline
 // What short texts do not need: its registers would be saved for them, too.
@@ -274,8 +276,9 @@ WIDE_PART run_of decode_short(unsigned char *dst, size_t room, const unsigned ch
                                                   _mm512_set1_epi16(0xFC0), low, 0xEA);
     const __m512i codes = _mm512_or_si512(two, _mm512_slli_epi16(first, 12));
     const __m512i top = _mm512_and_si512(codes, _mm512_set1_epi16(short(0xF800)));
-    const unsigned wrong = _mm512_mask_testn_epi16_mask(third, top, top) |
-                           _mm512_mask_cmpeq_epi16_mask(third, top, _mm512_set1_epi16(short(0xD800)));
+    const unsigned wrong =
+        _mm512_mask_testn_epi16_mask(third, top, top) |
+        _mm512_mask_cmpeq_epi16_mask(third, top, _mm512_set1_epi16(short(0xD800)));
     if (wrong) return {0, 0};
     const __m512i packed = _mm512_maskz_compress_epi16(units, codes);
     _mm512_mask_storeu_epi16(dst, __mmask32(lowest(made)), in_order<swapped>(packed));
