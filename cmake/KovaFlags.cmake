@@ -18,7 +18,20 @@ target_compile_options(kova_std_string INTERFACE
 if(KOVA_SANITIZE)
   add_compile_options(-fsanitize=${KOVA_SANITIZE} -fno-sanitize-recover=all
                       -fno-omit-frame-pointer)
+  add_compile_definitions(KOVA_SANITIZED)
   add_link_options(-fsanitize=${KOVA_SANITIZE})
+  # The library of the sanitizers, which hosts built without them load first; clang uses an archive
+  # unless it is told not to.
+  set(kova_sanitizers libasan.so)
+  if(CMAKE_C_COMPILER_ID MATCHES Clang)
+    set(kova_sanitizers libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so)
+  endif()
+  execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=${kova_sanitizers}
+                  OUTPUT_VARIABLE kova_sanitizers OUTPUT_STRIP_TRAILING_WHITESPACE)
+  if(CMAKE_C_COMPILER_ID MATCHES Clang AND NOT KOVA_FUZZ)
+    get_filename_component(directory ${kova_sanitizers} DIRECTORY)
+    add_link_options(-shared-libasan -Wl,-rpath,${directory})
+  endif()
 endif()
 
 # Optimisation for sources that are built more often than they run.

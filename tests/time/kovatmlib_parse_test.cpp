@@ -322,7 +322,7 @@ TEST(CenturyRule, AgreesWithADayCountOverACentury) {
     using namespace std::chrono;
     loaded_locale loc(with_times(single_byte_object(), plain));
     std::mt19937 random(52);
-    const days step(KOVA_SANITIZED ? 19 : 1);
+    const days step(sanitized ? 19 : 1);
     for (sys_days today = 1950y / 1 / 1; today < sys_days(2050y / 3 / 1); today += step) {
         const year_month_day now(today);
         ko_set_current_time(__LINE__, __FILE__, int(unsigned(now.day())),

@@ -11,17 +11,15 @@
 #include <random>
 
 // Times of a test that goes through many: all of them in a release, a few under sanitizers.
-#if defined(__SANITIZE_ADDRESS__)
-#define KOVA_SANITIZED 1
-#elif defined(__has_feature)
-#define KOVA_SANITIZED __has_feature(address_sanitizer)
+#ifdef KOVA_SANITIZED
+constexpr bool sanitized = true;
 #else
-#define KOVA_SANITIZED 0
+constexpr bool sanitized = false;
 #endif
 #ifdef NDEBUG
-constexpr int seeded_times = KOVA_SANITIZED ? 250 : 10000;
+constexpr int seeded_times = sanitized ? 250 : 10000;
 #else
-constexpr int seeded_times = KOVA_SANITIZED ? 250 : 2000;
+constexpr int seeded_times = sanitized ? 250 : 2000;
 #endif
 
 // Strings of a time section, divided by "|".

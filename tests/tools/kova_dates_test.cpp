@@ -119,7 +119,7 @@ TEST(KovaDates, ReadsBackWhatEachLocaleWrites) {
     common_options common{env("KOVA_TEST_ROOT"), text_form::utf8};
     const data_place place = find_data(common);
     const bool all = !env("KOVA_DATES_ALL").empty(); // also print refusals
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KOVA_SANITIZED
     const size_t step = 4; // through the times
 #else
     const size_t step = 1;

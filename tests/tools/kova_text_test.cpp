@@ -115,7 +115,7 @@ TEST_F(KovaText, WritesNothingForBadText) {
 
 // Lines, words and marks that are longer than any block.
 TEST_F(KovaText, TakesLinesOfAnyLengthInBoundedMemory) {
-#ifdef __SANITIZE_ADDRESS__
+#ifdef KOVA_SANITIZED
     const int lines = 24000;
     const std::string room;
 #else

@@ -143,8 +143,10 @@ static void prove(const judge &j, const charmap &map, const char *who, proof_rep
     for (size_t i = 1; i < keys.size() && bad < most_shown; ++i)
         bad += !agree(j, keys[i - 1], keys[i], report);
     std::mt19937 random(1);
-    for (int i = 0; i < pairs && bad < most_shown; ++i)
-        bad += !agree(j, keys[random() % keys.size()], keys[random() % keys.size()], report);
+    for (int i = 0; i < pairs && bad < most_shown; ++i) {
+        const keyed &b = keys[random() % keys.size()];
+        bad += !agree(j, keys[random() % keys.size()], b, report);
+    }
     if (bad) return;
     report.lines.push_back(format("%s: %zu strings of up to two characters: keys, wide comparison "
                                   "and installed comparer give one order (neighbours, %d pairs)",

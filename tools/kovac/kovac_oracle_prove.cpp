@@ -137,8 +137,10 @@ static void compare_neighbours(judge &j) {
 
 static void compare_sampled(judge &j, size_t first) {
     const size_t count = j.subjects.size() - first;
-    for (size_t i = 0; count && i < sampled_pairs; ++i)
-        compare(j, j.subjects[first + below(j, count)], j.subjects[first + below(j, count)]);
+    for (size_t i = 0; count && i < sampled_pairs; ++i) {
+        const subject &b = j.subjects[first + below(j, count)];
+        compare(j, j.subjects[first + below(j, count)], b);
+    }
 }
 
 static void judge_characters(judge &j) {
