@@ -4,8 +4,9 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <initializer_list>
+#include <iterator>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "common/tool_describe.h"
@@ -56,13 +57,51 @@ void spell_out_iso(std::vector<std::string> &words) {
             word.replace(0, 2, "--iso-8601=");
 }
 
-// The commands of a group, as help shows them.
-void add_group(CLI::App &app, command_line &args, const char *group,
-               std::initializer_list<void (*)(CLI::App &, command_line &)> all) {
-    for (const auto add : all)
-        add(app, args);
-    for (CLI::App *command : app.get_subcommands({}))
-        if (command->get_group() == "Subcommands") command->group(group);
+// What adds commands, in the groups that help shows.
+struct family {
+    const char *group;
+    void (*add)(CLI::App &, command_line &);
+    std::string_view names; // between blanks
+};
+constexpr family families[] = {
+    {"Texts",                 add_sort,       " sort "            },
+    {"Texts",                 add_compare,    " compare "         },
+    {"Texts",                 add_key,        " key "             },
+    {"Texts",                 add_case,       " upper lower "     },
+    {"Texts",                 add_classify,   " classify "        },
+    {"Texts",                 add_measures,   " width trim count "},
+    {"Texts",                 add_text,       " text "            },
+    {"Numbers, money, dates", add_number,     " number "          },
+    {"Numbers, money, dates", add_money,      " money "           },
+    {"Numbers, money, dates", add_date,       " date "            },
+    {"Numbers, money, dates", add_parse_date, " parse-date "      },
+    {"Numbers, money, dates", add_cal,        " cal "             },
+    {"Locales",               add_info,       " info "            },
+    {"Locales",               add_locale,     " locale "          },
+    {"Locales",               add_locales,    " locales "         },
+    {"Locales",               add_order,      " order "           },
+    {"Locales",               add_verify,     " verify "          },
+    {"Locales",               add_diff,       " diff "            },
+    {"Code sets",             add_convert,    " convert "         },
+    {"Code sets",             add_records,    " records "         },
+    {"Code sets",             add_chart,      " chart "           },
+    {"Code sets",             add_symbols,    " symbols "         },
+};
+
+// Adds the commands that a command line needs: the family of the one that it names, or all of them.
+void add_families(CLI::App &app, command_line &args, const std::vector<std::string> &words) {
+    const size_t at = !words.empty() && words[0] == "help";
+    const std::string name = at < words.size() ? " " + words[at] + " " : "";
+    const auto named = [&name](const family &f) {
+        return !name.empty() && f.names.find(name) != f.names.npos;
+    };
+    const bool all = std::none_of(std::begin(families), std::end(families), named);
+    for (const family &f : families) {
+        if (!all && !named(f)) continue;
+        f.add(app, args);
+        for (CLI::App *command : app.get_subcommands({}))
+            if (command->get_group() == "Subcommands") command->group(f.group);
+    }
 }
 
 // What is wrong with a command line, and whose help tells more.
@@ -97,13 +136,6 @@ int run_main(int argc, char **argv) {
     app.require_subcommand(1);
     kovatool::add_help(app);
     kovatool::add_describe(app);
-    add_group(app, args, "Texts",
-              {add_sort, add_compare, add_key, add_case, add_classify, add_measures, add_text});
-    add_group(app, args, "Numbers, money, dates",
-              {add_number, add_money, add_date, add_parse_date, add_cal});
-    add_group(app, args, "Locales",
-              {add_info, add_locale, add_locales, add_order, add_verify, add_diff});
-    add_group(app, args, "Code sets", {add_convert, add_records, add_chart, add_symbols});
     app.footer(
         "kova COMMAND --help tells more, with examples.\n"
         "Exit status: 0 done, 1 bad text, 2 bad usage, 3 bad locale, code set or data root, or no "
@@ -111,6 +143,7 @@ int run_main(int argc, char **argv) {
     try {
         std::vector<std::string> words = program_arguments(argc, argv);
         spell_out_iso(words);
+        add_families(app, args, words);
         words = arranged_words(app, std::move(words));
         std::reverse(words.begin(), words.end()); // CLI11 takes them last first
         app.parse(std::move(words));
