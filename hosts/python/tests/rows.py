@@ -4,11 +4,15 @@
     rows.py pandas ROOT FILE                   sorting a column
 """
 import locale
+import pathlib
 import subprocess
 import sys
 import time
 
 import kova
+
+sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "common"))
+import orders  # noqa: E402
 
 
 def lines_of(file):
@@ -18,9 +22,10 @@ def lines_of(file):
 
 def order(root, host_order, command, file):
     words = lines_of(file)
-    for name in ("de_DE", "sv_SE", "ja_JP", "th_TH", "fr_CA"):
+    for name in orders.LOCALES:
         loc = kova.Locale(name, root=root)
         keys = sorted((loc.key(word), word) for word in words)
+        orders.note(name, "Python", [word for _, word in keys], [key.hex() for key, _ in keys])
         mine = "".join(f"{key.hex()}\t{word}\n" for key, word in keys)
         with open(file, "rb") as f:
             in_c = subprocess.run([host_order, root, loc.spec], stdin=f, check=True,
