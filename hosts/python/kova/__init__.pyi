@@ -29,6 +29,7 @@ class Month(NamedTuple):
     calendar: str
     weekdays: tuple[str, ...]
     weeks: tuple[tuple[Day | None, ...], ...]
+    umalqura: tuple[datetime.date, datetime.date] | None = ...
 
 class Locale:
     root: str | None

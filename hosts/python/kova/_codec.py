@@ -10,7 +10,10 @@ KEEP_MARK, WRITE_MARK = 16, 32
 ILLEGAL, CUT_OFF = 1, 7  # errors of the library
 PREFIX = "kova"
 _START = (1, 0, 0, 0)  # the state at the start of a text: first piece, source, target, mark
-_KOREAN, _ANNOUNCED = 57502, 1 << 17  # ISO-2022-KR says at its start which characters it shifts to
+_KOREAN, _ANNOUNCED = 57502, 0x20010  # ISO-2022-KR says once which characters it shifts to
+# Digits of six bits, of UTF-7 and of its form for names of mailboxes.
+_LETTERS = b"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+"
+_DIGITS = {57506: _LETTERS + b"/", 57507: _LETTERS + b","}
 _UTF16, _UTF32 = ("utf16", "utf16le", "utf16be"), ("utf32", "utf32le", "utf32be")
 
 
@@ -20,10 +23,12 @@ class SubstitutionWarning(UnicodeWarning):
 
 # ---- Converters ----
 
-# A converter serves one thread at a time. Those that are not in use wait here.
+# A converter serves one thread at a time. Those that are not in use wait here, by kinds, of which
+# those used last are kept: the same code set has many names.
 _idle: dict = {}
 _idle_lock = threading.Lock()
 _IDLE_MOST = 4  # of one kind
+_KINDS_MOST = 64
 
 
 class _Lent:
@@ -44,9 +49,11 @@ class _Lent:
 
     def __exit__(self, *unused):
         with _idle_lock:
-            waiting = _idle.setdefault(self.kind, [])
+            waiting = _idle[self.kind] = _idle.pop(self.kind, [])
             if len(waiting) < _IDLE_MOST:
                 waiting.append(self.converter)
+            dropped = _idle.pop(next(iter(_idle))) if len(_idle) > _KINDS_MOST else None
+        del dropped
 
 
 def _root(root):
@@ -55,6 +62,11 @@ def _root(root):
 
 def _plain(name):
     return "".join(c for c in name.lower() if c.isalnum())
+
+
+def _bytes(data):
+    """The bytes of a buffer; bytes() would also take a number, as the length of null bytes."""
+    return data if isinstance(data, bytes) else bytes(memoryview(data))
 
 
 def _warn(encoding):
@@ -98,10 +110,11 @@ def _handle(error, errors, length):
 class _Decoder:
     """Decodes a code set, in pieces if wanted."""
 
-    def __init__(self, codeset, root, encoding):
-        self.kind = (codeset, "utf8", root, KEEP_MARK)
+    def __init__(self, codeset, root, encoding, flags=KEEP_MARK):
+        self.kind = (codeset, "utf8", root, flags)
         self.encoding = encoding
         self.name = _plain(codeset)
+        self.digits = _DIGITS.get(_kova.code_set_number(root, codeset))
 
     def _refuse(self, converter, data, at, error, state):
         if error == CUT_OFF:
@@ -112,6 +125,13 @@ class _Decoder:
         else:
             raise _kova.Error(f"{self.encoding}: {_kova.error_text(error)}")
         return UnicodeDecodeError(self.encoding, data, at, end, reason)
+
+    def _state_after(self, bad, state):
+        """The state after bytes that are no character. In UTF-7 bits that are left over go with
+        them; and its digits go on if they were digits."""
+        if not self.digits:
+            return state
+        return state[0], state[1] & (bad.object[bad.end - 1:bad.end] in self.digits), *state[2:]
 
     def run(self, data, errors, final, state):
         """The text, the bytes that it takes, and the state after it."""
@@ -129,6 +149,7 @@ class _Decoder:
                 if not isinstance(replacement, str):
                     raise TypeError("a decoding error handler must return a str")
                 parts.append(replacement)
+                state = self._state_after(bad, state)
                 if at == len(data):
                     break
         if substituted:
@@ -139,6 +160,8 @@ class _Decoder:
 # ---- Encoding ----
 
 def _utf8(text):
+    if not isinstance(text, str):
+        raise TypeError(f"a str is needed, not {type(text).__name__}")
     return text.encode("utf-8", "surrogatepass")
 
 
@@ -150,8 +173,8 @@ class _Encoder:
     """Encodes a code set. Every piece ends as a whole text does, with the way back from shifts,
     because files of Python never say that a text has ended."""
 
-    def __init__(self, codeset, root, encoding):
-        mark = WRITE_MARK if _plain(codeset) == "utf16" else 0
+    def __init__(self, codeset, root, encoding, write_mark=True):
+        mark = WRITE_MARK if write_mark and _plain(codeset) == "utf16" else 0
         self.kind = ("utf8", codeset, root, KEEP_MARK | mark)
         self.encoding = encoding
         korean = _kova.code_set_number(root, codeset) == _KOREAN
@@ -198,7 +221,8 @@ class _Encoder:
     def _write(self, converter, text, state):
         data = _utf8(text)
         made, _, error, after, lossy = converter.run(data, 0, True, state)
-        return made, error, (0, 0, after[2] & self.lasting, after[3]), lossy
+        target = self.lasting if made or state[2] else 0
+        return made, error, (0, 0, target, after[3]), lossy
 
     def begun(self):
         """The state after the start of any text."""
@@ -239,11 +263,7 @@ class _Encoder:
 
 def decode(data, codeset, errors="strict", *, root=None):
     decoder = _Decoder(codeset, _root(root), codeset)
-    return decoder.run(bytes(data), errors, True, _START)[0]
-
-
-def encode(text, codeset, errors="strict", *, root=None):
-    return _Encoder(codeset, _root(root), codeset).run(text, errors, _START)[0]
+    return decoder.run(_bytes(data), errors, True, _START)[0]
 
 
 def convert(data, from_, to, errors="strict", *, root=None):
@@ -257,14 +277,15 @@ def convert(data, from_, to, errors="strict", *, root=None):
     >>> convert("漢字".encode(), "utf8", "ISO-8859-1", errors="xmlcharrefreplace")
     b'&#28450;&#23383;'
     """
-    data, root = bytes(data), _root(root)
+    data, root = _bytes(data), _root(root)
     with _Lent(from_, to, root, 0) as converter:
         made, _, error, _, lossy = converter.run(data, 0, True, _START)
     if not error:
         if lossy:
             _warn(f"{from_} to {to}")
         return made
-    return encode(decode(data, from_, errors, root=root), to, errors, root=root)
+    text = _Decoder(from_, root, from_, 0).run(data, errors, True, _START)[0]
+    return _Encoder(to, root, to, False).run(text, errors, _START)[0]
 
 
 # ---- Codecs ----
@@ -298,7 +319,7 @@ class _IncrementalDecoder(codecs.IncrementalDecoder):
         self.reset()
 
     def decode(self, data, final=False):
-        data = self._kept + bytes(data)
+        data = self._kept + _bytes(data)
         text, taken, self._state = self._decoder.run(data, self.errors, final, self._state)
         self._kept = data[taken:]
         return text
@@ -338,7 +359,7 @@ class _StreamReader(codecs.StreamReader):
         self._state = _START
 
     def decode(self, data, errors="strict"):
-        text, taken, self._state = self._decoder.run(bytes(data), errors, False, self._state)
+        text, taken, self._state = self._decoder.run(_bytes(data), errors, False, self._state)
         return text, taken
 
     def reset(self):
@@ -358,7 +379,7 @@ def codec(codeset, *, root=None, name=None):
         return parts["_encoder"].run(text, errors, _START)[0], len(text)
 
     def decode_all(data, errors="strict"):
-        data = bytes(data)
+        data = _bytes(data)
         return parts["_decoder"].run(data, errors, True, _START)[0], len(data)
 
     return codecs.CodecInfo(encode_all, decode_all, made(_StreamReader), made(_StreamWriter),

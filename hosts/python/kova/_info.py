@@ -1,5 +1,6 @@
 """What a locale says, by the names of POSIX."""
 import os
+import re
 import types
 
 from . import _kova
@@ -54,6 +55,24 @@ def _decoded(data, codeset):
         return data.decode("utf-16-be")
     from ._codec import decode
     return decode(data, codeset)
+
+
+def umalqura_month(loc, year, index):
+    """The first day of a month of the Umm al-Qura calendar, in days since 1970, and its length, or
+    None. The header states the first year with the day on which it begins; then, in lines, three
+    hexadecimal digits for each year, whose highest bit is set if the first month has 30 days."""
+    header = _header(loc)
+    begin = re.fullmatch(r"([0-9]{1,4}) (-?[0-9]{1,5})", header.get("UMALQURA", ""))
+    digits, line = "", 1
+    while f"UMALQURA_{line}" in header:
+        digits += header[f"UMALQURA_{line}"]
+        line += 1
+    years = re.findall("[0-9a-f]{3}", digits)
+    lengths = [29 + (int(bits, 16) >> bit & 1) for bits in years for bit in range(11, -1, -1)]
+    month = 12 * (year - int(begin[1])) + index if begin else -1
+    if not 0 <= month < len(lengths):
+        return None
+    return int(begin[2]) + sum(lengths[:month]), lengths[month]
 
 
 def info_of(loc):

@@ -47,6 +47,8 @@ def _release_root(root, release):
         root = os.environ.get("VANTORDIR")
     if not root:
         raise ValueError("release needs root: the folder that holds the release")
+    if os.path.basename(release) != release or release in ("", ".", ".."):
+        raise _missing(f"release {release!r}: a release is no path")
     below = os.path.join(root, release)
     return below if os.path.isdir(os.path.join(below, "kova")) else root
 
@@ -64,6 +66,7 @@ class Locale(_kova.Locale):
     """
 
     __slots__ = ("root", "_info")
+    root: str | None
 
     def __new__(cls, name, *, root=None, release=None, verify=False):
         if root is not None:

@@ -7,7 +7,7 @@ import re
 import typing
 import unicodedata
 
-from . import _kova
+from . import _info, _kova
 
 MOST_DIGITS = 300  # of a number that is written exactly; the library writes powers of ten below 1e308
 
@@ -217,6 +217,7 @@ class Month(typing.NamedTuple):
     calendar: str       # "gregorian", "hebrew", "islamic"
     weekdays: tuple     # short names, from the locale's first day of the week on
     weeks: tuple        # of seven each: a Day, or None outside the month
+    umalqura: tuple | None = None  # first and last date in the Umm al-Qura calendar, where known
 
     def __str__(self):
         plain = self.calendar == "gregorian"
@@ -228,6 +229,8 @@ class Month(typing.NamedTuple):
         if not plain:
             days = [day.date for week in self.weeks for day in week if day]
             heads.append(f"{days[0]} - {days[-1]}")
+        if self.umalqura:
+            heads.append("Umm al-Qura: {} - {}".format(*self.umalqura))
         lines = [" " * ((width - _columns(head)) // 2) + head for head in heads]
         for row in rows:
             cells = [" " * (cell - _columns(text)) + text for text in row]
@@ -295,6 +298,15 @@ def _title(loc, first, last):
     return f"{title} ({eras[0] if eras[0] == eras[1] else ' - '.join(eras)})"
 
 
+def _umalqura(loc, first):
+    year, _, name, _ = _local(loc, first)
+    found = _info.umalqura_month(loc, year, name)
+    if not found:
+        return None
+    begin = datetime.date(1970, 1, 1) + datetime.timedelta(days=found[0])
+    return begin, begin + datetime.timedelta(days=found[1] - 1)
+
+
 def month_of(loc, month):
     first = _first_of(loc, month)
     year, number = _local(loc, first)[:2]
@@ -313,4 +325,5 @@ def month_of(loc, month):
     weeks = tuple(tuple(days[at:at + 7]) for at in range(0, len(days), 7))
     names = [name.strip() for name in loc.info["abday"]]
     return Month(_title(loc, first, last), year, number + 1, loc.info["calendar"],
-                 tuple(names[start:] + names[:start]), weeks)
+                 tuple(names[start:] + names[:start]), weeks,
+                 _umalqura(loc, first) if loc.info["calendar"] == "islamic" else None)

@@ -1,6 +1,8 @@
 """Conversions, and codecs in all of Python's uses of them."""
+import array
 import codecs
 import io
+import itertools
 import os
 import random
 import tempfile
@@ -61,6 +63,24 @@ class Texts(unittest.TestCase):
             decoder = codecs.getincrementaldecoder("kova-" + name)()
             got = "".join(decoder.decode(data[i:i + 1]) for i in range(len(data)))
             self.assertEqual(got + decoder.decode(b"", True), want, name)
+
+    def test_damaged_texts_in_pieces_are_read_as_a_whole(self):
+        rows = [("utf7", b"+AGF-b", "a\ufffdb"), ("utf7", b"+2AA-b", "\ufffdb"),
+                ("utf7", b"+AGF", "a\ufffd"), ("utf7", b"+AGF b", "a\ufffdb"), ("utf7", b"+", "\ufffd"),
+                ("ibm939", b"\x0e\x45\x2d\x66\x0f\x89", "\ufffd\ufffdi"), ("utf8", b"a\xe2\x82", "a\ufffd")]
+        for name, data, want in rows:
+            for cut in range(len(data) + 1):
+                decoder = codecs.getincrementaldecoder("kova-" + name)("replace")
+                parts = [decoder.decode(data[:cut]), decoder.decode(data[cut:], True)]
+                self.assertEqual("".join(parts), want, (name, data, cut))
+            decoder.reset()
+            one = [decoder.decode(data[i:i + 1]) for i in range(len(data))]
+            self.assertEqual("".join(one) + decoder.decode(b"", True), want, (name, data))
+
+    def test_a_header_is_written_once(self):
+        encoder = codecs.getincrementalencoder("kova-iso2022kr")("replace")
+        parts = [encoder.encode(text).hex() for text in ("a", "한", "", "\U0010ffff", "b글")]
+        self.assertEqual(parts, ["1b24294361", "0e47510f", "", "3f", "620e315b0f"])
 
     def test_encoding_in_pieces_comes_back(self):
         for name, _, text in SETS:
@@ -215,7 +235,28 @@ class Conversion(unittest.TestCase):
         self.assertRaises(UnicodeEncodeError, kova.convert, "漢".encode(), "utf8", "latin1")
         self.assertRaises(kova.NotFoundError, kova.convert, b"", "nosuch", "utf8")
         self.assertRaises(kova.NotFoundError, kova.convert, b"", "utf8", "latin1", root="/nowhere")
-        self.assertRaises(TypeError, kova.convert, "text", "utf8", "latin1")
+        for data in ("text", 5, [65], None):
+            self.assertRaises(TypeError, kova.convert, data, "utf8", "latin1")
+            self.assertRaises(TypeError, codecs.decode, data, "kova-latin1")
+        self.assertRaises(TypeError, codecs.encode, b"bytes", "kova-latin1")
+        self.assertEqual(kova.convert(array.array("H", [65]), "utf16le", "utf8"), b"A")
+
+    def test_marks_with_and_without_errors(self):
+        rows = [(b"\xef\xbb\xbfa\xffb", "utf8", "latin1", b"a?b"),
+                (b"\xef\xbb\xbfa\xffb", "utf8", "utf16", b"\0a\xff\xfd\0b"),
+                (b"\xff\xfea\0\x22\x6f", "utf16", "latin1", b"a?"),
+                (b"\xfe\xff\0a\xdc\0", "utf16", "utf8", "a\ufffd".encode())]
+        for data, source, target, want in rows:
+            self.assertEqual(kova.convert(data, source, target, "replace"), want)
+        with self.assertRaises(UnicodeEncodeError) as caught:
+            kova.convert("\ufeffa漢".encode(), "utf8", "latin1")
+        self.assertEqual(caught.exception.object[caught.exception.start], "漢")
+
+    def test_converters_of_many_names_are_not_kept(self):
+        from kova import _codec
+        for some in itertools.product(("", "-", " "), repeat=4):
+            self.assertEqual(kova.convert(b"a", "latin1", "ibm{}0{}3{}7{}".format(*some)), b"\x81")
+        self.assertLess(len(_codec._idle), 70)
 
     def test_substitution_is_told(self):
         with self.assertWarns(kova.SubstitutionWarning):

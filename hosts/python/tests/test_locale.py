@@ -113,6 +113,8 @@ class Opening(unittest.TestCase):
     def test_what_cannot_be_opened(self):
         rows = [("xx_XX", {}), ("../de_DE", {}), ("de_DE\0", {}), ("de_DE.nosuch", {}),
                 ("de_DE", {"root": "/nowhere"}), ("de_DE", {"root": ROOT, "release": "1999.1"}),
+                ("de_DE", {"root": ROOT, "release": "../" + os.path.basename(ROOT)}),
+                ("de_DE", {"root": "/nowhere", "release": ROOT}),
                 ("é" * 9, {}), ("de_DE/x", {"root": ROOT})]
         for name, options in rows:
             with self.subTest(name=name, options=options):
@@ -243,7 +245,7 @@ class Memory(unittest.TestCase):
             lambda: kova.locales(ROOT), lambda: kova.convert(b"abc", "latin1", "ibm037"),
             lambda: kova.convert(b"abc", "nosuch", "utf8"), lambda: _codec.decode(b"a\xff", "utf8"),
             lambda: _codec.decode(b"a\xff", "utf8", "replace"),
-            lambda: _codec.encode("漢x", "utf16le"),
+            lambda: "漢x".encode("kova-utf16le"),
         ]
         for call in calls:
             want = self.outcome(call)
