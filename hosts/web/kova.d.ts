@@ -72,7 +72,8 @@ export class ConversionError extends KovaError {
 /** What stands in place of what cannot be converted: nothing, a question mark or U+FFFD, a
  * reference such as "&#8364;" (bytes that are no character: "\xFF"), or what a function answers. A
  * string is converted to the target; bytes are written as they are. A string that the target lacks,
- * too, throws the error. */
+ * too, throws the error, and so does "escape" where the target lacks a character of the reference,
+ * such as the backslash. A function must not use the converter that calls it, but may close it. */
 export type ErrorHandling =
   | "strict" | "skip" | "replace" | "escape"
   | ((error: ConversionError) => string | Uint8Array);
@@ -131,6 +132,9 @@ export interface Month {
   weekdayNames: string[];
   /** Rows of seven days; null outside the month. */
   weeks: (MonthDay | null)[][];
+  /** The first and the last day of the month in the Umm al-Qura calendar; null where the locale's
+   * object does not know them. */
+  umalqura: { first: DateFields; last: DateFields } | null;
 }
 
 export interface ChartCell {
@@ -184,6 +188,7 @@ export interface Converter {
   readonly to: string;
   /** Bytes taken so far. */
   readonly offset: number;
+  /** A piece that throws was not taken: offset and state are as before it. */
   write(piece: Uint8Array): Uint8Array;
   /** The rest, with the way back from a shifted state; the converter then starts anew. */
   end(piece?: Uint8Array): Uint8Array;

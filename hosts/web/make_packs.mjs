@@ -9,6 +9,7 @@ import { join } from "node:path";
 import { gzipSync } from "node:zlib";
 import { Module } from "./src/module.mjs";
 import { findCodeSet, findLocale } from "./src/packs.mjs";
+import { packRows } from "./pack_rows.mjs";
 
 const HEADER = "FILE_TYPE=web_pack\nCOMPILER_VERSION=1\nHEADER_LINES=4\nCONTENT=";
 const NO_SUCH = [54, 56, 57]; // errors that say that something is not there
@@ -59,13 +60,20 @@ function* localeObjects() {
 
 // ---- Packs ----
 
+const packedFiles = new Map();
+
+function packedOf(file) {
+  if (!packedFiles.has(file)) packedFiles.set(file, packRows(read.get(file)));
+  return packedFiles.get(file);
+}
+
 function write(kind, { name, number }, aliases, lines) {
   const files = [...opened].filter((file) => file !== "cm3/registry").sort();
   const texts = [...lines, ...always].map((row) => `${row.name} ${row.number}`);
   const list = { kind, name, number, aliases, registry: [...new Set(texts)],
-    files: files.map((file) => [file, read.get(file).length]) };
+    files: files.map((file) => [file, read.get(file).length, packedOf(file).length]) };
   const head = Buffer.from(`${JSON.stringify(list)}\n`);
-  const body = Buffer.concat([head, ...files.map((file) => read.get(file))]);
+  const body = Buffer.concat([head, ...files.map(packedOf)]);
   const whole = (content) => Buffer.concat([Buffer.from(`${HEADER}${content}\n`), body]);
   const packed = gzipSync(whole(contentOf(whole("0".repeat(16)))), { level: 9 });
   const file = `${name}.pack`;

@@ -41,8 +41,10 @@ function showMonth(locale) {
   $("calendar-month").value = month.month;
   const days = month.weeks.flat().filter(Boolean), [first, last] = [days[0].date, days.at(-1).date];
   const shown = (date) => `${date.year}-${String(date.month).padStart(2, "0")}-${String(date.day).padStart(2, "0")}`;
+  const other = month.umalqura;
   $("calendar-note").textContent = `${CALENDARS[month.calendar] ?? month.calendar} calendar, ${days.length} days, ` +
-    `from ${shown(first)} to ${shown(last)}${month.calendar === "gregorian" ? "" : " of the Gregorian one"}.`;
+    `from ${shown(first)} to ${shown(last)}${month.calendar === "gregorian" ? "" : " of the Gregorian one"}.` +
+    (other ? ` In the Umm al-Qura calendar the month is from ${shown(other.first)} to ${shown(other.last)}.` : "");
 }
 
 let find = null; // what the last event asked for

@@ -1,6 +1,6 @@
 // Charts of code sets: 256 codes in a grid, lead bytes that open more, and the search for a character.
 import { Kova } from "../kova.mjs";
-import { $, el, isolated, spoken, fillSelect, upperHex, hexOf, say, queued, needed, whenChanged } from "./ui.mjs";
+import { $, el, isolated, spoken, fillSelect, upperHex, hexOf, say, queued, content, unpacked, needed, whenChanged } from "./ui.mjs";
 import { codesets } from "./contents.mjs";
 
 const CONTROLS = ("NUL SOH STX ETX EOT ENQ ACK BEL BS HT LF VT FF CR SO SI DLE DC1 DC2 DC3 DC4 NAK SYN ETB CAN " +
@@ -25,16 +25,44 @@ const columns = () => isNarrow.matches ? 8 : 16;
 
 const view = { lead: [], cells: [], at: 0 }; // what is shown, and the cell with the focus
 
+// ---- Names ----
+
+let names = null; // of characters, and characters by their names
+
+async function needNames() {
+  if (names) return;
+  const lines = new TextDecoder().decode(await unpacked(content().names)).split("\n");
+  names = new Map(lines.flatMap((line) => {
+    const at = line.indexOf(" "), text = String.fromCodePoint(parseInt(line.slice(0, at), 16)), name = line.slice(at + 1);
+    return [[text, name], [name, text]];
+  }));
+}
+
+/** The name of a character, or "". Those of ideographs are made of their numbers. */
+function nameOf(character) {
+  const digits = upperHex(character.codePointAt(0), 4);
+  if (/^(F[9A]..|2F[89A]..)$/.test(digits)) return `CJK COMPATIBILITY IDEOGRAPH-${digits}`;
+  return /\p{Unified_Ideograph}/u.test(character) ? `CJK UNIFIED IDEOGRAPH-${digits}` : names.get(character) ?? "";
+}
+
+const namesOf = (text) => Array.from(text, nameOf).filter(Boolean).join(" + ");
+
+/** The character that has a name, or undefined. */
+function characterOf(name) {
+  const number = /^CJK (?:UNIFIED|COMPATIBILITY) IDEOGRAPH-([0-9A-F]{4,5})$/.exec(name);
+  return name.length < 2 ? undefined : number ? String.fromCodePoint(parseInt(number[1], 16)) : names.get(name);
+}
+
 // ---- One cell ----
 
 function labelOf(cell) {
   if (cell.kind === "lead") return "lead byte, opens more characters";
   if (cell.kind === "shift") return "shift, opens more characters";
-  return cell.kind === "none" ? "none" : cell.name;
+  return cell.kind === "none" ? "none" : `${cell.name} ${namesOf(cell.text)}`.trim();
 }
 
 function cellElement(cell, i) {
-  const made = el("td", { role: "gridcell", tabIndex: -1, className: KINDS[cell.kind], title: `${hexOf(cell.code)} ${cell.name}`,
+  const made = el("td", { role: "gridcell", tabIndex: -1, className: KINDS[cell.kind], title: `${hexOf(cell.code)} ${labelOf(cell)}`,
     "aria-selected": "false", "data-code": `${i}` });
   if (cell.kind === "lead") made.append(el("span", { "aria-hidden": "true" }, "→"));
   if (cell.kind === "shift") made.append(el("span", { "aria-hidden": "true" }, "⇧"));
@@ -53,6 +81,7 @@ function showCard(cell) {
   const card = $("chart-card");
   if (cell.kind !== "character") return card.replaceChildren();
   const short = abbreviation(cell.text), rows = [["Bytes", hexOf(cell.code)], ["Character", cell.name]];
+  if (namesOf(cell.text)) rows.push(["Name", namesOf(cell.text)]);
   for (const other of ["UTF-8", "UTF-16BE"]) rows.push([other, hexOf(Kova.encode(cell.text, other))]);
   if (cell.oneWay) rows.push(["One way", "the set writes this character in another way"]);
   card.replaceChildren(el("p", { className: `glyph${short ? " control" : ""}` }, short ?? isolated(drawn(cell.text))),
@@ -142,6 +171,8 @@ function onClick(event) {
 
 /** What was typed: { text } or { bytes }, or null. */
 function wanted(typed) {
+  const byName = characterOf(typed.toUpperCase());
+  if (byName) return { text: byName };
   const number = /^U\+([0-9a-f]{1,6})$/i.exec(typed), hex = /^0x((?:[0-9a-f]{2}\s*)+)$/i.exec(typed);
   if (number && parseInt(number[1], 16) < 0x110000) return { text: String.fromCodePoint(parseInt(number[1], 16)) };
   if (hex) return { bytes: hex[1].match(/[0-9a-f]{2}/gi).map((byte) => parseInt(byte, 16)) };
@@ -200,6 +231,7 @@ function find() {
 
 const showChart = queued("chart-status", async () => {
   await needed($("chart-set").value);
+  await needNames();
   open([]);
   say("chart-status", "");
 });

@@ -1,6 +1,6 @@
 // The page: its tabs, its colours, and the start of the library.
 import { Kova } from "../kova.mjs";
-import { $, content, say } from "./ui.mjs";
+import { $, content, say, unpacked } from "./ui.mjs";
 import { startOrder } from "./order.mjs";
 import { startChart } from "./chart.mjs";
 import { startConvert } from "./convert.mjs";
@@ -88,12 +88,6 @@ function startTabs() {
 }
 
 // ---- Start ----
-
-async function unpacked(base64) {
-  const bytes = Uint8Array.from(atob(base64), (c) => c.charCodeAt(0));
-  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("gzip"));
-  return new Response(stream).arrayBuffer();
-}
 
 async function start() {
   startTheme();

@@ -1,10 +1,12 @@
 // Makes the page, one file with the module, the packs and all that it shows:
 //   node make_page.mjs PACKAGE PACKS OUT
-// PACKAGE is a built package, PACKS a folder with packs of what contents.mjs names.
+// PACKAGE is a built package, PACKS a folder with packs of what contents.mjs names. The names of
+// characters are those of the C library's charmap of UTF-8; KOVA_I18N names another folder of it.
 import { createHash } from "node:crypto";
 import { readFileSync, writeFileSync } from "node:fs";
-import { join } from "node:path";
-import { gzipSync } from "node:zlib";
+import { join, resolve } from "node:path";
+import { pathToFileURL } from "node:url";
+import { gunzipSync, gzipSync } from "node:zlib";
 import { bare, block, textOf } from "../bundle.mjs";
 import { findCodeSet, findLocale } from "../src/packs.mjs";
 import { codesets, locales } from "./contents.mjs";
@@ -38,8 +40,29 @@ function packOf(kind, name) {
   return { kind, name, file: row.file, data: readFileSync(join(packs, row.file)).toString("base64") };
 }
 
+/** The characters of a code set: those of single codes, and after lead bytes and one shift. */
+function* charactersOf(kova, set, lead = []) {
+  for (const { kind, text, code } of kova.chart(set, lead).cells) {
+    if (kind === "character") yield* text;
+    else if (kind === "lead" || (kind === "shift" && !lead.length)) yield* charactersOf(kova, set, [...code]);
+  }
+}
+
+/** Lines of the number and the name of each character that the code sets have, but for ideographs. */
+async function namesOf() {
+  const { Kova } = await import(pathToFileURL(resolve(folder, "kova.mjs")));
+  await Kova.load({ base: pathToFileURL(resolve(packs)), codesets: codesets.map(([name]) => name) });
+  const used = new Set(codesets.flatMap(([name]) => [...charactersOf(Kova, name)]));
+  const charmap = gunzipSync(readFileSync(join(process.env.KOVA_I18N ?? "/usr/share/i18n", "charmaps/UTF-8.gz"))).toString();
+  const rows = Array.from(charmap.slice(0, charmap.indexOf("END CHARMAP")).matchAll(/^<U([0-9A-F]+)>\s+\S+\s+([^<\n].*)$/gm));
+  return rows.filter(([, number, name]) => used.has(String.fromCodePoint(parseInt(number, 16))) && !/IDEOGRAPH-/.test(name))
+    .map(([, number, name]) => `${number} ${name}`);
+}
+
+const packed = (bytes) => gzipSync(bytes, { level: 9 }).toString("base64");
 const data = JSON.stringify({
-  wasm: gzipSync(readFileSync(join(folder, "kova.wasm")), { level: 9 }).toString("base64"),
+  wasm: packed(readFileSync(join(folder, "kova.wasm"))),
+  names: packed((await namesOf()).join("\n")),
   packs: [...locales.map(([name]) => packOf("locale", name)), ...codesets.map(([name]) => packOf("codeset", name))],
 });
 

@@ -71,11 +71,18 @@ function calmed(step, pause = 120) {
 
 // ---- Packs ----
 
-let embedded = null; // { wasm, packs: [{ kind, name, title, file, data }] }
+let embedded = null; // { wasm, names, packs: [{ kind, name, title, file, data }] }
 
 function content() {
   embedded ??= JSON.parse($("data").textContent);
   return embedded;
+}
+
+/** The bytes that are packed and in base64. */
+async function unpacked(base64) {
+  const bytes = Uint8Array.from(atob(base64), (c) => c.charCodeAt(0));
+  const stream = new Blob([bytes]).stream().pipeThrough(new DecompressionStream("gzip"));
+  return new Response(stream).arrayBuffer();
 }
 
 /** Loads a locale or a code set, unless the module has it or needs no pack for it. */
@@ -98,4 +105,4 @@ function whenChanged(ids, step, event = "input") {
 }
 
 export { $, el, isolated, spoken, fillSelect, langOf, titleOf, upperHex, hexOf, counted, say, queued, calmed,
-  content, needed, languageRows, localeRows, whenChanged };
+  content, unpacked, needed, languageRows, localeRows, whenChanged };

@@ -4,9 +4,12 @@ import { isWellFormed, whenCollected } from "./module.mjs";
 import { plainName } from "./packs.mjs";
 
 const KEEP_MARK = 16, WRITE_MARK = 32; // flags of ko_open_conversion
+// Bits of a state's extra: of the source, and of a target in Unicode.
+const MARK_SEEN = 1, SOURCE_BITS = 7, MARK_WRITTEN = 36;
 const FIRST_PIECE = 1 << 12, LONGEST_PIECE = 1 << 20; // bytes
 const START = [1, 0, 0, 0]; // the state at the start of a text: first piece, source, target, extra
-const KOREAN = 57502, ANNOUNCED = 1 << 17; // ISO-2022-KR says once what it shifts to
+const KOREAN = 57502, ANNOUNCED = 0x20010; // ISO-2022-KR says once what it shifts to
+const DIGITS = { 57506: /[A-Za-z0-9+/]/, 57507: /[A-Za-z0-9+,]/ }; // of UTF-7, and of its form for mailboxes
 const IDLE_MOST = 16; // conversions that stay open
 const UTF16 = new Uint8Array(new Uint16Array([1]).buffer)[0] ? "utf16le" : "utf16be";
 const UTF16_SETS = ["utf16", "utf16le", "utf16be", "unicode"];
@@ -69,6 +72,18 @@ function makeConversions(module, inUse) {
       if (users) continue;
       open.delete(kind);
       module.x.web_close_conversion(handle);
+    }
+  }
+
+  const numberOf = (name) => module.withNames([name], (at) => module.x.web_codeset_number(at));
+
+  /** A call with a descriptor. */
+  function lent(from, to, flags, call) {
+    const held = lend(from, to, flags);
+    try {
+      return call(held);
+    } finally {
+      giveBack(held);
     }
   }
 
@@ -147,80 +162,104 @@ function makeConversions(module, inUse) {
       this.state = START;
       this.offset = 0; // bytes before this piece
       this.kept = new Uint8Array(0); // a character that the piece before cut
-      this.wide = { at: 0, state: START }; // how far the source was read for errors
       this.begun = false; // something was written
     }
 
     close() {
-      if (this.held) giveBack(this.held);
+      this.isClosing = this.isBusy; // by a handler
+      if (this.isBusy || !this.held) return;
+      giveBack(this.held);
       this.held = null;
     }
 
-    /** The bytes of one more piece. */
+    /** The bytes of one more piece. One that throws was not taken: all is as before it. */
     write(piece, last) {
+      const { state, begun } = this;
+      if (!(piece instanceof Uint8Array)) throw new KovaError("a Uint8Array is converted");
       if (!this.held) throw new KovaError("the converter is closed");
+      if (this.isBusy) throw new KovaError("an error handler uses its own converter");
+      this.isBusy = true;
+      try {
+        return this.#writePiece(piece, last);
+      } catch (error) {
+        Object.assign(this, { state, begun });
+        throw error;
+      } finally {
+        this.isBusy = false;
+        if (this.isClosing) this.close();
+      }
+    }
+
+    #writePiece(piece, last) {
       const text = this.kept.length ? joined([this.kept, piece]) : piece;
       const parts = [];
       let at = 0;
       for (;;) {
         const before = this.state;
-        let done = run(this.held, text.subarray(at), last, before, this.exact);
-        const place = at + done.taken;
-        if (!done.lossy && (!done.error || (done.error === CUT_OFF && !last))) {
+        let done = this.#run(text.subarray(at), last, before, this.exact);
+        const place = at + done.taken, isCut = done.error === CUT_OFF && !last;
+        const found = !done.lossy && (!done.error || isCut) ? null : this.#errorAt(text, place, done);
+        // Of a character that the target lacks, a table may know no byte.
+        if (!found || (found.error.reason === "incomplete" && !last)) {
           if (!last && done.state[2] !== 0 && done.taken) {
             // The way back from a shifted state is written after the last character, which waits.
-            done = run(this.held, text.subarray(at, place - 1), false, before, false);
+            done = this.#run(text.subarray(at, place - 1), false, before, false);
           }
           parts.push(done.made);
           this.state = done.taken ? done.state : before;
           at += done.taken;
           break;
         }
-        if (!done.taken) done.state = before;
-        const { error, length } = this.#errorAt(text, place, done);
-        const answer = this.#answer(error, () => joined([...parts, done.made]));
+        const { error, length } = found, answer = this.#answer(error, () => joined([...parts, done.made]));
         const ends = last && place + length >= text.length;
-        if (done.state[2] !== 0 && (answer.length || ends)) {
-          // Once more, with the way back from the shifted state.
-          const again = run(this.held, text.subarray(at, place), true, before, false);
-          const target = again.state[2] & this.#lasting();
-          done = { ...again, state: [0, done.state[1], target, done.state[3]] };
-        }
         parts.push(done.made);
         this.begun ||= done.made.length > 0;
-        this.state = [done.taken || this.begun ? 0 : before[0], ...done.state.slice(1)];
-        if (answer.length) parts.push(this.#written(answer, error));
         at = place + length;
-        if (ends) break;
+        if (answer.length || ends) {
+          parts.push(this.#wayBack(done.state[2]));
+          done.state[2] = this.#lasting(done.state[2]);
+        }
+        this.#passOver(text[at - 1], found, done.state);
+        if (answer.length) parts.push(this.#written(answer, error));
+        if (ends && !(this.digits && this.state[1])) break; // bits may be left
       }
-      this.#advance(text, at);
+      this.kept = text.slice(at);
+      this.offset += at;
       return joined(parts);
     }
 
-    #advance(text, at) {
-      if (!this.isComplete && this.wide.at < at)
-        this.wide = { at, state: this.#sourceState(text, at) };
-      this.kept = text.slice(at);
-      this.offset += at;
-      this.wide.at -= at;
+    /** As run; an empty text, too, ends with the way back from a shifted state. */
+    #run(text, last, state, exact) {
+      const done = run(this.held, text, last, state, exact);
+      return text.length || !last || done.made.length ? done : { ...done, made: this.#wayBack(state[2]) };
     }
 
-    /** The state in which the source is read by itself at a place that was reached without an
-     * error. Only a conversion whose own state is another one than at the start has to be asked. */
-    #sourceState(text, at) {
-      const [first, source, , extra] = this.state;
-      if (!source && !extra) return first ? START : [0, 0, 0, 0];
-      const held = lend(this.from, UTF16, KEEP_MARK);
-      const { state } = run(held, text.subarray(this.wide.at, at), false, this.wide.state, false);
-      giveBack(held);
-      return state;
+    /** The way back from a state of the target. Objects write it with a character only. */
+    #wayBack(target) {
+      if (!target) return new Uint8Array(0);
+      return lent("utf8", this.to, KEEP_MARK, (held) => {
+        const after = (state, ...bytes) => run(held, Uint8Array.from(bytes), !bytes.length, [0, 0, state, 0], false).made;
+        const back = after(target), shifted = after(target, 0);
+        return back.length ? back : shifted.subarray(0, Math.max(0, shifted.length - after(0, 0).length));
+      });
     }
 
     // ---- Errors ----
 
-    #lasting() {
-      this.number ??= module.withNames([this.to], (name) => module.x.web_codeset_number(name));
-      return this.number === KOREAN ? ANNOUNCED : 0;
+    /** Sets the state after an error, whose last byte is given; no mark comes after it. In UTF-7 a
+     * character holds bits of the next one. Those of bytes that are no character go with them, and the
+     * digits go on if these were digits. */
+    #passOver(byte, { error, after }, [, before, target, extra]) {
+      this.digits ??= DIGITS[numberOf(this.from)] ?? null;
+      let source = after ? after[1] : before;
+      if (this.digits && error.character === null) source &= this.digits.test(String.fromCharCode(byte));
+      this.state = [0, source, target, extra | (isUnicode(this.from) ? MARK_SEEN : 0)];
+    }
+
+    /** What is left of the target's state after the way back, if something was written. */
+    #lasting(isBegun) {
+      this.number ??= numberOf(this.to);
+      return isBegun && this.number === KOREAN ? ANNOUNCED : 0;
     }
 
     #answer(error, converted) {
@@ -238,23 +277,23 @@ function makeConversions(module, inUse) {
         this.begun ||= true;
         return answer;
       }
-      const held = lend("utf8", this.to, this.flags | KEEP_MARK);
-      const state = [this.begun ? 0 : 1, 0, this.state[2] & this.#lasting(), 0];
-      const done = run(held, utf8.encode(answer), true, state, this.exact);
-      giveBack(held);
+      const state = [0, 0, this.#lasting(this.state[2]), 0], mark = this.begun ? 0 : this.flags;
+      const done = lent("utf8", this.to, mark | KEEP_MARK, (held) =>
+        run(held, utf8.encode(answer), true, state, this.exact));
       if (done.error || done.lossy || !isWellFormed(answer)) {
         error.converted ??= new Uint8Array(0);
         throw error;
       }
       this.begun = true;
-      this.state = [0, this.state[1], done.state[2] & this.#lasting(), this.state[3]];
+      const written = this.flags & WRITE_MARK ? MARK_WRITTEN : 0;
+      this.state = [0, this.state[1], this.#lasting(done.made.length || state[2]), this.state[3] | written];
       return done.made;
     }
 
     #errorAt(text, place, done) {
       const { to, label: from } = this;
       const found = this.isComplete ? this.#bytesAt(text, place, done.state)
-        : this.#characterAt(text, place);
+        : this.#characterAt(text, place, done.state);
       const reason = found.character !== null ? (done.lossy ? "approximate" : "unmappable")
         : found.whole ? "illegal" : "incomplete";
       const bytes = text.slice(place, place + found.length);
@@ -263,7 +302,7 @@ function makeConversions(module, inUse) {
         offset: (this.offset + place) / this.unit, length: found.length / this.unit,
         character: found.character, characterName: nameOf(found.character, bytes),
       });
-      return { error, length: found.length };
+      return { error, length: found.length, after: found.state };
     }
 
     /** What is at a place of a text whose target lacks no character: bytes that are none. */
@@ -275,15 +314,10 @@ function makeConversions(module, inUse) {
 
     /** What is at a place, as the source is read by itself: a character that the target lacks, or
      * bytes that are none. */
-    #characterAt(text, place) {
-      const held = lend(this.from, UTF16, KEEP_MARK), { at } = this.wide;
-      let { state } = this.wide;
-      if (place > at) state = run(held, text.subarray(at, place), false, state, false).state;
-      const found = this.#lookAt(text, place, (start, count) =>
-        runPiece(held, text.subarray(start, start + count), false, state));
-      giveBack(held);
-      this.wide = { at: place + found.length, state: found.state ?? state };
-      return found;
+    #characterAt(text, place, [first, source, , extra]) {
+      const state = [first, source, 0, extra & SOURCE_BITS];
+      return lent(this.from, UTF16, KEEP_MARK, (held) => this.#lookAt(text, place, (start, count) =>
+        runPiece(held, text.subarray(start, start + count), false, state)));
     }
 
     /** { character, length, whole, state }: whole is false for what the end cuts. */
@@ -305,11 +339,10 @@ function makeConversions(module, inUse) {
       return { character: null, length, whole: true };
     }
 
-    /** Bytes that show that they are no character, without those that are characters themselves. */
+    /** Bytes that show that they are no character, without those that are characters or shifts. */
     #badLength(trial, place, count) {
       for (let i = 1; i < count; ++i) {
-        const got = trial(place + i, 1);
-        if (got.error === 0 && got.made.length) return i;
+        if (trial(place + i, 1).error === 0) return i;
       }
       return count;
     }
@@ -326,16 +359,14 @@ function makeConversions(module, inUse) {
     }
   }
 
-  function convert(data, from, to, options) {
-    if (data instanceof Uint8Array) return convertAll(data, from, to, options);
-    throw new KovaError("a Uint8Array is converted");
-  }
+  const convert = (data, from, to, options) => convertAll(data, from, to, options);
 
   function decode(data, from, options) {
     return textOf(convert(data, from, UTF16, { ...options, writeMark: false }));
   }
 
   function encode(text, to, options) {
+    if (typeof text !== "string") throw new KovaError("a string is encoded");
     const units = new Uint16Array(text.length);
     for (let i = 0; i < text.length; ++i) units[i] = text.charCodeAt(i);
     return convertAll(new Uint8Array(units.buffer), UTF16, to, { ...options, keepMark: true }, 2);
@@ -389,17 +420,14 @@ function makeConversions(module, inUse) {
   }
 
   function chart(codeset, lead = []) {
-    const held = lend(codeset, UTF16, KEEP_MARK);
-    try {
+    return lent(codeset, UTF16, KEEP_MARK, (held) => {
       const start = Uint8Array.from(lead);
       if (start.length && runPiece(held, start, false, START).made.length)
         throw new KovaError(`${codeset}: ${nameOf("", start)} is a whole character`);
       const cells = Array.from({ length: 256 }, (_, byte) =>
         cellOf(held, Uint8Array.of(...start, byte)));
       return { codeset, lead: start, cells };
-    } finally {
-      giveBack(held);
-    }
+    });
   }
 
   return { Converter, convert, decode, encode, chart };

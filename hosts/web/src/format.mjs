@@ -163,7 +163,7 @@ function makeFormats(module, specOf, kova) {
         return module.x.web_read_date(loc, at, ends[0], at + ends[0], ends[1] - ends[0],
           rule.charCodeAt(0), when, when + 4 * start.length);
       }));
-    if (result < 0) throw module.error(`${text}`, -result);
+    if (result < 0) throw module.error(text, -result);
     return { time: list.slice(0, 9), seen: list[9], fields: list.slice(10), rest: result };
   }
 
@@ -272,7 +272,8 @@ function makeFormats(module, specOf, kova) {
     const spec = specOf(locale), { century = "closest", default: given } = options;
     const rule = RULES[century];
     if (!rule) throw new KovaError(`century is ${Object.keys(RULES).join(" or ")}, not ${century}`);
-    if (`${text}`.includes("\0")) throw new KovaError(`${text}: a date contains no U+0000`);
+    text = `${text}`;
+    if (text.includes("\0")) throw new KovaError(`${text}: a date contains no U+0000`);
     checked(format);
     const start = timeOf(given ?? { year: 2000, month: 1, day: 1 });
     const found = readTime(spec, text, format, rule, start);
@@ -327,6 +328,21 @@ function makeFormats(module, specOf, kova) {
     return `${title} (${eras[0] === eras[1] ? eras[0] : eras.join(" - ")})`;
   }
 
+  /** { first, last } of a month in the Umm al-Qura calendar, or null. The header states the first
+   * year with the day on which it begins; then, in lines, three hexadecimal digits for each year,
+   * whose highest bit is set if the first month has 30 days. */
+  function umalquraOf(spec, { year, name }) {
+    const header = headerOf(spec), begin = /^(\d{1,4}) (-?\d{1,5})$/.exec(header.UMALQURA ?? "");
+    let digits = "";
+    for (let line = 1; header[`UMALQURA_${line}`]; ++line) digits += header[`UMALQURA_${line}`];
+    const lengths = (digits.match(/[0-9a-f]{3}/g) ?? []).flatMap((bits) =>
+      Array.from({ length: 12 }, (_, i) => 29 + (parseInt(bits, 16) >> (11 - i) & 1)));
+    const at = begin ? 12 * (year - Number(begin[1])) + name : -1;
+    if (!lengths[at]) return null;
+    const day = lengths.slice(0, at).reduce((sum, length) => sum + length, Number(begin[2]));
+    return { first: dateOfDay(day), last: dateOfDay(day + lengths[at] - 1) };
+  }
+
   function monthFrom(spec, first) {
     const info = infoOf(spec), { year, month } = localDay(spec, first);
     const start = info.first_weekday - 1;
@@ -342,6 +358,7 @@ function makeFormats(module, specOf, kova) {
     const turned = (names) => names.map((_, i) => names[(i + start) % 7].trim());
     return {
       title: titleOf(spec, first, number), year, month: month + 1, calendar: info.calendar,
+      umalqura: info.calendar === "islamic" ? umalquraOf(spec, localDay(spec, first)) : null,
       firstWeekday: info.first_weekday, weekdays: turned(info.abday),
       weekdayNames: turned(info.day),
       weeks: Array.from({ length: days.length / 7 }, (_, i) => days.slice(7 * i, 7 * i + 7)),

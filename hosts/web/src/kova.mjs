@@ -1,7 +1,7 @@
 // Kova in Node and in browsers; kova.d.ts says what everything does.
 import { KovaError, ConversionError } from "./errors.mjs";
 import { Module } from "./module.mjs";
-import { bytesOf, fetched, folderOf, readPack, findLocale, findCodeSet } from "./packs.mjs";
+import { bytesOf, fetched, folderOf, readPack, isEntry, findLocale, findCodeSet } from "./packs.mjs";
 import { makeCollator } from "./order.mjs";
 import { makeConversions } from "./convert.mjs";
 import { makeFormats } from "./format.mjs";
@@ -28,7 +28,8 @@ class Packs {
       } catch {
         rows = null;
       }
-      if (!Array.isArray(rows)) throw new KovaError(`${folder}packs.json is no index of packs`);
+      if (!Array.isArray(rows) || !rows.every((row) => isEntry(row) && typeof row.file === "string"))
+        throw new KovaError(`${folder}packs.json is no index of packs`);
       this.indexes.set(folder.href, rows);
     }
     return rows;

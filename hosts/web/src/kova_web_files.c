@@ -35,7 +35,10 @@ static int is_file(int file) { return file >= first_file && file < files_max; }
 int open(const char *path, int flags, ...) {
     (void)flags;
     const int file = page_open(path);
-    if (!is_file(file)) return refuse(ENOENT);
+    if (!is_file(file)) {
+        if (file >= files_max) page_close(file);
+        return refuse(ENOENT);
+    }
     places[file] = 0;
     return file;
 }

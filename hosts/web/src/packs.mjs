@@ -1,5 +1,6 @@
 // Packs: the files of a locale or a code set in one, and the folders that they come from.
 import { KovaError, DAMAGED } from "./errors.mjs";
+import { unpackRows } from "./rows.mjs";
 
 const UNPACKED_MOST = 1 << 28; // bytes
 const HEADER = /^FILE_TYPE=web_pack\nCOMPILER_VERSION=1\nHEADER_LINES=4\nCONTENT=[0-9a-f]{16}\n/;
@@ -85,14 +86,19 @@ async function unpacked(file, bytes) {
 
 const isText = (value) => typeof value === "string";
 
+/** Whether this says what a pack is, as its own list and the index do. */
+const isEntry = (row) => !!row && (row.kind === "locale" || row.kind === "codeset") && isText(row.name) &&
+  Number.isInteger(row.number) && Array.isArray(row.aliases) && row.aliases.every(isText);
+
+const isSize = (size) => Number.isInteger(size) && size >= 0 && size <= UNPACKED_MOST;
+
 /** The list at the start of a pack, checked: { kind, name, number, aliases, registry, files }. */
 function checkedList(list) {
-  const { kind, name, number, aliases, registry, files } = list;
-  return (kind === "locale" || kind === "codeset") && isText(name) && Number.isInteger(number) &&
-    Array.isArray(aliases) && aliases.every(isText) &&
+  const { registry, files } = list;
+  return isEntry(list) &&
     Array.isArray(registry) && registry.every((line) => /^[^\s#]+ [0-9]+$/.test(line)) &&
     Array.isArray(files) && files.every((row) => Array.isArray(row) && FILE_NAME.test(row[0]) &&
-      Number.isSafeInteger(row[1]) && row[1] >= 0);
+      isSize(row[1]) && isSize(row[2]));
 }
 
 function listOf(bytes) {
@@ -107,8 +113,9 @@ function listOf(bytes) {
     return null;
   }
   if (!list || !checkedList(list)) return null;
-  const sum = list.files.reduce((all, [, size]) => all + size, 0);
-  return sum === bytes.length - end - 1 ? { list, start: end + 1 } : null;
+  const sum = (place) => list.files.reduce((all, row) => all + row[place], 0);
+  const isWhole = sum(2) === bytes.length - end - 1 && sum(1) <= UNPACKED_MOST;
+  return isWhole ? { list, start: end + 1 } : null;
 }
 
 function isIntact(module, bytes) {
@@ -123,11 +130,15 @@ function isIntact(module, bytes) {
 async function readPack(module, file, data) {
   const bytes = await unpacked(file, bytesOf(data));
   const found = listOf(bytes);
-  if (!found || !isIntact(module, bytes))
-    throw new KovaError(`${file}: the pack is damaged`, DAMAGED);
+  const damaged = () => new KovaError(`${file}: the pack is damaged`, DAMAGED);
+  if (!found || !isIntact(module, bytes)) throw damaged();
   const files = new Map();
   let at = found.start;
-  for (const [name, size] of found.list.files) files.set(name, bytes.subarray(at, at += size));
+  for (const [name, size, packed] of found.list.files) {
+    const content = unpackRows(bytes.subarray(at, at += packed), size);
+    if (!content) throw damaged();
+    files.set(name, content);
+  }
   return { ...found.list, files };
 }
 
@@ -168,4 +179,4 @@ function findCodeSet(name, entries) {
     entries.find((entry) => number && entry.number === Number(number[1]));
 }
 
-export { bytesOf, fetched, folderOf, readPack, plainName, findLocale, findCodeSet };
+export { bytesOf, fetched, folderOf, readPack, isEntry, plainName, findLocale, findCodeSet };

@@ -84,8 +84,19 @@ test("handlers put something in place", () => {
   assert.equal(Kova.decode(bytes("41 e4 42"), "utf8", { errors: "replace" }), "A\ufffdB");
   assert.equal(Kova.decode(bytes("41 e4 42"), "utf8", { errors: "escape" }), "A\\xE4B");
   assert.equal(hex(Kova.encode("a漢", "IBM037", { errors: () => bytes("6f6f") })), "816f6f");
+  const header = "1b242943";
+  for (const [from, to, options, data, wanted] of [ // bytes that no decoder tells apart, or states that errors change
+    ["utf8", "iso-2022-kr", { errors: "replace" }, "a漢\u{10ffff}한\u{10ffff}", `${header}610e79530f3f0e47510f3f`],
+    ["utf8", "utf16be", { errors: "replace", writeMark: true }, bytes("ff41ff42"), "feff" + "fffd" + "0041" + "fffd" + "0042"],
+    ["utf8", "utf16be", { errors: "skip", writeMark: true }, bytes("ff41"), "feff0041"],
+    ["utf32le", "IBM037", { errors: "replace" }, bytes("a9030000 fffe0000 5c000000"), "6f6fe0"],
+  ]) {
+    const source = typeof data === "string" ? Kova.encode(data, from) : data;
+    assert.equal(hex(Kova.convert(source, from, to, options)), wanted, `${from} ${to} ${hex(source)}`);
+  }
   assert.throws(() => Kova.encode("漢", "IBM037", { errors: () => "漢" }), ConversionError);
   assert.throws(() => Kova.encode("漢", "IBM037", { errors: "nonsense" }), KovaError);
+  assert.throws(() => Kova.encode("a\ud800", "utf16le", { errors: () => "\udfff" }), ConversionError);
 });
 
 test("an approximation is an error unless it is wanted", () => {
@@ -96,6 +107,21 @@ test("an approximation is an error unless it is wanted", () => {
   assert.equal(Kova.decode(Kova.encode(text, "cp1252", { errors: "escape" }), "cp1252").slice(5000), "&#65281;b");
 });
 
+/** The text converted as a whole, in hexadecimal, which all its pieces have to give, too. */
+function checkPieces(source, from, to, options) {
+  const wanted = hex(Kova.convert(source, from, to, options)), converter = new Kova.Converter(from, to, options);
+  for (let cut = 0; cut <= source.length; ++cut) {
+    const parts = [source.subarray(0, cut), source.subarray(cut)].map((part) => converter.write(part));
+    parts.push(converter.end());
+    assert.equal(parts.map(hex).join(""), wanted, `${from} to ${to} ${hex(source)} cut at ${cut}`);
+  }
+  const one = [...source].map((byte) => hex(converter.write(Uint8Array.of(byte))));
+  assert.equal(one.join("") + hex(converter.end()), wanted, `${from} to ${to} ${hex(source)} by bytes`);
+  converter.close();
+  assert.throws(() => converter.write(source), /closed/);
+  return wanted;
+}
+
 test("a text in pieces is converted as in one, wherever it is cut", () => {
   const rows = [
     ["iso-2022-jp", JAPANESE], ["IBM939", "A本B語"], ["iso-2022-kr", "한글 abc"], ["utf8", "aä€😀"],
@@ -103,19 +129,26 @@ test("a text in pieces is converted as in one, wherever it is cut", () => {
   ];
   for (const [name, text] of rows) {
     const data = Kova.encode(text, name), whole = Kova.convert(data, name, "utf8");
-    const back = Kova.convert(whole, "utf8", name);
-    for (const [from, to, source, wanted] of [[name, "utf8", data, whole], ["utf8", name, whole, back]]) {
-      const converter = new Kova.Converter(from, to);
-      for (let cut = 0; cut <= source.length; ++cut) {
-        const parts = [source.subarray(0, cut), source.subarray(cut)].map((part) => converter.write(part));
-        parts.push(converter.end());
-        assert.equal(parts.map(hex).join(""), hex(wanted), `${from} to ${to} cut at ${cut}`);
-      }
-      const one = [...source].map((byte) => hex(converter.write(Uint8Array.of(byte))));
-      assert.equal(one.join("") + hex(converter.end()), hex(wanted), `${from} to ${to} by bytes`);
-      converter.close();
-      assert.throws(() => converter.write(source), /closed/);
-    }
+    checkPieces(data, name, "utf8");
+    checkPieces(whole, "utf8", name);
+  }
+  const damaged = [ // what the target lacks, and bytes that are no character
+    ["utf8", "ISO-8859-1", "61 e3 83 8a c3 a9 e4 ba ba", "replace", "613fe93f"],
+    ["utf8", "IBM939", "e6 bc a2 f0 9f 98 80 62", "skip", "0e4f580f82"],
+    ["utf8", "IBM939", "e6 bc a2 f0 9f 98 80 f0 9f 98 80", "skip", "0e4f580f"],
+    ["utf8", "iso-2022-kr", "61 f4 8f bf bf f4 8f bf bf", "replace", "1b242943613f3f"],
+    ["utf7", "utf8", "2b 41 47 46 2d 62", "replace", "61efbfbd62"],
+    ["utf7", "utf8", "2b 32 41 41 2d 62", "replace", "efbfbd62"],
+    ["utf7", "utf8", "2b 41 47 46", "replace", "61efbfbd"],
+    ["utf7", "IBM037", "2b 4d 4b 73 41 4c 67 2d 61", "skip", "4b81"],
+    ["utf7", "IBM939", "2b 62 79 4a 57 2f 64 56 63 2d", "replace", null],
+    ["utf7", "utf7", "2b 57 63 36 62 79 4a 2d", "skip", null],
+    ["IBM939", "utf8", "0e 45 2d 66 0f 89", "replace", "efbfbdefbfbd69"],
+    ["IBM939", "IBM037", "0e 45 66 0f c1", "replace", "6fc1"],
+  ];
+  for (const [from, to, digits, errors, wanted] of damaged) {
+    const made = checkPieces(bytes(digits), from, to, { errors });
+    if (wanted) assert.equal(made, wanted, `${from} to ${to} ${digits}`);
   }
 });
 
@@ -129,6 +162,27 @@ test("errors in pieces count from the start of the text", () => {
   parts.push(lasting.end());
   const read = new TextDecoder().decode(Buffer.concat(parts));
   assert.match(read, /^A本\ufffd+本A$/);
+});
+
+test("a piece that throws was not taken, and handlers do not disturb their converter", () => {
+  for (const [name, good, bad, rest, wanted] of [
+    ["IBM939", "c1 0e 45", "66 45 66 00 00", "66 0f c1", "A本A"],
+    ["utf16", "fffe", "2c 67 00 dc", "2c 67", "本"]]) {
+    const converter = new Kova.Converter(name, "utf8"), parts = [converter.write(bytes(good))];
+    assert.throws(() => converter.write(bytes(bad)), ConversionError, name);
+    parts.push(converter.write(bytes(rest)), converter.end());
+    assert.equal(Buffer.concat(parts).toString(), wanted, name);
+  }
+  let converter;
+  const uses = [() => converter.write(bytes("41")), () => converter.end(), () => { throw new Error("a handler's own"); }];
+  for (const use of uses) {
+    converter = new Kova.Converter("utf8", "IBM037", { errors: use });
+    assert.throws(() => converter.write(bytes("41 ff 42")), /its own converter|a handler's own/);
+    assert.equal(hex(converter.write(bytes("41"))), "c1");
+  }
+  converter = new Kova.Converter("utf8", "IBM037", { errors: () => { converter.close(); return "?"; } });
+  assert.equal(hex(converter.write(bytes("41 ff ff 42"))), "c16f6fc2");
+  assert.throws(() => converter.write(bytes("41")), /closed/);
 });
 
 test("charts show what codes mean", () => {
@@ -156,5 +210,9 @@ test("charts show what codes mean", () => {
 test("what cannot be opened is refused", () => {
   for (const name of ["", "nonsense", "ibm037\0", "IBM500"])
     assert.throws(() => Kova.convert(new Uint8Array(1), "utf8", name), KovaError, name);
-  assert.throws(() => Kova.convert("text", "utf8", "IBM037"), KovaError);
+  for (const data of ["text", 5, null, [65], new Uint16Array(1)]) {
+    assert.throws(() => Kova.convert(data, "utf8", "IBM037"), KovaError, `${data}`);
+    assert.throws(() => new Kova.Converter("utf8", "IBM037").write(data), KovaError, `${data}`);
+  }
+  for (const text of [5, undefined, bytes("41")]) assert.throws(() => Kova.encode(text, "IBM037"), KovaError, `${text}`);
 });

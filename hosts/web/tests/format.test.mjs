@@ -107,6 +107,12 @@ test("months of calendars", () => {
     assert.equal(made.weeks.flat().some((d) => d?.date.month === 11 && d.date.day === 22), true);
     assert.match(made.calendar, /hebrew|islamic/);
   }
+  const date = (d) => d && [d.year, d.month, d.day].join("-");
+  for (const [year, month, first, last] of [[1299, 12, undefined, undefined], [1300, 1, "1882-11-12", "1882-12-11"],
+    [1420, 9, "1999-12-09", "2000-01-07"], [1600, 1, undefined, undefined]]) {
+    const { umalqura } = Kova.calendar("ar_SA@islm", year, month), plain = (text) => text?.replaceAll("-0", "-");
+    assert.deepEqual([date(umalqura?.first), date(umalqura?.last)], [plain(first), plain(last)], `${year}`);
+  }
   checkRows(Kova.calendar, [["de_DE", 2026, 13, /no month/], ["de_DE", 0, 1, /no month/], ["de_DE", 2.5, 1, /no month/]]);
 });
 

@@ -49,11 +49,13 @@ test("a damaged pack is refused, wherever the damage is", async () => {
   await isRefused("no base64!", "no base64");
 });
 
-/** The pack with another list and the hash that fits it. */
-async function remade(change) {
+/** The pack with another list, or files, and the hash that fits it. */
+async function remade(change, changeFiles = () => {}) {
   const text = Buffer.from(plain), start = text.indexOf("{"), end = text.indexOf(10, start);
   const list = change(JSON.parse(text.subarray(start, end)));
-  const body = Buffer.concat([Buffer.from(`${JSON.stringify(list)}\n`), text.subarray(end + 1)]);
+  const files = text.subarray(end + 1);
+  changeFiles(files);
+  const body = Buffer.concat([Buffer.from(`${JSON.stringify(list)}\n`), files]);
   return new Uint8Array(Buffer.concat([text.subarray(0, start - 17), Buffer.from(`${hashOf(body)}\n`), body]));
 }
 
@@ -76,11 +78,16 @@ test("a pack with a fitting hash but an unfit list is refused", async () => {
   assert.deepEqual(kova.codesets(), ["ibm037"]);
   const file = (change) => (list) => ({ ...list, files: change(list.files) });
   const rows = [
-    file(([first, second]) => [[first[0], first[1] + 1], [second[0], second[1]]]),
-    file(([first, second]) => [[first[0], first[1] + second[1] + 1], [second[0], -1]]),
-    file(([first, second]) => [[first[0], 2 ** 53], second]),
-    file(([first, second]) => [["cv9/../cm3/registry.cvo", first[1]], second]),
-    file(([first, second]) => [["cm3/registry", first[1]], second]),
+    file(([[name, size, packed], second]) => [[name, size, packed + 1], second]),
+    file(([[a, aSize, aPacked], [b, bSize, bPacked]]) => [[a, aSize, aPacked + bPacked + 1], [b, bSize, -1]]),
+    file(([[name, size, packed], second]) => [[name, size + 1, packed], second]),
+    file(([[name, size, packed], second]) => [[name, size - 1, packed], second]),
+    file(([[name, , packed], second]) => [[name, 2 ** 28, packed], second]),
+    file(([[name, , packed], second]) => [[name, -1, packed], second]),
+    file(([[name, size], second]) => [[name, size], second]),
+    file(([[name, size], second]) => [[name, size, 2 ** 53], second]),
+    file(([[, ...sizes], second]) => [["cv9/../cm3/registry.cvo", ...sizes], second]),
+    file(([[, ...sizes], second]) => [["cm3/registry", ...sizes], second]),
     file(() => "no list"),
     (list) => ({ ...list, registry: ["two words 5"] }),
     (list) => ({ ...list, registry: ["a 5\nb 6"] }),
@@ -89,6 +96,15 @@ test("a pack with a fitting hash but an unfit list is refused", async () => {
     () => [],
   ];
   for (const [i, change] of rows.entries()) await isRefused(await remade(change), `row ${i}`);
+});
+
+test("a pack with a fitting hash but rows that are none is refused", async () => {
+  const rows = [[1, 0], [1, 8], [2, 255], [3, 255], [4, 255], [2, 0]]; // place after the row's first byte, and its value
+  for (const [place, value] of rows) {
+    await isRefused(await remade((list) => list, (files) => {
+      files[files.indexOf("\n\x01", 0, "latin1") + 1 + place] = value;
+    }), `${value} at ${place}`);
+  }
 });
 
 test("an object that is damaged within a fitting pack is refused", async () => {

@@ -82,22 +82,28 @@ test("a list is shown in two orders, with what moved", async () => {
 test("a chart finds characters by themselves, numbers and bytes", async () => {
   await open("chart");
   const rows = [
-    ["CP1252", "€", "€ U+20AC is 80 in CP1252.", "80"],
+    ["CP1252", "€", "€ U+20AC is 80 in CP1252.", "80", "EURO SIGN"],
+    ["CP1252", "euro sign", "€ U+20AC is 80 in CP1252.", "80", "EURO SIGN"],
     ["IBM037", "€", "IBM037 has no € U+20AC.", null],
-    ["SHIFT_JIS", "あ", "あ U+3042 is 82 A0 in SHIFT_JIS.", "82 A0"],
-    ["IBM939", "あ", "あ U+3042 is 0E 44 81 in IBM939.", "0E 44 81"],
-    ["GBK", "u+6f22", "漢 U+6F22 is 9D 68 in GBK.", "9D 68"],
+    ["SHIFT_JIS", "あ", "あ U+3042 is 82 A0 in SHIFT_JIS.", "82 A0", "HIRAGANA LETTER A"],
+    ["IBM939", "あ", "あ U+3042 is 0E 44 81 in IBM939.", "0E 44 81", "HIRAGANA LETTER A"],
+    ["GBK", "u+6f22", "漢 U+6F22 is 9D 68 in GBK.", "9D 68", "CJK UNIFIED IDEOGRAPH-6F22"],
+    ["BIG5", "CJK unified ideograph-6F22", "漢 U+6F22 is BA 7E in BIG5.", "BA 7E", "CJK UNIFIED IDEOGRAPH-6F22"],
+    ["BIG5", "cjk compatibility ideograph-fa0c", "\ufa0c U+FA0C is C9 4A in BIG5.", "C9 4A", "CJK COMPATIBILITY IDEOGRAPH-FA0C"],
     ["CP1252", "0x81", "81 is U+0081 in CP1252.", "81"],
     ["ISO-8859-7", "0xFF", "FF is no character of ISO-8859-7.", null],
     ["SHIFT_JIS", "0x82 A0 41", "82 A0 41 is no single character of SHIFT_JIS.", null],
     ["IBM037", "0xC1", "C1 is A U+0041 in IBM037.", "C1"],
     ["CP1252", "", "Type a character, a number such as U+20AC, or bytes such as 0x80.", null],
   ];
-  for (const [name, sought, said, bytes] of rows) {
+  for (const [name, sought, said, bytes, full] of rows) {
     await set({ "chart-search": sought, "chart-set": name });
     await run(() => document.getElementById("chart-form").requestSubmit());
     await says("chart-status", said);
     if (bytes) assert.equal(await run(() => document.querySelector("#chart-card dd").textContent), bytes, said);
+    if (!full) continue;
+    assert.equal(await run(() => document.querySelector("#chart-card dd:nth-of-type(3)").textContent), full, said);
+    assert.match(await run(() => document.querySelector('#chart-grid [aria-selected="true"] .sr').textContent), new RegExp(full));
   }
 });
 
@@ -184,6 +190,7 @@ test("months stand in their own calendars", async () => {
       ...["year", "month"].map((name) => document.getElementById(`calendar-${name}`).value),
       document.querySelectorAll("#calendar-grid td b").length]);
     assert.match(await textOf("calendar-title"), title);
+    assert.equal((await textOf("calendar-note")).includes("Umm al-Qura calendar the month is from 2027-02-08 to 2027-03-08"), locale === "ar_SA@islm");
   }
   // 29 February 2024 is a Thursday, in the fourth column of weeks that begin with Monday.
   assert.equal(await run(() => Array.from(document.querySelectorAll("#calendar-grid td")).find((td) => td.textContent === "29").cellIndex), 3);
