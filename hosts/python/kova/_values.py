@@ -33,16 +33,19 @@ def _is_whole(value):
 
 def _exact(write, value, places):
     """Writes a Decimal of so many places: write gives the sign, the groups and the padding of a
-    power of ten with as many digits, whose digits are then replaced."""
+    number with as many digits, mostly a power of ten, whose digits are then replaced."""
     sign, digits, _ = value.as_tuple()
     digits = "".join(map(str, digits)).rjust(places + 1, "0")
     if len(digits) > MOST_DIGITS:
         raise OverflowError(f"numbers have at most {MOST_DIGITS} digits")
-    power = 10.0 ** (len(digits) - places - 1)
+    # From 1e23 on a power of ten is no double, and its digits are others, maybe fewer.
+    exponent = len(digits) - places - 1
+    lead, shown_digits = ("1", "01") if exponent < 23 else ("5", "0123456789")
+    power = float(f"{lead}e{exponent}")
     shown = list(write(-power if sign else power))
     left = len(digits)
     for at in range(len(shown) - 1, -1, -1):
-        if left and shown[at] in "01":
+        if left and shown[at] in shown_digits:
             left -= 1
             shown[at] = digits[left]
     return "".join(shown)

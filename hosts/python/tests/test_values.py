@@ -92,6 +92,14 @@ class Money(unittest.TestCase):
                 value = D(rnd.randrange(-10 ** 8, 10 ** 8)).scaleb(-2)
                 self.assertEqual(loc.money(value, format), loc.money(float(value), format))
 
+    def test_amounts_of_any_size_are_exact(self):
+        loc = kova.Locale("de_DE")
+        for size in range(1, 299):
+            for digits in ("9" * size, ("1234567890" * 30)[:size]):
+                grouped = f"{int(digits):,}".replace(",", ".")
+                self.assertEqual(loc.money(int(digits)), grouped + ",00 €")
+                self.assertEqual(loc.number(int(digits)), grouped)
+
     def test_what_is_refused(self):
         loc = kova.Locale("de_DE")
         for error, value, format in [(ValueError, 1, "%n%n"), (ValueError, 1, "%d"),

@@ -40,16 +40,19 @@ function rounded(value, places, halfUp) {
   return { ...value, digits, places };
 }
 
-/** Writes an exact number: write gives sign, groups and padding of a power of ten with as many
- * digits, whose digits are then replaced. */
+/** Writes an exact number: write gives sign, groups and padding of a number with as many digits,
+ * mostly a power of ten, whose digits are then replaced. */
 function writeExact(value, write) {
   const digits = value.digits.toString().padStart(value.places + 1, "0");
   if (digits.length > MOST_DIGITS) throw tooLong();
-  const power = Number(`1e${digits.length - value.places - 1}`);
+  // From 1e23 on a power of ten is no double, and its digits are others, maybe fewer.
+  const exponent = digits.length - value.places - 1;
+  const [lead, shownDigits] = exponent < 23 ? ["1", "01"] : ["5", "0123456789"];
+  const power = Number(`${lead}e${exponent}`);
   const shown = Array.from(write(value.negative ? -power : power));
   let left = digits.length;
   for (let at = shown.length - 1; at >= 0 && left; --at)
-    if (shown[at] === "0" || shown[at] === "1") shown[at] = digits[--left];
+    if (shownDigits.includes(shown[at])) shown[at] = digits[--left];
   return shown.join("");
 }
 
@@ -192,7 +195,7 @@ function makeFormats(module, specOf, kova) {
 
   /** A number by a directive that writes all its digits: %d and %i without a point, and %f. */
   function numberByDigits(spec, value, [, before, directive, after]) {
-    const isWhole = !directive.endsWith("f"), point = /\.(\d*)/.exec(directive);
+    const isWhole = !directive.endsWith("f"), point = /\.(\d+)/.exec(directive);
     const places = isWhole ? 0 : point ? Number(point[1]) : 6;
     if (places > MOST_DIGITS) throw tooLong();
     const exact = decimalOf(Object.is(value, -0) ? 0 : value), made = rounded(exact, places, false);
