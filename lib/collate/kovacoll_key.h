@@ -4,6 +4,8 @@
 
 #include "collate/kovacoll_flat.h"
 
+#include <string.h>
+
 // A key being written: it is gathered in room and passed on to dst, of which maxbytes bytes may be
 // written. What does not fit is only counted.
 constexpr size_t coll_sink_spare = 16; // a step may store this much beyond full
@@ -42,8 +44,14 @@ inline void sink_byte(coll_sink *sink, unsigned byte) {
 }
 
 inline void sink_bytes(coll_sink *sink, const ko_mchar_t *bytes, size_t n) {
-    for (size_t i = 0; i < n; ++i)
-        sink_byte(sink, bytes[i]);
+    while (n) {
+        const size_t fits = sink->full + 1 - sink->used, some = n < fits ? n : fits;
+        memcpy(sink->room + sink->used, bytes, some);
+        sink->used += some;
+        bytes += some;
+        n -= some;
+        if (sink->used > sink->full) sink_flush(sink);
+    }
 }
 
 // Writes a weight in digits of base 254, as many as maxw needs, most significant first.

@@ -132,6 +132,7 @@ static void put_letters(const coll_flat *flat, const short_keys *keys, const Tex
     walk.stored = 0;
     walk.from = 0;
     memset(walk.lane, 0, sizeof walk.lane);
+    memset(walk.grown, 0, sizeof walk.grown);
     const auto passes = unsigned(flat->num_passes);
     const lanes l = walk_letters(walk, walk_from(text, 0), sink);
     const bool nulls = walk.nulls;
@@ -139,6 +140,7 @@ static void put_letters(const coll_flat *flat, const short_keys *keys, const Tex
     const bool whole = passes > 1 && !walk.incomplete && walk.letters->forward;
     if (!whole || !put_short_lanes(walk, l, passes, nulls, sink))
         put_lower_passes(walk, l, text, nulls, sink);
+    if (walk.stored > lane_room) free_lanes(walk);
     if (nulls) put_gaps(text, sink);
 }
 

@@ -17,6 +17,7 @@ struct letter_lane {
     uint32_t stored;
 };
 constexpr unsigned lane_room = 256, lane_word = sizeof(uint64_t);
+constexpr uint32_t lane_most = 1u << 26; // longer passes are made by walks of their own
 
 // The first pass goes to the sink, what interrupts the runs of the others to their lanes.
 struct letter_walk {
@@ -25,9 +26,11 @@ struct letter_walk {
     const short_letters *letters;
     bool nulls;      // the text has U+0000
     bool incomplete; // the lanes do not tell the passes after the first
-    unsigned stored; // bytes in the rooms of all lanes, or more
+    size_t stored;   // bytes in the rooms of all lanes, or more
     uint64_t from;   // by lane: where its run began, in common weights of the pass
     letter_lane lane[letter_lanes];
+    ko_mchar_t *grown[letter_lanes]; // in place of a lane's room, once that is full
+    uint32_t grown_to[letter_lanes];
     ko_mchar_t room[letter_lanes][lane_room + lane_word];
 };
 
@@ -46,13 +49,35 @@ static inline void store_word(ko_mchar_t *out, uint64_t word) {
             out[i] = ko_mchar_t(word >> 8 * i);
 }
 
+static inline const ko_mchar_t *stored_bytes(const letter_walk &walk, unsigned lane) {
+    return walk.grown[lane] ? walk.grown[lane] : walk.room[lane];
+}
+
+// Gives a lane four times its room. False without memory.
+[[gnu::noinline]] static bool grow_lane(letter_walk &walk, unsigned lane) {
+    const uint32_t size = 4 * (walk.grown[lane] ? walk.grown_to[lane] : lane_room);
+    ext_block<ko_mchar_t> fresh(size <= lane_most ? size + lane_word : SIZE_MAX);
+    if (!fresh.p) return false;
+    memcpy(fresh.p, stored_bytes(walk, lane), walk.lane[lane].stored);
+    if (walk.grown[lane]) ko_ext_free(walk.grown[lane]);
+    walk.grown[lane] = fresh.release();
+    walk.grown_to[lane] = size;
+    return true;
+}
+
+[[gnu::noinline]] static void free_lanes(letter_walk &walk) {
+    for (ko_mchar_t *const grown : walk.grown)
+        if (grown) ko_ext_free(grown);
+}
+
 [[gnu::noinline]] static void keep_word(letter_walk &walk, unsigned lane) {
     letter_lane &l = walk.lane[lane];
-    store_word(walk.room[lane] + l.stored, l.last);
+    ko_mchar_t *const grown = walk.grown[lane];
+    store_word((grown ? grown : walk.room[lane]) + l.stored, l.last);
     l.stored += l.count;
     walk.stored += l.count;
     l.last = l.count = 0;
-    if (l.stored <= lane_room) return;
+    if (l.stored <= (grown ? walk.grown_to[lane] : lane_room) || grow_lane(walk, lane)) return;
     walk.incomplete = true;
     l.stored = 0;
 }
@@ -85,6 +110,16 @@ static inline unsigned end_run(letter_walk &walk, lanes l, unsigned lane) {
 static inline void change_run(letter_walk &walk, lanes l, unsigned lane) {
     const run_bytes bytes = walk.letters->lane[lane].change[lane_of(l.commons, lane)];
     if (const unsigned run = end_run(walk, l, lane)) add_bytes(walk, lane, run_byte(bytes, run), 1);
+}
+
+// Makes the lanes count from the beginnings of their runs again, which it keeps short. Returns the
+// counts.
+[[gnu::noinline]] static uint64_t restart_runs(letter_walk &walk, lanes l) {
+    uint64_t all = 0;
+    for (unsigned lane = 0; lane < letter_lanes; ++lane)
+        all |= uint64_t{end_run(walk, l, lane)} << lane_bits * lane;
+    walk.from = 0;
+    return all;
 }
 
 // Puts a code that is no common weight.
@@ -127,8 +162,9 @@ static inline lanes put_op(letter_walk &walk, lanes l, const letter_op &op) {
 [[gnu::noinline]] static ko_mchar_t *copy_stored(const letter_walk &walk, unsigned lane,
                                                  ko_mchar_t *out) {
     const unsigned stored = walk.lane[lane].stored;
+    const ko_mchar_t *const bytes = stored_bytes(walk, lane);
     for (unsigned i = 0; i < stored; i += lane_word)
-        memcpy(out + i, walk.room[lane] + i, lane_word);
+        memcpy(out + i, bytes + i, lane_word);
     return out + stored;
 }
 
@@ -137,7 +173,7 @@ static inline lanes put_op(letter_walk &walk, lanes l, const letter_op &op) {
                                             bool more, coll_sink *sink) {
     const unsigned lane = pass - 1;
     const letter_lane &state = walk.lane[lane];
-    sink_bytes(sink, walk.room[lane], state.stored);
+    sink_bytes(sink, stored_bytes(walk, lane), state.stored);
     sink_place at = place_in(sink);
     store_word(at.out, state.last);
     at.out += state.count;
@@ -336,10 +372,7 @@ static inline lanes walk_letters(letter_walk &walk, Text text, coll_sink *sink) 
             if (at.out <= at.limit && !(l.all & all_lanes_high)) continue;
         }
         at = make_room(at, sink);
-        if (l.all & all_lanes_high) {
-            walk.incomplete = true;
-            l.all = 0;
-        }
+        if (l.all & all_lanes_high) l.all = restart_runs(walk, l);
     }
     leave_place(at, sink);
     return l;

@@ -104,6 +104,9 @@ TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
                        (round % 9 ? "" : "Straße\0\xE4"s));
     for (const size_t letters : {300u, 3000u, 40000u}) // runs of one weight in the other passes
         some.push_back(std::string(letters, 'a') + "Äb" + std::string(letters, 'c'));
+    some.emplace_back(); // the other passes outgrow their room
+    for (int n = 0; n < 20000; ++n)
+        some.back() += "ÄbC";
     const auto keys_of_all = [&some](ko_lc_t loc) {
         std::vector<std::string> keys;
         for (const std::string &text : some)
@@ -125,6 +128,11 @@ TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
             memory.fail_at = -1;
         }
         if (!failed) want = keys_of_all(loc);
+        for (long growth = 0; !failed && growth < 6; ++growth) {
+            memory.fail_at = memory.calls + growth;
+            EXPECT_TRUE(keys_of_all(loc) == want) << growth;
+            memory.fail_at = -1;
+        }
         EXPECT_TRUE(keys_of_all(loc) == want) << failed;
         ko_lc_unload(loc);
         EXPECT_EQ(memory.live, 0) << failed;
