@@ -12,10 +12,12 @@ struct pair_row {
     const char *from, *to;           // registry names
     const char *libc_from, *libc_to; // the C library's
     const char *icu_from, *icu_to;
-    char letters; // of the text: l(atin), j(apanese), k(orean), c(hinese)
+    char letters; // of the text: l(atin), g(reek), r(ussian), j(apanese), k(orean), c(hinese)
 };
 constexpr pair_row pair_rows[] = {
     {"iso-8859-1", "ibm437",     "ISO-8859-1", "IBM437",     "ISO-8859-1", "ibm-437",    'l'},
+    {"iso-8859-7", "utf8",       "ISO-8859-7", "UTF-8",      "ISO-8859-7", "UTF-8",      'g'},
+    {"koi8-r",     "utf8",       "KOI8-R",     "UTF-8",      "KOI8-R",     "UTF-8",      'r'},
     {"ibm037",     "iso-8859-1", "IBM037",     "ISO-8859-1", "ibm-37",     "ISO-8859-1", 'l'},
     {"shift_jis",  "euc-jp",     "SHIFT_JIS",  "EUC-JP",     "Shift_JIS",  "EUC-JP",     'j'},
     {"shift_jis",  "utf8",       "SHIFT_JIS",  "UTF-8",      "Shift_JIS",  "UTF-8",      'j'},
@@ -53,6 +55,8 @@ bool through_iconv(iconv_t cd, const std::string &in, std::string &out) {
 // The characters of a script that the code set has, in UTF-8.
 std::vector<std::string> repertoire(const pair_row &row, iconv_t back) {
     unsigned first = 0xC0, last = 0xFF;
+    if (row.letters == 'g') first = 0x391, last = 0x3CE;
+    if (row.letters == 'r') first = 0x410, last = 0x44F;
     if (row.letters == 'j' || row.letters == 'c') first = 0x4E00, last = 0x7FFF;
     if (row.letters == 'k') first = 0xAC00, last = 0xD7A3;
     std::vector<std::string> all;
@@ -63,6 +67,8 @@ std::vector<std::string> repertoire(const pair_row &row, iconv_t back) {
 }
 
 // Text of about size bytes in the source code set: runs of the script, one word in six Latin.
+// Korean has words of two to five syllables with blanks between them, Greek and Russian of two to
+// nine letters.
 std::string source_text(const pair_row &row, size_t size, uint32_t seed) {
     const iconv_t back = iconv_open(row.libc_from, "UTF-8"),
                   other = iconv_open(row.libc_to, "UTF-8");
@@ -75,12 +81,16 @@ std::string source_text(const pair_row &row, size_t size, uint32_t seed) {
     text_random random{seed * 977 + 1};
     std::string text, bytes;
     const size_t wanted = row.letters == 'l' ? size : size + size / 2;
+    const unsigned longest = row.letters == 'k' ? 4 : strchr("gr", row.letters) ? 8 : 0;
+    const bool words = longest != 0;
     while (text.size() < wanted) {
-        const bool latin = row.letters == 'l' ? random.below(12) != 0 : random.below(6) == 0;
-        for (unsigned n = 3 + random.below(latin ? 8 : 20); n; --n)
+        const bool latin =
+            row.letters == 'l' ? random.below(12) != 0 : random.below(6) == 0 && !words;
+        for (unsigned n = words ? 2 + random.below(longest) : 3 + random.below(latin ? 8 : 20); n;
+             --n)
             text += latin ? std::string(1, static_cast<char>('a' + random.below(26)))
                           : letters[random.below(static_cast<unsigned>(letters.size()))];
-        if (latin) text += ' ';
+        if (latin || words) text += ' ';
     }
     if (!through_iconv(back, text, bytes)) bytes.clear();
     iconv_close(back);

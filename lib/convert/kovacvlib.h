@@ -49,6 +49,7 @@ struct cv_flat {
     const void *none;        // the last row
     const void *second[256]; // the full row after a first byte, the last row for none
     cv_trails *trails;       // of UTF-8; NULL for other code sets
+    bool one_byte;           // no character has more
     bool ascii;              // 0x00..0x7F map to themselves, unshifted and exactly, except
     uint64_t odd[2];         // at most two bytes, each repeated eight times; 0x80 for none
 };

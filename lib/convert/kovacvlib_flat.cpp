@@ -183,6 +183,7 @@ template <class W> bool build_words(const mb_decode *table, size_t count, cv_fla
     flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
         flat->second[b] = row_after(flat, words[b], cv_full_row);
+    flat->one_byte = count == 256;
     flat->most = 1;
     for (int level = 0; level < cv_max_source; ++level)
         for (const int length : flat->longest[level]) {

@@ -196,16 +196,18 @@ template <class W, bool Write> inline bool any(const runner<W> &r, place<Write> 
 
 template <class W, bool Write>
 KOVA_EACH void run_any(const runner<W> &r, W want, bool ascii, place<Write> *at) {
+    const bool one_byte = r.flat->one_byte;
     while (at->p < r.end) {
         const ko_mchar_t *const begin = at->p;
         if (ascii) ascii_run<W, Write>(r, at);
         if (r.flat->trails) {
             utf8_triples<W, Write>(r, want, at);
             utf8_pairs<W, Write>(r, want, at);
-        } else {
+        } else if (!one_byte) {
             pairs<W, Write>(r, want, at);
         }
-        if (!ascii) singles<W, Write>(r, want, at);
+        // Among characters of two bytes, a run of others is mostly of ASCII.
+        if (!ascii || one_byte) singles<W, Write>(r, want, at);
         if (at->p == begin && !any<W, Write>(r, at)) return;
     }
 }

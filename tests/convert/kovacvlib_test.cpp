@@ -45,6 +45,18 @@ cv_object double_object(int target_max) {
     return o;
 }
 
+// ASCII, and bytes with targets of one to three bytes.
+cv_object letters_object() {
+    cv_object o = bytes_object(1);
+    o.target_max = 3;
+    o.ratio = "3";
+    for (cv_entry &e : o.noshift)
+        if (!(e.flags & cv_substitute)) e.target = e.source;
+    for (unsigned b = 0x82; b < 0x100; ++b)
+        o.noshift.push_back({byte(b), plain, std::string(1 + b % 3, char(b))});
+    return o;
+}
+
 // A host code set with one-byte shifts 0x0E and 0x0F into a stateless target of 1 to 3 bytes.
 cv_object host_object() {
     cv_object o;
@@ -174,7 +186,7 @@ TEST(Conversion, RunsAgreeWithTheRules) {
     const cv_object objects[] = {lead_shifts_in,    bytes_object(1),  bytes_object(0),
                                  careless_object(), double_object(1), double_object(2),
                                  double_object(3),  double_object(4), to_host_object(),
-                                 host_object(),     both_stateful()};
+                                 host_object(),     both_stateful(),  letters_object()};
     for (const cv_object &o : objects) {
         const std::string object = o.str();
         const cv_record fast(object, cv_from::memory), slow(object);
