@@ -18,10 +18,17 @@ const UNICODE_SETS = ["utf8", "utf7", ...UTF16_SETS, ...UTF32_SETS];
 
 const isUnicode = (name) => UNICODE_SETS.includes(plainName(name));
 const utf8 = new TextEncoder();
-const fromUnits = new TextDecoder("utf-16le", { ignoreBOM: true });
+const fromUnits = new TextDecoder(UTF16 === "utf16le" ? "utf-16le" : "utf-16be", { ignoreBOM: true });
+const TEXT_MOST = 1 << 26; // bytes that a TextDecoder is given at once; some refuse 2 ** 29
 
-const textOf = (bytes) => UTF16 === "utf16le" ? fromUnits.decode(bytes)
-  : String.fromCharCode(...new Uint16Array(bytes.slice().buffer));
+function textOf(bytes) {
+  if (bytes.length <= TEXT_MOST) return fromUnits.decode(bytes);
+  const units = new TextDecoder(fromUnits.encoding, { ignoreBOM: true });
+  let text = "";
+  for (let at = 0; at < bytes.length; at += TEXT_MOST)
+    text += units.decode(bytes.subarray(at, at + TEXT_MOST), { stream: true });
+  return text + units.decode();
+}
 
 function joined(parts) {
   if (parts.length === 1) return parts[0];

@@ -204,6 +204,7 @@ test("a huge text leaves no huge block behind", async () => {
   const before = Kova.memoryUsed, huge = "äz".repeat(4 << 20), collator = new Kova.Collator("de_DE");
   assert.equal(collator.compare(huge, `${huge}a`), -1);
   assert.equal(collator.key(huge).length > huge.length, true);
-  assert.equal(Kova.decode(Kova.encode(huge, "utf8"), "utf8"), huge);
+  const pairs = `a${"😀".repeat(1 << 24)}`; // a decoder of the platform gets it in parts
+  for (const text of [huge, pairs]) assert(Kova.decode(Kova.encode(text, "utf8"), "utf8") === text);
   assert.equal(Kova.memoryUsed < before + (8 << 20), true);
 });
