@@ -69,8 +69,9 @@ def _bytes(data):
     return data if isinstance(data, bytes) else bytes(memoryview(data))
 
 
-def _warn(encoding):
-    warnings.warn(f"{encoding}: characters were substituted", SubstitutionWarning, stacklevel=4)
+def _warn(encoding, frames=4):
+    """Warns whoever is so many frames up, by default the caller of what calls run."""
+    warnings.warn(f"{encoding}: characters were substituted", SubstitutionWarning, stacklevel=frames)
 
 
 # ---- Decoding ----
@@ -282,7 +283,7 @@ def convert(data, from_, to, errors="strict", *, root=None):
         made, _, error, _, lossy = converter.run(data, 0, True, _START)
     if not error:
         if lossy:
-            _warn(f"{from_} to {to}")
+            _warn(f"{from_} to {to}", 3)
         return made
     text = _Decoder(from_, root, from_, 0).run(data, errors, True, _START)[0]
     return _Encoder(to, root, to, False).run(text, errors, _START)[0]

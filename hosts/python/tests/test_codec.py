@@ -259,8 +259,13 @@ class Conversion(unittest.TestCase):
         self.assertLess(len(_codec._idle), 70)
 
     def test_substitution_is_told(self):
-        with self.assertWarns(kova.SubstitutionWarning):
-            self.assertEqual("\uff01".encode("kova-ibm037"), b"\x5a")
+        for data in ("\uff01", "\uff01漢"):
+            with self.assertWarns(kova.SubstitutionWarning) as caught:
+                self.assertEqual(data.encode("kova-ibm037", "ignore"), b"\x5a")
+            self.assertEqual(caught.filename, __file__)
+            with self.assertWarns(kova.SubstitutionWarning) as caught:
+                self.assertEqual(kova.convert(data.encode(), "utf8", "ibm037", "ignore"), b"\x5a")
+            self.assertEqual(caught.filename, __file__)
         with warnings.catch_warnings():
             warnings.simplefilter("error")
             self.assertEqual("!".encode("kova-ibm037"), b"\x5a")

@@ -3,7 +3,7 @@
 // PACKAGE is a built package, PACKS a folder with packs of what contents.mjs names. The names of
 // characters are those of the C library's charmap of UTF-8; KOVA_I18N names another folder of it.
 import { createHash } from "node:crypto";
-import { readFileSync, writeFileSync } from "node:fs";
+import { existsSync, readFileSync, writeFileSync } from "node:fs";
 import { join, resolve } from "node:path";
 import { pathToFileURL } from "node:url";
 import { gunzipSync, gzipSync } from "node:zlib";
@@ -53,7 +53,9 @@ async function namesOf() {
   const { Kova } = await import(pathToFileURL(resolve(folder, "kova.mjs")));
   await Kova.load({ base: pathToFileURL(resolve(packs)), codesets: codesets.map(([name]) => name) });
   const used = new Set(codesets.flatMap(([name]) => [...charactersOf(Kova, name)]));
-  const charmap = gunzipSync(readFileSync(join(process.env.KOVA_I18N ?? "/usr/share/i18n", "charmaps/UTF-8.gz"))).toString();
+  const file = join(process.env.KOVA_I18N ?? "/usr/share/i18n", "charmaps/UTF-8.gz");
+  if (!existsSync(file)) throw new Error(`the names of characters are missing: ${file}, of the package locales`);
+  const charmap = gunzipSync(readFileSync(file)).toString();
   const rows = Array.from(charmap.slice(0, charmap.indexOf("END CHARMAP")).matchAll(/^<U([0-9A-F]+)>\s+\S+\s+([^<\n].*)$/gm));
   return rows.filter(([, number, name]) => used.has(String.fromCodePoint(parseInt(number, 16))) && !/IDEOGRAPH-/.test(name))
     .map(([, number, name]) => `${number} ${name}`);
