@@ -256,6 +256,29 @@ enum {
 KO_API int ko_open_conversion(ko_cv_t *cd, const char *root, const char *from, const char *to,
                               unsigned flags);
 
+/* Where ko_make_image writes to. */
+typedef struct ko_image_output {
+    int (*put)(void *user, const void *bytes, size_t size); /* in order; not 0: a failure */
+    /* Called for each name, if it is not NULL, with 0 and the size of what was taken, or why the
+     * object is left out: KO_EFILE there is no such file; KO_EOBJECT it cannot be loaded; KO_ERANGE
+     * reading it is as fast, or its tables have another form; KO_EIO; KO_ENOMEM. */
+    void (*told)(void *user, const char *name, int error, size_t size);
+    void *user;
+} ko_image_output;
+
+/* Makes the image of a data root: a file with the tables of conversions as they stand in memory, to
+ * be stored as kova/image1 below the root. Opening such a conversion then maps the file in place of
+ * reading the object, with the same results. It does not where size, time or header of the object
+ * have changed, where stream hooks are installed, and where the file may be written by others than
+ * its owner, who is the superuser or the process's user. Replace the file by renaming: processes
+ * that have it mapped keep the old one.
+ *   root   a data root as for ko_open_locale
+ *   names  count names of objects in kova/cv9 below the root
+ * Returns 0 or the number of the error: KO_ENULL; KO_EINVAL stream hooks are installed; KO_EIO put
+ * has failed; KO_ENOMEM. */
+KO_API int ko_make_image(const char *root, const char *const *names, size_t count,
+                         const ko_image_output *output);
+
 #ifdef __cplusplus
 }
 #endif

@@ -20,6 +20,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 #endif
 #ifdef __linux__
@@ -248,6 +249,7 @@ int ko_ext_currtime(ko_tm_t *out) {
 
 static constexpr int path_room = 4096; // POSIX systems refuse longer names
 static constexpr char default_root[] = "c:\\vantor\\";
+static constexpr size_t read_all_max = size_t{1} << 29; // no data file comes near 512 MiB
 
 // The way to the data that are installed with the library, from the folder of its file and from
 // that of a program that contains it.
@@ -392,6 +394,40 @@ int std_list_names(const char *path, int (*each)(void *user, const char *name), 
 // The system's times and numbers of files do not tell every change.
 bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
+bool std_mark_stream(FILE *file, file_mark *mark) {
+    struct _stat64 is;
+    if (_fstat64(_fileno(file), &is)) return false;
+    *mark = {.size = uint64_t(is.st_size), .written_s = is.st_mtime};
+    return true;
+}
+
+// Line ends of data files are newlines alone, so that text mode changes nothing.
+size_t std_peek(FILE *file, void *to, size_t most) {
+    const size_t read = fread(to, 1, most, file);
+    return fseek(file, 0, SEEK_SET) ? 0 : read;
+}
+
+// Whoever may write a data root there may also replace the library.
+bool std_map(const char *path, file_view *view) {
+    char real[path_room];
+    const HANDLE file = CreateFileA(real_path(real, path), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return false;
+    LARGE_INTEGER size;
+    const bool sized =
+        GetFileSizeEx(file, &size) && size.QuadPart > 0 && size.QuadPart <= int64_t{read_all_max};
+    const HANDLE mapping =
+        sized ? CreateFileMappingA(file, nullptr, PAGE_READONLY, 0, 0, nullptr) : nullptr;
+    CloseHandle(file);
+    if (!mapping) return false;
+    const void *const bytes = MapViewOfFile(mapping, FILE_MAP_READ, 0, 0, 0);
+    CloseHandle(mapping);
+    *view = {static_cast<const unsigned char *>(bytes), size_t(size.QuadPart)};
+    return bytes;
+}
+
+void std_unmap(const file_view *view) { UnmapViewOfFile(view->bytes); }
+
 #else
 
 // Joins the prefix, unchanged, and the rest with its backslashes turned into slashes. The prefix
@@ -506,27 +542,67 @@ static constexpr time_t tick_s = 2;
 // Whoever can look up a file with these rights can read it.
 static constexpr mode_t readable_by_all = S_IRUSR | S_IRGRP | S_IROTH;
 
+static file_mark mark_of(const struct stat &is) {
+    return {.device = is.st_dev,
+            .inode = is.st_ino,
+            .size = uint64_t(is.st_size),
+            .written_s = is.st_mtim.tv_sec,
+            .written_ns = is.st_mtim.tv_nsec,
+            .changed_s = is.st_ctim.tv_sec,
+            .changed_ns = is.st_ctim.tv_nsec};
+}
+
 bool std_mark(const char *path, file_mark *mark, bool *firm) {
     char translated[path_room];
     struct stat is;
     *firm = true;
     if (!translate_path(translated, path, false) || stat(translated, &is)) return false;
     if (!S_ISREG(is.st_mode)) return false;
-    *mark = {.device = is.st_dev,
-             .inode = is.st_ino,
-             .size = uint64_t(is.st_size),
-             .written_s = is.st_mtim.tv_sec,
-             .written_ns = is.st_mtim.tv_nsec,
-             .changed_s = is.st_ctim.tv_sec,
-             .changed_ns = is.st_ctim.tv_nsec};
+    *mark = mark_of(is);
     *firm = (is.st_mode & readable_by_all) == readable_by_all &&
             is.st_ctim.tv_sec < time(nullptr) - tick_s;
     return true;
 }
 
-#endif
+bool std_mark_stream(FILE *file, file_mark *mark) {
+    struct stat is;
+    if (fstat(fileno(file), &is)) return false;
+    *mark = mark_of(is);
+    return true;
+}
 
-static constexpr size_t read_all_max = size_t{1} << 29; // no data file comes near 512 MiB
+size_t std_peek(FILE *file, void *to, size_t most) {
+    const ssize_t read = pread(fileno(file), to, most, 0);
+    return read > 0 ? size_t(read) : 0;
+}
+
+static bool is_safe_to_map(int fd, struct stat *is) {
+    if (fstat(fd, is) || !S_ISREG(is->st_mode)) return false;
+    if (is->st_uid && is->st_uid != geteuid()) return false;
+    return !(is->st_mode & (S_IWGRP | S_IWOTH)) && is->st_size > 0 &&
+           uint64_t(is->st_size) <= read_all_max;
+}
+
+bool std_map(const char *path, file_view *view) {
+    char translated[path_room];
+    struct stat is;
+    if (!translate_path(translated, path, false)) return false;
+    const int fd = open_data(translated);
+    if (fd < 0) return false;
+    void *bytes = MAP_FAILED;
+    if (is_safe_to_map(fd, &is))
+        bytes = mmap(nullptr, size_t(is.st_size), PROT_READ, MAP_SHARED, fd, 0);
+    close(fd);
+    if (bytes == MAP_FAILED) return false;
+    *view = {static_cast<const unsigned char *>(bytes), size_t(is.st_size)};
+    return true;
+}
+
+void std_unmap(const file_view *view) {
+    munmap(const_cast<unsigned char *>(view->bytes), view->size);
+}
+
+#endif
 
 #ifdef _WIN32
 

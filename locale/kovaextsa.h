@@ -45,6 +45,19 @@ bool std_mark(const char *path, file_mark *mark, bool *firm);
 // Calls each with the names in a directory, in any order, until it returns something other than 0.
 // Returns that, 0, KO_EFILE (there is no such directory) or KO_EIO (it cannot be read).
 int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user);
+// Marks an open stream of the standard library. False if that cannot be told.
+bool std_mark_stream(FILE *file, file_mark *mark);
+// Reads the first bytes of an open stream at its beginning, which stays there; returns how many.
+size_t std_peek(FILE *file, void *to, size_t most);
+// A whole file as memory that is only read.
+struct file_view {
+    const unsigned char *bytes;
+    size_t size;
+};
+// Maps a data file. False if that is not possible, or if others than its owner, who is the
+// process's user or the system's, may write it: what is mapped must not change.
+bool std_map(const char *path, file_view *view);
+void std_unmap(const file_view *view);
 // The next byte of a stream that no other thread uses, read without the stream's lock where the
 // platform allows it.
 inline int std_getc(FILE *file) {

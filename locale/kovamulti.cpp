@@ -372,8 +372,10 @@ int compress_multi(void *table) {
 void free_multi(void *table) {
     mb_decode *t = table_of(table);
     if (!t) return;
-    free_tree(t);
-    free_ptr(t->default_data);
+    if (!t->one_block) {
+        free_tree(t);
+        free_ptr(t->default_data);
+    }
     free_ptr(t);
 }
 

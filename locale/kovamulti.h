@@ -39,6 +39,7 @@ struct mb_decode {
     unsigned char **flag_arrs;
     unsigned char **data_arrs;
     int *offset_count; // children of the nodes that use a shared flag array
+    bool one_block;    // begins the block of its whole tree; nothing is added to it
 };
 
 // The root of a table, the state of a byte at a node, and the child under a prefix byte. A table

@@ -3,6 +3,7 @@
 #include "convert/kovacvlib.h"
 
 #include "locale/kovaextsa.h"
+#include "locale/kovaimage.h"
 #include "record/kovaspec.h"
 
 #include <limits.h>
@@ -69,6 +70,22 @@ static bool is_shift_pair_source(const iconv_rec *cv) {
            cv->source_shift_min_len == 2 && cv->source_shift_max_len == 2;
 }
 
+static bool is_single(const iconv_rec *cv) {
+    return cv->source_noshift_max_len == 1 && cv->target_max_len == 1;
+}
+
+static void choose_routines(iconv_rec *cv) {
+    cv->smiconv_fp = is_shift_pair_source(cv) ? db_smiconv : mb_smiconv;
+    cv->miconv_fp = !is_single(cv)             ? mb_miconv
+                    : cv->needs_error_checking ? sb_miconv
+                                               : sb_miconv_noerr;
+}
+
+static void drop_shift_lead(iconv_rec *cv) {
+    if (cv->flat_shift && cv->smiconv_fp == db_smiconv)
+        drop_cv_lead(cv->flat_shift, cv->source_so[0]);
+}
+
 static void set_iconv_fps(iconv_rec *cv) {
     cv->exports.sb2sb_table = nullptr;
     if (cv->mtom_fn) {
@@ -76,13 +93,10 @@ static void set_iconv_fps(iconv_rec *cv) {
         cv->smiconv_fp = alg_smiconv;
         return;
     }
-    const bool single = cv->source_noshift_max_len == 1 && cv->target_max_len == 1;
-    cv->smiconv_fp = is_shift_pair_source(cv) ? db_smiconv : mb_smiconv;
-    if (!single) {
-        cv->miconv_fp = mb_miconv;
-    } else {
+    const bool single = is_single(cv);
+    choose_routines(cv);
+    if (single) {
         cv->bytes = build_cv_bytes(cv->conv_noshift);
-        cv->miconv_fp = cv->needs_error_checking ? sb_miconv : sb_miconv_noerr;
         if (!cv->needs_error_checking) fill_sb2sb(cv);
     }
     // The bytewise look-up of shifted sources must not meet prefixes, so a table that has some is
@@ -91,8 +105,7 @@ static void set_iconv_fps(iconv_rec *cv) {
     if (walks && (!single || cv->source_is_stateful || cv->target_is_stateful))
         cv->flat_noshift = build_cv_flat(cv->conv_noshift);
     if (cv->conv_shift) cv->flat_shift = build_cv_flat(cv->conv_shift);
-    if (cv->flat_shift && cv->smiconv_fp == db_smiconv)
-        drop_cv_lead(cv->flat_shift, cv->source_so[0]);
+    drop_shift_lead(cv);
 }
 
 // ---- Conversion objects
@@ -226,14 +239,32 @@ int read_cv_object(text_in *in, iconv_rec *cv) {
     return 0;
 }
 
-// Loads an opened object into a descriptor and closes it in every case.
-static int read_cv_file(void *stream, iconv_rec *cv) {
-    if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
+bool take_mapped_object(void *stream, const char *path, iconv_rec *cv) {
+    if (!path || stream_hooks_set()) return false;
+    image_tables tables;
+    if (!find_in_image(static_cast<FILE *>(stream), path, &tables) || !take_cv_image(tables, cv))
+        return false;
+    choose_routines(cv);
+    drop_shift_lead(cv);
+    return true;
+}
+
+static int read_cv_stream(void *stream, iconv_rec *cv) {
     text_image image;
     const bool readable = open_image(stream, &image);
     const int result =
         readable ? read_cv_object(&image.in, cv) : fail(&cv->exports.exp, KO_ENOMEM, -1);
     close_image(&image);
+    return result;
+}
+
+// Loads an opened object into a descriptor and closes it in every case; frees the path, by which it
+// was found.
+static int read_cv_file(void *stream, char *path, iconv_rec *cv) {
+    const bool taken = stream && take_mapped_object(stream, path, cv);
+    free_ptr(path);
+    if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
+    const int result = taken ? 0 : read_cv_stream(stream, cv);
     ko_ext_fclose(stream);
     if (!result) ko_message("CVO file loaded successfully.");
     return result;
@@ -246,7 +277,9 @@ int ko_iconv_open1(ko_cv_t *cd, const char *file) {
     iconv_rec *cv = new_descriptor(cd);
     if (!cv) return -1;
     if (!file) return fail(&cv->exports.exp, KO_EFILE, -1);
-    return read_cv_file(ko_path_search(nullptr, file, "cv", "9"), cv);
+    char *path;
+    void *const stream = path_search_found(nullptr, file, "cv", "9", &path);
+    return read_cv_file(stream, path, cv);
 }
 
 namespace {
@@ -345,9 +378,10 @@ int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, co
     iconv_rec *rec = new_descriptor(cv);
     if (!rec) return -1;
     ko_cs_nums2cv_fname(&rec->exports.exp, from, to, name.p, in_dir ? cv_dir : nullptr);
-    void *stream =
-        in_dir ? open_composed(nullptr, name.p) : ko_path_search(nullptr, name.p, "cv", "9");
-    return read_cv_file(stream, rec) < 0 ? -1 : 1;
+    char *path = nullptr;
+    void *const stream = in_dir ? open_composed(nullptr, name.p)
+                                : path_search_found(nullptr, name.p, "cv", "9", &path);
+    return read_cv_file(stream, path, rec) < 0 ? -1 : 1;
 }
 
 // ---- Registered converters, release, sizes

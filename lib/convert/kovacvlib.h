@@ -42,9 +42,10 @@ struct cv_trails {
 // none.
 typedef int cv_longest[cv_max_source][2];
 struct cv_flat {
-    void *words;
-    bool wide; // words of 64 bits
-    int most;  // the most target bytes per source byte, rounded up
+    const void *words;
+    bool owns_words; // else they lie in an image
+    bool wide;       // words of 64 bits
+    int most;        // the most target bytes per source byte, rounded up
     cv_longest longest;
     const void *none;        // the last row
     const void *second[256]; // the full row after a first byte, the last row for none
@@ -115,6 +116,7 @@ struct iconv_rec {
     bool keeps_mark, writes_mark;
     bool looks_ahead;             // what follows a character decides on it
     bool quiet;                   // leaves its failures out of the log
+    bool by_words;                // the trees have no entries: those of the words count
     iconv_rec *legs[cv_legs_max]; // of a way through UTF-8, or what the rules make use of
     const void *scheme;           // by which the rules go
 };
@@ -133,6 +135,9 @@ int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s);
 
 // Reads an object into a new descriptor and prepares it; -1 with the reason in its error word.
 int read_cv_object(text_in *in, iconv_rec *cv);
+// Takes the tables of an object, opened by this path, from an image, and prepares the descriptor.
+// False, with the descriptor as it was, where no image can have them.
+bool take_mapped_object(void *stream, const char *path, iconv_rec *cv);
 
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
 
@@ -154,6 +159,20 @@ int measure_own(const iconv_rec *cv, conv_state *st, cv_span *s);
 cv_flat *build_cv_flat(const mb_decode *table);
 void drop_cv_lead(cv_flat *flat, unsigned byte); // leaves characters that begin so to the rules
 void free_cv_flat(cv_flat *flat);
+size_t count_cv_words(const mb_decode *table); // without the last row; 0 for a tree too deep
+// The rows of an image, with the last one; they are checked unless they are proved. NULL without
+// memory or if they are no rows.
+cv_flat *use_cv_words(const void *words, size_t count, bool wide, const cv_longest &longest,
+                      bool proved);
+
+// Tables from an image (kovacvlib_image.cpp). False, with the descriptor as it was, without memory
+// or where they are damaged.
+struct image_tables; // see kovaimage.h
+bool take_cv_image(const image_tables &tables, iconv_rec *cv);
+// The entry of the character of so many bytes at in: all zeros if it is not mapped.
+constexpr int cv_entry_room = 8;
+const unsigned char *cv_word_entry(const cv_flat *flat, const ko_mchar_t *in, int taken,
+                                   unsigned char *entry);
 
 // Translation of bytes (kovacvlib_bytes.cpp).
 cv_bytes *build_cv_bytes(const mb_decode *table);

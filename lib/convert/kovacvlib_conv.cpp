@@ -140,9 +140,12 @@ ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
         run_general(cv, st, shifted, c);
         if (c->left <= 0) break;
         int taken;
+        unsigned char unpacked[cv_entry_room];
         const auto *e = static_cast<const unsigned char *>(retrieve_text_multi_limit(
             c->in, shifted ? cv->conv_shift : cv->conv_noshift, c->left, &taken, &cv->exports.exp));
         if (!e) return ending::no_character;
+        if (cv->by_words)
+            e = cv_word_entry(shifted ? cv->flat_shift : cv->flat_noshift, c->in, taken, unpacked);
         const unsigned flags = e[0] & cv_flags;
         const int len = int(e[0] & cv_length);
         if (!flags) return ending::unmapped;
@@ -168,8 +171,11 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
         if (c->left <= 0) break;
         const bool shifted = st->source_state == 1;
         const unsigned char *e;
+        unsigned char unpacked[cv_entry_room];
         int taken = 1;
-        if (!shifted) {
+        if (!shifted && cv->by_words) {
+            e = cv_word_entry(cv->flat_noshift, c->in, 1, unpacked);
+        } else if (!shifted) {
             e = cv_direct(cv->conv_noshift, *c->in);
         } else if (*c->in == cv->source_so[0]) {
             e = shift_entry;
@@ -183,6 +189,7 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
             e = static_cast<const unsigned char *>(
                 retrieve_text_doub_limit(c->in, cv->conv_shift, c->left, &cv->exports.exp));
             if (!e) return -1;
+            if (cv->by_words) e = cv_word_entry(cv->flat_shift, c->in, 2, unpacked);
         }
         const unsigned flags = e[0] & cv_flags;
         const int len = int(e[0] & cv_length);

@@ -61,12 +61,37 @@ void page_words(const unsigned char *__restrict flags, const unsigned char *__re
     }
 }
 
+constexpr int word_kinds = cv_special | cv_shifted_target;
+
+// The longest target of one kind; special words have none.
+template <class W> int longest_of(const W *from, int count, int kind, int *seen) {
+    int longest = -1;
+    for (int i = 0; i < count; ++i) {
+        const int top = int(from[i] >> top_byte<W>);
+        const int length = (top & word_kinds) == kind ? top & int{cv_length} : -1;
+        longest = length > longest ? length : longest;
+        *seen |= top;
+    }
+    return longest;
+}
+
+// Notes the longest targets of a row; returns all that its top bytes have.
+template <class W> int measure(const W *from, int count, int level, cv_longest &longest) {
+    int seen = 0;
+    for (const int kind : {0, int{cv_shifted_target}}) {
+        int *const most = &longest[level][kind ? 1 : 0];
+        const int found = longest_of(from, count, kind, &seen);
+        if (found > *most) *most = found;
+        if (!(seen & int{cv_shifted_target})) break;
+    }
+    return seen;
+}
+
 template <class W> struct row_writer {
     const mb_decode *table;
     W *words;
     size_t used;
     cv_longest &longest;
-    static constexpr int kinds = cv_special | cv_shifted_target;
     struct row {
         size_t index;
         bool is_short;
@@ -85,33 +110,13 @@ template <class W> struct row_writer {
         for (int i = 0; i < count; ++i, e += step)
             to[i] = flags && flags[i] == mb_final ? entry_word<W>(e, size) : special_word<W>;
     }
-    // The longest target of one kind; special words have none.
-    static int longest_of(const W *from, int count, int kind, int *seen) {
-        int longest = -1;
-        for (int i = 0; i < count; ++i) {
-            const int top = int(from[i] >> top_byte<W>);
-            const int length = (top & kinds) == kind ? top & int{cv_length} : -1;
-            longest = length > longest ? length : longest;
-            *seen |= top;
-        }
-        return longest;
-    }
-    void measure(const W *from, int count, int level) {
-        int seen = 0;
-        for (const int kind : {0, int{cv_shifted_target}}) {
-            int *const most = &longest[level][kind ? 1 : 0];
-            const int found = longest_of(from, count, kind, &seen);
-            if (found > *most) *most = found;
-            if (!(seen & int{cv_shifted_target})) return;
-        }
-    }
     row write(const multi_arr *node, int level) {
         const row r = {used, short_node(table, node)};
         const int first = r.is_short ? 0x80 : 0, count = r.is_short ? 64 : 256;
         used += size_t(count);
         W *const to = words + r.index;
         write_entries(node, to, first, count);
-        measure(to, count, level);
+        measure(to, count, level, longest);
         if (!node->num_offsets || !node->flag_arr) return r;
         for (int i = 0; i < count; ++i) {
             if (node->flag_arr[first + i] != mb_prefix) continue;
@@ -170,15 +175,33 @@ template <class W> bool find_trails(const W *words, cv_flat *flat) {
     return true;
 }
 
-// Writes the rows of a tree, then the last row, and notes what the rows have in common.
-template <class W> bool build_words(const mb_decode *table, size_t count, cv_flat *flat) {
-    ext_block<W> block(count + 256);
-    if (!block.p) return false;
-    W *const words = block.p;
-    row_writer<W> writer = {table, words, 0, flat->longest};
-    writer.write(table->root, 0);
-    for (size_t i = 0; i < 256; ++i)
-        words[count + i] = special_word<W>;
+// Follows rows as row_writer writes them.
+template <class W> struct row_reader {
+    const W *words;
+    size_t used, count;
+    cv_longest &longest;
+
+    bool read(bool is_short, int level) {
+        const size_t size = is_short ? 64 : 256;
+        if (level >= cv_max_source || size > count - used) return false;
+        const W *const row = words + used;
+        used += size;
+        const int seen = measure(row, int(size), level, longest);
+        for (const int length : longest[level])
+            if (length >= int(sizeof(W))) return false;
+        if (!(seen & 4)) return true; // no prefix
+        for (size_t i = 0; i < size; ++i) {
+            const unsigned top = unsigned(row[i] >> top_byte<W>);
+            if ((top | 1) != cv_full_row) continue;
+            if (size_t(row[i] & cv_row_index) * 64 != used) return false;
+            if (!read(top == cv_short_row, level + 1)) return false;
+        }
+        return true;
+    }
+};
+
+// Notes what the rows, which the last row follows, have in common. False without memory.
+template <class W> bool finish(const W *words, size_t count, cv_flat *flat) {
     flat->words = words;
     flat->none = words + count;
     for (unsigned b = 0; b < 256; ++b)
@@ -191,22 +214,71 @@ template <class W> bool build_words(const mb_decode *table, size_t count, cv_fla
             if (most > flat->most) flat->most = most;
         }
     find_ascii(words, flat);
-    if (!find_trails(words, flat)) return false;
+    return find_trails(words, flat);
+}
+
+// Writes the rows of a tree, then the last row.
+template <class W> bool build_words(const mb_decode *table, size_t count, cv_flat *flat) {
+    ext_block<W> block(count + 256);
+    if (!block.p) return false;
+    W *const words = block.p;
+    row_writer<W> writer = {table, words, 0, flat->longest};
+    writer.write(table->root, 0);
+    for (size_t i = 0; i < 256; ++i)
+        words[count + i] = special_word<W>;
+    if (!finish(words, count, flat)) return false;
     block.release();
     return true;
 }
 
+template <class W> bool are_rows(const W *words, size_t count, const cv_longest &longest) {
+    cv_longest found;
+    memset(found, -1, sizeof found);
+    row_reader<W> reader = {words, 0, count, found};
+    if (!reader.read(false, 0) || reader.used != count) return false;
+    for (size_t i = 0; i < 256; ++i)
+        if (words[count + i] != special_word<W>) return false;
+    return !memcmp(found, longest, sizeof found);
+}
+
+template <class W> bool use_words(const void *from, size_t count, bool proved, cv_flat *flat) {
+    const W *const words = static_cast<const W *>(from);
+    return (proved || are_rows(words, count, flat->longest)) && finish(words, count, flat);
+}
+
+void clear(cv_flat *flat, bool wide, bool owns_words) {
+    flat->owns_words = owns_words;
+    flat->wide = wide;
+    flat->trails = nullptr;
+    flat->ascii = false;
+    memset(flat->longest, -1, sizeof flat->longest);
+}
+
 } // namespace
 
-cv_flat *build_cv_flat(const mb_decode *table) {
+size_t count_cv_words(const mb_decode *table) {
     const size_t count = count_words(table, table->root, 1);
-    if (!count || count / 64 >= (1u << 24) - 4) return nullptr;
+    return count / 64 >= (1u << 24) - 4 ? 0 : count;
+}
+
+cv_flat *use_cv_words(const void *words, size_t count, bool wide, const cv_longest &longest,
+                      bool proved) {
+    if (count < 512 || count / 64 >= 1u << 24) return nullptr;
     ext_block<cv_flat> flat(1);
     if (!flat.p) return nullptr;
-    flat.p->wide = table->data_size > 4;
-    flat.p->trails = nullptr;
-    flat.p->ascii = false;
-    memset(flat.p->longest, -1, sizeof flat.p->longest);
+    clear(flat.p, wide, false);
+    memcpy(flat.p->longest, longest, sizeof longest);
+    const bool used = wide ? use_words<uint64_t>(words, count - 256, proved, flat.p)
+                           : use_words<uint32_t>(words, count - 256, proved, flat.p);
+    return used ? flat.release() : nullptr;
+}
+
+cv_flat *build_cv_flat(const mb_decode *table) {
+    const size_t count = count_cv_words(table);
+    if (!count) return nullptr;
+    ext_block<cv_flat> flat(1);
+    if (!flat.p) return nullptr;
+    clear(flat.p, table->data_size > 4, true);
     const bool built = flat.p->wide ? build_words<uint64_t>(table, count, flat.p)
                                     : build_words<uint32_t>(table, count, flat.p);
     return built ? flat.release() : nullptr;
@@ -216,7 +288,7 @@ void drop_cv_lead(cv_flat *flat, unsigned byte) { flat->second[byte] = flat->non
 
 void free_cv_flat(cv_flat *flat) {
     if (!flat) return;
-    free_ptr(flat->words);
+    if (flat->owns_words) free_ptr(flat->words);
     free_ptr(flat->trails);
     ko_ext_free(flat);
 }

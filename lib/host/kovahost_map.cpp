@@ -102,7 +102,7 @@ static int add_conversion(const kovaloc *loc, uint16_t from, uint16_t to, cv_wal
     ko_cs_nums2cv_fname(nullptr, from, to, name, nullptr);
     cv_file file;
     const data_origin origin = {loc->origin.root, loc->origin.verified};
-    if (const int error = read_cv(origin, name, &file)) return error;
+    if (const int error = read_cv(origin, name, cv_use::entries, &file)) return error;
     if (file.rec->source_is_stateful || file.rec->target_is_stateful) return KO_ECODESET;
     object_facts facts;
     if (walk.entry == add_wide)

@@ -11,29 +11,32 @@ cv_file::~cv_file() {
     if (rec) ko_cv_unload(rec);
 }
 
-static int open_cv(const data_origin &origin, const char *name, cv_file *file) {
+static int open_cv(const data_origin &origin, const char *name, cv_file *file, char **path) {
     int error = KO_OK;
     if (origin.root) {
-        char *path;
-        file->stream = path_search_below(origin.root, name, "cv", "9", &path, &error);
-        free_ptr(path);
+        file->stream = path_search_below(origin.root, name, "cv", "9", path, &error);
     } else {
         gen_exports scratch = {};
         const errno_guard kept(&scratch);
-        file->stream = ko_path_search(&scratch, name, "cv", "9");
+        file->stream = path_search_found(&scratch, name, "cv", "9", path);
         error = file->stream ? KO_OK : error_of(&scratch);
     }
     return file->stream ? KO_OK : error ? error : KO_EFILE;
 }
 
-int read_cv(const data_origin &origin, const char *name, cv_file *file) {
-    if (const int error = open_cv(origin, name, file)) return error;
+int read_cv(const data_origin &origin, const char *name, cv_use use, cv_file *file) {
+    char *path;
+    if (const int error = open_cv(origin, name, file, &path)) return error;
+    file->rec = make_descriptor();
+    const bool may_map = file->rec && use == cv_use::conversion && !origin.verified;
+    const bool mapped = may_map && take_mapped_object(file->stream, path, file->rec);
+    free_ptr(path);
+    if (!file->rec) return KO_ENOMEM;
+    if (mapped) return KO_OK;
     file->bytes = read_any_bytes(file->stream, &file->size);
     if (!file->bytes) return KO_ENOMEM;
     if (ko_ext_ferror(file->stream)) return KO_EIO;
     if (origin.verified && ko_verify_object(file->bytes, file->size, nullptr)) return KO_EOBJECT;
-    file->rec = make_descriptor();
-    if (!file->rec) return KO_ENOMEM;
     const unsigned failures = failed_allocations();
     const errno_guard kept(&file->rec->exports.exp);
     text_in in = {.pos = file->bytes, .end = file->bytes + file->size};

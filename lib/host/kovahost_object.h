@@ -23,7 +23,10 @@ struct cv_file {
     ~cv_file();
 };
 
+// What a descriptor is for: with one from an image there are no bytes of the file, and its trees
+// have no entries.
+enum class cv_use { entries, conversion };
 // Reads an object; 0 or the error, KO_EFILE if there is none.
-int read_cv(const data_origin &origin, const char *name, cv_file *file);
+int read_cv(const data_origin &origin, const char *name, cv_use use, cv_file *file);
 
 #endif

@@ -231,7 +231,7 @@ static int open_object(const conversion_call &call, uint16_t from, uint16_t to, 
     char name[14];
     ko_cs_nums2cv_fname(nullptr, from, to, name, nullptr);
     cv_file file;
-    if (const int error = read_cv(call.origin, name, &file)) return error;
+    if (const int error = read_cv(call.origin, name, cv_use::conversion, &file)) return error;
     *rec = file.rec;
     file.rec = nullptr;
     return KO_OK;

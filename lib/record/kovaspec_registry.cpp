@@ -145,32 +145,23 @@ static FILE *open_registry(const char *registry, int *error) {
     return static_cast<FILE *>(file);
 }
 
-// Lines are short, so that calls of memchr would take most of the time. NULL: there is none.
-static const unsigned char *find_newline(const unsigned char *p, const unsigned char *end) {
-#ifdef KOVA_BYTE_BLOCKS
-    for (; end - p >= 16; p += 16)
-        if (const unsigned found = bytes_equal_to(p, '\n')) return p + __builtin_ctz(found);
-#endif
-    while (p < end && *p != '\n')
-        ++p;
-    return p < end ? p : nullptr;
-}
-
-// Is the line's name certainly another one, by its first letter? If it is too long, as no name in
-// front of a blank at the usual place is, it ends the reading.
-static bool is_of_another(const unsigned char *line, const unsigned char *newline, char first) {
-    if (*line == '#') return true;
-    if (!is_spec_char(*line) || spec_lower(char(*line)) == first) return false;
-    return newline - line <= cs_name_max || line[cs_name_max] == ' ' ||
-           memchr(line, ' ', cs_name_max);
-}
-
-// Passes over the lines, of those in memory, that can be judged by how they begin.
+// Passes over lines whose names certainly differ from one with this first letter, as far as that
+// can be told by how they begin. A name too long for the registry, which ends the reading, is none
+// of them: it has no blank where shorter ones have one.
 static void skip_others(registry_text *text, char first) {
-    const unsigned char *line = text->pos, *const end = text->end;
-    for (const unsigned char *newline; (newline = find_newline(line, end)); line = newline + 1)
-        if (!is_of_another(line, newline, first)) break;
+#ifdef KOVA_BYTE_BLOCKS
+    const unsigned char *line = text->pos;
+    for (uint32_t newlines; text->end - line >= 32; line += __builtin_ctz(newlines) + 1) {
+        newlines = bytes_equal_to(line, '\n') | bytes_equal_to(line + 16, '\n') << 16;
+        if (*line <= ' ' || *line > '~' || (*line | 0x20) == (first | 0x20) || !newlines) break;
+        const bool ends_early = newlines & ((1u << (cs_name_max + 1)) - 1);
+        if (!ends_early && line[cs_name_max] != ' ') break;
+    }
     text->pos = line;
+#else
+    static_cast<void>(text);
+    static_cast<void>(first);
+#endif
 }
 
 // The number of a lower-cased name; -1 if the file lacks it, -2 with *error set.

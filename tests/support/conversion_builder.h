@@ -74,6 +74,10 @@ struct cv_record : owned<ko_cv_unload> {
         files.files["\\o.cvo"] = object;
         result = ko_iconv_open1(&handle, "\\o.cvo");
     }
+    cv_record(ko_cv_t opened, int how) { // takes a descriptor
+        handle = opened;
+        result = how;
+    }
     iconv_rec *rec() const { return descriptor(handle); }
     // From here on every character is converted by the rules alone.
     void forget_derived() const {

@@ -453,6 +453,8 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
     fails(2, "registry -o root --add bad", "NAME=NUMBER");
     fails(2, "registry -o root --add big=65536", "NAME=NUMBER");
     writes("registry -o root --add mine=4711", "");
+    fails(3, "image absent", "cannot read absent/kova/cv9");
+    fails(1, "image root 00010002", "00010002.cvo cannot be taken");
     const outcome dropped = shell("kovac locale -o root -i main -f long --default --drop");
     EXPECT_EQ(dropped.status, 0);
     EXPECT_NE(dropped.err.find("1 of three bytes are left out"), std::string::npos) << dropped.err;

@@ -17,6 +17,7 @@
 #include "common/tool_text.h"
 #include "kova_host.h"
 #include "kovac/kovac_convert.h"
+#include "kovac/kovac_image.h"
 #include "kovac/kovac_license.h"
 #include "kovac/kovac_locale.h"
 #include "kovac/kovac_oracle.h"
@@ -613,6 +614,28 @@ static CLI::App *add_registry_command(CLI::App &app, registry_options &opt) {
     return cmd;
 }
 
+static CLI::App *add_image_command(CLI::App &app, image_options &opt) {
+    CLI::App *cmd = app.add_subcommand(
+        "image", "Put tables of conversions into a file that is mapped in place of reading them");
+    cmd->add_option("ROOT", opt.root, "Data root; the file is kova/image1 below it")
+        ->type_name("DIR")
+        ->required();
+    cmd->add_option("NAME", opt.names,
+                    "Object in ROOT/kova/cv9. Default: all that are named by numbers and gain")
+        ->type_name("NAME");
+    cmd->footer("Make it again when objects have changed; until then those are read.\n"
+                "Example: kovac image data\n"
+                "Example: kovac image data e006e01c.cvo e01ce006.cvo");
+    return cmd;
+}
+
+static int make_image(const image_options &opt) {
+    std::string why;
+    const image_result result = write_image(opt, &why);
+    if (result == image_result::done) return exit_done;
+    return complain(result == image_result::left_out ? exit_source : exit_file, why);
+}
+
 static CLI::App *add_translit_command(CLI::App &app, std::string &root) {
     CLI::App *cmd = app.add_subcommand(
         "translit", "Compile what conversions write for characters that a code set lacks");
@@ -744,6 +767,8 @@ static int run_main(int argc, char **argv) {
     pack_options packed;
     const CLI::App *charmap_cmd = add_charmap_command(app, symbols);
     const CLI::App *convert_cmd = add_convert_command(app, convert);
+    image_options image;
+    const CLI::App *image_cmd = add_image_command(app, image);
     const CLI::App *locale_cmd = add_locale_command(app, locale);
     const CLI::App *pack_cmd = add_pack_command(app, packed);
     const CLI::App *registry_cmd = add_registry_command(app, registry);
@@ -758,6 +783,7 @@ static int run_main(int argc, char **argv) {
     }
     if (charmap_cmd->parsed()) return compile_charmaps(symbols);
     if (convert_cmd->parsed()) return convert_pair(convert);
+    if (image_cmd->parsed()) return make_image(image);
     if (registry_cmd->parsed()) return write_registry(registry);
     if (translit_cmd->parsed()) return write_translit(translit_root);
     if (pack_cmd->parsed()) return pack_all(packed);
