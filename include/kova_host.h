@@ -26,13 +26,13 @@ extern "C" {
  * Linux: AT_SECURE, as after the start of a set-user-id program) always confines them.
  *
  * While names are confined, a name is allowed if it contains no slash, backslash, colon, control
- * character, byte 0xFF or ".."; the file name that a specification stands for, such as
- * "en_us\0333.lco", is allowed too. A name that is not allowed behaves like the name of a file that
- * does not exist. This holds for names given to calls that open locales, charmaps or conversions
- * and to ko_path_search, and for those in KO_ALL, KO_LANG and the variables of the categories;
- * ko_open_file finds nothing at all. Directories, the file name of a registry, KO_PATH and
- * VANTORDIR are the host's own and not confined. The setting belongs to the whole process: make it
- * before other threads load. */
+ * character, byte 0xFF or ".." and is no device of Windows ("nul", "com1.x"). So is the file name
+ * that a specification stands for, such as "en_us\0333.lco". Any other name behaves like that of a
+ * file that does not exist. This holds for names given to calls that open locales, charmaps or
+ * conversions and to ko_path_search, and for those in KO_ALL, KO_LANG and the variables of the
+ * categories; ko_open_file finds nothing at all. Directories, the file name of a registry, KO_PATH
+ * and VANTORDIR are the host's own and not confined. The setting belongs to the whole process: make
+ * it before other threads load. */
 KO_API int ko_secure_names(int on);
 
 /* ---- Errors -------------------------------------------------------------------------------- */

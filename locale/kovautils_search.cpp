@@ -42,12 +42,33 @@ static bool is_object_name(const char *name) {
     return !strcmp(name, ".lco");
 }
 
+static bool is_word(const char *name, size_t len, const char *word) { // in any case
+    for (size_t i = 0; i < len; ++i)
+        if ((name[i] | 0x20) != word[i]) return false;
+    return !word[len];
+}
+
+// Windows opens a device under these names in every directory, whatever follows a point. They are
+// refused everywhere, so that a name means the same on every system.
+static bool is_device(const char *name) {
+    static constexpr const char *devices[] = {"con", "prn", "aux", "nul", "conin$", "conout$"};
+    size_t len = strcspn(name, ".");
+    while (len && name[len - 1] == ' ')
+        --len;
+    for (const char *device : devices)
+        if (is_word(name, len, device)) return true;
+    if (len < 4 || (!is_word(name, 3, "com") && !is_word(name, 3, "lpt"))) return false;
+    // The number of a port is a digit, or a raised one: one byte or two beyond ASCII.
+    if (name[3] & 0x80) return len <= 5;
+    return len == 4 && name[3] >= '0' && name[3] <= '9';
+}
+
 bool is_name_allowed(const char *name) { return !names_confined() || is_confined(name); }
 
 bool is_confined(const char *name) {
     if (!name || !*name) return false;
     if (is_object_name(name)) return true;
-    if (strstr(name, "..")) return false;
+    if (strstr(name, "..") || is_device(name)) return false;
     for (; *name; ++name)
         if (strchr("/\\:\xFF\x7F", *name) || (*name > 0 && *name < ' ')) return false;
     return true;

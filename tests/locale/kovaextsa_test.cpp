@@ -311,6 +311,23 @@ TEST(RaisedRights, TurnTheEnvironmentAndTheLogOff) {
     EXPECT_EQ(dir.read("kova.log"), "");
 }
 
+#else
+
+TEST(PathTranslation, TheLogIsAPlainFile) {
+    temp_dir dir;
+    const std::string there = dir.write("there", "kept");
+    remove("c:\\kova.log");
+    for (const bool second_name : {false, true}) {
+        if (second_name) ASSERT_EQ(remove("c:\\kova.log"), 0);
+        if (second_name) std::filesystem::create_hard_link(there, "c:\\kova.log");
+        FILE *const file = std_open("c:\\kova.log", "a");
+        EXPECT_EQ(file != nullptr, !second_name);
+        if (file) fputs("a\n", file), fclose(file);
+    }
+    EXPECT_EQ(dir.read("there"), "kept");
+    remove("c:\\kova.log");
+}
+
 #endif
 
 // The rest of a stream; "none" without memory.

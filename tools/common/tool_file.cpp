@@ -36,24 +36,28 @@ static bool fail_with(int error) {
 // TARGET.kova-PROCESS-DIGITS with 16 digits; the target's name is cut if it leaves no room for the
 // rest.
 static constexpr char mark[] = ".kova-";
-static constexpr size_t random_digits = 16, most_stem_bytes = 200;
+static constexpr size_t digit_count = 16, most_stem_bytes = 200;
+
+std::string random_digits() {
+    std::random_device random;
+    std::string digits;
+    for (size_t i = 0; i < digit_count; ++i)
+        digits += "0123456789abcdef"[random() & 15];
+    return digits;
+}
 
 static std::string stem_of(const fs::path &target) {
     return from_path(target.filename()).substr(0, most_stem_bytes) + mark;
 }
 
 static std::string name_beside(const std::string &target) {
-    std::random_device random;
-    std::string digits;
-    for (size_t i = 0; i < random_digits; ++i)
-        digits += "0123456789abcdef"[random() & 15];
 #if defined(_WIN32)
     const unsigned long process = GetCurrentProcessId();
 #else
     const long process = getpid();
 #endif
     const fs::path path = to_path(target);
-    const std::string name = stem_of(path) + std::to_string(process) + "-" + digits;
+    const std::string name = stem_of(path) + std::to_string(process) + "-" + random_digits();
     return from_path(path.parent_path() / to_path(name));
 }
 
@@ -65,7 +69,7 @@ static unsigned long writer_of(const std::string &name, const std::string &stem)
     const auto all_of = [&name](size_t from, size_t to, const char *digits) {
         return name.find_first_not_of(digits, from) >= to;
     };
-    if (!all_of(stem.size(), dash, "0123456789") || name.size() != dash + 1 + random_digits ||
+    if (!all_of(stem.size(), dash, "0123456789") || name.size() != dash + 1 + digit_count ||
         !all_of(dash + 1, name.size(), "0123456789abcdef")) {
         return 0;
     }

@@ -10,6 +10,9 @@ namespace kovatool {
 // Makes writing into a closed pipe, or beyond the limit on file size, an ordinary error.
 void prepare_signals();
 
+// Sixteen hexadecimal digits that nobody can foresee, for the name of a new file.
+std::string random_digits();
+
 // What happens to a symbolic link under the name of the file.
 enum class link_in_place {
     followed, // its target is replaced: for files that the user names

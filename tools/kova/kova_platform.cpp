@@ -98,12 +98,11 @@ uint64_t regular_size(std::FILE *stream) {
 std::FILE *open_scratch(const std::string &directory) {
     std::error_code error;
     const fs::path place = directory.empty() ? fs::temp_directory_path(error) : to_path(directory);
-    static unsigned next_scratch = 0; // distinguishes those of one process
     for (int tries = 0; tries < 100; ++tries) {
-        const fs::path name = place / ("kova-" + std::to_string(GetCurrentProcessId()) + "-" +
-                                       std::to_string(next_scratch++) + ".tmp");
-        const int fd = _wopen(name.c_str(), _O_RDWR | _O_CREAT | _O_EXCL | _O_BINARY | _O_TEMPORARY,
-                              _S_IREAD | _S_IWRITE);
+        const fs::path name = place / ("kova-" + kovatool::random_digits() + ".tmp");
+        const int fd = _wopen(
+            name.c_str(), _O_RDWR | _O_CREAT | _O_EXCL | _O_BINARY | _O_TEMPORARY | _O_NOINHERIT,
+            _S_IREAD | _S_IWRITE);
         if (fd >= 0) return _fdopen(fd, "w+b");
         if (errno != EEXIST) return nullptr;
     }
@@ -171,7 +170,7 @@ std::FILE *open_scratch(const std::string &directory) {
     if (name.empty()) name = env_text("TMPDIR");
     if (name.empty()) name = "/tmp";
     name += "/kova-XXXXXX";
-    const int fd = mkstemp(name.data());
+    const int fd = mkostemp(name.data(), O_CLOEXEC);
     if (fd < 0) return nullptr;
     unlink(name.c_str()); // no name: gone with the process, however it ends
     return fdopen(fd, "w+b");
