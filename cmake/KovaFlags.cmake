@@ -1,4 +1,4 @@
-# Warnings and sanitizers, as interface targets that every other target links.
+# Warnings, sanitizers and hardening, as interface targets that the other targets link.
 set(kova_werror)
 if(KOVA_DEVELOPER)
   set(kova_werror -Werror)
@@ -39,4 +39,37 @@ if(KOVA_SANITIZE OR KOVA_QUICK)
   set(kova_quick_build -O0)
 else()
   set(kova_quick_build $<$<CONFIG:Release>:-O1>)
+endif()
+
+# What makes a fault harder to exploit, for what is released: the library, the commands and the
+# extensions of hosts. tests/hardening_test looks for it in the built files. Checked calls of the C
+# library need optimisation, which CMAKE_CXX_FLAGS_RELEASE may take away.
+add_library(kova_hardening INTERFACE)
+if(NOT KOVA_SANITIZE AND CMAKE_C_COMPILER_ID MATCHES "GNU|Clang" AND NOT MSVC)
+  include(CheckCXXCompilerFlag)
+  include(CheckLinkerFlag)
+  set(kova_released $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+  set(flags -fstack-protector-strong -fcf-protection)
+  set(linker_flags -z,relro -z,now -z,noexecstack)
+  if(WIN32)
+    set(flags "")  # the protector's runtime would be one more DLL
+    set(linker_flags --dynamicbase --nxcompat --high-entropy-va)
+  elseif(NOT KOVA_QUICK AND NOT "${CMAKE_CXX_FLAGS_RELEASE}" MATCHES "-O0")
+    target_compile_options(kova_hardening INTERFACE
+        "$<${kova_released}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=2>")
+  endif()
+  foreach(flag IN LISTS flags)
+    string(MAKE_C_IDENTIFIER "KOVA_COMPILER${flag}" has)
+    check_cxx_compiler_flag(${flag} ${has})
+    if(${has})
+      target_compile_options(kova_hardening INTERFACE $<${kova_released}:${flag}>)
+    endif()
+  endforeach()
+  foreach(flag IN LISTS linker_flags)
+    string(MAKE_C_IDENTIFIER "KOVA_LINKER${flag}" has)
+    check_linker_flag(C -Wl,${flag} ${has})
+    if(${has})
+      target_link_options(kova_hardening INTERFACE -Wl,${flag})
+    endif()
+  endforeach()
 endif()

@@ -40,7 +40,7 @@ if(kova_beside_lib)
   set_source_files_properties(${root}/locale/kovaextsa.cpp PROPERTIES COMPILE_DEFINITIONS
       "KOVA_DATA_BESIDE_LIBRARY=\"${way}/\";KOVA_DATA_BESIDE_PROGRAM=\"${kova_beside_bin}/\"")
 endif()
-target_link_libraries(kova_compile INTERFACE kova_warnings)
+target_link_libraries(kova_compile INTERFACE kova_warnings kova_hardening)
 if(NOT WIN32)
   # 64-bit sizes and inode numbers also on 32-bit systems, which would otherwise refuse larger
   # files.
@@ -78,7 +78,7 @@ if(KOVA_FUZZ)
 endif()
 
 add_library(kova SHARED ${kova_objects})
-target_link_libraries(kova PRIVATE ${kova_system_libs})
+target_link_libraries(kova PRIVATE ${kova_system_libs} kova_hardening)
 target_include_directories(kova INTERFACE $<BUILD_INTERFACE:${root}/include>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 set_target_properties(kova PROPERTIES LINKER_LANGUAGE C VERSION 2.86 SOVERSION 2
@@ -99,8 +99,8 @@ else()
     target_link_options(kova PRIVATE
                         -Wl,-exported_symbols_list,${PROJECT_BINARY_DIR}/kova.symbols)
   endif()
-  # Bound when the library is loaded: otherwise the first load of a locale would look up a hundred
-  # symbols. Calls of exports from inside go straight to them.
+  # Bound when the library is loaded (-z,now), also where nothing is hardened: otherwise the first
+  # load of a locale would look up a hundred symbols. Calls of exports from inside go straight to them.
   foreach(flag --as-needed -z,now -Bsymbolic-functions)
     string(MAKE_C_IDENTIFIER "KOVA_LINKER${flag}" has)
     check_linker_flag(C -Wl,${flag} ${has})

@@ -43,9 +43,13 @@ target_compile_definitions(kova_tool_compile INTERFACE KOVA_DATA_ROOT="${KOVA_DA
 if(NOT kova_cli11_include STREQUAL "/usr/include")
   target_include_directories(kova_tool_compile SYSTEM INTERFACE ${kova_cli11_include})
 endif()
-target_link_libraries(kova_tool_compile INTERFACE kova_warnings kova_std_string ZLIB::ZLIB Threads::Threads)
+target_link_libraries(kova_tool_compile INTERFACE kova_warnings kova_hardening
+                      kova_std_string ZLIB::ZLIB Threads::Threads)
 if(WIN32)
   target_link_options(kova_tool_compile INTERFACE -static)
+else()
+  # As the property would do it for the commands alone; -fPIC would keep functions from being inlined.
+  target_compile_options(kova_tool_compile INTERFACE -fPIE)
 endif()
 
 # The list of known differences as the text that kovac holds.
@@ -122,12 +126,15 @@ endif()
 set_source_files_properties(${tools}/kova/kova_categories.cpp PROPERTIES COMPILE_OPTIONS
     "$<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>")
 
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)  # a position independent target is then a PIE
+
 function(kova_command name output)
   set(main ${tools}/${output}/${output}.cpp)
   add_executable(${name} ${main})
   set_source_files_properties(${main} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
   target_link_libraries(${name} PRIVATE ${output}_parts kova)
-  set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output})
+  set_target_properties(${name} PROPERTIES OUTPUT_NAME ${output} POSITION_INDEPENDENT_CODE ON)
   if(kova_bin_to_lib)
     set_target_properties(${name} PROPERTIES INSTALL_RPATH "${kova_bin_to_lib}")
   endif()
