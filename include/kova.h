@@ -6,7 +6,7 @@
  * its declaration names. Success leaves the word alone unless the declaration says otherwise. Calls
  * with a NULL locale fail with KO_ENULL, a number that only a KO_EXT_ERRNO hook can then store; a
  * call that maps a character returns it as it is, one that packs lengths returns 0. "long" means 32
- * bits everywhere in this interface.
+ * bits everywhere in this interface. A count that no int can hold is refused with KO_ERANGE.
  *
  * The library takes no locks: install hooks before any other call, and serialise loading,
  * unloading, copying and registry caching. A loaded locale may be read from several threads at
@@ -545,7 +545,7 @@ KO_API int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int 
  * KO_ENULL. */
 KO_API int is_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 KO_API int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
-/* Wide characters before the terminator, and bytes with the terminator; NULL is an empty string. */
+/* Wide characters before the terminator; bytes with it. NULL is an empty string; -1: too many. */
 KO_API int ko_wcslen(const ko_wchar_t *wcs);
 KO_API int ko_wcsbytes(const ko_wchar_t *wcs);
 /* Characters before the terminator; or -1 with KO_EILSEQ, KO_EINVAL or KO_ENULL. */

@@ -183,8 +183,8 @@ uint16_t im_tomlower(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mb) {
 // ---- Case of strings ----
 
 // Maps a string of a single-byte code set and returns its bytes.
-static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,
-                     const case_rows &rows) {
+static size_t map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char *table,
+                        const case_rows &rows) {
     size_t done = 0;
     if (rows.table == table) {
         done = rows.kernel(dst, mbs, rows); // mostly all of a short string
@@ -193,7 +193,7 @@ static int map_bytes(ko_mchar_t *dst, const ko_mchar_t *mbs, const unsigned char
     for (; mbs[done]; ++done)
         dst[done] = table[mbs[done]];
     dst[done] = 0;
-    return int(done);
+    return done;
 }
 
 // Maps everything before the next character that a run cannot take.
@@ -232,7 +232,7 @@ static int map_pages(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs, const 
         mbs += taken;
     }
     ko_mbsterm(loc, dst);
-    return int(dst - start);
+    return counted(loc, size_t(dst - start));
 }
 
 template <const case_side &side>
@@ -240,19 +240,19 @@ static int map_string(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {
     if (!loc || !dst || !mbs) return fail(loc, KO_ENULL, -1);
     const kovaloc *r = record(loc);
     if (const unsigned char *table = r->exp.*side.sb_table) {
-        return map_bytes(dst, mbs, table, r->*side.rows);
+        return counted(loc, map_bytes(dst, mbs, table, r->*side.rows));
     }
     if (const ctype_flat *flat = flat_cases(r)) return map_pages<side>(loc, dst, mbs, flat);
-    int total = 0;
+    size_t total = 0;
     while (!ko_ismbsterm(loc, mbs)) {
         int taken;
         const int written = map_multibyte<side>(loc, dst + total, mbs, &taken, true);
         if (written < 0) return -1;
-        total += written;
+        total += size_t(written);
         mbs += taken;
     }
     ko_mbsterm(loc, dst + total);
-    return total;
+    return counted(loc, total);
 }
 
 int ko_tombsupper(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *mbs) {

@@ -8,12 +8,12 @@ int ko_wcslen(const ko_wchar_t *wcs) {
     const ko_wchar_t *end = wcs;
     while (*end)
         ++end;
-    return int(end - wcs);
+    return size_t(end - wcs) <= INT_MAX ? int(end - wcs) : -1;
 }
 
 int ko_wcsbytes(const ko_wchar_t *wcs) {
-    const int unit = sizeof(ko_wchar_t);
-    return unit * (ko_wcslen(wcs) + 1);
+    const int unit = sizeof(ko_wchar_t), len = ko_wcslen(wcs);
+    return len >= 0 && len < INT_MAX / unit ? unit * (len + 1) : -1;
 }
 
 int ko_full_mblen(ko_lc_t loc, const ko_mchar_t *mb, int len_bytes) {
@@ -53,8 +53,7 @@ ko_mchar_t *ko_full_mbsnext(ko_lc_t loc, const ko_mchar_t *mb) {
 
 namespace {
 struct extent {
-    int chars;
-    int bytes;
+    size_t chars, bytes;
     bool valid;
 };
 } // namespace
@@ -67,7 +66,7 @@ static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
     for (;;) {
         int n;
         if (flat && flat->pairs) {
-            const auto run = int(count_pairs(mbs + seen.bytes, flat));
+            const size_t run = count_pairs(mbs + seen.bytes, flat);
             seen.bytes += 2 * run;
             seen.chars += run;
         }
@@ -79,27 +78,28 @@ static extent measure(ko_lc_t loc, const ko_mchar_t *mbs) {
         }
         if (n < 0) seen.valid = false;
         if (n <= 0) return seen;
-        seen.bytes += n;
+        seen.bytes += size_t(n);
         ++seen.chars;
     }
 }
 
-static int byte_len(const ko_mchar_t *mbs) {
+static size_t byte_len(const ko_mchar_t *mbs) {
     const void *text = mbs;
-    return int(strlen(static_cast<const char *>(text)));
+    return strlen(static_cast<const char *>(text));
 }
 
 int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs) {
     if (!loc || !mbs) return fail(loc, KO_ENULL, -1);
-    if (record(loc)->exp.single_byte) return byte_len(mbs);
+    if (record(loc)->exp.single_byte) return counted(loc, byte_len(mbs));
     const extent seen = measure(loc, mbs);
-    return seen.valid ? seen.chars : -1;
+    return seen.valid ? counted(loc, seen.chars) : -1;
 }
 
 int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
     if (!loc || !mbs) return 0;
     const kovaloc *r = record(loc);
-    if (r->exp.single_byte) return byte_len(mbs) + terminator_len(r);
+    const auto end_bytes = size_t(terminator_len(r));
+    if (r->exp.single_byte) return counted(loc, byte_len(mbs) + end_bytes, 0);
     const extent seen = measure(loc, mbs);
-    return seen.valid ? seen.bytes + terminator_len(r) : 0;
+    return seen.valid ? counted(loc, seen.bytes + end_bytes, 0) : 0;
 }

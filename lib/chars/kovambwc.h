@@ -5,6 +5,8 @@
 
 #include "chars/kovactype.h"
 
+#include <limits.h>
+
 inline gen_exports *head(ko_lc_t loc) { return static_cast<gen_exports *>(loc); }
 
 inline const mb_decode *class_table(const kovaloc *r) {
@@ -14,6 +16,11 @@ inline const mb_decode *class_table(const kovaloc *r) {
 inline int terminator_len(const kovaloc *r) {
     const int n = r->ctype ? class_table(r)->min_char_len : 2;
     return unsigned(n) - 1 < 4 ? n : n < 1 ? 1 : 4;
+}
+
+// A count as a result. Strings whose count an int cannot hold are refused.
+inline int counted(ko_lc_t loc, size_t count, int refused = -1) {
+    return count <= INT_MAX ? int(count) : fail(loc, KO_ERANGE, refused);
 }
 
 // The flat form of the record's class table, or of its case table; NULL if the tree must be walked.

@@ -236,7 +236,8 @@ template <class Unit>
     if (size == 'l') {
         const ko_wchar_t *const text = va_arg(f->values, const ko_wchar_t *);
         if (!text) return fail(loc, KO_ENULL, -1);
-        return format_string(&f->out, text, ko_wcslen(text), f->m);
+        const int len = ko_wcslen(text);
+        return len < 0 ? fail(loc, KO_E2BIG, -1) : format_string(&f->out, text, len, f->m);
     }
     const ko_mchar_t *const text = va_arg(f->values, const ko_mchar_t *);
     ko_wchar_t wc;

@@ -2,7 +2,7 @@
 #include "text/kovastr.h"
 
 // True if all bytes were written.
-static bool put_bytes(ko_lc_t loc, const ko_mchar_t *bytes, int count, void *stream) {
+static bool put_bytes(ko_lc_t loc, const ko_mchar_t *bytes, ptrdiff_t count, void *stream) {
     const auto wanted = size_t(count);
     if (!wanted || ko_ext_fwrite(bytes, 1, wanted, stream) == wanted) return true;
     return fail(loc, KO_EIO, false);
@@ -36,7 +36,7 @@ ko_wchar_t ko_fputwc(ko_lc_t loc, ko_wchar_t wc, void *stream) {
 
 int ko_fputmbs(ko_lc_t loc, const ko_mchar_t *mbs, void *stream) {
     if (!loc || !mbs || !stream) return fail(loc, KO_ENULL, -1);
-    const int n = by_code_set(loc, [=](const auto &by) { return by.length(mbs); });
+    const ptrdiff_t n = by_code_set(loc, [=](const auto &by) { return by.length(mbs); });
     return n >= 0 && put_bytes(loc, mbs, n, stream) ? 0 : -1;
 }
 

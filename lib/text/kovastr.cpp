@@ -19,12 +19,12 @@ unsigned by_tree::classes(const unit *s, text_char c) const {
     return classes;
 }
 
-int by_tree::length(const unit *s) const {
+ptrdiff_t by_tree::length(const unit *s) const {
     const unit *end = s;
     for (text_char c; (c = at(end)).units; end += c.units) {
         if (c.units < 0) return -1;
     }
-    return int(end - s);
+    return end - s;
 }
 
 // ---- Positions ----
@@ -70,7 +70,7 @@ const ko_mchar_t *skip_chars(ko_lc_t loc, const ko_mchar_t *mbs, int n, int *ski
     return by_code_set(loc, [=]<class By>(const By &by) {
         const ko_mchar_t *s = mbs;
         if constexpr (By::one_unit) {
-            *skipped = by.length(s, n);
+            *skipped = int(by.length(s, n));
             return s + *skipped;
         }
         for (*skipped = 0; *skipped < n; ++*skipped) {
@@ -113,8 +113,8 @@ int ko_mbsbytes_nt(ko_lc_t loc, const ko_mchar_t *mbs) {
 namespace {
 // A string without its trailing spaces.
 struct kept_text {
-    int chars; // -1 for an invalid string
-    int units;
+    ptrdiff_t chars; // -1 for an invalid string
+    ptrdiff_t units;
     bool spaces; // are there any after them?
 };
 } // namespace
@@ -125,14 +125,14 @@ template <class By> static bool is_space(const By &by, const typename By::unit *
 
 template <class By> static kept_text without_spaces(const By &by, const typename By::unit *s) {
     if constexpr (By::one_unit) {
-        const int all = by.length(s);
-        int kept = all;
+        const ptrdiff_t all = by.length(s);
+        ptrdiff_t kept = all;
         while (kept && is_space(by, s + kept - 1, {1, s[kept - 1]}))
             --kept;
         return {kept, kept, kept < all};
     }
     const typename By::unit *const start = s, *kept_end = s;
-    int chars = 0, kept = 0;
+    ptrdiff_t chars = 0, kept = 0;
     for (;;) {
         unsigned facts;
         while ((facts = by.pair_facts(s)) & pair_valid) {
@@ -152,7 +152,7 @@ template <class By> static kept_text without_spaces(const By &by, const typename
         kept = chars;
         kept_end = s;
     }
-    return {kept, int(kept_end - start), kept < chars};
+    return {kept, kept_end - start, kept < chars};
 }
 
 static kept_text kept_of(ko_lc_t loc, const ko_mchar_t *mbs) {
@@ -166,12 +166,17 @@ static kept_text kept_of(ko_lc_t loc, const ko_wchar_t *wcs) {
     return without_spaces(by_wide{record(loc), 1}, wcs);
 }
 
-int ko_mbsntslen(ko_lc_t loc, const ko_mchar_t *mbs) { return kept_of(loc, mbs).chars; }
-int ko_wcsntslen(ko_lc_t loc, const ko_wchar_t *wcs) { return kept_of(loc, wcs).chars; }
+template <class Unit> static int kept_chars(ko_lc_t loc, const Unit *s) {
+    const ptrdiff_t chars = kept_of(loc, s).chars;
+    return chars < 0 ? -1 : counted(loc, size_t(chars));
+}
+
+int ko_mbsntslen(ko_lc_t loc, const ko_mchar_t *mbs) { return kept_chars(loc, mbs); }
+int ko_wcsntslen(ko_lc_t loc, const ko_wchar_t *wcs) { return kept_chars(loc, wcs); }
 
 int ko_mbsntsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
     const kept_text kept = kept_of(loc, mbs);
-    return kept.chars < 0 ? -1 : kept.units;
+    return kept.chars < 0 ? -1 : counted(loc, size_t(kept.units));
 }
 
 ko_mchar_t *ko_mbsp(ko_lc_t loc, const ko_mchar_t *mbs) {

@@ -6,7 +6,7 @@
 
 #include "chars/kovambwc.h"
 
-#include <limits.h>
+#include <stddef.h>
 #include <string.h>
 
 // The character at a position.
@@ -27,8 +27,8 @@ template <class Unit> struct by_unit {
     unsigned pair_facts(const unit *) const { return 0; }
     unsigned classes(const unit *, text_char c) const { return wide_classes(loc, c.code); }
     // Units before the terminator, at most most; -1 with the error word set for invalid text.
-    int length(const unit *s, int most = INT_MAX) const {
-        int n = 0;
+    ptrdiff_t length(const unit *s, ptrdiff_t most = PTRDIFF_MAX) const {
+        ptrdiff_t n = 0;
         while (n < most && s[n])
             ++n;
         return n;
@@ -36,9 +36,9 @@ template <class Unit> struct by_unit {
 };
 using by_wide = by_unit<ko_wchar_t>;
 using by_byte = by_unit<ko_mchar_t>;
-template <> inline int by_byte::length(const ko_mchar_t *s, int most) const {
+template <> inline ptrdiff_t by_byte::length(const ko_mchar_t *s, ptrdiff_t most) const {
     const void *text = s;
-    return int(strnlen(static_cast<const char *>(text), size_t(most)));
+    return ptrdiff_t(strnlen(static_cast<const char *>(text), size_t(most)));
 }
 
 struct by_flat { // code sets with terminators of one or two bytes
@@ -71,7 +71,7 @@ struct by_flat { // code sets with terminators of one or two bytes
         if (c.units < 2) return c.units == 1 ? f->item1[c.code] : 0u;
         return f->second->items[c.code >> 8][c.code & 0xFF];
     }
-    int length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
+    ptrdiff_t length(const unit *s) const { return ko_mbsbytes(loc, s) - end_units; }
 };
 
 struct by_tree {
@@ -83,7 +83,7 @@ struct by_tree {
     size_t pairs(const unit *) const { return 0; }
     unsigned pair_facts(const unit *) const { return 0; }
     unsigned classes(const unit *s, text_char c) const;
-    int length(const unit *s) const;
+    ptrdiff_t length(const unit *s) const;
 };
 
 // Calls the operation with the way that fits the record.

@@ -3,6 +3,8 @@
 
 // ---- Copying and joining ----
 
+static constexpr ptrdiff_t whole = PTRDIFF_MAX; // as a number of characters: all of them
+
 namespace {
 // Multibyte and wide strings for the templates below. Their members count the units of a string or
 // of its first n characters; -1 with the error word set.
@@ -10,22 +12,25 @@ struct mb_strings {
     ko_lc_t loc;
     bool usable() const { return loc; }
     int end_units() const { return terminator_len(record(loc)); }
-    int length(const ko_mchar_t *s, int n = INT_MAX) const {
-        if (n == INT_MAX) {
+    ptrdiff_t length(const ko_mchar_t *s, ptrdiff_t n = whole) const {
+        if (n == whole) {
             const void *text = s;
-            if (record(loc)->exp.single_byte) return int(strlen(static_cast<const char *>(text)));
+            if (record(loc)->exp.single_byte)
+                return ptrdiff_t(strlen(static_cast<const char *>(text)));
             return ko_mbsbytes_nt(loc, s);
         }
         int skipped;
-        const ko_mchar_t *const end = skip_chars(loc, s, n, &skipped);
-        return end ? int(end - s) : -1;
+        const ko_mchar_t *const end = skip_chars(loc, s, int(n), &skipped);
+        return end ? end - s : -1;
     }
 };
 struct wide_strings { // without a locale: only an error hook learns of errors
     ko_lc_t loc = nullptr;
     bool usable() const { return true; }
     int end_units() const { return 1; }
-    int length(const ko_wchar_t *s, int n = INT_MAX) const { return by_wide{}.length(s, n); }
+    ptrdiff_t length(const ko_wchar_t *s, ptrdiff_t n = whole) const {
+        return by_wide{}.length(s, n);
+    }
 };
 } // namespace
 
@@ -36,13 +41,14 @@ enum class place { start, end };
 // Copies at most n characters to the start, or to the end, of dst. Lengths are measured first, so
 // that an invalid string leaves dst as it was.
 template <class Strings, class Unit>
-static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, int n, place where) {
+static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, ptrdiff_t n,
+                       place where) {
     Unit *const none = nullptr;
     if (!dst || !src || !strings.usable()) return fail(strings.loc, KO_ENULL, none);
     if (n < 0) return fail(strings.loc, KO_EINDEX, none);
-    const int before = where == place::end ? strings.length(dst) : 0;
+    const ptrdiff_t before = where == place::end ? strings.length(dst) : 0;
     if (before < 0) return none;
-    const int len = strings.length(src, n);
+    const ptrdiff_t len = strings.length(src, n);
     if (len < 0) return none;
     memmove(dst + before, src, size_t(len) * sizeof(Unit));
     end_text(dst + before + len, strings.end_units());
@@ -50,10 +56,10 @@ static Unit *copy_text(const Strings &strings, Unit *dst, const Unit *src, int n
 }
 
 ko_mchar_t *ko_full_mbscpy(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src) {
-    return copy_text(mb_strings{loc}, dst, src, INT_MAX, place::start);
+    return copy_text(mb_strings{loc}, dst, src, whole, place::start);
 }
 ko_mchar_t *ko_full_mbscat(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src) {
-    return copy_text(mb_strings{loc}, dst, src, INT_MAX, place::end);
+    return copy_text(mb_strings{loc}, dst, src, whole, place::end);
 }
 ko_mchar_t *ko_mbsncpy(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src, int n) {
     return copy_text(mb_strings{loc}, dst, src, n, place::start);
@@ -63,10 +69,10 @@ ko_mchar_t *ko_mbsncat(ko_lc_t loc, ko_mchar_t *dst, const ko_mchar_t *src, int 
 }
 
 ko_wchar_t *ko_wcscpy(ko_wchar_t *dst, const ko_wchar_t *src) {
-    return copy_text(wide_strings{}, dst, src, INT_MAX, place::start);
+    return copy_text(wide_strings{}, dst, src, whole, place::start);
 }
 ko_wchar_t *ko_wcscat(ko_wchar_t *dst, const ko_wchar_t *src) {
-    return copy_text(wide_strings{}, dst, src, INT_MAX, place::end);
+    return copy_text(wide_strings{}, dst, src, whole, place::end);
 }
 ko_wchar_t *ko_wcsncpy(ko_wchar_t *dst, const ko_wchar_t *src, int n) {
     return copy_text(wide_strings{}, dst, src, n, place::start);
@@ -110,7 +116,9 @@ ko_wchar_t *ko_mbstowcslen(ko_lc_t loc, const ko_mchar_t *mbs, int *len_chars) {
     if (len_chars) *len_chars = 0;
     if (!loc || !mbs || !len_chars) return fail(loc, KO_ENULL, none);
     int chars;
-    if (!skip_chars(loc, mbs, INT_MAX, &chars)) return none;
+    const ko_mchar_t *const end = skip_chars(loc, mbs, INT_MAX, &chars);
+    if (!end) return none;
+    if (!ko_ismbsterm(loc, end)) return fail(loc, KO_ERANGE, none);
     const auto room = size_t(chars) + 1;
     ext_block<ko_wchar_t> copy(room);
     if (!copy.p) return fail(loc, KO_ENOMEM, none);

@@ -136,8 +136,8 @@ template <class By> static bool read_set(const By &by, const typename By::unit *
 namespace {
 // Where the first character that is, or is not, a member begins.
 template <class Unit> struct span_end {
-    const Unit *at; // NULL on failure
-    int chars;      // -1 on failure
+    const Unit *at;  // NULL on failure
+    ptrdiff_t chars; // -1 on failure
 };
 } // namespace
 template <class By, class Unit>
@@ -145,13 +145,13 @@ static span_end<Unit> span_of(const By &by, const Unit *s, const Unit *members, 
     const span_end<Unit> none = {nullptr, -1};
     char_set set;
     if (!read_set(by, members, &set)) return none;
-    int chars = 0;
+    ptrdiff_t chars = 0;
     const bool pairs_go_on = !inside && !set.pairs;
     for (text_char c;; s += c.units, ++chars) {
         if (pairs_go_on) {
             const size_t pairs = by.pairs(s);
             s += 2 * pairs;
-            chars += int(pairs);
+            chars += ptrdiff_t(pairs);
         }
         c = by.at(s);
         if (!c.units) break;
@@ -167,7 +167,7 @@ static span_end<ko_mchar_t> span_of(const by_byte &, const ko_mchar_t *s, const 
     const void *text = s, *set = members;
     const auto *bytes = static_cast<const char *>(text), *of = static_cast<const char *>(set);
     const size_t n = inside ? strspn(bytes, of) : strcspn(bytes, of);
-    return {s + n, int(n)};
+    return {s + n, ptrdiff_t(n)};
 }
 
 static span_end<ko_mchar_t> span(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set,
@@ -183,6 +183,12 @@ static span_end<ko_wchar_t> span(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wc
     return span_of(by_wide{record(loc), 1}, wcs, set, inside);
 }
 
+template <class Unit>
+static int span_chars(ko_lc_t loc, const Unit *s, const Unit *set, bool inside) {
+    const ptrdiff_t chars = span(loc, s, set, inside).chars;
+    return chars < 0 ? -1 : counted(loc, size_t(chars));
+}
+
 template <class Unit> static Unit *find_member(ko_lc_t loc, const Unit *s, const Unit *set) {
     const span_end<Unit> end = span(loc, s, set, false);
     if (!end.at) return nullptr;
@@ -192,19 +198,19 @@ template <class Unit> static Unit *find_member(ko_lc_t loc, const Unit *s, const
 }
 
 int ko_full_mbsspn(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set) {
-    return span(loc, mbs, set, true).chars;
+    return span_chars(loc, mbs, set, true);
 }
 int ko_full_mbscspn(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set) {
-    return span(loc, mbs, set, false).chars;
+    return span_chars(loc, mbs, set, false);
 }
 ko_mchar_t *ko_full_mbspbrk(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *set) {
     return find_member(loc, mbs, set);
 }
 int ko_wcsspn(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set) {
-    return span(loc, wcs, set, true).chars;
+    return span_chars(loc, wcs, set, true);
 }
 int ko_wcscspn(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set) {
-    return span(loc, wcs, set, false).chars;
+    return span_chars(loc, wcs, set, false);
 }
 ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set) {
     return find_member(loc, wcs, set);
@@ -215,9 +221,9 @@ ko_wchar_t *ko_wcspbrk(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *set
 // Compares at every character. Both texts are read in whole characters from the same start, so that
 // a match cannot extend beyond the end.
 template <class By, class Unit>
-static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
+static Unit *find_short(const By &by, const Unit *s, const Unit *sub, ptrdiff_t len) {
     for (text_char c;; s += c.units) {
-        int same_units = 0;
+        ptrdiff_t same_units = 0;
         while (same_units < len && s[same_units] == sub[same_units])
             ++same_units;
         if (same_units == len) return const_cast<Unit *>(s);
@@ -230,12 +236,12 @@ static Unit *find_short(const By &by, const Unit *s, const Unit *sub, int len) {
 namespace {
 struct sub_char {
     text_char c;
-    int back; // how many characters up to this one are also the first ones of the string
+    ptrdiff_t back; // how many characters up to this one are also the first ones of the string
 };
 } // namespace
 
 // How many characters match after the next one, when so many matched before it.
-static int extend(const sub_char *sub, int matched, text_char c) {
+static ptrdiff_t extend(const sub_char *sub, ptrdiff_t matched, text_char c) {
     while (matched && !same(sub[matched].c, c))
         matched = sub[matched - 1].back;
     return matched + same(sub[matched].c, c);
@@ -243,13 +249,14 @@ static int extend(const sub_char *sub, int matched, text_char c) {
 
 // Examines each character of the text once.
 template <class By, class Unit>
-static Unit *find_long(const By &by, const Unit *s, const Unit *sub, int len, sub_char *room) {
-    int chars = 0;
-    for (int at = 0; at < len; at += room[chars++].c.units) {
+static Unit *find_long(const By &by, const Unit *s, const Unit *sub, ptrdiff_t len,
+                       sub_char *room) {
+    ptrdiff_t chars = 0;
+    for (ptrdiff_t at = 0; at < len; at += room[chars++].c.units) {
         room[chars] = {by.at(sub + at), 0};
         if (chars) room[chars].back = extend(room, room[chars - 1].back, room[chars].c);
     }
-    int matched = 0;
+    ptrdiff_t matched = 0;
     for (text_char c; (c = by.at(s)).units;) {
         if (c.units < 0) return nullptr;
         s += c.units;
@@ -261,8 +268,8 @@ static Unit *find_long(const By &by, const Unit *s, const Unit *sub, int len, su
 
 template <class By, class Unit>
 static Unit *find_text(const By &by, const Unit *s, const Unit *sub) {
-    constexpr int short_units = 64;
-    const int len = by.length(sub);
+    constexpr ptrdiff_t short_units = 64;
+    const ptrdiff_t len = by.length(sub);
     if (len < 0) return nullptr;
     if (len > short_units) {
         const ext_block<sub_char> room{size_t(len)};

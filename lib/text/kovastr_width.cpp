@@ -9,29 +9,30 @@ static inline unsigned columns(unsigned classes, ko_ctype_t full) { return class
 
 // Columns of characters of a single-byte locale; -1 if one has no width.
 template <class Unit>
-static int table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, int len) {
-    unsigned common = KO_CT_PRINT, total = 0;
-    for (int i = 0; i < len; ++i) {
+static int64_t table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, ptrdiff_t len) {
+    unsigned common = KO_CT_PRINT;
+    size_t total = 0;
+    for (ptrdiff_t i = 0; i < len; ++i) {
         const unsigned wide = s[i], classes = wide < 256 ? table[wide] : 0u;
         common &= classes;
         total += columns(classes, full);
     }
-    return common ? int(total) : -1;
+    return common ? static_cast<int64_t>(total) : -1;
 }
 
 // Columns of a text. A character that begins before the end but extends beyond it is refused.
 template <class By, class Unit>
-static int text_width(const By &by, const Unit *s, int max_chars, const Unit *end) {
+static int text_width(const By &by, const Unit *s, ptrdiff_t max_chars, const Unit *end) {
     const ko_ctype_t full = full_width(by.loc);
     if constexpr (By::one_unit) {
         if (const uint16_t *table = by.loc->exp.sb_ctype_table) {
-            if (end && end - s < max_chars) max_chars = int(end - s);
-            const int width = table_width(table, full, s, by.length(s, max_chars));
-            return width < 0 ? fail(by.loc, KO_EINVAL, -1) : width;
+            if (end && end - s < max_chars) max_chars = end - s;
+            const int64_t width = table_width(table, full, s, by.length(s, max_chars));
+            return width < 0 ? fail(by.loc, KO_EINVAL, -1) : counted(by.loc, size_t(width));
         }
     }
-    unsigned total = 0;
-    for (int i = 0; i < max_chars && s != end; ++i) {
+    size_t total = 0;
+    for (ptrdiff_t i = 0; i < max_chars && s != end; ++i) {
         text_char c = {2, 0};
         if (by.pair_facts(s) & pair_valid) {
             c.code = unsigned(s[0] << 8 | s[1]);
@@ -45,7 +46,7 @@ static int text_width(const By &by, const Unit *s, int max_chars, const Unit *en
         total += columns(classes, full);
         s += c.units;
     }
-    return int(total);
+    return counted(by.loc, total);
 }
 
 int ko_wcwidth(ko_lc_t loc, ko_wchar_t wc) {
@@ -75,11 +76,11 @@ int ko_mbswidth(ko_lc_t loc, const ko_mchar_t *mbs, int n) {
 int ko_wcspwidth(ko_lc_t loc, const ko_wchar_t *wcs, const ko_wchar_t *end) {
     if (!loc || !wcs || !end) return fail(loc, KO_ENULL, -1);
     if (end < wcs) return fail(loc, KO_EPOS, -1);
-    return text_width(by_wide{record(loc), 1}, wcs, INT_MAX, end);
+    return text_width(by_wide{record(loc), 1}, wcs, PTRDIFF_MAX, end);
 }
 
 int ko_mbspwidth(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *end) {
     if (!loc || !mbs || !end) return fail(loc, KO_ENULL, -1);
     if (end < mbs) return fail(loc, KO_EPOS, -1);
-    return by_code_set(loc, [&](const auto &by) { return text_width(by, mbs, INT_MAX, end); });
+    return by_code_set(loc, [&](const auto &by) { return text_width(by, mbs, PTRDIFF_MAX, end); });
 }
