@@ -21,6 +21,7 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #endif
@@ -31,21 +32,55 @@
 #include <atomic>
 
 // Set by ko_setextfunc alone; hosts do so before they use anything else.
-static constinit ko_extfn_t funcptr_arr[KO_EXT_COUNT] = {};
+static constinit std::atomic<ko_extfn_t> funcptr_arr[KO_EXT_COUNT] = {};
 
 // Counted by ko_ext_malloc, in any thread.
 static constinit std::atomic<unsigned> failures = 0;
 unsigned failed_allocations(void) { return failures.load(std::memory_order_relaxed); }
 
-template <class Fn> static Fn *hook(int code) { return reinterpret_cast<Fn *>(funcptr_arr[code]); }
+static ko_extfn_t slot(int code) { return funcptr_arr[code].load(std::memory_order_relaxed); }
+
+template <class Fn> static Fn *hook(int code) { return reinterpret_cast<Fn *>(slot(code)); }
 
 static FILE *as_file(void *stream) { return static_cast<FILE *>(stream); }
 
 int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
     if (code < 0 || code >= KO_EXT_COUNT) return fail(handle, KO_ERANGE, -1);
-    funcptr_arr[code] = fn;
+    funcptr_arr[code].store(fn, std::memory_order_relaxed);
     return 0;
 }
+
+// ---- The lock ----
+
+#ifdef _WIN32
+
+static constinit SRWLOCK state = SRWLOCK_INIT;
+state_lock::state_lock() { AcquireSRWLockExclusive(&state); }
+state_lock::~state_lock() { ReleaseSRWLockExclusive(&state); }
+
+#else
+
+static constinit pthread_mutex_t state = PTHREAD_MUTEX_INITIALIZER;
+static constinit bool forks_are_watched = false; // changed under the lock
+
+static void lock_state(void) { pthread_mutex_lock(&state); }
+static void unlock_state(void) { pthread_mutex_unlock(&state); }
+
+// A forked child has only the thread that forked, which therefore holds the lock while it forks.
+// Without memory to arrange this, the next use tries again.
+[[gnu::noinline]] static void watch_forks(void) {
+    forks_are_watched = !pthread_atfork(lock_state, unlock_state, unlock_state);
+}
+
+state_lock::state_lock() {
+    lock_state();
+    if (!forks_are_watched) watch_forks();
+}
+state_lock::~state_lock() { unlock_state(); }
+
+#endif
+
+// ---- Data root, rights and names ----
 
 // The default data root, copied into found_root by the first thread to need it.
 enum : signed char { root_unknown, root_in_work, root_known };
@@ -111,13 +146,13 @@ bool has_raised_rights(void) {
     return raised;
 }
 
-bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && funcptr_arr[code]; }
+bool hook_set(int code) { return code >= 0 && code < KO_EXT_COUNT && slot(code); }
 
 bool stream_hooks_set(void) {
     static constexpr int codes[] = {KO_EXT_FCLOSE, KO_EXT_FEOF,  KO_EXT_FERROR, KO_EXT_FGETC,
                                     KO_EXT_FGETS,  KO_EXT_FOPEN, KO_EXT_GETC,   KO_EXT_UNGETC};
     for (const int code : codes)
-        if (funcptr_arr[code]) return true;
+        if (slot(code)) return true;
     return false;
 }
 

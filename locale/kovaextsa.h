@@ -8,6 +8,16 @@
 
 #include <atomic>
 
+// Holds the lock of the library's own lists and caches while it lives. No hook is called and no
+// file is read in the meantime, so hooks may call whatever they like, and a fork always finds the
+// lists whole. Not recursive; functions that need it held take it as an argument.
+struct state_lock {
+    state_lock();
+    ~state_lock();
+    state_lock(const state_lock &) = delete;
+    state_lock &operator=(const state_lock &) = delete;
+};
+
 bool hook_set(int code);     // is a hook installed under the code?
 bool stream_hooks_set(void); // is any hook installed that opens, reads or closes streams?
 // How many allocations of the process have failed so far. A caller that finds the number changed

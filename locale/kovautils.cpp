@@ -9,7 +9,7 @@
 
 void set_error(void *handle, int number) {
     if (!handle && !hook_set(KO_EXT_ERRNO)) return;
-    if (int *const word = ko_ext_errno(handle)) *word = number;
+    if (int *const word = ko_ext_errno(handle)) store_word(*word, number);
 }
 
 void *alloc_ptr(size_t size) { return size ? ko_ext_malloc(size) : nullptr; }

@@ -9,7 +9,12 @@
 #include <stdint.h>
 
 #include <array>
+#include <atomic>
 
+// Stores a number in an error word, which several threads may share: the last one to fail decides.
+inline void store_word(int &word, int number) {
+    std::atomic_ref<int>(word).store(number, std::memory_order_relaxed);
+}
 // Stores an error number in a handle; for a NULL handle, only an error hook can store it.
 void set_error(void *handle, int number);
 

@@ -11,13 +11,13 @@
 
 static constexpr char log_name[] = "c:\\kova.log";
 
-namespace {
-struct log_switches {
-    bool initialised, logging, popups;
-};
-} // namespace
-// Set by ko_init_debug, which the first message calls if nobody has; cleared by exit_utilities.
-static constinit log_switches switches = {};
+// The switches. They are set by ko_init_debug, which the first message calls if nobody has, and
+// cleared by exit_utilities. While one thread reads them, they are off for the others, and for the
+// hooks that it calls.
+enum : unsigned { being_read = 1, logging = 2, popups = 4 };
+static constinit std::atomic<unsigned> switches = 0; // 0: not read yet
+
+static bool is_on(unsigned which) { return switches.load(std::memory_order_acquire) & which; }
 
 static constexpr int setting_room = 10; // a profile value is cut to nine characters
 
@@ -175,38 +175,45 @@ static bool switched_on(const char *key, const char *variable) {
     return text && (text[0] == 'o' || text[0] == 'O') && text[1] == 'n';
 }
 
+static void start_log(void) {
+    char started[128]; // ends in a newline already
+    start_line(started);
+    FILE *const log = std_open(log_name, "a");
+    if (!log) return;
+    fputs("----\n", log);
+    fputs(started, log);
+    fputs("----\n", log);
+    fclose(log);
+}
+
 void ko_init_debug(void) {
-    if (switches.initialised) return;
-    switches.initialised = true;
-    switches.logging = !has_raised_rights() && switched_on("Logging", "KOVALOG");
-    if (switches.logging) {
-        char started[128]; // ends in a newline already
-        start_line(started);
-        if (FILE *const log = std_open(log_name, "a")) {
-            fputs("----\n", log);
-            fputs(started, log);
-            fputs("----\n", log);
-            fclose(log);
-        }
+    unsigned on = 0;
+    if (switches.load(std::memory_order_relaxed)) return;
+    if (!switches.compare_exchange_strong(on, being_read, std::memory_order_relaxed)) return;
+    on = being_read;
+    if (!has_raised_rights() && switched_on("Logging", "KOVALOG")) {
+        on |= logging;
+        start_log();
     }
-    switches.popups = switched_on("Popups", "KOVADEBUG");
+    if (switched_on("Popups", "KOVADEBUG")) on |= popups;
+    switches.store(on, std::memory_order_release);
 }
 
 // Opens the log for every line, so that a crash loses none.
 static void log_line(const char *before, const char *text, const char *after) {
     ko_init_debug();
-    if (switches.logging) {
+    if (is_on(logging)) {
         if (FILE *const log = std_open(log_name, "a")) {
             write_line(log, before, text, after);
             fclose(log);
         }
     }
-    if (switches.popups) show_popup(before, text, after);
+    if (is_on(popups)) show_popup(before, text, after);
 }
 
 bool is_logged(void) {
     ko_init_debug();
-    return switches.logging || switches.popups;
+    return is_on(logging | popups);
 }
 
 void ko_message(const char *text) {
@@ -222,4 +229,4 @@ void message_1(const char *format_with_one_s, const char *text) {
     log_line(before, text, mark + 2);
 }
 
-void exit_utilities(void) { switches = {}; }
+void exit_utilities(void) { switches.store(0, std::memory_order_relaxed); }

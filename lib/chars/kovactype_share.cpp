@@ -5,7 +5,7 @@
 
 #include <utility>
 
-// Changed by loading and unloading, which the host serialises.
+// Changed under the state lock.
 static constinit ctype_flat *offered = nullptr; // newest first
 static constinit uint64_t numbers = 0;          // given to tables so far
 
@@ -55,12 +55,11 @@ void share_ctype(kovaloc *loc) {
     loc->ctype_hash = 0;
     if (multi_max_length(loc->ctype) < 2 || !loc->cconv_arr) return;
     loc->ctype_hash = hash_of(loc);
-    ctype_flat *const found = find_tables(offered, loc->ctype_hash, [loc](const ctype_flat *flat) {
+    ctype_flat *const found = take_tables(&offered, loc->ctype_hash, [loc](const ctype_flat *flat) {
         return same_ctype(loc, flat->parts);
     });
     if (!found) return;
     free_parts(parts_of(loc));
-    ++found->place.users;
     const ctype_parts &parts = found->parts;
     loc->ctype = parts.ctype;
     loc->cconv = parts.cconv;
@@ -75,8 +74,9 @@ void offer_ctype(kovaloc *loc) {
     const uint64_t hash = std::exchange(loc->ctype_hash, 0);
     if (!loc->chars || !hash) return;
     loc->chars->parts = parts_of(loc);
+    const state_lock lock;
     loc->chars->number = ++numbers;
-    offer_tables(&offered, loc->chars, hash);
+    offer_tables(lock, &offered, loc->chars, hash);
 }
 
 void release_ctype(kovaloc *loc) {

@@ -7,7 +7,7 @@
 
 #include <utility>
 
-// Newest first. Changed by loading and unloading, which the host serialises.
+// Newest first. Changed under the state lock.
 static constinit coll_flat *offered = nullptr;
 
 // The number of the class tables by which the lists and tables were made.
@@ -70,13 +70,12 @@ bool share_collation(kovaloc *loc) {
     loc->coll_hash = 0;
     if (!loc->ctype || multi_max_length(loc->ctype) < 2) return false;
     loc->coll_hash = hash_of(&loc->coll_info);
-    coll_flat *const found = find_tables(offered, loc->coll_hash, [loc](const coll_flat *flat) {
+    coll_flat *const found = take_tables(&offered, loc->coll_hash, [loc](const coll_flat *flat) {
         return same_collation(loc, flat);
     });
     if (!found) return false;
     free_multi(loc->coll);
     free_coll_data(loc);
-    ++found->place.users;
     loc->coll = found->parts.coll;
     loc->coll_info = found->parts.info;
     loc->exp.coll_ignored = found->parts.ignored;
@@ -91,7 +90,7 @@ void offer_collation(kovaloc *loc) {
     loc->weights->parts = {loc->coll, loc->coll_info, loc->exp.coll_ignored,
                            loc->exp.coll_equiv_class_map};
     loc->weights->ctype = ctype_number(loc);
-    offer_tables(&offered, loc->weights, hash);
+    offer_tables(state_lock(), &offered, loc->weights, hash);
 }
 
 void release_collate(kovaloc *loc) {

@@ -53,7 +53,7 @@ static constinit kovaloc loc_nomem = {.exp = {.gen = {KO_ENOMEM}}};
 static constinit kovaloc loc_filer = {.exp = {.gen = {KO_EFILE}}};
 
 static int hand_out(kovaloc *error_record, int error, ko_lc_t *result) {
-    error_record->exp.gen.ko_lerrno = error;
+    store_word(error_record->exp.gen.ko_lerrno, error);
     *result = error_record;
     return fail(error_record, error, -1);
 }

@@ -324,7 +324,7 @@ char *set_categories(kovaloc *loc, int category, const char *name, const char *d
 
 char *ko_setlocale_2(ko_lc_t loc, int category, const char *name) {
     if (!loc) return fail(loc, KO_ENULL, nullptr);
-    int &status = record(loc)->status;
+    const auto status = status_of(record(loc));
     const int before = status;
     char *setting = set_categories(record(loc), category, name, nullptr);
     if (status == KO_EFILE) status = before; // the categories are unchanged

@@ -9,6 +9,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <utility>
+
 constexpr size_t setting_max = setting_room - 1;
 
 namespace {
@@ -31,7 +33,9 @@ struct lc_node {
     unsigned flags;
 };
 } // namespace
-// Newest first. Changed by loading and unloading, which the host serialises.
+// Newest first. The list and everything in its nodes but name, loc, place and flags is read and
+// changed under the state lock. A node stays where it is as long as a load of its record has not
+// been given back.
 static constinit lc_node *lc_node_root = nullptr;
 
 // ---- Shared locales ----
@@ -51,7 +55,8 @@ static bool is_setting_confined(const char *setting) {
 // An incomplete record is not shared with others, and a confined name must not reach a loaded
 // record whose file it could not open.
 static bool is_shared(const lc_node *node) {
-    return !node->loc->status && (!names_confined() || is_setting_confined(node->name));
+    return !status_of(node->loc).load(std::memory_order_relaxed) &&
+           (!names_confined() || is_setting_confined(node->name));
 }
 
 static bool is_of(const lc_node *node, const char *place, unsigned flags) {
@@ -59,7 +64,7 @@ static bool is_of(const lc_node *node, const char *place, unsigned flags) {
     return !strcmp(node->place, place) && node->flags == flags;
 }
 
-static lc_node *find_name(const char *name, const char *place, unsigned flags) {
+static lc_node *find_name(const state_lock &, const char *name, const char *place, unsigned flags) {
     lc_node *node = lc_node_root;
     while (node && (!is_of(node, place, flags) || strcmp(node->name, name) || !is_shared(node)))
         node = node->next;
@@ -70,75 +75,129 @@ static bool still_holds(const spec_origin *origin, const char *spec, const regis
     return origin->spec && !strcmp(origin->spec, spec) && origin->registry == now;
 }
 
-// If there is no memory for it, the registry is read again next time.
-static void keep_origin(spec_origin *origin, const char *spec, const registry_stamp &now) {
-    if (origin->spec && origin->registry == now) return; // it serves another specification
-    free_ptr(origin->spec);
-    *origin = {.spec = copy_string(spec), .registry = now};
+// Changes the origin of a node that the caller holds. If there is no memory for it, the registry is
+// read again next time.
+static void keep_origin(lc_node *node, const char *spec, const registry_stamp &now) {
+    char *copy = copy_string(spec);
+    {
+        const state_lock lock;
+        spec_origin &origin = node->origin;
+        if (!origin.spec || !(origin.registry == now)) { // else it serves another specification
+            std::swap(origin.spec, copy);
+            origin.registry = now;
+        }
+    }
+    free_ptr(copy);
 }
 
-static lc_node *find_spec(const char *spec, const registry_stamp &now) {
+static lc_node *find_spec(const state_lock &, const char *spec, const registry_stamp &now) {
     lc_node *node = lc_node_root;
     while (node && (!still_holds(&node->origin, spec, now) || !is_shared(node)))
         node = node->next;
     return node;
 }
 
-static lc_node *insert_node(const char *name, kovaloc *loc) {
+static lc_node *make_node(const char *name, kovaloc *loc) {
     ext_block<lc_node> node(1);
     char *copy = node.p ? copy_string(name) : nullptr;
     if (!copy) return nullptr;
-    *node.p = {copy, loc, 1, lc_node_root, {}, nullptr, 0};
-    return lc_node_root = node.release();
+    *node.p = {copy, loc, 1, nullptr, {}, nullptr, 0};
+    return node.release();
 }
 
-node_state give_back_node(const kovaloc *loc) {
-    lc_node **link = &lc_node_root;
-    while (*link && (*link)->loc != loc)
-        link = &(*link)->next;
-    lc_node *node = *link;
-    if (!node) return node_missing;
-    if (--node->count >= 1) return node_in_use;
-    *link = node->next;
+static void free_node(lc_node *node) {
     ko_ext_free(node->name);
     free_ptr(node->origin.spec);
     free_ptr(node->place);
     ko_ext_free(node);
-    return node_dropped;
+}
+
+// Counts one more load of a node's record; false for no node.
+static bool hold(lc_node *node, ko_lc_t *result) {
+    if (!node) return false;
+    node->count++;
+    *result = node->loc;
+    return true;
+}
+
+// Lists the node of a record that has just been loaded. If another thread has listed the same one
+// in the meantime, or a hook has, that one is handed out and the new one is freed.
+static void list_node(lc_node *fresh, ko_lc_t *result) {
+    {
+        const state_lock lock;
+        if (!hold(find_name(lock, fresh->name, fresh->place, fresh->flags), result)) {
+            fresh->next = lc_node_root;
+            lc_node_root = fresh;
+            *result = fresh->loc;
+            return;
+        }
+    }
+    free_locale(fresh->loc);
+    free_node(fresh);
+}
+
+// Takes the node out of the list if it was the last load; NULL otherwise.
+static lc_node *unlist(const kovaloc *loc, node_state *state) {
+    const state_lock lock;
+    lc_node **link = &lc_node_root;
+    while (*link && (*link)->loc != loc)
+        link = &(*link)->next;
+    lc_node *const node = *link;
+    *state = !node ? node_missing : --node->count >= 1 ? node_in_use : node_dropped;
+    if (*state != node_dropped) return nullptr;
+    *link = node->next;
+    return node;
+}
+
+node_state give_back_node(const kovaloc *loc) {
+    node_state state;
+    if (lc_node *const node = unlist(loc, &state)) free_node(node);
+    return state;
 }
 
 // The object's name; a specification that the registry cannot resolve is itself the name.
 static const char *object_name(const char *spec, const char *registry, char *room) {
-    gen_exports scratch = {};
-    const errno_guard kept(&scratch); // its errors concern nobody
-    return ko_lc_spec2lc_fname(&scratch, spec, room, registry, nullptr) ? spec : room;
+    return spec_to_fname(spec, {registry, false}, nullptr, room) ? room : spec;
 }
 
-// Finds a record that is already held for a specification, while the registry is in memory.
-static lc_node *find_held(const char *spec) {
-    const uint64_t now = lc_node_root ? registry_in_memory() : 0;
-    if (!now) return nullptr;
+// Takes a record that is already held for a specification, while the registry is in memory.
+static bool take_held(const char *spec, ko_lc_t *result) {
+    const state_lock lock;
+    const uint64_t now = lc_node_root ? registry_in_memory(lock) : 0;
+    if (!now) return false;
     lc_node *node = lc_node_root;
     while (node && (node->origin.registry.in_memory != now || !node->origin.spec ||
                     strcmp(node->origin.spec, spec) || !is_shared(node)))
         node = node->next;
-    return node;
+    return hold(node, result);
+}
+
+static bool is_any_listed(void) {
+    const state_lock lock;
+    return lc_node_root;
+}
+
+static bool take_spec(const char *spec, const registry_stamp &now, ko_lc_t *result) {
+    const state_lock lock;
+    return hold(find_spec(lock, spec, now), result);
+}
+
+static lc_node *take_name(const char *name, const char *place, unsigned flags, ko_lc_t *result) {
+    const state_lock lock;
+    lc_node *const node = find_name(lock, name, place, flags);
+    return hold(node, result) ? node : nullptr;
 }
 
 [[gnu::noinline]] static int load_by_name(ko_lc_t *result, const char *spec, const char *registry,
                                           const char *dir) {
     char room[setting_room];
     registry_stamp now;
-    const bool stamped = spec && !registry && lc_node_root && stamp_registry(&now);
-    lc_node *node = stamped ? find_spec(spec, now) : nullptr;
-    const char *name = spec && !node ? object_name(spec, registry, room) : nullptr;
-    if (name) node = find_name(name, nullptr, 0);
-    registry_stamp read; // the registry may have been replaced during the look-up
-    const bool known = name && node && stamped && stamp_registry(&read) && read == now;
-    if (node) {
-        node->count++;
-        *result = node->loc;
-        if (known) keep_origin(&node->origin, spec, now);
+    const bool stamped = spec && !registry && is_any_listed() && stamp_registry(&now);
+    if (stamped && take_spec(spec, now, result)) return 0;
+    const char *const name = spec ? object_name(spec, registry, room) : nullptr;
+    if (lc_node *const node = name ? take_name(name, nullptr, 0, result) : nullptr) {
+        registry_stamp read; // the registry may have been replaced during the look-up
+        if (stamped && stamp_registry(&read) && read == now) keep_origin(node, spec, now);
         return 0;
     }
     if (ko_create_null_locale_2(result)) return -1;
@@ -147,18 +206,16 @@ static lc_node *find_held(const char *spec) {
     char *setting = set_categories(loc, KO_LC_ALL, name, dir);
     ko_destroystring(setting);
     if (!setting || error_of(loc)) return -1;
-    node = insert_node(name, loc);
+    lc_node *const node = make_node(name, loc);
     if (!node) return fail(loc, KO_ENOMEM, -1);
+    list_node(node, result);
     return 0;
 }
 
 int ko_lc_load(ko_lc_t *result, const char *spec, const char *registry, const char *dir) {
     if (!result) return -1;
-    lc_node *const held = spec && !registry ? find_held(spec) : nullptr;
-    if (!held) return load_by_name(result, spec, registry, dir);
-    held->count++;
-    *result = held->loc;
-    return 0;
+    if (spec && !registry && take_held(spec, result)) return 0;
+    return load_by_name(result, spec, registry, dir);
 }
 
 // ---- Records of one data root ----
@@ -224,13 +281,14 @@ static int fill_opened(opening *o, kovaloc *loc) {
 }
 
 // Names from the environment may change, so records of such names are not shared.
-static int list_opened(opening *o, kovaloc *loc) {
+static int list_opened(opening *o, kovaloc *loc, ko_lc_t *result) {
+    *result = loc;
     if (!*o->name) return KO_OK;
-    lc_node *const node = insert_node(o->name, loc);
+    lc_node *const node = make_node(o->name, loc);
     if (!node) return KO_ENOMEM;
     node->flags = o->flags;
-    node->place = o->place;
-    o->place = nullptr;
+    node->place = std::exchange(o->place, nullptr);
+    list_node(node, result);
     return KO_OK;
 }
 
@@ -239,13 +297,11 @@ static int load_opened(opening *o, ko_lc_t *result) {
     ko_lc_t made;
     if (ko_create_null_locale_2(&made)) return KO_ENOMEM;
     int error = fill_opened(o, record(made));
-    if (!error) error = list_opened(o, record(made));
-    if (error) {
-        free_locale(record(made));
-        return error;
-    }
-    *result = made;
-    return KO_OK;
+    if (!error) error = list_opened(o, record(made), result);
+    if (!error) return KO_OK;
+    free_locale(record(made));
+    *result = nullptr;
+    return error;
 }
 
 int ko_open_locale(ko_lc_t *result, const char *root, const char *spec, unsigned flags) {
@@ -259,11 +315,7 @@ int ko_open_locale(ko_lc_t *result, const char *root, const char *spec, unsigned
     if (!spec_to_fname(spec, {o.registry, root != nullptr}, nullptr, o.name)) strcpy(o.name, spec);
     const bool confined = root || flags & KO_OPEN_SECURE_NAMES || names_confined();
     if (*o.name && confined && !is_setting_confined(o.name)) return KO_ENOLOCALE;
-    if (lc_node *const node = *o.name ? find_name(o.name, o.place, flags) : nullptr) {
-        node->count++;
-        *result = node->loc;
-        return KO_OK;
-    }
+    if (*o.name && take_name(o.name, o.place, flags, result)) return KO_OK;
     return load_opened(&o, result);
 }
 
@@ -280,13 +332,33 @@ static void show(const char *format, uintmax_t value) {
     ko_message(line);
 }
 
+namespace {
+struct shown_node {
+    char name[setting_room];
+    const kovaloc *loc;
+    int count;
+};
+} // namespace
+
+static bool copy_node(unsigned number, shown_node *shown) {
+    const state_lock lock;
+    const lc_node *node = lc_node_root;
+    for (; node && number; --number)
+        node = node->next;
+    if (!node) return false;
+    *shown = {{}, node->loc, node->count};
+    snprintf(shown->name, sizeof shown->name, "%s", node->name);
+    return true;
+}
+
+// The log is written without the lock; what other threads load or unload in between shows.
 void ko_display_lc_node_list(void) {
-    ko_message(lc_node_root ? "*** The lc node list" : "*** No lc nodes saved");
-    unsigned number = 0;
-    for (const lc_node *node = lc_node_root; node; node = node->next) {
-        show("    %" PRIuMAX, number++);
-        message_1("        name: %s", node->name);
-        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(node->loc));
-        show("        count:  %" PRIuMAX, uintmax_t(node->count));
+    shown_node shown;
+    ko_message(is_any_listed() ? "*** The lc node list" : "*** No lc nodes saved");
+    for (unsigned number = 0; copy_node(number, &shown); ++number) {
+        show("    %" PRIuMAX, number);
+        message_1("        name: %s", shown.name);
+        show("        loc:  0x%" PRIxMAX, reinterpret_cast<uintptr_t>(shown.loc));
+        show("        count:  %" PRIuMAX, uintmax_t(shown.count));
     }
 }

@@ -51,7 +51,7 @@ struct kovaloc {
     money_forms money;            // of LC_MONETARY
     const portable_set *portable; // places of the portable characters; NULL: those of ASCII
     unsigned copied;              // category_bit: data that another record owns
-    int status;                   // of ko_lc_status: the first trouble, 0 for none
+    int status;                   // of ko_lc_status, see status_of
     record_origin origin;
     object_facts order_facts; // of the object of LC_COLLATE
     // Of data that were read and of which the tables are not derived yet, see kovashare.h; 0: none.
@@ -71,8 +71,12 @@ constexpr unsigned category_bit(int category) { return 1U << category; }
 extern const char *const category_markers[8]; // the line before a section of a locale object
 extern const char *const category_params[8];  // name in the environment and in settings
 
+// The first trouble of a record, 0 for none. Loads in other threads ask for that of any record in
+// the list.
+inline std::atomic_ref<int> status_of(kovaloc *loc) { return std::atomic_ref<int>(loc->status); }
 inline void note_trouble(kovaloc *loc, int number) {
-    if (!loc->status) loc->status = number;
+    int none = 0;
+    status_of(loc).compare_exchange_strong(none, number, std::memory_order_relaxed);
 }
 // At the end of its block, notes in the record whether memory was short in the meantime.
 struct memory_watch {

@@ -1,10 +1,10 @@
 // Tables that several records use. Each kind has a list of those in use; a record that has read
-// equal data takes the tables from there and gives them back when it is freed. Only loading,
-// copying and unloading change the lists and the counts, and the host serialises these.
+// equal data takes the tables from there and gives them back when it is freed. Lists and counts
+// are read and changed under the state lock; tables in a list do not change.
 #ifndef KOVASHARE_H
 #define KOVASHARE_H
 
-#include <stdint.h>
+#include "locale/kovaextsa.h"
 
 // The place of tables in the list of their kind.
 template <class Tables> struct shared_place {
@@ -13,20 +13,26 @@ template <class Tables> struct shared_place {
     unsigned users; // records; 0: the tables are not in the list
 };
 
-template <class Tables> void offer_tables(Tables **list, Tables *tables, uint64_t hash) {
+template <class Tables>
+void offer_tables(const state_lock &, Tables **list, Tables *tables, uint64_t hash) {
     tables->place = {*list, hash, 1};
     *list = tables;
 }
 
-// The tables of equal data, NULL if there are none. The caller counts itself among the users.
-template <class Tables, class Equal> Tables *find_tables(Tables *list, uint64_t hash, Equal equal) {
-    for (; list; list = list->place.next)
-        if (list->place.hash == hash && equal(list)) return list;
-    return nullptr;
+// The tables of equal data, now with one more user; NULL if there are none.
+template <class Tables, class Equal>
+Tables *take_tables(Tables *const *list, uint64_t hash, Equal equal) {
+    const state_lock lock;
+    Tables *tables = *list;
+    while (tables && !(tables->place.hash == hash && equal(tables)))
+        tables = tables->place.next;
+    if (tables) ++tables->place.users;
+    return tables;
 }
 
 // True if no other record uses them, so that the caller frees them.
 template <class Tables> bool give_back_tables(Tables **list, const Tables *tables) {
+    const state_lock lock;
     Tables **link = list;
     while (*link && *link != tables)
         link = &(*link)->place.next;

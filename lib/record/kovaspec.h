@@ -40,7 +40,7 @@ struct registry_stamp {
     uint64_t in_memory; // how often a registry was cached, 0 if none is now
     file_mark file;     // if none is cached
 };
-uint64_t registry_in_memory(void); // the stamp's in_memory
+uint64_t registry_in_memory(const state_lock &); // the stamp's in_memory
 // False if the registry cannot be identified.
 bool stamp_registry(registry_stamp *stamp);
 inline bool operator==(const registry_stamp &a, const registry_stamp &b) {

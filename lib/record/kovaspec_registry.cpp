@@ -10,6 +10,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <utility>
+
 namespace {
 struct registry_elem {
     const char *cs_name; // NULL ends the table
@@ -43,17 +45,17 @@ static uint16_t number_of(const char *at) {
 }
 
 // What ko_cache_registry has put into effect: at most one of the two, and nothing else changes
-// them.
+// them. They are read and changed under the state lock.
 static constinit registry_block *kova_registry_list_cache = nullptr;
 static constinit const registry_elem *kova_registry_array_cache = nullptr;
 static constinit uint64_t changes = 0;
 
-uint64_t registry_in_memory(void) {
+uint64_t registry_in_memory(const state_lock &) {
     return kova_registry_list_cache || kova_registry_array_cache ? changes : 0;
 }
 
 bool stamp_registry(registry_stamp *stamp) {
-    stamp->in_memory = registry_in_memory();
+    stamp->in_memory = registry_in_memory(state_lock());
     if (stamp->in_memory) return true; // no file is looked at
     return path_search_mark("registry", "cm", "3", &stamp->file);
 }
@@ -190,19 +192,31 @@ static int search_blocks(const registry_block *block, const char *name) {
     return -1;
 }
 
+// The number in the registry in memory, -1 if that lacks the name; false if there is no registry
+// in memory.
+static bool search_memory(const char *name, int *number) {
+    const state_lock lock;
+    *number = -1;
+    if (kova_registry_list_cache) {
+        *number = search_blocks(kova_registry_list_cache, name);
+        return true;
+    }
+    if (!kova_registry_array_cache) return false;
+    for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row) {
+        if (strcmp(row->cs_name, name)) continue;
+        *number = row->cs_num;
+        break;
+    }
+    return true;
+}
+
 static int search_source(const char *name, const registry_choice &registry, int *error) {
-    if (kova_registry_list_cache && !registry.uncached) {
-        return search_blocks(kova_registry_list_cache, name);
-    }
-    if (kova_registry_array_cache && !registry.uncached) {
-        for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
-            if (!strcmp(row->cs_name, name)) return row->cs_num;
-        return -1;
-    }
+    int number;
+    if (!registry.uncached && search_memory(name, &number)) return number;
     FILE *const file = open_registry(registry.file, error);
     if (!file) return -2;
     registry_text text(file);
-    int number = search_file(&text, name, error);
+    number = search_file(&text, name, error);
     if (number < 0 && ferror(file)) {
         *error = KO_EIO;
         number = -2;
@@ -328,16 +342,20 @@ static void compare_blocks(loose_search *search, const registry_block *block) {
     }
 }
 
-static int compare_source(loose_search *search, const registry_choice &registry) {
-    if (!registry.uncached && kova_registry_list_cache) {
+static bool compare_memory(loose_search *search) { // false if there is no registry in memory
+    const state_lock lock;
+    if (kova_registry_list_cache) {
         compare_blocks(search, kova_registry_list_cache);
-        return KO_OK;
+        return true;
     }
-    if (!registry.uncached && kova_registry_array_cache) {
-        for (const registry_elem *row = kova_registry_array_cache; row->cs_name; ++row)
-            compare_entry(search, row->cs_name, row->cs_num);
-        return KO_OK;
-    }
+    const registry_elem *row = kova_registry_array_cache;
+    for (; row && row->cs_name; ++row)
+        compare_entry(search, row->cs_name, row->cs_num);
+    return row != nullptr;
+}
+
+static int compare_source(loose_search *search, const registry_choice &registry) {
+    if (!registry.uncached && compare_memory(search)) return KO_OK;
     int error = KO_OK;
     FILE *const file = open_registry(registry.file, &error);
     if (!file) return error;
@@ -406,12 +424,19 @@ uint16_t ko_cs_name2cs_num(void *handle, const char *name, const char *registry)
     return number;
 }
 
+static void put_into_effect(registry_block *list, const registry_elem *array) {
+    {
+        const state_lock lock;
+        ++changes;
+        list = std::exchange(kova_registry_list_cache, list);
+        kova_registry_array_cache = array;
+    }
+    free_blocks(list);
+}
+
 void ko_cache_registry(void *handle, const char *registry) {
     int error = KO_OK;
-    ++changes;
-    free_blocks(kova_registry_list_cache);
-    kova_registry_list_cache = nullptr;
-    kova_registry_array_cache = nullptr;
+    put_into_effect(nullptr, nullptr);
     registry_block *list = nullptr;
     if (FILE *const file = open_registry(registry, &error)) {
         registry_text text(file);
@@ -419,11 +444,8 @@ void ko_cache_registry(void *handle, const char *registry) {
         if (ferror(file)) error = KO_EIO; // the entries are incomplete
         fclose(file);
     }
-    if (!error) {
-        kova_registry_list_cache = list;
-        return;
-    }
+    if (!error) return put_into_effect(list, nullptr);
     free_blocks(list);
-    kova_registry_array_cache = kova_canned_registry;
+    put_into_effect(nullptr, kova_canned_registry);
     set_error(handle, error);
 }

@@ -2,25 +2,31 @@
 #include "time/kovatmcvt.h"
 #include "time/kovatmlib_parse.h"
 
+#include <atomic>
+
 namespace {
 struct calendar_day {
     int year, month, day; // month from 1
 };
 } // namespace
 
-// Set by the host, mainly for tests and with one thread; if it is not set, the hook is asked.
+// Set by the host, mainly for tests, under the state lock; if it is not set, the hook is asked.
 static constinit calendar_day set_today = {};
-static constinit bool today_is_set = false;
+static constinit std::atomic<bool> today_is_set = false;
 
 void ko_set_current_time(int, const char *, int day, int month, int year) {
+    const state_lock lock;
     set_today = {year, month, day};
-    today_is_set = true;
+    today_is_set.store(true, std::memory_order_relaxed);
 }
 
-void ko_reset_time(int, const char *) { today_is_set = false; }
+void ko_reset_time(int, const char *) { today_is_set.store(false, std::memory_order_relaxed); }
 
 static calendar_day get_today() {
-    if (today_is_set) return set_today;
+    if (today_is_set.load(std::memory_order_relaxed)) {
+        const state_lock lock;
+        return set_today;
+    }
     uint16_t mdy[3] = {};
     ko_ext_currdate(mdy); // without an answer the date is invalid
     return {mdy[2], mdy[0], mdy[1]};
