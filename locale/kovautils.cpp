@@ -7,8 +7,10 @@
 #include <stdlib.h>
 #include <string.h>
 
+constinit gen_exports nobody = {};
+
 void set_error(void *handle, int number) {
-    if (!handle && !hook_set(KO_EXT_ERRNO)) return;
+    if (handle == &nobody || (!handle && !hook_set(KO_EXT_ERRNO))) return;
     if (int *const word = ko_ext_errno(handle)) store_word(*word, number);
 }
 

@@ -15,6 +15,8 @@
 inline void store_word(int &word, int number) {
     std::atomic_ref<int>(word).store(number, std::memory_order_relaxed);
 }
+// The handle of a step whose failure is not that of its call: nothing is stored for it.
+extern gen_exports nobody;
 // Stores an error number in a handle; for a NULL handle, only an error hook can store it.
 void set_error(void *handle, int number);
 
@@ -140,9 +142,9 @@ bool is_logged(void); // is the log or are pop-ups switched on?
 void exit_utilities(void); // forgets the diagnostic switches
 
 // Opens as ko_path_search does. *path gets the opened path in a new string, freed by the caller, or
-// NULL when nothing was opened; path may be NULL.
-void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
-                        char **path);
+// NULL when nothing was opened; path may be NULL. *error gets the reason why nothing was opened.
+void *path_search_why(const char *name, const char *dir, const char *subdir, char **path,
+                      int *error);
 // May a name from a caller or the environment be opened? While names are confined, only one that
 // stays below the place where it is looked for.
 bool is_name_allowed(const char *name);

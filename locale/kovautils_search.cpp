@@ -226,12 +226,13 @@ static void *no_stream(void *handle, int error) {
     return handle ? fail(handle, error, nullptr) : nullptr;
 }
 
-void *path_search_found(void *handle, const char *name, const char *dir, const char *subdir,
-                        char **path) {
+void *path_search_why(const char *name, const char *dir, const char *subdir, char **path,
+                      int *error) {
     if (path) *path = nullptr;
     search s = {.open = open_logged, .name = name, .found = path, .error = KO_OK};
     void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
-    return stream ? stream : no_stream(handle, name ? s.error : KO_EFILE);
+    if (!stream) *error = name ? s.error : KO_EFILE;
+    return stream;
 }
 
 void *path_search_std(const char *name, const char *dir, const char *subdir, int *error) {
@@ -249,7 +250,9 @@ bool path_search_mark(const char *name, const char *dir, const char *subdir, fil
 }
 
 void *ko_path_search(void *handle, const char *name, const char *dir, const char *subdir) {
-    return path_search_found(handle, name, dir, subdir, nullptr);
+    int error;
+    void *const stream = path_search_why(name, dir, subdir, nullptr, &error);
+    return stream ? stream : no_stream(handle, error);
 }
 
 void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, const char *subdir) {

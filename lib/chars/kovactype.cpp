@@ -74,9 +74,9 @@ int im_iswctype(ko_lc_t loc, ko_wchar_t wc, ko_ctype_t mask) {
     return item ? int(mask_at(item) & mask) : 0;
 }
 
-unsigned tree_classes(kovaloc *r, ko_wchar_t wc) {
-    errno_guard kept(r);
-    return unsigned(im_iswctype(r, wc, 0xFFFF));
+unsigned tree_classes(const kovaloc *r, ko_wchar_t wc) {
+    const void *item = retrieve_wchar_multi_nl(&nobody, wc, r->ctype);
+    return item ? mask_at(item) : 0;
 }
 
 int im_ismctype(ko_lc_t loc, const ko_mchar_t *mb, ko_ctype_t mask) {
@@ -133,22 +133,31 @@ static inline page_entry page_of(const ctype_flat *flat, const case_pages &pages
     return {pages.second->states[hi][lo], pages.second->partners[hi][lo]};
 }
 
-template <const case_side &side> static ko_wchar_t map_wide(ko_lc_t loc, ko_wchar_t wc) {
-    if (!loc) return fail(loc, KO_ENULL, wc);
-    const kovaloc *r = record(loc);
+template <const case_side &side>
+static inline ko_wchar_t map_wide(const kovaloc *r, ko_wchar_t wc, gen_exports *errors) {
     if (const ctype_flat *flat = flat_cases(r)) {
         const page_entry entry = page_of(flat, flat->*side.pages, wc);
         if (entry.state == case_mapped) return entry.partner;
-        return entry.state == case_same ? wc : fail(loc, KO_EILSEQ, wc);
+        return entry.state == case_same ? wc : fail(errors, KO_EILSEQ, wc);
     }
-    const void *item = retrieve_wchar_multi_nl(head(loc), wc, r->cconv);
+    const void *item = retrieve_wchar_multi_nl(errors, wc, r->cconv);
     const ko_wchar_t partner = item ? partner_of<side>(r, item) : ko_wchar_t{0};
     return partner ? partner : wc;
 }
 
-ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_upper>(loc, wc); }
+ko_wchar_t im_towupper(ko_lc_t loc, ko_wchar_t wc) {
+    if (!loc) return fail(loc, KO_ENULL, wc);
+    return map_wide<to_upper>(record(loc), wc, head(loc));
+}
 
-ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) { return map_wide<to_lower>(loc, wc); }
+ko_wchar_t im_towlower(ko_lc_t loc, ko_wchar_t wc) {
+    if (!loc) return fail(loc, KO_ENULL, wc);
+    return map_wide<to_lower>(record(loc), wc, head(loc));
+}
+
+ko_wchar_t upper_of(const kovaloc *r, ko_wchar_t wc) { return map_wide<to_upper>(r, wc, &nobody); }
+
+ko_wchar_t lower_of(const kovaloc *r, ko_wchar_t wc) { return map_wide<to_lower>(r, wc, &nobody); }
 
 // Maps the character at mb by the tree. *taken gets its length; returns the bytes written, -1 for a
 // partner without bytes, and with strict also for what is not a character.

@@ -45,9 +45,9 @@ int ko_full_mbtowc(ko_lc_t loc, ko_wchar_t *wc, const ko_mchar_t *mb, int len_by
     return value ? n : 0;
 }
 
-int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc) {
-    const int n = wide_to_bytes(table, dst, wc);
-    return n > 0 ? n : fail(loc, KO_EILSEQ, -1);
+int read_wide_char(const kovaloc *r, ko_wchar_t *wc, const ko_mchar_t *mb) {
+    const int n = read_wide(r, mb, 4, wc);
+    return n < 0 ? -1 : *wc ? n : 0;
 }
 
 // Writes the bytes of a wide value and returns their number; writes nothing and returns 0 for a
@@ -63,19 +63,22 @@ static inline int flat_bytes(const mb_flat &f, ko_mchar_t *dst, ko_wchar_t wc) {
     return 2;
 }
 
+int bytes_of_wide(const kovaloc *r, ko_mchar_t *dst, ko_wchar_t wc) {
+    const ctype_flat *const flat = flat_classes(r);
+    const int n = flat ? flat_bytes(flat->classes, dst, wc) : 0;
+    return n ? n : wide_to_bytes(class_table(r), dst, wc);
+}
+
 int ko_full_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc) {
     if (!loc || !dst) return fail(loc, KO_ENULL, -1);
-    const kovaloc *r = record(loc);
-    if (const ctype_flat *flat = flat_classes(r)) {
-        const int n = flat_bytes(flat->classes, dst, wc);
-        if (n) return n;
-    }
-    return wctomb_by(loc, class_table(r), dst, wc);
+    const int n = bytes_of_wide(record(loc), dst, wc);
+    return n > 0 ? n : fail(loc, KO_EILSEQ, -1);
 }
 
 int sl_wctomb(ko_lc_t loc, ko_mchar_t *dst, ko_wchar_t wc) {
     if (!loc || !dst) return fail(loc, KO_ENULL, -1);
-    return wctomb_by(loc, static_cast<const mb_decode *>(record(loc)->coll), dst, wc);
+    const int n = wide_to_bytes(static_cast<const mb_decode *>(record(loc)->coll), dst, wc);
+    return n > 0 ? n : fail(loc, KO_EILSEQ, -1);
 }
 
 int ko_wclen(ko_lc_t loc, ko_wchar_t wc) {
@@ -98,8 +101,14 @@ int is_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     return int(i);
 }
 
-static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, size_t n,
-                         const ctype_flat *flat) {
+// Where the errors of a step go that calls share with others that do not want them.
+template <bool quiet> static gen_exports *errors_of(const kovaloc *r) {
+    return quiet ? &nobody : const_cast<gen_exports *>(&r->exp.gen);
+}
+
+template <bool quiet>
+static inline int flat_mbstowcs(const kovaloc *r, ko_wchar_t *dst, const ko_mchar_t *mbs, size_t n,
+                                const ctype_flat *flat) {
     const mb_flat &f = flat->classes;
     for (size_t i = 0; i < n;) {
         const unsigned b = *mbs;
@@ -114,13 +123,14 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
             i += run;
             mbs += 2 * run;
             if (run) continue;
-            if (b | mbs[1] || f.second->flags[b][0] != mb_final) return fail(loc, KO_EILSEQ, -1);
+            if (b | mbs[1] || f.second->flags[b][0] != mb_final)
+                return fail(errors_of<quiet>(r), KO_EILSEQ, -1);
             dst[i] = 0;
         } else if (f.flag1[b] == mb_final) {
             dst[i] = ko_wchar_t(b);
             ++mbs;
         } else {
-            return fail(loc, KO_EILSEQ, -1);
+            return fail(errors_of<quiet>(r), KO_EILSEQ, -1);
         }
         if (!dst[i]) return int(i);
         ++i;
@@ -128,20 +138,28 @@ static int flat_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, si
     return int(n);
 }
 
-int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
-    if (!loc || !dst || !mbs) return fail(loc, KO_ENULL, -1);
+template <bool quiet>
+static inline int widen(const kovaloc *r, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
     if (n <= 0) return 0;
-    const kovaloc *r = record(loc);
     if (const ctype_flat *flat = flat_classes(r)) {
-        return flat_mbstowcs(loc, dst, mbs, size_t(n), flat);
+        return flat_mbstowcs<quiet>(r, dst, mbs, size_t(n), flat);
     }
     for (int i = 0; i < n; ++i) {
         const int taken = walk_wide(class_table(r), mbs, 0, &dst[i]); // no limit
-        if (taken < 0) return fail(loc, -taken, -1);
+        if (taken < 0) return fail(errors_of<quiet>(r), -taken, -1);
         if (!dst[i]) return i;
         mbs += taken;
     }
     return n;
+}
+
+int im_mbstowcs(ko_lc_t loc, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
+    if (!loc || !dst || !mbs) return fail(loc, KO_ENULL, -1);
+    return widen<false>(record(loc), dst, mbs, n);
+}
+
+int widen_quietly(const kovaloc *r, ko_wchar_t *dst, const ko_mchar_t *mbs, int n) {
+    return widen<true>(r, dst, mbs, n);
 }
 
 // ---- Strings of a locale object ----
@@ -202,8 +220,9 @@ static int single_wcstombs(ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room) 
     return int(done);
 }
 
-static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, size_t room,
-                         const ctype_flat *flat) {
+template <bool quiet>
+static inline int flat_wcstombs(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs,
+                                size_t room, const ctype_flat *flat) {
     const mb_flat &f = flat->classes;
     const auto least = size_t(f.min_char_len);
     size_t done = 0;
@@ -226,43 +245,50 @@ static int flat_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, si
             memset(dst + done, 0, k);
             break;
         }
-        const int written = flat_bytes(f, dst + done, wc);
-        if (!written) return ko_full_wctomb(loc, dst + done, wc); // sets the error
+        if (!flat_bytes(f, dst + done, wc)) return fail(errors_of<quiet>(r), KO_EILSEQ, -1);
         done += k;
     }
     return int(done);
 }
 
-static int tree_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int room) {
-    const kovaloc *r = record(loc);
+template <bool quiet>
+static int tree_wcstombs(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs, int room) {
     const int least = terminator_len(r);
     for (int done = 0;; ++wcs) {
         const int k = *wcs > 0xFF && least < 2 ? 2 : least;
         if (done + k > room) return done;
         if (!*wcs) {
-            ko_mbsterm(loc, dst + done);
+            memset(dst + done, 0, size_t(least));
             return done;
         }
         if (r->exp.single_byte) {
             dst[done] = ko_mchar_t(*wcs & 0xFF);
-        } else if (ko_full_wctomb(loc, dst + done, *wcs) < 0) {
-            return -1;
+        } else if (bytes_of_wide(r, dst + done, *wcs) <= 0) {
+            return fail(errors_of<quiet>(r), KO_EILSEQ, -1);
         }
         done += k;
     }
 }
 
-int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
-    if (!loc || !dst || !wcs) return fail(loc, KO_ENULL, -1);
+template <bool quiet>
+static inline int narrow(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
     if (n <= 0) return 0;
-    const kovaloc *r = record(loc);
     const int least = terminator_len(r);
     if (r->exp.single_byte && least == 1) {
         return single_wcstombs(dst, wcs, size_t(n));
     }
     const ctype_flat *flat = flat_classes(r);
     if (flat && !r->exp.single_byte && (least == 1 || least == 2)) {
-        return flat_wcstombs(loc, dst, wcs, size_t(n), flat);
+        return flat_wcstombs<quiet>(r, dst, wcs, size_t(n), flat);
     }
-    return tree_wcstombs(loc, dst, wcs, n);
+    return tree_wcstombs<quiet>(r, dst, wcs, n);
+}
+
+int ko_full_wcstombs(ko_lc_t loc, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
+    if (!loc || !dst || !wcs) return fail(loc, KO_ENULL, -1);
+    return narrow<false>(record(loc), dst, wcs, n);
+}
+
+int narrow_quietly(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs, int n) {
+    return narrow<true>(r, dst, wcs, n);
 }

@@ -36,8 +36,8 @@ inline const ctype_flat *flat_cases(const kovaloc *r) {
 }
 
 // The classes of a wide character, 0 for what is not a character; stores no error.
-unsigned tree_classes(kovaloc *r, ko_wchar_t wc);
-inline unsigned wide_classes(kovaloc *r, unsigned wide) {
+unsigned tree_classes(const kovaloc *r, ko_wchar_t wc);
+inline unsigned wide_classes(const kovaloc *r, unsigned wide) {
     if (const uint16_t *table = r->exp.sb_ctype_table) return wide < 256 ? table[wide] : 0u;
     const auto wc = ko_wchar_t(wide);
     const mb_flat *flat = code_set(r);
@@ -45,7 +45,7 @@ inline unsigned wide_classes(kovaloc *r, unsigned wide) {
     const uint16_t *item = flat_wchar(flat, wc);
     return item ? *item : 0u;
 }
-inline bool has_class(kovaloc *r, unsigned wide, unsigned mask) {
+inline bool has_class(const kovaloc *r, unsigned wide, unsigned mask) {
     return wide_classes(r, wide) & mask;
 }
 
@@ -55,9 +55,16 @@ inline ko_wchar_t case_partner(const kovaloc *r, unsigned index, ko_wchar_t conv
     return r->cconv_arr[index].*side;
 }
 
-// Writes the bytes of a wide value that is a character of the table. Returns their number; -1 with
-// the error word set.
-int wctomb_by(ko_lc_t loc, const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
+// Steps of calls that go on where these fail: no error is stored. upper_of and lower_of return what
+// is not a character as it is; the bytes of a wide value are 0 for none; a character is read as by
+// ko_full_mbtowc with at most four bytes; a text is widened as by im_mbstowcs and narrowed as by
+// ko_full_wcstombs.
+ko_wchar_t upper_of(const kovaloc *r, ko_wchar_t wc);
+ko_wchar_t lower_of(const kovaloc *r, ko_wchar_t wc);
+int bytes_of_wide(const kovaloc *r, ko_mchar_t *dst, ko_wchar_t wc);
+int read_wide_char(const kovaloc *r, ko_wchar_t *wc, const ko_mchar_t *mb);
+int widen_quietly(const kovaloc *r, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
+int narrow_quietly(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 
 // The number of bytes before the four zero bytes that end a string of a locale object.
 size_t zeros_at(const void *string);

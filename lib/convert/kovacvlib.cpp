@@ -278,7 +278,8 @@ int ko_iconv_open1(ko_cv_t *cd, const char *file) {
     if (!cv) return -1;
     if (!file) return fail(&cv->exports.exp, KO_EFILE, -1);
     char *path;
-    void *const stream = path_search_found(nullptr, file, "cv", "9", &path);
+    int why;
+    void *const stream = path_search_why(file, "cv", "9", &path, &why);
     return read_cv_file(stream, path, cv);
 }
 
@@ -379,8 +380,9 @@ int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, co
     if (!rec) return -1;
     ko_cs_nums2cv_fname(&rec->exports.exp, from, to, name.p, in_dir ? cv_dir : nullptr);
     char *path = nullptr;
-    void *const stream = in_dir ? open_composed(nullptr, name.p)
-                                : path_search_found(nullptr, name.p, "cv", "9", &path);
+    int why;
+    void *const stream =
+        in_dir ? open_composed(nullptr, name.p) : path_search_why(name.p, "cv", "9", &path, &why);
     return read_cv_file(stream, path, rec) < 0 ? -1 : 1;
 }
 

@@ -6,9 +6,9 @@
 
 namespace {
 struct case_map {
-    ko_lc_t loc;
-    const case_second *pages; // NULL: the record's call serves
-    ko_wchar_t (*by_record)(ko_lc_t loc, ko_wchar_t wc);
+    const kovaloc *loc;
+    const case_second *pages; // NULL: the record's mapping serves
+    ko_wchar_t (*by_record)(const kovaloc *loc, ko_wchar_t wc);
     const host_map *codeset; // NULL for "unicode"
     bool upper;
 };
@@ -79,16 +79,16 @@ static int64_t map_text(const case_map &map, void *dst, size_t room, const char 
 }
 
 template <bool upper>
-static int64_t change_case(ko_lc_t loc, void *dst, size_t room, const char *text, size_t len) {
-    if (const int error = unfit(loc, KO_LC_CTYPE)) return -error;
-    const auto by_record = upper ? im_towupper : im_towlower;
-    const ctype_flat *flat = flat_cases(record(loc));
-    const host_map *codeset = map_for(record(loc), KO_LC_CTYPE);
+static int64_t change_case(ko_lc_t handle, void *dst, size_t room, const char *text, size_t len) {
+    if (const int error = unfit(handle, KO_LC_CTYPE)) return -error;
+    const kovaloc *const loc = record(handle);
+    const auto by_record = upper ? upper_of : lower_of;
+    const ctype_flat *flat = flat_cases(loc);
+    const host_map *codeset = map_for(loc, KO_LC_CTYPE);
     if (flat && !codeset) {
         const case_pages &pages = upper ? flat->upper : flat->lower;
         return map_text({loc, pages.second, by_record, nullptr, upper}, dst, room, text, len);
     }
-    const errno_guard word(loc); // what is no character of the record is an error of its call
     return map_text({loc, nullptr, by_record, codeset, upper}, dst, room, text, len);
 }
 

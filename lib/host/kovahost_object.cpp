@@ -16,10 +16,7 @@ static int open_cv(const data_origin &origin, const char *name, cv_file *file, c
     if (origin.root) {
         file->stream = path_search_below(origin.root, name, "cv", "9", path, &error);
     } else {
-        gen_exports scratch = {};
-        const errno_guard kept(&scratch);
-        file->stream = path_search_found(&scratch, name, "cv", "9", path);
-        error = file->stream ? KO_OK : error_of(&scratch);
+        file->stream = path_search_why(name, "cv", "9", path, &error);
     }
     return file->stream ? KO_OK : error ? error : KO_EFILE;
 }

@@ -355,7 +355,7 @@ static void fill_class_masks(uint16_t *masks, const mb_decode *table) {
 
 // An existing case table deliberately stays: it lives until LC_COLLATE is freed.
 static void build_case_table(kovaloc *loc, unsigned char **table, case_pages ctype_flat::*pages,
-                             ko_wchar_t (*convert)(ko_lc_t, ko_wchar_t)) {
+                             ko_wchar_t (*convert)(const kovaloc *, ko_wchar_t)) {
     if (*table) return;
     unsigned char *bytes = static_cast<unsigned char *>(ko_ext_malloc(256));
     if (!bytes) return;
@@ -367,17 +367,14 @@ static void build_case_table(kovaloc *loc, unsigned char **table, case_pages cty
             bytes[b] = uint8_t(from.state1[b] == case_mapped ? from.partner1[b] : b);
         return;
     }
-    // A byte that is not a character would leave its error in a sound record.
-    const errno_guard kept(loc);
-    for (int b = 0; b < 256; b++) {
+    for (int b = 0; b < 256; b++)
         bytes[b] = static_cast<unsigned char>(convert(loc, ko_wchar_t(b)));
-    }
 }
 
 static void update_byte_tables(kovaloc *loc) {
     if (!loc->exp.single_byte) return drop_byte_tables(loc);
-    build_case_table(loc, &loc->exp.sb_toupper_table, &ctype_flat::upper, im_towupper);
-    build_case_table(loc, &loc->exp.sb_tolower_table, &ctype_flat::lower, im_towlower);
+    build_case_table(loc, &loc->exp.sb_toupper_table, &ctype_flat::upper, upper_of);
+    build_case_table(loc, &loc->exp.sb_tolower_table, &ctype_flat::lower, lower_of);
     derive_case_rows(loc->exp.sb_toupper_table, &loc->upper_rows);
     derive_case_rows(loc->exp.sb_tolower_table, &loc->lower_rows);
     if (!loc->exp.sb_ctype_table) {

@@ -173,17 +173,9 @@ static void *open_object(kovaloc *loc, const char *name, const char *dir, char *
         if (!*path) return fail(loc, KO_ENOMEM, nullptr);
         return open_logged(*path);
     }
-    bool no_memory = false;
-    void *stream;
-    {
-        // The search stores both "no memory" and "not found"; only the former may reach the record.
-        gen_exports scratch = {};
-        const errno_guard kept(&scratch);
-        stream = path_search_found(&scratch, searched, "lc", "11", path);
-        no_memory = !stream && error_of(&scratch) == KO_ENOMEM;
-    }
-    if (no_memory) set_error(loc, KO_ENOMEM);
-    return stream;
+    int error = KO_OK;
+    void *const stream = path_search_why(searched, "lc", "11", path, &error);
+    return stream || error != KO_ENOMEM ? stream : fail(loc, KO_ENOMEM, nullptr);
 }
 
 static void describe_category(kovaloc *loc, int category, const char *codeset,

@@ -52,11 +52,21 @@ struct wide_text {
     wide_text &operator=(const wide_text &) = delete;
     ~wide_text();
 };
-// Converts mbs, which is not NULL. Returns its characters; or -1 with KO_EILSEQ or KO_ENOMEM.
-int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text);
+// Converts mbs, which is not NULL. Returns its characters, or -KO_EILSEQ or -KO_ENOMEM.
+int try_widen(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text);
+// The same; -1 with the error stored.
+inline int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
+    const int len = try_widen(loc, mbs, text);
+    return len < 0 ? fail(loc, -len, -1) : len;
+}
+// Converts a wide result, storing no error; returns -KO_E2BIG or -KO_EILSEQ after a failure.
+int try_narrow(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs);
 // Converts a wide result into at most max_bytes bytes and a terminator. Returns the bytes before
 // the terminator; or -1 with KO_E2BIG or KO_EILSEQ. In no case is more than max_bytes bytes and a
 // terminator written.
-int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs);
+inline int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
+    const int written = try_narrow(loc, out, max_bytes, wcs);
+    return written < 0 ? fail(loc, -written, -1) : written;
+}
 
 #endif

@@ -13,21 +13,21 @@ static int widen_bytes(ko_wchar_t *out, const ko_mchar_t *mbs, size_t most) {
     return int(i);
 }
 
-int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
-    if (!loc->exp.mbstowcs) return fail(loc, KO_EILSEQ, -1); // a record without a code set
+int try_widen(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
+    if (!loc->exp.mbstowcs) return -KO_EILSEQ; // a record without a code set
     const int len = loc->exp.single_byte ? widen_bytes(text->local, mbs, wide_text_room)
-                                         : loc->exp.mbstowcs(loc, text->local, mbs, wide_text_room);
-    if (len < 0) return -1;
+                                         : widen_quietly(loc, text->local, mbs, wide_text_room);
+    if (len < 0) return -KO_EILSEQ;
     if (len < wide_text_room) {
         text->p = text->local;
         return len;
     }
     const int room = ko_mbsbytes(loc, mbs); // terminator included, so no fewer than the characters
-    if (!room) return fail(loc, KO_EILSEQ, -1);
+    if (!room) return -KO_EILSEQ;
     text->block = static_cast<ko_wchar_t *>(ko_ext_malloc(size_t(room) * sizeof(ko_wchar_t)));
-    if (!text->block) return fail(loc, KO_ENOMEM, -1);
+    if (!text->block) return -KO_ENOMEM;
     const int all = loc->exp.mbstowcs(loc, text->block, mbs, room);
-    if (all < 0) return -1;
+    if (all < 0) return -KO_EILSEQ;
     text->p = text->block;
     return all;
 }
@@ -41,24 +41,25 @@ static int64_t narrow_size(const kovaloc *loc, const ko_wchar_t *wcs) {
     return size;
 }
 
-static int narrow_bytes(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
+static int narrow_bytes(ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
     ko_mchar_t *p = out, *const limit = out + max_bytes;
     for (; p < limit && *wcs - 1u < 0xFF; ++wcs)
         *p++ = ko_mchar_t(*wcs);
     if (*wcs) p = out; // empty after a failure
     *p = 0;
-    return !*wcs ? int(p - out) : fail(loc, *wcs > 0xFF ? KO_EILSEQ : KO_E2BIG, -1);
+    return !*wcs ? int(p - out) : *wcs > 0xFF ? -KO_EILSEQ : -KO_E2BIG;
 }
 
-int narrow_result(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
-    if (max_bytes < 0) return *wcs ? fail(loc, KO_E2BIG, -1) : 0;
-    if (loc->exp.single_byte) return narrow_bytes(loc, out, max_bytes, wcs);
+int try_narrow(kovaloc *loc, ko_mchar_t *out, int max_bytes, const ko_wchar_t *wcs) {
+    if (max_bytes < 0) return *wcs ? -KO_E2BIG : 0;
+    if (loc->exp.single_byte) return narrow_bytes(out, max_bytes, wcs);
     ko_mbsterm(loc, out); // empty after a failure
     const int64_t size = narrow_size(loc, wcs);
-    if (size > max_bytes) return fail(loc, KO_E2BIG, -1);
+    if (size > max_bytes) return -KO_E2BIG;
     const int64_t room = size + terminator_len(loc);
     const int limit = room < INT32_MAX ? int(room) : INT32_MAX;
-    const int written = ko_full_wcstombs(loc, out, wcs, limit);
-    if (written < 0) ko_mbsterm(loc, out);
-    return written;
+    const int written = narrow_quietly(loc, out, wcs, limit);
+    if (written >= 0) return written;
+    ko_mbsterm(loc, out);
+    return -KO_EILSEQ;
 }

@@ -86,11 +86,16 @@ static bool starts_blank(kovaloc *loc, const mon_directive &d, const mon_item &i
 static bool drops_space(const char *piece, bool blank) { return piece[1] == 'V' && blank; }
 
 // Columns of a string; its characters, if one of them has no width.
-static int width_of(kovaloc *loc, const wide_symbol &s) {
+static int width_of(const kovaloc *loc, const wide_symbol &s) {
     if (!s.len) return 0;
-    const errno_guard kept(loc);
-    const int width = ko_wcswidth(loc, s.units, s.len);
-    return width < 0 ? s.len : width;
+    const ko_ctype_t full = user_class(loc, "full_width");
+    int width = 0;
+    for (int i = 0; i < s.len; ++i) {
+        const unsigned classes = wide_classes(loc, s.units[i]);
+        if (!(classes & KO_CT_PRINT)) return s.len;
+        width += classes & full ? 2 : 1;
+    }
+    return width;
 }
 
 static mon_columns columns_of(const char *mask, int symbol, int sign, bool blank) {
@@ -378,7 +383,6 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
         va_end(values);
     }
     if (written >= 0) return narrow_result(loc, out, max_bytes, wcs.p);
-    const errno_guard kept(loc); // what was written before an error stays
-    narrow_result(loc, out, max_bytes, wcs.p);
+    try_narrow(loc, out, max_bytes, wcs.p); // what was written before an error stays
     return -1;
 }

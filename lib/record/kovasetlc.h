@@ -92,10 +92,11 @@ struct memory_watch {
 
 // A handle's error word; 0 if the host's hook has none for the handle.
 inline int error_of(void *handle) {
-    const int *word = ko_ext_errno(handle);
-    return word ? *word : 0;
+    int *const word = ko_ext_errno(handle);
+    return word ? std::atomic_ref<int>(*word).load(std::memory_order_relaxed) : 0;
 }
-// Restores a handle's error word at the end of the block.
+// Restores a handle's error word at the end of the block. Only for handles that no other thread has
+// yet, or whose record the call may change.
 struct errno_guard {
     int *word;
     int kept;

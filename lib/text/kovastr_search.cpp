@@ -287,7 +287,7 @@ static ko_mchar_t *find_text(const by_byte &by, const ko_mchar_t *s, const ko_mc
 
 ko_mchar_t *ko_full_mbsmbs(ko_lc_t loc, const ko_mchar_t *mbs, const ko_mchar_t *sub) {
     ko_mchar_t *const none = nullptr;
-    set_error(loc, KO_OK);
+    if (error_of(loc)) set_error(loc, KO_OK);
     if (!loc || !mbs || !sub) return fail(loc, KO_ENULL, none);
     return by_code_set(loc, [=](const auto &by) { return find_text(by, mbs, sub); });
 }

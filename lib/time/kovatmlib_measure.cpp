@@ -36,10 +36,9 @@ struct time_measure {
 // ---- Pieces -------------------------------------------------------------------------------------
 
 // Bytes of a character, 0 for one without bytes.
-static int bytes_of(kovaloc *loc, ko_wchar_t wc) {
-    const errno_guard kept(loc);
-    const int n = ko_wclen(loc, wc);
-    return n < 0 ? 0 : n;
+static int bytes_of(const kovaloc *loc, ko_wchar_t wc) {
+    ko_mchar_t scratch[4];
+    return loc->exp.single_byte ? 1 : bytes_of_wide(loc, scratch, wc);
 }
 
 // Limited, so that repeated widths and precisions of 31 bits stay within 64 bits.

@@ -306,11 +306,11 @@ static time_read read_time(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_
 }
 
 static text_front widen_front(kovaloc *loc, ko_wchar_t *wide, int room, const ko_mchar_t *text) {
-    errno_guard kept(loc);
-    const int most = room - 1, n = loc->exp.mbstowcs(loc, wide, text, most);
+    const int most = room - 1, n = loc->exp.single_byte ? is_mbstowcs(loc, wide, text, most)
+                                                        : widen_quietly(loc, wide, text, most);
     text_front front = {n, n == most ? text_front::cut : text_front::whole};
     for (int i = 0; front.len < 0; i++) {
-        const int bytes = i < most ? ko_full_mbtowc(loc, &wide[i], text, 4) : 0;
+        const int bytes = i < most ? read_wide_char(loc, &wide[i], text) : 0;
         if (bytes < 1) front = {i, i < most ? text_front::broken : text_front::cut};
         text += bytes;
     }
@@ -351,7 +351,8 @@ static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *
                                           const ko_mchar_t *format, time_info *ti,
                                           const ko_mchar_t **end) {
     wide_text wide_format;
-    if (widen_text(loc, format, &wide_format) < 0) return error_of(loc);
+    const int error = try_widen(loc, format, &wide_format);
+    if (error < 0) return -error;
     time_read result;
     ko_wchar_t local[wide_text_room];
     bool enough = read_front(loc, text, wide_format.p, local, wide_text_room, ti, &result);

@@ -26,8 +26,6 @@ static inline wc_found look_up(Source in, const wc_tnode *root, const Unit *text
 
 wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text) {
     if (!root) return {};
-    if (loc->exp.sb_tolower_table) return look_up(wide_source{loc, text}, root, text);
-    errno_guard kept(loc); // what is not a character has no lower case
     return look_up(wide_source{loc, text}, root, text);
 }
 
@@ -35,12 +33,10 @@ wc_found find_name(kovaloc *loc, const wc_tnode *root, const ko_mchar_t *text) {
     if (!root) return {};
     if (const unsigned char *table = loc->exp.sb_tolower_table)
         return look_up(table_source{table, text}, root, text);
-    errno_guard kept(loc);
     return look_up(widened_source{loc, text}, root, text);
 }
 
 wc_found find_longest_name(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *text, int most) {
-    errno_guard kept(loc);
     wide_source in = {loc, text};
     wc_found found = {};
     for (const wc_tnode *level = root; level && found.seen < most; ++found.seen) {
@@ -117,7 +113,6 @@ int build_name_trees(kovaloc *loc) {
     if (!block.p) return fail(loc, KO_ENOMEM, -1);
     wc_tnode *unused = t->name_nodes = block.release();
     const auto make = [&unused] { return unused++; };
-    errno_guard kept(loc); // what is not a character has no lower case
     for (const name_list &list : lists) {
         for (int i = 0; i < list.count; i++) {
             wide_source in = {loc, name_at(list, i)};

@@ -6,29 +6,29 @@
 #include "time/kovatree.h"
 
 // A wide character beyond the tables of a single-byte code set has no case.
-inline ko_wchar_t lower(kovaloc *loc, ko_wchar_t wc) {
+inline ko_wchar_t lower(const kovaloc *loc, ko_wchar_t wc) {
     if (const unsigned char *table = loc->exp.sb_tolower_table) return wc < 256 ? table[wc] : wc;
     const ctype_flat *flat = flat_cases(loc);
     if (flat && flat->lower.plain_ascii && wc < 0x80)
         return ko_wchar_t(wc >= 'A' && wc <= 'Z' ? wc + 32 : wc);
-    return im_towlower(loc, wc);
+    return lower_of(loc, wc); // what is not a character has no lower case
 }
 
 // Sources of the lower-cased units of a name or text: next() returns one, or why there is none.
 constexpr int units_end = -1, units_bad = -2;
 
 struct wide_source {
-    kovaloc *loc;
+    const kovaloc *loc;
     const ko_wchar_t *at;
     int next() { return *at ? lower(loc, *at++) : units_end; }
 };
 
 struct widened_source {
-    kovaloc *loc;
+    const kovaloc *loc;
     const ko_mchar_t *at;
     int next() {
         ko_wchar_t wc;
-        const int n = ko_full_mbtowc(loc, &wc, at, 4);
+        const int n = read_wide_char(loc, &wc, at);
         if (n < 1) return n < 0 ? units_bad : units_end;
         at += n;
         return lower(loc, wc);

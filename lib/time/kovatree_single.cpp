@@ -14,7 +14,7 @@ struct byte_source {
             const int wc = in.next();
             if (wc < 0) return wc;
             pos = 0;
-            left = ko_full_wctomb(in.loc, out, ko_wchar_t(wc));
+            left = bytes_of_wide(in.loc, out, ko_wchar_t(wc));
             if (left < 1) return left = 0, units_bad;
         }
         return out[pos++];
@@ -41,12 +41,8 @@ template <class Node> static void free_nodes(Node *root) {
 
 template <class Node, class Source>
 static int cache_string(kovaloc *loc, Node **root, Source in, int val) {
-    const auto insert_quietly = [&] {
-        errno_guard kept(loc); // what is not a character of the case table has no lower case
-        const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
-        return insert(root, in, make, val);
-    };
-    const int error = insert_quietly();
+    const auto make = [] { return static_cast<Node *>(ko_ext_malloc(sizeof(Node))); };
+    const int error = insert(root, in, make, val);
     return error ? fail(loc, error, -1) : 0;
 }
 
@@ -77,7 +73,6 @@ int validate_wc_string(kovaloc *loc, const wc_tnode *root, const ko_wchar_t *wcs
 
 int validate_mb_string(kovaloc *loc, const mb_tnode *root, const ko_mchar_t *mbs, int *mbslen,
                        int *val) {
-    errno_guard kept(loc);
     byte_source in = {
         {loc, mbs}
     };

@@ -246,7 +246,8 @@ TEST(FileSearch, TriesTheStatedPathsInOrder) {
         const std::string last = streams.tried.back();
         streams.files[last] = "";
         char *found;
-        void *const stream = path_search_found(handle, name.c_str(), "lc", "11", &found);
+        int error;
+        void *const stream = path_search_why(name.c_str(), "lc", "11", &found, &error);
         ASSERT_TRUE(stream);
         EXPECT_EQ(found, last);
         ko_destroystring(found);
@@ -346,10 +347,10 @@ TEST(FileSearch, WithoutMemoryTheReasonIsStatedAndNothingIsLeft) {
                 for (const char *there :
                      {"c:\\vantor\\kova\\lc\\x", "p2\\x", "/x", "d:\\x\\y\\z.lco"})
                     streams.files[there] = "";
-                test_handle handle;
                 char *found;
-                void *const stream = path_search_found(handle, name.c_str(), "lc", "11", &found);
-                EXPECT_EQ(handle.error(), stream ? KO_OK : KO_ENOMEM);
+                int error = KO_OK;
+                void *const stream = path_search_why(name.c_str(), "lc", "11", &found, &error);
+                EXPECT_EQ(error, stream ? KO_OK : KO_ENOMEM);
                 EXPECT_EQ(stream != nullptr, found != nullptr);
                 if (stream) ko_ext_fclose(stream);
                 free_ptr(found);
