@@ -58,15 +58,28 @@ static inline unsigned stops(__m128i v, unsigned most, size_t n) {
 
 static bool has_wide_blocks() { return __builtin_cpu_supports("avx2"); }
 
+// load_text for blocks of 32 bytes.
+__attribute__((target("avx2"))) static inline __m256i load_wide_text(const ko_mchar_t *s,
+                                                                     size_t most) {
+#ifdef KOVA_CHECKED_READS
+    __m256i block;
+    copy_checked(&block, sizeof block, s, most, true);
+    return block;
+#else
+    const void *from = s;
+    static_cast<void>(most);
+    return _mm256_loadu_si256(static_cast<const __m256i *>(from));
+#endif
+}
+
 // Takes at most n bytes other than zero, up to the block that holds the first zero byte.
 __attribute__((target("avx2"))) static size_t widen_wide_blocks(ko_wchar_t *dst,
                                                                 const ko_mchar_t *src, size_t n) {
     const size_t fit = readable(src) < n ? readable(src) : n;
     size_t i = 0;
     for (size_t left = fit / 32; left; --left, i += 32) {
-        const void *from = src + i;
         void *to = dst + i, *second = dst + i + 16;
-        const __m256i v = _mm256_loadu_si256(static_cast<const __m256i *>(from));
+        const __m256i v = load_wide_text(src + i, n - i);
         if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(v, _mm256_setzero_si256()))) break;
         _mm256_storeu_si256(static_cast<__m256i *>(to),
                             _mm256_cvtepu8_epi16(_mm256_castsi256_si128(v)));
@@ -87,9 +100,8 @@ __attribute__((target("avx2"))) static size_t rows_avx2(ko_mchar_t *dst, const k
     const __m256i keep = _mm256_set1_epi8(0x70);
     size_t i = 0;
     for (size_t left = readable(src) / 32; left; --left, i += 32) {
-        const void *from = src + i;
         void *to = dst + i;
-        const __m256i v = _mm256_loadu_si256(static_cast<const __m256i *>(from));
+        const __m256i v = load_wide_text(src + i, SIZE_MAX);
         __m256i mapped = v;
         for (size_t r = 0; r < rows; ++r) {
             const __m256i index = _mm256_adds_epu8(_mm256_xor_si256(v, row[r]), keep);
@@ -133,7 +145,7 @@ static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n
         i += widen_wide_blocks(dst + i, src + i, n - i);
     }
     for (size_t left = readable(src + i) / 16; left; --left, i += 16) {
-        const __m128i v = load_block(src + i);
+        const __m128i v = load_text(src + i, n - i);
         const __m128i low = _mm_unpacklo_epi8(v, _mm_setzero_si128());
         const __m128i high = _mm_unpackhi_epi8(v, _mm_setzero_si128());
         const unsigned mask = stops(v, most, n - i);
@@ -151,9 +163,9 @@ static inline bool widen_blocks(ko_wchar_t *dst, const ko_mchar_t *src, size_t n
     return false;
 }
 
-// Loads the eight values at src; *bad gets two mask bits for each value that ends the run.
-static inline __m128i narrow_8(const ko_wchar_t *src, unsigned most, unsigned *bad) {
-    const __m128i v = load_block(src);
+// Loads eight of the n values at src; *bad gets two mask bits for each value that ends the run.
+static inline __m128i narrow_8(const ko_wchar_t *src, size_t n, unsigned most, unsigned *bad) {
+    const __m128i v = load_text(src, n);
     const __m128i less = _mm_sub_epi16(v, _mm_set1_epi16(1)); // 0 becomes the largest value
     const __m128i over = _mm_subs_epu16(less, _mm_set1_epi16(short(most - 1)));
     const __m128i good = _mm_cmpeq_epi16(over, _mm_setzero_si128());
@@ -161,12 +173,22 @@ static inline __m128i narrow_8(const ko_wchar_t *src, unsigned most, unsigned *b
     return v;
 }
 
+// How many of n values follow the first eight, which the block has; 0 also if they hold the end.
+static inline size_t after_8(__m128i first, size_t n) {
+#ifdef KOVA_CHECKED_READS
+    if (n <= 8 || _mm_movemask_epi8(_mm_cmpeq_epi16(first, _mm_setzero_si128()))) return 0;
+#endif
+    static_cast<void>(first);
+    return n - 8;
+}
+
 static inline bool narrow_blocks(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most,
                                  size_t *done) {
     size_t i = *done;
     for (size_t left = readable(src + i) / 32; left; --left, i += 16) {
         unsigned bad1, bad2;
-        const __m128i v1 = narrow_8(src + i, most, &bad1), v2 = narrow_8(src + i + 8, most, &bad2);
+        const __m128i v1 = narrow_8(src + i, n - i, most, &bad1);
+        const __m128i v2 = narrow_8(src + i + 8, after_8(v1, n - i), most, &bad2);
         // Values above 0xFF saturate, but are not stored.
         const __m128i bytes = _mm_packus_epi16(v1, v2);
         const bool cut = n - i < 16;
@@ -191,7 +213,7 @@ static inline bool ascii_blocks(ko_mchar_t *dst, const ko_mchar_t *src, unsigned
     const __m128i bound = _mm_set1_epi8(-128 + 26), flip = _mm_set1_epi8(0x20);
     size_t i = *done;
     for (size_t left = readable(src + i) / 16; left; --left, i += 16) {
-        const __m128i v = load_block(src + i);
+        const __m128i v = load_text(src + i, SIZE_MAX);
         const __m128i letter = _mm_cmplt_epi8(_mm_add_epi8(v, shift), bound);
         const __m128i mapped = _mm_xor_si128(v, _mm_and_si128(letter, flip));
         const unsigned mask = stops(v, 0x7F, 16);
@@ -219,14 +241,36 @@ static inline unsigned common_bits(const unsigned char *pairs, __m128i wide) {
            pairs[four >> 48];
 }
 
+// load_text for characters of two bytes. The text goes on after those that have the bit.
+#ifdef KOVA_CHECKED_READS
+template <form from>
+static inline __m128i load_pairs(const ko_mchar_t *s, const unsigned char *pairs, unsigned bit,
+                                 const unsigned char *first_flags) {
+    const void *const wide = s;
+    if (from == form::wide) return load_text(static_cast<const ko_wchar_t *>(wide), 8);
+    for (unsigned at = 0; at < 16; at += 2) {
+        if (!s[at] && first_flags[0] == mb_final) return load_counted(s, at + 1);
+        if (!(pairs[s[at] << 8 | s[at + 1]] & bit)) return load_counted(s, at + 2);
+    }
+    return load_block(s);
+}
+#else
+template <form>
+static inline __m128i load_pairs(const ko_mchar_t *s, const unsigned char *, unsigned,
+                                 const unsigned char *) {
+    return load_block(s);
+}
+#endif
+
 // Takes characters that have the bit, eight at a time, at the end four; x86 stores low bytes first.
 template <form from, form to>
 static inline void pair_blocks(ko_mchar_t *dst, const ko_mchar_t *src, size_t n,
-                               const unsigned char *pairs, unsigned bit, size_t *done) {
+                               const unsigned char *pairs, unsigned bit,
+                               const unsigned char *first_flags, size_t *done) {
     size_t i = *done;
     const size_t fit = readable(src + 2 * i) / 2;
     for (size_t left = (fit < n - i ? fit : n - i) / 8; left; --left, i += 8) {
-        const __m128i raw = load_block(src + 2 * i);
+        const __m128i raw = load_pairs<from>(src + 2 * i, pairs, bit, first_flags);
         const __m128i wide = from == form::bytes ? swap_pairs(raw) : raw;
         const __m128i out = to == form::wide ? wide : from == to ? raw : swap_pairs(wide);
         const unsigned low = common_bits(pairs, wide);
@@ -255,7 +299,7 @@ __attribute__((target("ssse3"))) static size_t rows_ssse3(ko_mchar_t *dst, const
     const __m128i keep = _mm_set1_epi8(0x70);
     size_t i = 0;
     for (size_t left = readable(src) / 16; left; --left, i += 16) {
-        const __m128i v = load_block(src + i);
+        const __m128i v = load_text(src + i, SIZE_MAX);
         __m128i mapped = v;
         for (size_t r = 0; r < rows; ++r) {
             const __m128i index = _mm_adds_epu8(_mm_xor_si128(v, row[r]), keep);
@@ -294,7 +338,7 @@ static bool narrow_blocks(ko_mchar_t *, const ko_wchar_t *, size_t, unsigned, si
 static bool ascii_blocks(ko_mchar_t *, const ko_mchar_t *, unsigned, size_t *) { return false; }
 template <form from, form to>
 static void pair_blocks(ko_mchar_t *, const ko_mchar_t *, size_t, const unsigned char *, unsigned,
-                        size_t *) {}
+                        const unsigned char *, size_t *) {}
 static void choose_row_blocks(case_rows *) {}
 
 #endif
@@ -333,7 +377,7 @@ static inline size_t run_of_pairs(void *dst, const void *src, size_t n, const ct
     auto *out_bytes = static_cast<ko_mchar_t *>(dst);
     auto *out_wide = static_cast<ko_wchar_t *>(dst);
     for (size_t i = 0;;) {
-        pair_blocks<from, to>(out_bytes, in_bytes, n, pairs, bit, &i);
+        pair_blocks<from, to>(out_bytes, in_bytes, n, pairs, bit, first_flags, &i);
         for (int step = 0; step < 4; ++step, ++i) {
             if (i == n) return i;
             unsigned v;

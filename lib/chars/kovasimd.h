@@ -5,6 +5,7 @@
 
 #include <stddef.h>
 #include <stdint.h>
+#include <string.h>
 
 // KOVA_X86_WIDE: code for vectors of 32 bytes and more may be compiled; the processor is asked at
 // run time whether it has them. Windows does not align the stack for them.
@@ -16,25 +17,57 @@
 #include <arm_neon.h>
 #endif
 
-// KOVA_BLOCKS: strings may be read in blocks that extend beyond their end; the address sanitizer
-// would object to that.
-#if defined(__SANITIZE_ADDRESS__)
+// KOVA_CHECKED_READS: sanitizers watch what is read, see load_text.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define KOVA_CHECKED_READS 1
 #elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) ||                         \
+    __has_feature(memory_sanitizer)
 #define KOVA_CHECKED_READS 1
 #endif
 #endif
+// KOVA_BLOCKS: strings are read in blocks that extend beyond their end.
 #if defined(__GNUC__) && defined(__SSE2__)
 #include <immintrin.h>
-#ifndef KOVA_CHECKED_READS
 #define KOVA_BLOCKS 1
-#endif
 
 inline __m128i load_block(const void *p) {
     return _mm_loadu_si128(static_cast<const __m128i *>(p));
 }
 inline void store_block(void *p, __m128i v) { _mm_storeu_si128(static_cast<__m128i *>(p), v); }
+
+// Load the block at the beginning of at most so many units of a text: of one that a null unit ends,
+// or of one with a length. What follows the end may be anything, and nothing may depend on it. The
+// sanitizers would object to reading it, so in their builds the same loops get a block with the
+// units of the text and, after them, bytes of no meaning.
+#ifdef KOVA_CHECKED_READS
+template <class Unit>
+inline void copy_checked(void *block, size_t bytes, const Unit *s, size_t most, bool terminated) {
+    auto *const to = static_cast<unsigned char *>(block);
+    const size_t noise = 0x8137 + (reinterpret_cast<uintptr_t>(s) >> 1) * 0x25;
+    for (size_t at = 0; at < bytes; at += sizeof(Unit)) {
+        Unit unit = Unit(noise + at * 0x6161);
+        if (most) {
+            memcpy(&unit, s++, sizeof unit);
+            most = terminated && !unit ? 0 : most - 1;
+        }
+        memcpy(to + at, &unit, sizeof unit);
+    }
+}
+template <class Unit> inline __m128i load_text(const Unit *s, size_t most) {
+    __m128i block;
+    copy_checked(&block, sizeof block, s, most, true);
+    return block;
+}
+template <class Unit> inline __m128i load_counted(const Unit *s, size_t most) {
+    __m128i block;
+    copy_checked(&block, sizeof block, s, most, false);
+    return block;
+}
+#else
+template <class Unit> inline __m128i load_text(const Unit *s, size_t) { return load_block(s); }
+template <class Unit> inline __m128i load_counted(const Unit *s, size_t) { return load_block(s); }
+#endif
 
 // A bit for each byte in which two blocks agree, or that is zero.
 inline unsigned equal_bytes(__m128i a, __m128i b) {

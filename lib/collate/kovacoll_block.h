@@ -34,8 +34,8 @@ static inline bool short_pairs(const coll_pairs *pairs, const ko_mchar_t *a, con
                                ptrdiff_t *common) {
     const size_t place_a = place_in_page(a), place_b = place_in_page(b);
     if ((place_a > place_b ? place_a : place_b) > last_block_place) return false;
-    const __m128i block_a = load_block(a);
-    const __m128i block_b = load_block(b);
+    const __m128i block_a = load_text(a, 16);
+    const __m128i block_b = load_text(b, 16);
     const unsigned ends_a = zero_bytes(block_a);
     if (!ends_after_pairs(boxed(pairs, block_a), ends_a)) return false;
     if (!ends_after_pairs(boxed(pairs, block_b), zero_bytes(block_b))) return false;
@@ -47,8 +47,12 @@ static inline bool short_pairs(const coll_pairs *pairs, const ko_mchar_t *a, con
 static inline bool is_readable_block(const ko_mchar_t *s) {
     const size_t place = place_in_page(s);
     if (place <= last_block_place) return true;
+#ifdef KOVA_CHECKED_READS
+    return !memchr(s, 0, memory_page - place);
+#else
     const size_t back = place - last_block_place; // from s to the last block of its page
     return !(zero_bytes(load_block(s - back)) >> back);
+#endif
 }
 
 // The bytes of a string that consists of pairs inside the boxes; -1 for others. All of its blocks
@@ -57,7 +61,7 @@ static inline int pairs_length(const coll_pairs *pairs, const ko_mchar_t *s) {
     constexpr ptrdiff_t longest = INT_MAX / 2;
     for (const ko_mchar_t *at = s; at - s < longest && is_readable_block(at);
          at += sizeof(__m128i)) {
-        const __m128i block = load_block(at);
+        const __m128i block = load_text(at, 16);
         const unsigned inside = boxed(pairs, block), ends = zero_bytes(block);
         if (ends_after_pairs(inside, ends)) return int(at - s) + __builtin_ctz(ends);
         if (inside != 0xFFFF) break;
@@ -116,6 +120,11 @@ static inline bool put_digits(const uint16_t *const *page, const ko_mchar_t *s, 
         if (not_plain(weights)) return false;
         store_block(dst, key_digits(weights));
     }
+#ifdef KOVA_CHECKED_READS
+    ko_mchar_t checked[step];
+    store_block(checked, load_counted(s, size_t(len)));
+    s = checked;
+#endif
     const __m128i weights = block_weights(page, s);
     if (not_plain(weights) & ((1u << len) - 1)) return false;
     const __m128i digits = key_digits(weights);

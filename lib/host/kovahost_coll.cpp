@@ -8,18 +8,18 @@
 constexpr size_t block_bytes = 16;
 #ifdef KOVA_BLOCKS
 static inline bool has_block(const void *s) { return readable(s) >= block_bytes; }
-static inline size_t common_in_block(const void *a, const void *b) {
-    return first_bit(~equal_bytes(load_block(a), load_block(b)));
+template <class Unit> static inline size_t common_in_block(const Unit *a, const Unit *b, size_t n) {
+    return first_bit(~equal_bytes(load_counted(a, n), load_counted(b, n)));
 }
 #else
 static inline bool has_block(const void *) { return false; }
-static inline size_t common_in_block(const void *, const void *) { return 0; }
+static inline size_t common_in_block(const void *, const void *, size_t) { return 0; }
 #endif
 
 template <class Unit> static inline size_t common_units(const Unit *a, const Unit *b, size_t n) {
     size_t i = 0;
     if (n && has_block(a) && has_block(b)) {
-        i = common_in_block(a, b) / sizeof(Unit);
+        i = common_in_block(a, b, n) / sizeof(Unit);
         if (i >= n) return n;
         if (i < block_bytes / sizeof(Unit)) return i;
     }

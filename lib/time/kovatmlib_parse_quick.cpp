@@ -64,7 +64,8 @@ template <class Unit> static inline bool begins_with(const Unit *text, const Uni
 #ifdef KOVA_BLOCKS
     const size_t bytes = size_t(len) * sizeof(Unit);
     if (bytes <= 16 && readable(text) >= 16 && readable(name) >= 16) {
-        return !(~equal_bytes(load_block(text), load_block(name)) & ((1u << bytes) - 1));
+        const __m128i same = load_text(text, size_t(len)), other = load_text(name, size_t(len));
+        return !(~equal_bytes(same, other) & ((1u << bytes) - 1));
     }
 #endif
     for (int i = 0; i < len; ++i) {
