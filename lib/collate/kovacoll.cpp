@@ -38,13 +38,32 @@ static int compare_passes(const coll_flat *flat, int first, const Unit *begin_a,
     return 0;
 }
 
+// The first place where two strings differ or both end; often the very first.
+static inline size_t parting_place(const ko_mchar_t *a, const ko_mchar_t *b) {
+    return *a == *b ? common_start(a, b) : 0;
+}
+static inline size_t parting_place(const ko_wchar_t *a, const ko_wchar_t *b) {
+    size_t i = 0;
+    while (a[i] == b[i] && a[i])
+        ++i;
+    return i;
+}
+
+// The order by two characters that differ, if neither may be part of an element. 0: not decided.
+static inline int first_order(const coll_flat *flat, unsigned a, unsigned b) {
+    if ((a | b) > 0xFF) return 0;
+    const unsigned x = flat->first_weights[a], y = flat->first_weights[b];
+    return x && y ? order_of(x, y) : 0;
+}
+
 // Equal characters at the start weigh the same in every forward pass, unless an element extends
 // beyond them: then comparison begins at the last place that lies inside no element.
 template <class Unit>
 static int compare_units(const coll_flat *flat, const Unit *begin_a, const Unit *begin_b) {
-    const Unit *a = begin_a, *b = begin_b;
-    for (; *a == *b; ++a, ++b)
-        if (!*a) return 0;
+    const size_t same = parting_place(begin_a, begin_b);
+    const Unit *a = begin_a + same, *b = begin_b + same;
+    if (*a == *b) return 0;
+    if (const int order = first_order(flat, *a, *b)) return order;
     if (flat->elements)
         for (; a != begin_a && (inside_element(flat, *a) || inside_element(flat, *b)); --a)
             --b;

@@ -69,6 +69,21 @@ static inline int pairs_length(const coll_pairs *pairs, const ko_mchar_t *s) {
     return -1;
 }
 
+// The first place where two strings differ or both end.
+static inline size_t common_start(const ko_mchar_t *a, const ko_mchar_t *b) {
+    size_t i = 0;
+    while (readable(a + i) >= sizeof(__m128i) && readable(b + i) >= sizeof(__m128i)) {
+        const __m128i block = load_text(a + i, sizeof block);
+        const unsigned stops =
+            ~equal_bytes(block, load_text(b + i, sizeof block)) | zero_bytes(block);
+        if (const unsigned here = stops & 0xFFFF) return i + first_bit(here);
+        i += sizeof(__m128i);
+    }
+    while (a[i] == b[i] && a[i])
+        ++i;
+    return i;
+}
+
 // ---- Keys ----
 
 // The weights of the pairs of a block, whatever it holds.
@@ -135,6 +150,12 @@ static inline bool put_digits(const uint16_t *const *page, const ko_mchar_t *s, 
 }
 
 #else
+static inline size_t common_start(const ko_mchar_t *a, const ko_mchar_t *b) {
+    size_t i = 0;
+    while (a[i] == b[i] && a[i])
+        ++i;
+    return i;
+}
 static inline bool short_pairs(const coll_pairs *, const ko_mchar_t *, const ko_mchar_t *,
                                ptrdiff_t *) {
     return false;

@@ -517,13 +517,12 @@ static void fill_inner_bytes(coll_flat *flat) {
 }
 
 static void fill_first_weights(coll_flat *flat) {
-    if (!flat->num_passes) return;
-    flat->starts_forward = flat->raw_fits && flat->pass[0].forward;
+    if (!flat->num_passes || !flat->pass[0].forward) return;
+    flat->starts_forward = flat->raw_fits;
     if (!flat->byte_rows && !flat->starts_forward) return;
     for (unsigned c = 1; c < (flat->byte_rows ? 0x100 : 0x80); ++c) {
-        const bool plain = plain_weight(flat->pass[0].page[0][c]);
-        if (!plain || (!flat->byte_rows && inside_element(flat, c))) continue;
-        flat->first_weights[c] = flat->pass[0].page[0][c];
+        const uint16_t weight = flat->pass[0].page[0][c];
+        if (plain_weight(weight) && !inside_element(flat, c)) flat->first_weights[c] = weight;
     }
 }
 

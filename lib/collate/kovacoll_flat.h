@@ -78,8 +78,8 @@ struct coll_flat {
     bool elements;
     bool byte_rows;                  // characters below 256 weigh like the bytes
     const unsigned char *inner[256]; // 1 for characters inside an element, other than its first
-    // Plain weights of the first pass by byte; 0 for bytes with none. Without byte_rows those of
-    // ASCII characters that are not inside elements.
+    // Plain weights of a first pass that runs forward, by byte, or without byte_rows by ASCII
+    // character; 0 for those that have none or may be part of an element.
     uint16_t first_weights[256];
     // By the first byte of a character in UTF-8: its kinds if it may be inside an element or
     // ignored there.

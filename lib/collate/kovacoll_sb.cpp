@@ -1,6 +1,7 @@
 // The comparers of single-byte locales with only expansions, with only collating elements, and with
 // neither. They work on the bytes themselves; the comparer for elements uses the derived pages
 // where these give the same results.
+#include "collate/kovacoll_block.h"
 #include "collate/kovacoll_text.h"
 
 // ---- Sources: what a text yields in a pass ----
@@ -127,8 +128,9 @@ static bool decided(ko_lc_t handle, const ko_mchar_t *a, const ko_mchar_t *b, in
 }
 
 static inline void skip_common(const ko_mchar_t *&a, const ko_mchar_t *&b) {
-    while (*a && *a == *b)
-        ++a, ++b;
+    const size_t same = common_start(a, b);
+    a += same;
+    b += same;
 }
 
 // Compares pass by pass from where the strings part.
@@ -147,22 +149,26 @@ static inline void skip_common(const ko_mchar_t *&a, const ko_mchar_t *&b) {
     return order;
 }
 
+// The order from where two strings part.
+static inline int exp_order(const kovaloc *loc, const ko_mchar_t *a, const ko_mchar_t *b) {
+    if (const coll_flat *flat = loc->weights) { // decides most pairs
+        const unsigned w1 = flat->first_weights[*a], w2 = flat->first_weights[*b];
+        if (w1 && w2 && w1 != w2) return order_of(w1, w2);
+    }
+    return exp_passes(&loc->coll_info, a, b);
+}
+
+[[gnu::noinline]] static int exp_order_after_common(const kovaloc *loc, const ko_mchar_t *a,
+                                                    const ko_mchar_t *b) {
+    const size_t same = common_start(a, b);
+    return a[same] == b[same] ? 0 : exp_order(loc, a + same, b + same);
+}
+
 int is_mbscoll_exp(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {
     if (!handle || !mbs1 || !mbs2) return fail(handle, KO_ENULL, 0);
     const kovaloc *loc = record(handle);
-    const coll_flat *flat = loc->weights;
-    if (!flat && by_code(loc)) return code_order(byte_text{mbs1}, byte_text{mbs2});
-    unsigned c1 = *mbs1, c2 = *mbs2;
-    while (c1 == c2) {
-        if (!c1) return 0;
-        c1 = *++mbs1;
-        c2 = *++mbs2;
-    }
-    if (flat) { // decides most pairs
-        const unsigned w1 = flat->first_weights[c1], w2 = flat->first_weights[c2];
-        if (w1 && w2 && w1 != w2) return order_of(w1, w2);
-    }
-    return exp_passes(&loc->coll_info, mbs1, mbs2);
+    if (!loc->weights && by_code(loc)) return code_order(byte_text{mbs1}, byte_text{mbs2});
+    return *mbs1 == *mbs2 ? exp_order_after_common(loc, mbs1, mbs2) : exp_order(loc, mbs1, mbs2);
 }
 
 int is_mbscoll_elem(ko_lc_t handle, const ko_mchar_t *mbs1, const ko_mchar_t *mbs2) {

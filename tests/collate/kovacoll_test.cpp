@@ -402,7 +402,8 @@ TEST(CollationRandom, TablesGiveTheResultsOfTheRowWalkAndKeysSortLikeComparison)
         const bool backward = std::count(spec.passes.begin(), spec.passes.end(), coll_backward);
         both_ways += r.flat && backward && !spec.elements.empty();
         for (int pair = 0; pair < 25; ++pair) {
-            const std::u16string a = random.string(random.pairs_only ? 20 : 8), b = random.near(a);
+            const unsigned longest = random.pairs_only ? 20 : random.chance(20) ? 40 : 8;
+            const std::u16string a = random.string(longest), b = random.near(a);
             std::string bytes = random.encode(a);
             const std::string other = random.encode(b);
             const bool damaged = random.double_byte && !bytes.empty() && random.chance(15);
