@@ -361,9 +361,8 @@ int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
     return open_pair(cd, to, from);
 }
 
-int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
-               const char *cv_dir) {
-    if (!cv) return -1;
+static int load_cv(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec,
+                   const char *registry, const char *cv_dir) {
     gen_exports scratch = {}; // a failed look-up is reported as KO_EINVAL
     const uint16_t to = ko_lc_spec2cs_num(&scratch, to_lc_spec ? to_lc_spec : "", registry);
     const uint16_t from = ko_lc_spec2cs_num(&scratch, from_lc_spec ? from_lc_spec : "", registry);
@@ -384,6 +383,25 @@ int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, co
     void *const stream =
         in_dir ? open_composed(nullptr, name.p) : path_search_why(name.p, "cv", "9", &path, &why);
     return read_cv_file(stream, path, rec) < 0 ? -1 : 1;
+}
+
+int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
+               const char *cv_dir) {
+    if (!cv) return -1;
+    cv_request request;
+    if (registry || (cv_dir && *cv_dir) || !to_lc_spec || !from_lc_spec ||
+        !prepare_request(&request, to_lc_spec, from_lc_spec))
+        return load_cv(cv, to_lc_spec, from_lc_spec, registry, cv_dir);
+    if (iconv_rec *const shared = take_shared(request)) {
+        *cv = shared;
+        set_error(&shared->exports.exp, KO_OK);
+        return 1;
+    }
+    const unsigned failures = failed_allocations();
+    const int result = load_cv(cv, to_lc_spec, from_lc_spec, nullptr, nullptr);
+    // Others shall not lack what it lacks.
+    if (result == 1 && failed_allocations() == failures) offer_shared(request, descriptor(*cv));
+    return result;
 }
 
 // ---- Registered converters, release, sizes
@@ -412,12 +430,14 @@ int ko_cv_unload(ko_cv_t cd) {
     iconv_rec *cv = descriptor(cd);
     if (!cv) return -1;
     if (is_static(cv)) return 0;
-    free_multi(cv->conv_noshift);
-    free_multi(cv->conv_shift);
-    free_cv_flat(cv->flat_noshift);
-    free_cv_flat(cv->flat_shift);
-    free_ptr(cv->bytes);
-    free_ptr(cv->exports.sb2sb_table);
+    if (give_back_shared(cv)) {
+        free_multi(cv->conv_noshift);
+        free_multi(cv->conv_shift);
+        free_cv_flat(cv->flat_noshift);
+        free_cv_flat(cv->flat_shift);
+        free_ptr(cv->bytes);
+        free_ptr(cv->exports.sb2sb_table);
+    }
     for (iconv_rec *leg : cv->legs)
         if (leg) ko_cv_unload(leg);
     ko_ext_free(cv);

@@ -3,6 +3,7 @@
 #define KOVACVLIB_H
 
 #include "locale/kovamulti.h"
+#include "record/kovaspec.h"
 
 // Bits of a conversion entry's first byte; the low three bits count its target bytes.
 constexpr unsigned cv_terminator = 0x08;
@@ -17,6 +18,7 @@ constexpr int cv_max_source = 4;
 constexpr int cv_endless = 0x7FFFFFFF; // the count of a text that a terminator ends
 
 struct iconv_rec;
+struct cv_shared;
 typedef int (*conv_fn)(iconv_rec *cv, const ko_mchar_t **inmbs, int *inlen, ko_mchar_t **outmbs,
                        int *outlen, int *sub);
 typedef int (*sconv_fn)(iconv_rec *cv, conv_state *st, const ko_mchar_t **inmbs, int *inlen,
@@ -119,7 +121,21 @@ struct iconv_rec {
     bool by_words;                // the trees have no entries: those of the words count
     iconv_rec *legs[cv_legs_max]; // of a way through UTF-8, or what the rules make use of
     const void *scheme;           // by which the rules go
+    cv_shared *shared;            // whose tables these are; NULL: its own
 };
+
+// Sharing (kovacvlib_share.cpp). What an opening depends on, but for the object's file.
+struct cv_request {
+    registry_stamp registry;
+    size_t size;
+    char names[512]; // of the code sets, then the variables of the search, each with its terminator
+};
+// False where the opening must not share.
+bool prepare_request(cv_request *request, const char *to, const char *from);
+iconv_rec *take_shared(const cv_request &request); // a new descriptor, NULL if none can be made
+// Lets others share the tables of a descriptor that has just been opened.
+void offer_shared(const cv_request &request, iconv_rec *cv);
+bool give_back_shared(const iconv_rec *cv); // true if the tables are to be freed
 
 // A new, empty descriptor; NULL without memory.
 iconv_rec *make_descriptor();

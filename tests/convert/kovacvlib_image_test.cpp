@@ -5,6 +5,7 @@
 #include "kova_host.h"
 #include "locale/kovaimage.h"
 
+#include <memory>
 #include <random>
 
 namespace {
@@ -178,6 +179,42 @@ TEST(Image, ConvertsAsTheObject) {
             return cv.mapped();
         });
     }
+}
+
+// With an image and without one.
+TEST(Conversion, OpeningsShareTheTablesOfAnOpenOne) {
+    for (const cv_object &object : {pairs_object(2), shifted_object()})
+        for (const bool mapped : {true, false}) {
+            image_root root(object);
+            if (!mapped) root.store("");
+            const memory_hooks memory;
+            const auto tables = [](const cv_record &cv) { return cv.rec()->flat_noshift; };
+            ko_cache_registry(nullptr, nullptr);
+            auto first = std::make_unique<opened>();
+            const opened second;
+            ASSERT_EQ(second.result, 1);
+            EXPECT_EQ(tables(second), tables(*first));
+            EXPECT_EQ(convert(*first, "\xFF", 9).error, KO_EILSEQ);
+            EXPECT_EQ(second.error(), KO_OK);
+            EXPECT_EQ(opened().error(), KO_OK);
+            first.reset();
+            EXPECT_EQ(convert(second, "ab", 9).out, "ab");
+            {
+                installed_hooks hooks{
+                    {KO_EXT_FERROR, as_hook(+[](void *) { return 0; })}
+                };
+                EXPECT_NE(tables(opened()), tables(second));
+            }
+            root.env.vars["KO_PATH"] = root.dir.path + "/kova/cv9";
+            EXPECT_NE(tables(opened()), tables(second));
+            root.env.vars.erase("KO_PATH");
+            EXPECT_EQ(tables(opened()), tables(second));
+            root.dir.write("kova/cm3/registry", "one 1\ntwo 3\n");
+            ko_cache_registry(nullptr, nullptr);
+            EXPECT_EQ(opened().result, -1);
+            // An empty registry in the cache is as good as none.
+            ko_cache_registry(nullptr, root.dir.write("empty", "").c_str());
+        }
 }
 
 TEST(Image, AnotherObjectIsRead) {
