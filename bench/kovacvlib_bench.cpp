@@ -166,8 +166,32 @@ void conversion(benchmark::State &state, const pair_row &row, size_t size) {
     ko_cv_unload(cd);
 }
 
-// Opening an object in a running process, in nanoseconds per call.
-void open_object(benchmark::State &state, const pair_row &row) {
+bool opened(const pair_row &row) {
+    ko_cv_t cd;
+    return ko_cv_load(&cd, row.to, row.from, nullptr, nullptr) == 1;
+}
+
+// Opening in a new process, from names to tables. A data root may have an image.
+void first_open(benchmark::State &state, const pair_row &row) {
+    const auto open_libc = [&] {
+        return iconv_open(row.libc_to, row.libc_from) != reinterpret_cast<iconv_t>(-1);
+    };
+    const auto open_icu = [&] {
+        UErrorCode status = U_ZERO_ERROR;
+        ucnv_open(row.icu_from, &status);
+        ucnv_open(row.icu_to, &status);
+        return U_SUCCESS(status) != 0;
+    };
+    compare_first(state, {
+                             {"kova_ns", [&] { return opened(row); }},
+                             {"libc_ns", open_libc                  },
+                             {"icu_ns",  open_icu                   }
+    });
+}
+
+// Opening an object in a running process, in nanoseconds per call, while one of ours is held or
+// none is. The peers keep theirs in memory.
+void open_object(benchmark::State &state, const pair_row &row, bool held) {
     const auto open = [&] {
         ko_cv_t cd;
         ko_cv_load(&cd, row.to, row.from, nullptr, nullptr);
@@ -176,23 +200,32 @@ void open_object(benchmark::State &state, const pair_row &row) {
     const auto open_libc = [&] { iconv_close(iconv_open(row.libc_to, row.libc_from)); };
     gen_exports word = {};
     ko_cache_registry(&word, nullptr); // measures the object, not the registry
+    ko_cv_t first = nullptr;
+    if (held) ko_cv_load(&first, row.to, row.from, nullptr, nullptr);
     compare(state,
             {
                 {"kova_ns", open     },
                 {"libc_ns", open_libc}
     },
             1);
+    if (held) ko_cv_unload(first);
 }
 
 const int registered = [] {
+    for (const pair_row &row : pair_rows) // before any is opened in this process
+        benchmark::RegisterBenchmark(
+            (std::string(row.from) + "_to_" + row.to + "/first_open").c_str(), first_open, row)
+            ->Apply(paired_rounds);
     for (const pair_row &row : pair_rows) {
         const std::string name = std::string(row.from) + "_to_" + row.to;
         for (const size_t size : {size_t{40}, size_t{16} << 20})
             benchmark::RegisterBenchmark((name + (size < 1000 ? "/40_bytes" : "/16_MiB")).c_str(),
                                          conversion, row, size)
                 ->Apply(paired_rounds);
-        benchmark::RegisterBenchmark((name + "/open").c_str(), open_object, row)
-            ->Apply(paired_rounds);
+        for (const bool held : {false, true})
+            benchmark::RegisterBenchmark((name + (held ? "/open_held" : "/open")).c_str(),
+                                         open_object, row, held)
+                ->Apply(paired_rounds);
     }
     return 0;
 }();

@@ -3,83 +3,108 @@
 //   KOVA_BENCH_LOCPATH, VANTORDIR  as in peers.h
 #include "peers.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
+#include <ctype.h>
+#include <langinfo.h>
+#include <monetary.h>
+#include <string.h>
+#include <time.h>
 
 #include <unicode/ucol.h>
 #include <unicode/udat.h>
 #include <unicode/unum.h>
+#include <unicode/ustring.h>
+
+constexpr tm when = {.tm_min = 5,
+                     .tm_hour = 9,
+                     .tm_mday = 17,
+                     .tm_mon = 4,
+                     .tm_year = 124,
+                     .tm_wday = 5,
+                     .tm_yday = 137};
 
 // Opens what our one record holds: collation, numbers, money, and the names of days and months.
-static bool open_icu(const char *name) {
+static bool open_icu(const char *name, bool use) {
     UErrorCode status = U_ZERO_ERROR;
-    ucol_open(name, &status);
-    unum_open(UNUM_DECIMAL, nullptr, 0, name, nullptr, &status);
-    udat_open(UDAT_FULL, UDAT_FULL, name, nullptr, 0, nullptr, 0, &status);
-    return U_SUCCESS(status);
+    UCollator *const order = ucol_open(name, &status);
+    UNumberFormat *const number = unum_open(UNUM_DECIMAL, nullptr, 0, name, nullptr, &status);
+    UDateFormat *const date =
+        udat_open(UDAT_FULL, UDAT_FULL, name, nullptr, 0, nullptr, 0, &status);
+    if (!use || U_FAILURE(status)) return U_SUCCESS(status);
+    UChar out[200];
+    const bool less = ucol_strcoll(order, u"abc", 3, u"abd", 3) == UCOL_LESS;
+    UNumberFormat *const money = unum_open(UNUM_CURRENCY, nullptr, 0, name, nullptr, &status);
+    unum_formatDouble(number, 1234567.5, out, 200, nullptr, &status);
+    unum_formatDouble(money, 1234567.5, out, 200, nullptr, &status);
+    udat_format(date, 1715936700000.0, out, 200, nullptr, &status);
+    u_strToUpper(out, 200, u"abc", 3, name, &status);
+    return U_SUCCESS(status) && less;
 }
 
-static bool open_libc(const char *name) { return peer_locale(name) != nullptr; }
+static bool open_libc(const char *name, bool use) {
+    const locale_t loc = peer_locale(name);
+    if (!use || !loc) return loc;
+    char out[200];
+    return strcoll_l("abc", "abd", loc) < 0 && toupper_l('a', loc) == 'A' &&
+           strftime_l(out, sizeof out, "%c", &when, loc) &&
+           strfmon_l(out, sizeof out, loc, "%n", 1234567.5) > 0 && *nl_langinfo_l(YESEXPR, loc) &&
+           *nl_langinfo_l(RADIXCHAR, loc);
+}
 
-static bool open_kova(const char *spec) {
+static bool open_kova(const char *spec, bool use) {
     ko_lc_t loc;
-    return ko_lc_load(&loc, spec, nullptr, nullptr) == 0;
+    if (ko_lc_load(&loc, spec, nullptr, nullptr)) return false;
+    if (!use) return true;
+    const auto *const a = reinterpret_cast<const ko_mchar_t *>("abc");
+    const auto *const b = reinterpret_cast<const ko_mchar_t *>("abd");
+    const ko_tm_t then = {.tm_min = when.tm_min,
+                          .tm_hour = when.tm_hour,
+                          .tm_mday = when.tm_mday,
+                          .tm_mon = when.tm_mon,
+                          .tm_year = when.tm_year,
+                          .tm_wday = when.tm_wday,
+                          .tm_yday = when.tm_yday};
+    ko_mchar_t out[200];
+    const auto format = [](const char *text) { return reinterpret_cast<const ko_mchar_t *>(text); };
+    return static_cast<const loc_exports *>(loc)->mbscoll(loc, a, b) < 0 &&
+           ko_tombsupper(loc, out, a) >= 0 && ko_mbsftime(loc, out, 200, format("%c"), &then) > 0 &&
+           ko_mbsfmon(loc, out, 200, format("%n"), 1234567.5) > 0 &&
+           ko_nl_langinfo(loc, KO_YESEXPR) && ko_nl_langinfo(loc, KO_RADIXCHAR);
 }
 
-// Seconds that the first open takes in a new child process; negative if it fails there.
-static double first_open(bool (*open)(const char *), const char *name) {
-    int ends[2];
-    if (pipe(ends)) return -1;
-    const pid_t child = fork();
-    if (child == 0) {
-        const auto start = bench_clock::now();
-        const bool done = open(name);
-        const double took = std::chrono::duration<double>(bench_clock::now() - start).count();
-        const double answer = done ? took : -1;
-        const bool sent = write(ends[1], &answer, sizeof answer) == sizeof answer;
-        _exit(sent ? 0 : 1);
-    }
-    double answer = -1;
-    if (child < 0 || read(ends[0], &answer, sizeof answer) != sizeof answer) answer = -1;
-    if (child > 0) waitpid(child, nullptr, 0);
-    close(ends[0]);
-    close(ends[1]);
-    return answer;
-}
-
-struct opener {
-    const char *column;
-    bool (*open)(const char *);
-    const char *name;
-};
-
-static void first_load(benchmark::State &state, const char *spec, const char *libc,
-                       const char *icu) {
-    std::vector<opener> all = {
-        {"kova", open_kova, spec}
+static void first_load(benchmark::State &state, const char *spec, const char *libc, const char *icu,
+                       bool use) {
+    std::vector<first_contender> all = {
+        {"kova", [=] { return open_kova(spec, use); }}
     };
-    if (getenv("KOVA_BENCH_LOCPATH")) all.push_back({"libc", open_libc, libc});
-    all.push_back({"icu", open_icu, icu});
-    std::vector<std::vector<double>> samples(all.size());
-    for (auto _ : state) {
-        for (size_t i = 0; i < all.size(); ++i) {
-            const double took = first_open(all[i].open, all[i].name);
-            if (took < 0) {
-                const std::string why = std::string(all[i].name) + " cannot be opened";
-                state.SkipWithError(why.c_str());
-                return;
-            }
-            samples[i].push_back(took);
-            if (i == 0) state.SetIterationTime(took);
-        }
+    if (getenv("KOVA_BENCH_LOCPATH")) all.push_back({"libc", [=] { return open_libc(libc, use); }});
+    all.push_back({"icu", [=] { return open_icu(icu, use); }});
+    compare_first(state, all);
+}
+
+// None is held: ours is freed each time, and the peers keep theirs in memory.
+static void load_and_free(benchmark::State &state, const char *spec, const char *libc,
+                          const char *icu) {
+    std::vector<contender> all = {
+        {"kova",
+         [spec] {
+             ko_lc_t loc;
+             ko_lc_load(&loc, spec, nullptr, nullptr);
+             ko_lc_unload(loc);
+         }         },
+        {"libc", {}},
+        {"icu",
+         [icu] {
+             UErrorCode code = U_ZERO_ERROR;
+             ucol_close(ucol_open(icu, &code));
+             unum_close(unum_open(UNUM_DECIMAL, nullptr, 0, icu, nullptr, &code));
+             udat_close(udat_open(UDAT_FULL, UDAT_FULL, icu, nullptr, 0, nullptr, 0, &code));
+         }         },
+    };
+    if (const locale_t found = peer_locale(libc)) {
+        freelocale(found);
+        all[1].run = [libc] { freelocale(newlocale(LC_ALL_MASK, libc, nullptr)); };
     }
-    double best_peer = 0;
-    for (size_t i = 0; i < all.size(); ++i) {
-        const double middle = median(samples[i]);
-        state.counters[all[i].column] = middle * 1e9;
-        if (i && (best_peer == 0 || middle < best_peer)) best_peer = middle;
-    }
-    if (best_peer > 0) state.counters["ratio"] = best_peer / median(samples[0]);
+    compare(state, all, 1);
 }
 
 static void load_again(benchmark::State &state, const char *spec, const char *libc,
@@ -123,9 +148,15 @@ static void load_again_cached(benchmark::State &state, const char *spec, const c
 }
 
 // These rows come before any that load in this process.
-BENCHMARK_CAPTURE(first_load, de_DE_8859_1, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE")
+BENCHMARK_CAPTURE(first_load, de_DE_8859_1, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE", false)
     ->Apply(paired_rounds);
-BENCHMARK_CAPTURE(first_load, ja_JP_eucJP, "ja_JP.eucJP", "ja_JP.EUC-JP", "ja_JP")
+BENCHMARK_CAPTURE(first_load, de_DE_8859_1_used, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE", true)
+    ->Apply(paired_rounds);
+BENCHMARK_CAPTURE(first_load, ja_JP_eucJP, "ja_JP.eucJP", "ja_JP.EUC-JP", "ja_JP", false)
+    ->Apply(paired_rounds);
+BENCHMARK_CAPTURE(first_load, ja_JP_eucJP_used, "ja_JP.eucJP", "ja_JP.EUC-JP", "ja_JP", true)
+    ->Apply(paired_rounds);
+BENCHMARK_CAPTURE(load_and_free, de_DE_8859_1, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE")
     ->Apply(paired_rounds);
 BENCHMARK_CAPTURE(load_again, de_DE_8859_1, "de_DE.8859-1", "de_DE.ISO-8859-1", "de_DE")
     ->Apply(paired_rounds);
