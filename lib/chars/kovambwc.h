@@ -84,6 +84,8 @@ size_t map_ascii(ko_mchar_t *dst, const ko_mchar_t *src, unsigned first);
 size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most);
 // Narrows at most n values of 1..most.
 size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most);
+// The same where has_wide_runs() is true (kovambwc_wide.cpp).
+size_t narrow_wide(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most);
 // Two-byte characters, by the pairs of a flat table: convert at most n of them, copy those that
 // have a bit, count them.
 size_t widen_pairs(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, const ctype_flat *flat);

@@ -3,7 +3,7 @@
 // fits, and all units in builds without blocks.
 #include "chars/kovambwc.h"
 
-#include "chars/kovasimd.h"
+#include "chars/kovawide.h"
 
 #include <string.h>
 
@@ -357,6 +357,9 @@ size_t widen_run(ko_wchar_t *dst, const ko_mchar_t *src, size_t n, unsigned most
 }
 
 size_t narrow_run(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsigned most) {
+#ifdef KOVA_BLOCKS
+    if (most > 0x7F && has_wide_runs()) return narrow_wide(dst, src, n, most);
+#endif
     for (size_t i = 0; i < n;) {
         if (narrow_blocks(dst, src, n, most, &i)) return i;
         for (const size_t edge = i + to_blocks(src + i, 16, n - i); i < edge; ++i) {

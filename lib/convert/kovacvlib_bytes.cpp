@@ -1,6 +1,6 @@
 // Translation of bytes between single-byte code sets, by the widest vectors that the processor has.
 // All ways give the same bytes and stop at the same place.
-#include "chars/kovasimd.h"
+#include "chars/kovawide.h"
 #include "convert/kovacvlib.h"
 
 static size_t translate_plain(const cv_bytes *b, unsigned char *out, const unsigned char *in,
@@ -19,26 +19,9 @@ static size_t translate_plain(const cv_bytes *b, unsigned char *out, const unsig
 }
 
 #ifdef KOVA_X86_WIDE
-namespace {
-struct rows512 {
-    __m512i r0, r1, r2, r3;
-};
-} // namespace
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static inline rows512
-load_rows(const unsigned char *t) {
-    return {_mm512_loadu_si512(t), _mm512_loadu_si512(t + 64), _mm512_loadu_si512(t + 128),
-            _mm512_loadu_si512(t + 192)};
-}
-__attribute__((target("avx512f,avx512bw,avx512vbmi"))) static inline __m512i
-look_up(const rows512 &t, __m512i x) {
-    const __m512i low = _mm512_permutex2var_epi8(t.r0, x, t.r1);
-    const __m512i high = _mm512_permutex2var_epi8(t.r2, x, t.r3);
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
-}
-__attribute__((target("avx512f,avx512bw,avx512vbmi,bmi2"))) static size_t
-translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, size_t n,
-               bool stop) {
-    const rows512 map = load_rows(b->map);
+WIDE static size_t translate_wide(const cv_bytes *b, unsigned char *out, const unsigned char *in,
+                                  size_t n, bool stop) {
+    const wide_table map = load_table(b->map);
     size_t i = 0;
     if (!stop || !b->has_special) {
         for (; n - i >= 64; i += 64)
@@ -47,7 +30,7 @@ translate_vbmi(const cv_bytes *b, unsigned char *out, const unsigned char *in, s
         _mm512_mask_storeu_epi8(out + i, take, look_up(map, _mm512_maskz_loadu_epi8(take, in + i)));
         return n;
     }
-    for (const rows512 special = load_rows(b->special); i < n; i += 64) {
+    for (const wide_table special = load_table(b->special); i < n; i += 64) {
         const __mmask64 take = n - i >= 64 ? ~__mmask64(0) : ~__mmask64(0) >> (64 - (n - i));
         const __m512i x = _mm512_maskz_loadu_epi8(take, in + i);
         const __mmask64 found = _mm512_movepi8_mask(look_up(special, x)) & take;
@@ -126,9 +109,7 @@ int cv_translates(cv_translate *kinds) {
 #ifdef KOVA_X86_WIDE
     __builtin_cpu_init();
     if (__builtin_cpu_supports("avx2")) kinds[count++] = translate_avx2;
-    if (__builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw") &&
-        __builtin_cpu_supports("bmi2"))
-        kinds[count++] = translate_vbmi;
+    if (has_wide_runs()) kinds[count++] = translate_wide;
 #elif defined(KOVA_ARM_VECTORS)
     kinds[count++] = translate_neon;
 #endif

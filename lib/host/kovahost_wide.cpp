@@ -1,27 +1,9 @@
 // Conversion between UTF-8 and UTF-16 by vectors of 64 bytes. Masked loads and stores take the
 // last, incomplete blocks, so that nothing outside the text and the room is touched.
 #include "host/kovahost_wide.h"
-
-#include "chars/kovasimd.h"
+#include "chars/kovawide.h"
 
 #ifdef KOVA_X86_WIDE
-
-#ifndef __clang__ // GCC 12 objects to the undefined vectors in its own headers
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
-
-#define WIDE                                                                                       \
-    __attribute__((target("avx512f,avx512bw,avx512vl,avx512vbmi,avx512vbmi2,gfni,bmi,bmi2,"        \
-                          "popcnt")))
-// What a loop consists of: a call would pass vectors through memory.
-#define WIDE_PART WIDE __attribute__((always_inline)) static inline
-// What short texts do not need: its registers would be saved for them, too.
-#define WIDE_APART WIDE __attribute__((noinline)) static
-
-WIDE_PART unsigned ones(uint64_t bits) { return unsigned(__builtin_popcountll(bits)); }
-WIDE_PART uint64_t lowest(size_t n) { return _bzhi_u64(~0ull, unsigned(n)); } // n <= 64
-WIDE_PART __m512i each_byte(unsigned byte) { return _mm512_set1_epi8(char(byte)); }
-WIDE_PART __m512i each_dword(unsigned value) { return _mm512_set1_epi32(int(value)); }
 
 // Stores the first n (at most 64) bytes; a part of a text's end or, where there is room, more.
 template <bool part> WIDE_PART void store_bytes(unsigned char *dst, __m512i v, size_t n) {
@@ -69,13 +51,6 @@ struct unit_bytes { // of the units that end at each byte
 // The bytes that come a few bytes after others, of which some may be in the block before.
 static inline uint64_t after(uint64_t bits, uint64_t before, int distance) {
     return bits << distance | before >> (64 - distance);
-}
-
-// A mask for arithmetic. Without this GCC moves masks back and forth at every use.
-WIDE_PART uint64_t in_register(__mmask64 mask) {
-    uint64_t bits = mask;
-    __asm__("" : "+r"(bits));
-    return bits;
 }
 
 // Characters of one and two bytes.

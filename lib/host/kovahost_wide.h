@@ -2,17 +2,10 @@
 #ifndef KOVAHOST_WIDE_H
 #define KOVAHOST_WIDE_H
 
-#include "chars/kovasimd.h"
+#include "chars/kovawide.h"
 #include "host/kovahost_simd.h"
 
 #ifdef KOVA_X86_WIDE
-
-// Does the processor have what the others need?
-inline bool has_wide_runs() {
-    return __builtin_cpu_supports("avx512vbmi2") && __builtin_cpu_supports("avx512vbmi") &&
-           __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512bw") &&
-           __builtin_cpu_supports("gfni") && __builtin_cpu_supports("bmi2");
-}
 
 // Convert whole characters up to the end of the text or the room, or up to somewhere before the
 // first thing that is no character. Units of UTF-16 are two bytes at any address, those of the
@@ -24,7 +17,6 @@ run_of wide_to_utf8(unsigned char *dst, size_t room, const unsigned char *src, s
 
 #else
 
-inline bool has_wide_runs() { return false; }
 inline run_of wide_from_utf8(unsigned char *, size_t, const unsigned char *, size_t, bool) {
     return {0, 0};
 }
