@@ -30,11 +30,11 @@ struct connection {
 
 /* ---- kova_sqlite_hold.c ---- */
 
-/* The library takes no locks, so what it does not promise for several threads happens between
- * these: loading and unloading, and calls that write the error word of a record, which connections
- * may share. The lock is SQLite's SQLITE_MUTEX_STATIC_APP3. */
-void enter_library(void);
-void leave_library(void);
+/* Formatting tells its errors by the error word of a record, which connections share, so a call and
+ * the look at its word happen between these. The lock is SQLite's SQLITE_MUTEX_STATIC_APP3. Nothing
+ * else needs it: the library guards loading itself. */
+void lock_words(void);
+void unlock_words(void);
 
 /* Makes a connection with one user; NULL without memory. */
 connection *make_connection(sqlite3 *db);

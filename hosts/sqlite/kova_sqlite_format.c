@@ -56,11 +56,11 @@ static void return_written(sqlite3_context *ctx, const writing *w, const char *f
     for (int64_t room = 125; error == KO_E2BIG && room <= written_max; room *= 20) {
         ko_wchar_t *out = result_room(ctx, (room + 1) * (int64_t)sizeof *out);
         if (!out) return;
-        enter_library();
+        lock_words();
         *ko_ext_errno(w->loc) = 0;
         const int length = w->write(w, out, (int)room);
         error = length < 0 ? *ko_ext_errno(w->loc) : 0;
-        leave_library();
+        unlock_words();
         if (length >= 0) return_wide(ctx, w->loc, out, (size_t)length);
         sqlite3_free(out);
     }

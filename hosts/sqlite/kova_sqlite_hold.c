@@ -1,5 +1,5 @@
-/* What a connection holds: the data root, locales and conversions; and the lock around what the
- * library wants serialised. */
+/* What a connection holds: the data root, locales and conversions; and the lock around the error
+ * words of records. */
 #include "kova_sqlite.h"
 
 #include <string.h>
@@ -13,9 +13,9 @@ typedef struct held_conversion {
 } held_conversion;
 
 /* NULL, which the calls below take, where SQLite was built or started without threads. */
-static sqlite3_mutex *library_lock(void) { return sqlite3_mutex_alloc(SQLITE_MUTEX_STATIC_APP3); }
-void enter_library(void) { sqlite3_mutex_enter(library_lock()); }
-void leave_library(void) { sqlite3_mutex_leave(library_lock()); }
+static sqlite3_mutex *word_lock(void) { return sqlite3_mutex_alloc(SQLITE_MUTEX_STATIC_APP3); }
+void lock_words(void) { sqlite3_mutex_enter(word_lock()); }
+void unlock_words(void) { sqlite3_mutex_leave(word_lock()); }
 
 /* ---- Connections ---- */
 
@@ -41,7 +41,6 @@ static void free_conversion(held_conversion *held) {
 void drop_connection(void *user) {
     connection *of = user;
     if (--of->users) return;
-    enter_library();
     for (held_locale *next, *held = of->locales; held; held = next) {
         next = held->next;
         free_locale(held);
@@ -50,7 +49,6 @@ void drop_connection(void *user) {
         next = held->next;
         free_conversion(held);
     }
-    leave_library();
     sqlite3_free(of->root);
     sqlite3_free(of);
 }
@@ -87,11 +85,9 @@ int hold_locale(connection *of, const char *name, held_locale **held) {
     if (!made) return KO_ENOMEM;
     *made = (held_locale){.name = sqlite3_mprintf("%s", name), .of = of, .next = of->locales};
     char *spec = whole_spec(name);
-    enter_library();
     int error = KO_ENOMEM;
     if (spec && made->name) error = *spec ? open_locale(of, spec, &made->loc) : KO_ENOLOCALE;
     if (error) free_locale(made);
-    leave_library();
     sqlite3_free(spec);
     if (!error) *held = of->locales = made;
     return error;
@@ -107,12 +103,10 @@ int hold_conversion(connection *of, const char *from, const char *to, ko_cv_t *c
     if (!made) return KO_ENOMEM;
     *made = (held_conversion){sqlite3_mprintf("%s", from), sqlite3_mprintf("%s", to), NULL,
                               of->conversions};
-    enter_library();
     int error = KO_ENOMEM;
     if (made->from && made->to)
         error = ko_open_conversion(&made->cd, of->root, from, to, KO_OPEN_VERIFY);
     if (error) free_conversion(made);
-    leave_library();
     if (error) return error;
     of->conversions = made;
     *cd = made->cd;

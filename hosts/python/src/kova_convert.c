@@ -17,9 +17,7 @@ typedef struct converter_object {
 static int open_conversion(converter_object *self, const char *from, const char *to,
                            const char *root, unsigned flags) {
     int error;
-    Py_BEGIN_ALLOW_THREADS lock_loading();
-    error = ko_open_conversion(&self->cd, root, from, to, flags);
-    unlock_loading();
+    Py_BEGIN_ALLOW_THREADS error = ko_open_conversion(&self->cd, root, from, to, flags);
     Py_END_ALLOW_THREADS if (error == 0) return 0;
     PyObject *what = PyUnicode_FromFormat("%s to %s", from, to);
     PyObject *bytes = what ? PyUnicode_AsUTF8String(what) : NULL;
@@ -47,9 +45,7 @@ static PyObject *new_converter(PyTypeObject *type, PyObject *args, PyObject *unu
 static void free_converter(PyObject *object) {
     converter_object *self = (converter_object *)object;
     PyTypeObject *type = Py_TYPE(object);
-    lock_loading();
     if (self->cd) ko_cv_unload(self->cd);
-    unlock_loading();
     ((freefunc)PyType_GetSlot(type, Py_tp_free))(self);
     Py_DECREF(type);
 }

@@ -10,9 +10,7 @@ PyObject *fail_locale(locale_object *self, int number) {
 
 static int open_record(locale_object *self, const char *root, const char *spec, unsigned flags) {
     int error;
-    Py_BEGIN_ALLOW_THREADS lock_loading();
-    error = ko_open_locale(&self->loc, root, spec, flags);
-    unlock_loading();
+    Py_BEGIN_ALLOW_THREADS error = ko_open_locale(&self->loc, root, spec, flags);
     Py_END_ALLOW_THREADS if (error == 0) error = ko_locale_utf8(self->loc);
     if (error == 0) return 0;
     fail_locale(self, error);
@@ -35,14 +33,10 @@ static PyObject *new_locale(PyTypeObject *type, PyObject *args, PyObject *unused
     return NULL;
 }
 
-/* Whoever holds the lock for loading does not wait for the interpreter's, so that waiting for it
- * here is safe. */
 static void free_locale(PyObject *object) {
     locale_object *self = (locale_object *)object;
     PyTypeObject *type = Py_TYPE(object);
-    lock_loading();
     ko_close_locale(self->loc);
-    unlock_loading();
     Py_XDECREF(self->spec);
     ((freefunc)PyType_GetSlot(type, Py_tp_free))(self);
     Py_DECREF(type);

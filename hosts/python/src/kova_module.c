@@ -1,30 +1,9 @@
-/* The module kova._kova: its exceptions and functions, and the lock for loading. */
+/* The module kova._kova: its exceptions and functions. */
 #include "kova_python.h"
 
-#ifndef _WIN32
-#include <pthread.h>
-#endif
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-
-/* ---- Loading ---- */
-
-static PyThread_type_lock loading; /* made once, by the first module of the process */
-
-void lock_loading(void) { PyThread_acquire_lock(loading, WAIT_LOCK); }
-void unlock_loading(void) { PyThread_release_lock(loading); }
-
-/* A child process has only the thread that called fork, which must therefore hold the lock. */
-static int make_lock(void) {
-    if (loading) return 0;
-    loading = PyThread_allocate_lock();
-    if (!loading) return -1;
-#ifndef _WIN32
-    if (pthread_atfork(lock_loading, unlock_loading, unlock_loading) != 0) return -1;
-#endif
-    return 0;
-}
 
 /* ---- Errors and texts ---- */
 
@@ -92,8 +71,7 @@ void release_text(utf8_text *text) { Py_CLEAR(text->owner); }
 
 /* ---- Functions ---- */
 
-/* Text that is collected while the lock for loading is held. No call of Python may be made then:
- * it could free a locale, which waits for this lock. */
+/* Text that is collected in pieces, in memory of the C library. */
 typedef struct collected {
     char *text;
     size_t length, room;
@@ -131,9 +109,7 @@ static PyObject *list_locales(PyObject *module, PyObject *args) {
     const char *root;
     collected list = {NULL, 0, 0};
     if (!PyArg_ParseTuple(args, "z", &root)) return NULL;
-    lock_loading();
     const int error = ko_list_locales(root, add_locale, &list);
-    unlock_loading();
     if (error == 0) return collected_str(&list);
     free(list.text);
     return set_error(PyModule_GetState(module), error, root ? root : "the default data root");
@@ -143,9 +119,7 @@ static PyObject *code_set_number(PyObject *module, PyObject *args) {
     const char *root, *name;
     (void)module;
     if (!PyArg_ParseTuple(args, "zs", &root, &name)) return NULL;
-    lock_loading();
     const int number = ko_codeset_number(root, name);
-    unlock_loading();
     if (number == -KO_ENOMEM) return PyErr_NoMemory();
     return PyLong_FromLong(number);
 }
@@ -176,10 +150,8 @@ static PyObject *object_header(PyObject *module, PyObject *args) {
     collected header = {NULL, 0, 0};
     (void)module;
     if (!PyArg_ParseTuple(args, "zs", &root, &file)) return NULL;
-    lock_loading();
     void *stream = root ? ko_ext_fopen(file, "rb") : ko_path_search(NULL, file, "lc", "11");
     const int error = stream ? read_header(stream, &header) : 0;
-    unlock_loading();
     if (!error) return collected_str(&header);
     free(header.text);
     return PyErr_NoMemory();
@@ -202,10 +174,6 @@ static int add_type(PyObject *module, PyType_Spec *spec, PyTypeObject **type) {
 
 static int fill_module(PyObject *module) {
     module_state *state = PyModule_GetState(module);
-    if (make_lock() < 0) {
-        PyErr_NoMemory();
-        return -1;
-    }
     state->error = PyErr_NewExceptionWithDoc(
         "kova.Error", "What the library refuses; number is its error number.", PyExc_ValueError,
         NULL);

@@ -31,11 +31,6 @@ extern struct PyModuleDef kova_module;
  * "number". Return NULL. */
 PyObject *set_error(module_state *state, int number, const char *what);
 
-/* The library asks its callers to load one at a time. A thread takes this lock without the
- * interpreter's, so that others run while it waits and loads. */
-void lock_loading(void);
-void unlock_loading(void);
-
 /* A str in UTF-8. */
 typedef struct utf8_text {
     const char *text;
