@@ -28,7 +28,7 @@ if(KOVA_SANITIZE)
   endif()
   execute_process(COMMAND ${CMAKE_C_COMPILER} -print-file-name=${kova_sanitizers}
                   OUTPUT_VARIABLE kova_sanitizers OUTPUT_STRIP_TRAILING_WHITESPACE)
-  if(CMAKE_C_COMPILER_ID MATCHES Clang AND NOT KOVA_FUZZ)
+  if(CMAKE_C_COMPILER_ID MATCHES Clang AND KOVA_SANITIZE MATCHES address AND NOT KOVA_FUZZ)
     get_filename_component(directory ${kova_sanitizers} DIRECTORY)
     add_link_options(-shared-libasan -Wl,-rpath,${directory})
   endif()

@@ -8,9 +8,9 @@
  * call that maps a character returns it as it is, one that packs lengths returns 0. "long" means 32
  * bits everywhere in this interface. A count that no int can hold is refused with KO_ERANGE.
  *
- * The library takes no locks: install hooks before any other call, and serialise loading,
- * unloading, copying and registry caching. A loaded locale may be read from several threads at
- * once. */
+ * Any thread may load and unload at any time, and any number of threads may use a handle at once in
+ * calls that do not change it. Install hooks before any other call; docs/threads.md has the rest.
+ */
 #ifndef KOVA_H
 #define KOVA_H
 

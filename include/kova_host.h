@@ -76,7 +76,7 @@ enum {
  * same root, specification and flags, but with no other call; a NULL root is a root like others in
  * this. For a code set other than "unicode" the call also reads the tables between it and UTF-8,
  * "<utf8><code set>.cvo" and back; without them (or if they are damaged) the record serves kova.h
- * alone, and ko_locale_utf8 says why. Serialise it with other loading. */
+ * alone, and ko_locale_utf8 says why. */
 KO_API int ko_open_locale(ko_lc_t *loc, const char *root, const char *spec, unsigned flags);
 
 /* Gives a record of ko_open_locale back, as ko_lc_unload does. NULL is allowed. */
@@ -252,7 +252,7 @@ enum {
  * that are not used up; the numbers mean something to the same conversion alone. The piece with
  * last_frag gets what ends a text, such as the way back to ASCII. Where there is no room
  * (KO_E2BIG), pointers, counts and state are those after the last character that was converted, so
- * that the call can be repeated with more room. Serialise the call with loading. */
+ * that the call can be repeated with more room. */
 KO_API int ko_open_conversion(ko_cv_t *cd, const char *root, const char *from, const char *to,
                               unsigned flags);
 
