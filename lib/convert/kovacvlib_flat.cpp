@@ -1,5 +1,6 @@
 // The rows of words that a conversion derives from each of its tables.
 #include "convert/kovacvlib.h"
+#include "locale/kovablocks.h"
 
 #include <bit>
 #include <string.h>
@@ -86,6 +87,57 @@ template <class W> int measure(const W *from, int count, int level, cv_longest &
     }
     return seen;
 }
+
+#ifdef KOVA_BYTE_BLOCKS
+
+// The top bytes of sixteen words.
+inline __m128i top_bytes(const uint32_t *words) {
+    const void *const from = words;
+    const auto *const four = static_cast<const __m128i *>(from);
+    const auto tops = [four](int i) { return _mm_srli_epi32(_mm_loadu_si128(four + i), 24); };
+    return _mm_packus_epi16(_mm_packs_epi32(tops(0), tops(1)), _mm_packs_epi32(tops(2), tops(3)));
+}
+
+struct row_facts {
+    int seen, longest[2]; // all bits of the top bytes; by kind, -1 for none
+};
+
+// The facts of a row of whole blocks, which all rows are.
+inline row_facts facts_of(const uint32_t *from, int count) {
+    const __m128i kinds = _mm_set1_epi8(word_kinds), shifted = _mm_set1_epi8(cv_shifted_target);
+    __m128i seen = _mm_setzero_si128(), most[2] = {seen, seen}; // lengths and one
+    for (int i = 0; i < count; i += 16) {
+        const __m128i top = top_bytes(from + i), kind = _mm_and_si128(top, kinds);
+        const __m128i length =
+            _mm_add_epi8(_mm_and_si128(top, _mm_set1_epi8(cv_length)), _mm_set1_epi8(1));
+        const __m128i plain = _mm_cmpeq_epi8(kind, _mm_setzero_si128());
+        seen = _mm_or_si128(seen, top);
+        most[0] = _mm_max_epu8(most[0], _mm_and_si128(length, plain));
+        most[1] = _mm_max_epu8(most[1], _mm_and_si128(length, _mm_cmpeq_epi8(kind, shifted)));
+    }
+    row_facts facts = {
+        0, {-1, -1}
+    };
+    unsigned char bytes[3][16];
+    memcpy(bytes[0], &seen, 16);
+    memcpy(bytes[1], most, 32);
+    for (int i = 0; i < 16; ++i) {
+        facts.seen |= bytes[0][i];
+        for (int kind = 0; kind < 2; ++kind)
+            if (bytes[1 + kind][i] - 1 > facts.longest[kind])
+                facts.longest[kind] = bytes[1 + kind][i] - 1;
+    }
+    return facts;
+}
+
+int measure(const uint32_t *from, int count, int level, cv_longest &longest) {
+    const row_facts facts = facts_of(from, count);
+    for (int kind = 0; kind < 2; ++kind)
+        if (facts.longest[kind] > longest[level][kind]) longest[level][kind] = facts.longest[kind];
+    return facts.seen;
+}
+
+#endif
 
 template <class W> struct row_writer {
     const mb_decode *table;
