@@ -64,9 +64,9 @@ else()
   set(kova_data_place ${KOVA_DATA_ROOT})
 endif()
 # Conversion objects have a second name, FROM_TO.cvo, beside their numbers; a copy would take its
-# room again.
+# room again. An image states the times of its objects, so "kovac image" makes it in place.
 install(DIRECTORY ${kova_made_data}/kova DESTINATION ${kova_data_place} COMPONENT data OPTIONAL
-        PATTERN "*_*.cvo" EXCLUDE)
+        PATTERN "*_*.cvo" EXCLUDE PATTERN "image1" EXCLUDE)
 install(CODE "
   set(made \"${kova_made_data}/kova/cv9\")
   set(place \"${kova_data_place}\")
