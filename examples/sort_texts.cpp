@@ -34,6 +34,7 @@ int main(int argc, char **argv) {
     for (std::string line; std::getline(std::cin, line);)
         texts.push_back(line);
     std::vector<std::u16string> wide;
+    wide.reserve(texts.size());
     for (const std::string &text : texts)
         wide.push_back(to_utf16(loc, text));
     const auto less = [loc](const auto &a, const auto &b) { return in_order(loc, a, b); };

@@ -69,9 +69,10 @@ static bool read_header(text_in *in, object_facts *facts) {
 
 bool read_object_facts(const unsigned char *bytes, size_t size, object_facts *facts,
                        uint64_t *hash) {
-    text_in in = {.pos = bytes, .end = bytes + size};
     *facts = {};
-    if (!bytes || !read_header(&in, facts)) return false;
+    if (!bytes) return false;
+    text_in in = {.pos = bytes, .end = bytes + size};
+    if (!read_header(&in, facts)) return false;
     *hash = content_hash(in.pos, size_t(in.end - in.pos));
     return true;
 }

@@ -109,7 +109,7 @@ static const char *scan_exponent(digit_text *d, const char *s) {
     if (!is_decimal(*p)) return s;
     long long value = 0;
     for (; is_decimal(*p); ++p)
-        if (value < (1ll << 40)) value = value * 10 + (*p - '0');
+        if (value < (1LL << 40)) value = value * 10 + (*p - '0');
     d->exponent += negative ? -value : value;
     return p;
 }
