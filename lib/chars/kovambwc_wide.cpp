@@ -10,7 +10,7 @@ WIDE size_t narrow_wide(ko_mchar_t *dst, const ko_wchar_t *src, size_t n, unsign
     const __m512i bound = _mm512_set1_epi16(short(most)), one = _mm512_set1_epi16(1);
     for (size_t i = 0; i < n;) {
         const size_t fit = readable(src + i) / sizeof *src, left = n - i < 32 ? n - i : 32;
-        const size_t some = fit < left ? fit : left;
+        const size_t some = loadable(src + i, fit < left ? fit : left);
         if (!some) return i; // a unit that lies in two pages
         const __m512i v = _mm512_maskz_loadu_epi16(__mmask32(lowest(some)), src + i);
         // Zero becomes the largest value.

@@ -68,6 +68,15 @@ template <class Unit> inline __m128i load_counted(const Unit *s, size_t most) {
 template <class Unit> inline __m128i load_text(const Unit *s, size_t) { return load_block(s); }
 template <class Unit> inline __m128i load_counted(const Unit *s, size_t) { return load_block(s); }
 #endif
+// How many of at most so many units of a terminated text may be loaded: all, but for the sanitizers
+// none after the null unit.
+template <class Unit> inline size_t loadable([[maybe_unused]] const Unit *s, size_t most) {
+#ifdef KOVA_CHECKED_READS
+    for (size_t i = 0; i < most; ++i)
+        if (!s[i]) return i + 1;
+#endif
+    return most;
+}
 
 // A bit for each byte in which two blocks agree, or that is zero.
 inline unsigned equal_bytes(__m128i a, __m128i b) {
