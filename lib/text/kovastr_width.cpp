@@ -9,15 +9,14 @@ static inline unsigned columns(unsigned classes, ko_ctype_t full) { return class
 
 // Columns of characters of a single-byte locale; -1 if one has no width.
 template <class Unit>
-static int64_t table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, ptrdiff_t len) {
-    unsigned common = KO_CT_PRINT;
-    size_t total = 0;
-    for (ptrdiff_t i = 0; i < len; ++i) {
+static int64_t table_width(const uint16_t *table, ko_ctype_t full, const Unit *s, int len) {
+    unsigned common = KO_CT_PRINT, total = 0;
+    for (int i = 0; i < len; ++i) {
         const unsigned wide = s[i], classes = wide < 256 ? table[wide] : 0u;
         common &= classes;
         total += columns(classes, full);
     }
-    return common ? static_cast<int64_t>(total) : -1;
+    return common ? int64_t{total} : -1;
 }
 
 // Columns of a text. A character that begins before the end but extends beyond it is refused.
@@ -27,7 +26,9 @@ static int text_width(const By &by, const Unit *s, ptrdiff_t max_chars, const Un
     if constexpr (By::one_unit) {
         if (const uint16_t *table = by.loc->exp.sb_ctype_table) {
             if (end && end - s < max_chars) max_chars = end - s;
-            const int64_t width = table_width(table, full, s, by.length(s, max_chars));
+            const ptrdiff_t len = by.length(s, max_chars);
+            if (size_t(len) > INT_MAX) return fail(by.loc, KO_ERANGE, -1);
+            const int64_t width = table_width(table, full, s, int(len));
             return width < 0 ? fail(by.loc, KO_EINVAL, -1) : counted(by.loc, size_t(width));
         }
     }
