@@ -33,7 +33,7 @@ static int text_width(const By &by, const Unit *s, ptrdiff_t max_chars, const Un
         }
     }
     size_t total = 0;
-    for (ptrdiff_t i = 0; i < max_chars && s != end; ++i) {
+    for (size_t left = size_t(max_chars); left && s != end; --left) {
         text_char c = {2, 0};
         if (by.pair_facts(s) & pair_valid) {
             c.code = unsigned(s[0] << 8 | s[1]);
