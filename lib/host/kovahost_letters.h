@@ -17,7 +17,7 @@ struct letter_lane {
     uint32_t stored;
 };
 constexpr unsigned lane_room = 256, lane_word = sizeof(uint64_t);
-constexpr uint32_t lane_most = 1u << 26; // longer passes are made by walks of their own
+constexpr uint32_t lane_most = 1u << 30; // longer passes are made by walks of their own
 
 // The first pass goes to the sink, what interrupts the runs of the others to their lanes.
 struct letter_walk {
@@ -55,13 +55,13 @@ static inline const ko_mchar_t *stored_bytes(const letter_walk &walk, unsigned l
 
 // Gives a lane four times its room. False without memory.
 [[gnu::noinline]] static bool grow_lane(letter_walk &walk, unsigned lane) {
-    const uint32_t size = 4 * (walk.grown[lane] ? walk.grown_to[lane] : lane_room);
-    ext_block<ko_mchar_t> fresh(size <= lane_most ? size + lane_word : SIZE_MAX);
+    const uint64_t size = uint64_t{4} * (walk.grown[lane] ? walk.grown_to[lane] : lane_room);
+    ext_block<ko_mchar_t> fresh(size <= lane_most ? size_t(size) + lane_word : SIZE_MAX);
     if (!fresh.p) return false;
     memcpy(fresh.p, stored_bytes(walk, lane), walk.lane[lane].stored);
     if (walk.grown[lane]) ko_ext_free(walk.grown[lane]);
     walk.grown[lane] = fresh.release();
-    walk.grown_to[lane] = size;
+    walk.grown_to[lane] = uint32_t(size);
     return true;
 }
 
