@@ -124,7 +124,7 @@ void ask_values(ko_lc_t loc, answers *a) {
         a->add(tm.tm_mon * 100 + tm.tm_mday);
         a->add(ko_mbsftime(loc, reinterpret_cast<ko_mchar_t *>(out), 8, mb("%p\0\0\0"), &noon));
     }
-    for (const char16_t *format : {u"%'.2f", u"%e", u"%q"}) {
+    for (const char16_t *format : {u"%'.2f", u"%e", u"%k"}) {
         a->add(ko_wcsfnum(loc, out, 300, wcs(format).data(), 1234567.5), out, 300);
         a->add(ko_wcspnum(loc, wcs(u"1.234,5").data(), wcs(u"%lf").data(), &real));
     }
