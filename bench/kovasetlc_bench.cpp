@@ -81,30 +81,40 @@ static void first_load(benchmark::State &state, const char *spec, const char *li
     compare_first(state, all);
 }
 
-// None is held: ours is freed each time, and the peers keep theirs in memory.
-static void load_and_free(benchmark::State &state, const char *spec, const char *libc,
-                          const char *icu) {
+// Loads and frees a locale; ICU opens and closes what it is given.
+static std::vector<contender> loads(const char *spec, const char *libc, std::function<void()> icu) {
     std::vector<contender> all = {
         {"kova",
          [spec] {
              ko_lc_t loc;
              ko_lc_load(&loc, spec, nullptr, nullptr);
              ko_lc_unload(loc);
-         }         },
-        {"libc", {}},
-        {"icu",
-         [icu] {
-             UErrorCode code = U_ZERO_ERROR;
-             ucol_close(ucol_open(icu, &code));
-             unum_close(unum_open(UNUM_DECIMAL, nullptr, 0, icu, nullptr, &code));
-             udat_close(udat_open(UDAT_FULL, UDAT_FULL, icu, nullptr, 0, nullptr, 0, &code));
-         }         },
+         }                     },
+        {"libc", {}            },
+        {"icu",  std::move(icu)},
     };
     if (const locale_t found = peer_locale(libc)) {
         freelocale(found);
         all[1].run = [libc] { freelocale(newlocale(LC_ALL_MASK, libc, nullptr)); };
     }
-    compare(state, all, 1);
+    return all;
+}
+
+static void open_collator(const char *icu) {
+    UErrorCode code = U_ZERO_ERROR;
+    ucol_close(ucol_open(icu, &code));
+}
+
+// None is held: ours is freed each time, and the peers keep theirs in memory.
+static void load_and_free(benchmark::State &state, const char *spec, const char *libc,
+                          const char *icu) {
+    const auto open_and_close = [icu] {
+        UErrorCode code = U_ZERO_ERROR;
+        open_collator(icu);
+        unum_close(unum_open(UNUM_DECIMAL, nullptr, 0, icu, nullptr, &code));
+        udat_close(udat_open(UDAT_FULL, UDAT_FULL, icu, nullptr, 0, nullptr, 0, &code));
+    };
+    compare(state, loads(spec, libc, open_and_close), 1);
 }
 
 static void load_again(benchmark::State &state, const char *spec, const char *libc,
@@ -114,24 +124,7 @@ static void load_again(benchmark::State &state, const char *spec, const char *li
     const locale_t held_libc = peer_locale(libc);
     UErrorCode status = U_ZERO_ERROR;
     UCollator *held_icu = ucol_open(icu, &status);
-    std::vector<contender> all = {
-        {"kova",
-         [spec] {
-             ko_lc_t loc;
-             ko_lc_load(&loc, spec, nullptr, nullptr);
-             ko_lc_unload(loc);
-         }         },
-        {"libc", {}},
-        {"icu",
-         [icu] {
-             UErrorCode code = U_ZERO_ERROR;
-             ucol_close(ucol_open(icu, &code));
-         }         },
-    };
-    if (held_libc) {
-        all[1].run = [libc] { freelocale(newlocale(LC_ALL_MASK, libc, nullptr)); };
-    }
-    compare(state, all, 1);
+    compare(state, loads(spec, libc, [icu] { open_collator(icu); }), 1);
     ucol_close(held_icu);
     if (held_libc) freelocale(held_libc);
     ko_lc_unload(held);
