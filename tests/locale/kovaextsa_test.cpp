@@ -318,7 +318,9 @@ TEST(PathTranslation, TheLogIsAPlainFile) {
     const std::string there = dir.write("there", "kept");
     remove("c:\\kova.log");
     for (const bool second_name : {false, true}) {
-        if (second_name) ASSERT_EQ(remove("c:\\kova.log"), 0);
+        if (second_name) {
+            ASSERT_EQ(remove("c:\\kova.log"), 0);
+        }
         if (second_name) std::filesystem::create_hard_link(there, "c:\\kova.log");
         FILE *const file = std_open("c:\\kova.log", "a");
         EXPECT_EQ(file != nullptr, !second_name);
