@@ -290,7 +290,9 @@ TEST(Image, TablesThatDoNotFitAreRefused) {
         image_tail tail;
         image_entry entry;
         memcpy(&tail, &whole[whole.size() - sizeof tail], sizeof tail);
-        memcpy(&entry, &whole[tail.table], sizeof entry);
+        const auto table = size_t(tail.table);
+        memcpy(&entry, &whole[table], sizeof entry);
+        const auto tables = size_t(entry.tables), most = size_t(entry.tables_size);
         std::mt19937 random(7);
         const auto bytes = [](const std::string &text) {
             return reinterpret_cast<const unsigned char *>(text.data());
@@ -301,15 +303,14 @@ TEST(Image, TablesThatDoNotFitAreRefused) {
             image_entry changed = entry;
             for (unsigned long k = 1 + random() % 3; k;
                  --k) { // mostly in the head and the first nodes
-                const size_t size = random() % 2 ? 300 : entry.tables_size;
-                image[entry.tables + random() % size] =
-                    char(random() % 3 ? random() % 8 : random());
+                const size_t size = random() % 2 ? 300 : most;
+                image[tables + random() % size] = char(random() % 3 ? random() % 8 : random());
             }
-            if (n % 10 == 0) changed.tables_size -= 16 * (random() % (entry.tables_size / 16));
-            changed.hash = image_hash(bytes(image) + entry.tables, changed.tables_size);
-            memcpy(&image[tail.table], &changed, sizeof changed);
+            if (n % 10 == 0) changed.tables_size -= 16 * (random() % (most / 16));
+            changed.hash = image_hash(bytes(image) + tables, size_t(changed.tables_size));
+            memcpy(&image[table], &changed, sizeof changed);
             image_tail end = tail;
-            end.hash = image_hash(bytes(image) + tail.table, sizeof changed);
+            end.hash = image_hash(bytes(image) + table, sizeof changed);
             memcpy(&image[image.size() - sizeof end], &end, sizeof end);
             root.store(image);
             const opened cv;
