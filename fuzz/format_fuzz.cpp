@@ -36,6 +36,7 @@ static kovaloc *locale_at(size_t i) {
     m->p_sep_by_space = m->n_sep_by_space = layout[1];
     m->n_sign_posn = layout[2];
     m->p_sign_posn = layout[3];
+    derive_money(loc);
     return loc;
 }
 

@@ -610,7 +610,7 @@ TEST_F(KovaCli, HelpsWithinTheColumnsOfTheTerminal) {
     fails(2, "frobnicate", "\n  sort compare key ");
     const outcome lost = shell("kovac frobnicate");
     EXPECT_EQ(lost.status, 2);
-    EXPECT_NE(lost.err.find("one of charmap convert locale pack"), lost.err.npos) << lost.err;
+    EXPECT_NE(lost.err.find("one of charmap convert image locale pack"), lost.err.npos) << lost.err;
     fails(2, "sort --revers", "there is no option --revers; kova sort --help lists all");
     fails(2, "money", "LOCALE is missing; kova money --help");
 }
