@@ -621,7 +621,7 @@ static CLI::App *add_image_command(CLI::App &app, image_options &opt) {
         ->type_name("DIR")
         ->required();
     cmd->add_option("NAME", opt.names,
-                    "Object in ROOT/kova/cv9. Default: all that are named by numbers and gain")
+                    "Object in DIR/kova/cv9. Default: all that are named by numbers and gain")
         ->type_name("NAME");
     cmd->footer("Make it again when objects have changed; until then those are read.\n"
                 "Example: kovac image data\n"
