@@ -773,6 +773,7 @@ TEST_F(KovaCli, TellsItemsAndDatesAndMarksWhatFails) {
     writes("info --utf8 en_US.IBM037 60 73", "IBM037\ngregorian\n");
     fails(2, "convort", "there is no command \"convort\"; the nearest is convert");
     fails(2, "mony de_DE %n 5", "the nearest is money");
+    fails(2, "sotr README.md", "the nearest is sort");
     fails(2, "info de_DE.8859-1 74", "there is no item \"74\"");
     writes("date de_DE.8859-1 '%A, %.1d. %B %Y' --at 2026-03-07", "Samstag, 7. März 2026\n");
     writes("date --utf8 en_US.IBM037 %c --at '2026-11-21 14:30:05'",

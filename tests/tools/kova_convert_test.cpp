@@ -311,6 +311,7 @@ TEST_F(KovaConvert, ResumesAfterAnErrorExactly) {
         EXPECT_TRUE(from.starts_with("--from-offset "s + where)) << from;
     }
     fails(2, " --from-offset 99", "--from-offset 99: in has 5 bytes");
+    fails(2, " --from-offset=-1", "--from-offset: -1 is less than 0");
     fails(2, " --from-offset 1 --state x", "--state x: no state");
     command = "kova convert in -t utf16le ";
     writes("-f sjis --bom --from-offset 3", "\x22\x6f"s, "");

@@ -34,6 +34,15 @@ CLI::Option *add_json(CLI::App &command, command_line &args) {
                             "A JSON object for each row or answer, in UTF-8, for programs");
 }
 
+CLI::Option *add_count(CLI::App &command, const std::string &name, uint64_t &count,
+                       const std::string &help) {
+    return command.add_option(name, count, help)
+        ->type_name("N")
+        ->check([](const std::string &text) {
+            return text.starts_with('-') ? text + " is less than 0" : std::string();
+        });
+}
+
 CLI::Option *add_page(CLI::App &command, bool &html, std::string &out) {
     command.add_option("-o,--output", out, "Write to FILE, in one step at the end")
         ->type_name("FILE");

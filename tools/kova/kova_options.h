@@ -48,6 +48,10 @@ CLI::Option *add_json(CLI::App &command, command_line &args);
 // The page in place of text, and the file.
 CLI::Option *add_page(CLI::App &command, bool &html, std::string &out);
 
+// A count or an offset; without a sign, which would wrap.
+CLI::Option *add_count(CLI::App &command, const std::string &name, uint64_t &count,
+                       const std::string &help);
+
 // ---- The commands ----
 
 void add_sort(CLI::App &app, command_line &args);

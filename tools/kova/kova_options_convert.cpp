@@ -44,8 +44,7 @@ static void add_resuming(CLI::App &command, convert_options &o) {
     command.add_flag("--keep-part", o.keeps_part,
                      "Keep in FILE or DIR what precedes the character that stops a text");
     CLI::Option *offset =
-        command.add_option("--from-offset", o.from_offset, "Begin at this byte of the input")
-            ->type_name("N");
+        add_count(command, "--from-offset", o.from_offset, "Begin at this byte of the input");
     command.add_option("--state", o.state, "State of the text there, as an error said")
         ->type_name("STATE")
         ->needs(offset);

@@ -26,8 +26,7 @@ static void add_batch(CLI::App &command, batch_options &o) {
         .add_option("-t,--separator,--delimiter", o.separator,
                     "Text between fields. Default: runs of blanks")
         ->type_name("CHAR");
-    command.add_option("--header", o.header, "Pass the first N lines of each file on")
-        ->type_name("N");
+    add_count(command, "--header", o.header, "Pass the first N lines of each file on");
     command.add_flag("-z,--null", o.nulls, "Lines end with a null character, not with a newline");
     command.add_flag("--json", o.json,
                      "Write a JSON object for each value, with its result or its error, in UTF-8");

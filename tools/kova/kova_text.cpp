@@ -510,15 +510,17 @@ std::vector<ko_wchar_t> decode_argument(const codec &code, const std::string &te
 }
 
 size_t distance(const std::string &a, const std::string &b) {
-    std::vector<size_t> row(b.size() + 1);
+    std::vector<size_t> before, last(b.size() + 1), row(b.size() + 1);
     for (size_t j = 0; j <= b.size(); ++j)
         row[j] = j;
     for (size_t i = 1; i <= a.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i);
+        before = std::exchange(last, row);
+        row[0] = i;
         for (size_t j = 1; j <= b.size(); ++j) {
-            const size_t changed = diagonal + (a[i - 1] != b[j - 1]);
-            diagonal = row[j];
-            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+            const size_t changed = last[j - 1] + (a[i - 1] != b[j - 1]);
+            row[j] = std::min({changed, last[j] + 1, row[j - 1] + 1});
+            const bool swapped = i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1];
+            if (swapped) row[j] = std::min(row[j], before[j - 2] + 1);
         }
     }
     return row[b.size()];

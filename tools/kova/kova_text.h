@@ -128,7 +128,8 @@ std::string for_terminal(const codec &code, const std::string &text);
 
 std::string hex(std::string_view bytes, const char *separator);
 
-// How many characters must be changed, put in or left out to make one word of another.
+// How many characters must be changed, put in, left out or swapped with the next one to make one
+// word of another.
 size_t distance(const std::string &a, const std::string &b);
 
 } // namespace kovacli
