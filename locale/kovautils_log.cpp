@@ -19,7 +19,15 @@ static constinit std::atomic<unsigned> switches = 0; // 0: not read yet
 
 static bool is_on(unsigned which) { return switches.load(std::memory_order_acquire) & which; }
 
-static constexpr int setting_room = 10; // a profile value is cut to nine characters
+namespace {
+// A key of the profile file, and the variable that counts where the file has no value for it.
+struct setting {
+    const char *key, *variable;
+    char value[10] = {}; // cut to nine characters
+    bool found = false;  // by the first line with this key
+};
+} // namespace
+using settings = setting[2];
 
 // Bytes of the well-formed UTF-8 character at s, 0 for none.
 static int utf8_len(const unsigned char *s) {
@@ -64,8 +72,9 @@ static void write_line(FILE *out, const char *before, const char *text, const ch
 
 #ifdef _WIN32
 
-static void profile_setting(const char *key, char *value) {
-    GetPrivateProfileStringA("KOVA", key, nullptr, value, setting_room, "KOVA.INI");
+static void read_profile(settings &all) {
+    for (setting &s : all)
+        GetPrivateProfileStringA("KOVA", s.key, nullptr, s.value, sizeof s.value, "KOVA.INI");
 }
 
 static void show_popup(const char *before, const char *text, const char *after) {
@@ -108,8 +117,8 @@ static void unquote(const char **begin, const char **end) {
     --*end;
 }
 
-// Handles one line of the profile file; true when it held the key in the section.
-static bool profile_line(const char *line, const char *key, bool *in_section, char *value) {
+// Handles one line of the profile file.
+static void profile_line(const char *line, settings &all, bool *in_section) {
     const char *begin = line, *end = line + strlen(line);
     trim(&begin, &end);
     if (begin < end && *begin == '[') {
@@ -118,20 +127,20 @@ static bool profile_line(const char *line, const char *key, bool *in_section, ch
             ++close;
         trim(&name, &close);
         *in_section = same_name("KOVA", name, close);
-        return false;
+        return;
     }
     const char *const equals = static_cast<const char *>(memchr(begin, '=', size_t(end - begin)));
-    if (!*in_section || !equals) return false;
+    if (!*in_section || !equals) return;
     const char *key_end = equals, *from = equals + 1;
     trim(&begin, &key_end);
-    if (!same_name(key, begin, key_end)) return false;
     trim(&from, &end);
     unquote(&from, &end);
-    size_t len = size_t(end - from);
-    if (len > setting_room - 1) len = setting_room - 1;
-    memcpy(value, from, len);
-    value[len] = 0;
-    return true;
+    for (setting &s : all) {
+        if (s.found || !same_name(s.key, begin, key_end)) continue;
+        s.found = true;
+        for (size_t i = 0; i < sizeof s.value - 1 && from + i < end; ++i)
+            s.value[i] = from[i];
+    }
 }
 
 static void drop_line_rest(FILE *file) {
@@ -139,15 +148,14 @@ static void drop_line_rest(FILE *file) {
     }
 }
 
-static void profile_setting(const char *key, char *value) {
+static void read_profile(settings &all) {
     char line[512]; // longer lines are not ours; the rest is dropped
     bool in_section = false;
     FILE *const file = static_cast<FILE *>(open_profile());
-    *value = 0;
     if (!file) return;
     while (fgets(line, sizeof line, file)) {
         if (!strchr(line, '\n') && strlen(line) == sizeof line - 1) drop_line_rest(file);
-        if (profile_line(line, key, &in_section, value)) break;
+        profile_line(line, all, &in_section);
     }
     fclose(file);
 }
@@ -167,11 +175,8 @@ static void start_line(char *out) {
 #endif
 
 // "on" and "On" count; deliberately, the second letter must be lower-case.
-static bool switched_on(const char *key, const char *variable) {
-    char value[setting_room] = {};
-    const char *text = value;
-    profile_setting(key, value);
-    if (!*value) text = ko_ext_getenv(variable);
+static bool switched_on(const setting &s) {
+    const char *const text = *s.value ? s.value : ko_ext_getenv(s.variable);
     return text && (text[0] == 'o' || text[0] == 'O') && text[1] == 'n';
 }
 
@@ -191,11 +196,16 @@ void ko_init_debug(void) {
     if (switches.load(std::memory_order_relaxed)) return;
     if (!switches.compare_exchange_strong(on, being_read, std::memory_order_relaxed)) return;
     on = being_read;
-    if (!has_raised_rights() && switched_on("Logging", "KOVALOG")) {
+    settings all = {
+        {"Logging", "KOVALOG"  },
+        {"Popups",  "KOVADEBUG"}
+    };
+    read_profile(all);
+    if (!has_raised_rights() && switched_on(all[0])) {
         on |= logging;
         start_log();
     }
-    if (switched_on("Popups", "KOVADEBUG")) on |= popups;
+    if (switched_on(all[1])) on |= popups;
     switches.store(on, std::memory_order_release);
 }
 

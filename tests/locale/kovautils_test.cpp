@@ -502,4 +502,18 @@ TEST(ProfileFile, FollowsTheRulesOfProfileFiles) {
     }
 }
 
+TEST(ProfileFile, IsReadOnceForBothSettings) {
+    for (const char *contents : {"[KOVA]\nPopups=on\nLogging=on\n",
+                                 "[KOVA]\nLogging=on\nLogging=off\nPopups=on\nPopups=off"}) {
+        fresh_log log;
+        memory_hooks memory;
+        log.dir.write("KOVA.INI", contents);
+        testing::internal::CaptureStderr();
+        ko_message("text");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "KOVA: text\n") << contents;
+        EXPECT_NE(log.read(), "") << contents;
+        EXPECT_EQ(memory.calls, 1) << "the path is made once";
+    }
+}
+
 #endif
