@@ -95,11 +95,17 @@ int im_mbslen(ko_lc_t loc, const ko_mchar_t *mbs) {
     return seen.valid ? counted(loc, seen.chars) : -1;
 }
 
-int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
-    if (!loc || !mbs) return 0;
+int string_room(ko_lc_t loc, const ko_mchar_t *mbs, int *error) {
     const kovaloc *r = record(loc);
-    const auto end_bytes = size_t(terminator_len(r));
-    if (r->exp.single_byte) return counted(loc, byte_len(mbs) + end_bytes, 0);
-    const extent seen = measure(loc, mbs);
-    return seen.valid ? counted(loc, seen.bytes + end_bytes, 0) : 0;
+    const extent seen = r->exp.single_byte ? extent{0, byte_len(mbs), true} : measure(loc, mbs);
+    const size_t bytes = seen.bytes + size_t(terminator_len(r));
+    *error = !seen.valid ? KO_EILSEQ : bytes > INT_MAX ? KO_ERANGE : KO_OK;
+    return *error ? 0 : int(bytes);
+}
+
+int ko_mbsbytes(ko_lc_t loc, const ko_mchar_t *mbs) {
+    int error = KO_OK;
+    if (!loc || !mbs) return 0;
+    const int bytes = string_room(loc, mbs, &error);
+    return error == KO_ERANGE ? fail(loc, KO_ERANGE, 0) : bytes;
 }

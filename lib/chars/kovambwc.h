@@ -66,6 +66,10 @@ int read_wide_char(const kovaloc *r, ko_wchar_t *wc, const ko_mchar_t *mb);
 int widen_quietly(const kovaloc *r, ko_wchar_t *dst, const ko_mchar_t *mbs, int n);
 int narrow_quietly(const kovaloc *r, ko_mchar_t *dst, const ko_wchar_t *wcs, int n);
 
+// Bytes of a string with its terminator; or 0 with *error: KO_EILSEQ, or KO_ERANGE where an int
+// cannot count them.
+int string_room(ko_lc_t loc, const ko_mchar_t *mbs, int *error);
+
 // The number of bytes before the four zero bytes that end a string of a locale object.
 size_t zeros_at(const void *string);
 // Makes the wide form of such a string; NULL for NULL. -1 with the error word set and *wide NULL.

@@ -178,8 +178,9 @@ static int format_string(fmt_out<Unit> *out, const Source *text, int len, format
 static int format_multibyte(fmt_out<ko_wchar_t> *out, const ko_mchar_t *mbs,
                             const format_modifiers &m) {
     wide_text text;
-    const int len = widen_text(out->loc, mbs, &text);
-    return len < 0 ? -1 : format_string(out, text.p, len, m);
+    const int len = try_widen(out->loc, mbs, &text);
+    if (len < 0) return fail(out->loc, len == -KO_ERANGE ? int(KO_E2BIG) : -len, -1);
+    return format_string(out, text.p, len, m);
 }
 static int format_multibyte(fmt_out<ko_mchar_t> *out, const ko_mchar_t *mbs,
                             const format_modifiers &m) {

@@ -52,7 +52,8 @@ struct wide_text {
     wide_text &operator=(const wide_text &) = delete;
     ~wide_text();
 };
-// Converts mbs, which is not NULL. Returns its characters, or -KO_EILSEQ or -KO_ENOMEM.
+// Converts mbs, which is not NULL. Returns its characters, or -KO_EILSEQ, -KO_ENOMEM, or -KO_ERANGE
+// where an int cannot count its bytes.
 int try_widen(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text);
 // The same; -1 with the error stored.
 inline int widen_text(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {

@@ -22,8 +22,9 @@ int try_widen(kovaloc *loc, const ko_mchar_t *mbs, wide_text *text) {
         text->p = text->local;
         return len;
     }
-    const int room = ko_mbsbytes(loc, mbs); // terminator included, so no fewer than the characters
-    if (!room) return -KO_EILSEQ;
+    int error = 0;
+    const int room = string_room(loc, mbs, &error); // in bytes, so no fewer than the characters
+    if (!room) return -error;
     text->block = static_cast<ko_wchar_t *>(ko_ext_malloc(size_t(room) * sizeof(ko_wchar_t)));
     if (!text->block) return -KO_ENOMEM;
     const int all = loc->exp.mbstowcs(loc, text->block, mbs, room);
