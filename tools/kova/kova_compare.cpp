@@ -1,4 +1,6 @@
 // kova compare and kova key: the order of two texts, and the sort key of a text.
+#include <algorithm>
+#include <climits>
 #include <cstdio>
 
 #include "kova/kova_cli.h"
@@ -52,11 +54,13 @@ static void print_key(const codec &code, std::vector<ko_wchar_t> wide, key_form 
     std::string text;
     if (form == key_form::json) encode(code, wide.data(), wide.size(), text);
     wide.push_back(0);
-    std::string key(64 + 8 * wide.size(), '\0');
+    std::string key(std::min(64 + 8 * wide.size(), size_t{INT_MAX}), '\0');
     for (bool fits = false; !fits;) {
         const int len = ko_wcsxfrm(code.loc, reinterpret_cast<ko_mchar_t *>(key.data()),
                                    wide.data(), int(key.size()));
-        if (len < 0) throw failure(bad_text, "the key cannot be made: memory is exhausted");
+        if (len < 0)
+            throw failure(bad_text,
+                          "the key cannot be made: the text is too long, or memory is exhausted");
         fits = size_t(len) < key.size();
         key.resize(size_t(len) + (fits ? 0 : 1));
     }
