@@ -2,6 +2,7 @@
 #include "number/kovamnlib.h"
 #include "chars/kovambwc.h"
 #include "number/kovamnlib_usual.h"
+#include "record/kovaframe.h"
 
 #include <float.h>
 #include <stdio.h>
@@ -291,8 +292,8 @@ template <class Unit> static inline bool is_usual(const kovaloc *loc, const Unit
     return (letter == 'n' || letter == 'i') && loc->money.ready[letter == 'i'];
 }
 
-int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t *format,
-                va_list values) {
+HOLDS_NO_TEXT int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars,
+                              const ko_wchar_t *format, va_list values) {
     if (!handle || !wcs || !format) return fail(handle, KO_ENULL, -1);
     if (max_chars < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
@@ -330,7 +331,8 @@ int ko_wcsfmon1(ko_lc_t handle, ko_wchar_t *wcs, int max_chars, const ko_wchar_t
     return int(out - wcs);
 }
 
-int ko_wcsfmon(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format, ...) {
+HOLDS_NO_TEXT int ko_wcsfmon(ko_lc_t loc, ko_wchar_t *out, int max_chars, const ko_wchar_t *format,
+                             ...) {
     va_list values;
     va_start(values, format);
     const int written = ko_wcsfmon1(loc, out, max_chars, format, values);
@@ -358,7 +360,25 @@ static int usual_bytes(const kovaloc *loc, ko_mchar_t *out, int max_bytes, const
     return int(at - out);
 }
 
-int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t *format, ...) {
+// By way of wide characters.
+[[gnu::noinline]] static int format_widened(kovaloc *loc, ko_mchar_t *out, int max_bytes,
+                                            const ko_mchar_t *format, va_list values) {
+    const ext_block<ko_wchar_t> wcs(size_t(max_bytes) + 1);
+    if (!wcs.p) {
+        ko_mbsterm(loc, out);
+        return -1; // deliberately the one failure without an error number
+    }
+    wcs.p[0] = 0;
+    wide_text wide_format;
+    int written = widen_text(loc, format, &wide_format);
+    if (written >= 0) written = ko_wcsfmon1(loc, wcs.p, max_bytes, wide_format.p, values);
+    if (written >= 0) return narrow_result(loc, out, max_bytes, wcs.p);
+    try_narrow(loc, out, max_bytes, wcs.p); // what was written before an error stays
+    return -1;
+}
+
+HOLDS_NO_TEXT int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes,
+                             const ko_mchar_t *format, ...) {
     if (!handle || !out || !format) return fail(handle, KO_ENULL, -1);
     if (max_bytes < 0) return fail(handle, KO_E2BIG, -1);
     kovaloc *loc = record(handle);
@@ -369,20 +389,8 @@ int ko_mbsfmon(ko_lc_t handle, ko_mchar_t *out, int max_bytes, const ko_mchar_t 
         va_end(values);
         if (usual >= 0) return usual;
     }
-    const ext_block<ko_wchar_t> wcs(size_t(max_bytes) + 1);
-    if (!wcs.p) {
-        ko_mbsterm(loc, out);
-        return -1; // deliberately the one failure without an error number
-    }
-    wcs.p[0] = 0;
-    wide_text wide_format;
-    int written = widen_text(loc, format, &wide_format);
-    if (written >= 0) {
-        va_start(values, format);
-        written = ko_wcsfmon1(handle, wcs.p, max_bytes, wide_format.p, values);
-        va_end(values);
-    }
-    if (written >= 0) return narrow_result(loc, out, max_bytes, wcs.p);
-    try_narrow(loc, out, max_bytes, wcs.p); // what was written before an error stays
-    return -1;
+    va_start(values, format);
+    const int written = format_widened(loc, out, max_bytes, format, values);
+    va_end(values);
+    return written;
 }

@@ -1,4 +1,5 @@
 // Formatting of times: one writer for each kind of directive.
+#include "record/kovaframe.h"
 #include "text/kovastr.h"
 #include "time/kovatmlib_quick.h"
 
@@ -400,12 +401,12 @@ int ko_mbsftime1(ko_lc_t loc, ko_mchar_t *out, int maxsize, const ko_mchar_t *fo
     return format_or_measure(loc, out, maxsize, format, tm, maxw, maxm);
 }
 
-int ko_wcsftime(ko_lc_t handle, ko_wchar_t *out, int maxsize, const ko_wchar_t *format,
-                const ko_tm_t *tm) {
+HOLDS_NO_TEXT int ko_wcsftime(ko_lc_t handle, ko_wchar_t *out, int maxsize,
+                              const ko_wchar_t *format, const ko_tm_t *tm) {
     return format_tm(handle, out, maxsize, format, tm);
 }
 
-int ko_mbsftime(ko_lc_t handle, ko_mchar_t *out, int maxsize, const ko_mchar_t *format,
-                const ko_tm_t *tm) {
+HOLDS_NO_TEXT int ko_mbsftime(ko_lc_t handle, ko_mchar_t *out, int maxsize,
+                              const ko_mchar_t *format, const ko_tm_t *tm) {
     return format_tm(handle, out, maxsize, format, tm);
 }
