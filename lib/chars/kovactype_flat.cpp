@@ -84,7 +84,7 @@ static bool build_second(const page_builder &from, const bool *maps, unsigned ch
 static bool build_pages(const page_builder &from) {
     const mb_flat *f = from.cases;
     case_pages *pages = from.pages;
-    bool maps[256];
+    bool maps[256] = {};
     size_t count = 1;
     for (unsigned b = 0; f->second && b < 256; ++b) {
         maps[b] =

@@ -83,7 +83,7 @@ static bool read_passes(text_in *in, kovaloc *loc) {
     const size_t rows = count_of(coll->num_rows) + 1;
     for (int p = 0; p < coll->num_passes; ++p)
         coll->pass_type[p] = int(get_hex(in, 4) & 0xFFFF);
-    if (coll->num_passes && !may_hold(in, rows, 4 * count_of(coll->num_passes)))
+    if (coll->num_passes > 0 && !may_hold(in, rows, 4 * count_of(coll->num_passes)))
         return fail(loc, KO_EOBJECT, false);
     for (int p = 0; p < coll->num_passes; ++p)
         if (!make_array(loc, rows, &coll->pass_arr[p])) return false;

@@ -44,6 +44,8 @@ struct cursor {
     }
 };
 
+int bytes_left(const int *count) { return !count ? cv_endless : *count < 0 ? 0 : *count; }
+
 // A cursor made from the caller's pointers and counts, which are updated at its end.
 struct call_cursor : cursor {
     const ko_mchar_t **inmbs;
@@ -52,10 +54,8 @@ struct call_cursor : cursor {
     int *outlen;
     int *subp;
     call_cursor(const ko_mchar_t **i, int *il, ko_mchar_t **o, int *ol, int *s)
-        : cursor{*i, il ? *il : cv_endless, o ? *o : nullptr, *ol, 0, !il, nullptr}, inmbs(i),
-          inlen(il), outmbs(o), outlen(ol), subp(s) {
-        if (left < 0) left = 0;
-    }
+        : cursor{*i, bytes_left(il), o ? *o : nullptr, *ol, 0, !il, nullptr}, inmbs(i), inlen(il),
+          outmbs(o), outlen(ol), subp(s) {}
     call_cursor(const call_cursor &) = delete;
     call_cursor &operator=(const call_cursor &) = delete;
     ~call_cursor() {

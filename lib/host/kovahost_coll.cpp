@@ -333,7 +333,7 @@ template <class Unit> static int order_of_all(ko_lc_t loc, host_text<Unit> a, ho
     const size_t common = common_units(a.s, b.s, shorter);
     if (common == a.len && common == b.len) return 0;
     if (error) {
-        const bool less = common == shorter ? a.len < b.len : a.s[common] < b.s[common];
+        const bool less = common < shorter ? a.s[common] < b.s[common] : a.len < b.len;
         return less ? -1 - error : 1 + error;
     }
     const host_map *const map = map_for(record(loc), KO_LC_COLLATE);

@@ -298,7 +298,7 @@ static int read_chars(reader *r, const char_set *set, size_t shift, size_t most)
     conv_state st = {.first_frag = 1};
     cv_span part = {bytes, bytes + count * each, s->out, s->room, s->sub};
     const int error = convert_span(r->cv->legs[set->part], &st, &part);
-    const size_t taken = size_t(part.in - bytes) / each;
+    const size_t taken = size_t(part.in - bytes) / each; // NOLINT(clang-analyzer-*): not 0
     if (taken) s->in = text + taken * set->bytes;
     s->out = part.out;
     s->room = part.room;
