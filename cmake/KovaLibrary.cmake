@@ -5,12 +5,23 @@
 set(root ${CMAKE_CURRENT_SOURCE_DIR})
 file(GLOB locale_sources CONFIGURE_DEPENDS ${root}/locale/*.cpp)
 file(GLOB lib_sources CONFIGURE_DEPENDS ${root}/lib/*/*.cpp)
-# The linker keeps this order: what loading a locale does not run is last, so that a first load
-# touches fewer pages.
-file(GLOB after_loading ${root}/lib/convert/*.cpp ${root}/lib/host/*.cpp ${root}/lib/number/*.cpp
-     ${root}/lib/text/*.cpp)
-list(REMOVE_ITEM lib_sources ${after_loading})
-list(APPEND lib_sources ${after_loading})
+# The linker keeps this order: what a first opening or load runs stands together, at the end of locale/
+# and the beginning of lib/, so that it touches few pages.
+set(not_loading kovaerrors kovalists kovasyms kovasyms_read)
+list(TRANSFORM not_loading REPLACE "(.+)" "${root}/locale/\\1.cpp")
+list(REMOVE_ITEM locale_sources ${not_loading})
+list(PREPEND locale_sources ${not_loading})
+set(loading record/kovaspec_registry record/kovaspec convert/kovacvlib_share convert/kovacvlib
+    convert/kovacvlib_image convert/kovacvlib_bytes convert/kovacvlib_flat load/kovasetlc_share
+    load/kovasetlc_load load/kovasetlc load/kovasetlc_read load/kovasetlc_info
+    chars/kovactype_share chars/kovactype_flat chars/kovactype_boxes chars/kovactype
+    chars/kovambwc chars/kovaportable collate/kovacoll_share collate/kovacoll_read
+    collate/kovacoll_flat collate/kovacoll_equiv collate/kovacoll time/kovatmlib
+    time/kovatmlib_era time/kovatmlib_quick time/kovatree chars/kovambwc_simd
+    number/kovamnlib_usual number/kovafmt)
+list(TRANSFORM loading REPLACE "(.+)" "${root}/lib/\\1.cpp")
+list(REMOVE_ITEM lib_sources ${loading})
+list(PREPEND lib_sources ${loading})
 
 # The linker's map is made from the lists.
 function(kova_exports list result)

@@ -28,6 +28,10 @@
 #ifdef __linux__
 #include <sys/auxv.h>
 #endif
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#define KOVA_KNOWS_THREADS 1
+#endif
 
 #include <atomic>
 
@@ -55,7 +59,7 @@ int ko_setextfunc(void *handle, int code, ko_extfn_t fn) {
 #ifdef _WIN32
 
 static constinit SRWLOCK state = SRWLOCK_INIT;
-state_lock::state_lock() { AcquireSRWLockExclusive(&state); }
+state_lock::state_lock() : taken(true) { AcquireSRWLockExclusive(&state); }
 state_lock::~state_lock() { ReleaseSRWLockExclusive(&state); }
 
 #else
@@ -72,11 +76,23 @@ static void unlock_state(void) { pthread_mutex_unlock(&state); }
     forks_are_watched = !pthread_atfork(lock_state, unlock_state, unlock_state);
 }
 
-state_lock::state_lock() {
+// Until its first thread, a process has nobody to keep apart, and a fork no lock to look after.
+static bool has_threads(void) {
+#ifdef KOVA_KNOWS_THREADS
+    return !__libc_single_threaded;
+#else
+    return true;
+#endif
+}
+
+state_lock::state_lock() : taken(has_threads()) {
+    if (!taken) return;
     lock_state();
     if (!forks_are_watched) watch_forks();
 }
-state_lock::~state_lock() { unlock_state(); }
+state_lock::~state_lock() {
+    if (taken) unlock_state();
+}
 
 #endif
 

@@ -12,6 +12,7 @@
 // file is read in the meantime, so hooks may call whatever they like, and a fork always finds the
 // lists whole. Not recursive; functions that need it held take it as an argument.
 struct state_lock {
+    const bool taken; // else the process has one thread, which needs none
     state_lock();
     ~state_lock();
     state_lock(const state_lock &) = delete;

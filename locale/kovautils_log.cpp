@@ -231,6 +231,7 @@ void ko_message(const char *text) {
 }
 
 void message_1(const char *format_with_one_s, const char *text) {
+    if (!is_logged()) return; // as mostly, in calls that are timed
     const char *const mark = strstr(format_with_one_s, "%s");
     char before[64];
     if (!mark || size_t(mark - format_with_one_s) >= sizeof before) return ko_message(text);

@@ -243,12 +243,16 @@ static void free_rest(kovaloc *loc) {
     ko_ext_free(loc);
 }
 
-void free_locale(kovaloc *loc) {
+static void tell_freeing(const kovaloc *loc) {
     char line[64];
     // Deliberately, two newlines reach the log: the blank lines make the dump of a run stand out.
     snprintf(line, sizeof line, "freeing locale 0x%" PRIxPTR "\n",
              reinterpret_cast<uintptr_t>(loc));
     ko_message(line);
+}
+
+void free_locale(kovaloc *loc) {
+    if (is_logged()) tell_freeing(loc);
     for (int c = KO_LC_CTYPE; c <= KO_LC_MESSAGES; c++)
         ko_free_category(loc, c);
     free_rest(loc);
