@@ -473,18 +473,31 @@ int std_list_names(const char *path, int (*each)(void *user, const char *name), 
 // The system's times and numbers of files do not tell every change.
 bool std_mark(const char *, file_mark *, bool *firm) { return *firm = false; }
 
-bool std_mark_stream(FILE *file, file_mark *mark) {
+// In text mode, as streams are.
+int std_open_plain(const char *path, file_mark *mark) {
+    char real[path_room];
     struct _stat64 is;
-    if (_fstat64(_fileno(file), &is)) return false;
+    const int file = _open(real_path(real, path), _O_RDONLY | _O_TEXT | _O_NOINHERIT);
+    if (file < 0) return -1;
+    if (_fstat64(file, &is) || !(is.st_mode & _S_IFREG)) {
+        _close(file); // a device
+        return -1;
+    }
     *mark = {.size = uint64_t(is.st_size), .written_s = is.st_mtime};
-    return true;
+    return file;
+}
+
+ptrdiff_t std_read(int file, void *to, size_t most) {
+    return _read(file, to, most > INT_MAX ? INT_MAX : unsigned(most));
 }
 
 // Line ends of data files are newlines alone, so that text mode changes nothing.
-size_t std_peek(FILE *file, void *to, size_t most) {
-    const size_t read = fread(to, 1, most, file);
-    return fseek(file, 0, SEEK_SET) ? 0 : read;
+size_t std_peek(int file, void *to, size_t most) {
+    const ptrdiff_t read = std_read(file, to, most);
+    return read < 0 || _lseek(file, 0, SEEK_SET) ? 0 : size_t(read);
 }
+
+void std_close(int file) { _close(file); }
 
 // Whoever may write a data root there may also replace the library.
 bool std_map(const char *path, file_view *view) {
@@ -550,12 +563,6 @@ static FILE *open_private_append(const char *path) {
     return file;
 }
 
-static bool is_regular(int fd) {
-    struct stat is;
-    static_assert(sizeof is.st_size == 8 && sizeof is.st_ino == 8); // else large values are errors
-    return !fstat(fd, &is) && S_ISREG(is.st_mode);
-}
-
 // Opens a named pipe or a device without waiting for it, but waits for a file on which another
 // process holds a lease.
 static int open_data(const char *path) {
@@ -566,12 +573,19 @@ static int open_data(const char *path) {
     return !stat(path, &is) && S_ISREG(is.st_mode) ? open(path, flags) : -1;
 }
 
+static bool is_regular(int fd, struct stat *is) {
+    static_assert(sizeof is->st_size == 8 && sizeof is->st_ino == 8); // else large ones are errors
+    return !fstat(fd, is) && S_ISREG(is->st_mode);
+}
+
 FILE *std_open_data(const char *path) {
     char translated[path_room];
     if (!translate_path(translated, path, false)) return nullptr;
     const int fd = open_data(translated);
     if (fd < 0) return nullptr;
-    FILE *const file = is_regular(fd) && fcntl(fd, F_SETFL, 0) >= 0 ? fdopen(fd, "r") : nullptr;
+    struct stat is;
+    FILE *const file =
+        is_regular(fd, &is) && fcntl(fd, F_SETFL, 0) >= 0 ? fdopen(fd, "r") : nullptr;
     if (!file) close(fd);
     return file;
 }
@@ -643,17 +657,27 @@ bool std_mark(const char *path, file_mark *mark, bool *firm) {
     return true;
 }
 
-bool std_mark_stream(FILE *file, file_mark *mark) {
+int std_open_plain(const char *path, file_mark *mark) {
+    char translated[path_room];
     struct stat is;
-    if (fstat(fileno(file), &is)) return false;
+    const int fd = translate_path(translated, path, false) ? open_data(translated) : -1;
+    if (fd < 0) return -1;
+    if (!is_regular(fd, &is)) {
+        close(fd);
+        return -1;
+    }
     *mark = mark_of(is);
-    return true;
+    return fd;
 }
 
-size_t std_peek(FILE *file, void *to, size_t most) {
-    const ssize_t read = pread(fileno(file), to, most, 0);
+ptrdiff_t std_read(int file, void *to, size_t most) { return read(file, to, most); }
+
+size_t std_peek(int file, void *to, size_t most) {
+    const ssize_t read = pread(file, to, most, 0);
     return read > 0 ? size_t(read) : 0;
 }
+
+void std_close(int file) { close(file); }
 
 static bool is_safe_to_map(int fd, struct stat *is) {
     if (fstat(fd, is) || !S_ISREG(is->st_mode)) return false;
@@ -704,15 +728,17 @@ static size_t size_hint(FILE *file) {
 
 #endif
 
-unsigned char *std_read_all(FILE *file, size_t *size) {
-    size_t room = size_hint(file) + 1, used = 0; // one more, to reach the end in the same read
+// Reads to the end, by a function that returns how many bytes it has read; fewer than asked for end
+// the file. Beyond the room that the size asks for, the block grows.
+template <class Read> static unsigned char *read_all(uint64_t about, size_t *size, Read read) {
+    if (about >= read_all_max) return nullptr;
+    size_t room = size_t(about) + 1, used = 0; // one more, to reach the end in the same read
     if (room < 512) room = 512;
-    if (room > read_all_max) return nullptr;
-    setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
     ext_block<unsigned char> block(room);
     while (block.p) {
-        used += fread(block.p + used, 1, room - used, file);
-        if (ferror(file)) return nullptr;
+        const ptrdiff_t more = read(block.p + used, room - used);
+        if (more < 0) return nullptr;
+        used += size_t(more);
         if (used < room) break;
         if (room > read_all_max / 2) return nullptr;
         ext_block<unsigned char> larger(room * 2);
@@ -725,4 +751,25 @@ unsigned char *std_read_all(FILE *file, size_t *size) {
     }
     *size = used;
     return block.release();
+}
+
+unsigned char *std_read_all(FILE *file, size_t *size) {
+    setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
+    return read_all(size_hint(file), size, [file](unsigned char *to, size_t most) {
+        const size_t read = fread(to, 1, most, file);
+        return ferror(file) ? ptrdiff_t{-1} : ptrdiff_t(read);
+    });
+}
+
+unsigned char *std_read_all_plain(int file, uint64_t about, size_t *size, bool *failed) {
+    return read_all(about, size, [file, failed](unsigned char *to, size_t most) {
+        ptrdiff_t used = 0; // a system may give less than it has
+        while (size_t(used) < most) {
+            const ptrdiff_t read = std_read(file, to + used, most - size_t(used));
+            if (read < 0) *failed = true;
+            if (read <= 0) return read < 0 ? read : used;
+            used += read;
+        }
+        return used;
+    });
 }

@@ -56,10 +56,26 @@ bool std_mark(const char *path, file_mark *mark, bool *firm);
 // Calls each with the names in a directory, in any order, until it returns something other than 0.
 // Returns that, 0, KO_EFILE (there is no such directory) or KO_EIO (it cannot be read).
 int std_list_names(const char *path, int (*each)(void *user, const char *name), void *user);
-// Marks an open stream of the standard library. False if that cannot be told.
-bool std_mark_stream(FILE *file, file_mark *mark);
-// Reads the first bytes of an open stream at its beginning, which stays there; returns how many.
-size_t std_peek(FILE *file, void *to, size_t most);
+// Opens a data file as std_open_data does, without a stream, which takes longer; marks it. Returns
+// its number, -1 for none.
+int std_open_plain(const char *path, file_mark *mark);
+// Reads up to most bytes; -1 after an error.
+ptrdiff_t std_read(int file, void *to, size_t most);
+// Reads the first bytes of a file of which nothing has been read, and goes back there; returns how
+// many.
+size_t std_peek(int file, void *to, size_t most);
+void std_close(int file);
+// An open data file: a stream, where the host has stream hooks, else the system's number and the
+// file's mark.
+struct data_file {
+    void *stream;
+    int number;
+    file_mark mark;
+    bool failed; // reading it has
+
+    bool is_open() const { return stream || number >= 0; }
+};
+constexpr data_file no_data_file = {.stream = nullptr, .number = -1, .mark = {}, .failed = false};
 // A whole file as memory that is only read.
 struct file_view {
     const unsigned char *bytes;
@@ -81,5 +97,7 @@ inline int std_getc(FILE *file) {
 // Reads an open standard stream to its end into one block of the host's memory; *size gets the
 // number of bytes. NULL without memory or after a read error.
 unsigned char *std_read_all(FILE *file, size_t *size);
+// The same for an open file of about so many bytes; tells read errors.
+unsigned char *std_read_all_plain(int file, uint64_t about, size_t *size, bool *failed);
 
 #endif

@@ -140,26 +140,24 @@ static const image_entry *find_entry(const root_image *image, const char *name) 
 }
 
 // Is the open file still the object from which the tables were made?
-static bool is_object(const root_image *image, const image_entry &entry, FILE *object,
-                      const file_mark &mark) {
+static bool is_object(const root_image *image, const image_entry &entry, const data_file &object) {
     unsigned char front[image_front_max];
+    const file_mark &mark = object.mark;
     if (mark.size != entry.object_size || mark.written_s != entry.written_s ||
         mark.written_ns != entry.written_ns)
         return false;
     const auto size = size_t(entry.front_size);
-    return std_peek(object, front, size) == size &&
+    return std_peek(object.number, front, size) == size &&
            !memcmp(front, image->view.bytes + entry.front, size);
 }
 
-bool find_in_image(FILE *object, const char *path, image_tables *tables) {
+bool find_in_image(const data_file &object, const char *path, image_tables *tables) {
     char image_path[path_room], name[image_name_room];
-    file_mark mark;
-    if (stream_hooks_set() || !split_path(path, image_path, name)) return false;
-    if (!std_mark_stream(object, &mark) || mark.size < image_object_least) return false;
+    if (object.mark.size < image_object_least || !split_path(path, image_path, name)) return false;
     root_image *image = known_image(image_path);
     if (!image) image = map_image(image_path);
     const image_entry *const entry = image ? find_entry(image, name) : nullptr;
-    if (!entry || !is_object(image, *entry, object, mark)) return false;
+    if (!entry || !is_object(image, *entry, object)) return false;
     const auto place = size_t(entry - image->entries) % proved_max;
     *tables = {image->view.bytes + entry->tables, size_t(entry->tables_size), false,
                &image->proved[place / 64], uint64_t{1} << place % 64};

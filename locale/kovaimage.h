@@ -49,9 +49,9 @@ struct image_tables {
     std::atomic<uint64_t> *proofs;
     uint64_t proof; // a bit there
 };
-// Finds those of an object that has just been opened by this path, which is as the search for files
-// composes them. False where no image can have them: then the object is read.
-bool find_in_image(FILE *object, const char *path, image_tables *tables);
+// Finds those of an object that has just been opened, without a stream, by this path, which is as
+// the search for files composes them. False where no image can have them: then the object is read.
+bool find_in_image(const data_file &object, const char *path, image_tables *tables);
 void note_proved(const image_tables &tables); // what they say has been checked
 void forget_images(void);                     // in tests: unmaps all, which nothing uses any more
 

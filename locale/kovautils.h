@@ -81,7 +81,13 @@ void close_image(text_image *image);
 // The bytes of a stream of the standard library; NULL without memory. A stream that cannot be read
 // gives an empty file, which fails every check of a header.
 unsigned char *read_stream_bytes(void *stream, size_t *size);
-unsigned char *read_any_bytes(void *stream, size_t *size); // also of a host's stream
+struct data_file; // see kovaextsa.h
+// The bytes of a data file; NULL without memory. One that cannot be read gives an empty file.
+unsigned char *read_data_file(data_file *file, size_t *size);
+// Open data files as text.
+bool open_data_text(data_file *file, text_image *image);
+bool has_failed(const data_file &file); // was there a read error?
+void close_data_file(data_file *file);
 
 // Reads a line of at most bound characters, newline included, into buf (bound + 1 bytes). Returns
 // its length, 0 at the end of the file.
@@ -149,21 +155,26 @@ void *path_search_why(const char *name, const char *dir, const char *subdir, cha
 // stays below the place where it is looked for.
 bool is_name_allowed(const char *name);
 bool is_confined(const char *name); // whether or not names are confined
-// Searches below one stated root alone, and only for names that stay there.
-void *path_search_below(const char *root, const char *name, const char *dir, const char *subdir,
-                        char **path, int *error);
+// Open a data file that the library reads itself; *file is open if they return true. The first two
+// get the path as path_search_why does, and the second one searches below one stated root alone,
+// and only for names that stay there; the third takes a name that the library has composed, the
+// last one a path.
+bool find_data_file(data_file *file, const char *name, const char *dir, const char *subdir,
+                    char **path, int *error);
+bool find_data_file_below(data_file *file, const char *root, const char *name, const char *dir,
+                          const char *subdir, char **path, int *error);
+bool open_composed_file(data_file *file, const char *name);
+bool open_data_file(data_file *file, const char *path);
+// The same by the standard library alone, whatever hooks the host has; for a path or a name.
+bool open_plain_file(data_file *file, const char *path);
+bool find_plain_file(data_file *file, const char *name, const char *dir, const char *subdir,
+                     int *error);
 // A new string: a place in the "kova" directory of a root, NULL being the installation root. NULL
 // without memory.
 char *root_path(const char *root, const char *rest);
-// ko_open_file for a name that the library has composed.
-void *open_composed(void *handle, const char *name);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
-// Opens a composed path, and searches for a file, with the standard library alone. path_search_std
-// returns its error instead of storing it in a handle.
-void *open_logged_std(const char *path);
-void *path_search_std(const char *name, const char *dir, const char *subdir, int *error);
-// Marks the file that path_search_std would open. False where there is none, or where finding an
+// Marks the file that find_plain_file would open. False where there is none, or where finding an
 // equal mark later would not prove that the search still ends at this file and that it reads the
 // same.
 struct file_mark; // see kovaextsa.h

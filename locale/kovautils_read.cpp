@@ -183,8 +183,28 @@ static unsigned char *read_hooked_bytes(void *stream, size_t *size) {
     return block.release();
 }
 
-unsigned char *read_any_bytes(void *stream, size_t *size) {
-    return stream_hooks_set() ? read_hooked_bytes(stream, size) : read_stream_bytes(stream, size);
+unsigned char *read_data_file(data_file *file, size_t *size) {
+    if (file->stream) return read_hooked_bytes(file->stream, size);
+    *size = 0;
+    unsigned char *const bytes =
+        std_read_all_plain(file->number, file->mark.size, size, &file->failed);
+    return bytes || !file->failed ? bytes : static_cast<unsigned char *>(ko_ext_malloc(1));
+}
+
+static void set_text(text_image *image, unsigned char *bytes, size_t size) {
+    image->bytes = bytes;
+    image->in.pos = bytes;
+    image->in.end = bytes + size;
+}
+
+bool open_data_text(data_file *file, text_image *image) {
+    *image = {};
+    image->in.stream = file->stream;
+    if (file->stream) return true;
+    size_t size;
+    unsigned char *const bytes = read_data_file(file, &size);
+    if (bytes) set_text(image, bytes, size);
+    return bytes;
 }
 
 bool open_image(void *stream, text_image *image) {
@@ -194,11 +214,9 @@ bool open_image(void *stream, text_image *image) {
         return true;
     }
     size_t size;
-    image->bytes = read_stream_bytes(stream, &size);
-    if (!image->bytes) return false;
-    image->in.pos = image->bytes;
-    image->in.end = image->bytes + size;
-    return true;
+    unsigned char *const bytes = read_stream_bytes(stream, &size);
+    if (bytes) set_text(image, bytes, size);
+    return bytes;
 }
 
 void close_image(text_image *image) {

@@ -19,7 +19,33 @@ void *open_logged(const char *path) {
     return logged(stream, path);
 }
 
-void *open_logged_std(const char *path) { return logged(std_open_data(path), path); }
+static void *open_logged_std(const char *path) { return logged(std_open_data(path), path); }
+
+bool open_plain_file(data_file *file, const char *path) {
+    *file = no_data_file;
+    file->number = std_open_plain(path, &file->mark);
+    logged(file->is_open() ? file : nullptr, path);
+    return file->is_open();
+}
+
+bool open_data_file(data_file *file, const char *path) {
+    if (!stream_hooks_set()) return open_plain_file(file, path);
+    *file = no_data_file;
+    file->stream = open_logged(path);
+    return file->is_open();
+}
+
+bool has_failed(const data_file &file) {
+    if (!file.stream) return file.failed;
+    // A host that opens streams but has no hook for their errors reports none.
+    return hook_set(KO_EXT_FERROR) && ko_ext_ferror(file.stream);
+}
+
+void close_data_file(data_file *file) {
+    if (file->stream) ko_ext_fclose(file->stream);
+    if (file->number >= 0) std_close(file->number);
+    *file = no_data_file;
+}
 
 // ---- Names that stay below the roots ------------------------------------------------------------
 
@@ -101,10 +127,14 @@ struct search {
     // If set, the file is marked instead of opened.
     file_mark *mark;
     bool *firm;
+    // If set, gets the file, in place of a stream.
+    data_file *file;
+    bool (*open_file)(data_file *file, const char *path);
 };
 } // namespace
 
 static void *attempt(const search *s, const char *path) {
+    if (s->file) return s->open_file(s->file, path) ? s->file : nullptr;
     if (!s->mark) return s->open(path);
     return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
 }
@@ -203,18 +233,17 @@ static void *find_file(search *s, const char *dir, const char *subdir) {
     return not_found(s, s->name);
 }
 
-void *path_search_below(const char *root, const char *name, const char *dir, const char *subdir,
-                        char **path, int *error) {
+bool find_data_file_below(data_file *file, const char *root, const char *name, const char *dir,
+                          const char *subdir, char **path, int *error) {
     *path = nullptr;
-    search s = {.open = open_logged, .name = name, .found = path, .error = KO_OK};
+    search s = {.name = name, .found = path, .file = file, .open_file = open_data_file};
     for (const char *part : {subdir, ""}) {
         if (!is_confined(name) || s.error) break;
-        char *const composed = join({root, "\\kova\\", dir, part, "\\", name});
-        if (void *const stream = try_path(&s, composed)) return stream;
+        if (try_path(&s, join({root, "\\kova\\", dir, part, "\\", name}))) return true;
     }
     not_found(&s, name);
     *error = s.error;
-    return nullptr;
+    return false;
 }
 
 char *root_path(const char *root, const char *rest) {
@@ -235,11 +264,23 @@ void *path_search_why(const char *name, const char *dir, const char *subdir, cha
     return stream;
 }
 
-void *path_search_std(const char *name, const char *dir, const char *subdir, int *error) {
-    search s = {.open = open_logged_std, .name = name, .found = nullptr, .error = KO_OK};
-    void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
-    if (!stream) *error = name ? s.error : KO_EFILE;
-    return stream;
+static bool find_by(search *s, const char *dir, const char *subdir, int *error) {
+    const bool found = s->name && find_file(s, dir, subdir);
+    if (!found) *error = s->name ? s->error : KO_EFILE;
+    return found;
+}
+
+bool find_data_file(data_file *file, const char *name, const char *dir, const char *subdir,
+                    char **path, int *error) {
+    *path = nullptr;
+    search s = {.name = name, .found = path, .file = file, .open_file = open_data_file};
+    return find_by(&s, dir, subdir, error);
+}
+
+bool find_plain_file(data_file *file, const char *name, const char *dir, const char *subdir,
+                     int *error) {
+    search s = {.name = name, .file = file, .open_file = open_plain_file};
+    return find_by(&s, dir, subdir, error);
 }
 
 bool path_search_mark(const char *name, const char *dir, const char *subdir, file_mark *mark) {
@@ -256,17 +297,19 @@ void *ko_path_search(void *handle, const char *name, const char *dir, const char
 }
 
 void *ko_path_search_no_ext(void *handle, const char *name, const char *dir, const char *subdir) {
-    int error;
-    void *const stream = path_search_std(name, dir, subdir, &error);
-    return stream ? stream : no_stream(handle, error);
+    search s = {.open = open_logged_std, .name = name, .found = nullptr, .error = KO_OK};
+    void *const stream = name ? find_file(&s, dir, subdir) : nullptr;
+    return stream ? stream : no_stream(handle, name ? s.error : KO_EFILE);
 }
 
 void *ko_open_file(void *handle, const char *name) {
-    return names_confined() ? no_stream(handle, KO_EFILE) : open_composed(handle, name);
-}
-
-void *open_composed(void *handle, const char *name) {
+    if (names_confined()) return no_stream(handle, KO_EFILE);
     search s = {.open = open_logged, .name = name, .found = nullptr, .error = KO_OK};
     void *const stream = name ? open_direct(&s) : nullptr;
     return stream ? stream : no_stream(handle, name ? s.error : KO_EFILE);
+}
+
+bool open_composed_file(data_file *file, const char *name) {
+    search s = {.name = name, .file = file, .open_file = open_data_file};
+    return name && open_direct(&s);
 }

@@ -239,19 +239,18 @@ int read_cv_object(text_in *in, iconv_rec *cv) {
     return 0;
 }
 
-bool take_mapped_object(void *stream, const char *path, iconv_rec *cv) {
-    if (!path || stream_hooks_set()) return false;
+bool take_mapped_object(const data_file &file, const char *path, iconv_rec *cv) {
+    if (!path || file.stream) return false;
     image_tables tables;
-    if (!find_in_image(static_cast<FILE *>(stream), path, &tables) || !take_cv_image(tables, cv))
-        return false;
+    if (!find_in_image(file, path, &tables) || !take_cv_image(tables, cv)) return false;
     choose_routines(cv);
     drop_shift_lead(cv);
     return true;
 }
 
-static int read_cv_stream(void *stream, iconv_rec *cv) {
+static int read_cv_text(data_file *file, iconv_rec *cv) {
     text_image image;
-    const bool readable = open_image(stream, &image);
+    const bool readable = open_data_text(file, &image);
     const int result =
         readable ? read_cv_object(&image.in, cv) : fail(&cv->exports.exp, KO_ENOMEM, -1);
     close_image(&image);
@@ -260,12 +259,12 @@ static int read_cv_stream(void *stream, iconv_rec *cv) {
 
 // Loads an opened object into a descriptor and closes it in every case; frees the path, by which it
 // was found.
-static int read_cv_file(void *stream, char *path, iconv_rec *cv) {
-    const bool taken = stream && take_mapped_object(stream, path, cv);
+static int read_cv_file(data_file *file, char *path, iconv_rec *cv) {
+    const bool taken = file->is_open() && take_mapped_object(*file, path, cv);
     free_ptr(path);
-    if (!stream) return fail(&cv->exports.exp, KO_EFILE, -1);
-    const int result = taken ? 0 : read_cv_stream(stream, cv);
-    ko_ext_fclose(stream);
+    if (!file->is_open()) return fail(&cv->exports.exp, KO_EFILE, -1);
+    const int result = taken ? 0 : read_cv_text(file, cv);
+    close_data_file(file);
     if (!result) ko_message("CVO file loaded successfully.");
     return result;
 }
@@ -279,8 +278,9 @@ int ko_iconv_open1(ko_cv_t *cd, const char *file) {
     if (!file) return fail(&cv->exports.exp, KO_EFILE, -1);
     char *path;
     int why;
-    void *const stream = path_search_why(file, "cv", "9", &path, &why);
-    return read_cv_file(stream, path, cv);
+    data_file object = no_data_file;
+    find_data_file(&object, file, "cv", "9", &path, &why);
+    return read_cv_file(&object, path, cv);
 }
 
 namespace {
@@ -361,11 +361,13 @@ int ko_cv_fnopen(ko_cv_t *cd, const char *to_lc_spec, const char *from_lc_spec,
     return open_pair(cd, to, from);
 }
 
+// *read gets the registry that told the numbers, where none is named.
 static int load_cv(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec,
-                   const char *registry, const char *cv_dir) {
-    gen_exports scratch = {}; // a failed look-up is reported as KO_EINVAL
-    const uint16_t to = ko_lc_spec2cs_num(&scratch, to_lc_spec ? to_lc_spec : "", registry);
-    const uint16_t from = ko_lc_spec2cs_num(&scratch, from_lc_spec ? from_lc_spec : "", registry);
+                   const char *registry, const char *cv_dir, registry_stamp *read) {
+    const char *const specs[2] = {to_lc_spec ? to_lc_spec : "", from_lc_spec ? from_lc_spec : ""};
+    uint16_t numbers[2]; // a failed look-up is reported as KO_EINVAL
+    find_two_cs_nums(specs, registry, numbers, read);
+    const uint16_t to = numbers[0], from = numbers[1];
     if (to == KO_NO_CODESET || from == KO_NO_CODESET)
         return hand_out(cv, &cd_einval, KO_EINVAL, -1);
     if (to == from) {
@@ -380,27 +382,30 @@ static int load_cv(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec
     ko_cs_nums2cv_fname(&rec->exports.exp, from, to, name.p, in_dir ? cv_dir : nullptr);
     char *path = nullptr;
     int why;
-    void *const stream =
-        in_dir ? open_composed(nullptr, name.p) : path_search_why(name.p, "cv", "9", &path, &why);
-    return read_cv_file(stream, path, rec) < 0 ? -1 : 1;
+    data_file object = no_data_file;
+    in_dir ? open_composed_file(&object, name.p)
+           : find_data_file(&object, name.p, "cv", "9", &path, &why);
+    return read_cv_file(&object, path, rec) < 0 ? -1 : 1;
 }
 
 int ko_cv_load(ko_cv_t *cv, const char *to_lc_spec, const char *from_lc_spec, const char *registry,
                const char *cv_dir) {
     if (!cv) return -1;
     cv_request request;
+    registry_stamp read;
     if (registry || (cv_dir && *cv_dir) || !to_lc_spec || !from_lc_spec ||
         !prepare_request(&request, to_lc_spec, from_lc_spec))
-        return load_cv(cv, to_lc_spec, from_lc_spec, registry, cv_dir);
+        return load_cv(cv, to_lc_spec, from_lc_spec, registry, cv_dir, &read);
     if (iconv_rec *const shared = take_shared(request)) {
         *cv = shared;
         set_error(&shared->exports.exp, KO_OK);
         return 1;
     }
     const unsigned failures = failed_allocations();
-    const int result = load_cv(cv, to_lc_spec, from_lc_spec, nullptr, nullptr);
+    const int result = load_cv(cv, to_lc_spec, from_lc_spec, nullptr, nullptr, &read);
     // Others shall not lack what it lacks.
-    if (result == 1 && failed_allocations() == failures) offer_shared(request, descriptor(*cv));
+    if (result == 1 && failed_allocations() == failures)
+        offer_shared(request, read, descriptor(*cv));
     return result;
 }
 

@@ -133,8 +133,8 @@ struct cv_request {
 // False where the opening must not share.
 bool prepare_request(cv_request *request, const char *to, const char *from);
 iconv_rec *take_shared(const cv_request &request); // a new descriptor, NULL if none can be made
-// Lets others share the tables of a descriptor that has just been opened.
-void offer_shared(const cv_request &request, iconv_rec *cv);
+// Lets others share the tables of a descriptor that has just been opened by this registry.
+void offer_shared(const cv_request &request, const registry_stamp &read, iconv_rec *cv);
 bool give_back_shared(const iconv_rec *cv); // true if the tables are to be freed
 
 // A new, empty descriptor; NULL without memory.
@@ -153,7 +153,7 @@ int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s);
 int read_cv_object(text_in *in, iconv_rec *cv);
 // Takes the tables of an object, opened by this path, from an image, and prepares the descriptor.
 // False, with the descriptor as it was, where no image can have them.
-bool take_mapped_object(void *stream, const char *path, iconv_rec *cv);
+bool take_mapped_object(const data_file &file, const char *path, iconv_rec *cv);
 
 inline iconv_rec *descriptor(ko_cv_t cd) { return static_cast<iconv_rec *>(cd); }
 

@@ -56,9 +56,8 @@ iconv_rec *take_shared(const cv_request &request) {
     return copy.release();
 }
 
-void offer_shared(const cv_request &request, iconv_rec *cv) {
-    registry_stamp now; // the registry may have been replaced during the look-up
-    if (!stamp_registry(&now) || !(now == request.registry)) return;
+void offer_shared(const cv_request &request, const registry_stamp &read, iconv_rec *cv) {
+    if (!(read == request.registry)) return; // it was replaced before it was read
     ext_block<cv_shared> tables(1);
     if (!tables.p) return;
     cv->shared = tables.p;

@@ -6,19 +6,17 @@
 #include "record/kovasetlc.h"
 
 cv_file::~cv_file() {
-    if (stream) ko_ext_fclose(stream);
+    close_data_file(&file);
     free_ptr(bytes);
     if (rec) ko_cv_unload(rec);
 }
 
 static int open_cv(const data_origin &origin, const char *name, cv_file *file, char **path) {
     int error = KO_OK;
-    if (origin.root) {
-        file->stream = path_search_below(origin.root, name, "cv", "9", path, &error);
-    } else {
-        file->stream = path_search_why(name, "cv", "9", path, &error);
-    }
-    return file->stream ? KO_OK : error ? error : KO_EFILE;
+    const bool found =
+        origin.root ? find_data_file_below(&file->file, origin.root, name, "cv", "9", path, &error)
+                    : find_data_file(&file->file, name, "cv", "9", path, &error);
+    return found ? KO_OK : error ? error : KO_EFILE;
 }
 
 int read_cv(const data_origin &origin, const char *name, cv_use use, cv_file *file) {
@@ -26,13 +24,13 @@ int read_cv(const data_origin &origin, const char *name, cv_use use, cv_file *fi
     if (const int error = open_cv(origin, name, file, &path)) return error;
     file->rec = make_descriptor();
     const bool may_map = file->rec && use == cv_use::conversion && !origin.verified;
-    const bool mapped = may_map && take_mapped_object(file->stream, path, file->rec);
+    const bool mapped = may_map && take_mapped_object(file->file, path, file->rec);
     free_ptr(path);
     if (!file->rec) return KO_ENOMEM;
     if (mapped) return KO_OK;
-    file->bytes = read_any_bytes(file->stream, &file->size);
+    file->bytes = read_data_file(&file->file, &file->size);
     if (!file->bytes) return KO_ENOMEM;
-    if (ko_ext_ferror(file->stream)) return KO_EIO;
+    if (has_failed(file->file)) return KO_EIO;
     if (origin.verified && ko_verify_object(file->bytes, file->size, nullptr)) return KO_EOBJECT;
     const unsigned failures = failed_allocations();
     const errno_guard kept(&file->rec->exports.exp);

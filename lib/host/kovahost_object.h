@@ -3,6 +3,7 @@
 #define KOVAHOST_OBJECT_H
 
 #include "convert/kovacvlib.h"
+#include "locale/kovaextsa.h"
 
 // Where data files are read.
 struct data_origin {
@@ -12,7 +13,7 @@ struct data_origin {
 
 // An object's file, and the descriptor made from it.
 struct cv_file {
-    void *stream = nullptr;
+    data_file file = no_data_file;
     unsigned char *bytes = nullptr;
     size_t size = 0;
     iconv_rec *rec = nullptr;

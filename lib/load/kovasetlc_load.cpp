@@ -87,7 +87,7 @@ static bool is_intact(const object_image *image) {
 }
 
 // Takes ownership of the path. False without memory.
-static bool read_image(object_image *image, void *stream, char *path, bool verified) {
+static bool read_image(object_image *image, data_file *file, char *path, bool verified) {
     if (image->bytes && path && image->path && !strcmp(path, image->path)) {
         ko_ext_free(path);
         return true;
@@ -95,7 +95,7 @@ static bool read_image(object_image *image, void *stream, char *path, bool verif
     forget_image(image);
     size_t size = 0;
     image->path = path;
-    image->bytes = read_any_bytes(stream, &size);
+    image->bytes = read_data_file(file, &size);
     if (!image->bytes) return false;
     image->end = image->bytes + size;
     text_in in = {.pos = image->bytes, .end = image->end};
@@ -158,24 +158,22 @@ char *join_path(const char *dir, const char *separator, const char *name) {
 
 // Opens the category's object and gets its path. A file that is not found leaves the record's error
 // word alone.
-static void *open_object(kovaloc *loc, const char *name, const char *dir, char **path) {
+static bool open_object(kovaloc *loc, const char *name, const char *dir, data_file *file,
+                        char **path) {
     const char *const searched = strcmp(name, native_name) ? name : default_name;
+    const char *const root = loc->origin.root;
     *path = nullptr;
-    if (const char *const root = loc->origin.root) {
-        int error = KO_OK;
-        void *const stream = path_search_below(root, searched, "lc", "11", path, &error);
-        return stream || error != KO_ENOMEM ? stream : fail(loc, KO_ENOMEM, nullptr);
-    }
-    if (loc->origin.confined && !is_confined(name)) return nullptr;
-    if (dir && *dir) {
-        if (!is_name_allowed(name)) return nullptr;
+    if (!root && loc->origin.confined && !is_confined(name)) return false;
+    if (!root && dir && *dir) {
+        if (!is_name_allowed(name)) return false;
         *path = join_path(dir, path_sep, name);
-        if (!*path) return fail(loc, KO_ENOMEM, nullptr);
-        return open_logged(*path);
+        if (!*path) return fail(loc, KO_ENOMEM, false);
+        return open_data_file(file, *path);
     }
     int error = KO_OK;
-    void *const stream = path_search_why(searched, "lc", "11", path, &error);
-    return stream || error != KO_ENOMEM ? stream : fail(loc, KO_ENOMEM, nullptr);
+    const bool found = root ? find_data_file_below(file, root, searched, "lc", "11", path, &error)
+                            : find_data_file(file, searched, "lc", "11", path, &error);
+    return found || error != KO_ENOMEM ? found : fail(loc, KO_ENOMEM, false);
 }
 
 static void describe_category(kovaloc *loc, int category, const char *codeset,
@@ -206,9 +204,9 @@ static int read_from_stream(kovaloc *loc, int category, void *stream) {
     return read_category(&in, loc, category);
 }
 
-// Replaces the category by the stream's, or without a stream by the image's. Takes ownership of the
-// path.
-static int replace_category(kovaloc *loc, int category, void *stream, char *path,
+// Replaces the category by the file's, or without an open file by the image's. Takes ownership of
+// the path.
+static int replace_category(kovaloc *loc, int category, data_file *file, char *path,
                             object_image *image) {
     ko_free_category(loc, category);
     if (ko_make_null_category(loc, category)) {
@@ -217,9 +215,9 @@ static int replace_category(kovaloc *loc, int category, void *stream, char *path
     }
     if (stream_hooks_set() && !loc->origin.verified) {
         free_ptr(path);
-        return read_from_stream(loc, category, stream);
+        return read_from_stream(loc, category, file->stream);
     }
-    if (stream && !read_image(image, stream, path, loc->origin.verified))
+    if (file->is_open() && !read_image(image, file, path, loc->origin.verified))
         return fail(loc, KO_ENOMEM, -1);
     return read_from_image(loc, category, image);
 }
@@ -228,21 +226,20 @@ static int load_category(kovaloc *loc, int category, const char *setting, const 
                          object_image *image) {
     char name[setting_room], *path = nullptr;
     if (!choose_name(setting, category, name)) return fail(loc, KO_ERANGE, -1);
-    void *stream = nullptr;
+    data_file file = no_data_file;
     const unsigned failures = failed_allocations();
     if (!image->bytes || strcmp(image->name, name) || is_logged()) {
         strcpy(image->name, name);
-        stream = open_object(loc, name, dir, &path);
-        if (!stream) {
+        if (!open_object(loc, name, dir, &file, &path)) {
             free_ptr(path);
             if (failed_allocations() == failures) note_trouble(loc, KO_EFILE);
             return -1;
         }
     }
-    const int result = replace_category(loc, category, stream, path, image);
-    if (stream) {
-        note_read_error(loc, stream);
-        ko_ext_fclose(stream);
+    const int result = replace_category(loc, category, &file, path, image);
+    if (file.is_open()) {
+        if (has_failed(file)) note_trouble(loc, KO_EIO);
+        close_data_file(&file);
     }
     if (result) {
         reset_category(loc, category);

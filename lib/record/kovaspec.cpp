@@ -151,6 +151,23 @@ uint16_t ko_lc_spec2cs_num(void *handle, const char *spec, const char *registry)
     return ko_cs_name2cs_num(handle, spec, registry);
 }
 
+// Is a specification certainly looked up as the name of a code set?
+static bool is_cs_name(const char *spec) {
+    return strncmp(spec, "KO_", 3) != 0 && !(is_lang_terr(spec) && spec[5] == '.');
+}
+
+void find_two_cs_nums(const char *const (&specs)[2], const char *registry, uint16_t (&numbers)[2],
+                      registry_stamp *read) {
+    *read = {};
+    if (is_cs_name(specs[0]) && is_cs_name(specs[1]) &&
+        find_by_one_reading(specs, registry, numbers, &read->file))
+        return;
+    gen_exports scratch = {};
+    for (int i = 0; i < 2; ++i)
+        numbers[i] = ko_lc_spec2cs_num(&scratch, specs[i], registry);
+    if (registry || !stamp_registry(read)) read->in_memory = UINT64_MAX;
+}
+
 // Adds one entry's file name to a compound one. Returns the new end, or NULL if it does not fit.
 static char *put_entry(char *out, const char *end, const compound_walk *walk, const char *dir) {
     const char *const name = category_names[walk->category];

@@ -28,6 +28,10 @@ uint16_t find_cs_num(const char *name, const registry_choice &registry, int *err
 // The same for a name however it is written: without regard to case and punctuation, and by its
 // number after words such as "ibm" or "cp", if the registry has a code set of that number.
 uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int *error);
+// The numbers of two names by one reading of a registry file, which is marked. False where that
+// does not tell both, or where every search leaves its lines in the log.
+bool find_by_one_reading(const char *const (&names)[2], const char *registry,
+                         uint16_t (&numbers)[2], file_mark *mark);
 // The letters and digits of a name, in lower case; out has cs_name_max + 1.
 void fold_cs_name(const char *name, char *out);
 int number_in_cs_name(const char *folded); // 37 of "ibm037", -1 for none
@@ -43,6 +47,11 @@ struct registry_stamp {
 uint64_t registry_in_memory(const state_lock &); // the stamp's in_memory
 // False if the registry cannot be identified.
 bool stamp_registry(registry_stamp *stamp);
+// The numbers of two specifications, as ko_lc_spec2cs_num gives them, by one reading of the
+// registry where that suffices. *read gets the stamp of the registry that was read, or an in_memory
+// that none has if that cannot be told.
+void find_two_cs_nums(const char *const (&specs)[2], const char *registry, uint16_t (&numbers)[2],
+                      registry_stamp *read);
 inline bool operator==(const registry_stamp &a, const registry_stamp &b) {
     if (a.in_memory || b.in_memory) return a.in_memory == b.in_memory;
     return !memcmp(&a.file, &b.file, sizeof a.file); // without padding

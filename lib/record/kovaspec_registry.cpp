@@ -63,22 +63,23 @@ bool stamp_registry(registry_stamp *stamp) {
 namespace {
 // An open registry, read in blocks.
 struct registry_text {
-    FILE *file;
+    data_file file;
     const unsigned char *pos, *end;
     unsigned char block[8192];
 
-    explicit registry_text(FILE *from) : file(from), pos(block), end(block) {
-        setvbuf(file, nullptr, _IONBF, 0); // reads go directly into the block
-    }
+    registry_text() : file(no_data_file), pos(block), end(block) {}
     registry_text(const registry_text &) = delete;
     registry_text &operator=(const registry_text &) = delete;
+    ~registry_text() { close_data_file(&file); }
 };
 } // namespace
 
 static bool refill(registry_text *text) { // false at the end of the file, or after an error
+    const ptrdiff_t read = std_read(text->file.number, text->block, sizeof text->block);
+    if (read < 0) text->file.failed = true;
     text->pos = text->block;
-    text->end = text->block + fread(text->block, 1, sizeof text->block, text->file);
-    return text->pos < text->end;
+    text->end = text->block + (read > 0 ? read : 0);
+    return read > 0;
 }
 
 static int get(registry_text *text) {
@@ -139,23 +140,25 @@ static bool read_number(registry_text *text, int *number) {
     return is_white(c);
 }
 
-static FILE *open_registry(const char *registry, int *error) {
+static bool open_registry(registry_text *text, const char *registry, int *error) {
     int why = KO_EFILE;
-    void *const file =
-        registry ? open_logged_std(registry) : path_search_std("registry", "cm", "3", &why);
-    if (!file) *error = why == KO_ENOMEM ? KO_ENOMEM : KO_EFORMAT;
-    return static_cast<FILE *>(file);
+    const bool open = registry ? open_plain_file(&text->file, registry)
+                               : find_plain_file(&text->file, "registry", "cm", "3", &why);
+    if (!open) *error = why == KO_ENOMEM ? KO_ENOMEM : KO_EFORMAT;
+    return open;
 }
 
-// Passes over lines whose names certainly differ from one with this first letter, as far as that
-// can be told by how they begin. A name too long for the registry, which ends the reading, is none
-// of them: it has no blank where shorter ones have one.
-static void skip_others(registry_text *text, char first) {
+// Passes over lines whose names certainly differ from those with these first letters, as far as
+// that can be told by how they begin. A name too long for the registry, which ends the reading, is
+// none of them: it has no blank where shorter ones have one.
+static void skip_others(registry_text *text, char first, char other) {
 #ifdef KOVA_BYTE_BLOCKS
     const unsigned char *line = text->pos;
     for (uint32_t newlines; text->end - line >= 32; line += __builtin_ctz(newlines) + 1) {
         newlines = bytes_equal_to(line, '\n') | bytes_equal_to(line + 16, '\n') << 16;
-        if (*line <= ' ' || *line > '~' || (*line | 0x20) == (first | 0x20) || !newlines) break;
+        const int letter = *line | 0x20;
+        if (*line <= ' ' || *line > '~' || !newlines) break;
+        if (letter == (first | 0x20) || letter == (other | 0x20)) break;
         const bool ends_early = newlines & ((1u << (cs_name_max + 1)) - 1);
         if (!ends_early && line[cs_name_max] != ' ') break;
     }
@@ -163,13 +166,14 @@ static void skip_others(registry_text *text, char first) {
 #else
     static_cast<void>(text);
     static_cast<void>(first);
+    static_cast<void>(other);
 #endif
 }
 
 // The number of a lower-cased name; -1 if the file lacks it, -2 with *error set.
 static int search_file(registry_text *text, const char *name, int *error) {
     char entry[cs_name_max + 1];
-    while (skip_others(text, *name), read_name(text, entry)) {
+    while (skip_others(text, *name, *name), read_name(text, entry)) {
         int number;
         if (*entry && !strcmp(entry, name)) {
             if (read_number(text, &number)) return number;
@@ -213,24 +217,27 @@ static bool search_memory(const char *name, int *number) {
 static int search_source(const char *name, const registry_choice &registry, int *error) {
     int number;
     if (!registry.uncached && search_memory(name, &number)) return number;
-    FILE *const file = open_registry(registry.file, error);
-    if (!file) return -2;
-    registry_text text(file);
+    registry_text text;
+    if (!open_registry(&text, registry.file, error)) return -2;
     number = search_file(&text, name, error);
-    if (number < 0 && ferror(file)) {
+    if (number < 0 && text.file.failed) {
         *error = KO_EIO;
         number = -2;
     }
-    fclose(file);
     return number;
 }
 
-uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error) {
-    char lowered[cs_name_max + 1];
+static int lower_name(const char *name, char (&lowered)[cs_name_max + 1]) { // its length
     int len = 0;
     for (; len < cs_name_max && name[len]; ++len)
         lowered[len] = spec_lower(name[len]);
     lowered[len] = 0;
+    return len;
+}
+
+uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error) {
+    char lowered[cs_name_max + 1];
+    int len = lower_name(name, lowered);
     const int number = search_source(lowered, registry, error);
     if (number >= 0) return uint16_t(number);
     if (number == -2) return KO_NO_CODESET;
@@ -242,6 +249,52 @@ uint16_t find_cs_num(const char *name, const registry_choice &registry, int *err
     if (len) return uint16_t(value);
     *error = KO_EINVAL;
     return KO_NO_CODESET;
+}
+
+// The number of an entry, which has to stand in the line of its name; -1 otherwise.
+static int number_in_line(registry_text *text) {
+    int number, c = get(text);
+    while (c == ' ' || c == '\t')
+        c = get(text);
+    unget(text, c);
+    return is_spec_digit(c) && read_number(text, &number) ? number : -1;
+}
+
+// Looks for two lower-cased names at once. False where it does not find both in lines of the usual
+// form.
+static bool search_pair(registry_text *text, const char (&names)[2][cs_name_max + 1],
+                        int (&numbers)[2]) {
+    char entry[cs_name_max + 1];
+    numbers[0] = numbers[1] = -1;
+    char first = *names[0], other = *names[1]; // of the names that are not found yet
+    while (skip_others(text, first, other), read_name(text, entry)) {
+        const bool is_name[2] = {!strcmp(entry, names[0]), !strcmp(entry, names[1])};
+        const int number = is_name[0] || is_name[1] ? number_in_line(text) : -1;
+        for (int i = 0; i < 2; ++i) {
+            if (!is_name[i] || numbers[i] >= 0) continue;
+            if (number < 0) return false;
+            numbers[i] = number;
+            (i ? other : first) = *names[!i];
+        }
+        if (numbers[0] >= 0 && numbers[1] >= 0) return true;
+        if (!skip_line(text)) return false;
+    }
+    return false;
+}
+
+bool find_by_one_reading(const char *const (&names)[2], const char *registry,
+                         uint16_t (&numbers)[2], file_mark *mark) {
+    if (is_logged() || registry_in_memory(state_lock())) return false;
+    char lowered[2][cs_name_max + 1];
+    if (!lower_name(names[0], lowered[0]) || !lower_name(names[1], lowered[1])) return false;
+    registry_text text;
+    int error, found[2];
+    if (!open_registry(&text, registry, &error) || !search_pair(&text, lowered, found))
+        return false;
+    numbers[0] = uint16_t(found[0]);
+    numbers[1] = uint16_t(found[1]);
+    *mark = text.file.mark;
+    return true;
 }
 
 static void free_blocks(registry_block *list) {
@@ -357,13 +410,11 @@ static bool compare_memory(loose_search *search) { // false if there is no regis
 static int compare_source(loose_search *search, const registry_choice &registry) {
     if (!registry.uncached && compare_memory(search)) return KO_OK;
     int error = KO_OK;
-    FILE *const file = open_registry(registry.file, &error);
-    if (!file) return error;
-    registry_text text(file);
+    registry_text text;
+    if (!open_registry(&text, registry.file, &error)) return error;
     registry_block *list = nullptr;
     error = read_entries(&text, &list);
-    if (ferror(file)) error = KO_EIO;
-    fclose(file);
+    if (text.file.failed) error = KO_EIO;
     compare_blocks(search, list);
     free_blocks(list);
     return error;
@@ -438,11 +489,10 @@ void ko_cache_registry(void *handle, const char *registry) {
     int error = KO_OK;
     put_into_effect(nullptr, nullptr);
     registry_block *list = nullptr;
-    if (FILE *const file = open_registry(registry, &error)) {
-        registry_text text(file);
+    registry_text text;
+    if (open_registry(&text, registry, &error)) {
         error = read_entries(&text, &list);
-        if (ferror(file)) error = KO_EIO; // the entries are incomplete
-        fclose(file);
+        if (text.file.failed) error = KO_EIO; // the entries are incomplete
     }
     if (!error) return put_into_effect(list, nullptr);
     free_blocks(list);

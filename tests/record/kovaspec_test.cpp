@@ -114,6 +114,29 @@ TEST(Registry, WithoutFileOrMemoryTheReasonIsStated) {
     EXPECT_EQ(registry.handle.error(), KO_EFORMAT);
 }
 
+TEST(Registry, TwoNamesAreFoundAsOneByOne) {
+    const char *const names[] = {
+        "x",  "X",    "y",      "lonG-21-characters-xy", "longer-than-21-characters", "", "12",
+        "no", "\xE9", "aa_bb.x"};
+    for (const std::string &contents :
+         split("x 5\ny 6\n|y 6\nx 5|x\n12 7\ny 8\n|x 5 y 6\nY 7\n12 1\n|"
+               "x 5\ny\n12 3\n|y 1\nx five\n|\xE9 1\n x 5\n12 7\ny 8\n|"
+               "long-21-characters-xy 3\nx 4\n|"
+               "longer-than-21-characters 3\nx 4\ny 5\n|#x 1\nx 2\ny 70000\n")) {
+        registry_file registry(contents);
+        test_handle handle;
+        for (const char *to : names)
+            for (const char *from : names) {
+                SCOPED_TRACE(contents + to + " " + from);
+                uint16_t numbers[2];
+                registry_stamp read;
+                find_two_cs_nums({to, from}, registry.file(), numbers, &read);
+                EXPECT_EQ(numbers[0], ko_lc_spec2cs_num(handle, to, registry.file()));
+                EXPECT_EQ(numbers[1], ko_lc_spec2cs_num(handle, from, registry.file()));
+            }
+    }
+}
+
 #ifdef __linux__
 TEST(Registry, OneThatCannotBeReadToItsEndIsNone) {
     registry_file registry;
