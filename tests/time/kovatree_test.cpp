@@ -60,7 +60,7 @@ TEST(NameTree, FindsTheShortestNameInEitherCase) {
 TEST(NameTree, TakesCharactersOfTwoBytesAndRefusesWhatIsNone) {
     loaded_locale loc(double_byte_object(false));
     trees tree(loc);
-    EXPECT_EQ(tree.add("\x81\x40x", 7), 0);
+    EXPECT_EQ(tree.add("\x81\x40x", 7) | tree.add("\x81\x41x", 8), 0);
     EXPECT_EQ(tree.find("\x81\x40xy"), "7 2 3");
     EXPECT_EQ(loc.error(), 0);
     const ko_wchar_t text[] = {0x8140, 0xFFFF, 0};
