@@ -66,10 +66,25 @@ bool line_at_hand(const line_rules &rules, line_reader &reader, sort_line &line)
     return true;
 }
 
+static constexpr size_t longest_line = INT_MAX / 16;
+
+static failure too_long(const std::string &file, uint64_t number) {
+    return failure(bad_text, file + ":" + std::to_string(number) +
+                                 ": the line is longer than 128 MiB; is this a text file?");
+}
+
+// Reads on where what is at hand has no end of a line. A line that is too long is not read to its
+// end, which may never come.
+static bool more_of_line(line_reader &reader) {
+    if (reader.in.fill - reader.in.at > longest_line)
+        throw too_long(reader.in.name, reader.lines + 1);
+    return more(reader.in);
+}
+
 bool next_line(const line_rules &rules, line_reader &reader, sort_line &line) {
     for (;;) {
         if (line_at_hand(rules, reader, line)) return true;
-        if (more(reader.in)) continue;
+        if (more_of_line(reader)) continue;
         const size_t len = reader.in.fill - reader.in.at;
         if (len == 0) return false;
         reader.last.assign(reinterpret_cast<const char *>(&reader.in.block[reader.in.at]), len);
@@ -147,7 +162,7 @@ line_share next_lines(const line_rules &rules, line_reader &reader, size_t bytes
             take(reader.in, first.text.size());
             return first;
         }
-        if (more(reader.in)) continue;
+        if (more_of_line(reader)) continue;
         sort_line last;
         if (!next_line(rules, reader, last)) return {};
         return {last.whole, last.number, last.offset};
@@ -163,9 +178,7 @@ static std::string place(const std::string &file, const sort_line &line, size_t 
 
 void decode_line(const line_rules &rules, const std::string &file, const sort_line &line,
                  std::vector<ko_wchar_t> &wide, replaced_count &replaced) {
-    if (line.whole.size() > INT_MAX / 16)
-        throw failure(bad_text, file + ":" + std::to_string(line.number) +
-                                    ": the line is longer than 128 MiB; is this a text file?");
+    if (line.whole.size() > longest_line) throw too_long(file, line.number);
     bad_character bad;
     const uint64_t before = replaced.count;
     if (!decode_text(*rules.code, line.text, rules.replace, wide, bad, &replaced.count))
@@ -176,7 +189,7 @@ void decode_line(const line_rules &rules, const std::string &file, const sort_li
 
 int64_t decode_quickly(const line_rules &rules, std::string_view text,
                        std::vector<ko_wchar_t> &wide) {
-    if (!rules.utf16 || text.size() > INT_MAX / 16) return -1;
+    if (!rules.utf16 || text.size() > longest_line) return -1;
     if (wide.size() < text.size()) wide.resize(text.size());
     return std::max<int64_t>(
         ko_utf8stowcs(rules.code->loc, wide.data(), wide.size(), text.data(), text.size(), nullptr),
