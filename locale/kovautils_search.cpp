@@ -135,7 +135,7 @@ struct search {
 
 static void *attempt(const search *s, const char *path) {
     if (s->file) return s->open_file(s->file, path) ? s->file : nullptr;
-    if (!s->mark) return s->open(path);
+    if (!s->mark) return s->open(path); // NOLINT(clang-analyzer-*): set without file and mark
     return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
 }
 

@@ -54,8 +54,15 @@ struct call_cursor : cursor {
     int *outlen;
     int *subp;
     call_cursor(const ko_mchar_t **i, int *il, ko_mchar_t **o, int *ol, int *s)
-        : cursor{*i, bytes_left(il), o ? *o : nullptr, *ol, 0, !il, nullptr}, inmbs(i), inlen(il),
-          outmbs(o), outlen(ol), subp(s) {}
+        : inmbs(i), inlen(il), outmbs(o), outlen(ol), subp(s) {
+        in = *i;
+        left = bytes_left(il);
+        out = o ? *o : nullptr;
+        room = *ol;
+        sub = 0;
+        endless = !il;
+        known = nullptr;
+    }
     call_cursor(const call_cursor &) = delete;
     call_cursor &operator=(const call_cursor &) = delete;
     ~call_cursor() {

@@ -19,10 +19,8 @@ static char *put_text(char *out, const char *text) {
     return out + len;
 }
 
-static bool has_mark(const char *dir) { return dir && *dir; }
-
 static char *put_dir(char *out, const char *dir) {
-    if (!has_mark(dir)) return out;
+    if (!dir || !*dir) return out;
     out = put_text(out, dir);
     *out++ = char(path_mark);
     *out = 0;
@@ -171,7 +169,7 @@ void find_two_cs_nums(const char *const (&specs)[2], const char *registry, uint1
 // Adds one entry's file name to a compound one. Returns the new end, or NULL if it does not fit.
 static char *put_entry(char *out, const char *end, const compound_walk *walk, const char *dir) {
     const char *const name = category_names[walk->category];
-    const size_t dir_len = has_mark(dir) ? strlen(dir) + 1 : 0;
+    const size_t dir_len = dir && *dir ? strlen(dir) + 1 : 0; // with a mark
     const size_t len = strlen(name) + strlen(assign) + strlen(walk->spec.fname) +
                        (walk->separated ? strlen(separator) : 0);
     const auto room = size_t(end - out);

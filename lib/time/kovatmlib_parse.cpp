@@ -373,8 +373,8 @@ static int engine_parse(kovaloc *loc, const ko_wchar_t *text, const ko_wchar_t *
 template <class Unit>
 static inline const Unit *read_text(kovaloc *loc, const Unit *text, const Unit *format,
                                     time_info *ti, int *error) {
-    if (const Unit *const end = quick_parse(loc, text, format, ti)) return end;
-    const Unit *end;
+    const Unit *end = quick_parse(loc, text, format, ti);
+    if (end) return end;
     *error = engine_parse(loc, text, format, ti, &end);
     return *error ? nullptr : end;
 }
