@@ -42,7 +42,7 @@ def drawn(build, seed, room, only):
 
 
 def equivalents():
-    """Changes that change no answer, as "path: changed lines"; an indented line tells why."""
+    """Changes that change no answer, as "path: lines => changed lines"; an indented line tells why."""
     text = (ROOT / "cmake/mutants/equivalent.list").read_text()
     return {line for line in text.splitlines() if line and line[0] not in "# "}
 
@@ -125,7 +125,8 @@ class Tests:
         names = [n for n in self.names if (n in self.needs_tools) == tools]
         names.sort(key=self.seconds.get)
         near = sorted((n for n in names if not far(n)[0]), key=far)
-        return near, [n for n in names if far(n)[0]]
+        near += [n for n in names if far(n)[0] and self.seconds[n] < 0.5]
+        return near, [n for n in names if n not in near]
 
     def find(self, worker, path, only_near):
         """What fails with the worker's libraries; "": nothing."""
@@ -168,7 +169,7 @@ class Run:
         return kept
 
     def judge(self, worker, place):
-        if f"{place.path}: {place.becomes}" in self.equivalent:
+        if f"{place.path}: {place.was} => {place.becomes}" in self.equivalent:
             return "equivalent", "listed"
         if place.name() in self.kept:
             return self.kept[place.name()]

@@ -184,8 +184,11 @@ TEST(MbWc, NothingIsConvertedIntoNoRoom) {
     for (const int room : {0, -1})
         EXPECT_EQ(answered(r, ko_full_wcstombs(r, out, wide, room)), answer(0, 0));
     EXPECT_EQ(out[0], '*');
-    EXPECT_EQ(answered(r, ko_full_wcstombs(r, out, wcs(u"\xA3A4\xB000").data(), 8)),
-              answer(-1, KO_EILSEQ));
+    for (const bool flat : {true, false}) {
+        char_record either(shape::euc, flat);
+        EXPECT_EQ(answered(either, ko_full_wcstombs(either, out, wcs(u"\xA3A4\xB000").data(), 8)),
+                  answer(-1, KO_EILSEQ));
+    }
     EXPECT_EQ(ko_wcsbytes(wcs(u"").data()), 2);
     EXPECT_EQ(ko_wcsbytes(wcs(u"abc").data()), 8);
 }
