@@ -9,16 +9,17 @@ static mb_decode *table_of(void *table) { return static_cast<mb_decode *>(table)
 
 // ---- Arrays and nodes ----
 
-unsigned char *alloc_flag_arr(mb_decode *table) {
-    ext_block<unsigned char> flags(256);
+unsigned char *alloc_flag_arrs(mb_decode *table, int count) {
+    const size_t size = 256 * size_t(count);
+    ext_block<unsigned char> flags(size);
     if (!flags.p) return nullptr;
-    memset(flags.p, mb_invalid, 256);
+    memset(flags.p, mb_invalid, size);
     ++table->flag_arr_count;
     return flags.release();
 }
 
 unsigned char *create_flag_arr(multi_arr *node, mb_decode *table) {
-    if (!node->flag_arr) node->flag_arr = alloc_flag_arr(table);
+    if (!node->flag_arr) node->flag_arr = alloc_flag_arrs(table, 1);
     return node->flag_arr;
 }
 
@@ -32,19 +33,19 @@ void repeat_front(unsigned char *array, size_t bytes, size_t times) {
 }
 
 // Bytes between the items stay zero, so equal arrays are equal as blocks.
-unsigned char *alloc_data_arr(mb_decode *table) {
-    const size_t slot = size_t{1} << table->log_data_size;
-    ext_block<unsigned char> data(256 * slot);
+unsigned char *alloc_data_arrs(mb_decode *table, int count) {
+    const size_t slot = size_t{1} << table->log_data_size, slots = 256 * size_t(count);
+    ext_block<unsigned char> data(slots * slot);
     if (!data.p) return nullptr;
     memset(data.p, 0, slot);
     memcpy(data.p, table->default_data, size_t(table->data_size));
-    repeat_front(data.p, slot, 256);
+    repeat_front(data.p, slot, slots);
     ++table->data_arr_count;
     return data.release();
 }
 
 unsigned char *create_data_arr(multi_arr *node, mb_decode *table) {
-    if (!node->data_arr) node->data_arr = alloc_data_arr(table);
+    if (!node->data_arr) node->data_arr = alloc_data_arrs(table, 1);
     return node->data_arr;
 }
 
@@ -70,25 +71,48 @@ multi_arr **create_next_arr(multi_arr *node, int count) {
     return node->next_arr = next.release();
 }
 
+static constexpr multi_arr empty_node = {.flag_id = multi_no_id, .data_id = multi_no_id};
+
 multi_arr *create_arr(void) {
     ext_block<multi_arr> node(1);
     if (!node.p) return nullptr;
-    *node.p = {.flag_id = multi_no_id, .data_id = multi_no_id};
+    *node.p = empty_node;
     return node.release();
 }
 
-void free_arr(multi_arr *node, bool owns_arrays) {
-    if (!node) return;
-    if (node->next_arr) {
-        for (int i = 0; i < node->num_offsets; ++i)
-            free_arr(node->next_arr[i], owns_arrays);
+multi_arr *create_block(int count) {
+    ext_block<multi_arr> nodes{size_t(count)};
+    if (!nodes.p) return nullptr;
+    for (int i = 0; i < count; ++i) {
+        nodes.p[i] = empty_node;
+        nodes.p[i].flags = multi_in_block;
     }
+    return nodes.release();
+}
+
+static void free_inside(multi_arr *node, bool owns_arrays) {
+    multi_arr *block = nullptr;
+    for (int i = 0; node->next_arr && i < node->num_offsets; ++i) {
+        multi_arr *const child = node->next_arr[i];
+        if (!child) continue;
+        free_inside(child, owns_arrays);
+        if (!(child->flags & multi_in_block))
+            free_ptr(child);
+        else if (!block)
+            block = child;
+    }
+    free_ptr(block);
     if (owns_arrays) {
         free_ptr(node->flag_arr);
         free_ptr(node->data_arr);
     }
     free_ptr(node->offset_arr);
     free_ptr(node->next_arr);
+}
+
+void free_arr(multi_arr *node, bool owns_arrays) {
+    if (!node) return;
+    free_inside(node, owns_arrays);
     free_ptr(node);
 }
 
@@ -96,8 +120,8 @@ bool is_compressed(const mb_decode *table) {
     return (table->flags & multi_compressed) && table->flag_arrs;
 }
 
-static void free_list(unsigned char **list, int count) {
-    for (int i = 0; list && i < count; ++i)
+static void free_list(unsigned char **list, int count, int in_block) {
+    for (int i = 0; list && i < count; i += in_block)
         free_ptr(list[i]);
     free_ptr(list);
 }
@@ -106,8 +130,9 @@ void free_tree(mb_decode *table) {
     const bool shared = is_compressed(table);
     free_arr(table->root, !shared);
     if (shared) {
-        free_list(table->flag_arrs, table->flag_arr_count);
-        free_list(table->data_arrs, table->data_arr_count);
+        const bool read = table->offset_count;
+        free_list(table->flag_arrs, table->flag_arr_count, read ? flags_in_block : 1);
+        free_list(table->data_arrs, table->data_arr_count, read ? data_in_block(table) : 1);
         free_ptr(table->offset_count);
     }
     table->root = nullptr;

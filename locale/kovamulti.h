@@ -10,10 +10,12 @@
 enum { mb_invalid = 0, mb_prefix = 1, mb_final = 4 };
 enum { multi_leaf_flags = 1, multi_compressed = 2 };
 constexpr uint32_t multi_no_id = 0xFFFFFFFF;
+// A node that was read lies in a block with those of the same parent, which begins with the first.
+constexpr int multi_in_block = 1;
 constexpr unsigned multi_max_depth = 4;
 
 struct multi_arr {
-    int flags;        // 0; no look-up reads it
+    int flags;        // multi_in_block or 0; no look-up reads it
     int num_offsets;  // children
     uint32_t flag_id; // index into the shared lists, multi_no_id for none
     uint32_t data_id;
@@ -38,7 +40,7 @@ struct mb_decode {
     unsigned log_data_size;
     unsigned char **flag_arrs;
     unsigned char **data_arrs;
-    int *offset_count; // children of the nodes that use a shared flag array
+    int *offset_count; // of lists that were read: children of the nodes that use a flag array
     bool one_block;    // begins the block of its whole tree; nothing is added to it
 };
 
@@ -72,8 +74,13 @@ int wide_to_bytes(const mb_decode *table, ko_mchar_t *dst, ko_wchar_t wc);
 // Steps of building and freeing that the reader of the text form uses too. Each create_ function
 // gives a node an array that it lacks and counts it in the table; NULL without memory.
 multi_arr *create_arr(void);
-unsigned char *alloc_flag_arr(mb_decode *table);
-unsigned char *alloc_data_arr(mb_decode *table);
+multi_arr *create_block(int count); // of nodes, count > 0
+// Arrays in a block, of which the first is counted.
+unsigned char *alloc_flag_arrs(mb_decode *table, int count);
+unsigned char *alloc_data_arrs(mb_decode *table, int count);
+// So many arrays of a list that was read lie in a block.
+constexpr int flags_in_block = 16;
+inline int data_in_block(const mb_decode *table) { return table->log_data_size > 4 ? 1 : 16; }
 unsigned char *create_flag_arr(multi_arr *node, mb_decode *table);
 unsigned char *create_data_arr(multi_arr *node, mb_decode *table);
 unsigned char *create_offset_arr(multi_arr *node, mb_decode *table);

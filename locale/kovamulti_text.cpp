@@ -346,11 +346,23 @@ struct run_head {
 };
 } // namespace
 
+// The value of digits in memory, as hex_field reads them.
+static inline unsigned digits_at(const unsigned char *p, int digits) {
+    unsigned value = 0;
+    for (int i = 0; i < digits; ++i)
+        value = (value << 4) + hex_values[p[i]];
+    return value;
+}
+
 // False at the end of the file and for a run that reaches beyond the array.
 static bool read_run_head(text_in *in, run_head *run) {
-    run->first = hex_field(in, 2);
-    run->count = hex_field(in, 3);
-    run->repetitions = hex_field(in, 3); // in the closing record this includes the line's end
+    // In the closing record the repetitions include the line's end.
+    if (!in->stream && in->end - in->pos >= 8) {
+        *run = {digits_at(in->pos, 2), digits_at(in->pos + 2, 3), digits_at(in->pos + 5, 3)};
+        in->pos += 8;
+    } else {
+        *run = {hex_field(in, 2), hex_field(in, 3), hex_field(in, 3)};
+    }
     if (in->ended) return false;
     if (!run->count) return true;
     return run->repetitions &&
@@ -457,13 +469,14 @@ static bool fscanf_nodes(const table_reader<Items> &from, multi_arr *node, unsig
     if (level + 1 >= from.depth) return false;
     if (!create_offset_arr(node, from.table)) return false;
     if (!create_next_arr(node, node->num_offsets)) return false;
+    multi_arr *const children = create_block(node->num_offsets);
+    if (!children) return false;
+    for (int i = 0; i < node->num_offsets; ++i)
+        node->next_arr[i] = children + i;
     for (unsigned byte = 0, k = 0; byte < 256; ++byte) {
         if (node->flag_arr[byte] != mb_prefix) continue;
-        multi_arr *child = create_arr();
-        if (!child) return false;
-        node->next_arr[k] = child;
-        node->offset_arr[byte] = uint8_t(k++);
-        if (!fscanf_nodes(from, child, level + 1, compressed)) return false;
+        node->offset_arr[byte] = uint8_t(k);
+        if (!fscanf_nodes(from, node->next_arr[k++], level + 1, compressed)) return false;
     }
     return true;
 }
@@ -493,12 +506,18 @@ template <class T> static bool grow(T **list, int count, int *room) {
 template <class Items> static bool fscanf_flag_list(const table_reader<Items> &from, int wanted) {
     mb_decode *t = from.table;
     int list_room = 1, count_room = 0; // one entry of the list exists
-    while (t->flag_arr_count < wanted) {
-        const int n = t->flag_arr_count;
+    if (!grow(&t->offset_count, 0, &count_room)) return false;
+    for (int n = 0; n < wanted; ++n) {
         if (!grow(&t->flag_arrs, n, &list_room)) return false;
         if (!grow(&t->offset_count, n, &count_room)) return false;
-        unsigned char *flags = t->flag_arrs[n] = alloc_flag_arr(t); // also counts it
-        if (!flags || !fscanf_flag_arr(from.in, flags)) return false;
+        const int place = n % flags_in_block, left = wanted - n;
+        unsigned char *const flags =
+            place ? t->flag_arrs[n - 1] + 256
+                  : alloc_flag_arrs(t, left < flags_in_block ? left : flags_in_block);
+        if (!flags) return false;
+        t->flag_arrs[n] = flags;
+        t->flag_arr_count = n + 1;
+        if (!fscanf_flag_arr(from.in, flags)) return false;
         t->offset_count[n] = count_prefixes(flags);
     }
     return true;
@@ -506,12 +525,17 @@ template <class Items> static bool fscanf_flag_list(const table_reader<Items> &f
 
 template <class Items> static bool fscanf_data_list(const table_reader<Items> &from, int wanted) {
     mb_decode *t = from.table;
+    const int in_block = data_in_block(t);
     int room = 0;
-    while (t->data_arr_count < wanted) {
-        const int n = t->data_arr_count;
+    for (int n = 0; n < wanted; ++n) {
         if (!grow(&t->data_arrs, n, &room)) return false;
-        unsigned char *data = t->data_arrs[n] = alloc_data_arr(t);
-        if (!data || !fscanf_data_arr(from.in, from.items, data, t)) return false;
+        const int place = n % in_block, left = wanted - n;
+        unsigned char *const data = place ? t->data_arrs[n - 1] + (size_t{256} << t->log_data_size)
+                                          : alloc_data_arrs(t, left < in_block ? left : in_block);
+        if (!data) return false;
+        t->data_arrs[n] = data;
+        t->data_arr_count = n + 1;
+        if (!fscanf_data_arr(from.in, from.items, data, t)) return false;
     }
     return true;
 }

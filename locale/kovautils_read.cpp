@@ -67,18 +67,24 @@ void skip_whitespace(text_in *in) {
 
 static bool is_decimal(int c) { return c >= '0' && c <= '9'; }
 
-// A digit between a blank and what is neither a digit nor the end of the file, as the indicators of
-// nodes are, read from memory; -1 for anything else.
-static int one_digit(text_in *in) {
-    if (in->stream || in->end - in->pos < 4) return -1;
-    const unsigned char *const digit = in->pos + is_white(*in->pos);
-    if (!is_decimal(*digit) || is_decimal(digit[1])) return -1;
-    in->pos = digit + 1;
-    return *digit - '0';
+// A number of few digits after at most one white character, with something after it, as almost all
+// are, read from memory; -1 for anything else.
+static int plain_number(text_in *in) {
+    constexpr int digits_max = 8;
+    if (in->stream || in->end - in->pos < digits_max + 2) return -1;
+    const unsigned char *digit = in->pos + is_white(*in->pos);
+    const unsigned char *const last = digit + digits_max;
+    int value = 0;
+    if (!is_decimal(*digit)) return -1;
+    do
+        value = value * 10 + (*digit++ - '0');
+    while (digit < last && is_decimal(*digit));
+    if (is_decimal(*digit)) return -1;
+    in->pos = digit;
+    return value;
 }
 
-int get_int(text_in *in) {
-    if (const int digit = one_digit(in); digit >= 0) return digit;
+[[gnu::noinline]] static int any_number(text_in *in) {
     constexpr int digits_max = 39; // after the first character; further ones are dropped
     constexpr int64_t beyond = int64_t{1} << 31;
     skip_whitespace(in);
@@ -95,6 +101,11 @@ int get_int(text_in *in) {
     if (!is_decimal(first) && first != '-' && first != '+') return 0;
     if (first == '-') return int(value > beyond ? -beyond : -value);
     return int(value > beyond - 1 ? beyond - 1 : value);
+}
+
+int get_int(text_in *in) {
+    const int value = plain_number(in);
+    return value >= 0 ? value : any_number(in);
 }
 
 double get_dbl(text_in *in) {

@@ -234,7 +234,7 @@ TEST(MultiText, ReadingBackGivesTheSameAnswersAndTheSameText) {
         for (void *to : {plain.p, table.p})
             if (!round) fill_mixed(to);
         for (int i = 0; i < round * 40; ++i) {
-            const char bytes[] = {char(random() % 11 * 23), char(random())};
+            const char bytes[] = {char(random() % 41 * 6), char(random())}; // lists of many arrays
             const std::string_view character(bytes, 1 + random() % 2);
             const int item = int(random() % 4) - 1;
             insert(plain, character, item), insert(table, character, item);
