@@ -285,17 +285,47 @@ static bool make_equiv_map(kovaloc *loc, const row_classes *classes, member_list
     return true;
 }
 
+// How many weights from the given one on follow each other, as they mostly do in an order of
+// ideographs.
+static size_t run_of(const uint16_t *weights, size_t count) {
+    constexpr size_t step = 64;
+    size_t n = 1;
+    for (uint16_t breaks = 0; count - n >= step; n += step) {
+        for (size_t i = n; i < n + step; ++i)
+            breaks |= uint16_t(weights[i] - weights[i - 1] - 1);
+        if (breaks) break;
+    }
+    while (n < count && weights[n] == weights[n - 1] + 1)
+        ++n;
+    return n;
+}
+
+// Notes that the weights of a run are taken; false if one of them already was.
+static bool take_run(uint64_t *taken, unsigned first, size_t count) {
+    uint64_t before = 0;
+    for (unsigned end = first + unsigned(count); first < end;) {
+        const unsigned some = end - first < 64 - first % 64 ? end - first : 64 - first % 64;
+        const uint64_t bits = ~uint64_t{0} >> (64 - some) << first % 64;
+        before |= taken[first / 64] & bits;
+        taken[first / 64] |= bits;
+        first += some;
+    }
+    return !before;
+}
+
 // Are the weights of a pass all different, and those of characters that are neither ignored nor
 // expanded? Then every row is a class of its own, as in most orders of ideographs.
 static bool tells_rows_apart(const uint16_t *weights, size_t rows) {
-    uint64_t taken[0x10000 / 64] = {uint64_t{1} << coll_ignored_weight};
-    for (unsigned weight = 0; weight < 0x10000; weight += 64)
-        if (weight & coll_expansion) taken[weight / 64] = ~uint64_t{0};
-    for (size_t row = 0; row < rows; ++row) {
-        uint64_t &word = taken[weights[row] / 64];
-        const uint64_t with = word | uint64_t{1} << weights[row] % 64;
-        if (with == word) return false;
-        word = with;
+    unsigned any = 0;
+    for (size_t row = 0; row < rows; ++row)
+        any |= weights[row];
+    if (any & coll_expansion) return false;
+    uint64_t taken[0x10000 / 64];
+    memset(taken, 0, any & coll_code_tie ? sizeof taken : coll_expansion / 8);
+    taken[0] = uint64_t{1} << coll_ignored_weight;
+    for (size_t row = 0, count; row < rows; row += count) {
+        count = run_of(weights + row, rows - row);
+        if (!take_run(taken, weights[row], count)) return false;
     }
     return true;
 }

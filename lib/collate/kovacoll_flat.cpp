@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 
 namespace {
 
@@ -365,6 +366,10 @@ static uint16_t page_weight(builder *b, coll_flat_pass *p, unsigned weight) {
 // loops find out for many weights at once.
 static bool is_page_of_weights(const uint16_t *page) {
     uint16_t all = 0, last = 0, none = 0;
+    for (unsigned lo = 0; lo < 256; ++lo) // as in most pages
+        none |= uint16_t(page[lo] - 1) >= coll_low_bits - 1 ? uint16_t{1} : uint16_t{0};
+    if (!none) return true;
+    none = 0;
     for (unsigned lo = 0; lo < 256; ++lo) {
         const auto low = uint16_t(page[lo] & coll_low_bits);
         all |= page[lo];
@@ -377,8 +382,11 @@ static bool is_page_of_weights(const uint16_t *page) {
 // Replaces a new page by an earlier one of the pass with the same content.
 static const uint16_t *share_page(builder *b, const coll_flat_pass *p, unsigned hi,
                                   const uint16_t *page) {
-    for (unsigned back = 1; back <= 4 && back <= hi; ++back)
-        if (!memcmp(p->page[hi - back], page, 512)) return p->page[hi - back];
+    constexpr unsigned some = 0xC0; // among the characters of most pages
+    for (unsigned back = 1; back <= 4 && back <= hi; ++back) {
+        const uint16_t *const earlier = p->page[hi - back];
+        if (earlier[some] == page[some] && !memcmp(earlier, page, 512)) return earlier;
+    }
     uint16_t *fresh = take_array<uint16_t>(b, 256);
     if (fresh) memcpy(fresh, page, 512);
     return fresh;
@@ -402,13 +410,33 @@ static constexpr auto raw_page = [] {
     return page;
 }();
 
+// How eight rows, which may follow each other as their characters do, or be one, as where there are
+// none, relate to the first.
+enum class row_run { mixed, equal, ascending };
+static row_run run_of_rows(const uint16_t *rows) {
+    constexpr uint64_t each = 0x0001000100010001u, steps = 0x0003000200010000u;
+    uint64_t four[2];
+    memcpy(four, rows, sizeof four);
+    const uint64_t first = rows[0] * each;
+    if (four[0] == first && four[1] == first) return row_run::equal;
+    const bool little = std::endian::native == std::endian::little;
+    const bool follow = four[0] == first + steps && four[1] == first + steps + 4 * each;
+    return little && follow && rows[0] <= 0xFFF8 ? row_run::ascending : row_run::mixed;
+}
+
 // The weights of 256 rows; NULL: of row 0.
 static void weigh_rows(const uint16_t *weights, const uint16_t *rows, uint16_t *page) {
     if (!rows) std::fill_n(page, 256, weights[0]);
-    if (!rows) return;
-    for (unsigned lo = 0; lo < 256; lo += 8)
-        for (unsigned i = 0; i < 8; ++i)
-            page[lo + i] = weights[rows[lo + i]];
+    for (unsigned lo = 0; rows && lo < 256; lo += 8) {
+        const row_run run = run_of_rows(rows + lo);
+        if (run == row_run::ascending)
+            memcpy(page + lo, weights + rows[lo], 8 * sizeof *page);
+        else if (run == row_run::equal)
+            std::fill_n(page + lo, 8, weights[rows[lo]]);
+        else
+            for (unsigned i = 0; i < 8; ++i)
+                page[lo + i] = weights[rows[lo + i]];
+    }
 }
 
 static void fill_pages(builder *b, int pass) {
@@ -465,12 +493,31 @@ static cell_sink key_bytes_of(const builder *b, const coll_flat_pass *p, unsigne
     return sink.used > cell_bytes ? none : sink;
 }
 
-static coll_cell cell_of(cell_sink sink) {
-    coll_cell cell;
+static void store_cell(coll_cell *cell, cell_sink sink) {
+    const uint64_t word = sink.kept | uint64_t{sink.used} << 8 * cell_bytes;
+    if (std::endian::native == std::endian::little) {
+        memcpy(cell, &word, sizeof word); // the bytes, then the count
+        return;
+    }
     for (unsigned i = 0; i < cell_bytes; ++i)
-        cell.bytes[i] = uint8_t(sink.kept >> 8 * i);
-    cell.count = uint8_t(sink.used);
-    return cell;
+        cell->bytes[i] = uint8_t(sink.kept >> 8 * i);
+    cell->count = uint8_t(sink.used);
+}
+
+// The cells of characters that have plain weights of one byte, as most do in the locales of single
+// bytes; leaves a count of 0 where there are others.
+static void fill_plain_cells(const builder *b, int pass, coll_cell *cells) {
+    coll_flat *const flat = b->flat;
+    const coll_flat_pass *const p = &flat->pass[pass];
+    const unsigned most = b->widths.maxw < 254 ? b->widths.maxw : 0;
+    const uint64_t count = p->forward ? uint64_t{1} << 8 * pass : coll_no_counts;
+    for (unsigned c = 1; c < 256; ++c) {
+        const unsigned weight = p->page[0][c];
+        const bool plain = weight >= 2 && weight <= most;
+        store_cell(&cells[c], {plain ? weight : 0, plain});
+        flat->counts[c] |= plain ? count : 0;
+        flat->digits[c] |= plain ? uint64_t{weight} << 8 * pass : 0;
+    }
 }
 
 static void fill_cells(builder *b, int pass) {
@@ -478,11 +525,13 @@ static void fill_cells(builder *b, int pass) {
     coll_flat_pass *p = &flat->pass[pass];
     coll_cell *cells = take_array<coll_cell>(b, 256);
     if (!cells) return;
-    cells[0] = cell_of({0, coll_cell_none});
+    store_cell(&cells[0], {0, coll_cell_none});
     if (!pass) flat->counts[0] = coll_no_counts;
+    fill_plain_cells(b, pass, cells);
     for (unsigned c = 1; c < 256; ++c) {
+        if (cells[c].count) continue;
         const cell_sink sink = key_bytes_of(b, p, c);
-        cells[c] = cell_of(sink);
+        store_cell(&cells[c], sink);
         const bool decided = p->forward && sink.used != coll_cell_none;
         flat->counts[c] |= decided ? uint64_t{sink.used} << 8 * pass : coll_no_counts;
         flat->digits[c] |= (sink.kept & 0xFF) << 8 * pass;

@@ -93,15 +93,6 @@ static int finish_key(kovaloc *loc, coll_sink *sink) {
     return int(sink->written);
 }
 
-coll_widths key_widths(const kovaloc *loc) {
-    const int weights = loc->coll_info.num_weights;
-    const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
-    return {unsigned(weights < 0        ? 0
-                     : weights > 0xFFFF ? 0xFFFF
-                                        : weights),
-            chars && chars->max_char_len > 1 ? 0xFFFFu : 0xFFu};
-}
-
 // ---- One pass ----
 
 static void write_seq(coll_seq seq, coll_widths widths, coll_sink *sink) {

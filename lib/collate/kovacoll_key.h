@@ -79,7 +79,14 @@ template <class Sink> inline void write_item(coll_item item, coll_widths widths,
     write_weight(w < 2 ? 2 : w, widths.maxw, sink);
     if (tie) write_weight(item.ch < 2 ? 2 : item.ch, widths.maxc, sink);
 }
-coll_widths key_widths(const kovaloc *loc);
+inline coll_widths key_widths(const kovaloc *loc) {
+    const int weights = loc->coll_info.num_weights;
+    const mb_decode *chars = static_cast<const mb_decode *>(loc->ctype);
+    return {unsigned(weights < 0        ? 0
+                     : weights > 0xFFFF ? 0xFFFF
+                                        : weights),
+            chars && chars->max_char_len > 1 ? 0xFFFFu : 0xFFu};
+}
 // Writes all passes into the sink. -1 with KO_ENOMEM.
 template <class Unit> int walk_key(kovaloc *loc, const Unit *text, size_t len, coll_sink *sink);
 

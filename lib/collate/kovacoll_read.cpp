@@ -163,7 +163,8 @@ static bool read_plain_rows(text_in *in, coll_data *coll, size_t *row) {
         const size_t left = last + 1 - *row;
         rows = read_plain_weights(in, weights, (left < rows ? left : rows) * passes) / passes;
         if (!expansions_exist(weights, rows * passes, unsigned(coll->num_expansions))) return false;
-        for (size_t p = 0; p < passes; ++p)
+        if (passes == 1) memcpy(coll->pass_arr[0] + *row, weights, rows * sizeof *weights);
+        for (size_t p = 0; p < passes && passes > 1; ++p)
             for (size_t i = 0; i < rows; ++i)
                 coll->pass_arr[p][*row + i] = weights[i * passes + p];
         in->pos += 5 * rows * passes;
