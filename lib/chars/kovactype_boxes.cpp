@@ -17,7 +17,7 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
         if (root->flag_arr[lead] != mb_prefix || !root->next_arr || !root->offset_arr) continue;
         const multi_arr *child = root->next_arr[root->offset_arr[lead]];
         if (!child || !child->flag_arr) continue;
-        if (known && !memcmp(known, child->flag_arr, 256)) {
+        if (known && (known == child->flag_arr || !memcmp(known, child->flag_arr, 256))) {
             runs->lo[lead] = runs->lo[known_lead];
             runs->hi[lead] = runs->hi[known_lead];
             continue;
@@ -42,6 +42,9 @@ static void find_runs(const multi_arr *root, trail_runs *runs) {
 static bool take_box(trail_runs *runs, unsigned char *box_lo, unsigned char *box_hi) {
     unsigned best = 0, best_from = 0, best_to = 0, best_lo = 255, best_hi = 0;
     for (unsigned from = 0, end = 0; from < 256; ++from) {
+        // A box that begins here is smaller than the one that begins at an equal run before.
+        if (from && runs->hi[from] == runs->hi[from - 1] && runs->lo[from] == runs->lo[from - 1])
+            continue;
         while (end < 256 && (end < from || runs->hi[end]))
             ++end; // of the first bytes without a gap
         if (end <= from || (end - from) * (runs->hi[from] - runs->lo[from] + 1) <= best) continue;

@@ -23,6 +23,7 @@ static ko_wchar_t partner_of(const page_builder &from, unsigned index) {
 }
 
 static bool page_maps(const page_builder &from, const unsigned char *flags, const uint16_t *items) {
+    if (items == from.cases->default_page && !*items) return false; // as most are
     uint16_t any = 0;
     for (unsigned i = 0; i < 256; ++i)
         any |= items[i];
@@ -118,20 +119,31 @@ static bool is_plain_ascii(const mb_flat &classes) {
     return true;
 }
 
-// The bits of the pairs that begin with hi.
-static void fill_pairs(const ctype_flat *flat, unsigned hi, unsigned char *bits) {
+namespace {
+// What decides on the pairs that begin with a byte.
+struct pair_source {
+    const unsigned char *valid, *upper, *lower;
+    const uint16_t *classes;
+};
+} // namespace
+
+static bool same(const pair_source &a, const pair_source &b) {
+    return a.valid == b.valid && a.upper == b.upper && a.lower == b.lower && a.classes == b.classes;
+}
+
+static pair_source source_of(const ctype_flat *flat, unsigned hi) {
     const bool cased = flat->has_cases && flat->upper.second;
-    const unsigned char *valid = flat->classes.second->flags[hi];
-    const unsigned char *upper = cased ? flat->upper.second->states[hi] : no_states;
-    const unsigned char *lower = cased ? flat->lower.second->states[hi] : no_states;
-    const uint16_t *classes = flat->classes.second->items[hi];
+    return {flat->classes.second->flags[hi], cased ? flat->upper.second->states[hi] : no_states,
+            cased ? flat->lower.second->states[hi] : no_states, flat->classes.second->items[hi]};
+}
+
+static void fill_pairs(const pair_source &from, unsigned char *bits) {
     for (unsigned lo = 0; lo < 256; ++lo) {
-        const unsigned facts = (upper[lo] == case_same ? unsigned{pair_upper} : 0u) |
-                               (lower[lo] == case_same ? unsigned{pair_lower} : 0u) |
-                               (classes[lo] & KO_CT_SPACE ? unsigned{pair_space} : 0u);
-        bits[lo] = uint8_t(valid[lo] == mb_final ? pair_valid | facts : 0u);
+        const unsigned facts = (from.upper[lo] == case_same ? unsigned{pair_upper} : 0u) |
+                               (from.lower[lo] == case_same ? unsigned{pair_lower} : 0u) |
+                               (from.classes[lo] & KO_CT_SPACE ? unsigned{pair_space} : 0u);
+        bits[lo] = uint8_t(from.valid[lo] == mb_final ? pair_valid | facts : 0u);
     }
-    if (!hi) bits[0] = 0;
 }
 
 static bool build_pairs(ctype_flat *flat) {
@@ -139,13 +151,23 @@ static bool build_pairs(ctype_flat *flat) {
     if (!flat->classes.second) return true;
     ext_block<unsigned char> pairs(0x10000);
     if (!pairs.p) return false;
+    pair_source last = {};
+    const unsigned char *last_bits = nullptr;
     for (unsigned hi = 0; hi < 256; ++hi) {
         unsigned char *bits = pairs.p + (hi << 8);
         // Where a zero byte ends a string, no run may begin with one.
-        if (first_flags[hi] == mb_prefix && (hi || flat->classes.min_char_len > 1))
-            fill_pairs(flat, hi, bits);
-        else
+        if (first_flags[hi] != mb_prefix || (!hi && flat->classes.min_char_len <= 1)) {
             memset(bits, 0, 256);
+            continue;
+        }
+        const pair_source from = source_of(flat, hi);
+        if (last_bits && same(from, last)) // rows of ideographs share their arrays
+            memcpy(bits, last_bits, 256);
+        else
+            fill_pairs(from, bits);
+        if (hi) last_bits = bits;
+        if (!hi) bits[0] = 0;
+        last = from;
     }
     flat->pairs = pairs.release();
     return true;
