@@ -11,14 +11,14 @@ set(not_loading kovaerrors kovalists kovasyms kovasyms_read)
 list(TRANSFORM not_loading REPLACE "(.+)" "${root}/locale/\\1.cpp")
 list(REMOVE_ITEM locale_sources ${not_loading})
 list(PREPEND locale_sources ${not_loading})
-set(loading record/kovaspec_registry record/kovaspec convert/kovacvlib_share convert/kovacvlib
-    convert/kovacvlib_image convert/kovacvlib_bytes convert/kovacvlib_flat load/kovasetlc_share
-    load/kovasetlc_load load/kovasetlc load/kovasetlc_read load/kovasetlc_info
-    chars/kovactype_share chars/kovactype_flat chars/kovactype_boxes chars/kovactype
-    chars/kovambwc chars/kovaportable collate/kovacoll_share collate/kovacoll_read
-    collate/kovacoll_flat collate/kovacoll_equiv collate/kovacoll time/kovatmlib
+set(loading record/kovaspec_registry record/kovaspec load/kovasetlc_share load/kovasetlc_load
+    load/kovasetlc load/kovasetlc_read load/kovasetlc_info chars/kovactype_share
+    chars/kovactype_flat chars/kovactype_boxes chars/kovactype chars/kovambwc chars/kovaportable
+    chars/kovalen collate/kovacoll_share collate/kovacoll_read collate/kovacoll_flat
+    collate/kovacoll_equiv collate/kovacoll_walk collate/kovacoll time/kovatmlib
     time/kovatmlib_era time/kovatmlib_quick time/kovatree chars/kovambwc_simd
-    number/kovamnlib_usual number/kovafmt)
+    number/kovamnlib_usual number/kovafmt convert/kovacvlib_share convert/kovacvlib
+    convert/kovacvlib_image convert/kovacvlib_bytes convert/kovacvlib_flat)
 list(TRANSFORM loading REPLACE "(.+)" "${root}/lib/\\1.cpp")
 list(REMOVE_ITEM lib_sources ${loading})
 list(PREPEND lib_sources ${loading})
