@@ -235,18 +235,24 @@ static int lower_name(const char *name, char (&lowered)[cs_name_max + 1]) { // i
     return len;
 }
 
+// The number that a name of digits stands for, modulo 2^16; -1 for other names.
+static int own_number(const char *name) {
+    unsigned value = 0;
+    for (const char *digit = name; *digit; ++digit) {
+        if (!is_spec_digit(*digit)) return -1;
+        value = (value * 10 + unsigned(*digit - '0')) & 0xFFFF;
+    }
+    return *name ? int(value) : -1;
+}
+
 uint16_t find_cs_num(const char *name, const registry_choice &registry, int *error) {
     char lowered[cs_name_max + 1];
-    int len = lower_name(name, lowered);
+    lower_name(name, lowered);
     const int number = search_source(lowered, registry, error);
     if (number >= 0) return uint16_t(number);
     if (number == -2) return KO_NO_CODESET;
-    unsigned value = 0;
-    for (const char *digit = lowered; *digit; ++digit) {
-        if (!is_spec_digit(*digit)) len = 0;
-        value = (value * 10 + unsigned(*digit - '0')) & 0xFFFF;
-    }
-    if (len) return uint16_t(value);
+    const int value = own_number(lowered);
+    if (value >= 0) return uint16_t(value);
     *error = KO_EINVAL;
     return KO_NO_CODESET;
 }
@@ -260,8 +266,8 @@ static int number_in_line(registry_text *text) {
     return is_spec_digit(c) && read_number(text, &number) ? number : -1;
 }
 
-// Looks for two lower-cased names at once. False where it does not find both in lines of the usual
-// form.
+// Looks for two lower-cased names at once; -1 for one that the file lacks. False where lines of
+// another form leave open what two searches would find.
 static bool search_pair(registry_text *text, const char (&names)[2][cs_name_max + 1],
                         int (&numbers)[2]) {
     char entry[cs_name_max + 1];
@@ -279,7 +285,7 @@ static bool search_pair(registry_text *text, const char (&names)[2][cs_name_max 
         if (numbers[0] >= 0 && numbers[1] >= 0) return true;
         if (!skip_line(text)) return false;
     }
-    return false;
+    return !text->file.failed;
 }
 
 bool find_by_one_reading(const char *const (&names)[2], const char *registry,
@@ -291,8 +297,11 @@ bool find_by_one_reading(const char *const (&names)[2], const char *registry,
     int error, found[2];
     if (!open_registry(&text, registry, &error) || !search_pair(&text, lowered, found))
         return false;
-    numbers[0] = uint16_t(found[0]);
-    numbers[1] = uint16_t(found[1]);
+    for (int i = 0; i < 2; ++i) {
+        if (found[i] < 0) found[i] = own_number(lowered[i]);
+        if (found[i] < 0) return false;
+        numbers[i] = uint16_t(found[i]);
+    }
     *mark = text.file.mark;
     return true;
 }
