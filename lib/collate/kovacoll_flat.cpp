@@ -575,6 +575,36 @@ static void fill_first_weights(coll_flat *flat) {
     }
 }
 
+static uint32_t ascii_of(const coll_flat *flat, unsigned unit) {
+    const coll_flat_pass *const p = &flat->pass[0];
+    const unsigned weight = p->page[unit >> 8][unit & 0xFF];
+    coll_item own;
+    const coll_seq seq = yielded(p, unit, -1, &own);
+    if (seq.count != 1 || !plain_weight(seq.items[0].weight)) return ascii_none;
+    const unsigned next = weight & coll_expansion ? p->specials[weight & coll_low_bits].next : 0u;
+    return seq.items[0].weight | (inside_element(flat, unit) ? ascii_inner : 0) |
+           next << ascii_next_bit;
+}
+
+static void fill_ascii(coll_flat *flat) {
+    for (unsigned c = 0; c < 256; ++c)
+        flat->ascii[c] = flat->starts_forward && c && c < 0x80 ? ascii_of(flat, c) : ascii_none;
+}
+
+static void fill_alone(builder *b) {
+    coll_flat *const flat = b->flat;
+    for (unsigned hi = 0; flat->starts_forward && hi < 256; ++hi) {
+        const uint16_t *const page = flat->pass[0].page[hi];
+        flat->alone[hi] = page;
+        if (flat->inner[hi] == nothing_inner) continue;
+        uint16_t *const own = take_array<uint16_t>(b, 256);
+        if (!own) return;
+        for (unsigned lo = 0; lo < 256; ++lo)
+            own[lo] = flat->inner[hi][lo] ? uint16_t{0} : page[lo];
+        flat->alone[hi] = own;
+    }
+}
+
 // ---- Building ----
 
 static void build_pass(builder *b, int pass) {
@@ -650,6 +680,8 @@ static bool build(builder *b) {
         build_pass(b, p);
     if (!b->failed) fill_first_weights(flat);
     if (!b->failed) fill_inner_bytes(flat);
+    if (!b->failed) fill_ascii(flat);
+    if (!b->failed) fill_alone(b);
     return !b->failed;
 }
 

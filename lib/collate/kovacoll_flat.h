@@ -73,6 +73,9 @@ struct coll_parts {
     ko_coll_equiv_class_map *equivalents;
 };
 
+constexpr uint32_t ascii_weight = 0x3FFF, ascii_inner = 0x4000, ascii_none = 0x8000;
+constexpr unsigned ascii_next_bit = 16;
+
 struct coll_flat {
     int num_passes;
     bool elements;
@@ -84,6 +87,12 @@ struct coll_flat {
     // By the first byte of a character in UTF-8: its kinds if it may be inside an element or
     // ignored there.
     unsigned char inner_bytes[256];
+    // If starts_forward, the pages of the first pass, with 0 for characters inside an element.
+    const uint16_t *alone[256];
+    // By byte of UTF-8: the first weight of an ASCII character that has just one plain weight, and
+    // ascii_none for all others. ascii_inner: inside_element. From ascii_next_bit on: what may
+    // follow it in elements, as in coll_special.
+    uint32_t ascii[256];
     bool starts_forward; // raw_fits, and the first pass runs forward
     bool raw_fits;       // no weight of the locale's own equals coll_raw_weight
     bool first_decides;  // the first weights that differ decide: no elements, not backward

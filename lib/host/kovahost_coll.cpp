@@ -7,18 +7,21 @@
 
 constexpr size_t block_bytes = 16;
 #ifdef KOVA_BLOCKS
-static inline bool has_block(const void *s) { return readable(s) >= block_bytes; }
+static inline bool have_blocks(const void *a, const void *b) {
+    const size_t place_a = place_in_page(a), place_b = place_in_page(b);
+    return (place_a > place_b ? place_a : place_b) <= memory_page - block_bytes;
+}
 template <class Unit> static inline size_t common_in_block(const Unit *a, const Unit *b, size_t n) {
     return first_bit(~equal_bytes(load_counted(a, n), load_counted(b, n)));
 }
 #else
-static inline bool has_block(const void *) { return false; }
+static inline bool have_blocks(const void *, const void *) { return false; }
 static inline size_t common_in_block(const void *, const void *, size_t) { return 0; }
 #endif
 
 template <class Unit> static inline size_t common_units(const Unit *a, const Unit *b, size_t n) {
     size_t i = 0;
-    if (n && has_block(a) && has_block(b)) {
+    if (n && have_blocks(a, b)) {
         i = common_in_block(a, b, n) / sizeof(Unit);
         if (i >= n) return n;
         if (i < block_bytes / sizeof(Unit)) return i;
@@ -123,6 +126,11 @@ first_item(const coll_flat *flat, const host_text<Unit> &text, size_t at, coll_i
     bool alone = false; // what comes next is not inside an element
     for (unsigned unit; rest.s != rest.end; alone = true) {
         if (!take_plain(rest, &unit) && !take_high(rest, &unit)) return false;
+        const unsigned own = flat->alone[unit >> 8][unit & 0xFF];
+        if (plain_weight(own)) {
+            *item = {uint16_t(own), ko_wchar_t(unit)};
+            return true;
+        }
         if (!alone && inside_element(flat, unit) && !ends_alone(flat, text, at)) return false;
         const unsigned weight = p->page[unit >> 8][unit & 0xFF];
         if (weight == coll_ignored_weight) continue;
@@ -342,43 +350,94 @@ template <class Unit> static int order_of_all(ko_lc_t loc, host_text<Unit> a, ho
                                mapped_host<Unit>{b.s, b.len, b.misses, map}, common);
 }
 
-// The order by two ASCII characters, the first that differ. 0 if they do not decide.
-static inline int ascii_order(const coll_flat *flat, const unsigned char *a, const unsigned char *b,
-                              size_t at) {
-    const unsigned x = flat->first_weights[a[at]], y = flat->first_weights[b[at]];
-    if (!x || !y || (at && a[at - 1] >= 0x80)) return 0;
-    return order_of(x, y);
-}
-static inline int ascii_order(const coll_flat *, const char16_t *, const char16_t *, size_t) {
-    return 0;
-}
+// The steps of a comparison have the parameters of the call, so that one can end in another.
 
+static inline const coll_flat *flat_of(ko_lc_t loc) { return record(loc)->weights; }
+
+// The order of texts that have common units.
 template <class Unit>
-[[gnu::noinline]] static int order_from(const coll_flat *flat, ko_lc_t loc, const Unit *a,
-                                        size_t alen, const Unit *b, size_t blen, size_t common) {
+[[gnu::noinline]] static int order_from(ko_lc_t loc, const Unit *a, size_t alen, const Unit *b,
+                                        size_t blen, size_t common) {
+    const coll_flat *const flat = flat_of(loc);
     host_misses misses = {};
     const host_text<Unit> text_a = {a, alen, &misses}, text_b = {b, blen, &misses};
-    int order = flat ? first_order(flat, text_a, text_b, common) : 0;
-    if (!order && flat && !misses.ill_formed)
-        order = order_by_differences(flat, text_a, text_b, common);
+    int order = first_order(flat, text_a, text_b, common);
+    if (!order && !misses.ill_formed) order = order_by_differences(flat, text_a, text_b, common);
     if (order) return order;
     misses = {};
     return order_of_all(loc, text_a, text_b);
 }
 
 template <class Unit>
+[[gnu::noinline]] static int order_without_tables(ko_lc_t loc, const Unit *a, size_t alen,
+                                                  const Unit *b, size_t blen) {
+    host_misses misses = {};
+    return order_of_all(loc, host_text<Unit>{a, alen, &misses}, host_text<Unit>{b, blen, &misses});
+}
+
+// ---- ASCII letters ----
+
+// Does the character before a place end there, as ASCII characters do?
+static inline bool after_ascii(const unsigned char *s, size_t at) {
+    return s[at - (at > 0)] < 0x80;
+}
+
+// May an element go on after an ASCII letter, with which it begins?
+static inline bool may_go_on(const coll_flat *flat, uint32_t letter, const unsigned char *s,
+                             size_t len, size_t at) {
+    return may_continue(flat, letter >> ascii_next_bit, s + at + 1, s + len);
+}
+
+// The order by two ASCII letters, the first characters that differ, of which one stands in
+// elements.
+[[gnu::noinline]] static int order_by_edges(ko_lc_t loc, const unsigned char *a, size_t alen,
+                                            const unsigned char *b, size_t blen, size_t at) {
+    const coll_flat *const flat = flat_of(loc);
+    const uint32_t x = flat->ascii[a[at]], y = flat->ascii[b[at]];
+    const unsigned weight_x = x & ascii_weight, weight_y = y & ascii_weight;
+    if (weight_x == weight_y || (at && (x | y) & ascii_inner) || may_go_on(flat, x, a, alen, at) ||
+        may_go_on(flat, y, b, blen, at))
+        return order_from(loc, a, alen, b, blen, at);
+    return order_of_different(weight_x, weight_y);
+}
+
+// The order of a text and one that goes on after it.
+[[gnu::noinline]] static int order_by_end(ko_lc_t loc, const unsigned char *a, size_t alen,
+                                          const unsigned char *b, size_t blen, size_t at) {
+    const unsigned char *const longer = alen > blen ? a : b;
+    const uint32_t letter = flat_of(loc)->ascii[longer[at]];
+    if (letter > ascii_weight || !after_ascii(longer, at))
+        return order_from(loc, a, alen, b, blen, at);
+    return alen > blen ? 1 : -1;
+}
+
+// The order of texts that differ at a place, before which they are equal.
+static inline int order_by_units(const coll_flat *flat, ko_lc_t loc, const unsigned char *a,
+                                 size_t alen, const unsigned char *b, size_t blen, size_t at) {
+    const uint32_t x = flat->ascii[a[at]], y = flat->ascii[b[at]];
+    if ((x | y) & ascii_none || !after_ascii(a, at) || x == y)
+        return order_from(loc, a, alen, b, blen, at);
+    if ((x | y) > ascii_weight) return order_by_edges(loc, a, alen, b, blen, at);
+    return order_of_different(x, y);
+}
+static inline int order_by_units(const coll_flat *, ko_lc_t loc, const char16_t *a, size_t alen,
+                                 const char16_t *b, size_t blen, size_t at) {
+    return order_from(loc, a, alen, b, blen, at);
+}
+static inline int order_by_end(ko_lc_t loc, const char16_t *a, size_t alen, const char16_t *b,
+                               size_t blen, size_t at) {
+    return order_from(loc, a, alen, b, blen, at);
+}
+
+template <class Unit>
 static inline int order_of_texts(ko_lc_t loc, const Unit *a, size_t alen, const Unit *b,
                                  size_t blen) {
     const coll_flat *const flat = tables_of_units(loc);
+    if (!flat || !a || !b) return order_without_tables(loc, a, alen, b, blen);
     const size_t shorter = alen < blen ? alen : blen;
-    if (!flat || !a || !b) return order_from(nullptr, loc, a, alen, b, blen, 0);
     const size_t common = common_units(a, b, shorter);
-    if (common < shorter) {
-        if (const int order = ascii_order(flat, a, b, common)) return order;
-    } else if (alen == blen) {
-        return 0;
-    }
-    return order_from(flat, loc, a, alen, b, blen, common);
+    if (common < shorter) return order_by_units(flat, loc, a, alen, b, blen, common);
+    return alen == blen ? 0 : order_by_end(loc, a, alen, b, blen, common);
 }
 
 int ko_utf8scoll(ko_lc_t loc, const char *a, size_t alen, const char *b, size_t blen) {

@@ -70,7 +70,7 @@ struct random_texts {
     char32_t character() {
         static const std::u32string pools[] = {
             U"aAbcdeszZyngkäÄöéèêçßæœñ\u0301\u0308-' .,12",
-            U"csdzdžlljnjszgyýřčůőűŐ\u030C\u0301 -",
+            U"chsdzdžll·jnjszgyýřčůőűŐ\u030C\u0301 -",
             U"กขคฆงจเแโใไะาำ\u0E48\u0E49\u0E47\u0E4Cฯ",
             U"かがきぎアァイーっッ゛ゝ日本語一丁々・、",
             U"한국일본가각힣ㄱㅏ\u1100\u1161\u11A8",
