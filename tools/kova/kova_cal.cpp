@@ -341,7 +341,7 @@ umalqura_month find_umalqura(const cal_job &job, int year, int index) {
     const int from = (year - first) * 12 + index; // the months before it
     if (from / 12 * 3 + 3 > int(digits.size())) return {0, 0};
     for (int i = 0;; ++i) {
-        const std::string of_year = digits.substr(size_t(i / 12 * 3), 3);
+        const std::string of_year = digits.substr(size_t(i) / 12 * 3, 3);
         const long bits = std::strtol(of_year.c_str(), nullptr, 16);
         const int length = 29 + int(bits >> (11 - i % 12) & 1);
         if (i == from) return {begin, length};
