@@ -34,8 +34,20 @@ if(KOVA_SANITIZE)
   endif()
 endif()
 
+# Each process adds its counts to the profiles of its program, wherever it runs.
+if(KOVA_COVERAGE)
+  add_compile_options(-fprofile-instr-generate=${PROJECT_BINARY_DIR}/profiles/%2m.profraw
+                      -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
+endif()
+# Builds that are not as what is released.
+set(kova_instrumented OFF)
+if(KOVA_SANITIZE OR KOVA_COVERAGE)
+  set(kova_instrumented ON)
+endif()
+
 # Optimisation for sources that are built more often than they run.
-if(KOVA_SANITIZE OR KOVA_QUICK)
+if(kova_instrumented OR KOVA_QUICK)
   set(kova_quick_build -O0)
 else()
   set(kova_quick_build $<$<CONFIG:Release>:-O1>)

@@ -144,7 +144,7 @@ add_library(kova::kova ALIAS kova)
 
 # The static library for hosts. On ELF systems it is one object in which only the exports can be
 # seen, so that no function inside can meet one of the host's with its name.
-if(WIN32 OR KOVA_SANITIZE)
+if(WIN32 OR kova_instrumented)
   return()
 endif()
 set(kova_static_parts ${kova_objects})

@@ -109,7 +109,7 @@ list(APPEND quick ${tools}/common/tool_describe.cpp ${tools}/common/tool_help.cp
 set(busy)
 if(KOVA_QUICK)
   target_compile_options(kova_tool_compile INTERFACE -O0)
-elseif(KOVA_SANITIZE)
+elseif(kova_instrumented)
   target_compile_options(kova_parts PRIVATE -O0)
   set(busy char clusters convert convert_route detect detect_cost fields io measure read records
       sort_entries sort_key sort_lines sort_runs text width wrap)
@@ -119,7 +119,7 @@ endif()
 set_source_files_properties(${quick} PROPERTIES COMPILE_OPTIONS "${kova_quick_build}")
 # These builds read the standard headers once. The release does not, which shows that each source
 # includes what it uses; a source with other options than its room cannot.
-if(KOVA_QUICK OR KOVA_SANITIZE)
+if(KOVA_QUICK OR kova_instrumented)
   foreach(room kova kovac)
     target_precompile_headers(${room}_parts PRIVATE <algorithm> <array> <charconv> <cstdio> <cstring>
         <functional> <map> <memory> <set> <stdexcept> <string> <string_view> <unordered_map> <vector>)

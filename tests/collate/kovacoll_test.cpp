@@ -231,17 +231,33 @@ TEST(Collation, FailsCleanlyWithoutMemory) {
     coll_spec spec = bytes_spec("abc", "90.90 2.2 2.3 4.x", "ab");
     spec.map.push_back({"AA", 1});
     coll_record r({std::string(1, '\0'), "a", "b", "AA"}, spec.text());
+    coll_record by_rows({std::string(1, '\0'), "a", "b", "AA"}, spec.text());
+    by_rows.use_tables(false);
+    coll_record thai(every_byte(), "thai_smo\n");
     const std::string text(800, 'A');
-    r.use_tables(false);
-    const long failed = each_allocation_fails([&] {
-        r.clear_error();
-        const int order = im_mbscoll(r.handle, mb(text.c_str()), mb("a"));
-        const int error = r.error(), key = ko_full_mbsxfrm(r.handle, nullptr, mb(text.c_str()), 0);
-        EXPECT_EQ(order, error ? 0 : 1);
-        EXPECT_TRUE(!r.error() || r.error() == KO_ENOMEM);
-        return !error && key > 0;
-    });
-    EXPECT_GT(failed, 1);
+    const auto pairs = wcs(std::u16string(400, u'\u4141')), letters = wcs(std::u16string(800, 'A'));
+    for (const bool flat : {true, false}) // from the code set's pages and from its tree
+        for (coll_record *const c : {&r, &by_rows, &thai}) {
+            if (flat && c == &r) continue; // it takes none
+            const ko_wchar_t *const wide = (c == &thai ? letters : pairs).data();
+            ctype_flat *const pages = c->loc->chars;
+            if (!flat) c->loc->chars = nullptr;
+            const long failed = each_allocation_fails([&] {
+                c->clear_error();
+                const int order = im_mbscoll(c->handle, mb(text.c_str()), mb("a"));
+                const int error = c->error();
+                EXPECT_EQ(order, error ? 0 : c == &thai ? -1 : 1);
+                const int wide_order = ko_full_wcscoll(c->handle, wide, wcs(u"a").data());
+                EXPECT_TRUE(wide_order == order || c->error());
+                const int key = ko_full_mbsxfrm(c->handle, nullptr, mb(text.c_str()), 0);
+                const int wide_key = ko_wcsxfrm(c->handle, nullptr, wide, 0);
+                EXPECT_TRUE(key == wide_key || c->error());
+                EXPECT_TRUE(!c->error() || c->error() == KO_ENOMEM);
+                return !c->error();
+            });
+            EXPECT_GT(failed, 0);
+            c->loc->chars = pages;
+        }
 }
 
 // What is derived of a class table must not serve another one.

@@ -164,6 +164,10 @@ TEST(Conversion, TakesAndWritesUpToTheLastWholeCharacter) {
     int left = 3, room = 9, sub = 7;
     EXPECT_EQ(ko_cv_mconv(to_host.handle, nullptr, &from, &left, nullptr, &room, &sub), 0);
     EXPECT_EQ(room, 6) << "lengths without a state are those without shifts";
+    ko_mchar_t out[9], *to = out;
+    left = -3;
+    EXPECT_EQ(ko_miconv(single.handle, &from, &left, &to, &room, &sub), 0);
+    EXPECT_EQ(left, 0) << "fewer than no bytes";
     // A null pointer is refused, but a descriptor without routines keeps the reason it has none.
     ko_cv_t no_file;
     EXPECT_EQ(ko_iconv_open(&no_file, "b", "b"), -1);
@@ -183,10 +187,12 @@ TEST(Conversion, RunsAgreeWithTheRules) {
     std::mt19937 random(20261121);
     cv_object lead_shifts_in = host_object(); // its pairs begin with the shift-in byte as well
     lead_shifts_in.shifts = "0010e141";
-    const cv_object objects[] = {lead_shifts_in,    bytes_object(1),  bytes_object(0),
-                                 careless_object(), double_object(1), double_object(2),
-                                 double_object(3),  double_object(4), to_host_object(),
-                                 host_object(),     both_stateful(),  letters_object()};
+    cv_object vain_shift = to_host_object(); // of a source without states
+    vain_shift.noshift['s'].flags |= cv_source_shift;
+    const cv_object objects[] = {
+        lead_shifts_in,   bytes_object(1),  bytes_object(0),  careless_object(), double_object(1),
+        double_object(2), double_object(3), double_object(4), to_host_object(),  host_object(),
+        both_stateful(),  letters_object(), vain_shift};
     for (const cv_object &o : objects) {
         const std::string object = o.str();
         const cv_record fast(object, cv_from::memory), slow(object);
@@ -211,7 +217,8 @@ TEST(Conversion, RunsAgreeWithTheRules) {
             }
             const int room = int(random() % (4 * size + 2));
             const int start = round % 2 && o.source_stateful;
-            conv_state a = {!start, int(random() % 2), start, 0, nullptr}, b = a, c = a;
+            conv_state a = {!start, int(random() % 2), start, round % 9 ? 0 : 2, nullptr}, b = a,
+                       c = a;
             const int len = round % 5 ? -2 : -1;
             const auto f = convert(fast, in, room, stateful ? &a : nullptr, len);
             ASSERT_EQ(f, convert(slow, in, room, stateful ? &b : nullptr, len))
@@ -320,12 +327,16 @@ static_assert(KO_CV_TERMINATOR == 1 && KO_CV_ERROR == 2 && KO_CV_SUBSTITUTE == 4
 int alg_mode;
 int upper_once(const ko_mchar_t *src, unsigned left, conv_state *st, conv_res *res) {
     if (!left) return res->flags = KO_CV_END;
-    // No progress, more taken than there is, more written than fits, an error.
+    // No progress, more taken than there is, more written than fits, an error, fewer than nothing,
+    // text from nothing.
     static const conv_res refused[] = {
-        {0,           0,  0,  {}},
-        {0,           99, 0,  {}},
-        {0,           0,  17, {}},
-        {KO_CV_ERROR, 1,  1,  {}}
+        {0,           0,  0,  {}   },
+        {0,           99, 0,  {}   },
+        {0,           0,  17, {}   },
+        {KO_CV_ERROR, 1,  1,  {}   },
+        {0,           -1, 1,  {}   },
+        {0,           1,  -1, {}   },
+        {0,           0,  3,  "..."}
     };
     if (alg_mode) return *res = refused[alg_mode - 1], 0;
     if (st->first_frag && !st->ext_state) st->ext_state = &alg_mode;
@@ -356,18 +367,37 @@ TEST(Conversion, RegisteredConvertersRunAndAreKeptInCheck) {
     none->mtom_fn = upper_once;
     ASSERT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.low@m", list), 0);
     EXPECT_EQ(ko_iconv_expansion(cd), 2.0);
-    // What the converter answers, a text, what is written, and the error.
-    for (const auto &w : table("0 axb AAXXBB 0; 0 _ _ 0; 1 a _ 1; 2 a _ 9; 3 a _ 9; 4 a _ 0")) {
+    // What the converter answers, a text, what is written in 8 bytes, and the error.
+    for (const auto &w :
+         table("0 axb AAXXBB 0; 0 _ _ 0; 0 axbcd AAXXBBCC 14; 1 a _ 1; 2 a _ 9; 3 a _ 9; "
+               "4 a _ 0; 5 a _ 9; 6 a _ 9; 7 a ...... 14")) {
         alg_mode = whole(w[0]);
         const std::string in = w[1] == "_" ? "" : w[1], want = w[2] == "_" ? "" : w[2];
-        const ko_mchar_t *from = mb(in.c_str());
-        ko_mchar_t out[16], *to = out;
-        int left = int(in.size()), room = 16, sub;
-        EXPECT_EQ(answered(cd, ko_miconv(cd, &from, &left, &to, &room, &sub)),
-                  answer(alg_mode ? -1 : 0, whole(w[3])));
-        EXPECT_EQ(std::string(out, to), want);
-        EXPECT_EQ(sub, in == "axb");
+        const answer wanted(alg_mode || whole(w[3]) ? -1 : 0, whole(w[3]));
+        conv_state piece = {0, 1, 0, 0, nullptr}, *const states[] = {nullptr, &piece};
+        for (conv_state *const st : states) {
+            const ko_mchar_t *from = mb(in.c_str());
+            ko_mchar_t out[8], *to = out;
+            int left = int(in.size()), room = 8, sub;
+            EXPECT_EQ(answered(cd, ko_cv_mconv(cd, st, &from, &left, &to, &room, &sub)), wanted);
+            EXPECT_EQ(std::string(out, to), want);
+            EXPECT_EQ(sub, in.starts_with("ax"));
+            from = mb(in.c_str());
+            left = int(in.size());
+            EXPECT_EQ(answered(cd, ko_mconvlen(cd, st, &from, &left, &(room = 8), &sub)), wanted);
+            EXPECT_EQ(8 - room, to - out);
+        }
     }
+    alg_mode = 0;
+    const ko_mchar_t *from = mb("ab");
+    ko_mchar_t out[8], *to = out;
+    int room = 8, sub;
+    EXPECT_EQ(ko_miconv(cd, &from, nullptr, &to, &room, &sub), 0);
+    EXPECT_EQ(std::string(out, to), "AABB\xE0\xE0") << "to the terminator";
+    EXPECT_EQ(ko_add_cvfns(list, nullptr)->num_used, 2);
+    const ko_cv_t found = cd;
+    EXPECT_EQ(ko_cv_fnopen(&cd, "xx_XX.up", "yy_YY.lower", list), -1) << "of no converter";
+    ko_cv_unload(std::exchange(cd, found));
     alg_mode = 0;
     ko_cv_unload(cd);
     ko_ext_free(list->funcdef_arr);
@@ -408,7 +438,14 @@ TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
     check("no file name", ko_iconv_open1(&cd, nullptr), -1, KO_EFILE);
     check("specifications", ko_cv_open(&cd, "en_US.b@x", "en_US.a y"), 1, 0);
     check("equal code sets", ko_cv_open(&cd, "en_US.b", "de_DE.b"), 0, null_handle);
-    check("no code set", ko_cv_open(&cd, "en_US", "de_DE.b"), -1, KO_EFILE);
+    for (const char *none : {static_cast<const char *>(nullptr), "", "en_US"}) {
+        check(none, ko_cv_open(&cd, none, "de_DE.b"), -1, KO_EFILE);
+        check(none, ko_cv_open(&cd, "de_DE.b", none), -1, KO_EFILE);
+        check(none, ko_cv_fnopen(&cd, none, "de_DE.b", nullptr), -1, KO_EFILE);
+        check(none, ko_cv_fnopen(&cd, "de_DE.b", none, nullptr), -1, KO_EFILE);
+    }
+    for (const char *none : {static_cast<const char *>(nullptr), ""})
+        check("no name of a target", ko_iconv_open(&cd, none, "b"), -1, KO_EFILE);
     check("equal, converters", ko_cv_fnopen(&cd, "en_US.b", "de_DE.b", nullptr), 0, KO_EFILE);
     check("with converters", ko_cv_fnopen(&cd, "en_US.b", "de_DE.a", nullptr), 0, 0);
     test_handle handle;
@@ -420,7 +457,11 @@ TEST(Conversion, OpenCallsGiveTheirOwnHandlesAndResults) {
     check("numbers, searched", load("en_US.1252", "en_US.819", nullptr), 1, 0);
     check("numbers in a directory", load("en_US.1252", "819", "dir"), 1, 0);
     check("equal numbers", load("1252", "en_US.1252", nullptr), 0, null_handle);
-    check("unknown code set", load("1252", "en_US.unheard", nullptr), -1, KO_EINVAL);
+    for (const char *unknown : {"en_US.unheard", static_cast<const char *>(nullptr)}) {
+        check(unknown, load("1252", unknown, nullptr), -1, KO_EINVAL);
+        check(unknown, load(unknown, "1252", ""), -1, KO_EINVAL);
+    }
+    check("by another registry", ko_cv_load(&cd, "1252", "819", "", nullptr), 1, 0);
     EXPECT_EQ(ko_cv_unload(nullptr), -1);
 }
 

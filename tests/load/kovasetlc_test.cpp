@@ -518,7 +518,8 @@ TEST(SecureNames, LeadNowhereElse) {
             raised ? assume_raised_rights(1) : static_cast<void>(ko_secure_names(1));
             for (const std::string &n : hostile)
                 EXPECT_EQ(tries(way, n), 0u) << n;
-            for (const char *n : {"\xE9.a", "com", "com12", "co", "null", "xnul.con", "comx\xB9"})
+            for (const char *n :
+                 {"\xE9.a", "com", "com12", "co", "null", "xnul.con", "comx\xB9", "comx", "com-"})
                 EXPECT_EQ(tries(way, n) > 0, !open_file) << n;
             EXPECT_EQ(tries(way, "en_us\\0333euro.lco") > 0, formed);
             for (const char *n : {"con", "NUL", "Aux.lco", "prn  .x", "com1", "LPT0.lco", "com\xB9",

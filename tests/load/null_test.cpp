@@ -1,7 +1,8 @@
-// Null pointers from a caller: every call that takes a record is made with each of its pointers
+// Null pointers from a caller: every call that takes a handle is made with each of its pointers
 // null in turn, the counts of the call senseless, and gives the failure value of its declaration.
 // Without a record, a host's hook gets the error.
 #include "locale/kovautils.h"
+#include "support/conversion_builder.h"
 #include "support/locale_builder.h"
 
 #include <tuple>
@@ -12,6 +13,11 @@ namespace {
 struct samples {
     ko_mchar_t bytes[3] = {'a'};
     ko_wchar_t wide[3] = {'a'};
+    const ko_mchar_t *from = bytes;
+    const ko_wchar_t *from_wide = wide;
+    char symbols[8] = "<A>";
+    const char *from_symbols = symbols;
+    conv_state state = {};
     ko_mchar_t *end = nullptr, **strings = nullptr;
     ko_wchar_t *wide_end = nullptr;
     int count = 0;
@@ -23,9 +29,11 @@ struct samples {
     time_info info = {};
     std::tuple<ko_mchar_t *, const ko_mchar_t *, ko_wchar_t *, const ko_wchar_t *, ko_mchar_t **,
                ko_mchar_t ***, ko_wchar_t **, int *, void *, double *, ko_tm_t *, const ko_tm_t *,
-               const ko_alt_tm_t *, ko_alt_tm_t *, time_info *, const char *>
-        all = {bytes,   bytes,  wide, wide, &end,    &strings, &wide_end, &count,
-               &stream, &value, &tm,  &tm,  &alt_tm, &alt_tm,  &info,     name};
+               const ko_alt_tm_t *, ko_alt_tm_t *, time_info *, const char *, char *, const char **,
+               const ko_mchar_t **, const ko_wchar_t **, conv_state *>
+        all = {bytes,  bytes,   wide,    wide,          &end,  &strings,   &wide_end,
+               &count, &stream, &value,  &tm,           &tm,   &alt_tm,    &alt_tm,
+               &info,  name,    symbols, &from_symbols, &from, &from_wide, &state};
     template <class T> T get() {
         if constexpr (std::is_pointer_v<T>)
             return std::get<T>(all);
@@ -85,11 +93,14 @@ template <auto f> void refuses(ko_lc_t loc, int failure, unsigned optional) {
 }
 
 // optional: bits of the arguments that may be null.
+template <auto... calls> void refuse_of(void *handle, int failure, unsigned optional) {
+    const installed_hooks hook{std::pair(KO_EXT_ERRNO, as_hook(error_word))};
+    (refuses<calls>(handle, failure, optional), ...);
+}
 template <auto... calls> void refuse(int failure = -1, unsigned optional = 0) {
     const loaded_locale bytes(single_byte_object()), mixed(double_byte_object(false));
-    const installed_hooks hook{std::pair(KO_EXT_ERRNO, as_hook(error_word))};
     for (const ko_lc_t loc : {ko_lc_t(bytes), ko_lc_t(mixed)})
-        (refuses<calls>(loc, failure, optional), ...);
+        refuse_of<calls...>(loc, failure, optional);
 }
 
 } // namespace
@@ -121,6 +132,8 @@ TEST(Null, IsRefusedBeforeCountsAreRead) {
     refuse<ko_full_wcscoll, im_mbscoll, is_mbscoll_exp, is_mbscoll_elem, is_mbscoll_back,
            ko_full_mbsncmp>(0);
     refuse<thaismocoll>(0, no_record);
+    refuse<thaismoxfrm>(-1, no_record | second);
+    refuse<ko_wcspre>(0, no_record);
     refuse<ko_wcsxfrm, ko_full_mbsxfrm>(-1, first);
     refuse<ko_wcstol, ko_mbstol, ko_wcstoul, ko_wcstod, ko_mbstod>(INT32_MAX, second);
     refuse<ko_mbstoul>(-1, second);
@@ -131,6 +144,85 @@ TEST(Null, IsRefusedBeforeCountsAreRead) {
     refuse<ko_cal_gregorian_to_local, ko_cal_local_to_gregorian>();
     refuse<ko_wcsptime, ko_mbsptime>(-1, second);
     refuse<ko_mbstimeinfo>(-1, second | third);
+}
+
+TEST(Null, IsRefusedByCharmapsAndConversions) {
+    cv_object object;
+    object.noshift.push_back({"a", cv_plain, "b"});
+    const cv_record single(object.str());
+    object.target_stateful = 1;
+    const cv_record shifted(object.str());
+    owned<ko_cm_unload> charmap;
+    {
+        file_hooks files;
+        files.files["m\\own.cmo"] = "FILE_TYPE=charmap_object\nCOMPILER_VERSION=3\n"
+                                    "HEADER_LENGTH=3\nEND\ns 0 A 1 61\n";
+        ko_cache_registry(nullptr, "none");
+        ASSERT_EQ(ko_cm_load(&charmap.handle, "own.cmo", nullptr, "m"), 0);
+    }
+    refuse_of<ko_mbstosyms, ko_wcstosyms, ko_symstombs, ko_symstowcs, ko_mbtosymlist>(charmap, -1,
+                                                                                      silent);
+    constexpr unsigned lengths = second | third, rest = 1 << 3; // of texts without one
+    for (const cv_record *cv : {&single, &shifted}) {
+        refuse_of<ko_miconv>(*cv, -1, silent | second);
+        refuse_of<ko_cv_mconv>(*cv, -1, no_record | first | lengths | rest | silent);
+        refuse_of<ko_mconvlen>(*cv, -1, no_record | first | lengths | silent);
+    }
+    const ko_mchar_t *none = nullptr;
+    ko_mchar_t *nowhere = nullptr;
+    const ko_wchar_t *no_text = nullptr;
+    const char *no_symbols = nullptr;
+    char symbols[4];
+    ko_mchar_t out[4], *to = out;
+    int left = 1, room = 4, sub;
+    const ko_mchar_t *from = mb("a");
+    for (const int result : {ko_mbstosyms(charmap, symbols, 4, &none, 1),
+                             ko_wcstosyms(charmap, symbols, 4, &no_text, 1),
+                             ko_symstombs(charmap, out, 4, &no_symbols)})
+        EXPECT_EQ(result, -1);
+    for (const int result : {ko_miconv(single, &none, &left, &to, &room, &sub),
+                             ko_miconv(single, &from, &left, &nowhere, &room, &sub),
+                             ko_cv_mconv(shifted, nullptr, &from, &left, &nowhere, &room, &sub),
+                             ko_mconvlen(nullptr, nullptr, &from, &left, &room, &sub)})
+        EXPECT_EQ(result, -1);
+    EXPECT_EQ(charmap.error() + single.error() + shifted.error(), 3 * KO_ENULL);
+    EXPECT_EQ(left + room, 5) << "nothing was converted";
+}
+
+TEST(Null, IsAnEmptyAnswerOfQueries) {
+    const loaded_locale loc(single_byte_object());
+    EXPECT_EQ(ko_wcslen(nullptr) + ko_mbsbytes(loc, nullptr) + ko_cm_mblen(nullptr, mb("a"), 1), 0);
+    EXPECT_EQ(ko_cm_csname(nullptr), nullptr);
+    EXPECT_EQ(ko_cm_srcver(nullptr) + ko_cm_cmpver(nullptr) + ko_mb_cm_max(nullptr) +
+                  ko_mb_cm_min(nullptr),
+              0);
+    ko_cm_unload(nullptr);
+    ko_lc_unload(nullptr);
+}
+
+TEST(Null, IsAWrongFormatOfTimes) {
+    const loaded_locale loc(single_byte_object());
+    ko_wchar_t wide[4] = {'a'}, *const no_wide = nullptr;
+    ko_mchar_t bytes[4] = {'a'}, *const no_bytes = nullptr;
+    ko_alt_tm_t tm = {};
+    time_info info;
+    int width = 0;
+    const auto wrong = [&](int result, int failure) {
+        EXPECT_EQ(result, failure);
+        EXPECT_EQ(std::exchange(*ko_ext_errno(loc), 0), KO_EFORMAT);
+    };
+    wrong(ko_wcsftime1(loc, wide, 4, no_wide, &tm, nullptr, nullptr), 0);
+    wrong(ko_mbsftime1(loc, bytes, 4, no_bytes, &tm, nullptr, &width), 0);
+    wrong(ko_wcsfmtexpand(loc, 1, no_wide), -1);
+    wrong(ko_mbsfmtexpand(loc, 1, no_bytes), -1);
+    wrong(ko_wcsptime1(loc, wide, no_wide, &info, 0) != nullptr, 0);
+    EXPECT_EQ(ko_wcsftime1(nullptr, wide, 4, wide, &tm, nullptr, nullptr) +
+                  ko_mbsfmtexpand(nullptr, 1, bytes) + ko_wcsfmtexpand(nullptr, 1, wide),
+              -2);
+    ko_mchar_t **names;
+    EXPECT_EQ(ko_mbstimeinfo(loc, 1, nullptr, &width) + ko_mbstimeinfo(loc, 1, &names, nullptr),
+              -2);
+    EXPECT_EQ(loc.error(), KO_ENULL);
 }
 
 TEST(Null, HasNoPlaceForAHandle) {

@@ -188,6 +188,38 @@ TEST(MultiTable, SingleByteTablesTakeEveryByteWhenSharedOrWritten) {
     EXPECT_EQ(find(wider, "\xFF"), -1);
 }
 
+TEST(MultiTable, TwoAreTheSameIfAllThatTheyHoldIs) {
+    static const char other_item[2] = {1};
+    const auto made = [](const char *words, unsigned size = 2, unsigned flags = 0,
+                         const char *item = nullptr) {
+        mb_decode *const table = static_cast<mb_decode *>(create_multi(size, flags, item));
+        for (const std::string &word : split(words, ' ')) // a character, and its item behind "="
+            EXPECT_EQ(insert(table, word.substr(0, word.find('=')), word.back()), 0);
+        return table;
+    };
+    const char *const all = "a=1 \x81\x40=2 \x81\x41=3 \x82\x40=4";
+    mb_decode *const table = made(all);
+    const auto check = [&](mb_decode *other, bool same) {
+        EXPECT_EQ(same_table(table, other), same);
+        EXPECT_EQ(same_table(other, table), same);
+        free_multi(other);
+    };
+    check(made(all), true);
+    for (const char *const other :
+         {"a=1 \x81\x40=2 \x81\x41=4 \x82\x40=4", "a=1 \x81\x40=2 \x81\x42=3 \x82\x40=4",
+          "b=1 \x81\x40=2 \x81\x41=3 \x82\x40=4", "a=1 \x81\x40=2 \x81\x41=3 \x83\x40=4",
+          "a=1 \x81\x40=2 \x81\x41=3", "a=1", "\x81\x40=2 \x81\x41=3 \x82\x40=4",
+          "a=1 \x81\x40=2 \x81\x41=3 \x82\x40\x40=4"}) {
+        SCOPED_TRACE(other);
+        check(made(other), false);
+    }
+    check(nullptr, false);
+    check(made(all, 1), false);
+    check(made(all, 2, 0x100), false);
+    check(made(all, 2, 0, other_item), false);
+    free_multi(table);
+}
+
 TEST(MultiText, RunsAreChosenAsTheFormatSays) {
     static const std::pair<const char *, const char *> rows[] = {
   // items by byte

@@ -46,13 +46,18 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
     file_hooks files;
     files.files["m\\0333.cmo"] = letters;
     files.files["m\\own.cmo"] = letters;
-    charmap numbered("8859-1"), named("own.cmo"), missing("nowhere.cmo");
+    charmap numbered("8859-1"), named("own.cmo"), missing("nowhere.cmo"), unnamed(nullptr);
     ASSERT_EQ(numbered.result, 0);
     EXPECT_STREQ(ko_cm_csname(numbered), "A-NAME-THAT-IS-CUT-HE");
     EXPECT_EQ((std::vector{ko_cm_srcver(numbered), ko_cm_cmpver(numbered), ko_mb_cm_max(numbered),
                            ko_mb_cm_min(numbered), named.result}),
               (std::vector{7, 3, 3, 1, 0}));
-    EXPECT_EQ(answered(missing, missing.result), answer(-1, KO_EFILE));
+    EXPECT_EQ(unnamed.result, -1);
+    EXPECT_EQ(answered(missing, missing.result), answer(-1, KO_EFILE)); // both have one error word
+    for (charmap *const none : {&missing, &unnamed}) {
+        EXPECT_EQ(to_symbols(*none, "A", 0, 9), outcome("", 0, -1, KO_EILSEQ));
+        EXPECT_EQ(to_text(*none, "<A>", 9), outcome("", 0, -1, KO_ENOSYMBOL));
+    }
     const auto length = [&](const char *bytes, int limit) {
         return ko_cm_mblen(numbered, mb(bytes), limit);
     };
@@ -67,12 +72,13 @@ TEST(Charmap, LoadsByNumberOrNameAndFailsCleanly) {
         charmap map("bad.cmo");
         EXPECT_EQ(answered(map, map.result), answer(error ? -1 : 0, error));
     };
-    for (const std::string &bad :
-         split("s 0 A 1|s 0 A 5 1 2 3 4 5|s 0 A 0|r 0 A1 1 0 1 41|r 0 A1 1 300 1 41|"
-               "r 0 A1 -1 3 1 41|r 0 A1 0 2147483647 4 0 0 0 0|s x A 1 41|s 0 A 1 zz"))
+    for (const std::string &bad : split(
+             "s 0 A 1|s 0 A 5 1 2 3 4 5|s 0 A 0|r 0 A1 1 0 1 41|r 0 A1 1 300 1 41|"
+             "r 0 A1 -1 3 1 41|r 0 A1 0 2147483647 4 0 0 0 0|s x A 1 41|s 0 A 1 zz|s 0|s - A 1 41|"
+             "s 9999999999 A 1 41|r 0 A1 2147483647 1 1 41|r 0 A1"))
         check(bad, KO_EOBJECT);
-    for (const std::string &good :
-         split("s 0 A 2 41\t4|s 0 A 1 41\ns 0 B 2 41 42|s 0 A 1 41| \t\n|"))
+    for (const std::string &good : split("s +0 A 2 41\t4|s -7 A 1 41\ns 0 B 2 41 42|s 0 B 2 41 "
+                                         "42\ns 0 A 1 41|s 0 A 1 41| \t\n|"))
         check(good, 0);
     files.files["m\\bad.cmo"] = header + "r 0 j01 1 3 1 41\nr 0 j01\n"; // serves what it has
     charmap half("bad.cmo");
@@ -95,7 +101,8 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     // and the error. A symbol that does not fit is dropped whole, and so is what follows it.
     for (const auto &w : table(
              "AB\x82\x02 0 99 <A><a\\<b> 2 -1 1; "
-             "\x81\xfe\x82\x01\x90\x42\x90\x43 8 99 <j0101><next><two><dig03> 8 26 0; "
+             "\x81\xfe\x82\x01\x90\x42\x90\x43\x90\x40 10 99 <j0101><next><two><dig03><dig00> 10 "
+             "33 0; "
              "AAB 3 8 <A><A> 3 7 0; ABA 3 6 <A> 3 4 0; AzA 3 99 <A> 1 -1 1; A\x81 2 99 <A> 1 -1 7; "
              "A\x81 0 99 <A> 1 -1 1; A 1 0 _ 0 -1 9; C 1 7 <C\\\\D> 1 7 0; A\x85 0 99 <A> 1 -1 "
              "1")) {
@@ -105,11 +112,14 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     }
     EXPECT_EQ(to_symbols(map, "\x82\0\x85\0", 4, 99), outcome("<j0103><nul2>", 4, 14, 0));
     // Symbols, the room, and what comes out with the part that was read, the result and the error.
-    for (auto &w : table("<A><cap_a><a\\<b> 9 AAB 16 4 0; <j0103><dig199> 9 \x82 7 -1 53; "
-                         "<dig99><two> 9 \x90\xA3\x90\x42 12 5 0; <A><j0104> 9 A 3 -1 53; "
-                         "<A>~<A> 9 A 3 -1 1; <A><A 9 A 3 -1 1; <A><A\\ 9 A 3 -1 1; "
-                         "<A><A> 2 A 3 -1 9; <j101> 9 _ 0 -1 53; <j99999999999999> 9 _ 0 -1 53; "
-                         "_ 1 _ 0 1 0; <A> 0 _ 0 -1 9")) {
+    for (auto &w : table(
+             "<A><cap_a><a\\<b> 9 AAB 16 4 0; <j0103><dig199> 9 \x82 7 -1 53; "
+             "<dig99><two> 9 \x90\xA3\x90\x42 12 5 0; <A><j0104> 9 A 3 -1 53; "
+             "<A>~<A> 9 A 3 -1 1; <A><A 9 A 3 -1 1; <A><A\\ 9 A 3 -1 1; "
+             "<A><A> 2 A 3 -1 9; <j101> 9 _ 0 -1 53; <j99999999999999> 9 _ 0 -1 53; "
+             "<j-> 9 _ 0 -1 53; "
+             "<j01010101010101010101010101010101010101010101010101010101010101010101> 9 _ 0 -1 53; "
+             "_ 1 _ 0 1 0; <A> 0 _ 0 -1 9")) {
         SCOPED_TRACE(w[0]);
         for (std::string *word : {&w[0], &w[2]})
             if (*word == "_") word->clear();
@@ -139,6 +149,10 @@ TEST(Charmap, WritesSymbolsAndReadsThemBack) {
     EXPECT_EQ(answered(map, ko_symstowcs(map, back, 8, &symbols)), answer(-1, KO_EILSEQ));
     EXPECT_EQ(wide(back), u"A");
     EXPECT_STREQ(symbols, "<long>");
+    const auto beyond = wcs(u"A\uFFFF");
+    from = beyond.data();
+    EXPECT_EQ(answered(map, ko_wcstosyms(map, list, 32, &from, 0)), answer(-1, KO_EILSEQ));
+    EXPECT_EQ(from - beyond.data(), 1);
 }
 
 TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
@@ -161,6 +175,9 @@ TEST(Charmap, FindsNamesAndCharactersAmongManyRangesInAnyOrder) {
         char list[32];
         ko_mbtosymlist(map, list, 32, mb("\x90\x2c"), 2);
         EXPECT_STREQ(list, overlap ? "<N044><N042>" : "<N044>");
+        for (const char *const none : {"\x8f\xff", "\x90\xff"}) // before and after them
+            EXPECT_EQ(answered(map, ko_mbtosymlist(map, list, 32, mb(none), 2)),
+                      answer(-1, KO_ENOSYMBOL));
     }
 }
 

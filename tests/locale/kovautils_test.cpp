@@ -440,10 +440,11 @@ TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
     ko_message(nullptr);
     ko_message("host's\tlines\n\x1b[2J\r");
     message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
+    message_1("without a place", "\u00A9\U0001F600\xF5\xF0\x9F");
     EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
                               "\nhost's\tlines\n\\x1b[2J\\x0d\n"
                               "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
-                              "\u00DC\u20AC\xE9\xC3 now\n");
+                              "\u00DC\u20AC\xE9\xC3 now\n\u00A9\U0001F600\xF5\xF0\\x9f\n");
 }
 
 TEST(Log, TellsEveryTryOfASearch) {
@@ -486,13 +487,26 @@ TEST(Log, PopUpsAreLinesOnStandardErrorAndAnUnwritableLogIsLeftAlone) {
 
 TEST(ProfileFile, FollowsTheRulesOfProfileFiles) {
     const std::string long_line(2000, 'x'), full(511, 'x'), cut(600, 'x'); // "K": the section
-    for (const std::string &contents :
-         {"K\nLogging=on\n+"s, "[kova]\r\n  LOGGING  =  On  \r\n+"s, "[ KOVA ]\nlogging=on+"s,
-          "K\nLogging=\"on\"\n+"s, "[OTHER]\nLogging=on\nK\nPopups=off\nLogging=on\n+"s,
-          "K\n" + long_line + "\nLogging=on\n+", "K\n" + full + "\nLogging=on\n+",
-          "K\n" + cut + "Logging=on", "Logging=on\n"s, "[OTHER]\nLogging=on\n"s,
-          "K\n;Logging=on\n"s, "K\nLogging=off\nLogging=on\n"s, "K\nLogging2=on\n"s, "[KOVA"s, "["s,
-          "="s}) {
+    for (const std::string &contents : {"K\nLogging=on\n+"s,
+                                        "[kova]\r\n  LOGGING  =  On  \r\n+"s,
+                                        "[ KOVA ]\nlogging=on+"s,
+                                        "K\nLogging=\"on\"\n+"s,
+                                        "[OTHER]\nLogging=on\nK\nPopups=off\nLogging=on\n+"s,
+                                        "K\n" + long_line + "\nLogging=on\n+",
+                                        "K\n" + full + "\nLogging=on\n+",
+                                        "K\nLogging='on'\n+"s,
+                                        "K\n\nLogging=on and on and on\n+"s,
+                                        "K\nLogging='on\"\n"s,
+                                        "K\nLogging=\"\n"s,
+                                        "K\n" + cut + "Logging=on",
+                                        "Logging=on\n"s,
+                                        "[OTHER]\nLogging=on\n"s,
+                                        "K\n;Logging=on\n"s,
+                                        "K\nLogging=off\nLogging=on\n"s,
+                                        "K\nLogging2=on\n"s,
+                                        "[KOVA"s,
+                                        "["s,
+                                        "="s}) {
         SCOPED_TRACE(contents);
         std::string text = contents;
         if (const size_t k = text.find("K\n"); k != text.npos) text.replace(k, 1, "[KOVA]");

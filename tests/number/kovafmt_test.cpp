@@ -61,6 +61,13 @@ template <class Unit, class Print> static std::string printed(ko_lc_t loc, Print
     }
     return text;
 }
+static int by_list(ko_lc_t loc, ko_wchar_t *out, int max, const ko_wchar_t *format, ...) {
+    va_list values;
+    va_start(values, format);
+    const int n = ko_wcsfnum1(loc, out, max, format, values);
+    va_end(values);
+    return n;
+}
 template <class... Values>
 static std::string fnum(ko_lc_t loc, std::string_view format, Values... values) {
     const auto wide_format = in_set(loc, format);
@@ -68,6 +75,12 @@ static std::string fnum(ko_lc_t loc, std::string_view format, Values... values) 
     const std::string text = printed<ko_wchar_t>(loc, [&](ko_wchar_t *out, int max) {
         return ko_wcsfnum(loc, out, max, wide_format.data(), values...);
     });
+    std::vector<ko_wchar_t> listed(room + 1);
+    const answer by_values =
+        answered(loc, by_list(loc, listed.data(), room, wide_format.data(), values...));
+    EXPECT_EQ(by_values.error ? "!" + std::to_string(by_values.error)
+                              : from_set(loc, listed.data()),
+              text);
     EXPECT_EQ(printed<ko_mchar_t>(loc,
                                   [&](ko_mchar_t *out, int max) {
                                       return ko_mbsfnum(loc, out, max, mb_format.data(), values...);
@@ -108,7 +121,7 @@ static constexpr const char real_rows[] =
     "%g 999999.5 1E+06; %.17g 0.1 0.1; %G 0.00001234 1.234E-05; %g 0.0001234 0.0001234; "
     "%#g 1 1.00000; %#.1g 5 5.; %.0g 5 5; %'g 123456 123,456; %+.1f 2 +2.0; %~.1f 2 ~2.0; "
     "%-8.1f| 1.5 1.5~~~~~|; %010.2f -1.5 -000001.50; %06f inf ~~~inf; %-6f| -inf -inf~~|; "
-    "%+G inf +INF; %'e nan nan; %.99999f 1 !14; %F 1 !22";
+    "%+G inf +INF; %E -inf -INF; %G nan NAN; %'e nan nan; %.99999f 1 !14; %F 1 !22";
 
 TEST(NumberFormat, WritesReals) {
     in_both_sets(real_rows, [](ko_lc_t loc, const auto &w) {
@@ -149,6 +162,7 @@ TEST(NumberFormat, WritesStringsAndCharacters) {
     static constexpr const char rows[] =
         "%s|%% abc abc|%; %5s abc ~~abc; %-5s| abc abc~~|; %05s abc 00abc; %2s| abc ab|; "
         "%.2s abc ab; %5.2s abc ~~~ab; %3.3s abcdef ~~~abc; %.0s abc ~~~; %2.5s abcdef abcde; "
+        "%2.5s abc abc; "
         "%-4.2s abcdef ab~~; %c%% xyz x%; %3c| x ~~x|; %-3c| x x~~|; %03c x 00x; %700s x !14";
     for (const auto &w : table(rows)) {
         SCOPED_TRACE(w[0] + " " + w[1]);
@@ -161,14 +175,15 @@ TEST(NumberFormat, WritesStringsAndCharacters) {
     const auto units = wcs(u"abc");
     EXPECT_EQ(fnum(english(), "%-4ls|%.1Ls|%lc", units.data(), units.data(), 'x'), "abc |a|x");
     EXPECT_EQ(fnum(english(), "%lc", 0), "!1");
+    EXPECT_EQ(fnum(english(), "%\xA4", 7), "!22");
     const std::string text(500, 'x');
     EXPECT_EQ(fnum(english(), "%s", text.c_str()), text);
     EXPECT_EQ(fnum(english(), text), text);
     // A character without a byte is the last thing told.
-    for (const auto &w : table("a%lc%5d 2 14; a%lc%y 9 22; a%lc% 9 15; a%lcb 9 1")) {
+    for (const auto &w : table("a%lc%5d 2 14; a%lc%y 9 22; a%lc% 9 15; a%lcb 9 1; a%lc%lc 9 1")) {
         ko_mchar_t out[16];
-        EXPECT_EQ(answered(english(),
-                           ko_mbsfnum(english(), out, whole(w[1]), mb(w[0].c_str()), 0x8140, 1)),
+        EXPECT_EQ(answered(english(), ko_mbsfnum(english(), out, whole(w[1]), mb(w[0].c_str()),
+                                                 0x8140, 0x8141)),
                   answer(-1, whole(w[2])));
         EXPECT_EQ(out[0] << 8 | out[1], 'a' << 8) << w[0];
     }
@@ -187,6 +202,9 @@ TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
     EXPECT_EQ(answered(mixed, ko_mbsfnum(mixed, out, 9, mb("\x81\x20%d"), 12)),
               answer(-1, KO_EILSEQ));
     EXPECT_EQ(ko_mbsfnum(mixed, out, 9, mb("%s"), mb("\x81")), -1);
+    ko_wchar_t units[32] = {};
+    EXPECT_EQ(ko_wcsfnum(mixed, units, 31, wcs(u"%c").data(), mb("\x81\x40")), 1);
+    EXPECT_EQ(wide(units), u"\u8140");
 
     const std::string format = encoded("%'.1f", true) + std::string(2, '\0');
     const std::string want = encoded("-1.23.456,5", true) + std::string(2, '\0');
@@ -194,7 +212,6 @@ TEST(NumberFormat, ServesMultibyteCodeSetsAndEmptyRecords) {
     EXPECT_EQ(std::string_view(reinterpret_cast<char *>(out), 24), want);
 
     const own_record empty;
-    ko_wchar_t units[32];
     EXPECT_EQ(ko_wcsfnum(empty, units, 31, wcs(u"%'d %+.1f").data(), -12345, 0.5), 10);
     EXPECT_EQ(wide(units), u"-12345 0.5");
     int value = 0;
@@ -273,7 +290,7 @@ TEST(NumberParse, ReadsIntegers) {
         "-5 %1d 0!22 77 77; 1~2 %*d%d 1 2 77; 1~2 %*d%d%d 1!22 2 77; 5 %*5d 0!22 77 77; "
         "50% %d%% 1 50 77; 50x %d%% 1!22 50 77; ff~0x1F %x%X 2 255 31; 777~1012~123 %o%b 2 511 5; "
         "123 %q 1 27 77; 12 %.5d 1 12 77; 99999999999 %d 1 -1 77; 5 % 0!15 77 77; "
-        "5 %y 0!22 77 77; 5 %.%d 0!45 77 77; 5 %1$d 0!22 77 77";
+        "5 %y 0!22 77 77; 5 %.%d 0!45 77 77; 5 %5 0!15 77 77; 5 %1$d 0!22 77 77";
     in_both_sets(rows, reads_numbers<int>);
     short pair[2] = {77, 77};
     EXPECT_EQ(pnum(english(), "-3", "%hd", pair), "1");
@@ -297,6 +314,8 @@ TEST(NumberParse, ReadsStringsAndCharacters) {
     EXPECT_EQ(pnum(english(), " abc", "%*s%2ls", units), "1");
     EXPECT_EQ(wide(units), u"ab");
     memset(bytes, 0xAA, sizeof bytes);
+    EXPECT_EQ(pnum(english(), "abc", "%9ls", units), "1");
+    EXPECT_EQ(wide(units), u"abc");
     EXPECT_EQ(pnum(english(), "a b", "%5c%lc", bytes, units), "2");
     EXPECT_TRUE(bytes[0] == 'a' && bytes[1] == 0xAA && units[0] == 'b');
     EXPECT_EQ(pnum(english(), "a", "%*c%c", bytes), "0!22");
@@ -336,6 +355,7 @@ TEST(NumberFormat, RefusesNegativeRoomAndPlacesThatAreNull) {
     ko_wchar_t out[4] = {1, 1, 1, 1};
     EXPECT_EQ(answered(loc, ko_wcsfnum(loc, out, -1, wcs(u"%d").data(), 1)), answer(-1, KO_E2BIG));
     EXPECT_EQ(out[0], 1);
-    EXPECT_EQ(answered(loc, ko_wcspnum(loc, wcs(u"1").data(), wcs(u"%d").data(), nullptr)),
-              answer(0, KO_ENULL));
+    for (const char16_t *const format : {u"%d", u"%f", u"%c", u"%s", u"%ls"})
+        EXPECT_EQ(answered(loc, ko_wcspnum(loc, wcs(u"1").data(), wcs(format).data(), nullptr)),
+                  answer(0, KO_ENULL));
 }

@@ -155,6 +155,13 @@ TEST(Numbers, ReadsNoFurtherThanToldAndFindsRuns) {
               answer(-1, KO_EINVAL));
     EXPECT_EQ(grouped_run(record(loc), text.data(), 100, 10), 9);
     EXPECT_EQ(grouped_run(record(loc), text.data(), 2, 10), 1);
+    for (const char16_t *const beyond : {u" 12\u8140", u" 12\u0661"}) { // no digits of a byte
+        EXPECT_EQ(ko_wcstol(loc, wcs(beyond).data(), nullptr, 10, 0), 12);
+        EXPECT_EQ(ko_wcstod(loc, wcs(beyond).data(), nullptr, 1), 12);
+    }
+    const own_record empty;
+    EXPECT_EQ(ko_wcstol(empty, wcs(u" \t12").data(), nullptr, 10, 0), 12)
+        << "blanks without classes";
 }
 
 TEST(Numbers, WritesGroupsWithinTheMaximum) {
@@ -213,7 +220,9 @@ TEST(Numbers, AgreeWithTheCLibrary) {
         std::string text;
         for (size_t len = random() % 24; len; len--)
             text += random() % 8 ? pick("0123456789") : pick(" +-.eExXpainfy(_)g");
-        if (n < 32) text = "-2147483648";
+        static constexpr const char *special[] = {"-2147483648", "infinity", "-INFINITYx", "nan",
+                                                  "NaN(",        "nan(1_z)", "+nan(12",    "nan()"};
+        if (n < 32) text = special[n % 8];
         SCOPED_TRACE(text);
         char *end;
         const double real = strtod(text.c_str(), &end);

@@ -174,10 +174,17 @@ TEST(Money, StandsInForWhatTheLocaleLacks) {
         EXPECT_EQ(fmon(loc, "%=*#10.0n", 7.0).size(), string(groups[i]).size() + 1) << groups[i];
         EXPECT_EQ(fmon(loc, "%=*#9.0n", 7.0).size(), sizes_of_nine[i] + 1);
     }
-    const auto point = std::exchange(m.w_mon_decimal_point, nullptr); // no text of the code set
-    loc.prepare();
-    EXPECT_EQ(fmon(loc, "a%n", 1.0) + pmon(loc, "%n", "$1"), "a!1!1");
-    m.w_mon_decimal_point = point;
+    // Marks that are no texts of the code set.
+    for (const auto mark : {&monum::w_mon_decimal_point, &monum::w_currency_symbol,
+                            &monum::w_thousands_sep, &monum::w_negative_sign}) {
+        const auto text = std::exchange(m.*mark, nullptr);
+        loc.prepare();
+        EXPECT_EQ(fmon(loc, "a%n", -1234.0) + pmon(loc, "%n", "-$1,234"), "a!1!1");
+        m.*mark = text;
+    }
+    const auto plus = std::exchange(m.w_positive_sign, nullptr);
+    EXPECT_EQ(fmon(loc, "%#1n", -1.0) + fmon(loc, "%+n", 1.0) + pmon(loc, "%n", "$1"), "!1!1!1");
+    m.w_positive_sign = plus;
     const own_record empty;
     EXPECT_EQ(fmon(empty, "<%3n>", 1.0), "<   >");
     monum &none = record(empty)->monum_info;
@@ -281,6 +288,7 @@ TEST(Money, ReadsAmountsAndTellsWhereTheyEnd) {
     read(rows);
     loc.lay_out(1, 1, 1, 0); // the symbol behind: missing, or another
     read("%n 5.00 5;; %n 5.00~$ 5;; %n 5.00~E !22; %i 5.00~USD 5;; %n,~%n 5.00,~6.00$ 5;6;");
+    EXPECT_EQ(pmon(loc, "%n\t%n", "7.00$ \t8.00\t$"), "7;8;") << "blanks and spaces of a class";
     const string longest(255, '1');
     EXPECT_NE(pmon(loc, "%n", longest), "!22");
     EXPECT_EQ(pmon(loc, "%n", longest + "1"), "!22");

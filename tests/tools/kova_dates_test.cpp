@@ -2,7 +2,10 @@
 #include "kova/kova_locale.h"
 #include "kova/kova_reading.h"
 
+#include "support/rows.h"
 #include "tools/command_run.h"
+
+#include <nlohmann/json.hpp>
 
 #include <regex>
 
@@ -171,6 +174,113 @@ struct KovaDateTable : data_test {
             << got.out << got.err;
     }
 };
+
+// Each is what a person may type, and what the answer has to contain: the time, or after "!" the
+// reason why there is none. "=" asks for the day of the row before.
+TEST_F(KovaDateTable, MomentsAreReadAsPeopleTypeThem) {
+    static const char moments[] =
+        "0000-01-01>0000-01-01 00:00:00|10000-01-01>!is not a date|@-99999999999999>!is not a date|"
+        "@12.5>1970-01-01 00:00:12,5|@-12.5>1969-12-31 23:59:47,5|@x>!is not a date|"
+        "2026-13-01>!there is no month 13|2026-02-30>!February 2026 has 28 days|"
+        "20261301>!there is no month 13|2026-1-2>!is not a date|2026/3/4>!is not a date|"
+        "2026-W00>!no day 1 of a week 0|2026-W60>!no day 1 of a week 60|"
+        "2026-W10-0>!no day 0 of a week 10|2026-W10-8>!no day 8 of a week 10|"
+        "2026-W10>2026-03-02|2026W103>2026-03-04|2026-W53>2026-12-28|2026-000>!2026 has 365 days|"
+        "2026-366>!2026 has 365 days|2026001>2026-01-01|20260102>2026-01-02|202613>!is not a date|"
+        "12:60>!is not a date|25:00>!is not a date|2026-01-02 24:00>2026-01-03 00:00:00|"
+        "24:00:01>!is not a date|24:00:00.5>!is not a date|23:59:60>23:59:60|"
+        "12:30:60>!is not a date|13pm>!is not a date|0am>!is not a date|12am>00:00:00|"
+        "12 pm>12:00:00|2026-01-02 3pm>2026-01-02 15:00:00|2026-01-02T1230>2026-01-02 12:30:00|"
+        "2026-01-02T12:30z>2026-01-02 12:30:00|2026-01-02 12:30 utc>2026-01-02 12:30:00|"
+        "2026-01-02 12:30 +0530>2026-01-02 07:00:00|2026-01-02 12:30 +24:00>!is not a date|"
+        "2026-01-02 12:30 +05:60>!is not a date|2026-01-02 12:30 +x>!is not a date|"
+        "2026-01-02 12:30:15,5>12:30:15,5|12:00 13:00>!is not a date|1st of May 2026>2026-05-01|"
+        "2nd May 2026>2026-05-02|3rd May 2026>2026-05-03|4th may 2026>2026-05-04|"
+        "0 May>!is not a date|12: May>!is not a date|May>!a month without a day|"
+        "32 May 2026>!May 2026 has 31 days|31 April 2026>!April 2026 has 30 days|"
+        "next month may>!a month without a day|next month>-|+1 month>=|last month>-|-1 month>=|"
+        "last day of this month>-|last day of month>=|first Monday of next month>Monday|"
+        "last friday of last month>Friday|this month>!is not a date|next year>-|+12 months>=|"
+        "second friday of march 2026>2026-03-13|third day of march 2026>2026-03-03|"
+        "last day of February 2028>2028-02-29|first of may>!is not a date|"
+        "first monday of>!is not a date|fifth friday of february 2026>!no fifth such day|"
+        "2026-01-02 friday>2026-01-02|2026-01-03 friday>!is a saturday|friday friday>Friday|"
+        "friday monday>!two days of the week|last Friday>Friday|next sat>Saturday|"
+        "2026-01-02 2026-01-03>!two days, 2026-01-02 and 2026-01-03|now now>-|now>=|"
+        "@0 @0>!is not a date|@0 2026-01-01>!beside what stands for both|@0 now>!|"
+        "0 days>-|today>=|2 hours ago>:|1 fortnight>!is not a date|+1>!is not a date|"
+        "12345678901 days>!is not a date|2026-01-31 +1 month>2026-0|2026-01-02 -1 day>2026-01-01|"
+        "9999-12-31 1 day>!outside the years|0000-01-01 1 day ago>!outside the years";
+    environment["TZ"] = "UTC";
+    std::string all;
+    for (const std::string &row : split(moments))
+        all += row.substr(0, row.rfind('>')) + "\n";
+    const outcome got = kova("date POSIX '%Y-%m-%d %T,%F %A' -f - --json", all);
+    EXPECT_EQ(got.status, 1);
+    std::istringstream lines(got.out);
+    std::string before, line;
+    for (const std::string &row : split(moments)) {
+        SCOPED_TRACE(row);
+        ASSERT_TRUE(std::getline(lines, line));
+        const auto json = nlohmann::json::parse(line);
+        std::string want = row.substr(row.rfind('>') + 1);
+        const bool refused = want[0] == '!';
+        ASSERT_EQ(json.contains("error"), refused) << line;
+        const std::string answer = json[refused ? "error" : "result"];
+        if (refused) want.erase(0, 1);
+        if (want == "=") want = before;
+        before = answer.substr(0, 10);
+        EXPECT_NE(answer.find(want), answer.npos) << answer;
+    }
+}
+
+// What TZ is, and the time of the moment 1780000000, 20:26 in UTC; "!" where it names no zone.
+TEST_F(KovaDateTable, ZonesOfTheEnvironmentAreRulesOrNames) {
+    for (const std::string row : {"<+03>-3>23:26 +03",
+                                  "<-03>3<-02>,M10.1.0/0,M3.3.0/0>17:26 -03",
+                                  "CET-1CEST,M3.5.0,M10.5.0/3>22:26 CEST",
+                                  "ABC5DEF,J60/25,J300>16:26 DEF",
+                                  "ABC5DEF,60,300/167:00:00>16:26 DEF",
+                                  "ABC5DEF4>16:26 DEF",
+                                  "ABC1:00:00>19:26 ABC",
+                                  "ABC5DEF4:30,M3.1.0,M4.1.0>15:26 ABC",
+                                  "<A1+b->4>16:26 A1+b-",
+                                  "ABC-14:59:59>11:26 ABC",
+                                  "GMT>20:26 GMT",
+                                  ":UTC>20:26 UTC",
+                                  "ABC5DEF,M13.1.0,M1.1.0>!",
+                                  "ABC5DEF,M3.6.0,M1.1.0>!",
+                                  "ABC5DEF,M3.5.7,M1.1.0>!",
+                                  "ABC5DEF,J0,J1>!",
+                                  "ABC5DEF,366,1>!",
+                                  "ABC5DEF,,1>!",
+                                  "ABC5DEF,1234,1>!",
+                                  "ABC5DEF,M3.5.0/168,1>!",
+                                  "ABC5DEF,M3>!",
+                                  "ABC5DEF,M3.5>!",
+                                  "ABC5DEF,x>!",
+                                  "ABC5DEF,1,2,3>!",
+                                  "AB5>!",
+                                  "ABC25>!",
+                                  "ABC1234>!",
+                                  "ABC1:60>!",
+                                  "ABC1:00:00:00>!",
+                                  "<AB>!",
+                                  "<a+b->-4x>!",
+                                  "Nowhere/City>!"}) {
+        const size_t at = row.rfind('>');
+        environment["TZ"] = row.substr(0, at);
+        const outcome got = kova("date POSIX '%H:%M %Z' --at @1780000000");
+        const bool none = row.ends_with("!");
+        EXPECT_EQ(got.status != 0, none) << row << got.err;
+        EXPECT_EQ(got.out, none ? "" : row.substr(at + 1) + "\n") << row;
+    }
+    environment["TZ"] = "UTC";
+    for (const char *const bad : {"+24", "+x", "-03:60", "+02:00x", "Nowhere/City"})
+        fails(2, std::string("date POSIX %T --zone ") + bad, std::string("--zone ") + bad);
+    writes("date POSIX '%R %Z' --zone -0330 --at @1780000000", "16:56 -03:30\n");
+    writes("date POSIX '%R %Z' --zone Z --at @1780000000", "20:26 UTC\n");
+}
 
 TEST_F(KovaDateTable, RowsOfTheDocumentationGiveWhatTheySay) {
     environment["TZ"] = "UTC";
