@@ -109,7 +109,7 @@ static int read_codeset(const char *objects, const char *file, char *codeset) {
     object_facts facts = {};
     int error = KO_OK;
     const bool read = read_file_header(&in, codeset, &facts, &error);
-    if (!error && (!read || in.ended)) error = KO_EOBJECT;
+    if (!error && (!read || in_getc(&in) < 0)) error = KO_EOBJECT; // no object ends here
     if (ko_ext_ferror(stream)) error = KO_EIO;
     ko_ext_fclose(stream);
     return error;

@@ -67,9 +67,9 @@ TEST(Collation, ReplacesAnExpansionByANestedOne) {
 TEST(Collation, WidensWeightsWithTheLargestOne) {
     // The largest weight, that of a, and its key: 50.96 is (12288 - 2) / 254 + 2 and the rest + 2,
     // and 0 has no digit of its own.
-    for (const auto &w :
-         table("253 200 a:200; 254 200 a:2.200; 254 256 a:3.2; 64515 12288 a:50.96; "
-               "64516 300 a:2.3.46; 10 0 a:2; 10 7t a:7.2.97; 10 0t a:2.2.97")) {
+    for (const auto &w : table(
+             "253 200 a:200; 254 200 a:2.200; 254 256 a:3.2; 64515 12288 a:50.96; "
+             "64516 300 a:2.3.46; 70000 300 a:2.3.46; 10 0 a:2; 10 7t a:7.2.97; 10 0t a:2.2.97")) {
         coll_spec spec = bytes_spec("a", ("90 " + w[1]).c_str());
         spec.num_weights = whole(w[0]);
         check(spec, "", w[2]);
@@ -114,6 +114,12 @@ TEST(Collation, FollowsTheCodesWithoutACategoryOrOnDemand) {
         EXPECT_EQ(ko_wcsxfrm(r->handle, dst, wcs(u"a\u0100").data(), 8), -1);
         EXPECT_EQ(r->error(), KO_EILSEQ);
     }
+    coll_record pairs({std::string(1, '\0'), "a", "b", "\x81\x41"}, spec.text());
+    EXPECT_EQ(im_mbscoll(pairs.handle, mb("ba"), mb("b\x81\x41")), -1);
+    EXPECT_EQ(sort_key(pairs.handle, "ab\x81\x41"), "ab\x81\x41");
+    EXPECT_EQ(pairs.error(), 0);
+    EXPECT_EQ(ko_wcsxfrm(pairs.handle, nullptr, wcs(u"a\uFFFF").data(), 0), -1);
+    EXPECT_EQ(pairs.error(), KO_EILSEQ);
 }
 
 TEST(Collation, RefusesWhatIsNoString) {
@@ -136,8 +142,15 @@ TEST(Collation, RefusesWhatIsNoString) {
             EXPECT_EQ(im_mbscoll(r.handle, mb(a), mb(b)), want);
             EXPECT_EQ(r.error(), error) << b;
         }
-    EXPECT_EQ(sort_key(r.handle, "a\x81"), "failed");
-    EXPECT_EQ(r.error(), KO_EILSEQ);
+    for (const char *const bad : {"a\x81", "\x81\x42"}) {
+        r.clear_error();
+        EXPECT_EQ(sort_key(r.handle, bad), "failed");
+        EXPECT_EQ(sort_key(r.handle, std::string(1000, 'a') + bad), "failed");
+        EXPECT_EQ(r.error(), KO_EILSEQ);
+    }
+    EXPECT_EQ(ko_full_mbsxfrm(r.handle, nullptr, mb("a"), 1), -1);
+    EXPECT_EQ(ko_wcsxfrm(r.handle, nullptr, wcs(u"a").data(), 1), -1);
+    EXPECT_EQ(r.error(), KO_ENULL);
 }
 
 TEST(Collation, ComparesCodesWithoutALocale) {

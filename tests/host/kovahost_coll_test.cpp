@@ -48,35 +48,38 @@ TEST(HostOrder, IsThatOfWideStrings) {
     });
 }
 
+static void check_total_order(ko_lc_t loc) {
+    random_texts texts = {std::mt19937(8)};
+    std::vector<std::string> some;
+    for (int round = 0; round < 400; ++round) {
+        std::string text;
+        for (const char32_t code : texts.text(4)) {
+            text += utf8(code);
+            if (!texts.below(3))
+                text += static_cast<char>(texts.below(2) ? 0 : 0x80 + texts.below(128));
+            if (!texts.below(5)) text.pop_back();
+        }
+        some.push_back(text);
+    }
+    std::sort(some.begin(), some.end(),
+              [&](const auto &a, const auto &b) { return order(loc, a, b) < 0; });
+    std::vector<std::string> keys;
+    for (const std::string &text : some)
+        keys.push_back(key(loc, text));
+    for (size_t i = 0; i < some.size(); ++i) {
+        for (size_t j = i; j < some.size(); ++j) {
+            const int there = order(loc, some[i], some[j]);
+            ASSERT_LE(there, 0) << some[i] << " : " << some[j];
+            ASSERT_EQ(order(loc, some[j], some[i]), -there);
+            ASSERT_EQ(sign(keys[i].compare(keys[j])), sign(there)) << some[i] << " : " << some[j];
+        }
+    }
+}
 TEST(HostOrder, IsTotalWithNullsAndBytesThatAreNoCharacters) {
-    each_locale(true, [](ko_lc_t loc) {
-        random_texts texts = {std::mt19937(8)};
-        std::vector<std::string> some;
-        for (int round = 0; round < 400; ++round) {
-            std::string text;
-            for (const char32_t code : texts.text(4)) {
-                text += utf8(code);
-                if (!texts.below(3))
-                    text += static_cast<char>(texts.below(2) ? 0 : 0x80 + texts.below(128));
-                if (!texts.below(5)) text.pop_back();
-            }
-            some.push_back(text);
-        }
-        std::sort(some.begin(), some.end(),
-                  [&](const auto &a, const auto &b) { return order(loc, a, b) < 0; });
-        std::vector<std::string> keys;
-        for (const std::string &text : some)
-            keys.push_back(key(loc, text));
-        for (size_t i = 0; i < some.size(); ++i) {
-            for (size_t j = i; j < some.size(); ++j) {
-                const int there = order(loc, some[i], some[j]);
-                ASSERT_LE(there, 0) << some[i] << " : " << some[j];
-                ASSERT_EQ(order(loc, some[j], some[i]), -there);
-                ASSERT_EQ(sign(keys[i].compare(keys[j])), sign(there))
-                    << some[i] << " : " << some[j];
-            }
-        }
-    });
+    for (const bool unicode : {true, false})
+        each_locale(unicode, check_total_order);
+    bare_record by_code;
+    check_total_order(by_code.loc);
 }
 
 TEST(HostKeys, FillEveryRoomAndSurviveEveryFailure) {
@@ -175,6 +178,11 @@ TEST(HostOrder, TellsErrorsAndStillOrders) {
     EXPECT_EQ(order(r.loc, std::string("a\0", 2), std::string("a")), 1);
     EXPECT_EQ(order(r.loc, std::string("a\x80"), std::string("a\xEF\xBF\xBF")), 1 + KO_EILSEQ);
     EXPECT_EQ(ko_utf8scoll(r.loc, nullptr, 1, "a", 1), -1 - KO_ENULL);
+    EXPECT_EQ(ko_utf8scoll(r.loc, "a", 1, nullptr, 1), 1 + KO_ENULL);
+    EXPECT_EQ(ko_utf16scoll(r.loc, u"a", 1, nullptr, 0), 1);
+    EXPECT_EQ(ko_utf8scoll(r.loc, nullptr, 0, nullptr, 0), 0);
+    EXPECT_EQ(ko_utf8sxfrm(r.loc, nullptr, 0, nullptr, 1), -KO_ENULL);
+    EXPECT_EQ(ko_utf8sxfrm(r.loc, nullptr, 1, "a", 1), -KO_ENULL);
     EXPECT_EQ(key(r.loc, std::string("\xEF\xBF\xBF\xC3", 4)), "\xFF\xFF\0\xFF\xFF\1\xC3"s);
     record(r.loc)->codeset[KO_LC_COLLATE - 2][0] = 0;
     EXPECT_EQ(order(r.loc, std::string("a"), std::string("B")), 1 + KO_ECODESET);

@@ -64,6 +64,11 @@ std::string convert_terminated(ko_cv_t cd, std::string text, size_t &taken) {
     int room = static_cast<int>(space.size()), sub;
     EXPECT_EQ(ko_miconv(cd, &in, nullptr, &out, &room, &sub), 0);
     taken = size_t(in - mb(text.data()));
+    const ko_mchar_t *again = mb(text.data());
+    conv_state st = {.first_frag = 1, .last_frag = 1};
+    int left = static_cast<int>(space.size());
+    EXPECT_EQ(ko_mconvlen(cd, &st, &again, nullptr, &left, &sub), 0);
+    EXPECT_TRUE(again == in && left == room) << "it is measured as it is written";
     return {space.data(), out};
 }
 
@@ -240,7 +245,7 @@ TEST(HostConversion, OpensByNameOrSaysWhyNot) {
          table("ISO8859-1 1; iso~8859~1 1; Windows-1252 1252; cp1252 1252; 1252 1252; IBM-37 37; "
                "cp037 37; ccsid~00037 37; 037 37; UTF8 57372; utf-16 1204; UTF-16LE 1202; "
                "UCS-2BE 57349; CP1208 57372; 00037 37; ibm38 none; ~ none; -- none; 65573 none; "
-               "a~name~that~is~too~long none"))
+               "a~name~that~is~too~long none; ibmx none; cp1234567 none; {} none; 99999999 none"))
         EXPECT_EQ(ko_codeset_number(root.path.c_str(), w[0].c_str()),
                   w[1] == "none" ? -KO_ENOCODESET : whole(w[1]))
             << w[0];
@@ -257,10 +262,12 @@ TEST(HostConversion, OpensByNameOrSaysWhyNot) {
         {"utf8",     "cp038",     0,                 KO_ENOCODESET},
         {"utf8",     "utf8",      8,                 KO_ERANGE    },
         {"utf8",     nullptr,     0,                 KO_ENULL     },
+        {nullptr,    "utf8",      0,                 KO_ENULL     },
+        {"cp038",    "utf8",      0,                 KO_ENOCODESET},
     };
     for (const auto &row : rows)
         EXPECT_EQ(conversion_to(row.from, row.to, row.flags, root.path.c_str()).result, row.error)
-            << row.from << " " << (row.to ? row.to : "NULL");
+            << (row.from ? row.from : "NULL") << " " << (row.to ? row.to : "NULL");
     root.write("kova/cv9/e01c0001.cvo", conversion(false) + " ");
     EXPECT_EQ(conversion_to("utf8", "iso88591", KO_OPEN_VERIFY, root.path.c_str()).result,
               KO_EOBJECT);
@@ -308,8 +315,8 @@ TEST(HostConversion, CodeSetsThatNoObjectHoldsConvertByRule) {
         {"iso-2022-jp-3",   "\x1B$B$+\x1B$(O$w)B\x1B(I1\x1B$B$+\x1B(B",                       "かか\u309AÊｱか"         },
         {"cp50221",         "\x1B$B-!y!$+\x1B(I1\x1B(B",                                      "①纊かｱ"                 },
         {"hz",              "a~~~{VP~}\n",                                                    "a~中\n"                      },
-        {"utf-7",           "A+ImIDkQ.+-+2D3eAA-a+AH4.",                                      "A≢Α.+😀a~."              },
-        {"imap",            "~peter/&U,BTFw-/&-&ZeVnLIqe-b",                                  "~peter/台北/&日本語b"    },
+        {"utf-7",           "1A+ImIDkQ.+-+2D3eAA-a+AH4.+ZeUAKw.",                             "1A≢Α.+😀a~.日+."        },
+        {"imap",            "~peter/&U,BTFw-/&-&ZeVnLIqe-&-&AAE-",                            "~peter/台北/&日本語&\x01"},
         {"gb18030",
          "\xD6\xD0\x81"
          "0\x81"
@@ -389,6 +396,8 @@ TEST(HostConversion, RulesStopAtTheFirstByteOfWhatIsNoCharacter) {
         {"utf-7",       "utf8",          "+AGF-",                  4,  KO_EILSEQ},
         {"utf-7",       "utf8",          "+2D0-",                  1,  KO_EILSEQ},
         {"utf-7",       "utf8",          "+3gA-",                  1,  KO_EILSEQ},
+        {"utf-7",       "utf8",          "+2D0AQQ-",               1,  KO_EILSEQ},
+        {"utf-7",       "utf8",          "+AGF",                   4,  KO_EINVAL},
         {"imap",        "utf8",          "&AGE-",                  1,  KO_EILSEQ},
         {"imap",        "utf8",          "&U,A/",                  4,  KO_EILSEQ},
         {"gb18030",     "utf8",

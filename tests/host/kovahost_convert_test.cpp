@@ -287,6 +287,11 @@ TEST(HostConvert, RefusesOtherCodeSetsAndMissingTexts) {
     EXPECT_EQ(ko_utf8stowcs(r.loc, nullptr, 0, nullptr, 0, nullptr), 0);
     EXPECT_EQ(ko_utf8stowcs(r.loc, nullptr, 0, nullptr, 1, nullptr), -KO_ENULL);
     EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 1, nullptr, 0, nullptr), -KO_ENULL);
+    for (const auto change : {&ko_utf8supper, &ko_utf8slower}) {
+        EXPECT_EQ(change(r.loc, nullptr, 0, nullptr, 0), 0);
+        EXPECT_EQ(change(r.loc, nullptr, 0, nullptr, 1), -KO_ENULL);
+        EXPECT_EQ(change(r.loc, nullptr, 1, "a", 1), -KO_ENULL);
+    }
     record(r.loc)->codeset[0][3] = 0;
     EXPECT_EQ(ko_wcstoutf8s(r.loc, nullptr, 0, nullptr, 0, nullptr), -KO_ECODESET);
     EXPECT_EQ(error_of(r.loc), 0);

@@ -54,6 +54,14 @@ TEST(OpenLocale, SearchesWithoutARootAndFollowsTheEnvironment) {
     const opened b(nullptr, "de_de\\0001.lco");
     const auto name = [](ko_lc_t loc) { return version(loc).substr(version(loc).find(' ') + 1); };
     EXPECT_EQ(name(a) + name(b) + name(chosen), "onetwoone");
+    // Later loads are held to what the record was opened for.
+    const opened secure(nullptr, "de_de\\0001.lco", KO_OPEN_SECURE_NAMES);
+    const std::string outside = one.path + "/kova/lc11/de_de/0001.lco";
+    for (const auto &[loc, loads] : {std::pair(a.handle, true), std::pair(secure.handle, false)}) {
+        char *const setting = ko_setlocale_2(loc, KO_LC_TIME, outside.c_str());
+        EXPECT_EQ(setting != nullptr, loads);
+        ko_destroystring(setting);
+    }
 }
 
 TEST(OpenLocale, TellsTheReasonOfAFailure) {
@@ -91,6 +99,7 @@ TEST(OpenLocale, TellsTheReasonOfAFailure) {
     EXPECT_EQ(ko_open_locale(&loc, nullptr, nullptr, 0), KO_ENULL);
     EXPECT_EQ(loc, nullptr);
     EXPECT_EQ(ko_open_locale(nullptr, nullptr, "", 0), KO_ENULL);
+    EXPECT_EQ(ko_lc_status(nullptr), KO_ENULL);
     const opened absolute(nullptr, (in + "/x.lco").c_str()),
         refused(nullptr, (in + "/x.lco").c_str(), KO_OPEN_SECURE_NAMES);
     EXPECT_EQ(absolute.result, 0);
@@ -208,7 +217,8 @@ TEST(ListLocales, NamesThemAsPeopleTypeThem) {
     root.write("kova/lc11/de_de/ffff.lco", "");
     for (const char *stray :
          {"default.lco", "de_de/readme", "de_de/00012.txt", "de_de/0001abcde.lco", "de_DE/0001.lco",
-          "deutsch/0001.lco", "zz_zz", "de_de/000g.lco"})
+          "deutsch/0001.lco", "zz_zz", "de_de/000g.lco", "d{_de/0001.lco", "de_d_/0001.lco",
+          "de_ded/0001.lco"})
         root.write("kova/lc11/"s + stray, object);
     const std::string want = "aa_ER.TEST-1@Saah TEST-1 @Saah\n"
                              "aa_er\\0003.lco TEST-1 @\n"
@@ -238,6 +248,18 @@ TEST(ListLocales, TellsWhatItCannotRead) {
     EXPECT_EQ(error(), KO_ENOLOCALE);
     std::filesystem::create_directories(root.path + "/kova/lc11");
     EXPECT_EQ(error(), 0);
+    for (int i = 0; i < 200; ++i)
+        root.write("kova/lc11/en_us/" + std::to_string(1000 + i) + ".lco", "");
+    listed many;
+    EXPECT_EQ(many.list(root.path.c_str()), 0);
+    EXPECT_EQ(many.calls, 200u);
+    // An object that ends with its header, and one that has gone since it was listed.
+    const std::string object = single_byte_object().str();
+    root.write("kova/lc11/aa_aa/0001.lco", object.substr(0, object.find("\n### LC_CTYPE")));
+    std::filesystem::create_symlink("nowhere", root.path + "/kova/lc11/aa_aa/0002.lco");
+    listed first{.stop_after = 1};
+    EXPECT_EQ(first.list(root.path.c_str()), 1000);
+    EXPECT_EQ(first.text, "aa_aa\\0001.lco  @ !11\naa_aa\\0002.lco  @ !13\n");
     std::filesystem::create_symlink("de_de", root.path + "/kova/lc11/de_de"); // leads to itself
     EXPECT_EQ(error(), KO_EIO);
     const file_hooks files;

@@ -5,6 +5,8 @@
 #include "support/conversion_builder.h"
 #include "support/locale_builder.h"
 
+#include "kova_host.h"
+
 #include <tuple>
 
 namespace {
@@ -196,8 +198,12 @@ TEST(Null, IsAnEmptyAnswerOfQueries) {
     EXPECT_EQ(ko_cm_srcver(nullptr) + ko_cm_cmpver(nullptr) + ko_mb_cm_max(nullptr) +
                   ko_mb_cm_min(nullptr),
               0);
+    EXPECT_EQ(ko_codeset_number(nullptr, nullptr), -KO_ENULL);
+    EXPECT_EQ(ko_copy_cat(loc, nullptr, KO_LC_TIME), -1);
+    EXPECT_EQ(loc.error(), KO_ENULL);
     ko_cm_unload(nullptr);
     ko_lc_unload(nullptr);
+    ko_free_category(nullptr, KO_LC_TIME);
 }
 
 TEST(Null, IsAWrongFormatOfTimes) {
@@ -216,10 +222,21 @@ TEST(Null, IsAWrongFormatOfTimes) {
     wrong(ko_wcsfmtexpand(loc, 1, no_wide), -1);
     wrong(ko_mbsfmtexpand(loc, 1, no_bytes), -1);
     wrong(ko_wcsptime1(loc, wide, no_wide, &info, 0) != nullptr, 0);
+    const ko_tm_t day = {};
+    wrong(ko_wcsftime(loc, wide, 4, no_wide, &day), 0);
+    wrong(ko_mbsftime(loc, bytes, 4, no_bytes, &day), 0);
+    // Nor is one of bytes that are no characters.
+    const loaded_locale mixed(double_byte_object(false));
+    EXPECT_EQ(ko_mbsfmtexpand(mixed, 1, mb("\x81")), -1);
+    EXPECT_EQ(ko_mbsftime1(mixed, bytes, 4, mb("\x81"), &tm, &width, nullptr) + width, 0);
+    EXPECT_EQ(mixed.error(), KO_EILSEQ);
     EXPECT_EQ(ko_wcsftime1(nullptr, wide, 4, wide, &tm, nullptr, nullptr) +
                   ko_mbsfmtexpand(nullptr, 1, bytes) + ko_wcsfmtexpand(nullptr, 1, wide),
               -2);
     ko_mchar_t **names;
+    EXPECT_EQ(ko_wcsftime1(loc, wide, 4, wide, nullptr, nullptr, nullptr) +
+                  ko_mbsftime1(loc, bytes, 4, bytes, nullptr, nullptr, nullptr),
+              0);
     EXPECT_EQ(ko_mbstimeinfo(loc, 1, nullptr, &width) + ko_mbstimeinfo(loc, 1, &names, nullptr),
               -2);
     EXPECT_EQ(loc.error(), KO_ENULL);

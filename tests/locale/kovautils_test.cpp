@@ -482,6 +482,11 @@ TEST(Log, PopUpsAreLinesOnStandardErrorAndAnUnwritableLogIsLeftAlone) {
     log.environment.vars.erase("KOVADEBUG");
     log.environment.vars["KOVALOG"] = "on";
     ko_message("lost");
+    for (const std::string &home : {""s, std::string(5000, 'x')}) {
+        exit_utilities();
+        log.environment.vars["HOME"] = home;
+        ko_message("lost");
+    }
     EXPECT_FALSE(std::filesystem::exists(log.dir.path + "/missing"));
 }
 

@@ -94,6 +94,10 @@ TEST(Registry, WithoutFileOrMemoryTheReasonIsStated) {
     environment.vars["VANTORDIR"] = registry.dir.path + "/nowhere";
     EXPECT_EQ(answered(registry.handle, ko_cs_name2cs_num(registry.handle, "1252", nullptr)),
               answer(KO_NO_CODESET, KO_EFORMAT));
+    const std::string lengthy(5000, 'x'); // no path is so long
+    EXPECT_EQ(
+        answered(registry.handle, ko_cs_name2cs_num(registry.handle, "1252", lengthy.c_str())),
+        answer(KO_NO_CODESET, KO_EFORMAT));
     registry.dir.write("kova/cm3/registry", "x 5\n");
     environment.vars["VANTORDIR"] = registry.dir.path;
     each_allocation_fails([] {
@@ -191,6 +195,8 @@ TEST(Specification, GivesNumberAndFileName) {
     check_spec("8859-1", 819, nullptr); // a code set alone has a number only
     check_spec("1252", 1252, nullptr);
     check_spec(nullptr, none, nullptr);
+    check_spec("en_1S.8859-1", none, nullptr);
+    check_spec("en_U1.8859-1", none, nullptr);
     for (const char *bad :
          {"en_US.8859-1@euros", "en_US.8859-1@", "en_US.8859-1@eu-r", "en_US.8859-1 ",
           "en_US.nowhere", "en_US.57344", "en_US.#", "en_US.", "en_US", "e1_US.8859-1",

@@ -85,6 +85,9 @@ TEST_F(KovaCli, SortsAsPeopleKnowSort) {
     writes("-k 1.2,1.2 -s", "😀a😀\n😀bé\n", "😀bé\n😀a😀\n");
     writes("-m - b", "a\nb\nc\nd\n", "b\nd\n");
     writes("-mu - b", "a\nc\nd\n", "a\nd");
+    writes("-t '\\t' -k 2b", "b\t 1\na\t2\n", "a\t2\nb\t 1\n");
+    writes("-t '\\0' -k 2,9", "b\0001\na\0002\n"s, "a\0002\nb\0001\n"s);
+    writes("-n", "-1,5\n+7\n-\n 3\n007\n12,,3\n", "12,,3\n007\n 3\n-\n+7\n-1,5\n");
     writes("-mu $(printf 'b%.0s ' $(seq 200))", "a\nc\n"); // more than may be open
     writes("-c", "", "a\na\nb\n");
     file("w", "b\na\na\n");
@@ -96,6 +99,11 @@ TEST_F(KovaCli, SortsAsPeopleKnowSort) {
     fails(2, "-c -o x b", "--output");
     fails(2, "-k 1nV b", "numbers and versions");
     fails(2, "-k 1x b", "unknown letter");
+    fails(2, "-k x b", "lacks a number");
+    fails(2, "-k 1,2,3 b", "more than two places");
+    fails(2, "-k 1nd b", "letters and numbers");
+    fails(2, "-d -n b", "letters and numbers");
+    fails(2, "-t ab b", "-t takes one character");
     fails(2, "-k 2.0 b", "character 0");
     fails(2, "--parallel 0 b", "from 1 to 64");
     fails(2, "-S 9X b", "is not a size");

@@ -167,6 +167,27 @@ TEST(KovacCharmap, ReadsRangesWidthsAndOneWayLines) {
     }
 }
 
+TEST(KovacCharmap, TakesLinesOfEveryForm) {
+    charmap map;
+    std::string log;
+    ASSERT_TRUE(load_text(
+        "<code_set_name> \t\"X\t\r\n<mb_cur_max> 1\r\n<escseq> x\n<addset> y\n<include> z\n"
+        "<other> 1 \n<escape_char> /\nWIDTH_DEFAULT 2\nCHARMAP\r\n<U0041> /x41\r\n"
+        "<B>\t/d066 second\n<U0043> /103\n<x8>..<xB> /x60\n<U0041> /x51\n"
+        "END CHARMAP\nWIDTH\n<nowhere> 1\n<B>...<nowhere> 1\n<B> 1\nEND WIDTH",
+        map, &log))
+        << log;
+    EXPECT_EQ(map.name, "\"X");
+    EXPECT_NE(log.find("unknown setting <other>"), std::string::npos) << log;
+    std::string shown;
+    for (const uint32_t code :
+         {uint32_t('A'), map.names.at("B"), uint32_t('C'), map.names.at("xA")})
+        shown +=
+            format("%X %d, ", unsigned(find_code(map, code)->wide), find_code(map, code)->width);
+    EXPECT_EQ(shown, "41 2, 42 1, 43 2, 62 2, ");
+    EXPECT_EQ(find_wide(map, 0x51)->code, uint32_t('A'));
+}
+
 static const char named[] = "<code_set_name> X\n<escape_char> /\n";
 TEST(KovacCharmap, RefusesWhatItCannotRead) {
     const auto check = [](const std::string &text, const char *message,
@@ -183,6 +204,39 @@ TEST(KovacCharmap, RefusesWhatItCannotRead) {
     check("CHARMAP\n<U0045>..<U0041> /x41\nEND CHARMAP\n", "before its start");
     check("CHARMAP\n<x1>..<y2> /x41\nEND CHARMAP\n", "count up");
     check("CHARMAP\n<U0041> /x41\n<U0042> /x41/x42\nEND CHARMAP\n", "begins another");
+    // Lines among the characters, and what is said of them.
+    for (const auto &[line, message] : {
+             std::pair("U0041 /x41", "angle brackets"),
+             {"<U0041>.<U0042> /x41",            "two, three or four"},
+             {"<U0041>.....<U0042> /x41",        "two, three or four"},
+             {"<U0041>..U0042 /x41",             "angle brackets"    },
+             {"<U0041>..<U0042>",                "bytes"             },
+             {"<U0041> /x4",                     "bytes"             },
+             {"<U0041> /xg1",                    "bytes"             },
+             {"<U0041> /d999",                   "bytes"             },
+             {"<U0041> /d1x",                    "bytes"             },
+             {"<U0041> /181",                    "bytes"             },
+             {"<U0041> x41",                     "bytes"             },
+             {"<1a>...<1b> /x41",                "count up"          },
+             {"<x>..<y> /x41",                   "count up"          },
+             {"<x1>..<y> /x41",                  "count up"          },
+             {"<U0041>..<y1> /x41",              "count up"          },
+             {"<x123456789>..<x123456790> /x41", "count up"          },
+             {"END OF",                          "END CHARMAP"       }
+    })
+        check("CHARMAP\n"s + line + "\nEND CHARMAP\n", message);
+    check("CHARMAP\n<" + std::string(129, 'x') + "> /x41\nEND CHARMAP\n", "1 to 128 bytes");
+    for (const auto &[line, message] : {
+             std::pair("U0041 1", "angle brackets"),
+             {"<U0041> x",        "0 to 100"      },
+             {"<U0041> -1",       "0 to 100"      },
+             {"<U0041> 9999999",  "0 to 100"      },
+             {"<U0041>",          "0 to 100"      },
+             {"<U0041>..U0042 1", "angle brackets"}
+    })
+        check("CHARMAP\n<U0041> /x41\nEND CHARMAP\nWIDTH\n"s + line + "\nEND WIDTH\n", message);
+    check("WIDTH_DEFAULT x\n", "0 to 100");
+    check("<mb_cur_max> \"\"\n", "has no value");
     check("nonsense\n", "is expected");
     check("CHARMAP\n<U0000>..<UFFFE> /x00\nEND CHARMAP\n", "more than 1 byte");
     check("CHARMAP\n<A01>...<A02> /xff/xff\nEND CHARMAP\n", "more than 2 byte");
@@ -438,7 +492,27 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
     fails(2, "", "");
     fails(2, "locale -o root", "-i SOURCE");
     fails(2, "locale -o root -i main -f cs --codeset 1252", "ll_TT");
-    fails(2, "locale -o root -i main -f cs --name xx_YY@toolong", "one to four");
+    for (const char *const name : {"xx_YY@toolong", "xx_YY@", "xx_YY@a-b"})
+        fails(2, "locale -o root -i main -f cs --name "s + name, "one to four");
+    for (const char *const name : {"xx__YY", "x1_YY", "1x_YY", "xx_1Y", "xx_Y1", "xxYY"})
+        fails(2, "locale -o root -i main -f cs --name "s + name, "ll_TT");
+    fails(2, "locale -o root -i main -f cs --name xx_YY --codeset 'a b'", "do not print");
+    fails(2, "locale -o root -i main", "-f CHARMAP");
+    spit(dir / "numbers", "x 5\n");
+    spit(dir / "words", "x five\n");
+    for (const auto &[registry, status, why] : {
+             std::tuple("absent", 3, "cannot read registry"),
+             {"words",   1, "words:1: a number"},
+             {"numbers", 2, "has no number"    }
+    })
+        fails(status, "locale -o root -i main -f cs --name xx_YY --registry "s + registry, why);
+    spit(dir / "five", "main cs xx_YY x y\n");
+    spit(dir / "one", "main\n");
+    for (const char *const list : {"five", "one"})
+        fails(1, "locale -o root --list "s + list, "a line holds SOURCE CHARMAP");
+    fails(2, "charmap -o root", "charmap needs CHARMAP");
+    fails(3, "charmap -o root --list absent", "cannot read list");
+    fails(1, "charmap -o root --list five", "five:1: one name per line");
     fails(2, "locale -o root -i main -f cs --name xx_YY", "has no number");
     fails(2, "locale -o root -i main -f cs --name xx_YY --codeset a-name-of-20-letters",
           "19 characters");
@@ -450,8 +524,9 @@ TEST_F(KovacCommand, TellsItsFailuresApartAndLeavesNoFile) {
     writes("locale -o root -i main -f cs --default", "");
     fails(1, "locale -o root -i main -f long --default", "say --drop");
     writes("locale -o root -i main -f cs --name xx_YY@mod --codeset iso-8859-1", "");
-    fails(2, "registry -o root --add bad", "NAME=NUMBER");
-    fails(2, "registry -o root --add big=65536", "NAME=NUMBER");
+    for (const char *const addition : {"bad", "big=65536", "=5", "x=", "x=a", "x=1:", "'#x=5'",
+                                       "'a b=5'", "a-name-of-22-characters=5", "x=9999999999"})
+        fails(2, "registry -o root --add "s + addition, "NAME=NUMBER");
     writes("registry -o root --add mine=4711", "");
     fails(3, "image absent", "cannot read absent/kova/cv9");
     fails(1, "image root 00010002", "00010002.cvo cannot be taken");
