@@ -280,6 +280,43 @@ TEST(Image, DamageIsFoundOrHarmless) {
         flip(random() % whole.size());
     for (size_t size = 0; size < whole.size() && !HasFailure(); size += 1 + whole.size() / 40)
         check(whole.substr(0, size));
+    check(whole.substr(0, image_step));
+}
+
+// Entries that nothing damaged, but someone wrote so.
+TEST(Image, HostileEntriesAreRefused) {
+    static void (*const changes[])(image_entry &) = {
+        [](image_entry &) {},
+        [](image_entry &e) { memset(e.name, 'x', sizeof e.name); },
+        [](image_entry &e) { e.name[4] = '!'; },
+        [](image_entry &e) { e.name[4] = '~'; },
+        [](image_entry &e) { e.front_size = 0; },
+        [](image_entry &e) { e.front_size = image_front_max + 1; },
+        [](image_entry &e) { e.front += 1; },
+        [](image_entry &e) { e.front = uint64_t{1} << 40; },
+        [](image_entry &e) { e.tables = UINT64_MAX - image_step + 1; },
+        [](image_entry &e) { e.tables_size = UINT64_MAX; },
+        [](image_entry &e) { ++e.written_ns; },
+        [](image_entry &e) { ++e.object_size; },
+    };
+    const cv_object object = pairs_object(2);
+    image_root root(object);
+    for (const auto &change : changes) {
+        std::string image = root.made;
+        image_tail tail;
+        image_entry entry;
+        memcpy(&tail, image.data() + image.size() - sizeof tail, sizeof tail);
+        const auto table = size_t(tail.table);
+        memcpy(&entry, image.data() + table, sizeof entry);
+        change(entry);
+        memcpy(image.data() + table, &entry, sizeof entry);
+        tail.hash = image_hash(mb(image.data()) + table, tail.entries * sizeof entry);
+        memcpy(image.data() + image.size() - sizeof tail, &tail, sizeof tail);
+        root.store(image);
+        const opened cv;
+        EXPECT_EQ(cv.mapped(), &change == changes) << &change - changes;
+        EXPECT_EQ(convert(cv, "ab", 9).out, "ab");
+    }
 }
 
 // Damage that the hashes do not show.

@@ -169,6 +169,10 @@ TEST_F(KovaCli, StopsAtABadCharacterWithItsPlaceUnlessToldToGoOn) {
     fails(1, "sort -l de_DE.8859-1", "ISO-8859-1 has no character U+20AC (€)", "a\n\xE2\x82\xAC\n");
     fails(1, "sort -l ja_JP.EUC-JP --bytes", "standard input:1: byte offset 1: ", "a\xB0\n");
     fails(1, "upper de_DE.8859-1 ab€", "TEXT: byte offset 2: ");
+    for (const char *const bad : {"\xED\xA0\x80", "\xE0\x80\x80", "\xF0\x80\x80\x80",
+                                  "\xF4\x90\x80\x80", "\xF5", "\xC1\x80"})
+        fails(1, "upper de_DE.unicode", "standard input:1: byte offset 1: the byte", "a"s + bad,
+              "A");
     fails(1, "width de_DE.8859-1", "standard input:2: byte offset 3: ", "a\nb€\n", "1\n");
     fails(1, "trim de_DE.8859-1", "standard input:2: byte offset 3: ", "a\nb€\n", "a\nb");
     fails(1, "count de_DE.8859-1", "standard input:2: byte offset 3: ", "a\nb€\n");
@@ -368,6 +372,9 @@ TEST_F(KovaCli, OrderShowsLevelsAndKeys) {
         EXPECT_EQ(json["parts"].size(), locale[0] == 'P' ? 0U : locale[0] == 'c' ? 6U : 7U);
     }
     fails(2, de + "--of a --from b", "excludes");
+    shows("order ko_KR", "ko_KR.EUC-KR by weights: letters of hang, the usual ones");
+    shows("order de_DE.8859-1 --script all", "de_DE.8859-1 by weights: all characters");
+    shows("order de_DE.8859-1 --of 'a b'", "U+0020");
     fails(2, de + "--script klingon", "there is no script \"klingon\"; scripts are all, latn, ");
     fails(1, "order de_DE.8859-1 --of 漢",
           "--of: byte offset 0: ISO-8859-1 has no character U+6F22");
