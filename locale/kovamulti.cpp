@@ -256,21 +256,30 @@ int retrieve_text_multi_nv(const ko_mchar_t *text, void *table, gen_exports *gen
     return retrieve_text_multi(text, table, &taken, gen) ? taken : 0;
 }
 
+void *find_limited(const ko_mchar_t *text, const mb_decode *table, int limit, int *taken,
+                   int *error) {
+    *taken = 0;
+    *error = KO_EINVAL;
+    const multi_arr *node = table_root(table);
+    while (*taken < limit) {
+        const ko_mchar_t byte = text[(*taken)++];
+        const unsigned flag = node_flag(node, byte);
+        if (flag == mb_final) return node_item(table, node, byte);
+        if (flag != mb_prefix) {
+            *error = KO_EILSEQ;
+            return nullptr;
+        }
+        node = node_child(node, byte);
+    }
+    return nullptr;
+}
+
 void *retrieve_text_multi_limit(const ko_mchar_t *text, void *table, int limit, int *len_bytes,
                                 gen_exports *gen) {
-    void *const none = nullptr;
-    *len_bytes = 0;
-    if (limit <= 0) return fail(gen, KO_EINVAL, none);
-    const mb_decode *t = table_of(table);
-    const multi_arr *node = table_root(t);
-    for (int i = 0;; ++i) {
-        const unsigned flag = node_flag(node, text[i]);
-        *len_bytes = i + 1;
-        if (flag == mb_final) return node_item(t, node, text[i]);
-        if (flag != mb_prefix) return fail(gen, KO_EILSEQ, none);
-        if (i + 1 == limit) return fail(gen, KO_EINVAL, none);
-        node = node_child(node, text[i]);
-    }
+    int error;
+    void *const item = find_limited(text, table_of(table), limit, len_bytes, &error);
+    if (!item) set_error(gen, error);
+    return item;
 }
 
 // Reads no flags, because its callers have tables in which every first byte is a prefix.

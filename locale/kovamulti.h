@@ -65,6 +65,10 @@ inline uint16_t item16(const unsigned char *item) {
     return value;
 }
 
+// retrieve_text_multi_limit, which leaves the error to its caller.
+void *find_limited(const ko_mchar_t *text, const mb_decode *table, int limit, int *taken,
+                   int *error);
+
 // The item of a wide value, NULL for what is not a character.
 unsigned char *wide_item(const mb_decode *table, ko_wchar_t wc);
 // Writes the bytes, at most four, of a wide value that is a character of the table. Returns their

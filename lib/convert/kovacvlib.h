@@ -117,7 +117,7 @@ struct iconv_rec {
     unsigned char forms[2]; // encodings of Unicode, source and target
     bool keeps_mark, writes_mark;
     bool looks_ahead;             // what follows a character decides on it
-    bool quiet;                   // leaves its failures out of the log
+    bool quiet;                   // leaves its failures out of the log and the hook's error word
     bool by_words;                // the trees have no entries: those of the words count
     iconv_rec *legs[cv_legs_max]; // of a way through UTF-8, or what the rules make use of
     const void *scheme;           // by which the rules go

@@ -84,7 +84,12 @@ void run(iconv_rec *cv, const cv_flat *flat, cv_rule rule, int *state, int reada
     c->room -= int(r.made);
 }
 
-int failed(iconv_rec *cv, int error) { return fail(&cv->exports.exp, error, -1); }
+// A quiet descriptor is the copy of one call, and its word no hook's.
+int failed(iconv_rec *cv, int error) {
+    if (!cv->quiet) return fail(&cv->exports.exp, error, -1);
+    cv->exports.exp.ko_lerrno = error;
+    return -1;
+}
 
 // ---- By the rules, one character at a time
 
@@ -92,7 +97,7 @@ enum class ending { done, no_character, unmapped, no_room };
 
 int result_of(iconv_rec *cv, ending why) {
     if (why == ending::done) return 0;
-    if (why == ending::no_character) return -1; // the look-up has stored the error
+    if (why == ending::no_character) return -1; // with the error of the look-up
     return failed(cv, why == ending::unmapped ? KO_EILSEQ : KO_E2BIG);
 }
 
@@ -146,11 +151,14 @@ ending mb_convert(iconv_rec *cv, conv_state *st, cursor *c) {
             st && cv->source_is_stateful && st->source_state == 1 && cv->conv_shift;
         run_general(cv, st, shifted, c);
         if (c->left <= 0) break;
-        int taken;
+        int taken, error;
         unsigned char unpacked[cv_entry_room];
-        const auto *e = static_cast<const unsigned char *>(retrieve_text_multi_limit(
-            c->in, shifted ? cv->conv_shift : cv->conv_noshift, c->left, &taken, &cv->exports.exp));
-        if (!e) return ending::no_character;
+        const auto *e = static_cast<const unsigned char *>(find_limited(
+            c->in, shifted ? cv->conv_shift : cv->conv_noshift, c->left, &taken, &error));
+        if (!e) {
+            failed(cv, error);
+            return ending::no_character;
+        }
         if (cv->by_words)
             e = cv_word_entry(shifted ? cv->flat_shift : cv->flat_noshift, c->in, taken, unpacked);
         const unsigned flags = e[0] & cv_flags;
@@ -194,8 +202,8 @@ int db_convert(iconv_rec *cv, conv_state *st, cursor *c) {
             if (!root->flag_arr || root->flag_arr[*c->in] != mb_prefix)
                 return failed(cv, KO_EILSEQ);
             e = static_cast<const unsigned char *>(
-                retrieve_text_doub_limit(c->in, cv->conv_shift, c->left, &cv->exports.exp));
-            if (!e) return -1;
+                retrieve_text_doub_limit(c->in, cv->conv_shift, c->left, &nobody));
+            if (!e) return failed(cv, KO_EILSEQ);
             if (cv->by_words) e = cv_word_entry(cv->flat_shift, c->in, 2, unpacked);
         }
         const unsigned flags = e[0] & cv_flags;

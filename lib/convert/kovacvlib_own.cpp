@@ -74,8 +74,7 @@ int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s) {
     if (cv->own) return cv->own(cv, st, s);
     iconv_rec copy = *cv; // its error word belongs to this call, and failures to one that succeeds
     copy.quiet = true;
-    const errno_guard kept(&copy.exports.exp);
-    set_error(&copy.exports.exp, KO_OK);
+    copy.exports.exp.ko_lerrno = KO_OK;
     const size_t most = s->room < INT_MAX ? s->room : INT_MAX;
     int left = s->end ? int(s->end - s->in) : 0, room = int(most), sub = 0;
     const int result =
@@ -83,7 +82,7 @@ int convert_span(const iconv_rec *cv, conv_state *st, cv_span *s) {
     s->room -= most - size_t(room);
     s->sub |= sub != 0;
     if (result == 0) return KO_OK;
-    const int error = error_of(&copy.exports.exp);
+    const int error = copy.exports.exp.ko_lerrno;
     return error ? error : int{KO_EILSEQ};
 }
 
