@@ -468,7 +468,8 @@ static bool fill_second(const multi_arr *root, const unsigned char *first_flags,
 
 int flatten_multi(const mb_decode *table, mb_flat *flat) {
     *flat = {.min_char_len = table->min_char_len, .max_char_len = table->max_char_len};
-    if (table->data_size != 2 || !table->root) return -1;
+    // Wide values of a damaged table without a shortest length are found in the tree alone.
+    if (table->data_size != 2 || !table->root || table->min_char_len < 1) return -1;
     ext_block<uint16_t> page(256);
     if (!page.p) return -1;
     for (int i = 0; i < 256; ++i)

@@ -122,7 +122,8 @@ struct mb_flat {
     int min_char_len;
     int max_char_len;
 };
-// Fills *flat from a table of 16-bit items. -1 without memory, or for a table that is deeper.
+// Fills *flat from a table of 16-bit items. -1 without memory, or for a table that is deeper or
+// states no shortest length.
 int flatten_multi(const mb_decode *table, mb_flat *flat);
 void free_flat(mb_flat *flat);
 
@@ -137,7 +138,7 @@ inline int flat_mblen(const mb_flat &f, const unsigned char *s) {
 inline const uint16_t *flat_wchar(const mb_flat *f, ko_wchar_t wc) {
     const unsigned hi = wc >> 8, lo = wc & 0xFF;
     if (f->min_char_len == 1 && !hi) return f->flag1[lo] == mb_final ? &f->item1[lo] : nullptr;
-    if (f->min_char_len < 1 || f->min_char_len > 2) return nullptr;
+    if (f->min_char_len > 2) return nullptr;
     if (f->flag1[hi] != mb_prefix || f->second->flags[hi][lo] != mb_final) return nullptr;
     return &f->second->items[hi][lo];
 }
