@@ -1,6 +1,6 @@
 // A format and a text from anywhere, for numbers and money: what is written fits and is written
-// alike into exactly its room, the multibyte twin agrees, parsing ends within the text, grouped
-// output reads back, and nothing is left behind.
+// alike into exactly its room, the multibyte twin agrees, directives of C write what C writes,
+// parsing ends within the text, grouped output reads back, and nothing is left behind.
 //   Input: the locale (a byte), an integer (4 bytes), a real (8 bytes), the format, a line feed and
 //   the text, both of ASCII or Latin-1 characters.
 #include "chars/kovambwc.h"
@@ -9,7 +9,6 @@
 #include "number/number_records.h"
 
 #include <math.h>
-#include <string.h>
 
 using wide_string = std::vector<ko_wchar_t>; // with its terminator
 using byte_string = std::vector<ko_mchar_t>;
@@ -29,9 +28,15 @@ static kovaloc *locale_at(size_t i) {
         {0, 2, 0, 1},
         {1, 1, 2, 2}
     };
-    kovaloc *const loc = record(locales[i % std::size(locales)].handle);
+    static root_locales root;
+    i %= std::size(locales) + root.size();
+    if (i >= std::size(locales)) { // not EBCDIC: the format is taken apart below
+        kovaloc *const compiled = record(root[i - std::size(locales)]);
+        return compiled->portable ? record(locales[0].handle) : compiled;
+    }
+    kovaloc *const loc = record(locales[i].handle);
     monum *const m = &loc->monum_info;
-    const int *const layout = layouts[i % std::size(locales)];
+    const int *const layout = layouts[i];
     m->p_cs_precedes = m->n_cs_precedes = layout[0];
     m->p_sep_by_space = m->n_sep_by_space = layout[1];
     m->n_sign_posn = layout[2];
@@ -189,6 +194,37 @@ static void check_parsing(const setting &s, const wide_string &format, wide_pars
     check(m == (n ? n : -1), "the twin agrees");
 }
 
+// A directive that means the same in C, a real of at most 15 digits. The last small locale writes
+// numbers as C does, but for the sign of exponents.
+static void check_reference(const setting &s, const wide_string &format) {
+    if (s.loc != locale_at(3) || format[0] != '%') return;
+    char flag[2] = "", letter = 0;
+    unsigned width = 0, precision = 6;
+    const std::string text(format.begin() + 1, format.end());
+    const int taken = sscanf(text.c_str(), "%1[-0]", flag);
+    const char *const rest = text.c_str() + (taken > 0);
+    if (sscanf(rest, "%3u.%2u%c", &width, &precision, &letter) != 3 || !width) return;
+    const bool real = strchr("eEf", letter), negative = s.number < 0;
+    if (!letter || !strchr(negative ? "dieEf" : "dioxXeEf", letter)) return;
+    const int digits = letter == 'f' ? 15 - int(precision) : 1;
+    if (real && !(fabs(s.real) < (letter == 'f' ? pow(10, digits) : 1e300))) return;
+    if (real ? precision > 14 || s.real == 0 : *flag == '0')
+        return; // "0" yields to a precision in C
+    const std::string c_format = "%" + text.substr(0, text.find(letter) + 1);
+    std::string want(room, 0);
+    const wide_string own(c_format.c_str(), c_format.c_str() + c_format.size() + 1);
+    wide_string out(room + 1);
+    const int n = real ? snprintf(want.data(), room, c_format.c_str(), s.real)
+                       : snprintf(want.data(), room, c_format.c_str(), s.number);
+    const int made = real ? ko_wcsfnum(s.loc, out.data(), room, own.data(), s.real)
+                          : ko_wcsfnum(s.loc, out.data(), room, own.data(), s.number);
+    want.resize(size_t(n));
+    const size_t sign = want.find_first_of("eE") + 1;
+    if (sign && want[sign] == '+') return; // has none where the positive sign is empty
+    check(std::string(out.data(), out.data() + made) == want,
+          "directives of C write what C writes");
+}
+
 // Grouped numbers and amounts of two decimals.
 static void check_round_trip(const setting &s) {
     ko_wchar_t out[room + 1];
@@ -223,6 +259,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     s.mb_text = narrow(s.loc, s.text.data());
     check_numbers(s, format);
     check_money(s, format);
+    check_reference(s, format);
     check_round_trip(s);
     check_parsing(s, format, ko_wcspmon, ko_mbspmon);
     cut_format(s.loc, &format, true);

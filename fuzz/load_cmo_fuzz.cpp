@@ -2,8 +2,7 @@
 // leaving their room, a measured text takes its measured room, and nothing is left behind. The end
 // of the input is the text.
 #include "fuzz_host.h"
-
-#include <string.h>
+#include "fuzz_object.h"
 
 static void check_text(ko_cm_t cm, const std::vector<ko_mchar_t> &text) {
     const int len = int(text.size());
@@ -38,6 +37,11 @@ static void check_terminated(ko_cm_t cm, std::vector<ko_mchar_t> text) {
     const ko_mchar_t *at = exact.data();
     ko_mbstosyms(cm, symbols.data(), 64, &at, 0);
     check(at >= exact.data() && at < exact.data() + exact.size(), "the end is the terminator");
+}
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max_size,
+                                          unsigned seed) {
+    return mutate_object(data, size, max_size, seed, 0);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

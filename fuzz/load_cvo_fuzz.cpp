@@ -3,6 +3,7 @@
 // length is the written one, a computed size suffices, and nothing is left behind. The input begins
 // with the options, the room and the length of a text; the object follows the text.
 #include "fuzz_host.h"
+#include "fuzz_object.h"
 #include "support/conversion_builder.h"
 
 struct sample {
@@ -71,6 +72,11 @@ static void check_object(const std::string &object, sample s) {
         for (size_t i = 0; i < want.out.size(); ++i)
             check(ko_mchar_t(want.out[i]) == rec->exports.sb2sb_table[ko_mchar_t(s.text[i])],
                   "the table translates");
+}
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t max_size,
+                                          unsigned seed) {
+    return mutate_object(data, size, max_size, seed, size < 3 ? 0 : 3u + data[2]);
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
