@@ -114,14 +114,14 @@ class Tests:
     def order(self, path):
         """The programs for a source, likely ones first: those of the commands, or those of the library."""
         room, stem = path.split("/")[1], Path(path).stem
+        tools = path.startswith("tools/")
+        command = "kova" if room == "common" else room
 
         def far(name):
             common = len(os.path.commonprefix([stem, name]))
             room_of_test = "locale" if path.startswith("locale/") else room
-            near = self.rooms[name] == room_of_test or (room in ("kova", "kovac", "common")
-                                                        and name.startswith(room))
+            near = self.rooms[name] == room_of_test or (tools and name.startswith(command))
             return (not near and common < 6, -common, self.seconds[name])
-        tools = path.startswith("tools/")
         names = [n for n in self.names if (n in self.needs_tools) == tools]
         names.sort(key=self.seconds.get)
         near = sorted((n for n in names if not far(n)[0]), key=far)

@@ -439,11 +439,11 @@ TEST(Log, StartsWithAHeaderAndKeepsEveryMessage) {
     ko_message(directives.c_str());
     ko_message(nullptr);
     ko_message("host's\tlines\n\x1b[2J\r");
-    message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
+    message_1("freeing %s now", "it\nOpened: \x1b[2J\t\x7f\xA0\x9b\xC2\x9b\u00DC\u20AC\xE9\xC3");
     message_1("without a place", "\u00A9\U0001F600\xF5\xF0\x9F");
     EXPECT_EQ(log.read(), text + "one\ntwo\n\n" + lengthy + "\n" + directives +
                               "\nhost's\tlines\n\\x1b[2J\\x0d\n"
-                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\\x9b\\xc2\\x9b"
+                              "freeing it\\x0aOpened: \\x1b[2J\\x09\\x7f\xA0\\x9b\\xc2\\x9b"
                               "\u00DC\u20AC\xE9\xC3 now\n\u00A9\U0001F600\xF5\xF0\\x9f\n");
 }
 
