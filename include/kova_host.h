@@ -126,11 +126,11 @@ KO_API int ko_verify_object(const void *bytes, size_t size, uint64_t *content);
  * string, or it cannot be read, loading continues without it and succeeds.
  *   loc      a record, also one whose load failed
  * Returns 0 for a complete record; KO_ENOMEM if memory ran short while the record was loaded or
- * copied or its tables were derived; KO_EIO if a stream reported an error while it was read;
- * KO_EFILE if ko_lc_load or ko_createlocale_2 did not find a file; KO_ENULL for NULL. The first
- * such number stays until the record is released, and a copy of a category takes it along. An
- * incomplete record is not shared: the next ko_lc_load of its name reads the file again. Memory
- * that runs short in another thread at the same time counts, too. */
+ * copied or its tables were derived; KO_EIO if a stream reported an error while it was read or the
+ * system failed to open a file; KO_EFILE if ko_lc_load or ko_createlocale_2 found none; KO_ENULL
+ * for NULL. The first such number stays until the record is released; a copy of a category takes it
+ * along. An incomplete record is not shared: the next ko_lc_load of its name reads the file again.
+ * Memory that runs short in another thread at the same time counts, too. */
 KO_API int ko_lc_status(ko_lc_t loc);
 
 /* ---- Texts with a length ------------------------------------------------------------------- */

@@ -594,6 +594,7 @@ int std_list_names(const char *path, int (*each)(void *user, const char *name), 
     char translated[path_room];
     if (!translate_path(translated, path, false)) return KO_EFILE;
     DIR *const directory = opendir(translated);
+    if (!directory && errno == ENOMEM) return KO_ENOMEM;
     if (!directory) return errno == ENOENT || errno == ENOTDIR ? KO_EFILE : KO_EIO;
     int result = 0;
     while (!result) {

@@ -1,6 +1,7 @@
 // The text form of look-up tables inside locale, charmap and conversion objects: runs of flags and
 // items, node by node. Writing goes through the host's write hook, reading through text_in.
 #include "kovablocks.h"
+#include "kovaextsa.h"
 #include "kovamulti.h"
 
 #include <stdio.h>
@@ -573,6 +574,13 @@ template <class Items> static bool read_tree(text_in *in, mb_decode *table, cons
 
 // An incomplete tree is freed: it is of no use, and its prefixes refer to children that it lacks.
 // The table then has the lengths of one without characters.
+static int unread(mb_decode *table) {
+    free_tree(table);
+    table->max_char_len = 0;
+    table->min_char_len = 2;
+    return -1;
+}
+
 template <class Items>
 static int read_table(text_in *in, mb_decode *table, int max_len, const Items &items) {
     free_tree(table); // left by create_multi or an earlier reading
@@ -585,16 +593,16 @@ static int read_table(text_in *in, mb_decode *table, int max_len, const Items &i
         table->err = KO_ECHARLEN;
     else
         table->err = read_tree(in, table, items) ? KO_OK : KO_ENOMEM;
-    if (!table->err) return 0;
-    free_tree(table);
-    table->max_char_len = 0;
-    table->min_char_len = 2;
-    return -1;
+    return table->err ? unread(table) : 0;
 }
 
 int fscanf_multi(void *stream, void *table, int max_len, ko_item_reader reader) {
     text_in in = {.stream = stream};
-    return read_table(&in, static_cast<mb_decode *>(table), max_len, host_items{reader});
+    auto *const read = static_cast<mb_decode *>(table);
+    if (read_table(&in, read, max_len, host_items{reader})) return -1;
+    if ((stream_hooks_set() && !hook_set(KO_EXT_FERROR)) || !ko_ext_ferror(stream)) return 0;
+    read->err = KO_ENOMEM; // a number that the error has cut looks like another
+    return unread(read);
 }
 
 int read_multi_ub2(text_in *in, mb_decode *table, int max_len) {

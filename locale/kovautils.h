@@ -174,6 +174,9 @@ bool find_plain_file(data_file *file, const char *name, const char *dir, const c
 char *root_path(const char *root, const char *rest);
 // Opens one composed path through the open hook and logs the attempt.
 void *open_logged(const char *path);
+// Why one of the calls above has just opened nothing, if errno was 0 before: KO_EFILE there is no
+// such file, as far as hooks can tell; KO_EIO or KO_ENOMEM the system could not open it.
+int open_fault(void);
 // Marks the file that find_plain_file would open. False where there is none, or where finding an
 // equal mark later would not prove that the search still ends at this file and that it reads the
 // same.

@@ -3,6 +3,7 @@
 
 #include "kovaextsa.h"
 
+#include <errno.h>
 #include <initializer_list>
 #include <string.h>
 
@@ -10,7 +11,9 @@ static constexpr char dir_mark = '\xFF';        // stands for a backslash in com
 static constexpr size_t search_path_max = 1024; // characters of KO_PATH that count
 
 static void *logged(void *stream, const char *path) {
+    const int why = errno; // for open_fault
     message_1(stream ? "Opened: %s" : "Could not open: %s", path);
+    errno = why;
     return stream;
 }
 
@@ -45,6 +48,13 @@ void close_data_file(data_file *file) {
     if (file->stream) ko_ext_fclose(file->stream);
     if (file->number >= 0) std_close(file->number);
     *file = no_data_file;
+}
+
+int open_fault(void) {
+    if (hook_set(KO_EXT_FOPEN)) return KO_EFILE;
+    const int why = errno;
+    const bool lacks = why == EMFILE || why == ENFILE || why == EIO || why == EINTR;
+    return why == ENOMEM ? KO_ENOMEM : lacks ? KO_EIO : KO_EFILE;
 }
 
 // ---- Names that stay below the roots ------------------------------------------------------------
@@ -133,10 +143,18 @@ struct search {
 };
 } // namespace
 
-static void *attempt(const search *s, const char *path) {
-    if (s->file) return s->open_file(s->file, path) ? s->file : nullptr;
-    if (!s->mark) return s->open(path); // NOLINT(clang-analyzer-*): set without file and mark
-    return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
+// A file that the system could not open, although it may be there, ends the search: the next one
+// would be another.
+static void *attempt(search *s, const char *path) {
+    if (s->mark) return std_mark(path, s->mark, s->firm) ? s->mark : nullptr;
+    errno = 0;
+    void *opened = nullptr;
+    if (!s->file)
+        opened = s->open(path); // NOLINT(clang-analyzer-*): set without file and mark
+    else if (s->open_file(s->file, path))
+        opened = s->file;
+    if (!opened && open_fault() != KO_EFILE) s->error = open_fault();
+    return opened;
 }
 
 // Opens a composed path and frees it unless it is handed to the caller.
@@ -252,7 +270,7 @@ char *root_path(const char *root, const char *rest) {
 
 // Where no handle was given the number is stored nowhere: an errno hook is not asked.
 static void *no_stream(void *handle, int error) {
-    return handle ? fail(handle, error, nullptr) : nullptr;
+    return handle ? fail(handle, error == KO_EIO ? int{KO_EFILE} : error, nullptr) : nullptr;
 }
 
 void *path_search_why(const char *name, const char *dir, const char *subdir, char **path,

@@ -395,11 +395,13 @@ int add_object(image_maker *maker, const char *root, const char *name, size_t *s
     if (!found) return error;
     const file_mark mark = file.mark;
     size_t object_size = 0;
+    const unsigned failures = failed_allocations();
     unsigned char *const object = read_data_file(&file, &object_size);
+    const bool is_read = !has_failed(file);
     close_data_file(&file);
     iconv_rec *const cv = object ? make_descriptor() : nullptr;
     text_in in = {.pos = object, .end = object + object_size};
-    error = KO_ENOMEM;
+    error = is_read ? KO_ENOMEM : KO_EIO;
     if (cv && object_size != mark.size)
         error = KO_EIO;
     else if (cv && read_cv_object(&in, cv))
@@ -408,6 +410,8 @@ int add_object(image_maker *maker, const char *root, const char *name, size_t *s
         error = KO_ERANGE;
     else if (cv)
         error = add_tables(maker, stored, mark, object, cv, size);
+    // An object without its tables looks damaged, or like one of another form.
+    if (error && is_read && failed_allocations() != failures) error = KO_ENOMEM;
     if (cv) ko_cv_unload(cv);
     free_ptr(object);
     return error;

@@ -129,7 +129,8 @@ static int number_of(const char *name, const registry_choice &registry, uint16_t
     int error = KO_OK;
     *number = find_cs_num(name, registry, &error);
     if (!error) return KO_OK;
-    return failed_allocations() != failures ? KO_ENOMEM : KO_EFILE;
+    if (failed_allocations() != failures) return KO_ENOMEM;
+    return error == KO_ENOMEM || error == KO_EIO ? error : int{KO_EFILE};
 }
 
 int make_host_map(kovaloc *loc, const registry_choice &registry) {

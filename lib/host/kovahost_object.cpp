@@ -29,8 +29,8 @@ int read_cv(const data_origin &origin, const char *name, cv_use use, cv_file *fi
     if (!file->rec) return KO_ENOMEM;
     if (mapped) return KO_OK;
     file->bytes = read_data_file(&file->file, &file->size);
-    if (!file->bytes) return KO_ENOMEM;
     if (has_failed(file->file)) return KO_EIO;
+    if (!file->bytes) return KO_ENOMEM;
     if (origin.verified && ko_verify_object(file->bytes, file->size, nullptr)) return KO_EOBJECT;
     const unsigned failures = failed_allocations();
     const errno_guard kept(&file->rec->exports.exp);

@@ -205,7 +205,8 @@ static int number_of_name(const names_of_root &names, const char *name, uint16_t
     int error = KO_OK;
     *number = find_cs_loosely(name, {names.registry, names.root != nullptr}, &error);
     if (!error) return KO_OK;
-    return failed_allocations() != failures ? int{KO_ENOMEM} : int{KO_ENOCODESET};
+    if (failed_allocations() != failures) return KO_ENOMEM;
+    return error == KO_EIO || error == KO_ENOMEM ? error : int{KO_ENOCODESET};
 }
 
 int ko_codeset_number(const char *root, const char *name) {

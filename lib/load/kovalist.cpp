@@ -4,6 +4,7 @@
 
 #include "kova_host.h"
 
+#include <errno.h>
 #include <string.h>
 
 // ---- Names ----
@@ -104,7 +105,7 @@ static int read_codeset(const char *objects, const char *file, char *codeset) {
     if (!path) return KO_ENOMEM;
     FILE *const stream = std_open_data(path);
     ko_ext_free(path);
-    if (!stream) return KO_EIO;
+    if (!stream) return errno == ENOMEM ? KO_ENOMEM : KO_EIO;
     text_in in = {.stream = stream};
     object_facts facts = {};
     int error = KO_OK;
@@ -138,7 +139,9 @@ static int tell_locales(const char *objects, const char *registry, const name_li
         const int error = read_codeset(objects, file, codeset);
         if (error == KO_ENOMEM) return error;
         if (error) codeset[0] = 0;
-        name_locale(file, codeset, modifier, {registry, true}, spec);
+        int fault = KO_OK;
+        name_locale(file, codeset, modifier, {registry, true, &fault}, spec);
+        if (fault) return fault;
         const ko_locale_entry entry = {spec, codeset, modifier, error};
         if (const int result = each(user, &entry)) return result;
     }

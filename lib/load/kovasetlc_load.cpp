@@ -4,6 +4,7 @@
 #include "locale/kovaextsa.h"
 #include "locale/kovaobject.h"
 
+#include <errno.h>
 #include <string.h>
 
 constexpr int line_bound = 127;
@@ -156,8 +157,14 @@ char *join_path(const char *dir, const char *separator, const char *name) {
     return path;
 }
 
-// Opens the category's object and gets its path. A file that is not found leaves the record's error
-// word alone.
+// Notes why no object was found. A file that does not exist leaves the record's error word alone.
+static bool no_object(kovaloc *loc, int error) {
+    if (error == KO_ENOMEM) return fail(loc, KO_ENOMEM, false);
+    if (error == KO_EIO) note_trouble(loc, KO_EIO);
+    return false;
+}
+
+// Opens the category's object and gets its path.
 static bool open_object(kovaloc *loc, const char *name, const char *dir, data_file *file,
                         char **path) {
     const char *const searched = strcmp(name, native_name) ? name : default_name;
@@ -168,12 +175,13 @@ static bool open_object(kovaloc *loc, const char *name, const char *dir, data_fi
         if (!is_name_allowed(name)) return false;
         *path = join_path(dir, path_sep, name);
         if (!*path) return fail(loc, KO_ENOMEM, false);
-        return open_data_file(file, *path);
+        errno = 0;
+        return open_data_file(file, *path) || no_object(loc, open_fault());
     }
     int error = KO_OK;
     const bool found = root ? find_data_file_below(file, root, searched, "lc", "11", path, &error)
                             : find_data_file(file, searched, "lc", "11", path, &error);
-    return found || error != KO_ENOMEM ? found : fail(loc, KO_ENOMEM, false);
+    return found || no_object(loc, error);
 }
 
 static void describe_category(kovaloc *loc, int category, const char *codeset,

@@ -261,6 +261,7 @@ static bool find_place(opening *o) {
 static int open_error(const opening *o, kovaloc *loc, bool loaded) {
     if (failed_allocations() != o->failures) return KO_ENOMEM; // whatever it was taken for
     if (loc->status == KO_EFILE) return KO_ENOLOCALE;
+    if (loc->status == KO_EIO) return KO_EIO; // the rest looks damaged
     const int word = error_of(loc);
     if (word && word != KO_ECODESET) return word;
     if (loc->status) return loc->status;
@@ -312,7 +313,11 @@ int ko_open_locale(ko_lc_t *result, const char *root, const char *spec, unsigned
     if (strlen(spec) > setting_max) return KO_ERANGE;
     opening o(root, flags);
     if (!find_place(&o)) return KO_ENOMEM;
-    if (!spec_to_fname(spec, {o.registry, root != nullptr}, nullptr, o.name)) strcpy(o.name, spec);
+    int fault = KO_OK;
+    if (!spec_to_fname(spec, {o.registry, root != nullptr, &fault}, nullptr, o.name)) {
+        if (fault) return fault;
+        strcpy(o.name, spec);
+    }
     const bool confined = root || flags & KO_OPEN_SECURE_NAMES || names_confined();
     if (*o.name && confined && !is_setting_confined(o.name)) return KO_ENOLOCALE;
     if (*o.name && take_name(o.name, o.place, flags, result)) return KO_OK;

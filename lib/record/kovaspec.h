@@ -19,8 +19,9 @@ void pathcat_mark(char *out, const char *dir);
 
 // Where code-set names are looked up.
 struct registry_choice {
-    const char *file; // NULL: searched for
-    bool uncached;    // even while another one is in memory
+    const char *file;     // NULL: searched for
+    bool uncached;        // even while another one is in memory
+    int *fault = nullptr; // gets KO_EIO or KO_ENOMEM where there is one that could not be read
 };
 // The number of a code-set name. KO_NO_CODESET with the reason in *error, which success leaves
 // alone.

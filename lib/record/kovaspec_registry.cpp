@@ -7,6 +7,7 @@
 #include "locale/kovaextsa.h"
 #include "locale/kovautils.h"
 
+#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -142,9 +143,11 @@ static bool read_number(registry_text *text, int *number) {
 
 static bool open_registry(registry_text *text, const char *registry, int *error) {
     int why = KO_EFILE;
+    errno = 0;
     const bool open = registry ? open_plain_file(&text->file, registry)
                                : find_plain_file(&text->file, "registry", "cm", "3", &why);
-    if (!open) *error = why == KO_ENOMEM ? KO_ENOMEM : KO_EFORMAT;
+    if (!open && registry) why = open_fault();
+    if (!open) *error = why == KO_EFILE ? KO_EFORMAT : why;
     return open;
 }
 
@@ -220,7 +223,7 @@ static int search_source(const char *name, const registry_choice &registry, int 
     registry_text text;
     if (!open_registry(&text, registry.file, error)) return -2;
     number = search_file(&text, name, error);
-    if (number < 0 && text.file.failed) {
+    if (text.file.failed) { // a number that it cuts looks like another
         *error = KO_EIO;
         number = -2;
     }
@@ -250,7 +253,10 @@ uint16_t find_cs_num(const char *name, const registry_choice &registry, int *err
     lower_name(name, lowered);
     const int number = search_source(lowered, registry, error);
     if (number >= 0) return uint16_t(number);
-    if (number == -2) return KO_NO_CODESET;
+    if (number == -2) {
+        if (registry.fault && (*error == KO_EIO || *error == KO_ENOMEM)) *registry.fault = *error;
+        return KO_NO_CODESET;
+    }
     const int value = own_number(lowered);
     if (value >= 0) return uint16_t(value);
     *error = KO_EINVAL;
@@ -295,7 +301,8 @@ bool find_by_one_reading(const char *const (&names)[2], const char *registry,
     if (!lower_name(names[0], lowered[0]) || !lower_name(names[1], lowered[1])) return false;
     registry_text text;
     int error, found[2];
-    if (!open_registry(&text, registry, &error) || !search_pair(&text, lowered, found))
+    if (!open_registry(&text, registry, &error) || !search_pair(&text, lowered, found) ||
+        text.file.failed)
         return false;
     for (int i = 0; i < 2; ++i) {
         if (found[i] < 0) found[i] = own_number(lowered[i]);
@@ -467,6 +474,7 @@ uint16_t find_cs_loosely(const char *name, const registry_choice &registry, int 
     if (!name) return fail_search(error, KO_EINVAL);
     const uint16_t number = find_cs_num(name, registry, &exact);
     if (!exact) return number;
+    if (exact == KO_EIO || exact == KO_ENOMEM) return fail_search(error, exact);
     loose_search search = {{}, -1, -1, -1};
     fold_cs_name(name, search.name);
     search.number = number_in_cs_name(search.name);
