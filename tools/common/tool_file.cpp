@@ -82,6 +82,7 @@ static unsigned long writer_of(const std::string &name, const std::string &stem)
 void prepare_signals() {}
 static void watch_file(const std::string &) {}
 static void unwatch_file() {}
+void remove_unfinished() {}
 
 static int create_file(const std::string &path) {
     return _wopen(to_path(path).c_str(), _O_RDWR | _O_CREAT | _O_EXCL | _O_BINARY | _O_NOINHERIT,
@@ -126,9 +127,13 @@ void prepare_signals() {
 static char watched_file[PATH_MAX];
 static volatile std::sig_atomic_t file_is_watched;
 
+void remove_unfinished() {
+    if (file_is_watched) unlink(watched_file);
+}
+
 extern "C" {
 static void remove_watched_file(int signal_number) {
-    if (file_is_watched) unlink(watched_file);
+    remove_unfinished();
     std::signal(signal_number, SIG_DFL);
     std::raise(signal_number);
 }
@@ -156,7 +161,7 @@ static int create_file(const std::string &path) {
 static bool keep_lock(int fd) {
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) return errno != EWOULDBLOCK;
     struct stat info = {};
-    return fstat(fd, &info) == 0 && info.st_nlink > 0;
+    return fstat(fd, &info) != 0 || info.st_nlink > 0;
 }
 
 static int open_existing(const std::string &path) {

@@ -43,6 +43,9 @@ bool commit_replacement(replacement &file);
 // Closes and removes the file beside the target; does nothing after a commit. errno stays.
 void discard_replacement(replacement &file);
 
+// Removes the file beside a target that is being replaced: for programs that end at once.
+void remove_unfinished();
+
 // Gives a file a second name in one step, or copies it where the file system has no hard links.
 // False with errno set.
 bool link_in_one_step(const std::string &existing, const std::string &path);

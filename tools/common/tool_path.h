@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace kovatool {
 
@@ -21,6 +22,15 @@ inline std::string from_path(const std::filesystem::path &path) {
 #else
     return path.string();
 #endif
+}
+
+// Is it a fault of the system, which says nothing of whether a file is there?
+inline bool is_fault(const std::error_code &error) {
+    using std::errc;
+    for (const errc fault : {errc::io_error, errc::interrupted, errc::not_enough_memory,
+                             errc::too_many_files_open, errc::too_many_files_open_in_system})
+        if (error == fault) return true;
+    return false;
 }
 
 } // namespace kovatool

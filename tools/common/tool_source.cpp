@@ -9,8 +9,10 @@
 #include <cstring>
 #include <filesystem>
 #include <new>
+#include <system_error>
 #include <unistd.h>
 
+#include "common/tool_path.h"
 #include "common/tool_text.h"
 
 namespace kovac {
@@ -56,6 +58,17 @@ bool read_whole(const std::string &path, std::string &text) {
     return got >= 0 && closed == Z_OK && text.size() <= limit;
 }
 
+// Throws for a fault of the system: in place of this file another might be found.
+static void refuse_fault(const std::string &path, const std::error_code &error) {
+    if (kovatool::is_fault(error)) throw std::system_error(error, "cannot read " + path);
+}
+
+static bool is_readable(const std::string &path) {
+    if (access(path.c_str(), R_OK) == 0) return true;
+    refuse_fault(path, {errno, std::generic_category()});
+    return false;
+}
+
 std::string find_file(const std::vector<std::string> &dirs, std::string_view name) {
     if (name.empty()) return {};
     std::string own(name);
@@ -64,14 +77,13 @@ std::string find_file(const std::vector<std::string> &dirs, std::string_view nam
             for (const char *suffix : {"", ".gz"}) {
                 std::string path = dir + "/" + own + suffix;
                 std::error_code error; // a pipe or device would never end
-                if (std::filesystem::is_regular_file(path, error) &&
-                    access(path.c_str(), R_OK) == 0) {
-                    return path;
-                }
+                const bool is_file = std::filesystem::is_regular_file(path, error);
+                refuse_fault(path, error);
+                if (is_file && is_readable(path)) return path;
             }
         }
     }
-    return access(own.c_str(), R_OK) == 0 ? own : std::string();
+    return is_readable(own) ? own : std::string();
 }
 
 bool has_source(const source_set &set, std::string_view name) {

@@ -1,10 +1,13 @@
 // Makes text from outside safe to print.
 #include "common/tool_text.h"
 
+#include "common/tool_file.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <new>
 
 namespace kovatool {
 
@@ -60,7 +63,13 @@ static const char *last_line = "";
 void end_without_memory(const char *line) {
     last_line = line;
     std::set_terminate([] {
-        if (std::current_exception()) std::abort(); // one that nobody catches
+        try {
+            if (std::current_exception()) throw;
+        } catch (const std::bad_alloc &) { // before main, or where nothing may be thrown
+        } catch (...) {
+            std::abort();
+        }
+        remove_unfinished();
         std::fputs(last_line, stderr);
         std::_Exit(3);
     });

@@ -18,8 +18,8 @@ std::string printable(std::string_view text, std::string_view keep = {});
 // One line on standard error: the program, a colon and the text, made printable.
 void tell(const char *program, std::string_view text);
 
-// From now on, a process without the memory that an exception takes ends with this line on standard
-// error and status 3 instead of a signal.
+// From now on, a process that ends for want of memory, where no exception can say so, ends with
+// this line on standard error and status 3 instead of a signal, and leaves no unfinished file.
 void end_without_memory(const char *line);
 
 // True if the system has taken everything that was written to standard output; else errno tells

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <new>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "common/tool_describe.h"
@@ -173,6 +174,8 @@ int main(int argc, char **argv) {
         std::fputs(exhausted, stderr);
     } catch (const std::length_error &) {
         std::fputs("kova: the input asks for more memory than there is\n", stderr);
+    } catch (const std::system_error &e) {
+        return complain(bad_file, e.what());
     }
     return bad_locale;
 }

@@ -1,10 +1,13 @@
 // Code sets, their conversion objects, and conversion in pieces through one object or two.
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <set>
 
 #include "kova/kova_convert.h"
+#include "kova/kova_locale.h"
 #include "kova/kova_platform.h"
 
 namespace kovacli {
@@ -49,10 +52,10 @@ static std::string lower_case(std::string text) {
 
 std::vector<registry_entry> registry_entries() {
     std::vector<registry_entry> result;
-    void *stream = ko_path_search(nullptr, "registry", "cm", "3");
-    if (!stream) return result;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open_registry(), std::fclose);
+    if (!file) return result;
     char line[512];
-    while (ko_ext_fgets(line, sizeof line, stream)) {
+    while (std::fgets(line, sizeof line, file.get())) {
         char name[24] = {};
         unsigned number = 0;
         if (line[0] == '#' || std::sscanf(line, " %21s %u", name, &number) != 2 || name[0] == '#' ||
@@ -60,7 +63,7 @@ std::vector<registry_entry> registry_entries() {
             continue;
         result.push_back({lower_case(name), uint16_t(number)});
     }
-    ko_ext_fclose(stream);
+    if (std::ferror(file.get())) throw unreadable_registry();
     return result;
 }
 

@@ -128,23 +128,32 @@ static bool header_line(std::FILE *file, size_t limit, std::string &line) {
     return !line.empty();
 }
 
-void read_header(object_file &object) {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open_input(object.path),
-                                                                std::fclose);
+static void read_header(object_file &object, std::FILE *file) {
     std::string line;
-    object.fault = file ? 0 : errno;
-    if (!file || !header_line(file.get(), 127, line) || line != "FILE_TYPE=locale_object" ||
-        !header_line(file.get(), 127, line) || !header_line(file.get(), 127, line))
+    if (!header_line(file, 127, line) || line != "FILE_TYPE=locale_object" ||
+        !header_line(file, 127, line) || !header_line(file, 127, line))
         return;
     const size_t equals = line.find('=');
     const long lines =
         equals == line.npos ? 0 : std::strtol(line.c_str() + equals + 1, nullptr, 10);
-    for (long i = 3; i < lines && header_line(file.get(), 127, line); ++i)
+    for (long i = 3; i < lines && header_line(file, 127, line); ++i)
         object.header.push_back(line);
-    while (header_line(file.get(), 20, line) && line.empty()) {
+    while (header_line(file, 20, line) && line.empty()) {
     }
     object.code_set = line;
+}
+
+void read_header(object_file &object) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(open_input(object.path),
+                                                                std::fclose);
+    object.fault = file ? 0 : errno;
+    if (!file) return;
+    read_header(object, file.get());
     if (std::ferror(file.get())) object.fault = EIO;
+}
+
+static failure unreadable(const object_file &object) {
+    return failure(bad_locale, object.path + " cannot be read: " + std::strerror(object.fault));
 }
 
 std::vector<object_file> list_objects(const data_place &place) {
@@ -169,6 +178,7 @@ std::vector<object_file> list_objects(const data_place &place) {
                 };
                 if (std::any_of(result.begin(), result.end(), same)) continue;
                 read_header(object);
+                if (object.fault && object.fault != EACCES) throw unreadable(object);
                 result.push_back(object);
             }
         }
@@ -182,10 +192,27 @@ void refuse_path(const char *what, const std::string &name) {
                                   name + "\"; --root names another place for the data");
 }
 
+std::FILE *open_registry() {
+    errno = 0;
+    void *const file = ko_path_search_no_ext(nullptr, "registry", "cm", "3");
+    if (!file && errno && errno != ENOENT && errno != ENOTDIR) throw unreadable_registry();
+    return static_cast<std::FILE *>(file);
+}
+
+failure unreadable_registry() {
+    return failure(bad_locale, "the registry of code sets, kova/cm3/registry, cannot be read");
+}
+
+// Without a registry the library's own names serve, but not in place of one that cannot be read.
+static void check_registry(int error) {
+    if (error == KO_ENOMEM) throw std::bad_alloc();
+    if (error == KO_EIO) throw unreadable_registry();
+}
+
 uint16_t code_set_number(const std::string &name) {
     static gen_exports scratch;
     static const int uncached = (ko_cache_registry(&scratch, nullptr), scratch.ko_lerrno);
-    if (uncached == KO_ENOMEM) throw std::bad_alloc();
+    if (uncached) check_registry(uncached);
     return ko_cs_name2cs_num(&scratch, name.c_str(), nullptr);
 }
 
@@ -263,12 +290,26 @@ static failure unknown_locale(const std::string &why, const std::string &languag
     return failure(bad_locale, why + "; no locale is compiled here, only POSIX can be used");
 }
 
-static std::string fault_text(int error, const object_file &object) {
+// Why a record lacks its file or part of it; "" if it is complete.
+static std::string damage_text(ko_lc_t loc) {
+    switch (ko_lc_status(loc)) {
+    case KO_OK:
+        return "";
+    case KO_ENOMEM:
+        return "cannot be loaded completely: memory is exhausted";
+    default:
+        return "cannot be loaded completely: reading it failed";
+    }
+}
+
+static std::string fault_text(ko_lc_t loc, const object_file &object) {
+    const int error = *ko_ext_errno(loc);
     if (std::FILE *file = open_input(object.path)) {
         std::fclose(file);
     } else {
         return std::string("cannot be read: ") + std::strerror(errno);
     }
+    if (std::string text = damage_text(loc); !text.empty()) return text;
     switch (error) {
     case KO_ENOMEM:
     case KO_E2BIG: // of lists that could not grow
@@ -283,31 +324,16 @@ static std::string fault_text(int error, const object_file &object) {
     }
 }
 
-// Why a loaded record lacks part of its file; "" if it is complete.
-static std::string damage_text(ko_lc_t loc) {
-    switch (ko_lc_status(loc)) {
-    case KO_OK:
-        return "";
-    case KO_ENOMEM:
-        return "cannot be loaded completely: memory is exhausted";
-    default:
-        return "cannot be loaded completely: reading it failed";
-    }
-}
-
 // Checks that the record and its object's header are complete, however the locale was opened.
 static void check_whole(const locale_handle &handle) {
     if (const std::string text = damage_text(handle.loc); !text.empty())
         throw failure(bad_locale, handle.object.path + " " + text);
-    if (handle.object.fault)
-        throw failure(bad_locale, handle.object.path +
-                                      " cannot be read: " + std::strerror(handle.object.fault));
+    if (handle.object.fault) throw unreadable(handle.object);
 }
 
 static void load(const std::string &name, locale_handle &handle) {
     if (ko_lc_load(&handle.loc, name.c_str(), nullptr, nullptr) == 0) return check_whole(handle);
-    const int error = *ko_ext_errno(handle.loc);
-    throw failure(bad_locale, handle.object.path + " " + fault_text(error, handle.object));
+    throw failure(bad_locale, handle.object.path + " " + fault_text(handle.loc, handle.object));
 }
 
 static void open_default(const data_place &place, locale_handle &handle) {
@@ -327,7 +353,7 @@ static void open_default(const data_place &place, locale_handle &handle) {
         throw failure(bad_locale, "the POSIX locale is missing: no default.lco in " +
                                       (place.dirs.empty() ? "KO_PATH" : place.dirs[0]) +
                                       "; name a locale, see kova locales");
-    throw failure(bad_locale, object.path + " " + fault_text(error, object));
+    throw failure(bad_locale, object.path + " " + fault_text(handle.loc, object));
 }
 
 // Opens ll_TT or ll_TT@mod: its object of the code set "unicode", or else its only object.
@@ -336,7 +362,10 @@ static void open_bare(const std::string &spec, const std::string &language,
     const std::string modifier = spec.size() > 6 ? spec.substr(6) : "";
     std::vector<object_file> found;
     for (const object_file &object : all)
-        if (object.language == language && object.modifier == modifier) found.push_back(object);
+        if (object.language == language && object.modifier == modifier) {
+            if (object.fault) throw unreadable(object); // it may be the one of "unicode"
+            found.push_back(object);
+        }
     if (found.empty()) throw unknown_locale("there is no locale " + spec, language, all);
     if (const auto it = std::find_if(found.begin(), found.end(), is_unicode); it != found.end())
         std::iter_swap(it, found.begin());
@@ -406,7 +435,7 @@ std::string object_fault(const object_file &object) {
     ko_lc_t loc = nullptr;
     std::string fault;
     if (ko_lc_load(&loc, object.file_name.c_str(), nullptr, nullptr) != 0)
-        fault = fault_text(*ko_ext_errno(loc), object);
+        fault = fault_text(loc, object);
     else
         fault = damage_text(loc);
     ko_lc_unload(loc);

@@ -29,6 +29,10 @@ void refuse_path(const char *what, const std::string &name);
 // The number of a code-set name; the first call caches the registry.
 uint16_t code_set_number(const std::string &name);
 
+// The registry for reading; null if there is none. Throws if there is one that cannot be read.
+std::FILE *open_registry();
+failure unreadable_registry();
+
 // One compiled locale object.
 struct object_file {
     std::string language;            // "de_DE"

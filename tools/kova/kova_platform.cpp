@@ -9,13 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <fstream>
 #include <new>
 #include <string_view>
 #include <system_error>
 
 #include "common/tool_file.h"
 #include "common/tool_path.h"
+#include "kova/kova_cli.h"
 
 #if defined(_WIN32)
 #include <fcntl.h>
@@ -178,15 +178,19 @@ std::FILE *open_scratch(const std::string &directory) {
 
 #endif
 
-bool is_directory(const std::string &path) {
-    std::error_code error;
-    return fs::is_directory(to_path(path), error);
+static failure cannot_read(const std::string &path, int error) {
+    return failure(bad_file, "cannot read " + path + ": " + std::strerror(error));
 }
 
-bool is_regular_file(const std::string &path) {
+static fs::file_type type_of(const std::string &path) {
     std::error_code error;
-    return fs::is_regular_file(to_path(path), error);
+    const fs::file_type type = fs::status(to_path(path), error).type();
+    if (kovatool::is_fault(error)) throw cannot_read(path, error.default_error_condition().value());
+    return type;
 }
+
+bool is_directory(const std::string &path) { return type_of(path) == fs::file_type::directory; }
+bool is_regular_file(const std::string &path) { return type_of(path) == fs::file_type::regular; }
 
 bool read_directory(const std::string &path, std::vector<std::string> &names) {
     std::error_code error;
@@ -201,12 +205,14 @@ bool read_directory(const std::string &path, std::vector<std::string> &names) {
 
 std::vector<std::string> directory_entries(const std::string &path) {
     std::vector<std::string> names;
-    read_directory(path, names);
+    if (!read_directory(path, names) && errno != ENOENT && errno != ENOTDIR)
+        throw cannot_read(path, errno);
     return names;
 }
 
 #if defined(_WIN32)
 bool has_system_zone(const std::string &) { return false; }
+void check_own_zone() {}
 bool choose_system_zone(const std::string &) { return false; }
 
 int system_offset(int64_t seconds, std::string *abbreviation) {
@@ -224,25 +230,49 @@ int system_offset(int64_t seconds, std::string *abbreviation) {
     return offset;
 }
 #else
-bool has_system_zone(const std::string &name) {
-    const std::string own = env_text("TZDIR");
-    const std::string directory = own.empty() ? "/usr/share/zoneinfo" : own;
-    const std::string file = name[0] == '/' ? name : directory + "/" + name;
-    // The files below "right" count other seconds than those since 1970.
-    if (name.find("..") != name.npos || file.find("right/") != file.npos) return false;
-    char mark[4] = {};
-    return is_regular_file(file) && std::ifstream(file, std::ios::binary).read(mark, sizeof mark) &&
-           std::string_view(mark, sizeof mark) == "TZif";
+// The bytes of a file of zone data; "" if it is none.
+static std::string zone_data(const std::string &file) {
+    if (!is_regular_file(file)) return "";
+    std::FILE *const in = open_input(file);
+    if (!in) throw cannot_read(file, errno);
+    std::string bytes(regular_size(in), '\0');
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), in));
+    const bool failed = std::ferror(in) != 0;
+    std::fclose(in);
+    if (failed) throw cannot_read(file, EIO);
+    return bytes.starts_with("TZif") ? bytes : "";
 }
 
-bool choose_system_zone(const std::string &name) {
-    // The C library takes for UTC, without a word, a name that it does not know and a file that is
-    // none of zones.
-    if (name[0] == '/' || !has_system_zone(name)) return false;
-    if (setenv("TZ", (":" + name).c_str(), 1) != 0) return false;
+// The C library takes for UTC, without a word, a name that it does not know, a file that is none of
+// zones, and one that it cannot read. A zone that it has read has a name that the file holds.
+static void take_zone(const std::string &file, const std::string &data) {
     tzset();
+    if (data.find(tzname[0]) == data.npos) throw cannot_read(file, EIO);
+}
+
+// Takes the zone, which the C library is told by TZ, or where set says so now.
+static bool take_zone(const std::string &name, bool set) {
+    const std::string own = env_text("TZDIR");
+    const std::string file =
+        name[0] == '/' ? name : (own.empty() ? "/usr/share/zoneinfo" : own) + "/" + name;
+    // The files below "right" count other seconds than those since 1970.
+    if (name.find("..") != name.npos || file.find("right/") != file.npos) return false;
+    const std::string data = zone_data(file);
+    if (data.empty()) return false;
+    if (set && setenv("TZ", (":" + name).c_str(), 1) != 0) throw std::bad_alloc();
+    take_zone(file, data);
     return true;
 }
+
+bool has_system_zone(const std::string &name) { return take_zone(name, false); }
+
+void check_own_zone() {
+    static const std::string file = "/etc/localtime";
+    if (std::getenv("TZ")) return;
+    if (const std::string data = zone_data(file); !data.empty()) take_zone(file, data);
+}
+
+bool choose_system_zone(const std::string &name) { return name[0] != '/' && take_zone(name, true); }
 
 int system_offset(int64_t seconds, std::string *abbreviation) {
     const auto moment = static_cast<time_t>(seconds);

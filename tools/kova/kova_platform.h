@@ -36,10 +36,11 @@ std::string data_path(std::string path);
 bool unicode_system();
 
 bool is_terminal(std::FILE *stream);
+// Throw if the system cannot tell.
 bool is_directory(const std::string &path);
 bool is_regular_file(const std::string &path);
 
-// The names in a directory, sorted; empty if it cannot be read. Throws without memory.
+// The names in a directory, sorted; empty if there is none. Throws if it cannot be read.
 std::vector<std::string> directory_entries(const std::string &path);
 
 // The same; false with errno set if it cannot be read.
@@ -55,11 +56,15 @@ uint64_t regular_size(std::FILE *stream);
 // the system's place. Null with errno set.
 std::FILE *open_scratch(const std::string &directory);
 
-// Is it the name of a zone in the data that the C library reads, or the path of such a file? On
-// Windows never.
+// Is the zone that TZ names one of the data that the C library reads, or the path of such a file?
+// On Windows never. Throws if its file cannot be read.
 bool has_system_zone(const std::string &name);
 
+// Where no variable names a zone: throws if the machine's own cannot be read.
+void check_own_zone();
+
 // The time zone of system_offset: a name of the zone data. False if there is none of that name.
+// Throws if its file cannot be read.
 bool choose_system_zone(const std::string &name);
 
 // Seconds that the clocks of the zone are ahead of UTC at a moment, counted since 1970, and its

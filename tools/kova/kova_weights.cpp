@@ -102,6 +102,7 @@ void read_weights(const object_file &object, weight_table &table) {
     table.rows = create_multi(sizeof none, 0, &none);
     require(table.rows && fscanf_multi(in.get(), table.rows, 2, read_row_number) == 0, object);
     read_tables(in.get(), object, table);
+    require(!std::ferror(in.get()), object); // its end may look like a shorter number
 }
 
 size_t row_of(const weight_table &table, ko_lc_t loc, ko_wchar_t wide) {

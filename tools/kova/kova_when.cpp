@@ -786,7 +786,8 @@ static bool is_zone_rule(const std::string &text) {
 static void check_system_zone() {
     std::string name = env_text("TZ");
     if (!name.empty() && name[0] == ':') name.erase(0, 1);
-    if (name.empty() || name == "UTC" || name == "GMT" || is_zone_rule(name)) return;
+    if (name.empty()) return check_own_zone();
+    if (name == "UTC" || name == "GMT" || is_zone_rule(name)) return;
     if (!has_system_zone(name))
         throw failure(bad_locale, "TZ, " + name +
                                       ", names no time zone of the system; names are such as "

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 #include <unistd.h>
 
 #include "common/tool_describe.h"
@@ -809,6 +810,8 @@ int main(int argc, char **argv) {
         fputs(exhausted, stderr);
     } catch (const std::length_error &) {
         fputs("kovac: error: an input asks for more memory than there is\n", stderr);
+    } catch (const std::system_error &e) {
+        complain(exit_file, e.what());
     }
     if (kovatool::flush_standard_output() || status != exit_done) return status;
     return complain(exit_file, std::string("cannot write standard output: ") + strerror(errno));

@@ -2,6 +2,7 @@
 #include "kovac/kovac_pack.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <set>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -90,6 +92,29 @@ static void add_supported(std::vector<pack_task> &tasks, std::string_view text) 
     }
 }
 
+static void add_supported_of(std::vector<pack_task> &tasks, const std::string &list) {
+    std::string text;
+    if (read_whole(list, text)) return add_supported(tasks, text);
+    const int why = errno;
+    std::error_code error;
+    if (why != ENOENT && fs::exists(kovatool::to_path(list), error))
+        throw std::system_error(why ? why : EIO, std::generic_category(), "cannot read " + list);
+}
+
+// The names in a directory, sorted; none if it does not exist.
+static std::vector<std::string> names_in(const std::string &dir) {
+    std::error_code error;
+    std::vector<std::string> names;
+    for (fs::directory_iterator it(kovatool::to_path(dir), error), end; !error && it != end;
+         it.increment(error))
+        names.push_back(kovatool::from_path(it->path().filename()));
+    if (error && error != std::errc::no_such_file_or_directory &&
+        error != std::errc::not_a_directory)
+        throw std::system_error(error, "cannot read " + dir);
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 static bool is_locale(const std::string &source) {
     const size_t line = source.find('_');
     return line == 2 || line == 3;
@@ -97,13 +122,7 @@ static bool is_locale(const std::string &source) {
 
 // Every source, also those that the system's list does not name.
 static void add_sources(std::vector<pack_task> &tasks, const std::string &dir) {
-    std::error_code error;
-    std::vector<std::string> names;
-    for (fs::directory_iterator it(kovatool::to_path(dir), error), end; !error && it != end;
-         it.increment(error))
-        names.push_back(kovatool::from_path(it->path().filename()));
-    std::sort(names.begin(), names.end());
-    for (const std::string &name : names)
+    for (const std::string &name : names_in(dir))
         if (is_locale(name) && name.find_first_not_of("abcdefghijklmnopqrstuvwxyz"
                                                       "ABCDEFGHIJKLMNOPQRSTUVWXYZ_@") == name.npos)
             add_locale(tasks, {name, "unicode"});
@@ -143,8 +162,7 @@ std::vector<pack_task> pack_tasks(const std::vector<std::string> &locale_dirs) {
     for (const auto &[number, words] : list_lines(pack_list))
         add_locale(tasks, words);
     for (const std::string &dir : locale_dirs) {
-        std::string text;
-        if (read_whole(dir + "/../SUPPORTED", text)) add_supported(tasks, text);
+        add_supported_of(tasks, dir + "/../SUPPORTED");
         add_sources(tasks, dir);
     }
     for (const auto &[name, text] : own_sources)

@@ -2,8 +2,10 @@
 #include "kovac/kovac_translit.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <set>
 #include <string>
+#include <system_error>
 
 namespace kovac {
 namespace {
@@ -42,6 +44,8 @@ static void read_table(loader &ld, std::string_view name, int depth) {
         !ld.seen.insert(std::string(name)).second)
         return;
     const source_file *file = load_source(ld.tables->set, ld.quiet, name, {});
+    if (!file && has_source(ld.tables->set, name))
+        throw std::system_error(EIO, std::generic_category(), "cannot read " + std::string(name));
     if (!file) return;
     lexer lex = open_lexer(*file, ld.quiet);
     if (!seek_category(lex, "LC_CTYPE")) return;

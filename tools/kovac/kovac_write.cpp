@@ -184,9 +184,10 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
 // ---- files ----
 
 static bool read_back(const std::string &path, std::string &bytes) {
+    std::error_code error;
     std::ifstream in(kovatool::to_path(path), std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(in), {});
-    return in.good() || in.eof();
+    bytes.resize(size_t(fs::file_size(kovatool::to_path(path), error)));
+    return !error && in.read(bytes.data(), std::streamsize(bytes.size()));
 }
 
 // Stores the hash of what has been written in its header.
@@ -203,11 +204,22 @@ static bool seal(FILE *stream, const std::string &path) {
     return fflush(stream) == 0 && fseek(stream, 0, SEEK_END) == 0;
 }
 
+namespace {
+// A file that is not finished when an exception comes must not stay.
+struct discarded {
+    kovatool::replacement file;
+    discarded() = default;
+    discarded(const discarded &) = delete;
+    ~discarded() { discard_replacement(file); } // nothing is left of a finished one
+};
+} // namespace
+
 write_result write_file(const std::string &path, std::string *why,
                         const std::function<bool(FILE *)> &put, const trial &prove) {
     std::error_code failed;
     const fs::path target(path);
-    kovatool::replacement file;
+    discarded guard;
+    kovatool::replacement &file = guard.file;
     if (target.has_parent_path()) fs::create_directories(target.parent_path(), failed);
     if (failed || !open_replacement(path, kovatool::link_in_place::replaced, file)) {
         *why = failed ? failed.message() : strerror(errno);
