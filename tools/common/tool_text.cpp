@@ -64,7 +64,8 @@ void end_without_memory(const char *line) {
     last_line = line;
     std::set_terminate([] {
         try {
-            if (std::current_exception()) throw;
+            if (const std::exception_ptr thrown = std::current_exception())
+                std::rethrow_exception(thrown);
         } catch (const std::bad_alloc &) { // before main, or where nothing may be thrown
         } catch (...) {
             std::abort();
