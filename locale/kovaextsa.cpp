@@ -65,16 +65,27 @@ state_lock::~state_lock() { ReleaseSRWLockExclusive(&state); }
 #else
 
 static constinit pthread_mutex_t state = PTHREAD_MUTEX_INITIALIZER;
-static constinit bool forks_are_watched = false; // changed under the lock
+static constinit pthread_once_t first_use = PTHREAD_ONCE_INIT;
+static constinit std::atomic<bool> forks_are_watched = false;
 
 static void lock_state(void) { pthread_mutex_lock(&state); }
 static void unlock_state(void) { pthread_mutex_unlock(&state); }
 
-// A forked child has only the thread that forked, which therefore holds the lock while it forks.
-// Without memory to arrange this, the next use tries again.
-[[gnu::noinline]] static void watch_forks(void) {
-    forks_are_watched = !pthread_atfork(lock_state, unlock_state, unlock_state);
+static void after_fork(void) {
+    forks_are_watched.store(true,
+                            std::memory_order_relaxed); // also where that was about to be told
+    unlock_state();
 }
+
+// A forked child has only the thread that forked, which therefore holds the lock while it forks.
+static void watch_forks(void) {
+    if (!forks_are_watched.load(std::memory_order_relaxed))
+        forks_are_watched.store(!pthread_atfork(lock_state, unlock_state, after_fork),
+                                std::memory_order_relaxed);
+}
+
+// Arranges this before anyone holds the lock: a child of a fork in between begins anew.
+[[gnu::noinline]] static void prepare_forks(void) { pthread_once(&first_use, watch_forks); }
 
 // Until its first thread, a process has nobody to keep apart, and a fork no lock to look after.
 static bool has_threads(void) {
@@ -87,8 +98,9 @@ static bool has_threads(void) {
 
 state_lock::state_lock() : taken(has_threads()) {
     if (!taken) return;
+    if (!forks_are_watched.load(std::memory_order_relaxed)) prepare_forks();
     lock_state();
-    if (!forks_are_watched) watch_forks();
+    watch_forks(); // again, where memory had run short
 }
 state_lock::~state_lock() {
     if (taken) unlock_state();

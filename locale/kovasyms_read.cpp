@@ -387,7 +387,7 @@ static int field_number(record_line *in, int least) {
     while (is_white(*in->at))
         ++in->at;
     const bool number = (*in->at >= '0' && *in->at <= '9') || *in->at == '-' || *in->at == '+';
-    const long value = number ? strtol(in->at, &end, 10) : 0;
+    const long long value = number ? strtoll(in->at, &end, 10) : 0; // a long may be an int
     if (!number || end == in->at || value < least || value > INT_MAX) {
         in->error = KO_EOBJECT;
         return 0;

@@ -11,8 +11,10 @@ zpty -w shell 'compadd() {
     builtin compadd "$@"
 }
 offer() { print -r BEGIN; _main_complete; compstate[insert]= compstate[list]=; print -r END; exit }
-zle -C offer complete-word offer; bindkey ^X offer; print -r READY'
-zpty -r shell seen '*READY*'
+zle-line-init() { print -r BE""GUN }; zle -N zle-line-init
+zle -C offer complete-word offer; bindkey ^X offer'
+# What the shell has not begun to edit may be lost.
+zpty -r shell seen '*BEGUN*'
 zpty -n -w shell "$2"$'\x18'
 zpty -r shell seen '*END*'
 for word in ${(f)${seen##*BEGIN}//$'\r'}; do [[ $word == '<'*'>' ]] && print -r -- ${word[2,-2]}; done
