@@ -71,9 +71,9 @@ static constinit std::atomic<bool> forks_are_watched = false;
 static void lock_state(void) { pthread_mutex_lock(&state); }
 static void unlock_state(void) { pthread_mutex_unlock(&state); }
 
+// In the child, also of a fork that came before the thread that arranged it had said so.
 static void after_fork(void) {
-    forks_are_watched.store(true,
-                            std::memory_order_relaxed); // also where that was about to be told
+    forks_are_watched.store(true, std::memory_order_relaxed);
     unlock_state();
 }
 

@@ -185,9 +185,11 @@ static bool put_object(FILE *out, const locale_object &object, const charmap &ma
 
 static bool read_back(const std::string &path, std::string &bytes) {
     std::error_code error;
+    const uintmax_t size = fs::file_size(kovatool::to_path(path), error);
+    if (error) return false;
     std::ifstream in(kovatool::to_path(path), std::ios::binary);
-    bytes.resize(size_t(fs::file_size(kovatool::to_path(path), error)));
-    return !error && in.read(bytes.data(), std::streamsize(bytes.size()));
+    bytes.resize(size_t(size));
+    return bool(in.read(bytes.data(), std::streamsize(size)));
 }
 
 // Stores the hash of what has been written in its header.
